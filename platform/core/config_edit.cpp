@@ -1,0 +1,254 @@
+// Setting keys takes two walks over the text. The first finds the line that counts for each wanted
+// key (the last one that has it), where new keys go and how the file ends; the second copies the
+// text and changes it at these places. Both are linear in the text and the table.
+#include "config_edit.h"
+
+#include "config_lines.h"
+#include "text_index.h"
+
+namespace tavo {
+namespace {
+
+constexpr std::size_t kNowhere = std::string_view::npos;
+
+struct WantedKey {
+    std::string_view key;
+    std::string_view value;
+    std::size_t line;  // where the line that counts for it begins, kNowhere for a new key
+};
+
+// The wanted keys in table order, found by name.
+class WantedKeys {
+  public:
+    // False when memory runs out.
+    bool Fill(const TLIBCSzHash *table) {
+        const int count = TLIBCSzHashCount(table);
+        keys_.reset(static_cast<WantedKey *>(
+            std::calloc(static_cast<std::size_t>(count) + 1, sizeof(WantedKey))));
+        if (keys_ == nullptr) {
+            return false;
+        }
+        for (int i = 0; i < count; ++i) {
+            const char *key = nullptr;
+            const char *value = nullptr;
+            TLIBCSzHashEnum(table, i, &key, &value);
+            keys_.get()[i] = {key, value, kNowhere};
+            if (index_.Add(key) == TextIndex::Added::kOutOfMemory) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // Null when it is not wanted.
+    WantedKey *Find(std::string_view key) const {
+        const std::size_t number = index_.Find(key);
+        return number == TextIndex::kNone ? nullptr : keys_.get() + number;
+    }
+
+    const WantedKey *begin() const { return keys_.get(); }
+    const WantedKey *end() const { return keys_.get() + index_.Count(); }
+
+  private:
+    MallocPtr<WantedKey> keys_;
+    TextIndex index_;
+};
+
+// What the first walk finds.
+struct Layout {
+    std::size_t new_keys_at = kNowhere;  // behind the section's last line that means something
+    std::string_view line_end = "\n";    // as the file's first line has it
+    bool empty = true;
+    bool ends_in_blank_line = false;
+};
+
+bool IsBlankOrComment(const ConfigLine &line) {
+    return line.kind == ConfigLineKind::kBlank || line.kind == ConfigLineKind::kComment;
+}
+
+// LF, CRLF, or nothing for a last line that lacks it.
+std::string_view LineEndOf(const ConfigLine &line) {
+    const char *behind = line.text.data() + line.text.size();
+    return {behind, line.end - line.begin - line.text.size()};
+}
+
+Layout FindLayout(std::string_view text, std::string_view section, const WantedKeys &wanted) {
+    Layout layout;
+    ConfigLineReader lines(text);
+    ConfigLine line;
+    bool inside = false;
+    while (lines.Next(line)) {
+        if (layout.empty && !LineEndOf(line).empty()) {
+            layout.line_end = LineEndOf(line);
+        }
+        layout.empty = false;
+        layout.ends_in_blank_line = line.kind == ConfigLineKind::kBlank;
+        if (line.kind == ConfigLineKind::kSection) {
+            inside = line.name == section;
+        }
+        if (!inside || IsBlankOrComment(line)) {
+            continue;
+        }
+        layout.new_keys_at = line.end;
+        WantedKey *key = line.kind == ConfigLineKind::kKeyValue ? wanted.Find(line.name) : nullptr;
+        if (key != nullptr) {
+            key->line = line.begin;
+        }
+    }
+    return layout;
+}
+
+void AppendKeyValue(const WantedKey &key, std::string_view line_end, TextBuffer &out) {
+    out.Append(key.key);
+    out.Append("=");
+    out.Append(key.value);
+    out.Append(line_end);
+}
+
+// New lines stand on lines of their own, also where the text so far lacks its last line end.
+void AppendNewKeys(const WantedKeys &wanted, std::string_view line_end, TextBuffer &out) {
+    for (const WantedKey &key : wanted) {
+        if (key.line == kNowhere) {
+            if (!out.View().ends_with('\n')) {
+                out.Append(line_end);
+            }
+            AppendKeyValue(key, line_end, out);
+        }
+    }
+}
+
+// Whether the line says what it would say with the value written as given, or is read as that
+// value, which may have come from it.
+bool GivesValue(const ConfigLine &line, std::string_view value) {
+    return line.raw_value == TrimBlanks(value) || line.value == value;
+}
+
+// Copies a key=value line of the section, changed as the wanted keys say.
+void AppendEditedLine(const ConfigLine &line, std::string_view spelling, const WantedKeys &wanted,
+                      OtherKeys others, TextBuffer &out) {
+    const WantedKey *key = wanted.Find(line.name);
+    if (key == nullptr && others == OtherKeys::kTakeOut) {
+        return;
+    }
+    const bool counts = key != nullptr && key->line == line.begin;
+    if (!counts || GivesValue(line, key->value)) {
+        out.Append(spelling);
+    } else {
+        AppendKeyValue(*key, LineEndOf(line), out);
+    }
+}
+
+void ChangeSection(std::string_view text, std::string_view section, const WantedKeys &wanted,
+                   OtherKeys others, const Layout &layout, TextBuffer &out) {
+    ConfigLineReader lines(text);
+    ConfigLine line;
+    std::size_t copied = 0;
+    bool inside = false;
+    while (lines.Next(line)) {
+        if (line.kind == ConfigLineKind::kSection) {
+            inside = line.name == section;
+        }
+        if (inside && line.kind == ConfigLineKind::kKeyValue) {
+            out.Append(text.substr(copied, line.begin - copied));
+            AppendEditedLine(line, text.substr(line.begin, line.end - line.begin), wanted, others,
+                             out);
+            copied = line.end;
+        }
+        if (line.end == layout.new_keys_at) {
+            out.Append(text.substr(copied, line.end - copied));
+            AppendNewKeys(wanted, layout.line_end, out);
+            copied = line.end;
+        }
+    }
+    out.Append(text.substr(copied));
+}
+
+void AppendSection(std::string_view text, std::string_view section, const WantedKeys &wanted,
+                   const Layout &layout, TextBuffer &out) {
+    out.Append(text);
+    if (!layout.empty && !text.ends_with('\n')) {
+        out.Append(layout.line_end);
+    }
+    if (!layout.empty && !layout.ends_in_blank_line) {
+        out.Append(layout.line_end);
+    }
+    out.Append("[");
+    out.Append(section);
+    out.Append("]");
+    out.Append(layout.line_end);
+    AppendNewKeys(wanted, layout.line_end, out);
+}
+
+// Whether a line of the text `composed` is of that kind and name, and the only one there.
+bool ReadsBack(std::string_view composed, ConfigLineKind kind, std::string_view name) {
+    const ConfigLine line = ParseConfigLine(composed);
+    return composed.find('\n') == std::string_view::npos && line.kind == kind && line.name == name;
+}
+
+}  // namespace
+
+bool CheckWritable(std::string_view section, const TLIBCSzHash *keys) {
+    TextBuffer composed;
+    composed.Append("[");
+    composed.Append(section);
+    composed.Append("]");
+    bool reads_back = ReadsBack(composed.View(), ConfigLineKind::kSection, section);
+    const int count = TLIBCSzHashCount(keys);
+    for (int i = 0; i < count && reads_back && !composed.Failed(); ++i) {
+        const char *key = nullptr;
+        const char *value = nullptr;
+        TLIBCSzHashEnum(keys, i, &key, &value);
+        composed.Clear();
+        AppendKeyValue({key, value, kNowhere}, {}, composed);
+        reads_back = ReadsBack(composed.View(), ConfigLineKind::kKeyValue, key);
+    }
+    if (composed.Failed()) {
+        return TAVO_CORE_FAIL(kOutOfMemory);
+    }
+    return reads_back || TAVO_CORE_FAIL(kBadParameter);
+}
+
+bool SetSectionKeys(std::string_view text, std::string_view section, const TLIBCSzHash *keys,
+                    OtherKeys others, MissingSection missing, TextBuffer &out) {
+    WantedKeys wanted;
+    if (!wanted.Fill(keys)) {
+        return TAVO_CORE_FAIL(kOutOfMemory);
+    }
+    const Layout layout = FindLayout(text, section, wanted);
+    const bool there = layout.new_keys_at != kNowhere;
+    if (!there && missing == MissingSection::kRefuse) {
+        return TAVO_CORE_FAIL(kBadParameter);
+    }
+    if (there) {
+        ChangeSection(text, section, wanted, others, layout, out);
+    } else {
+        AppendSection(text, section, wanted, layout, out);
+    }
+    return !out.Failed() || TAVO_CORE_FAIL(kOutOfMemory);
+}
+
+// Of a block the lines up to the last one that means something go, with the blank lines right
+// behind it. Comments behind it, and what follows them, are kept: `kept_from` waits for the next
+// line that means something before it moves past them.
+bool TakeOutSection(std::string_view text, std::string_view section, TextBuffer &out) {
+    ConfigLineReader lines(text);
+    ConfigLine line;
+    std::size_t kept_from = 0;
+    bool inside = false;
+    while (lines.Next(line)) {
+        if (line.kind == ConfigLineKind::kSection) {
+            inside = line.name == section;
+            if (inside) {
+                out.Append(text.substr(kept_from, line.begin - kept_from));
+            }
+        }
+        const bool right_behind = line.kind == ConfigLineKind::kBlank && kept_from == line.begin;
+        if (inside && (right_behind || !IsBlankOrComment(line))) {
+            kept_from = line.end;
+        }
+    }
+    out.Append(text.substr(kept_from));
+    return !out.Failed() || TAVO_CORE_FAIL(kOutOfMemory);
+}
+
+}  // namespace tavo

@@ -1,0 +1,91 @@
+// What every source file of the core library uses: reporting a failure in one line, owning memory
+// from malloc, and the views' side of the list and the table.
+//
+// The library is built without exceptions, so memory comes from malloc and running out of it is a
+// result like any other. What is made is held by a MallocPtr until it is handed over.
+#ifndef TAVO_PLATFORM_CORE_CORE_SUPPORT_H
+#define TAVO_PLATFORM_CORE_CORE_SUPPORT_H
+
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string_view>
+
+#include "tavocore.h"
+
+namespace tavo {
+
+enum ErrorCode : unsigned int {
+    kOutOfMemory = 0x200,
+    kFileMissing = 0x700,
+    kFileUnusable = 0x900,
+    kBadParameter = 0xD00,
+    kRenameFailed = 0x2800,
+    kBufferTooSmall = 0xBF00,
+};
+
+// The failure value of any function here: -1, NULL or false.
+struct Failure {
+    operator int() const { return -1; }
+    operator bool() const { return false; }
+    template <typename T>
+    operator T *() const {
+        return nullptr;
+    }
+};
+
+inline Failure Fail(ErrorCode code, const char *file, int line) {
+    TLIBCErrSetEx(code, file, line);
+    return {};
+}
+
+// Records `code` with the place where this stands and gives the failure value, so that a step fails
+// in one line: return TAVO_CORE_FAIL(kBadParameter);
+#define TAVO_CORE_FAIL(code) ::tavo::Fail((code), __FILE_NAME__, __LINE__)
+
+// The error code of a system call on a file that failed with errno `error`.
+ErrorCode FileError(int error);
+
+struct FreeDeleter {
+    void operator()(void *block) const { std::free(block); }
+};
+
+// Owns one block from malloc, calloc, realloc, strdup, ...
+template <typename T>
+using MallocPtr = std::unique_ptr<T, FreeDeleter>;
+
+// Gives the array from malloc in `array` room for `room` elements, those in it kept. False when
+// memory runs out, which sets no error and leaves the array as it was.
+template <typename T>
+bool Resize(T *&array, int room) {
+    const auto count = static_cast<std::size_t>(room);
+    void *block = count > SIZE_MAX / sizeof(T) ? nullptr : std::realloc(array, count * sizeof(T));
+    if (block == nullptr) {
+        return false;
+    }
+    array = static_cast<T *>(block);
+    return true;
+}
+
+// How what grows grows: the cost of many appends stays linear.
+constexpr int Doubled(int room) {
+    return room > INT_MAX / 2 ? INT_MAX : room * 2;
+}
+
+// A copy of `text` with a terminator behind it; null when memory runs out, which sets no error.
+MallocPtr<char> CopyText(std::string_view text);
+
+// TLIBCSzListPush and TLIBCSzHashSetValue for text that no NUL ends. It must not hold one either:
+// what comes out of the containers is C strings.
+int ListPush(TLIBCSzList *list, std::string_view item);
+int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value);
+
+// Takes the strings from index `count` on out again: how a function that fails midway leaves the
+// caller's list as it was.
+void ListShorten(TLIBCSzList *list, int count);
+
+}  // namespace tavo
+
+#endif

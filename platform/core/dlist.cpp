@@ -1,0 +1,81 @@
+// A list of elements that the list owns through its caller's copy and free functions.
+//
+// Nodes stay where they are from their append to the end of the list, so a walk may go on while
+// elements are appended behind it. The face walks forward only, so a node knows only what follows.
+#include <climits>
+
+#include "core_support.h"
+
+struct TLIBCDListNode {
+    void *element;
+    TLIBCDListNode *next;
+};
+
+struct TLIBCDList {
+    TLIBCDListCopyFn copy;
+    TLIBCDListFreeFn free;
+    TLIBCDListNode *first;
+    TLIBCDListNode **end;  // where the next node is hung up
+    int count;
+};
+
+TLIBCDList *TLIBCDListAlloc(TLIBCDListCopyFn pfnCopy, TLIBCDListFreeFn pfnFree) {
+    auto *list = static_cast<TLIBCDList *>(std::malloc(sizeof(TLIBCDList)));
+    if (list == nullptr) {
+        return TAVO_CORE_FAIL(tavo::kOutOfMemory);
+    }
+    *list = {.copy = pfnCopy, .free = pfnFree, .first = nullptr, .end = &list->first, .count = 0};
+    return list;
+}
+
+int TLIBCDListAppend(TLIBCDList *pList, const void *pElement) {
+    if (pList == nullptr || pElement == nullptr) {
+        return TAVO_CORE_FAIL(tavo::kBadParameter);
+    }
+    // The node comes first: a copy could not be taken back in a list without a free function.
+    tavo::MallocPtr<TLIBCDListNode> node(
+        static_cast<TLIBCDListNode *>(std::malloc(sizeof(TLIBCDListNode))));
+    if (!node || pList->count == INT_MAX) {
+        return TAVO_CORE_FAIL(tavo::kOutOfMemory);
+    }
+    void *element = pList->copy != nullptr ? pList->copy(pElement) : const_cast<void *>(pElement);
+    if (element == nullptr) {
+        return -1;
+    }
+    *node = {.element = element, .next = nullptr};
+    *pList->end = node.get();
+    pList->end = &node.release()->next;
+    ++pList->count;
+    return 0;
+}
+
+int TLIBCDListCount(const TLIBCDList *pList) {
+    return pList == nullptr ? 0 : pList->count;
+}
+
+TLIBCDListNode *TLIBCDListFirst(const TLIBCDList *pList) {
+    return pList == nullptr ? nullptr : pList->first;
+}
+
+TLIBCDListNode *TLIBCDListNext(const TLIBCDListNode *pNode) {
+    return pNode == nullptr ? nullptr : pNode->next;
+}
+
+void *TLIBCDListElement(const TLIBCDListNode *pNode) {
+    return pNode == nullptr ? nullptr : pNode->element;
+}
+
+void TLIBCDListFree(TLIBCDList *pList) {
+    if (pList == nullptr) {
+        return;
+    }
+    TLIBCDListNode *next = nullptr;
+    for (TLIBCDListNode *node = pList->first; node != nullptr; node = next) {
+        next = node->next;
+        if (pList->free != nullptr) {
+            pList->free(node->element);
+        }
+        std::free(node);
+    }
+    std::free(pList);
+}

@@ -1,0 +1,61 @@
+// The error state: what the calling thread's last failure was and where it was found.
+//
+// The file name is copied, since it may come from a library that is unloaded or from a buffer that
+// is reused. Recording never allocates: out of memory is one of the things to record.
+#include <cerrno>
+#include <cstring>
+
+#include "core_support.h"
+
+namespace {
+
+struct ErrorState {
+    unsigned int code;
+    int line;
+    char file[256];
+};
+
+thread_local ErrorState t_state;
+
+}  // namespace
+
+void TLIBCErrSetEx(unsigned int nError, const char *szFile, int nLine) {
+    if (nError == 0) {
+        t_state = {};
+        return;
+    }
+    const std::size_t length = szFile == nullptr ? 0 : strnlen(szFile, sizeof(t_state.file) - 1);
+    // The name may be the one that TLIBCErrorGetFile gave out.
+    std::memmove(t_state.file, szFile == nullptr ? "" : szFile, length);
+    t_state.file[length] = '\0';
+    t_state.code = nError;
+    t_state.line = nLine;
+}
+
+unsigned int TLIBCErrGet(void) {
+    return t_state.code;
+}
+
+const char *TLIBCErrorGetFile(void) {
+    return t_state.file;
+}
+
+int TLIBCErrorGetLine(void) {
+    return t_state.line;
+}
+
+namespace tavo {
+
+ErrorCode FileError(int error) {
+    switch (error) {
+        case ENOENT:
+        case ENOTDIR:
+            return kFileMissing;
+        case ENOMEM:
+            return kOutOfMemory;
+        default:
+            return kFileUnusable;
+    }
+}
+
+}  // namespace tavo

@@ -1,0 +1,68 @@
+// Holding one file of the calling thread while its sections are read one by one.
+//
+// The reading functions take a path and a section, so that reading a file of five sections opens it
+// six times, and one of a thousand sections is walked a thousand times. A caller that knows that it
+// is about to do so holds the file for that while: the reads in between share one snapshot with a
+// map of its sections, and cannot mix two versions of a file that is replaced meanwhile. Nothing is
+// kept beyond the hold.
+#include "file_hold.h"
+
+#include <cstring>
+#include <new>
+
+namespace tavo {
+namespace {
+
+struct HeldFile {
+    MallocPtr<char> path;
+    MappedFile file;
+};
+
+thread_local HeldFile *held_file = nullptr;
+
+}  // namespace
+
+bool MappedFile::Load(const char *path) {
+    if (!text.Load(path)) {
+        return false;
+    }
+    return sections.Build(text) || TAVO_CORE_FAIL(kOutOfMemory);
+}
+
+const MappedFile *FindHeldFile(const char *path) {
+    const bool held =
+        held_file != nullptr && path != nullptr && std::strcmp(held_file->path.get(), path) == 0;
+    return held ? &held_file->file : nullptr;
+}
+
+}  // namespace tavo
+
+int TLIBCFileHold(const char *szPath) {
+    using namespace tavo;
+    if (szPath == nullptr || held_file != nullptr) {
+        return TAVO_CORE_FAIL(kBadParameter);
+    }
+    void *room = std::malloc(sizeof(HeldFile));
+    if (room == nullptr) {
+        return TAVO_CORE_FAIL(kOutOfMemory);
+    }
+    held_file = new (room) HeldFile{CopyText(szPath), {}};
+    if (held_file->path == nullptr) {
+        TLIBCFileRelease();
+        return TAVO_CORE_FAIL(kOutOfMemory);
+    }
+    if (!held_file->file.Load(szPath)) {
+        TLIBCFileRelease();
+        return -1;
+    }
+    return 0;
+}
+
+void TLIBCFileRelease(void) {
+    using tavo::held_file;
+    if (held_file != nullptr) {
+        held_file->~HeldFile();
+        std::free(held_file);
+        held_file = nullptr;
+    }
+}

@@ -1,0 +1,48 @@
+// A file that is changed as a whole or not at all, by one writer at a time.
+#ifndef TAVO_PLATFORM_CORE_FILE_REPLACE_H
+#define TAVO_PLATFORM_CORE_FILE_REPLACE_H
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <string_view>
+
+#include "core_support.h"
+#include "file_text.h"
+
+namespace tavo {
+
+// How long a writer waits for another one in the same folder.
+constexpr std::chrono::seconds kLockWait{30};
+
+// The regular file behind a path, locked for a change until the object goes.
+class LockedFile {
+  public:
+    LockedFile() = default;
+    ~LockedFile();
+    LockedFile(const LockedFile &) = delete;
+    LockedFile &operator=(const LockedFile &) = delete;
+
+    // Follows symbolic links, locks the folder of the file that they lead to and clears what a
+    // writer that was killed left in it. False on failure with the error set: 0x700 for a missing
+    // file, 0x900 also when the lock is not to be had in time.
+    bool Lock(const char *path, std::chrono::milliseconds wait = kLockWait);
+
+    // Loads the file as it is under the lock.
+    bool Read(FileText &text);
+
+    // Gives the file, which was read before, the new text. False on failure, the file then being as
+    // it was: 0x2800 when it cannot be renamed, 0x900 anything else.
+    bool Replace(std::string_view text);
+
+  private:
+    MallocPtr<char> path_;
+    const char *name_ = nullptr;  // in its folder
+    Descriptor folder_;
+    bool locked_ = false;
+    struct stat status_ = {};
+};
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,84 @@
+// Files are read, never mapped: one that is cut short by another program while it is mapped would
+// kill the reader, read gives some snapshot of it.
+//
+// The size that fstat reports is a hint only. Files of /proc report 0 and files grow, so reading
+// goes on to the end of the file; the hint saves the last read that would only learn that nothing
+// follows, and copying a large file while its buffer grows.
+#include "file_text.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace tavo {
+namespace {
+
+// The kernel reads no more than 2 GiB less one page at once; asked for more it would look like the
+// end of the file.
+constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
+
+}  // namespace
+
+int OpenForReading(int folder, const char *path, int more_flags) {
+    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY | more_flags;
+    return Uninterrupted([&] { return openat(folder, path, flags); });
+}
+
+bool FileText::Load(const char *path) {
+    if (path == nullptr || *path == '\0') {
+        return TAVO_CORE_FAIL(kBadParameter);
+    }
+    const Descriptor file(OpenForReading(AT_FDCWD, path, 0));
+    if (!file.IsOpen()) {
+        return TAVO_CORE_FAIL(FileError(errno));
+    }
+    struct stat status;
+    return LoadFrom(file.Get(), status);
+}
+
+bool FileText::LoadFrom(int fd, struct stat &status) {
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return TAVO_CORE_FAIL(kFileUnusable);
+    }
+    return ReadAll(fd, static_cast<std::size_t>(status.st_size));
+}
+
+bool FileText::ReadAll(int fd, std::size_t reported_size) {
+    for (;;) {
+        if (size_ == capacity_ && !Grow(reported_size)) {
+            return TAVO_CORE_FAIL(kOutOfMemory);
+        }
+        const std::size_t room = std::min(capacity_ - size_, kMostAtOnce);
+        const ssize_t got = Uninterrupted([&] { return read(fd, data_ + size_, room); });
+        if (got < 0) {
+            return TAVO_CORE_FAIL(kFileUnusable);
+        }
+        size_ += static_cast<std::size_t>(got);
+        const bool cut_short = static_cast<std::size_t>(got) < room;
+        if (got == 0 || (cut_short && reported_size > 0 && size_ >= reported_size)) {
+            holds_nul_ = View().find('\0') != std::string_view::npos;
+            return true;
+        }
+    }
+}
+
+// Makes room for the size reported and one byte more, which shows that the file ends there; for
+// twice as much where the file turns out longer.
+bool FileText::Grow(std::size_t reported_size) {
+    const std::size_t wanted = std::max(capacity_ * 2, reported_size + 1);
+    char *larger = static_cast<char *>(std::realloc(large_.get(), wanted));
+    if (larger == nullptr) {
+        return false;
+    }
+    if (large_ == nullptr) {
+        std::memcpy(larger, small_, size_);
+    }
+    static_cast<void>(large_.release());
+    large_.reset(larger);
+    data_ = larger;
+    capacity_ = wanted;
+    return true;
+}
+
+}  // namespace tavo

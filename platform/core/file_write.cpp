@@ -1,0 +1,82 @@
+// Changing configuration files: check what is to be written, lock the file, edit its text in memory
+// and replace the file, unless nothing in it changes.
+#include "config_edit.h"
+#include "core_support.h"
+#include "file_replace.h"
+#include "file_text.h"
+#include "text_buffer.h"
+
+namespace tavo {
+namespace {
+
+// `edit` appends the new text of the file to the buffer; false when it fails, with the error set.
+template <typename Edit>
+int ChangeFile(const char *path, Edit edit) {
+    LockedFile file;
+    FileText old_text;
+    TextBuffer new_text;
+    if (!file.Lock(path) || !file.Read(old_text) || !edit(old_text.View(), new_text)) {
+        return -1;
+    }
+    if (new_text.View() == old_text.View()) {
+        return 0;
+    }
+    return file.Replace(new_text.View()) ? 0 : -1;
+}
+
+int SetKeys(const char *path, const char *section, const TLIBCSzHash *keys, OtherKeys others,
+            MissingSection missing) {
+    if (section == nullptr || keys == nullptr) {
+        return TAVO_CORE_FAIL(kBadParameter);
+    }
+    if (!CheckWritable(section, keys)) {
+        return -1;
+    }
+    return ChangeFile(path, [&](std::string_view text, TextBuffer &out) {
+        return SetSectionKeys(text, section, keys, others, missing, out);
+    });
+}
+
+}  // namespace
+}  // namespace tavo
+
+using namespace tavo;
+
+int TLIBCFileSetSection(const char *szPath, const char *szSection, const char * /*szReserved*/,
+                        const TLIBCSzHash *pHash, int /*nFlags*/) {
+    return SetKeys(szPath, szSection, pHash, OtherKeys::kTakeOut, MissingSection::kAdd);
+}
+
+int TLIBCFileAddSection(const char *szPath, const char *szSection, const TLIBCSzHash *pHash,
+                        int /*nFlags*/) {
+    return SetKeys(szPath, szSection, pHash, OtherKeys::kKeep, MissingSection::kAdd);
+}
+
+int TLIBCFileSetSectionValue(const char *szPath, const char *szSection, const char *szKey,
+                             const char *szValue) {
+    if (szKey == nullptr || szValue == nullptr) {
+        return TAVO_CORE_FAIL(kBadParameter);
+    }
+    TLIBCSzHash *key = TLIBCSzHashAlloc(1);
+    if (key == nullptr) {
+        return -1;
+    }
+    int result = TLIBCSzHashSetValue(key, szKey, szValue);
+    if (result == 0) {
+        result = SetKeys(szPath, szSection, key, OtherKeys::kKeep, MissingSection::kRefuse);
+    }
+    TLIBCSzHashFree(key);
+    return result;
+}
+
+int TLIBCFileRemoveSection(const char *szPath, const char *szSection) {
+    if (szSection == nullptr) {
+        return TAVO_CORE_FAIL(kBadParameter);
+    }
+    if (!CheckWritable(szSection, nullptr)) {
+        return -1;
+    }
+    return ChangeFile(szPath, [&](std::string_view text, TextBuffer &out) {
+        return TakeOutSection(text, szSection, out);
+    });
+}

@@ -1,0 +1,179 @@
+// Every allocation of every function on configuration files fails in turn.
+#include <functional>
+#include <string>
+
+#include "failing_allocation.h"
+#include "file_support.h"
+#include "temporary_folder.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// Too large for the loader's own memory, and with more names than fit the index's own.
+std::string LargeText() {
+    std::string text = "k=v\n" + std::string(10'000, '#') + "\n";
+    for (int i = 0; i < 40; ++i) {
+        text += "[s" + std::to_string(i) + "]\na=1\nb=2\n";
+    }
+    return text;
+}
+
+class FileMemory : public testing::Test {
+  protected:
+    // Arms each allocation of `call` in turn and expects it to fail with 0x200, and `unchanged` to
+    // find nothing changed. Returns how many allocations there are.
+    template <typename Call, typename Unchanged>
+    static int ForEachFailure(int success, Call call, Unchanged unchanged) {
+        return ForEachFailingAllocation([&](FailingAllocation &fail) {
+            SetEarlierError();
+            const int result = fail.During(call);
+            if (fail.Hit()) {
+                EXPECT_EQ(result, -1);
+                EXPECT_EQ(TLIBCErrGet(), kOutOfMemoryCode);
+                unchanged();
+            } else {
+                EXPECT_EQ(result, success);
+            }
+        });
+    }
+
+    // The same for a function that appends `count` strings to a list, which stays as it was.
+    static int ForEachFailureToAppend(int (*append)(const char *path, TLIBCSzList **list),
+                                      const std::string &path, int count) {
+        return ForEachFailingAllocation([&](FailingAllocation &fail) {
+            StringList list({"before"});
+            SetEarlierError();
+            const int result = fail.During([&] { return append(path.c_str(), list.Address()); });
+            EXPECT_EQ(result, fail.Hit() ? -1 : count);
+            EXPECT_EQ(TLIBCErrGet(), fail.Hit() ? kOutOfMemoryCode : kEarlierCode);
+            EXPECT_EQ(TLIBCSzListCount(*list.Address()), fail.Hit() ? 1 : 1 + count);
+            EXPECT_STREQ(TLIBCSzListGet(*list.Address(), 0), "before");
+        });
+    }
+
+    // A writer that fails leaves the file and its folder as they were.
+    void ExpectWriterFails(const std::string &before, const std::string &after,
+                           const std::function<int(const char *path)> &call) {
+        const std::string path = folder_.Write("file", before);
+        const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
+            folder_.Write("file", before);
+            SetEarlierError();
+            const int result = fail.During([&] { return call(path.c_str()); });
+            EXPECT_EQ(result, fail.Hit() ? -1 : 0);
+            EXPECT_EQ(TLIBCErrGet(), fail.Hit() ? kOutOfMemoryCode : kEarlierCode);
+            EXPECT_EQ(ReadFile(path), fail.Hit() ? before : after);
+            EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
+        });
+        EXPECT_GT(allocations, 0);
+    }
+
+    TemporaryFolder folder_;
+};
+
+TEST_F(FileMemory, EnumSectionLeavesTheList) {
+    const std::string path = folder_.Write("file", LargeText());
+    EXPECT_GT(ForEachFailureToAppend(TLIBCFileEnumSection, path, 40), 40);
+}
+
+TEST_F(FileMemory, GetSectionEmptiesTheTable) {
+    const std::string path = folder_.Write("file", LargeText());
+    Table table;
+    const int allocations = ForEachFailure(
+        2, [&] { return TLIBCFileGetSection(path.c_str(), "s7", table.Address()); },
+        [&] { EXPECT_THAT(table.Entries(), IsEmpty()); });
+    EXPECT_GE(allocations, 3);
+}
+
+TEST_F(FileMemory, GetKeyValueEmptiesTheBuffer) {
+    const std::string path = folder_.Write("file", LargeText());
+    char text[8];
+    const int allocations = ForEachFailure(
+        1,
+        [&] {
+            strcpy(text, "preset");
+            return TLIBCFileGetKeyValue(path.c_str(), "k", text, sizeof(text));
+        },
+        [&] { EXPECT_STREQ(text, ""); });
+    EXPECT_EQ(allocations, 1);
+}
+
+TEST_F(FileMemory, CheckKeyValueSaysNotEqual) {
+    const std::string path = folder_.Write("file", LargeText());
+    const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
+        SetEarlierError();
+        const int result =
+            fail.During([&] { return TLIBCFileCheckKeyValue(path.c_str(), "k", "v", 0); });
+        EXPECT_EQ(result, fail.Hit() ? 0 : 1);
+        EXPECT_EQ(TLIBCErrGet(), fail.Hit() ? kOutOfMemoryCode : kEarlierCode);
+    });
+    EXPECT_EQ(allocations, 1);
+}
+
+TEST_F(FileMemory, ReadLinesLeavesTheList) {
+    const std::string path = folder_.Write("file", "a\nb\nc\nd\n");
+    EXPECT_GT(ForEachFailureToAppend(TLIBCFileReadLines, path, 4), 4);
+}
+
+// The readers are called once for each section of each file, so a small file costs them no memory
+// but that of what they hand out.
+TEST_F(FileMemory, ReadersOfASmallFileNeedNone) {
+    const std::string path = folder_.Write("file", "k=v\n[s]\n[t]\n[s]\na=1\n");
+    char text[8];
+    Table table;
+    StringList names;
+    const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
+        fail.During([&] {
+            TLIBCFileGetKeyValue(path.c_str(), "k", text, sizeof(text));
+            TLIBCFileCheckKeyValue(path.c_str(), "k", "v", 0);
+            TLIBCFileGetSection(path.c_str(), "absent", table.Address());
+            TLIBCFileExist(path.c_str());
+            TLIBCFileTouch(path.c_str());
+            return 0;
+        });
+    });
+    EXPECT_EQ(allocations, 0);
+}
+
+TEST_F(FileMemory, SetSectionLeavesTheFile) {
+    const Table table{{"a", "3"}, {"c", "4"}};
+    ExpectWriterFails("[s]\na=1\nb=2\n", "[s]\na=3\nc=4\n", [&](const char *path) {
+        return TLIBCFileSetSection(path, "s", nullptr, table.Get(), 0);
+    });
+}
+
+TEST_F(FileMemory, SetSectionWithManyKeysLeavesTheFile) {
+    Keys keys;
+    std::string after = "[s]\n";
+    for (int i = 0; i < 40; ++i) {
+        keys.emplace_back("k" + std::to_string(i), "v");
+        after += keys.back().first + "=v\n";
+    }
+    const Table table(keys);
+    ExpectWriterFails("", after, [&](const char *path) {
+        return TLIBCFileSetSection(path, "s", nullptr, table.Get(), 0);
+    });
+}
+
+TEST_F(FileMemory, AddSectionLeavesTheFile) {
+    const Table table{{"a", "1"}};
+    ExpectWriterFails(LargeText(), LargeText() + "\n[s]\na=1\n", [&](const char *path) {
+        return TLIBCFileAddSection(path, "s", table.Get(), 0);
+    });
+}
+
+TEST_F(FileMemory, SetSectionValueLeavesTheFile) {
+    ExpectWriterFails("[s]\na=1\n", "[s]\na=2\n", [](const char *path) {
+        return TLIBCFileSetSectionValue(path, "s", "a", "2");
+    });
+}
+
+TEST_F(FileMemory, RemoveSectionLeavesTheFile) {
+    ExpectWriterFails("[s]\na=1\n[t]\n", "[t]\n",
+                      [](const char *path) { return TLIBCFileRemoveSection(path, "s"); });
+}
+
+}  // namespace
+}  // namespace tavo::test

@@ -1,0 +1,23 @@
+tavo_add_test(core_files_test
+  SOURCES
+    config_lines_test.cpp
+    file_bad_input_test.cpp
+    file_entry_test.cpp
+    file_hold_test.cpp
+    file_memory_test.cpp
+    file_read_test.cpp
+    file_replace_test.cpp
+    file_write_property_test.cpp
+    file_write_test.cpp
+  LIBRARIES tavocore tavoconfiglines)
+
+# What the library keeps to itself, built into the test.
+tavo_add_test(core_internals_test
+  SOURCES
+    locked_file_test.cpp
+    text_index_test.cpp
+    ../error.cpp
+    ../file_replace.cpp
+    ../file_text.cpp
+    ../text_index.cpp)
+target_include_directories(core_internals_test PRIVATE ..)

@@ -1,0 +1,44 @@
+// Runs a call as a user whom file permissions bind, which they do not bind root.
+#ifndef TAVO_PLATFORM_CORE_TESTS_ORDINARY_USER_H
+#define TAVO_PLATFORM_CORE_TESTS_ORDINARY_USER_H
+
+#include <grp.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "file_support.h"
+
+namespace tavo::test {
+
+constexpr uid_t kOrdinaryUser = 65534;
+
+// The result and error (as of ResultAndError) of `call`, made in a child process that is not root.
+template <typename Call>
+std::pair<int, unsigned int> AsOrdinaryUser(Call call) {
+    using Answer = std::pair<int, unsigned int>;
+    void *shared =
+        mmap(nullptr, sizeof(Answer), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    auto *answer = new (shared) Answer(0, 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        const bool root = geteuid() == 0;
+        if (!root || (setgroups(0, nullptr) == 0 && setgid(kOrdinaryUser) == 0 &&
+                      setuid(kOrdinaryUser) == 0)) {
+            *answer = ResultAndError(call);
+        }
+        _exit(0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    const Answer copy = *answer;
+    munmap(shared, sizeof(Answer));
+    return copy;
+}
+
+}  // namespace tavo::test
+
+#endif

@@ -1,0 +1,53 @@
+// Numbers texts in the order in which they first come, in constant time each: which section names
+// came already, and which wanted key a line holds.
+#ifndef TAVO_PLATFORM_CORE_TEXT_INDEX_H
+#define TAVO_PLATFORM_CORE_TEXT_INDEX_H
+
+#include <cstddef>
+#include <string_view>
+
+#include "core_support.h"
+
+namespace tavo {
+
+// Looks at the texts only; they must outlive it. A handful needs no memory but the object's own.
+class TextIndex {
+  public:
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+    enum class Added { kNew, kKnown, kOutOfMemory };
+
+    TextIndex() = default;
+    TextIndex(const TextIndex &) = delete;
+    TextIndex &operator=(const TextIndex &) = delete;
+
+    Added Add(std::string_view text);
+
+    // The number of `text`, from 0; kNone when it was never added.
+    std::size_t Find(std::string_view text) const;
+
+    std::size_t Count() const { return count_; }
+
+  private:
+    // data is null in a free slot.
+    struct Slot {
+        const char *data;
+        std::size_t size;
+        std::size_t number;
+    };
+
+    Slot &SlotOf(std::string_view text) const;
+    bool Grow();
+
+    static constexpr std::size_t kFewSlots = 16;
+
+    std::size_t count_ = 0;
+    std::size_t slot_count_ = kFewSlots;  // a power of two, at least half of them free
+    Slot *slots_ = few_;
+    MallocPtr<Slot> many_;
+    Slot few_[kFewSlots] = {};
+};
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,228 @@
+// A writer is killed at, and then refused, each system call that it makes, one at a time, by
+// strace. Whatever happens, the file is the old one or the new one, whole; the writer's answer says
+// which; and what may be left lying about is gone with the next change in the folder.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "run_program.h"
+#include "tavocore.h"
+#include "temporary_folder.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::AnyOf;
+using testing::ElementsAre;
+
+constexpr int kKilled = 128 + 9;
+
+// The `ordinal`th call of that name in the life of the writer.
+struct SystemCall {
+    std::string name;
+    int ordinal;
+};
+
+class InjectedFault : public testing::Test {
+  protected:
+    InjectedFault() {
+        std::string filler(20'000, '#');
+        old_text_ = filler + "\n[s]\nk=old\n";
+        new_text_ = filler + "\n[s]\nk=new\n";
+        Restore();
+    }
+
+    void Restore() {
+        WriteFile(file_, old_text_);
+        ASSERT_EQ(chmod(file_.c_str(), 0640), 0);
+        ASSERT_THAT(folder_.Entries(), ElementsAre("file"));
+    }
+
+    // Runs the writer, k=new, under strace with `options`; what strace says comes as standard
+    // error.
+    ProgramResult RunWriter(const std::vector<std::string> &options) {
+        std::vector<std::string> command = {"strace", "-qq"};
+        command.insert(command.end(), options.begin(), options.end());
+        command.insert(command.end(), {TAVO_FAULT_WRITER, file_, "s", "k", "new"});
+        // The leak check cannot run in a program that is traced.
+        return RunProgram(command, "", {"ASAN_OPTIONS=detect_leaks=0"});
+    }
+
+    ProgramResult RunWriter(const SystemCall &call, const std::string &fault) {
+        return RunWriter(
+            {"-e", "trace=" + call.name, "-e",
+             "inject=" + call.name + ":" + fault + ":when=" + std::to_string(call.ordinal)});
+    }
+
+    // Every system call of the change, in order, found by running it once without a fault.
+    std::vector<SystemCall> CallsOfTheChange() {
+        const ProgramResult result = RunWriter(std::vector<std::string>{});
+        EXPECT_EQ(result.status, 0) << result.err;
+        Restore();
+        std::istringstream trace(result.err);
+        std::map<std::string, int> counts;
+        std::vector<SystemCall> calls;
+        for (std::string line; std::getline(trace, line);) {
+            const std::string name = line.substr(0, line.find('('));
+            ++counts[name];
+            if (counts["getppid"] == 1 && name != "getppid") {
+                calls.push_back({name, counts[name]});
+            }
+        }
+        EXPECT_EQ(counts["getppid"], 2) << result.err;
+        return calls;
+    }
+
+    // The next change in the folder succeeds and leaves nothing but the file.
+    void ExpectNextChangeCleansUp() {
+        EXPECT_EQ(TLIBCFileSetSectionValue(file_.c_str(), "s", "k", "next"), 0);
+        std::string next_text = new_text_;
+        next_text.replace(next_text.rfind("new"), 3, "next");
+        EXPECT_EQ(ReadFile(file_), next_text);
+        EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
+    }
+
+    bool FileIs(const std::string &text) const {
+        struct stat status = {};
+        return ReadFile(file_) == text && stat(file_.c_str(), &status) == 0 &&
+               (status.st_mode & 07777) == 0640;
+    }
+
+    // What must hold whatever the fault was: the answer and the file agree, and a failed change
+    // leaves nothing.
+    void ExpectAnswerAgrees(const SystemCall &call, const ProgramResult &result) {
+        ASSERT_THAT(result.status, AnyOf(0, 1)) << result.err;
+        EXPECT_TRUE(FileIs(result.status == 0 ? new_text_ : old_text_));
+        if (result.status != 0) {
+            EXPECT_EQ(result.out, call.name.starts_with("rename") ? "0x2800" : "0x900");
+            EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
+        } else if (folder_.Entries().size() > 1) {
+            EXPECT_THAT(folder_.Entries(), ElementsAre(".tavo-write", "file"));
+            EXPECT_THAT(call.name, AnyOf("unlinkat", "openat"))
+                << "it was the cleaning that failed";
+        }
+    }
+
+    // Injects `fault` into each call and checks its outcome.
+    template <typename Check>
+    int ForEachCall(const std::vector<SystemCall> &calls, const std::string &fault, Check check) {
+        for (const SystemCall &call : calls) {
+            SCOPED_TRACE(fault + " at " + call.name + " " + std::to_string(call.ordinal));
+            check(call, RunWriter(call, fault));
+            ExpectNextChangeCleansUp();
+            Restore();
+        }
+        return static_cast<int>(calls.size());
+    }
+
+    TemporaryFolder folder_;
+    std::string file_ = folder_ / "file";
+    std::string old_text_;
+    std::string new_text_;
+};
+
+// Calls that ask for memory only: what the allocator does about a refusal is not this library's.
+bool IsAboutMemory(const SystemCall &call) {
+    static const std::set<std::string> names = {"brk",    "mmap",    "munmap",
+                                                "mremap", "madvise", "mprotect"};
+    return names.count(call.name) > 0;
+}
+
+TEST_F(InjectedFault, TheChangeIsStagedFlushedAndRenamed) {
+    std::string names;
+    for (const SystemCall &call : CallsOfTheChange()) {
+        names += call.name + " ";
+    }
+    EXPECT_THAT(names, testing::ContainsRegex("flock .*mkdirat .*write .*fchmod .*fsync close "
+                                              "linkat renameat fsync .*unlinkat .*flock"));
+}
+
+TEST_F(InjectedFault, AWriterKilledAtAnyCallLeavesTheOldFileOrTheNewOne) {
+    int old_files = 0;
+    int new_files = 0;
+    const int calls = ForEachCall(CallsOfTheChange(), "signal=KILL",
+                                  [&](const SystemCall &, const ProgramResult &result) {
+                                      EXPECT_EQ(result.status, kKilled);
+                                      old_files += FileIs(old_text_) ? 1 : 0;
+                                      new_files += FileIs(new_text_) ? 1 : 0;
+                                  });
+    EXPECT_EQ(old_files + new_files, calls);
+    EXPECT_GT(old_files, 15);
+    EXPECT_GT(new_files, 4);
+}
+
+class RefusedCall : public InjectedFault, public testing::WithParamInterface<const char *> {};
+
+TEST_P(RefusedCall, MakesTheAnswerAndTheFileAgree) {
+    std::vector<SystemCall> calls = CallsOfTheChange();
+    std::erase_if(calls, IsAboutMemory);
+    int failures = 0;
+    ForEachCall(calls, std::string("error=") + GetParam(),
+                [&](const SystemCall &call, const ProgramResult &result) {
+                    EXPECT_THAT(result.err, testing::HasSubstr("(INJECTED)"));
+                    ExpectAnswerAgrees(call, result);
+                    failures += result.status;
+                });
+    EXPECT_GT(failures, 10);
+}
+
+INSTANTIATE_TEST_SUITE_P(Errors, RefusedCall, testing::Values("ENOSPC", "EIO", "EROFS", "EACCES"),
+                         [](const auto &error) { return std::string(error.param); });
+
+TEST_F(InjectedFault, ASignalThatCutsACallShortIsNoFailure) {
+    for (const SystemCall &call : CallsOfTheChange()) {
+        static const std::set<std::string> names = {"openat", "read", "write", "flock", "fsync"};
+        if (names.count(call.name) > 0) {
+            SCOPED_TRACE("EINTR at " + call.name + " " + std::to_string(call.ordinal));
+            EXPECT_EQ(RunWriter(call, "error=EINTR").status, 0);
+            EXPECT_TRUE(FileIs(new_text_));
+            EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
+            Restore();
+        }
+    }
+}
+
+TEST_F(InjectedFault, AFileSystemWithoutHardLinksIsWrittenToAllTheSame) {
+    for (const char *error : {"EPERM", "EOPNOTSUPP", "EMLINK"}) {
+        EXPECT_EQ(RunWriter({"linkat", 1}, std::string("error=") + error).status, 0) << error;
+        EXPECT_TRUE(FileIs(new_text_));
+        EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
+        Restore();
+    }
+}
+
+// Some file systems tell only then that the text did not get through.
+TEST_F(InjectedFault, ATextThatCannotBeClosedIsNotPublished) {
+    std::vector<SystemCall> calls = CallsOfTheChange();
+    const auto is_fsync = [](const SystemCall &call) { return call.name == "fsync"; };
+    const SystemCall close = *(std::find_if(calls.begin(), calls.end(), is_fsync) + 1);
+    ASSERT_EQ(close.name, "close");
+    EXPECT_EQ(RunWriter(close, "error=EIO").status, 1);
+    EXPECT_TRUE(FileIs(old_text_));
+    EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
+}
+
+// The second fsync is the folder's, behind the rename.
+TEST_F(InjectedFault, AFolderThatCannotBeFlushedGetsTheOldFileBack) {
+    struct stat before = {};
+    ASSERT_EQ(stat(file_.c_str(), &before), 0);
+    const ProgramResult result = RunWriter({"fsync", 2}, "error=EIO");
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "0x900");
+    EXPECT_TRUE(FileIs(old_text_));
+    struct stat after = {};
+    ASSERT_EQ(stat(file_.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_nlink, 1u);
+    EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
+}
+
+}  // namespace
+}  // namespace tavo::test

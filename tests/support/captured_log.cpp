@@ -1,0 +1,99 @@
+#include "captured_log.h"
+
+#include <syslog.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <regex>
+
+namespace {
+
+// Lines are caught while allocations are made to fail, so they go into memory that is there
+// already: for each its priority, one byte, and its text with the terminator.
+char g_caught[1 << 20];
+std::size_t g_used = 0;
+bool g_catching = false;
+std::mutex g_mutex;
+
+void Catch(int priority, const char *format, va_list args) {
+    const std::lock_guard lock(g_mutex);
+    if (!g_catching) {
+        return;
+    }
+    const std::size_t room = sizeof(g_caught) - g_used - 1;
+    const int length = std::vsnprintf(g_caught + g_used + 1, room, format, args);
+    if (length < 0 || static_cast<std::size_t>(length) >= room) {
+        std::fputs("CapturedLog is full\n", stderr);
+        std::abort();
+    }
+    g_caught[g_used] = static_cast<char>(priority);
+    g_used += static_cast<std::size_t>(length) + 2;
+}
+
+}  // namespace
+
+extern "C" {
+
+__attribute__((visibility("default"))) void syslog(int priority, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    Catch(priority, format, args);
+    va_end(args);
+}
+
+// What syslog becomes under _FORTIFY_SOURCE.
+__attribute__((visibility("default"))) void __syslog_chk(int priority, int /*flag*/,
+                                                         const char *format, ...);
+void __syslog_chk(int priority, int /*flag*/, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    Catch(priority, format, args);
+    va_end(args);
+}
+
+}  // extern "C"
+
+namespace tavo::test {
+
+CapturedLog::CapturedLog() {
+    g_used = 0;
+    g_catching = true;
+}
+
+CapturedLog::~CapturedLog() {
+    g_catching = false;
+}
+
+std::vector<CapturedLog::Line> CapturedLog::Lines() const {
+    std::vector<Line> lines;
+    for (std::size_t i = 0; i < g_used;) {
+        lines.push_back({g_caught[i], g_caught + i + 1});
+        i += lines.back().text.size() + 2;
+    }
+    return lines;
+}
+
+std::vector<std::string> CapturedLog::Messages() const {
+    static const std::regex prefix("^[a-z0-9_]+\\.cpp:[1-9][0-9]* ");
+    static const std::regex state("(\\[0x[0-9A-F]{4,} [a-z0-9_]*(\\.cpp)?:)[0-9]+\\]$");
+    std::vector<std::string> messages;
+    for (const Line &line : Lines()) {
+        std::smatch match;
+        if (line.priority != LOG_ERR) {
+            messages.push_back("not LOG_ERR: " + line.text);
+        } else if (!std::regex_search(line.text, match, prefix)) {
+            messages.push_back("no SOURCE:LINE prefix: " + line.text);
+        } else {
+            messages.push_back(std::regex_replace(match.suffix().str(), state, "$1N]"));
+        }
+    }
+    return messages;
+}
+
+void CapturedLog::Clear() {
+    g_used = 0;
+}
+
+}  // namespace tavo::test

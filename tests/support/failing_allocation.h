@@ -1,0 +1,70 @@
+// Makes chosen allocations fail, to show that running out of memory is a reported result.
+//
+// A program that uses this interposes malloc, calloc and realloc, so that the allocations that libc
+// makes inside (strdup, vasprintf, scandir, opendir, ...) fail as well. Only the calling thread's
+// allocations, and only those between arming and disarming, are touched.
+#ifndef TAVO_TESTS_SUPPORT_FAILING_ALLOCATION_H
+#define TAVO_TESTS_SUPPORT_FAILING_ALLOCATION_H
+
+#include <utility>
+
+namespace tavo::test {
+
+class FailingAllocation {
+  public:
+    enum class Mode {
+        kOnlyNth,    // the nth allocation fails, later ones succeed
+        kFromNthOn,  // the nth and all later ones fail
+    };
+
+    FailingAllocation(int nth, Mode mode) : nth_(nth), mode_(mode) {}
+
+    // Runs `call` with the chosen allocations failing and hands its result on.
+    template <typename Call>
+    auto During(Call &&call) {
+        Armed armed(*this);
+        return std::forward<Call>(call)();
+    }
+
+    // Whether the last During reached the nth allocation.
+    bool Hit() const { return hit_; }
+
+  private:
+    class Armed {
+      public:
+        explicit Armed(FailingAllocation &owner);
+        ~Armed();
+        Armed(const Armed &) = delete;
+        Armed &operator=(const Armed &) = delete;
+
+      private:
+        FailingAllocation &owner_;
+    };
+
+    int nth_;
+    Mode mode_;
+    bool hit_ = false;
+};
+
+// Calls run(FailingAllocation &) for the first, second, ... allocation, in both modes, until one is
+// no longer reached. `run` arranges, wraps the one call under test in During and asserts. Returns
+// how many allocations the call makes, so that a test can assert that there were any.
+template <typename Run>
+int ForEachFailingAllocation(Run run) {
+    int allocations = 0;
+    for (auto mode : {FailingAllocation::Mode::kOnlyNth, FailingAllocation::Mode::kFromNthOn}) {
+        for (int nth = 1;; ++nth) {
+            FailingAllocation fail(nth, mode);
+            run(fail);
+            if (!fail.Hit()) {
+                break;
+            }
+            allocations = nth > allocations ? nth : allocations;
+        }
+    }
+    return allocations;
+}
+
+}  // namespace tavo::test
+
+#endif
