@@ -1,0 +1,42 @@
+// The system log of one run: the receiving end of /dev/log.
+#ifndef TAVO_TOOLS_APPLIANCE_MESSAGE_LOG_H
+#define TAVO_TOOLS_APPLIANCE_MESSAGE_LOG_H
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+#include "descriptor.h"
+
+namespace tavo {
+
+// Inside, /dev/log is a link to this socket.
+constexpr const char *kLogSocket = "/run/log/socket";
+
+class MessageLog {
+  public:
+    // Makes the socket and the file messages in the folder /run/log of the tree `root`.
+    explicit MessageLog(const std::filesystem::path &root);
+    // Takes the socket away, which nobody listens to any more.
+    ~MessageLog();
+    MessageLog(const MessageLog &) = delete;
+    MessageLog &operator=(const MessageLog &) = delete;
+
+    int Socket() const { return socket_.Get(); }
+
+    // Appends every message that has arrived to the file.
+    void Drain() const;
+
+  private:
+    Descriptor folder_;
+    Descriptor socket_;
+    Descriptor file_;
+};
+
+// A message as sent ("<11>Nov 20 11:12:13 name: text") as the line of the file ("user.err Nov 20
+// 11:12:13 name: text"), with its newline.
+std::string MessageLine(std::string_view message);
+
+}  // namespace tavo
+
+#endif

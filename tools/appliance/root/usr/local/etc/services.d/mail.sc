@@ -1,0 +1,1 @@
+../../packages/mail/mail.sc

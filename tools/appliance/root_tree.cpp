@@ -1,0 +1,162 @@
+// Git keeps contents, links and the executable bit of the template, but neither empty folders nor
+// any other mode. So every mode of a copy is set outright (whatever umask the template was checked
+// out with) and the list "folders" names the folders that are empty or have a mode of their own.
+#include "root_tree.h"
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <system_error>
+
+#include "bubblewrap.h"
+#include "failure.h"
+
+namespace tavo {
+namespace fs = std::filesystem;
+namespace {
+
+constexpr const char *kServiceFileFolder = "/usr/local/etc/services.d";
+
+void SetMode(const fs::path &path, mode_t mode) {
+    if (chmod(path.c_str(), mode) != 0) {
+        FailWithErrno(path.string());
+    }
+}
+
+void MakeFolder(const fs::path &path, mode_t mode) {
+    fs::create_directories(path);
+    SetMode(path, mode);
+}
+
+void CopyFile(const fs::path &from, const fs::path &to) {
+    const bool executable =
+        (fs::status(from).permissions() & fs::perms::owner_exec) != fs::perms::none;
+    fs::copy_file(from, to);
+    SetMode(to, executable ? 0755 : 0644);
+}
+
+void CopyTree(const fs::path &from, const fs::path &to) {
+    for (const fs::directory_entry &entry : fs::directory_iterator(from)) {
+        const fs::path target = to / entry.path().filename();
+        if (entry.is_symlink()) {
+            fs::copy_symlink(entry.path(), target);
+        } else if (entry.is_directory()) {
+            MakeFolder(target, 0755);
+            CopyTree(entry.path(), target);
+        } else {
+            CopyFile(entry.path(), target);
+        }
+    }
+}
+
+// Lines "MODE PATH", the mode in octal; # starts a comment.
+void MakeListedFolders(const fs::path &list, const fs::path &root) {
+    std::ifstream lines(list);
+    std::string mode;
+    std::string path;
+    while (lines >> mode) {
+        if (mode.starts_with('#')) {
+            std::getline(lines, path);
+        } else if (lines >> path) {
+            MakeFolder(root / fs::path(path).relative_path(),
+                       static_cast<mode_t>(std::stoul(mode, nullptr, 8)));
+        }
+    }
+    if (!lines.eof()) {
+        throw Failure("cannot read " + list.string());
+    }
+}
+
+// A folder that the command left without permissions would keep an ordinary user from removing what
+// is in it.
+void OpenUp(const fs::path &folder) {
+    std::error_code ignored;
+    fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
+    for (const fs::directory_entry &entry : fs::directory_iterator(folder, ignored)) {
+        if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
+            OpenUp(entry.path());
+        }
+    }
+}
+
+}  // namespace
+
+ExtraFile ParseExtraFile(const std::string &text, const fs::path &share) {
+    const std::size_t colon = text.rfind(":/");
+    const fs::path source = text.substr(0, colon);
+    const fs::path target = colon == std::string::npos
+                                ? fs::path(kServiceFileFolder) / source.filename()
+                                : fs::path(text.substr(colon + 1)).lexically_normal();
+    const auto refuse = [&](const std::string &why) {
+        throw Failure("--with " + text + ": " + why);
+    };
+    if (!fs::is_regular_file(source)) {
+        refuse(source.string() + (fs::exists(source) ? " is not a file" : " does not exist"));
+    }
+    if (!target.has_filename()) {
+        refuse("the target must name a file");
+    }
+    // The folder that is meant, links of the template followed. An absolute link names a path of
+    // the appliance; followed from here it would lead to the host's.
+    const fs::path root = fs::canonical(share / "root");
+    const fs::path folder = fs::weakly_canonical(root / target.parent_path().relative_path());
+    if (!IsInside(folder, root)) {
+        refuse("the target leads through an absolute link");
+    }
+    ExtraFile file = {source, "/" / folder.lexically_relative(root) / target.filename()};
+    if (IsHostPath(file.target)) {
+        refuse(file.target.string() + " is in a folder of the host, which is read-only inside");
+    }
+    return file;
+}
+
+RootTree::RootTree()
+    : temporary_(fs::canonical(fs::temp_directory_path()) / "tavo-appliance-XXXXXX") {
+    // mkdtemp writes the name in place, so it needs the text itself.
+    std::string name = temporary_;
+    if (mkdtemp(name.data()) == nullptr) {
+        temporary_.clear();
+        FailWithErrno("cannot make a folder for the appliance in " +
+                      fs::path(name).parent_path().string());
+    }
+    temporary_ = name;
+    // One level below: the root is everybody's to read, the folder around it the user's own.
+    root_ = temporary_ / "root";
+}
+
+RootTree::RootTree(const fs::path &folder) {
+    if (fs::exists(folder) && (!fs::is_directory(folder) || !fs::is_empty(folder))) {
+        throw Failure("--root " + folder.string() + ": must be an empty folder, or not exist yet");
+    }
+    fs::create_directories(folder);
+    root_ = fs::canonical(folder);
+}
+
+RootTree::~RootTree() {
+    if (!temporary_.empty()) {
+        std::error_code error;
+        if (fs::remove_all(temporary_, error); error) {
+            OpenUp(temporary_);
+            fs::remove_all(temporary_, error);
+        }
+    }
+}
+
+void RootTree::Fill(const fs::path &share) const {
+    MakeFolder(root_, 0755);
+    CopyTree(share / "root", root_);
+    MakeListedFolders(share / "folders", root_);
+}
+
+void RootTree::Place(const ExtraFile &file) const {
+    const fs::path target = root_ / file.target.relative_path();
+    if (fs::is_directory(fs::symlink_status(target))) {
+        throw Failure(file.target.string() + " is a folder");
+    }
+    fs::create_directories(target.parent_path());
+    fs::remove(target);
+    fs::copy_file(file.source, target);
+}
+
+}  // namespace tavo
