@@ -1,0 +1,103 @@
+// Small answers about ports and protocols: the protocol map and its accessors, tests of protocol
+// values, a port number out of a text, and the names of TCP states.
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "support/failure.h"
+#include "tavoserviceconf.h"
+
+const TAVO_PROTO_TYPE_MAPPING gProtoTypeMapping[2] = {
+    {TAVO_PROTO_TCP, "tcp"},
+    {TAVO_PROTO_UDP, "udp"},
+};
+
+namespace {
+
+constexpr int kMapSize = static_cast<int>(std::size(gProtoTypeMapping));
+constexpr int kBothProtocols = TAVO_PROTO_TCP | TAVO_PROTO_UDP;
+
+// By the number of the state in /proc/net/tcp, from 1 (include/net/tcp_states.h of the kernel).
+constexpr const char *kTcpStates[] = {
+    "TCP_ESTABLISHED", "TCP_SYN_SENT",  "TCP_SYN_RECV", "TCP_FIN_WAIT1",
+    "TCP_FIN_WAIT2",   "TCP_TIME_WAIT", "TCP_CLOSE",    "TCP_CLOSE_WAIT",
+    "TCP_LAST_ACK",    "TCP_LISTEN",    "TCP_CLOSING",
+};
+
+// Callers keep other flags in the upper half of a protocol value.
+constexpr int Low16(int nProtocol) {
+    return nProtocol & 0xFFFF;
+}
+
+bool IsRow(int nIndex) {
+    return nIndex >= 0 && nIndex < kMapSize;
+}
+
+}  // namespace
+
+int IsTCP(int nProtocol) {
+    return Low16(nProtocol) == TAVO_PROTO_TCP;
+}
+
+int IsUDP(int nProtocol) {
+    return Low16(nProtocol) == TAVO_PROTO_UDP;
+}
+
+int IsBothTCPAndUDP(int nProtocol) {
+    return Low16(nProtocol) == kBothProtocols;
+}
+
+// Kept for callers that store the result as a flag: the bit's own value, so 2 for UDP and not 1.
+int HasTCP(int nProtocol) {
+    return nProtocol & TAVO_PROTO_TCP;
+}
+
+int HasUDP(int nProtocol) {
+    return nProtocol & TAVO_PROTO_UDP;
+}
+
+int IsLegalProtocol(int nProtocol) {
+    return IsTCP(nProtocol) || IsUDP(nProtocol) || IsBothTCPAndUDP(nProtocol);
+}
+
+// Lenient on purpose: settings files of old releases hold ports with text behind them, and those
+// that read them count on "%hu", wrapping included.
+uint16_t ToUPort(const char *szPort) {
+    unsigned short nPort = 0;
+    if (szPort == nullptr || std::sscanf(szPort, "%hu", &nPort) != 1) {
+        TAVO_LOG("Failed on parse port: %s", szPort != nullptr ? szPort : "(null)");
+        return 0;
+    }
+    return nPort;
+}
+
+const char *TAVOTCPStateToString(unsigned int nState) {
+    return nState >= 1 && nState <= std::size(kTcpStates) ? kTcpStates[nState - 1]
+                                                          : "Illegal_TCP_STATE";
+}
+
+int TLIBServiceProtoMapSizeGet(void) {
+    return kMapSize;
+}
+
+int TLIBServiceProtoIndexGet(int nIndex, int *pnProto) {
+    if (pnProto == nullptr || !IsRow(nIndex)) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    *pnProto = gProtoTypeMapping[nIndex].nProto;
+    return 0;
+}
+
+int TLIBServiceProtoStrGet(int nIndex, char *szBuf, int cbBuf) {
+    if (!IsRow(nIndex) || szBuf == nullptr || cbBuf < 1) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    const char *szName = gProtoTypeMapping[nIndex].szName;
+    const std::size_t nLength = std::strlen(szName);
+    if (nLength >= static_cast<std::size_t>(cbBuf)) {
+        TAVO_SET_ERROR(tavo::kErrorBufferTooSmall);
+        return TAVO_LOG_STATE("input array too small");
+    }
+    std::memcpy(szBuf, szName, nLength + 1);
+    return 0;
+}

@@ -1,0 +1,85 @@
+// Reads every service file of the system and package directories into one list.
+#include <dirent.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "support/failure.h"
+#include "support/service_directory.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+// The sorted entries of a directory, as scandir gives them.
+class Listing {
+  public:
+    explicit Listing(const char *szDirectory)
+        : nEntries_(scandir(szDirectory, &ppEntries_, nullptr, alphasort)) {}
+    ~Listing() {
+        for (int i = 0; i < nEntries_; ++i) {
+            std::free(ppEntries_[i]);
+        }
+        std::free(ppEntries_);
+    }
+    Listing(const Listing &) = delete;
+    Listing &operator=(const Listing &) = delete;
+
+    bool Failed() const { return nEntries_ < 0; }
+    dirent **begin() const { return ppEntries_; }
+    dirent **end() const { return ppEntries_ + (nEntries_ > 0 ? nEntries_ : 0); }
+
+  private:
+    dirent **ppEntries_ = nullptr;
+    int nEntries_;
+};
+
+// Packages install their service file as a link into their own folder. An entry whose type the file
+// system does not report is passed over; that is kept, since callers count what is read.
+bool IsFileOrLink(const dirent &entry) {
+    return entry.d_type == DT_REG || entry.d_type == DT_LNK;
+}
+
+// How many files of the directory were read, -1 when it cannot be listed. Any file is tried,
+// whatever its name: one that is no service file fails to read and does not count.
+int ReadDirectory(const char *szDirectory, TAVO_SERVICE_CONF **ppList) {
+    const Listing listing(szDirectory);
+    if (listing.Failed()) {
+        return TAVO_SET_ERROR(tavo::kErrorListDirectory);
+    }
+    int nFiles = 0;
+    for (const dirent *pEntry : listing) {
+        if (!IsFileOrLink(*pEntry)) {
+            continue;
+        }
+        char szPath[tavo::kPathSize];
+        std::snprintf(szPath, sizeof(szPath), "%s/%s", szDirectory, pEntry->d_name);
+        if (TAVOServiceConfGet(szPath, ppList) == 0) {
+            ++nFiles;
+        }
+    }
+    return nFiles;
+}
+
+}  // namespace
+
+int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags) {
+    static constexpr struct {
+        int nFlag;
+        const char *szDirectory;
+    } kDirectories[] = {
+        {TAVO_SERVICE_CONF_DIR_SYSTEM, tavo::kSystemServiceDirectory},
+        {TAVO_SERVICE_CONF_DIR_PACKAGE, tavo::kPackageServiceDirectory},
+    };
+    constexpr int nEveryFlag = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
+    if (ppList == nullptr || (nDirFlags & nEveryFlag) == 0) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    int nFiles = 0;
+    for (const auto &directory : kDirectories) {
+        if ((nDirFlags & directory.nFlag) != 0) {
+            const int nRead = ReadDirectory(directory.szDirectory, ppList);
+            nFiles += nRead > 0 ? nRead : 0;
+        }
+    }
+    return nFiles;
+}

@@ -1,0 +1,154 @@
+// Parses port lists, the values of src.ports and dst.ports: PORTS or PORTS/PROTOCOLS, as in
+// "80,6000:6010/tcp". Every piece between commas counts, so an empty one is a mistake and not
+// skipped.
+#include <cctype>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "support/failure.h"
+#include "support/owners.h"
+#include "support/text.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+constexpr uint32_t kHighestPort = 65535;
+
+// How much of a bad protocol text the log line shows, terminator included.
+constexpr std::size_t kProtocolTextSize = 64;
+
+bool IsAllDigits(const char *szText) {
+    for (; *szText != '\0'; ++szText) {
+        if (std::isdigit(static_cast<unsigned char>(*szText)) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Reads one port number. The value is the low 32 bits of what strtol gives, and kept so:
+// "4294967376" has always been port 80.
+bool ReadPort(const char *szPort, uint32_t &nPort) {
+    if (szPort == nullptr || *szPort == '\0') {
+        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return false;
+    }
+    const bool digits = IsAllDigits(szPort);
+    const auto nValue = static_cast<uint32_t>(digits ? std::strtol(szPort, nullptr, 10) : 0);
+    if (!digits || nValue > kHighestPort) {
+        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        TAVO_LOG_STATE("illegal ports number, port=%s, tavoerr=", szPort);
+        return false;
+    }
+    nPort = nValue;
+    return true;
+}
+
+// The bit of a protocol word, 0 for any other word.
+int ProtocolBit(const char *szWord) {
+    for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
+        if (std::strcmp(szWord, row.szName) == 0) {
+            return row.nProto;
+        }
+    }
+    return 0;
+}
+
+// Fills type and ports of an entry from one item, PORT or START:END. The order of START and END is
+// the author's business.
+bool ParseItem(char *szItem, TAVO_SERVICE_CONF_PORT *pPort) {
+    char *szEnd = szItem;
+    const char *szStart = tavo::CutPiece(szEnd, ':');
+    if (!ReadPort(szStart, pPort->nPortStart)) {
+        return false;
+    }
+    if (szEnd == nullptr) {
+        return true;
+    }
+    pPort->nPortType = 1;
+    return ReadPort(szEnd, pPort->nPortEnd);
+}
+
+int ParseItems(char *szPorts, unsigned int nDirection, uint32_t nProtocol,
+               tavo::OwnedPorts &ports) {
+    for (char *szRest = szPorts; szRest != nullptr;) {
+        char *szItem = tavo::CutPiece(szRest, ',');
+        auto port = tavo::NewRecord<tavo::OwnedPorts>();
+        if (port == nullptr) {
+            return TAVO_FAIL_NO_MEMORY();
+        }
+        port->nDirection = nDirection;
+        port->nProtocol = nProtocol;
+        if (TLIBCStrTrimSpace(szItem) < 0 || !ParseItem(szItem, port.get())) {
+            return -1;
+        }
+        port->pNext = ports.release();
+        ports = std::move(port);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int TAVOServiceConfPortsCheck(const char *szPort) {
+    uint32_t nPort = 0;
+    return ReadPort(szPort, nPort) ? 1 : 0;
+}
+
+int TLIBServiceConfProtocolParse(char *szProto) {
+    constexpr int nBothProtocols = TAVO_PROTO_TCP | TAVO_PROTO_UDP;
+    if (szProto == nullptr || *szProto == '\0') {
+        return nBothProtocols;
+    }
+    char szAsGiven[kProtocolTextSize];
+    tavo::CopyText(szAsGiven, szProto);
+    if (TLIBCStrTrimSpace(szProto) < 0 ||
+        TLIBCStrCaseLower(szProto, szProto, static_cast<int>(std::strlen(szProto)) + 1) < 0) {
+        return -1;
+    }
+    int nProtocol = 0;
+    for (char *szRest = szProto; szRest != nullptr;) {
+        char *szWord = tavo::CutPiece(szRest, ',');
+        if (TLIBCStrTrimSpace(szWord) < 0) {
+            return -1;
+        }
+        const int nBit = ProtocolBit(szWord);
+        if (nBit == 0) {
+            TAVO_SET_ERROR(tavo::kErrorBadParameter);
+            return TAVO_LOG_STATE(
+                "protocol format error (%s)! It should be \"tcp\" or \"udp\" or \"tcp,udp\", "
+                "tavoerr=",
+                szAsGiven);
+        }
+        nProtocol |= nBit;
+    }
+    return nProtocol;
+}
+
+int TAVOServiceConfPortsGet(const char *szPorts, unsigned int nDirection,
+                            TAVO_SERVICE_CONF_PORT **ppList) {
+    if (szPorts == nullptr || ppList == nullptr || *ppList != nullptr || nDirection > 1) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    const tavo::OwnedText copy(strdup(szPorts));
+    if (copy == nullptr) {
+        return TAVO_SET_ERROR(tavo::kErrorNoMemory);
+    }
+    char *szProtocols = copy.get();
+    char *szItems = tavo::CutPiece(szProtocols, '/');
+    if ((szProtocols != nullptr && TLIBCStrTrimSpace(szProtocols) < 0) ||
+        TLIBCStrTrimSpace(szItems) < 0) {
+        return -1;
+    }
+    const int nProtocol = TLIBServiceConfProtocolParse(szProtocols);
+    if (nProtocol < 0) {
+        return -1;
+    }
+    tavo::OwnedPorts ports;
+    if (ParseItems(szItems, nDirection, static_cast<uint32_t>(nProtocol), ports) < 0) {
+        return -1;
+    }
+    *ppList = ports.release();
+    return 0;
+}

@@ -1,0 +1,151 @@
+// Reads one service section of a service file into a record.
+//
+// The keys are read in a fixed order, and the first one that is missing or bad is the one reported.
+// title, desc and dst.ports are required; the references title_key and desc_key are hints for the
+// user interface and never a reason to fail.
+#include <cstring>
+
+#include "model/service_file_keys.h"
+#include "support/failure.h"
+#include "support/owners.h"
+#include "support/text.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+// The file and section being read, for the log lines, and the section's keys.
+struct Source {
+    const char *szPath;
+    const char *szSection;
+    const TLIBCSzHash *pKeys;
+
+    const char *Value(const char *szKey) const { return TLIBCSzHashGetValue(pKeys, szKey); }
+};
+
+// What port_forward is compared in; a longer value is cut to fit.
+constexpr std::size_t kForwardTextSize = 32;
+
+// SECTION:KEY, or SOURCE:SECTION:KEY, whose KEY may hold further colons. Cuts szRef in place.
+int SplitReference(char *szRef, TAVO_SERVICE_CONF_STRING *pString) {
+    char *szKey = szRef;
+    char szNoSource[] = "";
+    char *szSource = szNoSource;
+    char *szSection = tavo::CutPiece(szKey, ':');
+    if (std::strchr(szKey, ':') != nullptr) {
+        szSource = szSection;
+        szSection = tavo::CutPiece(szKey, ':');
+    }
+    if (TLIBCStrTrimSpace(szSource) < 0 || TLIBCStrTrimSpace(szSection) < 0 ||
+        TLIBCStrTrimSpace(szKey) < 0) {
+        return -1;
+    }
+    tavo::CopyText(pString->szSource, szSource);
+    tavo::CopyText(pString->szSection, szSection);
+    tavo::CopyText(pString->szKey, szKey);
+    return 0;
+}
+
+int ReadTitle(const Source &source, TAVO_SERVICE_CONF_STRING *pTitle) {
+    TAVOServiceConfServiceStringGet(source.Value(tavo::kKeyTitleKey), pTitle);
+    const char *szTitle = source.Value(tavo::kKeyTitle);
+    if (szTitle == nullptr) {
+        return TAVO_LOG_STATE("Get key \"title\" fail! (file: %s, section name: %s), tavoerr=",
+                              source.szPath, source.szSection);
+    }
+    tavo::CopyText(pTitle->szText, szTitle);
+    return 0;
+}
+
+int ReadDescription(const Source &source, TAVO_SERVICE_CONF_STRING *pDesc) {
+    TAVOServiceConfServiceStringGet(source.Value(tavo::kKeyDescKey), pDesc);
+    if (const char *szExtra = source.Value(tavo::kKeyDescExtra)) {
+        tavo::CopyText(pDesc->szExtra, szExtra);
+    }
+    const char *szDesc = source.Value(tavo::kKeyDesc);
+    if (szDesc == nullptr) {
+        return TAVO_LOG_STATE("Get key \"desc\" fail! (file: %s, section name: %s), tavoerr=",
+                              source.szPath, source.szSection);
+    }
+    tavo::CopyText(pDesc->szText, szDesc);
+    return 0;
+}
+
+// Only "yes" lets the router forward the ports; when in doubt they stay closed.
+uint32_t ReadPortForward(const Source &source) {
+    const char *szValue = source.Value(tavo::kKeyPortForward);
+    if (szValue == nullptr) {
+        return 0;
+    }
+    char szForward[kForwardTextSize];
+    tavo::CopyText(szForward, szValue);
+    return TLIBCStrCaseLower(szForward, szForward, sizeof(szForward)) == 0 &&
+           TLIBCStrTrimSpace(szForward) == 0 && std::strcmp(szForward, "yes") == 0;
+}
+
+int ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
+    const char *szSrcPorts = source.Value(tavo::kKeySrcPorts);
+    if (szSrcPorts != nullptr && TAVOServiceConfPortsGet(szSrcPorts, 0, &pSection->pSrcPorts) < 0) {
+        return TAVO_LOG_STATE(
+            "Service get port error, filepath: %s, section name: %s, target: srcPort, tavoerr=",
+            source.szPath, source.szSection);
+    }
+    const char *szDstPorts = source.Value(tavo::kKeyDstPorts);
+    if (szDstPorts == nullptr || TAVOServiceConfPortsGet(szDstPorts, 1, &pSection->pDstPorts) < 0) {
+        return TAVO_LOG_STATE(
+            "Service get port error, filepath: %s, section name: %s, target: dstPort, tavoerr=",
+            source.szPath, source.szSection);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING *pString) {
+    if (szRef == nullptr || *szRef == '\0' || pString == nullptr) {
+        return -1;
+    }
+    if (std::strchr(szRef, ':') == nullptr) {
+        tavo::CopyText(pString->szText, szRef);
+        return 0;
+    }
+    const tavo::OwnedText copy(strdup(szRef));
+    if (copy == nullptr) {
+        return -1;
+    }
+    return SplitReference(copy.get(), pString);
+}
+
+int TAVOServiceConfSectionGet(const char *szPath, const char *szSection,
+                              TAVO_SERVICE_CONF_SECTION **ppList) {
+    if (szPath == nullptr || szSection == nullptr || ppList == nullptr) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
+    if (keys == nullptr) {
+        return TAVO_LOG_STATE("Failed to TLIBCSzHashAlloc, tavoerr=");
+    }
+    auto section = tavo::NewRecord<tavo::OwnedSection>();
+    if (section == nullptr) {
+        return TAVO_FAIL_NO_MEMORY();
+    }
+    TLIBCSzHash *pKeys = keys.get();
+    const int nKeys = TLIBCFileGetSection(szPath, szSection, &pKeys);
+    if (nKeys < 1) {
+        return TAVO_LOG_STATE(
+            "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
+            "tavoerr=",
+            szPath, szSection, nKeys);
+    }
+    const Source source{szPath, szSection, pKeys};
+    tavo::CopyText(section->szName, szSection);
+    if (ReadTitle(source, &section->strTitle) < 0 ||
+        ReadDescription(source, &section->strDesc) < 0) {
+        return -1;
+    }
+    section->blPortForward = ReadPortForward(source);
+    if (ReadPorts(source, section.get()) < 0) {
+        return -1;
+    }
+    tavo::Prepend(std::move(section), ppList);
+    return 0;
+}

@@ -1,0 +1,24 @@
+// The words of a service file.
+#ifndef TAVO_SRC_MODEL_SERVICE_FILE_KEYS_H
+#define TAVO_SRC_MODEL_SERVICE_FILE_KEYS_H
+
+namespace tavo {
+
+// The section that describes the file; every other one is a service.
+constexpr char kGlobalSection[] = "global";
+constexpr char kKeyVersion[] = "version";
+constexpr char kKeySupportKey[] = "support_key";
+constexpr char kKeyRunKey[] = "run_key";
+
+constexpr char kKeyTitleKey[] = "title_key";
+constexpr char kKeyTitle[] = "title";
+constexpr char kKeyDescKey[] = "desc_key";
+constexpr char kKeyDesc[] = "desc";
+constexpr char kKeyDescExtra[] = "desc_extra";
+constexpr char kKeyPortForward[] = "port_forward";
+constexpr char kKeySrcPorts[] = "src.ports";
+constexpr char kKeyDstPorts[] = "dst.ports";
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,51 @@
+// Owners of what a function makes: whatever path it leaves by, the owner gives the memory back, and
+// release() marks the one place where it is handed to the caller.
+#ifndef TAVO_SRC_SUPPORT_OWNERS_H
+#define TAVO_SRC_SUPPORT_OWNERS_H
+
+#include <cstdlib>
+#include <memory>
+
+#include "tavocore.h"
+#include "tavoserviceconf.h"
+
+namespace tavo {
+
+template <auto Free>
+struct FreeWith {
+    template <typename T>
+    void operator()(T *p) const {
+        Free(p);
+    }
+};
+
+using OwnedText = std::unique_ptr<char, FreeWith<std::free>>;
+using OwnedNames = std::unique_ptr<TLIBCSzList, FreeWith<TLIBCSzListFree>>;
+using OwnedTable = std::unique_ptr<TLIBCSzHash, FreeWith<TLIBCSzHashFree>>;
+using OwnedPorts = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreeWith<TAVOServiceConfPortsFree>>;
+using OwnedSection =
+    std::unique_ptr<TAVO_SERVICE_CONF_SECTION, FreeWith<TAVOServiceConfSectionFree>>;
+using OwnedConf = std::unique_ptr<TAVO_SERVICE_CONF, FreeWith<TAVOServiceConfFree>>;
+
+// The capacity that lists of names and tables of keys start with. It is a hint: a file holds a
+// handful of sections and a section at most eight keys that mean something.
+constexpr int kInitialCapacity = 1024;
+
+// A zero-filled record from calloc, which callers may free and build alike; null when out of
+// memory.
+template <typename Owner>
+Owner NewRecord() {
+    using Record = typename Owner::element_type;
+    return Owner(static_cast<Record *>(std::calloc(1, sizeof(Record))));
+}
+
+// Puts a record in front of a caller's list.
+template <typename Owner>
+void Prepend(Owner record, typename Owner::element_type **ppList) {
+    record->pNext = *ppList;
+    *ppList = record.release();
+}
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,39 @@
+// Bounded texts: the one way to fill a fixed field, and the one way to read one.
+#ifndef TAVO_SRC_SUPPORT_TEXT_H
+#define TAVO_SRC_SUPPORT_TEXT_H
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+namespace tavo {
+
+// Copies `text` into a field, cut to fit and always terminated.
+template <std::size_t Size>
+void CopyText(char (&field)[Size], std::string_view text) {
+    const std::size_t length = std::min(text.size(), Size - 1);
+    std::memcpy(field, text.data(), length);
+    field[length] = '\0';
+}
+
+// The text in a field that a caller filled and may not have terminated.
+template <std::size_t Size>
+std::string_view FieldText(const char (&field)[Size]) {
+    return {field, strnlen(field, Size)};
+}
+
+// Cuts the piece up to the next `separator` off `szRest`, in place. What follows is left in
+// `szRest`, which becomes null with the last piece; pieces may be empty.
+inline char *CutPiece(char *&szRest, char separator) {
+    char *szPiece = szRest;
+    szRest = std::strchr(szRest, separator);
+    if (szRest != nullptr) {
+        *szRest++ = '\0';
+    }
+    return szPiece;
+}
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,3 @@
+tavo_add_fuzzer(port_list LIBRARIES tavoserviceconf tavocore)
+tavo_add_fuzzer(protocol_list LIBRARIES tavoserviceconf tavocore)
+tavo_add_fuzzer(reference LIBRARIES tavoserviceconf tavocore)

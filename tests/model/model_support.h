@@ -1,0 +1,66 @@
+// What the tests of the model share: the error state around a call, and lists made readable.
+#ifndef TAVO_TESTS_MODEL_MODEL_SUPPORT_H
+#define TAVO_TESTS_MODEL_MODEL_SUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "captured_log.h"
+#include "tavocore.h"
+#include "tavoserviceconf.h"
+
+namespace tavo::test {
+
+// Every test starts without an error and with an empty log.
+class ModelTest : public testing::Test {
+  protected:
+    ModelTest() { TLIBCErrSetEx(0, nullptr, 0); }
+
+    // The log lines, as CapturedLog::Messages.
+    std::vector<std::string> Messages() const { return log_.Messages(); }
+
+    CapturedLog log_;
+};
+
+// The error code that is set, and the source file that set it, as "0xD00 service_conf_get.cpp".
+inline std::string ErrorState() {
+    char code[16];
+    snprintf(code, sizeof(code), "0x%X ", TLIBCErrGet());
+    return code + std::string(TLIBCErrorGetFile());
+}
+
+// One entry as "dst 80:90 protocol 3", "src 80 protocol 1".
+inline std::string Describe(const TAVO_SERVICE_CONF_PORT &port) {
+    std::string text = port.nDirection == 0 ? "src " : "dst ";
+    text += std::to_string(port.nPortStart);
+    if (port.nPortType == 1) {
+        text += ":" + std::to_string(port.nPortEnd);
+    } else if (port.nPortEnd != 0) {
+        text += " with end " + std::to_string(port.nPortEnd);
+    }
+    return text + " protocol " + std::to_string(port.nProtocol);
+}
+
+// A port list from its head on.
+inline std::vector<std::string> Describe(const TAVO_SERVICE_CONF_PORT *pList) {
+    std::vector<std::string> texts;
+    for (; pList != nullptr; pList = pList->pNext) {
+        texts.push_back(Describe(*pList));
+    }
+    return texts;
+}
+
+// The names of a section list from its head on.
+inline std::vector<std::string> Names(const TAVO_SERVICE_CONF_SECTION *pList) {
+    std::vector<std::string> names;
+    for (; pList != nullptr; pList = pList->pNext) {
+        names.emplace_back(pList->szName);
+    }
+    return names;
+}
+
+}  // namespace tavo::test
+
+#endif

@@ -1,0 +1,248 @@
+// The fixed folders of the appliance, filled anew for each test.
+#include <gmock/gmock.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "failing_allocation.h"
+#include "model_support.h"
+#include "temporary_folder.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+constexpr char kSystem[] = "/usr/tavo/etc/services.d";
+constexpr char kPackage[] = "/usr/local/etc/services.d";
+
+std::string Service(const std::string &name) {
+    return "[" + name + "]\ntitle=T\ndesc=D\ndst.ports=80/tcp\n";
+}
+
+class ConfEnum : public ModelTest {
+  protected:
+    ConfEnum() {
+        RequireAppliance();
+        for (const char *folder : {kSystem, kPackage}) {
+            std::filesystem::remove_all(folder);
+            std::filesystem::create_directories(folder);
+        }
+    }
+    ~ConfEnum() override { TAVOServiceConfFree(list_); }
+
+    // These folders are emptied, so it had better not be a developer's machine.
+    static void RequireAppliance() {
+        char host[64] = "";
+        gethostname(host, sizeof(host) - 1);
+        if (std::string(host) != "appliance") {
+            fprintf(stderr, "this test runs in the private appliance only\n");
+            std::abort();
+        }
+    }
+
+    static void Install(const std::string &folder, const std::string &name,
+                        const std::string &contents) {
+        WriteFile(folder + "/" + name, contents);
+    }
+
+    // The first section of every file, from the head of the list on.
+    std::vector<std::string> FirstSections() const {
+        std::vector<std::string> names;
+        for (const auto *conf = list_; conf != nullptr; conf = conf->pNext) {
+            names.emplace_back(conf->pSections->szName);
+        }
+        return names;
+    }
+
+    TAVO_SERVICE_CONF *list_ = nullptr;
+};
+
+TEST_F(ConfEnum, ReadsBothFoldersPackageFilesInFront) {
+    Install(kSystem, "a.sc", Service("a"));
+    Install(kSystem, "b.sc", Service("b"));
+    Install(kPackage, "c.sc", Service("c"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 3), 3);
+    EXPECT_THAT(FirstSections(), ElementsAre("c", "b", "a"));
+    EXPECT_EQ(TLIBCErrGet(), 0U);
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(ConfEnum, ReadsOneFolder) {
+    Install(kSystem, "a.sc", Service("a"));
+    Install(kPackage, "c.sc", Service("c"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, TAVO_SERVICE_CONF_DIR_SYSTEM), 1);
+    EXPECT_THAT(FirstSections(), ElementsAre("a"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, TAVO_SERVICE_CONF_DIR_PACKAGE), 1);
+    EXPECT_THAT(FirstSections(), ElementsAre("c", "a"));
+}
+
+TEST_F(ConfEnum, IgnoresOtherBitsOfTheSelector) {
+    Install(kSystem, "a.sc", Service("a"));
+    Install(kPackage, "c.sc", Service("c"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 4 | TAVO_SERVICE_CONF_DIR_SYSTEM), 1);
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, -1), 2);
+}
+
+TEST_F(ConfEnum, RejectsASelectorWithoutAFolderAndNull) {
+    Install(kSystem, "a.sc", Service("a"));
+    for (int selector : {0, 4, 8, -4}) {
+        TLIBCErrSetEx(0, nullptr, 0);
+        EXPECT_EQ(TAVOServiceConfEnum(&list_, selector), -1);
+        EXPECT_EQ(ErrorState(), "0xD00 service_conf_enum.cpp");
+    }
+    TLIBCErrSetEx(0, nullptr, 0);
+    EXPECT_EQ(TAVOServiceConfEnum(nullptr, 3), -1);
+    EXPECT_EQ(ErrorState(), "0xD00 service_conf_enum.cpp");
+    EXPECT_EQ(list_, nullptr);
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(ConfEnum, TriesEveryFileWhateverItsName) {
+    Install(kSystem, "no extension", Service("a"));
+    Install(kSystem, ".hidden", Service("b"));
+    Install(kSystem, "notes.txt", "just text\n");
+    Install(kSystem, "empty.sc", "");
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 1), 2);
+    EXPECT_THAT(FirstSections(), ElementsAre("a", "b"));
+    EXPECT_THAT(Messages(),
+                ElementsAre("Failed to TLIBCFileEnumSection /usr/tavo/etc/services.d/empty.sc"
+                            "(ret: 0) or 0 section, tavoerr=[0x0000 :N]",
+                            "Failed to TLIBCFileEnumSection /usr/tavo/etc/services.d/notes.txt"
+                            "(ret: 0) or 0 section, tavoerr=[0x0000 :N]"));
+}
+
+TEST_F(ConfEnum, SortsByName) {
+    for (const char *name : {"z.sc", "B.sc", "a.sc", "10.sc", "9.sc"}) {
+        Install(kPackage, name, Service(std::string(name, strcspn(name, "."))));
+    }
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 2), 5);
+    EXPECT_THAT(FirstSections(), ElementsAre("z", "a", "B", "9", "10"));
+}
+
+TEST_F(ConfEnum, FollowsLinksToFiles) {
+    Install("/usr/local", "web.sc", Service("linked"));
+    ASSERT_EQ(symlink("../../web.sc", (std::string(kPackage) + "/web.sc").c_str()), 0);
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 2), 1);
+    EXPECT_THAT(FirstSections(), ElementsAre("linked"));
+}
+
+TEST_F(ConfEnum, SkipsFoldersPipesAndSockets) {
+    Install(kSystem, "good.sc", Service("good"));
+    const std::string folder = std::string(kSystem) + "/folder.sc";
+    const std::string pipe = std::string(kSystem) + "/pipe.sc";
+    ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+    Install(folder, "inner.sc", Service("inner"));
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0644), 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof(address.sun_path), "%s/socket.sc", kSystem);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 1), 1);
+    EXPECT_THAT(FirstSections(), ElementsAre("good"));
+    EXPECT_THAT(Messages(), IsEmpty());
+    close(fd);
+}
+
+TEST_F(ConfEnum, IsNotStoppedByWhatALinkLeadsTo) {
+    Install(kSystem, "a.sc", Service("a"));
+    Install(kSystem, "z.sc", Service("z"));
+    ASSERT_EQ(mkfifo("/tmp/pipe", 0644), 0);
+    const std::pair<const char *, const char *> links[] = {
+        {"/tmp/pipe", "m-pipe.sc"}, {"/dev/zero", "m-device.sc"},  {"/dev/log", "m-socket.sc"},
+        {"/etc", "m-folder.sc"},    {"/nowhere", "m-dangling.sc"}, {"m-loop.sc", "m-loop.sc"}};
+    for (const auto &[target, name] : links) {
+        ASSERT_EQ(symlink(target, (std::string(kSystem) + "/" + name).c_str()), 0);
+    }
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 1), 2);
+    EXPECT_THAT(FirstSections(), ElementsAre("z", "a"));
+    EXPECT_EQ(Messages().size(), 6U);
+    EXPECT_THAT(Messages(),
+                Each(StartsWith("Failed to TLIBCFileEnumSection /usr/tavo/etc/services.d/m-")));
+}
+
+TEST_F(ConfEnum, CountsAnEmptyFolderAsNothing) {
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 3), 0);
+    EXPECT_EQ(list_, nullptr);
+    EXPECT_EQ(TLIBCErrGet(), 0U);
+}
+
+TEST_F(ConfEnum, CountsAMissingFolderAsNothingAndLeavesItsError) {
+    std::filesystem::remove_all(kPackage);
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 2), 0);
+    EXPECT_EQ(ErrorState(), "0x2A00 service_conf_enum.cpp");
+    Install(kSystem, "a.sc", Service("a"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 3), 1);
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(ConfEnum, StillReadsPackagesWithoutTheSystemFolder) {
+    std::filesystem::remove_all(kSystem);
+    Install(kPackage, "c.sc", Service("c"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 3), 1);
+    EXPECT_THAT(FirstSections(), ElementsAre("c"));
+    EXPECT_EQ(ErrorState(), "0x2A00 service_conf_enum.cpp");
+}
+
+TEST_F(ConfEnum, PutsFilesInFrontOfWhatTheListHolds) {
+    Install(kSystem, "a.sc", Service("a"));
+    ASSERT_EQ(TAVOServiceConfEnum(&list_, 1), 1);
+    ASSERT_EQ(TAVOServiceConfEnum(&list_, 1), 1);
+    EXPECT_THAT(FirstSections(), ElementsAre("a", "a"));
+}
+
+TEST_F(ConfEnum, ReadsNamesThatNeedCare) {
+    Install(kSystem, "two words\nand a line.sc", Service("odd"));
+    Install(kSystem, "\xff\xfe.sc", Service("bytes"));
+    Install(kSystem, std::string(252, 'n') + ".sc", Service("long"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 1), 3);
+}
+
+TEST_F(ConfEnum, ReportsEveryFailedAllocation) {
+    Install(kSystem, "a.sc", Service("a"));
+    Install(kPackage, "b.sc", Service("b"));
+    const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
+        TAVO_SERVICE_CONF *list = nullptr;
+        TLIBCErrSetEx(0, nullptr, 0);
+        const int files = fail.During([&] { return TAVOServiceConfEnum(&list, 3); });
+        int records = 0;
+        for (const auto *conf = list; conf != nullptr; conf = conf->pNext) {
+            ++records;
+        }
+        EXPECT_EQ(files, records);
+        // A file that cannot be held is still read.
+        EXPECT_TRUE(fail.Hit() || files == 2);
+        if (fail.Hit()) {
+            EXPECT_TRUE(TLIBCErrGet() == 0x200U || TLIBCErrGet() == 0x2A00U);
+        }
+        TAVOServiceConfFree(list);
+    });
+    EXPECT_GT(allocations, 20);
+}
+
+TEST_F(ConfEnum, ReadsAThousandFilesOfFiveSections) {
+    for (int file = 0; file < 1000; ++file) {
+        std::string text;
+        for (int section = 0; section < 5; ++section) {
+            text += Service("s" + std::to_string(file) + "-" + std::to_string(section));
+        }
+        Install(kPackage, "f" + std::to_string(file) + ".sc", text);
+    }
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 2), 1000);
+    for (const auto *conf = list_; conf != nullptr; conf = conf->pNext) {
+        ASSERT_EQ(Names(conf->pSections).size(), 5U);
+    }
+}
+
+}  // namespace
+}  // namespace tavo::test
