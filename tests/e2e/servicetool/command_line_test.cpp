@@ -1,0 +1,168 @@
+// What holds for every command: help, wrong usage, JSON on failure, output that cannot be written.
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "servicetool_run.h"
+#include "temporary_folder.h"
+
+namespace tavo::test {
+namespace {
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+TEST(ServiceToolHelp, NamesTheCommandsAndGivesExamples) {
+    const ProgramResult result = ServiceTool({"--help"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.out, AllOf(HasSubstr("Usage: servicetool"), HasSubstr("\n  list "),
+                                  HasSubstr("\n  show "), HasSubstr("\n  lint "),
+                                  HasSubstr("\nExamples:\n  servicetool ")));
+    EXPECT_THAT(result.err, IsEmpty());
+}
+
+TEST(ServiceToolHelp, IsThereForEachCommandWithExamples) {
+    for (const std::string command : {"list", "show", "lint"}) {
+        for (const std::string option : {"--help", "-h"}) {
+            const ProgramResult result = ServiceTool({command, option});
+            EXPECT_EQ(result.status, 0);
+            EXPECT_THAT(result.out, AllOf(HasSubstr("Usage: servicetool " + command),
+                                          HasSubstr("\nExamples:\n  servicetool " + command)));
+        }
+    }
+}
+
+TEST(ServiceToolVersion, IsThatOfTheProject) {
+    const ProgramResult result = ServiceTool({"--version"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "servicetool " SERVICETOOL_VERSION "\n");
+}
+
+struct WrongUsage {
+    std::vector<std::string> arguments;
+    std::string error;
+};
+
+TEST(ServiceToolUsage, WrongIsToldInOneLineWithWhereToLook) {
+    const WrongUsage cases[] = {
+        {{}, "a command is missing [usage]\n    fix: see servicetool --help\n"},
+        {{"lsit"}, "unknown command \"lsit\" [usage]\n    fix: see servicetool --help\n"},
+        {{"--nope"}, "unknown option --nope [usage]\n    fix: see servicetool --help\n"},
+        {{"list", "--nope"},
+         "unknown option --nope [usage]\n    fix: see servicetool list --help\n"},
+        {{"list", "ftp"},
+         "unexpected argument \"ftp\" [usage]\n    fix: see servicetool list --help\n"},
+        {{"list", "--", "-x"},
+         "unexpected argument \"-x\" [usage]\n    fix: see servicetool list --help\n"},
+        {{"show"}, "NAME|FILE is required [usage]\n    fix: see servicetool show --help\n"},
+        {{"show", "a", "b"},
+         "unexpected argument \"b\" [usage]\n    fix: see servicetool show --help\n"},
+        {{"show", ""}, "a name is empty [usage]\n    fix: see servicetool show --help\n"},
+        {{"lint"}, "FILE is required [usage]\n    fix: see servicetool lint --help\n"},
+        {{"lint", "a", ""}, "a name is empty [usage]\n    fix: see servicetool lint --help\n"},
+        {{"\x1b[2J"}, "unknown command \"\\x1b[2J\" [usage]\n    fix: see servicetool --help\n"},
+    };
+    for (const auto &[arguments, error] : cases) {
+        const ProgramResult result = ServiceTool(arguments);
+        EXPECT_EQ(result.status, 2) << error;
+        EXPECT_THAT(result.out, IsEmpty());
+        EXPECT_EQ(result.err, "servicetool: error: " + error);
+    }
+}
+
+TEST(ServiceToolJson, IsOneDocumentForWrongUsageToo) {
+    for (const std::vector<std::string> &arguments : {std::vector<std::string>{"--json"},
+                                                      {"lint", "--json"},
+                                                      {"--json", "nope"},
+                                                      {"list", "--nope", "--json"}}) {
+        const ProgramResult result = ServiceTool(arguments);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_THAT(result.err, IsEmpty());
+        const json document = json::parse(result.out);
+        EXPECT_EQ(document["schema"], 1);
+        EXPECT_EQ(document["ok"], false);
+        EXPECT_THAT(document["results"], IsEmpty());
+        ASSERT_THAT(document["diagnostics"], SizeIs(1));
+        const json &diagnostic = document["diagnostics"][0];
+        EXPECT_EQ(diagnostic["rule"], "usage");
+        EXPECT_EQ(diagnostic["severity"], "error");
+        EXPECT_TRUE(diagnostic["file"].is_null());
+        EXPECT_TRUE(diagnostic["line"].is_null());
+        EXPECT_TRUE(diagnostic["column"].is_null());
+    }
+}
+
+TEST(ServiceToolJson, IsNoOptionBehindTheEndOfOptions) {
+    const ProgramResult result = ServiceTool({"lint", "--", "--json"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err, "--json: error: no such file or directory [unreadable]\n");
+}
+
+TEST(ServiceToolJson, HasItsKeysInAFixedOrder) {
+    EXPECT_EQ(ServiceTool({"lint", "--json", "-"}, GoodServiceAnd("")).out,
+              "{\"schema\":1,\"ok\":true,\"results\":[\n"
+              "{\"file\":\"<stdin>\",\"services\":1,\"readable_services\":1,\"errors\":0,"
+              "\"warnings\":0}],\"diagnostics\":[]}\n");
+}
+
+TEST(ServiceToolOptions, MayStandBeforeOrBehindTheCommand) {
+    for (const std::vector<std::string> &arguments :
+         {std::vector<std::string>{"--json", "lint", "-"},
+          {"lint", "--json", "-"},
+          {"lint", "-", "--json"},
+          {"lint", "--json", "--", "-"}}) {
+        EXPECT_TRUE(json::parse(ServiceTool(arguments, GoodServiceAnd("")).out)["ok"]);
+    }
+}
+
+TEST(ServiceToolOptions, EndAtTwoHyphens) {
+    TemporaryFolder folder;
+    folder.Write("-v", GoodServiceAnd(""));
+    folder.Write("--", GoodServiceAnd(""));
+    const ProgramResult result = RunProgram(
+        {"sh", "-c", "cd \"$1\" && exec \"$2\" lint -- -v --", "sh", folder.Path(), SERVICETOOL});
+    EXPECT_EQ(result.out, "-v: ok\n--: ok\n");
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST(ServiceToolOperands, AreTakenAsTheyAre) {
+    TemporaryFolder folder;
+    for (const char *name : {"[a,b]", "++", "list", "\1x", "a b"}) {
+        folder.Write(name, GoodServiceAnd(""));
+    }
+    const ProgramResult result =
+        RunProgram({"sh", "-c", "cd \"$1\" && shift && exec \"$@\"", "sh", folder.Path(),
+                    SERVICETOOL, "lint", "[a,b]", "++", "list", "\1x", "a b"});
+    EXPECT_EQ(result.out, "[a,b]: ok\n++: ok\nlist: ok\n\\x01x: ok\na b: ok\n");
+}
+
+TEST(ServiceToolOutput, ThatCannotBeWrittenIsAFailure) {
+    for (const std::string command : {"list", "list --json", "--help", "--version"}) {
+        const ProgramResult result =
+            RunProgram({"sh", "-c", "exec " SERVICETOOL " " + command + " > /dev/full"});
+        EXPECT_EQ(result.status, 3) << command;
+        EXPECT_THAT(result.err, testing::EndsWith("servicetool: error: standard output: no space "
+                                                  "left on device [failed]\n"))
+            << command;
+    }
+}
+
+#ifndef __SANITIZE_ADDRESS__  // which itself needs more memory than is given here
+TEST(ServiceToolMemory, ThatRunsOutIsAFailureAndStillOneDocument) {
+    const std::string input(15 << 20, '\n');
+    const ProgramResult text =
+        RunProgram({"sh", "-c", "ulimit -v 30000; exec " SERVICETOOL " lint -"}, input);
+    EXPECT_EQ(text.status, 3);
+    EXPECT_EQ(text.err, "servicetool: error: out of memory [failed]\n");
+    const ProgramResult document =
+        RunProgram({"sh", "-c", "ulimit -v 30000; exec " SERVICETOOL " lint --json -"}, input);
+    EXPECT_EQ(document.status, 3);
+    EXPECT_EQ(json::parse(document.out)["diagnostics"][0]["rule"], "failed");
+}
+#endif
+
+}  // namespace
+}  // namespace tavo::test

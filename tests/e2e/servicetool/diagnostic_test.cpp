@@ -1,0 +1,127 @@
+#include "diagnostic.h"
+
+#include <gmock/gmock.h>
+
+namespace tavo {
+namespace {
+
+Diagnostic PortTooHigh() {
+    return {"web.sc",     7,
+            12,           Severity::kError,
+            "port-range", "port 70000 is above 65535",
+            "",           AroundSpot("dst.ports=\"70000\"", 11)};
+}
+
+TEST(DiagnosticText, PointsAtTheSpot) {
+    EXPECT_EQ(DiagnosticText(PortTooHigh(), false),
+              "web.sc:7:12: error: port 70000 is above 65535 [port-range]\n"
+              "    dst.ports=\"70000\"\n"
+              "               ^\n");
+}
+
+TEST(DiagnosticText, EndsWithTheFixWhereThereIsOne) {
+    Diagnostic diagnostic = PortTooHigh();
+    diagnostic.severity = Severity::kWarning;
+    diagnostic.fix = "write 7000";
+    EXPECT_EQ(DiagnosticText(diagnostic, false),
+              "web.sc:7:12: warning: port 70000 is above 65535 [port-range]\n"
+              "    dst.ports=\"70000\"\n"
+              "               ^\n"
+              "    fix: write 7000\n");
+}
+
+TEST(DiagnosticText, HasNoPlaceForAFileAsAWhole) {
+    const Diagnostic diagnostic{"web.sc",     0,           0,  Severity::kError,
+                                "unreadable", "is a pipe", "", {}};
+    EXPECT_EQ(DiagnosticText(diagnostic, false), "web.sc: error: is a pipe [unreadable]\n");
+}
+
+TEST(DiagnosticText, NamesTheProgramWhereItIsAboutNoFile) {
+    const Diagnostic diagnostic{"", 0, 0, Severity::kError, "usage", "FILE is required", "", {}};
+    EXPECT_EQ(DiagnosticText(diagnostic, false), "servicetool: error: FILE is required [usage]\n");
+}
+
+TEST(DiagnosticText, ColoursWhatIsAlsoSaidInWords) {
+    EXPECT_EQ(DiagnosticText(PortTooHigh(), true),
+              "web.sc:7:12: \x1b[1;31merror:\x1b[0m port 70000 is above 65535 [port-range]\n"
+              "    dst.ports=\"70000\"\n"
+              "               \x1b[1;32m^\x1b[0m\n");
+    Diagnostic warning = PortTooHigh();
+    warning.severity = Severity::kWarning;
+    EXPECT_THAT(DiagnosticText(warning, true), testing::HasSubstr("\x1b[1;33mwarning:\x1b[0m"));
+}
+
+TEST(DiagnosticText, EscapesEveryTextFromOutside) {
+    const Diagnostic diagnostic{"a\nb",      1,
+                                2,           Severity::kError,
+                                "rule",      "has \x1b in it",
+                                "take \x07", AroundSpot("\x1b\tx", 2)};
+    EXPECT_EQ(DiagnosticText(diagnostic, false),
+              "a\\nb:1:2: error: has \\x1b in it [rule]\n"
+              "    \\x1b\\tx\n"
+              "          ^\n"
+              "    fix: take \\x07\n");
+}
+
+TEST(DiagnosticText, AlignsTheCaretBelowWideCharacters) {
+    Diagnostic diagnostic = PortTooHigh();
+    diagnostic.source = AroundSpot("\xE6\xBC\xA2\xC3\xBCx", 5);
+    EXPECT_THAT(DiagnosticText(diagnostic, false),
+                testing::EndsWith("\n    \xE6\xBC\xA2\xC3\xBCx\n       ^\n"));
+}
+
+TEST(DiagnosticText, PointsBehindALineWhereSomethingIsMissing) {
+    Diagnostic diagnostic = PortTooHigh();
+    diagnostic.source = AroundSpot("title=", 6);
+    EXPECT_THAT(DiagnosticText(diagnostic, false),
+                testing::EndsWith("\n    title=\n          ^\n"));
+}
+
+TEST(AroundSpot, KeepsALineOfOrdinaryLengthWhole) {
+    const std::string line(120, 'x');
+    const SourceLine source = AroundSpot(line, 119);
+    EXPECT_EQ(source.text, line);
+    EXPECT_EQ(source.spot, 119U);
+    EXPECT_FALSE(source.cut_before);
+    EXPECT_FALSE(source.cut_after);
+}
+
+TEST(AroundSpot, CutsALongLineOnBothSides) {
+    const std::string line = std::string(1000, 'a') + "X" + std::string(1000, 'b');
+    const SourceLine source = AroundSpot(line, 1000);
+    EXPECT_EQ(source.text, std::string(60, 'a') + "X" + std::string(59, 'b'));
+    EXPECT_EQ(source.spot, 60U);
+    EXPECT_TRUE(source.cut_before);
+    EXPECT_TRUE(source.cut_after);
+}
+
+TEST(AroundSpot, ShowsTheCutsAndKeepsTheCaretRight) {
+    Diagnostic diagnostic = PortTooHigh();
+    diagnostic.source = AroundSpot(std::string(1000, 'a') + "X" + std::string(1000, 'b'), 1000);
+    EXPECT_THAT(DiagnosticText(diagnostic, false),
+                testing::EndsWith("    ..." + std::string(60, 'a') + "X" + std::string(59, 'b') +
+                                  "...\n    " + std::string(63, ' ') + "^\n"));
+}
+
+TEST(AroundSpot, KeepsTheEndsOfALongLineWhereTheSpotIsNear) {
+    const std::string line(1000, 'a');
+    EXPECT_FALSE(AroundSpot(line, 10).cut_before);
+    EXPECT_TRUE(AroundSpot(line, 10).cut_after);
+    EXPECT_TRUE(AroundSpot(line, 990).cut_before);
+    EXPECT_FALSE(AroundSpot(line, 990).cut_after);
+    EXPECT_EQ(AroundSpot(line, 1000).spot, 60U);
+}
+
+TEST(AroundSpot, CutsBetweenCharacters) {
+    std::string line;
+    for (int i = 0; i < 200; ++i) {
+        line += "\xE6\xBC\xA2";
+    }
+    const SourceLine source = AroundSpot(line, 301);
+    EXPECT_EQ(source.text.size() % 3, 0U);
+    EXPECT_EQ(source.text.substr(0, 3), "\xE6\xBC\xA2");
+    EXPECT_EQ(source.text[source.spot], line[301]);
+}
+
+}  // namespace
+}  // namespace tavo

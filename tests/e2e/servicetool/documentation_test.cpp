@@ -1,0 +1,141 @@
+// Help, manual pages and completions tell of the same options, rules and keys as the program has.
+#include <gmock/gmock.h>
+
+#include <regex>
+#include <set>
+#include <string>
+
+#include "lint_keys.h"
+#include "lint_rules.h"
+#include "servicetool_run.h"
+#include "temporary_folder.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+using testing::Not;
+
+const std::string kSource = SERVICETOOL_SOURCE;
+
+std::set<std::string> Matches(const std::string &text, const char *pattern) {
+    const std::regex expression(pattern);
+    std::set<std::string> found;
+    for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end;
+         ++match) {
+        found.insert((*match)[1]);
+    }
+    return found;
+}
+
+// The long options, without their hyphens, that some help names.
+std::set<std::string> OptionsOfHelp(const std::vector<std::string> &command) {
+    std::vector<std::string> arguments = command;
+    arguments.push_back("--help");
+    return Matches(ServiceTool(arguments).out, "\n  [^ ]*--([a-z-]+) ");
+}
+
+std::set<std::string> OptionsOfEveryHelp() {
+    std::set<std::string> options;
+    for (const std::vector<std::string> &command :
+         {std::vector<std::string>{}, {"list"}, {"show"}, {"lint"}}) {
+        options.merge(OptionsOfHelp(command));
+    }
+    return options;
+}
+
+// The names that a page explains: those behind .It Cm.
+std::set<std::string> NamesExplained(const std::string &page) {
+    std::set<std::string> names;
+    for (const std::string &line : Matches(page, "\n\\.It Cm ([^\n]+)")) {
+        for (const std::string &name : Matches(" " + line, "[ ,]+([^ ,]+)")) {
+            names.insert(name);
+        }
+    }
+    return names;
+}
+
+TEST(Manual, HasNoFormatError) {
+    if (RunProgram({"sh", "-c", "command -v mandoc"}).status != 0) {
+        GTEST_SKIP() << "mandoc is not installed";
+    }
+    for (const std::string page : {"servicetool.1", "tavoserviceconf.5"}) {
+        const ProgramResult result =
+            RunProgram({"mandoc", "-T", "lint", "-W", "warning", kSource + "/man/" + page});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_THAT(result.out, IsEmpty());
+    }
+}
+
+TEST(Manual, ExplainsTheOptionsThatTheHelpNames) {
+    const std::string page = ReadFile(kSource + "/man/servicetool.1");
+    const std::set<std::string> explained = Matches(page, "\n\\.It (?:Fl [a-z] , |Fl )-([a-z-]+)");
+    EXPECT_EQ(explained, OptionsOfEveryHelp());
+    EXPECT_THAT(explained, testing::Contains("no-legend"));
+}
+
+TEST(Manual, ExplainsEveryRuleOfLint) {
+    std::set<std::string> rules;
+    for (const LintRule &rule : kLintRules) {
+        rules.insert(std::string(rule.name));
+    }
+    EXPECT_THAT(NamesExplained(ReadFile(kSource + "/man/servicetool.1")), IsSupersetOf(rules));
+}
+
+TEST(Manual, ExplainsEveryKeyOfJson) {
+    const std::string text =
+        "[a]\ntitle=a\ndesc=b\ndst.ports=x\n[b]\ntitle=a\ndesc=b\ndst.ports=1\n";
+    const std::string documents = ServiceTool({"show", "--json", "-"}, text).out +
+                                  ServiceTool({"lint", "--json", "-"}, text).out;
+    std::set<std::string> keys = Matches(documents, "\"([a-z_]+)\":");
+    for (const char *key :
+         {"schema", "ok", "results", "diagnostics", "start", "end", "protocols"}) {
+        EXPECT_EQ(keys.erase(key), 1U) << key;
+        EXPECT_THAT(ReadFile(kSource + "/man/servicetool.1"), HasSubstr(key));
+    }
+    EXPECT_THAT(NamesExplained(ReadFile(kSource + "/man/servicetool.1")), IsSupersetOf(keys));
+}
+
+TEST(Manual, ExplainsEveryKeyOfServiceFiles) {
+    std::set<std::string> keys;
+    for (const KeyRule &key : kKeyRules) {
+        keys.insert(std::string(key.name));
+    }
+    EXPECT_EQ(NamesExplained(ReadFile(kSource + "/man/tavoserviceconf.5")), keys);
+}
+
+TEST(Manual, ShowsGoodServiceFiles) {
+    const std::string page = ReadFile(kSource + "/man/tavoserviceconf.5");
+    const std::set<std::string> examples =
+        Matches(page, "\n\\.Bd -literal -offset indent\n([^]*?)\\.Ed\n");
+    EXPECT_EQ(examples.size(), 2U);
+    for (const std::string &example : examples) {
+        const ProgramResult result = ServiceTool({"lint", "--strict", "-"}, example);
+        EXPECT_EQ(result.status, 0) << example << result.err;
+    }
+}
+
+TEST(Completion, KnowsTheOptionsThatTheHelpNames) {
+    for (const std::string name : {"servicetool", "_servicetool"}) {
+        const std::string script = ReadFile(kSource + "/tools/servicetool/completion/" + name);
+        EXPECT_EQ(Matches(script, "[^a-z]--([a-z][a-z-]*)"), OptionsOfEveryHelp()) << name;
+        for (const char *command : {"list", "show", "lint"}) {
+            EXPECT_THAT(script, HasSubstr(command)) << name;
+        }
+    }
+}
+
+TEST(Completion, ForZshIsWellFormed) {
+    if (RunProgram({"sh", "-c", "command -v zsh"}).status != 0) {
+        GTEST_SKIP() << "zsh is not installed";
+    }
+    const ProgramResult result =
+        RunProgram({"zsh", "-n", kSource + "/tools/servicetool/completion/_servicetool"});
+    EXPECT_EQ(result.status, 0) << result.err;
+}
+
+}  // namespace
+}  // namespace tavo::test

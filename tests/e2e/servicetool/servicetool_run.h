@@ -1,0 +1,24 @@
+// Runs servicetool the way its users do.
+#ifndef TAVO_TESTS_SERVICETOOL_RUN_H
+#define TAVO_TESTS_SERVICETOOL_RUN_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "run_program.h"
+
+namespace tavo::test {
+
+ProgramResult ServiceTool(std::vector<std::string> arguments, std::string_view input = {});
+
+// What servicetool shows on a terminal of `columns` columns, standard output and error together.
+std::string ServiceToolOnTerminal(std::vector<std::string> arguments, unsigned short columns = 80,
+                                  const std::vector<std::string> &environment = {"TERM=xterm"});
+
+// A service file of one good service in lines 1 to 4, with `more` from line 5 on.
+std::string GoodServiceAnd(const std::string &more);
+
+}  // namespace tavo::test
+
+#endif

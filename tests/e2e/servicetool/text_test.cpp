@@ -1,0 +1,95 @@
+#include "text.h"
+
+#include <gmock/gmock.h>
+
+namespace tavo {
+namespace {
+
+using namespace std::string_view_literals;
+
+TEST(Escaped, LeavesTextAsItIs) {
+    EXPECT_EQ(Escaped("Web server: \"a\" = 'b' \xC3\xBC \xE6\xBC\xA2 \xF0\x9F\x98\x80"),
+              "Web server: \"a\" = 'b' \xC3\xBC \xE6\xBC\xA2 \xF0\x9F\x98\x80");
+}
+
+TEST(Escaped, NamesControlBytes) {
+    EXPECT_EQ(Escaped("a\nb\tc\rd\x1b[31m\x7f\0e"sv), "a\\nb\\tc\\rd\\x1b[31m\\x7f\\x00e");
+}
+
+TEST(Escaped, DoublesTheBackslashSoThatNothingElseLooksTheSame) {
+    EXPECT_EQ(Escaped("\\x1b"), "\\\\x1b");
+}
+
+TEST(Escaped, NamesControlCharactersBeyondAscii) {
+    EXPECT_EQ(Escaped("a\xC2\x9B"
+                      "31m"),
+              "a\\u009b31m");
+    EXPECT_EQ(Escaped("\xE2\x80\xAE"
+                      "cba"),
+              "\\u202ecba");
+    EXPECT_EQ(Escaped("\xE2\x80\xA8"), "\\u2028");
+    EXPECT_EQ(Escaped("\xEF\xBB\xBFtext"), "\\ufefftext");
+}
+
+TEST(Escaped, LeavesJoinersToTheWordsThatNeedThem) {
+    EXPECT_EQ(Escaped("\xD9\x85\xE2\x80\x8C\xD8\xAE"), "\xD9\x85\xE2\x80\x8C\xD8\xAE");
+}
+
+TEST(Escaped, NamesEachByteThatIsNoUtf8) {
+    const std::pair<std::string_view, std::string_view> cases[] = {
+        {"\xFF", "\\xff"},
+        {"a\xC3", "a\\xc3"},                           // cut short
+        {"\xC3(", "\\xc3("},                           // no continuation
+        {"\x80", "\\x80"},                             // a continuation alone
+        {"\xC0\xAF", "\\xc0\\xaf"},                    // over-long
+        {"\xE0\x80\xAF", "\\xe0\\x80\\xaf"},           // over-long
+        {"\xED\xA0\x80", "\\xed\\xa0\\x80"},           // a surrogate
+        {"\xF4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},  // beyond the last code point
+        {"\xF0\x9F\x98", "\\xf0\\x9f\\x98"},           // cut short
+    };
+    for (const auto &[text, escaped] : cases) {
+        EXPECT_EQ(Escaped(text), escaped);
+    }
+}
+
+TEST(DisplayWidth, CountsColumnsOfATerminal) {
+    EXPECT_EQ(DisplayWidth(""), 0U);
+    EXPECT_EQ(DisplayWidth("abc"), 3U);
+    EXPECT_EQ(DisplayWidth("\xC3\xBC"), 1U);
+    EXPECT_EQ(DisplayWidth("\xE6\xBC\xA2\xE5\xAD\x97"), 4U);  // two wide characters
+    EXPECT_EQ(DisplayWidth("e\xCC\x81"), 1U);                 // a combining accent
+}
+
+TEST(FirstColumns, NeverSplitsACharacter) {
+    EXPECT_EQ(FirstColumns("abc", 2), "ab");
+    EXPECT_EQ(FirstColumns("abc", 3), "abc");
+    EXPECT_EQ(FirstColumns("\xE6\xBC\xA2\xE5\xAD\x97", 3), "\xE6\xBC\xA2");
+    EXPECT_EQ(FirstColumns("\xC3\xBC\xC3\xBC", 1), "\xC3\xBC");
+}
+
+TEST(Quoted, CutsLongTextVisibly) {
+    EXPECT_EQ(Quoted("short"), "\"short\"");
+    EXPECT_EQ(Quoted(std::string(60, 'x')), '"' + std::string(60, 'x') + '"');
+    EXPECT_EQ(Quoted(std::string(61, 'x')), '"' + std::string(60, 'x') + "...\"");
+    EXPECT_EQ(Quoted(std::string(59, 'x') + "\xC3\xBC"), '"' + std::string(59, 'x') + "...\"");
+}
+
+TEST(Utf8Text, NamesOnlyWhatIsNoUtf8) {
+    EXPECT_EQ(Utf8Text("\xC3\xBC\x1b\\\xFF"), "\xC3\xBC\x1b\\\\xff");
+}
+
+TEST(LowerFirst, GivesMessagesOfOthersOurForm) {
+    EXPECT_EQ(LowerFirst("Permission denied"), "permission denied");
+    EXPECT_EQ(LowerFirst("It failed."), "it failed");
+    EXPECT_EQ(LowerFirst("FILE is required"), "FILE is required");
+    EXPECT_EQ(LowerFirst(""), "");
+}
+
+TEST(Counted, TellsOneFromMany) {
+    EXPECT_EQ(Counted(1, "error"), "1 error");
+    EXPECT_EQ(Counted(0, "error"), "0 errors");
+    EXPECT_EQ(Counted(2, "error"), "2 errors");
+}
+
+}  // namespace
+}  // namespace tavo

@@ -1,0 +1,2 @@
+[global]
+version=1

@@ -1,0 +1,6 @@
+[a]
+title=a
+desc=b
+dst.ports=1
+title_key=a:b:c:d
+desc_key=::

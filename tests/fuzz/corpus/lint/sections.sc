@@ -1,0 +1,10 @@
+[a b]
+x
+[]
+[a]
+title=a
+[A]
+[ a ]
+[a]
+desc=b
+dst.ports=1

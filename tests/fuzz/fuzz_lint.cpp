@@ -1,0 +1,45 @@
+// Lint against the library: any bytes, read as a file, must mean the same to both.
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "diagnostic.h"
+#include "lint.h"
+#include "lint_oracle.h"
+
+namespace {
+
+[[noreturn]] void Fail(const std::string &what) {
+    std::fprintf(stderr, "%s\n", what.c_str());
+    std::abort();
+}
+
+// Whatever a file holds, nothing of it reaches a terminal but printable text.
+void CheckPrinted(std::string_view text) {
+    for (const tavo::Diagnostic &diagnostic : tavo::LintText(text, "input").diagnostics) {
+        const std::string printed = tavo::DiagnosticText(diagnostic, false);
+        for (const char c : printed) {
+            if ((static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7F) {
+                Fail("a control byte is printed: " + printed);
+            }
+        }
+        if (diagnostic.line != 0 && diagnostic.source.spot > diagnostic.source.text.size()) {
+            Fail("the caret is beyond the line: " + printed);
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const std::string_view text(reinterpret_cast<const char *>(data), size);
+    const std::string contradiction = tavo::test::Contradiction(text);
+    if (!contradiction.empty()) {
+        Fail(contradiction);
+    }
+    CheckPrinted(text);
+    return 0;
+}

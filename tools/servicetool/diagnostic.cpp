@@ -1,0 +1,93 @@
+#include "diagnostic.h"
+
+#include "text.h"
+
+namespace tavo {
+namespace {
+
+// How much of a line is shown on each side of the spot.
+constexpr std::size_t kContextBytes = 60;
+
+constexpr std::string_view kIndent = "    ";
+constexpr std::string_view kCut = "...";
+
+constexpr std::string_view kBoldRed = "\x1b[1;31m";
+constexpr std::string_view kBoldYellow = "\x1b[1;33m";
+constexpr std::string_view kBoldGreen = "\x1b[1;32m";
+constexpr std::string_view kPlain = "\x1b[0m";
+
+std::string Coloured(std::string_view text, std::string_view code, bool colour) {
+    return colour ? std::string(code) + std::string(text) + std::string(kPlain) : std::string(text);
+}
+
+bool InsideCharacter(std::string_view text, std::size_t offset) {
+    return offset < text.size() && (static_cast<unsigned char>(text[offset]) & 0xC0) == 0x80;
+}
+
+// Moves a cut back to the start of the character that it would split; bytes that are no UTF-8 have
+// no such start, so it looks back no further than a character is long.
+std::size_t CharacterStart(std::string_view text, std::size_t offset) {
+    for (std::size_t back = 0; back < 4 && back <= offset; ++back) {
+        if (!InsideCharacter(text, offset - back)) {
+            return offset - back;
+        }
+    }
+    return offset;
+}
+
+std::string Place(const Diagnostic &diagnostic) {
+    if (diagnostic.file.empty()) {
+        return "servicetool: ";
+    }
+    std::string place = Escaped(diagnostic.file) + ':';
+    if (diagnostic.line != 0) {
+        place += std::to_string(diagnostic.line) + ':' + std::to_string(diagnostic.column) + ':';
+    }
+    return place + ' ';
+}
+
+std::string SourceText(const SourceLine &source, bool colour) {
+    const std::string_view text = source.text;
+    const std::string before =
+        std::string(source.cut_before ? kCut : "") + Escaped(text.substr(0, source.spot));
+    const std::string behind =
+        Escaped(text.substr(source.spot)) + std::string(source.cut_after ? kCut : "");
+    return std::string(kIndent) + before + behind + '\n' + std::string(kIndent) +
+           std::string(DisplayWidth(before), ' ') + Coloured("^", kBoldGreen, colour) + '\n';
+}
+
+}  // namespace
+
+std::string_view SeverityName(Severity severity) {
+    return severity == Severity::kError ? "error" : "warning";
+}
+
+SourceLine AroundSpot(std::string_view line, std::size_t spot) {
+    std::size_t begin = 0;
+    std::size_t end = line.size();
+    if (line.size() > 2 * kContextBytes) {
+        begin = spot > kContextBytes ? CharacterStart(line, spot - kContextBytes) : 0;
+        if (line.size() - spot > kContextBytes) {
+            end = CharacterStart(line, spot + kContextBytes);
+        }
+    }
+    return {std::string(line.substr(begin, end - begin)), spot - begin, begin != 0,
+            end != line.size()};
+}
+
+std::string DiagnosticText(const Diagnostic &diagnostic, bool colour) {
+    const bool error = diagnostic.severity == Severity::kError;
+    std::string text = Place(diagnostic) +
+                       Coloured(std::string(SeverityName(diagnostic.severity)) + ':',
+                                error ? kBoldRed : kBoldYellow, colour) +
+                       ' ' + Escaped(diagnostic.message) + " [" + diagnostic.rule + "]\n";
+    if (diagnostic.line != 0) {
+        text += SourceText(diagnostic.source, colour);
+    }
+    if (!diagnostic.fix.empty()) {
+        text += std::string(kIndent) + "fix: " + Escaped(diagnostic.fix) + '\n';
+    }
+    return text;
+}
+
+}  // namespace tavo

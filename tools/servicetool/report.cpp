@@ -1,0 +1,129 @@
+#include "report.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "input_file.h"
+#include "text.h"
+
+namespace tavo {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kSchema = 1;
+
+bool WantsColour(int descriptor) {
+    const char *no_colour = std::getenv("NO_COLOR");
+    const char *terminal = std::getenv("TERM");
+    return (no_colour == nullptr || *no_colour == '\0') && terminal != nullptr &&
+           std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
+}
+
+Json NumberOrNull(std::size_t number) {
+    return number == 0 ? Json(nullptr) : Json(number);
+}
+
+Json TextOrNull(const std::string &text) {
+    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
+}
+
+Json DiagnosticJson(const Diagnostic &diagnostic) {
+    return {{"file", TextOrNull(diagnostic.file)},
+            {"line", NumberOrNull(diagnostic.line)},
+            {"column", NumberOrNull(diagnostic.column)},
+            {"severity", SeverityName(diagnostic.severity)},
+            {"rule", diagnostic.rule},
+            {"message", Utf8Text(diagnostic.message)},
+            {"fix", TextOrNull(diagnostic.fix)}};
+}
+
+// ASCII only: in a JSON document, too, no control byte reaches a terminal raw.
+std::string Dumped(const Json &json) {
+    return json.dump(-1, ' ', true);
+}
+
+}  // namespace
+
+std::size_t Report::Columns() const {
+    winsize size{};
+    return isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col
+                                                                                      : 0;
+}
+
+void Report::Tell(Diagnostic diagnostic) {
+    if (json_) {
+        diagnostics_.push_back(std::move(diagnostic));
+        return;
+    }
+    // What was printed so far stands before it where both go to one terminal.
+    std::fflush(stdout);
+    const std::string text = DiagnosticText(diagnostic, WantsColour(STDERR_FILENO));
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void Report::TellError(std::string file, std::string rule, std::string message, std::string fix) {
+    Tell({std::move(file),
+          0,
+          0,
+          Severity::kError,
+          std::move(rule),
+          std::move(message),
+          std::move(fix),
+          {}});
+}
+
+void Report::Print(std::string_view text) {
+    if (!json_) {
+        std::fwrite(text.data(), 1, text.size(), stdout);
+    }
+}
+
+void Report::AddResult(const nlohmann::ordered_json &result) {
+    if (json_) {
+        results_.push_back(Dumped(result));
+    }
+}
+
+void Report::Raise(Status status) {
+    status_ = std::max(status_, status);
+}
+
+int Report::Finish() {
+    if (json_) {
+        const std::string document = Document();
+        std::fwrite(document.data(), 1, document.size(), stdout);
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fprintf(stderr, "servicetool: error: standard output: %s [failed]\n",
+                     ErrorText(errno).c_str());
+        return static_cast<int>(Status::kFailed);
+    }
+    return static_cast<int>(status_);
+}
+
+// Put together from its parts, one element on a line, so that diffs and greps find their way too.
+std::string Report::Document() const {
+    std::string text = "{\"schema\":" + std::to_string(kSchema) +
+                       ",\"ok\":" + (status_ == Status::kOk ? "true" : "false") + ",\"results\":[";
+    const char *separator = "\n";
+    for (const std::string &result : results_) {
+        text += std::exchange(separator, ",\n") + result;
+    }
+    text += "],\"diagnostics\":[";
+    separator = "\n";
+    for (const Diagnostic &diagnostic : diagnostics_) {
+        text += std::exchange(separator, ",\n") + Dumped(DiagnosticJson(diagnostic));
+    }
+    return text + "]}\n";
+}
+
+}  // namespace tavo

@@ -1,0 +1,63 @@
+// Everything that servicetool says goes through its Report: results to standard output, findings to
+// standard error, or both into the one JSON document on standard output.
+#ifndef TAVO_SERVICETOOL_REPORT_H
+#define TAVO_SERVICETOOL_REPORT_H
+
+#include <cstddef>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "diagnostic.h"
+
+namespace tavo {
+
+enum class Status : int {
+    kOk = 0,      // done; for a question: free, valid, found
+    kNo = 1,      // the answer is no: taken, invalid, not found
+    kUsage = 2,   // the command line is wrong
+    kFailed = 3,  // it failed, or cannot be told
+};
+
+class Report {
+  public:
+    explicit Report(bool json) : json_(json) {}
+    Report(const Report &) = delete;
+    Report &operator=(const Report &) = delete;
+
+    bool Json() const { return json_; }
+
+    // How wide the terminal is that standard output goes to, 0 when it goes elsewhere.
+    std::size_t Columns() const;
+
+    // Tells a finding. It has no effect on the exit status.
+    void Tell(Diagnostic diagnostic);
+
+    // Tells an error about `file`, or about none, that has no place in a file.
+    void TellError(std::string file, std::string rule, std::string message, std::string fix = {});
+
+    // Prints text for people, already escaped; nothing in JSON mode.
+    void Print(std::string_view text);
+
+    // Adds an element to "results"; nothing outside JSON mode.
+    void AddResult(const nlohmann::ordered_json &result);
+
+    // The worst status of all targets counts.
+    void Raise(Status status);
+
+    // Writes what is left to write and gives the exit status.
+    int Finish();
+
+  private:
+    std::string Document() const;
+
+    bool json_;
+    Status status_ = Status::kOk;
+    std::vector<Diagnostic> diagnostics_;  // JSON mode only
+    std::vector<std::string> results_;     // JSON mode only, each a JSON text
+};
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,240 @@
+#include "service_file.h"
+
+#include <dirent.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
+
+#include "input_file.h"
+#include "library_log.h"
+#include "text.h"
+
+namespace tavo {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr ServiceFolder kServiceFolders[] = {
+    {TAVO_SERVICE_CONF_DIR_SYSTEM, "system", "/usr/tavo/etc/services.d"},
+    {TAVO_SERVICE_CONF_DIR_PACKAGE, "package", "/usr/local/etc/services.d"},
+};
+
+// The names that the library would try, in its order: regular files and symbolic links. False with
+// errno set when the folder cannot be listed.
+bool ListFolder(const std::string &path, std::vector<std::string> &names) {
+    dirent **entries = nullptr;
+    const int count = scandir(path.c_str(), &entries, nullptr, alphasort);
+    for (int i = 0; i < count; ++i) {
+        if (entries[i]->d_type == DT_REG || entries[i]->d_type == DT_LNK) {
+            names.emplace_back(entries[i]->d_name);
+        }
+        std::free(entries[i]);
+    }
+    std::free(entries);
+    return count >= 0;
+}
+
+// `path` is what the library opens, which for standard input is not the name that is shown.
+void ReadWithLibrary(const std::string &path, ServiceFile &file) {
+    const LibraryLog log;
+    TAVO_SERVICE_CONF *conf = nullptr;
+    if (TAVOServiceConfGet(path.c_str(), &conf) == 0) {
+        file.conf.reset(conf);
+    }
+}
+
+// Tells what a finding of lint means for the reader: `consequence`, and the finding as its reason.
+void TellBecause(const ServiceFile &file, const std::string &consequence,
+                 std::optional<std::size_t> finding, Report &report) {
+    if (!finding) {
+        // Beyond what lint lists, or the file changed between the library's look at it and lint's.
+        report.TellError(file.path, "unreadable", consequence);
+        return;
+    }
+    Diagnostic diagnostic = file.lint.diagnostics[*finding];
+    diagnostic.message = consequence + ": " + diagnostic.message;
+    report.Tell(std::move(diagnostic));
+}
+
+void TellRefused(const ServiceFile &file, Report &report) {
+    const auto &diagnostics = file.lint.diagnostics;
+    std::optional<std::size_t> finding;
+    for (std::size_t i = 0; i < diagnostics.size() && !finding; ++i) {
+        if (diagnostics[i].severity == Severity::kError) {
+            finding = i;
+        }
+    }
+    TellBecause(file, "not read as a service file", finding, report);
+}
+
+std::string PortText(const TAVO_SERVICE_CONF_PORT &port) {
+    const std::string start = std::to_string(port.nPortStart);
+    return port.nPortType == 0 ? start : start + ':' + std::to_string(port.nPortEnd);
+}
+
+std::vector<std::string> ProtocolNames(std::uint32_t flags) {
+    std::vector<std::string> names;
+    for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
+        if ((flags & static_cast<std::uint32_t>(row.nProto)) != 0) {
+            names.emplace_back(row.szName);
+        }
+    }
+    return names;
+}
+
+template <typename Items, typename Text>
+std::string JoinedByCommas(const Items &items, Text text) {
+    std::string joined;
+    for (const auto &item : items) {
+        joined += (joined.empty() ? "" : ",") + text(item);
+    }
+    return joined;
+}
+
+Json PortsJson(const TAVO_SERVICE_CONF_PORT *list) {
+    Json ports = Json::array();
+    for (const TAVO_SERVICE_CONF_PORT *port : InFileOrder(list)) {
+        ports.push_back({{"start", port->nPortStart},
+                         {"end", port->nPortType == 0 ? port->nPortStart : port->nPortEnd},
+                         {"protocols", ProtocolNames(port->nProtocol)}});
+    }
+    return ports;
+}
+
+Json TextOrNull(std::string_view text) {
+    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
+}
+
+Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
+    if (!HasReference(string)) {
+        return nullptr;
+    }
+    return {{"source", TextOrNull(string.szSource)},
+            {"section", Utf8Text(string.szSection)},
+            {"key", Utf8Text(string.szKey)}};
+}
+
+}  // namespace
+
+bool HasReference(const TAVO_SERVICE_CONF_STRING &string) {
+    return *string.szSource != '\0' || *string.szSection != '\0' || *string.szKey != '\0';
+}
+
+std::string_view LocationOf(const std::string &path) {
+    const std::string folder = std::filesystem::path(path).parent_path();
+    for (const ServiceFolder &candidate : kServiceFolders) {
+        if (folder == candidate.path) {
+            return candidate.name;
+        }
+    }
+    return {};
+}
+
+std::string RealPathOf(const std::string &path) {
+    std::error_code error;
+    return std::filesystem::canonical(path, error);
+}
+
+std::vector<ServiceFolder> ServiceFolders(int selector) {
+    std::vector<ServiceFolder> folders;
+    for (const ServiceFolder &folder : kServiceFolders) {
+        if ((selector & folder.selector) != 0) {
+            folders.push_back(folder);
+        }
+    }
+    return folders;
+}
+
+ServiceFile ReadServiceFile(const std::string &path) {
+    ServiceFile file;
+    const bool standard_input = path == kStandardInput;
+    file.path = standard_input ? kStandardInputName : path;
+    FileContents contents = standard_input ? ReadStandardInput() : ReadRegularFile(path);
+    if (!contents.problem.empty()) {
+        file.problem = std::move(contents.problem);
+        return file;
+    }
+    if (standard_input) {
+        ReadWithLibrary(MemoryFile(contents.text).Path(), file);
+    } else {
+        ReadWithLibrary(path, file);
+    }
+    file.lint = LintText(contents.text, file.path);
+    return file;
+}
+
+// A folder that is not there holds no service; one that cannot be listed may.
+FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report) {
+    FolderContents contents;
+    const std::string path(folder.path);
+    std::vector<std::string> names;
+    if (!ListFolder(path, names) && errno != ENOENT) {
+        report.TellError(path, "unreadable", ErrorText(errno));
+        contents.complete = false;
+    }
+    for (const std::string &name : names) {
+        contents.files.push_back(ReadServiceFile(path + '/' + name));
+    }
+    return contents;
+}
+
+bool TellWhatIsMissing(const ServiceFile &file, Report &report) {
+    if (!file.problem.empty()) {
+        report.TellError(file.path, "unreadable", file.problem);
+        return true;
+    }
+    if (file.conf == nullptr) {
+        TellRefused(file, report);
+        return true;
+    }
+    bool missing = false;
+    for (const LintedService &service : file.lint.services) {
+        if (!service.readable) {
+            TellLeftOut(file, service, report);
+            missing = true;
+        }
+    }
+    return missing;
+}
+
+void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report) {
+    TellBecause(file, "section [" + Shortened(service.name) + "] is left out", service.first_error,
+                report);
+}
+
+std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {
+    if (list == nullptr) {
+        return {};
+    }
+    const std::string ports =
+        JoinedByCommas(InFileOrder(list), [](const auto *port) { return PortText(*port); });
+    return ports + '/' +
+           JoinedByCommas(ProtocolNames(list->nProtocol),
+                          [](const std::string &name) { return name; });
+}
+
+Json ServiceJson(const ServiceFile &file, const TAVO_SERVICE_CONF_SECTION &section) {
+    const TAVO_SERVICE_CONF &conf = *file.conf;
+    return {{"name", section.szName},
+            {"file", Utf8Text(file.path)},
+            {"real_path", TextOrNull(RealPathOf(file.path))},
+            {"location", TextOrNull(LocationOf(file.path))},
+            {"version", conf.nVersion},
+            {"support_key", TextOrNull(conf.szSupportKey)},
+            {"run_key", TextOrNull(conf.szRunKey)},
+            {"ports", PortsJson(section.pDstPorts)},
+            {"source_ports", PortsJson(section.pSrcPorts)},
+            {"forward", section.blPortForward != 0},
+            {"title", Utf8Text(section.strTitle.szText)},
+            {"title_key", ReferenceJson(section.strTitle)},
+            {"description", Utf8Text(section.strDesc.szText)},
+            {"description_key", ReferenceJson(section.strDesc)},
+            {"description_extra", TextOrNull(section.strDesc.szExtra)}};
+}
+
+}  // namespace tavo

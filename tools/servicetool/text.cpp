@@ -1,0 +1,214 @@
+// UTF-8 is decoded here and not by the C library, so that the result does not hang on the locale
+// that the program happens to run in. Only the width of a character is asked of libc, in C.UTF-8.
+#include "text.h"
+
+#include <locale.h>
+#include <wchar.h>
+
+#include <algorithm>
+#include <array>
+
+namespace tavo {
+namespace {
+
+constexpr std::size_t kMessageBytes = 60;
+
+// The shape of a UTF-8 sequence by its first byte. `least` rules out over-long spellings.
+struct Shape {
+    unsigned char mask;
+    unsigned char lead;
+    std::size_t size;
+    char32_t least;
+};
+constexpr std::array<Shape, 4> kShapes = {{
+    {0x80, 0x00, 1, 0},
+    {0xE0, 0xC0, 2, 0x80},
+    {0xF0, 0xE0, 3, 0x800},
+    {0xF8, 0xF0, 4, 0x10000},
+}};
+
+bool IsContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+bool IsScalar(char32_t code) {
+    return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+}
+
+char HexDigit(char32_t value) {
+    return "0123456789abcdef"[value & 0xF];
+}
+
+void AppendHex(std::string &out, char letter, char32_t code, int digits) {
+    out += '\\';
+    out += letter;
+    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
+        out += HexDigit(code >> shift);
+    }
+}
+
+void AppendEscaped(std::string &out, std::string_view bytes, const Character &character) {
+    if (!character.valid || (IsControl(character.code) && character.code < 0x80)) {
+        switch (character.code) {
+            case '\n':
+                out += "\\n";
+                return;
+            case '\t':
+                out += "\\t";
+                return;
+            case '\r':
+                out += "\\r";
+                return;
+            default:
+                AppendHex(out, 'x', character.code, 2);
+                return;
+        }
+    }
+    if (IsControl(character.code)) {
+        AppendHex(out, 'u', character.code, 4);
+    } else if (character.code == '\\') {
+        out += "\\\\";
+    } else {
+        out += bytes;
+    }
+}
+
+// The calling thread's character types as UTF-8, for as long as it lives.
+class Utf8Locale {
+  public:
+    Utf8Locale() : previous_(uselocale(Utf8())) {}
+    ~Utf8Locale() { uselocale(previous_); }
+    Utf8Locale(const Utf8Locale &) = delete;
+    Utf8Locale &operator=(const Utf8Locale &) = delete;
+
+  private:
+    // Where it is missing, uselocale(0) changes nothing and each character counts one column.
+    static locale_t Utf8() {
+        static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return utf8;
+    }
+
+    locale_t previous_;
+};
+
+std::size_t Columns(char32_t code) {
+    const int columns = wcwidth(static_cast<wchar_t>(code));
+    return columns < 0 ? 1 : static_cast<std::size_t>(columns);
+}
+
+}  // namespace
+
+Character FirstCharacter(std::string_view text) {
+    const auto lead = static_cast<unsigned char>(text.front());
+    const Character bad = {1, lead, false};
+    const auto shape = std::find_if(kShapes.begin(), kShapes.end(),
+                                    [&](const Shape &s) { return (lead & s.mask) == s.lead; });
+    if (shape == kShapes.end() || text.size() < shape->size) {
+        return bad;
+    }
+    char32_t code = lead & static_cast<unsigned char>(~shape->mask);
+    for (const char c : text.substr(1, shape->size - 1)) {
+        if (!IsContinuation(c)) {
+            return bad;
+        }
+        code = code << 6 | (static_cast<unsigned char>(c) & 0x3F);
+    }
+    return code < shape->least || !IsScalar(code) ? bad : Character{shape->size, code, true};
+}
+
+// The joiners U+200C and U+200D are left alone: Persian words and emoji are written with them.
+bool IsControl(char32_t code) {
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x200B || code == 0x200E ||
+           code == 0x200F || (code >= 0x2028 && code <= 0x202E) ||
+           (code >= 0x2060 && code <= 0x206F) || code == 0xFEFF;
+}
+
+std::string Escaped(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const Character character = FirstCharacter(text);
+        AppendEscaped(out, text.substr(0, character.size), character);
+        text.remove_prefix(character.size);
+    }
+    return out;
+}
+
+std::size_t DisplayWidth(std::string_view escaped) {
+    const Utf8Locale utf8;
+    std::size_t width = 0;
+    while (!escaped.empty()) {
+        const Character character = FirstCharacter(escaped);
+        width += Columns(character.code);
+        escaped.remove_prefix(character.size);
+    }
+    return width;
+}
+
+std::string_view FirstColumns(std::string_view escaped, std::size_t width) {
+    const Utf8Locale utf8;
+    std::size_t end = 0;
+    std::size_t used = 0;
+    while (end < escaped.size()) {
+        const Character character = FirstCharacter(escaped.substr(end));
+        used += Columns(character.code);
+        if (used > width) {
+            break;
+        }
+        end += character.size;
+    }
+    return escaped.substr(0, end);
+}
+
+std::string Shortened(std::string_view text) {
+    if (text.size() <= kMessageBytes) {
+        return std::string(text);
+    }
+    std::size_t end = kMessageBytes;
+    while (end > 0 && IsContinuation(text[end])) {
+        --end;
+    }
+    return std::string(text.substr(0, end)) + "...";
+}
+
+std::string Quoted(std::string_view text) {
+    return '"' + Shortened(text) + '"';
+}
+
+std::string Utf8Text(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const Character character = FirstCharacter(text);
+        if (character.valid) {
+            out += text.substr(0, character.size);
+        } else {
+            AppendHex(out, 'x', character.code, 2);
+        }
+        text.remove_prefix(character.size);
+    }
+    return out;
+}
+
+std::string LowerCase(std::string_view text) {
+    std::string lower(text);
+    for (char &c : lower) {
+        c = LowerCase(c);
+    }
+    return lower;
+}
+
+std::string LowerFirst(std::string_view message) {
+    std::string text(message.substr(0, message.size() - (message.ends_with('.') ? 1 : 0)));
+    const bool acronym = text.size() > 1 && LowerCase(text[1]) != text[1];
+    if (!text.empty() && !acronym) {
+        text[0] = LowerCase(text[0]);
+    }
+    return text;
+}
+
+std::string Counted(std::size_t n, std::string_view thing) {
+    return std::to_string(n) + ' ' + std::string(thing) + (n == 1 ? "" : "s");
+}
+
+}  // namespace tavo
