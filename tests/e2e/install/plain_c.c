@@ -1,0 +1,88 @@
+/*
+ * What a program of the appliance in plain C does with the library: each family of functions once.
+ * It ends with the number of the line at which something was not as it should be.
+ */
+#include <stdlib.h>
+#include <string.h>
+#include <tavocore.h>
+#include <tavoserviceconf.h>
+
+#define EXPECT(condition)    \
+    do {                     \
+        if (!(condition))    \
+            return __LINE__; \
+    } while (0)
+
+static int protocols(void) {
+    char szName[4];
+    char szWords[] = " UDP , tcp ";
+    int nProto = 0;
+    EXPECT(IsTCP(TAVO_PROTO_TCP) && IsUDP(TAVO_PROTO_UDP) && IsBothTCPAndUDP(3));
+    EXPECT(HasTCP(3) == 1 && HasUDP(3) == 2 && IsLegalProtocol(3));
+    EXPECT(TLIBServiceProtoMapSizeGet() == 2 && gProtoTypeMapping[1].nProto == TAVO_PROTO_UDP);
+    EXPECT(TLIBServiceProtoIndexGet(0, &nProto) == 0 && nProto == TAVO_PROTO_TCP);
+    EXPECT(TLIBServiceProtoStrGet(1, szName, sizeof(szName)) == 0 && strcmp(szName, "udp") == 0);
+    EXPECT(TLIBServiceConfProtocolParse(szWords) == 3);
+    EXPECT(strcmp(TAVOTCPStateToString(10), "TCP_LISTEN") == 0);
+    EXPECT(ToUPort("8080") == 8080 && TAVOServiceConfPortsCheck("65535") == 1);
+    return 0;
+}
+
+static int ports(void) {
+    char szPorts[16];
+    char szProto[8];
+    TAVO_SERVICE_CONF_PORT *pPorts = NULL;
+    TAVO_SERVICE_CONF_PORT *pCopy = NULL;
+    EXPECT(TAVOServiceConfPortsGet("80,6000:6010/tcp", 1, &pPorts) == 0);
+    EXPECT(TLIBServiceConfPortsToStr(pPorts, szPorts, sizeof(szPorts), szProto, sizeof(szProto)) ==
+           0);
+    EXPECT(strcmp(szPorts, "6000:6010,80") == 0 && strcmp(szProto, "tcp") == 0);
+    EXPECT(TAVOServiceComposePortInfo(pPorts, &pCopy) == 0 && pCopy->nPortEnd == 6010);
+    TAVOServiceConfPortsFree(pCopy);
+    TAVOServiceConfPortsFree(pPorts);
+    return 0;
+}
+
+static int sections(const char *szPath) {
+    TAVO_SERVICE_CONF_STRING strTitle;
+    TAVO_SERVICE_CONF_SECTION *pSection = NULL;
+    TAVO_SERVICE_CONF_SECTION *pCopy = NULL;
+    EXPECT(TAVOServiceConfServiceStringGet("table:section:key", &strTitle) == 0);
+    EXPECT(strcmp(strTitle.szSource, "table") == 0 && strcmp(strTitle.szKey, "key") == 0);
+    EXPECT(TAVOServiceConfSectionGet(szPath, "plain-c", &pSection) == 0);
+    EXPECT(strcmp(pSection->strTitle.szText, "Plain C") == 0 &&
+           pSection->pDstPorts->nPortStart == 80);
+    EXPECT(TAVOServiceComposeSectionInfo(pSection, &pCopy) == 0);
+    EXPECT(pCopy != pSection && strcmp(pCopy->szName, "plain-c") == 0);
+    TAVOServiceConfSectionFree(pCopy);
+    TAVOServiceConfSectionFree(pSection);
+    return 0;
+}
+
+static int files(const char *szPath) {
+    TAVO_SERVICE_CONF *pFiles = NULL;
+    int nFiles =
+        TAVOServiceConfEnum(&pFiles, TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE);
+    EXPECT(nFiles > 1);
+    EXPECT(TAVOServiceConfGet(szPath, &pFiles) == 0 && pFiles->nVersion == 0);
+    TAVOServiceConfFree(pFiles);
+    EXPECT(TAVOServiceConfFileVerify(szPath, "/usr/local/etc/services.d") == 0);
+    return 0;
+}
+
+static int failures(void) {
+    TAVO_SERVICE_CONF *pFiles = NULL;
+    EXPECT(TAVOServiceConfGet("/nowhere", &pFiles) == -1 && pFiles == NULL);
+    EXPECT(TLIBCErrGet() == 0x700 && TLIBCErrorGetFile()[0] != '\0' && TLIBCErrorGetLine() > 0);
+    return 0;
+}
+
+int main(int argc, char **argv) {
+    int nLine = 0;
+    EXPECT(argc == 2);
+    nLine = nLine ? nLine : protocols();
+    nLine = nLine ? nLine : ports();
+    nLine = nLine ? nLine : sections(argv[1]);
+    nLine = nLine ? nLine : files(argv[1]);
+    return nLine ? nLine : failures();
+}
