@@ -9,9 +9,10 @@
  * Conventions
  *
  *  1. An int result is 0 for success and -1 for failure where nothing else is said.
- *  2. A failure records an error code with the place that found it; TLIBCErrGet,
+ *  2. Most failures record an error code with the place that found it; TLIBCErrGet,
  *     TLIBCErrorGetFile and TLIBCErrorGetLine of tavocore.h give it back. A success clears
- *     nothing.
+ *     nothing, and a file whose contents are at fault may set none: clear the state before a call
+ *     whose code you want to look at, with TLIBCErrSetEx(0, NULL, 0).
  *        0xD00   bad parameter, bad syntax or bad record
  *        0x200   out of memory
  *        0x700   file does not exist
@@ -52,6 +53,15 @@ extern "C" {
 /* Protocol flag word (nProtocol): only these two bits carry meaning. */
 #define TAVO_PROTO_TCP 1
 #define TAVO_PROTO_UDP 2
+#define TAVO_PROTO_BOTH 3
+
+/* nDirection of a port entry: which key of the section it comes from. */
+#define TAVO_PORT_DIRECTION_SRC 0 /* src.ports */
+#define TAVO_PORT_DIRECTION_DST 1 /* dst.ports */
+
+/* nPortType of a port entry. */
+#define TAVO_PORT_TYPE_SINGLE 0
+#define TAVO_PORT_TYPE_RANGE 1
 
 /* Where service files live; a directory selector is one of these or both (3). */
 #define TAVO_SERVICE_CONF_DIR_SYSTEM 1  /* /usr/tavo/etc/services.d */
@@ -66,8 +76,8 @@ extern "C" {
 
 /* One port or range of ports. */
 typedef struct TAVO_SERVICE_CONF_PORT {
-    uint32_t nDirection; /* 0 source port (src.ports), 1 destination port (dst.ports) */
-    uint32_t nPortType;  /* 0 a single port, 1 a range */
+    uint32_t nDirection; /* TAVO_PORT_DIRECTION_SRC or _DST */
+    uint32_t nPortType;  /* TAVO_PORT_TYPE_SINGLE or _RANGE */
     uint32_t nProtocol;  /* protocol flag word */
     uint32_t nPortStart; /* the port, or the first one of the range; 0..65535 from the parser */
     uint32_t nPortEnd;   /* the last port of the range; 0 for a single port from the parser */
@@ -163,15 +173,16 @@ TAVO_API int TLIBServiceConfPortsToStr(const TAVO_SERVICE_CONF_PORT *pList, char
 /* ---- Reading service files ---- */
 
 /* Reads the service file szPath into a new record in front of *ppList (NULL: an empty list). A
- * section that cannot be read is logged and left out. Fails when no service section could be read:
- * the file is missing (0x700), cannot be opened (0x900), or has no section that is whole; 0xD00 for
- * a NULL argument, 0x200 out of memory. Free with TAVOServiceConfFree. */
+ * section that cannot be read is logged and left out. Fails when no service could be read: the file
+ * is missing (0x700), cannot be opened (0x900), has no section or only [global] (no code), or none
+ * of its services is whole (see TAVOServiceConfSectionGet; 0xD00 for a bad name); 0xD00 for a NULL
+ * argument, 0x200 out of memory. Free with TAVOServiceConfFree. */
 TAVO_API int TAVOServiceConfGet(const char *szPath, TAVO_SERVICE_CONF **ppList);
 
 /* Reads section szSection of the service file szPath into a new record in front of *ppList (NULL:
- * an empty list). Fails when the section is missing or empty, lacks title, desc or dst.ports, or
- * has a bad port list; 0xD00 for a NULL argument, 0x200 out of memory. Free with
- * TAVOServiceConfSectionFree. */
+ * an empty list). Fails when the section is missing or empty or lacks title, desc or dst.ports (no
+ * code), or has a bad port list (0xD00); 0x700 and 0x900 for the file, 0xD00 for a NULL argument,
+ * 0x200 out of memory. Free with TAVOServiceConfSectionFree. */
 TAVO_API int TAVOServiceConfSectionGet(const char *szPath, const char *szSection,
                                        TAVO_SERVICE_CONF_SECTION **ppList);
 
@@ -182,16 +193,17 @@ TAVO_API int TAVOServiceConfSectionGet(const char *szPath, const char *szSection
 TAVO_API int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING *pString);
 
 /* Reads every service file of the directories in nDirFlags (TAVO_SERVICE_CONF_DIR_SYSTEM, _PACKAGE
- * or both) into records in front of *ppList (NULL: an empty list), names in strcoll order, so that
- * the list runs backwards: package files before system files, last name first. Any regular file or
- * symbolic link to one is tried, whatever its name; one that is no service file is logged and left
- * out. How many files were read; -1 (0xD00) for a NULL list or no directory. A directory that
- * cannot be listed counts as empty and leaves 0x2A00 behind. */
+ * or both; other bits are ignored) into records in front of *ppList (NULL: an empty list), names in
+ * strcoll order, so that the list runs backwards: package files before system files, last name
+ * first. Every regular file and every symbolic link is tried, whatever its name; one that is no
+ * service file is logged and left out. Entries of other types, and those whose type the file system
+ * does not report, are passed over. How many files were read; -1 (0xD00) for a NULL list or no
+ * directory. A directory that cannot be listed counts as empty and sets 0x2A00. */
 TAVO_API int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags);
 
-/* Whether the file szFile may be placed into directory szDir: 0 when it exists and szDir has no
- * entry of the same base name. -1 for a NULL argument (0xD00), a missing file (0x700) or a name
- * that is taken (0xC000). */
+/* Whether the file szFile may be placed into directory szDir: 0 when it exists and nothing exists
+ * by its base name in szDir (a symbolic link to nothing does not count). -1 for a NULL argument or
+ * a path beyond PATH_MAX (0xD00), a missing file (0x700) or a name that is taken (0xC000). */
 TAVO_API int TAVOServiceConfFileVerify(const char *szFile, const char *szDir);
 
 /* ---- Internals that sibling programs use ----

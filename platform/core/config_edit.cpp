@@ -33,7 +33,7 @@ class WantedKeys {
             const char *value = nullptr;
             TLIBCSzHashEnum(table, i, &key, &value);
             keys_.get()[i] = {key, value, kNowhere};
-            if (index_.Add(key) == TextIndex::Added::kOutOfMemory) {
+            if (index_.Add(key) == TextIndex::kNone) {
                 return false;
             }
         }

@@ -8,7 +8,8 @@
 // status; for the time of the call the signal then has its default action. Children of the caller's
 // own that end in that time stay zombies until the caller ends or waits for them. And as in
 // system(), the signal is blocked in the calling thread, so that a handler that waits for every
-// child does not take the status away.
+// child does not take the status away; one that runs in another thread still may, which cannot be
+// helped from here.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>

@@ -18,7 +18,26 @@ struct HeldFile {
     MappedFile file;
 };
 
+// A plain pointer: registering a destructor to run with the thread takes memory, and the process
+// ends where there is none.
 thread_local HeldFile *held_file = nullptr;
+
+// Holding only saves work, so that it failed is no news: whoever cannot hold a file reads it all
+// the same, and learns then what is wrong with it.
+class UnchangedErrorState {
+  public:
+    UnchangedErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {
+        std::strncpy(file_, TLIBCErrorGetFile(), sizeof(file_) - 1);
+    }
+    ~UnchangedErrorState() { TLIBCErrSetEx(code_, file_, line_); }
+    UnchangedErrorState(const UnchangedErrorState &) = delete;
+    UnchangedErrorState &operator=(const UnchangedErrorState &) = delete;
+
+  private:
+    unsigned int code_;
+    int line_;
+    char file_[256] = {};
+};
 
 }  // namespace
 
@@ -39,19 +58,14 @@ const MappedFile *FindHeldFile(const char *path) {
 
 int TLIBCFileHold(const char *szPath) {
     using namespace tavo;
-    if (szPath == nullptr || held_file != nullptr) {
-        return TAVO_CORE_FAIL(kBadParameter);
-    }
-    void *room = std::malloc(sizeof(HeldFile));
-    if (room == nullptr) {
-        return TAVO_CORE_FAIL(kOutOfMemory);
+    const UnchangedErrorState unchanged;
+    void *room = nullptr;
+    if (szPath == nullptr || held_file != nullptr ||
+        (room = std::malloc(sizeof(HeldFile))) == nullptr) {
+        return -1;
     }
     held_file = new (room) HeldFile{CopyText(szPath), {}};
-    if (held_file->path == nullptr) {
-        TLIBCFileRelease();
-        return TAVO_CORE_FAIL(kOutOfMemory);
-    }
-    if (!held_file->file.Load(szPath)) {
+    if (held_file->path == nullptr || !held_file->file.Load(szPath)) {
         TLIBCFileRelease();
         return -1;
     }

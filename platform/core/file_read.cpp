@@ -1,25 +1,18 @@
-// Reading configuration files. Each call loads the file anew, unless the caller holds it; a call
-// that asks for one section passes over the others without a look at their lines.
+// Reading configuration files. Each call loads the file anew and walks its text once, without a
+// look at the lines of sections that no one asked for; a file that the caller holds has a map of
+// its sections, and nothing is walked that is not read.
 #include <cstring>
 
 #include "config_lines.h"
 #include "core_support.h"
 #include "file_hold.h"
 #include "file_text.h"
+#include "text_index.h"
 
 namespace tavo {
 namespace {
 
-// The file `path` with its sections: as the caller holds it, or loaded into `room`; null on
-// failure.
-const MappedFile *MappedFileOf(const char *path, MappedFile &room) {
-    if (const MappedFile *held = FindHeldFile(path)) {
-        return held;
-    }
-    return room.Load(path) ? &room : nullptr;
-}
-
-// The same without its sections.
+// The text of the file `path`: as the caller holds it, or loaded into `room`; null on failure.
 const FileText *TextOf(const char *path, FileText &room) {
     if (const MappedFile *held = FindHeldFile(path)) {
         return &held->text;
@@ -27,7 +20,7 @@ const FileText *TextOf(const char *path, FileText &room) {
     return room.Load(path) ? &room : nullptr;
 }
 
-bool PushSectionNames(const SectionMap &sections, TLIBCSzList *list) {
+bool PushMappedNames(const SectionMap &sections, TLIBCSzList *list) {
     for (int i = 0; i < sections.SectionCount(); ++i) {
         if (ListPush(list, sections.Name(i)) < 0) {
             return false;
@@ -36,17 +29,59 @@ bool PushSectionNames(const SectionMap &sections, TLIBCSzList *list) {
     return true;
 }
 
-bool FillFromSection(const MappedFile &file, std::string_view section, TLIBCSzHash *hash) {
+bool PushNames(const FileText &file, TLIBCSzList *list) {
+    TextIndex seen;
+    ConfigLineReader lines(file.View(), file.HoldsNul());
+    for (ConfigLine line; lines.NextSection(line);) {
+        const std::size_t before = seen.Count();
+        const std::size_t number = seen.Add(line.name);
+        if (number == TextIndex::kNone) {
+            return TAVO_CORE_FAIL(kOutOfMemory);
+        }
+        if (number == before && ListPush(list, line.name) < 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Takes over the keys up to the next header, which `line` then is, or to the end. False when memory
+// runs out.
+bool FillFromLines(ConfigLineReader &lines, ConfigLine &line, TLIBCSzHash *hash) {
+    while (lines.Next(line) && line.kind != ConfigLineKind::kSection) {
+        if (line.kind == ConfigLineKind::kKeyValue && HashSet(hash, line.name, line.value) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool FillFromMappedSection(const MappedFile &file, std::string_view section, TLIBCSzHash *hash) {
     ConfigLine line;
     for (const SectionMap::Block *block = file.sections.FirstBlock(section); block != nullptr;
          block = file.sections.NextBlock(*block)) {
         auto lines = ConfigLineReader::OfLines(block->lines, file.text.HoldsNul());
-        while (lines.Next(line)) {
-            if (line.kind == ConfigLineKind::kKeyValue &&
-                HashSet(hash, line.name, line.value) != 0) {
-                return false;
-            }
+        if (!FillFromLines(lines, line, hash)) {
+            return false;
         }
+    }
+    return true;
+}
+
+bool FillFromSection(const FileText &file, std::string_view section, TLIBCSzHash *hash) {
+    ConfigLineReader lines(file.View(), file.HoldsNul());
+    ConfigLine line;
+    bool found = lines.NextSection(line);
+    while (found) {
+        if (line.name != section) {
+            found = lines.NextSection(line);
+            continue;
+        }
+        line.kind = ConfigLineKind::kBlank;
+        if (!FillFromLines(lines, line, hash)) {
+            return false;
+        }
+        found = line.kind == ConfigLineKind::kSection;
     }
     return true;
 }
@@ -117,12 +152,14 @@ int TLIBCFileEnumSection(const char *szPath, TLIBCSzList **ppNames) {
     if (ppNames == nullptr || *ppNames == nullptr) {
         return TAVO_CORE_FAIL(kBadParameter);
     }
-    MappedFile room;
-    const MappedFile *file = MappedFileOf(szPath, room);
-    if (file == nullptr) {
+    if (const MappedFile *held = FindHeldFile(szPath)) {
+        return AppendAll(*ppNames, [&] { return PushMappedNames(held->sections, *ppNames); });
+    }
+    FileText file;
+    if (!file.Load(szPath)) {
         return -1;
     }
-    return AppendAll(*ppNames, [&] { return PushSectionNames(file->sections, *ppNames); });
+    return AppendAll(*ppNames, [&] { return PushNames(file, *ppNames); });
 }
 
 int TLIBCFileReadLines(const char *szPath, TLIBCSzList **ppLines) {
@@ -145,12 +182,14 @@ int TLIBCFileGetSection(const char *szPath, const char *szSection, TLIBCSzHash *
     if (szSection == nullptr) {
         return TAVO_CORE_FAIL(kBadParameter);
     }
-    MappedFile room;
-    const MappedFile *file = MappedFileOf(szPath, room);
-    if (file == nullptr) {
-        return -1;
+    bool filled = false;
+    if (const MappedFile *held = FindHeldFile(szPath)) {
+        filled = FillFromMappedSection(*held, szSection, *ppHash);
+    } else {
+        FileText file;
+        filled = file.Load(szPath) && FillFromSection(file, szSection, *ppHash);
     }
-    if (!FillFromSection(*file, szSection, *ppHash)) {
+    if (!filled) {
         TLIBCSzHashClear(*ppHash);
         return -1;
     }

@@ -87,8 +87,8 @@ class StagedText {
     }
 
     // Puts the staged text in the file's place. A folder that cannot be flushed gets the old file
-    // back: nobody is told of a failure that a restart would turn into success, or the other way
-    // round.
+    // back, so that a failure is not one that a restart turns into success. Only where that fails,
+    // too, or the file system knows no hard links, the new text stands although the call fails.
     bool Publish() {
         const bool can_undo = linkat(folder_, name_, staging_.Get(), kOld, 0) == 0;
         if (!can_undo && !HardLinksAreRefused(errno)) {
@@ -100,8 +100,8 @@ class StagedText {
         if (Flush(folder_)) {
             return true;
         }
-        if (can_undo) {
-            renameat(staging_.Get(), kOld, folder_, name_);
+        if (can_undo && renameat(staging_.Get(), kOld, folder_, name_) == 0) {
+            Flush(folder_);
         }
         return TAVO_CORE_FAIL(kFileUnusable);
     }
@@ -109,7 +109,7 @@ class StagedText {
   private:
     // Some file systems know no hard links; then the old file is given up with the rename.
     static bool HardLinksAreRefused(int error) {
-        return error == EPERM || error == EOPNOTSUPP || error == EMLINK;
+        return error == EPERM || error == EOPNOTSUPP || error == EMLINK || error == ENOSYS;
     }
 
     static bool Flush(int fd) {

@@ -18,6 +18,9 @@ namespace {
 // end of the file.
 constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
 
+// No configuration is near this; what claims to be larger would only take the machine's memory.
+constexpr std::size_t kLargest = std::size_t{2} << 30;
+
 }  // namespace
 
 int OpenForReading(int folder, const char *path, int more_flags) {
@@ -38,7 +41,8 @@ bool FileText::Load(const char *path) {
 }
 
 bool FileText::LoadFrom(int fd, struct stat &status) {
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
+        static_cast<std::uintmax_t>(status.st_size) > kLargest) {
         return TAVO_CORE_FAIL(kFileUnusable);
     }
     return ReadAll(fd, static_cast<std::size_t>(status.st_size));
@@ -48,6 +52,9 @@ bool FileText::ReadAll(int fd, std::size_t reported_size) {
     for (;;) {
         if (size_ == capacity_ && !Grow(reported_size)) {
             return TAVO_CORE_FAIL(kOutOfMemory);
+        }
+        if (size_ > kLargest) {
+            return TAVO_CORE_FAIL(kFileUnusable);
         }
         const std::size_t room = std::min(capacity_ - size_, kMostAtOnce);
         const ssize_t got = Uninterrupted([&] { return read(fd, data_ + size_, room); });

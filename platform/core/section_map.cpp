@@ -1,3 +1,5 @@
+// One walk over the headers of a text. Each opens a block, the lines up to the next header, and the
+// blocks of one name are chained, since sections of one name are one section.
 #include "section_map.h"
 
 #include "config_lines.h"
@@ -27,14 +29,14 @@ bool SectionMap::Build(const FileText &file) {
 
 bool SectionMap::AddHeader(std::string_view name) {
     const int block = blocks_.Count();
-    const TextIndex::Added added = numbers_.Add(name);
-    if (added == TextIndex::Added::kOutOfMemory || !blocks_.Append({{}, -1})) {
+    const std::size_t number = numbers_.Add(name);
+    if (number == TextIndex::kNone || !blocks_.Append({{}, -1})) {
         return false;
     }
-    if (added == TextIndex::Added::kNew) {
+    if (number == static_cast<std::size_t>(sections_.Count())) {
         return sections_.Append({name, block, block});
     }
-    Section &section = sections_[static_cast<int>(numbers_.Find(name))];
+    Section &section = sections_[static_cast<int>(number)];
     blocks_[section.last].next = block;
     section.last = block;
     return true;

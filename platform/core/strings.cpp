@@ -1,6 +1,7 @@
 // Strings: splitting, trimming, lowering, growing. All of it works on bytes and knows ASCII only: a
 // file means the same in every locale.
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <utility>
@@ -172,7 +173,7 @@ char *TLIBCStrGet(const char *szFormat, ...) {
     const int length = vasprintf(&text, szFormat, arguments);
     va_end(arguments);
     if (length < 0) {
-        return TAVO_CORE_FAIL(tavo::kOutOfMemory);
+        return TAVO_CORE_FAIL(errno == ENOMEM ? tavo::kOutOfMemory : tavo::kBadParameter);
     }
     return text;
 }

@@ -5,12 +5,11 @@
 // there: callers ask for a thousand keys, fill in eight, and do so for every section of every file.
 // So few are found by looking at the hashes one after the other, without an index. Nothing is ever
 // taken out singly, so a probe of the index ends at the first empty slot.
-#include <sys/auxv.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "core_support.h"
+#include "text_hash.h"
 
 namespace {
 
@@ -33,29 +32,9 @@ struct TLIBCSzHash {
     int room;
     std::uint32_t *slots;    // the index of an entry plus one, 0 for an empty slot
     std::size_t slot_count;  // 0 without an index, else a power of two, at least twice the count
-    std::uint64_t seed;
 };
 
 namespace {
-
-// The random bytes that the kernel gives each process: whoever writes a file cannot know which of
-// its keys would fall on each other.
-std::uint64_t Seed() {
-    std::uint64_t seed = 0;
-    if (const void *random = reinterpret_cast<const void *>(getauxval(AT_RANDOM))) {
-        std::memcpy(&seed, random, sizeof(seed));
-    }
-    return seed;
-}
-
-// FNV-1a, folded since its low bits are its weakest.
-std::uint32_t HashOf(const TLIBCSzHash &table, std::string_view key) {
-    std::uint64_t hash = 0xCBF29CE484222325u ^ table.seed;
-    for (const char c : key) {
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3u;
-    }
-    return static_cast<std::uint32_t>(hash ^ (hash >> 32));
-}
 
 // An entry with copies of both texts; its key is null when memory runs out.
 Entry NewEntry(std::string_view key, std::string_view value, std::uint32_t hash) {
@@ -135,7 +114,7 @@ bool MakeRoom(TLIBCSzHash &table) {
 namespace tavo {
 
 int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
-    const Entry entry = NewEntry(key, value, HashOf(*hash, key));
+    const Entry entry = NewEntry(key, value, HashOf(key));
     if (entry.key == nullptr) {
         return TAVO_CORE_FAIL(kOutOfMemory);
     }
@@ -165,7 +144,6 @@ TLIBCSzHash *TLIBCSzHashAlloc(int nCapacity) {
         return TAVO_CORE_FAIL(tavo::kOutOfMemory);
     }
     table->room = std::clamp(nCapacity, 1, kMostRoomAtFirst);
-    table->seed = Seed();
     if (!tavo::Resize(table->entries, table->room)) {
         return TAVO_CORE_FAIL(tavo::kOutOfMemory);
     }
@@ -183,7 +161,7 @@ const char *TLIBCSzHashGetValue(const TLIBCSzHash *pHash, const char *szKey) {
     if (pHash == nullptr || szKey == nullptr) {
         return nullptr;
     }
-    const Entry *entry = Find(*pHash, szKey, HashOf(*pHash, szKey));
+    const Entry *entry = Find(*pHash, szKey, tavo::HashOf(szKey));
     return entry == nullptr ? nullptr : entry->value;
 }
 
@@ -213,7 +191,10 @@ void TLIBCSzHashClear(TLIBCSzHash *pHash) {
         std::free(pHash->entries[i].key);
     }
     pHash->count = 0;
-    std::fill_n(pHash->slots, pHash->slot_count, 0u);
+    // The keys to come bring an index of their size.
+    std::free(pHash->slots);
+    pHash->slots = nullptr;
+    pHash->slot_count = 0;
 }
 
 void TLIBCSzHashFree(TLIBCSzHash *pHash) {
@@ -222,6 +203,5 @@ void TLIBCSzHashFree(TLIBCSzHash *pHash) {
     }
     TLIBCSzHashClear(pHash);
     std::free(pHash->entries);
-    std::free(pHash->slots);
     std::free(pHash);
 }

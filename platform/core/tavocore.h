@@ -118,7 +118,7 @@ TAVOCORE_API int TLIBCSzHashCount(const TLIBCSzHash *pHash);
 TAVOCORE_API int TLIBCSzHashEnum(const TLIBCSzHash *pHash, int nIndex, const char **pszKey,
                                  const char **pszValue);
 
-/* Takes every key out; the table keeps its room. NULL is accepted. */
+/* Takes every key out. NULL is accepted. */
 TAVOCORE_API void TLIBCSzHashClear(TLIBCSzHash *pHash);
 
 /* Frees the table, its keys and values; NULL is accepted. */
@@ -189,8 +189,8 @@ TAVOCORE_API int TLIBCStrCaseLower(const char *szText, char *szBuf, int cbBuf);
  * they were. */
 TAVOCORE_API int TLIBCStrCat(char **pszBuffer, int *pcbBuffer, const char *szText);
 
-/* A new text formatted as by printf, to be released with TLIBCStrPut; NULL for a NULL format
- * (0xD00) or when memory runs out (0x200). */
+/* A new text formatted as by printf, to be released with TLIBCStrPut; NULL for a NULL format or
+ * what cannot be formatted (0xD00), or when memory runs out (0x200). */
 TAVOCORE_API char *TLIBCStrGet(const char *szFormat, ...) TAVOCORE_PRINTF(1, 2);
 
 /* Releases a text made by TLIBCStrGet; NULL is accepted. */
@@ -223,25 +223,28 @@ TAVOCORE_API void TLIBCStrPut(char *szText);
  * Writers change the named section only and keep every other byte: order, comments, blank lines,
  * spelling. A key that is there keeps its place (where it stands more than once, the line that
  * counts gets the value), new keys go behind the section's last line that is not blank or a
- * comment, and a new section goes to the end of the file. Values are written as given, key=value; a
- * line that gives the wanted value already keeps its spelling. What would not be read back as given
- * (a newline in a name, key or value; a key that is empty, starts like a comment, makes its line
- * a section, holds = or has blanks around it) is refused with 0xD00 and the file stays as it was.
+ * comment, and a new section goes to the end of the file. Values are written as given, key=value,
+ * so that blanks and one pair of quotes around them are lost when they are read; a line that gives
+ * the wanted value already keeps its spelling. A name or key that would not be read back as given,
+ * and a newline anywhere, is refused with 0xD00 and the file stays as it was.
  *
  * A change is all or nothing: the new text goes to a temporary file beside the target, takes over
  * its mode and owner, is flushed to disk and renamed over it, and the folder is flushed. A symbolic
- * link is followed to the file that it names. Whatever fails, the old file is whole. Writers in one
- * folder exclude each other (flock on the folder) for a bounded time, past which the call fails
- * with 0x900.
+ * link is followed to the file that it names. Whatever fails, the old file is whole; only a folder
+ * that can neither be flushed nor get its old file back leaves the new one, just as whole. Writers
+ * in one folder exclude each other (flock on the folder) for a bounded time, past which the call
+ * fails with 0x900.
  */
 
-/* Takes a snapshot of szPath for the calling thread: until TLIBCFileRelease, the reading
- * functions below, given the very same path, read the snapshot instead of opening the file again.
- * A platform may lack these two, so callers look whether they are there. 0; -1 on failure, a
- * second hold at a time included (0xD00), and then nothing new is held. */
+/* Takes a snapshot of szPath for the calling thread: until TLIBCFileRelease, the reading functions
+ * below, given the very same path, read the snapshot instead of opening the file again, also after
+ * the thread itself has changed the file, so compute no change from a held reading. A platform may
+ * lack these two, so callers look whether they are there. 0; -1 when it cannot, or the thread holds
+ * a file already. Sets no error: who cannot hold a file reads it all the same. */
 TAVOCORE_API int TLIBCFileHold(const char *szPath);
 
-/* Ends what TLIBCFileHold began; nothing when the thread holds no file. */
+/* Ends what TLIBCFileHold began, which a thread must do before it ends; nothing when the thread
+ * holds no file. */
 TAVOCORE_API void TLIBCFileRelease(void);
 
 /* Appends the section names of szPath to *ppNames in file order, each name once. How many there
@@ -308,7 +311,9 @@ TAVOCORE_API int TLIBCFileTouch(const char *szPath);
  *
  * Standard input is empty, standard output and error are the caller's, and no other descriptor of
  * the caller, nor its signal mask and handlers, reaches the program. It works in a caller that
- * ignores SIGCHLD: for the time of the call the signal then has its default action.
+ * ignores SIGCHLD: for the time of the call the signal then has its default action. A caller that
+ * collects the status of every child in another thread (waitpid(-1)) may get it before this does;
+ * the result is then -1 with 0x900, though the program ran.
  */
 
 /* Up to four arguments, absent ones NULL. */

@@ -2,12 +2,12 @@
 // always ends a search.
 #include "text_index.h"
 
-#include <functional>
+#include "text_hash.h"
 
 namespace tavo {
 
 TextIndex::Slot &TextIndex::SlotOf(std::string_view text) const {
-    std::size_t at = std::hash<std::string_view>{}(text) & (slot_count_ - 1);
+    std::size_t at = HashOf(text) & (slot_count_ - 1);
     while (slots_[at].data != nullptr &&
            std::string_view(slots_[at].data, slots_[at].size) != text) {
         at = (at + 1) & (slot_count_ - 1);
@@ -20,15 +20,16 @@ std::size_t TextIndex::Find(std::string_view text) const {
     return slot.data == nullptr ? kNone : slot.number;
 }
 
-TextIndex::Added TextIndex::Add(std::string_view text) {
-    if (SlotOf(text).data != nullptr) {
-        return Added::kKnown;
+std::size_t TextIndex::Add(std::string_view text) {
+    const std::size_t known = Find(text);
+    if (known != kNone) {
+        return known;
     }
     if ((count_ + 1) * 2 > slot_count_ && !Grow()) {
-        return Added::kOutOfMemory;
+        return kNone;
     }
-    SlotOf(text) = {text.data(), text.size(), count_++};
-    return Added::kNew;
+    SlotOf(text) = {text.data(), text.size(), count_};
+    return count_++;
 }
 
 bool TextIndex::Grow() {

@@ -15,13 +15,12 @@ class TextIndex {
   public:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
-    enum class Added { kNew, kKnown, kOutOfMemory };
-
     TextIndex() = default;
     TextIndex(const TextIndex &) = delete;
     TextIndex &operator=(const TextIndex &) = delete;
 
-    Added Add(std::string_view text);
+    // The number of `text`, which is what Count was when it is new; kNone when memory runs out.
+    std::size_t Add(std::string_view text);
 
     // The number of `text`, from 0; kNone when it was never added.
     std::size_t Find(std::string_view text) const;

@@ -15,7 +15,6 @@ const TAVO_PROTO_TYPE_MAPPING gProtoTypeMapping[2] = {
 namespace {
 
 constexpr int kMapSize = static_cast<int>(std::size(gProtoTypeMapping));
-constexpr int kBothProtocols = TAVO_PROTO_TCP | TAVO_PROTO_UDP;
 
 // By the number of the state in /proc/net/tcp, from 1 (include/net/tcp_states.h of the kernel).
 constexpr const char *kTcpStates[] = {
@@ -24,7 +23,7 @@ constexpr const char *kTcpStates[] = {
     "TCP_LAST_ACK",    "TCP_LISTEN",    "TCP_CLOSING",
 };
 
-// Callers keep other flags in the upper half of a protocol value.
+// The upper half of a protocol value is not looked at, which is kept.
 constexpr int Low16(int nProtocol) {
     return nProtocol & 0xFFFF;
 }
@@ -44,14 +43,14 @@ int IsUDP(int nProtocol) {
 }
 
 int IsBothTCPAndUDP(int nProtocol) {
-    return Low16(nProtocol) == kBothProtocols;
+    return Low16(nProtocol) == TAVO_PROTO_BOTH;
 }
 
-// Kept for callers that store the result as a flag: the bit's own value, so 2 for UDP and not 1.
 int HasTCP(int nProtocol) {
     return nProtocol & TAVO_PROTO_TCP;
 }
 
+// The value of the bit is kept as the result: 2, not 1.
 int HasUDP(int nProtocol) {
     return nProtocol & TAVO_PROTO_UDP;
 }
@@ -60,8 +59,8 @@ int IsLegalProtocol(int nProtocol) {
     return IsTCP(nProtocol) || IsUDP(nProtocol) || IsBothTCPAndUDP(nProtocol);
 }
 
-// Lenient on purpose: settings files of old releases hold ports with text behind them, and those
-// that read them count on "%hu", wrapping included.
+// As lenient as "%hu", which is kept: text behind the number is ignored, and a number that is too
+// large wraps.
 uint16_t ToUPort(const char *szPort) {
     unsigned short nPort = 0;
     if (szPort == nullptr || std::sscanf(szPort, "%hu", &nPort) != 1) {

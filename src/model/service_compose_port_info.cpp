@@ -1,5 +1,6 @@
 // Copies one checked port entry into a caller's list, and frees such lists.
 #include <cstdlib>
+#include <utility>
 
 #include "support/failure.h"
 #include "support/owners.h"
@@ -9,9 +10,9 @@ namespace {
 
 // The end of a single port is nobody's business: it is copied as it stands.
 bool IsValid(const TAVO_SERVICE_CONF_PORT &port) {
-    constexpr uint32_t nBothProtocols = TAVO_PROTO_TCP | TAVO_PROTO_UDP;
-    return port.nPortType < 2 && port.nDirection < 2 && (port.nProtocol & nBothProtocols) != 0 &&
-           (port.nPortType == 0 || port.nPortStart <= port.nPortEnd);
+    return port.nPortType <= TAVO_PORT_TYPE_RANGE && port.nDirection <= TAVO_PORT_DIRECTION_DST &&
+           (port.nProtocol & TAVO_PROTO_BOTH) != 0 &&
+           (port.nPortType == TAVO_PORT_TYPE_SINGLE || port.nPortStart <= port.nPortEnd);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Copies one service section with its port lists into a caller's list, and frees such lists.
 #include <cstdlib>
+#include <utility>
 
 #include "support/failure.h"
 #include "support/owners.h"

@@ -34,7 +34,7 @@ class Listing {
 };
 
 // Packages install their service file as a link into their own folder. An entry whose type the file
-// system does not report is passed over; that is kept, since callers count what is read.
+// system does not report is passed over, which is kept.
 bool IsFileOrLink(const dirent &entry) {
     return entry.d_type == DT_REG || entry.d_type == DT_LNK;
 }

@@ -15,8 +15,12 @@ int TAVOServiceConfFileVerify(const char *szFile, const char *szDir) {
     }
     const char *szSlash = std::strrchr(szFile, '/');
     char szTarget[tavo::kPathSize];
-    std::snprintf(szTarget, sizeof(szTarget), "%s/%s", szDir,
-                  szSlash != nullptr ? szSlash + 1 : szFile);
+    const int nLength = std::snprintf(szTarget, sizeof(szTarget), "%s/%s", szDir,
+                                      szSlash != nullptr ? szSlash + 1 : szFile);
+    if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szTarget)) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    // A symbolic link to nothing does not exist for this question, which is kept.
     if (TLIBCFileExist(szTarget) == 1) {
         return TAVO_SET_ERROR(tavo::kErrorAlreadyInstalled);
     }

@@ -5,6 +5,7 @@
 // a component does not take the others off the firewall. A file without any good one is a failure.
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "model/service_file_keys.h"
 #include "support/failure.h"
@@ -12,10 +13,10 @@
 #include "support/text.h"
 #include "tavoserviceconf.h"
 
-// An appliance's own core library may lack them.
+// An appliance's own core library may lack them, and its header too.
 extern "C" {
-__attribute__((weak)) decltype(TLIBCFileHold) TLIBCFileHold;
-__attribute__((weak)) decltype(TLIBCFileRelease) TLIBCFileRelease;
+__attribute__((weak)) int TLIBCFileHold(const char *szPath);
+__attribute__((weak)) void TLIBCFileRelease(void);
 }
 
 namespace {

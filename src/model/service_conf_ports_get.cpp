@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "support/failure.h"
 #include "support/owners.h"
@@ -66,7 +67,7 @@ bool ParseItem(char *szItem, TAVO_SERVICE_CONF_PORT *pPort) {
     if (szEnd == nullptr) {
         return true;
     }
-    pPort->nPortType = 1;
+    pPort->nPortType = TAVO_PORT_TYPE_RANGE;
     return ReadPort(szEnd, pPort->nPortEnd);
 }
 
@@ -97,9 +98,8 @@ int TAVOServiceConfPortsCheck(const char *szPort) {
 }
 
 int TLIBServiceConfProtocolParse(char *szProto) {
-    constexpr int nBothProtocols = TAVO_PROTO_TCP | TAVO_PROTO_UDP;
     if (szProto == nullptr || *szProto == '\0') {
-        return nBothProtocols;
+        return TAVO_PROTO_BOTH;
     }
     char szAsGiven[kProtocolTextSize];
     tavo::CopyText(szAsGiven, szProto);
@@ -128,7 +128,8 @@ int TLIBServiceConfProtocolParse(char *szProto) {
 
 int TAVOServiceConfPortsGet(const char *szPorts, unsigned int nDirection,
                             TAVO_SERVICE_CONF_PORT **ppList) {
-    if (szPorts == nullptr || ppList == nullptr || *ppList != nullptr || nDirection > 1) {
+    if (szPorts == nullptr || ppList == nullptr || *ppList != nullptr ||
+        nDirection > TAVO_PORT_DIRECTION_DST) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
     const tavo::OwnedText copy(strdup(szPorts));

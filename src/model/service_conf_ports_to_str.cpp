@@ -1,7 +1,7 @@
 // Prints a port list in the two parts of its text form, ports and protocols.
 //
 // The list is checked whole before anything is printed, and printing stops once the text cannot fit
-// any more, so that a list of a million ports costs no more than its walk.
+// any more: a list of a million ports costs its walk, and what does not fit is not made.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -13,24 +13,39 @@
 
 namespace {
 
-constexpr uint32_t kBothProtocols = TAVO_PROTO_TCP | TAVO_PROTO_UDP;
-
 // Room for one printed port, range or protocol name with the comma in front.
 constexpr std::size_t kPieceSize = 64;
 
-// A text that grows piece by piece, with a comma before every piece but the first.
-class CommaText {
+// A text that grows piece by piece. Pieces are gathered before they go to TLIBCStrCat, which looks
+// for the end of the text at every call.
+class GrowingText {
   public:
-    ~CommaText() { std::free(szText_); }
-    CommaText() = default;
-    CommaText(const CommaText &) = delete;
-    CommaText &operator=(const CommaText &) = delete;
+    ~GrowingText() { std::free(szText_); }
+    GrowingText() = default;
+    GrowingText(const GrowingText &) = delete;
+    GrowingText &operator=(const GrowingText &) = delete;
+
+    // What separates the next piece from those before.
+    const char *Separator() const { return nLength_ == 0 ? "" : ","; }
 
     int Append(const char *szPiece) {
-        if (nLength_ > 0 && Cat(",") < 0) {
+        const std::size_t nPiece = std::strlen(szPiece);
+        if (nGathered_ + nPiece >= sizeof(szGathered_) && Finish() < 0) {
             return -1;
         }
-        return Cat(szPiece);
+        std::memcpy(szGathered_ + nGathered_, szPiece, nPiece + 1);
+        nGathered_ += nPiece;
+        nLength_ += nPiece;
+        return 0;
+    }
+
+    // Call it behind the last piece.
+    int Finish() {
+        nGathered_ = 0;
+        if (TLIBCStrCat(&szText_, &cbText_, szGathered_) < 0) {
+            return TAVO_LOG_STATE("TLIBCStrCat fail!");
+        }
+        return 0;
     }
 
     bool FitsInto(int cbBuffer) const { return nLength_ < static_cast<std::size_t>(cbBuffer); }
@@ -38,17 +53,11 @@ class CommaText {
     void CopyTo(char *szBuffer) const { std::memcpy(szBuffer, szText_, nLength_ + 1); }
 
   private:
-    int Cat(const char *szPiece) {
-        if (TLIBCStrCat(&szText_, &cbText_, szPiece) < 0) {
-            return TAVO_LOG_STATE("TLIBCStrCat fail!");
-        }
-        nLength_ += std::strlen(szPiece);
-        return 0;
-    }
-
     char *szText_ = nullptr;
     int cbText_ = 0;
     std::size_t nLength_ = 0;
+    char szGathered_[4096] = "";
+    std::size_t nGathered_ = 0;
 };
 
 bool HasOneProtocol(const TAVO_SERVICE_CONF_PORT *pList) {
@@ -61,28 +70,30 @@ bool HasOneProtocol(const TAVO_SERVICE_CONF_PORT *pList) {
     return true;
 }
 
-void PrintPort(const TAVO_SERVICE_CONF_PORT &port, char (&szPiece)[kPieceSize]) {
+void PrintPort(const TAVO_SERVICE_CONF_PORT &port, const char *szSeparator,
+               char (&szPiece)[kPieceSize]) {
     const int nLow = static_cast<int>(std::min(port.nPortStart, port.nPortEnd));
     const int nHigh = static_cast<int>(std::max(port.nPortStart, port.nPortEnd));
-    if (port.nPortType == 0) {
-        std::snprintf(szPiece, sizeof(szPiece), "%d", static_cast<int>(port.nPortStart));
+    if (port.nPortType == TAVO_PORT_TYPE_SINGLE) {
+        std::snprintf(szPiece, sizeof(szPiece), "%s%d", szSeparator,
+                      static_cast<int>(port.nPortStart));
     } else {
-        std::snprintf(szPiece, sizeof(szPiece), "%d:%d", nLow, nHigh);
+        std::snprintf(szPiece, sizeof(szPiece), "%s%d:%d", szSeparator, nLow, nHigh);
     }
 }
 
-int PrintPorts(const TAVO_SERVICE_CONF_PORT *pList, int cbPorts, CommaText &text) {
+int PrintPorts(const TAVO_SERVICE_CONF_PORT *pList, int cbPorts, GrowingText &text) {
     for (; pList != nullptr && text.FitsInto(cbPorts); pList = pList->pNext) {
         char szPiece[kPieceSize];
-        PrintPort(*pList, szPiece);
+        PrintPort(*pList, text.Separator(), szPiece);
         if (text.Append(szPiece) < 0) {
             return -1;
         }
     }
-    return 0;
+    return text.Finish();
 }
 
-int PrintProtocols(uint32_t nProtocol, CommaText &text) {
+int PrintProtocols(uint32_t nProtocol, GrowingText &text) {
     for (int i = 0; i < TLIBServiceProtoMapSizeGet(); ++i) {
         int nBit = 0;
         char szName[kPieceSize];
@@ -90,11 +101,12 @@ int PrintProtocols(uint32_t nProtocol, CommaText &text) {
             TLIBServiceProtoStrGet(i, szName, sizeof(szName)) < 0) {
             return -1;
         }
-        if ((nProtocol & static_cast<uint32_t>(nBit)) != 0 && text.Append(szName) < 0) {
+        if ((nProtocol & static_cast<uint32_t>(nBit)) != 0 &&
+            (text.Append(text.Separator()) < 0 || text.Append(szName) < 0)) {
             return -1;
         }
     }
-    return 0;
+    return text.Finish();
 }
 
 }  // namespace
@@ -102,15 +114,15 @@ int PrintProtocols(uint32_t nProtocol, CommaText &text) {
 int TLIBServiceConfPortsToStr(const TAVO_SERVICE_CONF_PORT *pList, char *szPorts, int cbPorts,
                               char *szProto, int cbProto) {
     if (pList == nullptr || szPorts == nullptr || cbPorts < 1 || szProto == nullptr ||
-        cbProto < 1 || (pList->nProtocol & kBothProtocols) == 0) {
+        cbProto < 1 || (pList->nProtocol & TAVO_PROTO_BOTH) == 0) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
     if (!HasOneProtocol(pList)) {
         TAVO_SET_ERROR(tavo::kErrorBadParameter);
         return TAVO_LOG_STATE("Different protocol in port linked list");
     }
-    CommaText ports;
-    CommaText protocols;
+    GrowingText ports;
+    GrowingText protocols;
     if (PrintPorts(pList, cbPorts, ports) < 0 || PrintProtocols(pList->nProtocol, protocols) < 0) {
         return -1;
     }

@@ -4,6 +4,7 @@
 // title, desc and dst.ports are required; the references title_key and desc_key are hints for the
 // user interface and never a reason to fail.
 #include <cstring>
+#include <utility>
 
 #include "model/service_file_keys.h"
 #include "support/failure.h"
@@ -84,13 +85,15 @@ uint32_t ReadPortForward(const Source &source) {
 
 int ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
     const char *szSrcPorts = source.Value(tavo::kKeySrcPorts);
-    if (szSrcPorts != nullptr && TAVOServiceConfPortsGet(szSrcPorts, 0, &pSection->pSrcPorts) < 0) {
+    if (szSrcPorts != nullptr &&
+        TAVOServiceConfPortsGet(szSrcPorts, TAVO_PORT_DIRECTION_SRC, &pSection->pSrcPorts) < 0) {
         return TAVO_LOG_STATE(
             "Service get port error, filepath: %s, section name: %s, target: srcPort, tavoerr=",
             source.szPath, source.szSection);
     }
     const char *szDstPorts = source.Value(tavo::kKeyDstPorts);
-    if (szDstPorts == nullptr || TAVOServiceConfPortsGet(szDstPorts, 1, &pSection->pDstPorts) < 0) {
+    if (szDstPorts == nullptr ||
+        TAVOServiceConfPortsGet(szDstPorts, TAVO_PORT_DIRECTION_DST, &pSection->pDstPorts) < 0) {
         return TAVO_LOG_STATE(
             "Service get port error, filepath: %s, section name: %s, target: dstPort, tavoerr=",
             source.szPath, source.szSection);
@@ -104,13 +107,14 @@ int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING 
     if (szRef == nullptr || *szRef == '\0' || pString == nullptr) {
         return -1;
     }
-    if (std::strchr(szRef, ':') == nullptr) {
-        tavo::CopyText(pString->szText, szRef);
-        return 0;
-    }
+    // The reference may stand in the very record that is filled.
     const tavo::OwnedText copy(strdup(szRef));
     if (copy == nullptr) {
         return -1;
+    }
+    if (std::strchr(copy.get(), ':') == nullptr) {
+        tavo::CopyText(pString->szText, copy.get());
+        return 0;
     }
     return SplitReference(copy.get(), pString);
 }

@@ -190,7 +190,7 @@ TEST_F(InjectedFault, ASignalThatCutsACallShortIsNoFailure) {
 }
 
 TEST_F(InjectedFault, AFileSystemWithoutHardLinksIsWrittenToAllTheSame) {
-    for (const char *error : {"EPERM", "EOPNOTSUPP", "EMLINK"}) {
+    for (const char *error : {"EPERM", "EOPNOTSUPP", "EMLINK", "ENOSYS"}) {
         EXPECT_EQ(RunWriter({"linkat", 1}, std::string("error=") + error).status, 0) << error;
         EXPECT_TRUE(FileIs(new_text_));
         EXPECT_THAT(folder_.Entries(), ElementsAre("file"));

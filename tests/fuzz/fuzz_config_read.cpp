@@ -4,12 +4,15 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "config_lines.h"
 #include "fuzz_support.h"
@@ -55,33 +58,65 @@ void CheckLines(std::string_view text) {
     Require(end == text.size() && !hopper.NextSection(hopped));
 }
 
-// How many keys the section has, all of them readable again from the table.
-void CheckSection(const char *path, const char *section) {
+using Keys = std::vector<std::pair<std::string, std::string>>;
+using Sections = std::vector<std::pair<std::string, Keys>>;
+
+// A key keeps the place where it first came and has the value that came last.
+void Set(Keys &keys, const std::string &key, const std::string &value) {
+    const auto known = std::find_if(keys.begin(), keys.end(),
+                                    [&](const auto &entry) { return entry.first == key; });
+    if (known != keys.end()) {
+        known->second = value;
+    } else {
+        keys.emplace_back(key, value);
+    }
+}
+
+// What the sections hold, read the slow way, line by line.
+Sections WalkSections(std::string_view text) {
+    Sections sections;
+    Keys *keys = nullptr;
+    tavo::ConfigLineReader lines(text);
+    for (tavo::ConfigLine line; lines.Next(line);) {
+        if (line.kind == tavo::ConfigLineKind::kSection) {
+            auto section = std::find_if(sections.begin(), sections.end(),
+                                        [&](const auto &one) { return one.first == line.name; });
+            if (section == sections.end()) {
+                section = sections.insert(section, {std::string(line.name), {}});
+            }
+            keys = &section->second;
+        } else if (line.kind == tavo::ConfigLineKind::kKeyValue && keys != nullptr) {
+            Set(*keys, std::string(line.name), std::string(line.value));
+        }
+    }
+    return sections;
+}
+
+void CheckSection(const char *path, const char *section, const Keys &expected) {
     TLIBCSzHash *keys = TLIBCSzHashAlloc(1);
     const int count = TLIBCFileGetSection(path, section, &keys);
-    Require(count == TLIBCSzHashCount(keys));
+    Require(count == static_cast<int>(expected.size()) && count == TLIBCSzHashCount(keys));
     for (int i = 0; i < count; ++i) {
         const char *key = nullptr;
         const char *value = nullptr;
         Require(TLIBCSzHashEnum(keys, i, &key, &value) == 0);
-        Require(*key != '\0' && std::strchr(key, '=') == nullptr);
-        Require(std::strchr(value, '\n') == nullptr);
+        const auto &entry = expected[static_cast<std::size_t>(i)];
+        Require(entry.first == key && entry.second == value);
     }
     TLIBCSzHashFree(keys);
 }
 
-void CheckSections(const char *path) {
+void CheckSections(const char *path, const Sections &expected) {
     TLIBCSzList *names = TLIBCSzListAlloc(1);
     const int count = TLIBCFileEnumSection(path, &names);
-    Require(count == TLIBCSzListCount(names));
+    Require(count == static_cast<int>(expected.size()) && count == TLIBCSzListCount(names));
     for (int i = 0; i < count; ++i) {
-        const char *name = TLIBCSzListGet(names, i);
-        Require(TLIBCSzListFind(names, name) == i);
-        if (i < 20) {
-            CheckSection(path, name);
-        }
+        const auto &[name, keys] = expected[static_cast<std::size_t>(i)];
+        Require(name == TLIBCSzListGet(names, i));
+        CheckSection(path, name.c_str(), keys);
     }
     TLIBCSzListFree(names);
+    CheckSection(path, "absent\n", {});
 }
 
 // The keys in front of the first section, each as the readers of single keys see it.
@@ -115,8 +150,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string_view text(reinterpret_cast<const char *>(data), size);
     const MemoryFile file(text);
     CheckLines(text);
-    CheckSections(file.Path());
-    CheckSection(file.Path(), "absent\n");
+    const Sections sections = WalkSections(text);
+    CheckSections(file.Path(), sections);
+    Require(TLIBCFileHold(file.Path()) == 0);
+    CheckSections(file.Path(), sections);
+    TLIBCFileRelease();
     CheckKeysOutsideSections(file.Path(), text);
     CheckReadLines(file.Path(), text);
     return 0;

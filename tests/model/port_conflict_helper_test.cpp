@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <climits>
-#include <cstring>
 
 #include "model_support.h"
 

@@ -47,7 +47,8 @@ TAVO_SERVICE_CONF_SECTION Sample() {
     section.blPortForward = 1;
     section.pSrcPorts = src;
     section.pDstPorts = dst;
-    section.pNext = &section;
+    static TAVO_SERVICE_CONF_SECTION elsewhere;
+    section.pNext = &elsewhere;
     return section;
 }
 
@@ -70,6 +71,15 @@ TEST_F(ComposeSectionInfo, CopiesThePortListsInTheirOrder) {
     EXPECT_THAT(Describe(list_->pDstPorts),
                 ElementsAre("dst 443 protocol 3", "dst 90:80 protocol 3", "dst 25 protocol 3"));
     EXPECT_NE(list_->pDstPorts, source.pDstPorts);
+}
+
+TEST_F(ComposeSectionInfo, CopiesThePortForwardFlagAsItIs) {
+    TAVO_SERVICE_CONF_SECTION source = {};
+    ASSERT_EQ(TAVOServiceComposeSectionInfo(&source, &list_), 0);
+    EXPECT_EQ(list_->blPortForward, 0U);
+    source.blPortForward = 5;
+    ASSERT_EQ(TAVOServiceComposeSectionInfo(&source, &list_), 0);
+    EXPECT_EQ(list_->blPortForward, 5U);
 }
 
 TEST_F(ComposeSectionInfo, LeavesAbsentPortListsAbsent) {

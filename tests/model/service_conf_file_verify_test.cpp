@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "model_support.h"
 #include "temporary_folder.h"
 
@@ -65,16 +67,35 @@ TEST_F(FileVerify, ChecksTheSourceBeforeTheTarget) {
     EXPECT_EQ(ErrorState(), "0x700 service_conf_file_verify.cpp");
 }
 
+TEST_F(FileVerify, CountsALinkToNothingInTheTargetAsFree) {
+    ASSERT_EQ(symlink("nowhere", (folder_ / "target/web.sc").c_str()), 0);
+    EXPECT_EQ(Verify(folder_.Write("web.sc", "")), 0);
+}
+
+TEST_F(FileVerify, RejectsAPathThatIsTooLong) {
+    // Cut to the 4095 bytes of a path it would name another file, which is there.
+    const std::string file = folder_.Write("b.sc", "");
+    folder_.Write("target/b", "");
+    std::string target = folder_ / "target";
+    target.append(4093 - target.size(), '/');
+    TLIBCErrSetEx(0, nullptr, 0);
+    EXPECT_EQ(TAVOServiceConfFileVerify(file.c_str(), target.c_str()), -1);
+    EXPECT_EQ(ErrorState(), "0xD00 service_conf_file_verify.cpp");
+}
+
 TEST_F(FileVerify, TakesANameWithoutAFolder) {
     folder_.Write("web.sc", "");
     folder_.Write("free.sc", "");
     folder_.Write("target/web.sc", "");
-    char *const before = getcwd(nullptr, 0);
-    ASSERT_EQ(chdir(folder_.Path().c_str()), 0);
-    EXPECT_EQ(Verify("web.sc"), -1);
-    EXPECT_EQ(Verify("free.sc"), 0);
-    ASSERT_EQ(chdir(before), 0);
-    free(before);
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder_.Path());
+    const int taken = Verify("web.sc");
+    const std::string state = ErrorState();
+    const int free = Verify("free.sc");
+    std::filesystem::current_path(before);
+    EXPECT_EQ(taken, -1);
+    EXPECT_EQ(state, "0xC000 service_conf_file_verify.cpp");
+    EXPECT_EQ(free, 0);
 }
 
 TEST_F(FileVerify, RejectsNullWithoutALogLine) {

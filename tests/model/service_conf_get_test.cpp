@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -289,7 +291,6 @@ TEST_F(ConfGet, ReportsEveryFailedAllocation) {
 
 TEST_F(ConfGet, NamesWhatCannotBeAllocated) {
     const std::string path = folder_.Write("test.sc", "[global]\nversion=2\n" + Service("one"));
-    std::vector<std::string> seen;
     ForEachFailingAllocation([&](FailingAllocation &fail) {
         TAVO_SERVICE_CONF *list = nullptr;
         fail.During([&] { return TAVOServiceConfGet(path.c_str(), &list); });
@@ -308,6 +309,68 @@ TEST_F(ConfGet, NamesWhatCannotBeAllocated) {
         testing::Contains(HasSubstr("section name: global, nHashRecords: -1, tavoerr=[0x0200 ")));
 }
 
+// How often a file is opened while this lives.
+class OpenCount {
+  public:
+    explicit OpenCount(const std::string &path) : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+        // Closing is watched as well, since the kernel makes one event of two equal ones in a row.
+        inotify_add_watch(fd_, path.c_str(), IN_OPEN | IN_CLOSE);
+    }
+    ~OpenCount() { close(fd_); }
+    OpenCount(const OpenCount &) = delete;
+    OpenCount &operator=(const OpenCount &) = delete;
+
+    int Get() const {
+        int opened = 0;
+        alignas(inotify_event) char buffer[65536];
+        const ssize_t got = read(fd_, buffer, sizeof(buffer));
+        for (ssize_t at = 0; at < got;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
+            opened += (event->mask & IN_OPEN) != 0 ? 1 : 0;
+            at += static_cast<ssize_t>(sizeof(*event) + event->len);
+        }
+        return opened;
+    }
+
+  private:
+    int fd_;
+};
+
+TEST_F(ConfGet, OpensTheFileOnceWhereThePlatformCanHoldIt) {
+    std::string text;
+    for (int i = 0; i < 50; ++i) {
+        text += Service("s" + std::to_string(i));
+    }
+    path_ = folder_.Write("test.sc", text);
+    const OpenCount opened(path_);
+    ASSERT_EQ(TAVOServiceConfGet(path_.c_str(), &list_), 0);
+    EXPECT_EQ(opened.Get(), dlsym(RTLD_DEFAULT, "TLIBCFileHold") != nullptr ? 1 : 51);
+}
+
+TEST_F(ConfGet, HoldsNoFileWhenItReturns) {
+    ASSERT_EQ(Read(Service("a")), 0);
+    EXPECT_EQ(Read("[b]\n"), -1);
+    const auto hold = reinterpret_cast<int (*)(const char *)>(dlsym(RTLD_DEFAULT, "TLIBCFileHold"));
+    const auto release = reinterpret_cast<void (*)()>(dlsym(RTLD_DEFAULT, "TLIBCFileRelease"));
+    if (hold == nullptr || release == nullptr) {
+        GTEST_SKIP() << "the core library in use cannot hold files";
+    }
+    EXPECT_EQ(hold(path_.c_str()), 0);
+    release();
+}
+
+TEST_F(ConfGet, ReadsAFileBesideTheOneThatTheCallerHolds) {
+    const auto hold = reinterpret_cast<int (*)(const char *)>(dlsym(RTLD_DEFAULT, "TLIBCFileHold"));
+    const auto release = reinterpret_cast<void (*)()>(dlsym(RTLD_DEFAULT, "TLIBCFileRelease"));
+    if (hold == nullptr || release == nullptr) {
+        GTEST_SKIP() << "the core library in use cannot hold files";
+    }
+    ASSERT_EQ(hold(folder_.Write("held", "").c_str()), 0);
+    EXPECT_EQ(Read(Service("a")), 0);
+    release();
+    EXPECT_EQ(TLIBCErrGet(), 0U);
+}
+
 TEST_F(ConfGet, LeavesNoDescriptorOpen) {
     const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
     close(before);
@@ -318,6 +381,21 @@ TEST_F(ConfGet, LeavesNoDescriptorOpen) {
     const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
     close(after);
     EXPECT_EQ(before, after);
+}
+
+TEST_F(ConfGet, FreeTakesWhatACallerBuilt) {
+    list_ = static_cast<TAVO_SERVICE_CONF *>(calloc(1, sizeof(*list_)));
+    list_->pNext = static_cast<TAVO_SERVICE_CONF *>(calloc(1, sizeof(*list_)));
+    for (int i = 0; i < 2; ++i) {
+        auto *section =
+            static_cast<TAVO_SERVICE_CONF_SECTION *>(calloc(1, sizeof(TAVO_SERVICE_CONF_SECTION)));
+        section->pSrcPorts =
+            static_cast<TAVO_SERVICE_CONF_PORT *>(calloc(1, sizeof(*section->pSrcPorts)));
+        section->pDstPorts =
+            static_cast<TAVO_SERVICE_CONF_PORT *>(calloc(1, sizeof(*section->pDstPorts)));
+        section->pNext = list_->pSections;
+        list_->pSections = section;
+    }
 }
 
 TEST_F(ConfGet, FreeTakesNull) {

@@ -1,8 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <clocale>
-#include <cstring>
-
 #include "failing_allocation.h"
 #include "model_support.h"
 
@@ -253,6 +250,12 @@ TEST_F(ProtocolParse, CollectsTheBits) {
     EXPECT_EQ(Parse(" UDP\t,  tCp "), 3);
     EXPECT_EQ(Parse("udp,udp"), 2);
     EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(ProtocolParse, ChangesItsArgument) {
+    char text[] = " TCP ,udp";
+    EXPECT_EQ(TLIBServiceConfProtocolParse(text), 3);
+    EXPECT_STREQ(text, "tcp");
 }
 
 TEST_F(ProtocolParse, RejectsOtherWordsAndShowsTheTextAsGiven) {

@@ -73,6 +73,15 @@ TEST_F(ServiceString, CutsToFit) {
                                       std::string(127, 'k'), std::string(127, 't'), "old extra"));
 }
 
+TEST_F(ServiceString, TheReferenceMayStandInTheRecordItself) {
+    strcpy(string_.szText, "hello-abcdef");
+    EXPECT_EQ(TAVOServiceConfServiceStringGet(string_.szText + 2, &string_), 0);
+    EXPECT_STREQ(string_.szText, "llo-abcdef");
+    strcpy(string_.szKey, "one:two:three");
+    EXPECT_EQ(TAVOServiceConfServiceStringGet(string_.szKey, &string_), 0);
+    EXPECT_THAT(Fields(), ElementsAre("one", "two", "three", "llo-abcdef", "old extra"));
+}
+
 TEST_F(ServiceString, RejectsNullAndEmptyWithoutAnError) {
     EXPECT_EQ(TAVOServiceConfServiceStringGet(nullptr, &string_), -1);
     EXPECT_EQ(TAVOServiceConfServiceStringGet("", &string_), -1);
@@ -84,7 +93,7 @@ TEST_F(ServiceString, RejectsNullAndEmptyWithoutAnError) {
 }
 
 TEST_F(ServiceString, ReportsExhaustedMemoryWithoutAnError) {
-    for (const char *reference : {"a:b", "a:b:c"}) {
+    for (const char *reference : {"plain", "a:b", "a:b:c"}) {
         FailingAllocation fail(1, FailingAllocation::Mode::kOnlyNth);
         const int result =
             fail.During([&] { return TAVOServiceConfServiceStringGet(reference, &string_); });
@@ -218,6 +227,10 @@ TEST_F(SectionGet, ReportsTheFirstKeyThatIsMissing) {
         {"title=t\ndesc=d\n",
          "Service get port error, filepath: %s, section name: web, target: dstPort, "
          "tavoerr=[0x0000 :N]"},
+        {"dst.ports=1\n",
+         "Get key \"title\" fail! (file: %s, section name: web), tavoerr=[0x0000 :N]"},
+        {"title=t\nsrc.ports=x\ndst.ports=x\n",
+         "Get key \"desc\" fail! (file: %s, section name: web), tavoerr=[0x0000 :N]"},
         {"Title=t\ndesc=d\ndst.ports=1\n",
          "Get key \"title\" fail! (file: %s, section name: web), tavoerr=[0x0000 :N]"},
     };
@@ -248,6 +261,12 @@ TEST_F(SectionGet, FailsForABadPortListAndNamesWhich) {
                                         "tavoerr=[0x0D00 service_conf_ports_get.cpp:N]"));
     EXPECT_EQ(list_, nullptr);
     EXPECT_EQ(ErrorState(), "0xD00 service_conf_ports_get.cpp");
+}
+
+TEST_F(SectionGet, ReadsSourcePortsBeforeDestinationPorts) {
+    EXPECT_EQ(Read("title=t\ndesc=d\nsrc.ports=x\n"), -1);
+    ASSERT_EQ(Messages().size(), 2U);
+    EXPECT_THAT(Messages()[1], HasSubstr("target: srcPort"));
 }
 
 TEST_F(SectionGet, FailsForASectionThatIsMissingOrEmpty) {

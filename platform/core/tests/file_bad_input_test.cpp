@@ -231,12 +231,12 @@ TEST_F(FileBadInput, ASectionBehind200MegabytesIsFound) {
     EXPECT_THAT(SectionNamesOf(file), ElementsAre("s"));
 }
 
-TEST_F(FileBadInput, AFileThatNoMemoryHoldsIsOutOfMemory) {
+TEST_F(FileBadInput, AFileBeyondAnyConfigurationIsRefused) {
     const std::string file = folder_.Write("file", "");
     if (truncate(file.c_str(), off_t{1} << 43) != 0) {
         GTEST_SKIP() << "the file system makes no file of 8 TiB";
     }
-    ExpectEveryoneFails(kOutOfMemoryCode, file);
+    ExpectEveryoneFails(kUnusableCode, file);
 }
 
 TEST_F(FileBadInput, AnEndlessLineTakesLinearTime) {

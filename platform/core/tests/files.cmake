@@ -3,7 +3,6 @@ tavo_add_test(core_files_test
     config_lines_test.cpp
     file_bad_input_test.cpp
     file_entry_test.cpp
-    file_hold_test.cpp
     file_memory_test.cpp
     file_read_test.cpp
     file_replace_test.cpp
@@ -11,13 +10,20 @@ tavo_add_test(core_files_test
     file_write_test.cpp
   LIBRARIES tavocore tavoconfiglines)
 
+# Of its own, since a platform need not be able to hold files.
+tavo_add_test(core_hold_test SOURCES file_hold_test.cpp LIBRARIES tavocore)
+
 # What the library keeps to itself, built into the test.
 tavo_add_test(core_internals_test
   SOURCES
     locked_file_test.cpp
+    section_map_test.cpp
     text_index_test.cpp
     ../error.cpp
     ../file_replace.cpp
     ../file_text.cpp
-    ../text_index.cpp)
+    ../section_map.cpp
+    ../text_hash.cpp
+    ../text_index.cpp
+  LIBRARIES tavoconfiglines)
 target_include_directories(core_internals_test PRIVATE ..)

@@ -12,15 +12,13 @@
 namespace tavo {
 namespace {
 
-using Added = TextIndex::Added;
-
 TEST(TextIndex, NumbersTextsInTheOrderInWhichTheyFirstCome) {
     TextIndex index;
-    EXPECT_EQ(index.Add("b"), Added::kNew);
-    EXPECT_EQ(index.Add("a"), Added::kNew);
-    EXPECT_EQ(index.Add("b"), Added::kKnown);
-    EXPECT_EQ(index.Add(""), Added::kNew);
-    EXPECT_EQ(index.Add(""), Added::kKnown);
+    EXPECT_EQ(index.Add("b"), 0u);
+    EXPECT_EQ(index.Add("a"), 1u);
+    EXPECT_EQ(index.Add("b"), 0u);
+    EXPECT_EQ(index.Add(""), 2u);
+    EXPECT_EQ(index.Add(""), 2u);
     EXPECT_EQ(index.Find("b"), 0u);
     EXPECT_EQ(index.Find("a"), 1u);
     EXPECT_EQ(index.Find(""), 2u);
@@ -37,8 +35,8 @@ TEST(TextIndex, AgreesWithAMapHoweverManyTextsItHolds) {
         text = std::to_string(random() % 10'000);
         const bool known = model.count(text) > 0;
         ASSERT_EQ(index.Find(text), known ? model[text] : TextIndex::kNone);
-        ASSERT_EQ(index.Add(text), known ? Added::kKnown : Added::kNew);
         model.emplace(text, model.size());
+        ASSERT_EQ(index.Add(text), model[text]);
         ASSERT_EQ(index.Find(text), model[text]);
         ASSERT_EQ(index.Count(), model.size());
     }
@@ -53,7 +51,7 @@ TEST(TextIndex, StaysAsItWasWhenMemoryRunsOut) {
         TextIndex index;
         std::size_t added = 0;
         fail.During([&] {
-            while (added < texts.size() && index.Add(texts[added]) == Added::kNew) {
+            while (added < texts.size() && index.Add(texts[added]) == added) {
                 ++added;
             }
             return 0;

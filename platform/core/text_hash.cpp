@@ -1,0 +1,36 @@
+#include "text_hash.h"
+
+#include <sys/random.h>
+
+#include <ctime>
+
+namespace tavo {
+namespace {
+
+// Random bytes of the kernel; before it has any, early in the boot, the clock and where the loader
+// put this library.
+std::uint64_t Seed() {
+    std::uint64_t seed = 0;
+    if (getrandom(&seed, sizeof(seed), GRND_NONBLOCK) != static_cast<ssize_t>(sizeof(seed))) {
+        timespec now = {};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        seed = static_cast<std::uint64_t>(now.tv_nsec) ^ reinterpret_cast<std::uintptr_t>(&HashOf);
+    }
+    return seed;
+}
+
+}  // namespace
+
+// FNV-1a from a seed, with a round after each byte that carries high bits down again: without it,
+// texts that agree in the low bits would go on to do so, whatever the seed.
+std::uint32_t HashOf(std::string_view text) {
+    static const std::uint64_t seed = Seed();
+    std::uint64_t hash = 0xCBF29CE484222325u ^ seed;
+    for (const char c : text) {
+        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3u;
+        hash ^= hash >> 29;
+    }
+    return static_cast<std::uint32_t>(hash ^ (hash >> 32));
+}
+
+}  // namespace tavo
