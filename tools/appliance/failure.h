@@ -2,6 +2,7 @@
 #ifndef TAVO_TOOLS_APPLIANCE_FAILURE_H
 #define TAVO_TOOLS_APPLIANCE_FAILURE_H
 
+#include <cctype>
 #include <cerrno>
 #include <stdexcept>
 #include <string>
@@ -20,9 +21,16 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// A system error in words, as the end of a sentence: "no such file or directory".
+inline std::string ErrorText(int error) {
+    std::string text = std::generic_category().message(error);
+    text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+    return text;
+}
+
 // The failure of a system call, errno told in words.
 [[noreturn]] inline void FailWithErrno(const std::string &what) {
-    throw Failure(what + ": " + std::generic_category().message(errno));
+    throw Failure(what + ": " + ErrorText(errno));
 }
 
 }  // namespace tavo

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "failure.h"
 #include "reported_processes.h"
@@ -30,7 +29,7 @@ int BecomeCommand(char *const argv[]) {
     sigprocmask(SIG_UNBLOCK, &signals, nullptr);
     execvp(argv[3], argv + 3);
     const int error = errno;
-    std::fprintf(stderr, "appliance: %s: %s\n", argv[3], std::strerror(error));
+    std::fprintf(stderr, "appliance: cannot run %s: %s\n", argv[3], ErrorText(error).c_str());
     return error == ENOENT ? kNotFound : kCannotRun;
 }
 

@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <vector>
 
 #include "failure.h"
 #include "inside.h"
@@ -43,10 +45,28 @@ Inside:
 Exit status: that of COMMAND; 128 + N when signal N ended it; 125 when the appliance cannot be
 started, 126 when COMMAND cannot be run, 127 when there is no such command.)";
 
+constexpr const char *kSeeHelp = " (see appliance run --help)";
+
 class HelpText : public CLI::Formatter {
   public:
     std::string make_usage(const CLI::App *, std::string) const override { return kUsage; }
 };
+
+// What the parser did not know, in words that help on.
+void RefuseExtras(const std::vector<std::string> &extras, bool run) {
+    if (extras.empty()) {
+        return;
+    }
+    const std::string &extra = extras.front();
+    if (extra.starts_with('-')) {
+        throw tavo::Failure("unknown option " + extra + kSeeHelp);
+    }
+    if (!run) {
+        throw tavo::Failure("unknown subcommand " + extra + ", it must be run" + kSeeHelp);
+    }
+    throw tavo::Failure("unexpected argument " + extra +
+                        ": COMMAND stands behind --, as in appliance run -- " + extra);
+}
 
 int Main(int argc, char *argv[]) {
     char **const separator = std::find(argv, argv + argc, std::string_view("--"));
@@ -55,24 +75,31 @@ int Main(int argc, char *argv[]) {
     CLI::App app(kSummary, "appliance");
     app.formatter(std::make_shared<HelpText>());
     app.footer(kDetails);
-    app.require_subcommand(1);
+    app.set_version_flag("--version", "appliance " APPLIANCE_VERSION);
+    app.allow_extras();
     CLI::App *run = app.add_subcommand("run", "Run a command");
     run->description(kSummary);
     run->footer(kDetails);
+    run->allow_extras();
     run->add_option("--root", options.root, "Make its files in DIR, empty or absent, and keep them")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     run->add_option("--with", options.extra_files, "Place files of the host in it")
         ->type_name("FILE");
     try {
         app.parse(static_cast<int>(separator - argv), argv);
-        if (argv + argc - separator < 2) {
-            throw CLI::RequiredError("-- COMMAND");
-        }
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0) {
             return app.exit(error);
         }
-        throw tavo::Failure(std::string(error.what()) + " (see appliance run --help)");
+        throw tavo::Failure(error.what() + std::string(kSeeHelp));
+    }
+    RefuseExtras(app.remaining(true), run->parsed());
+    if (!run->parsed()) {
+        throw tavo::Failure(std::string("a subcommand is required: run") + kSeeHelp);
+    }
+    if (argv + argc - separator < 2) {
+        throw tavo::Failure(std::string("-- COMMAND is required") + kSeeHelp);
     }
     options.command.assign(separator + 1, argv + argc);
     return tavo::RunAppliance(options);
@@ -86,6 +113,10 @@ int main(int argc, char *argv[]) {
             return tavo::BecomeCommand(argv);
         }
         return Main(argc, argv);
+    } catch (const std::system_error &error) {
+        // Its what() is written for programmers, and names temporary paths.
+        std::fprintf(stderr, "appliance: %s\n", tavo::ErrorText(error.code().value()).c_str());
+        return tavo::kOwnFailure;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "appliance: %s\n", error.what());
         return tavo::kOwnFailure;

@@ -3,7 +3,11 @@
 // out with) and the list "folders" names the folders that are empty or have a mode of their own.
 #include "root_tree.h"
 
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -17,6 +21,33 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char *kServiceFileFolder = "/usr/local/etc/services.d";
+
+// Does `work`; an error of the file system there becomes the failure of `what`, without the paths
+// of the temporary tree, which say nothing to the user.
+template <typename Work>
+void Attempt(const std::string &what, const Work &work) {
+    try {
+        work();
+    } catch (const fs::filesystem_error &error) {
+        throw Failure(what + ": " + ErrorText(error.code().value()));
+    }
+}
+
+// Removing a tree takes a few milliseconds a folder on a disk that is told of each block which
+// becomes free, and each run removes its tree: in memory it takes none.
+bool IsMemoryForPrograms(const char *folder) {
+    struct statfs about;
+    return statfs(folder, &about) == 0 && about.f_type == TMPFS_MAGIC &&
+           (static_cast<unsigned long>(about.f_flags) & ST_NOEXEC) == 0 &&
+           access(folder, W_OK | X_OK) == 0;
+}
+
+fs::path TemporaryFolder() {
+    if (const char *chosen = std::getenv("TMPDIR"); chosen != nullptr && *chosen != '\0') {
+        return chosen;
+    }
+    return IsMemoryForPrograms("/dev/shm") ? "/dev/shm" : "/tmp";
+}
 
 void SetMode(const fs::path &path, mode_t mode) {
     if (chmod(path.c_str(), mode) != 0) {
@@ -91,8 +122,16 @@ ExtraFile ParseExtraFile(const std::string &text, const fs::path &share) {
     const auto refuse = [&](const std::string &why) {
         throw Failure("--with " + text + ": " + why);
     };
-    if (!fs::is_regular_file(source)) {
-        refuse(source.string() + (fs::exists(source) ? " is not a file" : " does not exist"));
+    std::error_code error;
+    const fs::file_type type = fs::status(source, error).type();
+    if (type == fs::file_type::not_found) {
+        refuse(source.string() + " does not exist");
+    }
+    if (type == fs::file_type::none) {
+        refuse(source.string() + ": " + ErrorText(error.value()));
+    }
+    if (type != fs::file_type::regular) {
+        refuse(source.string() + " is not a file");
     }
     if (!target.has_filename()) {
         refuse("the target must name a file");
@@ -100,25 +139,28 @@ ExtraFile ParseExtraFile(const std::string &text, const fs::path &share) {
     // The folder that is meant, links of the template followed. An absolute link names a path of
     // the appliance; followed from here it would lead to the host's.
     const fs::path root = fs::canonical(share / "root");
-    const fs::path folder = fs::weakly_canonical(root / target.parent_path().relative_path());
+    fs::path folder;
+    Attempt("--with " + text,
+            [&] { folder = fs::weakly_canonical(root / target.parent_path().relative_path()); });
     if (!IsInside(folder, root)) {
         refuse("the target leads through an absolute link");
     }
-    ExtraFile file = {source, "/" / folder.lexically_relative(root) / target.filename()};
+    ExtraFile file = {
+        source, ("/" / folder.lexically_relative(root) / target.filename()).lexically_normal()};
     if (IsHostPath(file.target)) {
         refuse(file.target.string() + " is in a folder of the host, which is read-only inside");
     }
     return file;
 }
 
-RootTree::RootTree()
-    : temporary_(fs::canonical(fs::temp_directory_path()) / "tavo-appliance-XXXXXX") {
+RootTree::RootTree() {
+    const fs::path folder = TemporaryFolder();
+    const std::string failure = "cannot make a folder for the appliance in " + folder.string();
     // mkdtemp writes the name in place, so it needs the text itself.
-    std::string name = temporary_;
+    std::string name;
+    Attempt(failure, [&] { name = fs::canonical(folder) / "tavo-appliance-XXXXXX"; });
     if (mkdtemp(name.data()) == nullptr) {
-        temporary_.clear();
-        FailWithErrno("cannot make a folder for the appliance in " +
-                      fs::path(name).parent_path().string());
+        FailWithErrno(failure);
     }
     temporary_ = name;
     // One level below: the root is everybody's to read, the folder around it the user's own.
@@ -126,11 +168,14 @@ RootTree::RootTree()
 }
 
 RootTree::RootTree(const fs::path &folder) {
-    if (fs::exists(folder) && (!fs::is_directory(folder) || !fs::is_empty(folder))) {
-        throw Failure("--root " + folder.string() + ": must be an empty folder, or not exist yet");
-    }
-    fs::create_directories(folder);
-    root_ = fs::canonical(folder);
+    const std::string option = "--root " + folder.string();
+    Attempt(option, [&] {
+        if (fs::exists(folder) && (!fs::is_directory(folder) || !fs::is_empty(folder))) {
+            throw Failure(option + ": must be an empty folder, or not exist yet");
+        }
+        fs::create_directories(folder);
+        root_ = fs::canonical(folder);
+    });
 }
 
 RootTree::~RootTree() {
@@ -144,19 +189,24 @@ RootTree::~RootTree() {
 }
 
 void RootTree::Fill(const fs::path &share) const {
-    MakeFolder(root_, 0755);
-    CopyTree(share / "root", root_);
-    MakeListedFolders(share / "folders", root_);
+    Attempt("cannot copy the appliance template in " + share.string(), [&] {
+        MakeFolder(root_, 0755);
+        CopyTree(share / "root", root_);
+        MakeListedFolders(share / "folders", root_);
+    });
 }
 
 void RootTree::Place(const ExtraFile &file) const {
     const fs::path target = root_ / file.target.relative_path();
-    if (fs::is_directory(fs::symlink_status(target))) {
-        throw Failure(file.target.string() + " is a folder");
-    }
-    fs::create_directories(target.parent_path());
-    fs::remove(target);
-    fs::copy_file(file.source, target);
+    const std::string pair = file.source.string() + ":" + file.target.string();
+    Attempt("--with " + pair, [&] {
+        if (fs::is_directory(fs::symlink_status(target))) {
+            throw Failure("--with " + pair + ": " + file.target.string() + " is a folder");
+        }
+        fs::create_directories(target.parent_path());
+        fs::remove(target);
+        fs::copy_file(file.source, target);
+    });
 }
 
 }  // namespace tavo

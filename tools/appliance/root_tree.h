@@ -22,7 +22,8 @@ ExtraFile ParseExtraFile(const std::string &text, const std::filesystem::path &s
 
 class RootTree {
   public:
-    // A fresh folder below $TMPDIR or /tmp, removed at the end.
+    // A fresh folder, removed at the end: below $TMPDIR where that is set, else in memory where
+    // programs may run there, else below /tmp.
     RootTree();
     // `folder`, empty or absent, which stays. Throws where it holds anything.
     explicit RootTree(const std::filesystem::path &folder);

@@ -13,7 +13,6 @@
 #include <csignal>
 #include <iterator>
 #include <memory>
-#include <system_error>
 
 #include "bubblewrap.h"
 #include "descriptor.h"
@@ -43,7 +42,7 @@ class Bubblewrap {
             posix_spawn(&pid_, pointers[0], &actions, nullptr, pointers.data(), environ);
         posix_spawn_file_actions_destroy(&actions);
         if (error != 0) {
-            throw Failure(arguments[0] + ": " + std::generic_category().message(error));
+            throw Failure(arguments[0] + ": " + ErrorText(error));
         }
         process_ = Descriptor(pidfd_open(pid_, 0));
     }

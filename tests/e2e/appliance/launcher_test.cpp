@@ -52,14 +52,14 @@ TEST(ExitStatus, TellsTheSignalThatEndedTheCommand) {
 TEST(ExitStatus, Is127ForACommandThatDoesNotExist) {
     const ProgramResult result = RunInside({"no-such-command"});
     EXPECT_EQ(result.status, 127);
-    EXPECT_EQ(result.err, "appliance: no-such-command: No such file or directory\n");
+    EXPECT_EQ(result.err, "appliance: cannot run no-such-command: no such file or directory\n");
     EXPECT_EQ(RunInside({"/no/such/command"}).status, 127);
 }
 
 TEST(ExitStatus, Is126ForAFileThatIsNoProgram) {
     const ProgramResult result = RunInside({"/etc/passwd"});
     EXPECT_EQ(result.status, 126);
-    EXPECT_EQ(result.err, "appliance: /etc/passwd: Permission denied\n");
+    EXPECT_EQ(result.err, "appliance: cannot run /etc/passwd: permission denied\n");
 }
 
 TEST(PassingThrough, TakesStandardInputToTheCommandAndItsOutputsBack) {
@@ -222,6 +222,21 @@ TEST(Root, RefusesAFolderThatHoldsSomething) {
     EXPECT_EQ(ReadFile(folder / "mine"), "text");
 }
 
+TEST(Root, RefusesAFolderThatCannotBeMade) {
+    const TemporaryFolder folder;
+    const std::string root = folder.Write("file", "") + "/root";
+    ExpectRefused(RunLauncher({"run", "--root", root, "--", "true"}),
+                  "appliance: --root " + root + ": not a directory\n");
+}
+
+TEST(Root, IsTheLastOneGiven) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(
+        RunLauncher({"run", "--root", folder / "a", "--root", folder / "b", "--", "true"}).status,
+        0);
+    EXPECT_THAT(folder.Entries(), testing::ElementsAre("b"));
+}
+
 TEST(With, PlacesAServiceFileAmongThoseOfThePackages) {
     const TemporaryFolder folder;
     const std::string file = folder.Write("my.sc", "[my]\n");
@@ -287,19 +302,46 @@ TEST(With, RefusesWhatCannotBePlaced) {
     ExpectRefused(with(file + ":/etc/"), "the target must name a file");
     ExpectRefused(with(file + ":/usr/bin/x"), "/usr/bin/x is in a folder of the host");
     ExpectRefused(with(file + ":/usr/bin/../bin/x"), "/usr/bin/x is in a folder of the host");
-    ExpectRefused(with(file + ":/etc"), "/etc is a folder");
-    ExpectRefused(with(file + ":/etc/passwd/x"), "/etc/passwd");
+    ExpectRefused(with(file + ":/etc"), "--with " + file + ":/etc: /etc is a folder\n");
+    ExpectRefused(with(file + ":/etc/passwd/x"),
+                  "appliance: --with " + file + ":/etc/passwd/x: not a directory\n");
+    const std::string endless = "/etc/" + std::string(300, 'a');
+    ExpectRefused(with(file + ":" + endless),
+                  "appliance: --with " + file + ":" + endless + ": file name too long\n");
+    fs::create_symlink("circle", folder / "circle");
+    ExpectRefused(with(folder / "circle"), "circle: too many levels of symbolic links\n");
 }
 
 TEST(Refusal, NamesTheCommandThatIsMissing) {
     ExpectRefused(RunLauncher({"run"}), "-- COMMAND is required");
     ExpectRefused(RunLauncher({"run", "--"}), "-- COMMAND is required");
-    ExpectRefused(RunLauncher({}), "subcommand");
+    ExpectRefused(RunLauncher({}), "appliance: a subcommand is required: run (see ");
+    ExpectRefused(RunLauncher({"--", "true"}), "appliance: a subcommand is required: run (see ");
 }
 
 TEST(Refusal, NamesAnArgumentThatItDoesNotKnow) {
-    ExpectRefused(RunLauncher({"run", "--colour", "--", "true"}), "--colour");
-    ExpectRefused(RunLauncher({"run", "true"}), "true");
+    ExpectRefused(RunLauncher({"run", "--colour", "--", "true"}),
+                  "appliance: unknown option --colour (see appliance run --help)\n");
+    ExpectRefused(RunLauncher({"--colour"}), "appliance: unknown option --colour (see ");
+    ExpectRefused(RunLauncher({"walk", "--", "true"}), "appliance: unknown subcommand walk");
+}
+
+TEST(Refusal, TellsThatTheSeparatorIsMissingBeforeTheCommand) {
+    ExpectRefused(RunLauncher({"run", "true", "7"}),
+                  "appliance: unexpected argument true: COMMAND stands behind --, as in appliance "
+                  "run -- true\n");
+}
+
+TEST(Refusal, NamesTheTemporaryFolderThatCannotBeUsed) {
+    const TemporaryFolder folder;
+    const std::string file = folder.Write("file", "");
+    const auto in = [](const std::string &temporary) {
+        return RunLauncher({"run", "--", "true"}, {"TMPDIR=" + temporary});
+    };
+    const std::string failure = "appliance: cannot make a folder for the appliance in ";
+    ExpectRefused(in("/nowhere"), failure + "/nowhere: no such file or directory\n");
+    ExpectRefused(in(file), failure + file + ": not a directory\n");
+    ExpectRefused(in("/proc"), failure + "/proc: no such file or directory\n");
 }
 
 TEST(Refusal, TellsHowToInstallBubblewrap) {
@@ -326,6 +368,13 @@ TEST(Refusal, TellsWhereItLooksForTheTemplate) {
     fs::copy_file(APPLIANCE, folder / "bin/appliance");
     ExpectRefused(RunProgram({folder / "bin/appliance", "run", "--", "true"}),
                   "no appliance template in " + folder / "share/tavo-appliance");
+}
+
+TEST(Version, IsThatOfTheProject) {
+    const ProgramResult result = RunLauncher({"--version"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "appliance " APPLIANCE_VERSION "\n");
+    EXPECT_EQ(result.err, "");
 }
 
 TEST(Help, ShowsUsageAndExamples) {

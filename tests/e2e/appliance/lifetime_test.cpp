@@ -1,6 +1,10 @@
 // Signals to the launcher, and what is left when a run is over: nothing.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/magic.h>
+#include <sys/statfs.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -82,6 +86,20 @@ TEST(Ended, LeavesNothingBehindWhenTheCommandIsMissing) {
         RunLauncher({"run", "--", "no-such-command"}, {"TMPDIR=" + folder.Path()});
     EXPECT_EQ(result.status, 127);
     EXPECT_THAT(folder.Entries(), IsEmpty());
+}
+
+// Without $TMPDIR the tree is in memory, where the machine has room for programs there; removing it
+// from a disk may take longer than all the rest of a run.
+TEST(Folder, IsInMemoryByDefault) {
+    struct statfs about;
+    const bool memory = statfs("/dev/shm", &about) == 0 && about.f_type == TMPFS_MAGIC &&
+                        (about.f_flags & ST_NOEXEC) == 0 && access("/dev/shm", W_OK) == 0;
+    const ProgramResult result =
+        RunLauncher({"run", "--", "stat", "--file-system", "--format=%T", "/"}, {"TMPDIR="});
+    if (!memory) {
+        GTEST_SKIP() << "/dev/shm is not for programs";
+    }
+    EXPECT_EQ(result.out, "tmpfs\n");
 }
 
 TEST(Folder, IsClosedToOtherUsers) {
