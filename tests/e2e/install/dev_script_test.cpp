@@ -209,10 +209,17 @@ TEST_F(DevScript, RefusesWhatItDoesNotKnow) {
              {"nope"}, {"test", "dev"}, {"fuzz", "x"}, {"fuzz", "0"}, {"fuzz", "1", "2"}}) {
         const ProgramResult result = Dev(wrong);
         EXPECT_EQ(result.status, 2) << wrong.back();
-        EXPECT_THAT(result.err, StartsWith("usage: ./dev COMMAND"));
+        EXPECT_THAT(result.err, HasSubstr("usage: ./dev COMMAND"));
         EXPECT_THAT(result.out, IsEmpty());
         EXPECT_THAT(Calls(), IsEmpty());
     }
+}
+
+TEST_F(DevScript, NamesACommandThatItDoesNotKnow) {
+    const ProgramResult result = Dev({"nosuch"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, StartsWith("dev: unknown command nosuch\nusage: ./dev COMMAND\n"));
+    EXPECT_THAT(result.out, IsEmpty());
 }
 
 TEST(CiRun, CallsDevTestAndNothingElse) {

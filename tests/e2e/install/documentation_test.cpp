@@ -54,5 +54,17 @@ TEST(Documentation, ArchitecturePageNamesEveryFolderOfTheSources) {
     }
 }
 
+TEST(Documentation, ManualNamesEveryFunctionOfTheHeader) {
+    const std::string header = ReadFile(kSource / "include/tavoserviceconf.h");
+    const std::string page = ReadFile(kSource / "man/tavoserviceconf.3");
+    const std::regex declaration(R"(\nTAVO_API [a-zA-Z0-9_ *]*?(\w+)(\(|\[))");
+    int names = 0;
+    for (std::sregex_iterator it(header.begin(), header.end(), declaration), end; it != end;
+         ++it, ++names) {
+        EXPECT_THAT(page, HasSubstr((*it)[1].str()));
+    }
+    EXPECT_GT(names, 20);
+}
+
 }  // namespace
 }  // namespace tavo::test

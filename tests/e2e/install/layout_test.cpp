@@ -54,6 +54,7 @@ TEST_F(InstalledLayout, HoldsWhatUsersAndDevelopersNeed) {
                              "share/doc/tavoserviceconf/LICENSE",
                              "share/doc/tavoserviceconf/README.md",
                              "share/man/man1/servicetool.1",
+                             "share/man/man3/tavoserviceconf.3",
                              "share/man/man5/tavoserviceconf.5",
                          }));
 }
