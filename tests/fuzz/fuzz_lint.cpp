@@ -20,7 +20,7 @@ namespace {
 // Whatever a file holds, nothing of it reaches a terminal but printable text.
 void CheckPrinted(std::string_view text) {
     for (const tavo::Diagnostic &diagnostic : tavo::LintText(text, "input").diagnostics) {
-        const std::string printed = tavo::DiagnosticText(diagnostic, false);
+        const std::string printed = tavo::DiagnosticText(diagnostic, false, 80);
         for (const char c : printed) {
             if ((static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7F) {
                 Fail("a control byte is printed: " + printed);

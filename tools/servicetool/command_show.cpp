@@ -1,6 +1,8 @@
 #include <strings.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -65,14 +67,6 @@ void AddService(const TAVO_SERVICE_CONF_SECTION &service, Fields &fields) {
                                  {"Destination ports", PortsText(service.pDstPorts)}});
 }
 
-// Standard input, a path, or the name of something that is no folder: a service may well be called
-// like a folder that happens to be here.
-bool NamesFile(const std::string &target) {
-    struct stat status {};
-    return target == kStandardInput || target.find('/') != std::string::npos ||
-           (stat(target.c_str(), &status) == 0 && !S_ISDIR(status.st_mode));
-}
-
 void ShowFile(const std::string &path, Report &report) {
     const ServiceFile file = ReadServiceFile(path);
     if (TellWhatIsMissing(file, report)) {
@@ -95,34 +89,36 @@ class Search {
   public:
     Search(const std::string &name, Report &report) : name_(name), report_(report) {}
 
-    void Run();
+    // False when nothing of that name was met, which is still to be told then.
+    bool Run();
+
+    void TellNotFound();
 
   private:
     void LookAt(const ServiceFile &file);
     void LookAtUnreadable(const ServiceFile &file);
     void NoteSimilar(const std::string &name);
-    void TellNotFound();
 
     const std::string &name_;
     Report &report_;
     Fields fields_;
     bool found_ = false;   // also when all that can be told is why it cannot be read
-    bool certain_ = true;  // every file could be looked into
     std::string similar_;  // a name that differs in case
+    std::string path_;     // of a file in a service folder that has the name
 };
 
-void Search::Run() {
+bool Search::Run() {
     for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
         const FolderContents contents = ReadServiceFolder(folder, report_);
-        certain_ = certain_ && contents.complete;
+        if (!contents.complete) {
+            report_.Raise(Status::kFailed);
+        }
         for (const ServiceFile &file : contents.files) {
             LookAt(file);
         }
     }
     report_.Print(FieldsText(fields_));
-    if (!found_) {
-        TellNotFound();
-    }
+    return found_;
 }
 
 void Search::LookAt(const ServiceFile &file) {
@@ -140,11 +136,15 @@ void Search::LookAt(const ServiceFile &file) {
         }
     }
     LookAtUnreadable(file);
+    if (path_.empty() && std::filesystem::path(file.path).filename() == name_) {
+        path_ = file.path;
+    }
 }
 
+// What cannot be looked into may hold the service, too, so the answer is not known to be whole.
 void Search::LookAtUnreadable(const ServiceFile &file) {
     if (!file.problem.empty()) {
-        certain_ = false;
+        report_.Raise(Status::kFailed);
         report_.TellError(file.path, "unreadable", file.problem);
     }
     for (const LintedService &service : file.lint.services) {
@@ -164,18 +164,42 @@ void Search::NoteSimilar(const std::string &name) {
 }
 
 void Search::TellNotFound() {
-    report_.TellError("", "not-found", "no service is named " + Quoted(name_),
-                      similar_.empty() ? "" : "write " + similar_);
-    report_.Raise(certain_ ? Status::kNo : Status::kFailed);
+    const std::string &meant = path_.empty() ? similar_ : path_;
+    report_.TellError("", "not-found", "no service or file is named " + Quoted(name_),
+                      meant.empty() ? "" : "write " + meant);
+    report_.Raise(Status::kNo);
+}
+
+// Whether the current folder may hold a file of that name. Folders are none; of what cannot be
+// looked at, the attempt to read it tells why.
+bool IsFileHere(const std::string &name) {
+    struct stat status {};
+    if (lstat(name.c_str(), &status) != 0) {
+        return errno != ENOENT && errno != ENAMETOOLONG;
+    }
+    return stat(name.c_str(), &status) != 0 || !S_ISDIR(status.st_mode);
+}
+
+// A service goes before a file that happens to be here: a path tells the file from it.
+void ShowName(const std::string &name, Report &report) {
+    Search search(name, report);
+    if (search.Run()) {
+        return;
+    }
+    if (IsFileHere(name)) {
+        ShowFile(name, report);
+    } else {
+        search.TellNotFound();
+    }
 }
 
 }  // namespace
 
 void Show(const std::string &target, Report &report) {
-    if (NamesFile(target)) {
+    if (target == kStandardInput || target.find('/') != std::string::npos) {
         ShowFile(target, report);
     } else {
-        Search(target, report).Run();
+        ShowName(target, report);
     }
 }
 

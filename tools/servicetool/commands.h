@@ -18,7 +18,7 @@ struct ListOptions {
 // One line per service of the service folders; both where neither is asked for.
 void List(const ListOptions &options, Report &report);
 
-// Everything about the services of a file, or about the services of that name.
+// Everything about the services of that name, or about those of a file.
 void Show(const std::string &target, Report &report);
 
 struct LintOptions {

@@ -1,12 +1,18 @@
 #include "diagnostic.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "text.h"
 
 namespace tavo {
 namespace {
 
-// How much of a line is shown on each side of the spot.
-constexpr std::size_t kContextBytes = 60;
+// How much of a line is kept on each side of the spot, for the widest of terminals.
+constexpr std::size_t kContextBytes = 200;
+
+// In less than this nothing can be recognised, and the terminal may wrap the line.
+constexpr std::size_t kLeastColumns = 30;
 
 constexpr std::string_view kIndent = "    ";
 constexpr std::string_view kCut = "...";
@@ -46,13 +52,52 @@ std::string Place(const Diagnostic &diagnostic) {
     return place + ' ';
 }
 
-std::string SourceText(const SourceLine &source, bool colour) {
+std::string Before(const SourceLine &source) {
+    return std::string(source.cut_before ? kCut : "") +
+           Escaped(std::string_view(source.text).substr(0, source.spot));
+}
+
+std::string Behind(const SourceLine &source) {
+    return Escaped(std::string_view(source.text).substr(source.spot)) +
+           std::string(source.cut_after ? kCut : "");
+}
+
+// The line without what does not fit into `columns`, taken away from its wider side. Whole
+// characters go, so that no escape is cut in two.
+SourceLine Narrowed(const SourceLine &source, std::size_t columns) {
     const std::string_view text = source.text;
-    const std::string before =
-        std::string(source.cut_before ? kCut : "") + Escaped(text.substr(0, source.spot));
-    const std::string behind =
-        Escaped(text.substr(source.spot)) + std::string(source.cut_after ? kCut : "");
-    return std::string(kIndent) + before + behind + '\n' + std::string(kIndent) +
+    SourceLine kept = source;
+    std::size_t begin = 0;
+    std::size_t end = text.size();
+    std::size_t before = DisplayWidth(Before(source));
+    std::size_t behind = DisplayWidth(Behind(source));
+    // The caret takes a column behind the end of the line, too.
+    while (before + std::max<std::size_t>(behind, 1) > columns) {
+        if (before > behind && begin < source.spot) {
+            const std::size_t next =
+                std::min(begin + FirstCharacter(text.substr(begin)).size, source.spot);
+            before -= DisplayWidth(Escaped(text.substr(begin, next - begin)));
+            before += std::exchange(kept.cut_before, true) ? 0 : kCut.size();
+            begin = next;
+        } else if (end > source.spot) {
+            const std::size_t next = std::max(CharacterStart(text, end - 1), source.spot);
+            behind -= DisplayWidth(Escaped(text.substr(next, end - next)));
+            behind += std::exchange(kept.cut_after, true) ? 0 : kCut.size();
+            end = next;
+        } else {
+            break;
+        }
+    }
+    kept.text = text.substr(begin, end - begin);
+    kept.spot = source.spot - begin;
+    return kept;
+}
+
+std::string SourceText(const SourceLine &whole, bool colour, std::size_t columns) {
+    const std::size_t room = std::max(columns, kLeastColumns) - kIndent.size();
+    const SourceLine source = Narrowed(whole, room);
+    const std::string before = Before(source);
+    return std::string(kIndent) + before + Behind(source) + '\n' + std::string(kIndent) +
            std::string(DisplayWidth(before), ' ') + Coloured("^", kBoldGreen, colour) + '\n';
 }
 
@@ -75,14 +120,14 @@ SourceLine AroundSpot(std::string_view line, std::size_t spot) {
             end != line.size()};
 }
 
-std::string DiagnosticText(const Diagnostic &diagnostic, bool colour) {
+std::string DiagnosticText(const Diagnostic &diagnostic, bool colour, std::size_t columns) {
     const bool error = diagnostic.severity == Severity::kError;
     std::string text = Place(diagnostic) +
                        Coloured(std::string(SeverityName(diagnostic.severity)) + ':',
                                 error ? kBoldRed : kBoldYellow, colour) +
                        ' ' + Escaped(diagnostic.message) + " [" + diagnostic.rule + "]\n";
     if (diagnostic.line != 0) {
-        text += SourceText(diagnostic.source, colour);
+        text += SourceText(diagnostic.source, colour, columns);
     }
     if (!diagnostic.fix.empty()) {
         text += std::string(kIndent) + "fix: " + Escaped(diagnostic.fix) + '\n';

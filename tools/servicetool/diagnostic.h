@@ -35,8 +35,9 @@ struct Diagnostic {
     SourceLine source;    // looked at where `line` is set
 };
 
-// FILE:LINE:COLUMN: error: MESSAGE [RULE], the line with a caret below the spot, and the fix.
-std::string DiagnosticText(const Diagnostic &diagnostic, bool colour);
+// FILE:LINE:COLUMN: error: MESSAGE [RULE], the line with a caret below the spot, and the fix. The
+// line is cut around the spot to fit into `columns` columns of a terminal.
+std::string DiagnosticText(const Diagnostic &diagnostic, bool colour, std::size_t columns);
 
 }  // namespace tavo
 

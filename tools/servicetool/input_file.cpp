@@ -105,7 +105,12 @@ FileContents ReadRegularFile(const std::string &path) {
     return ReadAll(file.Number());
 }
 
+// Unlike a FILE it may well be a pipe or a terminal.
 FileContents ReadStandardInput() {
+    struct stat status {};
+    if (fstat(STDIN_FILENO, &status) == 0 && S_ISDIR(status.st_mode)) {
+        return Problem(KindProblem(status.st_mode));
+    }
     return ReadAll(STDIN_FILENO);
 }
 

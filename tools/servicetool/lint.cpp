@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "config_lines.h"
+#include "declared_ports.h"
 #include "findings.h"
 #include "lint_keys.h"
 #include "tavoserviceconf.h"
@@ -20,6 +21,7 @@ namespace tavo {
 namespace {
 
 constexpr std::string_view kGlobalName = "global";
+constexpr std::string_view kDestinationPorts = "dst.ports";
 constexpr std::string_view kNameCharacters =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
 
@@ -95,6 +97,7 @@ class Linter {
     std::string_view text_;
     LintResult result_;
     Findings findings_;
+    DeclaredPorts declared_ports_;
     std::vector<Section> sections_;
     std::unordered_map<std::string_view, std::uint32_t> by_name_;
     std::unordered_map<std::string_view, std::size_t, HashWithoutCase, EqualWithoutCase>
@@ -248,7 +251,11 @@ void Linter::CheckKey(const ConfigLine &line, const Section &section) {
                           std::to_string(section.counts[*key]) + ", which is the one that counts",
                       "take one of the two away");
     } else {
+        const std::size_t errors = result_.errors;
         CheckValue(kKeyRules[*key], line, findings_);
+        if (line.name == kDestinationPorts && result_.errors == errors) {
+            declared_ports_.Add(section.name, line, findings_);
+        }
     }
 }
 

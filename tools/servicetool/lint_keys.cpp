@@ -84,8 +84,10 @@ void CheckTrailingComment(const ConfigLine &line, Findings &findings) {
 }
 
 void CheckShownText(const ConfigLine &line, Findings &findings) {
-    if (line.value.empty()) {
-        findings.Add(Rule("empty-text"), line, line.value, std::string(line.name) + " is empty");
+    if (TrimBlanks(line.value).empty()) {
+        findings.Add(Rule("empty-text"), line, line.value,
+                     std::string(line.name) +
+                         (line.value.empty() ? " is empty" : " holds nothing but blanks"));
     }
     CheckCharacters(line, findings);
     CheckLength(line.value, line.name, TAVO_SERVICE_CONF_TEXT_SIZE, line, findings);

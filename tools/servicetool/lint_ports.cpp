@@ -4,31 +4,18 @@
 // first colon. Whether a piece is a port or a protocol is the library's answer.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <map>
 #include <string>
 #include <utility>
 
 #include "lint_keys.h"
+#include "port_pieces.h"
 #include "tavoserviceconf.h"
 #include "text.h"
 
 namespace tavo {
 namespace {
-
-// Calls look(piece) for each piece of `text` between commas, blanks around it taken off.
-template <typename Look>
-void ForEachPiece(std::string_view text, Look look) {
-    for (;;) {
-        const std::size_t comma = text.find(',');
-        look(TrimBlanks(text.substr(0, comma)));
-        if (comma == std::string_view::npos) {
-            return;
-        }
-        text.remove_prefix(comma + 1);
-    }
-}
 
 // The ports that the items of a list named so far, as disjoint ranges, start to end.
 class NamedPorts {
@@ -58,11 +45,6 @@ bool IsNumber(std::string_view text) {
 
 bool IsPort(std::string_view text) {
     return TAVOServiceConfPortsCheck(std::string(text).c_str()) == 1;
-}
-
-// The low 32 bits of the number: what the library reads, also where digits run beyond them.
-std::uint32_t PortOf(std::string_view text) {
-    return static_cast<std::uint32_t>(std::strtol(std::string(text).c_str(), nullptr, 10));
 }
 
 // The digits of a number without its leading zeros.

@@ -1,4 +1,6 @@
 // servicetool: service files from a shell. This file is its command line.
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -6,9 +8,11 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "commands.h"
+#include "input_file.h"
 #include "library_log.h"
 #include "report.h"
 #include "text.h"
@@ -18,7 +22,7 @@ namespace {
 
 constexpr char kExamples[] = R"(Examples:
   servicetool list
-  servicetool show ftp
+  servicetool show web_http
   servicetool lint mypackage.sc
   servicetool lint --help)";
 
@@ -29,9 +33,9 @@ constexpr char kListExamples[] = R"(Examples:
   servicetool list --json | jq -r '.results[].name')";
 
 constexpr char kShowExamples[] = R"(Examples:
-  servicetool show ftp                   the service ftp, in whatever file it is
+  servicetool show ntp                   the service ntp, in whatever file it is
   servicetool show ./mypackage.sc        all services of a file
-  servicetool show --json ftp | jq '.results[0].ports')";
+  servicetool show --json ntp | jq '.results[0].ports')";
 
 constexpr char kLintExamples[] = R"(Examples:
   servicetool lint mypackage.sc
@@ -53,6 +57,11 @@ std::string Unguarded(const std::string &word) {
     return word.starts_with(kGuard) ? word.substr(1) : word;
 }
 
+// A flag says it all; CLI11 would take --flag=false for its opposite.
+void AddFlag(CLI::App *app, const char *names, bool &flag, const char *purpose) {
+    app->add_flag(names, flag, purpose)->disable_flag_override();
+}
+
 class CommandLine {
   public:
     CommandLine();
@@ -67,9 +76,12 @@ class CommandLine {
     void Parse(int argc, char **argv);
     int CheckAndRun();
     void RunCommand(Report &report) const;
-    int UsageError(std::string message);
-    std::string UnexpectedWord() const;
+    int UsageError(std::string message, std::string fix = {});
+    int UnexpectedWord();
+    std::string UnknownOption() const;
+    std::string AssignedFlag() const;
 
+    std::vector<std::string> options_;  // words before "--" that start with a hyphen
     bool json_ = false;
     bool verbose_ = false;
     ListOptions list_options_;
@@ -96,9 +108,9 @@ CommandLine::CommandLine() {
     AddCommonOptions(&app_);
 
     list_ = AddCommand("list", "List the services that the service files declare", kListExamples);
-    list_->add_flag("--system", list_options_.system, "Only those of the system");
-    list_->add_flag("--package", list_options_.package, "Only those of packages");
-    list_->add_flag("--no-legend", list_options_.no_legend, "Leave the header out");
+    AddFlag(list_, "--system", list_options_.system, "Only those of the system");
+    AddFlag(list_, "--package", list_options_.package, "Only those of packages");
+    AddFlag(list_, "--no-legend", list_options_.no_legend, "Leave the header out");
 
     show_ =
         AddCommand("show", "Show everything that a service or a service file says", kShowExamples);
@@ -112,7 +124,7 @@ CommandLine::CommandLine() {
     lint_->add_option("FILE", lint_options_.files, "Service files; - is standard input")
         ->option_text("...")
         ->required();
-    lint_->add_flag("--strict", lint_options_.strict, "Fail on warnings, too");
+    AddFlag(lint_, "--strict", lint_options_.strict, "Fail on warnings, too");
 }
 
 CLI::App *CommandLine::AddCommand(const char *name, const char *purpose, const char *examples) {
@@ -125,8 +137,8 @@ CLI::App *CommandLine::AddCommand(const char *name, const char *purpose, const c
 
 // They may stand before the command and behind it.
 void CommandLine::AddCommonOptions(CLI::App *app) {
-    app->add_flag("--json", json_, "Print one JSON document instead");
-    app->add_flag("-v,--verbose", verbose_, "Print what the library logs, too");
+    AddFlag(app, "--json", json_, "Print one JSON document instead");
+    AddFlag(app, "-v,--verbose", verbose_, "Print what the library logs, too");
 }
 
 int CommandLine::Run(int argc, char **argv) {
@@ -138,10 +150,13 @@ int CommandLine::Run(int argc, char **argv) {
     } catch (const CLI::CallForVersion &version) {
         std::printf("%s\n", version.what());
         return Report(false).Finish();
+    } catch (const CLI::ArgumentMismatch &) {
+        return UsageError(AssignedFlag() + " takes no value");
     } catch (const CLI::ExtrasError &) {
-        return UsageError(UnexpectedWord());
+        return UnexpectedWord();
     } catch (const CLI::ParseError &error) {
-        return UsageError(LowerFirst(error.what()));
+        // What is missing may be missing only because it looks like an option.
+        return UnknownOption().empty() ? UsageError(LowerFirst(error.what())) : UnexpectedWord();
     }
     return CheckAndRun();
 }
@@ -158,6 +173,9 @@ void CommandLine::Parse(int argc, char **argv) {
         // Asked for in a command line that is otherwise wrong, JSON is still what a program waits
         // for.
         json_ = json_ || (word == "--json" && !options_ended);
+        if (word.size() > 1 && word.front() == '-' && !options_ended) {
+            options_.push_back(word);
+        }
         words.push_back(Guarded(word, options_ended));
     }
     std::reverse(words.begin(), words.end());  // the order that CLI11 takes them in
@@ -176,6 +194,12 @@ int CommandLine::CheckAndRun() {
     if ((show_->parsed() && show_target_.empty()) ||
         std::find(files.begin(), files.end(), "") != files.end()) {
         return UsageError("a name is empty");
+    }
+    if (const std::string flag = AssignedFlag(); !flag.empty()) {
+        return UsageError(flag + " takes no value");
+    }
+    if (std::count(files.begin(), files.end(), kStandardInput) > 1) {
+        return UsageError("standard input is named twice");
     }
     LibraryLog::Start(verbose_);
     Report report(json_);
@@ -201,24 +225,55 @@ void CommandLine::RunCommand(Report &report) const {
     }
 }
 
-int CommandLine::UsageError(std::string message) {
+// Where no fix is plain, the help is.
+int CommandLine::UsageError(std::string message, std::string fix) {
     Report report(json_);
     const auto commands = app_.get_subcommands();
-    report.TellError("", "usage", std::move(message),
-                     "see servicetool " +
-                         (commands.empty() ? "" : commands.front()->get_name() + ' ') + "--help");
+    if (fix.empty()) {
+        fix = "see servicetool " + (commands.empty() ? "" : commands.front()->get_name() + ' ') +
+              "--help";
+    }
+    report.TellError("", "usage", std::move(message), std::move(fix));
     report.Raise(Status::kUsage);
     return report.Finish();
 }
 
-std::string CommandLine::UnexpectedWord() const {
-    const std::string guarded = app_.remaining(true).front();
-    const std::string word = Unguarded(guarded);
-    if (guarded.size() > 1 && guarded.front() == '-') {
-        return "unknown option " + Shortened(word);
+int CommandLine::UnexpectedWord() {
+    const std::string option = UnknownOption();
+    if (!option.empty()) {
+        struct stat status {};
+        const bool is_file =
+            (show_->parsed() || lint_->parsed()) && lstat(option.c_str(), &status) == 0;
+        return UsageError("unknown option " + Shortened(option),
+                          is_file ? "write -- " + option : "");
     }
-    return (app_.get_subcommands().empty() ? "unknown command " : "unexpected argument ") +
-           Quoted(word);
+    const std::string word = Unguarded(app_.remaining(true).front());
+    return UsageError(
+        (app_.get_subcommands().empty() ? "unknown command " : "unexpected argument ") +
+        Quoted(word));
+}
+
+// The first option that is not known, as it was written: of -vx.sc, CLI11 takes the -v and leaves
+// "-x.sc". Empty when there is none, or another word was not expected before it.
+std::string CommandLine::UnknownOption() const {
+    const std::vector<std::string> left = app_.remaining(true);
+    if (left.empty() || left.front().size() < 2 || left.front().front() != '-') {
+        return {};
+    }
+    const std::string rest = left.front().substr(1);
+    const auto written =
+        std::find_if(options_.begin(), options_.end(),
+                     [&rest](const std::string &word) { return word.ends_with(rest); });
+    return written != options_.end() ? *written : left.front();
+}
+
+// The first option that is written with a value; empty when there is none. CLI11 lets a value pass
+// that says the same as the flag alone.
+std::string CommandLine::AssignedFlag() const {
+    const auto assigned =
+        std::find_if(options_.begin(), options_.end(),
+                     [](const std::string &word) { return word.find('=') != std::string::npos; });
+    return assigned == options_.end() ? "" : assigned->substr(0, assigned->find('='));
 }
 
 }  // namespace

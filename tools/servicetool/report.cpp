@@ -28,6 +28,19 @@ bool WantsColour(int descriptor) {
            std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
 }
 
+// How wide the terminal behind the descriptor is, 0 where there is none.
+std::size_t TerminalColumns(int descriptor) {
+    winsize size{};
+    return isatty(descriptor) == 1 && ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+// Findings are kept as narrow as an ordinary terminal where they go elsewhere.
+std::size_t ErrorColumns() {
+    constexpr std::size_t kOrdinary = 80;
+    const std::size_t columns = TerminalColumns(STDERR_FILENO);
+    return columns == 0 ? kOrdinary : columns;
+}
+
 Json NumberOrNull(std::size_t number) {
     return number == 0 ? Json(nullptr) : Json(number);
 }
@@ -54,9 +67,7 @@ std::string Dumped(const Json &json) {
 }  // namespace
 
 std::size_t Report::Columns() const {
-    winsize size{};
-    return isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col
-                                                                                      : 0;
+    return TerminalColumns(STDOUT_FILENO);
 }
 
 void Report::Tell(Diagnostic diagnostic) {
@@ -66,7 +77,7 @@ void Report::Tell(Diagnostic diagnostic) {
     }
     // What was printed so far stands before it where both go to one terminal.
     std::fflush(stdout);
-    const std::string text = DiagnosticText(diagnostic, WantsColour(STDERR_FILENO));
+    const std::string text = DiagnosticText(diagnostic, WantsColour(STDERR_FILENO), ErrorColumns());
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 

@@ -48,16 +48,47 @@ void ReadWithLibrary(const std::string &path, ServiceFile &file) {
     }
 }
 
-// Tells what a finding of lint means for the reader: `consequence`, and the finding as its reason.
+// Whether the library read just the services that lint takes for readable. It does unless the file
+// changed between their looks at it.
+bool LibraryAndLintAgree(const ServiceFile &file) {
+    auto read = InFileOrder(file.conf != nullptr ? file.conf->pSections : nullptr);
+    auto next = read.begin();
+    for (const LintedService &service : file.lint.services) {
+        const std::string kept = service.name.substr(0, TAVO_SERVICE_CONF_NAME_SIZE - 1);
+        if (service.readable && (next == read.end() || kept != (*next++)->szName)) {
+            return false;
+        }
+    }
+    return next == read.end();
+}
+
+// What lint says about the section, for a sentence that has named it already.
+std::string AboutIt(const std::string &message, const std::string &section) {
+    const std::string subjects[][2] = {
+        {"section [" + Shortened(section) + "] ", "it "},
+        {"section name " + Quoted(section) + " ", "its name "},
+    };
+    for (const auto &[subject, pronoun] : subjects) {
+        if (message.starts_with(subject)) {
+            return pronoun + message.substr(subject.size());
+        }
+    }
+    return message;
+}
+
+// Tells what a finding of lint means for the reader: `consequence`, which may be about a service,
+// and the finding as its reason.
 void TellBecause(const ServiceFile &file, const std::string &consequence,
-                 std::optional<std::size_t> finding, Report &report) {
+                 std::optional<std::size_t> finding, const LintedService *service, Report &report) {
     if (!finding) {
-        // Beyond what lint lists, or the file changed between the library's look at it and lint's.
+        // Beyond what lint lists.
         report.TellError(file.path, "unreadable", consequence);
         return;
     }
     Diagnostic diagnostic = file.lint.diagnostics[*finding];
-    diagnostic.message = consequence + ": " + diagnostic.message;
+    diagnostic.message =
+        consequence + ": " +
+        (service != nullptr ? AboutIt(diagnostic.message, service->name) : diagnostic.message);
     report.Tell(std::move(diagnostic));
 }
 
@@ -69,7 +100,35 @@ void TellRefused(const ServiceFile &file, Report &report) {
             finding = i;
         }
     }
-    TellBecause(file, "not read as a service file", finding, report);
+    TellBecause(file, "not read as a service file", finding, nullptr, report);
+}
+
+ServiceFile ProblemFile(const std::string &path, std::string problem) {
+    ServiceFile file;
+    file.path = path;
+    file.problem = std::move(problem);
+    return file;
+}
+
+ServiceFile ReadStandardInputFile() {
+    const std::string name(kStandardInputName);
+    const FileContents contents = ReadStandardInput();
+    ServiceFile file = ProblemFile(name, contents.problem);
+    if (file.problem.empty()) {
+        ReadWithLibrary(MemoryFile(contents.text).Path(), file);
+        file.lint = LintText(contents.text, name);
+    }
+    return file;
+}
+
+ServiceFile ReadNamedFile(const std::string &path) {
+    const FileContents contents = ReadRegularFile(path);
+    ServiceFile file = ProblemFile(path, contents.problem);
+    if (file.problem.empty()) {
+        ReadWithLibrary(path, file);
+        file.lint = LintText(contents.text, path);
+    }
+    return file;
 }
 
 std::string PortText(const TAVO_SERVICE_CONF_PORT &port) {
@@ -125,10 +184,15 @@ bool HasReference(const TAVO_SERVICE_CONF_STRING &string) {
     return *string.szSource != '\0' || *string.szSection != '\0' || *string.szKey != '\0';
 }
 
+// The file itself may be a symbolic link: what counts is where the name stands.
 std::string_view LocationOf(const std::string &path) {
-    const std::string folder = std::filesystem::path(path).parent_path();
+    if (path == kStandardInputName) {
+        return {};
+    }
+    const std::string parent = std::filesystem::path(path).parent_path();
+    const std::string folder = RealPathOf(parent.empty() ? "." : parent);
     for (const ServiceFolder &candidate : kServiceFolders) {
-        if (folder == candidate.path) {
+        if (!folder.empty() && folder == RealPathOf(std::string(candidate.path))) {
             return candidate.name;
         }
     }
@@ -150,22 +214,20 @@ std::vector<ServiceFolder> ServiceFolders(int selector) {
     return folders;
 }
 
+// The library and lint each open the file, which someone may be writing at that time.
 ServiceFile ReadServiceFile(const std::string &path) {
+    constexpr int kAttempts = 3;
+    if (path == kStandardInput) {
+        return ReadStandardInputFile();
+    }
     ServiceFile file;
-    const bool standard_input = path == kStandardInput;
-    file.path = standard_input ? kStandardInputName : path;
-    FileContents contents = standard_input ? ReadStandardInput() : ReadRegularFile(path);
-    if (!contents.problem.empty()) {
-        file.problem = std::move(contents.problem);
-        return file;
+    for (int i = 0; i < kAttempts; ++i) {
+        file = ReadNamedFile(path);
+        if (!file.problem.empty() || LibraryAndLintAgree(file)) {
+            return file;
+        }
     }
-    if (standard_input) {
-        ReadWithLibrary(MemoryFile(contents.text).Path(), file);
-    } else {
-        ReadWithLibrary(path, file);
-    }
-    file.lint = LintText(contents.text, file.path);
-    return file;
+    return ProblemFile(path, "changed while it was read");
 }
 
 // A folder that is not there holds no service; one that cannot be listed may.
@@ -204,7 +266,7 @@ bool TellWhatIsMissing(const ServiceFile &file, Report &report) {
 
 void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report) {
     TellBecause(file, "section [" + Shortened(service.name) + "] is left out", service.first_error,
-                report);
+                &service, report);
 }
 
 std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {

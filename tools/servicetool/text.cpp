@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace tavo {
 namespace {
@@ -65,13 +66,40 @@ void AppendEscaped(std::string &out, std::string_view bytes, const Character &ch
         }
     }
     if (IsControl(character.code)) {
-        AppendHex(out, 'u', character.code, 4);
+        const bool beyond = character.code > 0xFFFF;
+        AppendHex(out, beyond ? 'U' : 'u', character.code, beyond ? 8 : 4);
     } else if (character.code == '\\') {
         out += "\\\\";
     } else {
         out += bytes;
     }
 }
+
+// The joiners U+200C and U+200D are not among them: Persian words and emoji are written with them.
+// Nor are variation selectors, which only choose how a character looks.
+struct Range {
+    char32_t first;
+    char32_t last;
+};
+constexpr Range kControls[] = {
+    {0x00, 0x1F},        // C0
+    {0x7F, 0x9F},        // delete, C1
+    {0xAD, 0xAD},        // soft hyphen
+    {0x34F, 0x34F},      // grapheme joiner
+    {0x61C, 0x61C},      // Arabic letter mark
+    {0x115F, 0x1160},    // Hangul fillers
+    {0x17B4, 0x17B5},    // Khmer inherent vowels
+    {0x180B, 0x180F},    // Mongolian selectors and separator
+    {0x200B, 0x200B},    // zero-width space
+    {0x200E, 0x200F},    // direction marks
+    {0x2028, 0x202E},    // line and paragraph separators, direction embeddings and overrides
+    {0x2060, 0x206F},    // word joiner, invisible operators, direction isolates
+    {0x3164, 0x3164},    // Hangul filler
+    {0xFEFF, 0xFEFF},    // byte-order mark
+    {0xFFA0, 0xFFA0},    // Hangul filler, half width
+    {0xFFF0, 0xFFFB},    // interlinear annotations
+    {0xE0000, 0xE0FFF},  // tags
+};
 
 // The calling thread's character types as UTF-8, for as long as it lives.
 class Utf8Locale {
@@ -116,11 +144,10 @@ Character FirstCharacter(std::string_view text) {
     return code < shape->least || !IsScalar(code) ? bad : Character{shape->size, code, true};
 }
 
-// The joiners U+200C and U+200D are left alone: Persian words and emoji are written with them.
 bool IsControl(char32_t code) {
-    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x200B || code == 0x200E ||
-           code == 0x200F || (code >= 0x2028 && code <= 0x202E) ||
-           (code >= 0x2060 && code <= 0x206F) || code == 0xFEFF;
+    return std::any_of(std::begin(kControls), std::end(kControls), [code](const Range &range) {
+        return code >= range.first && code <= range.last;
+    });
 }
 
 std::string Escaped(std::string_view text) {

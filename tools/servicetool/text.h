@@ -26,7 +26,7 @@ Character FirstCharacter(std::string_view text);
 bool IsControl(char32_t code);
 
 // `text` with \n, \t and \r for those, \\ for a backslash, \xNN for other control bytes and bytes
-// that are no UTF-8, and \uNNNN for control characters beyond ASCII.
+// that are no UTF-8, and \uNNNN or \UNNNNNNNN for control characters beyond ASCII.
 std::string Escaped(std::string_view text);
 
 // How many columns of a terminal an escaped text takes.

@@ -63,6 +63,17 @@ TEST(ServiceToolUsage, WrongIsToldInOneLineWithWhereToLook) {
         {{"show", ""}, "a name is empty [usage]\n    fix: see servicetool show --help\n"},
         {{"lint"}, "FILE is required [usage]\n    fix: see servicetool lint --help\n"},
         {{"lint", "a", ""}, "a name is empty [usage]\n    fix: see servicetool lint --help\n"},
+        {{"lint", "-", "a", "-"},
+         "standard input is named twice [usage]\n    fix: see servicetool lint --help\n"},
+        {{"lint", "--nope"},
+         "unknown option --nope [usage]\n    fix: see servicetool lint --help\n"},
+        {{"show", "-web"}, "unknown option -web [usage]\n    fix: see servicetool show --help\n"},
+        {{"lint", "--strict=x", "a"},
+         "--strict takes no value [usage]\n    fix: see servicetool lint --help\n"},
+        {{"lint", "--strict=true", "a"},
+         "--strict takes no value [usage]\n    fix: see servicetool lint --help\n"},
+        {{"--verbose=no", "list"},
+         "--verbose takes no value [usage]\n    fix: see servicetool --help\n"},
         {{"\x1b[2J"}, "unknown command \"\\x1b[2J\" [usage]\n    fix: see servicetool --help\n"},
     };
     for (const auto &[arguments, error] : cases) {
@@ -70,6 +81,21 @@ TEST(ServiceToolUsage, WrongIsToldInOneLineWithWhereToLook) {
         EXPECT_EQ(result.status, 2) << error;
         EXPECT_THAT(result.out, IsEmpty());
         EXPECT_EQ(result.err, "servicetool: error: " + error);
+    }
+}
+
+TEST(ServiceToolUsage, FileThatLooksLikeAnOptionGetsItsFix) {
+    TemporaryFolder folder;
+    for (const std::string name : {"-dash.sc", "-vdash.sc", "--dash.sc"}) {
+        folder.Write(name, GoodServiceAnd(""));
+        for (const std::string command : {"lint", "show"}) {
+            const ProgramResult result =
+                RunProgram({"sh", "-c", "cd \"$1\" && shift && exec \"$@\"", "sh", folder.Path(),
+                            SERVICETOOL, command, name});
+            EXPECT_EQ(result.status, 2);
+            EXPECT_EQ(result.err, "servicetool: error: unknown option " + name +
+                                      " [usage]\n    fix: write -- " + name + "\n");
+        }
     }
 }
 

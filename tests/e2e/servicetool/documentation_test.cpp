@@ -62,7 +62,7 @@ TEST(Manual, HasNoFormatError) {
     if (RunProgram({"sh", "-c", "command -v mandoc"}).status != 0) {
         GTEST_SKIP() << "mandoc is not installed";
     }
-    for (const std::string page : {"servicetool.1", "tavoserviceconf.5"}) {
+    for (const std::string page : {"servicetool.1", "tavoserviceconf.3", "tavoserviceconf.5"}) {
         const ProgramResult result =
             RunProgram({"mandoc", "-T", "lint", "-W", "warning", kSource + "/man/" + page});
         EXPECT_EQ(result.status, 0);

@@ -146,7 +146,7 @@ TEST(LintUnreadable, SaysWhenPermissionIsMissing) {
 TEST(LintUnreadable, FolderAsStandardInputIsTold) {
     const ProgramResult result = RunProgram({"sh", "-c", "exec " SERVICETOOL " lint - < /"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(result.err, "<stdin>: error: is a directory [unreadable]\n");
+    EXPECT_EQ(result.err, "<stdin>: error: is a folder [unreadable]\n");
 }
 
 TEST(LintUnreadable, NeverEndingInputIsGivenUp) {
@@ -248,6 +248,19 @@ TEST(LintTerminal, ShowsTheVerdictBehindTheFindingsOfItsFile) {
     const std::string shown = ServiceToolOnTerminal({"lint", a, b}, 80, {"TERM=dumb"});
     EXPECT_THAT(shown, StartsWith(a + ": ok\n" + b + ":5:11: warning"));
     EXPECT_THAT(shown, testing::EndsWith(b + ": 1 warning\n"));
+}
+
+TEST(LintTerminal, CutsTheSourceLineToItsWidth) {
+    TemporaryFolder folder;
+    const std::string path =
+        folder.Write("a.sc", GoodServiceAnd("Key=" + std::string(150, 'x') + "\n"));
+    const std::vector<std::string> environment = {"TERM=dumb"};
+    EXPECT_THAT(ServiceToolOnTerminal({"lint", path}, 40, environment),
+                HasSubstr("\n    Key=" + std::string(29, 'x') + "...\n    ^\n"));
+    EXPECT_THAT(ServiceToolOnTerminal({"lint", path}, 50, environment),
+                HasSubstr("\n    Key=" + std::string(39, 'x') + "...\n    ^\n"));
+    EXPECT_THAT(ServiceTool({"lint", path}).err,
+                HasSubstr("\n    Key=" + std::string(69, 'x') + "...\n    ^\n"));
 }
 
 // ---- The library's log

@@ -133,6 +133,57 @@ TEST(LintPorts, PortNamedTwiceIsDoubtful) {
                             "twice"));
 }
 
+std::string Service(const std::string &name, const std::string &ports) {
+    return "[" + name + "]\n" + kTitle + kDesc + "dst.ports=" + ports + '\n';
+}
+
+TEST(LintPorts, PortOfTwoServicesIsDoubtful) {
+    EXPECT_THAT(Findings(Service("a", "80/tcp") + Service("b", "443,80/tcp")),
+                ElementsAre("8:15 warning duplicate-port: tcp port 80 is declared by service [a] "
+                            "in line 4 already"));
+    EXPECT_THAT(Findings(Service("a", "53,67:69/udp") + Service("b", "68")),
+                ElementsAre("8:11 warning duplicate-port: udp port 68 is declared by service [a] "
+                            "in line 4 already"));
+    EXPECT_THAT(
+        Findings(Service("a", "90/tcp") + Service("b", "80/tcp") + Service("c", "100:60,7/tcp")),
+        ElementsAre(testing::StartsWith("12:11 warning reversed-range"),
+                    "12:11 warning duplicate-port: tcp port 80 is declared by service [b] "
+                    "in line 8 already"));
+}
+
+TEST(LintPorts, PortOfTwoServicesNamesTheFirstOfThem) {
+    EXPECT_THAT(
+        Findings(Service("a", "5:8/tcp") + Service("b", "1:20/tcp") + Service("c", "8,9,20/tcp")),
+        ElementsAre("8:11 warning duplicate-port: tcp port 5 is declared by service [a] in line 4 "
+                    "already",
+                    "12:11 warning duplicate-port: tcp port 8 is declared by service [a] in line 4 "
+                    "already",
+                    "12:13 warning duplicate-port: tcp port 9 is declared by service [b] in line 8 "
+                    "already",
+                    "12:15 warning duplicate-port: tcp port 20 is declared by service [b] in line "
+                    "8 already"));
+}
+
+TEST(LintPorts, ServicesMayDifferInProtocol) {
+    EXPECT_THAT(Findings(Service("a", "80/tcp") + Service("b", "80/udp")), IsEmpty());
+}
+
+TEST(LintPorts, NeighbouringPortsAreNotShared) {
+    EXPECT_THAT(Findings(Service("a", "5:8,65535,0/tcp") + Service("b", "4,9,65534,1/tcp")),
+                ElementsAre(testing::HasSubstr("port-zero")));
+}
+
+TEST(LintPorts, SourcePortsMayBeShared) {
+    EXPECT_THAT(Findings(Service("a", "1/tcp") + "src.ports=7\n" + Service("b", "2/tcp") +
+                         "src.ports=7,1\n"),
+                IsEmpty());
+}
+
+TEST(LintPorts, BadListDeclaresNothing) {
+    EXPECT_THAT(Findings(Service("a", "80,x/tcp") + Service("b", "80/tcp")),
+                ElementsAre(testing::HasSubstr("port-syntax")));
+}
+
 TEST(LintPorts, SourceAndDestinationMayBeTheSame) {
     EXPECT_THAT(Findings(GoodFileAnd("src.ports=80/tcp\n")), IsEmpty());
 }

@@ -43,6 +43,11 @@ TEST(LintText, EmptyIsDoubtful) {
                             "3:6 warning empty-text: desc is empty"));
 }
 
+TEST(LintText, OfBlanksIsDoubtful) {
+    EXPECT_THAT(Findings("[web]\ntitle=\"  \"\n"s + kDesc + kPorts),
+                ElementsAre("2:8 warning empty-text: title holds nothing but blanks"));
+}
+
 TEST(LintText, WithControlCharactersIsDoubtful) {
     EXPECT_THAT(Findings(GoodFileAnd("desc_extra=a\x1b[31m\x1b[0m\n")),
                 ElementsAre("5:13 warning control-byte: desc_extra holds a control character"));

@@ -141,10 +141,10 @@ TEST_F(ServiceFolders, ListNamesEachServiceThatIsLeftOut) {
     EXPECT_EQ(result.out, "good  a.sc  system  1/tcp,udp  no  T\n");
     EXPECT_EQ(result.err,
               kSystem +
-                  "a.sc:1:2: error: section [empty] is left out: section [empty] has no key "
+                  "a.sc:1:2: error: section [empty] is left out: it has no key "
                   "[empty-section]\n    [empty]\n     ^\n" +
                   kSystem +
-                  "a.sc:6:3: error: section [b c] is left out: section name \"b c\" holds "
+                  "a.sc:6:3: error: section [b c] is left out: its name holds "
                   "something else than letters, digits, \"-\", \".\" and \"_\" [section-name]\n"
                   "    [b c]\n      ^\n    fix: write [b-c]\n");
     EXPECT_EQ(result.status, 3);

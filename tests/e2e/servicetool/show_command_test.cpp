@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "service_folders.h"
 #include "servicetool_run.h"
@@ -93,14 +94,16 @@ TEST_F(ServiceFolders, ShowHintsAtANameThatDiffersInCase) {
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.out, IsEmpty());
     EXPECT_EQ(result.err,
-              "servicetool: error: no service is named \"web\" [not-found]\n    fix: write Web\n");
+              "servicetool: error: no service or file is named \"web\" [not-found]\n    fix: write "
+              "Web\n");
 }
 
 TEST_F(ServiceFolders, ShowOfAnUnknownNameIsNo) {
     WriteFile(kSystem + "a.sc", Section("a", "1") + "[broken]\n");
     const ProgramResult result = ServiceTool({"show", "x\x1b"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.err, "servicetool: error: no service is named \"x\\x1b\" [not-found]\n");
+    EXPECT_EQ(result.err,
+              "servicetool: error: no service or file is named \"x\\x1b\" [not-found]\n");
     const json document = json::parse(ServiceTool({"show", "--json", "x"}).out);
     EXPECT_EQ(document["ok"], false);
     EXPECT_EQ(document["diagnostics"][0]["rule"], "not-found");
@@ -111,6 +114,111 @@ TEST_F(ServiceFolders, ShowOfANameCannotTellWhereAFileIsUnreadable) {
     const ProgramResult result = ServiceTool({"show", "x"});
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.err, StartsWith(kSystem + "a.sc: error: is a symbolic link to nothing"));
+}
+
+TEST_F(ServiceFolders, ShowIsNotWholeWhereAFileIsUnreadable) {
+    WriteFile(kSystem + "a.sc", Section("web", "1"));
+    std::filesystem::create_symlink("/nothing", kPackage + "b.sc");
+    const ProgramResult result = ServiceTool({"show", "web"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.out, HasSubstr("Service:           web\n"));
+    EXPECT_THAT(result.err, StartsWith(kPackage + "b.sc: error: "));
+    const json document = json::parse(ServiceTool({"show", "--json", "web"}).out);
+    EXPECT_EQ(document["ok"], false);
+    EXPECT_EQ(document["results"].size(), 1U);
+}
+
+TEST_F(ServiceFolders, ShowIsNotWholeWhereAFolderCannotBeListed) {
+    WriteFile(kSystem + "a.sc", Section("web", "1"));
+    std::filesystem::remove_all(kPackage);
+    WriteFile("/usr/local/etc/services.d", "no folder");
+    const ProgramResult result = ServiceTool({"show", "web"});
+    std::filesystem::remove("/usr/local/etc/services.d");
+    std::filesystem::create_directory("/usr/local/etc/services.d");
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.out, HasSubstr("Service:           web\n"));
+}
+
+TEST_F(ServiceFolders, ShowMindsARefusedFileOnlyWhereItHasTheName) {
+    WriteFile(kSystem + "a.sc", Section("web", "1"));
+    WriteFile(kPackage + "b.sc", "[web]\n");
+    WriteFile(kPackage + "c.sc", "[other]\n");
+    const ProgramResult result = ServiceTool({"show", "web"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.out, HasSubstr("Service:           web\n"));
+    EXPECT_THAT(result.err, AllOf(StartsWith(kPackage + "b.sc:1:2: error: section [web] is left "
+                                                        "out: it has no key"),
+                                  testing::Not(HasSubstr("c.sc"))));
+    std::filesystem::remove(kPackage + "b.sc");
+    EXPECT_EQ(ServiceTool({"show", "web"}).status, 0);
+}
+
+TEST_F(ServiceFolders, ShowHintsAtAFileOfAServiceFolder) {
+    WriteFile(kPackage + "backup.sc", Section("Backup.sc", "1"));
+    const ProgramResult result = ServiceTool({"show", "backup.sc"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err,
+              "servicetool: error: no service or file is named \"backup.sc\" [not-found]\n"
+              "    fix: write /usr/local/etc/services.d/backup.sc\n");
+}
+
+// Runs servicetool show in a folder.
+ProgramResult ShowIn(const std::string &folder, const std::string &target) {
+    return RunProgram(
+        {"sh", "-c", "cd \"$1\" && exec \"$2\" show \"$3\"", "sh", folder, SERVICETOOL, target});
+}
+
+TEST_F(ServiceFolders, ShowPrefersAServiceToAFileOfItsName) {
+    TemporaryFolder folder;
+    folder.Write("web", Section("here", "1"));
+    EXPECT_THAT(ShowIn(folder.Path(), "web").out, HasSubstr("Service:           here\n"));
+    WriteFile(kSystem + "a.sc", Section("web", "1"));
+    EXPECT_THAT(ShowIn(folder.Path(), "web").out, HasSubstr("Service:           web\n"));
+    EXPECT_THAT(ShowIn(folder.Path(), "./web").out, HasSubstr("Service:           here\n"));
+}
+
+TEST_F(ServiceFolders, ShowTellsWhyAFileOfThatNameCannotBeRead) {
+    TemporaryFolder folder;
+    std::filesystem::create_symlink("nothing", folder / "dangling");
+    std::filesystem::create_symlink("loop", folder / "loop");
+    std::filesystem::create_directory(folder / "folder");
+    EXPECT_EQ(ShowIn(folder.Path(), "dangling").err,
+              "dangling: error: is a symbolic link to nothing [unreadable]\n");
+    EXPECT_EQ(ShowIn(folder.Path(), "dangling").status, 3);
+    EXPECT_EQ(ShowIn(folder.Path(), "loop").err,
+              "loop: error: too many levels of symbolic links [unreadable]\n");
+    EXPECT_EQ(ShowIn(folder.Path(), "folder").status, 1);
+    EXPECT_EQ(ShowIn(folder.Path(), std::string(300, 'x')).status, 1);
+}
+
+TEST_F(ServiceFolders, ShowKnowsTheServiceFolderHoweverItIsWritten) {
+    WriteFile("/tmp/target.sc", Section("a", "1"));
+    std::filesystem::create_symlink("/tmp/target.sc", kPackage + "a.sc");
+    for (const auto &[folder, path] : std::vector<std::pair<std::string, std::string>>{
+             {"/usr/local/etc", "services.d/a.sc"},
+             {"/usr/local/etc/services.d", "a.sc"},
+             {"/", "usr/tavo/../local//etc/services.d/./a.sc"}}) {
+        EXPECT_THAT(ShowIn(folder, path).out, HasSubstr("\nWhere:             package\n")) << path;
+    }
+    EXPECT_THAT(ShowIn("/tmp", "target.sc").out, HasSubstr("\nWhere:             -\n"));
+    EXPECT_THAT(RunProgram({"sh", "-c",
+                            "cd /usr/local/etc/services.d && exec " SERVICETOOL " show - <a.sc"})
+                    .out,
+                HasSubstr("\nWhere:             -\n"));
+}
+
+TEST(HelpInTheAppliance, NamesServicesThatAreThere) {
+    std::size_t shown = 0;
+    for (const std::vector<std::string> &help :
+         {std::vector<std::string>{"--help"}, {"show", "--help"}}) {
+        const std::string text = ServiceTool(help).out;
+        const std::regex example("servicetool show (?:--json )?([a-z_]+) ?");
+        for (std::sregex_iterator match(text.begin(), text.end(), example), end; match != end;
+             ++match, ++shown) {
+            EXPECT_EQ(ServiceTool({"show", (*match)[1]}).status, 0) << (*match)[1];
+        }
+    }
+    EXPECT_EQ(shown, 3U);
 }
 
 TEST_F(ServiceFolders, ShowOfAServiceThatIsLeftOutSaysWhy) {

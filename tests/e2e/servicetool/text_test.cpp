@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
+#include <string>
+
 namespace tavo {
 namespace {
 
@@ -29,6 +32,43 @@ TEST(Escaped, NamesControlCharactersBeyondAscii) {
               "\\u202ecba");
     EXPECT_EQ(Escaped("\xE2\x80\xA8"), "\\u2028");
     EXPECT_EQ(Escaped("\xEF\xBB\xBFtext"), "\\ufefftext");
+}
+
+std::string Utf8Of(char32_t code) {
+    const auto tail = [code](int shift) {
+        return static_cast<char>(0x80 | (code >> shift & 0x3F));
+    };
+    if (code < 0x80) {
+        return {static_cast<char>(code)};
+    }
+    if (code < 0x800) {
+        return {static_cast<char>(0xC0 | code >> 6), tail(0)};
+    }
+    if (code < 0x10000) {
+        return {static_cast<char>(0xE0 | code >> 12), tail(6), tail(0)};
+    }
+    return {static_cast<char>(0xF0 | code >> 18), tail(12), tail(6), tail(0)};
+}
+
+TEST(Escaped, NamesWhatIsInvisibleOrTurnsTextAround) {
+    for (const char32_t code :
+         {0xAD,   0x34F,  0x61C,  0x115F, 0x1160, 0x17B4, 0x17B5, 0x180B, 0x180F, 0x200B, 0x200E,
+          0x200F, 0x202A, 0x202E, 0x2060, 0x206F, 0x3164, 0xFEFF, 0xFFA0, 0xFFF0, 0xFFFB}) {
+        char escaped[8];
+        std::snprintf(escaped, sizeof(escaped), "\\u%04x", static_cast<unsigned>(code));
+        EXPECT_EQ(Escaped(Utf8Of(code)), escaped);
+    }
+    EXPECT_EQ(Escaped(Utf8Of(0xE0000) + Utf8Of(0xE0FFF)), "\\U000e0000\\U000e0fff");
+}
+
+TEST(Escaped, LeavesTheNeighboursOfInvisibleCharacters) {
+    for (const char32_t code :
+         {0xA0,   0xAC,   0xAE,   0x34E,  0x350,   0x61B,  0x61D,  0x115E, 0x1161,
+          0x17B3, 0x17B6, 0x180A, 0x1810, 0x200A,  0x200C, 0x200D, 0x2010, 0x2027,
+          0x202F, 0x205F, 0x2070, 0x3163, 0x3165,  0xFE00, 0xFE0F, 0xFEFE, 0xFF9F,
+          0xFFA1, 0xFFEF, 0xFFFC, 0xFFFD, 0xDFFFF, 0xE1000}) {
+        EXPECT_EQ(Escaped(Utf8Of(code)), Utf8Of(code)) << std::hex << static_cast<unsigned>(code);
+    }
 }
 
 TEST(Escaped, LeavesJoinersToTheWordsThatNeedThem) {

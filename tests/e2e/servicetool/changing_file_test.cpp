@@ -1,0 +1,73 @@
+// A file that someone writes while servicetool reads it. Here that is always just before the
+// library opens it: the test stands between servicetool and the library.
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+#include "service_file.h"
+#include "temporary_folder.h"
+
+namespace tavo::test {
+namespace {
+
+constexpr char kOld[] = "[old]\ntitle=T\ndesc=D\ndst.ports=1\n";
+constexpr char kNew[] = "[new]\ntitle=T\ndesc=D\ndst.ports=1\n";
+
+// What is written before each look of the library; nothing when they run out.
+std::vector<std::string> writes;
+std::size_t looks = 0;
+
+void WriteNext(const char *path) {
+    if (looks < writes.size()) {
+        WriteFile(path, writes[looks]);
+    }
+    ++looks;
+}
+
+ServiceFile ReadWhileWritten(const std::string &path, std::vector<std::string> texts) {
+    writes = std::move(texts);
+    looks = 0;
+    return ReadServiceFile(path);
+}
+
+TEST(ChangingFile, IsReadAgainUntilItRests) {
+    const TemporaryFolder folder;
+    for (const std::vector<std::string> &texts :
+         {std::vector<std::string>{}, {kNew}, {kNew, kOld}, {"", kOld}}) {
+        const ServiceFile file = ReadWhileWritten(folder.Write("a.sc", kOld), texts);
+        EXPECT_EQ(file.problem, "");
+        EXPECT_EQ(looks, texts.size() + 1);
+        ASSERT_NE(file.conf, nullptr);
+        ASSERT_EQ(file.lint.services.size(), 1U);
+        EXPECT_EQ(file.conf->pSections->szName, file.lint.services[0].name);
+    }
+}
+
+TEST(ChangingFile, IsGivenUpAfterThreeAttempts) {
+    const TemporaryFolder folder;
+    const ServiceFile file = ReadWhileWritten(
+        folder.Write("a.sc", kOld), {kNew, kOld, kNew + std::string("[b]\n") + (kOld + 6)});
+    EXPECT_EQ(file.problem, "changed while it was read");
+    EXPECT_EQ(looks, 3U);
+    EXPECT_EQ(file.conf, nullptr);
+}
+
+TEST(ChangingFile, WithANameThatTheLibraryCutsIsNone) {
+    const TemporaryFolder folder;
+    const std::string text = "[" + std::string(300, 'x') + "]\n" + (kOld + 6) + "[bad]\n";
+    const ServiceFile file = ReadWhileWritten(folder.Write("a.sc", text), {});
+    EXPECT_EQ(file.problem, "");
+    EXPECT_EQ(looks, 1U);
+}
+
+}  // namespace
+}  // namespace tavo::test
+
+extern "C" int TAVOServiceConfGet(const char *path, TAVO_SERVICE_CONF **list) {
+    tavo::test::WriteNext(path);
+    const auto library =
+        reinterpret_cast<decltype(&TAVOServiceConfGet)>(dlsym(RTLD_NEXT, "TAVOServiceConfGet"));
+    return library(path, list);
+}
