@@ -42,10 +42,7 @@ class UnchangedErrorState {
 }  // namespace
 
 bool MappedFile::Load(const char *path) {
-    if (!text.Load(path)) {
-        return false;
-    }
-    return sections.Build(text) || TAVO_CORE_FAIL(kOutOfMemory);
+    return text.Load(path) && sections.Build(text);
 }
 
 const MappedFile *FindHeldFile(const char *path) {

@@ -13,7 +13,6 @@ struct MappedFile {
     FileText text;
     SectionMap sections;
 
-    // False on failure, with the error set.
     bool Load(const char *path);
 };
 

@@ -45,15 +45,9 @@ bool PushNames(const FileText &file, TLIBCSzList *list) {
     return true;
 }
 
-// Takes over the keys up to the next header, which `line` then is, or to the end. False when memory
-// runs out.
-bool FillFromLines(ConfigLineReader &lines, ConfigLine &line, TLIBCSzHash *hash) {
-    while (lines.Next(line) && line.kind != ConfigLineKind::kSection) {
-        if (line.kind == ConfigLineKind::kKeyValue && HashSet(hash, line.name, line.value) != 0) {
-            return false;
-        }
-    }
-    return true;
+// Sets the key of a line that has one; false when memory runs out.
+bool TakeOver(const ConfigLine &line, TLIBCSzHash *hash) {
+    return line.kind != ConfigLineKind::kKeyValue || HashSet(hash, line.name, line.value) == 0;
 }
 
 bool FillFromMappedSection(const MappedFile &file, std::string_view section, TLIBCSzHash *hash) {
@@ -61,8 +55,10 @@ bool FillFromMappedSection(const MappedFile &file, std::string_view section, TLI
     for (const SectionMap::Block *block = file.sections.FirstBlock(section); block != nullptr;
          block = file.sections.NextBlock(*block)) {
         auto lines = ConfigLineReader::OfLines(block->lines, file.text.HoldsNul());
-        if (!FillFromLines(lines, line, hash)) {
-            return false;
+        while (lines.Next(line)) {
+            if (!TakeOver(line, hash)) {
+                return false;
+            }
         }
     }
     return true;
@@ -71,17 +67,13 @@ bool FillFromMappedSection(const MappedFile &file, std::string_view section, TLI
 bool FillFromSection(const FileText &file, std::string_view section, TLIBCSzHash *hash) {
     ConfigLineReader lines(file.View(), file.HoldsNul());
     ConfigLine line;
-    bool found = lines.NextSection(line);
-    while (found) {
-        if (line.name != section) {
-            found = lines.NextSection(line);
-            continue;
-        }
-        line.kind = ConfigLineKind::kBlank;
-        if (!FillFromLines(lines, line, hash)) {
+    bool inside = false;
+    while (inside ? lines.Next(line) : lines.NextSection(line)) {
+        if (line.kind == ConfigLineKind::kSection) {
+            inside = line.name == section;
+        } else if (!TakeOver(line, hash)) {
             return false;
         }
-        found = line.kind == ConfigLineKind::kSection;
     }
     return true;
 }

@@ -9,11 +9,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 
 #include "failing_allocation.h"
 #include "model_support.h"
+#include "require_appliance.h"
 #include "temporary_folder.h"
 
 namespace {
@@ -61,16 +61,6 @@ class ConfEnum : public ModelTest {
         }
     }
     ~ConfEnum() override { TAVOServiceConfFree(list_); }
-
-    // These folders are emptied, so it had better not be a developer's machine.
-    static void RequireAppliance() {
-        char host[64] = "";
-        gethostname(host, sizeof(host) - 1);
-        if (std::string(host) != "appliance") {
-            fprintf(stderr, "this test runs in the private appliance only\n");
-            std::abort();
-        }
-    }
 
     static void Install(const std::string &folder, const std::string &name,
                         const std::string &contents) {

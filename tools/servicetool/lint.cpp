@@ -40,14 +40,14 @@ struct Section {
 struct EqualWithoutCase {
     bool operator()(std::string_view a, std::string_view b) const {
         return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                          [](char x, char y) { return LowerCase(x) == LowerCase(y); });
+                          [](char x, char y) { return Lowered(x) == Lowered(y); });
     }
 };
 struct HashWithoutCase {
     std::size_t operator()(std::string_view name) const {
         std::size_t hash = 14695981039346656037U;  // FNV-1a
         for (const char c : name) {
-            hash = (hash ^ static_cast<unsigned char>(LowerCase(c))) * 1099511628211U;
+            hash = (hash ^ static_cast<unsigned char>(Lowered(c))) * 1099511628211U;
         }
         return hash;
     }

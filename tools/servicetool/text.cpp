@@ -9,6 +9,8 @@
 #include <array>
 #include <iterator>
 
+#include "config_lines.h"
+
 namespace tavo {
 namespace {
 
@@ -220,16 +222,16 @@ std::string Utf8Text(std::string_view text) {
 std::string LowerCase(std::string_view text) {
     std::string lower(text);
     for (char &c : lower) {
-        c = LowerCase(c);
+        c = Lowered(c);
     }
     return lower;
 }
 
 std::string LowerFirst(std::string_view message) {
     std::string text(message.substr(0, message.size() - (message.ends_with('.') ? 1 : 0)));
-    const bool acronym = text.size() > 1 && LowerCase(text[1]) != text[1];
+    const bool acronym = text.size() > 1 && Lowered(text[1]) != text[1];
     if (!text.empty() && !acronym) {
-        text[0] = LowerCase(text[0]);
+        text[0] = Lowered(text[0]);
     }
     return text;
 }

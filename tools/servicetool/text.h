@@ -44,10 +44,7 @@ std::string Quoted(std::string_view text);
 // `text` as JSON can hold it: as it is where it is UTF-8, else with \xNN for each byte that is not.
 std::string Utf8Text(std::string_view text);
 
-// An ASCII letter in lower case, other characters as they are.
-constexpr char LowerCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
+// ASCII letters in lower case, other characters as they are.
 std::string LowerCase(std::string_view text);
 
 // A message of some library in the form of ours: its first word in lower case, no full stop.

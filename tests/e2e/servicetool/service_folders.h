@@ -3,11 +3,11 @@
 #define TAVO_TESTS_SERVICETOOL_SERVICE_FOLDERS_H
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <stdexcept>
 #include <string>
+
+#include "require_appliance.h"
 
 namespace tavo::test {
 
@@ -23,15 +23,6 @@ class ServiceFolders : public testing::Test {
             for (const auto &entry : std::filesystem::directory_iterator(folder)) {
                 std::filesystem::remove_all(entry);
             }
-        }
-    }
-
-    // The host's own folders had better stay as they are.
-    static void RequireAppliance() {
-        char name[64] = {};
-        gethostname(name, sizeof(name) - 1);
-        if (std::string(name) != "appliance") {
-            throw std::runtime_error("this test belongs into a private appliance");
         }
     }
 };
