@@ -19,6 +19,7 @@
  *        0x900   file cannot be opened
  *        0xBF00  output buffer too small
  *        0x2A00  directory cannot be listed
+ *        0x9900  firewall services cannot be enumerated
  *        0xC000  a file of that name is already installed
  *  3. Most failures also write one line to the system log, facility of the caller, priority
  *     LOG_ERR: "SOURCE:LINE MESSAGE", most with "[0xCODE SOURCE:LINE]" of the error state behind
@@ -37,6 +38,7 @@
 #define TAVOSERVICECONF_H
 
 #include <stdint.h>
+#include <tavocore.h>
 
 #if defined(__GNUC__)
 #define TAVO_API __attribute__((visibility("default")))
@@ -205,6 +207,191 @@ TAVO_API int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags);
  * by its base name in szDir (a symbolic link to nothing does not count). -1 for a NULL argument or
  * a path beyond PATH_MAX (0xD00), a missing file (0x700) or a name that is taken (0xC000). */
 TAVO_API int TAVOServiceConfFileVerify(const char *szFile, const char *szDir);
+
+/* ---- Port range sets ----
+ *
+ * A set of ports kept as ascending ranges that neither overlap nor touch: 1:5 and 6:9 are 1:9. It
+ * has no protocol; keep one set per protocol. Ports are any 32-bit values as they stand, and
+ * arithmetic on them wraps. They fail with 0xD00 for what the caller got wrong and 0x200 out of
+ * memory. */
+
+typedef struct TAVO_PORT_RANGE {
+    int32_t nCount;                  /* how many nodes pRanges has */
+    TAVO_SERVICE_CONF_PORT *pRanges; /* the ranges; only nPortType, nPortStart, nPortEnd are used */
+} TAVO_PORT_RANGE;
+
+/* A new, empty set; NULL when out of memory. Free with TLIBPortRangeDestory. */
+TAVO_API TAVO_PORT_RANGE *TLIBPortRangeCreate(void);
+
+/* Frees the set and its nodes; NULL is accepted. */
+TAVO_API void TLIBPortRangeDestory(TAVO_PORT_RANGE *pSet);
+
+/* Adds the range nPortStart..nPortEnd of pPort, or the one port nPortStart when nPortType is 0;
+ * then pPort's own nPortEnd is set to it. Ranges that it overlaps or touches become one with it.
+ * The bounds are taken as given: a start above the end makes a node of just that. -1 for NULL or no
+ * memory, the set then being as it was. */
+TAVO_API int TLIBPortRangeAdd(TAVO_PORT_RANGE *pSet, TAVO_SERVICE_CONF_PORT *pPort);
+
+/* Removes the ports nPortStart..nPortEnd of pPort; for one port set both. A range of the set whose
+ * last port is nPortStart goes as a whole: removing 20:25 from 10:20 removes 10:20. A range that
+ * meets none of the set changes nothing. -1 for NULL, an empty set, no range that ends at
+ * nPortStart or later, or no memory; in the last case part of the ports may be gone. */
+TAVO_API int TLIBPortRangeRemove(TAVO_PORT_RANGE *pSet, const TAVO_SERVICE_CONF_PORT *pPort);
+
+/* Adds every range of pSrc, which stays as it is, to pDst; both may be the same set. A node of type
+ * 0 counts as its first port only, whatever its end, also one that Remove cut. -1 for NULL or
+ * no memory; what was added before stays. */
+TAVO_API int TLIBPortRangeJoin(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc);
+
+/* Adds the ports that are in pA and in pB to pOut, which need not be empty and may be one of the
+ * two. -1 for NULL or no
+ * memory; what was added before stays. */
+TAVO_API int TLIBPortRangeOverlap(const TAVO_PORT_RANGE *pA, const TAVO_PORT_RANGE *pB,
+                                  TAVO_PORT_RANGE *pOut);
+
+/* Adds every item of a text such as "21,1024:1100". Numbers are what strtol reads: an item without
+ * one, the empty item too, is port 0, and nothing is checked. -1 for NULL or no memory; what was
+ * added before stays. */
+TAVO_API int TLIBPortRangeImport(TAVO_PORT_RANGE *pSet, const char *szRanges);
+
+/* The set as text, "21,1024:1100" (ports above 2147483647 print as negative numbers); NULL for
+ * NULL, an empty set or no memory. Free with TLIBCStrPut. */
+TAVO_API char *TLIBPortRangeExport(const TAVO_PORT_RANGE *pSet);
+
+/* ---- Firewall services ----
+ *
+ * What the firewall can offer: a table of services that have no service file, and every service of
+ * the service files. Port strings in these lists are "80" or "1000-2000". */
+
+/* Works out the port strings of a service from the system's settings: stores a new list in
+ * *ppPortList, which the caller frees with TLIBCSzListFree, and gives 0; negative on failure. */
+typedef int (*TAVO_FW_PORT_PROVIDER)(TLIBCSzList **ppPortList);
+
+/* A built-in service. */
+typedef struct TAVO_FW_SERVICE_REG {
+    const char *szName;        /* NULL ends the table */
+    const char *szSupportKey;  /* key of /etc.defaults/tavoinfo.conf that says "yes", or NULL */
+    uint32_t blSupportDefault; /* whether the service is supported when szSupportKey is NULL */
+    uint32_t blPortForward;    /* 1 when the router may forward the ports */
+    TAVO_SERVICE_CONF_STRING strDesc;  /* only szSource, szSection and szKey are used */
+    TAVO_SERVICE_CONF_STRING strTitle; /* only szSource, szSection and szKey are used */
+    uint32_t blHasSrcPorts;
+    uint32_t nSrcProtocol;             /* protocol flag word */
+    const char *szSrcPorts;            /* ports between commas, no ranges; or NULL */
+    TAVO_FW_PORT_PROVIDER pfnSrcPorts; /* asked when szSrcPorts is NULL */
+    uint32_t blHasDstPorts;
+    uint32_t nDstProtocol;             /* protocol flag word */
+    const char *szDstPorts;            /* ports between commas, no ranges; or NULL */
+    TAVO_FW_PORT_PROVIDER pfnDstPorts; /* asked when szDstPorts is NULL */
+} TAVO_FW_SERVICE_REG;
+
+/* The built-in services: twelve rows, "telnet" to "ipp", and the one that ends the table. */
+TAVO_API extern const TAVO_FW_SERVICE_REG rgServices[13];
+
+/* A firewall service. Mind that strTitle and strDesc stand the other way round than in the table
+ * above. */
+typedef struct TAVO_FW_SERVICE {
+    char szName[TAVO_SERVICE_CONF_NAME_SIZE]; /* of the table's row or the section */
+    uint32_t blSupported;                     /* 1 when this model supports the service, else 0 */
+    uint32_t blPortForward;                   /* 1 when the router may forward the ports, else 0 */
+    TAVO_SERVICE_CONF_STRING strTitle;
+    TAVO_SERVICE_CONF_STRING strDesc;
+    uint32_t nDstProtocol;     /* protocol flag word of the destination ports */
+    TLIBCSzList *pDstPortList; /* destination port strings */
+    uint32_t nSrcProtocol;     /* protocol flag word of the source ports */
+    TLIBCSzList *pSrcPortList; /* source port strings; NULL when there are none */
+    struct TAVO_FW_SERVICE *pNext;
+} TAVO_FW_SERVICE;
+
+/* Lists every firewall service, supported or not: how many there are, with the list in *ppServices
+ * (NULL when 0). The services of the system's files come first, then those of packages, each in the
+ * order of files and sections, and last the rows of rgServices from "ipp" back to "telnet". A
+ * service that cannot be listed is logged and left out: its ports are bad or missing, its port
+ * provider fails, or memory ran out. -1 for NULL. Reads /etc.defaults/tavoinfo.conf, the service
+ * files of both directories, and what the port providers read. Free with TAVOFwServiceFree. */
+TAVO_API int TAVOFwServiceEnum(TAVO_FW_SERVICE **ppServices);
+
+/* Frees every service of the list with its port strings; NULL is accepted. */
+TAVO_API void TAVOFwServiceFree(TAVO_FW_SERVICE *pList);
+
+/* The first service of the list with exactly this name, owned by the list; NULL when there is none
+ * or an argument is NULL. */
+TAVO_API TAVO_FW_SERVICE *TAVOFWServiceFind(TAVO_FW_SERVICE *pList, const char *szServiceName);
+
+/* Appends the names of the service file sections that make up a firewall service to
+ * *ppSectionNames, a list of the caller: the count of the list, -1 on failure (0xD00 for NULL or no
+ * list, 0x700 for a service that nobody knows). It asks, in this order: the service manager's unit
+ * of that name; the key of that name in /usr/tavo/etc/firewall_service_mapping_table, then in
+ * /usr/tavo/etc.defaults/firewall_service_mapping_table (names between commas; an empty value
+ * counts as none); the package's service file /usr/local/etc/services.d/NAME.sc, all of whose
+ * sections count, [global] too. */
+TAVO_API int TAVOFwSectionNameEnum(const char *szServiceName, TLIBCSzList **ppSectionNames);
+
+/* The protocol flag word of a protocol number: 1, 2 and 3 as they are, 0 for anything else. */
+TAVO_API uint32_t TAVOProtocolMapping(int nProtocol);
+
+/* Port provider of NFS: 111, 892, 2049 and the ports of statd and of the lock manager, 662 and 4045
+ * unless nfs_custom_port_enable in /etc/nfs/tavo_nfs_conf is "yes"; then its statd_port and
+ * nlm_port as they are written, unchecked. -22 for NULL. */
+TAVO_API int TAVOFwPortsNFS(TLIBCSzList **ppPortList);
+
+/* Port provider of SSH: the ports, each once, of the SSH server and of the keys sftpPort and
+ * rsync_sshd_port of /etc/tavoinfo.conf, which count as 22 when absent or outside 1..65535. */
+TAVO_API int TAVOFwPortsSSH(TLIBCSzList **ppPortList);
+
+/* Port providers of the camera search (55900-55910) and of multi-function printers (3240-3259).
+ * Beware: both free the list before they return, and have always done so. What *ppPortList then
+ * holds must not be used, nor freed. No row of rgServices calls them. */
+TAVO_API int TAVOFwPortsSurveillanceCamSearch(TLIBCSzList **ppPortList);
+TAVO_API int TAVOFwPortsMFP(TLIBCSzList **ppPortList);
+
+/* Whether firewall rules may carry port ranges: always 1. */
+TAVO_API int TAVOFwIsSupportPortRange(void);
+
+/* ---- Port conflicts ---- */
+
+/* Whom TLIBIsPortConflict asks: bits of nCheckFlags. */
+#define TAVO_PORT_CHECK_DEFAULT 1      /* nobody; a legal value when no other bit is wanted */
+#define TAVO_PORT_CHECK_PORT_FORWARD 2 /* the rules of the port-forwarding library's rule file */
+#define TAVO_PORT_CHECK_FW_SERVICE 4   /* the firewall services */
+#define TAVO_PORT_CHECK_SYS_KEY 8      /* ftpport, WebDavPort, ... of /etc/tavoinfo.conf */
+#define TAVO_PORT_CHECK_RUNTIME 16     /* the sockets that hold a port now */
+
+/* Whether ports are taken: 1 taken, 0 free, -1 when it cannot be told.
+ *
+ * szSkipServices  names to leave out, blanks or commas between them: firewall services, service_id
+ *                 values of forwarding rules, and, for the settings, "ftp", "webdav_http",
+ *                 "webdavs_https" and "syslog_server". May be empty.
+ * szPort          "80", "80,443", "1000:2000". Put commas between ports: the rules and the firewall
+ *                 services take nothing else, and the settings read up to a blank only.
+ * szProtocol      "tcp", "udp", "tcp,udp"; "" means both to the firewall services and none to the
+ *                 sockets. Rules and settings collide whatever the protocol. At most 1023 bytes.
+ * nCheckFlags     1..31: bits of TAVO_PORT_CHECK_*.
+ * ppConflictPorts the colliding ports are put in front of *ppConflictPorts (NULL: an empty list) as
+ *                 entries of both protocols, single ports with nPortEnd 0. The settings hand over a
+ *                 list of their own, ascending, with protocol 0 and every end filled in, into which
+ *                 the caller's entries are merged; entries that were there already then count as a
+ *                 conflict. The sockets add nothing. Free with TAVOServiceConfPortsFree, after a
+ *                 failure too.
+ *
+ * All enabled sources are asked in the order of their bits; the sockets are not asked further once
+ * one is found. Port 412 named by itself counts as taken whatever is asked.
+ *
+ * Fails with 0xD00 for a NULL argument, flags outside 1..31, a bad port or, for the sockets, port
+ * 0; 0x200 out of memory; 0x9900 when the services cannot be enumerated for the sockets; and when a
+ * source cannot be read: a rule without its keys, a settings file that is missing (0x700) or has a
+ * bad port. */
+TAVO_API int TLIBIsPortConflict(const char *szSkipServices, const char *szPort,
+                                const char *szProtocol, int nCheckFlags,
+                                TAVO_SERVICE_CONF_PORT **ppConflictPorts);
+
+/* Whether the destination ports of a service file are taken by a firewall service, a setting or a
+ * socket: 1 as soon as one section collides, which skips itself; 0 when none does; -1 on failure.
+ * Every section, [global] too, must have dst.ports, else it fails. A section whose check fails is
+ * logged and passed over. No section at all, or no readable file, is 0. ppConflictPorts is that of
+ * TLIBIsPortConflict. */
+TAVO_API int TLIBIsConfPortConflict(const char *szConfFile,
+                                    TAVO_SERVICE_CONF_PORT **ppConflictPorts);
 
 /* ---- Internals that sibling programs use ----
  *

@@ -94,8 +94,7 @@ int TLIBServiceProtoStrGet(int nIndex, char *szBuf, int cbBuf) {
     const char *szName = gProtoTypeMapping[nIndex].szName;
     const std::size_t nLength = std::strlen(szName);
     if (nLength >= static_cast<std::size_t>(cbBuf)) {
-        TAVO_SET_ERROR(tavo::kErrorBufferTooSmall);
-        return TAVO_LOG_STATE("input array too small");
+        return TAVO_FAIL_STATE(tavo::kErrorBufferTooSmall, "input array too small");
     }
     std::memcpy(szBuf, szName, nLength + 1);
     return 0;

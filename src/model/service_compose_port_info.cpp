@@ -20,13 +20,11 @@ bool IsValid(const TAVO_SERVICE_CONF_PORT &port) {
 int TAVOServiceComposePortInfo(const TAVO_SERVICE_CONF_PORT *pPort,
                                TAVO_SERVICE_CONF_PORT **ppList) {
     if (pPort == nullptr || ppList == nullptr || !IsValid(*pPort)) {
-        TAVO_SET_ERROR(tavo::kErrorBadParameter);
-        return TAVO_LOG_STATE("Bad Parameters!");
+        return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "Bad Parameters!");
     }
     auto copy = tavo::NewRecord<tavo::OwnedPorts>();
     if (copy == nullptr) {
-        TAVO_SET_ERROR(tavo::kErrorNoMemory);
-        return TAVO_LOG_STATE("Failed to allocate TAVO_SERVICE_CONF_PORT! ");
+        return TAVO_FAIL_STATE(tavo::kErrorNoMemory, "Failed to allocate TAVO_SERVICE_CONF_PORT! ");
     }
     *copy = *pPort;
     tavo::Prepend(std::move(copy), ppList);

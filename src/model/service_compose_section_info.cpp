@@ -43,8 +43,8 @@ int TAVOServiceComposeSectionInfo(const TAVO_SERVICE_CONF_SECTION *pSection,
     }
     auto copy = tavo::NewRecord<tavo::OwnedSection>();
     if (copy == nullptr) {
-        TAVO_SET_ERROR(tavo::kErrorNoMemory);
-        return TAVO_LOG_STATE("Failed to allocate TAVO_SERVICE_CONF_SECTION! ");
+        return TAVO_FAIL_STATE(tavo::kErrorNoMemory,
+                               "Failed to allocate TAVO_SERVICE_CONF_SECTION! ");
     }
     tavo::CopyText(copy->szName, tavo::FieldText(pSection->szName));
     CopyString(copy->strTitle, pSection->strTitle);

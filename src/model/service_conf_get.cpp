@@ -9,37 +9,14 @@
 
 #include "model/service_file_keys.h"
 #include "support/failure.h"
+#include "support/held_file.h"
 #include "support/owners.h"
 #include "support/text.h"
 #include "tavoserviceconf.h"
 
-// An appliance's own core library may lack them, and its header too.
-extern "C" {
-__attribute__((weak)) int TLIBCFileHold(const char *szPath);
-__attribute__((weak)) void TLIBCFileRelease(void);
-}
-
 namespace {
 
 constexpr int32_t kDefaultVersion = 1;
-
-// A file that cannot be held is read all the same, or its reading says why not.
-class HeldFile {
-  public:
-    explicit HeldFile(const char *szPath)
-        : held_(TLIBCFileHold != nullptr && TLIBCFileRelease != nullptr &&
-                TLIBCFileHold(szPath) == 0) {}
-    ~HeldFile() {
-        if (held_) {
-            TLIBCFileRelease();
-        }
-    }
-    HeldFile(const HeldFile &) = delete;
-    HeldFile &operator=(const HeldFile &) = delete;
-
-  private:
-    bool held_;
-};
 
 bool IsNameCharacter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
@@ -94,8 +71,8 @@ int ReadSections(const char *szPath, const TLIBCSzList *pNames, TAVO_SERVICE_CON
     for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
         const char *szName = TLIBCSzListGet(pNames, i);
         if (!IsValidName(szName)) {
-            TAVO_SET_ERROR(tavo::kErrorBadParameter);
-            TAVO_LOG_STATE(
+            TAVO_FAIL_STATE(
+                tavo::kErrorBadParameter,
                 "Section name format error (File: %s, Section Name: [%s])! It can not be empty, "
                 "and just can composed of a~z, 0~9, `-`, '_', tavoerr=",
                 szPath, szName);
@@ -122,7 +99,7 @@ int TAVOServiceConfGet(const char *szPath, TAVO_SERVICE_CONF **ppList) {
     if (conf == nullptr) {
         return TAVO_FAIL_NO_MEMORY();
     }
-    const HeldFile held(szPath);
+    const tavo::HeldFile held(szPath);
     TLIBCSzList *pNames = names.get();
     const int nSections = TLIBCFileEnumSection(szPath, &pNames);
     if (nSections < 1) {

@@ -38,8 +38,8 @@ bool ReadPort(const char *szPort, uint32_t &nPort) {
     const bool digits = IsAllDigits(szPort);
     const auto nValue = static_cast<uint32_t>(digits ? std::strtol(szPort, nullptr, 10) : 0);
     if (!digits || nValue > kHighestPort) {
-        TAVO_SET_ERROR(tavo::kErrorBadParameter);
-        TAVO_LOG_STATE("illegal ports number, port=%s, tavoerr=", szPort);
+        TAVO_FAIL_STATE(tavo::kErrorBadParameter,
+                        "illegal ports number, port=%s, tavoerr=", szPort);
         return false;
     }
     nPort = nValue;
@@ -115,8 +115,8 @@ int TLIBServiceConfProtocolParse(char *szProto) {
         }
         const int nBit = ProtocolBit(szWord);
         if (nBit == 0) {
-            TAVO_SET_ERROR(tavo::kErrorBadParameter);
-            return TAVO_LOG_STATE(
+            return TAVO_FAIL_STATE(
+                tavo::kErrorBadParameter,
                 "protocol format error (%s)! It should be \"tcp\" or \"udp\" or \"tcp,udp\", "
                 "tavoerr=",
                 szAsGiven);

@@ -118,8 +118,7 @@ int TLIBServiceConfPortsToStr(const TAVO_SERVICE_CONF_PORT *pList, char *szPorts
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
     if (!HasOneProtocol(pList)) {
-        TAVO_SET_ERROR(tavo::kErrorBadParameter);
-        return TAVO_LOG_STATE("Different protocol in port linked list");
+        return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "Different protocol in port linked list");
     }
     GrowingText ports;
     GrowingText protocols;
@@ -127,8 +126,7 @@ int TLIBServiceConfPortsToStr(const TAVO_SERVICE_CONF_PORT *pList, char *szPorts
         return -1;
     }
     if (!ports.FitsInto(cbPorts) || !protocols.FitsInto(cbProto)) {
-        TAVO_SET_ERROR(tavo::kErrorBufferTooSmall);
-        return TAVO_LOG_STATE("input array too small");
+        return TAVO_FAIL_STATE(tavo::kErrorBufferTooSmall, "input array too small");
     }
     ports.CopyTo(szPorts);
     protocols.CopyTo(szProto);

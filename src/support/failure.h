@@ -18,6 +18,7 @@ constexpr unsigned int kErrorNoFile = 0x700;
 constexpr unsigned int kErrorBufferTooSmall = 0xBF00;
 constexpr unsigned int kErrorAlreadyInstalled = 0xC000;
 constexpr unsigned int kErrorListDirectory = 0x2A00;
+constexpr unsigned int kErrorFirewallServices = 0x9900;
 
 // A function, not the value itself: the compiler would call an unused -1 a mistake.
 constexpr int Failed() {
@@ -40,9 +41,15 @@ constexpr int Failed() {
     TAVO_LOG(szFormat "[0x%04X %s:%d]" __VA_OPT__(, ) __VA_ARGS__, ::TLIBCErrGet(), \
              ::TLIBCErrorGetFile(), ::TLIBCErrorGetLine())
 
+// Both at once: records an error code, then writes a log line, that of the second with this error
+// state behind it.
+#define TAVO_FAIL(nError, szFormat, ...) \
+    (TAVO_SET_ERROR(nError), TAVO_LOG(szFormat __VA_OPT__(, ) __VA_ARGS__))
+#define TAVO_FAIL_STATE(nError, szFormat, ...) \
+    (TAVO_SET_ERROR(nError), TAVO_LOG_STATE(szFormat __VA_OPT__(, ) __VA_ARGS__))
+
 // Reports that a record for a service could not be allocated.
-#define TAVO_FAIL_NO_MEMORY()                \
-    (TAVO_SET_ERROR(::tavo::kErrorNoMemory), \
-     TAVO_LOG_STATE("Failed to allocate for service, tavoerr="))
+#define TAVO_FAIL_NO_MEMORY() \
+    TAVO_FAIL_STATE(::tavo::kErrorNoMemory, "Failed to allocate for service, tavoerr=")
 
 #endif

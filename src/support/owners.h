@@ -25,6 +25,8 @@ using OwnedTable = std::unique_ptr<TLIBCSzHash, FreeWith<TLIBCSzHashFree>>;
 using OwnedPorts = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreeWith<TAVOServiceConfPortsFree>>;
 using OwnedSection =
     std::unique_ptr<TAVO_SERVICE_CONF_SECTION, FreeWith<TAVOServiceConfSectionFree>>;
+using OwnedRanges = std::unique_ptr<TAVO_PORT_RANGE, FreeWith<TLIBPortRangeDestory>>;
+using OwnedServices = std::unique_ptr<TAVO_FW_SERVICE, FreeWith<TAVOFwServiceFree>>;
 using OwnedConf = std::unique_ptr<TAVO_SERVICE_CONF, FreeWith<TAVOServiceConfFree>>;
 
 // The capacity that lists of names and tables of keys start with. It is a hint: a file holds a

@@ -55,4 +55,39 @@ static_assert(offsetof(ProtoMapping, nProto) == 0);
 static_assert(offsetof(ProtoMapping, szName) == AfterPadding(4));
 static_assert(sizeof(ProtoMapping) == AfterPadding(4) + Pointers(1));
 
+using PortRange = TAVO_PORT_RANGE;
+static_assert(offsetof(PortRange, nCount) == 0);
+static_assert(offsetof(PortRange, pRanges) == AfterPadding(4));
+static_assert(sizeof(PortRange) == AfterPadding(4) + Pointers(1));
+
+using Row = TAVO_FW_SERVICE_REG;
+static_assert(offsetof(Row, szName) == 0);
+static_assert(offsetof(Row, szSupportKey) == Pointers(1));
+static_assert(offsetof(Row, blSupportDefault) == Pointers(2));
+static_assert(offsetof(Row, blPortForward) == Pointers(2) + 4);
+static_assert(offsetof(Row, strDesc) == Pointers(2) + 8);
+static_assert(offsetof(Row, strTitle) == Pointers(2) + 712);
+static_assert(offsetof(Row, blHasSrcPorts) == Pointers(2) + 1416);
+static_assert(offsetof(Row, nSrcProtocol) == Pointers(2) + 1420);
+static_assert(offsetof(Row, szSrcPorts) == Pointers(2) + 1424);
+static_assert(offsetof(Row, pfnSrcPorts) == Pointers(3) + 1424);
+static_assert(offsetof(Row, blHasDstPorts) == Pointers(4) + 1424);
+static_assert(offsetof(Row, nDstProtocol) == Pointers(4) + 1428);
+static_assert(offsetof(Row, szDstPorts) == Pointers(4) + 1432);
+static_assert(offsetof(Row, pfnDstPorts) == Pointers(5) + 1432);
+static_assert(sizeof(Row) == Pointers(6) + 1432);
+
+using Service = TAVO_FW_SERVICE;
+static_assert(offsetof(Service, szName) == 0);
+static_assert(offsetof(Service, blSupported) == 256);
+static_assert(offsetof(Service, blPortForward) == 260);
+static_assert(offsetof(Service, strTitle) == 264);
+static_assert(offsetof(Service, strDesc) == 968);
+static_assert(offsetof(Service, nDstProtocol) == 1672);
+static_assert(offsetof(Service, pDstPortList) == AfterPadding(1676));
+static_assert(offsetof(Service, nSrcProtocol) == AfterPadding(1676) + Pointers(1));
+static_assert(offsetof(Service, pSrcPortList) == AfterPadding(1676) + Pointers(2));
+static_assert(offsetof(Service, pNext) == AfterPadding(1676) + Pointers(3));
+static_assert(sizeof(Service) == AfterPadding(1676) + Pointers(4));
+
 }  // namespace

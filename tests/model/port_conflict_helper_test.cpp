@@ -2,7 +2,7 @@
 
 #include <climits>
 
-#include "model_support.h"
+#include "library_test.h"
 
 namespace tavo::test {
 namespace {
@@ -10,7 +10,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class PortConflictHelper : public ModelTest {};
+class PortConflictHelper : public LibraryTest {};
 
 TEST_F(PortConflictHelper, MapHoldsTcpThenUdp) {
     ASSERT_EQ(sizeof(gProtoTypeMapping) / sizeof(gProtoTypeMapping[0]), 2U);

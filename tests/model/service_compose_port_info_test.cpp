@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "failing_allocation.h"
-#include "model_support.h"
+#include "library_test.h"
 
 namespace tavo::test {
 namespace {
@@ -11,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class ComposePortInfo : public ModelTest {
+class ComposePortInfo : public LibraryTest {
   protected:
     ~ComposePortInfo() override { TAVOServiceConfPortsFree(list_); }
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "failing_allocation.h"
-#include "model_support.h"
+#include "library_test.h"
 
 namespace tavo::test {
 namespace {
@@ -13,7 +13,7 @@ using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class ComposeSectionInfo : public ModelTest {
+class ComposeSectionInfo : public LibraryTest {
   protected:
     ~ComposeSectionInfo() override { TAVOServiceConfSectionFree(list_); }
 

@@ -12,7 +12,7 @@
 #include <filesystem>
 
 #include "failing_allocation.h"
-#include "model_support.h"
+#include "library_test.h"
 #include "require_appliance.h"
 #include "temporary_folder.h"
 
@@ -51,7 +51,7 @@ std::string Service(const std::string &name) {
     return "[" + name + "]\ntitle=T\ndesc=D\ndst.ports=80/tcp\n";
 }
 
-class ConfEnum : public ModelTest {
+class ConfEnum : public LibraryTest {
   protected:
     ConfEnum() {
         RequireAppliance();

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "model_support.h"
+#include "library_test.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
@@ -13,7 +13,7 @@ namespace {
 
 using testing::IsEmpty;
 
-class FileVerify : public ModelTest {
+class FileVerify : public LibraryTest {
   protected:
     FileVerify() { mkdir((folder_ / "target").c_str(), 0755); }
 

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "failing_allocation.h"
-#include "model_support.h"
+#include "library_test.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
@@ -26,7 +26,7 @@ std::string Service(const std::string &name) {
     return "[" + name + "]\ntitle=\"T\"\ndesc=\"D\"\ndst.ports=\"80/tcp\"\n";
 }
 
-class ConfGet : public ModelTest {
+class ConfGet : public LibraryTest {
   protected:
     ~ConfGet() override { TAVOServiceConfFree(list_); }
 

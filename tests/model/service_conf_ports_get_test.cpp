@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "failing_allocation.h"
-#include "model_support.h"
+#include "library_test.h"
 
 namespace tavo::test {
 namespace {
@@ -9,7 +9,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class PortsGet : public ModelTest {
+class PortsGet : public LibraryTest {
   protected:
     ~PortsGet() override { TAVOServiceConfPortsFree(list_); }
 
@@ -195,7 +195,7 @@ TEST_F(PortsGet, LogsAnEntryThatCannotBeAllocatedButNotTheCopyOfTheText) {
                                         "tavoerr=[0x0200 service_conf_ports_get.cpp:N]"));
 }
 
-class PortsCheck : public ModelTest {};
+class PortsCheck : public LibraryTest {};
 
 TEST_F(PortsCheck, AcceptsNumbersUpTo65535) {
     for (const char *text : {"0", "1", "80", "00080", "65535", "000000000000000000000065535"}) {
@@ -233,7 +233,7 @@ TEST_F(PortsCheck, RejectsAndNamesEverythingElse) {
     }
 }
 
-class ProtocolParse : public ModelTest {
+class ProtocolParse : public LibraryTest {
   protected:
     static int Parse(std::string text) { return TLIBServiceConfProtocolParse(text.data()); }
 };

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "failing_allocation.h"
-#include "model_support.h"
+#include "library_test.h"
 
 namespace tavo::test {
 namespace {
@@ -14,7 +14,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class PortsToStr : public ModelTest {
+class PortsToStr : public LibraryTest {
   protected:
     int Print(const TAVO_SERVICE_CONF_PORT *list, int ports_size = 64, int proto_size = 64) {
         return TLIBServiceConfPortsToStr(list, ports_, ports_size, proto_, proto_size);

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "failing_allocation.h"
-#include "model_support.h"
+#include "library_test.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
@@ -15,7 +15,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class ServiceString : public ModelTest {
+class ServiceString : public LibraryTest {
   protected:
     ServiceString() {
         // What the function does not name must stay.
@@ -105,7 +105,7 @@ TEST_F(ServiceString, ReportsExhaustedMemoryWithoutAnError) {
     }
 }
 
-class SectionGet : public ModelTest {
+class SectionGet : public LibraryTest {
   protected:
     ~SectionGet() override { TAVOServiceConfSectionFree(list_); }
 

@@ -11,25 +11,23 @@ namespace {
 
 using ::testing::HasSubstr;
 
-class Consumer : public InstalledTree {
-  protected:
-    // Runs plain_c in a private appliance with a service file of its own.
-    ProgramResult RunPlainC(const std::string &program) const {
-        WriteFile(Prefix("plain.sc"),
-                  "[plain-c]\ntitle=\"Plain C\"\ndesc=\"A program\"\ndst.ports=\"80/tcp\"\n");
-        return RunProgram(InAppliance({program, Prefix("plain.sc")}), "",
-                          {"LD_LIBRARY_PATH=" + Prefix("lib")});
-    }
-};
+class Consumer : public InstalledTree {};
 
 TEST_F(Consumer, IsServedByPkgConfig) {
     const ProgramResult result = RunPlainC(
-        Compile(TAVO_SOURCE_DIR "/tests/e2e/install/plain_c.c", "tavoserviceconf tavocore"));
+        Compile(TAVO_SOURCE_DIR "/tests/e2e/install/plain_c.c", "tavoserviceconf"), Prefix("lib"));
     EXPECT_EQ(result.status, 0) << "failed at that line of plain_c.c\n" << result.err;
 }
 
+TEST_F(Consumer, OfOnePlatformLibraryIsServedByPkgConfig) {
+    for (const std::string library : kPlatformLibraries) {
+        WriteFile(Prefix("one.c"), "#include <" + library + ".h>\nint main(void) { return 0; }\n");
+        Run({Compile(Prefix("one.c"), library)});
+    }
+}
+
 TEST_F(Consumer, IsServedByFindPackage) {
-    const ProgramResult result = RunPlainC(BuildWithCMake({Prefix()}));
+    const ProgramResult result = RunPlainC(BuildWithCMake({Prefix()}), Prefix("lib"));
     EXPECT_EQ(result.status, 0) << "failed at that line of plain_c.c\n" << result.err;
 }
 
@@ -68,10 +66,13 @@ struct Language {
 class PublicHeader : public Consumer, public ::testing::WithParamInterface<Language> {};
 
 TEST_P(PublicHeader, CompilesAlone) {
-    for (const char *header : {"tavoserviceconf.h", "tavocore.h"}) {
+    std::vector<std::string> headers(std::begin(kPlatformLibraries), std::end(kPlatformLibraries));
+    headers.push_back("tavoserviceconf");
+    for (const std::string &header : headers) {
         std::vector<std::string> command = GetParam().compiler;
         command.insert(command.end(), {"-pedantic", "-Wall", "-Wextra", "-Werror", "-fsyntax-only",
-                                       "-include", Prefix("include/") + header, "/dev/null"});
+                                       "-I", Prefix("include"), "-include",
+                                       Prefix("include/") + header + ".h", "/dev/null"});
         const ProgramResult result = RunProgram(command);
         EXPECT_EQ(result.status, 0) << header << "\n" << result.err;
     }

@@ -150,11 +150,21 @@ INSTANTIATE_TEST_SUITE_P(Every, DevScriptPreset, ::testing::Values("dev", "fuzz"
 TEST_F(DevScript, FuzzRunsEachFuzzerOnItsCorpusAndFailsWhenOneCrashes) {
     PlaceProgram("build/fuzz/bin/fuzz_bad", R"(echo "bad $*" >>"$CALLS"; exit 77)");
     PlaceProgram("build/fuzz/bin/fuzz_good", R"(echo "good $*" >>"$CALLS")");
+    PlaceProgram("build/fuzz/bin/appliance", R"([[ "$1 $2" == "run --" ]] && exec "${@:3}")");
     EXPECT_NE(Dev({"fuzz", "7"}).status, 0);
     EXPECT_THAT(Calls(), HasSubstr("bad -max_total_time=7 "));
     EXPECT_THAT(Calls(), HasSubstr("good -max_total_time=7 "));
-    EXPECT_THAT(Calls(), EndsWith(" build/fuzz/corpus/good tests/fuzz/corpus/good\n"));
-    EXPECT_TRUE(fs::is_directory(folder_ / "build/fuzz/corpus/good"));
+    EXPECT_THAT(Calls(), EndsWith(" build/fuzz/found/good tests/fuzz/corpus/good\n"));
+    EXPECT_TRUE(fs::is_directory(folder_ / "build/fuzz/found/good"));
+}
+
+TEST_F(DevScript, FuzzKeepsWhatIsFoundInAnAppliance) {
+    PlaceProgram("build/fuzz/bin/fuzz_one", "");
+    PlaceProgram("build/fuzz/bin/appliance",
+                 TAVO_APPLIANCE " run -- sh -c 'echo 1 >\"$TAVO_APPLIANCE_WRITABLE/one-crash\"'");
+    const ProgramResult result = Dev({"fuzz"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(ReadFile(folder_ / "build/fuzz/found/one-crash"), "1\n");
 }
 
 TEST_F(DevScript, FuzzAndBenchFailWhenThereIsNothingToRun) {

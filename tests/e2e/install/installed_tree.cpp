@@ -45,6 +45,13 @@ std::string InstalledTree::BuildWithCMake(const std::vector<std::string> &prefix
     return build + "/consumer";
 }
 
+ProgramResult InstalledTree::RunPlainC(const std::string &program,
+                                       const std::string &libraries) const {
+    const std::string file = Prefix("plain.sc");
+    WriteFile(file, "[plain-c]\ntitle=\"Plain C\"\ndesc=\"A program\"\ndst.ports=\"80/tcp\"\n");
+    return RunProgram(InAppliance({program, file}), "", {"LD_LIBRARY_PATH=" + libraries});
+}
+
 std::vector<std::string> InstalledTree::InAppliance(std::vector<std::string> command) {
     command.insert(command.begin(), {TAVO_APPLIANCE, "run", "--"});
     return command;

@@ -11,6 +11,9 @@
 
 namespace tavo::test {
 
+constexpr const char *kPlatformLibraries[] = {"tavocore", "tavopf",  "tavoftp",
+                                              "tavossh",  "tavonet", "tavocsystemd"};
+
 // A folder inside the build tree, since a private appliance shows that at the same path, and not
 // the host's /tmp.
 class FolderInBuildTree {
@@ -38,6 +41,10 @@ class InstalledTree : public ::testing::Test {
     // Builds plain_c.c as a CMake project outside the tree does, which finds the library in one of
     // the prefixes. Gives the program.
     std::string BuildWithCMake(const std::vector<std::string> &prefixes) const;
+
+    // Runs such a program in a private appliance with a service file of its own and the libraries
+    // of these folders, colons between. Its status is 0, or the line of plain_c.c that failed.
+    ProgramResult RunPlainC(const std::string &program, const std::string &libraries) const;
 
     static std::vector<std::string> InAppliance(std::vector<std::string> command);
 

@@ -40,16 +40,12 @@ class InstalledLayout : public InstalledTree {
 TEST_F(InstalledLayout, HoldsWhatUsersAndDevelopersNeed) {
     EXPECT_THAT(Files(), IsSupersetOf({
                              "bin/servicetool",
-                             "include/tavocore.h",
                              "include/tavoserviceconf.h",
                              "lib/cmake/tavoserviceconf/tavoserviceconf-config-version.cmake",
                              "lib/cmake/tavoserviceconf/tavoserviceconf-config.cmake",
                              "lib/cmake/tavoserviceconf/tavoserviceconf-targets.cmake",
-                             "lib/libtavocore.so",
-                             "lib/libtavocore.so.7",
                              "lib/libtavoserviceconf.so",
                              "lib/libtavoserviceconf.so.7",
-                             "lib/pkgconfig/tavocore.pc",
                              "lib/pkgconfig/tavoserviceconf.pc",
                              "share/doc/tavoserviceconf/LICENSE",
                              "share/doc/tavoserviceconf/README.md",
@@ -57,6 +53,15 @@ TEST_F(InstalledLayout, HoldsWhatUsersAndDevelopersNeed) {
                              "share/man/man3/tavoserviceconf.3",
                              "share/man/man5/tavoserviceconf.5",
                          }));
+}
+
+TEST_F(InstalledLayout, HoldsThePlatformLibraries) {
+    const std::vector<std::string> files = Files();
+    for (const std::string library : kPlatformLibraries) {
+        EXPECT_THAT(files, IsSupersetOf({"include/" + library + ".h", "lib/lib" + library + ".so",
+                                         "lib/lib" + library + ".so.7",
+                                         "lib/pkgconfig/" + library + ".pc"}));
+    }
 }
 
 TEST_F(InstalledLayout, LeavesOutWhatOnlyTheSourceTreeUses) {
@@ -78,22 +83,38 @@ TEST_F(InstalledLayout, NamesNoFolderOfTheBuild) {
     EXPECT_THAT(ReadElf("--dynamic", "bin/servicetool"), Not(HasSubstr(TAVO_BUILD_DIR)));
 }
 
+std::vector<std::string> Libraries() {
+    std::vector<std::string> libraries = {"libtavoserviceconf.so"};
+    for (const std::string library : kPlatformLibraries) {
+        libraries.push_back("lib" + library + ".so");
+    }
+    return libraries;
+}
+
+// The library stands on all of the platform's, and these on the core alone.
+bool MayNeed(const std::string &library, const std::string &other) {
+    return library == "libtavoserviceconf.so"
+               ? other.starts_with("libtavo")
+               : library != "libtavocore.so" && other == "libtavocore.so.7";
+}
+
 TEST_F(InstalledLayout, LibrariesCarryTheirSoname) {
-    EXPECT_THAT(ReadElf("--dynamic", "lib/libtavoserviceconf.so"),
-                HasSubstr("Library soname: [libtavoserviceconf.so.7]"));
-    EXPECT_THAT(ReadElf("--dynamic", "lib/libtavocore.so"),
-                HasSubstr("Library soname: [libtavocore.so.7]"));
+    for (const std::string &library : Libraries()) {
+        EXPECT_THAT(ReadElf("--dynamic", "lib/" + library),
+                    HasSubstr("Library soname: [" + library + ".7]"));
+    }
 }
 
 TEST_F(InstalledLayout, LibrariesNeedNothingButEachOtherAndTheRuntime) {
     const std::regex needed(R"(\(NEEDED\).*\[(.*)\])");
-    const std::regex allowed(
-        R"((libtavocore\.so\.7|lib(c|m|stdc\+\+)\.so\.6|libgcc_s\.so\.1|ld-linux.*))");
-    for (const char *library : {"lib/libtavoserviceconf.so", "lib/libtavocore.so"}) {
-        const std::string dynamic = ReadElf("--dynamic", library);
+    const std::regex runtime(R"(lib(c|m|stdc\+\+)\.so\.6|libgcc_s\.so\.1|ld-linux.*)");
+    for (const std::string &library : Libraries()) {
+        const std::string dynamic = ReadElf("--dynamic", "lib/" + library);
         for (std::sregex_iterator it(dynamic.begin(), dynamic.end(), needed), end; it != end;
              ++it) {
-            EXPECT_TRUE(std::regex_match((*it)[1].str(), allowed)) << library << " " << (*it)[1];
+            const std::string name = (*it)[1];
+            EXPECT_TRUE(std::regex_match(name, runtime) || MayNeed(library, name))
+                << library << " " << name;
         }
     }
 }
@@ -109,14 +130,23 @@ TEST_P(InstalledObject, IsHardened) {
         << "RELRO is full only with bindings made at start";
     EXPECT_THAT(segments, ContainsRegex("GNU_STACK [^\n]* RW  ")) << "no executable stack";
     EXPECT_THAT(dynamic, Not(HasSubstr("TEXTREL")));
-    const std::string symbols = ReadElf("--dyn-syms", GetParam());
-    EXPECT_THAT(symbols, HasSubstr("__stack_chk_fail")) << "stack protector";
-    EXPECT_THAT(symbols, ContainsRegex("__[a-z]+_chk@")) << "_FORTIFY_SOURCE";
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, InstalledObject,
                          ::testing::Values("lib/libtavoserviceconf.so", "lib/libtavocore.so",
-                                           "bin/servicetool"));
+                                           "lib/libtavopf.so", "lib/libtavoftp.so",
+                                           "lib/libtavossh.so", "lib/libtavonet.so",
+                                           "lib/libtavocsystemd.so", "bin/servicetool"));
+
+// Those that have what is guarded: arrays of their own, and calls that fill them.
+TEST_F(InstalledLayout, ObjectsGuardTheirArrays) {
+    for (const char *object :
+         {"lib/libtavoserviceconf.so", "lib/libtavocore.so", "bin/servicetool"}) {
+        const std::string symbols = ReadElf("--dyn-syms", object);
+        EXPECT_THAT(symbols, HasSubstr("__stack_chk_fail")) << object << ": stack protector";
+        EXPECT_THAT(symbols, ContainsRegex("__[a-z]+_chk@")) << object << ": _FORTIFY_SOURCE";
+    }
+}
 
 TEST_F(InstalledLayout, ServicetoolIsPositionIndependent) {
     EXPECT_THAT(ReadElf("--dynamic", "bin/servicetool"), ContainsRegex("FLAGS_1.*PIE"));

@@ -70,6 +70,43 @@ static int files(const char *szPath) {
     return 0;
 }
 
+static int ranges(void) {
+    char *szText = NULL;
+    TAVO_SERVICE_CONF_PORT port = {TAVO_PORT_DIRECTION_DST, TAVO_PORT_TYPE_RANGE, 0, 81, 90, NULL};
+    TAVO_PORT_RANGE *pSet = TLIBPortRangeCreate();
+    EXPECT(TLIBPortRangeImport(pSet, "80,100:110") == 0 && TLIBPortRangeAdd(pSet, &port) == 0);
+    EXPECT(pSet->nCount == 2 && pSet->pRanges->nPortEnd == 90);
+    EXPECT((szText = TLIBPortRangeExport(pSet)) && strcmp(szText, "80:90,100:110") == 0);
+    TLIBCStrPut(szText);
+    TLIBPortRangeDestory(pSet);
+    return 0;
+}
+
+static int firewall_services(void) {
+    TAVO_FW_SERVICE *pServices = NULL;
+    TLIBCSzList *pNames = TLIBCSzListAlloc(0);
+    EXPECT(strcmp(rgServices[0].szName, "telnet") == 0 && rgServices[12].szName == NULL);
+    EXPECT(TAVOFwServiceEnum(&pServices) > 12 && TAVOFWServiceFind(pServices, "ntp") != NULL);
+    EXPECT(TLIBCSzListFind(TAVOFWServiceFind(pServices, "ssh")->pDstPortList, "22") == 0);
+    EXPECT(TAVOFwSectionNameEnum("directory", &pNames) == 2);
+    TLIBCSzListFree(pNames);
+    TAVOFwServiceFree(pServices);
+    return 0;
+}
+
+static int conflicts(const char *szPath) {
+    TAVO_SERVICE_CONF_PORT *pTaken = NULL;
+    EXPECT(TLIBIsPortConflict("", "23", "tcp", TAVO_PORT_CHECK_FW_SERVICE, &pTaken) == 1);
+    EXPECT(pTaken != NULL && pTaken->nPortStart == 23);
+    TAVOServiceConfPortsFree(pTaken);
+    pTaken = NULL;
+    EXPECT(TLIBIsPortConflict("", "61000", "tcp,udp", 31, &pTaken) == 0 && pTaken == NULL);
+    EXPECT(TLIBIsConfPortConflict(szPath, &pTaken) == 1); /* web_http has its port */
+    EXPECT(pTaken != NULL && pTaken->nPortStart == 80);
+    TAVOServiceConfPortsFree(pTaken);
+    return 0;
+}
+
 static int failures(void) {
     TAVO_SERVICE_CONF *pFiles = NULL;
     EXPECT(TAVOServiceConfGet("/nowhere", &pFiles) == -1 && pFiles == NULL);
@@ -84,5 +121,8 @@ int main(int argc, char **argv) {
     nLine = nLine ? nLine : ports();
     nLine = nLine ? nLine : sections(argv[1]);
     nLine = nLine ? nLine : files(argv[1]);
+    nLine = nLine ? nLine : ranges();
+    nLine = nLine ? nLine : firewall_services();
+    nLine = nLine ? nLine : conflicts(argv[1]);
     return nLine ? nLine : failures();
 }

@@ -1,6 +1,6 @@
-// What the tests of the model share: the error state around a call, and lists made readable.
-#ifndef TAVO_TESTS_MODEL_MODEL_SUPPORT_H
-#define TAVO_TESTS_MODEL_MODEL_SUPPORT_H
+// What the tests of the library share: the error state around a call, and lists made readable.
+#ifndef TAVO_TESTS_SUPPORT_LIBRARY_TEST_H
+#define TAVO_TESTS_SUPPORT_LIBRARY_TEST_H
 
 #include <gtest/gtest.h>
 
@@ -14,9 +14,9 @@
 namespace tavo::test {
 
 // Every test starts without an error and with an empty log.
-class ModelTest : public testing::Test {
+class LibraryTest : public testing::Test {
   protected:
-    ModelTest() { TLIBCErrSetEx(0, nullptr, 0); }
+    LibraryTest() { TLIBCErrSetEx(0, nullptr, 0); }
 
     // The log lines, as CapturedLog::Messages.
     std::vector<std::string> Messages() const { return log_.Messages(); }

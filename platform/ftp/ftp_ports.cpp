@@ -1,0 +1,98 @@
+// The ports of the FTP server, as the settings of the appliance say: one control port, and a range
+// of ports from which the server takes one for each transfer (passive mode).
+//
+// A setting that is absent or empty has its factory value, as for every other reader of that file.
+// Each setting is read by itself; nothing is kept.
+#include "tavoftp.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+
+#include "platform_failure.h"
+
+namespace {
+
+constexpr char kSettings[] = "/etc/tavoinfo.conf";
+
+struct PortSetting {
+    const char *key;
+    int factory_port;
+};
+constexpr PortSetting kControlPort = {"ftpport", 21};
+constexpr PortSetting kLowPort = {"ftplowport", 50000};
+constexpr PortSetting kHighPort = {"ftphighport", 50031};
+
+constexpr int kHighestPort = 65535;
+
+// Room for a port with some leading zeros. A value that fills it may have been cut, and is no port.
+constexpr int kValueSize = 32;
+
+// Room for two numbers of any size, a dash and the terminator.
+constexpr int kPortsSize = 24;
+
+struct ListDeleter {
+    void operator()(TLIBCSzList *list) const { TLIBCSzListFree(list); }
+};
+using OwnedList = std::unique_ptr<TLIBCSzList, ListDeleter>;
+
+// The port that `text` is in decimal digits; -1 when it is none.
+int ParsePort(std::string_view text) {
+    unsigned int port = 0;
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, port);
+    const bool whole = error == std::errc() && stop == end;
+    return whole && port <= kHighestPort ? static_cast<int>(port) : -1;
+}
+
+int ReadPort(const PortSetting &setting) {
+    char value[kValueSize];
+    if (TLIBCFileGetKeyValue(kSettings, setting.key, value, kValueSize) < 0) {
+        return -1;
+    }
+    const std::string_view text(value);
+    if (text.empty()) {
+        return setting.factory_port;
+    }
+    const int port = text.size() < kValueSize - 1 ? ParsePort(text) : -1;
+    return port < 0 ? TAVO_PLATFORM_FAIL(tavo::kBadParameter) : port;
+}
+
+// Pushes the range as the firewall writes it; one port stands alone.
+int PushPorts(const OwnedList &list, int low, int high) {
+    char ports[kPortsSize];
+    if (low == high) {
+        std::snprintf(ports, sizeof(ports), "%d", low);
+    } else {
+        std::snprintf(ports, sizeof(ports), "%d-%d", low, high);
+    }
+    TLIBCSzList *handle = list.get();
+    return TLIBCSzListPush(&handle, ports);
+}
+
+}  // namespace
+
+int TAVOFTPHighPortGet(void) {
+    return ReadPort(kHighPort);
+}
+
+int TAVOFTPFwPorts(TLIBCSzList **ppPorts) {
+    if (ppPorts == nullptr) {
+        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+    }
+    const int control = ReadPort(kControlPort);
+    const int low = control < 0 ? -1 : ReadPort(kLowPort);
+    const int high = low < 0 ? -1 : ReadPort(kHighPort);
+    if (high < 0) {
+        return -1;
+    }
+    OwnedList ports(TLIBCSzListAlloc(2));
+    if (!ports || PushPorts(ports, control, control) < 0 ||
+        PushPorts(ports, std::min(low, high), std::max(low, high)) < 0) {
+        return -1;
+    }
+    *ppPorts = ports.release();
+    return 0;
+}

@@ -1,0 +1,43 @@
+// Owning a descriptor, and system calls that signals do not end.
+#ifndef TAVO_PLATFORM_NET_DESCRIPTOR_H
+#define TAVO_PLATFORM_NET_DESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace tavo {
+
+// Makes a system call again for as long as a signal cuts it short.
+template <typename Call>
+auto Uninterrupted(Call call) {
+    for (;;) {
+        const auto result = call();
+        if (result != -1 || errno != EINTR) {
+            return result;
+        }
+    }
+}
+
+// Owns an open descriptor; -1 is none.
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    ~Descriptor() {
+        if (IsOpen()) {
+            close(fd_);
+        }
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+
+    int Get() const { return fd_; }
+    bool IsOpen() const { return fd_ >= 0; }
+
+  private:
+    int fd_;
+};
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,211 @@
+// One request for each address family, answered by a dump: datagrams of messages, one message for
+// each socket, the last of them NLMSG_DONE (netlink(7)).
+//
+// The kernel is asked to leave out itself what is not wanted, sockets in TIME_WAIT and ports
+// outside the range: a question after one port then costs little however many sockets there are.
+// Whatever is not a whole dump, the caller has another source; so no kind of failure is told from
+// another here.
+#include "socket_diagnostics.h"
+
+#include <arpa/inet.h>
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
+#include <linux/sock_diag.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+#include "descriptor.h"
+
+namespace tavo {
+namespace {
+
+using std::chrono::steady_clock;
+
+// The kernel makes the datagrams of a dump as large as the buffers that they are read with, up to
+// this size.
+constexpr std::size_t kLargestDatagram = 32768;
+
+// The kernel has its answer ready when the request returns, so this is waited out only where
+// something is very wrong.
+constexpr std::chrono::seconds kPatience(2);
+
+// How often a dump that the kernel says was disturbed is asked for anew.
+constexpr int kTries = 3;
+
+// Every state but one. It covers those without a name in netinet/tcp.h: requests of listeners (12)
+// and, told by newer kernels, TCP sockets that are bound and nothing more (13).
+constexpr std::uint32_t kStates = ~(std::uint32_t{1} << TCP_TIME_WAIT);
+
+// A program for the kernel, run on each socket: a test is an operation with what it is compared to
+// in the `no` of the next one. `yes` and `no` say how many bytes on the run continues; just at the
+// end of the program is a match, beyond it is none.
+struct PortFilter {
+    explicit PortFilter(PortRange range)
+        : attribute{sizeof(PortFilter), INET_DIAG_REQ_BYTECODE},
+          operations{{INET_DIAG_BC_S_GE, kTest, 2 * kTest + 4},
+                     {INET_DIAG_BC_NOP, 0, range.first},
+                     {INET_DIAG_BC_S_LE, kTest, kTest + 4},
+                     {INET_DIAG_BC_NOP, 0, range.last}} {}
+
+    static constexpr unsigned char kTest = 2 * sizeof(inet_diag_bc_op);
+
+    nlattr attribute;
+    inet_diag_bc_op operations[4];
+};
+
+struct Request {
+    Request(int family, int protocol, PortRange range, std::uint32_t sequence) : filter(range) {
+        header.nlmsg_len = sizeof(*this);
+        header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+        header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+        header.nlmsg_seq = sequence;
+        sockets.sdiag_family = static_cast<unsigned char>(family);
+        sockets.sdiag_protocol = static_cast<unsigned char>(protocol);
+        sockets.idiag_states = kStates;
+    }
+
+    nlmsghdr header{};
+    inet_diag_req_v2 sockets{};
+    PortFilter filter;
+};
+static_assert(sizeof(Request) == sizeof(nlmsghdr) + sizeof(inet_diag_req_v2) + sizeof(PortFilter));
+
+// A dump on its way in.
+struct Dump {
+    PortSet &ports;
+    std::uint32_t sequence;
+    bool disturbed = false;  // sockets may have been passed over
+};
+
+enum class Progress { kGoesOn, kComplete, kFailed };
+
+// Reads a value from the front of `bytes`, which need not be aligned; false when they are too few.
+template <typename Value>
+bool Peek(std::string_view bytes, Value &value) {
+    if (bytes.size() < sizeof(value)) {
+        return false;
+    }
+    std::memcpy(&value, bytes.data(), sizeof(value));
+    return true;
+}
+
+Progress TakeSocket(Dump &dump, std::string_view body) {
+    inet_diag_msg socket;
+    if (!Peek(body, socket)) {
+        return Progress::kFailed;
+    }
+    dump.ports[ntohs(socket.id.idiag_sport)] = true;
+    return Progress::kGoesOn;
+}
+
+// A dump that breaks off ends like any other, but with an error number below 0: that is how the
+// kernel says that it has no diagnostics for a protocol.
+Progress TakeEnd(std::string_view body) {
+    int result = 0;
+    return Peek(body, result) && result < 0 ? Progress::kFailed : Progress::kComplete;
+}
+
+Progress TakeMessage(Dump &dump, const nlmsghdr &header, std::string_view body) {
+    if (header.nlmsg_seq != dump.sequence) {
+        return Progress::kGoesOn;
+    }
+    dump.disturbed |= (header.nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+    switch (header.nlmsg_type) {
+        case SOCK_DIAG_BY_FAMILY:
+            return TakeSocket(dump, body);
+        case NLMSG_DONE:
+            return TakeEnd(body);
+        case NLMSG_NOOP:
+            return Progress::kGoesOn;
+        default:
+            return Progress::kFailed;
+    }
+}
+
+Progress TakeDatagram(Dump &dump, std::string_view rest) {
+    while (!rest.empty()) {
+        nlmsghdr header;
+        if (!Peek(rest, header) || header.nlmsg_len < sizeof(header) ||
+            header.nlmsg_len > rest.size()) {
+            return Progress::kFailed;
+        }
+        const std::string_view message = rest.substr(0, header.nlmsg_len);
+        const Progress progress = TakeMessage(dump, header, message.substr(sizeof(header)));
+        if (progress != Progress::kGoesOn) {
+            return progress;
+        }
+        rest.remove_prefix(std::min<std::size_t>(NLMSG_ALIGN(header.nlmsg_len), rest.size()));
+    }
+    return Progress::kGoesOn;
+}
+
+// The size of the next datagram, also where it is larger than the buffer. A signal makes the
+// socket's own time limit start again, so a caller with a fast timer needs one above it.
+ssize_t Receive(int netlink, char *buffer, std::size_t size) {
+    const steady_clock::time_point deadline = steady_clock::now() + kPatience;
+    for (;;) {
+        const ssize_t got = recv(netlink, buffer, size, MSG_TRUNC);
+        if (got >= 0 || errno != EINTR || steady_clock::now() >= deadline) {
+            return got;
+        }
+    }
+}
+
+bool ReceiveDump(int netlink, Dump &dump) {
+    char buffer[kLargestDatagram];
+    Progress progress = Progress::kGoesOn;
+    while (progress == Progress::kGoesOn) {
+        const ssize_t got = Receive(netlink, buffer, sizeof(buffer));
+        if (got <= 0 || static_cast<std::size_t>(got) > sizeof(buffer)) {
+            return false;
+        }
+        progress = TakeDatagram(dump, {buffer, static_cast<std::size_t>(got)});
+    }
+    return progress == Progress::kComplete;
+}
+
+bool Send(int netlink, const Request &request) {
+    const ssize_t sent = Uninterrupted([&] { return send(netlink, &request, sizeof(request), 0); });
+    return sent == sizeof(request);
+}
+
+int OpenDiagnostics() {
+    return socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
+}
+
+bool LimitWaiting(int netlink) {
+    const timeval patience = {kPatience.count(), 0};
+    return setsockopt(netlink, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience)) == 0;
+}
+
+}  // namespace
+
+bool AskForSockets(int netlink, int family, int protocol, PortRange range, PortSet &ports) {
+    for (std::uint32_t sequence = 1; sequence <= kTries; ++sequence) {
+        Dump dump = {ports, sequence};
+        if (!Send(netlink, Request(family, protocol, range, sequence)) ||
+            !ReceiveDump(netlink, dump)) {
+            return false;
+        }
+        if (!dump.disturbed) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool AskForSockets(int protocol, PortRange range, PortSet &ports) {
+    const Descriptor netlink(OpenDiagnostics());
+    return netlink.IsOpen() && LimitWaiting(netlink.Get()) &&
+           AskForSockets(netlink.Get(), AF_INET, protocol, range, ports) &&
+           AskForSockets(netlink.Get(), AF_INET6, protocol, range, ports);
+}
+
+}  // namespace tavo

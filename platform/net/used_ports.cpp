@@ -1,0 +1,68 @@
+// The ports that are in use, from the kernel's socket diagnostics or, where those are refused (a
+// sandbox without netlink, a kernel without the module), from the tables in /proc/net. Diagnostics
+// come first: they cost a fraction of what writing and reading the tables does.
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <climits>
+
+#include "platform_failure.h"
+#include "port_set.h"
+#include "socket_diagnostics.h"
+#include "socket_tables.h"
+#include "tavonet.h"
+
+namespace tavo {
+namespace {
+
+struct Protocol {
+    int number;
+    SocketTables tables;
+};
+
+constexpr Protocol kTcp = {IPPROTO_TCP, {"/proc/net/tcp", "/proc/net/tcp6"}};
+constexpr Protocol kUdp = {IPPROTO_UDP, {"/proc/net/udp", "/proc/net/udp6"}};
+
+// Nothing of a dump that broke off is kept: an answer comes from one source.
+bool FindPorts(const Protocol &protocol, PortRange range, PortSet &ports) {
+    if (AskForSockets(protocol.number, range, ports)) {
+        return true;
+    }
+    ports.reset();
+    return ReadSocketTables(protocol.tables, ports);
+}
+
+// Stores up to `room` of the marked ports of the range; how many.
+int Store(const PortSet &ports, PortRange range, int *slots, int room) {
+    int count = 0;
+    for (unsigned int port = range.first; port <= range.last && count < room; ++port) {
+        if (ports[port]) {
+            slots[count++] = static_cast<int>(port);
+        }
+    }
+    return count;
+}
+
+}  // namespace
+}  // namespace tavo
+
+int TAVONetGetPortUsedInRange(int *pSlots, int *pnCount, int nLow, int nHigh, int blTCP) {
+    if (pSlots == nullptr || pnCount == nullptr || nLow > nHigh) {
+        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+    }
+    // A socket whose port is 0 has none.
+    const int first = std::max(nLow, 1);
+    const int last = std::min<int>(nHigh, UINT16_MAX);
+    if (first > last) {
+        *pnCount = 0;
+        return 0;
+    }
+    const tavo::PortRange range = {static_cast<std::uint16_t>(first),
+                                   static_cast<std::uint16_t>(last)};
+    tavo::PortSet ports;
+    if (!tavo::FindPorts(blTCP != 0 ? tavo::kTcp : tavo::kUdp, range, ports)) {
+        return TAVO_PLATFORM_FAIL(tavo::kFileUnusable);
+    }
+    *pnCount = tavo::Store(ports, range, pSlots, *pnCount > 0 ? *pnCount : INT_MAX);
+    return 0;
+}

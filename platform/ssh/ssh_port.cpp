@@ -1,0 +1,169 @@
+// The port of the SSH server, read from its own configuration as the server reads it.
+//
+// The file is the administrator's and may be anything. It goes through a small buffer into room for
+// one line, so that no file, however large or strange, takes any memory.
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstddef>
+#include <string_view>
+
+#include "platform_failure.h"
+#include "tavossh.h"
+
+namespace {
+
+constexpr char kConfiguration[] = "/etc/ssh/sshd_config";
+constexpr int kDefaultPort = 22;
+constexpr unsigned int kHighestPort = 65535;
+constexpr std::string_view kBlanks = " \t\r\n\f\v";
+
+struct Line {
+    char text[1024];
+    std::size_t size;
+    bool cut;  // to fit
+
+    std::string_view View() const { return {text, size}; }
+};
+
+class LineReader {
+  public:
+    // Opens without blocking, since what stands there may be a pipe.
+    explicit LineReader(const char *path)
+        : fd_(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {}
+    ~LineReader() {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+    LineReader(const LineReader &) = delete;
+    LineReader &operator=(const LineReader &) = delete;
+
+    bool IsOpen() const { return fd_ >= 0; }
+
+    bool IsRegularFile() const {
+        struct stat status;
+        return fstat(fd_, &status) == 0 && S_ISREG(status.st_mode);
+    }
+
+    // False behind the last line, and when the file cannot be read further.
+    bool Next(Line &line) {
+        line.size = 0;
+        line.cut = false;
+        int byte = NextByte();
+        const bool any = byte != kNone;
+        for (; byte != kNone && byte != '\n'; byte = NextByte()) {
+            line.cut = line.size == sizeof(line.text);
+            if (!line.cut) {
+                line.text[line.size++] = static_cast<char>(byte);
+            }
+        }
+        return any;
+    }
+
+    bool Failed() const { return failed_; }
+
+  private:
+    static constexpr int kNone = -1;
+
+    int NextByte() {
+        if (position_ == size_) {
+            const ssize_t size = read(fd_, buffer_, sizeof(buffer_));
+            failed_ = size < 0;
+            position_ = 0;
+            size_ = std::max<ssize_t>(size, 0);
+        }
+        return position_ < size_ ? buffer_[position_++] : kNone;
+    }
+
+    int fd_;
+    bool failed_ = false;
+    ssize_t position_ = 0;
+    ssize_t size_ = 0;
+    unsigned char buffer_[4096];
+};
+
+std::string_view WithoutLeadingBlanks(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return text;
+}
+
+// A line as the server sees it: a keyword of any case, then blanks or one "=", then arguments. A
+// comment has a keyword that starts with "#".
+struct Option {
+    std::string_view keyword;
+    std::string_view arguments;
+
+    bool Is(std::string_view name) const {
+        return keyword.size() == name.size() &&
+               strncasecmp(keyword.data(), name.data(), name.size()) == 0;
+    }
+};
+
+Option ParseOption(std::string_view line) {
+    line = WithoutLeadingBlanks(line);
+    const std::size_t size = std::min({line.find_first_of(kBlanks), line.find('='), line.size()});
+    std::string_view arguments = WithoutLeadingBlanks(line.substr(size));
+    if (arguments.starts_with('=')) {
+        arguments = WithoutLeadingBlanks(arguments.substr(1));
+    }
+    return {line.substr(0, size), arguments};
+}
+
+// Takes the first argument off, which may stand in quotes; empty when its quote is never closed.
+std::string_view TakeArgument(std::string_view &arguments) {
+    const bool quoted = arguments.starts_with('"') || arguments.starts_with('\'');
+    const std::size_t begin = quoted ? 1 : 0;
+    const std::size_t end = quoted ? arguments.find(arguments[0], begin)
+                                   : std::min(arguments.find_first_of(kBlanks), arguments.size());
+    if (end == std::string_view::npos) {
+        return {};
+    }
+    const std::string_view argument = arguments.substr(begin, end - begin);
+    arguments.remove_prefix(end + begin);
+    return argument;
+}
+
+// The one port that stands there, with a comment behind it or nothing.
+int ParsePort(std::string_view arguments) {
+    const std::string_view text = TakeArgument(arguments);
+    const std::string_view rest = WithoutLeadingBlanks(arguments);
+    const char *end = text.data() + text.size();
+    unsigned int port = 0;
+    const auto [stop, error] = std::from_chars(text.data(), end, port);
+    const bool number = error == std::errc() && stop == end && port >= 1 && port <= kHighestPort;
+    if (!number || (!rest.empty() && rest[0] != '#')) {
+        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+    }
+    return static_cast<int>(port);
+}
+
+int FindPort(LineReader &lines) {
+    for (Line line; lines.Next(line);) {
+        const Option option = ParseOption(line.View());
+        if (option.Is("match")) {
+            return kDefaultPort;  // from here on nothing is global, and ports are
+        }
+        if (option.Is("port")) {
+            // What was cut off could be a part of the number.
+            return line.cut ? TAVO_PLATFORM_FAIL(tavo::kBadParameter) : ParsePort(option.arguments);
+        }
+    }
+    return lines.Failed() ? TAVO_PLATFORM_FAIL(tavo::kFileUnusable) : kDefaultPort;
+}
+
+}  // namespace
+
+int TAVOServiceSSHPortGet(void) {
+    LineReader lines(kConfiguration);
+    if (!lines.IsOpen()) {
+        return errno == ENOENT || errno == ENOTDIR ? kDefaultPort
+                                                   : TAVO_PLATFORM_FAIL(tavo::kFileUnusable);
+    }
+    return lines.IsRegularFile() ? FindPort(lines) : TAVO_PLATFORM_FAIL(tavo::kFileUnusable);
+}

@@ -1,0 +1,303 @@
+// The services that have no service file, as a table, and the port providers: functions that work
+// out the ports of those whose ports an administrator can change.
+//
+// Other programs read the table in place, so it is plain constant data that needs no constructor.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "catalogue/firewall_service.h"
+#include "support/failure.h"
+#include "support/held_file.h"
+#include "support/owners.h"
+#include "support/settings.h"
+#include "support/text.h"
+#include "tavoftp.h"
+#include "tavoserviceconf.h"
+#include "tavossh.h"
+
+namespace {
+
+// A text in the string tables of the user interface.
+struct Reference {
+    std::string_view section;
+    std::string_view key;
+};
+
+// What the rows differ in. Each has destination ports, fixed ones or a provider of them, and none
+// has source ports.
+struct BuiltIn {
+    const char *szName;
+    const char *szSupportKey = nullptr;
+    uint32_t blPortForward = 0;
+    Reference desc;
+    Reference title;
+    uint32_t nProtocol;
+    const char *szPorts = nullptr;
+    TAVO_FW_PORT_PROVIDER pfnPorts = nullptr;
+};
+
+consteval TAVO_SERVICE_CONF_STRING Text(Reference reference) {
+    TAVO_SERVICE_CONF_STRING text = {};
+    reference.section.copy(text.szSection, sizeof(text.szSection) - 1);
+    reference.key.copy(text.szKey, sizeof(text.szKey) - 1);
+    return text;
+}
+
+consteval TAVO_FW_SERVICE_REG Row(const BuiltIn &service) {
+    TAVO_FW_SERVICE_REG row = {};
+    row.szName = service.szName;
+    row.szSupportKey = service.szSupportKey;
+    row.blSupportDefault = 1;
+    row.blPortForward = service.blPortForward;
+    row.strDesc = Text(service.desc);
+    row.strTitle = Text(service.title);
+    row.blHasDstPorts = 1;
+    row.nDstProtocol = service.nProtocol;
+    row.szDstPorts = service.szPorts;
+    row.pfnDstPorts = service.pfnPorts;
+    return row;
+}
+
+}  // namespace
+
+constinit const TAVO_FW_SERVICE_REG rgServices[13] = {
+    Row({.szName = "telnet",
+         .blPortForward = 1,
+         .desc = {"firewall", "firewall_service_desc_telnet"},
+         .title = {"firewall", "firewall_service_opt_telnet"},
+         .nProtocol = TAVO_PROTO_TCP,
+         .szPorts = "23"}),
+    Row({.szName = "ssh",
+         .blPortForward = 1,
+         .desc = {"firewall", "firewall_service_desc_ssh"},
+         .title = {"firewall", "firewall_service_opt_ssh"},
+         .nProtocol = TAVO_PROTO_TCP,
+         .pfnPorts = TAVOFwPortsSSH}),
+    Row({.szName = "ups_server",
+         .szSupportKey = "supportups",
+         .desc = {"firewall", "firewall_service_desc_ups"},
+         .title = {"tree", "leaf_ups"},
+         .nProtocol = TAVO_PROTO_TCP,
+         .szPorts = "3493"}),
+    Row({.szName = "lanprobed",
+         .desc = {"firewall", "firewall_service_desc_lanprobed"},
+         .title = {"firewall", "firewall_service_opt_lanprobed"},
+         .nProtocol = TAVO_PROTO_UDP,
+         .szPorts = "1234,9997,9998,9999"}),
+    Row({.szName = "nfs",
+         .szSupportKey = "supportNFS",
+         .blPortForward = 1,
+         .desc = {"firewall", "firewall_service_desc_nfs"},
+         .title = {"tree", "leaf_nfs"},
+         .nProtocol = TAVO_PROTO_BOTH,
+         .pfnPorts = TAVOFwPortsNFS}),
+    Row({.szName = "afp",
+         .blPortForward = 1,
+         .desc = {"firewall", "firewall_service_desc_afp"},
+         .title = {"network", "apple_subject"},
+         .nProtocol = TAVO_PROTO_TCP,
+         .szPorts = "548"}),
+    Row({.szName = "ftp",
+         .blPortForward = 1,
+         .desc = {"firewall", "firewall_service_desc_ftp"},
+         .title = {"tree", "leaf_ftp"},
+         .nProtocol = TAVO_PROTO_TCP,
+         .pfnPorts = TAVOFTPFwPorts}),
+    Row({.szName = "snmp",
+         .desc = {"firewall", "firewall_service_desc_snmp"},
+         .title = {"tree", "leaf_snmp"},
+         .nProtocol = TAVO_PROTO_UDP,
+         .szPorts = "161"}),
+    // In the next two the description names the "opt" text and the title the "desc" text, the other
+    // way round than everywhere else. Programs that read the table know it so; it is kept.
+    Row({.szName = "bonjour",
+         .desc = {"firewall", "firewall_service_opt_bonjour"},
+         .title = {"firewall", "firewall_service_desc_bonjour"},
+         .nProtocol = TAVO_PROTO_UDP,
+         .szPorts = "5353"}),
+    Row({.szName = "kx20",
+         .szSupportKey = "cv_kx",
+         .desc = {"firewall", "firewall_service_opt_kx20"},
+         .title = {"firewall", "firewall_service_desc_kx20"},
+         .nProtocol = TAVO_PROTO_UDP,
+         .szPorts = "19999"}),
+    Row({.szName = "lpr",
+         .desc = {"firewall", "firewall_service_desc_lpr"},
+         .title = {"firewall", "firewall_service_opt_lpr"},
+         .nProtocol = TAVO_PROTO_TCP,
+         .szPorts = "515"}),
+    Row({.szName = "ipp",
+         .desc = {"firewall", "firewall_service_desc_ipp"},
+         .title = {"firewall", "firewall_service_opt_ipp"},
+         .nProtocol = TAVO_PROTO_TCP,
+         .szPorts = "631"}),
+    {},
+};
+
+namespace {
+
+constexpr char kNfsSettings[] = "/etc/nfs/tavo_nfs_conf";
+
+// Room for the value of a setting; a longer one is cut to fit.
+constexpr std::size_t kValueSize = 16;
+
+// What the NFS server always uses (portmapper, mountd, nfsd), and what statd and the lock manager
+// use unless the administrator chose their ports.
+constexpr char kNfsFixedPorts[] = "111,892,2049";
+constexpr char kNfsStatdPort[] = "662";
+constexpr char kNfsLockManagerPort[] = "4045";
+
+constexpr unsigned int kDefaultSshPort = 22;
+constexpr long kMaxPort = 65535;
+
+tavo::OwnedNames NewPortList() {
+    tavo::OwnedNames ports(TLIBCSzListAlloc(tavo::kPortListCapacity));
+    if (ports == nullptr) {
+        TAVO_LOG("Failed to allocate for ports number, errno=0x%X", TLIBCErrGet());
+    }
+    return ports;
+}
+
+int PushNfsFixedPorts(TLIBCSzList *pPorts) {
+    const tavo::OwnedText copy(strdup(kNfsFixedPorts));
+    if (copy == nullptr) {
+        return TAVO_FAIL(tavo::kErrorNoMemory, "Failed to strdup, errno=0x%X",
+                         static_cast<unsigned int>(errno));
+    }
+    for (char *szRest = copy.get(); szRest != nullptr;) {
+        if (TLIBCSzListPush(&pPorts, tavo::CutPiece(szRest, ',')) < 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+// Pushes the port that the administrator set under szKey, as it is written.
+int PushNfsCustomPort(const char *szKey, const char *szService, TLIBCSzList *pPorts) {
+    char szPort[kValueSize];
+    if (TLIBCFileGetKeyValue(kNfsSettings, szKey, szPort, sizeof(szPort)) < 1 || *szPort == '\0') {
+        return TAVO_LOG("Failed to get val of '%s', errno=0x%X", szService, TLIBCErrGet());
+    }
+    return TLIBCSzListPush(&pPorts, szPort);
+}
+
+// Pushes the ports of statd and of the lock manager.
+int PushNfsChosenPorts(TLIBCSzList *pPorts) {
+    // Whether custom ports are enabled and which they are belong together.
+    const tavo::HeldFile held(kNfsSettings);
+    char szCustom[kValueSize];
+    if (TLIBCFileGetKeyValue(kNfsSettings, "nfs_custom_port_enable", szCustom, sizeof(szCustom)) <
+        0) {
+        return TAVO_LOG("Failed to get val of 'NFS custom port', errno=0x%X", TLIBCErrGet());
+    }
+    if (std::strcmp(szCustom, "yes") == 0) {
+        if (PushNfsCustomPort("statd_port", "NFS statd port", pPorts) < 0) {
+            return -1;
+        }
+        return PushNfsCustomPort("nlm_port", "NFS nlockmgr port", pPorts);
+    }
+    if (TLIBCSzListPush(&pPorts, kNfsStatdPort) < 0) {
+        return -1;
+    }
+    return TLIBCSzListPush(&pPorts, kNfsLockManagerPort);
+}
+
+// Reads a port from the settings; one that is absent or out of range is that of SSH.
+int ReadSshPort(const char *szKey, unsigned int &nPort) {
+    char szPort[kValueSize];
+    if (TLIBCFileGetKeyValue(tavo::kSettingsFile, szKey, szPort, sizeof(szPort)) < 0) {
+        return TAVO_LOG_STATE("Failed to get %s of tavoinfo.conf. ", szKey);
+    }
+    const long nValue = std::strtol(szPort, nullptr, 10);
+    nPort = nValue >= 1 && nValue <= kMaxPort ? static_cast<unsigned int>(nValue) : kDefaultSshPort;
+    return 0;
+}
+
+int PushPort(unsigned int nPort, TLIBCSzList *pPorts) {
+    char szPort[kValueSize];
+    std::snprintf(szPort, sizeof(szPort), "%u", nPort);
+    return TLIBCSzListPush(&pPorts, szPort);
+}
+
+// Stores a list of the one range in *ppPortList and releases it. This is how the two range
+// providers have always behaved, and their callers use the answer only: a list that lived on would
+// be lost with every call.
+int StoreReleasedRange(int nFirst, int nLast, TLIBCSzList **ppPortList) {
+    if (ppPortList == nullptr) {
+        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+    }
+    const tavo::OwnedNames ports = NewPortList();
+    if (ports == nullptr) {
+        return -1;
+    }
+    TLIBCSzList *pPorts = ports.get();
+    if (TAVOFwIsSupportPortRange() != 0) {
+        char szRange[2 * kValueSize];
+        std::snprintf(szRange, sizeof(szRange), "%d-%d", nFirst, nLast);
+        if (TLIBCSzListPush(&pPorts, szRange) < 0) {
+            return -1;
+        }
+    }
+    *ppPortList = pPorts;
+    return 0;
+}
+
+}  // namespace
+
+// The one provider that tells a bad argument from other failures.
+int TAVOFwPortsNFS(TLIBCSzList **ppPortList) {
+    if (ppPortList == nullptr) {
+        TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        return -EINVAL;
+    }
+    tavo::OwnedNames ports = NewPortList();
+    if (ports == nullptr || PushNfsFixedPorts(ports.get()) < 0) {
+        return -1;
+    }
+    if (PushNfsChosenPorts(ports.get()) < 0) {
+        return TAVO_LOG("Failed to push statd nlockmgr ports");
+    }
+    *ppPortList = ports.release();
+    return 0;
+}
+
+int TAVOFwPortsSSH(TLIBCSzList **ppPortList) {
+    if (ppPortList == nullptr) {
+        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+    }
+    tavo::OwnedNames ports = NewPortList();
+    if (ports == nullptr) {
+        return -1;
+    }
+    const int nServerPort = TAVOServiceSSHPortGet();
+    if (nServerPort < 0) {
+        return TAVO_LOG("Failed to get ssh_port");
+    }
+    const auto nSsh = static_cast<unsigned int>(nServerPort);
+    unsigned int nSftp = 0;
+    unsigned int nRsync = 0;
+    if (ReadSshPort("sftpPort", nSftp) < 0 || ReadSshPort("rsync_sshd_port", nRsync) < 0) {
+        return -1;
+    }
+    if (PushPort(nSsh, ports.get()) < 0 || (nSftp != nSsh && PushPort(nSftp, ports.get()) < 0) ||
+        (nRsync != nSsh && nRsync != nSftp && PushPort(nRsync, ports.get()) < 0)) {
+        return -1;
+    }
+    *ppPortList = ports.release();
+    return 0;
+}
+
+int TAVOFwPortsSurveillanceCamSearch(TLIBCSzList **ppPortList) {
+    return StoreReleasedRange(55900, 55910, ppPortList);
+}
+
+int TAVOFwPortsMFP(TLIBCSzList **ppPortList) {
+    return StoreReleasedRange(3240, 3259, ppPortList);
+}
+
+int TAVOFwIsSupportPortRange(void) {
+    return 1;
+}

@@ -1,0 +1,63 @@
+// What the operations on port range sets share. A set is changed by adding to it, one range at a
+// time; those that add many at once hand them to one RangeAdder.
+#ifndef TAVO_SRC_ENGINE_PORT_RANGE_H
+#define TAVO_SRC_ENGINE_PORT_RANGE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "tavoserviceconf.h"
+
+namespace tavo {
+
+// The last port that a record stands for. The end of a single port is nobody's business.
+inline uint32_t LastPort(const TAVO_SERVICE_CONF_PORT &port) {
+    return port.nPortType == TAVO_PORT_TYPE_SINGLE ? port.nPortStart : port.nPortEnd;
+}
+
+// Adds ranges to a set that nothing else changes meanwhile. It remembers where the last one went,
+// so that ascending ranges, however many, cost one walk over the set.
+class RangeAdder {
+  public:
+    explicit RangeAdder(TAVO_PORT_RANGE *pSet) : pSet_(pSet), ppLink_(&pSet->pRanges) {}
+
+    // Ranges that this one overlaps or touches become one with it. Out of memory, it says so and
+    // leaves the set as it was.
+    int Add(uint32_t nStart, uint32_t nEnd);
+
+  private:
+    TAVO_PORT_RANGE *pSet_;
+    TAVO_SERVICE_CONF_PORT **ppLink_;  // the link to the node that the last range went into
+    uint32_t nLastStart_ = 0;
+};
+
+// Ranges put aside to be added later: adding frees nodes, and a set that is being walked may be the
+// very one that is added to.
+class PendingRanges {
+  public:
+    PendingRanges() = default;
+    ~PendingRanges() { std::free(pRanges_); }
+    PendingRanges(const PendingRanges &) = delete;
+    PendingRanges &operator=(const PendingRanges &) = delete;
+
+    // False when out of memory, which it records.
+    bool Append(uint32_t nStart, uint32_t nEnd);
+
+    // Stops at the first range that cannot be added.
+    int AddTo(TAVO_PORT_RANGE *pSet) const;
+
+  private:
+    struct Range {
+        uint32_t nStart;
+        uint32_t nEnd;
+    };
+
+    Range *pRanges_ = nullptr;
+    std::size_t nCount_ = 0;
+    std::size_t nRoom_ = 0;
+};
+
+}  // namespace tavo
+
+#endif

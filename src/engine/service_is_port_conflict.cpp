@@ -1,0 +1,712 @@
+// Whether ports are taken, and by what: forwarding rules, firewall services, settings of the
+// system, and sockets that hold a port now.
+//
+// The four sources are asked in that order and know nothing of each other. Each answers 1 taken, 0
+// free, -1 cannot tell, and puts what it can name in front of the caller's list. They read the
+// caller's ports differently, which is kept: rules and services walk the text between commas, the
+// settings import it into a range set, and the sockets take tokens between blanks and commas.
+#include "engine/service_is_port_conflict.h"
+
+#include <algorithm>
+#include <bitset>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <utility>
+
+#include "model/service_file_keys.h"
+#include "support/failure.h"
+#include "support/held_file.h"
+#include "support/owners.h"
+#include "support/settings.h"
+#include "support/text.h"
+#include "tavoftp.h"
+#include "tavonet.h"
+#include "tavopf.h"
+
+namespace {
+
+using Ports = TAVO_SERVICE_CONF_PORT;
+
+constexpr char kTokenSeparators[] = " ,";
+constexpr char kDeclaredRangeSeparator = '-';
+constexpr char kQueryRangeSeparator = ':';
+
+// Longer protocol texts are refused.
+constexpr int kProtocolTextSize = 1024;
+
+constexpr int kHighestCheckFlags = 31;
+
+// Named on its own, this port always counts as taken; a range that holds it does not.
+constexpr char kReservedPort[] = "412";
+
+// What the caller asks, as it was given and cut into tokens.
+struct Query {
+    const char *szPort;
+    const char *szProtocol;
+    const TLIBCSzList *pSkip;
+    const TLIBCSzList *pPorts;
+    const TLIBCSzList *pProtocols;  // in lower case
+
+    bool Skips(const char *szService) const { return TLIBCSzListFind(pSkip, szService) >= 0; }
+};
+
+int FailToAllocateList() {
+    TAVO_LOG_STATE("Failed to TLIBCSzListAlloc");
+    return TAVO_SET_ERROR(tavo::kErrorNoMemory);
+}
+
+int FailToCopy(const char *szText) {
+    return TAVO_FAIL_STATE(tavo::kErrorNoMemory, "strdup fail for %s", szText);
+}
+
+// ---- Comparing texts of ports ----
+
+struct Range {
+    int nLow;
+    int nHigh;
+};
+
+// Reads one token, PORT or START SEPARATOR END in any order. Changes the token.
+bool ReadToken(char *szToken, char separator, Range &range) {
+    const std::size_t nLength = std::strlen(szToken);
+    if (nLength > 0 && (szToken[0] == separator || szToken[nLength - 1] == separator)) {
+        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return false;
+    }
+    char *szEnd = szToken;
+    const char *szStart = tavo::CutPiece(szEnd, separator);
+    if (TAVOServiceConfPortsCheck(szStart) != 1) {
+        return false;
+    }
+    const int nStart = static_cast<int>(std::strtol(szStart, nullptr, 10));
+    if (szEnd == nullptr) {
+        range = {nStart, nStart};
+        return true;
+    }
+    if (TAVOServiceConfPortsCheck(szEnd) != 1) {
+        return false;
+    }
+    const int nEnd = static_cast<int>(std::strtol(szEnd, nullptr, 10));
+    range = {std::min(nStart, nEnd), std::max(nStart, nEnd)};
+    return true;
+}
+
+// Calls compare(range) for each token between commas, empty ones left out. 1 when one of them gave
+// 1; the first -1 ends the walk.
+template <typename Compare>
+int WalkTokens(const char *szText, char separator, Compare compare) {
+    const tavo::OwnedText copy(strdup(szText));
+    if (copy == nullptr) {
+        return FailToCopy(szText);
+    }
+    if (TLIBCStrTrimSpace(copy.get()) < 0) {
+        return -1;
+    }
+    int nAnswer = 0;
+    for (char *szRest = copy.get(); szRest != nullptr;) {
+        char *szToken = tavo::CutPiece(szRest, ',');
+        if (*szToken == '\0') {
+            continue;
+        }
+        Range range{};
+        if (TLIBCStrTrimSpace(szToken) < 0 || !ReadToken(szToken, separator, range)) {
+            return -1;
+        }
+        const int nOne = compare(range);
+        if (nOne < 0) {
+            return -1;
+        }
+        nAnswer |= nOne;
+    }
+    return nAnswer;
+}
+
+// Conflicts are told for both protocols, whichever was asked for.
+int AddConflict(const Range &range, Ports **ppConflictPorts) {
+    const bool single = range.nLow == range.nHigh;
+    const Ports conflict = {
+        .nDirection = TAVO_PORT_DIRECTION_SRC,
+        .nPortType = static_cast<uint32_t>(single ? TAVO_PORT_TYPE_SINGLE : TAVO_PORT_TYPE_RANGE),
+        .nProtocol = TAVO_PROTO_BOTH,
+        .nPortStart = static_cast<uint32_t>(range.nLow),
+        .nPortEnd = static_cast<uint32_t>(single ? 0 : range.nHigh),
+        .pNext = nullptr,
+    };
+    return TAVOServiceComposePortInfo(&conflict, ppConflictPorts);
+}
+
+int CompareRanges(const Range &query, const Range &declared, Ports **ppConflictPorts) {
+    const Range both = {std::max(query.nLow, declared.nLow), std::min(query.nHigh, declared.nHigh)};
+    if (both.nLow > both.nHigh) {
+        return 0;
+    }
+    return AddConflict(both, ppConflictPorts) < 0 ? -1 : 1;
+}
+
+}  // namespace
+
+namespace tavo {
+
+int CompareDeclaredPorts(int nBegin, int nEnd, const char *szDeclared, char cRangeSep,
+                         TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    if (nEnd < kSinglePort || szDeclared == nullptr || nBegin < 0) {
+        return TAVO_SET_ERROR(kErrorBadParameter);
+    }
+    if (nEnd != kSinglePort && nBegin > nEnd) {
+        return TAVO_LOG_STATE("begin port %d larger than end port %d!", nBegin, nEnd);
+    }
+    const Range query = {nBegin, nEnd == kSinglePort ? nBegin : nEnd};
+    return WalkTokens(szDeclared, cRangeSep, [&](const Range &declared) {
+        return CompareRanges(query, declared, ppConflictPorts);
+    });
+}
+
+int CompareQueryPorts(const char *szQuery, const char *szDeclared,
+                      TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    if (szQuery == nullptr || szDeclared == nullptr || ppConflictPorts == nullptr) {
+        return TAVO_SET_ERROR(kErrorBadParameter);
+    }
+    return WalkTokens(szQuery, kQueryRangeSeparator, [&](const Range &query) {
+        return CompareDeclaredPorts(query.nLow, query.nHigh, szDeclared, kDeclaredRangeSeparator,
+                                    ppConflictPorts);
+    });
+}
+
+}  // namespace tavo
+
+namespace {
+
+// ---- Port-forwarding rules ----
+
+constexpr char kRuleService[] = "service_id";
+constexpr char kRuleProtocol[] = "protocol name";
+constexpr char kRuleAppliancePorts[] = "s_port";
+constexpr char kRuleRouterPorts[] = "r_port";
+
+// A rule leads r_port of the router to s_port of the appliance, and either collides. It must name
+// its protocol, but collides on any: the router may be asked for both.
+int CompareRule(const Query &query, const TLIBCSzHash *pRule, Ports **ppConflictPorts) {
+    const char *szService = TLIBCSzHashGetValue(pRule, kRuleService);
+    if (szService != nullptr && query.Skips(szService)) {
+        return 0;
+    }
+    const char *szAppliancePorts = TLIBCSzHashGetValue(pRule, kRuleAppliancePorts);
+    const char *szRouterPorts = TLIBCSzHashGetValue(pRule, kRuleRouterPorts);
+    if (TLIBCSzHashGetValue(pRule, kRuleProtocol) == nullptr || szAppliancePorts == nullptr ||
+        szRouterPorts == nullptr) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    const int nAppliance = tavo::CompareQueryPorts(query.szPort, szAppliancePorts, ppConflictPorts);
+    if (nAppliance < 0) {
+        return -1;
+    }
+    const int nRouter = tavo::CompareQueryPorts(query.szPort, szRouterPorts, ppConflictPorts);
+    return nRouter < 0 ? -1 : nAppliance | nRouter;
+}
+
+int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
+    const char *szPath = TAVOPFRuleConfPathGet();
+    const tavo::OwnedTable rule(TLIBCSzHashAlloc(tavo::kInitialCapacity));
+    if (rule == nullptr) {
+        TAVO_LOG("Failed to alloc memory");
+        return TAVO_SET_ERROR(tavo::kErrorNoMemory);
+    }
+    const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    if (names == nullptr) {
+        return FailToAllocateList();
+    }
+    if (TLIBCFileExist(szPath) == 0) {
+        return 0;
+    }
+    const tavo::HeldFile held(szPath);
+    TLIBCSzList *pNames = names.get();
+    if (TLIBCFileEnumSection(szPath, &pNames) < 0) {
+        return TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
+    }
+    int nAnswer = 0;
+    for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
+        const char *szName = TLIBCSzListGet(pNames, i);
+        TLIBCSzHash *pRule = rule.get();
+        if (TLIBCFileGetSection(szPath, szName, &pRule) < 1) {
+            return TAVO_LOG("Section not found or failed to get section(%s) from %s", szName,
+                            szPath);
+        }
+        const int nRule = CompareRule(query, pRule, ppConflictPorts);
+        if (nRule < 0) {
+            return -1;
+        }
+        nAnswer |= nRule;
+    }
+    return nAnswer;
+}
+
+// ---- Firewall services ----
+
+int EnumerateServices(tavo::OwnedServices &services) {
+    TAVO_FW_SERVICE *pServices = nullptr;
+    const int nServices = TAVOFwServiceEnum(&pServices);
+    services.reset(pServices);
+    return nServices;
+}
+
+// The protocols that the caller asks for, 0 for a text that names none: then no service collides.
+int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
+    const tavo::OwnedText copy(strdup(szProtocol));
+    if (copy == nullptr) {
+        return FailToCopy(szProtocol);
+    }
+    nProtocols = TAVOProtocolMapping(TLIBServiceConfProtocolParse(copy.get()));
+    return 0;
+}
+
+int CompareService(const Query &query, const TAVO_FW_SERVICE &service, Ports **ppConflictPorts) {
+    int nAnswer = 0;
+    for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
+        const int nOne = tavo::CompareQueryPorts(
+            query.szPort, TLIBCSzListGet(service.pDstPortList, i), ppConflictPorts);
+        if (nOne < 0) {
+            return -1;
+        }
+        nAnswer |= nOne;
+    }
+    return nAnswer;
+}
+
+int CheckFirewallServices(const Query &query, Ports **ppConflictPorts) {
+    tavo::OwnedServices services;
+    const int nServices = EnumerateServices(services);
+    if (nServices < 0) {
+        return TAVO_LOG_STATE("Failed to enumerate services");
+    }
+    uint32_t nProtocols = 0;
+    if (nServices == 0) {
+        return 0;
+    }
+    if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
+        return -1;
+    }
+    int nAnswer = 0;
+    for (const TAVO_FW_SERVICE *pService = services.get(); pService != nullptr;
+         pService = pService->pNext) {
+        if ((pService->nDstProtocol & nProtocols) == 0 || query.Skips(pService->szName)) {
+            continue;
+        }
+        const int nOne = CompareService(query, *pService, ppConflictPorts);
+        if (nOne < 0) {
+            return -1;
+        }
+        nAnswer |= nOne;
+    }
+    return nAnswer;
+}
+
+// ---- Settings of the system ----
+
+constexpr int kSettingSize = 1024;
+
+constexpr char kFtpLowPortKey[] = "ftplowport";
+constexpr char kFtpHighPortKey[] = "ftphighport";
+
+struct ServiceSetting {
+    const char *szService;  // the word that skips it
+    const char *szKey;
+};
+
+constexpr ServiceSetting kServiceSettings[] = {
+    {"ftp", "ftpport"},
+    {"ftp", kFtpLowPortKey},
+    {"webdav_http", "WebDavPort"},
+    {"webdavs_https", "secure_WebDavPort"},
+    {"syslog_server", "syslogport"},
+};
+
+// The passive range of FTP takes no part in the comparison: it only has to be known.
+int AskFtpPassivePort() {
+    if (TAVOFTPHighPortGet() < 0) {
+        return TAVO_LOG("failed to get ftp low port");
+    }
+    if (TAVOFTPHighPortGet() < 0) {
+        return TAVO_LOG("failed to get ftp high port");
+    }
+    return 0;
+}
+
+// Adds the port that a setting names, if it names one.
+int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
+    if (pSet == nullptr) {
+        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+    }
+    const auto port = tavo::NewRecord<tavo::OwnedPorts>();
+    if (port == nullptr) {
+        return TAVO_FAIL(tavo::kErrorNoMemory, "Out of memory");
+    }
+    if (std::strcmp(szKey, kFtpLowPortKey) == 0 || std::strcmp(szKey, kFtpHighPortKey) == 0) {
+        return AskFtpPassivePort();
+    }
+    char szValue[kSettingSize] = "";
+    if (TLIBCFileGetKeyValue(tavo::kSettingsFile, szKey, szValue, sizeof(szValue)) < 0) {
+        return TAVO_LOG("Failed to get [%s] info from [%s].", szKey, tavo::kSettingsFile);
+    }
+    if (szValue[0] == '\0') {
+        return 0;
+    }
+    if (TAVOServiceConfPortsCheck(szValue) != 1) {
+        return -1;
+    }
+    port->nPortType = TAVO_PORT_TYPE_SINGLE;
+    port->nPortStart = static_cast<uint32_t>(std::strtol(szValue, nullptr, 10));
+    port->nPortEnd = port->nPortStart;
+    if (TLIBPortRangeAdd(pSet, port.get()) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeAdd().");
+    }
+    return 0;
+}
+
+int GetAllNonSkipServicePort(const Query &query, TAVO_PORT_RANGE *pSet) {
+    for (const ServiceSetting &setting : kServiceSettings) {
+        if (query.Skips(setting.szService)) {
+            continue;
+        }
+        if (GetServicePort(setting.szKey, pSet) < 0) {
+            return TAVO_LOG("Failed to GetServicePort(), service = [%s]", setting.szKey);
+        }
+    }
+    return 0;
+}
+
+tavo::OwnedRanges CreateRanges() {
+    tavo::OwnedRanges ranges(TLIBPortRangeCreate());
+    if (ranges == nullptr) {
+        TAVO_LOG("Failed to TLIBPortRangeCreate()");
+    }
+    return ranges;
+}
+
+// Moves what the caller's list holds into the overlap. A failure leaves the list whole.
+int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
+    const tavo::OwnedRanges former = CreateRanges();
+    if (former == nullptr) {
+        return -1;
+    }
+    former->pRanges = *ppConflictPorts;
+    if (TLIBPortRangeJoin(pOverlap, former.get()) < 0) {
+        former->pRanges = nullptr;
+        return TAVO_LOG("Failed to TLIBPortRangeJoin()");
+    }
+    return 0;
+}
+
+// Makes the overlap, joined with what the caller's list holds, the caller's list. Entries that were
+// there before count as a conflict, which is kept: callers that hand the list on from check to
+// check rely on an answer for all of them.
+int HandOverOverlap(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
+    if (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0) {
+        return -1;
+    }
+    *ppConflictPorts = std::exchange(pOverlap->pRanges, nullptr);
+    return std::exchange(pOverlap->nCount, 0) != 0 ? 1 : 0;
+}
+
+int CheckSettings(const Query &query, Ports **ppConflictPorts) {
+    const tavo::OwnedRanges settings = CreateRanges();
+    if (settings == nullptr) {
+        return -1;
+    }
+    if (GetAllNonSkipServicePort(query, settings.get()) < 0) {
+        return TAVO_LOG("Failed to GetAllNonSkipServicePort()");
+    }
+    const tavo::OwnedRanges asked = CreateRanges();
+    if (asked == nullptr) {
+        return -1;
+    }
+    if (TLIBPortRangeImport(asked.get(), query.szPort) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeImport().");
+    }
+    const tavo::OwnedRanges overlap = CreateRanges();
+    if (overlap == nullptr) {
+        return -1;
+    }
+    if (TLIBPortRangeOverlap(asked.get(), settings.get(), overlap.get()) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeOverlap()");
+    }
+    return HandOverOverlap(overlap.get(), ppConflictPorts);
+}
+
+// ---- Sockets ----
+
+constexpr int kPortCount = 65536;
+
+// The ports of skipped services, one set for each row of the protocol map. Filled once, so that the
+// cost of a call is that of its slots and of the services' ports, not their product.
+class SkippedPorts {
+  public:
+    void Add(const char *szPorts) {
+        char *szEnd = nullptr;
+        const long nStart = std::strtol(szPorts, &szEnd, 10);
+        const long nEnd =
+            *szEnd == kDeclaredRangeSeparator ? std::strtol(szEnd + 1, nullptr, 10) : nStart;
+        const long nLow = std::max(std::min(nStart, nEnd), 0L);
+        const long nHigh = std::min(std::max(nStart, nEnd), kPortCount - 1L);
+        if (nLow <= nHigh) {
+            const auto nBeyond = static_cast<std::size_t>(kPortCount - 1 - (nHigh - nLow));
+            ports_ |= (PortSet().set() >> nBeyond) << static_cast<std::size_t>(nLow);
+        }
+    }
+
+    bool Has(int nPort) const {
+        return nPort >= 0 && nPort < kPortCount && ports_.test(static_cast<std::size_t>(nPort));
+    }
+
+  private:
+    using PortSet = std::bitset<kPortCount>;
+    PortSet ports_;
+};
+
+SkippedPorts PortsOfSkipped(const Query &query, TAVO_FW_SERVICE *pServices, int nProtocol) {
+    SkippedPorts skipped;
+    for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
+        const TAVO_FW_SERVICE *pService =
+            TAVOFWServiceFind(pServices, TLIBCSzListGet(query.pSkip, i));
+        if (pService == nullptr ||
+            (pService->nDstProtocol & static_cast<uint32_t>(nProtocol)) == 0) {
+            continue;
+        }
+        for (int k = 0; k < TLIBCSzListCount(pService->pDstPortList); ++k) {
+            skipped.Add(TLIBCSzListGet(pService->pDstPortList, k));
+        }
+    }
+    return skipped;
+}
+
+// The ports of the range that sockets hold now. One slot for each port: the networking library is
+// told how many there are, and not trusted to have kept to it.
+class UsedPorts {
+  public:
+    explicit UsedPorts(const Range &range)
+        : nSlots_(static_cast<std::size_t>(static_cast<int64_t>(range.nHigh) - range.nLow + 1)),
+          slots_(static_cast<int *>(std::calloc(nSlots_, sizeof(int)))) {}
+
+    bool OutOfMemory() const { return slots_ == nullptr; }
+
+    // A library that cannot tell counts as having found none.
+    void Ask(const Range &range, bool tcp) {
+        const int nMost = static_cast<int>(std::min<std::size_t>(nSlots_, INT_MAX));
+        int nFound = nMost;
+        if (TAVONetGetPortUsedInRange(slots_.get(), &nFound, range.nLow, range.nHigh, tcp) == 0) {
+            nUsed_ = std::clamp(nFound, 0, nMost);
+        }
+    }
+
+    bool AllSkipped(const SkippedPorts &skipped) const {
+        return std::all_of(slots_.get(), slots_.get() + nUsed_,
+                           [&](int nPort) { return nPort == 0 || skipped.Has(nPort); });
+    }
+
+  private:
+    std::size_t nSlots_;
+    std::unique_ptr<int, tavo::FreeWith<std::free>> slots_;
+    int nUsed_ = 0;
+};
+
+int FailForArgument() {
+    return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "Invalid Argument!!");
+}
+
+// A token is PORT or START:END in any order, by whatever numbers strtol finds. Zero alone is no
+// port that a socket could hold.
+bool ReadSocketToken(const char *szToken, Range &range) {
+    const char *szSeparator = std::strchr(szToken, kQueryRangeSeparator);
+    const int nStart = static_cast<int>(std::strtol(szToken, nullptr, 10));
+    const int nEnd = szSeparator == nullptr
+                         ? nStart
+                         : static_cast<int>(std::strtol(szSeparator + 1, nullptr, 10));
+    range = {std::min(nStart, nEnd), std::max(nStart, nEnd)};
+    return nStart != 0 || nEnd != 0;
+}
+
+int CheckSocketsOf(const Range &range, const TAVO_PROTO_TYPE_MAPPING &protocol,
+                   const SkippedPorts &skipped, const TAVO_FW_SERVICE *pServices) {
+    UsedPorts used(range);
+    if (used.OutOfMemory()) {
+        return TAVO_FAIL(tavo::kErrorNoMemory, "out of memory!!");
+    }
+    used.Ask(range, protocol.nProto == TAVO_PROTO_TCP);
+    // Without any service there is no list in which skipped names could be looked up, which has
+    // always been an error, also where nothing is to be skipped.
+    if (pServices == nullptr) {
+        return FailForArgument();
+    }
+    return used.AllSkipped(skipped) ? 0 : 1;
+}
+
+// The first port that is held ends the check; which it is, is not told.
+int CheckSockets(const Query &query, Ports ** /* ppConflictPorts */) {
+    tavo::OwnedServices services;
+    if (EnumerateServices(services) < 0) {
+        return TAVO_FAIL_STATE(tavo::kErrorFirewallServices, "Failed to enumerate services");
+    }
+    SkippedPorts skipped[std::size(gProtoTypeMapping)];
+    for (std::size_t row = 0; services != nullptr && row < std::size(skipped); ++row) {
+        skipped[row] = PortsOfSkipped(query, services.get(), gProtoTypeMapping[row].nProto);
+    }
+    for (int i = 0; i < TLIBCSzListCount(query.pPorts); ++i) {
+        Range range{};
+        if (!ReadSocketToken(TLIBCSzListGet(query.pPorts, i), range)) {
+            return FailForArgument();
+        }
+        for (std::size_t row = 0; row < std::size(skipped); ++row) {
+            const TAVO_PROTO_TYPE_MAPPING &protocol = gProtoTypeMapping[row];
+            if (TLIBCSzListFind(query.pProtocols, protocol.szName) < 0) {
+                continue;
+            }
+            const int nAnswer = CheckSocketsOf(range, protocol, skipped[row], services.get());
+            if (nAnswer != 0) {
+                return nAnswer;
+            }
+        }
+    }
+    return 0;
+}
+
+// ---- The question ----
+
+int SplitWords(const char *szText, TLIBCSzList *pWords) {
+    if (TLIBCStrTok(szText, kTokenSeparators, &pWords) < 0) {
+        return TAVO_LOG("Failed to skiped services into list!");
+    }
+    return 0;
+}
+
+int SplitProtocols(const char *szProtocol, TLIBCSzList *pWords) {
+    char szLowered[kProtocolTextSize];
+    if (TLIBCStrCaseLower(szProtocol, szLowered, sizeof(szLowered)) < 0) {
+        return -1;
+    }
+    return SplitWords(szLowered, pWords);
+}
+
+// Every source that is wanted is asked, also once a conflict is found, so that the caller's list
+// tells all of them. The sockets come last: they add nothing to it.
+int AskSources(const Query &query, int nCheckFlags, Ports **ppConflictPorts) {
+    static constexpr struct {
+        int nFlag;
+        int (*pfnCheck)(const Query &, Ports **);
+    } kSources[] = {
+        {TAVO_PORT_CHECK_PORT_FORWARD, CheckForwardingRules},
+        {TAVO_PORT_CHECK_FW_SERVICE, CheckFirewallServices},
+        {TAVO_PORT_CHECK_SYS_KEY, CheckSettings},
+        {TAVO_PORT_CHECK_RUNTIME, CheckSockets},
+    };
+    int nAnswer = TLIBCSzListFind(query.pPorts, kReservedPort) >= 0 ? 1 : 0;
+    for (const auto &source : kSources) {
+        if ((nCheckFlags & source.nFlag) == 0) {
+            continue;
+        }
+        const int nOne = source.pfnCheck(query, ppConflictPorts);
+        if (nOne < 0) {
+            return -1;
+        }
+        nAnswer |= nOne;
+    }
+    return nAnswer;
+}
+
+// ---- Service files ----
+
+// The flags of a check of a whole file: its author need not know the rules of the router.
+constexpr int kServiceFileCheckFlags =
+    TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
+
+// A check that fails is logged and counts as no conflict: one bad section of a package is no reason
+// to refuse the others.
+int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConflictPorts) {
+    if (szSection == nullptr) {
+        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return 0;
+    }
+    const tavo::OwnedText copy(strdup(szDstPorts));
+    if (copy == nullptr) {
+        TAVO_SET_ERROR(tavo::kErrorNoMemory);
+        return 0;
+    }
+    char *szProtocol = copy.get();
+    char *szPort = tavo::CutPiece(szProtocol, '/');
+    if (TLIBCStrTrimSpace(szPort) < 0) {
+        return 0;
+    }
+    char szNone[] = "";
+    szProtocol = szProtocol == nullptr ? szNone : szProtocol;
+    TLIBCStrTrimSpace(szProtocol);
+    const int nAnswer =
+        TLIBIsPortConflict(szSection, szPort, szProtocol, kServiceFileCheckFlags, ppConflictPorts);
+    if (nAnswer < 0) {
+        TAVO_LOG_STATE("TLIBIsPortConflict FAILED=%d, port=%s, protocol=%s tavoerr=", nAnswer,
+                       szPort, szProtocol);
+        return 0;
+    }
+    if (nAnswer > 0) {
+        TAVO_LOG("szTmpString=%s conflict", szDstPorts);
+    }
+    return nAnswer;
+}
+
+}  // namespace
+
+int TLIBIsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
+                       int nCheckFlags, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    if (szSkipServices == nullptr || szPort == nullptr || szProtocol == nullptr ||
+        ppConflictPorts == nullptr || nCheckFlags < TAVO_PORT_CHECK_DEFAULT ||
+        nCheckFlags > kHighestCheckFlags) {
+        return TAVO_FAIL(tavo::kErrorBadParameter, "Invalid Argument!!");
+    }
+    const tavo::OwnedNames skip(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    const tavo::OwnedNames ports(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    const tavo::OwnedNames protocols(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    if (skip == nullptr || ports == nullptr || protocols == nullptr) {
+        return FailToAllocateList();
+    }
+    if (SplitWords(szSkipServices, skip.get()) < 0 || SplitWords(szPort, ports.get()) < 0 ||
+        SplitProtocols(szProtocol, protocols.get()) < 0) {
+        return -1;
+    }
+    const Query query = {szPort, szProtocol, skip.get(), ports.get(), protocols.get()};
+    return AskSources(query, nCheckFlags, ppConflictPorts);
+}
+
+int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    if (names == nullptr) {
+        return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
+    }
+    const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
+    if (keys == nullptr) {
+        return TAVO_LOG_STATE("Failed to TLIBCSzHashAlloc, tavoerr=");
+    }
+    TLIBCSzList *pNames = names.get();
+    if (TLIBCFileEnumSection(szConfFile, &pNames) < 1) {
+        return 0;
+    }
+    for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
+        const char *szSection = TLIBCSzListGet(pNames, i);
+        TLIBCSzHash *pKeys = keys.get();
+        const int nKeys = TLIBCFileGetSection(szConfFile, szSection, &pKeys);
+        if (nKeys < 1) {
+            return TAVO_LOG_STATE(
+                "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
+                "tavoerr=",
+                szConfFile, szSection, nKeys);
+        }
+        const char *szDstPorts = TLIBCSzHashGetValue(pKeys, tavo::kKeyDstPorts);
+        if (szDstPorts == nullptr) {
+            return TAVO_LOG_STATE("szTmpString is NULL");
+        }
+        if (CheckSection(szSection, szDstPorts, ppConflictPorts) > 0) {
+            return 1;
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,98 @@
+// Port range sets, and how they grow.
+//
+// A set is a list of nodes in ascending order, a gap of at least one port between neighbours. A
+// range is added as a new node in front of the first node that it does not leave behind, and takes
+// in the nodes that it reaches. Ports are 32-bit values as they stand: nothing is clamped, nothing
+// put in order, and arithmetic wraps, so that a range that ends at the highest value touches one
+// that starts at 0.
+#include <algorithm>
+#include <utility>
+
+#include "engine/port_range.h"
+#include "support/failure.h"
+#include "support/owners.h"
+#include "tavoserviceconf.h"
+
+namespace tavo {
+
+int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
+    // Every node in front of the remembered link ends before the last start less one, so before
+    // this start too unless it is lower: walking on from there finds what a walk from the head
+    // finds, even in a set that is out of order.
+    if (nStart < nLastStart_) {
+        ppLink_ = &pSet_->pRanges;
+    }
+    nLastStart_ = nStart;
+    while (*ppLink_ != nullptr && (*ppLink_)->nPortEnd + 1 < nStart) {
+        ppLink_ = &(*ppLink_)->pNext;
+    }
+    // Not calloc, which passes by the heap's stock of blocks that were freed a moment ago.
+    OwnedPorts node(static_cast<TAVO_SERVICE_CONF_PORT *>(std::malloc(sizeof(*node))));
+    if (node == nullptr) {
+        return TAVO_FAIL(kErrorNoMemory, "Out of memory");
+    }
+    TAVO_SERVICE_CONF_PORT *pNext = *ppLink_;
+    *node = {};
+    node->nPortStart = pNext == nullptr ? nStart : std::min(pNext->nPortStart, nStart);
+    node->nPortEnd = nEnd;
+    while (pNext != nullptr && pNext->nPortStart <= node->nPortEnd + 1) {
+        node->nPortEnd = std::max(node->nPortEnd, pNext->nPortEnd);
+        std::free(std::exchange(pNext, pNext->pNext));
+        --pSet_->nCount;
+    }
+    node->nPortType =
+        node->nPortStart == node->nPortEnd ? TAVO_PORT_TYPE_SINGLE : TAVO_PORT_TYPE_RANGE;
+    node->pNext = pNext;
+    *ppLink_ = node.release();
+    ++pSet_->nCount;
+    return 0;
+}
+
+bool PendingRanges::Append(uint32_t nStart, uint32_t nEnd) {
+    if (nCount_ == nRoom_) {
+        const std::size_t nRoom = std::max<std::size_t>(64, nRoom_ * 2);
+        void *pMoved = std::realloc(pRanges_, nRoom * sizeof(Range));
+        if (pMoved == nullptr) {
+            TAVO_SET_ERROR(kErrorNoMemory);
+            return false;
+        }
+        pRanges_ = static_cast<Range *>(pMoved);
+        nRoom_ = nRoom;
+    }
+    pRanges_[nCount_++] = {nStart, nEnd};
+    return true;
+}
+
+int PendingRanges::AddTo(TAVO_PORT_RANGE *pSet) const {
+    RangeAdder adder(pSet);
+    const bool added = std::all_of(pRanges_, pRanges_ + nCount_, [&](const Range &range) {
+        return adder.Add(range.nStart, range.nEnd) == 0;
+    });
+    return added ? 0 : -1;
+}
+
+}  // namespace tavo
+
+TAVO_PORT_RANGE *TLIBPortRangeCreate(void) {
+    auto set = tavo::NewRecord<tavo::OwnedRanges>();
+    if (set == nullptr) {
+        TAVO_SET_ERROR(tavo::kErrorNoMemory);
+    }
+    return set.release();
+}
+
+void TLIBPortRangeDestory(TAVO_PORT_RANGE *pSet) {
+    if (pSet != nullptr) {
+        TAVOServiceConfPortsFree(pSet->pRanges);
+        std::free(pSet);
+    }
+}
+
+int TLIBPortRangeAdd(TAVO_PORT_RANGE *pSet, TAVO_SERVICE_CONF_PORT *pPort) {
+    if (pSet == nullptr || pPort == nullptr) {
+        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+    }
+    // Callers read the end of a single port back from their own record.
+    pPort->nPortEnd = tavo::LastPort(*pPort);
+    return tavo::RangeAdder(pSet).Add(pPort->nPortStart, pPort->nPortEnd);
+}

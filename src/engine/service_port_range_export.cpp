@@ -1,0 +1,63 @@
+// Prints a port range set as text such as "21,1024:1100".
+//
+// The text is put together in one block with room for the longest that the set can come to, and
+// handed over as a text of the core library, whose callers give it back with TLIBCStrPut.
+#include <charconv>
+#include <cstdlib>
+#include <string_view>
+
+#include "support/failure.h"
+#include "support/owners.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+// The longest range with what follows it, a comma or the terminator.
+constexpr std::size_t kRangeSize = std::string_view("-2147483648:-2147483648").size() + 1;
+
+std::size_t Count(const TAVO_SERVICE_CONF_PORT *pNode) {
+    std::size_t nCount = 0;
+    for (; pNode != nullptr; pNode = pNode->pNext) {
+        ++nCount;
+    }
+    return nCount;
+}
+
+// Ports have always been printed as signed numbers. Gives the place behind the number.
+char *PrintPort(uint32_t nPort, char *szText) {
+    return std::to_chars(szText, szText + kRangeSize, static_cast<int32_t>(nPort)).ptr;
+}
+
+void PrintRanges(const TAVO_SERVICE_CONF_PORT *pNode, char *szText) {
+    for (; pNode != nullptr; pNode = pNode->pNext) {
+        szText = PrintPort(pNode->nPortStart, szText);
+        if (pNode->nPortStart != pNode->nPortEnd) {
+            *szText++ = ':';
+            szText = PrintPort(pNode->nPortEnd, szText);
+        }
+        *szText++ = pNode->pNext == nullptr ? '\0' : ',';
+    }
+}
+
+}  // namespace
+
+char *TLIBPortRangeExport(const TAVO_PORT_RANGE *pSet) {
+    if (pSet == nullptr) {
+        TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        return nullptr;
+    }
+    if (pSet->pRanges == nullptr) {
+        return nullptr;
+    }
+    const tavo::OwnedText text(static_cast<char *>(std::malloc(Count(pSet->pRanges) * kRangeSize)));
+    if (text == nullptr) {
+        TAVO_FAIL(tavo::kErrorNoMemory, "Failed to TLIBCStrGet().");
+        return nullptr;
+    }
+    PrintRanges(pSet->pRanges, text.get());
+    char *szCopy = TLIBCStrGet("%s", text.get());
+    if (szCopy == nullptr) {
+        TAVO_LOG("Failed to TLIBCStrGet().");
+    }
+    return szCopy;
+}

@@ -1,0 +1,93 @@
+// Reads a port range set from text such as "21,1024:1100".
+//
+// The text is taken at its word: whatever strtol makes of an item is added, and an item without a
+// number is port 0. Who wants a text checked has TAVOServiceConfPortsGet. Items of digits only, as
+// Export prints them, are read where they stand; the others go through a copy of their own.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "engine/port_range.h"
+#include "support/failure.h"
+#include "support/owners.h"
+#include "support/text.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+struct Range {
+    uint32_t nStart;
+    uint32_t nEnd;
+};
+
+// So many digits fit into 32 bits whatever they are; strtol knows what becomes of more.
+constexpr int kPlainDigits = 9;
+
+// Reads up to kPlainDigits digits and moves on behind them; 0 when there are none.
+uint32_t ReadDigits(const char *&szText) {
+    uint32_t nPort = 0;
+    for (int i = 0; i < kPlainDigits && *szText >= '0' && *szText <= '9'; ++i) {
+        nPort = nPort * 10 + static_cast<uint32_t>(*szText++ - '0');
+    }
+    return nPort;
+}
+
+// Reads the item at `szText`, digits or digits:digits, and moves on behind it. Any other item is
+// left alone.
+bool ReadPlainItem(const char *&szText, Range &range) {
+    const char *szRest = szText;
+    range.nStart = ReadDigits(szRest);
+    range.nEnd = range.nStart;
+    if (*szRest == ':') {
+        range.nEnd = ReadDigits(++szRest);
+    }
+    if (*szRest != ',' && *szRest != '\0') {
+        return false;
+    }
+    szText = szRest;
+    return true;
+}
+
+uint32_t ReadPort(const char *szPort) {
+    return static_cast<uint32_t>(std::strtol(szPort, nullptr, 10));
+}
+
+// Reads the item at `szText`, whatever it is, and moves on behind it.
+int ReadItem(const char *&szText, Range &range) {
+    const std::size_t nLength = std::strcspn(szText, ",");
+    const tavo::OwnedText item(static_cast<char *>(std::malloc(nLength + 1)));
+    if (item == nullptr) {
+        return TAVO_FAIL(tavo::kErrorNoMemory, "Out of memory.");
+    }
+    std::memcpy(item.get(), szText, nLength);
+    item.get()[nLength] = '\0';
+    szText += nLength;
+    if (TLIBCStrTrimSpace(item.get()) < 0) {
+        return -1;
+    }
+    char *szEnd = item.get();
+    range.nStart = ReadPort(tavo::CutPiece(szEnd, ':'));
+    range.nEnd = szEnd == nullptr ? range.nStart : ReadPort(szEnd);
+    return 0;
+}
+
+}  // namespace
+
+int TLIBPortRangeImport(TAVO_PORT_RANGE *pSet, const char *szRanges) {
+    if (pSet == nullptr || szRanges == nullptr) {
+        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+    }
+    tavo::RangeAdder adder(pSet);
+    for (const char *szRest = szRanges;; ++szRest) {
+        Range range;
+        if (!ReadPlainItem(szRest, range) && ReadItem(szRest, range) < 0) {
+            return -1;
+        }
+        if (adder.Add(range.nStart, range.nEnd) < 0) {
+            return TAVO_LOG("Failed to TLIBPortRangeAdd().");
+        }
+        if (*szRest == '\0') {
+            return 0;
+        }
+    }
+}

@@ -1,0 +1,49 @@
+// The ports that two port range sets have in common.
+//
+// Both sets are ascending, so one walk along both finds every piece: whichever node ends first has
+// met all that it can meet, and its walk goes on. The pieces are put aside until then, since the
+// set that they are added to may be one of the two.
+#include <algorithm>
+
+#include "engine/port_range.h"
+#include "support/failure.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+int FindPieces(const TAVO_SERVICE_CONF_PORT *pA, const TAVO_SERVICE_CONF_PORT *pB,
+               tavo::PendingRanges &pieces) {
+    for (; pA != nullptr; pA = pA->pNext) {
+        while (pB != nullptr && pB->nPortEnd < pA->nPortStart) {
+            pB = pB->pNext;
+        }
+        while (pB != nullptr && pB->nPortStart <= pA->nPortEnd) {
+            if (!pieces.Append(std::max(pA->nPortStart, pB->nPortStart),
+                               std::min(pA->nPortEnd, pB->nPortEnd))) {
+                return TAVO_LOG("Failed to memory allocation.");
+            }
+            if (pB->nPortEnd >= pA->nPortEnd) {
+                break;
+            }
+            pB = pB->pNext;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+int TLIBPortRangeOverlap(const TAVO_PORT_RANGE *pA, const TAVO_PORT_RANGE *pB,
+                         TAVO_PORT_RANGE *pOut) {
+    if (pA == nullptr || pB == nullptr || pOut == nullptr) {
+        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+    }
+    tavo::PendingRanges pieces;
+    if (FindPieces(pA->pRanges, pB->pRanges, pieces) < 0) {
+        return -1;
+    }
+    if (pieces.AddTo(pOut) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeAdd().");
+    }
+    return 0;
+}

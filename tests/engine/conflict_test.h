@@ -1,0 +1,73 @@
+// An appliance whose declared ports are up to the test: no service file, no forwarding rule, empty
+// settings. The built-in services stay; telnet has 23/tcp, snmp 161/udp.
+#ifndef TAVO_TESTS_ENGINE_CONFLICT_TEST_H
+#define TAVO_TESTS_ENGINE_CONFLICT_TEST_H
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "library_test.h"
+#include "require_appliance.h"
+#include "temporary_folder.h"
+
+namespace tavo::test {
+
+class ConflictTest : public LibraryTest {
+  protected:
+    ConflictTest() {
+        RequireAppliance();
+        for (const char *folder : {"/usr/tavo/etc/services.d", "/usr/local/etc/services.d"}) {
+            for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+                std::filesystem::remove_all(entry);
+            }
+        }
+        std::filesystem::remove(kRules);
+        Settings("");
+    }
+    ~ConflictTest() override { TAVOServiceConfPortsFree(conflicts_); }
+
+    static constexpr char kRules[] = "/usr/tavo/etc/portforward/rule.conf";
+    static constexpr char kSettings[] = "/etc/tavoinfo.conf";
+
+    static void Settings(const std::string &contents) { WriteFile(kSettings, contents); }
+    static void Rules(const std::string &contents) { WriteFile(kRules, contents); }
+
+    static std::string Rule(const std::string &appliance, const std::string &router,
+                            const std::string &more = "") {
+        return "[1]\nprotocol name=\"tcp\"\ns_port=\"" + appliance + "\"\nr_port=\"" + router +
+               "\"\n" + more;
+    }
+
+    // Installs a service file with one section.
+    static void Service(const std::string &name, const std::string &ports) {
+        WriteFile("/usr/local/etc/services.d/" + name + ".sc",
+                  "[" + name + "]\ntitle=T\ndesc=D\ndst.ports=\"" + ports + "\"\n");
+    }
+
+    int Ask(const std::string &ports, const std::string &protocols, int flags,
+            const std::string &skip = "") {
+        return TLIBIsPortConflict(skip.c_str(), ports.c_str(), protocols.c_str(), flags,
+                                  &conflicts_);
+    }
+
+    std::vector<std::string> Conflicts() const { return Describe(conflicts_); }
+
+    // Puts an entry in front of the list that the caller hands over.
+    void HandOver(uint32_t start, uint32_t end) {
+        TAVO_SERVICE_CONF_PORT port = {};
+        port.nDirection = TAVO_PORT_DIRECTION_DST;
+        port.nPortType = end == 0 ? TAVO_PORT_TYPE_SINGLE : TAVO_PORT_TYPE_RANGE;
+        port.nProtocol = TAVO_PROTO_TCP;
+        port.nPortStart = start;
+        port.nPortEnd = end;
+        ASSERT_EQ(TAVOServiceComposePortInfo(&port, &conflicts_), 0);
+    }
+
+    TAVO_SERVICE_CONF_PORT *conflicts_ = nullptr;
+};
+
+}  // namespace tavo::test
+
+#endif

@@ -1,0 +1,201 @@
+// What the engine makes of libraries that fail, or that answer what they should not. The functions
+// below stand in front of the real ones for the whole program.
+#include <gmock/gmock.h>
+
+#include <functional>
+
+#include "conflict_test.h"
+#include "tavoftp.h"
+#include "tavonet.h"
+
+namespace {
+
+std::function<int()> g_ftp_high_port;
+std::function<int(int *slots, int *count, int low, int high, int tcp)> g_used_ports;
+std::function<int(TAVO_FW_SERVICE **)> g_services;
+
+}  // namespace
+
+extern "C" {
+
+__attribute__((visibility("default"))) int TAVOFTPHighPortGet(void) {
+    return g_ftp_high_port();
+}
+
+__attribute__((visibility("default"))) int TAVONetGetPortUsedInRange(int *slots, int *count,
+                                                                     int low, int high, int tcp) {
+    return g_used_ports(slots, count, low, high, tcp);
+}
+
+__attribute__((visibility("default"))) int TAVOFwServiceEnum(TAVO_FW_SERVICE **services) {
+    return g_services(services);
+}
+
+}  // extern "C"
+
+namespace tavo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class EngineOnBadGround : public ConflictTest {
+  protected:
+    EngineOnBadGround() {
+        g_ftp_high_port = [] { return 50031; };
+        g_used_ports = [](int *, int *count, int, int, int) { return *count = 0; };
+        g_services = [](TAVO_FW_SERVICE **services) {
+            *services = static_cast<TAVO_FW_SERVICE *>(calloc(1, sizeof(TAVO_FW_SERVICE)));
+            return 1;
+        };
+    }
+};
+
+TEST_F(EngineOnBadGround, TellsWhichOfTheTwoQuestionsForThePassivePortFailed) {
+    int questions = 0;
+    g_ftp_high_port = [&] { return ++questions == 2 ? -1 : 50031; };
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_SYS_KEY), -1);
+    EXPECT_EQ(Messages().front(), "failed to get ftp high port");
+    log_.Clear();
+    g_ftp_high_port = [] { return -1; };
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_SYS_KEY), -1);
+    EXPECT_THAT(Messages(), ElementsAre("failed to get ftp low port",
+                                        "Failed to GetServicePort(), service = [ftplowport]",
+                                        "Failed to GetAllNonSkipServicePort()"));
+}
+
+TEST_F(EngineOnBadGround, AsksForThePassivePortTwice) {
+    int questions = 0;
+    g_ftp_high_port = [&] {
+        ++questions;
+        return 50031;
+    };
+    EXPECT_EQ(Ask("50031", "tcp", TAVO_PORT_CHECK_SYS_KEY), 0);
+    EXPECT_EQ(questions, 2);
+}
+
+TEST_F(EngineOnBadGround, CannotTellWithoutTheServices) {
+    g_services = [](TAVO_FW_SERVICE **) {
+        TLIBCErrSetEx(0x123, "catalogue", 1);
+        return -1;
+    };
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_FW_SERVICE), -1);
+    EXPECT_THAT(Messages(), ElementsAre("Failed to enumerate services[0x0123 catalogue:N]"));
+    log_.Clear();
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME), -1);
+    EXPECT_EQ(ErrorState(), "0x9900 service_is_port_conflict.cpp");
+    EXPECT_THAT(Messages(), ElementsAre("Failed to enumerate services[0x9900 "
+                                        "service_is_port_conflict.cpp:N]"));
+}
+
+TEST_F(EngineOnBadGround, WithoutAnyServiceHasNoConflictWithServices) {
+    g_services = [](TAVO_FW_SERVICE **services) {
+        *services = nullptr;
+        return 0;
+    };
+    EXPECT_EQ(Ask("80", "sctp", TAVO_PORT_CHECK_FW_SERVICE), 0);
+    EXPECT_THAT(Messages(), IsEmpty()) << "the protocols are not looked at";
+}
+
+TEST_F(EngineOnBadGround, WithoutAnyServiceCannotTellOfSockets) {
+    g_services = [](TAVO_FW_SERVICE **services) {
+        *services = nullptr;
+        return 0;
+    };
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME), -1);
+    EXPECT_EQ(ErrorState(), "0xD00 service_is_port_conflict.cpp");
+    EXPECT_THAT(Messages(), ElementsAre("Invalid Argument!![0x0D00 "
+                                        "service_is_port_conflict.cpp:N]"));
+    EXPECT_EQ(Ask("80", "", TAVO_PORT_CHECK_RUNTIME), 0) << "nobody looks for the list";
+}
+
+TEST_F(EngineOnBadGround, AsksForTheRangeOfEachTokenAndProtocol) {
+    std::vector<std::string> questions;
+    g_used_ports = [&](int *, int *count, int low, int high, int tcp) {
+        questions.push_back(std::to_string(low) + ".." + std::to_string(high) +
+                            (tcp != 0 ? " tcp, " : " udp, ") + std::to_string(*count) + " slots");
+        return *count = 0;
+    };
+    EXPECT_EQ(Ask("80,9:7", "udp tcp", TAVO_PORT_CHECK_RUNTIME), 0);
+    EXPECT_THAT(questions, ElementsAre("80..80 tcp, 1 slots", "80..80 udp, 1 slots",
+                                       "7..9 tcp, 3 slots", "7..9 udp, 3 slots"));
+}
+
+TEST_F(EngineOnBadGround, TakesAFailedQuestionForNoPorts) {
+    g_used_ports = [](int *slots, int *count, int, int, int) {
+        slots[0] = 80;
+        *count = 1;
+        return -1;
+    };
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME), 0);
+}
+
+TEST_F(EngineOnBadGround, DoesNotReadBeyondItsSlots) {
+    g_used_ports = [](int *, int *count, int, int, int) {
+        *count = 1 << 20;
+        return 0;
+    };
+    EXPECT_EQ(Ask("80:89", "tcp", TAVO_PORT_CHECK_RUNTIME), 0);
+    g_used_ports = [](int *slots, int *count, int, int, int) {
+        slots[0] = 80;
+        *count = -1;
+        return 0;
+    };
+    EXPECT_EQ(Ask("80:89", "tcp", TAVO_PORT_CHECK_RUNTIME), 0);
+}
+
+TEST_F(EngineOnBadGround, PassesOverEmptySlots) {
+    g_used_ports = [](int *slots, int *count, int, int, int) {
+        slots[0] = 0;
+        slots[1] = 81;
+        *count = 2;
+        return 0;
+    };
+    EXPECT_EQ(Ask("80:89", "tcp", TAVO_PORT_CHECK_RUNTIME), 1);
+}
+
+// A service whose destination ports are `ports`, as the catalogue hands it out.
+TAVO_FW_SERVICE *ServiceWithPorts(const char *ports) {
+    auto *service = static_cast<TAVO_FW_SERVICE *>(calloc(1, sizeof(TAVO_FW_SERVICE)));
+    snprintf(service->szName, sizeof(service->szName), "web");
+    service->nDstProtocol = TAVO_PROTO_BOTH;
+    service->pDstPortList = TLIBCSzListAlloc(1);
+    TLIBCSzListPush(&service->pDstPortList, ports);
+    return service;
+}
+
+TEST_F(EngineOnBadGround, ReadsThePortsOfASkippedServiceAsNumbers) {
+    static constexpr struct {
+        const char *ports;
+        int expected;
+    } kCases[] = {
+        {"80", 0},      {"80-80", 0},   {"79-81", 0},       {"81-79", 0}, {"81", 1},
+        {"82-90", 1},   {"", 1},        {"x", 1},           {"80x", 0},   {"-5-70000", 0},
+        {"0-70000", 0}, {"70000", 1},   {"65536-70000", 1}, {"80-", 0},   {"1-79,80", 1},
+        {"-10--5", 1},  {"0-65535", 0}, {"80-65535", 0},    {"0-80", 0},
+    };
+    g_used_ports = [](int *slots, int *count, int, int, int) {
+        slots[0] = 80;
+        *count = 1;
+        return 0;
+    };
+    for (const auto &[ports, expected] : kCases) {
+        g_services = [ports = ports](TAVO_FW_SERVICE **services) {
+            *services = ServiceWithPorts(ports);
+            return 1;
+        };
+        EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME, "web"), expected) << ports;
+    }
+}
+
+TEST_F(EngineOnBadGround, FailsOnAServiceWhosePortsAreNone) {
+    g_services = [](TAVO_FW_SERVICE **services) {
+        *services = ServiceWithPorts("1000:2000");
+        return 1;
+    };
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_FW_SERVICE), -1);
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_FW_SERVICE, "web"), 0);
+}
+
+}  // namespace
+}  // namespace tavo::test

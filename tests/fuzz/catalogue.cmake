@@ -1,0 +1,1 @@
+tavo_add_fuzzer(mapping_table APPLIANCE LIBRARIES tavoserviceconf tavocore tavoconfiglines)
