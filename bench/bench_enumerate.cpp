@@ -15,58 +15,27 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
-#include "ratio_reporter.h"
+#include "bench_main.h"
+#include "service_files.h"
 #include "tavoserviceconf.h"
 
 namespace {
 
-constexpr char kFolder[] = "/usr/local/etc/services.d";
-
-// A service as packages ship them, with references for the user interface beside the texts.
-std::string Section(int file, int section) {
-    const std::string name = "service-" + std::to_string(file) + "-" + std::to_string(section);
-    const std::string port = std::to_string(1024 + (file * 7 + section * 3) % 60000);
-    std::string text = "[" + name + "]\n";
-    text += "title_key=\"tree:leaf_" + name + "\"\n";
-    text += "title=\"Service " + name + "\"\n";
-    text += "desc_key=\"tree:desc_" + name + "\"\n";
-    text += "desc=\"What the service is for, in a line of ordinary length\"\n";
-    text += "desc_extra=\"Whatever else an administrator should know of it\"\n";
-    text += "port_forward=\"yes\"\n";
-    text += "dst.ports=\"" + port + "," + port + ":65000/tcp,udp\"\n\n";
-    return text;
-}
-
-// Fills the folder; benchmarks of equal arguments share what the first of them wrote.
-void Prepare(int files, int sections) {
-    static std::pair<int, int> prepared;
-    if (prepared == std::pair(files, sections)) {
-        return;
-    }
-    std::filesystem::remove_all(kFolder);
-    std::filesystem::create_directories(kFolder);
-    for (int file = 0; file < files; ++file) {
-        std::ofstream out(std::string(kFolder) + "/file-" + std::to_string(file) + ".sc");
-        for (int section = 0; section < sections; ++section) {
-            out << Section(file, section);
-        }
-    }
-    prepared = {files, sections};
-}
+using tavo::bench::kServiceFolder;
+using tavo::bench::WriteServiceFiles;
 
 // The regular files of the folder, listed the way the library does.
 template <typename Visit>
 void ForEachFile(Visit visit) {
     dirent **entries = nullptr;
-    const int count = scandir(kFolder, &entries, nullptr, alphasort);
+    const int count = scandir(kServiceFolder, &entries, nullptr, alphasort);
     for (int i = 0; i < count; ++i) {
         if (entries[i]->d_type == DT_REG) {
-            visit((std::string(kFolder) + "/" + entries[i]->d_name).c_str());
+            visit((std::string(kServiceFolder) + "/" + entries[i]->d_name).c_str());
         }
         std::free(entries[i]);
     }
@@ -75,7 +44,7 @@ void ForEachFile(Visit visit) {
 
 void Library(benchmark::State &state) {
     const int files = static_cast<int>(state.range(0));
-    Prepare(files, static_cast<int>(state.range(1)));
+    WriteServiceFiles(files, static_cast<int>(state.range(1)));
     for (auto _ : state) {
         TAVO_SERVICE_CONF *list = nullptr;
         if (TAVOServiceConfEnum(&list, TAVO_SERVICE_CONF_DIR_PACKAGE) != files) {
@@ -105,7 +74,7 @@ void ReadKeyFile(const char *path) {
 }
 
 void GKeyFilePeer(benchmark::State &state) {
-    Prepare(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    WriteServiceFiles(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
     for (auto _ : state) {
         ForEachFile(ReadKeyFile);
     }
@@ -123,7 +92,7 @@ void ReadWhole(const char *path) {
 }
 
 void Floor(benchmark::State &state) {
-    Prepare(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    WriteServiceFiles(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
     for (auto _ : state) {
         ForEachFile(ReadWhole);
     }
@@ -163,7 +132,7 @@ std::size_t StatusBytes(const char *field) {
 // How far one enumeration raises the peak of resident memory, and how much of it is records. In a
 // child, so that what earlier benchmarks left in the heap does not hide the growth.
 void PrintMemory(int files, int sections) {
-    Prepare(files, sections);
+    WriteServiceFiles(files, sections);
     std::fflush(stdout);
     const pid_t child = fork();
     if (child == 0) {
@@ -203,26 +172,12 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    // Emptying the folder on a developer's own machine would be a nasty surprise.
-    char host[64] = "";
-    gethostname(host, sizeof(host) - 1);
-    if (std::strcmp(host, "appliance") != 0) {
-        std::fputs("bench_enumerate runs in the private appliance only: ./dev bench\n", stderr);
-        return 2;
-    }
-    // The heap keeps its pages between iterations, as that of a long-running back end does; else
-    // the kernel's handing out of memory is most of what is measured.
-    mallopt(M_TRIM_THRESHOLD, 1 << 28);
-    mallopt(M_MMAP_THRESHOLD, 1 << 28);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 2;
-    }
-    RegisterAll();
     tavo::bench::RatioReporter reporter("Library", {"GKeyFile", "Floor"});
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const int status = tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
     for (const auto &[files, sections] : kSizes) {
-        PrintMemory(files, sections);
+        if (status == 0) {
+            PrintMemory(files, sections);
+        }
     }
-    return 0;
+    return status;
 }

@@ -1,0 +1,33 @@
+#include "bench_main.h"
+
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace tavo::bench {
+
+int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &reporter) {
+    // They empty the service folders and open thousands of sockets: not on a developer's machine.
+    char host[64] = "";
+    gethostname(host, sizeof(host) - 1);
+    if (std::strcmp(host, "appliance") != 0) {
+        std::fprintf(stderr, "%s runs in the private appliance only: ./dev bench\n", argv[0]);
+        return 2;
+    }
+    // The heap keeps its pages between iterations, as that of a long-running back end does; else
+    // the kernel's handing out of memory is most of what is measured.
+    mallopt(M_TRIM_THRESHOLD, 1 << 28);
+    mallopt(M_MMAP_THRESHOLD, 1 << 28);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 2;
+    }
+    pfnRegister();
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    return 0;
+}
+
+}  // namespace tavo::bench

@@ -1,0 +1,15 @@
+// How every benchmark program runs: in a private appliance, with a heap that keeps its pages.
+#ifndef TAVO_BENCH_BENCH_MAIN_H
+#define TAVO_BENCH_BENCH_MAIN_H
+
+#include "ratio_reporter.h"
+
+namespace tavo::bench {
+
+// Registers the benchmarks with `pfnRegister` and runs them. The exit status: 0; 2 for wrong usage
+// or outside an appliance.
+int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &reporter);
+
+}  // namespace tavo::bench
+
+#endif
