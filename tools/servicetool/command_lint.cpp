@@ -1,29 +1,11 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
-#include "input_file.h"
-#include "library_log.h"
-#include "lint.h"
+#include "linted_file.h"
 #include "text.h"
 
 namespace tavo {
 namespace {
-
-LintResult LintQuietly(const FileContents &contents, const std::string &name) {
-    const LibraryLog log;
-    return LintText(contents.text, name);
-}
-
-std::string Verdict(const LintResult &result) {
-    std::string verdict;
-    if (result.errors != 0) {
-        verdict = Counted(result.errors, "error");
-    }
-    if (result.warnings != 0) {
-        verdict += (verdict.empty() ? "" : ", ") + Counted(result.warnings, "warning");
-    }
-    return verdict.empty() ? "ok" : verdict;
-}
 
 nlohmann::ordered_json VerdictJson(const LintResult &result, const std::string &name) {
     const auto readable = std::count_if(result.services.begin(), result.services.end(),
@@ -36,23 +18,15 @@ nlohmann::ordered_json VerdictJson(const LintResult &result, const std::string &
 }
 
 void LintFile(const std::string &path, bool strict, Report &report) {
-    const bool standard_input = path == kStandardInput;
-    const std::string name = standard_input ? std::string(kStandardInputName) : path;
-    const FileContents contents = standard_input ? ReadStandardInput() : ReadRegularFile(path);
-    if (!contents.problem.empty()) {
-        report.TellError(name, "unreadable", contents.problem);
-        report.Raise(Status::kFailed);
+    LintedFile file;
+    if (!LintAndTell(path, file, report)) {
         return;
     }
-    const LintResult result = LintQuietly(contents, name);
-    for (const Diagnostic &diagnostic : result.diagnostics) {
-        report.Tell(diagnostic);
-    }
-    if (result.errors != 0 || (strict && result.warnings != 0)) {
+    if (file.lint.errors != 0 || (strict && file.lint.warnings != 0)) {
         report.Raise(Status::kNo);
     }
-    report.Print(Escaped(name) + ": " + Verdict(result) + '\n');
-    report.AddResult(VerdictJson(result, name));
+    report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
+    report.AddResult(VerdictJson(file.lint, file.name));
 }
 
 }  // namespace

@@ -29,6 +29,36 @@ struct LintOptions {
 // Every problem of each file.
 void Lint(const LintOptions &options, Report &report);
 
+struct ServicesOptions {
+    bool supported = false;  // only those that this model supports
+    bool no_legend = false;
+    std::vector<std::string> names;  // all where empty
+};
+
+// One line per service that the firewall can offer.
+void Services(const ServicesOptions &options, Report &report);
+
+struct CheckOptions {
+    std::vector<std::string> ports;    // PORTS[/PROTOCOLS]
+    std::vector<std::string> files;    // service files; asked for instead of ports
+    std::vector<std::string> skip;     // service names
+    std::vector<std::string> sources;  // names of sources; all where empty
+    bool no_legend = false;
+};
+
+// Whether ports, or those that a service file declares, are taken, and by whom.
+void Check(const CheckOptions &options, Report &report);
+
+struct SuggestOptions {
+    unsigned int count = 1;
+    unsigned int near = 0;  // a port; 0 where none is asked for
+    bool block = false;     // ports in a row
+    std::string protocols;  // as in a port list; both where empty
+};
+
+// Ports that nobody declares and nobody holds.
+void Suggest(const SuggestOptions &options, Report &report);
+
 }  // namespace tavo
 
 #endif

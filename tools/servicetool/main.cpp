@@ -1,4 +1,4 @@
-// servicetool: service files from a shell. This file is its command line.
+// servicetool: services and their ports from a shell. This file is its command line.
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "commands.h"
-#include "input_file.h"
+#include "command_options.h"
+#include "command_words.h"
 #include "library_log.h"
 #include "report.h"
 #include "text.h"
@@ -22,45 +22,9 @@ namespace {
 
 constexpr char kExamples[] = R"(Examples:
   servicetool list
-  servicetool show web_http
   servicetool lint mypackage.sc
-  servicetool lint --help)";
-
-constexpr char kListExamples[] = R"(Examples:
-  servicetool list                       every service of the appliance
-  servicetool list --package             those of packages only
-  servicetool list --no-legend | wc -l   how many there are
-  servicetool list --json | jq -r '.results[].name')";
-
-constexpr char kShowExamples[] = R"(Examples:
-  servicetool show ntp                   the service ntp, in whatever file it is
-  servicetool show ./mypackage.sc        all services of a file
-  servicetool show --json ntp | jq '.results[0].ports')";
-
-constexpr char kLintExamples[] = R"(Examples:
-  servicetool lint mypackage.sc
-  servicetool lint --strict *.sc && echo fit to ship
-  generate-services | servicetool lint -)";
-
-// CLI11 reads "[a,b]" as a list and "++" as the end of a command, and forgets "--" behind the first
-// FILE. So words that are meant as they are get a guard in front, which keeps it from looking
-// closer.
-constexpr char kGuard = '\1';
-
-std::string Guarded(const std::string &word, bool options_ended) {
-    const bool special = word == "++" || word.starts_with('[') || word.starts_with(kGuard) ||
-                         (options_ended && word.starts_with('-'));
-    return special ? kGuard + word : word;
-}
-
-std::string Unguarded(const std::string &word) {
-    return word.starts_with(kGuard) ? word.substr(1) : word;
-}
-
-// A flag says it all; CLI11 would take --flag=false for its opposite.
-void AddFlag(CLI::App *app, const char *names, bool &flag, const char *purpose) {
-    app->add_flag(names, flag, purpose)->disable_flag_override();
-}
+  servicetool check 8080/tcp
+  servicetool check --help)";
 
 class CommandLine {
   public:
@@ -71,27 +35,19 @@ class CommandLine {
     int Run(int argc, char **argv);
 
   private:
-    CLI::App *AddCommand(const char *name, const char *purpose, const char *examples);
-    void AddCommonOptions(CLI::App *app);
     void Parse(int argc, char **argv);
     int CheckAndRun();
-    void RunCommand(Report &report) const;
+    UsageProblem Problem();
     int UsageError(std::string message, std::string fix = {});
     int UnexpectedWord();
+    bool LacksValue() const;
+    bool TakesFiles() const;
     std::string UnknownOption() const;
     std::string AssignedFlag() const;
 
-    std::vector<std::string> options_;  // words before "--" that start with a hyphen
-    bool json_ = false;
-    bool verbose_ = false;
-    ListOptions list_options_;
-    LintOptions lint_options_;
-    std::string show_target_;
-
-    CLI::App app_{"Looks at the service files of the appliance.", "servicetool"};
-    CLI::App *list_ = nullptr;
-    CLI::App *show_ = nullptr;
-    CLI::App *lint_ = nullptr;
+    CommandWords words_;
+    CommandOptions options_;
+    CLI::App app_{"Looks at the services of the appliance and their ports.", "servicetool"};
 };
 
 CommandLine::CommandLine() {
@@ -105,40 +61,7 @@ CommandLine::CommandLine() {
     app_.set_version_flag("--version", "servicetool " SERVICETOOL_VERSION,
                           "Print the version and exit");
     app_.footer(kExamples);
-    AddCommonOptions(&app_);
-
-    list_ = AddCommand("list", "List the services that the service files declare", kListExamples);
-    AddFlag(list_, "--system", list_options_.system, "Only those of the system");
-    AddFlag(list_, "--package", list_options_.package, "Only those of packages");
-    AddFlag(list_, "--no-legend", list_options_.no_legend, "Leave the header out");
-
-    show_ =
-        AddCommand("show", "Show everything that a service or a service file says", kShowExamples);
-    show_
-        ->add_option("NAME|FILE", show_target_,
-                     "A service by its name, or a file; - is standard input")
-        ->option_text(" ")
-        ->required();
-
-    lint_ = AddCommand("lint", "Find everything that is wrong in service files", kLintExamples);
-    lint_->add_option("FILE", lint_options_.files, "Service files; - is standard input")
-        ->option_text("...")
-        ->required();
-    AddFlag(lint_, "--strict", lint_options_.strict, "Fail on warnings, too");
-}
-
-CLI::App *CommandLine::AddCommand(const char *name, const char *purpose, const char *examples) {
-    CLI::App *command = app_.add_subcommand(name, purpose);
-    command->group("Commands");
-    command->footer(examples);
-    AddCommonOptions(command);
-    return command;
-}
-
-// They may stand before the command and behind it.
-void CommandLine::AddCommonOptions(CLI::App *app) {
-    AddFlag(app, "--json", json_, "Print one JSON document instead");
-    AddFlag(app, "-v,--verbose", verbose_, "Print what the library logs, too");
+    AddCommands(app_, options_);
 }
 
 int CommandLine::Run(int argc, char **argv) {
@@ -162,49 +85,39 @@ int CommandLine::Run(int argc, char **argv) {
 }
 
 void CommandLine::Parse(int argc, char **argv) {
-    std::vector<std::string> words;
-    bool options_ended = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string word = argv[i];
-        if (word == "--" && !options_ended) {
-            options_ended = true;
-            continue;
-        }
-        // Asked for in a command line that is otherwise wrong, JSON is still what a program waits
-        // for.
-        json_ = json_ || (word == "--json" && !options_ended);
-        if (word.size() > 1 && word.front() == '-' && !options_ended) {
-            options_.push_back(word);
-        }
-        words.push_back(Guarded(word, options_ended));
-    }
+    words_ = ReadWords({argv + std::min(argc, 1), argv + argc},
+                       [this](const std::string &option) { return TakesValue(app_, option); });
+    // Asked for in a command line that is otherwise wrong, JSON is still what a program waits for.
+    options_.json = std::count(words_.options.begin(), words_.options.end(), "--json") != 0;
+    std::vector<std::string> words = words_.guarded;
     std::reverse(words.begin(), words.end());  // the order that CLI11 takes them in
     app_.parse(words);
-    show_target_ = Unguarded(show_target_);
-    for (std::string &file : lint_options_.files) {
-        file = Unguarded(file);
+}
+
+UsageProblem CommandLine::Problem() {
+    if (app_.get_subcommands().empty()) {
+        return {"a command is missing", ""};
     }
+    if (!words_.lacks_value.empty()) {
+        return {LacksValue() ? words_.lacks_value + " needs a value"
+                             : "unknown option " + words_.lacks_value,
+                ""};
+    }
+    if (const std::string flag = AssignedFlag(); !flag.empty()) {
+        return {flag + " takes no value", ""};
+    }
+    return TakeAsMeant(*app_.get_subcommands().front(), options_);
 }
 
 int CommandLine::CheckAndRun() {
-    const auto &files = lint_options_.files;
-    if (app_.get_subcommands().empty()) {
-        return UsageError("a command is missing");
+    LibraryLog::Start(options_.verbose);
+    const UsageProblem problem = Problem();
+    if (!problem.message.empty()) {
+        return UsageError(problem.message, problem.fix);
     }
-    if ((show_->parsed() && show_target_.empty()) ||
-        std::find(files.begin(), files.end(), "") != files.end()) {
-        return UsageError("a name is empty");
-    }
-    if (const std::string flag = AssignedFlag(); !flag.empty()) {
-        return UsageError(flag + " takes no value");
-    }
-    if (std::count(files.begin(), files.end(), kStandardInput) > 1) {
-        return UsageError("standard input is named twice");
-    }
-    LibraryLog::Start(verbose_);
-    Report report(json_);
+    Report report(options_.json);
     try {
-        RunCommand(report);
+        tavo::Run(*app_.get_subcommands().front(), options_, report);
     } catch (const std::bad_alloc &) {
         report.TellError("", "failed", "out of memory");
         report.Raise(Status::kFailed);
@@ -215,19 +128,9 @@ int CommandLine::CheckAndRun() {
     return report.Finish();
 }
 
-void CommandLine::RunCommand(Report &report) const {
-    if (list_->parsed()) {
-        List(list_options_, report);
-    } else if (show_->parsed()) {
-        Show(show_target_, report);
-    } else {
-        Lint(lint_options_, report);
-    }
-}
-
 // Where no fix is plain, the help is.
 int CommandLine::UsageError(std::string message, std::string fix) {
-    Report report(json_);
+    Report report(options_.json);
     const auto commands = app_.get_subcommands();
     if (fix.empty()) {
         fix = "see servicetool " + (commands.empty() ? "" : commands.front()->get_name() + ' ') +
@@ -240,10 +143,13 @@ int CommandLine::UsageError(std::string message, std::string fix) {
 
 int CommandLine::UnexpectedWord() {
     const std::string option = UnknownOption();
+    if (LacksValue() && option == words_.next) {
+        return UsageError(words_.lacks_value + " needs a value",
+                          "write " + words_.lacks_value + '=' + option);
+    }
     if (!option.empty()) {
         struct stat status {};
-        const bool is_file =
-            (show_->parsed() || lint_->parsed()) && lstat(option.c_str(), &status) == 0;
+        const bool is_file = TakesFiles() && lstat(option.c_str(), &status) == 0;
         return UsageError("unknown option " + Shortened(option),
                           is_file ? "write -- " + option : "");
     }
@@ -251,6 +157,20 @@ int CommandLine::UnexpectedWord() {
     return UsageError(
         (app_.get_subcommands().empty() ? "unknown command " : "unexpected argument ") +
         Quoted(word));
+}
+
+// Whether an option without its value is one of the command at all.
+bool CommandLine::LacksValue() const {
+    const auto commands = app_.get_subcommands();
+    return !words_.lacks_value.empty() && !commands.empty() &&
+           commands.front()->get_option_no_throw(words_.lacks_value) != nullptr;
+}
+
+// Whether the words of the command may be files.
+bool CommandLine::TakesFiles() const {
+    const auto commands = app_.get_subcommands();
+    const std::string name = commands.empty() ? "" : commands.front()->get_name();
+    return name == "show" || name == "lint" || !options_.check.files.empty();
 }
 
 // The first option that is not known, as it was written: of -vx.sc, CLI11 takes the -v and leaves
@@ -262,18 +182,21 @@ std::string CommandLine::UnknownOption() const {
     }
     const std::string rest = left.front().substr(1);
     const auto written =
-        std::find_if(options_.begin(), options_.end(),
+        std::find_if(words_.options.begin(), words_.options.end(),
                      [&rest](const std::string &word) { return word.ends_with(rest); });
-    return written != options_.end() ? *written : left.front();
+    return written != words_.options.end() ? *written : left.front();
 }
 
 // The first option that is written with a value; empty when there is none. CLI11 lets a value pass
 // that says the same as the flag alone.
 std::string CommandLine::AssignedFlag() const {
+    const auto is_assigned_flag = [this](const std::string &word) {
+        const std::size_t equals = word.find('=');
+        return equals != std::string::npos && !TakesValue(app_, word.substr(0, equals));
+    };
     const auto assigned =
-        std::find_if(options_.begin(), options_.end(),
-                     [](const std::string &word) { return word.find('=') != std::string::npos; });
-    return assigned == options_.end() ? "" : assigned->substr(0, assigned->find('='));
+        std::find_if(words_.options.begin(), words_.options.end(), is_assigned_flag);
+    return assigned == words_.options.end() ? "" : assigned->substr(0, assigned->find('='));
 }
 
 }  // namespace

@@ -30,6 +30,15 @@ inline std::uint32_t PortOf(std::string_view text) {
     return static_cast<std::uint32_t>(std::strtol(std::string(text).c_str(), nullptr, 10));
 }
 
+// Whether `text` is decimal digits and nothing else.
+bool IsNumber(std::string_view text);
+
+// The digits of a number without its leading zeros.
+std::string_view Significant(std::string_view digits);
+
+// What may be meant by an item of a port list that is no port; empty when nothing is plain.
+std::string PortFix(std::string_view item);
+
 }  // namespace tavo
 
 #endif

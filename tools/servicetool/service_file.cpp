@@ -12,6 +12,7 @@
 
 #include "input_file.h"
 #include "library_log.h"
+#include "protocols.h"
 #include "text.h"
 
 namespace tavo {
@@ -79,20 +80,22 @@ std::string AboutIt(const std::string &message, const std::string &section) {
 // Tells what a finding of lint means for the reader: `consequence`, which may be about a service,
 // and the finding as its reason.
 void TellBecause(const ServiceFile &file, const std::string &consequence,
-                 std::optional<std::size_t> finding, const LintedService *service, Report &report) {
+                 std::optional<std::size_t> finding, const LintedService *service,
+                 Severity severity, Report &report) {
     if (!finding) {
         // Beyond what lint lists.
-        report.TellError(file.path, "unreadable", consequence);
+        report.Tell({file.path, 0, 0, severity, "unreadable", consequence, "", {}});
         return;
     }
     Diagnostic diagnostic = file.lint.diagnostics[*finding];
+    diagnostic.severity = severity;
     diagnostic.message =
         consequence + ": " +
         (service != nullptr ? AboutIt(diagnostic.message, service->name) : diagnostic.message);
     report.Tell(std::move(diagnostic));
 }
 
-void TellRefused(const ServiceFile &file, Report &report) {
+void TellRefused(const ServiceFile &file, Severity severity, Report &report) {
     const auto &diagnostics = file.lint.diagnostics;
     std::optional<std::size_t> finding;
     for (std::size_t i = 0; i < diagnostics.size() && !finding; ++i) {
@@ -100,7 +103,7 @@ void TellRefused(const ServiceFile &file, Report &report) {
             finding = i;
         }
     }
-    TellBecause(file, "not read as a service file", finding, nullptr, report);
+    TellBecause(file, "not read as a service file", finding, nullptr, severity, report);
 }
 
 ServiceFile ProblemFile(const std::string &path, std::string problem) {
@@ -134,25 +137,6 @@ ServiceFile ReadNamedFile(const std::string &path) {
 std::string PortText(const TAVO_SERVICE_CONF_PORT &port) {
     const std::string start = std::to_string(port.nPortStart);
     return port.nPortType == 0 ? start : start + ':' + std::to_string(port.nPortEnd);
-}
-
-std::vector<std::string> ProtocolNames(std::uint32_t flags) {
-    std::vector<std::string> names;
-    for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
-        if ((flags & static_cast<std::uint32_t>(row.nProto)) != 0) {
-            names.emplace_back(row.szName);
-        }
-    }
-    return names;
-}
-
-template <typename Items, typename Text>
-std::string JoinedByCommas(const Items &items, Text text) {
-    std::string joined;
-    for (const auto &item : items) {
-        joined += (joined.empty() ? "" : ",") + text(item);
-    }
-    return joined;
 }
 
 Json PortsJson(const TAVO_SERVICE_CONF_PORT *list) {
@@ -245,51 +229,44 @@ FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report) {
     return contents;
 }
 
-bool TellWhatIsMissing(const ServiceFile &file, Report &report) {
+bool TellWhatIsMissing(const ServiceFile &file, Report &report, Severity severity) {
     if (!file.problem.empty()) {
-        report.TellError(file.path, "unreadable", file.problem);
+        report.Tell({file.path, 0, 0, severity, "unreadable", file.problem, "", {}});
         return true;
     }
     if (file.conf == nullptr) {
-        TellRefused(file, report);
+        TellRefused(file, severity, report);
         return true;
     }
     bool missing = false;
     for (const LintedService &service : file.lint.services) {
         if (!service.readable) {
-            TellLeftOut(file, service, report);
+            TellLeftOut(file, service, report, severity);
             missing = true;
         }
     }
     return missing;
 }
 
-void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report) {
+void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report,
+                 Severity severity) {
     TellBecause(file, "section [" + Shortened(service.name) + "] is left out", service.first_error,
-                &service, report);
+                &service, severity, report);
 }
 
 std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {
     if (list == nullptr) {
         return {};
     }
-    const std::string ports =
-        JoinedByCommas(InFileOrder(list), [](const auto *port) { return PortText(*port); });
-    return ports + '/' +
-           JoinedByCommas(ProtocolNames(list->nProtocol),
-                          [](const std::string &name) { return name; });
+    std::string ports;
+    for (const TAVO_SERVICE_CONF_PORT *port : InFileOrder(list)) {
+        ports += (ports.empty() ? "" : ",") + PortText(*port);
+    }
+    return ports + '/' + ProtocolsText(list->nProtocol);
 }
 
-Json ServiceJson(const ServiceFile &file, const TAVO_SERVICE_CONF_SECTION &section) {
-    const TAVO_SERVICE_CONF &conf = *file.conf;
-    return {{"name", section.szName},
-            {"file", Utf8Text(file.path)},
-            {"real_path", TextOrNull(RealPathOf(file.path))},
-            {"location", TextOrNull(LocationOf(file.path))},
-            {"version", conf.nVersion},
-            {"support_key", TextOrNull(conf.szSupportKey)},
-            {"run_key", TextOrNull(conf.szRunKey)},
-            {"ports", PortsJson(section.pDstPorts)},
+Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section) {
+    return {{"ports", PortsJson(section.pDstPorts)},
             {"source_ports", PortsJson(section.pSrcPorts)},
             {"forward", section.blPortForward != 0},
             {"title", Utf8Text(section.strTitle.szText)},
@@ -297,6 +274,19 @@ Json ServiceJson(const ServiceFile &file, const TAVO_SERVICE_CONF_SECTION &secti
             {"description", Utf8Text(section.strDesc.szText)},
             {"description_key", ReferenceJson(section.strDesc)},
             {"description_extra", TextOrNull(section.strDesc.szExtra)}};
+}
+
+Json ServiceJson(const ServiceFile &file, const TAVO_SERVICE_CONF_SECTION &section) {
+    const TAVO_SERVICE_CONF &conf = *file.conf;
+    Json json = {{"name", section.szName},
+                 {"file", Utf8Text(file.path)},
+                 {"real_path", TextOrNull(RealPathOf(file.path))},
+                 {"location", TextOrNull(LocationOf(file.path))},
+                 {"version", conf.nVersion},
+                 {"support_key", TextOrNull(conf.szSupportKey)},
+                 {"run_key", TextOrNull(conf.szRunKey)}};
+    json.update(SectionJson(section));
+    return json;
 }
 
 }  // namespace tavo

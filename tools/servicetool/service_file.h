@@ -59,10 +59,12 @@ FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report);
 
 // Tells what of the file could not be read: the file itself, or the services that the library
 // leaves out of it. True when there was something to tell.
-bool TellWhatIsMissing(const ServiceFile &file, Report &report);
+bool TellWhatIsMissing(const ServiceFile &file, Report &report,
+                       Severity severity = Severity::kError);
 
 // Tells why the library leaves the service out.
-void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report);
+void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report,
+                 Severity severity = Severity::kError);
 
 // The library's lists are in reverse: what was read last is first.
 template <typename Record>
@@ -84,6 +86,9 @@ bool HasReference(const TAVO_SERVICE_CONF_STRING &string);
 // The JSON object of a service, the same in every command.
 nlohmann::ordered_json ServiceJson(const ServiceFile &file,
                                    const TAVO_SERVICE_CONF_SECTION &section);
+
+// The part of it that does not need a file: ports and texts.
+nlohmann::ordered_json SectionJson(const TAVO_SERVICE_CONF_SECTION &section);
 
 }  // namespace tavo
 

@@ -18,14 +18,16 @@ using testing::SizeIs;
 TEST(ServiceToolHelp, NamesTheCommandsAndGivesExamples) {
     const ProgramResult result = ServiceTool({"--help"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.out, AllOf(HasSubstr("Usage: servicetool"), HasSubstr("\n  list "),
-                                  HasSubstr("\n  show "), HasSubstr("\n  lint "),
-                                  HasSubstr("\nExamples:\n  servicetool ")));
+    EXPECT_THAT(
+        result.out,
+        AllOf(HasSubstr("Usage: servicetool"), HasSubstr("\n  list "), HasSubstr("\n  show "),
+              HasSubstr("\n  lint "), HasSubstr("\n  services "), HasSubstr("\n  check "),
+              HasSubstr("\n  suggest "), HasSubstr("\nExamples:\n  servicetool ")));
     EXPECT_THAT(result.err, IsEmpty());
 }
 
 TEST(ServiceToolHelp, IsThereForEachCommandWithExamples) {
-    for (const std::string command : {"list", "show", "lint"}) {
+    for (const std::string command : {"list", "show", "lint", "services", "check", "suggest"}) {
         for (const std::string option : {"--help", "-h"}) {
             const ProgramResult result = ServiceTool({command, option});
             EXPECT_EQ(result.status, 0);
@@ -74,6 +76,9 @@ TEST(ServiceToolUsage, WrongIsToldInOneLineWithWhereToLook) {
          "--strict takes no value [usage]\n    fix: see servicetool lint --help\n"},
         {{"--verbose=no", "list"},
          "--verbose takes no value [usage]\n    fix: see servicetool --help\n"},
+        {{"services", ""}, "a name is empty [usage]\n    fix: see servicetool services --help\n"},
+        {{"services", "--supported=true"},
+         "--supported takes no value [usage]\n    fix: see servicetool services --help\n"},
         {{"\x1b[2J"}, "unknown command \"\\x1b[2J\" [usage]\n    fix: see servicetool --help\n"},
     };
     for (const auto &[arguments, error] : cases) {
@@ -82,6 +87,78 @@ TEST(ServiceToolUsage, WrongIsToldInOneLineWithWhereToLook) {
         EXPECT_THAT(result.out, IsEmpty());
         EXPECT_EQ(result.err, "servicetool: error: " + error);
     }
+}
+
+struct WrongWords {
+    std::vector<std::string> words;
+    std::string message;
+    std::string fix;
+};
+
+void ExpectWrong(const std::string &command, const std::vector<WrongWords> &cases) {
+    for (const auto &[words, message, fix] : cases) {
+        std::vector<std::string> arguments = {command};
+        arguments.insert(arguments.end(), words.begin(), words.end());
+        const ProgramResult result = ServiceTool(arguments);
+        EXPECT_EQ(result.status, 2) << message;
+        EXPECT_THAT(result.out, IsEmpty());
+        EXPECT_EQ(result.err,
+                  "servicetool: error: " + message + " [usage]\n    fix: " + fix + "\n");
+    }
+}
+
+TEST(ServiceToolUsage, OfCheckIsPortsOrFilesAndKnownSources) {
+    const std::string help = "see servicetool check --help";
+    const std::string sources = "write forward, service, setting or socket";
+    ExpectWrong("check",
+                {
+                    {{}, "PORTS or --file is required", help},
+                    {{"--skip", "a"}, "PORTS or --file is required", help},
+                    {{"80", "--file", "x"}, "PORTS and --file exclude each other", help},
+                    {{"80", "--source", "nosuch"}, "unknown source \"nosuch\"", sources},
+                    {{"80", "--source", "socket,Socket"}, "unknown source \"Socket\"", sources},
+                    {{"80", "--source", "socket,"}, "a name is empty", help},
+                    {{"80", "--skip", "a,,b"}, "a name is empty", help},
+                    {{"80", "--skip="}, "a name is empty", help},
+                    {{"--file", ""}, "a name is empty", help},
+                    {{""}, "a name is empty", help},
+                    {{"--file", "-", "--file", "-"}, "standard input is named twice", help},
+                });
+}
+
+TEST(ServiceToolUsage, OfSuggestIsNumbersInTheirRange) {
+    const std::string help = "see servicetool suggest --help";
+    std::vector<WrongWords> cases = {
+        {{"1", "2"}, "unexpected argument \"2\"", help},
+        {{"--proto", ""}, "--proto takes tcp, udp or tcp,udp", help},
+        {{"--block=x"}, "--block takes no value", help},
+    };
+    for (const std::string count : {"0", "1001", "1x", "", "-5", "+5", "99999999999999999999"}) {
+        cases.push_back({{count}, "COUNT is a number from 1 to 1000, not \"" + count + "\"", help});
+    }
+    for (const std::string port : {"0", "65536", "ssh", ""}) {
+        cases.push_back({{"--near=" + port},
+                         "--near takes a port from 1 to 65535, not \"" + port + "\"",
+                         help});
+    }
+    ExpectWrong("suggest", cases);
+}
+
+TEST(ServiceToolUsage, OptionThatLacksItsValueIsNamed) {
+    ExpectWrong(
+        "check",
+        {
+            {{"80", "--skip"}, "--skip needs a value", "see servicetool check --help"},
+            {{"--file", "--"}, "--file needs a value", "see servicetool check --help"},
+            {{"80", "--source", "-v"}, "--source needs a value", "see servicetool check --help"},
+            {{"80", "--skip", "-web"}, "--skip needs a value", "write --skip=-web"},
+        });
+    ExpectWrong("suggest",
+                {{{"--near"}, "--near needs a value", "see servicetool suggest --help"}});
+    ExpectWrong("list",
+                {{{"--near"}, "unknown option --near", "see servicetool list --help"},
+                 {{"--near", "-x"}, "unknown option -x", "see servicetool list --help"},
+                 {{"--near", "5"}, "unknown option --near", "see servicetool list --help"}});
 }
 
 TEST(ServiceToolUsage, FileThatLooksLikeAnOptionGetsItsFix) {
@@ -152,6 +229,27 @@ TEST(ServiceToolOptions, EndAtTwoHyphens) {
         {"sh", "-c", "cd \"$1\" && exec \"$2\" lint -- -v --", "sh", folder.Path(), SERVICETOOL});
     EXPECT_EQ(result.out, "-v: ok\n--: ok\n");
     EXPECT_EQ(result.status, 0);
+}
+
+TEST(ServiceToolOptions, TakeValuesThatLookLikeOptions) {
+    for (const std::vector<std::string> &file :
+         {std::vector<std::string>{"--file=-x.sc"}, {"--file", "--", "-x.sc"}}) {
+        std::vector<std::string> arguments = {"check"};
+        arguments.insert(arguments.end(), file.begin(), file.end());
+        const ProgramResult result = ServiceTool(arguments);
+        EXPECT_EQ(result.status, 3);
+        EXPECT_EQ(result.err, "-x.sc: error: no such file or directory [unreadable]\n");
+    }
+}
+
+TEST(ServiceToolOptions, TakeSeveralFilesUntilTheNextOption) {
+    const ProgramResult result =
+        ServiceTool({"check", "--file", "a,b", "[c,d]", "--no-legend", "--file=++"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err,
+              "a,b: error: no such file or directory [unreadable]\n"
+              "[c,d]: error: no such file or directory [unreadable]\n"
+              "++: error: no such file or directory [unreadable]\n");
 }
 
 TEST(ServiceToolOperands, AreTakenAsTheyAre) {

@@ -40,9 +40,10 @@ std::vector<std::string> Completions(const std::vector<std::string> &words,
 }
 
 TEST(BashCompletion, OffersCommands) {
-    EXPECT_THAT(Completions({""}), ElementsAre("list", "show", "lint"));
+    EXPECT_THAT(Completions({""}),
+                ElementsAre("list", "show", "lint", "services", "check", "suggest"));
     EXPECT_THAT(Completions({"li"}), ElementsAre("list", "lint"));
-    EXPECT_THAT(Completions({"--json", "s"}), ElementsAre("show"));
+    EXPECT_THAT(Completions({"--json", "s"}), ElementsAre("show", "services", "suggest"));
     EXPECT_THAT(Completions({"x"}), IsEmpty());
 }
 
@@ -54,6 +55,47 @@ TEST(BashCompletion, OffersTheOptionsOfTheCommand) {
     EXPECT_THAT(Completions({"lint", "--s"}), ElementsAre("--strict"));
     EXPECT_THAT(Completions({"show", "--s"}), IsEmpty());
     EXPECT_THAT(Completions({"lint", "--", "--s"}), IsEmpty());
+    EXPECT_THAT(Completions({"services", "--s"}), ElementsAre("--supported"));
+    EXPECT_THAT(Completions({"check", "80", "--s"}), ElementsAre("--skip", "--source"));
+    EXPECT_THAT(Completions({"check", "--skip", "a", "--f"}), ElementsAre("--file"));
+    EXPECT_THAT(Completions({"suggest", "--"}),
+                testing::UnorderedElementsAre("--help", "--json", "--verbose", "--near", "--proto",
+                                              "--block", "--no-legend"));
+}
+
+TEST(BashCompletion, OffersWhatAnOptionTakes) {
+    EXPECT_THAT(Completions({"check", "80", "--source", "s"}),
+                ElementsAre("service", "setting", "socket"));
+    EXPECT_THAT(Completions({"check", "80", "--source", "socket,f"}),
+                ElementsAre("socket,forward"));
+    EXPECT_THAT(Completions({"check", "80", "--source", "=", "f"}), ElementsAre("forward"));
+    EXPECT_THAT(Completions({"check", "80", "--source", "="}),
+                ElementsAre("forward", "service", "setting", "socket"));
+    EXPECT_THAT(Completions({"check", "--source", "socket", ""}), IsEmpty());
+    EXPECT_THAT(Completions({"suggest", "--proto", "t"}), ElementsAre("tcp", "tcp,udp"));
+    EXPECT_THAT(Completions({"suggest", "--near", ""}), IsEmpty());
+    EXPECT_THAT(Completions({"suggest", ""}), IsEmpty());
+}
+
+TEST_F(ServiceFolders, BashCompletionOffersFirewallServices) {
+    WriteFile(kSystem + "a.sc", Section("sshd.admin", "1"));
+    EXPECT_THAT(Completions({"services", "ss"}), ElementsAre("ssh", "sshd.admin"));
+    EXPECT_THAT(Completions({"services", "--supported", "ftp", "ssh"}),
+                ElementsAre("ssh", "sshd.admin"));
+    EXPECT_THAT(Completions({"check", "80", "--skip", "ftp,ss"}),
+                ElementsAre("ftp,ssh", "ftp,sshd.admin"));
+}
+
+TEST(BashCompletion, OffersFilesToCheck) {
+    TemporaryFolder folder;
+    folder.Write("a b.sc", "");
+    EXPECT_THAT(Completions({"check", "--file", "a"}, folder.Path()), ElementsAre("a b.sc"));
+    EXPECT_THAT(Completions({"check", "--file", "x", "y", "a"}, folder.Path()),
+                ElementsAre("a b.sc"));
+    EXPECT_THAT(Completions({"check", "--file", "=", "a"}, folder.Path()), ElementsAre("a b.sc"));
+    EXPECT_THAT(Completions({"check", "--file", "x", "--no-legend", "a"}, folder.Path()),
+                IsEmpty());
+    EXPECT_THAT(Completions({"check", "a"}, folder.Path()), IsEmpty());
 }
 
 TEST_F(ServiceFolders, BashCompletionOffersServicesAndFilesToShow) {

@@ -40,8 +40,13 @@ std::set<std::string> OptionsOfHelp(const std::vector<std::string> &command) {
 
 std::set<std::string> OptionsOfEveryHelp() {
     std::set<std::string> options;
-    for (const std::vector<std::string> &command :
-         {std::vector<std::string>{}, {"list"}, {"show"}, {"lint"}}) {
+    for (const std::vector<std::string> &command : {std::vector<std::string>{},
+                                                    {"list"},
+                                                    {"show"},
+                                                    {"lint"},
+                                                    {"services"},
+                                                    {"check"},
+                                                    {"suggest"}}) {
         options.merge(OptionsOfHelp(command));
     }
     return options;
@@ -122,8 +127,9 @@ TEST(Completion, KnowsTheOptionsThatTheHelpNames) {
     for (const std::string name : {"servicetool", "_servicetool"}) {
         const std::string script = ReadFile(kSource + "/tools/servicetool/completion/" + name);
         EXPECT_EQ(Matches(script, "[^a-z]--([a-z][a-z-]*)"), OptionsOfEveryHelp()) << name;
-        for (const char *command : {"list", "show", "lint"}) {
-            EXPECT_THAT(script, HasSubstr(command)) << name;
+        for (const char *word : {"list", "show", "lint", "services", "check", "suggest", "forward",
+                                 "service", "setting", "socket"}) {
+            EXPECT_THAT(script, HasSubstr(word)) << name;
         }
     }
 }

@@ -1,0 +1,78 @@
+// A private appliance in which nothing but the built-in services declares a port, until the test
+// says otherwise, and sockets that hold some.
+#ifndef TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
+#define TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "service_folders.h"
+#include "temporary_folder.h"
+
+namespace tavo::test {
+
+inline const std::string kRules = "/usr/tavo/etc/portforward/rule.conf";
+inline const std::string kSettings = "/etc/tavoinfo.conf";
+inline const std::string kNfsSettings = "/etc/nfs/tavo_nfs_conf";
+
+class PortWorld : public ServiceFolders {
+  protected:
+    void SetUp() override {
+        ServiceFolders::SetUp();
+        WriteFile(kSettings, "");
+        std::filesystem::remove(kRules);
+    }
+};
+
+// A rule of the port-forwarding library, in five lines.
+inline std::string Rule(const std::string &name, const std::string &service,
+                        const std::string &appliance_ports, const std::string &router_ports) {
+    return "[" + name + "]\nservice_id=\"" + service + "\"\nprotocol name=\"tcp\"\ns_port=\"" +
+           appliance_ports + "\"\nr_port=\"" + router_ports + "\"\n";
+}
+
+enum class Family { kV4 = AF_INET, kV6 = AF_INET6 };
+enum class Protocol { kTcp = SOCK_STREAM, kUdp = SOCK_DGRAM };
+
+// Holds a port on the loopback interface.
+class HeldPort {
+  public:
+    HeldPort(Family family, Protocol protocol, std::uint32_t port)
+        : descriptor_(socket(static_cast<int>(family), static_cast<int>(protocol), 0)) {
+        if (!(family == Family::kV4 ? BindV4(port) : BindV6(port)) ||
+            (protocol == Protocol::kTcp && listen(descriptor_, 1) != 0)) {
+            throw std::runtime_error("port " + std::to_string(port) + " cannot be held");
+        }
+    }
+    ~HeldPort() { close(descriptor_); }
+    HeldPort(const HeldPort &) = delete;
+    HeldPort &operator=(const HeldPort &) = delete;
+
+  private:
+    bool BindV4(std::uint32_t port) const {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        return bind(descriptor_, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
+    }
+    bool BindV6(std::uint32_t port) const {
+        sockaddr_in6 address{};
+        address.sin6_family = AF_INET6;
+        address.sin6_port = htons(static_cast<std::uint16_t>(port));
+        address.sin6_addr = in6addr_loopback;
+        return bind(descriptor_, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
+    }
+
+    int descriptor_;
+};
+
+}  // namespace tavo::test
+
+#endif

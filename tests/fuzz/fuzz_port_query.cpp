@@ -1,0 +1,50 @@
+// PORTS[/PROTOCOLS] as people type it: what is taken means the same to the library, and what is
+// refused has a place in the text.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "fuzz_support.h"
+#include "port_query.h"
+#include "port_ranges.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+// The set of the ports of a list that the library has parsed, and the protocols of its head.
+tavo::PortQuery Parsed(const std::string &text) {
+    TAVO_SERVICE_CONF_PORT *list = nullptr;
+    Require(TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &list) == 0);
+    tavo::PortQuery query;
+    query.protocols = list->nProtocol;
+    for (const TAVO_SERVICE_CONF_PORT *port = list; port != nullptr; port = port->pNext) {
+        const bool range = port->nPortType == TAVO_PORT_TYPE_RANGE;
+        query.items.push_back({port->nPortStart, range ? port->nPortEnd : port->nPortStart});
+    }
+    TAVOServiceConfPortsFree(list);
+    return query;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    QuietLog();
+    const std::string_view text(reinterpret_cast<const char *>(data), size);
+    tavo::PortQuery query;
+    tavo::QueryProblem problem;
+    if (!tavo::ReadPortQuery(text, query, problem)) {
+        Require(query.items.empty() && query.protocols == 0);
+        Require(!problem.message.empty() && problem.column >= 1 && problem.column <= size + 1);
+        return 0;
+    }
+    const std::string printed = tavo::QueryText(query);
+    const tavo::PortQuery parsed = Parsed(printed);
+    Require(parsed.protocols == query.protocols);
+    Require(tavo::Merged(parsed.items) == tavo::Merged(query.items));
+
+    tavo::PortQuery again;
+    Require(tavo::ReadPortQuery(printed, again, problem) && tavo::QueryText(again) == printed);
+    return 0;
+}

@@ -1,0 +1,100 @@
+#include "conflict_output.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "protocols.h"
+#include "table.h"
+#include "text.h"
+
+namespace tavo {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::string_view kSocketSource = "socket";
+
+Json TextOrNull(const std::string &text) {
+    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
+}
+
+Json HolderJson(const PortHolder &holder) {
+    return {{"name", TextOrNull(holder.name)},
+            {"file", TextOrNull(holder.file)},
+            {"entry", TextOrNull(holder.entry)}};
+}
+
+std::string HeldByText(const PortConflict &conflict) {
+    if (conflict.source == kSocketSource) {
+        return conflict.exact ? "in use now" : "some in use now";
+    }
+    if (conflict.source == kReservedSource) {
+        return "always taken";
+    }
+    std::string text;
+    for (const PortHolder &holder : conflict.holders) {
+        text += (text.empty() ? "" : ", ") + HolderText(holder);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string_view VerdictName(PortVerdict verdict) {
+    switch (verdict) {
+        case PortVerdict::kFree:
+            return "free";
+        case PortVerdict::kTaken:
+            return "taken";
+        default:
+            return "unknown";
+    }
+}
+
+std::string VerdictText(const std::string &what, PortVerdict verdict) {
+    return what + (verdict == PortVerdict::kUnknown ? ": cannot tell"
+                                                    : " is " + std::string(VerdictName(verdict)));
+}
+
+Json ConflictJson(const PortConflict &conflict) {
+    Json holders = Json::array();
+    for (const PortHolder &holder : conflict.holders) {
+        holders.push_back(HolderJson(holder));
+    }
+    return {{"start", conflict.range.first},
+            {"end", conflict.range.last},
+            {"protocols", ProtocolNames(conflict.protocols)},
+            {"source", conflict.source},
+            {"held_by", std::move(holders)},
+            {"exact", conflict.exact}};
+}
+
+void ConflictTable::Add(const std::vector<PortConflict> &conflicts, const std::string &section) {
+    for (const PortConflict &conflict : conflicts) {
+        Cells cells = {PortsText(conflict.range), ProtocolsText(conflict.protocols),
+                       std::string(conflict.source), HeldByText(conflict)};
+        if (sections_ == Sections::kYes) {
+            cells.insert(cells.begin(), section);
+        }
+        if (known_.insert(cells).second) {
+            rows_.push_back(std::move(cells));
+        }
+    }
+}
+
+std::string ConflictTable::Text(bool header, std::size_t columns) const {
+    if (rows_.empty()) {
+        return {};
+    }
+    Cells titles = {"PORT", "PROTO", "SOURCE", "HELD BY"};
+    if (sections_ == Sections::kYes) {
+        titles.insert(titles.begin(), "SECTION");
+    }
+    Table table(std::move(titles));
+    for (const Cells &cells : rows_) {
+        table.Row(cells);
+    }
+    return table.Text(header, columns);
+}
+
+}  // namespace tavo

@@ -1,0 +1,27 @@
+// A file that is looked at before anything else is done with it.
+#ifndef TAVO_SERVICETOOL_LINTED_FILE_H
+#define TAVO_SERVICETOOL_LINTED_FILE_H
+
+#include <string>
+
+#include "lint.h"
+#include "report.h"
+
+namespace tavo {
+
+struct LintedFile {
+    std::string name;  // as it is shown
+    std::string text;
+    LintResult lint;
+};
+
+// Reads a file, "-" for standard input, and tells everything that lint finds. False when it cannot
+// be read, which is told and raises the status.
+bool LintAndTell(const std::string &path, LintedFile &file, Report &report);
+
+// "1 error, 2 warnings", or "ok".
+std::string LintVerdict(const LintResult &result);
+
+}  // namespace tavo
+
+#endif

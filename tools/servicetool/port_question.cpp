@@ -1,0 +1,83 @@
+#include "port_question.h"
+
+#include <algorithm>
+#include <memory>
+#include <new>
+
+#include "library_log.h"
+#include "protocols.h"
+#include "tavoserviceconf.h"
+
+namespace tavo {
+namespace {
+
+constexpr unsigned int kOutOfMemory = 0x200;
+
+struct FreePorts {
+    void operator()(TAVO_SERVICE_CONF_PORT *list) const { TAVOServiceConfPortsFree(list); }
+};
+
+// Single ports are asked for as ranges, too: the reserved port, named by itself, counts as taken
+// whatever the source says.
+std::string AsRanges(const PortRanges &set) {
+    std::string text;
+    for (const PortRange &range : set) {
+        text += (text.empty() ? "" : ",") + std::to_string(range.first) + ':' +
+                std::to_string(range.last);
+    }
+    return text;
+}
+
+std::string Joined(const SkippedNames &skipped) {
+    std::string text;
+    for (const std::string &name : skipped) {
+        text += (text.empty() ? "" : ",") + name;
+    }
+    return text;
+}
+
+// Entries may overlap, and those of the settings carry no protocol.
+PortRanges RangesOf(const TAVO_SERVICE_CONF_PORT *list) {
+    PortRanges ranges;
+    for (; list != nullptr; list = list->pNext) {
+        ranges.push_back({list->nPortStart, list->nPortType == TAVO_PORT_TYPE_RANGE
+                                                ? list->nPortEnd
+                                                : list->nPortStart});
+    }
+    return Merged(std::move(ranges));
+}
+
+LibraryAnswer AskInWords(const std::string &ports, std::uint32_t protocols,
+                         const SkippedNames &skipped, int flag) {
+    const LibraryLog log;
+    TAVO_SERVICE_CONF_PORT *list = nullptr;
+    TLIBCErrSetEx(0, nullptr, 0);
+    const int result = TLIBIsPortConflict(Joined(skipped).c_str(), ports.c_str(),
+                                          ProtocolsText(protocols).c_str(), flag, &list);
+    const std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreePorts> owner(list);
+    if (result < 0) {
+        if (TLIBCErrGet() == kOutOfMemory) {
+            throw std::bad_alloc();
+        }
+        return {LibraryVerdict::kUnknown, {}, TLIBCErrGet()};
+    }
+    return {result == 0 ? LibraryVerdict::kFree : LibraryVerdict::kTaken, RangesOf(list), 0};
+}
+
+}  // namespace
+
+bool Skips(const SkippedNames &skipped, const std::string &name) {
+    return std::find(skipped.begin(), skipped.end(), name) != skipped.end();
+}
+
+LibraryAnswer AskLibrary(const PortRanges &set, std::uint32_t protocols,
+                         const SkippedNames &skipped, int flag) {
+    return AskInWords(AsRanges(set), protocols, skipped, flag);
+}
+
+bool NamesReservedPort(const PortRanges &items) {
+    return AskInWords(PortsText(items), TAVO_PROTO_BOTH, {}, TAVO_PORT_CHECK_DEFAULT).verdict !=
+           LibraryVerdict::kFree;
+}
+
+}  // namespace tavo

@@ -1,0 +1,43 @@
+// Why a source of taken ports cannot tell. The library says no more than that it cannot; the reason
+// is looked for in what it reads.
+#ifndef TAVO_SERVICETOOL_SOURCE_FAILURE_H
+#define TAVO_SERVICETOOL_SOURCE_FAILURE_H
+
+#include <string_view>
+
+#include "diagnostic.h"
+#include "firewall_services.h"
+#include "port_question.h"
+#include "report.h"
+#include "rule_file.h"
+
+namespace tavo {
+
+inline constexpr char kSettingsFile[] = "/etc/tavoinfo.conf";
+
+// A setting that declares a port, and the word that leaves it out of a comparison.
+struct ServiceSetting {
+    std::string_view service;
+    std::string_view key;
+};
+
+inline constexpr ServiceSetting kServiceSettings[] = {
+    {"ftp", "ftpport"},
+    {"webdav_http", "WebDavPort"},
+    {"webdavs_https", "secure_WebDavPort"},
+    {"syslog_server", "syslogport"},
+};
+
+Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped);
+Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped);
+Diagnostic WhySettingIsUnknown(const ServiceSetting &setting);
+Diagnostic WhySocketsAreUnknown(const PortRanges &set);
+
+// Tells which service files and folders could not be read, as errors, and which services they leave
+// out, as warnings: what is left out is there to be seen, and declares nothing. False when there
+// was an error.
+bool TellUnreadServiceFiles(const FirewallServices &services, Report &report);
+
+}  // namespace tavo
+
+#endif
