@@ -24,7 +24,8 @@
  *  3. Most failures also write one line to the system log, facility of the caller, priority
  *     LOG_ERR: "SOURCE:LINE MESSAGE", most with "[0xCODE SOURCE:LINE]" of the error state behind
  *     the message.
- *  4. On failure outputs and the caller's lists are as they were.
+ *  4. On failure outputs and the caller's lists are as they were, where a function does not say
+ *     otherwise.
  *  5. Records come from calloc and go back with the free function of their kind, which frees the
  *     whole list from the record on and accepts NULL. A caller may build records of its own with
  *     the same allocator and hand them over.
@@ -244,8 +245,7 @@ TAVO_API int TLIBPortRangeRemove(TAVO_PORT_RANGE *pSet, const TAVO_SERVICE_CONF_
 TAVO_API int TLIBPortRangeJoin(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc);
 
 /* Adds the ports that are in pA and in pB to pOut, which need not be empty and may be one of the
- * two. -1 for NULL or no
- * memory; what was added before stays. */
+ * two. -1 for NULL or no memory; what was added before stays. */
 TAVO_API int TLIBPortRangeOverlap(const TAVO_PORT_RANGE *pA, const TAVO_PORT_RANGE *pB,
                                   TAVO_PORT_RANGE *pOut);
 
@@ -320,11 +320,13 @@ TAVO_API TAVO_FW_SERVICE *TAVOFWServiceFind(TAVO_FW_SERVICE *pList, const char *
 
 /* Appends the names of the service file sections that make up a firewall service to
  * *ppSectionNames, a list of the caller: the count of the list, -1 on failure (0xD00 for NULL or no
- * list, 0x700 for a service that nobody knows). It asks, in this order: the service manager's unit
- * of that name; the key of that name in /usr/tavo/etc/firewall_service_mapping_table, then in
- * /usr/tavo/etc.defaults/firewall_service_mapping_table (names between commas; an empty value
- * counts as none); the package's service file /usr/local/etc/services.d/NAME.sc, all of whose
- * sections count, [global] too. */
+ * list, 0x700 for a service that nobody knows, 0x900 for a package's file that cannot be read,
+ * 0x200 out of memory). It asks, in this order: the service manager's unit of that name; the key of
+ * that name in /usr/tavo/etc/firewall_service_mapping_table, then in
+ * /usr/tavo/etc.defaults/firewall_service_mapping_table (names between commas, cut behind 1023
+ * bytes; an empty value counts as none); the package's service file
+ * /usr/local/etc/services.d/NAME.sc, all of whose sections count, [global] too. The name becomes
+ * part of a path: pass none that a stranger chose. */
 TAVO_API int TAVOFwSectionNameEnum(const char *szServiceName, TLIBCSzList **ppSectionNames);
 
 /* The protocol flag word of a protocol number: 1, 2 and 3 as they are, 0 for anything else. */
@@ -364,23 +366,24 @@ TAVO_API int TAVOFwIsSupportPortRange(void);
  *                 "webdavs_https" and "syslog_server". May be empty.
  * szPort          "80", "80,443", "1000:2000". Put commas between ports: the rules and the firewall
  *                 services take nothing else, and the settings read up to a blank only.
- * szProtocol      "tcp", "udp", "tcp,udp"; "" means both to the firewall services and none to the
- *                 sockets. Rules and settings collide whatever the protocol. At most 1023 bytes.
- * nCheckFlags     1..31: bits of TAVO_PORT_CHECK_*.
- * ppConflictPorts the colliding ports are put in front of *ppConflictPorts (NULL: an empty list) as
- *                 entries of both protocols, single ports with nPortEnd 0. The settings hand over a
- *                 list of their own, ascending, with protocol 0 and every end filled in, into which
- *                 the caller's entries are merged; entries that were there already then count as a
- *                 conflict. The sockets add nothing. Free with TAVOServiceConfPortsFree, after a
- *                 failure too.
+ * szProtocol      "tcp", "udp", "tcp,udp", any case; "" means both to the firewall services and
+ * none to the sockets. With any other word, or a blank for the comma, no firewall service collides.
+ * Rules and settings collide whatever the protocol. At most 1023 bytes. nCheckFlags     1..31: bits
+ * of TAVO_PORT_CHECK_*. ppConflictPorts the colliding ports are put in front of *ppConflictPorts
+ * (NULL: an empty list) as entries of both protocols, single ports with nPortEnd 0. The settings
+ * hand over a list of their own, ascending, with protocol 0 and every end filled in, into which the
+ * caller's entries are merged; entries that were there already then count as a conflict. The
+ * sockets add nothing. What was found before a failure stays. Use only *ppConflictPorts after the
+ * call, whatever the result: former entries may have been freed. Free it with
+ * TAVOServiceConfPortsFree.
  *
  * All enabled sources are asked in the order of their bits; the sockets are not asked further once
  * one is found. Port 412 named by itself counts as taken whatever is asked.
  *
  * Fails with 0xD00 for a NULL argument, flags outside 1..31, a bad port or, for the sockets, port
- * 0; 0x200 out of memory; 0x9900 when the services cannot be enumerated for the sockets; and when a
- * source cannot be read: a rule without its keys, a settings file that is missing (0x700) or has a
- * bad port. */
+ * 0; 0xBF00 for protocols that are too long; 0x200 out of memory; 0x9900 when the services cannot
+ * be enumerated for the sockets; and when a source cannot be read: a rule without its keys, a
+ * settings file that is missing (0x700) or has a bad port. */
 TAVO_API int TLIBIsPortConflict(const char *szSkipServices, const char *szPort,
                                 const char *szProtocol, int nCheckFlags,
                                 TAVO_SERVICE_CONF_PORT **ppConflictPorts);
@@ -388,8 +391,9 @@ TAVO_API int TLIBIsPortConflict(const char *szSkipServices, const char *szPort,
 /* Whether the destination ports of a service file are taken by a firewall service, a setting or a
  * socket: 1 as soon as one section collides, which skips itself; 0 when none does; -1 on failure.
  * Every section, [global] too, must have dst.ports, else it fails. A section whose check fails is
- * logged and passed over. No section at all, or no readable file, is 0. ppConflictPorts is that of
- * TLIBIsPortConflict. */
+ * logged and passed over, so that a NULL ppConflictPorts gives 0. No section at all, or no readable
+ * file, is 0. ppConflictPorts is that of TLIBIsPortConflict: entries that are in it on entry, or
+ * that a section whose check failed has left, count as a conflict of the next section. */
 TAVO_API int TLIBIsConfPortConflict(const char *szConfFile,
                                     TAVO_SERVICE_CONF_PORT **ppConflictPorts);
 

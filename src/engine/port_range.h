@@ -44,6 +44,9 @@ class PendingRanges {
     // False when out of memory, which it records.
     bool Append(uint32_t nStart, uint32_t nEnd);
 
+    // Puts them in ascending order.
+    void Sort();
+
     // Stops at the first range that cannot be added.
     int AddTo(TAVO_PORT_RANGE *pSet) const;
 

@@ -17,6 +17,7 @@
 #include <memory>
 #include <utility>
 
+#include "engine/text_ranges.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/held_file.h"
@@ -28,6 +29,9 @@
 #include "tavopf.h"
 
 namespace {
+
+using tavo::Range;
+using tavo::TextRanges;
 
 using Ports = TAVO_SERVICE_CONF_PORT;
 
@@ -52,6 +56,9 @@ struct Query {
     const TLIBCSzList *pProtocols;  // in lower case
 
     bool Skips(const char *szService) const { return TLIBCSzListFind(pSkip, szService) >= 0; }
+    bool Names(const TAVO_PROTO_TYPE_MAPPING &protocol) const {
+        return TLIBCSzListFind(pProtocols, protocol.szName) >= 0;
+    }
 };
 
 int FailToAllocateList() {
@@ -59,62 +66,17 @@ int FailToAllocateList() {
     return TAVO_SET_ERROR(tavo::kErrorNoMemory);
 }
 
-int FailToCopy(const char *szText) {
-    return TAVO_FAIL_STATE(tavo::kErrorNoMemory, "strdup fail for %s", szText);
-}
-
 // ---- Comparing texts of ports ----
 
-struct Range {
-    int nLow;
-    int nHigh;
-};
-
-// Reads one token, PORT or START SEPARATOR END in any order. Changes the token.
-bool ReadToken(char *szToken, char separator, Range &range) {
-    const std::size_t nLength = std::strlen(szToken);
-    if (nLength > 0 && (szToken[0] == separator || szToken[nLength - 1] == separator)) {
-        TAVO_SET_ERROR(tavo::kErrorBadParameter);
-        return false;
-    }
-    char *szEnd = szToken;
-    const char *szStart = tavo::CutPiece(szEnd, separator);
-    if (TAVOServiceConfPortsCheck(szStart) != 1) {
-        return false;
-    }
-    const int nStart = static_cast<int>(std::strtol(szStart, nullptr, 10));
-    if (szEnd == nullptr) {
-        range = {nStart, nStart};
-        return true;
-    }
-    if (TAVOServiceConfPortsCheck(szEnd) != 1) {
-        return false;
-    }
-    const int nEnd = static_cast<int>(std::strtol(szEnd, nullptr, 10));
-    range = {std::min(nStart, nEnd), std::max(nStart, nEnd)};
-    return true;
-}
-
-// Calls compare(range) for each token between commas, empty ones left out. 1 when one of them gave
-// 1; the first -1 ends the walk.
+// Calls compare(range) for each range. 1 when one of them gave 1; the first -1 ends the walk.
 template <typename Compare>
-int WalkTokens(const char *szText, char separator, Compare compare) {
-    const tavo::OwnedText copy(strdup(szText));
-    if (copy == nullptr) {
-        return FailToCopy(szText);
-    }
-    if (TLIBCStrTrimSpace(copy.get()) < 0) {
-        return -1;
-    }
+int WalkRanges(TextRanges &ranges, Compare compare) {
     int nAnswer = 0;
-    for (char *szRest = copy.get(); szRest != nullptr;) {
-        char *szToken = tavo::CutPiece(szRest, ',');
-        if (*szToken == '\0') {
-            continue;
-        }
-        Range range{};
-        if (TLIBCStrTrimSpace(szToken) < 0 || !ReadToken(szToken, separator, range)) {
-            return -1;
+    Range range{};
+    for (std::size_t i = 0;; ++i) {
+        const int nGot = ranges.Get(i, range);
+        if (nGot < 1) {
+            return nGot < 0 ? -1 : nAnswer;
         }
         const int nOne = compare(range);
         if (nOne < 0) {
@@ -122,7 +84,6 @@ int WalkTokens(const char *szText, char separator, Compare compare) {
         }
         nAnswer |= nOne;
     }
-    return nAnswer;
 }
 
 // Conflicts are told for both protocols, whichever was asked for.
@@ -147,6 +108,19 @@ int CompareRanges(const Range &query, const Range &declared, Ports **ppConflictP
     return AddConflict(both, ppConflictPorts) < 0 ? -1 : 1;
 }
 
+int CompareWithDeclared(const Range &query, TextRanges &declared, Ports **ppConflictPorts) {
+    return WalkRanges(
+        declared, [&](const Range &range) { return CompareRanges(query, range, ppConflictPorts); });
+}
+
+// Declared ranges are written START-END.
+int CompareQuery(TextRanges &query, const char *szDeclared, Ports **ppConflictPorts) {
+    TextRanges declared(szDeclared, kDeclaredRangeSeparator);
+    return WalkRanges(query, [&](const Range &range) {
+        return CompareWithDeclared(range, declared, ppConflictPorts);
+    });
+}
+
 }  // namespace
 
 namespace tavo {
@@ -159,10 +133,9 @@ int CompareDeclaredPorts(int nBegin, int nEnd, const char *szDeclared, char cRan
     if (nEnd != kSinglePort && nBegin > nEnd) {
         return TAVO_LOG_STATE("begin port %d larger than end port %d!", nBegin, nEnd);
     }
-    const Range query = {nBegin, nEnd == kSinglePort ? nBegin : nEnd};
-    return WalkTokens(szDeclared, cRangeSep, [&](const Range &declared) {
-        return CompareRanges(query, declared, ppConflictPorts);
-    });
+    TextRanges declared(szDeclared, cRangeSep);
+    return CompareWithDeclared({nBegin, nEnd == kSinglePort ? nBegin : nEnd}, declared,
+                               ppConflictPorts);
 }
 
 int CompareQueryPorts(const char *szQuery, const char *szDeclared,
@@ -170,10 +143,8 @@ int CompareQueryPorts(const char *szQuery, const char *szDeclared,
     if (szQuery == nullptr || szDeclared == nullptr || ppConflictPorts == nullptr) {
         return TAVO_SET_ERROR(kErrorBadParameter);
     }
-    return WalkTokens(szQuery, kQueryRangeSeparator, [&](const Range &query) {
-        return CompareDeclaredPorts(query.nLow, query.nHigh, szDeclared, kDeclaredRangeSeparator,
-                                    ppConflictPorts);
-    });
+    TextRanges query(szQuery, kQueryRangeSeparator);
+    return CompareQuery(query, szDeclared, ppConflictPorts);
 }
 
 }  // namespace tavo
@@ -189,7 +160,8 @@ constexpr char kRuleRouterPorts[] = "r_port";
 
 // A rule leads r_port of the router to s_port of the appliance, and either collides. It must name
 // its protocol, but collides on any: the router may be asked for both.
-int CompareRule(const Query &query, const TLIBCSzHash *pRule, Ports **ppConflictPorts) {
+int CompareRule(const Query &query, TextRanges &ports, const TLIBCSzHash *pRule,
+                Ports **ppConflictPorts) {
     const char *szService = TLIBCSzHashGetValue(pRule, kRuleService);
     if (szService != nullptr && query.Skips(szService)) {
         return 0;
@@ -200,11 +172,11 @@ int CompareRule(const Query &query, const TLIBCSzHash *pRule, Ports **ppConflict
         szRouterPorts == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    const int nAppliance = tavo::CompareQueryPorts(query.szPort, szAppliancePorts, ppConflictPorts);
+    const int nAppliance = CompareQuery(ports, szAppliancePorts, ppConflictPorts);
     if (nAppliance < 0) {
         return -1;
     }
-    const int nRouter = tavo::CompareQueryPorts(query.szPort, szRouterPorts, ppConflictPorts);
+    const int nRouter = CompareQuery(ports, szRouterPorts, ppConflictPorts);
     return nRouter < 0 ? -1 : nAppliance | nRouter;
 }
 
@@ -227,6 +199,7 @@ int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
     if (TLIBCFileEnumSection(szPath, &pNames) < 0) {
         return TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
     }
+    TextRanges ports(query.szPort, kQueryRangeSeparator);
     int nAnswer = 0;
     for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
         const char *szName = TLIBCSzListGet(pNames, i);
@@ -235,7 +208,7 @@ int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
             return TAVO_LOG("Section not found or failed to get section(%s) from %s", szName,
                             szPath);
         }
-        const int nRule = CompareRule(query, pRule, ppConflictPorts);
+        const int nRule = CompareRule(query, ports, pRule, ppConflictPorts);
         if (nRule < 0) {
             return -1;
         }
@@ -257,17 +230,17 @@ int EnumerateServices(tavo::OwnedServices &services) {
 int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
     const tavo::OwnedText copy(strdup(szProtocol));
     if (copy == nullptr) {
-        return FailToCopy(szProtocol);
+        return tavo::FailToCopy(szProtocol);
     }
     nProtocols = TAVOProtocolMapping(TLIBServiceConfProtocolParse(copy.get()));
     return 0;
 }
 
-int CompareService(const Query &query, const TAVO_FW_SERVICE &service, Ports **ppConflictPorts) {
+int CompareService(TextRanges &ports, const TAVO_FW_SERVICE &service, Ports **ppConflictPorts) {
     int nAnswer = 0;
     for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-        const int nOne = tavo::CompareQueryPorts(
-            query.szPort, TLIBCSzListGet(service.pDstPortList, i), ppConflictPorts);
+        const int nOne =
+            CompareQuery(ports, TLIBCSzListGet(service.pDstPortList, i), ppConflictPorts);
         if (nOne < 0) {
             return -1;
         }
@@ -289,13 +262,14 @@ int CheckFirewallServices(const Query &query, Ports **ppConflictPorts) {
     if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
         return -1;
     }
+    TextRanges ports(query.szPort, kQueryRangeSeparator);
     int nAnswer = 0;
     for (const TAVO_FW_SERVICE *pService = services.get(); pService != nullptr;
          pService = pService->pNext) {
         if ((pService->nDstProtocol & nProtocols) == 0 || query.Skips(pService->szName)) {
             continue;
         }
-        const int nOne = CompareService(query, *pService, ppConflictPorts);
+        const int nOne = CompareService(ports, *pService, ppConflictPorts);
         if (nOne < 0) {
             return -1;
         }
@@ -551,7 +525,9 @@ int CheckSockets(const Query &query, Ports ** /* ppConflictPorts */) {
     }
     SkippedPorts skipped[std::size(gProtoTypeMapping)];
     for (std::size_t row = 0; services != nullptr && row < std::size(skipped); ++row) {
-        skipped[row] = PortsOfSkipped(query, services.get(), gProtoTypeMapping[row].nProto);
+        if (query.Names(gProtoTypeMapping[row])) {
+            skipped[row] = PortsOfSkipped(query, services.get(), gProtoTypeMapping[row].nProto);
+        }
     }
     for (int i = 0; i < TLIBCSzListCount(query.pPorts); ++i) {
         Range range{};
@@ -560,7 +536,7 @@ int CheckSockets(const Query &query, Ports ** /* ppConflictPorts */) {
         }
         for (std::size_t row = 0; row < std::size(skipped); ++row) {
             const TAVO_PROTO_TYPE_MAPPING &protocol = gProtoTypeMapping[row];
-            if (TLIBCSzListFind(query.pProtocols, protocol.szName) < 0) {
+            if (!query.Names(protocol)) {
                 continue;
             }
             const int nAnswer = CheckSocketsOf(range, protocol, skipped[row], services.get());

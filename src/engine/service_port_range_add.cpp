@@ -63,6 +63,11 @@ bool PendingRanges::Append(uint32_t nStart, uint32_t nEnd) {
     return true;
 }
 
+void PendingRanges::Sort() {
+    std::sort(pRanges_, pRanges_ + nCount_,
+              [](const Range &a, const Range &b) { return a.nStart < b.nStart; });
+}
+
 int PendingRanges::AddTo(TAVO_PORT_RANGE *pSet) const {
     RangeAdder adder(pSet);
     const bool added = std::all_of(pRanges_, pRanges_ + nCount_, [&](const Range &range) {

@@ -179,10 +179,9 @@ TEST_F(ComparePorts, NamesTheTextThatCannotBeCopied) {
     EXPECT_EQ(first.During([&] { return Query("80", "81"); }), -1);
     FailingAllocation second(2, FailingAllocation::Mode::kOnlyNth);
     EXPECT_EQ(second.During([&] { return Query("80", "81"); }), -1);
-    EXPECT_EQ(ErrorState(), "0x200 service_is_port_conflict.cpp");
-    EXPECT_THAT(Messages(),
-                ElementsAre("strdup fail for 80[0x0200 service_is_port_conflict.cpp:N]",
-                            "strdup fail for 81[0x0200 service_is_port_conflict.cpp:N]"));
+    EXPECT_EQ(ErrorState(), "0x200 text_ranges.cpp");
+    EXPECT_THAT(Messages(), ElementsAre("strdup fail for 80[0x0200 text_ranges.cpp:N]",
+                                        "strdup fail for 81[0x0200 text_ranges.cpp:N]"));
 }
 
 TEST_F(ComparePorts, ReportsEveryFailingAllocation) {

@@ -71,6 +71,16 @@ TEST_F(ConfPortConflict, PassesOverASectionWhoseCheckFails) {
         << "the next section is looked at";
 }
 
+TEST_F(ConfPortConflict, CountsWhatAFailedCheckHasLeftForTheNextSection) {
+    EXPECT_EQ(AskFile("[a]\ndst.ports=\"23,0/tcp\"\n[b]\ndst.ports=\"9/tcp\"\n"), 1);
+    EXPECT_EQ(Messages().back(), "szTmpString=9/tcp conflict");
+}
+
+TEST_F(ConfPortConflict, CountsWhatTheCallerHandedOver) {
+    HandOver(80, 0);
+    EXPECT_EQ(AskFile("[a]\ndst.ports=\"9/tcp\"\n"), 1);
+}
+
 TEST_F(ConfPortConflict, NeedsPortsInEverySection) {
     EXPECT_EQ(AskFile("[a]\ndst.ports=\"9/tcp\"\n[global]\nversion=\"1\"\n"), -1);
     EXPECT_THAT(Messages(), ElementsAre("szTmpString is NULL[0x0000 :N]"));

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "conflict_test.h"
+#include "failing_allocation.h"
 #include "tavoftp.h"
 #include "tavonet.h"
 
@@ -186,6 +187,21 @@ TEST_F(EngineOnBadGround, ReadsThePortsOfASkippedServiceAsNumbers) {
         };
         EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME, "web"), expected) << ports;
     }
+}
+
+TEST_F(EngineOnBadGround, SaysThatTheSlotsDoNotFitIntoMemory) {
+    std::vector<std::string> said;
+    ForEachFailingAllocation([&](FailingAllocation &fail) {
+        log_.Clear();
+        TLIBCErrSetEx(0, nullptr, 0);
+        const int result =
+            fail.During([this] { return Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME); });
+        const std::vector<std::string> messages = Messages();
+        if (result == -1 && !messages.empty() && TLIBCErrGet() == 0x200) {
+            said.push_back(messages.back());
+        }
+    });
+    EXPECT_THAT(said, testing::Contains("out of memory!!"));
 }
 
 TEST_F(EngineOnBadGround, FailsOnAServiceWhosePortsAreNone) {

@@ -52,6 +52,11 @@ TEST_F(FirewallServices, DoNotCollideOnAProtocolThatIsNone) {
               "tavoerr=[0x0D00 service_conf_ports_get.cpp:N]");
 }
 
+TEST_F(FirewallServices, ReadTheProtocolTextAsItWasGiven) {
+    EXPECT_EQ(AskServices("23", "SCTP"), 0);
+    EXPECT_THAT(Messages(), ElementsAre(testing::StartsWith("protocol format error (SCTP)!")));
+}
+
 TEST_F(FirewallServices, LeaveTheCallersProtocolTextAlone) {
     char protocols[] = " TCP , udp ";
     EXPECT_EQ(TLIBIsPortConflict("", "23", protocols, TAVO_PORT_CHECK_FW_SERVICE, &conflicts_), 1);

@@ -95,6 +95,24 @@ TEST_F(SystemSettings, NameTheKeyThatFails) {
     }
 }
 
+TEST_F(SystemSettings, AreReadInTheOrderOfTheirKeys) {
+    const std::string all = "syslogport=x\nsecure_WebDavPort=x\nWebDavPort=x\nftphighport=x\n";
+    const auto first_to_fail = [this](const std::string &skip) {
+        log_.Clear();
+        EXPECT_EQ(AskSettings("80", skip), -1);
+        const std::vector<std::string> messages = Messages();
+        return messages[messages.size() - 2];
+    };
+    const std::string failed = "Failed to GetServicePort(), service = ";
+    Settings(all + "ftpport=x\n");
+    EXPECT_EQ(first_to_fail(""), failed + "[ftpport]");
+    EXPECT_EQ(first_to_fail("ftp"), failed + "[WebDavPort]");
+    EXPECT_EQ(first_to_fail("ftp,webdav_http"), failed + "[secure_WebDavPort]");
+    EXPECT_EQ(first_to_fail("ftp,webdav_http,webdavs_https"), failed + "[syslogport]");
+    Settings(all + "ftpport=21\n");
+    EXPECT_EQ(first_to_fail(""), failed + "[ftplowport]");
+}
+
 TEST_F(SystemSettings, ThatAreMissingAreAnError) {
     std::filesystem::remove(kSettings);
     EXPECT_EQ(AskSettings("80"), -1);
@@ -146,6 +164,12 @@ TEST_F(SystemSettings, MergeWhatTheCallerHandedOver) {
     EXPECT_EQ(AskSettings("514"), 1);
     EXPECT_THAT(Conflicts(), ElementsAre("src 1 with end 1 protocol 0", "src 400:500 protocol 0",
                                          "src 513:514 protocol 0"));
+}
+
+TEST_F(SystemSettings, LeaveTheMergedListWhereALaterSourceFails) {
+    HandOver(80, 0);
+    EXPECT_EQ(Ask("0", "tcp", TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME), -1);
+    EXPECT_THAT(Conflicts(), ElementsAre("src 80 with end 80 protocol 0"));
 }
 
 TEST_F(SystemSettings, LeaveTheCallersListOnAFailure) {

@@ -1,3 +1,5 @@
+#include <random>
+
 #include "port_range_test.h"
 
 namespace tavo::test {
@@ -111,6 +113,35 @@ TEST_F(PortRangeJoin, KeepsWhatWasAddedBeforeMemoryRanOut) {
         }
     });
     EXPECT_EQ(allocations, 3);
+}
+
+// A wrapped list of a caller, in whatever order: as if each entry had been added by itself.
+TEST_F(PortRangeJoin, AddsAListInAnyOrder) {
+    const unsigned int seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto port = [&random] { return static_cast<std::uint32_t>(random() % 300); };
+    for (int round = 0; round < 2000; ++round) {
+        const Set joined;
+        const Set added;
+        std::vector<Node> nodes;
+        for (int i = 0; i < 10; ++i) {
+            const std::uint32_t start = port();
+            EXPECT_EQ(joined.Add(start), 0);
+            EXPECT_EQ(added.Add(start), 0);
+        }
+        for (int i = 0; i < 20; ++i) {
+            const std::uint32_t start = port();
+            // Now and then a range that runs backwards: then the order given matters.
+            const std::uint32_t end = round % 4 == 0 ? port() : start + port() % 9;
+            nodes.emplace_back(start, end);
+            EXPECT_EQ(added.Add(start, end), 0);
+        }
+        const Set source(nodes);
+        ASSERT_EQ(TLIBPortRangeJoin(joined.Get(), source.Get()), 0);
+        ASSERT_EQ(joined.Nodes(), added.Nodes());
+        ASSERT_EQ(source.Nodes(), nodes);
+    }
 }
 
 TEST_F(PortRangeJoin, KeepsASetThatJoinsItselfWithoutMemory) {
