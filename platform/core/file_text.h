@@ -1,55 +1,16 @@
-// The whole text of a file, and the descriptor it is read through.
+// The whole text of a file.
 #ifndef TAVO_PLATFORM_CORE_FILE_TEXT_H
 #define TAVO_PLATFORM_CORE_FILE_TEXT_H
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <string_view>
 
 #include "core_support.h"
+#include "descriptor.h"
 
 namespace tavo {
-
-// Makes a system call again for as long as a signal cuts it short.
-template <typename Call>
-auto Uninterrupted(Call call) {
-    for (;;) {
-        const auto result = call();
-        if (result != -1 || errno != EINTR) {
-            return result;
-        }
-    }
-}
-
-// Owns an open descriptor; -1 is none.
-class Descriptor {
-  public:
-    explicit Descriptor(int fd = -1) : fd_(fd) {}
-    ~Descriptor() { Close(); }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    int Get() const { return fd_; }
-    bool IsOpen() const { return fd_ >= 0; }
-
-    void Reset(int fd) {
-        Close();
-        fd_ = fd;
-    }
-
-    // Closes it; false when that fails, which is where some file systems report a failed write.
-    bool Close() {
-        const int fd = fd_;
-        fd_ = -1;
-        return fd < 0 || close(fd) == 0;
-    }
-
-  private:
-    int fd_;
-};
 
 // What regular files are opened with: neither a pipe nor a terminal behind the name does harm.
 int OpenForReading(int folder, const char *path, int more_flags);

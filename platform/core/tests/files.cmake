@@ -26,4 +26,4 @@ tavo_add_test(core_internals_test
     ../text_hash.cpp
     ../text_index.cpp
   LIBRARIES tavoconfiglines)
-target_include_directories(core_internals_test PRIVATE ..)
+target_include_directories(core_internals_test PRIVATE .. ../..)

@@ -1,6 +1,6 @@
 // Owning a descriptor, and system calls that signals do not end.
-#ifndef TAVO_PLATFORM_NET_DESCRIPTOR_H
-#define TAVO_PLATFORM_NET_DESCRIPTOR_H
+#ifndef TAVO_PLATFORM_DESCRIPTOR_H
+#define TAVO_PLATFORM_DESCRIPTOR_H
 
 #include <unistd.h>
 
@@ -22,17 +22,25 @@ auto Uninterrupted(Call call) {
 // Owns an open descriptor; -1 is none.
 class Descriptor {
   public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (IsOpen()) {
-            close(fd_);
-        }
-    }
+    explicit Descriptor(int fd = -1) : fd_(fd) {}
+    ~Descriptor() { Close(); }
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;
 
     int Get() const { return fd_; }
     bool IsOpen() const { return fd_ >= 0; }
+
+    void Reset(int fd) {
+        Close();
+        fd_ = fd;
+    }
+
+    // Closes it; false when that fails, which is where some file systems report a failed write.
+    bool Close() {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd < 0 || close(fd) == 0;
+    }
 
   private:
     int fd_;
