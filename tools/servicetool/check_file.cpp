@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <utility>
 
 #include "config_lines.h"
@@ -22,6 +23,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::string_view kGlobal = "global";
+constexpr std::string_view kPortsKey = "dst.ports";
 constexpr char kInvalid[] = "invalid";
 
 struct CheckedSection {
@@ -30,9 +32,9 @@ struct CheckedSection {
     PortAnswer answer;
 };
 
-PortQuery DestinationPorts(const TAVO_SERVICE_CONF_SECTION &section) {
+PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports) {
     PortQuery query;
-    for (const TAVO_SERVICE_CONF_PORT *port : InFileOrder(section.pDstPorts)) {
+    for (const TAVO_SERVICE_CONF_PORT *port : InFileOrder(ports)) {
         const auto [first, last] = std::minmax(
             port->nPortStart,
             port->nPortType == TAVO_PORT_TYPE_RANGE ? port->nPortEnd : port->nPortStart);
@@ -70,26 +72,45 @@ PortVerdict VerdictOf(const std::vector<CheckedSection> &sections) {
                                         : PortVerdict::kFree;
 }
 
-bool FindGlobal(const std::string &text, ConfigLine &line) {
+// Section [global] is no service, but an install asks for the ports of it like for those of others.
+struct GlobalSection {
+    ConfigLine line;    // that opens it
+    std::string ports;  // its dst.ports; empty where it has none
+};
+
+std::optional<GlobalSection> FindGlobal(const std::string &text) {
+    std::optional<GlobalSection> global;
+    bool inside = false;
     ConfigLineReader reader(text);
-    while (reader.Next(line)) {
-        if (line.kind == ConfigLineKind::kSection && line.name == kGlobal) {
-            return true;
+    for (ConfigLine line; reader.Next(line);) {
+        if (line.kind == ConfigLineKind::kSection) {
+            inside = line.name == kGlobal;
+            if (inside && !global) {
+                global = {line, {}};
+            }
+        } else if (inside && line.kind == ConfigLineKind::kKeyValue && line.name == kPortsKey) {
+            global->ports = line.value;
         }
     }
-    return false;
+    return global;
 }
 
 class FileCheck {
   public:
     FileCheck(const FileQuestion &question, LintedFile file, Report &report)
-        : question_(question), file_(std::move(file)), report_(report) {}
+        : question_(question),
+          file_(std::move(file)),
+          global_(FindGlobal(file_.text)),
+          report_(report) {}
 
     void Run(PortSources &sources);
 
   private:
     void TellInvalid();
     void AskForSections(const TAVO_SERVICE_CONF &conf, PortSources &sources);
+    void AskForGlobal(PortSources &sources);
+    void AskFor(const std::string &section, const TAVO_SERVICE_CONF_PORT *ports,
+                PortSources &sources);
     void CompareWithLibrary(int verdict);
     void TellOfInstall(std::string message, std::string fix, const ConfigLine &line = {});
     void Print();
@@ -97,6 +118,7 @@ class FileCheck {
 
     const FileQuestion &question_;
     LintedFile file_;
+    std::optional<GlobalSection> global_;
     Report &report_;
     std::vector<CheckedSection> sections_;
     PortVerdict verdict_ = PortVerdict::kUnknown;
@@ -133,28 +155,45 @@ void FileCheck::TellInvalid() {
 }
 
 void FileCheck::AskForSections(const TAVO_SERVICE_CONF &conf, PortSources &sources) {
+    AskForGlobal(sources);
     for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(conf.pSections)) {
-        SkippedNames skipped = question_.skipped;
-        skipped.emplace_back(section->szName);
-        PortQuery query = DestinationPorts(*section);
-        PortAnswer answer = sources.Ask(query, skipped);
-        answer.RaiseStatus(report_);
-        sections_.push_back({section->szName, std::move(query), std::move(answer)});
+        AskFor(section->szName, section->pDstPorts, sources);
     }
     verdict_ = VerdictOf(sections_);
+}
+
+// Ports that cannot be read are passed over by an install, too.
+void FileCheck::AskForGlobal(PortSources &sources) {
+    TAVO_SERVICE_CONF_PORT *ports = nullptr;
+    if (global_) {
+        const LibraryLog log;
+        TAVOServiceConfPortsGet(global_->ports.c_str(), TAVO_PORT_DIRECTION_DST, &ports);
+    }
+    const OwnedPortList owner(ports);
+    if (owner != nullptr) {
+        AskFor(std::string(kGlobal), owner.get(), sources);
+    }
+}
+
+void FileCheck::AskFor(const std::string &section, const TAVO_SERVICE_CONF_PORT *ports,
+                       PortSources &sources) {
+    SkippedNames skipped = question_.skipped;
+    skipped.push_back(section);
+    PortQuery query = QueryOf(ports);
+    PortAnswer answer = sources.Ask(query, skipped);
+    answer.RaiseStatus(report_);
+    sections_.push_back({section, std::move(query), std::move(answer)});
 }
 
 // Where the library sees something else than the sections show, whoever installs the file will be
 // told something else, too.
 void FileCheck::CompareWithLibrary(int verdict) {
     const bool taken = verdict_ == PortVerdict::kTaken;
-    ConfigLine global;
-    const bool has_global = FindGlobal(file_.text, global);
-    if (verdict < 0 && has_global) {
+    if (verdict < 0 && global_) {
         TellOfInstall(
             "section [global] has no dst.ports, so an install cannot check the file and reports "
             "no conflict",
-            "", global);
+            "", global_->line);
     } else if (verdict < 0) {
         report_.TellError(file_.name, "failed", "the library cannot check the file as a whole");
         report_.Raise(Status::kFailed);
@@ -164,10 +203,7 @@ void FileCheck::CompareWithLibrary(int verdict) {
             "for no sockets",
             "name the protocols, as in 80/tcp,udp");
     } else if (verdict > 0 && !taken) {
-        TellOfInstall("an install reports a conflict that no service of the file has",
-                      has_global ? "take dst.ports out of section [global]" : "ask again");
-        verdict_ = PortVerdict::kTaken;
-        report_.Raise(Status::kNo);
+        TellOfInstall("an install reports a conflict that no section of the file has", "ask again");
     }
 }
 
@@ -184,10 +220,8 @@ void FileCheck::Print() {
     const std::string name = Escaped(file_.name) + ": ";
     for (const CheckedSection &section : sections_) {
         table.Add(section.answer.conflicts, section.name);
-        verdicts += name +
-                    VerdictText('[' + Escaped(section.name) + "] " + QueryText(section.query),
-                                section.answer.Verdict()) +
-                    '\n';
+        verdicts += name + '[' + Escaped(section.name) + "] " +
+                    VerdictText(section.query, section.answer) + '\n';
     }
     report_.Print(table.Text(question_.header, report_.Columns()));
     report_.Print(verdicts);

@@ -1,6 +1,5 @@
 // servicetool check. Every source of taken ports is asked by itself, so that each answer has a
 // name, and what one of them cannot tell is never taken for free.
-#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -29,7 +28,7 @@ void TellUsage(std::string message, std::string fix, Report &report) {
 int FlagsOf(const std::vector<std::string> &names, int all) {
     int flags = 0;
     for (const PortSource &source : kPortSources) {
-        if (std::find(names.begin(), names.end(), source.name) != names.end()) {
+        if (Holds(names, source.name)) {
             flags |= source.flag;
         }
     }
@@ -88,7 +87,7 @@ void CheckPorts(const CheckOptions &options, Report &report) {
         const PortAnswer answer = sources.Ask(query, options.skip);
         answer.RaiseStatus(report);
         table.Add(answer.conflicts);
-        verdicts += VerdictText(QueryText(query), answer.Verdict()) + '\n';
+        verdicts += VerdictText(query, answer) + '\n';
         report.AddResult(AnswerJson(query, answer));
     }
     report.Print(table.Text(!options.no_legend, report.Columns()));

@@ -49,7 +49,6 @@ constexpr char kSuggestExamples[] = R"(Examples:
   servicetool suggest --json | jq '.results[0]')";
 
 constexpr unsigned int kMostSuggestions = 1000;
-constexpr unsigned int kLastPort = 65535;
 
 // "forward, service, setting or socket"
 std::string SourceNames() {
@@ -165,8 +164,6 @@ void AddSuggest(CLI::App &app, CommandOptions &options) {
     AddText(command, "--proto", suggest.protocols, "PROTOCOLS",
             "Free for tcp or udp; for both unless given");
     AddFlag(command, "--block", suggest.block, "Ports in a row");
-    const std::string purpose = "Taken as elsewhere; there is no header";
-    command.add_flag("--no-legend", purpose)->disable_flag_override();
 }
 
 using TextLists = std::vector<std::vector<std::string> *>;
@@ -184,10 +181,6 @@ void TakeOffGuards(CommandOptions &options) {
     for (auto *list : ListsOf(options)) {
         std::transform(list->begin(), list->end(), list->begin(), Unguarded);
     }
-}
-
-bool Holds(const std::vector<std::string> &list, std::string_view text) {
-    return std::find(list.begin(), list.end(), text) != list.end();
 }
 
 UsageProblem ProblemOfFiles(const std::vector<std::string> &files) {
@@ -221,9 +214,9 @@ UsageProblem TakeSuggest(const CLI::App &command, CommandOptions &options) {
     }
     options.suggest.count = *count;
     if (command.count("--near") != 0) {
-        const auto port = NumberUpTo(kLastPort, options.suggest_near);
+        const auto port = NumberUpTo(kHighestPort, options.suggest_near);
         if (!port) {
-            return {"--near takes a port from 1 to " + std::to_string(kLastPort) + ", not " +
+            return {"--near takes a port from 1 to " + std::to_string(kHighestPort) + ", not " +
                         Quoted(options.suggest_near),
                     ""};
         }

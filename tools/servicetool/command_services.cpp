@@ -18,11 +18,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-struct FreePorts {
-    void operator()(TAVO_SERVICE_CONF_PORT *list) const { TAVOServiceConfPortsFree(list); }
-};
-using OwnedPorts = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreePorts>;
-
 // The port strings of a record in the order that they were written in: those of a file run
 // backwards in the library's lists.
 std::vector<std::string> PortStrings(const TLIBCSzList *list, bool backwards) {
@@ -51,12 +46,12 @@ class ServiceSection {
     const TAVO_SERVICE_CONF_SECTION &Section() const { return section_; }
 
   private:
-    OwnedPorts Ports(const TLIBCSzList *list, std::uint32_t protocols, unsigned int direction);
+    OwnedPortList Ports(const TLIBCSzList *list, std::uint32_t protocols, unsigned int direction);
 
     const FirewallService &service_;
     Report &report_;
-    OwnedPorts source_ports_;
-    OwnedPorts ports_;
+    OwnedPortList source_ports_;
+    OwnedPortList ports_;
     TAVO_SERVICE_CONF_SECTION section_{};
 };
 
@@ -73,9 +68,9 @@ ServiceSection::ServiceSection(const FirewallService &service, Report &report)
     section_.pDstPorts = ports_.get();
 }
 
-OwnedPorts ServiceSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
-                                 unsigned int direction) {
-    OwnedPorts ports;
+OwnedPortList ServiceSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
+                                    unsigned int direction) {
+    OwnedPortList ports;
     for (const std::string &port : PortStrings(list, service_.file != nullptr)) {
         TAVO_SERVICE_CONF_PORT *one = nullptr;
         const std::string text = InFileNotation(port) + '/' + ProtocolsText(protocols);
@@ -92,10 +87,6 @@ OwnedPorts ServiceSection::Ports(const TLIBCSzList *list, std::uint32_t protocol
     return ports;
 }
 
-Json TextOrNull(const char *text) {
-    return text == nullptr || *text == '\0' ? Json(nullptr) : Json(text);
-}
-
 Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section) {
     Json json = {{"name", section.szName},
                  {"supported", service.supported ? Json(*service.supported) : Json(nullptr)}};
@@ -103,12 +94,12 @@ Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF
         json.update(ServiceJson(*service.file, section));
         return json;
     }
-    const bool built_in = service.row != nullptr;
+    const char *support_key = service.row == nullptr ? nullptr : service.row->szSupportKey;
     json.update({{"file", nullptr},
                  {"real_path", nullptr},
-                 {"location", TextOrNull(OriginText(service).c_str())},
+                 {"location", TextOrNull(OriginText(service))},
                  {"version", nullptr},
-                 {"support_key", TextOrNull(built_in ? service.row->szSupportKey : nullptr)},
+                 {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
                  {"run_key", nullptr}});
     json.update(SectionJson(section));
     return json;
@@ -124,9 +115,7 @@ void AddService(const FirewallService &service, Table &table, Report &report) {
 }
 
 bool IsWanted(const FirewallService &service, const ServicesOptions &options) {
-    const auto &names = options.names;
-    return names.empty() ||
-           std::find(names.begin(), names.end(), service.record->szName) != names.end();
+    return options.names.empty() || Holds(options.names, service.record->szName);
 }
 
 // Every name that is met, also of what is left out.
@@ -150,7 +139,7 @@ void TellNotFound(const std::vector<std::string> &wanted, const FirewallServices
                   Report &report) {
     const std::vector<std::string> names = NamesOf(read);
     for (const std::string &name : wanted) {
-        if (std::find(names.begin(), names.end(), name) != names.end()) {
+        if (Holds(names, name)) {
             continue;
         }
         const auto similar =

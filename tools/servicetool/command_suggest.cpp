@@ -1,12 +1,16 @@
 // servicetool suggest. What is declared is asked for once, about all ports; sockets, which the
-// library does not name, only about the candidates.
+// library does not name, only about the candidates, and not for ever.
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <string>
 #include <utility>
-#include <vector>
 
 #include "commands.h"
 #include "ephemeral_ports.h"
+#include "free_port_search.h"
 #include "port_candidates.h"
 #include "port_query.h"
 #include "port_sources.h"
@@ -16,21 +20,16 @@
 namespace tavo {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t kDefaultNear = 8080;
 constexpr std::uint32_t kLastPrivilegedPort = 1023;
 
+// Each port of a long row of held ones takes a question.
+constexpr std::chrono::seconds kPatience(30);
+
 constexpr int kDeclaringSources =
     TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY;
-
-PortRanges SetOf(const std::vector<std::uint32_t> &ports) {
-    PortRanges ranges;
-    for (const std::uint32_t port : ports) {
-        ranges.push_back({port, port});
-    }
-    return Merged(std::move(ranges));
-}
 
 class Suggestion {
   public:
@@ -44,8 +43,7 @@ class Suggestion {
 
   private:
     std::optional<PortRanges> UndeclaredPorts();
-    std::optional<PortRanges> FreePorts(PortCandidates candidates);
-    std::optional<PortRanges> FreeBlock(PortCandidates candidates);
+    std::optional<bool> AnyHeldBySockets(const PortRanges &set);
     void Tell(const PortRanges &found);
     void TellTooFew(std::size_t found);
 
@@ -55,6 +53,9 @@ class Suggestion {
     std::uint32_t protocols_;
     PortSources sources_;
     Report &report_;
+    Clock::time_point deadline_ = Clock::now() + kPatience;
+    PortRange ephemeral_{};
+    PortRange wanted_{};
 };
 
 void Suggestion::Run() {
@@ -62,9 +63,11 @@ void Suggestion::Run() {
     if (!undeclared) {
         return;
     }
-    PortCandidates candidates(Near(), *undeclared);
+    const PortCandidates candidates(Near(), *undeclared);
+    const HeldQuestion any_held = [this](const PortRanges &set) { return AnyHeldBySockets(set); };
     const std::optional<PortRanges> found =
-        options_.block ? FreeBlock(std::move(candidates)) : FreePorts(std::move(candidates));
+        options_.block ? FindFreeBlock(candidates, options_.count, any_held)
+                       : FindFreePorts(candidates, options_.count, any_held);
     if (found) {
         Tell(*found);
     }
@@ -72,61 +75,34 @@ void Suggestion::Run() {
 
 // None where something cannot be told.
 std::optional<PortRanges> Suggestion::UndeclaredPorts() {
-    PortRange ephemeral{};
-    const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral);
+    const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral_);
     if (!problem.empty()) {
         report_.TellError(kEphemeralPorts, "unreadable", problem);
     }
     const std::uint32_t lowest = Near() <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1;
-    const PortRange wanted = {lowest, kHighestPort};
-    const PortAnswer declared = sources_.Ask({{wanted}, protocols_}, {});
+    wanted_ = {lowest, kHighestPort};
+    const PortAnswer declared = sources_.Ask({{wanted_}, protocols_}, {});
     if (!problem.empty() || !declared.failed.empty()) {
         report_.Raise(Status::kFailed);
         return {};
     }
-    PortRanges excluded = {ephemeral, {kReservedPort, kReservedPort}};
+    PortRanges excluded = {ephemeral_, {kReservedPort, kReservedPort}};
     for (const PortConflict &conflict : declared.conflicts) {
         excluded.push_back(conflict.range);
     }
-    return Without({wanted}, Merged(std::move(excluded)));
+    return Without({wanted_}, Merged(std::move(excluded)));
 }
 
-// As many candidates as are missing are put to the sockets at once.
-std::optional<PortRanges> Suggestion::FreePorts(PortCandidates candidates) {
-    PortRanges found;
-    while (found.size() < options_.count) {
-        const std::vector<std::uint32_t> nearest =
-            candidates.NearestPorts(options_.count - found.size());
-        const PortRanges asked = SetOf(nearest);
-        const std::optional<PortRanges> held = sources_.HeldBySockets(asked, protocols_);
-        if (!held) {
-            return {};
-        }
-        for (const std::uint32_t port : nearest) {
-            if (Overlap(*held, {port, port}).empty()) {
-                found.push_back({port, port});
-            }
-        }
-        if (nearest.empty()) {
-            break;
-        }
-        candidates.Remove(asked);
+std::optional<bool> Suggestion::AnyHeldBySockets(const PortRanges &set) {
+    if (Clock::now() >= deadline_) {
+        report_.TellError("", "failed",
+                          "free ports cannot be told within " +
+                              Counted(static_cast<std::size_t>(kPatience.count()), "second"),
+                          "start where fewer sockets are, with --near");
+        report_.Raise(Status::kFailed);
+        return {};
     }
-    return found;
-}
-
-std::optional<PortRanges> Suggestion::FreeBlock(PortCandidates candidates) {
-    while (const std::optional<PortRange> block = candidates.NearestBlock(options_.count)) {
-        const std::optional<PortRanges> held = sources_.HeldBySockets({*block}, protocols_);
-        if (!held) {
-            return {};
-        }
-        if (held->empty()) {
-            return PortRanges{*block};
-        }
-        candidates.Remove(*held);
-    }
-    return PortRanges{};
+    return sources_.AnyHeldBySockets(set, protocols_);
 }
 
 void Suggestion::Tell(const PortRanges &found) {
@@ -142,12 +118,17 @@ void Suggestion::Tell(const PortRanges &found) {
     }
 }
 
+// Where the range of the kernel alone leaves too few, it is named: nobody else is to blame.
 void Suggestion::TellTooFew(std::size_t found) {
-    report_.TellError(
-        "", "not-found",
+    std::string message =
         options_.block ? "no " + std::to_string(options_.count) + " free ports in a row"
-                       : "only " + Counted(found, "port") + (found == 1 ? " is" : " are") + " free",
-        "");
+                       : "only " + Counted(found, "port") + (found == 1 ? " is" : " are") + " free";
+    std::string fix;
+    if (PortCount(Without({wanted_}, {ephemeral_})) < options_.count) {
+        message += ", as the kernel gives " + PortsText(ephemeral_) + " to outgoing connections";
+        fix = Near() > kLastPrivilegedPort ? "name a port below 1024 with --near" : "";
+    }
+    report_.TellError("", "not-found", message, fix);
     report_.Raise(Status::kNo);
 }
 

@@ -1,5 +1,6 @@
 #include "conflict_output.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -12,11 +13,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::string_view kSocketSource = "socket";
-
-Json TextOrNull(const std::string &text) {
-    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
-}
+// In a line of a table.
+constexpr std::size_t kMostHolders = 5;
 
 Json HolderJson(const PortHolder &holder) {
     return {{"name", TextOrNull(holder.name)},
@@ -32,10 +30,12 @@ std::string HeldByText(const PortConflict &conflict) {
         return "always taken";
     }
     std::string text;
-    for (const PortHolder &holder : conflict.holders) {
-        text += (text.empty() ? "" : ", ") + HolderText(holder);
+    const std::size_t shown = std::min(conflict.holders.size(), kMostHolders);
+    for (std::size_t i = 0; i < shown; ++i) {
+        text += (text.empty() ? "" : ", ") + HolderText(conflict.holders[i]);
     }
-    return text;
+    const std::size_t more = conflict.holders.size() - shown;
+    return more == 0 ? text : text + " and " + std::to_string(more) + " more";
 }
 
 }  // namespace
@@ -51,9 +51,18 @@ std::string_view VerdictName(PortVerdict verdict) {
     }
 }
 
-std::string VerdictText(const std::string &what, PortVerdict verdict) {
-    return what + (verdict == PortVerdict::kUnknown ? ": cannot tell"
-                                                    : " is " + std::string(VerdictName(verdict)));
+std::string VerdictText(const PortQuery &query, const PortAnswer &answer) {
+    const std::string what =
+        Shortened(PortsText(query.items)) + '/' + ProtocolsText(query.protocols);
+    const PortVerdict verdict = answer.Verdict();
+    if (verdict != PortVerdict::kUnknown) {
+        return what + " is " + std::string(VerdictName(verdict));
+    }
+    std::string failed;
+    for (const std::string_view source : answer.failed) {
+        failed += (failed.empty() ? "" : ", ") + std::string(source);
+    }
+    return what + ": cannot tell (" + failed + ')';
 }
 
 Json ConflictJson(const PortConflict &conflict) {

@@ -16,8 +16,9 @@ namespace tavo {
 // "free", "taken" or "unknown".
 std::string_view VerdictName(PortVerdict verdict);
 
-// "80/tcp is free".
-std::string VerdictText(const std::string &what, PortVerdict verdict);
+// "80/tcp is free", "80/tcp: cannot tell (service, setting)" for the sources that failed. Very many
+// ports are cut.
+std::string VerdictText(const PortQuery &query, const PortAnswer &answer);
 
 nlohmann::ordered_json ConflictJson(const PortConflict &conflict);
 

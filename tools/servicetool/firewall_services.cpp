@@ -11,24 +11,23 @@
 
 #include "input_file.h"
 #include "library_log.h"
+#include "text.h"
 
 namespace tavo {
 namespace {
 
-// The built-in services whose ports are settings, and the files that hold these.
+// The built-in services whose ports are settings, the files that hold these, and those of the last
+// one that have to name a port.
 struct PortSettings {
     std::string_view service;
     std::vector<std::string> files;
+    std::string keys;
 };
 const PortSettings kPortSettings[] = {
-    {"ssh", {"/etc/tavoinfo.conf", "/etc/ssh/sshd_config"}},
-    {"nfs", {"/etc/nfs/tavo_nfs_conf"}},
-    {"ftp", {"/etc/tavoinfo.conf"}},
+    {"ssh", {"/etc/tavoinfo.conf", "/etc/ssh/sshd_config"}, "Port"},
+    {"nfs", {"/etc/nfs/tavo_nfs_conf"}, "statd_port or nlm_port"},
+    {"ftp", {"/etc/tavoinfo.conf"}, "ftpport, ftplowport or ftphighport"},
 };
-
-bool Holds(const std::vector<std::string> &names, const std::string &name) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
 
 // ---- Reading ----
 
@@ -209,9 +208,7 @@ Diagnostic WhyLeftOut(const TAVO_FW_SERVICE_REG &row) {
             return because(file, "unreadable", problem);
         }
     }
-    return because(settings->files.front(), "bad-service",
-                   "its ports cannot be told from this file" +
-                       (settings->files.size() > 1 ? " and " + settings->files.back() : ""));
+    return because(settings->files.back(), "bad-service", settings->keys + " names no port");
 }
 
 std::string OriginText(const FirewallService &service) {

@@ -16,6 +16,8 @@ class PortCandidates {
   public:
     PortCandidates(std::uint32_t near, const PortRanges &ports);
 
+    std::uint32_t Near() const { return near_; }
+
     void Remove(const PortRanges &ports);
 
     // The nearest `count` ports, or as many as there are.

@@ -1,21 +1,18 @@
 #include "port_question.h"
 
-#include <algorithm>
-#include <memory>
 #include <new>
+#include <utility>
 
 #include "library_log.h"
 #include "protocols.h"
+#include "service_file.h"
 #include "tavoserviceconf.h"
+#include "text.h"
 
 namespace tavo {
 namespace {
 
 constexpr unsigned int kOutOfMemory = 0x200;
-
-struct FreePorts {
-    void operator()(TAVO_SERVICE_CONF_PORT *list) const { TAVOServiceConfPortsFree(list); }
-};
 
 // Single ports are asked for as ranges, too: the reserved port, named by itself, counts as taken
 // whatever the source says.
@@ -54,20 +51,20 @@ LibraryAnswer AskInWords(const std::string &ports, std::uint32_t protocols,
     TLIBCErrSetEx(0, nullptr, 0);
     const int result = TLIBIsPortConflict(Joined(skipped).c_str(), ports.c_str(),
                                           ProtocolsText(protocols).c_str(), flag, &list);
-    const std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreePorts> owner(list);
+    const OwnedPortList owner(list);
     if (result < 0) {
         if (TLIBCErrGet() == kOutOfMemory) {
             throw std::bad_alloc();
         }
-        return {LibraryVerdict::kUnknown, {}, TLIBCErrGet()};
+        return {PortVerdict::kUnknown, {}};
     }
-    return {result == 0 ? LibraryVerdict::kFree : LibraryVerdict::kTaken, RangesOf(list), 0};
+    return {result == 0 ? PortVerdict::kFree : PortVerdict::kTaken, RangesOf(list)};
 }
 
 }  // namespace
 
 bool Skips(const SkippedNames &skipped, const std::string &name) {
-    return std::find(skipped.begin(), skipped.end(), name) != skipped.end();
+    return Holds(skipped, name);
 }
 
 LibraryAnswer AskLibrary(const PortRanges &set, std::uint32_t protocols,
@@ -77,7 +74,7 @@ LibraryAnswer AskLibrary(const PortRanges &set, std::uint32_t protocols,
 
 bool NamesReservedPort(const PortRanges &items) {
     return AskInWords(PortsText(items), TAVO_PROTO_BOTH, {}, TAVO_PORT_CHECK_DEFAULT).verdict !=
-           LibraryVerdict::kFree;
+           PortVerdict::kFree;
 }
 
 }  // namespace tavo

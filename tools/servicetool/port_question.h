@@ -15,12 +15,11 @@ using SkippedNames = std::vector<std::string>;
 
 bool Skips(const SkippedNames &skipped, const std::string &name);
 
-enum class LibraryVerdict { kFree, kTaken, kUnknown };
+enum class PortVerdict { kFree, kTaken, kUnknown };
 
 struct LibraryAnswer {
-    LibraryVerdict verdict;
-    PortRanges taken;       // a set; the sockets do not name theirs
-    unsigned int code = 0;  // the error code that the library set, 0 for none
+    PortVerdict verdict;
+    PortRanges taken;  // a set; the sockets do not name theirs
 };
 
 // Asks the source that `flag`, one of TAVO_PORT_CHECK_*, stands for about the ports of a set.

@@ -1,7 +1,6 @@
 #include "port_sources.h"
 
 #include <cstdint>
-#include <limits>
 #include <utility>
 
 #include "diagnostic.h"
@@ -14,10 +13,6 @@ namespace {
 
 // Enough to find a few dozen sockets among all ports, on an ordinary appliance within a second.
 constexpr SearchLimits kCheckLimits = {512, std::chrono::seconds(3)};
-
-// Whoever suggests ports has to know.
-constexpr SearchLimits kNoLimits = {std::numeric_limits<std::size_t>::max(),
-                                    std::chrono::hours(24)};
 
 // Every word leaves its settings out of the comparison, so asked with all the others left out, the
 // library tells what this one holds.
@@ -106,17 +101,22 @@ void PortSources::AskForward(Question &question) {
     const LibraryAnswer answer =
         question.Ask(TAVO_PORT_CHECK_PORT_FORWARD, question.query.protocols);
     // The library takes a file that it is kept from seeing for one that is not there.
-    const bool barred = !Rules().Problem().empty() && TLIBCFileExist(kRuleFile) == 0;
-    if (answer.verdict == LibraryVerdict::kUnknown || barred) {
-        question.AddFailed("forward");
+    const bool barred =
+        !Rules().Problem().empty() && !Rules().IsMissing() && TLIBCFileExist(kRuleFile) == 0;
+    if (answer.verdict == PortVerdict::kUnknown || barred) {
+        question.AddFailed(kForwardSource);
         TellOnce(WhyRulesAreUnknown(Rules(), question.skipped));
         return;
     }
+    Diagnostic finding;
+    if (FindDisregardedRules(Rules(), finding)) {
+        TellOnce(std::move(finding));
+    }
     HeldPorts held;
-    if (answer.verdict == LibraryVerdict::kTaken) {
+    if (answer.verdict == PortVerdict::kTaken) {
         held.Add(answer.taken, TAVO_PROTO_BOTH, DeclaredBy(Rules()), question.skipped);
     }
-    question.AddTaken("forward", held);
+    question.AddTaken(kForwardSource, held);
 }
 
 void PortSources::AskServices(Question &question) {
@@ -127,20 +127,24 @@ void PortSources::AskServices(Question &question) {
             continue;
         }
         const LibraryAnswer answer = question.Ask(TAVO_PORT_CHECK_FW_SERVICE, protocol);
-        if (answer.verdict == LibraryVerdict::kUnknown) {
+        if (answer.verdict == PortVerdict::kUnknown) {
             known = false;
             TellOnce(WhyServicesAreUnknown(Services(), question.skipped));
-        } else if (answer.verdict == LibraryVerdict::kTaken) {
+        } else if (answer.verdict == PortVerdict::kTaken) {
             held.Add(answer.taken, protocol, DeclaredBy(Services()), question.skipped);
         }
     }
     if (!known) {
-        question.AddFailed("service");
+        question.AddFailed(kServiceSource);
     }
-    question.AddTaken("service", held);
+    question.AddTaken(kServiceSource, held);
 }
 
 void PortSources::AskSettings(Question &question) {
+    Diagnostic finding;
+    if (!std::exchange(settings_looked_at_, true) && FindDisregardedSettings(finding)) {
+        TellOnce(std::move(finding));
+    }
     HeldPorts held;
     bool known = true;
     for (const ServiceSetting &setting : kServiceSettings) {
@@ -150,27 +154,29 @@ void PortSources::AskSettings(Question &question) {
         const LibraryAnswer answer =
             AskLibrary(question.set, question.query.protocols,
                        AllSettingsBut(setting, question.skipped), TAVO_PORT_CHECK_SYS_KEY);
-        if (answer.verdict == LibraryVerdict::kUnknown) {
+        if (answer.verdict == PortVerdict::kUnknown) {
             known = false;
             TellOnce(WhySettingIsUnknown(setting));
         }
         held.Add(answer.taken, TAVO_PROTO_BOTH, DeclaredBy(setting), {});
     }
     if (!known) {
-        question.AddFailed("setting");
+        question.AddFailed(kSettingSource);
     }
-    question.AddTaken("setting", held);
+    question.AddTaken(kSettingSource, held);
 }
 
 void PortSources::AskSockets(Question &question) {
     HeldPorts held;
     HeldPorts partly_held;
     bool known = true;
+    std::string problem;
     for (const std::uint32_t protocol : kProtocols) {
         if ((question.query.protocols & protocol) != 0) {
             const SocketPorts sockets =
                 tavo::AskSockets(question.set, protocol, question.skipped, kCheckLimits);
-            known = known && sockets.known && SocketsAreSeen(protocol);
+            problem = problem.empty() ? sockets.problem : problem;
+            known = known && sockets.known && SocketsAreSeen(protocol, problem);
             held.Add(sockets.held, protocol);
             for (const PortRange &range : sockets.partly_held) {
                 partly_held.Add({range}, protocol);
@@ -178,20 +184,20 @@ void PortSources::AskSockets(Question &question) {
         }
     }
     if (!known) {
-        question.AddFailed("socket");
-        TellOnce(WhySocketsAreUnknown(question.set));
+        question.AddFailed(kSocketSource);
+        TellOnce(WhySocketsAreUnknown(question.set, problem));
     }
-    question.AddTaken("socket", held);
-    question.AddTaken("socket", partly_held, false);
+    question.AddTaken(kSocketSource, held);
+    question.AddTaken(kSocketSource, partly_held, false);
 }
 
-std::optional<PortRanges> PortSources::HeldBySockets(const PortRanges &set,
-                                                     std::uint32_t protocols) {
-    const SocketPorts sockets = tavo::AskSockets(set, protocols, {}, kNoLimits);
-    if (sockets.known && SocketsAreSeen(protocols)) {
-        return sockets.held;
+std::optional<bool> PortSources::AnyHeldBySockets(const PortRanges &set, std::uint32_t protocols) {
+    std::string problem;
+    const PortVerdict verdict = AskLibrary(set, protocols, {}, TAVO_PORT_CHECK_RUNTIME).verdict;
+    if (verdict != PortVerdict::kUnknown && SocketsAreSeen(protocols, problem)) {
+        return verdict == PortVerdict::kTaken;
     }
-    TellOnce(WhySocketsAreUnknown(set));
+    TellOnce(WhySocketsAreUnknown(set, problem));
     report_.Raise(Status::kFailed);
     return {};
 }
@@ -214,8 +220,8 @@ const FirewallServices &PortSources::Services() {
     return *services_;
 }
 
-bool PortSources::SocketsAreSeen(std::uint32_t protocols) {
-    if ((protocols & ~seen_protocols_) != 0 && SeesSockets(protocols)) {
+bool PortSources::SocketsAreSeen(std::uint32_t protocols, std::string &problem) {
+    if ((protocols & ~seen_protocols_) != 0 && SeesSockets(protocols, problem)) {
         seen_protocols_ |= protocols;
     }
     return (protocols & ~seen_protocols_) == 0;

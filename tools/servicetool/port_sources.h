@@ -21,12 +21,17 @@ struct PortSource {
     std::string_view name;  // as it is called on the command line and in tables
 };
 
+inline constexpr std::string_view kForwardSource = "forward";
+inline constexpr std::string_view kServiceSource = "service";
+inline constexpr std::string_view kSettingSource = "setting";
+inline constexpr std::string_view kSocketSource = "socket";
+
 // In the order in which they are asked.
 inline constexpr PortSource kPortSources[] = {
-    {TAVO_PORT_CHECK_PORT_FORWARD, "forward"},
-    {TAVO_PORT_CHECK_FW_SERVICE, "service"},
-    {TAVO_PORT_CHECK_SYS_KEY, "setting"},
-    {TAVO_PORT_CHECK_RUNTIME, "socket"},
+    {TAVO_PORT_CHECK_PORT_FORWARD, kForwardSource},
+    {TAVO_PORT_CHECK_FW_SERVICE, kServiceSource},
+    {TAVO_PORT_CHECK_SYS_KEY, kSettingSource},
+    {TAVO_PORT_CHECK_RUNTIME, kSocketSource},
 };
 
 // Said in the place of a source about a port that is taken whoever is asked.
@@ -40,8 +45,6 @@ struct PortConflict {
     std::vector<PortHolder> holders;  // empty where it is not known who they are
     bool exact = true;                // false: at least one port of the range is taken
 };
-
-enum class PortVerdict { kFree, kTaken, kUnknown };
 
 struct PortAnswer {
     std::vector<PortConflict> conflicts;
@@ -64,9 +67,9 @@ class PortSources {
 
     PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped);
 
-    // The ports of a set that sockets hold now. Where that cannot be known, none, which is told and
+    // Whether sockets hold a port of a set now. Where that cannot be known, none, which is told and
     // raises the status.
-    std::optional<PortRanges> HeldBySockets(const PortRanges &set, std::uint32_t protocols);
+    std::optional<bool> AnyHeldBySockets(const PortRanges &set, std::uint32_t protocols);
 
   private:
     struct Question;  // a query on its way from source to source
@@ -79,13 +82,14 @@ class PortSources {
     const RuleFile &Rules();
     const FirewallServices &Services();
     bool ServicesAreKnown(const SkippedNames &skipped);
-    bool SocketsAreSeen(std::uint32_t protocols);
+    bool SocketsAreSeen(std::uint32_t protocols, std::string &problem);
     void TellOnce(Diagnostic diagnostic);
 
     int flags_;
     Report &report_;
     std::unique_ptr<RuleFile> rules_;
     std::optional<FirewallServices> services_;
+    bool settings_looked_at_ = false;   // for lines that mean nothing
     bool services_complete_ = true;     // every file and folder of theirs could be read
     std::uint32_t seen_protocols_ = 0;  // sockets of these are known to be seen
     std::set<std::string> told_;

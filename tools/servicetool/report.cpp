@@ -45,10 +45,6 @@ Json NumberOrNull(std::size_t number) {
     return number == 0 ? Json(nullptr) : Json(number);
 }
 
-Json TextOrNull(const std::string &text) {
-    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
-}
-
 Json DiagnosticJson(const Diagnostic &diagnostic) {
     return {{"file", TextOrNull(diagnostic.file)},
             {"line", NumberOrNull(diagnostic.line)},
@@ -65,6 +61,10 @@ std::string Dumped(const Json &json) {
 }
 
 }  // namespace
+
+Json TextOrNull(std::string_view text) {
+    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
+}
 
 std::size_t Report::Columns() const {
     return TerminalColumns(STDOUT_FILENO);

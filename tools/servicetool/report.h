@@ -20,6 +20,9 @@ enum class Status : int {
     kFailed = 3,  // it failed, or cannot be told
 };
 
+// A text as JSON shows it, an empty one as null.
+nlohmann::ordered_json TextOrNull(std::string_view text);
+
 class Report {
   public:
     explicit Report(bool json) : json_(json) {}

@@ -14,10 +14,8 @@ namespace {
 constexpr char kRuleProtocol[] = "protocol name";
 constexpr const char *kNeededKeys[] = {kRuleProtocol, kRuleAppliancePorts, kRuleRouterPorts};
 
-// False where the file may well be there, but the way to it is barred.
-bool IsMissing(const std::string &path) {
-    std::error_code error;
-    return std::filesystem::status(path, error).type() == std::filesystem::file_type::not_found;
+bool IsNotThere(const std::filesystem::file_status &status) {
+    return status.type() == std::filesystem::file_type::not_found;
 }
 
 // `spot` is the part of line.text that is meant.
@@ -63,7 +61,10 @@ std::string ForwardRule::Value(std::string_view key) const {
 }
 
 RuleFile::RuleFile() {
-    if (IsMissing(kRuleFile)) {
+    // False where the file may well be there, but the way to it is barred.
+    std::error_code error;
+    missing_ = IsNotThere(std::filesystem::status(kRuleFile, error));
+    if (IsNotThere(std::filesystem::symlink_status(kRuleFile, error))) {
         return;
     }
     FileContents contents = ReadRegularFile(kRuleFile);

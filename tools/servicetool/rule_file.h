@@ -39,10 +39,16 @@ class RuleFile {
     // Why the file cannot be read; else empty.
     const std::string &Problem() const { return problem_; }
 
+    // There is no file, be it that a symbolic link to it is there.
+    bool IsMissing() const { return missing_; }
+
+    const std::string &Text() const { return text_; }
+
     // In file order, sections of one name as one rule.
     const std::vector<ForwardRule> &Rules() const { return rules_; }
 
   private:
+    bool missing_ = false;
     std::string text_;
     std::string problem_;
     std::vector<ForwardRule> rules_;

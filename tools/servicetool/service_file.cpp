@@ -149,10 +149,6 @@ Json PortsJson(const TAVO_SERVICE_CONF_PORT *list) {
     return ports;
 }
 
-Json TextOrNull(std::string_view text) {
-    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
-}
-
 Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
     if (!HasReference(string)) {
         return nullptr;

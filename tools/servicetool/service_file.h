@@ -39,6 +39,11 @@ struct FreeConf {
     void operator()(TAVO_SERVICE_CONF *conf) const { TAVOServiceConfFree(conf); }
 };
 
+struct FreePortList {
+    void operator()(TAVO_SERVICE_CONF_PORT *list) const { TAVOServiceConfPortsFree(list); }
+};
+using OwnedPortList = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreePortList>;
+
 struct ServiceFile {
     std::string path;
     std::string problem;                                // why nothing could be read; else empty

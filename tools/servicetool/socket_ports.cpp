@@ -5,8 +5,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <utility>
 
+#include "input_file.h"
 #include "protocols.h"
 #include "tavoserviceconf.h"
 
@@ -26,18 +29,23 @@ std::pair<PortRanges, PortRanges> Halves(const PortRanges &set) {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr std::size_t kChunk = 64;
+
 class Search {
   public:
     Search(std::uint32_t protocols, const SkippedNames &skipped, const SearchLimits &limits)
         : protocols_(protocols), skipped_(skipped), limits_(limits) {}
 
-    // Notes the ports of `set` that are held; whether there are any.
-    bool Find(const PortRanges &set);
+    // Notes the ports of `set` that are held.
+    void FindAll(const PortRanges &set);
 
     SocketPorts Result() &&;
 
   private:
+    bool IsLate() const { return Clock::now() - start_ >= limits_.time; }
     bool IsHeld(const PortRanges &set);
+    void FindInChunk(const PortRanges &chunk);
+    bool Find(const PortRanges &set);
     void FindInHalves(const PortRanges &set);
 
     std::uint32_t protocols_;
@@ -48,6 +56,32 @@ class Search {
     SocketPorts ports_;
 };
 
+// The library looks at every socket anew for each range, so few ranges at a time are asked for, to
+// keep an eye on the time between them.
+void Search::FindAll(const PortRanges &set) {
+    for (std::size_t next = 0; next < set.size() && ports_.known; next += kChunk) {
+        if (next != 0 && IsLate()) {
+            ports_.known = false;
+            ports_.problem =
+                "it takes more than " + std::to_string(limits_.time.count()) + " seconds";
+            return;
+        }
+        const auto begin = set.begin() + static_cast<std::ptrdiff_t>(next);
+        const auto size = static_cast<std::ptrdiff_t>(std::min(kChunk, set.size() - next));
+        FindInChunk(PortRanges(begin, begin + size));
+    }
+}
+
+// Where the ports between the ranges are not held either, one range is asked for instead of many.
+// Port 0 would get lost in it: the library has no answer for it by itself.
+void Search::FindInChunk(const PortRanges &chunk) {
+    if (chunk.size() == 1 || chunk.front().first == 0 ||
+        IsHeld({{chunk.front().first, chunk.back().last}})) {
+        Find(chunk);
+    }
+}
+
+// Whether any are held.
 bool Search::Find(const PortRanges &set) {
     if (set.empty() || !IsHeld(set)) {
         return false;
@@ -58,10 +92,10 @@ bool Search::Find(const PortRanges &set) {
 
 bool Search::IsHeld(const PortRanges &set) {
     ++asked_;
-    const LibraryVerdict verdict =
+    const PortVerdict verdict =
         AskLibrary(set, protocols_, skipped_, TAVO_PORT_CHECK_RUNTIME).verdict;
-    ports_.known = ports_.known && verdict != LibraryVerdict::kUnknown;
-    return verdict == LibraryVerdict::kTaken;
+    ports_.known = ports_.known && verdict != PortVerdict::kUnknown;
+    return verdict == PortVerdict::kTaken;
 }
 
 // Of a set that is held. When the lower half is not, the upper one is, and need not be asked for as
@@ -71,8 +105,8 @@ void Search::FindInHalves(const PortRanges &set) {
         ports_.held.push_back(set.front());
         return;
     }
-    if (asked_ >= limits_.questions || Clock::now() - start_ >= limits_.time) {
-        ports_.partly_held.push_back({set.front().first, set.back().last});
+    if ((asked_ >= limits_.questions && set.size() == 1) || IsLate()) {
+        ports_.partly_held.insert(ports_.partly_held.end(), set.begin(), set.end());
         return;
     }
     const auto [low, high] = Halves(set);
@@ -88,19 +122,38 @@ SocketPorts Search::Result() && {
     return std::move(ports_);
 }
 
-// A socket of our own, at a port that the kernel chose.
+std::uint32_t PortOf(const sockaddr_storage &address) {
+    return ntohs(address.ss_family == AF_INET6
+                     ? reinterpret_cast<const sockaddr_in6 &>(address).sin6_port
+                     : reinterpret_cast<const sockaddr_in &>(address).sin_port);
+}
+
+sockaddr_storage Loopback(int family) {
+    sockaddr_storage address{};
+    address.ss_family = static_cast<sa_family_t>(family);
+    if (family == AF_INET6) {
+        reinterpret_cast<sockaddr_in6 &>(address).sin6_addr = in6addr_loopback;
+    } else {
+        reinterpret_cast<sockaddr_in &>(address).sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    }
+    return address;
+}
+
+// A socket of our own on the loopback address, where nobody from outside meets it, at a port that
+// the kernel chose.
 class OwnSocket {
   public:
-    explicit OwnSocket(bool tcp)
-        : descriptor_(socket(AF_INET, (tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        socklen_t size = sizeof(address);
+    OwnSocket(int family, bool tcp)
+        : descriptor_(socket(family, (tcp ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC, 0)) {
+        sockaddr_storage address = Loopback(family);
+        socklen_t size = family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
         auto *generic = reinterpret_cast<sockaddr *>(&address);
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (bind(descriptor_, generic, size) == 0 && (!tcp || listen(descriptor_, 1) == 0) &&
+        if (descriptor_ >= 0 && bind(descriptor_, generic, size) == 0 &&
+            (!tcp || listen(descriptor_, 1) == 0) &&
             getsockname(descriptor_, generic, &size) == 0) {
-            port_ = ntohs(address.sin_port);
+            port_ = PortOf(address);
+        } else {
+            error_ = errno;
         }
     }
     ~OwnSocket() {
@@ -112,30 +165,45 @@ class OwnSocket {
     OwnSocket &operator=(const OwnSocket &) = delete;
 
     std::uint32_t Port() const { return port_; }  // 0 when it holds none
+    int Error() const { return error_; }          // why it holds none
 
   private:
     int descriptor_;
     std::uint32_t port_ = 0;
+    int error_ = 0;
 };
+
+bool SeesPort(std::uint32_t port, std::uint32_t protocol) {
+    return AskLibrary({{port, port}}, protocol, {}, TAVO_PORT_CHECK_RUNTIME).verdict ==
+           PortVerdict::kTaken;
+}
+
+// Either family may be switched off.
+bool SeesOwnSocket(std::uint32_t protocol, std::string &problem) {
+    int error = 0;
+    for (const int family : {AF_INET, AF_INET6}) {
+        const OwnSocket own(family, protocol == TAVO_PROTO_TCP);
+        if (own.Port() != 0) {
+            return SeesPort(own.Port(), protocol);
+        }
+        error = error == 0 ? own.Error() : error;
+    }
+    problem = "no port can be held to try: " + ErrorText(error);
+    return false;
+}
 
 }  // namespace
 
 SocketPorts AskSockets(const PortRanges &set, std::uint32_t protocols, const SkippedNames &skipped,
                        const SearchLimits &limits) {
     Search search(protocols, skipped, limits);
-    search.Find(set);
+    search.FindAll(set);
     return std::move(search).Result();
 }
 
-bool SeesSockets(std::uint32_t protocols) {
+bool SeesSockets(std::uint32_t protocols, std::string &problem) {
     for (const std::uint32_t protocol : kProtocols) {
-        if ((protocols & protocol) == 0) {
-            continue;
-        }
-        const OwnSocket own(protocol == TAVO_PROTO_TCP);
-        const PortRange port = {own.Port(), own.Port()};
-        if (port.first == 0 || AskLibrary({port}, protocol, {}, TAVO_PORT_CHECK_RUNTIME).verdict !=
-                                   LibraryVerdict::kTaken) {
+        if ((protocols & protocol) != 0 && !SeesOwnSocket(protocol, problem)) {
             return false;
         }
     }

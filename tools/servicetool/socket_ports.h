@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "port_question.h"
 #include "port_ranges.h"
@@ -15,13 +16,14 @@
 namespace tavo {
 
 struct SocketPorts {
-    bool known = true;       // false: the library cannot tell
+    bool known = true;       // false: the library cannot tell, or not in time
+    std::string problem;     // why, where that is known
     PortRanges held;         // a set
-    PortRanges partly_held;  // where the questions ran out: at least one port of each is held
+    PortRanges partly_held;  // where the questions ran out: what was left, with held ports in it
 };
 
-// Each question costs the library a look at everything that is declared, so beyond these limits
-// what is left is not halved any more.
+// Each question costs the library a look at everything that is declared and at every socket. Beyond
+// so many questions a range is not halved any more, and beyond the time nothing is asked.
 struct SearchLimits {
     std::size_t questions;
     std::chrono::seconds time;
@@ -33,7 +35,8 @@ SocketPorts AskSockets(const PortRanges &set, std::uint32_t protocols, const Ski
 
 // Whether the library sees sockets of these protocols at all. It takes a table of sockets that it
 // cannot read for an empty one, so it is asked for a port that is known to be held.
-bool SeesSockets(std::uint32_t protocols);
+// Where it cannot be asked, `problem` tells why.
+bool SeesSockets(std::uint32_t protocols, std::string &problem);
 
 }  // namespace tavo
 

@@ -16,7 +16,10 @@
 namespace tavo {
 namespace {
 
-constexpr char kFtpKey[] = "ftpport";
+constexpr std::string_view kFtpService = "ftp";
+
+// The library reads it with the port of FTP, and compares neither without it.
+constexpr char kFtpHighKey[] = "ftphighport";
 
 Diagnostic Error(std::string file, std::string rule, std::string message, std::string fix = {}) {
     Diagnostic diagnostic;
@@ -27,8 +30,8 @@ Diagnostic Error(std::string file, std::string rule, std::string message, std::s
     return diagnostic;
 }
 
-// The line that gives a key outside any section its value.
-std::optional<ConfigLine> LineOfKey(std::string_view text, std::string_view key) {
+// The line that gives a key outside any section a value that is no port.
+std::optional<ConfigLine> BadLineOfKey(std::string_view text, std::string_view key) {
     std::optional<ConfigLine> found;
     ConfigLineReader reader(text);
     for (ConfigLine line; reader.Next(line) && line.kind != ConfigLineKind::kSection;) {
@@ -36,7 +39,9 @@ std::optional<ConfigLine> LineOfKey(std::string_view text, std::string_view key)
             found = line;
         }
     }
-    return found;
+    const bool bad = found && !found->value.empty() &&
+                     TAVOServiceConfPortsCheck(std::string(found->value).c_str()) != 1;
+    return bad ? found : std::nullopt;
 }
 
 Diagnostic BadSetting(const ConfigLine &line) {
@@ -46,8 +51,8 @@ Diagnostic BadSetting(const ConfigLine &line) {
             column,
             Severity::kError,
             "bad-setting",
-            Quoted(line.value) + " is no port number",
-            "name a port from 0 to 65535, or take the key away",
+            Quoted(line.value) + " is no port number for " + std::string(line.name),
+            "name a port from 1 to 65535, or take the key away",
             AroundSpot(line.text, column - 1)};
 }
 
@@ -73,6 +78,38 @@ bool TellUnlistedFolder(const ServiceFolder &folder, Report &report) {
     return true;
 }
 
+// Lines that the library passes over without a word; with `in_sections`, also keys that stand
+// before the first section.
+bool FindStrayLines(const std::string &file, std::string_view text, bool in_sections,
+                    Diagnostic &finding) {
+    ConfigLine first;
+    std::size_t count = 0;
+    bool read = !in_sections;
+    ConfigLineReader reader(text);
+    for (ConfigLine line; reader.Next(line);) {
+        read = read || line.kind == ConfigLineKind::kSection;
+        if (line.kind == ConfigLineKind::kOther ||
+            (line.kind == ConfigLineKind::kKeyValue && !read)) {
+            first = count++ == 0 ? line : first;
+        }
+    }
+    if (count == 0) {
+        return false;
+    }
+    finding = {file,
+               first.number,
+               1,
+               Severity::kWarning,
+               "stray-line",
+               (count == 1 ? "the line is not read: it is no"
+                           : Counted(count, "line") + " are not read: they are no") +
+                   std::string(in_sections ? " comment, section or key of a section"
+                                           : " comment, section or key"),
+               {},
+               AroundSpot(first.text, 0)};
+    return true;
+}
+
 }  // namespace
 
 Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped) {
@@ -84,6 +121,21 @@ Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped)
         return finding;
     }
     return Error(kRuleFile, "failed", "the rules cannot be compared");
+}
+
+bool FindDisregardedRules(const RuleFile &file, Diagnostic &finding) {
+    if (file.Problem().empty()) {
+        return FindStrayLines(kRuleFile, file.Text(), true, finding);
+    }
+    finding = Error(kRuleFile, "unreadable",
+                    file.Problem() + (file.IsMissing() ? ", so there are no rules"
+                                                       : ", so its rules are not named"));
+    finding.severity = Severity::kWarning;
+    return true;
+}
+
+bool FindDisregardedSettings(Diagnostic &finding) {
+    return FindStrayLines(kSettingsFile, ReadRegularFile(kSettingsFile).text, false, finding);
 }
 
 Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped) {
@@ -103,24 +155,30 @@ Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const Skipped
 Diagnostic WhySettingIsUnknown(const ServiceSetting &setting) {
     const FileContents contents = ReadRegularFile(kSettingsFile);
     if (!contents.problem.empty()) {
-        return Error(kSettingsFile, "unreadable", contents.problem);
+        return Error(kSettingsFile, "unreadable",
+                     "settings cannot be asked for ports: " + contents.problem);
     }
-    const std::optional<ConfigLine> line = LineOfKey(contents.text, setting.key);
-    if (line && !line->value.empty() &&
-        TAVOServiceConfPortsCheck(std::string(line->value).c_str()) != 1) {
+    const bool ftp = setting.service == kFtpService;
+    std::optional<ConfigLine> line = BadLineOfKey(contents.text, setting.key);
+    if (!line && ftp) {
+        line = BadLineOfKey(contents.text, kFtpHighKey);
+    }
+    if (line) {
         return BadSetting(*line);
     }
     return Error(kSettingsFile, "failed",
-                 setting.key == kFtpKey ? "the passive ports of FTP cannot be told"
-                                        : std::string(setting.key) + " cannot be told");
+                 std::string(setting.key) + (ftp ? std::string(" or ") + kFtpHighKey : "") +
+                     " cannot be told");
 }
 
-Diagnostic WhySocketsAreUnknown(const PortRanges &set) {
+Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &problem) {
     if (!set.empty() && set.front().first == 0) {
         return Error("", "port-zero", "sockets cannot be asked for port 0",
                      "name ports from 1 to 65535");
     }
-    return Error("", "failed", "the ports that sockets hold cannot be told");
+    return Error(
+        "", "failed",
+        "the ports that sockets hold cannot be told" + (problem.empty() ? "" : ": " + problem));
 }
 
 bool TellUnreadServiceFiles(const FirewallServices &services, Report &report) {

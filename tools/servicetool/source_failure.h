@@ -3,6 +3,7 @@
 #ifndef TAVO_SERVICETOOL_SOURCE_FAILURE_H
 #define TAVO_SERVICETOOL_SOURCE_FAILURE_H
 
+#include <string>
 #include <string_view>
 
 #include "diagnostic.h"
@@ -31,7 +32,14 @@ inline constexpr ServiceSetting kServiceSettings[] = {
 Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped);
 Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped);
 Diagnostic WhySettingIsUnknown(const ServiceSetting &setting);
-Diagnostic WhySocketsAreUnknown(const PortRanges &set);
+
+// `problem` is what is known to be in the way, else "".
+Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &problem);
+
+// What is there, but means nothing to the library, which answers for the rest without a word. False
+// when there is nothing to tell.
+bool FindDisregardedRules(const RuleFile &file, Diagnostic &finding);
+bool FindDisregardedSettings(Diagnostic &finding);
 
 // Tells which service files and folders could not be read, as errors, and which services they leave
 // out, as warnings: what is left out is there to be seen, and declares nothing. False when there

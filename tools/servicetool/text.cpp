@@ -240,4 +240,8 @@ std::string Counted(std::size_t n, std::string_view thing) {
     return std::to_string(n) + ' ' + std::string(thing) + (n == 1 ? "" : "s");
 }
 
+bool Holds(const std::vector<std::string> &texts, std::string_view text) {
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
 }  // namespace tavo

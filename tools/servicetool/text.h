@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tavo {
 
@@ -52,6 +53,9 @@ std::string LowerFirst(std::string_view message);
 
 // `n` things: "1 error", "2 errors".
 std::string Counted(std::size_t n, std::string_view thing);
+
+// Whether the text is one of `texts`.
+bool Holds(const std::vector<std::string> &texts, std::string_view text);
 
 }  // namespace tavo
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "ephemeral_ports.h"
 #include "port_world.h"
 #include "servicetool_run.h"
 
@@ -73,6 +75,17 @@ TEST_F(CheckCommand, ShowsOnceWhatSeveralQuestionsFind) {
               "23  tcp  service  telnet (built-in)\n"
               "22  tcp  service  ssh (built-in)\n"
               "23/tcp is taken\n23/tcp,udp is taken\n22:23/tcp is taken\n");
+}
+
+TEST_F(CheckCommand, ShortensALongQuestion) {
+    std::string ports = "10001";
+    for (int port = 10002; port < 12000; ++port) {
+        ports += "," + std::to_string(port);
+    }
+    const ProgramResult result = ServiceTool({"check", ports + "/tcp", "--source", "setting"});
+    EXPECT_THAT(result.out,
+                testing::AllOf(StartsWith("10001,10002,"), HasSubstr(".../tcp is free\n")));
+    EXPECT_LT(result.out.size(), 200U);
 }
 
 TEST_F(CheckCommand, PrintsJson) {
@@ -152,6 +165,19 @@ TEST_F(CheckCommand, CallsARuleWithoutAServiceByItsTitle) {
               "[b]\nprotocol name=udp\ns_port=2\nr_port=2\n");
     EXPECT_EQ(ServiceTool({"check", "--no-legend", "2/tcp"}).out,
               "2  tcp,udp  forward  rule a, Game server, rule b\n2/tcp is taken\n");
+}
+
+TEST_F(CheckCommand, ShowsTheFirstOfManyHolders) {
+    std::string rules;
+    for (int i = 1; i <= 8; ++i) {
+        rules += Rule(std::to_string(i), "", "7000", "1");
+    }
+    WriteFile(kRules, rules);
+    EXPECT_EQ(ServiceTool({"check", "--no-legend", "7000/tcp"}).out,
+              "7000  tcp,udp  forward  rule 1, rule 2, rule 3, rule 4, rule 5 and 3 more\n"
+              "7000/tcp is taken\n");
+    const json document = json::parse(ServiceTool({"check", "--json", "7000/tcp"}).out);
+    EXPECT_EQ(document["results"][0]["conflicts"][0]["held_by"].size(), 8U);
 }
 
 // ---- Settings
@@ -245,6 +271,50 @@ TEST_F(CheckCommand, GivesTheRestAsARangeWhereThereAreVeryManySockets) {
                 HasSubstr("  tcp    socket  some in use now\n10000:10800/tcp is taken\n"));
 }
 
+// The rest names none of the ports between those that were asked for.
+TEST_F(CheckCommand, GivesTheRestOfSeveralRangesAsThem) {
+    std::vector<std::unique_ptr<HeldPort>> held;
+    std::string ports;
+    for (std::uint32_t port = 10000; port < 11200; port += 4) {
+        held.push_back(std::make_unique<HeldPort>(Family::kV4, Protocol::kTcp, port));
+        ports += (ports.empty() ? "" : ",") + std::to_string(port) + ':' + std::to_string(port + 1);
+    }
+    const json document =
+        json::parse(ServiceTool({"check", "--json", ports + "/tcp", "--source", "socket"}).out);
+    int inexact = 0;
+    int next = 10000;
+    for (const json &conflict : document["results"][0]["conflicts"]) {
+        const bool exact = conflict["exact"];
+        inexact += exact ? 0 : 1;
+        EXPECT_EQ(conflict["start"], next);
+        EXPECT_EQ(conflict["end"], exact ? next : next + 1);
+        next += 4;
+    }
+    EXPECT_EQ(next, 11200);
+    EXPECT_GT(inexact, 0);
+}
+
+TEST_F(CheckCommand, FindsSocketsAmongVeryManyRanges) {
+    const HeldPort first(Family::kV4, Protocol::kTcp, 10000);
+    const HeldPort between(Family::kV4, Protocol::kTcp, 10101);
+    const HeldPort last(Family::kV4, Protocol::kTcp, 10998);
+    std::string ports = "10000";
+    for (std::uint32_t port = 10002; port < 11000; port += 2) {
+        ports += ',' + std::to_string(port);
+    }
+    EXPECT_THAT(ServiceTool({"check", "--no-legend", ports, "--source", "socket"}).out,
+                StartsWith("10000  tcp  socket  in use now\n"
+                           "10998  tcp  socket  in use now\n"
+                           "10000,10002,"));
+}
+
+TEST_F(CheckCommand, SeesSocketsWhereThereIsOnlyIpv6) {
+    const WithoutIpv4 only_ipv6;
+    const HeldPort held(Family::kV6, Protocol::kTcp, 7001);
+    ExpectRun(ServiceTool({"check", "--no-legend", "7001", "7002"}), 1,
+              "7001  tcp  socket  in use now\n7001/tcp,udp is taken\n7002/tcp,udp is free\n");
+}
+
 TEST_F(CheckCommand, LeavesOutSocketsAtPortsOfASkippedService) {
     WriteFile(kSystem + "a.sc", Section("a", "7000:7001/tcp"));
     const HeldPort own(Family::kV4, Protocol::kTcp, 7000);
@@ -320,21 +390,35 @@ TEST_F(CheckCommand, RefusesANameToSkipThatCannotBeAskedFor) {
 TEST_F(CheckCommand, CannotTellWithoutTheSettings) {
     std::filesystem::remove(kSettings);
     ExpectRun(ServiceTool({"check", "8081", "--source", "setting,socket,forward"}), 3,
-              "8081/tcp,udp: cannot tell\n",
-              kSettings + ": error: no such file or directory [unreadable]\n");
+              "8081/tcp,udp: cannot tell (setting)\n",
+              kSettings +
+                  ": error: settings cannot be asked for ports: no such file or directory "
+                  "[unreadable]\n");
     EXPECT_EQ(ServiceTool({"check", "8081", "--source", "socket,forward"}).status, 0);
 }
 
 TEST_F(CheckCommand, NamesTheSettingThatIsNoPort) {
     WriteFile(kSettings, "ftpport=21\nWebDavPort=\"x\"\n[section]\nWebDavPort=80\n");
     ExpectRun(ServiceTool({"check", "8081/tcp", "9000/tcp"}), 3,
-              "8081/tcp: cannot tell\n9000/tcp: cannot tell\n",
+              "8081/tcp: cannot tell (setting)\n9000/tcp: cannot tell (setting)\n",
               kSettings +
-                  ":2:13: error: \"x\" is no port number [bad-setting]\n"
+                  ":2:13: error: \"x\" is no port number for WebDavPort [bad-setting]\n"
                   "    WebDavPort=\"x\"\n"
                   "                ^\n"
-                  "    fix: name a port from 0 to 65535, or take the key away\n");
+                  "    fix: name a port from 1 to 65535, or take the key away\n");
     EXPECT_EQ(ServiceTool({"check", "8081/tcp", "--skip", "webdav_http"}).status, 0);
+}
+
+TEST_F(CheckCommand, NamesThePassivePortOfFtpThatIsNone) {
+    WriteFile(kSettings, "ftpport=21\nftphighport=x\n");
+    const ProgramResult result = ServiceTool({"check", "8081/tcp"});
+    EXPECT_EQ(result.out, "8081/tcp: cannot tell (service, setting)\n");
+    EXPECT_THAT(result.err, HasSubstr(kSettings + ":2:13: error: \"x\" is no port number for "
+                                                  "ftphighport [bad-setting]\n"));
+    EXPECT_THAT(result.err, HasSubstr(kSettings + ": error: built-in service ftp is left out: "
+                                                  "ftpport, ftplowport or ftphighport names no "
+                                                  "port [bad-service]\n"));
+    EXPECT_EQ(result.status, 3);
 }
 
 TEST_F(CheckCommand, TellsWhatIsTakenAlthoughASourceFails) {
@@ -360,7 +444,7 @@ TEST_F(CheckCommand, SaysUnknownInJson) {
 TEST_F(CheckCommand, NamesTheRuleThatLacksAKey) {
     WriteFile(kRules,
               Rule("1", "a", "80", "80") + "[2]\nservice_id=b\nprotocol name=tcp\ns_port=1\n");
-    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell\n",
+    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell (forward)\n",
               kRules +
                   ":6:2: error: rule [2] is not read: it lacks \"r_port\" [bad-rule]\n"
                   "    [2]\n     ^\n"
@@ -370,7 +454,7 @@ TEST_F(CheckCommand, NamesTheRuleThatLacksAKey) {
 
 TEST_F(CheckCommand, NamesTheRuleWithBadPorts) {
     WriteFile(kRules, Rule("1", "a", "80,1:2", "80"));
-    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell\n",
+    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell (forward)\n",
               kRules +
                   ":4:9: error: rule [1] is not read: \"80,1:2\" names no ports [bad-rule]\n"
                   "    s_port=\"80,1:2\"\n"
@@ -380,7 +464,7 @@ TEST_F(CheckCommand, NamesTheRuleWithBadPorts) {
 
 TEST_F(CheckCommand, CannotTellWhereTheRulesAreNoFile) {
     std::filesystem::create_directory(kRules);
-    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell\n",
+    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell (forward)\n",
               kRules + ": error: is a folder [unreadable]\n");
 }
 
@@ -389,7 +473,7 @@ TEST_F(CheckCommand, CannotTellWhereTheWayToTheRulesIsBarred) {
     std::filesystem::remove_all(folder);
     std::filesystem::create_symlink("portforward", folder);
     const ProgramResult result = ServiceTool({"check", "8081/tcp"});
-    EXPECT_EQ(result.out, "8081/tcp: cannot tell\n");
+    EXPECT_EQ(result.out, "8081/tcp: cannot tell (forward)\n");
     EXPECT_THAT(result.err, StartsWith(kRules + ": error: too many levels of symbolic links"));
     EXPECT_EQ(result.status, 3);
 }
@@ -397,16 +481,39 @@ TEST_F(CheckCommand, CannotTellWhereTheWayToTheRulesIsBarred) {
 TEST_F(CheckCommand, TakesRulesThatAreNotThereForNone) {
     EXPECT_EQ(ServiceTool({"check", "8081/tcp", "--source", "forward"}).status, 0);
     std::filesystem::create_symlink("nothing", kRules);
-    EXPECT_EQ(ServiceTool({"check", "8081/tcp", "--source", "forward"}).status, 0);
+    ExpectRun(
+        ServiceTool({"check", "8081/tcp", "--source", "forward"}), 0, "8081/tcp is free\n",
+        kRules + ": warning: is a symbolic link to nothing, so there are no rules [unreadable]\n");
+}
+
+TEST_F(CheckCommand, WarnsOfRulesThatAreTooManyToBeNamed) {
+    WriteFile(kRules, Rule("1", "x", "7000", "7000") + std::string(std::size_t{17} << 20, '\n'));
+    ExpectRun(
+        ServiceTool({"check", "--no-legend", "7000/tcp"}), 1,
+        "7000  tcp,udp  forward  -\n7000/tcp is taken\n",
+        kRules + ": warning: is larger than 16 MiB, so its rules are not named [unreadable]\n");
+}
+
+TEST_F(CheckCommand, WarnsOfLinesThatMeanNothing) {
+    WriteFile(kRules, "s_port=8081\n# a comment\n" + Rule("1", "x", "1", "1"));
+    WriteFile(kSettings, "WebDavPort=1\nWebDavPort 8081\n\x01\xFF\n");
+    ExpectRun(ServiceTool({"check", "8081/tcp", "8082/tcp"}), 0,
+              "8081/tcp is free\n8082/tcp is free\n",
+              kRules +
+                  ":1:1: warning: the line is not read: it is no comment, section or key of a "
+                  "section [stray-line]\n    s_port=8081\n    ^\n" +
+                  kSettings +
+                  ":2:1: warning: 2 lines are not read: they are no comment, section or key "
+                  "[stray-line]\n    WebDavPort 8081\n    ^\n");
 }
 
 TEST_F(CheckCommand, CannotTellWhileAServiceFileOrFolderCannotBeRead) {
     std::filesystem::create_symlink("/dev/null", kPackage + "a.sc");
-    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell\n",
+    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell (service)\n",
               kPackage + "a.sc: error: is a device [unreadable]\n");
     std::filesystem::remove_all(kPackage);
     WriteFile("/usr/local/etc/services.d", "no folder");
-    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell\n",
+    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell (service)\n",
               "/usr/local/etc/services.d: error: not a directory [unreadable]\n");
 }
 
@@ -421,7 +528,7 @@ TEST_F(CheckCommand, WarnsOfServicesThatDeclareNothing) {
 
 TEST_F(CheckCommand, CannotTellWhereABuiltInServiceHasBadPorts) {
     WriteFile(kNfsSettings, "nfs_custom_port_enable=yes\nstatd_port=abc\nnlm_port=1\n");
-    ExpectRun(ServiceTool({"check", "8081"}), 3, "8081/tcp,udp: cannot tell\n",
+    ExpectRun(ServiceTool({"check", "8081"}), 3, "8081/tcp,udp: cannot tell (service)\n",
               "servicetool: error: firewall service nfs has \"abc\" for a port [bad-service]\n"
               "    fix: correct its settings\n");
     EXPECT_EQ(ServiceTool({"check", "8081", "--skip", "nfs"}).status, 0);
@@ -429,11 +536,24 @@ TEST_F(CheckCommand, CannotTellWhereABuiltInServiceHasBadPorts) {
 
 TEST_F(CheckCommand, CannotTellWhereTheLibraryLeavesOutABuiltInService) {
     std::filesystem::remove(kNfsSettings);
-    ExpectRun(ServiceTool({"check", "8081"}), 3, "8081/tcp,udp: cannot tell\n",
+    ExpectRun(ServiceTool({"check", "8081"}), 3, "8081/tcp,udp: cannot tell (service)\n",
               kNfsSettings +
                   ": error: built-in service nfs is left out: no such file or directory "
                   "[unreadable]\n");
     EXPECT_EQ(ServiceTool({"check", "8081", "--skip", "nfs"}).status, 0);
+}
+
+TEST_F(CheckCommand, CannotTellWhereNoPortIsLeftToTry) {
+    PortRange kernel{};
+    ASSERT_EQ(ReadEphemeralPorts(kEphemeralPorts, kernel), "");
+    const HeldPort over_ipv4(Family::kV4, Protocol::kTcp, 8000);
+    const HeldPort over_ipv6(Family::kV6, Protocol::kTcp, 8000);
+    std::ofstream(kEphemeralPorts) << "8000 8000\n";
+    const ProgramResult result = ServiceTool({"check", "8081/tcp"});
+    std::ofstream(kEphemeralPorts) << kernel.first << ' ' << kernel.last << '\n';
+    ExpectRun(result, 3, "8081/tcp: cannot tell (socket)\n",
+              "servicetool: error: the ports that sockets hold cannot be told: no port can be held "
+              "to try: address already in use [failed]\n");
 }
 
 // A networking library that cannot read the table of sockets finds none in it.
@@ -442,7 +562,7 @@ TEST_F(CheckCommand, CannotTellWhereNoSocketIsSeenAtAll) {
     const ProgramResult result = RunProgram(
         {SERVICETOOL, "check", "8081/tcp"}, "",
         {std::string("LD_PRELOAD=") + BLIND_NET, "ASAN_OPTIONS=verify_asan_link_order=0"});
-    ExpectRun(result, 3, "8081/tcp: cannot tell\n",
+    ExpectRun(result, 3, "8081/tcp: cannot tell (socket)\n",
               "servicetool: error: the ports that sockets hold cannot be told [failed]\n");
 }
 

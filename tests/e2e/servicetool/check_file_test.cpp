@@ -16,6 +16,7 @@ using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 
 constexpr char kFile[] = "/tmp/new.sc";
@@ -166,14 +167,28 @@ TEST_F(CheckFileCommand, WarnsThatAnInstallAsksForNoSocketsWithoutAProtocol) {
     EXPECT_THAT(Check(Section("a", "7000/tcp,udp")).err, IsEmpty());
 }
 
-TEST_F(CheckFileCommand, MindsAConflictOfGlobalThatAnInstallReports) {
+// It is no service, but an install asks for its ports.
+TEST_F(CheckFileCommand, AnswersForThePortsOfGlobal) {
     const ProgramResult result =
-        Check("[global]\nversion=1\ndst.ports=23/tcp\n" + Section("a", "7000/tcp"));
-    EXPECT_EQ(result.out, "/tmp/new.sc: [a] 7000/tcp is free\n");
-    EXPECT_THAT(result.err, HasSubstr("/tmp/new.sc: warning: an install reports a conflict that no "
-                                      "service of the file has [install-check]\n"
-                                      "    fix: take dst.ports out of section [global]\n"));
+        Check(Section("a", "7000/tcp") + "[global]\nversion=1\ndst.ports=23/tcp\n");
+    EXPECT_EQ(result.out,
+              "global  23  tcp  service  telnet (built-in)\n"
+              "/tmp/new.sc: [global] 23/tcp is taken\n"
+              "/tmp/new.sc: [a] 7000/tcp is free\n");
+    EXPECT_THAT(result.err, Not(HasSubstr("[install-check]")));
     EXPECT_EQ(result.status, 1);
+    const json file =
+        json::parse(ServiceTool({"check", "--json", "--file", kFile}).out)["results"][0];
+    EXPECT_EQ(file["verdict"], "taken");
+    EXPECT_EQ(file["sections"][0]["name"], "global");
+    EXPECT_EQ(file["conflicts"][0]["section"], "global");
+}
+
+TEST_F(CheckFileCommand, PassesOverPortsOfGlobalThatAreNone) {
+    const ProgramResult result =
+        Check("[global]\nversion=1\ndst.ports=x/tcp\n" + Section("a", "7000/tcp"));
+    EXPECT_EQ(result.out, "/tmp/new.sc: [a] 7000/tcp is free\n");
+    EXPECT_EQ(result.status, 0);
 }
 
 TEST_F(CheckFileCommand, DoesNotSpeakOfAnInstallWhereItAsksSomethingElse) {
@@ -190,7 +205,7 @@ TEST_F(CheckFileCommand, CannotTellWhereACheckFails) {
     const ProgramResult result = Check(Section("a", "7000/tcp") + Section("b", "23/tcp"));
     EXPECT_EQ(result.out,
               "b  23  tcp  service  telnet (built-in)\n"
-              "/tmp/new.sc: [a] 7000/tcp: cannot tell\n"
+              "/tmp/new.sc: [a] 7000/tcp: cannot tell (setting)\n"
               "/tmp/new.sc: [b] 23/tcp is taken\n");
     EXPECT_THAT(result.err, StartsWith(kSettings + ":1:12: error: \"x\" is no port number"));
     EXPECT_EQ(result.status, 3);
@@ -203,7 +218,8 @@ TEST_F(CheckFileCommand, CannotTellWhereACheckFails) {
 TEST_F(CheckFileCommand, CannotAskSocketsForPortZero) {
     for (const char *ports : {"0/tcp", "0,7000/tcp"}) {
         const ProgramResult result = Check(Section("a", ports));
-        EXPECT_EQ(result.out, std::string("/tmp/new.sc: [a] ") + ports + ": cannot tell\n");
+        EXPECT_EQ(result.out,
+                  std::string("/tmp/new.sc: [a] ") + ports + ": cannot tell (socket)\n");
         EXPECT_THAT(result.err, HasSubstr("sockets cannot be asked for port 0 [port-zero]"));
         EXPECT_EQ(result.status, 3);
     }

@@ -60,7 +60,7 @@ TEST(BashCompletion, OffersTheOptionsOfTheCommand) {
     EXPECT_THAT(Completions({"check", "--skip", "a", "--f"}), ElementsAre("--file"));
     EXPECT_THAT(Completions({"suggest", "--"}),
                 testing::UnorderedElementsAre("--help", "--json", "--verbose", "--near", "--proto",
-                                              "--block", "--no-legend"));
+                                              "--block"));
 }
 
 TEST(BashCompletion, OffersWhatAnOptionTakes) {
@@ -84,6 +84,10 @@ TEST_F(ServiceFolders, BashCompletionOffersFirewallServices) {
                 ElementsAre("ssh", "sshd.admin"));
     EXPECT_THAT(Completions({"check", "80", "--skip", "ftp,ss"}),
                 ElementsAre("ftp,ssh", "ftp,sshd.admin"));
+    EXPECT_THAT(Completions({"check", "80", "--skip", "ssh,web"}),
+                ElementsAre("ssh,webdav_http", "ssh,webdavs_https"));
+    EXPECT_THAT(Completions({"check", "80", "--skip", "sys"}), ElementsAre("syslog_server"));
+    EXPECT_THAT(Completions({"services", "sys"}), IsEmpty());
 }
 
 TEST(BashCompletion, OffersFilesToCheck) {

@@ -4,7 +4,10 @@
 #define TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -71,6 +74,33 @@ class HeldPort {
     }
 
     int descriptor_;
+};
+
+// Takes IPv4 from the loopback interface, and with it from the appliance.
+class WithoutIpv4 {
+  public:
+    WithoutIpv4() { SetAddress(INADDR_ANY); }
+    ~WithoutIpv4() {
+        SetAddress(INADDR_LOOPBACK);
+        close(descriptor_);
+    }
+    WithoutIpv4(const WithoutIpv4 &) = delete;
+    WithoutIpv4 &operator=(const WithoutIpv4 &) = delete;
+
+  private:
+    void SetAddress(in_addr_t address) const {
+        ifreq request{};
+        request.ifr_name[0] = 'l';
+        request.ifr_name[1] = 'o';
+        auto &ipv4 = reinterpret_cast<sockaddr_in &>(request.ifr_addr);
+        ipv4.sin_family = AF_INET;
+        ipv4.sin_addr.s_addr = htonl(address);
+        if (ioctl(descriptor_, SIOCSIFADDR, &request) != 0) {
+            ADD_FAILURE() << "the address of lo cannot be set";
+        }
+    }
+
+    int descriptor_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
 
 }  // namespace tavo::test

@@ -239,12 +239,11 @@ TEST_F(ServiceFolders, ServicesTellsABuiltInOneWhoseSettingsSayNoPort) {
     const ProgramResult result = ServiceTool({"services", "--no-legend", "ssh", "nfs", "telnet"});
     EXPECT_EQ(result.out, "telnet  yes  yes  23/tcp  built-in  -\n");
     EXPECT_EQ(result.err,
-              kSettings +
-                  ": error: built-in service ssh is left out: its ports cannot be told from this "
-                  "file and /etc/ssh/sshd_config [bad-service]\n" +
+              "/etc/ssh/sshd_config: error: built-in service ssh is left out: Port names no port "
+              "[bad-service]\n" +
                   kNfsSettings +
-                  ": error: built-in service nfs is left out: its ports cannot be told from this "
-                  "file [bad-service]\n");
+                  ": error: built-in service nfs is left out: statd_port or nlm_port names no port "
+                  "[bad-service]\n");
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ServicesNamed("telnet").status, 0);
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -107,8 +108,9 @@ TEST_F(SuggestCommand, SuggestsOnlyWhatCheckCallsFree) {
     std::string ports = Suggest({"50", "--near", "5005"});
     ports.pop_back();
     std::replace(ports.begin(), ports.end(), '\n', ',');
-    const ProgramResult result = ServiceTool({"check", ports});
-    EXPECT_EQ(result.out, ports + "/tcp,udp is free\n");
+    const ProgramResult result = ServiceTool({"check", "--json", ports});
+    EXPECT_EQ(json::parse(result.out)["results"][0]["query"], ports + "/tcp,udp");
+    EXPECT_EQ(json::parse(result.out)["results"][0]["verdict"], "free");
     EXPECT_EQ(std::count(ports.begin(), ports.end(), ','), 49);
 }
 
@@ -144,13 +146,30 @@ TEST_F(SuggestCommand, GivesNothingWhereThereIsNoBlock) {
     EXPECT_EQ(result.status, 1);
 }
 
+TEST_F(SuggestCommand, NamesTheRangeOfTheKernelWhereThatLeavesTooFew) {
+    PortRange kernel{};
+    ASSERT_EQ(ReadEphemeralPorts(kEphemeralPorts, kernel), "");
+    std::ofstream(kEphemeralPorts) << "1024 65535\n";
+    const ProgramResult above = ServiceTool({"suggest"});
+    const ProgramResult block = ServiceTool({"suggest", "1000", "--block", "--near", "9"});
+    const ProgramResult below = ServiceTool({"suggest", "--near", "1023"});
+    std::ofstream(kEphemeralPorts) << kernel.first << ' ' << kernel.last << '\n';
+    EXPECT_EQ(above.err,
+              "servicetool: error: only 0 ports are free, as the kernel gives 1024:65535 to "
+              "outgoing connections [not-found]\n"
+              "    fix: name a port below 1024 with --near\n");
+    EXPECT_EQ(above.status, 1);
+    EXPECT_EQ(block.err, "servicetool: error: no 1000 free ports in a row [not-found]\n");
+    EXPECT_EQ(below.out, "1023\n");
+}
+
 // ---- What cannot be told
 
 TEST_F(SuggestCommand, SuggestsNothingWhereASourceCannotTell) {
     WriteFile(kSettings, "WebDavPort=x\n");
     const ProgramResult result = ServiceTool({"suggest"});
     EXPECT_THAT(result.out, IsEmpty());
-    EXPECT_THAT(result.err, HasSubstr("\"x\" is no port number [bad-setting]"));
+    EXPECT_THAT(result.err, HasSubstr("\"x\" is no port number for WebDavPort [bad-setting]"));
     EXPECT_EQ(result.status, 3);
     WriteFile(kSettings, "");
     WriteFile(kRules, "[1]\n");
