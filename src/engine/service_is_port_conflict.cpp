@@ -131,7 +131,8 @@ int CompareDeclaredPorts(int nBegin, int nEnd, const char *szDeclared, char cRan
         return TAVO_SET_ERROR(kErrorBadParameter);
     }
     if (nEnd != kSinglePort && nBegin > nEnd) {
-        return TAVO_LOG_STATE("begin port %d larger than end port %d!", nBegin, nEnd);
+        return TAVO_FAIL_STATE(kErrorBadParameter, "begin port %d larger than end port %d!", nBegin,
+                               nEnd);
     }
     TextRanges declared(szDeclared, cRangeSep);
     return CompareWithDeclared({nBegin, nEnd == kSinglePort ? nBegin : nEnd}, declared,

@@ -128,7 +128,8 @@ TEST_F(ComparePorts, RefusesBadBounds) {
 
 TEST_F(ComparePorts, RefusesAQueryThatRunsBackwards) {
     EXPECT_EQ(Declared(81, 80, "80"), -1);
-    EXPECT_THAT(Messages(), ElementsAre("begin port 81 larger than end port 80![0x0000 :N]"));
+    EXPECT_THAT(Messages(), ElementsAre("begin port 81 larger than end port 80![0x0D00 "
+                                        "service_is_port_conflict.cpp:N]"));
 }
 
 TEST_F(ComparePorts, FailsWhereTheConflictHasNoPlaceToGo) {
