@@ -27,13 +27,6 @@ using testing::StartsWith;
 
 class CheckCommand : public PortWorld {};
 
-void ExpectRun(const ProgramResult &result, int status, const std::string &out,
-               const std::string &err = "") {
-    EXPECT_EQ(result.out, out);
-    EXPECT_EQ(result.err, err);
-    EXPECT_EQ(result.status, status);
-}
-
 // ---- Verdicts
 
 TEST_F(CheckCommand, SaysThatAPortIsFree) {

@@ -31,13 +31,6 @@ class CheckFileCommand : public PortWorld {
     }
 };
 
-void ExpectRun(const ProgramResult &result, int status, const std::string &out,
-               const std::string &err = "") {
-    EXPECT_EQ(result.out, out);
-    EXPECT_EQ(result.err, err);
-    EXPECT_EQ(result.status, status);
-}
-
 TEST_F(CheckFileCommand, AnswersForEachSection) {
     WriteFile(kPackage + "old.sc", Section("old", "7000:7010/tcp"));
     const HeldPort held(Family::kV6, Protocol::kUdp, 7100);

@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "run_program.h"
 #include "service_folders.h"
 #include "temporary_folder.h"
 
@@ -23,6 +24,14 @@ namespace tavo::test {
 inline const std::string kRules = "/usr/tavo/etc/portforward/rule.conf";
 inline const std::string kSettings = "/etc/tavoinfo.conf";
 inline const std::string kNfsSettings = "/etc/nfs/tavo_nfs_conf";
+
+// What a run of servicetool said and ended with, to the letter.
+inline void ExpectRun(const ProgramResult &result, int status, const std::string &out,
+                      const std::string &err = "") {
+    EXPECT_EQ(result.out, out);
+    EXPECT_EQ(result.err, err);
+    EXPECT_EQ(result.status, status);
+}
 
 class PortWorld : public ServiceFolders {
   protected:
