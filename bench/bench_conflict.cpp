@@ -11,6 +11,7 @@
 
 namespace {
 
+using tavo::bench::EnumerateServiceFiles;
 using tavo::bench::WriteServiceFiles;
 
 constexpr int kFlags =
@@ -36,23 +37,12 @@ void TakenPort(benchmark::State &state) {
     Ask(state, "64000", 1);
 }
 
-void Enumerate(benchmark::State &state) {
-    const int files = static_cast<int>(state.range(0));
-    WriteServiceFiles(files, static_cast<int>(state.range(1)));
-    for (auto _ : state) {
-        TAVO_SERVICE_CONF *list = nullptr;
-        if (TAVOServiceConfEnum(&list, TAVO_SERVICE_CONF_DIR_PACKAGE) != files) {
-            state.SkipWithError("not every file was read");
-        }
-        TAVOServiceConfFree(list);
-    }
-}
-
 void RegisterAll() {
     static constexpr struct {
         const char *name;
         void (*run)(benchmark::State &);
-    } kFamilies[] = {{"TakenPort", TakenPort}, {"FreePort", FreePort}, {"Enumerate", Enumerate}};
+    } kFamilies[] = {
+        {"TakenPort", TakenPort}, {"FreePort", FreePort}, {"Enumerate", EnumerateServiceFiles}};
     for (const int files : {100, 1000}) {
         for (const auto &family : kFamilies) {
             benchmark::RegisterBenchmark(family.name, family.run)

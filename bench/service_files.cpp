@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "tavoserviceconf.h"
+
 namespace tavo::bench {
 namespace {
 
@@ -39,6 +41,18 @@ void WriteServiceFiles(int files, int sections) {
         }
     }
     written = {files, sections};
+}
+
+void EnumerateServiceFiles(benchmark::State &state) {
+    const int files = static_cast<int>(state.range(0));
+    WriteServiceFiles(files, static_cast<int>(state.range(1)));
+    for (auto _ : state) {
+        TAVO_SERVICE_CONF *list = nullptr;
+        if (TAVOServiceConfEnum(&list, TAVO_SERVICE_CONF_DIR_PACKAGE) != files) {
+            state.SkipWithError("not every file was read");
+        }
+        TAVOServiceConfFree(list);
+    }
 }
 
 }  // namespace tavo::bench

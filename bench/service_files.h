@@ -2,6 +2,8 @@
 #ifndef TAVO_BENCH_SERVICE_FILES_H
 #define TAVO_BENCH_SERVICE_FILES_H
 
+#include <benchmark/benchmark.h>
+
 namespace tavo::bench {
 
 inline constexpr char kServiceFolder[] = "/usr/local/etc/services.d";
@@ -9,6 +11,9 @@ inline constexpr char kServiceFolder[] = "/usr/local/etc/services.d";
 // Fills the folder with `files` files of `sections` sections each; benchmarks of equal arguments
 // share what the first of them wrote.
 void WriteServiceFiles(int files, int sections);
+
+// A benchmark: enumerates that many files of that many sections, the two arguments.
+void EnumerateServiceFiles(benchmark::State &state);
 
 }  // namespace tavo::bench
 
