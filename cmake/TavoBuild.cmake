@@ -68,6 +68,14 @@ function(tavo_add_shared_library NAME)
                                            LINK_DEPENDS ${ARG_VERSION_SCRIPT})
 endfunction()
 
+# tavo_test_options(TARGET)
+#
+# Nearly all of the time that a full run takes goes into optimising matchers that run once. What is
+# under test is optimised as ever: it is in the libraries. (Fortified calls need an optimiser.)
+function(tavo_test_options TARGET)
+  target_compile_options(${TARGET} PRIVATE -O0 -U_FORTIFY_SOURCE)
+endfunction()
+
 # tavo_add_test(NAME [APPLIANCE] SOURCES ... [LIBRARIES ...])
 #
 # A GoogleTest program. With APPLIANCE each of its tests runs in a private appliance of its own.
@@ -76,9 +84,8 @@ function(tavo_add_test NAME)
   add_executable(${NAME} ${ARG_SOURCES})
   target_link_libraries(${NAME} PRIVATE ${ARG_LIBRARIES} tavo_test_support GTest::gmock
                                         GTest::gtest_main)
-  # Nearly all of the time that a full run takes goes into optimising matchers that run once. What is
-  # under test is optimised as ever: it is in the libraries. (Fortified calls need an optimiser.)
-  target_compile_options(${NAME} PRIVATE -O0 -U_FORTIFY_SOURCE)
+  tavo_test_options(${NAME})
+  target_precompile_headers(${NAME} REUSE_FROM tavo_test_headers)
   if(ARG_APPLIANCE)
     add_dependencies(${NAME} appliance)
     set_target_properties(${NAME} PROPERTIES

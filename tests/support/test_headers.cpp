@@ -1,0 +1,1 @@
+// Nothing: a target of precompiled headers needs a source.
