@@ -397,6 +397,155 @@ TAVO_API int TLIBIsPortConflict(const char *szSkipServices, const char *szPort,
 TAVO_API int TLIBIsConfPortConflict(const char *szConfFile,
                                     TAVO_SERVICE_CONF_PORT **ppConflictPorts);
 
+/* ---- Who declares a port ----
+ *
+ * The check of the configuration answers which ports are declared, by the system's settings or by a
+ * firewall service, and by whom. It fills result lists: lists of the core library, walked with
+ * TLIBCDListFirst, TLIBCDListNext and TLIBCDListElement, whose elements are result records that the
+ * list owns. What is added to them is put behind what they hold. */
+
+/* One port, one protocol, and one service that declares it, or nobody. */
+typedef struct TAVO_CONF_PORT_CONFLICT_RESULT {
+    uint16_t uPort;
+    uint16_t uProtocol;  /* TAVO_PROTO_TCP or TAVO_PROTO_UDP, never both */
+    char *szService;     /* owned; who declares the port; NULL when nobody does */
+    uint32_t blConflict; /* 1 when szService declares the port, 0 when nobody does */
+} TAVO_CONF_PORT_CONFLICT_RESULT, *PTAVO_CONF_PORT_CONFLICT_RESULT;
+
+/* A record of zeros; NULL when out of memory. */
+TAVO_API PTAVO_CONF_PORT_CONFLICT_RESULT TAVOConfPortConflictResultAlloc(void);
+
+/* Frees a record and its text. NULL is not accepted. */
+TAVO_API void TAVOConfPortConflictResultFree(PTAVO_CONF_PORT_CONFLICT_RESULT pResult);
+
+/* A copy with a text of its own; NULL when out of memory for the record. Out of memory for the text
+ * leaves szService NULL. Sets no error. */
+TAVO_API PTAVO_CONF_PORT_CONFLICT_RESULT
+TAVOConfPortConflictResultCopy(const TAVO_CONF_PORT_CONFLICT_RESULT *pResult);
+
+/* A new, empty list of records; NULL when out of memory. TLIBCDListAppend copies what it is given:
+ * the caller's record stays the caller's. */
+TAVO_API TLIBCDList *TAVOConfPortConflictResultListAlloc(void);
+
+/* Frees the list and its records; NULL is accepted. */
+TAVO_API void TAVOConfPortConflictResultListFree(TLIBCDList *pList);
+
+/* A new list with copies of the records of pList, which must not be NULL; NULL when out of memory.
+ */
+TAVO_API TLIBCDList *TAVOConfPortConflictResultListCopy(const TLIBCDList *pList);
+
+/* For each port of pPortList, in decimal, and each protocol of uProtocol (flag word, 1 to 3), TCP
+ * first, appends to pResultList a record for everyone who declares it, else one record with
+ * blConflict 0. A port that is 0 or no number is logged and passed over; one above 65535 wraps (see
+ * ToUPort). A service that declares both protocols counts for UDP only. Reads /etc/tavoinfo.conf
+ * and what TAVOFwServiceEnum reads. Fails with 0xD00 for another protocol word or a NULL argument,
+ * 0x200 out of memory; what was appended before a failure stays. */
+TAVO_API int TAVOConfPortConflictCheck(const TLIBCSzList *pPortList, uint16_t uProtocol,
+                                       TLIBCDList *pResultList);
+
+/* The same into a new list, which the caller frees with TAVOConfPortConflictResultListFree; NULL on
+ * failure. */
+TAVO_API TLIBCDList *TAVOConfPortConflictResultListAllocAndCheck(const TLIBCSzList *pPortList,
+                                                                 uint16_t uProtocol);
+
+/* Appends to pConflictPortList, in decimal and each once, the ports of pResultList that are
+ * declared for a protocol of uProtocol, unless they are in it already. The list must be one that
+ * does not move when it grows, as those of the core library's host build. Fails with 0xD00 for
+ * NULL, 0x200 out of memory. */
+TAVO_API int TAVOConfListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
+                                       TLIBCSzList *pConflictPortList);
+
+/* What pResultList says of a port and the protocols of uProtocol: 1 declared, 0 listed but declared
+ * by nobody, -2 not listed; -1 (0xD00) for NULL. */
+TAVO_API int TAVOConfVerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort,
+                                        uint16_t uProtocol);
+
+/* 1 when a port of the list is declared for a protocol of uProtocol, else 0. Also 0 on every
+ * failure: clear the error state before the call to tell the two apart. */
+TAVO_API int TAVOConfIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol);
+
+/* The same for one port. */
+TAVO_API int TAVOConfIsConflictPort(uint16_t uPort, uint16_t uProtocol);
+
+/* The same for the ports uFirst to uLast; 0 (0xD00) when uFirst is above uLast. uLast must not be
+ * 65535: the call would never return. */
+TAVO_API int TAVOConfIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol);
+
+/* ---- Who holds a port ----
+ *
+ * The check of the running system answers which ports a process holds right now, and which process
+ * that is. It has the shape of the check of the configuration. */
+
+/* One port, one protocol, and one process that holds it in one state, or nobody. */
+typedef struct TAVO_RUNTIME_PORT_CONFLICT_RESULT {
+    uint16_t uPort;      /* local port of a socket */
+    uint16_t uProtocol;  /* TAVO_PROTO_TCP or TAVO_PROTO_UDP, never both */
+    uint32_t uPid;       /* the process; 0 when nobody holds the port */
+    uint32_t uState;     /* the socket's state in the kernel's numbers, see TAVOTCPStateToString */
+    char *szProgram;     /* owned; the process's executable as /proc/PID/exe reads; NULL when it
+                            cannot be read, or nobody holds the port */
+    uint32_t blConflict; /* 1 when the process holds the port, 0 when nobody does */
+} TAVO_RUNTIME_PORT_CONFLICT_RESULT, *PTAVO_RUNTIME_PORT_CONFLICT_RESULT;
+
+/* A record of zeros; NULL when out of memory. */
+TAVO_API PTAVO_RUNTIME_PORT_CONFLICT_RESULT TAVORuntimePortConflictResultAlloc(void);
+
+/* Frees a record and its text. NULL is not accepted. */
+TAVO_API void TAVORuntimePortConflictResultFree(PTAVO_RUNTIME_PORT_CONFLICT_RESULT pResult);
+
+/* A copy with a text of its own; NULL when out of memory for the record. Out of memory for the text
+ * leaves szProgram NULL. Sets no error. */
+TAVO_API PTAVO_RUNTIME_PORT_CONFLICT_RESULT
+TAVORuntimePortConflictResultCopy(const TAVO_RUNTIME_PORT_CONFLICT_RESULT *pResult);
+
+/* A new, empty list of records; NULL when out of memory. */
+TAVO_API TLIBCDList *TAVORuntimePortConflictResultListAlloc(void);
+
+/* Frees the list and its records; NULL is accepted. */
+TAVO_API void TAVORuntimePortConflictResultListFree(TLIBCDList *pList);
+
+/* A new list with copies of the records of pList, which must not be NULL; NULL when out of memory.
+ */
+TAVO_API TLIBCDList *TAVORuntimePortConflictResultListCopy(const TLIBCDList *pList);
+
+/* For each port of pPortList, in decimal, and each protocol of uProtocol (flag word, 1 to 3), TCP
+ * first, appends to pResultList a record for every process and state that holds it, else one record
+ * with blConflict 0. Every socket counts, over IPv4 and IPv6 and whatever its state and address,
+ * unless no process that can be looked at holds it: without the rights to look at the processes of
+ * others their ports read as free. All ports are compared with one look at the system. A port that
+ * is 0 or no number is logged and passed over; one above 65535 wraps. Reads /proc/net/tcp, tcp6,
+ * udp and udp6, and /proc/PID/fd and /proc/PID/exe of every process. Fails with 0xD00 for another
+ * protocol word or a NULL argument, 0x700 for a missing table of sockets, 0x900 for one that cannot
+ * be read, 0x200 out of memory; what was appended before a failure stays. */
+TAVO_API int TAVORuntimePortConflictCheck(const TLIBCSzList *pPortList, uint16_t uProtocol,
+                                          TLIBCDList *pResultList);
+
+/* The same into a new list, which the caller frees with TAVORuntimePortConflictResultListFree; NULL
+ * on failure. */
+TAVO_API TLIBCDList *TAVORuntimePortConflictResultListAllocAndCheck(const TLIBCSzList *pPortList,
+                                                                    uint16_t uProtocol);
+
+/* Appends to pConflictPortList, in decimal and each once, the ports of pResultList that are held
+ * for a protocol of uProtocol, unless they are in it already; see TAVOConfListConflictPorts. */
+TAVO_API int TAVORuntimeListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
+                                          TLIBCSzList *pConflictPortList);
+
+/* What pResultList says of a port and the protocols of uProtocol: 1 held, 0 listed but held by
+ * nobody, -2 not listed; -1 (0xD00) for NULL. */
+TAVO_API int TAVORuntimeVerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort,
+                                           uint16_t uProtocol);
+
+/* 1 when a port of the list is held for a protocol of uProtocol, else 0. Also 0 on every failure.
+ * With 1 it writes the ports to standard error, one a line, behind a line "pConflictPortList:". */
+TAVO_API int TAVORuntimeIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol);
+
+/* The same for one port. */
+TAVO_API int TAVORuntimeIsConflictPort(uint16_t uPort, uint16_t uProtocol);
+
+/* The same for the ports uFirst to uLast; 0 (0xD00) when uFirst is above uLast. uLast must not be
+ * 65535: the call would never return. */
+TAVO_API int TAVORuntimeIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol);
+
 /* ---- Internals that sibling programs use ----
  *
  * Exported by their plain names; the appliance's own programs and the tests call them. */
@@ -432,6 +581,96 @@ TAVO_API int TLIBServiceProtoIndexGet(int nIndex, int *pnProto);
 /* Copies the protocol name of row nIndex into szBuf of cbBuf bytes. Fails with 0xD00 for NULL, a
  * size below 1 or a row that is not there; 0xBF00 when name and terminator do not fit. */
 TAVO_API int TLIBServiceProtoStrGet(int nIndex, char *szBuf, int cbBuf);
+
+/* What the configuration check compares with: result lists in which every record has blConflict 1,
+ * a record for each port and declaring service. NULL when out of memory; SysConfListFetch gives the
+ * system's own five (keys syslogport and smsport of /etc/tavoinfo.conf, port 0 where they cannot be
+ * read, and 5005 and 5006), PkgConfListFetch those of the firewall services, in their order,
+ * ServiceConfListFetch the first and then the second. Free with TAVOConfPortConflictResultListFree.
+ */
+TAVO_API TLIBCDList *SysConfListFetch(void);
+TAVO_API TLIBCDList *PkgConfListFetch(void);
+TAVO_API TLIBCDList *ServiceConfListFetch(void);
+
+/* Appends to pFilteredResultList a copy of every record of pSourceResultList with exactly this port
+ * and protocol: how many there are; -1 for NULL (0xD00) or no memory (0x200). */
+TAVO_API int ConfResultListFilter(const TLIBCDList *pSourceResultList, uint16_t uPort,
+                                  uint16_t uProtocol, TLIBCDList *pFilteredResultList);
+
+/* Appends a record that says that nobody declares the port. Fails with 0xD00 for NULL, 0x200 out of
+ * memory. */
+TAVO_API int ConfNotConflictResultAppend(TLIBCDList *pResultList, uint16_t uPort,
+                                         uint16_t uProtocol);
+
+/* One line of the kernel's tables of sockets (Documentation/networking/proc_net_tcp.rst of the
+ * Linux kernel). */
+typedef struct RawSocketInfo {
+    uint16_t uPort;     /* local port */
+    uint32_t uState;    /* state in the kernel's numbers */
+    uint64_t ulInode;   /* of the socket; 0 when no process has it */
+    uint16_t uProtocol; /* TAVO_PROTO_TCP or TAVO_PROTO_UDP */
+} RawSocketInfo;
+
+/* A record of zeros; NULL when out of memory. */
+TAVO_API RawSocketInfo *RawSocketInfoAlloc(void);
+
+/* Frees a record; NULL is accepted. */
+TAVO_API void RawSocketInfoFree(RawSocketInfo *pInfo);
+
+/* A copy; NULL when out of memory. */
+TAVO_API RawSocketInfo *RawSocketInfoCopy(const RawSocketInfo *pInfo);
+
+/* 1 when an equal record is in the list, else 0; 0 for NULL (0xD00). Walks the list. */
+TAVO_API int ContainRawSocketInfo(const TLIBCDList *pRawSocketInfoList, const RawSocketInfo *pInfo);
+
+/* Appends the sockets of the table szPath, one like /proc/net/tcp, to a list of RawSocketInfo as
+ * sockets of uProtocol, each that is not in it yet. Lines that are no socket are passed over. Fails
+ * with 0x700 for a missing file, 0x900 for one that cannot be read, 0xD00 for NULL, 0x200 out of
+ * memory; what was appended before a failure stays. */
+TAVO_API int ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol,
+                                  TLIBCDList *pRawSocketInfoList);
+
+/* A new list of the sockets of uProtocol (flag word, 1 to 3), in the order of /proc/net/tcp, tcp6,
+ * udp, udp6; NULL when one of these files cannot be read (as from ParseToRawSocketInfo) or for
+ * another word (0xD00). Free with TLIBCDListFree. */
+TAVO_API TLIBCDList *RawSocketInfoListFetch(uint16_t uProtocol);
+
+/* A new list of the process numbers, in the order in which their texts sort; empty when /proc
+ * cannot be listed; NULL when out of memory (0x200). Free with TLIBCSzListFree. */
+TAVO_API TLIBCSzList *FetchPidList(void);
+
+/* Enters the sockets that a process holds into a table: the key is the socket's inode, the value
+ * the processes that hold it, each with a comma behind, the one entered last in front; one that
+ * holds it twice is there twice. A process that cannot be looked at enters nothing. */
+TAVO_API void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid);
+
+/* A new table of the sockets that the processes of FetchPidList hold; NULL when out of memory
+ * (0x200). Free with TLIBCSzHashFree. */
+TAVO_API TLIBCSzHash *InodeToPidsTableFetch(void);
+
+/* A new list of the processes that such a table names for an inode, empty when there are none; NULL
+ * when out of memory (0x200). Free with TLIBCSzListFree. */
+TAVO_API TLIBCSzList *InodeToPidsGet(const TLIBCSzHash *pInodeToPidsTable, uint64_t ulInode);
+
+/* The executable of a process as /proc/PID/exe reads, cut behind 1023 bytes ("/usr/bin/chatd", also
+ * "/usr/bin/chatd (deleted)"); NULL when it cannot be read or out of memory. Free with free. */
+TAVO_API char *ProgramCommandFetch(uint32_t uPid);
+
+/* 1 when the list holds a record equal to pResult, szProgram not compared, else 0; 0 for NULL
+ * (0xD00). Walks the list. */
+TAVO_API int ContainRuntimeResult(const TLIBCDList *pResultList,
+                                  const TAVO_RUNTIME_PORT_CONFLICT_RESULT *pResult);
+
+/* What the runtime check compares with: a new result list of every port, process and state, in the
+ * order of RawSocketInfoListFetch; NULL on failure. Free with
+ * TAVORuntimePortConflictResultListFree. */
+TAVO_API TLIBCDList *RuntimeServiceListFetch(void);
+
+/* As ConfResultListFilter and ConfNotConflictResultAppend, of the runtime check. */
+TAVO_API int RuntimeResultListFilter(const TLIBCDList *pSourceResultList, uint16_t uPort,
+                                     uint16_t uProtocol, TLIBCDList *pFilteredResultList);
+TAVO_API int RuntimeNotConflictResultAppend(TLIBCDList *pResultList, uint16_t uPort,
+                                            uint16_t uProtocol);
 
 #ifdef __cplusplus
 }

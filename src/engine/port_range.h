@@ -3,10 +3,9 @@
 #ifndef TAVO_SRC_ENGINE_PORT_RANGE_H
 #define TAVO_SRC_ENGINE_PORT_RANGE_H
 
-#include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 
+#include "support/growing_array.h"
 #include "tavoserviceconf.h"
 
 namespace tavo {
@@ -36,11 +35,6 @@ class RangeAdder {
 // very one that is added to.
 class PendingRanges {
   public:
-    PendingRanges() = default;
-    ~PendingRanges() { std::free(pRanges_); }
-    PendingRanges(const PendingRanges &) = delete;
-    PendingRanges &operator=(const PendingRanges &) = delete;
-
     // False when out of memory, which it records.
     bool Append(uint32_t nStart, uint32_t nEnd);
 
@@ -56,9 +50,7 @@ class PendingRanges {
         uint32_t nEnd;
     };
 
-    Range *pRanges_ = nullptr;
-    std::size_t nCount_ = 0;
-    std::size_t nRoom_ = 0;
+    GrowingArray<Range> ranges_;
 };
 
 }  // namespace tavo

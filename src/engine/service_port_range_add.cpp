@@ -49,28 +49,21 @@ int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
 }
 
 bool PendingRanges::Append(uint32_t nStart, uint32_t nEnd) {
-    if (nCount_ == nRoom_) {
-        const std::size_t nRoom = std::max<std::size_t>(64, nRoom_ * 2);
-        void *pMoved = std::realloc(pRanges_, nRoom * sizeof(Range));
-        if (pMoved == nullptr) {
-            TAVO_SET_ERROR(kErrorNoMemory);
-            return false;
-        }
-        pRanges_ = static_cast<Range *>(pMoved);
-        nRoom_ = nRoom;
+    const bool appended = ranges_.Append({nStart, nEnd});
+    if (!appended) {
+        TAVO_SET_ERROR(kErrorNoMemory);
     }
-    pRanges_[nCount_++] = {nStart, nEnd};
-    return true;
+    return appended;
 }
 
 void PendingRanges::Sort() {
-    std::sort(pRanges_, pRanges_ + nCount_,
+    std::sort(ranges_.begin(), ranges_.end(),
               [](const Range &a, const Range &b) { return a.nStart < b.nStart; });
 }
 
 int PendingRanges::AddTo(TAVO_PORT_RANGE *pSet) const {
     RangeAdder adder(pSet);
-    const bool added = std::all_of(pRanges_, pRanges_ + nCount_, [&](const Range &range) {
+    const bool added = std::all_of(ranges_.begin(), ranges_.end(), [&](const Range &range) {
         return adder.Add(range.nStart, range.nEnd) == 0;
     });
     return added ? 0 : -1;

@@ -1,37 +1,13 @@
 // Reads every service file of the system and package directories into one list.
-#include <dirent.h>
-
 #include <cstdio>
 #include <cstdlib>
 
 #include "support/failure.h"
+#include "support/listing.h"
 #include "support/service_directory.h"
 #include "tavoserviceconf.h"
 
 namespace {
-
-// The sorted entries of a directory, as scandir gives them.
-class Listing {
-  public:
-    explicit Listing(const char *szDirectory)
-        : nEntries_(scandir(szDirectory, &ppEntries_, nullptr, alphasort)) {}
-    ~Listing() {
-        for (int i = 0; i < nEntries_; ++i) {
-            std::free(ppEntries_[i]);
-        }
-        std::free(ppEntries_);
-    }
-    Listing(const Listing &) = delete;
-    Listing &operator=(const Listing &) = delete;
-
-    bool Failed() const { return nEntries_ < 0; }
-    dirent **begin() const { return ppEntries_; }
-    dirent **end() const { return ppEntries_ + (nEntries_ > 0 ? nEntries_ : 0); }
-
-  private:
-    dirent **ppEntries_ = nullptr;
-    int nEntries_;
-};
 
 // Packages install their service file as a link into their own folder. An entry whose type the file
 // system does not report is passed over, which is kept.
@@ -42,7 +18,7 @@ bool IsFileOrLink(const dirent &entry) {
 // How many files of the directory were read, -1 when it cannot be listed. Any file is tried,
 // whatever its name: one that is no service file fails to read and does not count.
 int ReadDirectory(const char *szDirectory, TAVO_SERVICE_CONF **ppList) {
-    const Listing listing(szDirectory);
+    const tavo::Listing listing(szDirectory);
     if (listing.Failed()) {
         return TAVO_SET_ERROR(tavo::kErrorListDirectory);
     }

@@ -90,4 +90,27 @@ static_assert(offsetof(Service, pSrcPortList) == AfterPadding(1676) + Pointers(2
 static_assert(offsetof(Service, pNext) == AfterPadding(1676) + Pointers(3));
 static_assert(sizeof(Service) == AfterPadding(1676) + Pointers(4));
 
+using ConfResult = TAVO_CONF_PORT_CONFLICT_RESULT;
+static_assert(offsetof(ConfResult, uPort) == 0);
+static_assert(offsetof(ConfResult, uProtocol) == 2);
+static_assert(offsetof(ConfResult, szService) == AfterPadding(4));
+static_assert(offsetof(ConfResult, blConflict) == AfterPadding(4) + Pointers(1));
+static_assert(sizeof(ConfResult) == AfterPadding(AfterPadding(4) + Pointers(1) + 4));
+
+using RuntimeResult = TAVO_RUNTIME_PORT_CONFLICT_RESULT;
+static_assert(offsetof(RuntimeResult, uPort) == 0);
+static_assert(offsetof(RuntimeResult, uProtocol) == 2);
+static_assert(offsetof(RuntimeResult, uPid) == 4);
+static_assert(offsetof(RuntimeResult, uState) == 8);
+static_assert(offsetof(RuntimeResult, szProgram) == AfterPadding(12));
+static_assert(offsetof(RuntimeResult, blConflict) == AfterPadding(12) + Pointers(1));
+static_assert(sizeof(RuntimeResult) == AfterPadding(AfterPadding(12) + Pointers(1) + 4));
+
+using Socket = RawSocketInfo;
+static_assert(offsetof(Socket, uPort) == 0);
+static_assert(offsetof(Socket, uState) == 4);
+static_assert(offsetof(Socket, ulInode) == 8);
+static_assert(offsetof(Socket, uProtocol) == 16);
+static_assert(sizeof(Socket) == 16 + alignof(uint64_t));
+
 }  // namespace

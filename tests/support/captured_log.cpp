@@ -76,7 +76,7 @@ std::vector<CapturedLog::Line> CapturedLog::Lines() const {
 }
 
 std::vector<std::string> CapturedLog::Messages() const {
-    static const std::regex prefix("^[a-z0-9_]+\\.cpp:[1-9][0-9]* ");
+    static const std::regex prefix("^[a-z0-9_]+\\.(cpp|h):[1-9][0-9]* ");
     static const std::regex state("(\\[0x[0-9A-F]{4,} [a-z0-9_]*(\\.cpp)?:)[0-9]+\\]$");
     std::vector<std::string> messages;
     for (const Line &line : Lines()) {

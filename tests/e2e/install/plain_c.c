@@ -107,6 +107,34 @@ static int conflicts(const char *szPath) {
     return 0;
 }
 
+static int declared_ports(void) {
+    TLIBCSzList *pPorts = TLIBCSzListAlloc(1);
+    TLIBCDList *pResults = NULL;
+    const TAVO_CONF_PORT_CONFLICT_RESULT *pResult = NULL;
+    EXPECT(TLIBCSzListPush(&pPorts, "5005") == 1);
+    EXPECT((pResults = TAVOConfPortConflictResultListAllocAndCheck(pPorts, TAVO_PROTO_TCP)));
+    pResult = TLIBCDListElement(TLIBCDListFirst(pResults));
+    EXPECT(pResult->blConflict == 1 && strcmp(pResult->szService, "tavo-webdav") == 0);
+    EXPECT(TAVOConfVerifyConflictPort(pResults, 5005, TAVO_PROTO_BOTH) == 1);
+    EXPECT(TAVOConfIsConflictPorts(pPorts, TAVO_PROTO_TCP) == 1);
+    TAVOConfPortConflictResultListFree(pResults);
+    TLIBCSzListFree(pPorts);
+    return 0;
+}
+
+static int held_ports(void) {
+    TLIBCDList *pResults = TAVORuntimePortConflictResultListAlloc();
+    TLIBCSzList *pPorts = TLIBCSzListAlloc(1);
+    EXPECT(TLIBCSzListPush(&pPorts, "61000") == 1);
+    EXPECT(TAVORuntimePortConflictCheck(pPorts, TAVO_PROTO_BOTH, pResults) == 0);
+    EXPECT(TLIBCDListCount(pResults) == 2); /* nobody holds it, over TCP nor over UDP */
+    EXPECT(TAVORuntimeVerifyConflictPort(pResults, 61000, TAVO_PROTO_BOTH) == 0);
+    EXPECT(TAVORuntimeIsConflictPortRange(61000, 61010, TAVO_PROTO_TCP) == 0);
+    TLIBCSzListFree(pPorts);
+    TAVORuntimePortConflictResultListFree(pResults);
+    return 0;
+}
+
 static int failures(void) {
     TAVO_SERVICE_CONF *pFiles = NULL;
     EXPECT(TAVOServiceConfGet("/nowhere", &pFiles) == -1 && pFiles == NULL);
@@ -124,5 +152,7 @@ int main(int argc, char **argv) {
     nLine = nLine ? nLine : ranges();
     nLine = nLine ? nLine : firewall_services();
     nLine = nLine ? nLine : conflicts(argv[1]);
+    nLine = nLine ? nLine : declared_ports();
+    nLine = nLine ? nLine : held_ports();
     return nLine ? nLine : failures();
 }

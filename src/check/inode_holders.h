@@ -1,0 +1,65 @@
+// Which processes hold which socket, collected process by process.
+#ifndef TAVO_SRC_CHECK_INODE_HOLDERS_H
+#define TAVO_SRC_CHECK_INODE_HOLDERS_H
+
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+
+#include "support/growing_array.h"
+#include "support/owners.h"
+
+namespace tavo {
+
+// An inode as the key of the table of holders, in decimal.
+class InodeKey {
+  public:
+    explicit InodeKey(uint64_t ulInode) {
+        *std::to_chars(szText_, szText_ + sizeof(szText_) - 1, ulInode).ptr = '\0';
+    }
+    const char *Get() const { return szText_; }
+
+  private:
+    char szText_[sizeof("18446744073709551615")];
+};
+
+// A socket that a thousand processes share is written once, when all of them are known.
+class InodeHolders {
+  public:
+    // Enters the sockets that the process holds; its number, a text of the caller's, must outlive
+    // this object. A process that cannot be looked at has none: it may be gone, or somebody else's.
+    // False when out of memory.
+    bool AddProcess(const char *szPid);
+
+    // Puts the collected processes in front of what the table names already. An inode whose value
+    // cannot be stored is logged and left as it was.
+    void StoreIn(TLIBCSzHash *pInodeToPidsTable) const;
+
+  private:
+    static constexpr std::size_t kNone = SIZE_MAX;
+
+    struct Inode {
+        uint64_t ulInode;
+        std::size_t nLastHolder;
+        std::size_t nTextLength;  // of the text that names all holders
+    };
+    struct Holder {
+        const char *szPid;
+        std::size_t nBefore;  // the one that was entered before it, or kNone
+    };
+
+    bool AddDescriptors(int nFolder, const char *szPid);
+    bool Add(uint64_t ulInode, const char *szPid);
+    std::size_t *SlotOf(uint64_t ulInode) const;
+    bool GrowIndex();
+    void Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
+
+    GrowingArray<Inode> inodes_;  // in the order in which they were met
+    GrowingArray<Holder> holders_;
+    std::unique_ptr<std::size_t, FreeWith<std::free>> slots_;  // a place in inodes_ plus one, or 0
+    std::size_t nSlots_ = 0;                                   // a power of two
+};
+
+}  // namespace tavo
+
+#endif

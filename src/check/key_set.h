@@ -1,0 +1,82 @@
+// A set of what tells records apart, two numbers for each: where thousands of records are
+// collected, a new one is not compared with every former one.
+//
+// A hash table with open addressing and linear probing, at most half full. Nothing is ever taken
+// out, so a free slot ends a search.
+#ifndef TAVO_SRC_CHECK_KEY_SET_H
+#define TAVO_SRC_CHECK_KEY_SET_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "support/owners.h"
+
+namespace tavo {
+
+// Spreads numbers that follow each other over a table (the multiplier is 2^64 by the golden ratio).
+inline std::size_t Spread(uint64_t nKey) {
+    const uint64_t nMixed = nKey * 0x9E3779B97F4A7C15u;
+    return static_cast<std::size_t>(nMixed ^ (nMixed >> 32));
+}
+
+class KeySet {
+  public:
+    enum class Result { kAdded, kKnown, kNoMemory };
+
+    Result Add(uint64_t nFirst, uint64_t nSecond) {
+        if (2 * (nCount_ + 1) > nSlots_ && !Grow()) {
+            return Result::kNoMemory;
+        }
+        Slot &slot = Find(slots_.get(), nSlots_, nFirst, nSecond);
+        if (slot.used) {
+            return Result::kKnown;
+        }
+        slot = {nFirst, nSecond, true};
+        ++nCount_;
+        return Result::kAdded;
+    }
+
+  private:
+    struct Slot {
+        uint64_t nFirst;
+        uint64_t nSecond;
+        bool used;
+    };
+    using Slots = std::unique_ptr<Slot, FreeWith<std::free>>;
+
+    static Slot &Find(Slot *pSlots, std::size_t nSlots, uint64_t nFirst, uint64_t nSecond) {
+        std::size_t at = Spread(nFirst ^ Spread(nSecond));
+        for (;; ++at) {
+            Slot &slot = pSlots[at & (nSlots - 1)];
+            if (!slot.used || (slot.nFirst == nFirst && slot.nSecond == nSecond)) {
+                return slot;
+            }
+        }
+    }
+
+    bool Grow() {
+        const std::size_t nLarger = nSlots_ == 0 ? 64 : 2 * nSlots_;
+        Slots larger(static_cast<Slot *>(std::calloc(nLarger, sizeof(Slot))));
+        if (!larger) {
+            return false;
+        }
+        for (std::size_t i = 0; i < nSlots_; ++i) {
+            const Slot &slot = slots_.get()[i];
+            if (slot.used) {
+                Find(larger.get(), nLarger, slot.nFirst, slot.nSecond) = slot;
+            }
+        }
+        slots_ = std::move(larger);
+        nSlots_ = nLarger;
+        return true;
+    }
+
+    Slots slots_;
+    std::size_t nSlots_ = 0;  // a power of two
+    std::size_t nCount_ = 0;
+};
+
+}  // namespace tavo
+
+#endif

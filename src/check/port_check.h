@@ -1,0 +1,259 @@
+// Which of a caller's ports are in a list, and what that list says of them: the check of the
+// configuration and that of the running system differ in the list alone.
+//
+// A check is a kind of result record with the names of its own functions, which its log lines give:
+// kFetch makes the list to compare with, kAppendNobody says that a port is not in it, kCheck fills
+// a result list (kResultListName), kListPorts takes the ports of one, and Show tells them.
+#ifndef TAVO_SRC_CHECK_PORT_CHECK_H
+#define TAVO_SRC_CHECK_PORT_CHECK_H
+
+#include <unistd.h>
+
+#include <bitset>
+#include <cstdio>
+#include <cstring>
+
+#include "check/port_index.h"
+#include "check/result_records.h"
+
+namespace tavo {
+
+// A hint for lists of ports.
+constexpr int kPortListCapacity = 512;
+
+constexpr char kCollectionName[] = "*ppsdCheckResultCollection";
+
+constexpr unsigned int kHighestPort = 65535;
+
+// A port in decimal.
+class PortText {
+  public:
+    explicit PortText(uint16_t uPort) { std::snprintf(szText_, sizeof(szText_), "%hu", uPort); }
+    const char *Get() const { return szText_; }
+
+  private:
+    char szText_[sizeof("65535")];
+};
+
+// Appends what the index has of a port and protocol, or that it has nothing.
+template <typename Check>
+int AppendPort(PortIndex<typename Check::Record> &index, uint16_t uPort, uint16_t uProtocol,
+               TLIBCDList *pResultList) {
+    const auto *pEntry = index.First(uPort, uProtocol);
+    if (pEntry == nullptr && Check::kAppendNobody(pResultList, uPort, uProtocol) != 0) {
+        return TAVO_LOG("Failed to append no conflict result");
+    }
+    for (; pEntry != nullptr; pEntry = pEntry->pNext) {
+        if (TLIBCDListAppend(pResultList, pEntry->pRecord) != 0) {
+            return TAVO_FAIL(kErrorNoMemory, "Failed to filter result list");
+        }
+    }
+    return 0;
+}
+
+template <typename Check>
+int AppendPorts(PortIndex<typename Check::Record> &index, const TLIBCSzList *pPortList,
+                uint16_t uProtocol, TLIBCDList *pResultList) {
+    const int nPorts = TLIBCSzListCount(pPortList);
+    for (int i = 0; i < nPorts; ++i) {
+        const char *szPort = TLIBCSzListGet(pPortList, i);
+        const uint16_t uPort = ToUPort(szPort);
+        if (uPort == 0) {
+            TAVO_LOG("Illegal port: %s", szPort);
+            continue;
+        }
+        for (const uint16_t uOne : {uint16_t{TAVO_PROTO_TCP}, uint16_t{TAVO_PROTO_UDP}}) {
+            if ((uProtocol & uOne) != 0 &&
+                AppendPort<Check>(index, uPort, uOne, pResultList) != 0) {
+                return Failed();
+            }
+        }
+    }
+    return 0;
+}
+
+template <typename Check>
+int CheckPorts(const TLIBCSzList *pPortList, uint16_t uProtocol, TLIBCDList *pResultList) {
+    if (!IsLegalProtocol(uProtocol)) {
+        return TAVO_FAIL(kErrorBadParameter, "Illegal protocol: %u", unsigned{uProtocol});
+    }
+    if (pPortList == nullptr) {
+        return TAVO_FAIL(kErrorBadParameter, "pPortList is undefined");
+    }
+    if (pResultList == nullptr) {
+        return TAVO_FAIL(kErrorBadParameter, "%s is undefined", Check::kResultListName);
+    }
+    // Both checks name the one function, which is kept.
+    const OwnedResults<Check> known(Check::kFetch());
+    if (!known) {
+        return TAVO_LOG("Failed to ServiceConfListFetch");
+    }
+    PortIndex<typename Check::Record> index;
+    if (!index.Build(known.get())) {
+        return TAVO_FAIL(kErrorNoMemory, "Failed to filter result list");
+    }
+    return AppendPorts<Check>(index, pPortList, uProtocol, pResultList);
+}
+
+template <typename Check>
+TLIBCDList *AllocAndCheck(const TLIBCSzList *pPortList, uint16_t uProtocol) {
+    if (pPortList == nullptr) {
+        TAVO_FAIL(kErrorBadParameter, "pPortList is undefined");
+        return nullptr;
+    }
+    OwnedResults<Check> results(Check::kListAlloc());
+    if (!results) {
+        TAVO_FAIL_ALLOC(Check::kListAllocName);
+        return nullptr;
+    }
+    if (Check::kCheck(pPortList, uProtocol, results.get()) != 0) {
+        TAVO_LOG("Failed to %s", Check::kCheckName);
+        return nullptr;
+    }
+    return results.release();
+}
+
+// Whether the record's protocol is one of a flag word.
+template <typename Record>
+bool IsAskedFor(const Record &record, uint16_t uProtocol) {
+    return (HasTCP(uProtocol) && record.uProtocol == TAVO_PROTO_TCP) ||
+           (HasUDP(uProtocol) && record.uProtocol == TAVO_PROTO_UDP);
+}
+
+// Ports by number, so that a list of them is not walked for each that is added.
+using PortSet = std::bitset<kHighestPort + 1>;
+
+// The ports that a list names as this library writes them; "080" is another text than "80".
+inline PortSet PortsNamedIn(const TLIBCSzList *pPortList) {
+    PortSet ports;
+    const int nPorts = TLIBCSzListCount(pPortList);
+    for (int i = 0; i < nPorts; ++i) {
+        const char *szPort = TLIBCSzListGet(pPortList, i);
+        const uint16_t uPort = static_cast<uint16_t>(std::strtoul(szPort, nullptr, 10));
+        if (std::strcmp(szPort, PortText(uPort).Get()) == 0) {
+            ports.set(uPort);
+        }
+    }
+    return ports;
+}
+
+template <typename Check>
+int ListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
+                      TLIBCSzList *pConflictPortList) {
+    if (pResultList == nullptr) {
+        return TAVO_FAIL(kErrorBadParameter, "pResultList is undefined");
+    }
+    if (pConflictPortList == nullptr) {
+        return TAVO_FAIL(kErrorBadParameter, "pConflictPortList is undefined");
+    }
+    PortSet listed = PortsNamedIn(pConflictPortList);
+    for (const auto &record : Records<typename Check::Record>(pResultList)) {
+        if (record.blConflict != 1 || !IsAskedFor(record, uProtocol) || listed[record.uPort]) {
+            continue;
+        }
+        if (TLIBCSzListPush(&pConflictPortList, PortText(record.uPort).Get()) < 0) {
+            return TAVO_SET_ERROR(kErrorNoMemory);
+        }
+        listed.set(record.uPort);
+    }
+    return 0;
+}
+
+constexpr int kNotListed = -2;
+
+template <typename Check>
+int VerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
+    if (pResultList == nullptr) {
+        return TAVO_FAIL(kErrorBadParameter, "pResultList is undefined");
+    }
+    int nResult = kNotListed;
+    for (const auto &record : Records<typename Check::Record>(pResultList)) {
+        if (record.uPort != uPort || !IsAskedFor(record, uProtocol)) {
+            continue;
+        }
+        if (record.blConflict == 1) {
+            return 1;
+        }
+        nResult = 0;
+    }
+    return nResult;
+}
+
+// The functions below answer yes or no, and no on every failure.
+
+template <typename Check>
+int IsAnyInConflict(const TLIBCSzList *pPortList, uint16_t uProtocol) {
+    const OwnedResults<Check> results(Check::kListAlloc());
+    const OwnedNames conflicts(results ? TLIBCSzListAlloc(kPortListCapacity) : nullptr);
+    if (!conflicts) {
+        TAVO_FAIL_ALLOC(kCollectionName);
+        return 0;
+    }
+    if (Check::kCheck(pPortList, uProtocol, results.get()) != 0) {
+        TAVO_LOG("Failed to %s", Check::kCheckName);
+        return 0;
+    }
+    if (Check::kListPorts(results.get(), uProtocol, conflicts.get()) != 0) {
+        TAVO_LOG("Failed to %s", Check::kListPortsName);
+        return 0;
+    }
+    if (TLIBCSzListCount(conflicts.get()) == 0) {
+        return 0;
+    }
+    Check::Show(conflicts.get());
+    return 1;
+}
+
+// Whether the port could be added to the list.
+inline bool PushPort(OwnedNames &ports, uint16_t uPort) {
+    TLIBCSzList *pPorts = ports.release();
+    const bool pushed = TLIBCSzListPush(&pPorts, PortText(uPort).Get()) >= 0;
+    ports.reset(pPorts);
+    return pushed;
+}
+
+template <typename Check>
+int IsOneInConflict(uint16_t uPort, uint16_t uProtocol) {
+    OwnedNames ports(TLIBCSzListAlloc(kPortListCapacity));
+    if (!ports || !PushPort(ports, uPort)) {
+        TAVO_FAIL_ALLOC(kCollectionName);
+        return 0;
+    }
+    return Check::kIsAny(ports.get(), uProtocol);
+}
+
+[[noreturn]] inline void WaitForever() {
+    for (;;) {
+        pause();
+    }
+}
+
+// The port is counted in 16 bits, as the arguments are, so that no port comes behind 65535 and a
+// range that ends there never ends: kept, since callers know that they must not ask for it. It
+// takes neither memory nor processor time meanwhile.
+template <typename Check>
+int IsRangeInConflict(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
+    OwnedNames ports(TLIBCSzListAlloc(kPortListCapacity));
+    if (!ports) {
+        TAVO_FAIL_ALLOC(kCollectionName);
+        return 0;
+    }
+    if (uFirst > uLast) {
+        TAVO_FAIL(kErrorBadParameter, "Illegal port range: %hu~%hu", uFirst, uLast);
+        return 0;
+    }
+    if (uLast == kHighestPort) {
+        WaitForever();
+    }
+    for (uint16_t uPort = uFirst; uPort <= uLast; ++uPort) {
+        if (!PushPort(ports, uPort)) {
+            TAVO_FAIL_ALLOC(kCollectionName);
+            return 0;
+        }
+    }
+    return Check::kIsAny(ports.get(), uProtocol);
+}
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,27 @@
+// Result records of the check of the configuration, and lists of them.
+#include "check/result_records.h"
+
+PTAVO_CONF_PORT_CONFLICT_RESULT TAVOConfPortConflictResultAlloc(void) {
+    return tavo::AllocRecord<tavo::ConfResults>();
+}
+
+void TAVOConfPortConflictResultFree(PTAVO_CONF_PORT_CONFLICT_RESULT pResult) {
+    tavo::FreeRecord<tavo::ConfResults>(pResult);
+}
+
+PTAVO_CONF_PORT_CONFLICT_RESULT
+TAVOConfPortConflictResultCopy(const TAVO_CONF_PORT_CONFLICT_RESULT *pResult) {
+    return tavo::CopyRecord<tavo::ConfResults>(pResult);
+}
+
+TLIBCDList *TAVOConfPortConflictResultListAlloc(void) {
+    return tavo::AllocList<tavo::ConfResults>();
+}
+
+void TAVOConfPortConflictResultListFree(TLIBCDList *pList) {
+    TLIBCDListFree(pList);
+}
+
+TLIBCDList *TAVOConfPortConflictResultListCopy(const TLIBCDList *pList) {
+    return tavo::CopyList<tavo::ConfResults>(pList);
+}

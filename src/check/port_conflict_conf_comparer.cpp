@@ -1,0 +1,12 @@
+// Picking the declarations of one port out of a list, and saying that there are none.
+#include "check/result_records.h"
+
+int ConfResultListFilter(const TLIBCDList *pSourceResultList, uint16_t uPort, uint16_t uProtocol,
+                         TLIBCDList *pFilteredResultList) {
+    return tavo::Filter<tavo::ConfResults>(pSourceResultList, uPort, uProtocol,
+                                           pFilteredResultList);
+}
+
+int ConfNotConflictResultAppend(TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
+    return tavo::AppendNobody<tavo::ConfResults>(pResultList, uPort, uProtocol);
+}

@@ -1,0 +1,59 @@
+// The check of the running system: which of the caller's ports a process holds right now, and which
+// one.
+#include "check/port_check.h"
+
+namespace tavo {
+namespace {
+
+struct RuntimeCheck : RuntimeResults {
+    static constexpr auto kFetch = RuntimeServiceListFetch;
+    static constexpr auto kAppendNobody = RuntimeNotConflictResultAppend;
+    static constexpr auto kCheck = TAVORuntimePortConflictCheck;
+    static constexpr auto kListPorts = TAVORuntimeListConflictPorts;
+    static constexpr auto kIsAny = TAVORuntimeIsConflictPorts;
+    static constexpr char kResultListName[] = "pResultList";
+    static constexpr char kCheckName[] = "TAVORuntimePortConflictCheck";
+    static constexpr char kListPortsName[] = "TAVORuntimeListConflictPorts";
+    // An administrator who runs a program by hand is to see them.
+    static void Show(const TLIBCSzList *pPorts) {
+        std::fputs("pConflictPortList:\n", stderr);
+        TLIBCISzListDump(pPorts, stderr);
+    }
+};
+
+}  // namespace
+}  // namespace tavo
+
+using tavo::RuntimeCheck;
+
+int TAVORuntimePortConflictCheck(const TLIBCSzList *pPortList, uint16_t uProtocol,
+                                 TLIBCDList *pResultList) {
+    return tavo::CheckPorts<RuntimeCheck>(pPortList, uProtocol, pResultList);
+}
+
+TLIBCDList *TAVORuntimePortConflictResultListAllocAndCheck(const TLIBCSzList *pPortList,
+                                                           uint16_t uProtocol) {
+    return tavo::AllocAndCheck<RuntimeCheck>(pPortList, uProtocol);
+}
+
+int TAVORuntimeListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
+                                 TLIBCSzList *pConflictPortList) {
+    return tavo::ListConflictPorts<RuntimeCheck>(pResultList, uProtocol, pConflictPortList);
+}
+
+int TAVORuntimeVerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort,
+                                  uint16_t uProtocol) {
+    return tavo::VerifyConflictPort<RuntimeCheck>(pResultList, uPort, uProtocol);
+}
+
+int TAVORuntimeIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol) {
+    return tavo::IsAnyInConflict<RuntimeCheck>(pPortList, uProtocol);
+}
+
+int TAVORuntimeIsConflictPort(uint16_t uPort, uint16_t uProtocol) {
+    return tavo::IsOneInConflict<RuntimeCheck>(uPort, uProtocol);
+}
+
+int TAVORuntimeIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
+    return tavo::IsRangeInConflict<RuntimeCheck>(uFirst, uLast, uProtocol);
+}

@@ -1,0 +1,12 @@
+// Picking the holders of one port out of a list, and saying that there are none.
+#include "check/result_records.h"
+
+int RuntimeResultListFilter(const TLIBCDList *pSourceResultList, uint16_t uPort, uint16_t uProtocol,
+                            TLIBCDList *pFilteredResultList) {
+    return tavo::Filter<tavo::RuntimeResults>(pSourceResultList, uPort, uProtocol,
+                                              pFilteredResultList);
+}
+
+int RuntimeNotConflictResultAppend(TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
+    return tavo::AppendNobody<tavo::RuntimeResults>(pResultList, uPort, uProtocol);
+}

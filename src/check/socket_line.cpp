@@ -1,0 +1,138 @@
+// What counts as a line is what sscanf makes of it, lenient as that is. Its formatted reading would
+// take as long as all the rest, though, so a line that looks as kernels write it is read by hand;
+// any other goes to sscanf.
+#include "check/socket_line.h"
+
+#include <cinttypes>
+#include <cstdio>
+
+namespace tavo {
+namespace {
+
+constexpr int kFieldsKept = 3;
+
+bool ScanLine(const char *szLine, RawSocketInfo &info) {
+    unsigned short uPort = 0;
+    unsigned int uState = 0;
+    unsigned long ulInode = 0;
+    const int nFields = std::sscanf(szLine,
+                                    "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X "
+                                    "%*X:%*X %*X %*d %*d %lu ",
+                                    &uPort, &uState, &ulInode);
+    if (nFields != kFieldsKept) {
+        return false;
+    }
+    info.uPort = uPort;
+    info.uState = uState;
+    info.ulInode = ulInode;
+    return true;
+}
+
+constexpr int HexDigit(char c) {
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                  : -1;
+}
+
+// Walks over the fields of a line; after the first one that is not as expected it stands still.
+class FieldReader {
+  public:
+    explicit FieldReader(const char *szLine) : szAt_(szLine) {}
+
+    bool IsGood() const { return good_; }
+
+    void Blanks() {
+        while (*szAt_ == ' ') {
+            ++szAt_;
+        }
+    }
+
+    void Char(char c) {
+        good_ = good_ && *szAt_ == c;
+        szAt_ += good_ ? 1 : 0;
+    }
+
+    // A number of at most nDigits digits, which fit its type.
+    uint64_t Hex(int nDigits) { return Number(16, nDigits); }
+    uint64_t Decimal(int nDigits) { return Number(10, nDigits); }
+
+    // A field of the like of 00000000:00000000.
+    void HexPair(int nDigits) {
+        Hex(nDigits);
+        Char(':');
+        Hex(nDigits);
+    }
+
+  private:
+    uint64_t Number(uint64_t nBase, int nMostDigits) {
+        uint64_t nValue = 0;
+        int nDigits = 0;
+        for (; good_; ++szAt_, ++nDigits) {
+            const int nDigit = HexDigit(*szAt_);
+            if (nDigit < 0 || static_cast<uint64_t>(nDigit) >= nBase) {
+                break;
+            }
+            good_ = nDigits < nMostDigits;
+            nValue = nValue * nBase + static_cast<uint64_t>(nDigit);
+        }
+        good_ = good_ && nDigits > 0;
+        return nValue;
+    }
+
+    const char *szAt_;
+    bool good_ = true;
+};
+
+// Digits that the largest number of each kind surely has room for.
+constexpr int kWordDigits = 8;      // 32 bits, hexadecimal
+constexpr int kPortDigits = 4;      // 16 bits, hexadecimal
+constexpr int kAddressDigits = 32;  // an IPv6 address
+constexpr int kCountDigits = 9;     // 32 bits, decimal
+constexpr int kInodeDigits = 19;    // 64 bits, decimal
+
+bool ReadKernelLine(const char *szLine, RawSocketInfo &info) {
+    FieldReader reader(szLine);
+    reader.Blanks();
+    reader.Decimal(kCountDigits);  // slot
+    reader.Char(':');
+    reader.Char(' ');
+    reader.Hex(kAddressDigits);  // local address
+    reader.Char(':');
+    const uint64_t nPort = reader.Hex(kPortDigits);
+    reader.Char(' ');
+    reader.Hex(kAddressDigits);  // remote address and port
+    reader.Char(':');
+    reader.Hex(kPortDigits);
+    reader.Char(' ');
+    const uint64_t nState = reader.Hex(kWordDigits);
+    reader.Char(' ');
+    reader.HexPair(kWordDigits);  // queues
+    reader.Char(' ');
+    reader.HexPair(kWordDigits);  // timer
+    reader.Char(' ');
+    reader.Hex(kWordDigits);  // retransmissions
+    reader.Char(' ');
+    reader.Blanks();
+    reader.Decimal(kCountDigits);  // uid
+    reader.Char(' ');
+    reader.Blanks();
+    reader.Decimal(kCountDigits);  // timeout
+    reader.Char(' ');
+    const uint64_t nInode = reader.Decimal(kInodeDigits);
+    if (!reader.IsGood()) {
+        return false;
+    }
+    info.uPort = static_cast<uint16_t>(nPort);
+    info.uState = static_cast<uint32_t>(nState);
+    info.ulInode = nInode;
+    return true;
+}
+
+}  // namespace
+
+bool ReadSocketLine(const char *szLine, RawSocketInfo &info) {
+    return ReadKernelLine(szLine, info) || ScanLine(szLine, info);
+}
+
+}  // namespace tavo

@@ -1,0 +1,57 @@
+// An array that grows geometrically, for elements that may be moved as bytes.
+#ifndef TAVO_SRC_SUPPORT_GROWING_ARRAY_H
+#define TAVO_SRC_SUPPORT_GROWING_ARRAY_H
+
+#include <cstddef>
+#include <cstdlib>
+#include <type_traits>
+
+namespace tavo {
+
+template <typename T>
+class GrowingArray {
+    static_assert(std::is_trivially_copyable_v<T>);
+
+  public:
+    GrowingArray() = default;
+    ~GrowingArray() { std::free(items_); }
+    GrowingArray(const GrowingArray &) = delete;
+    GrowingArray &operator=(const GrowingArray &) = delete;
+
+    std::size_t Count() const { return count_; }
+    T &operator[](std::size_t index) { return items_[index]; }
+    const T &operator[](std::size_t index) const { return items_[index]; }
+    T *begin() { return items_; }
+    T *end() { return items_ + count_; }
+    const T *begin() const { return items_; }
+    const T *end() const { return items_ + count_; }
+
+    // False when out of memory, the array then being as it was.
+    bool Append(const T &item) {
+        if (count_ == room_ && !Grow()) {
+            return false;
+        }
+        items_[count_++] = item;
+        return true;
+    }
+
+  private:
+    bool Grow() {
+        const std::size_t room = room_ == 0 ? 16 : 2 * room_;
+        void *grown = std::realloc(items_, room * sizeof(T));
+        if (grown == nullptr) {
+            return false;
+        }
+        items_ = static_cast<T *>(grown);
+        room_ = room;
+        return true;
+    }
+
+    T *items_ = nullptr;
+    std::size_t count_ = 0;
+    std::size_t room_ = 0;
+};
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,67 @@
+// What the check of the configuration is asked in the tests, and what it is asked about.
+#ifndef TAVO_TESTS_CHECK_CONF_CHECK_TEST_H
+#define TAVO_TESTS_CHECK_CONF_CHECK_TEST_H
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "catalogue_test.h"
+#include "check_test.h"
+#include "stand_ins.h"
+
+namespace tavo::test {
+
+using Lines = std::vector<std::string>;
+using Result = TAVO_CONF_PORT_CONFLICT_RESULT;
+
+constexpr char kCheckFailed[] = "Failed to TAVOConfPortConflictCheck";
+constexpr char kFetchFailed[] = "Failed to ServiceConfListFetch";
+constexpr char kNoPorts[] = "pPortList is undefined";
+
+inline Strings PortList(const Lines &ports) {
+    TLIBCSzList *list = TLIBCSzListAlloc(1);
+    for (const std::string &port : ports) {
+        TLIBCSzListPush(&list, port.c_str());
+    }
+    return Strings(list);
+}
+
+inline Elements NewResults() {
+    return Elements(TAVOConfPortConflictResultListAlloc());
+}
+
+// A result list as a check may have left it. What declares a port is named, nobody is not.
+inline Elements Findings(const std::vector<Result> &findings) {
+    Elements results = NewResults();
+    for (const Result &finding : findings) {
+        TLIBCDListAppend(results.get(), &finding);
+    }
+    return results;
+}
+
+// Settings in which syslog has 514 and the administration pages have 5000.
+class DeclaredPortsTest : public CatalogueTest {
+  protected:
+    DeclaredPortsTest() {
+        std::filesystem::remove_all(kSettings);
+        Settings("syslogport=\"514\"\nsmsport=\"5000\"\n");
+    }
+
+    static void Settings(const std::string &contents) { WriteFile(kSettings, contents); }
+};
+
+// With services that declare 80/tcp and 443 twice.
+class ConfCheckTest : public DeclaredPortsTest {
+  protected:
+    ~ConfCheckTest() override { EXPECT_EQ(offered_.Lent(), 0); }
+
+    const OfferedServices offered_{{{"web", TAVO_PROTO_TCP, {"80", "443"}},
+                                    {"proxy", TAVO_PROTO_TCP, {"80", "8000-8002"}},
+                                    {"names", TAVO_PROTO_BOTH, {"53"}},
+                                    {"web3", TAVO_PROTO_UDP, {"443"}}}};
+};
+
+}  // namespace tavo::test
+
+#endif
