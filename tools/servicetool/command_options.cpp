@@ -7,6 +7,7 @@
 
 #include "command_words.h"
 #include "input_file.h"
+#include "output_file.h"
 #include "port_sources.h"
 #include "text.h"
 
@@ -47,6 +48,18 @@ constexpr char kSuggestExamples[] = R"(Examples:
   servicetool suggest 3 --proto tcp      three, free for TCP
   servicetool suggest 10 --block --near 8000
   servicetool suggest --json | jq '.results[0]')";
+
+constexpr char kWhyExamples[] = R"(Examples:
+  servicetool why 8080                   who has port 8080, for TCP and for UDP
+  servicetool why 80/tcp 443/tcp
+  servicetool why --json 53/udp | jq -r '.results[].verdict')";
+
+constexpr char kPortsExamples[] = R"(Examples:
+  servicetool ports                      every port that is declared or held
+  servicetool ports --held               what processes hold right now
+  servicetool ports --conflicts          ports that two have a claim to
+  servicetool ports --map                all of them in a picture
+  servicetool ports --svg ports.svg      the picture for a browser)";
 
 constexpr unsigned int kMostSuggestions = 1000;
 
@@ -166,16 +179,40 @@ void AddSuggest(CLI::App &app, CommandOptions &options) {
     AddFlag(command, "--block", suggest.block, "Ports in a row");
 }
 
+void AddWhy(CLI::App &app, CommandOptions &options) {
+    CLI::App &command =
+        AddCommand(app, options, "why", "Tell who declares and who holds a port", kWhyExamples);
+    AddTexts(command, "PORT[/PROTOCOL]", options.why.ports, "...",
+             "Ports, such as 8080 or 53/udp; both protocols unless given")
+        ->required();
+    AddNoLegend(command, options.why.no_legend);
+}
+
+void AddPorts(CLI::App &app, CommandOptions &options) {
+    PortsOptions &ports = options.ports;
+    CLI::App &command = AddCommand(app, options, "ports",
+                                   "List all ports that are declared or held", kPortsExamples);
+    AddFlag(command, "--declared", ports.declared,
+            "Only what services, rules and settings declare");
+    AddFlag(command, "--held", ports.held, "Only what processes hold");
+    AddFlag(command, "--conflicts", ports.conflicts, "Only ports that two have a claim to");
+    AddFlag(command, "--map", ports.map, "Draw a picture of the ports instead");
+    AddText(command, "--svg", ports.svg, "FILE",
+            "Write the picture to a file; - is standard output");
+    AddNoLegend(command, ports.no_legend);
+}
+
 using TextLists = std::vector<std::vector<std::string> *>;
 
 TextLists ListsOf(CommandOptions &options) {
     return {&options.lint.files,  &options.services.names, &options.check.ports,
-            &options.check.files, &options.check.skip,     &options.check.sources};
+            &options.check.files, &options.check.skip,     &options.check.sources,
+            &options.why.ports};
 }
 
 void TakeOffGuards(CommandOptions &options) {
     for (std::string *text : {&options.show_target, &options.suggest.protocols,
-                              &options.suggest_count, &options.suggest_near}) {
+                              &options.suggest_count, &options.suggest_near, &options.ports.svg}) {
         *text = Unguarded(*text);
     }
     for (auto *list : ListsOf(options)) {
@@ -228,6 +265,20 @@ UsageProblem TakeSuggest(const CLI::App &command, CommandOptions &options) {
     return {};
 }
 
+// Standard output holds one thing.
+UsageProblem ProblemOfPorts(const CLI::App &command, const CommandOptions &options) {
+    const PortsOptions &ports = options.ports;
+    if (command.count("--svg") != 0 && ports.svg.empty()) {
+        return {"--svg needs the name of a file", ""};
+    }
+    if (ports.svg == kStandardOutput && (options.json || ports.map)) {
+        return {
+            "--svg - and " + std::string(options.json ? "--json" : "--map") + " exclude each other",
+            "name a file for the picture"};
+    }
+    return {};
+}
+
 }  // namespace
 
 void AddCommands(CLI::App &app, CommandOptions &options) {
@@ -238,6 +289,8 @@ void AddCommands(CLI::App &app, CommandOptions &options) {
     AddServices(app, options);
     AddCheck(app, options);
     AddSuggest(app, options);
+    AddWhy(app, options);
+    AddPorts(app, options);
 }
 
 bool TakesValue(const CLI::App &app, const std::string &option) {
@@ -261,6 +314,7 @@ UsageProblem TakeAsMeant(const CLI::App &command, CommandOptions &options) {
     }
     return name == "check"     ? ProblemOfCheck(options.check)
            : name == "suggest" ? TakeSuggest(command, options)
+           : name == "ports"   ? ProblemOfPorts(command, options)
                                : ProblemOfFiles(options.lint.files);
 }
 
@@ -276,8 +330,12 @@ void Run(const CLI::App &command, const CommandOptions &options, Report &report)
         Services(options.services, report);
     } else if (name == "check") {
         Check(options.check, report);
-    } else {
+    } else if (name == "suggest") {
         Suggest(options.suggest, report);
+    } else if (name == "why") {
+        Why(options.why, report);
+    } else {
+        Ports(options.ports, report);
     }
 }
 

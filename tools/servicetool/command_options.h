@@ -21,6 +21,8 @@ struct CommandOptions {
     SuggestOptions suggest;
     std::string suggest_count = "1";  // as it is written
     std::string suggest_near;
+    WhyOptions why;
+    PortsOptions ports;
 };
 
 // Adds the commands to `app`, which then writes what is parsed to `options`.

@@ -59,6 +59,27 @@ struct SuggestOptions {
 // Ports that nobody declares and nobody holds.
 void Suggest(const SuggestOptions &options, Report &report);
 
+struct WhyOptions {
+    std::vector<std::string> ports;  // PORT[/PROTOCOLS]
+    bool no_legend = false;
+};
+
+// Who declares ports, who holds them now, and whether that is the same service.
+void Why(const WhyOptions &options, Report &report);
+
+struct PortsOptions {
+    bool declared = false;  // only these kinds; all where none is asked for
+    bool held = false;
+    bool conflicts = false;  // only ports that more than one has a claim to
+    bool map = false;        // a picture for the terminal instead of a table
+    std::string svg;         // a file for the picture, besides; none where empty, and with
+                             // kStandardOutput the picture alone
+    bool no_legend = false;
+};
+
+// Every port that is declared or held, as a table or as a picture.
+void Ports(const PortsOptions &options, Report &report);
+
 }  // namespace tavo
 
 #endif

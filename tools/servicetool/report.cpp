@@ -70,6 +70,10 @@ std::size_t Report::Columns() const {
     return TerminalColumns(STDOUT_FILENO);
 }
 
+bool Report::Colour() const {
+    return WantsColour(STDOUT_FILENO);
+}
+
 void Report::Tell(Diagnostic diagnostic) {
     if (json_) {
         diagnostics_.push_back(std::move(diagnostic));

@@ -34,6 +34,9 @@ class Report {
     // How wide the terminal is that standard output goes to, 0 when it goes elsewhere.
     std::size_t Columns() const;
 
+    // Whether it shows colours, and nobody has said that there are to be none.
+    bool Colour() const;
+
     // Tells a finding. It has no effect on the exit status.
     void Tell(Diagnostic diagnostic);
 

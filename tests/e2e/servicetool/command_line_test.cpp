@@ -18,16 +18,17 @@ using testing::SizeIs;
 TEST(ServiceToolHelp, NamesTheCommandsAndGivesExamples) {
     const ProgramResult result = ServiceTool({"--help"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(
-        result.out,
-        AllOf(HasSubstr("Usage: servicetool"), HasSubstr("\n  list "), HasSubstr("\n  show "),
-              HasSubstr("\n  lint "), HasSubstr("\n  services "), HasSubstr("\n  check "),
-              HasSubstr("\n  suggest "), HasSubstr("\nExamples:\n  servicetool ")));
+    EXPECT_THAT(result.out,
+                AllOf(HasSubstr("Usage: servicetool"), HasSubstr("\n  list "),
+                      HasSubstr("\n  show "), HasSubstr("\n  lint "), HasSubstr("\n  services "),
+                      HasSubstr("\n  check "), HasSubstr("\n  suggest "), HasSubstr("\n  why "),
+                      HasSubstr("\n  ports "), HasSubstr("\nExamples:\n  servicetool ")));
     EXPECT_THAT(result.err, IsEmpty());
 }
 
 TEST(ServiceToolHelp, IsThereForEachCommandWithExamples) {
-    for (const std::string command : {"list", "show", "lint", "services", "check", "suggest"}) {
+    for (const std::string command :
+         {"list", "show", "lint", "services", "check", "suggest", "why", "ports"}) {
         for (const std::string option : {"--help", "-h"}) {
             const ProgramResult result = ServiceTool({command, option});
             EXPECT_EQ(result.status, 0);

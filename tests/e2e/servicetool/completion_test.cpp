@@ -40,8 +40,8 @@ std::vector<std::string> Completions(const std::vector<std::string> &words,
 }
 
 TEST(BashCompletion, OffersCommands) {
-    EXPECT_THAT(Completions({""}),
-                ElementsAre("list", "show", "lint", "services", "check", "suggest"));
+    EXPECT_THAT(Completions({""}), ElementsAre("list", "show", "lint", "services", "check",
+                                               "suggest", "why", "ports"));
     EXPECT_THAT(Completions({"li"}), ElementsAre("list", "lint"));
     EXPECT_THAT(Completions({"--json", "s"}), ElementsAre("show", "services", "suggest"));
     EXPECT_THAT(Completions({"x"}), IsEmpty());
@@ -61,6 +61,12 @@ TEST(BashCompletion, OffersTheOptionsOfTheCommand) {
     EXPECT_THAT(Completions({"suggest", "--"}),
                 testing::UnorderedElementsAre("--help", "--json", "--verbose", "--near", "--proto",
                                               "--block"));
+    EXPECT_THAT(Completions({"why", "--"}),
+                testing::UnorderedElementsAre("--help", "--json", "--verbose", "--no-legend"));
+    EXPECT_THAT(
+        Completions({"ports", "--"}),
+        testing::UnorderedElementsAre("--help", "--json", "--verbose", "--declared", "--held",
+                                      "--conflicts", "--map", "--svg", "--no-legend"));
 }
 
 TEST(BashCompletion, OffersWhatAnOptionTakes) {
@@ -100,6 +106,14 @@ TEST(BashCompletion, OffersFilesToCheck) {
     EXPECT_THAT(Completions({"check", "--file", "x", "--no-legend", "a"}, folder.Path()),
                 IsEmpty());
     EXPECT_THAT(Completions({"check", "a"}, folder.Path()), IsEmpty());
+}
+
+TEST(BashCompletion, OffersFilesForAPicture) {
+    TemporaryFolder folder;
+    folder.Write("a b.svg", "");
+    EXPECT_THAT(Completions({"ports", "--svg", "a"}, folder.Path()), ElementsAre("a b.svg"));
+    EXPECT_THAT(Completions({"ports", "--svg", "x", "a"}, folder.Path()), IsEmpty());
+    EXPECT_THAT(Completions({"ports", "a"}, folder.Path()), IsEmpty());
 }
 
 TEST_F(ServiceFolders, BashCompletionOffersServicesAndFilesToShow) {

@@ -52,11 +52,12 @@ inline std::string Rule(const std::string &name, const std::string &service,
 enum class Family { kV4 = AF_INET, kV6 = AF_INET6 };
 enum class Protocol { kTcp = SOCK_STREAM, kUdp = SOCK_DGRAM };
 
-// Holds a port on the loopback interface.
+// Holds a port on the loopback interface; the programs that a test runs do not.
 class HeldPort {
   public:
     HeldPort(Family family, Protocol protocol, std::uint32_t port)
-        : descriptor_(socket(static_cast<int>(family), static_cast<int>(protocol), 0)) {
+        : descriptor_(
+              socket(static_cast<int>(family), static_cast<int>(protocol) | SOCK_CLOEXEC, 0)) {
         if (!(family == Family::kV4 ? BindV4(port) : BindV6(port)) ||
             (protocol == Protocol::kTcp && listen(descriptor_, 1) != 0)) {
             throw std::runtime_error("port " + std::to_string(port) + " cannot be held");

@@ -378,12 +378,14 @@ TEST_F(ServiceFolders, ManualExplainsTheKeysOfTheJsonAboutPorts) {
          {std::vector<std::string>{"services", "a", "ssh"},
           {"check", "23"},
           {"check", "--file", kSystem + "a.sc"},
-          {"suggest"}}) {
+          {"suggest"},
+          {"ports"}}) {
         std::vector<std::string> arguments = command;
         arguments.push_back("--json");
         CollectKeys(json::parse(ServiceTool(arguments).out)["results"], keys);
     }
-    EXPECT_THAT(keys, testing::IsSupersetOf({"supported", "held_by", "sections", "verdict"}));
+    EXPECT_THAT(keys,
+                testing::IsSupersetOf({"supported", "held_by", "sections", "verdict", "conflict"}));
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
     for (const std::string &key : keys) {
         EXPECT_TRUE(std::regex_search(

@@ -1,0 +1,182 @@
+// Who holds which ports, and whether that is a service's program, without a command around it.
+#include "socket_holders.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "held_socket.h"
+#include "holding_program.h"
+#include "port_world.h"
+#include "service_programs.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+// How often the processes will be found to hold nothing, as if all their sockets were new.
+int blind_looks = 0;
+int looks = 0;
+
+// Whether the links to executables cannot be read.
+bool without_programs = false;
+
+template <typename Function>
+Function *OfTheLibrary(Function *, const char *name) {
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+TLIBCSzHash *InodeToPidsTableFetch(void) {
+    ++looks;
+    if (blind_looks > 0) {
+        --blind_looks;
+        return TLIBCSzHashAlloc(1);
+    }
+    return OfTheLibrary(InodeToPidsTableFetch, "InodeToPidsTableFetch")();
+}
+
+char *ProgramCommandFetch(uint32_t uPid) {
+    return without_programs ? nullptr
+                            : OfTheLibrary(ProgramCommandFetch, "ProgramCommandFetch")(uPid);
+}
+
+namespace tavo::test {
+namespace {
+
+// "8080 1 LISTEN 812", "8080 1 LISTEN ?", of the ports from 8000 to 8099.
+std::vector<std::string> Held() {
+    const SocketHolders holders = LookAtSockets();
+    EXPECT_TRUE(holders.known) << holders.problem;
+    std::vector<std::string> texts;
+    for (const tavo::HeldSocket &socket : holders.sockets) {
+        if (socket.port / 100 == 80) {
+            texts.push_back(std::to_string(socket.port) + ' ' + std::to_string(socket.protocol) +
+                            ' ' + StateName(socket) + ' ' +
+                            (socket.process ? std::to_string(socket.process->pid) : "?"));
+        }
+    }
+    return texts;
+}
+
+class SocketHoldersTest : public PortWorld {
+  protected:
+    void SetUp() override {
+        PortWorld::SetUp();
+        looks = 0;
+        blind_looks = 0;
+        without_programs = false;
+    }
+
+    const std::string self_ = std::to_string(getpid());
+};
+
+TEST_F(SocketHoldersTest, AreInOrderAndEachThereOnce) {
+    const HeldSocket udp(AF_INET, SOCK_DGRAM, 8001);
+    const HeldSocket tcp4(AF_INET, SOCK_STREAM, 8001);
+    const HeldSocket tcp6(AF_INET6, SOCK_STREAM, 8001);
+    const HeldSocket first(AF_INET6, SOCK_STREAM, 8000);
+    const TemporaryFolder folder;
+    const int twice = dup(tcp4.Descriptor());
+    const HoldingProgram child(folder / "child", tcp4.Descriptor());
+    EXPECT_THAT(Held(), testing::ElementsAre("8000 1 LISTEN " + self_, "8001 1 LISTEN " + self_,
+                                             "8001 1 LISTEN " + std::to_string(child.Pid()),
+                                             "8001 2 UNCONNECTED " + self_));
+    EXPECT_EQ(looks, 1);
+    close(twice);
+}
+
+TEST_F(SocketHoldersTest, AreLookedForOnceMoreWhenTheyAreNew) {
+    const HeldSocket one(AF_INET, SOCK_STREAM, 8000);
+    const HeldSocket other(AF_INET, SOCK_STREAM, 8001);
+    blind_looks = 1;
+    EXPECT_THAT(Held(), testing::ElementsAre("8000 1 LISTEN " + self_, "8001 1 LISTEN " + self_));
+    EXPECT_EQ(looks, 2);
+    blind_looks = 2;
+    EXPECT_THAT(Held(), testing::ElementsAre("8000 1 LISTEN ?", "8001 1 LISTEN ?"));
+    EXPECT_EQ(looks, 4);
+}
+
+TEST_F(SocketHoldersTest, AreCalledAsTheyCallThemselvesWhereTheirProgramsCannotBeTold) {
+    const HeldSocket socket(AF_INET, SOCK_STREAM, 8000);
+    ASSERT_EQ(prctl(PR_SET_NAME, "a (b)\n\n"), 0);
+    without_programs = true;
+    const SocketHolders holders = LookAtSockets();
+    ASSERT_EQ(holders.sockets.size(), 1U);
+    EXPECT_EQ(holders.sockets[0].process->program, "");
+    EXPECT_EQ(holders.sockets[0].process->name, "a (b)\n\n");
+}
+
+TEST(SocketStates, HaveNames) {
+    const std::pair<tavo::HeldSocket, std::string> states[] = {
+        {{1, TAVO_PROTO_TCP, 10, {}}, "LISTEN"},     {{1, TAVO_PROTO_TCP, 1, {}}, "ESTABLISHED"},
+        {{1, TAVO_PROTO_TCP, 7, {}}, "CLOSE"},       {{1, TAVO_PROTO_TCP, 8, {}}, "CLOSE_WAIT"},
+        {{1, TAVO_PROTO_UDP, 7, {}}, "UNCONNECTED"}, {{1, TAVO_PROTO_UDP, 1, {}}, "CONNECTED"},
+        {{1, TAVO_PROTO_TCP, 99, {}}, "STATE 99"},
+    };
+    for (const auto &[socket, name] : states) {
+        EXPECT_EQ(StateName(socket), name);
+    }
+}
+
+// ---- Whose program it is
+
+struct Kinship {
+    const char *program;
+    const char *unit;
+    const char *service;
+    const char *file;  // "" for a built-in service
+    bool same;
+};
+
+const Kinship kKinships[] = {
+    {"/usr/bin/web", "", "web", "", true},         // the service's name
+    {"/usr/sbin/sshd", "", "ssh", "", true},       // a daemon of it
+    {"/usr/bin/ssh", "", "sshd", "", false},       // not the other way round
+    {"/usr/bin/webdd", "", "web", "", false},      // one letter only
+    {"/usr/bin/python3", "web", "web", "", true},  // its unit
+    {"/usr/bin/python3", "webd", "web", "", true},
+    {"/usr/bin/web", "", "site", "/x/web.sc", true},  // its file's name
+    {"/usr/bin/python3", "web", "site", "/x/web.sc", true},
+    {"/usr/bin/web.sc", "", "site", "/x/web.sc", false},
+    {"/usr/bin/web", "", "site", "/etc/web.conf", false},     // no service file
+    {"/opt/web/bin/python3", "", "site", "/x/web.sc", true},  // its package's folder
+    {"/opt/website/bin/python3", "", "site", "/x/web.sc", false},
+    {"/opt/bin/other", "", "site", "/x/web.sc", false},
+    {"/opt/web/bin/python3", "", "web", "", false},    // it has no package
+    {"", "", "", "", false},                           // nothing is known
+    {"/usr/bin/mapped", "", "mapped_http", "", true},  // sections named for it
+    {"/usr/bin/python3", "mapped", "mapped_https", "", true},
+    {"/usr/bin/mapped", "", "other", "", false},
+    {"/usr/bin/chatty", "", "chat_room", "/x/y.sc", true},  // of a package of its name
+    {"/usr/bin/..", "../services.d/chatty", "chat_room", "", false},
+};
+
+TEST_F(SocketHoldersTest, BelongToAServiceByTheirNames) {
+    WriteFile("/usr/tavo/etc/firewall_service_mapping_table", "mapped=mapped_http,mapped_https\n");
+    WriteFile(kPackage + "chatty.sc", Section("chat_room", "8000/tcp"));
+    for (const Kinship &kinship : kKinships) {
+        HoldingProcess process;
+        process.program = kinship.program;
+        process.name = process.program.substr(process.program.rfind('/') + 1);
+        process.unit = kinship.unit;
+        const PortHolder service = {kinship.service, kinship.file, kinship.service, ""};
+        EXPECT_EQ(IsProgramOf(process, service), kinship.same)
+            << kinship.program << ' ' << kinship.unit << ' ' << kinship.service;
+    }
+}
+
+// A process may call itself as it likes.
+TEST_F(SocketHoldersTest, BelongToNoServiceByWhatTheyCallThemselves) {
+    HoldingProcess process;
+    process.name = "web";
+    EXPECT_FALSE(IsProgramOf(process, {"web", "", "", ""}));
+}
+
+}  // namespace
+}  // namespace tavo::test

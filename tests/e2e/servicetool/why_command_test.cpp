@@ -1,0 +1,569 @@
+// servicetool why: who declares a port and who holds it, with real programs that do.
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "held_socket.h"
+#include "holding_program.h"
+#include "port_world.h"
+#include "servicetool_run.h"
+
+namespace tavo::test {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+const std::string kNobodyListens = ", but nobody listens\n";
+
+// A port that a program holds, and the program alone.
+class HeldBy {
+  public:
+    HeldBy(const std::string &program, int family, int type, int port, uid_t user = 0) {
+        const HeldSocket socket(family, type, port);
+        program_.emplace(program, socket.Descriptor(), user);
+    }
+
+    pid_t Pid() const { return program_->Pid(); }
+    std::string PidText() const { return program_->PidText(); }
+
+  private:
+    std::optional<HoldingProgram> program_;
+};
+
+HeldBy TcpHeldBy(const std::string &program, int port, uid_t user = 0) {
+    return {program, AF_INET, SOCK_STREAM, port, user};
+}
+
+class WhyCommand : public PortWorld {
+  protected:
+    void SetUp() override {
+        PortWorld::SetUp();
+        std::filesystem::permissions(folder_.Path(), std::filesystem::perms{0755});
+    }
+
+    void TearDown() override { prctl(PR_SET_DUMPABLE, 1); }
+
+    // The program of that name, for everybody to run, in a folder that belongs to no package.
+    std::string Program(const std::string &name) const { return folder_ / name; }
+
+    TemporaryFolder folder_;
+};
+
+// With one bar between the cells of a table, however wide they are.
+ProgramResult Why(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "why");
+    ProgramResult result = ServiceTool(arguments);
+    result.out = std::regex_replace(result.out, std::regex("  +"), "|");
+    return result;
+}
+
+json ResultOf(const ProgramResult &result) {
+    EXPECT_THAT(result.err, IsEmpty());
+    return json::parse(result.out)["results"][0];
+}
+
+json WhyJson(const std::string &target) {
+    return ResultOf(ServiceTool({"why", "--json", target}));
+}
+
+// Runs servicetool below another program, or in a shell that becomes it.
+ProgramResult WhyUnder(std::vector<std::string> words, const std::vector<std::string> &arguments) {
+    words.insert(words.end(), {SERVICETOOL, "why", "--no-legend"});
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return RunProgram(words);
+}
+
+// Without the right to look at processes that have it.
+const std::vector<std::string> kWithoutRights = {"setpriv", "--bounding-set=-all",
+                                                 "--inh-caps=-all", "--"};
+
+// Whether there are more users here than root.
+bool CanRunAsOthers() {
+    return RunProgram({"setpriv", "--reuid=4242", "--", "true"}).status == 0;
+}
+
+// With `folder` in the place of /proc/net.
+ProgramResult WhyWithSocketTables(const std::string &folder,
+                                  const std::vector<std::string> &ports) {
+    return WhyUnder({"sh", "-c", "mount --bind " + folder + " /proc/$$/net && exec \"$@\"", "sh"},
+                    ports);
+}
+
+// ---- Verdicts
+
+TEST_F(WhyCommand, SaysThatNobodyHasAPort) {
+    ExpectRun(Why({"8081"}), 0,
+              "8081/tcp is free: nobody declares it and nobody listens\n"
+              "8081/udp is free: nobody declares it and nobody listens\n");
+}
+
+TEST_F(WhyCommand, NamesTheServiceThatOnlyDeclaresAPort) {
+    WriteFile(kPackage + "web.sc", Section("example-web", "8080/tcp"));
+    ExpectRun(ServiceTool({"why", "8080/tcp"}), 1,
+              "PORT  PROTO  SOURCE   NAME         PID  USER  STATE  WHERE\n"
+              "8080  tcp    service  example-web  -    -     -      package/web.sc\n"
+              "8080/tcp is declared by 'example-web' in package/web.sc, but nobody listens\n");
+}
+
+TEST_F(WhyCommand, NamesTheProcessThatOnlyHoldsAPort) {
+    const HeldBy held = TcpHeldBy(Program("nginx"), 8080);
+    ExpectRun(Why({"8080/tcp"}), 1,
+              "PORT|PROTO|SOURCE|NAME|PID|USER|STATE|WHERE\n8080|tcp|socket|nginx|" +
+                  std::to_string(held.Pid()) + "|root|LISTEN|" + Program("nginx") +
+                  "\n8080/tcp is held by nginx " + held.PidText() +
+                  ", which no service file declares\n");
+}
+
+TEST_F(WhyCommand, TellsThatTheProgramOfTheServiceHoldsItsPort) {
+    WriteFile(kPackage + "web.sc", Section("example-web", "8080/tcp"));
+    const HeldBy held = TcpHeldBy(Program("example-web"), 8080);
+    EXPECT_THAT(Why({"8080/tcp"}).out,
+                HasSubstr("8080/tcp is taken: example-web " + held.PidText() +
+                          " listens on it and 'example-web' in package/web.sc declares it; that is "
+                          "the same service\n"));
+    EXPECT_EQ(WhyJson("8080/tcp")["same_service"], true);
+}
+
+TEST_F(WhyCommand, TellsThatAnotherProgramHoldsThePortOfAService) {
+    WriteFile(kPackage + "web.sc", Section("example-web", "8080/tcp"));
+    const HeldBy held = TcpHeldBy(Program("nginx"), 8080);
+    ExpectRun(Why({"--no-legend", "8080/tcp"}), 1,
+              "8080|tcp|service|example-web|-|-|-|package/web.sc\n8080|tcp|socket|nginx|" +
+                  std::to_string(held.Pid()) + "|root|LISTEN|" + Program("nginx") +
+                  "\n8080/tcp is taken: nginx " + held.PidText() +
+                  " listens on it and 'example-web' in package/web.sc declares it; nginx " +
+                  held.PidText() + " is not known to belong to it\n");
+    EXPECT_EQ(WhyJson("8080/tcp")["same_service"], false);
+}
+
+TEST_F(WhyCommand, TellsWhichOfSeveralProgramsBelongsToNoneOfSeveralServices) {
+    WriteFile(kSystem + "a.sc", Section("a", "8080/udp") + Section("b", "8000:8090/udp"));
+    WriteFile(kPackage + "c.sc", Section("c", "8080/udp"));
+    const HeldBy own(Program("a"), AF_INET, SOCK_DGRAM, 8080);
+    const std::string services =
+        "'a' in system/a.sc, 'b' in system/a.sc and 'c' in package/c.sc declare it; ";
+    EXPECT_THAT(Why({"8080/udp"}).out, HasSubstr(services + "that is one of these services\n"));
+    const HeldBy other(Program("other"), AF_INET6, SOCK_DGRAM, 8080);
+    EXPECT_THAT(Why({"8080/udp"}).out,
+                HasSubstr("a " + own.PidText() + " and other " + other.PidText() +
+                          " listen on it and " + services + "other " + other.PidText() +
+                          " is not known to belong to any of them\n"));
+    EXPECT_EQ(WhyJson("8080/udp")["same_service"], false);
+}
+
+// ---- Who declares a port
+
+TEST_F(WhyCommand, KnowsEveryKindOfDeclaration) {
+    WriteFile(kSettings, "WebDavPort=5005\nsyslogport=7000\nsmsport=7001\n");
+    ExpectRun(Why({"--no-legend", "23/tcp", "5005/tcp", "7000/tcp", "7001/tcp"}), 1,
+              "23|tcp|service|telnet|-|-|-|built-in\n"
+              "5005|tcp|service|tavo-webdav|-|-|-|built-in\n"
+              "5005|tcp|setting|webdav_http|-|-|-|WebDavPort in /etc/tavoinfo.conf\n"
+              "7000|tcp|setting|syslog_server|-|-|-|syslogport in /etc/tavoinfo.conf\n"
+              "7001|tcp|setting|tavo-sms|-|-|-|smsport in /etc/tavoinfo.conf\n"
+              "23/tcp is declared by built-in 'telnet'" +
+                  kNobodyListens +
+                  "5005/tcp is declared by built-in 'tavo-webdav' and 'webdav_http' (WebDavPort in "
+                  "/etc/tavoinfo.conf)" +
+                  kNobodyListens +
+                  "7000/tcp is declared by 'syslog_server' (syslogport in /etc/tavoinfo.conf)" +
+                  kNobodyListens +
+                  "7001/tcp is declared by 'tavo-sms' (smsport in /etc/tavoinfo.conf)" +
+                  kNobodyListens);
+}
+
+TEST_F(WhyCommand, KnowsTheRulesThatNameAPort) {
+    WriteFile(kRules, Rule("1", "web", "80", "8080") + Rule("7", "", "8080", "1"));
+    const std::string rules = "forwarding rule 1 for 'web' and forwarding rule 7";
+    ExpectRun(Why({"--no-legend", "8080/udp"}), 1,
+              "8080|udp|forward|-|-|-|-|rule 7\n8080|udp|forward|web|-|-|-|rule 1\n"
+              "8080/udp is named by forwarding rule 7 and forwarding rule 1 for 'web'" +
+                  kNobodyListens);
+    WriteFile(kRules, Rule("1", "web", "80", "8080"));
+    WriteFile(kPackage + "web.sc", Section("web", "8080/tcp"));
+    EXPECT_THAT(Why({"8080/tcp"}).out,
+                HasSubstr("8080/tcp is declared by 'web' in package/web.sc and named by forwarding "
+                          "rule 1 for 'web', but nobody listens\n"));
+    const HeldBy held(Program("web"), AF_INET, SOCK_DGRAM, 8080);
+    EXPECT_THAT(Why({"8080/udp"}).out,
+                HasSubstr("8080/udp is taken: web " + held.PidText() +
+                          " listens on it and forwarding rule 1 for 'web' names it\n"));
+}
+
+TEST_F(WhyCommand, SaysThatTheReservedPortIsAlwaysTaken) {
+    ExpectRun(Why({"--no-legend", "412/tcp"}), 1,
+              "412|tcp|reserved|-|-|-|-|always taken\n"
+              "412/tcp is taken: the system keeps it for itself\n");
+    const HeldBy held = TcpHeldBy(Program("chat"), 412);
+    EXPECT_THAT(Why({"412/tcp"}).out,
+                HasSubstr("412/tcp is taken: the system keeps it for itself and chat " +
+                          held.PidText() + " listens on it\n"));
+    EXPECT_EQ(WhyJson("412/tcp")["reserved"], true);
+    EXPECT_EQ(WhyJson("411/tcp")["reserved"], false);
+}
+
+// ---- Who holds a port
+
+TEST_F(WhyCommand, SeesBothProtocolsOverBothFamilies) {
+    const HeldBy tcp6(Program("a"), AF_INET6, SOCK_STREAM, 8080);
+    const HeldBy udp4(Program("b"), AF_INET, SOCK_DGRAM, 8080);
+    const HeldBy udp6(Program("c"), AF_INET6, SOCK_DGRAM, 8080);
+    const json tcp = WhyJson("8080/tcp")["held_by"];
+    ASSERT_EQ(tcp.size(), 1U);
+    EXPECT_EQ(tcp[0]["pid"], tcp6.Pid());
+    EXPECT_EQ(tcp[0]["state"], "LISTEN");
+    const json udp = WhyJson("8080/udp")["held_by"];
+    ASSERT_EQ(udp.size(), 2U);
+    EXPECT_EQ(udp[0]["process"], "b");
+    EXPECT_EQ(udp[1]["process"], "c");
+    EXPECT_EQ(udp[1]["state"], "UNCONNECTED");
+}
+
+// A port that the kernel chose for the near end of a connection to the listener.
+class Connection {
+  public:
+    explicit Connection(int port, int type = SOCK_STREAM) : descriptor_(socket(AF_INET, type, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<in_port_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        auto *generic = reinterpret_cast<sockaddr *>(&address);
+        socklen_t size = sizeof(address);
+        EXPECT_EQ(connect(descriptor_, generic, size), 0);
+        EXPECT_EQ(getsockname(descriptor_, generic, &size), 0);
+        port_ = ntohs(address.sin_port);
+        EXPECT_EQ(fcntl(descriptor_, F_SETFD, FD_CLOEXEC), 0);
+    }
+    ~Connection() { Close(); }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    void Close() {
+        if (descriptor_ >= 0) {
+            close(std::exchange(descriptor_, -1));
+        }
+    }
+    int Descriptor() const { return descriptor_; }
+    std::string Port() const { return std::to_string(port_); }
+
+  private:
+    int descriptor_;
+    int port_ = 0;
+};
+
+TEST_F(WhyCommand, TellsConnectionsFromListeners) {
+    const HeldSocket listener(AF_INET, SOCK_STREAM, 8091);
+    const Connection tcp(8091);
+    const Connection udp(9000, SOCK_DGRAM);
+    const std::string self = "servicetool_why_test (pid " + std::to_string(getpid()) + ')';
+    EXPECT_THAT(
+        Why({tcp.Port() + "/tcp"}).out,
+        HasSubstr("|ESTABLISHED|" + std::filesystem::read_symlink("/proc/self/exe").string() +
+                  '\n' + tcp.Port() + "/tcp is held by " + self +
+                  ", which no service file declares\n"));
+    EXPECT_EQ(WhyJson(udp.Port() + "/udp")["held_by"][0]["state"], "CONNECTED");
+    WriteFile(kPackage + "web.sc", Section("web", tcp.Port() + "/tcp"));
+    EXPECT_THAT(Why({tcp.Port() + "/tcp"}).out,
+                HasSubstr("is taken: " + self + " uses it for a connection and 'web'"));
+}
+
+TEST_F(WhyCommand, NamesWhoListensBeforeWhoIsConnected) {
+    const HeldSocket listener(AF_INET, SOCK_STREAM, 8092);
+    const Connection client(8092);
+    const int accepted = accept4(listener.Descriptor(), nullptr, nullptr, SOCK_CLOEXEC);
+    const HoldingProgram worker(Program("worker"), accepted);
+    close(accepted);
+    const std::string self = "servicetool_why_test (pid " + std::to_string(getpid()) + ')';
+    const ProgramResult result = Why({"--no-legend", "8092/tcp"});
+    EXPECT_THAT(result.out, HasSubstr("8092|tcp|socket|worker|" + std::to_string(worker.Pid()) +
+                                      "|root|ESTABLISHED|"));
+    EXPECT_THAT(result.out,
+                HasSubstr("8092/tcp is held by " + self + ", which no service file declares\n"));
+}
+
+TEST_F(WhyCommand, LeavesOutWhatTheKernelAloneIsStillClosing) {
+    const HeldSocket listener(AF_INET, SOCK_STREAM, 8093);
+    Connection client(8093);
+    const std::string port = client.Port();
+    client.Close();
+    close(accept(listener.Descriptor(), nullptr, nullptr));
+    EXPECT_THAT(ReadFile("/proc/net/tcp"), HasSubstr(" 06 "));
+    EXPECT_EQ(Why({port + "/tcp"}).status, 0);
+}
+
+TEST_F(WhyCommand, NamesTheUserOrItsNumber) {
+    if (!CanRunAsOthers()) {
+        GTEST_SKIP() << "nobody is here but root";
+    }
+    const HeldBy http = TcpHeldBy(Program("a"), 8001, 1023);
+    const HeldBy stranger = TcpHeldBy(Program("b"), 8002, 4242);
+    EXPECT_EQ(WhyJson("8001/tcp")["held_by"][0]["user"], "http");
+    EXPECT_EQ(WhyJson("8002/tcp")["held_by"][0]["user"], "4242");
+}
+
+TEST_F(WhyCommand, KnowsTheUnitOfAProcess) {
+    WriteFile(kSystem + "a.sc", Section("a", "8080/tcp"));
+    const HeldBy held = TcpHeldBy(Program("worker"), 8080);
+    EXPECT_EQ(WhyJson("8080/tcp")["same_service"], false);
+    EXPECT_EQ(WhyJson("8080/tcp")["held_by"][0]["unit"], nullptr);
+    const std::string groups =
+        folder_.Write("cgroup", "2:cpu:/\n0::/system.slice/a.service/workers\n1:x:/b.service\n");
+    const std::string place = "/proc/" + std::to_string(held.Pid()) + "/cgroup";
+    ASSERT_EQ(mount(groups.c_str(), place.c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(WhyJson("8080/tcp")["held_by"][0]["unit"], "a");
+    EXPECT_EQ(WhyJson("8080/tcp")["same_service"], true);
+}
+
+TEST_F(WhyCommand, EscapesTheNamesOfPrograms) {
+    const std::pair<std::string, std::string> names[] = {
+        {"web server (old)", "web server (old)"},
+        {"two\nlines \x1b[31m", "two\\nlines \\x1b[31m"},
+        {"a\xFFz", "a\\xffz"},
+    };
+    for (const auto &[name, shown] : names) {
+        const HeldBy held = TcpHeldBy(Program(name), 8080);
+        const ProgramResult result = ServiceTool({"why", "8080/tcp"});
+        EXPECT_THAT(result.out, HasSubstr(Program(shown) + "\n8080/tcp is held by " + shown + ' ' +
+                                          held.PidText() + ", which"));
+    }
+    const HeldBy held = TcpHeldBy(Program("a\xFF\n\"z"), 8080);
+    EXPECT_EQ(WhyJson("8080/tcp")["held_by"][0]["program"], Program("a\\xff\n\"z"));
+    EXPECT_EQ(WhyJson("8080/tcp")["sentence"], "8080/tcp is held by a\\xff\n\"z " + held.PidText() +
+                                                   ", which no service file declares");
+}
+
+TEST_F(WhyCommand, CallsAProgramThatWasReplacedByItsName) {
+    WriteFile(kPackage + "a.sc", Section("web", "8080/tcp"));
+    const HeldBy held = TcpHeldBy(Program("web"), 8080);
+    std::filesystem::remove(Program("web"));
+    const json result = WhyJson("8080/tcp");
+    EXPECT_EQ(result["held_by"][0]["program"], Program("web") + " (deleted)");
+    EXPECT_EQ(result["held_by"][0]["process"], "web");
+    EXPECT_EQ(result["same_service"], true);
+}
+
+TEST_F(WhyCommand, ShowsTheFirstOfManyProcesses) {
+    const HeldSocket socket(AF_INET, SOCK_STREAM, 8080);
+    std::vector<std::unique_ptr<HoldingProgram>> workers;
+    for (int i = 0; i < 12; ++i) {
+        workers.push_back(std::make_unique<HoldingProgram>(Program("worker"), socket.Descriptor()));
+    }
+    const ProgramResult result = Why({"--no-legend", "8080/tcp"});
+    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 12);
+    EXPECT_THAT(result.out, HasSubstr("8080|tcp|socket|and 3 more|-|-|-|-\n8080/tcp is held by "));
+    EXPECT_THAT(result.out, HasSubstr(") and 10 more, which no service file declares\n"));
+    EXPECT_EQ(WhyJson("8080/tcp")["held_by"].size(), 13U);
+}
+
+// ---- What cannot be told
+
+TEST_F(WhyCommand, SaysThatAHolderIsUnknown) {
+    WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
+    WriteFile(kRules, Rule("1", "", "8082", "8082"));
+    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 0), 0);  // nobody's to look at without more rights
+    std::vector<std::unique_ptr<HeldSocket>> held;
+    for (const int port : {8080, 8081, 8082}) {
+        held.push_back(std::make_unique<HeldSocket>(AF_INET, SOCK_STREAM, port));
+    }
+    const std::string unknown = "who holds it cannot be told: it is the kernel or out of sight\n";
+    ExpectRun(WhyUnder(kWithoutRights, {"8080/tcp"}), 3,
+              "8080  tcp  socket  -  -  -  LISTEN  -\n8080/tcp is held, but by whom cannot be "
+              "told: it is the kernel or out of sight\n");
+    ProgramResult result = WhyUnder(kWithoutRights, {"8081/tcp"});
+    EXPECT_THAT(result.out, HasSubstr("8081/tcp is declared by 'a' in package/a.sc; " + unknown));
+    EXPECT_EQ(result.status, 1);
+    result = WhyUnder(kWithoutRights, {"8082/tcp"});
+    EXPECT_THAT(result.out, HasSubstr("8082/tcp is named by forwarding rule 1; " + unknown));
+    EXPECT_EQ(result.status, 1);
+    result = WhyUnder(kWithoutRights, {"8083/tcp"});
+    EXPECT_EQ(result.status, 0);
+    result = WhyUnder(kWithoutRights, {"--json", "8080/tcp"});
+    EXPECT_EQ(ResultOf(result), json::parse(R"({
+        "port": 8080, "protocol": "tcp", "verdict": "unknown",
+        "sentence": "8080/tcp is held, but by whom cannot be told: it is the kernel or out of sight",
+        "reserved": false, "declared_by": [], "forwarded_by": [],
+        "held_by": [{"pid": null, "program": null, "process": null, "user": null, "unit": null,
+                     "state": "LISTEN"}],
+        "same_service": null, "failed_sources": []})"));
+}
+
+TEST_F(WhyCommand, AdvisesToAskAsRoot) {
+    if (!CanRunAsOthers()) {
+        GTEST_SKIP() << "nobody is here but root";
+    }
+    const std::vector<std::string> as_nobody = {"setpriv", "--reuid=65534", "--"};
+    const HeldSocket held(AF_INET, SOCK_STREAM, 8080);
+    const ProgramResult result = WhyUnder(as_nobody, {"8080/tcp"});
+    EXPECT_THAT(result.out,
+                HasSubstr("8080/tcp is held, but by whom cannot be told: ask as root\n"));
+    EXPECT_EQ(result.status, 3);
+}
+
+TEST_F(WhyCommand, DoesNotTakeAnUnknownHolderForTheService) {
+    if (!CanRunAsOthers()) {
+        GTEST_SKIP() << "nobody is here but root";
+    }
+    WriteFile(kPackage + "a.sc", Section("a", "8080/udp"));
+    const HeldBy own(Program("a"), AF_INET6, SOCK_DGRAM, 8080, 1023);
+    const std::vector<std::string> as_http = {"setpriv", "--reuid=1023", "--"};
+    const std::vector<std::string> question = {"--json", "8080/udp"};
+    EXPECT_EQ(ResultOf(WhyUnder(as_http, question))["same_service"], true);
+    const HeldSocket unknown(AF_INET, SOCK_DGRAM, 8080);
+    const json result = ResultOf(WhyUnder(as_http, question));
+    EXPECT_EQ(result["held_by"][0]["pid"], nullptr);
+    EXPECT_EQ(result["held_by"][1]["pid"], own.Pid());
+    EXPECT_EQ(result["same_service"], nullptr);
+    EXPECT_EQ(result["sentence"], "8080/udp is taken: a " + own.PidText() +
+                                      " listens on it and 'a' in package/a.sc declares it; "
+                                      "somebody who cannot be looked at holds it, too");
+    std::filesystem::remove(kPackage + "a.sc");
+    EXPECT_EQ(
+        ResultOf(WhyUnder(as_http, question))["sentence"],
+        "8080/udp is held by a " + own.PidText() +
+            ", which no service file declares; somebody who cannot be looked at holds it, too");
+    const HeldSocket reserved(AF_INET, SOCK_STREAM, 412);
+    EXPECT_EQ(ResultOf(WhyUnder(as_http, {"--json", "412/tcp"}))["sentence"],
+              "412/tcp is taken: the system keeps it for itself; who holds it cannot be told: ask "
+              "as root");
+}
+
+TEST_F(WhyCommand, CannotTellWithoutTheTablesOfSockets) {
+    WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
+    const TemporaryFolder tables;
+    tables.Write("tcp", "header\n");
+    ExpectRun(WhyWithSocketTables(tables.Path(), {"8080/tcp"}), 3,
+              "8080/tcp: cannot tell (socket)\n",
+              "servicetool: error: who holds ports cannot be told: /proc/net/udp: no such file or "
+              "directory [unreadable]\n");
+    std::filesystem::create_directory(tables / "udp");
+    const ProgramResult result = WhyWithSocketTables(tables.Path(), {"8081/tcp"});
+    EXPECT_THAT(result.out, HasSubstr("8081/tcp is declared by 'a' in package/a.sc; whether "
+                                      "somebody holds it cannot be told\n"));
+    EXPECT_THAT(result.err, HasSubstr("/proc/net/udp: cannot be read [unreadable]\n"));
+    EXPECT_EQ(result.status, 1);
+}
+
+TEST_F(WhyCommand, NeedsNoTablesOfIpv6) {
+    const TemporaryFolder tables;
+    tables.Write("tcp", "header\n");
+    tables.Write("udp", "header\n");
+    ExpectRun(WhyWithSocketTables(tables.Path(), {"8080/tcp"}), 0,
+              "8080/tcp is free: nobody declares it and nobody listens\n");
+}
+
+TEST_F(WhyCommand, CannotTellWhatNobodySaysWhileASourceFails) {
+    WriteFile(kSettings, "WebDavPort=x\n");
+    const HeldBy held = TcpHeldBy(Program("nginx"), 8081);
+    const ProgramResult result = Why({"--no-legend", "8080/tcp"});
+    EXPECT_EQ(result.out, "8080/tcp: cannot tell (setting)\n");
+    EXPECT_THAT(result.err, HasSubstr("\"x\" is no port number for WebDavPort [bad-setting]\n"));
+    EXPECT_EQ(result.status, 3);
+    const ProgramResult taken = Why({"8081/tcp"});
+    EXPECT_THAT(taken.out, HasSubstr("8081/tcp is held by nginx " + held.PidText() +
+                                     "; whether a service declares it cannot be told\n"));
+    EXPECT_EQ(taken.status, 1);
+    const json document = WhyJson("8080/tcp");
+    EXPECT_EQ(document["verdict"], "unknown");
+    EXPECT_EQ(document["failed_sources"], json({"setting"}));
+}
+
+// ---- The command line
+
+TEST_F(WhyCommand, CountsTheWorstOfSeveralPortsAndAnswersEachOnce) {
+    WriteFile(kPackage + "a.sc", Section("a", "8080/udp"));
+    ExpectRun(Why({"--no-legend", "8081/tcp", "8080", "8080/udp"}), 1,
+              "8080|udp|service|a|-|-|-|package/a.sc\n"
+              "8081/tcp is free: nobody declares it and nobody listens\n"
+              "8080/tcp is free: nobody declares it and nobody listens\n"
+              "8080/udp is declared by 'a' in package/a.sc" +
+                  kNobodyListens);
+    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 0), 0);
+    const HeldSocket held(AF_INET, SOCK_STREAM, 8082);
+    EXPECT_EQ(WhyUnder(kWithoutRights, {"8082/tcp", "8080/udp"}).status, 3);
+}
+
+TEST_F(WhyCommand, PrintsJson) {
+    WriteFile(kPackage + "web.sc", Section("web", "8080/tcp"));
+    WriteFile(kRules, Rule("7", "", "8080", "1"));
+    const HeldBy held = TcpHeldBy(Program("webd"), 8080);
+    const ProgramResult result = ServiceTool({"why", "--json", "8080/tcp", "23/tcp"});
+    EXPECT_EQ(result.status, 1);
+    const json document = json::parse(result.out);
+    EXPECT_EQ(document["ok"], false);
+    json expected = json::parse(R"({
+        "port": 8080, "protocol": "tcp", "verdict": "taken", "reserved": false,
+        "declared_by": [{"source": "service", "name": "web", "file": ")" +
+                                kPackage + R"(web.sc", "entry": "web"}],
+        "forwarded_by": [{"source": "forward", "name": null, "file": ")" +
+                                kRules + R"(", "entry": "7"}],
+        "same_service": true, "failed_sources": []})");
+    expected["sentence"] = "8080/tcp is taken: webd " + held.PidText() +
+                           " listens on it, 'web' in package/web.sc declares it and forwarding "
+                           "rule 7 names it; that is the same service";
+    expected["held_by"] = {{{"pid", held.Pid()},
+                            {"program", Program("webd")},
+                            {"process", "webd"},
+                            {"user", "root"},
+                            {"unit", nullptr},
+                            {"state", "LISTEN"}}};
+    EXPECT_EQ(document["results"][0], expected);
+    EXPECT_EQ(document["results"][1]["declared_by"],
+              json::parse(R"([{"source": "service", "name": "telnet", "file": null,
+                               "entry": null}])"));
+}
+
+TEST_F(WhyCommand, HasAManualThatExplainsEveryKeyOfJson) {
+    const HeldBy held = TcpHeldBy(Program("a"), 23);
+    const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
+    const std::string result = WhyJson("23/tcp").dump();
+    const std::regex key("\"([a-z_]+)\":");
+    for (std::sregex_iterator match(result.begin(), result.end(), key), end; match != end;
+         ++match) {
+        EXPECT_TRUE(std::regex_search(page, std::regex("\n\\.It Cm [^\n]*\\b" + (*match)[1].str())))
+            << (*match)[1];
+    }
+}
+
+TEST_F(WhyCommand, RefusesWhatIsNotOnePort) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"0", "\"0\", column 1: no service can be reached at port 0 [usage]"},
+        {"65536/tcp", "\"65536/tcp\", column 1: port 65536 is above 65535 [usage]"},
+        {"80:90",
+         "\"80:90\", column 1: only one port can be asked for at a time [usage]\n    fix: "
+         "name ports one by one, or put the list to check\n"},
+        {"80,81/tcp", "\"80,81/tcp\", column 1: only one port can be asked for at a time"},
+        {"80/sctp", "\"80/sctp\", column 4: \"sctp\" is no protocol [usage]"},
+    };
+    for (const auto &[port, problem] : cases) {
+        const ProgramResult result = Why({"23/tcp", port});
+        EXPECT_EQ(result.out, "");
+        EXPECT_THAT(result.err, HasSubstr(problem));
+        EXPECT_EQ(result.status, 2);
+    }
+    EXPECT_EQ(Why({}).status, 2);
+    EXPECT_EQ(Why({"80:80/tcp"}).status, 0);
+}
+
+TEST_F(WhyCommand, ShowsTheLogOnRequest) {
+    const TemporaryFolder tables;
+    const std::string line = "Failed to access File: /proc/net/tcp (Not Exist)";
+    EXPECT_THAT(WhyWithSocketTables(tables.Path(), {"8080", "-v"}).err, HasSubstr(line));
+    EXPECT_THAT(WhyWithSocketTables(tables.Path(), {"8080"}).err, Not(HasSubstr(line)));
+}
+
+}  // namespace
+}  // namespace tavo::test

@@ -1,0 +1,52 @@
+// All claims to ports, by those who declare them and by the sockets that hold them now, and where
+// claims collide.
+#ifndef TAVO_SERVICETOOL_PORT_CLAIMS_H
+#define TAVO_SERVICETOOL_PORT_CLAIMS_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "port_holders.h"
+#include "port_ranges.h"
+#include "port_sources.h"
+#include "report.h"
+#include "socket_holders.h"
+
+namespace tavo {
+
+struct PortClaim {
+    PortRange range;
+    std::uint32_t protocol;            // TAVO_PROTO_TCP or TAVO_PROTO_UDP
+    std::string_view source;           // as of PortSource
+    PortHolder holder;                 // who declares it; of a socket, whose program has it
+    std::optional<HeldSocket> socket;  // none: the claim is declared
+};
+
+struct PortClaims {
+    std::vector<PortClaim> claims;                // by port, protocol and source
+    std::map<std::uint32_t, PortRanges> collide;  // sets of the ports in conflict, by protocol
+    std::map<std::uint32_t, PortRanges> unclear;  // those where it cannot be told who holds them
+    bool known = true;                            // false: there may be more; why was told
+};
+
+struct KindsOfClaim {
+    bool declared;
+    bool held;
+};
+
+// Reads the claims of these kinds. What goes wrong is told to `report`; its status is up to the
+// caller.
+PortClaims ReadPortClaims(KindsOfClaim kinds, Report &report);
+
+// Whether any of the claim's ports is in conflict.
+bool Collides(const PortClaim &claim, const PortClaims &all);
+
+// The claims to ports in conflict, each as far as that goes.
+std::vector<PortClaim> CollidingClaims(const PortClaims &all);
+
+}  // namespace tavo
+
+#endif
