@@ -25,7 +25,7 @@ void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
             continue;
         }
         times_[run.run_name.function_name + "/" + run.run_name.args].push_back(
-            run.GetAdjustedCPUTime());
+            run.run_name.time_type.empty() ? run.GetAdjustedCPUTime() : run.GetAdjustedRealTime());
         if (std::find(arguments_.begin(), arguments_.end(), run.run_name.args) ==
             arguments_.end()) {
             arguments_.push_back(run.run_name.args);

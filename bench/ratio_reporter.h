@@ -10,8 +10,8 @@
 
 namespace tavo::bench {
 
-// Benchmarks are named FAMILY/ARGUMENTS. For every ARGUMENTS the median processor time of `subject`
-// is divided by that of each peer.
+// Benchmarks are named FAMILY/ARGUMENTS. For every ARGUMENTS the median processor time of
+// `subject`, or the time that it measured itself, is divided by that of each peer.
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
     RatioReporter(std::string subject, std::vector<std::string> peers);

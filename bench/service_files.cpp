@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <utility>
+#include <tuple>
 
 #include "tavoserviceconf.h"
 
@@ -11,9 +11,13 @@ namespace tavo::bench {
 namespace {
 
 // With references for the user interface beside the texts.
-std::string Section(int file, int section) {
+std::string Section(int file, int section, PortLists ports) {
     const std::string name = "service-" + std::to_string(file) + "-" + std::to_string(section);
-    const std::string port = std::to_string(1024 + (file * 7 + section * 3) % 60000);
+    const int first = 1024 + (file * 7 + section * 3) % 60000;
+    const std::string port = std::to_string(first);
+    const std::string range = ports == PortLists::kWide
+                                  ? port + ":65000"
+                                  : std::to_string(first + 1) + ":" + std::to_string(first + 10);
     std::string text = "[" + name + "]\n";
     text += "title_key=\"tree:leaf_" + name + "\"\n";
     text += "title=\"Service " + name + "\"\n";
@@ -21,15 +25,15 @@ std::string Section(int file, int section) {
     text += "desc=\"What the service is for, in a line of ordinary length\"\n";
     text += "desc_extra=\"Whatever else an administrator should know of it\"\n";
     text += "port_forward=\"yes\"\n";
-    text += "dst.ports=\"" + port + "," + port + ":65000/tcp,udp\"\n\n";
+    text += "dst.ports=\"" + port + "," + range + "/tcp,udp\"\n\n";
     return text;
 }
 
 }  // namespace
 
-void WriteServiceFiles(int files, int sections) {
-    static std::pair<int, int> written;
-    if (written == std::pair(files, sections)) {
+void WriteServiceFiles(int files, int sections, PortLists ports) {
+    static std::tuple<int, int, PortLists> written;
+    if (written == std::tuple(files, sections, ports)) {
         return;
     }
     std::filesystem::remove_all(kServiceFolder);
@@ -37,10 +41,10 @@ void WriteServiceFiles(int files, int sections) {
     for (int file = 0; file < files; ++file) {
         std::ofstream out(std::string(kServiceFolder) + "/file-" + std::to_string(file) + ".sc");
         for (int section = 0; section < sections; ++section) {
-            out << Section(file, section);
+            out << Section(file, section, ports);
         }
     }
-    written = {files, sections};
+    written = {files, sections, ports};
 }
 
 void EnumerateServiceFiles(benchmark::State &state) {
