@@ -64,10 +64,10 @@ int OpenSocket(int number) {
     for (int number = first; number < last; ++number) {
         held += OpenSocket(number) >= 0 ? 1 : 0;
     }
-    if (write(report, &held, sizeof(held)) == sizeof(held)) {
-        for (;;) {
-            pause();
-        }
+    const bool told = write(report, &held, sizeof(held)) == sizeof(held);
+    close(report);  // the reader is not to wait for those who never told
+    while (told) {
+        pause();
     }
     _exit(1);
 }
@@ -248,13 +248,6 @@ void Lsof(benchmark::State &state) {
     Measure(state, [](int) { return RunSilently({"lsof", "-nP", "-i"}); });
 }
 
-void AllowManySockets() {
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 void RegisterAll() {
     static constexpr struct {
         const char *name;
@@ -277,7 +270,7 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    AllowManySockets();
+    tavo::bench::AllowManySockets();
     tavo::bench::RatioReporter reporter("Check", {"Fetch", "Floor", "Ss", "Lsof"});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

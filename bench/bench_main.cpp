@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -28,6 +29,13 @@ int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &r
     pfnRegister();
     benchmark::RunSpecifiedBenchmarks(&reporter);
     return 0;
+}
+
+void AllowManySockets() {
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace tavo::bench

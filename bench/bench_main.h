@@ -10,6 +10,9 @@ namespace tavo::bench {
 // or outside an appliance.
 int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &reporter);
 
+// Lets the program have as many descriptors open as it may.
+void AllowManySockets();
+
 }  // namespace tavo::bench
 
 #endif

@@ -10,7 +10,6 @@
 #include <linux/netlink.h>
 #include <linux/sock_diag.h>
 #include <netinet/in.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -147,13 +146,6 @@ void Floor(benchmark::State &state) {
     }
 }
 
-void AllowManySockets() {
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 void RegisterAll() {
     static constexpr struct {
         const char *name;
@@ -174,7 +166,7 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    AllowManySockets();
+    tavo::bench::AllowManySockets();
     tavo::bench::RatioReporter reporter("Library", {"Floor"});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

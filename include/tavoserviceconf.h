@@ -418,8 +418,8 @@ TAVO_API PTAVO_CONF_PORT_CONFLICT_RESULT TAVOConfPortConflictResultAlloc(void);
 /* Frees a record and its text. NULL is not accepted. */
 TAVO_API void TAVOConfPortConflictResultFree(PTAVO_CONF_PORT_CONFLICT_RESULT pResult);
 
-/* A copy with a text of its own; NULL when out of memory for the record. Out of memory for the text
- * leaves szService NULL. Sets no error. */
+/* A copy of pResult, which must not be NULL, with a text of its own; NULL when out of memory for
+ * the record. Out of memory for the text leaves szService NULL. Sets no error. */
 TAVO_API PTAVO_CONF_PORT_CONFLICT_RESULT
 TAVOConfPortConflictResultCopy(const TAVO_CONF_PORT_CONFLICT_RESULT *pResult);
 
@@ -437,9 +437,10 @@ TAVO_API TLIBCDList *TAVOConfPortConflictResultListCopy(const TLIBCDList *pList)
 /* For each port of pPortList, in decimal, and each protocol of uProtocol (flag word, 1 to 3), TCP
  * first, appends to pResultList a record for everyone who declares it, else one record with
  * blConflict 0. A port that is 0 or no number is logged and passed over; one above 65535 wraps (see
- * ToUPort). A service that declares both protocols counts for UDP only. Reads /etc/tavoinfo.conf
- * and what TAVOFwServiceEnum reads. Fails with 0xD00 for another protocol word or a NULL argument,
- * 0x200 out of memory; what was appended before a failure stays. */
+ * ToUPort). A service that declares both protocols counts for UDP only, and one that
+ * TAVOFwServiceEnum leaves out, since its ports are bad or cannot be told, declares nothing. Reads
+ * /etc/tavoinfo.conf and what TAVOFwServiceEnum reads. Fails with 0xD00 for another protocol word
+ * or a NULL argument, 0x200 out of memory; what was appended before a failure stays. */
 TAVO_API int TAVOConfPortConflictCheck(const TLIBCSzList *pPortList, uint16_t uProtocol,
                                        TLIBCDList *pResultList);
 
@@ -451,7 +452,7 @@ TAVO_API TLIBCDList *TAVOConfPortConflictResultListAllocAndCheck(const TLIBCSzLi
 /* Appends to pConflictPortList, in decimal and each once, the ports of pResultList that are
  * declared for a protocol of uProtocol, unless they are in it already. The list must be one that
  * does not move when it grows, as those of the core library's host build. Fails with 0xD00 for
- * NULL, 0x200 out of memory. */
+ * NULL, 0x200 out of memory; what was appended before a failure stays. */
 TAVO_API int TAVOConfListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
                                        TLIBCSzList *pConflictPortList);
 
@@ -461,7 +462,7 @@ TAVO_API int TAVOConfVerifyConflictPort(const TLIBCDList *pResultList, uint16_t 
                                         uint16_t uProtocol);
 
 /* 1 when a port of the list is declared for a protocol of uProtocol, else 0. Also 0 on every
- * failure: clear the error state before the call to tell the two apart. */
+ * failure, which this function cannot tell from a free port; TAVOConfPortConflictCheck can. */
 TAVO_API int TAVOConfIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol);
 
 /* The same for one port. */
@@ -493,8 +494,8 @@ TAVO_API PTAVO_RUNTIME_PORT_CONFLICT_RESULT TAVORuntimePortConflictResultAlloc(v
 /* Frees a record and its text. NULL is not accepted. */
 TAVO_API void TAVORuntimePortConflictResultFree(PTAVO_RUNTIME_PORT_CONFLICT_RESULT pResult);
 
-/* A copy with a text of its own; NULL when out of memory for the record. Out of memory for the text
- * leaves szProgram NULL. Sets no error. */
+/* A copy of pResult, which must not be NULL, with a text of its own; NULL when out of memory for
+ * the record. Out of memory for the text leaves szProgram NULL. Sets no error. */
 TAVO_API PTAVO_RUNTIME_PORT_CONFLICT_RESULT
 TAVORuntimePortConflictResultCopy(const TAVO_RUNTIME_PORT_CONFLICT_RESULT *pResult);
 
@@ -535,8 +536,10 @@ TAVO_API int TAVORuntimeListConflictPorts(const TLIBCDList *pResultList, uint16_
 TAVO_API int TAVORuntimeVerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort,
                                            uint16_t uProtocol);
 
-/* 1 when a port of the list is held for a protocol of uProtocol, else 0. Also 0 on every failure.
- * With 1 it writes the ports to standard error, one a line, behind a line "pConflictPortList:". */
+/* 1 when a port of the list is held for a protocol of uProtocol, else 0. Also 0 on every failure,
+ * which this function cannot tell from a free port; TAVORuntimePortConflictCheck, whose files it
+ * reads, can. With 1 it writes the ports to standard error, one a line, behind a line
+ * "pConflictPortList:". */
 TAVO_API int TAVORuntimeIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol);
 
 /* The same for one port. */
@@ -585,15 +588,17 @@ TAVO_API int TLIBServiceProtoStrGet(int nIndex, char *szBuf, int cbBuf);
 /* What the configuration check compares with: result lists in which every record has blConflict 1,
  * a record for each port and declaring service. NULL when out of memory; SysConfListFetch gives the
  * system's own five (keys syslogport and smsport of /etc/tavoinfo.conf, port 0 where they cannot be
- * read, and 5005 and 5006), PkgConfListFetch those of the firewall services, in their order,
- * ServiceConfListFetch the first and then the second. Free with TAVOConfPortConflictResultListFree.
+ * read, and 5005 and 5006), PkgConfListFetch those of the firewall services that TAVOFwServiceEnum
+ * lists, in their order, ServiceConfListFetch the first and then the second. Free with
+ * TAVOConfPortConflictResultListFree.
  */
 TAVO_API TLIBCDList *SysConfListFetch(void);
 TAVO_API TLIBCDList *PkgConfListFetch(void);
 TAVO_API TLIBCDList *ServiceConfListFetch(void);
 
-/* Appends to pFilteredResultList a copy of every record of pSourceResultList with exactly this port
- * and protocol: how many there are; -1 for NULL (0xD00) or no memory (0x200). */
+/* Appends to pFilteredResultList, which must be another list, a copy of every record of
+ * pSourceResultList with exactly this port and protocol: how many there are; -1 for NULL (0xD00) or
+ * no memory (0x200), what was appended before then staying. */
 TAVO_API int ConfResultListFilter(const TLIBCDList *pSourceResultList, uint16_t uPort,
                                   uint16_t uProtocol, TLIBCDList *pFilteredResultList);
 
@@ -617,7 +622,7 @@ TAVO_API RawSocketInfo *RawSocketInfoAlloc(void);
 /* Frees a record; NULL is accepted. */
 TAVO_API void RawSocketInfoFree(RawSocketInfo *pInfo);
 
-/* A copy; NULL when out of memory. */
+/* A copy of pInfo, which must not be NULL; NULL when out of memory. Sets no error. */
 TAVO_API RawSocketInfo *RawSocketInfoCopy(const RawSocketInfo *pInfo);
 
 /* 1 when an equal record is in the list, else 0; 0 for NULL (0xD00). Walks the list. */
@@ -641,11 +646,13 @@ TAVO_API TLIBCSzList *FetchPidList(void);
 
 /* Enters the sockets that a process holds into a table: the key is the socket's inode, the value
  * the processes that hold it, each with a comma behind, the one entered last in front; one that
- * holds it twice is there twice. A process that cannot be looked at enters nothing. */
+ * holds it twice is there twice. szPid is the process's number in decimal, as FetchPidList gives
+ * it. A process that cannot be looked at enters nothing. Reads /proc/PID/fd. Sets 0xD00 for NULL,
+ * 0x200 when out of memory; what was entered before stays. */
 TAVO_API void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid);
 
 /* A new table of the sockets that the processes of FetchPidList hold; NULL when out of memory
- * (0x200). Free with TLIBCSzHashFree. */
+ * (0x200), also when that concerns a single process or socket only. Free with TLIBCSzHashFree. */
 TAVO_API TLIBCSzHash *InodeToPidsTableFetch(void);
 
 /* A new list of the processes that such a table names for an inode, empty when there are none; NULL
@@ -661,9 +668,10 @@ TAVO_API char *ProgramCommandFetch(uint32_t uPid);
 TAVO_API int ContainRuntimeResult(const TLIBCDList *pResultList,
                                   const TAVO_RUNTIME_PORT_CONFLICT_RESULT *pResult);
 
-/* What the runtime check compares with: a new result list of every port, process and state, in the
- * order of RawSocketInfoListFetch; NULL on failure. Free with
- * TAVORuntimePortConflictResultListFree. */
+/* What the runtime check compares with: a new result list with a record for every port, process and
+ * state, all with blConflict 1, in the order of RawSocketInfoListFetch. NULL on failure: 0x700 for
+ * a missing table of sockets, 0x900 for one that cannot be read, 0x200 out of memory. Reads what
+ * TAVORuntimePortConflictCheck reads. Free with TAVORuntimePortConflictResultListFree. */
 TAVO_API TLIBCDList *RuntimeServiceListFetch(void);
 
 /* As ConfResultListFilter and ConfNotConflictResultAppend, of the runtime check. */

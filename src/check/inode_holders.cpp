@@ -11,14 +11,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "check/key_set.h"
 #include "support/failure.h"
 
 namespace tavo {
 namespace {
 
-constexpr std::size_t kPathSize = 1024;
-constexpr std::size_t kLinkSize = 1024;
+constexpr std::size_t kFolderPathSize = 1024;
 
 using Folder = std::unique_ptr<DIR, FreeWith<closedir>>;
 
@@ -51,13 +49,13 @@ bool ReadLink(int nFolder, const char *szName, char (&szTarget)[kLinkSize]) {
 }  // namespace
 
 bool InodeHolders::AddProcess(const char *szPid) {
-    char szPath[kPathSize];
+    char szPath[kFolderPathSize];
     const int nLength = std::snprintf(szPath, sizeof(szPath), "/proc/%s/fd", szPid);
     if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szPath)) {
         return true;
     }
     const int nFolder = open(szPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    return nFolder < 0 || AddDescriptors(nFolder, szPid);
+    return nFolder < 0 ? errno != ENOMEM : AddDescriptors(nFolder, szPid);
 }
 
 bool InodeHolders::AddDescriptors(int nFolder, const char *szPid) {
@@ -79,57 +77,33 @@ bool InodeHolders::AddDescriptors(int nFolder, const char *szPid) {
     return true;
 }
 
-// The slot of the inode, or the free one where it belongs.
-std::size_t *InodeHolders::SlotOf(uint64_t ulInode) const {
-    for (std::size_t at = Spread(ulInode);; ++at) {
-        std::size_t &nSlot = slots_.get()[at & (nSlots_ - 1)];
-        if (nSlot == 0 || inodes_[nSlot - 1].ulInode == ulInode) {
-            return &nSlot;
-        }
-    }
-}
-
-bool InodeHolders::GrowIndex() {
-    const std::size_t nLarger = nSlots_ == 0 ? 64 : 2 * nSlots_;
-    auto *pLarger = static_cast<std::size_t *>(std::calloc(nLarger, sizeof(std::size_t)));
-    if (pLarger == nullptr) {
-        return false;
-    }
-    slots_.reset(pLarger);
-    nSlots_ = nLarger;
-    for (std::size_t i = 0; i < inodes_.Count(); ++i) {
-        *SlotOf(inodes_[i].ulInode) = i + 1;
-    }
-    return true;
-}
-
 bool InodeHolders::Add(uint64_t ulInode, const char *szPid) {
-    if (2 * (inodes_.Count() + 1) > nSlots_ && !GrowIndex()) {
+    std::size_t nPlace = 0;
+    const KeySet::Result added = numbers_.Add(ulInode, 0, &nPlace);
+    if (added == KeySet::Result::kNoMemory) {
         return false;
     }
-    std::size_t *pSlot = SlotOf(ulInode);
-    const bool known = *pSlot != 0;
+    const bool known = added == KeySet::Result::kKnown;
     // The holder first: an inode that nobody holds is never entered.
-    if (!holders_.Append({szPid, known ? inodes_[*pSlot - 1].nLastHolder : kNone}) ||
+    if (!holders_.Append({szPid, known ? inodes_[nPlace].nLastHolder : kNone}) ||
         (!known && !inodes_.Append({ulInode, kNone, 0}))) {
         return false;
     }
-    if (!known) {
-        *pSlot = inodes_.Count();
-    }
-    Inode &inode = inodes_[*pSlot - 1];
+    Inode &inode = inodes_[nPlace];
     inode.nLastHolder = holders_.Count() - 1;
     inode.nTextLength += std::strlen(szPid) + 1;
     return true;
 }
 
-void InodeHolders::StoreIn(TLIBCSzHash *pInodeToPidsTable) const {
+bool InodeHolders::StoreIn(TLIBCSzHash *pInodeToPidsTable) const {
+    bool stored = true;
     for (const Inode &inode : inodes_) {
-        Store(inode, pInodeToPidsTable);
+        stored = Store(inode, pInodeToPidsTable) && stored;
     }
+    return stored;
 }
 
-void InodeHolders::Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const {
+bool InodeHolders::Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const {
     const InodeKey key(inode.ulInode);
     const char *szStored = TLIBCSzHashGetValue(pInodeToPidsTable, key.Get());
     const char *szKnown = szStored == nullptr ? "" : szStored;
@@ -142,10 +116,12 @@ void InodeHolders::Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) con
         }
         std::memcpy(szEnd, szKnown, nKnownSize);
     }
-    if (!value || TLIBCSzHashSetValue(pInodeToPidsTable, key.Get(), value.get()) != 0) {
-        TAVO_FAIL(kErrorNoMemory, "Failed to update (%s, %s) inode-to-pids table.", key.Get(),
-                  value ? value.get() : "");
+    if (value && TLIBCSzHashSetValue(pInodeToPidsTable, key.Get(), value.get()) == 0) {
+        return true;
     }
+    TAVO_FAIL(kErrorNoMemory, "Failed to update (%s, %s) inode-to-pids table.", key.Get(),
+              value ? value.get() : "");
+    return false;
 }
 
 }  // namespace tavo

@@ -6,10 +6,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "check/key_set.h"
 #include "support/growing_array.h"
 #include "support/owners.h"
 
 namespace tavo {
+
+// Room for the target of a link; what is longer is cut.
+constexpr std::size_t kLinkSize = 1024;
 
 // An inode as the key of the table of holders, in decimal.
 class InodeKey {
@@ -28,12 +32,12 @@ class InodeHolders {
   public:
     // Enters the sockets that the process holds; its number, a text of the caller's, must outlive
     // this object. A process that cannot be looked at has none: it may be gone, or somebody else's.
-    // False when out of memory.
+    // False when out of memory, and then only StoreIn may still be called.
     bool AddProcess(const char *szPid);
 
     // Puts the collected processes in front of what the table names already. An inode whose value
-    // cannot be stored is logged and left as it was.
-    void StoreIn(TLIBCSzHash *pInodeToPidsTable) const;
+    // cannot be stored is logged and left as it was, and false is the answer.
+    bool StoreIn(TLIBCSzHash *pInodeToPidsTable) const;
 
   private:
     static constexpr std::size_t kNone = SIZE_MAX;
@@ -50,14 +54,11 @@ class InodeHolders {
 
     bool AddDescriptors(int nFolder, const char *szPid);
     bool Add(uint64_t ulInode, const char *szPid);
-    std::size_t *SlotOf(uint64_t ulInode) const;
-    bool GrowIndex();
-    void Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
+    bool Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
 
+    KeySet numbers_;              // gives each inode its place in inodes_
     GrowingArray<Inode> inodes_;  // in the order in which they were met
     GrowingArray<Holder> holders_;
-    std::unique_ptr<std::size_t, FreeWith<std::free>> slots_;  // a place in inodes_ plus one, or 0
-    std::size_t nSlots_ = 0;                                   // a power of two
 };
 
 }  // namespace tavo

@@ -24,24 +24,27 @@ class KeySet {
   public:
     enum class Result { kAdded, kKnown, kNoMemory };
 
-    Result Add(uint64_t nFirst, uint64_t nSecond) {
+    // `pnNumber` is set to how many keys were added before this one, unless it is null.
+    Result Add(uint64_t nFirst, uint64_t nSecond, std::size_t *pnNumber = nullptr) {
         if (2 * (nCount_ + 1) > nSlots_ && !Grow()) {
             return Result::kNoMemory;
         }
         Slot &slot = Find(slots_.get(), nSlots_, nFirst, nSecond);
-        if (slot.used) {
-            return Result::kKnown;
+        const bool known = slot.nPlace != 0;
+        if (!known) {
+            slot = {nFirst, nSecond, ++nCount_};
         }
-        slot = {nFirst, nSecond, true};
-        ++nCount_;
-        return Result::kAdded;
+        if (pnNumber != nullptr) {
+            *pnNumber = slot.nPlace - 1;
+        }
+        return known ? Result::kKnown : Result::kAdded;
     }
 
   private:
     struct Slot {
         uint64_t nFirst;
         uint64_t nSecond;
-        bool used;
+        std::size_t nPlace;  // 1 for the key that was added first; 0 in a free slot
     };
     using Slots = std::unique_ptr<Slot, FreeWith<std::free>>;
 
@@ -49,7 +52,7 @@ class KeySet {
         std::size_t at = Spread(nFirst ^ Spread(nSecond));
         for (;; ++at) {
             Slot &slot = pSlots[at & (nSlots - 1)];
-            if (!slot.used || (slot.nFirst == nFirst && slot.nSecond == nSecond)) {
+            if (slot.nPlace == 0 || (slot.nFirst == nFirst && slot.nSecond == nSecond)) {
                 return slot;
             }
         }
@@ -63,7 +66,7 @@ class KeySet {
         }
         for (std::size_t i = 0; i < nSlots_; ++i) {
             const Slot &slot = slots_.get()[i];
-            if (slot.used) {
+            if (slot.nPlace != 0) {
                 Find(larger.get(), nLarger, slot.nFirst, slot.nSecond) = slot;
             }
         }

@@ -204,18 +204,10 @@ int IsAnyInConflict(const TLIBCSzList *pPortList, uint16_t uProtocol) {
     return 1;
 }
 
-// Whether the port could be added to the list.
-inline bool PushPort(OwnedNames &ports, uint16_t uPort) {
-    TLIBCSzList *pPorts = ports.release();
-    const bool pushed = TLIBCSzListPush(&pPorts, PortText(uPort).Get()) >= 0;
-    ports.reset(pPorts);
-    return pushed;
-}
-
 template <typename Check>
 int IsOneInConflict(uint16_t uPort, uint16_t uProtocol) {
     OwnedNames ports(TLIBCSzListAlloc(kPortListCapacity));
-    if (!ports || !PushPort(ports, uPort)) {
+    if (!ports || !Push(ports, PortText(uPort).Get())) {
         TAVO_FAIL_ALLOC(kCollectionName);
         return 0;
     }
@@ -246,7 +238,7 @@ int IsRangeInConflict(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
         WaitForever();
     }
     for (uint16_t uPort = uFirst; uPort <= uLast; ++uPort) {
-        if (!PushPort(ports, uPort)) {
+        if (!Push(ports, PortText(uPort).Get())) {
             TAVO_FAIL_ALLOC(kCollectionName);
             return 0;
         }

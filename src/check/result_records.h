@@ -86,7 +86,7 @@ using TemplateRecord = std::unique_ptr<typename Kind::Record, FreeWithoutText<Ki
 
 template <typename Kind>
 typename Kind::Record *AllocRecord() {
-    return static_cast<typename Kind::Record *>(std::calloc(1, sizeof(typename Kind::Record)));
+    return NewRecord<OwnedResult<Kind>>().release();
 }
 
 template <typename Kind>
@@ -161,11 +161,6 @@ int Filter(const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol, TLIBCD
     }
     return nMatches;
 }
-
-// Reports that memory ran out for what the text names.
-#define TAVO_FAIL_ALLOC(szWhat)              \
-    (TAVO_SET_ERROR(::tavo::kErrorNoMemory), \
-     TAVO_LOG("Failed to alloc %s, Out of memory.[0x%04X]", (szWhat), ::TLIBCErrGet()))
 
 // Appends a record that says that nobody has the port.
 template <typename Kind>

@@ -15,6 +15,7 @@ namespace tavo {
 constexpr unsigned int kErrorBadParameter = 0xD00;
 constexpr unsigned int kErrorNoMemory = 0x200;
 constexpr unsigned int kErrorNoFile = 0x700;
+constexpr unsigned int kErrorCannotOpen = 0x900;
 constexpr unsigned int kErrorBufferTooSmall = 0xBF00;
 constexpr unsigned int kErrorAlreadyInstalled = 0xC000;
 constexpr unsigned int kErrorListDirectory = 0x2A00;
@@ -51,5 +52,10 @@ constexpr int Failed() {
 // Reports that a record for a service could not be allocated.
 #define TAVO_FAIL_NO_MEMORY() \
     TAVO_FAIL_STATE(::tavo::kErrorNoMemory, "Failed to allocate for service, tavoerr=")
+
+// Reports that memory ran out for what the text names.
+#define TAVO_FAIL_ALLOC(szWhat)              \
+    (TAVO_SET_ERROR(::tavo::kErrorNoMemory), \
+     TAVO_LOG("Failed to alloc %s, Out of memory.[0x%04X]", (szWhat), ::TLIBCErrGet()))
 
 #endif

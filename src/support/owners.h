@@ -21,6 +21,7 @@ struct FreeWith {
 
 using OwnedText = std::unique_ptr<char, FreeWith<std::free>>;
 using OwnedNames = std::unique_ptr<TLIBCSzList, FreeWith<TLIBCSzListFree>>;
+using OwnedList = std::unique_ptr<TLIBCDList, FreeWith<TLIBCDListFree>>;
 using OwnedTable = std::unique_ptr<TLIBCSzHash, FreeWith<TLIBCSzHashFree>>;
 using OwnedPorts = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreeWith<TAVOServiceConfPortsFree>>;
 using OwnedSection =
@@ -39,6 +40,14 @@ template <typename Owner>
 Owner NewRecord() {
     using Record = typename Owner::element_type;
     return Owner(static_cast<Record *>(std::calloc(1, sizeof(Record))));
+}
+
+// Pushes a text to a list, which may move. False when it could not be.
+inline bool Push(OwnedNames &names, const char *szName) {
+    TLIBCSzList *pNames = names.release();
+    const bool pushed = TLIBCSzListPush(&pNames, szName) >= 0;
+    names.reset(pNames);
+    return pushed;
 }
 
 // Puts a record in front of a caller's list.

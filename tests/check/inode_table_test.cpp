@@ -1,6 +1,10 @@
 // Which processes there are and which sockets they hold, over a /proc of the test's own: whatever
 // a kernel could say there.
+#include <cstring>
+#include <set>
+
 #include "failing_allocation.h"
+#include "opening.h"
 #include "runtime_test.h"
 
 namespace tavo::test {
@@ -221,17 +225,79 @@ TEST_F(InodeTable, KeepsWhatItHadWhenMemoryRunsOut) {
     EXPECT_THAT(messages, Contains("Failed to update (1, 77,6,) inode-to-pids table."));
 }
 
-TEST_F(InodeTable, IsNullWhenMemoryRunsOut) {
+constexpr char kNoPids[] = "Failed to alloc pslPidList, Out of memory.[0x0200]";
+constexpr char kNoTable[] = "Failed to alloc pInodeToPidsTable, Out of memory.[0x0200]";
+
+TEST_F(InodeTable, IsCompleteOrNullWhenMemoryRunsOut) {
+    StagedProc::AddProcess("77", {"socket:[1]", "socket:[2]"});
+    StagedProc::AddProcess("9", {"socket:[1]", "socket:[3]"});
+    std::set<std::vector<std::string>> reports;
+    WithoutMemory([] { return InodeToPidsTableFetch(); },
+                  [&](TLIBCSzHash *pTable) {
+                      const OwnedHash table = Own(pTable);
+                      if (table == nullptr) {
+                          reports.insert(Messages());
+                          return false;
+                      }
+                      EXPECT_THAT(Entries(table.get()), ElementsAre("1=9,77,", "2=77,", "3=9,"));
+                      return true;
+                  });
+    const auto lost_pid = testing::MatchesRegex("Failed to TLIBCSzListPush 0x[0-9a-f]+ 9");
+    EXPECT_THAT(reports, Contains(ElementsAre(kNoTable)));
+    EXPECT_THAT(reports, Contains(ElementsAre(kNoPids, kNoPids))) << "of the list and of the table";
+    EXPECT_THAT(reports, Contains(ElementsAre(lost_pid, kNoTable)));
+    for (const char *lost_value : {"Failed to update (1, 9,77,) inode-to-pids table.",
+                                   "Failed to update (1, ) inode-to-pids table.",
+                                   "Failed to update (3, 9,) inode-to-pids table."}) {
+        EXPECT_THAT(reports, Contains(ElementsAre(lost_value, kNoTable)));
+    }
+}
+
+TEST_F(InodeTable, IsNullWhereAFolderCannotBeOpenedForLackOfMemory) {
     StagedProc::AddProcess("77", {"socket:[1]"});
-    const auto messages = WithoutMemory([] { return InodeToPidsTableFetch(); },
-                                        [](TLIBCSzHash *pTable) {
-                                            const std::vector<std::string> entries =
-                                                Entries(Own(pTable).get());
-                                            EXPECT_THAT(entries, IsSubsetOf({"1=77,"}));
-                                            return entries.size() == 1;
-                                        });
-    EXPECT_THAT(messages, Contains("Failed to alloc pInodeToPidsTable, Out of memory.[0x0200]"));
-    EXPECT_THAT(messages, Contains("Failed to alloc pslPidList, Out of memory.[0x0200]"));
+    StagedProc::AddProcess("9", {"socket:[1]"});
+    for (const char *folder : {"/proc/77/fd", "/proc/9/fd"}) {
+        TLIBCErrSetEx(0, nullptr, 0);
+        log_.Clear();
+        const RefusedOpen refused(folder, ENOMEM);
+        EXPECT_EQ(Own(InodeToPidsTableFetch()), nullptr);
+        EXPECT_EQ(TLIBCErrGet(), 0x200u);
+        EXPECT_THAT(Messages(), ElementsAre(kNoTable));
+        EXPECT_EQ(Elements(RuntimeServiceListFetch()), nullptr);
+    }
+}
+
+TEST_F(InodeTable, LacksProcessesWhoseFolderIsRefusedForAnotherReason) {
+    StagedProc::AddProcess("77", {"socket:[1]"});
+    StagedProc::AddProcess("9", {"socket:[1]"});
+    for (const int error : {EACCES, ENOENT, ESRCH, EPERM, EMFILE, EINTR}) {
+        const RefusedOpen refused("/proc/77/fd", error);
+        EXPECT_THAT(Table(), ElementsAre("1=9,")) << strerror(error);
+    }
+    EXPECT_THAT(Messages(), IsEmpty());
+    EXPECT_EQ(ErrorState(), "0x0 ");
+}
+
+TEST_F(InodeTable, TakesNothingFromAFolderThatMemoryDoesNotOpen) {
+    StagedProc::AddProcess("5", {"socket:[1]"});
+    const RefusedOpen refused("/proc/5/fd", ENOMEM);
+    TLIBCSzHashSetValue(table_.get(), "1", "6,");
+    Fetch("5");
+    EXPECT_EQ(TLIBCErrGet(), 0x200u);
+    EXPECT_THAT(Messages(), ElementsAre(kNoTable));
+    EXPECT_THAT(Entered(), ElementsAre("1=6,"));
+}
+
+// Another thread may start a program at any moment, which is not to inherit a folder.
+TEST_F(InodeTable, IsReadThroughDescriptorsThatCloseOnExec) {
+    StagedProc::AddProcess("5", {"socket:[1]"});
+    const std::vector<int> before = InheritedDescriptors();
+    std::vector<std::vector<int>> meanwhile;
+    {
+        const BehindOpening look([&] { meanwhile.push_back(InheritedDescriptors()); });
+        EXPECT_THAT(Table(), SizeIs(1));
+    }
+    EXPECT_THAT(meanwhile, ElementsAre(before));
 }
 
 class PidsOfInode : public InodeTable {

@@ -84,9 +84,10 @@ TEST_F(ConfCheck, OfNoPortFindsNothing) {
     EXPECT_THAT(Check({}, TAVO_PROTO_BOTH), IsEmpty());
 }
 
-TEST_F(ConfCheck, OfPortZeroOfTheSettingsFindsNothing) {
+TEST_F(ConfCheck, TakesPortZeroOfTheSettingsForNoOther) {
     Settings("");
-    EXPECT_THAT(Check({"0"}, TAVO_PROTO_BOTH), IsEmpty());
+    EXPECT_THAT(Check({"0", "65535", "1"}, TAVO_PROTO_BOTH),
+                ElementsAre("65535 tcp free", "65535 udp free", "1 tcp free", "1 udp free"));
 }
 
 TEST_F(ConfCheck, TakesProtocols1To3) {

@@ -11,6 +11,7 @@
 #include <map>
 #include <random>
 
+#include "plain_sockets.h"
 #include "runtime_test.h"
 #include "temporary_folder.h"
 
@@ -63,37 +64,11 @@ PlainTable ReadTablePlainly() {
     return table;
 }
 
-// Adds what is not there yet, by comparing it with all that is.
-template <typename T>
-void AddNew(std::vector<T> &items, const T &item) {
-    if (std::find(items.begin(), items.end(), item) == items.end()) {
-        items.push_back(item);
-    }
-}
-
-struct PlainSocket {
-    uint16_t port;
-    unsigned state;
-    unsigned long inode;
-    uint16_t protocol;
-
-    bool operator==(const PlainSocket &) const = default;
-};
-
-std::vector<PlainSocket> ReadSocketsPlainly() {
-    std::vector<PlainSocket> sockets;
+std::vector<RawSocketInfo> ReadSocketsPlainly() {
+    std::vector<RawSocketInfo> sockets;
     for (const std::string name : {"tcp", "tcp6", "udp", "udp6"}) {
         std::ifstream table("/proc/net/" + name);
-        for (std::string line; std::getline(table, line);) {
-            PlainSocket socket = {};
-            socket.protocol = name[0] == 't' ? 1 : 2;
-            if (sscanf(line.c_str(),
-                       "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X %*X:%*X %*X %*d "
-                       "%*d %lu ",
-                       &socket.port, &socket.state, &socket.inode) > 2) {
-                AddNew(sockets, socket);
-            }
-        }
+        AddSocketsPlainly(table, name[0] == 't' ? TAVO_PROTO_TCP : TAVO_PROTO_UDP, sockets);
     }
     return sockets;
 }
@@ -102,13 +77,17 @@ std::vector<PlainSocket> ReadSocketsPlainly() {
 std::vector<std::string> ReadHeldPlainly() {
     PlainTable table = ReadTablePlainly();
     std::vector<std::string> held;
-    for (const PlainSocket &socket : ReadSocketsPlainly()) {
-        std::string pids = table[std::to_string(socket.inode)];
+    for (const RawSocketInfo &socket : ReadSocketsPlainly()) {
+        std::string pids = table[std::to_string(socket.ulInode)];
         for (std::size_t end; (end = pids.find(',')) != std::string::npos; pids.erase(0, end + 1)) {
             const std::string pid = pids.substr(0, end);
             const std::string program = LinkTarget("/proc/" + pid + "/exe");
-            AddNew(held, PortAndProtocol(socket.port, socket.protocol) + " " + pid + " in state " +
-                             std::to_string(socket.state) + (program.empty() ? "" : " " + program));
+            const std::string text = PortAndProtocol(socket.uPort, socket.uProtocol) + " " + pid +
+                                     " in state " + std::to_string(socket.uState) +
+                                     (program.empty() ? "" : " " + program);
+            if (std::find(held.begin(), held.end(), text) == held.end()) {
+                held.push_back(text);
+            }
         }
     }
     return held;
@@ -144,21 +123,16 @@ class LiveTest : public RuntimeTest {
     void ExpectAsReadPlainly() {
         const Elements sockets(RawSocketInfoListFetch(TAVO_PROTO_BOTH));
         std::vector<std::string> plain;
-        for (const PlainSocket &socket : ReadSocketsPlainly()) {
-            plain.push_back(Describe(RawSocketInfo{.uPort = socket.port,
-                                                   .uState = socket.state,
-                                                   .ulInode = socket.inode,
-                                                   .uProtocol = socket.protocol}));
+        for (const RawSocketInfo &socket : ReadSocketsPlainly()) {
+            plain.push_back(Describe(socket));
         }
         EXPECT_EQ(Sockets(sockets.get()), plain);
-        std::vector<std::string> entries = Entries(Own(InodeToPidsTableFetch()).get());
         std::vector<std::string> expected;
         for (const auto &[key, value] : ReadTablePlainly()) {
             expected.push_back(key + "=" + value);
         }
-        std::sort(entries.begin(), entries.end());
         std::sort(expected.begin(), expected.end());
-        EXPECT_EQ(entries, expected);
+        EXPECT_EQ(Entries(Own(InodeToPidsTableFetch()).get()), expected);
         EXPECT_EQ(Held(), ReadHeldPlainly());
         EXPECT_THAT(Messages(), IsEmpty());
     }
@@ -316,8 +290,10 @@ TEST_F(LiveProcesses, AreNamedAsTheirLinkReads) {
 TEST_F(LiveProcesses, MayComeAndGoDuringALook) {
     const HeldSocket listener(AF_INET, SOCK_STREAM, 7000);
     const std::string mine = "tcp " + Holder(self_, "10");
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t breeder = fork();
     if (breeder == 0) {
+        close(listener.Descriptor());
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         for (;;) {
             const pid_t child = fork();
@@ -336,7 +312,10 @@ TEST_F(LiveProcesses, MayComeAndGoDuringALook) {
         }
     }
     kill(breeder, SIGKILL);
-    waitpid(breeder, nullptr, 0);
+    while (wait(nullptr) > 0) {
+        // The breeder, and its last child, which holds a socket until then.
+    }
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
     EXPECT_THAT(Messages(), IsEmpty());
     EXPECT_EQ(ErrorState(), "0x0 ");
 }

@@ -2,11 +2,11 @@
 // reading makes of it, so that is the judge here.
 #include <sys/stat.h>
 
-#include <cstdio>
 #include <random>
 
 #include "check/socket_line.h"
 #include "failing_allocation.h"
+#include "plain_sockets.h"
 #include "runtime_test.h"
 #include "temporary_folder.h"
 
@@ -26,11 +26,7 @@ std::string Fast(const std::string &line) {
 
 std::string Scanned(const std::string &line) {
     RawSocketInfo info = {.uPort = 0, .uState = 0, .ulInode = 0, .uProtocol = TAVO_PROTO_TCP};
-    const int fields = std::sscanf(line.c_str(),
-                                   "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X "
-                                   "%*X:%*X %*X %*d %*d %lu ",
-                                   &info.uPort, &info.uState, &info.ulInode);
-    return fields > 2 ? Describe(info) : kNothing;
+    return ReadSocketPlainly(line, info) ? Describe(info) : kNothing;
 }
 
 const std::string kListener =
@@ -278,6 +274,17 @@ TEST_F(SocketTable, TellsSocketsApartByPortStateInodeAndProtocol) {
     EXPECT_THAT(Parse(SocketLine(80, 10, 1), TAVO_PROTO_UDP), SizeIs(5));
 }
 
+TEST_F(SocketTable, TellsSocketsApartByAnySingleBit) {
+    std::string lines = SocketLine(80, 10, 1);
+    for (unsigned bit = 0; bit < 32; ++bit) {
+        lines += SocketLine(80, 10 ^ (1U << bit), 1);
+        lines += SocketLine(80, 10, 1 ^ (1UL << bit)) + SocketLine(80, 10, 1 ^ (1UL << (32 + bit)));
+        lines += bit < 16 ? SocketLine(80 ^ (1U << bit), 10, 1) : "";
+    }
+    EXPECT_THAT(Parse(lines), SizeIs(1 + 3 * 32 + 16));
+    EXPECT_THAT(Parse(lines, TAVO_PROTO_UDP), SizeIs(2 * (1 + 3 * 32 + 16)));
+}
+
 TEST_F(SocketTable, ListsNothingThatIsInTheListAlready) {
     Add({.uPort = 80, .uState = 10, .ulInode = 1, .uProtocol = 1});
     Add({.uPort = 80, .uState = 10, .ulInode = 1, .uProtocol = 1});
@@ -298,9 +305,9 @@ TEST_F(SocketTable, MayBeLarge) {
 TEST_F(SocketTable, MustExist) {
     Add({.uPort = 80, .uState = 10, .ulInode = 1, .uProtocol = 1});
     EXPECT_EQ(ParseFile("/absent/tcp6"), -1);
-    EXPECT_EQ(ErrorState(), "0x700 port_conflict_runtime_helper.cpp");
+    EXPECT_EQ(ErrorState(), "0x700 socket_table.cpp");
     EXPECT_EQ(ParseToRawSocketInfo(nullptr, TAVO_PROTO_TCP, list_.get()), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_runtime_helper.cpp");
+    EXPECT_EQ(ErrorState(), "0xD00 socket_table.cpp");
     EXPECT_THAT(Messages(), ElementsAre("Failed to access File: /absent/tcp6 (Not Exist)",
                                         "Failed to access File: (null) (Not Exist)"));
     EXPECT_THAT(Sockets(list_.get()), ElementsAre("80 tcp state 10 inode 1"));
@@ -322,7 +329,7 @@ TEST_F(SocketTable, MustOpen) {
 TEST_F(SocketTable, NeedsAList) {
     const std::string path = folder_.Write("table", SocketLine(80, 10, 1));
     EXPECT_EQ(ParseToRawSocketInfo(path.c_str(), TAVO_PROTO_TCP, nullptr), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_runtime_helper.cpp");
+    EXPECT_EQ(ErrorState(), "0xD00 socket_table.cpp");
     EXPECT_THAT(Messages(), ElementsAre("pRawSocketInfoList is undefined"));
 }
 
@@ -409,10 +416,10 @@ TEST_F(RawSocket, IsFoundByPortStateProtocolAndInode) {
 
 TEST_F(RawSocket, IsNotFoundInOrAsNothing) {
     EXPECT_EQ(ContainRawSocketInfo(nullptr, &info_), 0);
-    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_runtime_helper.cpp");
+    EXPECT_EQ(ErrorState(), "0xD00 record_key.h");
     TLIBCErrSetEx(0, nullptr, 0);
     EXPECT_EQ(ContainRawSocketInfo(list_.get(), nullptr), 0);
-    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_runtime_helper.cpp");
+    EXPECT_EQ(ErrorState(), "0xD00 record_key.h");
     EXPECT_THAT(Messages(), ElementsAre("pRawSocketInfoList is undefined", "pInfo is undefined"));
 }
 

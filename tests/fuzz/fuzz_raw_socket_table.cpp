@@ -3,44 +3,19 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "fuzz_support.h"
+#include "plain_sockets.h"
 #include "tavoserviceconf.h"
 
 namespace {
 
 const RawSocketInfo kKnown = {.uPort = 80, .uState = 10, .ulInode = 1, .uProtocol = 1};
-
-bool IsEqual(const RawSocketInfo &a, const RawSocketInfo &b) {
-    return a.uPort == b.uPort && a.uState == b.uState && a.ulInode == b.ulInode &&
-           a.uProtocol == b.uProtocol;
-}
-
-std::vector<RawSocketInfo> ReadPlainly(const std::string &table, std::uint16_t protocol) {
-    std::vector<RawSocketInfo> sockets = {kKnown};
-    std::istringstream lines(table);
-    for (std::string line; std::getline(lines, line);) {
-        RawSocketInfo info = {};
-        info.uProtocol = protocol;
-        const bool is_socket =
-            std::sscanf(line.c_str(),
-                        "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X %*X:%*X %*X %*d "
-                        "%*d %lu ",
-                        &info.uPort, &info.uState, &info.ulInode) > 2;
-        if (is_socket && std::none_of(sockets.begin(), sockets.end(),
-                                      [&](const auto &known) { return IsEqual(known, info); })) {
-            sockets.push_back(info);
-        }
-    }
-    return sockets;
-}
 
 // Reads the bytes from a file that has no name but this one.
 void Read(const std::string &table, std::uint16_t protocol, TLIBCDList *pList) {
@@ -63,10 +38,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     Require(pList != nullptr && TLIBCDListAppend(pList, &kKnown) == 0);
     const std::uint16_t protocol = size % 2 == 0 ? TAVO_PROTO_TCP : TAVO_PROTO_UDP;
     Read(table, protocol, pList);
+    std::vector<RawSocketInfo> expected = {kKnown};
+    std::istringstream plain(table);
+    tavo::test::AddSocketsPlainly(plain, protocol, expected);
     const TLIBCDListNode *pNode = TLIBCDListFirst(pList);
-    for (const RawSocketInfo &expected : ReadPlainly(table, protocol)) {
+    for (const RawSocketInfo &one : expected) {
         Require(pNode != nullptr &&
-                IsEqual(*static_cast<const RawSocketInfo *>(TLIBCDListElement(pNode)), expected));
+                tavo::test::IsEqual(*static_cast<const RawSocketInfo *>(TLIBCDListElement(pNode)),
+                                    one));
         pNode = TLIBCDListNext(pNode);
     }
     Require(pNode == nullptr);

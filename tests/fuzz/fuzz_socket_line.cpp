@@ -2,33 +2,18 @@
 // formatted reading makes of it.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 
 #include "check/socket_line.h"
 #include "fuzz_support.h"
-
-namespace {
-
-constexpr RawSocketInfo kUntouched = {.uPort = 7, .uState = 8, .ulInode = 9, .uProtocol = 10};
-
-bool IsEqual(const RawSocketInfo &a, const RawSocketInfo &b) {
-    return a.uPort == b.uPort && a.uState == b.uState && a.ulInode == b.ulInode &&
-           a.uProtocol == b.uProtocol;
-}
-
-}  // namespace
+#include "plain_sockets.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     const std::string line(reinterpret_cast<const char *>(data), size);
-    RawSocketInfo expected = kUntouched;
-    const bool is_socket =
-        std::sscanf(line.c_str(),
-                    "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X %*X:%*X %*X %*d %*d "
-                    "%lu ",
-                    &expected.uPort, &expected.uState, &expected.ulInode) > 2;
-    RawSocketInfo info = kUntouched;
+    RawSocketInfo expected = {.uPort = 7, .uState = 8, .ulInode = 9, .uProtocol = 10};
+    RawSocketInfo info = expected;
+    const bool is_socket = tavo::test::ReadSocketPlainly(line, expected);
     Require(tavo::ReadSocketLine(line.c_str(), info) == is_socket);
-    Require(IsEqual(info, is_socket ? expected : kUntouched));
+    Require(tavo::test::IsEqual(info, expected));
     return 0;
 }
