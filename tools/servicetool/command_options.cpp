@@ -112,8 +112,8 @@ CLI::App &AddCommand(CLI::App &app, CommandOptions &options, const char *name, c
     return *command;
 }
 
-void AddNoLegend(CLI::App &command, bool &no_legend) {
-    AddFlag(command, "--no-legend", no_legend, "Leave the header out");
+void AddNoLegend(CLI::App &command, bool &no_legend, const char *purpose = "Leave the header out") {
+    AddFlag(command, "--no-legend", no_legend, purpose);
 }
 
 void AddList(CLI::App &app, CommandOptions &options) {
@@ -199,7 +199,7 @@ void AddPorts(CLI::App &app, CommandOptions &options) {
     AddFlag(command, "--map", ports.map, "Draw a picture of the ports instead");
     AddText(command, "--svg", ports.svg, "FILE",
             "Write the picture to a file; - is standard output");
-    AddNoLegend(command, ports.no_legend);
+    AddNoLegend(command, ports.no_legend, "Leave the header or the legend out");
 }
 
 using TextLists = std::vector<std::vector<std::string> *>;
@@ -265,17 +265,21 @@ UsageProblem TakeSuggest(const CLI::App &command, CommandOptions &options) {
     return {};
 }
 
-// Standard output holds one thing.
-UsageProblem ProblemOfPorts(const CLI::App &command, const CommandOptions &options) {
-    const PortsOptions &ports = options.ports;
+// Standard output holds one thing, by whatever name it is asked for.
+UsageProblem TakePorts(const CLI::App &command, CommandOptions &options) {
+    PortsOptions &ports = options.ports;
     if (command.count("--svg") != 0 && ports.svg.empty()) {
         return {"--svg needs the name of a file", ""};
     }
-    if (ports.svg == kStandardOutput && (options.json || ports.map)) {
-        return {
-            "--svg - and " + std::string(options.json ? "--json" : "--map") + " exclude each other",
-            "name a file for the picture"};
+    if (!IsStandardOutput(ports.svg)) {
+        return {};
     }
+    if (options.json || ports.map) {
+        return {"--svg " + Escaped(ports.svg) + " and " + (options.json ? "--json" : "--map") +
+                    " exclude each other",
+                "name another file for the picture"};
+    }
+    ports.svg = kStandardOutput;
     return {};
 }
 
@@ -314,7 +318,7 @@ UsageProblem TakeAsMeant(const CLI::App &command, CommandOptions &options) {
     }
     return name == "check"     ? ProblemOfCheck(options.check)
            : name == "suggest" ? TakeSuggest(command, options)
-           : name == "ports"   ? ProblemOfPorts(command, options)
+           : name == "ports"   ? TakePorts(command, options)
                                : ProblemOfFiles(options.lint.files);
 }
 

@@ -1,6 +1,7 @@
 // servicetool ports: all claims to ports at once, as a table, as JSON, or as a picture.
 #include <unistd.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -21,6 +22,9 @@ using Json = nlohmann::ordered_json;
 // What a window is taken for that has no columns, or none that are known.
 constexpr std::size_t kOrdinaryColumns = 80;
 
+// In a narrower one states would take the room of places, which tell more of a claim.
+constexpr std::size_t kColumnsForStates = 100;
+
 enum class Kinds { kDeclared, kHeld, kBoth };
 
 Kinds ShownKinds(const PortsOptions &options) {
@@ -39,20 +43,14 @@ KindsOfClaim KindsToRead(const PortsOptions &options) {
     return {kinds != Kinds::kHeld || options.conflicts, kinds != Kinds::kDeclared};
 }
 
+constexpr char kUnknown[] = "unknown";
+
 std::string ServiceText(const PortClaim &claim) {
-    return claim.socket ? claim.holder.name : HolderText(claim.holder);
+    return !claim.socket && claim.holder == PortHolder{} ? kUnknown : claim.holder.name;
 }
 
 const HoldingProcess *ProcessOf(const PortClaim &claim) {
     return claim.socket && claim.socket->process ? &*claim.socket->process : nullptr;
-}
-
-std::string ProgramText(const PortClaim &claim) {
-    const HoldingProcess *process = ProcessOf(claim);
-    if (process == nullptr) {
-        return claim.socket ? "unknown" : "";
-    }
-    return process->program.empty() ? process->name : process->program;
 }
 
 std::string PidText(const PortClaim &claim) {
@@ -69,42 +67,65 @@ std::string StateText(const PortClaim &claim) {
     return claim.socket ? StateName(*claim.socket) : "";
 }
 
-// The columns of the table; what is not shown leaves its columns to the rest.
+std::string ProcessText(const PortClaim &claim) {
+    const HoldingProcess *process = ProcessOf(claim);
+    return process != nullptr ? process->name : claim.socket ? kUnknown : "";
+}
+
+std::string ProgramText(const PortClaim &claim) {
+    const HoldingProcess *process = ProcessOf(claim);
+    return process == nullptr || process->program.empty() ? ProcessText(claim) : process->program;
+}
+
+// Of a declaration the place, of a socket the program.
+std::string WhereText(const PortClaim &claim) {
+    const HoldingProcess *process = ProcessOf(claim);
+    return process != nullptr ? process->program : claim.socket ? "" : claim.holder.place;
+}
+
+// The port is marked where it, or one of the range, is in conflict.
+std::string PortText(const PortClaim &claim, const PortClaims &all) {
+    return PortsText(claim.range) + (Collides(claim, all) ? " !" : "");
+}
+
+// The columns behind those of the port; what is not shown leaves them to the rest. The longest
+// text is in the last one, which is cut to fit.
 struct Column {
     const char *title;
     bool shown;
     std::string (*cell)(const PortClaim &);
 };
 
-std::vector<Column> ColumnsFor(Kinds kinds) {
+std::vector<Column> ColumnsFor(Kinds kinds, std::size_t window) {
     const bool declared = kinds != Kinds::kHeld;
     const bool held = kinds != Kinds::kDeclared;
+    const bool roomy = !declared || window == 0 || window >= kColumnsForStates;
     return {
-        {"PROTO", true, [](const PortClaim &claim) { return ProtocolsText(claim.protocol); }},
-        {"PORT", true, [](const PortClaim &claim) { return PortsText(claim.range); }},
         {"SOURCE", declared, [](const PortClaim &claim) { return std::string(claim.source); }},
         {"SERVICE", declared, ServiceText},
         {"PID", held, PidText},
         {"USER", !declared, UserText},
-        {"STATE", held, StateText},
-        {"PROGRAM", held, ProgramText},
+        {"PROGRAM", held && declared, ProcessText},
+        {"STATE", held && roomy, StateText},
+        {"PROGRAM", !declared, ProgramText},
+        {"WHERE", declared, WhereText},
     };
 }
 
-std::string TableText(const std::vector<PortClaim> &claims, const PortsOptions &options,
-                      std::size_t window) {
+std::string TableText(const std::vector<PortClaim> &claims, const PortClaims &all,
+                      const PortsOptions &options, std::size_t window) {
     if (claims.empty()) {
         return {};
     }
-    std::vector<Column> columns = ColumnsFor(ShownKinds(options));
+    std::vector<Column> columns = ColumnsFor(ShownKinds(options), window);
     std::erase_if(columns, [](const Column &column) { return !column.shown; });
-    std::vector<std::string> header;
+    std::vector<std::string> header = {"PROTO", "PORT"};
     for (const Column &column : columns) {
         header.emplace_back(column.title);
     }
     Table table(std::move(header));
     for (const PortClaim &claim : claims) {
-        std::vector<std::string> cells;
+        std::vector<std::string> cells = {ProtocolsText(claim.protocol), PortText(claim, all)};
         for (const Column &column : columns) {
             cells.push_back(column.cell(claim));
         }
@@ -135,14 +156,15 @@ Json ClaimJson(const PortClaim &claim, const Json &conflict) {
 
 std::string MapOfAll(const std::vector<PortClaim> &claims, const PortClaims &all,
                      const PortsOptions &options, const Report &report) {
-    const std::size_t columns = report.Columns() == 0 ? kOrdinaryColumns : report.Columns();
-    const MapShape shape = ShapeForTerminal(columns);
+    WindowSize window = report.Window();
+    window.columns = window.columns == 0 ? kOrdinaryColumns : window.columns;
+    const MapShape shape = ShapeForWindow(window);
     std::string text;
     for (const std::uint32_t protocol : kProtocols) {
         const PortMap map(claims, all.collide.at(protocol), protocol);
         text += ProtocolsText(protocol) + '\n' + MapText(map, shape, report.Colour());
     }
-    return options.no_legend ? text : text + MapLegend(shape, columns, report.Colour());
+    return options.no_legend ? text : text + MapLegend(shape, window.columns, report.Colour());
 }
 
 void WriteSvg(const std::string &path, const std::string &svg, Report &report) {
@@ -152,15 +174,21 @@ void WriteSvg(const std::string &path, const std::string &svg, Report &report) {
     }
     const std::string problem = WriteWholeFile(path, svg);
     if (!problem.empty()) {
-        report.TellError(path, "unwritable", "cannot be written and is as it was: " + problem);
+        report.TellError(path, "unwritable", problem);
         report.Raise(Status::kFailed);
     }
 }
 
-// Where a conflict was found there is an answer, whatever may be besides; a port that nobody knows
-// the holder of leaves none where that is the only doubt.
-void AnswerWhetherThereAreConflicts(const PortClaims &all, bool any, Report &report) {
-    if (any) {
+bool AnyConflict(const PortClaims &all) {
+    return std::any_of(all.collide.begin(), all.collide.end(),
+                       [](const auto &protocol) { return !protocol.second.empty(); });
+}
+
+// A conflict that was found is the answer, also where it is one of declarations and those are not
+// shown; then a port that nobody knows the holder of is no doubt about it, and not told. A source
+// that failed was told already, and its status stands above the answer: there may be more.
+void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
+    if (AnyConflict(all)) {
         report.Raise(Status::kNo);
         return;
     }
@@ -188,7 +216,7 @@ void Ports(const PortsOptions &options, Report &report) {
         report.Raise(Status::kFailed);
     }
     if (options.conflicts) {
-        AnswerWhetherThereAreConflicts(all, !claims.empty(), report);
+        AnswerWhetherThereAreConflicts(all, report);
     }
     for (const PortClaim &claim : claims) {
         report.AddResult(
@@ -198,7 +226,7 @@ void Ports(const PortsOptions &options, Report &report) {
     if (options.map) {
         report.Print(MapOfAll(claims, all, options, report));
     } else if (!only_svg) {
-        report.Print(TableText(claims, options, report.Columns()));
+        report.Print(TableText(claims, all, options, report.Columns()));
     }
     if (!options.svg.empty()) {
         WriteSvg(options.svg, PortSvg(claims, all, !options.no_legend), report);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <utility>
 
 #include "commands.h"
@@ -22,6 +23,9 @@ using Json = nlohmann::ordered_json;
 
 // In the table, of one port: a server may have hundreds of processes.
 constexpr std::size_t kMostSockets = 10;
+
+// In the place of a name of whoever cannot be looked at.
+constexpr char kUnknownHolder[] = "unknown";
 
 void TellUsage(const std::string &text, const QueryProblem &problem, Report &report) {
     report.TellError(
@@ -46,6 +50,7 @@ bool ReadOnePort(const std::string &text, PortQuery &query, QueryProblem &proble
 // Nothing is asked before every question is understood. What is asked twice is answered once.
 bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> &targets,
                  Report &report) {
+    std::set<PortTarget> known;
     for (const std::string &text : texts) {
         PortQuery query;
         QueryProblem problem;
@@ -55,8 +60,7 @@ bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> 
         }
         for (const std::uint32_t protocol : kProtocols) {
             const PortTarget target = {query.items[0].first, protocol};
-            if ((query.protocols & protocol) != 0 &&
-                std::find(targets.begin(), targets.end(), target) == targets.end()) {
+            if ((query.protocols & protocol) != 0 && known.insert(target).second) {
                 targets.push_back(target);
             }
         }
@@ -115,8 +119,9 @@ void AccountTable::AddSockets(const PortAccount &account) {
     for (std::size_t i = 0; i < shown; ++i) {
         const HeldSocket &socket = account.held[i];
         const HoldingProcess process = socket.process.value_or(HoldingProcess{});
-        AddRow(account, {source, process.name, socket.process ? std::to_string(process.pid) : "",
-                         process.user, StateName(socket), process.program});
+        AddRow(account, {source, socket.process ? process.name : kUnknownHolder,
+                         socket.process ? std::to_string(process.pid) : "", process.user,
+                         StateName(socket), process.program});
     }
     const std::size_t more = account.held.size() - shown;
     if (more != 0) {
@@ -155,7 +160,7 @@ Json SocketJson(const HeldSocket &socket) {
             {"process", TextOrNull(process.name)},
             {"user", TextOrNull(process.user)},
             {"unit", TextOrNull(process.unit)},
-            {"state", StateName(socket)}};
+            {"state", TextOrNull(StateName(socket))}};
 }
 
 Json AccountJson(const PortAccount &account, const std::string &sentence) {
@@ -163,7 +168,6 @@ Json AccountJson(const PortAccount &account, const std::string &sentence) {
     for (const HeldSocket &socket : account.held) {
         sockets.push_back(SocketJson(socket));
     }
-    const std::optional<bool> same = account.SameService();
     return {{"port", account.port},
             {"protocol", ProtocolsText(account.protocol)},
             {"verdict", VerdictName(account.Verdict())},
@@ -172,7 +176,7 @@ Json AccountJson(const PortAccount &account, const std::string &sentence) {
             {"declared_by", ClaimsJson(account.declared)},
             {"forwarded_by", ClaimsJson(account.forwarded)},
             {"held_by", std::move(sockets)},
-            {"same_service", same ? Json(*same) : Json(nullptr)},
+            {"same_service", account.same_service ? Json(*account.same_service) : Json(nullptr)},
             {"failed_sources", account.failed}};
 }
 

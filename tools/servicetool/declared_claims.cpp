@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <new>
 #include <string>
@@ -9,6 +10,7 @@
 #include "library_log.h"
 #include "port_sources.h"
 #include "protocols.h"
+#include "rule_file.h"
 #include "source_failure.h"
 #include "tavoserviceconf.h"
 
@@ -36,6 +38,7 @@ constexpr SystemService kSystemServices[] = {
 struct FreeResults {
     void operator()(TLIBCDList *list) const { TAVOConfPortConflictResultListFree(list); }
 };
+using OwnedResults = std::unique_ptr<TLIBCDList, FreeResults>;
 
 const SystemService *FindSystemService(std::string_view name) {
     const auto found =
@@ -71,25 +74,53 @@ bool IsAskedFor(const DeclaredClaim &claim, const PortQuery &query) {
            });
 }
 
-// A setting that is absent has port 0.
-void AddSystemServices(const PortQuery &query, std::vector<DeclaredClaim> &claims) {
+// The library's list has whatever number a setting begins with, so the setting itself is looked at:
+// true when it cannot be told which port it declares.
+bool TellBadSetting(const SystemService &system, Report &report) {
+    Diagnostic finding;
+    if (system.key.empty() || !FindBadSetting(system.key, finding)) {
+        return false;
+    }
+    report.Tell(std::move(finding));
+    return true;
+}
+
+void AddFailed(std::string_view source, DeclaredClaims &declared) {
+    declared.known = false;
+    if (std::find(declared.failed.begin(), declared.failed.end(), source) ==
+        declared.failed.end()) {
+        declared.failed.push_back(source);
+    }
+}
+
+OwnedResults FetchSystemServices() {
     const LibraryLog log;
-    const std::unique_ptr<TLIBCDList, FreeResults> list(SysConfListFetch());
+    OwnedResults list(SysConfListFetch());
     if (list == nullptr) {
         throw std::bad_alloc();
     }
+    return list;
+}
+
+// A setting that is absent has port 0.
+void AddSystemServices(const PortQuery &query, DeclaredClaims &declared, Report &report) {
+    const OwnedResults list = FetchSystemServices();
     for (const TLIBCDListNode *node = TLIBCDListFirst(list.get()); node != nullptr;
          node = TLIBCDListNext(node)) {
         const auto &result =
             *static_cast<const TAVO_CONF_PORT_CONFLICT_RESULT *>(TLIBCDListElement(node));
         const SystemService *system =
             FindSystemService(result.szService == nullptr ? "" : result.szService);
-        if (result.uPort == 0 || system == nullptr || IsToldBySettings(*system)) {
+        if (system == nullptr || IsToldBySettings(*system)) {
+            continue;
+        }
+        if (TellBadSetting(*system, report)) {
+            AddFailed(kSettingSource, declared);
             continue;
         }
         DeclaredClaim claim = ClaimOf(*system, result);
-        if (IsAskedFor(claim, query)) {
-            claims.push_back(std::move(claim));
+        if (result.uPort != 0 && IsAskedFor(claim, query)) {
+            declared.claims.push_back(std::move(claim));
         }
     }
 }
@@ -109,6 +140,25 @@ void AddConflict(const PortConflict &conflict, std::uint32_t protocols,
     }
 }
 
+std::string DetailOf(const ForwardRule &rule) {
+    return rule.Value(kRuleProtocol) + ", " + rule.Value(kRuleRouterPorts) + " of the router to " +
+           rule.Value(kRuleAppliancePorts);
+}
+
+void AddDetails(std::vector<DeclaredClaim> &claims) {
+    const RuleFile file;
+    std::map<std::string_view, std::string> details;
+    for (const ForwardRule &rule : file.Rules()) {
+        details.emplace(rule.line.name, DetailOf(rule));
+    }
+    for (DeclaredClaim &claim : claims) {
+        const auto detail = details.find(claim.holder.entry);
+        if (claim.source == kForwardSource && detail != details.end()) {
+            claim.detail = detail->second;
+        }
+    }
+}
+
 }  // namespace
 
 DeclaredClaims ReadDeclaredClaims(const PortQuery &query, Report &report) {
@@ -121,7 +171,8 @@ DeclaredClaims ReadDeclaredClaims(const PortQuery &query, Report &report) {
             AddConflict(conflict, query.protocols, declared.claims);
         }
     }
-    AddSystemServices(query, declared.claims);
+    AddSystemServices(query, declared, report);
+    AddDetails(declared.claims);
     std::sort(declared.claims.begin(), declared.claims.end());
     declared.claims.erase(std::unique(declared.claims.begin(), declared.claims.end()),
                           declared.claims.end());

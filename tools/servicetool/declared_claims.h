@@ -4,6 +4,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -19,6 +20,7 @@ struct DeclaredClaim {
     std::uint32_t protocol;   // TAVO_PROTO_TCP or TAVO_PROTO_UDP
     std::string_view source;  // kForwardSource, kServiceSource or kSettingSource
     PortHolder holder;        // empty where it is not known who it is
+    std::string detail = {};  // of a rule: "tcp, 8080 of the router to 80"
     auto operator<=>(const DeclaredClaim &) const = default;
 };
 

@@ -1,18 +1,203 @@
+// Everything is read once, for all ports, and then given to the accounts that it concerns: someone
+// may ask for all ports there are.
 #include "port_account.h"
 
 #include <algorithm>
-#include <iterator>
+#include <map>
+#include <set>
+#include <utility>
 
 #include "port_sources.h"
+#include "protocols.h"
 #include "service_programs.h"
 #include "tavoserviceconf.h"
 
 namespace tavo {
 namespace {
 
-// The kernel's numbers.
-constexpr std::uint32_t kTcpListen = 10;
-constexpr std::uint32_t kUdpUnconnected = 7;
+class Accounts {
+  public:
+    explicit Accounts(const std::vector<PortTarget> &targets);
+
+    void AddDeclared(const DeclaredClaims &declared);
+    void AddHeld(const SocketHolders &sockets);
+    void AddBound(Report &report);
+    void Conclude();
+
+    std::vector<PortAccount> &&Take() && { return std::move(accounts_); }
+
+  private:
+    std::vector<PortAccount *> AccountsIn(const PortRange &range, std::uint32_t protocol) const;
+    PortQuery SocketlessPorts(std::uint32_t protocol) const;
+    void AddBound(const PortAnswer &answer, std::uint32_t protocol);
+
+    std::vector<PortAccount> accounts_;
+    std::map<std::uint32_t, std::map<std::uint32_t, PortAccount *>> by_port_;  // of each protocol
+};
+
+Accounts::Accounts(const std::vector<PortTarget> &targets) : accounts_(targets.size()) {
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+        const PortTarget &target = targets[i];
+        accounts_[i].port = target.port;
+        accounts_[i].protocol = target.protocol;
+        accounts_[i].reserved = target.port == kReservedPort;
+        by_port_[target.protocol][target.port] = &accounts_[i];
+    }
+}
+
+std::vector<PortAccount *> Accounts::AccountsIn(const PortRange &range,
+                                                std::uint32_t protocol) const {
+    std::vector<PortAccount *> found;
+    const auto accounts = by_port_.find(protocol);
+    if (accounts != by_port_.end()) {
+        const auto end = accounts->second.upper_bound(range.last);
+        for (auto account = accounts->second.lower_bound(range.first); account != end; ++account) {
+            found.push_back(account->second);
+        }
+    }
+    return found;
+}
+
+// Each once: what was asked for in several ranges may come in several.
+void SortClaims(std::vector<DeclaredClaim> &claims) {
+    std::sort(claims.begin(), claims.end());
+    claims.erase(std::unique(claims.begin(), claims.end()), claims.end());
+}
+
+void Accounts::AddDeclared(const DeclaredClaims &declared) {
+    for (const DeclaredClaim &claim : declared.claims) {
+        for (PortAccount *account : AccountsIn(claim.range, claim.protocol)) {
+            auto &claims = claim.source == kForwardSource ? account->forwarded : account->declared;
+            claims.push_back(claim);
+            claims.back().range = {account->port, account->port};
+        }
+    }
+    for (PortAccount &account : accounts_) {
+        SortClaims(account.declared);
+        SortClaims(account.forwarded);
+        account.failed = declared.failed;
+    }
+}
+
+void Accounts::AddHeld(const SocketHolders &sockets) {
+    for (const HeldSocket &socket : sockets.sockets) {
+        for (PortAccount *account : AccountsIn({socket.port, socket.port}, socket.protocol)) {
+            account->held.push_back(socket);
+        }
+    }
+    for (PortAccount &account : accounts_) {
+        std::stable_partition(account.held.begin(), account.held.end(), Listens);
+        if (!sockets.known) {
+            account.failed.push_back(kSocketSource);
+        }
+    }
+}
+
+PortQuery Accounts::SocketlessPorts(std::uint32_t protocol) const {
+    PortQuery query;
+    query.protocols = protocol;
+    for (const PortAccount &account : accounts_) {
+        if (account.protocol == protocol && account.held.empty()) {
+            query.items.push_back({account.port, account.port});
+        }
+    }
+    return query;
+}
+
+// Of a socket at one of many ports it may be left open which port that is.
+void Accounts::AddBound(const PortAnswer &answer, std::uint32_t protocol) {
+    PortRanges bound;
+    PortRanges unclear;
+    for (const PortConflict &conflict : answer.conflicts) {
+        if (conflict.source == kSocketSource) {
+            (conflict.exact ? bound : unclear).push_back(conflict.range);
+        }
+    }
+    if (!answer.failed.empty()) {
+        unclear = {{0, kHighestPort}};
+    }
+    bound = Merged(std::move(bound));
+    unclear = Merged(std::move(unclear));
+    for (PortAccount *account : AccountsIn({0, kHighestPort}, protocol)) {
+        const PortRange port = {account->port, account->port};
+        if (!account->held.empty()) {
+            continue;
+        }
+        if (!Overlap(bound, port).empty()) {
+            account->held.push_back({account->port, protocol, kNoState, {}});
+        } else if (!Overlap(unclear, port).empty()) {
+            account->failed.push_back(kSocketSource);
+        }
+    }
+}
+
+// The kernel's tables leave out a TCP socket that is bound but does not listen yet. The library,
+// asked whether a port is in use, knows of it, but not whose it is.
+void Accounts::AddBound(Report &report) {
+    PortSources sources(TAVO_PORT_CHECK_RUNTIME, report);
+    for (const std::uint32_t protocol : kProtocols) {
+        const PortQuery query = SocketlessPorts(protocol);
+        if (!query.items.empty()) {
+            AddBound(sources.Ask(query, {}), protocol);
+        }
+    }
+}
+
+std::vector<HoldingProcess> HoldersOf(const std::vector<HeldSocket> &sockets) {
+    const bool listened_to =
+        std::any_of(sockets.begin(), sockets.end(),
+                    [](const HeldSocket &socket) { return socket.process && Listens(socket); });
+    std::set<std::uint32_t> pids;
+    std::vector<HoldingProcess> holders;
+    for (const HeldSocket &socket : sockets) {
+        if (socket.process && (Listens(socket) || !listened_to) &&
+            pids.insert(socket.process->pid).second) {
+            holders.push_back(*socket.process);
+        }
+    }
+    return holders;
+}
+
+// Whether the process belongs to one of those who declare the port.
+std::optional<bool> BelongsToAny(const HoldingProcess &process,
+                                 const std::vector<DeclaredClaim> &declared,
+                                 ProgramsOfServices &programs) {
+    bool known = true;
+    for (const DeclaredClaim &claim : declared) {
+        const std::optional<bool> owns = programs.Owns(claim.holder, process);
+        if (owns.value_or(false)) {
+            return true;
+        }
+        known = known && owns;
+    }
+    return known ? std::optional(false) : std::nullopt;
+}
+
+void FindStrangers(PortAccount &account, ProgramsOfServices &programs) {
+    bool all_known = !account.HasUnknownHolder();
+    for (const HoldingProcess &process : account.holders) {
+        const std::optional<bool> belongs = BelongsToAny(process, account.declared, programs);
+        all_known = all_known && belongs;
+        if (!belongs.value_or(true)) {
+            account.strangers.push_back(process);
+        }
+    }
+    if (!account.strangers.empty()) {
+        account.same_service = false;
+    } else if (all_known) {
+        account.same_service = true;
+    }
+}
+
+void Accounts::Conclude() {
+    ProgramsOfServices programs;
+    for (PortAccount &account : accounts_) {
+        account.holders = HoldersOf(account.held);
+        if (!account.declared.empty() && !account.holders.empty()) {
+            FindStrangers(account, programs);
+        }
+    }
+}
 
 PortQuery QueryFor(const std::vector<PortTarget> &targets) {
     PortQuery query;
@@ -23,58 +208,13 @@ PortQuery QueryFor(const std::vector<PortTarget> &targets) {
     return query;
 }
 
-void AddDeclared(const DeclaredClaims &declared, PortAccount &account) {
-    for (const DeclaredClaim &claim : declared.claims) {
-        if (claim.protocol == account.protocol && claim.range.first <= account.port &&
-            account.port <= claim.range.last) {
-            (claim.source == kForwardSource ? account.forwarded : account.declared)
-                .push_back(claim);
-        }
-    }
-    account.failed = declared.failed;
-}
-
-void AddHeld(const SocketHolders &sockets, PortAccount &account) {
-    std::copy_if(sockets.sockets.begin(), sockets.sockets.end(), std::back_inserter(account.held),
-                 [&account](const HeldSocket &socket) {
-                     return socket.port == account.port && socket.protocol == account.protocol;
-                 });
-    if (!sockets.known) {
-        account.failed.push_back(kSocketSource);
-    }
-}
-
-bool HasKnownListener(const std::vector<HeldSocket> &sockets) {
-    return std::any_of(sockets.begin(), sockets.end(),
-                       [](const HeldSocket &socket) { return socket.process && Listens(socket); });
-}
-
 }  // namespace
 
-bool Listens(const HeldSocket &socket) {
-    return socket.state == (socket.protocol == TAVO_PROTO_UDP ? kUdpUnconnected : kTcpListen);
-}
-
 PortVerdict PortAccount::Verdict() const {
-    if (reserved || !declared.empty() || !forwarded.empty() || !Holders().empty()) {
+    if (reserved || !declared.empty() || !forwarded.empty() || !holders.empty()) {
         return PortVerdict::kTaken;
     }
     return failed.empty() && held.empty() ? PortVerdict::kFree : PortVerdict::kUnknown;
-}
-
-std::vector<HoldingProcess> PortAccount::Holders() const {
-    const bool listened_to = HasKnownListener(held);
-    std::vector<HoldingProcess> holders;
-    for (const HeldSocket &socket : held) {
-        const bool counts = socket.process && (Listens(socket) || !listened_to);
-        if (counts &&
-            std::none_of(holders.begin(), holders.end(), [&](const HoldingProcess &known) {
-                return known.pid == socket.process->pid;
-            })) {
-            holders.push_back(*socket.process);
-        }
-    }
-    return holders;
 }
 
 bool PortAccount::HasUnknownHolder() const {
@@ -82,42 +222,18 @@ bool PortAccount::HasUnknownHolder() const {
                        [](const HeldSocket &socket) { return !socket.process; });
 }
 
-std::vector<HoldingProcess> PortAccount::Strangers() const {
-    std::vector<HoldingProcess> strangers = Holders();
-    std::erase_if(strangers, [this](const HoldingProcess &process) {
-        return std::any_of(
-            declared.begin(), declared.end(),
-            [&process](const DeclaredClaim &claim) { return IsProgramOf(process, claim.holder); });
-    });
-    return strangers;
-}
-
-std::optional<bool> PortAccount::SameService() const {
-    if (declared.empty() || Holders().empty()) {
-        return {};
-    }
-    if (!Strangers().empty()) {
-        return false;
-    }
-    return HasUnknownHolder() ? std::nullopt : std::optional(true);
-}
-
 std::vector<PortAccount> ReadPortAccounts(const std::vector<PortTarget> &targets, Report &report) {
-    const DeclaredClaims declared = ReadDeclaredClaims(QueryFor(targets), report);
+    Accounts accounts(targets);
+    accounts.AddDeclared(ReadDeclaredClaims(QueryFor(targets), report));
     const SocketHolders sockets = LookAtSockets();
-    if (!sockets.known) {
+    accounts.AddHeld(sockets);
+    if (sockets.known) {
+        accounts.AddBound(report);
+    } else {
         report.TellError("", "unreadable", "who holds ports cannot be told: " + sockets.problem);
     }
-    std::vector<PortAccount> accounts;
-    for (const PortTarget &target : targets) {
-        PortAccount &account = accounts.emplace_back();
-        account.port = target.port;
-        account.protocol = target.protocol;
-        account.reserved = NamesReservedPort({{target.port, target.port}});
-        AddDeclared(declared, account);
-        AddHeld(sockets, account);
-    }
-    return accounts;
+    accounts.Conclude();
+    return std::move(accounts).Take();
 }
 
 }  // namespace tavo

@@ -3,6 +3,7 @@
 #ifndef TAVO_SERVICETOOL_PORT_ACCOUNT_H
 #define TAVO_SERVICETOOL_PORT_ACCOUNT_H
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -22,39 +23,35 @@ struct PortAccount {
     bool reserved = false;                 // taken whoever is asked
     std::vector<DeclaredClaim> declared;   // by services and settings
     std::vector<DeclaredClaim> forwarded;  // by rules of the router
-    std::vector<HeldSocket> held;
+    std::vector<HeldSocket> held;          // those that listen first
     std::vector<std::string_view> failed;  // sources that cannot tell
+
+    // What follows from that: the processes that hold the port, each once; where some listen, only
+    // these. Strangers among them belong to no service that declares the port.
+    std::vector<HoldingProcess> holders;
+    std::vector<HoldingProcess> strangers;
+
+    // Whether the holders all belong to services that declare the port; none where there are not
+    // both, or where it cannot be told of all.
+    std::optional<bool> same_service;
 
     // Unknown where nobody is known to have the port, but somebody may.
     PortVerdict Verdict() const;
 
-    // The processes that hold the port, each once; where some listen, only these.
-    std::vector<HoldingProcess> Holders() const;
-
     // Whether somebody holds it who cannot be looked at.
     bool HasUnknownHolder() const;
-
-    // Those of Holders() that belong to no service that declares the port.
-    std::vector<HoldingProcess> Strangers() const;
-
-    // Whether those who hold it all belong to services that declare it; none where there are not
-    // both, or where not all of them are known.
-    std::optional<bool> SameService() const;
 };
 
 // A wish to know of one port and one protocol.
 struct PortTarget {
     std::uint32_t port;
     std::uint32_t protocol;
-    bool operator==(const PortTarget &) const = default;
+    auto operator<=>(const PortTarget &) const = default;
 };
 
-// One for each target, from one look at everything. What goes wrong is told to `report`; its status
-// is up to the caller.
+// One for each target, which are different, from one look at everything. What goes wrong is told to
+// `report`; its status is up to the caller.
 std::vector<PortAccount> ReadPortAccounts(const std::vector<PortTarget> &targets, Report &report);
-
-// Whether the socket waits for others to speak first.
-bool Listens(const HeldSocket &socket);
 
 }  // namespace tavo
 

@@ -1,6 +1,8 @@
 // Two services that declare a port collide, and so do a service that declares one and a program of
-// somebody else that holds it. A rule of the router that names no service opens a port for whoever
-// listens there, so it collides with nobody.
+// somebody else that waits there for others. The port of an outgoing connection is the kernel's
+// choice and given back soon, so it is no claim against a declaration. Rules of the router declare
+// nothing here: one of their sides is a port of another machine, and they open a port for whoever
+// listens there.
 //
 // Claims are walked in the order of their ports, with those in mind that reach the port at hand:
 // an appliance has thousands of declarations, and a range of them may be everywhere.
@@ -18,8 +20,6 @@
 namespace tavo {
 namespace {
 
-using ClaimList = std::vector<PortClaim *>;
-
 // Of claims to the same port by the same source, those who declare it are in the order of their
 // names already, and sockets in that of their states.
 void Sort(std::vector<PortClaim> &claims) {
@@ -28,11 +28,15 @@ void Sort(std::vector<PortClaim> &claims) {
     });
 }
 
+bool Declares(const PortClaim &claim) {
+    return !claim.socket && claim.source != kForwardSource && !claim.holder.name.empty();
+}
+
 // In the order of their first ports.
-ClaimList DeclaredFor(std::uint32_t protocol, std::vector<PortClaim> &claims) {
+ClaimList DeclaredFor(std::uint32_t protocol, const std::vector<PortClaim> &claims) {
     ClaimList list;
-    for (PortClaim &claim : claims) {
-        if (claim.protocol == protocol && !claim.socket && !claim.holder.name.empty()) {
+    for (const PortClaim &claim : claims) {
+        if (claim.protocol == protocol && Declares(claim)) {
             list.push_back(&claim);
         }
     }
@@ -75,76 +79,53 @@ PortRanges DeclaredTwice(const ClaimList &declared) {
     return twice;
 }
 
-// The claims that reach the port at hand, of a list by first ports.
-class ClaimsInReach {
-  public:
-    explicit ClaimsInReach(const ClaimList &all) : all_(all) {}
-
-    // Ports are asked for in ascending order.
-    const ClaimList &At(std::uint32_t port) {
-        for (; next_ < all_.size() && all_[next_]->range.first <= port; ++next_) {
-            reach_.push_back(all_[next_]);
-        }
-        std::erase_if(reach_, [port](const PortClaim *claim) { return claim->range.last < port; });
-        return reach_;
-    }
-
-  private:
-    const ClaimList &all_;
-    std::size_t next_ = 0;
-    ClaimList reach_;
+// The service that a process belongs to, of those who declare its port.
+struct Owner {
+    const PortClaim *service;  // NULL: it is none of them
+    bool known;                // false: that cannot be told
 };
 
-// Which program belongs to which service, found out once: that takes a look at files.
-class ProgramsOfServices {
-  public:
-    // The first of the services whose program the process runs; NULL when there is none.
-    const PortClaim *ServiceOf(const HoldingProcess &process, const ClaimList &declared) {
-        const auto found =
-            std::find_if(declared.begin(), declared.end(),
-                         [&](const PortClaim *claim) { return Belongs(process, *claim); });
-        return found == declared.end() ? nullptr : *found;
+Owner OwnerOf(const HeldSocket &socket, const ClaimList &declared, ProgramsOfServices &programs) {
+    if (!socket.process) {
+        return {nullptr, false};
     }
-
-  private:
-    using Pair = std::tuple<std::string_view, std::string_view, const PortClaim *>;
-
-    bool Belongs(const HoldingProcess &process, const PortClaim &claim) {
-        const auto [known, is_new] =
-            known_.try_emplace(Pair(process.program, process.unit, &claim), false);
-        if (is_new) {
-            known->second = IsProgramOf(process, claim.holder);
+    bool known = true;
+    for (const PortClaim *claim : declared) {
+        const std::optional<bool> owns = programs.Owns(claim->holder, *socket.process);
+        if (owns.value_or(false)) {
+            return {claim, true};
         }
-        return known->second;
+        known = known && owns.has_value();
     }
-
-    std::map<Pair, bool> known_;
-};
-
-// Who holds a port, seen from those who declare it.
-struct Holders {
-    bool own = false;      // a program of a service that declares it is among them
-    bool unknown = false;  // somebody whom we may not look at is
-};
-
-Holders LookAtHolders(const ClaimList &sockets, const ClaimList &declared,
-                      ProgramsOfServices &programs) {
-    Holders holders;
-    for (PortClaim *claim : sockets) {
-        const std::optional<HoldingProcess> &process = claim->socket->process;
-        if (!process) {
-            holders.unknown = true;
-        } else if (const PortClaim *service = programs.ServiceOf(*process, declared);
-                   service != nullptr) {
-            claim->holder = service->holder;
-            holders.own = true;
-        }
-    }
-    return holders;
+    return {nullptr, known};
 }
 
-std::map<std::uint32_t, ClaimList> HeldFor(std::uint32_t protocol, std::vector<PortClaim> &claims) {
-    std::map<std::uint32_t, ClaimList> by_port;
+// Who waits at a port, seen from those who declare it.
+struct Listeners {
+    bool strange = false;  // a program of none of them is there
+    bool unknown = false;  // somebody is of whom that cannot be told
+};
+
+using SocketClaims = std::vector<PortClaim *>;
+
+// Names the services that sockets belong to, too.
+Listeners LookAtListeners(const SocketClaims &sockets, const ClaimList &declared,
+                          ProgramsOfServices &programs) {
+    Listeners listeners;
+    for (PortClaim *claim : sockets) {
+        const Owner owner = OwnerOf(*claim->socket, declared, programs);
+        if (owner.service != nullptr) {
+            claim->holder = owner.service->holder;
+        } else if (Listens(*claim->socket)) {
+            (owner.known ? listeners.strange : listeners.unknown) = true;
+        }
+    }
+    return listeners;
+}
+
+std::map<std::uint32_t, SocketClaims> HeldFor(std::uint32_t protocol,
+                                              std::vector<PortClaim> &claims) {
+    std::map<std::uint32_t, SocketClaims> by_port;
     for (PortClaim &claim : claims) {
         if (claim.protocol == protocol && claim.socket) {
             by_port[claim.range.first].push_back(&claim);
@@ -160,13 +141,16 @@ void Compare(std::uint32_t protocol, PortClaims &all) {
     ClaimsInReach in_reach(declared);
     ProgramsOfServices programs;
     for (const auto &[port, sockets] : HeldFor(protocol, all.claims)) {
-        const ClaimList &declared_here = in_reach.At(port);
+        const PortRange here = {port, port};
+        const ClaimList &declared_here = in_reach.At(here);
         if (declared_here.empty()) {
             continue;
         }
-        const Holders holders = LookAtHolders(sockets, declared_here, programs);
-        if (!holders.own) {
-            (holders.unknown ? unclear : collide).push_back({port, port});
+        const Listeners listeners = LookAtListeners(sockets, declared_here, programs);
+        if (listeners.strange) {
+            collide.push_back(here);
+        } else if (listeners.unknown) {
+            unclear.push_back(here);
         }
     }
     all.collide[protocol] = Merged(std::move(collide));
@@ -209,6 +193,15 @@ PortClaims ReadPortClaims(KindsOfClaim kinds, Report &report) {
         Compare(protocol, all);
     }
     return all;
+}
+
+const ClaimList &ClaimsInReach::At(const PortRange &ports) {
+    for (; next_ < all_.size() && all_[next_]->range.first <= ports.last; ++next_) {
+        reach_.push_back(all_[next_]);
+    }
+    std::erase_if(reach_,
+                  [&ports](const PortClaim *claim) { return claim->range.last < ports.first; });
+    return reach_;
 }
 
 bool Collides(const PortClaim &claim, const PortClaims &all) {

@@ -3,10 +3,12 @@
 #ifndef TAVO_SERVICETOOL_PORT_CLAIMS_H
 #define TAVO_SERVICETOOL_PORT_CLAIMS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "port_holders.h"
@@ -28,7 +30,7 @@ struct PortClaim {
 struct PortClaims {
     std::vector<PortClaim> claims;                // by port, protocol and source
     std::map<std::uint32_t, PortRanges> collide;  // sets of the ports in conflict, by protocol
-    std::map<std::uint32_t, PortRanges> unclear;  // those where it cannot be told who holds them
+    std::map<std::uint32_t, PortRanges> unclear;  // those whose listeners cannot be told
     bool known = true;                            // false: there may be more; why was told
 };
 
@@ -40,6 +42,22 @@ struct KindsOfClaim {
 // Reads the claims of these kinds. What goes wrong is told to `report`; its status is up to the
 // caller.
 PortClaims ReadPortClaims(KindsOfClaim kinds, Report &report);
+
+using ClaimList = std::vector<const PortClaim *>;
+
+// The claims that reach the ports at hand, of a list in the order of first ports.
+class ClaimsInReach {
+  public:
+    explicit ClaimsInReach(ClaimList all) : all_(std::move(all)) {}
+
+    // Ports are asked for in ascending order.
+    const ClaimList &At(const PortRange &ports);
+
+  private:
+    const ClaimList all_;
+    std::size_t next_ = 0;
+    ClaimList reach_;
+};
 
 // Whether any of the claim's ports is in conflict.
 bool Collides(const PortClaim &claim, const PortClaims &all);

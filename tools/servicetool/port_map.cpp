@@ -8,6 +8,10 @@ namespace tavo {
 namespace {
 
 constexpr std::size_t kRows = 16;
+constexpr std::size_t kRowsOfLowWindow = 8;
+
+// As many lines as both protocols, their names, a legend and a prompt take with `kRows` rows.
+constexpr std::size_t kLinesForAllRows = 40;
 
 // In front of a row: a port and a blank.
 constexpr std::size_t kLabelColumns = 6;
@@ -89,19 +93,19 @@ class Canvas {
     std::string_view code_;
 };
 
-struct LegendItem {
+struct ColouredText {
     std::string_view text;
     std::string_view code;
 };
 
 // The items of a list, with commas between them, and a new line where one is full.
-std::string Flowing(std::string_view title, const std::vector<LegendItem> &items,
+std::string Flowing(std::string_view title, const std::vector<ColouredText> &items,
                     std::size_t columns, bool colour) {
     constexpr std::string_view kNewLine = "\n ";
     Canvas canvas(colour);
     canvas.Draw(title, "");
     std::size_t used = title.size();
-    for (const LegendItem &item : items) {
+    for (const ColouredText &item : items) {
         const bool last = &item == &items.back();
         const std::size_t width = 1 + item.text.size() + (last ? 0 : 1);
         const bool full = used + width > columns;
@@ -121,14 +125,15 @@ PortRange MapShape::CellAt(std::size_t row, std::size_t column) const {
     return {first, first + static_cast<std::uint32_t>(ports) - 1};
 }
 
-MapShape ShapeForTerminal(std::size_t columns) {
+MapShape ShapeForWindow(const WindowSize &window) {
     constexpr std::size_t kFewest = 8;
     constexpr std::size_t kMost = 1024;
     std::size_t cells = kFewest;
-    while (cells < kMost && kLabelColumns + 2 * cells <= columns) {
+    while (cells < kMost && kLabelColumns + 2 * cells <= window.columns) {
         cells *= 2;
     }
-    return {cells, kPortCount / kRows / cells};
+    const bool low = window.lines != 0 && window.lines < kLinesForAllRows;
+    return {cells, kPortCount / (low ? kRowsOfLowWindow : kRows) / cells};
 }
 
 PortMap::PortMap(const std::vector<PortClaim> &claims, const PortRanges &collide,
@@ -181,12 +186,15 @@ std::string MapText(const PortMap &map, const MapShape &shape, bool colour) {
 }
 
 std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour) {
-    std::string legend = Flowing(
-        std::to_string(shape.ports) + " ports a sign:",
-        {{". free", ""}, {"d declared", ""}, {"h held", ""}, {"B both", ""}, {"! in conflict", ""}},
-        columns, false);
+    std::string legend = Flowing(std::to_string(shape.ports) + " ports a sign:",
+                                 {{". free", ""},
+                                  {"d declared", ""},
+                                  {"h held", ""},
+                                  {"B both among them", ""},
+                                  {"! in conflict", ""}},
+                                 columns, false);
     if (colour) {
-        std::vector<LegendItem> items;
+        std::vector<ColouredText> items;
         for (const SourceColour &one : kSources) {
             items.push_back({one.source, one.code});
         }

@@ -26,8 +26,9 @@ struct MapShape {
     PortRange CellAt(std::size_t row, std::size_t column) const;
 };
 
-// The widest shape of 16 rows that fits a terminal with room for the port numbers.
-MapShape ShapeForTerminal(std::size_t columns);
+// The widest shape that fits a window with room for the port numbers: of 16 rows, or of 8 where
+// the window is too low to show those of both protocols at once.
+MapShape ShapeForWindow(const WindowSize &window);
 
 // What there is among the ports of a cell.
 struct CellMarks {

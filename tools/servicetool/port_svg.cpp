@@ -1,7 +1,7 @@
 // Neighbours that look the same and have the same claims to them are one rectangle, and what is
 // free is none, so that the file is as small as what it tells.
-//
-// Claims are walked in the order of their ports, with those in mind that reach the cell at hand.
+// What is held has dots and what is in conflict a border besides their colours, for those who do
+// not tell colours apart and for paper.
 #include "port_svg.h"
 
 #include <algorithm>
@@ -32,12 +32,13 @@ constexpr std::size_t kMostLines = 100;
 struct LegendItem {
     std::string_view look;  // a class of the style below
     std::string_view text;
+    bool held;
 };
 
 constexpr LegendItem kLegend[] = {
-    {"forward", "declared by a rule"},    {"service", "declared by a service"},
-    {"setting", "declared by a setting"}, {"socket", "held"},
-    {"several", "several of these"},      {"conflict", "in conflict"},
+    {"forward", "declared by a rule", false},    {"service", "declared by a service", false},
+    {"setting", "declared by a setting", false}, {"socket", "held: a dot", true},
+    {"several", "several of these", false},      {"conflict", "in conflict: a border", false},
 };
 
 constexpr std::string_view kStyle = R"(<style>
@@ -56,7 +57,9 @@ text { fill: var(--ink); }
 .setting { fill: var(--setting); }
 .socket { fill: var(--socket); }
 .several { fill: var(--several); }
-.conflict { fill: var(--conflict); stroke: var(--ink); }
+.conflict { fill: var(--conflict); stroke: var(--ink); stroke-width: 2; }
+.dots { stroke: var(--paper); stroke-width: 4; stroke-linecap: round; stroke-dasharray: 0 8;
+  pointer-events: none; }
 rect:hover { stroke: var(--ink); }
 .paper:hover, .free:hover { stroke: none; }
 </style>
@@ -76,6 +79,13 @@ std::string Rectangle(std::string_view look, std::size_t x, std::size_t y, std::
            Attribute("width", width) + Attribute("height", height);
 }
 
+// A dot in each cell of a row, as a line of dashes without length: one is at its start and one
+// behind each `kCell` units.
+std::string Dots(std::size_t x, std::size_t y, std::size_t width) {
+    return "<path class=\"dots\" d=\"M" + Number(x + kCell / 2) + ' ' + Number(y + kCell / 2) +
+           'h' + Number(width - kCell / 2) + "\"/>\n";
+}
+
 std::string Words(std::size_t x, std::size_t y, std::string_view words,
                   std::string_view anchor = "start") {
     return "<text" + Attribute("x", x) + Attribute("y", y) + " text-anchor=\"" +
@@ -86,44 +96,31 @@ std::string_view LookOf(const CellMarks &marks) {
     return marks.collides ? "conflict" : marks.source.empty() ? "several" : marks.source;
 }
 
-// The claims of one protocol that reach cells, which are asked for one by one.
-class ClaimsInCells {
-  public:
-    ClaimsInCells(const std::vector<PortClaim> &claims, std::uint32_t protocol)
-        : claims_(claims), protocol_(protocol) {}
-
-    const std::vector<const PortClaim *> &At(const PortRange &cell) {
-        for (; next_ < claims_.size() && claims_[next_].range.first <= cell.last; ++next_) {
-            if (claims_[next_].protocol == protocol_) {
-                here_.push_back(&claims_[next_]);
-            }
+// In the order of their first ports, as they came.
+ClaimList ClaimsFor(std::uint32_t protocol, const std::vector<PortClaim> &claims) {
+    ClaimList list;
+    for (const PortClaim &claim : claims) {
+        if (claim.protocol == protocol) {
+            list.push_back(&claim);
         }
-        std::erase_if(here_,
-                      [&cell](const PortClaim *claim) { return claim->range.last < cell.first; });
-        return here_;
     }
-
-  private:
-    const std::vector<PortClaim> &claims_;
-    std::uint32_t protocol_;
-    std::size_t next_ = 0;
-    std::vector<const PortClaim *> here_;
-};
+    return list;
+}
 
 // Cells of a row that are drawn as one.
 struct Run {
     std::size_t column;
     std::size_t cells;
     CellMarks marks;
-    std::vector<const PortClaim *> claims;
+    ClaimList claims;
 };
 
-std::vector<Run> RunsOf(const PortMap &map, std::size_t row, ClaimsInCells &in_cells) {
+std::vector<Run> RunsOf(const PortMap &map, std::size_t row, ClaimsInReach &in_reach) {
     std::vector<Run> runs;
     for (std::size_t column = 0; column < kShape.cells; ++column) {
         const PortRange cell = kShape.CellAt(row, column);
         const CellMarks marks = map.MarksOf(cell);
-        const std::vector<const PortClaim *> &claims = in_cells.At(cell);
+        const ClaimList &claims = in_reach.At(cell);
         if (!runs.empty() && runs.back().marks == marks && runs.back().claims == claims) {
             ++runs.back().cells;
         } else {
@@ -133,7 +130,7 @@ std::vector<Run> RunsOf(const PortMap &map, std::size_t row, ClaimsInCells &in_c
     return runs;
 }
 
-std::string Tooltip(const std::vector<const PortClaim *> &claims, const PortClaims &all) {
+std::string Tooltip(const ClaimList &claims, const PortClaims &all) {
     std::string text;
     const std::size_t shown = std::min(claims.size(), kMostLines);
     for (std::size_t i = 0; i < shown; ++i) {
@@ -146,19 +143,22 @@ std::string Tooltip(const std::vector<const PortClaim *> &claims, const PortClai
     return more == 0 ? text : text + "\nand " + Number(more) + " more";
 }
 
-std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInCells &in_cells,
+std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInReach &in_reach,
                   const PortClaims &all) {
     constexpr std::size_t kLeft = kMargin + kLabels;
     std::string svg;
     if (row % kLabelEvery == 0) {
         svg += Words(kLeft - kCell, y + kCell, Number(kShape.CellAt(row, 0).first), "end");
     }
-    for (const Run &run : RunsOf(map, row, in_cells)) {
-        if (!run.marks.Free()) {
-            svg += Rectangle(LookOf(run.marks), kLeft + run.column * kCell, y, run.cells * kCell,
-                             kCell) +
-                   "><title>" + Tooltip(run.claims, all) + "</title></rect>\n";
+    for (const Run &run : RunsOf(map, row, in_reach)) {
+        if (run.marks.Free()) {
+            continue;
         }
+        const std::size_t x = kLeft + run.column * kCell;
+        const std::size_t width = run.cells * kCell;
+        svg += Rectangle(LookOf(run.marks), x, y, width, kCell) + "><title>" +
+               Tooltip(run.claims, all) + "</title></rect>\n";
+        svg += run.marks.held ? Dots(x, y, width) : "";
     }
     return svg;
 }
@@ -166,14 +166,14 @@ std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInCe
 std::string MapOf(const std::vector<PortClaim> &claims, const PortClaims &all,
                   std::uint32_t protocol, std::size_t y) {
     const PortMap map(claims, all.collide.at(protocol), protocol);
-    ClaimsInCells in_cells(claims, protocol);
+    ClaimsInReach in_reach(ClaimsFor(protocol, claims));
     const std::string name = ProtocolsText(protocol);
     std::string svg = "<g>\n" + Words(kMargin, y + kLine / 2, name);
     y += kLine;
     svg += Rectangle("free", kMargin + kLabels, y, kShape.cells * kCell, kShape.Rows() * kCell) +
            "/>\n";
     for (std::size_t row = 0; row < kShape.Rows(); ++row) {
-        svg += RowOf(map, row, y + row * kCell, in_cells, all);
+        svg += RowOf(map, row, y + row * kCell, in_reach, all);
     }
     return svg + "</g>\n";
 }
@@ -184,7 +184,7 @@ std::string LegendOf(std::size_t y) {
     std::size_t x = kMargin;
     for (const LegendItem &item : kLegend) {
         svg += Rectangle(item.look, x, y, kCell, kCell) + "/>\n" +
-               Words(x + 2 * kCell, y + kCell, item.text);
+               (item.held ? Dots(x, y, kCell) : "") + Words(x + 2 * kCell, y + kCell, item.text);
         x += kItem;
     }
     return svg + Words(kMargin, y + 2 * kLine,
@@ -196,10 +196,11 @@ std::string LegendOf(std::size_t y) {
 std::string Opening(std::size_t height) {
     return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + Number(kWidth) + ' ' +
            Number(height) +
-           "\" role=\"img\" aria-labelledby=\"title desc\">\n"
+           "\" role=\"graphics-document document\" aria-labelledby=\"title desc\">\n"
            "<title id=\"title\">Ports</title>\n"
            "<desc id=\"desc\">The TCP and the UDP ports from 0 to 65535, coloured by who declares "
-           "or holds them.</desc>\n" +
+           "or holds them, with dots where they are held and borders where they are in "
+           "conflict.</desc>\n" +
            std::string(kStyle) + Rectangle("paper", 0, 0, kWidth, height) + "/>\n";
 }
 

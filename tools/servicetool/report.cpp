@@ -28,16 +28,18 @@ bool WantsColour(int descriptor) {
            std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
 }
 
-// How wide the terminal behind the descriptor is, 0 where there is none.
-std::size_t TerminalColumns(int descriptor) {
+// The window of the terminal behind the descriptor, all 0 where there is none.
+WindowSize WindowOf(int descriptor) {
     winsize size{};
-    return isatty(descriptor) == 1 && ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+    return isatty(descriptor) == 1 && ioctl(descriptor, TIOCGWINSZ, &size) == 0
+               ? WindowSize{size.ws_col, size.ws_row}
+               : WindowSize{};
 }
 
 // Findings are kept as narrow as an ordinary terminal where they go elsewhere.
 std::size_t ErrorColumns() {
     constexpr std::size_t kOrdinary = 80;
-    const std::size_t columns = TerminalColumns(STDERR_FILENO);
+    const std::size_t columns = WindowOf(STDERR_FILENO).columns;
     return columns == 0 ? kOrdinary : columns;
 }
 
@@ -66,8 +68,12 @@ Json TextOrNull(std::string_view text) {
     return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
 }
 
+WindowSize Report::Window() const {
+    return WindowOf(STDOUT_FILENO);
+}
+
 std::size_t Report::Columns() const {
-    return TerminalColumns(STDOUT_FILENO);
+    return Window().columns;
 }
 
 bool Report::Colour() const {

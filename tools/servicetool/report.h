@@ -23,6 +23,12 @@ enum class Status : int {
 // A text as JSON shows it, an empty one as null.
 nlohmann::ordered_json TextOrNull(std::string_view text);
 
+// Of a terminal; what is not known is 0.
+struct WindowSize {
+    std::size_t columns;
+    std::size_t lines;
+};
+
 class Report {
   public:
     explicit Report(bool json) : json_(json) {}
@@ -31,7 +37,10 @@ class Report {
 
     bool Json() const { return json_; }
 
-    // How wide the terminal is that standard output goes to, 0 when it goes elsewhere.
+    // The terminal that standard output goes to; all is 0 when it goes elsewhere.
+    WindowSize Window() const;
+
+    // How wide that is.
     std::size_t Columns() const;
 
     // Whether it shows colours, and nobody has said that there are to be none.

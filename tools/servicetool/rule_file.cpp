@@ -11,7 +11,6 @@
 namespace tavo {
 namespace {
 
-constexpr char kRuleProtocol[] = "protocol name";
 constexpr const char *kNeededKeys[] = {kRuleProtocol, kRuleAppliancePorts, kRuleRouterPorts};
 
 bool IsNotThere(const std::filesystem::file_status &status) {

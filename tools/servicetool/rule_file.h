@@ -19,6 +19,7 @@ inline constexpr char kRuleFile[] = "/usr/tavo/etc/portforward/rule.conf";
 // Keys of a rule.
 inline constexpr char kRuleService[] = "service_id";
 inline constexpr char kRuleTitle[] = "service name";
+inline constexpr char kRuleProtocol[] = "protocol name";
 inline constexpr char kRuleAppliancePorts[] = "s_port";
 inline constexpr char kRuleRouterPorts[] = "r_port";
 

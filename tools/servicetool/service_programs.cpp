@@ -16,6 +16,10 @@ namespace {
 
 constexpr std::string_view kServiceFileSuffix = ".sc";
 
+// Where service files of packages lie, and the packages, each in the folder of its name.
+constexpr std::string_view kPackageFilesFolder = "/usr/local/etc/services.d/";
+constexpr std::string_view kPackagesFolder = "/usr/local/packages/";
+
 struct FreeNames {
     void operator()(TLIBCSzList *names) const { TLIBCSzListFree(names); }
 };
@@ -30,7 +34,7 @@ void AddNames(const std::string &name, std::vector<std::string> &names) {
     }
 }
 
-// What a process calls itself does not count: its program and its unit are not for it to choose.
+// What a process calls itself does not count: that it may change whenever it likes.
 std::vector<std::string> NamesOf(const HoldingProcess &process) {
     std::vector<std::string> names;
     AddNames(process.unit, names);
@@ -57,38 +61,55 @@ bool IsPlain(const std::string &name) {
     return name.find('/') == std::string::npos && name != "." && name != "..";
 }
 
-bool HasSection(const std::string &name, const std::string &section) {
-    if (!IsPlain(name)) {
-        return false;
-    }
-    const LibraryLog log;
+TLIBCSzList *NewNameList() {
     TLIBCSzList *list = TLIBCSzListAlloc(0);
     if (list == nullptr) {
         throw std::bad_alloc();
     }
-    TAVOFwSectionNameEnum(name.c_str(), &list);
-    const std::unique_ptr<TLIBCSzList, FreeNames> sections(list);
-    return TLIBCSzListFind(list, section.c_str()) >= 0;
+    return list;
 }
 
-// Packages live in folders of their names.
-bool LiesInFolderOf(std::string_view package, std::string_view program) {
-    return !package.empty() &&
-           program.find('/' + std::string(package) + '/') != std::string_view::npos;
+// Only the files of packages are named after them.
+bool LiesInPackageOf(const PortHolder &service, std::string_view package,
+                     std::string_view program) {
+    return !package.empty() && service.file.starts_with(kPackageFilesFolder) &&
+           program.starts_with(std::string(kPackagesFolder) + std::string(package) + '/');
 }
 
 }  // namespace
 
-bool IsProgramOf(const HoldingProcess &process, const PortHolder &service) {
+std::optional<bool> ProgramsOfServices::Owns(const PortHolder &service,
+                                             const HoldingProcess &process) {
     const std::string_view package = PackageOf(service);
     const std::vector<std::string> names = NamesOf(process);
-    return (!package.empty() && Holds(names, package)) ||
-           (!service.name.empty() &&
-            (Holds(names, service.name) || std::any_of(names.begin(), names.end(),
-                                                       [&](const std::string &name) {
-                                                           return HasSection(name, service.name);
-                                                       }))) ||
-           LiesInFolderOf(package, process.program);
+    if ((!package.empty() && Holds(names, package)) ||
+        (!service.name.empty() &&
+         (Holds(names, service.name) || HasSection(names, service.name))) ||
+        LiesInPackageOf(service, package, process.program)) {
+        return true;
+    }
+    return process.program.empty() ? std::nullopt : std::optional(false);
+}
+
+bool ProgramsOfServices::HasSection(const std::vector<std::string> &names,
+                                    const std::string &section) {
+    return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+        return SectionsFor(name).contains(section);
+    });
+}
+
+const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::string &name) {
+    const auto [known, is_new] = sections_.try_emplace(name);
+    if (is_new && IsPlain(name)) {
+        const LibraryLog log;
+        TLIBCSzList *list = NewNameList();
+        TAVOFwSectionNameEnum(name.c_str(), &list);
+        const std::unique_ptr<TLIBCSzList, FreeNames> owner(list);
+        for (int i = 0; i < TLIBCSzListCount(list); ++i) {
+            known->second.insert(TLIBCSzListGet(list, i));
+        }
+    }
+    return known->second;
 }
 
 }  // namespace tavo

@@ -48,6 +48,7 @@ constexpr SocketTable kSocketTables[] = {
 // Their numbers for UDP are those of TCP.
 constexpr std::uint32_t kConnected = 1;
 constexpr std::uint32_t kUnconnected = 7;
+constexpr std::uint32_t kListening = 10;
 
 constexpr std::string_view kStatePrefix = "TCP_";
 
@@ -127,7 +128,15 @@ std::string UnitOf(const std::string &folder) {
     return unit;
 }
 
-HoldingProcess ProcessOf(std::uint32_t pid) {
+// A process that has ended has no folder, or one without an executable until its parent takes note.
+// Neither has it sockets any more.
+bool HasEnded(const std::string &folder) {
+    char target;
+    return readlink((folder + "exe").c_str(), &target, sizeof(target)) < 0 &&
+           (errno == ENOENT || errno == ESRCH);
+}
+
+std::optional<HoldingProcess> ProcessOf(std::uint32_t pid) {
     const std::string folder = "/proc/" + std::to_string(pid) + '/';
     HoldingProcess process;
     process.pid = pid;
@@ -138,6 +147,9 @@ HoldingProcess ProcessOf(std::uint32_t pid) {
     }
     process.user = UserOf(folder);
     process.unit = UnitOf(folder);
+    if (HasEnded(folder)) {
+        return {};
+    }
     return process;
 }
 
@@ -165,92 +177,129 @@ std::string ReadSockets(const SocketTable &table, TLIBCDList *sockets) {
     return path + ": " + (access(table.path, R_OK) != 0 ? ErrorText(errno) : "cannot be read");
 }
 
+using Sockets = std::vector<RawSocketInfo>;
+
+// Those that are not the kernel's alone. Why they cannot be listed; empty when they are.
+std::string ReadAllSockets(Sockets &sockets) {
+    const OwnedSockets list = NewSocketList();
+    for (const SocketTable &table : kSocketTables) {
+        const std::string problem = ReadSockets(table, list.get());
+        if (!problem.empty()) {
+            return problem;
+        }
+    }
+    for (const TLIBCDListNode *node = TLIBCDListFirst(list.get()); node != nullptr;
+         node = TLIBCDListNext(node)) {
+        const auto &socket = *static_cast<const RawSocketInfo *>(TLIBCDListElement(node));
+        if (socket.ulInode != 0) {
+            sockets.push_back(socket);
+        }
+    }
+    return {};
+}
+
 class Look {
   public:
     // Why the sockets cannot be listed; empty when they are.
     std::string Take();
 
-    std::vector<HeldSocket> Sockets() const;
+    std::vector<HeldSocket> Result() const;
 
   private:
     // Port, protocol, state and process, 0 for one that is not known.
     using Holding = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t>;
 
-    OwnedNames PidsOf(std::uint64_t inode);
-    void Add(const RawSocketInfo &socket);
+    bool IsThere(std::uint32_t pid);
+    bool AddHolders(const RawSocketInfo &socket, TLIBCSzHash *holders);
+    void LookAgain(Sockets left);
 
-    OwnedTable holders_;
-    OwnedTable later_holders_;
+    std::map<std::uint32_t, std::optional<HoldingProcess>> processes_;  // none: it has ended
     std::set<Holding> holdings_;
 };
 
-// The processes come first, lest one that ends meanwhile is blamed for what another has.
+// The processes come first, lest one that ends meanwhile is blamed for what another has. A socket
+// that nobody had then may have been opened, or handed to another process, since.
 std::string Look::Take() {
-    holders_ = OrThrow(OwnedTable(InodeToPidsTableFetch()));
-    const OwnedSockets sockets = NewSocketList();
-    for (const SocketTable &table : kSocketTables) {
-        const std::string problem = ReadSockets(table, sockets.get());
-        if (!problem.empty()) {
-            return problem;
-        }
+    const OwnedTable holders = OrThrow(OwnedTable(InodeToPidsTableFetch()));
+    Sockets sockets;
+    const std::string problem = ReadAllSockets(sockets);
+    if (!problem.empty()) {
+        return problem;
     }
-    for (const TLIBCDListNode *node = TLIBCDListFirst(sockets.get()); node != nullptr;
-         node = TLIBCDListNext(node)) {
-        Add(*static_cast<const RawSocketInfo *>(TLIBCDListElement(node)));
+    std::erase_if(sockets,
+                  [&](const RawSocketInfo &socket) { return AddHolders(socket, holders.get()); });
+    if (!sockets.empty()) {
+        LookAgain(std::move(sockets));
     }
     return {};
 }
 
-void Look::Add(const RawSocketInfo &socket) {
-    if (socket.ulInode == 0) {
+// What is closed by then was nobody's; of the rest it cannot be told whose it is.
+void Look::LookAgain(Sockets left) {
+    const OwnedTable holders = OrThrow(OwnedTable(InodeToPidsTableFetch()));
+    std::erase_if(left,
+                  [&](const RawSocketInfo &socket) { return AddHolders(socket, holders.get()); });
+    if (left.empty()) {
         return;
     }
-    const OwnedNames pids = PidsOf(socket.ulInode);
-    const int count = TLIBCSzListCount(pids.get());
-    for (int i = 0; i < count; ++i) {
+    Sockets now;
+    const bool known = ReadAllSockets(now).empty();
+    std::set<std::uint64_t> open;
+    for (const RawSocketInfo &socket : now) {
+        open.insert(socket.ulInode);
+    }
+    for (const RawSocketInfo &socket : left) {
+        if (!known || open.contains(socket.ulInode)) {
+            holdings_.emplace(socket.uPort, socket.uProtocol, socket.uState, 0);
+        }
+    }
+}
+
+// Whether anybody has the socket.
+bool Look::AddHolders(const RawSocketInfo &socket, TLIBCSzHash *holders) {
+    const OwnedNames pids = OrThrow(OwnedNames(InodeToPidsGet(holders, socket.ulInode)));
+    bool found = false;
+    for (int i = 0; i < TLIBCSzListCount(pids.get()); ++i) {
         const std::string_view text = TLIBCSzListGet(pids.get(), i);
         std::uint32_t pid = 0;
         std::from_chars(text.data(), text.data() + text.size(), pid);
-        holdings_.emplace(socket.uPort, socket.uProtocol, socket.uState, pid);
+        if (IsThere(pid)) {
+            holdings_.emplace(socket.uPort, socket.uProtocol, socket.uState, pid);
+            found = true;
+        }
     }
-    if (count == 0) {
-        holdings_.emplace(socket.uPort, socket.uProtocol, socket.uState, 0);
-    }
+    return found;
 }
 
-// A socket that nobody had when the processes were looked at may have been opened, or handed to
-// another process, since.
-OwnedNames Look::PidsOf(std::uint64_t inode) {
-    OwnedNames pids = OrThrow(OwnedNames(InodeToPidsGet(holders_.get(), inode)));
-    if (TLIBCSzListCount(pids.get()) != 0) {
-        return pids;
+bool Look::IsThere(std::uint32_t pid) {
+    const auto [process, is_new] = processes_.try_emplace(pid);
+    if (is_new) {
+        process->second = ProcessOf(pid);
     }
-    if (!later_holders_) {
-        later_holders_ = OrThrow(OwnedTable(InodeToPidsTableFetch()));
-    }
-    return OrThrow(OwnedNames(InodeToPidsGet(later_holders_.get(), inode)));
+    return process->second.has_value();
 }
 
-std::vector<HeldSocket> Look::Sockets() const {
-    std::map<std::uint32_t, HoldingProcess> processes;
+std::vector<HeldSocket> Look::Result() const {
     std::vector<HeldSocket> sockets;
     sockets.reserve(holdings_.size());
     for (const auto &[port, protocol, state, pid] : holdings_) {
-        sockets.push_back({port, protocol, state, {}});
-        if (pid != 0) {
-            const auto [process, is_new] = processes.try_emplace(pid);
-            if (is_new) {
-                process->second = ProcessOf(pid);
-            }
-            sockets.back().process = process->second;
-        }
+        const auto process = processes_.find(pid);
+        sockets.push_back(
+            {port, protocol, state, process == processes_.end() ? std::nullopt : process->second});
     }
     return sockets;
 }
 
 }  // namespace
 
+bool Listens(const HeldSocket &socket) {
+    return socket.state == (socket.protocol == TAVO_PROTO_UDP ? kUnconnected : kListening);
+}
+
 std::string StateName(const HeldSocket &socket) {
+    if (socket.state == kNoState) {
+        return {};
+    }
     if (socket.protocol == TAVO_PROTO_UDP && socket.state == kUnconnected) {
         return "UNCONNECTED";
     }
@@ -266,7 +315,7 @@ SocketHolders LookAtSockets() {
     const LibraryLog log;
     Look look;
     const std::string problem = look.Take();
-    return {problem.empty(), problem, look.Sockets()};
+    return {problem.empty(), problem, look.Result()};
 }
 
 }  // namespace tavo

@@ -17,16 +17,22 @@ struct HoldingProcess {
     std::string unit;     // of the service manager, without its suffix; empty when there is none
 };
 
+// Of a socket that is known to be there, but stands in no table of the kernel's.
+inline constexpr std::uint32_t kNoState = 0;
+
 // A port as one process holds it in one state.
 struct HeldSocket {
     std::uint32_t port;
     std::uint32_t protocol;                 // TAVO_PROTO_TCP or TAVO_PROTO_UDP
-    std::uint32_t state;                    // in the kernel's numbers
+    std::uint32_t state;                    // in the kernel's numbers, or kNoState
     std::optional<HoldingProcess> process;  // none: somebody whom we may not look at
 };
 
-// "LISTEN", "ESTABLISHED"; of UDP "UNCONNECTED" or "CONNECTED".
+// "LISTEN", "ESTABLISHED"; of UDP "UNCONNECTED" or "CONNECTED". Empty for kNoState.
 std::string StateName(const HeldSocket &socket);
+
+// Whether the socket waits for others to speak first.
+bool Listens(const HeldSocket &socket);
 
 struct SocketHolders {
     bool known = true;                // false: the sockets cannot be told
@@ -35,7 +41,8 @@ struct SocketHolders {
 };
 
 // Every port of a socket that some process holds. Sockets that the kernel alone is still closing,
-// as those in TIME_WAIT, are held by nobody and are left out.
+// as those in TIME_WAIT, are held by nobody and are left out; so are those that nobody has any more
+// when they are looked for once more.
 SocketHolders LookAtSockets();
 
 }  // namespace tavo

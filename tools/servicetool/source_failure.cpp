@@ -171,6 +171,15 @@ Diagnostic WhySettingIsUnknown(const ServiceSetting &setting) {
                      " cannot be told");
 }
 
+bool FindBadSetting(std::string_view key, Diagnostic &finding) {
+    const FileContents contents = ReadRegularFile(kSettingsFile);
+    const std::optional<ConfigLine> line = BadLineOfKey(contents.text, key);
+    if (line) {
+        finding = BadSetting(*line);
+    }
+    return line.has_value();
+}
+
 Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &problem) {
     if (!set.empty() && set.front().first == 0) {
         return Error("", "port-zero", "sockets cannot be asked for port 0",

@@ -33,6 +33,9 @@ Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped)
 Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped);
 Diagnostic WhySettingIsUnknown(const ServiceSetting &setting);
 
+// Whether a key of the settings has a value that is no port. False when there is nothing to tell.
+bool FindBadSetting(std::string_view key, Diagnostic &finding);
+
 // `problem` is what is known to be in the way, else "".
 Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &problem);
 

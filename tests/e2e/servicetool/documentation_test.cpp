@@ -13,11 +13,9 @@
 namespace tavo::test {
 namespace {
 
-using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::IsSupersetOf;
-using testing::Not;
 
 const std::string kSource = SERVICETOOL_SOURCE;
 

@@ -43,11 +43,18 @@ class HoldingProgram {
         }
     }
     ~HoldingProgram() {
-        kill(pid_, SIGKILL);
+        End();
         waitpid(pid_, nullptr, 0);
     }
     HoldingProgram(const HoldingProgram &) = delete;
     HoldingProgram &operator=(const HoldingProgram &) = delete;
+
+    // Nobody takes note of it: the process stays in the list of processes.
+    void End() {
+        kill(pid_, SIGKILL);
+        siginfo_t info;
+        waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT);
+    }
 
     pid_t Pid() const { return pid_; }
 

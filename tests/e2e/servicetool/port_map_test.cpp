@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tavo::test {
@@ -37,7 +38,7 @@ std::string WithoutColour(const std::string &text) {
 
 TEST(PortMap, CoversEveryPortOnceAtEveryWidth) {
     for (std::size_t columns = 40; columns <= 300; ++columns) {
-        const MapShape shape = ShapeForTerminal(columns);
+        const MapShape shape = ShapeForWindow({columns, 0});
         EXPECT_EQ(shape.Rows(), 16U) << columns;
         EXPECT_LE(6 + shape.cells, columns);
         EXPECT_GT(6 + 2 * shape.cells, columns) << "a wider one would fit";
@@ -54,9 +55,18 @@ TEST(PortMap, CoversEveryPortOnceAtEveryWidth) {
     }
 }
 
+TEST(PortMap, HasFewerRowsInALowWindow) {
+    for (const auto &[lines, rows] : std::vector<std::pair<std::size_t, std::size_t>>{
+             {0, 16}, {1, 8}, {25, 8}, {39, 8}, {40, 16}, {500, 16}}) {
+        const MapShape shape = ShapeForWindow({80, lines});
+        EXPECT_EQ(shape.Rows(), rows) << lines;
+        EXPECT_EQ(shape.cells, 64U) << lines;
+    }
+}
+
 TEST(PortMap, HasAShapeForATerminalOfAnyWidth) {
     for (const std::size_t columns : std::initializer_list<std::size_t>{0, 1, 14, 21, 10000}) {
-        const MapShape shape = ShapeForTerminal(columns);
+        const MapShape shape = ShapeForWindow({columns, 25});
         EXPECT_EQ(shape.Rows() * shape.cells * shape.ports, kPortCount) << columns;
     }
 }
@@ -117,7 +127,7 @@ TEST(PortMap, EndsEachRowWithoutColour) {
 
 TEST(PortMap, HasALegendThatTellsHowManyPortsACellHas) {
     EXPECT_EQ(MapLegend(kShape, 80, false),
-              "64 ports a sign: . free, d declared, h held, B both, ! in conflict\n");
+              "64 ports a sign: . free, d declared, h held, B both among them, ! in conflict\n");
     EXPECT_EQ(WithoutColour(MapLegend(kShape, 80, true)),
               MapLegend(kShape, 80, false) +
                   "Coloured by source: forward, service, setting, "
@@ -127,8 +137,9 @@ TEST(PortMap, HasALegendThatTellsHowManyPortsACellHas) {
 }
 
 TEST(PortMap, BreaksItsLegendToFitTheTerminal) {
-    EXPECT_EQ(MapLegend(kShape, 40, false),
-              "64 ports a sign: . free, d declared,\n  h held, B both, ! in conflict\n");
+    EXPECT_EQ(
+        MapLegend(kShape, 40, false),
+        "64 ports a sign: . free, d declared,\n  h held, B both among them,\n  ! in conflict\n");
     for (std::size_t columns = 40; columns < 100; ++columns) {
         const std::string legend = WithoutColour(MapLegend(kShape, columns, true));
         for (std::size_t begin = 0; begin < legend.size();) {

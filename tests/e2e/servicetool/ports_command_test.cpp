@@ -1,17 +1,23 @@
 // servicetool ports: every claim to a port, with real sockets, and which of them collide.
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "held_socket.h"
+#include "holding_program.h"
 #include "port_world.h"
 #include "servicetool_run.h"
 
@@ -28,6 +34,7 @@ using testing::Not;
 const std::string kOwnName = program_invocation_short_name;
 const std::string kOwnProgram = std::filesystem::read_symlink("/proc/self/exe");
 const std::string kOwnPid = std::to_string(getpid());
+const std::string kOwnListener = kOwnPid + ' ' + kOwnName + " LISTEN " + kOwnProgram;
 
 class PortsCommand : public PortWorld {};
 
@@ -63,7 +70,7 @@ std::vector<std::string> Conflicts() {
 
 // ---- The table
 
-TEST_F(PortsCommand, ListsEveryClaimByPortProtocolAndSource) {
+TEST_F(PortsCommand, ListsEveryClaimByPortProtocolAndSourceAndMarksThoseInConflict) {
     WriteFile(kSystem + "web.sc", Section("web", "8080/tcp"));
     WriteFile(kPackage + "chat.sc", Section("chat", "8070:8090"));
     WriteFile(kRules, Rule("1", "web", "8080", "8081"));
@@ -73,31 +80,30 @@ TEST_F(PortsCommand, ListsEveryClaimByPortProtocolAndSource) {
     const ProgramResult result = ServiceTool({"ports"});
     EXPECT_THAT(result.err, IsEmpty());
     EXPECT_EQ(result.status, 0);
-    EXPECT_THAT(result.out, testing::ContainsRegex("^PROTO +PORT +SOURCE +SERVICE +PID +STATE +"
-                                                   "PROGRAM\n"));
+    EXPECT_THAT(result.out, testing::ContainsRegex("^PROTO +PORT +SOURCE +SERVICE +PID "
+                                                   "+PROGRAM +STATE +WHERE\n"));
     EXPECT_THAT(
         Rows(result.out),
-        ElementsAre("tcp 8000 setting tavo-sms (smsport) - - -",
-                    "tcp 8070:8090 service chat (package/chat.sc) - - -",
-                    "udp 8070:8090 service chat (package/chat.sc) - - -",
-                    "tcp 8080 forward web (rule 1) - - -",
-                    "tcp 8080 service web (system/web.sc) - - -",
-                    "tcp 8080 setting webdav_http (WebDavPort) - - -",
-                    "tcp 8080 socket - " + kOwnPid + " LISTEN " + kOwnProgram,
-                    "udp 8080 forward web (rule 1) - - -",
-                    "udp 8080 setting webdav_http (WebDavPort) - - -",
-                    "tcp 8081 forward web (rule 1) - - -", "udp 8081 forward web (rule 1) - - -",
-                    "udp 8085 socket - " + kOwnPid + " UNCONNECTED " + kOwnProgram));
+        ElementsAre(
+            "tcp 8000 setting tavo-sms - - - smsport",
+            "tcp 8070:8090 ! service chat - - - package/chat.sc",
+            "udp 8070:8090 ! service chat - - - package/chat.sc",
+            "tcp 8080 ! forward web - - - rule 1", "tcp 8080 ! service web - - - system/web.sc",
+            "tcp 8080 ! setting webdav_http - - - WebDavPort",
+            "tcp 8080 ! socket - " + kOwnListener, "udp 8080 ! forward web - - - rule 1",
+            "udp 8080 ! setting webdav_http - - - WebDavPort", "tcp 8081 forward web - - - rule 1",
+            "udp 8081 forward web - - - rule 1",
+            "udp 8085 ! socket - " + kOwnPid + " " + kOwnName + " UNCONNECTED " + kOwnProgram));
 }
 
 TEST_F(PortsCommand, TellsTheServicesOfTheSystemItselfOnce) {
     WriteFile(kSettings, "syslogport=8514\n");
     const std::string out = ServiceTool({"ports", "--no-legend"}).out;
-    EXPECT_THAT(Rows(out), ElementsAre("tcp 8514 setting syslog_server (syslogport) - - -",
-                                       "udp 8514 setting syslog_server (syslogport) - - -"));
+    EXPECT_THAT(Rows(out), ElementsAre("tcp 8514 setting syslog_server - - - syslogport",
+                                       "udp 8514 setting syslog_server - - - syslogport"));
     EXPECT_THAT(Rows(out, 5000, 5010),
-                ElementsAre("tcp 5005 service tavo-webdav (built-in) - - -",
-                            "tcp 5006 service tavo-webdav-ssl (built-in) - - -"));
+                ElementsAre("tcp 5005 service tavo-webdav - - - built-in",
+                            "tcp 5006 service tavo-webdav-ssl - - - built-in"));
     EXPECT_THAT(out, Not(HasSubstr("PROTO")));
 }
 
@@ -105,14 +111,37 @@ TEST_F(PortsCommand, ListsOnlyTheKindThatIsAskedFor) {
     WriteFile(kSystem + "web.sc", Section("web", "8080/tcp"));
     const HeldPort held(Family::kV4, Protocol::kTcp, 8080);
     const std::string declared = ServiceTool({"ports", "--declared"}).out;
-    EXPECT_THAT(declared, testing::ContainsRegex("^PROTO +PORT +SOURCE +SERVICE\n"));
-    EXPECT_THAT(Rows(declared), ElementsAre("tcp 8080 service web (system/web.sc)"));
+    EXPECT_THAT(declared, testing::ContainsRegex("^PROTO +PORT +SOURCE +SERVICE +WHERE\n"));
+    EXPECT_THAT(Rows(declared), ElementsAre("tcp 8080 service web system/web.sc"));
     const std::string from_processes = ServiceTool({"ports", "--held"}).out;
     EXPECT_THAT(from_processes,
                 testing::ContainsRegex("^PROTO +PORT +PID +USER +STATE +PROGRAM\n"));
     EXPECT_THAT(Rows(from_processes, 0, 65535),
                 ElementsAre("tcp 8080 " + kOwnPid + " root LISTEN " + kOwnProgram));
     EXPECT_EQ(ServiceTool({"ports", "--held", "--declared"}).out, ServiceTool({"ports"}).out);
+}
+
+TEST_F(PortsCommand, FitsItsTableToAnOrdinaryTerminal) {
+    const TemporaryFolder folder;
+    WriteFile(kPackage + "chat.sc", Section("chat", "30000:30100"));
+    auto held = std::make_unique<HeldSocket>(AF_INET, SOCK_DGRAM, 30000);
+    const HoldingProgram program(folder / "packages/chat/in/a/deep/folder/chatd",
+                                 held->Descriptor());
+    held.reset();
+    for (const char *kind : {"--verbose", "--held", "--declared"}) {
+        const std::string shown = ServiceToolOnTerminal({"ports", kind});
+        EXPECT_THAT(shown, HasSubstr("30000"));
+        std::istringstream lines(shown);
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_LE(line.size(), 80U) << line;
+        }
+    }
+}
+
+TEST_F(PortsCommand, LeavesTheStateOutOfANarrowTable) {
+    const std::string narrow = ServiceToolOnTerminal({"ports"}, 99);
+    EXPECT_THAT(narrow, testing::ContainsRegex("SERVICE +PID +PROGRAM +WHERE\n"));
+    EXPECT_EQ(ServiceToolOnTerminal({"ports"}, 100), ServiceTool({"ports"}).out);
 }
 
 TEST_F(PortsCommand, ListsNothingWhereNothingIsHeld) {
@@ -125,7 +154,7 @@ TEST_F(PortsCommand, NeverPrintsWhatATerminalActsOn) {
               "s_port=\"8080\"\nr_port=\"8080\"\n");
     const std::string out = ServiceTool({"ports", "--declared"}).out;
     EXPECT_THAT(out, Not(HasSubstr("\x1b")));
-    EXPECT_THAT(out, HasSubstr("a (rule 1, \\x1b[31mred)"));
+    EXPECT_THAT(out, testing::ContainsRegex("a +rule 1, \\\\x1b\\[31mred\n"));
 }
 
 TEST_F(PortsCommand, PrintsJson) {
@@ -157,21 +186,30 @@ TEST_F(PortsCommand, PrintsJson) {
 TEST_F(PortsCommand, FindsTwoServicesThatDeclareAPort) {
     WriteFile(kSystem + "a.sc", Section("a", "7000:7010/tcp"));
     WriteFile(kPackage + "b.sc", Section("b", "7005/tcp") + Section("c", "7010:7020/udp,tcp"));
-    EXPECT_THAT(Conflicts(), ElementsAre("tcp 7005 service a (system/a.sc) - - -",
-                                         "tcp 7005 service b (package/b.sc) - - -",
-                                         "tcp 7010 service a (system/a.sc) - - -",
-                                         "tcp 7010 service c (package/b.sc) - - -"));
+    EXPECT_THAT(Conflicts(), ElementsAre("tcp 7005 ! service a - - - system/a.sc",
+                                         "tcp 7005 ! service b - - - package/b.sc",
+                                         "tcp 7010 ! service a - - - system/a.sc",
+                                         "tcp 7010 ! service c - - - package/b.sc"));
 }
 
-TEST_F(PortsCommand, FindsServicesAgainstRulesAndSettingsOfOthers) {
-    WriteFile(kSystem + "a.sc", Section("a", "7000/udp") + Section("b", "7001/tcp"));
-    WriteFile(kRules, Rule("1", "other", "7000", "7000"));
+TEST_F(PortsCommand, FindsServicesAgainstSettingsOfOthers) {
+    WriteFile(kSystem + "a.sc", Section("b", "7001/tcp"));
     WriteFile(kSettings, "ftpport=7001\n");
-    EXPECT_THAT(Conflicts(), ElementsAre("udp 7000 forward other (rule 1) - - -",
-                                         "udp 7000 service a (system/a.sc) - - -",
-                                         "tcp 7001 service b (system/a.sc) - - -",
-                                         "tcp 7001 service ftp (built-in) - - -",
-                                         "tcp 7001 setting ftp (ftpport) - - -"));
+    EXPECT_THAT(Conflicts(), ElementsAre("tcp 7001 ! service b - - - system/a.sc",
+                                         "tcp 7001 ! service ftp - - - built-in",
+                                         "tcp 7001 ! setting ftp - - - ftpport"));
+}
+
+TEST_F(PortsCommand, FindsNoConflictWithRulesButListsThemBesideOne) {
+    WriteFile(kSystem + "a.sc", Section("a", "7000/udp,tcp"));
+    WriteFile(kRules, Rule("1", "other", "7000", "7000") + Rule("2", "another", "7001", "7000"));
+    const HeldPort held(Family::kV4, Protocol::kTcp, 7001);
+    EXPECT_THAT(Conflicts(), IsEmpty());
+    WriteFile(kPackage + "b.sc", Section("b", "7000/udp"));
+    EXPECT_THAT(Conflicts(), ElementsAre("udp 7000 ! forward another - - - rule 2",
+                                         "udp 7000 ! forward other - - - rule 1",
+                                         "udp 7000 ! service a - - - system/a.sc",
+                                         "udp 7000 ! service b - - - package/b.sc"));
 }
 
 TEST_F(PortsCommand, FindsNoConflictOfAServiceWithItself) {
@@ -192,9 +230,8 @@ TEST_F(PortsCommand, FindsNoConflictBetweenProtocols) {
 TEST_F(PortsCommand, FindsAPortThatAnothersProgramHolds) {
     WriteFile(kSystem + "a.sc", Section("a", "7000:7010/tcp"));
     const HeldPort held(Family::kV4, Protocol::kTcp, 7003);
-    EXPECT_THAT(Conflicts(),
-                ElementsAre("tcp 7003 service a (system/a.sc) - - -",
-                            "tcp 7003 socket - " + kOwnPid + " LISTEN " + kOwnProgram));
+    EXPECT_THAT(Conflicts(), ElementsAre("tcp 7003 ! service a - - - system/a.sc",
+                                         "tcp 7003 ! socket - " + kOwnListener));
 }
 
 TEST_F(PortsCommand, FindsNoConflictWhereTheServicesProgramHoldsThePort) {
@@ -202,10 +239,58 @@ TEST_F(PortsCommand, FindsNoConflictWhereTheServicesProgramHoldsThePort) {
     const HeldPort declared(Family::kV4, Protocol::kTcp, 7003);
     const HeldPort undeclared(Family::kV4, Protocol::kTcp, 7011);
     EXPECT_THAT(Conflicts(), IsEmpty());
+    EXPECT_THAT(Rows(ServiceTool({"ports"}).out, 7003, 7011),
+                ElementsAre("tcp 7003 socket " + kOwnName + " " + kOwnListener,
+                            "tcp 7011 socket - " + kOwnListener));
+}
+
+TEST_F(PortsCommand, FindsAnothersProgramBesideTheServices) {
+    WriteFile(kSystem + "a.sc", Section(kOwnName, "7000/tcp"));
+    const HeldSocket shared(AF_INET, SOCK_STREAM, 7000);
+    const TemporaryFolder folder;
+    const HoldingProgram stranger(folder / "stranger", shared.Descriptor());
+    EXPECT_THAT(Conflicts(), testing::UnorderedElementsAre(
+                                 "tcp 7000 ! service " + kOwnName + " - - - system/a.sc",
+                                 "tcp 7000 ! socket " + kOwnName + ' ' + kOwnListener,
+                                 "tcp 7000 ! socket - " + std::to_string(stranger.Pid()) +
+                                     " stranger LISTEN " + (folder / "stranger")));
+}
+
+// A socket at a port of its own that waits for nobody: it speaks to `peer`.
+class OutgoingSocket {
+  public:
+    OutgoingSocket(int type, int port, int peer)
+        : socket_(socket(AF_INET, type | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const auto *at = reinterpret_cast<const sockaddr *>(&address);
+        address.sin_port = htons(static_cast<in_port_t>(port));
+        const bool bound = bind(socket_, at, sizeof(address)) == 0;
+        address.sin_port = htons(static_cast<in_port_t>(peer));
+        if (!bound || connect(socket_, at, sizeof(address)) != 0) {
+            throw std::runtime_error("no connection");
+        }
+    }
+    ~OutgoingSocket() { close(socket_); }
+    OutgoingSocket(const OutgoingSocket &) = delete;
+    OutgoingSocket &operator=(const OutgoingSocket &) = delete;
+
+  private:
+    int socket_;
+};
+
+TEST_F(PortsCommand, FindsNoConflictOfAConnectionToSomebodyElse) {
+    WriteFile(kSystem + "a.sc", Section("a", "7000:7010"));
+    const HeldPort tcp_peer(Family::kV4, Protocol::kTcp, 7100);
+    const HeldPort udp_peer(Family::kV4, Protocol::kUdp, 7100);
+    const OutgoingSocket tcp(SOCK_STREAM, 7001, 7100);
+    const OutgoingSocket udp(SOCK_DGRAM, 7002, 7100);
+    EXPECT_THAT(Conflicts(), IsEmpty());
     EXPECT_THAT(
-        Rows(ServiceTool({"ports"}).out, 7003, 7011),
-        ElementsAre("tcp 7003 socket " + kOwnName + " " + kOwnPid + " LISTEN " + kOwnProgram,
-                    "tcp 7011 socket - " + kOwnPid + " LISTEN " + kOwnProgram));
+        Rows(ServiceTool({"ports"}).out, 7001, 7002),
+        ElementsAre("tcp 7001 socket - " + kOwnPid + ' ' + kOwnName + " ESTABLISHED " + kOwnProgram,
+                    "udp 7002 socket - " + kOwnPid + ' ' + kOwnName + " CONNECTED " + kOwnProgram));
 }
 
 TEST_F(PortsCommand, ComparesOnlyDeclarationsWhereOnlyTheyAreAskedFor) {
@@ -215,7 +300,12 @@ TEST_F(PortsCommand, ComparesOnlyDeclarationsWhereOnlyTheyAreAskedFor) {
     const ProgramResult result = ServiceTool({"ports", "--conflicts", "--held"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(Rows(result.out),
-                ElementsAre("tcp 7000 " + kOwnPid + " root LISTEN " + kOwnProgram));
+                ElementsAre("tcp 7000 ! " + kOwnPid + " root LISTEN " + kOwnProgram));
+}
+
+TEST_F(PortsCommand, CountsConflictsOfDeclarationsAlsoWhereItListsOnlyWhatIsHeld) {
+    WriteFile(kSystem + "a.sc", Section("a", "7000/tcp") + Section("b", "7000/tcp"));
+    ExpectRun(ServiceTool({"ports", "--conflicts", "--held"}), 1, "");
 }
 
 // The ports that results are about, by protocol, each with the services that they name.
@@ -262,7 +352,9 @@ TEST_F(PortsCommand, TellsASourceThatFailsAndTheRest) {
     EXPECT_EQ(declared.status, 3);
     EXPECT_THAT(declared.err, HasSubstr("[bad-rule]"));
     EXPECT_EQ(Rows(declared.out).size(), 2U);
-    EXPECT_EQ(ServiceTool({"ports", "--conflicts"}).status, 3);
+    const ProgramResult conflicts = ServiceTool({"ports", "--conflicts"});
+    EXPECT_EQ(conflicts.status, 3) << "there may be more conflicts than those that were found";
+    EXPECT_EQ(Rows(conflicts.out).size(), 2U);
     EXPECT_EQ(ServiceTool({"ports", "--held"}).status, 0);
 }
 
@@ -289,10 +381,44 @@ TEST_F(PortsCommand, SaysThatAHolderIsUnknown) {
     const Undumpable self;
     const ProgramResult all = WithoutRights({"ports"});
     EXPECT_EQ(all.status, 0);
-    EXPECT_THAT(Rows(all.out), ElementsAre("tcp 7000 service a (system/a.sc) - - -",
-                                           "tcp 7000 socket - - LISTEN unknown",
-                                           "tcp 7001 socket - - LISTEN unknown"));
+    EXPECT_THAT(Rows(all.out), ElementsAre("tcp 7000 service a - - - system/a.sc",
+                                           "tcp 7000 socket - - unknown LISTEN -",
+                                           "tcp 7001 socket - - unknown LISTEN -"));
     ExpectRun(WithoutRights({"ports", "--conflicts"}), 3, "",
+              "servicetool: error: cannot tell who holds 7000/tcp, which is declared "
+              "[unknown-holder]\n");
+}
+
+// For as long as this lives, the working folder is one whose path is longer than links can be read.
+class DeepFolder {
+  public:
+    DeepFolder() {
+        std::filesystem::current_path(folder_.Path());
+        for (int depth = 0; depth < 20; ++depth) {
+            const std::string name(250, 'd');
+            if (mkdir(name.c_str(), 0755) != 0 || chdir(name.c_str()) != 0) {
+                throw std::runtime_error("no deep folder");
+            }
+        }
+    }
+    ~DeepFolder() { std::filesystem::current_path("/"); }
+    DeepFolder(const DeepFolder &) = delete;
+    DeepFolder &operator=(const DeepFolder &) = delete;
+
+  private:
+    const TemporaryFolder folder_;
+};
+
+TEST_F(PortsCommand, SaysThatItIsUnknownWhatAProgramIsThatCannotBeRead) {
+    WriteFile(kSystem + "a.sc", Section(kOwnName, "7000/tcp"));
+    const HeldSocket shared(AF_INET, SOCK_STREAM, 7000);
+    const DeepFolder folder;
+    const HoldingProgram hidden("./hidden", shared.Descriptor());
+    EXPECT_THAT(Rows(ServiceTool({"ports"}).out),
+                testing::IsSupersetOf(
+                    {"tcp 7000 socket " + kOwnName + ' ' + kOwnListener,
+                     "tcp 7000 socket - " + std::to_string(hidden.Pid()) + " hidden LISTEN -"}));
+    ExpectRun(ServiceTool({"ports", "--conflicts"}), 3, "",
               "servicetool: error: cannot tell who holds 7000/tcp, which is declared "
               "[unknown-holder]\n");
 }
@@ -326,7 +452,8 @@ TEST_F(PortsCommand, DrawsAPictureOfEachProtocol) {
     EXPECT_EQ(lines[16], "61440 " + std::string(63, '.') + "d");
     EXPECT_EQ(lines[17], "udp");
     EXPECT_EQ(lines[33], "61440 " + std::string(40, '.') + "h" + std::string(23, '.'));
-    EXPECT_EQ(lines[34], "64 ports a sign: . free, d declared, h held, B both, ! in conflict");
+    EXPECT_EQ(lines[34],
+              "64 ports a sign: . free, d declared, h held, B both among them, ! in conflict");
     EXPECT_EQ(ServiceTool({"ports", "--map", "--no-legend"}).out,
               out.substr(0, out.rfind("64 ports")));
 }
@@ -341,11 +468,20 @@ TEST_F(PortsCommand, DrawsOnlyWhatIsAskedFor) {
 }
 
 TEST_F(PortsCommand, FitsThePictureToTheTerminal) {
-    const std::string wide = ServiceToolOnTerminal({"ports", "--map"}, 140, {"TERM=dumb"});
+    const std::vector<std::string> environment = {"TERM=dumb"};
+    const std::string wide = ServiceToolOnTerminal({"ports", "--map"}, 140, environment, 40);
     EXPECT_THAT(wide, HasSubstr("61440 " + std::string(128, '.')));
     EXPECT_THAT(wide, HasSubstr("32 ports a sign:"));
-    EXPECT_THAT(ServiceToolOnTerminal({"ports", "--map"}, 40, {"TERM=dumb"}),
+    EXPECT_THAT(ServiceToolOnTerminal({"ports", "--map"}, 40, environment, 50),
                 HasSubstr("128 ports a sign:"));
+    const std::string low = ServiceToolOnTerminal({"ports", "--map"}, 80, environment, 24);
+    EXPECT_THAT(low, HasSubstr("57344 " + std::string(64, '.')));
+    EXPECT_LT(std::count(low.begin(), low.end(), '\n'), 24);
+}
+
+TEST_F(PortsCommand, SaysWhatItsLegendIs) {
+    EXPECT_THAT(ServiceTool({"ports", "--help"}).out,
+                HasSubstr("Leave the header or the legend out"));
 }
 
 TEST_F(PortsCommand, ColoursThePictureOnATerminalOnly) {

@@ -153,12 +153,29 @@ TEST_F(PortsSvg, CutsATooltipThatNobodyReads) {
 TEST_F(PortsSvg, StandsAloneInLightAndDarkForEverybody) {
     const std::string svg = Svg();
     EXPECT_THAT(svg, StartsWith("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 "));
-    EXPECT_THAT(svg, HasSubstr(" role=\"img\" aria-labelledby=\"title desc\">\n"
+    EXPECT_THAT(svg, HasSubstr(" role=\"graphics-document document\" "
+                               "aria-labelledby=\"title desc\">\n"
                                "<title id=\"title\">Ports</title>\n<desc id=\"desc\">"));
     EXPECT_THAT(svg, HasSubstr("@media (prefers-color-scheme: dark)"));
     EXPECT_THAT(svg, testing::AllOf(Not(HasSubstr("<script")), Not(HasSubstr("href"))));
-    EXPECT_THAT(svg, HasSubstr(">in conflict</text>"));
-    EXPECT_THAT(Svg({"--no-legend"}), Not(HasSubstr(">in conflict</text>")));
+    EXPECT_THAT(svg, HasSubstr(">in conflict: a border</text>"));
+    EXPECT_THAT(Svg({"--no-legend"}), Not(HasSubstr(">in conflict: a border</text>")));
+}
+
+TEST_F(PortsSvg, TellsKindsApartWithoutColours) {
+    WriteFile(kSystem + "a.sc", Section("a", "30720:30735/tcp"));
+    const HeldPort first(Family::kV4, Protocol::kTcp, 30752);
+    const HeldPort second(Family::kV4, Protocol::kTcp, 32767);
+    const std::string svg = Svg();
+    EXPECT_THAT(svg, testing::ContainsRegex(
+                         "x=\"64\" y=\"156\" width=\"8\" height=\"8\">[^\n]*</rect>\n"
+                         "<rect class=\"socket\" x=\"80\" y=\"156\" width=\"8\"[^\n]*</rect>\n"
+                         "<path class=\"dots\" d=\"M84 160h4\"/>\n"
+                         "<rect class=\"socket\" x=\"1080\" y=\"156\"[^\n]*</rect>\n"
+                         "<path class=\"dots\" d=\"M1084 160h4\"/>\n<text"));
+    EXPECT_THAT(svg, testing::ContainsRegex("<rect class=\"socket\"[^\n]*/>\n<path class=\"dots\""
+                                            "[^\n]*/>\n<text[^\n]*>held: a dot</text>"));
+    EXPECT_THAT(svg, testing::ContainsRegex("\\.conflict \\{[^}]* stroke: var\\(--ink\\);"));
 }
 
 // ---- The file
@@ -215,17 +232,85 @@ TEST_F(PortsSvg, LeavesTheOldFileWholeWhereItCannotWriteANewOne) {
 
 TEST_F(PortsSvg, TellsWhyAFileCannotBeWritten) {
     const TemporaryFolder folder;
-    const std::string missing = folder / "no/ports.svg";
+    std::filesystem::create_symlink("loop", folder / "loop");
+    std::filesystem::create_symlink("nothing", folder / "dangling");
+    mkfifo((folder / "pipe").c_str(), 0600);
+    WriteFile(folder / "file", "");
+    const std::vector<std::string> entries = folder.Entries();
     for (const auto &[path, problem] :
-         {std::pair(missing, "no such file or directory"),
+         {std::pair(folder / "no/ports.svg", "no such file or directory"),
+          std::pair(folder / "file/ports.svg", "not a directory"),
+          std::pair(folder / "loop", "too many levels of symbolic links"),
+          std::pair(folder / "dangling", "symbolic link to nothing"),
+          std::pair(folder / "pipe", "no such device or address"),
           std::pair(folder.Path(), "is a directory"),
           std::pair(std::string("/dev/full"), "no space left on device")}) {
         const ProgramResult result = ServiceTool({"ports", "--no-legend", "--svg", path});
         EXPECT_EQ(result.status, 3);
-        EXPECT_EQ(result.err, path + ": error: cannot be written and is as it was: " + problem +
-                                  " [unwritable]\n");
+        EXPECT_EQ(result.err, path + ": error: cannot be written: " + problem + " [unwritable]\n");
         EXPECT_EQ(result.out, ServiceTool({"ports", "--no-legend"}).out);
     }
+    EXPECT_EQ(folder.Entries(), entries);
+    EXPECT_TRUE(std::filesystem::is_symlink(folder / "loop"));
+}
+
+TEST_F(PortsSvg, LeavesAFileWholeWhoseOwnerItCannotKeep) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "ports.svg";
+    WriteFile(path, "old");
+    chmod(path.c_str(), 0666);
+    ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    const ProgramResult result = RunProgram({"setpriv", "--bounding-set=-all", "--inh-caps=-all",
+                                             SERVICETOOL, "ports", "--declared", "--svg", path});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err, path +
+                              ": error: cannot be written and is as it was: its owner cannot be "
+                              "kept: operation not permitted [unwritable]\n");
+    EXPECT_EQ(ReadFile(path), "old");
+    EXPECT_THAT(folder.Entries(), ElementsAre("ports.svg"));
+}
+
+TEST_F(PortsSvg, WritesFilesWithNamesAsLongAsNamesCanBe) {
+    const TemporaryFolder folder;
+    const std::string path = folder / std::string(255, 's');
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(ServiceTool({"ports", "--svg", path}).status, 0);
+        EXPECT_EQ(ReadFile(path), Svg());
+    }
+}
+
+TEST_F(PortsSvg, WaitsForASlowReaderOfAPipe) {
+    const TemporaryFolder folder;
+    std::string services;
+    for (int port = 20000; port < 23000; ++port) {
+        services += Section("s" + std::to_string(port), std::to_string(port) + "/tcp");
+    }
+    WriteFile(kSystem + "many.sc", services);
+    const std::string pipe = folder / "pipe";
+    const std::string copy = folder / "copy";
+    mkfifo(pipe.c_str(), 0600);
+    const ProgramResult result =
+        RunProgram({"sh", "-c",
+                    "{ sleep 0.3; cat; } <" + pipe + " >" + copy + " & exec 3>" + pipe +
+                        "; " SERVICETOOL " ports --svg " + pipe +
+                        " >/dev/null; status=$?; exec 3>&-; wait; exit $status"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_GT(ReadFile(copy).size(), 65536U) << "more than a pipe holds";
+    EXPECT_EQ(ReadFile(copy), Svg());
+}
+
+TEST_F(PortsSvg, KnowsStandardOutputByOtherNames) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "ports.svg";
+    for (const std::string &name : {std::string("/dev/stdout"), path}) {
+        const ProgramResult result =
+            RunProgram({"sh", "-c", "exec " SERVICETOOL " ports --svg " + name + " >" + path});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(ReadFile(path), Svg());
+    }
+    const ProgramResult both = ServiceTool({"ports", "--map", "--svg", "/dev/stdout"});
+    EXPECT_EQ(both.status, 2);
+    EXPECT_THAT(both.err, HasSubstr("--svg /dev/stdout and --map exclude each other"));
 }
 
 TEST_F(PortsSvg, HasStandardOutputForItself) {

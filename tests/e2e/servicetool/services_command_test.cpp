@@ -16,7 +16,6 @@ namespace {
 
 using nlohmann::json;
 using testing::AllOf;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;

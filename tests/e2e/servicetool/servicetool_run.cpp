@@ -50,8 +50,9 @@ ProgramResult ServiceTool(std::vector<std::string> arguments, std::string_view i
 }
 
 std::string ServiceToolOnTerminal(std::vector<std::string> arguments, unsigned short columns,
-                                  const std::vector<std::string> &environment) {
-    const winsize size{25, columns, 0, 0};
+                                  const std::vector<std::string> &environment,
+                                  unsigned short lines) {
+    const winsize size{lines, columns, 0, 0};
     int terminal = -1;
     const pid_t pid = forkpty(&terminal, nullptr, nullptr, &size);
     if (pid < 0) {

@@ -12,9 +12,10 @@ namespace tavo::test {
 
 ProgramResult ServiceTool(std::vector<std::string> arguments, std::string_view input = {});
 
-// What servicetool shows on a terminal of `columns` columns, standard output and error together.
+// What servicetool shows on a terminal of that size, standard output and error together.
 std::string ServiceToolOnTerminal(std::vector<std::string> arguments, unsigned short columns = 80,
-                                  const std::vector<std::string> &environment = {"TERM=xterm"});
+                                  const std::vector<std::string> &environment = {"TERM=xterm"},
+                                  unsigned short lines = 25);
 
 // A service file of one good service in lines 1 to 4, with `more` from line 5 on.
 std::string GoodServiceAnd(const std::string &more);

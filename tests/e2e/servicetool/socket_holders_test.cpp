@@ -4,10 +4,16 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "held_socket.h"
@@ -24,6 +30,9 @@ int looks = 0;
 
 // Whether the links to executables cannot be read.
 bool without_programs = false;
+
+// What happens as soon as the tables of sockets were read once.
+std::function<void()> after_tables;
 
 template <typename Function>
 Function *OfTheLibrary(Function *, const char *name) {
@@ -44,6 +53,15 @@ TLIBCSzHash *InodeToPidsTableFetch(void) {
 char *ProgramCommandFetch(uint32_t uPid) {
     return without_programs ? nullptr
                             : OfTheLibrary(ProgramCommandFetch, "ProgramCommandFetch")(uPid);
+}
+
+int ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pList) {
+    const int result =
+        OfTheLibrary(ParseToRawSocketInfo, "ParseToRawSocketInfo")(szPath, uProtocol, pList);
+    if (after_tables && std::string_view(szPath) == "/proc/net/udp6") {
+        std::exchange(after_tables, nullptr)();
+    }
+    return result;
 }
 
 namespace tavo::test {
@@ -71,6 +89,7 @@ class SocketHoldersTest : public PortWorld {
         looks = 0;
         blind_looks = 0;
         without_programs = false;
+        after_tables = nullptr;
     }
 
     const std::string self_ = std::to_string(getpid());
@@ -112,12 +131,88 @@ TEST_F(SocketHoldersTest, AreCalledAsTheyCallThemselvesWhereTheirProgramsCannotB
     EXPECT_EQ(holders.sockets[0].process->name, "a (b)\n\n");
 }
 
+// A socket on its way from one process to another, in the hands of neither.
+class HandedOver {
+  public:
+    explicit HandedOver(int descriptor) {
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair_), 0);
+        cmsghdr *control = Prepare();
+        std::memcpy(CMSG_DATA(control), &descriptor, sizeof(descriptor));
+        EXPECT_EQ(sendmsg(pair_[0], &message_, 0), 1);
+    }
+    ~HandedOver() {
+        for (const int descriptor : {pair_[0], pair_[1], received_}) {
+            close(descriptor);
+        }
+    }
+    HandedOver(const HandedOver &) = delete;
+    HandedOver &operator=(const HandedOver &) = delete;
+
+    void Receive() {
+        cmsghdr *control = Prepare();
+        EXPECT_EQ(recvmsg(pair_[1], &message_, MSG_CMSG_CLOEXEC), 1);
+        std::memcpy(&received_, CMSG_DATA(control), sizeof(received_));
+    }
+
+  private:
+    cmsghdr *Prepare() {
+        message_.msg_iov = &content_;
+        message_.msg_iovlen = 1;
+        message_.msg_control = control_;
+        message_.msg_controllen = sizeof(control_);
+        cmsghdr *control = CMSG_FIRSTHDR(&message_);
+        control->cmsg_level = SOL_SOCKET;
+        control->cmsg_type = SCM_RIGHTS;
+        control->cmsg_len = CMSG_LEN(sizeof(int));
+        return control;
+    }
+
+    int pair_[2] = {-1, -1};
+    int received_ = -1;
+    char byte_ = 0;
+    iovec content_ = {&byte_, 1};
+    alignas(cmsghdr) char control_[CMSG_SPACE(sizeof(int))] = {};
+    msghdr message_ = {};
+};
+
+TEST_F(SocketHoldersTest, DoNotCountOnceTheyHaveEnded) {
+    const TemporaryFolder folder;
+    for (const bool noted : {false, true}) {
+        std::optional<HeldSocket> socket(std::in_place, AF_INET, SOCK_STREAM, 8000);
+        std::optional<HoldingProgram> child(std::in_place, folder / "child", socket->Descriptor());
+        const auto end = [&] { noted ? child.reset() : child->End(); };
+        after_tables = end;
+        EXPECT_THAT(Held(), testing::ElementsAre("8000 1 LISTEN " + self_)) << noted;
+        child.emplace(folder / "child", socket->Descriptor());
+        socket.reset();
+        after_tables = end;
+        EXPECT_THAT(Held(), testing::IsEmpty()) << noted;
+    }
+}
+
+TEST_F(SocketHoldersTest, MayHandTheirSocketsOverBeforeTheyEnd) {
+    const TemporaryFolder folder;
+    for (const bool received : {true, false}) {
+        std::optional<HeldSocket> socket(std::in_place, AF_INET, SOCK_STREAM, 8000);
+        HoldingProgram child(folder / "child", socket->Descriptor());
+        HandedOver on_its_way(socket->Descriptor());
+        socket.reset();
+        after_tables = [&] {
+            child.End();
+            if (received) {
+                on_its_way.Receive();
+            }
+        };
+        EXPECT_THAT(Held(), testing::ElementsAre("8000 1 LISTEN " + (received ? self_ : "?")));
+    }
+}
+
 TEST(SocketStates, HaveNames) {
     const std::pair<tavo::HeldSocket, std::string> states[] = {
         {{1, TAVO_PROTO_TCP, 10, {}}, "LISTEN"},     {{1, TAVO_PROTO_TCP, 1, {}}, "ESTABLISHED"},
         {{1, TAVO_PROTO_TCP, 7, {}}, "CLOSE"},       {{1, TAVO_PROTO_TCP, 8, {}}, "CLOSE_WAIT"},
         {{1, TAVO_PROTO_UDP, 7, {}}, "UNCONNECTED"}, {{1, TAVO_PROTO_UDP, 1, {}}, "CONNECTED"},
-        {{1, TAVO_PROTO_TCP, 99, {}}, "STATE 99"},
+        {{1, TAVO_PROTO_TCP, 99, {}}, "STATE 99"},   {{1, TAVO_PROTO_TCP, kNoState, {}}, ""},
     };
     for (const auto &[socket, name] : states) {
         EXPECT_EQ(StateName(socket), name);
@@ -131,8 +226,10 @@ struct Kinship {
     const char *unit;
     const char *service;
     const char *file;  // "" for a built-in service
-    bool same;
+    std::optional<bool> same;
 };
+
+constexpr char kSiteFile[] = "/usr/local/etc/services.d/site.sc";
 
 const Kinship kKinships[] = {
     {"/usr/bin/web", "", "web", "", true},         // the service's name
@@ -144,12 +241,19 @@ const Kinship kKinships[] = {
     {"/usr/bin/web", "", "site", "/x/web.sc", true},  // its file's name
     {"/usr/bin/python3", "web", "site", "/x/web.sc", true},
     {"/usr/bin/web.sc", "", "site", "/x/web.sc", false},
-    {"/usr/bin/web", "", "site", "/etc/web.conf", false},     // no service file
-    {"/opt/web/bin/python3", "", "site", "/x/web.sc", true},  // its package's folder
-    {"/opt/website/bin/python3", "", "site", "/x/web.sc", false},
-    {"/opt/bin/other", "", "site", "/x/web.sc", false},
-    {"/opt/web/bin/python3", "", "web", "", false},    // it has no package
-    {"", "", "", "", false},                           // nothing is known
+    {"/usr/bin/web", "", "site", "/etc/web.conf", false},                // no service file
+    {"/usr/local/packages/site/bin/python3", "", "x", kSiteFile, true},  // its package's folder
+    {"/usr/local/packages/site/python3 (deleted)", "", "x", kSiteFile, true},
+    {"/usr/local/packages/site", "", "x", "/usr/local/etc/services.d/y.sc", false},
+    {"/usr/local/packages/sites/python3", "", "x", kSiteFile, false},
+    {"/usr/local/packages/other/site/python3", "", "x", kSiteFile, false},
+    {"/tmp/site/x/evil", "", "x", kSiteFile, false},
+    {"/home/usr/local/packages/site/evil", "", "x", kSiteFile, false},
+    {"/usr/local/packages/site/python3", "", "x", "/usr/tavo/etc/services.d/site.sc", false},
+    {"/usr/local/packages/site/python3", "", "site", "", false},  // it has no package
+    {"", "", "web", "", {}},                                      // not known
+    {"", "", "", "", {}},
+    {"", "web", "web", "", true},
     {"/usr/bin/mapped", "", "mapped_http", "", true},  // sections named for it
     {"/usr/bin/python3", "mapped", "mapped_https", "", true},
     {"/usr/bin/mapped", "", "other", "", false},
@@ -160,22 +264,39 @@ const Kinship kKinships[] = {
 TEST_F(SocketHoldersTest, BelongToAServiceByTheirNames) {
     WriteFile("/usr/tavo/etc/firewall_service_mapping_table", "mapped=mapped_http,mapped_https\n");
     WriteFile(kPackage + "chatty.sc", Section("chat_room", "8000/tcp"));
+    ProgramsOfServices programs;
     for (const Kinship &kinship : kKinships) {
         HoldingProcess process;
         process.program = kinship.program;
         process.name = process.program.substr(process.program.rfind('/') + 1);
         process.unit = kinship.unit;
         const PortHolder service = {kinship.service, kinship.file, kinship.service, ""};
-        EXPECT_EQ(IsProgramOf(process, service), kinship.same)
+        EXPECT_EQ(programs.Owns(service, process), kinship.same)
             << kinship.program << ' ' << kinship.unit << ' ' << kinship.service;
     }
+}
+
+TEST_F(SocketHoldersTest, AreComparedWithoutReadingFilesAgain) {
+    WriteFile("/usr/tavo/etc/firewall_service_mapping_table", "mapped=mapped_http\n");
+    HoldingProcess process;
+    process.program = "/usr/bin/mapped";
+    process.name = "mapped";
+    ProgramsOfServices programs;
+    EXPECT_EQ(programs.Owns({"mapped_http", "", "", ""}, process), true);
+    WriteFile("/usr/tavo/etc/firewall_service_mapping_table", "mapped=other\n");
+    EXPECT_EQ(programs.Owns({"mapped_http", "", "", ""}, process), true);
+    EXPECT_EQ(programs.Owns({"other", "", "", ""}, process), false);
+    EXPECT_EQ(ProgramsOfServices().Owns({"other", "", "", ""}, process), true);
 }
 
 // A process may call itself as it likes.
 TEST_F(SocketHoldersTest, BelongToNoServiceByWhatTheyCallThemselves) {
     HoldingProcess process;
     process.name = "web";
-    EXPECT_FALSE(IsProgramOf(process, {"web", "", "", ""}));
+    EXPECT_EQ(ProgramsOfServices().Owns({"web", "", "", ""}, process), std::nullopt);
+    process.program = "/usr/bin/other";
+    process.name = "other";
+    EXPECT_EQ(ProgramsOfServices().Owns({"web", "", "", ""}, process), false);
 }
 
 }  // namespace

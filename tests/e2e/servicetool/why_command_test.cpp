@@ -23,11 +23,16 @@ namespace tavo::test {
 namespace {
 
 using nlohmann::json;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 const std::string kNobodyListens = ", but nobody listens\n";
+const std::string kUndeclared =
+    "whether a service declares it cannot be told, because the settings cannot be read\n";
+const std::string kListening = ", which listens on it; no service file declares it\n";
 
 // A port that a program holds, and the program alone.
 class HeldBy {
@@ -103,6 +108,13 @@ ProgramResult WhyWithSocketTables(const std::string &folder,
                     ports);
 }
 
+// With a library in front that keeps something from it.
+ProgramResult WhyWithout(const std::string &library, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {SERVICETOOL, "why"});
+    return RunProgram(arguments, "",
+                      {"LD_PRELOAD=" + library, "ASAN_OPTIONS=verify_asan_link_order=0"});
+}
+
 // ---- Verdicts
 
 TEST_F(WhyCommand, SaysThatNobodyHasAPort) {
@@ -124,17 +136,17 @@ TEST_F(WhyCommand, NamesTheProcessThatOnlyHoldsAPort) {
     ExpectRun(Why({"8080/tcp"}), 1,
               "PORT|PROTO|SOURCE|NAME|PID|USER|STATE|WHERE\n8080|tcp|socket|nginx|" +
                   std::to_string(held.Pid()) + "|root|LISTEN|" + Program("nginx") +
-                  "\n8080/tcp is held by nginx " + held.PidText() +
-                  ", which no service file declares\n");
+                  "\n8080/tcp is held by nginx " + held.PidText() + kListening);
 }
 
 TEST_F(WhyCommand, TellsThatTheProgramOfTheServiceHoldsItsPort) {
     WriteFile(kPackage + "web.sc", Section("example-web", "8080/tcp"));
     const HeldBy held = TcpHeldBy(Program("example-web"), 8080);
-    EXPECT_THAT(Why({"8080/tcp"}).out,
-                HasSubstr("8080/tcp is taken: example-web " + held.PidText() +
-                          " listens on it and 'example-web' in package/web.sc declares it; that is "
-                          "the same service\n"));
+    EXPECT_THAT(
+        Why({"8080/tcp"}).out,
+        HasSubstr("8080/tcp is taken: example-web " + held.PidText() +
+                  " listens on it and 'example-web' in package/web.sc declares it; by name, "
+                  "that is the same service\n"));
     EXPECT_EQ(WhyJson("8080/tcp")["same_service"], true);
 }
 
@@ -145,54 +157,62 @@ TEST_F(WhyCommand, TellsThatAnotherProgramHoldsThePortOfAService) {
               "8080|tcp|service|example-web|-|-|-|package/web.sc\n8080|tcp|socket|nginx|" +
                   std::to_string(held.Pid()) + "|root|LISTEN|" + Program("nginx") +
                   "\n8080/tcp is taken: nginx " + held.PidText() +
-                  " listens on it and 'example-web' in package/web.sc declares it; nginx " +
-                  held.PidText() + " is not known to belong to it\n");
+                  " listens on it and 'example-web' in package/web.sc declares it; the program is "
+                  "not known to belong to that service\n");
     EXPECT_EQ(WhyJson("8080/tcp")["same_service"], false);
 }
 
 TEST_F(WhyCommand, TellsWhichOfSeveralProgramsBelongsToNoneOfSeveralServices) {
     WriteFile(kSystem + "a.sc", Section("a", "8080/udp") + Section("b", "8000:8090/udp"));
     WriteFile(kPackage + "c.sc", Section("c", "8080/udp"));
-    const HeldBy own(Program("a"), AF_INET, SOCK_DGRAM, 8080);
     const std::string services =
         "'a' in system/a.sc, 'b' in system/a.sc and 'c' in package/c.sc declare it; ";
-    EXPECT_THAT(Why({"8080/udp"}).out, HasSubstr(services + "that is one of these services\n"));
+    std::optional<HeldBy> own(std::in_place, Program("a"), AF_INET, SOCK_DGRAM, 8080);
+    EXPECT_THAT(Why({"8080/udp"}).out, HasSubstr(" listens on it, and " + services +
+                                                 "by name, that is one of these services\n"));
     const HeldBy other(Program("other"), AF_INET6, SOCK_DGRAM, 8080);
     EXPECT_THAT(Why({"8080/udp"}).out,
-                HasSubstr("a " + own.PidText() + " and other " + other.PidText() +
-                          " listen on it and " + services + "other " + other.PidText() +
-                          " is not known to belong to any of them\n"));
+                HasSubstr("a " + own->PidText() + " and other " + other.PidText() +
+                          " listen on it, and " + services + "other " + other.PidText() +
+                          " is not known to belong to any of these services\n"));
     EXPECT_EQ(WhyJson("8080/udp")["same_service"], false);
+    own.reset();
+    EXPECT_THAT(
+        Why({"8080/udp"}).out,
+        HasSubstr(services + "the program is not known to belong to any of these services\n"));
+    own.emplace(Program("more"), AF_INET, SOCK_DGRAM, 8080);
+    EXPECT_THAT(Why({"8080/udp"}).out,
+                HasSubstr(services +
+                          "none of these programs is known to belong to any of these services\n"));
 }
 
 // ---- Who declares a port
 
 TEST_F(WhyCommand, KnowsEveryKindOfDeclaration) {
     WriteFile(kSettings, "WebDavPort=5005\nsyslogport=7000\nsmsport=7001\n");
-    ExpectRun(Why({"--no-legend", "23/tcp", "5005/tcp", "7000/tcp", "7001/tcp"}), 1,
-              "23|tcp|service|telnet|-|-|-|built-in\n"
-              "5005|tcp|service|tavo-webdav|-|-|-|built-in\n"
-              "5005|tcp|setting|webdav_http|-|-|-|WebDavPort in /etc/tavoinfo.conf\n"
-              "7000|tcp|setting|syslog_server|-|-|-|syslogport in /etc/tavoinfo.conf\n"
-              "7001|tcp|setting|tavo-sms|-|-|-|smsport in /etc/tavoinfo.conf\n"
-              "23/tcp is declared by built-in 'telnet'" +
-                  kNobodyListens +
-                  "5005/tcp is declared by built-in 'tavo-webdav' and 'webdav_http' (WebDavPort in "
-                  "/etc/tavoinfo.conf)" +
-                  kNobodyListens +
-                  "7000/tcp is declared by 'syslog_server' (syslogport in /etc/tavoinfo.conf)" +
-                  kNobodyListens +
-                  "7001/tcp is declared by 'tavo-sms' (smsport in /etc/tavoinfo.conf)" +
-                  kNobodyListens);
+    ExpectRun(
+        Why({"--no-legend", "23/tcp", "5005/tcp", "7000/tcp", "7001/tcp"}), 1,
+        "23|tcp|service|telnet|-|-|-|built-in\n"
+        "5005|tcp|service|tavo-webdav|-|-|-|built-in\n"
+        "5005|tcp|setting|webdav_http|-|-|-|WebDavPort in /etc/tavoinfo.conf\n"
+        "7000|tcp|setting|syslog_server|-|-|-|syslogport in /etc/tavoinfo.conf\n"
+        "7001|tcp|setting|tavo-sms|-|-|-|smsport in /etc/tavoinfo.conf\n"
+        "23/tcp is declared by built-in 'telnet'" +
+            kNobodyListens +
+            "5005/tcp is declared by built-in 'tavo-webdav' (also 'webdav_http', WebDavPort in "
+            "/etc/tavoinfo.conf)" +
+            kNobodyListens +
+            "7000/tcp is declared by 'syslog_server' (syslogport in /etc/tavoinfo.conf)" +
+            kNobodyListens + "7001/tcp is declared by 'tavo-sms' (smsport in /etc/tavoinfo.conf)" +
+            kNobodyListens);
 }
 
 TEST_F(WhyCommand, KnowsTheRulesThatNameAPort) {
     WriteFile(kRules, Rule("1", "web", "80", "8080") + Rule("7", "", "8080", "1"));
-    const std::string rules = "forwarding rule 1 for 'web' and forwarding rule 7";
     ExpectRun(Why({"--no-legend", "8080/udp"}), 1,
               "8080|udp|forward|-|-|-|-|rule 7\n8080|udp|forward|web|-|-|-|rule 1\n"
-              "8080/udp is named by forwarding rule 7 and forwarding rule 1 for 'web'" +
-                  kNobodyListens);
+              "8080/udp is named by forwarding rule 7 (tcp, 1 of the router to 8080) and "
+              "forwarding rule 1 for 'web' (tcp, 8080 of the router to 80); no process holds it\n");
     WriteFile(kRules, Rule("1", "web", "80", "8080"));
     WriteFile(kPackage + "web.sc", Section("web", "8080/tcp"));
     EXPECT_THAT(Why({"8080/tcp"}).out,
@@ -202,6 +222,45 @@ TEST_F(WhyCommand, KnowsTheRulesThatNameAPort) {
     EXPECT_THAT(Why({"8080/udp"}).out,
                 HasSubstr("8080/udp is taken: web " + held.PidText() +
                           " listens on it and forwarding rule 1 for 'web' names it\n"));
+}
+
+TEST_F(WhyCommand, NamesAServiceThatIsDeclaredInSeveralPlacesOnce) {
+    WriteFile(kSettings, "ftpport=21\n");
+    WriteFile(kSystem + "a.sc", Section("web", "8080/tcp"));
+    WriteFile(kPackage + "b.sc", Section("web", "8080/tcp"));
+    const std::string out = Why({"--no-legend", "21/tcp", "8080/tcp"}).out;
+    EXPECT_THAT(out, HasSubstr("21/tcp is declared by built-in 'ftp' (also ftpport in "
+                               "/etc/tavoinfo.conf)" +
+                               kNobodyListens));
+    EXPECT_THAT(out, HasSubstr("8080/tcp is declared by 'web' in package/b.sc (also system/a.sc)" +
+                               kNobodyListens));
+    const HeldBy held = TcpHeldBy(Program("webd"), 8080);
+    EXPECT_THAT(Why({"8080/tcp"}).out, HasSubstr("(also system/a.sc) declares it; by name, that "
+                                                 "is the same service\n"));
+}
+
+TEST_F(WhyCommand, TakesNoPortFromASettingThatIsNone) {
+    for (const std::string value : {"abc", "70000", "-5", "8080,8081", "4464x"}) {
+        WriteFile(kSettings, "smsport=" + value + '\n');
+        const ProgramResult result = Why({"--no-legend", "4464/tcp", "8080/tcp"});
+        EXPECT_EQ(result.out, "4464/tcp: " + kUndeclared + "8080/tcp: " + kUndeclared) << value;
+        EXPECT_THAT(result.err, HasSubstr('"' + value +
+                                          "\" is no port number for smsport "
+                                          "[bad-setting]\n"));
+        EXPECT_EQ(result.status, 3);
+    }
+    EXPECT_EQ(
+        json::parse(ServiceTool({"why", "--json", "8080/tcp"}).out)["results"][0]["failed_sources"],
+        json({"setting"}));
+    EXPECT_EQ(ServiceTool({"ports", "--declared"}).status, 3);
+    EXPECT_THAT(ServiceTool({"why", "-v", "8080/tcp"}).err,
+                StartsWith(kSettings + ":1:9: error: \"4464x\""));
+    WriteFile(kSettings, "WebDavPort=x\nsmsport=y\n");
+    EXPECT_EQ(
+        json::parse(ServiceTool({"why", "--json", "8080/tcp"}).out)["results"][0]["failed_sources"],
+        json({"setting"}));
+    WriteFile(kSettings, "smsport=\n");
+    EXPECT_EQ(Why({"8080/tcp"}).status, 0);
 }
 
 TEST_F(WhyCommand, SaysThatTheReservedPortIsAlwaysTaken) {
@@ -274,7 +333,7 @@ TEST_F(WhyCommand, TellsConnectionsFromListeners) {
         Why({tcp.Port() + "/tcp"}).out,
         HasSubstr("|ESTABLISHED|" + std::filesystem::read_symlink("/proc/self/exe").string() +
                   '\n' + tcp.Port() + "/tcp is held by " + self +
-                  ", which no service file declares\n"));
+                  ", which uses it for a connection; no service file declares it\n"));
     EXPECT_EQ(WhyJson(udp.Port() + "/udp")["held_by"][0]["state"], "CONNECTED");
     WriteFile(kPackage + "web.sc", Section("web", tcp.Port() + "/tcp"));
     EXPECT_THAT(Why({tcp.Port() + "/tcp"}).out,
@@ -289,10 +348,9 @@ TEST_F(WhyCommand, NamesWhoListensBeforeWhoIsConnected) {
     close(accepted);
     const std::string self = "servicetool_why_test (pid " + std::to_string(getpid()) + ')';
     const ProgramResult result = Why({"--no-legend", "8092/tcp"});
-    EXPECT_THAT(result.out, HasSubstr("8092|tcp|socket|worker|" + std::to_string(worker.Pid()) +
-                                      "|root|ESTABLISHED|"));
-    EXPECT_THAT(result.out,
-                HasSubstr("8092/tcp is held by " + self + ", which no service file declares\n"));
+    EXPECT_THAT(result.out, ContainsRegex("LISTEN[^\n]*\n(.*\n)*8092\\|tcp\\|socket\\|worker\\|" +
+                                          std::to_string(worker.Pid()) + "\\|root\\|ESTABLISHED"));
+    EXPECT_THAT(result.out, HasSubstr("8092/tcp is held by " + self + kListening));
 }
 
 TEST_F(WhyCommand, LeavesOutWhatTheKernelAloneIsStillClosing) {
@@ -338,12 +396,12 @@ TEST_F(WhyCommand, EscapesTheNamesOfPrograms) {
         const HeldBy held = TcpHeldBy(Program(name), 8080);
         const ProgramResult result = ServiceTool({"why", "8080/tcp"});
         EXPECT_THAT(result.out, HasSubstr(Program(shown) + "\n8080/tcp is held by " + shown + ' ' +
-                                          held.PidText() + ", which"));
+                                          held.PidText() + ", which listens"));
     }
     const HeldBy held = TcpHeldBy(Program("a\xFF\n\"z"), 8080);
     EXPECT_EQ(WhyJson("8080/tcp")["held_by"][0]["program"], Program("a\\xff\n\"z"));
-    EXPECT_EQ(WhyJson("8080/tcp")["sentence"], "8080/tcp is held by a\\xff\n\"z " + held.PidText() +
-                                                   ", which no service file declares");
+    EXPECT_EQ(WhyJson("8080/tcp")["sentence"].get<std::string>() + '\n',
+              "8080/tcp is held by a\\xff\n\"z " + held.PidText() + kListening);
 }
 
 TEST_F(WhyCommand, CallsAProgramThatWasReplacedByItsName) {
@@ -365,7 +423,8 @@ TEST_F(WhyCommand, ShowsTheFirstOfManyProcesses) {
     const ProgramResult result = Why({"--no-legend", "8080/tcp"});
     EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 12);
     EXPECT_THAT(result.out, HasSubstr("8080|tcp|socket|and 3 more|-|-|-|-\n8080/tcp is held by "));
-    EXPECT_THAT(result.out, HasSubstr(") and 10 more, which no service file declares\n"));
+    EXPECT_THAT(result.out,
+                HasSubstr(") and 10 more, which listen on it; no service file declares it\n"));
     EXPECT_EQ(WhyJson("8080/tcp")["held_by"].size(), 13U);
 }
 
@@ -380,14 +439,18 @@ TEST_F(WhyCommand, SaysThatAHolderIsUnknown) {
         held.push_back(std::make_unique<HeldSocket>(AF_INET, SOCK_STREAM, port));
     }
     const std::string unknown = "who holds it cannot be told: it is the kernel or out of sight\n";
-    ExpectRun(WhyUnder(kWithoutRights, {"8080/tcp"}), 3,
-              "8080  tcp  socket  -  -  -  LISTEN  -\n8080/tcp is held, but by whom cannot be "
-              "told: it is the kernel or out of sight\n");
+    ExpectRun(
+        WhyUnder(kWithoutRights, {"8080/tcp"}), 3,
+        "8080  tcp  socket  unknown  -  -  LISTEN  -\n8080/tcp is held, but by whom cannot be "
+        "told: it is the kernel or out of sight\n");
     ProgramResult result = WhyUnder(kWithoutRights, {"8081/tcp"});
     EXPECT_THAT(result.out, HasSubstr("8081/tcp is declared by 'a' in package/a.sc; " + unknown));
     EXPECT_EQ(result.status, 1);
     result = WhyUnder(kWithoutRights, {"8082/tcp"});
-    EXPECT_THAT(result.out, HasSubstr("8082/tcp is named by forwarding rule 1; " + unknown));
+    EXPECT_THAT(result.out,
+                HasSubstr("8082/tcp is named by forwarding rule 1 (tcp, 8082 of the router to "
+                          "8082); " +
+                          unknown));
     EXPECT_EQ(result.status, 1);
     result = WhyUnder(kWithoutRights, {"8083/tcp"});
     EXPECT_EQ(result.status, 0);
@@ -434,7 +497,8 @@ TEST_F(WhyCommand, DoesNotTakeAnUnknownHolderForTheService) {
     EXPECT_EQ(
         ResultOf(WhyUnder(as_http, question))["sentence"],
         "8080/udp is held by a " + own.PidText() +
-            ", which no service file declares; somebody who cannot be looked at holds it, too");
+            ", which listens on it; no service file declares it; somebody who cannot be looked at "
+            "holds it, too");
     const HeldSocket reserved(AF_INET, SOCK_STREAM, 412);
     EXPECT_EQ(ResultOf(WhyUnder(as_http, {"--json", "412/tcp"}))["sentence"],
               "412/tcp is taken: the system keeps it for itself; who holds it cannot be told: ask "
@@ -446,15 +510,99 @@ TEST_F(WhyCommand, CannotTellWithoutTheTablesOfSockets) {
     const TemporaryFolder tables;
     tables.Write("tcp", "header\n");
     ExpectRun(WhyWithSocketTables(tables.Path(), {"8080/tcp"}), 3,
-              "8080/tcp: cannot tell (socket)\n",
+              "8080/tcp: whether somebody holds it cannot be told, because the sockets cannot be "
+              "read\n",
               "servicetool: error: who holds ports cannot be told: /proc/net/udp: no such file or "
               "directory [unreadable]\n");
     std::filesystem::create_directory(tables / "udp");
     const ProgramResult result = WhyWithSocketTables(tables.Path(), {"8081/tcp"});
-    EXPECT_THAT(result.out, HasSubstr("8081/tcp is declared by 'a' in package/a.sc; whether "
-                                      "somebody holds it cannot be told\n"));
+    EXPECT_THAT(result.out,
+                HasSubstr("8081/tcp is declared by 'a' in package/a.sc; whether somebody holds it "
+                          "cannot be told, because the sockets cannot be read\n"));
     EXPECT_THAT(result.err, HasSubstr("/proc/net/udp: cannot be read [unreadable]\n"));
     EXPECT_EQ(result.status, 1);
+}
+
+// As a TCP socket is that is bound and does not listen yet.
+TEST_F(WhyCommand, KnowsOfASocketThatStandsInNoTable) {
+    WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
+    const TemporaryFolder tables;
+    tables.Write("tcp", "header\n");
+    tables.Write("udp", "header\n");
+    const HeldSocket one(AF_INET, SOCK_STREAM, 8080);
+    const HeldSocket other(AF_INET6, SOCK_STREAM, 8081);
+    const std::string nameless = " cannot be told: the kernel does not tell whose socket it is\n";
+    ExpectRun(WhyWithSocketTables(tables.Path(), {"8080/tcp"}), 3,
+              "8080  tcp  socket  unknown  -  -  -  -\n8080/tcp is in use, but by whom" + nameless);
+    const ProgramResult declared = WhyWithSocketTables(tables.Path(), {"8081/tcp"});
+    EXPECT_THAT(declared.out,
+                HasSubstr("8081/tcp is declared by 'a' in package/a.sc; who holds it" + nameless));
+    EXPECT_EQ(declared.status, 1);
+    const json result =
+        ResultOf(WhyWithSocketTables(tables.Path(), {"8080/tcp", "8080/udp", "--json"}));
+    EXPECT_EQ(result["verdict"], "unknown");
+    EXPECT_EQ(result["held_by"][0]["state"], nullptr);
+    EXPECT_EQ(result["held_by"][0]["pid"], nullptr);
+    EXPECT_EQ(WhyWithSocketTables(tables.Path(), {"8080/udp", "8082"}).status, 0);
+}
+
+TEST_F(WhyCommand, KnowsOfASocketThatIsBoundOnly) {
+    const int bound = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(8080);
+    ASSERT_EQ(bind(bound, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    if (ServiceTool({"check", "8080/tcp"}).status == 0) {
+        close(bound);
+        GTEST_SKIP() << "the kernel keeps such a socket to itself";
+    }
+    const ProgramResult result = Why({"--no-legend", "8080"});
+    EXPECT_THAT(result.out, HasSubstr("8080/tcp is in use, but by whom cannot be told"));
+    EXPECT_THAT(result.out, HasSubstr("8080/udp is free"));
+    EXPECT_EQ(result.status, 3);
+    close(bound);
+}
+
+TEST_F(WhyCommand, CallsNothingFreeWhereTheLibraryIsBlind) {
+    WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
+    const HeldBy held = TcpHeldBy(Program("nginx"), 8082);
+    const ProgramResult result = WhyWithout(BLIND_NET, {"--no-legend", "8080/tcp", "8081/tcp"});
+    const json taken =
+        json::parse(WhyWithout(BLIND_NET, {"--json", "8082/tcp", "8083/tcp"}).out)["results"];
+    const std::string unread =
+        "whether somebody holds it cannot be told, because the sockets cannot be read\n";
+    EXPECT_THAT(result.out, HasSubstr("8080/tcp: " + unread +
+                                      "8081/tcp is declared by 'a' in "
+                                      "package/a.sc; " +
+                                      unread));
+    EXPECT_THAT(result.err, HasSubstr("the ports that sockets hold cannot be told"));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(taken[0]["failed_sources"], json::array());
+    EXPECT_EQ(taken[1]["failed_sources"], json({"socket"}));
+}
+
+TEST_F(WhyCommand, TellsWhatTheSourcesThatFailLeaveOpen) {
+    WriteFile(kSettings, "WebDavPort=x\n");
+    WriteFile(kRules, Rule("1", "web", "80", "8080"));
+    WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
+    const HeldBy forwarded = TcpHeldBy(Program("web"), 8080);
+    EXPECT_THAT(Why({"8080/tcp"}).out, HasSubstr(" names it; " + kUndeclared));
+    EXPECT_THAT(Why({"8081/tcp"}).out,
+                HasSubstr("nobody listens; whether others declare it cannot be told, because the "
+                          "settings cannot be read\n"));
+    WriteFile(kRules, Rule("1", "web", "80", "x"));
+    const std::string unread =
+        " cannot be told, because the settings and the forwarding rules "
+        "cannot be read\n";
+    EXPECT_THAT(
+        Why({"8082/tcp"}).out,
+        HasSubstr("8082/tcp: whether a service declares it and whether a rule names it" + unread));
+    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 0), 0);
+    const HeldSocket unknown(AF_INET, SOCK_STREAM, 8083);
+    EXPECT_THAT(WhyUnder(kWithoutRights, {"8083/tcp"}).out,
+                HasSubstr("by whom cannot be told: it is the kernel or out of sight; whether a "
+                          "service declares it and whether a rule names it" +
+                          unread));
 }
 
 TEST_F(WhyCommand, NeedsNoTablesOfIpv6) {
@@ -469,16 +617,28 @@ TEST_F(WhyCommand, CannotTellWhatNobodySaysWhileASourceFails) {
     WriteFile(kSettings, "WebDavPort=x\n");
     const HeldBy held = TcpHeldBy(Program("nginx"), 8081);
     const ProgramResult result = Why({"--no-legend", "8080/tcp"});
-    EXPECT_EQ(result.out, "8080/tcp: cannot tell (setting)\n");
+    EXPECT_EQ(result.out, "8080/tcp: " + kUndeclared);
     EXPECT_THAT(result.err, HasSubstr("\"x\" is no port number for WebDavPort [bad-setting]\n"));
     EXPECT_EQ(result.status, 3);
     const ProgramResult taken = Why({"8081/tcp"});
     EXPECT_THAT(taken.out, HasSubstr("8081/tcp is held by nginx " + held.PidText() +
-                                     "; whether a service declares it cannot be told\n"));
+                                     ", which listens on it; " + kUndeclared));
     EXPECT_EQ(taken.status, 1);
     const json document = WhyJson("8080/tcp");
     EXPECT_EQ(document["verdict"], "unknown");
     EXPECT_EQ(document["failed_sources"], json({"setting"}));
+}
+
+TEST_F(WhyCommand, TakesAProcessWithoutAProgramForNeitherStrangerNorKin) {
+    WriteFile(kPackage + "a.sc", Section("web", "8080/tcp"));
+    const HeldBy held = TcpHeldBy(Program("web"), 8080);
+    const json result = ResultOf(WhyWithout(BLIND_PROGRAMS, {"--json", "8080/tcp"}));
+    EXPECT_EQ(result["held_by"][0]["program"], nullptr);
+    EXPECT_EQ(result["held_by"][0]["process"], "web");
+    EXPECT_EQ(result["same_service"], nullptr);
+    EXPECT_EQ(result["sentence"], "8080/tcp is taken: web " + held.PidText() +
+                                      " listens on it and 'web' in package/a.sc declares it; "
+                                      "whether that is the same service cannot be told");
 }
 
 // ---- The command line
@@ -494,6 +654,20 @@ TEST_F(WhyCommand, CountsTheWorstOfSeveralPortsAndAnswersEachOnce) {
     ASSERT_EQ(prctl(PR_SET_DUMPABLE, 0), 0);
     const HeldSocket held(AF_INET, SOCK_STREAM, 8082);
     EXPECT_EQ(WhyUnder(kWithoutRights, {"8082/tcp", "8080/udp"}).status, 3);
+}
+
+TEST_F(WhyCommand, AnswersForAPortAsIfItWereAskedForAlone) {
+    WriteFile(kPackage + "a.sc", Section("a", "8080:8081/tcp") + Section("b", "8080/tcp") +
+                                     Section("c", "8080,8080:8081/tcp"));
+    const std::string alone = Why({"--no-legend", "8080/tcp"}).out;
+    EXPECT_THAT(alone, HasSubstr("'a' in package/a.sc, 'b' in package/a.sc and 'c' in "
+                                 "package/a.sc" +
+                                 kNobodyListens));
+    const json results = json::parse(
+        ServiceTool({"why", "--json", "8082/tcp", "8081/tcp", "8080/tcp"}).out)["results"];
+    EXPECT_EQ(results[0]["verdict"], "free");
+    EXPECT_EQ(results[1]["declared_by"].size(), 2U);
+    EXPECT_EQ(results[2], WhyJson("8080/tcp"));
 }
 
 TEST_F(WhyCommand, PrintsJson) {
@@ -513,7 +687,7 @@ TEST_F(WhyCommand, PrintsJson) {
         "same_service": true, "failed_sources": []})");
     expected["sentence"] = "8080/tcp is taken: webd " + held.PidText() +
                            " listens on it, 'web' in package/web.sc declares it and forwarding "
-                           "rule 7 names it; that is the same service";
+                           "rule 7 names it; by name, that is the same service";
     expected["held_by"] = {{{"pid", held.Pid()},
                             {"program", Program("webd")},
                             {"process", "webd"},
