@@ -66,10 +66,12 @@ int OpenSocket(int number) {
     }
     const bool told = write(report, &held, sizeof(held)) == sizeof(held);
     close(report);  // the reader is not to wait for those who never told
-    while (told) {
+    if (!told) {
+        _exit(1);
+    }
+    for (;;) {
         pause();
     }
-    _exit(1);
 }
 
 // The processes that hold the sockets.

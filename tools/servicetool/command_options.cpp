@@ -310,7 +310,7 @@ UsageProblem TakeAsMeant(const CLI::App &command, CommandOptions &options) {
     options.check.skip = ListItems(options.check.skip);
     options.check.sources = ListItems(options.check.sources);
     const TextLists lists = ListsOf(options);
-    const std::string name = command.get_name();
+    const std::string &name = command.get_name();
     if ((name == "show" && options.show_target.empty()) ||
         std::any_of(lists.begin(), lists.end(),
                     [](const auto *list) { return Holds(*list, ""); })) {
@@ -323,7 +323,7 @@ UsageProblem TakeAsMeant(const CLI::App &command, CommandOptions &options) {
 }
 
 void Run(const CLI::App &command, const CommandOptions &options, Report &report) {
-    const std::string name = command.get_name();
+    const std::string &name = command.get_name();
     if (name == "list") {
         List(options.list, report);
     } else if (name == "show") {
