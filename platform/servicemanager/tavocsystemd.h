@@ -32,6 +32,19 @@ extern "C" {
 TAVOCSYSTEMD_API int TAVOCSystemdFirewallSectionsGet(const char *szService,
                                                      TLIBCSzList **ppSections);
 
+/* Whether the unit szUnit is active: 1 active; 0 in any other state, unknown to the service
+ * manager, or on a machine without /bin/systemctl; -1 when it cannot be told. Runs
+ * "/bin/systemctl is-active --quiet UNIT" and waits for it. Fails with 0xD00 for NULL, an empty
+ * name or one that begins with a dash; 0x900 when systemctl cannot be started or a signal ends it;
+ * 0x200 out of memory. */
+TAVOCSYSTEMD_API int TAVOCSystemdActiveStatusGet(const char *szUnit);
+
+/* Has the unit szUnit read its configuration anew: 0, or -1 on failure. Runs "/bin/systemctl reload
+ * UNIT" and waits for it. Fails with 0xD00 for NULL, an empty name or one that begins with a dash;
+ * 0x700 without systemctl; 0x900 when it cannot be started or reports failure; 0x200 out of
+ * memory. */
+TAVOCSYSTEMD_API int TAVOCSystemdReload(const char *szUnit);
+
 #ifdef __cplusplus
 }
 #endif

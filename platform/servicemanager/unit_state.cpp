@@ -1,0 +1,42 @@
+// The state of units, as systemctl tells and changes it: the service manager's own protocol is its
+// tool's business, and a machine without systemctl has no units.
+#include <cstring>
+
+#include "platform_failure.h"
+#include "tavocsystemd.h"
+
+namespace {
+
+constexpr char kSystemctl[] = "/bin/systemctl";
+
+// From here on a status says that a signal ended the program.
+constexpr int kSignalled = 128;
+
+// systemctl would take a dash in front for an option.
+bool IsUnit(const char *unit) {
+    return unit != nullptr && *unit != '\0' && *unit != '-';
+}
+
+}  // namespace
+
+int TAVOCSystemdActiveStatusGet(const char *szUnit) {
+    if (!IsUnit(szUnit)) {
+        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+    }
+    if (TLIBCFileExist(kSystemctl) == 0) {
+        return 0;
+    }
+    const int status = TLIBCExecl(kSystemctl, 0, "is-active", "--quiet", szUnit, nullptr);
+    if (status >= kSignalled) {
+        return TAVO_PLATFORM_FAIL(tavo::kFileUnusable);
+    }
+    return status < 0 ? -1 : status == 0 ? 1 : 0;
+}
+
+int TAVOCSystemdReload(const char *szUnit) {
+    if (!IsUnit(szUnit)) {
+        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+    }
+    const int status = TLIBCExecl(kSystemctl, 0, "reload", szUnit, nullptr);
+    return status > 0 ? TAVO_PLATFORM_FAIL(tavo::kFileUnusable) : status;
+}
