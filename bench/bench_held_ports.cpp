@@ -53,7 +53,9 @@ int OpenSocket(int number) {
         (!tcp || listen(fd, 1) == 0)) {
         return fd;
     }
-    close(fd);
+    if (fd >= 0) {
+        close(fd);
+    }
     return -1;
 }
 

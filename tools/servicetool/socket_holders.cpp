@@ -96,8 +96,8 @@ std::string UserName(uid_t user) {
     const auto texts = std::make_unique<char[]>(kRecord);
     passwd record{};
     passwd *found = nullptr;
-    getpwuid_r(user, &record, texts.get(), kRecord, &found);
-    return found == nullptr ? std::to_string(user) : found->pw_name;
+    const int error = getpwuid_r(user, &record, texts.get(), kRecord, &found);
+    return error != 0 || found == nullptr ? std::to_string(user) : found->pw_name;
 }
 
 std::string UserOf(const std::string &folder) {

@@ -117,7 +117,7 @@ TEST_F(FileHold, ReadsLikeTheFile) {
                             "\n",
                             "=x\n",
                             "\xEF\xBB\xBFm=4\n",
-                            std::string("n\0=5\n", 6)};
+                            std::string("n\0=5\n", 5)};
     for (int round = 0; round < 500; ++round) {
         std::string text;
         for (int lines = static_cast<int>(random() % 30); lines > 0; --lines) {

@@ -21,7 +21,8 @@ inline void RefuseWhere(long call, int error, unsigned int index, std::uint32_t 
     constexpr std::uint32_t kLoad = BPF_LD | BPF_W | BPF_ABS;
     constexpr std::uint32_t kEqual = BPF_JMP | BPF_JEQ | BPF_K;
     constexpr std::uint32_t kReturn = BPF_RET | BPF_K;
-    const auto argument = static_cast<std::uint32_t>(offsetof(seccomp_data, args) + index * 8);
+    const auto argument =
+        static_cast<std::uint32_t>(offsetof(seccomp_data, args) + std::size_t{8} * index);
     sock_filter steps[] = {
         {kLoad, 0, 0, offsetof(seccomp_data, nr)},
         {kEqual, 0, 4, static_cast<std::uint32_t>(call)},
