@@ -44,11 +44,11 @@ PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports) {
     return query;
 }
 
-std::unique_ptr<TAVO_SERVICE_CONF, FreeConf> ReadConf(const MemoryFile &file) {
+OwnedConf ReadConf(const MemoryFile &file) {
     const LibraryLog log;
     TAVO_SERVICE_CONF *conf = nullptr;
     TAVOServiceConfGet(file.Path().c_str(), &conf);
-    return std::unique_ptr<TAVO_SERVICE_CONF, FreeConf>(conf);
+    return OwnedConf(conf);
 }
 
 // What an install would be told.

@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
-#include <memory>
-#include <new>
 #include <string>
 
 #include "library_log.h"
+#include "library_owners.h"
 #include "port_sources.h"
 #include "protocols.h"
 #include "rule_file.h"
@@ -34,11 +33,6 @@ constexpr SystemService kSystemServices[] = {
     {"tavo-webdav", "", "webdav_http"},
     {"tavo-webdav-ssl", "", "webdavs_https"},
 };
-
-struct FreeResults {
-    void operator()(TLIBCDList *list) const { TAVOConfPortConflictResultListFree(list); }
-};
-using OwnedResults = std::unique_ptr<TLIBCDList, FreeResults>;
 
 const SystemService *FindSystemService(std::string_view name) {
     const auto found =
@@ -93,18 +87,14 @@ void AddFailed(std::string_view source, DeclaredClaims &declared) {
     }
 }
 
-OwnedResults FetchSystemServices() {
+OwnedConfResults FetchSystemServices() {
     const LibraryLog log;
-    OwnedResults list(SysConfListFetch());
-    if (list == nullptr) {
-        throw std::bad_alloc();
-    }
-    return list;
+    return OrThrow(OwnedConfResults(SysConfListFetch()));
 }
 
 // A setting that is absent has port 0.
 void AddSystemServices(const PortQuery &query, DeclaredClaims &declared, Report &report) {
-    const OwnedResults list = FetchSystemServices();
+    const OwnedConfResults list = FetchSystemServices();
     for (const TLIBCDListNode *node = TLIBCDListFirst(list.get()); node != nullptr;
          node = TLIBCDListNext(node)) {
         const auto &result =

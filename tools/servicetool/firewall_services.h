@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "library_owners.h"
 #include "report.h"
 #include "service_file.h"
 #include "tavoserviceconf.h"
@@ -26,17 +27,13 @@ struct FirewallService {
     std::optional<bool> supported;             // none: its settings cannot be read
 };
 
-struct FreeFwServices {
-    void operator()(TAVO_FW_SERVICE *list) const { TAVOFwServiceFree(list); }
-};
-
 struct FirewallServices {
     bool complete = true;                   // nothing that should be there was left out
     std::vector<FirewallService> services;  // of the table, then of files, in the order of each
     std::vector<const TAVO_FW_SERVICE_REG *> left_out;
 
     // What the services point into.
-    std::unique_ptr<TAVO_FW_SERVICE, FreeFwServices> records;
+    OwnedFwServices records;
     std::vector<ServiceFile> files;
 };
 

@@ -158,27 +158,16 @@ std::vector<HoldingProcess> HoldersOf(const std::vector<HeldSocket> &sockets) {
     return holders;
 }
 
-// Whether the process belongs to one of those who declare the port.
-std::optional<bool> BelongsToAny(const HoldingProcess &process,
-                                 const std::vector<DeclaredClaim> &declared,
-                                 ProgramsOfServices &programs) {
-    bool known = true;
-    for (const DeclaredClaim &claim : declared) {
-        const std::optional<bool> owns = programs.Owns(claim.holder, process);
-        if (owns.value_or(false)) {
-            return true;
-        }
-        known = known && owns;
-    }
-    return known ? std::optional(false) : std::nullopt;
-}
-
 void FindStrangers(PortAccount &account, ProgramsOfServices &programs) {
+    ProgramsOfServices::Services services;
+    for (const DeclaredClaim &claim : account.declared) {
+        services.push_back(&claim.holder);
+    }
     bool all_known = !account.HasUnknownHolder();
     for (const HoldingProcess &process : account.holders) {
-        const std::optional<bool> belongs = BelongsToAny(process, account.declared, programs);
-        all_known = all_known && belongs;
-        if (!belongs.value_or(true)) {
+        const ProgramsOfServices::Owner owner = programs.OwnerAmong(services, process);
+        all_known = all_known && owner.known;
+        if (owner.service == nullptr && owner.known) {
             account.strangers.push_back(process);
         }
     }

@@ -79,27 +79,6 @@ PortRanges DeclaredTwice(const ClaimList &declared) {
     return twice;
 }
 
-// The service that a process belongs to, of those who declare its port.
-struct Owner {
-    const PortClaim *service;  // NULL: it is none of them
-    bool known;                // false: that cannot be told
-};
-
-Owner OwnerOf(const HeldSocket &socket, const ClaimList &declared, ProgramsOfServices &programs) {
-    if (!socket.process) {
-        return {nullptr, false};
-    }
-    bool known = true;
-    for (const PortClaim *claim : declared) {
-        const std::optional<bool> owns = programs.Owns(claim->holder, *socket.process);
-        if (owns.value_or(false)) {
-            return {claim, true};
-        }
-        known = known && owns.has_value();
-    }
-    return {nullptr, known};
-}
-
 // Who waits at a port, seen from those who declare it.
 struct Listeners {
     bool strange = false;  // a program of none of them is there
@@ -111,11 +90,17 @@ using SocketClaims = std::vector<PortClaim *>;
 // Names the services that sockets belong to, too.
 Listeners LookAtListeners(const SocketClaims &sockets, const ClaimList &declared,
                           ProgramsOfServices &programs) {
+    ProgramsOfServices::Services services;
+    for (const PortClaim *claim : declared) {
+        services.push_back(&claim->holder);
+    }
     Listeners listeners;
     for (PortClaim *claim : sockets) {
-        const Owner owner = OwnerOf(*claim->socket, declared, programs);
+        const std::optional<HoldingProcess> &process = claim->socket->process;
+        const ProgramsOfServices::Owner owner = process ? programs.OwnerAmong(services, *process)
+                                                        : ProgramsOfServices::Owner{.known = false};
         if (owner.service != nullptr) {
-            claim->holder = owner.service->holder;
+            claim->holder = *owner.service;
         } else if (Listens(*claim->socket)) {
             (owner.known ? listeners.strange : listeners.unknown) = true;
         }

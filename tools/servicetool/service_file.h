@@ -4,12 +4,12 @@
 #define TAVO_SERVICETOOL_SERVICE_FILE_H
 
 #include <algorithm>
-#include <memory>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "library_owners.h"
 #include "lint.h"
 #include "report.h"
 #include "tavoserviceconf.h"
@@ -35,19 +35,10 @@ std::string_view LocationOf(const std::string &path);
 // The path without symbolic links; "" when there is none, as for standard input.
 std::string RealPathOf(const std::string &path);
 
-struct FreeConf {
-    void operator()(TAVO_SERVICE_CONF *conf) const { TAVOServiceConfFree(conf); }
-};
-
-struct FreePortList {
-    void operator()(TAVO_SERVICE_CONF_PORT *list) const { TAVOServiceConfPortsFree(list); }
-};
-using OwnedPortList = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreePortList>;
-
 struct ServiceFile {
     std::string path;
-    std::string problem;                                // why nothing could be read; else empty
-    std::unique_ptr<TAVO_SERVICE_CONF, FreeConf> conf;  // NULL when the library refuses the file
+    std::string problem;  // why nothing could be read; else empty
+    OwnedConf conf;       // NULL when the library refuses the file
     LintResult lint;
 };
 

@@ -1,13 +1,12 @@
 #include "service_programs.h"
 
 #include <algorithm>
-#include <memory>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "library_log.h"
+#include "library_owners.h"
 #include "tavoserviceconf.h"
 #include "text.h"
 
@@ -19,10 +18,6 @@ constexpr std::string_view kServiceFileSuffix = ".sc";
 // Where service files of packages lie, and the packages, each in the folder of its name.
 constexpr std::string_view kPackageFilesFolder = "/usr/local/etc/services.d/";
 constexpr std::string_view kPackagesFolder = "/usr/local/packages/";
-
-struct FreeNames {
-    void operator()(TLIBCSzList *names) const { TLIBCSzListFree(names); }
-};
 
 // Daemons often have a "d" behind the name of what they serve.
 void AddNames(const std::string &name, std::vector<std::string> &names) {
@@ -61,14 +56,6 @@ bool IsPlain(const std::string &name) {
     return name.find('/') == std::string::npos && name != "." && name != "..";
 }
 
-TLIBCSzList *NewNameList() {
-    TLIBCSzList *list = TLIBCSzListAlloc(0);
-    if (list == nullptr) {
-        throw std::bad_alloc();
-    }
-    return list;
-}
-
 // Only the files of packages are named after them.
 bool LiesInPackageOf(const PortHolder &service, std::string_view package,
                      std::string_view program) {
@@ -91,6 +78,19 @@ std::optional<bool> ProgramsOfServices::Owns(const PortHolder &service,
     return process.program.empty() ? std::nullopt : std::optional(false);
 }
 
+ProgramsOfServices::Owner ProgramsOfServices::OwnerAmong(const Services &services,
+                                                         const HoldingProcess &process) {
+    Owner owner;
+    for (const PortHolder *service : services) {
+        const std::optional<bool> owns = Owns(*service, process);
+        if (owns.value_or(false)) {
+            return {service, true};
+        }
+        owner.known = owner.known && owns;
+    }
+    return owner;
+}
+
 bool ProgramsOfServices::HasSection(const std::vector<std::string> &names,
                                     const std::string &section) {
     return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
@@ -102,9 +102,9 @@ const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::s
     const auto [known, is_new] = sections_.try_emplace(name);
     if (is_new && IsPlain(name)) {
         const LibraryLog log;
-        TLIBCSzList *list = NewNameList();
+        TLIBCSzList *list = OrThrow(OwnedNames(TLIBCSzListAlloc(0))).release();
         TAVOFwSectionNameEnum(name.c_str(), &list);
-        const std::unique_ptr<TLIBCSzList, FreeNames> owner(list);
+        const OwnedNames owner(list);
         for (int i = 0; i < TLIBCSzListCount(list); ++i) {
             known->second.insert(TLIBCSzListGet(list, i));
         }

@@ -27,6 +27,16 @@ class ProgramsOfServices {
     // None where that cannot be told, because the process's program cannot be.
     std::optional<bool> Owns(const PortHolder &service, const HoldingProcess &process);
 
+    using Services = std::vector<const PortHolder *>;
+
+    struct Owner {
+        const PortHolder *service = nullptr;  // none: the process belongs to none of them
+        bool known = true;                    // false: that cannot be told
+    };
+
+    // The first of the services that the process belongs to.
+    Owner OwnerAmong(const Services &services, const HoldingProcess &process);
+
   private:
     using Sections = std::set<std::string>;
 

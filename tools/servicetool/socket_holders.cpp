@@ -13,13 +13,13 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <new>
 #include <set>
 #include <string_view>
 #include <tuple>
 
 #include "input_file.h"
 #include "library_log.h"
+#include "library_owners.h"
 #include "tavoserviceconf.h"
 
 namespace tavo {
@@ -51,27 +51,6 @@ constexpr std::uint32_t kUnconnected = 7;
 constexpr std::uint32_t kListening = 10;
 
 constexpr std::string_view kStatePrefix = "TCP_";
-
-template <auto Free>
-struct FreeWith {
-    template <typename Object>
-    void operator()(Object *object) const {
-        Free(object);
-    }
-};
-
-using OwnedTable = std::unique_ptr<TLIBCSzHash, FreeWith<TLIBCSzHashFree>>;
-using OwnedSockets = std::unique_ptr<TLIBCDList, FreeWith<TLIBCDListFree>>;
-using OwnedNames = std::unique_ptr<TLIBCSzList, FreeWith<TLIBCSzListFree>>;
-using OwnedText = std::unique_ptr<char, FreeWith<std::free>>;
-
-template <typename Owner>
-Owner OrThrow(Owner owner) {
-    if (!owner) {
-        throw std::bad_alloc();
-    }
-    return owner;
-}
 
 std::string_view LastPart(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
@@ -153,8 +132,8 @@ std::optional<HoldingProcess> ProcessOf(std::uint32_t pid) {
     return process;
 }
 
-OwnedSockets NewSocketList() {
-    return OrThrow(OwnedSockets(TLIBCDListAlloc(
+OwnedList NewSocketList() {
+    return OrThrow(OwnedList(TLIBCDListAlloc(
         [](const void *info) -> void * {
             return RawSocketInfoCopy(static_cast<const RawSocketInfo *>(info));
         },
@@ -181,7 +160,7 @@ using Sockets = std::vector<RawSocketInfo>;
 
 // Those that are not the kernel's alone. Why they cannot be listed; empty when they are.
 std::string ReadAllSockets(Sockets &sockets) {
-    const OwnedSockets list = NewSocketList();
+    const OwnedList list = NewSocketList();
     for (const SocketTable &table : kSocketTables) {
         const std::string problem = ReadSockets(table, list.get());
         if (!problem.empty()) {
