@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <string_view>
 
 namespace tavo {
 
@@ -17,6 +19,18 @@ auto Uninterrupted(Call call) {
             return result;
         }
     }
+}
+
+// Writes all of `text`, in as many calls as it takes; false with an errno.
+inline bool WriteAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = Uninterrupted([&] { return write(fd, text.data(), text.size()); });
+        if (written <= 0) {
+            return false;
+        }
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
 }
 
 // Owns an open descriptor; -1 is none.

@@ -38,17 +38,6 @@ void ClearStagingFolder(int folder) {
     }
 }
 
-bool WriteAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = Uninterrupted([&] { return write(fd, text.data(), text.size()); });
-        if (written <= 0) {
-            return false;
-        }
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 // Changing the owner takes the set-user-id bits away, so the mode comes after it.
 bool TakeOverOwnerAndMode(int fd, const struct stat &model) {
     struct stat status;

@@ -304,16 +304,16 @@ TAVOCORE_API int TLIBCFileTouch(const char *szPath);
 
 /* ---- Programs ----
  *
- * Both run szProgram (a path; no shell, no search) with the arguments up to the first NULL, and
- * wait for it. The exit status 0..255; 128 + n when signal n ended it; -1 only when it could not be
- * run (0xD00 for a NULL program, 0x700 when there is no such file, 0x200 out of memory, 0x900
+ * Each runs szProgram (a path; no shell, no search) with its arguments, up to the first NULL, and
+ * waits for it. The exit status 0..255; 128 + n when signal n ended it; -1 only when it could not
+ * be run (0xD00 for a NULL program, 0x700 when there is no such file, 0x200 out of memory, 0x900
  * otherwise).
  *
- * Standard input is empty, standard output and error are the caller's, and no other descriptor of
- * the caller, nor its signal mask and handlers, reaches the program. It works in a caller that
- * ignores SIGCHLD: for the time of the call the signal then has its default action. A caller that
- * collects the status of every child in another thread (waitpid(-1)) may get it before this does;
- * the result is then -1 with 0x900, though the program ran.
+ * Standard input is empty where none is given, standard output and error are the caller's, and no
+ * other descriptor of the caller, nor its signal mask and handlers, reaches the program. It works
+ * in a caller that ignores SIGCHLD: for the time of the call the signal then has its default
+ * action. A caller that collects the status of every child in another thread (waitpid(-1)) may get
+ * it before this does; the result is then -1 with 0x900, though the program ran.
  */
 
 /* Up to four arguments, absent ones NULL. */
@@ -322,6 +322,20 @@ TAVOCORE_API int TLIBCExec(const char *szProgram, const char *szArg1, const char
 
 /* Any number of arguments, ended by NULL. nOptions is the platform's and has no effect here. */
 TAVOCORE_API int TLIBCExecl(const char *szProgram, int nOptions, const char *szArg, ... /* NULL */);
+
+/* Runs szProgram with the argument szArg or, for NULL, without one, and with the cbInput bytes at
+ * pInput as its standard input: a file in memory, whole before the program starts, so that it may
+ * read as much of it as it likes. pInput may be NULL when cbInput is 0.
+ *
+ * The program leads a process group of its own and has nSeconds, at least 1, to end. When they are
+ * over the group gets SIGTERM and, once the program has ended or 2 seconds later, SIGKILL; the
+ * result is -1 with 0x900. What a program that ends in time leaves running is left alone.
+ *
+ * Fails as the two above, and with 0xD00 for a bad input or limit and 0x200 or 0x900 when the input
+ * cannot be held. A platform may lack this function: of what is here only libtavopluginsdk, as the
+ * host builds it, calls it. */
+TAVOCORE_API int TLIBCExecInput(const char *szProgram, const char *szArg, const void *pInput,
+                                size_t cbInput, int nSeconds);
 
 #ifdef __cplusplus
 }

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "exec_support.h"
 #include "temporary_folder.h"
 #include "values_support.h"
 
@@ -23,48 +24,6 @@ using namespace tavo::test;
 
 int Shell(const char *script) {
     return TLIBCExec("/bin/sh", "-c", script, nullptr, nullptr);
-}
-
-// Lets descriptor `number` be something else for a while: an opened file, or closed for "".
-class Descriptor {
-  public:
-    Descriptor(int number, const std::string &path)
-        : number_(number), saved_(fcntl(number, F_DUPFD_CLOEXEC, 100)) {
-        std::fflush(nullptr);
-        close(number);
-        if (!path.empty()) {
-            const int file = open(path.c_str(), O_RDWR | O_CREAT, 0600);
-            dup2(file, number);
-            if (file != number) {
-                close(file);
-            }
-        }
-    }
-    ~Descriptor() {
-        if (saved_ >= 0) {
-            dup2(saved_, number_);
-            close(saved_);
-        } else {
-            close(number_);
-        }
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-  private:
-    int number_;
-    int saved_;
-};
-
-// What the programs that `call` runs write to standard output.
-template <typename Call>
-std::string OutputOf(Call call) {
-    const TemporaryFolder folder;
-    {
-        const Descriptor output(STDOUT_FILENO, folder / "output");
-        call();
-    }
-    return ReadFile(folder / "output");
 }
 
 // A program in a folder of its own that prints its arguments as [a][b].
@@ -290,30 +249,6 @@ TEST(Exec, PassesNoOtherDescriptorOn) {
 
 // ---- Signals
 // --------------------------------------------------------------------------------------
-
-// Gives a signal another action for a while.
-class SignalAction {
-  public:
-    SignalAction(int signal, void (*handler)(int), int flags = 0) : signal_(signal) {
-        struct sigaction action = {};
-        action.sa_handler = handler;
-        action.sa_flags = flags;
-        sigaction(signal, &action, &before_);
-    }
-    ~SignalAction() { sigaction(signal_, &before_, nullptr); }
-    SignalAction(const SignalAction &) = delete;
-    SignalAction &operator=(const SignalAction &) = delete;
-
-  private:
-    int signal_;
-    struct sigaction before_;
-};
-
-struct sigaction ActionOf(int signal) {
-    struct sigaction action;
-    sigaction(signal, nullptr, &action);
-    return action;
-}
 
 bool IsBlocked(int signal) {
     sigset_t mask;

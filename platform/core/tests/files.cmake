@@ -10,7 +10,8 @@ tavo_add_test(core_files_test
     file_write_test.cpp
   LIBRARIES tavocore tavoconfiglines)
 
-# Of its own, since a platform need not be able to hold files.
+# Of their own, since a platform need not be able to hold files, nor to give programs an input.
+tavo_add_test(core_exec_input_test SOURCES exec_input_test.cpp LIBRARIES tavocore)
 tavo_add_test(core_hold_test SOURCES file_hold_test.cpp LIBRARIES tavocore)
 
 # What the library keeps to itself, built into the test.

@@ -11,8 +11,8 @@
 
 namespace tavo::test {
 
-constexpr const char *kPlatformLibraries[] = {"tavocore", "tavopf",  "tavoftp",
-                                              "tavossh",  "tavonet", "tavocsystemd"};
+constexpr const char *kPlatformLibraries[] = {"tavocore", "tavopf",       "tavoftp",      "tavossh",
+                                              "tavonet",  "tavocsystemd", "tavopluginsdk"};
 
 // A folder inside the build tree, since a private appliance shows that at the same path, and not
 // the host's /tmp.

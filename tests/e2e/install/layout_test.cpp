@@ -136,7 +136,8 @@ INSTANTIATE_TEST_SUITE_P(Every, InstalledObject,
                          ::testing::Values("lib/libtavoserviceconf.so", "lib/libtavocore.so",
                                            "lib/libtavopf.so", "lib/libtavoftp.so",
                                            "lib/libtavossh.so", "lib/libtavonet.so",
-                                           "lib/libtavocsystemd.so", "bin/servicetool"));
+                                           "lib/libtavocsystemd.so", "lib/libtavopluginsdk.so",
+                                           "bin/servicetool"));
 
 // Those that have what is guarded: arrays of their own, and calls that fill them.
 TEST_F(InstalledLayout, ObjectsGuardTheirArrays) {

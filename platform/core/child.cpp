@@ -1,0 +1,158 @@
+// posix_spawn shares the caller's memory until the program starts, so the cost does not grow with
+// it, as that of fork does. No shell is involved: an argument reaches the program as it is.
+//
+// Waiting with a limit sleeps on a pidfd (Linux 5.3). Where the kernel has none, or the process no
+// descriptor to spare, it looks again every few milliseconds. Either way the status is left where
+// it is until the end: as long as nobody took it, the kernel gives the number of the process, and
+// so that of its group, to no other, and a signal to the group reaches no stranger.
+#include "child.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "descriptor.h"
+
+namespace tavo {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// The descriptors that a program starts with.
+class Descriptors {
+  public:
+    Descriptors() { posix_spawn_file_actions_init(&actions_); }
+    ~Descriptors() { posix_spawn_file_actions_destroy(&actions_); }
+    Descriptors(const Descriptors &) = delete;
+    Descriptors &operator=(const Descriptors &) = delete;
+
+    // Standard input is `input`, which must not be an output's number, or empty. 0 or an errno.
+    int Arrange(int input) {
+        const int error = input == Child::kNoInput
+                              ? Empty(STDIN_FILENO, O_RDONLY)
+                              : posix_spawn_file_actions_adddup2(&actions_, input, STDIN_FILENO);
+        if (error != 0) {
+            return error;
+        }
+        for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
+            if (const int failed = Keep(output); failed != 0) {
+                return failed;
+            }
+        }
+        return posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
+    }
+
+    const posix_spawn_file_actions_t *Get() const { return &actions_; }
+
+  private:
+    int Empty(int descriptor, int mode) {
+        return posix_spawn_file_actions_addopen(&actions_, descriptor, "/dev/null", mode, 0);
+    }
+
+    // A program that starts with an output closed would get the next file that it opens as that
+    // output, and write its messages into it.
+    int Keep(int output) {
+        if (fcntl(output, F_GETFD) < 0) {
+            return Empty(output, O_WRONLY);
+        }
+        // A descriptor copied onto itself loses its close-on-exec flag.
+        return posix_spawn_file_actions_adddup2(&actions_, output, output);
+    }
+
+    posix_spawn_file_actions_t actions_;
+};
+
+// No signal blocked, none ignored; a process group of its own where that is asked for.
+class Attributes {
+  public:
+    explicit Attributes(Child::Group group) {
+        sigset_t none;
+        sigset_t all;
+        sigemptyset(&none);
+        sigfillset(&all);
+        posix_spawnattr_init(&attributes_);
+        posix_spawnattr_setsigmask(&attributes_, &none);
+        posix_spawnattr_setsigdefault(&attributes_, &all);
+        const int lead = group == Child::Group::kOwn ? POSIX_SPAWN_SETPGROUP : 0;
+        posix_spawnattr_setflags(&attributes_, static_cast<short>(POSIX_SPAWN_SETSIGMASK |
+                                                                  POSIX_SPAWN_SETSIGDEF | lead));
+    }
+    ~Attributes() { posix_spawnattr_destroy(&attributes_); }
+    Attributes(const Attributes &) = delete;
+    Attributes &operator=(const Attributes &) = delete;
+
+    const posix_spawnattr_t *Get() const { return &attributes_; }
+
+  private:
+    posix_spawnattr_t attributes_;
+};
+
+// One whose status was taken by somebody else has ended as well.
+bool HasEnded(pid_t pid) {
+    siginfo_t info = {};
+    const int result = waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
+    return result != 0 || info.si_pid == pid;
+}
+
+// A descriptor that is readable once the process has ended, closed on exec.
+int OpenProcess(pid_t pid) {
+    return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+}
+
+// Sleeps until the process of the pidfd ends, for `time` at most; a signal may end it sooner.
+void Pause(const Descriptor &process, milliseconds time) {
+    constexpr milliseconds kLookAgain(10);
+    constexpr milliseconds kLongest = std::chrono::hours(1);  // far from the limit of an int
+    const milliseconds most = process.IsOpen() ? kLongest : kLookAgain;
+    pollfd ended = {process.Get(), POLLIN, 0};  // poll passes over a negative descriptor
+    poll(&ended, 1, static_cast<int>(std::min(time, most).count()));
+}
+
+}  // namespace
+
+int Child::Start(const char *const *arguments, int input, Group group) {
+    Descriptors descriptors;
+    if (const int error = descriptors.Arrange(input); error != 0) {
+        return error;
+    }
+    const Attributes attributes(group);
+    return posix_spawn(&pid_, arguments[0], descriptors.Get(), attributes.Get(),
+                       const_cast<char *const *>(arguments), environ);
+}
+
+bool Child::EndsWithin(milliseconds time) const {
+    const steady_clock::time_point deadline = steady_clock::now() + time;
+    const Descriptor process(OpenProcess(pid_));
+    while (!HasEnded(pid_)) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
+        if (left <= milliseconds::zero()) {
+            return false;
+        }
+        Pause(process, left);
+    }
+    return true;
+}
+
+void Child::EndGroup(milliseconds grace) const {
+    kill(-pid_, SIGTERM);
+    EndsWithin(grace);
+    kill(-pid_, SIGKILL);
+    kill(pid_, SIGKILL);  // it may have joined another group
+}
+
+int Child::Wait() const {
+    int status = 0;
+    if (Uninterrupted([&] { return waitpid(pid_, &status, 0); }) < 0) {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+}  // namespace tavo
