@@ -15,8 +15,12 @@
  *     whose code you want to look at, with TLIBCErrSetEx(0, NULL, 0).
  *        0xD00   bad parameter, bad syntax or bad record
  *        0x200   out of memory
+ *        0x600   source path is no folder or regular file
  *        0x700   file does not exist
  *        0x900   file cannot be opened
+ *        0x2800  rename failed
+ *        0x3B00  copy failed
+ *        0x3C00  directory cannot be made
  *        0xBF00  output buffer too small
  *        0x2A00  directory cannot be listed
  *        0x9900  firewall services cannot be enumerated
@@ -361,21 +365,25 @@ TAVO_API int TAVOFwIsSupportPortRange(void);
 
 /* Whether ports are taken: 1 taken, 0 free, -1 when it cannot be told.
  *
- * szSkipServices  names to leave out, blanks or commas between them: firewall services, service_id
- *                 values of forwarding rules, and, for the settings, "ftp", "webdav_http",
- *                 "webdavs_https" and "syslog_server". May be empty.
- * szPort          "80", "80,443", "1000:2000". Put commas between ports: the rules and the firewall
- *                 services take nothing else, and the settings read up to a blank only.
- * szProtocol      "tcp", "udp", "tcp,udp", any case; "" means both to the firewall services and
- * none to the sockets. With any other word, or a blank for the comma, no firewall service collides.
- * Rules and settings collide whatever the protocol. At most 1023 bytes. nCheckFlags     1..31: bits
- * of TAVO_PORT_CHECK_*. ppConflictPorts the colliding ports are put in front of *ppConflictPorts
- * (NULL: an empty list) as entries of both protocols, single ports with nPortEnd 0. The settings
- * hand over a list of their own, ascending, with protocol 0 and every end filled in, into which the
- * caller's entries are merged; entries that were there already then count as a conflict. The
- * sockets add nothing. What was found before a failure stays. Use only *ppConflictPorts after the
- * call, whatever the result: former entries may have been freed. Free it with
- * TAVOServiceConfPortsFree.
+ * szSkipServices names whom to leave out, blanks or commas between them: firewall services,
+ * service_id values of forwarding rules, and, for the settings, "ftp", "webdav_http",
+ * "webdavs_https" and "syslog_server". It may be empty.
+ *
+ * szPort is "80", "80,443" or "1000:2000". Put commas between ports: the rules and the firewall
+ * services take nothing else, and the settings read up to a blank only.
+ *
+ * szProtocol is "tcp", "udp" or "tcp,udp", in any case and of at most 1023 bytes; "" means both to
+ * the firewall services and none to the sockets. With any other word, or a blank for the comma, no
+ * firewall service collides. Rules and settings collide whatever the protocol.
+ *
+ * nCheckFlags is 1..31, bits of TAVO_PORT_CHECK_*.
+ *
+ * The colliding ports are put in front of *ppConflictPorts (NULL: an empty list) as entries of both
+ * protocols, single ports with nPortEnd 0. The settings hand over a list of their own, ascending,
+ * with protocol 0 and every end filled in, into which the caller's entries are merged; entries that
+ * were there already then count as a conflict. The sockets add nothing. What was found before a
+ * failure stays. Use only *ppConflictPorts after the call, whatever the result: former entries may
+ * have been freed. Free it with TAVOServiceConfPortsFree.
  *
  * All enabled sources are asked in the order of their bits; the sockets are not asked further once
  * one is found. Port 412 named by itself counts as taken whatever is asked.
@@ -549,6 +557,218 @@ TAVO_API int TAVORuntimeIsConflictPort(uint16_t uPort, uint16_t uProtocol);
  * 65535: the call would never return. */
 TAVO_API int TAVORuntimeIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol);
 
+/* ---- Changing service files ----
+ *
+ * Writing a section and its ports, installing, updating and removing a file, backup and restore,
+ * and telling those who act on declared ports: the firewall tool, the router tool, the relay daemon
+ * tavorelayd and the plugins of the group port_config.
+ *
+ * Callers serialise what changes the same file: the library takes no lock, and the copies that it
+ * makes in /tmp have fixed names. Such a name is taken anew, for the caller's user alone: a link or
+ * plain file that stands there is removed, and with anything else there the copy fails. Names of
+ * files hold no ".." component, which is refused with 0xD00, and lead to no other folder.
+ *
+ * A program that is run reads nothing, writes to the caller's standard output and error, and gets
+ * no other descriptor of the caller. */
+
+/* nRestartMode: whether TLIBServiceConfServRestart follows a change. */
+#define TAVO_RESTART_MODE_NONE 1
+#define TAVO_RESTART_MODE_RESTART 2
+
+/* nRestartFlags, and the argument of TLIBServiceConfServRestart: bits of a word from 1 to 31. The
+ * others are accepted and do nothing. */
+#define TAVO_RESTART_FIREWALL 1 /* reload the firewall, and the relay daemon if it runs */
+#define TAVO_RESTART_RELAY 2    /* reload the relay daemon if it runs */
+
+/* nWriteMode. A section is written with the first only, removed with the last only. */
+#define TAVO_WRITE_MODE_SET 1
+#define TAVO_WRITE_MODE_NONE 2
+#define TAVO_WRITE_MODE_REMOVE 3
+
+/* What is to be changed, and how. Filled by the caller, read only. */
+typedef struct TAVO_SERVICE_CONF_SET_PARAM {
+    uint32_t nRestartMode;  /* TAVO_RESTART_MODE_*, 1 or 2 */
+    uint32_t nRestartFlags; /* TAVO_RESTART_*, 1..31 */
+    uint32_t nWriteMode;    /* TAVO_WRITE_MODE_*, 1..3 */
+    uint32_t nCheckFlags;   /* TAVO_PORT_CHECK_*, 1..31; some bits also say which files change */
+    char szFileName[256];   /* base name of the service file, "ftp.sc" */
+    char szSectionName[256];
+    uint32_t nLocation; /* TAVO_SERVICE_CONF_DIR_*, 1..3 */
+} TAVO_SERVICE_CONF_SET_PARAM;
+
+/* Writes the section pSection, all its keys, into the service file that pParam names; the directory
+ * and the file are made when they are missing. 0 on success, also when there was nothing to write;
+ * -1 on failure, the file then being as it was.
+ *
+ * pParam: every field must have one of its values; with both bits of nLocation set the system
+ * directory is meant. szSectionName names the section whose keys that are not set here, desc_extra
+ * for one, are kept, and the services that the check of the ports leaves out; give it the name in
+ * pSection. pSection needs a name, a title, a description and destination ports; desc_extra and
+ * pNext are not used. A text is written between double quotes as it stands, so that one with a
+ * newline is not written at all, which is not reported.
+ *
+ * First TLIBIsPortConflict is asked, with nCheckFlags, for the destination ports: a conflict is a
+ * failure. Without TAVO_PORT_CHECK_FW_SERVICE in nCheckFlags that is all, but for the restart. With
+ * an nWriteMode other than 1 everything but the writing is done. With TAVO_PORT_CHECK_PORT_FORWARD
+ * the router tool is told, and with nRestartMode 2 TLIBServiceConfServRestart follows; failures of
+ * these two are logged only.
+ *
+ * Runs /bin/mkdir -p, /bin/cp -f FILE /tmp/NAME (a copy of the file as it was; it is gone when the
+ * function returns) and /usr/tavo/sbin/tavoroutertool --update /tmp/NAME FILE. Sets 0xD00 for
+ * what is wrong in the arguments; other failures are logged and set what the failing function
+ * sets. */
+TAVO_API int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
+                                       const TAVO_SERVICE_CONF_SECTION *pSection);
+
+/* Sets one port key of an existing section to the ports of pPortList, whose entries must have one
+ * protocol word: dst.ports when the first entry's nDirection is not 0, else src.ports. The value
+ * is written without quotes. Everything else is as in TLIBServiceConfSectionSet, except that file
+ * and section must be there and that nWriteMode only has to be 1 to 3. */
+TAVO_API int TLIBServiceConfPortsSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
+                                     const TAVO_SERVICE_CONF_PORT *pPortList);
+
+/* Sets one port key of an existing section, chosen as in TLIBServiceConfPortsSet, without looking
+ * for conflicts, and reloads the firewall (TAVOFwRuleHupWrap). nLocation 1 is the system directory,
+ * any other value that of packages. Ports are printed in their order, ranges as they are, and the
+ * protocols are those of the first entry. -1 for a NULL argument or a name that is refused
+ * (0xD00), a missing file (0x700, and a log line), a text of 512 bytes or more (0xBF00), and when
+ * writing or the reload fails; what was written then stays. */
+TAVO_API int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName,
+                                           const char *szSectionName,
+                                           const TAVO_SERVICE_CONF_PORT *pPortList);
+
+/* Installs the service file szSrcPath under its own base name into the directory nLocation,
+ * TAVO_SERVICE_CONF_DIR_SYSTEM or _PACKAGE, both not being allowed here. 0 installed; 1 installed
+ * although its ports collide with others; -1 on failure. A file of that name is replaced. Its place
+ * always holds either the old file or all of the new one, which is copied with mode and times to a
+ * file of its own in the folder tmp of the directory, flushed to disk and renamed; when copying or
+ * renaming fails, that file stays there. Nobody is told.
+ *
+ * Runs TLIBIsConfPortConflict, /bin/mkdir -p and /bin/cp -f -p. Sets 0xD00 for NULL, a bad location
+ * or a name that is refused, 0x700 for a missing source, 0x3C00 when a directory cannot be made,
+ * 0x3B00 when the copy and 0x2800 when the rename fails. An installed file of that name sets the
+ * error state back to 0 on the way. */
+TAVO_API int TAVOServiceConfInstall(const char *szSrcPath, int nLocation);
+
+/* The same under the base name szBaseName. *ppConflictPorts is that of TLIBIsConfPortConflict; free
+ * it with TAVOServiceConfPortsFree. */
+TAVO_API int TAVOServiceConfInstallBaseName(const char *szBaseName, const char *szSrcPath,
+                                            int nLocation,
+                                            TAVO_SERVICE_CONF_PORT **ppConflictPorts);
+
+/* What an update tells. */
+typedef struct TAVO_SERVICE_CONF_NOTIFY {
+    char szOldConfPath[4096]; /* a copy of the file as it was */
+    char szNewConfPath[4096]; /* the file as it is */
+    uint32_t blNotifyFw;      /* not 0: tell the firewall */
+    uint32_t blNotifyPf;      /* not 0: tell port forwarding, which needs both paths */
+} TAVO_SERVICE_CONF_NOTIFY;
+
+/* What a removal tells. */
+typedef struct TAVO_SERVICE_CONF_REMOVE_NOTIFY {
+    const char *pszConfPath; /* a copy of the file that was removed */
+    uint32_t blNotifyFw;     /* not looked at */
+    uint32_t blNotifyPf;     /* not 0: tell port forwarding and the firewall */
+} TAVO_SERVICE_CONF_REMOVE_NOTIFY;
+
+/* Replaces the installed service file szBaseName by szSrcPath, as TAVOServiceConfInstallBaseName
+ * does, and tells port forwarding and the firewall of it (TLIBServiceConfUpdateServNotify). 0; 1
+ * when ports collide; -1 on failure. That the installation itself fails is logged only, the old
+ * file then being as it was; so look at the file. A file that was not installed yet is
+ * installed. Nothing is rolled back.
+ *
+ * Runs /bin/cp -f FILE /tmp/servicetool.update.NAME.old; the copy is gone when the function
+ * returns. */
+TAVO_API int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *szSrcPath,
+                                           int nLocation, TAVO_SERVICE_CONF_PORT **ppConflictPorts);
+
+/* The same without telling anybody: *pNotify is filled for the caller, who hands it to
+ * TLIBServiceConfUpdateServNotify and deletes the file szOldConfPath, unless that is empty: then
+ * there was no old file. */
+TAVO_API int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName,
+                                                        const char *szSrcPath, int nLocation,
+                                                        TAVO_SERVICE_CONF_PORT **ppConflictPorts,
+                                                        TAVO_SERVICE_CONF_NOTIFY *pNotify);
+
+/* Removes the service file that pParam names and tells of it (TLIBServiceConfRemoveServNotify):
+ * with TAVO_PORT_CHECK_PORT_FORWARD in nCheckFlags port forwarding and the firewall; the content
+ * goes along when bit 1 or 2 is set. -1 on failure, the file then being as it was; what goes wrong
+ * in telling is logged only.
+ *
+ * pParam: nRestartMode 1, or 2 with one of the low four bits of nRestartFlags, neither of which has
+ * any other effect; nWriteMode 3; nCheckFlags with TAVO_PORT_CHECK_FW_SERVICE; the low two bits of
+ * nLocation 1 or 2; a file name. Anything else is refused with 0xD00; a missing file is 0x700.
+ *
+ * Runs /bin/cp -f FILE /tmp/servicetool.remove.NAME.PID; the copy is gone when the function
+ * returns. Only that cp cannot be run counts as a failure of it. */
+TAVO_API int TAVOServiceConfRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
+
+/* The same function under another name. */
+TAVO_API int TLIBServiceConfRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
+
+/* TAVOServiceConfRemove of the file szFileName (cut to 255 bytes) in the directory nLocation, with
+ * everybody told. -1 also for NULL (0xD00). */
+TAVO_API int TAVOServiceConfRemoveBaseName(const char *szFileName, int nLocation);
+
+/* The same function under another name. */
+TAVO_API int TLIBServiceConfRemoveBaseName(const char *szFileName, int nLocation);
+
+/* Copies what a change is going to touch to side copies beside it, named STORE.tmp.PID: with
+ * TAVO_PORT_CHECK_FW_SERVICE in nCheckFlags the system's service files when nLocation is exactly 1,
+ * those of packages when it is exactly 2 (none when it is 3), with bit 1 /usr/tavo/etc/firewall.d,
+ * with TAVO_PORT_CHECK_PORT_FORWARD the rule file of the port-forwarding library. A store that is
+ * missing has no side copy. -1 on failure, no side copy being left: 0xD00 for NULL, none of the low
+ * four bits in nCheckFlags, or no directory. Other fields are not looked at.
+ *
+ * Only the process that made them finds them again. Runs /bin/rm -rf and /bin/cp -rf; that one of
+ * these fails is not noticed, only that it cannot be run. */
+TAVO_API int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
+
+/* Puts every side copy of such a backup in the place of its store, which is removed first. -1 for
+ * the same bad arguments and when /bin/rm -rf or /bin/mv -f cannot be run; stores that follow then
+ * stay as they are. */
+TAVO_API int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
+
+/* Removes the side copies of such a backup. -1 for the same bad arguments and when /bin/rm -rf
+ * cannot be run. */
+TAVO_API int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
+
+/* Removes a section from a service file, all or nothing: the stores of TLIBServiceConfBackup are
+ * copied first and restored when a later step fails. With bit 1 in nCheckFlags the firewall drops
+ * the record of the service first (TLIBFwServRemoveRecWrap); with nRestartMode 2
+ * TLIBServiceConfServRestart follows, and once more after a restore that its failure made needed. A
+ * file without a section but [global] is deleted. A section, or a file, that is not there counts as
+ * removed. pParam is that of TAVOServiceConfRemove, with a section name. */
+TAVO_API int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
+
+/* Lets the services take up changed ports: with bit TAVO_RESTART_FIREWALL TAVOFwRuleHupWrap, whose
+ * failure is this one's; then, with that bit or TAVO_RESTART_RELAY, reloads the unit tavorelayd if
+ * it is active. -1 with 0xD00 for flags outside 1..31. */
+TAVO_API int TLIBServiceConfServRestart(int nRestartFlags);
+
+/* Tells the plugins of the group port_config of a changed file (action port_config/update), and
+ * reloads the unit tavorelayd if it is active. The arguments are OLD_PORT_CONFIG_CONTENT and
+ * NEW_PORT_CONFIG_CONTENT, the texts of the two files ("" for one that does not exist or cannot be
+ * read), and NOTIFY_PF and NOTIFY_FW, "1" where port forwarding or the firewall is to act. An empty
+ * path for port forwarding sets 0xD00 and sends no content. -1 for NULL (0xD00); anything else that
+ * goes wrong is logged only, and gives 0. */
+TAVO_API int TLIBServiceConfUpdateServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify);
+
+/* The same function under another name. */
+TAVO_API int TLIBServiceConfServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify);
+
+/* The same for a file that was removed (action port_config/remove): the text of pszConfPath in
+ * PORT_CONFIG_CONTENT, and both NOTIFY_PF and NOTIFY_FW with blNotifyPf. */
+TAVO_API int TLIBServiceConfRemoveServNotify(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *pNotify);
+
+/* Reloads the firewall: runs /usr/tavo/bin/tavofirewall --reload. -1 when it cannot be run; how it
+ * ends is not looked at. */
+TAVO_API int TAVOFwRuleHupWrap(void);
+
+/* Has the firewall drop the record of a service: runs /usr/tavo/bin/tavofirewall
+ * --remove-serv-rec NAME. -1 for NULL (0xD00) and when it cannot be run. */
+TAVO_API int TLIBFwServRemoveRecWrap(const char *szName);
+
 /* ---- Internals that sibling programs use ----
  *
  * Exported by their plain names; the appliance's own programs and the tests call them. */
@@ -679,6 +899,33 @@ TAVO_API int RuntimeResultListFilter(const TLIBCDList *pSourceResultList, uint16
                                      uint16_t uProtocol, TLIBCDList *pFilteredResultList);
 TAVO_API int RuntimeNotConflictResultAppend(TLIBCDList *pResultList, uint16_t uPort,
                                             uint16_t uProtocol);
+
+/* Writes the path of the installed service file szBaseName into szBuf of cbBuf bytes, cut to fit.
+ * nLocation is TAVO_SERVICE_CONF_DIR_SYSTEM or _PACKAGE. Fails with 0xD00 for NULL, another
+ * location or a name that is refused. */
+TAVO_API int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf);
+
+/* TAVOServiceConfInstallBaseName. */
+TAVO_API int ServiceConfInstall(const char *szBaseName, const char *szSrcPath, int nLocation,
+                                TAVO_SERVICE_CONF_PORT **ppConflictPorts);
+
+/* Removes a file, or a folder with all that is in it, by /bin/rm -rf; a link to one is removed
+ * itself. 0, also when there is nothing of that name, or something else, which then stays; -1 for
+ * NULL or "" (0xD00) and when rm cannot be run: how it ends is not looked at. */
+TAVO_API int RemovePath(const char *szPath);
+
+/* Copies (/bin/cp -rf) or, with blMove, moves (/bin/mv -f) a folder or regular file to szDst, which
+ * is removed first. Blanks around both paths are not part of them. -1 for NULL, an empty path, or a
+ * file that is to go to a path that ends in a slash (0xD00), a source that is neither (0x600), no
+ * memory (0x200), and when a program cannot be run: how it ends is not looked at. */
+TAVO_API int CopyOrMovePath(const char *szSrc, const char *szDst, int blMove);
+
+/* Sets a plugin argument to the text of a file, up to its first NUL byte: as much of it as its size
+ * said when it was opened. "" when there is no such file. -1 on failure, with a log line, except
+ * for a NULL path, which is nothing to report. */
+struct TLIBPluginHandle;
+TAVO_API int PluginArgSetFileContent(struct TLIBPluginHandle *pHandle, const char *szKey,
+                                     const char *szPath);
 
 #ifdef __cplusplus
 }

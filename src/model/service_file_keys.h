@@ -2,6 +2,8 @@
 #ifndef TAVO_SRC_MODEL_SERVICE_FILE_KEYS_H
 #define TAVO_SRC_MODEL_SERVICE_FILE_KEYS_H
 
+#include <cstdint>
+
 namespace tavo {
 
 // The section that describes the file; every other one is a service.
@@ -18,6 +20,11 @@ constexpr char kKeyDescExtra[] = "desc_extra";
 constexpr char kKeyPortForward[] = "port_forward";
 constexpr char kKeySrcPorts[] = "src.ports";
 constexpr char kKeyDstPorts[] = "dst.ports";
+
+// The key of ports of a direction; whatever is not a source port is a destination port.
+constexpr const char *PortsKey(uint32_t nDirection) {
+    return nDirection == 0 ? kKeySrcPorts : kKeyDstPorts;
+}
 
 }  // namespace tavo
 

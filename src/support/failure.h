@@ -14,11 +14,15 @@ namespace tavo {
 
 constexpr unsigned int kErrorBadParameter = 0xD00;
 constexpr unsigned int kErrorNoMemory = 0x200;
+constexpr unsigned int kErrorBadSource = 0x600;
 constexpr unsigned int kErrorNoFile = 0x700;
 constexpr unsigned int kErrorCannotOpen = 0x900;
 constexpr unsigned int kErrorBufferTooSmall = 0xBF00;
 constexpr unsigned int kErrorAlreadyInstalled = 0xC000;
+constexpr unsigned int kErrorRename = 0x2800;
 constexpr unsigned int kErrorListDirectory = 0x2A00;
+constexpr unsigned int kErrorCopy = 0x3B00;
+constexpr unsigned int kErrorMakeDirectory = 0x3C00;
 constexpr unsigned int kErrorFirewallServices = 0x9900;
 
 // A function, not the value itself: the compiler would call an unused -1 a mistake.

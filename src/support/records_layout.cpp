@@ -113,4 +113,27 @@ static_assert(offsetof(Socket, ulInode) == 8);
 static_assert(offsetof(Socket, uProtocol) == 16);
 static_assert(sizeof(Socket) == 16 + alignof(uint64_t));
 
+using SetParam = TAVO_SERVICE_CONF_SET_PARAM;
+static_assert(offsetof(SetParam, nRestartMode) == 0);
+static_assert(offsetof(SetParam, nRestartFlags) == 4);
+static_assert(offsetof(SetParam, nWriteMode) == 8);
+static_assert(offsetof(SetParam, nCheckFlags) == 12);
+static_assert(offsetof(SetParam, szFileName) == 16);
+static_assert(offsetof(SetParam, szSectionName) == 272);
+static_assert(offsetof(SetParam, nLocation) == 528);
+static_assert(sizeof(SetParam) == 532);
+
+using Notify = TAVO_SERVICE_CONF_NOTIFY;
+static_assert(offsetof(Notify, szOldConfPath) == 0);
+static_assert(offsetof(Notify, szNewConfPath) == 4096);
+static_assert(offsetof(Notify, blNotifyFw) == 8192);
+static_assert(offsetof(Notify, blNotifyPf) == 8196);
+static_assert(sizeof(Notify) == 8200);
+
+using RemoveNotify = TAVO_SERVICE_CONF_REMOVE_NOTIFY;
+static_assert(offsetof(RemoveNotify, pszConfPath) == 0);
+static_assert(offsetof(RemoveNotify, blNotifyFw) == Pointers(1));
+static_assert(offsetof(RemoveNotify, blNotifyPf) == Pointers(1) + 4);
+static_assert(sizeof(RemoveNotify) == Pointers(1) + 8);
+
 }  // namespace

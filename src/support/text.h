@@ -3,7 +3,9 @@
 #define TAVO_SRC_SUPPORT_TEXT_H
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <string_view>
 
@@ -21,6 +23,30 @@ void CopyText(char (&field)[Size], std::string_view text) {
 template <std::size_t Size>
 std::string_view FieldText(const char (&field)[Size]) {
     return {field, strnlen(field, Size)};
+}
+
+// The same as a C string.
+template <std::size_t Size>
+class FieldString {
+  public:
+    explicit FieldString(const char (&field)[Size]) { CopyText(szText_, FieldText(field)); }
+    const char *Get() const { return szText_; }
+    bool IsEmpty() const { return *szText_ == '\0'; }
+
+  private:
+    char szText_[Size + 1];
+};
+
+// Prints into a field, cut to fit.
+template <std::size_t Size>
+__attribute__((format(printf, 2, 3))) void PrintText(char (&field)[Size], const char *szFormat,
+                                                     ...) {
+    va_list arguments;
+    va_start(arguments, szFormat);
+    if (std::vsnprintf(field, Size, szFormat, arguments) < 0) {
+        field[0] = '\0';
+    }
+    va_end(arguments);
 }
 
 // Cuts the piece up to the next `separator` off `szRest`, in place. What follows is left in

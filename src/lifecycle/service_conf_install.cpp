@@ -1,0 +1,27 @@
+// The exported faces of installing a service file.
+#include <libgen.h>
+
+#include <cstring>
+
+#include "support/failure.h"
+#include "support/owners.h"
+#include "tavoserviceconf.h"
+
+int TAVOServiceConfInstall(const char *szSrcPath, int nLocation) {
+    if (szSrcPath == nullptr) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    const tavo::OwnedText copy(strdup(szSrcPath));
+    if (copy == nullptr) {
+        return TAVO_FAIL(tavo::kErrorNoMemory, "FAILED to duplicate string=%s", szSrcPath);
+    }
+    TAVO_SERVICE_CONF_PORT *pConflicts = nullptr;
+    const int nResult = ServiceConfInstall(basename(copy.get()), szSrcPath, nLocation, &pConflicts);
+    TAVOServiceConfPortsFree(pConflicts);
+    return nResult;
+}
+
+int TAVOServiceConfInstallBaseName(const char *szBaseName, const char *szSrcPath, int nLocation,
+                                   TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    return ServiceConfInstall(szBaseName, szSrcPath, nLocation, ppConflictPorts);
+}

@@ -1,0 +1,123 @@
+// Sets the ports of a section and reloads the firewall, without a check for conflicts: for callers
+// that have decided already.
+//
+// Ports are printed in their order, and the protocols of the first entry stand for all.
+#include <cstring>
+
+#include "lifecycle/set_param.h"
+#include "model/service_file_keys.h"
+#include "support/failure.h"
+#include "support/owners.h"
+#include "support/service_directory.h"
+#include "support/text.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+// Room for the path of the file, one byte less than elsewhere.
+constexpr std::size_t kFilePathSize = tavo::kPathSize - 1;
+
+// Room for one printed port or range with the comma in front.
+constexpr std::size_t kPieceSize = 64;
+
+constexpr std::size_t kProtocolNameSize = 32;
+
+// Room for the whole value.
+constexpr std::size_t kValueSize = 512;
+
+// A text from TLIBCStrCat.
+class GrowingText {
+  public:
+    GrowingText() = default;
+    ~GrowingText() { std::free(szText_); }
+    GrowingText(const GrowingText &) = delete;
+    GrowingText &operator=(const GrowingText &) = delete;
+
+    // -1 also when the text has become too long for a value, so that a list of any length costs no
+    // more than that.
+    int Append(const char *szPiece) {
+        if (TLIBCStrCat(&szText_, &cbText_, szPiece) < 0) {
+            return -1;
+        }
+        nLength_ += std::strlen(szPiece);
+        return nLength_ < kValueSize ? 0 : TAVO_SET_ERROR(tavo::kErrorBufferTooSmall);
+    }
+
+    const char *Get() const { return szText_; }
+
+  private:
+    char *szText_ = nullptr;
+    int cbText_ = 0;
+    std::size_t nLength_ = 0;
+};
+
+int PrintPorts(const TAVO_SERVICE_CONF_PORT *pPorts, GrowingText &text) {
+    const char *szSeparator = "";
+    for (; pPorts != nullptr; pPorts = pPorts->pNext) {
+        char szPiece[kPieceSize];
+        const int nStart = static_cast<int>(pPorts->nPortStart);
+        if (pPorts->nPortType != TAVO_PORT_TYPE_SINGLE) {
+            tavo::PrintText(szPiece, "%s%d:%d", szSeparator, nStart,
+                            static_cast<int>(pPorts->nPortEnd));
+        } else {
+            tavo::PrintText(szPiece, "%s%d", szSeparator, nStart);
+        }
+        if (text.Append(szPiece) < 0) {
+            return -1;
+        }
+        szSeparator = ",";
+    }
+    return 0;
+}
+
+int PrintProtocols(uint32_t nProtocol, GrowingText &text) {
+    const char *szSeparator = "/";
+    for (int i = 0; i < TLIBServiceProtoMapSizeGet(); ++i) {
+        int nBit = 0;
+        if (TLIBServiceProtoIndexGet(i, &nBit) < 0) {
+            return -1;
+        }
+        if ((nProtocol & static_cast<uint32_t>(nBit)) == 0) {
+            continue;
+        }
+        char szName[kProtocolNameSize];
+        if (TLIBServiceProtoStrGet(i, szName, sizeof(szName)) < 0 || text.Append(szSeparator) < 0 ||
+            text.Append(szName) < 0) {
+            return -1;
+        }
+        szSeparator = ",";
+    }
+    return 0;
+}
+
+// That the name is taken in the very directory that the file lies in proves that the file is there.
+int CheckFile(const char *szPath, const char *szDirectory) {
+    if (TAVOServiceConfFileVerify(szPath, szDirectory) < 0 &&
+        TLIBCErrGet() != tavo::kErrorAlreadyInstalled) {
+        return TAVO_LOG_STATE("Service conf does not exist, tavoerr=");
+    }
+    return 0;
+}
+
+}  // namespace
+
+int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName, const char *szSectionName,
+                                  const TAVO_SERVICE_CONF_PORT *pPortList) {
+    if (szSectionName == nullptr || pPortList == nullptr || tavo::LeadsAway(szFileName)) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    // Not the bits of a location: with anything but 1 the file is a package's.
+    const char *szDirectory = nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM
+                                  ? tavo::kSystemServiceDirectory
+                                  : tavo::kPackageServiceDirectory;
+    char szPath[kFilePathSize];
+    tavo::PrintText(szPath, "%s/%s", szDirectory, szFileName);
+    GrowingText value;
+    if (CheckFile(szPath, szDirectory) < 0 || PrintPorts(pPortList, value) < 0 ||
+        PrintProtocols(pPortList->nProtocol, value) < 0 ||
+        TLIBCFileSetSectionValue(szPath, szSectionName, tavo::PortsKey(pPortList->nDirection),
+                                 value.Get()) < 0) {
+        return -1;
+    }
+    return TAVOFwRuleHupWrap() < 0 ? -1 : 0;
+}

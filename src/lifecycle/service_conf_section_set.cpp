@@ -1,0 +1,169 @@
+// Writes one section, with all its keys, into a service file.
+//
+// What could be refused comes first: bad arguments, ports that are taken. Then the file is made if
+// it is missing, copied for the router tool, and changed in one step. There is nothing to roll back
+// but a file that was made here: whatever fails, fails before the change.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "lifecycle/programs.h"
+#include "lifecycle/section_write.h"
+#include "model/service_file_keys.h"
+#include "support/failure.h"
+#include "support/owners.h"
+
+namespace {
+
+// Room for a value in its quotes.
+constexpr std::size_t kValueSize = 4096;
+
+bool IsWritable(const TAVO_SERVICE_CONF_SECTION *pSection) {
+    return pSection != nullptr && !tavo::FieldText(pSection->szName).empty() &&
+           pSection->pDstPorts != nullptr && !tavo::FieldText(pSection->strDesc.szText).empty() &&
+           !tavo::FieldText(pSection->strTitle.szText).empty();
+}
+
+// A service file that was missing. It goes again unless it is kept.
+class NewFile {
+  public:
+    NewFile() = default;
+    ~NewFile() {
+        if (szPath_ != nullptr) {
+            unlink(szPath_);
+        }
+    }
+    NewFile(const NewFile &) = delete;
+    NewFile &operator=(const NewFile &) = delete;
+
+    int Make(const tavo::Target &target) {
+        if (TLIBCExec(tavo::kMakeDirectoryProgram, "-p", target.Directory(), nullptr, nullptr) !=
+            0) {
+            return TAVO_LOG("/bin/mkdir -p %s failed.(errno:%d/%s)", target.Directory(), errno,
+                            std::strerror(errno));
+        }
+        if (TLIBCFileTouch(target.Path()) < 0) {
+            return TAVO_LOG("Failed to touch %s", target.Path());
+        }
+        szPath_ = target.Path();
+        return 0;
+    }
+
+    void Keep() { szPath_ = nullptr; }
+
+  private:
+    const char *szPath_ = nullptr;
+};
+
+// ---- Keys ----
+
+// A text that holds a quote itself is written as it stands: values know no escapes.
+int SetKey(TLIBCSzHash *pKeys, const char *szKey, const char *szText) {
+    char szValue[kValueSize];
+    tavo::PrintText(szValue, "\"%s\"", szText);
+    if (TLIBCSzHashSetValue(pKeys, szKey, szValue) < 0) {
+        return TAVO_LOG("Failed ot set %s into Hash", szKey);
+    }
+    return 0;
+}
+
+// Without a section and a key there is no reference; what the file has then stays.
+int SetReference(TLIBCSzHash *pKeys, const char *szKey, const TAVO_SERVICE_CONF_STRING &string) {
+    const tavo::FieldString source(string.szSource);
+    const tavo::FieldString section(string.szSection);
+    const tavo::FieldString key(string.szKey);
+    if (section.IsEmpty() || key.IsEmpty()) {
+        return 0;
+    }
+    char szReference[kValueSize];
+    tavo::PrintText(szReference, "%s%s%s:%s", source.Get(), source.IsEmpty() ? "" : ":",
+                    section.Get(), key.Get());
+    return SetKey(pKeys, szKey, szReference);
+}
+
+int SetKeys(TLIBCSzHash *pKeys, const TAVO_SERVICE_CONF_SECTION &section,
+            const tavo::PortText &dstPorts, const tavo::PortText &srcPorts) {
+    const char *szForward = section.blPortForward == 1 ? "yes" : "no";
+    const tavo::FieldString desc(section.strDesc.szText);
+    const tavo::FieldString title(section.strTitle.szText);
+    if (SetKey(pKeys, tavo::kKeyPortForward, szForward) < 0 ||
+        SetKey(pKeys, tavo::kKeyDesc, desc.Get()) < 0 ||
+        SetReference(pKeys, tavo::kKeyDescKey, section.strDesc) < 0 ||
+        SetKey(pKeys, tavo::kKeyTitle, title.Get()) < 0 ||
+        SetReference(pKeys, tavo::kKeyTitleKey, section.strTitle) < 0 ||
+        SetKey(pKeys, tavo::kKeyDstPorts, dstPorts.szValue) < 0) {
+        return -1;
+    }
+    return section.pSrcPorts == nullptr ? 0 : SetKey(pKeys, tavo::kKeySrcPorts, srcPorts.szValue);
+}
+
+// ---- The file ----
+
+// The caller is not told when this fails, and has never been.
+void StoreSection(const char *szPath, const TAVO_SERVICE_CONF_SECTION &section,
+                  const TLIBCSzHash *pKeys, bool present) {
+    const tavo::FieldString name(section.szName);
+    if (present) {
+        TLIBCFileSetSection(szPath, name.Get(), nullptr, pKeys, 0);
+    } else {
+        TLIBCFileAddSection(szPath, name.Get(), pKeys, 0);
+    }
+}
+
+// The keys that the section has today are read by the name in the record and written under the name
+// of the section.
+int WriteSection(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &section,
+                 const tavo::PortText &dstPorts, const tavo::PortText &srcPorts,
+                 tavo::TemporaryCopy &backup) {
+    const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
+    if (keys == nullptr) {
+        return TAVO_LOG("Failed to alloc memory");
+    }
+    const tavo::Target target(param);
+    NewFile made;
+    if (TLIBCFileExist(target.Path()) == 0 && made.Make(target) < 0) {
+        return -1;
+    }
+    TLIBCSzHash *pKeys = keys.get();
+    const int nKeys = TLIBCFileGetSection(target.Path(), target.Section(), &pKeys);
+    if (nKeys < 0) {
+        return TAVO_LOG("failed to get section(%s) from %s", target.Section(), target.Path());
+    }
+    if (SetKeys(pKeys, section, dstPorts, srcPorts) < 0 || tavo::MakeBackup(target, backup) < 0) {
+        return -1;
+    }
+    if (param.nWriteMode == TAVO_WRITE_MODE_SET) {
+        StoreSection(target.Path(), section, pKeys, nKeys > 0);
+    }
+    tavo::TellRouter(param, backup, target.Path());
+    made.Keep();
+    return 0;
+}
+
+}  // namespace
+
+int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
+                              const TAVO_SERVICE_CONF_SECTION *pSection) {
+    if (!tavo::AllowsSet(pParam) || !IsWritable(pSection)) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    tavo::PortText dstPorts;
+    if (dstPorts.Print(pSection->pDstPorts) < 0) {
+        return TAVO_LOG_STATE("Port to Str fail!");
+    }
+    tavo::PortText srcPorts;
+    if (pSection->pSrcPorts != nullptr && srcPorts.Print(pSection->pSrcPorts) < 0) {
+        return -1;
+    }
+    if (tavo::RefuseConflict(*pParam, dstPorts) < 0) {
+        return -1;
+    }
+    tavo::TemporaryCopy backup;
+    if (tavo::ChangesFile(*pParam) &&
+        WriteSection(*pParam, *pSection, dstPorts, srcPorts, backup) < 0) {
+        return -1;
+    }
+    tavo::RestartServices(*pParam);
+    return 0;
+}

@@ -1,0 +1,74 @@
+#include "lifecycle/set_param.h"
+
+#include <string_view>
+
+namespace tavo {
+namespace {
+
+constexpr uint32_t kHighestFlags = 31;
+
+// The bits of the two flag words that a removal looks at.
+constexpr uint32_t kRemovalFlags = 15;
+
+constexpr uint32_t kBothDirectories = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
+
+bool IsFrom1To(uint32_t nHighest, uint32_t nValue) {
+    return nValue >= 1 && nValue <= nHighest;
+}
+
+template <std::size_t Size>
+bool IsFileName(const char (&field)[Size]) {
+    const FieldString<Size> name(field);
+    return !name.IsEmpty() && !LeadsAway(name.Get());
+}
+
+}  // namespace
+
+bool AllowsSet(const SetParam *pParam) {
+    return pParam != nullptr && IsFrom1To(TAVO_RESTART_MODE_RESTART, pParam->nRestartMode) &&
+           IsFrom1To(kHighestFlags, pParam->nRestartFlags) &&
+           IsFrom1To(TAVO_WRITE_MODE_REMOVE, pParam->nWriteMode) &&
+           IsFrom1To(kHighestFlags, pParam->nCheckFlags) &&
+           IsFrom1To(kBothDirectories, pParam->nLocation) && IsFileName(pParam->szFileName) &&
+           !FieldText(pParam->szSectionName).empty();
+}
+
+bool AllowsRemove(const SetParam *pParam) {
+    if (pParam == nullptr || !IsFrom1To(TAVO_RESTART_MODE_RESTART, pParam->nRestartMode)) {
+        return false;
+    }
+    if (pParam->nRestartMode == TAVO_RESTART_MODE_RESTART &&
+        (pParam->nRestartFlags & kRemovalFlags) == 0) {
+        return false;
+    }
+    const uint32_t nDirectory = pParam->nLocation & kBothDirectories;
+    return pParam->nWriteMode == TAVO_WRITE_MODE_REMOVE &&
+           (pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
+           (nDirectory == TAVO_SERVICE_CONF_DIR_SYSTEM ||
+            nDirectory == TAVO_SERVICE_CONF_DIR_PACKAGE) &&
+           IsFileName(pParam->szFileName);
+}
+
+bool LeadsAway(const char *szName) {
+    if (szName == nullptr) {
+        return true;
+    }
+    std::string_view rest = szName;
+    for (;;) {
+        const std::size_t end = rest.find('/');
+        if (rest.substr(0, end) == "..") {
+            return true;
+        }
+        if (end == std::string_view::npos) {
+            return false;
+        }
+        rest.remove_prefix(end + 1);
+    }
+}
+
+const char *DirectoryByBits(uint32_t nLocation) {
+    return (nLocation & TAVO_SERVICE_CONF_DIR_SYSTEM) != 0 ? kSystemServiceDirectory
+                                                           : kPackageServiceDirectory;
+}
+
+}  // namespace tavo

@@ -1,0 +1,150 @@
+// Installs a service file: the worker behind the exported install functions and the updates.
+//
+// The copy goes to a file of its own in a folder inside the target directory, which is on the same
+// file system, and is renamed to its name. Readers see the old file or all of the new one, and any
+// number of processes may install the same name at once: the last rename wins.
+//
+// Ports that collide with others do not keep a file out; the result says so.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "lifecycle/programs.h"
+#include "lifecycle/set_param.h"
+#include "lifecycle/temporary_copy.h"
+#include "support/descriptor.h"
+#include "support/failure.h"
+#include "support/service_directory.h"
+#include "support/text.h"
+#include "tavoserviceconf.h"
+
+namespace {
+
+// Not the bits of a location: a file is installed into one directory. Null for any other value.
+const char *InstallDirectory(int nLocation) {
+    switch (nLocation) {
+        case TAVO_SERVICE_CONF_DIR_SYSTEM:
+            return tavo::kSystemServiceDirectory;
+        case TAVO_SERVICE_CONF_DIR_PACKAGE:
+            return tavo::kPackageServiceDirectory;
+        default:
+            return nullptr;
+    }
+}
+
+// A file of that name may be replaced, so that is not an error after all.
+int CheckSource(const char *szSrcPath, const char *szDirectory) {
+    if (TAVOServiceConfFileVerify(szSrcPath, szDirectory) == 0) {
+        return 0;
+    }
+    switch (TLIBCErrGet()) {
+        case tavo::kErrorAlreadyInstalled:
+            TLIBCErrSetEx(0, __FILE_NAME__, __LINE__);
+            return 0;
+        case tavo::kErrorNoFile:
+            return TAVO_LOG_STATE("Source configure file does not exist (%s)", szSrcPath);
+        default:
+            return TAVO_LOG_STATE("install configue file fail! (%s)", szSrcPath);
+    }
+}
+
+// Whether the ports of the file collide. A check that fails is no reason not to install it.
+bool ReportConflict(const char *szSrcPath, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    const int nConflict = TLIBIsConfPortConflict(szSrcPath, ppConflictPorts);
+    if (nConflict == 1) {
+        TAVO_LOG("%s conf file port conflict with existed conf file setting", szSrcPath);
+    } else if (nConflict != 0) {
+        TAVO_LOG("check %s conf file port conflict failed=%d", szSrcPath, nConflict);
+    }
+    return nConflict == 1;
+}
+
+int MakeDirectory(const char *szDirectory) {
+    if (TLIBCExec(tavo::kMakeDirectoryProgram, "-p", szDirectory, nullptr, nullptr) != 0) {
+        return TAVO_FAIL_STATE(tavo::kErrorMakeDirectory, "mkdir fail for path %s", szDirectory);
+    }
+    return 0;
+}
+
+// Makes an empty file with a name of its own, which szPath then holds.
+int ReserveName(const char *szBaseName, char *szPath) {
+    const tavo::Descriptor file(mkstemp(szPath));
+    if (!file.IsOpen()) {
+        return TAVO_LOG("Failed to mkstemp() for installing service conf of %s: %s", szBaseName,
+                        std::strerror(errno));
+    }
+    return 0;
+}
+
+// After a power cut the name must not stand for a file whose content never reached the disk.
+bool Flush(const char *szPath) {
+    const tavo::Descriptor file(open(szPath, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    return file.IsOpen() && fsync(file.Get()) == 0;
+}
+
+bool CopyWithModeAndTimes(const char *szSrcPath, const char *szPath) {
+    return tavo::IsRegularFile(szSrcPath) &&
+           TLIBCExec(tavo::kCopyProgram, "-f", "-p", szSrcPath, szPath) == 0 && Flush(szPath);
+}
+
+int Rename(const char *szFrom, const char *szTo) {
+    if (rename(szFrom, szTo) < 0) {
+        const int nErrno = errno;
+        return TAVO_FAIL(tavo::kErrorRename, "Failed to rename %s to %s: %s", szFrom, szTo,
+                         std::strerror(nErrno));
+    }
+    return 0;
+}
+
+// A copy that cannot be made whole, or not be renamed, stays in the folder for whoever wants to
+// know why.
+int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory) {
+    char szFolder[tavo::kPathSize];
+    tavo::PrintText(szFolder, "%s/tmp", szDirectory);
+    if (MakeDirectory(szDirectory) < 0 || MakeDirectory(szFolder) < 0) {
+        return -1;
+    }
+    char szCopy[tavo::kPathSize];
+    tavo::PrintText(szCopy, "%s/%s.XXXXXX", szFolder, szBaseName);
+    if (ReserveName(szBaseName, szCopy) < 0) {
+        return -1;
+    }
+    char szTarget[tavo::kPathSize];
+    tavo::PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
+    if (!CopyWithModeAndTimes(szSrcPath, szCopy)) {
+        return TAVO_FAIL_STATE(tavo::kErrorCopy, "install configure file fail! from=%s to=%s",
+                               szSrcPath, szTarget);
+    }
+    return Rename(szCopy, szTarget);
+}
+
+}  // namespace
+
+int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf) {
+    const char *szDirectory = InstallDirectory(nLocation);
+    if (tavo::LeadsAway(szBaseName) || szDirectory == nullptr || szBuf == nullptr || cbBuf < 1) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    std::snprintf(szBuf, static_cast<std::size_t>(cbBuf), "%s/%s", szDirectory, szBaseName);
+    return 0;
+}
+
+int ServiceConfInstall(const char *szBaseName, const char *szSrcPath, int nLocation,
+                       TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    const char *szDirectory = InstallDirectory(nLocation);
+    if (szSrcPath == nullptr || szDirectory == nullptr || tavo::LeadsAway(szBaseName)) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    if (CheckSource(szSrcPath, szDirectory) < 0) {
+        return -1;
+    }
+    const bool conflict = ReportConflict(szSrcPath, ppConflictPorts);
+    if (PlaceFile(szBaseName, szSrcPath, szDirectory) < 0) {
+        return -1;
+    }
+    return conflict ? 1 : 0;
+}
