@@ -14,7 +14,7 @@
 #include "input_file.h"
 #include "library_log.h"
 #include "linted_file.h"
-#include "service_file.h"
+#include "section_queries.h"
 #include "text.h"
 
 namespace tavo {
@@ -22,8 +22,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::string_view kGlobal = "global";
-constexpr std::string_view kPortsKey = "dst.ports";
 constexpr char kInvalid[] = "invalid";
 
 struct CheckedSection {
@@ -32,27 +30,9 @@ struct CheckedSection {
     PortAnswer answer;
 };
 
-PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports) {
-    PortQuery query;
-    for (const TAVO_SERVICE_CONF_PORT *port : InFileOrder(ports)) {
-        const auto [first, last] = std::minmax(
-            port->nPortStart,
-            port->nPortType == TAVO_PORT_TYPE_RANGE ? port->nPortEnd : port->nPortStart);
-        query.items.push_back({first, last});
-        query.protocols = port->nProtocol;
-    }
-    return query;
-}
-
-OwnedConf ReadConf(const MemoryFile &file) {
-    const LibraryLog log;
-    TAVO_SERVICE_CONF *conf = nullptr;
-    TAVOServiceConfGet(file.Path().c_str(), &conf);
-    return OwnedConf(conf);
-}
-
 // What an install would be told.
-int LibraryVerdictOn(const MemoryFile &file) {
+int LibraryVerdictOn(const std::string &text) {
+    const MemoryFile file(text);
     const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
     const int verdict = TLIBIsConfPortConflict(file.Path().c_str(), &conflicts);
@@ -72,45 +52,19 @@ PortVerdict VerdictOf(const std::vector<CheckedSection> &sections) {
                                         : PortVerdict::kFree;
 }
 
-// Section [global] is no service, but an install asks for the ports of it like for those of others.
-struct GlobalSection {
-    ConfigLine line;    // that opens it
-    std::string ports;  // its dst.ports; empty where it has none
-};
-
-std::optional<GlobalSection> FindGlobal(const std::string &text) {
-    std::optional<GlobalSection> global;
-    bool inside = false;
-    ConfigLineReader reader(text);
-    for (ConfigLine line; reader.Next(line);) {
-        if (line.kind == ConfigLineKind::kSection) {
-            inside = line.name == kGlobal;
-            if (inside && !global) {
-                global = {line, {}};
-            }
-        } else if (inside && line.kind == ConfigLineKind::kKeyValue && line.name == kPortsKey) {
-            global->ports = line.value;
-        }
-    }
-    return global;
-}
-
 class FileCheck {
   public:
     FileCheck(const FileQuestion &question, LintedFile file, Report &report)
         : question_(question),
           file_(std::move(file)),
-          global_(FindGlobal(file_.text)),
+          global_(GlobalLine(file_.text)),
           report_(report) {}
 
     void Run(PortSources &sources);
 
   private:
     void TellInvalid();
-    void AskForSections(const TAVO_SERVICE_CONF &conf, PortSources &sources);
-    void AskForGlobal(PortSources &sources);
-    void AskFor(const std::string &section, const TAVO_SERVICE_CONF_PORT *ports,
-                PortSources &sources);
+    void AskFor(SectionQuery question, PortSources &sources);
     void CompareWithLibrary(int verdict);
     void TellOfInstall(std::string message, std::string fix, const ConfigLine &line = {});
     void Print();
@@ -118,7 +72,7 @@ class FileCheck {
 
     const FileQuestion &question_;
     LintedFile file_;
-    std::optional<GlobalSection> global_;
+    std::optional<ConfigLine> global_;
     Report &report_;
     std::vector<CheckedSection> sections_;
     PortVerdict verdict_ = PortVerdict::kUnknown;
@@ -129,17 +83,18 @@ void FileCheck::Run(PortSources &sources) {
         TellInvalid();
         return;
     }
-    // One copy for both, so that they see what lint saw.
-    const MemoryFile copy(file_.text);
-    const auto conf = ReadConf(copy);
-    if (conf == nullptr) {
+    const auto queries = QueriesOf(file_.text);
+    if (!queries) {
         report_.TellError(file_.name, "failed", "the library does not read it");
         report_.Raise(Status::kFailed);
         return;
     }
-    AskForSections(*conf, sources);
+    for (const SectionQuery &query : *queries) {
+        AskFor(query, sources);
+    }
+    verdict_ = VerdictOf(sections_);
     if (question_.as_library) {
-        CompareWithLibrary(LibraryVerdictOn(copy));
+        CompareWithLibrary(LibraryVerdictOn(file_.text));
     }
     Print();
     AddJson();
@@ -154,35 +109,13 @@ void FileCheck::TellInvalid() {
                        {"conflicts", Json::array()}});
 }
 
-void FileCheck::AskForSections(const TAVO_SERVICE_CONF &conf, PortSources &sources) {
-    AskForGlobal(sources);
-    for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(conf.pSections)) {
-        AskFor(section->szName, section->pDstPorts, sources);
-    }
-    verdict_ = VerdictOf(sections_);
-}
-
-// Ports that cannot be read are passed over by an install, too.
-void FileCheck::AskForGlobal(PortSources &sources) {
-    TAVO_SERVICE_CONF_PORT *ports = nullptr;
-    if (global_) {
-        const LibraryLog log;
-        TAVOServiceConfPortsGet(global_->ports.c_str(), TAVO_PORT_DIRECTION_DST, &ports);
-    }
-    const OwnedPortList owner(ports);
-    if (owner != nullptr) {
-        AskFor(std::string(kGlobal), owner.get(), sources);
-    }
-}
-
-void FileCheck::AskFor(const std::string &section, const TAVO_SERVICE_CONF_PORT *ports,
-                       PortSources &sources) {
+void FileCheck::AskFor(SectionQuery question, PortSources &sources) {
     SkippedNames skipped = question_.skipped;
-    skipped.push_back(section);
-    PortQuery query = QueryOf(ports);
-    PortAnswer answer = sources.Ask(query, skipped);
+    skipped.push_back(question.section);
+    PortAnswer answer = sources.Ask(question.query, skipped);
     answer.RaiseStatus(report_);
-    sections_.push_back({section, std::move(query), std::move(answer)});
+    sections_.push_back(
+        {std::move(question.section), std::move(question.query), std::move(answer)});
 }
 
 // Where the library sees something else than the sections show, whoever installs the file will be
@@ -193,7 +126,7 @@ void FileCheck::CompareWithLibrary(int verdict) {
         TellOfInstall(
             "section [global] has no dst.ports, so an install cannot check the file and reports "
             "no conflict",
-            "", global_->line);
+            "", *global_);
     } else if (verdict < 0) {
         report_.TellError(file_.name, "failed", "the library cannot check the file as a whole");
         report_.Raise(Status::kFailed);

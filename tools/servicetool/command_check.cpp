@@ -19,11 +19,6 @@ using Json = nlohmann::ordered_json;
 constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
                              TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
 
-void TellUsage(std::string message, std::string fix, Report &report) {
-    report.TellError("", "usage", std::move(message), std::move(fix));
-    report.Raise(Status::kUsage);
-}
-
 // The sources of these names, `all` where there are none.
 int FlagsOf(const std::vector<std::string> &names, int all) {
     int flags = 0;
@@ -40,8 +35,8 @@ int FlagsOf(const std::vector<std::string> &names, int all) {
 bool CheckSkippedNames(const SkippedNames &skipped, Report &report) {
     for (const std::string &name : skipped) {
         if (name.find(' ') != std::string::npos) {
-            TellUsage("no name to skip holds a blank, as " + Quoted(name) + " does",
-                      "put commas between names", report);
+            report.TellUsage("no name to skip holds a blank, as " + Quoted(name) + " does",
+                             "put commas between names");
             return false;
         }
     }
@@ -55,9 +50,9 @@ bool ReadQueries(const std::vector<std::string> &texts, std::vector<PortQuery> &
         PortQuery query;
         QueryProblem problem;
         if (!ReadPortQuery(text, query, problem)) {
-            TellUsage(Quoted(text) + ", column " + std::to_string(problem.column) + ": " +
-                          problem.message,
-                      problem.fix, report);
+            report.TellUsage(Quoted(text) + ", column " + std::to_string(problem.column) + ": " +
+                                 problem.message,
+                             problem.fix);
             return false;
         }
         queries.push_back(std::move(query));

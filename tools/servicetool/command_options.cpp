@@ -7,8 +7,10 @@
 
 #include "command_words.h"
 #include "input_file.h"
+#include "option_kinds.h"
 #include "output_file.h"
 #include "port_sources.h"
+#include "section_options.h"
 #include "text.h"
 
 namespace tavo {
@@ -61,6 +63,21 @@ constexpr char kPortsExamples[] = R"(Examples:
   servicetool ports --map                all of them in a picture
   servicetool ports --svg ports.svg      the picture for a browser)";
 
+constexpr char kInstallExamples[] = R"(Examples:
+  servicetool install mypackage.sc       for a package
+  servicetool install --dry-run mypackage.sc
+  servicetool install --as mypackage.sc build/services.txt
+  generate-services | servicetool install --as mypackage.sc -)";
+
+constexpr char kUpdateExamples[] = R"(Examples:
+  servicetool update mypackage.sc        replaces the installed mypackage.sc
+  servicetool update --dry-run --force mypackage.sc
+  servicetool update --as mypackage.sc build/services.txt)";
+
+constexpr char kRemoveExamples[] = R"(Examples:
+  servicetool remove mypackage.sc
+  servicetool remove --dry-run --package mypackage.sc)";
+
 constexpr unsigned int kMostSuggestions = 1000;
 
 // "forward, service, setting or socket"
@@ -77,39 +94,6 @@ std::string SourceNames() {
 bool IsSource(const std::string &name) {
     return std::any_of(std::begin(kPortSources), std::end(kPortSources),
                        [&name](const PortSource &source) { return source.name == name; });
-}
-
-// A flag says it all; CLI11 would take --flag=false for its opposite.
-void AddFlag(CLI::App &app, const char *names, bool &flag, const char *purpose) {
-    app.add_flag(names, flag, purpose)->disable_flag_override();
-}
-
-// Given again, it means what it says last.
-void AddText(CLI::App &app, const char *name, std::string &text, const char *label,
-             const char *purpose) {
-    app.add_option(name, text, purpose)
-        ->option_text(label)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-}
-
-CLI::Option *AddTexts(CLI::App &app, const char *name, std::vector<std::string> &texts,
-                      const char *label, const std::string &purpose) {
-    return app.add_option(name, texts, purpose)->option_text(label);
-}
-
-// They may stand before the command and behind it.
-void AddCommonOptions(CLI::App &app, CommandOptions &options) {
-    AddFlag(app, "--json", options.json, "Print one JSON document instead");
-    AddFlag(app, "-v,--verbose", options.verbose, "Print what the library logs, too");
-}
-
-CLI::App &AddCommand(CLI::App &app, CommandOptions &options, const char *name, const char *purpose,
-                     const char *examples) {
-    CLI::App *command = app.add_subcommand(name, purpose);
-    command->group("Commands");
-    command->footer(examples);
-    AddCommonOptions(*command, options);
-    return *command;
 }
 
 void AddNoLegend(CLI::App &command, bool &no_legend, const char *purpose = "Leave the header out") {
@@ -202,6 +186,30 @@ void AddPorts(CLI::App &app, CommandOptions &options) {
     AddNoLegend(command, ports.no_legend, "Leave the header or the legend out");
 }
 
+void AddInstall(CLI::App &app, CommandOptions &options, const char *name, const char *purpose,
+                const char *examples) {
+    InstallOptions &install = options.install;
+    CLI::App &command = AddCommand(app, options, name, purpose, examples);
+    command.add_option("FILE", install.source, "A service file; - is standard input")
+        ->option_text(" ")
+        ->required();
+    AddText(command, "--as", install.name, "NAME", "Its name there; else its own");
+    AddFolder(command, install.folder);
+    AddFlag(command, "--force", install.force, "Go on where ports are taken");
+    AddDryRun(command, install.dry_run);
+}
+
+void AddRemove(CLI::App &app, CommandOptions &options) {
+    RemoveOptions &remove = options.remove;
+    CLI::App &command =
+        AddCommand(app, options, "remove", "Remove an installed service file", kRemoveExamples);
+    command.add_option("FILE", remove.name, "The name of an installed file")
+        ->option_text(" ")
+        ->required();
+    AddFolder(command, remove.folder);
+    AddDryRun(command, remove.dry_run);
+}
+
 using TextLists = std::vector<std::vector<std::string> *>;
 
 TextLists ListsOf(CommandOptions &options) {
@@ -211,8 +219,13 @@ TextLists ListsOf(CommandOptions &options) {
 }
 
 void TakeOffGuards(CommandOptions &options) {
-    for (std::string *text : {&options.show_target, &options.suggest.protocols,
-                              &options.suggest_count, &options.suggest_near, &options.ports.svg}) {
+    for (std::string *text :
+         {&options.show_target, &options.suggest.protocols, &options.suggest_count,
+          &options.suggest_near, &options.ports.svg, &options.install.source, &options.install.name,
+          &options.remove.name}) {
+        *text = Unguarded(*text);
+    }
+    for (std::string *text : SectionTexts(options)) {
         *text = Unguarded(*text);
     }
     for (auto *list : ListsOf(options)) {
@@ -265,6 +278,19 @@ UsageProblem TakeSuggest(const CLI::App &command, CommandOptions &options) {
     return {};
 }
 
+UsageProblem ProblemOfInstall(const CLI::App &command, const InstallOptions &install) {
+    if (install.source.empty()) {
+        return {"a name is empty", ""};
+    }
+    if (command.count("--as") != 0 && install.name.empty()) {
+        return {"--as needs the name of a file", ""};
+    }
+    if (install.source == kStandardInput && install.name.empty()) {
+        return {"standard input has no name", "write --as NAME"};
+    }
+    return ProblemOfFolder(install.folder);
+}
+
 // Standard output holds one thing, by whatever name it is asked for.
 UsageProblem TakePorts(const CLI::App &command, CommandOptions &options) {
     PortsOptions &ports = options.ports;
@@ -295,6 +321,10 @@ void AddCommands(CLI::App &app, CommandOptions &options) {
     AddSuggest(app, options);
     AddWhy(app, options);
     AddPorts(app, options);
+    AddInstall(app, options, "install", "Install a service file", kInstallExamples);
+    AddInstall(app, options, "update", "Replace an installed service file", kUpdateExamples);
+    AddRemove(app, options);
+    AddSectionCommands(app, options);
 }
 
 bool TakesValue(const CLI::App &app, const std::string &option) {
@@ -316,10 +346,15 @@ UsageProblem TakeAsMeant(const CLI::App &command, CommandOptions &options) {
                     [](const auto *list) { return Holds(*list, ""); })) {
         return {"a name is empty", ""};
     }
-    return name == "check"     ? ProblemOfCheck(options.check)
-           : name == "suggest" ? TakeSuggest(command, options)
-           : name == "ports"   ? TakePorts(command, options)
-                               : ProblemOfFiles(options.lint.files);
+    if (ChangesSections(command)) {
+        return ProblemOfSectionCommand(command, options);
+    }
+    return name == "check"                         ? ProblemOfCheck(options.check)
+           : name == "suggest"                     ? TakeSuggest(command, options)
+           : name == "ports"                       ? TakePorts(command, options)
+           : name == "remove"                      ? ProblemOfFolder(options.remove.folder)
+           : name == "install" || name == "update" ? ProblemOfInstall(command, options.install)
+                                                   : ProblemOfFiles(options.lint.files);
 }
 
 void Run(const CLI::App &command, const CommandOptions &options, Report &report) {
@@ -338,8 +373,22 @@ void Run(const CLI::App &command, const CommandOptions &options, Report &report)
         Suggest(options.suggest, report);
     } else if (name == "why") {
         Why(options.why, report);
-    } else {
+    } else if (name == "ports") {
         Ports(options.ports, report);
+    } else if (name == "install") {
+        Install(options.install, report);
+    } else if (name == "update") {
+        Update(options.install, report);
+    } else if (name == "remove") {
+        Remove(options.remove, report);
+    } else if (name == "set") {
+        Set(options.set, report);
+    } else if (name == "set-ports") {
+        SetPorts(options.set_ports, report);
+    } else if (name == "remove-section") {
+        RemoveSection(options.remove_section, report);
+    } else {
+        Restart(options.restart, report);
     }
 }
 

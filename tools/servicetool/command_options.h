@@ -23,6 +23,12 @@ struct CommandOptions {
     std::string suggest_near;
     WhyOptions why;
     PortsOptions ports;
+    InstallOptions install;  // of update, too
+    RemoveOptions remove;
+    SetOptions set;
+    SetPortsOptions set_ports;
+    SectionOptions remove_section;
+    RestartOptions restart;
 };
 
 // Adds the commands to `app`, which then writes what is parsed to `options`.

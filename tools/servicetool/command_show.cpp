@@ -46,14 +46,6 @@ void AddFile(const ServiceFile &file, Fields &fields) {
     fields.emplace_back("Run key", file.conf->szRunKey);
 }
 
-std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string) {
-    if (!HasReference(string)) {
-        return {};
-    }
-    const std::string source = string.szSource;
-    return (source.empty() ? "" : source + ':') + string.szSection + ':' + string.szKey;
-}
-
 void AddService(const TAVO_SERVICE_CONF_SECTION &service, Fields &fields) {
     fields.insert(fields.end(), {{"", ""},
                                  {"Service", service.szName},

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "installed_file.h"
 #include "report.h"
 
 namespace tavo {
@@ -79,6 +80,73 @@ struct PortsOptions {
 
 // Every port that is declared or held, as a table or as a picture.
 void Ports(const PortsOptions &options, Report &report);
+
+struct InstallOptions {
+    std::string source;  // "-" for standard input, which needs a name
+    std::string name;    // of the installed file; that of the source where empty
+    FolderChoice folder;
+    bool force = false;  // go on where ports are taken, or where that cannot be told
+    bool dry_run = false;
+};
+
+// Puts a service file into a service folder that has none of its name.
+void Install(const InstallOptions &options, Report &report);
+
+// Replaces an installed service file.
+void Update(const InstallOptions &options, Report &report);
+
+struct RemoveOptions {
+    std::string name;
+    FolderChoice folder;
+    bool dry_run = false;
+};
+
+// Removes an installed service file.
+void Remove(const RemoveOptions &options, Report &report);
+
+// The section of an installed file that is to be changed.
+struct SectionOptions {
+    std::string file;
+    std::string section;
+    FolderChoice folder;
+    bool no_restart = false;  // leaves firewall and relay daemon as they are
+    bool dry_run = false;
+};
+
+// Texts that are empty stay as they are.
+struct SetOptions : SectionOptions {
+    std::string title;
+    std::string description;
+    std::string title_key;
+    std::string description_key;
+    std::string ports;
+    std::string source_ports;
+    bool port_forward = false;
+    bool no_port_forward = false;
+};
+
+// Writes a section, which may be new, as may be its file.
+void Set(const SetOptions &options, Report &report);
+
+struct SetPortsOptions : SectionOptions {
+    std::string ports;
+    bool source = false;  // src.ports instead of dst.ports
+};
+
+// Replaces one port list of a section.
+void SetPorts(const SetPortsOptions &options, Report &report);
+
+// Removes a section, and its file where no other service is in it.
+void RemoveSection(const SectionOptions &options, Report &report);
+
+struct RestartOptions {
+    bool firewall = false;  // with the relay daemon; also where nothing is asked for
+    bool relay = false;
+    bool dry_run = false;
+};
+
+// Has the firewall and the relay daemon take up the ports that are declared.
+void Restart(const RestartOptions &options, Report &report);
 
 }  // namespace tavo
 

@@ -5,9 +5,11 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "text.h"
 
@@ -37,6 +39,37 @@ std::string_view WithoutIdent(std::string_view line) {
     return line.starts_with(kIdent) ? line.substr(kIdent.size()) : line;
 }
 
+std::vector<std::string> LinesOf(std::string_view text) {
+    std::vector<std::string> lines;
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        lines.emplace_back(WithoutIdent(line));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+    }
+    return lines;
+}
+
+void Print(const std::vector<std::string> &lines) {
+    for (const std::string &line : lines) {
+        const std::string shown_line = std::string(kPrefix) + Escaped(line) + '\n';
+        std::fwrite(shown_line.data(), 1, shown_line.size(), stderr);
+    }
+}
+
+// "SOURCE:LINE MESSAGE[0xCODE SOURCE:LINE]" without what only a developer wants to know. What a
+// program says is as it was.
+std::string Message(const std::string &line) {
+    constexpr std::string_view kSource = ".cpp:";
+    const std::size_t source = line.find(kSource);
+    const std::size_t blank = line.find(' ');
+    if (source == std::string::npos || blank < source + kSource.size()) {
+        return line;
+    }
+    const std::size_t state = line.rfind("[0x");
+    const bool has_state = state != std::string::npos && line.ends_with(']');
+    return line.substr(blank + 1, has_state ? state - blank - 1 : std::string::npos);
+}
+
 }  // namespace
 
 void LibraryLog::Start(bool verbose) {
@@ -45,42 +78,50 @@ void LibraryLog::Start(bool verbose) {
     setlogmask(kQuiet);
 }
 
-LibraryLog::LibraryLog() {
-    if (!shown) {
+LibraryLog::LibraryLog(bool change) {
+    if (!shown && !change) {
         return;
     }
-    std::fflush(stderr);
     caught_ = memfd_create("library-log", MFD_CLOEXEC);
-    stderr_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
-    if (caught_ >= 0 && stderr_ >= 0) {
-        dup2(caught_, STDERR_FILENO);
+    if (caught_ >= 0) {
+        Catch(STDERR_FILENO, stderr_);
+        if (change) {
+            Catch(STDOUT_FILENO, stdout_);
+        }
         setlogmask(LOG_UPTO(LOG_DEBUG));
     }
 }
 
-LibraryLog::~LibraryLog() {
-    if (caught_ >= 0 && stderr_ >= 0) {
-        setlogmask(kQuiet);
-        dup2(stderr_, STDERR_FILENO);
-        PrintCaught();
+std::vector<std::string> LibraryLog::End() {
+    if (caught_ < 0) {
+        return {};
     }
-    if (stderr_ >= 0) {
-        close(stderr_);
+    setlogmask(kQuiet);
+    Release(STDERR_FILENO, stderr_);
+    Release(STDOUT_FILENO, stdout_);
+    const std::string caught = ContentsOf(caught_);
+    close(std::exchange(caught_, -1));
+    std::vector<std::string> lines = LinesOf(caught);
+    if (shown) {
+        Print(lines);
     }
-    if (caught_ >= 0) {
-        close(caught_);
+    std::transform(lines.begin(), lines.end(), lines.begin(), Message);
+    return lines;
+}
+
+// What was printed so far stands before what is caught.
+void LibraryLog::Catch(int descriptor, int &real) {
+    std::fflush(descriptor == STDERR_FILENO ? stderr : stdout);
+    real = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+    if (real >= 0) {
+        dup2(caught_, descriptor);
     }
 }
 
-void LibraryLog::PrintCaught() const {
-    const std::string caught = ContentsOf(caught_);
-    std::string_view rest = caught;
-    while (!rest.empty()) {
-        const std::size_t end = rest.find('\n');
-        const std::string line =
-            std::string(kPrefix) + Escaped(WithoutIdent(rest.substr(0, end))) + '\n';
-        std::fwrite(line.data(), 1, line.size(), stderr);
-        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+void LibraryLog::Release(int descriptor, int &real) {
+    if (real >= 0) {
+        dup2(real, descriptor);
+        close(std::exchange(real, -1));
     }
 }
 

@@ -22,8 +22,6 @@ namespace {
 
 constexpr std::string_view kGlobalName = "global";
 constexpr std::string_view kDestinationPorts = "dst.ports";
-constexpr std::string_view kNameCharacters =
-    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
 
 // All sections of one name, which the library reads as one. Files may hold millions of them, so
 // there is little in it.

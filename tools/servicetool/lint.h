@@ -17,6 +17,10 @@
 
 namespace tavo {
 
+// What the name of a section is made of.
+inline constexpr std::string_view kNameCharacters =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
+
 // A service section, counted once however many sections of its name there are.
 struct LintedService {
     std::string name;

@@ -24,7 +24,8 @@ constexpr char kExamples[] = R"(Examples:
   servicetool list
   servicetool lint mypackage.sc
   servicetool check 8080/tcp
-  servicetool check --help)";
+  servicetool install mypackage.sc
+  servicetool install --help)";
 
 class CommandLine {
   public:
@@ -47,7 +48,8 @@ class CommandLine {
 
     CommandWords words_;
     CommandOptions options_;
-    CLI::App app_{"Looks at the services of the appliance and their ports.", "servicetool"};
+    CLI::App app_{"Looks at the services of the appliance and their ports, and changes them.",
+                  "servicetool"};
 };
 
 CommandLine::CommandLine() {
@@ -170,7 +172,8 @@ bool CommandLine::LacksValue() const {
 bool CommandLine::TakesFiles() const {
     const auto commands = app_.get_subcommands();
     const std::string name = commands.empty() ? "" : commands.front()->get_name();
-    return name == "show" || name == "lint" || !options_.check.files.empty();
+    return name == "show" || name == "lint" || name == "install" || name == "update" ||
+           !options_.check.files.empty();
 }
 
 // The first option that is not known, as it was written: of -vx.sc, CLI11 takes the -v and leaves

@@ -102,6 +102,11 @@ void Report::TellError(std::string file, std::string rule, std::string message, 
           {}});
 }
 
+void Report::TellUsage(std::string message, std::string fix) {
+    TellError("", "usage", std::move(message), std::move(fix));
+    Raise(Status::kUsage);
+}
+
 void Report::Print(std::string_view text) {
     if (!json_) {
         std::fwrite(text.data(), 1, text.size(), stdout);

@@ -52,6 +52,9 @@ class Report {
     // Tells an error about `file`, or about none, that has no place in a file.
     void TellError(std::string file, std::string rule, std::string message, std::string fix = {});
 
+    // Tells that the command line is wrong, and raises the status.
+    void TellUsage(std::string message, std::string fix);
+
     // Prints text for people, already escaped; nothing in JSON mode.
     void Print(std::string_view text);
 

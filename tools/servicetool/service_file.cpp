@@ -164,6 +164,14 @@ bool HasReference(const TAVO_SERVICE_CONF_STRING &string) {
     return *string.szSource != '\0' || *string.szSection != '\0' || *string.szKey != '\0';
 }
 
+std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string) {
+    if (!HasReference(string)) {
+        return {};
+    }
+    const std::string source = string.szSource;
+    return (source.empty() ? "" : source + ':') + string.szSection + ':' + string.szKey;
+}
+
 // The file itself may be a symbolic link: what counts is where the name stands.
 std::string_view LocationOf(const std::string &path) {
     if (path == kStandardInputName) {

@@ -79,6 +79,9 @@ std::string PortsText(const TAVO_SERVICE_CONF_PORT *list);
 // Whether the text has a reference into a string table beside it.
 bool HasReference(const TAVO_SERVICE_CONF_STRING &string);
 
+// The reference as a file has it, "SOURCE:SECTION:KEY" or "SECTION:KEY"; "" for none.
+std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string);
+
 // The JSON object of a service, the same in every command.
 nlohmann::ordered_json ServiceJson(const ServiceFile &file,
                                    const TAVO_SERVICE_CONF_SECTION &section);

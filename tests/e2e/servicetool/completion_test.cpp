@@ -40,10 +40,13 @@ std::vector<std::string> Completions(const std::vector<std::string> &words,
 }
 
 TEST(BashCompletion, OffersCommands) {
-    EXPECT_THAT(Completions({""}), ElementsAre("list", "show", "lint", "services", "check",
-                                               "suggest", "why", "ports"));
+    EXPECT_THAT(Completions({""}),
+                ElementsAre("list", "show", "lint", "services", "check", "suggest", "why", "ports",
+                            "install", "update", "remove", "set", "set-ports", "remove-section",
+                            "restart"));
     EXPECT_THAT(Completions({"li"}), ElementsAre("list", "lint"));
-    EXPECT_THAT(Completions({"--json", "s"}), ElementsAre("show", "services", "suggest"));
+    EXPECT_THAT(Completions({"--json", "s"}),
+                ElementsAre("show", "services", "suggest", "set", "set-ports"));
     EXPECT_THAT(Completions({"x"}), IsEmpty());
 }
 
@@ -67,6 +70,23 @@ TEST(BashCompletion, OffersTheOptionsOfTheCommand) {
         Completions({"ports", "--"}),
         testing::UnorderedElementsAre("--help", "--json", "--verbose", "--declared", "--held",
                                       "--conflicts", "--map", "--svg", "--no-legend"));
+    EXPECT_THAT(Completions({"set", "--"}),
+                testing::UnorderedElementsAre(
+                    "--help", "--json", "--verbose", "--system", "--package", "--dry-run",
+                    "--title", "--desc", "--title-key", "--desc-key", "--dst-ports", "--src-ports",
+                    "--port-forward", "--no-port-forward", "--no-restart"));
+    EXPECT_THAT(Completions({"set-ports", "--s"}), ElementsAre("--system", "--src"));
+    EXPECT_THAT(Completions({"install", "--"}),
+                testing::UnorderedElementsAre("--help", "--json", "--verbose", "--system",
+                                              "--package", "--dry-run", "--as", "--force"));
+    EXPECT_THAT(Completions({"update", "--f"}), ElementsAre("--force"));
+    EXPECT_THAT(Completions({"remove", "--"}),
+                testing::UnorderedElementsAre("--help", "--json", "--verbose", "--system",
+                                              "--package", "--dry-run"));
+    EXPECT_THAT(Completions({"remove-section", "--n"}), ElementsAre("--no-restart"));
+    EXPECT_THAT(Completions({"restart", "--"}),
+                testing::UnorderedElementsAre("--help", "--json", "--verbose", "--firewall",
+                                              "--relay", "--dry-run"));
 }
 
 TEST(BashCompletion, OffersWhatAnOptionTakes) {
@@ -114,6 +134,38 @@ TEST(BashCompletion, OffersFilesForAPicture) {
     EXPECT_THAT(Completions({"ports", "--svg", "a"}, folder.Path()), ElementsAre("a b.svg"));
     EXPECT_THAT(Completions({"ports", "--svg", "x", "a"}, folder.Path()), IsEmpty());
     EXPECT_THAT(Completions({"ports", "a"}, folder.Path()), IsEmpty());
+}
+
+TEST(BashCompletion, OffersAFileToInstall) {
+    TemporaryFolder folder;
+    folder.Write("a b.sc", "");
+    for (const std::string command : {"install", "update"}) {
+        EXPECT_THAT(Completions({command, "a"}, folder.Path()), ElementsAre("a b.sc"));
+        EXPECT_THAT(Completions({command, "--dry-run", "a"}, folder.Path()), ElementsAre("a b.sc"));
+        EXPECT_THAT(Completions({command, "--as", "x.sc", "a"}, folder.Path()),
+                    ElementsAre("a b.sc"));
+        EXPECT_THAT(Completions({command, "x", "a"}, folder.Path()), IsEmpty());
+    }
+    EXPECT_THAT(Completions({"install", "--as", "a"}, folder.Path()), IsEmpty());
+}
+
+TEST_F(ServiceFolders, BashCompletionOffersWhatIsInstalled) {
+    std::filesystem::create_directory(kPackage + "tmp");
+    WriteFile(kSystem + "a.sc", Section("web", "1") + Section("wiki", "2"));
+    WriteFile(kPackage + "a$(touch x) b.sc", "");
+    for (const std::string command : {"set", "set-ports", "remove", "remove-section"}) {
+        EXPECT_THAT(Completions({command, ""}), ElementsAre("a.sc", "a$(touch x) b.sc")) << command;
+    }
+    EXPECT_THAT(Completions({"update", "--as", "a."}), ElementsAre("a.sc"));
+    for (const std::string command : {"set", "set-ports", "remove-section"}) {
+        EXPECT_THAT(Completions({command, "a.sc", "w"}), ElementsAre("web", "wiki")) << command;
+        EXPECT_THAT(Completions({command, "b.sc", ""}), IsEmpty()) << command;
+        EXPECT_THAT(Completions({command, "a.sc", "web", ""}), IsEmpty()) << command;
+    }
+    EXPECT_THAT(Completions({"remove", "a.sc", ""}), IsEmpty());
+    EXPECT_THAT(Completions({"set", "--title", "T", "--port-forward", "a."}), ElementsAre("a.sc"));
+    EXPECT_THAT(Completions({"set", "--dst-ports", "a"}), IsEmpty());
+    EXPECT_THAT(Completions({"restart", "a"}), IsEmpty());
 }
 
 TEST_F(ServiceFolders, BashCompletionOffersServicesAndFilesToShow) {

@@ -46,7 +46,14 @@ std::set<std::string> OptionsOfEveryHelp() {
                                                     {"check"},
                                                     {"suggest"},
                                                     {"why"},
-                                                    {"ports"}}) {
+                                                    {"ports"},
+                                                    {"set"},
+                                                    {"set-ports"},
+                                                    {"install"},
+                                                    {"update"},
+                                                    {"remove"},
+                                                    {"remove-section"},
+                                                    {"restart"}}) {
         options.merge(OptionsOfHelp(command));
     }
     return options;
@@ -127,8 +134,10 @@ TEST(Completion, KnowsTheOptionsThatTheHelpNames) {
     for (const std::string name : {"servicetool", "_servicetool"}) {
         const std::string script = ReadFile(kSource + "/tools/servicetool/completion/" + name);
         EXPECT_EQ(Matches(script, "[^a-z]--([a-z][a-z-]*)"), OptionsOfEveryHelp()) << name;
-        for (const char *word : {"list", "show", "lint", "services", "check", "suggest", "why",
-                                 "ports", "forward", "service", "setting", "socket"}) {
+        for (const char *word :
+             {"list", "show", "lint", "services", "check", "suggest", "why", "ports", "set",
+              "set-ports", "install", "update", "remove", "remove-section", "restart", "forward",
+              "service", "setting", "socket"}) {
             EXPECT_THAT(script, HasSubstr(word)) << name;
         }
     }

@@ -1,0 +1,106 @@
+// A private appliance in which all ports are free and nobody was told of anything yet, and what a
+// change leaves in it: files, and what those who act on ports received.
+#ifndef TAVO_TESTS_SERVICETOOL_CHANGE_WORLD_H
+#define TAVO_TESTS_SERVICETOOL_CHANGE_WORLD_H
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "port_world.h"
+#include "servicetool_run.h"
+
+namespace tavo::test {
+
+inline const std::string kHome = "/home/admin/";  // where the tests run servicetool
+inline const std::string kCalls = "/run/calls/";
+
+// A plugin is told of both texts, and the relay daemon then asked for and reloaded.
+inline const std::string kRelayCalls =
+    "systemctl is-active --quiet tavorelayd\nsystemctl reload tavorelayd\n";
+
+inline const std::string kPlan = "tell the plugins and the relay daemon if it runs\n";
+inline const std::string kTold = "told the plugins and the relay daemon if it runs\n";
+inline const std::string kDryRun = "dry run: nothing was changed, nobody was told\n";
+
+// The names in a folder, sorted; none where there is no such folder.
+inline std::vector<std::string> Entries(const std::string &folder) {
+    std::vector<std::string> names;
+    std::error_code missing;
+    for (const auto &entry : std::filesystem::directory_iterator(folder, missing)) {
+        names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// What the stand-in of that name received; "all" is everybody in order.
+inline std::string Calls(const std::string &name = "all") {
+    return std::filesystem::exists(kCalls + name) ? ReadFile(kCalls + name) : "";
+}
+
+// A text as the stand-ins write it down, quoted for a shell.
+inline std::string InShell(std::string text) {
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) {
+        text.replace(at, 1, "\\n");
+    }
+    return text;
+}
+
+class ChangeWorld : public PortWorld {
+  protected:
+    void SetUp() override {
+        PortWorld::SetUp();
+        for (const std::string &folder : {kHome, kCalls, std::string("/run/exit-status/")}) {
+            for (const std::string &name : Entries(folder)) {
+                std::filesystem::remove_all(folder + name);
+            }
+        }
+        std::filesystem::current_path(kHome);
+        WriteFile("/run/active-units", "tavorelayd\n");
+    }
+
+    // Whatever a command does, it leaves no copy behind.
+    void TearDown() override {
+        EXPECT_EQ(Entries("/tmp"), std::vector<std::string>{});
+        for (const std::string &folder : {kSystem, kPackage}) {
+            EXPECT_EQ(Entries(folder + "tmp"), left_behind_);
+        }
+    }
+
+    std::vector<std::string> left_behind_;  // what the texts say stays
+};
+
+// Keeps a service folder from being written, or lets it hold this much only.
+class MountedFolder {
+  public:
+    MountedFolder(const std::string &folder, const std::string &options) : folder_(folder) {
+        Check(mount("test", folder.c_str(), "tmpfs", 0, options.c_str()));
+    }
+    ~MountedFolder() { umount2(folder_.c_str(), MNT_DETACH); }
+    MountedFolder(const MountedFolder &) = delete;
+    MountedFolder &operator=(const MountedFolder &) = delete;
+
+    void MakeReadOnly() const {
+        Check(mount("test", folder_.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr));
+    }
+
+  private:
+    static void Check(int result) {
+        if (result != 0) {
+            throw std::runtime_error("mount");
+        }
+    }
+
+    std::string folder_;
+};
+
+}  // namespace tavo::test
+
+#endif

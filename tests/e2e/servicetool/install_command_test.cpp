@@ -1,0 +1,285 @@
+// servicetool install: a new service file.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+
+#include <regex>
+
+#include "change_world.h"
+
+namespace tavo::test {
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const std::string kText = Section("notes", "8765/tcp");
+const std::string kPath = kPackage + "notes.sc";
+
+// What the plan shows of kText.
+std::string DiffFor(const std::string &path) {
+    return "--- /dev/null\n+++ b" + path +
+           "\n@@ -0,0 +1,4 @@\n+[notes]\n+title=\"T\"\n+desc=\"D\"\n+dst.ports=\"8765/tcp\"\n";
+}
+
+std::string CallsFor(const std::string &text) {
+    return "portforward port_config/update\n< OLD_PORT_CONFIG_CONTENT=\n"
+           "< $'NEW_PORT_CONFIG_CONTENT=" +
+           InShell(text) + "'\n< NOTIFY_PF=1\n< NOTIFY_FW=1\n" + kRelayCalls;
+}
+
+class InstallCommand : public ChangeWorld {
+  protected:
+    void SetUp() override {
+        ChangeWorld::SetUp();
+        WriteFile("notes.sc", kText);
+    }
+
+    static void ExpectNothingDone() {
+        EXPECT_THAT(Entries(kPackage), IsEmpty());
+        EXPECT_THAT(Entries(kSystem), IsEmpty());
+        EXPECT_EQ(Calls(), "");
+    }
+
+    static json Result(const std::vector<std::string> &arguments) {
+        return json::parse(ServiceTool(arguments).out).at("results").at(0);
+    }
+};
+
+TEST_F(InstallCommand, PutsAFileIntoTheFolderOfPackagesAndTellsOfIt) {
+    chmod("notes.sc", 0640);
+    const timespec times[] = {{1000, 5}, {2000, 6}};
+    utimensat(AT_FDCWD, "notes.sc", times, 0);
+    ExpectRun(
+        ServiceTool({"install", "notes.sc"}), 0,
+        kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" + kTold);
+    EXPECT_EQ(ReadFile(kPath), kText);
+    struct stat status {};
+    ASSERT_EQ(stat(kPath.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0640U);
+    EXPECT_EQ(status.st_mtim.tv_sec, 2000);
+    EXPECT_EQ(status.st_mtim.tv_nsec, 6);
+    EXPECT_EQ(Calls(), CallsFor(kText));
+}
+
+TEST_F(InstallCommand, DoesNothingInADryRunButShowsAll) {
+    ExpectRun(ServiceTool({"install", "--dry-run", "notes.sc"}), 0,
+              kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kDryRun);
+    ExpectNothingDone();
+}
+
+TEST_F(InstallCommand, TakesTheFolderAndTheNameThatAreAskedFor) {
+    EXPECT_EQ(ServiceTool({"install", "--system", "--as", "a.sc", kHome + "notes.sc"}).status, 0);
+    EXPECT_EQ(ReadFile(kSystem + "a.sc"), kText);
+    EXPECT_THAT(Entries(kPackage), IsEmpty());
+}
+
+TEST_F(InstallCommand, TakesAFileWhoseNameLooksLikeAnOption) {
+    WriteFile("-r.sc", kText);
+    EXPECT_EQ(ServiceTool({"install", "--", "-r.sc"}).status, 0);
+    EXPECT_EQ(ReadFile(kPackage + "-r.sc"), kText);
+    EXPECT_THAT(ServiceTool({"install", "-r.sc"}).err, HasSubstr("fix: write -- -r.sc"));
+}
+
+TEST_F(InstallCommand, ReadsStandardInputUnderAName) {
+    const mode_t mask = umask(077);
+    ExpectRun(
+        ServiceTool({"install", "--as", "notes.sc", "-"}, kText), 0,
+        kPath + ": install <stdin>\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" + kTold);
+    umask(mask);
+    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(std::filesystem::status(kPath).permissions(), std::filesystem::perms(0644));
+    EXPECT_EQ(Calls(), CallsFor(kText));
+    ExpectRun(ServiceTool({"install", "-"}, kText), 2, "",
+              "servicetool: error: standard input has no name [usage]\n    fix: write --as NAME\n");
+}
+
+TEST_F(InstallCommand, RefusesANameThatIsInstalled) {
+    WriteFile(kPath, Section("old", "1"));
+    ExpectRun(ServiceTool({"install", "--force", "notes.sc"}), 1, "",
+              kPath +
+                  ": error: a file of that name is installed already, so nothing was changed "
+                  "[installed]\n    fix: write servicetool update\n");
+    EXPECT_EQ(ReadFile(kPath), Section("old", "1"));
+    EXPECT_EQ(Calls(), "");
+    // In the other folder it is another file.
+    EXPECT_EQ(ServiceTool({"install", "--system", "notes.sc"}).status, 0);
+}
+
+TEST_F(InstallCommand, RefusesAFileWithAnErrorWhateverIsAskedFor) {
+    WriteFile("notes.sc", Section("notes", "70000"));
+    ExpectRun(ServiceTool({"install", "--force", "notes.sc"}), 1, "",
+              "notes.sc:4:12: error: port 70000 is above 65535 [port-range]\n"
+              "    dst.ports=\"70000\"\n"
+              "               ^\n" +
+                  kPath + ": error: notes.sc has 1 error, so nothing was changed [invalid]\n");
+    ExpectNothingDone();
+}
+
+TEST_F(InstallCommand, ShowsWarningsAndGoesOn) {
+    WriteFile("notes.sc", kText + "color=red\n");
+    const ProgramResult result = ServiceTool({"install", "notes.sc"});
+    EXPECT_THAT(result.err, StartsWith("notes.sc:5:1: warning: "));
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(InstallCommand, RefusesPortsThatAreTakenUnlessForced) {
+    WriteFile(kSystem + "old.sc", Section("old", "8765/tcp"));
+    const std::string conflict =
+        "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+        "notes    8765  tcp    service  old (system/old.sc)\n" +
+        kPath + ": [notes] 8765/tcp is taken\n";
+    ExpectRun(ServiceTool({"install", "notes.sc"}), 1, conflict,
+              kPath +
+                  ": error: its ports are taken, so nothing was changed [taken]\n"
+                  "    fix: ask servicetool suggest for ports that are free\n");
+    EXPECT_THAT(Entries(kPackage), IsEmpty());
+    EXPECT_EQ(Calls(), "");
+
+    ExpectRun(ServiceTool({"install", "--force", "notes.sc"}), 0,
+              conflict + kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath +
+                  ": installed\n" + kTold);
+    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(Calls(), CallsFor(kText));
+}
+
+TEST_F(InstallCommand, AsksForEverySectionAsCheckDoes) {
+    WriteFile("notes.sc", "[global]\ndst.ports=\"23\"\n" + kText);
+    WriteFile(kRules, Rule("1", "x", "8765", "8765"));
+    ExpectRun(ServiceTool({"install", "--dry-run", "notes.sc"}), 1,
+              "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+              "global   23    tcp    service  telnet (built-in)\n" +
+                  kPath + ": [global] 23/tcp,udp is taken\n",
+              "notes.sc:2:1: warning: key \"dst.ports\" is not known in [global] and not read "
+              "[unknown-key]\n    dst.ports=\"23\"\n    ^\n"
+              "    fix: move it to the section of a service\n" +
+                  kPath +
+                  ": error: its ports are taken, so nothing was changed [taken]\n"
+                  "    fix: ask servicetool suggest for ports that are free\n");
+}
+
+TEST_F(InstallCommand, RefusesPortsThatMayBeTakenUnlessForced) {
+    std::filesystem::remove(kSettings);
+    std::filesystem::create_directory(kSettings);
+    const ProgramResult refused = ServiceTool({"install", "notes.sc"});
+    EXPECT_THAT(refused.out,
+                HasSubstr(kPath + ": [notes] 8765/tcp: cannot tell (service, setting)\n"));
+    EXPECT_THAT(refused.err,
+                HasSubstr(kPath + ": error: it cannot be told whether its ports are free, so "
+                                  "nothing was changed [unknown]\n"));
+    EXPECT_EQ(refused.status, 3);
+    ExpectNothingDone();
+    EXPECT_EQ(ServiceTool({"install", "--force", "notes.sc"}).status, 0);
+    EXPECT_EQ(ReadFile(kPath), kText);
+    std::filesystem::remove(kSettings);
+}
+
+TEST_F(InstallCommand, TakesPlainNamesOnly) {
+    for (const std::string &name :
+         {std::string("."), std::string(".."), std::string("a/b"), std::string("/"),
+          std::string("a\nb"), std::string(256, 'x'), std::string()}) {
+        const ProgramResult result = ServiceTool({"install", "--as=" + name, "notes.sc"});
+        EXPECT_EQ(result.status, 2) << name;
+        EXPECT_THAT(result.err, HasSubstr("[usage]")) << name;
+    }
+    EXPECT_EQ(ServiceTool({"install", "--system", "--package", "notes.sc"}).status, 2);
+    EXPECT_EQ(ServiceTool({"install", ""}).status, 2);
+    EXPECT_EQ(ServiceTool({"install"}).status, 2);
+    ExpectNothingDone();
+    EXPECT_EQ(ServiceTool({"install", "--as", std::string(248, 'x'), "notes.sc"}).status, 0);
+}
+
+TEST_F(InstallCommand, TakesRegularFilesOnly) {
+    ASSERT_EQ(mkfifo("pipe.sc", 0600), 0);
+    std::filesystem::create_directory("folder.sc");
+    std::filesystem::create_symlink("nothing", "link.sc");
+    for (const std::string name : {"pipe.sc", "folder.sc", "link.sc", "missing.sc"}) {
+        const ProgramResult result = ServiceTool({"install", name});
+        EXPECT_THAT(result.err, StartsWith(name + ": error: ")) << name;
+        EXPECT_THAT(result.err, HasSubstr("[unreadable]")) << name;
+        EXPECT_EQ(result.status, 3) << name;
+    }
+    ExpectNothingDone();
+}
+
+TEST_F(InstallCommand, SaysWhatFailedAndThatNothingChanged) {
+    WriteFile(kPackage + "tmp", "in the way");
+    const ProgramResult result = ServiceTool({"install", "notes.sc"});
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: failed: "));
+    EXPECT_THAT(result.err, HasSubstr("mkdir fail for path " + kPackage + "tmp"));
+    EXPECT_THAT(result.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(Entries(kPackage), ElementsAre("tmp"));
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(InstallCommand, LeavesNoFileOnAFullOrReadOnlyDisk) {
+    WriteFile("notes.sc", kText + "#" + std::string(9000, 'x') + '\n');
+    const MountedFolder folder(kPackage, "size=4k");
+    const ProgramResult full = ServiceTool({"install", "notes.sc"});
+    EXPECT_THAT(full.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_EQ(full.status, 3);
+    EXPECT_FALSE(std::filesystem::exists(kPath));
+    folder.MakeReadOnly();
+    const ProgramResult read_only = ServiceTool({"install", "notes.sc"});
+    EXPECT_THAT(read_only.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_EQ(read_only.status, 3);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(InstallCommand, SaysWhoWasNotTold) {
+    WriteFile("/run/exit-status/portforward", "1\n");
+    const ProgramResult result = ServiceTool({"install", "notes.sc"});
+    EXPECT_EQ(result.out,
+              kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n");
+    EXPECT_THAT(result.err, HasSubstr("the plugins"));
+    EXPECT_THAT(result.err, HasSubstr("FAILED to invoke plugins [not-told]\n"));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(ReadFile(kPath), kText);
+}
+
+TEST_F(InstallCommand, ShowsTheLinesOfTheLibraryWhenAsked) {
+    WriteFile(kSystem + "old.sc", Section("old", "8765/tcp"));
+    EXPECT_THAT(ServiceTool({"install", "-v", "--force", "notes.sc"}).err,
+                HasSubstr(kHome + "notes.sc conf file port conflict with existed conf file "
+                                  "setting\n"));
+}
+
+TEST_F(InstallCommand, HasEveryKeyOfItsResultInTheManual) {
+    const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
+    const json result = Result({"install", "--json", "--dry-run", "notes.sc"});
+    for (const auto &[key, value] : result.items()) {
+        EXPECT_TRUE(std::regex_search(page, std::regex("\n\\.It Cm ([a-z_ ,]* )?" + key + "\\b")))
+            << key;
+    }
+}
+
+TEST_F(InstallCommand, GivesOneResultAsJson) {
+    const json done = Result({"install", "--json", "notes.sc"});
+    EXPECT_EQ(done, json({{"operation", "install"},
+                          {"file", "notes.sc"},
+                          {"path", kPath},
+                          {"section", nullptr},
+                          {"dry_run", false},
+                          {"changed", true},
+                          {"diff", DiffFor(kPath)},
+                          {"conflicts", json::array()},
+                          {"told", {"plugins", "relay"}},
+                          {"not_told", json::array()}}));
+
+    const json refused = Result({"install", "--json", "--as", "b.sc", "--dry-run", "notes.sc"});
+    EXPECT_EQ(refused.at("changed"), false);
+    EXPECT_EQ(refused.at("dry_run"), true);
+    EXPECT_EQ(refused.at("told"), json::array());
+
+    WriteFile("notes.sc", Section("other", "8765/tcp"));
+    const json taken = Result({"install", "--json", "--as", "b.sc", "notes.sc"});
+    EXPECT_EQ(taken.at("conflicts").at(0).at("section"), "other");
+    EXPECT_EQ(taken.at("conflicts").at(0).at("held_by").at(0).at("name"), "notes");
+    EXPECT_EQ(taken.at("changed"), false);
+}
+
+}  // namespace
+}  // namespace tavo::test

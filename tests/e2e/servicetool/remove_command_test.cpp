@@ -1,0 +1,106 @@
+// servicetool remove: an installed service file goes.
+#include <gmock/gmock.h>
+
+#include "change_world.h"
+
+namespace tavo::test {
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string kText = Section("notes", "8765/tcp") + Section("wiki", "8766/tcp");
+const std::string kPath = kPackage + "notes.sc";
+const std::string kRemovePlan = kPath + ": remove with [notes] and [wiki]\n" + kPlan + "--- a" +
+                                kPath +
+                                "\n+++ /dev/null\n@@ -1,8 +0,0 @@\n"
+                                "-[notes]\n-title=\"T\"\n-desc=\"D\"\n-dst.ports=\"8765/tcp\"\n"
+                                "-[wiki]\n-title=\"T\"\n-desc=\"D\"\n-dst.ports=\"8766/tcp\"\n";
+
+class RemoveCommand : public ChangeWorld {
+  protected:
+    void SetUp() override {
+        ChangeWorld::SetUp();
+        WriteFile(kPath, kText);
+    }
+};
+
+TEST_F(RemoveCommand, RemovesTheFileAndTellsOfIt) {
+    WriteFile(kPackage + "other.sc", kText);
+    ExpectRun(ServiceTool({"remove", "notes.sc"}), 0, kRemovePlan + kPath + ": removed\n" + kTold);
+    EXPECT_THAT(Entries(kPackage), ElementsAre("other.sc"));
+    EXPECT_EQ(Calls(), "portforward port_config/remove\n< $'PORT_CONFIG_CONTENT=" + InShell(kText) +
+                           "'\n< NOTIFY_PF=1\n< NOTIFY_FW=1\n" + kRelayCalls);
+}
+
+TEST_F(RemoveCommand, DoesNothingInADryRunButShowsAll) {
+    ExpectRun(ServiceTool({"remove", "--dry-run", "notes.sc"}), 0, kRemovePlan + kDryRun);
+    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(RemoveCommand, RefusesWhatIsNotInstalled) {
+    ExpectRun(ServiceTool({"remove", "notes"}), 1, "",
+              "notes: error: is not installed in /usr/tavo/etc/services.d nor in "
+              "/usr/local/etc/services.d, so nothing was changed [not-found]\n"
+              "    fix: write notes.sc\n");
+    EXPECT_EQ(ServiceTool({"remove", "--system", "notes.sc"}).status, 1);
+    EXPECT_EQ(ServiceTool({"remove", "../services.d/notes.sc"}).status, 2);
+    EXPECT_EQ(ServiceTool({"remove", ""}).status, 2);
+    EXPECT_EQ(ServiceTool({"remove", "--system", "--package", "notes.sc"}).status, 2);
+    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(RemoveCommand, AsksWhichOneWhereBothFoldersHaveTheName) {
+    WriteFile(kSystem + "notes.sc", kText);
+    EXPECT_EQ(ServiceTool({"remove", "notes.sc"}).status, 2);
+    EXPECT_EQ(ServiceTool({"remove", "--package", "notes.sc"}).status, 0);
+    EXPECT_THAT(Entries(kPackage), IsEmpty());
+    EXPECT_EQ(ReadFile(kSystem + "notes.sc"), kText);
+}
+
+TEST_F(RemoveCommand, RemovesAFileThatIsBroken) {
+    WriteFile(kPath, "broken\n");
+    const ProgramResult result = ServiceTool({"remove", "notes.sc"});
+    EXPECT_THAT(result.out, HasSubstr(": remove, without a service that can be read\n"));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(Entries(kPackage), IsEmpty());
+}
+
+TEST_F(RemoveCommand, RemovesALinkAndNotItsTarget) {
+    WriteFile("target.sc", kText);
+    std::filesystem::remove(kPath);
+    std::filesystem::create_symlink(kHome + "target.sc", kPath);
+    EXPECT_EQ(ServiceTool({"remove", "notes.sc"}).status, 0);
+    EXPECT_THAT(Entries(kPackage), IsEmpty());
+    EXPECT_EQ(ReadFile("target.sc"), kText);
+}
+
+TEST_F(RemoveCommand, SaysThatTheFileStaysWhereItCannotGo) {
+    const MountedFolder folder(kPackage, "size=8k");
+    WriteFile(kPath, kText);
+    folder.MakeReadOnly();
+    const ProgramResult result = ServiceTool({"remove", "notes.sc"});
+    EXPECT_THAT(result.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(RemoveCommand, SaysWhoWasNotTold) {
+    WriteFile("/run/exit-status/portforward", "1\n");
+    const json result = json::parse(ServiceTool({"remove", "--json", "notes.sc"}).out);
+    EXPECT_EQ(result.at("ok"), false);
+    EXPECT_EQ(result.at("diagnostics").at(0).at("rule"), "not-told");
+    EXPECT_EQ(result.at("results").at(0).at("operation"), "remove");
+    EXPECT_EQ(result.at("results").at(0).at("changed"), true);
+    EXPECT_EQ(result.at("results").at(0).at("told"), json::array());
+    EXPECT_EQ(result.at("results").at(0).at("not_told"), json({"plugins", "relay"}));
+    EXPECT_THAT(Entries(kPackage), IsEmpty());
+}
+
+}  // namespace
+}  // namespace tavo::test

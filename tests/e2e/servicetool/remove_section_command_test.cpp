@@ -1,0 +1,108 @@
+// servicetool remove-section: a service goes, with the firewall's record of it.
+#include <gmock/gmock.h>
+
+#include "change_world.h"
+
+namespace tavo::test {
+namespace {
+
+using nlohmann::json;
+using testing::IsEmpty;
+
+const std::string kPath = kPackage + "notes.sc";
+const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
+const std::string kListeners = "the firewall and the relay daemon if it runs\n";
+const std::string kKept = "[global]\nversion=1\n" + Section("other", "8800/udp");
+const std::string kBefore = kKept + Section("notes", "8765/tcp");
+
+const std::string kPlan = kPath + ": remove section [notes]\ntell " + kListeners + "--- a" + kPath +
+                          "\n+++ b" + kPath +
+                          "\n@@ -4,7 +4,3 @@\n title=\"T\"\n desc=\"D\"\n"
+                          " dst.ports=\"8800/udp\"\n-[notes]\n-title=\"T\"\n-desc=\"D\"\n"
+                          "-dst.ports=\"8765/tcp\"\n";
+
+const std::vector<std::string> kRemove = {"remove-section", "notes.sc", "notes"};
+
+std::vector<std::string> Remove(const std::string &option) {
+    std::vector<std::string> words = kRemove;
+    words.push_back(option);
+    return words;
+}
+
+class RemoveSectionCommand : public ChangeWorld {
+  protected:
+    void SetUp() override {
+        ChangeWorld::SetUp();
+        WriteFile(kPath, kBefore);
+    }
+    void TearDown() override {
+        ChangeWorld::TearDown();
+        for (const char *folder : {"/usr/local/etc", "/usr/tavo/etc"}) {
+            for (const std::string &name : Entries(folder)) {
+                EXPECT_EQ(name.find(".tmp."), std::string::npos) << name;
+            }
+        }
+    }
+};
+
+TEST_F(RemoveSectionCommand, TakesTheSectionOutAndTellsOfIt) {
+    ExpectRun(ServiceTool(Remove("--dry-run")), 0, kPlan + kDryRun);
+    EXPECT_EQ(ReadFile(kPath), kBefore);
+    EXPECT_EQ(Calls(), "");
+    ExpectRun(ServiceTool(kRemove), 0, kPlan + kPath + ": changed\ntold " + kListeners);
+    EXPECT_EQ(ReadFile(kPath), kKept);
+    EXPECT_EQ(Calls(),
+              "tavofirewall --remove-serv-rec notes\ntavofirewall --reload\n" + kRelayCalls);
+}
+
+TEST_F(RemoveSectionCommand, RemovesTheFileWithItsLastService) {
+    WriteFile(kPath, "[global]\nversion=1\n" + Section("notes", "8765/tcp"));
+    ExpectRun(ServiceTool(Remove("--no-restart")), 0,
+              kPath +
+                  ": remove it with section [notes], its last service\ntell the firewall\n--- a" +
+                  kPath +
+                  "\n+++ /dev/null\n@@ -1,6 +0,0 @@\n-[global]\n-version=1\n-[notes]\n"
+                  "-title=\"T\"\n-desc=\"D\"\n-dst.ports=\"8765/tcp\"\n" +
+                  kPath + ": removed\ntold the firewall\n");
+    EXPECT_THAT(Entries(kPackage), IsEmpty());
+    EXPECT_EQ(Calls(), "tavofirewall --remove-serv-rec notes\n");
+}
+
+TEST_F(RemoveSectionCommand, RefusesWhatIsNotThere) {
+    ExpectRun(ServiceTool({"remove-section", "notes.sc", "web"}), 1, "",
+              kPath +
+                  ": error: has no section [web] with keys, so nothing was changed "
+                  "[not-found]\n");
+    ExpectRun(
+        ServiceTool({"remove-section", "web.sc", "web", "--package"}), 1, "",
+        "web.sc: error: is not installed in /usr/local/etc/services.d, so nothing was changed "
+        "[not-found]\n");
+    EXPECT_EQ(ServiceTool({"remove-section", "notes.sc", "global"}).status, 2);
+    EXPECT_EQ(ReadFile(kPath), kBefore);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(RemoveSectionCommand, PutsAllBackWhereTheFirewallToolIsMissing) {
+    std::filesystem::rename(kFirewallTool, kFirewallTool + ".old");
+    const ProgramResult result = ServiceTool(kRemove);
+    std::filesystem::rename(kFirewallTool + ".old", kFirewallTool);
+    ExpectRun(result, 3, kPlan,
+              kPath + ": error: failed: Failed to execute [" + kFirewallTool +
+                  " --remove-serv-rec notes], ret:-1; Remove service record in firewall rule "
+                  "fail!; nothing was changed [failed]\n");
+    EXPECT_EQ(ReadFile(kPath), kBefore);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(RemoveSectionCommand, PrintsJson) {
+    const json document = json::parse(ServiceTool(Remove("--json")).out);
+    const json result = document.at("results").at(0);
+    EXPECT_EQ(result.at("operation"), "remove-section");
+    EXPECT_EQ(result.at("section"), "notes");
+    EXPECT_EQ(result.at("changed"), true);
+    EXPECT_EQ(result.at("told"), json::parse(R"(["firewall", "relay"])"));
+    EXPECT_THAT(document.at("diagnostics"), IsEmpty());
+}
+
+}  // namespace
+}  // namespace tavo::test

@@ -1,0 +1,66 @@
+// servicetool restart: firewall and relay daemon take up the declared ports.
+#include <gmock/gmock.h>
+
+#include "change_world.h"
+
+namespace tavo::test {
+namespace {
+
+using nlohmann::json;
+
+const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
+const std::string kBoth = "the firewall and the relay daemon if it runs\n";
+
+class RestartCommand : public ChangeWorld {};
+
+TEST_F(RestartCommand, ReloadsTheFirewallAndTheRelayDaemon) {
+    ExpectRun(ServiceTool({"restart"}), 0, "tell " + kBoth + "told " + kBoth);
+    EXPECT_EQ(Calls(), "tavofirewall --reload\n" + kRelayCalls);
+}
+
+TEST_F(RestartCommand, ReloadsWhatIsAskedFor) {
+    struct Case {
+        std::vector<std::string> options;
+        std::string calls;
+    };
+    for (const Case &one :
+         {Case{{"--firewall"}, "tavofirewall --reload\n" + kRelayCalls},
+          Case{{"--relay"}, kRelayCalls},
+          Case{{"--firewall", "--relay"}, "tavofirewall --reload\n" + kRelayCalls}}) {
+        std::filesystem::remove(kCalls + "all");
+        std::vector<std::string> words = one.options;
+        words.insert(words.begin(), "restart");
+        EXPECT_EQ(ServiceTool(words).status, 0);
+        EXPECT_EQ(Calls(), one.calls);
+    }
+}
+
+TEST_F(RestartCommand, LeavesARelayDaemonAloneThatDoesNotRun) {
+    WriteFile("/run/active-units", "");
+    EXPECT_EQ(ServiceTool({"restart", "--relay"}).status, 0);
+    EXPECT_EQ(Calls(), "systemctl is-active --quiet tavorelayd\n");
+}
+
+TEST_F(RestartCommand, TellsNobodyInADryRun) {
+    ExpectRun(ServiceTool({"restart", "--dry-run"}), 0, "tell " + kBoth + kDryRun);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(RestartCommand, SaysWhoWasNotTold) {
+    std::filesystem::rename(kFirewallTool, kFirewallTool + ".old");
+    const ProgramResult text = ServiceTool({"restart"});
+    const json result = json::parse(ServiceTool({"restart", "--json"}).out).at("results").at(0);
+    std::filesystem::rename(kFirewallTool + ".old", kFirewallTool);
+    const std::string reason =
+        " was not told: Failed to execute [" + kFirewallTool + " --reload], ret:-1 [not-told]\n";
+    ExpectRun(text, 3, "tell " + kBoth,
+              "servicetool: warning: the firewall" + reason +
+                  "servicetool: warning: the relay daemon if it runs" + reason);
+    EXPECT_EQ(result, json::parse(R"({"operation": "restart", "file": null, "path": null,
+        "section": null, "dry_run": false, "changed": false, "diff": null, "conflicts": [],
+        "told": [], "not_told": ["firewall", "relay"]})"));
+    EXPECT_EQ(Calls(), "");
+}
+
+}  // namespace
+}  // namespace tavo::test

@@ -1,0 +1,353 @@
+// servicetool set: a section is written, and those who act on its ports are told.
+#include <gmock/gmock.h>
+
+#include "change_world.h"
+
+namespace tavo::test {
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+const std::string kName = "notes.sc";
+const std::string kPath = kPackage + kName;
+const std::string kListeners = "the router tool, the firewall and the relay daemon if it runs\n";
+
+const std::string kBefore =
+    "# kept\n[global]\nversion=1\n\n[notes]\ntitle=\"T\"\ndesc=\"D\"\ndesc_extra=\"E\"\n"
+    "dst.ports=\"8765,8770:8772/tcp\"\n\n[other]\ntitle=O\ndesc=O\ndst.ports=8800\n";
+
+const std::string kRetitled =
+    "# kept\n[global]\nversion=1\n\n[notes]\ntitle=\"New\"\ndesc=\"D\"\ndesc_extra=\"E\"\n"
+    "dst.ports=\"8765,8770:8772/tcp\"\nport_forward=\"no\"\n\n[other]\ntitle=O\ndesc=O\n"
+    "dst.ports=8800\n";
+
+const std::string kRetitleDiff = "--- a" + kPath + "\n+++ b" + kPath +
+                                 "\n@@ -3,10 +3,11 @@\n version=1\n \n [notes]\n-title=\"T\"\n"
+                                 "+title=\"New\"\n desc=\"D\"\n desc_extra=\"E\"\n"
+                                 " dst.ports=\"8765,8770:8772/tcp\"\n+port_forward=\"no\"\n \n"
+                                 " [other]\n title=O\n";
+
+const std::string kRetitlePlan =
+    kPath + ": change section [notes]\ntell " + kListeners + kRetitleDiff;
+
+const std::vector<std::string> kRetitle = {"set", kName, "notes", "--title", "New"};
+const std::vector<std::string> kNew = {"set",    "new.sc", "web",         "--title",  "W",
+                                       "--desc", "D",      "--dst-ports", "18080/tcp"};
+
+std::vector<std::string> With(std::vector<std::string> words,
+                              const std::vector<std::string> &more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+std::string RouterCall(const std::string &path) {
+    return "tavoroutertool --update /tmp/" + path.substr(path.rfind('/') + 1) + ' ' + path + '\n';
+}
+
+class SetCommand : public ChangeWorld {
+  protected:
+    void SetUp() override {
+        ChangeWorld::SetUp();
+        WriteFile(kPath, kBefore);
+    }
+
+    static void ExpectNothingDone() {
+        EXPECT_EQ(ReadFile(kPath), kBefore);
+        EXPECT_EQ(Calls(), "");
+    }
+};
+
+// ---- What is written
+
+TEST_F(SetCommand, ChangesWhatIsGivenAndKeepsTheRest) {
+    ExpectRun(ServiceTool(kRetitle), 0, kRetitlePlan + kPath + ": changed\ntold " + kListeners);
+    EXPECT_EQ(ReadFile(kPath), kRetitled);
+    EXPECT_EQ(Calls(), RouterCall(kPath) + "tavofirewall --reload\n" + kRelayCalls);
+}
+
+TEST_F(SetCommand, ShowsTheSameChangeInADryRunAndMakesNone) {
+    ExpectRun(ServiceTool(With(kRetitle, {"--dry-run"})), 0, kRetitlePlan + kDryRun);
+    ExpectNothingDone();
+}
+
+TEST_F(SetCommand, LeavesFirewallAndRelayDaemonAloneWhenAskedTo) {
+    ExpectRun(ServiceTool(With(kRetitle, {"--no-restart"})), 0,
+              kPath + ": change section [notes]\ntell the router tool\n" + kRetitleDiff + kPath +
+                  ": changed\ntold the router tool\n");
+    EXPECT_EQ(ReadFile(kPath), kRetitled);
+    EXPECT_EQ(Calls(), RouterCall(kPath));
+}
+
+TEST_F(SetCommand, TellsNobodyOfAChangeThatIsNone) {
+    WriteFile(kPath, kRetitled);
+    ExpectRun(ServiceTool(kRetitle), 0,
+              kPath + ": is so already: nothing was changed, nobody was told\n");
+    EXPECT_EQ(ReadFile(kPath), kRetitled);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(SetCommand, AddsASection) {
+    const ProgramResult result =
+        ServiceTool({"set", kName, "web", "--title", "W", "--desc", "D", "--dst-ports",
+                     "18090,18080:18082/udp", "--src-ports", "1024:2000/tcp", "--title-key",
+                     "texts:web:title", "--desc-key", "web:desc", "--port-forward"});
+    EXPECT_THAT(result.out, StartsWith(kPath + ": add section [web]\n"));
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(ReadFile(kPath),
+              kBefore +
+                  "\n[web]\nport_forward=\"yes\"\ndesc=\"D\"\ndesc_key=\"web:desc\"\n"
+                  "title=\"W\"\ntitle_key=\"texts:web:title\"\n"
+                  "dst.ports=\"18090,18080:18082/udp\"\nsrc.ports=\"1024:2000/tcp\"\n");
+}
+
+TEST_F(SetCommand, MakesAFileForPackagesUnlessAskedForTheSystem) {
+    const std::string text =
+        "[web]\nport_forward=\"no\"\ndesc=\"D\"\ntitle=\"W\"\ndst.ports=\"18080/tcp\"\n";
+    const ProgramResult result = ServiceTool(kNew);
+    EXPECT_THAT(result.out, StartsWith(kPackage + "new.sc: make it, with section [web]\ntell " +
+                                       kListeners + "--- /dev/null\n+++ b" + kPackage +
+                                       "new.sc\n@@ -0,0 +1,5 @@\n+[web]\n"));
+    EXPECT_THAT(result.out, HasSubstr(kPackage + "new.sc: installed\n"));
+    EXPECT_EQ(ReadFile(kPackage + "new.sc"), text);
+    std::filesystem::remove(kPackage + "new.sc");
+    EXPECT_EQ(ServiceTool(With(kNew, {"--system"})).status, 0);
+    EXPECT_EQ(ReadFile(kSystem + "new.sc"), text);
+    EXPECT_THAT(Entries(kPackage), ElementsAre(kName));
+}
+
+TEST_F(SetCommand, KeepsReferencesAndPortForwardingThatAreNotGiven) {
+    const std::string before =
+        "[a]\ntitle=\"T\"\ntitle_key=\"s:t:k\"\ndesc=\"D\"\n"
+        "port_forward=\"yes\"\ndst.ports=\"8700/tcp\"\n"
+        "src.ports=\"1024/tcp\"\n";
+    WriteFile(kPackage + "a.sc", before);
+    EXPECT_EQ(ServiceTool({"set", "a.sc", "a", "--title", "T"}).status, 0);
+    EXPECT_EQ(ReadFile(kPackage + "a.sc"), before);
+    EXPECT_EQ(ServiceTool({"set", "a.sc", "a", "--no-port-forward", "--title-key", "u:v"}).status,
+              0);
+    EXPECT_EQ(ReadFile(kPackage + "a.sc"),
+              "[a]\ntitle=\"T\"\ntitle_key=\"u:v\"\ndesc=\"D\"\nport_forward=\"no\"\n"
+              "dst.ports=\"8700/tcp\"\nsrc.ports=\"1024/tcp\"\n");
+}
+
+TEST_F(SetCommand, MendsASectionInAFileThatIsBrokenElsewhere) {
+    WriteFile(kPath, "[a]\ntitle=T\n[b]\ntitle=T\ndesc=D\ndst.ports=8765/tcp\n");
+    const ProgramResult result = ServiceTool({"set", kName, "b", "--title", "Z"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(result.err, StartsWith(kPath + ":1:2: warning: section [a] is left out"));
+    EXPECT_EQ(
+        ServiceTool({"set", kName, "a", "--title", "T", "--desc", "D", "--dst-ports", "1"}).status,
+        0);
+    EXPECT_EQ(ServiceTool({"lint", "--strict", kPath}).status, 0);
+}
+
+// ---- What is refused
+
+TEST_F(SetCommand, RefusesPortsThatOthersHave) {
+    WriteFile(kSystem + "web.sc", Section("w", "18080/tcp"));
+    ExpectRun(ServiceTool(kNew), 1,
+              "SECTION  PORT   PROTO  SOURCE   HELD BY\n"
+              "web      18080  tcp    service  w (system/web.sc)\n" +
+                  kPackage + "new.sc: [web] 18080/tcp is taken\n",
+              kPackage +
+                  "new.sc: error: its ports are taken, so nothing was changed [taken]\n"
+                  "    fix: ask servicetool suggest for ports that are free\n");
+    EXPECT_THAT(Entries(kPackage), ElementsAre(kName));
+    ExpectNothingDone();
+}
+
+TEST_F(SetCommand, LetsASectionKeepThePortsOfItsOwnProgram) {
+    const HeldPort own(Family::kV4, Protocol::kTcp, 8765);
+    EXPECT_EQ(ServiceTool(kRetitle).status, 0);
+    EXPECT_EQ(ReadFile(kPath), kRetitled);
+}
+
+TEST_F(SetCommand, FailsWhereItCannotBeToldWhoHasThePorts) {
+    std::filesystem::remove(kSettings);
+    const ProgramResult result = ServiceTool(kRetitle);
+    EXPECT_EQ(result.out, kPath + ": [notes] 8765,8770:8772/tcp: cannot tell (service, setting)\n");
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: it cannot be told whether its ports are "
+                                              "free, so nothing was changed [unknown]\n"));
+    EXPECT_EQ(result.status, 3);
+    ExpectNothingDone();
+}
+
+TEST_F(SetCommand, RefusesACommandLineThatIsWrong) {
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string error;
+    };
+    const std::string long_name(256, 'a');
+    const std::string name_rule = R"( holds something else than letters, digits, "-", "." and "_")";
+    const Case cases[] = {
+        {{"a/b", "notes"}, R"(file name "a/b" is a path)"},
+        {{"..", "notes"}, R"(file name ".." is no name of a file)"},
+        {{"", "notes"}, R"(file name "" is no name of a file)"},
+        {{"a\nb", "notes"}, R"(file name "a\nb" holds a control byte)"},
+        {{long_name, "notes"}, "is longer than 255 bytes"},
+        {{kName, ""}, R"(section name "" is empty)"},
+        {{kName, "global"}, R"(section name "global" is that of a section that is no service)"},
+        {{kName, " a"}, R"(section name " a")" + name_rule},
+        {{kName, "a]"}, R"(section name "a]")" + name_rule},
+        {{kName, "a\nb"}, R"(section name "a\nb")" + name_rule},
+        {{kName, long_name}, "is longer than 255 bytes"},
+        {{kName, "x"}, "section [x] is new, so it needs --title, --desc and --dst-ports"},
+        {{kName, "notes", "--title", ""}, "--title is empty"},
+        {{kName, "notes", "--title", std::string(128, 'a')},
+         "--title takes one line of at most 127 bytes"},
+        {{kName, "notes", "--desc", "a\nb"}, "--desc takes one line of at most 127 bytes"},
+        {{kName, "notes", "--title-key", "key"},
+         R"(--title-key takes SOURCE:SECTION:KEY or SECTION:KEY, not "key")"},
+        {{kName, "notes", "--desc-key", ":b:c"},
+         R"(--desc-key takes SOURCE:SECTION:KEY or SECTION:KEY, not ":b:c")"},
+        {{kName, "notes", "--dst-ports", "80,70000/tcp"},
+         R"("80,70000/tcp", column 4: port 70000 is above 65535)"},
+        {{kName, "notes", "--src-ports", "1/xyz"}, R"("1/xyz", column 3: "xyz" is no protocol)"},
+        {{kName, "notes", "--port-forward", "--no-port-forward"},
+         "--port-forward and --no-port-forward exclude each other"},
+        {{kName, "notes", "--system", "--package"}, "--system and --package exclude each other"},
+    };
+    for (const Case &one : cases) {
+        const ProgramResult result = ServiceTool(With({"set"}, one.arguments));
+        EXPECT_EQ(result.status, 2) << one.error;
+        EXPECT_THAT(result.err, testing::AllOf(StartsWith("servicetool: error: "),
+                                               HasSubstr(one.error + " [usage]\n")));
+        EXPECT_THAT(result.out, IsEmpty());
+    }
+    ExpectNothingDone();
+}
+
+TEST_F(SetCommand, AsksForTheFolderOfAFileThatIsInBoth) {
+    WriteFile(kSystem + kName, kBefore);
+    ExpectRun(ServiceTool(kRetitle), 2, "",
+              "servicetool: error: \"notes.sc\" is installed in both folders [usage]\n"
+              "    fix: add --system or --package\n");
+    EXPECT_EQ(ServiceTool(With(kRetitle, {"--system"})).status, 0);
+    EXPECT_EQ(ReadFile(kSystem + kName), kRetitled);
+    EXPECT_EQ(ReadFile(kPath), kBefore);
+}
+
+// ---- What fails
+
+TEST_F(SetCommand, SaysWhoWasNotTold) {
+    WriteFile("/run/exit-status/tavoroutertool", "1\n");
+    ExpectRun(
+        ServiceTool(kRetitle), 3,
+        kRetitlePlan + kPath + ": changed\ntold the firewall and the relay daemon if it runs\n",
+        "servicetool: warning: the router tool was not told: /usr/tavo/sbin/tavoroutertool "
+        "--udpate /tmp/notes.sc " +
+            kPath + " failed! [not-told]\n");
+    EXPECT_EQ(ReadFile(kPath), kRetitled);
+}
+
+TEST_F(SetCommand, ChangesNothingWhereTheFileCannotBeCopied) {
+    std::filesystem::create_directory("/tmp/" + kName);
+    ExpectRun(ServiceTool(kRetitle), 3, kRetitlePlan,
+              kPath + ": error: failed: FAILED to copy from file=" + kPath +
+                  " to backup path=/tmp/notes.sc; nothing was changed [failed]\n");
+    ExpectNothingDone();
+    std::filesystem::remove("/tmp/" + kName);
+}
+
+TEST_F(SetCommand, SeesThatTheFileWasNotWritten) {
+    const MountedFolder folder(kPackage, "size=64k");
+    WriteFile(kPath, kBefore);
+    folder.MakeReadOnly();
+    ExpectRun(ServiceTool(kRetitle), 3, kRetitlePlan,
+              kPath +
+                  ": error: failed: the folder: read-only file system; "
+                  "nothing was changed [failed]\n");
+    EXPECT_EQ(ReadFile(kPath), kBefore);
+}
+
+TEST_F(SetCommand, SeesThatTheDiskIsFullWhateverElseIsLogged) {
+    const MountedFolder folder(kPackage, "size=8k");
+    WriteFile(kPath, kBefore);
+    WriteFile(kPackage + "broken.sc", "[a]\n" + std::string(4000, '#') + '\n');
+    const ProgramResult result = ServiceTool(kRetitle);
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: failed: the folder: no space left on "
+                                              "device; nothing was changed [failed]\n"));
+    EXPECT_THAT(Entries(kPackage), ElementsAre("broken.sc", kName));
+    EXPECT_EQ(ReadFile(kPath), kBefore);
+}
+
+TEST_F(SetCommand, MakesNoFileWhereTheFolderCannotBeMade) {
+    std::filesystem::remove_all(kPackage);
+    std::filesystem::create_symlink("/nowhere", kPackage.substr(0, kPackage.size() - 1));
+    const ProgramResult result = ServiceTool(kNew);
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.err, HasSubstr("/bin/mkdir -p /usr/local/etc/services.d failed."));
+    EXPECT_THAT(result.err, HasSubstr("; nothing was changed [failed]\n"));
+    EXPECT_EQ(Calls(), "");
+    std::filesystem::remove(kPackage.substr(0, kPackage.size() - 1));
+    std::filesystem::create_directory(kPackage);
+}
+
+// ---- How it is shown
+
+TEST_F(SetCommand, PrintsJson) {
+    const ProgramResult result = ServiceTool(With(kRetitle, {"--json"}));
+    EXPECT_EQ(json::parse(result.out),
+              json::parse(R"({"schema": 1, "ok": true, "diagnostics": [], "results": [
+        {"operation": "set", "file": "notes.sc", "path": ")" +
+                          kPath + R"(", "section": "notes",
+         "dry_run": false, "changed": true, "diff": )" +
+                          json(kRetitleDiff).dump() + R"(,
+         "conflicts": [], "told": ["router", "firewall", "relay"], "not_told": []}]})"));
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(SetCommand, PrintsConflictsInJson) {
+    WriteFile(kSystem + "web.sc", Section("w", "18080/tcp"));
+    const json document = json::parse(ServiceTool(With(kNew, {"--json", "--dry-run"})).out);
+    const json result = document.at("results").at(0);
+    EXPECT_EQ(document.at("ok"), false);
+    EXPECT_EQ(document.at("diagnostics").at(0).at("rule"), "taken");
+    EXPECT_EQ(result.at("dry_run"), true);
+    EXPECT_EQ(result.at("changed"), false);
+    EXPECT_EQ(result.at("conflicts"), json::parse(R"([{"section": "web", "start": 18080,
+        "end": 18080, "protocols": ["tcp"], "source": "service", "held_by": [{"name": "w",
+        "file": ")" + kSystem + R"(web.sc", "entry": "w"}], "exact": true}])"));
+    EXPECT_THAT(result.at("told"), IsEmpty());
+    EXPECT_THAT(result.at("not_told"), IsEmpty());
+}
+
+TEST_F(SetCommand, ColoursTheDiffOnATerminalOnly) {
+    const std::string shown = ServiceToolOnTerminal(With(kRetitle, {"--dry-run"}));
+    EXPECT_THAT(shown, HasSubstr("\n\x1b[31m-title=\"T\"\x1b[0m\n\x1b[32m+title=\"New\"\x1b[0m\n"));
+    EXPECT_THAT(shown, HasSubstr("\n\x1b[36m@@ -3,10 +3,11 @@\x1b[0m\n"));
+}
+
+TEST_F(SetCommand, EscapesWhatTheFileHolds) {
+    WriteFile(kPath, "[notes]\ntitle=\"\x1b[1m\"\ndesc=D\ndst.ports=8765");
+    const ProgramResult result = ServiceTool(With(kRetitle, {"--dry-run"}));
+    EXPECT_THAT(result.out, HasSubstr("\n-title=\"\\x1b[1m\"\n"));
+    EXPECT_THAT(result.out, HasSubstr("\n-dst.ports=8765\n\\ No newline at end of file\n"));
+}
+
+TEST_F(SetCommand, ShowsTheLogWhenAskedTo) {
+    WriteFile("/run/exit-status/tavoroutertool", "1\n");
+    EXPECT_THAT(ServiceTool(With(kRetitle, {"-v"})).err,
+                testing::ContainsRegex("log: [a-z_]+.cpp:[0-9]+ /usr/tavo/sbin/tavoroutertool "
+                                       "--udpate /tmp/notes.sc " +
+                                       kPath + " failed!\\[0x"));
+}
+
+TEST_F(SetCommand, KeepsTheOutputOfProgramsOutOfJson) {
+    const std::string tool = "/usr/tavo/sbin/tavoroutertool";
+    std::filesystem::rename(tool, tool + ".old");
+    WriteFile(tool, "#!/bin/sh\necho chatter\necho complaint >&2\n");
+    std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
+    const ProgramResult result = ServiceTool(With(kRetitle, {"--json"}));
+    std::filesystem::rename(tool + ".old", tool);
+    EXPECT_TRUE(json::accept(result.out)) << result.out;
+    EXPECT_EQ(result.err, "");
+}
+
+}  // namespace
+}  // namespace tavo::test

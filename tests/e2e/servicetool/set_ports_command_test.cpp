@@ -1,0 +1,129 @@
+// servicetool set-ports: one port list of a section.
+#include <gmock/gmock.h>
+
+#include "change_world.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::HasSubstr;
+
+const std::string kPath = kPackage + "notes.sc";
+const std::string kBefore = Section("notes", "8765/tcp") + Section("other", "8800/udp");
+const std::string kListeners = "the router tool, the firewall and the relay daemon if it runs\n";
+
+class SetPortsCommand : public ChangeWorld {
+  protected:
+    void SetUp() override {
+        ChangeWorld::SetUp();
+        WriteFile(kPath, kBefore);
+    }
+
+    static void ExpectNothingDone() {
+        EXPECT_EQ(ReadFile(kPath), kBefore);
+        EXPECT_EQ(Calls(), "");
+    }
+};
+
+std::string Diff(const std::string &line) {
+    return "--- a" + kPath + "\n+++ b" + kPath +
+           "\n@@ -1,7 +1,7 @@\n [notes]\n title=\"T\"\n desc=\"D\"\n-dst.ports=\"8765/tcp\"\n+" +
+           line + "\n [other]\n title=\"T\"\n desc=\"D\"\n";
+}
+
+TEST_F(SetPortsCommand, ReplacesThePortsAndTellsOfIt) {
+    const std::string plan = kPath + ": set dst.ports of section [notes]\ntell " + kListeners +
+                             Diff("dst.ports=8766,9000:9010/tcp,udp");
+    const std::vector<std::string> arguments = {"set-ports", "notes.sc", "notes", "8766,9000:9010"};
+    std::vector<std::string> dry_run = arguments;
+    dry_run.emplace_back("--dry-run");
+    ExpectRun(ServiceTool(dry_run), 0, plan + kDryRun);
+    ExpectNothingDone();
+    ExpectRun(ServiceTool(arguments), 0, plan + kPath + ": changed\ntold " + kListeners);
+    EXPECT_EQ(ReadFile(kPath),
+              "[notes]\ntitle=\"T\"\ndesc=\"D\"\ndst.ports=8766,9000:9010/tcp,udp\n" +
+                  Section("other", "8800/udp"));
+    EXPECT_EQ(Calls(), "tavoroutertool --update /tmp/notes.sc " + kPath +
+                           "\ntavofirewall --reload\n" + kRelayCalls);
+    ExpectRun(ServiceTool(arguments), 0,
+              kPath + ": is so already: nothing was changed, nobody was told\n");
+}
+
+TEST_F(SetPortsCommand, SetsSourcePortsWithoutARestart) {
+    EXPECT_EQ(
+        ServiceTool({"set-ports", "notes.sc", "notes", "1024:1030/udp", "--src", "--no-restart"})
+            .status,
+        0);
+    EXPECT_EQ(ReadFile(kPath), Section("notes", "8765/tcp") + "src.ports=1024:1030/udp\n" +
+                                   Section("other", "8800/udp"));
+    EXPECT_EQ(Calls(), "tavoroutertool --update /tmp/notes.sc " + kPath + '\n');
+}
+
+TEST_F(SetPortsCommand, RefusesPortsThatOthersHave) {
+    ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "8765,8800"}), 1,
+              "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+              "notes    8800  udp    service  other (package/notes.sc)\n" +
+                  kPath + ": [notes] 8765,8800/tcp,udp is taken\n",
+              kPath +
+                  ": error: its ports are taken, so nothing was changed [taken]\n"
+                  "    fix: ask servicetool suggest for ports that are free\n");
+    ExpectNothingDone();
+}
+
+TEST_F(SetPortsCommand, RefusesWhatIsNotThere) {
+    ExpectRun(ServiceTool({"set-ports", "notes.sc", "web", "1"}), 1, "",
+              kPath +
+                  ": error: has no section [web] with keys, so nothing was changed "
+                  "[not-found]\n");
+    ExpectRun(ServiceTool({"set-ports", "notes", "notes", "1"}), 1, "",
+              "notes: error: is not installed in /usr/tavo/etc/services.d nor in "
+              "/usr/local/etc/services.d, so nothing was changed [not-found]\n"
+              "    fix: write notes.sc\n");
+    ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "1", "--system"}), 1, "",
+              "notes.sc: error: is not installed in /usr/tavo/etc/services.d, so nothing was "
+              "changed [not-found]\n");
+    ExpectNothingDone();
+}
+
+TEST_F(SetPortsCommand, RefusesASectionThatTheLibraryWouldNotRead) {
+    WriteFile(kPath, "[notes]\ntitle=T\n");
+    const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", "8765"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr(kPath + ":1:2: error: section [notes] lacks desc"));
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: the library would not read section "
+                                              "[notes], so nothing was changed [invalid]\n"));
+    EXPECT_EQ(ReadFile(kPath), "[notes]\ntitle=T\n");
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(SetPortsCommand, RefusesPortsThatAreNone) {
+    ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "80,x/tcp"}), 2, "",
+              "servicetool: error: \"80,x/tcp\", column 4: \"x\" is no port number [usage]\n");
+    ExpectNothingDone();
+}
+
+TEST_F(SetPortsCommand, FailsWithAListThatIsTooLong) {
+    std::string ports = "10001";
+    for (int port = 10003; port < 10500; port += 2) {
+        ports += ',' + std::to_string(port);
+    }
+    const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", ports});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.err, HasSubstr("too long"));
+    ExpectNothingDone();
+}
+
+TEST_F(SetPortsCommand, SaysThatNothingWasChangedWhereTheFileCannotBeWritten) {
+    const MountedFolder folder(kPackage, "size=64k");
+    WriteFile(kPath, kBefore);
+    folder.MakeReadOnly();
+    const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", "8766/tcp"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.err, kPath +
+                              ": error: failed: the folder: read-only file system; "
+                              "nothing was changed [failed]\n");
+    ExpectNothingDone();
+}
+
+}  // namespace
+}  // namespace tavo::test

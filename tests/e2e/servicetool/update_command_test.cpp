@@ -1,0 +1,173 @@
+// servicetool update: another version of an installed service file.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+
+#include "change_world.h"
+
+namespace tavo::test {
+namespace {
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+const std::string kOld = Section("notes", "8765/tcp");
+const std::string kNew = Section("notes", "8766/tcp");
+const std::string kPath = kPackage + "notes.sc";
+
+std::string DiffFor(const std::string &path) {
+    return "--- a" + path + "\n+++ b" + path +
+           "\n@@ -1,4 +1,4 @@\n [notes]\n title=\"T\"\n desc=\"D\"\n-dst.ports=\"8765/tcp\"\n"
+           "+dst.ports=\"8766/tcp\"\n";
+}
+
+std::string CallsFor(const std::string &before, const std::string &after) {
+    return "portforward port_config/update\n< $'OLD_PORT_CONFIG_CONTENT=" + InShell(before) +
+           "'\n< $'NEW_PORT_CONFIG_CONTENT=" + InShell(after) +
+           "'\n< NOTIFY_PF=1\n< NOTIFY_FW=1\n" + kRelayCalls;
+}
+
+class UpdateCommand : public ChangeWorld {
+  protected:
+    void SetUp() override {
+        ChangeWorld::SetUp();
+        WriteFile(kPath, kOld);
+        WriteFile("notes.sc", kNew);
+    }
+
+    static void ExpectNothingDone() {
+        EXPECT_EQ(ReadFile(kPath), kOld);
+        EXPECT_EQ(Calls(), "");
+    }
+};
+
+TEST_F(UpdateCommand, ReplacesTheFileAndTellsOfBothTexts) {
+    chmod("notes.sc", 0600);
+    const timespec times[] = {{1000, 5}, {2000, 6}};
+    utimensat(AT_FDCWD, "notes.sc", times, 0);
+    ExpectRun(
+        ServiceTool({"update", "notes.sc"}), 0,
+        kPath + ": replace by notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": changed\n" + kTold);
+    EXPECT_EQ(ReadFile(kPath), kNew);
+    struct stat status {};
+    ASSERT_EQ(stat(kPath.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
+    EXPECT_EQ(status.st_mtim.tv_sec, 2000);
+    EXPECT_EQ(status.st_mtim.tv_nsec, 6);
+    EXPECT_EQ(Calls(), CallsFor(kOld, kNew));
+}
+
+TEST_F(UpdateCommand, DoesNothingInADryRunButShowsAll) {
+    ExpectRun(ServiceTool({"update", "--dry-run", "notes.sc"}), 0,
+              kPath + ": replace by notes.sc\n" + kPlan + DiffFor(kPath) + kDryRun);
+    ExpectNothingDone();
+}
+
+TEST_F(UpdateCommand, TellsNobodyOfWhatIsSoAlready) {
+    WriteFile("notes.sc", kOld);
+    ExpectRun(ServiceTool({"update", "notes.sc"}), 0,
+              kPath + ": is so already: nothing was changed, nobody was told\n");
+    ExpectNothingDone();
+}
+
+TEST_F(UpdateCommand, FindsTheFolderOfTheFile) {
+    WriteFile(kSystem + "a.sc", Section("a", "1000"));
+    EXPECT_EQ(ServiceTool({"update", "--as", "a.sc", "-"}, Section("a", "1001")).status, 0);
+    EXPECT_EQ(ReadFile(kSystem + "a.sc"), Section("a", "1001"));
+    EXPECT_FALSE(std::filesystem::exists(kPackage + "a.sc"));
+    ExpectRun(ServiceTool({"update", "--package", "--as", "a.sc", "notes.sc"}), 1, "",
+              kPackage +
+                  "a.sc: error: no file of that name is installed, so nothing was changed "
+                  "[not-found]\n    fix: write servicetool install\n");
+}
+
+TEST_F(UpdateCommand, AsksWhichOneWhereBothFoldersHaveTheName) {
+    WriteFile(kSystem + "notes.sc", kOld);
+    ExpectRun(ServiceTool({"update", "notes.sc"}), 2, "",
+              "servicetool: error: \"notes.sc\" is installed in both folders [usage]\n"
+              "    fix: add --system or --package\n");
+    ExpectNothingDone();
+    EXPECT_EQ(ServiceTool({"update", "--system", "notes.sc"}).status, 0);
+    EXPECT_EQ(ReadFile(kSystem + "notes.sc"), kNew);
+    EXPECT_EQ(ReadFile(kPath), kOld);
+}
+
+TEST_F(UpdateCommand, RefusesAnErrorAndPortsThatAreTaken) {
+    WriteFile("notes.sc", Section("notes", "8766/ftp"));
+    const ProgramResult broken = ServiceTool({"update", "--force", "notes.sc"});
+    EXPECT_THAT(broken.err, HasSubstr(": error: notes.sc has 1 error, so nothing was changed"));
+    EXPECT_EQ(broken.status, 1);
+    ExpectNothingDone();
+
+    WriteFile("notes.sc", kNew);
+    const HeldPort held(Family::kV4, Protocol::kTcp, 8766);
+    const ProgramResult taken = ServiceTool({"update", "notes.sc"});
+    EXPECT_THAT(taken.out, HasSubstr("notes    8766  tcp    socket  in use now\n"));
+    EXPECT_EQ(taken.status, 1);
+    ExpectNothingDone();
+    EXPECT_EQ(ServiceTool({"update", "--force", "notes.sc"}).status, 0);
+    EXPECT_EQ(ReadFile(kPath), kNew);
+}
+
+TEST_F(UpdateCommand, DoesNotCollideWithWhatItReplaces) {
+    WriteFile(kPath, Section("a", "8001/tcp") + Section("b", "8002/tcp"));
+    const std::string swapped = Section("b", "8001/tcp") + Section("c", "8002/tcp");
+    WriteFile("notes.sc", swapped);
+    const HeldPort held(Family::kV4, Protocol::kTcp, 8001);
+    EXPECT_EQ(ServiceTool({"update", "notes.sc"}).status, 0);
+    EXPECT_EQ(ReadFile(kPath), swapped);
+}
+
+TEST_F(UpdateCommand, MendsAFileThatCannotBeRead) {
+    WriteFile(kPath, "broken\n");
+    EXPECT_EQ(ServiceTool({"update", "notes.sc"}).status, 0);
+    EXPECT_EQ(ReadFile(kPath), kNew);
+}
+
+TEST_F(UpdateCommand, PutsAFileInThePlaceOfALink) {
+    WriteFile("target.sc", kOld);
+    std::filesystem::remove(kPath);
+    std::filesystem::create_symlink(kHome + "target.sc", kPath);
+    EXPECT_EQ(ServiceTool({"update", "notes.sc"}).status, 0);
+    EXPECT_FALSE(std::filesystem::is_symlink(kPath));
+    EXPECT_EQ(ReadFile(kPath), kNew);
+    EXPECT_EQ(ReadFile("target.sc"), kOld);
+    EXPECT_EQ(Calls(), CallsFor(kOld, kNew));
+}
+
+// The library's update succeeds all the same, and tells those who act on ports that nothing
+// changed.
+TEST_F(UpdateCommand, NoticesAnInstallationThatFailed) {
+    WriteFile(kPackage + "tmp", "in the way");
+    const ProgramResult result = ServiceTool({"update", "notes.sc"});
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: failed: "));
+    EXPECT_THAT(result.err, HasSubstr("mkdir fail for path " + kPackage + "tmp"));
+    EXPECT_THAT(result.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_THAT(result.out, Not(HasSubstr(": changed")));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(ReadFile(kPath), kOld);
+    EXPECT_EQ(Calls(), CallsFor(kOld, kOld));
+}
+
+TEST_F(UpdateCommand, KeepsTheOldFileOnAFullDisk) {
+    const MountedFolder folder(kPackage, "size=8k");
+    WriteFile(kPath, kOld);
+    WriteFile("notes.sc", kNew + "#" + std::string(9000, 'x') + '\n');
+    const json result = json::parse(ServiceTool({"update", "--json", "notes.sc"}).out);
+    EXPECT_EQ(result.at("results").at(0).at("changed"), false);
+    EXPECT_EQ(result.at("diagnostics").at(0).at("rule"), "failed");
+    EXPECT_EQ(ReadFile(kPath), kOld);
+}
+
+TEST_F(UpdateCommand, SaysWhoWasNotTold) {
+    WriteFile("/run/exit-status/systemctl", "0\n1\n");
+    const ProgramResult result = ServiceTool({"update", "notes.sc"});
+    EXPECT_THAT(result.out, HasSubstr(kPath + ": changed\ntold the plugins\n"));
+    EXPECT_THAT(result.err, HasSubstr("FAILED to notify tavorelayd for update conf [not-told]\n"));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(ReadFile(kPath), kNew);
+}
+
+}  // namespace
+}  // namespace tavo::test

@@ -1,0 +1,75 @@
+// What every changing command does around its change: it says what is to be changed and who is to
+// be told, refuses what must not be, does it, looks whether it was done, and says what came of it.
+#ifndef TAVO_SERVICETOOL_CHANGE_REPORT_H
+#define TAVO_SERVICETOOL_CHANGE_REPORT_H
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "conflict_output.h"
+#include "listeners.h"
+#include "port_sources.h"
+#include "report.h"
+#include "unified_diff.h"
+
+namespace tavo {
+
+struct Change {
+    std::string_view operation;       // the command's name
+    std::string path;                 // of the file; empty where none is changed
+    std::string section;              // empty where the file as a whole is meant
+    FileText before;                  // what the file holds
+    FileText after;                   // what it is to hold
+    std::vector<Listener> listeners;  // who is to be told
+    bool dry_run = false;
+    bool force = false;  // go on past ports that are taken, or may be
+};
+
+class ChangeReport {
+  public:
+    ChangeReport(Change change, Report &report);
+    ChangeReport(const ChangeReport &) = delete;
+    ChangeReport &operator=(const ChangeReport &) = delete;
+
+    const Change &Plan() const { return change_; }
+
+    // What the sources say of the ports that a section is to declare.
+    void Add(const std::string &section, const PortQuery &query, const PortAnswer &answer);
+
+    // Tells why the change is refused; `message` does not say that nothing was changed.
+    void Refuse(std::string rule, const std::string &message, std::string fix = {},
+                Status status = Status::kNo);
+
+    // Says what is to be done, as in "add section [chat]". False when nothing is to follow: ports
+    // are taken, there is nothing to change, or this is a dry run.
+    bool Begin(const std::string &what);
+
+    // Does it by calls of the library, which give -1 for a failure, and tells what came of it.
+    void Do(const std::function<int()> &call);
+
+  private:
+    bool RefusesPorts();
+    void PrintPlan(const std::string &what);
+    bool End(const std::string &text);
+    bool TellFailure(int result, unsigned int code, const std::vector<std::string> &lines);
+    void TellListeners(const std::vector<std::string> &lines);
+    void AddResult();
+
+    Change change_;
+    Report &report_;
+    std::string diff_;
+    ConflictTable table_{ConflictTable::Sections::kYes};
+    std::string verdicts_;
+    std::vector<std::pair<std::string, PortConflict>> conflicts_;  // each with its section
+    bool taken_ = false;
+    bool unknown_ = false;
+    bool changed_ = false;
+    std::vector<Hearing> hearings_;
+};
+
+}  // namespace tavo
+
+#endif

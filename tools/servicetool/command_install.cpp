@@ -1,0 +1,164 @@
+// servicetool install and update: a package's file goes into a service folder.
+//
+// The library installs a file whatever its ports, and an update succeeds where the installation in
+// it fails. So lint and the sources of taken ports are asked before, and behind it what stands in
+// the folder is compared with what was to be there.
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "change_report.h"
+#include "check_file.h"
+#include "commands.h"
+#include "input_file.h"
+#include "installed_file.h"
+#include "linted_file.h"
+#include "port_sources.h"
+#include "private_folder.h"
+#include "section_queries.h"
+#include "text.h"
+
+namespace tavo {
+namespace {
+
+// Stands for the old content of a file that was not installed: it reads as empty.
+constexpr std::string_view kNoFile = "/dev/null";
+
+std::string NameOf(const InstallOptions &options) {
+    return options.name.empty() ? std::filesystem::path(options.source).filename().string()
+                                : options.name;
+}
+
+// The library is handed a path that cp cannot take for an option. Of standard input it is a copy.
+std::string PathOf(const InstallOptions &options, const LintedFile &source,
+                   std::unique_ptr<PrivateFolder> &folder) {
+    if (options.source != kStandardInput) {
+        return std::filesystem::absolute(options.source);
+    }
+    folder = std::make_unique<PrivateFolder>();
+    return folder->Make(NameOf(options), source.text);
+}
+
+Change ChangeOf(std::string_view operation, const InstallOptions &options,
+                const InstalledFile &file, const LintedFile &source) {
+    return {
+        .operation = operation,
+        .path = file.path,
+        .section = {},
+        .before = file.text,
+        .after = source.text,
+        .listeners = {Listener::kPlugins, Listener::kRelay},
+        .dry_run = options.dry_run,
+        .force = options.force,
+    };
+}
+
+std::vector<SectionQuery> ReadableQueries(const std::string &text) {
+    return QueriesOf(text).value_or(std::vector<SectionQuery>());
+}
+
+// The services that a file has until now take no ports from those that it is to have.
+void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeReport &change,
+                 Report &report) {
+    SkippedNames leaving;
+    if (file.text) {
+        for (const SectionQuery &old : ReadableQueries(*file.text)) {
+            leaving.push_back(old.section);
+        }
+    }
+    PortSources sources(kSourcesOfFiles, report);
+    for (const SectionQuery &wanted : ReadableQueries(source.text)) {
+        SkippedNames skipped = leaving;
+        skipped.push_back(wanted.section);
+        change.Add(wanted.section, wanted.query, sources.Ask(wanted.query, skipped));
+    }
+}
+
+int CallInstall(const InstalledFile &file, const std::string &source) {
+    TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
+    const int result = TAVOServiceConfInstallBaseName(file.name.c_str(), source.c_str(),
+                                                      file.folder.selector, &conflicts);
+    TAVOServiceConfPortsFree(conflicts);
+    if (result < 0) {
+        return -1;
+    }
+    TAVO_SERVICE_CONF_NOTIFY notify{};
+    kNoFile.copy(notify.szOldConfPath, sizeof(notify.szOldConfPath) - 1);
+    file.path.copy(notify.szNewConfPath, sizeof(notify.szNewConfPath) - 1);
+    notify.blNotifyFw = 1;
+    notify.blNotifyPf = 1;
+    return TLIBServiceConfUpdateServNotify(&notify);
+}
+
+int CallUpdate(const InstalledFile &file, const std::string &source) {
+    TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
+    const int result = TAVOServiceConfUpdateBaseName(file.name.c_str(), source.c_str(),
+                                                     file.folder.selector, &conflicts);
+    TAVOServiceConfPortsFree(conflicts);
+    return result < 0 ? -1 : 0;
+}
+
+// A new file goes to the folder of packages where no other is asked for, an update to where the
+// file is.
+FolderChoice FolderOf(const InstallOptions &options, bool is_new) {
+    return {.system = options.folder.system,
+            .package = options.folder.package || (is_new && !options.folder.system)};
+}
+
+// Everything that is to be known of both sides of the change; false when that cannot be.
+bool LookAt(const InstallOptions &options, bool is_new, InstalledFile &file, LintedFile &source,
+            Report &report) {
+    return CheckFileName(NameOf(options), report) && LintAndTell(options.source, source, report) &&
+           FindInstalledFile(NameOf(options), FolderOf(options, is_new), Missing::kAllow, file,
+                             report);
+}
+
+void Place(const InstallOptions &options, const InstalledFile &file, const LintedFile &source,
+           ChangeReport &change, Report &report) {
+    if (source.lint.errors != 0) {
+        change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
+        return;
+    }
+    AskForPorts(file, source, change, report);
+    if (!change.Begin((file.text ? "replace by " : "install ") + Escaped(source.name))) {
+        return;
+    }
+    std::unique_ptr<PrivateFolder> folder;
+    const std::string path = PathOf(options, source, folder);
+    change.Do([&] { return file.text ? CallUpdate(file, path) : CallInstall(file, path); });
+}
+
+}  // namespace
+
+void Install(const InstallOptions &options, Report &report) {
+    InstalledFile file;
+    LintedFile source;
+    if (!LookAt(options, true, file, source, report)) {
+        return;
+    }
+    ChangeReport change(ChangeOf("install", options, file, source), report);
+    if (file.text) {
+        change.Refuse("installed", "a file of that name is installed already",
+                      "write servicetool update");
+        return;
+    }
+    Place(options, file, source, change, report);
+}
+
+void Update(const InstallOptions &options, Report &report) {
+    InstalledFile file;
+    LintedFile source;
+    if (!LookAt(options, false, file, source, report)) {
+        return;
+    }
+    ChangeReport change(ChangeOf("update", options, file, source), report);
+    if (!file.text) {
+        change.Refuse("not-found", "no file of that name is installed",
+                      "write servicetool install");
+        return;
+    }
+    Place(options, file, source, change, report);
+}
+
+}  // namespace tavo

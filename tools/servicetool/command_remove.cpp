@@ -1,0 +1,56 @@
+// servicetool remove: an installed file goes, and all services with it.
+#include <string>
+
+#include "change_report.h"
+#include "commands.h"
+#include "input_file.h"
+#include "installed_file.h"
+#include "library_log.h"
+#include "library_owners.h"
+#include "service_file.h"
+#include "text.h"
+
+namespace tavo {
+namespace {
+
+// What the library reads in the file, and the firewall therefore knows: "with chat and wiki".
+std::string ServicesText(const std::string &text) {
+    const MemoryFile copy(text);
+    TAVO_SERVICE_CONF *list = nullptr;
+    {
+        const LibraryLog log;
+        TAVOServiceConfGet(copy.Path().c_str(), &list);
+    }
+    const OwnedConf conf(list);
+    std::string names;
+    const auto sections = InFileOrder(list == nullptr ? nullptr : list->pSections);
+    for (const TAVO_SERVICE_CONF_SECTION *section : sections) {
+        names += names.empty() ? "" : section == sections.back() ? " and " : ", ";
+        names += '[' + Escaped(section->szName) + ']';
+    }
+    return names.empty() ? "remove, without a service that can be read" : "remove with " + names;
+}
+
+}  // namespace
+
+void Remove(const RemoveOptions &options, Report &report) {
+    InstalledFile file;
+    if (!FindInstalledFile(options.name, options.folder, Missing::kRefuse, file, report)) {
+        return;
+    }
+    ChangeReport change({.operation = "remove",
+                         .path = file.path,
+                         .section = {},
+                         .before = file.text,
+                         .after = {},
+                         .listeners = {Listener::kPlugins, Listener::kRelay},
+                         .dry_run = options.dry_run},
+                        report);
+    if (change.Begin(ServicesText(*file.text))) {
+        change.Do([&file] {
+            return TAVOServiceConfRemoveBaseName(file.name.c_str(), file.folder.selector);
+        });
+    }
+}
+
+}  // namespace tavo

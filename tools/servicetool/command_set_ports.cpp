@@ -1,0 +1,31 @@
+// servicetool set-ports.
+#include "commands.h"
+#include "section_queries.h"
+#include "section_target.h"
+#include "staged_section.h"
+
+namespace tavo {
+
+void SetPorts(const SetPortsOptions &options, Report &report) {
+    SectionTarget target;
+    const unsigned int direction =
+        options.source ? TAVO_PORT_DIRECTION_SRC : TAVO_PORT_DIRECTION_DST;
+    OwnedPortList ports = ReadPorts(options.ports, direction, report);
+    if (ports == nullptr || !FindSection(options, Missing::kRefuse, target, report)) {
+        return;
+    }
+    const PortQuery query = QueryOf(ports.get());
+    ports.reset(Reversed(ports.release()));
+    const TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
+    Change plan =
+        ChangeOf("set-ports", target, options, WithPorts(target.file.text, target.section, *ports));
+    plan.listeners = ListenersOf(Listener::kRouter, options);
+    ChangeReport change(std::move(plan), report);
+    const std::string what = "set " + std::string(options.source ? "src" : "dst") +
+                             ".ports of section [" + target.section + ']';
+    if (CheckSection(target, query, change, report) && change.Begin(what)) {
+        change.Do([&] { return TLIBServiceConfPortsSet(&param, ports.get()); });
+    }
+}
+
+}  // namespace tavo

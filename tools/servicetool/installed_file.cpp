@@ -1,0 +1,119 @@
+#include "installed_file.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <climits>
+#include <utility>
+#include <vector>
+
+#include "input_file.h"
+#include "text.h"
+
+namespace tavo {
+namespace {
+
+// Why the text names no file of a service folder; empty when it may.
+std::string NameProblem(const std::string &name) {
+    const auto is_control = [](char c) {
+        return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+    };
+    if (name.empty() || name == "." || name == "..") {
+        return "is no name of a file";
+    }
+    if (name.find('/') != std::string::npos) {
+        return "is a path";
+    }
+    if (name.size() > NAME_MAX) {
+        return "is longer than " + std::to_string(NAME_MAX) + " bytes";
+    }
+    return std::any_of(name.begin(), name.end(), is_control) ? "holds a control byte" : "";
+}
+
+bool Exists(const std::string &path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0;
+}
+
+std::string PathIn(const ServiceFolder &folder, const std::string &name) {
+    return std::string(folder.path) + '/' + name;
+}
+
+// The folders that are asked for; both where none is.
+std::vector<ServiceFolder> Candidates(const FolderChoice &choice) {
+    return ServiceFolders(choice.system    ? TAVO_SERVICE_CONF_DIR_SYSTEM
+                          : choice.package ? TAVO_SERVICE_CONF_DIR_PACKAGE
+                                           : kEveryServiceFolder);
+}
+
+bool TellMissing(const std::string &name, const std::vector<ServiceFolder> &folders,
+                 Report &report) {
+    std::string paths;
+    std::string fix;
+    for (const ServiceFolder &folder : folders) {
+        paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
+        if (Exists(PathIn(folder, name + ".sc"))) {
+            fix = "write " + name + ".sc";
+        }
+    }
+    report.TellError(name, "not-found", "is not installed in " + paths + ", so nothing was changed",
+                     std::move(fix));
+    report.Raise(Status::kNo);
+    return false;
+}
+
+bool Read(InstalledFile &file, Report &report) {
+    FileContents contents = ReadRegularFile(file.path);
+    if (!contents.problem.empty()) {
+        report.TellError(file.path, "unreadable", contents.problem);
+        report.Raise(Status::kFailed);
+        return false;
+    }
+    file.text = std::move(contents.text);
+    return true;
+}
+
+}  // namespace
+
+bool CheckFileName(const std::string &name, Report &report) {
+    const std::string problem = NameProblem(name);
+    if (!problem.empty()) {
+        report.TellUsage("file name " + Quoted(name) + ' ' + problem,
+                         "write the name of an installed file, such as mypackage.sc");
+    }
+    return problem.empty();
+}
+
+bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
+                       InstalledFile &file, Report &report) {
+    if (choice.system && choice.package) {
+        report.TellUsage("--system and --package exclude each other", "");
+        return false;
+    }
+    if (!CheckFileName(name, report)) {
+        return false;
+    }
+    const std::vector<ServiceFolder> folders = Candidates(choice);
+    std::vector<ServiceFolder> found;
+    std::copy_if(folders.begin(), folders.end(), std::back_inserter(found),
+                 [&name](const ServiceFolder &folder) { return Exists(PathIn(folder, name)); });
+    if (found.size() > 1) {
+        report.TellUsage(Quoted(name) + " is installed in both folders",
+                         "add --system or --package");
+        return false;
+    }
+    if (found.empty() && missing == Missing::kRefuse) {
+        return TellMissing(name, folders, report);
+    }
+    file.name = name;
+    file.folder = found.empty() ? folders.back() : found.front();
+    file.path = PathIn(file.folder, name);
+    return found.empty() || Read(file, report);
+}
+
+FileText TextOf(const std::string &path) {
+    FileContents contents = ReadRegularFile(path);
+    return contents.problem.empty() ? FileText(std::move(contents.text)) : FileText();
+}
+
+}  // namespace tavo

@@ -1,0 +1,28 @@
+// A folder for files on their way, which nobody else looks into.
+#ifndef TAVO_SERVICETOOL_PRIVATE_FOLDER_H
+#define TAVO_SERVICETOOL_PRIVATE_FOLDER_H
+
+#include <string>
+#include <string_view>
+
+namespace tavo {
+
+// It goes with its object, and all files that were made by it go, too.
+class PrivateFolder {
+  public:
+    // Throws std::system_error where it cannot be made, as the function below does.
+    PrivateFolder();
+    ~PrivateFolder();
+    PrivateFolder(const PrivateFolder &) = delete;
+    PrivateFolder &operator=(const PrivateFolder &) = delete;
+
+    // Makes a file of that name, mode 0644, and gives its path.
+    std::string Make(const std::string &name, std::string_view text) const;
+
+  private:
+    std::string path_;
+};
+
+}  // namespace tavo
+
+#endif

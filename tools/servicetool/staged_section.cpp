@@ -1,0 +1,121 @@
+#include "staged_section.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+#include "installed_file.h"
+#include "library_owners.h"
+#include "private_folder.h"
+#include "service_file.h"
+
+namespace tavo {
+namespace {
+
+constexpr int kTableSize = 64;
+constexpr char kStagedName[] = "staged.sc";
+
+void Require(bool done) {
+    if (!done) {
+        throw std::runtime_error(
+            "the change cannot be worked out: a text is too long or holds "
+            "what a service file cannot");
+    }
+}
+
+// A copy of the file, to be changed as the file will be.
+class StagedFile {
+  public:
+    explicit StagedFile(const FileText &before)
+        : path_(folder_.Make(kStagedName, before.value_or(""))) {}
+
+    const char *Path() const { return path_.c_str(); }
+    FileText Text() const { return TextOf(path_); }
+
+    // The keys that a section has, and how many.
+    int Read(const std::string &section, const OwnedTable &keys) const {
+        TLIBCSzHash *table = keys.get();
+        const int count = TLIBCFileGetSection(Path(), section.c_str(), &table);
+        Require(count >= 0);
+        return count;
+    }
+
+  private:
+    PrivateFolder folder_;
+    std::string path_;
+};
+
+OwnedTable NewTable() {
+    return OrThrow(OwnedTable(TLIBCSzHashAlloc(kTableSize)));
+}
+
+// "80,443/tcp", as the library writes ports.
+std::string PortsValue(const TAVO_SERVICE_CONF_PORT &ports) {
+    constexpr int kSize = 1024;  // what it has room for
+    char numbers[kSize];
+    char protocols[kSize];
+    Require(TLIBServiceConfPortsToStr(&ports, numbers, kSize, protocols, kSize) == 0);
+    return std::string(numbers) + '/' + protocols;
+}
+
+void SetQuoted(const OwnedTable &keys, const char *key, const std::string &text) {
+    const std::string value = '"' + text + '"';
+    Require(TLIBCSzHashSetValue(keys.get(), key, value.c_str()) == 0);
+}
+
+// Without a section and a key there is no reference; what the file has then stays.
+void SetReference(const OwnedTable &keys, const char *key, const TAVO_SERVICE_CONF_STRING &string) {
+    if (*string.szSection == '\0' || *string.szKey == '\0') {
+        return;
+    }
+    SetQuoted(keys, key, ReferenceText(string));
+}
+
+void SetKeys(const OwnedTable &keys, const TAVO_SERVICE_CONF_SECTION &section) {
+    SetQuoted(keys, "port_forward", section.blPortForward == 1 ? "yes" : "no");
+    SetQuoted(keys, "desc", section.strDesc.szText);
+    SetReference(keys, "desc_key", section.strDesc);
+    SetQuoted(keys, "title", section.strTitle.szText);
+    SetReference(keys, "title_key", section.strTitle);
+    SetQuoted(keys, "dst.ports", PortsValue(*section.pDstPorts));
+    if (section.pSrcPorts != nullptr) {
+        SetQuoted(keys, "src.ports", PortsValue(*section.pSrcPorts));
+    }
+}
+
+// Whether the file declares no service.
+bool DeclaresNothing(const StagedFile &file) {
+    OwnedNames names = OrThrow(OwnedNames(TLIBCSzListAlloc(kTableSize)));
+    TLIBCSzList *list = names.get();
+    const int count = TLIBCFileEnumSection(file.Path(), &list);
+    return count == 0 || (count == 1 && std::strcmp(TLIBCSzListGet(list, 0), "global") == 0);
+}
+
+}  // namespace
+
+FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &section) {
+    const StagedFile file(before);
+    const OwnedTable keys = NewTable();
+    const bool present = file.Read(section.szName, keys) > 0;
+    SetKeys(keys, section);
+    Require((present ? TLIBCFileSetSection(file.Path(), section.szName, nullptr, keys.get(), 0)
+                     : TLIBCFileAddSection(file.Path(), section.szName, keys.get(), 0)) == 0);
+    return file.Text();
+}
+
+FileText WithPorts(const FileText &before, const std::string &section,
+                   const TAVO_SERVICE_CONF_PORT &ports) {
+    const StagedFile file(before);
+    const char *key = ports.nDirection == TAVO_PORT_DIRECTION_SRC ? "src.ports" : "dst.ports";
+    Require(TLIBCFileSetSectionValue(file.Path(), section.c_str(), key,
+                                     PortsValue(ports).c_str()) == 0);
+    return file.Text();
+}
+
+FileText WithoutSection(const FileText &before, const std::string &section) {
+    const StagedFile file(before);
+    Require(TLIBCFileRemoveSection(file.Path(), section.c_str()) == 0);
+    return DeclaresNothing(file) ? FileText() : file.Text();
+}
+
+}  // namespace tavo
