@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kTemporaryDirectory = "/tmp/";
 
-// What cp says of a file that it cannot copy.
+// What cp says of a file that it cannot copy, or not to that place.
 constexpr int kCopyFailed = 1;
 
 // A folder in /tmp is anybody's, so there is no trusting what lies in it.
@@ -50,11 +50,8 @@ TemporaryCopy::~TemporaryCopy() {
 }
 
 int TemporaryCopy::Make(const char *szFile, const char *szPath) {
-    if (!IsRegularFile(szFile)) {
+    if (!IsRegularFile(szFile) || !TakeName(szPath)) {
         return kCopyFailed;
-    }
-    if (!TakeName(szPath)) {
-        return -1;
     }
     CopyText(szPath_, szPath);
     taken_ = true;

@@ -20,7 +20,7 @@ class TemporaryCopy {
     TemporaryCopy &operator=(const TemporaryCopy &) = delete;
 
     // Copies szFile to szPath, which lies in /tmp. What cp says: 0 when all went well, -1 when it
-    // could not be run or the name could not be taken.
+    // could not be run. Where the name cannot be taken it is not run, and has failed.
     int Make(const char *szFile, const char *szPath);
 
     // Empty as long as no copy was made.

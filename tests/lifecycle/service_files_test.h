@@ -1,0 +1,113 @@
+// What tests of whole service files share: files that packages bring, those that are installed, and
+// all that stands in a folder.
+#ifndef TAVO_TESTS_LIFECYCLE_SERVICE_FILES_TEST_H
+#define TAVO_TESTS_LIFECYCLE_SERVICE_FILES_TEST_H
+
+#include <unistd.h>
+
+#include <regex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lifecycle_test.h"
+#include "stand_ins.h"
+
+namespace tavo::test {
+
+using Lines = std::vector<std::string>;
+
+constexpr char kGameFile[] = "/usr/local/etc/services.d/game.sc";
+constexpr char kFirewallRules[] = "/usr/tavo/etc/firewall.d";
+constexpr char kPlugin[] = "/usr/tavo/lib/plugins/port_config/portforward";
+
+// A service on a port that nobody has, the next version of it, and one on the port of telnet.
+constexpr char kGame[] = "[game]\ntitle=Game\ndesc=Games\ndst.ports=7001/tcp\n";
+constexpr char kNewGame[] = "[game]\ntitle=Game\ndesc=Games\ndst.ports=7002/tcp\n";
+constexpr char kTelnetGame[] = "[game]\ntitle=Game\ndesc=Games\ndst.ports=23/tcp\n";
+
+// With the six random characters in the names of temporary copies made out.
+inline Lines Plain(Lines lines) {
+    static const std::regex kRandom(R"((\.sc\.)[A-Za-z0-9]{6}\b)");
+    for (std::string &line : lines) {
+        line = std::regex_replace(line, kRandom, "$1XXXXXX");
+    }
+    return lines;
+}
+
+// All there is at a path and below it: names, modes and contents, sorted.
+inline Lines Tree(const std::filesystem::path &top) {
+    Lines lines;
+    const auto add = [&](const std::filesystem::path &path) {
+        struct stat entry = {};
+        if (lstat(path.c_str(), &entry) == 0) {
+            lines.push_back(path.string() + " " + std::to_string(entry.st_mode) + " " +
+                            (S_ISREG(entry.st_mode) ? ReadFile(path) : ""));
+        }
+    };
+    add(top);
+    if (std::filesystem::is_directory(top)) {
+        for (const auto &entry : std::filesystem::recursive_directory_iterator(top)) {
+            add(entry.path());
+        }
+    }
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+// All stores that a change may touch, and all that is beside them.
+inline Lines AllStores() {
+    Lines lines = Tree("/usr/tavo/etc");
+    const Lines more = Tree("/usr/local/etc");
+    lines.insert(lines.end(), more.begin(), more.end());
+    return lines;
+}
+
+inline std::string SideCopyOf(const std::string &store) {
+    return store + ".tmp." + std::to_string(getpid());
+}
+
+// A folder with one in it.
+inline void MakeFolder(const std::string &path) {
+    std::filesystem::create_directories(path + "/sub");
+    WriteFile(path + "/file", "in " + path);
+    WriteFile(path + "/sub/file", "below " + path);
+}
+
+// The tool or plugin runs these lines from now on.
+inline void WriteScript(const std::string &path, const std::string &lines) {
+    std::filesystem::remove(path);
+    WriteFile(path, "#!/bin/bash\n" + lines + "\n");
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+}
+
+class ServiceFilesTest : public LifecycleTest {
+  protected:
+    ServiceFilesTest() { std::filesystem::create_directory("/packages"); }
+
+    // A file as a package brings it.
+    static std::string Source(std::string_view contents, const std::string &name = "game.sc") {
+        std::string path = "/packages/" + name;
+        WriteFile(path, contents);
+        return path;
+    }
+
+    // Forgets what was logged and clears the error state.
+    void StartAnew() {
+        log_.Clear();
+        TLIBCErrSetEx(0, nullptr, 0);
+    }
+};
+
+// A record that removes game.sc from the files of packages, or the section game from it.
+inline TAVO_SERVICE_CONF_SET_PARAM RemovalParam(uint32_t flags = TAVO_PORT_CHECK_FW_SERVICE) {
+    TAVO_SERVICE_CONF_SET_PARAM param = Param("game.sc", "game");
+    param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
+    param.nCheckFlags = flags;
+    param.nLocation = TAVO_SERVICE_CONF_DIR_PACKAGE;
+    return param;
+}
+
+}  // namespace tavo::test
+
+#endif

@@ -1,0 +1,103 @@
+// What writing a section and setting its ports have in common: the same record, the same steps.
+#ifndef TAVO_TESTS_LIFECYCLE_SET_TEST_H
+#define TAVO_TESTS_LIFECYCLE_SET_TEST_H
+
+#include <cerrno>
+#include <functional>
+
+#include "lifecycle_test.h"
+#include "stand_ins.h"
+
+namespace tavo::test {
+
+// "FIELD VALUE" of a record that is refused, and the record.
+struct RefusedParam {
+    std::string what;
+    TAVO_SERVICE_CONF_SET_PARAM param;
+};
+
+// Each field of `good` below and above its values, one at a time.
+inline std::vector<RefusedParam> RefusedParams(const TAVO_SERVICE_CONF_SET_PARAM &good) {
+    constexpr struct {
+        const char *name;
+        uint32_t TAVO_SERVICE_CONF_SET_PARAM::*field;
+        uint32_t highest;
+    } kNumbers[] = {
+        {"nRestartMode", &TAVO_SERVICE_CONF_SET_PARAM::nRestartMode, 2},
+        {"nRestartFlags", &TAVO_SERVICE_CONF_SET_PARAM::nRestartFlags, 31},
+        {"nWriteMode", &TAVO_SERVICE_CONF_SET_PARAM::nWriteMode, 3},
+        {"nCheckFlags", &TAVO_SERVICE_CONF_SET_PARAM::nCheckFlags, 31},
+        {"nLocation", &TAVO_SERVICE_CONF_SET_PARAM::nLocation, 3},
+    };
+    std::vector<RefusedParam> refused;
+    for (const auto &[name, field, highest] : kNumbers) {
+        for (const uint32_t value : {0U, highest + 1, 0x80000001U}) {
+            refused.push_back({std::string(name) + " " + std::to_string(value), good});
+            refused.back().param.*field = value;
+        }
+    }
+    for (const char *name : {"", "..", "../web.sc", "folder/..", "folder/../web.sc"}) {
+        refused.push_back({"szFileName " + std::string(name), good});
+        Fill(refused.back().param.szFileName, name);
+    }
+    refused.push_back({"szSectionName", good});
+    Fill(refused.back().param.szSectionName, "");
+    return refused;
+}
+
+// One service file, the copy of it that is made for the router tool, and who is told.
+class SetTest : public LifecycleTest {
+  protected:
+    static constexpr char kFile[] = "/usr/tavo/etc/services.d/web.sc";
+    static constexpr char kPackageFile[] = "/usr/local/etc/services.d/web.sc";
+    static constexpr char kCopy[] = "/tmp/web.sc";
+    static constexpr char kCopied[] = "/bin/cp -f /usr/tavo/etc/services.d/web.sc /tmp/web.sc";
+    static constexpr char kRouterTold[] =
+        "/usr/tavo/sbin/tavoroutertool --update /tmp/web.sc /usr/tavo/etc/services.d/web.sc";
+    static constexpr char kCopyFailed[] =
+        "FAILED to copy from file=/usr/tavo/etc/services.d/web.sc to backup path=/tmp/web.sc";
+
+    // The operation under test.
+    virtual int Set() = 0;
+
+    // That it fails before the change: the file is as it was, nobody is told, and only these lines
+    // are written.
+    void ExpectUnchanged(const std::vector<std::string> &messages) {
+        const FileState before = StateOf(kFile);
+        EXPECT_EQ(Set(), -1);
+        EXPECT_EQ(StateOf(kFile), before);
+        EXPECT_EQ(Messages(), messages);
+        EXPECT_THAT(Calls(), testing::IsEmpty());
+    }
+
+    // That what stands at the name of the copy makes it fail, and stays.
+    void ExpectNameTaken() {
+        in_tmp_ = {"web.sc"};
+        ExpectUnchanged({kCopyFailed});
+        EXPECT_EQ(TLIBCErrGet(), 0U);
+    }
+
+    // That whatever stands at the name of the copy leads nowhere, and the copy is nobody else's.
+    void ExpectOwnCopy() {
+        Programs programs;
+        mode_t mode = 0;
+        programs.Before("/bin/cp", [&] { mode = StateOf(kCopy).mode; });
+        std::string copy;
+        programs.Before(kRouterTool, [&] {
+            EXPECT_EQ(StateOf(kCopy).mode, mode_t{S_IFREG | 0600});
+            copy = ReadFile(kCopy);
+        });
+        const std::string before = ReadFile(kFile);
+        param_.nCheckFlags |= TAVO_PORT_CHECK_PORT_FORWARD;
+        EXPECT_EQ(Set(), 0);
+        EXPECT_EQ(mode, mode_t{S_IFREG | 0600});
+        EXPECT_EQ(copy, before);
+        EXPECT_THAT(Messages(), testing::IsEmpty());
+    }
+
+    TAVO_SERVICE_CONF_SET_PARAM param_ = Param("web.sc", "web");
+};
+
+}  // namespace tavo::test
+
+#endif

@@ -1,0 +1,67 @@
+// Functions with others in front of them, for the whole program: they make single steps fail, look
+// at what is there while a step is made, and keep a record of the programs that are run. Where no
+// test asks, the real ones answer.
+#ifndef TAVO_TESTS_LIFECYCLE_STAND_INS_H
+#define TAVO_TESTS_LIFECYCLE_STAND_INS_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tavo::test {
+
+// The function of that name fails for as long as this lives; stand_ins.cpp lists those that can.
+// With `about` only those calls fail that are about this key or file. System calls set `error`.
+class Failing {
+  public:
+    explicit Failing(std::string function, std::string about = "", int error = 0);
+    ~Failing();
+    Failing(const Failing &) = delete;
+    Failing &operator=(const Failing &) = delete;
+
+    // From now on only the first call fails.
+    Failing &Once();
+};
+
+// Calls `look` before each call of that function for as long as this lives.
+class Before {
+  public:
+    Before(std::string function, std::function<void()> look);
+    ~Before();
+    Before(const Before &) = delete;
+    Before &operator=(const Before &) = delete;
+};
+
+// A read gives one byte at most for as long as this lives.
+class ShortReads {
+  public:
+    ShortReads();
+    ~ShortReads();
+    ShortReads(const ShortReads &) = delete;
+    ShortReads &operator=(const ShortReads &) = delete;
+};
+
+// The programs that are run for as long as this lives.
+class Programs {
+  public:
+    Programs();
+    ~Programs();
+    Programs(const Programs &) = delete;
+    Programs &operator=(const Programs &) = delete;
+
+    // Each with its arguments, in order: "/bin/cp -f FILE COPY".
+    std::vector<std::string> Run() const;
+
+    // The options that came with each; 0 where the call has none.
+    std::vector<int> Options() const;
+
+    // Calls `look` before each start of `program`.
+    void Before(const std::string &program, std::function<void()> look);
+
+    // Gives `result` in place of running `program`, with `error` left in errno.
+    void Answer(const std::string &program, int result, int error = 0);
+};
+
+}  // namespace tavo::test
+
+#endif
