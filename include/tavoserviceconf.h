@@ -632,7 +632,8 @@ TAVO_API int TLIBServiceConfPortsSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
  * any other value that of packages. Ports are printed in their order, ranges as they are, and the
  * protocols are those of the first entry. -1 for a NULL argument or a name that is refused
  * (0xD00), a missing file (0x700, and a log line), a text of 512 bytes or more (0xBF00), and when
- * writing or the reload fails; what was written then stays. */
+ * writing or the reload fails; what was written then stays. The error state of a success may be
+ * 0xC000, by which the file is found. */
 TAVO_API int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName,
                                            const char *szSectionName,
                                            const TAVO_SERVICE_CONF_PORT *pPortList);
@@ -720,8 +721,9 @@ TAVO_API int TLIBServiceConfRemoveBaseName(const char *szFileName, int nLocation
  * missing has no side copy. -1 on failure, no side copy being left: 0xD00 for NULL, none of the low
  * four bits in nCheckFlags, or no directory. Other fields are not looked at.
  *
- * Only the process that made them finds them again. Runs /bin/rm -rf and /bin/cp -rf; that one of
- * these fails is not noticed, only that it cannot be run. */
+ * Only the process that made them finds them again. Runs /bin/rm -rf and /bin/cp -rf. That one of
+ * these cannot be run is a failure, that it fails is not: a copy that did not become whole is
+ * removed, and its store then is not restored. */
 TAVO_API int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
 /* Puts every side copy of such a backup in the place of its store, which is removed first. -1 for

@@ -67,13 +67,6 @@ bool Exists(const char *szPath) {
     return access(szPath, F_OK) == 0;
 }
 
-// A copy that another process of the same id left goes also when there is nothing to copy: a
-// restore would bring it back.
-int CopyStore(const Store &store) {
-    return Exists(store.szPath) ? CopyOrMovePath(store.szPath, store.szCopy, 0)
-                                : RemovePath(store.szCopy);
-}
-
 bool IsFolderOrFile(const struct stat &entry) {
     return S_ISDIR(entry.st_mode) || S_ISREG(entry.st_mode);
 }
@@ -82,7 +75,7 @@ bool IsEmpty(const char *szText) {
     return szText == nullptr || *szText == '\0';
 }
 
-// Both paths are trimmed.
+// What the program said, or -1 for a failure. Both paths are trimmed.
 int Replace(const char *szSrc, const char *szDst, bool move) {
     struct stat source;
     if (stat(szSrc, &source) < 0 || !IsFolderOrFile(source)) {
@@ -98,13 +91,41 @@ int Replace(const char *szSrc, const char *szDst, bool move) {
         return TAVO_LOG_STATE("Failed to rm -rf %s", szDst);
     }
     if (move) {
-        return TLIBCExec(tavo::kMoveProgram, "-f", szSrc, szDst, nullptr) < 0
-                   ? TAVO_LOG_STATE("Failed to mv -f %s %s", szSrc, szDst)
-                   : 0;
+        const int nStatus = TLIBCExec(tavo::kMoveProgram, "-f", szSrc, szDst, nullptr);
+        return nStatus < 0 ? TAVO_LOG_STATE("Failed to mv -f %s %s", szSrc, szDst) : nStatus;
     }
-    return TLIBCExec(tavo::kCopyProgram, "-rf", szSrc, szDst, nullptr) < 0
-               ? TAVO_LOG_STATE("Failed to cp -rf %s %s", szSrc, szDst)
-               : 0;
+    const int nStatus = TLIBCExec(tavo::kCopyProgram, "-rf", szSrc, szDst, nullptr);
+    return nStatus < 0 ? TAVO_LOG_STATE("Failed to cp -rf %s %s", szSrc, szDst) : nStatus;
+}
+
+// The same of paths as they are given.
+int CopyOrMove(const char *szSrc, const char *szDst, bool move) {
+    if (IsEmpty(szSrc) || IsEmpty(szDst)) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    const tavo::OwnedText source(strdup(szSrc));
+    const tavo::OwnedText target(strdup(szDst));
+    if (source == nullptr || target == nullptr) {
+        return TAVO_SET_ERROR(tavo::kErrorNoMemory);
+    }
+    if (TLIBCStrTrimSpace(source.get()) < 0 || TLIBCStrTrimSpace(target.get()) < 0) {
+        return TAVO_LOG_STATE("TLIBCStrTrimSpace() failed!");
+    }
+    if (IsEmpty(source.get()) || IsEmpty(target.get())) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    return Replace(source.get(), target.get(), move);
+}
+
+// A copy that another process of the same id left goes also when there is nothing to copy, and so
+// does one that did not become whole, on a full disk for one: a restore would put it in the place
+// of the store.
+int CopyStore(const Store &store) {
+    if (!Exists(store.szPath)) {
+        return RemovePath(store.szCopy);
+    }
+    const int nStatus = CopyOrMove(store.szPath, store.szCopy, false);
+    return nStatus > 0 ? RemovePath(store.szCopy) : nStatus;
 }
 
 }  // namespace
@@ -124,21 +145,7 @@ int RemovePath(const char *szPath) {
 }
 
 int CopyOrMovePath(const char *szSrc, const char *szDst, int blMove) {
-    if (IsEmpty(szSrc) || IsEmpty(szDst)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
-    }
-    const tavo::OwnedText source(strdup(szSrc));
-    const tavo::OwnedText target(strdup(szDst));
-    if (source == nullptr || target == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorNoMemory);
-    }
-    if (TLIBCStrTrimSpace(source.get()) < 0 || TLIBCStrTrimSpace(target.get()) < 0) {
-        return TAVO_LOG_STATE("TLIBCStrTrimSpace() failed!");
-    }
-    if (IsEmpty(source.get()) || IsEmpty(target.get())) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
-    }
-    return Replace(source.get(), target.get(), blMove != 0);
+    return CopyOrMove(szSrc, szDst, blMove != 0) < 0 ? -1 : 0;
 }
 
 int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {

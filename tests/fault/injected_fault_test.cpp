@@ -7,13 +7,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "run_program.h"
+#include "system_calls.h"
 #include "tavocore.h"
 #include "temporary_folder.h"
 
@@ -24,12 +23,6 @@ using testing::AnyOf;
 using testing::ElementsAre;
 
 constexpr int kKilled = 128 + 9;
-
-// The `ordinal`th call of that name in the life of the writer.
-struct SystemCall {
-    std::string name;
-    int ordinal;
-};
 
 class InjectedFault : public testing::Test {
   protected:
@@ -50,20 +43,13 @@ class InjectedFault : public testing::Test {
         }
     }
 
-    // Runs the writer, k=new, under strace with `options`; what strace says comes as standard
-    // error.
+    // Runs the writer, k=new, under strace with `options`.
     ProgramResult RunWriter(const std::vector<std::string> &options) {
-        std::vector<std::string> command = {"strace", "-qq"};
-        command.insert(command.end(), options.begin(), options.end());
-        command.insert(command.end(), {TAVO_FAULT_WRITER, file_, "s", "k", "new"});
-        // The leak check cannot run in a program that is traced.
-        return RunProgram(command, "", {"ASAN_OPTIONS=detect_leaks=0"});
+        return RunTraced(options, {TAVO_FAULT_WRITER, file_, "s", "k", "new"});
     }
 
     ProgramResult RunWriter(const SystemCall &call, const std::string &fault) {
-        return RunWriter(
-            {"-e", "trace=" + call.name, "-e",
-             "inject=" + call.name + ":" + fault + ":when=" + std::to_string(call.ordinal)});
+        return RunWriter(Injection(call, fault));
     }
 
     // Every system call of the change, in order, found by running it once without a fault.
@@ -71,17 +57,8 @@ class InjectedFault : public testing::Test {
         const ProgramResult result = RunWriter(std::vector<std::string>{});
         EXPECT_EQ(result.status, 0) << result.err;
         Restore();
-        std::istringstream trace(result.err);
-        std::map<std::string, int> counts;
-        std::vector<SystemCall> calls;
-        for (std::string line; std::getline(trace, line);) {
-            const std::string name = line.substr(0, line.find('('));
-            ++counts[name];
-            if (counts["getppid"] == 1 && name != "getppid") {
-                calls.push_back({name, counts[name]});
-            }
-        }
-        EXPECT_EQ(counts["getppid"], 2) << result.err;
+        std::vector<SystemCall> calls = CallsBetweenMarks(result.err);
+        EXPECT_FALSE(calls.empty()) << result.err;
         return calls;
     }
 
@@ -134,13 +111,6 @@ class InjectedFault : public testing::Test {
     std::string old_text_;
     std::string new_text_;
 };
-
-// Calls that ask for memory only: what the allocator does about a refusal is not this library's.
-bool IsAboutMemory(const SystemCall &call) {
-    static const std::set<std::string> names = {"brk",    "mmap",    "munmap",
-                                                "mremap", "madvise", "mprotect"};
-    return names.count(call.name) > 0;
-}
 
 TEST_F(InjectedFault, TheChangeIsStagedFlushedAndRenamed) {
     std::string names;

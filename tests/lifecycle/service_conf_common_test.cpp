@@ -432,6 +432,21 @@ TEST_F(SideCopies, AllGoWhenOneCannotBeMade) {
     }
 }
 
+TEST_F(SideCopies, ThatDidNotBecomeWholeAreNeverRestored) {
+    const Param param = ParamOf(4, 2);
+    Programs programs;
+    programs.Before("/bin/cp", [&] {
+        std::filesystem::create_directory(SideCopyOf(kPackageServices));
+        programs.Answer("/bin/cp", 1);
+    });
+    EXPECT_EQ(TLIBServiceConfBackup(&param), 0) << "as of a store that is missing";
+    EXPECT_FALSE(std::filesystem::exists(SideCopyOf(kPackageServices)));
+    const Lines before = AllStores();
+    EXPECT_EQ(TLIBServiceConfRestore(&param), 0);
+    EXPECT_EQ(AllStores(), before);
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
 TEST_F(SideCopies, CannotBeMadeOfWhatIsNeitherFolderNorFile) {
     std::filesystem::remove(kForwardingRules);
     ASSERT_EQ(mkfifo(kForwardingRules, 0600), 0);

@@ -1,0 +1,199 @@
+// Changes of the service file game.sc, made by a program that can be shot at, and what must hold of
+// the file and of everything around it whatever happened to the program.
+#ifndef TAVO_TESTS_FAULT_CHANGE_UNDER_FIRE_H
+#define TAVO_TESTS_FAULT_CHANGE_UNDER_FIRE_H
+
+#include <gmock/gmock.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <optional>
+#include <ostream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "lifecycle_test.h"
+#include "system_calls.h"
+
+namespace tavo::test {
+
+// A file as long as several writes of cp, so that half of one would show.
+inline const std::string kFiller = std::string(300'000, '#') + "\n";
+
+inline std::string GameFile(const std::string &ports, const std::string &more = "") {
+    return kFiller + "[game]\ntitle=Game\ndesc=A game\ndst.ports=\"" + ports + "\"\n" + more;
+}
+
+using Contents = std::optional<std::string>;
+
+// A change, and the file as it is before; none where it is missing.
+struct Scene {
+    std::string name;
+    std::string change;
+    Contents before;
+};
+
+inline void PrintTo(const Scene &scene, std::ostream *out) {
+    *out << scene.name;
+}
+
+inline std::vector<Scene> Scenes() {
+    const std::string game = GameFile("7001/tcp");
+    const std::string lobby = "[lobby]\ntitle=Lobby\ndesc=A lobby\ndst.ports=\"7100/tcp\"\n";
+    return {
+        {"Install", "install", game},
+        {"FirstInstall", "install", {}},
+        {"Update", "update", game},
+        {"Remove", "remove", game},
+        {"SetSection", "set", game},
+        {"SetFirstSection", "set", {}},
+        {"SetPorts", "set-ports", game},
+        {"RemoveSection", "remove-section", GameFile("7001/tcp", lobby)},
+        {"RemoveLastSection", "remove-section", game},
+    };
+}
+
+// What the program said of the change; no result when it did not come to that.
+struct Outcome {
+    std::optional<int> result;
+    std::string code;
+    std::string left_open;
+    std::string log;
+    std::string trace;
+};
+
+class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface<Scene> {
+  protected:
+    ChangeUnderFire() {
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+        std::filesystem::create_directory("/packages");
+        WriteFile("/packages/game.sc", GameFile("7002/tcp"));
+    }
+
+    void TearDown() override {
+        Prepare({});
+        LifecycleTest::TearDown();
+    }
+
+    // The folders as they are before the change.
+    void Prepare(const Contents &before) {
+        for (const std::string &folder : kStores) {
+            for (const std::string &name : Entries(folder)) {
+                if (name != "services.d" && std::regex_search(folder + "/" + name, kLeftovers)) {
+                    std::filesystem::remove_all(folder + "/" + name);
+                }
+            }
+        }
+        std::filesystem::create_directories("/usr/tavo/etc/firewall.d");
+        WriteFile("/usr/tavo/etc/firewall.d/rules.conf", "# firewall\n");
+        WriteFile(kForwardingRules, "# rules\n");
+        std::filesystem::create_directories(kPackageServices);
+        for (const std::string &name : Entries(kPackageServices)) {
+            std::filesystem::remove_all(std::string(kPackageServices) + "/" + name);
+        }
+        if (before) {
+            WriteFile(kGamePath, *before);
+        }
+    }
+
+    static Contents GameContents() {
+        return std::filesystem::exists(kGamePath) ? Contents(ReadFile(kGamePath)) : Contents();
+    }
+
+    // Makes the change; with options, under strace.
+    static Outcome Make(const std::string &change, const std::vector<std::string> &strace = {}) {
+        const std::vector<std::string> program = {TAVO_FAULT_CHANGER, change};
+        const ProgramResult ran = strace.empty() ? RunProgram(program) : RunTraced(strace, program);
+        // What a killed program started goes on, and is this one's child now.
+        while (waitpid(-1, nullptr, 0) > 0) {
+        }
+        Outcome outcome;
+        std::istringstream lines(ran.out);
+        if (int result = 0; lines >> result >> outcome.code >> outcome.left_open) {
+            outcome.result = result;
+        }
+        std::getline(lines >> std::ws, outcome.log, '\0');
+        outcome.trace = ran.err;
+        return outcome;
+    }
+
+    // Makes the change without a fault, to learn its system calls and the file that it makes.
+    std::vector<SystemCall> Rehearse(const Scene &scene) {
+        Prepare(scene.before);
+        const Outcome outcome = Make(scene.change, {"-e", "trace=all"});
+        EXPECT_EQ(outcome.result, 0) << outcome.log;
+        after_ = GameContents();
+        EXPECT_NE(after_, scene.before);
+        EXPECT_THAT(Lying(), testing::ElementsAre());
+        return CallsBetweenMarks(outcome.trace);
+    }
+
+    // Everything in /tmp and beside the service files that is not there in peace.
+    static std::vector<std::string> Lying() {
+        std::vector<std::string> paths;
+        for (const std::string &folder : kStores) {
+            for (const std::string &name : Entries(folder)) {
+                const std::string path = folder + "/" + name;
+                if (path != kGamePath && !std::regex_match(path, kPeace)) {
+                    paths.push_back(path);
+                }
+            }
+        }
+        return paths;
+    }
+
+    // The same change, made again, succeeds, or finds that all is done; it leaves nothing that was
+    // not there, and of that nothing but what bears the name of a process that died or is kept for
+    // whoever wants to know why a copy failed.
+    void ExpectNextChangeSucceeds(const std::string &change) {
+        const std::vector<std::string> lying = Lying();
+        const bool done = change == "remove" && !GameContents();
+        const Outcome outcome = Make(change);
+        EXPECT_EQ(outcome.result, done ? -1 : 0) << outcome.log;
+        EXPECT_EQ(GameContents(), after_);
+        if (change == "remove-section" && std::filesystem::exists(kWriterFolder)) {
+            // There was nothing left to write. Whoever writes next clears the writer's folder away.
+            EXPECT_EQ(Make("set").result, 0);
+        }
+        for (const std::string &path : Lying()) {
+            EXPECT_THAT(lying, testing::Contains(path));
+            EXPECT_TRUE(std::regex_match(path, kLeftovers)) << path << " stays for good";
+        }
+    }
+
+    // A file that the change itself makes is touched first, and one that goes with its last section
+    // is without it before.
+    bool IsHalfDone(const Contents &contents) const {
+        return GetParam().before ? !after_ && contents == kFiller : contents == "";
+    }
+
+    // The stores that the change only copies are as they were.
+    static void ExpectOtherStoresUntouched() {
+        EXPECT_EQ(ReadFile(kForwardingRules), "# rules\n");
+        EXPECT_THAT(Entries("/usr/tavo/etc/firewall.d"), testing::ElementsAre("rules.conf"));
+        EXPECT_EQ(ReadFile("/usr/tavo/etc/firewall.d/rules.conf"), "# firewall\n");
+    }
+
+    static inline const std::string kGamePath = std::string(kPackageServices) + "/game.sc";
+    static inline const std::string kWriterFolder = std::string(kPackageServices) + "/.tavo-write";
+    static inline const std::vector<std::string> kStores = {
+        "/tmp",          "/usr/local/etc/services.d", "/usr/local/etc/services.d/tmp",
+        "/usr/tavo/etc", "/usr/tavo/etc/portforward", "/usr/local/etc"};
+    static inline const std::regex kPeace{
+        "/usr/local/etc/services\\.d(/tmp)?|/usr/tavo/etc/(services\\.d|firewall\\.d|portforward|"
+        "portforward/rule\\.conf|firewall_service_mapping_table)"};
+    static inline const std::regex kLeftovers{
+        "/tmp/servicetool\\.remove\\.game\\.sc\\.[0-9]+|"
+        "/usr/local/etc/services\\.d/tmp/game\\.sc\\.[A-Za-z0-9]{6}|"
+        "/usr/(local/etc/services\\.d|tavo/etc/(firewall\\.d|portforward/rule\\.conf))"
+        "\\.tmp\\.[0-9]+"};
+
+    Contents after_;
+};
+
+}  // namespace tavo::test
+
+#endif

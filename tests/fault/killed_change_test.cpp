@@ -1,0 +1,116 @@
+// A change of a service file ends at any of its steps, with its process: the file is the old one or
+// the new one, whole, and the same change, made again, finds nothing in its way.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "change_under_fire.h"
+
+namespace tavo::test {
+namespace {
+
+class KilledChange : public ChangeUnderFire {
+  protected:
+    bool IsOldOrNew(const Contents &contents) const {
+        return contents == GetParam().before || contents == after_ || IsHalfDone(contents);
+    }
+};
+
+TEST_P(KilledChange, LeavesTheOldFileOrTheNewOne) {
+    int old_files = 0;
+    int new_files = 0;
+    for (const SystemCall &call : Rehearse(GetParam())) {
+        if (!CanChangeAFile(call)) {
+            continue;  // it may as well die at the next that can
+        }
+        SCOPED_TRACE("killed at " + call.line);
+        Prepare(GetParam().before);
+        EXPECT_FALSE(Make(GetParam().change, Injection(call, "signal=KILL")).result);
+        const Contents contents = GameContents();
+        EXPECT_TRUE(IsOldOrNew(contents));
+        old_files += contents == GetParam().before ? 1 : 0;
+        new_files += contents == after_ ? 1 : 0;
+        ExpectOtherStoresUntouched();
+        ExpectNextChangeSucceeds(GetParam().change);
+    }
+    EXPECT_GT(old_files, 0);
+    EXPECT_GT(new_files, GetParam().change == "install" ? -1 : 0);
+    EXPECT_GT(old_files + new_files, 7);
+}
+
+INSTANTIATE_TEST_SUITE_P(Changes, KilledChange, testing::ValuesIn(Scenes()),
+                         [](const auto &scene) { return scene.param.name; });
+
+// From now on cp dies half-way, and takes the program that runs it along.
+void MakeCopiesDeadly() {
+    std::filesystem::remove("/bin/cp");
+    WriteFile("/bin/cp",
+              "#!/bin/bash\n"
+              "[[ -d ${@: -2:1} ]] && mkdir ${@: -1} || head -c 150000 ${@: -2:1} > ${@: -1}\n"
+              "kill -KILL $PPID\n");
+    std::filesystem::permissions("/bin/cp", std::filesystem::perms::owner_all);
+}
+
+void MakeCopiesWhole() {
+    std::filesystem::remove("/bin/cp");
+    std::filesystem::create_symlink("/usr/bin/cp", "/bin/cp");
+}
+
+class KilledCopy : public ChangeUnderFire {};
+
+TEST_P(KilledCopy, LeavesTheOldFile) {
+    Rehearse(GetParam());
+    Prepare(GetParam().before);
+    MakeCopiesDeadly();
+    EXPECT_FALSE(Make(GetParam().change).result);
+    const Contents contents = GameContents();
+    EXPECT_TRUE(contents == GetParam().before || IsHalfDone(contents));
+    EXPECT_THAT(Lying(), testing::Not(testing::IsEmpty()));
+    ExpectOtherStoresUntouched();
+    MakeCopiesWhole();
+    ExpectNextChangeSucceeds(GetParam().change);
+}
+
+INSTANTIATE_TEST_SUITE_P(Changes, KilledCopy, testing::ValuesIn(Scenes()),
+                         [](const auto &scene) { return scene.param.name; });
+
+class KilledRollback : public ChangeUnderFire {
+  protected:
+    // The service files are moved back as a whole, so the file may be among the side copies.
+    static Contents SavedContents() {
+        for (const auto &entry : std::filesystem::directory_iterator("/usr/local/etc")) {
+            const std::filesystem::path saved = entry.path() / "game.sc";
+            if (entry.path().filename() != "services.d" && std::filesystem::exists(saved)) {
+                return ReadFile(saved);
+            }
+        }
+        return {};
+    }
+};
+
+TEST_F(KilledRollback, LosesNoFile) {
+    const Contents old = GameFile("7001/tcp");
+    std::filesystem::remove(kFirewallTool);
+    Prepare(old);
+    const Outcome whole = Make("remove-section", {"-e", "trace=all"});
+    EXPECT_EQ(whole.result, -1);
+    EXPECT_EQ(GameContents(), old);
+    int saved = 0;
+    for (const SystemCall &call : CallsBetweenMarks(whole.trace)) {
+        if (!CanChangeAFile(call)) {
+            continue;
+        }
+        SCOPED_TRACE("killed at " + call.line);
+        Prepare(old);
+        EXPECT_FALSE(Make("remove-section", Injection(call, "signal=KILL")).result);
+        saved += GameContents() == old ? 0 : 1;
+        EXPECT_EQ(GameContents() == old ? old : SavedContents(), old);
+    }
+    EXPECT_GT(saved, 0);
+}
+
+}  // namespace
+}  // namespace tavo::test

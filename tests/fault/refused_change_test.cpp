@@ -1,0 +1,165 @@
+// A change of a service file whose system calls are refused, or whose disk is full: the file is the
+// old one or the new one, whole, the answer says which, and the change that follows succeeds.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <iterator>
+#include <regex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "change_under_fire.h"
+
+namespace tavo::test {
+namespace {
+
+class RefusedChange : public ChangeUnderFire {
+  protected:
+    // What a change may leave undone and still answer 0, in the log only: an update goes on when
+    // the installation fails, a section that cannot be stored is no failure, one that is not found
+    // counts as removed.
+    static bool MaySucceedInVain() {
+        const std::string &change = GetParam().change;
+        return change == "update" || change == "set" || change == "remove-section";
+    }
+
+    void ExpectAnswerAgrees(const Outcome &outcome) const {
+        ASSERT_TRUE(outcome.result) << outcome.trace;
+        const Contents contents = GameContents();
+        if (contents == after_ && outcome.result == 0) {
+            return;
+        }
+        EXPECT_TRUE(outcome.result == -1 || MaySucceedInVain());
+        const bool half_done = outcome.result == 0 && IsHalfDone(contents);
+        EXPECT_TRUE(contents == GetParam().before || half_done);
+        EXPECT_FALSE(outcome.code == "0x0" && outcome.log.empty()) << "it says nothing";
+    }
+
+    void Refuse(const SystemCall &call, const std::string &error) {
+        SCOPED_TRACE(error + " at " + call.line);
+        Prepare(GetParam().before);
+        const Outcome outcome = Make(GetParam().change, Injection(call, "error=" + error));
+        EXPECT_THAT(outcome.trace, testing::HasSubstr("(INJECTED)"));
+        ExpectAnswerAgrees(outcome);
+        EXPECT_EQ(outcome.left_open, "0");
+        ExpectOtherStoresUntouched();
+        ExpectNextChangeSucceeds(GetParam().change);
+        failures_ += outcome.result == 0 ? 0 : 1;
+    }
+
+    int failures_ = 0;
+};
+
+// Some calls cannot fail or are not asked whether they did; a wait that fails while the program
+// runs is nothing that the kernel does, and how often a wait looks is a matter of time.
+bool CanBeRefused(const SystemCall &call) {
+    static const std::set<std::string> kNever = {
+        "close", "getpid", "poll", "rt_sigaction", "rt_sigprocmask", "wait4", "waitid"};
+    return !IsAboutMemory(call) && kNever.count(call.name) == 0;
+}
+
+// What is looked at again and again is refused once.
+std::vector<SystemCall> Refusable(const std::vector<SystemCall> &calls) {
+    static const std::regex kNumbers("0x[0-9a-f]+|[0-9]+");
+    std::set<std::string> seen;
+    std::vector<SystemCall> refusable;
+    for (const SystemCall &call : calls) {
+        if (CanBeRefused(call) &&
+            (CanChangeAFile(call) ||
+             seen.insert(std::regex_replace(call.line, kNumbers, "N")).second)) {
+            refusable.push_back(call);
+        }
+    }
+    return refusable;
+}
+
+TEST_P(RefusedChange, MakesTheAnswerAndTheFileAgree) {
+    static constexpr const char *kErrors[] = {"EIO", "ENOSPC", "EACCES"};
+    std::size_t turn = 0;
+    for (const SystemCall &call : Refusable(Rehearse(GetParam()))) {
+        Refuse(call, kErrors[turn++ % std::size(kErrors)]);
+    }
+    EXPECT_GT(failures_, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Changes, RefusedChange, testing::ValuesIn(Scenes()),
+                         [](const auto &scene) { return scene.param.name; });
+
+// ---- Full disks ----
+
+// A folder on a disk of its own.
+class SmallDisk {
+  public:
+    SmallDisk(std::string folder, const std::string &size) : folder_(std::move(folder)) {
+        EXPECT_EQ(mount("tmpfs", folder_.c_str(), "tmpfs", 0, ("size=" + size).c_str()), 0);
+    }
+    ~SmallDisk() { umount2(folder_.c_str(), MNT_DETACH); }
+    SmallDisk(const SmallDisk &) = delete;
+    SmallDisk &operator=(const SmallDisk &) = delete;
+
+    void Grow() const {
+        EXPECT_EQ(mount("tmpfs", folder_.c_str(), "tmpfs", MS_REMOUNT, "size=16m"), 0);
+    }
+
+  private:
+    std::string folder_;
+};
+
+// What a change answers on a full disk, and the line that tells.
+struct FullDisk {
+    std::string change;
+    int result;
+    std::string code;  // "" where none is promised
+    std::string line;
+};
+
+class FullDiskTest : public ChangeUnderFire {
+  protected:
+    static inline const std::string kOld = GameFile("7001/tcp");
+
+    // The change answers so and leaves the file; with room on the disk it succeeds.
+    void ExpectRefusal(const FullDisk &expected, const SmallDisk &disk) {
+        SCOPED_TRACE(expected.change);
+        const Outcome outcome = Make(expected.change);
+        EXPECT_EQ(outcome.result, expected.result);
+        EXPECT_TRUE(expected.code.empty() || outcome.code == expected.code) << outcome.code;
+        EXPECT_EQ(outcome.left_open, "0");
+        EXPECT_THAT(outcome.log, testing::HasSubstr(expected.line));
+        EXPECT_EQ(GameContents(), kOld);
+        EXPECT_THAT(Entries("/tmp"), testing::ElementsAre());
+        disk.Grow();
+        EXPECT_EQ(Make(expected.change).result, 0);
+        EXPECT_NE(GameContents(), kOld);
+    }
+};
+
+TEST_F(FullDiskTest, OfTheServiceFilesLeavesTheOldFile) {
+    for (const FullDisk &expected : std::vector<FullDisk>{
+             {"install", -1, "0x3B00", "install configure file fail! from=/packages/game.sc to="},
+             {"update", 0, "0x3B00", "check /packages/game.sc conf file port conflict failed=-1"},
+             {"set", 0, "", ""},
+             {"set-ports", -1, "0x900", ""},
+             {"remove-section", -1, "0x900", ""}}) {
+        const SmallDisk disk("/usr/local/etc", "512k");
+        std::filesystem::create_directory(kPackageServices);
+        Prepare(kOld);
+        ExpectRefusal(expected, disk);
+    }
+}
+
+TEST_F(FullDiskTest, OfTheCopiesLeavesTheOldFile) {
+    for (const FullDisk &expected : std::vector<FullDisk>{
+             {"update", -1, "0x0", "FAILED to copy from file=/usr/local/etc/services.d/game.sc to"},
+             {"set", -1, "0x0", "FAILED to copy from file=/usr/local/etc/services.d/game.sc to"},
+             {"set-ports", -1, "0x0",
+              "FAILED to copy from file=/usr/local/etc/services.d/game.sc to"}}) {
+        const SmallDisk disk("/tmp", "128k");
+        Prepare(kOld);
+        ExpectRefusal(expected, disk);
+    }
+}
+
+}  // namespace
+}  // namespace tavo::test

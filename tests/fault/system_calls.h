@@ -1,0 +1,81 @@
+// The system calls of a program, seen and shot at by strace.
+//
+// The program calls getppid, which nothing else does, before and behind what is of interest.
+#ifndef TAVO_TESTS_FAULT_SYSTEM_CALLS_H
+#define TAVO_TESTS_FAULT_SYSTEM_CALLS_H
+
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "run_program.h"
+
+namespace tavo::test {
+
+// The `ordinal`th call of that name in the life of the program, and how strace prints it.
+struct SystemCall {
+    std::string name;
+    int ordinal;
+    std::string line = {};
+};
+
+// The calls between the marks, in order; none when a mark is missing.
+inline std::vector<SystemCall> CallsBetweenMarks(const std::string &trace) {
+    std::istringstream lines(trace);
+    std::map<std::string, int> counts;
+    std::vector<SystemCall> calls;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("---")) {
+            continue;  // a signal
+        }
+        const std::string name = line.substr(0, line.find('('));
+        ++counts[name];
+        if (counts["getppid"] == 1 && name != "getppid") {
+            calls.push_back({name, counts[name], line});
+        }
+    }
+    return counts["getppid"] == 2 ? calls : std::vector<SystemCall>();
+}
+
+// What makes strace inject `fault` into that call.
+inline std::vector<std::string> Injection(const SystemCall &call, const std::string &fault) {
+    return {"-e", "trace=" + call.name, "-e",
+            "inject=" + call.name + ":" + fault + ":when=" + std::to_string(call.ordinal)};
+}
+
+// Runs the program under strace; what strace says comes as standard error.
+inline ProgramResult RunTraced(const std::vector<std::string> &options,
+                               const std::vector<std::string> &program) {
+    std::vector<std::string> command = {"strace", "-qq"};
+    command.insert(command.end(), options.begin(), options.end());
+    command.insert(command.end(), program.begin(), program.end());
+    // The leak check cannot run in a program that is traced.
+    return RunProgram(command, "", {"ASAN_OPTIONS=detect_leaks=0"});
+}
+
+// Calls that ask for memory only: what the allocator does about a refusal is not this library's.
+inline bool IsAboutMemory(const SystemCall &call) {
+    static const std::set<std::string> names = {"brk",    "mmap",    "munmap",
+                                                "mremap", "madvise", "mprotect"};
+    return names.count(call.name) > 0;
+}
+
+// Whether there is more to a call than looking: it writes, starts a program or waits for one.
+inline bool CanChangeAFile(const SystemCall &call) {
+    static const std::set<std::string> kLook = {
+        "access",         "close",      "faccessat2", "fcntl",     "fstat",
+        "futex",          "getdents64", "getpid",     "getrandom", "lseek",
+        "memfd_create",   "newfstatat", "pidfd_open", "poll",      "pread64",
+        "prlimit64",      "read",       "readlink",   "recvfrom",  "rt_sigaction",
+        "rt_sigprocmask", "sendto",     "setsockopt", "socket",    "waitid"};
+    const bool only_reads = call.name == "openat" &&
+                            call.line.find("O_RDONLY") != std::string::npos &&
+                            call.line.find("O_CREAT") == std::string::npos;
+    return !only_reads && !IsAboutMemory(call) && kLook.count(call.name) == 0;
+}
+
+}  // namespace tavo::test
+
+#endif
