@@ -10,14 +10,14 @@
  *
  *  - gets the action as its only argument;
  *  - reads the arguments of the call from its standard input, each as KEY=VALUE and a NUL byte
- * (what "env -0" prints), in the order in which the keys were first set. It is a file in memory,
- * its own, and it may leave it unread;
+ *    (what "env -0" prints), in the order in which the keys were first set. It is a file in
+ *    memory, its own, and it may leave it unread;
  *  - has the caller's environment, working folder, standard output and standard error, but none of
  *    its other descriptors, its signal mask or its handlers. It leads a process group of its own;
  *  - reports success with exit status 0, and failure with any other or by a signal;
  *  - has 60 seconds. Then its process group gets SIGTERM and, 2 seconds later at the latest,
- * SIGKILL, and the plugin counts as failed. What a plugin that ends in time leaves running is left
- * alone.
+ *    SIGKILL, and the plugin counts as failed. What a plugin that ends in time leaves running is
+ *    left alone.
  */
 #ifndef TAVOPLUGINSDK_H
 #define TAVOPLUGINSDK_H
