@@ -727,8 +727,8 @@ TAVO_API int TLIBServiceConfRemoveBaseName(const char *szFileName, int nLocation
 TAVO_API int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
 /* Puts every side copy of such a backup in the place of its store, which is removed first. -1 for
- * the same bad arguments and when /bin/rm -rf or /bin/mv -f cannot be run; stores that follow then
- * stay as they are. */
+ * the same bad arguments, when /bin/rm -rf or /bin/mv -f cannot be run, and when a folder cannot be
+ * removed: its side copy then stays, and stores that follow stay as they are. */
 TAVO_API int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
 /* Removes the side copies of such a backup. -1 for the same bad arguments and when /bin/rm -rf
@@ -919,7 +919,8 @@ TAVO_API int RemovePath(const char *szPath);
 /* Copies (/bin/cp -rf) or, with blMove, moves (/bin/mv -f) a folder or regular file to szDst, which
  * is removed first. Blanks around both paths are not part of them. -1 for NULL, an empty path, or a
  * file that is to go to a path that ends in a slash (0xD00), a source that is neither (0x600), no
- * memory (0x200), and when a program cannot be run: how it ends is not looked at. */
+ * memory (0x200), a folder szDst that cannot be removed, and when a program cannot be run: how it
+ * ends is not looked at. */
 TAVO_API int CopyOrMovePath(const char *szSrc, const char *szDst, int blMove);
 
 /* Sets a plugin argument to the text of a file, up to its first NUL byte: as much of it as its size

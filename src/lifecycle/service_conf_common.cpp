@@ -71,6 +71,11 @@ bool IsFolderOrFile(const struct stat &entry) {
     return S_ISDIR(entry.st_mode) || S_ISREG(entry.st_mode);
 }
 
+bool IsFolder(const char *szPath) {
+    struct stat entry;
+    return stat(szPath, &entry) == 0 && S_ISDIR(entry.st_mode);
+}
+
 bool IsEmpty(const char *szText) {
     return szText == nullptr || *szText == '\0';
 }
@@ -87,7 +92,9 @@ int Replace(const char *szSrc, const char *szDst, bool move) {
         TAVO_LOG_STATE("source/target must both be folder or file");
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    if (RemovePath(szDst) < 0) {
+    // What cannot be removed whole, as a folder that something is mounted on, must not swallow the
+    // source either.
+    if (RemovePath(szDst) < 0 || IsFolder(szDst)) {
         return TAVO_LOG_STATE("Failed to rm -rf %s", szDst);
     }
     if (move) {

@@ -201,9 +201,20 @@ TEST_F(PathCopy, TakesNoNoticeOfAProgramThatFails) {
     for (const char *program : {"/bin/cp", "/bin/mv", "/bin/rm"}) {
         programs.Answer(program, 1);
     }
-    EXPECT_EQ(CopyOrMovePath("/packages/file", "/packages/folder", 0), 0);
-    EXPECT_EQ(CopyOrMovePath("/packages/file", "/packages/folder", 1), 0);
+    EXPECT_EQ(CopyOrMovePath("/packages/file", "/packages/target", 0), 0);
+    EXPECT_EQ(CopyOrMovePath("/packages/file", "/packages/target", 1), 0);
     EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(PathCopy, PutsNothingIntoAFolderThatCannotBeRemoved) {
+    Programs programs;
+    programs.Answer("/bin/rm", 1);
+    const Lines before = Tree("/packages");
+    for (const int move : {0, 1}) {
+        EXPECT_EQ(CopyOrMovePath("/packages/file", "/packages/folder", move), -1);
+        EXPECT_EQ(Tree("/packages"), before);
+    }
+    EXPECT_THAT(Messages(), testing::Each("Failed to rm -rf /packages/folder[0x0000 :N]"));
 }
 
 TEST_F(PathCopy, FailsWhenMemoryRunsOut) {
