@@ -566,7 +566,8 @@ TAVO_API int TAVORuntimeIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uin
  * Callers serialise what changes the same file: the library takes no lock, and the copies that it
  * makes in /tmp have fixed names. Such a name is taken anew, for the caller's user alone: a link or
  * plain file that stands there is removed, and with anything else there the copy fails. Names of
- * files hold no ".." component, which is refused with 0xD00, and lead to no other folder.
+ * files hold no ".." component, which is refused with 0xD00, and so lead to nothing outside the
+ * directory; give plain ones, of at most 228 bytes: a longer one has no name for its copies.
  *
  * A program that is run reads nothing, writes to the caller's standard output and error, and gets
  * no other descriptor of the caller. */
@@ -643,7 +644,8 @@ TAVO_API int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName
  * although its ports collide with others; -1 on failure. A file of that name is replaced. Its place
  * always holds either the old file or all of the new one, which is copied with mode and times to a
  * file of its own in the folder tmp of the directory, flushed to disk and renamed; when copying or
- * renaming fails, that file stays there. Nobody is told.
+ * renaming fails, that file stays there. The source is a regular file; anything else is a copy that
+ * fails. Nobody is told.
  *
  * Runs TLIBIsConfPortConflict, /bin/mkdir -p and /bin/cp -f -p. Sets 0xD00 for NULL, a bad location
  * or a name that is refused, 0x700 for a missing source, 0x3C00 when a directory cannot be made,
@@ -651,8 +653,9 @@ TAVO_API int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName
  * error state back to 0 on the way. */
 TAVO_API int TAVOServiceConfInstall(const char *szSrcPath, int nLocation);
 
-/* The same under the base name szBaseName. *ppConflictPorts is that of TLIBIsConfPortConflict; free
- * it with TAVOServiceConfPortsFree. */
+/* The same under the base name szBaseName. *ppConflictPorts is that of TLIBIsConfPortConflict, and
+ * may be filled whatever the result; free it with TAVOServiceConfPortsFree. With a NULL
+ * ppConflictPorts no conflict is found. */
 TAVO_API int TAVOServiceConfInstallBaseName(const char *szBaseName, const char *szSrcPath,
                                             int nLocation,
                                             TAVO_SERVICE_CONF_PORT **ppConflictPorts);
@@ -676,7 +679,7 @@ typedef struct TAVO_SERVICE_CONF_REMOVE_NOTIFY {
  * does, and tells port forwarding and the firewall of it (TLIBServiceConfUpdateServNotify). 0; 1
  * when ports collide; -1 on failure. That the installation itself fails is logged only, the old
  * file then being as it was; so look at the file. A file that was not installed yet is
- * installed. Nothing is rolled back.
+ * installed. Nothing is rolled back. Free *ppConflictPorts whatever the result.
  *
  * Runs /bin/cp -f FILE /tmp/servicetool.update.NAME.old; the copy is gone when the function
  * returns. */
@@ -685,7 +688,7 @@ TAVO_API int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *s
 
 /* The same without telling anybody: *pNotify is filled for the caller, who hands it to
  * TLIBServiceConfUpdateServNotify and deletes the file szOldConfPath, unless that is empty: then
- * there was no old file. */
+ * there was no old file. A failure leaves *pNotify as it was and no copy; NULL is 0xD00. */
 TAVO_API int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName,
                                                         const char *szSrcPath, int nLocation,
                                                         TAVO_SERVICE_CONF_PORT **ppConflictPorts,
@@ -719,7 +722,8 @@ TAVO_API int TLIBServiceConfRemoveBaseName(const char *szFileName, int nLocation
  * those of packages when it is exactly 2 (none when it is 3), with bit 1 /usr/tavo/etc/firewall.d,
  * with TAVO_PORT_CHECK_PORT_FORWARD the rule file of the port-forwarding library. A store that is
  * missing has no side copy. -1 on failure, no side copy being left: 0xD00 for NULL, none of the low
- * four bits in nCheckFlags, or no directory. Other fields are not looked at.
+ * four bits in nCheckFlags, or no directory, and then also after a copy that cannot be made. Other
+ * fields are not looked at. Of a store that is a symbolic link, what it leads to is copied.
  *
  * Only the process that made them finds them again. Runs /bin/rm -rf and /bin/cp -rf. That one of
  * these cannot be run is a failure, that it fails is not: a copy that did not become whole is
@@ -728,19 +732,24 @@ TAVO_API int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
 /* Puts every side copy of such a backup in the place of its store, which is removed first. -1 for
  * the same bad arguments, when /bin/rm -rf or /bin/mv -f cannot be run, and when a folder cannot be
- * removed: its side copy then stays, and stores that follow stay as they are. */
+ * removed, as one that something is mounted on: its side copy then stays, and stores that follow
+ * stay as they are. What is restored has the mode that cp gives it and is the caller's. */
 TAVO_API int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
 /* Removes the side copies of such a backup. -1 for the same bad arguments and when /bin/rm -rf
  * cannot be run. */
 TAVO_API int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
-/* Removes a section from a service file, all or nothing: the stores of TLIBServiceConfBackup are
- * copied first and restored when a later step fails. With bit 1 in nCheckFlags the firewall drops
- * the record of the service first (TLIBFwServRemoveRecWrap); with nRestartMode 2
- * TLIBServiceConfServRestart follows, and once more after a restore that its failure made needed. A
- * file without a section but [global] is deleted. A section, or a file, that is not there counts as
- * removed. pParam is that of TAVOServiceConfRemove, with a section name. */
+/* Removes a section from a service file as a transaction: the stores of TLIBServiceConfBackup are
+ * copied first and restored when a later step fails, those of them of which a whole copy could be
+ * made. With bit 1 in nCheckFlags the firewall drops the record of the service first
+ * (TLIBFwServRemoveRecWrap); with nRestartMode 2 TLIBServiceConfServRestart follows, and once more
+ * after a restore that its failure made needed. A file without a section but [global] is deleted. A
+ * section, or a file, that is not there counts as removed. 0 when it is removed, -1 when not.
+ *
+ * pParam is that of TAVOServiceConfRemove, with a section name. Anything else is refused with
+ * 0xD00; nRestartFlags above 31 are refused by the restart, and undo the removal. Give exactly 1 or
+ * 2 as nLocation: with more bits no service files are copied, and there is no way back. */
 TAVO_API int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
 /* Lets the services take up changed ports: with bit TAVO_RESTART_FIREWALL TAVOFwRuleHupWrap, whose
@@ -750,10 +759,11 @@ TAVO_API int TLIBServiceConfServRestart(int nRestartFlags);
 
 /* Tells the plugins of the group port_config of a changed file (action port_config/update), and
  * reloads the unit tavorelayd if it is active. The arguments are OLD_PORT_CONFIG_CONTENT and
- * NEW_PORT_CONFIG_CONTENT, the texts of the two files ("" for one that does not exist or cannot be
- * read), and NOTIFY_PF and NOTIFY_FW, "1" where port forwarding or the firewall is to act. An empty
- * path for port forwarding sets 0xD00 and sends no content. -1 for NULL (0xD00); anything else that
- * goes wrong is logged only, and gives 0. */
+ * NEW_PORT_CONFIG_CONTENT, with blNotifyPf the texts of the two files ("" for one that does not
+ * exist, and for both when one cannot be read), and NOTIFY_PF and NOTIFY_FW, "1" where port
+ * forwarding or the firewall is to act. An empty path for port forwarding sets 0xD00 and sends no
+ * content. When a plugin fails, the relay daemon is not reloaded. -1 for NULL (0xD00); anything
+ * else that goes wrong is logged only, and gives 0. */
 TAVO_API int TLIBServiceConfUpdateServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify);
 
 /* The same function under another name. */

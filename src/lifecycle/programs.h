@@ -2,6 +2,9 @@
 #ifndef TAVO_SRC_LIFECYCLE_PROGRAMS_H
 #define TAVO_SRC_LIFECYCLE_PROGRAMS_H
 
+#include "support/service_directory.h"
+#include "support/text.h"
+
 namespace tavo {
 
 constexpr char kCopyProgram[] = "/bin/cp";
@@ -11,6 +14,18 @@ constexpr char kMakeDirectoryProgram[] = "/bin/mkdir";
 
 constexpr char kRouterTool[] = "/usr/tavo/sbin/tavoroutertool";
 constexpr char kFirewallTool[] = "/usr/tavo/bin/tavofirewall";
+
+// A path as a program takes it for a path, and not for an option: it may begin with a dash.
+class PathArgument {
+  public:
+    explicit PathArgument(const char *szPath) {
+        PrintText(szPath_, "%s%s", *szPath == '-' ? "./" : "", szPath);
+    }
+    const char *Get() const { return szPath_; }
+
+  private:
+    char szPath_[kPathSize + sizeof("./")];
+};
 
 }  // namespace tavo
 

@@ -4,10 +4,12 @@
 // The copies bear the process id, so that two processes do not mix up theirs. Of the programs that
 // copy, move and remove, only that one cannot be run counts as a failure; how it ends does not, and
 // never has.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 
 #include "lifecycle/programs.h"
@@ -36,9 +38,18 @@ constexpr uint32_t kDirectories = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CO
 struct Store {
     const char *szPath;
     bool chosen;
+    char szPlace[tavo::kPathSize] = "";
     char szCopy[tavo::kPathSize] = "";
 
-    void NameCopy() { tavo::PrintText(szCopy, "%s.tmp.%d", szPath, static_cast<int>(getpid())); }
+    // cp would copy a link and not what it leads to, so a store that is one counts where it lies.
+    void NameCopy() {
+        struct stat entry;
+        if (lstat(szPath, &entry) < 0 || !S_ISLNK(entry.st_mode) ||
+            realpath(szPath, szPlace) == nullptr) {
+            tavo::CopyText(szPlace, szPath);
+        }
+        tavo::PrintText(szCopy, "%s.tmp.%d", szPath, static_cast<int>(getpid()));
+    }
 };
 
 using Stores = std::array<Store, 4>;
@@ -47,11 +58,12 @@ using Stores = std::array<Store, 4>;
 // copied.
 Stores StoresOf(const TAVO_SERVICE_CONF_SET_PARAM &param) {
     const bool files = (param.nCheckFlags & kServiceFiles) != 0;
+    const char *szRules = TAVOPFRuleConfPathGet();
     return {{
         {tavo::kSystemServiceDirectory, files && param.nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM},
         {tavo::kPackageServiceDirectory, files && param.nLocation == TAVO_SERVICE_CONF_DIR_PACKAGE},
         {kFirewallDirectory, (param.nCheckFlags & kFirewallRules) != 0},
-        {TAVOPFRuleConfPathGet(), (param.nCheckFlags & kForwardingRules) != 0},
+        {szRules, szRules != nullptr && (param.nCheckFlags & kForwardingRules) != 0},
     }};
 }
 
@@ -76,6 +88,13 @@ bool IsFolder(const char *szPath) {
     return stat(szPath, &entry) == 0 && S_ISDIR(entry.st_mode);
 }
 
+// Linux 5.8 and later tell; with an older kernel it shows when the folder is still there.
+bool IsMountPoint(const char *szPath) {
+    struct statx entry;
+    return statx(AT_FDCWD, szPath, 0, STATX_TYPE, &entry) == 0 &&
+           (entry.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 bool IsEmpty(const char *szText) {
     return szText == nullptr || *szText == '\0';
 }
@@ -92,16 +111,18 @@ int Replace(const char *szSrc, const char *szDst, bool move) {
         TAVO_LOG_STATE("source/target must both be folder or file");
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    // What cannot be removed whole, as a folder that something is mounted on, must not swallow the
-    // source either.
-    if (RemovePath(szDst) < 0 || IsFolder(szDst)) {
+    // A folder that cannot be removed must not swallow the source, nor, when something is mounted
+    // on it, be emptied in the attempt.
+    if (IsMountPoint(szDst) || RemovePath(szDst) < 0 || IsFolder(szDst)) {
         return TAVO_LOG_STATE("Failed to rm -rf %s", szDst);
     }
+    const tavo::PathArgument from(szSrc);
+    const tavo::PathArgument to(szDst);
     if (move) {
-        const int nStatus = TLIBCExec(tavo::kMoveProgram, "-f", szSrc, szDst, nullptr);
+        const int nStatus = TLIBCExec(tavo::kMoveProgram, "-f", from.Get(), to.Get(), nullptr);
         return nStatus < 0 ? TAVO_LOG_STATE("Failed to mv -f %s %s", szSrc, szDst) : nStatus;
     }
-    const int nStatus = TLIBCExec(tavo::kCopyProgram, "-rf", szSrc, szDst, nullptr);
+    const int nStatus = TLIBCExec(tavo::kCopyProgram, "-rf", from.Get(), to.Get(), nullptr);
     return nStatus < 0 ? TAVO_LOG_STATE("Failed to cp -rf %s %s", szSrc, szDst) : nStatus;
 }
 
@@ -128,10 +149,10 @@ int CopyOrMove(const char *szSrc, const char *szDst, bool move) {
 // does one that did not become whole, on a full disk for one: a restore would put it in the place
 // of the store.
 int CopyStore(const Store &store) {
-    if (!Exists(store.szPath)) {
+    if (!Exists(store.szPlace)) {
         return RemovePath(store.szCopy);
     }
-    const int nStatus = CopyOrMove(store.szPath, store.szCopy, false);
+    const int nStatus = CopyOrMove(store.szPlace, store.szCopy, false);
     return nStatus > 0 ? RemovePath(store.szCopy) : nStatus;
 }
 
@@ -145,7 +166,8 @@ int RemovePath(const char *szPath) {
     if (stat(szPath, &entry) < 0 || !IsFolderOrFile(entry)) {
         return 0;
     }
-    if (TLIBCExec(tavo::kRemoveProgram, "-rf", szPath, nullptr, nullptr) < 0) {
+    if (TLIBCExec(tavo::kRemoveProgram, "-rf", tavo::PathArgument(szPath).Get(), nullptr, nullptr) <
+        0) {
         return TAVO_LOG_STATE("Failed to rm -rf %s", szPath);
     }
     return 0;
@@ -181,9 +203,11 @@ int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
         return -1;
     }
     for (Store &store : StoresOf(*pParam)) {
+        if (!store.chosen) {
+            continue;
+        }
         store.NameCopy();
-        if (store.chosen && Exists(store.szCopy) &&
-            CopyOrMovePath(store.szCopy, store.szPath, 1) < 0) {
+        if (Exists(store.szCopy) && CopyOrMovePath(store.szCopy, store.szPlace, 1) < 0) {
             return -1;
         }
     }
@@ -196,8 +220,11 @@ int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     }
     int nResult = 0;
     for (Store &store : StoresOf(*pParam)) {
+        if (!store.chosen) {
+            continue;
+        }
         store.NameCopy();
-        if (store.chosen && RemovePath(store.szCopy) < 0) {
+        if (RemovePath(store.szCopy) < 0) {
             nResult = -1;
         }
     }

@@ -88,7 +88,9 @@ bool Flush(const char *szPath) {
 
 bool CopyWithModeAndTimes(const char *szSrcPath, const char *szPath) {
     return tavo::IsRegularFile(szSrcPath) &&
-           TLIBCExec(tavo::kCopyProgram, "-f", "-p", szSrcPath, szPath) == 0 && Flush(szPath);
+           TLIBCExec(tavo::kCopyProgram, "-f", "-p", tavo::PathArgument(szSrcPath).Get(), szPath) ==
+               0 &&
+           Flush(szPath);
 }
 
 int Rename(const char *szFrom, const char *szTo) {
