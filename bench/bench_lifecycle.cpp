@@ -22,6 +22,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bench_main.h"
@@ -211,6 +212,11 @@ bool Update() {
     return result >= 0;
 }
 
+template <std::size_t Size>
+void CopyText(char (&field)[Size], std::string_view text) {
+    text.copy(field, Size - 1);
+}
+
 // The port is another one each time, so that there is something to write.
 bool SetSection() {
     static std::uint32_t turn = 0;
@@ -219,17 +225,17 @@ bool SetSection() {
     param.nRestartFlags = TAVO_RESTART_FIREWALL;
     param.nWriteMode = TAVO_WRITE_MODE_SET;
     param.nCheckFlags = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
-    std::strcpy(param.szFileName, kBaseName);
-    std::strcpy(param.szSectionName, "bench");
+    CopyText(param.szFileName, kBaseName);
+    CopyText(param.szSectionName, "bench");
     param.nLocation = TAVO_SERVICE_CONF_DIR_PACKAGE;
     TAVO_SERVICE_CONF_PORT port = {};
     port.nDirection = TAVO_PORT_DIRECTION_DST;
     port.nPortStart = 7001 + ++turn % 2;
     port.nProtocol = TAVO_PROTO_TCP;
     TAVO_SERVICE_CONF_SECTION section = {};
-    std::strcpy(section.szName, "bench");
-    std::strcpy(section.strTitle.szText, "Bench");
-    std::strcpy(section.strDesc.szText, "A service");
+    CopyText(section.szName, "bench");
+    CopyText(section.strTitle.szText, "Bench");
+    CopyText(section.strDesc.szText, "A service");
     section.pDstPorts = &port;
     return TLIBServiceConfSectionSet(&param, &section) == 0;
 }
