@@ -94,6 +94,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         for (const std::string &name : Entries(kPackageServices)) {
             std::filesystem::remove_all(std::string(kPackageServices) + "/" + name);
         }
+        WriteFile(kChatPath, kChat);
         if (before) {
             WriteFile(kGamePath, *before);
         }
@@ -132,10 +133,10 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
     }
 
     // Everything in /tmp and beside the service files that is not there in peace.
-    static std::vector<std::string> Lying() {
+    std::vector<std::string> Lying() const {
         std::vector<std::string> paths;
         for (const std::string &folder : kStores) {
-            for (const std::string &name : Entries(folder)) {
+            for (const std::string &name : folder == "/tmp" ? InTmp() : Entries(folder)) {
                 const std::string path = folder + "/" + name;
                 if (path != kGamePath && !std::regex_match(path, kPeace)) {
                     paths.push_back(path);
@@ -170,20 +171,25 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         return GetParam().before ? !after_ && contents == kFiller : contents == "";
     }
 
-    // The stores that the change only copies are as they were.
-    static void ExpectOtherStoresUntouched() {
+    // The other service file, and the stores that the change only copies, are as they were.
+    static void ExpectAllElseUntouched() {
+        EXPECT_EQ(ReadFile(kChatPath), kChat);
         EXPECT_EQ(ReadFile(kForwardingRules), "# rules\n");
         EXPECT_THAT(Entries("/usr/tavo/etc/firewall.d"), testing::ElementsAre("rules.conf"));
         EXPECT_EQ(ReadFile("/usr/tavo/etc/firewall.d/rules.conf"), "# firewall\n");
     }
 
     static inline const std::string kGamePath = std::string(kPackageServices) + "/game.sc";
+    static inline const std::string kChatPath = std::string(kPackageServices) + "/chat.sc";
+    static inline const std::string kChat =
+        "# not a byte of it changes\n[chat]\ntitle=Chat\ndesc=A chat\ndst.ports=\"7200/tcp\"\n";
     static inline const std::string kWriterFolder = std::string(kPackageServices) + "/.tavo-write";
     static inline const std::vector<std::string> kStores = {
         "/tmp",          "/usr/local/etc/services.d", "/usr/local/etc/services.d/tmp",
         "/usr/tavo/etc", "/usr/tavo/etc/portforward", "/usr/local/etc"};
     static inline const std::regex kPeace{
-        "/usr/local/etc/services\\.d(/tmp)?|/usr/tavo/etc/(services\\.d|firewall\\.d|portforward|"
+        "/usr/local/etc/services\\.d(/tmp|/chat\\.sc)?|/usr/tavo/etc/"
+        "(services\\.d|firewall\\.d|portforward|"
         "portforward/rule\\.conf|firewall_service_mapping_table)"};
     static inline const std::regex kLeftovers{
         "/tmp/servicetool\\.remove\\.game\\.sc\\.[0-9]+|"

@@ -71,18 +71,18 @@ TEST_F(ManyInstalls, ShowAReaderOneWholeVersionEachTime) {
     }
     WriteFile(kGamePath, Version(0));
     for (int i = 0; i < kInstallers; ++i) {
-        StartInstaller(i);
+        ASSERT_GT(StartInstaller(i), 0);
     }
     std::set<std::string> seen;
-    int status = 0;
-    for (int ended = 0; ended < kInstallers;) {
+    for (int running = kInstallers; running > 0;) {
         const std::string version = ReadVersion(kGamePath);
         ASSERT_NE(version, "");
         seen.insert(version);
-        if (waitpid(-1, &status, WNOHANG) > 0) {
-            EXPECT_EQ(status, 0);
-            ++ended;
-        }
+        int status = 0;
+        const pid_t ended = waitpid(-1, &status, WNOHANG);
+        ASSERT_NE(ended, -1);
+        EXPECT_EQ(status, 0);
+        running -= ended > 0 ? 1 : 0;
     }
     EXPECT_GT(seen.size(), 2u);
     const std::string last = ReadVersion(kGamePath);

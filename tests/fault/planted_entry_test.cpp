@@ -100,7 +100,7 @@ class PlantedEntry : public ChangeUnderFire {
         EXPECT_EQ(change.make(), 0);
         EXPECT_THAT(Messages(), testing::ElementsAre());
         EXPECT_NE(GameContents(), kOld);
-        EXPECT_THAT(Entries("/tmp"), testing::ElementsAre());
+        EXPECT_THAT(InTmp(), testing::ElementsAre());
     }
 
     void ExpectNoCopy(const PlantedChange &change) {

@@ -44,7 +44,7 @@ class RefusedChange : public ChangeUnderFire {
         EXPECT_THAT(outcome.trace, testing::HasSubstr("(INJECTED)"));
         ExpectAnswerAgrees(outcome);
         EXPECT_EQ(outcome.left_open, "0");
-        ExpectOtherStoresUntouched();
+        ExpectAllElseUntouched();
         ExpectNextChangeSucceeds(GetParam().change);
         failures_ += outcome.result == 0 ? 0 : 1;
     }
@@ -128,7 +128,7 @@ class FullDiskTest : public ChangeUnderFire {
         EXPECT_EQ(outcome.left_open, "0");
         EXPECT_THAT(outcome.log, testing::HasSubstr(expected.line));
         EXPECT_EQ(GameContents(), kOld);
-        EXPECT_THAT(Entries("/tmp"), testing::ElementsAre());
+        EXPECT_THAT(InTmp(), testing::ElementsAre());
         disk.Grow();
         EXPECT_EQ(Make(expected.change).result, 0);
         EXPECT_NE(GameContents(), kOld);

@@ -1,4 +1,5 @@
 // Removing, copying and moving paths, and the side copies of stores.
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -10,7 +11,6 @@
 namespace tavo::test {
 namespace {
 
-using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -41,6 +41,17 @@ TEST_F(PathRemoval, TakesALinkAndNotWhatItLeadsTo) {
     EXPECT_EQ(RemovePath("/packages/link2"), 0);
     EXPECT_THAT(Entries("/packages"), ElementsAre("file", "folder"));
     EXPECT_THAT(Entries("/packages/folder"), ElementsAre("file", "sub"));
+}
+
+TEST_F(PathRemoval, TakesNoPathForAnOption) {
+    ASSERT_EQ(chdir("/packages"), 0);
+    MakeFolder("-i");
+    for (const char *path : {"--help", "-i"}) {
+        std::filesystem::create_directory(path);
+        EXPECT_EQ(RemovePath(path), 0);
+        EXPECT_THAT(Entries("/packages"), testing::Not(testing::Contains(path)));
+    }
+    EXPECT_THAT(Messages(), IsEmpty());
 }
 
 TEST_F(PathRemoval, LeavesEverythingElse) {
@@ -128,6 +139,18 @@ TEST_F(PathCopy, TrimsBlanksAroundBothPaths) {
     EXPECT_EQ(ReadFile("/packages/my copy"), "file");
     EXPECT_EQ(CopyOrMovePath("/packages/folder", "/packages/with slash/", 0), 0);
     EXPECT_EQ(ReadFile("/packages/with slash/file"), "in /packages/folder");
+}
+
+TEST_F(PathCopy, TakesNoPathForAnOption) {
+    ASSERT_EQ(chdir("/packages"), 0);
+    WriteFile("-t", "changed");
+    EXPECT_EQ(CopyOrMovePath("file", " -t", 0), 0);
+    EXPECT_EQ(ReadFile("-t"), "file");
+    EXPECT_EQ(CopyOrMovePath(" -t", "--help", 0), 0);
+    EXPECT_EQ(CopyOrMovePath("--help", "--version", 1), 0);
+    EXPECT_EQ(ReadFile("--version"), "file");
+    EXPECT_THAT(Entries("/packages"), ElementsAre("--version", "-t", "file", "folder"));
+    EXPECT_THAT(Messages(), IsEmpty());
 }
 
 TEST_F(PathCopy, NeedsTwoPaths) {
@@ -229,6 +252,20 @@ TEST_F(PathCopy, FailsWhenMemoryRunsOut) {
 }
 
 // ---- Side copies ----
+
+// A folder with a file system of its own.
+class Mounted {
+  public:
+    explicit Mounted(const char *folder) : folder_(folder) {
+        EXPECT_EQ(mount("tmpfs", folder, "tmpfs", 0, "size=1m"), 0);
+    }
+    ~Mounted() { umount2(folder_, MNT_DETACH); }
+    Mounted(const Mounted &) = delete;
+    Mounted &operator=(const Mounted &) = delete;
+
+  private:
+    const char *folder_;
+};
 
 class SideCopies : public ServiceFilesTest {
   protected:
@@ -486,6 +523,55 @@ TEST_F(SideCopies, ThatFollowAreNotRestoredAfterAFailure) {
     EXPECT_THAT(Copied(), ElementsAre(kFirewallRules, kForwardingRules));
     EXPECT_THAT(Messages(), ElementsAre("Failed to mv -f " + SideCopyOf(kFirewallRules) + " " +
                                         kFirewallRules + "[0x0000 :N]"));
+}
+
+TEST_F(SideCopies, AreNotRestoredToAStoreThatIsMounted) {
+    const Mounted store(kPackageServices);
+    MakeFolder(kPackageServices);
+    const Param param = ParamOf(4, 2);
+    ASSERT_EQ(TLIBServiceConfBackup(&param), 0);
+    ChangeStores();
+    const Lines before = AllStores();
+    const Programs programs;
+    EXPECT_EQ(TLIBServiceConfRestore(&param), -1);
+    EXPECT_EQ(AllStores(), before);
+    EXPECT_THAT(Copied(), ElementsAre(kPackageServices));
+    EXPECT_THAT(Messages(),
+                ElementsAre("Failed to rm -rf " + std::string(kPackageServices) + "[0x0000 :N]"));
+    EXPECT_THAT(programs.Run(), IsEmpty());
+    EXPECT_EQ(TLIBServiceBackupConfDelete(&param), 0);
+}
+
+TEST_F(SideCopies, AreNotOfTheForwardingRulesWhereTheirPlaceIsUnknown) {
+    const Failing place("TAVOPFRuleConfPathGet");
+    const Lines before = AllStores();
+    const Param param = ParamOf(3, 0);
+    EXPECT_EQ(TLIBServiceConfBackup(&param), 0);
+    EXPECT_THAT(Copied(), ElementsAre(kFirewallRules));
+    ChangeStores();
+    EXPECT_EQ(TLIBServiceConfRestore(&param), 0);
+    EXPECT_EQ(ReadFile(kForwardingRules), "changed");
+    EXPECT_EQ(ReadFile(std::string(kFirewallRules) + "/file"), std::string("in ") + kFirewallRules);
+    EXPECT_EQ(TLIBServiceBackupConfDelete(&param), 0);
+    EXPECT_THAT(Messages(), IsEmpty());
+    EXPECT_EQ(TLIBCErrGet(), 0U);
+}
+
+TEST_F(SideCopies, OfAStoreThatIsALinkAreOfWhatItLeadsTo) {
+    std::filesystem::remove_all(kFirewallRules);
+    MakeFolder("/packages/rules");
+    std::filesystem::create_directory_symlink("/packages/rules", kFirewallRules);
+    const Lines before = Tree("/packages");
+    const Param param = ParamOf(1, 0);
+    EXPECT_EQ(TLIBServiceConfBackup(&param), 0);
+    EXPECT_FALSE(std::filesystem::is_symlink(SideCopyOf(kFirewallRules)));
+    ChangeStores();
+    EXPECT_NE(Tree("/packages"), before);
+    EXPECT_EQ(TLIBServiceConfRestore(&param), 0);
+    EXPECT_EQ(Tree("/packages"), before);
+    EXPECT_TRUE(std::filesystem::is_symlink(kFirewallRules));
+    EXPECT_THAT(Copied(), IsEmpty());
+    std::filesystem::remove(kFirewallRules);
 }
 
 TEST_F(SideCopies, AreDeletedAsFarAsPossible) {

@@ -60,19 +60,17 @@ TEST_F(ServiceConfRemove, HasTwoNames) {
 
 TEST_F(ServiceConfRemove, CopiesAndRemovesTheFileAndTellsItsContent) {
     ActivateRelayDaemon();
-    WriteScript(kPlugin,
-                "ls /usr/local/etc/services.d /tmp > /run/seen\n"
-                "stat -c %a /tmp/* > /run/mode\n"
-                ". /usr/tavo/lib/stand-ins/record");
-    const Programs programs;
+    Programs programs;
+    programs.Before("/bin/systemctl", [&] {
+        EXPECT_THAT(Entries(kPackageServices), IsEmpty());
+        EXPECT_THAT(InTmp(), ElementsAre(BackupName())) << "it stays until all were told";
+        EXPECT_EQ(StateOf("/tmp/" + BackupName()).mode & 07777, 0600U);
+    });
     EXPECT_EQ(Remove(RemovalParam(TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_PORT_FORWARD)), 0);
     EXPECT_THAT(Entries(kPackageServices), IsEmpty());
     EXPECT_THAT(programs.Run(),
                 ElementsAre(kCopied + BackupName(), "/bin/systemctl is-active --quiet tavorelayd",
                             "/bin/systemctl reload tavorelayd"));
-    EXPECT_EQ(ReadFile("/run/seen"), "/tmp:\n" + BackupName() + "\n\n/usr/local/etc/services.d:\n")
-        << "the copy stays until all were told";
-    EXPECT_EQ(ReadFile("/run/mode"), "600\n");
     EXPECT_THAT(Calls(), ElementsAre(kAction, kContent, "< NOTIFY_PF=1", "< NOTIFY_FW=1",
                                      kRelayAsked, kRelayReloaded));
     EXPECT_THAT(Messages(), IsEmpty());
@@ -103,6 +101,27 @@ TEST_F(ServiceConfRemove, TellsWhomTheFlagsNameWhatTheyAskFor) {
         EXPECT_EQ(Calls(), calls) << flags;
         EXPECT_EQ(Messages(), said) << flags;
     }
+}
+
+TEST_F(ServiceConfRemove, TellsOfTheCopyAndWhoIsToActByTheFlags) {
+    const struct {
+        uint32_t flags;
+        std::string told;
+    } cases[] = {
+        {4, "NULL 0 0"},
+        {5, "/tmp/" + BackupName() + " 0 0"},
+        {6, "/tmp/" + BackupName() + " 1 1"},
+        {7, "/tmp/" + BackupName() + " 1 1"},
+    };
+    for (const auto &[flags, told] : cases) {
+        for (const uint32_t others : {0U, 8U, 16U}) {
+            WriteFile(kGameFile, kGame);
+            const Failing notify("TLIBServiceConfRemoveServNotify", told);
+            EXPECT_EQ(Remove(RemovalParam(flags | others)), -1) << (flags | others);
+        }
+    }
+    EXPECT_THAT(Messages(), Each("FAILED to notify"));
+    EXPECT_THAT(Calls(), IsEmpty());
 }
 
 TEST_F(ServiceConfRemove, OfTheSystemsFilesToo) {
@@ -200,7 +219,7 @@ TEST_F(ServiceConfRemove, WritesThroughNoLink) {
 }
 
 TEST_F(ServiceConfRemove, GoesOnWhereCpFails) {
-    for (const int status : {1, 139}) {
+    for (const int status : {1, 139, -2}) {
         WriteFile(kGameFile, kGame);
         std::filesystem::remove("/run/calls/portforward");
         Programs programs;

@@ -167,6 +167,14 @@ TEST_F(SectionSet, AsksForTheDestinationPortsWithTheFlagsAsTheyAre) {
     EXPECT_THAT(Entries(kSystemServices), IsEmpty());
 }
 
+TEST_F(SectionSet, AsksForASectionWhoseNameFillsItsField) {
+    const std::string name(sizeof(param_.szSectionName), 'n');
+    Fill(param_.szSectionName, name);
+    const Failing failing("TLIBIsPortConflict", name + " 8080 tcp 4");
+    EXPECT_EQ(Set(), -1);
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
 TEST_F(SectionSet, RefusesAConflictBeforeAnyFileIsTouched) {
     std::filesystem::remove(kSystemServices);
     SetDstPorts("23,8080/tcp");

@@ -1,5 +1,7 @@
 // Updating an installed service file. What the notification sends is tested with it; here is what
 // an update gives it.
+#include <fcntl.h>
+
 #include <cstring>
 
 #include "failing_allocation.h"
@@ -95,6 +97,18 @@ TEST_F(ServiceConfUpdate, KeepsTheOldContentForItselfUntilAllWereTold) {
     EXPECT_EQ(ReadFile("/run/content"), kGame);
 }
 
+TEST_F(ServiceConfUpdate, OpensFilesForNoProgramThatIsRunAndThroughNoLink) {
+    WriteFile(kGameFile, kGame);
+    const std::string source = Source(kNewGame);
+    const Openings openings;
+    EXPECT_EQ(Update(source), 0);
+    EXPECT_EQ(openings.With(O_CLOEXEC), openings.With(0));
+    const Lines own = {kBackup, kBackup, kGameFile};
+    EXPECT_THAT(openings.With(0), testing::IsSupersetOf(own));
+    EXPECT_THAT(Plain(openings.With(O_NOFOLLOW)),
+                ElementsAre(kBackup, "/usr/local/etc/services.d/tmp/game.sc.XXXXXX"));
+}
+
 TEST_F(ServiceConfUpdate, InstallsWhatIsNotInstalledYet) {
     const Programs programs;
     EXPECT_EQ(Update(Source(kGame)), 0);
@@ -121,6 +135,20 @@ TEST_F(ServiceConfUpdate, GoesOnWhereTheInstallationFails) {
         ElementsAre("portforward port_config/update", Content("OLD_PORT_CONFIG_CONTENT", kGame),
                     Content("NEW_PORT_CONFIG_CONTENT", kGame), "< NOTIFY_PF=1", "< NOTIFY_FW=1"));
     EXPECT_EQ(ErrorState(), "0x700 service_conf_file_verify.cpp");
+}
+
+TEST_F(ServiceConfUpdate, GoesOnWhateverTheCheckOfThePortsGives) {
+    const std::string source = Source(kNewGame);
+    for (const int result : {2, -5}) {
+        StartAnew();
+        WriteFile(kGameFile, kGame);
+        Failing check("TLIBIsConfPortConflict", source);
+        check.Giving(result);
+        EXPECT_EQ(Update(source), 0);
+        EXPECT_EQ(ReadFile(kGameFile), kNewGame);
+        EXPECT_THAT(Messages(), ElementsAre("check " + source + " conf file port conflict failed=" +
+                                            std::to_string(result)));
+    }
 }
 
 TEST_F(ServiceConfUpdate, SaysThatPortsCollide) {

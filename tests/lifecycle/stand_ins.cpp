@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tavopf.h"
 #include "tavopluginsdk.h"
 #include "tavoserviceconf.h"
 
@@ -25,6 +26,7 @@ struct Failure {
     std::string about;
     int error = 0;
     bool once = false;
+    int result = -1;
 };
 Failure g_failure;
 
@@ -32,6 +34,12 @@ std::string g_looked_at;
 std::function<void()> g_look;
 
 std::size_t g_longest_read = SIZE_MAX;
+
+struct Opening {
+    std::string path;
+    int flags;
+};
+std::vector<Opening> *g_openings = nullptr;
 
 struct Answer {
     int result;
@@ -70,6 +78,18 @@ bool Fails(std::string_view function, const char *about = "") {
 const char *Question(const char *skip, const char *ports, const char *protocols, int flags) {
     static char text[4096];
     std::snprintf(text, sizeof(text), "%s %s %s %d", skip, ports, protocols, flags);
+    return text;
+}
+
+// "PATH NOTIFY_FW NOTIFY_PF", in the same way; "" without a record.
+const char *Told(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify) {
+    static char text[4096];
+    if (notify == nullptr) {
+        return "";
+    }
+    std::snprintf(text, sizeof(text), "%s %u %u",
+                  notify->pszConfPath != nullptr ? notify->pszConfPath : "NULL", notify->blNotifyFw,
+                  notify->blNotifyPf);
     return text;
 }
 
@@ -145,6 +165,8 @@ MAY_FAIL(-1, int, TLIBIsPortConflict, Question(skip, ports, protocols, flags),
           TAVO_SERVICE_CONF_PORT **conflicts),
          (skip, ports, protocols, flags, conflicts))
 
+MAY_FAIL(nullptr, const char *, TAVOPFRuleConfPathGet, "", (), ())
+
 MAY_FAIL(-1, int, fsync, "", (int fd), (fd))
 MAY_FAIL(-1, int, unlink, path, (const char *path) noexcept, (path))
 MAY_FAIL(-1, int, TLIBCStrTrimSpace, text, (char *text), (text))
@@ -155,11 +177,11 @@ MAY_FAIL(-1, int, TLIBCFileEnumSection, path, (const char *path, TLIBCSzList **n
 MAY_FAIL(nullptr, TLIBCSzList *, TLIBCSzListAlloc, "", (int capacity), (capacity))
 MAY_FAIL(-1, int, TAVOServiceConfFileVerify, file, (const char *file, const char *directory),
          (file, directory))
-MAY_FAIL(-1, int, TLIBIsConfPortConflict, file,
+MAY_FAIL(g_failure.result, int, TLIBIsConfPortConflict, file,
          (const char *file, TAVO_SERVICE_CONF_PORT **conflicts), (file, conflicts))
 MAY_FAIL(-1, int, TLIBServiceConfUpdateServNotify, "", (const TAVO_SERVICE_CONF_NOTIFY *notify),
          (notify))
-MAY_FAIL(-1, int, TLIBServiceConfRemoveServNotify, "",
+MAY_FAIL(-1, int, TLIBServiceConfRemoveServNotify, Told(notify),
          (const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify), (notify))
 // clang-format on
 
@@ -167,6 +189,9 @@ STAND_IN_FRONT int open(const char *path, int flags, ...) {
     static const auto next = NEXT(open);
     if (Fails("open", path)) {
         return -1;
+    }
+    if (g_openings != nullptr) {
+        g_openings->push_back({path, flags});
     }
     va_list rest;
     va_start(rest, flags);
@@ -213,6 +238,11 @@ Failing &Failing::Once() {
     return *this;
 }
 
+Failing &Failing::Giving(int result) {
+    g_failure.result = result;
+    return *this;
+}
+
 Before::Before(std::string function, std::function<void()> look) {
     g_looked_at = std::move(function);
     g_look = std::move(look);
@@ -228,6 +258,25 @@ ShortReads::ShortReads() {
 
 ShortReads::~ShortReads() {
     g_longest_read = SIZE_MAX;
+}
+
+Openings::Openings() {
+    g_openings = new std::vector<Opening>;
+}
+
+Openings::~Openings() {
+    delete g_openings;
+    g_openings = nullptr;
+}
+
+std::vector<std::string> Openings::With(int flags) const {
+    std::vector<std::string> paths;
+    for (const Opening &opening : *g_openings) {
+        if ((opening.flags & flags) == flags) {
+            paths.push_back(opening.path);
+        }
+    }
+    return paths;
 }
 
 Programs::Programs() {

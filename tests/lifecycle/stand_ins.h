@@ -21,6 +21,9 @@ class Failing {
 
     // From now on only the first call fails.
     Failing &Once();
+
+    // From now on the check of a service file's ports gives this in place of -1.
+    Failing &Giving(int result);
 };
 
 // Calls `look` before each call of that function for as long as this lives.
@@ -39,6 +42,18 @@ class ShortReads {
     ~ShortReads();
     ShortReads(const ShortReads &) = delete;
     ShortReads &operator=(const ShortReads &) = delete;
+};
+
+// The files that are opened for as long as this lives.
+class Openings {
+  public:
+    Openings();
+    ~Openings();
+    Openings(const Openings &) = delete;
+    Openings &operator=(const Openings &) = delete;
+
+    // Those that were opened with all these flags, in order.
+    std::vector<std::string> With(int flags) const;
 };
 
 // The programs that are run for as long as this lives.

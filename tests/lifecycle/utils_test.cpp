@@ -89,6 +89,21 @@ TEST_F(ServiceConfInstaller, TakesNamesAsTheyAre) {
     EXPECT_EQ(ReadFile(source), kGame);
 }
 
+TEST_F(ServiceConfInstaller, TakesNoSourceForAnOption) {
+    const Programs programs;
+    ASSERT_EQ(chdir("/packages"), 0);
+    std::filesystem::create_directory("-tx");
+    for (const char *source : {"--help", "-tx/y", "-"}) {
+        WriteFile(source, kGame);
+        EXPECT_EQ(Install(source), 0) << source;
+        EXPECT_EQ(ReadFile(kGameFile), kGame);
+        EXPECT_EQ(Plain(programs.Run()).back(),
+                  "/bin/cp -f -p ./" + std::string(source) + " " + kCopy);
+        std::filesystem::remove(kGameFile);
+    }
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
 TEST_F(ServiceConfInstaller, TakesNoOtherLocation) {
     const Programs programs;
     const std::string source = Source(kGame);
@@ -185,6 +200,19 @@ TEST_F(ServiceConfInstaller, InstallsWhatCannotBeChecked) {
     EXPECT_EQ(ReadFile(kGameFile), kNewGame);
     EXPECT_THAT(Messages(), ElementsAre("check " + source + " conf file port conflict failed=-1"));
     EXPECT_EQ(ErrorState(), "0x123 check.cpp");
+}
+
+TEST_F(ServiceConfInstaller, TakesAnyOtherResultOfTheCheckForAFailureToo) {
+    const std::string source = Source(kGame);
+    for (const int result : {2, -5}) {
+        StartAnew();
+        Failing check("TLIBIsConfPortConflict", source);
+        check.Giving(result);
+        EXPECT_EQ(Install(source), 0);
+        EXPECT_THAT(Messages(), ElementsAre("check " + source + " conf file port conflict failed=" +
+                                            std::to_string(result)));
+    }
+    EXPECT_EQ(ReadFile(kGameFile), kGame);
 }
 
 TEST_F(ServiceConfInstaller, ChecksWithoutAListToo) {

@@ -1,16 +1,64 @@
 // What reaches which plugins, in which order. The recorder quotes what it reads as for a shell.
+//
+// The locale of these tests has everything in reverse.
+#include <dirent.h>
+#include <linux/capability.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <iterator>
 #include <string_view>
 
 #include "exec_support.h"
 #include "plugin_test.h"
 
+// Symbols of the program come before those of the C library.
+extern "C" __attribute__((visibility("default"))) int strcoll(const char *a,
+                                                              const char *b) noexcept {
+    return std::strcmp(b, a);
+}
+
+extern "C" __attribute__((visibility("default"))) int alphasort(const dirent **a,
+                                                                const dirent **b) noexcept {
+    return strcoll((*a)->d_name, (*b)->d_name);
+}
+
 namespace tavo::test {
 namespace {
 
 namespace fs = std::filesystem;
+
+// Without the right to pass over the permissions of files for as long as this lives; it may be
+// taken up again at any time.
+class WithoutOverride {
+  public:
+    WithoutOverride() {
+        Get(saved_);
+        Capabilities effective;
+        Get(effective);
+        effective[0].effective &= ~(1U << CAP_DAC_OVERRIDE);
+        Set(effective);
+    }
+    ~WithoutOverride() { Set(saved_); }
+    WithoutOverride(const WithoutOverride &) = delete;
+    WithoutOverride &operator=(const WithoutOverride &) = delete;
+
+  private:
+    using Capabilities = __user_cap_data_struct[2];
+
+    static void Get(Capabilities &capabilities) {
+        __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+        EXPECT_EQ(syscall(SYS_capget, &header, capabilities), 0);
+    }
+    static void Set(const Capabilities &capabilities) {
+        __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+        EXPECT_EQ(syscall(SYS_capset, &header, capabilities), 0);
+    }
+
+    Capabilities saved_ = {};
+};
 
 TEST_F(PluginTest, RunsThoseOfTheSystemThenThoseOfPackagesInTheOrderOfTheirBytes) {
     for (const char *name : {"b", "10-b", "a", "Z", ".hidden", "9", "\xC3\xA4"}) {
@@ -34,6 +82,14 @@ TEST_F(PluginTest, PassesOverWhatIsNoExecutable) {
     fs::create_symlink("nowhere", fs::path(kSystemPlugins) / "link-to-nothing");
     mkfifo((std::string(kSystemPlugins) + "/pipe").c_str(), 0755);
     AddRecorder(kSystemPlugins, "plugin");
+    EXPECT_SUCCESS(0, TLIBPluginAction(5, Update().get()));
+    EXPECT_EQ(TakeCalls(), "plugin port_config/update\n");
+}
+
+TEST_F(PluginTest, PassesOverWhatItMayNotRunWithTheRightsThatItHasTakenUp) {
+    AddScript(kSystemPlugins, "of-others", "echo of-others >> /run/calls/all", 0601);
+    AddRecorder(kSystemPlugins, "plugin");
+    const WithoutOverride without;
     EXPECT_SUCCESS(0, TLIBPluginAction(5, Update().get()));
     EXPECT_EQ(TakeCalls(), "plugin port_config/update\n");
 }

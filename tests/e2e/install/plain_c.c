@@ -135,6 +135,70 @@ static int held_ports(void) {
     return 0;
 }
 
+/* Each is refused before it does anything. */
+static int changes(const char *szPath) {
+    const TAVO_SERVICE_CONF_PORT port = {
+        TAVO_PORT_DIRECTION_DST, 0, TAVO_PROTO_TCP, 61000, 0, NULL};
+    TAVO_SERVICE_CONF_SET_PARAM param;
+    TAVO_SERVICE_CONF_SECTION *pSection = NULL;
+    memset(&param, 0, sizeof(param));
+    param.nRestartMode = TAVO_RESTART_MODE_NONE;
+    param.nRestartFlags = TAVO_RESTART_FIREWALL | TAVO_RESTART_RELAY;
+    param.nWriteMode = TAVO_WRITE_MODE_SET;
+    param.nCheckFlags = TAVO_PORT_CHECK_FW_SERVICE;
+    param.nLocation = TAVO_SERVICE_CONF_DIR_PACKAGE;
+    strcpy(param.szFileName, "../plain-c.sc");
+    strcpy(param.szSectionName, "plain-c");
+    EXPECT(TAVOServiceConfSectionGet(szPath, "plain-c", &pSection) == 0);
+    EXPECT(TLIBServiceConfSectionSet(&param, pSection) == -1 && TLIBCErrGet() == 0xD00);
+    TAVOServiceConfSectionFree(pSection);
+    EXPECT(TLIBServiceConfPortsSet(&param, &port) == -1);
+    EXPECT(TAVOServiceConfSectionPortSet(2, param.szFileName, "plain-c", &port) == -1);
+    param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
+    EXPECT(TLIBServiceConfSectionRemove(&param) == -1 && TAVOServiceConfRemove(&param) == -1);
+    EXPECT(TLIBServiceConfRemove(NULL) == -1 && TAVOServiceConfRemoveBaseName("", 2) == -1);
+    EXPECT(TLIBServiceConfRemoveBaseName(NULL, TAVO_SERVICE_CONF_DIR_PACKAGE) == -1);
+    param.nWriteMode = TAVO_WRITE_MODE_NONE;
+    EXPECT(TLIBServiceConfSectionRemove(&param) == -1);
+    return 0;
+}
+
+static int installations(const char *szPath) {
+    const int nBoth = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
+    TAVO_SERVICE_CONF_PORT *pTaken = NULL;
+    TAVO_SERVICE_CONF_NOTIFY notify = {"old", "new", 1, 1};
+    char szInstalled[32];
+    EXPECT(TAVOServiceConfInstall(szPath, nBoth) == -1 && TLIBCErrGet() == 0xD00);
+    EXPECT(TAVOServiceConfInstallBaseName("../plain-c.sc", szPath, 2, &pTaken) == -1);
+    EXPECT(TAVOServiceConfUpdateBaseName("plain-c.sc", szPath, nBoth, &pTaken) == -1);
+    EXPECT(TAVOServiceConfUpdateBaseNameWithoutNotify("plain-c.sc", szPath, nBoth, &pTaken,
+                                                      &notify) == -1);
+    EXPECT(pTaken == NULL && notify.blNotifyFw == 1 && strcmp(notify.szOldConfPath, "old") == 0);
+    EXPECT(ServiceConfInstall(NULL, szPath, 2, &pTaken) == -1);
+    EXPECT(GetInstallPath("a.sc", 2, szInstalled, sizeof(szInstalled)) == 0);
+    EXPECT(strcmp(szInstalled, "/usr/local/etc/services.d/a.sc") == 0);
+    return 0;
+}
+
+static int side_copies(void) {
+    TAVO_SERVICE_CONF_SET_PARAM param;
+    memset(&param, 0, sizeof(param)); /* of no store */
+    EXPECT(TLIBServiceConfBackup(&param) == -1 && TLIBCErrGet() == 0xD00);
+    EXPECT(TLIBServiceConfRestore(&param) == -1 && TLIBServiceBackupConfDelete(&param) == -1);
+    EXPECT(RemovePath("") == -1 && CopyOrMovePath("", "/tmp/plain-c", 1) == -1);
+    return 0;
+}
+
+static int notifications(void) {
+    const TAVO_SERVICE_CONF_REMOVE_NOTIFY removed = {NULL, 0, 0};
+    EXPECT(removed.pszConfPath == NULL && TLIBServiceConfRemoveServNotify(NULL) == -1);
+    EXPECT(TLIBServiceConfUpdateServNotify(NULL) == -1 && TLIBServiceConfServNotify(NULL) == -1);
+    EXPECT(TLIBServiceConfServRestart(0) == -1 && TLIBFwServRemoveRecWrap(NULL) == -1);
+    EXPECT(PluginArgSetFileContent(NULL, "KEY", NULL) == -1);
+    EXPECT(TAVOFwRuleHupWrap() == 0); /* however often the firewall is reloaded */
+    return 0;
+}
+
 static int failures(void) {
     TAVO_SERVICE_CONF *pFiles = NULL;
     EXPECT(TAVOServiceConfGet("/nowhere", &pFiles) == -1 && pFiles == NULL);
@@ -154,5 +218,9 @@ int main(int argc, char **argv) {
     nLine = nLine ? nLine : conflicts(argv[1]);
     nLine = nLine ? nLine : declared_ports();
     nLine = nLine ? nLine : held_ports();
+    nLine = nLine ? nLine : changes(argv[1]);
+    nLine = nLine ? nLine : installations(argv[1]);
+    nLine = nLine ? nLine : side_copies();
+    nLine = nLine ? nLine : notifications();
     return nLine ? nLine : failures();
 }
