@@ -1,15 +1,12 @@
 #include "change_report.h"
 
-#include <sys/statvfs.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
+#include <exception>
 #include <nlohmann/json.hpp>
 
-#include "input_file.h"
 #include "installed_file.h"
 #include "library_log.h"
+#include "side_copies.h"
 #include "text.h"
 
 namespace tavo {
@@ -17,62 +14,16 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr char kUnchanged[] = "nothing was changed";
-
-// What the error codes of the library mean to somebody who changes a file.
-struct ErrorCode {
-    unsigned int code;
-    std::string_view words;
-};
-
-constexpr unsigned int kCannotUse = 0x900;
-
-constexpr ErrorCode kErrorCodes[] = {
-    {0xD00, "the library does not take it"},
-    {0x200, "out of memory"},
-    {0x600, "a path is no folder or regular file"},
-    {0x700, "a file does not exist"},
-    {kCannotUse, "a file cannot be opened or used"},
-    {0x2800, "a file cannot be renamed"},
-    {0x3B00, "a file cannot be copied"},
-    {0x3C00, "a folder cannot be made"},
-    {0xBF00, "it is too long"},
-};
-
-// What keeps a file from being replaced; empty where nothing is seen.
-std::string FolderProblem(const std::string &path) {
-    const std::string folder = path.substr(0, path.rfind('/'));
-    struct statvfs system {};
-    if (access(folder.c_str(), W_OK) != 0) {
-        return ErrorText(errno);
-    }
-    const bool full = statvfs(folder.c_str(), &system) == 0 && system.f_bavail == 0;
-    return full ? ErrorText(ENOSPC) : "";
-}
-
-std::string CodeText(unsigned int code) {
-    const auto known = std::find_if(std::begin(kErrorCodes), std::end(kErrorCodes),
-                                    [code](const ErrorCode &one) { return one.code == code; });
-    return known == std::end(kErrorCodes) ? "the library does not say why"
-                                          : std::string(known->words);
-}
-
-// Why a call failed: the last that the library logged, and what led to it; else what its error code
-// says. A file that could not be written is not logged, though what was read before may be.
-std::string ReasonOf(std::vector<std::string> lines, unsigned int code, const std::string &path) {
-    const std::string problem = code == kCannotUse ? FolderProblem(path) : "";
-    if (!problem.empty()) {
-        return "the folder: " + problem;
-    }
-    lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
-    if (lines.empty()) {
-        return CodeText(code);
-    }
-    return (lines.size() > 1 ? lines[lines.size() - 2] + "; " : "") + lines.back();
-}
-
 std::string_view WhatWasDone(const Change &change) {
-    return !change.before ? "installed" : change.after ? "changed" : "removed";
+    if (change.before) {
+        return change.after ? "changed" : "removed";
+    }
+    return change.section.empty() ? "installed" : "made";
+}
+
+// A change that was given up before its file was found knows only the name.
+bool IsName(const std::string &path) {
+    return path.find('/') == std::string::npos;
 }
 
 Json NamesOf(const std::vector<Hearing> &hearings, bool told) {
@@ -83,6 +34,17 @@ Json NamesOf(const std::vector<Hearing> &hearings, bool told) {
         }
     }
     return names;
+}
+
+// A section that cannot be taken out is put back, and so is the firewall's record of it, of whose
+// removal the firewall may have read.
+std::string FirewallFix(const std::vector<LoggedLine> &lines) {
+    const bool told = std::any_of(lines.begin(), lines.end(), [](const LoggedLine &line) {
+        return line.of_library && (line.text == "Remove service configure section fail!" ||
+                                   line.text == "Restart service fail");
+    });
+    return told ? "write servicetool restart, for the firewall may have read what was put back"
+                : "";
 }
 
 }  // namespace
@@ -109,7 +71,7 @@ void ChangeReport::Add(const std::string &section, const PortQuery &query,
 
 void ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
                           Status status) {
-    report_.TellError(change_.path, std::move(rule), message + ", so " + kUnchanged,
+    report_.TellError(change_.path, std::move(rule), message + std::string(kSoUnchanged),
                       std::move(fix));
     report_.Raise(status);
     AddResult();
@@ -121,10 +83,11 @@ bool ChangeReport::RefusesPorts() {
         return false;
     }
     if (taken_) {
-        Refuse("taken", "its ports are taken", "ask servicetool suggest for ports that are free",
+        Refuse("taken", "its ports are taken", change_.taken_fix,
                unknown_ ? Status::kFailed : Status::kNo);
     } else {
-        Refuse("unknown", "it cannot be told whether its ports are free", "", Status::kFailed);
+        Refuse("unknown", "it cannot be told whether its ports are free", change_.unknown_fix,
+               Status::kFailed);
     }
     return true;
 }
@@ -140,7 +103,7 @@ void ChangeReport::PrintPlan(const std::string &what) {
 }
 
 bool ChangeReport::End(const std::string &text) {
-    report_.Print(text + kUnchanged + ", nobody was told\n");
+    report_.Print(text + std::string(kUnchanged) + ", nobody was told\n");
     AddResult();
     return false;
 }
@@ -156,66 +119,112 @@ bool ChangeReport::Begin(const std::string &what) {
     return change_.dry_run ? End("dry run: ") : true;
 }
 
-void ChangeReport::Do(const std::function<int()> &call) {
+// What is thrown by the call is thrown before the library changes anything.
+Outcome ChangeReport::Call(const std::function<int()> &call) {
+    Outcome outcome;
     TLIBCErrSetEx(0, nullptr, 0);
     ChangeLog log;
-    const int result = call();
-    const unsigned int code = TLIBCErrGet();
-    const std::vector<std::string> lines = log.End();
-    if (!TellFailure(result, code, lines)) {
-        TellListeners(lines);
+    try {
+        outcome.result = call();
+    } catch (const std::exception &error) {
+        outcome.problem = LowerFirst(error.what());
+    }
+    outcome.code = TLIBCErrGet();
+    outcome.lines = log.End();
+    return outcome;
+}
+
+// Nothing that is thrown comes out: who sees it would take it that nothing was changed.
+void ChangeReport::Do(const std::function<int()> &call) {
+    try {
+        TellOutcome(Call(call));
+    } catch (const std::exception &error) {
+        TellFailed("cannot tell what came of the change: " + LowerFirst(error.what()),
+                   "look at what the file holds now");
     }
     AddResult();
 }
 
-// The library does not notice every write that fails, so the file itself is asked.
-bool ChangeReport::TellFailure(int result, unsigned int code,
-                               const std::vector<std::string> &lines) {
-    if (change_.path.empty()) {
-        return false;
+// A call that fails has told nobody; in all others people were told, whatever became of the file.
+void ChangeReport::TellOutcome(const Outcome &outcome) {
+    if (!change_.path.empty()) {
+        TellFile(outcome);
     }
-    const FileText now = TextOf(change_.path);
-    changed_ = now != change_.before;
-    if (result >= 0 && now == change_.after) {
-        report_.Print(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)) + '\n');
-        return false;
+    if (change_.path.empty() || outcome.result >= 0) {
+        TellListeners(outcome.lines);
     }
-    const char *state = !changed_              ? "nothing was changed"
-                        : now == change_.after ? "but the file is changed all the same"
-                                               : "and the file is now something else";
-    report_.TellError(change_.path, "failed",
-                      "failed: " + ReasonOf(lines, code, change_.path) + "; " + state);
-    report_.Raise(Status::kFailed);
-    return true;
+    TellSideCopies();
 }
 
-void ChangeReport::TellListeners(const std::vector<std::string> &lines) {
+// The library does not notice every write that fails, so the file itself is asked.
+void ChangeReport::TellFile(const Outcome &outcome) {
+    const FileText now = TextOf(change_.path);
+    changed_ = now != change_.before;
+    const bool as_planned = now == change_.after;
+    if (outcome.result >= 0 && as_planned) {
+        report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
+        return;
+    }
+    if (outcome.result >= 0 && changed_) {
+        TellFailed("somebody else changed it meanwhile", "look at it, and make the change again");
+        return;
+    }
+    const std::string reason = LowerFirst(ReasonOf(outcome, change_.path));
+    if (!changed_) {
+        TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
+                   FirewallFix(outcome.lines));
+    } else if (as_planned) {
+        TellFailed(reason + "; the file is changed all the same", "write servicetool restart");
+    } else {
+        TellFailed(reason + "; somebody else changed the file meanwhile",
+                   "look at it, and make the change again");
+    }
+}
+
+void ChangeReport::TellFailed(std::string message, std::string fix) {
+    report_.TellError(change_.path, "failed", std::move(message), std::move(fix));
+    report_.Raise(Status::kFailed);
+}
+
+void ChangeReport::Warn(std::string file, std::string rule, std::string message, std::string fix) {
+    report_.Tell({std::move(file),
+                  0,
+                  0,
+                  Severity::kWarning,
+                  std::move(rule),
+                  std::move(message),
+                  std::move(fix),
+                  {}});
+    report_.Raise(Status::kFailed);
+}
+
+void ChangeReport::TellListeners(const std::vector<LoggedLine> &lines) {
     hearings_ = HearingsOf(change_.listeners, lines);
     std::vector<Listener> told;
     for (const Hearing &hearing : hearings_) {
         if (hearing.told) {
             told.push_back(hearing.listener);
-            continue;
+        } else {
+            Warn("", "not-told", NotToldText(hearing),
+                 NotToldFix(hearing.listener, !change_.after));
         }
-        report_.Tell({"",
-                      0,
-                      0,
-                      Severity::kWarning,
-                      "not-told",
-                      ListenersText({hearing.listener}) + " was not told: " + hearing.reason,
-                      "",
-                      {}});
-        report_.Raise(Status::kFailed);
     }
     if (!told.empty()) {
-        report_.Print("told " + ListenersText(told) + '\n');
+        report_.PrintDone("told " + ListenersText(told));
+    }
+}
+
+void ChangeReport::TellSideCopies() {
+    for (const SideCopy &copy : SideCopiesLeft()) {
+        Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
+             "see that " + copy.original + " is whole, and remove the copy");
     }
 }
 
 void ChangeReport::AddResult() {
     Json json = {{"operation", change_.operation},
                  {"file", TextOrNull(change_.path.substr(change_.path.rfind('/') + 1))},
-                 {"path", TextOrNull(change_.path)},
+                 {"path", TextOrNull(IsName(change_.path) ? "" : change_.path)},
                  {"section", TextOrNull(change_.section)},
                  {"dry_run", change_.dry_run},
                  {"changed", changed_},

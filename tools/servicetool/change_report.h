@@ -9,7 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "change_failure.h"
 #include "conflict_output.h"
+#include "library_log.h"
 #include "listeners.h"
 #include "port_sources.h"
 #include "report.h"
@@ -26,6 +28,8 @@ struct Change {
     std::vector<Listener> listeners;  // who is to be told
     bool dry_run = false;
     bool force = false;  // go on past ports that are taken, or may be
+    std::string taken_fix = "ask servicetool suggest for ports that are free";
+    std::string unknown_fix = {};  // where it cannot be told whether they are
 };
 
 class ChangeReport {
@@ -50,13 +54,20 @@ class ChangeReport {
     // Does it by calls of the library, which give -1 for a failure, and tells what came of it.
     void Do(const std::function<int()> &call);
 
+    // Adds the result of the change as far as it came. The above do so, too, where they end it.
+    void AddResult();
+
   private:
     bool RefusesPorts();
     void PrintPlan(const std::string &what);
     bool End(const std::string &text);
-    bool TellFailure(int result, unsigned int code, const std::vector<std::string> &lines);
-    void TellListeners(const std::vector<std::string> &lines);
-    void AddResult();
+    Outcome Call(const std::function<int()> &call);
+    void TellOutcome(const Outcome &outcome);
+    void TellFile(const Outcome &outcome);
+    void TellFailed(std::string message, std::string fix);
+    void TellListeners(const std::vector<LoggedLine> &lines);
+    void TellSideCopies();
+    void Warn(std::string file, std::string rule, std::string message, std::string fix);
 
     Change change_;
     Report &report_;

@@ -11,8 +11,10 @@
 #include "change_report.h"
 #include "check_file.h"
 #include "commands.h"
+#include "file_remarks.h"
 #include "input_file.h"
 #include "installed_file.h"
+#include "left_copies.h"
 #include "linted_file.h"
 #include "port_sources.h"
 #include "private_folder.h"
@@ -29,6 +31,21 @@ std::string NameOf(const InstallOptions &options) {
     return options.name.empty() ? std::filesystem::path(options.source).filename().string()
                                 : options.name;
 }
+
+// What tells the two commands from each other.
+struct Placement {
+    std::string_view operation;
+    bool is_new;  // the file is not to be installed yet
+    const char *rule;
+    const char *refusal;
+    const char *fix;
+};
+
+constexpr Placement kInstall = {"install", true, "installed",
+                                "a file of that name is installed already",
+                                "write servicetool update"};
+constexpr Placement kUpdate = {"update", false, "not-found", "no file of that name is installed",
+                               "write servicetool install"};
 
 // The library is handed a path that cp cannot take for an option. Of standard input it is a copy.
 std::string PathOf(const InstallOptions &options, const LintedFile &source,
@@ -51,6 +68,7 @@ Change ChangeOf(std::string_view operation, const InstallOptions &options,
         .listeners = {Listener::kPlugins, Listener::kRelay},
         .dry_run = options.dry_run,
         .force = options.force,
+        .unknown_fix = "add --force to go on all the same",
     };
 }
 
@@ -109,56 +127,67 @@ FolderChoice FolderOf(const InstallOptions &options, bool is_new) {
 // Everything that is to be known of both sides of the change; false when that cannot be.
 bool LookAt(const InstallOptions &options, bool is_new, InstalledFile &file, LintedFile &source,
             Report &report) {
-    return CheckFileName(NameOf(options), report) && LintAndTell(options.source, source, report) &&
-           FindInstalledFile(NameOf(options), FolderOf(options, is_new), Missing::kAllow, file,
-                             report);
+    return CheckFileName(NameOf(options), report) &&
+           LintAndTell(options.source, source, report,
+                       "name a file that can be read, or - for standard input") &&
+           FindInstalledFile(NameOf(options), FolderOf(options, is_new), Missing::kAllow,
+                             options.dry_run, file, report);
 }
 
-void Place(const InstallOptions &options, const InstalledFile &file, const LintedFile &source,
-           ChangeReport &change, Report &report) {
+bool Allows(const Placement &placement, const InstalledFile &file, const LintedFile &source,
+            ChangeReport &change) {
+    if (file.text.has_value() == placement.is_new) {
+        change.Refuse(placement.rule, placement.refusal, placement.fix);
+        return false;
+    }
     if (source.lint.errors != 0) {
         change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
+        return false;
+    }
+    return true;
+}
+
+std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {
+    return file.text ? "replace by " + Escaped(source.name) + LinkRemark(file.path, OfLink::kItself)
+                     : "install " + Escaped(source.name);
+}
+
+// A copy of standard input is made when everything is said, and gone when the library has it: a
+// reader who hangs up in between leaves nothing behind.
+void Place(const Placement &placement, const InstallOptions &options, Report &report) {
+    InstalledFile file;
+    LintedFile source;
+    if (!LookAt(options, placement.is_new, file, source, report)) {
         return;
+    }
+    ChangeReport change(ChangeOf(placement.operation, options, file, source), report);
+    if (!Allows(placement, file, source, change)) {
+        return;
+    }
+    if (placement.is_new) {
+        WarnOfNewName(file.name, "write --as", report);
     }
     AskForPorts(file, source, change, report);
-    if (!change.Begin((file.text ? "replace by " : "install ") + Escaped(source.name))) {
+    if (!change.Begin(WhatIsDone(file, source))) {
         return;
     }
-    std::unique_ptr<PrivateFolder> folder;
-    const std::string path = PathOf(options, source, folder);
-    change.Do([&] { return file.text ? CallUpdate(file, path) : CallInstall(file, path); });
+    const LeftCopies copies(file);
+    change.Do([&] {
+        std::unique_ptr<PrivateFolder> folder;
+        const std::string path = PathOf(options, source, folder);
+        return file.text ? CallUpdate(file, path) : CallInstall(file, path);
+    });
+    copies.Tell(report);
 }
 
 }  // namespace
 
 void Install(const InstallOptions &options, Report &report) {
-    InstalledFile file;
-    LintedFile source;
-    if (!LookAt(options, true, file, source, report)) {
-        return;
-    }
-    ChangeReport change(ChangeOf("install", options, file, source), report);
-    if (file.text) {
-        change.Refuse("installed", "a file of that name is installed already",
-                      "write servicetool update");
-        return;
-    }
-    Place(options, file, source, change, report);
+    Place(kInstall, options, report);
 }
 
 void Update(const InstallOptions &options, Report &report) {
-    InstalledFile file;
-    LintedFile source;
-    if (!LookAt(options, false, file, source, report)) {
-        return;
-    }
-    ChangeReport change(ChangeOf("update", options, file, source), report);
-    if (!file.text) {
-        change.Refuse("not-found", "no file of that name is installed",
-                      "write servicetool install");
-        return;
-    }
-    Place(options, file, source, change, report);
+    Place(kUpdate, options, report);
 }
 
 }  // namespace tavo

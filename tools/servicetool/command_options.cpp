@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <iterator>
-#include <string_view>
 #include <vector>
 
 #include "command_words.h"
+#include "file_options.h"
 #include "input_file.h"
 #include "option_kinds.h"
 #include "output_file.h"
@@ -62,21 +62,6 @@ constexpr char kPortsExamples[] = R"(Examples:
   servicetool ports --conflicts          ports that two have a claim to
   servicetool ports --map                all of them in a picture
   servicetool ports --svg ports.svg      the picture for a browser)";
-
-constexpr char kInstallExamples[] = R"(Examples:
-  servicetool install mypackage.sc       for a package
-  servicetool install --dry-run mypackage.sc
-  servicetool install --as mypackage.sc build/services.txt
-  generate-services | servicetool install --as mypackage.sc -)";
-
-constexpr char kUpdateExamples[] = R"(Examples:
-  servicetool update mypackage.sc        replaces the installed mypackage.sc
-  servicetool update --dry-run --force mypackage.sc
-  servicetool update --as mypackage.sc build/services.txt)";
-
-constexpr char kRemoveExamples[] = R"(Examples:
-  servicetool remove mypackage.sc
-  servicetool remove --dry-run --package mypackage.sc)";
 
 constexpr unsigned int kMostSuggestions = 1000;
 
@@ -186,30 +171,6 @@ void AddPorts(CLI::App &app, CommandOptions &options) {
     AddNoLegend(command, ports.no_legend, "Leave the header or the legend out");
 }
 
-void AddInstall(CLI::App &app, CommandOptions &options, const char *name, const char *purpose,
-                const char *examples) {
-    InstallOptions &install = options.install;
-    CLI::App &command = AddCommand(app, options, name, purpose, examples);
-    command.add_option("FILE", install.source, "A service file; - is standard input")
-        ->option_text(" ")
-        ->required();
-    AddText(command, "--as", install.name, "NAME", "Its name there; else its own");
-    AddFolder(command, install.folder);
-    AddFlag(command, "--force", install.force, "Go on where ports are taken");
-    AddDryRun(command, install.dry_run);
-}
-
-void AddRemove(CLI::App &app, CommandOptions &options) {
-    RemoveOptions &remove = options.remove;
-    CLI::App &command =
-        AddCommand(app, options, "remove", "Remove an installed service file", kRemoveExamples);
-    command.add_option("FILE", remove.name, "The name of an installed file")
-        ->option_text(" ")
-        ->required();
-    AddFolder(command, remove.folder);
-    AddDryRun(command, remove.dry_run);
-}
-
 using TextLists = std::vector<std::vector<std::string> *>;
 
 TextLists ListsOf(CommandOptions &options) {
@@ -219,14 +180,14 @@ TextLists ListsOf(CommandOptions &options) {
 }
 
 void TakeOffGuards(CommandOptions &options) {
-    for (std::string *text :
-         {&options.show_target, &options.suggest.protocols, &options.suggest_count,
-          &options.suggest_near, &options.ports.svg, &options.install.source, &options.install.name,
-          &options.remove.name}) {
+    for (std::string *text : {&options.show_target, &options.suggest.protocols,
+                              &options.suggest_count, &options.suggest_near, &options.ports.svg}) {
         *text = Unguarded(*text);
     }
-    for (std::string *text : SectionTexts(options)) {
-        *text = Unguarded(*text);
+    for (const auto &texts : {FileTexts(options), SectionTexts(options)}) {
+        for (std::string *text : texts) {
+            *text = Unguarded(*text);
+        }
     }
     for (auto *list : ListsOf(options)) {
         std::transform(list->begin(), list->end(), list->begin(), Unguarded);
@@ -278,19 +239,6 @@ UsageProblem TakeSuggest(const CLI::App &command, CommandOptions &options) {
     return {};
 }
 
-UsageProblem ProblemOfInstall(const CLI::App &command, const InstallOptions &install) {
-    if (install.source.empty()) {
-        return {"a name is empty", ""};
-    }
-    if (command.count("--as") != 0 && install.name.empty()) {
-        return {"--as needs the name of a file", ""};
-    }
-    if (install.source == kStandardInput && install.name.empty()) {
-        return {"standard input has no name", "write --as NAME"};
-    }
-    return ProblemOfFolder(install.folder);
-}
-
 // Standard output holds one thing, by whatever name it is asked for.
 UsageProblem TakePorts(const CLI::App &command, CommandOptions &options) {
     PortsOptions &ports = options.ports;
@@ -321,9 +269,7 @@ void AddCommands(CLI::App &app, CommandOptions &options) {
     AddSuggest(app, options);
     AddWhy(app, options);
     AddPorts(app, options);
-    AddInstall(app, options, "install", "Install a service file", kInstallExamples);
-    AddInstall(app, options, "update", "Replace an installed service file", kUpdateExamples);
-    AddRemove(app, options);
+    AddFileCommands(app, options);
     AddSectionCommands(app, options);
 }
 
@@ -349,47 +295,11 @@ UsageProblem TakeAsMeant(const CLI::App &command, CommandOptions &options) {
     if (ChangesSections(command)) {
         return ProblemOfSectionCommand(command, options);
     }
-    return name == "check"                         ? ProblemOfCheck(options.check)
-           : name == "suggest"                     ? TakeSuggest(command, options)
-           : name == "ports"                       ? TakePorts(command, options)
-           : name == "remove"                      ? ProblemOfFolder(options.remove.folder)
-           : name == "install" || name == "update" ? ProblemOfInstall(command, options.install)
-                                                   : ProblemOfFiles(options.lint.files);
-}
-
-void Run(const CLI::App &command, const CommandOptions &options, Report &report) {
-    const std::string &name = command.get_name();
-    if (name == "list") {
-        List(options.list, report);
-    } else if (name == "show") {
-        Show(options.show_target, report);
-    } else if (name == "lint") {
-        Lint(options.lint, report);
-    } else if (name == "services") {
-        Services(options.services, report);
-    } else if (name == "check") {
-        Check(options.check, report);
-    } else if (name == "suggest") {
-        Suggest(options.suggest, report);
-    } else if (name == "why") {
-        Why(options.why, report);
-    } else if (name == "ports") {
-        Ports(options.ports, report);
-    } else if (name == "install") {
-        Install(options.install, report);
-    } else if (name == "update") {
-        Update(options.install, report);
-    } else if (name == "remove") {
-        Remove(options.remove, report);
-    } else if (name == "set") {
-        Set(options.set, report);
-    } else if (name == "set-ports") {
-        SetPorts(options.set_ports, report);
-    } else if (name == "remove-section") {
-        RemoveSection(options.remove_section, report);
-    } else {
-        Restart(options.restart, report);
-    }
+    return name == "check"         ? ProblemOfCheck(options.check)
+           : name == "suggest"     ? TakeSuggest(command, options)
+           : name == "ports"       ? TakePorts(command, options)
+           : ChangesFiles(command) ? ProblemOfFileCommand(command, options)
+                                   : ProblemOfFiles(options.lint.files);
 }
 
 }  // namespace tavo

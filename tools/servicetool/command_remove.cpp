@@ -1,12 +1,15 @@
 // servicetool remove: an installed file goes, and all services with it.
 #include <string>
+#include <system_error>
 
 #include "change_report.h"
 #include "commands.h"
+#include "file_remarks.h"
 #include "input_file.h"
 #include "installed_file.h"
 #include "library_log.h"
 #include "library_owners.h"
+#include "private_folder.h"
 #include "service_file.h"
 #include "text.h"
 
@@ -31,11 +34,25 @@ std::string ServicesText(const std::string &text) {
     return names.empty() ? "remove, without a service that can be read" : "remove with " + names;
 }
 
+// The plugins get the content from a copy in /tmp. Without one the library removes the file all the
+// same, and they would never learn which ports went away.
+bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
+    try {
+        PrivateFolder().Make(file.name, *file.text);
+        return true;
+    } catch (const std::system_error &error) {
+        change.Refuse("failed", "no copy can be made for the plugins: " + std::string(error.what()),
+                      "see that /tmp can be written", Status::kFailed);
+        return false;
+    }
+}
+
 }  // namespace
 
 void Remove(const RemoveOptions &options, Report &report) {
     InstalledFile file;
-    if (!FindInstalledFile(options.name, options.folder, Missing::kRefuse, file, report)) {
+    if (!FindInstalledFile(options.name, options.folder, Missing::kRefuse, options.dry_run, file,
+                           report)) {
         return;
     }
     ChangeReport change({.operation = "remove",
@@ -46,7 +63,8 @@ void Remove(const RemoveOptions &options, Report &report) {
                          .listeners = {Listener::kPlugins, Listener::kRelay},
                          .dry_run = options.dry_run},
                         report);
-    if (change.Begin(ServicesText(*file.text))) {
+    const std::string what = ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself);
+    if (change.Begin(what) && CanBeKept(file, change)) {
         change.Do([&file] {
             return TAVOServiceConfRemoveBaseName(file.name.c_str(), file.folder.selector);
         });

@@ -1,5 +1,6 @@
 // servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
 #include "commands.h"
+#include "file_remarks.h"
 #include "section_target.h"
 #include "staged_section.h"
 
@@ -23,9 +24,11 @@ void RemoveSection(const SectionOptions &options, Report &report) {
     Change plan = ChangeOf("remove-section", target, options,
                            WithoutSection(target.file.text, target.section));
     plan.listeners = ListenersOf(Listener::kFirewall, options);
-    const std::string what =
-        plan.after ? "remove section [" + target.section + ']'
-                   : "remove it with section [" + target.section + "], its last service";
+    const std::string what = plan.after ? "remove section [" + target.section + ']' +
+                                              LinkRemark(target.file.path, OfLink::kTarget)
+                                        : "remove it with section [" + target.section +
+                                              "], its last service" +
+                                              LinkRemark(target.file.path, OfLink::kItself);
     TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
     param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
     param.nCheckFlags = kTouched;

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "commands.h"
+#include "file_remarks.h"
 #include "section_queries.h"
 #include "section_target.h"
 #include "staged_section.h"
@@ -111,7 +112,8 @@ bool NewSection::SetReference(const char *option, const std::string &text,
     }
     TAVO_SERVICE_CONF_STRING read{};
     TAVOServiceConfServiceStringGet(text.c_str(), &read);
-    if (ReferenceText(read) != text || text.find('\n') != std::string::npos) {
+    const bool whole = *read.szSection != '\0' && *read.szKey != '\0';
+    if (!whole || ReferenceText(read) != text || text.find('\n') != std::string::npos) {
         report_.TellUsage(
             std::string(option) + " takes SOURCE:SECTION:KEY or SECTION:KEY, not " + Quoted(text),
             "");
@@ -141,7 +143,7 @@ std::string WhatIsDone(const SectionTarget &target) {
     const char *what = !target.file.text ? "make it, with section ["
                        : target.present  ? "change section ["
                                          : "add section [";
-    return what + target.section + ']';
+    return what + target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
 }
 
 }  // namespace
@@ -154,6 +156,9 @@ void Set(const SetOptions &options, Report &report) {
     const OwnedSection section = NewSection(options, target, report).Make();
     if (section == nullptr) {
         return;
+    }
+    if (!target.file.text) {
+        WarnOfNewName(target.file.name, "write", report);
     }
     const PortQuery query = QueryOf(section->pDstPorts);
     section->pDstPorts = Reversed(section->pDstPorts);

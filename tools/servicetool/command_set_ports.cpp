@@ -1,5 +1,6 @@
 // servicetool set-ports.
 #include "commands.h"
+#include "file_remarks.h"
 #include "section_queries.h"
 #include "section_target.h"
 #include "staged_section.h"
@@ -20,9 +21,13 @@ void SetPorts(const SetPortsOptions &options, Report &report) {
     Change plan =
         ChangeOf("set-ports", target, options, WithPorts(target.file.text, target.section, *ports));
     plan.listeners = ListenersOf(Listener::kRouter, options);
+    if (options.source) {
+        plan.taken_fix = "use servicetool set --src-ports, which does not compare them";
+    }
     ChangeReport change(std::move(plan), report);
     const std::string what = "set " + std::string(options.source ? "src" : "dst") +
-                             ".ports of section [" + target.section + ']';
+                             ".ports of section [" + target.section + ']' +
+                             LinkRemark(target.file.path, OfLink::kTarget);
     if (CheckSection(target, query, change, report) && change.Begin(what)) {
         change.Do([&] { return TLIBServiceConfPortsSet(&param, ports.get()); });
     }

@@ -3,7 +3,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -12,6 +16,11 @@
 
 namespace tavo {
 namespace {
+
+// The library keeps copies by names that hold the file's: this is the longest, with the highest
+// process id of all. Where that is no name of a file, it would go on without the copy.
+constexpr std::string_view kLongestDecoration = "servicetool.remove..4194304";
+constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration.size();
 
 // Why the text names no file of a service folder; empty when it may.
 std::string NameProblem(const std::string &name) {
@@ -24,8 +33,8 @@ std::string NameProblem(const std::string &name) {
     if (name.find('/') != std::string::npos) {
         return "is a path";
     }
-    if (name.size() > NAME_MAX) {
-        return "is longer than " + std::to_string(NAME_MAX) + " bytes";
+    if (name.size() > kLongestName) {
+        return "is longer than " + std::to_string(kLongestName) + " bytes";
     }
     return std::any_of(name.begin(), name.end(), is_control) ? "holds a control byte" : "";
 }
@@ -33,6 +42,11 @@ std::string NameProblem(const std::string &name) {
 bool Exists(const std::string &path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0;
+}
+
+bool LeadsNowhere(const std::string &path) {
+    struct stat status {};
+    return Exists(path) && stat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
 std::string PathIn(const ServiceFolder &folder, const std::string &name) {
@@ -46,26 +60,51 @@ std::vector<ServiceFolder> Candidates(const FolderChoice &choice) {
                                            : kEveryServiceFolder);
 }
 
+// A name in the folder that is the same but for case, or for an ending that was left out; empty
+// where there is none.
+std::string MeantName(const ServiceFolder &folder, const std::string &name) {
+    std::string meant;
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder.path, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string other = entry->path().filename();
+        if (LowerCase(other) == LowerCase(name) || LowerCase(other) == LowerCase(name + ".sc")) {
+            meant = std::max(meant, other);
+        }
+    }
+    return meant;
+}
+
 bool TellMissing(const std::string &name, const std::vector<ServiceFolder> &folders,
                  Report &report) {
     std::string paths;
     std::string fix;
     for (const ServiceFolder &folder : folders) {
         paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
-        if (Exists(PathIn(folder, name + ".sc"))) {
-            fix = "write " + name + ".sc";
-        }
+        const std::string meant = MeantName(folder, name);
+        fix = meant.empty() ? fix : "write " + meant;
     }
-    report.TellError(name, "not-found", "is not installed in " + paths + ", so nothing was changed",
+    report.TellError(name, "not-found", "is not installed in " + paths + std::string(kSoUnchanged),
                      std::move(fix));
     report.Raise(Status::kNo);
     return false;
 }
 
+bool Lock(const std::string &name, InstalledFile &file, Report &report) {
+    if (!file.lock.Take()) {
+        report.TellError(name, "busy", "another change is under way" + std::string(kSoUnchanged),
+                         "wait for its end, and try again");
+        report.Raise(Status::kFailed);
+        return false;
+    }
+    return true;
+}
+
 bool Read(InstalledFile &file, Report &report) {
     FileContents contents = ReadRegularFile(file.path);
     if (!contents.problem.empty()) {
-        report.TellError(file.path, "unreadable", contents.problem);
+        report.TellError(file.path, "unreadable", contents.problem + std::string(kSoUnchanged),
+                         LeadsNowhere(file.path) ? "remove the link, which leads nowhere" : "");
         report.Raise(Status::kFailed);
         return false;
     }
@@ -85,12 +124,8 @@ bool CheckFileName(const std::string &name, Report &report) {
 }
 
 bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
-                       InstalledFile &file, Report &report) {
-    if (choice.system && choice.package) {
-        report.TellUsage("--system and --package exclude each other", "");
-        return false;
-    }
-    if (!CheckFileName(name, report)) {
+                       bool dry_run, InstalledFile &file, Report &report) {
+    if (!CheckFileName(name, report) || (!dry_run && !Lock(name, file, report))) {
         return false;
     }
     const std::vector<ServiceFolder> folders = Candidates(choice);

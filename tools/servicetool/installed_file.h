@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "change_lock.h"
 #include "report.h"
 #include "service_file.h"
 #include "unified_diff.h"
@@ -20,17 +21,19 @@ struct InstalledFile {
     std::string name;  // plain, "chat.sc"
     ServiceFolder folder{};
     std::string path;
-    FileText text;  // none where the file is not installed
+    FileText text;    // none where the file is not installed
+    ChangeLock lock;  // taken unless the change is a dry run
 };
 
 // What a file that is not installed is: a mistake, or one that is to be made, in the folder of
 // packages unless another is asked for.
 enum class Missing { kRefuse, kAllow };
 
-// Looks for the file. False when it is not what the command can work on: its name is not plain, it
-// is missing, in both folders, or cannot be read. That is told and raises the status.
+// Looks for the file, which nobody else changes from then on unless this is a dry run. False when
+// it is not what the command can work on: its name is not plain, it is missing, in both folders, or
+// cannot be read, or another change does not end. That is told and raises the status.
 bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
-                       InstalledFile &file, Report &report);
+                       bool dry_run, InstalledFile &file, Report &report);
 
 // Whether a text is the plain name of a file, which is told unless it is, and raises the status.
 bool CheckFileName(const std::string &name, Report &report);

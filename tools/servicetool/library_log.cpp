@@ -17,7 +17,6 @@ namespace tavo {
 namespace {
 
 constexpr std::string_view kPrefix = "log: ";
-constexpr std::string_view kIdent = "servicetool: ";  // what LOG_PERROR puts in front of a line
 
 // What the library never writes, so that outside of a LibraryLog it is silent.
 constexpr int kQuiet = LOG_MASK(LOG_EMERG);
@@ -35,46 +34,60 @@ std::string ContentsOf(int descriptor) {
     return contents;
 }
 
-std::string_view WithoutIdent(std::string_view line) {
-    return line.starts_with(kIdent) ? line.substr(kIdent.size()) : line;
+// What LOG_PERROR and LOG_PID put in front of a line of our own process. Programs that the library
+// runs may print anything but that.
+const std::string &Ident() {
+    static const std::string ident = "servicetool[" + std::to_string(getpid()) + "]: ";
+    return ident;
 }
 
-std::vector<std::string> LinesOf(std::string_view text) {
-    std::vector<std::string> lines;
+// A program may end without a newline, and the library's next line then stands behind its last.
+void AddLine(std::vector<LoggedLine> &lines, std::string_view line) {
+    const std::size_t ident = line.find(Ident());
+    if (ident != 0) {
+        lines.push_back({std::string(line.substr(0, ident)), false});
+    }
+    if (ident != std::string_view::npos) {
+        lines.push_back({std::string(line.substr(ident + Ident().size())), true});
+    }
+}
+
+std::vector<LoggedLine> LinesOf(std::string_view text) {
+    std::vector<LoggedLine> lines;
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));
-        lines.emplace_back(WithoutIdent(line));
+        AddLine(lines, line);
         text.remove_prefix(std::min(line.size() + 1, text.size()));
     }
     return lines;
 }
 
-void Print(const std::vector<std::string> &lines) {
-    for (const std::string &line : lines) {
-        const std::string shown_line = std::string(kPrefix) + Escaped(line) + '\n';
+void Print(const std::vector<LoggedLine> &lines) {
+    for (const LoggedLine &line : lines) {
+        const std::string shown_line = std::string(kPrefix) + Escaped(line.text) + '\n';
         std::fwrite(shown_line.data(), 1, shown_line.size(), stderr);
     }
 }
 
-// "SOURCE:LINE MESSAGE[0xCODE SOURCE:LINE]" without what only a developer wants to know. What a
-// program says is as it was.
-std::string Message(const std::string &line) {
+// "SOURCE:LINE MESSAGE[0xCODE SOURCE:LINE]" without what only a developer wants to know. What other
+// libraries log is as it was.
+LoggedLine WithoutSource(const LoggedLine &line) {
     constexpr std::string_view kSource = ".cpp:";
-    const std::size_t source = line.find(kSource);
-    const std::size_t blank = line.find(' ');
-    if (source == std::string::npos || blank < source + kSource.size()) {
-        return line;
+    const std::size_t source = line.text.find(kSource);
+    const std::size_t blank = line.text.find(' ');
+    if (!line.of_library || source == std::string::npos || blank < source + kSource.size()) {
+        return {line.text, false};
     }
-    const std::size_t state = line.rfind("[0x");
-    const bool has_state = state != std::string::npos && line.ends_with(']');
-    return line.substr(blank + 1, has_state ? state - blank - 1 : std::string::npos);
+    const std::size_t state = line.text.rfind("[0x");
+    const bool has_state = state != std::string::npos && line.text.ends_with(']');
+    return {line.text.substr(blank + 1, has_state ? state - blank - 1 : std::string::npos), true};
 }
 
 }  // namespace
 
 void LibraryLog::Start(bool verbose) {
     shown = verbose;
-    openlog("servicetool", LOG_PERROR, LOG_USER);
+    openlog("servicetool", LOG_PERROR | LOG_PID, LOG_USER);
     setlogmask(kQuiet);
 }
 
@@ -92,7 +105,7 @@ LibraryLog::LibraryLog(bool change) {
     }
 }
 
-std::vector<std::string> LibraryLog::End() {
+std::vector<LoggedLine> LibraryLog::End() {
     if (caught_ < 0) {
         return {};
     }
@@ -101,11 +114,11 @@ std::vector<std::string> LibraryLog::End() {
     Release(STDOUT_FILENO, stdout_);
     const std::string caught = ContentsOf(caught_);
     close(std::exchange(caught_, -1));
-    std::vector<std::string> lines = LinesOf(caught);
+    std::vector<LoggedLine> lines = LinesOf(caught);
     if (shown) {
         Print(lines);
     }
-    std::transform(lines.begin(), lines.end(), lines.begin(), Message);
+    std::transform(lines.begin(), lines.end(), lines.begin(), WithoutSource);
     return lines;
 }
 

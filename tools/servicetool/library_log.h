@@ -8,6 +8,11 @@
 
 namespace tavo {
 
+struct LoggedLine {
+    std::string text;         // without SOURCE:LINE and error state
+    bool of_library = false;  // or else of a program that it ran
+};
+
 class LibraryLog {
   public:
     // Silences the library for the rest of the program; with `verbose` its lines are shown where a
@@ -22,8 +27,8 @@ class LibraryLog {
     LibraryLog(const LibraryLog &) = delete;
     LibraryLog &operator=(const LibraryLog &) = delete;
 
-    // The lines so far, without SOURCE:LINE and error state. Nothing is caught behind it.
-    std::vector<std::string> End();
+    // The lines so far. Nothing is caught behind it.
+    std::vector<LoggedLine> End();
 
   protected:
     // `change`: whether the library changes something, see ChangeLog.

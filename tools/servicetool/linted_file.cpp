@@ -16,12 +16,12 @@ LintResult LintQuietly(const std::string &text, const std::string &name) {
 
 }  // namespace
 
-bool LintAndTell(const std::string &path, LintedFile &file, Report &report) {
+bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std::string fix) {
     const bool standard_input = path == kStandardInput;
     file.name = standard_input ? std::string(kStandardInputName) : path;
     FileContents contents = standard_input ? ReadStandardInput() : ReadRegularFile(path);
     if (!contents.problem.empty()) {
-        report.TellError(file.name, "unreadable", contents.problem);
+        report.TellError(file.name, "unreadable", contents.problem, std::move(fix));
         report.Raise(Status::kFailed);
         return false;
     }

@@ -16,8 +16,8 @@ struct LintedFile {
 };
 
 // Reads a file, "-" for standard input, and tells everything that lint finds. False when it cannot
-// be read, which is told and raises the status.
-bool LintAndTell(const std::string &path, LintedFile &file, Report &report);
+// be read, which is told with the fix, if any, and raises the status.
+bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std::string fix = {});
 
 // "1 error, 2 warnings", or "ok".
 std::string LintVerdict(const LintResult &result);

@@ -1,6 +1,9 @@
 #include "listeners.h"
 
 #include <algorithm>
+#include <iterator>
+
+#include "change_failure.h"
 
 namespace tavo {
 namespace {
@@ -9,13 +12,14 @@ struct ListenerKind {
     Listener listener;
     std::string_view name;
     std::string_view words;
+    std::string_view condition;  // under which it is told at all
 };
 
 constexpr ListenerKind kKinds[] = {
-    {Listener::kRouter, "router", "the router tool"},
-    {Listener::kFirewall, "firewall", "the firewall"},
-    {Listener::kRelay, "relay", "the relay daemon if it runs"},
-    {Listener::kPlugins, "plugins", "the plugins"},
+    {Listener::kRouter, "router", "the router tool", ""},
+    {Listener::kFirewall, "firewall", "the firewall", ""},
+    {Listener::kRelay, "relay", "the relay daemon", " if it runs"},
+    {Listener::kPlugins, "plugins", "the plugins", ""},
 };
 
 const ListenerKind &KindOf(Listener listener) {
@@ -27,28 +31,28 @@ const ListenerKind &KindOf(Listener listener) {
 // listener that failed is not told either.
 struct FailureMark {
     std::string_view text;
-    std::vector<Listener> silent;
+    Listener silent;
 };
 
-const std::vector<FailureMark> &FailureMarks() {
-    static const std::vector<FailureMark> marks = {
-        {" --udpate ", {Listener::kRouter}},
-        {"tavofirewall --reload]", {Listener::kFirewall, Listener::kRelay}},
-        {"FAILED to init plugin sdk", {Listener::kPlugins, Listener::kRelay}},
-        {"FAILED to invoke plugins", {Listener::kPlugins, Listener::kRelay}},
-        {"FAILED to notify portforward", {Listener::kPlugins}},
-        {"FAILED to set ", {Listener::kPlugins}},
-        {"FAILED to notify tavorelayd", {Listener::kRelay}},
-    };
-    return marks;
-}
+constexpr FailureMark kFailureMarks[] = {
+    {"/usr/tavo/sbin/tavoroutertool --udpate ", Listener::kRouter},
+    {"Failed to execute [/usr/tavo/bin/tavofirewall --reload]", Listener::kFirewall},
+    {"Failed to execute [/usr/tavo/bin/tavofirewall --reload]", Listener::kRelay},
+    {"FAILED to init plugin sdk", Listener::kPlugins},
+    {"FAILED to init plugin sdk", Listener::kRelay},
+    {"FAILED to invoke plugins", Listener::kPlugins},
+    {"FAILED to invoke plugins", Listener::kRelay},
+    {"FAILED to notify portforward", Listener::kPlugins},
+    {"FAILED to set ", Listener::kPlugins},
+    {"FAILED to notify tavorelayd", Listener::kRelay},
+};
 
-bool Silences(const std::string &line, Listener listener) {
-    const std::vector<FailureMark> &marks = FailureMarks();
-    return std::any_of(marks.begin(), marks.end(), [&](const FailureMark &mark) {
-        return line.find(mark.text) != std::string::npos &&
-               std::count(mark.silent.begin(), mark.silent.end(), listener) != 0;
-    });
+bool Silences(const LoggedLine &line, Listener listener) {
+    return line.of_library && std::any_of(std::begin(kFailureMarks), std::end(kFailureMarks),
+                                          [&](const FailureMark &mark) {
+                                              return mark.silent == listener &&
+                                                     line.text.starts_with(mark.text);
+                                          });
 }
 
 }  // namespace
@@ -62,18 +66,39 @@ std::string ListenersText(const std::vector<Listener> &listeners) {
     for (std::size_t i = 0; i < listeners.size(); ++i) {
         text += i == 0 ? "" : i + 1 < listeners.size() ? ", " : " and ";
         text += KindOf(listeners[i]).words;
+        text += KindOf(listeners[i]).condition;
     }
     return text;
 }
 
+std::string NotToldText(const Hearing &hearing) {
+    return "could not tell " + std::string(KindOf(hearing.listener).words) + ": " + hearing.reason;
+}
+
+std::string NotToldFix(Listener listener, bool gone) {
+    switch (listener) {
+        case Listener::kFirewall:
+            return "write servicetool restart";
+        case Listener::kRelay:
+            return "write servicetool restart --relay";
+        case Listener::kPlugins:
+            return gone ? "install the file again and remove it once more"
+                        : "remove the file and install it again";
+        case Listener::kRouter:
+            break;
+    }
+    return "it hears of a change only when it is made: change the section back and then again";
+}
+
 std::vector<Hearing> HearingsOf(const std::vector<Listener> &listeners,
-                                const std::vector<std::string> &lines) {
+                                const std::vector<LoggedLine> &lines) {
     std::vector<Hearing> hearings;
     for (const Listener listener : listeners) {
-        const auto line = std::find_if(lines.begin(), lines.end(), [listener](const auto &text) {
-            return Silences(text, listener);
+        const auto line = std::find_if(lines.begin(), lines.end(), [listener](const auto &one) {
+            return Silences(one, listener);
         });
-        hearings.push_back({listener, line == lines.end(), line == lines.end() ? "" : *line});
+        const bool told = line == lines.end();
+        hearings.push_back({listener, told, told ? "" : ReasonInLine(line->text)});
     }
     return hearings;
 }

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "library_log.h"
+
 namespace tavo {
 
 enum class Listener { kRouter, kFirewall, kRelay, kPlugins };
@@ -19,13 +21,19 @@ std::string ListenersText(const std::vector<Listener> &listeners);
 struct Hearing {
     Listener listener;
     bool told = true;
-    std::string reason;  // why not, as the library says it; empty when it says nothing
+    std::string reason;  // why not
 };
+
+// "could not tell the plugins: REASON"
+std::string NotToldText(const Hearing &hearing);
+
+// How a listener that was not told of a file hears of it after all; `gone`: the file was removed.
+std::string NotToldFix(Listener listener, bool gone);
 
 // Who of them was told by a call of the library that logged these lines: it goes on past those who
 // cannot be told, and only logs that.
 std::vector<Hearing> HearingsOf(const std::vector<Listener> &listeners,
-                                const std::vector<std::string> &lines);
+                                const std::vector<LoggedLine> &lines);
 
 }  // namespace tavo
 

@@ -13,6 +13,7 @@
 
 #include "command_options.h"
 #include "command_words.h"
+#include "given_up_change.h"
 #include "library_log.h"
 #include "report.h"
 #include "text.h"
@@ -117,16 +118,16 @@ int CommandLine::CheckAndRun() {
     if (!problem.message.empty()) {
         return UsageError(problem.message, problem.fix);
     }
+    const CLI::App &command = *app_.get_subcommands().front();
     Report report(options_.json);
     try {
-        tavo::Run(*app_.get_subcommands().front(), options_, report);
+        tavo::Run(command, options_, report);
     } catch (const std::bad_alloc &) {
-        report.TellError("", "failed", "out of memory");
-        report.Raise(Status::kFailed);
+        TellThrown(command, options_, "out of memory", report);
     } catch (const std::exception &error) {
-        report.TellError("", "failed", LowerFirst(error.what()));
-        report.Raise(Status::kFailed);
+        TellThrown(command, options_, LowerFirst(error.what()), report);
     }
+    AddMissingResult(command, options_, report);
     return report.Finish();
 }
 

@@ -113,6 +113,11 @@ void Report::Print(std::string_view text) {
     }
 }
 
+void Report::PrintDone(const std::string &line) {
+    Print(line + '\n');
+    done_ += "; " + line;
+}
+
 void Report::AddResult(const nlohmann::ordered_json &result) {
     if (json_) {
         results_.push_back(Dumped(result));
@@ -129,8 +134,8 @@ int Report::Finish() {
         std::fwrite(document.data(), 1, document.size(), stdout);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::fprintf(stderr, "servicetool: error: standard output: %s [failed]\n",
-                     ErrorText(errno).c_str());
+        std::fprintf(stderr, "servicetool: error: standard output: %s%s [failed]\n",
+                     ErrorText(errno).c_str(), done_.c_str());
         return static_cast<int>(Status::kFailed);
     }
     return static_cast<int>(status_);

@@ -20,6 +20,10 @@ enum class Status : int {
     kFailed = 3,  // it failed, or cannot be told
 };
 
+// How a change ends that was not made.
+inline constexpr std::string_view kUnchanged = "nothing was changed";
+inline constexpr std::string_view kSoUnchanged = ", so nothing was changed";
+
 // A text as JSON shows it, an empty one as null.
 nlohmann::ordered_json TextOrNull(std::string_view text);
 
@@ -58,11 +62,19 @@ class Report {
     // Prints text for people, already escaped; nothing in JSON mode.
     void Print(std::string_view text);
 
+    // Prints a line about what was changed, which is not lost where it cannot be printed, or is not
+    // because of JSON and the document cannot be.
+    void PrintDone(const std::string &line);
+
     // Adds an element to "results"; nothing outside JSON mode.
     void AddResult(const nlohmann::ordered_json &result);
 
+    // Whether one was added.
+    bool HasResult() const { return !results_.empty(); }
+
     // The worst status of all targets counts.
     void Raise(Status status);
+    Status Worst() const { return status_; }
 
     // Writes what is left to write and gives the exit status.
     int Finish();
@@ -74,6 +86,7 @@ class Report {
     Status status_ = Status::kOk;
     std::vector<Diagnostic> diagnostics_;  // JSON mode only
     std::vector<std::string> results_;     // JSON mode only, each a JSON text
+    std::string done_;                     // what was changed; empty where nothing was
 };
 
 }  // namespace tavo

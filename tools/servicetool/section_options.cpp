@@ -15,7 +15,7 @@ constexpr char kSetExamples[] = R"(Examples:
 
 constexpr char kSetPortsExamples[] = R"(Examples:
   servicetool set-ports mypackage.sc web 8080,8443/tcp
-  servicetool set-ports mypackage.sc web 1024:65535/udp --src
+  servicetool set-ports mypackage.sc web 8081/udp --src
   servicetool set-ports mypackage.sc web 8081/tcp --dry-run)";
 
 constexpr char kRemoveSectionExamples[] = R"(Examples:
@@ -35,12 +35,15 @@ struct TextOption {
 };
 
 constexpr TextOption kTextOptions[] = {
-    {"--title", &SetOptions::title, "TITLE", "What the service is called"},
-    {"--desc", &SetOptions::description, "TEXT", "What it does"},
-    {"--dst-ports", &SetOptions::ports, "PORTS", "Its ports, such as 80,6000:6010/tcp"},
-    {"--src-ports", &SetOptions::source_ports, "PORTS", "The ports that its clients come from"},
-    {"--title-key", &SetOptions::title_key, "KEY", "Where the title is in a string table"},
-    {"--desc-key", &SetOptions::description_key, "KEY", "Where the description is"},
+    {"--title", &SetOptions::title, "TITLE", "What the service is called; needed for a new one"},
+    {"--desc", &SetOptions::description, "TEXT", "What it does; needed for a new one"},
+    {"--dst-ports", &SetOptions::ports, "PORTS",
+     "Its ports, such as 80,6000:6010/tcp; needed for a new one"},
+    {"--src-ports", &SetOptions::source_ports, "PORTS",
+     "The ports that its clients come from; others may have them"},
+    {"--title-key", &SetOptions::title_key, "REFERENCE",
+     "Where the title is in a string table: [SOURCE:]SECTION:KEY"},
+    {"--desc-key", &SetOptions::description_key, "REFERENCE", "Where the description is"},
 };
 
 void AddTarget(CLI::App &command, SectionOptions &options) {
@@ -74,7 +77,8 @@ void AddSetPorts(CLI::App &app, CommandOptions &options) {
         AddCommand(app, options, "set-ports", "Replace the ports of a section", kSetPortsExamples);
     AddTarget(command, set);
     AddWord(command, "PORTS", set.ports, "Its ports, such as 80,6000:6010/tcp");
-    AddFlag(command, "--src", set.source, "The ports that its clients come from instead");
+    AddFlag(command, "--src", set.source,
+            "Set src.ports instead, which are refused alike if others have them");
     AddSectionOptions(command, set);
 }
 
@@ -134,9 +138,10 @@ std::vector<std::string *> SectionTexts(CommandOptions &options) {
 
 UsageProblem ProblemOfSectionCommand(const CLI::App &command, const CommandOptions &options) {
     const std::string &name = command.get_name();
-    return name == "set"         ? ProblemOfSet(command, options.set)
-           : name == "set-ports" ? ProblemOfFolder(options.set_ports.folder)
-                                 : ProblemOfFolder(options.remove_section.folder);
+    return name == "set"              ? ProblemOfSet(command, options.set)
+           : name == "set-ports"      ? ProblemOfFolder(options.set_ports.folder)
+           : name == "remove-section" ? ProblemOfFolder(options.remove_section.folder)
+                                      : UsageProblem();  // restart changes no file
 }
 
 }  // namespace tavo

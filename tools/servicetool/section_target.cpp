@@ -11,6 +11,7 @@
 #include "lint.h"
 #include "port_sources.h"
 #include "section_queries.h"
+#include "staged_section.h"
 #include "text.h"
 
 namespace tavo {
@@ -83,6 +84,40 @@ bool LintChange(const Change &change, Report &report) {
     });
 }
 
+// The name of a section as it stands in the file, found by the name in any case: the very name
+// where there is one.
+std::string NameInFile(const std::string &text, const std::string &section) {
+    std::string similar;
+    ConfigLineReader reader(text);
+    for (ConfigLine line; reader.Next(line);) {
+        if (line.kind != ConfigLineKind::kSection) {
+            continue;
+        }
+        if (line.name == section) {
+            return section;
+        }
+        if (LowerCase(line.name) == LowerCase(section)) {
+            similar = line.name;
+        }
+    }
+    return similar;
+}
+
+// A section without keys is there for whoever looks into the file, but for nobody else.
+bool TellMissing(const SectionTarget &target, Report &report) {
+    const std::string name = NameInFile(*target.file.text, target.section);
+    const bool empty = name == target.section;
+    report.TellError(target.file.path, "not-found",
+                     (empty ? "section [" + target.section + "] has no keys"
+                            : "has no section [" + target.section + ']') +
+                         std::string(kSoUnchanged),
+                     empty          ? "write servicetool set, or take its line out by hand"
+                     : name.empty() ? ""
+                                    : "write " + name);
+    report.Raise(Status::kNo);
+    return false;
+}
+
 OwnedPortList ParsePorts(const std::string &text, unsigned int direction) {
     const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *ports = nullptr;
@@ -99,19 +134,13 @@ bool FindSection(const SectionOptions &options, Missing missing, SectionTarget &
         report.TellUsage("section name " + Quoted(options.section) + ' ' + problem, "");
         return false;
     }
-    if (!FindInstalledFile(options.file, options.folder, missing, target.file, report)) {
+    if (!FindInstalledFile(options.file, options.folder, missing, options.dry_run, target.file,
+                           report)) {
         return false;
     }
     target.section = options.section;
     ReadSection(target);
-    if (!target.present && missing == Missing::kRefuse) {
-        report.TellError(
-            target.file.path, "not-found",
-            "has no section [" + target.section + "] with keys, so nothing was changed");
-        report.Raise(Status::kNo);
-        return false;
-    }
-    return true;
+    return target.present || missing == Missing::kAllow || TellMissing(target, report);
 }
 
 Change ChangeOf(std::string_view operation, const SectionTarget &target,
@@ -147,6 +176,12 @@ OwnedPortList ReadPorts(const std::string &text, unsigned int direction, Report 
     OwnedPortList ports = ParsePorts(text, direction);
     if (ports == nullptr) {
         report.TellUsage(Quoted(text) + " is no port list to the library", "");
+    } else if (PortsValue(*ports).empty()) {
+        report.TellUsage(Quoted(text) + " is longer than the " +
+                             std::to_string(kLongestPortsValue) +
+                             " bytes that a service file has for ports",
+                         "join ports to ranges, or write a service of its own for some of them");
+        return nullptr;
     }
     return ports;
 }

@@ -49,13 +49,14 @@ OwnedTable NewTable() {
     return OrThrow(OwnedTable(TLIBCSzHashAlloc(kTableSize)));
 }
 
-// "80,443/tcp", as the library writes ports.
-std::string PortsValue(const TAVO_SERVICE_CONF_PORT &ports) {
-    constexpr int kSize = 1024;  // what it has room for
-    char numbers[kSize];
-    char protocols[kSize];
-    Require(TLIBServiceConfPortsToStr(&ports, numbers, kSize, protocols, kSize) == 0);
-    return std::string(numbers) + '/' + protocols;
+std::string RequiredPortsValue(const TAVO_SERVICE_CONF_PORT &ports) {
+    std::string value = PortsValue(ports);
+    if (value.empty()) {
+        throw std::runtime_error("the ports take more than the " +
+                                 std::to_string(kLongestPortsValue) +
+                                 " bytes that a service file has for them");
+    }
+    return value;
 }
 
 void SetQuoted(const OwnedTable &keys, const char *key, const std::string &text) {
@@ -77,9 +78,9 @@ void SetKeys(const OwnedTable &keys, const TAVO_SERVICE_CONF_SECTION &section) {
     SetReference(keys, "desc_key", section.strDesc);
     SetQuoted(keys, "title", section.strTitle.szText);
     SetReference(keys, "title_key", section.strTitle);
-    SetQuoted(keys, "dst.ports", PortsValue(*section.pDstPorts));
+    SetQuoted(keys, "dst.ports", RequiredPortsValue(*section.pDstPorts));
     if (section.pSrcPorts != nullptr) {
-        SetQuoted(keys, "src.ports", PortsValue(*section.pSrcPorts));
+        SetQuoted(keys, "src.ports", RequiredPortsValue(*section.pSrcPorts));
     }
 }
 
@@ -92,6 +93,18 @@ bool DeclaresNothing(const StagedFile &file) {
 }
 
 }  // namespace
+
+// The library cuts what is longer.
+std::string PortsValue(const TAVO_SERVICE_CONF_PORT &ports) {
+    constexpr int kSize = kLongestPortsValue + 1;
+    char numbers[kSize];
+    char protocols[kSize];
+    if (TLIBServiceConfPortsToStr(&ports, numbers, kSize, protocols, kSize) != 0) {
+        return "";
+    }
+    std::string value = std::string(numbers) + '/' + protocols;
+    return value.size() > kLongestPortsValue ? "" : value;
+}
 
 FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &section) {
     const StagedFile file(before);
@@ -108,7 +121,7 @@ FileText WithPorts(const FileText &before, const std::string &section,
     const StagedFile file(before);
     const char *key = ports.nDirection == TAVO_PORT_DIRECTION_SRC ? "src.ports" : "dst.ports";
     Require(TLIBCFileSetSectionValue(file.Path(), section.c_str(), key,
-                                     PortsValue(ports).c_str()) == 0);
+                                     RequiredPortsValue(ports).c_str()) == 0);
     return file.Text();
 }
 

@@ -11,6 +11,12 @@
 
 namespace tavo {
 
+// The most that the library writes as the ports of a section.
+inline constexpr int kLongestPortsValue = 1023;
+
+// "80,443/tcp", as it writes them; empty where they are longer, or cannot be written.
+std::string PortsValue(const TAVO_SERVICE_CONF_PORT &ports);
+
 // These throw std::runtime_error with the reason where the file cannot be changed so.
 
 // With all keys of a section set, as TLIBServiceConfSectionSet does it. None: a new file.

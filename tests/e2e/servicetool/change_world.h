@@ -3,14 +3,18 @@
 #ifndef TAVO_TESTS_SERVICETOOL_CHANGE_WORLD_H
 #define TAVO_TESTS_SERVICETOOL_CHANGE_WORLD_H
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "port_world.h"
@@ -75,6 +79,44 @@ class ChangeWorld : public PortWorld {
     }
 
     std::vector<std::string> left_behind_;  // what the texts say stays
+};
+
+// What servicetool locks while it changes something.
+inline const std::string kSystemParent = "/usr/tavo/etc";
+inline const std::string kPackageParent = "/usr/local/etc";
+
+// Changes something as another servicetool would.
+class Lock {
+  public:
+    explicit Lock(const std::string &folder)
+        : folder_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        EXPECT_EQ(flock(folder_, LOCK_EX | LOCK_NB), 0);
+    }
+    ~Lock() { close(folder_); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+  private:
+    int folder_;
+};
+
+// Takes a program away, or lets a script do what it does.
+class ReplacedTool {
+  public:
+    explicit ReplacedTool(std::string path, const std::string &script = "")
+        : path_(std::move(path)) {
+        std::filesystem::rename(path_, path_ + ".old");
+        if (!script.empty()) {
+            WriteFile(path_, "#!/bin/sh\n" + script + '\n');
+            std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
+        }
+    }
+    ~ReplacedTool() { std::filesystem::rename(path_ + ".old", path_); }
+    ReplacedTool(const ReplacedTool &) = delete;
+    ReplacedTool &operator=(const ReplacedTool &) = delete;
+
+  private:
+    std::string path_;
 };
 
 // Keeps a service folder from being written, or lets it hold this much only.

@@ -10,9 +10,11 @@ namespace tavo::test {
 namespace {
 
 using nlohmann::json;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 
 const std::string kText = Section("notes", "8765/tcp");
@@ -168,7 +170,8 @@ TEST_F(InstallCommand, RefusesPortsThatMayBeTakenUnlessForced) {
                 HasSubstr(kPath + ": [notes] 8765/tcp: cannot tell (service, setting)\n"));
     EXPECT_THAT(refused.err,
                 HasSubstr(kPath + ": error: it cannot be told whether its ports are free, so "
-                                  "nothing was changed [unknown]\n"));
+                                  "nothing was changed [unknown]\n"
+                                  "    fix: add --force to go on all the same\n"));
     EXPECT_EQ(refused.status, 3);
     ExpectNothingDone();
     EXPECT_EQ(ServiceTool({"install", "--force", "notes.sc"}).status, 0);
@@ -179,7 +182,7 @@ TEST_F(InstallCommand, RefusesPortsThatMayBeTakenUnlessForced) {
 TEST_F(InstallCommand, TakesPlainNamesOnly) {
     for (const std::string &name :
          {std::string("."), std::string(".."), std::string("a/b"), std::string("/"),
-          std::string("a\nb"), std::string(256, 'x'), std::string()}) {
+          std::string("a\nb"), std::string(229, 'x'), std::string()}) {
         const ProgramResult result = ServiceTool({"install", "--as=" + name, "notes.sc"});
         EXPECT_EQ(result.status, 2) << name;
         EXPECT_THAT(result.err, HasSubstr("[usage]")) << name;
@@ -188,7 +191,7 @@ TEST_F(InstallCommand, TakesPlainNamesOnly) {
     EXPECT_EQ(ServiceTool({"install", ""}).status, 2);
     EXPECT_EQ(ServiceTool({"install"}).status, 2);
     ExpectNothingDone();
-    EXPECT_EQ(ServiceTool({"install", "--as", std::string(248, 'x'), "notes.sc"}).status, 0);
+    EXPECT_EQ(ServiceTool({"install", "--as", std::string(228, 'x'), "notes.sc"}).status, 0);
 }
 
 TEST_F(InstallCommand, TakesRegularFilesOnly) {
@@ -198,7 +201,10 @@ TEST_F(InstallCommand, TakesRegularFilesOnly) {
     for (const std::string name : {"pipe.sc", "folder.sc", "link.sc", "missing.sc"}) {
         const ProgramResult result = ServiceTool({"install", name});
         EXPECT_THAT(result.err, StartsWith(name + ": error: ")) << name;
-        EXPECT_THAT(result.err, HasSubstr("[unreadable]")) << name;
+        EXPECT_THAT(result.err,
+                    HasSubstr("[unreadable]\n"
+                              "    fix: name a file that can be read, or - for standard input\n"))
+            << name;
         EXPECT_EQ(result.status, 3) << name;
     }
     ExpectNothingDone();
@@ -207,9 +213,9 @@ TEST_F(InstallCommand, TakesRegularFilesOnly) {
 TEST_F(InstallCommand, SaysWhatFailedAndThatNothingChanged) {
     WriteFile(kPackage + "tmp", "in the way");
     const ProgramResult result = ServiceTool({"install", "notes.sc"});
-    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: failed: "));
-    EXPECT_THAT(result.err, HasSubstr("mkdir fail for path " + kPackage + "tmp"));
-    EXPECT_THAT(result.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: /bin/mkdir: cannot create directory "));
+    EXPECT_THAT(result.err, HasSubstr(kPackage + "tmp"));
+    EXPECT_THAT(result.err, HasSubstr("; no file was made [failed]"));
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(Entries(kPackage), ElementsAre("tmp"));
     EXPECT_EQ(Calls(), "");
@@ -219,14 +225,57 @@ TEST_F(InstallCommand, LeavesNoFileOnAFullOrReadOnlyDisk) {
     WriteFile("notes.sc", kText + "#" + std::string(9000, 'x') + '\n');
     const MountedFolder folder(kPackage, "size=4k");
     const ProgramResult full = ServiceTool({"install", "notes.sc"});
-    EXPECT_THAT(full.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_THAT(full.err, HasSubstr("; no file was made [failed]"));
     EXPECT_EQ(full.status, 3);
+    EXPECT_THAT(full.err,
+                ContainsRegex(kPackage + "tmp/notes\\.sc\\.[A-Za-z0-9]{6}: warning: is what could "
+                                         "not be installed, and was left behind \\[left-behind\\]\n"
+                                         "    fix: remove it\n"));
     EXPECT_FALSE(std::filesystem::exists(kPath));
+    EXPECT_THAT(ServiceTool({"install", "--as", "b.sc", "notes.sc"}).err, Not(HasSubstr("/notes")));
     folder.MakeReadOnly();
     const ProgramResult read_only = ServiceTool({"install", "notes.sc"});
-    EXPECT_THAT(read_only.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_THAT(read_only.err, HasSubstr("; no file was made [failed]"));
     EXPECT_EQ(read_only.status, 3);
     EXPECT_EQ(Calls(), "");
+}
+
+// The library reads a file whatever its name, so nothing but people is in the way of these.
+TEST_F(InstallCommand, WarnsOfANameThatPeopleWouldNotKnow) {
+    const auto warning = [](const std::string &name) {
+        return ServiceTool({"install", "--dry-run", "--as", name, "notes.sc"}).err;
+    };
+    EXPECT_EQ(warning("notes.text"),
+              "notes.text: warning: the name of a service file ends in .sc [file-name]\n"
+              "    fix: write --as notes.text.sc\n");
+    EXPECT_EQ(warning(".notes.sc"),
+              ".notes.sc: warning: the name hides the file from a plain listing [file-name]\n"
+              "    fix: write --as notes.sc\n");
+    EXPECT_THAT(warning(".sc"), HasSubstr("fix: write --as sc.sc\n"));
+    EXPECT_THAT(warning("..."), HasSubstr("fix: write --as mypackage.sc\n"));
+    EXPECT_EQ(warning("a.sc"), "");
+    EXPECT_EQ(ServiceTool({"install", "--as", ".notes", "notes.sc"}).status, 0);
+    EXPECT_THAT(ServiceTool({"list"}).out, HasSubstr("notes"));
+}
+
+TEST_F(InstallCommand, LeavesNothingWhenItsReaderHangsUp) {
+    RunProgram(
+        {"sh", "-c", "{ sleep 0.2; " SERVICETOOL " install --as notes.sc - < notes.sc; } | true"});
+    EXPECT_THAT(Entries("/tmp"), IsEmpty());
+    ExpectNothingDone();
+}
+
+TEST_F(InstallCommand, SaysWhatWasDoneWhereItsOutputCannotBeWritten) {
+    for (const std::string option : {"install --as a.sc", "update --json --as a.sc"}) {
+        const ProgramResult result =
+            RunProgram({"sh", "-c", "exec " SERVICETOOL " " + option + " notes.sc > /dev/full"});
+        const std::string done = option == "install --as a.sc" ? "installed" : "changed";
+        EXPECT_EQ(result.err, "servicetool: error: standard output: no space left on device; " +
+                                  kPackage + "a.sc: " + done + "; " +
+                                  kTold.substr(0, kTold.size() - 1) + " [failed]\n");
+        EXPECT_EQ(result.status, 3);
+        WriteFile("notes.sc", Section("notes", "8766/tcp"));
+    }
 }
 
 TEST_F(InstallCommand, SaysWhoWasNotTold) {

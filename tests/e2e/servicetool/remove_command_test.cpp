@@ -10,6 +10,7 @@ using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 const std::string kText = Section("notes", "8765/tcp") + Section("wiki", "8766/tcp");
 const std::string kPath = kPackage + "notes.sc";
@@ -46,6 +47,7 @@ TEST_F(RemoveCommand, RefusesWhatIsNotInstalled) {
               "notes: error: is not installed in /usr/tavo/etc/services.d nor in "
               "/usr/local/etc/services.d, so nothing was changed [not-found]\n"
               "    fix: write notes.sc\n");
+    EXPECT_THAT(ServiceTool({"remove", "Notes.SC"}).err, HasSubstr("fix: write notes.sc\n"));
     EXPECT_EQ(ServiceTool({"remove", "--system", "notes.sc"}).status, 1);
     EXPECT_EQ(ServiceTool({"remove", "../services.d/notes.sc"}).status, 2);
     EXPECT_EQ(ServiceTool({"remove", ""}).status, 2);
@@ -74,9 +76,39 @@ TEST_F(RemoveCommand, RemovesALinkAndNotItsTarget) {
     WriteFile("target.sc", kText);
     std::filesystem::remove(kPath);
     std::filesystem::create_symlink(kHome + "target.sc", kPath);
-    EXPECT_EQ(ServiceTool({"remove", "notes.sc"}).status, 0);
+    const ProgramResult result = ServiceTool({"remove", "notes.sc"});
+    EXPECT_THAT(result.out, StartsWith(kPath + ": remove with [notes] and [wiki] (the link, not " +
+                                       kHome + "target.sc)\n"));
+    EXPECT_EQ(result.status, 0);
     EXPECT_THAT(Entries(kPackage), IsEmpty());
     EXPECT_EQ(ReadFile("target.sc"), kText);
+}
+
+TEST_F(RemoveCommand, TellsWhatToDoWithALinkToNothing) {
+    std::filesystem::remove(kPath);
+    std::filesystem::create_symlink("nothing", kPath);
+    ExpectRun(ServiceTool({"remove", "notes.sc"}), 3, "",
+              kPath +
+                  ": error: is a symbolic link to nothing, so nothing was changed [unreadable]\n"
+                  "    fix: remove the link, which leads nowhere\n");
+}
+
+// The library goes on without its copy, and the plugins would be told of nothing.
+TEST_F(RemoveCommand, RemovesNothingWhereTheContentCannotBeKept) {
+    const MountedFolder temporary("/tmp", "size=4k");
+    const auto expect_refusal = [](const std::string &reason) {
+        const ProgramResult result = ServiceTool({"remove", "notes.sc"});
+        EXPECT_THAT(result.err, StartsWith(kPath + ": error: no copy can be made for the plugins"));
+        EXPECT_THAT(result.err, HasSubstr(reason + ", so nothing was changed [failed]\n"
+                                                   "    fix: see that /tmp can be written\n"));
+        EXPECT_EQ(result.status, 3);
+        EXPECT_EQ(ReadFile(kPath), kText);
+        EXPECT_EQ(Calls(), "");
+    };
+    WriteFile("/tmp/large", std::string(4096, 'x'));
+    expect_refusal("No space left on device");
+    temporary.MakeReadOnly();
+    expect_refusal("Read-only file system");
 }
 
 TEST_F(RemoveCommand, SaysThatTheFileStaysWhereItCannotGo) {
@@ -84,7 +116,7 @@ TEST_F(RemoveCommand, SaysThatTheFileStaysWhereItCannotGo) {
     WriteFile(kPath, kText);
     folder.MakeReadOnly();
     const ProgramResult result = ServiceTool({"remove", "notes.sc"});
-    EXPECT_THAT(result.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_THAT(result.err, HasSubstr("; the file is unchanged [failed]"));
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ReadFile(kPath), kText);
     EXPECT_EQ(Calls(), "");

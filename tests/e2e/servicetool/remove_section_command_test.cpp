@@ -37,11 +37,19 @@ class RemoveSectionCommand : public ChangeWorld {
     }
     void TearDown() override {
         ChangeWorld::TearDown();
-        for (const char *folder : {"/usr/local/etc", "/usr/tavo/etc"}) {
+        EXPECT_THAT(SideCopies(), IsEmpty());
+    }
+
+    static std::vector<std::string> SideCopies() {
+        std::vector<std::string> paths;
+        for (const std::string &folder : {kPackageParent + '/', kSystemParent + '/'}) {
             for (const std::string &name : Entries(folder)) {
-                EXPECT_EQ(name.find(".tmp."), std::string::npos) << name;
+                if (name.find(".tmp.") != std::string::npos) {
+                    paths.push_back(folder + name);
+                }
             }
         }
+        return paths;
     }
 };
 
@@ -71,7 +79,7 @@ TEST_F(RemoveSectionCommand, RemovesTheFileWithItsLastService) {
 TEST_F(RemoveSectionCommand, RefusesWhatIsNotThere) {
     ExpectRun(ServiceTool({"remove-section", "notes.sc", "web"}), 1, "",
               kPath +
-                  ": error: has no section [web] with keys, so nothing was changed "
+                  ": error: has no section [web], so nothing was changed "
                   "[not-found]\n");
     ExpectRun(
         ServiceTool({"remove-section", "web.sc", "web", "--package"}), 1, "",
@@ -83,15 +91,41 @@ TEST_F(RemoveSectionCommand, RefusesWhatIsNotThere) {
 }
 
 TEST_F(RemoveSectionCommand, PutsAllBackWhereTheFirewallToolIsMissing) {
-    std::filesystem::rename(kFirewallTool, kFirewallTool + ".old");
+    const ReplacedTool firewall(kFirewallTool);
     const ProgramResult result = ServiceTool(kRemove);
-    std::filesystem::rename(kFirewallTool + ".old", kFirewallTool);
     ExpectRun(result, 3, kPlan,
-              kPath + ": error: failed: Failed to execute [" + kFirewallTool +
-                  " --remove-serv-rec notes], ret:-1; Remove service record in firewall rule "
-                  "fail!; nothing was changed [failed]\n");
+              kPath + ": error: " + kFirewallTool +
+                  " is missing; Remove service record in firewall rule fail!; the file is "
+                  "unchanged [failed]\n");
     EXPECT_EQ(ReadFile(kPath), kBefore);
     EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(RemoveSectionCommand, NamesTheCopiesThatStay) {
+    const ReplacedTool rm("/bin/rm");
+    const ProgramResult result = ServiceTool(Remove("--no-restart"));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(result.out.substr(result.out.size() - std::string("told the firewall\n").size()),
+              "told the firewall\n");
+    EXPECT_THAT(result.err, testing::ContainsRegex(
+                                "/usr/local/etc/services.d.tmp.[0-9]+: warning: is left, a copy of "
+                                "/usr/local/etc/services.d from before \\[left-behind\\]\n"
+                                "    fix: see that /usr/local/etc/services.d is whole, and remove "
+                                "the copy\n"));
+    for (const std::string &copy : SideCopies()) {
+        std::filesystem::remove_all(copy);
+    }
+}
+
+TEST_F(RemoveSectionCommand, SaysWhatTheFirewallMayHaveReadInBetween) {
+    const ReplacedTool once(kFirewallTool, "rm -f " + kFirewallTool);
+    const ProgramResult result = ServiceTool(kRemove);
+    ExpectRun(result, 3, kPlan,
+              kPath + ": error: " + kFirewallTool +
+                  " is missing; Restart service fail; the file is unchanged [failed]\n"
+                  "    fix: write servicetool restart, for the firewall may have read what was put "
+                  "back\n");
+    EXPECT_EQ(ReadFile(kPath), kBefore);
 }
 
 TEST_F(RemoveSectionCommand, PrintsJson) {

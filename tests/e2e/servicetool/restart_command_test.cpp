@@ -47,15 +47,15 @@ TEST_F(RestartCommand, TellsNobodyInADryRun) {
 }
 
 TEST_F(RestartCommand, SaysWhoWasNotTold) {
-    std::filesystem::rename(kFirewallTool, kFirewallTool + ".old");
+    const ReplacedTool firewall(kFirewallTool);
     const ProgramResult text = ServiceTool({"restart"});
     const json result = json::parse(ServiceTool({"restart", "--json"}).out).at("results").at(0);
-    std::filesystem::rename(kFirewallTool + ".old", kFirewallTool);
-    const std::string reason =
-        " was not told: Failed to execute [" + kFirewallTool + " --reload], ret:-1 [not-told]\n";
+    const std::string reason = ": " + kFirewallTool + " is missing [not-told]\n";
     ExpectRun(text, 3, "tell " + kBoth,
-              "servicetool: warning: the firewall" + reason +
-                  "servicetool: warning: the relay daemon if it runs" + reason);
+              "servicetool: warning: could not tell the firewall" + reason +
+                  "    fix: write servicetool restart\n"
+                  "servicetool: warning: could not tell the relay daemon" +
+                  reason + "    fix: write servicetool restart --relay\n");
     EXPECT_EQ(result, json::parse(R"({"operation": "restart", "file": null, "path": null,
         "section": null, "dry_run": false, "changed": false, "diff": null, "conflicts": [],
         "told": [], "not_told": ["firewall", "relay"]})"));

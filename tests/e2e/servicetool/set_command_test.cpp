@@ -1,12 +1,17 @@
 // servicetool set: a section is written, and those who act on its ports are told.
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <optional>
+#include <thread>
+
 #include "change_world.h"
 
 namespace tavo::test {
 namespace {
 
 using nlohmann::json;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -15,6 +20,10 @@ using testing::StartsWith;
 const std::string kName = "notes.sc";
 const std::string kPath = kPackage + kName;
 const std::string kListeners = "the router tool, the firewall and the relay daemon if it runs\n";
+
+const std::string kRouterTool = "/usr/tavo/sbin/tavoroutertool";
+const std::string kRouterFix =
+    "    fix: it hears of a change only when it is made: change the section back and then again\n";
 
 const std::string kBefore =
     "# kept\n[global]\nversion=1\n\n[notes]\ntitle=\"T\"\ndesc=\"D\"\ndesc_extra=\"E\"\n"
@@ -42,6 +51,15 @@ std::vector<std::string> With(std::vector<std::string> words,
                               const std::vector<std::string> &more) {
     words.insert(words.end(), more.begin(), more.end());
     return words;
+}
+
+// More than the library writes: six bytes each.
+std::string LongPorts() {
+    std::string ports = "20000";
+    for (int port = 20002; port < 20400; port += 2) {
+        ports += ',' + std::to_string(port);
+    }
+    return ports;
 }
 
 std::string RouterCall(const std::string &path) {
@@ -111,7 +129,7 @@ TEST_F(SetCommand, MakesAFileForPackagesUnlessAskedForTheSystem) {
     EXPECT_THAT(result.out, StartsWith(kPackage + "new.sc: make it, with section [web]\ntell " +
                                        kListeners + "--- /dev/null\n+++ b" + kPackage +
                                        "new.sc\n@@ -0,0 +1,5 @@\n+[web]\n"));
-    EXPECT_THAT(result.out, HasSubstr(kPackage + "new.sc: installed\n"));
+    EXPECT_THAT(result.out, HasSubstr(kPackage + "new.sc: made\n"));
     EXPECT_EQ(ReadFile(kPackage + "new.sc"), text);
     std::filesystem::remove(kPackage + "new.sc");
     EXPECT_EQ(ServiceTool(With(kNew, {"--system"})).status, 0);
@@ -188,7 +206,7 @@ TEST_F(SetCommand, RefusesACommandLineThatIsWrong) {
         {{"..", "notes"}, R"(file name ".." is no name of a file)"},
         {{"", "notes"}, R"(file name "" is no name of a file)"},
         {{"a\nb", "notes"}, R"(file name "a\nb" holds a control byte)"},
-        {{long_name, "notes"}, "is longer than 255 bytes"},
+        {{std::string(229, 'a'), "notes"}, "is longer than 228 bytes"},
         {{kName, ""}, R"(section name "" is empty)"},
         {{kName, "global"}, R"(section name "global" is that of a section that is no service)"},
         {{kName, " a"}, R"(section name " a")" + name_rule},
@@ -202,6 +220,10 @@ TEST_F(SetCommand, RefusesACommandLineThatIsWrong) {
         {{kName, "notes", "--desc", "a\nb"}, "--desc takes one line of at most 127 bytes"},
         {{kName, "notes", "--title-key", "key"},
          R"(--title-key takes SOURCE:SECTION:KEY or SECTION:KEY, not "key")"},
+        {{kName, "notes", "--title-key", "texts:web:"}, R"(not "texts:web:")"},
+        {{kName, "notes", "--desc-key", ":b"}, R"(not ":b")"},
+        {{kName, "notes", "--src-ports", LongPorts() + "/udp"},
+         "is longer than the 1023 bytes that a service file has for ports"},
         {{kName, "notes", "--desc-key", ":b:c"},
          R"(--desc-key takes SOURCE:SECTION:KEY or SECTION:KEY, not ":b:c")"},
         {{kName, "notes", "--dst-ports", "80,70000/tcp"},
@@ -238,17 +260,17 @@ TEST_F(SetCommand, SaysWhoWasNotTold) {
     ExpectRun(
         ServiceTool(kRetitle), 3,
         kRetitlePlan + kPath + ": changed\ntold the firewall and the relay daemon if it runs\n",
-        "servicetool: warning: the router tool was not told: /usr/tavo/sbin/tavoroutertool "
+        "servicetool: warning: could not tell the router tool: /usr/tavo/sbin/tavoroutertool "
         "--udpate /tmp/notes.sc " +
-            kPath + " failed! [not-told]\n");
+            kPath + " failed! [not-told]\n" + kRouterFix);
     EXPECT_EQ(ReadFile(kPath), kRetitled);
 }
 
 TEST_F(SetCommand, ChangesNothingWhereTheFileCannotBeCopied) {
     std::filesystem::create_directory("/tmp/" + kName);
     ExpectRun(ServiceTool(kRetitle), 3, kRetitlePlan,
-              kPath + ": error: failed: FAILED to copy from file=" + kPath +
-                  " to backup path=/tmp/notes.sc; nothing was changed [failed]\n");
+              kPath + ": error: FAILED to copy from file=" + kPath +
+                  " to backup path=/tmp/notes.sc; the file is unchanged [failed]\n");
     ExpectNothingDone();
     std::filesystem::remove("/tmp/" + kName);
 }
@@ -257,11 +279,13 @@ TEST_F(SetCommand, SeesThatTheFileWasNotWritten) {
     const MountedFolder folder(kPackage, "size=64k");
     WriteFile(kPath, kBefore);
     folder.MakeReadOnly();
-    ExpectRun(ServiceTool(kRetitle), 3, kRetitlePlan,
-              kPath +
-                  ": error: failed: the folder: read-only file system; "
-                  "nothing was changed [failed]\n");
+    ExpectRun(
+        ServiceTool(kRetitle), 3, kRetitlePlan + "told " + kListeners,
+        kPath + ": error: the folder: read-only file system; the file is unchanged [failed]\n");
     EXPECT_EQ(ReadFile(kPath), kBefore);
+    const json result = json::parse(ServiceTool(With(kRetitle, {"--json"})).out);
+    EXPECT_EQ(result.at("results").at(0).at("changed"), false);
+    EXPECT_EQ(result.at("results").at(0).at("told"), json({"router", "firewall", "relay"}));
 }
 
 TEST_F(SetCommand, SeesThatTheDiskIsFullWhateverElseIsLogged) {
@@ -270,8 +294,8 @@ TEST_F(SetCommand, SeesThatTheDiskIsFullWhateverElseIsLogged) {
     WriteFile(kPackage + "broken.sc", "[a]\n" + std::string(4000, '#') + '\n');
     const ProgramResult result = ServiceTool(kRetitle);
     EXPECT_EQ(result.status, 3);
-    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: failed: the folder: no space left on "
-                                              "device; nothing was changed [failed]\n"));
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: the folder: no space left on device; "
+                                              "the file is unchanged [failed]\n"));
     EXPECT_THAT(Entries(kPackage), ElementsAre("broken.sc", kName));
     EXPECT_EQ(ReadFile(kPath), kBefore);
 }
@@ -281,11 +305,115 @@ TEST_F(SetCommand, MakesNoFileWhereTheFolderCannotBeMade) {
     std::filesystem::create_symlink("/nowhere", kPackage.substr(0, kPackage.size() - 1));
     const ProgramResult result = ServiceTool(kNew);
     EXPECT_EQ(result.status, 3);
-    EXPECT_THAT(result.err, HasSubstr("/bin/mkdir -p /usr/local/etc/services.d failed."));
-    EXPECT_THAT(result.err, HasSubstr("; nothing was changed [failed]\n"));
+    EXPECT_THAT(result.err, HasSubstr(": error: /bin/mkdir: cannot create directory "));
+    EXPECT_THAT(result.err, HasSubstr("; no file was made [failed]\n"));
     EXPECT_EQ(Calls(), "");
     std::filesystem::remove(kPackage.substr(0, kPackage.size() - 1));
     std::filesystem::create_directory(kPackage);
+}
+
+TEST_F(SetCommand, NamesARouterToolThatIsMissing) {
+    const ReplacedTool router(kRouterTool);
+    EXPECT_EQ(ServiceTool(kRetitle).err, "servicetool: warning: could not tell the router tool: " +
+                                             kRouterTool + " is missing [not-told]\n" + kRouterFix);
+}
+
+TEST_F(SetCommand, NamesAProgramThatIsMissing) {
+    const ReplacedTool cp("/bin/cp");
+    EXPECT_EQ(ServiceTool(kRetitle).err,
+              kPath + ": error: /bin/cp is missing; the file is unchanged [failed]\n");
+}
+
+TEST_F(SetCommand, SaysWhatAProgramSaysOfItsFailure) {
+    const std::string words = "cp: error writing '/tmp/notes.sc': No space left on device";
+    const ReplacedTool cp("/bin/cp", "echo \"" + words + "\" >&2\nexit 1");
+    EXPECT_EQ(ServiceTool(kRetitle).err,
+              kPath + ": error: " + words + "; the file is unchanged [failed]\n");
+}
+
+TEST_F(SetCommand, SaysThatNothingWasChangedWhereItCannotBeWorkedOut) {
+    const MountedFolder folder("/tmp", "size=64k");
+    folder.MakeReadOnly();
+    ExpectRun(ServiceTool(kRetitle), 3, "",
+              kName +
+                  ": error: a folder in /tmp: Read-only file system, so nothing was changed "
+                  "[failed]\n");
+    const json document = json::parse(ServiceTool(With(kRetitle, {"--json"})).out);
+    EXPECT_EQ(document.at("results"), json::parse(R"([{"operation": "set", "file": "notes.sc",
+        "path": null, "section": "notes", "dry_run": false, "changed": false, "diff": null,
+        "conflicts": [], "told": [], "not_told": []}])"));
+    ExpectNothingDone();
+}
+
+TEST_F(SetCommand, HasOneResultWhereTheFileCannotBeRead) {
+    std::filesystem::remove(kPath);
+    std::filesystem::create_directory(kPath);
+    const json document = json::parse(ServiceTool(With(kRetitle, {"--json"})).out);
+    EXPECT_EQ(document.at("results").size(), 1U);
+    EXPECT_EQ(document.at("diagnostics").at(0).at("rule"), "unreadable");
+    EXPECT_THAT(document.at("diagnostics").at(0).at("message"),
+                testing::EndsWith(", so nothing was changed"));
+}
+
+TEST_F(SetCommand, SaysHowToCleanUpALinkThatLeadsNowhere) {
+    std::filesystem::remove(kPath);
+    std::filesystem::create_symlink("/nowhere", kPath);
+    ExpectRun(ServiceTool(kRetitle), 3, "",
+              kPath +
+                  ": error: is a symbolic link to nothing, so nothing was changed [unreadable]\n"
+                  "    fix: remove the link, which leads nowhere\n");
+}
+
+TEST_F(SetCommand, ChangesNothingWhereThePortsThatAreThereTakeTooMuch) {
+    const std::string before = Section("notes", LongPorts() + "/udp");
+    WriteFile(kPath, before);
+    const ProgramResult result = ServiceTool(kRetitle);
+    EXPECT_THAT(result.err, HasSubstr("the ports take more than the 1023 bytes that a service file "
+                                      "has for them, so nothing was changed [failed]\n"));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(ReadFile(kPath), before);
+    EXPECT_EQ(Calls(), "");
+}
+
+TEST_F(SetCommand, WarnsOfTheNameOfANewFile) {
+    std::vector<std::string> words = With(kNew, {"--dry-run"});
+    words[1] = "new";
+    EXPECT_EQ(ServiceTool(words).err,
+              "new: warning: the name of a service file ends in .sc [file-name]\n"
+              "    fix: write new.sc\n");
+}
+
+// ---- Others at the same time
+
+TEST_F(SetCommand, WaitsForAnotherChange) {
+    std::optional<Lock> other(kSystemParent);
+    std::thread ends([&other] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        WriteFile(kPath, kBefore + "# more\n");
+        other.reset();
+    });
+    EXPECT_EQ(ServiceTool(kRetitle).status, 0);
+    ends.join();
+    EXPECT_EQ(ReadFile(kPath), kRetitled + "# more\n");
+}
+
+TEST_F(SetCommand, GivesUpWhereAnotherChangeDoesNotEnd) {
+    const Lock other(kPackageParent);
+    EXPECT_EQ(ServiceTool(With(kRetitle, {"--dry-run"})).status, 0);
+    ExpectRun(ServiceTool(kRetitle), 3, "",
+              kName +
+                  ": error: another change is under way, so nothing was changed [busy]\n"
+                  "    fix: wait for its end, and try again\n");
+    ExpectNothingDone();
+}
+
+TEST_F(SetCommand, SaysThatSomebodyElseChangedTheFile) {
+    const ReplacedTool router(kRouterTool, "echo >> \"$3\"");
+    const ProgramResult result = ServiceTool(kRetitle);
+    ExpectRun(result, 3, kRetitlePlan + "told " + kListeners,
+              kPath +
+                  ": error: somebody else changed it meanwhile [failed]\n"
+                  "    fix: look at it, and make the change again\n");
 }
 
 // ---- How it is shown
@@ -339,14 +467,23 @@ TEST_F(SetCommand, ShowsTheLogWhenAskedTo) {
 }
 
 TEST_F(SetCommand, KeepsTheOutputOfProgramsOutOfJson) {
-    const std::string tool = "/usr/tavo/sbin/tavoroutertool";
-    std::filesystem::rename(tool, tool + ".old");
-    WriteFile(tool, "#!/bin/sh\necho chatter\necho complaint >&2\n");
-    std::filesystem::permissions(tool, std::filesystem::perms::owner_all);
+    const ReplacedTool router(kRouterTool, "echo chatter\necho complaint >&2");
     const ProgramResult result = ServiceTool(With(kRetitle, {"--json"}));
-    std::filesystem::rename(tool + ".old", tool);
     EXPECT_TRUE(json::accept(result.out)) << result.out;
     EXPECT_EQ(result.err, "");
+}
+
+TEST_F(SetCommand, TakesNoWordOfAProgramForTheLibrarys) {
+    const ReplacedTool router(kRouterTool,
+                              "echo 'servicetool: a.cpp:1 FAILED to notify tavorelayd'\n"
+                              "printf 'a.cpp:1 FAILED to notify tavorelayd'\nexit 1");
+    const ProgramResult result = ServiceTool(kRetitle);
+    ExpectRun(
+        result, 3,
+        kRetitlePlan + kPath + ": changed\ntold the firewall and the relay daemon if it runs\n",
+        "servicetool: warning: could not tell the router tool: /usr/tavo/sbin/tavoroutertool "
+        "--udpate /tmp/notes.sc " +
+            kPath + " failed! [not-told]\n" + kRouterFix);
 }
 
 }  // namespace

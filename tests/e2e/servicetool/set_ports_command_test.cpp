@@ -70,11 +70,49 @@ TEST_F(SetPortsCommand, RefusesPortsThatOthersHave) {
     ExpectNothingDone();
 }
 
+TEST_F(SetPortsCommand, RefusesSourcePortsThatOthersHaveAndNamesTheCommandThatDoesNot) {
+    ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "8800", "--src"}), 1,
+              "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+              "notes    8800  udp    service  other (package/notes.sc)\n" +
+                  kPath + ": [notes] 8800/tcp,udp is taken\n",
+              kPath +
+                  ": error: its ports are taken, so nothing was changed [taken]\n"
+                  "    fix: use servicetool set --src-ports, which does not compare them\n");
+    ExpectNothingDone();
+    EXPECT_EQ(ServiceTool({"set", "notes.sc", "notes", "--src-ports", "8800"}).status, 0);
+}
+
+TEST_F(SetPortsCommand, WritesThroughALinkAndSaysWhere) {
+    std::filesystem::rename(kPath, kHome + "target.sc");
+    std::filesystem::create_symlink(kHome + "target.sc", kPath);
+    const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", "8766/tcp"});
+    EXPECT_THAT(result.out, testing::StartsWith(kPath + ": set dst.ports of section [notes] (" +
+                                                kHome + "target.sc, where the link leads)\n"));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(kPath));
+    EXPECT_THAT(ReadFile(kHome + "target.sc"), HasSubstr("dst.ports=8766/tcp\n"));
+}
+
+TEST_F(SetPortsCommand, SaysWhatToDoWithASectionThatHasNoKeys) {
+    WriteFile(kPath, "[notes]\n" + Section("other", "8800/udp"));
+    ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "8766"}), 1, "",
+              kPath +
+                  ": error: section [notes] has no keys, so nothing was changed [not-found]\n"
+                  "    fix: write servicetool set, or take its line out by hand\n");
+    EXPECT_EQ(ServiceTool({"set", "notes.sc", "notes", "--title", "T", "--desc", "D", "--dst-ports",
+                           "8766"})
+                  .status,
+              0);
+    EXPECT_THAT(ServiceTool({"list"}).out, HasSubstr("notes"));
+}
+
 TEST_F(SetPortsCommand, RefusesWhatIsNotThere) {
     ExpectRun(ServiceTool({"set-ports", "notes.sc", "web", "1"}), 1, "",
+              kPath + ": error: has no section [web], so nothing was changed [not-found]\n");
+    ExpectRun(ServiceTool({"set-ports", "notes.sc", "Notes", "1"}), 1, "",
               kPath +
-                  ": error: has no section [web] with keys, so nothing was changed "
-                  "[not-found]\n");
+                  ": error: has no section [Notes], so nothing was changed [not-found]\n"
+                  "    fix: write notes\n");
     ExpectRun(ServiceTool({"set-ports", "notes", "notes", "1"}), 1, "",
               "notes: error: is not installed in /usr/tavo/etc/services.d nor in "
               "/usr/local/etc/services.d, so nothing was changed [not-found]\n"
@@ -102,14 +140,28 @@ TEST_F(SetPortsCommand, RefusesPortsThatAreNone) {
     ExpectNothingDone();
 }
 
-TEST_F(SetPortsCommand, FailsWithAListThatIsTooLong) {
-    std::string ports = "10001";
-    for (int port = 10003; port < 10500; port += 2) {
-        ports += ',' + std::to_string(port);
+// "20000,20002,...": each port takes six bytes but the first.
+std::string PortList(int count) {
+    std::string ports = "20000";
+    for (int i = 1; i < count; ++i) {
+        ports += ',' + std::to_string(20000 + 2 * i);
     }
-    const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", ports});
-    EXPECT_EQ(result.status, 3);
-    EXPECT_THAT(result.err, HasSubstr("too long"));
+    return ports;
+}
+
+TEST_F(SetPortsCommand, RefusesAListThatTheLibraryWouldCut) {
+    const std::string longest = PortList(169) + ",1/tcp,udp";  // 1023 bytes
+    EXPECT_EQ(ServiceTool({"set-ports", "notes.sc", "notes", longest}).status, 0);
+    EXPECT_THAT(ReadFile(kPath), HasSubstr("dst.ports=" + longest + '\n'));
+    WriteFile(kPath, kBefore);
+    std::filesystem::remove_all(kCalls + "all");
+    for (const std::string &ports : {PortList(169) + ",11/tcp,udp", PortList(180) + "/tcp"}) {
+        const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", ports});
+        EXPECT_EQ(result.status, 2) << ports;
+        EXPECT_THAT(result.err,
+                    HasSubstr("is longer than the 1023 bytes that a service file has for ports "
+                              "[usage]\n    fix: join ports to ranges"));
+    }
     ExpectNothingDone();
 }
 
@@ -120,8 +172,8 @@ TEST_F(SetPortsCommand, SaysThatNothingWasChangedWhereTheFileCannotBeWritten) {
     const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", "8766/tcp"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, kPath +
-                              ": error: failed: the folder: read-only file system; "
-                              "nothing was changed [failed]\n");
+                              ": error: the folder: read-only file system; the file is unchanged "
+                              "[failed]\n");
     ExpectNothingDone();
 }
 

@@ -11,6 +11,7 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 const std::string kOld = Section("notes", "8765/tcp");
 const std::string kNew = Section("notes", "8766/tcp");
@@ -129,7 +130,10 @@ TEST_F(UpdateCommand, PutsAFileInThePlaceOfALink) {
     WriteFile("target.sc", kOld);
     std::filesystem::remove(kPath);
     std::filesystem::create_symlink(kHome + "target.sc", kPath);
-    EXPECT_EQ(ServiceTool({"update", "notes.sc"}).status, 0);
+    const ProgramResult result = ServiceTool({"update", "notes.sc"});
+    EXPECT_THAT(result.out, StartsWith(kPath + ": replace by notes.sc (the link, not " + kHome +
+                                       "target.sc)\n"));
+    EXPECT_EQ(result.status, 0);
     EXPECT_FALSE(std::filesystem::is_symlink(kPath));
     EXPECT_EQ(ReadFile(kPath), kNew);
     EXPECT_EQ(ReadFile("target.sc"), kOld);
@@ -141,9 +145,9 @@ TEST_F(UpdateCommand, PutsAFileInThePlaceOfALink) {
 TEST_F(UpdateCommand, NoticesAnInstallationThatFailed) {
     WriteFile(kPackage + "tmp", "in the way");
     const ProgramResult result = ServiceTool({"update", "notes.sc"});
-    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: failed: "));
-    EXPECT_THAT(result.err, HasSubstr("mkdir fail for path " + kPackage + "tmp"));
-    EXPECT_THAT(result.err, HasSubstr("; nothing was changed [failed]"));
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: /bin/mkdir: cannot create directory "));
+    EXPECT_THAT(result.err, HasSubstr(kPackage + "tmp"));
+    EXPECT_THAT(result.err, HasSubstr("; the file is unchanged [failed]"));
     EXPECT_THAT(result.out, Not(HasSubstr(": changed")));
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ReadFile(kPath), kOld);
@@ -157,6 +161,7 @@ TEST_F(UpdateCommand, KeepsTheOldFileOnAFullDisk) {
     const json result = json::parse(ServiceTool({"update", "--json", "notes.sc"}).out);
     EXPECT_EQ(result.at("results").at(0).at("changed"), false);
     EXPECT_EQ(result.at("diagnostics").at(0).at("rule"), "failed");
+    EXPECT_THAT(result.dump(), HasSubstr("left-behind"));
     EXPECT_EQ(ReadFile(kPath), kOld);
 }
 

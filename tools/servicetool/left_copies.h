@@ -1,0 +1,30 @@
+// The library copies a file to a name of its own before it puts it into its place. Where that fails
+// the copy stays, for whoever wants to know why.
+#ifndef TAVO_SERVICETOOL_LEFT_COPIES_H
+#define TAVO_SERVICETOOL_LEFT_COPIES_H
+
+#include <string>
+#include <vector>
+
+#include "installed_file.h"
+#include "report.h"
+
+namespace tavo {
+
+class LeftCopies {
+  public:
+    // To be made before the file is installed.
+    explicit LeftCopies(const InstalledFile &file);
+
+    // Tells which copies have come since.
+    void Tell(Report &report) const;
+
+  private:
+    std::string folder_;
+    std::string beginning_;  // of their names
+    std::vector<std::string> earlier_;
+};
+
+}  // namespace tavo
+
+#endif

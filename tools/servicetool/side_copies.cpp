@@ -1,0 +1,32 @@
+#include "side_copies.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "rule_file.h"
+#include "service_file.h"
+
+namespace tavo {
+namespace {
+
+constexpr char kFirewallFolder[] = "/usr/tavo/etc/firewall.d";
+
+}  // namespace
+
+std::vector<SideCopy> SideCopiesLeft() {
+    std::vector<std::string> originals = {kFirewallFolder, kRuleFile};
+    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
+        originals.emplace_back(folder.path);
+    }
+    std::vector<SideCopy> copies;
+    for (const std::string &original : originals) {
+        const std::string path = original + ".tmp." + std::to_string(getpid());
+        struct stat status {};
+        if (lstat(path.c_str(), &status) == 0) {
+            copies.push_back({original, path});
+        }
+    }
+    return copies;
+}
+
+}  // namespace tavo
