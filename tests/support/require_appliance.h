@@ -1,9 +1,11 @@
-// For tests that empty the fixed folders: nobody's own machine is to lose its service files.
+// For tests that empty the fixed folders, or mount something on them: nobody's own machine is to
+// lose its service files.
 #ifndef TAVO_TESTS_SUPPORT_REQUIRE_APPLIANCE_H
 #define TAVO_TESTS_SUPPORT_REQUIRE_APPLIANCE_H
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <stdexcept>
 #include <string_view>
 
@@ -16,6 +18,11 @@ inline void RequireAppliance() {
     if (name != std::string_view("appliance")) {
         throw std::runtime_error("this test runs in a private appliance only");
     }
+}
+
+// Whether this program lies below /tmp, with the build that it is of. What hides /tmp hides it.
+inline bool ThisProgramLiesInTmp() {
+    return std::filesystem::read_symlink("/proc/self/exe").string().starts_with("/tmp/");
 }
 
 }  // namespace tavo::test

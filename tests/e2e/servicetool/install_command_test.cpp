@@ -261,7 +261,7 @@ TEST_F(InstallCommand, WarnsOfANameThatPeopleWouldNotKnow) {
 TEST_F(InstallCommand, LeavesNothingWhenItsReaderHangsUp) {
     RunProgram(
         {"sh", "-c", "{ sleep 0.2; " SERVICETOOL " install --as notes.sc - < notes.sc; } | true"});
-    EXPECT_THAT(Entries("/tmp"), IsEmpty());
+    EXPECT_THAT(InTmp(), IsEmpty());
     ExpectNothingDone();
 }
 
