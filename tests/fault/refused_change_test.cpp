@@ -54,10 +54,12 @@ class RefusedChange : public ChangeUnderFire {
 };
 
 // Some calls cannot fail or are not asked whether they did; a wait that fails while the program
-// runs is nothing that the kernel does, and how often a wait looks is a matter of time.
+// runs is nothing that the kernel does, and how often a wait looks is a matter of time, as it is of
+// chance how many numbers it takes to find a name.
 bool CanBeRefused(const SystemCall &call) {
-    static const std::set<std::string> kNever = {
-        "close", "getpid", "poll", "rt_sigaction", "rt_sigprocmask", "wait4", "waitid"};
+    static const std::set<std::string> kNever = {"close", "getpid",       "getrandom",
+                                                 "poll",  "rt_sigaction", "rt_sigprocmask",
+                                                 "wait4", "waitid"};
     return !IsAboutMemory(call) && kNever.count(call.name) == 0;
 }
 
