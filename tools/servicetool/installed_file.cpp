@@ -30,7 +30,7 @@ std::string NameProblem(const std::string &name) {
     if (name.empty() || name == "." || name == "..") {
         return "is no name of a file";
     }
-    if (name.find('/') != std::string::npos) {
+    if (std::find(name.begin(), name.end(), '/') != name.end()) {
         return "is a path";
     }
     if (name.size() > kLongestName) {
