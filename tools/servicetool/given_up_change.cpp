@@ -47,7 +47,7 @@ std::optional<Change> ChangeAskedFor(const std::string &command, const CommandOp
 
 void TellThrown(const CLI::App &command, const CommandOptions &options, const std::string &reason,
                 Report &report) {
-    const std::string name = command.get_name();
+    const std::string &name = command.get_name();
     if (const std::optional<Change> change = ChangeAskedFor(name, options)) {
         ChangeReport(*change, report).Refuse("failed", reason, "", Status::kFailed);
         return;
@@ -58,7 +58,7 @@ void TellThrown(const CLI::App &command, const CommandOptions &options, const st
 
 // A command line that is wrong asks for no change.
 void AddMissingResult(const CLI::App &command, const CommandOptions &options, Report &report) {
-    const std::string name = command.get_name();
+    const std::string &name = command.get_name();
     const std::optional<Change> change = ChangeAskedFor(name, options);
     if (change && report.Worst() != Status::kUsage && !report.HasResult()) {
         ChangeReport(*change, report).AddResult();
