@@ -11,7 +11,6 @@ namespace tavo::test {
 namespace {
 
 using nlohmann::json;
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
