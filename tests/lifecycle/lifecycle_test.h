@@ -90,17 +90,6 @@ inline void PrintTo(const FileState &state, std::ostream *out) {
          << testing::PrintToString(state.bytes);
 }
 
-// The names in a folder, sorted; none where there is no such folder.
-inline std::vector<std::string> Entries(const std::string &folder) {
-    std::vector<std::string> names;
-    std::error_code missing;
-    for (const auto &entry : std::filesystem::directory_iterator(folder, missing)) {
-        names.push_back(entry.path().filename());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 // What a recording tool or plugin received, a line for each call and argument; "all" is everybody
 // in order.
 inline std::vector<std::string> Calls(const std::string &name = "all") {

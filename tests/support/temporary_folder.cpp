@@ -9,6 +9,18 @@
 #include <system_error>
 
 namespace tavo::test {
+namespace {
+
+std::vector<std::string> SortedNames(std::filesystem::directory_iterator entries) {
+    std::vector<std::string> names;
+    for (const auto &entry : entries) {
+        names.push_back(entry.path().filename());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+}  // namespace
 
 TemporaryFolder::TemporaryFolder()
     : path_(std::filesystem::temp_directory_path() / "tavo-test-XXXXXX") {
@@ -33,12 +45,12 @@ std::string TemporaryFolder::Write(std::string_view name, std::string_view conte
 }
 
 std::vector<std::string> TemporaryFolder::Entries() const {
-    std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(path_)) {
-        names.push_back(entry.path().filename());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    return SortedNames(std::filesystem::directory_iterator(path_));
+}
+
+std::vector<std::string> Entries(const std::string &folder) {
+    std::error_code missing;
+    return SortedNames(std::filesystem::directory_iterator(folder, missing));
 }
 
 std::string ReadFile(const std::string &path) {

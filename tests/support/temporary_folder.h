@@ -36,6 +36,10 @@ std::string ReadFile(const std::string &path);
 // Creates or replaces a file; throws where it cannot be written.
 void WriteFile(const std::string &path, std::string_view contents);
 
+// The names of all entries of a folder, sorted, hidden ones too; none where there is no such
+// folder.
+std::vector<std::string> Entries(const std::string &folder);
+
 }  // namespace tavo::test
 
 #endif

@@ -34,17 +34,6 @@ inline const std::string kPlan = "tell the plugins and the relay daemon if it ru
 inline const std::string kTold = "told the plugins and the relay daemon if it runs\n";
 inline const std::string kDryRun = "dry run: nothing was changed, nobody was told\n";
 
-// The names in a folder, sorted; none where there is no such folder.
-inline std::vector<std::string> Entries(const std::string &folder) {
-    std::vector<std::string> names;
-    std::error_code missing;
-    for (const auto &entry : std::filesystem::directory_iterator(folder, missing)) {
-        names.push_back(entry.path().filename());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 // What the stand-in of that name received; "all" is everybody in order.
 inline std::string Calls(const std::string &name = "all") {
     return std::filesystem::exists(kCalls + name) ? ReadFile(kCalls + name) : "";
