@@ -1,0 +1,34 @@
+// Whether a file or folder exists, with a third answer for when that is unknown. TLIBCFileExist
+// answers yes or no only. A check of ports or a change of files that takes an I/O error for absence
+// reports a port as free, or writes a second file.
+#ifndef TAVO_SRC_SUPPORT_PRESENCE_H
+#define TAVO_SRC_SUPPORT_PRESENCE_H
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace tavo {
+
+enum class Presence { kPresent, kAbsent, kUnknown };
+
+// Follows symbolic links. A path that cannot lead anywhere, such as a link to itself, is absent.
+inline Presence PresenceOf(const char *path) {
+    struct stat status;
+    if (stat(path, &status) == 0) {
+        return Presence::kPresent;
+    }
+    switch (errno) {
+        case ENOENT:
+        case ENOTDIR:
+        case ELOOP:
+        case ENAMETOOLONG:
+            return Presence::kAbsent;
+        default:
+            return Presence::kUnknown;
+    }
+}
+
+}  // namespace tavo
+
+#endif
