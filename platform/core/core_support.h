@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -47,6 +48,22 @@ inline Failure Fail(ErrorCode code, const char *file, int line) {
 
 // The error code of a system call on a file that failed with errno `error`.
 ErrorCode FileError(int error);
+
+// Keeps the calling thread's error state as it is, for a step whose failure is not reported.
+class UnchangedErrorState {
+  public:
+    UnchangedErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {
+        std::strncpy(file_, TLIBCErrorGetFile(), sizeof(file_) - 1);
+    }
+    ~UnchangedErrorState() { TLIBCErrSetEx(code_, file_, line_); }
+    UnchangedErrorState(const UnchangedErrorState &) = delete;
+    UnchangedErrorState &operator=(const UnchangedErrorState &) = delete;
+
+  private:
+    unsigned int code_;
+    int line_;
+    char file_[256] = {};
+};
 
 struct FreeDeleter {
     void operator()(void *block) const { std::free(block); }

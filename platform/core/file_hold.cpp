@@ -22,23 +22,6 @@ struct HeldFile {
 // ends where there is none.
 thread_local HeldFile *held_file = nullptr;
 
-// Holding only saves work, so that it failed is no news: whoever cannot hold a file reads it all
-// the same, and learns then what is wrong with it.
-class UnchangedErrorState {
-  public:
-    UnchangedErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {
-        std::strncpy(file_, TLIBCErrorGetFile(), sizeof(file_) - 1);
-    }
-    ~UnchangedErrorState() { TLIBCErrSetEx(code_, file_, line_); }
-    UnchangedErrorState(const UnchangedErrorState &) = delete;
-    UnchangedErrorState &operator=(const UnchangedErrorState &) = delete;
-
-  private:
-    unsigned int code_;
-    int line_;
-    char file_[256] = {};
-};
-
 }  // namespace
 
 bool MappedFile::Load(const char *path) {
@@ -55,6 +38,8 @@ const MappedFile *FindHeldFile(const char *path) {
 
 int TLIBCFileHold(const char *szPath) {
     using namespace tavo;
+    // Holding only saves work, so that it failed is no news: whoever cannot hold a file reads it
+    // all the same, and learns then what is wrong with it.
     const UnchangedErrorState unchanged;
     void *room = nullptr;
     if (szPath == nullptr || held_file != nullptr ||

@@ -9,23 +9,17 @@
 
 #include "core_support.h"
 #include "file_text.h"
+#include "folder_lock.h"
 
 namespace tavo {
-
-// How long a writer waits for another one in the same folder.
-constexpr std::chrono::seconds kLockWait{30};
 
 // The regular file behind a path, locked for a change until the object goes.
 class LockedFile {
   public:
-    LockedFile() = default;
-    ~LockedFile();
-    LockedFile(const LockedFile &) = delete;
-    LockedFile &operator=(const LockedFile &) = delete;
-
     // Follows symbolic links, locks the folder of the file that they lead to and clears what a
     // writer that was killed left in it. False on failure with the error set: 0x700 for a missing
-    // file, 0x900 also when the lock is not to be had in time.
+    // file, 0x900 also when the lock is not to be had in time. Where the caller may not write to
+    // the folder nothing is locked; the file can be read, but not replaced.
     bool Lock(const char *path, std::chrono::milliseconds wait = kLockWait);
 
     // Loads the file as it is under the lock.
@@ -38,7 +32,7 @@ class LockedFile {
   private:
     MallocPtr<char> path_;
     const char *name_ = nullptr;  // in its folder
-    Descriptor folder_;
+    FolderLock lock_;
     bool locked_ = false;
     struct stat status_ = {};
 };

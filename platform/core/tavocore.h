@@ -232,9 +232,33 @@ TAVOCORE_API void TLIBCStrPut(char *szText);
  * its mode and owner, is flushed to disk and renamed over it, and the folder is flushed. A symbolic
  * link is followed to the file that it names. Whatever fails, the old file is whole; only a folder
  * that can neither be flushed nor get its old file back leaves the new one, just as whole. Writers
- * in one folder exclude each other (flock on the folder) for a bounded time, past which the call
- * fails with 0x900.
+ * in one folder exclude each other: each takes the lock of the folder (TLIBCFolderLockTake) and
+ * waits for it at most 30 seconds, then fails with 0x900.
  */
+
+typedef struct TLIBCFolderLock TLIBCFolderLock;
+
+/* Takes the lock that the writers below take, of the folder szFolder (through symbolic links), so
+ * that no writer of any process changes a file in it: to copy the folder, or to replace it as a
+ * whole. Waits at most 30 seconds. The lock is the file .tavo-write/lock in the folder, locked with
+ * flock. Only users who may write to the folder can take it. A lock whose process ends is free.
+ * Whoever removes what is in the folder removes the lock with it: a writer that waited can take a
+ * new one in what is left.
+ *
+ * Release it with TLIBCFolderLockRelease, from any thread. The lock is not recursive: its holder
+ * must not call a writer for a file of that folder meanwhile. It belongs to the process that took
+ * it, but where that ends without releasing it, a child made by fork keeps the folder locked until
+ * it ends or runs another program. A platform may lack these two functions.
+ *
+ * NULL on failure: 0xD00 for a NULL or empty path, 0x700 for a missing folder, 0x900 when the lock
+ * is held by others all that time, the caller may not write to the folder, or something else is in
+ * the lock's place, 0x200 out of memory. */
+TAVOCORE_API TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder);
+
+/* Unlocks and frees pLock; NULL is accepted. The folder may have been removed or replaced
+ * meanwhile; a copy of the lock file that came with its replacement is removed. In a child process
+ * that inherited pLock it only frees the memory. The error state is unchanged. */
+TAVOCORE_API void TLIBCFolderLockRelease(TLIBCFolderLock *pLock);
 
 /* Takes a snapshot of szPath for the calling thread: until TLIBCFileRelease, the reading functions
  * below, given the very same path, read the snapshot instead of opening the file again, also after

@@ -118,7 +118,7 @@ TEST_F(InjectedFault, TheChangeIsStagedFlushedAndRenamed) {
         names += call.name + " ";
     }
     const std::string owner = geteuid() == 0 ? "fchown " : "";
-    EXPECT_THAT(names, testing::ContainsRegex("flock .*mkdirat .*write .*" + owner +
+    EXPECT_THAT(names, testing::ContainsRegex("mkdirat .*flock .*write .*" + owner +
                                               "fchmod .*fsync close "
                                               "linkat renameat fsync .*unlinkat .*flock"));
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -95,7 +96,9 @@ pid_t StartHolder(const std::string &folder, std::chrono::milliseconds time) {
     int ready[2];
     EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
     const pid_t holder = Start([&] {
-        const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        mkdir((folder + "/.tavo-write").c_str(), 0700);
+        const int fd =
+            open((folder + "/.tavo-write/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         if (flock(fd, LOCK_EX) != 0 || write(ready[1], "1", 1) != 1) {
             return 1;
         }

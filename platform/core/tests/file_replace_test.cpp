@@ -48,18 +48,27 @@ std::size_t OpenDescriptors() {
 // Holds the lock that writers in a folder take.
 class HeldLock {
   public:
-    explicit HeldLock(const std::string &folder)
-        : fd_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-          held_(flock(fd_, LOCK_EX | LOCK_NB) == 0) {}
-    ~HeldLock() { close(fd_); }
+    explicit HeldLock(const std::string &folder) : staging_(folder + "/.tavo-write") {
+        mkdir(staging_.c_str(), 0700);
+        fd_ = open((staging_ + "/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        held_ = flock(fd_, LOCK_EX | LOCK_NB) == 0;
+    }
+    ~HeldLock() {
+        if (held_) {
+            unlink((staging_ + "/lock").c_str());
+            rmdir(staging_.c_str());
+        }
+        close(fd_);
+    }
     HeldLock(const HeldLock &) = delete;
     HeldLock &operator=(const HeldLock &) = delete;
 
     bool Held() const { return held_; }
 
   private:
-    int fd_;
-    bool held_;
+    std::string staging_;
+    int fd_ = -1;
+    bool held_ = false;
 };
 
 class FileReplace : public testing::Test {
@@ -310,6 +319,7 @@ TEST_F(FileReplace, ReleasesLockAndDescriptorsWhateverBecameOfTheChange) {
     Folder(".tavo-write");
     folder_.Write(".tavo-write/mine", "");
     EXPECT_FAILURE(kUnusableCode, Change(file, "3"));
+    unlink((folder_ / ".tavo-write/mine").c_str());
     EXPECT_TRUE(HeldLock(folder_.Path()).Held());
     EXPECT_EQ(OpenDescriptors(), descriptors);
 }

@@ -10,9 +10,11 @@ tavo_add_test(core_files_test
     file_write_test.cpp
   LIBRARIES tavocore tavoconfiglines)
 
-# Of their own, since a platform need not be able to hold files, nor to give programs an input.
+# Of their own, since a platform need not be able to hold files, to lock a folder, or to give
+# programs an input.
 tavo_add_test(core_exec_input_test SOURCES exec_input_test.cpp LIBRARIES tavocore)
 tavo_add_test(core_hold_test SOURCES file_hold_test.cpp LIBRARIES tavocore)
+tavo_add_test(core_folder_lock_test SOURCES folder_lock_test.cpp LIBRARIES tavocore)
 
 # What the library keeps to itself, built into the test.
 tavo_add_test(core_internals_test
@@ -23,6 +25,7 @@ tavo_add_test(core_internals_test
     ../error.cpp
     ../file_replace.cpp
     ../file_text.cpp
+    ../folder_lock.cpp
     ../section_map.cpp
     ../text_hash.cpp
     ../text_index.cpp

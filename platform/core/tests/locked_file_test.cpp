@@ -99,13 +99,15 @@ TEST_F(LockedFileTest, TellsThatTheFileWentMeanwhile) {
 }
 
 TEST_F(LockedFileTest, RenamesOverNothingButAFile) {
-    LockedFile file;
-    FileText text;
-    ASSERT_TRUE(file.Lock(path_.c_str()) && file.Read(text));
-    ASSERT_EQ(unlink(path_.c_str()), 0);
-    ASSERT_EQ(mkdir(path_.c_str(), 0700), 0);
-    EXPECT_FALSE(file.Replace("new"));
-    EXPECT_EQ(TLIBCErrGet(), 0x2800u);
+    {
+        LockedFile file;
+        FileText text;
+        ASSERT_TRUE(file.Lock(path_.c_str()) && file.Read(text));
+        ASSERT_EQ(unlink(path_.c_str()), 0);
+        ASSERT_EQ(mkdir(path_.c_str(), 0700), 0);
+        EXPECT_FALSE(file.Replace("new"));
+        EXPECT_EQ(TLIBCErrGet(), 0x2800u);
+    }
     EXPECT_EQ(folder_.Entries(), std::vector<std::string>{"file"});
 }
 
