@@ -15,6 +15,7 @@ struct WantedKey {
     std::string_view key;
     std::string_view value;
     std::size_t line;  // where the line that counts for it begins, kNowhere for a new key
+    bool kept;         // whether that line stays as it is
 };
 
 // The wanted keys in table order, found by name.
@@ -32,7 +33,7 @@ class WantedKeys {
             const char *key = nullptr;
             const char *value = nullptr;
             TLIBCSzHashEnum(table, i, &key, &value);
-            keys_.get()[i] = {key, value, kNowhere};
+            keys_.get()[i] = {key, value, kNowhere, false};
             if (index_.Add(key) == TextIndex::kNone) {
                 return false;
             }
@@ -72,7 +73,16 @@ std::string_view LineEndOf(const ConfigLine &line) {
     return {behind, line.end - line.begin - line.text.size()};
 }
 
-Layout FindLayout(std::string_view text, std::string_view section, const WantedKeys &wanted) {
+// Whether the line stays as it is when its key gets the value. A value in quotes is the text to
+// write: to keep ""x"" for "x" would lose the change from one text to the other. Any other value
+// may have been read from this line, without its quotes.
+bool IsKept(const ConfigLine &line, std::string_view value, KeptLines kept) {
+    const bool read = kept == KeptLines::kSameValue && !IsQuoted(value) && line.value == value;
+    return read || line.raw_value == TrimBlanks(value);
+}
+
+Layout FindLayout(std::string_view text, std::string_view section, const WantedKeys &wanted,
+                  KeptLines kept) {
     Layout layout;
     ConfigLineReader lines(text);
     ConfigLine line;
@@ -93,6 +103,7 @@ Layout FindLayout(std::string_view text, std::string_view section, const WantedK
         WantedKey *key = line.kind == ConfigLineKind::kKeyValue ? wanted.Find(line.name) : nullptr;
         if (key != nullptr) {
             key->line = line.begin;
+            key->kept = IsKept(line, key->value, kept);
         }
     }
     return layout;
@@ -117,12 +128,6 @@ void AppendNewKeys(const WantedKeys &wanted, std::string_view line_end, TextBuff
     }
 }
 
-// Whether the line says what it would say with the value written as given, or is read as that
-// value, which may have come from it.
-bool GivesValue(const ConfigLine &line, std::string_view value) {
-    return line.raw_value == TrimBlanks(value) || line.value == value;
-}
-
 // Copies a key=value line of the section, changed as the wanted keys say.
 void AppendEditedLine(const ConfigLine &line, std::string_view spelling, const WantedKeys &wanted,
                       OtherKeys others, TextBuffer &out) {
@@ -131,7 +136,7 @@ void AppendEditedLine(const ConfigLine &line, std::string_view spelling, const W
         return;
     }
     const bool counts = key != nullptr && key->line == line.begin;
-    if (!counts || GivesValue(line, key->value)) {
+    if (!counts || key->kept) {
         out.Append(spelling);
     } else {
         AppendKeyValue(*key, LineEndOf(line), out);
@@ -185,39 +190,49 @@ bool ReadsBack(std::string_view composed, ConfigLineKind kind, std::string_view 
     return composed.find('\n') == std::string_view::npos && line.kind == kind && line.name == name;
 }
 
+bool CheckReadsBack(const TextBuffer &composed, ConfigLineKind kind, std::string_view name) {
+    if (composed.Failed()) {
+        return TAVO_CORE_FAIL(kOutOfMemory);
+    }
+    return ReadsBack(composed.View(), kind, name) || TAVO_CORE_FAIL(kBadParameter);
+}
+
+// Checks the lines that are written anew.
+bool CheckNewLines(const WantedKeys &wanted) {
+    TextBuffer composed;
+    for (const WantedKey &key : wanted) {
+        composed.Clear();
+        AppendKeyValue(key, {}, composed);
+        if (!key.kept && !CheckReadsBack(composed, ConfigLineKind::kKeyValue, key.key)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
-bool CheckWritable(std::string_view section, const TLIBCSzHash *keys) {
+bool CheckSectionName(std::string_view section) {
     TextBuffer composed;
     composed.Append("[");
     composed.Append(section);
     composed.Append("]");
-    bool reads_back = ReadsBack(composed.View(), ConfigLineKind::kSection, section);
-    const int count = TLIBCSzHashCount(keys);
-    for (int i = 0; i < count && reads_back && !composed.Failed(); ++i) {
-        const char *key = nullptr;
-        const char *value = nullptr;
-        TLIBCSzHashEnum(keys, i, &key, &value);
-        composed.Clear();
-        AppendKeyValue({key, value, kNowhere}, {}, composed);
-        reads_back = ReadsBack(composed.View(), ConfigLineKind::kKeyValue, key);
-    }
-    if (composed.Failed()) {
-        return TAVO_CORE_FAIL(kOutOfMemory);
-    }
-    return reads_back || TAVO_CORE_FAIL(kBadParameter);
+    return CheckReadsBack(composed, ConfigLineKind::kSection, section);
 }
 
 bool SetSectionKeys(std::string_view text, std::string_view section, const TLIBCSzHash *keys,
-                    OtherKeys others, MissingSection missing, TextBuffer &out) {
+                    OtherKeys others, MissingSection missing, KeptLines kept, TextBuffer &out) {
     WantedKeys wanted;
     if (!wanted.Fill(keys)) {
         return TAVO_CORE_FAIL(kOutOfMemory);
     }
-    const Layout layout = FindLayout(text, section, wanted);
+    const Layout layout = FindLayout(text, section, wanted, kept);
     const bool there = layout.new_keys_at != kNowhere;
     if (!there && missing == MissingSection::kRefuse) {
         return TAVO_CORE_FAIL(kBadParameter);
+    }
+    if (!CheckNewLines(wanted)) {
+        return false;
     }
     if (there) {
         ChangeSection(text, section, wanted, others, layout, out);

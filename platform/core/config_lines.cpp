@@ -13,8 +13,7 @@ bool HoldsNul(std::string_view text) {
 }
 
 std::string_view WithoutQuotes(std::string_view value) {
-    const bool quoted = value.size() >= 2 && value.front() == '"' && value.back() == '"';
-    return quoted ? value.substr(1, value.size() - 2) : value;
+    return IsQuoted(value) ? value.substr(1, value.size() - 2) : value;
 }
 
 ConfigLineKind ClassifyKeyValue(std::string_view trimmed, ConfigLine &line) {

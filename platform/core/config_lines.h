@@ -23,6 +23,18 @@ constexpr char Lowered(char c) {
 // `text` without the blanks at both ends; the result always points into `text`.
 std::string_view TrimBlanks(std::string_view text);
 
+// Whether a value is read without its first and last byte, a pair of quotes.
+constexpr bool IsQuoted(std::string_view value) {
+    return value.size() >= 2 && value.front() == '"' && value.back() == '"';
+}
+
+// Whether a value that was read is read as something else when it is written back without a pair of
+// quotes around it. It stood in such a pair then: no other text is read with quotes at both ends
+// or a blank at one.
+constexpr bool NeedsQuotes(std::string_view value) {
+    return IsQuoted(value) || (!value.empty() && (IsBlank(value.front()) || IsBlank(value.back())));
+}
+
 enum class ConfigLineKind {
     kBlank,
     kComment,

@@ -1,4 +1,4 @@
-// Changing configuration files: check what is to be written, lock the file, edit its text in memory
+// Changing configuration files: lock the file, edit its text in memory, check what is new in it,
 // and replace the file, unless nothing in it changes.
 #include "config_edit.h"
 #include "core_support.h"
@@ -25,15 +25,15 @@ int ChangeFile(const char *path, Edit edit) {
 }
 
 int SetKeys(const char *path, const char *section, const TLIBCSzHash *keys, OtherKeys others,
-            MissingSection missing) {
+            MissingSection missing, KeptLines kept) {
     if (section == nullptr || keys == nullptr) {
         return TAVO_CORE_FAIL(kBadParameter);
     }
-    if (!CheckWritable(section, keys)) {
+    if (!CheckSectionName(section)) {
         return -1;
     }
     return ChangeFile(path, [&](std::string_view text, TextBuffer &out) {
-        return SetSectionKeys(text, section, keys, others, missing, out);
+        return SetSectionKeys(text, section, keys, others, missing, kept, out);
     });
 }
 
@@ -44,12 +44,14 @@ using namespace tavo;
 
 int TLIBCFileSetSection(const char *szPath, const char *szSection, const char * /*szReserved*/,
                         const TLIBCSzHash *pHash, int /*nFlags*/) {
-    return SetKeys(szPath, szSection, pHash, OtherKeys::kTakeOut, MissingSection::kAdd);
+    return SetKeys(szPath, szSection, pHash, OtherKeys::kTakeOut, MissingSection::kAdd,
+                   KeptLines::kSameValue);
 }
 
 int TLIBCFileAddSection(const char *szPath, const char *szSection, const TLIBCSzHash *pHash,
                         int /*nFlags*/) {
-    return SetKeys(szPath, szSection, pHash, OtherKeys::kKeep, MissingSection::kAdd);
+    return SetKeys(szPath, szSection, pHash, OtherKeys::kKeep, MissingSection::kAdd,
+                   KeptLines::kSameValue);
 }
 
 int TLIBCFileSetSectionValue(const char *szPath, const char *szSection, const char *szKey,
@@ -63,7 +65,8 @@ int TLIBCFileSetSectionValue(const char *szPath, const char *szSection, const ch
     }
     int result = TLIBCSzHashSetValue(key, szKey, szValue);
     if (result == 0) {
-        result = SetKeys(szPath, szSection, key, OtherKeys::kKeep, MissingSection::kRefuse);
+        result = SetKeys(szPath, szSection, key, OtherKeys::kKeep, MissingSection::kRefuse,
+                         KeptLines::kSameText);
     }
     TLIBCSzHashFree(key);
     return result;
@@ -73,7 +76,7 @@ int TLIBCFileRemoveSection(const char *szPath, const char *szSection) {
     if (szSection == nullptr) {
         return TAVO_CORE_FAIL(kBadParameter);
     }
-    if (!CheckWritable(szSection, nullptr)) {
+    if (!CheckSectionName(szSection)) {
         return -1;
     }
     return ChangeFile(szPath, [&](std::string_view text, TextBuffer &out) {

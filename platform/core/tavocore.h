@@ -224,9 +224,19 @@ TAVOCORE_API void TLIBCStrPut(char *szText);
  * spelling. A key that is there keeps its place (where it stands more than once, the line that
  * counts gets the value), new keys go behind the section's last line that is not blank or a
  * comment, and a new section goes to the end of the file. Values are written as given, key=value,
- * so that blanks and one pair of quotes around them are lost when they are read; a line that gives
- * the wanted value already keeps its spelling. A name or key that would not be read back as given,
- * and a newline anywhere, is refused with 0xD00 and the file stays as it was.
+ * so that blanks and one pair of quotes around them are lost when they are read.
+ *
+ * A line that has the wanted value already keeps its spelling, and the file stays untouched when no
+ * line changes:
+ *  - TLIBCFileSetSectionValue keeps a line whose value, as it stands in the file, is the very text
+ *    given, but for blanks around either: k=1 for 1, but not k="1".
+ *  - TLIBCFileSetSection and TLIBCFileAddSection also keep a line that is read as the value, k="1"
+ *    for 1, so that keys which were read and are handed back keep every byte. A value that is given
+ *    in quotes, "1", is the very text again: k=1 and k=""1"" both become k="1". A caller that hands
+ *    back a value which was read with quotes or blanks at its ends puts a pair of quotes around it.
+ *
+ * A name or key that would not be read back as given, and a newline anywhere, is refused with 0xD00
+ * and the file stays as it was. A line that is kept is not refused, whatever its key.
  *
  * A change is all or nothing: the new text goes to a temporary file beside the target, takes over
  * its mode and owner, is flushed to disk and renamed over it, and the folder is flushed. A symbolic

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "config_lines.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/section_write.h"
 #include "model/service_file_keys.h"
@@ -64,6 +65,23 @@ int SetKey(TLIBCSzHash *pKeys, const char *szKey, const char *szText) {
     tavo::PrintText(szValue, "\"%s\"", szText);
     if (TLIBCSzHashSetValue(pKeys, szKey, szValue) < 0) {
         return TAVO_LOG("Failed ot set %s into Hash", szKey);
+    }
+    return 0;
+}
+
+// Keys of the section that are not set here are read afterwards as they were before.
+int QuoteReadKeys(TLIBCSzHash *pKeys) {
+    const char *szKey = nullptr;
+    const char *szValue = nullptr;
+    for (int i = 0; TLIBCSzHashEnum(pKeys, i, &szKey, &szValue) == 0; ++i) {
+        if (!tavo::NeedsQuotes(szValue)) {
+            continue;
+        }
+        const std::unique_ptr<char, tavo::FreeWith<TLIBCStrPut>> value(
+            TLIBCStrGet("\"%s\"", szValue));
+        if (value == nullptr || TLIBCSzHashSetValue(pKeys, szKey, value.get()) < 0) {
+            return TAVO_LOG("Failed ot set %s into Hash", szKey);
+        }
     }
     return 0;
 }
@@ -130,7 +148,8 @@ int WriteSection(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &s
     if (nKeys < 0) {
         return TAVO_LOG("failed to get section(%s) from %s", target.Section(), target.Path());
     }
-    if (SetKeys(pKeys, section, dstPorts, srcPorts) < 0 || tavo::MakeBackup(target, backup) < 0) {
+    if (QuoteReadKeys(pKeys) < 0 || SetKeys(pKeys, section, dstPorts, srcPorts) < 0 ||
+        tavo::MakeBackup(target, backup) < 0) {
         return -1;
     }
     if (param.nWriteMode == TAVO_WRITE_MODE_SET) {

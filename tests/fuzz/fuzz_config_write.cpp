@@ -143,8 +143,7 @@ std::string Beside(std::string_view text, std::string_view section) {
 
 std::string Unquoted(std::string_view value) {
     value = tavo::TrimBlanks(value);
-    const bool quoted = value.size() >= 2 && value.front() == '"' && value.back() == '"';
-    return std::string(quoted ? value.substr(1, value.size() - 2) : value);
+    return std::string(tavo::IsQuoted(value) ? value.substr(1, value.size() - 2) : value);
 }
 
 void CheckKeys(const Change &change, const Keys &before) {
@@ -155,7 +154,8 @@ void CheckKeys(const Change &change, const Keys &before) {
     for (const auto &[key, value] : wanted) {
         Require(after.count(key) == 1);
         // A line that was read as the value already keeps its spelling.
-        const bool kept = before.count(key) == 1 && before.at(key) == value;
+        const bool kept = change.writer != 'V' && !tavo::IsQuoted(value) &&
+                          before.count(key) == 1 && before.at(key) == value;
         Require(after.at(key) == (kept ? value : Unquoted(value)));
     }
     const bool keeps_others = change.writer == 'A' || change.writer == 'V';
@@ -188,6 +188,9 @@ void CheckChange(const Change &change, const std::string &before) {
 void CheckWritingBack(const std::string &section, const std::string &before) {
     Table keys;
     keys.ReadSection(section);
+    for (const auto &[key, value] : keys.Contents()) {
+        keys.Set(key, tavo::NeedsQuotes(value) ? '"' + value + '"' : value);
+    }
     if (!keys.Contents().empty()) {
         Require(TLIBCFileSetSection(Path().c_str(), section.c_str(), nullptr, keys.Get(), 0) == 0);
         Require(Read() == before);

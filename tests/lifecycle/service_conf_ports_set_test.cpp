@@ -90,14 +90,21 @@ TEST_F(PortsSet, RefusesAConflictBeforeAnyFileIsTouched) {
 
 TEST_F(PortsSet, IsInNoConflictWithItself) {
     SetPorts("81/tcp");
-    const FileState before = StateOf(kFile);
-    EXPECT_EQ(Written(), before.bytes);
+    EXPECT_EQ(Written(), std::string(kHead) + "dst.ports=81/tcp\n" + kTail);
     SetPorts("82/tcp");
     log_.Clear();
     ExpectUnchanged({"Port conflict with existing ports! (port: 82/tcp)[0x0000 :N]"});
 }
 
 // ---- What is written ----
+
+TEST_F(PortsSet, TakesTheQuotesOffEqualPorts) {
+    SetPorts("81/tcp");
+    EXPECT_EQ(Written(), std::string(kHead) + "dst.ports=81/tcp\n" + kTail);
+    const FileState before = StateOf(kFile);
+    EXPECT_EQ(Set(), 0);
+    EXPECT_EQ(StateOf(kFile), before);
+}
 
 TEST_F(PortsSet, SetsTheOneKeyWithoutQuotes) {
     ASSERT_EQ(chmod(kFile, 0640), 0);

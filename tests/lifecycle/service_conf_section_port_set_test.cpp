@@ -56,6 +56,12 @@ class SectionPortSet : public LifecycleTest {
     Ports ports_;
 };
 
+TEST_F(SectionPortSet, TakesTheQuotesOffEqualPorts) {
+    WriteFile(kFile, Declaring("dst.ports = \"8100/tcp\"\n"));
+    SetPorts("8100/tcp");
+    EXPECT_EQ(Written(), Declaring("dst.ports=8100/tcp\n"));
+}
+
 TEST_F(SectionPortSet, SetsTheOneKeyWithoutQuotesAndReloadsTheFirewall) {
     ActivateRelayDaemon();
     ASSERT_EQ(chmod(kFile, 0640), 0);

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "config_lines.h"
 #include "installed_file.h"
 #include "library_owners.h"
 #include "private_folder.h"
@@ -64,6 +65,17 @@ void SetQuoted(const OwnedTable &keys, const char *key, const std::string &text)
     Require(TLIBCSzHashSetValue(keys.get(), key, value.c_str()) == 0);
 }
 
+// Keys of the section that are not set here are read afterwards as they were before.
+void QuoteReadKeys(const OwnedTable &keys) {
+    const char *key = nullptr;
+    const char *value = nullptr;
+    for (int i = 0; TLIBCSzHashEnum(keys.get(), i, &key, &value) == 0; ++i) {
+        if (NeedsQuotes(value)) {
+            SetQuoted(keys, key, value);
+        }
+    }
+}
+
 // Without a section and a key there is no reference; what the file has then stays.
 void SetReference(const OwnedTable &keys, const char *key, const TAVO_SERVICE_CONF_STRING &string) {
     if (*string.szSection == '\0' || *string.szKey == '\0') {
@@ -110,6 +122,7 @@ FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &se
     const StagedFile file(before);
     const OwnedTable keys = NewTable();
     const bool present = file.Read(section.szName, keys) > 0;
+    QuoteReadKeys(keys);
     SetKeys(keys, section);
     Require((present ? TLIBCFileSetSection(file.Path(), section.szName, nullptr, keys.get(), 0)
                      : TLIBCFileAddSection(file.Path(), section.szName, keys.get(), 0)) == 0);

@@ -82,18 +82,24 @@ TEST_F(FileSetSectionValue, WritesTheValueAsGiven) {
     EXPECT_EQ(SetValue("[s]\nk=1\n", "s", "k", "a\rb\r"), "[s]\nk=a\rb\r\n");
 }
 
-TEST_F(FileSetSectionValue, KeepsTheSpellingOfALineThatGivesTheValueAlready) {
-    for (const std::string &line : {"  k =\t1 "s, "k=\"1\""s, "k = \"1\"\r"s, "k=1"s}) {
+TEST_F(FileSetSectionValue, KeepsTheSpellingOfALineThatHasTheVeryText) {
+    for (const std::string &line : {"  k =\t1 "s, "k = 1\r"s, "k=1"s}) {
         const std::string text = "[s]\n" + line + "\n";
         EXPECT_EQ(SetValue(text, "s", "k", "1"), text);
     }
     EXPECT_EQ(SetValue("[s]\nk = \"1\"\n", "s", "k", "\"1\""), "[s]\nk = \"1\"\n");
     EXPECT_EQ(SetValue("[s]\nk = 1\n", "s", "k", "\"1\""), "[s]\nk=\"1\"\n");
-    EXPECT_EQ(SetValue("[s]\nk = \"\"\n", "s", "k", ""), "[s]\nk = \"\"\n");
-    EXPECT_EQ(SetValue("[s]\nk=\" 1 \"\n", "s", "k", " 1 "), "[s]\nk=\" 1 \"\n");
+    EXPECT_EQ(SetValue("[s]\nk = \n", "s", "k", ""), "[s]\nk = \n");
     EXPECT_EQ(SetValue("[s]\nk=1\n", "s", "k", " 1 "), "[s]\nk=1\n");
     // Taken for a new value, the carriage return would be one more each time.
     EXPECT_EQ(SetValue("[s]\nk=1\r\n", "s", "k", "1\r"), "[s]\nk=1\r\n");
+}
+
+TEST_F(FileSetSectionValue, WritesTheTextOverALineThatIsOnlyReadLikeIt) {
+    EXPECT_EQ(SetValue("[s]\nk = \"1\" \r\n", "s", "k", "1"), "[s]\nk=1\r\n");
+    EXPECT_EQ(SetValue("[s]\nk=\"\"1\"\"\n", "s", "k", "\"1\""), "[s]\nk=\"1\"\n");
+    EXPECT_EQ(SetValue("[s]\nk = \"\"\n", "s", "k", ""), "[s]\nk=\n");
+    EXPECT_EQ(SetValue("[s]\nk=\" 1 \"\n", "s", "k", " 1 "), "[s]\nk= 1 \n");
 }
 
 TEST_F(FileSetSectionValue, ChangesTheLastOfEqualKeys) {
@@ -181,6 +187,42 @@ TEST_F(FileSetSection, ChangesNothingWhenWhatWasReadIsWrittenBack) {
     EXPECT_THAT(table.Entries(), ElementsAre(Pair("a", "1"), Pair("b", "'3'"), Pair("[k]", "[v"),
                                              Pair("d", ""), Pair("e", "\"")));
     EXPECT_EQ(Set(text, "s", table.Entries()), text);
+}
+
+TEST_F(FileSetSection, KeepsTheSpellingOfALineThatIsReadAsTheValue) {
+    for (const std::string &line : {"k = \"1\""s, " k=1"s}) {
+        EXPECT_EQ(Set("[s]\n" + line + "\n", "s", {{"k", "1"}}), "[s]\n" + line + "\n");
+        EXPECT_EQ(Add("[s]\n" + line + "\n", "s", {{"k", "1"}}), "[s]\n" + line + "\n");
+    }
+    EXPECT_EQ(Set("[s]\nk=\" 1 \"\n", "s", {{"k", " 1 "}}), "[s]\nk=\" 1 \"\n");
+}
+
+TEST_F(FileSetSection, WritesAValueInQuotesOverALineThatIsOnlyReadLikeIt) {
+    for (const std::string &line : {"k=1"s, "k=\"\"1\"\""s, "k = \"\"1\"\" \t"s}) {
+        EXPECT_EQ(Set("[s]\n" + line + "\n", "s", {{"k", "\"1\""}}), "[s]\nk=\"1\"\n");
+        EXPECT_EQ(Add("[s]\n" + line + "\n", "s", {{"k", "\"1\""}}), "[s]\nk=\"1\"\n");
+    }
+    EXPECT_EQ(Set("[s]\nk=\"\"\"\"\n", "s", {{"k", "\"\""}}), "[s]\nk=\"\"\n");
+    EXPECT_EQ(Set("[s]\nk =\"1\"\n", "s", {{"k", "\"1\""}}), "[s]\nk =\"1\"\n");
+    EXPECT_EQ(Set("[s]\nk =\"\"1\"\"\n", "s", {{"k", "\"\"1\"\""}}), "[s]\nk =\"\"1\"\"\n");
+}
+
+// Without the quotes the line would open a section.
+TEST_F(FileSetSection, IsNotStoppedByAKeptLineThatItCouldNotWrite) {
+    const std::string text = "[s]\n[a=\"b]\"\nk=1\n";
+    const Table read(SectionOf(folder_.Write("file", text), "s"));
+    Keys keys = read.Entries();
+    ASSERT_THAT(keys, ElementsAre(Pair("[a", "b]"), Pair("k", "1")));
+    keys[1].second = "2";
+    EXPECT_EQ(Set(text, "s", keys), "[s]\n[a=\"b]\"\nk=2\n");
+    EXPECT_EQ(Add(text, "s", keys), "[s]\n[a=\"b]\"\nk=2\n");
+    keys[0].second = "c]";
+    Refuses(kBadParameterCode, text, [&](const char *path) {
+        return TLIBCFileSetSection(path, "s", nullptr, Table(keys).Get(), 0);
+    });
+    Refuses(kBadParameterCode, "[t]\n", [&](const char *path) {
+        return TLIBCFileSetSection(path, "s", nullptr, read.Get(), 0);
+    });
 }
 
 TEST_F(FileSetSection, IgnoresThePlatformsArguments) {

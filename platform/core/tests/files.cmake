@@ -19,14 +19,17 @@ tavo_add_test(core_folder_lock_test SOURCES folder_lock_test.cpp LIBRARIES tavoc
 # What the library keeps to itself, built into the test.
 tavo_add_test(core_internals_test
   SOURCES
+    config_edit_test.cpp
     locked_file_test.cpp
     section_map_test.cpp
     text_index_test.cpp
+    ../config_edit.cpp
     ../error.cpp
     ../file_replace.cpp
     ../file_text.cpp
     ../folder_lock.cpp
     ../section_map.cpp
+    ../sz_hash.cpp
     ../text_hash.cpp
     ../text_index.cpp
   LIBRARIES tavoconfiglines)

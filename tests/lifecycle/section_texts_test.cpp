@@ -1,0 +1,159 @@
+// Texts with quotes, blanks and the signs of the file's grammar in them: what is set is read again,
+// whatever was there before, and keys that are not set are read as they were.
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "failing_allocation.h"
+#include "set_test.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// Every text of up to `longest` of these characters, the empty one first.
+std::vector<std::string> Texts(std::size_t longest) {
+    std::vector<std::string> texts = {""};
+    for (std::size_t i = 0; texts[i].size() < longest; ++i) {
+        const std::string text = texts[i];
+        for (const char c : {'"', 'x', ' ', '=', '#'}) {
+            texts.push_back(text + c);
+        }
+    }
+    return texts;
+}
+
+class SectionTexts : public SetTest {
+  protected:
+    SectionTexts() {
+        Fill(section_.szName, "web");
+        ports_ = MakePorts("8080/tcp");
+        section_.pDstPorts = ports_.get();
+    }
+
+    int Set() override { return TLIBServiceConfSectionSet(&param_, &section_); }
+
+    // A file whose section has these texts, and a key that is not set.
+    static std::string FileWith(const std::string &title, const std::string &desc,
+                                const std::string &other) {
+        return "[web]\ntitle=" + title + "\nother = " + other + " \ndesc=" + desc +
+               "\ndst.ports=8080/tcp\n";
+    }
+
+    static std::string Quoted(const std::string &text) { return '"' + text + '"'; }
+
+    // The value of a key of the section, read without the library under test.
+    static std::string Read(const char *key) {
+        TLIBCSzHash *keys = TLIBCSzHashAlloc(8);
+        EXPECT_GT(TLIBCFileGetSection(kFile, "web", &keys), 0);
+        const char *value = TLIBCSzHashGetValue(keys, key);
+        const std::string text = value == nullptr ? "absent" : value;
+        TLIBCSzHashFree(keys);
+        return text;
+    }
+
+    // Sets the texts in the file, and expects them to be read again and the other key's line to be
+    // the same to the byte.
+    void ExpectGivenBack(const std::string &before, const std::string &title,
+                         const std::string &desc) {
+        WriteFile(kFile, before);
+        const std::string other = Read("other");
+        Fill(section_.strTitle.szText, title);
+        Fill(section_.strDesc.szText, desc);
+        ASSERT_EQ(Set(), 0);
+        TAVO_SERVICE_CONF_SECTION *read = nullptr;
+        ASSERT_EQ(TAVOServiceConfSectionGet(kFile, "web", &read), 0);
+        EXPECT_EQ(read->strTitle.szText, title);
+        EXPECT_EQ(read->strDesc.szText, desc);
+        TAVOServiceConfSectionFree(read);
+        EXPECT_EQ(Read("other"), other);
+        const std::string line =
+            before.substr(before.find("other"), before.find("\ndesc=") - before.find("other"));
+        EXPECT_THAT(ReadFile(kFile), testing::HasSubstr(line));
+    }
+
+    // Every new text over `old`, without quotes in one key and with them in the other.
+    void ExpectEachGivenBack(const std::string &old, const std::vector<std::string> &new_texts) {
+        for (const std::string &text : new_texts) {
+            if (text.empty()) {
+                continue;  // refused
+            }
+            SCOPED_TRACE(testing::PrintToString(text) + " over " + testing::PrintToString(old));
+            ExpectGivenBack(FileWith(old, Quoted(old), Quoted(old)), text, text);
+        }
+    }
+
+    TAVO_SERVICE_CONF_SECTION section_ = {};
+    Ports ports_;
+};
+
+TEST_F(SectionTexts, AreGivenBackOverEveryShortText) {
+    for (const std::string &old : Texts(3)) {
+        ExpectEachGivenBack(old, Texts(2));
+    }
+}
+
+// What is written in quotes may be mistaken for a text with more or fewer of them.
+TEST_F(SectionTexts, AreGivenBackOverTheSameTextInMoreOrFewerQuotes) {
+    for (const std::string &old : Texts(4)) {
+        const bool quoted = old.size() > 2 && old.front() == '"' && old.back() == '"';
+        ExpectEachGivenBack(old, {old, Quoted(old), quoted ? old.substr(1, old.size() - 2) : ""});
+    }
+}
+
+TEST_F(SectionTexts, AreWrittenWithoutTheQuotesThatAreTakenOffThem) {
+    WriteFile(kFile, FileWith("\"\"x\"\"", "\"d\"", "\"\"o\"\""));
+    Fill(section_.strTitle.szText, "x");
+    Fill(section_.strDesc.szText, "d");
+    EXPECT_EQ(Set(), 0);
+    EXPECT_EQ(ReadFile(kFile),
+              "[web]\ntitle=\"x\"\nother = \"\"o\"\" \ndesc=\"d\"\ndst.ports=\"8080/tcp\"\n"
+              "port_forward=\"no\"\n");
+}
+
+// The keys that are read under one name are written under the other.
+TEST_F(SectionTexts, OfOtherKeysAreTheSameInASectionOfAnotherName) {
+    for (const std::string &text : Texts(3)) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        WriteFile(kFile, "[old]\ntitle=T\nother=" + Quoted(text) + "\n");
+        Fill(param_.szSectionName, "old");
+        Fill(section_.strTitle.szText, "T");
+        Fill(section_.strDesc.szText, "D");
+        ASSERT_EQ(Set(), 0);
+        EXPECT_EQ(Read("other"), text);
+    }
+}
+
+// Written without its quotes, the line would open a section.
+TEST_F(SectionTexts, AreSetBesideAKeyThatCouldNotBeWritten) {
+    WriteFile(kFile, "[web]\n[a=\"b]\"\ntitle=T\n");
+    Fill(section_.strTitle.szText, "New");
+    Fill(section_.strDesc.szText, "D");
+    EXPECT_EQ(Set(), 0);
+    EXPECT_THAT(ReadFile(kFile), testing::StartsWith("[web]\n[a=\"b]\"\ntitle=\"New\"\n"));
+}
+
+TEST_F(SectionTexts, ThatCannotBePutInQuotesAreLoggedAndNothingIsWritten) {
+    const std::string before = FileWith("T", "D", "\"\"o\"\"");
+    Fill(section_.strTitle.szText, "New");
+    Fill(section_.strDesc.szText, "D");
+    int unquoted = 0;
+    ForEachFailingAllocation([&](FailingAllocation &fail) {
+        WriteFile(kFile, before);
+        log_.Clear();
+        const int result = fail.During([&] { return Set(); });
+        const std::vector<std::string> messages = Messages();
+        if (messages == std::vector<std::string>{"Failed ot set other into Hash"}) {
+            EXPECT_EQ(result, -1);
+            EXPECT_EQ(TLIBCErrGet(), 0x200U);
+            EXPECT_EQ(ReadFile(kFile), before);
+            ++unquoted;
+        }
+    });
+    EXPECT_GT(unquoted, 0);
+}
+
+}  // namespace
+}  // namespace tavo::test
