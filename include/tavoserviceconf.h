@@ -37,7 +37,11 @@
  *  7. Text is bytes. A text longer than its field is cut to fit and always terminated; fields
  *     that a caller fills may lack the terminator.
  *  8. Nothing is kept between calls: each reads the files it needs anew. Functions may be called
- *     from several threads at once as long as each uses its own records.
+ *     from several threads at once as long as each uses its own records. Only a file that the
+ *     calling thread holds with TLIBCFileHold of tavocore.h is read as it was then, and that by
+ *     functions that change no file: those that set a section or its ports, remove a section,
+ *     install or update a file end the hold first. A call that is left by longjmp may leave a hold
+ *     behind; TLIBCFileRelease ends it.
  */
 #ifndef TAVOSERVICECONF_H
 #define TAVOSERVICECONF_H

@@ -34,6 +34,19 @@ const MappedFile *FindHeldFile(const char *path) {
     return held ? &held_file->file : nullptr;
 }
 
+void ReleaseChangedFile(const char *path) {
+    if (held_file == nullptr) {
+        return;
+    }
+    const MallocPtr<char> changed(realpath(path, nullptr));
+    const MallocPtr<char> held(realpath(held_file->path.get(), nullptr));
+    const bool differs =
+        changed != nullptr && held != nullptr && std::strcmp(changed.get(), held.get()) != 0;
+    if (!differs) {
+        TLIBCFileRelease();
+    }
+}
+
 }  // namespace tavo
 
 int TLIBCFileHold(const char *szPath) {

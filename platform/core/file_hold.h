@@ -19,6 +19,9 @@ struct MappedFile {
 // What the calling thread holds, if it is held by that very path; else null.
 const MappedFile *FindHeldFile(const char *path);
 
+// Ends the calling thread's hold of the file `path`, by whatever path it is held.
+void ReleaseChangedFile(const char *path);
+
 }  // namespace tavo
 
 #endif

@@ -2,6 +2,7 @@
 // and replace the file, unless nothing in it changes.
 #include "config_edit.h"
 #include "core_support.h"
+#include "file_hold.h"
 #include "file_replace.h"
 #include "file_text.h"
 #include "text_buffer.h"
@@ -21,7 +22,10 @@ int ChangeFile(const char *path, Edit edit) {
     if (new_text.View() == old_text.View()) {
         return 0;
     }
-    return file.Replace(new_text.View()) ? 0 : -1;
+    // A replacement that fails late may have given the file its new text all the same.
+    const bool replaced = file.Replace(new_text.View());
+    ReleaseChangedFile(path);
+    return replaced ? 0 : -1;
 }
 
 int SetKeys(const char *path, const char *section, const TLIBCSzHash *keys, OtherKeys others,

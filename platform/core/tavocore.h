@@ -271,10 +271,11 @@ TAVOCORE_API TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder);
 TAVOCORE_API void TLIBCFolderLockRelease(TLIBCFolderLock *pLock);
 
 /* Takes a snapshot of szPath for the calling thread: until TLIBCFileRelease, the reading functions
- * below, given the very same path, read the snapshot instead of opening the file again, also after
- * the thread itself has changed the file, so compute no change from a held reading. A platform may
- * lack these two, so callers look whether they are there. 0; -1 when it cannot, or the thread holds
- * a file already. Sets no error: who cannot hold a file reads it all the same. */
+ * below, given the very same path, read the snapshot instead of opening the file again. A change of
+ * that file by a writer below in the same thread ends the hold; changes by others are not seen, so
+ * compute no change from a held reading. A platform may lack these two, so callers look whether
+ * they are there. 0; -1 when it cannot, or the thread holds a file already. Sets no error: who
+ * cannot hold a file reads it all the same. */
 TAVOCORE_API int TLIBCFileHold(const char *szPath);
 
 /* Ends what TLIBCFileHold began, which a thread must do before it ends; nothing when the thread

@@ -5,6 +5,7 @@
 #include "lifecycle/section_write.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
+#include "support/held_file.h"
 #include "support/owners.h"
 
 namespace {
@@ -40,6 +41,7 @@ int WritePorts(const tavo::SetParam &param, const char *szKey, const tavo::PortT
 
 int TLIBServiceConfPortsSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
                             const TAVO_SERVICE_CONF_PORT *pPortList) {
+    tavo::ReleaseHeldFile();
     if (!tavo::AllowsSet(pParam) || pPortList == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }

@@ -7,6 +7,7 @@
 #include "lifecycle/set_param.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
+#include "support/held_file.h"
 #include "support/owners.h"
 #include "support/service_directory.h"
 #include "support/text.h"
@@ -103,6 +104,7 @@ int CheckFile(const char *szPath, const char *szDirectory) {
 
 int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName, const char *szSectionName,
                                   const TAVO_SERVICE_CONF_PORT *pPortList) {
+    tavo::ReleaseHeldFile();
     if (szSectionName == nullptr || pPortList == nullptr || tavo::LeadsAway(szFileName)) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }

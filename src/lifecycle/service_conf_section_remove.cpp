@@ -7,6 +7,7 @@
 #include "lifecycle/set_param.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
+#include "support/held_file.h"
 #include "support/owners.h"
 #include "tavoserviceconf.h"
 
@@ -100,6 +101,7 @@ int ChangeStores(const tavo::SetParam &param, const tavo::Target &target) {
 }  // namespace
 
 int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
+    tavo::ReleaseHeldFile();
     if (!tavo::AllowsRemove(pParam) || tavo::FieldText(pParam->szSectionName).empty()) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }

@@ -13,6 +13,7 @@
 #include "lifecycle/section_write.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
+#include "support/held_file.h"
 #include "support/owners.h"
 
 namespace {
@@ -164,6 +165,7 @@ int WriteSection(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &s
 
 int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
                               const TAVO_SERVICE_CONF_SECTION *pSection) {
+    tavo::ReleaseHeldFile();
     if (!tavo::AllowsSet(pParam) || !IsWritable(pSection)) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }

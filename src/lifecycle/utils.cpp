@@ -18,6 +18,7 @@
 #include "lifecycle/temporary_copy.h"
 #include "support/descriptor.h"
 #include "support/failure.h"
+#include "support/held_file.h"
 #include "support/service_directory.h"
 #include "support/text.h"
 #include "tavoserviceconf.h"
@@ -137,6 +138,7 @@ int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf
 
 int ServiceConfInstall(const char *szBaseName, const char *szSrcPath, int nLocation,
                        TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    tavo::ReleaseHeldFile();
     const char *szDirectory = InstallDirectory(nLocation);
     if (szSrcPath == nullptr || szDirectory == nullptr || tavo::LeadsAway(szBaseName)) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);

@@ -32,6 +32,14 @@ class HeldFile {
     bool held_;
 };
 
+// Ends a hold that the caller has on a file, or that was left on the thread by a call that ended
+// with longjmp. What changes a file on the strength of what it reads calls this first.
+inline void ReleaseHeldFile() {
+    if (TLIBCFileRelease != nullptr) {
+        TLIBCFileRelease();
+    }
+}
+
 }  // namespace tavo
 
 #endif

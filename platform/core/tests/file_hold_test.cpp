@@ -69,7 +69,35 @@ TEST_F(FileHold, DoesNotBindWriters) {
     folder_.Write("held", "[s]\nkey=new\n[added]\n");
     EXPECT_EQ(TLIBCFileSetSectionValue(path_.c_str(), "s", "key", "newer"), 0);
     EXPECT_EQ(ReadFile(path_), "[s]\nkey=newer\n[added]\n");
+    EXPECT_EQ(Value(path_), "newer");
+}
+
+TEST_F(FileHold, EndsWithAChangeOfTheFileByAnotherPath) {
+    ASSERT_EQ(TLIBCFileHold((folder_ / "./held").c_str()), 0);
+    EXPECT_EQ(TLIBCFileSetSectionValue(path_.c_str(), "s", "key", "new"), 0);
+    EXPECT_EQ(Value(folder_ / "./held"), "new");
+    EXPECT_EQ(TLIBCFileHold(path_.c_str()), 0);
+}
+
+TEST_F(FileHold, OutlivesAChangeThatIsRefusedOrOfAnotherFile) {
+    const std::string other = folder_.Write("other", "[s]\nkey=1\n");
+    ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
+    folder_.Write("held", "[s]\nkey=new\n");
+    EXPECT_EQ(TLIBCFileSetSectionValue(other.c_str(), "s", "key", "2"), 0);
+    EXPECT_EQ(TLIBCFileSetSectionValue(path_.c_str(), "s", "bad\nkey", "2"), -1);
     EXPECT_EQ(Value(path_), "old");
+}
+
+// Without the memory to compare the paths the file counts as changed.
+TEST_F(FileHold, EndsWithEveryChangeWhenMemoryRunsOut) {
+    ForEachFailingAllocation([&](FailingAllocation &fail) {
+        folder_.Write("held", "[s]\nkey=old\n");
+        ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
+        const int result =
+            fail.During([&] { return TLIBCFileSetSectionValue(path_.c_str(), "s", "key", "new"); });
+        EXPECT_EQ(Value(path_), result == 0 ? "new" : "old");
+        TLIBCFileRelease();
+    });
 }
 
 TEST_F(FileHold, RefusesASecondHold) {

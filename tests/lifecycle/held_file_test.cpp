@@ -1,0 +1,128 @@
+// A file that the thread still holds as it was is changed as it is: another process changed it
+// since.
+#include <csetjmp>
+
+#include "set_test.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::HasSubstr;
+
+class HeldFileTest : public SetTest {
+  protected:
+    ~HeldFileTest() override { TLIBCFileRelease(); }
+
+    int Set() override {
+        TAVO_SERVICE_CONF_SECTION section = {};
+        Fill(section.szName, "web");
+        Fill(section.strTitle.szText, "New");
+        Fill(section.strDesc.szText, "D");
+        section.pDstPorts = ports_.get();
+        return TLIBServiceConfSectionSet(&param_, &section);
+    }
+
+    int SetPorts() { return TLIBServiceConfPortsSet(&param_, ports_.get()); }
+
+    int Remove() {
+        param_.nWriteMode = TAVO_WRITE_MODE_REMOVE;
+        return TLIBServiceConfSectionRemove(&param_);
+    }
+
+    // The thread holds the file with that text; then it has another.
+    static void Hold(const std::string &before, const std::string &after) {
+        WriteFile(kFile, before);
+        ASSERT_EQ(TLIBCFileHold(kFile), 0);
+        WriteFile(kFile, after);
+    }
+
+    static std::string TitleRead() {
+        TAVO_SERVICE_CONF_SECTION *read = nullptr;
+        EXPECT_EQ(TAVOServiceConfSectionGet(kFile, "web", &read), 0);
+        const std::string title = read == nullptr ? "" : read->strTitle.szText;
+        TAVOServiceConfSectionFree(read);
+        return title;
+    }
+
+    static std::string PortsRead() {
+        TAVO_SERVICE_CONF_SECTION *read = nullptr;
+        EXPECT_EQ(TAVOServiceConfSectionGet(kFile, "web", &read), 0);
+        const auto ports = Describe(read == nullptr ? nullptr : read->pDstPorts);
+        TAVOServiceConfSectionFree(read);
+        return ports.empty() ? "" : ports.front();
+    }
+
+    static constexpr char kWeb[] = "[web]\ntitle=T\ndesc=D\ndst.ports=81/tcp\n";
+    static constexpr char kChat[] = "[chat]\ntitle=C\ndesc=D\ndst.ports=82/tcp\n";
+
+    Ports ports_ = MakePorts("8080/tcp");
+};
+
+TEST_F(HeldFileTest, SectionSetKeepsTheKeysThatCameSince) {
+    Hold(std::string(kWeb) + "other=old\n", std::string(kWeb) + "other=new\nadded=1\n");
+    EXPECT_EQ(Set(), 0);
+    EXPECT_THAT(ReadFile(kFile), HasSubstr("\nother=new\nadded=1\n"));
+    EXPECT_EQ(TitleRead(), "New");
+}
+
+TEST_F(HeldFileTest, PortsSetSeesTheSectionThatCameSince) {
+    Hold("", kWeb);
+    EXPECT_EQ(SetPorts(), 0);
+    EXPECT_EQ(PortsRead(), "dst 8080 protocol 1");
+}
+
+TEST_F(HeldFileTest, PortsSetSeesTheConflictThatCameSince) {
+    WriteFile(kPackageFile, "");
+    WriteFile(kFile, kWeb);
+    ASSERT_EQ(TLIBCFileHold(kPackageFile), 0);
+    WriteFile(kPackageFile, "[chat]\ntitle=C\ndesc=D\ndst.ports=8080/tcp\n");
+    EXPECT_EQ(SetPorts(), -1);
+    EXPECT_EQ(ReadFile(kFile), kWeb);
+}
+
+TEST_F(HeldFileTest, SectionPortSetIsReadBack) {
+    Hold(kWeb, std::string(kWeb) + kChat);
+    EXPECT_EQ(TAVOServiceConfSectionPortSet(1, "web.sc", "web", ports_.get()), 0);
+    EXPECT_EQ(PortsRead(), "dst 8080 protocol 1");
+    EXPECT_THAT(ReadFile(kFile), HasSubstr(kChat));
+}
+
+TEST_F(HeldFileTest, SectionRemoveRemovesTheSectionThatCameSince) {
+    Hold(kChat, std::string(kWeb) + kChat);
+    EXPECT_EQ(Remove(), 0);
+    EXPECT_EQ(ReadFile(kFile), kChat);
+}
+
+TEST_F(HeldFileTest, SectionRemoveDeletesNoFileWithServicesThatCameSince) {
+    Hold("", std::string(kWeb) + kChat);
+    EXPECT_EQ(Remove(), 0);
+    EXPECT_EQ(ReadFile(kFile), kChat);
+}
+
+TEST_F(HeldFileTest, InstallChecksTheSourceAsItIs) {
+    WriteFile(kPackageFile, kChat);
+    std::filesystem::create_directory("/packages");
+    WriteFile("/packages/web.sc", kWeb);
+    ASSERT_EQ(TLIBCFileHold("/packages/web.sc"), 0);
+    WriteFile("/packages/web.sc", "[web]\ntitle=T\ndesc=D\ndst.ports=82/tcp\n");
+    TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
+    EXPECT_EQ(TAVOServiceConfInstallBaseName("web.sc", "/packages/web.sc", 1, &conflicts), 1);
+    EXPECT_NE(conflicts, nullptr);
+    TAVOServiceConfPortsFree(conflicts);
+    std::filesystem::remove_all("/packages");
+}
+
+TEST_F(HeldFileTest, LeftByAJumpIsNotReadForAChange) {
+    std::jmp_buf out;
+    WriteFile(kFile, std::string(kWeb) + "other=old\n");
+    if (setjmp(out) == 0) {
+        EXPECT_EQ(TLIBCFileHold(kFile), 0);
+        std::longjmp(out, 1);
+    }
+    WriteFile(kFile, std::string(kWeb) + "other=new\n");
+    EXPECT_EQ(Set(), 0);
+    EXPECT_THAT(ReadFile(kFile), HasSubstr("\nother=new\n"));
+}
+
+}  // namespace
+}  // namespace tavo::test
