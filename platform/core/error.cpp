@@ -15,6 +15,8 @@ struct ErrorState {
     char file[256];
 };
 
+// Every thread has it from its start (initial-exec model), so that recording needs no memory even
+// where the library was loaded with dlopen.
 thread_local ErrorState t_state;
 
 }  // namespace

@@ -16,6 +16,14 @@ tavo_add_test(core_exec_input_test SOURCES exec_input_test.cpp LIBRARIES tavocor
 tavo_add_test(core_hold_test SOURCES file_hold_test.cpp LIBRARIES tavocore)
 tavo_add_test(core_folder_lock_test SOURCES folder_lock_test.cpp LIBRARIES tavocore)
 
+# Not linked with the library, which it loads.
+tavo_add_test(core_loaded_late_test SOURCES loaded_late_test.cpp)
+add_dependencies(core_loaded_late_test tavocore tavoserviceconf)
+target_include_directories(core_loaded_late_test PRIVATE ..)
+target_compile_definitions(core_loaded_late_test PRIVATE
+  TAVO_CORE_LIBRARY="$<TARGET_FILE:tavocore>"
+  TAVO_SERVICE_CONF_LIBRARY="$<TARGET_FILE:tavoserviceconf>")
+
 # What the library keeps to itself, built into the test.
 tavo_add_test(core_internals_test
   SOURCES

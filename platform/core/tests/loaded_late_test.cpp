@@ -1,0 +1,80 @@
+// The library loaded by a program that runs already, as a plugin loads it. Thread-local data of
+// such a library can come from memory that is allocated when a thread first uses it, and the
+// dynamic linker ends the process when there is none.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "failing_allocation.h"
+#include "tavocore.h"
+
+namespace tavo::test {
+namespace {
+
+class LoadedLate : public testing::Test {
+  protected:
+    ~LoadedLate() override { dlclose(library_); }
+
+    void *library_ = dlopen(TAVO_CORE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+};
+
+#define FIND(function) reinterpret_cast<decltype(&(function))>(dlsym(library_, #function))
+
+// The exit status of a process in which a new thread makes the call with every allocation failing:
+// 0 when the call gave true.
+template <typename Call>
+int StatusInNewThread(Call call) {
+    const pid_t child = fork();
+    if (child == 0) {
+        bool result = false;
+        std::thread([&] {
+            FailingAllocation fail(1, FailingAllocation::Mode::kFromNthOn);
+            result = fail.During(call);
+        }).join();
+        _exit(result ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(LoadedLate, RecordsTheFirstErrorOfAThreadWithoutMemory) {
+    ASSERT_NE(library_, nullptr) << dlerror();
+    const auto allocate = FIND(TLIBCSzListAlloc);
+    const auto error = FIND(TLIBCErrGet);
+    ASSERT_TRUE(allocate != nullptr && error != nullptr);
+    EXPECT_EQ(StatusInNewThread([&] { return allocate(1) == nullptr && error() == 0x200; }), 0);
+}
+
+TEST_F(LoadedLate, HasAnErrorStateInAThreadWithoutMemory) {
+    ASSERT_NE(library_, nullptr) << dlerror();
+    const auto error = FIND(TLIBCErrGet);
+    const auto file = FIND(TLIBCErrorGetFile);
+    ASSERT_TRUE(error != nullptr && file != nullptr);
+    EXPECT_EQ(StatusInNewThread([&] { return error() == 0 && *file() == '\0'; }), 0);
+}
+
+TEST_F(LoadedLate, HoldsNoFileInAThreadWithoutMemory) {
+    ASSERT_NE(library_, nullptr) << dlerror();
+    const auto hold = FIND(TLIBCFileHold);
+    const auto release = FIND(TLIBCFileRelease);
+    ASSERT_TRUE(hold != nullptr && release != nullptr);
+    EXPECT_EQ(StatusInNewThread([&] {
+                  release();
+                  return hold("/proc/self/status") == -1;
+              }),
+              0);
+}
+
+// Room for thread-local data of libraries that are loaded late is scarce.
+TEST_F(LoadedLate, CanBeLoadedBesideTheLibraryThatUsesIt) {
+    void *service_conf = dlopen(TAVO_SERVICE_CONF_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    EXPECT_NE(service_conf, nullptr) << dlerror();
+    dlclose(service_conf);
+}
+
+}  // namespace
+}  // namespace tavo::test
