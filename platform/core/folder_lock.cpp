@@ -181,10 +181,11 @@ LockResult FolderLock::CheckLockFile(const char *path) const {
 // one that was made in this attempt is trusted.
 LockResult FolderLock::PrepareStaging(bool made) {
     struct stat status;
-    if (fstat(staging_.Get(), &status) != 0 || !ClearStaging(staging_.Get())) {
+    if (!ClearStaging(staging_.Get())) {
         return Failed(TAVO_CORE_FAIL(kFileUnusable));
     }
-    const bool trusted = made || (status.st_uid == geteuid() && (status.st_mode & 077) == 0);
+    const bool trusted = made || (fstat(staging_.Get(), &status) == 0 &&
+                                  status.st_uid == geteuid() && (status.st_mode & 077) == 0);
     return trusted ? LockResult::kTaken : LockResult::kLost;
 }
 
