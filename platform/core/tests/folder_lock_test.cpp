@@ -149,6 +149,20 @@ TEST_F(FolderLockTest, IsNotTakenByAUserWithoutRights) {
               -1);
 }
 
+// What only reads waits for no lock that it could never have.
+TEST_F(FolderLockTest, IsNotNeededForAChangeThatChangesNothing) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root becomes another user";
+    }
+    ASSERT_EQ(chmod(parent_.Path().c_str(), 0755), 0);
+    const Lock lock = Take(folder_);
+    EXPECT_EQ(
+        AsOrdinaryUser([&] { return TLIBCFileSetSectionValue(file_.c_str(), "s", "k", "1"); }),
+        std::make_pair(0, kEarlierCode));
+    EXPECT_EQ(AsOrdinaryUser([&] { return Change(file_); }), std::make_pair(-1, kUnusableCode));
+    EXPECT_EQ(ReadFile(file_), kBefore);
+}
+
 TEST_F(FolderLockTest, ClearsALeftoverThatOthersCouldOpen) {
     for (const uid_t owner : {geteuid(), geteuid() == 0 ? kOrdinaryUser : geteuid()}) {
         std::filesystem::create_directory(folder_ + "/.tavo-write");
@@ -261,7 +275,7 @@ TEST_F(FolderLockTest, FailsWithEveryFailedAllocation) {
         TLIBCFolderLockRelease(lock);
         EXPECT_THAT(Entries(folder_), ElementsAre("file"));
     });
-    EXPECT_GT(allocations, 1);
+    EXPECT_GT(allocations, 0);
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
+#include <thread>
 
 #include "file_replace.h"
 #include "temporary_folder.h"
@@ -31,6 +33,21 @@ TEST_F(LockedFileTest, GivesUpWhenTheWaitIsOver) {
     EXPECT_GE(steady_clock::now() - start, milliseconds(120));
     EXPECT_LT(steady_clock::now() - start, milliseconds(5000));
     EXPECT_EQ(TLIBCErrGet(), 0x900u);
+}
+
+TEST_F(LockedFileTest, MissesAFolderThatVanishedForGoodWhileItWaited) {
+    const std::string folder = folder_ / "folder";
+    ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+    FolderLock holder;
+    ASSERT_EQ(holder.Take(folder.c_str(), milliseconds(0)), LockResult::kTaken);
+    std::thread remover([&] {
+        std::this_thread::sleep_for(milliseconds(50));
+        std::filesystem::remove_all(folder);
+    });
+    FolderLock waiter;
+    EXPECT_EQ(waiter.Take(folder.c_str(), milliseconds(300)), LockResult::kFailed);
+    EXPECT_EQ(TLIBCErrGet(), 0x700u);
+    remover.join();
 }
 
 TEST_F(LockedFileTest, TakesAFreeLockWithoutWaiting) {
