@@ -36,20 +36,15 @@ class HeldFileTest : public SetTest {
         WriteFile(kFile, after);
     }
 
-    static std::string TitleRead() {
-        TAVO_SERVICE_CONF_SECTION *read = nullptr;
-        EXPECT_EQ(TAVOServiceConfSectionGet(kFile, "web", &read), 0);
-        const std::string title = read == nullptr ? "" : read->strTitle.szText;
-        TAVOServiceConfSectionFree(read);
-        return title;
-    }
-
-    static std::string PortsRead() {
-        TAVO_SERVICE_CONF_SECTION *read = nullptr;
-        EXPECT_EQ(TAVOServiceConfSectionGet(kFile, "web", &read), 0);
-        const auto ports = Describe(read == nullptr ? nullptr : read->pDstPorts);
-        TAVOServiceConfSectionFree(read);
-        return ports.empty() ? "" : ports.front();
+    // The title and the first port of the section, as they are read now.
+    static std::string Read() {
+        TAVO_SERVICE_CONF_SECTION *section = nullptr;
+        if (TAVOServiceConfSectionGet(kFile, "web", &section) < 0) {
+            return "none";
+        }
+        const std::string text = section->strTitle.szText + (": " + Describe(*section->pDstPorts));
+        TAVOServiceConfSectionFree(section);
+        return text;
     }
 
     static constexpr char kWeb[] = "[web]\ntitle=T\ndesc=D\ndst.ports=81/tcp\n";
@@ -62,13 +57,13 @@ TEST_F(HeldFileTest, SectionSetKeepsTheKeysThatCameSince) {
     Hold(std::string(kWeb) + "other=old\n", std::string(kWeb) + "other=new\nadded=1\n");
     EXPECT_EQ(Set(), 0);
     EXPECT_THAT(ReadFile(kFile), HasSubstr("\nother=new\nadded=1\n"));
-    EXPECT_EQ(TitleRead(), "New");
+    EXPECT_EQ(Read(), "New: dst 8080 protocol 1");
 }
 
 TEST_F(HeldFileTest, PortsSetSeesTheSectionThatCameSince) {
     Hold("", kWeb);
     EXPECT_EQ(SetPorts(), 0);
-    EXPECT_EQ(PortsRead(), "dst 8080 protocol 1");
+    EXPECT_EQ(Read(), "T: dst 8080 protocol 1");
 }
 
 TEST_F(HeldFileTest, PortsSetSeesTheConflictThatCameSince) {
@@ -83,7 +78,7 @@ TEST_F(HeldFileTest, PortsSetSeesTheConflictThatCameSince) {
 TEST_F(HeldFileTest, SectionPortSetIsReadBack) {
     Hold(kWeb, std::string(kWeb) + kChat);
     EXPECT_EQ(TAVOServiceConfSectionPortSet(1, "web.sc", "web", ports_.get()), 0);
-    EXPECT_EQ(PortsRead(), "dst 8080 protocol 1");
+    EXPECT_EQ(Read(), "T: dst 8080 protocol 1");
     EXPECT_THAT(ReadFile(kFile), HasSubstr(kChat));
 }
 

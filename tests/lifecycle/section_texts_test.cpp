@@ -6,24 +6,13 @@
 
 #include "failing_allocation.h"
 #include "set_test.h"
+#include "short_texts.h"
 
 namespace tavo::test {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-// Every text of up to `longest` of these characters, the empty one first.
-std::vector<std::string> Texts(std::size_t longest) {
-    std::vector<std::string> texts = {""};
-    for (std::size_t i = 0; texts[i].size() < longest; ++i) {
-        const std::string text = texts[i];
-        for (const char c : {'"', 'x', ' ', '=', '#'}) {
-            texts.push_back(text + c);
-        }
-    }
-    return texts;
-}
 
 class SectionTexts : public SetTest {
   protected:
@@ -90,14 +79,14 @@ class SectionTexts : public SetTest {
 };
 
 TEST_F(SectionTexts, AreGivenBackOverEveryShortText) {
-    for (const std::string &old : Texts(3)) {
-        ExpectEachGivenBack(old, Texts(2));
+    for (const std::string &old : ShortTexts(3)) {
+        ExpectEachGivenBack(old, ShortTexts(2));
     }
 }
 
 // What is written in quotes may be mistaken for a text with more or fewer of them.
 TEST_F(SectionTexts, AreGivenBackOverTheSameTextInMoreOrFewerQuotes) {
-    for (const std::string &old : Texts(4)) {
+    for (const std::string &old : ShortTexts(4)) {
         const bool quoted = old.size() > 2 && old.front() == '"' && old.back() == '"';
         ExpectEachGivenBack(old, {old, Quoted(old), quoted ? old.substr(1, old.size() - 2) : ""});
     }
@@ -115,7 +104,7 @@ TEST_F(SectionTexts, AreWrittenWithoutTheQuotesThatAreTakenOffThem) {
 
 // The keys that are read under one name are written under the other.
 TEST_F(SectionTexts, OfOtherKeysAreTheSameInASectionOfAnotherName) {
-    for (const std::string &text : Texts(3)) {
+    for (const std::string &text : ShortTexts(3)) {
         SCOPED_TRACE(testing::PrintToString(text));
         WriteFile(kFile, "[old]\ntitle=T\nother=" + Quoted(text) + "\n");
         Fill(param_.szSectionName, "old");

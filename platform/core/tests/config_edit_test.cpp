@@ -7,21 +7,10 @@
 #include <vector>
 
 #include "config_lines.h"
+#include "short_texts.h"
 
 namespace tavo {
 namespace {
-
-// Every text of up to `longest` of these characters, the empty one first.
-std::vector<std::string> Texts(std::size_t longest) {
-    std::vector<std::string> texts = {""};
-    for (std::size_t i = 0; texts[i].size() < longest; ++i) {
-        const std::string text = texts[i];
-        for (const char c : {'"', 'x', ' ', '=', '#'}) {
-            texts.push_back(text + c);
-        }
-    }
-    return texts;
-}
 
 std::string Quoted(const std::string &text) {
     return '"' + text + '"';
@@ -43,7 +32,7 @@ std::string Set(const std::string &line, const std::string &value, KeptLines kep
 }
 
 TEST(SetSectionKeysTest, ReadsAQuotedTextBackOverEveryOldOne) {
-    const std::vector<std::string> texts = Texts(3);
+    const std::vector<std::string> texts = test::ShortTexts(3);
     for (const std::string &old : texts) {
         for (const std::string &line : {"k=" + old, "k = " + Quoted(old)}) {
             for (const std::string &text : texts) {
@@ -55,7 +44,7 @@ TEST(SetSectionKeysTest, ReadsAQuotedTextBackOverEveryOldOne) {
 }
 
 TEST(SetSectionKeysTest, WritesTheVeryTextOverEveryOldOneWhereOnlyThatIsKept) {
-    const std::vector<std::string> texts = Texts(3);
+    const std::vector<std::string> texts = test::ShortTexts(3);
     for (const std::string &old : texts) {
         for (const std::string &line : {"k=" + old, "k = " + Quoted(old)}) {
             for (const std::string &text : texts) {
@@ -67,7 +56,7 @@ TEST(SetSectionKeysTest, WritesTheVeryTextOverEveryOldOneWhereOnlyThatIsKept) {
 }
 
 TEST(SetSectionKeysTest, KeepsEveryLineWhoseValueIsHandedBack) {
-    for (const std::string &text : Texts(5)) {
+    for (const std::string &text : test::ShortTexts(5)) {
         for (const std::string &line : {"k=" + text, " k\t= " + Quoted(text) + " "}) {
             const std::string value(LineOf(line).value);
             const std::string back = NeedsQuotes(value) ? Quoted(value) : value;
