@@ -178,7 +178,11 @@ int PushNfsFixedPorts(TLIBCSzList *pPorts) {
 // Pushes the port that the administrator set under szKey, as it is written.
 int PushNfsCustomPort(const char *szKey, const char *szService, TLIBCSzList *pPorts) {
     char szPort[kValueSize];
-    if (TLIBCFileGetKeyValue(kNfsSettings, szKey, szPort, sizeof(szPort)) < 1 || *szPort == '\0') {
+    const int nFound = TLIBCFileGetKeyValue(kNfsSettings, szKey, szPort, sizeof(szPort));
+    if (nFound < 1 || *szPort == '\0') {
+        if (nFound >= 0) {
+            TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        }
         return TAVO_LOG("Failed to get val of '%s', errno=0x%X", szService, TLIBCErrGet());
     }
     return TLIBCSzListPush(&pPorts, szPort);

@@ -207,10 +207,10 @@ TEST_F(NfsPorts, FailWithoutTheCustomPortOfStatd) {
         log_.Clear();
         EXPECT_EQ(AskWith(settings), -1) << settings;
         EXPECT_FALSE(stored_);
-        EXPECT_THAT(Messages(), ElementsAre("Failed to get val of 'NFS statd port', errno=0x0",
+        EXPECT_THAT(Messages(), ElementsAre("Failed to get val of 'NFS statd port', errno=0xD00",
                                             "Failed to push statd nlockmgr ports"));
     }
-    EXPECT_EQ(TLIBCErrGet(), 0U);
+    EXPECT_EQ(ErrorState(), "0xD00 firewall_service_register.cpp");
 }
 
 TEST_F(NfsPorts, FailWithoutTheCustomPortOfTheLockManager) {
@@ -219,10 +219,10 @@ TEST_F(NfsPorts, FailWithoutTheCustomPortOfTheLockManager) {
         log_.Clear();
         EXPECT_EQ(AskWith(settings), -1) << settings;
         EXPECT_FALSE(stored_);
-        EXPECT_THAT(Messages(), ElementsAre("Failed to get val of 'NFS nlockmgr port', errno=0x0",
+        EXPECT_THAT(Messages(), ElementsAre("Failed to get val of 'NFS nlockmgr port', errno=0xD00",
                                             "Failed to push statd nlockmgr ports"));
     }
-    EXPECT_EQ(TLIBCErrGet(), 0U);
+    EXPECT_EQ(ErrorState(), "0xD00 firewall_service_register.cpp");
 }
 
 TEST_F(NfsPorts, FailWhenTheSettingsCannotBeRead) {
