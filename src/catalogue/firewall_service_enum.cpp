@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "catalogue/firewall_service.h"
+#include "model/completeness.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"
@@ -18,6 +19,9 @@
 #include "tavoserviceconf.h"
 
 namespace {
+
+using tavo::Completeness;
+using tavo::Reading;
 
 // Room for any 32-bit number as text, and for a range with its dash and terminator.
 constexpr std::size_t kNumberSize = 11;
@@ -48,50 +52,94 @@ bool IsPortNumber(const char *szPort) {
 }
 
 // Splits a text such as "1234,9997" into *ppPorts. Empty pieces are passed over.
-int ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
+Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     if (*szPorts == '\0') {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        return Reading::kInvalid;
     }
     *ppPorts = TLIBCSzListAlloc(tavo::kPortListCapacity);
     if (*ppPorts == nullptr) {
-        return TAVO_LOG("Failed to allocate for ports number, errno=0x%X", TLIBCErrGet());
+        TAVO_LOG("Failed to allocate for ports number, errno=0x%X", TLIBCErrGet());
+        return Reading::kUnknown;
     }
     const tavo::OwnedText copy(strdup(szPorts));
     if (copy == nullptr) {
-        return TAVO_FAIL(tavo::kErrorNoMemory, "Failed to allocate for ports number, errno=%s",
-                         std::strerror(errno));
+        TAVO_FAIL(tavo::kErrorNoMemory, "Failed to allocate for ports number, errno=%s",
+                  std::strerror(errno));
+        return Reading::kUnknown;
     }
     char *szRest = nullptr;
     for (char *szPort = strtok_r(copy.get(), ",", &szRest); szPort != nullptr;
          szPort = strtok_r(nullptr, ",", &szRest)) {
         if (!IsPortNumber(szPort)) {
-            return TAVO_FAIL(tavo::kErrorBadParameter, "illegal ports number, port=%s", szPort);
+            TAVO_FAIL(tavo::kErrorBadParameter, "illegal ports number, port=%s", szPort);
+            return Reading::kInvalid;
         }
         if (TLIBCSzListPush(ppPorts, szPort) < 0) {
-            return -1;
+            return Reading::kUnknown;
         }
     }
-    return 0;
+    return Reading::kRead;
+}
+
+// Clears the error state for a call, to see what the call leaves there. Where it leaves nothing,
+// the caller's state stays.
+class FreshErrorState {
+  public:
+    FreshErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {
+        tavo::CopyText(file_, TLIBCErrorGetFile());
+        TLIBCErrSetEx(0, nullptr, 0);
+    }
+    ~FreshErrorState() {
+        if (TLIBCErrGet() == 0) {
+            TLIBCErrSetEx(code_, file_, line_);
+        }
+    }
+    FreshErrorState(const FreshErrorState &) = delete;
+    FreshErrorState &operator=(const FreshErrorState &) = delete;
+
+  private:
+    unsigned int code_;
+    int line_;
+    char file_[256];
+};
+
+// A provider says by its error code whether it failed for what the settings hold, or because they
+// are absent. Any other failure, and one without a code, leaves its ports unknown; that is noted
+// here, where the state is still the provider's.
+Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
+    const FreshErrorState fresh;
+    if (pfnPorts(ppPorts) >= 0) {
+        return Reading::kRead;
+    }
+    const unsigned int code = TLIBCErrGet();
+    const bool settled = code == tavo::kErrorBadParameter || code == tavo::kErrorNoFile;
+    const Reading reading = settled ? Reading::kInvalid : Reading::kUnknown;
+    Completeness::Note(reading);
+    return reading;
 }
 
 // Works out the ports of one side of the service szName. A provider that has none to give makes no
 // line of its own.
-int ReadRowPorts(const char *szName, const RowPorts &side, TLIBCSzList **ppPorts) {
+Reading ReadRowPorts(const char *szName, const RowPorts &side, TLIBCSzList **ppPorts) {
     if (side.szPorts != nullptr) {
-        if (ParseFixedPorts(side.szPorts, ppPorts) < 0) {
-            return TAVO_LOG("Failed to parse %s ports in firewall services: %s", side.szSide,
-                            szName);
+        const Reading fixed = ParseFixedPorts(side.szPorts, ppPorts);
+        if (fixed != Reading::kRead) {
+            TAVO_LOG("Failed to parse %s ports in firewall services: %s", side.szSide, szName);
         }
-        return 0;
+        return fixed;
     }
     if (side.pfnPorts == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "No specified %s ports in firewall services: %s",
-                         side.szSide, szName);
+        TAVO_FAIL(tavo::kErrorBadParameter, "No specified %s ports in firewall services: %s",
+                  side.szSide, szName);
+        return Reading::kInvalid;
     }
-    if (side.pfnPorts(ppPorts) < 0) {
-        return TAVO_LOG("Failed to enum %s ports in firewall services: %s", side.szSide, szName);
+    const Reading provided = AskProvider(side.pfnPorts, ppPorts);
+    if (provided != Reading::kRead) {
+        TAVO_LOG("Failed to enum %s ports in firewall services: %s", side.szSide, szName);
+        return provided;
     }
-    return TLIBCSzListCount(*ppPorts) > 0 ? 0 : -1;
+    return TLIBCSzListCount(*ppPorts) > 0 ? Reading::kRead : Reading::kInvalid;
 }
 
 // How many services there are; they are put in front of *ppServices.
@@ -124,13 +172,15 @@ void PrintPort(const TAVO_SERVICE_CONF_PORT &port, char (&szPort)[kPortTextSize]
 
 // Makes the port strings of a port list. Its entries share their protocol; where they do not, the
 // last one decides.
-int ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol, TLIBCSzList **ppPorts) {
+Reading ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol,
+                     TLIBCSzList **ppPorts) {
     if (pList == nullptr) {
-        return -1;
+        return Reading::kInvalid;
     }
     *ppPorts = TLIBCSzListAlloc(tavo::kPortListCapacity);
     if (*ppPorts == nullptr) {
-        return TAVO_LOG_STATE("Failed to allocate for ports number, tavoerr=");
+        TAVO_LOG_STATE("Failed to allocate for ports number, tavoerr=");
+        return Reading::kUnknown;
     }
     for (; pList != nullptr; pList = pList->pNext) {
         *pnProtocol = TAVOProtocolMapping(static_cast<int>(pList->nProtocol));
@@ -140,10 +190,10 @@ int ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol, TLIB
         char szPort[kPortTextSize];
         PrintPort(*pList, szPort);
         if (TLIBCSzListPush(ppPorts, szPort) < 0) {
-            return -1;
+            return Reading::kUnknown;
         }
     }
-    return 0;
+    return Reading::kRead;
 }
 
 int AddFileServices(const TAVO_SERVICE_CONF &file, TAVO_FW_SERVICE **ppServices) {
@@ -165,6 +215,7 @@ int AddDeclaredServices(TAVO_FW_SERVICE **ppServices) {
     const tavo::OwnedConf files(pFiles);
     if (nFiles > 0 && files == nullptr) {
         TAVO_LOG_STATE("Bad parameters, tavoerr=");
+        Completeness::Note(Reading::kInvalid);
         return 0;
     }
     const tavo::HeldFile held(tavo::kFactorySettingsFile);
@@ -178,12 +229,21 @@ int AddDeclaredServices(TAVO_FW_SERVICE **ppServices) {
 }  // namespace
 
 namespace tavo {
+namespace {
+
+// Reports a service that is left out.
+OwnedServices LeaveOut(Reading reading) {
+    Completeness::Note(reading);
+    return nullptr;
+}
+
+}  // namespace
 
 OwnedServices ServiceFromRow(const TAVO_FW_SERVICE_REG &row) {
     auto service = NewRecord<OwnedServices>();
     if (service == nullptr) {
         TAVO_FAIL(kErrorNoMemory, "Failed to allocate for service, errno=0x%X", TLIBCErrGet());
-        return nullptr;
+        return LeaveOut(Reading::kUnknown);
     }
     CopyText(service->szName, row.szName);
     service->blSupported = row.szSupportKey != nullptr
@@ -194,16 +254,18 @@ OwnedServices ServiceFromRow(const TAVO_FW_SERVICE_REG &row) {
     CopyReference(row.strDesc, service->strDesc);
     if (row.blHasSrcPorts != 0) {
         service->nSrcProtocol = row.nSrcProtocol;
-        if (ReadRowPorts(row.szName, {"src", row.szSrcPorts, row.pfnSrcPorts},
-                         &service->pSrcPortList) < 0) {
-            return nullptr;
+        const Reading ports = ReadRowPorts(row.szName, {"src", row.szSrcPorts, row.pfnSrcPorts},
+                                           &service->pSrcPortList);
+        if (ports != Reading::kRead) {
+            return LeaveOut(ports);
         }
     }
     if (row.blHasDstPorts != 0) {
         service->nDstProtocol = row.nDstProtocol;
-        if (ReadRowPorts(row.szName, {"dst", row.szDstPorts, row.pfnDstPorts},
-                         &service->pDstPortList) < 0) {
-            return nullptr;
+        const Reading ports = ReadRowPorts(row.szName, {"dst", row.szDstPorts, row.pfnDstPorts},
+                                           &service->pDstPortList);
+        if (ports != Reading::kRead) {
+            return LeaveOut(ports);
         }
     }
     return service;
@@ -213,7 +275,7 @@ OwnedServices ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool 
     auto service = NewRecord<OwnedServices>();
     if (service == nullptr) {
         TAVO_FAIL_NO_MEMORY();
-        return nullptr;
+        return LeaveOut(Reading::kUnknown);
     }
     CopyText(service->szName, FieldText(section.szName));
     service->blSupported = blSupported ? 1 : 0;
@@ -223,18 +285,34 @@ OwnedServices ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool 
     CopyReference(section.strDesc, service->strDesc);
     CopyText(service->strDesc.szText, FieldText(section.strDesc.szText));
     CopyText(service->strDesc.szExtra, FieldText(section.strDesc.szExtra));
-    if (section.pSrcPorts != nullptr &&
-        ConvertPorts(section.pSrcPorts, &service->nSrcProtocol, &service->pSrcPortList) < 0) {
+    const Reading src =
+        section.pSrcPorts == nullptr
+            ? Reading::kRead
+            : ConvertPorts(section.pSrcPorts, &service->nSrcProtocol, &service->pSrcPortList);
+    if (src != Reading::kRead) {
         TAVO_LOG_STATE("Failed to parse section [%s] src ports for firewall services, tavoerr=",
                        service->szName);
-        return nullptr;
+        return LeaveOut(src);
     }
-    if (ConvertPorts(section.pDstPorts, &service->nDstProtocol, &service->pDstPortList) < 0) {
+    const Reading dst =
+        ConvertPorts(section.pDstPorts, &service->nDstProtocol, &service->pDstPortList);
+    if (dst != Reading::kRead) {
         TAVO_LOG_STATE("Failed to parse section [%s] dst ports for firewall services, tavoerr=",
                        service->szName);
-        return nullptr;
+        return LeaveOut(dst);
     }
     return service;
+}
+
+ServiceCatalogue ReadCatalogue() {
+    const Completeness completeness;
+    TAVO_FW_SERVICE *pServices = nullptr;
+    ServiceCatalogue catalogue;
+    catalogue.count = TAVOFwServiceEnum(&pServices);
+    catalogue.services.reset(pServices);
+    catalogue.fault = completeness.Fault();
+    catalogue.logged = !completeness.LeftNothingOut();
+    return catalogue;
 }
 
 }  // namespace tavo

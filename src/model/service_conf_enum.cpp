@@ -1,9 +1,12 @@
 // Reads every service file of the system and package directories into one list.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
+#include "model/completeness.h"
 #include "support/failure.h"
 #include "support/listing.h"
+#include "support/presence.h"
 #include "support/service_directory.h"
 #include "tavoserviceconf.h"
 
@@ -15,12 +18,22 @@ bool IsFileOrLink(const dirent &entry) {
     return entry.d_type == DT_REG || entry.d_type == DT_LNK;
 }
 
+// A directory that cannot be listed counts as empty. One that is absent is: only what may hold
+// service files all the same is unknown.
+int FailToList(const char *szDirectory, int error) {
+    if (tavo::PresenceOf(szDirectory) != tavo::Presence::kAbsent) {
+        TAVO_SET_ERROR(error == ENOMEM ? tavo::kErrorNoMemory : tavo::kErrorListDirectory);
+        tavo::Completeness::Note(tavo::Reading::kUnknown);
+    }
+    return TAVO_SET_ERROR(tavo::kErrorListDirectory);
+}
+
 // How many files of the directory were read, -1 when it cannot be listed. Any file is tried,
 // whatever its name: one that is no service file fails to read and does not count.
 int ReadDirectory(const char *szDirectory, TAVO_SERVICE_CONF **ppList) {
     const tavo::Listing listing(szDirectory);
     if (listing.Failed()) {
-        return TAVO_SET_ERROR(tavo::kErrorListDirectory);
+        return FailToList(szDirectory, errno);
     }
     int nFiles = 0;
     for (const dirent *pEntry : listing) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "model/completeness.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/held_file.h"
@@ -15,6 +16,9 @@
 #include "tavoserviceconf.h"
 
 namespace {
+
+using tavo::Completeness;
+using tavo::Reading;
 
 constexpr int32_t kDefaultVersion = 1;
 
@@ -46,7 +50,7 @@ void ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
     const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (keys == nullptr) {
         TAVO_LOG_STATE("failed to TLIBCSzHashAlloc, tavoerr=");
-        return;
+        return Completeness::Note(Reading::kUnknown);
     }
     TLIBCSzHash *pKeys = keys.get();
     const int nKeys = TLIBCFileGetSection(szPath, tavo::kGlobalSection, &pKeys);
@@ -55,7 +59,7 @@ void ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
             "Failed to TLIBCFileGetSection, file: %s, section name: global, nHashRecords: %d, "
             "tavoerr=",
             szPath, nKeys);
-        return;
+        return Completeness::Note(nKeys < 0 ? tavo::WhyUnreadable(szPath) : Reading::kInvalid);
     }
     const char *szVersion = TLIBCSzHashGetValue(pKeys, tavo::kKeyVersion);
     pConf->nVersion = szVersion != nullptr
@@ -76,6 +80,7 @@ int ReadSections(const char *szPath, const TLIBCSzList *pNames, TAVO_SERVICE_CON
                 "Section name format error (File: %s, Section Name: [%s])! It can not be empty, "
                 "and just can composed of a~z, 0~9, `-`, '_', tavoerr=",
                 szPath, szName);
+            Completeness::Note(Reading::kInvalid);
         } else if (std::strcmp(szName, tavo::kGlobalSection) == 0) {
             ReadGlobal(szPath, pConf);
         } else if (TAVOServiceConfSectionGet(szPath, szName, &pConf->pSections) == 0) {
@@ -85,38 +90,50 @@ int ReadSections(const char *szPath, const TLIBCSzList *pNames, TAVO_SERVICE_CON
     return nServices;
 }
 
+Reading ReadFile(const char *szPath, TAVO_SERVICE_CONF **ppList) {
+    const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    if (names == nullptr) {
+        TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
+        return Reading::kUnknown;
+    }
+    auto conf = tavo::NewRecord<tavo::OwnedConf>();
+    if (conf == nullptr) {
+        TAVO_FAIL_NO_MEMORY();
+        return Reading::kUnknown;
+    }
+    const tavo::HeldFile held(szPath);
+    TLIBCSzList *pNames = names.get();
+    const int nSections = TLIBCFileEnumSection(szPath, &pNames);
+    if (nSections < 1) {
+        TAVO_LOG_STATE("Failed to TLIBCFileEnumSection %s(ret: %d) or 0 section, tavoerr=", szPath,
+                       nSections);
+        return nSections < 0 ? tavo::WhyUnreadable(szPath) : Reading::kInvalid;
+    }
+    if (nSections == 1 && std::strcmp(TLIBCSzListGet(pNames, 0), tavo::kGlobalSection) == 0) {
+        TAVO_LOG_STATE(
+            "Configure file format error! (file: %s) Only [global] section, you should add at "
+            "least one service section in the file. tavoerr=",
+            szPath);
+        return Reading::kInvalid;
+    }
+    // The sections have noted themselves whether they are unknown.
+    if (ReadSections(szPath, pNames, conf.get()) == 0) {
+        TAVO_LOG_STATE("Get service section fail. (file: %s), tavoerr=", szPath);
+        return Reading::kInvalid;
+    }
+    tavo::Prepend(std::move(conf), ppList);
+    return Reading::kRead;
+}
+
 }  // namespace
 
 int TAVOServiceConfGet(const char *szPath, TAVO_SERVICE_CONF **ppList) {
     if (szPath == nullptr || ppList == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    if (names == nullptr) {
-        return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
-    }
-    auto conf = tavo::NewRecord<tavo::OwnedConf>();
-    if (conf == nullptr) {
-        return TAVO_FAIL_NO_MEMORY();
-    }
-    const tavo::HeldFile held(szPath);
-    TLIBCSzList *pNames = names.get();
-    const int nSections = TLIBCFileEnumSection(szPath, &pNames);
-    if (nSections < 1) {
-        return TAVO_LOG_STATE(
-            "Failed to TLIBCFileEnumSection %s(ret: %d) or 0 section, tavoerr=", szPath, nSections);
-    }
-    if (nSections == 1 && std::strcmp(TLIBCSzListGet(pNames, 0), tavo::kGlobalSection) == 0) {
-        return TAVO_LOG_STATE(
-            "Configure file format error! (file: %s) Only [global] section, you should add at "
-            "least one service section in the file. tavoerr=",
-            szPath);
-    }
-    if (ReadSections(szPath, pNames, conf.get()) == 0) {
-        return TAVO_LOG_STATE("Get service section fail. (file: %s), tavoerr=", szPath);
-    }
-    tavo::Prepend(std::move(conf), ppList);
-    return 0;
+    const Reading reading = ReadFile(szPath, ppList);
+    Completeness::Note(reading);
+    return reading == Reading::kRead ? 0 : -1;
 }
 
 void TAVOServiceConfFree(TAVO_SERVICE_CONF *pList) {

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "model/completeness.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/owners.h"
@@ -13,6 +14,8 @@
 #include "tavoserviceconf.h"
 
 namespace {
+
+using tavo::Reading;
 
 // The file and section being read, for the log lines, and the section's keys.
 struct Source {
@@ -83,22 +86,68 @@ uint32_t ReadPortForward(const Source &source) {
            TLIBCStrTrimSpace(szForward) == 0 && std::strcmp(szForward, "yes") == 0;
 }
 
-int ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
+Reading ParsePorts(const char *szPorts, unsigned int nDirection, TAVO_SERVICE_CONF_PORT **ppPorts) {
+    if (TAVOServiceConfPortsGet(szPorts, nDirection, ppPorts) == 0) {
+        return Reading::kRead;
+    }
+    return TLIBCErrGet() == tavo::kErrorNoMemory ? Reading::kUnknown : Reading::kInvalid;
+}
+
+Reading ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
     const char *szSrcPorts = source.Value(tavo::kKeySrcPorts);
-    if (szSrcPorts != nullptr &&
-        TAVOServiceConfPortsGet(szSrcPorts, TAVO_PORT_DIRECTION_SRC, &pSection->pSrcPorts) < 0) {
-        return TAVO_LOG_STATE(
+    const Reading src = szSrcPorts == nullptr
+                            ? Reading::kRead
+                            : ParsePorts(szSrcPorts, TAVO_PORT_DIRECTION_SRC, &pSection->pSrcPorts);
+    if (src != Reading::kRead) {
+        TAVO_LOG_STATE(
             "Service get port error, filepath: %s, section name: %s, target: srcPort, tavoerr=",
             source.szPath, source.szSection);
+        return src;
     }
     const char *szDstPorts = source.Value(tavo::kKeyDstPorts);
-    if (szDstPorts == nullptr ||
-        TAVOServiceConfPortsGet(szDstPorts, TAVO_PORT_DIRECTION_DST, &pSection->pDstPorts) < 0) {
-        return TAVO_LOG_STATE(
+    const Reading dst = szDstPorts == nullptr
+                            ? Reading::kInvalid
+                            : ParsePorts(szDstPorts, TAVO_PORT_DIRECTION_DST, &pSection->pDstPorts);
+    if (dst != Reading::kRead) {
+        TAVO_LOG_STATE(
             "Service get port error, filepath: %s, section name: %s, target: dstPort, tavoerr=",
             source.szPath, source.szSection);
     }
-    return 0;
+    return dst;
+}
+
+Reading ReadSection(const char *szPath, const char *szSection, TAVO_SERVICE_CONF_SECTION **ppList) {
+    const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
+    if (keys == nullptr) {
+        TAVO_LOG_STATE("Failed to TLIBCSzHashAlloc, tavoerr=");
+        return Reading::kUnknown;
+    }
+    auto section = tavo::NewRecord<tavo::OwnedSection>();
+    if (section == nullptr) {
+        TAVO_FAIL_NO_MEMORY();
+        return Reading::kUnknown;
+    }
+    TLIBCSzHash *pKeys = keys.get();
+    const int nKeys = TLIBCFileGetSection(szPath, szSection, &pKeys);
+    if (nKeys < 1) {
+        TAVO_LOG_STATE(
+            "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
+            "tavoerr=",
+            szPath, szSection, nKeys);
+        return nKeys < 0 ? tavo::WhyUnreadable(szPath) : Reading::kInvalid;
+    }
+    const Source source{szPath, szSection, pKeys};
+    tavo::CopyText(section->szName, szSection);
+    if (ReadTitle(source, &section->strTitle) < 0 ||
+        ReadDescription(source, &section->strDesc) < 0) {
+        return Reading::kInvalid;
+    }
+    section->blPortForward = ReadPortForward(source);
+    const Reading ports = ReadPorts(source, section.get());
+    if (ports == Reading::kRead) {
+        tavo::Prepend(std::move(section), ppList);
+    }
+    return ports;
 }
 
 }  // namespace
@@ -124,32 +173,7 @@ int TAVOServiceConfSectionGet(const char *szPath, const char *szSection,
     if (szPath == nullptr || szSection == nullptr || ppList == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
-    if (keys == nullptr) {
-        return TAVO_LOG_STATE("Failed to TLIBCSzHashAlloc, tavoerr=");
-    }
-    auto section = tavo::NewRecord<tavo::OwnedSection>();
-    if (section == nullptr) {
-        return TAVO_FAIL_NO_MEMORY();
-    }
-    TLIBCSzHash *pKeys = keys.get();
-    const int nKeys = TLIBCFileGetSection(szPath, szSection, &pKeys);
-    if (nKeys < 1) {
-        return TAVO_LOG_STATE(
-            "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
-            "tavoerr=",
-            szPath, szSection, nKeys);
-    }
-    const Source source{szPath, szSection, pKeys};
-    tavo::CopyText(section->szName, szSection);
-    if (ReadTitle(source, &section->strTitle) < 0 ||
-        ReadDescription(source, &section->strDesc) < 0) {
-        return -1;
-    }
-    section->blPortForward = ReadPortForward(source);
-    if (ReadPorts(source, section.get()) < 0) {
-        return -1;
-    }
-    tavo::Prepend(std::move(section), ppList);
-    return 0;
+    const Reading reading = ReadSection(szPath, szSection, ppList);
+    tavo::Completeness::Note(reading);
+    return reading == Reading::kRead ? 0 : -1;
 }

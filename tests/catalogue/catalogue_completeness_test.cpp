@@ -1,0 +1,169 @@
+// Whether the catalogue is complete, as the checks of ports are told.
+#include <gmock/gmock.h>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <map>
+
+#include "catalogue/firewall_service.h"
+#include "catalogue_test.h"
+#include "failing_allocation.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::IsEmpty;
+
+constexpr int kBuiltInServices = 12;
+
+std::string Section(const std::string &name, const std::string &ports) {
+    return "[" + name + "]\ntitle=T\ndesc=D\ndst.ports=" + ports + "\n";
+}
+
+class Catalogue : public CatalogueTest {
+  protected:
+    static std::string Install(const std::string &name, const std::string &contents) {
+        const std::string path = std::string(kPackageServices) + "/" + name;
+        WriteFile(path, contents);
+        return path;
+    }
+
+    // "COUNT services, fault 0xCODE", and whether something was left out.
+    static std::string Read() {
+        const ServiceCatalogue catalogue = ReadCatalogue();
+        char text[64];
+        snprintf(text, sizeof(text), "%d services, fault 0x%X%s", catalogue.count, catalogue.fault,
+                 catalogue.logged ? ", logged" : "");
+        EXPECT_EQ(Names(catalogue.services.get()).size(),
+                  static_cast<std::size_t>(catalogue.count));
+        return text;
+    }
+};
+
+TEST_F(Catalogue, IsCompleteOnASoundAppliance) {
+    Install("a.sc", "[global]\nversion=1\n" + Section("a", "80") + Section("b", "81/tcp"));
+    EXPECT_EQ(Read(), "14 services, fault 0x0");
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(Catalogue, IsCompleteWithoutWhatIsAbsent) {
+    std::filesystem::remove_all(kPackageServices);
+    EXPECT_EQ(Read(), "12 services, fault 0x0") << "a folder";
+    std::filesystem::create_directory(kPackageServices);
+    std::filesystem::create_symlink("/nowhere", std::string(kPackageServices) + "/dangling.sc");
+    EXPECT_EQ(Read(), "12 services, fault 0x0, logged") << "what a link leads to";
+    std::filesystem::remove(kNfsSettings);
+    EXPECT_EQ(Read(), "11 services, fault 0x0, logged") << "settings of a built-in service";
+}
+
+TEST_F(Catalogue, IsCompleteWithoutWhatIsInvalid) {
+    const std::string sound = Section("sound", "80");
+    const std::map<std::string, std::string> files = {
+        {"no section at all", "x=1\n"},
+        {"[global] only", "[global]\nversion=1\n"},
+        {"an empty [global]", "[global]\n" + sound},
+        {"an empty section", "[a]\n" + sound},
+        {"a bad name", Section("a b", "80") + sound},
+        {"no title", "[a]\ndesc=D\ndst.ports=80\n" + sound},
+        {"no description", "[a]\ntitle=T\ndst.ports=80\n" + sound},
+        {"no ports", "[a]\ntitle=T\ndesc=D\n" + sound},
+        {"bad ports", Section("a", "80x") + sound},
+        {"no port", Section("a", "80,") + sound},
+        {"a bad protocol", Section("a", "80/sctp") + sound},
+        {"bad source ports", Section("a", "80") + "src.ports=x\n" + sound},
+        {"a binary file", std::string("\0\x7f[", 3)},
+    };
+    for (const auto &[what, contents] : files) {
+        Install("a.sc", contents);
+        EXPECT_THAT(Read(), testing::HasSubstr("services, fault 0x0, logged")) << what;
+    }
+}
+
+TEST_F(Catalogue, IsCompleteWithoutWhatIsNoFile) {
+    const std::string folder = kPackageServices;
+    std::filesystem::create_symlink("/etc", folder + "/folder.sc");
+    ASSERT_EQ(mkfifo("/tmp/pipe", 0600), 0);
+    std::filesystem::create_symlink("/tmp/pipe", folder + "/pipe.sc");
+    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {AF_UNIX, "/tmp/listener"};
+    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    std::filesystem::create_symlink("/tmp/listener", folder + "/listener.sc");
+    std::filesystem::create_symlink("loop.sc", folder + "/loop.sc");
+    EXPECT_EQ(Read(), "12 services, fault 0x0, logged");
+    close(listener);
+}
+
+TEST_F(Catalogue, IsCompleteWithoutABadSetting) {
+    WriteFile(kNfsSettings, "nfs_custom_port_enable=yes\nstatd_port=1\n");
+    TLIBCErrSetEx(0x200, "caller.cpp", 1);
+    EXPECT_EQ(Read(), "11 services, fault 0x0, logged") << "the caller's code does not count";
+    WriteFile(kSettings, "ftpport=x\n");
+    EXPECT_EQ(Read(), "10 services, fault 0x0, logged");
+    WriteFile(kSshSettings, "Port x\n");
+    EXPECT_EQ(Read(), "9 services, fault 0x0, logged");
+}
+
+// What no descriptor is left for.
+TEST_F(Catalogue, IsIncompleteWhenFilesCannotBeOpened) {
+    Install("a.sc", Section("a", "80"));
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int next = dup(0);
+    close(next);
+    for (const auto &[descriptors, expected] : std::map<int, const char *>{
+             {0, "9 services, fault 0x900, logged"}, {1, "13 services, fault 0x0"}}) {
+        const rlimit few = {static_cast<rlim_t>(next + descriptors), before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+        const std::string found = Read();
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+        EXPECT_EQ(found, expected);
+    }
+}
+
+TEST_F(Catalogue, IsIncompleteWhenAProviderFailsForItsSettingsAreNoFile) {
+    MakeUnreadable(kSshSettings);
+    EXPECT_EQ(Read(), "11 services, fault 0x900, logged");
+}
+
+TEST_F(Catalogue, LeavesTheErrorStateOfTheCallerAloneOnSuccess) {
+    TLIBCErrSetEx(0x123, "caller.cpp", 7);
+    EXPECT_EQ(Read(), "12 services, fault 0x0");
+    EXPECT_EQ(ErrorState(), "0x123 caller.cpp");
+    EXPECT_EQ(TLIBCErrorGetLine(), 7);
+}
+
+TEST_F(Catalogue, ShowsTheCodeOfAPortThatIsAbsent) {
+    for (const char *ports : {"", "statd_port=\n", "statd_port=1\n", "statd_port=1\nnlm_port=\n"}) {
+        WriteFile(kNfsSettings, std::string("nfs_custom_port_enable=yes\n") + ports);
+        TLIBCErrSetEx(0x123, "caller.cpp", 1);
+        log_.Clear();
+        TLIBCSzList *list = nullptr;
+        EXPECT_EQ(TAVOFwPortsNFS(&list), -1);
+        EXPECT_EQ(ErrorState(), "0xD00 firewall_service_register.cpp") << ports;
+        EXPECT_THAT(Messages().front(), testing::EndsWith("port', errno=0xD00")) << ports;
+    }
+}
+
+TEST_F(Catalogue, IsIncompleteForEveryServiceThatMemoryRunsOutFor) {
+    Install("a.sc", "[global]\nsupport_key=k\nrun_key=r\n" + Section("a", "80,90:99/tcp") +
+                        "title_key=x:y:z\nsrc.ports=1\n" + Section("b", "81"));
+    WriteFile(std::string(kSystemServices) + "/c.sc", Section("c", "1:2/tcp"));
+    WriteFile(kNfsSettings, "nfs_custom_port_enable=yes\nstatd_port=1\nnlm_port=2\n");
+    int incomplete = 0;
+    ForEachFailingAllocation([&](FailingAllocation &fail) {
+        const ServiceCatalogue catalogue = fail.During([] { return ReadCatalogue(); });
+        const bool whole = catalogue.count == kBuiltInServices + 3;
+        EXPECT_TRUE(whole || catalogue.fault == 0x200U) << catalogue.count;
+        EXPECT_TRUE(whole || catalogue.logged);
+        EXPECT_TRUE(catalogue.fault == 0 || catalogue.fault == 0x200U) << catalogue.fault;
+        EXPECT_TRUE(fail.Hit() || (whole && catalogue.fault == 0));
+        incomplete += whole ? 0 : 1;
+    });
+    EXPECT_GT(incomplete, 100);
+}
+
+}  // namespace
+}  // namespace tavo::test
