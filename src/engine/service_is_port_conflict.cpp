@@ -17,6 +17,7 @@
 #include <memory>
 #include <utility>
 
+#include "catalogue/firewall_service.h"
 #include "engine/text_ranges.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
@@ -47,6 +48,24 @@ constexpr int kHighestCheckFlags = 31;
 // Named on its own, this port always counts as taken; a range that holds it does not.
 constexpr char kReservedPort[] = "412";
 
+// The catalogue, read at most once where that shows nowhere. A reading that leaves something out
+// logs it, so each question for the catalogue then reads it anew. Whatever is read once is of one
+// moment: what is installed during the call is not seen by it.
+class CatalogueOfCall {
+  public:
+    const tavo::ServiceCatalogue &Get() {
+        if (!reusable_) {
+            catalogue_ = tavo::ReadCatalogue();
+            reusable_ = catalogue_.count >= 0 && !catalogue_.logged;
+        }
+        return catalogue_;
+    }
+
+  private:
+    tavo::ServiceCatalogue catalogue_;
+    bool reusable_ = false;
+};
+
 // What the caller asks, as it was given and cut into tokens.
 struct Query {
     const char *szPort;
@@ -54,6 +73,7 @@ struct Query {
     const TLIBCSzList *pSkip;
     const TLIBCSzList *pPorts;
     const TLIBCSzList *pProtocols;  // in lower case
+    CatalogueOfCall &catalogue;
 
     bool Skips(const char *szService) const { return TLIBCSzListFind(pSkip, szService) >= 0; }
     bool Names(const TAVO_PROTO_TYPE_MAPPING &protocol) const {
@@ -220,11 +240,10 @@ int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
 
 // ---- Firewall services ----
 
-int EnumerateServices(tavo::OwnedServices &services) {
-    TAVO_FW_SERVICE *pServices = nullptr;
-    const int nServices = TAVOFwServiceEnum(&pServices);
-    services.reset(pServices);
-    return nServices;
+// A service that is missing for want of memory, or because a system call failed, may declare the
+// very ports that are asked for, so that neither source can answer without it.
+int FailWithoutCatalogue(const tavo::ServiceCatalogue &catalogue) {
+    return TAVO_FAIL_STATE(catalogue.fault, "Failed to enumerate services");
 }
 
 // The protocols that the caller asks for, 0 for a text that names none: then no service collides.
@@ -251,13 +270,15 @@ int CompareService(TextRanges &ports, const TAVO_FW_SERVICE &service, Ports **pp
 }
 
 int CheckFirewallServices(const Query &query, Ports **ppConflictPorts) {
-    tavo::OwnedServices services;
-    const int nServices = EnumerateServices(services);
-    if (nServices < 0) {
+    const tavo::ServiceCatalogue &catalogue = query.catalogue.Get();
+    if (catalogue.count < 0) {
         return TAVO_LOG_STATE("Failed to enumerate services");
     }
+    if (catalogue.fault != 0) {
+        return FailWithoutCatalogue(catalogue);
+    }
     uint32_t nProtocols = 0;
-    if (nServices == 0) {
+    if (catalogue.count == 0) {
         return 0;
     }
     if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
@@ -265,7 +286,7 @@ int CheckFirewallServices(const Query &query, Ports **ppConflictPorts) {
     }
     TextRanges ports(query.szPort, kQueryRangeSeparator);
     int nAnswer = 0;
-    for (const TAVO_FW_SERVICE *pService = services.get(); pService != nullptr;
+    for (const TAVO_FW_SERVICE *pService = catalogue.services.get(); pService != nullptr;
          pService = pService->pNext) {
         if ((pService->nDstProtocol & nProtocols) == 0 || query.Skips(pService->szName)) {
             continue;
@@ -520,14 +541,18 @@ int CheckSocketsOf(const Range &range, const TAVO_PROTO_TYPE_MAPPING &protocol,
 
 // The first port that is held ends the check; which it is, is not told.
 int CheckSockets(const Query &query, Ports ** /* ppConflictPorts */) {
-    tavo::OwnedServices services;
-    if (EnumerateServices(services) < 0) {
+    const tavo::ServiceCatalogue &catalogue = query.catalogue.Get();
+    if (catalogue.count < 0) {
         return TAVO_FAIL_STATE(tavo::kErrorFirewallServices, "Failed to enumerate services");
     }
+    if (catalogue.fault != 0) {
+        return FailWithoutCatalogue(catalogue);
+    }
+    TAVO_FW_SERVICE *pServices = catalogue.services.get();
     SkippedPorts skipped[std::size(gProtoTypeMapping)];
-    for (std::size_t row = 0; services != nullptr && row < std::size(skipped); ++row) {
+    for (std::size_t row = 0; pServices != nullptr && row < std::size(skipped); ++row) {
         if (query.Names(gProtoTypeMapping[row])) {
-            skipped[row] = PortsOfSkipped(query, services.get(), gProtoTypeMapping[row].nProto);
+            skipped[row] = PortsOfSkipped(query, pServices, gProtoTypeMapping[row].nProto);
         }
     }
     for (int i = 0; i < TLIBCSzListCount(query.pPorts); ++i) {
@@ -540,7 +565,7 @@ int CheckSockets(const Query &query, Ports ** /* ppConflictPorts */) {
             if (!query.Names(protocol)) {
                 continue;
             }
-            const int nAnswer = CheckSocketsOf(range, protocol, skipped[row], services.get());
+            const int nAnswer = CheckSocketsOf(range, protocol, skipped[row], pServices);
             if (nAnswer != 0) {
                 return nAnswer;
             }
@@ -592,6 +617,27 @@ int AskSources(const Query &query, int nCheckFlags, Ports **ppConflictPorts) {
     return nAnswer;
 }
 
+int IsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
+                   int nCheckFlags, Ports **ppConflictPorts, CatalogueOfCall &catalogue) {
+    if (szSkipServices == nullptr || szPort == nullptr || szProtocol == nullptr ||
+        ppConflictPorts == nullptr || nCheckFlags < TAVO_PORT_CHECK_DEFAULT ||
+        nCheckFlags > kHighestCheckFlags) {
+        return TAVO_FAIL(tavo::kErrorBadParameter, "Invalid Argument!!");
+    }
+    const tavo::OwnedNames skip(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    const tavo::OwnedNames ports(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    const tavo::OwnedNames protocols(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    if (skip == nullptr || ports == nullptr || protocols == nullptr) {
+        return FailToAllocateList();
+    }
+    if (SplitWords(szSkipServices, skip.get()) < 0 || SplitWords(szPort, ports.get()) < 0 ||
+        SplitProtocols(szProtocol, protocols.get()) < 0) {
+        return -1;
+    }
+    const Query query = {szPort, szProtocol, skip.get(), ports.get(), protocols.get(), catalogue};
+    return AskSources(query, nCheckFlags, ppConflictPorts);
+}
+
 // ---- Service files ----
 
 // The flags of a check of a whole file: its author need not know the rules of the router.
@@ -600,7 +646,8 @@ constexpr int kServiceFileCheckFlags =
 
 // A check that fails is logged and counts as no conflict: one bad section of a package is no reason
 // to refuse the others.
-int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConflictPorts) {
+int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConflictPorts,
+                 CatalogueOfCall &catalogue) {
     if (szSection == nullptr) {
         TAVO_SET_ERROR(tavo::kErrorBadParameter);
         return 0;
@@ -618,8 +665,8 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
     char szNone[] = "";
     szProtocol = szProtocol == nullptr ? szNone : szProtocol;
     TLIBCStrTrimSpace(szProtocol);
-    const int nAnswer =
-        TLIBIsPortConflict(szSection, szPort, szProtocol, kServiceFileCheckFlags, ppConflictPorts);
+    const int nAnswer = IsPortConflict(szSection, szPort, szProtocol, kServiceFileCheckFlags,
+                                       ppConflictPorts, catalogue);
     if (nAnswer < 0) {
         TAVO_LOG_STATE("TLIBIsPortConflict FAILED=%d, port=%s, protocol=%s tavoerr=", nAnswer,
                        szPort, szProtocol);
@@ -635,23 +682,9 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
 
 int TLIBIsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
                        int nCheckFlags, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    if (szSkipServices == nullptr || szPort == nullptr || szProtocol == nullptr ||
-        ppConflictPorts == nullptr || nCheckFlags < TAVO_PORT_CHECK_DEFAULT ||
-        nCheckFlags > kHighestCheckFlags) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Invalid Argument!!");
-    }
-    const tavo::OwnedNames skip(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    const tavo::OwnedNames ports(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    const tavo::OwnedNames protocols(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    if (skip == nullptr || ports == nullptr || protocols == nullptr) {
-        return FailToAllocateList();
-    }
-    if (SplitWords(szSkipServices, skip.get()) < 0 || SplitWords(szPort, ports.get()) < 0 ||
-        SplitProtocols(szProtocol, protocols.get()) < 0) {
-        return -1;
-    }
-    const Query query = {szPort, szProtocol, skip.get(), ports.get(), protocols.get()};
-    return AskSources(query, nCheckFlags, ppConflictPorts);
+    CatalogueOfCall catalogue;
+    return IsPortConflict(szSkipServices, szPort, szProtocol, nCheckFlags, ppConflictPorts,
+                          catalogue);
 }
 
 int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
@@ -667,6 +700,7 @@ int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppCo
     if (TLIBCFileEnumSection(szConfFile, &pNames) < 1) {
         return 0;
     }
+    CatalogueOfCall catalogue;
     for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
         const char *szSection = TLIBCSzListGet(pNames, i);
         TLIBCSzHash *pKeys = keys.get();
@@ -681,7 +715,7 @@ int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppCo
         if (szDstPorts == nullptr) {
             return TAVO_LOG_STATE("szTmpString is NULL");
         }
-        if (CheckSection(szSection, szDstPorts, ppConflictPorts) > 0) {
+        if (CheckSection(szSection, szDstPorts, ppConflictPorts, catalogue) > 0) {
             return 1;
         }
     }
