@@ -138,8 +138,8 @@ int TAVOServiceConfPortsGet(const char *szPorts, unsigned int nDirection,
     }
     char *szProtocols = copy.get();
     char *szItems = tavo::CutPiece(szProtocols, '/');
-    if ((szProtocols != nullptr && TLIBCStrTrimSpace(szProtocols) < 0) ||
-        TLIBCStrTrimSpace(szItems) < 0) {
+    const bool protocols = szProtocols != nullptr && *szProtocols != '\0';
+    if ((protocols && TLIBCStrTrimSpace(szProtocols) < 0) || TLIBCStrTrimSpace(szItems) < 0) {
         return -1;
     }
     const int nProtocol = TLIBServiceConfProtocolParse(szProtocols);

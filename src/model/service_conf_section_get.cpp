@@ -26,24 +26,24 @@ struct Source {
     const char *Value(const char *szKey) const { return TLIBCSzHashGetValue(pKeys, szKey); }
 };
 
-// What port_forward is compared in; a longer value is cut to fit.
+// Room for the value of port_forward in lower case. A longer value is not "yes", whatever it begins
+// with.
 constexpr std::size_t kForwardTextSize = 32;
 
 // SECTION:KEY, or SOURCE:SECTION:KEY, whose KEY may hold further colons. Cuts szRef in place.
 int SplitReference(char *szRef, TAVO_SERVICE_CONF_STRING *pString) {
     char *szKey = szRef;
-    char szNoSource[] = "";
-    char *szSource = szNoSource;
+    char *szSource = nullptr;
     char *szSection = tavo::CutPiece(szKey, ':');
     if (std::strchr(szKey, ':') != nullptr) {
         szSource = szSection;
         szSection = tavo::CutPiece(szKey, ':');
     }
-    if (TLIBCStrTrimSpace(szSource) < 0 || TLIBCStrTrimSpace(szSection) < 0 ||
-        TLIBCStrTrimSpace(szKey) < 0) {
+    if ((szSource != nullptr && TLIBCStrTrimSpace(szSource) < 0) ||
+        TLIBCStrTrimSpace(szSection) < 0 || TLIBCStrTrimSpace(szKey) < 0) {
         return -1;
     }
-    tavo::CopyText(pString->szSource, szSource);
+    tavo::CopyText(pString->szSource, szSource == nullptr ? "" : szSource);
     tavo::CopyText(pString->szSection, szSection);
     tavo::CopyText(pString->szKey, szKey);
     return 0;
@@ -81,8 +81,7 @@ uint32_t ReadPortForward(const Source &source) {
         return 0;
     }
     char szForward[kForwardTextSize];
-    tavo::CopyText(szForward, szValue);
-    return TLIBCStrCaseLower(szForward, szForward, sizeof(szForward)) == 0 &&
+    return TLIBCStrCaseLower(szValue, szForward, sizeof(szForward)) == 0 &&
            TLIBCStrTrimSpace(szForward) == 0 && std::strcmp(szForward, "yes") == 0;
 }
 

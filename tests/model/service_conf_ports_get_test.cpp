@@ -2,6 +2,7 @@
 
 #include "failing_allocation.h"
 #include "library_test.h"
+#include "strict_trim.h"
 
 namespace tavo::test {
 namespace {
@@ -27,6 +28,13 @@ TEST_F(PortsGet, ReadsSinglePortsLastOneFirst) {
     EXPECT_THAT(Parse("80,443/tcp"), ElementsAre("dst 443 protocol 1", "dst 80 protocol 1"));
     EXPECT_EQ(TLIBCErrGet(), 0U);
     EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(PortsGet, NeedsNoProtocolsToTrim) {
+    const StrictTrim strict;
+    EXPECT_THAT(Parse("80/"), ElementsAre("dst 80 protocol 3"));
+    EXPECT_THAT(Parse("80/ tcp "), ElementsAre("dst 80 protocol 1"));
+    EXPECT_EQ(TLIBCErrGet(), 0U);
 }
 
 TEST_F(PortsGet, ReadsRanges) {

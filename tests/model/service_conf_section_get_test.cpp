@@ -6,6 +6,7 @@
 
 #include "failing_allocation.h"
 #include "library_test.h"
+#include "strict_trim.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
@@ -168,6 +169,16 @@ TEST_F(SectionGet, IgnoresAnEmptyReference) {
     EXPECT_EQ(Read("title_key=\"\"\ndesc_key=\n" + std::string(kRequired)), 0);
 }
 
+TEST_F(ServiceString, NeedsNoSourceToTrim) {
+    const StrictTrim strict;
+    EXPECT_EQ(TAVOServiceConfServiceStringGet(" tree : leaf ", &string_), 0);
+    EXPECT_EQ(std::string(string_.szSource), "");
+    EXPECT_EQ(std::string(string_.szSection), "tree");
+    EXPECT_EQ(std::string(string_.szKey), "leaf");
+    EXPECT_EQ(TAVOServiceConfServiceStringGet(":tree:leaf", &string_), -1)
+        << "an empty source that is there is trimmed";
+}
+
 TEST_F(SectionGet, ForwardsOnlyForYes) {
     struct {
         const char *value;
@@ -183,9 +194,13 @@ TEST_F(SectionGet, ForwardsOnlyForYes) {
         {"\"\"", 0},
         {"yess", 0},
         {"ye s", 0},
-        {"\"yes                         x\"", 0},      // 30 bytes: compared whole
-        {"\"yes                            x\"", 1},   // cut to 31 bytes, this reads yes
-        {"\"                              yes\"", 0},  // and this y
+        {"\"yes                         x\"", 0},     // 30 bytes: compared whole
+        {"\"yes                            x\"", 0},  // 32 bytes: too long, whatever is in front
+        {"\"yes                             \"", 0},
+        {"\"yes                            \"", 1},  // 31 bytes still fit
+        {"\"YES                            no\"", 0},
+        {"\"yes                                        and more\"", 0},
+        {"\"                              yes\"", 0},
     };
     for (const auto &row : rows) {
         ASSERT_EQ(Read("port_forward=" + std::string(row.value) + "\n" + kRequired), 0);
