@@ -244,12 +244,13 @@ TAVO_API int TLIBPortRangeAdd(TAVO_PORT_RANGE *pSet, TAVO_SERVICE_CONF_PORT *pPo
 /* Removes the ports nPortStart..nPortEnd of pPort; for one port set both. A range of the set whose
  * last port is nPortStart goes as a whole: removing 20:25 from 10:20 removes 10:20. A range that
  * meets none of the set changes nothing. -1 for NULL, an empty set, no range that ends at
- * nPortStart or later, or no memory; in the last case part of the ports may be gone. */
+ * nPortStart or later, or no memory; the set is then unchanged. */
 TAVO_API int TLIBPortRangeRemove(TAVO_PORT_RANGE *pSet, const TAVO_SERVICE_CONF_PORT *pPort);
 
 /* Adds every range of pSrc, which stays as it is, to pDst; both may be the same set. A node of type
  * 0 counts as its first port only, whatever its end, also one that Remove cut. -1 for NULL or
- * no memory; what was added before stays. */
+ * no memory; ranges that were added before stay. They need not be the first ones of a pSrc whose
+ * ranges are not ascending. */
 TAVO_API int TLIBPortRangeJoin(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc);
 
 /* Adds the ports that are in pA and in pB to pOut, which need not be empty and may be one of the

@@ -4,6 +4,7 @@
 // last port is the first one to go, goes as a whole: 20:25 out of 10:20 leaves nothing. And the
 // bounds are taken as given: a single port whose end is not filled in takes nothing out, but the
 // ports in front of it may be left a second time, in a node of their own.
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <utility>
@@ -16,47 +17,64 @@ namespace {
 
 using Link = TAVO_SERVICE_CONF_PORT **;
 
-// A node nStart..nEnd, its type not set.
-tavo::OwnedPorts NewNode(uint32_t nStart, uint32_t nEnd) {
-    auto node = tavo::NewRecord<tavo::OwnedPorts>();
-    if (node == nullptr) {
-        TAVO_FAIL(tavo::kErrorNoMemory, "Failed to memory allocation.");
-        return node;
+// Whether ports of the node stay in front of a removal from nStart on.
+bool HasLeft(const TAVO_SERVICE_CONF_PORT &node, uint32_t nStart) {
+    return node.nPortStart < nStart && nStart < node.nPortEnd;
+}
+
+// How many nodes a removal of nStart..nEnd adds or replaces, from the first node that it meets on.
+std::size_t CountPieces(const TAVO_SERVICE_CONF_PORT *pNode, uint32_t nStart, uint32_t nEnd) {
+    std::size_t nPieces = HasLeft(*pNode, nStart) ? 1 : 0;
+    for (; pNode != nullptr && pNode->nPortStart <= nEnd; pNode = pNode->pNext) {
+        nPieces += nEnd < pNode->nPortEnd ? 1 : 0;
     }
-    node->nPortStart = nStart;
-    node->nPortEnd = nEnd;
-    return node;
+    return nPieces;
+}
+
+// Makes all nodes that the removal needs before it changes the set, which therefore stays whole
+// when memory runs out.
+int MakeNodes(std::size_t nCount, tavo::OwnedPorts &nodes) {
+    for (; nCount > 0; --nCount) {
+        auto node = tavo::NewRecord<tavo::OwnedPorts>();
+        if (node == nullptr) {
+            return TAVO_FAIL(tavo::kErrorNoMemory, "Failed to memory allocation.");
+        }
+        node->pNext = nodes.release();
+        nodes = std::move(node);
+    }
+    return 0;
+}
+
+// Takes a node nStart..nEnd out of those that were made, its type not set.
+TAVO_SERVICE_CONF_PORT *TakeNode(uint32_t nStart, uint32_t nEnd, tavo::OwnedPorts &nodes) {
+    TAVO_SERVICE_CONF_PORT *pNode = nodes.release();
+    nodes.reset(pNode->pNext);
+    pNode->nPortStart = nStart;
+    pNode->nPortEnd = nEnd;
+    return pNode;
 }
 
 // Puts the ports of the node at `ppLink` that come before nStart into a node in front of it, and
 // moves on to that node itself.
-int KeepLeft(TAVO_PORT_RANGE *pSet, uint32_t nStart, Link &ppLink) {
-    auto left = NewNode((*ppLink)->nPortStart, nStart - 1);
-    if (left == nullptr) {
-        return -1;
+void KeepLeft(TAVO_PORT_RANGE *pSet, uint32_t nStart, tavo::OwnedPorts &nodes, Link &ppLink) {
+    TAVO_SERVICE_CONF_PORT *pLeft = TakeNode((*ppLink)->nPortStart, nStart - 1, nodes);
+    if (pLeft->nPortStart != pLeft->nPortEnd) {
+        pLeft->nPortType = TAVO_PORT_TYPE_RANGE;
     }
-    if (left->nPortStart != left->nPortEnd) {
-        left->nPortType = TAVO_PORT_TYPE_RANGE;
-    }
-    left->pNext = *ppLink;
-    *ppLink = left.release();
-    ppLink = &(*ppLink)->pNext;
+    pLeft->pNext = *ppLink;
+    *ppLink = pLeft;
+    ppLink = &pLeft->pNext;
     ++pSet->nCount;
-    return 0;
 }
 
 // Puts a node with the ports behind nEnd into the place of the node at `ppLink`, and moves on
 // behind it. The new one has the type of a single port, whatever its ports: Join then takes it for
 // its first port.
-int KeepRight(uint32_t nEnd, Link &ppLink) {
-    auto right = NewNode(nEnd + 1, (*ppLink)->nPortEnd);
-    if (right == nullptr) {
-        return -1;
-    }
-    right->pNext = (*ppLink)->pNext;
-    std::free(std::exchange(*ppLink, right.release()));
-    ppLink = &(*ppLink)->pNext;
-    return 0;
+void KeepRight(uint32_t nEnd, tavo::OwnedPorts &nodes, Link &ppLink) {
+    TAVO_SERVICE_CONF_PORT *pRight = TakeNode(nEnd + 1, (*ppLink)->nPortEnd, nodes);
+    pRight->pNext = (*ppLink)->pNext;
+    std::free(std::exchange(*ppLink, pRight));
+    ppLink = &pRight->pNext;
 }
 
 }  // namespace
@@ -74,16 +92,19 @@ int TLIBPortRangeRemove(TAVO_PORT_RANGE *pSet, const TAVO_SERVICE_CONF_PORT *pPo
     if (*ppLink == nullptr) {
         return TAVO_FAIL(tavo::kErrorBadParameter, "Can't find entry to remove in the list");
     }
-    if ((*ppLink)->nPortStart < nStart && nStart < (*ppLink)->nPortEnd &&
-        KeepLeft(pSet, nStart, ppLink) < 0) {
+    tavo::OwnedPorts nodes;
+    if (MakeNodes(CountPieces(*ppLink, nStart, nEnd), nodes) < 0) {
         return -1;
+    }
+    if (HasLeft(**ppLink, nStart)) {
+        KeepLeft(pSet, nStart, nodes, ppLink);
     }
     while (*ppLink != nullptr && (*ppLink)->nPortStart <= nEnd) {
         if (nEnd >= (*ppLink)->nPortEnd) {
             std::free(std::exchange(*ppLink, (*ppLink)->pNext));
             --pSet->nCount;
-        } else if (KeepRight(nEnd, ppLink) < 0) {
-            return -1;
+        } else {
+            KeepRight(nEnd, nodes, ppLink);
         }
     }
     return 0;
