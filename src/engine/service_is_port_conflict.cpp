@@ -23,6 +23,7 @@
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"
+#include "support/presence.h"
 #include "support/settings.h"
 #include "support/text.h"
 #include "tavoftp.h"
@@ -212,8 +213,16 @@ int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
     if (names == nullptr) {
         return FailToAllocateList();
     }
-    if (TLIBCFileExist(szPath) == 0) {
+    if (szPath == nullptr) {
         return 0;
+    }
+    switch (tavo::PresenceOf(szPath)) {
+        case tavo::Presence::kAbsent:
+            return 0;
+        case tavo::Presence::kUnknown:
+            return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to look for %s", szPath);
+        case tavo::Presence::kPresent:
+            break;
     }
     const tavo::HeldFile held(szPath);
     TLIBCSzList *pNames = names.get();
@@ -225,7 +234,11 @@ int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
     for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
         const char *szName = TLIBCSzListGet(pNames, i);
         TLIBCSzHash *pRule = rule.get();
-        if (TLIBCFileGetSection(szPath, szName, &pRule) < 1) {
+        const int nKeys = TLIBCFileGetSection(szPath, szName, &pRule);
+        if (nKeys == 0) {
+            TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        }
+        if (nKeys < 1) {
             return TAVO_LOG("Section not found or failed to get section(%s) from %s", szName,
                             szPath);
         }
@@ -488,12 +501,17 @@ class UsedPorts {
 
     bool OutOfMemory() const { return slots_ == nullptr; }
 
-    // A library that cannot tell counts as having found none.
+    // A library that fails counts as having found none. It is asked twice before, so that one
+    // failed system call does not make a held port read free.
     void Ask(const Range &range, bool tcp) {
         const int nMost = static_cast<int>(std::min<std::size_t>(nSlots_, INT_MAX));
-        int nFound = nMost;
-        if (TAVONetGetPortUsedInRange(slots_.get(), &nFound, range.nLow, range.nHigh, tcp) == 0) {
-            nUsed_ = std::clamp(nFound, 0, nMost);
+        for (int nTry = 0; nTry < 2; ++nTry) {
+            int nFound = nMost;
+            if (TAVONetGetPortUsedInRange(slots_.get(), &nFound, range.nLow, range.nHigh, tcp) ==
+                0) {
+                nUsed_ = std::clamp(nFound, 0, nMost);
+                return;
+            }
         }
     }
 
@@ -705,6 +723,9 @@ int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppCo
         const char *szSection = TLIBCSzListGet(pNames, i);
         TLIBCSzHash *pKeys = keys.get();
         const int nKeys = TLIBCFileGetSection(szConfFile, szSection, &pKeys);
+        if (nKeys == 0) {
+            TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        }
         if (nKeys < 1) {
             return TAVO_LOG_STATE(
                 "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
@@ -713,7 +734,7 @@ int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppCo
         }
         const char *szDstPorts = TLIBCSzHashGetValue(pKeys, tavo::kKeyDstPorts);
         if (szDstPorts == nullptr) {
-            return TAVO_LOG_STATE("szTmpString is NULL");
+            return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "szTmpString is NULL");
         }
         if (CheckSection(szSection, szDstPorts, ppConflictPorts, catalogue) > 0) {
             return 1;

@@ -83,7 +83,8 @@ TEST_F(ConfPortConflict, CountsWhatTheCallerHandedOver) {
 
 TEST_F(ConfPortConflict, NeedsPortsInEverySection) {
     EXPECT_EQ(AskFile("[a]\ndst.ports=\"9/tcp\"\n[global]\nversion=\"1\"\n"), -1);
-    EXPECT_THAT(Messages(), ElementsAre("szTmpString is NULL[0x0000 :N]"));
+    EXPECT_THAT(Messages(), ElementsAre("szTmpString is NULL[0x0D00 "
+                                        "service_is_port_conflict.cpp:N]"));
     EXPECT_EQ(AskFile("[a]\ndst.ports=\"23/tcp\"\n[global]\nversion=\"1\"\n"), 1)
         << "what collides before that is told";
 }
@@ -96,8 +97,9 @@ TEST_F(ConfPortConflict, RefusesAnEmptySection) {
     EXPECT_EQ(AskFile("[a]\ndst.ports=\"9/tcp\"\n[b]\n"), -1);
     EXPECT_THAT(Messages(),
                 ElementsAre("Failed to TLIBCFileGetSection, file: " + folder_ / "new.sc" +
-                            ", section name: b, nHashRecords: 0, tavoerr=[0x0000 "
-                            ":N]"));
+                            ", section name: b, nHashRecords: 0, tavoerr=[0x0D00 "
+                            "service_is_port_conflict.cpp:N]"));
+    EXPECT_EQ(ErrorState(), "0xD00 service_is_port_conflict.cpp");
 }
 
 TEST_F(ConfPortConflict, FindsNoneInNoFile) {

@@ -91,6 +91,7 @@ TEST_F(ForwardingRules, MayNotBeEmpty) {
     EXPECT_EQ(AskRules("80"), -1);
     EXPECT_THAT(Messages(), ElementsAre("Section not found or failed to get section(1) from "
                                         "/usr/tavo/etc/portforward/rule.conf"));
+    EXPECT_EQ(ErrorState(), "0xD00 service_is_port_conflict.cpp");
 }
 
 TEST_F(ForwardingRules, AreCheckedInFileOrderUpToAFailure) {

@@ -2,7 +2,12 @@
 // below stand in front of the real ones for the whole program.
 #include <gmock/gmock.h>
 
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <functional>
+#include <string>
 
 #include "conflict_test.h"
 #include "failing_allocation.h"
@@ -14,6 +19,10 @@ namespace {
 std::function<int()> g_ftp_high_port;
 std::function<int(int *slots, int *count, int low, int high, int tcp)> g_used_ports;
 std::function<int(TAVO_FW_SERVICE **)> g_services;
+
+// The path that stat fails for, and how.
+std::string g_unknown_path;
+int g_stat_error = 0;
 
 }  // namespace
 
@@ -30,6 +39,16 @@ __attribute__((visibility("default"))) int TAVONetGetPortUsedInRange(int *slots,
 
 __attribute__((visibility("default"))) int TAVOFwServiceEnum(TAVO_FW_SERVICE **services) {
     return g_services(services);
+}
+
+__attribute__((visibility("default"))) int stat(const char *path, struct stat *status) noexcept {
+    static const auto next =
+        reinterpret_cast<int (*)(const char *, struct stat *)>(dlsym(RTLD_NEXT, "stat"));
+    if (path == g_unknown_path) {
+        errno = g_stat_error;
+        return -1;
+    }
+    return next(path, status);
 }
 
 }  // extern "C"
@@ -129,6 +148,39 @@ TEST_F(EngineOnBadGround, TakesAFailedQuestionForNoPorts) {
         return -1;
     };
     EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME), 0);
+}
+
+TEST_F(EngineOnBadGround, AsksOnceMoreWhenAQuestionFails) {
+    int questions = 0;
+    g_used_ports = [&](int *slots, int *count, int, int, int) {
+        if (++questions == 1) {
+            *count = 0;
+            return -1;
+        }
+        slots[0] = 80;
+        return *count == 1 ? 0 : -1;
+    };
+    EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME), 1);
+    EXPECT_EQ(questions, 2);
+}
+
+TEST_F(EngineOnBadGround, CannotTellWithoutKnowingWhetherThereAreRules) {
+    Rules(Rule("7000", "7001"));
+    g_unknown_path = kRules;
+    for (const int error : {EIO, EACCES, ENOMEM, EINTR}) {
+        g_stat_error = error;
+        log_.Clear();
+        EXPECT_EQ(Ask("7000", "tcp", TAVO_PORT_CHECK_PORT_FORWARD), -1) << error;
+        EXPECT_EQ(ErrorState(), "0x900 service_is_port_conflict.cpp");
+        EXPECT_THAT(Messages(), ElementsAre("Failed to look for " + std::string(kRules) +
+                                            "[0x0900 service_is_port_conflict.cpp:N]"));
+    }
+    for (const int error : {ENOENT, ENOTDIR, ELOOP}) {
+        g_stat_error = error;
+        EXPECT_EQ(Ask("7000", "tcp", TAVO_PORT_CHECK_PORT_FORWARD), 0) << error;
+    }
+    g_unknown_path.clear();
+    EXPECT_EQ(Ask("7000", "tcp", TAVO_PORT_CHECK_PORT_FORWARD), 1);
 }
 
 TEST_F(EngineOnBadGround, DoesNotReadBeyondItsSlots) {
