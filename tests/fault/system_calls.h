@@ -39,10 +39,13 @@ inline std::vector<SystemCall> CallsBetweenMarks(const std::string &trace) {
     return counts["getppid"] == 2 ? calls : std::vector<SystemCall>();
 }
 
-// What makes strace inject `fault` into that call.
-inline std::vector<std::string> Injection(const SystemCall &call, const std::string &fault) {
-    return {"-e", "trace=" + call.name, "-e",
-            "inject=" + call.name + ":" + fault + ":when=" + std::to_string(call.ordinal)};
+// What makes strace inject `fault` into that call; with "+" as `following`, into all that follow by
+// that name, too.
+inline std::vector<std::string> Injection(const SystemCall &call, const std::string &fault,
+                                          const std::string &following = "") {
+    return {
+        "-e", "trace=" + call.name, "-e",
+        "inject=" + call.name + ":" + fault + ":when=" + std::to_string(call.ordinal) + following};
 }
 
 // Runs the program under strace; what strace says comes as standard error.

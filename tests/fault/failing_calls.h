@@ -1,0 +1,67 @@
+// A program whose system calls fail, each in turn and with each error: what it answers must hold
+// whatever fails.
+#ifndef TAVO_TESTS_FAULT_FAILING_CALLS_H
+#define TAVO_TESTS_FAULT_FAILING_CALLS_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "system_calls.h"
+
+namespace tavo::test {
+
+// What a system call that looks something up can fail with while that exists.
+inline const std::vector<std::string> &LookingErrors() {
+    static const std::vector<std::string> errors = {"ENOMEM", "ENOSPC", "EIO",
+                                                    "EMFILE", "EINTR",  "EACCES"};
+    return errors;
+}
+
+// Every system call of a program, from its start on.
+inline std::vector<SystemCall> CallsOf(const std::string &trace) {
+    std::istringstream lines(trace);
+    std::map<std::string, int> counts;
+    std::vector<SystemCall> calls;
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t bracket = line.find('(');
+        if (bracket != std::string::npos && !line.starts_with("---")) {
+            const std::string name = line.substr(0, bracket);
+            calls.push_back({name, ++counts[name], line});
+        }
+    }
+    return calls;
+}
+
+// Whether a call can fail with that error, and whether what becomes of it is up to the program. The
+// kernel never fails brk with an error number: it returns the old break.
+inline bool CanFail(const SystemCall &call, const std::string &error) {
+    static const std::set<std::string> kNever = {
+        "brk",     "close",     "execve", "exit_group",   "futex",          "getpid",
+        "getppid", "getrandom", "munmap", "rt_sigaction", "rt_sigprocmask", "rt_sigreturn",
+        "wait4",   "waitid"};
+    return kNever.count(call.name) == 0 && (!IsAboutMemory(call) || error == "ENOMEM");
+}
+
+// Runs the program with one call after the other failing and hands each outcome to
+// check(call, error, result). `calls` are those of a run without faults. How many runs there were.
+template <typename Check>
+int ForEachFailingCall(const std::vector<std::string> &program,
+                       const std::vector<SystemCall> &calls, Check check) {
+    int runs = 0;
+    for (const SystemCall &call : calls) {
+        for (const std::string &error : LookingErrors()) {
+            if (CanFail(call, error)) {
+                SCOPED_TRACE(error + " at " + call.line);
+                check(call, error, RunTraced(Injection(call, "error=" + error), program));
+                ++runs;
+            }
+        }
+    }
+    return runs;
+}
+
+}  // namespace tavo::test
+
+#endif
