@@ -11,6 +11,7 @@
 
 #include "catalogue/firewall_service.h"
 #include "model/completeness.h"
+#include "support/error_state.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"
@@ -86,22 +87,17 @@ Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
 // the caller's state stays.
 class FreshErrorState {
   public:
-    FreshErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {
-        tavo::CopyText(file_, TLIBCErrorGetFile());
-        TLIBCErrSetEx(0, nullptr, 0);
-    }
+    FreshErrorState() { TLIBCErrSetEx(0, nullptr, 0); }
     ~FreshErrorState() {
         if (TLIBCErrGet() == 0) {
-            TLIBCErrSetEx(code_, file_, line_);
+            before_.Restore();
         }
     }
     FreshErrorState(const FreshErrorState &) = delete;
     FreshErrorState &operator=(const FreshErrorState &) = delete;
 
   private:
-    unsigned int code_;
-    int line_;
-    char file_[256];
+    tavo::ErrorState before_;
 };
 
 // A provider says by its error code whether it failed for what the settings hold, or because they

@@ -18,8 +18,12 @@
 #include <utility>
 
 #include "catalogue/firewall_service.h"
+#include "engine/call_catalogue.h"
+#include "engine/comparison.h"
+#include "engine/port_range.h"
 #include "engine/text_ranges.h"
 #include "model/service_file_keys.h"
+#include "support/error_state.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"
@@ -32,15 +36,16 @@
 
 namespace {
 
+using tavo::CallCatalogue;
+using tavo::Comparison;
+using tavo::kDeclaredRangeSeparator;
+using tavo::kQueryRangeSeparator;
 using tavo::Range;
 using tavo::TextRanges;
 
 using Ports = TAVO_SERVICE_CONF_PORT;
 
 constexpr char kTokenSeparators[] = " ,";
-constexpr char kDeclaredRangeSeparator = '-';
-constexpr char kQueryRangeSeparator = ':';
-
 // Longer protocol texts are refused.
 constexpr int kProtocolTextSize = 1024;
 
@@ -49,34 +54,22 @@ constexpr int kHighestCheckFlags = 31;
 // Named on its own, this port always counts as taken; a range that holds it does not.
 constexpr char kReservedPort[] = "412";
 
-// The catalogue, read at most once where that shows nowhere. A reading that leaves something out
-// logs it, so each question for the catalogue then reads it anew. Whatever is read once is of one
-// moment: what is installed during the call is not seen by it.
-class CatalogueOfCall {
-  public:
-    const tavo::ServiceCatalogue &Get() {
-        if (!reusable_) {
-            catalogue_ = tavo::ReadCatalogue();
-            reusable_ = catalogue_.count >= 0 && !catalogue_.logged;
-        }
-        return catalogue_;
-    }
-
-  private:
-    tavo::ServiceCatalogue catalogue_;
-    bool reusable_ = false;
-};
-
 // What the caller asks, as it was given and cut into tokens.
 struct Query {
     const char *szPort;
     const char *szProtocol;
     const TLIBCSzList *pSkip;
+    const TLIBCSzHash *pSkipIndex;  // the names of pSkip as keys; null where they are few
     const TLIBCSzList *pPorts;
     const TLIBCSzList *pProtocols;  // in lower case
-    CatalogueOfCall &catalogue;
+    Ports **ppConflictPorts;
+    CallCatalogue &catalogue;
+    Comparison &comparison;
 
-    bool Skips(const char *szService) const { return TLIBCSzListFind(pSkip, szService) >= 0; }
+    bool Skips(const char *szService) const {
+        return pSkipIndex != nullptr ? TLIBCSzHashGetValue(pSkipIndex, szService) != nullptr
+                                     : TLIBCSzListFind(pSkip, szService) >= 0;
+    }
     bool Names(const TAVO_PROTO_TYPE_MAPPING &protocol) const {
         return TLIBCSzListFind(pProtocols, protocol.szName) >= 0;
     }
@@ -107,38 +100,9 @@ int WalkRanges(TextRanges &ranges, Compare compare) {
     }
 }
 
-// Conflicts are told for both protocols, whichever was asked for.
-int AddConflict(const Range &range, Ports **ppConflictPorts) {
-    const bool single = range.nLow == range.nHigh;
-    const Ports conflict = {
-        .nDirection = TAVO_PORT_DIRECTION_SRC,
-        .nPortType = static_cast<uint32_t>(single ? TAVO_PORT_TYPE_SINGLE : TAVO_PORT_TYPE_RANGE),
-        .nProtocol = TAVO_PROTO_BOTH,
-        .nPortStart = static_cast<uint32_t>(range.nLow),
-        .nPortEnd = static_cast<uint32_t>(single ? 0 : range.nHigh),
-        .pNext = nullptr,
-    };
-    return TAVOServiceComposePortInfo(&conflict, ppConflictPorts);
-}
-
-int CompareRanges(const Range &query, const Range &declared, Ports **ppConflictPorts) {
-    const Range both = {std::max(query.nLow, declared.nLow), std::min(query.nHigh, declared.nHigh)};
-    if (both.nLow > both.nHigh) {
-        return 0;
-    }
-    return AddConflict(both, ppConflictPorts) < 0 ? -1 : 1;
-}
-
 int CompareWithDeclared(const Range &query, TextRanges &declared, Ports **ppConflictPorts) {
-    return WalkRanges(
-        declared, [&](const Range &range) { return CompareRanges(query, range, ppConflictPorts); });
-}
-
-// Declared ranges are written START-END.
-int CompareQuery(TextRanges &query, const char *szDeclared, Ports **ppConflictPorts) {
-    TextRanges declared(szDeclared, kDeclaredRangeSeparator);
-    return WalkRanges(query, [&](const Range &range) {
-        return CompareWithDeclared(range, declared, ppConflictPorts);
+    return WalkRanges(declared, [&](const Range &range) {
+        return tavo::AddCommonPorts(query, range, ppConflictPorts);
     });
 }
 
@@ -166,7 +130,10 @@ int CompareQueryPorts(const char *szQuery, const char *szDeclared,
         return TAVO_SET_ERROR(kErrorBadParameter);
     }
     TextRanges query(szQuery, kQueryRangeSeparator);
-    return CompareQuery(query, szDeclared, ppConflictPorts);
+    TextRanges declared(szDeclared, kDeclaredRangeSeparator);
+    return WalkRanges(query, [&](const Range &range) {
+        return CompareWithDeclared(range, declared, ppConflictPorts);
+    });
 }
 
 }  // namespace tavo
@@ -182,8 +149,7 @@ constexpr char kRuleRouterPorts[] = "r_port";
 
 // A rule leads r_port of the router to s_port of the appliance, and either collides. It must name
 // its protocol, but collides on any: the router may be asked for both.
-int CompareRule(const Query &query, TextRanges &ports, const TLIBCSzHash *pRule,
-                Ports **ppConflictPorts) {
+int CompareRule(const Query &query, const TLIBCSzHash *pRule) {
     const char *szService = TLIBCSzHashGetValue(pRule, kRuleService);
     if (szService != nullptr && query.Skips(szService)) {
         return 0;
@@ -194,15 +160,15 @@ int CompareRule(const Query &query, TextRanges &ports, const TLIBCSzHash *pRule,
         szRouterPorts == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    const int nAppliance = CompareQuery(ports, szAppliancePorts, ppConflictPorts);
+    const int nAppliance = query.comparison.Compare(szAppliancePorts);
     if (nAppliance < 0) {
         return -1;
     }
-    const int nRouter = CompareQuery(ports, szRouterPorts, ppConflictPorts);
+    const int nRouter = query.comparison.Compare(szRouterPorts);
     return nRouter < 0 ? -1 : nAppliance | nRouter;
 }
 
-int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
+int CheckForwardingRules(const Query &query) {
     const char *szPath = TAVOPFRuleConfPathGet();
     const tavo::OwnedTable rule(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (rule == nullptr) {
@@ -229,7 +195,6 @@ int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
     if (TLIBCFileEnumSection(szPath, &pNames) < 0) {
         return TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
     }
-    TextRanges ports(query.szPort, kQueryRangeSeparator);
     int nAnswer = 0;
     for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
         const char *szName = TLIBCSzListGet(pNames, i);
@@ -242,7 +207,7 @@ int CheckForwardingRules(const Query &query, Ports **ppConflictPorts) {
             return TAVO_LOG("Section not found or failed to get section(%s) from %s", szName,
                             szPath);
         }
-        const int nRule = CompareRule(query, ports, pRule, ppConflictPorts);
+        const int nRule = CompareRule(query, pRule);
         if (nRule < 0) {
             return -1;
         }
@@ -269,11 +234,10 @@ int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
     return 0;
 }
 
-int CompareService(TextRanges &ports, const TAVO_FW_SERVICE &service, Ports **ppConflictPorts) {
+int CompareService(Comparison &comparison, const TAVO_FW_SERVICE &service) {
     int nAnswer = 0;
     for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-        const int nOne =
-            CompareQuery(ports, TLIBCSzListGet(service.pDstPortList, i), ppConflictPorts);
+        const int nOne = comparison.Compare(TLIBCSzListGet(service.pDstPortList, i));
         if (nOne < 0) {
             return -1;
         }
@@ -282,7 +246,7 @@ int CompareService(TextRanges &ports, const TAVO_FW_SERVICE &service, Ports **pp
     return nAnswer;
 }
 
-int CheckFirewallServices(const Query &query, Ports **ppConflictPorts) {
+int CheckFirewallServices(const Query &query) {
     const tavo::ServiceCatalogue &catalogue = query.catalogue.Get();
     if (catalogue.count < 0) {
         return TAVO_LOG_STATE("Failed to enumerate services");
@@ -297,14 +261,16 @@ int CheckFirewallServices(const Query &query, Ports **ppConflictPorts) {
     if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
         return -1;
     }
-    TextRanges ports(query.szPort, kQueryRangeSeparator);
+    if (query.catalogue.DeclaresNone(query.szPort, nProtocols, query.pSkip)) {
+        return 0;
+    }
     int nAnswer = 0;
     for (const TAVO_FW_SERVICE *pService = catalogue.services.get(); pService != nullptr;
          pService = pService->pNext) {
         if ((pService->nDstProtocol & nProtocols) == 0 || query.Skips(pService->szName)) {
             continue;
         }
-        const int nOne = CompareService(ports, *pService, ppConflictPorts);
+        const int nOne = CompareService(query.comparison, *pService);
         if (nOne < 0) {
             return -1;
         }
@@ -409,18 +375,36 @@ int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
     return 0;
 }
 
-// Makes the overlap, joined with what the caller's list holds, the caller's list. Entries that were
-// there before count as a conflict, which is kept: callers that hand the list on from check to
+// Joins the conflicts that rules and services left with the overlap. The order of joining shows
+// only where a range runs backwards, in the caller's list or across neighbouring settings; then the
+// pairs are joined one by one, after the list that they are part of.
+int JoinConflicts(const Query &query, TAVO_PORT_RANGE *pOverlap) {
+    if (!query.comparison.HasKept()) {
+        return 0;
+    }
+    if (!tavo::IsWellFormed(pOverlap->pRanges) || !tavo::ArePlain(*query.ppConflictPorts)) {
+        return query.comparison.MakePairs();
+    }
+    if (query.comparison.Merge(pOverlap) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeJoin()");
+    }
+    return 0;
+}
+
+// Makes the overlap, joined with all conflicts before it, the caller's list. Entries that were
+// there on entry count as a conflict, which is kept: callers that hand the list on from check to
 // check rely on an answer for all of them.
-int HandOverOverlap(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
-    if (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0) {
+int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *pOverlap) {
+    Ports **ppConflictPorts = query.ppConflictPorts;
+    if (JoinConflicts(query, pOverlap) < 0 ||
+        (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0)) {
         return -1;
     }
     *ppConflictPorts = std::exchange(pOverlap->pRanges, nullptr);
     return std::exchange(pOverlap->nCount, 0) != 0 ? 1 : 0;
 }
 
-int CheckSettings(const Query &query, Ports **ppConflictPorts) {
+int CheckSettings(const Query &query) {
     const tavo::OwnedRanges settings = CreateRanges();
     if (settings == nullptr) {
         return -1;
@@ -442,7 +426,7 @@ int CheckSettings(const Query &query, Ports **ppConflictPorts) {
     if (TLIBPortRangeOverlap(asked.get(), settings.get(), overlap.get()) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeOverlap()");
     }
-    return HandOverOverlap(overlap.get(), ppConflictPorts);
+    return HandOverOverlap(query, overlap.get());
 }
 
 // ---- Sockets ----
@@ -475,11 +459,10 @@ class SkippedPorts {
     PortSet ports_;
 };
 
-SkippedPorts PortsOfSkipped(const Query &query, TAVO_FW_SERVICE *pServices, int nProtocol) {
+SkippedPorts PortsOfSkipped(const Query &query, int nProtocol) {
     SkippedPorts skipped;
     for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
-        const TAVO_FW_SERVICE *pService =
-            TAVOFWServiceFind(pServices, TLIBCSzListGet(query.pSkip, i));
+        const TAVO_FW_SERVICE *pService = query.catalogue.Find(TLIBCSzListGet(query.pSkip, i));
         if (pService == nullptr ||
             (pService->nDstProtocol & static_cast<uint32_t>(nProtocol)) == 0) {
             continue;
@@ -558,7 +541,7 @@ int CheckSocketsOf(const Range &range, const TAVO_PROTO_TYPE_MAPPING &protocol,
 }
 
 // The first port that is held ends the check; which it is, is not told.
-int CheckSockets(const Query &query, Ports ** /* ppConflictPorts */) {
+int CheckSockets(const Query &query) {
     const tavo::ServiceCatalogue &catalogue = query.catalogue.Get();
     if (catalogue.count < 0) {
         return TAVO_FAIL_STATE(tavo::kErrorFirewallServices, "Failed to enumerate services");
@@ -566,11 +549,11 @@ int CheckSockets(const Query &query, Ports ** /* ppConflictPorts */) {
     if (catalogue.fault != 0) {
         return FailWithoutCatalogue(catalogue);
     }
-    TAVO_FW_SERVICE *pServices = catalogue.services.get();
+    const TAVO_FW_SERVICE *pServices = catalogue.services.get();
     SkippedPorts skipped[std::size(gProtoTypeMapping)];
     for (std::size_t row = 0; pServices != nullptr && row < std::size(skipped); ++row) {
         if (query.Names(gProtoTypeMapping[row])) {
-            skipped[row] = PortsOfSkipped(query, pServices, gProtoTypeMapping[row].nProto);
+            skipped[row] = PortsOfSkipped(query, gProtoTypeMapping[row].nProto);
         }
     }
     for (int i = 0; i < TLIBCSzListCount(query.pPorts); ++i) {
@@ -609,12 +592,26 @@ int SplitProtocols(const char *szProtocol, TLIBCSzList *pWords) {
     return SplitWords(szLowered, pWords);
 }
 
+// The names of a long list as keys; null for a short one, and when memory runs out: the list is
+// searched then.
+tavo::OwnedTable IndexNames(const TLIBCSzList *pNames) {
+    constexpr int kFewNames = 8;
+    const int nNames = TLIBCSzListCount(pNames);
+    tavo::OwnedTable index(nNames > kFewNames ? TLIBCSzHashAlloc(nNames) : nullptr);
+    for (int i = 0; index != nullptr && i < nNames; ++i) {
+        if (TLIBCSzHashSetValue(index.get(), TLIBCSzListGet(pNames, i), "") < 0) {
+            index.reset();
+        }
+    }
+    return index;
+}
+
 // Every source that is wanted is asked, also once a conflict is found, so that the caller's list
 // tells all of them. The sockets come last: they add nothing to it.
-int AskSources(const Query &query, int nCheckFlags, Ports **ppConflictPorts) {
+int AskSources(const Query &query, int nCheckFlags) {
     static constexpr struct {
         int nFlag;
-        int (*pfnCheck)(const Query &, Ports **);
+        int (*pfnCheck)(const Query &);
     } kSources[] = {
         {TAVO_PORT_CHECK_PORT_FORWARD, CheckForwardingRules},
         {TAVO_PORT_CHECK_FW_SERVICE, CheckFirewallServices},
@@ -626,8 +623,10 @@ int AskSources(const Query &query, int nCheckFlags, Ports **ppConflictPorts) {
         if ((nCheckFlags & source.nFlag) == 0) {
             continue;
         }
-        const int nOne = source.pfnCheck(query, ppConflictPorts);
+        const int nOne = source.pfnCheck(query);
         if (nOne < 0) {
+            // What was found before a failure is the caller's.
+            query.comparison.MakePairs();
             return -1;
         }
         nAnswer |= nOne;
@@ -636,7 +635,7 @@ int AskSources(const Query &query, int nCheckFlags, Ports **ppConflictPorts) {
 }
 
 int IsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
-                   int nCheckFlags, Ports **ppConflictPorts, CatalogueOfCall &catalogue) {
+                   int nCheckFlags, Ports **ppConflictPorts, CallCatalogue &catalogue) {
     if (szSkipServices == nullptr || szPort == nullptr || szProtocol == nullptr ||
         ppConflictPorts == nullptr || nCheckFlags < TAVO_PORT_CHECK_DEFAULT ||
         nCheckFlags > kHighestCheckFlags) {
@@ -652,8 +651,15 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
         SplitProtocols(szProtocol, protocols.get()) < 0) {
         return -1;
     }
-    const Query query = {szPort, szProtocol, skip.get(), ports.get(), protocols.get(), catalogue};
-    return AskSources(query, nCheckFlags, ppConflictPorts);
+    const tavo::OwnedTable skipIndex = IndexNames(skip.get());
+    // The settings merge what rules and services find; only without them are the pairs the result.
+    const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
+    Comparison comparison(
+        szPort, merged ? Comparison::Keeping::kDeclaredRanges : Comparison::Keeping::kPairs,
+        ppConflictPorts);
+    const Query query = {szPort,          szProtocol,      skip.get(), skipIndex.get(), ports.get(),
+                         protocols.get(), ppConflictPorts, catalogue,  comparison};
+    return AskSources(query, nCheckFlags);
 }
 
 // ---- Service files ----
@@ -662,10 +668,69 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
 constexpr int kServiceFileCheckFlags =
     TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
 
+// A service file as it is at one moment: the ports of its sections, up to the first section that
+// ends the check.
+struct SectionPorts {
+    enum class End { kWhole, kNoMemory, kUnreadable, kNoPorts };
+
+    tavo::OwnedNames names;
+    tavo::OwnedNames ports;
+    End end = End::kWhole;
+    int nKeys = 0;           // of the section that is unreadable
+    tavo::ErrorState error;  // of what ended the reading
+};
+
+// Reads the sections one after the other while the file is held. What they hold is reported when
+// the check comes to them: a section may collide before it.
+SectionPorts::End ReadSections(const char *szConfFile, TLIBCSzHash *pKeys, SectionPorts &sections) {
+    for (int i = 0; i < TLIBCSzListCount(sections.names.get()); ++i) {
+        sections.nKeys =
+            TLIBCFileGetSection(szConfFile, TLIBCSzListGet(sections.names.get(), i), &pKeys);
+        if (sections.nKeys < 1) {
+            return SectionPorts::End::kUnreadable;
+        }
+        const char *szDstPorts = TLIBCSzHashGetValue(pKeys, tavo::kKeyDstPorts);
+        if (szDstPorts == nullptr) {
+            return SectionPorts::End::kNoPorts;
+        }
+        if (!tavo::Push(sections.ports, szDstPorts)) {
+            return SectionPorts::End::kNoMemory;
+        }
+    }
+    return SectionPorts::End::kWhole;
+}
+
+// Reports what ended the reading of the file, if anything did.
+int ReportEnd(const char *szConfFile, const SectionPorts &sections) {
+    const char *szSection =
+        TLIBCSzListGet(sections.names.get(), TLIBCSzListCount(sections.ports.get()));
+    switch (sections.end) {
+        case SectionPorts::End::kWhole:
+            return 0;
+        case SectionPorts::End::kNoMemory:
+            sections.error.Restore();
+            return TAVO_LOG_STATE("Failed to keep the ports of section %s of %s", szSection,
+                                  szConfFile);
+        case SectionPorts::End::kNoPorts:
+            return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "szTmpString is NULL");
+        case SectionPorts::End::kUnreadable:
+            break;
+    }
+    if (sections.nKeys < 0) {
+        sections.error.Restore();
+    } else {
+        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    return TAVO_LOG_STATE(
+        "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
+        "tavoerr=",
+        szConfFile, szSection, sections.nKeys);
+}
+
 // A check that fails is logged and counts as no conflict: one bad section of a package is no reason
 // to refuse the others.
 int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConflictPorts,
-                 CatalogueOfCall &catalogue) {
+                 CallCatalogue &catalogue) {
     if (szSection == nullptr) {
         TAVO_SET_ERROR(tavo::kErrorBadParameter);
         return 0;
@@ -700,45 +765,40 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
 
 int TLIBIsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
                        int nCheckFlags, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    CatalogueOfCall catalogue;
+    CallCatalogue catalogue;
     return IsPortConflict(szSkipServices, szPort, szProtocol, nCheckFlags, ppConflictPorts,
                           catalogue);
 }
 
 int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    if (names == nullptr) {
+    SectionPorts sections;
+    sections.names.reset(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    if (sections.names == nullptr) {
         return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
     }
     const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (keys == nullptr) {
         return TAVO_LOG_STATE("Failed to TLIBCSzHashAlloc, tavoerr=");
     }
-    TLIBCSzList *pNames = names.get();
-    if (TLIBCFileEnumSection(szConfFile, &pNames) < 1) {
-        return 0;
+    sections.ports.reset(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    if (sections.ports == nullptr) {
+        return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
     }
-    CatalogueOfCall catalogue;
-    for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
-        const char *szSection = TLIBCSzListGet(pNames, i);
-        TLIBCSzHash *pKeys = keys.get();
-        const int nKeys = TLIBCFileGetSection(szConfFile, szSection, &pKeys);
-        if (nKeys == 0) {
-            TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    {
+        const tavo::HeldFile held(szConfFile);
+        TLIBCSzList *pNames = sections.names.get();
+        if (TLIBCFileEnumSection(szConfFile, &pNames) < 1) {
+            return 0;
         }
-        if (nKeys < 1) {
-            return TAVO_LOG_STATE(
-                "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
-                "tavoerr=",
-                szConfFile, szSection, nKeys);
-        }
-        const char *szDstPorts = TLIBCSzHashGetValue(pKeys, tavo::kKeyDstPorts);
-        if (szDstPorts == nullptr) {
-            return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "szTmpString is NULL");
-        }
-        if (CheckSection(szSection, szDstPorts, ppConflictPorts, catalogue) > 0) {
+        sections.end = ReadSections(szConfFile, keys.get(), sections);
+        sections.error = tavo::ErrorState();
+    }
+    CallCatalogue catalogue;
+    for (int i = 0; i < TLIBCSzListCount(sections.ports.get()); ++i) {
+        if (CheckSection(TLIBCSzListGet(sections.names.get(), i),
+                         TLIBCSzListGet(sections.ports.get(), i), ppConflictPorts, catalogue) > 0) {
             return 1;
         }
     }
-    return 0;
+    return ReportEnd(szConfFile, sections);
 }

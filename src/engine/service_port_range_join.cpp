@@ -30,27 +30,6 @@ bool IsAscending(const TAVO_SERVICE_CONF_PORT *pNode) {
     return pNode == nullptr || pNode->pNext == nullptr;
 }
 
-bool IsPlain(uint32_t nStart, uint32_t nEnd) {
-    return nStart <= nEnd && nEnd != UINT32_MAX;
-}
-
-// Whether every range begins where it ends or before, and ends before arithmetic wraps.
-bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
-    while (pNode != nullptr && IsPlain(pNode->nPortStart, tavo::LastPort(*pNode))) {
-        pNode = pNode->pNext;
-    }
-    return pNode == nullptr;
-}
-
-// Whether a set is as Add makes it of plain ranges.
-bool IsWellFormed(const TAVO_SERVICE_CONF_PORT *pNode) {
-    while (pNode != nullptr && IsPlain(pNode->nPortStart, pNode->nPortEnd) &&
-           (pNode->pNext == nullptr || pNode->nPortEnd + 1 < pNode->pNext->nPortStart)) {
-        pNode = pNode->pNext;
-    }
-    return pNode == nullptr;
-}
-
 // Puts the ranges aside first, and in order where that makes no difference: plain ranges in any
 // order are the same set, and a long list in random order then costs no walk for each of them.
 int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
@@ -60,7 +39,7 @@ int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
             return -1;
         }
     }
-    if (ArePlain(pRanges) && IsWellFormed(pDst->pRanges)) {
+    if (tavo::ArePlain(pRanges) && tavo::IsWellFormed(pDst->pRanges)) {
         ranges.Sort();
     }
     return ranges.AddTo(pDst);

@@ -33,6 +33,9 @@ class TextRanges {
     // behind the last; -1 when it is none or memory runs out.
     int Get(std::size_t index, Range &range);
 
+    // The ranges that were asked for so far.
+    const Range *begin() const { return pRanges_; }
+
   private:
     int ReadNext();
     int Begin();

@@ -35,6 +35,9 @@ class GrowingArray {
         return true;
     }
 
+    // Takes all items out, for others to take their room.
+    void Clear() { count_ = 0; }
+
   private:
     bool Grow() {
         const std::size_t room = room_ == 0 ? 16 : 2 * room_;

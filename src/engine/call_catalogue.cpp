@@ -1,0 +1,217 @@
+#include "engine/call_catalogue.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <iterator>
+
+#include "engine/comparison.h"
+#include "support/text.h"
+
+namespace tavo {
+namespace {
+
+// So many questions are answered by walking the list.
+constexpr int kFewQuestions = 4;
+
+constexpr uint32_t kProtocolBits[] = {TAVO_PROTO_TCP, TAVO_PROTO_UDP};
+
+// Cuts the token up to the next comma off, with the blanks around it.
+std::string_view TakeToken(std::string_view &rest) {
+    std::string_view token = rest.substr(0, rest.find(','));
+    rest.remove_prefix(std::min(token.size() + 1, rest.size()));
+    while (token.starts_with(' ')) {
+        token.remove_prefix(1);
+    }
+    while (token.ends_with(' ')) {
+        token.remove_suffix(1);
+    }
+    return token;
+}
+
+bool TakePort(std::string_view &text, int &nPort) {
+    uint16_t nValue = 0;
+    const auto [pEnd, error] = std::from_chars(text.data(), text.data() + text.size(), nValue);
+    nPort = nValue;
+    text.remove_prefix(static_cast<std::size_t>(pEnd - text.data()));
+    return error == std::errc();
+}
+
+// Calls enter(range) for each range of a text that is plain: ports in decimal, and nothing that a
+// comparison would have to report. False at the first token that is not, or where enter gives
+// false.
+template <typename Enter>
+bool ForEachPlainRange(std::string_view text, char separator, Enter enter) {
+    while (!text.empty()) {
+        std::string_view token = TakeToken(text);
+        if (token.empty()) {
+            return false;
+        }
+        int nStart = 0;
+        if (!TakePort(token, nStart)) {
+            return false;
+        }
+        int nEnd = nStart;
+        if (token.starts_with(separator)) {
+            token.remove_prefix(1);
+            if (!TakePort(token, nEnd)) {
+                return false;
+            }
+        }
+        if (!token.empty() || !enter(Range{std::min(nStart, nEnd), std::max(nStart, nEnd)})) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The ports of one service, ascending and disjoint: a port that it declares a hundred times is
+// entered once.
+bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged) {
+    std::sort(ranges.begin(), ranges.end(),
+              [](const Range &a, const Range &b) { return a.nLow < b.nLow; });
+    for (const Range &range : ranges) {
+        if (merged.Count() > 0 && range.nLow <= merged[merged.Count() - 1].nHigh) {
+            int &nHigh = merged[merged.Count() - 1].nHigh;
+            nHigh = std::max(nHigh, range.nHigh);
+        } else if (!merged.Append(range)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+bool ServiceIndex::NumberNames(TAVO_FW_SERVICE *pServices) {
+    uint32_t nPlace = 0;
+    for (TAVO_FW_SERVICE *pService = pServices; pService != nullptr; pService = pService->pNext) {
+        if (!names_.Append({FieldText(pService->szName), pService, nPlace++, 0})) {
+            return false;
+        }
+    }
+    std::sort(names_.begin(), names_.end(), [](const Named &a, const Named &b) {
+        return a.name != b.name ? a.name < b.name : a.nPlace < b.nPlace;
+    });
+    uint32_t nName = 0;
+    const Named *pBefore = nullptr;
+    for (Named &named : names_) {
+        nName += pBefore == nullptr || pBefore->name != named.name ? 1 : 0;
+        named.nName = nName;
+        pBefore = &named;
+    }
+    return true;
+}
+
+void ServiceIndex::Enter(const Range &range, const Named &named) {
+    for (std::size_t row = 0; row < std::size(kProtocolBits); ++row) {
+        if ((named.pService->nDstProtocol & kProtocolBits[row]) == 0) {
+            continue;
+        }
+        uint32_t *pFirst = declarers_[row].get() + range.nLow;
+        std::for_each(pFirst, pFirst + (range.nHigh - range.nLow + 1), [&](uint32_t &nDeclarer) {
+            nDeclarer = nDeclarer == 0 || nDeclarer == named.nName ? named.nName : kSeveral;
+        });
+    }
+}
+
+bool ServiceIndex::EnterPorts(const Named &named) {
+    GrowingArray<Range> ranges;
+    const TLIBCSzList *pTexts = named.pService->pDstPortList;
+    bool enough = true;
+    for (int i = 0; i < TLIBCSzListCount(pTexts) && comparable_; ++i) {
+        comparable_ =
+            ForEachPlainRange(TLIBCSzListGet(pTexts, i), kDeclaredRangeSeparator,
+                              [&](const Range &range) { return enough = ranges.Append(range); });
+    }
+    GrowingArray<Range> merged;
+    if (!enough || !MergeRanges(ranges, merged)) {
+        return false;
+    }
+    for (const Range &range : merged) {
+        Enter(range, named);
+    }
+    return true;
+}
+
+bool ServiceIndex::Build(TAVO_FW_SERVICE *pServices) {
+    for (Declarers &declarers : declarers_) {
+        declarers.reset(static_cast<uint32_t *>(std::calloc(kPorts, sizeof(uint32_t))));
+        if (declarers == nullptr) {
+            return false;
+        }
+    }
+    return NumberNames(pServices) &&
+           std::all_of(names_.begin(), names_.end(),
+                       [this](const Named &named) { return EnterPorts(named); });
+}
+
+const ServiceIndex::Named *ServiceIndex::FirstOf(std::string_view name) const {
+    const Named *pFound = std::lower_bound(
+        names_.begin(), names_.end(), name,
+        [](const Named &named, std::string_view wanted) { return named.name < wanted; });
+    return pFound != names_.end() && pFound->name == name ? pFound : nullptr;
+}
+
+TAVO_FW_SERVICE *ServiceIndex::Find(const char *szName) const {
+    const Named *pFound = FirstOf(szName);
+    return pFound != nullptr ? pFound->pService : nullptr;
+}
+
+bool ServiceIndex::DeclareNone(const char *szPorts, uint32_t nProtocols,
+                               const char *szSkipped) const {
+    const Named *pSkipped = szSkipped != nullptr ? FirstOf(szSkipped) : nullptr;
+    const uint32_t nSkipped = pSkipped != nullptr ? pSkipped->nName : 0;
+    return comparable_ && ForEachPlainRange(szPorts, kQueryRangeSeparator, [&](const Range &range) {
+               for (std::size_t row = 0; row < std::size(kProtocolBits); ++row) {
+                   const uint32_t *pFirst = declarers_[row].get() + range.nLow;
+                   if ((nProtocols & kProtocolBits[row]) != 0 &&
+                       !std::all_of(pFirst, pFirst + (range.nHigh - range.nLow + 1),
+                                    [&](uint32_t nDeclarer) {
+                                        return nDeclarer == 0 || nDeclarer == nSkipped;
+                                    })) {
+                       return false;
+                   }
+               }
+               return true;
+           });
+}
+
+const ServiceCatalogue &CallCatalogue::Get() {
+    if (!reusable_) {
+        index_.reset();
+        catalogue_ = ReadCatalogue();
+        reusable_ = catalogue_.count >= 0 && !catalogue_.logged;
+    }
+    return catalogue_;
+}
+
+// The index, made when it begins to pay; null before that, and when memory runs out. A catalogue
+// that is read anew for each question is walked.
+const ServiceIndex *CallCatalogue::Index(int &nQuestions) {
+    if (!index_ && ++nQuestions > kFewQuestions) {
+        nQuestions = 0;
+        index_.emplace();
+        if (!index_->Build(catalogue_.services.get())) {
+            index_.reset();
+        }
+    }
+    return index_ ? &*index_ : nullptr;
+}
+
+TAVO_FW_SERVICE *CallCatalogue::Find(const char *szName) {
+    const ServiceIndex *pIndex = Index(nFound_);
+    return pIndex != nullptr ? pIndex->Find(szName)
+                             : TAVOFWServiceFind(catalogue_.services.get(), szName);
+}
+
+bool CallCatalogue::DeclaresNone(const char *szPorts, uint32_t nProtocols,
+                                 const TLIBCSzList *pSkipped) {
+    const int nSkipped = TLIBCSzListCount(pSkipped);
+    const ServiceIndex *pIndex = nSkipped <= 1 ? Index(nCompared_) : nullptr;
+    return pIndex != nullptr &&
+           pIndex->DeclareNone(szPorts, nProtocols,
+                               nSkipped == 1 ? TLIBCSzListGet(pSkipped, 0) : nullptr);
+}
+
+}  // namespace tavo

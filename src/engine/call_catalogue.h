@@ -1,0 +1,80 @@
+// The catalogue of firewall services as one call of the conflict engine sees it.
+#ifndef TAVO_SRC_ENGINE_CALL_CATALOGUE_H
+#define TAVO_SRC_ENGINE_CALL_CATALOGUE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "catalogue/firewall_service.h"
+#include "engine/text_ranges.h"
+#include "support/growing_array.h"
+
+namespace tavo {
+
+// Finds services by name and ports by number. A service file of N sections asks N times about
+// N services, so what one question would walk is put in order once.
+class ServiceIndex {
+  public:
+    // The first service of that name; null when there is none.
+    TAVO_FW_SERVICE *Find(const char *szName) const;
+
+    // Whether it is certain that no service declares one of the ports that `szPorts` asks for, on
+    // one of the protocols, but for services of the name `szSkipped` (null: none). False when a
+    // service does, and when the texts are such that only comparing them tells.
+    bool DeclareNone(const char *szPorts, uint32_t nProtocols, const char *szSkipped) const;
+
+    // False when out of memory.
+    bool Build(TAVO_FW_SERVICE *pServices);
+
+  private:
+    static constexpr std::size_t kPorts = 65536;
+    static constexpr uint32_t kSeveral = UINT32_MAX;  // names that declare the port
+
+    struct Named {
+        std::string_view name;
+        TAVO_FW_SERVICE *pService;
+        uint32_t nPlace;  // in the list
+        uint32_t nName;   // the same number for the same name, from 1 on
+    };
+
+    // Who declares each port for one protocol: a number of a name, 0 or kSeveral.
+    using Declarers = std::unique_ptr<uint32_t, FreeWith<std::free>>;
+
+    const Named *FirstOf(std::string_view name) const;
+    bool NumberNames(TAVO_FW_SERVICE *pServices);
+    bool EnterPorts(const Named &named);
+    void Enter(const Range &range, const Named &named);
+
+    GrowingArray<Named> names_;
+    Declarers declarers_[2];  // by protocol bit
+    bool comparable_ = true;  // whether every declared text is plain
+};
+
+// Reads the catalogue, at most once where that shows nowhere. A reading that leaves something out
+// logs it, so each question for the catalogue then reads it anew. Whatever is read once is of one
+// moment: the call does not see what is installed meanwhile.
+class CallCatalogue {
+  public:
+    const ServiceCatalogue &Get();
+
+    TAVO_FW_SERVICE *Find(const char *szName);
+
+    // As ServiceIndex answers, of what Get gave last. False, too, while it costs less to compare.
+    bool DeclaresNone(const char *szPorts, uint32_t nProtocols, const TLIBCSzList *pSkipped);
+
+  private:
+    const ServiceIndex *Index(int &nQuestions);
+
+    ServiceCatalogue catalogue_;
+    bool reusable_ = false;
+    int nFound_ = 0;
+    int nCompared_ = 0;
+    std::optional<ServiceIndex> index_;
+};
+
+}  // namespace tavo
+
+#endif

@@ -1,0 +1,198 @@
+#include "engine/comparison.h"
+
+#include <algorithm>
+
+#include "engine/port_range.h"
+#include "support/failure.h"
+#include "support/owners.h"
+
+namespace tavo {
+namespace {
+
+// So few ranges are compared one by one, which takes no memory.
+constexpr std::size_t kFewRanges = 8;
+
+// Reads a text to its end, or to the token that is none. How many ranges there were before it.
+std::size_t ReadAll(TextRanges &ranges, bool &whole) {
+    std::size_t nCount = 0;
+    Range range{};
+    int nGot = 0;
+    while ((nGot = ranges.Get(nCount, range)) == 1) {
+        ++nCount;
+    }
+    whole = nGot == 0;
+    return nCount;
+}
+
+int FailToAllocate() {
+    return TAVO_FAIL_STATE(kErrorNoMemory, "Failed to allocate for port ranges");
+}
+
+// Makes a set of ranges in any order.
+int FillSet(PendingRanges &ranges, TAVO_PORT_RANGE *pSet) {
+    ranges.Sort();
+    return ranges.AddTo(pSet);
+}
+
+}  // namespace
+
+int AddConflict(const Range &range, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    const bool single = range.nLow == range.nHigh;
+    const TAVO_SERVICE_CONF_PORT conflict = {
+        .nDirection = TAVO_PORT_DIRECTION_SRC,
+        .nPortType = static_cast<uint32_t>(single ? TAVO_PORT_TYPE_SINGLE : TAVO_PORT_TYPE_RANGE),
+        .nProtocol = TAVO_PROTO_BOTH,
+        .nPortStart = static_cast<uint32_t>(range.nLow),
+        .nPortEnd = static_cast<uint32_t>(single ? 0 : range.nHigh),
+        .pNext = nullptr,
+    };
+    return TAVOServiceComposePortInfo(&conflict, ppConflictPorts);
+}
+
+int AddCommonPorts(const Range &a, const Range &b, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    const Range both = {std::max(a.nLow, b.nLow), std::min(a.nHigh, b.nHigh)};
+    if (both.nLow > both.nHigh) {
+        return 0;
+    }
+    return AddConflict(both, ppConflictPorts) < 0 ? -1 : 1;
+}
+
+// Reads the query once. A token of it that is none is an error of the first comparison that comes
+// to it: what was asked before it is compared.
+int Comparison::ReadQuery() {
+    if (!read_) {
+        nAsked_ = ReadAll(query_, read_);
+    }
+    return read_ ? FindMergedQuery() : -1;
+}
+
+int Comparison::FindMergedQuery() {
+    if (nAsked_ <= kFewRanges || merged_.Count() > 0) {
+        return 0;
+    }
+    GrowingArray<Range> sorted;
+    for (std::size_t i = 0; i < nAsked_; ++i) {
+        Range range{};
+        query_.Get(i, range);
+        if (!sorted.Append(range)) {
+            return FailToAllocate();
+        }
+    }
+    std::sort(sorted.begin(), sorted.end(),
+              [](const Range &a, const Range &b) { return a.nLow < b.nLow; });
+    for (const Range &range : sorted) {
+        if (merged_.Count() > 0 && range.nLow <= merged_[merged_.Count() - 1].nHigh) {
+            Range &last = merged_[merged_.Count() - 1];
+            last.nHigh = std::max(last.nHigh, range.nHigh);
+        } else if (!merged_.Append(range)) {
+            return FailToAllocate();
+        }
+    }
+    return 0;
+}
+
+// Whether a range shares a port with the query, which has been read.
+bool Comparison::Meets(const Range &declared) const {
+    const Range *pBegin = merged_.Count() > 0 ? merged_.begin() : query_.begin();
+    const Range *pEnd = merged_.Count() > 0 ? merged_.end() : pBegin + nAsked_;
+    if (merged_.Count() == 0) {
+        return std::any_of(pBegin, pEnd, [&](const Range &asked) {
+            return asked.nLow <= declared.nHigh && declared.nLow <= asked.nHigh;
+        });
+    }
+    const Range *pFound =
+        std::lower_bound(pBegin, pEnd, declared.nLow,
+                         [](const Range &asked, int nPort) { return asked.nHigh < nPort; });
+    return pFound != pEnd && pFound->nLow <= declared.nHigh;
+}
+
+// Keeps the first `nDeclared` ranges of a text, but for those that make no pair. 1 when any does.
+int Comparison::Keep(TextRanges &declared, std::size_t nDeclared) {
+    ++nText_;
+    const std::size_t nFirst = kept_.Count();
+    for (std::size_t i = 0; i < nDeclared; ++i) {
+        const Range &range = declared.begin()[i];
+        if (read_ && !Meets(range)) {
+            continue;
+        }
+        if (!kept_.Append(
+                {static_cast<uint16_t>(range.nLow), static_cast<uint16_t>(range.nHigh), nText_})) {
+            return FailToAllocate();
+        }
+    }
+    if (kept_.Count() == nFirst) {
+        return 0;
+    }
+    return keeping_ == Keeping::kDeclaredRanges || MakePairs() == 0 ? 1 : -1;
+}
+
+int Comparison::Compare(const char *szDeclared) {
+    Range first{};
+    const int nGot = query_.Get(0, first);
+    if (nGot < 1) {
+        return nGot;
+    }
+    TextRanges declared(szDeclared, kDeclaredRangeSeparator);
+    bool whole = false;
+    const std::size_t nDeclared = ReadAll(declared, whole);
+    if (!whole) {
+        // The first range of the query has come to the token that is none, the others have not.
+        nAskedOfLast_ = 1;
+        Keep(declared, nDeclared);
+        return -1;
+    }
+    const int nQuery = ReadQuery();
+    nAskedOfLast_ = nAsked_;
+    const int nAnswer = Keep(declared, nDeclared);
+    return nQuery < 0 ? -1 : nAnswer;
+}
+
+int Comparison::Merge(TAVO_PORT_RANGE *pSet) {
+    const OwnedRanges asked(TLIBPortRangeCreate());
+    const OwnedRanges declared(TLIBPortRangeCreate());
+    PendingRanges ranges;
+    PendingRanges query;
+    const auto add = [](PendingRanges &to, int nLow, int nHigh) {
+        return to.Append(static_cast<uint32_t>(nLow), static_cast<uint32_t>(nHigh));
+    };
+    if (asked == nullptr || declared == nullptr ||
+        !std::all_of(kept_.begin(), kept_.end(),
+                     [&](const Kept &kept) { return add(ranges, kept.nLow, kept.nHigh); }) ||
+        !std::all_of(query_.begin(), query_.begin() + nAsked_,
+                     [&](const Range &range) { return add(query, range.nLow, range.nHigh); }) ||
+        FillSet(query, asked.get()) < 0 || FillSet(ranges, declared.get()) < 0 ||
+        TLIBPortRangeOverlap(asked.get(), declared.get(), pSet) < 0) {
+        return -1;
+    }
+    kept_.Clear();
+    return 0;
+}
+
+// Makes the pairs of one text.
+int Comparison::MakePairsOf(std::size_t nFirst, std::size_t nEnd, std::size_t nAsked) {
+    for (const Range *pAsked = query_.begin(); pAsked != query_.begin() + nAsked; ++pAsked) {
+        for (std::size_t i = nFirst; i < nEnd; ++i) {
+            if (AddCommonPorts(*pAsked, {kept_[i].nLow, kept_[i].nHigh}, ppConflicts_) < 0) {
+                return -1;
+            }
+        }
+    }
+    return 0;
+}
+
+int Comparison::MakePairs() {
+    int nResult = 0;
+    for (std::size_t nFirst = 0; nFirst < kept_.Count() && nResult == 0;) {
+        std::size_t nEnd = nFirst;
+        while (nEnd < kept_.Count() && kept_[nEnd].nText == kept_[nFirst].nText) {
+            ++nEnd;
+        }
+        const bool last = kept_[nFirst].nText == nText_;
+        nResult = MakePairsOf(nFirst, nEnd, last ? nAskedOfLast_ : nAsked_);
+        nFirst = nEnd;
+    }
+    kept_.Clear();
+    return nResult;
+}
+
+}  // namespace tavo
