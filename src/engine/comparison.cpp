@@ -147,25 +147,57 @@ int Comparison::Compare(const char *szDeclared) {
     return nQuery < 0 ? -1 : nAnswer;
 }
 
-int Comparison::Merge(TAVO_PORT_RANGE *pSet) {
+int Comparison::MergeCommonPorts(TAVO_PORT_RANGE *pSet) const {
     const OwnedRanges asked(TLIBPortRangeCreate());
     const OwnedRanges declared(TLIBPortRangeCreate());
-    PendingRanges ranges;
     PendingRanges query;
+    PendingRanges ranges;
     const auto add = [](PendingRanges &to, int nLow, int nHigh) {
         return to.Append(static_cast<uint32_t>(nLow), static_cast<uint32_t>(nHigh));
     };
-    if (asked == nullptr || declared == nullptr ||
-        !std::all_of(kept_.begin(), kept_.end(),
-                     [&](const Kept &kept) { return add(ranges, kept.nLow, kept.nHigh); }) ||
-        !std::all_of(query_.begin(), query_.begin() + nAsked_,
-                     [&](const Range &range) { return add(query, range.nLow, range.nHigh); }) ||
-        FillSet(query, asked.get()) < 0 || FillSet(ranges, declared.get()) < 0 ||
-        TLIBPortRangeOverlap(asked.get(), declared.get(), pSet) < 0) {
+    const bool added =
+        std::all_of(query_.begin(), query_.begin() + nAsked_,
+                    [&](const Range &range) { return add(query, range.nLow, range.nHigh); }) &&
+        std::all_of(kept_.begin(), kept_.end(),
+                    [&](const Kept &kept) { return add(ranges, kept.nLow, kept.nHigh); });
+    if (!added || asked == nullptr || declared == nullptr || FillSet(query, asked.get()) < 0 ||
+        FillSet(ranges, declared.get()) < 0) {
         return -1;
     }
-    kept_.Clear();
+    return TLIBPortRangeOverlap(asked.get(), declared.get(), pSet);
+}
+
+// Adds the pairs one by one, the last one first: that is the order of the caller's list.
+int Comparison::MergePairs(TAVO_PORT_RANGE *pSet) const {
+    RangeAdder adder(pSet);
+    for (std::size_t nEnd = kept_.Count(); nEnd > 0;) {
+        std::size_t nFirst = nEnd;
+        while (nFirst > 0 && kept_[nFirst - 1].nText == kept_[nEnd - 1].nText) {
+            --nFirst;
+        }
+        for (const Range *pAsked = query_.begin() + nAsked_; pAsked-- != query_.begin();) {
+            for (std::size_t i = nEnd; i-- > nFirst;) {
+                const int nLow = std::max<int>(pAsked->nLow, kept_[i].nLow);
+                const int nHigh = std::min<int>(pAsked->nHigh, kept_[i].nHigh);
+                if (nLow <= nHigh &&
+                    adder.Add(static_cast<uint32_t>(nLow), static_cast<uint32_t>(nHigh)) < 0) {
+                    return -1;
+                }
+            }
+        }
+        nEnd = nFirst;
+    }
     return 0;
+}
+
+// The order in which ranges are added shows in a set with one that runs backwards only. The
+// settings leave one where they are neighbours and the query names them backwards.
+int Comparison::Merge(TAVO_PORT_RANGE *pSet) {
+    const int nResult = IsWellFormed(pSet->pRanges) ? MergeCommonPorts(pSet) : MergePairs(pSet);
+    if (nResult == 0) {
+        kept_.Clear();
+    }
+    return nResult;
 }
 
 // Makes the pairs of one text.

@@ -41,8 +41,8 @@ class Comparison {
 
     bool HasKept() const { return kept_.Count() > 0; }
 
-    // Adds the ports of all conflicts that were kept to a set, whose ranges must be as
-    // TLIBPortRangeAdd makes them of plain ranges, and forgets them. A failure keeps them.
+    // Adds the ports of all conflicts that were kept to a set and forgets them. A failure keeps
+    // them.
     int Merge(TAVO_PORT_RANGE *pSet);
 
     // Puts the pairs that were kept in front of the caller's list, as far as memory reaches, and
@@ -61,6 +61,8 @@ class Comparison {
     bool Meets(const Range &declared) const;
     int Keep(TextRanges &declared, std::size_t nDeclared);
     int MakePairsOf(std::size_t nFirst, std::size_t nEnd, std::size_t nAsked);
+    int MergeCommonPorts(TAVO_PORT_RANGE *pSet) const;
+    int MergePairs(TAVO_PORT_RANGE *pSet) const;
 
     TextRanges query_;
     Keeping keeping_;

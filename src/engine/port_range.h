@@ -19,15 +19,6 @@ inline bool IsPlain(uint32_t nStart, uint32_t nEnd) {
     return nStart <= nEnd && nEnd != UINT32_MAX;
 }
 
-// Whether every range begins where it ends or before, and ends before arithmetic wraps. The order
-// in which such ranges are added to a well-formed set makes no difference.
-inline bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
-    while (pNode != nullptr && IsPlain(pNode->nPortStart, LastPort(*pNode))) {
-        pNode = pNode->pNext;
-    }
-    return pNode == nullptr;
-}
-
 // Whether a set is as Add makes it of plain ranges.
 inline bool IsWellFormed(const TAVO_SERVICE_CONF_PORT *pNode) {
     while (pNode != nullptr && IsPlain(pNode->nPortStart, pNode->nPortEnd) &&

@@ -54,6 +54,124 @@ constexpr int kHighestCheckFlags = 31;
 // Named on its own, this port always counts as taken; a range that holds it does not.
 constexpr char kReservedPort[] = "412";
 
+constexpr int kPortCount = 65536;
+
+using PortSet = std::bitset<kPortCount>;
+
+// The ports nLow..nHigh, both from 0 to 65535.
+PortSet PortsOf(long nLow, long nHigh) {
+    const auto nBeyond = static_cast<std::size_t>(kPortCount - 1 - (nHigh - nLow));
+    return (PortSet().set() >> nBeyond) << static_cast<std::size_t>(nLow);
+}
+
+// The ports of skipped services, one set for each row of the protocol map. Filled once, so that the
+// cost of a call is that of its slots and of the services' ports, not their product.
+class SkippedPorts {
+  public:
+    void Add(const char *szPorts) {
+        char *szEnd = nullptr;
+        const long nStart = std::strtol(szPorts, &szEnd, 10);
+        const long nEnd =
+            *szEnd == kDeclaredRangeSeparator ? std::strtol(szEnd + 1, nullptr, 10) : nStart;
+        const long nLow = std::max(std::min(nStart, nEnd), 0L);
+        const long nHigh = std::min(std::max(nStart, nEnd), kPortCount - 1L);
+        if (nLow <= nHigh) {
+            ports_ |= PortsOf(nLow, nHigh);
+        }
+    }
+
+    bool Has(int nPort) const {
+        return nPort >= 0 && nPort < kPortCount && ports_.test(static_cast<std::size_t>(nPort));
+    }
+
+    const PortSet &Ports() const { return ports_; }
+
+  private:
+    PortSet ports_;
+};
+
+// The ports of the range that sockets hold now. One slot for each port: the networking library is
+// told how many there are, and not trusted to have kept to it.
+class UsedPorts {
+  public:
+    explicit UsedPorts(const Range &range)
+        : nSlots_(static_cast<std::size_t>(static_cast<int64_t>(range.nHigh) - range.nLow + 1)),
+          slots_(static_cast<int *>(std::calloc(nSlots_, sizeof(int)))) {}
+
+    bool OutOfMemory() const { return slots_ == nullptr; }
+
+    // A library that fails counts as having found none. It is asked twice before, so that one
+    // failed system call does not make a held port read free. Whether it did not fail.
+    bool Ask(const Range &range, bool tcp) {
+        const int nMost = static_cast<int>(std::min<std::size_t>(nSlots_, INT_MAX));
+        for (int nTry = 0; nTry < 2; ++nTry) {
+            int nFound = nMost;
+            if (TAVONetGetPortUsedInRange(slots_.get(), &nFound, range.nLow, range.nHigh, tcp) ==
+                0) {
+                nUsed_ = std::clamp(nFound, 0, nMost);
+                return true;
+            }
+        }
+        return false;
+    }
+
+    bool AllSkipped(const SkippedPorts &skipped) const {
+        return std::all_of(slots_.get(), slots_.get() + nUsed_,
+                           [&](int nPort) { return nPort == 0 || skipped.Has(nPort); });
+    }
+
+    void AddTo(PortSet &ports) const {
+        std::for_each(slots_.get(), slots_.get() + nUsed_, [&](int nPort) {
+            if (nPort > 0 && nPort < kPortCount) {
+                ports.set(static_cast<std::size_t>(nPort));
+            }
+        });
+    }
+
+  private:
+    std::size_t nSlots_;
+    std::unique_ptr<int, tavo::FreeWith<std::free>> slots_;
+    int nUsed_ = 0;
+};
+
+// The ports that sockets of one protocol hold. The first ranges are asked for one by one. A call
+// with more of them asks once for all ports and looks the others up: each question makes the kernel
+// walk its sockets.
+class HeldPorts {
+  public:
+    // Whether the range can be looked up.
+    bool Knows(const Range &range, bool tcp) {
+        const bool possible = range.nLow >= 0 && range.nHigh < kPortCount;
+        if (possible && !known_ && ++nQuestions_ > kFewQuestions) {
+            nQuestions_ = 0;
+            UsedPorts used(kAllPorts);
+            known_ = !used.OutOfMemory() && used.Ask(kAllPorts, tcp);
+            if (known_) {
+                used.AddTo(ports_);
+            }
+        }
+        return possible && known_;
+    }
+
+    bool AllSkipped(const Range &range, const SkippedPorts &skipped) const {
+        return (ports_ & PortsOf(range.nLow, range.nHigh) & ~skipped.Ports()).none();
+    }
+
+  private:
+    static constexpr int kFewQuestions = 4;
+    static constexpr Range kAllPorts = {1, kPortCount - 1};
+
+    PortSet ports_;
+    bool known_ = false;
+    int nQuestions_ = 0;
+};
+
+// What one call of the engine reads at most once, whatever it is asked.
+struct Call {
+    CallCatalogue catalogue;
+    HeldPorts held[std::size(gProtoTypeMapping)];  // by row of the protocol map
+};
+
 // What the caller asks, as it was given and cut into tokens.
 struct Query {
     const char *szPort;
@@ -63,7 +181,7 @@ struct Query {
     const TLIBCSzList *pPorts;
     const TLIBCSzList *pProtocols;  // in lower case
     Ports **ppConflictPorts;
-    CallCatalogue &catalogue;
+    Call &call;
     Comparison &comparison;
 
     bool Skips(const char *szService) const {
@@ -247,7 +365,7 @@ int CompareService(Comparison &comparison, const TAVO_FW_SERVICE &service) {
 }
 
 int CheckFirewallServices(const Query &query) {
-    const tavo::ServiceCatalogue &catalogue = query.catalogue.Get();
+    const tavo::ServiceCatalogue &catalogue = query.call.catalogue.Get();
     if (catalogue.count < 0) {
         return TAVO_LOG_STATE("Failed to enumerate services");
     }
@@ -261,7 +379,7 @@ int CheckFirewallServices(const Query &query) {
     if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
         return -1;
     }
-    if (query.catalogue.DeclaresNone(query.szPort, nProtocols, query.pSkip)) {
+    if (query.call.catalogue.DeclaresNone(query.szPort, nProtocols, query.pSkip)) {
         return 0;
     }
     int nAnswer = 0;
@@ -375,15 +493,11 @@ int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
     return 0;
 }
 
-// Joins the conflicts that rules and services left with the overlap. The order of joining shows
-// only where a range runs backwards, in the caller's list or across neighbouring settings; then the
-// pairs are joined one by one, after the list that they are part of.
+// Joins the conflicts that rules and services left with the overlap, ahead of what the caller's
+// list held on entry.
 int JoinConflicts(const Query &query, TAVO_PORT_RANGE *pOverlap) {
     if (!query.comparison.HasKept()) {
         return 0;
-    }
-    if (!tavo::IsWellFormed(pOverlap->pRanges) || !tavo::ArePlain(*query.ppConflictPorts)) {
-        return query.comparison.MakePairs();
     }
     if (query.comparison.Merge(pOverlap) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeJoin()");
@@ -431,38 +545,10 @@ int CheckSettings(const Query &query) {
 
 // ---- Sockets ----
 
-constexpr int kPortCount = 65536;
-
-// The ports of skipped services, one set for each row of the protocol map. Filled once, so that the
-// cost of a call is that of its slots and of the services' ports, not their product.
-class SkippedPorts {
-  public:
-    void Add(const char *szPorts) {
-        char *szEnd = nullptr;
-        const long nStart = std::strtol(szPorts, &szEnd, 10);
-        const long nEnd =
-            *szEnd == kDeclaredRangeSeparator ? std::strtol(szEnd + 1, nullptr, 10) : nStart;
-        const long nLow = std::max(std::min(nStart, nEnd), 0L);
-        const long nHigh = std::min(std::max(nStart, nEnd), kPortCount - 1L);
-        if (nLow <= nHigh) {
-            const auto nBeyond = static_cast<std::size_t>(kPortCount - 1 - (nHigh - nLow));
-            ports_ |= (PortSet().set() >> nBeyond) << static_cast<std::size_t>(nLow);
-        }
-    }
-
-    bool Has(int nPort) const {
-        return nPort >= 0 && nPort < kPortCount && ports_.test(static_cast<std::size_t>(nPort));
-    }
-
-  private:
-    using PortSet = std::bitset<kPortCount>;
-    PortSet ports_;
-};
-
 SkippedPorts PortsOfSkipped(const Query &query, int nProtocol) {
     SkippedPorts skipped;
     for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
-        const TAVO_FW_SERVICE *pService = query.catalogue.Find(TLIBCSzListGet(query.pSkip, i));
+        const TAVO_FW_SERVICE *pService = query.call.catalogue.Find(TLIBCSzListGet(query.pSkip, i));
         if (pService == nullptr ||
             (pService->nDstProtocol & static_cast<uint32_t>(nProtocol)) == 0) {
             continue;
@@ -473,41 +559,6 @@ SkippedPorts PortsOfSkipped(const Query &query, int nProtocol) {
     }
     return skipped;
 }
-
-// The ports of the range that sockets hold now. One slot for each port: the networking library is
-// told how many there are, and not trusted to have kept to it.
-class UsedPorts {
-  public:
-    explicit UsedPorts(const Range &range)
-        : nSlots_(static_cast<std::size_t>(static_cast<int64_t>(range.nHigh) - range.nLow + 1)),
-          slots_(static_cast<int *>(std::calloc(nSlots_, sizeof(int)))) {}
-
-    bool OutOfMemory() const { return slots_ == nullptr; }
-
-    // A library that fails counts as having found none. It is asked twice before, so that one
-    // failed system call does not make a held port read free.
-    void Ask(const Range &range, bool tcp) {
-        const int nMost = static_cast<int>(std::min<std::size_t>(nSlots_, INT_MAX));
-        for (int nTry = 0; nTry < 2; ++nTry) {
-            int nFound = nMost;
-            if (TAVONetGetPortUsedInRange(slots_.get(), &nFound, range.nLow, range.nHigh, tcp) ==
-                0) {
-                nUsed_ = std::clamp(nFound, 0, nMost);
-                return;
-            }
-        }
-    }
-
-    bool AllSkipped(const SkippedPorts &skipped) const {
-        return std::all_of(slots_.get(), slots_.get() + nUsed_,
-                           [&](int nPort) { return nPort == 0 || skipped.Has(nPort); });
-    }
-
-  private:
-    std::size_t nSlots_;
-    std::unique_ptr<int, tavo::FreeWith<std::free>> slots_;
-    int nUsed_ = 0;
-};
 
 int FailForArgument() {
     return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "Invalid Argument!!");
@@ -525,13 +576,16 @@ bool ReadSocketToken(const char *szToken, Range &range) {
     return nStart != 0 || nEnd != 0;
 }
 
-int CheckSocketsOf(const Range &range, const TAVO_PROTO_TYPE_MAPPING &protocol,
-                   const SkippedPorts &skipped, const TAVO_FW_SERVICE *pServices) {
+int CheckSocketsOf(const Range &range, bool tcp, HeldPorts &held, const SkippedPorts &skipped,
+                   const TAVO_FW_SERVICE *pServices) {
+    if (pServices != nullptr && held.Knows(range, tcp)) {
+        return held.AllSkipped(range, skipped) ? 0 : 1;
+    }
     UsedPorts used(range);
     if (used.OutOfMemory()) {
         return TAVO_FAIL(tavo::kErrorNoMemory, "out of memory!!");
     }
-    used.Ask(range, protocol.nProto == TAVO_PROTO_TCP);
+    used.Ask(range, tcp);
     // Without any service there is no list in which skipped names could be looked up, which has
     // always been an error, also where nothing is to be skipped.
     if (pServices == nullptr) {
@@ -542,7 +596,7 @@ int CheckSocketsOf(const Range &range, const TAVO_PROTO_TYPE_MAPPING &protocol,
 
 // The first port that is held ends the check; which it is, is not told.
 int CheckSockets(const Query &query) {
-    const tavo::ServiceCatalogue &catalogue = query.catalogue.Get();
+    const tavo::ServiceCatalogue &catalogue = query.call.catalogue.Get();
     if (catalogue.count < 0) {
         return TAVO_FAIL_STATE(tavo::kErrorFirewallServices, "Failed to enumerate services");
     }
@@ -566,7 +620,8 @@ int CheckSockets(const Query &query) {
             if (!query.Names(protocol)) {
                 continue;
             }
-            const int nAnswer = CheckSocketsOf(range, protocol, skipped[row], pServices);
+            const int nAnswer = CheckSocketsOf(range, protocol.nProto == TAVO_PROTO_TCP,
+                                               query.call.held[row], skipped[row], pServices);
             if (nAnswer != 0) {
                 return nAnswer;
             }
@@ -635,7 +690,7 @@ int AskSources(const Query &query, int nCheckFlags) {
 }
 
 int IsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
-                   int nCheckFlags, Ports **ppConflictPorts, CallCatalogue &catalogue) {
+                   int nCheckFlags, Ports **ppConflictPorts, Call &call) {
     if (szSkipServices == nullptr || szPort == nullptr || szProtocol == nullptr ||
         ppConflictPorts == nullptr || nCheckFlags < TAVO_PORT_CHECK_DEFAULT ||
         nCheckFlags > kHighestCheckFlags) {
@@ -658,7 +713,7 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
         szPort, merged ? Comparison::Keeping::kDeclaredRanges : Comparison::Keeping::kPairs,
         ppConflictPorts);
     const Query query = {szPort,          szProtocol,      skip.get(), skipIndex.get(), ports.get(),
-                         protocols.get(), ppConflictPorts, catalogue,  comparison};
+                         protocols.get(), ppConflictPorts, call,       comparison};
     return AskSources(query, nCheckFlags);
 }
 
@@ -730,7 +785,7 @@ int ReportEnd(const char *szConfFile, const SectionPorts &sections) {
 // A check that fails is logged and counts as no conflict: one bad section of a package is no reason
 // to refuse the others.
 int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConflictPorts,
-                 CallCatalogue &catalogue) {
+                 Call &call) {
     if (szSection == nullptr) {
         TAVO_SET_ERROR(tavo::kErrorBadParameter);
         return 0;
@@ -749,7 +804,7 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
     szProtocol = szProtocol == nullptr ? szNone : szProtocol;
     TLIBCStrTrimSpace(szProtocol);
     const int nAnswer = IsPortConflict(szSection, szPort, szProtocol, kServiceFileCheckFlags,
-                                       ppConflictPorts, catalogue);
+                                       ppConflictPorts, call);
     if (nAnswer < 0) {
         TAVO_LOG_STATE("TLIBIsPortConflict FAILED=%d, port=%s, protocol=%s tavoerr=", nAnswer,
                        szPort, szProtocol);
@@ -765,9 +820,8 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
 
 int TLIBIsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
                        int nCheckFlags, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    CallCatalogue catalogue;
-    return IsPortConflict(szSkipServices, szPort, szProtocol, nCheckFlags, ppConflictPorts,
-                          catalogue);
+    Call call;
+    return IsPortConflict(szSkipServices, szPort, szProtocol, nCheckFlags, ppConflictPorts, call);
 }
 
 int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
@@ -793,10 +847,10 @@ int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppCo
         sections.end = ReadSections(szConfFile, keys.get(), sections);
         sections.error = tavo::ErrorState();
     }
-    CallCatalogue catalogue;
+    Call call;
     for (int i = 0; i < TLIBCSzListCount(sections.ports.get()); ++i) {
         if (CheckSection(TLIBCSzListGet(sections.names.get(), i),
-                         TLIBCSzListGet(sections.ports.get(), i), ppConflictPorts, catalogue) > 0) {
+                         TLIBCSzListGet(sections.ports.get(), i), ppConflictPorts, call) > 0) {
             return 1;
         }
     }

@@ -30,6 +30,14 @@ bool IsAscending(const TAVO_SERVICE_CONF_PORT *pNode) {
     return pNode == nullptr || pNode->pNext == nullptr;
 }
 
+// Whether every range begins where it ends or before, and ends before arithmetic wraps.
+bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
+    while (pNode != nullptr && tavo::IsPlain(pNode->nPortStart, tavo::LastPort(*pNode))) {
+        pNode = pNode->pNext;
+    }
+    return pNode == nullptr;
+}
+
 // Puts the ranges aside first, and in order where that makes no difference: plain ranges in any
 // order are the same set, and a long list in random order then costs no walk for each of them.
 int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
@@ -39,7 +47,7 @@ int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
             return -1;
         }
     }
-    if (tavo::ArePlain(pRanges) && tavo::IsWellFormed(pDst->pRanges)) {
+    if (ArePlain(pRanges) && tavo::IsWellFormed(pDst->pRanges)) {
         ranges.Sort();
     }
     return ranges.AddTo(pDst);
