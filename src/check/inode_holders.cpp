@@ -7,16 +7,17 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-
-#include "support/failure.h"
 
 namespace tavo {
 namespace {
 
 constexpr std::size_t kFolderPathSize = 1024;
+
+// Room for a value in a log line; a longer one is cut.
+constexpr std::size_t kShownValueSize = 1024;
 
 using Folder = std::unique_ptr<DIR, FreeWith<closedir>>;
 
@@ -37,44 +38,57 @@ bool InodeOfLink(const char *szTarget, uint64_t &ulInode) {
            NumberBehind("[0000]:", szTarget, ulInode);
 }
 
-bool ReadLink(int nFolder, const char *szName, char (&szTarget)[kLinkSize]) {
-    const ssize_t nRead = readlinkat(nFolder, szName, szTarget, kLinkSize - 1);
-    if (nRead < 0) {
-        return false;
-    }
-    szTarget[nRead] = '\0';
-    return true;
+// The error code for a failed look at a process, 0 when there is nothing to be seen.
+unsigned int FaultOf(int nError) {
+    return IsOutOfReach(nError) ? 0 : ErrorOfCall(nError);
 }
 
 }  // namespace
 
-bool InodeHolders::AddProcess(const char *szPid) {
+unsigned int InodeHolders::AddProcess(const char *szPid) {
     char szPath[kFolderPathSize];
     const int nLength = std::snprintf(szPath, sizeof(szPath), "/proc/%s/fd", szPid);
     if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szPath)) {
-        return true;
+        return 0;
     }
     const int nFolder = open(szPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    return nFolder < 0 ? errno != ENOMEM : AddDescriptors(nFolder, szPid);
+    if (nFolder < 0) {
+        return FaultOf(errno);
+    }
+    return AddDescriptors(nFolder, szPid);
 }
 
-bool InodeHolders::AddDescriptors(int nFolder, const char *szPid) {
+unsigned int InodeHolders::AddDescriptors(int nFolder, const char *szPid) {
     const Folder folder(fdopendir(nFolder));
     if (!folder) {
-        const bool out_of_memory = errno == ENOMEM;
+        const unsigned int nError = FaultOf(errno);
         close(nFolder);
-        return !out_of_memory;
+        return nError;
     }
-    while (const dirent *pEntry = readdir(folder.get())) {
-        char szTarget[kLinkSize];
-        uint64_t ulInode = 0;
-        // "." and ".." are no descriptors.
-        if (pEntry->d_name[0] != '.' && ReadLink(nFolder, pEntry->d_name, szTarget) &&
-            InodeOfLink(szTarget, ulInode) && !Add(ulInode, szPid)) {
-            return false;
+    for (;;) {
+        errno = 0;  // readdir leaves it alone at the end of the folder
+        const dirent *pEntry = readdir(folder.get());
+        if (pEntry == nullptr) {
+            return errno == 0 ? 0 : FaultOf(errno);
+        }
+        if (pEntry->d_name[0] == '.') {
+            continue;  // "." and ".." are no descriptors
+        }
+        if (const unsigned int nError = AddLink(nFolder, pEntry->d_name, szPid)) {
+            return nError;
         }
     }
-    return true;
+}
+
+unsigned int InodeHolders::AddLink(int nFolder, const char *szName, const char *szPid) {
+    char szTarget[kLinkSize];
+    const ssize_t nRead = readlinkat(nFolder, szName, szTarget, kLinkSize - 1);
+    if (nRead < 0) {
+        return errno == EINVAL ? 0 : FaultOf(errno);  // EINVAL: not a link
+    }
+    szTarget[nRead] = '\0';
+    uint64_t ulInode = 0;
+    return InodeOfLink(szTarget, ulInode) && !Add(ulInode, szPid) ? kErrorNoMemory : 0;
 }
 
 bool InodeHolders::Add(uint64_t ulInode, const char *szPid) {
@@ -107,21 +121,34 @@ bool InodeHolders::Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) con
     const InodeKey key(inode.ulInode);
     const char *szStored = TLIBCSzHashGetValue(pInodeToPidsTable, key.Get());
     const char *szKnown = szStored == nullptr ? "" : szStored;
-    const std::size_t nKnownSize = std::strlen(szKnown) + 1;
-    const OwnedText value(static_cast<char *>(std::malloc(inode.nTextLength + nKnownSize)));
+    const std::size_t nSize = inode.nTextLength + std::strlen(szKnown) + 1;
+    const OwnedText value(static_cast<char *>(std::malloc(nSize)));
     if (value) {
-        char *szEnd = value.get();
-        for (std::size_t i = inode.nLastHolder; i != kNone; i = holders_[i].nBefore) {
-            szEnd = stpcpy(stpcpy(szEnd, holders_[i].szPid), ",");
+        PrintValue(inode, szKnown, value.get(), nSize);
+        if (TLIBCSzHashSetValue(pInodeToPidsTable, key.Get(), value.get()) == 0) {
+            return true;
         }
-        std::memcpy(szEnd, szKnown, nKnownSize);
     }
-    if (value && TLIBCSzHashSetValue(pInodeToPidsTable, key.Get(), value.get()) == 0) {
-        return true;
-    }
-    TAVO_FAIL(kErrorNoMemory, "Failed to update (%s, %s) inode-to-pids table.", key.Get(),
-              value ? value.get() : "");
+    char szShown[kShownValueSize];
+    PrintValue(inode, szKnown, szShown, sizeof(szShown));
+    TAVO_FAIL(kErrorNoMemory, "Failed to update (%s, %s) inode-to-pids table.", key.Get(), szShown);
     return false;
+}
+
+// The holders, each with a comma after it, and then what the table has already; cut to fit.
+void InodeHolders::PrintValue(const Inode &inode, const char *szKnown, char *szBuf,
+                              std::size_t nSize) const {
+    const auto print = [&](const char *szText) {
+        const std::size_t nLength = std::min(std::strlen(szText), nSize - 1);
+        szBuf = static_cast<char *>(mempcpy(szBuf, szText, nLength));
+        nSize -= nLength;
+    };
+    for (std::size_t i = inode.nLastHolder; i != kNone && nSize > 1; i = holders_[i].nBefore) {
+        print(holders_[i].szPid);
+        print(",");
+    }
+    print(szKnown);
+    *szBuf = '\0';
 }
 
 }  // namespace tavo

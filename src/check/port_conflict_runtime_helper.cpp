@@ -35,15 +35,16 @@ bool PushPid(int nPid, OwnedNames &pids) {
 }
 
 // The names of /proc that are numbers sort in front of all others, so the first other one ends the
-// walk. Without a process to be seen the list is empty; `complete` tells whether none was lost.
-OwnedNames ListPids(bool &complete) {
+// walk. Without a process to be seen the list is empty. `nError` is set to 0, or to the error code
+// of what kept processes out of the list.
+OwnedNames ListPids(unsigned int &nError) {
     OwnedNames pids(TLIBCSzListAlloc(kCapacity));
     const Listing listing("/proc");
-    if (!pids || (listing.Failed() && errno == ENOMEM)) {
+    nError = listing.Failed() ? ErrorOfCall(errno) : 0;
+    if (!pids || nError == kErrorNoMemory) {
         TAVO_FAIL_ALLOC("pslPidList");
         return nullptr;
     }
-    complete = true;
     for (const dirent *pEntry : listing) {
         int nPid = 0;
         if (pEntry->d_name[0] == '.') {
@@ -52,13 +53,56 @@ OwnedNames ListPids(bool &complete) {
         if (std::sscanf(pEntry->d_name, "%d", &nPid) != 1) {
             break;
         }
-        complete = PushPid(nPid, pids) && complete;
+        if (!PushPid(nPid, pids)) {
+            nError = kErrorNoMemory;
+        }
     }
     return pids;
 }
 
+// Enters the sockets of a process; false, which has been logged, when that cannot be done in full.
+bool AddProcess(InodeHolders &holders, const char *szPid) {
+    const unsigned int nError = holders.AddProcess(szPid);
+    if (nError == kErrorNoMemory) {
+        TAVO_FAIL_ALLOC("pInodeToPidsTable");
+    } else if (nError != 0) {
+        TAVO_FAIL(nError, "Failed to read the sockets of process %s.[0x%04X]", szPid, nError);
+    }
+    return nError == 0;
+}
+
+// The same for each process of the list.
+bool AddProcesses(InodeHolders &holders, const TLIBCSzList *pPids) {
+    const int nPids = TLIBCSzListCount(pPids);
+    for (int i = 0; i < nPids; ++i) {
+        const char *szPid = TLIBCSzListGet(pPids, i);
+        if (szPid == nullptr) {
+            TAVO_LOG("Failed to TLIBCSzListGet %p %d", static_cast<const void *>(pPids), i);
+        } else if (!AddProcess(holders, szPid)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The executable of a process; null when it cannot be read, for the reason in errno, which is 0 for
+// an empty link.
+OwnedText ReadProgram(uint32_t uPid) {
+    char szPath[sizeof("/proc/4294967295/exe")];
+    std::snprintf(szPath, sizeof(szPath), "/proc/%" PRIu32 "/exe", uPid);
+    char szTarget[kLinkSize];
+    errno = 0;
+    const ssize_t nRead = readlink(szPath, szTarget, sizeof(szTarget) - 1);
+    if (nRead < 1) {
+        return nullptr;
+    }
+    szTarget[nRead] = '\0';
+    return OwnedText(strdup(szTarget));
+}
+
 // The executables of processes, each looked up once however many sockets the process holds. An
-// empty text stands for one that cannot be read.
+// empty text stands for one that cannot be read. What failed for a passing reason is looked up
+// again for the next socket.
 class Programs {
   public:
     bool Init() {
@@ -66,15 +110,25 @@ class Programs {
         return table_ != nullptr;
     }
 
-    // Owned by this object; null where it cannot be read.
-    char *Of(const char *szPid, uint32_t uPid) {
+    // Sets `szProgram` to a text that this object owns, null where it cannot be read. False when
+    // out of memory.
+    bool Find(const char *szPid, uint32_t uPid, char *&szProgram) {
+        szProgram = nullptr;
         const char *szKnown = TLIBCSzHashGetValue(table_.get(), szPid);
         if (szKnown == nullptr) {
-            const OwnedText program(ProgramCommandFetch(uPid));
-            TLIBCSzHashSetValue(table_.get(), szPid, program ? program.get() : "");
+            const OwnedText program = ReadProgram(uPid);
+            if (!program && errno != 0 && !IsOutOfReach(errno)) {
+                return errno != ENOMEM;
+            }
+            if (TLIBCSzHashSetValue(table_.get(), szPid, program ? program.get() : "") != 0) {
+                return false;
+            }
             szKnown = TLIBCSzHashGetValue(table_.get(), szPid);
         }
-        return szKnown == nullptr || *szKnown == '\0' ? nullptr : const_cast<char *>(szKnown);
+        if (szKnown != nullptr && *szKnown != '\0') {
+            szProgram = const_cast<char *>(szKnown);
+        }
+        return true;
     }
 
   private:
@@ -103,7 +157,10 @@ bool AppendHolders(const RawSocketInfo &socket, const Results &results, const Te
     for (int i = 0; i < nPids; ++i) {
         const char *szPid = TLIBCSzListGet(pids.get(), i);
         result->uPid = static_cast<uint32_t>(std::strtoul(szPid, nullptr, 10));
-        result->szProgram = look.programs.Of(szPid, result->uPid);
+        if (!look.programs.Find(szPid, result->uPid, result->szProgram)) {
+            TAVO_FAIL_ALLOC("szProgram");
+            return false;
+        }
         if (!AppendNew(results.get(), look.known, *result)) {
             TAVO_FAIL_ALLOC("pResult");
             return false;
@@ -116,8 +173,8 @@ bool AppendHolders(const RawSocketInfo &socket, const Results &results, const Te
 }  // namespace tavo
 
 TLIBCSzList *FetchPidList(void) {
-    bool complete = false;
-    return tavo::ListPids(complete).release();
+    unsigned int nError = 0;
+    return tavo::ListPids(nError).release();
 }
 
 void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
@@ -130,37 +187,33 @@ void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
         return;
     }
     tavo::InodeHolders holders;
-    if (!holders.AddProcess(szPid)) {
-        TAVO_FAIL_ALLOC("pInodeToPidsTable");
-    }
+    tavo::AddProcess(holders, szPid);
     holders.StoreIn(pInodeToPidsTable);
 }
 
-// A process or a socket that memory ran out for is logged where it is lost, and the rest is read
-// on. There is no table then: one that lacks a holder would make a port that is held read as free.
+// There is no table that lacks a holder: a port that is held would read as free. Only a process
+// that is gone, or that the caller has no permission to look at, is left out.
 TLIBCSzHash *InodeToPidsTableFetch(void) {
     tavo::OwnedTable table(TLIBCSzHashAlloc(tavo::kCapacity));
     if (!table) {
         TAVO_FAIL_ALLOC("pInodeToPidsTable");
         return nullptr;
     }
-    bool complete = false;
-    const tavo::OwnedNames pids(tavo::ListPids(complete));
+    unsigned int nError = 0;
+    const tavo::OwnedNames pids(tavo::ListPids(nError));
     if (!pids) {
         TAVO_FAIL_ALLOC("pslPidList");
         return nullptr;
     }
-    tavo::InodeHolders holders;
-    const int nPids = TLIBCSzListCount(pids.get());
-    for (int i = 0; i < nPids && complete; ++i) {
-        const char *szPid = TLIBCSzListGet(pids.get(), i);
-        if (szPid == nullptr) {
-            TAVO_LOG("Failed to TLIBCSzListGet %p %d", static_cast<void *>(pids.get()), i);
-        } else {
-            complete = holders.AddProcess(szPid);
-        }
+    if (nError != 0 && nError != tavo::kErrorNoMemory) {
+        TAVO_FAIL(nError, "Failed to list /proc.[0x%04X]", nError);
+        return nullptr;
     }
-    if (!complete || !holders.StoreIn(table.get())) {
+    tavo::InodeHolders holders;
+    if (nError == 0 && !tavo::AddProcesses(holders, pids.get())) {
+        return nullptr;
+    }
+    if (nError != 0 || !holders.StoreIn(table.get())) {
         TAVO_FAIL_ALLOC("pInodeToPidsTable");
         return nullptr;
     }
@@ -190,15 +243,7 @@ TLIBCSzList *InodeToPidsGet(const TLIBCSzHash *pInodeToPidsTable, uint64_t ulIno
 }
 
 char *ProgramCommandFetch(uint32_t uPid) {
-    char szPath[sizeof("/proc/4294967295/exe")];
-    std::snprintf(szPath, sizeof(szPath), "/proc/%" PRIu32 "/exe", uPid);
-    char szTarget[tavo::kLinkSize];
-    const ssize_t nRead = readlink(szPath, szTarget, sizeof(szTarget) - 1);
-    if (nRead < 1) {
-        return nullptr;
-    }
-    szTarget[nRead] = '\0';
-    return strdup(szTarget);
+    return tavo::ReadProgram(uPid).release();
 }
 
 int ContainRuntimeResult(const TLIBCDList *pResultList,

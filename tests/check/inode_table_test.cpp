@@ -226,6 +226,7 @@ TEST_F(InodeTable, KeepsWhatItHadWhenMemoryRunsOut) {
 }
 
 constexpr char kNoPids[] = "Failed to alloc pslPidList, Out of memory.[0x0200]";
+constexpr char kUnread[] = "Failed to read the sockets of process 77.[0x0900]";
 constexpr char kNoTable[] = "Failed to alloc pInodeToPidsTable, Out of memory.[0x0200]";
 
 TEST_F(InodeTable, IsCompleteOrNullWhenMemoryRunsOut) {
@@ -247,9 +248,31 @@ TEST_F(InodeTable, IsCompleteOrNullWhenMemoryRunsOut) {
     EXPECT_THAT(reports, Contains(ElementsAre(kNoPids, kNoPids))) << "of the list and of the table";
     EXPECT_THAT(reports, Contains(ElementsAre(lost_pid, kNoTable)));
     for (const char *lost_value : {"Failed to update (1, 9,77,) inode-to-pids table.",
-                                   "Failed to update (1, ) inode-to-pids table.",
                                    "Failed to update (3, 9,) inode-to-pids table."}) {
         EXPECT_THAT(reports, Contains(ElementsAre(lost_value, kNoTable)));
+    }
+    EXPECT_THAT(reports, testing::Each(testing::Each(testing::Not(testing::HasSubstr(", )")))))
+        << "the value is shown also when there is no memory for it";
+}
+
+TEST_F(InodeTable, ShowsAsMuchOfALostValueAsALineHolds) {
+    StagedProc::AddProcess("77", {"socket:[1]"});
+    for (const auto &[known, shown] : {std::pair{std::string(1020, '6'), std::string(1020, '6')},
+                                       {std::string(1021, '6'), std::string(1020, '6')},
+                                       {std::string(5000, '6'), std::string(1020, '6')}}) {
+        TLIBCSzHashSetValue(table_.get(), "1", known.c_str());
+        const auto messages = WithoutMemory(
+            [&] {
+                Fetch("77");
+                return 0;
+            },
+            [&](int) {
+                const bool entered = Entered().front() == "1=77," + known;
+                TLIBCSzHashSetValue(table_.get(), "1", known.c_str());
+                return entered;
+            });
+        EXPECT_THAT(messages,
+                    Contains("Failed to update (1, 77," + shown + ") inode-to-pids table."));
     }
 }
 
@@ -267,15 +290,40 @@ TEST_F(InodeTable, IsNullWhereAFolderCannotBeOpenedForLackOfMemory) {
     }
 }
 
-TEST_F(InodeTable, LacksProcessesWhoseFolderIsRefusedForAnotherReason) {
+TEST_F(InodeTable, LacksProcessesThatAreGoneOrForbidden) {
     StagedProc::AddProcess("77", {"socket:[1]"});
     StagedProc::AddProcess("9", {"socket:[1]"});
-    for (const int error : {EACCES, ENOENT, ESRCH, EPERM, EMFILE, EINTR}) {
+    for (const int error : {EACCES, ENOENT, ESRCH, EPERM}) {
         const RefusedOpen refused("/proc/77/fd", error);
         EXPECT_THAT(Table(), ElementsAre("1=9,")) << strerror(error);
     }
     EXPECT_THAT(Messages(), IsEmpty());
     EXPECT_EQ(ErrorState(), "0x0 ");
+}
+
+TEST_F(InodeTable, IsNullWhereAProcessCannotBeReadForAnyOtherReason) {
+    StagedProc::AddProcess("77", {"socket:[1]"});
+    StagedProc::AddProcess("9", {"socket:[1]"});
+    for (const int error : {EMFILE, ENFILE, EINTR, EIO}) {
+        TLIBCErrSetEx(0, nullptr, 0);
+        log_.Clear();
+        const RefusedOpen refused("/proc/77/fd", error);
+        EXPECT_EQ(Own(InodeToPidsTableFetch()), nullptr) << strerror(error);
+        EXPECT_EQ(ErrorState(), "0x900 port_conflict_runtime_helper.cpp");
+        EXPECT_EQ(Elements(RuntimeServiceListFetch()), nullptr);
+        EXPECT_EQ(ErrorState(), "0x900 port_conflict_runtime_helper.cpp");
+        EXPECT_THAT(Messages(), ElementsAre(kUnread, kUnread, "Failed to InodeToPidsTableFetch"));
+    }
+}
+
+TEST_F(InodeTable, SaysWhichProcessCannotBeEntered) {
+    StagedProc::AddProcess("77", {"socket:[1]"});
+    TLIBCSzHashSetValue(table_.get(), "1", "6,");
+    const RefusedOpen refused("/proc/77/fd", EMFILE);
+    Fetch("77");
+    EXPECT_EQ(TLIBCErrGet(), 0x900u);
+    EXPECT_THAT(Messages(), ElementsAre(kUnread));
+    EXPECT_THAT(Entered(), ElementsAre("1=6,"));
 }
 
 TEST_F(InodeTable, TakesNothingFromAFolderThatMemoryDoesNotOpen) {

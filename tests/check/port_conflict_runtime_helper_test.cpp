@@ -202,12 +202,20 @@ TEST_F(HeldPorts, AreAllOrNullWhenMemoryRunsOut) {
                             ElementsAre(MayLackProgram("80 tcp 9 in state 10 /bin/b"),
                                         MayLackProgram("80 tcp 77 in state 10 /bin/a"),
                                         MayLackProgram("81 tcp 77 in state 10 /bin/a")));
+                // Only the copy of one record may have lost its text.
+                const std::vector<std::string> records = Results(held.get());
+                EXPECT_LE(std::count_if(records.begin(), records.end(),
+                                        [](const std::string &record) {
+                                            return record.find(" /bin/") == std::string::npos;
+                                        }),
+                          1);
             }
             return held != nullptr;
         });
     for (const char *message :
          {"Failed to alloc pResultList, Out of memory.[0x0200]",
-          "Failed to alloc pResult, Out of memory.[0x0200]", "Failed to InodeToPidsTableFetch",
+          "Failed to alloc pResult, Out of memory.[0x0200]",
+          "Failed to alloc szProgram, Out of memory.[0x0200]", "Failed to InodeToPidsTableFetch",
           "Failed to RawSocketInfoListFetch", "Failed to map inode[8123] to pid",
           "Failed to map inode[9] to pid"}) {
         EXPECT_THAT(messages, Contains(message));

@@ -3,6 +3,7 @@
 #include <glob.h>
 #include <linux/capability.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -361,13 +362,38 @@ TEST_F(LiveProcesses, AreNotLookedAtWithoutAFreeDescriptor) {
     const OwnedStrings pids = Own(FetchPidList());
     const Elements held(RuntimeServiceListFetch());
     setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_THAT(Entries(table.get()), IsEmpty());
+    EXPECT_EQ(table, nullptr);
+    ASSERT_NE(pids, nullptr);
     EXPECT_THAT(Strings(pids.get()), IsEmpty());
-    EXPECT_EQ(held, nullptr) << "the sockets cannot be read either";
+    EXPECT_EQ(held, nullptr);
     EXPECT_EQ(TLIBCErrGet(), 0x900u);
     EXPECT_THAT(Messages(),
-                ElementsAre("Failed to open File: /proc/net/tcp\n",
-                            "Failed to ParseToRawSocketInfo", "Failed to RawSocketInfoListFetch"));
+                ElementsAre("Failed to list /proc.[0x0900]", "Failed to list /proc.[0x0900]",
+                            "Failed to InodeToPidsTableFetch"));
+}
+
+// The kernel has no link to show for such a file.
+TEST_F(LiveProcesses, MayHaveAFileWhosePathIsLongerThanAPage) {
+    std::unique_ptr<HeldSocket> listener = std::make_unique<HeldSocket>(AF_INET, SOCK_STREAM, 7000);
+    const Process process([this] {
+        const std::string name(200, 'x');
+        const std::string base = folder_ / "";
+        Check(chdir(base.c_str()) == 0, "chdir");
+        for (int i = 0; i < 30; ++i) {
+            Check(mkdir(name.c_str(), 0700) == 0 && chdir(name.c_str()) == 0, "mkdir");
+        }
+        Check(open("file", O_CREAT | O_RDONLY, 0600) >= 0, "open");
+    });
+    listener.reset();
+    char target[8];
+    bool too_long = false;
+    for (const std::string &link : Glob("/proc/" + process.Pid() + "/fd/*")) {
+        too_long = too_long ||
+                   (readlink(link.c_str(), target, sizeof(target)) < 0 && errno == ENAMETOOLONG);
+    }
+    EXPECT_TRUE(too_long);
+    EXPECT_THAT(HeldOf("7000"), ElementsAre("tcp " + Holder(process.Pid(), "10")));
+    EXPECT_THAT(Messages(), IsEmpty());
 }
 
 }  // namespace
