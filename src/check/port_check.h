@@ -2,8 +2,11 @@
 // configuration and that of the running system differ in the list alone.
 //
 // A check is a kind of result record with the names of its own functions, which its log lines give:
-// kFetch makes the list to compare with, kAppendNobody says that a port is not in it, kCheck fills
-// a result list (kResultListName), kListPorts takes the ports of one, and Show tells them.
+// Known is what its ports are compared with, kAppendNobody says that a port is not in it, kCheck
+// fills a result list (kResultListName), kListPorts takes the ports of one, and Show tells them.
+//
+// A Known has Fetch, which reads all that is known and logs why it cannot, and an index of it
+// (PortIndex). RecordOf makes the result record of an entry of that index.
 #ifndef TAVO_SRC_CHECK_PORT_CHECK_H
 #define TAVO_SRC_CHECK_PORT_CHECK_H
 
@@ -19,11 +22,9 @@
 namespace tavo {
 
 // A hint for lists of ports.
-constexpr int kPortListCapacity = 512;
+constexpr int kPortTextsCapacity = 512;
 
 constexpr char kCollectionName[] = "*ppsdCheckResultCollection";
-
-constexpr unsigned int kHighestPort = 65535;
 
 // A port in decimal.
 class PortText {
@@ -35,36 +36,38 @@ class PortText {
     char szText_[sizeof("65535")];
 };
 
-// Appends what the index has of a port and protocol, or that it has nothing.
+// Appends what is known of a port and protocol, or that nothing is.
 template <typename Check>
-int AppendPort(PortIndex<typename Check::Record> &index, uint16_t uPort, uint16_t uProtocol,
+int AppendPort(const typename Check::Known &known, uint16_t uPort, uint16_t uProtocol,
                TLIBCDList *pResultList) {
-    const auto *pEntry = index.First(uPort, uProtocol);
+    const auto *pEntry = known.index.First(uPort, uProtocol);
     if (pEntry == nullptr && Check::kAppendNobody(pResultList, uPort, uProtocol) != 0) {
         return TAVO_LOG("Failed to append no conflict result");
     }
-    for (; pEntry != nullptr; pEntry = pEntry->pNext) {
-        if (TLIBCDListAppend(pResultList, pEntry->pRecord) != 0) {
-            return TAVO_FAIL(kErrorNoMemory, "Failed to filter result list");
+    for (; pEntry != nullptr; pEntry = known.index.After(pEntry)) {
+        const typename Check::Record record = Check::RecordOf(*pEntry->source, uPort, uProtocol);
+        if (TLIBCDListAppend(pResultList, &record) != 0) {
+            TAVO_FAIL_ALLOC("pResult");
+            return TAVO_LOG("Failed to filter result list");
         }
     }
     return 0;
 }
 
 template <typename Check>
-int AppendPorts(PortIndex<typename Check::Record> &index, const TLIBCSzList *pPortList,
-                uint16_t uProtocol, TLIBCDList *pResultList) {
-    const int nPorts = TLIBCSzListCount(pPortList);
-    for (int i = 0; i < nPorts; ++i) {
+int AppendPorts(const typename Check::Known &known, const AskedPorts &asked,
+                const TLIBCSzList *pPortList, uint16_t uProtocol, TLIBCDList *pResultList) {
+    for (int i = 0; i < asked.Count(); ++i) {
+        // A text that gives no port is read again, for the line that ToUPort logs of it.
         const char *szPort = TLIBCSzListGet(pPortList, i);
-        const uint16_t uPort = ToUPort(szPort);
+        const uint16_t uPort = asked[i] != 0 ? asked[i] : ToUPort(szPort);
         if (uPort == 0) {
             TAVO_LOG("Illegal port: %s", szPort);
             continue;
         }
         for (const uint16_t uOne : {uint16_t{TAVO_PROTO_TCP}, uint16_t{TAVO_PROTO_UDP}}) {
             if ((uProtocol & uOne) != 0 &&
-                AppendPort<Check>(index, uPort, uOne, pResultList) != 0) {
+                AppendPort<Check>(known, uPort, uOne, pResultList) != 0) {
                 return Failed();
             }
         }
@@ -83,16 +86,16 @@ int CheckPorts(const TLIBCSzList *pPortList, uint16_t uProtocol, TLIBCDList *pRe
     if (pResultList == nullptr) {
         return TAVO_FAIL(kErrorBadParameter, "%s is undefined", Check::kResultListName);
     }
-    // Both checks name the one function, which is kept.
-    const OwnedResults<Check> known(Check::kFetch());
-    if (!known) {
-        return TAVO_LOG("Failed to ServiceConfListFetch");
-    }
-    PortIndex<typename Check::Record> index;
-    if (!index.Build(known.get())) {
+    AskedPorts asked;
+    typename Check::Known known;
+    if (!asked.Read(pPortList) || !known.index.Init(asked, uProtocol)) {
         return TAVO_FAIL(kErrorNoMemory, "Failed to filter result list");
     }
-    return AppendPorts<Check>(index, pPortList, uProtocol, pResultList);
+    // Both checks name the one function, which is kept.
+    if (!known.Fetch()) {
+        return TAVO_LOG("Failed to ServiceConfListFetch");
+    }
+    return AppendPorts<Check>(known, asked, pPortList, uProtocol, pResultList);
 }
 
 template <typename Check>
@@ -152,7 +155,7 @@ int ListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
             continue;
         }
         if (TLIBCSzListPush(&pConflictPortList, PortText(record.uPort).Get()) < 0) {
-            return TAVO_SET_ERROR(kErrorNoMemory);
+            return TAVO_FAIL_ALLOC("pConflictPortList");
         }
         listed.set(record.uPort);
     }
@@ -184,7 +187,7 @@ int VerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort, uint16_t u
 template <typename Check>
 int IsAnyInConflict(const TLIBCSzList *pPortList, uint16_t uProtocol) {
     const OwnedResults<Check> results(Check::kListAlloc());
-    const OwnedNames conflicts(results ? TLIBCSzListAlloc(kPortListCapacity) : nullptr);
+    const OwnedNames conflicts(results ? TLIBCSzListAlloc(kPortTextsCapacity) : nullptr);
     if (!conflicts) {
         TAVO_FAIL_ALLOC(kCollectionName);
         return 0;
@@ -206,7 +209,7 @@ int IsAnyInConflict(const TLIBCSzList *pPortList, uint16_t uProtocol) {
 
 template <typename Check>
 int IsOneInConflict(uint16_t uPort, uint16_t uProtocol) {
-    OwnedNames ports(TLIBCSzListAlloc(kPortListCapacity));
+    OwnedNames ports(TLIBCSzListAlloc(kPortTextsCapacity));
     if (!ports || !Push(ports, PortText(uPort).Get())) {
         TAVO_FAIL_ALLOC(kCollectionName);
         return 0;
@@ -225,7 +228,7 @@ int IsOneInConflict(uint16_t uPort, uint16_t uProtocol) {
 // takes neither memory nor processor time meanwhile.
 template <typename Check>
 int IsRangeInConflict(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
-    OwnedNames ports(TLIBCSzListAlloc(kPortListCapacity));
+    OwnedNames ports(TLIBCSzListAlloc(kPortTextsCapacity));
     if (!ports) {
         TAVO_FAIL_ALLOC(kCollectionName);
         return 0;

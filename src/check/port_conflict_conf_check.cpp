@@ -1,11 +1,82 @@
 // The check of the configuration: which of the caller's ports are declared, and by whom.
+//
+// It reads what ServiceConfListFetch lists, in the same order and with the same log lines, but
+// makes no record of a port that nobody asks for, and fails when something that may declare a port
+// cannot be read.
+#include "catalogue/firewall_service.h"
+#include "check/declared_ports.h"
 #include "check/port_check.h"
 
 namespace tavo {
 namespace {
 
+// The declarations of the ports that are asked for, each by the name of its service.
+struct DeclaredPorts {
+    PortIndex<char> index;
+    ServiceCatalogue catalogue;
+
+    bool Fetch() {
+        if (!AddSystemPorts()) {
+            TAVO_LOG("Failed to SysConfListFetch");
+            return false;
+        }
+        if (!AddServices()) {
+            TAVO_LOG("Failed to ServiceConfListFetch");
+            return false;
+        }
+        return true;
+    }
+
+  private:
+    bool Add(uint16_t first, uint16_t last, uint16_t protocol, const char *service) {
+        if (!index.Add(first, last, protocol, service)) {
+            TAVO_FAIL_ALLOC("pResult");
+            return false;
+        }
+        return true;
+    }
+
+    bool AddSystemPorts() {
+        unsigned int fault = 0;
+        for (const SystemPort &row : kSystemPorts) {
+            const uint16_t port = ReadSystemPort(row, fault);
+            if (!Add(port, port, row.protocol, row.service)) {
+                return false;
+            }
+        }
+        return IsComplete(fault);
+    }
+
+    bool AddServices() {
+        catalogue = ReadCatalogue();
+        if (catalogue.count < 0 || !IsComplete(catalogue.fault)) {
+            return false;
+        }
+        for (const auto *service = catalogue.services.get(); service; service = service->pNext) {
+            const uint16_t protocol = DeclaredProtocol(*service);
+            if (!ForEachDeclaredRange(*service, [&](uint16_t first, uint16_t last) {
+                    return Add(first, last, protocol, service->szName);
+                })) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    // What has been read since may have set another error.
+    static bool IsComplete(unsigned int fault) {
+        if (fault != 0) {
+            TAVO_SET_ERROR(fault);
+        }
+        return fault == 0;
+    }
+};
+
 struct ConfCheck : ConfResults {
-    static constexpr auto kFetch = ServiceConfListFetch;
+    using Known = DeclaredPorts;
+    static Record RecordOf(const char &service, uint16_t port, uint16_t protocol) {
+        return {port, protocol, const_cast<char *>(&service), 1};
+    }
     static constexpr auto kAppendNobody = ConfNotConflictResultAppend;
     static constexpr auto kCheck = TAVOConfPortConflictCheck;
     static constexpr auto kListPorts = TAVOConfListConflictPorts;

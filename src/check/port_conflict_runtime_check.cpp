@@ -5,8 +5,31 @@
 namespace tavo {
 namespace {
 
+// The records of all held ports, and those of the ports that are asked for.
+struct HeldPorts {
+    using Record = RuntimeResults::Record;
+
+    PortIndex<Record> index;
+    OwnedResults<RuntimeResults> held;
+
+    bool Fetch() {
+        held.reset(RuntimeServiceListFetch());
+        if (!held) {
+            return false;
+        }
+        for (const Record &record : Records<Record>(held.get())) {
+            if (!index.Add(record.uPort, record.uPort, record.uProtocol, &record)) {
+                TAVO_FAIL_ALLOC("pResult");
+                return false;
+            }
+        }
+        return true;
+    }
+};
+
 struct RuntimeCheck : RuntimeResults {
-    static constexpr auto kFetch = RuntimeServiceListFetch;
+    using Known = HeldPorts;
+    static const Record &RecordOf(const Record &held, uint16_t, uint16_t) { return held; }
     static constexpr auto kAppendNobody = RuntimeNotConflictResultAppend;
     static constexpr auto kCheck = TAVORuntimePortConflictCheck;
     static constexpr auto kListPorts = TAVORuntimeListConflictPorts;

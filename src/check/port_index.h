@@ -1,65 +1,84 @@
-// The records of a list by port and protocol, so that a check of many ports does not walk the list
-// for each of them.
+// What is known of the ports that are asked for, so that a check of many ports does not walk all
+// that is known for each of them. A range stays a range: only those of its ports that are asked for
+// take memory or time, since a service file of a kilobyte can declare millions of ports.
 #ifndef TAVO_SRC_CHECK_PORT_INDEX_H
 #define TAVO_SRC_CHECK_PORT_INDEX_H
 
 #include <cstddef>
 #include <cstdint>
 
-#include "check/result_records.h"
+#include "check/asked_ports.h"
+#include "support/growing_array.h"
 
 namespace tavo {
 
-// One chain for each port and protocol, in the order of the list, which must outlive the index.
-template <typename Record>
+// One chain for each port that is asked for and each protocol, in the order in which its entries
+// were added. What an entry points to must outlive the index.
+template <typename Source>
 class PortIndex {
   public:
     struct Entry {
-        const Record *pRecord;
-        const Entry *pNext;
+        const Source *source;
+        std::size_t next;  // place in the array, counted from 1; 0 in the last one of a chain
     };
 
+    // `asked` must outlive the index, `protocols` is the flag word of those that are asked for.
     // False when out of memory.
-    bool Build(const TLIBCDList *pList) {
-        const auto nCount = static_cast<std::size_t>(TLIBCDListCount(pList));
-        entries_.reset(static_cast<Entry *>(std::calloc(nCount + 1, sizeof(Entry))));
-        chains_.reset(static_cast<Chain *>(std::calloc(kChains, sizeof(Chain))));
-        if (!entries_ || !chains_) {
-            return false;
+    bool Init(const AskedPorts &asked, unsigned int protocols) {
+        asked_ = &asked;
+        protocols_ = protocols;
+        chains_.reset(static_cast<Chain *>(std::calloc(2 * asked.Places() + 1, sizeof(Chain))));
+        return chains_ != nullptr;
+    }
+
+    // Adds what is known of the ports `first` to `last` over TCP or UDP. False when out of memory.
+    bool Add(uint16_t first, uint16_t last, unsigned int protocol, const Source *source) {
+        if ((protocols_ & protocol) == 0) {
+            return true;
         }
-        Entry *pEnd = entries_.get();
-        for (const Record &record : Records<Record>(pList)) {
-            (pEnd++)->pRecord = &record;
-        }
-        // From the last one, so that the first one comes to stand in front.
-        while (pEnd != entries_.get()) {
-            --pEnd;
-            Chain &chain = ChainOf(pEnd->pRecord->uPort, pEnd->pRecord->uProtocol);
-            pEnd->pNext = chain.pFirst;
-            chain.pFirst = pEnd;
+        const std::size_t end = asked_->PlaceOf(last + 1u);
+        for (std::size_t place = asked_->PlaceOf(first); place < end; ++place) {
+            if (!Append(ChainAt(place, protocol), source)) {
+                return false;
+            }
         }
         return true;
     }
 
-    // The first record of the port and protocol (TCP or UDP), null when there is none.
-    const Entry *First(uint16_t uPort, uint16_t uProtocol) {
-        return ChainOf(uPort, uProtocol).pFirst;
+    // The first entry of a port that is asked for, over TCP or UDP; null when there is none.
+    const Entry *First(uint16_t port, unsigned int protocol) const {
+        return At(ChainAt(asked_->PlaceOf(port), protocol).first);
     }
+    const Entry *After(const Entry *entry) const { return At(entry->next); }
 
   private:
-    static constexpr std::size_t kPorts = 65536;
-    static constexpr std::size_t kChains = kPorts * 2;
-
     struct Chain {
-        const Entry *pFirst;
+        std::size_t first;
+        std::size_t last;
     };
 
-    Chain &ChainOf(uint16_t uPort, uint16_t uProtocol) {
-        return chains_.get()[uPort + (uProtocol == TAVO_PROTO_TCP ? 0 : kPorts)];
+    Chain &ChainAt(std::size_t place, unsigned int protocol) const {
+        return chains_.get()[2 * place + (protocol == TAVO_PROTO_TCP ? 0 : 1)];
     }
 
-    std::unique_ptr<Entry, FreeWith<std::free>> entries_;
+    const Entry *At(std::size_t number) const {
+        return number == 0 ? nullptr : &entries_[number - 1];
+    }
+
+    bool Append(Chain &chain, const Source *source) {
+        if (!entries_.Append({source, 0})) {
+            return false;
+        }
+        const std::size_t number = entries_.Count();
+        (chain.first == 0 ? chain.first : entries_[chain.last - 1].next) = number;
+        chain.last = number;
+        return true;
+    }
+
+    const AskedPorts *asked_ = nullptr;
+    unsigned int protocols_ = 0;
     std::unique_ptr<Chain, FreeWith<std::free>> chains_;
+    GrowingArray<Entry> entries_;
 };
 
 }  // namespace tavo

@@ -155,7 +155,7 @@ int Filter(const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol, TLIBCD
             continue;
         }
         if (TLIBCDListAppend(pFiltered, &record) != 0) {
-            return TAVO_SET_ERROR(kErrorNoMemory);
+            return TAVO_FAIL_ALLOC("pResult");
         }
         ++nMatches;
     }
@@ -174,7 +174,7 @@ int AppendNobody(TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
     }
     result->uPort = uPort;
     result->uProtocol = uProtocol;
-    return TLIBCDListAppend(pResultList, result.get()) == 0 ? 0 : TAVO_SET_ERROR(kErrorNoMemory);
+    return TLIBCDListAppend(pResultList, result.get()) == 0 ? 0 : TAVO_FAIL_ALLOC("pResult");
 }
 
 }  // namespace tavo

@@ -1,9 +1,9 @@
 // Small answers about ports and protocols: the protocol map and its accessors, tests of protocol
 // values, a port number out of a text, and the names of TCP states.
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 
+#include "model/port_text.h"
 #include "support/failure.h"
 #include "tavoserviceconf.h"
 
@@ -59,11 +59,9 @@ int IsLegalProtocol(int nProtocol) {
     return IsTCP(nProtocol) || IsUDP(nProtocol) || IsBothTCPAndUDP(nProtocol);
 }
 
-// As lenient as "%hu", which is kept: text behind the number is ignored, and a number that is too
-// large wraps.
 uint16_t ToUPort(const char *szPort) {
-    unsigned short nPort = 0;
-    if (szPort == nullptr || std::sscanf(szPort, "%hu", &nPort) != 1) {
+    uint16_t nPort = 0;
+    if (szPort == nullptr || !tavo::ScanPort(szPort, nPort)) {
         TAVO_LOG("Failed on parse port: %s", szPort != nullptr ? szPort : "(null)");
         return 0;
     }

@@ -19,6 +19,18 @@ constexpr char kCheckFailed[] = "Failed to TAVOConfPortConflictCheck";
 constexpr char kFetchFailed[] = "Failed to ServiceConfListFetch";
 constexpr char kNoPorts[] = "pPortList is undefined";
 
+// What a check logs when the settings cannot be read.
+inline Lines UnreadableSettingsLines() {
+    Lines lines;
+    for (const std::string key : {"syslogport", "smsport", "syslogport"}) {
+        lines.push_back("Failed to get " + key + " from /etc/tavoinfo.conf, errno=0x900");
+        lines.emplace_back("Failed on parse port: ");
+    }
+    lines.emplace_back("Failed to SysConfListFetch");
+    lines.emplace_back(kFetchFailed);
+    return lines;
+}
+
 inline Strings PortList(const Lines &ports) {
     TLIBCSzList *list = TLIBCSzListAlloc(1);
     for (const std::string &port : ports) {

@@ -17,6 +17,8 @@ using testing::IsEmpty;
 constexpr char kNoCollection[] =
     "Failed to alloc *ppsdCheckResultCollection, Out of memory.[0x0200]";
 
+constexpr char kNoConflictPort[] = "Failed to alloc pConflictPortList, Out of memory.[0x0200]";
+
 // ---- The ports in conflict ----
 
 class ConflictPorts : public LibraryTest {
@@ -90,6 +92,7 @@ TEST_F(ConflictPorts, StayListedWhenMemoryRunsOutForTheNext) {
     const Elements results = Findings(findings_);
     const Lines all = {"22", "443", "80", "65535"};
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
+        log_.Clear();
         TLIBCErrSetEx(0, nullptr, 0);
         const Strings ports = PortList({"22"});
         const int result = fail.During(
@@ -98,9 +101,9 @@ TEST_F(ConflictPorts, StayListedWhenMemoryRunsOutForTheNext) {
         EXPECT_EQ(result, listed == all ? 0 : -1);
         EXPECT_EQ(ErrorState(), listed == all ? "0x0 " : "0x200 port_check.h");
         EXPECT_EQ(listed, Lines(all.begin(), all.begin() + std::ssize(listed)));
+        EXPECT_EQ(Messages(), listed == all ? Lines{} : Lines{kNoConflictPort});
     });
     EXPECT_GE(allocations, 3);
-    EXPECT_THAT(Messages(), IsEmpty());
 }
 
 // ---- What a result list says of one port ----
@@ -220,9 +223,12 @@ TEST_F(ConfAnswer, SaysNoWhenAStepFails) {
     } kCases[] = {
         {"TAVOConfPortConflictResultListAlloc", 1, any, {kNoCollection}, "0x200 port_check.h"},
         {"TLIBCSzListAlloc", 1, any, {kNoCollection}, "0x200 port_check.h"},
-        {"ServiceConfListFetch", 1, any, {kFetchFailed, kCheckFailed}, "0x0 "},
         {"TAVOConfListConflictPorts", 1, any, {"Failed to TAVOConfListConflictPorts"}, "0x0 "},
-        {"TLIBCSzListPush", 1, any, {"Failed to TAVOConfListConflictPorts"}, "0x200 port_check.h"},
+        {"TLIBCSzListPush",
+         1,
+         any,
+         {kNoConflictPort, "Failed to TAVOConfListConflictPorts"},
+         "0x200 port_check.h"},
         {"TLIBCSzListAlloc", 1, one, {kNoCollection}, "0x200 port_check.h"},
         {"TLIBCSzListPush", 1, one, {kNoCollection}, "0x200 port_check.h"},
         {"TLIBCSzListAlloc", 1, range, {kNoCollection}, "0x200 port_check.h"},
@@ -236,6 +242,16 @@ TEST_F(ConfAnswer, SaysNoWhenAStepFails) {
         EXPECT_EQ(Messages(), lines) << function;
         EXPECT_EQ(ErrorState(), error) << function;
     }
+}
+
+TEST_F(ConfAnswer, SaysNoWhenItIsUnknownAndWhy) {
+    MakeUnreadable(kSettings);
+    const Strings ports = PortList({"80"});
+    EXPECT_EQ(TAVOConfIsConflictPorts(ports.get(), TAVO_PROTO_TCP), 0);
+    EXPECT_EQ(TLIBCErrGet(), 0x900U);
+    Lines lines = UnreadableSettingsLines();
+    lines.emplace_back(kCheckFailed);
+    EXPECT_EQ(Messages(), lines);
 }
 
 TEST_F(ConfAnswer, SaysNoWithoutMemoryAndWhy) {

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
+#include <syslog.h>
 
-#include <iterator>
+#include <algorithm>
 #include <random>
 #include <set>
 
@@ -10,9 +11,12 @@
 namespace tavo::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
+
+constexpr char kNoRecord[] = "Failed to alloc pResult, Out of memory.[0x0200]";
 
 class ConfCheck : public ConfCheckTest {
   protected:
@@ -120,17 +124,29 @@ TEST_F(ConfCheck, NeedsBothLists) {
     EXPECT_THAT(Describe<Result>(results.get()), ElementsAre("7 udp free"));
 }
 
-TEST_F(ConfCheck, FailsWithoutTheDeclaredPorts) {
-    const Failing failing("ServiceConfListFetch");
+TEST_F(ConfCheck, FailsWhereTheSettingsCannotBeRead) {
+    MakeUnreadable(kSettings);
     const Elements results = Findings({kBefore});
     EXPECT_EQ(TAVOConfPortConflictCheck(PortList({"80"}).get(), TAVO_PROTO_TCP, results.get()), -1);
-    EXPECT_THAT(Messages(), ElementsAre(kFetchFailed));
+    EXPECT_EQ(ErrorState(), "0x900 port_conflict_conf_check.cpp");
+    EXPECT_EQ(Messages(), UnreadableSettingsLines());
     EXPECT_THAT(Describe<Result>(results.get()), ElementsAre("7 udp free"));
+}
+
+TEST_F(ConfCheck, TakesSettingsThatAreNotThereForEmpty) {
+    std::filesystem::remove(kSettings);
+    EXPECT_THAT(Check({"514", "80"}, TAVO_PROTO_TCP),
+                ElementsAre("514 tcp free", "80 tcp web", "80 tcp proxy"));
+    EXPECT_EQ(Messages().size(), 6U);
+    Settings("");
+    log_.Clear();
+    EXPECT_THAT(Check({"514"}, TAVO_PROTO_TCP), ElementsAre("514 tcp free"));
+    EXPECT_EQ(Messages(), Lines(3, "Failed on parse port: "));
 }
 
 TEST_F(ConfCheck, KeepsWhatItAppendedBeforeAFailure) {
     const Strings ports = PortList({"80", "81"});
-    std::set<Lines> ends;  // the last two lines of each failure
+    std::set<Lines> lines;  // those of each failure
     std::set<int> kept;
     ForEachFailingAllocation([&](FailingAllocation &fail) {
         log_.Clear();
@@ -147,23 +163,31 @@ TEST_F(ConfCheck, KeepsWhatItAppendedBeforeAFailure) {
         EXPECT_EQ(result, -1);
         EXPECT_EQ(TLIBCErrGet(), 0x200U);
         kept.insert(count);
-        const Lines messages = Messages();
-        ends.emplace(messages.end() - std::min<std::ptrdiff_t>(2, std::ssize(messages)),
-                     messages.end());
+        lines.insert(Messages());
     });
     EXPECT_THAT(kept, ElementsAre(1, 2, 3));
-    const std::string no_list = "Failed to alloc pResultList, Out of memory.[0x0200]";
-    const std::string no_record = "Failed to alloc pResult, Out of memory.[0x0200]";
     const std::string no_copy = "Failed to allocate PTAVO_CONF_PORT_CONFLICT_RESULT";
+    const std::string filter = "Failed to filter result list";
     const std::string nobody = "Failed to append no conflict result";
-    EXPECT_THAT(ends, UnorderedElementsAre(ElementsAre(no_list, kFetchFailed),
-                                           ElementsAre("Failed to SysConfListFetch", kFetchFailed),
-                                           ElementsAre(kFetchFailed, kFetchFailed),
-                                           ElementsAre(no_record, kFetchFailed),
-                                           ElementsAre("Failed to filter result list"),
-                                           ElementsAre(no_copy, "Failed to filter result list"),
-                                           ElementsAre(nobody), ElementsAre(no_record, nobody),
-                                           ElementsAre(no_copy, nobody)));
+    EXPECT_THAT(lines,
+                UnorderedElementsAre(
+                    ElementsAre(filter), ElementsAre(kNoRecord, kFetchFailed, kFetchFailed),
+                    ElementsAre(kNoRecord, filter), ElementsAre(no_copy, kNoRecord, filter),
+                    ElementsAre(kNoRecord, nobody), ElementsAre(no_copy, kNoRecord, nobody)));
+}
+
+TEST_F(ConfCheck, SaysWhenMemoryRunsOutForAPortOfTheSystem) {
+    const Strings ports = PortList({"514"});
+    std::set<Lines> lines;
+    ForEachFailingAllocation([&](FailingAllocation &fail) {
+        log_.Clear();
+        const Elements results = NewResults();
+        fail.During(
+            [&] { return TAVOConfPortConflictCheck(ports.get(), TAVO_PROTO_TCP, results.get()); });
+        lines.insert(Messages());
+    });
+    EXPECT_THAT(lines,
+                Contains(ElementsAre(kNoRecord, "Failed to SysConfListFetch", kFetchFailed)));
 }
 
 TEST_F(ConfCheck, TakesAMillionPorts) {
@@ -178,14 +202,18 @@ TEST_F(ConfCheck, TakesAMillionPorts) {
     EXPECT_EQ(TLIBCDListCount(results.get()), kPorts);
 }
 
-// The check as it reads: a walk of what is declared for every port and protocol.
+// The check in the plain way: a list of every declared port, walked for every port and protocol.
 Elements CheckByWalking(const TLIBCSzList *ports, uint16_t protocol) {
     Elements results = NewResults();
     const Elements declared(ServiceConfListFetch());
     for (const std::string &text : Items(ports)) {
         const uint16_t port = ToUPort(text.c_str());
+        if (port == 0) {
+            syslog(LOG_ERR, "judge.cpp:1 Illegal port: %s", text.c_str());
+            continue;
+        }
         for (const auto one : std::initializer_list<uint16_t>{1, 2}) {
-            if (port != 0 && (protocol & one) != 0 &&
+            if ((protocol & one) != 0 &&
                 ConfResultListFilter(declared.get(), port, one, results.get()) == 0) {
                 ConfNotConflictResultAppend(results.get(), port, one);
             }
@@ -194,36 +222,70 @@ Elements CheckByWalking(const TLIBCSzList *ports, uint16_t protocol) {
     return results;
 }
 
-class AnyConfCheck : public DeclaredPortsTest {};
+// Asks random questions about random declarations; the check must answer as the plain way does,
+// record by record and line by line.
+class AnyConfCheck : public DeclaredPortsTest {
+  protected:
+    unsigned int Below(unsigned int limit) { return static_cast<unsigned int>(random_() % limit); }
 
-TEST_F(AnyConfCheck, FindsWhatAWalkForEveryPortFinds) {
-    std::mt19937 random(20);
-    const auto below = [&](unsigned int limit) {
-        return static_cast<unsigned int>(random() % limit);
-    };
-    const auto any_port = [&] { return std::to_string(below(40)); };
-    for (int round = 0; round < 200; ++round) {
+    std::string AnyPort() { return std::to_string(Below(40)); }
+
+    // A port, a range, and now and then a wide range, one that runs backwards, or none at all.
+    std::string AnyDeclaration() {
+        switch (Below(12)) {
+            case 0:
+                return Below(2) == 0 ? "0-65535" : AnyPort() + "-65535";
+            case 1:
+                return std::vector<std::string>{"x", "", "-1", "65577", "7-x"}[Below(5)];
+            case 2:
+            case 3:
+            case 4:
+                return AnyPort() + "-" + AnyPort();
+            default:
+                return AnyPort();
+        }
+    }
+
+    std::vector<OfferedService> AnyServices() {
         std::vector<OfferedService> services;
-        for (unsigned int i = below(8); i > 0; --i) {
-            OfferedService service = {"s" + std::to_string(i), below(5), {}};
-            for (unsigned int port = below(6); port > 0; --port) {
-                service.ports.push_back(any_port() + (below(3) == 0 ? "-" + any_port() : ""));
+        for (unsigned int i = Below(6); i > 0; --i) {
+            OfferedService service = {"s" + std::to_string(i), Below(5), {}};
+            for (unsigned int port = Below(5); port > 0; --port) {
+                service.ports.push_back(AnyDeclaration());
             }
             services.push_back(service);
         }
-        Settings("syslogport=" + any_port() + "\nsmsport=" + any_port() + "\n");
+        return services;
+    }
+
+    Lines AnyQuestion() {
+        static const Lines kOdd = {"x", "", "0", "65535", "65536", "-1", "080"};
         Lines asked;
-        for (unsigned int port = below(30); port > 0; --port) {
-            asked.push_back(below(20) == 0 ? "x" : any_port());
+        for (unsigned int port = Below(30); port > 0; --port) {
+            asked.push_back(Below(6) == 0 ? kOdd[Below(7)] : AnyPort());
         }
-        const auto protocol = static_cast<uint16_t>(1 + below(3));
-        const OfferedServices offered(services);
-        const Strings ports = PortList(asked);
+        return asked;
+    }
+
+  private:
+    std::mt19937 random_{20};
+};
+
+TEST_F(AnyConfCheck, AnswersAsTheWalkForEveryPortDoes) {
+    for (int round = 0; round < 200; ++round) {
+        const OfferedServices offered(AnyServices());
+        Settings((Below(4) == 0 ? "" : "syslogport=" + AnyPort() + "\n") + "smsport=" + AnyPort() +
+                 "\n");
+        const auto protocol = static_cast<uint16_t>(1 + Below(3));
+        const Strings ports = PortList(AnyQuestion());
+        log_.Clear();
         const Elements expected = CheckByWalking(ports.get(), protocol);
+        const Lines lines = Messages();
+        log_.Clear();
         const Elements results = NewResults();
         ASSERT_EQ(TAVOConfPortConflictCheck(ports.get(), protocol, results.get()), 0);
         ASSERT_EQ(Describe<Result>(results.get()), Describe<Result>(expected.get())) << round;
-        log_.Clear();
+        ASSERT_EQ(Messages(), lines) << round;
     }
 }
 

@@ -64,7 +64,7 @@ TEST_F(SystemPorts, AreZeroWhereTheSettingsLackThem) {
     EXPECT_THAT(Fetch(SysConfListFetch),
                 ElementsAre("0 tcp tavo-syslog", "0 tcp tavo-sms", "5005 tcp tavo-webdav",
                             "5006 tcp tavo-webdav-ssl", "0 udp tavo-syslog"));
-    EXPECT_THAT(Messages(), IsEmpty());
+    EXPECT_EQ(Messages(), Lines(3, "Failed on parse port: "));
     EXPECT_EQ(TLIBCErrGet(), 0U);
 }
 
@@ -75,8 +75,10 @@ TEST_F(SystemPorts, AreZeroWhereTheSettingsCannotBeRead) {
                                 "5006 tcp tavo-webdav-ssl", "0 udp tavo-syslog"));
         const std::string end = " from /etc/tavoinfo.conf, errno=" + code;
         EXPECT_THAT(Messages(),
-                    ElementsAre("Failed to get syslogport" + end, "Failed to get smsport" + end,
-                                "Failed to get syslogport" + end));
+                    ElementsAre("Failed to get syslogport" + end,
+                                "Failed on parse port: ", "Failed to get smsport" + end,
+                                "Failed on parse port: ", "Failed to get syslogport" + end,
+                                "Failed on parse port: "));
     };
     std::filesystem::remove(kSettings);
     expect_lines("0x700");

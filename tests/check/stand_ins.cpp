@@ -51,7 +51,6 @@ MAY_FAIL(nullptr, TLIBCDList *, TAVOConfPortConflictResultListAlloc, (void), ())
 MAY_FAIL(nullptr, PTAVO_CONF_PORT_CONFLICT_RESULT, TAVOConfPortConflictResultAlloc, (void), ())
 MAY_FAIL(nullptr, TLIBCDList *, SysConfListFetch, (void), ())
 MAY_FAIL(nullptr, TLIBCDList *, PkgConfListFetch, (void), ())
-MAY_FAIL(nullptr, TLIBCDList *, ServiceConfListFetch, (void), ())
 MAY_FAIL(-1, int, TAVOConfListConflictPorts,
          (const TLIBCDList *results, uint16_t protocol, TLIBCSzList *ports),
          (results, protocol, ports))

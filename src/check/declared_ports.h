@@ -1,0 +1,61 @@
+// The ports that are declared, by the system's own settings and by the firewall services, as they
+// are declared: a range is one entry.
+#ifndef TAVO_SRC_CHECK_DECLARED_PORTS_H
+#define TAVO_SRC_CHECK_DECLARED_PORTS_H
+
+#include <cstdint>
+
+#include "tavoserviceconf.h"
+
+namespace tavo {
+
+// What the system itself declares: the value of a key of the settings, or a port that is fixed.
+struct SystemPort {
+    const char *key;
+    const char *port;
+    uint16_t protocol;
+    const char *service;
+};
+
+inline constexpr SystemPort kSystemPorts[] = {
+    {"syslogport", nullptr, TAVO_PROTO_TCP, "tavo-syslog"},
+    {"smsport", nullptr, TAVO_PROTO_TCP, "tavo-sms"},
+    {nullptr, "5005", TAVO_PROTO_TCP, "tavo-webdav"},
+    {nullptr, "5006", TAVO_PROTO_TCP, "tavo-webdav-ssl"},
+    {"syslogport", nullptr, TAVO_PROTO_UDP, "tavo-syslog"},
+};
+
+// The port that a row stands for; 0 when its key is absent or cannot be read, which is logged. When
+// it is unknown whether the key is there, `fault` is set to the error code, unless it is set
+// already.
+uint16_t ReadSystemPort(const SystemPort &row, unsigned int &fault);
+
+// Only a service of exactly TCP counts for TCP; one that declares both is found under UDP alone,
+// which is kept.
+inline uint16_t DeclaredProtocol(const TAVO_FW_SERVICE &service) {
+    return service.nDstProtocol == TAVO_PROTO_TCP ? TAVO_PROTO_TCP : TAVO_PROTO_UDP;
+}
+
+// Reads a port string of a service, such as "80" or "8000-8002". False, which is logged, when it
+// declares no port.
+bool ReadPortString(const char *text, const char *service, uint16_t &first, uint16_t &last);
+
+// Calls take(first, last) for each port string of the service that declares any, in their order,
+// until it answers false, which then is the answer.
+template <typename Take>
+bool ForEachDeclaredRange(const TAVO_FW_SERVICE &service, Take take) {
+    const int strings = TLIBCSzListCount(service.pDstPortList);
+    for (int i = 0; i < strings; ++i) {
+        uint16_t first = 0;
+        uint16_t last = 0;
+        if (ReadPortString(TLIBCSzListGet(service.pDstPortList, i), service.szName, first, last) &&
+            !take(first, last)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace tavo
+
+#endif
