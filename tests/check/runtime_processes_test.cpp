@@ -254,6 +254,33 @@ TEST_F(LiveSockets, AreReadAsInThePlainWayWhateverTheyAre) {
     }
 }
 
+TEST_F(LiveSockets, NeverReadAsFreeWithoutMemory) {
+    const HeldSocket tcp(AF_INET, SOCK_STREAM, 7000);
+    const HeldSocket tcp6(AF_INET6, SOCK_STREAM, 7001);
+    const HeldSocket udp(AF_INET, SOCK_DGRAM, 7002);
+    const HeldSocket udp6(AF_INET6, SOCK_DGRAM, 7003);
+    const OwnedStrings ports = Ports({"7000", "7001", "7002", "7003"});
+    int failures = 0;
+    ForEachFailingAllocation([&](FailingAllocation &fail) {
+        TLIBCErrSetEx(0, nullptr, 0);
+        const Elements results(TAVORuntimePortConflictResultListAlloc());
+        const int result = fail.During([&] {
+            return TAVORuntimePortConflictCheck(ports.get(), TAVO_PROTO_BOTH, results.get());
+        });
+        if (result == -1) {
+            EXPECT_EQ(TLIBCErrGet(), 0x200u);
+            ++failures;
+            return;
+        }
+        EXPECT_THAT(Results(results.get()),
+                    ElementsAre(StartsWith("7000 tcp " + self_ + " in state 10"), "7000 udp free",
+                                StartsWith("7001 tcp " + self_ + " in state 10"), "7001 udp free",
+                                "7002 tcp free", StartsWith("7002 udp " + self_ + " in state 7"),
+                                "7003 tcp free", StartsWith("7003 udp " + self_ + " in state 7")));
+    });
+    EXPECT_GT(failures, 50);
+}
+
 class LiveProcesses : public LiveTest {
   protected:
     // A copy of a program that waits, under another name.
