@@ -450,10 +450,13 @@ TAVO_API TLIBCDList *TAVOConfPortConflictResultListCopy(const TLIBCDList *pList)
 /* For each port of pPortList, in decimal, and each protocol of uProtocol (flag word, 1 to 3), TCP
  * first, appends to pResultList a record for everyone who declares it, else one record with
  * blConflict 0. A port that is 0 or no number is logged and passed over; one above 65535 wraps (see
- * ToUPort). A service that declares both protocols counts for UDP only, and one that
- * TAVOFwServiceEnum leaves out, since its ports are bad or cannot be told, declares nothing. Reads
- * /etc/tavoinfo.conf and what TAVOFwServiceEnum reads. Fails with 0xD00 for another protocol word
- * or a NULL argument, 0x200 out of memory; what was appended before a failure stays. */
+ * ToUPort). A service that declares both protocols counts for UDP only, and one whose ports are
+ * invalid, so that TAVOFwServiceEnum leaves it out, declares nothing. What is left out because it
+ * could not be read may declare any port, and the check fails. Reads /etc/tavoinfo.conf, where an
+ * absent file or key declares nothing, and what TAVOFwServiceEnum reads. Fails with 0xD00 for
+ * another protocol word or a NULL argument, 0x200 out of memory, 0x900 when a file cannot be read
+ * and 0x2A00 when a folder cannot be listed; what was appended before a failure stays. A declared
+ * range takes memory and time for those of its ports that are asked for. */
 TAVO_API int TAVOConfPortConflictCheck(const TLIBCSzList *pPortList, uint16_t uProtocol,
                                        TLIBCDList *pResultList);
 
@@ -475,7 +478,8 @@ TAVO_API int TAVOConfVerifyConflictPort(const TLIBCDList *pResultList, uint16_t 
                                         uint16_t uProtocol);
 
 /* 1 when a port of the list is declared for a protocol of uProtocol, else 0. Also 0 on every
- * failure, which this function cannot tell from a free port; TAVOConfPortConflictCheck can. */
+ * failure, such as a service file that cannot be read: 0 does not mean that the port is free. Ask
+ * TAVOConfPortConflictCheck, which returns -1 then, where that matters. */
 TAVO_API int TAVOConfIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol);
 
 /* The same for one port. */
@@ -525,12 +529,14 @@ TAVO_API TLIBCDList *TAVORuntimePortConflictResultListCopy(const TLIBCDList *pLi
 /* For each port of pPortList, in decimal, and each protocol of uProtocol (flag word, 1 to 3), TCP
  * first, appends to pResultList a record for every process and state that holds it, else one record
  * with blConflict 0. Every socket counts, over IPv4 and IPv6 and whatever its state and address,
- * unless no process that can be looked at holds it: without the rights to look at the processes of
- * others their ports read as free. All ports are compared with one look at the system. A port that
- * is 0 or no number is logged and passed over; one above 65535 wraps. Reads /proc/net/tcp, tcp6,
- * udp and udp6, and /proc/PID/fd and /proc/PID/exe of every process. Fails with 0xD00 for another
- * protocol word or a NULL argument, 0x700 for a missing table of sockets, 0x900 for one that cannot
- * be read, 0x200 out of memory; what was appended before a failure stays. */
+ * unless no process that the caller may look at holds it: without permission to look at the
+ * processes of others their ports read as free. All ports are compared with one look at the system.
+ * A port that is 0 or no number is logged and passed over; one above 65535 wraps. Reads
+ * /proc/net/tcp, tcp6, udp and udp6, and /proc/PID/fd and /proc/PID/exe of every process. Fails
+ * with 0xD00 for another protocol word or a NULL argument, 0x700 for a missing table of sockets,
+ * 0x900 for one that cannot be read, or when /proc or a process cannot be read for another reason
+ * than a missing permission or the end of the process, 0x200 out of memory; what was appended
+ * before a failure stays. */
 TAVO_API int TAVORuntimePortConflictCheck(const TLIBCSzList *pPortList, uint16_t uProtocol,
                                           TLIBCDList *pResultList);
 
@@ -550,9 +556,9 @@ TAVO_API int TAVORuntimeVerifyConflictPort(const TLIBCDList *pResultList, uint16
                                            uint16_t uProtocol);
 
 /* 1 when a port of the list is held for a protocol of uProtocol, else 0. Also 0 on every failure,
- * which this function cannot tell from a free port; TAVORuntimePortConflictCheck, whose files it
- * reads, can. With 1 it writes the ports to standard error, one a line, behind a line
- * "pConflictPortList:". */
+ * such as a process that cannot be read: 0 does not mean that the port is free. Ask
+ * TAVORuntimePortConflictCheck, which returns -1 then, where that matters. With 1 it writes the
+ * ports to standard error, one a line, after a line "pConflictPortList:". */
 TAVO_API int TAVORuntimeIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol);
 
 /* The same for one port. */
@@ -822,13 +828,14 @@ TAVO_API int TLIBServiceProtoIndexGet(int nIndex, int *pnProto);
  * size below 1 or a row that is not there; 0xBF00 when name and terminator do not fit. */
 TAVO_API int TLIBServiceProtoStrGet(int nIndex, char *szBuf, int cbBuf);
 
-/* What the configuration check compares with: result lists in which every record has blConflict 1,
- * a record for each port and declaring service. NULL when out of memory; SysConfListFetch gives the
- * system's own five (keys syslogport and smsport of /etc/tavoinfo.conf, port 0 where they cannot be
- * read, and 5005 and 5006), PkgConfListFetch those of the firewall services that TAVOFwServiceEnum
- * lists, in their order, ServiceConfListFetch the first and then the second. Free with
- * TAVOConfPortConflictResultListFree.
- */
+/* Every port that is declared: result lists in which every record has blConflict 1, a record for
+ * each port and declaring service, also for each port of a range. SysConfListFetch gives the
+ * system's own five (keys syslogport and smsport of /etc/tavoinfo.conf, and 5005 and 5006; port 0,
+ * which is logged, for a key that is absent or cannot be read), PkgConfListFetch those of the
+ * firewall services that TAVOFwServiceEnum lists, in their order, ServiceConfListFetch the first
+ * and then the second. NULL when out of memory for the list. What cannot be read is not in it:
+ * TAVOConfPortConflictCheck, which fails then, compares with the same ports. Free with
+ * TAVOConfPortConflictResultListFree. */
 TAVO_API TLIBCDList *SysConfListFetch(void);
 TAVO_API TLIBCDList *PkgConfListFetch(void);
 TAVO_API TLIBCDList *ServiceConfListFetch(void);
@@ -878,18 +885,22 @@ TAVO_API int ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol,
 TAVO_API TLIBCDList *RawSocketInfoListFetch(uint16_t uProtocol);
 
 /* A new list of the process numbers, in the order in which their texts sort; empty when /proc
- * cannot be listed; NULL when out of memory (0x200). Free with TLIBCSzListFree. */
+ * cannot be listed; NULL when out of memory (0x200), which for a single number is logged and leaves
+ * it out. Free with TLIBCSzListFree. */
 TAVO_API TLIBCSzList *FetchPidList(void);
 
 /* Enters the sockets that a process holds into a table: the key is the socket's inode, the value
- * the processes that hold it, each with a comma behind, the one entered last in front; one that
+ * the processes that hold it, each with a comma after it, the one entered last in front; one that
  * holds it twice is there twice. szPid is the process's number in decimal, as FetchPidList gives
- * it. A process that cannot be looked at enters nothing. Reads /proc/PID/fd. Sets 0xD00 for NULL,
- * 0x200 when out of memory; what was entered before stays. */
+ * it. A process that is gone, or that the caller has no permission to look at, enters nothing.
+ * Reads /proc/PID/fd. Sets 0xD00 for NULL, 0x200 when out of memory, 0x900 when the process cannot
+ * be read for another reason; what was entered before stays. */
 TAVO_API void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid);
 
 /* A new table of the sockets that the processes of FetchPidList hold; NULL when out of memory
- * (0x200), also when that concerns a single process or socket only. Free with TLIBCSzHashFree. */
+ * (0x200) or when /proc or a process cannot be read (0x900), also when that concerns a single
+ * process or socket only. A process that is gone, or that the caller has no permission to look at,
+ * is left out. Free with TLIBCSzHashFree. */
 TAVO_API TLIBCSzHash *InodeToPidsTableFetch(void);
 
 /* A new list of the processes that such a table names for an inode, empty when there are none; NULL
@@ -906,9 +917,9 @@ TAVO_API int ContainRuntimeResult(const TLIBCDList *pResultList,
                                   const TAVO_RUNTIME_PORT_CONFLICT_RESULT *pResult);
 
 /* What the runtime check compares with: a new result list with a record for every port, process and
- * state, all with blConflict 1, in the order of RawSocketInfoListFetch. NULL on failure: 0x700 for
- * a missing table of sockets, 0x900 for one that cannot be read, 0x200 out of memory. Reads what
- * TAVORuntimePortConflictCheck reads. Free with TAVORuntimePortConflictResultListFree. */
+ * state, all with blConflict 1, in the order of RawSocketInfoListFetch. NULL on failure, as
+ * TAVORuntimePortConflictCheck, which reads the same: 0x700, 0x900 or 0x200. szProgram is NULL
+ * where the program cannot be read. Free with TAVORuntimePortConflictResultListFree. */
 TAVO_API TLIBCDList *RuntimeServiceListFetch(void);
 
 /* As ConfResultListFilter and ConfNotConflictResultAppend, of the runtime check. */
