@@ -254,7 +254,8 @@ TEST_F(WhyCommand, TakesNoPortFromASettingThatIsNone) {
         json({"setting"}));
     EXPECT_EQ(ServiceTool({"ports", "--declared"}).status, 3);
     EXPECT_THAT(ServiceTool({"why", "-v", "8080/tcp"}).err,
-                StartsWith(kSettings + ":1:9: error: \"4464x\""));
+                HasSubstr("Failed on parse port: \n" + kSettings + ":1:9: error: \"4464x\""))
+        << "after the log lines about the key that is absent";
     WriteFile(kSettings, "WebDavPort=x\nsmsport=y\n");
     EXPECT_EQ(
         json::parse(ServiceTool({"why", "--json", "8080/tcp"}).out)["results"][0]["failed_sources"],
