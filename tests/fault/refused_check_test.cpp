@@ -112,6 +112,15 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
         }
     }
 
+    void ExpectTakenOrUnknownWithoutDescriptors() const {
+        for (const SystemCall &call : Calls()) {
+            if (call.name == "openat") {
+                SCOPED_TRACE("from " + call.line);
+                ExpectTakenOrUnknown(Ask(Injection(call, "error=EMFILE", "+")));
+            }
+        }
+    }
+
     Texts program_;
 };
 
@@ -170,6 +179,9 @@ TEST_P(RefusedRuntimeCheck, NeverTakesAHeldPortForFree) {
     EXPECT_GT(unknown, 10);
 }
 
+class ExhaustedConfCheck : public RefusedConfCheck {};
+class ExhaustedRuntimeCheck : public RefusedRuntimeCheck {};
+
 // For any reason but a missing permission.
 class UnreadProcess : public RefusedRuntimeCheck {};
 
@@ -216,6 +228,15 @@ TEST_P(RefusedRuntimeCheck, AsksAgainForAProgramThatCouldNotBeRead) {
         unnamed += taker.find(" /") == std::string::npos ? 1 : 0;
     }
     EXPECT_EQ(unnamed, may_not ? 4 : 1);
+}
+
+// From some moment on no file can be opened.
+TEST_F(ExhaustedConfCheck, NeverTakesADeclaredPortForFree) {
+    ExpectTakenOrUnknownWithoutDescriptors();
+}
+
+TEST_F(ExhaustedRuntimeCheck, NeverTakesAHeldPortForFree) {
+    ExpectTakenOrUnknownWithoutDescriptors();
 }
 
 constexpr const char *kErrors[] = {"ENOMEM", "ENOSPC", "EIO", "EMFILE", "EINTR", "EACCES"};
