@@ -21,6 +21,13 @@ class Descriptor {
     int Get() const { return nDescriptor_; }
     bool IsOpen() const { return nDescriptor_ >= 0; }
 
+    // Hands the descriptor over to the caller.
+    int Release() {
+        const int nDescriptor = nDescriptor_;
+        nDescriptor_ = -1;
+        return nDescriptor;
+    }
+
   private:
     int nDescriptor_;
 };

@@ -1,0 +1,217 @@
+// The locks are taken with flock on files that are never removed. A table says which of them this
+// process holds, since flock alone knows neither threads nor that a holder may lock twice.
+#include "lifecycle/store_lock.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+
+#include "lifecycle/pause.h"
+#include "support/descriptor.h"
+#include "support/service_directory.h"
+
+namespace tavo {
+namespace {
+
+constexpr char kLockFolder[] = "/run/tavoserviceconf";
+constexpr std::size_t kLockFolderLength = sizeof(kLockFolder) - 1;
+
+// By StoreId.
+constexpr const char *kLockFiles[kStoreCount] = {
+    "/run/tavoserviceconf/system-services.lock",
+    "/run/tavoserviceconf/package-services.lock",
+    "/run/tavoserviceconf/firewall-rules.lock",
+    "/run/tavoserviceconf/forwarding-rules.lock",
+};
+
+// ---- Lock files ----
+
+enum class Attempt { kLocked, kBusy, kFailed };
+
+bool IsOwn(const struct stat &status) {
+    return status.st_uid == geteuid();
+}
+
+// The folder is made when it is missing: /run is empty after each start of the appliance. One of
+// another user is not trusted, since its owner could take the lock files away.
+Descriptor OpenLockFolder() {
+    mkdir(kLockFolder, S_IRWXU);
+    Descriptor folder(open(kLockFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status;
+    const bool usable = folder.IsOpen() && fstat(folder.Get(), &status) == 0 && IsOwn(status) &&
+                        ((status.st_mode & 07777) == S_IRWXU || fchmod(folder.Get(), S_IRWXU) == 0);
+    return usable ? Descriptor(folder.Release()) : Descriptor(-1);
+}
+
+// Whether the name still leads to the file that was locked, and not to one that somebody made after
+// the folder had been cleared.
+bool IsCurrent(int folder, const char *name, int descriptor) {
+    struct stat locked;
+    struct stat current;
+    return fstat(descriptor, &locked) == 0 &&
+           fstatat(folder, name, &current, AT_SYMLINK_NOFOLLOW) == 0 &&
+           locked.st_ino == current.st_ino && locked.st_dev == current.st_dev;
+}
+
+Attempt TryLockFile(const char *path, int &locked) {
+    const Descriptor folder = OpenLockFolder();
+    if (!folder.IsOpen()) {
+        return Attempt::kFailed;
+    }
+    const char *name = path + kLockFolderLength + 1;
+    Descriptor file(
+        openat(folder.Get(), name, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file.IsOpen()) {
+        return Attempt::kFailed;
+    }
+    if (flock(file.Get(), LOCK_EX | LOCK_NB) < 0) {
+        return errno == EWOULDBLOCK || errno == EINTR ? Attempt::kBusy : Attempt::kFailed;
+    }
+    if (!IsCurrent(folder.Get(), name, file.Get())) {
+        return Attempt::kBusy;
+    }
+    locked = file.Release();
+    return Attempt::kLocked;
+}
+
+// ---- What this process holds ----
+
+struct Held {
+    int descriptor = -1;
+    pthread_t owner = {};
+    int depth = 0;            // locks of the owner, one in the other
+    bool undo = false;        // a backup waits for its restore or deletion
+    bool unrestored = false;  // the last restore failed
+
+    bool IsFree() const { return depth == 0 && !undo; }
+    bool IsOwn() const { return !IsFree() && pthread_equal(owner, pthread_self()) != 0; }
+
+    void UnlockWhenFree() {
+        if (IsFree() && descriptor >= 0) {
+            // Closing it would not do: a child that was started meanwhile may hold it open as well.
+            flock(descriptor, LOCK_UN);
+            close(descriptor);
+            descriptor = -1;
+        }
+    }
+};
+
+std::mutex g_mutex;
+Held g_held[kStoreCount];
+
+// A child inherits neither the locks nor the side copies, which bear the process id of the parent.
+// It closes the lock files without unlocking them, so that they stay the parent's alone.
+void ForgetInChild() {
+    for (Held &held : g_held) {
+        if (held.descriptor >= 0) {
+            close(held.descriptor);
+        }
+        held = {};
+    }
+    g_mutex.unlock();
+}
+
+[[maybe_unused]] const int g_fork_handlers =
+    pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, ForgetInChild);
+
+Attempt TryTake(int store, LockPurpose purpose) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    Held &held = g_held[store];
+    const bool takes_over = purpose == LockPurpose::kUndo && held.undo && held.depth == 0;
+    if (held.IsOwn() || takes_over) {
+        held.owner = pthread_self();
+        ++held.depth;
+        return Attempt::kLocked;
+    }
+    if (!held.IsFree()) {
+        return Attempt::kBusy;
+    }
+    const Attempt attempt = TryLockFile(kLockFiles[store], held.descriptor);
+    if (attempt == Attempt::kLocked) {
+        held.owner = pthread_self();
+        held.depth = 1;
+    }
+    return attempt;
+}
+
+bool Take(int store, LockPurpose purpose) {
+    for (Pauses pauses(kChangeWait);;) {
+        const Attempt attempt = TryTake(store, purpose);
+        if (attempt != Attempt::kBusy) {
+            return attempt == Attempt::kLocked;
+        }
+        if (!pauses.Next()) {
+            return false;
+        }
+    }
+}
+
+template <typename Change>
+void ForEach(StoreSet stores, Change change) {
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    for (int store = 0; store < kStoreCount; ++store) {
+        if ((stores & SetOf(static_cast<StoreId>(store))) != 0) {
+            change(g_held[store]);
+        }
+    }
+}
+
+}  // namespace
+
+StoreSet StoreOfDirectory(const char *directory) {
+    return SetOf(std::strcmp(directory, kSystemServiceDirectory) == 0 ? StoreId::kSystemServices
+                                                                      : StoreId::kPackageServices);
+}
+
+StoreLock::StoreLock(StoreSet stores, LockPurpose purpose) {
+    for (int store = 0; store < kStoreCount; ++store) {
+        const StoreSet one = SetOf(static_cast<StoreId>(store));
+        if ((stores & one) == 0) {
+            continue;
+        }
+        if (!Take(store, purpose)) {
+            missing_ = kLockFiles[store];
+            Release();
+            return;
+        }
+        taken_ |= one;
+    }
+}
+
+StoreLock::~StoreLock() {
+    Release();
+}
+
+void StoreLock::Release() {
+    ForEach(taken_, [](Held &held) {
+        --held.depth;
+        held.UnlockWhenFree();
+    });
+    taken_ = 0;
+}
+
+void StoreLock::KeepForUndo() {
+    ForEach(taken_, [](Held &held) { held.undo = true; });
+}
+
+void StoreLock::EndUndo() {
+    ForEach(taken_, [](Held &held) { held.undo = false; });
+}
+
+bool IsUnrestored(StoreId store) {
+    bool unrestored = false;
+    ForEach(SetOf(store), [&](Held &held) { unrestored = held.unrestored; });
+    return unrestored;
+}
+
+void SetUnrestored(StoreId store, bool unrestored) {
+    ForEach(SetOf(store), [&](Held &held) { held.unrestored = unrestored; });
+}
+
+}  // namespace tavo
