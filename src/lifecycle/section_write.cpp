@@ -36,6 +36,9 @@ int MakeBackup(const Target &target, TemporaryCopy &backup) {
     char szBackup[kPathSize];
     PrintText(szBackup, "/tmp/%s", target.FileName());
     if (backup.Make(target.Path(), szBackup) != 0) {
+        if (backup.MetFolder()) {
+            TAVO_LOG("Folder %s has the name of a copy and is not empty", szBackup);
+        }
         return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", target.Path(), szBackup);
     }
     return 0;

@@ -3,6 +3,7 @@
 //
 // The value goes without the quotes that TLIBServiceConfSectionSet puts around it; both read alike.
 #include "lifecycle/section_write.h"
+#include "lifecycle/store_lock.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/held_file.h"
@@ -15,7 +16,11 @@ int CheckSection(const tavo::Target &target) {
     if (keys == nullptr) {
         return TAVO_LOG("Failed to alloc memory");
     }
-    if (TLIBCFileExist(target.Path()) == 0) {
+    const int nFound = tavo::LookForFile(target.Path());
+    if (nFound < 0) {
+        return -1;
+    }
+    if (nFound == 0) {
         return TAVO_LOG_STATE("Configure file (%s) does not exist!", target.Path());
     }
     TLIBCSzHash *pKeys = keys.get();
@@ -29,11 +34,17 @@ int CheckSection(const tavo::Target &target) {
 int WritePorts(const tavo::SetParam &param, const char *szKey, const tavo::PortText &ports,
                tavo::TemporaryCopy &backup) {
     const tavo::Target target(param);
+    const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
+    if (!lock.IsHeld()) {
+        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s",
+                               lock.Missing(), target.Path());
+    }
     if (CheckSection(target) < 0 || tavo::MakeBackup(target, backup) < 0 ||
         TLIBCFileSetSectionValue(target.Path(), target.Section(), szKey, ports.szValue) < 0) {
         return -1;
     }
     tavo::TellRouter(param, backup, target.Path());
+    backup.Unlock();
     return 0;
 }
 

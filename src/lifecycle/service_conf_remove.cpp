@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "lifecycle/set_param.h"
+#include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
@@ -25,6 +26,31 @@ int MakeBackup(const tavo::Target &target, tavo::TemporaryCopy &backup) {
     if (backup.Make(target.Path(), szBackup) == -1) {
         return TAVO_LOG("Failed to do command [cp]");
     }
+    if (backup.MetFolder()) {
+        TAVO_LOG("Folder %s has the name of a copy and is not empty", szBackup);
+    }
+    return 0;
+}
+
+int RemoveFile(const tavo::Target &target, tavo::TemporaryCopy &backup) {
+    const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
+    if (!lock.IsHeld()) {
+        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to remove %s",
+                               lock.Missing(), target.Path());
+    }
+    const int nFound = tavo::LookForFile(target.Path());
+    if (nFound < 0) {
+        return -1;
+    }
+    if (nFound == 0) {
+        return TAVO_SET_ERROR(tavo::kErrorNoFile);
+    }
+    if (MakeBackup(target, backup) < 0) {
+        return -1;
+    }
+    if (unlink(target.Path()) < 0) {
+        return TAVO_LOG_STATE("remove file %s fail!", target.Path());
+    }
     return 0;
 }
 
@@ -44,16 +70,9 @@ int TAVOServiceConfRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     if (!tavo::AllowsRemove(pParam)) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    const tavo::Target target(*pParam);
-    if (TLIBCFileExist(target.Path()) == 0) {
-        return TAVO_SET_ERROR(tavo::kErrorNoFile);
-    }
     tavo::TemporaryCopy backup;
-    if (MakeBackup(target, backup) < 0) {
+    if (RemoveFile(tavo::Target(*pParam), backup) < 0) {
         return -1;
-    }
-    if (unlink(target.Path()) < 0) {
-        return TAVO_LOG_STATE("remove file %s fail!", target.Path());
     }
     const auto notify = Notification(pParam->nCheckFlags, backup);
     if (TLIBServiceConfRemoveServNotify(&notify) < 0) {

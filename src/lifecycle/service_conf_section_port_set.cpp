@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "lifecycle/set_param.h"
+#include "lifecycle/store_lock.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/held_file.h"
@@ -91,6 +92,16 @@ int PrintProtocols(uint32_t nProtocol, GrowingText &text) {
     return 0;
 }
 
+int WriteValue(const char *szPath, const char *szDirectory, const char *szSection,
+               const char *szKey, const char *szValue) {
+    const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
+    if (!lock.IsHeld()) {
+        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s",
+                               lock.Missing(), szPath);
+    }
+    return TLIBCFileSetSectionValue(szPath, szSection, szKey, szValue);
+}
+
 // That the name is taken in the very directory that the file lies in proves that the file is there.
 int CheckFile(const char *szPath, const char *szDirectory) {
     if (TAVOServiceConfFileVerify(szPath, szDirectory) < 0 &&
@@ -117,8 +128,8 @@ int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName, const c
     GrowingText value;
     if (CheckFile(szPath, szDirectory) < 0 || PrintPorts(pPortList, value) < 0 ||
         PrintProtocols(pPortList->nProtocol, value) < 0 ||
-        TLIBCFileSetSectionValue(szPath, szSectionName, tavo::PortsKey(pPortList->nDirection),
-                                 value.Get()) < 0) {
+        WriteValue(szPath, szDirectory, szSectionName, tavo::PortsKey(pPortList->nDirection),
+                   value.Get()) < 0) {
         return -1;
     }
     return TAVOFwRuleHupWrap() < 0 ? -1 : 0;

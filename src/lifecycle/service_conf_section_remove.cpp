@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "lifecycle/set_param.h"
+#include "lifecycle/side_copy.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/held_file.h"
@@ -61,7 +62,11 @@ int RemoveSection(const tavo::Target &target) {
     if (names == nullptr) {
         return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc");
     }
-    if (TLIBCFileExist(target.Path()) == 0) {
+    const int nFound = tavo::LookForFile(target.Path());
+    if (nFound < 0) {
+        return -1;
+    }
+    if (nFound == 0) {
         TAVO_LOG_STATE("Configure file (%s) does not exist!", target.Path());
         return 0;
     }
@@ -73,11 +78,10 @@ int RemoveSection(const tavo::Target &target) {
 
 // ---- The transaction ----
 
-int Restore(const tavo::SetParam &param) {
+void Restore(const tavo::SetParam &param) {
     if (TLIBServiceConfRestore(&param) < 0) {
         TAVO_LOG_STATE("Restore configure fail!");
     }
-    return -1;
 }
 
 int Restart(const tavo::SetParam &param) {
@@ -98,6 +102,36 @@ int ChangeStores(const tavo::SetParam &param, const tavo::Target &target) {
     return 0;
 }
 
+enum class Outcome { kRemoved, kRolledBack, kRestartFailed };
+
+// The restart is part of it: the stores stay locked until it is known that they need not be put
+// back.
+Outcome MakeTransaction(const tavo::SetParam &param, const tavo::Target &target) {
+    const tavo::StoreLock lock(tavo::ChosenOf(tavo::StoresOf(param)) |
+                               tavo::StoreOfDirectory(target.Directory()));
+    if (!lock.IsHeld()) {
+        TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s", lock.Missing(),
+                        target.Path());
+        return Outcome::kRolledBack;
+    }
+    if (TLIBServiceConfBackup(&param) < 0) {
+        TAVO_LOG_STATE("Backup configure fail!");
+        return Outcome::kRolledBack;
+    }
+    if (ChangeStores(param, target) < 0) {
+        Restore(param);
+        return Outcome::kRolledBack;
+    }
+    if (param.nRestartMode == TAVO_RESTART_MODE_RESTART && Restart(param) < 0) {
+        Restore(param);
+        return Outcome::kRestartFailed;
+    }
+    if (TLIBServiceBackupConfDelete(&param) < 0) {
+        TAVO_LOG_STATE("Delete tmp configure fail!");
+    }
+    return Outcome::kRemoved;
+}
+
 }  // namespace
 
 int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
@@ -105,20 +139,10 @@ int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     if (!tavo::AllowsRemove(pParam) || tavo::FieldText(pParam->szSectionName).empty()) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    if (TLIBServiceConfBackup(pParam) < 0) {
-        return TAVO_LOG_STATE("Backup configure fail!");
-    }
-    if (ChangeStores(*pParam, tavo::Target(*pParam)) < 0) {
-        return Restore(*pParam);
-    }
-    if (pParam->nRestartMode == TAVO_RESTART_MODE_RESTART && Restart(*pParam) < 0) {
-        Restore(*pParam);
+    const Outcome outcome = MakeTransaction(*pParam, tavo::Target(*pParam));
+    if (outcome == Outcome::kRestartFailed) {
         // The services run on what was restored; nothing more can be done when they do not.
         Restart(*pParam);
-        return -1;
     }
-    if (TLIBServiceBackupConfDelete(pParam) < 0) {
-        TAVO_LOG_STATE("Delete tmp configure fail!");
-    }
-    return 0;
+    return outcome == Outcome::kRemoved ? 0 : -1;
 }

@@ -9,8 +9,9 @@
 #include <cstring>
 
 #include "config_lines.h"
-#include "lifecycle/programs.h"
+#include "lifecycle/make_folder.h"
 #include "lifecycle/section_write.h"
+#include "lifecycle/store_lock.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/held_file.h"
@@ -40,8 +41,7 @@ class NewFile {
     NewFile &operator=(const NewFile &) = delete;
 
     int Make(const tavo::Target &target) {
-        if (TLIBCExec(tavo::kMakeDirectoryProgram, "-p", target.Directory(), nullptr, nullptr) !=
-            0) {
+        if (tavo::MakeFolder(target.Directory()) != 0) {
             return TAVO_LOG("/bin/mkdir -p %s failed.(errno:%d/%s)", target.Directory(), errno,
                             std::strerror(errno));
         }
@@ -119,14 +119,14 @@ int SetKeys(TLIBCSzHash *pKeys, const TAVO_SERVICE_CONF_SECTION &section,
 
 // ---- The file ----
 
-// The caller is not told when this fails, and has never been.
+// The result of the change does not say that this failed, and never has; the log does.
 void StoreSection(const char *szPath, const TAVO_SERVICE_CONF_SECTION &section,
                   const TLIBCSzHash *pKeys, bool present) {
     const tavo::FieldString name(section.szName);
-    if (present) {
-        TLIBCFileSetSection(szPath, name.Get(), nullptr, pKeys, 0);
-    } else {
-        TLIBCFileAddSection(szPath, name.Get(), pKeys, 0);
+    const int nResult = present ? TLIBCFileSetSection(szPath, name.Get(), nullptr, pKeys, 0)
+                                : TLIBCFileAddSection(szPath, name.Get(), pKeys, 0);
+    if (nResult < 0) {
+        TAVO_LOG_STATE("Failed to write section (%s) to %s", name.Get(), szPath);
     }
 }
 
@@ -140,8 +140,14 @@ int WriteSection(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &s
         return TAVO_LOG("Failed to alloc memory");
     }
     const tavo::Target target(param);
+    const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
+    if (!lock.IsHeld()) {
+        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s",
+                               lock.Missing(), target.Path());
+    }
     NewFile made;
-    if (TLIBCFileExist(target.Path()) == 0 && made.Make(target) < 0) {
+    const int nFound = tavo::LookForFile(target.Path());
+    if (nFound < 0 || (nFound == 0 && made.Make(target) < 0)) {
         return -1;
     }
     TLIBCSzHash *pKeys = keys.get();
@@ -157,6 +163,7 @@ int WriteSection(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &s
         StoreSection(target.Path(), section, pKeys, nKeys > 0);
     }
     tavo::TellRouter(param, backup, target.Path());
+    backup.Unlock();
     made.Keep();
     return 0;
 }

@@ -14,6 +14,7 @@
 #include "support/descriptor.h"
 #include "support/failure.h"
 #include "support/owners.h"
+#include "support/presence.h"
 #include "support/text.h"
 #include "tavocsystemd.h"
 #include "tavopluginsdk.h"
@@ -222,7 +223,8 @@ int PluginArgSetFileContent(struct TLIBPluginHandle *pHandle, const char *szKey,
     if (szPath == nullptr) {
         return -1;
     }
-    const tavo::OwnedText text = TLIBCFileExist(szPath) == 0 ? EmptyText() : ReadFile(szPath);
+    const tavo::OwnedText text =
+        tavo::PresenceOf(szPath) == tavo::Presence::kAbsent ? EmptyText() : ReadFile(szPath);
     if (text == nullptr) {
         return -1;
     }

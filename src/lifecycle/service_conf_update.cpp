@@ -2,9 +2,8 @@
 //
 // The old content is kept in /tmp until they were told. What goes wrong later than that is logged
 // and never rolled back: a package that is updated must not be held up by the firewall.
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include "lifecycle/set_param.h"
+#include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
@@ -15,12 +14,16 @@ namespace {
 
 // A file that is not installed yet has no old content.
 int MakeBackup(const char *szBaseName, const char *szInstalled, tavo::TemporaryCopy &backup) {
-    if (TLIBCFileExist(szInstalled) != 1) {
-        return 0;
+    const int nFound = tavo::LookForFile(szInstalled);
+    if (nFound < 1) {
+        return nFound;
     }
     char szBackup[tavo::kPathSize];
     tavo::PrintText(szBackup, "/tmp/servicetool.update.%s.old", szBaseName);
     if (backup.Make(szInstalled, szBackup) != 0) {
+        if (backup.MetFolder()) {
+            TAVO_LOG("Folder %s has the name of a copy and is not empty", szBackup);
+        }
         return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", szInstalled, szBackup);
     }
     return 0;
@@ -40,10 +43,31 @@ bool Install(const char *szBaseName, const char *szSrcPath, int nLocation,
     return nResult == 1;
 }
 
-void DeleteBackup(const TAVO_SERVICE_CONF_NOTIFY &notify) {
-    if (*notify.szOldConfPath != '\0') {
-        unlink(notify.szOldConfPath);
+// The update itself: 0 or 1, or -1 for a failure.
+int Update(const char *szBaseName, const char *szSrcPath, int nLocation,
+           TAVO_SERVICE_CONF_PORT **ppConflictPorts, TAVO_SERVICE_CONF_NOTIFY &notify,
+           tavo::TemporaryCopy &backup) {
+    char szInstalled[tavo::kPathSize];
+    if (GetInstallPath(szBaseName, nLocation, szInstalled, sizeof(szInstalled)) < 0) {
+        return TAVO_LOG("FAILED to get installed path of file=%s type=%d", szBaseName, nLocation);
     }
+    const tavo::StoreLock lock(tavo::StoreOfDirectory(nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM
+                                                          ? tavo::kSystemServiceDirectory
+                                                          : tavo::kPackageServiceDirectory));
+    if (!lock.IsHeld()) {
+        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to update %s",
+                               lock.Missing(), szInstalled);
+    }
+    if (MakeBackup(szBaseName, szInstalled, backup) < 0) {
+        return -1;
+    }
+    const bool conflict = Install(szBaseName, szSrcPath, nLocation, ppConflictPorts);
+    notify = {};
+    tavo::CopyText(notify.szOldConfPath, backup.Path());
+    tavo::CopyText(notify.szNewConfPath, szInstalled);
+    notify.blNotifyFw = 1;
+    notify.blNotifyPf = 1;
+    return conflict ? 1 : 0;
 }
 
 }  // namespace
@@ -55,38 +79,27 @@ int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
     if (szBaseName == nullptr || szSrcPath == nullptr || pNotify == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    char szInstalled[tavo::kPathSize];
-    if (GetInstallPath(szBaseName, nLocation, szInstalled, sizeof(szInstalled)) < 0) {
-        return TAVO_LOG("FAILED to get installed path of file=%s type=%d", szBaseName, nLocation);
-    }
     tavo::TemporaryCopy backup;
-    if (MakeBackup(szBaseName, szInstalled, backup) < 0) {
-        return -1;
+    const int nResult = Update(szBaseName, szSrcPath, nLocation, ppConflictPorts, *pNotify, backup);
+    if (nResult >= 0) {
+        backup.Keep();
     }
-    const bool conflict = Install(szBaseName, szSrcPath, nLocation, ppConflictPorts);
-    *pNotify = {};
-    tavo::CopyText(pNotify->szOldConfPath, backup.Path());
-    tavo::CopyText(pNotify->szNewConfPath, szInstalled);
-    pNotify->blNotifyFw = 1;
-    pNotify->blNotifyPf = 1;
-    backup.Keep();
-    return conflict ? 1 : 0;
+    return nResult;
 }
 
 int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *szSrcPath, int nLocation,
                                   TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
     TAVO_SERVICE_CONF_NOTIFY notify = {};
-    const int nResult = TAVOServiceConfUpdateBaseNameWithoutNotify(szBaseName, szSrcPath, nLocation,
-                                                                   ppConflictPorts, &notify);
+    tavo::TemporaryCopy backup;
+    const int nResult =
+        szBaseName == nullptr || szSrcPath == nullptr
+            ? TAVO_SET_ERROR(tavo::kErrorBadParameter)
+            : Update(szBaseName, szSrcPath, nLocation, ppConflictPorts, notify, backup);
     if (nResult < 0) {
-        TAVO_LOG("FAILED to install .sc");
-        DeleteBackup(notify);
-        return -1;
+        return TAVO_LOG("FAILED to install .sc");
     }
-    const int nTold = TLIBServiceConfUpdateServNotify(&notify);
-    if (nTold < 0) {
-        TAVO_LOG("FAILED to notify");
+    if (TLIBServiceConfUpdateServNotify(&notify) < 0) {
+        return TAVO_LOG("FAILED to notify");
     }
-    DeleteBackup(notify);
-    return nTold < 0 ? -1 : nResult;
+    return nResult;
 }

@@ -1,6 +1,11 @@
 #include "lifecycle/set_param.h"
 
+#include <cerrno>
+#include <cstring>
 #include <string_view>
+
+#include "support/failure.h"
+#include "support/presence.h"
 
 namespace tavo {
 namespace {
@@ -69,6 +74,16 @@ bool LeadsAway(const char *szName) {
 const char *DirectoryByBits(uint32_t nLocation) {
     return (nLocation & TAVO_SERVICE_CONF_DIR_SYSTEM) != 0 ? kSystemServiceDirectory
                                                            : kPackageServiceDirectory;
+}
+
+int LookForFile(const char *path) {
+    const Presence presence = PresenceOf(path);
+    if (presence == Presence::kUnknown) {
+        const int error = errno;
+        return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to look at %s: %s", path,
+                               std::strerror(error));
+    }
+    return presence == Presence::kPresent ? 1 : 0;
 }
 
 }  // namespace tavo

@@ -24,6 +24,10 @@ bool LeadsAway(const char *szName);
 // The directory that the bits of a location mean, the system's before that of packages.
 const char *DirectoryByBits(uint32_t nLocation);
 
+// Whether a service file exists: 1 or 0; -1, with the error set and logged, when that is unknown. A
+// change that takes an I/O error for absence makes a second file or leaves out a copy.
+int LookForFile(const char *path);
+
 // The names in a record, and what they stand for.
 class Target {
   public:

@@ -1,10 +1,15 @@
 #include "lifecycle/temporary_copy.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
+#include "lifecycle/pause.h"
 #include "lifecycle/programs.h"
+#include "lifecycle/store_lock.h"
 #include "support/descriptor.h"
 #include "tavocore.h"
 
@@ -22,39 +27,124 @@ bool LiesIn(std::string_view directory, std::string_view path) {
            path.find('/', directory.size()) == std::string_view::npos;
 }
 
-// What an earlier process left there, or another user planted, goes; a folder, a pipe or a device
-// is left alone.
-void RemoveFileOrLink(const char *szPath) {
+// Whether the path still leads to the file that is open.
+bool IsAt(const char *path, int descriptor) {
+    struct stat opened;
     struct stat entry;
-    if (lstat(szPath, &entry) == 0 && (S_ISLNK(entry.st_mode) || S_ISREG(entry.st_mode))) {
-        unlink(szPath);
+    return fstat(descriptor, &opened) == 0 && lstat(path, &entry) == 0 &&
+           opened.st_ino == entry.st_ino && opened.st_dev == entry.st_dev;
+}
+
+bool TryLock(int descriptor) {
+    return flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+}
+
+enum class Room { kMade, kInUse, kFullFolder, kNone };
+
+Room RoomWhen(bool removed) {
+    return removed || errno == ENOENT ? Room::kMade : Room::kNone;
+}
+
+// A copy is removed under its lock, so that nobody removes the one that takes its place.
+Room RemoveUnlockedCopy(const char *path) {
+    const Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file.IsOpen() && !TryLock(file.Get()) && errno == EWOULDBLOCK) {
+        return Room::kInUse;
+    }
+    if (file.IsOpen() && !IsAt(path, file.Get())) {
+        return Room::kMade;
+    }
+    return RoomWhen(unlink(path) == 0);
+}
+
+// Only a file of this user with no second name can be the copy of a change that is going on. All
+// else was planted or left by somebody; a device, which only an administrator can make, stays.
+Room MakeRoom(const char *path) {
+    struct stat entry;
+    if (lstat(path, &entry) < 0) {
+        return RoomWhen(false);
+    }
+    switch (entry.st_mode & S_IFMT) {
+        case S_IFREG:
+            if (entry.st_uid == geteuid() && entry.st_nlink == 1) {
+                return RemoveUnlockedCopy(path);
+            }
+            [[fallthrough]];
+        case S_IFLNK:
+        case S_IFIFO:
+        case S_IFSOCK:
+            return RoomWhen(unlink(path) == 0);
+        case S_IFDIR:
+            if (rmdir(path) == 0) {
+                return Room::kMade;
+            }
+            return errno == ENOTEMPTY || errno == EEXIST ? Room::kFullFolder : RoomWhen(false);
+        default:
+            return Room::kNone;
     }
 }
 
-bool TakeName(const char *szPath) {
-    if (!LiesIn(kTemporaryDirectory, szPath)) {
-        return false;
-    }
-    RemoveFileOrLink(szPath);
-    const Descriptor file(
-        open(szPath, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    return file.IsOpen();
+int Create(const char *path) {
+    return open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
 }
 
 }  // namespace
 
+// The lock of the copy decides which of two removes it.
 TemporaryCopy::~TemporaryCopy() {
-    if (taken_) {
+    if (descriptor_ < 0) {
+        return;
+    }
+    if (TryLock(descriptor_) && IsAt(szPath_, descriptor_)) {
         unlink(szPath_);
+    }
+    Keep();
+}
+
+// Closing it would not do: a child that was started meanwhile may hold it open as well.
+void TemporaryCopy::Unlock() {
+    if (descriptor_ >= 0) {
+        flock(descriptor_, LOCK_UN);
+    }
+}
+
+void TemporaryCopy::Keep() {
+    if (descriptor_ >= 0) {
+        Unlock();
+        close(descriptor_);
+        descriptor_ = -1;
+    }
+}
+
+bool TemporaryCopy::Take(const char *szPath) {
+    for (Pauses pauses(kChangeWait);;) {
+        const Room room = MakeRoom(szPath);
+        if (room == Room::kFullFolder || room == Room::kNone) {
+            met_folder_ = room == Room::kFullFolder;
+            return false;
+        }
+        if (room == Room::kMade) {
+            Descriptor file(Create(szPath));
+            if (!file.IsOpen() && errno != EEXIST) {
+                return false;
+            }
+            // Until it is locked it looks like a copy that nobody needs any more.
+            if (file.IsOpen() && TryLock(file.Get()) && IsAt(szPath, file.Get())) {
+                descriptor_ = file.Release();
+                return true;
+            }
+        }
+        if (!pauses.Next()) {
+            return false;
+        }
     }
 }
 
 int TemporaryCopy::Make(const char *szFile, const char *szPath) {
-    if (!IsRegularFile(szFile) || !TakeName(szPath)) {
+    if (!IsRegularFile(szFile) || !LiesIn(kTemporaryDirectory, szPath) || !Take(szPath)) {
         return kCopyFailed;
     }
     CopyText(szPath_, szPath);
-    taken_ = true;
     return TLIBCExec(kCopyProgram, "-f", szFile, szPath_, nullptr);
 }
 

@@ -1,8 +1,10 @@
 // A copy of a service file, as it was before a change, under a name in /tmp that is known in
 // advance: those who are told of the change compare it with the file.
 //
-// Everybody may write into /tmp. The name is therefore taken anew for each copy, so that a link
-// that somebody put there leads cp nowhere, and nobody else can read or change the copy.
+// Everybody may write into /tmp. The name is therefore taken anew for each copy: whatever is there
+// is removed, so that a link leads cp nowhere, a pipe or a folder stops no change, and nobody else
+// can read or change the copy. Only the copy of a change that is going on is left alone and waited
+// for: the two service folders share one name. Such a copy is locked with flock by its owner.
 #ifndef TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 #define TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 
@@ -26,12 +28,22 @@ class TemporaryCopy {
     // Empty as long as no copy was made.
     const char *Path() const { return szPath_; }
 
-    // Leaves the copy where it is.
-    void Keep() { taken_ = false; }
+    // Whether the name could not be taken because a folder that is not empty has it.
+    bool MetFolder() const { return met_folder_; }
+
+    // Lets the next change of that name go on. The copy stays where it is until this one goes,
+    // unless the next change takes the name.
+    void Unlock();
+
+    // Leaves the copy where it is, for the caller to delete.
+    void Keep();
 
   private:
+    bool Take(const char *szPath);
+
     char szPath_[kPathSize] = "";
-    bool taken_ = false;
+    int descriptor_ = -1;
+    bool met_folder_ = false;
 };
 
 // Whether cp would come to an end with this file: it waits for whoever writes into a pipe, and

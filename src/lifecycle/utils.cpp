@@ -13,8 +13,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "lifecycle/make_folder.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/set_param.h"
+#include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
 #include "support/descriptor.h"
 #include "support/failure.h"
@@ -65,7 +67,7 @@ bool ReportConflict(const char *szSrcPath, TAVO_SERVICE_CONF_PORT **ppConflictPo
 }
 
 int MakeDirectory(const char *szDirectory) {
-    if (TLIBCExec(tavo::kMakeDirectoryProgram, "-p", szDirectory, nullptr, nullptr) != 0) {
+    if (tavo::MakeFolder(szDirectory) != 0) {
         return TAVO_FAIL_STATE(tavo::kErrorMakeDirectory, "mkdir fail for path %s", szDirectory);
     }
     return 0;
@@ -106,6 +108,11 @@ int Rename(const char *szFrom, const char *szTo) {
 // A copy that cannot be made whole, or not be renamed, stays in the folder for whoever wants to
 // know why.
 int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory) {
+    const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
+    if (!lock.IsHeld()) {
+        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to install %s/%s",
+                               lock.Missing(), szDirectory, szBaseName);
+    }
     char szFolder[tavo::kPathSize];
     tavo::PrintText(szFolder, "%s/tmp", szDirectory);
     if (MakeDirectory(szDirectory) < 0 || MakeDirectory(szFolder) < 0) {
@@ -140,11 +147,14 @@ int ServiceConfInstall(const char *szBaseName, const char *szSrcPath, int nLocat
                        TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
     tavo::ReleaseHeldFile();
     const char *szDirectory = InstallDirectory(nLocation);
-    if (szSrcPath == nullptr || szDirectory == nullptr || tavo::LeadsAway(szBaseName)) {
+    if (szSrcPath == nullptr || szDirectory == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
     if (CheckSource(szSrcPath, szDirectory) < 0) {
         return -1;
+    }
+    if (tavo::LeadsAway(szBaseName)) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
     const bool conflict = ReportConflict(szSrcPath, ppConflictPorts);
     if (PlaceFile(szBaseName, szSrcPath, szDirectory) < 0) {

@@ -1,6 +1,7 @@
 // The names in /tmp that a change uses are known to everybody, and so is what another user may
-// plant there. A link or a file goes and the change succeeds; anything else stays and the copy
-// fails. Neither leads the change anywhere else, nor does it wait.
+// plant there. A link, a file, a pipe, a socket or an empty folder goes and the change succeeds; a
+// folder with something in it, or a device, stays and the copy fails. Neither leads the change
+// anywhere else, nor does it wait.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -32,8 +33,14 @@ const Plant kPlants[] = {
     {"link to a folder", [](const char *path) { return symlink(kVictimFolder, path) == 0; }, true},
     {"second name of a file", [](const char *path) { return link(kVictim, path) == 0; }, true},
     {"file", [](const char *path) { return WriteFile(path, "planted"), true; }, true},
-    {"pipe", [](const char *path) { return mkfifo(path, 0666) == 0; }, false},
-    {"folder", [](const char *path) { return mkdir(path, 0777) == 0; }, false},
+    {"pipe", [](const char *path) { return mkfifo(path, 0666) == 0; }, true},
+    {"socket", [](const char *path) { return MakeSocket(path), true; }, true},
+    {"folder", [](const char *path) { return mkdir(path, 0777) == 0; }, true},
+    {"full folder",
+     [](const char *path) {
+         return mkdir(path, 0777) == 0 && mkdir((std::string(path) + "/sub").c_str(), 0777) == 0;
+     },
+     false},
     {"device", [](const char *path) { return mknod(path, S_IFCHR | 0666, makedev(1, 3)) == 0; },
      false},
 };
@@ -115,7 +122,7 @@ class PlantedEntry : public ChangeUnderFire {
         ASSERT_EQ(lstat(change.path.c_str(), &after), 0);
         EXPECT_EQ(after.st_ino, before.st_ino);
         EXPECT_EQ(after.st_mode, before.st_mode);
-        std::filesystem::remove(change.path);  // empty, where it is a folder
+        std::filesystem::remove_all(change.path);
     }
 
     static inline const std::string kOld = GameFile("7001/tcp");

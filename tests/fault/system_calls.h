@@ -68,11 +68,11 @@ inline bool IsAboutMemory(const SystemCall &call) {
 // Whether there is more to a call than looking: it writes, starts a program or waits for one.
 inline bool CanChangeAFile(const SystemCall &call) {
     static const std::set<std::string> kLook = {
-        "access",         "close",      "faccessat2", "fcntl",     "fstat",
-        "futex",          "getdents64", "getpid",     "getrandom", "lseek",
-        "memfd_create",   "newfstatat", "pidfd_open", "poll",      "pread64",
-        "prlimit64",      "read",       "readlink",   "recvfrom",  "rt_sigaction",
-        "rt_sigprocmask", "sendto",     "setsockopt", "socket",    "waitid"};
+        "access",     "close",      "faccessat2",   "fcntl",          "flock",     "fstat",
+        "futex",      "getdents64", "getpid",       "getrandom",      "lseek",     "memfd_create",
+        "newfstatat", "pidfd_open", "poll",         "pread64",        "prlimit64", "read",
+        "readlink",   "recvfrom",   "rt_sigaction", "rt_sigprocmask", "sendto",    "setsockopt",
+        "socket",     "waitid"};
     const bool only_reads = call.name == "openat" &&
                             call.line.find("O_RDONLY") != std::string::npos &&
                             call.line.find("O_CREAT") == std::string::npos;

@@ -4,7 +4,10 @@
 #define TAVO_TESTS_LIFECYCLE_LIFECYCLE_TEST_H
 
 #include <gmock/gmock.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -120,6 +123,15 @@ inline void ActivateRelayDaemon() {
 constexpr char kFirewallReloaded[] = "tavofirewall --reload";
 constexpr char kRelayAsked[] = "systemctl is-active --quiet tavorelayd";
 constexpr char kRelayReloaded[] = "systemctl reload tavorelayd";
+
+// A socket that nobody listens on.
+inline void MakeSocket(const std::string &path) {
+    const int socket_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = ""};
+    Fill(address.sun_path, path);
+    EXPECT_EQ(bind(socket_fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    close(socket_fd);
+}
 
 class LifecycleTest : public LibraryTest {
   protected:

@@ -250,12 +250,11 @@ TEST_F(PortsSet, LeavesAFileAloneThatCannotBeCopied) {
 }
 
 TEST_F(PortsSet, NeedsTheNameOfTheCopy) {
-    std::filesystem::create_directory(kCopy);
-    ExpectNameTaken();
-    std::filesystem::remove(kCopy);
-    ASSERT_EQ(mkfifo(kCopy, 0666), 0);
-    log_.Clear();
-    ExpectNameTaken();
+    ExpectFullFolderInTheWay();
+}
+
+TEST_F(PortsSet, TakesTheNameOfTheCopyFromWhatWasPlanted) {
+    ExpectPlantsRemoved();
 }
 
 TEST_F(PortsSet, LetsNobodyLeadTheCopyElsewhere) {

@@ -1,5 +1,7 @@
 // Removing an installed service file. What the notification sends is tested with it; here is what a
 // removal gives it.
+#include <functional>
+
 #include "failing_allocation.h"
 #include "service_files_test.h"
 
@@ -234,16 +236,31 @@ TEST_F(ServiceConfRemove, GoesOnWhereCpFails) {
 TEST_F(ServiceConfRemove, GoesOnWhereTheCopyHasNoPlace) {
     in_tmp_ = {BackupName()};
     const Programs programs;
-    std::filesystem::create_directory("/tmp/" + BackupName());
+    std::filesystem::create_directories("/tmp/" + BackupName() + "/sub");
     EXPECT_EQ(Remove(RemovalParam(5)), 0);
-    EXPECT_THAT(Entries("/tmp/" + BackupName()), IsEmpty());
-    std::filesystem::remove("/tmp/" + BackupName());
-    ASSERT_EQ(mkfifo(("/tmp/" + BackupName()).c_str(), 0600), 0);
-    WriteFile(kGameFile, kGame);
-    EXPECT_EQ(Remove(RemovalParam(5)), 0);
+    EXPECT_THAT(Entries("/tmp/" + BackupName()), ElementsAre("sub"));
     EXPECT_FALSE(std::filesystem::exists(kGameFile));
     EXPECT_THAT(programs.Run(), Each(StartsWith("/bin/systemctl ")));
-    EXPECT_THAT(Calls("portforward"), ElementsAre(kAction, kNoContent, kAction, kNoContent));
+    EXPECT_THAT(Calls("portforward"), ElementsAre(kAction, kNoContent));
+    EXPECT_THAT(Messages(), ElementsAre("Folder /tmp/" + BackupName() +
+                                        " has the name of a copy and is not empty"));
+}
+
+TEST_F(ServiceConfRemove, TakesTheNameOfTheCopyFromWhatWasPlanted) {
+    const std::string place = "/tmp/" + BackupName();
+    const std::function<void()> plants[] = {
+        [&] { ASSERT_EQ(mkdir(place.c_str(), 0777), 0); },
+        [&] { ASSERT_EQ(mkfifo(place.c_str(), 0666), 0); },
+        [&] { MakeSocket(place); },
+    };
+    for (const auto &plant : plants) {
+        ForgetCalls();
+        WriteFile(kGameFile, kGame);
+        plant();
+        EXPECT_EQ(Remove(RemovalParam(5)), 0);
+        EXPECT_FALSE(std::filesystem::exists(kGameFile));
+        EXPECT_THAT(Calls("portforward"), ElementsAre(kAction, kContent));
+    }
     EXPECT_THAT(Messages(), IsEmpty());
 }
 

@@ -209,7 +209,7 @@ TEST_F(SectionSet, MakesEveryStepInItsOrder) {
     param_.nCheckFlags = TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_PORT_FORWARD;
     param_.nRestartMode = TAVO_RESTART_MODE_RESTART;
     Programs programs;
-    programs.Before("/bin/mkdir", [] { EXPECT_FALSE(std::filesystem::exists(kSystemServices)); });
+    programs.Before("/bin/mkdir", [] { EXPECT_FALSE(std::filesystem::exists(kFile)); });
     programs.Before("/bin/cp", [] { EXPECT_EQ(ReadFile(kFile), ""); });
     programs.Before(kRouterTool, [] {
         EXPECT_EQ(ReadFile(kCopy), "");
@@ -364,14 +364,17 @@ TEST_F(SectionSet, WritesQuotesInTextsAsTheyStand) {
     EXPECT_THAT(Written(), testing::HasSubstr("\ntitle=\"say \"web\"\"\n"));
 }
 
-TEST_F(SectionSet, DoesNotTellThatTheSectionCannotBeWritten) {
+TEST_F(SectionSet, OnlyLogsThatTheSectionCannotBeWritten) {
     WriteFile(kFile, kOld);
     const FileState before = StateOf(kFile);
     Fill(section_.strTitle.szText, "two\nlines");
     param_.nCheckFlags |= TAVO_PORT_CHECK_PORT_FORWARD;
     EXPECT_EQ(Set(), 0);
     EXPECT_EQ(StateOf(kFile), before);
-    EXPECT_THAT(Messages(), IsEmpty());
+    EXPECT_THAT(Messages(),
+                ElementsAre("Failed to write section (web) to "
+                            "/usr/tavo/etc/services.d/web.sc[0x0D00 config_edit.cpp:N]"));
+    EXPECT_EQ(ErrorState(), "0xD00 config_edit.cpp");
     EXPECT_EQ(Calls().size(), 1U);
 }
 
@@ -495,12 +498,12 @@ TEST_F(SectionSet, LeavesAFileAloneThatCannotBeCopied) {
 
 TEST_F(SectionSet, NeedsTheNameOfTheCopy) {
     WriteFile(kFile, kOld);
-    std::filesystem::create_directory(kCopy);
-    ExpectNameTaken();
-    std::filesystem::remove(kCopy);
-    ASSERT_EQ(mkfifo(kCopy, 0666), 0);
-    log_.Clear();
-    ExpectNameTaken();
+    ExpectFullFolderInTheWay();
+}
+
+TEST_F(SectionSet, TakesTheNameOfTheCopyFromWhatWasPlanted) {
+    WriteFile(kFile, kOld);
+    ExpectPlantsRemoved();
 }
 
 TEST_F(SectionSet, LetsNobodyLeadTheCopyElsewhere) {

@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include <functional>
+
 #include "failing_allocation.h"
 #include "service_files_test.h"
 
@@ -106,7 +108,8 @@ TEST_F(ServiceConfUpdate, OpensFilesForNoProgramThatIsRunAndThroughNoLink) {
     const Lines own = {kBackup, kBackup, kGameFile};
     EXPECT_THAT(openings.With(0), testing::IsSupersetOf(own));
     EXPECT_THAT(Plain(openings.With(O_NOFOLLOW)),
-                ElementsAre(kBackup, "/usr/local/etc/services.d/tmp/game.sc.XXXXXX"));
+                ElementsAre("/run/tavoserviceconf", kBackup,
+                            "/usr/local/etc/services.d/tmp/game.sc.XXXXXX"));
 }
 
 TEST_F(ServiceConfUpdate, InstallsWhatIsNotInstalledYet) {
@@ -240,7 +243,8 @@ TEST_F(ServiceConfUpdate, NeedsALocationAndANameThatStaysThere) {
 class UnkeptContent : public ServiceConfUpdate {
   protected:
     // That the old content cannot be kept, and so nothing is done.
-    void ExpectNothingDone(const std::vector<std::string> &left_in_tmp = {}) {
+    void ExpectNothingDone(const std::vector<std::string> &left_in_tmp = {},
+                           const Lines &reason = {}) {
         const std::string source = Source(kNewGame);
         const Lines before = Tree(kPackageServices);
         StartAnew();
@@ -249,7 +253,13 @@ class UnkeptContent : public ServiceConfUpdate {
         EXPECT_EQ(Update(source), -1);
         const std::string line =
             std::string("FAILED to copy from file=") + kGameFile + " to backup path=" + kBackup;
-        EXPECT_THAT(Messages(), ElementsAre(line, line, "FAILED to install .sc"));
+        Lines lines;
+        for (int call = 0; call < 2; ++call) {
+            lines.insert(lines.end(), reason.begin(), reason.end());
+            lines.push_back(line);
+        }
+        lines.emplace_back("FAILED to install .sc");
+        EXPECT_EQ(Messages(), lines);
         EXPECT_EQ(Tree(kPackageServices), before);
         EXPECT_EQ(InTmp(), left_in_tmp);
         EXPECT_THAT(Calls(), IsEmpty());
@@ -275,12 +285,28 @@ TEST_F(UnkeptContent, StopsTheUpdateOfAFolder) {
 TEST_F(UnkeptContent, StopsTheUpdateWhereItsNameIsTaken) {
     WriteFile(kGameFile, kGame);
     in_tmp_ = {"servicetool.update.game.sc.old"};
-    ASSERT_EQ(mkfifo(kBackup, 0600), 0);
-    ExpectNothingDone(in_tmp_);
-    std::filesystem::remove(kBackup);
-    std::filesystem::create_directory(kBackup);
-    ExpectNothingDone(in_tmp_);
-    EXPECT_THAT(Entries(kBackup), IsEmpty());
+    std::filesystem::create_directories(std::string(kBackup) + "/sub");
+    const std::string folder =
+        std::string("Folder ") + kBackup + " has the name of a copy and is not empty";
+    ExpectNothingDone(in_tmp_, {folder});
+    EXPECT_THAT(Entries(kBackup), ElementsAre("sub"));
+}
+
+TEST_F(UnkeptContent, IsKeptWhereItsNameWasPlanted) {
+    const std::function<void()> plants[] = {
+        [] { ASSERT_EQ(mkdir(kBackup, 0777), 0); },
+        [] { ASSERT_EQ(mkfifo(kBackup, 0666), 0); },
+        [] { MakeSocket(kBackup); },
+    };
+    for (const auto &plant : plants) {
+        WriteFile(kGameFile, kGame);
+        plant();
+        EXPECT_EQ(UpdateWithoutNotify(Source(kNewGame)), 0);
+        EXPECT_EQ(ReadFile(kBackup), kGame);
+        EXPECT_EQ(StateOf(kBackup).mode, mode_t{S_IFREG | 0600});
+        std::filesystem::remove(kBackup);
+    }
+    EXPECT_THAT(Messages(), IsEmpty());
 }
 
 TEST_F(ServiceConfUpdate, WritesThroughNoLinkAndNoFileThatWasThere) {

@@ -70,11 +70,25 @@ class SetTest : public LifecycleTest {
         EXPECT_THAT(Calls(), testing::IsEmpty());
     }
 
-    // That what stands at the name of the copy makes it fail, and stays.
-    void ExpectNameTaken() {
+    // That a folder with something in it, at the name of the copy, makes it fail and stays.
+    void ExpectFullFolderInTheWay() {
+        std::filesystem::create_directories(std::string(kCopy) + "/sub");
         in_tmp_ = {"web.sc"};
-        ExpectUnchanged({kCopyFailed});
+        ExpectUnchanged(
+            {"Folder /tmp/web.sc has the name of a copy and is not empty", kCopyFailed});
         EXPECT_EQ(TLIBCErrGet(), 0U);
+        EXPECT_THAT(Entries(kCopy), testing::ElementsAre("sub"));
+    }
+
+    // That an empty folder, a pipe and a socket at the name of the copy stop nothing.
+    void ExpectPlantsRemoved() {
+        ASSERT_EQ(mkdir(kCopy, 0777), 0);
+        ExpectOwnCopy();
+        ASSERT_EQ(mkfifo(kCopy, 0666), 0);
+        ExpectOwnCopy();
+        MakeSocket(kCopy);
+        ExpectOwnCopy();
+        EXPECT_THAT(InTmp(), testing::ElementsAre());
     }
 
     // That whatever stands at the name of the copy leads nowhere, and the copy is nobody else's.

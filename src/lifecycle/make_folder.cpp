@@ -1,0 +1,70 @@
+#include "lifecycle/make_folder.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "lifecycle/programs.h"
+#include "support/service_directory.h"
+#include "support/text.h"
+#include "tavocore.h"
+
+namespace tavo {
+namespace {
+
+constexpr mode_t kFolderMode = 0755;
+
+// The folders on the way to a path that were missing. They are made here, since mkdir -p gives them
+// the mode that the umask leaves, and the umask belongs to all threads of the caller.
+class NewFolders {
+  public:
+    explicit NewFolders(const char *path) {
+        CopyText(path_, path);
+        for (char *slash = path_; slash != nullptr;) {
+            slash = std::strchr(slash + 1, '/');
+            if (slash != nullptr) {
+                *slash = '\0';
+            }
+            Make();
+            if (slash != nullptr) {
+                *slash = '/';
+            }
+        }
+    }
+
+    // The innermost first. What is no longer empty stays.
+    void Remove() {
+        while (first_ > 0 && std::strlen(path_) >= first_ && rmdir(path_) == 0) {
+            *std::strrchr(path_, '/') = '\0';
+        }
+    }
+
+  private:
+    // What cannot be made here is left to mkdir, which says why.
+    void Make() {
+        if (mkdir(path_, kFolderMode) == 0) {
+            chmod(path_, kFolderMode);
+            first_ = first_ == 0 ? std::strlen(path_) : first_;
+        }
+    }
+
+    char path_[kPathSize];
+    std::size_t first_ = 0;  // length of the outermost one's path
+};
+
+}  // namespace
+
+int MakeFolder(const char *path) {
+    NewFolders made(path);
+    const int status = TLIBCExec(kMakeDirectoryProgram, "-p", path, nullptr, nullptr);
+    if (status != 0) {
+        const int error = errno;
+        made.Remove();
+        errno = error;
+    }
+    return status;
+}
+
+}  // namespace tavo

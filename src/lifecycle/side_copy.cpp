@@ -1,0 +1,350 @@
+// The copies bear the process id, so that two processes do not mix up theirs. A process id comes
+// again, so a copy that is found is never taken for one's own, but it may be all that is left of a
+// store: a process that was killed while it put a store back leaves the store missing or empty.
+#include "lifecycle/side_copy.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "lifecycle/path_change.h"
+#include "lifecycle/pause.h"
+#include "support/failure.h"
+#include "support/folder_lock.h"
+#include "support/presence.h"
+#include "support/text.h"
+#include "tavopf.h"
+
+namespace tavo {
+namespace {
+
+constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
+
+// Bits of nCheckFlags that choose a store. The first asks nobody in a check of ports; here it is
+// the firewall's.
+constexpr uint32_t kFirewallRules = 1;
+constexpr uint32_t kForwardingRules = TAVO_PORT_CHECK_PORT_FORWARD;
+constexpr uint32_t kServiceFiles = TAVO_PORT_CHECK_FW_SERVICE;
+
+// How often a step is made that another program may have disturbed.
+constexpr int kAttempts = 5;
+constexpr std::chrono::milliseconds kPauseBetweenCopies{20};
+
+// Where the writers of the core library stage a file. It is nobody's content.
+constexpr char kStagingFolder[] = ".tavo-write";
+
+bool IsThere(const char *path) {
+    struct stat entry;
+    return lstat(path, &entry) == 0 || errno != ENOENT;
+}
+
+bool IsSameFile(const struct stat &one, const struct stat &other) {
+    return one.st_ino == other.st_ino && one.st_dev == other.st_dev;
+}
+
+int FailToLook(const char *path) {
+    const int error = errno;
+    return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to look at %s: %s", path,
+                           std::strerror(error));
+}
+
+// The folder that the core library's writers are to be kept out of; null for a store that only
+// other programs write. Those would take its lock, a folder, for one of their files.
+const char *FolderOfWriters(const Store &store, const char *path) {
+    const bool services =
+        store.id == StoreId::kSystemServices || store.id == StoreId::kPackageServices;
+    return services && IsFolder(path) ? path : nullptr;
+}
+
+// ---- The last whole copy ----
+
+using OpenFolder = std::unique_ptr<DIR, decltype([](DIR *folder) { closedir(folder); })>;
+
+// A folder that cannot be listed does not count as empty.
+bool IsEmptyFolder(const char *path) {
+    const OpenFolder folder(opendir(path));
+    if (folder == nullptr) {
+        return false;
+    }
+    errno = 0;
+    while (const dirent *entry = readdir(folder.get())) {
+        const char *name = entry->d_name;
+        if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
+            std::strcmp(name, kStagingFolder) != 0) {
+            return false;
+        }
+    }
+    return errno == 0;
+}
+
+// Whether a store or copy holds nothing that could be lost.
+bool HoldsNothing(const char *path) {
+    struct stat entry;
+    if (stat(path, &entry) < 0) {
+        return errno == ENOENT;
+    }
+    return S_ISDIR(entry.st_mode) ? IsEmptyFolder(path) : entry.st_size == 0;
+}
+
+// Renames a copy to a name that no backup and no deletion uses.
+int SetAside(const Store &store) {
+    char aside[kPathSize];
+    for (int number = 1;; ++number) {
+        PrintText(aside, "%s.unrestored.%d.%d", store.path, static_cast<int>(getpid()), number);
+        if (!IsThere(aside)) {
+            break;
+        }
+    }
+    if (rename(store.copy, aside) < 0) {
+        const int error = errno;
+        return TAVO_FAIL_STATE(kErrorRename, "Failed to rename %s to %s: %s", store.copy, aside,
+                               std::strerror(error));
+    }
+    TAVO_LOG("%s may be the only whole copy of %s, kept as %s", store.copy, store.path, aside);
+    return 0;
+}
+
+// ---- Copying ----
+
+// Whatever has the name of the copy goes, so that a restore finds none but a whole one.
+int ClearSideCopy(const char *copy) {
+    if (RemovePath(copy) < 0) {
+        return -1;
+    }
+    if (IsThere(copy) && unlink(copy) < 0 && IsThere(copy)) {
+        return TAVO_FAIL_STATE(kErrorCopy, "Failed to rm -rf %s", copy);
+    }
+    return 0;
+}
+
+// The exit status of cp. A writer would let its staged file vanish while cp reads the folder, so
+// writers wait.
+int CopyWithoutWriters(const Store &store) {
+    const FolderLock lock(FolderOfWriters(store, store.place));
+    if (lock.OutOfMemory()) {
+        return TAVO_LOG_STATE("Failed to lock %s", store.place);
+    }
+    return CopyOrMove(store.place, store.copy, false);
+}
+
+// The copy has the staging folder of the lock under which it was made. Taking the lock of the copy
+// clears it.
+int ClearStagingFolder(const Store &store, const char *copy) {
+    const FolderLock lock(FolderOfWriters(store, copy));
+    return lock.OutOfMemory() ? TAVO_LOG_STATE("Failed to lock %s", copy) : 0;
+}
+
+// Of the mode of a folder cp gives its copy what the caller's umask leaves, and the copy may become
+// the store.
+int CompleteCopy(const Store &store) {
+    struct stat entry;
+    if (stat(store.place, &entry) == 0) {
+        chmod(store.copy, entry.st_mode & 07777);
+    }
+    return ClearStagingFolder(store, store.copy);
+}
+
+int CopyWhole(const Store &store) {
+    for (int attempt = 1;; ++attempt) {
+        if (ClearSideCopy(store.copy) < 0) {
+            return -1;
+        }
+        const int status = CopyWithoutWriters(store);
+        if (status <= 0) {
+            return status < 0 ? -1 : CompleteCopy(store);
+        }
+        if (attempt == kAttempts) {
+            TAVO_LOG("Failed to copy %s whole (%d), no way back to it", store.place, status);
+            return ClearSideCopy(store.copy);
+        }
+        Pause(kPauseBetweenCopies);
+    }
+}
+
+// ---- Putting back ----
+
+// Takes a folder that rm cannot remove out of the way.
+int MoveAside(const char *place) {
+    char aside[kPathSize];
+    PrintText(aside, "%s.old.tmp.%d", place, static_cast<int>(getpid()));
+    RemovePath(aside);
+    if (rename(place, aside) < 0) {
+        TAVO_LOG_STATE("Failed to rm -rf %s", place);
+        return TAVO_SET_ERROR(kErrorRename);
+    }
+    RemovePath(aside);
+    if (IsThere(aside)) {
+        TAVO_LOG("Failed to rm -rf %s", aside);
+    }
+    return 0;
+}
+
+// Removes the store. A writer that makes its staging folder anew meanwhile keeps rm from removing
+// the folder, which is then empty, so rm runs again when that writer is done.
+int ClearPlace(const Store &store) {
+    const char *place = store.place;
+    if (IsMountPoint(place)) {
+        TAVO_LOG_STATE("Failed to rm -rf %s", place);
+        return TAVO_SET_ERROR(kErrorRename);
+    }
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        const FolderLock lock(FolderOfWriters(store, place));
+        if (lock.OutOfMemory() || RemovePath(place) < 0) {
+            return TAVO_LOG_STATE("Failed to rm -rf %s", place);
+        }
+        if (!IsFolder(place)) {
+            return 0;
+        }
+    }
+    return MoveAside(place);
+}
+
+// A side copy on its way to the place of its store.
+class Return {
+  public:
+    explicit Return(const Store &store) : store_(store), place_(store.place) {
+        CopyText(source_, store.copy);
+    }
+
+    // mv is run first, and where it fails the copy takes the place by rename, so that a failing
+    // program costs no store.
+    int Make() {
+        if (lstat(source_, &copy_) < 0) {
+            return FailToLook(source_);
+        }
+        if (ClearStagingFolder(store_, source_) < 0) {
+            return -1;
+        }
+        for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+            if (ClearPlace(store_) < 0) {
+                return -1;
+            }
+            const int status = CopyOrMove(source_, place_, true);
+            if (!TakeOutOfFolder()) {
+                break;
+            }
+            if (!IsThere(place_)) {
+                rename(source_, place_);
+            }
+            if (status < 0) {
+                return -1;
+            }
+            if (IsInPlace()) {
+                return 0;
+            }
+        }
+        return TAVO_FAIL_STATE(kErrorRename, "Failed to put %s in the place of %s", source_,
+                               place_);
+    }
+
+  private:
+    // A folder that somebody made in the place of the store swallows what mv brings. It comes out
+    // again, beside the store; false when it cannot.
+    bool TakeOutOfFolder() {
+        char nested[2 * kPathSize];
+        PrintText(nested, "%s%s", place_, std::strrchr(source_, '/'));
+        struct stat entry;
+        if (IsThere(source_) || lstat(nested, &entry) < 0) {
+            return true;
+        }
+        PrintText(source_, "%s.tmp.%d", place_, static_cast<int>(getpid()));
+        return rename(nested, source_) == 0 && lstat(source_, &copy_) == 0;
+    }
+
+    // Whether the copy is now the store. From another file system mv brings it as a new file.
+    bool IsInPlace() const {
+        struct stat entry;
+        return lstat(place_, &entry) == 0 &&
+               (IsSameFile(entry, copy_) || (entry.st_dev != copy_.st_dev && !IsThere(source_)));
+    }
+
+    const Store &store_;
+    const char *place_;
+    char source_[kPathSize];
+    struct stat copy_ = {};
+};
+
+}  // namespace
+
+// cp would copy a link and not what it leads to, so a store that is one counts where it lies.
+void Store::NameCopy() {
+    struct stat entry;
+    if (lstat(path, &entry) < 0 || !S_ISLNK(entry.st_mode) || realpath(path, place) == nullptr) {
+        CopyText(place, path);
+    }
+    PrintText(copy, "%s.tmp.%d", path, static_cast<int>(getpid()));
+}
+
+Stores StoresOf(const SetParam &param) {
+    const bool files = (param.nCheckFlags & kServiceFiles) != 0;
+    const char *rules = TAVOPFRuleConfPathGet();
+    return {{
+        {StoreId::kSystemServices, kSystemServiceDirectory,
+         files && param.nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM},
+        {StoreId::kPackageServices, kPackageServiceDirectory,
+         files && param.nLocation == TAVO_SERVICE_CONF_DIR_PACKAGE},
+        {StoreId::kFirewallRules, kFirewallDirectory, (param.nCheckFlags & kFirewallRules) != 0},
+        {StoreId::kForwardingRules, rules,
+         rules != nullptr && (param.nCheckFlags & kForwardingRules) != 0},
+    }};
+}
+
+StoreSet ChosenOf(const Stores &stores) {
+    StoreSet chosen = 0;
+    for (const Store &store : stores) {
+        chosen |= store.chosen ? SetOf(store.id) : 0;
+    }
+    return chosen;
+}
+
+int MakeSideCopy(Store &store) {
+    const bool last = IsThere(store.copy) && !HoldsNothing(store.copy) &&
+                      (IsUnrestored(store.id) || HoldsNothing(store.place));
+    if (last && SetAside(store) < 0) {
+        // Without its name nobody removes it.
+        *store.copy = '\0';
+        return -1;
+    }
+    SetUnrestored(store.id, false);
+    switch (PresenceOf(store.place)) {
+        case Presence::kAbsent:
+            return ClearSideCopy(store.copy);
+        case Presence::kPresent:
+            return CopyWhole(store);
+        default:
+            return FailToLook(store.place);
+    }
+}
+
+int PutBack(const Store &store) {
+    switch (PresenceOf(store.copy)) {
+        case Presence::kAbsent:
+            return 0;
+        case Presence::kPresent: {
+            const int result = Return(store).Make();
+            SetUnrestored(store.id, result < 0 && IsThere(store.copy));
+            return result;
+        }
+        default:
+            return FailToLook(store.copy);
+    }
+}
+
+int DeleteSideCopy(const Store &store) {
+    const bool last = IsUnrestored(store.id) && HoldsNothing(store.place) && IsThere(store.copy) &&
+                      !HoldsNothing(store.copy);
+    if (last) {
+        SetUnrestored(store.id, false);
+        return SetAside(store);
+    }
+    return RemovePath(store.copy);
+}
+
+}  // namespace tavo
