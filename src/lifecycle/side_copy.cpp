@@ -16,6 +16,7 @@
 
 #include "lifecycle/path_change.h"
 #include "lifecycle/pause.h"
+#include "support/descriptor.h"
 #include "support/failure.h"
 #include "support/folder_lock.h"
 #include "support/presence.h"
@@ -141,14 +142,60 @@ int ClearStagingFolder(const Store &store, const char *copy) {
     return lock.OutOfMemory() ? TAVO_LOG_STATE("Failed to lock %s", copy) : 0;
 }
 
-// Of the mode of a folder cp gives its copy what the caller's umask leaves, and the copy may become
-// the store.
-int CompleteCopy(const Store &store) {
-    struct stat entry;
-    if (stat(store.place, &entry) == 0) {
-        chmod(store.copy, entry.st_mode & 07777);
+constexpr int kInnerFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// Gives the entries of a copy of a folder the modes of those in the folder. What is not in both is
+// left alone. Closes the folder; false when one cannot be listed.
+bool CopyModesInside(int folder, int copy) {
+    const OpenFolder listing(folder < 0 ? nullptr : fdopendir(folder));
+    if (listing == nullptr) {
+        const int error = errno;
+        close(folder);
+        errno = error;
+        return false;
     }
-    return ClearStagingFolder(store, store.copy);
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(listing.get());
+        if (entry == nullptr) {
+            return errno == 0;
+        }
+        const char *name = entry->d_name;
+        struct stat status;
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
+            fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) < 0 || S_ISLNK(status.st_mode) ||
+            fchmodat(copy, name, status.st_mode & 07777, 0) < 0) {
+            continue;
+        }
+        if (S_ISDIR(status.st_mode)) {
+            const Descriptor inner_copy(openat(copy, name, kInnerFolder));
+            if (!CopyModesInside(openat(folder, name, kInnerFolder), inner_copy.Get())) {
+                return false;
+            }
+        }
+    }
+}
+
+// cp gives a copy the modes less what the caller's umask takes away, and the copy may become the
+// store, which other users read.
+int CopyModes(const Store &store) {
+    struct stat status;
+    bool copied = stat(store.place, &status) == 0 && chmod(store.copy, status.st_mode & 07777) == 0;
+    if (copied && S_ISDIR(status.st_mode)) {
+        const Descriptor copy(open(store.copy, kInnerFolder));
+        copied = CopyModesInside(open(store.place, kInnerFolder), copy.Get());
+    }
+    if (!copied) {
+        const int error = errno;
+        return TAVO_FAIL_STATE(error == ENOMEM ? kErrorNoMemory : kErrorCopy,
+                               "Failed to copy the modes of %s to %s: %s", store.place, store.copy,
+                               std::strerror(error));
+    }
+    return 0;
+}
+
+int CompleteCopy(const Store &store) {
+    return ClearStagingFolder(store, store.copy) < 0 ? -1 : CopyModes(store);
 }
 
 int CopyWhole(const Store &store) {
@@ -338,9 +385,8 @@ int PutBack(const Store &store) {
 }
 
 int DeleteSideCopy(const Store &store) {
-    const bool last = IsUnrestored(store.id) && HoldsNothing(store.place) && IsThere(store.copy) &&
-                      !HoldsNothing(store.copy);
-    if (last) {
+    // Whoever deletes the copy after a restore that failed may not know that it failed.
+    if (IsUnrestored(store.id) && IsThere(store.copy) && !HoldsNothing(store.copy)) {
         SetUnrestored(store.id, false);
         return SetAside(store);
     }

@@ -124,6 +124,12 @@ constexpr char kFirewallReloaded[] = "tavofirewall --reload";
 constexpr char kRelayAsked[] = "systemctl is-active --quiet tavorelayd";
 constexpr char kRelayReloaded[] = "systemctl reload tavorelayd";
 
+inline mode_t ModeOf(const std::string &path) {
+    struct stat status = {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+    return status.st_mode;
+}
+
 // A socket that nobody listens on.
 inline void MakeSocket(const std::string &path) {
     const int socket_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);

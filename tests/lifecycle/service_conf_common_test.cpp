@@ -92,6 +92,20 @@ TEST_F(PathRemoval, FailsWhereRmCannotBeRunAndNotWhereItFails) {
 
 // ---- Copying and moving ----
 
+// A folder with a file system of its own.
+class Mounted {
+  public:
+    explicit Mounted(const char *folder) : folder_(folder) {
+        EXPECT_EQ(mount("tmpfs", folder, "tmpfs", 0, "size=1m"), 0);
+    }
+    ~Mounted() { umount2(folder_, MNT_DETACH); }
+    Mounted(const Mounted &) = delete;
+    Mounted &operator=(const Mounted &) = delete;
+
+  private:
+    const char *folder_;
+};
+
 class PathCopy : public ServiceFilesTest {
   protected:
     PathCopy() {
@@ -235,6 +249,21 @@ TEST_F(PathCopy, PutsNothingIntoAFolderThatCannotBeRemoved) {
     EXPECT_THAT(Messages(), testing::Each("Failed to rm -rf /packages/folder[0x0000 :N]"));
 }
 
+TEST_F(PathCopy, ReplacesALinkToAMountPoint) {
+    const std::string place = "/packages/place";
+    for (const int move : {0, 1}) {
+        std::filesystem::create_directory(place);
+        const Mounted mounted(place.c_str());
+        WriteFile(place + "/inside", "");
+        std::filesystem::create_directory_symlink(place, "/packages/link");
+        EXPECT_EQ(CopyOrMovePath("/packages/file", "/packages/link", move), 0);
+        EXPECT_EQ(ReadFile("/packages/link"), "file");
+        EXPECT_THAT(Entries(place), ElementsAre("inside"));
+        std::filesystem::rename("/packages/link", "/packages/file");
+    }
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
 TEST_F(PathCopy, FailsWhenMemoryRunsOut) {
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         TLIBCErrSetEx(0, nullptr, 0);
@@ -247,20 +276,6 @@ TEST_F(PathCopy, FailsWhenMemoryRunsOut) {
 }
 
 // ---- Side copies ----
-
-// A folder with a file system of its own.
-class Mounted {
-  public:
-    explicit Mounted(const char *folder) : folder_(folder) {
-        EXPECT_EQ(mount("tmpfs", folder, "tmpfs", 0, "size=1m"), 0);
-    }
-    ~Mounted() { umount2(folder_, MNT_DETACH); }
-    Mounted(const Mounted &) = delete;
-    Mounted &operator=(const Mounted &) = delete;
-
-  private:
-    const char *folder_;
-};
 
 class SideCopies : public ServiceFilesTest {
   protected:
@@ -538,6 +553,7 @@ TEST_F(SideCopies, AreNotRestoredToAStoreThatIsMounted) {
     const Programs programs;
     EXPECT_EQ(TLIBServiceConfRestore(&param), -1);
     EXPECT_EQ(AllStores(), before);
+    EXPECT_EQ(ErrorState(), "0x2800 side_copy.cpp");
     EXPECT_THAT(Copied(), ElementsAre(kPackageServices));
     EXPECT_THAT(Messages(),
                 ElementsAre("Failed to rm -rf " + std::string(kPackageServices) + "[0x0000 :N]"));

@@ -253,6 +253,12 @@ TEST_F(PortsSet, NeedsTheNameOfTheCopy) {
     ExpectFullFolderInTheWay();
 }
 
+TEST_F(PortsSet, TakesNoFileForMissingThatItCannotLookAt) {
+    const FileState before = StateOf(kFile);
+    ExpectUnknownFile();
+    EXPECT_EQ(StateOf(kFile), before);
+}
+
 TEST_F(PortsSet, TakesTheNameOfTheCopyFromWhatWasPlanted) {
     ExpectPlantsRemoved();
 }

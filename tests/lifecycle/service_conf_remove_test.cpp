@@ -246,6 +246,18 @@ TEST_F(ServiceConfRemove, GoesOnWhereTheCopyHasNoPlace) {
                                         " has the name of a copy and is not empty"));
 }
 
+TEST_F(ServiceConfRemove, TakesNoFileForMissingThatItCannotLookAt) {
+    {
+        const Failing look("stat", kGameFile, EIO);
+        EXPECT_EQ(Remove(RemovalParam(7)), -1);
+    }
+    EXPECT_EQ(ErrorState(), "0x900 set_param.cpp");
+    EXPECT_THAT(Messages(), ElementsAre(std::string("Failed to look at ") + kGameFile +
+                                        ": Input/output error[0x0900 set_param.cpp:N]"));
+    EXPECT_EQ(ReadFile(kGameFile), kGame);
+    EXPECT_THAT(Calls(), IsEmpty());
+}
+
 TEST_F(ServiceConfRemove, TakesTheNameOfTheCopyFromWhatWasPlanted) {
     const std::string place = "/tmp/" + BackupName();
     const std::function<void()> plants[] = {

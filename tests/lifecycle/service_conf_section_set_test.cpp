@@ -501,6 +501,16 @@ TEST_F(SectionSet, NeedsTheNameOfTheCopy) {
     ExpectFullFolderInTheWay();
 }
 
+TEST_F(SectionSet, MakesNoFileWhereItCannotLookForIt) {
+    WriteFile(kFile, kOld);
+    const FileState before = StateOf(kFile);
+    ExpectUnknownFile();
+    EXPECT_EQ(StateOf(kFile), before);
+    std::filesystem::remove(kFile);
+    ExpectUnknownFile();
+    EXPECT_THAT(Entries(kSystemServices), IsEmpty());
+}
+
 TEST_F(SectionSet, TakesTheNameOfTheCopyFromWhatWasPlanted) {
     WriteFile(kFile, kOld);
     ExpectPlantsRemoved();

@@ -3,6 +3,7 @@
 #include "failing_allocation.h"
 #include "lifecycle_test.h"
 #include "stand_ins.h"
+#include "tavopluginsdk.h"
 
 namespace tavo::test {
 namespace {
@@ -138,6 +139,21 @@ TEST_F(UpdateServNotify, SendsAMissingFileAsAnEmptyText) {
     ExpectTold({kUpdated, "< OLD_PORT_CONFIG_CONTENT=", "< NEW_PORT_CONFIG_CONTENT=", kForwarding,
                 kFirewall});
     EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(UpdateServNotify, TakesNoFileForMissingThatItCannotLookAt) {
+    TLIBPluginHandle *plugins = TLIBPluginSDKInit("port_config", "port_config/update");
+    {
+        const Failing look("stat", "/etc/tavoinfo.conf", EIO);
+        EXPECT_EQ(PluginArgSetFileContent(plugins, "KEY", "/etc/tavoinfo.conf"), 0);
+        EXPECT_EQ(PluginArgSetFileContent(plugins, "KEY", "/etc/missing.conf"), 0);
+    }
+    {
+        const Failing look("stat", "/etc/missing.conf", EIO);
+        EXPECT_EQ(PluginArgSetFileContent(plugins, "KEY", "/etc/missing.conf"), -1);
+    }
+    EXPECT_THAT(Messages(), ElementsAre("FAILED to open /etc/missing.conf"));
+    TLIBPluginExit(plugins);
 }
 
 // A folder of the kernel's file system in memory has no end to seek to.

@@ -70,6 +70,20 @@ class SetTest : public LifecycleTest {
         EXPECT_THAT(Calls(), testing::IsEmpty());
     }
 
+    // That a file that cannot be looked at is neither there nor missing, and nothing is done.
+    void ExpectUnknownFile() {
+        log_.Clear();
+        TLIBCErrSetEx(0, nullptr, 0);
+        const Programs programs;
+        const Failing look("stat", kFile, EIO);
+        EXPECT_EQ(Set(), -1);
+        EXPECT_EQ(ErrorState(), "0x900 set_param.cpp");
+        EXPECT_THAT(Messages(),
+                    testing::ElementsAre("Failed to look at /usr/tavo/etc/services.d/web.sc: "
+                                         "Input/output error[0x0900 set_param.cpp:N]"));
+        EXPECT_THAT(programs.Run(), testing::IsEmpty());
+    }
+
     // That a folder with something in it, at the name of the copy, makes it fail and stays.
     void ExpectFullFolderInTheWay() {
         std::filesystem::create_directories(std::string(kCopy) + "/sub");

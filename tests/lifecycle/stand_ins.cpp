@@ -2,6 +2,9 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,6 +37,9 @@ std::string g_looked_at;
 std::function<void()> g_look;
 
 std::size_t g_longest_read = SIZE_MAX;
+
+bool g_fast_clock = false;
+time_t g_hours = 0;
 
 struct Opening {
     std::string path;
@@ -168,6 +174,9 @@ MAY_FAIL(-1, int, TLIBIsPortConflict, Question(skip, ports, protocols, flags),
 MAY_FAIL(nullptr, const char *, TAVOPFRuleConfPathGet, "", (), ())
 
 MAY_FAIL(-1, int, fsync, "", (int fd), (fd))
+MAY_FAIL(-1, int, stat, path, (const char *path, struct stat *status) noexcept, (path, status))
+MAY_FAIL(-1, int, rename, from, (const char *from, const char *to) noexcept, (from, to))
+MAY_FAIL(-1, int, flock, "", (int fd, int operation) noexcept, (fd, operation))
 MAY_FAIL(-1, int, unlink, path, (const char *path) noexcept, (path))
 MAY_FAIL(-1, int, TLIBCStrTrimSpace, text, (char *text), (text))
 MAY_FAIL(-1, int, TLIBCFileRemoveSection, section, (const char *path, const char *section),
@@ -184,6 +193,15 @@ MAY_FAIL(-1, int, TLIBServiceConfUpdateServNotify, "", (const TAVO_SERVICE_CONF_
 MAY_FAIL(-1, int, TLIBServiceConfRemoveServNotify, Told(notify),
          (const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify), (notify))
 // clang-format on
+
+STAND_IN_FRONT int clock_gettime(clockid_t clock, timespec *time) noexcept {
+    static const auto next = NEXT(clock_gettime);
+    const int result = next(clock, time);
+    if (g_fast_clock) {
+        time->tv_sec += 3600 * ++g_hours;
+    }
+    return result;
+}
 
 STAND_IN_FRONT int open(const char *path, int flags, ...) {
     static const auto next = NEXT(open);
@@ -250,6 +268,14 @@ Before::Before(std::string function, std::function<void()> look) {
 
 Before::~Before() {
     g_looked_at.clear();
+}
+
+FastClock::FastClock() {
+    g_fast_clock = true;
+}
+
+FastClock::~FastClock() {
+    g_fast_clock = false;
 }
 
 ShortReads::ShortReads() {

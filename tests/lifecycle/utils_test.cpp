@@ -149,6 +149,17 @@ TEST_F(ServiceConfInstaller, OfAMissingSourceMakesNothing) {
     EXPECT_FALSE(std::filesystem::exists(kPackageServices));
 }
 
+TEST_F(ServiceConfInstaller, ReportsAMissingSourceBeforeABadName) {
+    for (const char *name : {"..", "../game.sc", static_cast<const char *>(nullptr)}) {
+        StartAnew();
+        EXPECT_EQ(ServiceConfInstall(name, "/packages/missing.sc", 2, nullptr), -1);
+        EXPECT_EQ(ErrorState(), "0x700 service_conf_file_verify.cpp");
+        EXPECT_THAT(Messages(),
+                    ElementsAre("Source configure file does not exist (/packages/missing.sc)"
+                                "[0x0700 service_conf_file_verify.cpp:N]"));
+    }
+}
+
 TEST_F(ServiceConfInstaller, StopsWhereTheSourceCannotBeVerified) {
     const Programs programs;
     const Failing verify("TAVOServiceConfFileVerify");
