@@ -17,8 +17,8 @@
  *        0x200   out of memory
  *        0x600   source path is no folder or regular file
  *        0x700   file does not exist
- *        0x900   file cannot be opened
- *        0x2800  rename failed
+ *        0x900   file cannot be opened, looked at, or locked in time
+ *        0x2800  rename failed, or a store cannot be put back
  *        0x3B00  copy failed
  *        0x3C00  directory cannot be made
  *        0xBF00  output buffer too small
@@ -36,8 +36,9 @@
  *  6. Lists are chained through pNext. What is added to a caller's list is put in front.
  *  7. Text is bytes. A text longer than its field is cut to fit and always terminated; fields
  *     that a caller fills may lack the terminator.
- *  8. Nothing is kept between calls: each reads the files it needs anew. Functions may be called
- *     from several threads at once as long as each uses its own records. Only a file that the
+ *  8. Nothing is kept between calls: each reads the files it needs anew. Only a backup keeps its
+ *     stores locked (see TLIBServiceConfBackup). Functions may be called from several threads at
+ *     once as long as each uses its own records. Only a file that the
  *     calling thread holds with TLIBCFileHold of tavocore.h is read as it was then, and that by
  *     functions that change no file: those that set a section or its ports, remove a section,
  *     install or update a file end the hold first. A call that is left by longjmp may leave a hold
@@ -574,11 +575,25 @@ TAVO_API int TAVORuntimeIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uin
  * and telling those who act on declared ports: the firewall tool, the router tool, the relay daemon
  * tavorelayd and the plugins of the group port_config.
  *
- * Callers serialise what changes the same file: the library takes no lock, and the copies that it
- * makes in /tmp have fixed names. Such a name is taken anew, for the caller's user alone: a link or
- * plain file that stands there is removed, and with anything else there the copy fails. Names of
- * files hold no ".." component, which is refused with 0xD00, and so lead to nothing outside the
- * directory; give plain ones, of at most 228 bytes: a longer one has no name for its copies.
+ * Callers need not serialise changes. Each of these functions locks the store that it changes while
+ * it reads and writes it (/run/tavoserviceconf/STORE.lock, flock), and waits for other threads and
+ * processes at most two minutes; then it fails with 0x900 and a log line that names the lock. The
+ * stores are the service files of the system, those of packages, the rules of the firewall, and
+ * those of port forwarding. No lock is held while a restart or a notification runs, except by
+ * TLIBServiceConfSectionRemove, which may have to undo the removal: a program that it runs must not
+ * change the same stores. Two things are left to callers: those who write a service file by other
+ * means than this library or the writers of tavocore.h, and those who use
+ * TAVOServiceConfUpdateBaseNameWithoutNotify for one name at once, since the copy that it hands out
+ * has a fixed name.
+ *
+ * The copies in /tmp have fixed names. Such a name is taken anew, for the caller's user alone: a
+ * link, plain file, pipe, socket or empty folder that is there is removed, and the copy of a change
+ * that is going on is waited for. A folder that is not empty is logged, and the copy then fails.
+ * Folders that are made have the mode 0755 whatever the umask is.
+ *
+ * Names of files hold no ".." component, which is refused with 0xD00, and so lead to nothing
+ * outside the directory; give plain ones, of at most 228 bytes: a longer one has no name for its
+ * copies.
  *
  * A program that is run reads nothing, writes to the caller's standard output and error, and gets
  * no other descriptor of the caller. */
@@ -612,12 +627,16 @@ typedef struct TAVO_SERVICE_CONF_SET_PARAM {
  * and the file are made when they are missing. 0 on success, also when there was nothing to write;
  * -1 on failure, the file then being as it was.
  *
+ * 0 does not prove that the section was written: a write that fails, on a full disk for one, is
+ * logged only. To find out, read the section back with TAVOServiceConfSectionGet; the log line and
+ * the error state say why it was not written.
+ *
  * pParam: every field must have one of its values; with both bits of nLocation set the system
  * directory is meant. szSectionName names the section whose keys that are not set here, desc_extra
  * for one, are kept, and the services that the check of the ports leaves out; give it the name in
  * pSection. pSection needs a name, a title, a description and destination ports; desc_extra and
  * pNext are not used. A text is written between double quotes as it stands, so that one with a
- * newline is not written at all, which is not reported.
+ * newline is not written at all, which is logged only.
  *
  * First TLIBIsPortConflict is asked, with nCheckFlags, for the destination ports: a conflict is a
  * failure. Without TAVO_PORT_CHECK_FW_SERVICE in nCheckFlags that is all, but for the restart. With
@@ -627,8 +646,8 @@ typedef struct TAVO_SERVICE_CONF_SET_PARAM {
  *
  * Runs /bin/mkdir -p, /bin/cp -f FILE /tmp/NAME (a copy of the file as it was; it is gone when the
  * function returns) and /usr/tavo/sbin/tavoroutertool --update /tmp/NAME FILE. Sets 0xD00 for
- * what is wrong in the arguments; other failures are logged and set what the failing function
- * sets. */
+ * what is wrong in the arguments, 0x900 for a file that cannot be looked at and for a lock; other
+ * failures are logged and set what the failing function sets. */
 TAVO_API int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
                                        const TAVO_SERVICE_CONF_SECTION *pSection);
 
@@ -659,9 +678,9 @@ TAVO_API int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName
  * fails. Nobody is told.
  *
  * Runs TLIBIsConfPortConflict, /bin/mkdir -p and /bin/cp -f -p. Sets 0xD00 for NULL, a bad location
- * or a name that is refused, 0x700 for a missing source, 0x3C00 when a directory cannot be made,
- * 0x3B00 when the copy and 0x2800 when the rename fails. An installed file of that name sets the
- * error state back to 0 on the way. */
+ * or a name that is refused, 0x700 for a missing source, whatever the name is, 0x900 for a lock,
+ * 0x3C00 when a directory cannot be made, 0x3B00 when the copy and 0x2800 when the rename fails. An
+ * installed file of that name sets the error state back to 0 on the way. */
 TAVO_API int TAVOServiceConfInstall(const char *szSrcPath, int nLocation);
 
 /* The same under the base name szBaseName. *ppConflictPorts is that of TLIBIsConfPortConflict, and
@@ -699,7 +718,8 @@ TAVO_API int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *s
 
 /* The same without telling anybody: *pNotify is filled for the caller, who hands it to
  * TLIBServiceConfUpdateServNotify and deletes the file szOldConfPath, unless that is empty: then
- * there was no old file. A failure leaves *pNotify as it was and no copy; NULL is 0xD00. */
+ * there was no old file. Until it is deleted, callers must make no other update of that name. A
+ * failure leaves *pNotify as it was and no copy; NULL is 0xD00. */
 TAVO_API int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName,
                                                         const char *szSrcPath, int nLocation,
                                                         TAVO_SERVICE_CONF_PORT **ppConflictPorts,
@@ -712,7 +732,8 @@ TAVO_API int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName,
  *
  * pParam: nRestartMode 1, or 2 with one of the low four bits of nRestartFlags, neither of which has
  * any other effect; nWriteMode 3; nCheckFlags with TAVO_PORT_CHECK_FW_SERVICE; the low two bits of
- * nLocation 1 or 2; a file name. Anything else is refused with 0xD00; a missing file is 0x700.
+ * nLocation 1 or 2; a file name. Anything else is refused with 0xD00; a missing file is 0x700, one
+ * that cannot be looked at 0x900.
  *
  * Runs /bin/cp -f FILE /tmp/servicetool.remove.NAME.PID; the copy is gone when the function
  * returns. Only that cp cannot be run counts as a failure of it. */
@@ -736,19 +757,31 @@ TAVO_API int TLIBServiceConfRemoveBaseName(const char *szFileName, int nLocation
  * four bits in nCheckFlags, or no directory, and then also after a copy that cannot be made. Other
  * fields are not looked at. Of a store that is a symbolic link, what it leads to is copied.
  *
- * Only the process that made them finds them again. Runs /bin/rm -rf and /bin/cp -rf. That one of
- * these cannot be run is a failure, that it fails is not: a copy that did not become whole is
- * removed, and its store then is not restored. */
+ * The stores stay locked until TLIBServiceConfRestore or TLIBServiceBackupConfDelete of this
+ * process, from any thread, names them; the thread that made the backup may change them meanwhile,
+ * and make the backup anew. A failure locks nothing. A child made by fork has neither the locks nor
+ * the copies.
+ *
+ * Only the process that made them finds them again. Runs /bin/rm -rf and /bin/cp -rf, the latter
+ * while the writers of tavocore.h wait, up to five times. That one of these cannot be run is a
+ * failure, that it fails is not: a copy that did not become whole is removed and logged, and its
+ * store then is not restored. A copy of that name that was there is removed, except when its store
+ * is missing or empty or could not be restored: it may be the only whole one, and is renamed to
+ * STORE.unrestored.PID.N, which is logged. */
 TAVO_API int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
-/* Puts every side copy of such a backup in the place of its store, which is removed first. -1 for
- * the same bad arguments, when /bin/rm -rf or /bin/mv -f cannot be run, and when a folder cannot be
- * removed, as one that something is mounted on: its side copy then stays, and stores that follow
- * stay as they are. What is restored has the mode that cp gives it and is the caller's. */
+/* Puts every side copy of such a backup in the place of its store, which is removed first, and
+ * unlocks the stores whatever the result. Runs /bin/rm -rf and /bin/mv -f; where the second fails,
+ * the copy is renamed. -1 for the same bad arguments, when one of the two cannot be run, and, with
+ * 0x2800, when the store cannot be removed, as a folder that something is mounted on, or not be
+ * replaced. Every failure sets an error code and is logged. The side copy is then still there, or
+ * its content is in the place of the store; stores that follow stay as they are. What is restored
+ * has the modes that the store had and is the caller's. */
 TAVO_API int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
-/* Removes the side copies of such a backup. -1 for the same bad arguments and when /bin/rm -rf
- * cannot be run. */
+/* Removes the side copies of such a backup and unlocks the stores whatever the result. A copy that
+ * could not be restored is kept as by the next backup. -1 for the same bad arguments and when
+ * /bin/rm -rf cannot be run. */
 TAVO_API int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pParam);
 
 /* Removes a section from a service file as a transaction: the stores of TLIBServiceConfBackup are
@@ -756,7 +789,9 @@ TAVO_API int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pPar
  * made. With bit 1 in nCheckFlags the firewall drops the record of the service first
  * (TLIBFwServRemoveRecWrap); with nRestartMode 2 TLIBServiceConfServRestart follows, and once more
  * after a restore that its failure made needed. A file without a section but [global] is deleted. A
- * section, or a file, that is not there counts as removed. 0 when it is removed, -1 when not.
+ * section, or a file, that is not there counts as removed; a file that cannot be looked at is a
+ * failure (0x900). 0 when it is removed, -1 when not. The stores are locked from the backup to the
+ * restore or the end of the restart.
  *
  * pParam is that of TAVOServiceConfRemove, with a section name. Anything else is refused with
  * 0xD00; nRestartFlags above 31 are refused by the restart, and undo the removal. Give exactly 1 or
