@@ -317,7 +317,8 @@ typedef struct TAVO_FW_SERVICE {
  * (NULL when 0). The services of the system's files come first, then those of packages, each in the
  * order of files and sections, and last the rows of rgServices from "ipp" back to "telnet". A
  * service that cannot be listed is logged and left out: its ports are bad or missing, its port
- * provider fails, or memory ran out. -1 for NULL. Reads /etc.defaults/tavoinfo.conf, the service
+ * provider fails, its file cannot be read, or memory ran out. The list does not say so, and a port
+ * that it does not name need not be free; TLIBIsPortConflict answers -1 then. -1 for NULL. Reads /etc.defaults/tavoinfo.conf, the service
  * files of both directories, and what the port providers read. Free with TAVOFwServiceFree. */
 TAVO_API int TAVOFwServiceEnum(TAVO_FW_SERVICE **ppServices);
 
@@ -369,7 +370,9 @@ TAVO_API int TAVOFwIsSupportPortRange(void);
 #define TAVO_PORT_CHECK_SYS_KEY 8      /* ftpport, WebDavPort, ... of /etc/tavoinfo.conf */
 #define TAVO_PORT_CHECK_RUNTIME 16     /* the sockets that hold a port now */
 
-/* Whether ports are taken: 1 taken, 0 free, -1 when it cannot be told.
+/* Whether ports are taken: 1 taken, 0 free, -1 unknown. A source that could not be read for want of
+ * memory, or because a system call failed, makes it -1 and never 0, with one exception: when the
+ * networking library fails twice to list the sockets, there are none.
  *
  * szSkipServices names whom to leave out, blanks or commas between them: firewall services,
  * service_id values of forwarding rules, and, for the settings, "ftp", "webdav_http",
@@ -396,8 +399,14 @@ TAVO_API int TAVOFwIsSupportPortRange(void);
  *
  * Fails with 0xD00 for a NULL argument, flags outside 1..31, a bad port or, for the sockets, port
  * 0; 0xBF00 for protocols that are too long; 0x200 out of memory; 0x9900 when the services cannot
- * be enumerated for the sockets; and when a source cannot be read: a rule without its keys, a
- * settings file that is missing (0x700) or has a bad port. */
+ * be enumerated for the sockets; and when a source cannot be read: a rule without its keys, a rule
+ * file of which it is unknown whether it exists (0x900), a settings file that is missing (0x700) or
+ * has a bad port, and a service that is left out of the catalogue because memory ran out (0x200) or
+ * a file (0x900) or a folder (0x2A00) could not be read. A service file with invalid contents is
+ * left out and is no failure.
+ *
+ * Services and sockets are those of one moment of the call: what is installed or opened meanwhile
+ * may be missed. */
 TAVO_API int TLIBIsPortConflict(const char *szSkipServices, const char *szPort,
                                 const char *szProtocol, int nCheckFlags,
                                 TAVO_SERVICE_CONF_PORT **ppConflictPorts);
@@ -406,7 +415,9 @@ TAVO_API int TLIBIsPortConflict(const char *szSkipServices, const char *szPort,
  * socket: 1 as soon as one section collides, which skips itself; 0 when none does; -1 on failure.
  * Every section, [global] too, must have dst.ports, else it fails. A section whose check fails is
  * logged and passed over, so that a NULL ppConflictPorts gives 0. No section at all, or no readable
- * file, is 0. ppConflictPorts is that of TLIBIsPortConflict: entries that are in it on entry, or
+ * file, is 0. So 0 does not prove that the ports are free; ask TLIBIsPortConflict for each section
+ * where that matters. The file is read once, before the first section is checked. ppConflictPorts
+ * is that of TLIBIsPortConflict: entries that are in it on entry, or
  * that a section whose check failed has left, count as a conflict of the next section. */
 TAVO_API int TLIBIsConfPortConflict(const char *szConfFile,
                                     TAVO_SERVICE_CONF_PORT **ppConflictPorts);

@@ -1,8 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <sys/inotify.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
@@ -11,6 +8,7 @@
 
 #include "catalogue_test.h"
 #include "failing_allocation.h"
+#include "open_counter.h"
 
 namespace tavo::test {
 namespace {
@@ -309,20 +307,7 @@ TEST_F(ServiceEnum, LeavesOutOnlyWhatLacksMemory) {
 // Opening the settings for every file, or every section, is what makes long lists slow.
 TEST_F(ServiceEnum, OpensTheFactorySettingsOnceForAllFiles) {
     const auto opened = [this] {
-        const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-        // Closing is watched too, since equal events in a row come as one.
-        EXPECT_GE(inotify_add_watch(watch, kFactorySettings, IN_OPEN | IN_CLOSE), 0);
-        EXPECT_GT(Enumerate(), 0);
-        char buffer[1 << 14];
-        const ssize_t size = read(watch, buffer, sizeof(buffer));
-        int count = 0;
-        for (ssize_t i = 0; i < size; i += static_cast<ssize_t>(sizeof(inotify_event))) {
-            inotify_event event;
-            memcpy(&event, buffer + i, sizeof(event));
-            count += (event.mask & IN_OPEN) != 0 ? 1 : 0;
-        }
-        close(watch);
-        return count;
+        return CountOpens(kFactorySettings, [this] { EXPECT_GT(Enumerate(), 0); });
     };
     const int without_files = opened();
     EXPECT_GT(without_files, 0);

@@ -1,9 +1,12 @@
 // A whole service file against everything else that is declared on the appliance.
 #include <gmock/gmock.h>
 
+#include <sys/resource.h>
+
 #include "conflict_test.h"
 #include "failing_allocation.h"
 #include "held_socket.h"
+#include "open_counter.h"
 
 namespace tavo::test {
 namespace {
@@ -118,6 +121,66 @@ TEST_F(ConfPortConflict, PassesOverEverySectionWithoutAList) {
                                         "tavoerr=[0x0D00 service_is_port_conflict.cpp:N]"));
 }
 
+std::string Sections(int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+        text +=
+            "[s" + std::to_string(i) + "]\ndst.ports=\"" + std::to_string(10000 + i) + "/tcp\"\n";
+    }
+    return text;
+}
+
+TEST_F(ConfPortConflict, ReadsTheFileAndTheCatalogueOnceForAllSections) {
+    Service("web", "8080/tcp");
+    const std::string file = folder_.Write("new.sc", Sections(50));
+    const auto ask = [&] { EXPECT_EQ(TLIBIsConfPortConflict(file.c_str(), &conflicts_), 0); };
+    EXPECT_EQ(CountOpens("/usr/local/etc/services.d/web.sc", ask), 1);
+    EXPECT_EQ(CountOpens(file.c_str(), ask), 1);
+}
+
+// Each enumeration logs what it leaves out.
+TEST_F(ConfPortConflict, ReadsACatalogueThatLogsForEachSectionTwice) {
+    Service("web", "8080/tcp");
+    WriteFile("/usr/local/etc/services.d/bad.sc", "[bad]\ntitle=T\n");
+    const std::string file = folder_.Write("new.sc", Sections(3));
+    const auto ask = [&] { EXPECT_EQ(TLIBIsConfPortConflict(file.c_str(), &conflicts_), 0); };
+    EXPECT_EQ(CountOpens("/usr/local/etc/services.d/web.sc", ask), 6);
+    EXPECT_EQ(Messages().size(), 12U);
+}
+
+TEST_F(ConfPortConflict, FindsTheOneSectionOfManyThatCollides) {
+    Service("web", "8080/tcp");
+    WriteFile("/usr/local/etc/services.d/many.sc", [] {
+        std::string text;
+        for (int i = 0; i < 200; ++i) {
+            text += "[s" + std::to_string(i) + "]\ntitle=T\ndesc=D\ndst.ports=\"" +
+                    std::to_string(10000 + i) + "/tcp\"\n";
+        }
+        return text;
+    }());
+    EXPECT_EQ(AskFile(Sections(200)), 0) << "each skips itself";
+    EXPECT_EQ(AskFile(Sections(200) + "[t]\ndst.ports=\"10100/udp\"\n"), 0);
+    EXPECT_EQ(AskFile(Sections(200) + "[t]\ndst.ports=\"10100/tcp\"\n"), 1);
+    EXPECT_THAT(Messages(), ElementsAre("szTmpString=10100/tcp conflict"));
+}
+
+// Every range meets every other one, which would make four million pairs.
+TEST_F(ConfPortConflict, TakesNoMemoryForPairsThatAreMerged) {
+    constexpr int kRanges = 2000;
+    std::string ranges = "1000:60000";
+    for (int i = 1; i < kRanges; ++i) {
+        ranges += "," + std::to_string(1000 + i) + ":60000";
+    }
+    Service("web", ranges + "/tcp");
+    rusage before;
+    rusage after;
+    ASSERT_EQ(getrusage(RUSAGE_SELF, &before), 0);
+    EXPECT_EQ(AskFile("[other]\ndst.ports=\"" + ranges + "/tcp\"\n"), 1);
+    ASSERT_EQ(getrusage(RUSAGE_SELF, &after), 0);
+    EXPECT_THAT(Conflicts(), ElementsAre("src 1000:60000 protocol 0"));
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 32 * 1024) << "in KiB";
+}
+
 TEST_F(ConfPortConflict, NamesTheContainerThatCannotBeMade) {
     const std::string file = folder_.Write("new.sc", "[a]\ndst.ports=\"9/tcp\"\n");
     std::vector<std::string> said;
@@ -133,9 +196,11 @@ TEST_F(ConfPortConflict, NamesTheContainerThatCannotBeMade) {
         TAVOServiceConfPortsFree(conflicts);
     });
     EXPECT_GT(allocations, 20);
-    EXPECT_THAT(said, testing::IsSupersetOf(
-                          {"Failed to TLIBCSzListAlloc, tavoerr=[0x0200 sz_list.cpp:N]",
-                           "Failed to TLIBCSzHashAlloc, tavoerr=[0x0200 sz_hash.cpp:N]"}));
+    EXPECT_THAT(
+        said, testing::IsSupersetOf<std::string>(
+                  {"Failed to TLIBCSzListAlloc, tavoerr=[0x0200 sz_list.cpp:N]",
+                   "Failed to TLIBCSzHashAlloc, tavoerr=[0x0200 sz_hash.cpp:N]",
+                   "Failed to keep the ports of section a of " + file + "[0x0200 sz_list.cpp:N]"}));
 }
 
 }  // namespace
