@@ -100,6 +100,17 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         }
     }
 
+    // The service files are moved back as a whole, so a file may be among the side copies.
+    static Contents SavedContents(const std::string &name) {
+        for (const auto &entry : std::filesystem::directory_iterator("/usr/local/etc")) {
+            const std::filesystem::path saved = entry.path() / name;
+            if (entry.path().filename() != "services.d" && std::filesystem::exists(saved)) {
+                return ReadFile(saved);
+            }
+        }
+        return {};
+    }
+
     static Contents GameContents() {
         return std::filesystem::exists(kGamePath) ? Contents(ReadFile(kGamePath)) : Contents();
     }

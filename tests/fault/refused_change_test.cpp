@@ -90,6 +90,41 @@ TEST_P(RefusedChange, MakesTheAnswerAndTheFileAgree) {
 INSTANTIATE_TEST_SUITE_P(Changes, RefusedChange, testing::ValuesIn(Scenes()),
                          [](const auto &scene) { return scene.param.name; });
 
+// ---- Rollbacks ----
+
+class RefusedRollback : public ChangeUnderFire {};
+
+// What a rollback puts back is in the place of the store or still in the side copy, and whoever
+// removes the section again finds it there.
+TEST_F(RefusedRollback, LosesNoFile) {
+    static constexpr const char *kErrors[] = {"EIO", "ENOSPC", "EACCES"};
+    const Contents old = GameFile("7001/tcp");
+    std::filesystem::remove(kFirewallTool);
+    Prepare(old);
+    const Outcome whole = Make("remove-section", {"-e", "trace=all"});
+    EXPECT_EQ(whole.result, -1);
+    EXPECT_EQ(GameContents(), old);
+    std::size_t turn = 0;
+    int put_back = 0;
+    for (const SystemCall &call : Refusable(CallsBetweenMarks(whole.trace))) {
+        const std::string error = kErrors[turn++ % std::size(kErrors)];
+        SCOPED_TRACE(error + " at " + call.line);
+        Prepare(old);
+        const Outcome outcome = Make("remove-section", Injection(call, "error=" + error));
+        EXPECT_EQ(outcome.result, -1);
+        EXPECT_NE(outcome.log, "");
+        EXPECT_EQ(outcome.left_open, "0");
+        for (int again = 0; again < 2; ++again) {
+            const bool stands = GameContents() == old;
+            put_back += stands ? 1 : 0;
+            EXPECT_EQ(stands ? old : SavedContents("game.sc"), old);
+            EXPECT_EQ(stands ? ReadFile(kChatPath) : SavedContents("chat.sc"), kChat);
+            EXPECT_EQ(Make("remove-section").result, -1);
+        }
+    }
+    EXPECT_GT(put_back, 100);
+}
+
 // ---- Full disks ----
 
 // A folder on a disk of its own.
