@@ -129,7 +129,12 @@ bool TemporaryCopy::Take(const char *szPath) {
                 return false;
             }
             // Until it is locked it looks like a copy that nobody needs any more.
-            if (file.IsOpen() && TryLock(file.Get()) && IsAt(szPath, file.Get())) {
+            const bool locked = file.IsOpen() && TryLock(file.Get());
+            if (file.IsOpen() && !locked && errno != EWOULDBLOCK) {
+                unlink(szPath);
+                return false;
+            }
+            if (locked && IsAt(szPath, file.Get())) {
                 descriptor_ = file.Release();
                 return true;
             }

@@ -143,6 +143,17 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         return CallsBetweenMarks(outcome.trace);
     }
 
+    // From now on the firewall tool is missing, so that a removal of a section is rolled back: the
+    // system calls of one.
+    std::vector<SystemCall> RehearseRollback(const Contents &old) {
+        std::filesystem::remove(kFirewallTool);
+        Prepare(old);
+        const Outcome outcome = Make("remove-section", {"-e", "trace=all"});
+        EXPECT_EQ(outcome.result, -1);
+        EXPECT_EQ(GameContents(), old);
+        return CallsBetweenMarks(outcome.trace);
+    }
+
     // Everything in /tmp and beside the service files that is not there in peace.
     std::vector<std::string> Lying() const {
         std::vector<std::string> paths;
