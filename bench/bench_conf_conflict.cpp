@@ -20,7 +20,7 @@ constexpr char kNewFile[] = "/tmp/new.sc";
 std::string Ranges(int section, int ranges) {
     std::string text;
     for (int i = 0; i < ranges; ++i) {
-        const int first = 1000 + (section + i) % 40000;
+        const int first = 20000 + (section + i) % 30000;
         text += (i == 0 ? "" : ",") + std::to_string(first);
         text += ranges == 1 ? "" : ":" + std::to_string(60000 - i % 1000);
     }
