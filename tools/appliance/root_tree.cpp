@@ -81,6 +81,23 @@ void CopyTree(const fs::path &from, const fs::path &to) {
     }
 }
 
+// Not every host has every program that the template links to. A link without its program would
+// lead nowhere inside.
+void RemoveLinksToMissingPrograms(const fs::path &root) {
+    std::vector<fs::path> missing;
+    for (const fs::directory_entry &entry : fs::directory_iterator(root / "bin")) {
+        if (entry.is_symlink()) {
+            const fs::path target = ("/bin" / fs::read_symlink(entry)).lexically_normal();
+            if (IsHostPath(target) && !fs::exists(target)) {
+                missing.push_back(entry.path());
+            }
+        }
+    }
+    for (const fs::path &link : missing) {
+        fs::remove(link);
+    }
+}
+
 // Lines "MODE PATH", the mode in octal; # starts a comment.
 void MakeListedFolders(const fs::path &list, const fs::path &root) {
     std::ifstream lines(list);
@@ -192,6 +209,7 @@ void RootTree::Fill(const fs::path &share) const {
     Attempt("cannot copy the appliance template in " + share.string(), [&] {
         MakeFolder(root_, 0755);
         CopyTree(share / "root", root_);
+        RemoveLinksToMissingPrograms(root_);
         MakeListedFolders(share / "folders", root_);
     });
 }

@@ -33,7 +33,8 @@ class RootTree {
 
     const std::filesystem::path &Path() const { return root_; }
 
-    // Copies the template in `share` (the tree "root" and the list "folders").
+    // Copies the template in `share` (the tree "root" and the list "folders"), without the links to
+    // programs that the host lacks.
     void Fill(const std::filesystem::path &share) const;
 
     // Copies a file in, in place of what has its name.

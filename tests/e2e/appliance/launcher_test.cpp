@@ -274,6 +274,24 @@ TEST(With, ReplacesALinkAndNotTheFileItNames) {
     EXPECT_GT(std::stoi(result.out.substr(5)), 10);
 }
 
+TEST(Run, LeavesOutLinksToProgramsThatTheHostLacks) {
+    const TemporaryFolder build;
+    const fs::path original = fs::path(APPLIANCE).parent_path().parent_path();
+    const fs::path share = fs::path(build.Path()) / "share/tavo-appliance";
+    fs::create_directories(share / "source");
+    fs::create_directory(build / "bin");
+    fs::copy_file(APPLIANCE, build / "bin/appliance");
+    fs::copy_file(original / "share/tavo-appliance/folders", share / "folders");
+    fs::copy(fs::canonical(original / "share/tavo-appliance/root"), share / "root",
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    fs::create_symlink("../usr/bin/no-such-program", share / "root/bin/no-such-program");
+    fs::create_symlink("no-such-file", share / "root/bin/of-the-template");
+    const ProgramResult result = RunProgram({build / "bin/appliance", "run", "--", "sh", "-c",
+                                             "for name in env no-such-program of-the-template; do"
+                                             " test -L /bin/$name && echo $name; done; true"});
+    EXPECT_EQ(result.out, "env\nof-the-template\n") << result.err;
+}
+
 TEST(With, NeverFollowsALinkOutOfTheTree) {
     const TemporaryFolder build;
     const std::string file = build.Write("file", "text");
