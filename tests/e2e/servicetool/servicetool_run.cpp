@@ -5,10 +5,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 
 namespace tavo::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 std::vector<std::string> Command(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), SERVICETOOL);
@@ -47,6 +50,25 @@ std::string ReadTerminal(int terminal) {
 
 ProgramResult ServiceTool(std::vector<std::string> arguments, std::string_view input) {
     return RunProgram(Command(std::move(arguments)), input);
+}
+
+ServiceToolForEveryone::ServiceToolForEveryone() {
+    const fs::path program = SERVICETOOL;
+    const fs::path target = folder_.Path();
+    fs::copy_file(program, target / program.filename());
+    for (const fs::directory_entry &entry :
+         fs::directory_iterator(program.parent_path().parent_path() / "lib")) {
+        const fs::path name = entry.path().filename();
+        if (name.string().find(".so.") != std::string::npos) {
+            fs::copy_file(entry.path(), target / name);
+        }
+    }
+    fs::permissions(target, fs::perms{0755});
+}
+
+std::vector<std::string> ServiceToolForEveryone::Command() const {
+    return {"env", "LD_LIBRARY_PATH=" + folder_.Path(),
+            folder_ / fs::path(SERVICETOOL).filename().string()};
 }
 
 std::string ServiceToolOnTerminal(std::vector<std::string> arguments, unsigned short columns,

@@ -7,10 +7,24 @@
 #include <vector>
 
 #include "run_program.h"
+#include "temporary_folder.h"
 
 namespace tavo::test {
 
 ProgramResult ServiceTool(std::vector<std::string> arguments, std::string_view input = {});
+
+// A copy of servicetool and of the libraries of its build in a folder that every user can enter.
+// The build itself may be below a folder that is closed to all but its owner.
+class ServiceToolForEveryone {
+  public:
+    ServiceToolForEveryone();
+
+    // The words that start the copy, for the end of a command such as setpriv.
+    std::vector<std::string> Command() const;
+
+  private:
+    TemporaryFolder folder_;
+};
 
 // What servicetool shows on a terminal of that size, standard output and error together.
 std::string ServiceToolOnTerminal(std::vector<std::string> arguments, unsigned short columns = 80,

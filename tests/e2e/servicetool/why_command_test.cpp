@@ -96,6 +96,17 @@ ProgramResult WhyUnder(std::vector<std::string> words, const std::vector<std::st
 const std::vector<std::string> kWithoutRights = {"setpriv", "--bounding-set=-all",
                                                  "--inh-caps=-all", "--"};
 
+// The same as another user, who may not enter the folders of the build.
+ProgramResult WhyAs(uid_t user, const std::vector<std::string> &arguments) {
+    const ServiceToolForEveryone program;
+    std::vector<std::string> words = {"setpriv", "--reuid=" + std::to_string(user), "--"};
+    for (const auto &part :
+         {program.Command(), std::vector<std::string>{"why", "--no-legend"}, arguments}) {
+        words.insert(words.end(), part.begin(), part.end());
+    }
+    return RunProgram(words);
+}
+
 // Whether there are more users here than root.
 bool CanRunAsOthers() {
     return RunProgram({"setpriv", "--reuid=4242", "--", "true"}).status == 0;
@@ -469,9 +480,8 @@ TEST_F(WhyCommand, AdvisesToAskAsRoot) {
     if (!CanRunAsOthers()) {
         GTEST_SKIP() << "nobody is here but root";
     }
-    const std::vector<std::string> as_nobody = {"setpriv", "--reuid=65534", "--"};
     const HeldSocket held(AF_INET, SOCK_STREAM, 8080);
-    const ProgramResult result = WhyUnder(as_nobody, {"8080/tcp"});
+    const ProgramResult result = WhyAs(65534, {"8080/tcp"});
     EXPECT_THAT(result.out,
                 HasSubstr("8080/tcp is held, but by whom cannot be told: ask as root\n"));
     EXPECT_EQ(result.status, 3);
@@ -483,11 +493,11 @@ TEST_F(WhyCommand, DoesNotTakeAnUnknownHolderForTheService) {
     }
     WriteFile(kPackage + "a.sc", Section("a", "8080/udp"));
     const HeldBy own(Program("a"), AF_INET6, SOCK_DGRAM, 8080, 1023);
-    const std::vector<std::string> as_http = {"setpriv", "--reuid=1023", "--"};
+    constexpr uid_t kHttp = 1023;
     const std::vector<std::string> question = {"--json", "8080/udp"};
-    EXPECT_EQ(ResultOf(WhyUnder(as_http, question))["same_service"], true);
+    EXPECT_EQ(ResultOf(WhyAs(kHttp, question))["same_service"], true);
     const HeldSocket unknown(AF_INET, SOCK_DGRAM, 8080);
-    const json result = ResultOf(WhyUnder(as_http, question));
+    const json result = ResultOf(WhyAs(kHttp, question));
     EXPECT_EQ(result["held_by"][0]["pid"], nullptr);
     EXPECT_EQ(result["held_by"][1]["pid"], own.Pid());
     EXPECT_EQ(result["same_service"], nullptr);
@@ -496,12 +506,12 @@ TEST_F(WhyCommand, DoesNotTakeAnUnknownHolderForTheService) {
                                       "somebody who cannot be looked at holds it, too");
     std::filesystem::remove(kPackage + "a.sc");
     EXPECT_EQ(
-        ResultOf(WhyUnder(as_http, question))["sentence"],
+        ResultOf(WhyAs(kHttp, question))["sentence"],
         "8080/udp is held by a " + own.PidText() +
             ", which listens on it; no service file declares it; somebody who cannot be looked at "
             "holds it, too");
     const HeldSocket reserved(AF_INET, SOCK_STREAM, 412);
-    EXPECT_EQ(ResultOf(WhyUnder(as_http, {"--json", "412/tcp"}))["sentence"],
+    EXPECT_EQ(ResultOf(WhyAs(kHttp, {"--json", "412/tcp"}))["sentence"],
               "412/tcp is taken: the system keeps it for itself; who holds it cannot be told: ask "
               "as root");
 }
