@@ -1,15 +1,17 @@
-// One servicetool changes service files at a time: the library leaves it to its callers to come one
-// after the other, and between the look at the ports that are free and the change nobody may take
-// them.
+// One servicetool changes service files at a time: between the look at the ports that are free and
+// the change no other servicetool may take them.
 #ifndef TAVO_SERVICETOOL_CHANGE_LOCK_H
 #define TAVO_SERVICETOOL_CHANGE_LOCK_H
 
-#include <vector>
+#include <string>
+
+#include "report.h"
 
 namespace tavo {
 
 // Others that change service files, such as the administration pages, do not take it. A program
-// that is told of a change may not make one in the meantime; the programs do not inherit the lock.
+// that is notified of a change may not make one in the meantime; the programs do not inherit the
+// lock.
 class ChangeLock {
   public:
     ChangeLock() = default;
@@ -17,12 +19,24 @@ class ChangeLock {
     ChangeLock(const ChangeLock &) = delete;
     ChangeLock &operator=(const ChangeLock &) = delete;
 
-    // Waits for a change that is under way; false when that takes too long.
+    // Waits for a change that is under way. False when that takes too long, or when there is no
+    // lock to be had.
     bool Take();
 
+    // Why there is no lock to be had; empty where another change is under way.
+    const std::string &Problem() const { return problem_; }
+
   private:
-    std::vector<int> folders_;
+    bool Open();
+    bool Fail(const std::string &path, const std::string &why);
+
+    int file_ = -1;
+    std::string problem_;
 };
+
+// Reports, about `name`, why the lock was not taken, with what that means for the change. False.
+bool TellNoLock(const ChangeLock &lock, const std::string &name, const std::string &consequence,
+                Report &report);
 
 }  // namespace tavo
 

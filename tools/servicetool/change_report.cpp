@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 #include "installed_file.h"
 #include "library_log.h"
@@ -119,6 +120,11 @@ bool ChangeReport::Begin(const std::string &what) {
     return change_.dry_run ? End("dry run: ") : true;
 }
 
+void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
+    copied_path_ = path;
+    source_name_ = name;
+}
+
 // What is thrown by the call is thrown before the library changes anything.
 Outcome ChangeReport::Call(const std::function<int()> &call) {
     Outcome outcome;
@@ -131,6 +137,9 @@ Outcome ChangeReport::Call(const std::function<int()> &call) {
     }
     outcome.code = TLIBCErrGet();
     outcome.lines = log.End();
+    for (LoggedLine &line : outcome.lines) {
+        line.text = Replaced(std::move(line.text), copied_path_, source_name_);
+    }
     return outcome;
 }
 
@@ -158,7 +167,14 @@ void ChangeReport::TellOutcome(const Outcome &outcome) {
 
 // The library does not notice every write that fails, so the file itself is asked.
 void ChangeReport::TellFile(const Outcome &outcome) {
-    const FileText now = TextOf(change_.path);
+    FileText now;
+    try {
+        now = TextOf(change_.path);
+    } catch (const std::runtime_error &error) {
+        TellFailed("cannot tell what came of the change: " + LowerFirst(error.what()),
+                   "look at what the file holds now");
+        return;
+    }
     changed_ = now != change_.before;
     const bool as_planned = now == change_.after;
     if (outcome.result >= 0 && as_planned) {

@@ -54,6 +54,9 @@ class ChangeReport {
     // Does it by calls of the library, which give -1 for a failure, and tells what came of it.
     void Do(const std::function<int()> &call);
 
+    // For the call of Do: where the library or a program says `path`, `name` is meant.
+    void ShowAs(const std::string &path, const std::string &name);
+
     // Adds the result of the change as far as it came. The above do so, too, where they end it.
     void AddResult();
 
@@ -79,6 +82,8 @@ class ChangeReport {
     bool unknown_ = false;
     bool changed_ = false;
     std::vector<Hearing> hearings_;
+    std::string copied_path_;  // what is shown as source_name_
+    std::string source_name_;
 };
 
 }  // namespace tavo

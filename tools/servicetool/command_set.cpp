@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "file_remarks.h"
+#include "library_failure.h"
 #include "section_queries.h"
 #include "section_target.h"
 #include "staged_section.h"
@@ -111,7 +112,10 @@ bool NewSection::SetReference(const char *option, const std::string &text,
         return true;
     }
     TAVO_SERVICE_CONF_STRING read{};
-    TAVOServiceConfServiceStringGet(text.c_str(), &read);
+    ForgetFailure();
+    if (TAVOServiceConfServiceStringGet(text.c_str(), &read) < 0) {
+        ThrowIfSystemFailed("the reference cannot be read");
+    }
     const bool whole = *read.szSection != '\0' && *read.szKey != '\0';
     if (!whole || ReferenceText(read) != text || text.find('\n') != std::string::npos) {
         report_.TellUsage(

@@ -52,7 +52,17 @@ std::string KindProblem(mode_t mode) {
 }
 
 FileContents Problem(std::string text) {
-    return {{}, std::move(text)};
+    return {{}, std::move(text), false};
+}
+
+// Of a name that does not lead to a file.
+FileContents MissingFile(const std::string &path, int error) {
+    struct stat link {};
+    if (lstat(path.c_str(), &link) != 0) {
+        return {{}, ErrorText(error), IsAbsence(error) && IsAbsence(errno)};
+    }
+    return Problem(S_ISLNK(link.st_mode) && error == ENOENT ? "is a symbolic link to nothing"
+                                                            : ErrorText(error));
 }
 
 FileContents ReadAll(int descriptor) {
@@ -82,21 +92,25 @@ std::string ErrorText(int error) {
     return LowerFirst(std::strerror(error));
 }
 
+bool IsAbsence(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
 // Asks before it opens, since opening alone has effects on some devices, and again behind it, since
 // the name may mean something else by then. Without O_NONBLOCK a pipe would wait for its writer.
 FileContents ReadRegularFile(const std::string &path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
-        const int error = errno;
-        const bool link = lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
-        return Problem(link && error == ENOENT ? "is a symbolic link to nothing"
-                                               : ErrorText(error));
+        return MissingFile(path, errno);
     }
     if (!S_ISREG(status.st_mode)) {
         return Problem(KindProblem(status.st_mode));
     }
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (file.Number() < 0 || fstat(file.Number(), &status) != 0) {
+    if (file.Number() < 0) {
+        return MissingFile(path, errno);
+    }
+    if (fstat(file.Number(), &status) != 0) {
         return Problem(ErrorText(errno));
     }
     if (!S_ISREG(status.st_mode)) {
@@ -123,10 +137,10 @@ MemoryFile::MemoryFile() : descriptor_(memfd_create("servicetool", MFD_CLOEXEC))
 MemoryFile::MemoryFile(std::string_view text) : MemoryFile() {
     while (!text.empty()) {
         const ssize_t put = write(descriptor_, text.data(), text.size());
-        if (put < 0) {
+        if (put < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "file in memory");
         }
-        text.remove_prefix(static_cast<std::size_t>(put));
+        text.remove_prefix(put > 0 ? static_cast<std::size_t>(put) : 0);
     }
 }
 

@@ -14,9 +14,13 @@ inline constexpr std::string_view kStandardInputName = "<stdin>";
 // The system's words for an error number, in lower case like all messages.
 std::string ErrorText(int error);
 
+// Whether a failed look at a path says that nothing is there. Any other error leaves that unknown.
+bool IsAbsence(int error);
+
 struct FileContents {
     std::string text;
     std::string problem;  // why the file cannot be read, such as "permission denied"; else empty
+    bool absent = false;  // the problem is that there is nothing of that name
 };
 
 // The contents of a regular file. Anything else is a problem and never waited for.

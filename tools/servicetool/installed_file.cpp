@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
+#include <optional>
+#include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -39,14 +41,24 @@ std::string NameProblem(const std::string &name) {
     return std::any_of(name.begin(), name.end(), is_control) ? "holds a control byte" : "";
 }
 
-bool Exists(const std::string &path) {
+// Whether the file or a symbolic link of that name is there. Where that is unknown, which is told
+// and raises the status, the file may be there: no second one of its name is made.
+std::optional<bool> Exists(const std::string &path, Report &report) {
     struct stat status {};
-    return lstat(path.c_str(), &status) == 0;
+    if (lstat(path.c_str(), &status) == 0) {
+        return true;
+    }
+    if (IsAbsence(errno)) {
+        return false;
+    }
+    report.TellError(path, "unreadable", ErrorText(errno) + std::string(kSoUnchanged));
+    report.Raise(Status::kFailed);
+    return {};
 }
 
 bool LeadsNowhere(const std::string &path) {
     struct stat status {};
-    return Exists(path) && stat(path.c_str(), &status) != 0 && errno == ENOENT;
+    return lstat(path.c_str(), &status) == 0 && stat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
 std::string PathIn(const ServiceFolder &folder, const std::string &name) {
@@ -91,13 +103,7 @@ bool TellMissing(const std::string &name, const std::vector<ServiceFolder> &fold
 }
 
 bool Lock(const std::string &name, InstalledFile &file, Report &report) {
-    if (!file.lock.Take()) {
-        report.TellError(name, "busy", "another change is under way" + std::string(kSoUnchanged),
-                         "wait for its end, and try again");
-        report.Raise(Status::kFailed);
-        return false;
-    }
-    return true;
+    return file.lock.Take() || TellNoLock(file.lock, name, std::string(kSoUnchanged), report);
 }
 
 bool Read(InstalledFile &file, Report &report) {
@@ -130,8 +136,15 @@ bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Miss
     }
     const std::vector<ServiceFolder> folders = Candidates(choice);
     std::vector<ServiceFolder> found;
-    std::copy_if(folders.begin(), folders.end(), std::back_inserter(found),
-                 [&name](const ServiceFolder &folder) { return Exists(PathIn(folder, name)); });
+    for (const ServiceFolder &folder : folders) {
+        const std::optional<bool> exists = Exists(PathIn(folder, name), report);
+        if (!exists) {
+            return false;
+        }
+        if (*exists) {
+            found.push_back(folder);
+        }
+    }
     if (found.size() > 1) {
         report.TellUsage(Quoted(name) + " is installed in both folders",
                          "add --system or --package");
@@ -148,7 +161,13 @@ bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Miss
 
 FileText TextOf(const std::string &path) {
     FileContents contents = ReadRegularFile(path);
-    return contents.problem.empty() ? FileText(std::move(contents.text)) : FileText();
+    if (contents.absent) {
+        return {};
+    }
+    if (!contents.problem.empty()) {
+        throw std::runtime_error(path + ": " + contents.problem);
+    }
+    return std::move(contents.text);
 }
 
 }  // namespace tavo

@@ -38,7 +38,8 @@ bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Miss
 // Whether a text is the plain name of a file, which is told unless it is, and raises the status.
 bool CheckFileName(const std::string &name, Report &report);
 
-// The contents of a file as it is now; none where there is no such file or it cannot be read.
+// The contents of a file as it is now; none where there is no such file. Throws std::runtime_error
+// with the reason where the file cannot be read.
 FileText TextOf(const std::string &path);
 
 }  // namespace tavo

@@ -7,7 +7,8 @@
 
 namespace tavo {
 
-// It goes with its object, and all files that were made by it go, too.
+// It goes with its object, and all files that were made by it go, too. While it is in use it is
+// locked, so that one that a killed program left can be told from it.
 class PrivateFolder {
   public:
     // Throws std::system_error where it cannot be made, as the function below does.
@@ -16,12 +17,17 @@ class PrivateFolder {
     PrivateFolder(const PrivateFolder &) = delete;
     PrivateFolder &operator=(const PrivateFolder &) = delete;
 
-    // Makes a file of that name, mode 0644, and gives its path.
+    // Makes a file of that name, mode 0644, that belongs to us, and gives its path.
     std::string Make(const std::string &name, std::string_view text) const;
 
   private:
     std::string path_;
+    int descriptor_ = -1;
 };
+
+// Removes the private folder of that path unless somebody uses it. False when it is still there,
+// with errno set; EWOULDBLOCK when it is in use.
+bool RemoveUnusedFolder(const std::string &path);
 
 }  // namespace tavo
 

@@ -1,8 +1,10 @@
 #include "section_queries.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 #include "input_file.h"
+#include "library_failure.h"
 #include "library_log.h"
 #include "library_owners.h"
 #include "service_file.h"
@@ -10,13 +12,18 @@
 namespace tavo {
 namespace {
 
+constexpr char kUnread[] = "the services cannot be read";
+
 constexpr std::string_view kPortsKey = "dst.ports";
 
 OwnedConf ReadConf(const std::string &text) {
     const MemoryFile copy(text);
     const LibraryLog log;
     TAVO_SERVICE_CONF *conf = nullptr;
-    TAVOServiceConfGet(copy.Path().c_str(), &conf);
+    ForgetFailure();
+    if (TAVOServiceConfGet(copy.Path().c_str(), &conf) != 0) {
+        ThrowIfSystemFailed(kUnread);
+    }
     return OwnedConf(conf);
 }
 
@@ -39,8 +46,10 @@ std::string GlobalPorts(const std::string &text) {
 OwnedPortList ReadPorts(const std::string &text) {
     const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *ports = nullptr;
-    if (!text.empty()) {
-        TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &ports);
+    ForgetFailure();
+    if (!text.empty() &&
+        TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &ports) < 0) {
+        ThrowIfSystemFailed(kUnread);
     }
     return OwnedPortList(ports);
 }
@@ -73,6 +82,9 @@ std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text) {
     const OwnedConf conf = ReadConf(text);
     if (conf == nullptr) {
         return {};
+    }
+    if (!LibraryAndLintAgree(conf.get(), LintText(text, {}))) {
+        throw std::runtime_error(kUnread);
     }
     std::vector<SectionQuery> queries;
     if (const OwnedPortList ports = ReadPorts(GlobalPorts(text))) {

@@ -28,7 +28,8 @@ inline constexpr std::string_view kGlobalSection = "global";
 std::optional<ConfigLine> GlobalLine(std::string_view text);
 
 // The destination ports of each section that the library reads in a file of that text: those of
-// [global] first, then in file order. None where it does not read the file.
+// [global] first, then in file order. None where it does not read the file. Throws
+// std::runtime_error or std::bad_alloc where the system keeps it from reading a service.
 std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text);
 
 }  // namespace tavo

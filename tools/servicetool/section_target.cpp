@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <stdexcept>
 #include <utility>
 
 #include "config_lines.h"
 #include "input_file.h"
+#include "library_failure.h"
 #include "library_log.h"
 #include "lint.h"
 #include "port_sources.h"
@@ -19,6 +21,8 @@ namespace {
 
 constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
                              TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
+
+constexpr char kUnreadSection[] = "the section cannot be read";
 
 // Why no service can have that name; empty when one can.
 std::string NameProblem(const std::string &section) {
@@ -44,9 +48,18 @@ void ReadSection(SectionTarget &target) {
     const MemoryFile copy(*target.file.text);
     const OwnedTable keys = OrThrow(OwnedTable(TLIBCSzHashAlloc(1)));
     TLIBCSzHash *table = keys.get();
-    target.present = TLIBCFileGetSection(copy.Path().c_str(), target.section.c_str(), &table) > 0;
+    ForgetFailure();
+    const int count = TLIBCFileGetSection(copy.Path().c_str(), target.section.c_str(), &table);
+    if (count < 0) {
+        ThrowIfSystemFailed(kUnreadSection);
+        throw std::runtime_error(kUnreadSection);
+    }
+    target.present = count > 0;
     TAVO_SERVICE_CONF_SECTION *today = nullptr;
-    TAVOServiceConfSectionGet(copy.Path().c_str(), target.section.c_str(), &today);
+    ForgetFailure();
+    if (TAVOServiceConfSectionGet(copy.Path().c_str(), target.section.c_str(), &today) != 0) {
+        ThrowIfSystemFailed(kUnreadSection);
+    }
     target.today.reset(today);
 }
 
@@ -121,7 +134,10 @@ bool TellMissing(const SectionTarget &target, Report &report) {
 OwnedPortList ParsePorts(const std::string &text, unsigned int direction) {
     const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *ports = nullptr;
-    TAVOServiceConfPortsGet(text.c_str(), direction, &ports);
+    ForgetFailure();
+    if (TAVOServiceConfPortsGet(text.c_str(), direction, &ports) < 0) {
+        ThrowIfSystemFailed("the ports cannot be read");
+    }
     return OwnedPortList(ports);
 }
 

@@ -49,20 +49,6 @@ void ReadWithLibrary(const std::string &path, ServiceFile &file) {
     }
 }
 
-// Whether the library read just the services that lint takes for readable. It does unless the file
-// changed between their looks at it.
-bool LibraryAndLintAgree(const ServiceFile &file) {
-    auto read = InFileOrder(file.conf != nullptr ? file.conf->pSections : nullptr);
-    auto next = read.begin();
-    for (const LintedService &service : file.lint.services) {
-        const std::string kept = service.name.substr(0, TAVO_SERVICE_CONF_NAME_SIZE - 1);
-        if (service.readable && (next == read.end() || kept != (*next++)->szName)) {
-            return false;
-        }
-    }
-    return next == read.end();
-}
-
 // What lint says about the section, for a sentence that has named it already.
 std::string AboutIt(const std::string &message, const std::string &section) {
     const std::string subjects[][2] = {
@@ -160,6 +146,18 @@ Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
 
 }  // namespace
 
+bool LibraryAndLintAgree(const TAVO_SERVICE_CONF *conf, const LintResult &lint) {
+    auto read = InFileOrder(conf != nullptr ? conf->pSections : nullptr);
+    auto next = read.begin();
+    for (const LintedService &service : lint.services) {
+        const std::string kept = service.name.substr(0, TAVO_SERVICE_CONF_NAME_SIZE - 1);
+        if (service.readable && (next == read.end() || kept != (*next++)->szName)) {
+            return false;
+        }
+    }
+    return next == read.end();
+}
+
 bool HasReference(const TAVO_SERVICE_CONF_STRING &string) {
     return *string.szSource != '\0' || *string.szSection != '\0' || *string.szKey != '\0';
 }
@@ -211,7 +209,7 @@ ServiceFile ReadServiceFile(const std::string &path) {
     ServiceFile file;
     for (int i = 0; i < kAttempts; ++i) {
         file = ReadNamedFile(path);
-        if (!file.problem.empty() || LibraryAndLintAgree(file)) {
+        if (!file.problem.empty() || LibraryAndLintAgree(file.conf.get(), file.lint)) {
             return file;
         }
     }

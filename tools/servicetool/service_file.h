@@ -53,6 +53,10 @@ struct FolderContents {
 // Reads the files of a folder, and reports one that cannot be listed.
 FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report);
 
+// Whether the library read just the services that lint takes for readable. It does unless the file
+// changed between their looks at it, or the system kept the library from reading a service.
+bool LibraryAndLintAgree(const TAVO_SERVICE_CONF *conf, const LintResult &lint);
+
 // Tells what of the file could not be read: the file itself, or the services that the library
 // leaves out of it. True when there was something to tell.
 bool TellWhatIsMissing(const ServiceFile &file, Report &report,

@@ -5,7 +5,8 @@
 #include <string_view>
 
 #include "config_lines.h"
-#include "installed_file.h"
+#include "input_file.h"
+#include "library_failure.h"
 #include "library_owners.h"
 #include "private_folder.h"
 #include "service_file.h"
@@ -16,22 +17,34 @@ namespace {
 constexpr int kTableSize = 64;
 constexpr char kStagedName[] = "staged.sc";
 
+// Goes with every call that is given a copy or a table to work on. The library reports what the
+// system refused and what it does not accept by the same -1, and tells them apart by the code.
 void Require(bool done) {
-    if (!done) {
-        throw std::runtime_error(
-            "the change cannot be worked out: a text is too long or holds "
-            "what a service file cannot");
+    if (done) {
+        return;
     }
+    ThrowIfSystemFailed("the change cannot be worked out");
+    throw std::runtime_error(
+        "the change cannot be worked out: a text is too long or holds "
+        "what a service file cannot");
 }
 
 // A copy of the file, to be changed as the file will be.
 class StagedFile {
   public:
     explicit StagedFile(const FileText &before)
-        : path_(folder_.Make(kStagedName, before.value_or(""))) {}
+        : path_(folder_.Make(kStagedName, before.value_or(""))) {
+        ForgetFailure();
+    }
 
     const char *Path() const { return path_.c_str(); }
-    FileText Text() const { return TextOf(path_); }
+    FileText Text() const {
+        FileContents contents = ReadRegularFile(path_);
+        if (!contents.problem.empty()) {
+            throw std::runtime_error("the change cannot be worked out: " + contents.problem);
+        }
+        return std::move(contents.text);
+    }
 
     // The keys that a section has, and how many.
     int Read(const std::string &section, const OwnedTable &keys) const {
@@ -101,6 +114,9 @@ bool DeclaresNothing(const StagedFile &file) {
     OwnedNames names = OrThrow(OwnedNames(TLIBCSzListAlloc(kTableSize)));
     TLIBCSzList *list = names.get();
     const int count = TLIBCFileEnumSection(file.Path(), &list);
+    static_cast<void>(names.release());
+    names.reset(list);
+    Require(count >= 0);
     return count == 0 || (count == 1 && std::strcmp(TLIBCSzListGet(list, 0), "global") == 0);
 }
 
@@ -111,7 +127,9 @@ std::string PortsValue(const TAVO_SERVICE_CONF_PORT &ports) {
     constexpr int kSize = kLongestPortsValue + 1;
     char numbers[kSize];
     char protocols[kSize];
+    ForgetFailure();
     if (TLIBServiceConfPortsToStr(&ports, numbers, kSize, protocols, kSize) != 0) {
+        ThrowIfSystemFailed("the ports cannot be written");
         return "";
     }
     std::string value = std::string(numbers) + '/' + protocols;

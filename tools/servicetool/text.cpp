@@ -240,6 +240,15 @@ std::string Counted(std::size_t n, std::string_view thing) {
     return std::to_string(n) + ' ' + std::string(thing) + (n == 1 ? "" : "s");
 }
 
+std::string Replaced(std::string text, std::string_view from, std::string_view to) {
+    std::size_t at = from.empty() ? std::string::npos : text.find(from);
+    while (at != std::string::npos) {
+        text.replace(at, from.size(), to);
+        at = text.find(from, at + to.size());
+    }
+    return text;
+}
+
 bool Holds(const std::vector<std::string> &texts, std::string_view text) {
     return std::find(texts.begin(), texts.end(), text) != texts.end();
 }

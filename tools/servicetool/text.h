@@ -54,6 +54,9 @@ std::string LowerFirst(std::string_view message);
 // `n` things: "1 error", "2 errors".
 std::string Counted(std::size_t n, std::string_view thing);
 
+// `text` with `to` for each `from`; an empty `from` is nowhere in it.
+std::string Replaced(std::string text, std::string_view from, std::string_view to);
+
 // Whether the text is one of `texts`.
 bool Holds(const std::vector<std::string> &texts, std::string_view text);
 

@@ -8,9 +8,11 @@
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -83,23 +85,78 @@ class ChangeWorld : public PortWorld {
     std::vector<std::string> tmp_before_ = Entries("/tmp");
 };
 
-// What servicetool locks while it changes something.
+// The folders that the service folders are in.
 inline const std::string kSystemParent = "/usr/tavo/etc";
 inline const std::string kPackageParent = "/usr/local/etc";
+
+// What servicetool locks while it changes something.
+inline const std::string kLockFolder = "/run/tavoserviceconf";
+inline const std::string kLockFile = kLockFolder + "/servicetool.lock";
 
 // Changes something as another servicetool would.
 class Lock {
   public:
-    explicit Lock(const std::string &folder)
-        : folder_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        EXPECT_EQ(flock(folder_, LOCK_EX | LOCK_NB), 0);
+    Lock() {
+        std::filesystem::create_directory(kLockFolder);
+        file_ = open(kLockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        EXPECT_EQ(flock(file_, LOCK_EX | LOCK_NB), 0);
     }
-    ~Lock() { close(folder_); }
+    ~Lock() { close(file_); }
     Lock(const Lock &) = delete;
     Lock &operator=(const Lock &) = delete;
 
   private:
-    int folder_;
+    int file_ = -1;
+};
+
+// Another user, who holds the lock of everything that is in these folders and that he can open.
+class LockingUser {
+  public:
+    explicit LockingUser(const std::vector<std::string> &folders) {
+        int ready[2];
+        EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            if (setgid(kUser) == 0 && setuid(kUser) == 0) {
+                const char locked = LockAll(folders) ? 1 : 0;
+                [[maybe_unused]] const auto told = write(ready[1], &locked, 1);
+                pause();
+            }
+            _exit(1);
+        }
+        close(ready[1]);
+        char locked = 0;
+        EXPECT_EQ(read(ready[0], &locked, 1), 1);
+        EXPECT_EQ(locked, 1) << "there is nothing that he can lock";
+        close(ready[0]);
+    }
+    ~LockingUser() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    LockingUser(const LockingUser &) = delete;
+    LockingUser &operator=(const LockingUser &) = delete;
+
+  private:
+    static constexpr uid_t kUser = 65534;
+
+    static bool LockAll(const std::vector<std::string> &folders) {
+        bool any = false;
+        for (const std::string &folder : folders) {
+            any = LockOne(folder) || any;
+            for (const std::string &name : Entries(folder)) {
+                LockOne(folder + '/' + name);
+            }
+        }
+        return any;
+    }
+
+    static bool LockOne(const std::string &path) {
+        const int descriptor = open(path.c_str(), O_RDONLY | O_NONBLOCK);
+        return descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    }
+
+    pid_t pid_ = -1;
 };
 
 // Takes a program away, or lets a script do what it does.

@@ -388,7 +388,7 @@ TEST_F(SetCommand, WarnsOfTheNameOfANewFile) {
 // ---- Others at the same time
 
 TEST_F(SetCommand, WaitsForAnotherChange) {
-    std::optional<Lock> other(kSystemParent);
+    std::optional<Lock> other(std::in_place);
     std::thread ends([&other] {
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
         WriteFile(kPath, kBefore + "# more\n");
@@ -400,13 +400,134 @@ TEST_F(SetCommand, WaitsForAnotherChange) {
 }
 
 TEST_F(SetCommand, GivesUpWhereAnotherChangeDoesNotEnd) {
-    const Lock other(kPackageParent);
+    const Lock other;
     EXPECT_EQ(ServiceTool(With(kRetitle, {"--dry-run"})).status, 0);
     ExpectRun(ServiceTool(kRetitle), 3, "",
               kName +
                   ": error: another change is under way, so nothing was changed [busy]\n"
                   "    fix: wait for its end, and try again\n");
     ExpectNothingDone();
+}
+
+bool CanRunAsOthers() {
+    return RunProgram({"setpriv", "--reuid=65534", "--", "true"}).status == 0;
+}
+
+TEST_F(SetCommand, IsNotDelayedByTheLocksOfAnotherUser) {
+    if (!CanRunAsOthers()) {
+        GTEST_SKIP() << "nobody is here but root";
+    }
+    EXPECT_EQ(ServiceTool(With(kRetitle, {"--no-restart"})).status, 0);
+    WriteFile(kPath, kBefore);
+    const LockingUser other(
+        {"/", "/run", "/tmp", "/usr/tavo/etc", "/usr/local/etc", kSystem, kPackage, kLockFolder});
+    ExpectRun(ServiceTool(With(kRetitle, {"--no-restart"})), 0,
+              kPath + ": change section [notes]\ntell the router tool\n" + kRetitleDiff + kPath +
+                  ": changed\ntold the router tool\n");
+}
+
+TEST_F(SetCommand, LocksAFileOfItsOwn) {
+    EXPECT_EQ(ServiceTool(kRetitle).status, 0);
+    struct stat status {};
+    ASSERT_EQ(lstat(kLockFolder.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFDIR | 0700U);
+    ASSERT_EQ(lstat(kLockFile.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
+
+    // What is open to others is closed to them first.
+    ASSERT_EQ(chmod(kLockFolder.c_str(), 0777), 0);
+    ASSERT_EQ(chmod(kLockFile.c_str(), 0666), 0);
+    WriteFile(kPath, kBefore);
+    EXPECT_EQ(ServiceTool(kRetitle).status, 0);
+    ASSERT_EQ(lstat(kLockFolder.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFDIR | 0700U);
+    ASSERT_EQ(lstat(kLockFile.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
+}
+
+TEST_F(SetCommand, ChangesNothingWithoutALock) {
+    const auto expect_refusal = [](const std::string &problem) {
+        ExpectRun(ServiceTool(kRetitle), 3, "",
+                  kName + ": error: the lock for changes: " + problem +
+                      ", so nothing was changed [failed]\n");
+        EXPECT_EQ(ReadFile(kPath), kBefore);
+    };
+    std::filesystem::create_directory("elsewhere");
+    std::filesystem::create_symlink(kHome + "elsewhere", kLockFolder);
+    expect_refusal(kLockFolder + ": not a directory");
+    std::filesystem::remove(kLockFolder);
+    std::filesystem::create_directory(kLockFolder);
+    std::filesystem::create_symlink(kPath, kLockFile);
+    expect_refusal(kLockFile + ": too many levels of symbolic links");
+    std::filesystem::remove(kLockFile);
+    ASSERT_EQ(mkfifo(kLockFile.c_str(), 0600), 0);
+    expect_refusal(kLockFile + ": is no file of our own");
+    std::filesystem::remove(kLockFile);
+    if (chown(kLockFolder.c_str(), 65534, 65534) == 0) {
+        expect_refusal(kLockFolder + ": belongs to somebody else");
+    }
+    std::filesystem::remove(kLockFolder);
+    ExpectNothingDone();
+}
+
+TEST_F(SetCommand, SaysThatPermissionIsMissing) {
+    if (!CanRunAsOthers()) {
+        GTEST_SKIP() << "nobody is here but root";
+    }
+    const ServiceToolForEveryone program;
+    std::vector<std::string> words = {"setpriv", "--reuid=65534", "--clear-groups", "--"};
+    words = With(With(words, program.Command()), kRetitle);
+    for (const char *when : {"before any change", "after one"}) {
+        ExpectRun(RunProgram(words), 3, "",
+                  kName + ": error: the lock for changes: " + kLockFolder +
+                      ": permission denied, so nothing was changed [failed]\n"
+                      "    fix: run it as root\n");
+        EXPECT_EQ(ReadFile(kPath), kBefore) << when;
+        std::filesystem::create_directory(kLockFolder);
+        chmod(kLockFolder.c_str(), 0700);
+    }
+    std::filesystem::remove(kLockFolder);
+}
+
+// ---- What cannot be read
+
+// A file that the change would make larger than any that is read.
+TEST_F(SetCommand, ChangesNothingThatItCouldNotReadBack) {
+    const std::string before = kBefore + '#' + std::string((16 << 20) - kBefore.size() - 5, 'x');
+    WriteFile(kPath, before + '\n');
+    ExpectRun(ServiceTool(
+                  {"set", kName, "web", "--title", "W", "--desc", "D", "--dst-ports", "18080/tcp"}),
+              3, "",
+              kName +
+                  ": error: the change cannot be worked out: is larger than 16 MiB, so nothing was "
+                  "changed [failed]\n");
+    EXPECT_EQ(std::filesystem::file_size(kPath), before.size() + 1);
+    EXPECT_EQ(Calls(), "");
+}
+
+// A second file of that name would be in the way of the first for ever.
+TEST_F(SetCommand, MakesNoSecondFileWhereTheFirstCannotBeSeen) {
+    std::filesystem::rename(kPath, kSystem + kName);
+    const std::string path = kSystem + kName;
+    for (const char *error : {"EIO", "ENOMEM", "EACCES"}) {
+        const ProgramResult result =
+            RunProgram({"strace",      "-qq",
+                        "-o",          "/dev/null",
+                        "-P",          path,
+                        "-e",          "trace=%file",
+                        "-e",          std::string("inject=newfstatat:error=") + error,
+                        SERVICETOOL,   "set",
+                        kName,         "web",
+                        "--title",     "W",
+                        "--desc",      "D",
+                        "--dst-ports", "18080/tcp"},
+                       "", {"ASAN_OPTIONS=detect_leaks=0"});
+        EXPECT_THAT(result.err, StartsWith(path + ": error: ")) << error;
+        EXPECT_THAT(result.err, HasSubstr(", so nothing was changed [unreadable]")) << error;
+        EXPECT_EQ(result.status, 3) << error;
+        EXPECT_THAT(Entries(kPackage), IsEmpty()) << error;
+        EXPECT_EQ(ReadFile(path), kBefore) << error;
+    }
 }
 
 TEST_F(SetCommand, SaysThatSomebodyElseChangedTheFile) {
