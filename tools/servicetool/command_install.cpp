@@ -4,7 +4,8 @@
 // it fails. So lint and the sources of taken ports are asked before, and behind it what stands in
 // the folder is compared with what was to be there.
 #include <filesystem>
-#include <memory>
+#include <optional>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -47,16 +48,6 @@ constexpr Placement kInstall = {"install", true, "installed",
 constexpr Placement kUpdate = {"update", false, "not-found", "no file of that name is installed",
                                "write servicetool install"};
 
-// The library is handed a path that cp cannot take for an option. Of standard input it is a copy.
-std::string PathOf(const InstallOptions &options, const LintedFile &source,
-                   std::unique_ptr<PrivateFolder> &folder) {
-    if (options.source != kStandardInput) {
-        return std::filesystem::absolute(options.source);
-    }
-    folder = std::make_unique<PrivateFolder>();
-    return folder->Make(NameOf(options), source.text);
-}
-
 Change ChangeOf(std::string_view operation, const InstallOptions &options,
                 const InstalledFile &file, const LintedFile &source) {
     return {
@@ -72,21 +63,23 @@ Change ChangeOf(std::string_view operation, const InstallOptions &options,
     };
 }
 
-std::vector<SectionQuery> ReadableQueries(const std::string &text) {
-    return QueriesOf(text).value_or(std::vector<SectionQuery>());
-}
+using Queries = std::vector<SectionQuery>;
 
 // The services that a file has until now take no ports from those that it is to have.
 void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeReport &change,
                  Report &report) {
     SkippedNames leaving;
     if (file.text) {
-        for (const SectionQuery &old : ReadableQueries(*file.text)) {
+        for (const SectionQuery &old : QueriesOf(*file.text).value_or(Queries())) {
             leaving.push_back(old.section);
         }
     }
+    const std::optional<Queries> queries = QueriesOf(source.text);
+    if (!queries) {
+        throw std::runtime_error("the library does not read " + source.name);
+    }
     PortSources sources(kSourcesOfFiles, report);
-    for (const SectionQuery &wanted : ReadableQueries(source.text)) {
+    for (const SectionQuery &wanted : *queries) {
         SkippedNames skipped = leaving;
         skipped.push_back(wanted.section);
         change.Add(wanted.section, wanted.query, sources.Ask(wanted.query, skipped));
@@ -152,8 +145,10 @@ std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {
                      : "install " + Escaped(source.name);
 }
 
-// A copy of standard input is made when everything is said, and gone when the library has it: a
-// reader who hangs up in between leaves nothing behind.
+// The library is handed a copy of the text that was checked: the source may be another one by now,
+// and a copy of it would keep its owner and mode, so that whoever owns the source could rewrite the
+// installed file later. The copy is made when everything is said, and gone when the library has it:
+// a reader who hangs up in between leaves nothing behind.
 void Place(const Placement &placement, const InstallOptions &options, Report &report) {
     InstalledFile file;
     LintedFile source;
@@ -173,8 +168,9 @@ void Place(const Placement &placement, const InstallOptions &options, Report &re
     }
     const LeftCopies copies(file);
     change.Do([&] {
-        std::unique_ptr<PrivateFolder> folder;
-        const std::string path = PathOf(options, source, folder);
+        const PrivateFolder folder;
+        const std::string path = folder.Make(file.name, source.text);
+        change.ShowAs(path, source.name);
         return file.text ? CallUpdate(file, path) : CallInstall(file, path);
     });
     copies.Tell(report);

@@ -2,7 +2,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <regex>
+#include <thread>
 
 #include "change_world.h"
 
@@ -52,17 +54,13 @@ class InstallCommand : public ChangeWorld {
 
 TEST_F(InstallCommand, PutsAFileIntoTheFolderOfPackagesAndTellsOfIt) {
     chmod("notes.sc", 0640);
-    const timespec times[] = {{1000, 5}, {2000, 6}};
-    utimensat(AT_FDCWD, "notes.sc", times, 0);
     ExpectRun(
         ServiceTool({"install", "notes.sc"}), 0,
         kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" + kTold);
     EXPECT_EQ(ReadFile(kPath), kText);
     struct stat status {};
     ASSERT_EQ(stat(kPath.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode, S_IFREG | 0640U);
-    EXPECT_EQ(status.st_mtim.tv_sec, 2000);
-    EXPECT_EQ(status.st_mtim.tv_nsec, 6);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
     EXPECT_EQ(Calls(), CallsFor(kText));
 }
 
@@ -167,7 +165,7 @@ TEST_F(InstallCommand, RefusesPortsThatMayBeTakenUnlessForced) {
     std::filesystem::create_directory(kSettings);
     const ProgramResult refused = ServiceTool({"install", "notes.sc"});
     EXPECT_THAT(refused.out,
-                HasSubstr(kPath + ": [notes] 8765/tcp: cannot tell (service, setting)\n"));
+                HasSubstr(kPath + ": [notes] 8765/tcp: cannot tell (service, setting, socket)\n"));
     EXPECT_THAT(refused.err,
                 HasSubstr(kPath + ": error: it cannot be told whether its ports are free, so "
                                   "nothing was changed [unknown]\n"
@@ -208,6 +206,71 @@ TEST_F(InstallCommand, TakesRegularFilesOnly) {
         EXPECT_EQ(result.status, 3) << name;
     }
     ExpectNothingDone();
+}
+
+// ---- What goes in
+
+TEST_F(InstallCommand, InstallsTheTextThatItChecked) {
+    const std::string unchecked = Section("notes", "99999/tcp") + "# not fit to install\n";
+    std::atomic<bool> ends = false;
+    std::thread swapper([&] {
+        for (bool good = false; !ends; good = !good) {
+            WriteFile("next.sc", good ? kText : unchecked);
+            std::filesystem::rename("next.sc", "notes.sc");
+        }
+    });
+    int installed = 0;
+    for (int run = 0; run < 60; ++run) {
+        const ProgramResult result = ServiceTool({"install", "notes.sc"});
+        EXPECT_THAT(result.status, testing::AnyOf(0, 1)) << result.err;
+        if (std::filesystem::exists(kPath)) {
+            EXPECT_EQ(ReadFile(kPath), kText);
+            EXPECT_EQ(result.status, 0);
+            std::filesystem::remove(kPath);
+            ++installed;
+        }
+    }
+    ends = true;
+    swapper.join();
+    EXPECT_GT(installed, 0);
+    EXPECT_THAT(Calls(), Not(HasSubstr("not fit to install")));
+}
+
+// Whoever owns the source could write to the installed file for ever.
+TEST_F(InstallCommand, GivesTheFileToRootWhateverTheSourceIs) {
+    const auto expect_own = [](const std::vector<std::string> &arguments, const std::string &mask) {
+        std::vector<std::string> words = {"sh", "-c", "umask " + mask + "; exec \"$@\"", "sh",
+                                          SERVICETOOL};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        const ProgramResult result = RunProgram(words, kText);
+        EXPECT_EQ(result.status, 0) << result.err;
+        struct stat status {};
+        EXPECT_EQ(lstat(kPath.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
+        EXPECT_EQ(status.st_uid, geteuid());
+        EXPECT_EQ(status.st_gid, getegid());
+        EXPECT_EQ(ReadFile(kPath), kText);
+        std::filesystem::remove(kPath);
+    };
+    // Not everybody can give files away.
+    if (chown("notes.sc", 65534, 65534) == 0) {
+        chmod("notes.sc", 04666);
+    }
+    WriteFile("other.txt", kText);
+    chmod("other.txt", 0600);
+    for (const std::string mask : {"0", "077", "0777"}) {
+        expect_own({"install", "notes.sc"}, mask);
+        expect_own({"install", "--as", "notes.sc", "other.txt"}, mask);
+        expect_own({"install", "--as", "notes.sc", "-"}, mask);
+    }
+}
+
+TEST_F(InstallCommand, NamesTheSourceThatWasGiven) {
+    const ReplacedTool copy("/bin/cp", "echo \"cp: cannot open '$3'\" >&2; exit 1");
+    const ProgramResult result = ServiceTool({"install", "-v", "notes.sc"});
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: cp: cannot open 'notes.sc'; no file"));
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(std::filesystem::remove_all(kPackage + "tmp"), 2U);  // what could not be copied
 }
 
 TEST_F(InstallCommand, SaysWhatFailedAndThatNothingChanged) {
@@ -292,8 +355,7 @@ TEST_F(InstallCommand, SaysWhoWasNotTold) {
 TEST_F(InstallCommand, ShowsTheLinesOfTheLibraryWhenAsked) {
     WriteFile(kSystem + "old.sc", Section("old", "8765/tcp"));
     EXPECT_THAT(ServiceTool({"install", "-v", "--force", "notes.sc"}).err,
-                HasSubstr(kHome + "notes.sc conf file port conflict with existed conf file "
-                                  "setting\n"));
+                HasSubstr("/notes.sc conf file port conflict with existed conf file setting\n"));
 }
 
 TEST_F(InstallCommand, HasEveryKeyOfItsResultInTheManual) {
