@@ -110,7 +110,7 @@ bool ChangeReport::End(const std::string &text) {
 }
 
 bool ChangeReport::Begin(const std::string &what) {
-    if (!change_.path.empty() && change_.before == change_.after) {
+    if (!change_.path.empty() && !change_.told_only && change_.before == change_.after) {
         return End(Escaped(change_.path) + ": is so already: ");
     }
     if (RefusesPorts()) {
@@ -177,6 +177,9 @@ void ChangeReport::TellFile(const Outcome &outcome) {
     }
     changed_ = now != change_.before;
     const bool as_planned = now == change_.after;
+    if (outcome.result >= 0 && as_planned && change_.told_only) {
+        return;
+    }
     if (outcome.result >= 0 && as_planned) {
         report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
         return;
@@ -186,7 +189,9 @@ void ChangeReport::TellFile(const Outcome &outcome) {
         return;
     }
     const std::string reason = LowerFirst(ReasonOf(outcome, change_.path));
-    if (!changed_) {
+    if (change_.told_only) {
+        TellFailed(reason, "");
+    } else if (!changed_) {
         TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
                    FirewallFix(outcome.lines));
     } else if (as_planned) {

@@ -26,6 +26,7 @@ struct Change {
     FileText before;                  // what the file holds
     FileText after;                   // what it is to hold
     std::vector<Listener> listeners;  // who is to be told
+    bool told_only = false;           // the file is gone, but they may not know of it
     bool dry_run = false;
     bool force = false;  // go on past ports that are taken, or may be
     std::string taken_fix = "ask servicetool suggest for ports that are free";

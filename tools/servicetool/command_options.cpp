@@ -63,6 +63,11 @@ constexpr char kPortsExamples[] = R"(Examples:
   servicetool ports --map                all of them in a picture
   servicetool ports --svg ports.svg      the picture for a browser)";
 
+constexpr char kCleanExamples[] = R"(Examples:
+  servicetool clean --dry-run            what was left behind
+  servicetool clean
+  servicetool clean --json | jq -r '.results[] | select(.state == "kept").path')";
+
 constexpr unsigned int kMostSuggestions = 1000;
 
 // "forward, service, setting or socket"
@@ -171,6 +176,12 @@ void AddPorts(CLI::App &app, CommandOptions &options) {
     AddNoLegend(command, ports.no_legend, "Leave the header or the legend out");
 }
 
+void AddClean(CLI::App &app, CommandOptions &options) {
+    CLI::App &command = AddCommand(app, options, "clean", "Remove what killed programs left behind",
+                                   kCleanExamples);
+    AddDryRun(command, options.clean.dry_run);
+}
+
 using TextLists = std::vector<std::vector<std::string> *>;
 
 TextLists ListsOf(CommandOptions &options) {
@@ -271,6 +282,7 @@ void AddCommands(CLI::App &app, CommandOptions &options) {
     AddPorts(app, options);
     AddFileCommands(app, options);
     AddSectionCommands(app, options);
+    AddClean(app, options);
 }
 
 bool TakesValue(const CLI::App &app, const std::string &option) {

@@ -29,6 +29,7 @@ struct CommandOptions {
     SetPortsOptions set_ports;
     SectionOptions remove_section;
     RestartOptions restart;
+    CleanOptions clean;
 };
 
 // Adds the commands to `app`, which then writes what is parsed to `options`.

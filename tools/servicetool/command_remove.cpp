@@ -1,12 +1,17 @@
 // servicetool remove: an installed file goes, and all services with it.
+#include <unistd.h>
+
+#include <cerrno>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "change_report.h"
 #include "commands.h"
 #include "file_remarks.h"
 #include "input_file.h"
 #include "installed_file.h"
+#include "leftovers.h"
 #include "library_log.h"
 #include "library_owners.h"
 #include "private_folder.h"
@@ -47,12 +52,57 @@ bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
     }
 }
 
+// Those who were notified of it need no copy any more. One that stays is left to servicetool clean.
+void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
+    for (const std::string &copy : copies) {
+        if (unlink(copy.c_str()) != 0 && errno != ENOENT) {
+            report.TellError(copy, "failed", "cannot be removed: " + ErrorText(errno));
+            report.Raise(Status::kFailed);
+        }
+    }
+}
+
+// The file is gone, but not the copy that the plugins are given: whoever removed the file was
+// killed in between, and nobody else would ever notify them.
+void Complete(const InstalledFile &file, const std::vector<std::string> &copies, bool dry_run,
+              Report &report) {
+    ChangeReport change({.operation = "remove",
+                         .path = file.path,
+                         .section = {},
+                         .before = {},
+                         .after = {},
+                         .listeners = {Listener::kPlugins, Listener::kRelay},
+                         .told_only = true,
+                         .dry_run = dry_run},
+                        report);
+    const std::string &newest = copies.back();
+    if (!change.Begin("is removed already; notify from the copy " + Escaped(newest))) {
+        return;
+    }
+    change.Do([&newest] {
+        TAVO_SERVICE_CONF_REMOVE_NOTIFY notify{};
+        notify.pszConfPath = newest.c_str();
+        notify.blNotifyFw = 1;
+        notify.blNotifyPf = 1;
+        return TLIBServiceConfRemoveServNotify(&notify);
+    });
+    if (report.Worst() == Status::kOk) {
+        RemoveCopies(copies, report);
+    }
+}
+
 }  // namespace
 
 void Remove(const RemoveOptions &options, Report &report) {
     InstalledFile file;
-    if (!FindInstalledFile(options.name, options.folder, Missing::kRefuse, options.dry_run, file,
-                           report)) {
+    const std::vector<std::string> copies = CopiesOfRemoved(options.name);
+    if (!FindInstalledFile(options.name, options.folder,
+                           copies.empty() ? Missing::kRefuse : Missing::kAllow, options.dry_run,
+                           file, report)) {
+        return;
+    }
+    if (!file.text) {
+        Complete(file, copies, options.dry_run, report);
         return;
     }
     ChangeReport change({.operation = "remove",

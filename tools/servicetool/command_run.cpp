@@ -30,6 +30,7 @@ constexpr Command kCommands[] = {
     {"remove-section",
      [](const auto &options, Report &report) { RemoveSection(options.remove_section, report); }},
     {"restart", [](const auto &options, Report &report) { Restart(options.restart, report); }},
+    {"clean", [](const auto &options, Report &report) { Clean(options.clean, report); }},
 };
 
 }  // namespace

@@ -139,6 +139,13 @@ void SetPorts(const SetPortsOptions &options, Report &report);
 // Removes a section, and its file where no other service is in it.
 void RemoveSection(const SectionOptions &options, Report &report);
 
+struct CleanOptions {
+    bool dry_run = false;
+};
+
+// Removes what programs that were killed have left.
+void Clean(const CleanOptions &options, Report &report);
+
 struct RestartOptions {
     bool firewall = false;  // with the relay daemon; also where nothing is asked for
     bool relay = false;

@@ -94,6 +94,15 @@ std::string PrivateFolder::Make(const std::string &name, std::string_view text) 
     return path;
 }
 
+bool IsUnusedFolder(const std::string &path) {
+    const int descriptor = OpenFolder(path);
+    const bool unused = descriptor >= 0 && flock(descriptor, LOCK_SH | LOCK_NB) == 0;
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    return unused;
+}
+
 bool RemoveUnusedFolder(const std::string &path) {
     const int descriptor = OpenFolder(path);
     if (descriptor < 0) {

@@ -25,6 +25,9 @@ class PrivateFolder {
     int descriptor_ = -1;
 };
 
+// Whether nobody uses the private folder of that path. One that cannot be looked at is in use.
+bool IsUnusedFolder(const std::string &path);
+
 // Removes the private folder of that path unless somebody uses it. False when it is still there,
 // with errno set; EWOULDBLOCK when it is in use.
 bool RemoveUnusedFolder(const std::string &path);

@@ -7,12 +7,6 @@
 #include "service_file.h"
 
 namespace tavo {
-namespace {
-
-constexpr char kFirewallFolder[] = "/usr/tavo/etc/firewall.d";
-
-}  // namespace
-
 std::vector<SideCopy> SideCopiesLeft() {
     std::vector<std::string> originals = {kFirewallFolder, kRuleFile};
     for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {

@@ -7,6 +7,9 @@
 
 namespace tavo {
 
+// The rules of the firewall, one of the stores that are copied.
+inline constexpr char kFirewallFolder[] = "/usr/tavo/etc/firewall.d";
+
 struct SideCopy {
     std::string original;
     std::string path;

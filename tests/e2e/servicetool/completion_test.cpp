@@ -43,7 +43,7 @@ TEST(BashCompletion, OffersCommands) {
     EXPECT_THAT(Completions({""}),
                 ElementsAre("list", "show", "lint", "services", "check", "suggest", "why", "ports",
                             "install", "update", "remove", "set", "set-ports", "remove-section",
-                            "restart"));
+                            "restart", "clean"));
     EXPECT_THAT(Completions({"li"}), ElementsAre("list", "lint"));
     EXPECT_THAT(Completions({"--json", "s"}),
                 ElementsAre("show", "services", "suggest", "set", "set-ports"));

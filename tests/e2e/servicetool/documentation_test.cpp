@@ -53,7 +53,8 @@ std::set<std::string> OptionsOfEveryHelp() {
                                                     {"update"},
                                                     {"remove"},
                                                     {"remove-section"},
-                                                    {"restart"}}) {
+                                                    {"restart"},
+                                                    {"clean"}}) {
         options.merge(OptionsOfHelp(command));
     }
     return options;
@@ -135,9 +136,9 @@ TEST(Completion, KnowsTheOptionsThatTheHelpNames) {
         const std::string script = ReadFile(kSource + "/tools/servicetool/completion/" + name);
         EXPECT_EQ(Matches(script, "[^a-z]--([a-z][a-z-]*)"), OptionsOfEveryHelp()) << name;
         for (const char *word :
-             {"list", "show", "lint", "services", "check", "suggest", "why", "ports", "set",
-              "set-ports", "install", "update", "remove", "remove-section", "restart", "forward",
-              "service", "setting", "socket"}) {
+             {"list",    "show",  "lint",      "services", "check",   "suggest", "why",
+              "ports",   "set",   "set-ports", "install",  "update",  "remove",  "remove-section",
+              "restart", "clean", "forward",   "service",  "setting", "socket"}) {
             EXPECT_THAT(script, HasSubstr(word)) << name;
         }
     }
