@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <new>
@@ -206,6 +207,34 @@ std::string CommandLine::AssignedFlag() const {
 }  // namespace
 }  // namespace tavo
 
+namespace {
+
+// CLI11 has functions that must not throw, and do when memory runs out. That is said without any
+// memory; nothing has been changed by then. Everything else that ends here is a defect.
+[[noreturn]] void EndOutOfMemory() {
+    std::fputs("servicetool: error: out of memory [failed]\n", stderr);
+    std::_Exit(static_cast<int>(tavo::Status::kFailed));
+}
+
+[[noreturn]] void Terminate() {
+    try {
+        if (const std::exception_ptr thrown = std::current_exception()) {
+            std::rethrow_exception(thrown);
+        }
+    } catch (const std::bad_alloc &) {
+        EndOutOfMemory();
+    } catch (...) {
+    }
+    std::abort();
+}
+
+}  // namespace
+
 int main(int argc, char **argv) {
-    return tavo::CommandLine().Run(argc, argv);
+    std::set_terminate(Terminate);
+    try {
+        return tavo::CommandLine().Run(argc, argv);
+    } catch (const std::bad_alloc &) {
+        EndOutOfMemory();
+    }
 }
