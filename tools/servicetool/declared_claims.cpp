@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <new>
+#include <set>
 #include <string>
 
 #include "library_log.h"
@@ -68,11 +70,11 @@ bool IsAskedFor(const DeclaredClaim &claim, const PortQuery &query) {
            });
 }
 
-// The library's list has whatever number a setting begins with, so the setting itself is looked at:
-// true when it cannot be told which port it declares.
-bool TellBadSetting(const SystemService &system, Report &report) {
+// The library's list has whatever number a setting begins with, and 0 for one that it cannot read,
+// so the setting itself is looked at: true when it cannot be told which port it declares.
+bool TellUnknownSetting(const SystemService &system, std::uint32_t port, Report &report) {
     Diagnostic finding;
-    if (system.key.empty() || !FindBadSetting(system.key, finding)) {
+    if (system.key.empty() || !FindUnknownSetting(system.key, port, finding)) {
         return false;
     }
     report.Tell(std::move(finding));
@@ -95,22 +97,30 @@ OwnedConfResults FetchSystemServices() {
 // A setting that is absent has port 0.
 void AddSystemServices(const PortQuery &query, DeclaredClaims &declared, Report &report) {
     const OwnedConfResults list = FetchSystemServices();
+    std::set<const SystemService *> seen;
     for (const TLIBCDListNode *node = TLIBCDListFirst(list.get()); node != nullptr;
          node = TLIBCDListNext(node)) {
         const auto &result =
             *static_cast<const TAVO_CONF_PORT_CONFLICT_RESULT *>(TLIBCDListElement(node));
         const SystemService *system =
             FindSystemService(result.szService == nullptr ? "" : result.szService);
+        seen.insert(system);
         if (system == nullptr || IsToldBySettings(*system)) {
             continue;
         }
-        if (TellBadSetting(*system, report)) {
+        if (TellUnknownSetting(*system, result.uPort, report)) {
             AddFailed(kSettingSource, declared);
             continue;
         }
         DeclaredClaim claim = ClaimOf(*system, result);
         if (result.uPort != 0 && IsAskedFor(claim, query)) {
             declared.claims.push_back(std::move(claim));
+        }
+    }
+    // The list leaves out what there is no memory for.
+    for (const SystemService &system : kSystemServices) {
+        if (!seen.contains(&system)) {
+            throw std::bad_alloc();
         }
     }
 }

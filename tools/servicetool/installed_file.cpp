@@ -5,14 +5,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "folder_names.h"
 #include "input_file.h"
 #include "text.h"
 
@@ -76,10 +75,8 @@ std::vector<ServiceFolder> Candidates(const FolderChoice &choice) {
 // where there is none.
 std::string MeantName(const ServiceFolder &folder, const std::string &name) {
     std::string meant;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(folder.path, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string other = entry->path().filename();
+    const auto names = NamesIn(std::string(folder.path));
+    for (const std::string &other : names.value_or(std::vector<std::string>())) {
         if (LowerCase(other) == LowerCase(name) || LowerCase(other) == LowerCase(name + ".sc")) {
             meant = std::max(meant, other);
         }

@@ -13,13 +13,17 @@ namespace tavo {
 
 class LeftCopies {
   public:
-    // To be made before the file is installed.
+    // To be made before the file is installed. Throws std::system_error when the folder of copies
+    // cannot be listed.
     explicit LeftCopies(const InstalledFile &file);
 
     // Tells which copies have come since.
     void Tell(Report &report) const;
 
   private:
+    static void Warn(const std::string &path, const std::string &what, const std::string &fix,
+                     Report &report);
+
     std::string folder_;
     std::string beginning_;  // of their names
     std::vector<std::string> earlier_;

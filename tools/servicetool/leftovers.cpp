@@ -3,7 +3,6 @@
 // to us counts, and no symbolic link is followed.
 #include "leftovers.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -12,12 +11,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <stdexcept>
 #include <system_error>
 
+#include "folder_names.h"
 #include "input_file.h"
 #include "live_process.h"
 #include "private_folder.h"
@@ -62,24 +61,10 @@ const Kind &KindOf(LeftoverKind kind) {
 
 // ---- Names and entries
 
-// The names in a folder, sorted; none with errno set when it cannot be listed. A folder that is not
-// there is empty.
-std::optional<std::vector<std::string>> NamesIn(const std::string &folder) {
-    dirent **entries = nullptr;
-    const int count = scandir(folder.c_str(), &entries, nullptr, alphasort);
-    if (count < 0) {
-        return IsAbsence(errno) ? std::optional(std::vector<std::string>()) : std::nullopt;
-    }
-    std::vector<std::string> names;
-    for (int i = 0; i < count; ++i) {
-        const std::string_view name = entries[i]->d_name;
-        if (name != "." && name != "..") {
-            names.emplace_back(name);
-        }
-        std::free(entries[i]);
-    }
-    std::free(entries);
-    return names;
+// A folder that is not there is empty.
+std::optional<std::vector<std::string>> NamesInAny(const std::string &folder) {
+    auto names = NamesIn(folder);
+    return names || !IsAbsence(errno) ? std::move(names) : std::vector<std::string>();
 }
 
 // A regular file or a folder that belongs to us or to root, and that has no other name.
@@ -133,10 +118,13 @@ bool IsPartOfStore(const std::string &name) {
 
 // What a copy of a folder has and the folder lacks; `all`: the folder lacks everything.
 std::optional<std::string> FirstMissing(const Leftover &copy, bool &all) {
-    const auto kept = NamesIn(copy.path);
-    const auto present = NamesIn(copy.original);
-    if (!kept || !present) {
-        throw std::system_error(errno, std::generic_category(), kept ? copy.original : copy.path);
+    const auto kept = NamesInAny(copy.path);
+    if (!kept) {
+        throw std::system_error(errno, std::generic_category(), copy.path);
+    }
+    const auto present = NamesInAny(copy.original);
+    if (!present) {
+        throw std::system_error(errno, std::generic_category(), copy.original);
     }
     all = std::none_of(present->begin(), present->end(), IsPartOfStore);
     for (const std::string &name : *kept) {
@@ -199,7 +187,7 @@ class Search {
 };
 
 std::vector<std::string> Search::Names(const std::string &folder) {
-    auto names = NamesIn(folder);
+    auto names = NamesInAny(folder);
     if (!names) {
         found_.unread.emplace_back(folder, ErrorText(errno));
     }

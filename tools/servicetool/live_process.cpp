@@ -1,6 +1,5 @@
 #include "live_process.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <system_error>
 #include <vector>
 
+#include "folder_names.h"
 #include "input_file.h"
 
 namespace tavo {
@@ -24,37 +24,18 @@ constexpr std::time_t kLongestChange = 10 * 60;
 
 constexpr std::string_view kLibrary = "/libtavoserviceconf.so";
 
-[[noreturn]] void Throw(const std::string &what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 // The names in a folder of /proc. None when its process has ended or is out of sight.
-std::vector<std::string> NamesIn(const std::string &folder) {
-    DIR *entries = opendir(folder.c_str());
-    if (entries == nullptr) {
-        if (errno == ENOENT || errno == ESRCH || errno == EACCES) {
-            return {};
-        }
-        Throw(folder);
+std::vector<std::string> NamesInProc(const std::string &folder) {
+    auto names = NamesIn(folder);
+    if (!names && errno != ENOENT && errno != ESRCH && errno != EACCES) {
+        throw std::system_error(errno, std::generic_category(), folder);
     }
-    std::vector<std::string> names;
-    errno = 0;
-    while (const dirent *entry = readdir(entries)) {
-        names.emplace_back(entry->d_name);
-        errno = 0;
-    }
-    const int error = errno;
-    closedir(entries);
-    if (error != 0 && error != ESRCH && error != ENOENT) {
-        errno = error;
-        Throw(folder);
-    }
-    return names;
+    return std::move(names).value_or(std::vector<std::string>());
 }
 
 std::vector<pid_t> OtherProcesses() {
     std::vector<pid_t> pids;
-    for (const std::string &name : NamesIn("/proc")) {
+    for (const std::string &name : NamesInProc("/proc")) {
         pid_t pid = 0;
         const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
         if (error == std::errc() && *end == '\0' && pid != getpid()) {
@@ -66,7 +47,7 @@ std::vector<pid_t> OtherProcesses() {
 
 bool HasOpen(pid_t pid, const std::string &path) {
     const std::string folder = "/proc/" + std::to_string(pid) + "/fd/";
-    for (const std::string &name : NamesIn(folder)) {
+    for (const std::string &name : NamesInProc(folder)) {
         std::error_code gone;
         if (std::filesystem::read_symlink(folder + name, gone) == path) {
             return true;

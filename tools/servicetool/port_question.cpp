@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include "library_failure.h"
 #include "library_log.h"
 #include "protocols.h"
 #include "service_file.h"
@@ -48,15 +49,16 @@ LibraryAnswer AskInWords(const std::string &ports, std::uint32_t protocols,
                          const SkippedNames &skipped, int flag) {
     const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *list = nullptr;
-    TLIBCErrSetEx(0, nullptr, 0);
+    ForgetFailure();
     const int result = TLIBIsPortConflict(Joined(skipped).c_str(), ports.c_str(),
                                           ProtocolsText(protocols).c_str(), flag, &list);
     const OwnedPortList owner(list);
     if (result < 0) {
-        if (TLIBCErrGet() == kOutOfMemory) {
+        const unsigned int code = TLIBCErrGet();
+        if (code == kOutOfMemory) {
             throw std::bad_alloc();
         }
-        return {PortVerdict::kUnknown, {}};
+        return {PortVerdict::kUnknown, {}, SystemReason(code)};
     }
     return {result == 0 ? PortVerdict::kFree : PortVerdict::kTaken, RangesOf(list)};
 }

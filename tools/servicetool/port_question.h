@@ -19,7 +19,8 @@ enum class PortVerdict { kFree, kTaken, kUnknown };
 
 struct LibraryAnswer {
     PortVerdict verdict;
-    PortRanges taken;  // a set; the sockets do not name theirs
+    PortRanges taken;         // a set; the sockets do not name theirs
+    std::string reason = {};  // the system's part in an unknown verdict; empty where it has none
 };
 
 // Asks the source that `flag`, one of TAVO_PORT_CHECK_*, stands for about the ports of a set.

@@ -105,7 +105,7 @@ void PortSources::AskForward(Question &question) {
         !Rules().Problem().empty() && !Rules().IsMissing() && TLIBCFileExist(kRuleFile) == 0;
     if (answer.verdict == PortVerdict::kUnknown || barred) {
         question.AddFailed(kForwardSource);
-        TellOnce(WhyRulesAreUnknown(Rules(), question.skipped));
+        TellOnce(WhyRulesAreUnknown(Rules(), question.skipped, answer.reason));
         return;
     }
     Diagnostic finding;
@@ -129,7 +129,7 @@ void PortSources::AskServices(Question &question) {
         const LibraryAnswer answer = question.Ask(TAVO_PORT_CHECK_FW_SERVICE, protocol);
         if (answer.verdict == PortVerdict::kUnknown) {
             known = false;
-            TellOnce(WhyServicesAreUnknown(Services(), question.skipped));
+            TellOnce(WhyServicesAreUnknown(Services(), question.skipped, answer.reason));
         } else if (answer.verdict == PortVerdict::kTaken) {
             held.Add(answer.taken, protocol, DeclaredBy(Services()), question.skipped);
         }
@@ -156,7 +156,7 @@ void PortSources::AskSettings(Question &question) {
                        AllSettingsBut(setting, question.skipped), TAVO_PORT_CHECK_SYS_KEY);
         if (answer.verdict == PortVerdict::kUnknown) {
             known = false;
-            TellOnce(WhySettingIsUnknown(setting));
+            TellOnce(WhySettingIsUnknown(setting, answer.reason));
         }
         held.Add(answer.taken, TAVO_PROTO_BOTH, DeclaredBy(setting), {});
     }
@@ -193,10 +193,11 @@ void PortSources::AskSockets(Question &question) {
 
 std::optional<bool> PortSources::AnyHeldBySockets(const PortRanges &set, std::uint32_t protocols) {
     std::string problem;
-    const PortVerdict verdict = AskLibrary(set, protocols, {}, TAVO_PORT_CHECK_RUNTIME).verdict;
-    if (verdict != PortVerdict::kUnknown && SocketsAreSeen(protocols, problem)) {
-        return verdict == PortVerdict::kTaken;
+    const LibraryAnswer answer = AskLibrary(set, protocols, {}, TAVO_PORT_CHECK_RUNTIME);
+    if (answer.verdict != PortVerdict::kUnknown && SocketsAreSeen(protocols, problem)) {
+        return answer.verdict == PortVerdict::kTaken;
     }
+    problem = problem.empty() ? answer.reason : problem;
     TellOnce(WhySocketsAreUnknown(set, problem));
     report_.Raise(Status::kFailed);
     return {};

@@ -18,6 +18,7 @@
 #include <tuple>
 
 #include "input_file.h"
+#include "library_failure.h"
 #include "library_log.h"
 #include "library_owners.h"
 #include "tavoserviceconf.h"
@@ -177,6 +178,17 @@ std::string ReadAllSockets(Sockets &sockets) {
     return {};
 }
 
+// Who has which socket; NULL with the error code set when processes cannot be read.
+OwnedTable FetchHolders() {
+    ForgetFailure();
+    OwnedTable holders(InodeToPidsTableFetch());
+    const unsigned int code = TLIBCErrGet();
+    if (holders == nullptr && (code == kOutOfMemory || SystemReason(code).empty())) {
+        throw std::bad_alloc();
+    }
+    return holders;
+}
+
 class Look {
   public:
     // Why the sockets cannot be listed; empty when they are.
@@ -199,7 +211,10 @@ class Look {
 // The processes come first, lest one that ends meanwhile is blamed for what another has. A socket
 // that nobody had then may have been opened, or handed to another process, since.
 std::string Look::Take() {
-    const OwnedTable holders = OrThrow(OwnedTable(InodeToPidsTableFetch()));
+    const OwnedTable holders = FetchHolders();
+    if (holders == nullptr) {
+        return "processes: " + SystemReason(TLIBCErrGet());
+    }
     Sockets sockets;
     const std::string problem = ReadAllSockets(sockets);
     if (!problem.empty()) {
@@ -215,9 +230,10 @@ std::string Look::Take() {
 
 // What is closed by then was nobody's; of the rest it cannot be told whose it is.
 void Look::LookAgain(Sockets left) {
-    const OwnedTable holders = OrThrow(OwnedTable(InodeToPidsTableFetch()));
-    std::erase_if(left,
-                  [&](const RawSocketInfo &socket) { return AddHolders(socket, holders.get()); });
+    if (const OwnedTable holders = FetchHolders()) {
+        std::erase_if(
+            left, [&](const RawSocketInfo &socket) { return AddHolders(socket, holders.get()); });
+    }
     if (left.empty()) {
         return;
     }

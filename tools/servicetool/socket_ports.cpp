@@ -92,10 +92,12 @@ bool Search::Find(const PortRanges &set) {
 
 bool Search::IsHeld(const PortRanges &set) {
     ++asked_;
-    const PortVerdict verdict =
-        AskLibrary(set, protocols_, skipped_, TAVO_PORT_CHECK_RUNTIME).verdict;
-    ports_.known = ports_.known && verdict != PortVerdict::kUnknown;
-    return verdict == PortVerdict::kTaken;
+    const LibraryAnswer answer = AskLibrary(set, protocols_, skipped_, TAVO_PORT_CHECK_RUNTIME);
+    if (answer.verdict == PortVerdict::kUnknown) {
+        ports_.known = false;
+        ports_.problem = answer.reason;
+    }
+    return answer.verdict == PortVerdict::kTaken;
 }
 
 // Of a set that is held. When the lower half is not, the upper one is, and need not be asked for as

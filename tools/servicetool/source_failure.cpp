@@ -1,14 +1,14 @@
 #include "source_failure.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <cerrno>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include "config_lines.h"
 #include "declared_text.h"
+#include "folder_names.h"
 #include "input_file.h"
 #include "service_file.h"
 #include "text.h"
@@ -30,8 +30,16 @@ Diagnostic Error(std::string file, std::string rule, std::string message, std::s
     return diagnostic;
 }
 
-// The line that gives a key outside any section a value that is no port.
-std::optional<ConfigLine> BadLineOfKey(std::string_view text, std::string_view key) {
+std::string Because(const std::string &reason) {
+    return reason.empty() ? "" : ": " + reason;
+}
+
+Diagnostic UnreadSettings(const std::string &problem) {
+    return Error(kSettingsFile, "unreadable", "settings cannot be asked for ports: " + problem);
+}
+
+// The line that gives a key outside any section its value.
+std::optional<ConfigLine> LineOfKey(std::string_view text, std::string_view key) {
     std::optional<ConfigLine> found;
     ConfigLineReader reader(text);
     for (ConfigLine line; reader.Next(line) && line.kind != ConfigLineKind::kSection;) {
@@ -39,6 +47,12 @@ std::optional<ConfigLine> BadLineOfKey(std::string_view text, std::string_view k
             found = line;
         }
     }
+    return found;
+}
+
+// The same where the value is no port.
+std::optional<ConfigLine> BadLineOfKey(std::string_view text, std::string_view key) {
+    const std::optional<ConfigLine> found = LineOfKey(text, key);
     const bool bad = found && !found->value.empty() &&
                      TAVOServiceConfPortsCheck(std::string(found->value).c_str()) != 1;
     return bad ? found : std::nullopt;
@@ -69,12 +83,11 @@ bool NamesBadPorts(const TAVO_FW_SERVICE &service, std::string &text) {
 
 // A folder that is not there holds nothing.
 bool TellUnlistedFolder(const ServiceFolder &folder, Report &report) {
-    std::error_code error;
-    const std::filesystem::directory_iterator entries(folder.path, error);
-    if (!error || error == std::errc::no_such_file_or_directory) {
+    const std::string path(folder.path);
+    if (NamesIn(path) || errno == ENOENT) {
         return false;
     }
-    report.TellError(std::string(folder.path), "unreadable", ErrorText(error.value()));
+    report.TellError(path, "unreadable", ErrorText(errno));
     return true;
 }
 
@@ -112,7 +125,8 @@ bool FindStrayLines(const std::string &file, std::string_view text, bool in_sect
 
 }  // namespace
 
-Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped) {
+Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped,
+                              const std::string &reason) {
     if (!file.Problem().empty()) {
         return Error(kRuleFile, "unreadable", file.Problem());
     }
@@ -120,7 +134,7 @@ Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped)
     if (FindBadRule(file, skipped, finding)) {
         return finding;
     }
-    return Error(kRuleFile, "failed", "the rules cannot be compared");
+    return Error(kRuleFile, "failed", "the rules cannot be compared" + Because(reason));
 }
 
 bool FindDisregardedRules(const RuleFile &file, Diagnostic &finding) {
@@ -138,7 +152,8 @@ bool FindDisregardedSettings(Diagnostic &finding) {
     return FindStrayLines(kSettingsFile, ReadRegularFile(kSettingsFile).text, false, finding);
 }
 
-Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped) {
+Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped,
+                                 const std::string &reason) {
     for (const FirewallService &service : services.services) {
         const std::string name = service.record->szName;
         std::string ports;
@@ -149,14 +164,13 @@ Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const Skipped
                 "correct its settings");
         }
     }
-    return Error("", "failed", "the firewall services cannot be compared");
+    return Error("", "failed", "the firewall services cannot be compared" + Because(reason));
 }
 
-Diagnostic WhySettingIsUnknown(const ServiceSetting &setting) {
+Diagnostic WhySettingIsUnknown(const ServiceSetting &setting, const std::string &reason) {
     const FileContents contents = ReadRegularFile(kSettingsFile);
     if (!contents.problem.empty()) {
-        return Error(kSettingsFile, "unreadable",
-                     "settings cannot be asked for ports: " + contents.problem);
+        return UnreadSettings(contents.problem);
     }
     const bool ftp = setting.service == kFtpService;
     std::optional<ConfigLine> line = BadLineOfKey(contents.text, setting.key);
@@ -168,16 +182,27 @@ Diagnostic WhySettingIsUnknown(const ServiceSetting &setting) {
     }
     return Error(kSettingsFile, "failed",
                  std::string(setting.key) + (ftp ? std::string(" or ") + kFtpHighKey : "") +
-                     " cannot be told");
+                     " cannot be told" + Because(reason));
 }
 
-bool FindBadSetting(std::string_view key, Diagnostic &finding) {
+// The library takes a key that it cannot read for one that is absent.
+bool FindUnknownSetting(std::string_view key, std::uint32_t port, Diagnostic &finding) {
     const FileContents contents = ReadRegularFile(kSettingsFile);
-    const std::optional<ConfigLine> line = BadLineOfKey(contents.text, key);
-    if (line) {
-        finding = BadSetting(*line);
+    if (!contents.problem.empty() && !contents.absent) {
+        finding = UnreadSettings(contents.problem);
+        return true;
     }
-    return line.has_value();
+    if (const std::optional<ConfigLine> line = BadLineOfKey(contents.text, key)) {
+        finding = BadSetting(*line);
+        return true;
+    }
+    const std::optional<ConfigLine> line = LineOfKey(contents.text, key);
+    const bool lost = port == 0 && line && !line->value.empty() &&
+                      line->value.find_first_not_of('0') != std::string_view::npos;
+    if (lost) {
+        finding = Error(kSettingsFile, "failed", std::string(key) + " cannot be told");
+    }
+    return lost;
 }
 
 Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &problem) {
@@ -185,9 +210,7 @@ Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &proble
         return Error("", "port-zero", "sockets cannot be asked for port 0",
                      "name ports from 1 to 65535");
     }
-    return Error(
-        "", "failed",
-        "the ports that sockets hold cannot be told" + (problem.empty() ? "" : ": " + problem));
+    return Error("", "failed", "the ports that sockets hold cannot be told" + Because(problem));
 }
 
 bool TellUnreadServiceFiles(const FirewallServices &services, Report &report) {

@@ -29,12 +29,16 @@ inline constexpr ServiceSetting kServiceSettings[] = {
     {"syslog_server", "syslogport"},
 };
 
-Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped);
-Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped);
-Diagnostic WhySettingIsUnknown(const ServiceSetting &setting);
+// `reason` is the system's part in it, else "".
+Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped,
+                              const std::string &reason);
+Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped,
+                                 const std::string &reason);
+Diagnostic WhySettingIsUnknown(const ServiceSetting &setting, const std::string &reason);
 
-// Whether a key of the settings has a value that is no port. False when there is nothing to tell.
-bool FindBadSetting(std::string_view key, Diagnostic &finding);
+// Whether it is unknown which port a key of the settings names, of which the library says that it
+// is `port`, 0 for none. False when there is nothing to tell.
+bool FindUnknownSetting(std::string_view key, std::uint32_t port, Diagnostic &finding);
 
 // `problem` is what is known to be in the way, else "".
 Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &problem);

@@ -266,12 +266,14 @@ TEST_F(SetCommand, SaysWhoWasNotTold) {
 }
 
 TEST_F(SetCommand, ChangesNothingWhereTheFileCannotBeCopied) {
-    std::filesystem::create_directory("/tmp/" + kName);
+    std::filesystem::create_directories("/tmp/" + kName + "/full");
     ExpectRun(ServiceTool(kRetitle), 3, kRetitlePlan,
-              kPath + ": error: FAILED to copy from file=" + kPath +
-                  " to backup path=/tmp/notes.sc; the file is unchanged [failed]\n");
+              kPath +
+                  ": error: folder /tmp/notes.sc has the name of a copy and is not empty; FAILED "
+                  "to copy from file=" +
+                  kPath + " to backup path=/tmp/notes.sc; the file is unchanged [failed]\n");
     ExpectNothingDone();
-    std::filesystem::remove("/tmp/" + kName);
+    std::filesystem::remove_all("/tmp/" + kName);
 }
 
 TEST_F(SetCommand, SeesThatTheFileWasNotWritten) {

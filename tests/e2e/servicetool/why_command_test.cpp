@@ -27,7 +27,6 @@ using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
-using testing::StartsWith;
 
 const std::string kNobodyListens = ", but nobody listens\n";
 const std::string kUndeclared =
