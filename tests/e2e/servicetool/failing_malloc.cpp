@@ -1,0 +1,79 @@
+// Stands in for the allocator of a program, to be loaded before it: one allocation fails, counted
+// from the start of main on. FAILING_MALLOC is its number. The file FAILING_MALLOC_COUNT gets the
+// number of all allocations when the program ends.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+
+extern "C" {
+void *__libc_malloc(std::size_t size);
+void *__libc_calloc(std::size_t count, std::size_t size);
+void *__libc_realloc(void *old, std::size_t size);
+}
+
+namespace {
+
+using Main = int (*)(int, char **, char **);
+using Start = int (*)(Main, int, char **, void (*)(), void (*)(), void (*)(), void *);
+
+Main g_main = nullptr;
+bool g_counts = false;
+long g_count = 0;
+long g_failing = 0;
+
+bool Fails() {
+    if (!g_counts || ++g_count != g_failing) {
+        return false;
+    }
+    errno = ENOMEM;
+    return true;
+}
+
+void WriteCount() {
+    g_counts = false;
+    const char *path = std::getenv("FAILING_MALLOC_COUNT");
+    const int file = path == nullptr ? -1 : open(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (file >= 0) {
+        dprintf(file, "%ld", g_count);
+        close(file);
+    }
+}
+
+int CountingMain(int argc, char **argv, char **environment) {
+    const char *failing = std::getenv("FAILING_MALLOC");
+    g_failing = failing == nullptr ? 0 : std::atol(failing);
+    std::atexit(WriteCount);
+    g_counts = true;
+    return g_main(argc, argv, environment);
+}
+
+}  // namespace
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+void *malloc(std::size_t size) {
+    return Fails() ? nullptr : __libc_malloc(size);
+}
+
+void *calloc(std::size_t count, std::size_t size) {
+    return Fails() ? nullptr : __libc_calloc(count, size);
+}
+
+void *realloc(void *old, std::size_t size) {
+    return Fails() ? nullptr : __libc_realloc(old, size);
+}
+
+int __libc_start_main(Main main, int argc, char **argv, void (*init)(), void (*fini)(),
+                      void (*rtld_fini)(), void *stack_end) {
+    g_main = main;
+    const auto start = reinterpret_cast<Start>(dlsym(RTLD_NEXT, "__libc_start_main"));
+    return start(CountingMain, argc, argv, init, fini, rtld_fini, stack_end);
+}
+}
+#pragma GCC visibility pop

@@ -1,0 +1,152 @@
+// A taken port is never called free, suggested or given to a new file, whatever the system refuses
+// meanwhile: for each source, each system call and each allocation of the commands fails in turn.
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <ostream>
+
+#include "change_world.h"
+#include "failing_calls.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::AnyOf;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr std::uint32_t kPort = 8765;
+
+enum class Source { kForward, kService, kSetting, kSocket };
+
+struct Scene {
+    std::string name;
+    Source source;
+    std::vector<std::string> command;
+};
+
+void PrintTo(const Scene &scene, std::ostream *out) {
+    *out << scene.name;
+}
+
+std::vector<Scene> Scenes() {
+    struct Named {
+        const char *name;
+        const char *word;
+        Source source;
+    };
+    constexpr Named kSources[] = {{"Forward", "forward", Source::kForward},
+                                  {"Service", "service", Source::kService},
+                                  {"Setting", "setting", Source::kSetting},
+                                  {"Socket", "socket", Source::kSocket}};
+    std::vector<Scene> scenes;
+    for (const Named &source : kSources) {
+        const std::string name = source.name;
+        scenes.push_back(
+            {"Check" + name, source.source, {"check", "8765/tcp", "--source", source.word}});
+        scenes.push_back({"Why" + name, source.source, {"why", "8765/tcp"}});
+        scenes.push_back(
+            {"Suggest" + name, source.source, {"suggest", "--near", "8765", "--proto", "tcp"}});
+        // An installation does not ask for forwarding rules.
+        if (source.source != Source::kForward) {
+            scenes.push_back({"Install" + name, source.source, {"install", "notes.sc"}});
+        }
+    }
+    return scenes;
+}
+
+class UnknownAnswer : public ChangeWorld, public testing::WithParamInterface<Scene> {
+  protected:
+    void SetUp() override {
+        ChangeWorld::SetUp();
+        WriteFile("notes.sc", Section("notes", "8765/tcp"));
+        switch (GetParam().source) {
+            case Source::kForward:
+                WriteFile(kRules, Rule("1", "x", "8765", "8765"));
+                break;
+            case Source::kService:
+                WriteFile(kPackage + "old.sc", Section("old", "8765/tcp"));
+                break;
+            case Source::kSetting:
+                WriteFile(kSettings, "ftpport=8765\n");
+                break;
+            case Source::kSocket:
+                held_ = std::make_unique<HeldPort>(Family::kV4, Protocol::kTcp, kPort);
+                break;
+        }
+        EXPECT_EQ(RunProgram(Command()).status, GetParam().command[0] == "suggest" ? 0 : 1);
+    }
+
+    static std::vector<std::string> Command() {
+        std::vector<std::string> command = GetParam().command;
+        command.insert(command.begin(), SERVICETOOL);
+        return command;
+    }
+
+    static void ExpectNeverFree(const ProgramResult &result) {
+        if (result.status == 127) {
+            return;  // the loader did not start the program
+        }
+        const bool suggests = GetParam().command[0] == "suggest";
+        EXPECT_THAT(result.status, suggests ? AnyOf(0, 1, 3) : AnyOf(1, 3, 3))
+            << result.out << result.err;
+        EXPECT_THAT(result.out, Not(HasSubstr("is free")));
+        EXPECT_FALSE(suggests && result.out == "8765\n");
+        EXPECT_FALSE(std::filesystem::exists(kPackage + "notes.sc")) << result.out;
+    }
+
+    // The calls behind the loading of the last library.
+    static std::vector<SystemCall> CallsOfCommand() {
+        std::vector<SystemCall> calls = CallsOf(RunTraced({"-e", "trace=all"}, Command()).err);
+        const auto last = std::find_if(calls.rbegin(), calls.rend(), [](const SystemCall &call) {
+            return call.name == "openat" && call.line.find(".so") != std::string::npos;
+        });
+        calls.erase(calls.begin(), last.base());
+        return calls;
+    }
+
+    std::unique_ptr<HeldPort> held_;
+};
+
+// Of the errors each call meets one, the next call the next.
+TEST_P(UnknownAnswer, IsNotFreeWhicheverSystemCallFails) {
+    const std::vector<std::string> &errors = LookingErrors();
+    std::size_t turn = 0;
+    int runs = 0;
+    for (const SystemCall &call : CallsOfCommand()) {
+        const std::string &error = IsAboutMemory(call) ? "ENOMEM" : errors[turn++ % errors.size()];
+        if (CanFail(call, error)) {
+            SCOPED_TRACE(error + " at " + call.line);
+            ExpectNeverFree(RunTraced(Injection(call, "error=" + error), Command()));
+            ++runs;
+        }
+        if (HasFailure()) {
+            return;
+        }
+    }
+    EXPECT_GT(runs, 20);
+}
+
+#ifdef FAILING_MALLOC
+TEST_P(UnknownAnswer, IsNotFreeWhicheverAllocationFails) {
+    const std::string preload = "LD_PRELOAD=" FAILING_MALLOC;
+    const std::string count = kHome + "count";
+    RunProgram(Command(), "", {preload, "FAILING_MALLOC_COUNT=" + count});
+    const long allocations = std::stol(ReadFile(count));
+    // Each run takes milliseconds, and there are thousands of allocations: a few hundred of them,
+    // from the first to the last.
+    const long step = std::max(allocations / 300, 1L);
+    for (long failing = 1; failing <= allocations && !HasFailure(); failing += step) {
+        SCOPED_TRACE("allocation " + std::to_string(failing));
+        ExpectNeverFree(
+            RunProgram(Command(), "", {preload, "FAILING_MALLOC=" + std::to_string(failing)}));
+    }
+    EXPECT_GT(allocations, 100);
+}
+#endif
+
+INSTANTIATE_TEST_SUITE_P(Commands, UnknownAnswer, testing::ValuesIn(Scenes()),
+                         [](const auto &scene) { return scene.param.name; });
+
+}  // namespace
+}  // namespace tavo::test
