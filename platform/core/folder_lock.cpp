@@ -121,9 +121,8 @@ LockResult FolderLock::TryToTake(const char *path) {
     if (result != LockResult::kTaken) {
         return result;
     }
-    // A failure that is not EWOULDBLOCK passes too: the kernel lacks room for one more lock.
-    if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0) {
-        return LockResult::kLost;
+    if (Uninterrupted([&] { return flock(lock_.Get(), LOCK_EX | LOCK_NB); }) != 0) {
+        return ExplainFailedLock(errno);
     }
     result = CheckLockFile(path);
     if (result != LockResult::kTaken) {
@@ -163,6 +162,24 @@ LockResult FolderLock::ExplainFailedOpen(int error) const {
     return Failed(TAVO_CORE_FAIL(LockError(error)));
 }
 
+// Only a holder, or the lack of room for one more lock (ENOLCK), passes with time. After any other
+// failure somebody may still hold the lock, and the file is left to the next writer, except on a
+// file system without flock, where nobody can.
+LockResult FolderLock::ExplainFailedLock(int error) const {
+    if (error == EWOULDBLOCK || error == ENOLCK) {
+        return LockResult::kLost;
+    }
+    if (error == ENOSYS || error == EOPNOTSUPP || error == EINVAL) {
+        RemoveLockFile();
+    }
+    return Failed(TAVO_CORE_FAIL(LockError(error)));
+}
+
+void FolderLock::RemoveLockFile() const {
+    unlinkat(staging_.Get(), kLockFile, 0);
+    unlinkat(folder_.Get(), kStagingFolder, AT_REMOVEDIR);
+}
+
 // Whether the file that was locked is the lock of the folder.
 LockResult FolderLock::CheckLockFile(const char *path) const {
     struct stat locked;
@@ -192,8 +209,7 @@ LockResult FolderLock::PrepareStaging(bool made) {
 // Closing alone would not unlock: a child that the caller forked meanwhile shares the lock.
 void FolderLock::Release() {
     if (held_) {
-        unlinkat(staging_.Get(), kLockFile, 0);
-        unlinkat(folder_.Get(), kStagingFolder, AT_REMOVEDIR);
+        RemoveLockFile();
         flock(lock_.Get(), LOCK_UN);
     }
     Forget();

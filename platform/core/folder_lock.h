@@ -35,8 +35,8 @@ class FolderLock {
     FolderLock &operator=(const FolderLock &) = delete;
 
     // Takes the lock of the folder `path`, an absolute path. Fails with 0x700 for a missing folder,
-    // 0x200 when memory runs out, and 0x900 when the lock is still held elsewhere after `wait` or
-    // something that is not a writer's is in its place.
+    // 0x200 when memory runs out, and 0x900 when the lock is still held elsewhere after `wait`,
+    // something that is not a writer's is in its place, or the file system has no flock.
     LockResult Take(const char *path, std::chrono::milliseconds wait);
 
     // Removes the staging folder, unlocks, and closes the folder. Does nothing when not held.
@@ -54,8 +54,10 @@ class FolderLock {
     LockResult TryToTake(const char *path);
     LockResult OpenLockFile();
     LockResult ExplainFailedOpen(int error) const;
+    LockResult ExplainFailedLock(int error) const;
     LockResult CheckLockFile(const char *path) const;
     LockResult PrepareStaging(bool made);
+    void RemoveLockFile() const;
 
     Descriptor folder_;
     Descriptor staging_;

@@ -243,7 +243,8 @@ TAVOCORE_API void TLIBCStrPut(char *szText);
  * link is followed to the file that it names. Whatever fails, the old file is whole; only a folder
  * that can neither be flushed nor get its old file back leaves the new one, just as whole. Writers
  * in one folder exclude each other: each takes the lock of the folder (TLIBCFolderLockTake) and
- * waits for it at most 30 seconds, then fails with 0x900.
+ * waits for it at most 30 seconds, then fails with 0x900. On a file system without flock every
+ * writer fails so at once.
  */
 
 typedef struct TLIBCFolderLock TLIBCFolderLock;
@@ -261,8 +262,8 @@ typedef struct TLIBCFolderLock TLIBCFolderLock;
  * it ends or runs another program. A platform may lack these two functions.
  *
  * NULL on failure: 0xD00 for a NULL or empty path, 0x700 for a missing folder, 0x900 when the lock
- * is held by others all that time, the caller may not write to the folder, or something else is in
- * the lock's place, 0x200 out of memory. */
+ * is held by others all that time, the caller may not write to the folder, something else is in the
+ * lock's place, or, at once, when the file system has no flock, 0x200 out of memory. */
 TAVOCORE_API TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder);
 
 /* Unlocks and frees pLock; NULL is accepted. The folder may have been removed or replaced
