@@ -159,6 +159,9 @@ LockResult FolderLock::ExplainFailedOpen(int error) const {
         return may_write ? LockResult::kLost : LockResult::kNotAllowed;
     }
     unlinkat(folder_.Get(), kStagingFolder, AT_REMOVEDIR);
+    if (error == EROFS) {
+        return LockResult::kNotAllowed;  // a leftover is there, but nobody can write
+    }
     return Failed(TAVO_CORE_FAIL(LockError(error)));
 }
 

@@ -209,6 +209,22 @@ TEST_F(InjectedFault, ALockThatTheKernelHasNoRoomForIsWaitedFor) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
+// A killed writer's lock file can be opened for writing no more when the file system has become
+// read-only. A text that is there already needs no lock.
+TEST_F(InjectedFault, AFileSystemThatIsReadOnlyRefusesNoTextThatIsThere) {
+    for (const SystemCall &call : CallsOfTheChange()) {
+        if (call.name == "openat" && call.line.find("\"lock\"") != std::string::npos) {
+            EXPECT_EQ(RunTraced(Injection(call, "error=EROFS"),
+                                {TAVO_FAULT_WRITER, file_, "s", "k", "old"})
+                          .status,
+                      0);
+            EXPECT_TRUE(FileIs(old_text_));
+            return;
+        }
+    }
+    FAIL() << "it opens no lock file";
+}
+
 // Some file systems tell only then that the text did not get through.
 TEST_F(InjectedFault, ATextThatCannotBeClosedIsNotPublished) {
     std::vector<SystemCall> calls = CallsOfTheChange();
