@@ -15,6 +15,7 @@
 
 #include "failing_allocation.h"
 #include "file_support.h"
+#include "open_watch.h"
 #include "ordinary_user.h"
 #include "temporary_folder.h"
 
@@ -43,12 +44,14 @@ int Change(const std::string &path) {
 
 class FolderLockTest : public testing::Test {
   protected:
-    // Runs `change` in a thread while the lock is held, and `meanwhile` after a moment in which it
-    // must not end. Its result.
+    // Runs `change` in a thread while the lock of the folder is held, and `meanwhile` once it has
+    // tried to take the lock, and after a moment in which it must not end. Its result.
     template <typename Work, typename Meanwhile>
-    static int Blocked(Work change, Meanwhile meanwhile) {
+    int Blocked(Work change, Meanwhile meanwhile) const {
         std::atomic<int> result{-2};
+        const OpenWatch lock_file(folder_ + "/.tavo-write/lock");
         std::thread writer([&] { result = change(); });
+        EXPECT_TRUE(lock_file.WaitForOpen());
         std::this_thread::sleep_for(milliseconds(100));
         EXPECT_EQ(result, -2) << "it did not wait";
         meanwhile();
@@ -237,7 +240,7 @@ TEST_F(FolderLockTest, AWriterThatWaitedGoesOnInTheFolderThatReplacedIt) {
     Lock lock = Take(folder_);
     EXPECT_EQ(Blocked([&] { return Change(file_); },
                       [&] {
-                          std::filesystem::remove_all(folder_);
+                          std::filesystem::rename(folder_, parent_ / "old");
                           std::this_thread::sleep_for(milliseconds(100));
                           std::filesystem::rename(copy, folder_);
                           lock.reset();

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "file_replace.h"
+#include "open_watch.h"
 #include "temporary_folder.h"
 
 namespace tavo {
@@ -40,12 +41,13 @@ TEST_F(LockedFileTest, MissesAFolderThatVanishedForGoodWhileItWaited) {
     ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
     FolderLock holder;
     ASSERT_EQ(holder.Take(folder.c_str(), milliseconds(0)), LockResult::kTaken);
+    const test::OpenWatch lock_file(folder + "/.tavo-write/lock");
     std::thread remover([&] {
-        std::this_thread::sleep_for(milliseconds(50));
-        std::filesystem::remove_all(folder);
+        EXPECT_TRUE(lock_file.WaitForOpen());
+        std::filesystem::rename(folder, folder_ / "gone");
     });
     FolderLock waiter;
-    EXPECT_EQ(waiter.Take(folder.c_str(), milliseconds(300)), LockResult::kFailed);
+    EXPECT_EQ(waiter.Take(folder.c_str(), milliseconds(1000)), LockResult::kFailed);
     EXPECT_EQ(TLIBCErrGet(), 0x700u);
     remover.join();
 }
