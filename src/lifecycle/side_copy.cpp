@@ -18,9 +18,9 @@
 #include "lifecycle/pause.h"
 #include "support/descriptor.h"
 #include "support/failure.h"
-#include "support/folder_lock.h"
 #include "support/presence.h"
 #include "support/text.h"
+#include "support/writers_lock.h"
 #include "tavopf.h"
 
 namespace tavo {
@@ -128,7 +128,7 @@ int ClearSideCopy(const char *copy) {
 // The exit status of cp. A writer would let its staged file vanish while cp reads the folder, so
 // writers wait.
 int CopyWithoutWriters(const Store &store) {
-    const FolderLock lock(FolderOfWriters(store, store.place));
+    const WritersLock lock(FolderOfWriters(store, store.place));
     if (lock.OutOfMemory()) {
         return TAVO_LOG_STATE("Failed to lock %s", store.place);
     }
@@ -138,7 +138,7 @@ int CopyWithoutWriters(const Store &store) {
 // The copy has the staging folder of the lock under which it was made. Taking the lock of the copy
 // clears it.
 int ClearStagingFolder(const Store &store, const char *copy) {
-    const FolderLock lock(FolderOfWriters(store, copy));
+    const WritersLock lock(FolderOfWriters(store, copy));
     return lock.OutOfMemory() ? TAVO_LOG_STATE("Failed to lock %s", copy) : 0;
 }
 
@@ -242,7 +242,7 @@ int ClearPlace(const Store &store) {
         return TAVO_SET_ERROR(kErrorRename);
     }
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-        const FolderLock lock(FolderOfWriters(store, place));
+        const WritersLock lock(FolderOfWriters(store, place));
         if (lock.OutOfMemory() || RemovePath(place) < 0) {
             return TAVO_LOG_STATE("Failed to rm -rf %s", place);
         }

@@ -1,7 +1,7 @@
 // Keeps the writers of the core library out of a folder while the folder as a whole is copied or
 // replaced.
-#ifndef TAVO_SRC_SUPPORT_FOLDER_LOCK_H
-#define TAVO_SRC_SUPPORT_FOLDER_LOCK_H
+#ifndef TAVO_SRC_SUPPORT_WRITERS_LOCK_H
+#define TAVO_SRC_SUPPORT_WRITERS_LOCK_H
 
 #include "support/failure.h"
 #include "tavocore.h"
@@ -17,22 +17,22 @@ namespace tavo {
 
 // Waits for a writer in the folder; null is no folder. The lock is the writers' own, so its holder
 // must not change a file in that folder through the core library.
-class FolderLock {
+class WritersLock {
   public:
-    explicit FolderLock(const char *folder) {
+    explicit WritersLock(const char *folder) {
         if (folder != nullptr && TLIBCFolderLockTake != nullptr &&
             TLIBCFolderLockRelease != nullptr) {
             lock_ = TLIBCFolderLockTake(folder);
             out_of_memory_ = lock_ == nullptr && TLIBCErrGet() == kErrorNoMemory;
         }
     }
-    ~FolderLock() {
+    ~WritersLock() {
         if (lock_ != nullptr) {
             TLIBCFolderLockRelease(lock_);
         }
     }
-    FolderLock(const FolderLock &) = delete;
-    FolderLock &operator=(const FolderLock &) = delete;
+    WritersLock(const WritersLock &) = delete;
+    WritersLock &operator=(const WritersLock &) = delete;
 
     // Without the lock the work goes on: a folder that cannot be written has no lock and no writer.
     // Only running out of memory, with the error set, is a reason to stop.
