@@ -36,13 +36,13 @@
  *  6. Lists are chained through pNext. What is added to a caller's list is put in front.
  *  7. Text is bytes. A text longer than its field is cut to fit and always terminated; fields
  *     that a caller fills may lack the terminator.
- *  8. Nothing is kept between calls: each reads the files it needs anew. Only a backup keeps its
- *     stores locked (see TLIBServiceConfBackup). Functions may be called from several threads at
- *     once as long as each uses its own records. Only a file that the
- *     calling thread holds with TLIBCFileHold of tavocore.h is read as it was then, and that by
- *     functions that change no file: those that set a section or its ports, remove a section,
- *     install or update a file end the hold first. A call that is left by longjmp may leave a hold
- *     behind; TLIBCFileRelease ends it.
+ *  8. Nothing is kept between calls but the locks of a backup (see TLIBServiceConfBackup), and
+ *     each call reads the files it needs anew. The exception is a file that the calling thread
+ *     holds with TLIBCFileHold of tavocore.h: functions that change no file read it as it was when
+ *     the hold began. Those that set a section or its ports, remove a section, install or update a
+ *     file end the hold first. A call that is left by longjmp may leave a hold behind;
+ *     TLIBCFileRelease ends it. Functions may be called from several threads at once as long as
+ *     each uses its own records.
  */
 #ifndef TAVOSERVICECONF_H
 #define TAVOSERVICECONF_H
