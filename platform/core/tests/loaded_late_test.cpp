@@ -16,7 +16,13 @@ namespace {
 
 class LoadedLate : public testing::Test {
   protected:
-    ~LoadedLate() override { dlclose(library_); }
+    ~LoadedLate() override { Unload(library_); }
+
+    static void Unload(void *library) {
+        if (library != nullptr) {
+            dlclose(library);
+        }
+    }
 
     void *library_ = dlopen(TAVO_CORE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
 };
@@ -73,7 +79,7 @@ TEST_F(LoadedLate, HoldsNoFileInAThreadWithoutMemory) {
 TEST_F(LoadedLate, CanBeLoadedBesideTheLibraryThatUsesIt) {
     void *service_conf = dlopen(TAVO_SERVICE_CONF_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     EXPECT_NE(service_conf, nullptr) << dlerror();
-    dlclose(service_conf);
+    Unload(service_conf);
 }
 
 }  // namespace
