@@ -215,7 +215,8 @@ TAVO_API int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags);
 
 /* Whether the file szFile may be placed into directory szDir: 0 when it exists and nothing exists
  * by its base name in szDir (a symbolic link to nothing does not count). -1 for a NULL argument or
- * a path beyond PATH_MAX (0xD00), a missing file (0x700) or a name that is taken (0xC000). */
+ * a path beyond PATH_MAX (0xD00), a missing file (0x700), a name that is taken (0xC000), or when
+ * one of the two cannot be looked at, so that it is unknown whether it exists (0x900). */
 TAVO_API int TAVOServiceConfFileVerify(const char *szFile, const char *szDir);
 
 /* ---- Port range sets ----

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "support/failure.h"
+#include "support/presence.h"
 #include "support/service_directory.h"
 #include "tavoserviceconf.h"
 
@@ -10,8 +11,10 @@ int TAVOServiceConfFileVerify(const char *szFile, const char *szDir) {
     if (szFile == nullptr || szDir == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    if (TLIBCFileExist(szFile) != 1) {
-        return TAVO_SET_ERROR(tavo::kErrorNoFile);
+    const tavo::Presence source = tavo::PresenceOf(szFile);
+    if (source != tavo::Presence::kPresent) {
+        return TAVO_SET_ERROR(source == tavo::Presence::kAbsent ? tavo::kErrorNoFile
+                                                                : tavo::kErrorCannotOpen);
     }
     const char *szSlash = std::strrchr(szFile, '/');
     char szTarget[tavo::kPathSize];
@@ -21,8 +24,12 @@ int TAVOServiceConfFileVerify(const char *szFile, const char *szDir) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
     // A symbolic link to nothing does not exist for this question, which is kept.
-    if (TLIBCFileExist(szTarget) == 1) {
-        return TAVO_SET_ERROR(tavo::kErrorAlreadyInstalled);
+    switch (tavo::PresenceOf(szTarget)) {
+        case tavo::Presence::kPresent:
+            return TAVO_SET_ERROR(tavo::kErrorAlreadyInstalled);
+        case tavo::Presence::kUnknown:
+            return TAVO_SET_ERROR(tavo::kErrorCannotOpen);
+        default:
+            return 0;
     }
-    return 0;
 }

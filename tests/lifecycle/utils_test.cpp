@@ -149,6 +149,20 @@ TEST_F(ServiceConfInstaller, OfAMissingSourceMakesNothing) {
     EXPECT_FALSE(std::filesystem::exists(kPackageServices));
 }
 
+TEST_F(ServiceConfInstaller, TakesNothingForMissingThatCannotBeLookedAt) {
+    const std::string source = Source(kGame);
+    WriteFile(kGameFile, kTelnetGame);
+    for (const char *path : {source.c_str(), kGameFile}) {
+        StartAnew();
+        const Failing look("stat", path, EIO);
+        EXPECT_EQ(Install(source), -1);
+        EXPECT_EQ(ErrorState(), "0x900 service_conf_file_verify.cpp");
+        EXPECT_THAT(Messages(), ElementsAre("install configue file fail! (" + source +
+                                            ")[0x0900 service_conf_file_verify.cpp:N]"));
+        EXPECT_EQ(ReadFile(kGameFile), kTelnetGame);
+    }
+}
+
 TEST_F(ServiceConfInstaller, ReportsAMissingSourceBeforeABadName) {
     for (const char *name : {"..", "../game.sc", static_cast<const char *>(nullptr)}) {
         StartAnew();
