@@ -36,7 +36,8 @@ class NewFolders {
 
     // The innermost first. What is no longer empty stays.
     void Remove() {
-        while (first_ > 0 && std::strlen(path_) >= first_ && rmdir(path_) == 0) {
+        while (first_ > 0 && std::strlen(path_) >= first_ &&
+               (rmdir(path_) == 0 || errno == ENOENT)) {
             *std::strrchr(path_, '/') = '\0';
         }
     }

@@ -73,6 +73,13 @@ TEST_P(NewFolders, GoAgainWhereMkdirFails) {
                                         "[0x3C00 utils.cpp:N]"));
 }
 
+TEST_P(NewFolders, GoAgainWhereOneCannotBeMade) {
+    programs_.Answer("/bin/mkdir", 1);
+    const Failing step("mkdir", "/usr/local/etc/services.d", ENOSPC);
+    EXPECT_EQ(TAVOServiceConfInstall(Source(kGame).c_str(), TAVO_SERVICE_CONF_DIR_PACKAGE), -1);
+    EXPECT_FALSE(std::filesystem::exists("/usr/local/etc"));
+}
+
 INSTANTIATE_TEST_SUITE_P(Umasks, NewFolders, testing::Values(0, 022, 077),
                          testing::PrintToStringParamName());
 

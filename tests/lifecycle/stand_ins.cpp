@@ -175,6 +175,8 @@ MAY_FAIL(nullptr, const char *, TAVOPFRuleConfPathGet, "", (), ())
 
 MAY_FAIL(-1, int, fsync, "", (int fd), (fd))
 MAY_FAIL(-1, int, stat, path, (const char *path, struct stat *status) noexcept, (path, status))
+MAY_FAIL(-1, int, lstat, path, (const char *path, struct stat *status) noexcept, (path, status))
+MAY_FAIL(-1, int, mkdir, path, (const char *path, mode_t mode) noexcept, (path, mode))
 MAY_FAIL(-1, int, rename, from, (const char *from, const char *to) noexcept, (from, to))
 MAY_FAIL(-1, int, flock, "", (int fd, int operation) noexcept, (fd, operation))
 MAY_FAIL(-1, int, unlink, path, (const char *path) noexcept, (path))
