@@ -190,7 +190,10 @@ StoreLock::~StoreLock() {
 
 void StoreLock::Release() {
     ForEach(taken_, [](Held &held) {
-        --held.depth;
+        // A child that was made under the lock has none to give back.
+        if (held.IsOwn() && held.depth > 0) {
+            --held.depth;
+        }
         held.UnlockWhenFree();
     });
     taken_ = 0;

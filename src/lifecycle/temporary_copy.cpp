@@ -48,10 +48,13 @@ Room RoomWhen(bool removed) {
 // A copy is removed under its lock, so that nobody removes the one that takes its place.
 Room RemoveUnlockedCopy(const char *path) {
     const Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (file.IsOpen() && !TryLock(file.Get()) && errno == EWOULDBLOCK) {
-        return Room::kInUse;
+    if (!file.IsOpen()) {
+        return RoomWhen(false);
     }
-    if (file.IsOpen() && !IsAt(path, file.Get())) {
+    if (!TryLock(file.Get())) {
+        return errno == EWOULDBLOCK ? Room::kInUse : Room::kNone;
+    }
+    if (!IsAt(path, file.Get())) {
         return Room::kMade;
     }
     return RoomWhen(unlink(path) == 0);

@@ -321,6 +321,28 @@ TEST_F(KeptLock, IsNotKeptByAChildProcess) {
     EXPECT_EQ(StatusOf(child), -1);
 }
 
+TEST_F(KeptLock, IsNotGivenBackByAChildThatWasMadeUnderIt) {
+    int parent[2];
+    ASSERT_EQ(pipe2(parent, O_CLOEXEC), 0);
+    pid_t child = -1;
+    {
+        Programs programs;
+        programs.Before("/bin/cp", [&] {
+            child = fork();
+            close(parent[child == 0 ? 1 : 0]);
+            char byte;
+            child = child == 0 && read(parent[0], &byte, 1) != 0 ? -1 : child;
+        });
+        EXPECT_EQ(Set(), 0);
+    }
+    if (child == 0) {
+        const FastClock clock;
+        _exit(Set() == 0 ? 0 : 1);
+    }
+    close(parent[1]);
+    EXPECT_EQ(StatusOf(child), 0);
+}
+
 TEST_F(KeptLock, IsFreeWhenItsProcessIsKilled) {
     const pid_t child = Start([] {
         Backup();
@@ -448,6 +470,20 @@ TEST_F(CopyOfALiveChange, IsLeftAloneForEver) {
     EXPECT_THAT(InTmp(), ElementsAre("game.sc"));
     close(copy);
     EXPECT_EQ(Set(), 0);
+}
+
+TEST_F(CopyOfALiveChange, IsLeftAloneWhereItCannotBeOpened) {
+    const int copy = open("/tmp/game.sc", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    ASSERT_EQ(flock(copy, LOCK_EX), 0);
+    Failing step("open", "/tmp/game.sc", EMFILE);
+    step.Once();
+    EXPECT_EQ(Set(), -1);
+    struct stat status = {};
+    EXPECT_EQ(fstat(copy, &status), 0);
+    EXPECT_EQ(status.st_nlink, 1U);
+    EXPECT_THAT(InTmp(), ElementsAre("game.sc"));
+    close(copy);
+    std::filesystem::remove("/tmp/game.sc");
 }
 
 TEST_F(CopyOfALiveChange, MayBeReplacedDuringTheRestart) {
