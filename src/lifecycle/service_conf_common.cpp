@@ -138,8 +138,7 @@ int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
         if (!store.chosen) {
             continue;
         }
-        store.NameCopy();
-        if (tavo::MakeSideCopy(store) < 0) {
+        if (store.NameCopy() < 0 || tavo::MakeSideCopy(store) < 0) {
             // The names that are still empty set 0xD00, which callers have come to read.
             for (const tavo::Store &copied : stores) {
                 RemovePath(copied.copy);
@@ -167,7 +166,10 @@ int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
         if (!store.chosen) {
             continue;
         }
-        store.NameCopy();
+        if (store.NameCopy() < 0) {
+            tavo::SetUnrestored(store.id, true);
+            return -1;
+        }
         if (tavo::PutBack(store) < 0) {
             return -1;
         }
@@ -191,8 +193,7 @@ int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
         if (!store.chosen) {
             continue;
         }
-        store.NameCopy();
-        if (tavo::DeleteSideCopy(store) < 0) {
+        if (store.NameCopy() < 0 || tavo::DeleteSideCopy(store) < 0) {
             nResult = -1;
         }
     }

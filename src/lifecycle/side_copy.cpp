@@ -43,7 +43,7 @@ constexpr char kStagingFolder[] = ".tavo-write";
 
 bool IsThere(const char *path) {
     struct stat entry;
-    return lstat(path, &entry) == 0 || errno != ENOENT;
+    return lstat(path, &entry) == 0 || PresenceAfter(errno) != Presence::kAbsent;
 }
 
 bool IsSameFile(const struct stat &one, const struct stat &other) {
@@ -68,40 +68,50 @@ const char *FolderOfWriters(const Store &store, const char *path) {
 
 using OpenFolder = std::unique_ptr<DIR, decltype([](DIR *folder) { closedir(folder); })>;
 
-// A folder that cannot be listed does not count as empty.
-bool IsEmptyFolder(const char *path) {
+// What there is to lose in a store or a copy.
+enum class Content { kNone, kSome, kUnknown };
+
+Content ContentOfFolder(const char *path) {
     const OpenFolder folder(opendir(path));
     if (folder == nullptr) {
-        return false;
+        return Content::kUnknown;
     }
     errno = 0;
     while (const dirent *entry = readdir(folder.get())) {
         const char *name = entry->d_name;
         if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
             std::strcmp(name, kStagingFolder) != 0) {
-            return false;
+            return Content::kSome;
         }
     }
-    return errno == 0;
+    return errno == 0 ? Content::kNone : Content::kUnknown;
 }
 
-// Whether a store or copy holds nothing that could be lost.
-bool HoldsNothing(const char *path) {
+Content ContentOf(const char *path) {
     struct stat entry;
     if (stat(path, &entry) < 0) {
-        return errno == ENOENT;
+        return errno == ENOENT ? Content::kNone : Content::kUnknown;
     }
-    return S_ISDIR(entry.st_mode) ? IsEmptyFolder(path) : entry.st_size == 0;
+    if (S_ISDIR(entry.st_mode)) {
+        return ContentOfFolder(path);
+    }
+    return entry.st_size == 0 ? Content::kNone : Content::kSome;
+}
+
+bool MayHoldSome(const char *copy) {
+    return IsThere(copy) && ContentOf(copy) != Content::kNone;
 }
 
 // Renames a copy to a name that no backup and no deletion uses.
 int SetAside(const Store &store) {
     char aside[kPathSize];
-    for (int number = 1;; ++number) {
-        PrintText(aside, "%s.unrestored.%d.%d", store.path, static_cast<int>(getpid()), number);
-        if (!IsThere(aside)) {
-            break;
-        }
+    struct stat entry;
+    int number = 1;
+    do {
+        PrintText(aside, "%s.unrestored.%d.%d", store.path, static_cast<int>(getpid()), number++);
+    } while (lstat(aside, &entry) == 0);
+    if (errno != ENOENT) {
+        return FailToLook(aside);
     }
     if (rename(store.copy, aside) < 0) {
         const int error = errno;
@@ -144,6 +154,12 @@ int ClearStagingFolder(const Store &store, const char *copy) {
 
 constexpr int kInnerFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
+// A file in the store may have taken the name of a link meanwhile.
+bool IsLink(int folder, const char *name) {
+    struct stat status;
+    return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
+}
+
 // Gives the entries of a copy of a folder the modes of those in the folder. What is not in both is
 // left alone. Closes the folder; false when one cannot be listed.
 bool CopyModesInside(int folder, int copy) {
@@ -164,7 +180,7 @@ bool CopyModesInside(int folder, int copy) {
         struct stat status;
         if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
             fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) < 0 || S_ISLNK(status.st_mode) ||
-            fchmodat(copy, name, status.st_mode & 07777, 0) < 0) {
+            IsLink(copy, name) || fchmodat(copy, name, status.st_mode & 07777, 0) < 0) {
             continue;
         }
         if (S_ISDIR(status.st_mode)) {
@@ -261,7 +277,8 @@ class Return {
     }
 
     // mv is run first, and where it fails the copy takes the place by rename, so that a failing
-    // program costs no store.
+    // program costs no store. The place is cleared once more only for a copy that is known to be
+    // whole elsewhere: mv, where it has to copy, may fail when the store is whole already.
     int Make() {
         if (lstat(source_, &copy_) < 0) {
             return FailToLook(source_);
@@ -269,21 +286,21 @@ class Return {
         if (ClearStagingFolder(store_, source_) < 0) {
             return -1;
         }
-        for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        bool again = true;
+        for (int attempt = 1; again && attempt <= kAttempts; ++attempt) {
             if (ClearPlace(store_) < 0) {
                 return -1;
             }
             const int status = CopyOrMove(source_, place_, true);
-            if (!TakeOutOfFolder()) {
-                break;
-            }
             if (!IsThere(place_)) {
                 rename(source_, place_);
             }
+            const bool in_place = IsInPlace();
+            again = !in_place && (TakeOutOfFolder() || !IsThere(place_));
             if (status < 0) {
                 return -1;
             }
-            if (IsInPlace()) {
+            if (in_place) {
                 return 0;
             }
         }
@@ -292,24 +309,32 @@ class Return {
     }
 
   private:
+    void PrintNested(char (&nested)[2 * kPathSize]) const {
+        PrintText(nested, "%s%s", place_, std::strrchr(source_, '/'));
+    }
+
+    // Whether the copy is now the store. Where a rename does not reach, mv brings it as a new file.
+    bool IsInPlace() const {
+        struct stat entry;
+        if (lstat(place_, &entry) < 0) {
+            return false;
+        }
+        char nested[2 * kPathSize];
+        PrintNested(nested);
+        return IsSameFile(entry, copy_) || (!IsThere(source_) && !IsThere(nested));
+    }
+
     // A folder that somebody made in the place of the store swallows what mv brings. It comes out
-    // again, beside the store; false when it cannot.
+    // again, beside the store; whether it did.
     bool TakeOutOfFolder() {
         char nested[2 * kPathSize];
-        PrintText(nested, "%s%s", place_, std::strrchr(source_, '/'));
+        PrintNested(nested);
         struct stat entry;
         if (IsThere(source_) || lstat(nested, &entry) < 0) {
-            return true;
+            return false;
         }
         PrintText(source_, "%s.tmp.%d", place_, static_cast<int>(getpid()));
         return rename(nested, source_) == 0 && lstat(source_, &copy_) == 0;
-    }
-
-    // Whether the copy is now the store. From another file system mv brings it as a new file.
-    bool IsInPlace() const {
-        struct stat entry;
-        return lstat(place_, &entry) == 0 &&
-               (IsSameFile(entry, copy_) || (entry.st_dev != copy_.st_dev && !IsThere(source_)));
     }
 
     const Store &store_;
@@ -321,12 +346,21 @@ class Return {
 }  // namespace
 
 // cp would copy a link and not what it leads to, so a store that is one counts where it lies.
-void Store::NameCopy() {
+int Store::NameCopy() {
     struct stat entry;
-    if (lstat(path, &entry) < 0 || !S_ISLNK(entry.st_mode) || realpath(path, place) == nullptr) {
+    bool found = lstat(path, &entry) == 0;
+    const bool is_link = found && S_ISLNK(entry.st_mode);
+    if (is_link) {
+        found = realpath(path, place) != nullptr;
+    }
+    if (!found && PresenceAfter(errno) != Presence::kAbsent) {
+        return FailToLook(path);
+    }
+    if (!is_link || !found) {
         CopyText(place, path);
     }
     PrintText(copy, "%s.tmp.%d", path, static_cast<int>(getpid()));
+    return 0;
 }
 
 Stores StoresOf(const SetParam &param) {
@@ -352,8 +386,8 @@ StoreSet ChosenOf(const Stores &stores) {
 }
 
 int MakeSideCopy(Store &store) {
-    const bool last = IsThere(store.copy) && !HoldsNothing(store.copy) &&
-                      (IsUnrestored(store.id) || HoldsNothing(store.place));
+    const bool last = MayHoldSome(store.copy) &&
+                      (IsUnrestored(store.id) || ContentOf(store.place) != Content::kSome);
     if (last && SetAside(store) < 0) {
         // Without its name nobody removes it.
         *store.copy = '\0';
@@ -380,17 +414,22 @@ int PutBack(const Store &store) {
             return result;
         }
         default:
-            return FailToLook(store.copy);
+            FailToLook(store.copy);
+            SetUnrestored(store.id, true);
+            return -1;
     }
 }
 
 int DeleteSideCopy(const Store &store) {
     // Whoever deletes the copy after a restore that failed may not know that it failed.
-    if (IsUnrestored(store.id) && IsThere(store.copy) && !HoldsNothing(store.copy)) {
-        SetUnrestored(store.id, false);
-        return SetAside(store);
+    if (!IsUnrestored(store.id) || !MayHoldSome(store.copy)) {
+        return RemovePath(store.copy);
     }
-    return RemovePath(store.copy);
+    if (SetAside(store) < 0) {
+        return -1;
+    }
+    SetUnrestored(store.id, false);
+    return 0;
 }
 
 }  // namespace tavo

@@ -18,7 +18,8 @@ struct Store {
     char place[kPathSize] = "";  // where it lies, when its path is a link
     char copy[kPathSize] = "";
 
-    void NameCopy();
+    // -1, logged, when it is unknown where the store lies; the copy then has no name.
+    int NameCopy();
 };
 
 using Stores = std::array<Store, kStoreCount>;

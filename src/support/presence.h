@@ -12,13 +12,10 @@ namespace tavo {
 
 enum class Presence { kPresent, kAbsent, kUnknown };
 
-// Follows symbolic links. A path that cannot lead anywhere, such as a link to itself, is absent.
-inline Presence PresenceOf(const char *path) {
-    struct stat status;
-    if (stat(path, &status) == 0) {
-        return Presence::kPresent;
-    }
-    switch (errno) {
+// What the errno of a stat that failed says. A path that cannot lead anywhere, such as a link to
+// itself, is absent.
+inline Presence PresenceAfter(int error) {
+    switch (error) {
         case ENOENT:
         case ENOTDIR:
         case ELOOP:
@@ -27,6 +24,12 @@ inline Presence PresenceOf(const char *path) {
         default:
             return Presence::kUnknown;
     }
+}
+
+// Follows symbolic links.
+inline Presence PresenceOf(const char *path) {
+    struct stat status;
+    return stat(path, &status) == 0 ? Presence::kPresent : PresenceAfter(errno);
 }
 
 }  // namespace tavo

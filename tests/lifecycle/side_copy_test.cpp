@@ -3,6 +3,8 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <memory>
+
 #include "service_files_test.h"
 
 namespace tavo::test {
@@ -81,6 +83,30 @@ TEST_F(SideCopy, IsNotLeftOutWhereTheStoreCannotBeLookedAt) {
     EXPECT_EQ(Backup(), -1);
     EXPECT_THAT(Messages(), ElementsAre(std::string("Failed to look at ") + kPackageServices +
                                         ": Input/output error[0x0900 side_copy.cpp:N]"));
+}
+
+TEST_F(SideCopy, IsNotMadeOfALinkThatCannotBeLookedAt) {
+    std::filesystem::rename(kPackageServices, "/packages/services");
+    std::filesystem::create_symlink("/packages/services", kPackageServices);
+    const Lines looked_at = {std::string("Failed to look at ") + kPackageServices +
+                             ": Input/output error[0x0900 side_copy.cpp:N]"};
+    {
+        const Failing look("lstat", kPackageServices, EIO);
+        EXPECT_EQ(Backup(), -1);
+        EXPECT_EQ(Messages(), looked_at);
+    }
+    EXPECT_FALSE(std::filesystem::exists(copy_));
+    ASSERT_EQ(Backup(), 0);
+    StartAnew();
+    {
+        const Failing look("lstat", kPackageServices, EIO);
+        EXPECT_EQ(Restore(), -1);
+        EXPECT_EQ(Messages(), looked_at);
+    }
+    EXPECT_TRUE(std::filesystem::is_symlink(kPackageServices));
+    EXPECT_EQ(Backup(), 0);
+    EXPECT_EQ(ReadFile(aside_ + "/game.sc"), kGame) << "which was not put back";
+    EXPECT_EQ(Delete(), 0);
 }
 
 TEST_F(SideCopy, HasTheModesOfTheStoreWhateverTheUmask) {
@@ -188,6 +214,54 @@ TEST_F(SideCopy, IsNeverPutIntoAFolderInPlaceOfTheStore) {
     ExpectUndone();
 }
 
+// As where a rename does not reach, from one mount to another.
+constexpr char kCopiesAndRemoves[] =
+    "/usr/bin/cp -rp \"${@: -2:1}\" \"${@: -1}\"\n"
+    "/usr/bin/rm -r \"${@: -2:1}\"";
+
+TEST_F(SideCopy, IsPutBackByAnMvThatCopies) {
+    WriteScript("/bin/mv", kCopiesAndRemoves);
+    ExpectUndone();
+}
+
+TEST_F(SideCopy, OfAFileIsPutBackByAnMvThatCopies) {
+    Param param = param_;
+    param.nCheckFlags = TAVO_PORT_CHECK_PORT_FORWARD;
+    WriteScript("/bin/mv", kCopiesAndRemoves);
+    ASSERT_EQ(TLIBServiceConfBackup(&param), 0);
+    WriteFile(kForwardingRules, "other rules");
+    EXPECT_EQ(TLIBServiceConfRestore(&param), 0);
+    EXPECT_EQ(AllStores(), before_);
+    EXPECT_THAT(Messages(), IsEmpty());
+}
+
+TEST_F(SideCopy, IsNotLostWhereAnMvThatCopiesRemovesAPartOfIt) {
+    WriteScript("/bin/mv",
+                "/usr/bin/cp -rp \"${@: -2:1}\" \"${@: -1}\"\n"
+                "/usr/bin/rm \"${@: -2:1}/game.sc\"\n"
+                "exit 1");
+    ASSERT_EQ(Backup(), 0);
+    ChangeStore();
+    EXPECT_EQ(Restore(), -1);
+    EXPECT_EQ(ErrorState(), "0x2800 side_copy.cpp");
+    EXPECT_EQ(ReadFile(kGameFile), kGame);
+    EXPECT_EQ(Entries(kPackageServices), (Lines{"file", "game.sc", "sub"}));
+}
+
+TEST_F(SideCopy, IsNotLostWhereItCannotBeLookedAtAfterwards) {
+    ASSERT_EQ(Backup(), 0);
+    ChangeStore();
+    std::unique_ptr<Failing> look;
+    {
+        Programs programs;
+        programs.Before("/bin/mv",
+                        [&] { look = std::make_unique<Failing>("lstat", kPackageServices, EIO); });
+        EXPECT_EQ(Restore(), -1);
+    }
+    look.reset();
+    EXPECT_EQ(AllStores(), before_);
+}
+
 class UnrestoredCopy : public SideCopy {
   protected:
     // Makes a restore fail; something else is in the place of the store then.
@@ -223,6 +297,16 @@ TEST_F(UnrestoredCopy, IsKeptByADeletion) {
     EXPECT_FALSE(std::filesystem::exists(copy_));
 }
 
+TEST_F(UnrestoredCopy, IsKeptByADeletionAfterOneThatFailed) {
+    FailToRestore();
+    {
+        const Failing name("rename", copy_, EIO);
+        EXPECT_EQ(Delete(), -1);
+    }
+    EXPECT_EQ(Delete(), 0);
+    EXPECT_EQ(ReadFile(aside_ + "/game.sc"), kGame);
+}
+
 TEST_F(UnrestoredCopy, IsPutBackByTheNextRestore) {
     FailToRestore();
     WriteScript("/bin/mv", "exec /usr/bin/mv \"$@\"");
@@ -246,6 +330,26 @@ TEST_F(UnrestoredCopy, OfAProcessThatDiedIsKept) {
         std::filesystem::rename(aside_, kPackageServices);
         EXPECT_EQ(AllStores(), before_);
     }
+}
+
+TEST_F(UnrestoredCopy, OfAProcessThatDiedIsKeptWhereTheStoreCannotBeLookedAt) {
+    std::filesystem::rename(kPackageServices, copy_);
+    const Failing look("stat", kPackageServices, EIO);
+    EXPECT_EQ(Backup(), -1);
+    EXPECT_EQ(ReadFile(aside_ + "/game.sc"), kGame);
+    EXPECT_THAT(Messages(),
+                ElementsAre(kept_, std::string("Failed to look at ") + kPackageServices +
+                                       ": Input/output error"
+                                       "[0x0900 side_copy.cpp:N]"));
+}
+
+TEST_F(UnrestoredCopy, IsNotRenamedWhereItIsUnknownWhetherTheNameIsFree) {
+    std::filesystem::rename(kPackageServices, copy_);
+    const Failing look("lstat", aside_, EIO);
+    EXPECT_EQ(Backup(), -1);
+    EXPECT_EQ(ReadFile(copy_ + "/game.sc"), kGame);
+    EXPECT_THAT(Messages(), ElementsAre("Failed to look at " + aside_ +
+                                        ": Input/output error[0x0900 side_copy.cpp:N]"));
 }
 
 TEST_F(UnrestoredCopy, OfAStoreThatIsWholeIsNotKept) {
