@@ -591,12 +591,12 @@ TAVO_API int TAVORuntimeIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uin
  * it reads and writes it (/run/tavoserviceconf/STORE.lock, flock), and waits for other threads and
  * processes at most two minutes; then it fails with 0x900 and a log line that names the lock. The
  * stores are the service files of the system, those of packages, the rules of the firewall, and
- * those of port forwarding. No lock is held while a restart or a notification runs, except by
- * TLIBServiceConfSectionRemove, which may have to undo the removal: a program that it runs must not
- * change the same stores. Two things are left to callers: those who write a service file by other
- * means than this library or the writers of tavocore.h, and those who use
- * TAVOServiceConfUpdateBaseNameWithoutNotify for one name at once, since the copy that it hands out
- * has a fixed name.
+ * those of port forwarding. The router tool runs under the lock, and so does the restart of
+ * TLIBServiceConfSectionRemove, which may have to undo the removal: they must not change the same
+ * stores. No lock is held while another restart or a notification runs. Two things are left to
+ * callers: those who write a service file by other means than this library or the writers of
+ * tavocore.h, and those who use TAVOServiceConfUpdateBaseNameWithoutNotify for one name at once,
+ * since the copy that it hands out has a fixed name.
  *
  * The copies in /tmp have fixed names. Such a name is taken anew, for the caller's user alone: a
  * link, plain file, pipe, socket or empty folder that is there is removed, and the copy of a change
@@ -771,8 +771,9 @@ TAVO_API int TLIBServiceConfRemoveBaseName(const char *szFileName, int nLocation
  *
  * The stores stay locked until TLIBServiceConfRestore or TLIBServiceBackupConfDelete of this
  * process, from any thread, names them; the thread that made the backup may change them meanwhile,
- * and make the backup anew. A failure locks nothing. A child made by fork has neither the locks nor
- * the copies.
+ * and make the backup anew. Let the backup name every store that is changed before its end: two
+ * callers of which each waits for a store that the other has locked wait until one fails. A failure
+ * locks nothing. A child made by fork has neither the locks nor the copies.
  *
  * Only the process that made them finds them again. Runs /bin/rm -rf and /bin/cp -rf, the latter
  * while the writers of tavocore.h wait, up to five times. That one of these cannot be run is a
