@@ -192,12 +192,8 @@ int Comparison::MergePairs(TAVO_PORT_RANGE *pSet) const {
 
 // The order in which ranges are added shows in a set with one that runs backwards only. The
 // settings leave one where they are neighbours and the query names them backwards.
-int Comparison::Merge(TAVO_PORT_RANGE *pSet) {
-    const int nResult = IsWellFormed(pSet->pRanges) ? MergeCommonPorts(pSet) : MergePairs(pSet);
-    if (nResult == 0) {
-        kept_.Clear();
-    }
-    return nResult;
+int Comparison::Merge(TAVO_PORT_RANGE *pSet) const {
+    return IsWellFormed(pSet->pRanges) ? MergeCommonPorts(pSet) : MergePairs(pSet);
 }
 
 // Makes the pairs of one text.

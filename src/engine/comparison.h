@@ -41,9 +41,12 @@ class Comparison {
 
     bool HasKept() const { return kept_.Count() > 0; }
 
-    // Adds the ports of all conflicts that were kept to a set and forgets them. A failure keeps
-    // them.
-    int Merge(TAVO_PORT_RANGE *pSet);
+    // Adds the ports of all conflicts that were kept to a set. They stay kept: what is done with
+    // the set may still fail.
+    int Merge(TAVO_PORT_RANGE *pSet) const;
+
+    // Forgets what was kept, once it is in the caller's list.
+    void Forget() { kept_.Clear(); }
 
     // Puts the pairs that were kept in front of the caller's list, as far as memory reaches, and
     // forgets them.

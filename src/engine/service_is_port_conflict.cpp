@@ -514,6 +514,7 @@ int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *pOverlap) {
         (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0)) {
         return -1;
     }
+    query.comparison.Forget();
     *ppConflictPorts = std::exchange(pOverlap->pRanges, nullptr);
     return std::exchange(pOverlap->nCount, 0) != 0 ? 1 : 0;
 }

@@ -2,12 +2,16 @@
 // is that it is taken, or that this is unknown. It never reads free.
 #include <gmock/gmock.h>
 
+#include <utility>
+
 #include "conflict_test.h"
 #include "failing_allocation.h"
 #include "held_socket.h"
 
 namespace tavo::test {
 namespace {
+
+using testing::ElementsAre;
 
 struct Source {
     const char *name;
@@ -76,6 +80,40 @@ INSTANTIATE_TEST_SUITE_P(Sources, PortWithoutMemory,
                                          Source{"setting", TAVO_PORT_CHECK_SYS_KEY, "7514"},
                                          Source{"socket", TAVO_PORT_CHECK_RUNTIME, "7999"}),
                          [](const auto &source) { return std::string(source.param.name); });
+
+class ConflictsWithoutMemory : public ConflictTest {};
+
+// The settings merge the conflicts of the services with their own, and then with what the caller's
+// list held on entry. A failure in between leaves all of them in the list, one by one.
+TEST_F(ConflictsWithoutMemory, KeepsThoseThatWereFoundBefore) {
+    Settings("syslogport=7021\n");
+    Service("b", "7005,7007/tcp");
+    int failures = 0;
+    for (int nth = 1;; ++nth) {
+        FailingAllocation fail(nth, FailingAllocation::Mode::kOnlyNth);
+        TAVOServiceConfPortsFree(std::exchange(conflicts_, nullptr));
+        HandOver(7030, 0);
+        log_.Clear();
+        const int answer = fail.During([&] { return Ask("7000:7025", "tcp", 12); });
+        if (!fail.Hit()) {
+            EXPECT_EQ(answer, 1);
+            EXPECT_THAT(Conflicts(), ElementsAre("src 7005 with end 7005 protocol 0",
+                                                 "src 7007 with end 7007 protocol 0",
+                                                 "src 7021 with end 7021 protocol 0",
+                                                 "src 7030 with end 7030 protocol 0"));
+            break;
+        }
+        const auto messages = Messages();
+        if (!messages.empty() && messages.back().find("TLIBPortRange") != std::string::npos) {
+            EXPECT_EQ(answer, -1);
+            EXPECT_THAT(Conflicts(), ElementsAre("src 7005 protocol 3", "src 7007 protocol 3",
+                                                 "dst 7030 protocol 1"))
+                << messages.back();
+            ++failures;
+        }
+    }
+    EXPECT_GT(failures, 5);
+}
 
 }  // namespace
 }  // namespace tavo::test
