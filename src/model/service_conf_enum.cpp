@@ -18,10 +18,10 @@ bool IsFileOrLink(const dirent &entry) {
     return entry.d_type == DT_REG || entry.d_type == DT_LNK;
 }
 
-// A directory that cannot be listed counts as empty. One that is absent is: only what may hold
-// service files all the same is unknown.
+// A directory that cannot be listed counts as empty. One that is absent is empty, as is a file in
+// its place: only what may hold service files all the same is unknown.
 int FailToList(const char *szDirectory, int error) {
-    if (tavo::PresenceOf(szDirectory) != tavo::Presence::kAbsent) {
+    if (error != ENOTDIR && tavo::PresenceOf(szDirectory) != tavo::Presence::kAbsent) {
         TAVO_SET_ERROR(error == ENOMEM ? tavo::kErrorNoMemory : tavo::kErrorListDirectory);
         tavo::Completeness::Note(tavo::Reading::kUnknown);
     }

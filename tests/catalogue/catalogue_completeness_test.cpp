@@ -52,6 +52,9 @@ TEST_F(Catalogue, IsCompleteOnASoundAppliance) {
 TEST_F(Catalogue, IsCompleteWithoutWhatIsAbsent) {
     std::filesystem::remove_all(kPackageServices);
     EXPECT_EQ(Read(), "12 services, fault 0x0") << "a folder";
+    WriteFile(kPackageServices, "x");
+    EXPECT_EQ(Read(), "12 services, fault 0x0") << "a folder with a file in its place";
+    std::filesystem::remove(kPackageServices);
     std::filesystem::create_directory(kPackageServices);
     std::filesystem::create_symlink("/nowhere", std::string(kPackageServices) + "/dangling.sc");
     EXPECT_EQ(Read(), "12 services, fault 0x0, logged") << "what a link leads to";
