@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 
 #include "engine/comparison.h"
@@ -14,51 +15,53 @@ namespace {
 // So many questions are answered by walking the list.
 constexpr int kFewQuestions = 4;
 
+constexpr uint32_t kHighestPort = 65535;
+
 constexpr uint32_t kProtocolBits[] = {TAVO_PROTO_TCP, TAVO_PROTO_UDP};
 
-// Cuts the token up to the next comma off, with the blanks around it.
-std::string_view TakeToken(std::string_view &rest) {
-    std::string_view token = rest.substr(0, rest.find(','));
-    rest.remove_prefix(std::min(token.size() + 1, rest.size()));
-    while (token.starts_with(' ')) {
-        token.remove_prefix(1);
-    }
-    while (token.ends_with(' ')) {
-        token.remove_suffix(1);
-    }
-    return token;
-}
-
+// Takes a port off the text, as TAVOServiceConfPortsCheck reads it: the low 32 bits count.
 bool TakePort(std::string_view &text, int &nPort) {
-    uint16_t nValue = 0;
+    int64_t nValue = -1;
     const auto [pEnd, error] = std::from_chars(text.data(), text.data() + text.size(), nValue);
-    nPort = nValue;
+    if (text.starts_with('-') || error != std::errc() ||
+        static_cast<uint32_t>(nValue) > kHighestPort) {
+        return false;
+    }
+    nPort = static_cast<int>(static_cast<uint32_t>(nValue));
     text.remove_prefix(static_cast<std::size_t>(pEnd - text.data()));
-    return error == std::errc();
+    return true;
 }
 
-// Calls enter(range) for each range of a text that is plain: ports in decimal, and nothing that a
-// comparison would have to report. False at the first token that is not, or where enter gives
-// false.
+bool ReadPlainToken(std::string_view token, char separator, Range &range) {
+    int nStart = 0;
+    if (!TakePort(token, nStart)) {
+        return false;
+    }
+    int nEnd = nStart;
+    if (token.starts_with(separator)) {
+        token.remove_prefix(1);
+        if (!TakePort(token, nEnd)) {
+            return false;
+        }
+    }
+    range = {std::min(nStart, nEnd), std::max(nStart, nEnd)};
+    return token.empty();
+}
+
+// Calls enter(range) for each range of a text that is plain: a comparison reads all of it and has
+// nothing to report. False at the first token that is not plain, where enter gives false, and when
+// memory runs out.
 template <typename Enter>
-bool ForEachPlainRange(std::string_view text, char separator, Enter enter) {
-    while (!text.empty()) {
-        std::string_view token = TakeToken(text);
-        if (token.empty()) {
-            return false;
-        }
-        int nStart = 0;
-        if (!TakePort(token, nStart)) {
-            return false;
-        }
-        int nEnd = nStart;
-        if (token.starts_with(separator)) {
-            token.remove_prefix(1);
-            if (!TakePort(token, nEnd)) {
-                return false;
-            }
-        }
-        if (!token.empty() || !enter(Range{std::min(nStart, nEnd), std::max(nStart, nEnd)})) {
+bool ForEachPlainRange(const char *szText, char separator, Enter enter) {
+    const OwnedText copy(strdup(szText));
+    if (copy == nullptr || TLIBCStrTrimSpace(copy.get()) < 0) {
+        return false;
+    }
+    for (char *szRest = copy.get(); szRest != nullptr;) {
+        char *szToken = CutPiece(szRest, ',');
+        Range range{};
+        if (*szToken != '\0' && (TLIBCStrTrimSpace(szToken) < 0 ||
+                                 !ReadPlainToken(szToken, separator, range) || !enter(range))) {
             return false;
         }
     }
@@ -86,7 +89,7 @@ bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged) {
 bool ServiceIndex::NumberNames(TAVO_FW_SERVICE *pServices) {
     uint32_t nPlace = 0;
     for (TAVO_FW_SERVICE *pService = pServices; pService != nullptr; pService = pService->pNext) {
-        if (!names_.Append({FieldText(pService->szName), pService, nPlace++, 0})) {
+        if (!names_.Append({FieldText(pService->szName), pService, nPlace++, 0, true})) {
             return false;
         }
     }
@@ -115,23 +118,37 @@ void ServiceIndex::Enter(const Range &range, const Named &named) {
     }
 }
 
-bool ServiceIndex::EnterPorts(const Named &named) {
+bool ServiceIndex::EnterPorts(Named &named) {
     GrowingArray<Range> ranges;
     const TLIBCSzList *pTexts = named.pService->pDstPortList;
     bool enough = true;
-    for (int i = 0; i < TLIBCSzListCount(pTexts) && comparable_; ++i) {
-        comparable_ =
+    for (int i = 0; i < TLIBCSzListCount(pTexts) && named.plain; ++i) {
+        named.plain =
             ForEachPlainRange(TLIBCSzListGet(pTexts, i), kDeclaredRangeSeparator,
                               [&](const Range &range) { return enough = ranges.Append(range); });
     }
     GrowingArray<Range> merged;
-    if (!enough || !MergeRanges(ranges, merged)) {
+    if (!enough || (named.plain && !MergeRanges(ranges, merged))) {
         return false;
     }
     for (const Range &range : merged) {
         Enter(range, named);
     }
     return true;
+}
+
+// Collects the services that are not plain, in the order of the list.
+bool ServiceIndex::CollectOdd() {
+    GrowingArray<Named> odd;
+    for (const Named &named : names_) {
+        if (!named.plain && !odd.Append(named)) {
+            return false;
+        }
+    }
+    std::sort(odd.begin(), odd.end(),
+              [](const Named &a, const Named &b) { return a.nPlace < b.nPlace; });
+    return std::all_of(odd.begin(), odd.end(),
+                       [this](const Named &named) { return odd_.Append(named.pService); });
 }
 
 bool ServiceIndex::Build(TAVO_FW_SERVICE *pServices) {
@@ -143,7 +160,8 @@ bool ServiceIndex::Build(TAVO_FW_SERVICE *pServices) {
     }
     return NumberNames(pServices) &&
            std::all_of(names_.begin(), names_.end(),
-                       [this](const Named &named) { return EnterPorts(named); });
+                       [this](Named &named) { return EnterPorts(named); }) &&
+           CollectOdd();
 }
 
 const ServiceIndex::Named *ServiceIndex::FirstOf(std::string_view name) const {
@@ -162,19 +180,18 @@ bool ServiceIndex::DeclareNone(const char *szPorts, uint32_t nProtocols,
                                const char *szSkipped) const {
     const Named *pSkipped = szSkipped != nullptr ? FirstOf(szSkipped) : nullptr;
     const uint32_t nSkipped = pSkipped != nullptr ? pSkipped->nName : 0;
-    return comparable_ && ForEachPlainRange(szPorts, kQueryRangeSeparator, [&](const Range &range) {
-               for (std::size_t row = 0; row < std::size(kProtocolBits); ++row) {
-                   const uint32_t *pFirst = declarers_[row].get() + range.nLow;
-                   if ((nProtocols & kProtocolBits[row]) != 0 &&
-                       !std::all_of(pFirst, pFirst + (range.nHigh - range.nLow + 1),
-                                    [&](uint32_t nDeclarer) {
-                                        return nDeclarer == 0 || nDeclarer == nSkipped;
-                                    })) {
-                       return false;
-                   }
-               }
-               return true;
-           });
+    return ForEachPlainRange(szPorts, kQueryRangeSeparator, [&](const Range &range) {
+        for (std::size_t row = 0; row < std::size(kProtocolBits); ++row) {
+            const uint32_t *pFirst = declarers_[row].get() + range.nLow;
+            if ((nProtocols & kProtocolBits[row]) != 0 &&
+                !std::all_of(
+                    pFirst, pFirst + (range.nHigh - range.nLow + 1),
+                    [&](uint32_t nDeclarer) { return nDeclarer == 0 || nDeclarer == nSkipped; })) {
+                return false;
+            }
+        }
+        return true;
+    });
 }
 
 const ServiceCatalogue &CallCatalogue::Get() {
@@ -205,13 +222,14 @@ TAVO_FW_SERVICE *CallCatalogue::Find(const char *szName) {
                              : TAVOFWServiceFind(catalogue_.services.get(), szName);
 }
 
-bool CallCatalogue::DeclaresNone(const char *szPorts, uint32_t nProtocols,
-                                 const TLIBCSzList *pSkipped) {
+const OddServices *CallCatalogue::PlainDeclareNone(const char *szPorts, uint32_t nProtocols,
+                                                   const TLIBCSzList *pSkipped) {
     const int nSkipped = TLIBCSzListCount(pSkipped);
     const ServiceIndex *pIndex = nSkipped <= 1 ? Index(nCompared_) : nullptr;
-    return pIndex != nullptr &&
-           pIndex->DeclareNone(szPorts, nProtocols,
-                               nSkipped == 1 ? TLIBCSzListGet(pSkipped, 0) : nullptr);
+    const bool none = pIndex != nullptr &&
+                      pIndex->DeclareNone(szPorts, nProtocols,
+                                          nSkipped == 1 ? TLIBCSzListGet(pSkipped, 0) : nullptr);
+    return none ? &pIndex->Odd() : nullptr;
 }
 
 }  // namespace tavo

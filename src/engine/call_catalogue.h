@@ -14,6 +14,9 @@
 
 namespace tavo {
 
+// Services whose texts have to be compared, to report what is wrong with them.
+using OddServices = GrowingArray<const TAVO_FW_SERVICE *>;
+
 // Finds services by name and ports by number. A service file of N sections asks N times about
 // N services, so what one question would walk is put in order once.
 class ServiceIndex {
@@ -22,9 +25,12 @@ class ServiceIndex {
     TAVO_FW_SERVICE *Find(const char *szName) const;
 
     // Whether it is certain that no service declares one of the ports that `szPorts` asks for, on
-    // one of the protocols, but for services of the name `szSkipped` (null: none). False when a
-    // service does, and when the texts are such that only comparing them tells.
+    // one of the protocols, but for services of the name `szSkipped` (null: none) and odd ones.
+    // False when a service does, and when `szPorts` is such that only comparing tells.
     bool DeclareNone(const char *szPorts, uint32_t nProtocols, const char *szSkipped) const;
+
+    // In the order of the list.
+    const OddServices &Odd() const { return odd_; }
 
     // False when out of memory.
     bool Build(TAVO_FW_SERVICE *pServices);
@@ -38,6 +44,7 @@ class ServiceIndex {
         TAVO_FW_SERVICE *pService;
         uint32_t nPlace;  // in the list
         uint32_t nName;   // the same number for the same name, from 1 on
+        bool plain;       // whether no declared text is odd
     };
 
     // Who declares each port for one protocol: a number of a name, 0 or kSeveral.
@@ -45,12 +52,13 @@ class ServiceIndex {
 
     const Named *FirstOf(std::string_view name) const;
     bool NumberNames(TAVO_FW_SERVICE *pServices);
-    bool EnterPorts(const Named &named);
+    bool EnterPorts(Named &named);
+    bool CollectOdd();
     void Enter(const Range &range, const Named &named);
 
     GrowingArray<Named> names_;
     Declarers declarers_[2];  // by protocol bit
-    bool comparable_ = true;  // whether every declared text is plain
+    OddServices odd_;
 };
 
 // Reads the catalogue, at most once where that shows nowhere. A reading that leaves something out
@@ -62,8 +70,11 @@ class CallCatalogue {
 
     TAVO_FW_SERVICE *Find(const char *szName);
 
-    // As ServiceIndex answers, of what Get gave last. False, too, while it costs less to compare.
-    bool DeclaresNone(const char *szPorts, uint32_t nProtocols, const TLIBCSzList *pSkipped);
+    // When ServiceIndex is certain that none of the services that Get gave last declares the ports,
+    // the odd ones that have to be compared all the same. Null otherwise, and while it costs less
+    // to compare all.
+    const OddServices *PlainDeclareNone(const char *szPorts, uint32_t nProtocols,
+                                        const TLIBCSzList *pSkipped);
 
   private:
     const ServiceIndex *Index(int &nQuestions);

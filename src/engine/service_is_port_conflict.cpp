@@ -352,16 +352,20 @@ int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
     return 0;
 }
 
-int CompareService(Comparison &comparison, const TAVO_FW_SERVICE &service) {
-    int nAnswer = 0;
+// Compares with one service, unless it is skipped or uses other protocols. False on failure.
+bool CompareService(const Query &query, uint32_t nProtocols, const TAVO_FW_SERVICE &service,
+                    int &nAnswer) {
+    if ((service.nDstProtocol & nProtocols) == 0 || query.Skips(service.szName)) {
+        return true;
+    }
     for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-        const int nOne = comparison.Compare(TLIBCSzListGet(service.pDstPortList, i));
+        const int nOne = query.comparison.Compare(TLIBCSzListGet(service.pDstPortList, i));
         if (nOne < 0) {
-            return -1;
+            return false;
         }
         nAnswer |= nOne;
     }
-    return nAnswer;
+    return true;
 }
 
 int CheckFirewallServices(const Query &query) {
@@ -379,20 +383,21 @@ int CheckFirewallServices(const Query &query) {
     if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
         return -1;
     }
-    if (query.call.catalogue.DeclaresNone(query.szPort, nProtocols, query.pSkip)) {
-        return 0;
-    }
     int nAnswer = 0;
+    if (const tavo::OddServices *pOdd =
+            query.call.catalogue.PlainDeclareNone(query.szPort, nProtocols, query.pSkip)) {
+        for (const TAVO_FW_SERVICE *pService : *pOdd) {
+            if (!CompareService(query, nProtocols, *pService, nAnswer)) {
+                return -1;
+            }
+        }
+        return nAnswer;
+    }
     for (const TAVO_FW_SERVICE *pService = catalogue.services.get(); pService != nullptr;
          pService = pService->pNext) {
-        if ((pService->nDstProtocol & nProtocols) == 0 || query.Skips(pService->szName)) {
-            continue;
-        }
-        const int nOne = CompareService(query.comparison, *pService);
-        if (nOne < 0) {
+        if (!CompareService(query, nProtocols, *pService, nAnswer)) {
             return -1;
         }
-        nAnswer |= nOne;
     }
     return nAnswer;
 }

@@ -286,7 +286,11 @@ TEST_F(PlainEngine, AgreesOnEverySectionOfAFile) {
             const std::string name = OneIn(2) ? "s" + std::to_string(Below(4)) : "n";
             const std::string section = name + (OneIn(3) ? "" : std::to_string(i));
             const unsigned int low = 7060 + Below(260);
-            const std::string ports = OneIn(30) ? "x" : std::to_string(low);
+            static constexpr const char *kForms[] = {"x",           ",7301",      ",,7301",
+                                                     ", 7301,",     ",7301:7299", ",\t7301",
+                                                     ",4294974597", ",07301"};
+            const std::string ports =
+                OneIn(30) ? "x" : std::to_string(low) + (OneIn(4) ? kForms[Below(8)] : "");
             if (file.find("[" + section + "]") != std::string::npos) {
                 continue;
             }

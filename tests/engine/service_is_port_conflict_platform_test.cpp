@@ -20,6 +20,9 @@ std::function<int()> g_ftp_high_port;
 std::function<int(int *slots, int *count, int low, int high, int tcp)> g_used_ports;
 std::function<int(TAVO_FW_SERVICE **)> g_services;
 
+// How many texts were trimmed: each text that is compared is.
+int g_trims = 0;
+
 // The path that stat fails for, and how.
 std::string g_unknown_path;
 int g_stat_error = 0;
@@ -39,6 +42,13 @@ __attribute__((visibility("default"))) int TAVONetGetPortUsedInRange(int *slots,
 
 __attribute__((visibility("default"))) int TAVOFwServiceEnum(TAVO_FW_SERVICE **services) {
     return g_services(services);
+}
+
+__attribute__((visibility("default"))) int TLIBCStrTrimSpace(char *text) {
+    static const auto next =
+        reinterpret_cast<int (*)(char *)>(dlsym(RTLD_NEXT, "TLIBCStrTrimSpace"));
+    ++g_trims;
+    return next(text);
 }
 
 __attribute__((visibility("default"))) int stat(const char *path, struct stat *status) noexcept {
@@ -238,6 +248,38 @@ TEST_F(EngineOnBadGround, ReadsThePortsOfASkippedServiceAsNumbers) {
             return 1;
         };
         EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_RUNTIME, "web"), expected) << ports;
+    }
+}
+
+// A service whose ports are none fails every section that comes to it, and a query may be written
+// in ways that a package seldom uses. Neither makes each section walk all services.
+TEST_F(EngineOnBadGround, ComparesAFileWithManyServicesInLinearTime) {
+    constexpr int kCount = 300;
+    g_services = [](TAVO_FW_SERVICE **services) {
+        *services = ServiceWithPorts("x");
+        for (int i = 0; i < kCount; ++i) {
+            TAVO_FW_SERVICE *service = ServiceWithPorts(std::to_string(20000 + i).c_str());
+            snprintf(service->szName, sizeof(service->szName), "s%d", i);
+            service->pNext = *services;
+            *services = service;
+        }
+        return kCount + 1;
+    };
+    for (const char *more : {"", ",,", ",\t9", ",4294967305"}) {
+        std::string file;
+        for (int i = 0; i < kCount; ++i) {
+            file += "[n" + std::to_string(i) + "]\ndst.ports=\"" + std::to_string(30000 + i) +
+                    more + "/tcp\"\n";
+        }
+        const TemporaryFolder folder;
+        log_.Clear();
+        g_trims = 0;
+        EXPECT_EQ(TLIBIsConfPortConflict(folder.Write("new.sc", file).c_str(), &conflicts_), 0);
+        EXPECT_LT(g_trims, 60 * kCount) << more;
+        const auto messages = Messages();
+        EXPECT_EQ(messages.size(), 2U * kCount) << "every section comes to the bad service";
+        EXPECT_EQ(messages.front(),
+                  "illegal ports number, port=x, tavoerr=[0x0D00 service_conf_ports_get.cpp:N]");
     }
 }
 
