@@ -22,43 +22,43 @@ enum class Reading {
     kUnknown,  // memory ran out or a system call failed; the error state says which
 };
 
-// Collects the notes of the calling thread while it lives.
+// Collects the notes of the calling thread while it lives. The notes are kept with the thread, so
+// that a call that is left by longjmp leaves no pointer into its frame behind.
 class Completeness {
   public:
-    Completeness() : outer_(collecting_) { collecting_ = this; }
-    ~Completeness() { collecting_ = outer_; }
+    Completeness() : outer_(notes_) { notes_ = {}; }
+    ~Completeness() { notes_ = outer_; }
     Completeness(const Completeness &) = delete;
     Completeness &operator=(const Completeness &) = delete;
 
     // The error code of the first reading that is unknown; 0 when there was none.
-    unsigned int Fault() const { return fault_; }
+    unsigned int Fault() const { return notes_.fault; }
 
     // Whether nothing was left out, for any reason.
-    bool LeftNothingOut() const { return left_nothing_out_; }
+    bool LeftNothingOut() const { return !notes_.left_out; }
 
     // Notes how a reading ended. Call it while the error state is that of the reading.
     static void Note(Reading reading) {
-        if (collecting_ != nullptr && reading != Reading::kRead) {
-            collecting_->NoteFailure(reading);
+        if (reading == Reading::kRead) {
+            return;
+        }
+        notes_.left_out = true;
+        if (reading == Reading::kUnknown && notes_.fault == 0) {
+            const unsigned int code = TLIBCErrGet();
+            notes_.fault = code != 0 ? code : kErrorCannotOpen;
         }
     }
 
   private:
-    void NoteFailure(Reading reading) {
-        left_nothing_out_ = false;
-        if (reading == Reading::kUnknown && fault_ == 0) {
-            const unsigned int code = TLIBCErrGet();
-            fault_ = code != 0 ? code : kErrorCannotOpen;
-        }
-    }
+    struct Notes {
+        unsigned int fault;
+        bool left_out;
+    };
 
     // Initial-exec, so that the first use in a thread allocates nothing.
-    [[gnu::tls_model(
-        "initial-exec")]] static constinit inline thread_local Completeness *collecting_ = nullptr;
+    [[gnu::tls_model("initial-exec")]] static constinit inline thread_local Notes notes_ = {};
 
-    Completeness *outer_;
-    unsigned int fault_ = 0;
-    bool left_nothing_out_ = true;
+    Notes outer_;
 };
 
 // What it means that the core library could not read `path`, which set the error state. Its code

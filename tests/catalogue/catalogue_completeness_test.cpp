@@ -6,11 +6,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <map>
+#include <new>
 
 #include "catalogue/firewall_service.h"
 #include "catalogue_test.h"
 #include "failing_allocation.h"
+#include "model/completeness.h"
 
 namespace tavo::test {
 namespace {
@@ -129,6 +132,17 @@ TEST_F(Catalogue, IsIncompleteWhenFilesCannotBeOpened) {
 TEST_F(Catalogue, IsIncompleteWhenAProviderFailsForItsSettingsAreNoFile) {
     MakeUnreadable(kSshSettings);
     EXPECT_EQ(Read(), "11 services, fault 0x900, logged");
+}
+
+// The frame of a call that was left by longjmp is somebody else's by then.
+TEST_F(Catalogue, WritesNothingWhereAnAbandonedCallWas) {
+    alignas(Completeness) unsigned char frame[sizeof(Completeness)];
+    new (frame) Completeness();
+    std::memset(frame, 0x5A, sizeof(frame));
+    TAVO_SERVICE_CONF *files = nullptr;
+    EXPECT_EQ(TAVOServiceConfGet("/nowhere", &files), -1);
+    EXPECT_THAT(frame, testing::Each(0x5A));
+    EXPECT_EQ(Read(), "12 services, fault 0x0") << "what was noted before does not count";
 }
 
 TEST_F(Catalogue, LeavesTheErrorStateOfTheCallerAloneOnSuccess) {
