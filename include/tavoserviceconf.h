@@ -319,8 +319,9 @@ typedef struct TAVO_FW_SERVICE {
  * order of files and sections, and last the rows of rgServices from "ipp" back to "telnet". A
  * service that cannot be listed is logged and left out: its ports are bad or missing, its port
  * provider fails, its file cannot be read, or memory ran out. The list does not say so, and a port
- * that it does not name need not be free; TLIBIsPortConflict answers -1 then. -1 for NULL. Reads /etc.defaults/tavoinfo.conf, the service
- * files of both directories, and what the port providers read. Free with TAVOFwServiceFree. */
+ * that it does not name need not be free; TLIBIsPortConflict answers -1 then. -1 for NULL. Reads
+ * /etc.defaults/tavoinfo.conf, the service files of both directories, and what the port providers
+ * read. Free with TAVOFwServiceFree. */
 TAVO_API int TAVOFwServiceEnum(TAVO_FW_SERVICE **ppServices);
 
 /* Frees every service of the list with its port strings; NULL is accepted. */

@@ -65,18 +65,23 @@ unsigned int InodeHolders::AddDescriptors(int nFolder, const char *szPid) {
         close(nFolder);
         return nError;
     }
+    unsigned int nFirstError = 0;
     for (;;) {
         errno = 0;  // readdir leaves it alone at the end of the folder
         const dirent *pEntry = readdir(folder.get());
         if (pEntry == nullptr) {
-            return errno == 0 ? 0 : FaultOf(errno);
+            const unsigned int nError = errno == 0 ? 0 : FaultOf(errno);
+            return nFirstError != 0 ? nFirstError : nError;
         }
         if (pEntry->d_name[0] == '.') {
             continue;  // "." and ".." are no descriptors
         }
-        if (const unsigned int nError = AddLink(nFolder, pEntry->d_name, szPid)) {
+        // A link that cannot be read is passed over, and the rest is entered.
+        const unsigned int nError = AddLink(nFolder, pEntry->d_name, szPid);
+        if (nError == kErrorNoMemory) {
             return nError;
         }
+        nFirstError = nFirstError != 0 ? nFirstError : nError;
     }
 }
 

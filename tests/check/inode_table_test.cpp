@@ -326,6 +326,15 @@ TEST_F(InodeTable, SaysWhichProcessCannotBeEntered) {
     EXPECT_THAT(Entered(), ElementsAre("1=6,"));
 }
 
+TEST_F(InodeTable, HasTheOtherSocketsOfAProcessWithALinkThatCannotBeRead) {
+    StagedProc::AddProcess("77", {"socket:[1]", "socket:[2]", "socket:[3]"});
+    const RefusedLink refused("1", EIO);
+    Fetch("77");
+    EXPECT_EQ(TLIBCErrGet(), 0x900u);
+    EXPECT_THAT(Messages(), ElementsAre(kUnread));
+    EXPECT_THAT(Entered(), ElementsAre("1=77,", "3=77,"));
+}
+
 TEST_F(InodeTable, TakesNothingFromAFolderThatMemoryDoesNotOpen) {
     StagedProc::AddProcess("5", {"socket:[1]"});
     const RefusedOpen refused("/proc/5/fd", ENOMEM);

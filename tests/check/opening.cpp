@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -11,6 +12,8 @@ namespace {
 
 std::string g_refused_path;
 int g_refused_error = 0;
+std::string g_refused_link;
+int g_refused_link_error = 0;
 std::function<void()> g_look;
 
 }  // namespace
@@ -37,6 +40,17 @@ extern "C" __attribute__((visibility("default"))) int open(const char *path, int
     return opened;
 }
 
+extern "C" __attribute__((visibility("default"))) ssize_t readlinkat(int folder, const char *name,
+                                                                     char *target, size_t size) {
+    static const auto next = reinterpret_cast<ssize_t (*)(int, const char *, char *, size_t)>(
+        dlsym(RTLD_NEXT, "readlinkat"));
+    if (!g_refused_link.empty() && name == g_refused_link) {
+        errno = g_refused_link_error;
+        return -1;
+    }
+    return next(folder, name, target, size);
+}
+
 namespace tavo::test {
 
 RefusedOpen::RefusedOpen(std::string path, int error) {
@@ -46,6 +60,15 @@ RefusedOpen::RefusedOpen(std::string path, int error) {
 
 RefusedOpen::~RefusedOpen() {
     g_refused_path.clear();
+}
+
+RefusedLink::RefusedLink(std::string name, int error) {
+    g_refused_link = std::move(name);
+    g_refused_link_error = error;
+}
+
+RefusedLink::~RefusedLink() {
+    g_refused_link.clear();
 }
 
 BehindOpening::BehindOpening(std::function<void()> look) {

@@ -17,6 +17,15 @@ class RefusedOpen {
     RefusedOpen &operator=(const RefusedOpen &) = delete;
 };
 
+// Reading the link `name` of a folder fails with `error` for as long as this lives.
+class RefusedLink {
+  public:
+    RefusedLink(std::string name, int error);
+    ~RefusedLink();
+    RefusedLink(const RefusedLink &) = delete;
+    RefusedLink &operator=(const RefusedLink &) = delete;
+};
+
 // Calls `look` behind every opening for as long as this lives.
 class BehindOpening {
   public:
