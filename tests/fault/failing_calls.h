@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,16 @@ inline std::vector<SystemCall> CallsOf(const std::string &trace) {
             calls.push_back({name, ++counts[name], line});
         }
     }
+    return calls;
+}
+
+// The system calls of a program after its last library was opened.
+inline std::vector<SystemCall> CallsOnceLoaded(const std::vector<std::string> &program) {
+    std::vector<SystemCall> calls = CallsOf(RunTraced({"-e", "trace=all"}, program).err);
+    const auto last = std::find_if(calls.rbegin(), calls.rend(), [](const SystemCall &call) {
+        return call.name == "openat" && call.line.find(".so") != std::string::npos;
+    });
+    calls.erase(calls.begin(), last.base());
     return calls;
 }
 

@@ -95,16 +95,6 @@ class UnknownAnswer : public ChangeWorld, public testing::WithParamInterface<Sce
         EXPECT_FALSE(std::filesystem::exists(kPackage + "notes.sc")) << result.out;
     }
 
-    // The calls behind the loading of the last library.
-    static std::vector<SystemCall> CallsOfCommand() {
-        std::vector<SystemCall> calls = CallsOf(RunTraced({"-e", "trace=all"}, Command()).err);
-        const auto last = std::find_if(calls.rbegin(), calls.rend(), [](const SystemCall &call) {
-            return call.name == "openat" && call.line.find(".so") != std::string::npos;
-        });
-        calls.erase(calls.begin(), last.base());
-        return calls;
-    }
-
     std::unique_ptr<HeldPort> held_;
 };
 
@@ -113,7 +103,7 @@ TEST_P(UnknownAnswer, IsNotFreeWhicheverSystemCallFails) {
     const std::vector<std::string> &errors = LookingErrors();
     std::size_t turn = 0;
     int runs = 0;
-    for (const SystemCall &call : CallsOfCommand()) {
+    for (const SystemCall &call : CallsOnceLoaded(Command())) {
         const std::string &error = IsAboutMemory(call) ? "ENOMEM" : errors[turn++ % errors.size()];
         if (CanFail(call, error)) {
             SCOPED_TRACE(error + " at " + call.line);

@@ -1,0 +1,135 @@
+// A change of a section, planned or made, while each system call of servicetool fails in turn: a
+// plan is the right one or none, and a file has the old text or the new one.
+#include <gmock/gmock.h>
+
+#include <ostream>
+
+#include "change_world.h"
+#include "failing_calls.h"
+
+namespace tavo::test {
+namespace {
+
+using testing::AnyOf;
+
+const std::string kFile = kPackage + "notes.sc";
+
+// An instrumented program takes several times as long, and there are hundreds of calls.
+#ifdef __SANITIZE_ADDRESS__
+constexpr std::size_t kStep = 5;
+#else
+constexpr std::size_t kStep = 1;
+#endif
+
+struct Scene {
+    std::string name;
+    std::vector<std::string> command;
+};
+
+void PrintTo(const Scene &scene, std::ostream *out) {
+    *out << scene.name;
+}
+
+class FailedChange : public ChangeWorld, public testing::WithParamInterface<Scene> {
+  protected:
+    void SetUp() override {
+        ChangeWorld::SetUp();
+        WriteFile(kFile, kBefore);
+    }
+
+    static std::vector<std::string> Command() {
+        std::vector<std::string> command = {SERVICETOOL};
+        command.insert(command.end(), GetParam().command.begin(), GetParam().command.end());
+        return command;
+    }
+
+    // Calls check(result) for the command with one of its calls failing, in the state from before.
+    template <typename Check>
+    void ForEachRun(Check check) {
+        const std::vector<SystemCall> calls = CallsOnceLoaded(Command());
+        int runs = 0;
+        for (std::size_t i = 0; i < calls.size() && !HasFailure(); i += kStep) {
+            const std::string &error = LookingErrors()[i % LookingErrors().size()];
+            if (IsAboutMemory(calls[i]) || !CanFail(calls[i], error)) {
+                continue;
+            }
+            Reset();
+            SCOPED_TRACE(error + " at " + calls[i].line);
+            const ProgramResult result =
+                RunTraced(Injection(calls[i], "error=" + error), Command());
+            ++runs;
+            if (result.status != 127) {  // 127: the loader did not start the program
+                check(result);
+            }
+        }
+        EXPECT_GT(runs, 20);
+        Reset();
+    }
+
+    // A run that could not remove what it made for itself leaves it to servicetool clean.
+    void Reset() {
+        WriteFile(kFile, kBefore);
+        for (const std::string &name : InTmp()) {
+            std::filesystem::remove_all("/tmp/" + name);
+        }
+    }
+
+    const std::string kBefore = Section("notes", "8765/tcp") + "\n" + Section("web", "8766/tcp");
+};
+
+using PlannedChange = FailedChange;
+
+TEST_P(PlannedChange, ShowsTheRightPlanOrNone) {
+    const ProgramResult right = RunProgram(Command());
+    ASSERT_EQ(right.status, 0) << right.err;
+    ForEachRun([&](const ProgramResult &result) {
+        EXPECT_THAT(result.status, AnyOf(0, 1, 3)) << result.err;
+        if (result.out.find("@@") != std::string::npos || result.status == 0) {
+            EXPECT_EQ(result.out, right.out) << result.status;
+        }
+        EXPECT_EQ(ReadFile(kFile), kBefore);
+        EXPECT_EQ(Entries(kSystem), std::vector<std::string>{});
+    });
+}
+
+TEST_P(FailedChange, LeavesTheOldTextOrTheNewOne) {
+    const ProgramResult right = RunProgram(Command());
+    ASSERT_EQ(right.status, 0) << right.err;
+    const std::string after = ReadFile(kFile);
+    ASSERT_NE(after, kBefore);
+    Reset();
+    ForEachRun([&](const ProgramResult &result) {
+        EXPECT_THAT(result.status, AnyOf(0, 1, 3)) << result.err;
+        const std::string text = ReadFile(kFile);
+        EXPECT_THAT(text, AnyOf(kBefore, after));
+        if (result.status == 0) {
+            EXPECT_EQ(text, after);
+        }
+        EXPECT_EQ(Entries(kSystem), std::vector<std::string>{});
+    });
+}
+
+const std::vector<Scene> kChanges = {
+    {"SetPorts", {"set-ports", "notes.sc", "notes", "8767"}},
+    {"SetAddsASection",
+     {"set", "notes.sc", "chat", "--title", "T", "--desc", "D", "--dst-ports", "8768/tcp"}},
+    {"RemoveSection", {"remove-section", "notes.sc", "web"}},
+};
+
+std::vector<Scene> Plans() {
+    std::vector<Scene> plans = kChanges;
+    for (Scene &plan : plans) {
+        plan.command.emplace_back("--dry-run");
+    }
+    return plans;
+}
+
+std::string NameOf(const testing::TestParamInfo<Scene> &info) {
+    return info.param.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, FailedChange, testing::ValuesIn(kChanges), NameOf);
+INSTANTIATE_TEST_SUITE_P(Commands, PlannedChange, testing::ValuesIn(Plans()), NameOf);
+
+}  // namespace
+}  // namespace tavo::test
