@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -140,9 +141,8 @@ int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
         }
         if (store.NameCopy() < 0 || tavo::MakeSideCopy(store) < 0) {
             // The names that are still empty set 0xD00, which callers have come to read.
-            for (const tavo::Store &copied : stores) {
-                RemovePath(copied.copy);
-            }
+            std::for_each(stores.begin(), stores.end(),
+                          [](const tavo::Store &copied) { RemovePath(copied.copy); });
             lock.EndUndo();
             return -1;
         }

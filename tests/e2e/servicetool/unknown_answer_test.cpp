@@ -1,5 +1,6 @@
 // A taken port is never called free, suggested or given to a new file, whatever the system refuses
-// meanwhile: for each source, each system call and each allocation of the commands fails in turn.
+// meanwhile: for each source, each system call of the commands fails in turn, and allocations from
+// the first to the last.
 #include <gmock/gmock.h>
 
 #include <memory>
