@@ -37,6 +37,7 @@ namespace {
 constexpr char kTemporary[] = "/tmp";
 constexpr char kStagedFolder[] = "tmp";
 constexpr char kWriterFolder[] = ".tavo-write";
+constexpr char kReplaced[] = "there is another one of its name now";
 constexpr std::size_t kRandomPart = 6;  // of a name that is made unique
 
 struct Kind {
@@ -73,6 +74,13 @@ bool IsOurs(const std::string &path, mode_t kind) {
     return lstat(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) == kind &&
            (status.st_uid == geteuid() || status.st_uid == 0) &&
            (kind == S_IFDIR || status.st_nlink == 1);
+}
+
+// Somebody may have a folder of his own by such a name.
+bool IsPrivateFolder(const std::string &path) {
+    struct stat status {};
+    return IsOurs(path, S_IFDIR) && lstat(path.c_str(), &status) == 0 &&
+           (status.st_mode & 07777) == S_IRWXU;
 }
 
 bool IsRandom(std::string_view part) {
@@ -112,55 +120,108 @@ bool IsGone(const std::string &name) {
     });
 }
 
-bool IsPartOfStore(const std::string &name) {
-    return name != kStagedFolder && name != kWriterFolder;
+bool IsPartOfStore(const std::string &name, const std::string &store) {
+    return name != kWriterFolder && (name != kStagedFolder || store == kFirewallFolder);
 }
 
-// What a copy of a folder has and the folder lacks; `all`: the folder lacks everything.
-std::optional<std::string> FirstMissing(const Leftover &copy, bool &all) {
-    const auto kept = NamesInAny(copy.path);
-    if (!kept) {
-        throw std::system_error(errno, std::generic_category(), copy.path);
+std::vector<std::string> NamesOrThrow(const std::string &folder) {
+    auto names = NamesInAny(folder);
+    if (!names) {
+        throw std::system_error(errno, std::generic_category(), folder);
     }
-    const auto present = NamesInAny(copy.original);
-    if (!present) {
-        throw std::system_error(errno, std::generic_category(), copy.original);
+    return std::move(*names);
+}
+
+using Look = int (*)(const char *, struct stat *);
+
+// None when nothing of that name is there. What cannot be looked at may be there or not.
+std::optional<struct stat> StatusOf(const std::string &path, Look look) {
+    struct stat status {};
+    if (look(path.c_str(), &status) == 0) {
+        return status;
     }
-    all = std::none_of(present->begin(), present->end(), IsPartOfStore);
-    for (const std::string &name : *kept) {
-        if (IsPartOfStore(name) && !std::binary_search(present->begin(), present->end(), name)) {
-            return name;
-        }
+    if (!IsAbsence(errno)) {
+        throw std::system_error(errno, std::generic_category(), path);
     }
     return {};
 }
 
-bool HasText(const std::string &path) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) != 0) {
-        return !IsAbsence(errno);
+// A file that mv was writing when it was killed is shorter than its copy. It writes files only
+// where a rename does not reach; elsewhere files differ because the store was changed.
+bool IsCut(const struct stat &original, const struct stat &copy) {
+    if (!S_ISREG(copy.st_mode) || copy.st_size == 0) {
+        return false;
     }
-    return status.st_size > 0;
+    return original.st_size == 0 ||
+           (original.st_dev != copy.st_dev && original.st_size < copy.st_size);
+}
+
+// What the copy of a folder has and the folder lacks, in words that follow the path of the copy;
+// empty when there is no such thing.
+std::string LossInFolder(const Leftover &copy, const std::string &below) {
+    for (const std::string &name : NamesOrThrow(copy.path + below)) {
+        const std::string inner = below + '/' + name;
+        if (below.empty() && !IsPartOfStore(name, copy.original)) {
+            continue;
+        }
+        const auto kept = StatusOf(copy.path + inner, lstat);
+        const auto present = StatusOf(copy.original + inner, lstat);
+        if (!kept) {
+            continue;
+        }
+        if (!present || (S_ISDIR(kept->st_mode) && !S_ISDIR(present->st_mode))) {
+            return "holds " + inner.substr(1) + ", which " + copy.original + " lacks";
+        }
+        if (IsCut(*present, *kept)) {
+            return "holds more of " + inner.substr(1) + " than " + copy.original;
+        }
+        std::string loss = S_ISDIR(kept->st_mode) ? LossInFolder(copy, inner) : "";
+        if (!loss.empty()) {
+            return loss;
+        }
+    }
+    return "";
+}
+
+bool IsEmptyStore(const std::string &store) {
+    const std::vector<std::string> names = NamesOrThrow(store);
+    return std::none_of(names.begin(), names.end(),
+                        [&store](const std::string &name) { return IsPartOfStore(name, store); });
+}
+
+// Where the content of a store is to be. cp refuses to write to a link that leads nowhere.
+std::string PlaceOf(const std::string &store) {
+    std::error_code no_link;
+    const std::filesystem::path target = std::filesystem::read_symlink(store, no_link);
+    return no_link
+               ? store
+               : (std::filesystem::path(store).parent_path() / target).lexically_normal().string();
 }
 
 // A section removal copies whole stores, and removes a store before it moves its copy back. Killed
-// in between, it leaves the copy alone.
-void KeepStore(Leftover &copy, bool folder) {
-    bool all = true;
-    std::optional<std::string> missing;
-    if (folder) {
-        missing = FirstMissing(copy, all);
-    } else if (HasText(copy.path) && !HasText(copy.original)) {
-        missing = copy.original;
+// in between, it leaves the copy alone. A store that is a symbolic link is where the link leads.
+void KeepStore(Leftover &copy) {
+    const auto kept = StatusOf(copy.path, lstat);
+    if (!kept) {
+        return;
     }
-    if (!missing) {
+    const bool folder = S_ISDIR(kept->st_mode);
+    const auto present = StatusOf(copy.original, stat);
+    bool all = !present;
+    if (folder) {
+        copy.keep = LossInFolder(copy, "");
+        all = all || IsEmptyStore(copy.original);
+    } else if (!present ? kept->st_size > 0 : IsCut(*present, *kept)) {
+        all = all || present->st_size == 0;
+        copy.keep = "holds more than " + copy.original;
+    }
+    if (copy.keep.empty()) {
         return;
     }
     if (all) {
         copy.keep = "is the only copy of " + copy.original;
-        copy.fix = "write cp -a " + copy.path + (folder ? "/." : "") + ' ' + copy.original;
+        copy.fix = "write cp -a " + copy.path + (folder ? "/." : "") + ' ' + PlaceOf(copy.original);
     } else {
-        copy.keep = "holds " + *missing + ", which " + copy.original + " lacks";
         copy.fix = "put it back with cp -a, or remove the copy by hand";
     }
 }
@@ -195,7 +256,7 @@ std::vector<std::string> Search::Names(const std::string &folder) {
 }
 
 void Search::AddPrivateFolder(const std::string &path) {
-    if (IsOurs(path, S_IFDIR) && IsUnusedFolder(path)) {
+    if (IsPrivateFolder(path) && IsUnusedFolder(path)) {
         found_.all.push_back({LeftoverKind::kPrivateFolder, path, ""});
     }
 }
@@ -270,7 +331,7 @@ void Search::LookBeside(const std::string &original, mode_t kind) {
         const std::string path = folder + '/' + name;
         if (pid && !IsRunning(*pid) && IsOurs(path, kind)) {
             found_.all.push_back({LeftoverKind::kStore, path, original, pid});
-            KeepStore(found_.all.back(), kind == S_IFDIR);
+            KeepStore(found_.all.back());
         }
     }
 }
@@ -303,6 +364,51 @@ std::string RemoveWriterFolder(const std::string &path) {
     TLIBCFolderLockRelease(lock);
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 ? "a writer uses it" : "";
+}
+
+// A new process may have got the id of the one that made it, and have made another one.
+bool MayBeInUse(const Leftover &leftover) {
+    return leftover.pid && IsRunning(*leftover.pid);
+}
+
+// The library locks a file in /tmp that it needs, and removes others of that name under their lock.
+std::string RemoveFile(const Leftover &leftover) {
+    const char *path = leftover.path.c_str();
+    if (MayBeInUse(leftover) || !IsOurs(leftover.path, S_IFREG)) {
+        return kReplaced;
+    }
+    const int file = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) {
+        return ErrorText(errno);
+    }
+    struct stat opened {};
+    struct stat entry {};
+    std::string problem;
+    if (flock(file, LOCK_EX | LOCK_NB) != 0) {
+        problem = errno == EWOULDBLOCK ? "somebody uses it" : ErrorText(errno);
+    } else if (fstat(file, &opened) != 0 || lstat(path, &entry) != 0 ||
+               opened.st_ino != entry.st_ino || opened.st_dev != entry.st_dev) {
+        problem = kReplaced;
+    } else if (unlink(path) != 0) {
+        problem = ErrorText(errno);
+    }
+    close(file);
+    return problem;
+}
+
+// The store may have been lost since the look at its copy.
+std::string RemoveStore(const Leftover &leftover) {
+    Leftover copy = leftover;
+    KeepStore(copy);
+    if (!copy.keep.empty()) {
+        return "it " + copy.keep;
+    }
+    if (MayBeInUse(copy)) {
+        return kReplaced;
+    }
+    std::error_code error;
+    std::filesystem::remove_all(copy.path, error);
+    return error ? ErrorText(error.value()) : "";
 }
 
 }  // namespace
@@ -354,15 +460,22 @@ std::string KindText(const Leftover &leftover) {
 }
 
 std::string RemoveLeftover(const Leftover &leftover) {
-    if (leftover.kind == LeftoverKind::kWriterFolder) {
-        return RemoveWriterFolder(leftover.path);
+    if (!StatusOf(leftover.path, lstat)) {
+        return "";
     }
-    if (leftover.kind == LeftoverKind::kPrivateFolder) {
-        return RemoveUnusedFolder(leftover.path) ? "" : ErrorText(errno);
+    switch (leftover.kind) {
+        case LeftoverKind::kWriterFolder:
+            return RemoveWriterFolder(leftover.path);
+        case LeftoverKind::kPrivateFolder:
+            if (!IsPrivateFolder(leftover.path)) {
+                return kReplaced;
+            }
+            return RemoveUnusedFolder(leftover.path) ? "" : ErrorText(errno);
+        case LeftoverKind::kStore:
+            return RemoveStore(leftover);
+        default:
+            return RemoveFile(leftover);
     }
-    std::error_code error;
-    std::filesystem::remove_all(leftover.path, error);
-    return error ? ErrorText(error.value()) : "";
 }
 
 }  // namespace tavo

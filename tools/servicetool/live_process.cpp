@@ -77,8 +77,11 @@ bool IsRunning(pid_t pid) {
 
 std::optional<pid_t> PossibleUser(const std::string &path) {
     const bool is_new = IsNew(path);
+    // Open files go by the path without symbolic links, and one of its folders may be one.
+    std::error_code gone;
+    const std::string real_path = std::filesystem::canonical(path, gone);
     for (const pid_t pid : OtherProcesses()) {
-        if (HasOpen(pid, path) || (is_new && HasLibrary(pid))) {
+        if (HasOpen(pid, real_path) || (is_new && HasLibrary(pid))) {
             return pid;
         }
     }

@@ -108,6 +108,13 @@ class CleanCommand : public ChangeWorld {
         return path;
     }
 
+    std::string MakePrivateFolder(const std::string &path,
+                                  const std::vector<std::string> &names = {}) {
+        MakeFolder(path, names);
+        fs::permissions(path, fs::perms::owner_all);
+        return path;
+    }
+
     // What stays of what was made.
     std::vector<std::string> Left() const {
         std::vector<std::string> left;
@@ -131,7 +138,7 @@ TEST_F(CleanCommand, SaysThatNothingIsLeft) {
 TEST_F(CleanCommand, RemovesEveryKindOfLeftover) {
     const std::string pid = DeadPid();
     WriteFile(kRules, "");
-    MakeFolder("/tmp/servicetool-aB3dE6", {"staged.sc"});
+    MakePrivateFolder("/tmp/servicetool-aB3dE6", {"staged.sc"});
     MakeFile("/tmp/servicetool.remove.notes.sc." + pid);
     MakeFile("/tmp/servicetool.update.notes.sc.old");
     MakeFile(kPackage + "tmp/notes.sc.Ab12Cd");
@@ -168,7 +175,7 @@ TEST_F(CleanCommand, RemovesEveryKindOfLeftover) {
 
 TEST_F(CleanCommand, LeavesWhatALiveProcessMade) {
     const std::string pid = std::to_string(getpid());
-    const std::string folder = MakeFolder("/tmp/servicetool-aB3dE6", {"staged.sc"});
+    const std::string folder = MakePrivateFolder("/tmp/servicetool-aB3dE6", {"staged.sc"});
     const int owner = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_EQ(flock(owner, LOCK_EX), 0);
     MakeFile("/tmp/servicetool.remove.notes.sc." + pid);
@@ -230,9 +237,10 @@ TEST_F(CleanCommand, LeavesWhatIsNotItsOwn) {
         fs::remove(path);
         made_.pop_back();
     }
-    MakeFolder("/tmp/servicetool-short");
-    MakeFolder("/tmp/servicetool-toolong");
-    MakeFolder("/tmp/servicetool-a.c-e_");
+    MakePrivateFolder("/tmp/servicetool-short");
+    MakePrivateFolder("/tmp/servicetool-toolong");
+    MakePrivateFolder("/tmp/servicetool-a.c-e_");
+    MakeFolder("/tmp/servicetool-backup", {kName});
     MakeFile("/tmp/servicetool.remove.notes.sc.12x");
     MakeFile("/tmp/servicetool.remove.notes.sc.0" + pid);
     MakeFile("/tmp/servicetool.remove." + pid);
@@ -284,6 +292,59 @@ TEST_F(CleanCommand, KeepsTheOnlyCopyOfAStore) {
     fs::create_directories(kPackage + "tmp");
 }
 
+// A removal goes folder by folder, and may end inside one.
+TEST_F(CleanCommand, KeepsACopyThatHoldsMoreOfAFolderOrAFile) {
+    const std::string copy = MakeFolder(kFirewall + ".tmp." + DeadPid());
+    MakeFolder(kFirewall + "/zone", {"cut"});
+    MakeFolder(kFirewall + "/tmp");
+    MakeFolder(copy + "/zone", {"cut", "home"});
+    MakeFolder(copy + "/tmp", {"kept"});
+    const auto expect_kept = [&copy](const std::string &why) {
+        ExpectRun(ServiceTool({"clean"}), 1, "",
+                  copy + ": warning: holds " + why +
+                      " [left-behind]\n    fix: put it back with cp -a, or remove the copy by "
+                      "hand\n");
+        EXPECT_TRUE(fs::exists(copy + "/zone/home"));
+    };
+    expect_kept("tmp/kept, which " + kFirewall + " lacks");
+    WriteFile(kFirewall + "/tmp/kept", kText);
+    expect_kept("zone/home, which " + kFirewall + " lacks");
+    WriteFile(kFirewall + "/zone/home", kText);
+    WriteFile(kFirewall + "/zone/cut", "");
+    expect_kept("more of zone/cut than " + kFirewall);
+    WriteFile(kFirewall + "/zone/cut", "another");
+    EXPECT_EQ(ServiceTool({"clean"}).status, 0);
+    EXPECT_FALSE(fs::exists(copy));
+}
+
+// A store may be a link. What is copied, removed and put back is what it leads to.
+TEST_F(CleanCommand, KeepsTheOnlyCopyOfWhatALinkLeadsTo) {
+    const std::string rules = MakeFile(kRules + ".tmp." + DeadPid(), Rule("1", "x", "1", "1"));
+    fs::remove(kRules);
+    fs::create_symlink("elsewhere.conf", kRules);
+    made_.push_back(kRules);
+    const std::string place = fs::path(kRules).parent_path() / "elsewhere.conf";
+    ExpectRun(ServiceTool({"clean"}), 1, "",
+              rules + ": warning: is the only copy of " + kRules +
+                  " [left-behind]\n    fix: write cp -a " + rules + ' ' + place + '\n');
+    EXPECT_EQ(Left(), made_);
+    EXPECT_EQ(RunProgram({"cp", "-a", rules, place}).status, 0);
+    made_.push_back(place);
+    EXPECT_EQ(ServiceTool({"clean"}).status, 0);
+    EXPECT_FALSE(fs::exists(rules));
+}
+
+TEST_F(CleanCommand, KeepsACopyWhereItsStoreCannotBeLookedAt) {
+    const std::string rules = MakeFile(kRules + ".tmp." + DeadPid(), Rule("1", "x", "1", "1"));
+    const ProgramResult result =
+        RunProgram({"strace", "-qq", "-o", "/dev/null", "-P", kRules, "-e", "trace=%%stat", "-e",
+                    "inject=%%stat:error=EIO", SERVICETOOL, "clean"},
+                   "", {"ASAN_OPTIONS=detect_leaks=0"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.err, HasSubstr("nput/output error"));
+    EXPECT_TRUE(fs::exists(rules));
+}
+
 TEST_F(CleanCommand, KeepsACopyWhereItsStoreCannotBeRead) {
     const std::string store = MakeFolder(kStore + ".tmp." + DeadPid(), {kName});
     const ProgramResult result =
@@ -297,7 +358,7 @@ TEST_F(CleanCommand, KeepsACopyWhereItsStoreCannotBeRead) {
 
 TEST_F(CleanCommand, ChangesNothingDuringAnotherChange) {
     const Lock other;
-    const std::string path = MakeFolder("/tmp/servicetool-aB3dE6");
+    const std::string path = MakePrivateFolder("/tmp/servicetool-aB3dE6");
     ExpectRun(ServiceTool({"clean", "--dry-run"}), 0,
               path + ": private folder of a servicetool\n" + kDryClean);
     ExpectRun(ServiceTool({"clean"}), 3, "",
@@ -309,7 +370,7 @@ TEST_F(CleanCommand, ChangesNothingDuringAnotherChange) {
 TEST_F(CleanCommand, PrintsJson) {
     const std::string pid = DeadPid();
     const std::string copy = MakeFolder(kStore + ".tmp." + pid, {"other.sc"});
-    const std::string folder = MakeFolder("/tmp/servicetool-aB3dE6");
+    const std::string folder = MakePrivateFolder("/tmp/servicetool-aB3dE6");
     const json document = json::parse(ServiceTool({"clean", "--json"}).out);
     EXPECT_EQ(document.at("ok"), false);
     EXPECT_EQ(document.at("results"),
