@@ -95,14 +95,18 @@ void Complete(const InstalledFile &file, const std::vector<std::string> &copies,
 
 void Remove(const RemoveOptions &options, Report &report) {
     InstalledFile file;
-    const std::vector<std::string> copies = CopiesOfRemoved(options.name);
-    if (!FindInstalledFile(options.name, options.folder,
-                           copies.empty() ? Missing::kRefuse : Missing::kAllow, options.dry_run,
-                           file, report)) {
+    if (!FindInstalledFile(options.name, options.folder, Missing::kAllow, options.dry_run, file,
+                           report)) {
         return;
     }
     if (!file.text) {
-        Complete(file, copies, options.dry_run, report);
+        // Under the lock: a removal that went on until now has completed it, or was killed.
+        const std::vector<std::string> copies = CopiesOfRemoved(options.name);
+        if (copies.empty()) {
+            TellNotInstalled(options.name, options.folder, report);
+        } else {
+            Complete(file, copies, options.dry_run, report);
+        }
         return;
     }
     ChangeReport change({.operation = "remove",

@@ -59,7 +59,8 @@ FileContents Problem(std::string text) {
 FileContents MissingFile(const std::string &path, int error) {
     struct stat link {};
     if (lstat(path.c_str(), &link) != 0) {
-        return {{}, ErrorText(error), IsAbsence(error) && IsAbsence(errno)};
+        const bool absent = IsAbsence(error) && IsAbsence(errno);
+        return {{}, ErrorText(error), absent};
     }
     return Problem(S_ISLNK(link.st_mode) && error == ENOENT ? "is a symbolic link to nothing"
                                                             : ErrorText(error));

@@ -84,21 +84,6 @@ std::string MeantName(const ServiceFolder &folder, const std::string &name) {
     return meant;
 }
 
-bool TellMissing(const std::string &name, const std::vector<ServiceFolder> &folders,
-                 Report &report) {
-    std::string paths;
-    std::string fix;
-    for (const ServiceFolder &folder : folders) {
-        paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
-        const std::string meant = MeantName(folder, name);
-        fix = meant.empty() ? fix : "write " + meant;
-    }
-    report.TellError(name, "not-found", "is not installed in " + paths + std::string(kSoUnchanged),
-                     std::move(fix));
-    report.Raise(Status::kNo);
-    return false;
-}
-
 bool Lock(const std::string &name, InstalledFile &file, Report &report) {
     return file.lock.Take() || TellNoLock(file.lock, name, std::string(kSoUnchanged), report);
 }
@@ -148,12 +133,26 @@ bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Miss
         return false;
     }
     if (found.empty() && missing == Missing::kRefuse) {
-        return TellMissing(name, folders, report);
+        return TellNotInstalled(name, choice, report);
     }
     file.name = name;
     file.folder = found.empty() ? folders.back() : found.front();
     file.path = PathIn(file.folder, name);
     return found.empty() || Read(file, report);
+}
+
+bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Report &report) {
+    std::string paths;
+    std::string fix;
+    for (const ServiceFolder &folder : Candidates(choice)) {
+        paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
+        const std::string meant = MeantName(folder, name);
+        fix = meant.empty() ? fix : "write " + meant;
+    }
+    report.TellError(name, "not-found", "is not installed in " + paths + std::string(kSoUnchanged),
+                     std::move(fix));
+    report.Raise(Status::kNo);
+    return false;
 }
 
 FileText TextOf(const std::string &path) {

@@ -35,6 +35,9 @@ enum class Missing { kRefuse, kAllow };
 bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
                        bool dry_run, InstalledFile &file, Report &report);
 
+// Tells that no file of that name is installed, and raises the status. False.
+bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Report &report);
+
 // Whether a text is the plain name of a file, which is told unless it is, and raises the status.
 bool CheckFileName(const std::string &name, Report &report);
 

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <optional>
 #include <regex>
 #include <thread>
 
@@ -419,6 +420,24 @@ TEST_F(CleanCommand, LetsRemoveNotifyOfAFileThatIsGone) {
                            "'\n< NOTIFY_PF=1\n< NOTIFY_FW=1\n" + kRelayCalls);
     EXPECT_FALSE(fs::exists(copy));
     EXPECT_EQ(ServiceTool({"remove", kName}).status, 1);
+}
+
+// The removal that it waits for notifies, and removes the copy.
+TEST_F(CleanCommand, NotifiesOnceWhereTwoCompleteARemoval) {
+    fs::remove(kPackage + kName);
+    const std::string copy = MakeFile("/tmp/servicetool.remove.notes.sc." + DeadPid());
+    ProgramResult result;
+    {
+        std::optional<Lock> first(std::in_place);
+        std::thread second([&result] { result = ServiceTool({"remove", kName}); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        fs::remove(copy);
+        first.reset();
+        second.join();
+    }
+    EXPECT_THAT(result.err, HasSubstr("is not installed in"));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(Calls(), "");
 }
 
 TEST_F(CleanCommand, KeepsTheCopyUntilTheyAreNotified) {
