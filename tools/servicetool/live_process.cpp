@@ -20,7 +20,7 @@ namespace tavo {
 namespace {
 
 // A change takes seconds, a stuck listener minutes.
-constexpr std::time_t kLongestChange = 10 * 60;
+constexpr std::time_t kLongestChange = 600;
 
 constexpr std::string_view kLibrary = "/libtavoserviceconf.so";
 
