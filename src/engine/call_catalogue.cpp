@@ -148,7 +148,7 @@ bool ServiceIndex::CollectOdd() {
     std::sort(odd.begin(), odd.end(),
               [](const Named &a, const Named &b) { return a.nPlace < b.nPlace; });
     return std::all_of(odd.begin(), odd.end(),
-                       [this](const Named &named) { return odd_.Append(named.pService); });
+                       [this](const Named &named) { return odd_.Append({named.pService}); });
 }
 
 bool ServiceIndex::Build(TAVO_FW_SERVICE *pServices) {

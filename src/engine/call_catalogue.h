@@ -15,7 +15,10 @@
 namespace tavo {
 
 // Services whose texts have to be compared, to report what is wrong with them.
-using OddServices = GrowingArray<const TAVO_FW_SERVICE *>;
+struct OddService {
+    const TAVO_FW_SERVICE *pService;
+};
+using OddServices = GrowingArray<OddService>;
 
 // Finds services by name and ports by number. A service file of N sections asks N times about
 // N services, so what one question would walk is put in order once.

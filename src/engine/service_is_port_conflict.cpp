@@ -386,8 +386,8 @@ int CheckFirewallServices(const Query &query) {
     int nAnswer = 0;
     if (const tavo::OddServices *pOdd =
             query.call.catalogue.PlainDeclareNone(query.szPort, nProtocols, query.pSkip)) {
-        for (const TAVO_FW_SERVICE *pService : *pOdd) {
-            if (!CompareService(query, nProtocols, *pService, nAnswer)) {
+        for (const tavo::OddService &odd : *pOdd) {
+            if (!CompareService(query, nProtocols, *odd.pService, nAnswer)) {
                 return -1;
             }
         }

@@ -41,7 +41,7 @@ class GrowingArray {
   private:
     bool Grow() {
         const std::size_t room = room_ == 0 ? 16 : 2 * room_;
-        void *grown = std::realloc(items_, room * sizeof(*items_));
+        void *grown = std::realloc(items_, room * sizeof(T));
         if (grown == nullptr) {
             return false;
         }
