@@ -5,8 +5,6 @@
 // free, -1 cannot tell, and puts what it can name in front of the caller's list. They read the
 // caller's ports differently, which is kept: rules and services walk the text between commas, the
 // settings import it into a range set, and the sockets take tokens between blanks and commas.
-#include "engine/service_is_port_conflict.h"
-
 #include <algorithm>
 #include <bitset>
 #include <climits>
@@ -41,7 +39,6 @@ using tavo::Comparison;
 using tavo::kDeclaredRangeSeparator;
 using tavo::kQueryRangeSeparator;
 using tavo::Range;
-using tavo::TextRanges;
 
 using Ports = TAVO_SERVICE_CONF_PORT;
 
@@ -197,66 +194,6 @@ int FailToAllocateList() {
     TAVO_LOG_STATE("Failed to TLIBCSzListAlloc");
     return TAVO_SET_ERROR(tavo::kErrorNoMemory);
 }
-
-// ---- Comparing texts of ports ----
-
-// Calls compare(range) for each range. 1 when one of them gave 1; the first -1 ends the walk.
-template <typename Compare>
-int WalkRanges(TextRanges &ranges, Compare compare) {
-    int nAnswer = 0;
-    Range range{};
-    for (std::size_t i = 0;; ++i) {
-        const int nGot = ranges.Get(i, range);
-        if (nGot < 1) {
-            return nGot < 0 ? -1 : nAnswer;
-        }
-        const int nOne = compare(range);
-        if (nOne < 0) {
-            return -1;
-        }
-        nAnswer |= nOne;
-    }
-}
-
-int CompareWithDeclared(const Range &query, TextRanges &declared, Ports **ppConflictPorts) {
-    return WalkRanges(declared, [&](const Range &range) {
-        return tavo::AddCommonPorts(query, range, ppConflictPorts);
-    });
-}
-
-}  // namespace
-
-namespace tavo {
-
-int CompareDeclaredPorts(int nBegin, int nEnd, const char *szDeclared, char cRangeSep,
-                         TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    if (nEnd < kSinglePort || szDeclared == nullptr || nBegin < 0) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
-    }
-    if (nEnd != kSinglePort && nBegin > nEnd) {
-        return TAVO_FAIL_STATE(kErrorBadParameter, "begin port %d larger than end port %d!", nBegin,
-                               nEnd);
-    }
-    TextRanges declared(szDeclared, cRangeSep);
-    return CompareWithDeclared({nBegin, nEnd == kSinglePort ? nBegin : nEnd}, declared,
-                               ppConflictPorts);
-}
-
-int CompareQueryPorts(const char *szQuery, const char *szDeclared,
-                      TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    if (szQuery == nullptr || szDeclared == nullptr || ppConflictPorts == nullptr) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
-    }
-    TextRanges query(szQuery, kQueryRangeSeparator);
-    TextRanges declared(szDeclared, kDeclaredRangeSeparator);
-    return WalkRanges(query, [&](const Range &range) {
-        return CompareWithDeclared(range, declared, ppConflictPorts);
-    });
-}
-
-}  // namespace tavo
-
-namespace {
 
 // ---- Port-forwarding rules ----
 

@@ -1,10 +1,10 @@
 // Ports that are asked for against ports that are declared, both as text.
-#include "engine/service_is_port_conflict.h"
-
 #include <gmock/gmock.h>
 
 #include <random>
 
+#include "engine/comparison.h"
+#include "engine/text_ranges.h"
 #include "failing_allocation.h"
 #include "library_test.h"
 
@@ -14,15 +14,16 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+int ComparePairs(const char *query, const char *declared, TAVO_SERVICE_CONF_PORT **conflicts) {
+    return Comparison(query, Comparison::Keeping::kPairs, conflicts).Compare(declared);
+}
+
 class ComparePorts : public LibraryTest {
   protected:
     ~ComparePorts() override { TAVOServiceConfPortsFree(conflicts_); }
 
-    int Declared(int begin, int end, const char *declared, char separator = '-') {
-        return CompareDeclaredPorts(begin, end, declared, separator, &conflicts_);
-    }
     int Query(const char *query, const char *declared) {
-        return CompareQueryPorts(query, declared, &conflicts_);
+        return ComparePairs(query, declared, &conflicts_);
     }
     std::vector<std::string> Conflicts() const { return Describe(conflicts_); }
 
@@ -30,70 +31,73 @@ class ComparePorts : public LibraryTest {
 };
 
 TEST_F(ComparePorts, TellsOnePortOfOnePort) {
-    EXPECT_EQ(Declared(80, kSinglePort, "80"), 1);
+    EXPECT_EQ(Query("80", "80"), 1);
     EXPECT_THAT(Conflicts(), ElementsAre("src 80 protocol 3"));
 }
 
 TEST_F(ComparePorts, TellsOnePortInsideADeclaredRange) {
-    EXPECT_EQ(Declared(80, kSinglePort, "79-81"), 1);
-    EXPECT_EQ(Declared(79, kSinglePort, "79-81"), 1) << "the first of the range";
-    EXPECT_EQ(Declared(81, kSinglePort, "79-81"), 1) << "the last of the range";
+    EXPECT_EQ(Query("80", "79-81"), 1);
+    EXPECT_EQ(Query("79", "79-81"), 1) << "the first of the range";
+    EXPECT_EQ(Query("81", "79-81"), 1) << "the last of the range";
     EXPECT_THAT(Conflicts(),
                 ElementsAre("src 81 protocol 3", "src 79 protocol 3", "src 80 protocol 3"));
 }
 
 TEST_F(ComparePorts, LetsNeighboursBe) {
-    EXPECT_EQ(Declared(78, kSinglePort, "79-81"), 0);
-    EXPECT_EQ(Declared(82, kSinglePort, "79-81"), 0);
-    EXPECT_EQ(Declared(79, kSinglePort, "80"), 0);
-    EXPECT_EQ(Declared(70, 78, "79-81"), 0);
-    EXPECT_EQ(Declared(82, 90, "79-81"), 0);
-    EXPECT_EQ(Declared(82, 90, "81,91"), 0);
+    EXPECT_EQ(Query("78", "79-81"), 0);
+    EXPECT_EQ(Query("82", "79-81"), 0);
+    EXPECT_EQ(Query("79", "80"), 0);
+    EXPECT_EQ(Query("70:78", "79-81"), 0);
+    EXPECT_EQ(Query("82:90", "79-81"), 0);
+    EXPECT_EQ(Query("82:90", "81,91"), 0);
     EXPECT_THAT(Conflicts(), IsEmpty());
     EXPECT_EQ(ErrorState(), "0x0 ");
 }
 
 TEST_F(ComparePorts, TellsTheOverlapOfTwoRanges) {
-    EXPECT_EQ(Declared(100, 200, "150-300"), 1);
-    EXPECT_EQ(Declared(100, 200, "50-120"), 1);
-    EXPECT_EQ(Declared(100, 200, "1-1000"), 1);
-    EXPECT_EQ(Declared(100, 200, "110-120"), 1);
+    EXPECT_EQ(Query("100:200", "150-300"), 1);
+    EXPECT_EQ(Query("100:200", "50-120"), 1);
+    EXPECT_EQ(Query("100:200", "1-1000"), 1);
+    EXPECT_EQ(Query("100:200", "110-120"), 1);
     EXPECT_THAT(Conflicts(), ElementsAre("src 110:120 protocol 3", "src 100:200 protocol 3",
                                          "src 100:120 protocol 3", "src 150:200 protocol 3"));
 }
 
 TEST_F(ComparePorts, TellsAnOverlapOfOnePortAsOnePort) {
-    EXPECT_EQ(Declared(100, 200, "200-300"), 1);
-    EXPECT_EQ(Declared(100, 200, "150"), 1);
-    EXPECT_EQ(Declared(100, 100, "90-110"), 1);
+    EXPECT_EQ(Query("100:200", "200-300"), 1);
+    EXPECT_EQ(Query("100:200", "150"), 1);
+    EXPECT_EQ(Query("100:100", "90-110"), 1);
     EXPECT_THAT(Conflicts(),
                 ElementsAre("src 100 protocol 3", "src 150 protocol 3", "src 200 protocol 3"));
 }
 
 TEST_F(ComparePorts, TellsEveryTokenThatCollides) {
-    EXPECT_EQ(Declared(1, 100, "80,200, 22 ,90-300"), 1);
+    EXPECT_EQ(Query("1:100", "80,200, 22 ,90-300"), 1);
     EXPECT_THAT(Conflicts(),
                 ElementsAre("src 90:100 protocol 3", "src 22 protocol 3", "src 80 protocol 3"));
 }
 
 TEST_F(ComparePorts, TakesADeclaredRangeInAnyOrder) {
-    EXPECT_EQ(Declared(150, kSinglePort, "200-100"), 1);
-    EXPECT_EQ(Declared(90, 110, "200-100"), 1);
+    EXPECT_EQ(Query("150", "200-100"), 1);
+    EXPECT_EQ(Query("90:110", "200-100"), 1);
     EXPECT_THAT(Conflicts(), ElementsAre("src 100:110 protocol 3", "src 150 protocol 3"));
 }
 
-TEST_F(ComparePorts, TakesTheSeparatorThatItIsTold) {
-    EXPECT_EQ(Declared(150, kSinglePort, "100:200", ':'), 1);
-    EXPECT_EQ(Declared(150, kSinglePort, "100-200", ':'), -1);
-    EXPECT_THAT(Messages(), ElementsAre("illegal ports number, port=100-200, tavoerr=[0x0D00 "
+TEST_F(ComparePorts, TakesTheSeparatorOfEitherText) {
+    EXPECT_EQ(Query("100:200", "150-160"), 1);
+    EXPECT_EQ(Query("150", "100:200"), -1);
+    EXPECT_EQ(Query("100-200", "150"), -1);
+    EXPECT_THAT(Messages(), ElementsAre("illegal ports number, port=100:200, tavoerr=[0x0D00 "
+                                        "service_conf_ports_get.cpp:N]",
+                                        "illegal ports number, port=100-200, tavoerr=[0x0D00 "
                                         "service_conf_ports_get.cpp:N]"));
 }
 
 TEST_F(ComparePorts, PassesOverEmptyTokensOnly) {
-    EXPECT_EQ(Declared(80, kSinglePort, ""), 0);
-    EXPECT_EQ(Declared(80, kSinglePort, "  "), 0);
-    EXPECT_EQ(Declared(80, kSinglePort, ",,80,"), 1);
-    EXPECT_EQ(Declared(80, kSinglePort, "80, ,81"), -1) << "a blank is no empty token";
+    EXPECT_EQ(Query("80", ""), 0);
+    EXPECT_EQ(Query("80", "  "), 0);
+    EXPECT_EQ(Query("80", ",,80,"), 1);
+    EXPECT_EQ(Query("80", "80, ,81"), -1) << "a blank is no empty token";
 }
 
 TEST_F(ComparePorts, RefusesWhatIsNoPort) {
@@ -101,40 +105,26 @@ TEST_F(ComparePorts, RefusesWhatIsNoPort) {
                                  "+80", "80 90", "80:90", "0x50", "80,x", "x-80"}) {
         SCOPED_TRACE(declared);
         TLIBCErrSetEx(0, nullptr, 0);
-        EXPECT_EQ(Declared(8, 9, declared), -1);
+        EXPECT_EQ(Query("8:9", declared), -1);
         EXPECT_EQ(TLIBCErrGet(), 0xD00u);
     }
     EXPECT_THAT(Conflicts(), IsEmpty());
 }
 
 TEST_F(ComparePorts, IsSilentAboutASeparatorAtAnEnd) {
-    EXPECT_EQ(Declared(80, kSinglePort, "1-2-"), -1);
-    EXPECT_EQ(Declared(80, kSinglePort, "-"), -1);
+    EXPECT_EQ(Query("80", "1-2-"), -1);
+    EXPECT_EQ(Query("80", "-"), -1);
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
 TEST_F(ComparePorts, KeepsWhatItTookBeforeItFailed) {
-    EXPECT_EQ(Declared(80, kSinglePort, "80,x"), -1);
+    EXPECT_EQ(Query("80", "80,x"), -1);
     EXPECT_THAT(Conflicts(), ElementsAre("src 80 protocol 3"));
 }
 
-TEST_F(ComparePorts, RefusesBadBounds) {
-    EXPECT_EQ(Declared(-1, kSinglePort, "80"), -1);
-    EXPECT_EQ(Declared(80, -2, "80"), -1);
-    EXPECT_EQ(Declared(80, kSinglePort, nullptr), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 service_is_port_conflict.cpp");
-    EXPECT_THAT(Messages(), IsEmpty());
-}
-
-TEST_F(ComparePorts, RefusesAQueryThatRunsBackwards) {
-    EXPECT_EQ(Declared(81, 80, "80"), -1);
-    EXPECT_THAT(Messages(), ElementsAre("begin port 81 larger than end port 80![0x0D00 "
-                                        "service_is_port_conflict.cpp:N]"));
-}
-
 TEST_F(ComparePorts, FailsWhereTheConflictHasNoPlaceToGo) {
-    EXPECT_EQ(CompareDeclaredPorts(80, kSinglePort, "80", '-', nullptr), -1);
-    EXPECT_EQ(CompareDeclaredPorts(80, kSinglePort, "81", '-', nullptr), 0);
+    EXPECT_EQ(ComparePairs("80", "80", nullptr), -1);
+    EXPECT_EQ(ComparePairs("80", "81", nullptr), 0);
 }
 
 TEST_F(ComparePorts, WalksTheQueryWithColons) {
@@ -168,13 +158,6 @@ TEST_F(ComparePorts, RefusesAQueryThatIsNoListOfPorts) {
     }
 }
 
-TEST_F(ComparePorts, RefusesNull) {
-    EXPECT_EQ(CompareQueryPorts(nullptr, "80", &conflicts_), -1);
-    EXPECT_EQ(CompareQueryPorts("80", nullptr, &conflicts_), -1);
-    EXPECT_EQ(CompareQueryPorts("80", "81", nullptr), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 service_is_port_conflict.cpp");
-}
-
 TEST_F(ComparePorts, NamesTheTextThatCannotBeCopied) {
     FailingAllocation first(1, FailingAllocation::Mode::kOnlyNth);
     EXPECT_EQ(first.During([&] { return Query("80", "81"); }), -1);
@@ -189,7 +172,7 @@ TEST_F(ComparePorts, ReportsEveryFailingAllocation) {
     const int allocations = ForEachFailingAllocation([](FailingAllocation &fail) {
         TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
         const int result =
-            fail.During([&] { return CompareQueryPorts("80,90:99", "80,95-96", &conflicts); });
+            fail.During([&] { return ComparePairs("80,90:99", "80,95-96", &conflicts); });
         EXPECT_EQ(result, fail.Hit() ? -1 : 1);
         TAVOServiceConfPortsFree(conflicts);
     });
@@ -221,7 +204,7 @@ TEST_F(ComparePorts, AgreesWithATableOfPorts) {
         const std::string query = list(':', asked);
         const std::string declaration = list('-', declared);
         TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
-        const int result = CompareQueryPorts(query.c_str(), declaration.c_str(), &conflicts);
+        const int result = ComparePairs(query.c_str(), declaration.c_str(), &conflicts);
         for (const auto *port = conflicts; port != nullptr; port = port->pNext) {
             const uint32_t last = port->nPortType == 0 ? port->nPortStart : port->nPortEnd;
             for (uint32_t p = port->nPortStart; p <= last; ++p) {

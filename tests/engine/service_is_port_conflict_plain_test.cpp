@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "conflict_test.h"
-#include "engine/service_is_port_conflict.h"
 #include "failing_allocation.h"
 #include "held_socket.h"
+#include "plain_comparison.h"
 #include "support/failure.h"
 #include "tavopf.h"
 
@@ -47,8 +47,8 @@ int PlainRules(const Question &question, TAVO_SERVICE_CONF_PORT **conflicts) {
             continue;
         }
         for (const char *key : {"s_port", "r_port"}) {
-            const int one = CompareQueryPorts(question.ports.c_str(),
-                                              TLIBCSzHashGetValue(rule, key), conflicts);
+            const int one =
+                PlainCompare(question.ports.c_str(), TLIBCSzHashGetValue(rule, key), conflicts);
             answer = one < 0 ? -1 : answer | one;
             if (answer < 0) {
                 break;
@@ -72,8 +72,8 @@ int PlainServices(const Question &question, TAVO_SERVICE_CONF_PORT **conflicts) 
             continue;
         }
         for (int i = 0; i < TLIBCSzListCount(service->pDstPortList) && answer >= 0; ++i) {
-            const int one = CompareQueryPorts(question.ports.c_str(),
-                                              TLIBCSzListGet(service->pDstPortList, i), conflicts);
+            const int one = PlainCompare(question.ports.c_str(),
+                                         TLIBCSzListGet(service->pDstPortList, i), conflicts);
             answer = one < 0 ? -1 : answer | one;
         }
     }

@@ -1,23 +1,61 @@
-// Ports that are asked for, up to the first newline, against declared ones behind it: whatever both
-// say, the answer and the conflicts that come with it agree.
+// Ports that are asked for, up to the first newline, against declared ones after it: whatever both
+// say, the comparison answers and lists what comparing every pair of ranges does, whether it makes
+// its conflicts at once or only in the end.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
-#include "engine/service_is_port_conflict.h"
+#include "engine/comparison.h"
 #include "fuzz_support.h"
+#include "plain_comparison.h"
 #include "tavoserviceconf.h"
 
 namespace {
 
+using tavo::Comparison;
+
 constexpr std::uint32_t kHighestPort = 65535;
+
+struct Result {
+    int answer;
+    std::unique_ptr<TAVO_SERVICE_CONF_PORT, decltype(&TAVOServiceConfPortsFree)> conflicts;
+};
+
+template <typename Compare>
+Result ConflictsOf(Compare compare) {
+    TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
+    const int answer = compare(&conflicts);
+    return {answer, {conflicts, TAVOServiceConfPortsFree}};
+}
+
+Result Compared(const std::string &query, const std::string &declared,
+                Comparison::Keeping keeping) {
+    return ConflictsOf([&](TAVO_SERVICE_CONF_PORT **conflicts) {
+        Comparison comparison(query.c_str(), keeping, conflicts);
+        const int answer = comparison.Compare(declared.c_str());
+        Require(comparison.MakePairs() == 0);
+        return answer;
+    });
+}
 
 void RequireGoodConflict(const TAVO_SERVICE_CONF_PORT &port) {
     Require(port.nDirection == TAVO_PORT_DIRECTION_SRC && port.nProtocol == TAVO_PROTO_BOTH);
     Require(port.nPortStart <= kHighestPort && port.nPortEnd <= kHighestPort);
     const bool range = port.nPortType == TAVO_PORT_TYPE_RANGE;
     Require(range ? port.nPortStart < port.nPortEnd : port.nPortEnd == 0);
+}
+
+void RequireEqual(const Result &a, const Result &b) {
+    Require(a.answer == b.answer);
+    const TAVO_SERVICE_CONF_PORT *other = b.conflicts.get();
+    for (const auto *port = a.conflicts.get(); port != nullptr; port = port->pNext) {
+        Require(other != nullptr && port->nPortStart == other->nPortStart &&
+                port->nPortEnd == other->nPortEnd);
+        other = other->pNext;
+    }
+    Require(other == nullptr);
 }
 
 }  // namespace
@@ -28,14 +66,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::size_t newline = std::min(text.find('\n'), text.size());
     const std::string query(text.c_str(), newline);
     const std::string declared(text.c_str() + std::min(newline + 1, text.size()));
-    TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
-    const int answer = tavo::CompareQueryPorts(query.c_str(), declared.c_str(), &conflicts);
-    Require(answer >= -1 && answer <= 1);
-    Require(answer != 1 || conflicts != nullptr);
-    Require(answer != 0 || conflicts == nullptr);
-    for (const auto *port = conflicts; port != nullptr; port = port->pNext) {
+    const Result plain = ConflictsOf([&](TAVO_SERVICE_CONF_PORT **conflicts) {
+        return tavo::test::PlainCompare(query.c_str(), declared.c_str(), conflicts);
+    });
+    Require(plain.answer >= -1 && plain.answer <= 1);
+    Require(plain.answer != 1 || plain.conflicts != nullptr);
+    Require(plain.answer != 0 || plain.conflicts == nullptr);
+    for (const auto *port = plain.conflicts.get(); port != nullptr; port = port->pNext) {
         RequireGoodConflict(*port);
     }
-    TAVOServiceConfPortsFree(conflicts);
+    RequireEqual(Compared(query, declared, Comparison::Keeping::kPairs), plain);
+    RequireEqual(Compared(query, declared, Comparison::Keeping::kDeclaredRanges), plain);
     return 0;
 }
