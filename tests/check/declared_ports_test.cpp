@@ -2,7 +2,6 @@
 // port cannot be read.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <functional>
 #include <utility>
 
+#include "child_process.h"
 #include "conf_check_test.h"
 #include "failing_allocation.h"
 
@@ -25,18 +25,14 @@ class WideRanges : public DeclaredPortsTest {
   protected:
     // What `ask` gives in a process of its own that gets at most that much more memory.
     static int WithMemory(std::size_t bytes, const std::function<int()> &ask) {
-        const pid_t child = fork();
-        if (child == 0) {
+        return StatusInChild([&] {
             std::size_t pages = 0;
             std::ifstream("/proc/self/statm") >> pages;
             const rlim_t limit = pages * static_cast<std::size_t>(getpagesize()) + bytes;
             const rlimit none_above = {limit, limit};
             setrlimit(RLIMIT_AS, &none_above);
-            _exit(ask());
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+            return ask();
+        });
     }
 
     // How many services declare the port over TCP; 255 on failure.

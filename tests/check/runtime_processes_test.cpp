@@ -12,6 +12,7 @@
 #include <map>
 #include <random>
 
+#include "child_process.h"
 #include "plain_sockets.h"
 #include "runtime_test.h"
 #include "temporary_folder.h"
@@ -357,14 +358,10 @@ void DropCapabilities() {
 
 // What `look` gives in a process of its own without rights.
 int WithoutRights(const std::function<int()> &look) {
-    const pid_t child = fork();
-    if (child == 0) {
+    return StatusInChild([&] {
         DropCapabilities();
-        _exit(look());
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WEXITSTATUS(status);
+        return look();
+    });
 }
 
 TEST_F(LiveProcesses, ThatMayNotBeLookedAtHoldNothing) {

@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -13,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "child_process.h"
 #include "tavocore.h"
 #include "temporary_folder.h"
 
@@ -23,21 +23,6 @@ using testing::ElementsAre;
 
 constexpr int kWriters = 50;
 constexpr int kKeys = 20;
-
-// A child process that runs `work` and exits with its result.
-template <typename Work>
-pid_t Start(Work work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(work());
-    }
-    return child;
-}
-
-int StatusOf(pid_t child) {
-    int status = -1;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 // Adds section `name`, all of whose keys have the value `name`.
 int AddSection(const std::string &path, const std::string &name) {
@@ -76,7 +61,7 @@ TEST_F(ManyWriters, LoseNothingAndNeverShowAReaderAHalf) {
     std::vector<pid_t> writers;
     for (int i = 0; i < kWriters; ++i) {
         writers.push_back(
-            Start([&, i] { return AddSection(file_, "writer" + std::to_string(i)); }));
+            StartChild([&, i] { return AddSection(file_, "writer" + std::to_string(i)); }));
     }
     const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     for (int seen = 0; seen < kWriters && std::chrono::steady_clock::now() < give_up;) {
@@ -85,7 +70,7 @@ TEST_F(ManyWriters, LoseNothingAndNeverShowAReaderAHalf) {
         seen = count;
     }
     for (const pid_t writer : writers) {
-        EXPECT_EQ(StatusOf(writer), 0);
+        EXPECT_EQ(StatusOfChild(writer), 0);
     }
     EXPECT_EQ(CheckSections(file_), kWriters);
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
@@ -95,7 +80,7 @@ TEST_F(ManyWriters, LoseNothingAndNeverShowAReaderAHalf) {
 pid_t StartHolder(const std::string &folder, std::chrono::milliseconds time) {
     int ready[2];
     EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
-    const pid_t holder = Start([&] {
+    const pid_t holder = StartChild([&] {
         mkdir((folder + "/.tavo-write").c_str(), 0700);
         const int fd =
             open((folder + "/.tavo-write/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
@@ -117,7 +102,7 @@ TEST_F(ManyWriters, WaitForOneThatTakesItsTime) {
     const pid_t holder = StartHolder(folder_.Path(), std::chrono::milliseconds(300));
     EXPECT_EQ(AddSection(file_, "s"), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
-    EXPECT_EQ(StatusOf(holder), 0);
+    EXPECT_EQ(StatusOfChild(holder), 0);
     EXPECT_EQ(CheckSections(file_), 1);
 }
 
@@ -129,7 +114,7 @@ TEST_F(ManyWriters, GoOnWhenTheOneWithTheLockIsKilled) {
     });
     EXPECT_EQ(AddSection(file_, "s"), 0);
     killer.join();
-    EXPECT_EQ(StatusOf(holder), -1);
+    EXPECT_EQ(StatusOfChild(holder), -1);
     EXPECT_EQ(CheckSections(file_), 1);
 }
 

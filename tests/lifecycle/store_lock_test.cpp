@@ -3,12 +3,12 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/wait.h>
 
 #include <atomic>
 #include <functional>
 #include <thread>
 
+#include "child_process.h"
 #include "service_files_test.h"
 
 namespace tavo::test {
@@ -200,33 +200,19 @@ TEST_F(StoreLocks, AreNotOnTheFolder) {
 
 // ---- From a backup to its end ----
 
-// A process that does its work and ends with the result.
-pid_t Start(const std::function<int()> &work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(work());
-    }
-    return child;
-}
-
-int StatusOf(pid_t child) {
-    int status = -1;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // That the lock of the files is free for others.
 void ExpectFree() {
     int result = -1;
     std::thread([&] { result = Set(); }).join();
     EXPECT_EQ(result, 0);
-    EXPECT_EQ(StatusOf(Start(Set)), 0);
+    EXPECT_EQ(StatusInChild(Set), 0);
 }
 
 class KeptLock : public StoreLocks {
   protected:
     // Another process that changes the file, and succeeds when it finds no side copy of this one.
     pid_t StartChange() const {
-        return Start([this] {
+        return StartChild([this] {
             bool alone = true;
             Programs programs;
             programs.Before("/bin/cp", [&] { alone = alone && !std::filesystem::exists(copy_); });
@@ -245,7 +231,7 @@ TEST_F(KeptLock, KeepsOtherProcessesOutUntilTheBackupIsDeleted) {
     LetOthersRun();
     EXPECT_EQ(ReadFile(kGameFile), kGame);
     EXPECT_EQ(Delete(), 0);
-    EXPECT_EQ(StatusOf(change), 0);
+    EXPECT_EQ(StatusOfChild(change), 0);
 }
 
 TEST_F(KeptLock, KeepsOtherProcessesOutUntilTheStoreIsRestored) {
@@ -253,7 +239,7 @@ TEST_F(KeptLock, KeepsOtherProcessesOutUntilTheStoreIsRestored) {
     const pid_t change = StartChange();
     LetOthersRun();
     EXPECT_EQ(Restore(), 0);
-    EXPECT_EQ(StatusOf(change), 0);
+    EXPECT_EQ(StatusOfChild(change), 0);
     EXPECT_THAT(ReadFile(kGameFile), testing::HasSubstr("7002/tcp")) << "nothing is overwritten";
 }
 
@@ -314,11 +300,11 @@ TEST_F(KeptLock, IsNotKeptWithoutABackup) {
 
 TEST_F(KeptLock, IsNotKeptByAChildProcess) {
     ASSERT_EQ(Backup(), 0);
-    const pid_t child = Start([] { return pause(); });
+    const pid_t child = StartChild([] { return pause(); });
     EXPECT_EQ(Delete(), 0);
     ExpectFree();
     kill(child, SIGKILL);
-    EXPECT_EQ(StatusOf(child), -1);
+    EXPECT_EQ(StatusOfChild(child), -1);
 }
 
 TEST_F(KeptLock, IsNotGivenBackByAChildThatWasMadeUnderIt) {
@@ -340,15 +326,15 @@ TEST_F(KeptLock, IsNotGivenBackByAChildThatWasMadeUnderIt) {
         _exit(Set() == 0 ? 0 : 1);
     }
     close(parent[1]);
-    EXPECT_EQ(StatusOf(child), 0);
+    EXPECT_EQ(StatusOfChild(child), 0);
 }
 
 TEST_F(KeptLock, IsFreeWhenItsProcessIsKilled) {
-    const pid_t child = Start([] {
+    const pid_t child = StartChild([] {
         Backup();
         return raise(SIGKILL);
     });
-    EXPECT_EQ(StatusOf(child), -1);
+    EXPECT_EQ(StatusOfChild(child), -1);
     ExpectFree();
     std::filesystem::remove_all(std::string(kPackageServices) + ".tmp." + std::to_string(child));
 }
@@ -412,11 +398,11 @@ TEST_F(ManyRemovals, OfDifferentFilesLoseNoFileAndUndoNoOther) {
     }
     std::vector<pid_t> children;
     for (int process = 1; process < kProcesses; ++process) {
-        children.push_back(Start([process] { return Work(process); }));
+        children.push_back(StartChild([process] { return Work(process); }));
     }
     EXPECT_EQ(Work(0), 0);
     for (const pid_t child : children) {
-        EXPECT_EQ(StatusOf(child), 0);
+        EXPECT_EQ(StatusOfChild(child), 0);
     }
     EXPECT_EQ(Entries(kPackageServices), kept);
     for (const std::string &name : kept) {
@@ -433,7 +419,7 @@ class CopyOfALiveChange : public StoreLocks {
     static pid_t StartHolder() {
         int ready[2];
         EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);
-        const pid_t child = Start([&] {
+        const pid_t child = StartChild([&] {
             const int copy = open("/tmp/game.sc", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
             const bool held = flock(copy, LOCK_EX) == 0 && write(ready[1], "1", 1) == 1;
             usleep(100'000);
@@ -453,7 +439,7 @@ TEST_F(CopyOfALiveChange, IsWaitedFor) {
     Programs programs;
     programs.Before("/bin/cp", [] { EXPECT_TRUE(std::filesystem::exists("/run/released")); });
     EXPECT_EQ(Set(), 0);
-    EXPECT_EQ(StatusOf(holder), 0);
+    EXPECT_EQ(StatusOfChild(holder), 0);
     EXPECT_THAT(ReadFile(kGameFile), testing::HasSubstr("7002/tcp"));
     EXPECT_THAT(Messages(), IsEmpty());
 }

@@ -3,11 +3,10 @@
 // dynamic linker ends the process when there is none.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <thread>
 
+#include "child_process.h"
 #include "failing_allocation.h"
 #include "tavocore.h"
 
@@ -33,18 +32,14 @@ class LoadedLate : public testing::Test {
 // 0 when the call gave true.
 template <typename Call>
 int StatusInNewThread(Call call) {
-    const pid_t child = fork();
-    if (child == 0) {
+    return StatusInChild([&] {
         bool result = false;
         std::thread([&] {
             FailingAllocation fail(1, FailingAllocation::Mode::kFromNthOn);
             result = fail.During(call);
         }).join();
-        _exit(result ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return result ? 0 : 1;
+    });
 }
 
 TEST_F(LoadedLate, RecordsTheFirstErrorOfAThreadWithoutMemory) {

@@ -4,11 +4,11 @@
 
 #include <grp.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <utility>
 
+#include "child_process.h"
 #include "file_support.h"
 
 namespace tavo::test {
@@ -22,17 +22,14 @@ std::pair<int, unsigned int> AsOrdinaryUser(Call call) {
     void *shared =
         mmap(nullptr, sizeof(Answer), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     auto *answer = new (shared) Answer(0, 0);
-    const pid_t child = fork();
-    if (child == 0) {
+    const int status = StatusInChild([&] {
         const bool root = geteuid() == 0;
         if (!root || (setgroups(0, nullptr) == 0 && setgid(kOrdinaryUser) == 0 &&
                       setuid(kOrdinaryUser) == 0)) {
             *answer = ResultAndError(call);
         }
-        _exit(0);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
+        return 0;
+    });
     EXPECT_EQ(status, 0);
     const Answer copy = *answer;
     munmap(shared, sizeof(Answer));

@@ -11,6 +11,7 @@
 
 #include <functional>
 
+#include "child_process.h"
 #include "failing_allocation.h"
 #include "sockets.h"
 #include "temporary_folder.h"
@@ -58,15 +59,12 @@ Answer AskAfter(const std::function<void()> &refuse, Transport transport = kTcp)
     void *shared =
         mmap(nullptr, sizeof(Answer), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     auto *answer = new (shared) Answer;
-    const pid_t child = fork();
-    if (child == 0) {
+    const int status = StatusInChild([&] {
         const int before = CountDescriptors();
         refuse();
         Ask(transport, *answer);
-        _exit(CountDescriptors() == before ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
+        return CountDescriptors() == before ? 0 : 1;
+    });
     EXPECT_EQ(status, 0) << "a descriptor stays open, or nothing was refused";
     const Answer copy = *answer;
     munmap(shared, sizeof(Answer));
