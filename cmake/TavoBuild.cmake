@@ -52,19 +52,26 @@ if(TAVO_BUILD_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# tavo_add_shared_library(NAME VERSION_SCRIPT MAP HEADER_DIR DIR SOURCES ...)
+# tavo_library_options(TARGET)
 #
-# A shared object of soname libNAME.so.7 that exports what MAP lists and nothing else. It is built
-# without exceptions: none may cross its C face, and out of memory is a reported result inside.
+# For the code of a shared object. It is built without exceptions: none may cross its C face, and out
+# of memory is a reported result inside.
 #
 # Thread-local data is in the initial-exec model, so that a thread has it from its start. In the
 # default model the data of a library that was loaded with dlopen is allocated when a thread first
 # uses it, and the dynamic linker ends the process when that fails. Keep the data small: all libraries
 # that are loaded later share a reserve of 512 bytes (glibc.rtld.optional_static_tls).
+function(tavo_library_options TARGET)
+  target_compile_options(${TARGET} PRIVATE -fno-exceptions -fno-rtti -ftls-model=initial-exec)
+endfunction()
+
+# tavo_add_shared_library(NAME VERSION_SCRIPT MAP HEADER_DIR DIR SOURCES ...)
+#
+# A shared object of soname libNAME.so.7 that exports what MAP lists and nothing else.
 function(tavo_add_shared_library NAME)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "VERSION_SCRIPT;HEADER_DIR" "SOURCES")
   add_library(${NAME} SHARED ${ARG_SOURCES})
-  target_compile_options(${NAME} PRIVATE -fno-exceptions -fno-rtti -ftls-model=initial-exec)
+  tavo_library_options(${NAME})
   target_include_directories(${NAME} PUBLIC $<BUILD_INTERFACE:${ARG_HEADER_DIR}>
                                             $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_options(${NAME} PRIVATE -Wl,--version-script=${ARG_VERSION_SCRIPT})

@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "diagnostic.h"
-#include "lint.h"
+#include "lint/lint.h"
 #include "lint_oracle.h"
+#include "output/diagnostic.h"
 
 namespace {
 
@@ -19,8 +19,9 @@ namespace {
 
 // Whatever a file holds, nothing of it reaches a terminal but printable text.
 void CheckPrinted(std::string_view text) {
-    for (const tavo::Diagnostic &diagnostic : tavo::LintText(text, "input").diagnostics) {
-        const std::string printed = tavo::DiagnosticText(diagnostic, false, 80);
+    for (const tavo::tool::Diagnostic &diagnostic :
+         tavo::tool::LintText(text, "input").diagnostics) {
+        const std::string printed = tavo::tool::DiagnosticText(diagnostic, false, 80);
         for (const char c : printed) {
             if ((static_cast<unsigned char>(c) < 0x20 && c != '\n') || c == 0x7F) {
                 Fail("a control byte is printed: " + printed);

@@ -7,17 +7,17 @@
 #include <string_view>
 
 #include "fuzz_support.h"
-#include "port_query.h"
-#include "port_ranges.h"
+#include "ports/port_query.h"
+#include "ports/port_ranges.h"
 #include "tavoserviceconf.h"
 
 namespace {
 
 // The set of the ports of a list that the library has parsed, and the protocols of its head.
-tavo::PortQuery Parsed(const std::string &text) {
+tavo::tool::PortQuery Parsed(const std::string &text) {
     TAVO_SERVICE_CONF_PORT *list = nullptr;
     Require(TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &list) == 0);
-    tavo::PortQuery query;
+    tavo::tool::PortQuery query;
     query.protocols = list->nProtocol;
     for (const TAVO_SERVICE_CONF_PORT *port = list; port != nullptr; port = port->pNext) {
         const bool range = port->nPortType == TAVO_PORT_TYPE_RANGE;
@@ -32,19 +32,20 @@ tavo::PortQuery Parsed(const std::string &text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     QuietLog();
     const std::string_view text(reinterpret_cast<const char *>(data), size);
-    tavo::PortQuery query;
-    tavo::QueryProblem problem;
-    if (!tavo::ReadPortQuery(text, query, problem)) {
+    tavo::tool::PortQuery query;
+    tavo::tool::QueryProblem problem;
+    if (!tavo::tool::ReadPortQuery(text, query, problem)) {
         Require(query.items.empty() && query.protocols == 0);
         Require(!problem.message.empty() && problem.column >= 1 && problem.column <= size + 1);
         return 0;
     }
-    const std::string printed = tavo::QueryText(query);
-    const tavo::PortQuery parsed = Parsed(printed);
+    const std::string printed = tavo::tool::QueryText(query);
+    const tavo::tool::PortQuery parsed = Parsed(printed);
     Require(parsed.protocols == query.protocols);
-    Require(tavo::Merged(parsed.items) == tavo::Merged(query.items));
+    Require(tavo::tool::Merged(parsed.items) == tavo::tool::Merged(query.items));
 
-    tavo::PortQuery again;
-    Require(tavo::ReadPortQuery(printed, again, problem) && tavo::QueryText(again) == printed);
+    tavo::tool::PortQuery again;
+    Require(tavo::tool::ReadPortQuery(printed, again, problem) &&
+            tavo::tool::QueryText(again) == printed);
     return 0;
 }

@@ -12,14 +12,14 @@
 #include <utility>
 #include <vector>
 
-#include "command_options.h"
-#include "command_words.h"
-#include "given_up_change.h"
-#include "library_log.h"
-#include "report.h"
-#include "text.h"
+#include "change/given_up_change.h"
+#include "commands/command_options.h"
+#include "commands/command_words.h"
+#include "input/library_log.h"
+#include "output/report.h"
+#include "output/text.h"
 
-namespace tavo {
+namespace tavo::tool {
 namespace {
 
 constexpr char kExamples[] = R"(Examples:
@@ -122,7 +122,7 @@ int CommandLine::CheckAndRun() {
     const CLI::App &command = *app_.get_subcommands().front();
     Report report(options_.json);
     try {
-        tavo::Run(command, options_, report);
+        tavo::tool::Run(command, options_, report);
     } catch (const std::bad_alloc &) {
         TellThrown(command, options_, "out of memory", report);
     } catch (const std::exception &error) {
@@ -205,7 +205,7 @@ std::string CommandLine::AssignedFlag() const {
 }
 
 }  // namespace
-}  // namespace tavo
+}  // namespace tavo::tool
 
 namespace {
 
@@ -213,7 +213,7 @@ namespace {
 // memory; nothing has been changed by then. Everything else that ends here is a defect.
 [[noreturn]] void EndOutOfMemory() {
     std::fputs("servicetool: error: out of memory [failed]\n", stderr);
-    std::_Exit(static_cast<int>(tavo::Status::kFailed));
+    std::_Exit(static_cast<int>(tavo::tool::Status::kFailed));
 }
 
 [[noreturn]] void Terminate() {
@@ -233,7 +233,7 @@ namespace {
 int main(int argc, char **argv) {
     std::set_terminate(Terminate);
     try {
-        return tavo::CommandLine().Run(argc, argv);
+        return tavo::tool::CommandLine().Run(argc, argv);
     } catch (const std::bad_alloc &) {
         EndOutOfMemory();
     }

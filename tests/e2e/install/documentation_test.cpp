@@ -5,10 +5,13 @@
 
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
-#include "lint_rules.h"
+#include "lint/lint_rules.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 namespace fs = std::filesystem;

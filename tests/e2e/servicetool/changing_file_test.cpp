@@ -1,15 +1,17 @@
 // A file that someone writes while servicetool reads it. Here that is always just before the
 // library opens it: the test stands between servicetool and the library.
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
 
-#include "service_file.h"
+#include "input/service_file.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 constexpr char kOld[] = "[old]\ntitle=T\ndesc=D\ndst.ports=1\n";
@@ -65,9 +67,10 @@ TEST(ChangingFile, WithANameThatTheLibraryCutsIsNone) {
 }  // namespace
 }  // namespace tavo::test
 
-extern "C" int TAVOServiceConfGet(const char *path, TAVO_SERVICE_CONF **list) {
+// The linker calls the library's function __real_NAME, and lets its callers call __wrap_NAME.
+extern "C" int __real_TAVOServiceConfGet(const char *path, TAVO_SERVICE_CONF **list);
+
+extern "C" int __wrap_TAVOServiceConfGet(const char *path, TAVO_SERVICE_CONF **list) {
     tavo::test::WriteNext(path);
-    const auto library =
-        reinterpret_cast<decltype(&TAVOServiceConfGet)>(dlsym(RTLD_NEXT, "TAVOServiceConfGet"));
-    return library(path, list);
+    return __real_TAVOServiceConfGet(path, list);
 }

@@ -11,11 +11,14 @@
 #include <string>
 #include <vector>
 
-#include "ephemeral_ports.h"
 #include "port_world.h"
+#include "ports/ephemeral_ports.h"
 #include "servicetool_run.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using nlohmann::json;

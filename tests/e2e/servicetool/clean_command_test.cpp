@@ -1,10 +1,13 @@
 // servicetool clean: what killed programs left goes, what somebody needs stays.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <regex>
 #include <thread>
+#include <utility>
 
 #include "change_world.h"
 
@@ -35,44 +38,40 @@ std::string DeadPid() {
     return std::to_string(pid);
 }
 
-// A process that has the library loaded and does nothing.
-class IdleServicetool {
+// A process that does nothing but what `start` makes it do until its input ends.
+class IdleProcess {
   public:
-    IdleServicetool() {
-        int started[2];
-        EXPECT_EQ(pipe(started), 0);
+    // It is waited for until its maps hold `mapped`.
+    IdleProcess(const std::function<void()> &start, const std::string &mapped) {
         EXPECT_EQ(pipe2(input_, O_CLOEXEC), 0);
         pid_ = fork();
         if (pid_ == 0) {
             dup2(input_[0], STDIN_FILENO);
-            execl(SERVICETOOL, SERVICETOOL, "lint", "-", nullptr);
+            start();
             _exit(127);
         }
-        close(started[0]);
-        close(started[1]);
-        WaitForLibrary();
+        WaitFor(mapped);
     }
-    ~IdleServicetool() {
+    ~IdleProcess() {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
         close(input_[0]);
         close(input_[1]);
     }
-    IdleServicetool(const IdleServicetool &) = delete;
-    IdleServicetool &operator=(const IdleServicetool &) = delete;
+    IdleProcess(const IdleProcess &) = delete;
+    IdleProcess &operator=(const IdleProcess &) = delete;
 
     std::string Pid() const { return std::to_string(pid_); }
 
   private:
-    void WaitForLibrary() const {
+    void WaitFor(const std::string &mapped) const {
         for (int i = 0; i < 1000; ++i) {
-            const std::string maps = ReadFile("/proc/" + Pid() + "/maps");
-            if (maps.find("libtavoserviceconf.so") != std::string::npos) {
+            if (ReadFile("/proc/" + Pid() + "/maps").find(mapped) != std::string::npos) {
                 return;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        ADD_FAILURE() << "the library was not loaded";
+        ADD_FAILURE() << mapped << " was not loaded";
     }
 
     int input_[2] = {-1, -1};
@@ -201,8 +200,15 @@ TEST_F(CleanCommand, LeavesWhatALiveProcessMade) {
 TEST_F(CleanCommand, LeavesAFileThatSomebodyMayBeAt) {
     const std::string staged = MakeFile(kPackage + "tmp/notes.sc.Ab12Cd");
     const std::string updated = MakeFile("/tmp/servicetool.update.notes.sc.old");
-    {
-        const IdleServicetool other;
+    const std::pair<std::function<void()>, std::string> makers[] = {
+        {[] { execl(SERVICETOOL, SERVICETOOL, "lint", "-", nullptr); }, "/servicetool\n"},
+        {[] {
+             dlopen(LIBRARY, RTLD_NOW);
+             pause();
+         },
+         "/libtavoserviceconf.so"}};
+    for (const auto &[start, mapped] : makers) {
+        const IdleProcess other(start, mapped);
         const std::string in_use = ": may be in use by process " + other.Pid() + '\n';
         ExpectRun(ServiceTool({"clean"}), 0,
                   updated + ": copy of the replaced file notes.sc" + in_use + staged +

@@ -1,10 +1,10 @@
-#include "diagnostic.h"
+#include "output/diagnostic.h"
 
 #include <gmock/gmock.h>
 
 #include <utility>
 
-namespace tavo {
+namespace tavo::tool {
 namespace {
 
 Diagnostic PortTooHigh() {
@@ -172,4 +172,4 @@ TEST(AroundSpot, CutsBetweenCharacters) {
 }
 
 }  // namespace
-}  // namespace tavo
+}  // namespace tavo::tool

@@ -5,12 +5,15 @@
 #include <set>
 #include <string>
 
-#include "lint_keys.h"
-#include "lint_rules.h"
+#include "lint/lint_keys.h"
+#include "lint/lint_rules.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using testing::HasSubstr;

@@ -5,11 +5,14 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "firewall_services.h"
+#include "ports/firewall_services.h"
 #include "service_folders.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using testing::ElementsAre;
@@ -73,7 +76,8 @@ TEST_F(FirewallServicesList, ThatCannotBeMadeIsIncomplete) {
 }  // namespace
 }  // namespace tavo::test
 
-extern "C" int TAVOFwServiceEnum(TAVO_FW_SERVICE **list) {
+// The linker lets the callers of the library's TAVOFwServiceEnum call this one.
+extern "C" int __wrap_TAVOFwServiceEnum(TAVO_FW_SERVICE **list) {
     *list = nullptr;
     for (auto name = tavo::test::names.rbegin(); name != tavo::test::names.rend(); ++name) {
         auto *service = static_cast<TAVO_FW_SERVICE *>(std::calloc(1, sizeof(TAVO_FW_SERVICE)));

@@ -1,5 +1,5 @@
 // The search for free ports, against a table of held ones that counts the questions.
-#include "free_port_search.h"
+#include "ports/free_port_search.h"
 
 #include <gmock/gmock.h>
 
@@ -11,6 +11,9 @@
 #include <utility>
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using testing::Optional;

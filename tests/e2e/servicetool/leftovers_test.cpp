@@ -1,5 +1,5 @@
 // What looks left behind may be in use, or be needed, by the time that it is removed.
-#include "leftovers.h"
+#include "change/leftovers.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 
 #include "temporary_folder.h"
 
-namespace tavo {
+namespace tavo::tool {
 namespace {
 
 namespace fs = std::filesystem;
@@ -34,12 +34,12 @@ TEST_F(RemoveLeftover, LeavesAFileThatIsLockedByNow) {
     const Leftover leftover = {LeftoverKind::kUpdatedFile, path, "notes.sc"};
     const int user = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(user, LOCK_EX), 0);
-    EXPECT_EQ(tavo::RemoveLeftover(leftover), "somebody uses it");
+    EXPECT_EQ(tool::RemoveLeftover(leftover), "somebody uses it");
     EXPECT_TRUE(fs::exists(path));
     close(user);
-    EXPECT_EQ(tavo::RemoveLeftover(leftover), "");
+    EXPECT_EQ(tool::RemoveLeftover(leftover), "");
     EXPECT_FALSE(fs::exists(path));
-    EXPECT_EQ(tavo::RemoveLeftover(leftover), "");
+    EXPECT_EQ(tool::RemoveLeftover(leftover), "");
 }
 
 TEST_F(RemoveLeftover, LeavesWhatALinkLeadsTo) {
@@ -47,7 +47,7 @@ TEST_F(RemoveLeftover, LeavesWhatALinkLeadsTo) {
     const std::string link = Path("servicetool.update.notes.sc.old");
     fs::create_symlink(target, link);
     for (const LeftoverKind kind : {LeftoverKind::kUpdatedFile, LeftoverKind::kPrivateFolder}) {
-        EXPECT_EQ(tavo::RemoveLeftover({kind, link, "notes.sc"}),
+        EXPECT_EQ(tool::RemoveLeftover({kind, link, "notes.sc"}),
                   "there is another one of its name now");
     }
     EXPECT_TRUE(fs::is_symlink(link));
@@ -61,8 +61,8 @@ TEST_F(RemoveLeftover, LeavesTheFilesOfANewProcessOfThatId) {
     Make("store.tmp." + std::to_string(pid) + "/file");
     Make("store/file");
     const std::string another = "there is another one of its name now";
-    EXPECT_EQ(tavo::RemoveLeftover({LeftoverKind::kRemovedFile, file, "notes.sc", pid}), another);
-    EXPECT_EQ(tavo::RemoveLeftover({LeftoverKind::kStore, store, Path("store"), pid}), another);
+    EXPECT_EQ(tool::RemoveLeftover({LeftoverKind::kRemovedFile, file, "notes.sc", pid}), another);
+    EXPECT_EQ(tool::RemoveLeftover({LeftoverKind::kStore, store, Path("store"), pid}), another);
     EXPECT_TRUE(fs::exists(file));
     EXPECT_TRUE(fs::exists(store + "/file"));
 }
@@ -71,14 +71,14 @@ TEST_F(RemoveLeftover, LeavesACopyWhoseStoreIsLostByNow) {
     const Leftover leftover = {LeftoverKind::kStore, Path("copy"), Path("store")};
     Make("copy/file");
     Make("store/other");
-    EXPECT_EQ(tavo::RemoveLeftover(leftover), "it holds file, which " + Path("store") + " lacks");
+    EXPECT_EQ(tool::RemoveLeftover(leftover), "it holds file, which " + Path("store") + " lacks");
     fs::remove_all(Path("store"));
-    EXPECT_EQ(tavo::RemoveLeftover(leftover), "it is the only copy of " + Path("store"));
+    EXPECT_EQ(tool::RemoveLeftover(leftover), "it is the only copy of " + Path("store"));
     EXPECT_TRUE(fs::exists(Path("copy/file")));
     Make("store/file");
-    EXPECT_EQ(tavo::RemoveLeftover(leftover), "");
+    EXPECT_EQ(tool::RemoveLeftover(leftover), "");
     EXPECT_FALSE(fs::exists(Path("copy")));
 }
 
 }  // namespace
-}  // namespace tavo
+}  // namespace tavo::tool

@@ -6,14 +6,14 @@
 #include <string_view>
 #include <vector>
 
-#include "lint.h"
+#include "lint/lint.h"
 
 namespace tavo::test {
 
 // Findings as "LINE:COLUMN severity rule: message | fix".
 inline std::vector<std::string> Findings(std::string_view text) {
     std::vector<std::string> findings;
-    for (const Diagnostic &d : LintText(text, "web.sc").diagnostics) {
+    for (const tool::Diagnostic &d : tool::LintText(text, "web.sc").diagnostics) {
         findings.push_back(std::to_string(d.line) + ':' + std::to_string(d.column) + ' ' +
                            std::string(SeverityName(d.severity)) + ' ' + d.rule + ": " + d.message +
                            (d.fix.empty() ? "" : " | " + d.fix));

@@ -6,11 +6,14 @@
 #include <memory>
 #include <vector>
 
-#include "input_file.h"
-#include "lint.h"
+#include "input/input_file.h"
+#include "lint/lint.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using Names = std::vector<std::string>;

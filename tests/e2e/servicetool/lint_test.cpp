@@ -1,16 +1,19 @@
 // The rules of lint about files, sections, lines and keys: what it says, where it points and what
 // it suggests.
-#include "lint.h"
+#include "lint/lint.h"
 
 #include <gmock/gmock.h>
 
 #include <set>
 #include <string>
 
+#include "lint/lint_rules.h"
 #include "lint_findings.h"
-#include "lint_rules.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using namespace std::string_literals;

@@ -3,12 +3,15 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
+#include "change/listeners.h"
 #include "change_world.h"
-#include "listeners.h"
 #include "tavopluginsdk.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using testing::ElementsAre;

@@ -1,5 +1,5 @@
 // The picture of the port space: its shape, its signs, its colours and its legend.
-#include "port_map.h"
+#include "picture/port_map.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +10,9 @@
 #include <vector>
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 constexpr std::string_view kPlain = "\x1b[0m";

@@ -1,5 +1,5 @@
 // PORTS[/PROTOCOLS] on the command line: what is taken, what is refused and where.
-#include "port_query.h"
+#include "ports/port_query.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +9,9 @@
 #include "tavoserviceconf.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using namespace std::string_literals;

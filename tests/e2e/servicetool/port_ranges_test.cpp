@@ -1,5 +1,5 @@
 // Ports as ranges, as they are declared, and as candidates, against a table of all ports.
-#include "port_ranges.h"
+#include "ports/port_ranges.h"
 
 #include <gtest/gtest.h>
 
@@ -11,12 +11,15 @@
 #include <utility>
 #include <vector>
 
-#include "declared_text.h"
-#include "ephemeral_ports.h"
-#include "port_candidates.h"
+#include "ports/declared_text.h"
+#include "ports/ephemeral_ports.h"
+#include "ports/port_candidates.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using PortTable = std::bitset<kHighestPort + 1>;

@@ -1,7 +1,6 @@
 // Who holds which ports, and whether that is a service's program, without a command around it.
-#include "socket_holders.h"
+#include "ports/socket_holders.h"
 
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -19,7 +18,7 @@
 #include "held_socket.h"
 #include "holding_program.h"
 #include "port_world.h"
-#include "service_programs.h"
+#include "ports/service_programs.h"
 #include "tavoserviceconf.h"
 
 namespace {
@@ -34,37 +33,42 @@ bool without_programs = false;
 // What happens as soon as the tables of sockets were read once.
 std::function<void()> after_tables;
 
-template <typename Function>
-Function *OfTheLibrary(Function *, const char *name) {
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
-TLIBCSzHash *InodeToPidsTableFetch(void) {
+// The linker calls the library's functions __real_NAME, and lets its callers call __wrap_NAME.
+extern "C" {
+
+TLIBCSzHash *__real_InodeToPidsTableFetch(void);
+char *__real_ProgramCommandFetch(uint32_t uPid);
+int __real_ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pList);
+
+TLIBCSzHash *__wrap_InodeToPidsTableFetch(void) {
     ++looks;
     if (blind_looks > 0) {
         --blind_looks;
         return TLIBCSzHashAlloc(1);
     }
-    return OfTheLibrary(InodeToPidsTableFetch, "InodeToPidsTableFetch")();
+    return __real_InodeToPidsTableFetch();
 }
 
-char *ProgramCommandFetch(uint32_t uPid) {
-    return without_programs ? nullptr
-                            : OfTheLibrary(ProgramCommandFetch, "ProgramCommandFetch")(uPid);
+char *__wrap_ProgramCommandFetch(uint32_t uPid) {
+    return without_programs ? nullptr : __real_ProgramCommandFetch(uPid);
 }
 
-int ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pList) {
-    const int result =
-        OfTheLibrary(ParseToRawSocketInfo, "ParseToRawSocketInfo")(szPath, uProtocol, pList);
+int __wrap_ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pList) {
+    const int result = __real_ParseToRawSocketInfo(szPath, uProtocol, pList);
     if (after_tables && std::string_view(szPath) == "/proc/net/udp6") {
         std::exchange(after_tables, nullptr)();
     }
     return result;
 }
 
+}  // extern "C"
+
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 // "8080 1 LISTEN 812", "8080 1 LISTEN ?", of the ports from 8000 to 8099.
@@ -72,7 +76,7 @@ std::vector<std::string> Held() {
     const SocketHolders holders = LookAtSockets();
     EXPECT_TRUE(holders.known) << holders.problem;
     std::vector<std::string> texts;
-    for (const tavo::HeldSocket &socket : holders.sockets) {
+    for (const tool::HeldSocket &socket : holders.sockets) {
         if (socket.port / 100 == 80) {
             texts.push_back(std::to_string(socket.port) + ' ' + std::to_string(socket.protocol) +
                             ' ' + StateName(socket) + ' ' +
@@ -208,7 +212,7 @@ TEST_F(SocketHoldersTest, MayHandTheirSocketsOverBeforeTheyEnd) {
 }
 
 TEST(SocketStates, HaveNames) {
-    const std::pair<tavo::HeldSocket, std::string> states[] = {
+    const std::pair<tool::HeldSocket, std::string> states[] = {
         {{1, TAVO_PROTO_TCP, 10, {}}, "LISTEN"},     {{1, TAVO_PROTO_TCP, 1, {}}, "ESTABLISHED"},
         {{1, TAVO_PROTO_TCP, 7, {}}, "CLOSE"},       {{1, TAVO_PROTO_TCP, 8, {}}, "CLOSE_WAIT"},
         {{1, TAVO_PROTO_UDP, 7, {}}, "UNCONNECTED"}, {{1, TAVO_PROTO_UDP, 1, {}}, "CONNECTED"},

@@ -1,8 +1,8 @@
-#include "table.h"
+#include "output/table.h"
 
 #include <gmock/gmock.h>
 
-namespace tavo {
+namespace tavo::tool {
 namespace {
 
 Table TwoRows() {
@@ -60,4 +60,4 @@ TEST(Table, AlignsByColumnsAndNotByBytes) {
 }
 
 }  // namespace
-}  // namespace tavo
+}  // namespace tavo::tool

@@ -1,4 +1,4 @@
-#include "text.h"
+#include "output/text.h"
 
 #include <gmock/gmock.h>
 
@@ -6,7 +6,7 @@
 #include <initializer_list>
 #include <string>
 
-namespace tavo {
+namespace tavo::tool {
 namespace {
 
 using namespace std::string_view_literals;
@@ -133,4 +133,4 @@ TEST(Counted, TellsOneFromMany) {
 }
 
 }  // namespace
-}  // namespace tavo
+}  // namespace tavo::tool

@@ -1,5 +1,5 @@
 // Diffs as diff -u prints them and patch takes them.
-#include "unified_diff.h"
+#include "change/unified_diff.h"
 
 #include <gmock/gmock.h>
 
@@ -9,6 +9,9 @@
 #include "temporary_folder.h"
 
 namespace tavo::test {
+
+using namespace tool;
+
 namespace {
 
 using testing::EndsWith;

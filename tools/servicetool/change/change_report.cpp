@@ -1,0 +1,264 @@
+#include "change/change_report.h"
+
+#include <algorithm>
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "change/installed_file.h"
+#include "change/side_copies.h"
+#include "input/library_log.h"
+#include "output/text.h"
+
+namespace tavo::tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string_view WhatWasDone(const Change &change) {
+    if (change.before) {
+        return change.after ? "changed" : "removed";
+    }
+    return change.section.empty() ? "installed" : "made";
+}
+
+// A change that was given up before its file was found knows only the name.
+bool IsName(const std::string &path) {
+    return path.find('/') == std::string::npos;
+}
+
+Json NamesOf(const std::vector<Hearing> &hearings, bool told) {
+    Json names = Json::array();
+    for (const Hearing &hearing : hearings) {
+        if (hearing.told == told) {
+            names.push_back(ListenerName(hearing.listener));
+        }
+    }
+    return names;
+}
+
+// A section that cannot be taken out is put back, and so is the firewall's record of it, of whose
+// removal the firewall may have read.
+std::string FirewallFix(const std::vector<LoggedLine> &lines) {
+    const bool told = std::any_of(lines.begin(), lines.end(), [](const LoggedLine &line) {
+        return line.of_library && (line.text == "Remove service configure section fail!" ||
+                                   line.text == "Restart service fail");
+    });
+    return told ? "write servicetool restart, for the firewall may have read what was put back"
+                : "";
+}
+
+}  // namespace
+
+ChangeReport::ChangeReport(Change change, Report &report)
+    : change_(std::move(change)),
+      report_(report),
+      diff_(UnifiedDiff(change_.before, change_.after, change_.path)) {}
+
+void ChangeReport::Add(const std::string &section, const PortQuery &query,
+                       const PortAnswer &answer) {
+    const PortVerdict verdict = answer.Verdict();
+    taken_ |= verdict == PortVerdict::kTaken;
+    unknown_ |= verdict == PortVerdict::kUnknown;
+    if (verdict != PortVerdict::kFree) {
+        verdicts_ += Escaped(change_.path) + ": [" + Escaped(section) + "] " +
+                     VerdictText(query, answer) + '\n';
+    }
+    table_.Add(answer.conflicts, section);
+    for (const PortConflict &conflict : answer.conflicts) {
+        conflicts_.emplace_back(section, conflict);
+    }
+}
+
+void ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
+                          Status status) {
+    report_.TellError(change_.path, std::move(rule), message + std::string(kSoUnchanged),
+                      std::move(fix));
+    report_.Raise(status);
+    AddResult();
+}
+
+bool ChangeReport::RefusesPorts() {
+    report_.Print(table_.Text(true, report_.Columns()) + verdicts_);
+    if (change_.force || (!taken_ && !unknown_)) {
+        return false;
+    }
+    if (taken_) {
+        Refuse("taken", "its ports are taken", change_.taken_fix,
+               unknown_ ? Status::kFailed : Status::kNo);
+    } else {
+        Refuse("unknown", "it cannot be told whether its ports are free", change_.unknown_fix,
+               Status::kFailed);
+    }
+    return true;
+}
+
+void ChangeReport::PrintPlan(const std::string &what) {
+    if (!what.empty()) {
+        report_.Print(Escaped(change_.path) + ": " + what + '\n');
+    }
+    if (!change_.listeners.empty()) {
+        report_.Print("tell " + ListenersText(change_.listeners) + '\n');
+    }
+    report_.Print(ShownDiff(diff_, report_.Colour()));
+}
+
+bool ChangeReport::End(const std::string &text) {
+    report_.Print(text + std::string(kUnchanged) + ", nobody was told\n");
+    AddResult();
+    return false;
+}
+
+bool ChangeReport::Begin(const std::string &what) {
+    if (!change_.path.empty() && !change_.told_only && change_.before == change_.after) {
+        return End(Escaped(change_.path) + ": is so already: ");
+    }
+    if (RefusesPorts()) {
+        return false;
+    }
+    PrintPlan(what);
+    return change_.dry_run ? End("dry run: ") : true;
+}
+
+void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
+    copied_path_ = path;
+    source_name_ = name;
+}
+
+// What is thrown by the call is thrown before the library changes anything.
+Outcome ChangeReport::Call(const std::function<int()> &call) {
+    Outcome outcome;
+    TLIBCErrSetEx(0, nullptr, 0);
+    ChangeLog log;
+    try {
+        outcome.result = call();
+    } catch (const std::exception &error) {
+        outcome.problem = LowerFirst(error.what());
+    }
+    outcome.code = TLIBCErrGet();
+    outcome.lines = log.End();
+    for (LoggedLine &line : outcome.lines) {
+        line.text = Replaced(std::move(line.text), copied_path_, source_name_);
+    }
+    return outcome;
+}
+
+// Nothing that is thrown comes out: who sees it would take it that nothing was changed.
+void ChangeReport::Do(const std::function<int()> &call) {
+    try {
+        TellOutcome(Call(call));
+    } catch (const std::exception &error) {
+        TellFailed("cannot tell what came of the change: " + LowerFirst(error.what()),
+                   "look at what the file holds now");
+    }
+    AddResult();
+}
+
+// A call that fails has told nobody; in all others people were told, whatever became of the file.
+void ChangeReport::TellOutcome(const Outcome &outcome) {
+    if (!change_.path.empty()) {
+        TellFile(outcome);
+    }
+    if (change_.path.empty() || outcome.result >= 0) {
+        TellListeners(outcome.lines);
+    }
+    TellSideCopies();
+}
+
+// The library does not notice every write that fails, so the file itself is asked.
+void ChangeReport::TellFile(const Outcome &outcome) {
+    FileText now;
+    try {
+        now = TextOf(change_.path);
+    } catch (const std::runtime_error &error) {
+        TellFailed("cannot tell what came of the change: " + LowerFirst(error.what()),
+                   "look at what the file holds now");
+        return;
+    }
+    changed_ = now != change_.before;
+    const bool as_planned = now == change_.after;
+    if (outcome.result >= 0 && as_planned && change_.told_only) {
+        return;
+    }
+    if (outcome.result >= 0 && as_planned) {
+        report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
+        return;
+    }
+    if (outcome.result >= 0 && changed_) {
+        TellFailed("somebody else changed it meanwhile", "look at it, and make the change again");
+        return;
+    }
+    const std::string reason = LowerFirst(ReasonOf(outcome, change_.path));
+    if (change_.told_only) {
+        TellFailed(reason, "");
+    } else if (!changed_) {
+        TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
+                   FirewallFix(outcome.lines));
+    } else if (as_planned) {
+        TellFailed(reason + "; the file is changed all the same", "write servicetool restart");
+    } else {
+        TellFailed(reason + "; somebody else changed the file meanwhile",
+                   "look at it, and make the change again");
+    }
+}
+
+void ChangeReport::TellFailed(std::string message, std::string fix) {
+    report_.TellError(change_.path, "failed", std::move(message), std::move(fix));
+    report_.Raise(Status::kFailed);
+}
+
+void ChangeReport::Warn(std::string file, std::string rule, std::string message, std::string fix) {
+    report_.Tell({std::move(file),
+                  0,
+                  0,
+                  Severity::kWarning,
+                  std::move(rule),
+                  std::move(message),
+                  std::move(fix),
+                  {}});
+    report_.Raise(Status::kFailed);
+}
+
+void ChangeReport::TellListeners(const std::vector<LoggedLine> &lines) {
+    hearings_ = HearingsOf(change_.listeners, lines);
+    std::vector<Listener> told;
+    for (const Hearing &hearing : hearings_) {
+        if (hearing.told) {
+            told.push_back(hearing.listener);
+        } else {
+            Warn("", "not-told", NotToldText(hearing),
+                 NotToldFix(hearing.listener, !change_.after));
+        }
+    }
+    if (!told.empty()) {
+        report_.PrintDone("told " + ListenersText(told));
+    }
+}
+
+void ChangeReport::TellSideCopies() {
+    for (const SideCopy &copy : SideCopiesLeft()) {
+        Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
+             "see that " + copy.original + " is whole, and remove the copy");
+    }
+}
+
+void ChangeReport::AddResult() {
+    Json json = {{"operation", change_.operation},
+                 {"file", TextOrNull(change_.path.substr(change_.path.rfind('/') + 1))},
+                 {"path", TextOrNull(IsName(change_.path) ? "" : change_.path)},
+                 {"section", TextOrNull(change_.section)},
+                 {"dry_run", change_.dry_run},
+                 {"changed", changed_},
+                 {"diff", TextOrNull(diff_)}};
+    json["conflicts"] = Json::array();
+    for (const auto &[section, conflict] : conflicts_) {
+        Json one = {{"section", Utf8Text(section)}};
+        one.update(ConflictJson(conflict));
+        json["conflicts"].push_back(std::move(one));
+    }
+    json["told"] = NamesOf(hearings_, true);
+    json["not_told"] = NamesOf(hearings_, false);
+    report_.AddResult(json);
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,169 @@
+#include "change/installed_file.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "input/folder_names.h"
+#include "input/input_file.h"
+#include "output/text.h"
+
+namespace tavo::tool {
+namespace {
+
+// The library keeps copies by names that hold the file's: this is the longest, with the highest
+// process id of all. Where that is no name of a file, it would go on without the copy.
+constexpr std::string_view kLongestDecoration = "servicetool.remove..4194304";
+constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration.size();
+
+// Why the text names no file of a service folder; empty when it may.
+std::string NameProblem(const std::string &name) {
+    const auto is_control = [](char c) {
+        return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
+    };
+    if (name.empty() || name == "." || name == "..") {
+        return "is no name of a file";
+    }
+    if (std::find(name.begin(), name.end(), '/') != name.end()) {
+        return "is a path";
+    }
+    if (name.size() > kLongestName) {
+        return "is longer than " + std::to_string(kLongestName) + " bytes";
+    }
+    return std::any_of(name.begin(), name.end(), is_control) ? "holds a control byte" : "";
+}
+
+// Whether the file or a symbolic link of that name is there. Where that is unknown, which is told
+// and raises the status, the file may be there: no second one of its name is made.
+std::optional<bool> Exists(const std::string &path, Report &report) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) == 0) {
+        return true;
+    }
+    if (IsAbsence(errno)) {
+        return false;
+    }
+    report.TellError(path, "unreadable", ErrorText(errno) + std::string(kSoUnchanged));
+    report.Raise(Status::kFailed);
+    return {};
+}
+
+bool LeadsNowhere(const std::string &path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && stat(path.c_str(), &status) != 0 && errno == ENOENT;
+}
+
+std::string PathIn(const ServiceFolder &folder, const std::string &name) {
+    return std::string(folder.path) + '/' + name;
+}
+
+// The folders that are asked for; both where none is.
+std::vector<ServiceFolder> Candidates(const FolderChoice &choice) {
+    return ServiceFolders(choice.system    ? TAVO_SERVICE_CONF_DIR_SYSTEM
+                          : choice.package ? TAVO_SERVICE_CONF_DIR_PACKAGE
+                                           : kEveryServiceFolder);
+}
+
+// A name in the folder that is the same but for case, or for an ending that was left out; empty
+// where there is none.
+std::string MeantName(const ServiceFolder &folder, const std::string &name) {
+    std::string meant;
+    const auto names = NamesIn(std::string(folder.path));
+    for (const std::string &other : names.value_or(std::vector<std::string>())) {
+        if (LowerCase(other) == LowerCase(name) || LowerCase(other) == LowerCase(name + ".sc")) {
+            meant = std::max(meant, other);
+        }
+    }
+    return meant;
+}
+
+bool Lock(const std::string &name, InstalledFile &file, Report &report) {
+    return file.lock.Take() || TellNoLock(file.lock, name, std::string(kSoUnchanged), report);
+}
+
+bool Read(InstalledFile &file, Report &report) {
+    FileContents contents = ReadRegularFile(file.path);
+    if (!contents.problem.empty()) {
+        report.TellError(file.path, "unreadable", contents.problem + std::string(kSoUnchanged),
+                         LeadsNowhere(file.path) ? "remove the link, which leads nowhere" : "");
+        report.Raise(Status::kFailed);
+        return false;
+    }
+    file.text = std::move(contents.text);
+    return true;
+}
+
+}  // namespace
+
+bool CheckFileName(const std::string &name, Report &report) {
+    const std::string problem = NameProblem(name);
+    if (!problem.empty()) {
+        report.TellUsage("file name " + Quoted(name) + ' ' + problem,
+                         "write the name of an installed file, such as mypackage.sc");
+    }
+    return problem.empty();
+}
+
+bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
+                       bool dry_run, InstalledFile &file, Report &report) {
+    if (!CheckFileName(name, report) || (!dry_run && !Lock(name, file, report))) {
+        return false;
+    }
+    const std::vector<ServiceFolder> folders = Candidates(choice);
+    std::vector<ServiceFolder> found;
+    for (const ServiceFolder &folder : folders) {
+        const std::optional<bool> exists = Exists(PathIn(folder, name), report);
+        if (!exists) {
+            return false;
+        }
+        if (*exists) {
+            found.push_back(folder);
+        }
+    }
+    if (found.size() > 1) {
+        report.TellUsage(Quoted(name) + " is installed in both folders",
+                         "add --system or --package");
+        return false;
+    }
+    if (found.empty() && missing == Missing::kRefuse) {
+        return TellNotInstalled(name, choice, report);
+    }
+    file.name = name;
+    file.folder = found.empty() ? folders.back() : found.front();
+    file.path = PathIn(file.folder, name);
+    return found.empty() || Read(file, report);
+}
+
+bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Report &report) {
+    std::string paths;
+    std::string fix;
+    for (const ServiceFolder &folder : Candidates(choice)) {
+        paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
+        const std::string meant = MeantName(folder, name);
+        fix = meant.empty() ? fix : "write " + meant;
+    }
+    report.TellError(name, "not-found", "is not installed in " + paths + std::string(kSoUnchanged),
+                     std::move(fix));
+    report.Raise(Status::kNo);
+    return false;
+}
+
+FileText TextOf(const std::string &path) {
+    FileContents contents = ReadRegularFile(path);
+    if (contents.absent) {
+        return {};
+    }
+    if (!contents.problem.empty()) {
+        throw std::runtime_error(path + ": " + contents.problem);
+    }
+    return std::move(contents.text);
+}
+
+}  // namespace tavo::tool

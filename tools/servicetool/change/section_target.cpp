@@ -1,0 +1,237 @@
+#include "change/section_target.h"
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+#include <stdexcept>
+#include <utility>
+
+#include "change/staged_section.h"
+#include "config_lines.h"
+#include "input/input_file.h"
+#include "input/library_failure.h"
+#include "input/library_log.h"
+#include "lint/lint.h"
+#include "output/text.h"
+#include "ports/port_sources.h"
+#include "ports/section_queries.h"
+
+namespace tavo::tool {
+namespace {
+
+constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
+                             TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
+
+constexpr char kUnreadSection[] = "the section cannot be read";
+
+// Why no service can have that name; empty when one can.
+std::string NameProblem(const std::string &section) {
+    if (section.empty()) {
+        return "is empty";
+    }
+    if (section == kGlobalSection) {
+        return "is that of a section that is no service";
+    }
+    if (section.size() >= TAVO_SERVICE_CONF_NAME_SIZE) {
+        return "is longer than " + std::to_string(TAVO_SERVICE_CONF_NAME_SIZE - 1) + " bytes";
+    }
+    return section.find_first_not_of(kNameCharacters) == std::string::npos
+               ? ""
+               : R"(holds something else than letters, digits, "-", "." and "_")";
+}
+
+void ReadSection(SectionTarget &target) {
+    if (!target.file.text) {
+        return;
+    }
+    const LibraryLog log;
+    const MemoryFile copy(*target.file.text);
+    const OwnedTable keys = OrThrow(OwnedTable(TLIBCSzHashAlloc(1)));
+    TLIBCSzHash *table = keys.get();
+    ForgetFailure();
+    const int count = TLIBCFileGetSection(copy.Path().c_str(), target.section.c_str(), &table);
+    if (count < 0) {
+        ThrowIfSystemFailed(kUnreadSection);
+        throw std::runtime_error(kUnreadSection);
+    }
+    target.present = count > 0;
+    TAVO_SERVICE_CONF_SECTION *today = nullptr;
+    ForgetFailure();
+    if (TAVOServiceConfSectionGet(copy.Path().c_str(), target.section.c_str(), &today) != 0) {
+        ThrowIfSystemFailed(kUnreadSection);
+    }
+    target.today.reset(today);
+}
+
+// The lines that belong to a section, its headers included.
+std::set<std::size_t> LinesOfSection(const std::string &text, const std::string &section) {
+    std::set<std::size_t> lines;
+    bool inside = false;
+    ConfigLineReader reader(text);
+    for (ConfigLine line; reader.Next(line);) {
+        if (line.kind == ConfigLineKind::kSection) {
+            inside = line.name == section;
+        }
+        if (inside) {
+            lines.insert(line.number);
+        }
+    }
+    return lines;
+}
+
+bool LintChange(const Change &change, Report &report) {
+    const std::string &text = *change.after;
+    const std::set<std::size_t> own = LinesOfSection(text, change.section);
+    LintResult lint;
+    {
+        const LibraryLog log;
+        lint = LintText(text, change.path);
+    }
+    for (Diagnostic &diagnostic : lint.diagnostics) {
+        if (own.count(diagnostic.line) != 0) {
+            report.Tell(std::move(diagnostic));
+        }
+    }
+    return std::all_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
+        return service.name != change.section || service.readable;
+    });
+}
+
+// The name of a section as it stands in the file, found by the name in any case: the very name
+// where there is one.
+std::string NameInFile(const std::string &text, const std::string &section) {
+    std::string similar;
+    ConfigLineReader reader(text);
+    for (ConfigLine line; reader.Next(line);) {
+        if (line.kind != ConfigLineKind::kSection) {
+            continue;
+        }
+        if (line.name == section) {
+            return section;
+        }
+        if (LowerCase(line.name) == LowerCase(section)) {
+            similar = line.name;
+        }
+    }
+    return similar;
+}
+
+// A section without keys is there for whoever looks into the file, but for nobody else.
+bool TellMissing(const SectionTarget &target, Report &report) {
+    const std::string name = NameInFile(*target.file.text, target.section);
+    const bool empty = name == target.section;
+    report.TellError(target.file.path, "not-found",
+                     (empty ? "section [" + target.section + "] has no keys"
+                            : "has no section [" + target.section + ']') +
+                         std::string(kSoUnchanged),
+                     empty          ? "write servicetool set, or take its line out by hand"
+                     : name.empty() ? ""
+                                    : "write " + name);
+    report.Raise(Status::kNo);
+    return false;
+}
+
+OwnedPortList ParsePorts(const std::string &text, unsigned int direction) {
+    const LibraryLog log;
+    TAVO_SERVICE_CONF_PORT *ports = nullptr;
+    ForgetFailure();
+    if (TAVOServiceConfPortsGet(text.c_str(), direction, &ports) < 0) {
+        ThrowIfSystemFailed("the ports cannot be read");
+    }
+    return OwnedPortList(ports);
+}
+
+}  // namespace
+
+bool FindSection(const SectionOptions &options, Missing missing, SectionTarget &target,
+                 Report &report) {
+    const std::string problem = NameProblem(options.section);
+    if (!problem.empty()) {
+        report.TellUsage("section name " + Quoted(options.section) + ' ' + problem, "");
+        return false;
+    }
+    if (!FindInstalledFile(options.file, options.folder, missing, options.dry_run, target.file,
+                           report)) {
+        return false;
+    }
+    target.section = options.section;
+    ReadSection(target);
+    return target.present || missing == Missing::kAllow || TellMissing(target, report);
+}
+
+Change ChangeOf(std::string_view operation, const SectionTarget &target,
+                const SectionOptions &options, FileText after) {
+    Change change;
+    change.operation = operation;
+    change.path = target.file.path;
+    change.section = target.section;
+    change.before = target.file.text;
+    change.after = std::move(after);
+    change.dry_run = options.dry_run;
+    return change;
+}
+
+std::vector<Listener> ListenersOf(Listener first, const SectionOptions &options) {
+    std::vector<Listener> listeners = {first};
+    if (!options.no_restart) {
+        listeners = {first, Listener::kFirewall, Listener::kRelay};
+        listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
+    }
+    return listeners;
+}
+
+OwnedPortList ReadPorts(const std::string &text, unsigned int direction, Report &report) {
+    PortQuery query;
+    QueryProblem problem;
+    if (!ReadPortQuery(text, query, problem)) {
+        report.TellUsage(
+            Quoted(text) + ", column " + std::to_string(problem.column) + ": " + problem.message,
+            problem.fix);
+        return nullptr;
+    }
+    OwnedPortList ports = ParsePorts(text, direction);
+    if (ports == nullptr) {
+        report.TellUsage(Quoted(text) + " is no port list to the library", "");
+    } else if (PortsValue(*ports).empty()) {
+        report.TellUsage(Quoted(text) + " is longer than the " +
+                             std::to_string(kLongestPortsValue) +
+                             " bytes that a service file has for ports",
+                         "join ports to ranges, or write a service of its own for some of them");
+        return nullptr;
+    }
+    return ports;
+}
+
+TAVO_SERVICE_CONF_PORT *Reversed(TAVO_SERVICE_CONF_PORT *ports) {
+    TAVO_SERVICE_CONF_PORT *reversed = nullptr;
+    while (ports != nullptr) {
+        TAVO_SERVICE_CONF_PORT *next = std::exchange(ports->pNext, reversed);
+        reversed = std::exchange(ports, next);
+    }
+    return reversed;
+}
+
+bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
+                  Report &report) {
+    if (!LintChange(change.Plan(), report)) {
+        change.Refuse("invalid", "the library would not read section [" + target.section + ']');
+        return false;
+    }
+    PortSources sources(kEverySource, report);
+    change.Add(target.section, query, sources.Ask(query, {target.section}));
+    return true;
+}
+
+TAVO_SERVICE_CONF_SET_PARAM ParamOf(const SectionTarget &target, const SectionOptions &options) {
+    TAVO_SERVICE_CONF_SET_PARAM param{};
+    param.nRestartMode = options.no_restart ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
+    param.nRestartFlags = TAVO_RESTART_FIREWALL;
+    param.nWriteMode = TAVO_WRITE_MODE_SET;
+    param.nCheckFlags = kEverySource;
+    param.nLocation = static_cast<std::uint32_t>(target.file.folder.selector);
+    std::memcpy(param.szFileName, target.file.name.data(), target.file.name.size());
+    std::memcpy(param.szSectionName, target.section.data(), target.section.size());
+    return param;
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,105 @@
+// servicetool clean. Nobody changes anything meanwhile through servicetool, so what looks unused
+// is.
+#include <nlohmann/json.hpp>
+
+#include "change/change_lock.h"
+#include "change/leftovers.h"
+#include "commands/commands.h"
+#include "output/text.h"
+
+namespace tavo::tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+class Cleaning {
+  public:
+    Cleaning(bool dry_run, Report &report) : dry_run_(dry_run), report_(report) {}
+
+    void Run();
+
+  private:
+    void Treat(const Leftover &leftover);
+    void TellUnread(const Leftovers &found);
+    void Add(const Leftover &leftover, const char *state);
+    void Print(const Leftover &leftover, const std::string &state);
+
+    bool dry_run_;
+    Report &report_;
+};
+
+void Cleaning::Run() {
+    const Leftovers found = FindLeftovers();
+    for (const Leftover &leftover : found.all) {
+        Treat(leftover);
+    }
+    TellUnread(found);
+    if (found.all.empty() && found.unread.empty()) {
+        report_.Print("nothing is left behind\n");
+    } else if (dry_run_) {
+        report_.Print("dry run: nothing was removed\n");
+    }
+}
+
+void Cleaning::Treat(const Leftover &leftover) {
+    if (!leftover.keep.empty()) {
+        report_.Tell({leftover.path,
+                      0,
+                      0,
+                      Severity::kWarning,
+                      "left-behind",
+                      leftover.keep,
+                      leftover.fix,
+                      {}});
+        report_.Raise(Status::kNo);
+        Add(leftover, "kept");
+    } else if (leftover.user) {
+        Print(leftover, "may be in use by process " + std::to_string(*leftover.user));
+        Add(leftover, "in_use");
+    } else if (dry_run_) {
+        Print(leftover, "");
+        Add(leftover, "left");
+    } else if (const std::string problem = RemoveLeftover(leftover); !problem.empty()) {
+        report_.TellError(leftover.path, "failed", "cannot be removed: " + problem);
+        report_.Raise(Status::kFailed);
+        Add(leftover, "failed");
+    } else {
+        report_.PrintDone(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) +
+                          ": removed");
+        Add(leftover, "removed");
+    }
+}
+
+void Cleaning::TellUnread(const Leftovers &found) {
+    for (const auto &[folder, problem] : found.unread) {
+        report_.TellError(folder, "unreadable", problem);
+        report_.Raise(Status::kFailed);
+    }
+}
+
+void Cleaning::Print(const Leftover &leftover, const std::string &state) {
+    report_.Print(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) +
+                  (state.empty() ? "" : ": " + state) + '\n');
+}
+
+void Cleaning::Add(const Leftover &leftover, const char *state) {
+    report_.AddResult({{"path", Utf8Text(leftover.path)},
+                       {"kind", KindName(leftover.kind)},
+                       {"original", TextOrNull(leftover.original)},
+                       {"pid", leftover.pid ? Json(*leftover.pid) : Json(nullptr)},
+                       {"state", state},
+                       {"reason", TextOrNull(leftover.keep)}});
+}
+
+}  // namespace
+
+void Clean(const CleanOptions &options, Report &report) {
+    ChangeLock lock;
+    if (!options.dry_run && !lock.Take()) {
+        TellNoLock(lock, "", ", so nothing was removed", report);
+        return;
+    }
+    Cleaning(options.dry_run, report).Run();
+}
+
+}  // namespace tavo::tool

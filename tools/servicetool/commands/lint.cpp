@@ -1,0 +1,40 @@
+#include <nlohmann/json.hpp>
+
+#include "change/linted_file.h"
+#include "commands/commands.h"
+#include "output/text.h"
+
+namespace tavo::tool {
+namespace {
+
+nlohmann::ordered_json VerdictJson(const LintResult &result, const std::string &name) {
+    const auto readable = std::count_if(result.services.begin(), result.services.end(),
+                                        [](const LintedService &s) { return s.readable; });
+    return {{"file", Utf8Text(name)},
+            {"services", result.services.size()},
+            {"readable_services", readable},
+            {"errors", result.errors},
+            {"warnings", result.warnings}};
+}
+
+void LintFile(const std::string &path, bool strict, Report &report) {
+    LintedFile file;
+    if (!LintAndTell(path, file, report)) {
+        return;
+    }
+    if (file.lint.errors != 0 || (strict && file.lint.warnings != 0)) {
+        report.Raise(Status::kNo);
+    }
+    report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
+    report.AddResult(VerdictJson(file.lint, file.name));
+}
+
+}  // namespace
+
+void Lint(const LintOptions &options, Report &report) {
+    for (const std::string &path : options.files) {
+        LintFile(path, options.strict, report);
+    }
+}
+
+}  // namespace tavo::tool

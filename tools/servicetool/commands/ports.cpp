@@ -1,0 +1,236 @@
+// servicetool ports: all claims to ports at once, as a table, as JSON, or as a picture.
+#include <unistd.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "commands/commands.h"
+#include "output/output_file.h"
+#include "output/table.h"
+#include "output/text.h"
+#include "picture/port_map.h"
+#include "picture/port_svg.h"
+#include "ports/port_claims.h"
+#include "ports/protocols.h"
+
+namespace tavo::tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// What a window is taken for that has no columns, or none that are known.
+constexpr std::size_t kOrdinaryColumns = 80;
+
+// In a narrower one states would take the room of places, which tell more of a claim.
+constexpr std::size_t kColumnsForStates = 100;
+
+enum class Kinds { kDeclared, kHeld, kBoth };
+
+Kinds ShownKinds(const PortsOptions &options) {
+    return options.declared == options.held ? Kinds::kBoth
+           : options.held                   ? Kinds::kHeld
+                                            : Kinds::kDeclared;
+}
+
+bool IsShown(const PortClaim &claim, Kinds kinds) {
+    return kinds == Kinds::kBoth || (kinds == Kinds::kHeld) == claim.socket.has_value();
+}
+
+// Who declares ports decides whether one that is held is in conflict.
+KindsOfClaim KindsToRead(const PortsOptions &options) {
+    const Kinds kinds = ShownKinds(options);
+    return {kinds != Kinds::kHeld || options.conflicts, kinds != Kinds::kDeclared};
+}
+
+constexpr char kUnknown[] = "unknown";
+
+std::string ServiceText(const PortClaim &claim) {
+    return !claim.socket && claim.holder == PortHolder{} ? kUnknown : claim.holder.name;
+}
+
+const HoldingProcess *ProcessOf(const PortClaim &claim) {
+    return claim.socket && claim.socket->process ? &*claim.socket->process : nullptr;
+}
+
+std::string PidText(const PortClaim &claim) {
+    const HoldingProcess *process = ProcessOf(claim);
+    return process == nullptr ? "" : std::to_string(process->pid);
+}
+
+std::string UserText(const PortClaim &claim) {
+    const HoldingProcess *process = ProcessOf(claim);
+    return process == nullptr ? "" : process->user;
+}
+
+std::string StateText(const PortClaim &claim) {
+    return claim.socket ? StateName(*claim.socket) : "";
+}
+
+std::string ProcessText(const PortClaim &claim) {
+    const HoldingProcess *process = ProcessOf(claim);
+    return process != nullptr ? process->name : claim.socket ? kUnknown : "";
+}
+
+std::string ProgramText(const PortClaim &claim) {
+    const HoldingProcess *process = ProcessOf(claim);
+    return process == nullptr || process->program.empty() ? ProcessText(claim) : process->program;
+}
+
+// Of a declaration the place, of a socket the program.
+std::string WhereText(const PortClaim &claim) {
+    const HoldingProcess *process = ProcessOf(claim);
+    return process != nullptr ? process->program : claim.socket ? "" : claim.holder.place;
+}
+
+// The port is marked where it, or one of the range, is in conflict.
+std::string PortText(const PortClaim &claim, const PortClaims &all) {
+    return PortsText(claim.range) + (Collides(claim, all) ? " !" : "");
+}
+
+// The columns behind those of the port; what is not shown leaves them to the rest. The longest
+// text is in the last one, which is cut to fit.
+struct Column {
+    const char *title;
+    bool shown;
+    std::string (*cell)(const PortClaim &);
+};
+
+std::vector<Column> ColumnsFor(Kinds kinds, std::size_t window) {
+    const bool declared = kinds != Kinds::kHeld;
+    const bool held = kinds != Kinds::kDeclared;
+    const bool roomy = !declared || window == 0 || window >= kColumnsForStates;
+    return {
+        {"SOURCE", declared, [](const PortClaim &claim) { return std::string(claim.source); }},
+        {"SERVICE", declared, ServiceText},
+        {"PID", held, PidText},
+        {"USER", !declared, UserText},
+        {"PROGRAM", held && declared, ProcessText},
+        {"STATE", held && roomy, StateText},
+        {"PROGRAM", !declared, ProgramText},
+        {"WHERE", declared, WhereText},
+    };
+}
+
+std::string TableText(const std::vector<PortClaim> &claims, const PortClaims &all,
+                      const PortsOptions &options, std::size_t window) {
+    if (claims.empty()) {
+        return {};
+    }
+    std::vector<Column> columns = ColumnsFor(ShownKinds(options), window);
+    std::erase_if(columns, [](const Column &column) { return !column.shown; });
+    std::vector<std::string> header = {"PROTO", "PORT"};
+    for (const Column &column : columns) {
+        header.emplace_back(column.title);
+    }
+    Table table(std::move(header));
+    for (const PortClaim &claim : claims) {
+        std::vector<std::string> cells = {ProtocolsText(claim.protocol), PortText(claim, all)};
+        for (const Column &column : columns) {
+            cells.push_back(column.cell(claim));
+        }
+        table.Row(std::move(cells));
+    }
+    return table.Text(!options.no_legend, window);
+}
+
+// Keys of what the claim has not are there with null, so that every result has the same ones.
+Json ClaimJson(const PortClaim &claim, const Json &conflict) {
+    const HoldingProcess nobody;
+    const HoldingProcess *known = ProcessOf(claim);
+    const HoldingProcess &process = known == nullptr ? nobody : *known;
+    return {{"protocol", ProtocolsText(claim.protocol)},
+            {"start", claim.range.first},
+            {"end", claim.range.last},
+            {"source", claim.source},
+            {"service", TextOrNull(claim.holder.name)},
+            {"file", TextOrNull(claim.holder.file)},
+            {"entry", TextOrNull(claim.holder.entry)},
+            {"pid", known == nullptr ? Json(nullptr) : Json(process.pid)},
+            {"program", TextOrNull(process.program)},
+            {"process", TextOrNull(process.name)},
+            {"user", TextOrNull(process.user)},
+            {"state", TextOrNull(StateText(claim))},
+            {"conflict", conflict}};
+}
+
+std::string MapOfAll(const std::vector<PortClaim> &claims, const PortClaims &all,
+                     const PortsOptions &options, const Report &report) {
+    WindowSize window = report.Window();
+    window.columns = window.columns == 0 ? kOrdinaryColumns : window.columns;
+    const MapShape shape = ShapeForWindow(window);
+    std::string text;
+    for (const std::uint32_t protocol : kProtocols) {
+        const PortMap map(claims, all.collide.at(protocol), protocol);
+        text += ProtocolsText(protocol) + '\n' + MapText(map, shape, report.Colour());
+    }
+    return options.no_legend ? text : text + MapLegend(shape, window.columns, report.Colour());
+}
+
+void WriteSvg(const std::string &path, const std::string &svg, Report &report) {
+    if (path == kStandardOutput) {
+        report.Print(svg);
+        return;
+    }
+    const std::string problem = WriteWholeFile(path, svg);
+    if (!problem.empty()) {
+        report.TellError(path, "unwritable", problem);
+        report.Raise(Status::kFailed);
+    }
+}
+
+bool AnyConflict(const PortClaims &all) {
+    return std::any_of(all.collide.begin(), all.collide.end(),
+                       [](const auto &protocol) { return !protocol.second.empty(); });
+}
+
+// A conflict that was found is the answer, also where it is one of declarations and those are not
+// shown; then a port that nobody knows the holder of is no doubt about it, and not told. A source
+// that failed was told already, and its status stands above the answer: there may be more.
+void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
+    if (AnyConflict(all)) {
+        report.Raise(Status::kNo);
+        return;
+    }
+    for (const auto &[protocol, ports] : all.unclear) {
+        if (!ports.empty()) {
+            report.TellError("", "unknown-holder",
+                             "cannot tell who holds " + Shortened(PortsText(ports)) + '/' +
+                                 ProtocolsText(protocol) + ", which is declared",
+                             geteuid() == 0 ? "" : "ask as root");
+            report.Raise(Status::kFailed);
+        }
+    }
+}
+
+}  // namespace
+
+void Ports(const PortsOptions &options, Report &report) {
+    const KindsOfClaim read = KindsToRead(options);
+    const PortClaims all = ReadPortClaims(read, report);
+    std::vector<PortClaim> claims = options.conflicts ? CollidingClaims(all) : all.claims;
+    std::erase_if(claims, [shown = ShownKinds(options)](const PortClaim &claim) {
+        return !IsShown(claim, shown);
+    });
+    if (!all.known) {
+        report.Raise(Status::kFailed);
+    }
+    if (options.conflicts) {
+        AnswerWhetherThereAreConflicts(all, report);
+    }
+    for (const PortClaim &claim : claims) {
+        report.AddResult(
+            ClaimJson(claim, read.declared ? Json(Collides(claim, all)) : Json(nullptr)));
+    }
+    const bool only_svg = options.svg == kStandardOutput;
+    if (options.map) {
+        report.Print(MapOfAll(claims, all, options, report));
+    } else if (!only_svg) {
+        report.Print(TableText(claims, all, options, report.Columns()));
+    }
+    if (!options.svg.empty()) {
+        WriteSvg(options.svg, PortSvg(claims, all, !options.no_legend), report);
+    }
+}
+
+}  // namespace tavo::tool

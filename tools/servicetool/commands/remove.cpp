@@ -1,0 +1,128 @@
+// servicetool remove: an installed file goes, and all services with it.
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "change/change_report.h"
+#include "change/installed_file.h"
+#include "change/leftovers.h"
+#include "change/private_folder.h"
+#include "commands/commands.h"
+#include "input/input_file.h"
+#include "input/library_log.h"
+#include "input/library_owners.h"
+#include "input/service_file.h"
+#include "lint/file_remarks.h"
+#include "output/text.h"
+
+namespace tavo::tool {
+namespace {
+
+// What the library reads in the file, and the firewall therefore knows: "with chat and wiki".
+std::string ServicesText(const std::string &text) {
+    const MemoryFile copy(text);
+    TAVO_SERVICE_CONF *list = nullptr;
+    {
+        const LibraryLog log;
+        TAVOServiceConfGet(copy.Path().c_str(), &list);
+    }
+    const OwnedConf conf(list);
+    std::string names;
+    const auto sections = InFileOrder(list == nullptr ? nullptr : list->pSections);
+    for (const TAVO_SERVICE_CONF_SECTION *section : sections) {
+        names += names.empty() ? "" : section == sections.back() ? " and " : ", ";
+        names += '[' + Escaped(section->szName) + ']';
+    }
+    return names.empty() ? "remove, without a service that can be read" : "remove with " + names;
+}
+
+// The plugins get the content from a copy in /tmp. Without one the library removes the file all the
+// same, and they would never learn which ports went away.
+bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
+    try {
+        PrivateFolder().Make(file.name, *file.text);
+        return true;
+    } catch (const std::system_error &error) {
+        change.Refuse("failed", "no copy can be made for the plugins: " + std::string(error.what()),
+                      "see that /tmp can be written", Status::kFailed);
+        return false;
+    }
+}
+
+// Those who were notified of it need no copy any more. One that stays is left to servicetool clean.
+void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
+    for (const std::string &copy : copies) {
+        if (unlink(copy.c_str()) != 0 && errno != ENOENT) {
+            report.TellError(copy, "failed", "cannot be removed: " + ErrorText(errno));
+            report.Raise(Status::kFailed);
+        }
+    }
+}
+
+// The file is gone, but not the copy that the plugins are given: whoever removed the file was
+// killed in between, and nobody else would ever notify them.
+void Complete(const InstalledFile &file, const std::vector<std::string> &copies, bool dry_run,
+              Report &report) {
+    ChangeReport change({.operation = "remove",
+                         .path = file.path,
+                         .section = {},
+                         .before = {},
+                         .after = {},
+                         .listeners = {Listener::kPlugins, Listener::kRelay},
+                         .told_only = true,
+                         .dry_run = dry_run},
+                        report);
+    const std::string &newest = copies.back();
+    if (!change.Begin("is removed already; notify from the copy " + Escaped(newest))) {
+        return;
+    }
+    change.Do([&newest] {
+        TAVO_SERVICE_CONF_REMOVE_NOTIFY notify{};
+        notify.pszConfPath = newest.c_str();
+        notify.blNotifyFw = 1;
+        notify.blNotifyPf = 1;
+        return TLIBServiceConfRemoveServNotify(&notify);
+    });
+    if (report.Worst() == Status::kOk) {
+        RemoveCopies(copies, report);
+    }
+}
+
+}  // namespace
+
+void Remove(const RemoveOptions &options, Report &report) {
+    InstalledFile file;
+    if (!FindInstalledFile(options.name, options.folder, Missing::kAllow, options.dry_run, file,
+                           report)) {
+        return;
+    }
+    if (!file.text) {
+        // Under the lock: a removal that went on until now has completed it, or was killed.
+        const std::vector<std::string> copies = CopiesOfRemoved(options.name);
+        if (copies.empty()) {
+            TellNotInstalled(options.name, options.folder, report);
+        } else {
+            Complete(file, copies, options.dry_run, report);
+        }
+        return;
+    }
+    ChangeReport change({.operation = "remove",
+                         .path = file.path,
+                         .section = {},
+                         .before = file.text,
+                         .after = {},
+                         .listeners = {Listener::kPlugins, Listener::kRelay},
+                         .dry_run = options.dry_run},
+                        report);
+    const std::string what = ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself);
+    if (change.Begin(what) && CanBeKept(file, change)) {
+        change.Do([&file] {
+            return TAVOServiceConfRemoveBaseName(file.name.c_str(), file.folder.selector);
+        });
+    }
+}
+
+}  // namespace tavo::tool

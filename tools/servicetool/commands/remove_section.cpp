@@ -1,0 +1,41 @@
+// servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
+#include "change/section_target.h"
+#include "change/staged_section.h"
+#include "commands/commands.h"
+#include "lint/file_remarks.h"
+
+namespace tavo::tool {
+namespace {
+
+// The firewall's record of the service goes, too; and what the change touches is copied first, to
+// be put back should a later step fail: the service files, the firewall's files and the rules of
+// port forwarding.
+constexpr std::uint32_t kFirewallRecord = 1;
+constexpr std::uint32_t kTouched =
+    kFirewallRecord | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
+
+}  // namespace
+
+void RemoveSection(const SectionOptions &options, Report &report) {
+    SectionTarget target;
+    if (!FindSection(options, Missing::kRefuse, target, report)) {
+        return;
+    }
+    Change plan = ChangeOf("remove-section", target, options,
+                           WithoutSection(target.file.text, target.section));
+    plan.listeners = ListenersOf(Listener::kFirewall, options);
+    const std::string what = plan.after ? "remove section [" + target.section + ']' +
+                                              LinkRemark(target.file.path, OfLink::kTarget)
+                                        : "remove it with section [" + target.section +
+                                              "], its last service" +
+                                              LinkRemark(target.file.path, OfLink::kItself);
+    TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
+    param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
+    param.nCheckFlags = kTouched;
+    ChangeReport change(std::move(plan), report);
+    if (change.Begin(what)) {
+        change.Do([&] { return TLIBServiceConfSectionRemove(&param); });
+    }
+}
+
+}  // namespace tavo::tool

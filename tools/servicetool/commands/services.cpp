@@ -1,0 +1,187 @@
+// The records of the firewall services, each made a section once more: so they are shown as the
+// other commands show theirs.
+#include <strings.h>
+
+#include <algorithm>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "commands/commands.h"
+#include "input/input_file.h"
+#include "output/table.h"
+#include "output/text.h"
+#include "ports/firewall_services.h"
+#include "ports/protocols.h"
+
+namespace tavo::tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// The port strings of a record in the order that they were written in: those of a file run
+// backwards in the library's lists.
+std::vector<std::string> PortStrings(const TLIBCSzList *list, bool backwards) {
+    std::vector<std::string> strings;
+    for (int i = 0; i < TLIBCSzListCount(list); ++i) {
+        strings.emplace_back(TLIBCSzListGet(list, i));
+    }
+    if (backwards) {
+        std::reverse(strings.begin(), strings.end());
+    }
+    return strings;
+}
+
+// "1000-2000" as service files write it.
+std::string InFileNotation(std::string port) {
+    std::replace(port.begin(), port.end(), '-', ':');
+    return port;
+}
+
+// A firewall service as if it were a section of a file. Settings may give it ports that are none,
+// which are reported and left out.
+class ServiceSection {
+  public:
+    ServiceSection(const FirewallService &service, Report &report);
+
+    const TAVO_SERVICE_CONF_SECTION &Section() const { return section_; }
+
+  private:
+    OwnedPortList Ports(const TLIBCSzList *list, std::uint32_t protocols, unsigned int direction);
+
+    const FirewallService &service_;
+    Report &report_;
+    OwnedPortList source_ports_;
+    OwnedPortList ports_;
+    TAVO_SERVICE_CONF_SECTION section_{};
+};
+
+ServiceSection::ServiceSection(const FirewallService &service, Report &report)
+    : service_(service), report_(report) {
+    const TAVO_FW_SERVICE &record = *service.record;
+    source_ports_ = Ports(record.pSrcPortList, record.nSrcProtocol, TAVO_PORT_DIRECTION_SRC);
+    ports_ = Ports(record.pDstPortList, record.nDstProtocol, TAVO_PORT_DIRECTION_DST);
+    std::memcpy(section_.szName, record.szName, sizeof(section_.szName));
+    section_.strTitle = record.strTitle;
+    section_.strDesc = record.strDesc;
+    section_.blPortForward = record.blPortForward;
+    section_.pSrcPorts = source_ports_.get();
+    section_.pDstPorts = ports_.get();
+}
+
+OwnedPortList ServiceSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
+                                    unsigned int direction) {
+    OwnedPortList ports;
+    for (const std::string &port : PortStrings(list, service_.file != nullptr)) {
+        TAVO_SERVICE_CONF_PORT *one = nullptr;
+        const std::string text = InFileNotation(port) + '/' + ProtocolsText(protocols);
+        if (TAVOServiceConfPortsGet(text.c_str(), direction, &one) != 0) {
+            report_.TellError("", "bad-service",
+                              "firewall service " + std::string(service_.record->szName) + " has " +
+                                  Quoted(port) + " for a port");
+            report_.Raise(Status::kFailed);
+            continue;
+        }
+        one->pNext = ports.release();
+        ports.reset(one);
+    }
+    return ports;
+}
+
+Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section) {
+    Json json = {{"name", section.szName},
+                 {"supported", service.supported ? Json(*service.supported) : Json(nullptr)}};
+    if (service.file != nullptr) {
+        json.update(ServiceJson(*service.file, section));
+        return json;
+    }
+    const char *support_key = service.row == nullptr ? nullptr : service.row->szSupportKey;
+    json.update({{"file", nullptr},
+                 {"real_path", nullptr},
+                 {"location", TextOrNull(OriginText(service))},
+                 {"version", nullptr},
+                 {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
+                 {"run_key", nullptr}});
+    json.update(SectionJson(section));
+    return json;
+}
+
+void AddService(const FirewallService &service, Table &table, Report &report) {
+    const ServiceSection made(service, report);
+    const TAVO_SERVICE_CONF_SECTION &section = made.Section();
+    table.Row({section.szName, service.supported ? (*service.supported ? "yes" : "no") : "",
+               section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
+               OriginText(service), section.strTitle.szText});
+    report.AddResult(FirewallServiceJson(service, section));
+}
+
+bool IsWanted(const FirewallService &service, const ServicesOptions &options) {
+    return options.names.empty() || Holds(options.names, service.record->szName);
+}
+
+// Every name that is met, also of what is left out.
+std::vector<std::string> NamesOf(const FirewallServices &read) {
+    std::vector<std::string> names;
+    for (const FirewallService &service : read.services) {
+        names.emplace_back(service.record->szName);
+    }
+    for (const TAVO_FW_SERVICE_REG *row : read.left_out) {
+        names.emplace_back(row->szName);
+    }
+    for (const ServiceFile &file : read.files) {
+        for (const LintedService &service : file.lint.services) {
+            names.push_back(service.name);
+        }
+    }
+    return names;
+}
+
+void TellNotFound(const std::vector<std::string> &wanted, const FirewallServices &read,
+                  Report &report) {
+    const std::vector<std::string> names = NamesOf(read);
+    for (const std::string &name : wanted) {
+        if (Holds(names, name)) {
+            continue;
+        }
+        const auto similar =
+            std::find_if(names.begin(), names.end(), [&name](const std::string &known) {
+                return strcasecmp(known.c_str(), name.c_str()) == 0;
+            });
+        report.TellError("", "not-found", "no firewall service is named " + Quoted(name),
+                         similar == names.end() ? "" : "write " + *similar);
+        report.Raise(Status::kNo);
+    }
+}
+
+void TellSupportUnknown(Report &report) {
+    report.TellError(
+        kFactorySettings, "unreadable",
+        "what this model supports cannot be told: " + ReadRegularFile(kFactorySettings).problem);
+    report.Raise(Status::kFailed);
+}
+
+}  // namespace
+
+void Services(const ServicesOptions &options, Report &report) {
+    Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
+    const FirewallServices read = ReadFirewallServices(report, options.names);
+    bool support_known = true;
+    for (const FirewallService &service : read.services) {
+        if (!IsWanted(service, options)) {
+            continue;
+        }
+        support_known = support_known && service.supported.has_value();
+        if (!options.supported || service.supported.value_or(false)) {
+            AddService(service, table, report);
+        }
+    }
+    if (!support_known) {
+        TellSupportUnknown(report);
+    }
+    if (!read.complete) {
+        report.Raise(Status::kFailed);
+    }
+    TellNotFound(options.names, read, report);
+    report.Print(table.Text(!options.no_legend, report.Columns()));
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,179 @@
+// servicetool set. What is not given keeps its present value, so that a title can be changed
+// without a look at the ports.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "change/section_target.h"
+#include "change/staged_section.h"
+#include "commands/commands.h"
+#include "input/library_failure.h"
+#include "lint/file_remarks.h"
+#include "output/text.h"
+#include "ports/section_queries.h"
+
+namespace tavo::tool {
+namespace {
+
+template <std::size_t Size>
+bool Fits(const std::string &text, const char (&)[Size]) {
+    return text.size() < Size && text.find('\n') == std::string::npos;
+}
+
+template <std::size_t Size>
+void Fill(char (&field)[Size], const std::string &text) {
+    std::fill(std::begin(field), std::end(field), '\0');
+    std::copy(text.begin(), text.end(), field);
+}
+
+// The section as it is to be, put together from what it is today and what the command line says.
+class NewSection {
+  public:
+    NewSection(const SetOptions &options, const SectionTarget &target, Report &report)
+        : options_(options), target_(target), report_(report) {}
+
+    // NULL where the command line is wrong, which is told.
+    OwnedSection Make();
+
+  private:
+    bool IsComplete();
+    bool SetText(const char *option, const std::string &text, TAVO_SERVICE_CONF_STRING &string);
+    bool SetReference(const char *option, const std::string &text,
+                      TAVO_SERVICE_CONF_STRING &string);
+    bool SetPorts(const std::string &text, unsigned int direction, TAVO_SERVICE_CONF_PORT *&ports);
+
+    const SetOptions &options_;
+    const SectionTarget &target_;
+    Report &report_;
+};
+
+OwnedSection StartFrom(const OwnedSection &today, const std::string &name) {
+    TAVO_SERVICE_CONF_SECTION *copy = nullptr;
+    if (today != nullptr) {
+        TAVOServiceComposeSectionInfo(today.get(), &copy);
+    } else {
+        copy = static_cast<TAVO_SERVICE_CONF_SECTION *>(std::calloc(1, sizeof(*copy)));
+    }
+    OwnedSection section = OrThrow(OwnedSection(copy));
+    Fill(section->szName, name);
+    return section;
+}
+
+OwnedSection NewSection::Make() {
+    if (!IsComplete()) {
+        return nullptr;
+    }
+    OwnedSection section = StartFrom(target_.today, target_.section);
+    const bool good = SetText("--title", options_.title, section->strTitle) &&
+                      SetText("--desc", options_.description, section->strDesc) &&
+                      SetReference("--title-key", options_.title_key, section->strTitle) &&
+                      SetReference("--desc-key", options_.description_key, section->strDesc) &&
+                      SetPorts(options_.ports, TAVO_PORT_DIRECTION_DST, section->pDstPorts) &&
+                      SetPorts(options_.source_ports, TAVO_PORT_DIRECTION_SRC, section->pSrcPorts);
+    if (options_.port_forward || options_.no_port_forward) {
+        section->blPortForward = options_.port_forward ? 1 : 0;
+    }
+    return good ? std::move(section) : nullptr;
+}
+
+// A section that the library cannot read has nothing to keep.
+bool NewSection::IsComplete() {
+    const bool all =
+        !options_.title.empty() && !options_.description.empty() && !options_.ports.empty();
+    if (target_.today == nullptr && !all) {
+        report_.TellUsage("section [" + target_.section + "] " +
+                              (target_.present ? "cannot be read as it is" : "is new") +
+                              ", so it needs --title, --desc and --dst-ports",
+                          "");
+        return false;
+    }
+    return true;
+}
+
+bool NewSection::SetText(const char *option, const std::string &text,
+                         TAVO_SERVICE_CONF_STRING &string) {
+    if (!Fits(text, string.szText)) {
+        report_.TellUsage(std::string(option) + " takes one line of at most " +
+                              std::to_string(sizeof(string.szText) - 1) + " bytes",
+                          "");
+        return false;
+    }
+    if (!text.empty()) {
+        Fill(string.szText, text);
+    }
+    return true;
+}
+
+// It has to come out of the library's reader as it went in.
+bool NewSection::SetReference(const char *option, const std::string &text,
+                              TAVO_SERVICE_CONF_STRING &string) {
+    if (text.empty()) {
+        return true;
+    }
+    TAVO_SERVICE_CONF_STRING read{};
+    ForgetFailure();
+    if (TAVOServiceConfServiceStringGet(text.c_str(), &read) < 0) {
+        ThrowIfSystemFailed("the reference cannot be read");
+    }
+    const bool whole = *read.szSection != '\0' && *read.szKey != '\0';
+    if (!whole || ReferenceText(read) != text || text.find('\n') != std::string::npos) {
+        report_.TellUsage(
+            std::string(option) + " takes SOURCE:SECTION:KEY or SECTION:KEY, not " + Quoted(text),
+            "");
+        return false;
+    }
+    std::memcpy(string.szSource, read.szSource, sizeof(read.szSource));
+    std::memcpy(string.szSection, read.szSection, sizeof(read.szSection));
+    std::memcpy(string.szKey, read.szKey, sizeof(read.szKey));
+    return true;
+}
+
+bool NewSection::SetPorts(const std::string &text, unsigned int direction,
+                          TAVO_SERVICE_CONF_PORT *&ports) {
+    if (text.empty()) {
+        return true;
+    }
+    OwnedPortList read = ReadPorts(text, direction, report_);
+    if (read == nullptr) {
+        return false;
+    }
+    TAVOServiceConfPortsFree(ports);
+    ports = read.release();
+    return true;
+}
+
+std::string WhatIsDone(const SectionTarget &target) {
+    const char *what = !target.file.text ? "make it, with section ["
+                       : target.present  ? "change section ["
+                                         : "add section [";
+    return what + target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
+}
+
+}  // namespace
+
+void Set(const SetOptions &options, Report &report) {
+    SectionTarget target;
+    if (!FindSection(options, Missing::kAllow, target, report)) {
+        return;
+    }
+    const OwnedSection section = NewSection(options, target, report).Make();
+    if (section == nullptr) {
+        return;
+    }
+    if (!target.file.text) {
+        WarnOfNewName(target.file.name, "write", report);
+    }
+    const PortQuery query = QueryOf(section->pDstPorts);
+    section->pDstPorts = Reversed(section->pDstPorts);
+    section->pSrcPorts = Reversed(section->pSrcPorts);
+    const TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
+    Change plan = ChangeOf("set", target, options, WithSection(target.file.text, *section));
+    plan.listeners = ListenersOf(Listener::kRouter, options);
+    ChangeReport change(std::move(plan), report);
+    if (CheckSection(target, query, change, report) && change.Begin(WhatIsDone(target))) {
+        change.Do([&] { return TLIBServiceConfSectionSet(&param, section.get()); });
+    }
+}
+
+}  // namespace tavo::tool

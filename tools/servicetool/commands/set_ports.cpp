@@ -1,0 +1,36 @@
+// servicetool set-ports.
+#include "change/section_target.h"
+#include "change/staged_section.h"
+#include "commands/commands.h"
+#include "lint/file_remarks.h"
+#include "ports/section_queries.h"
+
+namespace tavo::tool {
+
+void SetPorts(const SetPortsOptions &options, Report &report) {
+    SectionTarget target;
+    const unsigned int direction =
+        options.source ? TAVO_PORT_DIRECTION_SRC : TAVO_PORT_DIRECTION_DST;
+    OwnedPortList ports = ReadPorts(options.ports, direction, report);
+    if (ports == nullptr || !FindSection(options, Missing::kRefuse, target, report)) {
+        return;
+    }
+    const PortQuery query = QueryOf(ports.get());
+    ports.reset(Reversed(ports.release()));
+    const TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
+    Change plan =
+        ChangeOf("set-ports", target, options, WithPorts(target.file.text, target.section, *ports));
+    plan.listeners = ListenersOf(Listener::kRouter, options);
+    if (options.source) {
+        plan.taken_fix = "use servicetool set --src-ports, which does not compare them";
+    }
+    ChangeReport change(std::move(plan), report);
+    const std::string what = "set " + std::string(options.source ? "src" : "dst") +
+                             ".ports of section [" + target.section + ']' +
+                             LinkRemark(target.file.path, OfLink::kTarget);
+    if (CheckSection(target, query, change, report) && change.Begin(what)) {
+        change.Do([&] { return TLIBServiceConfPortsSet(&param, ports.get()); });
+    }
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,148 @@
+// servicetool suggest. What is declared is asked for once, about all ports; sockets, which the
+// library does not name, only about the candidates, and not for ever.
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "commands/commands.h"
+#include "output/text.h"
+#include "ports/ephemeral_ports.h"
+#include "ports/free_port_search.h"
+#include "ports/port_candidates.h"
+#include "ports/port_query.h"
+#include "ports/port_sources.h"
+#include "ports/protocols.h"
+
+namespace tavo::tool {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint32_t kDefaultNear = 8080;
+constexpr std::uint32_t kLastPrivilegedPort = 1023;
+
+// Each port of a long row of held ones takes a question.
+constexpr std::chrono::seconds kPatience(30);
+
+constexpr int kDeclaringSources =
+    TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY;
+
+class Suggestion {
+  public:
+    Suggestion(const SuggestOptions &options, std::uint32_t protocols, Report &report)
+        : options_(options),
+          protocols_(protocols),
+          sources_(kDeclaringSources, report),
+          report_(report) {}
+
+    void Run();
+
+  private:
+    std::optional<PortRanges> UndeclaredPorts();
+    std::optional<bool> AnyHeldBySockets(const PortRanges &set);
+    void Tell(const PortRanges &found);
+    void TellTooFew(std::size_t found);
+
+    std::uint32_t Near() const { return options_.near == 0 ? kDefaultNear : options_.near; }
+
+    const SuggestOptions &options_;
+    std::uint32_t protocols_;
+    PortSources sources_;
+    Report &report_;
+    Clock::time_point deadline_ = Clock::now() + kPatience;
+    PortRange ephemeral_{};
+    PortRange wanted_{};
+};
+
+void Suggestion::Run() {
+    const std::optional<PortRanges> undeclared = UndeclaredPorts();
+    if (!undeclared) {
+        return;
+    }
+    const PortCandidates candidates(Near(), *undeclared);
+    const HeldQuestion any_held = [this](const PortRanges &set) { return AnyHeldBySockets(set); };
+    const std::optional<PortRanges> found =
+        options_.block ? FindFreeBlock(candidates, options_.count, any_held)
+                       : FindFreePorts(candidates, options_.count, any_held);
+    if (found) {
+        Tell(*found);
+    }
+}
+
+// None where something cannot be told.
+std::optional<PortRanges> Suggestion::UndeclaredPorts() {
+    const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral_);
+    if (!problem.empty()) {
+        report_.TellError(kEphemeralPorts, "unreadable", problem);
+    }
+    const std::uint32_t lowest = Near() <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1;
+    wanted_ = {lowest, kHighestPort};
+    const PortAnswer declared = sources_.Ask({{wanted_}, protocols_}, {});
+    if (!problem.empty() || !declared.failed.empty()) {
+        report_.Raise(Status::kFailed);
+        return {};
+    }
+    PortRanges excluded = {ephemeral_, {kReservedPort, kReservedPort}};
+    for (const PortConflict &conflict : declared.conflicts) {
+        excluded.push_back(conflict.range);
+    }
+    return Without({wanted_}, Merged(std::move(excluded)));
+}
+
+std::optional<bool> Suggestion::AnyHeldBySockets(const PortRanges &set) {
+    if (Clock::now() >= deadline_) {
+        report_.TellError("", "failed",
+                          "free ports cannot be told within " +
+                              Counted(static_cast<std::size_t>(kPatience.count()), "second"),
+                          "start where fewer sockets are, with --near");
+        report_.Raise(Status::kFailed);
+        return {};
+    }
+    return sources_.AnyHeldBySockets(set, protocols_);
+}
+
+void Suggestion::Tell(const PortRanges &found) {
+    for (const PortRange &range : found) {
+        report_.Print(PortsText(range) + '\n');
+        report_.AddResult({{"start", range.first},
+                           {"end", range.last},
+                           {"protocols", ProtocolNames(protocols_)}});
+    }
+    const std::size_t ports = PortCount(found);
+    if (ports < options_.count) {
+        TellTooFew(ports);
+    }
+}
+
+// Where the range of the kernel alone leaves too few, it is named: nobody else is to blame.
+void Suggestion::TellTooFew(std::size_t found) {
+    std::string message =
+        options_.block ? "no " + std::to_string(options_.count) + " free ports in a row"
+                       : "only " + Counted(found, "port") + (found == 1 ? " is" : " are") + " free";
+    std::string fix;
+    if (PortCount(Without({wanted_}, {ephemeral_})) < options_.count) {
+        message += ", as the kernel gives " + PortsText(ephemeral_) + " to outgoing connections";
+        fix = Near() > kLastPrivilegedPort ? "name a port below 1024 with --near" : "";
+    }
+    report_.TellError("", "not-found", message, fix);
+    report_.Raise(Status::kNo);
+}
+
+}  // namespace
+
+void Suggest(const SuggestOptions &options, Report &report) {
+    std::uint32_t protocols = TAVO_PROTO_BOTH;
+    QueryProblem problem;
+    if (!options.protocols.empty() && !ReadProtocols(options.protocols, protocols, problem)) {
+        report.TellError("", "usage", problem.message, problem.fix);
+        report.Raise(Status::kUsage);
+        return;
+    }
+    Suggestion(options, protocols, report).Run();
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,204 @@
+// servicetool why. Everyone who has a port in one table, and below it a sentence for each port that
+// says what that means.
+#include <unistd.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <utility>
+
+#include "commands/commands.h"
+#include "output/table.h"
+#include "output/text.h"
+#include "ports/conflict_output.h"
+#include "ports/port_account.h"
+#include "ports/port_sentence.h"
+#include "ports/port_sources.h"
+#include "ports/protocols.h"
+
+namespace tavo::tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// In the table, of one port: a server may have hundreds of processes.
+constexpr std::size_t kMostSockets = 10;
+
+// In the place of a name of whoever cannot be looked at.
+constexpr char kUnknownHolder[] = "unknown";
+
+void TellUsage(const std::string &text, const QueryProblem &problem, Report &report) {
+    report.TellError(
+        "", "usage",
+        Quoted(text) + ", column " + std::to_string(problem.column) + ": " + problem.message,
+        problem.fix);
+    report.Raise(Status::kUsage);
+}
+
+bool ReadOnePort(const std::string &text, PortQuery &query, QueryProblem &problem) {
+    if (!ReadPortQuery(text, query, problem)) {
+        return false;
+    }
+    if (query.items.size() == 1 && query.items[0].first == query.items[0].last) {
+        return true;
+    }
+    problem = {1, "only one port can be asked for at a time",
+               "name ports one by one, or put the list to check"};
+    return false;
+}
+
+// Nothing is asked before every question is understood. What is asked twice is answered once.
+bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> &targets,
+                 Report &report) {
+    std::set<PortTarget> known;
+    for (const std::string &text : texts) {
+        PortQuery query;
+        QueryProblem problem;
+        if (!ReadOnePort(text, query, problem)) {
+            TellUsage(text, problem, report);
+            return false;
+        }
+        for (const std::uint32_t protocol : kProtocols) {
+            const PortTarget target = {query.items[0].first, protocol};
+            if ((query.protocols & protocol) != 0 && known.insert(target).second) {
+                targets.push_back(target);
+            }
+        }
+    }
+    return true;
+}
+
+void RaiseStatus(PortVerdict verdict, Report &report) {
+    report.Raise(verdict == PortVerdict::kTaken  ? Status::kNo
+                 : verdict == PortVerdict::kFree ? Status::kOk
+                                                 : Status::kFailed);
+}
+
+// ---- The table
+
+std::string PlaceText(const DeclaredClaim &claim) {
+    const bool setting = claim.source == kSettingSource;
+    return setting ? claim.holder.entry + " in " + claim.holder.file : claim.holder.place;
+}
+
+class AccountTable {
+  public:
+    void Add(const PortAccount &account);
+
+    // Empty when nobody has any of the ports.
+    std::string Text(bool header, std::size_t columns) const;
+
+  private:
+    void AddRow(const PortAccount &account, std::vector<std::string> cells);
+    void AddSockets(const PortAccount &account);
+
+    std::vector<std::vector<std::string>> rows_;
+};
+
+void AccountTable::AddRow(const PortAccount &account, std::vector<std::string> cells) {
+    cells.insert(cells.begin(), {std::to_string(account.port), ProtocolsText(account.protocol)});
+    rows_.push_back(std::move(cells));
+}
+
+void AccountTable::Add(const PortAccount &account) {
+    if (account.reserved) {
+        AddRow(account, {std::string(kReservedSource), "", "", "", "", "always taken"});
+    }
+    for (const std::vector<DeclaredClaim> *claims : {&account.declared, &account.forwarded}) {
+        for (const DeclaredClaim &claim : *claims) {
+            AddRow(account,
+                   {std::string(claim.source), claim.holder.name, "", "", "", PlaceText(claim)});
+        }
+    }
+    AddSockets(account);
+}
+
+void AccountTable::AddSockets(const PortAccount &account) {
+    const std::string source(kSocketSource);
+    const std::size_t shown = std::min(account.held.size(), kMostSockets);
+    for (std::size_t i = 0; i < shown; ++i) {
+        const HeldSocket &socket = account.held[i];
+        const HoldingProcess process = socket.process.value_or(HoldingProcess{});
+        AddRow(account, {source, socket.process ? process.name : kUnknownHolder,
+                         socket.process ? std::to_string(process.pid) : "", process.user,
+                         StateName(socket), process.program});
+    }
+    const std::size_t more = account.held.size() - shown;
+    if (more != 0) {
+        AddRow(account, {source, "and " + std::to_string(more) + " more", "", "", "", ""});
+    }
+}
+
+std::string AccountTable::Text(bool header, std::size_t columns) const {
+    if (rows_.empty()) {
+        return {};
+    }
+    Table table({"PORT", "PROTO", "SOURCE", "NAME", "PID", "USER", "STATE", "WHERE"});
+    for (const std::vector<std::string> &cells : rows_) {
+        table.Row(cells);
+    }
+    return table.Text(header, columns);
+}
+
+// ---- JSON
+
+Json ClaimsJson(const std::vector<DeclaredClaim> &claims) {
+    Json list = Json::array();
+    for (const DeclaredClaim &claim : claims) {
+        list.push_back({{"source", claim.source},
+                        {"name", TextOrNull(claim.holder.name)},
+                        {"file", TextOrNull(claim.holder.file)},
+                        {"entry", TextOrNull(claim.holder.entry)}});
+    }
+    return list;
+}
+
+Json SocketJson(const HeldSocket &socket) {
+    const HoldingProcess process = socket.process.value_or(HoldingProcess{});
+    return {{"pid", socket.process ? Json(process.pid) : Json(nullptr)},
+            {"program", TextOrNull(process.program)},
+            {"process", TextOrNull(process.name)},
+            {"user", TextOrNull(process.user)},
+            {"unit", TextOrNull(process.unit)},
+            {"state", TextOrNull(StateName(socket))}};
+}
+
+Json AccountJson(const PortAccount &account, const std::string &sentence) {
+    Json sockets = Json::array();
+    for (const HeldSocket &socket : account.held) {
+        sockets.push_back(SocketJson(socket));
+    }
+    return {{"port", account.port},
+            {"protocol", ProtocolsText(account.protocol)},
+            {"verdict", VerdictName(account.Verdict())},
+            {"sentence", Utf8Text(sentence)},
+            {"reserved", account.reserved},
+            {"declared_by", ClaimsJson(account.declared)},
+            {"forwarded_by", ClaimsJson(account.forwarded)},
+            {"held_by", std::move(sockets)},
+            {"same_service", account.same_service ? Json(*account.same_service) : Json(nullptr)},
+            {"failed_sources", account.failed}};
+}
+
+}  // namespace
+
+void Why(const WhyOptions &options, Report &report) {
+    std::vector<PortTarget> targets;
+    if (!ReadTargets(options.ports, targets, report)) {
+        return;
+    }
+    const bool as_root = geteuid() == 0;
+    AccountTable table;
+    std::string sentences;
+    for (const PortAccount &account : ReadPortAccounts(targets, report)) {
+        const std::string sentence = PortSentence(account, as_root);
+        RaiseStatus(account.Verdict(), report);
+        table.Add(account);
+        sentences += Escaped(sentence) + '\n';
+        report.AddResult(AccountJson(account, sentence));
+    }
+    report.Print(table.Text(!options.no_legend, report.Columns()));
+    report.Print(sentences);
+}
+
+}  // namespace tavo::tool

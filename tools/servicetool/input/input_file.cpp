@@ -1,0 +1,156 @@
+#include "input/input_file.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include "output/text.h"
+
+namespace tavo::tool {
+namespace {
+
+// Far more than any service file. It keeps what is none, or never ends, from taking the machine's
+// memory and time.
+constexpr std::size_t kLargest = std::size_t{16} << 20;
+
+class Descriptor {
+  public:
+    explicit Descriptor(int number) : number_(number) {}
+    ~Descriptor() {
+        if (number_ >= 0) {
+            close(number_);
+        }
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    int Number() const { return number_; }
+
+  private:
+    int number_;
+};
+
+// Why something of that mode is not read; empty for a regular file.
+std::string KindProblem(mode_t mode) {
+    switch (mode & S_IFMT) {
+        case S_IFREG:
+            return {};
+        case S_IFDIR:
+            return "is a folder";
+        case S_IFIFO:
+            return "is a pipe";
+        case S_IFSOCK:
+            return "is a socket";
+        default:
+            return "is a device";
+    }
+}
+
+FileContents Problem(std::string text) {
+    return {{}, std::move(text), false};
+}
+
+// Of a name that does not lead to a file.
+FileContents MissingFile(const std::string &path, int error) {
+    struct stat link {};
+    if (lstat(path.c_str(), &link) != 0) {
+        const bool absent = IsAbsence(error) && IsAbsence(errno);
+        return {{}, ErrorText(error), absent};
+    }
+    return Problem(S_ISLNK(link.st_mode) && error == ENOENT ? "is a symbolic link to nothing"
+                                                            : ErrorText(error));
+}
+
+FileContents ReadAll(int descriptor) {
+    FileContents contents;
+    std::string buffer(std::size_t{1} << 16, '\0');
+    for (;;) {
+        const ssize_t got = read(descriptor, buffer.data(), buffer.size());
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            return Problem(ErrorText(errno));
+        }
+        if (got == 0) {
+            return contents;
+        }
+        contents.text.append(buffer, 0, static_cast<std::size_t>(got));
+        if (contents.text.size() > kLargest) {
+            return Problem("is larger than 16 MiB");
+        }
+    }
+}
+
+}  // namespace
+
+std::string ErrorText(int error) {
+    return LowerFirst(std::strerror(error));
+}
+
+bool IsAbsence(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+// Asks before it opens, since opening alone has effects on some devices, and again behind it, since
+// the name may mean something else by then. Without O_NONBLOCK a pipe would wait for its writer.
+FileContents ReadRegularFile(const std::string &path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        return MissingFile(path, errno);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return Problem(KindProblem(status.st_mode));
+    }
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (file.Number() < 0) {
+        return MissingFile(path, errno);
+    }
+    if (fstat(file.Number(), &status) != 0) {
+        return Problem(ErrorText(errno));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return Problem(KindProblem(status.st_mode));
+    }
+    return ReadAll(file.Number());
+}
+
+// Unlike a FILE it may well be a pipe or a terminal.
+FileContents ReadStandardInput() {
+    struct stat status {};
+    if (fstat(STDIN_FILENO, &status) == 0 && S_ISDIR(status.st_mode)) {
+        return Problem(KindProblem(status.st_mode));
+    }
+    return ReadAll(STDIN_FILENO);
+}
+
+MemoryFile::MemoryFile() : descriptor_(memfd_create("servicetool", MFD_CLOEXEC)) {
+    if (descriptor_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "file in memory");
+    }
+}
+
+MemoryFile::MemoryFile(std::string_view text) : MemoryFile() {
+    while (!text.empty()) {
+        const ssize_t put = write(descriptor_, text.data(), text.size());
+        if (put < 0 && errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), "file in memory");
+        }
+        text.remove_prefix(put > 0 ? static_cast<std::size_t>(put) : 0);
+    }
+}
+
+MemoryFile::~MemoryFile() {
+    close(descriptor_);
+}
+
+std::string MemoryFile::Path() const {
+    return "/proc/self/fd/" + std::to_string(descriptor_);
+}
+
+}  // namespace tavo::tool

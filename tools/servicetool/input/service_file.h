@@ -1,0 +1,98 @@
+// Service files as the reading commands see them: what the library reads, and why it leaves
+// something out.
+#ifndef TAVO_SERVICETOOL_INPUT_SERVICE_FILE_H
+#define TAVO_SERVICETOOL_INPUT_SERVICE_FILE_H
+
+#include <algorithm>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "input/library_owners.h"
+#include "lint/lint.h"
+#include "output/report.h"
+#include "tavoserviceconf.h"
+
+namespace tavo::tool {
+
+// A folder that service files are looked for in.
+struct ServiceFolder {
+    int selector;           // TAVO_SERVICE_CONF_DIR_SYSTEM or _PACKAGE
+    std::string_view name;  // as it is called in tables and JSON
+    std::string_view path;
+};
+
+inline constexpr int kEveryServiceFolder =
+    TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
+
+// The service folders of the appliance that the bits of `selector` name, system first.
+std::vector<ServiceFolder> ServiceFolders(int selector);
+
+// What service folder a path lies in: "system", "package" or "" for neither.
+std::string_view LocationOf(const std::string &path);
+
+// The path without symbolic links; "" when there is none, as for standard input.
+std::string RealPathOf(const std::string &path);
+
+struct ServiceFile {
+    std::string path;
+    std::string problem;  // why nothing could be read; else empty
+    OwnedConf conf;       // NULL when the library refuses the file
+    LintResult lint;
+};
+
+// Reads one file, "-" for standard input.
+ServiceFile ReadServiceFile(const std::string &path);
+
+struct FolderContents {
+    bool complete = true;            // the folder could be listed
+    std::vector<ServiceFile> files;  // names ascending
+};
+
+// Reads the files of a folder, and reports one that cannot be listed.
+FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report);
+
+// Whether the library read just the services that lint takes for readable. It does unless the file
+// changed between their looks at it, or the system kept the library from reading a service.
+bool LibraryAndLintAgree(const TAVO_SERVICE_CONF *conf, const LintResult &lint);
+
+// Tells what of the file could not be read: the file itself, or the services that the library
+// leaves out of it. True when there was something to tell.
+bool TellWhatIsMissing(const ServiceFile &file, Report &report,
+                       Severity severity = Severity::kError);
+
+// Tells why the library leaves the service out.
+void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report,
+                 Severity severity = Severity::kError);
+
+// The library's lists are in reverse: what was read last is first.
+template <typename Record>
+std::vector<const Record *> InFileOrder(const Record *list) {
+    std::vector<const Record *> records;
+    for (; list != nullptr; list = list->pNext) {
+        records.push_back(list);
+    }
+    std::reverse(records.begin(), records.end());
+    return records;
+}
+
+// A port list in the notation of the file, such as "80,6000:6010/tcp,udp"; "" for none.
+std::string PortsText(const TAVO_SERVICE_CONF_PORT *list);
+
+// Whether the text has a reference into a string table beside it.
+bool HasReference(const TAVO_SERVICE_CONF_STRING &string);
+
+// The reference as a file has it, "SOURCE:SECTION:KEY" or "SECTION:KEY"; "" for none.
+std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string);
+
+// The JSON object of a service, the same in every command.
+nlohmann::ordered_json ServiceJson(const ServiceFile &file,
+                                   const TAVO_SERVICE_CONF_SECTION &section);
+
+// The part of it that does not need a file: ports and texts.
+nlohmann::ordered_json SectionJson(const TAVO_SERVICE_CONF_SECTION &section);
+
+}  // namespace tavo::tool
+
+#endif

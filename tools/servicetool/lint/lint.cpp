@@ -1,0 +1,300 @@
+// Two walks over the lines. The first sees the file as the library does: which sections there are
+// and which line of each key counts. The second, knowing that, tells what is wrong, line by line.
+#include "lint/lint.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "config_lines.h"
+#include "lint/declared_ports.h"
+#include "lint/findings.h"
+#include "lint/lint_keys.h"
+#include "output/text.h"
+#include "tavoserviceconf.h"
+
+namespace tavo::tool {
+namespace {
+
+constexpr std::string_view kGlobalName = "global";
+constexpr std::string_view kDestinationPorts = "dst.ports";
+
+// All sections of one name, which the library reads as one. Files may hold millions of them, so
+// there is little in it.
+struct Section {
+    std::string_view name;
+    SectionKind kind;
+    bool has_keys = false;
+    std::uint32_t line = 0;                         // of its first header
+    std::uint32_t service = 0;                      // where it stands in LintResult::services
+    std::array<std::uint32_t, kKeyCount> counts{};  // the line of each key that counts, 0 for none
+};
+
+// Compare names without case, as a person does who takes two names for one.
+struct EqualWithoutCase {
+    bool operator()(std::string_view a, std::string_view b) const {
+        return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                          [](char x, char y) { return Lowered(x) == Lowered(y); });
+    }
+};
+struct HashWithoutCase {
+    std::size_t operator()(std::string_view name) const {
+        std::size_t hash = 14695981039346656037U;  // FNV-1a
+        for (const char c : name) {
+            hash = (hash ^ static_cast<unsigned char>(Lowered(c))) * 1099511628211U;
+        }
+        return hash;
+    }
+};
+
+// What a section name that is not allowed may be meant to be; empty for no idea.
+std::string NameFix(std::string_view name) {
+    constexpr std::size_t kLongest = 60;
+    std::string fixed(TrimBlanks(name));
+    if (fixed.empty() || fixed.size() > kLongest) {
+        return {};
+    }
+    for (char &c : fixed) {
+        if (static_cast<unsigned char>(c) >= 0x80 || IsControl(static_cast<unsigned char>(c))) {
+            return {};
+        }
+        c = kNameCharacters.find(c) == std::string_view::npos ? '-' : c;
+    }
+    return "write [" + fixed + "]";
+}
+
+class Linter {
+  public:
+    Linter(std::string_view text, std::string_view file) : text_(text), findings_(file, result_) {}
+
+    LintResult Run() {
+        CollectSections();
+        CheckFile();
+        CheckLines();
+        findings_.Close();
+        return std::move(result_);
+    }
+
+  private:
+    void CollectSections();
+    Section &SectionNamed(std::string_view name, std::size_t line);
+    void CheckFile();
+    void CheckLines();
+    void CheckHeader(const ConfigLine &line, const Section &section);
+    void CheckName(const ConfigLine &line);
+    void CheckNameCase(const ConfigLine &line);
+    void CheckKeysOf(const ConfigLine &header, const Section &section);
+    void CheckKey(const ConfigLine &line, const Section &section);
+    void CheckUnknownKey(const ConfigLine &line, SectionKind kind);
+    void CheckOther(const ConfigLine &line);
+
+    std::string_view text_;
+    LintResult result_;
+    Findings findings_;
+    DeclaredPorts declared_ports_;
+    std::vector<Section> sections_;
+    std::unordered_map<std::string_view, std::uint32_t> by_name_;
+    std::unordered_map<std::string_view, std::size_t, HashWithoutCase, EqualWithoutCase>
+        first_lines_;
+};
+
+void Linter::CollectSections() {
+    Section *section = nullptr;
+    ConfigLine line;
+    for (ConfigLineReader reader(text_); reader.Next(line);) {
+        if (line.kind == ConfigLineKind::kSection) {
+            section = &SectionNamed(line.name, line.number);
+        } else if (line.kind == ConfigLineKind::kKeyValue && section != nullptr) {
+            section->has_keys = true;
+            if (const auto key = FindKey(section->kind, line.name)) {
+                section->counts[*key] = static_cast<std::uint32_t>(line.number);
+            }
+        }
+    }
+}
+
+Section &Linter::SectionNamed(std::string_view name, std::size_t line) {
+    const auto [found, added] =
+        by_name_.emplace(name, static_cast<std::uint32_t>(sections_.size()));
+    if (added) {
+        Section section{.name = name,
+                        .kind = name == kGlobalName ? SectionKind::kGlobal : SectionKind::kService,
+                        .line = static_cast<std::uint32_t>(line)};
+        if (section.kind == SectionKind::kService) {
+            section.service = static_cast<std::uint32_t>(result_.services.size());
+            result_.services.emplace_back().name = name;
+        }
+        sections_.push_back(section);
+    }
+    return sections_[found->second];
+}
+
+void Linter::CheckFile() {
+    ConfigLine first;
+    first.number = 1;
+    first.text = text_.substr(0, 0);
+    ConfigLineReader(text_).Next(first);
+    const std::string_view start = first.text.substr(0, 0);
+    if (sections_.empty()) {
+        findings_.Add(Rule("no-section"), first, start, "the file has no section, so no service",
+                      "start each service with a line [NAME]");
+    } else if (result_.services.empty()) {
+        findings_.Add(Rule("only-global"), first, start,
+                      "the only section is [global], so there is no service",
+                      "add a section [NAME] for each service");
+    }
+}
+
+void Linter::CheckLines() {
+    const Section *section = nullptr;
+    ConfigLine line;
+    for (ConfigLineReader reader(text_); reader.Next(line);) {
+        switch (line.kind) {
+            case ConfigLineKind::kBlank:
+            case ConfigLineKind::kComment:
+                break;
+            case ConfigLineKind::kSection:
+                section = &sections_[by_name_.at(line.name)];
+                findings_.EnterService(section->kind == SectionKind::kService
+                                           ? &result_.services[section->service]
+                                           : nullptr);
+                CheckHeader(line, *section);
+                break;
+            case ConfigLineKind::kKeyValue:
+                if (section != nullptr) {
+                    CheckKey(line, *section);
+                } else {
+                    findings_.Add(Rule("key-outside-section"), line, line.name,
+                                  "a key before the first section is not read");
+                }
+                break;
+            case ConfigLineKind::kOther:
+                CheckOther(line);
+                break;
+        }
+    }
+}
+
+void Linter::CheckHeader(const ConfigLine &line, const Section &section) {
+    CheckName(line);
+    if (line.number != section.line) {
+        findings_.Add(Rule("duplicate-section"), line, line.name,
+                      "section [" + Shortened(line.name) + "] starts in line " +
+                          std::to_string(section.line) + " already; both are read as one");
+        return;
+    }
+    CheckNameCase(line);
+    CheckKeysOf(line, section);
+}
+
+void Linter::CheckName(const ConfigLine &line) {
+    const std::string_view name = line.name;
+    const std::size_t bad = name.find_first_not_of(kNameCharacters);
+    if (name.empty()) {
+        findings_.Add(Rule("section-name"), line, name, "the section has no name");
+    } else if (bad != std::string_view::npos) {
+        findings_.Add(Rule("section-name"), line, name.substr(bad),
+                      "section name " + Quoted(name) +
+                          " holds something else than letters, digits, \"-\", \".\" and \"_\"",
+                      NameFix(name));
+    } else {
+        CheckLength(name, "the section's name", TAVO_SERVICE_CONF_NAME_SIZE, line, findings_);
+    }
+}
+
+void Linter::CheckNameCase(const ConfigLine &line) {
+    const auto [first, added] = first_lines_.emplace(line.name, line.number);
+    if (!added) {
+        findings_.Add(Rule("name-case"), line, line.name,
+                      "section [" + Shortened(line.name) + "] differs from [" +
+                          Shortened(first->first) + "] in line " + std::to_string(first->second) +
+                          " only in case");
+    } else if (line.name != kGlobalName && EqualWithoutCase()(line.name, kGlobalName)) {
+        findings_.Add(Rule("name-case"), line, line.name,
+                      "[" + std::string(line.name) + "] differs from [global] in case, so it is " +
+                          "read as a service",
+                      "write [global]");
+    }
+}
+
+void Linter::CheckKeysOf(const ConfigLine &header, const Section &section) {
+    if (!section.has_keys) {
+        const bool global = section.kind == SectionKind::kGlobal;
+        findings_.Add(global ? Rule("empty-global") : Rule("empty-section"), header, header.name,
+                      "section [" + Shortened(header.name) + "] has no key" +
+                          (global ? " and is not read" : ""));
+        return;
+    }
+    for (std::size_t i = 0; i < kKeyRules.size(); ++i) {
+        const KeyRule &key = kKeyRules[i];
+        if (key.missing && key.section == section.kind && section.counts[i] == 0) {
+            findings_.Add(*key.missing, header, header.name,
+                          "section [" + Shortened(header.name) + "] lacks " + std::string(key.name),
+                          "add a line " + std::string(key.example));
+        }
+    }
+}
+
+void Linter::CheckKey(const ConfigLine &line, const Section &section) {
+    const auto key = FindKey(section.kind, line.name);
+    if (!key) {
+        CheckUnknownKey(line, section.kind);
+    } else if (section.counts[*key] != line.number) {
+        findings_.Add(Rule("duplicate-key"), line, line.name,
+                      std::string(line.name) + " is given again in line " +
+                          std::to_string(section.counts[*key]) + ", which is the one that counts",
+                      "take one of the two away");
+    } else {
+        const std::size_t errors = result_.errors;
+        CheckValue(kKeyRules[*key], line, findings_);
+        if (line.name == kDestinationPorts && result_.errors == errors) {
+            declared_ports_.Add(section.name, line, findings_);
+        }
+    }
+}
+
+void Linter::CheckUnknownKey(const ConfigLine &line, SectionKind kind) {
+    const bool global = kind == SectionKind::kGlobal;
+    const SectionKind other = global ? SectionKind::kService : SectionKind::kGlobal;
+    const std::string_view similar = SimilarKey(kind, line.name);
+    std::string fix;
+    if (FindKey(other, line.name)) {
+        fix = global ? "move it to the section of a service" : "move it to section [global]";
+    } else if (!similar.empty()) {
+        fix = "write " + std::string(similar);
+    }
+    findings_.Add(Rule("unknown-key"), line, line.name,
+                  "key " + Quoted(line.name) + " is not known in " +
+                      (global ? "[global]" : "a service's section") + " and not read",
+                  std::move(fix));
+}
+
+void Linter::CheckOther(const ConfigLine &line) {
+    const std::string_view trimmed = TrimBlanks(line.text);
+    const std::size_t nul = line.text.find('\0');
+    if (nul != std::string_view::npos) {
+        findings_.Add(Rule("nul-byte"), line, line.text.substr(nul),
+                      "a line that holds a NUL byte is not read");
+    } else if (trimmed.front() == '[') {
+        findings_.Add(Rule("stray-line"), line, trimmed,
+                      "a section header ends with \"]\"; this line does not and is not read");
+    } else if (trimmed.front() == '=') {
+        findings_.Add(Rule("stray-line"), line, trimmed,
+                      "there is no key before the \"=\", so the line is not read");
+    } else {
+        findings_.Add(Rule("stray-line"), line, trimmed,
+                      "neither a comment, a section nor key=value, so the line is not read");
+    }
+}
+
+}  // namespace
+
+LintResult LintText(std::string_view text, std::string_view file) {
+    return Linter(text, file).Run();
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,268 @@
+#include "lint/lint_keys.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "output/text.h"
+#include "tavoserviceconf.h"
+
+namespace tavo::tool {
+namespace {
+
+// What port_forward is compared in. It decides only what counts as yes, so a longer value is odd
+// but never an error.
+constexpr std::size_t kForwardBytes = 31;
+
+// The last characters of what is left of a text that is cut to `limit` bytes.
+std::string EndOfCut(std::string_view text, std::size_t limit) {
+    constexpr std::size_t kShown = 12;
+    const std::string_view kept = text.substr(0, limit);
+    std::size_t begin = kept.size() - std::min(kShown, kept.size());
+    while (begin < kept.size() && (static_cast<unsigned char>(kept[begin]) & 0xC0) == 0x80) {
+        ++begin;
+    }
+    return "\"..." + std::string(kept.substr(begin)) + '"';
+}
+
+// The first spot that a display cannot show; one finding of each kind is enough for a value.
+void CheckCharacters(const ConfigLine &line, Findings &findings) {
+    bool control_found = false;
+    bool broken_found = false;
+    for (std::string_view rest = line.value; !rest.empty();) {
+        const Character character = FirstCharacter(rest);
+        const std::string_view spot = rest.substr(0, character.size);
+        if (!character.valid && !std::exchange(broken_found, true)) {
+            findings.Add(Rule("broken-utf-8"), line, spot,
+                         std::string(line.name) + " holds a byte that is no UTF-8");
+        } else if (character.valid && IsControl(character.code) &&
+                   !std::exchange(control_found, true)) {
+            findings.Add(Rule("control-byte"), line, spot,
+                         std::string(line.name) + " holds a control character");
+        }
+        rest.remove_prefix(character.size);
+    }
+}
+
+// What is in the value although it was probably meant to stand around it.
+void CheckQuotes(const ConfigLine &line, Findings &findings) {
+    const std::string_view raw = line.raw_value;
+    if (raw.empty() || line.value.data() != raw.data()) {
+        return;
+    }
+    if (raw.front() == '"') {
+        findings.Add(Rule("quotes"), line, raw.substr(0, 1),
+                     "the opening quote has no closing one at the end of the line and is read as "
+                     "part of the value",
+                     "end the line with a quote, or take this one away");
+    } else if (raw.back() == '"') {
+        findings.Add(Rule("quotes"), line, raw.substr(raw.size() - 1),
+                     "the closing quote has no opening one and is read as part of the value",
+                     "start the value with a quote, or take this one away");
+    } else if (raw.size() >= 2 && raw.front() == '\'' && raw.back() == '\'') {
+        findings.Add(Rule("quotes"), line, raw.substr(0, 1),
+                     "single quotes are read as part of the value", "use double quotes");
+    }
+}
+
+void CheckTrailingComment(const ConfigLine &line, Findings &findings) {
+    const std::string_view value = line.raw_value;
+    if (line.value.data() != value.data()) {
+        return;  // in quotes, so it is meant
+    }
+    for (std::size_t i = 1; i < value.size(); ++i) {
+        if ((value[i] == '#' || value[i] == ';') && IsBlank(value[i - 1])) {
+            findings.Add(Rule("trailing-comment"), line, value.substr(i, 1),
+                         "what looks like a comment is read as part of the value",
+                         "put the comment on a line of its own, or the value in quotes");
+            return;
+        }
+    }
+}
+
+void CheckShownText(const ConfigLine &line, Findings &findings) {
+    if (TrimBlanks(line.value).empty()) {
+        findings.Add(Rule("empty-text"), line, line.value,
+                     std::string(line.name) +
+                         (line.value.empty() ? " is empty" : " holds nothing but blanks"));
+    }
+    CheckCharacters(line, findings);
+    CheckLength(line.value, line.name, TAVO_SERVICE_CONF_TEXT_SIZE, line, findings);
+}
+
+void CheckExtra(const ConfigLine &line, Findings &findings) {
+    CheckCharacters(line, findings);
+    CheckLength(line.value, line.name, TAVO_SERVICE_CONF_TEXT_SIZE, line, findings);
+}
+
+void CheckFileKey(const ConfigLine &line, Findings &findings) {
+    CheckCharacters(line, findings);
+    CheckLength(line.value, line.name, TAVO_SERVICE_CONF_KEY_SIZE, line, findings);
+}
+
+// A reference cut the way the library cuts it: at its first two colons.
+std::vector<std::string_view> ReferenceParts(std::string_view reference) {
+    std::vector<std::string_view> parts;
+    std::size_t colon;
+    while (parts.size() < 2 && (colon = reference.find(':')) != std::string_view::npos) {
+        parts.push_back(TrimBlanks(reference.substr(0, colon)));
+        reference.remove_prefix(colon + 1);
+    }
+    parts.push_back(TrimBlanks(reference));
+    return parts;
+}
+
+void CheckReferencePart(std::string_view part, std::string_view what, std::size_t size,
+                        const ConfigLine &line, Findings &findings) {
+    if (part.empty()) {
+        findings.Add(Rule("reference"), line, part,
+                     "the " + std::string(what) + " of " + std::string(line.name) + " is empty");
+    }
+    CheckLength(part, "the " + std::string(what) + " of " + std::string(line.name), size, line,
+                findings);
+}
+
+void CheckReference(const ConfigLine &line, Findings &findings) {
+    CheckCharacters(line, findings);
+    const std::vector<std::string_view> parts = ReferenceParts(line.value);
+    const std::string_view key = parts.back();
+    if (parts.size() == 1) {
+        const std::string_view text = line.name == "title_key" ? "title" : "desc";
+        findings.Add(Rule("reference"), line, line.value,
+                     std::string(line.name) + " without a colon has no effect: " +
+                         std::string(text) + " takes its place",
+                     "write SECTION:KEY or SOURCE:SECTION:KEY");
+        return;
+    }
+    if (parts.size() == 3) {
+        CheckReferencePart(parts[0], "source", TAVO_SERVICE_CONF_SOURCE_SIZE, line, findings);
+    }
+    CheckReferencePart(parts[parts.size() - 2], "section", TAVO_SERVICE_CONF_SECTION_SIZE, line,
+                       findings);
+    CheckReferencePart(key, "key", TAVO_SERVICE_CONF_KEY_SIZE, line, findings);
+    const std::size_t colon = key.find(':');
+    if (colon != std::string_view::npos) {
+        findings.Add(Rule("reference"), line, key.substr(colon, 1),
+                     "this colon is read as part of the key: a reference has three parts at most");
+    }
+}
+
+bool IsYes(std::string_view value) {
+    return LowerCase(TrimBlanks(value)) == "yes";
+}
+
+void CheckPortForward(const ConfigLine &line, Findings &findings) {
+    const std::string word = LowerCase(TrimBlanks(line.value));
+    if (word == "no" || (word == "yes" && IsYes(line.value.substr(0, kForwardBytes)))) {
+        return;
+    }
+    const bool forwards = IsYes(line.value.substr(0, kForwardBytes));
+    std::string fix = "write yes or no";
+    if (word == "true" || word == "1" || word == "on") {
+        fix = "write yes";
+    } else if (word == "false" || word == "0" || word == "off") {
+        fix = "write no";
+    }
+    findings.Add(
+        Rule("port-forward-value"), line, line.value,
+        Quoted(line.value) + " is neither yes nor no and counts as " + (forwards ? "yes" : "no"),
+        fix);
+}
+
+void CheckVersion(const ConfigLine &line, Findings &findings) {
+    const std::string_view value = line.value;
+    const bool digits = !value.empty() && std::all_of(value.begin(), value.end(),
+                                                      [](char c) { return c >= '0' && c <= '9'; });
+    // The same reading as the library's, down to the 32 bits that it keeps.
+    const long number = std::strtol(std::string(value).c_str(), nullptr, 10);
+    const auto kept = static_cast<std::int32_t>(number);
+    if (!digits || kept != number) {
+        findings.Add(Rule("version-number"), line, value,
+                     Quoted(value) + " is no version number and is read as " + std::to_string(kept),
+                     kept > 0 ? "write " + std::to_string(kept) : "write 1");
+    }
+}
+
+// How many single-byte changes, additions and removals turn one word into the other.
+std::size_t EditDistance(std::string_view from, std::string_view to) {
+    std::vector<std::size_t> row(to.size() + 1);
+    for (std::size_t i = 0; i < row.size(); ++i) {
+        row[i] = i;
+    }
+    for (std::size_t i = 0; i < from.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t j = 0; j < to.size(); ++j) {
+            const std::size_t changed = diagonal + (from[i] == to[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+}  // namespace
+
+void CheckValue(const KeyRule &key, const ConfigLine &line, Findings &findings) {
+    CheckQuotes(line, findings);
+    CheckTrailingComment(line, findings);
+    key.check(line, findings);
+}
+
+void CheckLength(std::string_view part, std::string_view what, std::size_t size,
+                 const ConfigLine &line, Findings &findings) {
+    const std::size_t limit = size - 1;
+    if (part.size() > limit) {
+        findings.Add(Rule("text-truncated"), line, part.substr(limit),
+                     std::string(what) + " has " + std::to_string(part.size()) +
+                         " bytes; it is cut to " + std::to_string(limit) + " and ends in " +
+                         EndOfCut(part, limit));
+    }
+}
+
+const std::array<KeyRule, kKeyCount> kKeyRules = {{
+    {"version", SectionKind::kGlobal, {}, "", CheckVersion},
+    {"support_key", SectionKind::kGlobal, {}, "", CheckFileKey},
+    {"run_key", SectionKind::kGlobal, {}, "", CheckFileKey},
+    {"title_key", SectionKind::kService, {}, "", CheckReference},
+    {"title", SectionKind::kService, Rule("missing-title"), "title=\"TEXT\"", CheckShownText},
+    {"desc_key", SectionKind::kService, {}, "", CheckReference},
+    {"desc", SectionKind::kService, Rule("missing-desc"), "desc=\"TEXT\"", CheckShownText},
+    {"desc_extra", SectionKind::kService, {}, "", CheckExtra},
+    {"port_forward", SectionKind::kService, {}, "", CheckPortForward},
+    {"src.ports", SectionKind::kService, {}, "", CheckPorts},
+    {"dst.ports", SectionKind::kService, Rule("missing-dst-ports"), "dst.ports=\"PORTS/PROTOCOLS\"",
+     CheckPorts},
+}};
+
+std::optional<std::size_t> FindKey(SectionKind section, std::string_view name) {
+    for (std::size_t i = 0; i < kKeyRules.size(); ++i) {
+        if (kKeyRules[i].section == section && kKeyRules[i].name == name) {
+            return i;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string_view SimilarKey(SectionKind section, std::string_view name) {
+    constexpr std::size_t kLongest = 20;
+    constexpr std::size_t kFarthest = 2;
+    if (name.size() > kLongest) {
+        return {};
+    }
+    const std::string lower = LowerCase(name);
+    std::string_view best;
+    std::size_t least = kFarthest + 1;
+    for (const KeyRule &key : kKeyRules) {
+        const std::size_t distance = EditDistance(lower, key.name);
+        if (key.section == section && distance < least && 2 * distance <= key.name.size()) {
+            least = distance;
+            best = key.name;
+        }
+    }
+    return best;
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,138 @@
+#include "output/diagnostic.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "output/text.h"
+
+namespace tavo::tool {
+namespace {
+
+// How much of a line is kept on each side of the spot, for the widest of terminals.
+constexpr std::size_t kContextBytes = 200;
+
+// In less than this nothing can be recognised, and the terminal may wrap the line.
+constexpr std::size_t kLeastColumns = 30;
+
+constexpr std::string_view kIndent = "    ";
+constexpr std::string_view kCut = "...";
+
+constexpr std::string_view kBoldRed = "\x1b[1;31m";
+constexpr std::string_view kBoldYellow = "\x1b[1;33m";
+constexpr std::string_view kBoldGreen = "\x1b[1;32m";
+constexpr std::string_view kPlain = "\x1b[0m";
+
+std::string Coloured(std::string_view text, std::string_view code, bool colour) {
+    return colour ? std::string(code) + std::string(text) + std::string(kPlain) : std::string(text);
+}
+
+bool InsideCharacter(std::string_view text, std::size_t offset) {
+    return offset < text.size() && (static_cast<unsigned char>(text[offset]) & 0xC0) == 0x80;
+}
+
+// Moves a cut back to the start of the character that it would split; bytes that are no UTF-8 have
+// no such start, so it looks back no further than a character is long.
+std::size_t CharacterStart(std::string_view text, std::size_t offset) {
+    for (std::size_t back = 0; back < 4 && back <= offset; ++back) {
+        if (!InsideCharacter(text, offset - back)) {
+            return offset - back;
+        }
+    }
+    return offset;
+}
+
+std::string Place(const Diagnostic &diagnostic) {
+    if (diagnostic.file.empty()) {
+        return "servicetool: ";
+    }
+    std::string place = Escaped(diagnostic.file) + ':';
+    if (diagnostic.line != 0) {
+        place += std::to_string(diagnostic.line) + ':' + std::to_string(diagnostic.column) + ':';
+    }
+    return place + ' ';
+}
+
+std::string Before(const SourceLine &source) {
+    return std::string(source.cut_before ? kCut : "") +
+           Escaped(std::string_view(source.text).substr(0, source.spot));
+}
+
+std::string Behind(const SourceLine &source) {
+    return Escaped(std::string_view(source.text).substr(source.spot)) +
+           std::string(source.cut_after ? kCut : "");
+}
+
+// The line without what does not fit into `columns`, taken away from its wider side. Whole
+// characters go, so that no escape is cut in two.
+SourceLine Narrowed(const SourceLine &source, std::size_t columns) {
+    const std::string_view text = source.text;
+    SourceLine kept = source;
+    std::size_t begin = 0;
+    std::size_t end = text.size();
+    std::size_t before = DisplayWidth(Before(source));
+    std::size_t behind = DisplayWidth(Behind(source));
+    // The caret takes a column behind the end of the line, too.
+    while (before + std::max<std::size_t>(behind, 1) > columns) {
+        if (before > behind && begin < source.spot) {
+            const std::size_t next =
+                std::min(begin + FirstCharacter(text.substr(begin)).size, source.spot);
+            before -= DisplayWidth(Escaped(text.substr(begin, next - begin)));
+            before += std::exchange(kept.cut_before, true) ? 0 : kCut.size();
+            begin = next;
+        } else if (end > source.spot) {
+            const std::size_t next = std::max(CharacterStart(text, end - 1), source.spot);
+            behind -= DisplayWidth(Escaped(text.substr(next, end - next)));
+            behind += std::exchange(kept.cut_after, true) ? 0 : kCut.size();
+            end = next;
+        } else {
+            break;
+        }
+    }
+    kept.text = text.substr(begin, end - begin);
+    kept.spot = source.spot - begin;
+    return kept;
+}
+
+std::string SourceText(const SourceLine &whole, bool colour, std::size_t columns) {
+    const std::size_t room = std::max(columns, kLeastColumns) - kIndent.size();
+    const SourceLine source = Narrowed(whole, room);
+    const std::string before = Before(source);
+    return std::string(kIndent) + before + Behind(source) + '\n' + std::string(kIndent) +
+           std::string(DisplayWidth(before), ' ') + Coloured("^", kBoldGreen, colour) + '\n';
+}
+
+}  // namespace
+
+std::string_view SeverityName(Severity severity) {
+    return severity == Severity::kError ? "error" : "warning";
+}
+
+SourceLine AroundSpot(std::string_view line, std::size_t spot) {
+    std::size_t begin = 0;
+    std::size_t end = line.size();
+    if (line.size() > 2 * kContextBytes) {
+        begin = spot > kContextBytes ? CharacterStart(line, spot - kContextBytes) : 0;
+        if (line.size() - spot > kContextBytes) {
+            end = CharacterStart(line, spot + kContextBytes);
+        }
+    }
+    return {std::string(line.substr(begin, end - begin)), spot - begin, begin != 0,
+            end != line.size()};
+}
+
+std::string DiagnosticText(const Diagnostic &diagnostic, bool colour, std::size_t columns) {
+    const bool error = diagnostic.severity == Severity::kError;
+    std::string text = Place(diagnostic) +
+                       Coloured(std::string(SeverityName(diagnostic.severity)) + ':',
+                                error ? kBoldRed : kBoldYellow, colour) +
+                       ' ' + Escaped(diagnostic.message) + " [" + diagnostic.rule + "]\n";
+    if (diagnostic.line != 0) {
+        text += SourceText(diagnostic.source, colour, columns);
+    }
+    if (!diagnostic.fix.empty()) {
+        text += std::string(kIndent) + "fix: " + Escaped(diagnostic.fix) + '\n';
+    }
+    return text;
+}
+
+}  // namespace tavo::tool

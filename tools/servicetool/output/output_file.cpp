@@ -1,0 +1,155 @@
+// A file is replaced, never written over: whoever reads it while it is written, or after that has
+// failed, has the old picture and not half of a new one. What is no file is written to as it is,
+// and never waited for where nobody is at its other end.
+#include "output/output_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "input/input_file.h"
+
+namespace tavo::tool {
+namespace {
+
+// The file beside the one that it is to replace, gone unless it did. The name is of its own, for
+// that of the target may be as long as names can be.
+class StagedFile {
+  public:
+    explicit StagedFile(const std::string &target)
+        : target_(target),
+          path_(target.substr(0, target.rfind('/') + 1) + ".svg-XXXXXX"),
+          descriptor_(mkostemp(path_.data(), O_CLOEXEC)) {}
+    ~StagedFile() {
+        if (descriptor_ != -1) {
+            close(descriptor_);
+            unlink(path_.c_str());
+        }
+    }
+    StagedFile(const StagedFile &) = delete;
+    StagedFile &operator=(const StagedFile &) = delete;
+
+    int Descriptor() const { return descriptor_; }
+
+    bool Publish() {
+        if (fsync(descriptor_) != 0 || rename(path_.c_str(), target_.c_str()) != 0) {
+            return false;
+        }
+        close(descriptor_);
+        descriptor_ = -1;
+        return true;
+    }
+
+  private:
+    const std::string target_;
+    std::string path_;
+    int descriptor_;
+};
+
+bool WriteAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(descriptor, text.data(), text.size());
+        if (written < 0 && errno != EINTR) {
+            return false;
+        }
+        text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// The file that links lead to.
+std::string FollowLinks(const std::string &path) {
+    struct Free {
+        void operator()(char *text) const { std::free(text); }
+    };
+    const std::unique_ptr<char, Free> real(realpath(path.c_str(), nullptr));
+    return real == nullptr ? path : real.get();
+}
+
+bool IsLink(const std::string &path) {
+    struct stat link = {};
+    return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode);
+}
+
+// What a new file may be read and written by, as the shell's redirection has it.
+mode_t NewMode() {
+    constexpr mode_t kEverybody = 0666;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return kEverybody & ~mask;
+}
+
+// These three give the reason of a failure, else nothing.
+
+std::string Create(const std::string &path, std::string_view text) {
+    StagedFile staged(path);
+    const bool created = staged.Descriptor() != -1 && WriteAll(staged.Descriptor(), text) &&
+                         fchmod(staged.Descriptor(), NewMode()) == 0 && staged.Publish();
+    return created ? "" : ErrorText(errno);
+}
+
+// The new file belongs to whom the old one belonged to. A file that may not be written may not be
+// replaced either, though its folder may allow it.
+std::string Replace(const std::string &path, const struct stat &old, std::string_view text) {
+    constexpr mode_t kPermissions = 07777;
+    if (access(path.c_str(), W_OK) != 0) {
+        return ErrorText(errno);
+    }
+    StagedFile staged(path);
+    if (staged.Descriptor() == -1 || !WriteAll(staged.Descriptor(), text)) {
+        return ErrorText(errno);
+    }
+    if (fchown(staged.Descriptor(), old.st_uid, old.st_gid) != 0) {
+        return "its owner cannot be kept: " + ErrorText(errno);
+    }
+    const bool replaced =
+        fchmod(staged.Descriptor(), old.st_mode & kPermissions) == 0 && staged.Publish();
+    return replaced ? "" : ErrorText(errno);
+}
+
+// A pipe without a reader is a failure when it is opened so; a slow reader is waited for then.
+std::string WriteTo(const std::string &path, std::string_view text) {
+    const int descriptor = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (descriptor == -1) {
+        return ErrorText(errno);
+    }
+    const bool written = fcntl(descriptor, F_SETFL, 0) == 0 && WriteAll(descriptor, text);
+    const std::string problem = written ? "" : ErrorText(errno);
+    close(descriptor);
+    return problem;
+}
+
+std::string Message(const char *what, const std::string &reason) {
+    return reason.empty() ? "" : what + reason;
+}
+
+}  // namespace
+
+bool IsStandardOutput(const std::string &path) {
+    struct stat file = {};
+    struct stat output = {};
+    return path == kStandardOutput ||
+           (stat(path.c_str(), &file) == 0 && fstat(STDOUT_FILENO, &output) == 0 &&
+            file.st_dev == output.st_dev && file.st_ino == output.st_ino);
+}
+
+std::string WriteWholeFile(const std::string &path, std::string_view text) {
+    constexpr char kUnwritten[] = "cannot be written: ";
+    struct stat old = {};
+    if (stat(path.c_str(), &old) != 0) {
+        const int error = errno;
+        return Message(kUnwritten, error != ENOENT ? ErrorText(error)
+                                   : IsLink(path)  ? "symbolic link to nothing"
+                                                   : Create(path, text));
+    }
+    return S_ISREG(old.st_mode) ? Message("cannot be written and is as it was: ",
+                                          Replace(FollowLinks(path), old, text))
+                                : Message(kUnwritten, WriteTo(path, text));
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,160 @@
+#include "output/report.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "input/input_file.h"
+#include "output/text.h"
+
+namespace tavo::tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kSchema = 1;
+
+bool WantsColour(int descriptor) {
+    const char *no_colour = std::getenv("NO_COLOR");
+    const char *terminal = std::getenv("TERM");
+    return (no_colour == nullptr || *no_colour == '\0') && terminal != nullptr &&
+           std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
+}
+
+// The window of the terminal behind the descriptor, all 0 where there is none.
+WindowSize WindowOf(int descriptor) {
+    winsize size{};
+    return isatty(descriptor) == 1 && ioctl(descriptor, TIOCGWINSZ, &size) == 0
+               ? WindowSize{size.ws_col, size.ws_row}
+               : WindowSize{};
+}
+
+// Findings are kept as narrow as an ordinary terminal where they go elsewhere.
+std::size_t ErrorColumns() {
+    constexpr std::size_t kOrdinary = 80;
+    const std::size_t columns = WindowOf(STDERR_FILENO).columns;
+    return columns == 0 ? kOrdinary : columns;
+}
+
+Json NumberOrNull(std::size_t number) {
+    return number == 0 ? Json(nullptr) : Json(number);
+}
+
+Json DiagnosticJson(const Diagnostic &diagnostic) {
+    return {{"file", TextOrNull(diagnostic.file)},
+            {"line", NumberOrNull(diagnostic.line)},
+            {"column", NumberOrNull(diagnostic.column)},
+            {"severity", SeverityName(diagnostic.severity)},
+            {"rule", diagnostic.rule},
+            {"message", Utf8Text(diagnostic.message)},
+            {"fix", TextOrNull(diagnostic.fix)}};
+}
+
+// ASCII only: in a JSON document, too, no control byte reaches a terminal raw.
+std::string Dumped(const Json &json) {
+    return json.dump(-1, ' ', true);
+}
+
+}  // namespace
+
+Json TextOrNull(std::string_view text) {
+    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
+}
+
+WindowSize Report::Window() const {
+    return WindowOf(STDOUT_FILENO);
+}
+
+std::size_t Report::Columns() const {
+    return Window().columns;
+}
+
+bool Report::Colour() const {
+    return WantsColour(STDOUT_FILENO);
+}
+
+void Report::Tell(Diagnostic diagnostic) {
+    if (json_) {
+        diagnostics_.push_back(std::move(diagnostic));
+        return;
+    }
+    // What was printed so far stands before it where both go to one terminal.
+    std::fflush(stdout);
+    const std::string text = DiagnosticText(diagnostic, WantsColour(STDERR_FILENO), ErrorColumns());
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void Report::TellError(std::string file, std::string rule, std::string message, std::string fix) {
+    Tell({std::move(file),
+          0,
+          0,
+          Severity::kError,
+          std::move(rule),
+          std::move(message),
+          std::move(fix),
+          {}});
+}
+
+void Report::TellUsage(std::string message, std::string fix) {
+    TellError("", "usage", std::move(message), std::move(fix));
+    Raise(Status::kUsage);
+}
+
+void Report::Print(std::string_view text) {
+    if (!json_) {
+        std::fwrite(text.data(), 1, text.size(), stdout);
+    }
+}
+
+void Report::PrintDone(const std::string &line) {
+    Print(line + '\n');
+    done_ += "; " + line;
+}
+
+void Report::AddResult(const nlohmann::ordered_json &result) {
+    if (json_) {
+        results_.push_back(Dumped(result));
+    }
+}
+
+void Report::Raise(Status status) {
+    status_ = std::max(status_, status);
+}
+
+int Report::Finish() {
+    if (json_) {
+        const std::string document = Document();
+        std::fwrite(document.data(), 1, document.size(), stdout);
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::fprintf(stderr, "servicetool: error: standard output: %s%s [failed]\n",
+                     ErrorText(errno).c_str(), done_.c_str());
+        return static_cast<int>(Status::kFailed);
+    }
+    return static_cast<int>(status_);
+}
+
+// Put together from its parts, one element on a line, so that diffs and greps find their way too.
+std::string Report::Document() const {
+    std::string text = "{\"schema\":" + std::to_string(kSchema) +
+                       ",\"ok\":" + (status_ == Status::kOk ? "true" : "false") + ",\"results\":[";
+    const char *separator = "\n";
+    for (const std::string &result : results_) {
+        text += std::exchange(separator, ",\n") + result;
+    }
+    text += "],\"diagnostics\":[";
+    separator = "\n";
+    for (const Diagnostic &diagnostic : diagnostics_) {
+        text += std::exchange(separator, ",\n") + Dumped(DiagnosticJson(diagnostic));
+    }
+    return text + "]}\n";
+}
+
+}  // namespace tavo::tool

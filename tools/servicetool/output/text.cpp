@@ -1,0 +1,256 @@
+// UTF-8 is decoded here and not by the C library, so that the result does not hang on the locale
+// that the program happens to run in. Only the width of a character is asked of libc, in C.UTF-8.
+#include "output/text.h"
+
+#include <locale.h>
+#include <wchar.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+#include "config_lines.h"
+
+namespace tavo::tool {
+namespace {
+
+constexpr std::size_t kMessageBytes = 60;
+
+// The shape of a UTF-8 sequence by its first byte. `least` rules out over-long spellings.
+struct Shape {
+    unsigned char mask;
+    unsigned char lead;
+    std::size_t size;
+    char32_t least;
+};
+constexpr std::array<Shape, 4> kShapes = {{
+    {0x80, 0x00, 1, 0},
+    {0xE0, 0xC0, 2, 0x80},
+    {0xF0, 0xE0, 3, 0x800},
+    {0xF8, 0xF0, 4, 0x10000},
+}};
+
+bool IsContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+bool IsScalar(char32_t code) {
+    return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+}
+
+char HexDigit(char32_t value) {
+    return "0123456789abcdef"[value & 0xF];
+}
+
+void AppendHex(std::string &out, char letter, char32_t code, int digits) {
+    out += '\\';
+    out += letter;
+    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
+        out += HexDigit(code >> shift);
+    }
+}
+
+void AppendEscaped(std::string &out, std::string_view bytes, const Character &character) {
+    if (!character.valid || (IsControl(character.code) && character.code < 0x80)) {
+        switch (character.code) {
+            case '\n':
+                out += "\\n";
+                return;
+            case '\t':
+                out += "\\t";
+                return;
+            case '\r':
+                out += "\\r";
+                return;
+            default:
+                AppendHex(out, 'x', character.code, 2);
+                return;
+        }
+    }
+    if (IsControl(character.code)) {
+        const bool beyond = character.code > 0xFFFF;
+        AppendHex(out, beyond ? 'U' : 'u', character.code, beyond ? 8 : 4);
+    } else if (character.code == '\\') {
+        out += "\\\\";
+    } else {
+        out += bytes;
+    }
+}
+
+// The joiners U+200C and U+200D are not among them: Persian words and emoji are written with them.
+// Nor are variation selectors, which only choose how a character looks.
+struct Range {
+    char32_t first;
+    char32_t last;
+};
+constexpr Range kControls[] = {
+    {0x00, 0x1F},        // C0
+    {0x7F, 0x9F},        // delete, C1
+    {0xAD, 0xAD},        // soft hyphen
+    {0x34F, 0x34F},      // grapheme joiner
+    {0x61C, 0x61C},      // Arabic letter mark
+    {0x115F, 0x1160},    // Hangul fillers
+    {0x17B4, 0x17B5},    // Khmer inherent vowels
+    {0x180B, 0x180F},    // Mongolian selectors and separator
+    {0x200B, 0x200B},    // zero-width space
+    {0x200E, 0x200F},    // direction marks
+    {0x2028, 0x202E},    // line and paragraph separators, direction embeddings and overrides
+    {0x2060, 0x206F},    // word joiner, invisible operators, direction isolates
+    {0x3164, 0x3164},    // Hangul filler
+    {0xFEFF, 0xFEFF},    // byte-order mark
+    {0xFFA0, 0xFFA0},    // Hangul filler, half width
+    {0xFFF0, 0xFFFB},    // interlinear annotations
+    {0xE0000, 0xE0FFF},  // tags
+};
+
+// The calling thread's character types as UTF-8, for as long as it lives.
+class Utf8Locale {
+  public:
+    Utf8Locale() : previous_(uselocale(Utf8())) {}
+    ~Utf8Locale() { uselocale(previous_); }
+    Utf8Locale(const Utf8Locale &) = delete;
+    Utf8Locale &operator=(const Utf8Locale &) = delete;
+
+  private:
+    // Where it is missing, uselocale(0) changes nothing and each character counts one column.
+    static locale_t Utf8() {
+        static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return utf8;
+    }
+
+    locale_t previous_;
+};
+
+std::size_t Columns(char32_t code) {
+    const int columns = wcwidth(static_cast<wchar_t>(code));
+    return columns < 0 ? 1 : static_cast<std::size_t>(columns);
+}
+
+}  // namespace
+
+Character FirstCharacter(std::string_view text) {
+    const auto lead = static_cast<unsigned char>(text.front());
+    const Character bad = {1, lead, false};
+    const auto shape = std::find_if(kShapes.begin(), kShapes.end(),
+                                    [&](const Shape &s) { return (lead & s.mask) == s.lead; });
+    if (shape == kShapes.end() || text.size() < shape->size) {
+        return bad;
+    }
+    char32_t code = lead & static_cast<unsigned char>(~shape->mask);
+    for (const char c : text.substr(1, shape->size - 1)) {
+        if (!IsContinuation(c)) {
+            return bad;
+        }
+        code = code << 6 | (static_cast<unsigned char>(c) & 0x3F);
+    }
+    return code < shape->least || !IsScalar(code) ? bad : Character{shape->size, code, true};
+}
+
+bool IsControl(char32_t code) {
+    return std::any_of(std::begin(kControls), std::end(kControls), [code](const Range &range) {
+        return code >= range.first && code <= range.last;
+    });
+}
+
+std::string Escaped(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const Character character = FirstCharacter(text);
+        AppendEscaped(out, text.substr(0, character.size), character);
+        text.remove_prefix(character.size);
+    }
+    return out;
+}
+
+std::size_t DisplayWidth(std::string_view escaped) {
+    const Utf8Locale utf8;
+    std::size_t width = 0;
+    while (!escaped.empty()) {
+        const Character character = FirstCharacter(escaped);
+        width += Columns(character.code);
+        escaped.remove_prefix(character.size);
+    }
+    return width;
+}
+
+std::string_view FirstColumns(std::string_view escaped, std::size_t width) {
+    const Utf8Locale utf8;
+    std::size_t end = 0;
+    std::size_t used = 0;
+    while (end < escaped.size()) {
+        const Character character = FirstCharacter(escaped.substr(end));
+        used += Columns(character.code);
+        if (used > width) {
+            break;
+        }
+        end += character.size;
+    }
+    return escaped.substr(0, end);
+}
+
+std::string Shortened(std::string_view text) {
+    if (text.size() <= kMessageBytes) {
+        return std::string(text);
+    }
+    std::size_t end = kMessageBytes;
+    while (end > 0 && IsContinuation(text[end])) {
+        --end;
+    }
+    return std::string(text.substr(0, end)) + "...";
+}
+
+std::string Quoted(std::string_view text) {
+    return '"' + Shortened(text) + '"';
+}
+
+std::string Utf8Text(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const Character character = FirstCharacter(text);
+        if (character.valid) {
+            out += text.substr(0, character.size);
+        } else {
+            AppendHex(out, 'x', character.code, 2);
+        }
+        text.remove_prefix(character.size);
+    }
+    return out;
+}
+
+std::string LowerCase(std::string_view text) {
+    std::string lower(text);
+    for (char &c : lower) {
+        c = Lowered(c);
+    }
+    return lower;
+}
+
+std::string LowerFirst(std::string_view message) {
+    std::string text(message.substr(0, message.size() - (message.ends_with('.') ? 1 : 0)));
+    const bool acronym = text.size() > 1 && Lowered(text[1]) != text[1];
+    if (!text.empty() && !acronym) {
+        text[0] = Lowered(text[0]);
+    }
+    return text;
+}
+
+std::string Counted(std::size_t n, std::string_view thing) {
+    return std::to_string(n) + ' ' + std::string(thing) + (n == 1 ? "" : "s");
+}
+
+std::string Replaced(std::string text, std::string_view from, std::string_view to) {
+    std::size_t at = from.empty() ? std::string::npos : text.find(from);
+    while (at != std::string::npos) {
+        text.replace(at, from.size(), to);
+        at = text.find(from, at + to.size());
+    }
+    return text;
+}
+
+bool Holds(const std::vector<std::string> &texts, std::string_view text) {
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,208 @@
+#include "picture/port_map.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace tavo::tool {
+namespace {
+
+constexpr std::size_t kRows = 16;
+constexpr std::size_t kRowsOfLowWindow = 8;
+
+// As many lines as both protocols, their names, a legend and a prompt take with `kRows` rows.
+constexpr std::size_t kLinesForAllRows = 40;
+
+// In front of a row: a port and a blank.
+constexpr std::size_t kLabelColumns = 6;
+
+constexpr std::uint8_t kCollides = 0x80;
+
+struct SourceColour {
+    std::string_view source;
+    std::string_view code;
+    bool declares;
+};
+
+// The bit of a source is its place in here.
+constexpr SourceColour kSources[] = {
+    {kForwardSource, "\x1b[35m", true},
+    {kServiceSource, "\x1b[34m", true},
+    {kSettingSource, "\x1b[36m", true},
+    {kSocketSource, "\x1b[32m", false},
+};
+constexpr std::string_view kSeveralColour = "\x1b[33m";
+constexpr std::string_view kCollidesColour = "\x1b[1;31m";
+constexpr std::string_view kPlain = "\x1b[0m";
+
+std::uint8_t BitOf(std::string_view source) {
+    const auto found =
+        std::find_if(std::begin(kSources), std::end(kSources),
+                     [source](const SourceColour &one) { return one.source == source; });
+    return static_cast<std::uint8_t>(1U << (found - std::begin(kSources)));
+}
+
+char SignOf(const CellMarks &marks) {
+    if (marks.collides) {
+        return '!';
+    }
+    if (marks.declared && marks.held) {
+        return 'B';
+    }
+    return marks.declared ? 'd' : marks.held ? 'h' : '.';
+}
+
+// Empty for what is shown without colour.
+std::string_view ColourOf(const CellMarks &marks) {
+    if (marks.Free()) {
+        return {};
+    }
+    if (marks.collides) {
+        return kCollidesColour;
+    }
+    for (const SourceColour &one : kSources) {
+        if (one.source == marks.source) {
+            return one.code;
+        }
+    }
+    return kSeveralColour;
+}
+
+// A text that grows and says a colour only where it changes.
+class Canvas {
+  public:
+    explicit Canvas(bool colour) : colour_(colour) {}
+
+    void Draw(std::string_view text, std::string_view code) {
+        if (colour_ && code != code_) {
+            text_ += code_.empty() ? "" : kPlain;
+            text_ += code;
+            code_ = code;
+        }
+        text_ += text;
+    }
+
+    std::string Take() {
+        Draw("", "");
+        return std::move(text_);
+    }
+
+  private:
+    bool colour_;
+    std::string text_;
+    std::string_view code_;
+};
+
+struct ColouredText {
+    std::string_view text;
+    std::string_view code;
+};
+
+// The items of a list, with commas between them, and a new line where one is full.
+std::string Flowing(std::string_view title, const std::vector<ColouredText> &items,
+                    std::size_t columns, bool colour) {
+    constexpr std::string_view kNewLine = "\n ";
+    Canvas canvas(colour);
+    canvas.Draw(title, "");
+    std::size_t used = title.size();
+    for (const ColouredText &item : items) {
+        const bool last = &item == &items.back();
+        const std::size_t width = 1 + item.text.size() + (last ? 0 : 1);
+        const bool full = used + width > columns;
+        canvas.Draw(full ? kNewLine : "", "");
+        canvas.Draw(" ", "");
+        canvas.Draw(item.text, item.code);
+        canvas.Draw(last ? "\n" : ",", "");
+        used = (full ? kNewLine.size() - 1 : used) + width;
+    }
+    return canvas.Take();
+}
+
+}  // namespace
+
+PortRange MapShape::CellAt(std::size_t row, std::size_t column) const {
+    const auto first = static_cast<std::uint32_t>((row * cells + column) * ports);
+    return {first, first + static_cast<std::uint32_t>(ports) - 1};
+}
+
+MapShape ShapeForWindow(const WindowSize &window) {
+    constexpr std::size_t kFewest = 8;
+    constexpr std::size_t kMost = 1024;
+    std::size_t cells = kFewest;
+    while (cells < kMost && kLabelColumns + 2 * cells <= window.columns) {
+        cells *= 2;
+    }
+    const bool low = window.lines != 0 && window.lines < kLinesForAllRows;
+    return {cells, kPortCount / (low ? kRowsOfLowWindow : kRows) / cells};
+}
+
+PortMap::PortMap(const std::vector<PortClaim> &claims, const PortRanges &collide,
+                 std::uint32_t protocol) {
+    for (const PortClaim &claim : claims) {
+        if (claim.protocol != protocol) {
+            continue;
+        }
+        const std::uint8_t bit = BitOf(claim.source);
+        for (std::uint32_t port = claim.range.first; port <= claim.range.last; ++port) {
+            marks_[port] |= bit;
+        }
+    }
+    for (const PortRange &range : collide) {
+        for (std::uint32_t port = range.first; port <= range.last; ++port) {
+            marks_[port] |= marks_[port] == 0 ? std::uint8_t{0} : kCollides;
+        }
+    }
+}
+
+CellMarks PortMap::MarksOf(const PortRange &cell) const {
+    std::uint8_t bits = 0;
+    for (std::uint32_t port = cell.first; port <= cell.last; ++port) {
+        bits |= marks_[port];
+    }
+    CellMarks marks;
+    marks.collides = (bits & kCollides) != 0;
+    std::size_t sources = 0;
+    for (const SourceColour &one : kSources) {
+        if ((bits & BitOf(one.source)) != 0) {
+            (one.declares ? marks.declared : marks.held) = true;
+            marks.source = sources++ == 0 ? one.source : std::string_view();
+        }
+    }
+    return marks;
+}
+
+std::string MapText(const PortMap &map, const MapShape &shape, bool colour) {
+    Canvas canvas(colour);
+    for (std::size_t row = 0; row < shape.Rows(); ++row) {
+        const std::string port = std::to_string(shape.CellAt(row, 0).first);
+        canvas.Draw(std::string(kLabelColumns - 1 - port.size(), ' ') + port + ' ', "");
+        for (std::size_t column = 0; column < shape.cells; ++column) {
+            const CellMarks marks = map.MarksOf(shape.CellAt(row, column));
+            canvas.Draw(std::string(1, SignOf(marks)), ColourOf(marks));
+        }
+        canvas.Draw("\n", "");
+    }
+    return canvas.Take();
+}
+
+std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour) {
+    std::string legend = Flowing(std::to_string(shape.ports) + " ports a sign:",
+                                 {{". free", ""},
+                                  {"d declared", ""},
+                                  {"h held", ""},
+                                  {"B both among them", ""},
+                                  {"! in conflict", ""}},
+                                 columns, false);
+    if (colour) {
+        std::vector<ColouredText> items;
+        for (const SourceColour &one : kSources) {
+            items.push_back({one.source, one.code});
+        }
+        items.push_back({"several", kSeveralColour});
+        items.push_back({"in conflict", kCollidesColour});
+        legend += Flowing("Coloured by source:", items, columns, true);
+    }
+    return legend;
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,270 @@
+// Neighbours that look the same and have the same claims to them are one rectangle, and what is
+// free is none, so that the file is as small as what it tells.
+// What is held has dots and what is in conflict a border besides their colours, for those who do
+// not tell colours apart and for paper.
+#include "picture/port_svg.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+
+#include "output/text.h"
+#include "picture/port_map.h"
+#include "ports/protocols.h"
+
+namespace tavo::tool {
+namespace {
+
+constexpr MapShape kShape = {128, 16};
+
+// In the picture's own units.
+constexpr std::size_t kCell = 8;
+constexpr std::size_t kMargin = 16;
+constexpr std::size_t kLabels = 48;  // the room for the ports in front of rows
+constexpr std::size_t kLine = 20;    // of text
+constexpr std::size_t kWidth = kMargin + kLabels + kShape.cells * kCell + kMargin;
+constexpr std::size_t kMapHeight = kLine + kPortCount / kShape.cells / kShape.ports * kCell;
+constexpr std::size_t kLabelEvery = 4;  // rows
+
+// Nobody reads more in a tooltip.
+constexpr std::size_t kMostLines = 100;
+
+struct LegendItem {
+    std::string_view look;  // a class of the style below
+    std::string_view text;
+    bool held;
+};
+
+constexpr LegendItem kLegend[] = {
+    {"forward", "declared by a rule", false},    {"service", "declared by a service", false},
+    {"setting", "declared by a setting", false}, {"socket", "held: a dot", true},
+    {"several", "several of these", false},      {"conflict", "in conflict: a border", false},
+};
+
+constexpr std::string_view kStyle = R"(<style>
+svg { --paper: #fff; --ink: #1f2328; --free: #eaeef2; --forward: #8250df; --service: #0969da;
+  --setting: #1b7c83; --socket: #1a7f37; --several: #bf8700; --conflict: #cf222e;
+  background: var(--paper); font: 12px system-ui, sans-serif; }
+@media (prefers-color-scheme: dark) {
+  svg { --paper: #0d1117; --ink: #e6edf3; --free: #21262d; --forward: #bc8cff; --service: #58a6ff;
+    --setting: #56d4dd; --socket: #3fb950; --several: #d29922; --conflict: #ff7b72; }
+}
+text { fill: var(--ink); }
+.paper { fill: var(--paper); }
+.free { fill: var(--free); }
+.forward { fill: var(--forward); }
+.service { fill: var(--service); }
+.setting { fill: var(--setting); }
+.socket { fill: var(--socket); }
+.several { fill: var(--several); }
+.conflict { fill: var(--conflict); stroke: var(--ink); stroke-width: 2; }
+.dots { stroke: var(--paper); stroke-width: 4; stroke-linecap: round; stroke-dasharray: 0 8;
+  pointer-events: none; }
+rect:hover { stroke: var(--ink); }
+.paper:hover, .free:hover { stroke: none; }
+</style>
+)";
+
+std::string Number(std::size_t number) {
+    return std::to_string(number);
+}
+
+std::string Attribute(std::string_view name, std::size_t number) {
+    return ' ' + std::string(name) + "=\"" + Number(number) + '"';
+}
+
+std::string Rectangle(std::string_view look, std::size_t x, std::size_t y, std::size_t width,
+                      std::size_t height) {
+    return "<rect class=\"" + std::string(look) + '"' + Attribute("x", x) + Attribute("y", y) +
+           Attribute("width", width) + Attribute("height", height);
+}
+
+// A dot in each cell of a row, as a line of dashes without length: one is at its start and one
+// behind each `kCell` units.
+std::string Dots(std::size_t x, std::size_t y, std::size_t width) {
+    return "<path class=\"dots\" d=\"M" + Number(x + kCell / 2) + ' ' + Number(y + kCell / 2) +
+           'h' + Number(width - kCell / 2) + "\"/>\n";
+}
+
+std::string Words(std::size_t x, std::size_t y, std::string_view words,
+                  std::string_view anchor = "start") {
+    return "<text" + Attribute("x", x) + Attribute("y", y) + " text-anchor=\"" +
+           std::string(anchor) + "\">" + XmlText(words) + "</text>\n";
+}
+
+std::string_view LookOf(const CellMarks &marks) {
+    return marks.collides ? "conflict" : marks.source.empty() ? "several" : marks.source;
+}
+
+// In the order of their first ports, as they came.
+ClaimList ClaimsFor(std::uint32_t protocol, const std::vector<PortClaim> &claims) {
+    ClaimList list;
+    for (const PortClaim &claim : claims) {
+        if (claim.protocol == protocol) {
+            list.push_back(&claim);
+        }
+    }
+    return list;
+}
+
+// Cells of a row that are drawn as one.
+struct Run {
+    std::size_t column;
+    std::size_t cells;
+    CellMarks marks;
+    ClaimList claims;
+};
+
+std::vector<Run> RunsOf(const PortMap &map, std::size_t row, ClaimsInReach &in_reach) {
+    std::vector<Run> runs;
+    for (std::size_t column = 0; column < kShape.cells; ++column) {
+        const PortRange cell = kShape.CellAt(row, column);
+        const CellMarks marks = map.MarksOf(cell);
+        const ClaimList &claims = in_reach.At(cell);
+        if (!runs.empty() && runs.back().marks == marks && runs.back().claims == claims) {
+            ++runs.back().cells;
+        } else {
+            runs.push_back({column, 1, marks, claims});
+        }
+    }
+    return runs;
+}
+
+std::string Tooltip(const ClaimList &claims, const PortClaims &all) {
+    std::string text;
+    const std::size_t shown = std::min(claims.size(), kMostLines);
+    for (std::size_t i = 0; i < shown; ++i) {
+        const PortClaim &claim = *claims[i];
+        text += (i == 0 ? "" : "\n") + PortsText(claim.range) + '/' +
+                ProtocolsText(claim.protocol) + ": " + XmlText(ClaimText(claim)) +
+                (Collides(claim, all) ? " (in conflict)" : "");
+    }
+    const std::size_t more = claims.size() - shown;
+    return more == 0 ? text : text + "\nand " + Number(more) + " more";
+}
+
+std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInReach &in_reach,
+                  const PortClaims &all) {
+    constexpr std::size_t kLeft = kMargin + kLabels;
+    std::string svg;
+    if (row % kLabelEvery == 0) {
+        svg += Words(kLeft - kCell, y + kCell, Number(kShape.CellAt(row, 0).first), "end");
+    }
+    for (const Run &run : RunsOf(map, row, in_reach)) {
+        if (run.marks.Free()) {
+            continue;
+        }
+        const std::size_t x = kLeft + run.column * kCell;
+        const std::size_t width = run.cells * kCell;
+        svg += Rectangle(LookOf(run.marks), x, y, width, kCell) + "><title>" +
+               Tooltip(run.claims, all) + "</title></rect>\n";
+        svg += run.marks.held ? Dots(x, y, width) : "";
+    }
+    return svg;
+}
+
+std::string MapOf(const std::vector<PortClaim> &claims, const PortClaims &all,
+                  std::uint32_t protocol, std::size_t y) {
+    const PortMap map(claims, all.collide.at(protocol), protocol);
+    ClaimsInReach in_reach(ClaimsFor(protocol, claims));
+    const std::string name = ProtocolsText(protocol);
+    std::string svg = "<g>\n" + Words(kMargin, y + kLine / 2, name);
+    y += kLine;
+    svg += Rectangle("free", kMargin + kLabels, y, kShape.cells * kCell, kShape.Rows() * kCell) +
+           "/>\n";
+    for (std::size_t row = 0; row < kShape.Rows(); ++row) {
+        svg += RowOf(map, row, y + row * kCell, in_reach, all);
+    }
+    return svg + "</g>\n";
+}
+
+std::string LegendOf(std::size_t y) {
+    constexpr std::size_t kItem = (kWidth - 2 * kMargin) / std::size(kLegend);
+    std::string svg;
+    std::size_t x = kMargin;
+    for (const LegendItem &item : kLegend) {
+        svg += Rectangle(item.look, x, y, kCell, kCell) + "/>\n" +
+               (item.held ? Dots(x, y, kCell) : "") + Words(x + 2 * kCell, y + kCell, item.text);
+        x += kItem;
+    }
+    return svg + Words(kMargin, y + 2 * kLine,
+                       "A cell is " + Number(kShape.ports) + " ports, a row " +
+                           Number(kShape.ports * kShape.cells) +
+                           ". Point at a cell to see who claims its ports.");
+}
+
+std::string Opening(std::size_t height) {
+    return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + Number(kWidth) + ' ' +
+           Number(height) +
+           "\" role=\"graphics-document document\" aria-labelledby=\"title desc\">\n"
+           "<title id=\"title\">Ports</title>\n"
+           "<desc id=\"desc\">The TCP and the UDP ports from 0 to 65535, coloured by who declares "
+           "or holds them, with dots where they are held and borders where they are in "
+           "conflict.</desc>\n" +
+           std::string(kStyle) + Rectangle("paper", 0, 0, kWidth, height) + "/>\n";
+}
+
+}  // namespace
+
+std::string ClaimText(const PortClaim &claim) {
+    if (!claim.socket) {
+        const std::string holder = HolderText(claim.holder);
+        return std::string(claim.source) + ' ' + (holder.empty() ? "unknown" : holder);
+    }
+    const std::optional<HoldingProcess> &process = claim.socket->process;
+    std::string text = std::string(claim.source) + ' ';
+    text += !process                   ? "of an unknown process"
+            : process->program.empty() ? process->name
+                                       : process->program;
+    if (process) {
+        text += ", pid " + Number(process->pid);
+        text += process->user.empty() ? "" : ", user " + process->user;
+    }
+    return text + ", " + StateName(*claim.socket);
+}
+
+std::string XmlText(std::string_view text) {
+    const std::string escaped = Escaped(text);
+    std::string xml;
+    for (std::string_view rest = escaped; !rest.empty();) {
+        const Character character = FirstCharacter(rest);
+        switch (character.code) {
+            case '&':
+                xml += "&amp;";
+                break;
+            case '<':
+                xml += "&lt;";
+                break;
+            case '>':
+                xml += "&gt;";
+                break;
+            case '"':
+                xml += "&quot;";
+                break;
+            case 0xFFFE:  // these two are UTF-8, but no characters of XML
+                xml += "\\uFFFE";
+                break;
+            case 0xFFFF:
+                xml += "\\uFFFF";
+                break;
+            default:
+                xml += rest.substr(0, character.size);
+        }
+        rest.remove_prefix(character.size);
+    }
+    return xml;
+}
+
+std::string PortSvg(const std::vector<PortClaim> &claims, const PortClaims &all, bool legend) {
+    constexpr std::size_t kLegendHeight = 3 * kLine;
+    std::size_t y = kMargin;
+    std::string maps;
+    for (const std::uint32_t protocol : kProtocols) {
+        maps += MapOf(claims, all, protocol, y);
+        y += kMapHeight + kLine;
+    }
+    const std::size_t height = y + (legend ? kLegendHeight : 0);
+    return Opening(height) + maps + (legend ? LegendOf(y) : "") + "</svg>\n";
+}
+
+}  // namespace tavo::tool

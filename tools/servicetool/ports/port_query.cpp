@@ -1,0 +1,152 @@
+#include "ports/port_query.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "output/text.h"
+#include "ports/port_pieces.h"
+#include "ports/protocols.h"
+#include "tavoserviceconf.h"
+
+namespace tavo::tool {
+namespace {
+
+constexpr char kNameProtocols[] = "write tcp, udp or tcp,udp";
+
+// Reads one text, from its first piece on until something is wrong.
+class QueryReader {
+  public:
+    explicit QueryReader(std::string_view text) : text_(text) {}
+
+    bool ReadQuery(PortQuery &query);
+    bool ReadProtocolWords(std::string_view words, std::uint32_t &protocols);
+
+    const QueryProblem &Problem() const { return problem_; }
+
+  private:
+    bool Fail(std::string_view spot, std::string message, std::string fix = {});
+    bool ReadItem(std::string_view item, PortRange &range);
+    bool ReadPort(std::string_view number, std::string_view item, std::uint32_t &port);
+    bool ReadProtocolWord(std::string_view word, std::uint32_t &protocols);
+
+    std::string_view text_;
+    QueryProblem problem_;
+};
+
+// `spot` is the part of the text that is meant; it may be empty.
+bool QueryReader::Fail(std::string_view spot, std::string message, std::string fix) {
+    problem_ = {static_cast<std::size_t>(spot.data() - text_.data()) + 1, std::move(message),
+                std::move(fix)};
+    return false;
+}
+
+bool QueryReader::ReadQuery(PortQuery &query) {
+    const std::size_t slash = text_.find('/');
+    const std::string_view ports = TrimBlanks(text_.substr(0, slash));
+    if (ports.empty()) {
+        return Fail(ports, "no port is named", "name a port, as in 80/tcp");
+    }
+    bool good = true;
+    ForEachPiece(ports, [&](std::string_view item) {
+        PortRange range{};
+        good = good && ReadItem(item, range);
+        query.items.push_back(range);
+    });
+    if (slash == std::string_view::npos) {
+        query.protocols = TAVO_PROTO_BOTH;
+        return good;
+    }
+    return good && ReadProtocolWords(text_.substr(slash + 1), query.protocols);
+}
+
+bool QueryReader::ReadItem(std::string_view item, PortRange &range) {
+    if (item.empty()) {
+        return Fail(item, "a port is missing beside a comma", "take the comma away");
+    }
+    const std::size_t colon = item.find(':');
+    if (colon == std::string_view::npos) {
+        return ReadPort(item, item, range.first) && ReadPort(item, item, range.last);
+    }
+    std::uint32_t start = 0;
+    std::uint32_t end = 0;
+    if (!ReadPort(item.substr(0, colon), item, start) ||
+        !ReadPort(item.substr(colon + 1), item, end)) {
+        return false;
+    }
+    range = {std::min(start, end), std::max(start, end)};
+    return true;
+}
+
+// One port number, alone or on one side of the range `item`.
+bool QueryReader::ReadPort(std::string_view number, std::string_view item, std::uint32_t &port) {
+    constexpr std::size_t kMostDigits = 5;
+    if (number.empty()) {
+        return Fail(number, "a range is written START:END, and one of them is missing");
+    }
+    if (number.find(':') != std::string_view::npos) {
+        return Fail(number.substr(number.find(':')), "a range has one colon only: START:END");
+    }
+    if (!IsNumber(number)) {
+        return Fail(number, Quoted(number) + " is no port number", PortFix(item));
+    }
+    const std::string_view digits = Significant(number);
+    port = digits.size() > kMostDigits ? kHighestPort + 1 : PortOf(digits);
+    if (port > kHighestPort) {
+        return Fail(number, "port " + Shortened(number) + " is above 65535",
+                    "name ports from 1 to 65535");
+    }
+    return port != 0 ||
+           Fail(number, "no service can be reached at port 0", "name ports from 1 to 65535");
+}
+
+bool QueryReader::ReadProtocolWords(std::string_view words, std::uint32_t &protocols) {
+    bool good = true;
+    ForEachPiece(words,
+                 [&](std::string_view word) { good = good && ReadProtocolWord(word, protocols); });
+    return good;
+}
+
+bool QueryReader::ReadProtocolWord(std::string_view word, std::uint32_t &protocols) {
+    if (word.empty()) {
+        return Fail(word, "a protocol is missing", kNameProtocols);
+    }
+    std::string copy(word);
+    const bool whole = copy.find('\0') == std::string::npos;
+    const int flags = TLIBServiceConfProtocolParse(copy.data());
+    if (flags < 0 || !whole) {
+        return Fail(word, Quoted(word) + " is no protocol", kNameProtocols);
+    }
+    protocols |= static_cast<std::uint32_t>(flags);
+    return true;
+}
+
+}  // namespace
+
+std::string QueryText(const PortQuery &query) {
+    return PortsText(query.items) + '/' + ProtocolsText(query.protocols);
+}
+
+bool ReadPortQuery(std::string_view text, PortQuery &query, QueryProblem &problem) {
+    QueryReader reader(text);
+    PortQuery read;
+    if (!reader.ReadQuery(read)) {
+        problem = reader.Problem();
+        return false;
+    }
+    query = std::move(read);
+    return true;
+}
+
+bool ReadProtocols(std::string_view text, std::uint32_t &protocols, QueryProblem &problem) {
+    QueryReader reader(text);
+    std::uint32_t read = 0;
+    if (!reader.ReadProtocolWords(text, read)) {
+        problem = reader.Problem();
+        return false;
+    }
+    protocols = read;
+    return true;
+}
+
+}  // namespace tavo::tool

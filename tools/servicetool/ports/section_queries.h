@@ -1,0 +1,37 @@
+// The ports that a service file asks for when it is installed.
+#ifndef TAVO_SERVICETOOL_PORTS_SECTION_QUERIES_H
+#define TAVO_SERVICETOOL_PORTS_SECTION_QUERIES_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "config_lines.h"
+#include "ports/port_query.h"
+#include "tavoserviceconf.h"
+
+namespace tavo::tool {
+
+// The ports of a list in the order of the file.
+PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
+
+struct SectionQuery {
+    std::string section;
+    PortQuery query;
+};
+
+// Section [global] is no service, but an install asks for the ports of it like for those of others.
+inline constexpr std::string_view kGlobalSection = "global";
+
+// The line that opens [global]; a part of `text`.
+std::optional<ConfigLine> GlobalLine(std::string_view text);
+
+// The destination ports of each section that the library reads in a file of that text: those of
+// [global] first, then in file order. None where it does not read the file. Throws
+// std::runtime_error or std::bad_alloc where the system keeps it from reading a service.
+std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text);
+
+}  // namespace tavo::tool
+
+#endif
