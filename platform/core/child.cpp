@@ -17,7 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "descriptor.h"
+#include "base/descriptor.h"
 
 namespace tavo {
 namespace {

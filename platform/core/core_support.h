@@ -14,6 +14,7 @@
 #include <memory>
 #include <string_view>
 
+#include "base/owners.h"
 #include "tavocore.h"
 
 namespace tavo {
@@ -55,14 +56,6 @@ class UnchangedErrorState {
     int line_;
     char file_[256] = {};
 };
-
-struct FreeDeleter {
-    void operator()(void *block) const { std::free(block); }
-};
-
-// Owns one block from malloc, calloc, realloc, strdup, ...
-template <typename T>
-using MallocPtr = std::unique_ptr<T, FreeDeleter>;
 
 // Gives the array from malloc in `array` room for `room` elements, those in it kept. False when
 // memory runs out, which sets no error and leaves the array as it was.

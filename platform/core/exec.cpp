@@ -10,9 +10,9 @@
 #include <cerrno>
 #include <cstdarg>
 
+#include "base/descriptor.h"
 #include "child.h"
 #include "core_support.h"
-#include "descriptor.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <string_view>
 
+#include "base/descriptor.h"
 #include "core_support.h"
-#include "descriptor.h"
 
 namespace tavo {
 

@@ -4,8 +4,8 @@
 
 #include <chrono>
 
+#include "base/descriptor.h"
 #include "core_support.h"
-#include "descriptor.h"
 
 namespace tavo {
 

@@ -11,6 +11,7 @@
 #include <memory>
 #include <string_view>
 
+#include "base/owners.h"
 #include "platform_failure.h"
 
 namespace {
@@ -33,10 +34,7 @@ constexpr int kValueSize = 32;
 // Room for two numbers of any size, a dash and the terminator.
 constexpr int kPortsSize = 24;
 
-struct ListDeleter {
-    void operator()(TLIBCSzList *list) const { TLIBCSzListFree(list); }
-};
-using OwnedList = std::unique_ptr<TLIBCSzList, ListDeleter>;
+using OwnedList = std::unique_ptr<TLIBCSzList, tavo::FreeWith<TLIBCSzListFree>>;
 
 // The port that `text` is in decimal digits; -1 when it is none.
 int ParsePort(std::string_view text) {

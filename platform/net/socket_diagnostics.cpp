@@ -21,7 +21,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "descriptor.h"
+#include "base/descriptor.h"
 
 namespace tavo {
 namespace {

@@ -14,7 +14,7 @@
 #include <charconv>
 #include <cstring>
 
-#include "descriptor.h"
+#include "base/descriptor.h"
 
 namespace tavo {
 namespace {

@@ -6,6 +6,7 @@
 #include <new>
 #include <string_view>
 
+#include "base/owners.h"
 #include "platform_failure.h"
 #include "plugin_folder.h"
 #include "tavopluginsdk.h"
@@ -18,15 +19,8 @@ constexpr const char *kPluginFolders[] = {"/usr/tavo/lib/plugins", "/usr/local/l
 // A hint: the texts of two files, and who is to act.
 constexpr int kUsualArguments = 4;
 
-struct FreeDeleter {
-    void operator()(char *block) const { std::free(block); }
-};
-using OwnedText = std::unique_ptr<char, FreeDeleter>;
-
-struct TableDeleter {
-    void operator()(TLIBCSzHash *table) const { TLIBCSzHashFree(table); }
-};
-using OwnedTable = std::unique_ptr<TLIBCSzHash, TableDeleter>;
+using OwnedText = tavo::MallocPtr<char>;
+using OwnedTable = std::unique_ptr<TLIBCSzHash, tavo::FreeWith<TLIBCSzHashFree>>;
 
 // A name with a slash in it would lead out of the folders.
 bool IsGroup(const char *group) {
@@ -45,10 +39,7 @@ struct TLIBPluginHandle {
 
 namespace {
 
-struct HandleDeleter {
-    void operator()(TLIBPluginHandle *handle) const { TLIBPluginExit(handle); }
-};
-using OwnedHandle = std::unique_ptr<TLIBPluginHandle, HandleDeleter>;
+using OwnedHandle = std::unique_ptr<TLIBPluginHandle, tavo::FreeWith<TLIBPluginExit>>;
 
 // Calls visit(key, value) for each argument, in the order of first setting.
 template <typename Visit>

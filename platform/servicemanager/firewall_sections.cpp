@@ -12,6 +12,7 @@
 #include <cstring>
 #include <memory>
 
+#include "base/owners.h"
 #include "platform_failure.h"
 #include "tavocsystemd.h"
 
@@ -24,15 +25,8 @@ constexpr char kKey[] = "Sections";
 // Room for the path of a unit, whose name is at most NAME_MAX bytes long.
 constexpr std::size_t kPathSize = 512;
 
-struct TableDeleter {
-    void operator()(TLIBCSzHash *table) const { TLIBCSzHashFree(table); }
-};
-using OwnedTable = std::unique_ptr<TLIBCSzHash, TableDeleter>;
-
-struct FreeDeleter {
-    void operator()(char *text) const { std::free(text); }
-};
-using OwnedText = std::unique_ptr<char, FreeDeleter>;
+using OwnedTable = std::unique_ptr<TLIBCSzHash, tavo::FreeWith<TLIBCSzHashFree>>;
+using OwnedText = tavo::MallocPtr<char>;
 
 // A name with a slash in it would lead out of the folders, and no file name is that long.
 bool IsUnitName(const char *service) {

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/descriptor.h"
 #include "lifecycle/programs.h"
-#include "support/descriptor.h"
 #include "support/failure.h"
 #include "support/owners.h"
 #include "support/presence.h"

@@ -14,9 +14,9 @@
 #include <cstring>
 #include <memory>
 
+#include "base/descriptor.h"
 #include "lifecycle/path_change.h"
 #include "lifecycle/pause.h"
-#include "support/descriptor.h"
 #include "support/failure.h"
 #include "support/presence.h"
 #include "support/text.h"

@@ -12,8 +12,8 @@
 #include <cstring>
 #include <mutex>
 
+#include "base/descriptor.h"
 #include "lifecycle/pause.h"
-#include "support/descriptor.h"
 #include "support/service_directory.h"
 
 namespace tavo {

@@ -7,10 +7,10 @@
 
 #include <cerrno>
 
+#include "base/descriptor.h"
 #include "lifecycle/pause.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/store_lock.h"
-#include "support/descriptor.h"
 #include "tavocore.h"
 
 namespace tavo {

@@ -13,12 +13,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/descriptor.h"
 #include "lifecycle/make_folder.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
-#include "support/descriptor.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/service_directory.h"

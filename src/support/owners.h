@@ -6,20 +6,13 @@
 #include <cstdlib>
 #include <memory>
 
+#include "base/owners.h"
 #include "tavocore.h"
 #include "tavoserviceconf.h"
 
 namespace tavo {
 
-template <auto Free>
-struct FreeWith {
-    template <typename T>
-    void operator()(T *p) const {
-        Free(p);
-    }
-};
-
-using OwnedText = std::unique_ptr<char, FreeWith<std::free>>;
+using OwnedText = MallocPtr<char>;
 using OwnedNames = std::unique_ptr<TLIBCSzList, FreeWith<TLIBCSzListFree>>;
 using OwnedList = std::unique_ptr<TLIBCDList, FreeWith<TLIBCDListFree>>;
 using OwnedTable = std::unique_ptr<TLIBCSzHash, FreeWith<TLIBCSzHashFree>>;

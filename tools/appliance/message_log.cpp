@@ -47,7 +47,7 @@ MessageLog::MessageLog(const std::filesystem::path &root)
       socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)),
       file_(openat(folder_.Get(), "messages", O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644)) {
     const sockaddr_un address = AddressIn(folder_);
-    if (!folder_ || !socket_ || !file_ ||
+    if (!folder_.IsOpen() || !socket_.IsOpen() || !file_.IsOpen() ||
         bind(socket_.Get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0 ||
         fchmodat(folder_.Get(), "socket", 0666, 0) != 0) {
         FailWithErrno("cannot open the system log of the appliance");

@@ -67,13 +67,13 @@ ReportedProcesses::ReportedProcesses() {
 
 ReportedProcesses::~ReportedProcesses() {
     pollfd event = {first_.Get(), POLLIN, 0};
-    while (first_ && poll(&event, 1, -1) < 0 && errno == EINTR) {
+    while (first_.IsOpen() && poll(&event, 1, -1) < 0 && errno == EINTR) {
     }
 }
 
 void ReportedProcesses::ReceiveReport() {
     ReportMessage message;
-    if (!report_socket_ ||
+    if (!report_socket_.IsOpen() ||
         recvmsg(report_socket_.Get(), message.Header(), MSG_DONTWAIT | MSG_CMSG_CLOEXEC) != 1 ||
         message.Control() == nullptr) {
         return;

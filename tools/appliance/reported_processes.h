@@ -2,7 +2,7 @@
 #ifndef TAVO_TOOLS_APPLIANCE_REPORTED_PROCESSES_H
 #define TAVO_TOOLS_APPLIANCE_REPORTED_PROCESSES_H
 
-#include "descriptor.h"
+#include "base/descriptor.h"
 
 namespace tavo {
 
@@ -25,7 +25,7 @@ class ReportedProcesses {
 
     // Takes the report if it has come by now.
     void ReceiveReport();
-    bool Reported() const { return static_cast<bool>(command_); }
+    bool Reported() const { return command_.IsOpen(); }
 
     // Sends the command a signal if it still runs.
     void SignalCommand(int signal) const;

@@ -14,8 +14,8 @@
 #include <iterator>
 #include <memory>
 
+#include "base/descriptor.h"
 #include "bubblewrap.h"
-#include "descriptor.h"
 #include "failure.h"
 #include "inside.h"
 #include "message_log.h"

@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "base/descriptor.h"
+
 namespace tavo::tool {
 namespace {
 
@@ -25,27 +27,12 @@ int OpenFolder(const std::string &path) {
 
 // Waits: who removes what killed programs left takes a look at ours, too.
 bool LockFolder(int descriptor) {
-    int result;
-    do {
-        result = flock(descriptor, LOCK_EX);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    return Uninterrupted([&] { return flock(descriptor, LOCK_EX); }) == 0;
 }
 
 bool IsRemoved(int descriptor) {
     struct stat status {};
     return fstat(descriptor, &status) == 0 && status.st_nlink == 0;
-}
-
-bool WriteAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t put = write(descriptor, text.data(), text.size());
-        if (put < 0 && errno != EINTR) {
-            return false;
-        }
-        text.remove_prefix(put > 0 ? static_cast<std::size_t>(put) : 0);
-    }
-    return true;
 }
 
 }  // namespace
@@ -80,41 +67,25 @@ PrivateFolder::~PrivateFolder() {
 std::string PrivateFolder::Make(const std::string &name, std::string_view text) const {
     constexpr mode_t kMode = 0644;
     std::string path = path_ + '/' + name;
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
-    if (descriptor == -1) {
-        Throw(path);
-    }
-    const bool written = fchmod(descriptor, kMode) == 0 && WriteAll(descriptor, text);
-    const int error = errno;
-    close(descriptor);
-    errno = error;
-    if (!written) {
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
+    if (!file.IsOpen() || fchmod(file.Get(), kMode) != 0 || !WriteAll(file.Get(), text)) {
         Throw(path);
     }
     return path;
 }
 
 bool IsUnusedFolder(const std::string &path) {
-    const int descriptor = OpenFolder(path);
-    const bool unused = descriptor >= 0 && flock(descriptor, LOCK_SH | LOCK_NB) == 0;
-    if (descriptor >= 0) {
-        close(descriptor);
-    }
-    return unused;
+    const Descriptor folder(OpenFolder(path));
+    return folder.IsOpen() && flock(folder.Get(), LOCK_SH | LOCK_NB) == 0;
 }
 
 bool RemoveUnusedFolder(const std::string &path) {
-    const int descriptor = OpenFolder(path);
-    if (descriptor < 0) {
+    const Descriptor folder(OpenFolder(path));
+    if (!folder.IsOpen() || flock(folder.Get(), LOCK_EX | LOCK_NB) != 0) {
         return false;
     }
     std::error_code error;
-    if (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
-        error = {errno, std::generic_category()};
-    } else {
-        std::filesystem::remove_all(path, error);
-    }
-    close(descriptor);
+    std::filesystem::remove_all(path, error);
     errno = error.value();
     return !error;
 }

@@ -15,9 +15,6 @@
 
 namespace tavo::tool {
 
-using OwnedSection =
-    std::unique_ptr<TAVO_SERVICE_CONF_SECTION, FreeWith<TAVOServiceConfSectionFree>>;
-
 struct SectionTarget {
     InstalledFile file;
     std::string section;

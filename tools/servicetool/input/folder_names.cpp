@@ -9,17 +9,12 @@
 #include <memory>
 #include <string_view>
 
+#include "base/owners.h"
+
 namespace tavo::tool {
 
 std::optional<std::vector<std::string>> NamesIn(const std::string &folder) {
-    struct Close {
-        void operator()(DIR *entries) const {
-            const int error = errno;
-            closedir(entries);
-            errno = error;
-        }
-    };
-    const std::unique_ptr<DIR, Close> entries(opendir(folder.c_str()));
+    const std::unique_ptr<DIR, FreeWith<closedir>> entries(opendir(folder.c_str()));
     if (entries == nullptr) {
         return {};
     }

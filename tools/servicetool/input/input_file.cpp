@@ -10,6 +10,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/descriptor.h"
 #include "output/text.h"
 
 namespace tavo::tool {
@@ -18,22 +19,6 @@ namespace {
 // Far more than any service file. It keeps what is none, or never ends, from taking the machine's
 // memory and time.
 constexpr std::size_t kLargest = std::size_t{16} << 20;
-
-class Descriptor {
-  public:
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor() {
-        if (number_ >= 0) {
-            close(number_);
-        }
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int Number() const { return number_; }
-
-  private:
-    int number_;
-};
 
 // Why something of that mode is not read; empty for a regular file.
 std::string KindProblem(mode_t mode) {
@@ -70,10 +55,8 @@ FileContents ReadAll(int descriptor) {
     FileContents contents;
     std::string buffer(std::size_t{1} << 16, '\0');
     for (;;) {
-        const ssize_t got = read(descriptor, buffer.data(), buffer.size());
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t got =
+            Uninterrupted([&] { return read(descriptor, buffer.data(), buffer.size()); });
         if (got < 0) {
             return Problem(ErrorText(errno));
         }
@@ -108,16 +91,16 @@ FileContents ReadRegularFile(const std::string &path) {
         return Problem(KindProblem(status.st_mode));
     }
     const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (file.Number() < 0) {
+    if (!file.IsOpen()) {
         return MissingFile(path, errno);
     }
-    if (fstat(file.Number(), &status) != 0) {
+    if (fstat(file.Get(), &status) != 0) {
         return Problem(ErrorText(errno));
     }
     if (!S_ISREG(status.st_mode)) {
         return Problem(KindProblem(status.st_mode));
     }
-    return ReadAll(file.Number());
+    return ReadAll(file.Get());
 }
 
 // Unlike a FILE it may well be a pipe or a terminal.
@@ -136,12 +119,8 @@ MemoryFile::MemoryFile() : descriptor_(memfd_create("servicetool", MFD_CLOEXEC))
 }
 
 MemoryFile::MemoryFile(std::string_view text) : MemoryFile() {
-    while (!text.empty()) {
-        const ssize_t put = write(descriptor_, text.data(), text.size());
-        if (put < 0 && errno != EINTR) {
-            throw std::system_error(errno, std::generic_category(), "file in memory");
-        }
-        text.remove_prefix(put > 0 ? static_cast<std::size_t>(put) : 0);
+    if (!WriteAll(descriptor_, text)) {
+        throw std::system_error(errno, std::generic_category(), "file in memory");
     }
 }
 

@@ -3,30 +3,16 @@
 #ifndef TAVO_SERVICETOOL_INPUT_LIBRARY_OWNERS_H
 #define TAVO_SERVICETOOL_INPUT_LIBRARY_OWNERS_H
 
-#include <cstdlib>
 #include <memory>
 #include <new>
 
-#include "tavoserviceconf.h"
+#include "support/owners.h"
 
 namespace tavo::tool {
 
-template <auto Free>
-struct FreeWith {
-    template <typename Object>
-    void operator()(Object *object) const {
-        Free(object);
-    }
-};
-
-using OwnedConf = std::unique_ptr<TAVO_SERVICE_CONF, FreeWith<TAVOServiceConfFree>>;
-using OwnedPortList = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreeWith<TAVOServiceConfPortsFree>>;
-using OwnedFwServices = std::unique_ptr<TAVO_FW_SERVICE, FreeWith<TAVOFwServiceFree>>;
+using OwnedPortList = OwnedPorts;
+using OwnedFwServices = OwnedServices;
 using OwnedConfResults = std::unique_ptr<TLIBCDList, FreeWith<TAVOConfPortConflictResultListFree>>;
-using OwnedList = std::unique_ptr<TLIBCDList, FreeWith<TLIBCDListFree>>;
-using OwnedNames = std::unique_ptr<TLIBCSzList, FreeWith<TLIBCSzListFree>>;
-using OwnedTable = std::unique_ptr<TLIBCSzHash, FreeWith<TLIBCSzHashFree>>;
-using OwnedText = std::unique_ptr<char, FreeWith<std::free>>;
 
 template <typename Owner>
 Owner OrThrow(Owner owner) {

@@ -10,8 +10,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
+#include "base/descriptor.h"
+#include "base/owners.h"
 #include "input/input_file.h"
 
 namespace tavo::tool {
@@ -24,50 +25,34 @@ class StagedFile {
     explicit StagedFile(const std::string &target)
         : target_(target),
           path_(target.substr(0, target.rfind('/') + 1) + ".svg-XXXXXX"),
-          descriptor_(mkostemp(path_.data(), O_CLOEXEC)) {}
+          file_(mkostemp(path_.data(), O_CLOEXEC)) {}
     ~StagedFile() {
-        if (descriptor_ != -1) {
-            close(descriptor_);
+        if (file_.IsOpen()) {
             unlink(path_.c_str());
         }
     }
     StagedFile(const StagedFile &) = delete;
     StagedFile &operator=(const StagedFile &) = delete;
 
-    int Descriptor() const { return descriptor_; }
+    const Descriptor &File() const { return file_; }
 
     bool Publish() {
-        if (fsync(descriptor_) != 0 || rename(path_.c_str(), target_.c_str()) != 0) {
+        if (fsync(file_.Get()) != 0 || rename(path_.c_str(), target_.c_str()) != 0) {
             return false;
         }
-        close(descriptor_);
-        descriptor_ = -1;
+        file_.Reset();
         return true;
     }
 
   private:
     const std::string target_;
     std::string path_;
-    int descriptor_;
+    Descriptor file_;
 };
-
-bool WriteAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
-        text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-    }
-    return true;
-}
 
 // The file that links lead to.
 std::string FollowLinks(const std::string &path) {
-    struct Free {
-        void operator()(char *text) const { std::free(text); }
-    };
-    const std::unique_ptr<char, Free> real(realpath(path.c_str(), nullptr));
+    const MallocPtr<char> real(realpath(path.c_str(), nullptr));
     return real == nullptr ? path : real.get();
 }
 
@@ -88,8 +73,8 @@ mode_t NewMode() {
 
 std::string Create(const std::string &path, std::string_view text) {
     StagedFile staged(path);
-    const bool created = staged.Descriptor() != -1 && WriteAll(staged.Descriptor(), text) &&
-                         fchmod(staged.Descriptor(), NewMode()) == 0 && staged.Publish();
+    const bool created = staged.File().IsOpen() && WriteAll(staged.File().Get(), text) &&
+                         fchmod(staged.File().Get(), NewMode()) == 0 && staged.Publish();
     return created ? "" : ErrorText(errno);
 }
 
@@ -101,27 +86,23 @@ std::string Replace(const std::string &path, const struct stat &old, std::string
         return ErrorText(errno);
     }
     StagedFile staged(path);
-    if (staged.Descriptor() == -1 || !WriteAll(staged.Descriptor(), text)) {
+    if (!staged.File().IsOpen() || !WriteAll(staged.File().Get(), text)) {
         return ErrorText(errno);
     }
-    if (fchown(staged.Descriptor(), old.st_uid, old.st_gid) != 0) {
+    if (fchown(staged.File().Get(), old.st_uid, old.st_gid) != 0) {
         return "its owner cannot be kept: " + ErrorText(errno);
     }
     const bool replaced =
-        fchmod(staged.Descriptor(), old.st_mode & kPermissions) == 0 && staged.Publish();
+        fchmod(staged.File().Get(), old.st_mode & kPermissions) == 0 && staged.Publish();
     return replaced ? "" : ErrorText(errno);
 }
 
 // A pipe without a reader is a failure when it is opened so; a slow reader is waited for then.
 std::string WriteTo(const std::string &path, std::string_view text) {
-    const int descriptor = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (descriptor == -1) {
-        return ErrorText(errno);
-    }
-    const bool written = fcntl(descriptor, F_SETFL, 0) == 0 && WriteAll(descriptor, text);
-    const std::string problem = written ? "" : ErrorText(errno);
-    close(descriptor);
-    return problem;
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const bool written =
+        file.IsOpen() && fcntl(file.Get(), F_SETFL, 0) == 0 && WriteAll(file.Get(), text);
+    return written ? "" : ErrorText(errno);
 }
 
 std::string Message(const char *what, const std::string &reason) {

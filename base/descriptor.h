@@ -1,12 +1,13 @@
 // Owning a descriptor, and system calls that signals do not end.
-#ifndef TAVO_PLATFORM_DESCRIPTOR_H
-#define TAVO_PLATFORM_DESCRIPTOR_H
+#ifndef TAVO_BASE_DESCRIPTOR_H
+#define TAVO_BASE_DESCRIPTOR_H
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 
 namespace tavo {
 
@@ -33,26 +34,34 @@ inline bool WriteAll(int fd, std::string_view text) {
     return true;
 }
 
-// Owns an open descriptor; -1 is none.
+// Owns an open descriptor; a negative number is none. Giving it up leaves errno unchanged, so that
+// a function can return while errno says why it failed.
 class Descriptor {
   public:
     explicit Descriptor(int fd = -1) : fd_(fd) {}
-    ~Descriptor() { Close(); }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
+    ~Descriptor() { Reset(); }
+    Descriptor(Descriptor &&other) noexcept : fd_(other.Release()) {}
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        Reset(other.Release());
+        return *this;
+    }
 
     int Get() const { return fd_; }
     bool IsOpen() const { return fd_ >= 0; }
 
-    void Reset(int fd) {
+    // Hands it over to the caller.
+    int Release() { return std::exchange(fd_, -1); }
+
+    void Reset(int fd = -1) {
+        const int error = errno;
         Close();
+        errno = error;
         fd_ = fd;
     }
 
     // Closes it; false when that fails, which is where some file systems report a failed write.
     bool Close() {
-        const int fd = fd_;
-        fd_ = -1;
+        const int fd = Release();
         return fd < 0 || close(fd) == 0;
     }
 

@@ -1,0 +1,29 @@
+// Owning what C functions make.
+#ifndef TAVO_BASE_OWNERS_H
+#define TAVO_BASE_OWNERS_H
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+namespace tavo {
+
+// The deleter that calls a C function. It leaves errno unchanged, so that a function can return
+// while errno says why it failed.
+template <auto Free>
+struct FreeWith {
+    template <typename T>
+    void operator()(T *p) const {
+        const int error = errno;
+        Free(p);
+        errno = error;
+    }
+};
+
+// Owns one block from malloc, calloc, realloc, strdup, ...
+template <typename T>
+using MallocPtr = std::unique_ptr<T, FreeWith<std::free>>;
+
+}  // namespace tavo
+
+#endif
