@@ -366,12 +366,21 @@ TAVO_API int TAVOFwIsSupportPortRange(void);
 
 /* ---- Port conflicts ---- */
 
-/* Whom TLIBIsPortConflict asks: bits of nCheckFlags. */
-#define TAVO_PORT_CHECK_DEFAULT 1      /* nobody; a legal value when no other bit is wanted */
+/* Which sources TLIBIsPortConflict asks: bits of nCheckFlags, a word from 1 to TAVO_PORT_CHECK_ALL.
+ */
+#define TAVO_PORT_CHECK_DEFAULT 1      /* none; a legal value when no other bit is wanted */
 #define TAVO_PORT_CHECK_PORT_FORWARD 2 /* the rules of the port-forwarding library's rule file */
 #define TAVO_PORT_CHECK_FW_SERVICE 4   /* the firewall services */
 #define TAVO_PORT_CHECK_SYS_KEY 8      /* ftpport, WebDavPort, ... of /etc/tavoinfo.conf */
 #define TAVO_PORT_CHECK_RUNTIME 16     /* the sockets that hold a port now */
+#define TAVO_PORT_CHECK_ALL 31         /* all of these */
+
+/* The first bit in nCheckFlags of TAVO_SERVICE_CONF_SET_PARAM. A check of ports asks no source for
+ * it. TLIBServiceConfBackup, TLIBServiceConfRestore and TLIBServiceBackupConfDelete take it for the
+ * rules of the firewall, /usr/tavo/etc/firewall.d. With it TLIBServiceConfSectionRemove has the
+ * firewall drop the record of the service, and TAVOServiceConfRemove sends the content of the file
+ * to the plugins. */
+#define TAVO_PORT_CHECK_FW_RULES TAVO_PORT_CHECK_DEFAULT
 
 /* Whether ports are taken: 1 taken, 0 free, -1 unknown. A source that could not be read for want of
  * memory, or because a system call failed, makes it -1 and never 0, with one exception: when the
@@ -388,7 +397,7 @@ TAVO_API int TAVOFwIsSupportPortRange(void);
  * the firewall services and none to the sockets. With any other word, or a blank for the comma, no
  * firewall service collides. Rules and settings collide whatever the protocol.
  *
- * nCheckFlags is 1..31, bits of TAVO_PORT_CHECK_*.
+ * nCheckFlags is 1..TAVO_PORT_CHECK_ALL, bits of TAVO_PORT_CHECK_*.
  *
  * The colliding ports are put in front of *ppConflictPorts (NULL: an empty list) as entries of both
  * protocols, single ports with nPortEnd 0. The settings hand over a list of their own, ascending,
@@ -616,10 +625,11 @@ TAVO_API int TAVORuntimeIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uin
 #define TAVO_RESTART_MODE_NONE 1
 #define TAVO_RESTART_MODE_RESTART 2
 
-/* nRestartFlags, and the argument of TLIBServiceConfServRestart: bits of a word from 1 to 31. The
- * others are accepted and do nothing. */
+/* nRestartFlags, and the argument of TLIBServiceConfServRestart: bits of a word from 1 to
+ * TAVO_RESTART_ALL. The others are accepted and do nothing. */
 #define TAVO_RESTART_FIREWALL 1 /* reload the firewall, and the relay daemon if it runs */
 #define TAVO_RESTART_RELAY 2    /* reload the relay daemon if it runs */
+#define TAVO_RESTART_ALL 31     /* every bit that is accepted */
 
 /* nWriteMode. A section is written with the first only, removed with the last only. */
 #define TAVO_WRITE_MODE_SET 1
@@ -741,8 +751,8 @@ TAVO_API int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName,
 
 /* Removes the service file that pParam names and tells of it (TLIBServiceConfRemoveServNotify):
  * with TAVO_PORT_CHECK_PORT_FORWARD in nCheckFlags port forwarding and the firewall; the content
- * goes along when bit 1 or 2 is set. -1 on failure, the file then being as it was; what goes wrong
- * in telling is logged only.
+ * goes along with that bit or TAVO_PORT_CHECK_FW_RULES. -1 on failure, the file then being as it
+ * was; what goes wrong in telling is logged only.
  *
  * pParam: nRestartMode 1, or 2 with one of the low four bits of nRestartFlags, neither of which has
  * any other effect; nWriteMode 3; nCheckFlags with TAVO_PORT_CHECK_FW_SERVICE; the low two bits of
@@ -765,11 +775,12 @@ TAVO_API int TLIBServiceConfRemoveBaseName(const char *szFileName, int nLocation
 
 /* Copies what a change is going to touch to side copies beside it, named STORE.tmp.PID: with
  * TAVO_PORT_CHECK_FW_SERVICE in nCheckFlags the system's service files when nLocation is exactly 1,
- * those of packages when it is exactly 2 (none when it is 3), with bit 1 /usr/tavo/etc/firewall.d,
- * with TAVO_PORT_CHECK_PORT_FORWARD the rule file of the port-forwarding library. A store that is
- * missing has no side copy. -1 on failure, no side copy being left: 0xD00 for NULL, none of the low
- * four bits in nCheckFlags, or no directory, and then also after a copy that cannot be made. Other
- * fields are not looked at. Of a store that is a symbolic link, what it leads to is copied.
+ * those of packages when it is exactly 2 (none when it is 3), with TAVO_PORT_CHECK_FW_RULES
+ * /usr/tavo/etc/firewall.d, with TAVO_PORT_CHECK_PORT_FORWARD the rule file of the port-forwarding
+ * library. A store that is missing has no side copy. -1 on failure, no side copy being left: 0xD00
+ * for NULL, none of the low four bits in nCheckFlags, or no directory, and then also after a copy
+ * that cannot be made. Other fields are not looked at. Of a store that is a symbolic link, what it
+ * leads to is copied.
  *
  * The stores stay locked until TLIBServiceConfRestore or TLIBServiceBackupConfDelete of this
  * process, from any thread, names them; the thread that made the backup may change them meanwhile,
@@ -801,12 +812,12 @@ TAVO_API int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pPar
 
 /* Removes a section from a service file as a transaction: the stores of TLIBServiceConfBackup are
  * copied first and restored when a later step fails, those of them of which a whole copy could be
- * made. With bit 1 in nCheckFlags the firewall drops the record of the service first
- * (TLIBFwServRemoveRecWrap); with nRestartMode 2 TLIBServiceConfServRestart follows, and once more
- * after a restore that its failure made needed. A file without a section but [global] is deleted. A
- * section, or a file, that is not there counts as removed; a file that cannot be looked at is a
- * failure (0x900). 0 when it is removed, -1 when not. The stores are locked from the backup to the
- * restore or the end of the restart.
+ * made. With TAVO_PORT_CHECK_FW_RULES in nCheckFlags the firewall drops the record of the service
+ * first (TLIBFwServRemoveRecWrap); with nRestartMode 2 TLIBServiceConfServRestart follows, and once
+ * more after a restore that its failure made needed. A file without a section but [global] is
+ * deleted. A section, or a file, that is not there counts as removed; a file that cannot be looked
+ * at is a failure (0x900). 0 when it is removed, -1 when not. The stores are locked from the backup
+ * to the restore or the end of the restart.
  *
  * pParam is that of TAVOServiceConfRemove, with a section name. Anything else is refused with
  * 0xD00; nRestartFlags above 31 are refused by the restart, and undo the removal. Give exactly 1 or

@@ -12,11 +12,10 @@
 #include <string_view>
 
 #include "base/owners.h"
+#include "base/system_files.h"
 #include "platform_failure.h"
 
 namespace {
-
-constexpr char kSettings[] = "/etc/tavoinfo.conf";
 
 struct PortSetting {
     const char *key;
@@ -47,7 +46,7 @@ int ParsePort(std::string_view text) {
 
 int ReadPort(const PortSetting &setting) {
     char value[kValueSize];
-    if (TLIBCFileGetKeyValue(kSettings, setting.key, value, kValueSize) < 0) {
+    if (TLIBCFileGetKeyValue(tavo::kSettingsFile, setting.key, value, kValueSize) < 0) {
         return -1;
     }
     const std::string_view text(value);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <climits>
 
+#include "base/system_files.h"
 #include "platform_failure.h"
 #include "port_set.h"
 #include "socket_diagnostics.h"
@@ -20,8 +21,8 @@ struct Protocol {
     SocketTables tables;
 };
 
-constexpr Protocol kTcp = {IPPROTO_TCP, {"/proc/net/tcp", "/proc/net/tcp6"}};
-constexpr Protocol kUdp = {IPPROTO_UDP, {"/proc/net/udp", "/proc/net/udp6"}};
+constexpr Protocol kTcp = {IPPROTO_TCP, {kTcpTable, kTcp6Table}};
+constexpr Protocol kUdp = {IPPROTO_UDP, {kUdpTable, kUdp6Table}};
 
 // Nothing of a dump that broke off is kept: an answer comes from one source.
 bool FindPorts(const Protocol &protocol, PortRange range, PortSet &ports) {

@@ -1,5 +1,6 @@
 // Reading the kernel's tables of sockets: which ports there are, in which state, and the inodes by
 // which the processes that hold them are found.
+#include "base/system_files.h"
 #include "check/record_key.h"
 #include "check/socket_line.h"
 
@@ -16,10 +17,10 @@ constexpr struct {
     uint16_t uProtocol;
     const char *szPath;
 } kSocketTables[] = {
-    {TAVO_PROTO_TCP, "/proc/net/tcp"},
-    {TAVO_PROTO_TCP, "/proc/net/tcp6"},
-    {TAVO_PROTO_UDP, "/proc/net/udp"},
-    {TAVO_PROTO_UDP, "/proc/net/udp6"},
+    {TAVO_PROTO_TCP, kTcpTable},
+    {TAVO_PROTO_TCP, kTcp6Table},
+    {TAVO_PROTO_UDP, kUdpTable},
+    {TAVO_PROTO_UDP, kUdp6Table},
 };
 
 // The lines of a table of sockets; null on failure.

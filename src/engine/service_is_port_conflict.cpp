@@ -46,8 +46,6 @@ constexpr char kTokenSeparators[] = " ,";
 // Longer protocol texts are refused.
 constexpr int kProtocolTextSize = 1024;
 
-constexpr int kHighestCheckFlags = 31;
-
 // Named on its own, this port always counts as taken; a range that holds it does not.
 constexpr char kReservedPort[] = "412";
 
@@ -636,7 +634,7 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
                    int nCheckFlags, Ports **ppConflictPorts, Call &call) {
     if (szSkipServices == nullptr || szPort == nullptr || szProtocol == nullptr ||
         ppConflictPorts == nullptr || nCheckFlags < TAVO_PORT_CHECK_DEFAULT ||
-        nCheckFlags > kHighestCheckFlags) {
+        nCheckFlags > TAVO_PORT_CHECK_ALL) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
     }
     const tavo::OwnedNames skip(TLIBCSzListAlloc(tavo::kInitialCapacity));

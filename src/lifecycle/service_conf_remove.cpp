@@ -13,7 +13,7 @@
 namespace {
 
 // Bits of nCheckFlags with which the content of the removed file goes along.
-constexpr uint32_t kSendsContent = TAVO_PORT_CHECK_DEFAULT | TAVO_PORT_CHECK_PORT_FORWARD;
+constexpr uint32_t kSendsContent = TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PORT_FORWARD;
 
 // Whoever removes a file by its name wants everybody told.
 constexpr uint32_t kEverybody = kSendsContent | TAVO_PORT_CHECK_FW_SERVICE;

@@ -14,9 +14,6 @@
 
 namespace {
 
-// Whether the firewall keeps a record of the service that is to go.
-constexpr uint32_t kFirewallRecord = 1;
-
 // ---- The section ----
 
 // Whether the names are those of a file that declares no service.
@@ -92,7 +89,7 @@ int Restart(const tavo::SetParam &param) {
 }
 
 int ChangeStores(const tavo::SetParam &param, const tavo::Target &target) {
-    if ((param.nCheckFlags & kFirewallRecord) != 0 &&
+    if ((param.nCheckFlags & TAVO_PORT_CHECK_FW_RULES) != 0 &&
         TLIBFwServRemoveRecWrap(target.Section()) < 0) {
         return TAVO_LOG_STATE("Remove service record in firewall rule fail!");
     }

@@ -32,8 +32,6 @@ constexpr int kPluginMode = 5;
 constexpr char kFirewallReload[] = "--reload";
 constexpr char kFirewallRemoveRecord[] = "--remove-serv-rec";
 
-constexpr int kHighestRestartFlags = 31;
-
 int ReloadRelayDaemon() {
     return TAVOCSystemdActiveStatusGet(kRelayDaemon) == 1 ? TAVOCSystemdReload(kRelayDaemon) : 0;
 }
@@ -206,7 +204,7 @@ int TLIBFwServRemoveRecWrap(const char *szName) {
 }
 
 int TLIBServiceConfServRestart(int nRestartFlags) {
-    if (nRestartFlags < 1 || nRestartFlags > kHighestRestartFlags) {
+    if (nRestartFlags < 1 || nRestartFlags > TAVO_RESTART_ALL) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if ((nRestartFlags & TAVO_RESTART_FIREWALL) != 0 && TAVOFwRuleHupWrap() < 0) {

@@ -10,8 +10,6 @@
 namespace tavo {
 namespace {
 
-constexpr uint32_t kHighestFlags = 31;
-
 // The bits of the two flag words that a removal looks at.
 constexpr uint32_t kRemovalFlags = 15;
 
@@ -31,9 +29,9 @@ bool IsFileName(const char (&field)[Size]) {
 
 bool AllowsSet(const SetParam *pParam) {
     return pParam != nullptr && IsFrom1To(TAVO_RESTART_MODE_RESTART, pParam->nRestartMode) &&
-           IsFrom1To(kHighestFlags, pParam->nRestartFlags) &&
+           IsFrom1To(TAVO_RESTART_ALL, pParam->nRestartFlags) &&
            IsFrom1To(TAVO_WRITE_MODE_REMOVE, pParam->nWriteMode) &&
-           IsFrom1To(kHighestFlags, pParam->nCheckFlags) &&
+           IsFrom1To(TAVO_PORT_CHECK_ALL, pParam->nCheckFlags) &&
            IsFrom1To(kBothDirectories, pParam->nLocation) && IsFileName(pParam->szFileName) &&
            !FieldText(pParam->szSectionName).empty();
 }

@@ -28,12 +28,6 @@ namespace {
 
 constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
 
-// Bits of nCheckFlags that choose a store. The first asks nobody in a check of ports; here it is
-// the firewall's.
-constexpr uint32_t kFirewallRules = 1;
-constexpr uint32_t kForwardingRules = TAVO_PORT_CHECK_PORT_FORWARD;
-constexpr uint32_t kServiceFiles = TAVO_PORT_CHECK_FW_SERVICE;
-
 // How often a step is made that another program may have disturbed.
 constexpr int kAttempts = 5;
 constexpr std::chrono::milliseconds kPauseBetweenCopies{20};
@@ -364,16 +358,17 @@ int Store::NameCopy() {
 }
 
 Stores StoresOf(const SetParam &param) {
-    const bool files = (param.nCheckFlags & kServiceFiles) != 0;
+    const bool files = (param.nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0;
     const char *rules = TAVOPFRuleConfPathGet();
     return {{
         {StoreId::kSystemServices, kSystemServiceDirectory,
          files && param.nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM},
         {StoreId::kPackageServices, kPackageServiceDirectory,
          files && param.nLocation == TAVO_SERVICE_CONF_DIR_PACKAGE},
-        {StoreId::kFirewallRules, kFirewallDirectory, (param.nCheckFlags & kFirewallRules) != 0},
+        {StoreId::kFirewallRules, kFirewallDirectory,
+         (param.nCheckFlags & TAVO_PORT_CHECK_FW_RULES) != 0},
         {StoreId::kForwardingRules, rules,
-         rules != nullptr && (param.nCheckFlags & kForwardingRules) != 0},
+         rules != nullptr && (param.nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0},
     }};
 }
 

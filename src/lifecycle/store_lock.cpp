@@ -19,15 +19,12 @@
 namespace tavo {
 namespace {
 
-constexpr char kLockFolder[] = "/run/tavoserviceconf";
-constexpr std::size_t kLockFolderLength = sizeof(kLockFolder) - 1;
-
 // By StoreId.
 constexpr const char *kLockFiles[kStoreCount] = {
-    "/run/tavoserviceconf/system-services.lock",
-    "/run/tavoserviceconf/package-services.lock",
-    "/run/tavoserviceconf/firewall-rules.lock",
-    "/run/tavoserviceconf/forwarding-rules.lock",
+    TAVO_LOCK_FOLDER "/system-services.lock",
+    TAVO_LOCK_FOLDER "/package-services.lock",
+    TAVO_LOCK_FOLDER "/firewall-rules.lock",
+    TAVO_LOCK_FOLDER "/forwarding-rules.lock",
 };
 
 // ---- Lock files ----
@@ -41,8 +38,8 @@ bool IsOwn(const struct stat &status) {
 // The folder is made when it is missing: /run is empty after each start of the appliance. One of
 // another user is not trusted, since its owner could take the lock files away.
 Descriptor OpenLockFolder() {
-    mkdir(kLockFolder, S_IRWXU);
-    Descriptor folder(open(kLockFolder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    mkdir(TAVO_LOCK_FOLDER, S_IRWXU);
+    Descriptor folder(open(TAVO_LOCK_FOLDER, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
     const bool usable = folder.IsOpen() && fstat(folder.Get(), &status) == 0 && IsOwn(status) &&
                         ((status.st_mode & 07777) == S_IRWXU || fchmod(folder.Get(), S_IRWXU) == 0);
@@ -64,7 +61,7 @@ Attempt TryLockFile(const char *path, int &locked) {
     if (!folder.IsOpen()) {
         return Attempt::kFailed;
     }
-    const char *name = path + kLockFolderLength + 1;
+    const char *name = path + sizeof(TAVO_LOCK_FOLDER);
     Descriptor file(
         openat(folder.Get(), name, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
     if (!file.IsOpen()) {

@@ -1,13 +1,12 @@
-// Where service files live.
+// Where service files live, and the room for their paths.
 #ifndef TAVO_SRC_SUPPORT_SERVICE_DIRECTORY_H
 #define TAVO_SRC_SUPPORT_SERVICE_DIRECTORY_H
 
 #include <cstddef>
 
-namespace tavo {
+#include "base/system_files.h"
 
-constexpr char kSystemServiceDirectory[] = "/usr/tavo/etc/services.d";
-constexpr char kPackageServiceDirectory[] = "/usr/local/etc/services.d";
+namespace tavo {
 
 // Room for the path of a file in a directory, PATH_MAX of Linux.
 constexpr std::size_t kPathSize = 4096;

@@ -13,14 +13,13 @@
 #include <fstream>
 #include <system_error>
 
+#include "base/system_files.h"
 #include "bubblewrap.h"
 #include "failure.h"
 
 namespace tavo {
 namespace fs = std::filesystem;
 namespace {
-
-constexpr const char *kServiceFileFolder = "/usr/local/etc/services.d";
 
 // Does `work`; an error of the file system there becomes the failure of `what`, without the paths
 // of the temporary tree, which say nothing to the user.
@@ -134,7 +133,7 @@ ExtraFile ParseExtraFile(const std::string &text, const fs::path &share) {
     const std::size_t colon = text.rfind(":/");
     const fs::path source = text.substr(0, colon);
     const fs::path target = colon == std::string::npos
-                                ? fs::path(kServiceFileFolder) / source.filename()
+                                ? fs::path(kPackageServiceDirectory) / source.filename()
                                 : fs::path(text.substr(colon + 1)).lexically_normal();
     const auto refuse = [&](const std::string &why) {
         throw Failure("--with " + text + ": " + why);

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <thread>
 
+#include "base/system_files.h"
 #include "input/input_file.h"
 
 namespace tavo::tool {
@@ -21,8 +22,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kPatience{10};
 constexpr std::chrono::milliseconds kBetweenAttempts{50};
 
-constexpr char kFolder[] = "/run/tavoserviceconf";
-constexpr char kFile[] = "/run/tavoserviceconf/servicetool.lock";
+constexpr char kFolder[] = TAVO_LOCK_FOLDER;
+constexpr char kFile[] = TAVO_LOCK_FOLDER "/servicetool.lock";
 
 // Whether what is open is of that kind, is our own and cannot be changed by others: what somebody
 // else has planted is no lock.

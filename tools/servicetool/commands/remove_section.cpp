@@ -10,9 +10,8 @@ namespace {
 // The firewall's record of the service goes, too; and what the change touches is copied first, to
 // be put back should a later step fail: the service files, the firewall's files and the rules of
 // port forwarding.
-constexpr std::uint32_t kFirewallRecord = 1;
 constexpr std::uint32_t kTouched =
-    kFirewallRecord | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
+    TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
 
 }  // namespace
 

@@ -10,6 +10,7 @@
 #include <optional>
 #include <utility>
 
+#include "base/system_files.h"
 #include "input/input_file.h"
 #include "input/library_log.h"
 #include "output/text.h"
@@ -21,8 +22,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr ServiceFolder kServiceFolders[] = {
-    {TAVO_SERVICE_CONF_DIR_SYSTEM, "system", "/usr/tavo/etc/services.d"},
-    {TAVO_SERVICE_CONF_DIR_PACKAGE, "package", "/usr/local/etc/services.d"},
+    {TAVO_SERVICE_CONF_DIR_SYSTEM, "system", kSystemServiceDirectory},
+    {TAVO_SERVICE_CONF_DIR_PACKAGE, "package", kPackageServiceDirectory},
 };
 
 // The names that the library would try, in its order: regular files and symbolic links. False with

@@ -14,14 +14,12 @@
 #include "lint/declared_ports.h"
 #include "lint/findings.h"
 #include "lint/lint_keys.h"
+#include "model/service_file_keys.h"
 #include "output/text.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
 namespace {
-
-constexpr std::string_view kGlobalName = "global";
-constexpr std::string_view kDestinationPorts = "dst.ports";
 
 // All sections of one name, which the library reads as one. Files may hold millions of them, so
 // there is little in it.
@@ -121,9 +119,10 @@ Section &Linter::SectionNamed(std::string_view name, std::size_t line) {
     const auto [found, added] =
         by_name_.emplace(name, static_cast<std::uint32_t>(sections_.size()));
     if (added) {
-        Section section{.name = name,
-                        .kind = name == kGlobalName ? SectionKind::kGlobal : SectionKind::kService,
-                        .line = static_cast<std::uint32_t>(line)};
+        Section section{
+            .name = name,
+            .kind = name == kGlobalSection ? SectionKind::kGlobal : SectionKind::kService,
+            .line = static_cast<std::uint32_t>(line)};
         if (section.kind == SectionKind::kService) {
             section.service = static_cast<std::uint32_t>(result_.services.size());
             result_.services.emplace_back().name = name;
@@ -213,7 +212,7 @@ void Linter::CheckNameCase(const ConfigLine &line) {
                       "section [" + Shortened(line.name) + "] differs from [" +
                           Shortened(first->first) + "] in line " + std::to_string(first->second) +
                           " only in case");
-    } else if (line.name != kGlobalName && EqualWithoutCase()(line.name, kGlobalName)) {
+    } else if (line.name != kGlobalSection && EqualWithoutCase()(line.name, kGlobalSection)) {
         findings_.Add(Rule("name-case"), line, line.name,
                       "[" + std::string(line.name) + "] differs from [global] in case, so it is " +
                           "read as a service",
@@ -251,7 +250,7 @@ void Linter::CheckKey(const ConfigLine &line, const Section &section) {
     } else {
         const std::size_t errors = result_.errors;
         CheckValue(kKeyRules[*key], line, findings_);
-        if (line.name == kDestinationPorts && result_.errors == errors) {
+        if (line.name == kKeyDstPorts && result_.errors == errors) {
             declared_ports_.Add(section.name, line, findings_);
         }
     }

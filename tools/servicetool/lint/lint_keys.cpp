@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "model/service_file_keys.h"
 #include "output/text.h"
 #include "tavoserviceconf.h"
 
@@ -130,7 +131,7 @@ void CheckReference(const ConfigLine &line, Findings &findings) {
     const std::vector<std::string_view> parts = ReferenceParts(line.value);
     const std::string_view key = parts.back();
     if (parts.size() == 1) {
-        const std::string_view text = line.name == "title_key" ? "title" : "desc";
+        const std::string_view text = line.name == kKeyTitleKey ? kKeyTitle : kKeyDesc;
         findings.Add(Rule("reference"), line, line.value,
                      std::string(line.name) + " without a colon has no effect: " +
                          std::string(text) + " takes its place",
@@ -223,18 +224,18 @@ void CheckLength(std::string_view part, std::string_view what, std::size_t size,
 }
 
 const std::array<KeyRule, kKeyCount> kKeyRules = {{
-    {"version", SectionKind::kGlobal, {}, "", CheckVersion},
-    {"support_key", SectionKind::kGlobal, {}, "", CheckFileKey},
-    {"run_key", SectionKind::kGlobal, {}, "", CheckFileKey},
-    {"title_key", SectionKind::kService, {}, "", CheckReference},
-    {"title", SectionKind::kService, Rule("missing-title"), "title=\"TEXT\"", CheckShownText},
-    {"desc_key", SectionKind::kService, {}, "", CheckReference},
-    {"desc", SectionKind::kService, Rule("missing-desc"), "desc=\"TEXT\"", CheckShownText},
-    {"desc_extra", SectionKind::kService, {}, "", CheckExtra},
-    {"port_forward", SectionKind::kService, {}, "", CheckPortForward},
-    {"src.ports", SectionKind::kService, {}, "", CheckPorts},
-    {"dst.ports", SectionKind::kService, Rule("missing-dst-ports"), "dst.ports=\"PORTS/PROTOCOLS\"",
-     CheckPorts},
+    {kKeyVersion, SectionKind::kGlobal, {}, "", CheckVersion},
+    {kKeySupportKey, SectionKind::kGlobal, {}, "", CheckFileKey},
+    {kKeyRunKey, SectionKind::kGlobal, {}, "", CheckFileKey},
+    {kKeyTitleKey, SectionKind::kService, {}, "", CheckReference},
+    {kKeyTitle, SectionKind::kService, Rule("missing-title"), "title=\"TEXT\"", CheckShownText},
+    {kKeyDescKey, SectionKind::kService, {}, "", CheckReference},
+    {kKeyDesc, SectionKind::kService, Rule("missing-desc"), "desc=\"TEXT\"", CheckShownText},
+    {kKeyDescExtra, SectionKind::kService, {}, "", CheckExtra},
+    {kKeyPortForward, SectionKind::kService, {}, "", CheckPortForward},
+    {kKeySrcPorts, SectionKind::kService, {}, "", CheckPorts},
+    {kKeyDstPorts, SectionKind::kService, Rule("missing-dst-ports"),
+     "dst.ports=\"PORTS/PROTOCOLS\"", CheckPorts},
 }};
 
 std::optional<std::size_t> FindKey(SectionKind section, std::string_view name) {
