@@ -60,27 +60,33 @@ bool IsPlugin(const char *path) {
            faccessat(AT_FDCWD, path, X_OK, AT_EACCESS) == 0;
 }
 
-int RunPlugin(const char *path, const char *action, std::string_view input) {
+int RunPlugin(const char *path, const char *action, std::string_view input,
+              const PluginReport &report) {
     const int status = TLIBCExecInput(path, action, input.data(), input.size(), kSecondsOfAPlugin);
+    report(path, status);
     return status > 0 ? TAVO_PLATFORM_FAIL(kFileUnusable) : status;
 }
 
 }  // namespace
 
-int RunPluginsOf(const char *root, const char *group, const char *action, std::string_view input) {
+int RunPluginsOf(const char *root, const char *group, const char *action, std::string_view input,
+                 const PluginReport &report) {
     char folder[kPathSize];
     std::snprintf(folder, kPathSize, "%s/%s", root, group);
     Entries entries;
     if (!entries.List(folder)) {
-        return errno == ENOENT   ? 0
-               : errno == ENOMEM ? TAVO_PLATFORM_FAIL(kOutOfMemory)
-                                 : TAVO_PLATFORM_FAIL(kFileUnusable);
+        if (errno == ENOENT) {
+            return 0;
+        }
+        TAVO_PLATFORM_FAIL(errno == ENOMEM ? kOutOfMemory : kFileUnusable);
+        report(folder, -1);
+        return -1;
     }
     int result = 0;
     for (int i = 0; i < entries.Count(); ++i) {
         char path[kPathSize];
         std::snprintf(path, kPathSize, "%s/%s/%s", root, group, entries.Name(i));
-        if (IsPlugin(path) && RunPlugin(path, action, input) != 0) {
+        if (IsPlugin(path) && RunPlugin(path, action, input, report) != 0) {
             result = -1;
         }
     }
