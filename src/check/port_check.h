@@ -68,7 +68,7 @@ int AppendPorts(const typename Check::Known &known, const AskedPorts &asked,
         for (const uint16_t uOne : {uint16_t{TAVO_PROTO_TCP}, uint16_t{TAVO_PROTO_UDP}}) {
             if ((uProtocol & uOne) != 0 &&
                 AppendPort<Check>(known, uPort, uOne, pResultList) != 0) {
-                return Failed();
+                return -1;
             }
         }
     }

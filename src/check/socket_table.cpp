@@ -55,7 +55,7 @@ int ParseSocketTable(const char *szPath, uint16_t uProtocol, TLIBCDList *pList, 
     }
     const OwnedNames lines(ReadSocketTable(szPath));
     if (!lines) {
-        return Failed();
+        return -1;
     }
     info->uProtocol = uProtocol;
     const int nLines = TLIBCSzListCount(lines.get());

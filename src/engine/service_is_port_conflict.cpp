@@ -283,7 +283,7 @@ int FailWithoutCatalogue(const tavo::ServiceCatalogue &catalogue) {
 int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
     const tavo::OwnedText copy(strdup(szProtocol));
     if (copy == nullptr) {
-        return tavo::FailToCopy(szProtocol);
+        return tavo::FailToCopy(TAVO_HERE, szProtocol);
     }
     nProtocols = TAVOProtocolMapping(TLIBServiceConfProtocolParse(copy.get()));
     return 0;
@@ -653,7 +653,8 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
     // The settings merge what rules and services find; only without them are the pairs the result.
     const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
     Comparison comparison(
-        szPort, merged ? Comparison::Keeping::kDeclaredRanges : Comparison::Keeping::kPairs,
+        TAVO_HERE, szPort,
+        merged ? Comparison::Keeping::kDeclaredRanges : Comparison::Keeping::kPairs,
         ppConflictPorts);
     const Query query = {szPort,          szProtocol,      skip.get(), skipIndex.get(), ports.get(),
                          protocols.get(), ppConflictPorts, call,       comparison};

@@ -51,7 +51,7 @@ int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
 bool PendingRanges::Append(uint32_t nStart, uint32_t nEnd) {
     const bool appended = ranges_.Append({nStart, nEnd});
     if (!appended) {
-        TAVO_SET_ERROR(kErrorNoMemory);
+        TAVO_SET_ERROR_AT(place_, kErrorNoMemory);
     }
     return appended;
 }

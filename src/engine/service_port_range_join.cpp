@@ -41,7 +41,7 @@ bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
 // Puts the ranges aside first, and in order where that makes no difference: plain ranges in any
 // order are the same set, and a long list in random order then costs no walk for each of them.
 int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
-    tavo::PendingRanges ranges;
+    tavo::PendingRanges ranges(TAVO_HERE);
     for (const auto *pNode = pRanges; pNode != nullptr; pNode = pNode->pNext) {
         if (!ranges.Append(pNode->nPortStart, tavo::LastPort(*pNode))) {
             return -1;

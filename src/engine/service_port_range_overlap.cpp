@@ -38,7 +38,7 @@ int TLIBPortRangeOverlap(const TAVO_PORT_RANGE *pA, const TAVO_PORT_RANGE *pB,
     if (pA == nullptr || pB == nullptr || pOut == nullptr) {
         return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
     }
-    tavo::PendingRanges pieces;
+    tavo::PendingRanges pieces(TAVO_HERE);
     if (FindPieces(pA->pRanges, pB->pRanges, pieces) < 0) {
         return -1;
     }
