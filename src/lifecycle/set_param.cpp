@@ -76,10 +76,11 @@ const char *DirectoryByBits(uint32_t nLocation) {
                                                            : kPackageServiceDirectory;
 }
 
-int LookForFile(const char *path) {
+int LookForFile(const char *path, StepFailure &failure) {
     const Presence presence = PresenceOf(path);
     if (presence == Presence::kUnknown) {
         const int error = errno;
+        failure.Set(Step::kLook, path, error);
         return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to look at %s: %s", path,
                                std::strerror(error));
     }

@@ -31,6 +31,8 @@ enum class Step {
     kWrite,           // the section
     kRemove,          // the file or the section
     kBackUp,          // a store
+    kRestore,         // a store
+    kDeleteBackup,    // of a store
     kFirewallRecord,  // the firewall tool removes the record of a service
     kRestart,         // of the services that depend on the file
     kPreparePlugins,  // the plugin library, or an argument for the plugins
