@@ -26,8 +26,6 @@
 namespace tavo {
 namespace {
 
-constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
-
 // Bits of nCheckFlags that choose a store. The first asks nobody in a check of ports; here it is
 // the firewall's.
 constexpr uint32_t kFirewallRules = 1;

@@ -11,6 +11,8 @@
 
 namespace tavo {
 
+constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
+
 struct Store {
     StoreId id;
     const char *path;

@@ -27,7 +27,8 @@ enum class Step {
     kSetKeys,         // the new keys of the section
     kOccupied,        // a folder that is not empty has the name of a copy
     kCopy,            // a file
-    kReplace,         // the file by its copy
+    kStage,           // the copy of the file to install, at `path`
+    kReplace,         // the file by that copy
     kWrite,           // the section
     kRemove,          // the file or the section
     kBackUp,          // a store

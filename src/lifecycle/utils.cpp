@@ -104,11 +104,11 @@ bool CopyWithModeAndTimes(const char *szSrcPath, const char *szPath, StepFailure
     const int nStatus =
         TLIBCExec(tavo::kCopyProgram, "-f", "-p", tavo::PathArgument(szSrcPath).Get(), szPath);
     if (nStatus != 0) {
-        failure.SetProgram(Step::kCopy, tavo::kCopyProgram, nStatus, szPath);
+        failure.SetProgram(Step::kStage, tavo::kCopyProgram, nStatus, szPath);
         return false;
     }
     if (!Flush(szPath)) {
-        failure.Set(Step::kCopy, szPath, errno);
+        failure.Set(Step::kStage, szPath, errno);
         return false;
     }
     return true;
