@@ -64,7 +64,7 @@ int RunPlugin(const char *path, const char *action, std::string_view input,
               const PluginReport &report) {
     const int status = TLIBCExecInput(path, action, input.data(), input.size(), kSecondsOfAPlugin);
     report(path, status);
-    return status > 0 ? TAVO_PLATFORM_FAIL(kFileUnusable) : status;
+    return status > 0 ? TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE) : status;
 }
 
 }  // namespace
@@ -78,7 +78,7 @@ int RunPluginsOf(const char *root, const char *group, const char *action, std::s
         if (errno == ENOENT) {
             return 0;
         }
-        TAVO_PLATFORM_FAIL(errno == ENOMEM ? kOutOfMemory : kFileUnusable);
+        TAVO_PLATFORM_FAIL(errno == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_FILE_UNUSABLE);
         report(folder, -1);
         return -1;
     }

@@ -55,7 +55,7 @@ bool IsPortNumber(const char *szPort) {
 // Splits a text such as "1234,9997" into *ppPorts. Empty pieces are passed over.
 Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     if (*szPorts == '\0') {
-        TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
         return Reading::kInvalid;
     }
     *ppPorts = TLIBCSzListAlloc(tavo::kPortListCapacity);
@@ -65,7 +65,7 @@ Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     }
     const tavo::OwnedText copy(strdup(szPorts));
     if (copy == nullptr) {
-        TAVO_FAIL(tavo::kErrorNoMemory, "Failed to allocate for ports number, errno=%s",
+        TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to allocate for ports number, errno=%s",
                   std::strerror(errno));
         return Reading::kUnknown;
     }
@@ -73,7 +73,7 @@ Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     for (char *szPort = strtok_r(copy.get(), ",", &szRest); szPort != nullptr;
          szPort = strtok_r(nullptr, ",", &szRest)) {
         if (!IsPortNumber(szPort)) {
-            TAVO_FAIL(tavo::kErrorBadParameter, "illegal ports number, port=%s", szPort);
+            TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s", szPort);
             return Reading::kInvalid;
         }
         if (TLIBCSzListPush(ppPorts, szPort) < 0) {
@@ -109,7 +109,7 @@ Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
         return Reading::kRead;
     }
     const unsigned int code = TLIBCErrGet();
-    const bool settled = code == tavo::kErrorBadParameter || code == tavo::kErrorNoFile;
+    const bool settled = code == TLIBC_ERR_BAD_PARAMETER || code == TLIBC_ERR_NO_FILE;
     const Reading reading = settled ? Reading::kInvalid : Reading::kUnknown;
     Completeness::Note(reading);
     return reading;
@@ -126,7 +126,7 @@ Reading ReadRowPorts(const char *szName, const RowPorts &side, TLIBCSzList **ppP
         return fixed;
     }
     if (side.pfnPorts == nullptr) {
-        TAVO_FAIL(tavo::kErrorBadParameter, "No specified %s ports in firewall services: %s",
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "No specified %s ports in firewall services: %s",
                   side.szSide, szName);
         return Reading::kInvalid;
     }
@@ -238,7 +238,7 @@ OwnedServices LeaveOut(Reading reading) {
 OwnedServices ServiceFromRow(const TAVO_FW_SERVICE_REG &row) {
     auto service = NewRecord<OwnedServices>();
     if (service == nullptr) {
-        TAVO_FAIL(kErrorNoMemory, "Failed to allocate for service, errno=0x%X", TLIBCErrGet());
+        TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to allocate for service, errno=0x%X", TLIBCErrGet());
         return LeaveOut(Reading::kUnknown);
     }
     CopyText(service->szName, row.szName);
@@ -315,7 +315,7 @@ ServiceCatalogue ReadCatalogue() {
 
 int TAVOFwServiceEnum(TAVO_FW_SERVICE **ppServices) {
     if (ppServices == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
     }
     TAVO_FW_SERVICE *pServices = nullptr;
     int nServices = AddBuiltInServices(&pServices);

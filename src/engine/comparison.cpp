@@ -54,7 +54,7 @@ int AddCommonPorts(const Range &a, const Range &b, TAVO_SERVICE_CONF_PORT **ppCo
 }
 
 int Comparison::FailToAllocate() const {
-    return TAVO_FAIL_STATE_AT(place_, kErrorNoMemory, "Failed to allocate for port ranges");
+    return TAVO_FAIL_STATE_AT(place_, TLIBC_ERR_NO_MEMORY, "Failed to allocate for port ranges");
 }
 
 // Reads the query once. A token of it that is none is an error of the first comparison that comes

@@ -62,7 +62,7 @@ int Join(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc) {
 
 int TLIBPortRangeJoin(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc) {
     if (pDst == nullptr || pSrc == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     if (Join(pDst, pSrc) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeAdd().");

@@ -14,7 +14,7 @@ namespace {
 bool ReadToken(const Place &place, char *szToken, char separator, Range &range) {
     const std::size_t nLength = std::strlen(szToken);
     if (nLength > 0 && (szToken[0] == separator || szToken[nLength - 1] == separator)) {
-        TAVO_SET_ERROR_AT(place, kErrorBadParameter);
+        TAVO_SET_ERROR_AT(place, TLIBC_ERR_BAD_PARAMETER);
         return false;
     }
     char *szEnd = szToken;
@@ -38,7 +38,7 @@ bool ReadToken(const Place &place, char *szToken, char separator, Range &range) 
 }  // namespace
 
 int FailToCopy(const Place &place, const char *szText) {
-    return TAVO_FAIL_STATE_AT(place, kErrorNoMemory, "strdup fail for %s", szText);
+    return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_NO_MEMORY, "strdup fail for %s", szText);
 }
 
 TextRanges::~TextRanges() {

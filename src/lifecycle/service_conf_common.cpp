@@ -31,7 +31,7 @@ int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||
         ((pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
          (pParam->nLocation & kDirectories) == 0)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     return 0;
 }
@@ -48,13 +48,13 @@ bool IsEmpty(const char *szText) {
 int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &failure) {
     struct stat source;
     if (stat(szSrc, &source) < 0 || !IsFolderOrFile(source)) {
-        return TAVO_FAIL_STATE(tavo::kErrorBadSource, "Source path is not valid (src path: %s)",
+        return TAVO_FAIL_STATE(TAVO_ERR_BAD_SOURCE, "Source path is not valid (src path: %s)",
                                szSrc);
     }
     if (S_ISREG(source.st_mode) && std::string_view(szDst).ends_with('/')) {
         // The line shows the error state from before, and always has.
         TAVO_LOG_STATE("source/target must both be folder or file");
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     // A folder that cannot be removed must not swallow the source, nor, when something is mounted
     // on it, be emptied in the attempt.
@@ -95,25 +95,25 @@ bool IsFolder(const char *path) {
 
 int CopyOrMove(const char *source, const char *target, bool move, StepFailure &failure) {
     if (IsEmpty(source) || IsEmpty(target)) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const OwnedText from(strdup(source));
     const OwnedText to(strdup(target));
     if (from == nullptr || to == nullptr) {
-        return TAVO_SET_ERROR(kErrorNoMemory);
+        return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
     }
     if (TLIBCStrTrimSpace(from.get()) < 0 || TLIBCStrTrimSpace(to.get()) < 0) {
         return TAVO_LOG_STATE("TLIBCStrTrimSpace() failed!");
     }
     if (IsEmpty(from.get()) || IsEmpty(to.get())) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     return Replace(from.get(), to.get(), move, failure);
 }
 
 int RemoveTree(const char *path, StepFailure &failure) {
     if (IsEmpty(path)) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     struct stat entry;
     if (stat(path, &entry) < 0 || !IsFolderOrFile(entry)) {
@@ -148,7 +148,8 @@ int BackUpStores(const SetParam *param, StepFailure &failure) {
     StoreLock lock(ChosenOf(stores));
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to lock %s for a backup", lock.Missing());
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a backup",
+                               lock.Missing());
     }
     for (Store &store : stores) {
         if (!store.chosen) {
@@ -175,7 +176,8 @@ int RestoreStores(const SetParam *param, StepFailure &failure) {
     StoreLock lock(ChosenOf(stores), LockPurpose::kUndo);
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to lock %s for a restore", lock.Missing());
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a restore",
+                               lock.Missing());
     }
     lock.EndUndo();
     for (Store &store : stores) {
@@ -201,7 +203,7 @@ int DeleteBackup(const SetParam *param, StepFailure &failure) {
     StoreLock lock(ChosenOf(stores), LockPurpose::kUndo);
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to lock %s to delete a backup",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to delete a backup",
                                lock.Missing());
     }
     lock.EndUndo();

@@ -46,7 +46,7 @@ int WriteValue(const tavo::SetParam &param, const char *szKey, const tavo::PortT
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
         outcome.failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), target.Path());
     }
     if (CheckSection(target, outcome.failure) < 0 ||
@@ -73,7 +73,7 @@ int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,
     ReleaseHeldFile();
     if (!AllowsSet(param) || ports == nullptr) {
         outcome.failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     PortText text;
     if (text.Print(ports) < 0) {

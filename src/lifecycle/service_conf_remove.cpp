@@ -39,7 +39,7 @@ int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::Ste
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
         failure.Set(tavo::Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to remove %s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to remove %s",
                                lock.Missing(), target.Path());
     }
     const int nFound = tavo::LookForFile(target.Path(), failure);
@@ -48,7 +48,7 @@ int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::Ste
     }
     if (nFound == 0) {
         failure.Set(tavo::Step::kMissingFile, target.Path(), ENOENT);
-        return TAVO_SET_ERROR(tavo::kErrorNoFile);
+        return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }
     if (KeepOldContent(target, old, failure) < 0) {
         return -1;
@@ -78,7 +78,7 @@ int RemoveFile(const SetParam *param, TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, T
                StepFailure &failure) {
     if (!AllowsRemove(param)) {
         failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if (RemoveTarget(Target(*param), old, failure) < 0) {
         return -1;
@@ -115,7 +115,7 @@ int TAVOServiceConfRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
 
 int TAVOServiceConfRemoveBaseName(const char *szFileName, int nLocation) {
     if (szFileName == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const tavo::SetParam param = tavo::RemovalOf(szFileName, nLocation);
     if (TLIBServiceConfRemove(&param) < 0) {

@@ -108,7 +108,7 @@ End MakeTransaction(const tavo::SetParam &param, const tavo::Target &target,
                                tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
         outcome.failure.Set(Step::kLock, lock.Missing());
-        TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s", lock.Missing(),
+        TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s", lock.Missing(),
                         target.Path());
         return End::kRolledBack;
     }
@@ -162,7 +162,7 @@ int tavo::RemoveSection(const SetParam *param, ChangeOutcome &outcome) {
     ReleaseHeldFile();
     if (!AllowsRemove(param) || FieldText(param->szSectionName).empty()) {
         outcome.failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const End end = MakeTransaction(*param, Target(*param), outcome);
     if (end == End::kRestartFailed) {

@@ -138,7 +138,7 @@ int ChangeFile(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &sec
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), target.Path());
     }
     NewFile made;
@@ -199,7 +199,7 @@ int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *s
     ReleaseHeldFile();
     if (!AllowsSet(param) || !IsWritable(section)) {
         outcome.failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     PortText dst_ports;
     if (dst_ports.Print(section->pDstPorts) < 0) {

@@ -181,12 +181,12 @@ int SetOldAndNewContent(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIF
     const tavo::FieldString newPath(notify.szNewConfPath);
     if (oldPath.IsEmpty()) {
         failure.Set(Step::kPreparePlugins);
-        return TAVO_FAIL(tavo::kErrorBadParameter,
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
                          "FAILED to notify portforward, old sc file is empty");
     }
     if (newPath.IsEmpty()) {
         failure.Set(Step::kPreparePlugins);
-        return TAVO_FAIL(tavo::kErrorBadParameter,
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
                          "FAILED to notify portforward, new sc file is empty");
     }
     if (SetContent(pHandle, kOldContent, oldPath.Get(), failure) < 0) {
@@ -323,7 +323,7 @@ int ReloadFirewall(Notifications &notified) {
 
 int RemoveFirewallRecord(const char *service, Notifications &notified) {
     if (service == nullptr) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const int nResult = RecordFirewallTool(
         TLIBCExecl(kFirewallTool, kFirewallToolOptions, kFirewallRemoveRecord, service, nullptr),
@@ -337,7 +337,7 @@ int RemoveFirewallRecord(const char *service, Notifications &notified) {
 
 int RestartServices(int flags, Notifications &notified) {
     if (flags < 1 || flags > kHighestRestartFlags) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if ((flags & TAVO_RESTART_FIREWALL) != 0 && ReloadFirewall(notified) < 0) {
         return -1;
@@ -393,7 +393,7 @@ int PluginArgSetFileContent(struct TLIBPluginHandle *pHandle, const char *szKey,
 
 int TLIBServiceConfUpdateServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify) {
     if (pNotify == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     Notifications notified;
     tavo::NotifyOfUpdate(*pNotify, notified);
@@ -402,7 +402,7 @@ int TLIBServiceConfUpdateServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify) {
 
 int TLIBServiceConfRemoveServNotify(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *pNotify) {
     if (pNotify == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     Notifications notified;
     tavo::NotifyOfRemoval(*pNotify, notified);

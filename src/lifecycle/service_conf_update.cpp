@@ -58,8 +58,8 @@ int tavo::UpdateFile(const char *name, const char *source, int location,
                                               : kPackageServiceDirectory));
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to lock %s to update %s", lock.Missing(),
-                               installed);
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to update %s",
+                               lock.Missing(), installed);
     }
     if (KeepOldContent(name, installed, old, failure) < 0) {
         return -1;
@@ -78,7 +78,7 @@ int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
                                                TAVO_SERVICE_CONF_PORT **ppConflictPorts,
                                                TAVO_SERVICE_CONF_NOTIFY *pNotify) {
     if (szBaseName == nullptr || szSrcPath == nullptr || pNotify == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     tavo::TemporaryCopy old;
     tavo::StepFailure failure;
@@ -96,7 +96,7 @@ int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *szSrcPath,
     tavo::TemporaryCopy old;
     tavo::StepFailure failure;
     const int nResult = szBaseName == nullptr || szSrcPath == nullptr
-                            ? TAVO_SET_ERROR(tavo::kErrorBadParameter)
+                            ? TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER)
                             : tavo::UpdateFile(szBaseName, szSrcPath, nLocation, ppConflictPorts,
                                                notify, old, failure);
     if (nResult < 0) {

@@ -81,7 +81,7 @@ int LookForFile(const char *path, StepFailure &failure) {
     if (presence == Presence::kUnknown) {
         const int error = errno;
         failure.Set(Step::kLook, path, error);
-        return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to look at %s: %s", path,
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
                                std::strerror(error));
     }
     return presence == Presence::kPresent ? 1 : 0;

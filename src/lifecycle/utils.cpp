@@ -48,13 +48,13 @@ int CheckSource(const char *szSrcPath, const char *szDirectory, StepFailure &fai
     if (TAVOServiceConfFileVerify(szSrcPath, szDirectory) == 0) {
         return 0;
     }
-    if (TLIBCErrGet() == tavo::kErrorAlreadyInstalled) {
+    if (TLIBCErrGet() == TAVO_ERR_ALREADY_INSTALLED) {
         TLIBCErrSetEx(0, __FILE_NAME__, __LINE__);
         return 0;
     }
     failure.Set(Step::kVerifySource, szSrcPath);
     switch (TLIBCErrGet()) {
-        case tavo::kErrorNoFile:
+        case TLIBC_ERR_NO_FILE:
             return TAVO_LOG_STATE("Source configure file does not exist (%s)", szSrcPath);
         default:
             return TAVO_LOG_STATE("install configue file fail! (%s)", szSrcPath);
@@ -74,7 +74,7 @@ bool ReportConflict(const char *szSrcPath, TAVO_SERVICE_CONF_PORT **ppConflictPo
 
 int MakeDirectory(const char *szDirectory, StepFailure &failure) {
     if (tavo::MakeFolder(szDirectory, failure) != 0) {
-        return TAVO_FAIL_STATE(tavo::kErrorMakeDirectory, "mkdir fail for path %s", szDirectory);
+        return TAVO_FAIL_STATE(TAVO_ERR_MAKE_DIRECTORY, "mkdir fail for path %s", szDirectory);
     }
     return 0;
 }
@@ -118,7 +118,7 @@ int Rename(const char *szFrom, const char *szTo, StepFailure &failure) {
     if (rename(szFrom, szTo) < 0) {
         const int nErrno = errno;
         failure.Set(Step::kReplace, szFrom, nErrno);
-        return TAVO_FAIL(tavo::kErrorRename, "Failed to rename %s to %s: %s", szFrom, szTo,
+        return TAVO_FAIL(TLIBC_ERR_RENAME, "Failed to rename %s to %s: %s", szFrom, szTo,
                          std::strerror(nErrno));
     }
     return 0;
@@ -131,7 +131,7 @@ int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirec
     const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to install %s/%s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to install %s/%s",
                                lock.Missing(), szDirectory, szBaseName);
     }
     char szFolder[tavo::kPathSize];
@@ -147,7 +147,7 @@ int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirec
     char szTarget[tavo::kPathSize];
     tavo::PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
     if (!CopyWithModeAndTimes(szSrcPath, szCopy, failure)) {
-        return TAVO_FAIL_STATE(tavo::kErrorCopy, "install configure file fail! from=%s to=%s",
+        return TAVO_FAIL_STATE(TAVO_ERR_COPY, "install configure file fail! from=%s to=%s",
                                szSrcPath, szTarget);
     }
     return Rename(szCopy, szTarget, failure);
@@ -158,7 +158,7 @@ int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirec
 int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf) {
     const char *szDirectory = InstallDirectory(nLocation);
     if (tavo::LeadsAway(szBaseName) || szDirectory == nullptr || szBuf == nullptr || cbBuf < 1) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     std::snprintf(szBuf, static_cast<std::size_t>(cbBuf), "%s/%s", szDirectory, szBaseName);
     return 0;
@@ -176,14 +176,14 @@ int tavo::InstallFile(const char *name, const char *source, int location,
     const char *directory = InstallDirectory(location);
     if (source == nullptr || directory == nullptr) {
         failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if (CheckSource(source, directory, failure) < 0) {
         return -1;
     }
     if (LeadsAway(name)) {
         failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const bool conflict = ReportConflict(source, conflicts);
     if (PlaceFile(name, source, directory, failure) < 0) {

@@ -45,7 +45,7 @@ class Completeness {
         notes_.left_out = true;
         if (reading == Reading::kUnknown && notes_.fault == 0) {
             const unsigned int code = TLIBCErrGet();
-            notes_.fault = code != 0 ? code : kErrorCannotOpen;
+            notes_.fault = code != 0 ? code : TLIBC_ERR_FILE_UNUSABLE;
         }
     }
 
@@ -66,10 +66,10 @@ class Completeness {
 inline Reading WhyUnreadable(const char *path) {
     constexpr std::intmax_t kLargest = std::intmax_t{2} << 30;  // the core library reads no more
     const unsigned int code = TLIBCErrGet();
-    if (code == kErrorNoFile || code == kErrorBadParameter) {
+    if (code == TLIBC_ERR_NO_FILE || code == TLIBC_ERR_BAD_PARAMETER) {
         return Reading::kInvalid;
     }
-    if (code != kErrorCannotOpen) {
+    if (code != TLIBC_ERR_FILE_UNUSABLE) {
         return Reading::kUnknown;
     }
     struct stat status;

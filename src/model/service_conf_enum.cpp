@@ -22,10 +22,10 @@ bool IsFileOrLink(const dirent &entry) {
 // its place: only what may hold service files all the same is unknown.
 int FailToList(const char *szDirectory, int error) {
     if (error != ENOTDIR && tavo::PresenceOf(szDirectory) != tavo::Presence::kAbsent) {
-        TAVO_SET_ERROR(error == ENOMEM ? tavo::kErrorNoMemory : tavo::kErrorListDirectory);
+        TAVO_SET_ERROR(error == ENOMEM ? TLIBC_ERR_NO_MEMORY : TAVO_ERR_LIST_DIRECTORY);
         tavo::Completeness::Note(tavo::Reading::kUnknown);
     }
-    return TAVO_SET_ERROR(tavo::kErrorListDirectory);
+    return TAVO_SET_ERROR(TAVO_ERR_LIST_DIRECTORY);
 }
 
 // How many files of the directory were read, -1 when it cannot be listed. Any file is tried,
@@ -61,7 +61,7 @@ int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags) {
     };
     constexpr int nEveryFlag = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
     if (ppList == nullptr || (nDirFlags & nEveryFlag) == 0) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     int nFiles = 0;
     for (const auto &directory : kDirectories) {

@@ -76,7 +76,7 @@ int ReadSections(const char *szPath, const TLIBCSzList *pNames, TAVO_SERVICE_CON
         const char *szName = TLIBCSzListGet(pNames, i);
         if (!IsValidName(szName)) {
             TAVO_FAIL_STATE(
-                tavo::kErrorBadParameter,
+                TLIBC_ERR_BAD_PARAMETER,
                 "Section name format error (File: %s, Section Name: [%s])! It can not be empty, "
                 "and just can composed of a~z, 0~9, `-`, '_', tavoerr=",
                 szPath, szName);
@@ -129,7 +129,7 @@ Reading ReadFile(const char *szPath, TAVO_SERVICE_CONF **ppList) {
 
 int TAVOServiceConfGet(const char *szPath, TAVO_SERVICE_CONF **ppList) {
     if (szPath == nullptr || ppList == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const Reading reading = ReadFile(szPath, ppList);
     Completeness::Note(reading);

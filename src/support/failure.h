@@ -18,19 +18,6 @@
 
 namespace tavo {
 
-constexpr unsigned int kErrorBadParameter = 0xD00;
-constexpr unsigned int kErrorNoMemory = 0x200;
-constexpr unsigned int kErrorBadSource = 0x600;
-constexpr unsigned int kErrorNoFile = 0x700;
-constexpr unsigned int kErrorCannotOpen = 0x900;
-constexpr unsigned int kErrorBufferTooSmall = 0xBF00;
-constexpr unsigned int kErrorAlreadyInstalled = 0xC000;
-constexpr unsigned int kErrorRename = 0x2800;
-constexpr unsigned int kErrorListDirectory = 0x2A00;
-constexpr unsigned int kErrorCopy = 0x3B00;
-constexpr unsigned int kErrorMakeDirectory = 0x3C00;
-constexpr unsigned int kErrorFirewallServices = 0x9900;
-
 // A place in the source; the file without its folders.
 struct Place {
     const char *file;
@@ -146,12 +133,12 @@ inline int SetErrorAt(const Place &place, unsigned int code) {
 
 // Reports that a record for a service could not be allocated.
 #define TAVO_FAIL_NO_MEMORY() \
-    TAVO_FAIL_STATE(::tavo::kErrorNoMemory, "Failed to allocate for service, tavoerr=")
+    TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY, "Failed to allocate for service, tavoerr=")
 
 // Reports that memory ran out for what the text names.
-#define TAVO_FAIL_ALLOC_AT(place, what)                                                       \
-    TAVO_FAIL_AT(place, ::tavo::kErrorNoMemory, "Failed to alloc %s, Out of memory.[0x%04X]", \
-                 (what), ::TLIBCErrGet())
+#define TAVO_FAIL_ALLOC_AT(place, what)                                                            \
+    TAVO_FAIL_AT(place, TLIBC_ERR_NO_MEMORY, "Failed to alloc %s, Out of memory.[0x%04X]", (what), \
+                 ::TLIBCErrGet())
 #define TAVO_FAIL_ALLOC(what) TAVO_FAIL_ALLOC_AT(TAVO_HERE, what)
 
 #endif

@@ -22,7 +22,7 @@ class WritersLock {
     explicit WritersLock(const char *folder) {
         if (folder != nullptr && IsAvailable()) {
             lock_ = TLIBCFolderLockTake(folder);
-            out_of_memory_ = lock_ == nullptr && TLIBCErrGet() == kErrorNoMemory;
+            out_of_memory_ = lock_ == nullptr && TLIBCErrGet() == TLIBC_ERR_NO_MEMORY;
         }
     }
     ~WritersLock() {

@@ -25,6 +25,22 @@ class Failing : public LibraryTest {
     }
 };
 
+// Callers have compared with these numbers since before they had names.
+TEST(ErrorCodes, KeepTheirNumbers) {
+    EXPECT_EQ(TLIBC_ERR_NO_MEMORY, 0x200U);
+    EXPECT_EQ(TLIBC_ERR_NO_FILE, 0x700U);
+    EXPECT_EQ(TLIBC_ERR_FILE_UNUSABLE, 0x900U);
+    EXPECT_EQ(TLIBC_ERR_BAD_PARAMETER, 0xD00U);
+    EXPECT_EQ(TLIBC_ERR_RENAME, 0x2800U);
+    EXPECT_EQ(TLIBC_ERR_BUFFER_TOO_SMALL, 0xBF00U);
+    EXPECT_EQ(TAVO_ERR_BAD_SOURCE, 0x600U);
+    EXPECT_EQ(TAVO_ERR_LIST_DIRECTORY, 0x2A00U);
+    EXPECT_EQ(TAVO_ERR_COPY, 0x3B00U);
+    EXPECT_EQ(TAVO_ERR_MAKE_DIRECTORY, 0x3C00U);
+    EXPECT_EQ(TAVO_ERR_FW_SERVICES, 0x9900U);
+    EXPECT_EQ(TAVO_ERR_ALREADY_INSTALLED, 0xC000U);
+}
+
 const Place kOperation = {"operation.cpp", 7};
 
 TEST_F(Failing, NamesItsOwnPlace) {

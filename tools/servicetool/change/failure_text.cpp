@@ -8,7 +8,7 @@
 #include "change/program_output.h"
 #include "input/input_file.h"
 #include "input/library_failure.h"
-#include "support/failure.h"
+#include "tavocore.h"
 
 namespace tavo::tool {
 namespace {
@@ -24,8 +24,9 @@ std::string ProgramOf(const StepFailure &failure) {
 std::string ProgramReason(const StepFailure &failure, const std::vector<std::string> &output) {
     const std::string program = ProgramOf(failure);
     if (failure.status < 0) {
-        return failure.code == kErrorNoFile ? program + " is missing"
-                                            : program + " could not be run, or ran out of time";
+        return failure.code == TLIBC_ERR_NO_FILE
+                   ? program + " is missing"
+                   : program + " could not be run, or ran out of time";
     }
     const std::string said = LastWordOf(program, output);
     if (!said.empty()) {
@@ -91,7 +92,7 @@ std::string ReasonText(const StepFailure &failure, const std::string &path,
     if (!failure.HasFailed()) {
         return {};
     }
-    if (failure.error == ENOMEM || (failure.error == 0 && failure.code == kErrorNoMemory)) {
+    if (failure.error == ENOMEM || (failure.error == 0 && failure.code == TLIBC_ERR_NO_MEMORY)) {
         return ErrorText(ENOMEM);
     }
     if (failure.program != nullptr) {
