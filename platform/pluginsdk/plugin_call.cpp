@@ -99,7 +99,12 @@ int TLIBPluginSetArg(TLIBPluginHandle *pHandle, const char *szKey, const char *s
     return TLIBCSzHashSetValue(pHandle->arguments.get(), szKey, szValue);
 }
 
-int TLIBPluginAction(int /*nMode*/, TLIBPluginHandle *pHandle) {
+int TLIBPluginAction(int nMode, TLIBPluginHandle *pHandle) {
+    return TLIBPluginActionReport(nMode, pHandle, nullptr, nullptr);
+}
+
+int TLIBPluginActionReport(int /*nMode*/, TLIBPluginHandle *pHandle, TLIBPluginReport pReport,
+                           void *pContext) {
     if (pHandle == nullptr) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
@@ -109,10 +114,11 @@ int TLIBPluginAction(int /*nMode*/, TLIBPluginHandle *pHandle) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     WriteRecords(*pHandle, records.get());
+    const tavo::PluginReport report = {pReport, pContext};
     int result = 0;
     for (const char *folder : kPluginFolders) {
         if (tavo::RunPluginsOf(folder, pHandle->group.get(), pHandle->action.get(),
-                               {records.get(), size}) != 0) {
+                               {records.get(), size}, report) != 0) {
             result = -1;
         }
     }

@@ -60,27 +60,33 @@ bool IsPlugin(const char *path) {
            faccessat(AT_FDCWD, path, X_OK, AT_EACCESS) == 0;
 }
 
-int RunPlugin(const char *path, const char *action, std::string_view input) {
+int RunPlugin(const char *path, const char *action, std::string_view input,
+              const PluginReport &report) {
     const int status = TLIBCExecInput(path, action, input.data(), input.size(), kSecondsOfAPlugin);
+    report(path, status);
     return status > 0 ? TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE) : status;
 }
 
 }  // namespace
 
-int RunPluginsOf(const char *root, const char *group, const char *action, std::string_view input) {
+int RunPluginsOf(const char *root, const char *group, const char *action, std::string_view input,
+                 const PluginReport &report) {
     char folder[kPathSize];
     std::snprintf(folder, kPathSize, "%s/%s", root, group);
     Entries entries;
     if (!entries.List(folder)) {
-        return errno == ENOENT   ? 0
-               : errno == ENOMEM ? TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY)
-                                 : TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+        if (errno == ENOENT) {
+            return 0;
+        }
+        TAVO_PLATFORM_FAIL(errno == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_FILE_UNUSABLE);
+        report(folder, -1);
+        return -1;
     }
     int result = 0;
     for (int i = 0; i < entries.Count(); ++i) {
         char path[kPathSize];
         std::snprintf(path, kPathSize, "%s/%s/%s", root, group, entries.Name(i));
-        if (IsPlugin(path) && RunPlugin(path, action, input) != 0) {
+        if (IsPlugin(path) && RunPlugin(path, action, input, report) != 0) {
             result = -1;
         }
     }

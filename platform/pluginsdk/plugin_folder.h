@@ -4,12 +4,27 @@
 
 #include <string_view>
 
+#include "tavopluginsdk.h"
+
 namespace tavo {
+
+// The caller of an action, who may want to know what each plugin ended with.
+struct PluginReport {
+    TLIBPluginReport function;
+    void *context;
+
+    void operator()(const char *path, int status) const {
+        if (function != nullptr) {
+            function(path, status, context);
+        }
+    }
+};
 
 // Runs every plugin of ROOT/GROUP for `action`, with `input` as its standard input. 0, also without
 // such a folder; -1 with the error set when anything fails, all others having run. `group` is a
 // file name.
-int RunPluginsOf(const char *root, const char *group, const char *action, std::string_view input);
+int RunPluginsOf(const char *root, const char *group, const char *action, std::string_view input,
+                 const PluginReport &report);
 
 }  // namespace tavo
 

@@ -59,6 +59,17 @@ TAVOPLUGINSDK_API int TLIBPluginSetArg(TLIBPluginHandle *pHandle, const char *sz
  * from running, and the code is that of the last failure. */
 TAVOPLUGINSDK_API int TLIBPluginAction(int nMode, TLIBPluginHandle *pHandle);
 
+/* What TLIBPluginActionReport calls when a plugin has ended: szPath is its path, nStatus its exit
+ * status, 128 + n after signal n, or -1 when it could not be run or was out of time (0x900, or
+ * 0x200 out of memory). A folder that cannot be listed is reported by its path and -1 (likewise).
+ * szPath lives as long as the call. */
+typedef void (*TLIBPluginReport)(const char *szPath, int nStatus, void *pContext);
+
+/* TLIBPluginAction that reports each plugin, in the order in which they run. pReport gets pContext
+ * with each; NULL reports nothing. */
+TAVOPLUGINSDK_API int TLIBPluginActionReport(int nMode, TLIBPluginHandle *pHandle,
+                                             TLIBPluginReport pReport, void *pContext);
+
 /* Frees the handle; NULL is ignored. */
 TAVOPLUGINSDK_API void TLIBPluginExit(TLIBPluginHandle *pHandle);
 

@@ -57,11 +57,12 @@ class NewFolders {
 
 }  // namespace
 
-int MakeFolder(const char *path) {
+int MakeFolder(const char *path, StepFailure &failure) {
     NewFolders made(path);
     const int status = TLIBCExec(kMakeDirectoryProgram, "-p", path, nullptr, nullptr);
     if (status != 0) {
         const int error = errno;
+        failure.SetProgram(Step::kMakeFolder, kMakeDirectoryProgram, status, path);
         made.Remove();
         errno = error;
     }

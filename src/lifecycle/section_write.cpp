@@ -16,44 +16,50 @@ int PortText::Print(const TAVO_SERVICE_CONF_PORT *pPorts) {
 }
 
 // A service is not in conflict with what it has declared so far, so it leaves itself out.
-int RefuseConflict(const SetParam &param, const PortText &ports) {
+int RefuseConflict(const SetParam &param, const PortText &ports, StepFailure &failure) {
     TAVO_SERVICE_CONF_PORT *pConflicts = nullptr;
     const int nConflict =
         TLIBIsPortConflict(FieldString(param.szSectionName).Get(), ports.szPorts, ports.szProtocols,
                            static_cast<int>(param.nCheckFlags), &pConflicts);
     const OwnedPorts conflicts(pConflicts);
     if (nConflict > 0) {
+        failure.Set(Step::kTakenPorts);
         return TAVO_LOG_STATE("Port conflict with existing ports! (port: %s)", ports.szValue);
     }
-    return nConflict;
+    return nConflict < 0 ? failure.Set(Step::kCheckPorts) : 0;
 }
 
 bool ChangesFile(const SetParam &param) {
     return (param.nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0;
 }
 
-int MakeBackup(const Target &target, TemporaryCopy &backup) {
+int KeepOldContent(const Target &target, TemporaryCopy &old, StepFailure &failure) {
     char szBackup[kPathSize];
     PrintText(szBackup, "/tmp/%s", target.FileName());
-    if (backup.Make(target.Path(), szBackup) != 0) {
-        if (backup.MetFolder()) {
-            TAVO_LOG("Folder %s has the name of a copy and is not empty", szBackup);
-        }
+    if (old.Make(target.Path(), szBackup, TAVO_HERE, failure) != 0) {
         return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", target.Path(), szBackup);
     }
     return 0;
 }
 
-void TellRouter(const SetParam &param, const TemporaryCopy &backup, const char *szPath) {
-    if ((param.nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0 &&
-        TLIBCExec(kRouterTool, "--update", backup.Path(), szPath, nullptr) != 0) {
-        TAVO_LOG_STATE("%s --udpate %s %s failed!", kRouterTool, backup.Path(), szPath);
+void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *szPath,
+                  Notifications &notified) {
+    if ((param.nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) == 0) {
+        return;
     }
+    Notification &router = notified[Listener::kRouterTool];
+    const int nStatus = TLIBCExec(kRouterTool, "--update", old.Path(), szPath, nullptr);
+    if (nStatus == 0) {
+        router.Succeed();
+        return;
+    }
+    router.Fail().SetProgram(Step::kUpdateRouter, kRouterTool, nStatus);
+    TAVO_LOG_STATE("%s --udpate %s %s failed!", kRouterTool, old.Path(), szPath);
 }
 
-void RestartServices(const SetParam &param) {
+void RestartAfterWrite(const SetParam &param, Notifications &notified) {
     if (param.nRestartMode == TAVO_RESTART_MODE_RESTART &&
-        TLIBServiceConfServRestart(static_cast<int>(param.nRestartFlags)) < 0) {
+        RestartServices(static_cast<int>(param.nRestartFlags), notified) < 0) {
         TAVO_LOG_STATE("Restart service fail");
     }
 }

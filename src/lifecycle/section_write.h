@@ -1,12 +1,15 @@
 // What writing a section and setting its ports have in common: the ports as text, the check of
-// them, and who is told.
+// them, the keys of the section, and who is notified.
 #ifndef TAVO_SRC_LIFECYCLE_SECTION_WRITE_H
 #define TAVO_SRC_LIFECYCLE_SECTION_WRITE_H
 
 #include <cstddef>
+#include <cstring>
 
+#include "lifecycle/change.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/temporary_copy.h"
+#include "support/owners.h"
 #include "tavoserviceconf.h"
 
 namespace tavo {
@@ -21,22 +24,56 @@ struct PortText {
 
     // Prints a list; -1 when it cannot be printed.
     int Print(const TAVO_SERVICE_CONF_PORT *pPorts);
+
+    bool IsCut() const {
+        return std::strlen(szPorts) + std::strlen("/") + std::strlen(szProtocols) >=
+               sizeof(szValue);
+    }
 };
 
-// -1 when the ports are taken or it cannot be told.
-int RefuseConflict(const SetParam &param, const PortText &ports);
+// The keys of a section as they will be written: those that the file has today, with the new ones
+// over them.
+class SectionKeys {
+  public:
+    SectionKeys() : keys_(TLIBCSzHashAlloc(kInitialCapacity)) {}
+
+    // False when out of memory; nothing below may then be called.
+    bool IsMade() const { return keys_ != nullptr; }
+
+    // Reads the keys of today. Each of these gives -1 for a failure, which is logged.
+    int Read(const char *path, const char *section, StepFailure &failure);
+
+    // Sets the keys that a section record has. The ports are given as text.
+    int Set(const TAVO_SERVICE_CONF_SECTION &section, const PortText &dst_ports,
+            const PortText &src_ports, StepFailure &failure);
+
+    // Writes them, as a new section where Read found none.
+    int Store(const char *path, const char *section, StepFailure &failure) const;
+
+  private:
+    OwnedTable keys_;
+    bool present_ = false;
+};
+
+// Writes the ports of a section under `key`, without quotes.
+int StorePorts(const char *path, const char *section, const char *key, const PortText &ports,
+               StepFailure &failure);
+
+// -1 when the ports are taken or it is unknown whether they are.
+int RefuseConflict(const SetParam &param, const PortText &ports, StepFailure &failure);
 
 // Whether the service file is to be changed at all, or the ports only checked.
 bool ChangesFile(const SetParam &param);
 
 // Copies the file, as it is before the change, for the router tool.
-int MakeBackup(const Target &target, TemporaryCopy &backup);
+int KeepOldContent(const Target &target, TemporaryCopy &old, StepFailure &failure);
 
-// Tells the router tool, where that is wanted, that the file is no longer what its copy says.
-void TellRouter(const SetParam &param, const TemporaryCopy &backup, const char *szPath);
+// Has the router tool, where that is wanted, compare the file with its old content.
+void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *szPath,
+                  Notifications &notified);
 
-// Restarts the services that are to take the change up, where that is wanted.
-void RestartServices(const SetParam &param);
+// Restarts the services that must take the change up, where that is wanted.
+void RestartAfterWrite(const SetParam &param, Notifications &notified);
 
 }  // namespace tavo
 

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "lifecycle/change.h"
 #include "lifecycle/path_change.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/side_copy.h"
@@ -44,7 +45,7 @@ bool IsEmpty(const char *szText) {
 }
 
 // What the program said, or -1 for a failure. Both paths are trimmed.
-int Replace(const char *szSrc, const char *szDst, bool move) {
+int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &failure) {
     struct stat source;
     if (stat(szSrc, &source) < 0 || !IsFolderOrFile(source)) {
         return TAVO_FAIL_STATE(TAVO_ERR_BAD_SOURCE, "Source path is not valid (src path: %s)",
@@ -57,17 +58,23 @@ int Replace(const char *szSrc, const char *szDst, bool move) {
     }
     // A folder that cannot be removed must not swallow the source, nor, when something is mounted
     // on it, be emptied in the attempt.
-    if (tavo::IsMountPoint(szDst) || RemovePath(szDst) < 0 || tavo::IsFolder(szDst)) {
+    if (tavo::IsMountPoint(szDst) || tavo::RemoveTree(szDst, failure) < 0 ||
+        tavo::IsFolder(szDst)) {
         return TAVO_LOG_STATE("Failed to rm -rf %s", szDst);
     }
     const tavo::PathArgument from(szSrc);
     const tavo::PathArgument to(szDst);
-    if (move) {
-        const int nStatus = TLIBCExec(tavo::kMoveProgram, "-f", from.Get(), to.Get(), nullptr);
-        return nStatus < 0 ? TAVO_LOG_STATE("Failed to mv -f %s %s", szSrc, szDst) : nStatus;
+    const char *program = move ? tavo::kMoveProgram : tavo::kCopyProgram;
+    const int nStatus = TLIBCExec(program, move ? "-f" : "-rf", from.Get(), to.Get(), nullptr);
+    if (nStatus != 0) {
+        failure.SetProgram(move ? tavo::Step::kRestore : tavo::Step::kBackUp, program, nStatus,
+                           szSrc);
     }
-    const int nStatus = TLIBCExec(tavo::kCopyProgram, "-rf", from.Get(), to.Get(), nullptr);
-    return nStatus < 0 ? TAVO_LOG_STATE("Failed to cp -rf %s %s", szSrc, szDst) : nStatus;
+    if (nStatus >= 0) {
+        return nStatus;
+    }
+    return move ? TAVO_LOG_STATE("Failed to mv -f %s %s", szSrc, szDst)
+                : TAVO_LOG_STATE("Failed to cp -rf %s %s", szSrc, szDst);
 }
 
 }  // namespace
@@ -86,7 +93,7 @@ bool IsFolder(const char *path) {
     return stat(path, &entry) == 0 && S_ISDIR(entry.st_mode);
 }
 
-int CopyOrMove(const char *source, const char *target, bool move) {
+int CopyOrMove(const char *source, const char *target, bool move, StepFailure &failure) {
     if (IsEmpty(source) || IsEmpty(target)) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
@@ -101,48 +108,58 @@ int CopyOrMove(const char *source, const char *target, bool move) {
     if (IsEmpty(from.get()) || IsEmpty(to.get())) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    return Replace(from.get(), to.get(), move);
+    return Replace(from.get(), to.get(), move, failure);
+}
+
+int RemoveTree(const char *path, StepFailure &failure) {
+    if (IsEmpty(path)) {
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+    }
+    struct stat entry;
+    if (stat(path, &entry) < 0 || !IsFolderOrFile(entry)) {
+        return 0;
+    }
+    const int status = TLIBCExec(kRemoveProgram, "-rf", PathArgument(path).Get(), nullptr, nullptr);
+    if (status != 0) {
+        failure.SetProgram(Step::kRemove, kRemoveProgram, status, path);
+    }
+    return status < 0 ? TAVO_LOG_STATE("Failed to rm -rf %s", path) : 0;
 }
 
 }  // namespace tavo
 
 int RemovePath(const char *szPath) {
-    if (IsEmpty(szPath)) {
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
-    }
-    struct stat entry;
-    if (stat(szPath, &entry) < 0 || !IsFolderOrFile(entry)) {
-        return 0;
-    }
-    if (TLIBCExec(tavo::kRemoveProgram, "-rf", tavo::PathArgument(szPath).Get(), nullptr, nullptr) <
-        0) {
-        return TAVO_LOG_STATE("Failed to rm -rf %s", szPath);
-    }
-    return 0;
+    tavo::StepFailure failure;
+    return tavo::RemoveTree(szPath, failure);
 }
 
 int CopyOrMovePath(const char *szSrc, const char *szDst, int blMove) {
-    return tavo::CopyOrMove(szSrc, szDst, blMove != 0) < 0 ? -1 : 0;
+    tavo::StepFailure failure;
+    return tavo::CopyOrMove(szSrc, szDst, blMove != 0, failure) < 0 ? -1 : 0;
 }
 
-int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
-    if (CheckParam(pParam) < 0) {
-        return -1;
+namespace tavo {
+
+int BackUpStores(const SetParam *param, StepFailure &failure) {
+    if (CheckParam(param) < 0) {
+        return failure.Set(Step::kCheckArguments);
     }
-    tavo::Stores stores = tavo::StoresOf(*pParam);
-    tavo::StoreLock lock(tavo::ChosenOf(stores));
+    Stores stores = StoresOf(*param);
+    StoreLock lock(ChosenOf(stores));
     if (!lock.IsHeld()) {
+        failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a backup",
                                lock.Missing());
     }
-    for (tavo::Store &store : stores) {
+    for (Store &store : stores) {
         if (!store.chosen) {
             continue;
         }
-        if (store.NameCopy() < 0 || tavo::MakeSideCopy(store) < 0) {
+        if (store.NameCopy() < 0 || MakeSideCopy(store, failure) < 0) {
+            failure.Set(Step::kBackUp, store.path);
             // The names that are still empty set 0xD00, which callers have come to read.
             std::for_each(stores.begin(), stores.end(),
-                          [](const tavo::Store &copied) { RemovePath(copied.copy); });
+                          [](const Store &copied) { RemovePath(copied.copy); });
             lock.EndUndo();
             return -1;
         }
@@ -151,51 +168,70 @@ int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     return 0;
 }
 
-int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
-    if (CheckParam(pParam) < 0) {
-        return -1;
+int RestoreStores(const SetParam *param, StepFailure &failure) {
+    if (CheckParam(param) < 0) {
+        return failure.Set(Step::kCheckArguments);
     }
-    tavo::Stores stores = tavo::StoresOf(*pParam);
-    tavo::StoreLock lock(tavo::ChosenOf(stores), tavo::LockPurpose::kUndo);
+    Stores stores = StoresOf(*param);
+    StoreLock lock(ChosenOf(stores), LockPurpose::kUndo);
     if (!lock.IsHeld()) {
+        failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a restore",
                                lock.Missing());
     }
     lock.EndUndo();
-    for (tavo::Store &store : stores) {
+    for (Store &store : stores) {
         if (!store.chosen) {
             continue;
         }
         if (store.NameCopy() < 0) {
-            tavo::SetUnrestored(store.id, true);
-            return -1;
+            SetUnrestored(store.id, true);
+            return failure.Set(Step::kRestore, store.path);
         }
-        if (tavo::PutBack(store) < 0) {
-            return -1;
+        if (PutBack(store, failure) < 0) {
+            return failure.Set(Step::kRestore, store.path);
         }
     }
     return 0;
 }
 
-int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
-    if (CheckParam(pParam) < 0) {
-        return -1;
+int DeleteBackup(const SetParam *param, StepFailure &failure) {
+    if (CheckParam(param) < 0) {
+        return failure.Set(Step::kCheckArguments);
     }
-    tavo::Stores stores = tavo::StoresOf(*pParam);
-    tavo::StoreLock lock(tavo::ChosenOf(stores), tavo::LockPurpose::kUndo);
+    Stores stores = StoresOf(*param);
+    StoreLock lock(ChosenOf(stores), LockPurpose::kUndo);
     if (!lock.IsHeld()) {
+        failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to delete a backup",
                                lock.Missing());
     }
     lock.EndUndo();
     int nResult = 0;
-    for (tavo::Store &store : stores) {
+    for (Store &store : stores) {
         if (!store.chosen) {
             continue;
         }
-        if (store.NameCopy() < 0 || tavo::DeleteSideCopy(store) < 0) {
-            nResult = -1;
+        if (store.NameCopy() < 0 || DeleteSideCopy(store, failure) < 0) {
+            nResult = failure.Set(Step::kDeleteBackup, store.path);
         }
     }
     return nResult;
+}
+
+}  // namespace tavo
+
+int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
+    tavo::StepFailure failure;
+    return tavo::BackUpStores(pParam, failure);
+}
+
+int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
+    tavo::StepFailure failure;
+    return tavo::RestoreStores(pParam, failure);
+}
+
+int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
+    tavo::StepFailure failure;
+    return tavo::DeleteBackup(pParam, failure);
 }

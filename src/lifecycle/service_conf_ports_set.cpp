@@ -2,6 +2,8 @@
 // conflicts, a copy for the router tool, a restart. Nothing is made that is missing.
 //
 // The value goes without the quotes that TLIBServiceConfSectionSet puts around it; both read alike.
+#include <cerrno>
+
 #include "lifecycle/section_write.h"
 #include "lifecycle/store_lock.h"
 #include "model/service_file_keys.h"
@@ -11,60 +13,86 @@
 
 namespace {
 
-int CheckSection(const tavo::Target &target) {
+using tavo::Step;
+using tavo::StepFailure;
+
+int CheckSection(const tavo::Target &target, StepFailure &failure) {
     const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (keys == nullptr) {
+        failure.Set(Step::kReadSection, "", ENOMEM);
         return TAVO_LOG("Failed to alloc memory");
     }
-    const int nFound = tavo::LookForFile(target.Path());
+    const int nFound = tavo::LookForFile(target.Path(), failure);
     if (nFound < 0) {
         return -1;
     }
     if (nFound == 0) {
+        failure.Set(Step::kMissingFile, target.Path(), ENOENT);
         return TAVO_LOG_STATE("Configure file (%s) does not exist!", target.Path());
     }
     TLIBCSzHash *pKeys = keys.get();
-    if (TLIBCFileGetSection(target.Path(), target.Section(), &pKeys) < 1) {
+    const int nKeys = TLIBCFileGetSection(target.Path(), target.Section(), &pKeys);
+    if (nKeys < 1) {
+        failure.Set(nKeys < 0 ? Step::kReadSection : Step::kMissingSection);
         return TAVO_LOG("Section not found or failed to get section(%s) from %s", target.Section(),
                         target.Path());
     }
     return 0;
 }
 
-int WritePorts(const tavo::SetParam &param, const char *szKey, const tavo::PortText &ports,
-               tavo::TemporaryCopy &backup) {
+int WriteValue(const tavo::SetParam &param, const char *szKey, const tavo::PortText &ports,
+               tavo::TemporaryCopy &old, tavo::ChangeOutcome &outcome) {
     const tavo::Target target(param);
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
+        outcome.failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), target.Path());
     }
-    if (CheckSection(target) < 0 || tavo::MakeBackup(target, backup) < 0 ||
-        TLIBCFileSetSectionValue(target.Path(), target.Section(), szKey, ports.szValue) < 0) {
+    if (CheckSection(target, outcome.failure) < 0 ||
+        tavo::KeepOldContent(target, old, outcome.failure) < 0 ||
+        tavo::StorePorts(target.Path(), target.Section(), szKey, ports, outcome.failure) < 0) {
         return -1;
     }
-    tavo::TellRouter(param, backup, target.Path());
-    backup.Unlock();
+    tavo::NotifyRouter(param, old, target.Path(), outcome.notified);
+    old.Unlock();
     return 0;
 }
 
 }  // namespace
 
-int TLIBServiceConfPortsSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
-                            const TAVO_SERVICE_CONF_PORT *pPortList) {
-    tavo::ReleaseHeldFile();
-    if (!tavo::AllowsSet(pParam) || pPortList == nullptr) {
+int tavo::StorePorts(const char *path, const char *section, const char *key, const PortText &ports,
+                     StepFailure &failure) {
+    return TLIBCFileSetSectionValue(path, section, key, ports.szValue) < 0
+               ? failure.Set(Step::kWrite, path)
+               : 0;
+}
+
+int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,
+                     ChangeOutcome &outcome) {
+    ReleaseHeldFile();
+    if (!AllowsSet(param) || ports == nullptr) {
+        outcome.failure.Set(Step::kCheckArguments);
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    tavo::PortText ports;
-    if (ports.Print(pPortList) < 0 || tavo::RefuseConflict(*pParam, ports) < 0) {
+    PortText text;
+    if (text.Print(ports) < 0) {
+        return outcome.failure.Set(Step::kPrintPorts);
+    }
+    if (RefuseConflict(*param, text, outcome.failure) < 0) {
         return -1;
     }
-    tavo::TemporaryCopy backup;
-    if (tavo::ChangesFile(*pParam) &&
-        WritePorts(*pParam, tavo::PortsKey(pPortList->nDirection), ports, backup) < 0) {
+    TemporaryCopy old;
+    if (ChangesFile(*param) &&
+        WriteValue(*param, PortsKey(ports->nDirection), text, old, outcome) < 0) {
         return -1;
     }
-    tavo::RestartServices(*pParam);
+    RestartAfterWrite(*param, outcome.notified);
     return 0;
+}
+
+int TLIBServiceConfPortsSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
+                            const TAVO_SERVICE_CONF_PORT *pPortList) {
+    tavo::ChangeOutcome outcome;
+    return tavo::WritePorts(pParam, pPortList, outcome);
 }

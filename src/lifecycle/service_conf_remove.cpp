@@ -2,6 +2,9 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <cerrno>
+
+#include "lifecycle/change.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
@@ -19,46 +22,49 @@ constexpr uint32_t kSendsContent = TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PO
 constexpr uint32_t kEverybody = kSendsContent | TAVO_PORT_CHECK_FW_SERVICE;
 
 // A copy that fails goes unnoticed: a file must not stay because it cannot be read.
-int MakeBackup(const tavo::Target &target, tavo::TemporaryCopy &backup) {
+int KeepOldContent(const tavo::Target &target, tavo::TemporaryCopy &old,
+                   tavo::StepFailure &failure) {
     char szBackup[tavo::kPathSize];
     tavo::PrintText(szBackup, "/tmp/servicetool.remove.%s.%d", target.FileName(),
                     static_cast<int>(getpid()));
-    if (backup.Make(target.Path(), szBackup) == -1) {
+    tavo::StepFailure unnoticed;
+    if (old.Make(target.Path(), szBackup, TAVO_HERE, unnoticed) == -1) {
+        failure = unnoticed;
         return TAVO_LOG("Failed to do command [cp]");
-    }
-    if (backup.MetFolder()) {
-        TAVO_LOG("Folder %s has the name of a copy and is not empty", szBackup);
     }
     return 0;
 }
 
-int RemoveFile(const tavo::Target &target, tavo::TemporaryCopy &backup) {
+int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::StepFailure &failure) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
+        failure.Set(tavo::Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to remove %s",
                                lock.Missing(), target.Path());
     }
-    const int nFound = tavo::LookForFile(target.Path());
+    const int nFound = tavo::LookForFile(target.Path(), failure);
     if (nFound < 0) {
         return -1;
     }
     if (nFound == 0) {
+        failure.Set(tavo::Step::kMissingFile, target.Path(), ENOENT);
         return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }
-    if (MakeBackup(target, backup) < 0) {
+    if (KeepOldContent(target, old, failure) < 0) {
         return -1;
     }
     if (unlink(target.Path()) < 0) {
+        failure.Set(tavo::Step::kRemove, target.Path(), errno);
         return TAVO_LOG_STATE("remove file %s fail!", target.Path());
     }
     return 0;
 }
 
-TAVO_SERVICE_CONF_REMOVE_NOTIFY Notification(uint32_t nCheckFlags,
-                                             const tavo::TemporaryCopy &backup) {
+TAVO_SERVICE_CONF_REMOVE_NOTIFY NotificationOf(uint32_t nCheckFlags,
+                                               const tavo::TemporaryCopy &old) {
     const bool forward = (nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0;
     return {
-        .pszConfPath = (nCheckFlags & kSendsContent) != 0 ? backup.Path() : nullptr,
+        .pszConfPath = (nCheckFlags & kSendsContent) != 0 ? old.Path() : nullptr,
         .blNotifyFw = forward,
         .blNotifyPf = forward,
     };
@@ -66,15 +72,41 @@ TAVO_SERVICE_CONF_REMOVE_NOTIFY Notification(uint32_t nCheckFlags,
 
 }  // namespace
 
-int TAVOServiceConfRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
-    if (!tavo::AllowsRemove(pParam)) {
+namespace tavo {
+
+int RemoveFile(const SetParam *param, TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, TemporaryCopy &old,
+               StepFailure &failure) {
+    if (!AllowsRemove(param)) {
+        failure.Set(Step::kCheckArguments);
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    tavo::TemporaryCopy backup;
-    if (RemoveFile(tavo::Target(*pParam), backup) < 0) {
+    if (RemoveTarget(Target(*param), old, failure) < 0) {
         return -1;
     }
-    const auto notify = Notification(pParam->nCheckFlags, backup);
+    notify = NotificationOf(param->nCheckFlags, old);
+    return 0;
+}
+
+SetParam RemovalOf(const char *name, int location) {
+    SetParam param = {};
+    param.nRestartMode = TAVO_RESTART_MODE_RESTART;
+    param.nRestartFlags = TAVO_RESTART_FIREWALL;
+    param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
+    param.nCheckFlags = kEverybody;
+    CopyText(param.szFileName, name);
+    param.nLocation = static_cast<uint32_t>(location);
+    return param;
+}
+
+}  // namespace tavo
+
+int TAVOServiceConfRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
+    TAVO_SERVICE_CONF_REMOVE_NOTIFY notify = {};
+    tavo::TemporaryCopy old;
+    tavo::StepFailure failure;
+    if (tavo::RemoveFile(pParam, notify, old, failure) < 0) {
+        return -1;
+    }
     if (TLIBServiceConfRemoveServNotify(&notify) < 0) {
         return TAVO_LOG("FAILED to notify");
     }
@@ -85,13 +117,7 @@ int TAVOServiceConfRemoveBaseName(const char *szFileName, int nLocation) {
     if (szFileName == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    TAVO_SERVICE_CONF_SET_PARAM param = {};
-    param.nRestartMode = TAVO_RESTART_MODE_RESTART;
-    param.nRestartFlags = TAVO_RESTART_FIREWALL;
-    param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
-    param.nCheckFlags = kEverybody;
-    tavo::CopyText(param.szFileName, szFileName);
-    param.nLocation = static_cast<uint32_t>(nLocation);
+    const tavo::SetParam param = tavo::RemovalOf(szFileName, nLocation);
     if (TLIBServiceConfRemove(&param) < 0) {
         return TAVO_LOG_STATE("remove configure file fail! file=%s, error=", szFileName);
     }

@@ -2,8 +2,10 @@
 // first, and put back when a later step fails.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
+#include "lifecycle/change.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/side_copy.h"
 #include "model/service_file_keys.h"
@@ -13,6 +15,9 @@
 #include "tavoserviceconf.h"
 
 namespace {
+
+using tavo::Step;
+using tavo::StepFailure;
 
 // ---- The section ----
 
@@ -24,19 +29,23 @@ bool DeclaresNothing(const TLIBCSzList *pNames) {
 }
 
 // That the emptied file stays is no reason to put the section back.
-int DeleteEmptyFile(const char *szPath, TLIBCSzList *pNames) {
+int DeleteEmptyFile(const char *szPath, TLIBCSzList *pNames, StepFailure &failure) {
     if (TLIBCFileEnumSection(szPath, &pNames) < 0) {
+        failure.Set(Step::kReadSection, szPath);
         return TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
     }
     if (DeclaresNothing(pNames) && unlink(szPath) < 0) {
+        failure.Set(Step::kRemove, szPath, errno);
         TAVO_LOG_STATE("remove file %s fail!", szPath);
     }
     return 0;
 }
 
-int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys) {
+int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys,
+                   StepFailure &failure) {
     const int nKeys = TLIBCFileGetSection(szPath, szSection, &pKeys);
     if (nKeys < 0) {
+        failure.Set(Step::kReadSection, szPath);
         return TAVO_LOG("Failed to get section(%s) from file(%s)", szSection, szPath);
     }
     if (nKeys == 0) {
@@ -44,102 +53,123 @@ int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys
         return 0;
     }
     if (TLIBCFileRemoveSection(szPath, szSection) < 0) {
+        failure.Set(Step::kWrite, szPath);
         return TAVO_LOG_STATE("Remove section (%s) fail!", szSection);
     }
     return 0;
 }
 
-// What is not there counts as removed.
-int RemoveSection(const tavo::Target &target) {
-    const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
-    if (keys == nullptr) {
-        return TAVO_LOG("Failed to alloc memory");
-    }
-    const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    if (names == nullptr) {
-        return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc");
-    }
-    const int nFound = tavo::LookForFile(target.Path());
-    if (nFound < 0) {
-        return -1;
-    }
-    if (nFound == 0) {
-        TAVO_LOG_STATE("Configure file (%s) does not exist!", target.Path());
-        return 0;
-    }
-    if (TakeOutSection(target.Path(), target.Section(), keys.get()) < 0) {
-        return -1;
-    }
-    return DeleteEmptyFile(target.Path(), names.get());
-}
-
 // ---- The transaction ----
 
-void Restore(const tavo::SetParam &param) {
-    if (TLIBServiceConfRestore(&param) < 0) {
+void Restore(const tavo::SetParam &param, tavo::ChangeOutcome &outcome) {
+    StepFailure consequence;
+    const int nResult = tavo::RestoreStores(&param, consequence);
+    outcome.undo = nResult < 0 ? tavo::Undo::kFailed : tavo::Undo::kDone;
+    if (nResult < 0) {
         TAVO_LOG_STATE("Restore configure fail!");
     }
 }
 
-int Restart(const tavo::SetParam &param) {
-    if (TLIBServiceConfServRestart(static_cast<int>(param.nRestartFlags)) < 0) {
+int Restart(const tavo::SetParam &param, tavo::ChangeOutcome &outcome) {
+    if (tavo::RestartServices(static_cast<int>(param.nRestartFlags), outcome.notified) < 0) {
+        const tavo::Notification &firewall = outcome.notified[tavo::Listener::kFirewall];
+        if (firewall.failure.HasFailed()) {
+            outcome.failure = firewall.failure;
+        }
+        outcome.failure.Set(Step::kRestart);
         return TAVO_LOG_STATE("Restart service fail");
     }
     return 0;
 }
 
-int ChangeStores(const tavo::SetParam &param, const tavo::Target &target) {
+int ChangeStores(const tavo::SetParam &param, const tavo::Target &target,
+                 tavo::ChangeOutcome &outcome) {
     if ((param.nCheckFlags & TAVO_PORT_CHECK_FW_RULES) != 0 &&
-        TLIBFwServRemoveRecWrap(target.Section()) < 0) {
+        tavo::RemoveFirewallRecord(target.Section(), outcome.notified) < 0) {
+        outcome.failure = outcome.notified[tavo::Listener::kFirewall].failure;
         return TAVO_LOG_STATE("Remove service record in firewall rule fail!");
     }
-    if (RemoveSection(target) < 0) {
+    if (tavo::RemoveFromFile(target.Path(), target.Section(), outcome.failure) < 0) {
         return TAVO_LOG_STATE("Remove service configure section fail!");
     }
     return 0;
 }
 
-enum class Outcome { kRemoved, kRolledBack, kRestartFailed };
+enum class End { kRemoved, kRolledBack, kRestartFailed };
 
 // The restart is part of it: the stores stay locked until it is known that they need not be put
 // back.
-Outcome MakeTransaction(const tavo::SetParam &param, const tavo::Target &target) {
+End MakeTransaction(const tavo::SetParam &param, const tavo::Target &target,
+                    tavo::ChangeOutcome &outcome) {
     const tavo::StoreLock lock(tavo::ChosenOf(tavo::StoresOf(param)) |
                                tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
+        outcome.failure.Set(Step::kLock, lock.Missing());
         TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s", lock.Missing(),
                         target.Path());
-        return Outcome::kRolledBack;
+        return End::kRolledBack;
     }
-    if (TLIBServiceConfBackup(&param) < 0) {
+    if (tavo::BackUpStores(&param, outcome.failure) < 0) {
         TAVO_LOG_STATE("Backup configure fail!");
-        return Outcome::kRolledBack;
+        return End::kRolledBack;
     }
-    if (ChangeStores(param, target) < 0) {
-        Restore(param);
-        return Outcome::kRolledBack;
+    if (ChangeStores(param, target, outcome) < 0) {
+        Restore(param, outcome);
+        return End::kRolledBack;
     }
-    if (param.nRestartMode == TAVO_RESTART_MODE_RESTART && Restart(param) < 0) {
-        Restore(param);
-        return Outcome::kRestartFailed;
+    if (param.nRestartMode == TAVO_RESTART_MODE_RESTART && Restart(param, outcome) < 0) {
+        Restore(param, outcome);
+        return End::kRestartFailed;
     }
-    if (TLIBServiceBackupConfDelete(&param) < 0) {
+    StepFailure leftover;
+    if (tavo::DeleteBackup(&param, leftover) < 0) {
         TAVO_LOG_STATE("Delete tmp configure fail!");
     }
-    return Outcome::kRemoved;
+    return End::kRemoved;
 }
 
 }  // namespace
 
-int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
-    tavo::ReleaseHeldFile();
-    if (!tavo::AllowsRemove(pParam) || tavo::FieldText(pParam->szSectionName).empty()) {
+int tavo::RemoveFromFile(const char *path, const char *section, StepFailure &failure) {
+    const OwnedTable keys(TLIBCSzHashAlloc(kInitialCapacity));
+    if (keys == nullptr) {
+        failure.Set(Step::kReadSection, "", ENOMEM);
+        return TAVO_LOG("Failed to alloc memory");
+    }
+    const OwnedNames names(TLIBCSzListAlloc(kInitialCapacity));
+    if (names == nullptr) {
+        failure.Set(Step::kReadSection, "", ENOMEM);
+        return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc");
+    }
+    const int nFound = LookForFile(path, failure);
+    if (nFound < 0) {
+        return -1;
+    }
+    if (nFound == 0) {
+        TAVO_LOG_STATE("Configure file (%s) does not exist!", path);
+        return 0;
+    }
+    if (TakeOutSection(path, section, keys.get(), failure) < 0) {
+        return -1;
+    }
+    return DeleteEmptyFile(path, names.get(), failure);
+}
+
+int tavo::RemoveSection(const SetParam *param, ChangeOutcome &outcome) {
+    ReleaseHeldFile();
+    if (!AllowsRemove(param) || FieldText(param->szSectionName).empty()) {
+        outcome.failure.Set(Step::kCheckArguments);
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const Outcome outcome = MakeTransaction(*pParam, tavo::Target(*pParam));
-    if (outcome == Outcome::kRestartFailed) {
+    const End end = MakeTransaction(*param, Target(*param), outcome);
+    if (end == End::kRestartFailed) {
         // The services run on what was restored; nothing more can be done when they do not.
-        Restart(*pParam);
+        Restart(*param, outcome);
     }
-    return outcome == Outcome::kRemoved ? 0 : -1;
+    return end == End::kRemoved ? 0 : -1;
+}
+
+int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
+    tavo::ChangeOutcome outcome;
+    return tavo::RemoveSection(pParam, outcome);
 }

@@ -19,6 +19,9 @@
 
 namespace {
 
+using tavo::Step;
+using tavo::StepFailure;
+
 // Room for a value in its quotes.
 constexpr std::size_t kValueSize = 4096;
 
@@ -40,12 +43,13 @@ class NewFile {
     NewFile(const NewFile &) = delete;
     NewFile &operator=(const NewFile &) = delete;
 
-    int Make(const tavo::Target &target) {
-        if (tavo::MakeFolder(target.Directory()) != 0) {
+    int Make(const tavo::Target &target, StepFailure &failure) {
+        if (tavo::MakeFolder(target.Directory(), failure) != 0) {
             return TAVO_LOG("/bin/mkdir -p %s failed.(errno:%d/%s)", target.Directory(), errno,
                             std::strerror(errno));
         }
         if (TLIBCFileTouch(target.Path()) < 0) {
+            failure.Set(Step::kMakeFile, target.Path());
             return TAVO_LOG("Failed to touch %s", target.Path());
         }
         szPath_ = target.Path();
@@ -119,79 +123,107 @@ int SetKeys(TLIBCSzHash *pKeys, const TAVO_SERVICE_CONF_SECTION &section,
 
 // ---- The file ----
 
-// The result of the change does not say that this failed, and never has; the log does.
-void StoreSection(const char *szPath, const TAVO_SERVICE_CONF_SECTION &section,
-                  const TLIBCSzHash *pKeys, bool present) {
-    const tavo::FieldString name(section.szName);
-    const int nResult = present ? TLIBCFileSetSection(szPath, name.Get(), nullptr, pKeys, 0)
-                                : TLIBCFileAddSection(szPath, name.Get(), pKeys, 0);
-    if (nResult < 0) {
-        TAVO_LOG_STATE("Failed to write section (%s) to %s", name.Get(), szPath);
-    }
-}
-
 // The keys that the section has today are read by the name in the record and written under the name
 // of the section.
-int WriteSection(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &section,
-                 const tavo::PortText &dstPorts, const tavo::PortText &srcPorts,
-                 tavo::TemporaryCopy &backup) {
-    const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
-    if (keys == nullptr) {
+int ChangeFile(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &section,
+               const tavo::PortText &dstPorts, const tavo::PortText &srcPorts,
+               tavo::TemporaryCopy &old, tavo::ChangeOutcome &outcome) {
+    StepFailure &failure = outcome.failure;
+    tavo::SectionKeys keys;
+    if (!keys.IsMade()) {
+        failure.Set(Step::kSetKeys, "", ENOMEM);
         return TAVO_LOG("Failed to alloc memory");
     }
     const tavo::Target target(param);
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
+        failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), target.Path());
     }
     NewFile made;
-    const int nFound = tavo::LookForFile(target.Path());
-    if (nFound < 0 || (nFound == 0 && made.Make(target) < 0)) {
+    const int nFound = tavo::LookForFile(target.Path(), failure);
+    if (nFound < 0 || (nFound == 0 && made.Make(target, failure) < 0)) {
         return -1;
     }
-    TLIBCSzHash *pKeys = keys.get();
-    const int nKeys = TLIBCFileGetSection(target.Path(), target.Section(), &pKeys);
-    if (nKeys < 0) {
-        return TAVO_LOG("failed to get section(%s) from %s", target.Section(), target.Path());
-    }
-    if (QuoteReadKeys(pKeys) < 0 || SetKeys(pKeys, section, dstPorts, srcPorts) < 0 ||
-        tavo::MakeBackup(target, backup) < 0) {
+    if (keys.Read(target.Path(), target.Section(), failure) < 0 ||
+        keys.Set(section, dstPorts, srcPorts, failure) < 0 ||
+        tavo::KeepOldContent(target, old, failure) < 0) {
         return -1;
     }
     if (param.nWriteMode == TAVO_WRITE_MODE_SET) {
-        StoreSection(target.Path(), section, pKeys, nKeys > 0);
+        // The result does not say that this failed, and never has.
+        keys.Store(target.Path(), tavo::FieldString(section.szName).Get(), failure);
     }
-    tavo::TellRouter(param, backup, target.Path());
-    backup.Unlock();
+    tavo::NotifyRouter(param, old, target.Path(), outcome.notified);
+    old.Unlock();
     made.Keep();
     return 0;
 }
 
 }  // namespace
 
-int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
-                              const TAVO_SERVICE_CONF_SECTION *pSection) {
-    tavo::ReleaseHeldFile();
-    if (!tavo::AllowsSet(pParam) || !IsWritable(pSection)) {
+namespace tavo {
+
+int SectionKeys::Read(const char *path, const char *section, StepFailure &failure) {
+    TLIBCSzHash *keys = keys_.get();
+    const int count = TLIBCFileGetSection(path, section, &keys);
+    if (count < 0) {
+        failure.Set(Step::kReadSection, path);
+        return TAVO_LOG("failed to get section(%s) from %s", section, path);
+    }
+    present_ = count > 0;
+    return QuoteReadKeys(keys) < 0 ? failure.Set(Step::kSetKeys) : 0;
+}
+
+int SectionKeys::Set(const TAVO_SERVICE_CONF_SECTION &section, const PortText &dst_ports,
+                     const PortText &src_ports, StepFailure &failure) {
+    return SetKeys(keys_.get(), section, dst_ports, src_ports) < 0 ? failure.Set(Step::kSetKeys)
+                                                                   : 0;
+}
+
+int SectionKeys::Store(const char *path, const char *section, StepFailure &failure) const {
+    const int result = present_ ? TLIBCFileSetSection(path, section, nullptr, keys_.get(), 0)
+                                : TLIBCFileAddSection(path, section, keys_.get(), 0);
+    if (result < 0) {
+        failure.Set(Step::kWrite, path);
+        return TAVO_LOG_STATE("Failed to write section (%s) to %s", section, path);
+    }
+    return 0;
+}
+
+}  // namespace tavo
+
+int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *section,
+                       ChangeOutcome &outcome) {
+    ReleaseHeldFile();
+    if (!AllowsSet(param) || !IsWritable(section)) {
+        outcome.failure.Set(Step::kCheckArguments);
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    tavo::PortText dstPorts;
-    if (dstPorts.Print(pSection->pDstPorts) < 0) {
+    PortText dst_ports;
+    if (dst_ports.Print(section->pDstPorts) < 0) {
+        outcome.failure.Set(Step::kPrintPorts);
         return TAVO_LOG_STATE("Port to Str fail!");
     }
-    tavo::PortText srcPorts;
-    if (pSection->pSrcPorts != nullptr && srcPorts.Print(pSection->pSrcPorts) < 0) {
+    PortText src_ports;
+    if (section->pSrcPorts != nullptr && src_ports.Print(section->pSrcPorts) < 0) {
+        return outcome.failure.Set(Step::kPrintPorts);
+    }
+    if (RefuseConflict(*param, dst_ports, outcome.failure) < 0) {
         return -1;
     }
-    if (tavo::RefuseConflict(*pParam, dstPorts) < 0) {
+    TemporaryCopy old;
+    if (ChangesFile(*param) &&
+        ChangeFile(*param, *section, dst_ports, src_ports, old, outcome) < 0) {
         return -1;
     }
-    tavo::TemporaryCopy backup;
-    if (tavo::ChangesFile(*pParam) &&
-        WriteSection(*pParam, *pSection, dstPorts, srcPorts, backup) < 0) {
-        return -1;
-    }
-    tavo::RestartServices(*pParam);
+    RestartAfterWrite(*param, outcome.notified);
     return 0;
+}
+
+int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
+                              const TAVO_SERVICE_CONF_SECTION *pSection) {
+    tavo::ChangeOutcome outcome;
+    return tavo::WriteSection(pParam, pSection, outcome);
 }

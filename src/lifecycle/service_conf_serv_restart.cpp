@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "base/descriptor.h"
+#include "lifecycle/notification.h"
 #include "lifecycle/programs.h"
 #include "support/failure.h"
 #include "support/owners.h"
@@ -20,7 +21,21 @@
 #include "tavopluginsdk.h"
 #include "tavoserviceconf.h"
 
+// An appliance's own plugin library may lack it, and its header too.
+extern "C" {
+typedef void (*TLIBPluginReport)(const char *szPath, int nStatus, void *pContext);
+__attribute__((weak)) int TLIBPluginActionReport(int nMode, TLIBPluginHandle *pHandle,
+                                                 TLIBPluginReport pReport, void *pContext);
+}
+
 namespace {
+
+using tavo::Listener;
+using tavo::Notification;
+using tavo::Notifications;
+using tavo::Notified;
+using tavo::Step;
+using tavo::StepFailure;
 
 constexpr char kRelayDaemon[] = "tavorelayd";
 
@@ -32,8 +47,35 @@ constexpr int kPluginMode = 5;
 constexpr char kFirewallReload[] = "--reload";
 constexpr char kFirewallRemoveRecord[] = "--remove-serv-rec";
 
-int ReloadRelayDaemon() {
-    return TAVOCSystemdActiveStatusGet(kRelayDaemon) == 1 ? TAVOCSystemdReload(kRelayDaemon) : 0;
+// -1 when the daemon runs and cannot be reloaded.
+int ReloadRelayDaemon(Notifications &notified) {
+    Notification &relay = notified[Listener::kRelayDaemon];
+    const int active = TAVOCSystemdActiveStatusGet(kRelayDaemon);
+    if (active != 1) {
+        if (active == 0) {
+            relay.Succeed(Notified::kNotRunning);
+        } else {
+            relay.Fail().Set(Step::kQueryService, kRelayDaemon);
+        }
+        return 0;
+    }
+    if (TAVOCSystemdReload(kRelayDaemon) < 0) {
+        return relay.Fail().Set(Step::kReload, kRelayDaemon);
+    }
+    relay.Succeed();
+    return 0;
+}
+
+// The result of TLIBCExecl. A tool that ran has done as much as it will, whatever it ended with, so
+// only one that cannot be run is a failure to the caller; the listener has not heard either way.
+int RecordFirewallTool(int status, Step step, Notifications &notified) {
+    Notification &firewall = notified[Listener::kFirewall];
+    if (status == 0) {
+        firewall.Succeed();
+    } else {
+        firewall.Fail().SetProgram(step, tavo::kFirewallTool, status);
+    }
+    return status;
 }
 
 // ---- Plugins ----
@@ -50,16 +92,18 @@ constexpr char kNotifyFirewall[] = "NOTIFY_FW";
 
 using Plugins = std::unique_ptr<TLIBPluginHandle, tavo::FreeWith<TLIBPluginExit>>;
 
-tavo::OwnedText EmptyText() {
+tavo::OwnedText EmptyText(StepFailure &failure) {
     tavo::OwnedText text(static_cast<char *>(std::calloc(1, 1)));
     if (text == nullptr) {
+        failure.Set(Step::kPreparePlugins, "", errno);
         TAVO_LOG("FAILED to malloc sizeof 1 char, err=%s", std::strerror(errno));
     }
     return text;
 }
 
 // Reads up to nSize bytes; false when that fails.
-bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPath) {
+bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPath,
+              StepFailure &failure) {
     for (std::size_t nDone = 0;;) {
         const ssize_t nRead = read(nDescriptor, szText + nDone, nSize - nDone);
         if (nRead == 0) {
@@ -68,6 +112,7 @@ bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPa
         if (nRead > 0) {
             nDone += static_cast<std::size_t>(nRead);
         } else if (errno != EINTR) {
+            failure.Set(Step::kPreparePlugins, szPath, errno);
             TAVO_LOG("FAILED to read content from %s nRead=%zd err=%s", szPath, nRead,
                      std::strerror(errno));
             return false;
@@ -77,65 +122,94 @@ bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPa
 
 // As much of a file as its size says; null when it cannot be read. A pipe is a failure, not a wait
 // for somebody who writes into it.
-tavo::OwnedText ReadFile(const char *szPath) {
+tavo::OwnedText ReadFile(const char *szPath, StepFailure &failure) {
     const tavo::Descriptor file(open(szPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen()) {
+        failure.Set(Step::kPreparePlugins, szPath, errno);
         TAVO_LOG("FAILED to open %s", szPath);
         return nullptr;
     }
     const off_t nEnd = lseek(file.Get(), 0, SEEK_END);
     if (nEnd < 0) {
+        failure.Set(Step::kPreparePlugins, szPath, errno);
         TAVO_LOG("FAILED to lseek to SEEK_END err=%s", std::strerror(errno));
         return nullptr;
     }
     if (lseek(file.Get(), 0, SEEK_SET) < 0) {
+        failure.Set(Step::kPreparePlugins, szPath, errno);
         TAVO_LOG("FAILED to lseek to begining");
         return nullptr;
     }
     const auto nSize = static_cast<std::size_t>(nEnd);
     tavo::OwnedText text(static_cast<char *>(std::calloc(nSize + 1, 1)));
     if (text == nullptr) {
+        failure.Set(Step::kPreparePlugins, szPath, errno);
         TAVO_LOG("FAILED to malloc %d, err=%s", static_cast<int>(nSize + 1), std::strerror(errno));
         return nullptr;
     }
-    if (!ReadInto(text.get(), nSize, file.Get(), szPath)) {
+    if (!ReadInto(text.get(), nSize, file.Get(), szPath, failure)) {
         return nullptr;
     }
     return text;
 }
 
-int SetOldAndNewContent(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY &notify) {
+// A file that does not exist has no text.
+int SetContent(TLIBPluginHandle *pHandle, const char *szKey, const char *szPath,
+               StepFailure &failure) {
+    if (szPath == nullptr) {
+        return failure.Set(Step::kPreparePlugins);
+    }
+    const tavo::OwnedText text = tavo::PresenceOf(szPath) == tavo::Presence::kAbsent
+                                     ? EmptyText(failure)
+                                     : ReadFile(szPath, failure);
+    if (text == nullptr) {
+        return -1;
+    }
+    if (TLIBPluginSetArg(pHandle, szKey, text.get()) < 0) {
+        failure.Set(Step::kPreparePlugins);
+        // The words are the same whatever the key.
+        return TAVO_LOG("FAILED to set OLD_TMP_PORT_CONFIG");
+    }
+    return 0;
+}
+
+int SetOldAndNewContent(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY &notify,
+                        StepFailure &failure) {
     const tavo::FieldString oldPath(notify.szOldConfPath);
     const tavo::FieldString newPath(notify.szNewConfPath);
     if (oldPath.IsEmpty()) {
+        failure.Set(Step::kPreparePlugins);
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
                          "FAILED to notify portforward, old sc file is empty");
     }
     if (newPath.IsEmpty()) {
+        failure.Set(Step::kPreparePlugins);
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
                          "FAILED to notify portforward, new sc file is empty");
     }
-    if (PluginArgSetFileContent(pHandle, kOldContent, oldPath.Get()) < 0) {
+    if (SetContent(pHandle, kOldContent, oldPath.Get(), failure) < 0) {
         return TAVO_LOG("FAILED to set content for OLD_PORT_CONFIG_CONTENTwith file=%s",
                         oldPath.Get());
     }
-    if (PluginArgSetFileContent(pHandle, kNewContent, newPath.Get()) < 0) {
+    if (SetContent(pHandle, kNewContent, newPath.Get(), failure) < 0) {
         return TAVO_LOG("FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=%s",
                         newPath.Get());
     }
     return 0;
 }
 
-int SetForwarding(TLIBPluginHandle *pHandle) {
+int SetForwarding(TLIBPluginHandle *pHandle, StepFailure &failure) {
     if (TLIBPluginSetArg(pHandle, kNotifyForwarding, "1") < 0) {
+        failure.Set(Step::kPreparePlugins);
         TAVO_LOG("FAILED to set NOTIFY_PF");
         return TAVO_LOG("FAILED to set update pf arg");
     }
     return 0;
 }
 
-int SetFirewall(TLIBPluginHandle *pHandle) {
+int SetFirewall(TLIBPluginHandle *pHandle, StepFailure &failure) {
     if (TLIBPluginSetArg(pHandle, kNotifyFirewall, "1") < 0) {
+        failure.Set(Step::kPreparePlugins);
         TAVO_LOG("FAILED to set NOTIFY_FW");
         return TAVO_LOG("FAILED to set update fw arg");
     }
@@ -144,17 +218,18 @@ int SetFirewall(TLIBPluginHandle *pHandle) {
 
 // The plugins are asked as long as there is somebody for whom they can act; -1 when there is
 // nobody.
-int SetUpdateArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY &notify) {
+int SetUpdateArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY &notify,
+                       StepFailure &failure) {
     bool complete = true;
     if (notify.blNotifyPf != 0) {
-        if (SetOldAndNewContent(pHandle, notify) < 0) {
+        if (SetOldAndNewContent(pHandle, notify, failure) < 0) {
             TLIBPluginSetArg(pHandle, kOldContent, "");
             TLIBPluginSetArg(pHandle, kNewContent, "");
             TAVO_LOG("FAILED to set common arg for update");
         }
-        complete = SetForwarding(pHandle) == 0;
+        complete = SetForwarding(pHandle, failure) == 0;
     }
-    if (notify.blNotifyFw != 0 && SetFirewall(pHandle) < 0 && !complete) {
+    if (notify.blNotifyFw != 0 && SetFirewall(pHandle, failure) < 0 && !complete) {
         return -1;
     }
     return 0;
@@ -162,91 +237,164 @@ int SetUpdateArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY
 
 // One flag decides for both: ports that went away concern the firewall whenever they concern port
 // forwarding.
-int SetRemoveArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify) {
-    if (PluginArgSetFileContent(pHandle, kContent, notify.pszConfPath) < 0) {
+int SetRemoveArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify,
+                       StepFailure &failure) {
+    if (SetContent(pHandle, kContent, notify.pszConfPath, failure) < 0) {
         TAVO_LOG("FAILED to set arg for PORT_CONFIG_CONTENT for removed service config notify");
         TLIBPluginSetArg(pHandle, kContent, "");
     }
     if (notify.blNotifyPf == 0) {
         return 0;
     }
-    const bool complete = SetForwarding(pHandle) == 0;
-    return SetFirewall(pHandle) < 0 && !complete ? -1 : 0;
+    const bool complete = SetForwarding(pHandle, failure) == 0;
+    return SetFirewall(pHandle, failure) < 0 && !complete ? -1 : 0;
 }
 
-int InvokePlugins(TLIBPluginHandle *pHandle) {
-    return TLIBPluginAction(kPluginMode, pHandle) < 0 ? TAVO_LOG("FAILED to invoke plugins") : 0;
+// The plugins that ran, and the first of them that failed.
+struct Invocation {
+    StepFailure &failure;
+    Notifications &notified;
+
+    static void Record(const char *szPath, int nStatus, void *pContext) {
+        auto &run = *static_cast<Invocation *>(pContext);
+        if (nStatus != 0) {
+            run.failure.SetProgram(Step::kRunPlugins, "", nStatus, szPath);
+        }
+        tavo::PluginResult result = {};
+        tavo::CopyText(result.path, szPath);
+        result.status = nStatus;
+        run.notified.plugins_incomplete |= !run.notified.plugins->Append(result);
+    }
+};
+
+int InvokePlugins(TLIBPluginHandle *pHandle, Notifications &notified, StepFailure &failure) {
+    Invocation run = {failure, notified};
+    const int nResult =
+        notified.plugins != nullptr && TLIBPluginActionReport != nullptr
+            ? TLIBPluginActionReport(kPluginMode, pHandle, &Invocation::Record, &run)
+            : TLIBPluginAction(kPluginMode, pHandle);
+    if (nResult < 0) {
+        failure.Set(Step::kRunPlugins);
+        return TAVO_LOG("FAILED to invoke plugins");
+    }
+    return 0;
+}
+
+// Runs the plugins for `action` with what set(handle, failure) gives them, and reloads the relay
+// daemon. Where the plugins fail the relay daemon is not reached. `log_relay` logs that it cannot
+// be reloaded.
+template <typename SetArguments>
+void Notify(const char *szAction, SetArguments set, Notifications &notified, void (*log_relay)()) {
+    StepFailure failure;
+    const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, szAction));
+    if (plugins == nullptr) {
+        failure.Set(Step::kPreparePlugins);
+        TAVO_LOG("FAILED to init plugin sdk");
+    }
+    const bool invoked = plugins != nullptr && set(plugins.get(), failure) == 0 &&
+                         InvokePlugins(plugins.get(), notified, failure) == 0;
+    Notification &told = notified[Listener::kPlugins];
+    if (failure.HasFailed()) {
+        told.Fail() = failure;
+    } else {
+        told.Succeed();
+    }
+    if (invoked && ReloadRelayDaemon(notified) < 0) {
+        log_relay();
+    }
 }
 
 }  // namespace
 
-int TAVOFwRuleHupWrap(void) {
-    const int nResult =
-        TLIBCExecl(tavo::kFirewallTool, kFirewallToolOptions, kFirewallReload, nullptr);
+namespace tavo {
+
+int ReloadFirewall(Notifications &notified) {
+    const int nResult = RecordFirewallTool(
+        TLIBCExecl(kFirewallTool, kFirewallToolOptions, kFirewallReload, nullptr), Step::kReload,
+        notified);
     if (nResult < 0) {
-        return TAVO_LOG("Failed to execute [%s %s], ret:%d", tavo::kFirewallTool, kFirewallReload,
+        return TAVO_LOG("Failed to execute [%s %s], ret:%d", kFirewallTool, kFirewallReload,
                         nResult);
     }
     return 0;
 }
 
-int TLIBFwServRemoveRecWrap(const char *szName) {
-    if (szName == nullptr) {
+int RemoveFirewallRecord(const char *service, Notifications &notified) {
+    if (service == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const int nResult = TLIBCExecl(tavo::kFirewallTool, kFirewallToolOptions, kFirewallRemoveRecord,
-                                   szName, nullptr);
+    const int nResult = RecordFirewallTool(
+        TLIBCExecl(kFirewallTool, kFirewallToolOptions, kFirewallRemoveRecord, service, nullptr),
+        Step::kFirewallRecord, notified);
     if (nResult < 0) {
-        return TAVO_LOG("Failed to execute [%s %s %s], ret:%d", tavo::kFirewallTool,
-                        kFirewallRemoveRecord, szName, nResult);
+        return TAVO_LOG("Failed to execute [%s %s %s], ret:%d", kFirewallTool,
+                        kFirewallRemoveRecord, service, nResult);
     }
     return 0;
 }
 
-int TLIBServiceConfServRestart(int nRestartFlags) {
-    if (nRestartFlags < 1 || nRestartFlags > TAVO_RESTART_ALL) {
+int RestartServices(int flags, Notifications &notified) {
+    if (flags < 1 || flags > TAVO_RESTART_ALL) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    if ((nRestartFlags & TAVO_RESTART_FIREWALL) != 0 && TAVOFwRuleHupWrap() < 0) {
+    if ((flags & TAVO_RESTART_FIREWALL) != 0 && ReloadFirewall(notified) < 0) {
         return -1;
     }
-    if ((nRestartFlags & (TAVO_RESTART_FIREWALL | TAVO_RESTART_RELAY)) != 0) {
-        ReloadRelayDaemon();
+    if ((flags & (TAVO_RESTART_FIREWALL | TAVO_RESTART_RELAY)) != 0) {
+        ReloadRelayDaemon(notified);
     }
     return 0;
+}
+
+void NotifyOfUpdate(const TAVO_SERVICE_CONF_NOTIFY &notify, Notifications &notified) {
+    Notify(
+        kUpdateAction,
+        [&notify](TLIBPluginHandle *pHandle, StepFailure &failure) {
+            return SetUpdateArguments(pHandle, notify, failure);
+        },
+        notified, [] { TAVO_LOG("FAILED to notify tavorelayd for update conf"); });
+}
+
+void NotifyOfRemoval(const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, Notifications &notified) {
+    Notify(
+        kRemoveAction,
+        [&notify](TLIBPluginHandle *pHandle, StepFailure &failure) {
+            return SetRemoveArguments(pHandle, notify, failure);
+        },
+        notified, [] { TAVO_LOG("FAILED to notify tavorelayd for remove conf"); });
+}
+
+}  // namespace tavo
+
+// ---- The exported functions ----
+
+int TAVOFwRuleHupWrap(void) {
+    Notifications notified;
+    return tavo::ReloadFirewall(notified);
+}
+
+int TLIBFwServRemoveRecWrap(const char *szName) {
+    Notifications notified;
+    return tavo::RemoveFirewallRecord(szName, notified);
+}
+
+int TLIBServiceConfServRestart(int nRestartFlags) {
+    Notifications notified;
+    return tavo::RestartServices(nRestartFlags, notified);
 }
 
 int PluginArgSetFileContent(struct TLIBPluginHandle *pHandle, const char *szKey,
                             const char *szPath) {
-    if (szPath == nullptr) {
-        return -1;
-    }
-    const tavo::OwnedText text =
-        tavo::PresenceOf(szPath) == tavo::Presence::kAbsent ? EmptyText() : ReadFile(szPath);
-    if (text == nullptr) {
-        return -1;
-    }
-    // The words are the same whatever the key.
-    return TLIBPluginSetArg(pHandle, szKey, text.get()) < 0
-               ? TAVO_LOG("FAILED to set OLD_TMP_PORT_CONFIG")
-               : 0;
+    StepFailure failure;
+    return SetContent(pHandle, szKey, szPath, failure);
 }
 
 int TLIBServiceConfUpdateServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify) {
     if (pNotify == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, kUpdateAction));
-    if (plugins == nullptr) {
-        TAVO_LOG("FAILED to init plugin sdk");
-        return 0;
-    }
-    if (SetUpdateArguments(plugins.get(), *pNotify) < 0 || InvokePlugins(plugins.get()) < 0) {
-        return 0;
-    }
-    if (ReloadRelayDaemon() < 0) {
-        TAVO_LOG("FAILED to notify tavorelayd for update conf");
-    }
+    Notifications notified;
+    tavo::NotifyOfUpdate(*pNotify, notified);
     return 0;
 }
 
@@ -254,17 +402,8 @@ int TLIBServiceConfRemoveServNotify(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *pNoti
     if (pNotify == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, kRemoveAction));
-    if (plugins == nullptr) {
-        TAVO_LOG("FAILED to init plugin sdk");
-        return 0;
-    }
-    if (SetRemoveArguments(plugins.get(), *pNotify) < 0 || InvokePlugins(plugins.get()) < 0) {
-        return 0;
-    }
-    if (ReloadRelayDaemon() < 0) {
-        TAVO_LOG("FAILED to notify tavorelayd for remove conf");
-    }
+    Notifications notified;
+    tavo::NotifyOfRemoval(*pNotify, notified);
     return 0;
 }
 

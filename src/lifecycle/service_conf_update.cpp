@@ -2,6 +2,7 @@
 //
 // The old content is kept in /tmp until they were told. What goes wrong later than that is logged
 // and never rolled back: a package that is updated must not be held up by the firewall.
+#include "lifecycle/change.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
@@ -13,17 +14,15 @@
 namespace {
 
 // A file that is not installed yet has no old content.
-int MakeBackup(const char *szBaseName, const char *szInstalled, tavo::TemporaryCopy &backup) {
-    const int nFound = tavo::LookForFile(szInstalled);
+int KeepOldContent(const char *szBaseName, const char *szInstalled, tavo::TemporaryCopy &old,
+                   tavo::StepFailure &failure) {
+    const int nFound = tavo::LookForFile(szInstalled, failure);
     if (nFound < 1) {
         return nFound;
     }
     char szBackup[tavo::kPathSize];
     tavo::PrintText(szBackup, "/tmp/servicetool.update.%s.old", szBaseName);
-    if (backup.Make(szInstalled, szBackup) != 0) {
-        if (backup.MetFolder()) {
-            TAVO_LOG("Folder %s has the name of a copy and is not empty", szBackup);
-        }
+    if (old.Make(szInstalled, szBackup, TAVO_HERE, failure) != 0) {
         return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", szInstalled, szBackup);
     }
     return 0;
@@ -32,8 +31,9 @@ int MakeBackup(const char *szBaseName, const char *szInstalled, tavo::TemporaryC
 // Whether the ports of the new file collide. An installation that fails leaves this one line, and
 // the update goes on.
 bool Install(const char *szBaseName, const char *szSrcPath, int nLocation,
-             TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    const int nResult = ServiceConfInstall(szBaseName, szSrcPath, nLocation, ppConflictPorts);
+             TAVO_SERVICE_CONF_PORT **ppConflictPorts, tavo::StepFailure &failure) {
+    const int nResult =
+        tavo::InstallFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, failure);
     if (nResult == 1) {
         TAVO_LOG("%s conf file port conflict with existed conf file setting=%s", szSrcPath,
                  szBaseName);
@@ -43,34 +43,35 @@ bool Install(const char *szBaseName, const char *szSrcPath, int nLocation,
     return nResult == 1;
 }
 
-// The update itself: 0 or 1, or -1 for a failure.
-int Update(const char *szBaseName, const char *szSrcPath, int nLocation,
-           TAVO_SERVICE_CONF_PORT **ppConflictPorts, TAVO_SERVICE_CONF_NOTIFY &notify,
-           tavo::TemporaryCopy &backup) {
-    char szInstalled[tavo::kPathSize];
-    if (GetInstallPath(szBaseName, nLocation, szInstalled, sizeof(szInstalled)) < 0) {
-        return TAVO_LOG("FAILED to get installed path of file=%s type=%d", szBaseName, nLocation);
+}  // namespace
+
+int tavo::UpdateFile(const char *name, const char *source, int location,
+                     TAVO_SERVICE_CONF_PORT **conflicts, TAVO_SERVICE_CONF_NOTIFY &notify,
+                     TemporaryCopy &old, StepFailure &failure) {
+    char installed[kPathSize];
+    if (GetInstallPath(name, location, installed, sizeof(installed)) < 0) {
+        failure.Set(Step::kCheckArguments);
+        return TAVO_LOG("FAILED to get installed path of file=%s type=%d", name, location);
     }
-    const tavo::StoreLock lock(tavo::StoreOfDirectory(nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM
-                                                          ? tavo::kSystemServiceDirectory
-                                                          : tavo::kPackageServiceDirectory));
+    const StoreLock lock(StoreOfDirectory(location == TAVO_SERVICE_CONF_DIR_SYSTEM
+                                              ? kSystemServiceDirectory
+                                              : kPackageServiceDirectory));
     if (!lock.IsHeld()) {
+        failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to update %s",
-                               lock.Missing(), szInstalled);
+                               lock.Missing(), installed);
     }
-    if (MakeBackup(szBaseName, szInstalled, backup) < 0) {
+    if (KeepOldContent(name, installed, old, failure) < 0) {
         return -1;
     }
-    const bool conflict = Install(szBaseName, szSrcPath, nLocation, ppConflictPorts);
+    const bool conflict = Install(name, source, location, conflicts, failure);
     notify = {};
-    tavo::CopyText(notify.szOldConfPath, backup.Path());
-    tavo::CopyText(notify.szNewConfPath, szInstalled);
+    CopyText(notify.szOldConfPath, old.Path());
+    CopyText(notify.szNewConfPath, installed);
     notify.blNotifyFw = 1;
     notify.blNotifyPf = 1;
     return conflict ? 1 : 0;
 }
-
-}  // namespace
 
 int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const char *szSrcPath,
                                                int nLocation,
@@ -79,10 +80,12 @@ int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
     if (szBaseName == nullptr || szSrcPath == nullptr || pNotify == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    tavo::TemporaryCopy backup;
-    const int nResult = Update(szBaseName, szSrcPath, nLocation, ppConflictPorts, *pNotify, backup);
+    tavo::TemporaryCopy old;
+    tavo::StepFailure failure;
+    const int nResult =
+        tavo::UpdateFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, *pNotify, old, failure);
     if (nResult >= 0) {
-        backup.Keep();
+        old.Keep();
     }
     return nResult;
 }
@@ -90,11 +93,12 @@ int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
 int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *szSrcPath, int nLocation,
                                   TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
     TAVO_SERVICE_CONF_NOTIFY notify = {};
-    tavo::TemporaryCopy backup;
-    const int nResult =
-        szBaseName == nullptr || szSrcPath == nullptr
-            ? TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER)
-            : Update(szBaseName, szSrcPath, nLocation, ppConflictPorts, notify, backup);
+    tavo::TemporaryCopy old;
+    tavo::StepFailure failure;
+    const int nResult = szBaseName == nullptr || szSrcPath == nullptr
+                            ? TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER)
+                            : tavo::UpdateFile(szBaseName, szSrcPath, nLocation, ppConflictPorts,
+                                               notify, old, failure);
     if (nResult < 0) {
         return TAVO_LOG("FAILED to install .sc");
     }

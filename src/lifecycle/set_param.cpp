@@ -74,10 +74,11 @@ const char *DirectoryByBits(uint32_t nLocation) {
                                                            : kPackageServiceDirectory;
 }
 
-int LookForFile(const char *path) {
+int LookForFile(const char *path, StepFailure &failure) {
     const Presence presence = PresenceOf(path);
     if (presence == Presence::kUnknown) {
         const int error = errno;
+        failure.Set(Step::kLook, path, error);
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
                                std::strerror(error));
     }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "lifecycle/step_failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"
 #include "tavoserviceconf.h"
@@ -26,7 +27,7 @@ const char *DirectoryByBits(uint32_t nLocation);
 
 // Whether a service file exists: 1 or 0; -1, with the error set and logged, when that is unknown. A
 // change that takes an I/O error for absence makes a second file or leaves out a copy.
-int LookForFile(const char *path);
+int LookForFile(const char *path, StepFailure &failure);
 
 // The names in a record, and what they stand for.
 class Target {

@@ -26,8 +26,6 @@
 namespace tavo {
 namespace {
 
-constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
-
 // How often a step is made that another program may have disturbed.
 constexpr int kAttempts = 5;
 constexpr std::chrono::milliseconds kPauseBetweenCopies{20};
@@ -119,8 +117,8 @@ int SetAside(const Store &store) {
 // ---- Copying ----
 
 // Whatever has the name of the copy goes, so that a restore finds none but a whole one.
-int ClearSideCopy(const char *copy) {
-    if (RemovePath(copy) < 0) {
+int ClearSideCopy(const char *copy, StepFailure &failure) {
+    if (RemoveTree(copy, failure) < 0) {
         return -1;
     }
     if (IsThere(copy) && unlink(copy) < 0 && IsThere(copy)) {
@@ -131,12 +129,12 @@ int ClearSideCopy(const char *copy) {
 
 // The exit status of cp. A writer would let its staged file vanish while cp reads the folder, so
 // writers wait.
-int CopyWithoutWriters(const Store &store) {
+int CopyWithoutWriters(const Store &store, StepFailure &failure) {
     const WritersLock lock(FolderOfWriters(store, store.place));
     if (lock.OutOfMemory()) {
         return TAVO_LOG_STATE("Failed to lock %s", store.place);
     }
-    return CopyOrMove(store.place, store.copy, false);
+    return CopyOrMove(store.place, store.copy, false, failure);
 }
 
 // The copy has the staging folder of the lock under which it was made. Taking the lock of the copy
@@ -208,18 +206,18 @@ int CompleteCopy(const Store &store) {
     return ClearStagingFolder(store, store.copy) < 0 ? -1 : CopyModes(store);
 }
 
-int CopyWhole(const Store &store) {
+int CopyWhole(const Store &store, StepFailure &failure) {
     for (int attempt = 1;; ++attempt) {
-        if (ClearSideCopy(store.copy) < 0) {
+        if (ClearSideCopy(store.copy, failure) < 0) {
             return -1;
         }
-        const int status = CopyWithoutWriters(store);
+        const int status = CopyWithoutWriters(store, failure);
         if (status <= 0) {
             return status < 0 ? -1 : CompleteCopy(store);
         }
         if (attempt == kAttempts) {
             TAVO_LOG("Failed to copy %s whole (%d), no way back to it", store.place, status);
-            return ClearSideCopy(store.copy);
+            return ClearSideCopy(store.copy, failure);
         }
         Pause(kPauseBetweenCopies);
     }
@@ -245,7 +243,7 @@ int MoveAside(const char *place) {
 
 // Removes the store. A writer that makes its staging folder anew meanwhile keeps rm from removing
 // the folder, which is then empty, so rm runs again when that writer is done.
-int ClearPlace(const Store &store) {
+int ClearPlace(const Store &store, StepFailure &failure) {
     const char *place = store.place;
     if (IsMountPoint(place)) {
         TAVO_LOG_STATE("Failed to rm -rf %s", place);
@@ -253,7 +251,7 @@ int ClearPlace(const Store &store) {
     }
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
         const WritersLock lock(FolderOfWriters(store, place));
-        if (lock.OutOfMemory() || RemovePath(place) < 0) {
+        if (lock.OutOfMemory() || RemoveTree(place, failure) < 0) {
             return TAVO_LOG_STATE("Failed to rm -rf %s", place);
         }
         if (!IsFolder(place)) {
@@ -266,7 +264,8 @@ int ClearPlace(const Store &store) {
 // A side copy on its way to the place of its store.
 class Return {
   public:
-    explicit Return(const Store &store) : store_(store), place_(store.place) {
+    Return(const Store &store, StepFailure &failure)
+        : store_(store), place_(store.place), failure_(failure) {
         CopyText(source_, store.copy);
     }
 
@@ -282,10 +281,10 @@ class Return {
         }
         bool again = true;
         for (int attempt = 1; again && attempt <= kAttempts; ++attempt) {
-            if (ClearPlace(store_) < 0) {
+            if (ClearPlace(store_, failure_) < 0) {
                 return -1;
             }
-            const int status = CopyOrMove(source_, place_, true);
+            const int status = CopyOrMove(source_, place_, true, failure_);
             if (!IsThere(place_)) {
                 rename(source_, place_);
             }
@@ -333,6 +332,7 @@ class Return {
 
     const Store &store_;
     const char *place_;
+    StepFailure &failure_;
     char source_[kPathSize];
     struct stat copy_ = {};
 };
@@ -380,7 +380,7 @@ StoreSet ChosenOf(const Stores &stores) {
     return chosen;
 }
 
-int MakeSideCopy(Store &store) {
+int MakeSideCopy(Store &store, StepFailure &failure) {
     const bool last = MayHoldSome(store.copy) &&
                       (IsUnrestored(store.id) || ContentOf(store.place) != Content::kSome);
     if (last && SetAside(store) < 0) {
@@ -391,20 +391,20 @@ int MakeSideCopy(Store &store) {
     SetUnrestored(store.id, false);
     switch (PresenceOf(store.place)) {
         case Presence::kAbsent:
-            return ClearSideCopy(store.copy);
+            return ClearSideCopy(store.copy, failure);
         case Presence::kPresent:
-            return CopyWhole(store);
+            return CopyWhole(store, failure);
         default:
             return FailToLook(store.place);
     }
 }
 
-int PutBack(const Store &store) {
+int PutBack(const Store &store, StepFailure &failure) {
     switch (PresenceOf(store.copy)) {
         case Presence::kAbsent:
             return 0;
         case Presence::kPresent: {
-            const int result = Return(store).Make();
+            const int result = Return(store, failure).Make();
             SetUnrestored(store.id, result < 0 && IsThere(store.copy));
             return result;
         }
@@ -415,10 +415,10 @@ int PutBack(const Store &store) {
     }
 }
 
-int DeleteSideCopy(const Store &store) {
+int DeleteSideCopy(const Store &store, StepFailure &failure) {
     // Whoever deletes the copy after a restore that failed may not know that it failed.
     if (!IsUnrestored(store.id) || !MayHoldSome(store.copy)) {
-        return RemovePath(store.copy);
+        return RemoveTree(store.copy, failure);
     }
     if (SetAside(store) < 0) {
         return -1;

@@ -11,6 +11,8 @@
 
 namespace tavo {
 
+constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
+
 struct Store {
     StoreId id;
     const char *path;
@@ -31,17 +33,17 @@ Stores StoresOf(const SetParam &param);
 StoreSet ChosenOf(const Stores &stores);
 
 // The following need the lock of the store and the name of its copy. -1 for a failure, which is
-// logged.
+// logged; `failure` may be left to the caller, who knows the store.
 
 // Copies the store. A store that is missing, and one that cannot be copied whole, has no side copy
 // afterwards; the latter is logged and no failure.
-int MakeSideCopy(Store &store);
+int MakeSideCopy(Store &store, StepFailure &failure);
 
 // Puts the side copy, if there is one, in the place of the store. A failure sets an error code and
 // leaves the side copy, or its content in the place of the store.
-int PutBack(const Store &store);
+int PutBack(const Store &store, StepFailure &failure);
 
-int DeleteSideCopy(const Store &store);
+int DeleteSideCopy(const Store &store, StepFailure &failure);
 
 }  // namespace tavo
 

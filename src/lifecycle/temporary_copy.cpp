@@ -119,21 +119,24 @@ void TemporaryCopy::Keep() {
     }
 }
 
-bool TemporaryCopy::Take(const char *szPath) {
+bool TemporaryCopy::Take(const char *szPath, StepFailure &failure) {
     for (Pauses pauses(kChangeWait);;) {
         const Room room = MakeRoom(szPath);
         if (room == Room::kFullFolder || room == Room::kNone) {
-            met_folder_ = room == Room::kFullFolder;
+            failure.Set(room == Room::kFullFolder ? Step::kOccupied : Step::kMakeFile, szPath,
+                        room == Room::kFullFolder ? 0 : errno);
             return false;
         }
         if (room == Room::kMade) {
             Descriptor file(Create(szPath));
             if (!file.IsOpen() && errno != EEXIST) {
+                failure.Set(Step::kMakeFile, szPath, errno);
                 return false;
             }
             // Until it is locked it looks like a copy that nobody needs any more.
             const bool locked = file.IsOpen() && TryLock(file.Get());
             if (file.IsOpen() && !locked && errno != EWOULDBLOCK) {
+                failure.Set(Step::kLock, szPath, errno);
                 unlink(szPath);
                 return false;
             }
@@ -143,17 +146,30 @@ bool TemporaryCopy::Take(const char *szPath) {
             }
         }
         if (!pauses.Next()) {
+            failure.Set(Step::kLock, szPath, EWOULDBLOCK);
             return false;
         }
     }
 }
 
-int TemporaryCopy::Make(const char *szFile, const char *szPath) {
-    if (!IsRegularFile(szFile) || !LiesIn(kTemporaryDirectory, szPath) || !Take(szPath)) {
+int TemporaryCopy::Make(const char *szFile, const char *szPath, const Place &place,
+                        StepFailure &failure) {
+    if (!IsRegularFile(szFile) || !LiesIn(kTemporaryDirectory, szPath)) {
+        failure.Set(Step::kCopy, szFile, EINVAL);
+        return kCopyFailed;
+    }
+    if (!Take(szPath, failure)) {
+        if (failure.step == Step::kOccupied) {
+            TAVO_LOG_AT(place, "Folder %s has the name of a copy and is not empty", szPath);
+        }
         return kCopyFailed;
     }
     CopyText(szPath_, szPath);
-    return TLIBCExec(kCopyProgram, "-f", szFile, szPath_, nullptr);
+    const int nStatus = TLIBCExec(kCopyProgram, "-f", szFile, szPath_, nullptr);
+    if (nStatus != 0) {
+        failure.SetProgram(Step::kCopy, kCopyProgram, nStatus, szFile);
+    }
+    return nStatus;
 }
 
 bool IsRegularFile(const char *szFile) {

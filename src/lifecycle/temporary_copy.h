@@ -8,6 +8,8 @@
 #ifndef TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 #define TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 
+#include "lifecycle/step_failure.h"
+#include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"
 
@@ -21,15 +23,13 @@ class TemporaryCopy {
     TemporaryCopy(const TemporaryCopy &) = delete;
     TemporaryCopy &operator=(const TemporaryCopy &) = delete;
 
-    // Copies szFile to szPath, which lies in /tmp. What cp says: 0 when all went well, -1 when it
-    // could not be run. Where the name cannot be taken it is not run, and has failed.
-    int Make(const char *szFile, const char *szPath);
+    // Copies szFile to szPath, which lies in /tmp, for the operation at `place`. What cp says: 0
+    // when all went well, -1 when it could not be run. Where the name cannot be taken it is not
+    // run, and has failed; that a folder has the name is logged.
+    int Make(const char *szFile, const char *szPath, const Place &place, StepFailure &failure);
 
     // Empty as long as no copy was made.
     const char *Path() const { return szPath_; }
-
-    // Whether the name could not be taken because a folder that is not empty has it.
-    bool MetFolder() const { return met_folder_; }
 
     // Lets the next change of that name go on. The copy stays where it is until this one goes,
     // unless the next change takes the name.
@@ -39,11 +39,10 @@ class TemporaryCopy {
     void Keep();
 
   private:
-    bool Take(const char *szPath);
+    bool Take(const char *szPath, StepFailure &failure);
 
     char szPath_[kPathSize] = "";
     int descriptor_ = -1;
-    bool met_folder_ = false;
 };
 
 // Whether cp would come to an end with this file: it waits for whoever writes into a pipe, and

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "base/descriptor.h"
+#include "lifecycle/change.h"
 #include "lifecycle/make_folder.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/set_param.h"
@@ -26,6 +27,9 @@
 #include "tavoserviceconf.h"
 
 namespace {
+
+using tavo::Step;
+using tavo::StepFailure;
 
 // Not the bits of a location: a file is installed into one directory. Null for any other value.
 const char *InstallDirectory(int nLocation) {
@@ -40,14 +44,16 @@ const char *InstallDirectory(int nLocation) {
 }
 
 // A file of that name may be replaced, so that is not an error after all.
-int CheckSource(const char *szSrcPath, const char *szDirectory) {
+int CheckSource(const char *szSrcPath, const char *szDirectory, StepFailure &failure) {
     if (TAVOServiceConfFileVerify(szSrcPath, szDirectory) == 0) {
         return 0;
     }
+    if (TLIBCErrGet() == TAVO_ERR_ALREADY_INSTALLED) {
+        TLIBCErrSetEx(0, __FILE_NAME__, __LINE__);
+        return 0;
+    }
+    failure.Set(Step::kVerifySource, szSrcPath);
     switch (TLIBCErrGet()) {
-        case TAVO_ERR_ALREADY_INSTALLED:
-            TLIBCErrSetEx(0, __FILE_NAME__, __LINE__);
-            return 0;
         case TLIBC_ERR_NO_FILE:
             return TAVO_LOG_STATE("Source configure file does not exist (%s)", szSrcPath);
         default:
@@ -66,17 +72,18 @@ bool ReportConflict(const char *szSrcPath, TAVO_SERVICE_CONF_PORT **ppConflictPo
     return nConflict == 1;
 }
 
-int MakeDirectory(const char *szDirectory) {
-    if (tavo::MakeFolder(szDirectory) != 0) {
+int MakeDirectory(const char *szDirectory, StepFailure &failure) {
+    if (tavo::MakeFolder(szDirectory, failure) != 0) {
         return TAVO_FAIL_STATE(TAVO_ERR_MAKE_DIRECTORY, "mkdir fail for path %s", szDirectory);
     }
     return 0;
 }
 
 // Makes an empty file with a name of its own, which szPath then holds.
-int ReserveName(const char *szBaseName, char *szPath) {
+int ReserveName(const char *szBaseName, char *szPath, StepFailure &failure) {
     const tavo::Descriptor file(mkstemp(szPath));
     if (!file.IsOpen()) {
+        failure.Set(Step::kMakeFile, szPath, errno);
         return TAVO_LOG("Failed to mkstemp() for installing service conf of %s: %s", szBaseName,
                         std::strerror(errno));
     }
@@ -89,16 +96,28 @@ bool Flush(const char *szPath) {
     return file.IsOpen() && fsync(file.Get()) == 0;
 }
 
-bool CopyWithModeAndTimes(const char *szSrcPath, const char *szPath) {
-    return tavo::IsRegularFile(szSrcPath) &&
-           TLIBCExec(tavo::kCopyProgram, "-f", "-p", tavo::PathArgument(szSrcPath).Get(), szPath) ==
-               0 &&
-           Flush(szPath);
+bool CopyWithModeAndTimes(const char *szSrcPath, const char *szPath, StepFailure &failure) {
+    if (!tavo::IsRegularFile(szSrcPath)) {
+        failure.Set(Step::kVerifySource, szSrcPath, EINVAL);
+        return false;
+    }
+    const int nStatus =
+        TLIBCExec(tavo::kCopyProgram, "-f", "-p", tavo::PathArgument(szSrcPath).Get(), szPath);
+    if (nStatus != 0) {
+        failure.SetProgram(Step::kStage, tavo::kCopyProgram, nStatus, szPath);
+        return false;
+    }
+    if (!Flush(szPath)) {
+        failure.Set(Step::kStage, szPath, errno);
+        return false;
+    }
+    return true;
 }
 
-int Rename(const char *szFrom, const char *szTo) {
+int Rename(const char *szFrom, const char *szTo, StepFailure &failure) {
     if (rename(szFrom, szTo) < 0) {
         const int nErrno = errno;
+        failure.Set(Step::kReplace, szFrom, nErrno);
         return TAVO_FAIL(TLIBC_ERR_RENAME, "Failed to rename %s to %s: %s", szFrom, szTo,
                          std::strerror(nErrno));
     }
@@ -107,29 +126,31 @@ int Rename(const char *szFrom, const char *szTo) {
 
 // A copy that cannot be made whole, or not be renamed, stays in the folder for whoever wants to
 // know why.
-int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory) {
+int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory,
+              StepFailure &failure) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
+        failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to install %s/%s",
                                lock.Missing(), szDirectory, szBaseName);
     }
     char szFolder[tavo::kPathSize];
     tavo::PrintText(szFolder, "%s/tmp", szDirectory);
-    if (MakeDirectory(szDirectory) < 0 || MakeDirectory(szFolder) < 0) {
+    if (MakeDirectory(szDirectory, failure) < 0 || MakeDirectory(szFolder, failure) < 0) {
         return -1;
     }
     char szCopy[tavo::kPathSize];
     tavo::PrintText(szCopy, "%s/%s.XXXXXX", szFolder, szBaseName);
-    if (ReserveName(szBaseName, szCopy) < 0) {
+    if (ReserveName(szBaseName, szCopy, failure) < 0) {
         return -1;
     }
     char szTarget[tavo::kPathSize];
     tavo::PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
-    if (!CopyWithModeAndTimes(szSrcPath, szCopy)) {
+    if (!CopyWithModeAndTimes(szSrcPath, szCopy, failure)) {
         return TAVO_FAIL_STATE(TAVO_ERR_COPY, "install configure file fail! from=%s to=%s",
                                szSrcPath, szTarget);
     }
-    return Rename(szCopy, szTarget);
+    return Rename(szCopy, szTarget, failure);
 }
 
 }  // namespace
@@ -145,19 +166,27 @@ int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf
 
 int ServiceConfInstall(const char *szBaseName, const char *szSrcPath, int nLocation,
                        TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    tavo::ReleaseHeldFile();
-    const char *szDirectory = InstallDirectory(nLocation);
-    if (szSrcPath == nullptr || szDirectory == nullptr) {
+    StepFailure failure;
+    return tavo::InstallFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, failure);
+}
+
+int tavo::InstallFile(const char *name, const char *source, int location,
+                      TAVO_SERVICE_CONF_PORT **conflicts, StepFailure &failure) {
+    ReleaseHeldFile();
+    const char *directory = InstallDirectory(location);
+    if (source == nullptr || directory == nullptr) {
+        failure.Set(Step::kCheckArguments);
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    if (CheckSource(szSrcPath, szDirectory) < 0) {
+    if (CheckSource(source, directory, failure) < 0) {
         return -1;
     }
-    if (tavo::LeadsAway(szBaseName)) {
+    if (LeadsAway(name)) {
+        failure.Set(Step::kCheckArguments);
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const bool conflict = ReportConflict(szSrcPath, ppConflictPorts);
-    if (PlaceFile(szBaseName, szSrcPath, szDirectory) < 0) {
+    const bool conflict = ReportConflict(source, conflicts);
+    if (PlaceFile(name, source, directory, failure) < 0) {
         return -1;
     }
     return conflict ? 1 : 0;

@@ -20,8 +20,7 @@ namespace tavo {
 class WritersLock {
   public:
     explicit WritersLock(const char *folder) {
-        if (folder != nullptr && TLIBCFolderLockTake != nullptr &&
-            TLIBCFolderLockRelease != nullptr) {
+        if (folder != nullptr && IsAvailable()) {
             lock_ = TLIBCFolderLockTake(folder);
             out_of_memory_ = lock_ == nullptr && TLIBCErrGet() == TLIBC_ERR_NO_MEMORY;
         }
@@ -33,6 +32,13 @@ class WritersLock {
     }
     WritersLock(const WritersLock &) = delete;
     WritersLock &operator=(const WritersLock &) = delete;
+
+    // Whether the appliance's core library has the lock.
+    static bool IsAvailable() {
+        return TLIBCFolderLockTake != nullptr && TLIBCFolderLockRelease != nullptr;
+    }
+
+    bool IsHeld() const { return lock_ != nullptr; }
 
     // Without the lock the work goes on: a folder that cannot be written has no lock and no writer.
     // Only running out of memory, with the error set, is a reason to stop.

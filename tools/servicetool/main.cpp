@@ -114,7 +114,7 @@ UsageProblem CommandLine::Problem() {
 }
 
 int CommandLine::CheckAndRun() {
-    LibraryLog::Start(options_.verbose);
+    ShowLibraryLog(options_.verbose);
     const UsageProblem problem = Problem();
     if (!problem.message.empty()) {
         return UsageError(problem.message, problem.fix);

@@ -3,6 +3,9 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <csignal>
+#include <utility>
+#include <vector>
 
 #include "failing_allocation.h"
 #include "plugin_test.h"
@@ -68,6 +71,29 @@ TEST_F(PluginFailure, IsAFolderThatCannotBeListed) {
     AddRecorder(kPackagePlugins, "plugin");
     EXPECT_FAILURE(kUnusableCode, TLIBPluginAction(5, Update().get()));
     EXPECT_EQ(TakeCalls(), "plugin port_config/update\n");
+}
+
+TEST_F(PluginFailure, IsReportedWithThePathAndTheStatusOfThePlugin) {
+    AddScript(kSystemPlugins, "1", "exit 0");
+    AddScript(kSystemPlugins, "2", "exit 7");
+    AddScript(kSystemPlugins, "3", "kill -TERM $$");
+    WriteFile(std::string(kSystemPlugins) + "/4", "#!/missing\n");
+    chmod((std::string(kSystemPlugins) + "/4").c_str(), 0755);
+    fs::remove(kPackagePlugins);
+    WriteFile(kPackagePlugins, "a file");
+    using Reports = std::vector<std::pair<std::string, int>>;
+    Reports reports;
+    const auto report = [](const char *path, int status, void *context) {
+        static_cast<Reports *>(context)->emplace_back(path, status);
+    };
+    EXPECT_FAILURE(kUnusableCode, TLIBPluginActionReport(5, Update().get(), report, &reports));
+    const std::string folder = kSystemPlugins;
+    EXPECT_EQ(reports, (Reports{{folder + "/1", 0},
+                                {folder + "/2", 7},
+                                {folder + "/3", 128 + SIGTERM},
+                                {folder + "/4", -1},
+                                {kPackagePlugins, -1}}));
+    fs::remove(kPackagePlugins);
 }
 
 TEST_F(PluginFailure, IsOneThatNeverEnds) {

@@ -21,6 +21,7 @@ using testing::StartsWith;
 
 const std::string kText = Section("notes", "8765/tcp");
 const std::string kPath = kPackage + "notes.sc";
+const std::string kPlugin = "/usr/tavo/lib/plugins/port_config/portforward";
 
 // What the plan shows of kText.
 std::string DiffFor(const std::string &path) {
@@ -346,10 +347,49 @@ TEST_F(InstallCommand, SaysWhoWasNotTold) {
     const ProgramResult result = ServiceTool({"install", "notes.sc"});
     EXPECT_EQ(result.out,
               kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n");
-    EXPECT_THAT(result.err, HasSubstr("the plugins"));
-    EXPECT_THAT(result.err, HasSubstr("FAILED to invoke plugins [not-told]\n"));
+    const std::string reason = kPlugin + " ended with status 1 [not-told]\n";
+    EXPECT_EQ(result.err, "servicetool: warning: could not tell the plugins: " + reason +
+                              "    fix: remove the file and install it again\n"
+                              "servicetool: warning: could not tell the relay daemon: " +
+                              reason + "    fix: write servicetool restart --relay\n");
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ReadFile(kPath), kText);
+}
+
+TEST_F(InstallCommand, NamesEachPluginThatFailed) {
+    const std::string second = "/usr/tavo/lib/plugins/port_config/second";
+    WriteFile(second, "#!/bin/sh\necho '" + second + ": no route' >&2\nexit 4\n");
+    std::filesystem::permissions(second, std::filesystem::perms::owner_all);
+    WriteFile("/run/exit-status/portforward", "1\n");
+    EXPECT_THAT(ServiceTool({"install", "notes.sc"}).err,
+                HasSubstr("could not tell the plugins: " + kPlugin + " ended with status 1; " +
+                          second + ": no route [not-told]\n"));
+    std::filesystem::remove(second);
+}
+
+// A plugin that fails is reported whichever file in memory cannot be made: that of the plan, that
+// of the output of programs, or the input of the plugin.
+TEST_F(InstallCommand, SaysWhoWasNotToldWhereNoOutputCanBeKept) {
+    int installed = 0;
+    for (const char *when : {"1", "2", "3", "1+", "2+", "3+"}) {
+        SCOPED_TRACE(when);
+        WriteFile("/run/exit-status/portforward", "1\n");
+        const ProgramResult result =
+            RunProgram({"strace", "-qq", "-o", "/dev/null", "-e", "trace=memfd_create", "-e",
+                        std::string("inject=memfd_create:error=ENFILE:when=") + when, SERVICETOOL,
+                        "install", "--json", "notes.sc"},
+                       "", {"ASAN_OPTIONS=detect_leaks=0"});
+        EXPECT_EQ(result.status, 3);
+        const json document = json::parse(result.out);
+        if (document.at("results").at(0).at("changed") == true) {
+            ++installed;
+            EXPECT_EQ(document.at("results").at(0).at("not_told"), json({"plugins", "relay"}));
+            EXPECT_THAT(document.at("diagnostics").at(0).at("message"),
+                        StartsWith("could not tell the plugins: " + kPlugin));
+            std::filesystem::remove(kPath);
+        }
+    }
+    EXPECT_GE(installed, 2);
 }
 
 TEST_F(InstallCommand, ShowsTheLinesOfTheLibraryWhenAsked) {

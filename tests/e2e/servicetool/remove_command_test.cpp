@@ -137,5 +137,21 @@ TEST_F(RemoveCommand, SaysWhoWasNotTold) {
     EXPECT_THAT(Entries(kPackage), IsEmpty());
 }
 
+// The relay daemon is reloaded all the same, but the plugins do not know which ports are free now.
+TEST_F(RemoveCommand, SaysThatThePluginsWereNotGivenTheFile) {
+    const ReplacedTool copy("/bin/cp", "rm -f \"$3\"; mkfifo \"$3\"");
+    const json result = json::parse(ServiceTool({"remove", "--json", "notes.sc"}).out);
+    EXPECT_EQ(result.at("ok"), false);
+    EXPECT_EQ(result.at("results").at(0).at("changed"), true);
+    EXPECT_EQ(result.at("results").at(0).at("told"), json({"relay"}));
+    EXPECT_EQ(result.at("results").at(0).at("not_told"), json({"plugins"}));
+    EXPECT_THAT(result.at("diagnostics").at(0).at("message").get<std::string>(),
+                testing::ContainsRegex("^could not tell the plugins: "
+                                       "/tmp/servicetool.remove.notes.sc.[0-9]+: illegal seek$"));
+    for (const std::string &name : InTmp()) {
+        std::filesystem::remove("/tmp/" + name);
+    }
+}
+
 }  // namespace
 }  // namespace tavo::test

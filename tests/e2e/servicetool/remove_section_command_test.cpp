@@ -93,10 +93,9 @@ TEST_F(RemoveSectionCommand, RefusesWhatIsNotThere) {
 TEST_F(RemoveSectionCommand, PutsAllBackWhereTheFirewallToolIsMissing) {
     const ReplacedTool firewall(kFirewallTool);
     const ProgramResult result = ServiceTool(kRemove);
-    ExpectRun(result, 3, kPlan,
-              kPath + ": error: " + kFirewallTool +
-                  " is missing; Remove service record in firewall rule fail!; the file is "
-                  "unchanged [failed]\n");
+    ExpectRun(
+        result, 3, kPlan,
+        kPath + ": error: " + kFirewallTool + " is missing; the file is unchanged [failed]\n");
     EXPECT_EQ(ReadFile(kPath), kBefore);
     EXPECT_EQ(Calls(), "");
 }
@@ -122,7 +121,7 @@ TEST_F(RemoveSectionCommand, SaysWhatTheFirewallMayHaveReadInBetween) {
     const ProgramResult result = ServiceTool(kRemove);
     ExpectRun(result, 3, kPlan,
               kPath + ": error: " + kFirewallTool +
-                  " is missing; Restart service fail; the file is unchanged [failed]\n"
+                  " is missing; the file is unchanged [failed]\n"
                   "    fix: write servicetool restart, for the firewall may have read what was put "
                   "back\n");
     EXPECT_EQ(ReadFile(kPath), kBefore);

@@ -62,5 +62,12 @@ TEST_F(RestartCommand, SaysWhoWasNotTold) {
     EXPECT_EQ(Calls(), "");
 }
 
+TEST_F(RestartCommand, DoesNotKnowWhetherTheRelayDaemonRuns) {
+    WriteFile("/run/exit-status/systemctl", "143\n");
+    ExpectRun(ServiceTool({"restart", "--relay"}), 3, "tell the relay daemon if it runs\n",
+              "servicetool: warning: could not tell the relay daemon: it is unknown whether "
+              "tavorelayd runs [not-told]\n    fix: write servicetool restart --relay\n");
+}
+
 }  // namespace
 }  // namespace tavo::test

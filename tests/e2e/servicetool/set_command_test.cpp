@@ -259,9 +259,8 @@ TEST_F(SetCommand, SaysWhoWasNotTold) {
     ExpectRun(
         ServiceTool(kRetitle), 3,
         kRetitlePlan + kPath + ": changed\ntold the firewall and the relay daemon if it runs\n",
-        "servicetool: warning: could not tell the router tool: /usr/tavo/sbin/tavoroutertool "
-        "--udpate /tmp/notes.sc " +
-            kPath + " failed! [not-told]\n" + kRouterFix);
+        "servicetool: warning: could not tell the router tool: " + kRouterTool +
+            " ended with status 1 [not-told]\n" + kRouterFix);
     EXPECT_EQ(ReadFile(kPath), kRetitled);
 }
 
@@ -269,9 +268,8 @@ TEST_F(SetCommand, ChangesNothingWhereTheFileCannotBeCopied) {
     std::filesystem::create_directories("/tmp/" + kName + "/full");
     ExpectRun(ServiceTool(kRetitle), 3, kRetitlePlan,
               kPath +
-                  ": error: folder /tmp/notes.sc has the name of a copy and is not empty; FAILED "
-                  "to copy from file=" +
-                  kPath + " to backup path=/tmp/notes.sc; the file is unchanged [failed]\n");
+                  ": error: folder /tmp/notes.sc has the name of a copy and is not empty; the file "
+                  "is unchanged [failed]\n");
     ExpectNothingDone();
     std::filesystem::remove_all("/tmp/" + kName);
 }
@@ -311,6 +309,25 @@ TEST_F(SetCommand, MakesNoFileWhereTheFolderCannotBeMade) {
     EXPECT_EQ(Calls(), "");
     std::filesystem::remove(kPackage.substr(0, kPackage.size() - 1));
     std::filesystem::create_directory(kPackage);
+}
+
+TEST_F(SetCommand, SaysThatTheFirewallToolFailed) {
+    WriteFile("/run/exit-status/tavofirewall", "3\n");
+    ExpectRun(
+        ServiceTool(kRetitle), 3,
+        kRetitlePlan + kPath + ": changed\ntold the router tool and the relay daemon if it runs\n",
+        "servicetool: warning: could not tell the firewall: /usr/tavo/bin/tavofirewall ended "
+        "with status 3 [not-told]\n    fix: write servicetool restart\n");
+    EXPECT_EQ(ReadFile(kPath), kRetitled);
+}
+
+TEST_F(SetCommand, SaysThatTheRelayDaemonWasNotReloaded) {
+    WriteFile("/run/exit-status/systemctl", "0\n1\n");
+    const json result = json::parse(ServiceTool(With(kRetitle, {"--json"})).out);
+    EXPECT_EQ(result.at("ok"), false);
+    EXPECT_EQ(result.at("results").at(0).at("changed"), true);
+    EXPECT_EQ(result.at("results").at(0).at("told"), json({"router", "firewall"}));
+    EXPECT_EQ(result.at("results").at(0).at("not_told"), json({"relay"}));
 }
 
 TEST_F(SetCommand, NamesARouterToolThatIsMissing) {
@@ -606,9 +623,8 @@ TEST_F(SetCommand, TakesNoWordOfAProgramForTheLibrarys) {
     ExpectRun(
         result, 3,
         kRetitlePlan + kPath + ": changed\ntold the firewall and the relay daemon if it runs\n",
-        "servicetool: warning: could not tell the router tool: /usr/tavo/sbin/tavoroutertool "
-        "--udpate /tmp/notes.sc " +
-            kPath + " failed! [not-told]\n" + kRouterFix);
+        "servicetool: warning: could not tell the router tool: " + kRouterTool +
+            " ended with status 1 [not-told]\n" + kRouterFix);
 }
 
 }  // namespace

@@ -165,7 +165,10 @@ TEST_F(UpdateCommand, SaysWhoWasNotTold) {
     WriteFile("/run/exit-status/systemctl", "0\n1\n");
     const ProgramResult result = ServiceTool({"update", "notes.sc"});
     EXPECT_THAT(result.out, HasSubstr(kPath + ": changed\ntold the plugins\n"));
-    EXPECT_THAT(result.err, HasSubstr("FAILED to notify tavorelayd for update conf [not-told]\n"));
+    EXPECT_THAT(
+        result.err,
+        HasSubstr(
+            "could not tell the relay daemon: tavorelayd could not be reloaded [not-told]\n"));
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ReadFile(kPath), kNew);
 }

@@ -1,11 +1,15 @@
 #include "change/change_report.h"
 
-#include <algorithm>
+#include <sys/stat.h>
+
 #include <exception>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <system_error>
 
+#include "change/failure_text.h"
 #include "change/installed_file.h"
+#include "change/program_output.h"
 #include "change/side_copies.h"
 #include "input/library_log.h"
 #include "output/text.h"
@@ -27,25 +31,13 @@ bool IsName(const std::string &path) {
     return path.find('/') == std::string::npos;
 }
 
-Json NamesOf(const std::vector<Hearing> &hearings, bool told) {
-    Json names = Json::array();
-    for (const Hearing &hearing : hearings) {
-        if (hearing.told == told) {
-            names.push_back(ListenerName(hearing.listener));
-        }
-    }
-    return names;
-}
-
-// A section that cannot be taken out is put back, and so is the firewall's record of it, of whose
-// removal the firewall may have read.
-std::string FirewallFix(const std::vector<LoggedLine> &lines) {
-    const bool told = std::any_of(lines.begin(), lines.end(), [](const LoggedLine &line) {
-        return line.of_library && (line.text == "Remove service configure section fail!" ||
-                                   line.text == "Restart service fail");
-    });
-    return told ? "write servicetool restart, for the firewall may have read what was put back"
-                : "";
+// Stores are put back after a failure, and the firewall may have read them before.
+std::string FirewallFix(const ChangeOutcome &outcome) {
+    const bool ran = outcome.notified[Listener::kFirewall].state == Notified::kYes ||
+                     outcome.failure.step == Step::kReload;
+    return ran && outcome.undo != Undo::kNotNeeded
+               ? "write servicetool restart, for the firewall may have read what was put back"
+               : "";
 }
 
 }  // namespace
@@ -126,27 +118,31 @@ void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
 }
 
 // What is thrown by the call is thrown before the library changes anything.
-Outcome ChangeReport::Call(const std::function<int()> &call) {
-    Outcome outcome;
+void ChangeReport::Call(const Operation &operation, Done &done) {
     TLIBCErrSetEx(0, nullptr, 0);
-    ChangeLog log;
+    done.outcome.notified.plugins = &done.plugins;
     try {
-        outcome.result = call();
-    } catch (const std::exception &error) {
-        outcome.problem = LowerFirst(error.what());
+        ProgramOutput programs;
+        try {
+            done.result = operation(done.outcome);
+        } catch (const std::exception &error) {
+            done.problem = LowerFirst(error.what());
+        }
+        done.output = programs.End();
+    } catch (const std::system_error &error) {
+        done.problem = LowerFirst(error.what());
     }
-    outcome.code = TLIBCErrGet();
-    outcome.lines = log.End();
-    for (LoggedLine &line : outcome.lines) {
-        line.text = Replaced(std::move(line.text), copied_path_, source_name_);
+    for (const std::string &line : done.output) {
+        PrintLogLine(line);
     }
-    return outcome;
 }
 
 // Nothing that is thrown comes out: who sees it would take it that nothing was changed.
-void ChangeReport::Do(const std::function<int()> &call) {
+void ChangeReport::Do(const Operation &operation) {
     try {
-        TellOutcome(Call(call));
+        Done done;
+        Call(operation, done);
+        TellOutcome(done);
     } catch (const std::exception &error) {
         TellFailed("cannot tell what came of the change: " + LowerFirst(error.what()),
                    "look at what the file holds now");
@@ -154,19 +150,42 @@ void ChangeReport::Do(const std::function<int()> &call) {
     AddResult();
 }
 
-// A call that fails has told nobody; in all others people were told, whatever became of the file.
-void ChangeReport::TellOutcome(const Outcome &outcome) {
+std::string ChangeReport::ReasonOf(const StepFailure &failure, const Done &done) const {
+    // Each plugin that failed is named, not only the first.
+    std::string reasons;
+    if (failure.step == Step::kRunPlugins) {
+        for (const PluginResult &plugin : done.plugins) {
+            if (plugin.status != 0) {
+                StepFailure one = failure;
+                CopyText(one.path, plugin.path);
+                one.status = plugin.status;
+                reasons +=
+                    (reasons.empty() ? "" : "; ") + ReasonText(one, change_.path, done.output);
+            }
+        }
+    }
+    if (!reasons.empty()) {
+        return reasons;
+    }
+    return Replaced(LowerFirst(ReasonText(failure, change_.path, done.output)), copied_path_,
+                    source_name_);
+}
+
+// A call that fails has notified nobody; in all others listeners were notified, whatever became of
+// the file.
+void ChangeReport::TellOutcome(const Done &done) {
     if (!change_.path.empty()) {
-        TellFile(outcome);
+        TellFile(done);
     }
-    if (change_.path.empty() || outcome.result >= 0) {
-        TellListeners(outcome.lines);
+    if (change_.path.empty() || done.result >= 0) {
+        TellListeners(done);
     }
+    TellStagedCopy(done.outcome.failure);
     TellSideCopies();
 }
 
 // The library does not notice every write that fails, so the file itself is asked.
-void ChangeReport::TellFile(const Outcome &outcome) {
+void ChangeReport::TellFile(const Done &done) {
     FileText now;
     try {
         now = TextOf(change_.path);
@@ -177,23 +196,25 @@ void ChangeReport::TellFile(const Outcome &outcome) {
     }
     changed_ = now != change_.before;
     const bool as_planned = now == change_.after;
-    if (outcome.result >= 0 && as_planned && change_.told_only) {
+    if (done.result >= 0 && as_planned && change_.told_only) {
         return;
     }
-    if (outcome.result >= 0 && as_planned) {
+    if (done.result >= 0 && as_planned) {
         report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
         return;
     }
-    if (outcome.result >= 0 && changed_) {
+    if (done.result >= 0 && changed_) {
         TellFailed("somebody else changed it meanwhile", "look at it, and make the change again");
         return;
     }
-    const std::string reason = LowerFirst(ReasonOf(outcome, change_.path));
+    const std::string known =
+        done.problem.empty() ? ReasonOf(done.outcome.failure, done) : done.problem;
+    const std::string reason = known.empty() ? "the reason is unknown" : known;
     if (change_.told_only) {
         TellFailed(reason, "");
     } else if (!changed_) {
         TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
-                   FirewallFix(outcome.lines));
+                   FirewallFix(done.outcome));
     } else if (as_planned) {
         TellFailed(reason + "; the file is changed all the same", "write servicetool restart");
     } else {
@@ -219,19 +240,35 @@ void ChangeReport::Warn(std::string file, std::string rule, std::string message,
     report_.Raise(Status::kFailed);
 }
 
-void ChangeReport::TellListeners(const std::vector<LoggedLine> &lines) {
-    hearings_ = HearingsOf(change_.listeners, lines);
+void ChangeReport::TellListeners(const Done &done) {
+    const Notifications &notified = done.outcome.notified;
     std::vector<Listener> told;
-    for (const Hearing &hearing : hearings_) {
-        if (hearing.told) {
-            told.push_back(hearing.listener);
-        } else {
-            Warn("", "not-told", NotToldText(hearing),
-                 NotToldFix(hearing.listener, !change_.after));
+    for (const Listener listener : change_.listeners) {
+        const std::string name(ListenerName(listener));
+        if (IsServed(notified[listener])) {
+            told.push_back(listener);
+            told_.push_back(name);
+            continue;
         }
+        not_told_.push_back(name);
+        const std::string reason = ReasonOf(FailureOf(listener, notified), done);
+        Warn("", "not-told",
+             NotToldText(listener, reason.empty() ? "the reason is unknown" : reason),
+             NotToldFix(listener, !change_.after));
     }
     if (!told.empty()) {
         report_.PrintDone("told " + ListenersText(told));
+    }
+}
+
+// The library copies a file to a name of its own before it puts it in its place. Where that fails
+// the copy stays, for those who want to know why.
+void ChangeReport::TellStagedCopy(const StepFailure &failure) {
+    struct stat status {};
+    if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
+        lstat(failure.path, &status) == 0) {
+        Warn(failure.path, "left-behind", "is what could not be installed, and was left behind",
+             "remove it");
     }
 }
 
@@ -256,8 +293,8 @@ void ChangeReport::AddResult() {
         one.update(ConflictJson(conflict));
         json["conflicts"].push_back(std::move(one));
     }
-    json["told"] = NamesOf(hearings_, true);
-    json["not_told"] = NamesOf(hearings_, false);
+    json["told"] = told_;
+    json["not_told"] = not_told_;
     report_.AddResult(json);
 }
 

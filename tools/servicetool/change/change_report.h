@@ -9,10 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "change/change_failure.h"
 #include "change/listeners.h"
 #include "change/unified_diff.h"
-#include "input/library_log.h"
+#include "lifecycle/change.h"
 #include "output/report.h"
 #include "ports/conflict_output.h"
 #include "ports/port_sources.h"
@@ -52,10 +51,12 @@ class ChangeReport {
     // are taken, there is nothing to change, or this is a dry run.
     bool Begin(const std::string &what);
 
-    // Does it by calls of the library, which give -1 for a failure, and tells what came of it.
-    void Do(const std::function<int()> &call);
+    // Does it by an operation of the library, which gives -1 for a failure, and tells what came of
+    // it.
+    using Operation = std::function<int(ChangeOutcome &outcome)>;
+    void Do(const Operation &operation);
 
-    // For the call of Do: where the library or a program says `path`, `name` is meant.
+    // For the operation of Do: where the library or a program says `path`, `name` is meant.
     void ShowAs(const std::string &path, const std::string &name);
 
     // Adds the result of the change as far as it came. The above do so, too, where they end it.
@@ -65,12 +66,22 @@ class ChangeReport {
     bool RefusesPorts();
     void PrintPlan(const std::string &what);
     bool End(const std::string &text);
-    Outcome Call(const std::function<int()> &call);
-    void TellOutcome(const Outcome &outcome);
-    void TellFile(const Outcome &outcome);
+    // What an operation came to.
+    struct Done {
+        int result = -1;
+        std::string problem;  // why it was not even called; else empty
+        ChangeOutcome outcome;
+        GrowingArray<PluginResult> plugins;  // that were run
+        std::vector<std::string> output;     // of programs
+    };
+    void Call(const Operation &operation, Done &done);
+    void TellOutcome(const Done &done);
+    void TellFile(const Done &done);
     void TellFailed(std::string message, std::string fix);
-    void TellListeners(const std::vector<LoggedLine> &lines);
+    void TellListeners(const Done &done);
+    void TellStagedCopy(const StepFailure &failure);
     void TellSideCopies();
+    std::string ReasonOf(const StepFailure &failure, const Done &done) const;
     void Warn(std::string file, std::string rule, std::string message, std::string fix);
 
     Change change_;
@@ -82,8 +93,9 @@ class ChangeReport {
     bool taken_ = false;
     bool unknown_ = false;
     bool changed_ = false;
-    std::vector<Hearing> hearings_;
-    std::string copied_path_;  // what is shown as source_name_
+    std::vector<std::string> told_;      // listeners as JSON names them
+    std::vector<std::string> not_told_;  // likewise
+    std::string copied_path_;            // what is shown as source_name_
     std::string source_name_;
 };
 

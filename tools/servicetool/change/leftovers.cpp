@@ -22,14 +22,9 @@
 #include "input/folder_names.h"
 #include "input/input_file.h"
 #include "input/service_file.h"
+#include "lifecycle/side_copy.h"
 #include "ports/rule_file.h"
-#include "tavocore.h"
-
-// An appliance's own core library may lack them.
-extern "C" {
-__attribute__((weak)) TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder);
-__attribute__((weak)) void TLIBCFolderLockRelease(TLIBCFolderLock *pLock);
-}
+#include "support/writers_lock.h"
 
 namespace tavo::tool {
 namespace {
@@ -121,7 +116,7 @@ bool IsGone(const std::string &name) {
 }
 
 bool IsPartOfStore(const std::string &name, const std::string &store) {
-    return name != kWriterFolder && (name != kStagedFolder || store == kFirewallFolder);
+    return name != kWriterFolder && (name != kStagedFolder || store == kFirewallDirectory);
 }
 
 std::vector<std::string> NamesOrThrow(const std::string &folder) {
@@ -354,14 +349,12 @@ void Search::LookForWriter(const std::string &folder) {
 
 // The next writer removes what an earlier one left; this one writes nothing.
 std::string RemoveWriterFolder(const std::string &path) {
-    if (TLIBCFolderLockTake == nullptr || TLIBCFolderLockRelease == nullptr) {
+    if (!WritersLock::IsAvailable()) {
         return "the next change of a file in its folder removes it";
     }
-    TLIBCFolderLock *lock = TLIBCFolderLockTake(path.substr(0, path.rfind('/')).c_str());
-    if (lock == nullptr) {
+    if (!WritersLock(path.substr(0, path.rfind('/')).c_str()).IsHeld()) {
         return "the lock of its folder cannot be taken";
     }
-    TLIBCFolderLockRelease(lock);
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 ? "a writer uses it" : "";
 }
@@ -425,7 +418,7 @@ Leftovers FindLeftovers() {
     const std::string rules = kRuleFile;
     search.LookForWriter(rules.substr(0, rules.rfind('/')));
     search.LookBeside(rules, S_IFREG);
-    search.LookBeside(kFirewallFolder, S_IFDIR);
+    search.LookBeside(kFirewallDirectory, S_IFDIR);
     return std::move(search).Result();
 }
 

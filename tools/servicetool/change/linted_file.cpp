@@ -3,19 +3,9 @@
 #include <utility>
 
 #include "input/input_file.h"
-#include "input/library_log.h"
 #include "output/text.h"
 
 namespace tavo::tool {
-namespace {
-
-LintResult LintQuietly(const std::string &text, const std::string &name) {
-    const LibraryLog log;
-    return LintText(text, name);
-}
-
-}  // namespace
-
 bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std::string fix) {
     const bool standard_input = path == kStandardInput;
     file.name = standard_input ? std::string(kStandardInputName) : path;
@@ -26,7 +16,7 @@ bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std:
         return false;
     }
     file.text = std::move(contents.text);
-    file.lint = LintQuietly(file.text, file.name);
+    file.lint = LintText(file.text, file.name);
     for (const Diagnostic &diagnostic : file.lint.diagnostics) {
         report.Tell(diagnostic);
     }

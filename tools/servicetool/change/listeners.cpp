@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
-
-#include "change/change_failure.h"
+#include <string_view>
 
 namespace tavo::tool {
 namespace {
@@ -12,47 +11,19 @@ struct ListenerKind {
     Listener listener;
     std::string_view name;
     std::string_view words;
-    std::string_view condition;  // under which it is told at all
+    std::string_view condition;  // under which it is notified at all
 };
 
 constexpr ListenerKind kKinds[] = {
-    {Listener::kRouter, "router", "the router tool", ""},
+    {Listener::kRouterTool, "router", "the router tool", ""},
     {Listener::kFirewall, "firewall", "the firewall", ""},
-    {Listener::kRelay, "relay", "the relay daemon", " if it runs"},
+    {Listener::kRelayDaemon, "relay", "the relay daemon", " if it runs"},
     {Listener::kPlugins, "plugins", "the plugins", ""},
 };
 
 const ListenerKind &KindOf(Listener listener) {
     return *std::find_if(std::begin(kKinds), std::end(kKinds),
                          [listener](const auto &kind) { return kind.listener == listener; });
-}
-
-// What the library logs when it cannot tell somebody, misspelt as it is there. Who comes behind a
-// listener that failed is not told either.
-struct FailureMark {
-    std::string_view text;
-    Listener silent;
-};
-
-constexpr FailureMark kFailureMarks[] = {
-    {"/usr/tavo/sbin/tavoroutertool --udpate ", Listener::kRouter},
-    {"Failed to execute [/usr/tavo/bin/tavofirewall --reload]", Listener::kFirewall},
-    {"Failed to execute [/usr/tavo/bin/tavofirewall --reload]", Listener::kRelay},
-    {"FAILED to init plugin sdk", Listener::kPlugins},
-    {"FAILED to init plugin sdk", Listener::kRelay},
-    {"FAILED to invoke plugins", Listener::kPlugins},
-    {"FAILED to invoke plugins", Listener::kRelay},
-    {"FAILED to notify portforward", Listener::kPlugins},
-    {"FAILED to set ", Listener::kPlugins},
-    {"FAILED to notify tavorelayd", Listener::kRelay},
-};
-
-bool Silences(const LoggedLine &line, Listener listener) {
-    return line.of_library && std::any_of(std::begin(kFailureMarks), std::end(kFailureMarks),
-                                          [&](const FailureMark &mark) {
-                                              return mark.silent == listener &&
-                                                     line.text.starts_with(mark.text);
-                                          });
 }
 
 }  // namespace
@@ -71,36 +42,38 @@ std::string ListenersText(const std::vector<Listener> &listeners) {
     return text;
 }
 
-std::string NotToldText(const Hearing &hearing) {
-    return "could not tell " + std::string(KindOf(hearing.listener).words) + ": " + hearing.reason;
+bool IsServed(const Notification &notification) {
+    return notification.state == Notified::kYes || notification.state == Notified::kNotRunning;
+}
+
+std::string NotToldText(Listener listener, const std::string &reason) {
+    return "could not tell " + std::string(KindOf(listener).words) + ": " + reason;
 }
 
 std::string NotToldFix(Listener listener, bool gone) {
     switch (listener) {
         case Listener::kFirewall:
             return "write servicetool restart";
-        case Listener::kRelay:
+        case Listener::kRelayDaemon:
             return "write servicetool restart --relay";
         case Listener::kPlugins:
             return gone ? "install the file again and remove it once more"
                         : "remove the file and install it again";
-        case Listener::kRouter:
+        case Listener::kRouterTool:
             break;
     }
     return "it hears of a change only when it is made: change the section back and then again";
 }
 
-std::vector<Hearing> HearingsOf(const std::vector<Listener> &listeners,
-                                const std::vector<LoggedLine> &lines) {
-    std::vector<Hearing> hearings;
-    for (const Listener listener : listeners) {
-        const auto line = std::find_if(lines.begin(), lines.end(), [listener](const auto &one) {
-            return Silences(one, listener);
-        });
-        const bool told = line == lines.end();
-        hearings.push_back({listener, told, told ? "" : ReasonInLine(line->text)});
+const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
+    if (notified[listener].state == Notified::kNotReached) {
+        for (const ListenerKind &kind : kKinds) {
+            if (notified[kind.listener].state == Notified::kFailed) {
+                return notified[kind.listener].failure;
+            }
+        }
     }
-    return hearings;
+    return notified[listener].failure;
 }
 
 }  // namespace tavo::tool

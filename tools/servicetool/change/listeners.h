@@ -1,4 +1,4 @@
-// Who acts on declared ports, and whether a change came to their ears.
+// Those who act on declared ports, in words.
 #ifndef TAVO_SERVICETOOL_CHANGE_LISTENERS_H
 #define TAVO_SERVICETOOL_CHANGE_LISTENERS_H
 
@@ -6,11 +6,9 @@
 #include <string_view>
 #include <vector>
 
-#include "input/library_log.h"
+#include "lifecycle/notification.h"
 
 namespace tavo::tool {
-
-enum class Listener { kRouter, kFirewall, kRelay, kPlugins };
 
 // As JSON names it: "router", "firewall", "relay" or "plugins".
 std::string_view ListenerName(Listener listener);
@@ -18,22 +16,19 @@ std::string_view ListenerName(Listener listener);
 // "the router tool, the firewall and the relay daemon if it runs"
 std::string ListenersText(const std::vector<Listener> &listeners);
 
-struct Hearing {
-    Listener listener;
-    bool told = true;
-    std::string reason;  // why not
-};
+// Whether a listener needs no further notification. A daemon that does not run reads its
+// configuration when it starts.
+bool IsServed(const Notification &notification);
 
 // "could not tell the plugins: REASON"
-std::string NotToldText(const Hearing &hearing);
+std::string NotToldText(Listener listener, const std::string &reason);
 
-// How a listener that was not told of a file hears of it after all; `gone`: the file was removed.
+// How a listener that was not notified of a change of a file still can be; `gone`: the file was
+// removed.
 std::string NotToldFix(Listener listener, bool gone);
 
-// Who of them was told by a call of the library that logged these lines: it goes on past those who
-// cannot be told, and only logs that.
-std::vector<Hearing> HearingsOf(const std::vector<Listener> &listeners,
-                                const std::vector<LoggedLine> &lines);
+// Why a listener was not notified: its own failure, or that of the one before it.
+const StepFailure &FailureOf(Listener listener, const Notifications &notified);
 
 }  // namespace tavo::tool
 

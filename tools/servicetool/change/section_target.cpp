@@ -6,11 +6,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include "change/staged_section.h"
+#include "change/staged_file.h"
 #include "config_lines.h"
 #include "input/input_file.h"
 #include "input/library_failure.h"
-#include "input/library_log.h"
 #include "lint/lint.h"
 #include "output/text.h"
 #include "ports/port_sources.h"
@@ -44,7 +43,6 @@ void ReadSection(SectionTarget &target) {
     if (!target.file.text) {
         return;
     }
-    const LibraryLog log;
     const MemoryFile copy(*target.file.text);
     const OwnedTable keys = OrThrow(OwnedTable(TLIBCSzHashAlloc(1)));
     TLIBCSzHash *table = keys.get();
@@ -82,11 +80,7 @@ std::set<std::size_t> LinesOfSection(const std::string &text, const std::string 
 bool LintChange(const Change &change, Report &report) {
     const std::string &text = *change.after;
     const std::set<std::size_t> own = LinesOfSection(text, change.section);
-    LintResult lint;
-    {
-        const LibraryLog log;
-        lint = LintText(text, change.path);
-    }
+    LintResult lint = LintText(text, change.path);
     for (Diagnostic &diagnostic : lint.diagnostics) {
         if (own.count(diagnostic.line) != 0) {
             report.Tell(std::move(diagnostic));
@@ -132,7 +126,6 @@ bool TellMissing(const SectionTarget &target, Report &report) {
 }
 
 OwnedPortList ParsePorts(const std::string &text, unsigned int direction) {
-    const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *ports = nullptr;
     ForgetFailure();
     if (TAVOServiceConfPortsGet(text.c_str(), direction, &ports) < 0) {
@@ -174,7 +167,7 @@ Change ChangeOf(std::string_view operation, const SectionTarget &target,
 std::vector<Listener> ListenersOf(Listener first, const SectionOptions &options) {
     std::vector<Listener> listeners = {first};
     if (!options.no_restart) {
-        listeners = {first, Listener::kFirewall, Listener::kRelay};
+        listeners = {first, Listener::kFirewall, Listener::kRelayDaemon};
         listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
     }
     return listeners;
@@ -192,7 +185,7 @@ OwnedPortList ReadPorts(const std::string &text, unsigned int direction, Report 
     OwnedPortList ports = ParsePorts(text, direction);
     if (ports == nullptr) {
         report.TellUsage(Quoted(text) + " is no port list to the library", "");
-    } else if (PortsValue(*ports).empty()) {
+    } else if (!FitsServiceFile(*ports)) {
         report.TellUsage(Quoted(text) + " is longer than the " +
                              std::to_string(kLongestPortsValue) +
                              " bytes that a service file has for ports",

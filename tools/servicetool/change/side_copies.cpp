@@ -4,11 +4,12 @@
 #include <unistd.h>
 
 #include "input/service_file.h"
+#include "lifecycle/side_copy.h"
 #include "ports/rule_file.h"
 
 namespace tavo::tool {
 std::vector<SideCopy> SideCopiesLeft() {
-    std::vector<std::string> originals = {kFirewallFolder, kRuleFile};
+    std::vector<std::string> originals = {kFirewallDirectory, kRuleFile};
     for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
         originals.emplace_back(folder.path);
     }

@@ -7,9 +7,6 @@
 
 namespace tavo::tool {
 
-// The rules of the firewall, one of the stores that are copied.
-inline constexpr char kFirewallFolder[] = "/usr/tavo/etc/firewall.d";
-
 struct SideCopy {
     std::string original;
     std::string path;

@@ -11,7 +11,6 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "change/left_copies.h"
 #include "change/linted_file.h"
 #include "change/private_folder.h"
 #include "commands/commands.h"
@@ -56,7 +55,7 @@ Change ChangeOf(std::string_view operation, const InstallOptions &options,
         .section = {},
         .before = file.text,
         .after = source.text,
-        .listeners = {Listener::kPlugins, Listener::kRelay},
+        .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
         .dry_run = options.dry_run,
         .force = options.force,
         .unknown_fix = "add --force to go on all the same",
@@ -86,28 +85,32 @@ void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeRepo
     }
 }
 
-int CallInstall(const InstalledFile &file, const std::string &source) {
-    TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
-    const int result = TAVOServiceConfInstallBaseName(file.name.c_str(), source.c_str(),
-                                                      file.folder.selector, &conflicts);
-    TAVOServiceConfPortsFree(conflicts);
-    if (result < 0) {
-        return -1;
-    }
-    TAVO_SERVICE_CONF_NOTIFY notify{};
+// A file that was not installed reads as empty.
+int InstallNew(const InstalledFile &file, const std::string &source,
+               TAVO_SERVICE_CONF_NOTIFY &notify, StepFailure &failure,
+               TAVO_SERVICE_CONF_PORT *&conflicts) {
     kNoFile.copy(notify.szOldConfPath, sizeof(notify.szOldConfPath) - 1);
     file.path.copy(notify.szNewConfPath, sizeof(notify.szNewConfPath) - 1);
     notify.blNotifyFw = 1;
     notify.blNotifyPf = 1;
-    return TLIBServiceConfUpdateServNotify(&notify);
+    return InstallFile(file.name.c_str(), source.c_str(), file.folder.selector, &conflicts,
+                       failure);
 }
 
-int CallUpdate(const InstalledFile &file, const std::string &source) {
+int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeOutcome &outcome) {
     TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
-    const int result = TAVOServiceConfUpdateBaseName(file.name.c_str(), source.c_str(),
-                                                     file.folder.selector, &conflicts);
+    TAVO_SERVICE_CONF_NOTIFY notify{};
+    TemporaryCopy old;
+    const int result = file.text
+                           ? UpdateFile(file.name.c_str(), source.c_str(), file.folder.selector,
+                                        &conflicts, notify, old, outcome.failure)
+                           : InstallNew(file, source, notify, outcome.failure, conflicts);
     TAVOServiceConfPortsFree(conflicts);
-    return result < 0 ? -1 : 0;
+    if (result < 0) {
+        return -1;
+    }
+    NotifyOfUpdate(notify, outcome.notified);
+    return 0;
 }
 
 // A new file goes to the folder of packages where no other is asked for, an update to where the
@@ -166,14 +169,12 @@ void Place(const Placement &placement, const InstallOptions &options, Report &re
     if (!change.Begin(WhatIsDone(file, source))) {
         return;
     }
-    const LeftCopies copies(file);
-    change.Do([&] {
+    change.Do([&](ChangeOutcome &outcome) {
         const PrivateFolder folder;
         const std::string path = folder.Make(file.name, source.text);
         change.ShowAs(path, source.name);
-        return file.text ? CallUpdate(file, path) : CallInstall(file, path);
+        return PlaceAndNotify(file, path, outcome);
     });
-    copies.Tell(report);
 }
 
 }  // namespace

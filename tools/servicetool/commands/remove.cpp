@@ -12,7 +12,6 @@
 #include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
-#include "input/library_log.h"
 #include "input/library_owners.h"
 #include "input/service_file.h"
 #include "lint/file_remarks.h"
@@ -25,10 +24,7 @@ namespace {
 std::string ServicesText(const std::string &text) {
     const MemoryFile copy(text);
     TAVO_SERVICE_CONF *list = nullptr;
-    {
-        const LibraryLog log;
-        TAVOServiceConfGet(copy.Path().c_str(), &list);
-    }
+    TAVOServiceConfGet(copy.Path().c_str(), &list);
     const OwnedConf conf(list);
     std::string names;
     const auto sections = InFileOrder(list == nullptr ? nullptr : list->pSections);
@@ -71,7 +67,7 @@ void Complete(const InstalledFile &file, const std::vector<std::string> &copies,
                          .section = {},
                          .before = {},
                          .after = {},
-                         .listeners = {Listener::kPlugins, Listener::kRelay},
+                         .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
                          .told_only = true,
                          .dry_run = dry_run},
                         report);
@@ -79,16 +75,24 @@ void Complete(const InstalledFile &file, const std::vector<std::string> &copies,
     if (!change.Begin("is removed already; notify from the copy " + Escaped(newest))) {
         return;
     }
-    change.Do([&newest] {
-        TAVO_SERVICE_CONF_REMOVE_NOTIFY notify{};
-        notify.pszConfPath = newest.c_str();
-        notify.blNotifyFw = 1;
-        notify.blNotifyPf = 1;
-        return TLIBServiceConfRemoveServNotify(&notify);
+    change.Do([&newest](ChangeOutcome &outcome) {
+        NotifyOfRemoval({newest.c_str(), 1, 1}, outcome.notified);
+        return 0;
     });
     if (report.Worst() == Status::kOk) {
         RemoveCopies(copies, report);
     }
+}
+
+int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
+    const TAVO_SERVICE_CONF_SET_PARAM param = RemovalOf(file.name.c_str(), file.folder.selector);
+    TAVO_SERVICE_CONF_REMOVE_NOTIFY notify{};
+    TemporaryCopy old;
+    if (RemoveFile(&param, notify, old, outcome.failure) < 0) {
+        return -1;
+    }
+    NotifyOfRemoval(notify, outcome.notified);
+    return 0;
 }
 
 }  // namespace
@@ -114,14 +118,12 @@ void Remove(const RemoveOptions &options, Report &report) {
                          .section = {},
                          .before = file.text,
                          .after = {},
-                         .listeners = {Listener::kPlugins, Listener::kRelay},
+                         .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
                          .dry_run = options.dry_run},
                         report);
     const std::string what = ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself);
     if (change.Begin(what) && CanBeKept(file, change)) {
-        change.Do([&file] {
-            return TAVOServiceConfRemoveBaseName(file.name.c_str(), file.folder.selector);
-        });
+        change.Do([&file](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });
     }
 }
 

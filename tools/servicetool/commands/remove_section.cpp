@@ -1,6 +1,6 @@
 // servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
 #include "change/section_target.h"
-#include "change/staged_section.h"
+#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "lint/file_remarks.h"
 
@@ -33,7 +33,7 @@ void RemoveSection(const SectionOptions &options, Report &report) {
     param.nCheckFlags = kTouched;
     ChangeReport change(std::move(plan), report);
     if (change.Begin(what)) {
-        change.Do([&] { return TLIBServiceConfSectionRemove(&param); });
+        change.Do([&](ChangeOutcome &outcome) { return tavo::RemoveSection(&param, outcome); });
     }
 }
 

@@ -12,11 +12,12 @@ void Restart(const RestartOptions &options, Report &report) {
     Change plan;
     plan.operation = "restart";
     plan.dry_run = options.dry_run;
-    plan.listeners = firewall ? std::vector{Listener::kFirewall, Listener::kRelay}
-                              : std::vector{Listener::kRelay};
+    plan.listeners = firewall ? std::vector{Listener::kFirewall, Listener::kRelayDaemon}
+                              : std::vector{Listener::kRelayDaemon};
     ChangeReport change(std::move(plan), report);
     if (change.Begin("")) {
-        change.Do([flags] { return TLIBServiceConfServRestart(flags); });
+        change.Do(
+            [flags](ChangeOutcome &outcome) { return RestartServices(flags, outcome.notified); });
     }
 }
 

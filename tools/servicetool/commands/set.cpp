@@ -6,7 +6,7 @@
 #include <iterator>
 
 #include "change/section_target.h"
-#include "change/staged_section.h"
+#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "input/library_failure.h"
 #include "lint/file_remarks.h"
@@ -169,10 +169,11 @@ void Set(const SetOptions &options, Report &report) {
     section->pSrcPorts = Reversed(section->pSrcPorts);
     const TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
     Change plan = ChangeOf("set", target, options, WithSection(target.file.text, *section));
-    plan.listeners = ListenersOf(Listener::kRouter, options);
+    plan.listeners = ListenersOf(Listener::kRouterTool, options);
     ChangeReport change(std::move(plan), report);
     if (CheckSection(target, query, change, report) && change.Begin(WhatIsDone(target))) {
-        change.Do([&] { return TLIBServiceConfSectionSet(&param, section.get()); });
+        change.Do(
+            [&](ChangeOutcome &outcome) { return WriteSection(&param, section.get(), outcome); });
     }
 }
 

@@ -1,6 +1,6 @@
 // servicetool set-ports.
 #include "change/section_target.h"
-#include "change/staged_section.h"
+#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "lint/file_remarks.h"
 #include "ports/section_queries.h"
@@ -20,7 +20,7 @@ void SetPorts(const SetPortsOptions &options, Report &report) {
     const TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
     Change plan =
         ChangeOf("set-ports", target, options, WithPorts(target.file.text, target.section, *ports));
-    plan.listeners = ListenersOf(Listener::kRouter, options);
+    plan.listeners = ListenersOf(Listener::kRouterTool, options);
     if (options.source) {
         plan.taken_fix = "use servicetool set --src-ports, which does not compare them";
     }
@@ -29,7 +29,7 @@ void SetPorts(const SetPortsOptions &options, Report &report) {
                              ".ports of section [" + target.section + ']' +
                              LinkRemark(target.file.path, OfLink::kTarget);
     if (CheckSection(target, query, change, report) && change.Begin(what)) {
-        change.Do([&] { return TLIBServiceConfPortsSet(&param, ports.get()); });
+        change.Do([&](ChangeOutcome &outcome) { return WritePorts(&param, ports.get(), outcome); });
     }
 }
 

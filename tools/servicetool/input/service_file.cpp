@@ -12,7 +12,6 @@
 
 #include "base/system_files.h"
 #include "input/input_file.h"
-#include "input/library_log.h"
 #include "output/text.h"
 #include "ports/protocols.h"
 
@@ -43,7 +42,6 @@ bool ListFolder(const std::string &path, std::vector<std::string> &names) {
 
 // `path` is what the library opens, which for standard input is not the name that is shown.
 void ReadWithLibrary(const std::string &path, ServiceFile &file) {
-    const LibraryLog log;
     TAVO_SERVICE_CONF *conf = nullptr;
     if (TAVOServiceConfGet(path.c_str(), &conf) == 0) {
         file.conf.reset(conf);

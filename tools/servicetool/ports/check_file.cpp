@@ -12,7 +12,6 @@
 #include "change/linted_file.h"
 #include "config_lines.h"
 #include "input/input_file.h"
-#include "input/library_log.h"
 #include "output/text.h"
 #include "ports/conflict_output.h"
 #include "ports/section_queries.h"
@@ -33,7 +32,6 @@ struct CheckedSection {
 // What an install would be told.
 int LibraryVerdictOn(const std::string &text) {
     const MemoryFile file(text);
-    const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
     const int verdict = TLIBIsConfPortConflict(file.Path().c_str(), &conflicts);
     TAVOServiceConfPortsFree(conflicts);

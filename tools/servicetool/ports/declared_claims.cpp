@@ -7,7 +7,6 @@
 #include <set>
 #include <string>
 
-#include "input/library_log.h"
 #include "input/library_owners.h"
 #include "ports/port_sources.h"
 #include "ports/protocols.h"
@@ -90,7 +89,6 @@ void AddFailed(std::string_view source, DeclaredClaims &declared) {
 }
 
 OwnedConfResults FetchSystemServices() {
-    const LibraryLog log;
     return OrThrow(OwnedConfResults(SysConfListFetch()));
 }
 

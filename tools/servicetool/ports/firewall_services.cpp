@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "input/input_file.h"
-#include "input/library_log.h"
 #include "output/text.h"
 
 namespace tavo::tool {
@@ -48,7 +47,6 @@ void ReadFiles(FirewallServices &read, Report &report) {
 }
 
 bool ReadRecords(FirewallServices &read) {
-    const LibraryLog log;
     TAVO_FW_SERVICE *records = nullptr;
     const bool good = TAVOFwServiceEnum(&records) >= 0;
     read.records.reset(records);

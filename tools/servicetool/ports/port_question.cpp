@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "input/library_failure.h"
-#include "input/library_log.h"
 #include "input/service_file.h"
 #include "output/text.h"
 #include "ports/protocols.h"
@@ -47,7 +46,6 @@ PortRanges RangesOf(const TAVO_SERVICE_CONF_PORT *list) {
 
 LibraryAnswer AskInWords(const std::string &ports, std::uint32_t protocols,
                          const SkippedNames &skipped, int flag) {
-    const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *list = nullptr;
     ForgetFailure();
     const int result = TLIBIsPortConflict(Joined(skipped).c_str(), ports.c_str(),

@@ -5,7 +5,6 @@
 
 #include "input/input_file.h"
 #include "input/library_failure.h"
-#include "input/library_log.h"
 #include "input/library_owners.h"
 #include "input/service_file.h"
 
@@ -18,7 +17,6 @@ constexpr std::string_view kPortsKey = "dst.ports";
 
 OwnedConf ReadConf(const std::string &text) {
     const MemoryFile copy(text);
-    const LibraryLog log;
     TAVO_SERVICE_CONF *conf = nullptr;
     ForgetFailure();
     if (TAVOServiceConfGet(copy.Path().c_str(), &conf) != 0) {
@@ -44,7 +42,6 @@ std::string GlobalPorts(const std::string &text) {
 
 // Ports that cannot be read are passed over by an install, too.
 OwnedPortList ReadPorts(const std::string &text) {
-    const LibraryLog log;
     TAVO_SERVICE_CONF_PORT *ports = nullptr;
     ForgetFailure();
     if (!text.empty() &&

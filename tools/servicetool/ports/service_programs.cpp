@@ -5,7 +5,6 @@
 #include <string_view>
 #include <vector>
 
-#include "input/library_log.h"
 #include "input/library_owners.h"
 #include "output/text.h"
 #include "tavoserviceconf.h"
@@ -101,7 +100,6 @@ bool ProgramsOfServices::HasSection(const std::vector<std::string> &names,
 const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::string &name) {
     const auto [known, is_new] = sections_.try_emplace(name);
     if (is_new && IsPlain(name)) {
-        const LibraryLog log;
         TLIBCSzList *list = OrThrow(OwnedNames(TLIBCSzListAlloc(0))).release();
         TAVOFwSectionNameEnum(name.c_str(), &list);
         const OwnedNames owner(list);

@@ -19,7 +19,6 @@
 
 #include "input/input_file.h"
 #include "input/library_failure.h"
-#include "input/library_log.h"
 #include "input/library_owners.h"
 #include "tavoserviceconf.h"
 
@@ -307,7 +306,6 @@ std::string StateName(const HeldSocket &socket) {
 }
 
 SocketHolders LookAtSockets() {
-    const LibraryLog log;
     Look look;
     const std::string problem = look.Take();
     return {problem.empty(), problem, look.Result()};

@@ -1,0 +1,80 @@
+// Why a change, or the notification of a listener, failed: which step, and what the system, the
+// core library or a program reported. The log has a line for most of these, but nothing reads the
+// log.
+#ifndef TAVO_SRC_LIFECYCLE_STEP_FAILURE_H
+#define TAVO_SRC_LIFECYCLE_STEP_FAILURE_H
+
+#include "support/service_directory.h"
+#include "support/text.h"
+#include "tavocore.h"
+
+namespace tavo {
+
+enum class Step {
+    kNone,            // nothing failed
+    kCheckArguments,  // the caller's arguments are refused
+    kPrintPorts,      // the ports are no value for a service file
+    kCheckPorts,      // it is unknown whether the ports are taken
+    kTakenPorts,      // the ports are taken
+    kVerifySource,    // the file to install
+    kLock,            // a store
+    kLook,            // whether a file exists is unknown
+    kMissingFile,     // the file to change
+    kMakeFolder,      // for a service file
+    kMakeFile,        // an empty service file, or the name for a copy
+    kReadSection,     // the section to change
+    kMissingSection,  // the section to change
+    kSetKeys,         // the new keys of the section
+    kOccupied,        // a folder that is not empty has the name of a copy
+    kCopy,            // a file
+    kStage,           // the copy of the file to install, at `path`
+    kReplace,         // the file by that copy
+    kWrite,           // the section
+    kRemove,          // the file or the section
+    kBackUp,          // a store
+    kRestore,         // a store
+    kDeleteBackup,    // of a store
+    kFirewallRecord,  // the firewall tool removes the record of a service
+    kRestart,         // of the services that depend on the file
+    kPreparePlugins,  // the plugin library, or an argument for the plugins
+    kRunPlugins,      // at least one plugin
+    kReload,          // the firewall or the relay daemon
+    kQueryService,    // whether the relay daemon runs is unknown
+    kUpdateRouter,    // the router tool
+};
+
+struct StepFailure {
+    Step step = Step::kNone;
+    unsigned int code = 0;          // of the core library; 0 where it reported none
+    int error = 0;                  // errno; 0 where the system reported none
+    const char *program = nullptr;  // that was run
+    int status = 0;                 // of the program: an exit status, 128 + n after signal n, or
+                                    // -1 when it could not be run
+    char path[kPathSize] = "";      // of what the step worked on; empty where the step says it
+
+    bool HasFailed() const { return step != Step::kNone; }
+
+    // Each of these records a failure with the present error state. The first one is kept: what
+    // follows is a consequence. -1.
+    int Set(Step failed, const char *on = "", int system_error = 0) {
+        if (!HasFailed()) {
+            step = failed;
+            code = TLIBCErrGet();
+            error = system_error;
+            CopyText(path, on);
+        }
+        return -1;
+    }
+    int SetProgram(Step failed, const char *run, int ended, const char *on = "") {
+        if (!HasFailed()) {
+            Set(failed, on);
+            program = run;
+            status = ended;
+        }
+        return -1;
+    }
+};
+
+}  // namespace tavo
+
+#endif

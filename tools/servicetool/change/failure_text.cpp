@@ -1,0 +1,115 @@
+#include "change/failure_text.h"
+
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "change/program_output.h"
+#include "input/input_file.h"
+#include "input/library_failure.h"
+#include "tavocore.h"
+
+namespace tavo::tool {
+namespace {
+
+// From here on a status says that a signal ended the program.
+constexpr int kSignalled = 128;
+
+// A plugin is known by its path only.
+std::string ProgramOf(const StepFailure &failure) {
+    return *failure.program != '\0' ? failure.program : failure.path;
+}
+
+std::string ProgramReason(const StepFailure &failure, const std::vector<std::string> &output) {
+    const std::string program = ProgramOf(failure);
+    if (failure.status < 0) {
+        return failure.code == TLIBC_ERR_NO_FILE
+                   ? program + " is missing"
+                   : program + " could not be run, or ran out of time";
+    }
+    const std::string said = LastWordOf(program, output);
+    if (!said.empty()) {
+        return said;
+    }
+    return failure.status > kSignalled
+               ? program + " was ended by signal " + std::to_string(failure.status - kSignalled)
+               : program + " ended with status " + std::to_string(failure.status);
+}
+
+// The core library does not say what keeps it from replacing a file; the folder may.
+std::string FolderReason(const std::string &path) {
+    const std::string folder = path.substr(0, path.rfind('/'));
+    struct statvfs system {};
+    if (access(folder.c_str(), W_OK) != 0) {
+        return "the folder: " + ErrorText(errno);
+    }
+    const bool full = statvfs(folder.c_str(), &system) == 0 && system.f_bavail == 0;
+    return full ? "the folder: " + ErrorText(ENOSPC) : "";
+}
+
+// Where the step says all there is to say.
+std::string StepReason(const StepFailure &failure) {
+    switch (failure.step) {
+        case Step::kCheckArguments:
+            return "invalid argument";
+        case Step::kPrintPorts:
+            return "the ports are too long for a service file";
+        case Step::kCheckPorts:
+            return "it is unknown whether the ports are free";
+        case Step::kTakenPorts:
+            return "the ports are taken";
+        case Step::kLock:
+            return std::string("cannot lock ") + failure.path;
+        case Step::kOccupied:
+            return std::string("folder ") + failure.path +
+                   " has the name of a copy and is not empty";
+        case Step::kMissingSection:
+            return "the section does not exist";
+        case Step::kQueryService:
+            return std::string("it is unknown whether ") + failure.path + " runs";
+        case Step::kReload:
+            return std::string(failure.path) + " could not be reloaded";
+        case Step::kPreparePlugins:
+            return "the arguments of the plugins could not be set";
+        case Step::kRunPlugins:
+            return "a plugin failed";
+        default:
+            return {};
+    }
+}
+
+std::string CodeReason(const StepFailure &failure) {
+    const std::string reason = SystemReason(failure.code);
+    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
+    return place + (reason.empty() ? "the reason is unknown" : reason);
+}
+
+}  // namespace
+
+std::string ReasonText(const StepFailure &failure, const std::string &path,
+                       const std::vector<std::string> &output) {
+    if (!failure.HasFailed()) {
+        return {};
+    }
+    if (failure.error == ENOMEM || (failure.error == 0 && failure.code == TLIBC_ERR_NO_MEMORY)) {
+        return ErrorText(ENOMEM);
+    }
+    if (failure.program != nullptr) {
+        return ProgramReason(failure, output);
+    }
+    if (failure.error != 0) {
+        const std::string place =
+            *failure.path == '\0' || failure.path == path ? "" : std::string(failure.path) + ": ";
+        return place + ErrorText(failure.error);
+    }
+    if (failure.step == Step::kWrite || failure.step == Step::kMakeFile) {
+        if (const std::string reason = FolderReason(path); !reason.empty()) {
+            return reason;
+        }
+    }
+    const std::string reason = StepReason(failure);
+    return reason.empty() ? CodeReason(failure) : reason;
+}
+
+}  // namespace tavo::tool
