@@ -13,18 +13,7 @@
  *     TLIBCErrorGetFile and TLIBCErrorGetLine of tavocore.h give it back. A success clears
  *     nothing, and a file whose contents are at fault may set none: clear the state before a call
  *     whose code you want to look at, with TLIBCErrSetEx(0, NULL, 0).
- *        0xD00   bad parameter, bad syntax or bad record
- *        0x200   out of memory
- *        0x600   source path is no folder or regular file
- *        0x700   file does not exist
- *        0x900   file cannot be opened, looked at, or locked in time
- *        0x2800  rename failed, or a store cannot be put back
- *        0x3B00  copy failed
- *        0x3C00  directory cannot be made
- *        0xBF00  output buffer too small
- *        0x2A00  directory cannot be listed
- *        0x9900  firewall services cannot be enumerated
- *        0xC000  a file of that name is already installed
+ *     The codes are TLIBC_ERR_* of tavocore.h and TAVO_ERR_* below.
  *  3. Most failures also write one line to the system log, facility of the caller, priority
  *     LOG_ERR: "SOURCE:LINE MESSAGE", most with "[0xCODE SOURCE:LINE]" of the error state behind
  *     the message.
@@ -59,6 +48,18 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* ---- Error codes ----
+ *
+ * Beside those of tavocore.h, of which TLIBC_ERR_BAD_PARAMETER (0xD00) also means bad syntax and a
+ * bad record, TLIBC_ERR_FILE_UNUSABLE (0x900) also a store that cannot be locked in time, and
+ * TLIBC_ERR_RENAME (0x2800) also a store that cannot be put back. */
+#define TAVO_ERR_BAD_SOURCE 0x600U         /* the source path is no folder or regular file */
+#define TAVO_ERR_LIST_DIRECTORY 0x2A00U    /* a directory cannot be listed */
+#define TAVO_ERR_COPY 0x3B00U              /* a file or folder cannot be copied */
+#define TAVO_ERR_MAKE_DIRECTORY 0x3C00U    /* a directory cannot be made */
+#define TAVO_ERR_FW_SERVICES 0x9900U       /* the firewall services cannot be enumerated */
+#define TAVO_ERR_ALREADY_INSTALLED 0xC000U /* a file of that name is already installed */
 
 /* ---- Records ---- */
 

@@ -6,10 +6,6 @@
 
 namespace tavo {
 
-constexpr unsigned int kOutOfMemory = 0x200;
-constexpr unsigned int kFileUnusable = 0x900;
-constexpr unsigned int kBadParameter = 0xD00;
-
 inline int Fail(unsigned int code, const char *file, int line) {
     TLIBCErrSetEx(code, file, line);
     return -1;
@@ -17,7 +13,7 @@ inline int Fail(unsigned int code, const char *file, int line) {
 
 }  // namespace tavo
 
-// Lets a step fail in one line: return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+// Lets a step fail in one line: return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
 #define TAVO_PLATFORM_FAIL(code) ::tavo::Fail((code), __FILE_NAME__, __LINE__)
 
 #endif

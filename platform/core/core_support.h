@@ -18,15 +18,6 @@
 
 namespace tavo {
 
-enum ErrorCode : unsigned int {
-    kOutOfMemory = 0x200,
-    kFileMissing = 0x700,
-    kFileUnusable = 0x900,
-    kBadParameter = 0xD00,
-    kRenameFailed = 0x2800,
-    kBufferTooSmall = 0xBF00,
-};
-
 // The failure value of any function here: -1, NULL or false.
 struct Failure {
     operator int() const { return -1; }
@@ -37,17 +28,17 @@ struct Failure {
     }
 };
 
-inline Failure Fail(ErrorCode code, const char *file, int line) {
+inline Failure Fail(unsigned int code, const char *file, int line) {
     TLIBCErrSetEx(code, file, line);
     return {};
 }
 
 // Records `code` with the place where this stands and gives the failure value, so that a step fails
-// in one line: return TAVO_CORE_FAIL(kBadParameter);
+// in one line: return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
 #define TAVO_CORE_FAIL(code) ::tavo::Fail((code), __FILE_NAME__, __LINE__)
 
 // The error code of a system call on a file that failed with errno `error`.
-ErrorCode FileError(int error);
+unsigned int FileError(int error);
 
 // Keeps the calling thread's error state as it is, for a step whose failure is not reported.
 class UnchangedErrorState {

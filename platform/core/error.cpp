@@ -48,15 +48,15 @@ int TLIBCErrorGetLine(void) {
 
 namespace tavo {
 
-ErrorCode FileError(int error) {
+unsigned int FileError(int error) {
     switch (error) {
         case ENOENT:
         case ENOTDIR:
-            return kFileMissing;
+            return TLIBC_ERR_NO_FILE;
         case ENOMEM:
-            return kOutOfMemory;
+            return TLIBC_ERR_NO_MEMORY;
         default:
-            return kFileUnusable;
+            return TLIBC_ERR_FILE_UNUSABLE;
     }
 }
 

@@ -23,9 +23,9 @@ using tavo::Child;
 constexpr seconds kGrace{2};
 
 // The kernel reports a missing interpreter of a script as it does a missing program.
-tavo::ErrorCode StartError(int error, const char *program) {
-    const tavo::ErrorCode code = tavo::FileError(error);
-    return code == tavo::kFileMissing && TLIBCFileExist(program) ? tavo::kFileUnusable : code;
+unsigned int StartError(int error, const char *program) {
+    const unsigned int code = tavo::FileError(error);
+    return code == TLIBC_ERR_NO_FILE && TLIBCFileExist(program) ? TLIBC_ERR_FILE_UNUSABLE : code;
 }
 
 // `arguments` begins with the program and ends with a null.
@@ -36,7 +36,7 @@ int Run(const char *const *arguments) {
         return TAVO_CORE_FAIL(StartError(error, arguments[0]));
     }
     const int status = child.Wait();
-    return status < 0 ? TAVO_CORE_FAIL(tavo::kFileUnusable) : status;
+    return status < 0 ? TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE) : status;
 }
 
 // The same with an input and a limit.
@@ -50,7 +50,7 @@ int RunWithin(seconds limit, const char *const *arguments, int input) {
         child.EndGroup(kGrace);
     }
     const int status = child.Wait();
-    return in_time && status >= 0 ? status : TAVO_CORE_FAIL(tavo::kFileUnusable);
+    return in_time && status >= 0 ? status : TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
 }
 
 // A file in memory that holds `input`, to be read from its start. False with an errno.
@@ -95,7 +95,7 @@ tavo::MallocPtr<const char *> ArgumentVector(const char *program, const char *fi
 int TLIBCExec(const char *szProgram, const char *szArg1, const char *szArg2, const char *szArg3,
               const char *szArg4) {
     if (szProgram == nullptr) {
-        return TAVO_CORE_FAIL(tavo::kBadParameter);
+        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const char *arguments[] = {szProgram, szArg1, szArg2, szArg3, szArg4, nullptr};
     return Run(arguments);
@@ -103,14 +103,14 @@ int TLIBCExec(const char *szProgram, const char *szArg1, const char *szArg2, con
 
 int TLIBCExecl(const char *szProgram, int /*nOptions*/, const char *szArg, ...) {
     if (szProgram == nullptr) {
-        return TAVO_CORE_FAIL(tavo::kBadParameter);
+        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     va_list rest;
     va_start(rest, szArg);
     const tavo::MallocPtr<const char *> arguments = ArgumentVector(szProgram, szArg, rest);
     va_end(rest);
     if (!arguments) {
-        return TAVO_CORE_FAIL(tavo::kOutOfMemory);
+        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     return Run(arguments.get());
 }
@@ -118,7 +118,7 @@ int TLIBCExecl(const char *szProgram, int /*nOptions*/, const char *szArg, ...) 
 int TLIBCExecInput(const char *szProgram, const char *szArg, const void *pInput, size_t cbInput,
                    int nSeconds) {
     if (szProgram == nullptr || (pInput == nullptr && cbInput > 0) || nSeconds < 1) {
-        return TAVO_CORE_FAIL(tavo::kBadParameter);
+        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     tavo::Descriptor input;
     if (!MakeInput({static_cast<const char *>(pInput), cbInput}, input)) {

@@ -29,7 +29,7 @@ int TLIBCFileExist(const char *szPath) {
 
 int TLIBCFileTouch(const char *szPath) {
     if (szPath == nullptr || *szPath == '\0') {
-        return TAVO_CORE_FAIL(tavo::kBadParameter);
+        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     int result = SetTimesToNow(szPath);
     if (result != 0 && errno == ENOENT) {

@@ -71,8 +71,8 @@ bool ClearStaging(int staging) {
     }
 }
 
-ErrorCode LockError(int error) {
-    return error == ENOMEM ? kOutOfMemory : kFileUnusable;
+unsigned int LockError(int error) {
+    return error == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_FILE_UNUSABLE;
 }
 
 LockResult Failed(Failure) {
@@ -98,7 +98,7 @@ LockResult FolderLock::Take(const char *path, std::chrono::milliseconds wait) {
         // A folder that vanishes meanwhile is being replaced.
         const bool absent = result == LockResult::kAbsent;
         if ((absent && !seen) || steady_clock::now() >= deadline) {
-            return Failed(TAVO_CORE_FAIL(absent ? kFileMissing : kFileUnusable));
+            return Failed(TAVO_CORE_FAIL(absent ? TLIBC_ERR_NO_FILE : TLIBC_ERR_FILE_UNUSABLE));
         }
         seen = true;
         std::this_thread::sleep_for(pause);
@@ -108,7 +108,7 @@ LockResult FolderLock::Take(const char *path, std::chrono::milliseconds wait) {
 LockResult FolderLock::TryToTake(const char *path) {
     folder_.Reset(OpenFolder(AT_FDCWD, path, 0));
     if (!folder_.IsOpen()) {
-        if (FileError(errno) == kFileMissing) {
+        if (FileError(errno) == TLIBC_ERR_NO_FILE) {
             return LockResult::kAbsent;
         }
         return Failed(TAVO_CORE_FAIL(FileError(errno)));
@@ -202,7 +202,7 @@ LockResult FolderLock::CheckLockFile(const char *path) const {
 LockResult FolderLock::PrepareStaging(bool made) {
     struct stat status;
     if (!ClearStaging(staging_.Get())) {
-        return Failed(TAVO_CORE_FAIL(kFileUnusable));
+        return Failed(TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE));
     }
     const bool trusted = made || (fstat(staging_.Get(), &status) == 0 &&
                                   status.st_uid == geteuid() && (status.st_mode & 077) == 0);
@@ -263,7 +263,7 @@ void Destroy(TLIBCFolderLock *lock) {
 TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder) {
     using namespace tavo;
     if (szFolder == nullptr || *szFolder == '\0') {
-        return TAVO_CORE_FAIL(kBadParameter);
+        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     MallocPtr<char> path(realpath(szFolder, nullptr));
     if (path == nullptr) {
@@ -271,7 +271,7 @@ TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder) {
     }
     void *room = std::malloc(sizeof(TLIBCFolderLock));
     if (room == nullptr) {
-        return TAVO_CORE_FAIL(kOutOfMemory);
+        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     auto *lock = new (room) TLIBCFolderLock{std::move(path), getpid(), {}};
     const LockResult result = lock->lock.Take(lock->path.get(), kLockWait);
@@ -279,7 +279,7 @@ TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder) {
         return lock;
     }
     if (result == LockResult::kNotAllowed) {
-        static_cast<void>(TAVO_CORE_FAIL(kFileUnusable));
+        static_cast<void>(TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE));
     }
     Destroy(lock);
     return nullptr;

@@ -116,7 +116,7 @@ namespace tavo {
 int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
     const Entry entry = NewEntry(key, value, HashOf(key));
     if (entry.key == nullptr) {
-        return TAVO_CORE_FAIL(kOutOfMemory);
+        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     if (Entry *old = Find(*hash, key, entry.hash)) {
         std::free(old->key);
@@ -125,7 +125,7 @@ int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
     }
     if (!MakeRoom(*hash)) {
         std::free(entry.key);
-        return TAVO_CORE_FAIL(kOutOfMemory);
+        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     hash->entries[hash->count] = entry;
     ++hash->count;
@@ -141,18 +141,18 @@ TLIBCSzHash *TLIBCSzHashAlloc(int nCapacity) {
     tavo::MallocPtr<TLIBCSzHash> table(
         static_cast<TLIBCSzHash *>(std::calloc(1, sizeof(TLIBCSzHash))));
     if (!table) {
-        return TAVO_CORE_FAIL(tavo::kOutOfMemory);
+        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     table->room = std::clamp(nCapacity, 1, kMostRoomAtFirst);
     if (!tavo::Resize(table->entries, table->room)) {
-        return TAVO_CORE_FAIL(tavo::kOutOfMemory);
+        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     return table.release();
 }
 
 int TLIBCSzHashSetValue(TLIBCSzHash *pHash, const char *szKey, const char *szValue) {
     if (pHash == nullptr || szKey == nullptr || szValue == nullptr) {
-        return TAVO_CORE_FAIL(tavo::kBadParameter);
+        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     return tavo::HashSet(pHash, szKey, szValue);
 }

@@ -10,13 +10,8 @@
  *     white space characters of ASCII; "letter" is an ASCII letter.
  *  2. An int result is 0 for success and -1 for failure, or a count, where nothing else is said.
  *  3. A failure records an error code with the place in the source that found it (TLIBCErrSetEx).
- *     A success never clears what an earlier failure recorded.
- *        0xD00   bad parameter, or text that would break a file
- *        0x200   out of memory
- *        0x700   file does not exist
- *        0x900   file cannot be opened or used
- *        0xBF00  output buffer too small
- *        0x2800  rename failed
+ *     A success never clears what an earlier failure recorded. The codes are TLIBC_ERR_*; a
+ *     library above adds its own.
  *  4. On failure an output is left as it was, except where a function says otherwise.
  *  5. A list is handed by address to the functions that push to it. In this build a handle never
  *     moves: what *ppList holds before a call it holds after it.
@@ -45,6 +40,16 @@ extern "C" {
 #endif
 
 /* ---- Error state ---- */
+
+/* Error codes. */
+#define TLIBC_ERR_NO_MEMORY 0x200U /* out of memory */
+#define TLIBC_ERR_NO_FILE 0x700U   /* the file or program does not exist */
+#define TLIBC_ERR_FILE_UNUSABLE                                         \
+    0x900U /* a file that cannot be opened, read, locked or written, or \
+            * is no regular file; a program that cannot be run */
+#define TLIBC_ERR_BAD_PARAMETER 0xD00U     /* bad argument, or text that would break a file */
+#define TLIBC_ERR_RENAME 0x2800U           /* the new file cannot be renamed over the old one */
+#define TLIBC_ERR_BUFFER_TOO_SMALL 0xBF00U /* the text does not fit into the caller's buffer */
 
 /* Records error nError, found at line nLine of szFile, for the calling thread. The name is copied
  * (at most 255 bytes); NULL counts as "". Code 0 clears the state: file "" and line 0. */

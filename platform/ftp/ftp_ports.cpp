@@ -57,7 +57,7 @@ int ReadPort(const PortSetting &setting) {
         return setting.factory_port;
     }
     const int port = text.size() < kValueSize - 1 ? ParsePort(text) : -1;
-    return port < 0 ? TAVO_PLATFORM_FAIL(tavo::kBadParameter) : port;
+    return port < 0 ? TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER) : port;
 }
 
 // Pushes the range as the firewall writes it; one port stands alone.
@@ -80,7 +80,7 @@ int TAVOFTPHighPortGet(void) {
 
 int TAVOFTPFwPorts(TLIBCSzList **ppPorts) {
     if (ppPorts == nullptr) {
-        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const int control = ReadPort(kControlPort);
     const int low = control < 0 ? -1 : ReadPort(kLowPort);

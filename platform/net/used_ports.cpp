@@ -48,7 +48,7 @@ int Store(const PortSet &ports, PortRange range, int *slots, int room) {
 
 int TAVONetGetPortUsedInRange(int *pSlots, int *pnCount, int nLow, int nHigh, int blTCP) {
     if (pSlots == nullptr || pnCount == nullptr || nLow > nHigh) {
-        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     // A socket whose port is 0 has none.
     const int first = std::max(nLow, 1);
@@ -61,7 +61,7 @@ int TAVONetGetPortUsedInRange(int *pSlots, int *pnCount, int nLow, int nHigh, in
                                    static_cast<std::uint16_t>(last)};
     tavo::PortSet ports;
     if (!tavo::FindPorts(blTCP != 0 ? tavo::kTcp : tavo::kUdp, range, ports)) {
-        return TAVO_PLATFORM_FAIL(tavo::kFileUnusable);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
     *pnCount = tavo::Store(ports, range, pSlots, *pnCount > 0 ? *pnCount : INT_MAX);
     return 0;

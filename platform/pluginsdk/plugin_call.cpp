@@ -81,12 +81,12 @@ void WriteRecords(const TLIBPluginHandle &handle, char *end) {
 
 TLIBPluginHandle *TLIBPluginSDKInit(const char *szGroup, const char *szAction) {
     if (szGroup == nullptr || !IsGroup(szGroup) || szAction == nullptr) {
-        TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
         return nullptr;
     }
     void *room = std::malloc(sizeof(TLIBPluginHandle));
     if (room == nullptr) {
-        TAVO_PLATFORM_FAIL(tavo::kOutOfMemory);
+        TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
         return nullptr;
     }
     OwnedHandle handle(new (room) TLIBPluginHandle);
@@ -94,7 +94,7 @@ TLIBPluginHandle *TLIBPluginSDKInit(const char *szGroup, const char *szAction) {
     handle->action.reset(strdup(szAction));
     handle->arguments.reset(TLIBCSzHashAlloc(kUsualArguments));
     if (!handle->group || !handle->action || !handle->arguments) {
-        TAVO_PLATFORM_FAIL(tavo::kOutOfMemory);
+        TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
         return nullptr;
     }
     return handle.release();
@@ -103,19 +103,19 @@ TLIBPluginHandle *TLIBPluginSDKInit(const char *szGroup, const char *szAction) {
 int TLIBPluginSetArg(TLIBPluginHandle *pHandle, const char *szKey, const char *szValue) {
     if (pHandle == nullptr || szKey == nullptr || *szKey == '\0' ||
         std::strchr(szKey, '=') != nullptr || szValue == nullptr) {
-        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     return TLIBCSzHashSetValue(pHandle->arguments.get(), szKey, szValue);
 }
 
 int TLIBPluginAction(int /*nMode*/, TLIBPluginHandle *pHandle) {
     if (pHandle == nullptr) {
-        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const std::size_t size = RecordsSize(*pHandle);
     const OwnedText records(static_cast<char *>(std::malloc(size > 0 ? size : 1)));
     if (!records) {
-        return TAVO_PLATFORM_FAIL(tavo::kOutOfMemory);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     WriteRecords(*pHandle, records.get());
     int result = 0;

@@ -62,7 +62,7 @@ bool IsPlugin(const char *path) {
 
 int RunPlugin(const char *path, const char *action, std::string_view input) {
     const int status = TLIBCExecInput(path, action, input.data(), input.size(), kSecondsOfAPlugin);
-    return status > 0 ? TAVO_PLATFORM_FAIL(kFileUnusable) : status;
+    return status > 0 ? TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE) : status;
 }
 
 }  // namespace
@@ -73,8 +73,8 @@ int RunPluginsOf(const char *root, const char *group, const char *action, std::s
     Entries entries;
     if (!entries.List(folder)) {
         return errno == ENOENT   ? 0
-               : errno == ENOMEM ? TAVO_PLATFORM_FAIL(kOutOfMemory)
-                                 : TAVO_PLATFORM_FAIL(kFileUnusable);
+               : errno == ENOMEM ? TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY)
+                                 : TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
     int result = 0;
     for (int i = 0; i < entries.Count(); ++i) {

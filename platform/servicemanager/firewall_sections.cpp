@@ -65,7 +65,7 @@ OwnedText ReadSections(const char *path) {
     }
     OwnedText copy(strdup(sections));
     if (!copy) {
-        TAVO_PLATFORM_FAIL(tavo::kOutOfMemory);
+        TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     return copy;
 }
@@ -85,7 +85,7 @@ bool PushNames(char *text, TLIBCSzList **list) {
 
 int TAVOCSystemdFirewallSectionsGet(const char *szService, TLIBCSzList **ppSections) {
     if (szService == nullptr || ppSections == nullptr || *ppSections == nullptr) {
-        TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
         return 0;
     }
     char path[kPathSize];

@@ -21,22 +21,22 @@ bool IsUnit(const char *unit) {
 
 int TAVOCSystemdActiveStatusGet(const char *szUnit) {
     if (!IsUnit(szUnit)) {
-        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     if (TLIBCFileExist(kSystemctl) == 0) {
         return 0;
     }
     const int status = TLIBCExecl(kSystemctl, 0, "is-active", "--quiet", szUnit, nullptr);
     if (status >= kSignalled) {
-        return TAVO_PLATFORM_FAIL(tavo::kFileUnusable);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
     return status < 0 ? -1 : status == 0 ? 1 : 0;
 }
 
 int TAVOCSystemdReload(const char *szUnit) {
     if (!IsUnit(szUnit)) {
-        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const int status = TLIBCExecl(kSystemctl, 0, "reload", szUnit, nullptr);
-    return status > 0 ? TAVO_PLATFORM_FAIL(tavo::kFileUnusable) : status;
+    return status > 0 ? TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE) : status;
 }

@@ -138,7 +138,7 @@ int ParsePort(std::string_view arguments) {
     const auto [stop, error] = std::from_chars(text.data(), end, port);
     const bool number = error == std::errc() && stop == end && port >= 1 && port <= kHighestPort;
     if (!number || (!rest.empty() && rest[0] != '#')) {
-        return TAVO_PLATFORM_FAIL(tavo::kBadParameter);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     return static_cast<int>(port);
 }
@@ -151,10 +151,11 @@ int FindPort(LineReader &lines) {
         }
         if (option.Is("port")) {
             // What was cut off could be a part of the number.
-            return line.cut ? TAVO_PLATFORM_FAIL(tavo::kBadParameter) : ParsePort(option.arguments);
+            return line.cut ? TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER)
+                            : ParsePort(option.arguments);
         }
     }
-    return lines.Failed() ? TAVO_PLATFORM_FAIL(tavo::kFileUnusable) : kDefaultPort;
+    return lines.Failed() ? TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE) : kDefaultPort;
 }
 
 }  // namespace
@@ -163,7 +164,7 @@ int TAVOServiceSSHPortGet(void) {
     LineReader lines(kConfiguration);
     if (!lines.IsOpen()) {
         return errno == ENOENT || errno == ENOTDIR ? kDefaultPort
-                                                   : TAVO_PLATFORM_FAIL(tavo::kFileUnusable);
+                                                   : TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
-    return lines.IsRegularFile() ? FindPort(lines) : TAVO_PLATFORM_FAIL(tavo::kFileUnusable);
+    return lines.IsRegularFile() ? FindPort(lines) : TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
 }

@@ -54,7 +54,7 @@ bool IsPortNumber(const char *szPort) {
 // Splits a text such as "1234,9997" into *ppPorts. Empty pieces are passed over.
 Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     if (*szPorts == '\0') {
-        TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
         return Reading::Invalid();
     }
     *ppPorts = TLIBCSzListAlloc(tavo::kPortListCapacity);
@@ -64,7 +64,7 @@ Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     }
     const tavo::OwnedText copy(strdup(szPorts));
     if (copy == nullptr) {
-        TAVO_FAIL(tavo::kErrorNoMemory, "Failed to allocate for ports number, errno=%s",
+        TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to allocate for ports number, errno=%s",
                   std::strerror(errno));
         return Reading::Unknown();
     }
@@ -72,7 +72,7 @@ Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     for (char *szPort = strtok_r(copy.get(), ",", &szRest); szPort != nullptr;
          szPort = strtok_r(nullptr, ",", &szRest)) {
         if (!IsPortNumber(szPort)) {
-            TAVO_FAIL(tavo::kErrorBadParameter, "illegal ports number, port=%s", szPort);
+            TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s", szPort);
             return Reading::Invalid();
         }
         if (TLIBCSzListPush(ppPorts, szPort) < 0) {
@@ -107,7 +107,7 @@ Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
         return Reading::Good();
     }
     const unsigned int code = TLIBCErrGet();
-    const bool settled = code == tavo::kErrorBadParameter || code == tavo::kErrorNoFile;
+    const bool settled = code == TLIBC_ERR_BAD_PARAMETER || code == TLIBC_ERR_NO_FILE;
     return settled ? Reading::Invalid() : Reading::Unknown();
 }
 
@@ -122,7 +122,7 @@ Reading ReadRowPorts(const char *szName, const RowPorts &side, TLIBCSzList **ppP
         return fixed;
     }
     if (side.pfnPorts == nullptr) {
-        TAVO_FAIL(tavo::kErrorBadParameter, "No specified %s ports in firewall services: %s",
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "No specified %s ports in firewall services: %s",
                   side.szSide, szName);
         return Reading::Invalid();
     }
@@ -183,7 +183,7 @@ namespace tavo {
 Reading ServiceFromRow(const TAVO_FW_SERVICE_REG &row, OwnedServices &made) {
     auto service = NewRecord<OwnedServices>();
     if (service == nullptr) {
-        TAVO_FAIL(kErrorNoMemory, "Failed to allocate for service, errno=0x%X", TLIBCErrGet());
+        TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to allocate for service, errno=0x%X", TLIBCErrGet());
         return Reading::Unknown();
     }
     CopyText(service->szName, row.szName);
@@ -275,7 +275,7 @@ class CatalogueReader {
         Prepend(std::move(service), &services_);
         ++catalogue_.count;
         if (!catalogue_.origins.Append(origin)) {
-            catalogue_.report.NoteFault(Reading::Unknown(kErrorNoMemory));
+            catalogue_.report.NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
         }
     }
 
@@ -335,7 +335,7 @@ ServiceCatalogue ReadCatalogue() {
 
 int TAVOFwServiceEnum(TAVO_FW_SERVICE **ppServices) {
     if (ppServices == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
     }
     tavo::ServiceCatalogue catalogue = tavo::ReadCatalogue();
     *ppServices = catalogue.services.release();

@@ -43,7 +43,7 @@ int AddPackageSections(const char *szServiceName, TLIBCSzList **ppSectionNames) 
                                       tavo::kPackageServiceDirectory, szServiceName);
     if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szFile) ||
         TLIBCFileExist(szFile) != 1) {
-        return TAVO_SET_ERROR(tavo::kErrorNoFile);
+        return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }
     if (TLIBCFileEnumSection(szFile, ppSectionNames) < 0) {
         return TAVO_LOG("TLIBCFileEnumSection error, szFile=[%s], tavoerr=[0x%04X]", szFile,
@@ -56,7 +56,7 @@ int AddPackageSections(const char *szServiceName, TLIBCSzList **ppSectionNames) 
 
 TAVO_FW_SERVICE *TAVOFWServiceFind(TAVO_FW_SERVICE *pList, const char *szServiceName) {
     if (pList == nullptr || szServiceName == nullptr) {
-        TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
         return nullptr;
     }
     while (pList != nullptr && tavo::FieldText(pList->szName) != szServiceName) {
@@ -67,7 +67,7 @@ TAVO_FW_SERVICE *TAVOFWServiceFind(TAVO_FW_SERVICE *pList, const char *szService
 
 int TAVOFwSectionNameEnum(const char *szServiceName, TLIBCSzList **ppSectionNames) {
     if (szServiceName == nullptr || ppSectionNames == nullptr || *ppSectionNames == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if (TAVOCSystemdFirewallSectionsGet(szServiceName, ppSectionNames) > 0) {
         return TLIBCSzListCount(*ppSectionNames);

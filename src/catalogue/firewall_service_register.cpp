@@ -164,7 +164,7 @@ tavo::OwnedNames NewPortList() {
 int PushNfsFixedPorts(TLIBCSzList *pPorts) {
     const tavo::OwnedText copy(strdup(kNfsFixedPorts));
     if (copy == nullptr) {
-        return TAVO_FAIL(tavo::kErrorNoMemory, "Failed to strdup, errno=0x%X",
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to strdup, errno=0x%X",
                          static_cast<unsigned int>(errno));
     }
     for (char *szRest = copy.get(); szRest != nullptr;) {
@@ -181,7 +181,7 @@ int PushNfsCustomPort(const char *szKey, const char *szService, TLIBCSzList *pPo
     const int nFound = TLIBCFileGetKeyValue(kNfsSettings, szKey, szPort, sizeof(szPort));
     if (nFound < 1 || *szPort == '\0') {
         if (nFound >= 0) {
-            TAVO_SET_ERROR(tavo::kErrorBadParameter);
+            TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         }
         return TAVO_LOG("Failed to get val of '%s', errno=0x%X", szService, TLIBCErrGet());
     }
@@ -231,7 +231,7 @@ int PushPort(unsigned int nPort, TLIBCSzList *pPorts) {
 // be lost with every call.
 int StoreReleasedRange(int nFirst, int nLast, TLIBCSzList **ppPortList) {
     if (ppPortList == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
     }
     const tavo::OwnedNames ports = NewPortList();
     if (ports == nullptr) {
@@ -254,7 +254,7 @@ int StoreReleasedRange(int nFirst, int nLast, TLIBCSzList **ppPortList) {
 // The one provider that tells a bad argument from other failures.
 int TAVOFwPortsNFS(TLIBCSzList **ppPortList) {
     if (ppPortList == nullptr) {
-        TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
         return -EINVAL;
     }
     tavo::OwnedNames ports = NewPortList();
@@ -270,7 +270,7 @@ int TAVOFwPortsNFS(TLIBCSzList **ppPortList) {
 
 int TAVOFwPortsSSH(TLIBCSzList **ppPortList) {
     if (ppPortList == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
     }
     tavo::OwnedNames ports = NewPortList();
     if (ports == nullptr) {

@@ -23,8 +23,8 @@ uint16_t ReadSystemPort(const SystemPort &row, unsigned int &fault) {
         const unsigned int error = TLIBCErrGet();
         TAVO_LOG("Failed to get %s from %s, errno=0x%X", row.key, kSettingsFile, error);
         // Without a settings file nothing is set; anything else leaves the port unknown.
-        if (fault == 0 && error != kErrorNoFile) {
-            fault = error != 0 ? error : kErrorCannotOpen;
+        if (fault == 0 && error != TLIBC_ERR_NO_FILE) {
+            fault = error != 0 ? error : TLIBC_ERR_FILE_UNUSABLE;
         }
     }
     return ToUPort(found == 1 ? value : "");

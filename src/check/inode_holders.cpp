@@ -78,7 +78,7 @@ unsigned int InodeHolders::AddDescriptors(int nFolder, const char *szPid) {
         }
         // A link that cannot be read is passed over, and the rest is entered.
         const unsigned int nError = AddLink(nFolder, pEntry->d_name, szPid);
-        if (nError == kErrorNoMemory) {
+        if (nError == TLIBC_ERR_NO_MEMORY) {
             return nError;
         }
         nFirstError = nFirstError != 0 ? nFirstError : nError;
@@ -93,7 +93,7 @@ unsigned int InodeHolders::AddLink(int nFolder, const char *szName, const char *
     }
     szTarget[nRead] = '\0';
     uint64_t ulInode = 0;
-    return InodeOfLink(szTarget, ulInode) && !Add(ulInode, szPid) ? kErrorNoMemory : 0;
+    return InodeOfLink(szTarget, ulInode) && !Add(ulInode, szPid) ? TLIBC_ERR_NO_MEMORY : 0;
 }
 
 bool InodeHolders::Add(uint64_t ulInode, const char *szPid) {
@@ -136,7 +136,8 @@ bool InodeHolders::Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) con
     }
     char szShown[kShownValueSize];
     PrintValue(inode, szKnown, szShown, sizeof(szShown));
-    TAVO_FAIL(kErrorNoMemory, "Failed to update (%s, %s) inode-to-pids table.", key.Get(), szShown);
+    TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to update (%s, %s) inode-to-pids table.", key.Get(),
+              szShown);
     return false;
 }
 

@@ -19,7 +19,7 @@ constexpr std::size_t kLinkSize = 1024;
 
 // The error code for a system call that failed with this errno.
 constexpr unsigned int ErrorOfCall(int nError) {
-    return nError == ENOMEM ? kErrorNoMemory : kErrorCannotOpen;
+    return nError == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_FILE_UNUSABLE;
 }
 
 // Whether that errno says that a process is gone, even while its folder is being read, or that the

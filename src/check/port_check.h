@@ -68,7 +68,7 @@ int AppendPorts(const typename Check::Known &known, const AskedPorts &asked,
         for (const uint16_t uOne : {uint16_t{TAVO_PROTO_TCP}, uint16_t{TAVO_PROTO_UDP}}) {
             if ((uProtocol & uOne) != 0 &&
                 AppendPort<Check>(known, uPort, uOne, pResultList) != 0) {
-                return Failed();
+                return -1;
             }
         }
     }
@@ -78,18 +78,18 @@ int AppendPorts(const typename Check::Known &known, const AskedPorts &asked,
 template <typename Check>
 int CheckPorts(const TLIBCSzList *pPortList, uint16_t uProtocol, TLIBCDList *pResultList) {
     if (!IsLegalProtocol(uProtocol)) {
-        return TAVO_FAIL(kErrorBadParameter, "Illegal protocol: %u", unsigned{uProtocol});
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Illegal protocol: %u", unsigned{uProtocol});
     }
     if (pPortList == nullptr) {
-        return TAVO_FAIL(kErrorBadParameter, "pPortList is undefined");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pPortList is undefined");
     }
     if (pResultList == nullptr) {
-        return TAVO_FAIL(kErrorBadParameter, "%s is undefined", Check::kResultListName);
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "%s is undefined", Check::kResultListName);
     }
     AskedPorts asked;
     typename Check::Known known;
     if (!asked.Read(pPortList) || !known.index.Init(asked, uProtocol)) {
-        return TAVO_FAIL(kErrorNoMemory, "Failed to filter result list");
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to filter result list");
     }
     // Both checks name the one function, which is kept.
     if (!known.Fetch()) {
@@ -101,7 +101,7 @@ int CheckPorts(const TLIBCSzList *pPortList, uint16_t uProtocol, TLIBCDList *pRe
 template <typename Check>
 TLIBCDList *AllocAndCheck(const TLIBCSzList *pPortList, uint16_t uProtocol) {
     if (pPortList == nullptr) {
-        TAVO_FAIL(kErrorBadParameter, "pPortList is undefined");
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pPortList is undefined");
         return nullptr;
     }
     OwnedResults<Check> results(Check::kListAlloc());
@@ -144,10 +144,10 @@ template <typename Check>
 int ListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
                       TLIBCSzList *pConflictPortList) {
     if (pResultList == nullptr) {
-        return TAVO_FAIL(kErrorBadParameter, "pResultList is undefined");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pResultList is undefined");
     }
     if (pConflictPortList == nullptr) {
-        return TAVO_FAIL(kErrorBadParameter, "pConflictPortList is undefined");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pConflictPortList is undefined");
     }
     PortSet listed = PortsNamedIn(pConflictPortList);
     for (const auto &record : Records<typename Check::Record>(pResultList)) {
@@ -167,7 +167,7 @@ constexpr int kNotListed = -2;
 template <typename Check>
 int VerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
     if (pResultList == nullptr) {
-        return TAVO_FAIL(kErrorBadParameter, "pResultList is undefined");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pResultList is undefined");
     }
     int nResult = kNotListed;
     for (const auto &record : Records<typename Check::Record>(pResultList)) {
@@ -234,7 +234,7 @@ int IsRangeInConflict(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
         return 0;
     }
     if (uFirst > uLast) {
-        TAVO_FAIL(kErrorBadParameter, "Illegal port range: %hu~%hu", uFirst, uLast);
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Illegal port range: %hu~%hu", uFirst, uLast);
         return 0;
     }
     if (uLast == kHighestPort) {

@@ -41,7 +41,7 @@ OwnedNames ListPids(unsigned int &nError) {
     OwnedNames pids(TLIBCSzListAlloc(kCapacity));
     const Listing listing("/proc");
     nError = listing.Failed() ? ErrorOfCall(errno) : 0;
-    if (!pids || nError == kErrorNoMemory) {
+    if (!pids || nError == TLIBC_ERR_NO_MEMORY) {
         TAVO_FAIL_ALLOC("pslPidList");
         return nullptr;
     }
@@ -54,7 +54,7 @@ OwnedNames ListPids(unsigned int &nError) {
             break;
         }
         if (!PushPid(nPid, pids)) {
-            nError = kErrorNoMemory;
+            nError = TLIBC_ERR_NO_MEMORY;
         }
     }
     return pids;
@@ -63,7 +63,7 @@ OwnedNames ListPids(unsigned int &nError) {
 // Enters the sockets of a process; false, which has been logged, when that cannot be done in full.
 bool AddProcess(InodeHolders &holders, const char *szPid) {
     const unsigned int nError = holders.AddProcess(szPid);
-    if (nError == kErrorNoMemory) {
+    if (nError == TLIBC_ERR_NO_MEMORY) {
         TAVO_FAIL_ALLOC("pInodeToPidsTable");
     } else if (nError != 0) {
         TAVO_FAIL(nError, "Failed to read the sockets of process %s.[0x%04X]", szPid, nError);
@@ -179,11 +179,11 @@ TLIBCSzList *FetchPidList(void) {
 
 void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
     if (pInodeToPidsTable == nullptr) {
-        TAVO_FAIL(tavo::kErrorBadParameter, "pInodeToPidsTable is undefined");
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pInodeToPidsTable is undefined");
         return;
     }
     if (szPid == nullptr) {
-        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         return;
     }
     tavo::InodeHolders holders;
@@ -205,7 +205,7 @@ TLIBCSzHash *InodeToPidsTableFetch(void) {
         TAVO_FAIL_ALLOC("pslPidList");
         return nullptr;
     }
-    if (nError != 0 && nError != tavo::kErrorNoMemory) {
+    if (nError != 0 && nError != TLIBC_ERR_NO_MEMORY) {
         TAVO_FAIL(nError, "Failed to list /proc.[0x%04X]", nError);
         return nullptr;
     }

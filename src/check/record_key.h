@@ -45,7 +45,7 @@ template <typename Record>
 bool Contains(const TLIBCDList *pList, const char *szListName, const Record *pRecord,
               const char *szRecordName) {
     if (pList == nullptr || pRecord == nullptr) {
-        TAVO_FAIL(kErrorBadParameter, "%s is undefined",
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "%s is undefined",
                   pList == nullptr ? szListName : szRecordName);
         return false;
     }

@@ -144,10 +144,10 @@ TLIBCDList *CopyList(const TLIBCDList *pList) {
 template <typename Kind>
 int Filter(const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol, TLIBCDList *pFiltered) {
     if (pSource == nullptr) {
-        return TAVO_FAIL(kErrorBadParameter, "pSourceResultList is undefined");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pSourceResultList is undefined");
     }
     if (pFiltered == nullptr) {
-        return TAVO_FAIL(kErrorBadParameter, "pFilteredResultList is undefined");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pFilteredResultList is undefined");
     }
     int nMatches = 0;
     for (const auto &record : Records<typename Kind::Record>(pSource)) {
@@ -166,7 +166,7 @@ int Filter(const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol, TLIBCD
 template <typename Kind>
 int AppendNobody(TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
     if (pResultList == nullptr) {
-        return TAVO_FAIL(kErrorBadParameter, "pResultList is undefined");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pResultList is undefined");
     }
     const OwnedResult<Kind> result(Kind::kAlloc());
     if (!result) {

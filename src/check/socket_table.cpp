@@ -34,7 +34,7 @@ OwnedNames ReadSocketTable(const char *szPath) {
     if (nRead >= 0) {
         return lines;
     }
-    if (TLIBCErrGet() == kErrorCannotOpen) {
+    if (TLIBCErrGet() == TLIBC_ERR_FILE_UNUSABLE) {
         TAVO_LOG("Failed to open File: %s\n", szPath);
     } else {
         TAVO_LOG("Failed to parse File: %s.[0x%04X]", szPath, TLIBCErrGet());
@@ -45,7 +45,7 @@ OwnedNames ReadSocketTable(const char *szPath) {
 // What `known` holds is in the list already.
 int ParseSocketTable(const char *szPath, uint16_t uProtocol, TLIBCDList *pList, KeySet &known) {
     if (szPath == nullptr || TLIBCFileExist(szPath) == 0) {
-        return TAVO_FAIL(szPath == nullptr ? kErrorBadParameter : kErrorNoFile,
+        return TAVO_FAIL(szPath == nullptr ? TLIBC_ERR_BAD_PARAMETER : TLIBC_ERR_NO_FILE,
                          "Failed to access File: %s (Not Exist)",
                          szPath == nullptr ? "(null)" : szPath);
     }
@@ -55,7 +55,7 @@ int ParseSocketTable(const char *szPath, uint16_t uProtocol, TLIBCDList *pList, 
     }
     const OwnedNames lines(ReadSocketTable(szPath));
     if (!lines) {
-        return Failed();
+        return -1;
     }
     info->uProtocol = uProtocol;
     const int nLines = TLIBCSzListCount(lines.get());
@@ -95,7 +95,7 @@ int ContainRawSocketInfo(const TLIBCDList *pRawSocketInfoList, const RawSocketIn
 
 int ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pRawSocketInfoList) {
     if (pRawSocketInfoList == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "pRawSocketInfoList is undefined");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pRawSocketInfoList is undefined");
     }
     tavo::KeySet known;
     for (const RawSocketInfo &info : tavo::Records<RawSocketInfo>(pRawSocketInfoList)) {
@@ -108,7 +108,7 @@ int ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pRa
 
 TLIBCDList *RawSocketInfoListFetch(uint16_t uProtocol) {
     if (!IsLegalProtocol(uProtocol)) {
-        TAVO_FAIL(tavo::kErrorBadParameter, "Illegal protocol: %u", unsigned{uProtocol});
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Illegal protocol: %u", unsigned{uProtocol});
         return nullptr;
     }
     tavo::OwnedList sockets(TLIBCDListAlloc(

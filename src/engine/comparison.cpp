@@ -24,10 +24,6 @@ std::size_t ReadAll(TextRanges &ranges, bool &whole) {
     return nCount;
 }
 
-int FailToAllocate() {
-    return TAVO_FAIL_STATE(kErrorNoMemory, "Failed to allocate for port ranges");
-}
-
 // Makes a set of ranges in any order.
 int FillSet(PendingRanges &ranges, TAVO_PORT_RANGE *pSet) {
     ranges.Sort();
@@ -55,6 +51,10 @@ int AddCommonPorts(const Range &a, const Range &b, TAVO_SERVICE_CONF_PORT **ppCo
         return 0;
     }
     return AddConflict(both, ppConflictPorts) < 0 ? -1 : 1;
+}
+
+int Comparison::FailToAllocate() const {
+    return TAVO_FAIL_STATE_AT(place_, TLIBC_ERR_NO_MEMORY, "Failed to allocate for port ranges");
 }
 
 // Reads the query once. A token of it that is none is an error of the first comparison that comes
@@ -132,7 +132,7 @@ int Comparison::Compare(const char *szDeclared) {
     if (nGot < 1) {
         return nGot;
     }
-    TextRanges declared(szDeclared, kDeclaredRangeSeparator);
+    TextRanges declared(place_, szDeclared, kDeclaredRangeSeparator);
     bool whole = false;
     const std::size_t nDeclared = ReadAll(declared, whole);
     if (!whole) {
@@ -150,8 +150,8 @@ int Comparison::Compare(const char *szDeclared) {
 int Comparison::MergeCommonPorts(TAVO_PORT_RANGE *pSet) const {
     const OwnedRanges asked(TLIBPortRangeCreate());
     const OwnedRanges declared(TLIBPortRangeCreate());
-    PendingRanges query;
-    PendingRanges ranges;
+    PendingRanges query(place_);
+    PendingRanges ranges(place_);
     const auto add = [](PendingRanges &to, int nLow, int nHigh) {
         return to.Append(static_cast<uint32_t>(nLow), static_cast<uint32_t>(nHigh));
     };

@@ -33,8 +33,13 @@ class Comparison {
         kDeclaredRanges,  // for Merge or MakePairs
     };
 
-    Comparison(const char *szQuery, Keeping keeping, TAVO_SERVICE_CONF_PORT **ppConflictPorts)
-        : query_(szQuery, kQueryRangeSeparator), keeping_(keeping), ppConflicts_(ppConflictPorts) {}
+    // Failures are reported for the operation at `place`.
+    Comparison(const Place &place, const char *szQuery, Keeping keeping,
+               TAVO_SERVICE_CONF_PORT **ppConflictPorts)
+        : place_(place),
+          query_(place, szQuery, kQueryRangeSeparator),
+          keeping_(keeping),
+          ppConflicts_(ppConflictPorts) {}
 
     // Compares with one declared text. 1 when they collide, 0 when they do not, -1 on failure.
     int Compare(const char *szDeclared);
@@ -66,7 +71,9 @@ class Comparison {
     int MakePairsOf(std::size_t nFirst, std::size_t nEnd, std::size_t nAsked);
     int MergeCommonPorts(TAVO_PORT_RANGE *pSet) const;
     int MergePairs(TAVO_PORT_RANGE *pSet) const;
+    int FailToAllocate() const;
 
+    Place place_;
     TextRanges query_;
     Keeping keeping_;
     TAVO_SERVICE_CONF_PORT **ppConflicts_;

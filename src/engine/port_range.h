@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "support/failure.h"
 #include "support/growing_array.h"
 #include "tavoserviceconf.h"
 
@@ -48,7 +49,10 @@ class RangeAdder {
 // very one that is added to.
 class PendingRanges {
   public:
-    // False when out of memory, which it records.
+    // Out of memory is recorded for the operation at `place`.
+    explicit PendingRanges(const Place &place) : place_(place) {}
+
+    // False when out of memory.
     bool Append(uint32_t nStart, uint32_t nEnd);
 
     // Puts them in ascending order.
@@ -63,6 +67,7 @@ class PendingRanges {
         uint32_t nEnd;
     };
 
+    Place place_;
     GrowingArray<Range> ranges_;
 };
 

@@ -192,7 +192,7 @@ struct Query {
 
 int FailToAllocateList() {
     TAVO_LOG_STATE("Failed to TLIBCSzListAlloc");
-    return TAVO_SET_ERROR(tavo::kErrorNoMemory);
+    return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
 }
 
 // ---- Port-forwarding rules ----
@@ -213,7 +213,7 @@ int CompareRule(const Query &query, const TLIBCSzHash *pRule) {
     const char *szRouterPorts = TLIBCSzHashGetValue(pRule, kRuleRouterPorts);
     if (TLIBCSzHashGetValue(pRule, kRuleProtocol) == nullptr || szAppliancePorts == nullptr ||
         szRouterPorts == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const int nAppliance = query.comparison.Compare(szAppliancePorts);
     if (nAppliance < 0) {
@@ -228,7 +228,7 @@ int CheckForwardingRules(const Query &query) {
     const tavo::OwnedTable rule(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (rule == nullptr) {
         TAVO_LOG("Failed to alloc memory");
-        return TAVO_SET_ERROR(tavo::kErrorNoMemory);
+        return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
     }
     const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
     if (names == nullptr) {
@@ -241,7 +241,7 @@ int CheckForwardingRules(const Query &query) {
         case tavo::Presence::kAbsent:
             return 0;
         case tavo::Presence::kUnknown:
-            return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to look for %s", szPath);
+            return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look for %s", szPath);
         case tavo::Presence::kPresent:
             break;
     }
@@ -256,7 +256,7 @@ int CheckForwardingRules(const Query &query) {
         TLIBCSzHash *pRule = rule.get();
         const int nKeys = TLIBCFileGetSection(szPath, szName, &pRule);
         if (nKeys == 0) {
-            TAVO_SET_ERROR(tavo::kErrorBadParameter);
+            TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         }
         if (nKeys < 1) {
             return TAVO_LOG("Section not found or failed to get section(%s) from %s", szName,
@@ -283,7 +283,7 @@ int FailWithoutCatalogue(const tavo::ServiceCatalogue &catalogue) {
 int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
     const tavo::OwnedText copy(strdup(szProtocol));
     if (copy == nullptr) {
-        return tavo::FailToCopy(szProtocol);
+        return tavo::FailToCopy(TAVO_HERE, szProtocol);
     }
     nProtocols = TAVOProtocolMapping(TLIBServiceConfProtocolParse(copy.get()));
     return 0;
@@ -373,11 +373,11 @@ int AskFtpPassivePort() {
 // Adds the port that a setting names, if it names one.
 int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
     if (pSet == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     const auto port = tavo::NewRecord<tavo::OwnedPorts>();
     if (port == nullptr) {
-        return TAVO_FAIL(tavo::kErrorNoMemory, "Out of memory");
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
     }
     if (std::strcmp(szKey, kFtpLowPortKey) == 0 || std::strcmp(szKey, kFtpHighPortKey) == 0) {
         return AskFtpPassivePort();
@@ -504,7 +504,7 @@ SkippedPorts PortsOfSkipped(const Query &query, int nProtocol) {
 }
 
 int FailForArgument() {
-    return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "Invalid Argument!!");
+    return TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
 }
 
 // A token is PORT or START:END in any order, by whatever numbers strtol finds. Zero alone is no
@@ -526,7 +526,7 @@ int CheckSocketsOf(const Range &range, bool tcp, HeldPorts &held, const SkippedP
     }
     UsedPorts used(range);
     if (used.OutOfMemory()) {
-        return TAVO_FAIL(tavo::kErrorNoMemory, "out of memory!!");
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "out of memory!!");
     }
     used.Ask(range, tcp);
     // Without any service there is no list in which skipped names could be looked up, which has
@@ -541,7 +541,7 @@ int CheckSocketsOf(const Range &range, bool tcp, HeldPorts &held, const SkippedP
 int CheckSockets(const Query &query) {
     const tavo::ServiceCatalogue &catalogue = query.call.catalogue.Get();
     if (catalogue.count < 0) {
-        return TAVO_FAIL_STATE(tavo::kErrorFirewallServices, "Failed to enumerate services");
+        return TAVO_FAIL_STATE(TAVO_ERR_FW_SERVICES, "Failed to enumerate services");
     }
     if (catalogue.report.Fault() != 0) {
         return FailWithoutCatalogue(catalogue);
@@ -637,7 +637,7 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
     if (szSkipServices == nullptr || szPort == nullptr || szProtocol == nullptr ||
         ppConflictPorts == nullptr || nCheckFlags < TAVO_PORT_CHECK_DEFAULT ||
         nCheckFlags > kHighestCheckFlags) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Invalid Argument!!");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
     }
     const tavo::OwnedNames skip(TLIBCSzListAlloc(tavo::kInitialCapacity));
     const tavo::OwnedNames ports(TLIBCSzListAlloc(tavo::kInitialCapacity));
@@ -653,7 +653,8 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
     // The settings merge what rules and services find; only without them are the pairs the result.
     const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
     Comparison comparison(
-        szPort, merged ? Comparison::Keeping::kDeclaredRanges : Comparison::Keeping::kPairs,
+        TAVO_HERE, szPort,
+        merged ? Comparison::Keeping::kDeclaredRanges : Comparison::Keeping::kPairs,
         ppConflictPorts);
     const Query query = {szPort,          szProtocol,      skip.get(), skipIndex.get(), ports.get(),
                          protocols.get(), ppConflictPorts, call,       comparison};
@@ -710,14 +711,14 @@ int ReportEnd(const char *szConfFile, const SectionPorts &sections) {
             return TAVO_LOG_STATE("Failed to keep the ports of section %s of %s", szSection,
                                   szConfFile);
         case SectionPorts::End::kNoPorts:
-            return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "szTmpString is NULL");
+            return TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "szTmpString is NULL");
         case SectionPorts::End::kUnreadable:
             break;
     }
     if (sections.nKeys < 0) {
         sections.error.Restore();
     } else {
-        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     return TAVO_LOG_STATE(
         "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
@@ -730,12 +731,12 @@ int ReportEnd(const char *szConfFile, const SectionPorts &sections) {
 int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConflictPorts,
                  Call &call) {
     if (szSection == nullptr) {
-        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         return 0;
     }
     const tavo::OwnedText copy(strdup(szDstPorts));
     if (copy == nullptr) {
-        TAVO_SET_ERROR(tavo::kErrorNoMemory);
+        TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
         return 0;
     }
     char *szProtocol = copy.get();

@@ -29,7 +29,7 @@ int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
     // Not calloc, which passes by the heap's stock of blocks that were freed a moment ago.
     OwnedPorts node(static_cast<TAVO_SERVICE_CONF_PORT *>(std::malloc(sizeof(*node))));
     if (node == nullptr) {
-        return TAVO_FAIL(kErrorNoMemory, "Out of memory");
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
     }
     TAVO_SERVICE_CONF_PORT *pNext = *ppLink_;
     *node = {};
@@ -51,7 +51,7 @@ int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
 bool PendingRanges::Append(uint32_t nStart, uint32_t nEnd) {
     const bool appended = ranges_.Append({nStart, nEnd});
     if (!appended) {
-        TAVO_SET_ERROR(kErrorNoMemory);
+        TAVO_SET_ERROR_AT(place_, TLIBC_ERR_NO_MEMORY);
     }
     return appended;
 }
@@ -74,7 +74,7 @@ int PendingRanges::AddTo(TAVO_PORT_RANGE *pSet) const {
 TAVO_PORT_RANGE *TLIBPortRangeCreate(void) {
     auto set = tavo::NewRecord<tavo::OwnedRanges>();
     if (set == nullptr) {
-        TAVO_SET_ERROR(tavo::kErrorNoMemory);
+        TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
     }
     return set.release();
 }
@@ -88,7 +88,7 @@ void TLIBPortRangeDestory(TAVO_PORT_RANGE *pSet) {
 
 int TLIBPortRangeAdd(TAVO_PORT_RANGE *pSet, TAVO_SERVICE_CONF_PORT *pPort) {
     if (pSet == nullptr || pPort == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     // Callers read the end of a single port back from their own record.
     pPort->nPortEnd = tavo::LastPort(*pPort);

@@ -43,7 +43,7 @@ void PrintRanges(const TAVO_SERVICE_CONF_PORT *pNode, char *szText) {
 
 char *TLIBPortRangeExport(const TAVO_PORT_RANGE *pSet) {
     if (pSet == nullptr) {
-        TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
         return nullptr;
     }
     if (pSet->pRanges == nullptr) {
@@ -51,7 +51,7 @@ char *TLIBPortRangeExport(const TAVO_PORT_RANGE *pSet) {
     }
     const tavo::OwnedText text(static_cast<char *>(std::malloc(Count(pSet->pRanges) * kRangeSize)));
     if (text == nullptr) {
-        TAVO_FAIL(tavo::kErrorNoMemory, "Failed to TLIBCStrGet().");
+        TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to TLIBCStrGet().");
         return nullptr;
     }
     PrintRanges(pSet->pRanges, text.get());

@@ -57,7 +57,7 @@ int ReadItem(const char *&szText, Range &range) {
     const std::size_t nLength = std::strcspn(szText, ",");
     const tavo::OwnedText item(static_cast<char *>(std::malloc(nLength + 1)));
     if (item == nullptr) {
-        return TAVO_FAIL(tavo::kErrorNoMemory, "Out of memory.");
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory.");
     }
     std::memcpy(item.get(), szText, nLength);
     item.get()[nLength] = '\0';
@@ -75,7 +75,7 @@ int ReadItem(const char *&szText, Range &range) {
 
 int TLIBPortRangeImport(TAVO_PORT_RANGE *pSet, const char *szRanges) {
     if (pSet == nullptr || szRanges == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     tavo::RangeAdder adder(pSet);
     for (const char *szRest = szRanges;; ++szRest) {

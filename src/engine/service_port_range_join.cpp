@@ -41,7 +41,7 @@ bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
 // Puts the ranges aside first, and in order where that makes no difference: plain ranges in any
 // order are the same set, and a long list in random order then costs no walk for each of them.
 int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
-    tavo::PendingRanges ranges;
+    tavo::PendingRanges ranges(TAVO_HERE);
     for (const auto *pNode = pRanges; pNode != nullptr; pNode = pNode->pNext) {
         if (!ranges.Append(pNode->nPortStart, tavo::LastPort(*pNode))) {
             return -1;
@@ -62,7 +62,7 @@ int Join(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc) {
 
 int TLIBPortRangeJoin(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc) {
     if (pDst == nullptr || pSrc == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     if (Join(pDst, pSrc) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeAdd().");

@@ -36,9 +36,9 @@ int FindPieces(const TAVO_SERVICE_CONF_PORT *pA, const TAVO_SERVICE_CONF_PORT *p
 int TLIBPortRangeOverlap(const TAVO_PORT_RANGE *pA, const TAVO_PORT_RANGE *pB,
                          TAVO_PORT_RANGE *pOut) {
     if (pA == nullptr || pB == nullptr || pOut == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
-    tavo::PendingRanges pieces;
+    tavo::PendingRanges pieces(TAVO_HERE);
     if (FindPieces(pA->pRanges, pB->pRanges, pieces) < 0) {
         return -1;
     }

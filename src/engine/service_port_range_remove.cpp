@@ -37,7 +37,7 @@ int MakeNodes(std::size_t nCount, tavo::OwnedPorts &nodes) {
     for (; nCount > 0; --nCount) {
         auto node = tavo::NewRecord<tavo::OwnedPorts>();
         if (node == nullptr) {
-            return TAVO_FAIL(tavo::kErrorNoMemory, "Failed to memory allocation.");
+            return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to memory allocation.");
         }
         node->pNext = nodes.release();
         nodes = std::move(node);
@@ -81,7 +81,7 @@ void KeepRight(uint32_t nEnd, tavo::OwnedPorts &nodes, Link &ppLink) {
 
 int TLIBPortRangeRemove(TAVO_PORT_RANGE *pSet, const TAVO_SERVICE_CONF_PORT *pPort) {
     if (pSet == nullptr || pPort == nullptr || pSet->pRanges == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters.");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     const uint32_t nStart = pPort->nPortStart;
     const uint32_t nEnd = pPort->nPortEnd;
@@ -90,7 +90,7 @@ int TLIBPortRangeRemove(TAVO_PORT_RANGE *pSet, const TAVO_SERVICE_CONF_PORT *pPo
         ppLink = &(*ppLink)->pNext;
     }
     if (*ppLink == nullptr) {
-        return TAVO_FAIL(tavo::kErrorBadParameter, "Can't find entry to remove in the list");
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Can't find entry to remove in the list");
     }
     tavo::OwnedPorts nodes;
     if (MakeNodes(CountPieces(*ppLink, nStart, nEnd), nodes) < 0) {

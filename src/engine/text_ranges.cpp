@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/failure.h"
 #include "support/text.h"
 #include "tavoserviceconf.h"
 
@@ -12,10 +11,10 @@ namespace tavo {
 namespace {
 
 // Reads one token, PORT or a range. Changes the token.
-bool ReadToken(char *szToken, char separator, Range &range) {
+bool ReadToken(const Place &place, char *szToken, char separator, Range &range) {
     const std::size_t nLength = std::strlen(szToken);
     if (nLength > 0 && (szToken[0] == separator || szToken[nLength - 1] == separator)) {
-        TAVO_SET_ERROR(kErrorBadParameter);
+        TAVO_SET_ERROR_AT(place, TLIBC_ERR_BAD_PARAMETER);
         return false;
     }
     char *szEnd = szToken;
@@ -38,8 +37,8 @@ bool ReadToken(char *szToken, char separator, Range &range) {
 
 }  // namespace
 
-int FailToCopy(const char *szText) {
-    return TAVO_FAIL_STATE(kErrorNoMemory, "strdup fail for %s", szText);
+int FailToCopy(const Place &place, const char *szText) {
+    return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_NO_MEMORY, "strdup fail for %s", szText);
 }
 
 TextRanges::~TextRanges() {
@@ -75,7 +74,7 @@ int TextRanges::ReadNext() {
 int TextRanges::Begin() {
     copy_.reset(strdup(szText_));
     if (copy_ == nullptr) {
-        return FailToCopy(szText_);
+        return FailToCopy(place_, szText_);
     }
     szRest_ = copy_.get();
     return TLIBCStrTrimSpace(szRest_);
@@ -83,11 +82,11 @@ int TextRanges::Begin() {
 
 int TextRanges::Append(char *szToken) {
     Range range{};
-    if (TLIBCStrTrimSpace(szToken) < 0 || !ReadToken(szToken, separator_, range)) {
+    if (TLIBCStrTrimSpace(szToken) < 0 || !ReadToken(place_, szToken, separator_, range)) {
         return -1;
     }
     if (nCount_ == nRoom_ && !Grow()) {
-        return FailToCopy(szText_);
+        return FailToCopy(place_, szText_);
     }
     pRanges_[nCount_++] = range;
     return 1;

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <iterator>
 
+#include "support/failure.h"
 #include "support/owners.h"
 
 namespace tavo {
@@ -15,16 +16,18 @@ struct Range {
     int nHigh;
 };
 
-// Reports that a text could not be copied.
-int FailToCopy(const char *szText);
+// Reports that a text could not be copied, for the operation at that place.
+int FailToCopy(const Place &place, const char *szText);
 
 // The ranges of a text between commas, empty tokens left out. A token is read when it is first
 // asked for, and only once however often the text is compared: a bad one is an error where a
 // comparison comes to it and nowhere else.
 class TextRanges {
   public:
-    // Ranges are written START `separator` END, in any order. The text is the caller's.
-    TextRanges(const char *szText, char separator) : szText_(szText), separator_(separator) {}
+    // Ranges are written START `separator` END, in any order. The text is the caller's. Failures
+    // are reported for the operation at `place`.
+    TextRanges(const Place &place, const char *szText, char separator)
+        : place_(place), szText_(szText), separator_(separator) {}
     ~TextRanges();
     TextRanges(const TextRanges &) = delete;
     TextRanges &operator=(const TextRanges &) = delete;
@@ -42,6 +45,7 @@ class TextRanges {
     int Append(char *szToken);
     bool Grow();
 
+    Place place_;
     const char *szText_;
     char separator_;
     OwnedText copy_;

@@ -30,7 +30,7 @@ int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||
         ((pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
          (pParam->nLocation & kDirectories) == 0)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     return 0;
 }
@@ -47,13 +47,13 @@ bool IsEmpty(const char *szText) {
 int Replace(const char *szSrc, const char *szDst, bool move) {
     struct stat source;
     if (stat(szSrc, &source) < 0 || !IsFolderOrFile(source)) {
-        return TAVO_FAIL_STATE(tavo::kErrorBadSource, "Source path is not valid (src path: %s)",
+        return TAVO_FAIL_STATE(TAVO_ERR_BAD_SOURCE, "Source path is not valid (src path: %s)",
                                szSrc);
     }
     if (S_ISREG(source.st_mode) && std::string_view(szDst).ends_with('/')) {
         // The line shows the error state from before, and always has.
         TAVO_LOG_STATE("source/target must both be folder or file");
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     // A folder that cannot be removed must not swallow the source, nor, when something is mounted
     // on it, be emptied in the attempt.
@@ -88,18 +88,18 @@ bool IsFolder(const char *path) {
 
 int CopyOrMove(const char *source, const char *target, bool move) {
     if (IsEmpty(source) || IsEmpty(target)) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const OwnedText from(strdup(source));
     const OwnedText to(strdup(target));
     if (from == nullptr || to == nullptr) {
-        return TAVO_SET_ERROR(kErrorNoMemory);
+        return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
     }
     if (TLIBCStrTrimSpace(from.get()) < 0 || TLIBCStrTrimSpace(to.get()) < 0) {
         return TAVO_LOG_STATE("TLIBCStrTrimSpace() failed!");
     }
     if (IsEmpty(from.get()) || IsEmpty(to.get())) {
-        return TAVO_SET_ERROR(kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     return Replace(from.get(), to.get(), move);
 }
@@ -108,7 +108,7 @@ int CopyOrMove(const char *source, const char *target, bool move) {
 
 int RemovePath(const char *szPath) {
     if (IsEmpty(szPath)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     struct stat entry;
     if (stat(szPath, &entry) < 0 || !IsFolderOrFile(entry)) {
@@ -132,7 +132,7 @@ int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     tavo::Stores stores = tavo::StoresOf(*pParam);
     tavo::StoreLock lock(tavo::ChosenOf(stores));
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s for a backup",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a backup",
                                lock.Missing());
     }
     for (tavo::Store &store : stores) {
@@ -158,7 +158,7 @@ int TLIBServiceConfRestore(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     tavo::Stores stores = tavo::StoresOf(*pParam);
     tavo::StoreLock lock(tavo::ChosenOf(stores), tavo::LockPurpose::kUndo);
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s for a restore",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a restore",
                                lock.Missing());
     }
     lock.EndUndo();
@@ -184,7 +184,7 @@ int TLIBServiceBackupConfDelete(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     tavo::Stores stores = tavo::StoresOf(*pParam);
     tavo::StoreLock lock(tavo::ChosenOf(stores), tavo::LockPurpose::kUndo);
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to delete a backup",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to delete a backup",
                                lock.Missing());
     }
     lock.EndUndo();

@@ -9,11 +9,11 @@
 
 int TAVOServiceConfInstall(const char *szSrcPath, int nLocation) {
     if (szSrcPath == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const tavo::OwnedText copy(strdup(szSrcPath));
     if (copy == nullptr) {
-        return TAVO_FAIL(tavo::kErrorNoMemory, "FAILED to duplicate string=%s", szSrcPath);
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "FAILED to duplicate string=%s", szSrcPath);
     }
     TAVO_SERVICE_CONF_PORT *pConflicts = nullptr;
     const int nResult = ServiceConfInstall(basename(copy.get()), szSrcPath, nLocation, &pConflicts);

@@ -36,7 +36,7 @@ int WritePorts(const tavo::SetParam &param, const char *szKey, const tavo::PortT
     const tavo::Target target(param);
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), target.Path());
     }
     if (CheckSection(target) < 0 || tavo::MakeBackup(target, backup) < 0 ||
@@ -54,7 +54,7 @@ int TLIBServiceConfPortsSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
                             const TAVO_SERVICE_CONF_PORT *pPortList) {
     tavo::ReleaseHeldFile();
     if (!tavo::AllowsSet(pParam) || pPortList == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     tavo::PortText ports;
     if (ports.Print(pPortList) < 0 || tavo::RefuseConflict(*pParam, ports) < 0) {

@@ -35,7 +35,7 @@ int MakeBackup(const tavo::Target &target, tavo::TemporaryCopy &backup) {
 int RemoveFile(const tavo::Target &target, tavo::TemporaryCopy &backup) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to remove %s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to remove %s",
                                lock.Missing(), target.Path());
     }
     const int nFound = tavo::LookForFile(target.Path());
@@ -43,7 +43,7 @@ int RemoveFile(const tavo::Target &target, tavo::TemporaryCopy &backup) {
         return -1;
     }
     if (nFound == 0) {
-        return TAVO_SET_ERROR(tavo::kErrorNoFile);
+        return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }
     if (MakeBackup(target, backup) < 0) {
         return -1;
@@ -68,7 +68,7 @@ TAVO_SERVICE_CONF_REMOVE_NOTIFY Notification(uint32_t nCheckFlags,
 
 int TAVOServiceConfRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     if (!tavo::AllowsRemove(pParam)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     tavo::TemporaryCopy backup;
     if (RemoveFile(tavo::Target(*pParam), backup) < 0) {
@@ -83,7 +83,7 @@ int TAVOServiceConfRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
 
 int TAVOServiceConfRemoveBaseName(const char *szFileName, int nLocation) {
     if (szFileName == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     TAVO_SERVICE_CONF_SET_PARAM param = {};
     param.nRestartMode = TAVO_RESTART_MODE_RESTART;

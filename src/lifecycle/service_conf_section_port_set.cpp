@@ -42,7 +42,7 @@ class GrowingText {
             return -1;
         }
         nLength_ += std::strlen(szPiece);
-        return nLength_ < kValueSize ? 0 : TAVO_SET_ERROR(tavo::kErrorBufferTooSmall);
+        return nLength_ < kValueSize ? 0 : TAVO_SET_ERROR(TLIBC_ERR_BUFFER_TOO_SMALL);
     }
 
     const char *Get() const { return szText_; }
@@ -96,7 +96,7 @@ int WriteValue(const char *szPath, const char *szDirectory, const char *szSectio
                const char *szKey, const char *szValue) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), szPath);
     }
     return TLIBCFileSetSectionValue(szPath, szSection, szKey, szValue);
@@ -105,7 +105,7 @@ int WriteValue(const char *szPath, const char *szDirectory, const char *szSectio
 // That the name is taken in the very directory that the file lies in proves that the file is there.
 int CheckFile(const char *szPath, const char *szDirectory) {
     if (TAVOServiceConfFileVerify(szPath, szDirectory) < 0 &&
-        TLIBCErrGet() != tavo::kErrorAlreadyInstalled) {
+        TLIBCErrGet() != TAVO_ERR_ALREADY_INSTALLED) {
         return TAVO_LOG_STATE("Service conf does not exist, tavoerr=");
     }
     return 0;
@@ -117,7 +117,7 @@ int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName, const c
                                   const TAVO_SERVICE_CONF_PORT *pPortList) {
     tavo::ReleaseHeldFile();
     if (szSectionName == nullptr || pPortList == nullptr || tavo::LeadsAway(szFileName)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     // Not the bits of a location: with anything but 1 the file is a package's.
     const char *szDirectory = nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM

@@ -110,7 +110,7 @@ Outcome MakeTransaction(const tavo::SetParam &param, const tavo::Target &target)
     const tavo::StoreLock lock(tavo::ChosenOf(tavo::StoresOf(param)) |
                                tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
-        TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s", lock.Missing(),
+        TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s", lock.Missing(),
                         target.Path());
         return Outcome::kRolledBack;
     }
@@ -137,7 +137,7 @@ Outcome MakeTransaction(const tavo::SetParam &param, const tavo::Target &target)
 int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     tavo::ReleaseHeldFile();
     if (!tavo::AllowsRemove(pParam) || tavo::FieldText(pParam->szSectionName).empty()) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const Outcome outcome = MakeTransaction(*pParam, tavo::Target(*pParam));
     if (outcome == Outcome::kRestartFailed) {

@@ -142,7 +142,7 @@ int WriteSection(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &s
     const tavo::Target target(param);
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to change %s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), target.Path());
     }
     NewFile made;
@@ -174,7 +174,7 @@ int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
                               const TAVO_SERVICE_CONF_SECTION *pSection) {
     tavo::ReleaseHeldFile();
     if (!tavo::AllowsSet(pParam) || !IsWritable(pSection)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     tavo::PortText dstPorts;
     if (dstPorts.Print(pSection->pDstPorts) < 0) {

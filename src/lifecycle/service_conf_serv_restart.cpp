@@ -110,11 +110,11 @@ int SetOldAndNewContent(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIF
     const tavo::FieldString oldPath(notify.szOldConfPath);
     const tavo::FieldString newPath(notify.szNewConfPath);
     if (oldPath.IsEmpty()) {
-        return TAVO_FAIL(tavo::kErrorBadParameter,
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
                          "FAILED to notify portforward, old sc file is empty");
     }
     if (newPath.IsEmpty()) {
-        return TAVO_FAIL(tavo::kErrorBadParameter,
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
                          "FAILED to notify portforward, new sc file is empty");
     }
     if (PluginArgSetFileContent(pHandle, kOldContent, oldPath.Get()) < 0) {
@@ -194,7 +194,7 @@ int TAVOFwRuleHupWrap(void) {
 
 int TLIBFwServRemoveRecWrap(const char *szName) {
     if (szName == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const int nResult = TLIBCExecl(tavo::kFirewallTool, kFirewallToolOptions, kFirewallRemoveRecord,
                                    szName, nullptr);
@@ -207,7 +207,7 @@ int TLIBFwServRemoveRecWrap(const char *szName) {
 
 int TLIBServiceConfServRestart(int nRestartFlags) {
     if (nRestartFlags < 1 || nRestartFlags > kHighestRestartFlags) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if ((nRestartFlags & TAVO_RESTART_FIREWALL) != 0 && TAVOFwRuleHupWrap() < 0) {
         return -1;
@@ -236,7 +236,7 @@ int PluginArgSetFileContent(struct TLIBPluginHandle *pHandle, const char *szKey,
 
 int TLIBServiceConfUpdateServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify) {
     if (pNotify == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, kUpdateAction));
     if (plugins == nullptr) {
@@ -254,7 +254,7 @@ int TLIBServiceConfUpdateServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify) {
 
 int TLIBServiceConfRemoveServNotify(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *pNotify) {
     if (pNotify == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, kRemoveAction));
     if (plugins == nullptr) {

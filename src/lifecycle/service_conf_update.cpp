@@ -55,7 +55,7 @@ int Update(const char *szBaseName, const char *szSrcPath, int nLocation,
                                                           ? tavo::kSystemServiceDirectory
                                                           : tavo::kPackageServiceDirectory));
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to update %s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to update %s",
                                lock.Missing(), szInstalled);
     }
     if (MakeBackup(szBaseName, szInstalled, backup) < 0) {
@@ -77,7 +77,7 @@ int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
                                                TAVO_SERVICE_CONF_PORT **ppConflictPorts,
                                                TAVO_SERVICE_CONF_NOTIFY *pNotify) {
     if (szBaseName == nullptr || szSrcPath == nullptr || pNotify == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     tavo::TemporaryCopy backup;
     const int nResult = Update(szBaseName, szSrcPath, nLocation, ppConflictPorts, *pNotify, backup);
@@ -93,7 +93,7 @@ int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *szSrcPath,
     tavo::TemporaryCopy backup;
     const int nResult =
         szBaseName == nullptr || szSrcPath == nullptr
-            ? TAVO_SET_ERROR(tavo::kErrorBadParameter)
+            ? TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER)
             : Update(szBaseName, szSrcPath, nLocation, ppConflictPorts, notify, backup);
     if (nResult < 0) {
         return TAVO_LOG("FAILED to install .sc");

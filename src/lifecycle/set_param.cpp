@@ -80,7 +80,7 @@ int LookForFile(const char *path) {
     const Presence presence = PresenceOf(path);
     if (presence == Presence::kUnknown) {
         const int error = errno;
-        return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to look at %s: %s", path,
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
                                std::strerror(error));
     }
     return presence == Presence::kPresent ? 1 : 0;

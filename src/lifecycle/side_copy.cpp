@@ -52,7 +52,7 @@ bool IsSameFile(const struct stat &one, const struct stat &other) {
 
 int FailToLook(const char *path) {
     const int error = errno;
-    return TAVO_FAIL_STATE(kErrorCannotOpen, "Failed to look at %s: %s", path,
+    return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
                            std::strerror(error));
 }
 
@@ -115,7 +115,7 @@ int SetAside(const Store &store) {
     }
     if (rename(store.copy, aside) < 0) {
         const int error = errno;
-        return TAVO_FAIL_STATE(kErrorRename, "Failed to rename %s to %s: %s", store.copy, aside,
+        return TAVO_FAIL_STATE(TLIBC_ERR_RENAME, "Failed to rename %s to %s: %s", store.copy, aside,
                                std::strerror(error));
     }
     TAVO_LOG("%s may be the only whole copy of %s, kept as %s", store.copy, store.path, aside);
@@ -130,7 +130,7 @@ int ClearSideCopy(const char *copy) {
         return -1;
     }
     if (IsThere(copy) && unlink(copy) < 0 && IsThere(copy)) {
-        return TAVO_FAIL_STATE(kErrorCopy, "Failed to rm -rf %s", copy);
+        return TAVO_FAIL_STATE(TAVO_ERR_COPY, "Failed to rm -rf %s", copy);
     }
     return 0;
 }
@@ -203,7 +203,7 @@ int CopyModes(const Store &store) {
     }
     if (!copied) {
         const int error = errno;
-        return TAVO_FAIL_STATE(error == ENOMEM ? kErrorNoMemory : kErrorCopy,
+        return TAVO_FAIL_STATE(error == ENOMEM ? TLIBC_ERR_NO_MEMORY : TAVO_ERR_COPY,
                                "Failed to copy the modes of %s to %s: %s", store.place, store.copy,
                                std::strerror(error));
     }
@@ -240,7 +240,7 @@ int MoveAside(const char *place) {
     RemovePath(aside);
     if (rename(place, aside) < 0) {
         TAVO_LOG_STATE("Failed to rm -rf %s", place);
-        return TAVO_SET_ERROR(kErrorRename);
+        return TAVO_SET_ERROR(TLIBC_ERR_RENAME);
     }
     RemovePath(aside);
     if (IsThere(aside)) {
@@ -255,7 +255,7 @@ int ClearPlace(const Store &store) {
     const char *place = store.place;
     if (IsMountPoint(place)) {
         TAVO_LOG_STATE("Failed to rm -rf %s", place);
-        return TAVO_SET_ERROR(kErrorRename);
+        return TAVO_SET_ERROR(TLIBC_ERR_RENAME);
     }
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
         const WritersLock lock(FolderOfWriters(store, place));
@@ -304,7 +304,7 @@ class Return {
                 return 0;
             }
         }
-        return TAVO_FAIL_STATE(kErrorRename, "Failed to put %s in the place of %s", source_,
+        return TAVO_FAIL_STATE(TLIBC_ERR_RENAME, "Failed to put %s in the place of %s", source_,
                                place_);
     }
 

@@ -45,10 +45,10 @@ int CheckSource(const char *szSrcPath, const char *szDirectory) {
         return 0;
     }
     switch (TLIBCErrGet()) {
-        case tavo::kErrorAlreadyInstalled:
+        case TAVO_ERR_ALREADY_INSTALLED:
             TLIBCErrSetEx(0, __FILE_NAME__, __LINE__);
             return 0;
-        case tavo::kErrorNoFile:
+        case TLIBC_ERR_NO_FILE:
             return TAVO_LOG_STATE("Source configure file does not exist (%s)", szSrcPath);
         default:
             return TAVO_LOG_STATE("install configue file fail! (%s)", szSrcPath);
@@ -68,7 +68,7 @@ bool ReportConflict(const char *szSrcPath, TAVO_SERVICE_CONF_PORT **ppConflictPo
 
 int MakeDirectory(const char *szDirectory) {
     if (tavo::MakeFolder(szDirectory) != 0) {
-        return TAVO_FAIL_STATE(tavo::kErrorMakeDirectory, "mkdir fail for path %s", szDirectory);
+        return TAVO_FAIL_STATE(TAVO_ERR_MAKE_DIRECTORY, "mkdir fail for path %s", szDirectory);
     }
     return 0;
 }
@@ -99,7 +99,7 @@ bool CopyWithModeAndTimes(const char *szSrcPath, const char *szPath) {
 int Rename(const char *szFrom, const char *szTo) {
     if (rename(szFrom, szTo) < 0) {
         const int nErrno = errno;
-        return TAVO_FAIL(tavo::kErrorRename, "Failed to rename %s to %s: %s", szFrom, szTo,
+        return TAVO_FAIL(TLIBC_ERR_RENAME, "Failed to rename %s to %s: %s", szFrom, szTo,
                          std::strerror(nErrno));
     }
     return 0;
@@ -110,7 +110,7 @@ int Rename(const char *szFrom, const char *szTo) {
 int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
-        return TAVO_FAIL_STATE(tavo::kErrorCannotOpen, "Failed to lock %s to install %s/%s",
+        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to install %s/%s",
                                lock.Missing(), szDirectory, szBaseName);
     }
     char szFolder[tavo::kPathSize];
@@ -126,7 +126,7 @@ int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirec
     char szTarget[tavo::kPathSize];
     tavo::PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
     if (!CopyWithModeAndTimes(szSrcPath, szCopy)) {
-        return TAVO_FAIL_STATE(tavo::kErrorCopy, "install configure file fail! from=%s to=%s",
+        return TAVO_FAIL_STATE(TAVO_ERR_COPY, "install configure file fail! from=%s to=%s",
                                szSrcPath, szTarget);
     }
     return Rename(szCopy, szTarget);
@@ -137,7 +137,7 @@ int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirec
 int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf) {
     const char *szDirectory = InstallDirectory(nLocation);
     if (tavo::LeadsAway(szBaseName) || szDirectory == nullptr || szBuf == nullptr || cbBuf < 1) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     std::snprintf(szBuf, static_cast<std::size_t>(cbBuf), "%s/%s", szDirectory, szBaseName);
     return 0;
@@ -148,13 +148,13 @@ int ServiceConfInstall(const char *szBaseName, const char *szSrcPath, int nLocat
     tavo::ReleaseHeldFile();
     const char *szDirectory = InstallDirectory(nLocation);
     if (szSrcPath == nullptr || szDirectory == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if (CheckSource(szSrcPath, szDirectory) < 0) {
         return -1;
     }
     if (tavo::LeadsAway(szBaseName)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const bool conflict = ReportConflict(szSrcPath, ppConflictPorts);
     if (PlaceFile(szBaseName, szSrcPath, szDirectory) < 0) {

@@ -79,7 +79,7 @@ int TLIBServiceProtoMapSizeGet(void) {
 
 int TLIBServiceProtoIndexGet(int nIndex, int *pnProto) {
     if (pnProto == nullptr || !IsRow(nIndex)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     *pnProto = gProtoTypeMapping[nIndex].nProto;
     return 0;
@@ -87,12 +87,12 @@ int TLIBServiceProtoIndexGet(int nIndex, int *pnProto) {
 
 int TLIBServiceProtoStrGet(int nIndex, char *szBuf, int cbBuf) {
     if (!IsRow(nIndex) || szBuf == nullptr || cbBuf < 1) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const char *szName = gProtoTypeMapping[nIndex].szName;
     const std::size_t nLength = std::strlen(szName);
     if (nLength >= static_cast<std::size_t>(cbBuf)) {
-        return TAVO_FAIL_STATE(tavo::kErrorBufferTooSmall, "input array too small");
+        return TAVO_FAIL_STATE(TLIBC_ERR_BUFFER_TOO_SMALL, "input array too small");
     }
     std::memcpy(szBuf, szName, nLength + 1);
     return 0;

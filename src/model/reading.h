@@ -25,7 +25,7 @@ class Reading {
     // Memory ran out or a system call failed: the error state says which.
     static Reading Unknown() {
         const unsigned int code = TLIBCErrGet();
-        return {false, code != 0 ? code : kErrorCannotOpen};
+        return {false, code != 0 ? code : TLIBC_ERR_FILE_UNUSABLE};
     }
 
     // The same with an error code that need not be in the error state.
@@ -48,10 +48,10 @@ class Reading {
 inline Reading WhyUnreadable(const char *path) {
     constexpr std::intmax_t kLargest = std::intmax_t{2} << 30;  // the core library reads no more
     const unsigned int code = TLIBCErrGet();
-    if (code == kErrorNoFile || code == kErrorBadParameter) {
+    if (code == TLIBC_ERR_NO_FILE || code == TLIBC_ERR_BAD_PARAMETER) {
         return Reading::Invalid();
     }
-    if (code != kErrorCannotOpen) {
+    if (code != TLIBC_ERR_FILE_UNUSABLE) {
         return Reading::Unknown();
     }
     struct stat status;

@@ -20,11 +20,11 @@ bool IsValid(const TAVO_SERVICE_CONF_PORT &port) {
 int TAVOServiceComposePortInfo(const TAVO_SERVICE_CONF_PORT *pPort,
                                TAVO_SERVICE_CONF_PORT **ppList) {
     if (pPort == nullptr || ppList == nullptr || !IsValid(*pPort)) {
-        return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "Bad Parameters!");
+        return TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "Bad Parameters!");
     }
     auto copy = tavo::NewRecord<tavo::OwnedPorts>();
     if (copy == nullptr) {
-        return TAVO_FAIL_STATE(tavo::kErrorNoMemory, "Failed to allocate TAVO_SERVICE_CONF_PORT! ");
+        return TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY, "Failed to allocate TAVO_SERVICE_CONF_PORT! ");
     }
     *copy = *pPort;
     tavo::Prepend(std::move(copy), ppList);

@@ -39,11 +39,11 @@ int CopyPorts(const TAVO_SERVICE_CONF_PORT *pSource, TAVO_SERVICE_CONF_PORT **pp
 int TAVOServiceComposeSectionInfo(const TAVO_SERVICE_CONF_SECTION *pSection,
                                   TAVO_SERVICE_CONF_SECTION **ppList) {
     if (pSection == nullptr || ppList == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     auto copy = tavo::NewRecord<tavo::OwnedSection>();
     if (copy == nullptr) {
-        return TAVO_FAIL_STATE(tavo::kErrorNoMemory,
+        return TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY,
                                "Failed to allocate TAVO_SERVICE_CONF_SECTION! ");
     }
     tavo::CopyText(copy->szName, tavo::FieldText(pSection->szName));

@@ -27,7 +27,7 @@ Reading WhyNotListed(const char *directory, int error) {
     if (error == ENOTDIR || tavo::PresenceOf(directory) == tavo::Presence::kAbsent) {
         return Reading::Good();
     }
-    return Reading::Unknown(error == ENOMEM ? tavo::kErrorNoMemory : tavo::kErrorListDirectory);
+    return Reading::Unknown(error == ENOMEM ? TLIBC_ERR_NO_MEMORY : TAVO_ERR_LIST_DIRECTORY);
 }
 
 Reading ReadEntry(const char *path, const ServiceFolder &folder, TAVO_SERVICE_CONF **list,
@@ -49,7 +49,7 @@ int ReadFolder(const ServiceFolder &folder, TAVO_SERVICE_CONF **list, ReadingRep
         if (report != nullptr) {
             report->NoteFolder(WhyNotListed(folder.path, errno), folder);
         }
-        TAVO_SET_ERROR(tavo::kErrorListDirectory);
+        TAVO_SET_ERROR(TAVO_ERR_LIST_DIRECTORY);
         return 0;
     }
     int files = 0;
@@ -78,7 +78,7 @@ int tavo::ReadServiceFiles(TAVO_SERVICE_CONF **list, int folders, ReadingReport 
 
 int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags) {
     if (ppList == nullptr || (nDirFlags & tavo::kEveryServiceFolder) == 0) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     return tavo::ReadServiceFiles(ppList, nDirFlags, nullptr);
 }

@@ -9,26 +9,26 @@
 
 int TAVOServiceConfFileVerify(const char *szFile, const char *szDir) {
     if (szFile == nullptr || szDir == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const tavo::Presence source = tavo::PresenceOf(szFile);
     if (source != tavo::Presence::kPresent) {
-        return TAVO_SET_ERROR(source == tavo::Presence::kAbsent ? tavo::kErrorNoFile
-                                                                : tavo::kErrorCannotOpen);
+        return TAVO_SET_ERROR(source == tavo::Presence::kAbsent ? TLIBC_ERR_NO_FILE
+                                                                : TLIBC_ERR_FILE_UNUSABLE);
     }
     const char *szSlash = std::strrchr(szFile, '/');
     char szTarget[tavo::kPathSize];
     const int nLength = std::snprintf(szTarget, sizeof(szTarget), "%s/%s", szDir,
                                       szSlash != nullptr ? szSlash + 1 : szFile);
     if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szTarget)) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     // A symbolic link to nothing does not exist for this question, which is kept.
     switch (tavo::PresenceOf(szTarget)) {
         case tavo::Presence::kPresent:
-            return TAVO_SET_ERROR(tavo::kErrorAlreadyInstalled);
+            return TAVO_SET_ERROR(TAVO_ERR_ALREADY_INSTALLED);
         case tavo::Presence::kUnknown:
-            return TAVO_SET_ERROR(tavo::kErrorCannotOpen);
+            return TAVO_SET_ERROR(TLIBC_ERR_FILE_UNUSABLE);
         default:
             return 0;
     }

@@ -73,7 +73,7 @@ Reading ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
 Reading ReadSection(const char *szPath, const char *szName, TAVO_SERVICE_CONF *pConf) {
     if (!IsValidName(szName)) {
         TAVO_FAIL_STATE(
-            tavo::kErrorBadParameter,
+            TLIBC_ERR_BAD_PARAMETER,
             "Section name format error (File: %s, Section Name: [%s])! It can not be empty, "
             "and just can composed of a~z, 0~9, `-`, '_', tavoerr=",
             szPath, szName);
@@ -135,7 +135,7 @@ Reading tavo::ReadServiceFile(const char *szPath, TAVO_SERVICE_CONF **ppList,
 
 int TAVOServiceConfGet(const char *szPath, TAVO_SERVICE_CONF **ppList) {
     if (szPath == nullptr || ppList == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     return tavo::ReadServiceFile(szPath, ppList, nullptr).IsGood() ? 0 : -1;
 }

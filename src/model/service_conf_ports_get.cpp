@@ -32,14 +32,13 @@ bool IsAllDigits(const char *szText) {
 // "4294967376" has always been port 80.
 bool ReadPort(const char *szPort, uint32_t &nPort) {
     if (szPort == nullptr || *szPort == '\0') {
-        TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         return false;
     }
     const bool digits = IsAllDigits(szPort);
     const auto nValue = static_cast<uint32_t>(digits ? std::strtol(szPort, nullptr, 10) : 0);
     if (!digits || nValue > kHighestPort) {
-        TAVO_FAIL_STATE(tavo::kErrorBadParameter,
-                        "illegal ports number, port=%s, tavoerr=", szPort);
+        TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s, tavoerr=", szPort);
         return false;
     }
     nPort = nValue;
@@ -116,7 +115,7 @@ int TLIBServiceConfProtocolParse(char *szProto) {
         const int nBit = ProtocolBit(szWord);
         if (nBit == 0) {
             return TAVO_FAIL_STATE(
-                tavo::kErrorBadParameter,
+                TLIBC_ERR_BAD_PARAMETER,
                 "protocol format error (%s)! It should be \"tcp\" or \"udp\" or \"tcp,udp\", "
                 "tavoerr=",
                 szAsGiven);
@@ -130,11 +129,11 @@ int TAVOServiceConfPortsGet(const char *szPorts, unsigned int nDirection,
                             TAVO_SERVICE_CONF_PORT **ppList) {
     if (szPorts == nullptr || ppList == nullptr || *ppList != nullptr ||
         nDirection > TAVO_PORT_DIRECTION_DST) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     const tavo::OwnedText copy(strdup(szPorts));
     if (copy == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorNoMemory);
+        return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
     }
     char *szProtocols = copy.get();
     char *szItems = tavo::CutPiece(szProtocols, '/');

@@ -115,10 +115,10 @@ int TLIBServiceConfPortsToStr(const TAVO_SERVICE_CONF_PORT *pList, char *szPorts
                               char *szProto, int cbProto) {
     if (pList == nullptr || szPorts == nullptr || cbPorts < 1 || szProto == nullptr ||
         cbProto < 1 || (pList->nProtocol & TAVO_PROTO_BOTH) == 0) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if (!HasOneProtocol(pList)) {
-        return TAVO_FAIL_STATE(tavo::kErrorBadParameter, "Different protocol in port linked list");
+        return TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "Different protocol in port linked list");
     }
     GrowingText ports;
     GrowingText protocols;
@@ -126,7 +126,7 @@ int TLIBServiceConfPortsToStr(const TAVO_SERVICE_CONF_PORT *pList, char *szPorts
         return -1;
     }
     if (!ports.FitsInto(cbPorts) || !protocols.FitsInto(cbProto)) {
-        return TAVO_FAIL_STATE(tavo::kErrorBufferTooSmall, "input array too small");
+        return TAVO_FAIL_STATE(TLIBC_ERR_BUFFER_TOO_SMALL, "input array too small");
     }
     ports.CopyTo(szPorts);
     protocols.CopyTo(szProto);

@@ -89,7 +89,7 @@ Reading ParsePorts(const char *szPorts, unsigned int nDirection, TAVO_SERVICE_CO
     if (TAVOServiceConfPortsGet(szPorts, nDirection, ppPorts) == 0) {
         return Reading::Good();
     }
-    return TLIBCErrGet() == tavo::kErrorNoMemory ? Reading::Unknown() : Reading::Invalid();
+    return TLIBCErrGet() == TLIBC_ERR_NO_MEMORY ? Reading::Unknown() : Reading::Invalid();
 }
 
 Reading ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
@@ -171,7 +171,7 @@ int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING 
 int TAVOServiceConfSectionGet(const char *szPath, const char *szSection,
                               TAVO_SERVICE_CONF_SECTION **ppList) {
     if (szPath == nullptr || szSection == nullptr || ppList == nullptr) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     return tavo::ReadServiceSection(szPath, szSection, ppList).IsGood() ? 0 : -1;
 }

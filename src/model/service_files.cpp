@@ -28,7 +28,7 @@ ReadingReport &ReadingReport::operator=(ReadingReport &&other) noexcept {
 const char *ReadingReport::Keep(const char *text) {
     OwnedText copy(strdup(text));
     if (copy == nullptr || !texts_.Append(copy.get())) {
-        NoteFault(Reading::Unknown(kErrorNoMemory));
+        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
         return nullptr;
     }
     return copy.release();
@@ -47,7 +47,7 @@ void ReadingReport::NoteFault(Reading reading) {
 void ReadingReport::Note(const LeftOut &omission) {
     NoteFault(omission.reading);
     if (!omission.reading.IsGood() && !omissions_.Append(omission)) {
-        NoteFault(Reading::Unknown(kErrorNoMemory));
+        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
     }
 }
 
@@ -58,7 +58,7 @@ void ReadingReport::BeginFile(const ServiceFolder &folder, const char *path) {
 
 void ReadingReport::EndFile(Reading reading, const TAVO_SERVICE_CONF *conf) {
     if (!files_.Append({folder_, path_, reading.IsGood() ? conf : nullptr})) {
-        NoteFault(Reading::Unknown(kErrorNoMemory));
+        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
     }
     Note({folder_, path_, nullptr, nullptr, reading});
 }

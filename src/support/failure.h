@@ -2,64 +2,143 @@
 // line, return. Each macro gives -1, so that a failing step is reported and returned in one line.
 //
 // The log line is the appliance's diagnostic of record: support greps for these texts, so they are
-// frozen, misspellings included. Source file and line come first and are added here.
+// frozen, misspellings included. Source file and line come first and are added here. They name the
+// operation that failed: a template or helper that works for several operations takes the place of
+// its caller (TAVO_HERE) and reports it with the _AT form of the macro.
 #ifndef TAVO_SRC_SUPPORT_FAILURE_H
 #define TAVO_SRC_SUPPORT_FAILURE_H
 
 #include <syslog.h>
 
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+
 #include "tavocore.h"
 
 namespace tavo {
 
-constexpr unsigned int kErrorBadParameter = 0xD00;
-constexpr unsigned int kErrorNoMemory = 0x200;
-constexpr unsigned int kErrorBadSource = 0x600;
-constexpr unsigned int kErrorNoFile = 0x700;
-constexpr unsigned int kErrorCannotOpen = 0x900;
-constexpr unsigned int kErrorBufferTooSmall = 0xBF00;
-constexpr unsigned int kErrorAlreadyInstalled = 0xC000;
-constexpr unsigned int kErrorRename = 0x2800;
-constexpr unsigned int kErrorListDirectory = 0x2A00;
-constexpr unsigned int kErrorCopy = 0x3B00;
-constexpr unsigned int kErrorMakeDirectory = 0x3C00;
-constexpr unsigned int kErrorFirewallServices = 0x9900;
+// A place in the source; the file without its folders.
+struct Place {
+    const char *file;
+    int line;
+};
 
-// A function, not the value itself: the compiler would call an unused -1 a mistake.
-constexpr int Failed() {
+// The format of a log line, put together from pieces. The longest format of the library has 150
+// characters and the file of an error state 255, so the room is never used up; what does not fit
+// would be left out.
+class LineFormat {
+  public:
+    explicit LineFormat(const Place &place) { AddPlace(place); }
+
+    void Add(const char *format) {
+        for (; *format != '\0' && length_ < kSize - 1; ++format) {
+            text_[length_++] = *format;
+        }
+        text_[length_] = '\0';
+    }
+
+    void AddPlace(const Place &place) {
+        AddLiteral(place.file);
+        char line[16];
+        std::snprintf(line, sizeof(line), ":%d ", place.line);
+        Add(line);
+    }
+
+    // Adds the error state: "[0x0D00 source.cpp:47]".
+    void AddErrorState() {
+        char number[16];
+        std::snprintf(number, sizeof(number), "[0x%04X ", TLIBCErrGet());
+        Add(number);
+        const char *file = TLIBCErrorGetFile();
+        AddLiteral(file != nullptr ? file : "(null)");
+        std::snprintf(number, sizeof(number), ":%d]", TLIBCErrorGetLine());
+        Add(number);
+    }
+
+    const char *Get() const { return text_; }
+
+  private:
+    static constexpr std::size_t kSize = 2048;
+
+    // A caller of the core library may have set the error state, with any text as the file.
+    void AddLiteral(const char *text) {
+        for (; *text != '\0'; ++text) {
+            const char piece[] = {*text, *text == '%' ? '%' : '\0', '\0'};
+            Add(piece);
+        }
+    }
+
+    char text_[kSize];
+    std::size_t length_ = 0;
+};
+
+// Writes a log line. Functions and not macros, so that the compiler and the checkers see an
+// ordinary call with a format to check.
+__attribute__((format(printf, 2, 3))) inline int LogAt(const Place &place, const char *format,
+                                                       ...) {
+    LineFormat line(place);
+    line.Add(format);
+    va_list arguments;
+    va_start(arguments, format);
+    vsyslog(LOG_ERR, line.Get(), arguments);
+    va_end(arguments);
+    return -1;
+}
+
+// Writes a log line that ends in the error state, whoever set it.
+__attribute__((format(printf, 2, 3))) inline int LogStateAt(const Place &place, const char *format,
+                                                            ...) {
+    LineFormat line(place);
+    line.Add(format);
+    line.AddErrorState();
+    va_list arguments;
+    va_start(arguments, format);
+    vsyslog(LOG_ERR, line.Get(), arguments);
+    va_end(arguments);
+    return -1;
+}
+
+// Records an error code with a place in the source.
+inline int SetErrorAt(const Place &place, unsigned int code) {
+    TLIBCErrSetEx(code, place.file, place.line);
     return -1;
 }
 
 }  // namespace tavo
 
-// Records an error code with this place in the source.
-#define TAVO_SET_ERROR(nError) \
-    (::TLIBCErrSetEx((nError), __FILE_NAME__, __LINE__), ::tavo::Failed())
+// This place in the source.
+#define TAVO_HERE (::tavo::Place{__FILE_NAME__, __LINE__})
 
-// Writes a log line.
-#define TAVO_LOG(szFormat, ...)                                                                \
-    (::syslog(LOG_ERR, "%s:%d " szFormat, __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__), \
-     ::tavo::Failed())
+// Each of these takes a format and its arguments after the place and the error code. The arguments
+// are evaluated after the error code is recorded, so they may read it.
 
-// Writes a log line that ends in the error state, whoever set it: "[0x0D00 source.cpp:47]".
-#define TAVO_LOG_STATE(szFormat, ...)                                               \
-    TAVO_LOG(szFormat "[0x%04X %s:%d]" __VA_OPT__(, ) __VA_ARGS__, ::TLIBCErrGet(), \
-             ::TLIBCErrorGetFile(), ::TLIBCErrorGetLine())
+// Records an error code.
+#define TAVO_SET_ERROR_AT(place, code) ::tavo::SetErrorAt((place), (code))
+#define TAVO_SET_ERROR(code) TAVO_SET_ERROR_AT(TAVO_HERE, code)
 
-// Both at once: records an error code, then writes a log line, that of the second with this error
-// state behind it.
-#define TAVO_FAIL(nError, szFormat, ...) \
-    (TAVO_SET_ERROR(nError), TAVO_LOG(szFormat __VA_OPT__(, ) __VA_ARGS__))
-#define TAVO_FAIL_STATE(nError, szFormat, ...) \
-    (TAVO_SET_ERROR(nError), TAVO_LOG_STATE(szFormat __VA_OPT__(, ) __VA_ARGS__))
+// Writes a log line, with _STATE one that ends in the error state: "[0x0D00 source.cpp:47]".
+#define TAVO_LOG_AT(place, ...) ::tavo::LogAt((place), __VA_ARGS__)
+#define TAVO_LOG(...) TAVO_LOG_AT(TAVO_HERE, __VA_ARGS__)
+#define TAVO_LOG_STATE_AT(place, ...) ::tavo::LogStateAt((place), __VA_ARGS__)
+#define TAVO_LOG_STATE(...) TAVO_LOG_STATE_AT(TAVO_HERE, __VA_ARGS__)
+
+// Both: records an error code, then writes a log line.
+#define TAVO_FAIL_AT(place, code, ...) \
+    (TAVO_SET_ERROR_AT(place, code), TAVO_LOG_AT(place, __VA_ARGS__))
+#define TAVO_FAIL(code, ...) TAVO_FAIL_AT(TAVO_HERE, code, __VA_ARGS__)
+#define TAVO_FAIL_STATE_AT(place, code, ...) \
+    (TAVO_SET_ERROR_AT(place, code), TAVO_LOG_STATE_AT(place, __VA_ARGS__))
+#define TAVO_FAIL_STATE(code, ...) TAVO_FAIL_STATE_AT(TAVO_HERE, code, __VA_ARGS__)
 
 // Reports that a record for a service could not be allocated.
 #define TAVO_FAIL_NO_MEMORY() \
-    TAVO_FAIL_STATE(::tavo::kErrorNoMemory, "Failed to allocate for service, tavoerr=")
+    TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY, "Failed to allocate for service, tavoerr=")
 
 // Reports that memory ran out for what the text names.
-#define TAVO_FAIL_ALLOC(szWhat)              \
-    (TAVO_SET_ERROR(::tavo::kErrorNoMemory), \
-     TAVO_LOG("Failed to alloc %s, Out of memory.[0x%04X]", (szWhat), ::TLIBCErrGet()))
+#define TAVO_FAIL_ALLOC_AT(place, what)                                                            \
+    TAVO_FAIL_AT(place, TLIBC_ERR_NO_MEMORY, "Failed to alloc %s, Out of memory.[0x%04X]", (what), \
+                 ::TLIBCErrGet())
+#define TAVO_FAIL_ALLOC(what) TAVO_FAIL_ALLOC_AT(TAVO_HERE, what)
 
 #endif

@@ -23,7 +23,7 @@ class WritersLock {
         if (folder != nullptr && TLIBCFolderLockTake != nullptr &&
             TLIBCFolderLockRelease != nullptr) {
             lock_ = TLIBCFolderLockTake(folder);
-            out_of_memory_ = lock_ == nullptr && TLIBCErrGet() == kErrorNoMemory;
+            out_of_memory_ = lock_ == nullptr && TLIBCErrGet() == TLIBC_ERR_NO_MEMORY;
         }
     }
     ~WritersLock() {

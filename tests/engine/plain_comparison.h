@@ -15,8 +15,8 @@ namespace tavo::test {
 // front of *conflicts.
 inline int PlainCompare(const char *query, const char *declared,
                         TAVO_SERVICE_CONF_PORT **conflicts) {
-    TextRanges asked(query, kQueryRangeSeparator);
-    TextRanges taken(declared, kDeclaredRangeSeparator);
+    TextRanges asked(TAVO_HERE, query, kQueryRangeSeparator);
+    TextRanges taken(TAVO_HERE, declared, kDeclaredRangeSeparator);
     Range one{};
     Range other{};
     int answer = 0;

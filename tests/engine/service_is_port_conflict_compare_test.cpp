@@ -15,7 +15,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 int ComparePairs(const char *query, const char *declared, TAVO_SERVICE_CONF_PORT **conflicts) {
-    return Comparison(query, Comparison::Keeping::kPairs, conflicts).Compare(declared);
+    return Comparison(TAVO_HERE, query, Comparison::Keeping::kPairs, conflicts).Compare(declared);
 }
 
 class ComparePorts : public LibraryTest {
@@ -163,9 +163,11 @@ TEST_F(ComparePorts, NamesTheTextThatCannotBeCopied) {
     EXPECT_EQ(first.During([&] { return Query("80", "81"); }), -1);
     FailingAllocation second(2, FailingAllocation::Mode::kOnlyNth);
     EXPECT_EQ(second.During([&] { return Query("80", "81"); }), -1);
-    EXPECT_EQ(ErrorState(), "0x200 text_ranges.cpp");
-    EXPECT_THAT(Messages(), ElementsAre("strdup fail for 80[0x0200 text_ranges.cpp:N]",
-                                        "strdup fail for 81[0x0200 text_ranges.cpp:N]"));
+    EXPECT_EQ(ErrorState(), "0x200 service_is_port_conflict_compare_test.cpp");
+    EXPECT_THAT(
+        Messages(),
+        ElementsAre("strdup fail for 80[0x0200 service_is_port_conflict_compare_test.cpp:N]",
+                    "strdup fail for 81[0x0200 service_is_port_conflict_compare_test.cpp:N]"));
 }
 
 TEST_F(ComparePorts, ReportsEveryFailingAllocation) {

@@ -158,11 +158,12 @@ TEST_F(ForwardingRules, NameTheStepThatRanOutOfMemory) {
             EXPECT_EQ(TLIBCErrGet(), 0x200u);
         }
     }
-    EXPECT_THAT(said, testing::IsSupersetOf({"Failed to alloc memory",
-                                             "Failed to TLIBCSzListAlloc[0x0200 sz_list.cpp:N]",
-                                             "Section not found or failed to get section(1) from "
-                                             "/usr/tavo/etc/portforward/rule.conf",
-                                             "strdup fail for 80[0x0200 text_ranges.cpp:N]"}));
+    EXPECT_THAT(
+        said, testing::IsSupersetOf({"Failed to alloc memory",
+                                     "Failed to TLIBCSzListAlloc[0x0200 sz_list.cpp:N]",
+                                     "Section not found or failed to get section(1) from "
+                                     "/usr/tavo/etc/portforward/rule.conf",
+                                     "strdup fail for 80[0x0200 service_is_port_conflict.cpp:N]"}));
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ Result ConflictsOf(Compare compare) {
 Result Compared(const std::string &query, const std::string &declared,
                 Comparison::Keeping keeping) {
     return ConflictsOf([&](TAVO_SERVICE_CONF_PORT **conflicts) {
-        Comparison comparison(query.c_str(), keeping, conflicts);
+        Comparison comparison(TAVO_HERE, query.c_str(), keeping, conflicts);
         const int answer = comparison.Compare(declared.c_str());
         Require(comparison.MakePairs() == 0);
         return answer;

@@ -34,23 +34,33 @@ void Catch(int priority, const char *format, va_list args) {
 
 }  // namespace
 
+// Calls to syslog and vsyslog, and what they become under _FORTIFY_SOURCE.
 extern "C" {
 
-__attribute__((visibility("default"))) void syslog(int priority, const char *format, ...) {
+#define TAVO_INTERPOSED __attribute__((visibility("default")))
+
+TAVO_INTERPOSED void syslog(int priority, const char *format, ...) {
     va_list args;
     va_start(args, format);
     Catch(priority, format, args);
     va_end(args);
 }
 
-// What syslog becomes under _FORTIFY_SOURCE.
-__attribute__((visibility("default"))) void __syslog_chk(int priority, int /*flag*/,
-                                                         const char *format, ...);
+TAVO_INTERPOSED void vsyslog(int priority, const char *format, va_list args) {
+    Catch(priority, format, args);
+}
+
+TAVO_INTERPOSED void __syslog_chk(int priority, int /*flag*/, const char *format, ...);
 void __syslog_chk(int priority, int /*flag*/, const char *format, ...) {
     va_list args;
     va_start(args, format);
     Catch(priority, format, args);
     va_end(args);
+}
+
+TAVO_INTERPOSED void __vsyslog_chk(int priority, int /*flag*/, const char *format, va_list args);
+void __vsyslog_chk(int priority, int /*flag*/, const char *format, va_list args) {
+    Catch(priority, format, args);
 }
 
 }  // extern "C"

@@ -1,4 +1,5 @@
 // The appliance from within: what a program finds at the fixed paths.
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -111,11 +112,11 @@ std::string LogWith(const std::string &text) {
     return messages;
 }
 
-// The test support catches syslog; vsyslog is libc's own.
+// The test support catches log lines; this writes them with libc's own function.
 void Log(int priority, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    vsyslog(priority, format, arguments);
+    reinterpret_cast<decltype(&vsyslog)>(dlsym(RTLD_NEXT, "vsyslog"))(priority, format, arguments);
     va_end(arguments);
 }
 

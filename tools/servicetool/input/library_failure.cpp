@@ -4,29 +4,20 @@
 #include <stdexcept>
 
 #include "tavocore.h"
+#include "tavoserviceconf.h"
 
 namespace tavo::tool {
-namespace {
-
-constexpr unsigned int kOutOfMemory = 0x200;
-constexpr unsigned int kFileMissing = 0x700;
-constexpr unsigned int kFileUnusable = 0x900;
-constexpr unsigned int kFolderUnlisted = 0x2A00;
-constexpr unsigned int kNotRenamed = 0x2800;
-
-}  // namespace
-
 std::string SystemReason(unsigned int code) {
     switch (code) {
-        case kOutOfMemory:
+        case TLIBC_ERR_NO_MEMORY:
             return "out of memory";
-        case kFileMissing:
+        case TLIBC_ERR_NO_FILE:
             return "a file does not exist";
-        case kFileUnusable:
+        case TLIBC_ERR_FILE_UNUSABLE:
             return "a file cannot be opened or used";
-        case kFolderUnlisted:
+        case TAVO_ERR_LIST_DIRECTORY:
             return "a folder cannot be listed";
-        case kNotRenamed:
+        case TLIBC_ERR_RENAME:
             return "a file cannot be renamed";
         default:
             return {};
@@ -39,7 +30,7 @@ void ForgetFailure() {
 
 void ThrowIfSystemFailed(const std::string &what) {
     const unsigned int code = TLIBCErrGet();
-    if (code == kOutOfMemory) {
+    if (code == TLIBC_ERR_NO_MEMORY) {
         throw std::bad_alloc();
     }
     if (const std::string reason = SystemReason(code); !reason.empty()) {
