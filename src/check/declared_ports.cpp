@@ -13,7 +13,7 @@ constexpr std::size_t kValueSize = 1024;
 
 }  // namespace
 
-uint16_t ReadSystemPort(const SystemPort &row, unsigned int &fault) {
+uint16_t ReadSystemPort(const Place &here, const SystemPort &row, unsigned int &fault) {
     if (row.key == nullptr) {
         return ToUPort(row.port);
     }
@@ -21,7 +21,7 @@ uint16_t ReadSystemPort(const SystemPort &row, unsigned int &fault) {
     const int found = TLIBCFileGetKeyValue(kSettingsFile, row.key, value, sizeof(value));
     if (found < 0) {
         const unsigned int error = TLIBCErrGet();
-        TAVO_LOG("Failed to get %s from %s, errno=0x%X", row.key, kSettingsFile, error);
+        TAVO_LOG_AT(here, "Failed to get %s from %s, errno=0x%X", row.key, kSettingsFile, error);
         // Without a settings file nothing is set; anything else leaves the port unknown.
         if (fault == 0 && error != TLIBC_ERR_NO_FILE) {
             fault = error != 0 ? error : TLIBC_ERR_FILE_UNUSABLE;
@@ -30,17 +30,18 @@ uint16_t ReadSystemPort(const SystemPort &row, unsigned int &fault) {
     return ToUPort(found == 1 ? value : "");
 }
 
-bool ReadPortString(const char *text, const char *service, uint16_t &first, uint16_t &last) {
+bool ReadPortString(const Place &here, const char *text, const char *service, uint16_t &first,
+                    uint16_t &last) {
     unsigned short numbers[2] = {};
     const int count = std::sscanf(text, "%hu-%hu", &numbers[0], &numbers[1]);
     if (count < 1) {
-        TAVO_LOG("Failed to fetch port from service: %s", service);
+        TAVO_LOG_AT(here, "Failed to fetch port from service: %s", service);
         return false;
     }
     first = numbers[0];
     last = count == 1 ? first : numbers[1];
     if (first > last) {
-        TAVO_LOG("Illegal port range: %hu~%hu", first, last);
+        TAVO_LOG_AT(here, "Illegal port range: %hu~%hu", first, last);
         return false;
     }
     return true;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "support/failure.h"
 #include "tavoserviceconf.h"
 
 namespace tavo {
@@ -25,10 +26,12 @@ inline constexpr SystemPort kSystemPorts[] = {
     {"syslogport", nullptr, TAVO_PROTO_UDP, "tavo-syslog"},
 };
 
+// `here` is the place of the operation that reads, which the log lines name.
+
 // The port that a row stands for; 0 when its key is absent or cannot be read, which is logged. When
 // it is unknown whether the key is there, `fault` is set to the error code, unless it is set
 // already.
-uint16_t ReadSystemPort(const SystemPort &row, unsigned int &fault);
+uint16_t ReadSystemPort(const Place &here, const SystemPort &row, unsigned int &fault);
 
 // Only a service of exactly TCP counts for TCP; one that declares both is found under UDP alone,
 // which is kept.
@@ -38,17 +41,19 @@ inline uint16_t DeclaredProtocol(const TAVO_FW_SERVICE &service) {
 
 // Reads a port string of a service, such as "80" or "8000-8002". False, which is logged, when it
 // declares no port.
-bool ReadPortString(const char *text, const char *service, uint16_t &first, uint16_t &last);
+bool ReadPortString(const Place &here, const char *text, const char *service, uint16_t &first,
+                    uint16_t &last);
 
 // Calls take(first, last) for each port string of the service that declares any, in their order,
 // until it answers false, which then is the answer.
 template <typename Take>
-bool ForEachDeclaredRange(const TAVO_FW_SERVICE &service, Take take) {
+bool ForEachDeclaredRange(const Place &here, const TAVO_FW_SERVICE &service, Take take) {
     const int strings = TLIBCSzListCount(service.pDstPortList);
     for (int i = 0; i < strings; ++i) {
         uint16_t first = 0;
         uint16_t last = 0;
-        if (ReadPortString(TLIBCSzListGet(service.pDstPortList, i), service.szName, first, last) &&
+        if (ReadPortString(here, TLIBCSzListGet(service.pDstPortList, i), service.szName, first,
+                           last) &&
             !take(first, last)) {
             return false;
         }

@@ -114,15 +114,16 @@ bool InodeHolders::Add(uint64_t ulInode, const char *szPid) {
     return true;
 }
 
-bool InodeHolders::StoreIn(TLIBCSzHash *pInodeToPidsTable) const {
+bool InodeHolders::StoreIn(const Place &here, TLIBCSzHash *pInodeToPidsTable) const {
     bool stored = true;
     for (const Inode &inode : inodes_) {
-        stored = Store(inode, pInodeToPidsTable) && stored;
+        stored = Store(here, inode, pInodeToPidsTable) && stored;
     }
     return stored;
 }
 
-bool InodeHolders::Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const {
+bool InodeHolders::Store(const Place &here, const Inode &inode,
+                         TLIBCSzHash *pInodeToPidsTable) const {
     const InodeKey key(inode.ulInode);
     const char *szStored = TLIBCSzHashGetValue(pInodeToPidsTable, key.Get());
     const char *szKnown = szStored == nullptr ? "" : szStored;
@@ -136,8 +137,8 @@ bool InodeHolders::Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) con
     }
     char szShown[kShownValueSize];
     PrintValue(inode, szKnown, szShown, sizeof(szShown));
-    TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to update (%s, %s) inode-to-pids table.", key.Get(),
-              szShown);
+    TAVO_FAIL_AT(here, TLIBC_ERR_NO_MEMORY, "Failed to update (%s, %s) inode-to-pids table.",
+                 key.Get(), szShown);
     return false;
 }
 

@@ -53,7 +53,7 @@ class InodeHolders {
 
     // Puts the collected processes in front of what the table names already. An inode whose value
     // cannot be stored is logged and left as it was, and false is the answer.
-    bool StoreIn(TLIBCSzHash *pInodeToPidsTable) const;
+    bool StoreIn(const Place &here, TLIBCSzHash *pInodeToPidsTable) const;
 
   private:
     static constexpr std::size_t kNone = SIZE_MAX;
@@ -71,7 +71,7 @@ class InodeHolders {
     unsigned int AddDescriptors(int nFolder, const char *szPid);
     unsigned int AddLink(int nFolder, const char *szName, const char *szPid);
     bool Add(uint64_t ulInode, const char *szPid);
-    bool Store(const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
+    bool Store(const Place &here, const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
     void PrintValue(const Inode &inode, const char *szKnown, char *szBuf, std::size_t nSize) const;
 
     KeySet numbers_;              // gives each inode its place in inodes_

@@ -11,7 +11,7 @@ void TAVOConfPortConflictResultFree(PTAVO_CONF_PORT_CONFLICT_RESULT pResult) {
 
 PTAVO_CONF_PORT_CONFLICT_RESULT
 TAVOConfPortConflictResultCopy(const TAVO_CONF_PORT_CONFLICT_RESULT *pResult) {
-    return tavo::CopyRecord<tavo::ConfResults>(pResult);
+    return tavo::CopyRecord<tavo::ConfResults>(TAVO_HERE, pResult);
 }
 
 TLIBCDList *TAVOConfPortConflictResultListAlloc(void) {
@@ -23,5 +23,5 @@ void TAVOConfPortConflictResultListFree(TLIBCDList *pList) {
 }
 
 TLIBCDList *TAVOConfPortConflictResultListCopy(const TLIBCDList *pList) {
-    return tavo::CopyList<tavo::ConfResults>(pList);
+    return tavo::CopyList<tavo::ConfResults>(TAVO_HERE, pList);
 }

@@ -39,7 +39,7 @@ struct DeclaredPorts {
     bool AddSystemPorts() {
         unsigned int fault = 0;
         for (const SystemPort &row : kSystemPorts) {
-            const uint16_t port = ReadSystemPort(row, fault);
+            const uint16_t port = ReadSystemPort(TAVO_HERE, row, fault);
             if (!Add(port, port, row.protocol, row.service)) {
                 return false;
             }
@@ -49,12 +49,12 @@ struct DeclaredPorts {
 
     bool AddServices() {
         catalogue = ReadCatalogue();
-        if (catalogue.count < 0 || !IsComplete(catalogue.fault)) {
+        if (catalogue.count < 0 || !IsComplete(catalogue.report.Fault())) {
             return false;
         }
         for (const auto *service = catalogue.services.get(); service; service = service->pNext) {
             const uint16_t protocol = DeclaredProtocol(*service);
-            if (!ForEachDeclaredRange(*service, [&](uint16_t first, uint16_t last) {
+            if (!ForEachDeclaredRange(TAVO_HERE, *service, [&](uint16_t first, uint16_t last) {
                     return Add(first, last, protocol, service->szName);
                 })) {
                 return false;
@@ -94,31 +94,31 @@ using tavo::ConfCheck;
 
 int TAVOConfPortConflictCheck(const TLIBCSzList *pPortList, uint16_t uProtocol,
                               TLIBCDList *pResultList) {
-    return tavo::CheckPorts<ConfCheck>(pPortList, uProtocol, pResultList);
+    return tavo::CheckPorts<ConfCheck>(TAVO_HERE, pPortList, uProtocol, pResultList);
 }
 
 TLIBCDList *TAVOConfPortConflictResultListAllocAndCheck(const TLIBCSzList *pPortList,
                                                         uint16_t uProtocol) {
-    return tavo::AllocAndCheck<ConfCheck>(pPortList, uProtocol);
+    return tavo::AllocAndCheck<ConfCheck>(TAVO_HERE, pPortList, uProtocol);
 }
 
 int TAVOConfListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
                               TLIBCSzList *pConflictPortList) {
-    return tavo::ListConflictPorts<ConfCheck>(pResultList, uProtocol, pConflictPortList);
+    return tavo::ListConflictPorts<ConfCheck>(TAVO_HERE, pResultList, uProtocol, pConflictPortList);
 }
 
 int TAVOConfVerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
-    return tavo::VerifyConflictPort<ConfCheck>(pResultList, uPort, uProtocol);
+    return tavo::VerifyConflictPort<ConfCheck>(TAVO_HERE, pResultList, uPort, uProtocol);
 }
 
 int TAVOConfIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol) {
-    return tavo::IsAnyInConflict<ConfCheck>(pPortList, uProtocol);
+    return tavo::IsAnyInConflict<ConfCheck>(TAVO_HERE, pPortList, uProtocol);
 }
 
 int TAVOConfIsConflictPort(uint16_t uPort, uint16_t uProtocol) {
-    return tavo::IsOneInConflict<ConfCheck>(uPort, uProtocol);
+    return tavo::IsOneInConflict<ConfCheck>(TAVO_HERE, uPort, uProtocol);
 }
 
 int TAVOConfIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
-    return tavo::IsRangeInConflict<ConfCheck>(uFirst, uLast, uProtocol);
+    return tavo::IsRangeInConflict<ConfCheck>(TAVO_HERE, uFirst, uLast, uProtocol);
 }

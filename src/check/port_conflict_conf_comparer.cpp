@@ -3,10 +3,10 @@
 
 int ConfResultListFilter(const TLIBCDList *pSourceResultList, uint16_t uPort, uint16_t uProtocol,
                          TLIBCDList *pFilteredResultList) {
-    return tavo::Filter<tavo::ConfResults>(pSourceResultList, uPort, uProtocol,
+    return tavo::Filter<tavo::ConfResults>(TAVO_HERE, pSourceResultList, uPort, uProtocol,
                                            pFilteredResultList);
 }
 
 int ConfNotConflictResultAppend(TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
-    return tavo::AppendNobody<tavo::ConfResults>(pResultList, uPort, uProtocol);
+    return tavo::AppendNobody<tavo::ConfResults>(TAVO_HERE, pResultList, uPort, uProtocol);
 }

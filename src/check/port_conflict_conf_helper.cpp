@@ -20,7 +20,7 @@ bool Append(const Results &results, const Template &result) {
 bool AppendService(const Results &results, const Template &result, TAVO_FW_SERVICE &service) {
     result->szService = service.szName;
     result->uProtocol = DeclaredProtocol(service);
-    return ForEachDeclaredRange(service, [&](uint16_t uFirst, uint16_t uLast) {
+    return ForEachDeclaredRange(TAVO_HERE, service, [&](uint16_t uFirst, uint16_t uLast) {
         for (unsigned int nPort = uFirst; nPort <= uLast; ++nPort) {
             result->uPort = static_cast<uint16_t>(nPort);
             if (!Append(results, result)) {
@@ -44,7 +44,7 @@ TLIBCDList *SysConfListFetch(void) {
     result->blConflict = 1;
     unsigned int nFault = 0;  // a key that cannot be read keeps nobody from the other ports here
     for (const tavo::SystemPort &row : tavo::kSystemPorts) {
-        result->uPort = tavo::ReadSystemPort(row, nFault);
+        result->uPort = tavo::ReadSystemPort(TAVO_HERE, row, nFault);
         result->uProtocol = row.protocol;
         result->szService = const_cast<char *>(row.service);
         if (!tavo::Append(results, result)) {

@@ -11,7 +11,7 @@ void TAVORuntimePortConflictResultFree(PTAVO_RUNTIME_PORT_CONFLICT_RESULT pResul
 
 PTAVO_RUNTIME_PORT_CONFLICT_RESULT
 TAVORuntimePortConflictResultCopy(const TAVO_RUNTIME_PORT_CONFLICT_RESULT *pResult) {
-    return tavo::CopyRecord<tavo::RuntimeResults>(pResult);
+    return tavo::CopyRecord<tavo::RuntimeResults>(TAVO_HERE, pResult);
 }
 
 TLIBCDList *TAVORuntimePortConflictResultListAlloc(void) {
@@ -23,5 +23,5 @@ void TAVORuntimePortConflictResultListFree(TLIBCDList *pList) {
 }
 
 TLIBCDList *TAVORuntimePortConflictResultListCopy(const TLIBCDList *pList) {
-    return tavo::CopyList<tavo::RuntimeResults>(pList);
+    return tavo::CopyList<tavo::RuntimeResults>(TAVO_HERE, pList);
 }

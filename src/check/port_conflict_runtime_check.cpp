@@ -51,32 +51,33 @@ using tavo::RuntimeCheck;
 
 int TAVORuntimePortConflictCheck(const TLIBCSzList *pPortList, uint16_t uProtocol,
                                  TLIBCDList *pResultList) {
-    return tavo::CheckPorts<RuntimeCheck>(pPortList, uProtocol, pResultList);
+    return tavo::CheckPorts<RuntimeCheck>(TAVO_HERE, pPortList, uProtocol, pResultList);
 }
 
 TLIBCDList *TAVORuntimePortConflictResultListAllocAndCheck(const TLIBCSzList *pPortList,
                                                            uint16_t uProtocol) {
-    return tavo::AllocAndCheck<RuntimeCheck>(pPortList, uProtocol);
+    return tavo::AllocAndCheck<RuntimeCheck>(TAVO_HERE, pPortList, uProtocol);
 }
 
 int TAVORuntimeListConflictPorts(const TLIBCDList *pResultList, uint16_t uProtocol,
                                  TLIBCSzList *pConflictPortList) {
-    return tavo::ListConflictPorts<RuntimeCheck>(pResultList, uProtocol, pConflictPortList);
+    return tavo::ListConflictPorts<RuntimeCheck>(TAVO_HERE, pResultList, uProtocol,
+                                                 pConflictPortList);
 }
 
 int TAVORuntimeVerifyConflictPort(const TLIBCDList *pResultList, uint16_t uPort,
                                   uint16_t uProtocol) {
-    return tavo::VerifyConflictPort<RuntimeCheck>(pResultList, uPort, uProtocol);
+    return tavo::VerifyConflictPort<RuntimeCheck>(TAVO_HERE, pResultList, uPort, uProtocol);
 }
 
 int TAVORuntimeIsConflictPorts(const TLIBCSzList *pPortList, uint16_t uProtocol) {
-    return tavo::IsAnyInConflict<RuntimeCheck>(pPortList, uProtocol);
+    return tavo::IsAnyInConflict<RuntimeCheck>(TAVO_HERE, pPortList, uProtocol);
 }
 
 int TAVORuntimeIsConflictPort(uint16_t uPort, uint16_t uProtocol) {
-    return tavo::IsOneInConflict<RuntimeCheck>(uPort, uProtocol);
+    return tavo::IsOneInConflict<RuntimeCheck>(TAVO_HERE, uPort, uProtocol);
 }
 
 int TAVORuntimeIsConflictPortRange(uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
-    return tavo::IsRangeInConflict<RuntimeCheck>(uFirst, uLast, uProtocol);
+    return tavo::IsRangeInConflict<RuntimeCheck>(TAVO_HERE, uFirst, uLast, uProtocol);
 }

@@ -3,10 +3,10 @@
 
 int RuntimeResultListFilter(const TLIBCDList *pSourceResultList, uint16_t uPort, uint16_t uProtocol,
                             TLIBCDList *pFilteredResultList) {
-    return tavo::Filter<tavo::RuntimeResults>(pSourceResultList, uPort, uProtocol,
+    return tavo::Filter<tavo::RuntimeResults>(TAVO_HERE, pSourceResultList, uPort, uProtocol,
                                               pFilteredResultList);
 }
 
 int RuntimeNotConflictResultAppend(TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
-    return tavo::AppendNobody<tavo::RuntimeResults>(pResultList, uPort, uProtocol);
+    return tavo::AppendNobody<tavo::RuntimeResults>(TAVO_HERE, pResultList, uPort, uProtocol);
 }

@@ -10,8 +10,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/system_files.h"
 #include "check/inode_holders.h"
 #include "check/record_key.h"
+#include "check/socket_line.h"
 #include "support/listing.h"
 
 namespace tavo {
@@ -135,6 +137,72 @@ class Programs {
     OwnedTable table_;
 };
 
+// ---- Tables of sockets ----
+
+using OwnedSocket = std::unique_ptr<RawSocketInfo, FreeWith<RawSocketInfoFree>>;
+
+// A hint for the list of lines.
+constexpr int kLines = 512;
+
+// In the order in which their sockets are listed.
+constexpr struct {
+    uint16_t uProtocol;
+    const char *szPath;
+} kSocketTables[] = {
+    {TAVO_PROTO_TCP, kTcpTable},
+    {TAVO_PROTO_TCP, kTcp6Table},
+    {TAVO_PROTO_UDP, kUdpTable},
+    {TAVO_PROTO_UDP, kUdp6Table},
+};
+
+// The lines of a table of sockets; null on failure.
+OwnedNames ReadSocketTable(const char *szPath) {
+    TLIBCSzList *pLines = TLIBCSzListAlloc(kLines);
+    if (pLines == nullptr) {
+        TAVO_FAIL_ALLOC("pNetRecords");
+        return nullptr;
+    }
+    const int nRead = TLIBCFileReadLines(szPath, &pLines);
+    OwnedNames lines(pLines);
+    if (nRead >= 0) {
+        return lines;
+    }
+    if (TLIBCErrGet() == TLIBC_ERR_FILE_UNUSABLE) {
+        TAVO_LOG("Failed to open File: %s\n", szPath);
+    } else {
+        TAVO_LOG("Failed to parse File: %s.[0x%04X]", szPath, TLIBCErrGet());
+    }
+    return nullptr;
+}
+
+// What `known` holds is in the list already.
+int ParseSocketTable(const char *szPath, uint16_t uProtocol, TLIBCDList *pList, KeySet &known) {
+    if (szPath == nullptr || TLIBCFileExist(szPath) == 0) {
+        return TAVO_FAIL(szPath == nullptr ? TLIBC_ERR_BAD_PARAMETER : TLIBC_ERR_NO_FILE,
+                         "Failed to access File: %s (Not Exist)",
+                         szPath == nullptr ? "(null)" : szPath);
+    }
+    const OwnedSocket info(RawSocketInfoAlloc());
+    if (!info) {
+        return TAVO_FAIL_ALLOC("pInfo");
+    }
+    const OwnedNames lines(ReadSocketTable(szPath));
+    if (!lines) {
+        return -1;
+    }
+    info->uProtocol = uProtocol;
+    const int nLines = TLIBCSzListCount(lines.get());
+    for (int i = 0; i < nLines; ++i) {
+        if (ReadSocketLine(TLIBCSzListGet(lines.get(), i), *info) &&
+            !AppendNew(pList, known, *info)) {
+            return TAVO_FAIL_ALLOC("pInfo");
+        }
+    }
+    return 0;
+}
+
+// ---- Held ports ----
+
 // Everything that one look at the system needs.
 struct Look {
     OwnedTable holders;
@@ -172,6 +240,67 @@ bool AppendHolders(const RawSocketInfo &socket, const Results &results, const Te
 }  // namespace
 }  // namespace tavo
 
+RawSocketInfo *RawSocketInfoAlloc(void) {
+    return static_cast<RawSocketInfo *>(std::calloc(1, sizeof(RawSocketInfo)));
+}
+
+void RawSocketInfoFree(RawSocketInfo *pInfo) {
+    std::free(pInfo);
+}
+
+RawSocketInfo *RawSocketInfoCopy(const RawSocketInfo *pInfo) {
+    RawSocketInfo *pCopy = RawSocketInfoAlloc();
+    if (pCopy == nullptr) {
+        TAVO_LOG("Failed to allocate RawSocketInfo");
+        return nullptr;
+    }
+    *pCopy = *pInfo;
+    return pCopy;
+}
+
+int ContainRawSocketInfo(const TLIBCDList *pRawSocketInfoList, const RawSocketInfo *pInfo) {
+    return tavo::Contains(TAVO_HERE, pRawSocketInfoList, "pRawSocketInfoList", pInfo, "pInfo") ? 1
+                                                                                               : 0;
+}
+
+int ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pRawSocketInfoList) {
+    if (pRawSocketInfoList == nullptr) {
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pRawSocketInfoList is undefined");
+    }
+    tavo::KeySet known;
+    for (const RawSocketInfo &info : tavo::Records<RawSocketInfo>(pRawSocketInfoList)) {
+        if (tavo::AddTo(known, info) == tavo::KeySet::Result::kNoMemory) {
+            return TAVO_FAIL_ALLOC("pInfo");
+        }
+    }
+    return tavo::ParseSocketTable(szPath, uProtocol, pRawSocketInfoList, known);
+}
+
+TLIBCDList *RawSocketInfoListFetch(uint16_t uProtocol) {
+    if (!IsLegalProtocol(uProtocol)) {
+        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Illegal protocol: %u", unsigned{uProtocol});
+        return nullptr;
+    }
+    tavo::OwnedList sockets(TLIBCDListAlloc(
+        [](const void *pElement) -> void * {
+            return RawSocketInfoCopy(static_cast<const RawSocketInfo *>(pElement));
+        },
+        [](void *pElement) { RawSocketInfoFree(static_cast<RawSocketInfo *>(pElement)); }));
+    if (!sockets) {
+        TAVO_FAIL_ALLOC("pRawSocketInfoList");
+        return nullptr;
+    }
+    tavo::KeySet known;
+    for (const auto &table : tavo::kSocketTables) {
+        if ((uProtocol & table.uProtocol) != 0 &&
+            tavo::ParseSocketTable(table.szPath, table.uProtocol, sockets.get(), known) != 0) {
+            TAVO_LOG("Failed to ParseToRawSocketInfo");
+            return nullptr;
+        }
+    }
+    return sockets.release();
+}
+
 TLIBCSzList *FetchPidList(void) {
     unsigned int nError = 0;
     return tavo::ListPids(nError).release();
@@ -188,7 +317,7 @@ void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
     }
     tavo::InodeHolders holders;
     tavo::AddProcess(holders, szPid);
-    holders.StoreIn(pInodeToPidsTable);
+    holders.StoreIn(TAVO_HERE, pInodeToPidsTable);
 }
 
 // There is no table that lacks a holder: a port that is held would read as free. Only a process
@@ -213,7 +342,7 @@ TLIBCSzHash *InodeToPidsTableFetch(void) {
     if (nError == 0 && !tavo::AddProcesses(holders, pids.get())) {
         return nullptr;
     }
-    if (nError != 0 || !holders.StoreIn(table.get())) {
+    if (nError != 0 || !holders.StoreIn(TAVO_HERE, table.get())) {
         TAVO_FAIL_ALLOC("pInodeToPidsTable");
         return nullptr;
     }
@@ -248,7 +377,7 @@ char *ProgramCommandFetch(uint32_t uPid) {
 
 int ContainRuntimeResult(const TLIBCDList *pResultList,
                          const TAVO_RUNTIME_PORT_CONFLICT_RESULT *pResult) {
-    return tavo::Contains(pResultList, "pResultList", pResult, "pResult") ? 1 : 0;
+    return tavo::Contains(TAVO_HERE, pResultList, "pResultList", pResult, "pResult") ? 1 : 0;
 }
 
 TLIBCDList *RuntimeServiceListFetch(void) {

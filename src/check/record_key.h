@@ -42,11 +42,11 @@ bool AppendNew(TLIBCDList *pList, KeySet &known, const Record &record) {
 // Whether a list holds a record that equals `pRecord`. It does not, and a log line gives the name
 // of the argument, where one of them is missing.
 template <typename Record>
-bool Contains(const TLIBCDList *pList, const char *szListName, const Record *pRecord,
-              const char *szRecordName) {
+bool Contains(const Place &here, const TLIBCDList *pList, const char *szListName,
+              const Record *pRecord, const char *szRecordName) {
     if (pList == nullptr || pRecord == nullptr) {
-        TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "%s is undefined",
-                  pList == nullptr ? szListName : szRecordName);
+        TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "%s is undefined",
+                     pList == nullptr ? szListName : szRecordName);
         return false;
     }
     for (const Record &record : Records<Record>(pList)) {

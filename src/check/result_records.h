@@ -81,7 +81,8 @@ struct FreeWithoutText {
 template <typename Kind>
 using TemplateRecord = std::unique_ptr<typename Kind::Record, FreeWithoutText<Kind>>;
 
-// Every record of one kind is made, copied and freed by the functions below; memory that runs out
+// Every record of one kind is made, copied and freed by the functions below. `here` is the place of
+// the exported function, which the log lines and the error state name. Memory that runs out
 // for the text alone leaves a copy without it.
 
 template <typename Kind>
@@ -96,10 +97,10 @@ void FreeRecord(typename Kind::Record *pRecord) {
 }
 
 template <typename Kind>
-typename Kind::Record *CopyRecord(const typename Kind::Record *pRecord) {
+typename Kind::Record *CopyRecord(const Place &here, const typename Kind::Record *pRecord) {
     auto *pCopy = Kind::kAlloc();
     if (pCopy == nullptr) {
-        TAVO_LOG("Failed to allocate %s", Kind::kRecordName);
+        TAVO_LOG_AT(here, "Failed to allocate %s", Kind::kRecordName);
         return nullptr;
     }
     *pCopy = *pRecord;
@@ -131,10 +132,10 @@ bool AppendAll(TLIBCDList *pTo, const TLIBCDList *pFrom) {
 }
 
 template <typename Kind>
-TLIBCDList *CopyList(const TLIBCDList *pList) {
+TLIBCDList *CopyList(const Place &here, const TLIBCDList *pList) {
     OwnedResults<Kind> copy(Kind::kListAlloc());
     if (!copy || !AppendAll<Kind>(copy.get(), pList)) {
-        TAVO_LOG("Failed to allocate %s", Kind::kListAllocName);
+        TAVO_LOG_AT(here, "Failed to allocate %s", Kind::kListAllocName);
         return nullptr;
     }
     return copy.release();
@@ -142,12 +143,13 @@ TLIBCDList *CopyList(const TLIBCDList *pList) {
 
 // Appends copies of the records of a port and protocol: how many, -1 on failure.
 template <typename Kind>
-int Filter(const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol, TLIBCDList *pFiltered) {
+int Filter(const Place &here, const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol,
+           TLIBCDList *pFiltered) {
     if (pSource == nullptr) {
-        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pSourceResultList is undefined");
+        return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pSourceResultList is undefined");
     }
     if (pFiltered == nullptr) {
-        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pFilteredResultList is undefined");
+        return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pFilteredResultList is undefined");
     }
     int nMatches = 0;
     for (const auto &record : Records<typename Kind::Record>(pSource)) {
@@ -155,7 +157,7 @@ int Filter(const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol, TLIBCD
             continue;
         }
         if (TLIBCDListAppend(pFiltered, &record) != 0) {
-            return TAVO_FAIL_ALLOC("pResult");
+            return TAVO_FAIL_ALLOC_AT(here, "pResult");
         }
         ++nMatches;
     }
@@ -164,17 +166,18 @@ int Filter(const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol, TLIBCD
 
 // Appends a record that says that nobody has the port.
 template <typename Kind>
-int AppendNobody(TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
+int AppendNobody(const Place &here, TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
     if (pResultList == nullptr) {
-        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "pResultList is undefined");
+        return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pResultList is undefined");
     }
     const OwnedResult<Kind> result(Kind::kAlloc());
     if (!result) {
-        return TAVO_FAIL_ALLOC("pResult");
+        return TAVO_FAIL_ALLOC_AT(here, "pResult");
     }
     result->uPort = uPort;
     result->uProtocol = uProtocol;
-    return TLIBCDListAppend(pResultList, result.get()) == 0 ? 0 : TAVO_FAIL_ALLOC("pResult");
+    return TLIBCDListAppend(pResultList, result.get()) == 0 ? 0
+                                                            : TAVO_FAIL_ALLOC_AT(here, "pResult");
 }
 
 }  // namespace tavo

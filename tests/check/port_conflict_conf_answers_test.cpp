@@ -77,10 +77,10 @@ TEST_F(ConflictPorts, NeedBothLists) {
     const Elements results = Findings(findings_);
     const Strings ports = PortList({"80"});
     EXPECT_EQ(TAVOConfListConflictPorts(nullptr, TAVO_PROTO_TCP, ports.get()), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
     TLIBCErrSetEx(0, nullptr, 0);
     EXPECT_EQ(TAVOConfListConflictPorts(results.get(), TAVO_PROTO_TCP, nullptr), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
     EXPECT_EQ(TAVOConfListConflictPorts(nullptr, TAVO_PROTO_TCP, nullptr), -1);
     EXPECT_THAT(Messages(),
                 ElementsAre("pResultList is undefined", "pConflictPortList is undefined",
@@ -99,7 +99,7 @@ TEST_F(ConflictPorts, StayListedWhenMemoryRunsOutForTheNext) {
             [&] { return TAVOConfListConflictPorts(results.get(), TAVO_PROTO_BOTH, ports.get()); });
         const Lines listed = Items(ports.get());
         EXPECT_EQ(result, listed == all ? 0 : -1);
-        EXPECT_EQ(ErrorState(), listed == all ? "0x0 " : "0x200 port_check.h");
+        EXPECT_EQ(ErrorState(), listed == all ? "0x0 " : "0x200 port_conflict_conf_check.cpp");
         EXPECT_EQ(listed, Lines(all.begin(), all.begin() + std::ssize(listed)));
         EXPECT_EQ(Messages(), listed == all ? Lines{} : Lines{kNoConflictPort});
     });
@@ -138,7 +138,7 @@ TEST_F(ConflictPorts, AreVerifiedOneByOne) {
 
 TEST_F(ConflictPorts, CannotBeVerifiedWithoutAList) {
     EXPECT_EQ(TAVOConfVerifyConflictPort(nullptr, 80, TAVO_PROTO_TCP), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
     EXPECT_THAT(Messages(), ElementsAre("pResultList is undefined"));
 }
 
@@ -194,15 +194,18 @@ TEST_F(ConfAnswer, TellsWhetherAPortOfARangeIsDeclared) {
 
 TEST_F(ConfAnswer, SaysNoOfARangeThatRunsBackwards) {
     EXPECT_EQ(TAVOConfIsConflictPortRange(80, 79, TAVO_PROTO_TCP), 0);
-    EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
     EXPECT_EQ(TAVOConfIsConflictPortRange(65535, 0, 0), 0);
     EXPECT_THAT(Messages(),
                 ElementsAre("Illegal port range: 80~79", "Illegal port range: 65535~0"));
+    for (const CapturedLog::Line &line : log_.Lines()) {
+        EXPECT_THAT(line.text, testing::StartsWith("port_conflict_conf_check.cpp:"));
+    }
 }
 
 TEST_F(ConfAnswer, SaysNoOfWhatItRefuses) {
     EXPECT_EQ(TAVOConfIsConflictPorts(nullptr, TAVO_PROTO_TCP), 0);
-    EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
     EXPECT_EQ(TAVOConfIsConflictPort(80, 0), 0);
     EXPECT_EQ(TAVOConfIsConflictPortRange(80, 81, 4), 0);
     EXPECT_THAT(Messages(), ElementsAre(kNoPorts, kCheckFailed, "Illegal protocol: 0", kCheckFailed,
@@ -221,18 +224,22 @@ TEST_F(ConfAnswer, SaysNoWhenAStepFails) {
         Lines lines;
         std::string error;
     } kCases[] = {
-        {"TAVOConfPortConflictResultListAlloc", 1, any, {kNoCollection}, "0x200 port_check.h"},
-        {"TLIBCSzListAlloc", 1, any, {kNoCollection}, "0x200 port_check.h"},
+        {"TAVOConfPortConflictResultListAlloc",
+         1,
+         any,
+         {kNoCollection},
+         "0x200 port_conflict_conf_check.cpp"},
+        {"TLIBCSzListAlloc", 1, any, {kNoCollection}, "0x200 port_conflict_conf_check.cpp"},
         {"TAVOConfListConflictPorts", 1, any, {"Failed to TAVOConfListConflictPorts"}, "0x0 "},
         {"TLIBCSzListPush",
          1,
          any,
          {kNoConflictPort, "Failed to TAVOConfListConflictPorts"},
-         "0x200 port_check.h"},
-        {"TLIBCSzListAlloc", 1, one, {kNoCollection}, "0x200 port_check.h"},
-        {"TLIBCSzListPush", 1, one, {kNoCollection}, "0x200 port_check.h"},
-        {"TLIBCSzListAlloc", 1, range, {kNoCollection}, "0x200 port_check.h"},
-        {"TLIBCSzListPush", 2, range, {kNoCollection}, "0x200 port_check.h"},
+         "0x200 port_conflict_conf_check.cpp"},
+        {"TLIBCSzListAlloc", 1, one, {kNoCollection}, "0x200 port_conflict_conf_check.cpp"},
+        {"TLIBCSzListPush", 1, one, {kNoCollection}, "0x200 port_conflict_conf_check.cpp"},
+        {"TLIBCSzListAlloc", 1, range, {kNoCollection}, "0x200 port_conflict_conf_check.cpp"},
+        {"TLIBCSzListPush", 2, range, {kNoCollection}, "0x200 port_conflict_conf_check.cpp"},
     };
     for (const auto &[function, nth, ask, lines, error] : kCases) {
         log_.Clear();

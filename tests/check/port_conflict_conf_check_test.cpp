@@ -103,7 +103,7 @@ TEST_F(ConfCheck, TakesProtocols1To3) {
         EXPECT_EQ(
             TAVOConfPortConflictCheck(ports.get(), static_cast<uint16_t>(protocol), results.get()),
             -1);
-        EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+        EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
         EXPECT_THAT(Messages(), ElementsAre("Illegal protocol: " + std::to_string(protocol)));
     }
     EXPECT_EQ(TLIBCDListCount(results.get()), 1);
@@ -113,10 +113,10 @@ TEST_F(ConfCheck, NeedsBothLists) {
     const Elements results = Findings({kBefore});
     const Strings ports = PortList({"80"});
     EXPECT_EQ(TAVOConfPortConflictCheck(nullptr, TAVO_PROTO_TCP, results.get()), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
     TLIBCErrSetEx(0, nullptr, 0);
     EXPECT_EQ(TAVOConfPortConflictCheck(ports.get(), TAVO_PROTO_TCP, nullptr), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
     EXPECT_EQ(TAVOConfPortConflictCheck(nullptr, TAVO_PROTO_TCP, nullptr), -1);
     EXPECT_EQ(TAVOConfPortConflictCheck(nullptr, 0, nullptr), -1);
     EXPECT_THAT(Messages(), ElementsAre(kNoPorts, "ppResultList is undefined", kNoPorts,
@@ -300,7 +300,7 @@ TEST_F(ConfCheck, FillsANewList) {
 
 TEST_F(ConfCheck, FillsNoListOnFailure) {
     EXPECT_EQ(TAVOConfPortConflictResultListAllocAndCheck(nullptr, 0), nullptr);
-    EXPECT_EQ(ErrorState(), "0xD00 port_check.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_conf_check.cpp");
     const Strings ports = PortList({"80"});
     EXPECT_EQ(TAVOConfPortConflictResultListAllocAndCheck(ports.get(), 0), nullptr);
     EXPECT_THAT(Messages(), ElementsAre(kNoPorts, "Illegal protocol: 0", kCheckFailed));
@@ -308,7 +308,7 @@ TEST_F(ConfCheck, FillsNoListOnFailure) {
     TLIBCErrSetEx(0, nullptr, 0);
     const Failing failing("TAVOConfPortConflictResultListAlloc");
     EXPECT_EQ(TAVOConfPortConflictResultListAllocAndCheck(ports.get(), TAVO_PROTO_TCP), nullptr);
-    EXPECT_EQ(ErrorState(), "0x200 port_check.h");
+    EXPECT_EQ(ErrorState(), "0x200 port_conflict_conf_check.cpp");
     EXPECT_THAT(Messages(), ElementsAre("Failed to alloc TAVOConfPortConflictResultListAlloc, "
                                         "Out of memory.[0x0200]"));
 }

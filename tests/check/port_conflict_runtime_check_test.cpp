@@ -103,6 +103,10 @@ TEST_F(RuntimeCheck, NeedsALegalProtocolAndBothLists) {
         EXPECT_THAT(Messages(), ElementsAre(c.message));
     }
     EXPECT_THAT(Found(), IsEmpty());
+    ASSERT_FALSE(log_.Lines().empty());
+    for (const CapturedLog::Line &line : log_.Lines()) {
+        EXPECT_THAT(line.text, testing::StartsWith("port_conflict_runtime_check.cpp:"));
+    }
 }
 
 TEST_F(RuntimeCheck, FailsWithoutTheTables) {

@@ -12,8 +12,8 @@ using testing::SizeIs;
 
 namespace fs = std::filesystem;
 
-constexpr char kFromList[] = "0xD00 socket_table.cpp";
-constexpr char kFromRecords[] = "0xD00 record_key.h";
+constexpr char kFromList[] = "0xD00 port_conflict_runtime_helper.cpp";
+constexpr char kFromRecords[] = "0xD00 port_conflict_runtime_helper.cpp";
 
 class SocketList : public StagedTest {
   protected:
@@ -64,7 +64,7 @@ TEST_F(SocketList, NeedsTheTablesOfItsProtocolsOnly) {
         for (const uint16_t protocol : {needed, uint16_t{TAVO_PROTO_BOTH}}) {
             log_.Clear();
             EXPECT_EQ(RawSocketInfoListFetch(protocol), nullptr);
-            EXPECT_EQ(ErrorState(), "0x700 socket_table.cpp");
+            EXPECT_EQ(ErrorState(), "0x700 port_conflict_runtime_helper.cpp");
             EXPECT_THAT(Messages(), ElementsAre("Failed to access File: " + path + " (Not Exist)",
                                                 "Failed to ParseToRawSocketInfo"));
         }

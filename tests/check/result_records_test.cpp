@@ -27,6 +27,7 @@ struct ConfKind {
     static constexpr auto kListCopy = TAVOConfPortConflictResultListCopy;
     static constexpr auto kFilter = ConfResultListFilter;
     static constexpr auto kAppendNobody = ConfNotConflictResultAppend;
+    static constexpr char kComparer[] = "port_conflict_conf_comparer.cpp";
     static constexpr char kCopyFailed[] = "Failed to allocate PTAVO_CONF_PORT_CONFLICT_RESULT";
     static constexpr char kListCopyFailed[] =
         "Failed to allocate TAVOConfPortConflictResultListAlloc";
@@ -47,6 +48,7 @@ struct RuntimeKind {
     static constexpr auto kListCopy = TAVORuntimePortConflictResultListCopy;
     static constexpr auto kFilter = RuntimeResultListFilter;
     static constexpr auto kAppendNobody = RuntimeNotConflictResultAppend;
+    static constexpr char kComparer[] = "port_conflict_runtime_comparer.cpp";
     static constexpr char kCopyFailed[] = "Failed to allocate PTAVO_RUNTIME_PORT_CONFLICT_RESULT";
     static constexpr char kListCopyFailed[] =
         "Failed to allocate TAVORuntimePortConflictResultListAlloc";
@@ -230,11 +232,11 @@ TYPED_TEST(ResultRecords, MatchAFilterEvenWhereNobodyHasThePort) {
 TYPED_TEST(ResultRecords, AreNotFilteredWithoutAList) {
     const Elements list = this->ListOf({80});
     EXPECT_EQ(TypeParam::kFilter(nullptr, 80, TAVO_PROTO_TCP, list.get()), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 result_records.h");
+    EXPECT_EQ(ErrorState(), std::string("0xD00 ") + TypeParam::kComparer);
     EXPECT_EQ(TLIBCDListCount(list.get()), 2);
     TLIBCErrSetEx(0, nullptr, 0);
     EXPECT_EQ(TypeParam::kFilter(list.get(), 80, TAVO_PROTO_TCP, nullptr), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 result_records.h");
+    EXPECT_EQ(ErrorState(), std::string("0xD00 ") + TypeParam::kComparer);
     EXPECT_EQ(TypeParam::kFilter(nullptr, 80, TAVO_PROTO_TCP, nullptr), -1);
     EXPECT_THAT(this->Messages(),
                 ElementsAre("pSourceResultList is undefined", "pFilteredResultList is undefined",
@@ -274,8 +276,10 @@ TYPED_TEST(ResultRecords, SayThatNobodyHasAPort) {
 
 TYPED_TEST(ResultRecords, CannotSayThatNobodyHasAPortWithoutAList) {
     EXPECT_EQ(TypeParam::kAppendNobody(nullptr, 80, TAVO_PROTO_TCP), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 result_records.h");
+    EXPECT_EQ(ErrorState(), std::string("0xD00 ") + TypeParam::kComparer);
     EXPECT_THAT(this->Messages(), ElementsAre("pResultList is undefined"));
+    EXPECT_THAT(this->log_.Lines().front().text,
+                testing::StartsWith(TypeParam::kComparer + std::string(":")));
 }
 
 TYPED_TEST(ResultRecords, CannotSayThatNobodyHasAPortWithoutMemory) {
@@ -287,7 +291,7 @@ TYPED_TEST(ResultRecords, CannotSayThatNobodyHasAPortWithoutMemory) {
         const int result =
             fail.During([&] { return TypeParam::kAppendNobody(list.get(), 7, TAVO_PROTO_UDP); });
         EXPECT_EQ(result, fail.Hit() ? -1 : 0);
-        EXPECT_EQ(ErrorState(), fail.Hit() ? "0x200 result_records.h" : "0x0 ");
+        EXPECT_EQ(ErrorState(), fail.Hit() ? std::string("0x200 ") + TypeParam::kComparer : "0x0 ");
         EXPECT_EQ(TLIBCDListCount(list.get()), fail.Hit() ? 2 : 3);
         lines.insert(this->Messages());
     });

@@ -305,9 +305,9 @@ TEST_F(SocketTable, MayBeLarge) {
 TEST_F(SocketTable, MustExist) {
     Add({.uPort = 80, .uState = 10, .ulInode = 1, .uProtocol = 1});
     EXPECT_EQ(ParseFile("/absent/tcp6"), -1);
-    EXPECT_EQ(ErrorState(), "0x700 socket_table.cpp");
+    EXPECT_EQ(ErrorState(), "0x700 port_conflict_runtime_helper.cpp");
     EXPECT_EQ(ParseToRawSocketInfo(nullptr, TAVO_PROTO_TCP, list_.get()), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 socket_table.cpp");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_runtime_helper.cpp");
     EXPECT_THAT(Messages(), ElementsAre("Failed to access File: /absent/tcp6 (Not Exist)",
                                         "Failed to access File: (null) (Not Exist)"));
     EXPECT_THAT(Sockets(list_.get()), ElementsAre("80 tcp state 10 inode 1"));
@@ -329,7 +329,7 @@ TEST_F(SocketTable, MustOpen) {
 TEST_F(SocketTable, NeedsAList) {
     const std::string path = folder_.Write("table", SocketLine(80, 10, 1));
     EXPECT_EQ(ParseToRawSocketInfo(path.c_str(), TAVO_PROTO_TCP, nullptr), -1);
-    EXPECT_EQ(ErrorState(), "0xD00 socket_table.cpp");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_runtime_helper.cpp");
     EXPECT_THAT(Messages(), ElementsAre("pRawSocketInfoList is undefined"));
 }
 
@@ -416,10 +416,10 @@ TEST_F(RawSocket, IsFoundByPortStateProtocolAndInode) {
 
 TEST_F(RawSocket, IsNotFoundInOrAsNothing) {
     EXPECT_EQ(ContainRawSocketInfo(nullptr, &info_), 0);
-    EXPECT_EQ(ErrorState(), "0xD00 record_key.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_runtime_helper.cpp");
     TLIBCErrSetEx(0, nullptr, 0);
     EXPECT_EQ(ContainRawSocketInfo(list_.get(), nullptr), 0);
-    EXPECT_EQ(ErrorState(), "0xD00 record_key.h");
+    EXPECT_EQ(ErrorState(), "0xD00 port_conflict_runtime_helper.cpp");
     EXPECT_THAT(Messages(), ElementsAre("pRawSocketInfoList is undefined", "pInfo is undefined"));
 }
 

@@ -1,9 +1,8 @@
-// A list of firewall services that does not fit to the service files. Here the test gives the list
-// in the library's place.
+// The firewall services as the commands see them. The test can change what the library reads of the
+// catalogue before servicetool gets it.
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-#include <cstring>
+#include <functional>
 
 #include "ports/firewall_services.h"
 #include "service_folders.h"
@@ -16,74 +15,75 @@ using namespace tool;
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
-std::vector<std::string> names;  // of the list, its head first
-int result = 0;
+std::function<void(ServiceCatalogue &)> change;
 
-// What is read where the library lists services of these names.
-FirewallServices ReadListed(std::vector<std::string> listed) {
-    names = std::move(listed);
-    result = static_cast<int>(names.size());
-    Report report(true);
-    return ReadFirewallServices(report);
-}
+class FirewallServicesList : public ServiceFolders {
+  protected:
+    ~FirewallServicesList() override { change = nullptr; }
 
-std::vector<std::string> Origins(const FirewallServices &read) {
-    std::vector<std::string> origins;
-    for (const FirewallService &service : read.services) {
-        origins.push_back(service.record->szName + std::string(" ") + OriginText(service));
+    static FirewallServices Read() {
+        Report report(true);
+        return ReadFirewallServices(report);
     }
-    return origins;
-}
-
-class FirewallServicesList : public ServiceFolders {};
+};
 
 TEST_F(FirewallServicesList, NamesTheOriginOfEachService) {
     WriteFile(kSystem + "a.sc", Section("a", "1") + Section("b", "2"));
-    const FirewallServices read = ReadListed({"a", "b", "ipp", "telnet"});
-    EXPECT_THAT(Origins(read),
-                ElementsAre("telnet built-in", "ipp built-in", "a system/a.sc", "b system/a.sc"));
-    EXPECT_EQ(read.left_out.size(), 10U);
-}
-
-TEST_F(FirewallServicesList, ThatDoesNotFitToTheFilesIsIncomplete) {
-    WriteFile(kSystem + "a.sc", Section("a", "1") + Section("b", "2"));
-    for (const std::vector<std::string> &listed :
-         {std::vector<std::string>{"b", "a", "ipp", "telnet"},
-          {"b", "telnet"},
-          {"a", "b", "c", "telnet"}}) {
-        const FirewallServices read = ReadListed(listed);
-        EXPECT_FALSE(read.complete);
-        EXPECT_THAT(read.left_out, IsEmpty());
-        ASSERT_EQ(read.services.size(), listed.size());
-        for (const FirewallService &service : read.services) {
-            const bool known = service.row != nullptr || service.file != nullptr;
-            EXPECT_EQ(OriginText(service).empty(), !known);
-        }
+    WriteFile("/usr/local/etc/services.d/c.sc", Section("a", "3"));
+    std::vector<std::string> origins;
+    for (const FirewallService &service : Read().services) {
+        origins.push_back(service.record->szName + std::string(" ") + OriginText(service));
     }
+    ASSERT_EQ(origins.size(), 15U);
+    EXPECT_EQ(origins.front(), "telnet built-in");
+    origins.erase(origins.begin(), origins.begin() + 11);
+    EXPECT_THAT(origins,
+                ElementsAre("ipp built-in", "a system/a.sc", "b system/a.sc", "a package/c.sc"));
 }
 
-TEST_F(FirewallServicesList, ThatCannotBeMadeIsIncomplete) {
-    result = -1;
-    names = {};
-    Report report(true);
-    const FirewallServices read = ReadFirewallServices(report);
+TEST_F(FirewallServicesList, LintsOnlyFilesOfWhichSomethingIsLeftOut) {
+    WriteFile(kSystem + "a.sc", Section("a", "1"));
+    WriteFile(kSystem + "b.sc", Section("b", "2") + "[bad]\n");
+    const FirewallServices read = Read();
     EXPECT_FALSE(read.complete);
-    EXPECT_THAT(read.services, IsEmpty());
+    ASSERT_EQ(read.files.size(), 1U);
+    EXPECT_EQ(read.files[0].path, kSystem + "b.sc");
+}
+
+// The services that memory ran out for must not read as absent.
+TEST_F(FirewallServicesList, IsRefusedWhenMemoryRanOutForTheCatalogue) {
+    change = [](ServiceCatalogue &catalogue) {
+        catalogue.report.NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
+    };
+    EXPECT_THROW(Read(), std::bad_alloc);
+}
+
+// A file that was left out and can be read by now.
+TEST_F(FirewallServicesList, IsIncompleteWithoutAFileThatRecovered) {
+    WriteFile(kSystem + "a.sc", Section("a", "1"));
+    change = [](ServiceCatalogue &catalogue) {
+        catalogue.report.ResumeFile(catalogue.report.Files()[0]);
+        catalogue.report.NoteSection(Reading::Unknown(TLIBC_ERR_FILE_UNUSABLE), "a");
+    };
+    EXPECT_FALSE(Read().complete);
 }
 
 }  // namespace
 }  // namespace tavo::test
 
-// The linker lets the callers of the library's TAVOFwServiceEnum call this one.
-extern "C" int __wrap_TAVOFwServiceEnum(TAVO_FW_SERVICE **list) {
-    *list = nullptr;
-    for (auto name = tavo::test::names.rbegin(); name != tavo::test::names.rend(); ++name) {
-        auto *service = static_cast<TAVO_FW_SERVICE *>(std::calloc(1, sizeof(TAVO_FW_SERVICE)));
-        std::memcpy(service->szName, name->c_str(), name->size());
-        service->pNext = *list;
-        *list = service;
+namespace tavo {
+
+ServiceCatalogue LinkedCatalogue() asm("__real__ZN4tavo13ReadCatalogueEv");
+ServiceCatalogue StandInCatalogue() asm("__wrap__ZN4tavo13ReadCatalogueEv");
+
+// The linker lets the callers of ReadCatalogue call this one.
+ServiceCatalogue StandInCatalogue() {
+    ServiceCatalogue catalogue = LinkedCatalogue();
+    if (test::change) {
+        test::change(catalogue);
     }
-    return tavo::test::result;
+    return catalogue;
 }
+
+}  // namespace tavo

@@ -21,9 +21,11 @@ void AddServices(const ServiceFile &file, Table &table, Report &report) {
     }
     for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(file.conf->pSections)) {
         table.Row({service->szName, std::filesystem::path(file.path).filename(),
-                   std::string(LocationOf(file.path)), PortsText(service->pDstPorts),
+                   std::string(file.location), PortsText(service->pDstPorts),
                    service->blPortForward != 0 ? "yes" : "no", service->strTitle.szText});
-        report.AddResult(ServiceJson(file, *service));
+        if (report.Json()) {
+            report.AddResult(ServiceJson(file.path, file.location, *file.conf, *service));
+        }
     }
 }
 

@@ -18,30 +18,17 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The port strings of a record in the order that they were written in: those of a file run
-// backwards in the library's lists.
-std::vector<std::string> PortStrings(const TLIBCSzList *list, bool backwards) {
-    std::vector<std::string> strings;
-    for (int i = 0; i < TLIBCSzListCount(list); ++i) {
-        strings.emplace_back(TLIBCSzListGet(list, i));
-    }
-    if (backwards) {
-        std::reverse(strings.begin(), strings.end());
-    }
-    return strings;
-}
-
 // "1000-2000" as service files write it.
 std::string InFileNotation(std::string port) {
     std::replace(port.begin(), port.end(), '-', ':');
     return port;
 }
 
-// A firewall service as if it were a section of a file. Settings may give it ports that are none,
+// A built-in service as if it were a section of a file. Settings may give it ports that are none,
 // which are reported and left out.
-class ServiceSection {
+class BuiltInSection {
   public:
-    ServiceSection(const FirewallService &service, Report &report);
+    BuiltInSection(const FirewallService &service, Report &report);
 
     const TAVO_SERVICE_CONF_SECTION &Section() const { return section_; }
 
@@ -55,7 +42,7 @@ class ServiceSection {
     TAVO_SERVICE_CONF_SECTION section_{};
 };
 
-ServiceSection::ServiceSection(const FirewallService &service, Report &report)
+BuiltInSection::BuiltInSection(const FirewallService &service, Report &report)
     : service_(service), report_(report) {
     const TAVO_FW_SERVICE &record = *service.record;
     source_ports_ = Ports(record.pSrcPortList, record.nSrcProtocol, TAVO_PORT_DIRECTION_SRC);
@@ -68,10 +55,11 @@ ServiceSection::ServiceSection(const FirewallService &service, Report &report)
     section_.pDstPorts = ports_.get();
 }
 
-OwnedPortList ServiceSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
+OwnedPortList BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
                                     unsigned int direction) {
     OwnedPortList ports;
-    for (const std::string &port : PortStrings(list, service_.file != nullptr)) {
+    for (int i = 0; i < TLIBCSzListCount(list); ++i) {
+        const std::string port = TLIBCSzListGet(list, i);
         TAVO_SERVICE_CONF_PORT *one = nullptr;
         const std::string text = InFileNotation(port) + '/' + ProtocolsText(protocols);
         if (TAVOServiceConfPortsGet(text.c_str(), direction, &one) != 0) {
@@ -91,10 +79,11 @@ Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF
     Json json = {{"name", section.szName},
                  {"supported", service.supported ? Json(*service.supported) : Json(nullptr)}};
     if (service.file != nullptr) {
-        json.update(ServiceJson(*service.file, section));
+        json.update(ServiceJson(service.file->path, NameOf(*service.file->folder),
+                                *service.file->conf, section));
         return json;
     }
-    const char *support_key = service.row == nullptr ? nullptr : service.row->szSupportKey;
+    const char *support_key = service.row->szSupportKey;
     json.update({{"file", nullptr},
                  {"real_path", nullptr},
                  {"location", TextOrNull(OriginText(service))},
@@ -105,13 +94,23 @@ Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF
     return json;
 }
 
-void AddService(const FirewallService &service, Table &table, Report &report) {
-    const ServiceSection made(service, report);
-    const TAVO_SERVICE_CONF_SECTION &section = made.Section();
+void AddSection(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section,
+                Table &table, Report &report) {
+    if (report.Json()) {
+        report.AddResult(FirewallServiceJson(service, section));
+        return;
+    }
     table.Row({section.szName, service.supported ? (*service.supported ? "yes" : "no") : "",
                section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
                OriginText(service), section.strTitle.szText});
-    report.AddResult(FirewallServiceJson(service, section));
+}
+
+void AddService(const FirewallService &service, Table &table, Report &report) {
+    if (service.section != nullptr) {
+        AddSection(service, *service.section, table, report);
+    } else {
+        AddSection(service, BuiltInSection(service, report).Section(), table, report);
+    }
 }
 
 bool IsWanted(const FirewallService &service, const ServicesOptions &options) {
@@ -153,9 +152,9 @@ void TellNotFound(const std::vector<std::string> &wanted, const FirewallServices
 }
 
 void TellSupportUnknown(Report &report) {
-    report.TellError(
-        kFactorySettings, "unreadable",
-        "what this model supports cannot be told: " + ReadRegularFile(kFactorySettings).problem);
+    report.TellError(kFactorySettingsFile, "unreadable",
+                     "what this model supports cannot be told: " +
+                         ReadRegularFile(kFactorySettingsFile).problem);
     report.Raise(Status::kFailed);
 }
 

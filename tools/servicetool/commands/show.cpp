@@ -40,7 +40,7 @@ void AddFile(const ServiceFile &file, Fields &fields) {
     if (!real_path.empty() && real_path != file.path) {
         fields.emplace_back("Real path", real_path);
     }
-    fields.emplace_back("Where", LocationOf(file.path));
+    fields.emplace_back("Where", file.location);
     fields.emplace_back("Version", std::to_string(file.conf->nVersion));
     fields.emplace_back("Support key", file.conf->szSupportKey);
     fields.emplace_back("Run key", file.conf->szRunKey);
@@ -71,7 +71,7 @@ void ShowFile(const std::string &path, Report &report) {
     AddFile(file, fields);
     for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(file.conf->pSections)) {
         AddService(*service, fields);
-        report.AddResult(ServiceJson(file, *service));
+        report.AddResult(ServiceJson(file.path, file.location, *file.conf, *service));
     }
     report.Print(FieldsText(fields));
 }
@@ -124,7 +124,7 @@ void Search::LookAt(const ServiceFile &file) {
             }
             AddFile(file, fields_);
             AddService(*service, fields_);
-            report_.AddResult(ServiceJson(file, *service));
+            report_.AddResult(ServiceJson(file.path, file.location, *file.conf, *service));
         }
     }
     LookAtUnreadable(file);

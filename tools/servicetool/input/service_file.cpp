@@ -3,15 +3,17 @@
 #include <dirent.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "base/system_files.h"
 #include "input/input_file.h"
+#include "model/service_file_keys.h"
 #include "output/text.h"
 #include "ports/protocols.h"
 
@@ -25,19 +27,24 @@ constexpr ServiceFolder kServiceFolders[] = {
     {TAVO_SERVICE_CONF_DIR_PACKAGE, "package", kPackageServiceDirectory},
 };
 
-// The names that the library would try, in its order: regular files and symbolic links. False with
-// errno set when the folder cannot be listed.
-bool ListFolder(const std::string &path, std::vector<std::string> &names) {
-    dirent **entries = nullptr;
-    const int count = scandir(path.c_str(), &entries, nullptr, alphasort);
-    for (int i = 0; i < count; ++i) {
-        if (entries[i]->d_type == DT_REG || entries[i]->d_type == DT_LNK) {
-            names.emplace_back(entries[i]->d_name);
+// The paths of files that have something left out. A [global] section that cannot be read takes no
+// service away.
+std::set<const char *> PathsWithOmissions(const ReadingReport &read) {
+    std::set<const char *> paths;
+    for (const LeftOut &omission : read.Omissions()) {
+        const bool global =
+            omission.section != nullptr && std::strcmp(omission.section, kGlobalSection) == 0;
+        if (omission.path != nullptr && !global) {
+            paths.insert(omission.path);
         }
-        std::free(entries[i]);
     }
-    std::free(entries);
-    return count >= 0;
+    return paths;
+}
+
+OwnedConf TakeFirst(OwnedConf &list) {
+    OwnedConf first = std::move(list);
+    list.reset(std::exchange(first->pNext, nullptr));
+    return first;
 }
 
 // `path` is what the library opens, which for standard input is not the name that is shown.
@@ -91,6 +98,14 @@ void TellRefused(const ServiceFile &file, Severity severity, Report &report) {
     TellBecause(file, "not read as a service file", finding, nullptr, severity, report);
 }
 
+constexpr char kChanged[] = "changed while it was read";
+
+bool LacksNothing(const ServiceFile &file) {
+    return file.conf != nullptr &&
+           std::all_of(file.lint.services.begin(), file.lint.services.end(),
+                       [](const LintedService &service) { return service.readable; });
+}
+
 ServiceFile ProblemFile(const std::string &path, std::string problem) {
     ServiceFile file;
     file.path = path;
@@ -112,6 +127,7 @@ ServiceFile ReadStandardInputFile() {
 ServiceFile ReadNamedFile(const std::string &path) {
     const FileContents contents = ReadRegularFile(path);
     ServiceFile file = ProblemFile(path, contents.problem);
+    file.location = LocationOf(path);
     if (file.problem.empty()) {
         ReadWithLibrary(path, file);
         file.lint = LintText(contents.text, path);
@@ -212,22 +228,67 @@ ServiceFile ReadServiceFile(const std::string &path) {
             return file;
         }
     }
-    return ProblemFile(path, "changed while it was read");
+    return ProblemFile(path, kChanged);
 }
 
-// A folder that is not there holds no service; one that cannot be listed may.
-FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report) {
-    FolderContents contents;
+bool TellUnlistedFolder(const ServiceFolder &folder, Report &report) {
     const std::string path(folder.path);
-    std::vector<std::string> names;
-    if (!ListFolder(path, names) && errno != ENOENT) {
-        report.TellError(path, "unreadable", ErrorText(errno));
-        contents.complete = false;
+    DIR *opened = opendir(path.c_str());
+    if (opened != nullptr) {
+        closedir(opened);
+        return false;
     }
-    for (const std::string &name : names) {
-        contents.files.push_back(ReadServiceFile(path + '/' + name));
+    if (errno == ENOENT) {
+        return false;
     }
+    report.TellError(path, "unreadable", ErrorText(errno));
+    return true;
+}
+
+void CheckMemory(const ReadingReport &read) {
+    if (read.Fault() == TLIBC_ERR_NO_MEMORY) {
+        throw std::bad_alloc();
+    }
+}
+
+// A file that can be read by now was left out all the same.
+std::vector<ServiceFile> FilesWithOmissions(const ReadingReport &read) {
+    const std::set<const char *> paths = PathsWithOmissions(read);
+    std::vector<ServiceFile> files;
+    for (const ServiceFileRecord &record : read.Files()) {
+        if (paths.contains(record.path)) {
+            ServiceFile file = ReadServiceFile(record.path);
+            files.push_back(LacksNothing(file) ? ProblemFile(record.path, kChanged)
+                                               : std::move(file));
+        }
+    }
+    return files;
+}
+
+FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report) {
+    ReadingReport read;
+    OwnedConf list;
+    TAVO_SERVICE_CONF *head = nullptr;
+    ReadServiceFiles(&head, folder.selector, &read);
+    list.reset(head);
+    CheckMemory(read);
+    FolderContents contents;
+    contents.complete = !TellUnlistedFolder(folder, report);
+    const std::set<const char *> linted = PathsWithOmissions(read);
+    for (std::size_t i = read.Files().Count(); i > 0; --i) {
+        const ServiceFileRecord &record = read.Files()[i - 1];
+        OwnedConf conf = record.conf != nullptr ? TakeFirst(list) : nullptr;
+        contents.files.push_back(linted.contains(record.path)
+                                     ? ReadServiceFile(record.path)
+                                     : ServiceFile{.path = record.path, .conf = std::move(conf)});
+        contents.files.back().location = folder.name;
+    }
+    std::reverse(contents.files.begin(), contents.files.end());
     return contents;
+}
+
+std::string_view NameOf(const tavo::ServiceFolder &folder) {
+    return ServiceFolders(folder.flag).front().name;
 }
 
 bool TellWhatIsMissing(const ServiceFile &file, Report &report, Severity severity) {
@@ -277,12 +338,12 @@ Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section) {
             {"description_extra", TextOrNull(section.strDesc.szExtra)}};
 }
 
-Json ServiceJson(const ServiceFile &file, const TAVO_SERVICE_CONF_SECTION &section) {
-    const TAVO_SERVICE_CONF &conf = *file.conf;
+Json ServiceJson(const std::string &path, std::string_view location, const TAVO_SERVICE_CONF &conf,
+                 const TAVO_SERVICE_CONF_SECTION &section) {
     Json json = {{"name", section.szName},
-                 {"file", Utf8Text(file.path)},
-                 {"real_path", TextOrNull(RealPathOf(file.path))},
-                 {"location", TextOrNull(LocationOf(file.path))},
+                 {"file", Utf8Text(path)},
+                 {"real_path", TextOrNull(RealPathOf(path))},
+                 {"location", TextOrNull(location)},
                  {"version", conf.nVersion},
                  {"support_key", TextOrNull(conf.szSupportKey)},
                  {"run_key", TextOrNull(conf.szRunKey)}};

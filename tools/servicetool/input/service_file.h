@@ -11,6 +11,7 @@
 
 #include "input/library_owners.h"
 #include "lint/lint.h"
+#include "model/service_files.h"
 #include "output/report.h"
 #include "tavoserviceconf.h"
 
@@ -37,9 +38,10 @@ std::string RealPathOf(const std::string &path);
 
 struct ServiceFile {
     std::string path;
-    std::string problem;  // why nothing could be read; else empty
-    OwnedConf conf;       // NULL when the library refuses the file
-    LintResult lint;
+    std::string_view location = {};  // as LocationOf
+    std::string problem = {};        // why nothing could be read; else empty
+    OwnedConf conf = {};             // NULL when the library refuses the file
+    LintResult lint = {};
 };
 
 // Reads one file, "-" for standard input.
@@ -50,8 +52,22 @@ struct FolderContents {
     std::vector<ServiceFile> files;  // names ascending
 };
 
-// Reads the files of a folder, and reports one that cannot be listed.
+// Reads the files of a folder, and reports one that cannot be listed. Only files of which something
+// is left out are linted.
 FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report);
+
+// The name that tables and JSON give to a service folder of the library.
+std::string_view NameOf(const tavo::ServiceFolder &folder);
+
+// Reports a service folder that cannot be listed; false when there was nothing to report. One that
+// is absent holds no service.
+bool TellUnlistedFolder(const ServiceFolder &folder, Report &report);
+
+// The files of which the library leaves something out, linted to say why.
+std::vector<ServiceFile> FilesWithOmissions(const ReadingReport &read);
+
+// Throws std::bad_alloc when memory ran out for the reading.
+void CheckMemory(const ReadingReport &read);
 
 // Whether the library read just the services that lint takes for readable. It does unless the file
 // changed between their looks at it, or the system kept the library from reading a service.
@@ -87,7 +103,8 @@ bool HasReference(const TAVO_SERVICE_CONF_STRING &string);
 std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string);
 
 // The JSON object of a service, the same in every command.
-nlohmann::ordered_json ServiceJson(const ServiceFile &file,
+nlohmann::ordered_json ServiceJson(const std::string &path, std::string_view location,
+                                   const TAVO_SERVICE_CONF &conf,
                                    const TAVO_SERVICE_CONF_SECTION &section);
 
 // The part of it that does not need a file: ports and texts.

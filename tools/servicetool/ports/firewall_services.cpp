@@ -1,13 +1,9 @@
 #include "ports/firewall_services.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstring>
 #include <filesystem>
 #include <iterator>
-#include <span>
 #include <string_view>
-#include <utility>
 
 #include "input/input_file.h"
 #include "output/text.h"
@@ -28,102 +24,36 @@ const PortSettings kPortSettings[] = {
     {"ftp", {"/etc/tavoinfo.conf"}, "ftpport, ftplowport or ftphighport"},
 };
 
-// ---- Reading ----
-
-// What lint does not look into the library may well read: a file that is larger than any service
-// file has a right to be.
-void ReadFiles(FirewallServices &read, Report &report) {
-    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
-        FolderContents contents = ReadServiceFolder(folder, report);
-        read.complete = contents.complete && read.complete;
-        std::move(contents.files.begin(), contents.files.end(), std::back_inserter(read.files));
+void ReadRecords(FirewallServices &read) {
+    read.catalogue = ReadCatalogue();
+    const ServiceCatalogue &catalogue = read.catalogue;
+    CheckMemory(catalogue.report);
+    for (const CatalogueService &one : catalogue.origins) {
+        read.services.push_back(
+            {one.service, one.row, one.file, one.section, one.service->blSupported != 0});
     }
-    for (ServiceFile &file : read.files) {
-        TAVO_SERVICE_CONF *conf = nullptr;
-        if (!file.problem.empty() && TAVOServiceConfGet(file.path.c_str(), &conf) == 0) {
-            file.conf.reset(conf);
+    // The catalogue has the services of files in their order and then the table backwards.
+    const auto first_row =
+        std::find_if(read.services.begin(), read.services.end(),
+                     [](const FirewallService &service) { return service.row != nullptr; });
+    std::reverse(first_row, read.services.end());
+    std::rotate(read.services.begin(), first_row, read.services.end());
+    for (const LeftOut &omission : catalogue.report.Omissions()) {
+        if (omission.row != nullptr) {
+            read.left_out.push_back(omission.row);
         }
     }
-}
-
-bool ReadRecords(FirewallServices &read) {
-    TAVO_FW_SERVICE *records = nullptr;
-    const bool good = TAVOFwServiceEnum(&records) >= 0;
-    read.records.reset(records);
-    return good;
-}
-
-// ---- Origins ----
-
-// The services of files, in the order of their list.
-struct Declared {
-    const ServiceFile *file;
-    const char *name;
-};
-
-std::vector<Declared> DeclaredBy(const std::vector<ServiceFile> &files) {
-    std::vector<Declared> declared;
-    for (const ServiceFile &file : files) {
-        for (const auto *section : InFileOrder(file.conf ? file.conf->pSections : nullptr)) {
-            declared.push_back({&file, section->szName});
-        }
-    }
-    return declared;
-}
-
-// The rows of the services, of which some may be left out. False when there is another name.
-bool FindRows(std::span<FirewallService> services, FirewallServices &read) {
-    auto service = services.begin();
-    for (const auto *row = rgServices; row->szName != nullptr; ++row) {
-        if (service != services.end() && std::strcmp(row->szName, service->record->szName) == 0) {
-            (service++)->row = row;
-        } else {
-            read.left_out.push_back(row);
-        }
-    }
-    return service == services.end();
-}
-
-bool FindFiles(std::span<FirewallService> services, const std::vector<Declared> &declared) {
-    const auto is_of = [](const FirewallService &service, const Declared &section) {
-        return std::strcmp(service.record->szName, section.name) == 0;
-    };
-    if (!std::equal(services.begin(), services.end(), declared.begin(), declared.end(), is_of)) {
-        return false;
-    }
-    for (std::size_t i = 0; i < services.size(); ++i) {
-        services[i].file = declared[i].file;
-    }
-    return true;
-}
-
-// The library's list has the services of files in their order and then the table backwards. False
-// when the files do not fit to it, having changed between the two looks at them.
-bool FindOrigins(FirewallServices &read) {
-    const std::vector<Declared> declared = DeclaredBy(read.files);
-    std::vector<FirewallService> services;
-    for (const auto *record = read.records.get(); record != nullptr; record = record->pNext) {
-        services.push_back({record, nullptr, nullptr, record->blSupported != 0});
-    }
-    const std::size_t of_files = std::min(declared.size(), services.size());
-    std::reverse(services.begin() + static_cast<std::ptrdiff_t>(of_files), services.end());
-    std::rotate(services.begin(), services.begin() + static_cast<std::ptrdiff_t>(of_files),
-                services.end());
-    read.services = std::move(services);
-    const std::span all(read.services);
-    const std::size_t built_in = all.size() - of_files;
-    const bool rows = FindRows(all.first(built_in), read);
-    return FindFiles(all.subspan(built_in), declared) && rows;
+    read.files = FilesWithOmissions(catalogue.report);
 }
 
 bool HasSupportKey(const FirewallService &service) {
     return service.row != nullptr ? service.row->szSupportKey != nullptr
-                                  : service.file == nullptr || *service.file->conf->szSupportKey;
+                                  : *service.file->conf->szSupportKey != '\0';
 }
 
 // Without its settings the library takes each service with a support key for not supported.
 void ForgetSupport(FirewallServices &read) {
-    if (ReadRegularFile(kFactorySettings).problem.empty()) {
+    if (ReadRegularFile(kFactorySettingsFile).problem.empty()) {
         return;
     }
     for (FirewallService &service : read.services) {
@@ -167,17 +97,9 @@ void TellLeftOut(FirewallServices &read, const std::vector<std::string> &names, 
 
 FirewallServices ReadFirewallServices(Report &report, const std::vector<std::string> &names) {
     FirewallServices read;
-    ReadFiles(read, report);
-    if (!ReadRecords(read)) {
-        report.TellError("", "failed", "the firewall services cannot be listed");
-        read.complete = false;
-        return read;
-    }
-    if (!FindOrigins(read)) {
-        report.TellError("", "unreadable", "service files changed while they were read",
-                         "run it again");
-        read.complete = false;
-        read.left_out.clear();
+    ReadRecords(read);
+    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
+        read.complete = !TellUnlistedFolder(folder, report) && read.complete;
     }
     TellLeftOut(read, names, report);
     ForgetSupport(read);
@@ -213,10 +135,7 @@ std::string OriginText(const FirewallService &service) {
     if (service.row != nullptr) {
         return "built-in";
     }
-    if (service.file == nullptr) {
-        return {};
-    }
-    return std::string(LocationOf(service.file->path)) + '/' +
+    return std::string(NameOf(*service.file->folder)) + '/' +
            std::filesystem::path(service.file->path).filename().string();
 }
 

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "config_lines.h"
-#include "input/folder_names.h"
 #include "input/input_file.h"
 #include "input/service_file.h"
 #include "output/text.h"
@@ -79,16 +78,6 @@ bool NamesBadPorts(const TAVO_FW_SERVICE &service, std::string &text) {
         }
     }
     return false;
-}
-
-// A folder that is not there holds nothing.
-bool TellUnlistedFolder(const ServiceFolder &folder, Report &report) {
-    const std::string path(folder.path);
-    if (NamesIn(path) || errno == ENOENT) {
-        return false;
-    }
-    report.TellError(path, "unreadable", ErrorText(errno));
-    return true;
 }
 
 // Lines that the library passes over without a word; with `in_sections`, also keys that stand
