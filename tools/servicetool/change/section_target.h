@@ -8,7 +8,6 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "commands/commands.h"
 #include "input/library_owners.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"
@@ -17,6 +16,15 @@ namespace tavo::tool {
 
 using OwnedSection =
     std::unique_ptr<TAVO_SERVICE_CONF_SECTION, FreeWith<TAVOServiceConfSectionFree>>;
+
+// The section of an installed file that is to be changed.
+struct SectionOptions {
+    std::string file;
+    std::string section;
+    FolderChoice folder;
+    bool no_restart = false;  // leaves firewall and relay daemon as they are
+    bool dry_run = false;
+};
 
 struct SectionTarget {
     InstalledFile file;

@@ -1,4 +1,5 @@
 // servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
+#include "change/given_up_change.h"
 #include "change/section_target.h"
 #include "change/staged_section.h"
 #include "commands/commands.h"
@@ -13,8 +14,6 @@ namespace {
 constexpr std::uint32_t kFirewallRecord = 1;
 constexpr std::uint32_t kTouched =
     kFirewallRecord | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
-
-}  // namespace
 
 void RemoveSection(const SectionOptions &options, Report &report) {
     SectionTarget target;
@@ -37,5 +36,29 @@ void RemoveSection(const SectionOptions &options, Report &report) {
         change.Do([&] { return TLIBServiceConfSectionRemove(&param); });
     }
 }
+
+constexpr Operand kOperands[] = {kTargetFile, kTargetSection};
+
+constexpr Option kOptions[] = {kSystemFile, kPackageFile, kNoRestart, kDryRun};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool remove-section mypackage.sc web
+  servicetool remove-section mypackage.sc web --dry-run)";
+
+}  // namespace
+
+constinit const Command kRemoveSectionCommand = {
+    .name = "remove-section",
+    .summary = "Remove a section from an installed file",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .run = [](const Arguments &arguments,
+              Report &report) { RemoveSection(SectionOf(arguments), report); },
+    .change =
+        [](const Arguments &arguments) {
+            return ChangeAskedFor("remove-section", SectionOf(arguments));
+        },
+};
 
 }  // namespace tavo::tool
