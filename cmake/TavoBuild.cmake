@@ -65,6 +65,19 @@ function(tavo_library_options TARGET)
   target_compile_options(${TARGET} PRIVATE -fno-exceptions -fno-rtti -ftls-model=initial-exec)
 endfunction()
 
+# tavo_quick_build()
+#
+# For the folders below the one that calls it, whose programs are built far more often than debugged:
+# places of functions and lines are enough for a backtrace and for a report of the sanitizers. A
+# sanitizer's checks take an optimiser more time than they take a program; only a fuzzer runs them for
+# long.
+macro(tavo_quick_build)
+  add_compile_options($<$<CONFIG:Debug,RelWithDebInfo>:-g1>)
+  if(TAVO_SANITIZE AND NOT TAVO_BUILD_FUZZERS)
+    add_compile_options(-O0)
+  endif()
+endmacro()
+
 # tavo_add_shared_library(NAME VERSION_SCRIPT MAP HEADER_DIR DIR SOURCES ...)
 #
 # A shared object of soname libNAME.so.7 that exports what MAP lists and nothing else.

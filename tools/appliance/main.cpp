@@ -2,11 +2,11 @@
 //
 // What stands behind -- is the command's own and is taken off before the options are read, so that
 // no argument of the command is ever mistaken for one.
-#include <CLI/CLI.hpp>
+#include <getopt.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -18,14 +18,19 @@
 
 namespace {
 
-constexpr const char *kSummary =
-    "Runs a command in a private appliance: the appliance's own paths, settings and services,\n"
-    "its own process table, network and system log, all thrown away when the command ends.";
+constexpr char kHelp[] =
+    R"(Runs a command in a private appliance: the appliance's own paths, settings and services,
+its own process table, network and system log, all thrown away when the command ends.
+Usage: appliance run [--root DIR] [--with FILE...] -- COMMAND [ARG...]
 
-constexpr const char *kUsage =
-    "Usage: appliance run [--root DIR] [--with FILE...] -- COMMAND [ARG...]\n";
+Options:
+  -h,--help                   Print this help and exit
+  --version                   Print the version and exit
 
-constexpr const char *kDetails = R"(
+Options of run:
+  --root DIR                  Make its files in DIR, empty or absent, and keep them
+  --with FILE ...             Place files of the host in it
+
 A FILE of --with is SOURCE:/TARGET, or a SOURCE alone, which goes to /usr/local/etc/services.d, where
 packages have their service files.
 
@@ -43,66 +48,97 @@ Inside:
   /run/active-units      the units that systemctl calls active, a line each
 
 Exit status: that of COMMAND; 128 + N when signal N ended it; 125 when the appliance cannot be
-started, 126 when COMMAND cannot be run, 127 when there is no such command.)";
+started, 126 when COMMAND cannot be run, 127 when there is no such command.
+)";
 
-constexpr const char *kSeeHelp = " (see appliance run --help)";
+constexpr char kSeeHelp[] = " (see appliance run --help)";
 
-class HelpText : public CLI::Formatter {
-  public:
-    std::string make_usage(const CLI::App *, std::string) const override { return kUsage; }
+[[noreturn]] void Refuse(const std::string &problem) {
+    throw tavo::Failure(problem + kSeeHelp);
+}
+
+enum : int { kOperand = 1, kHelpOption = 'h', kVersionOption = 256, kRoot, kWith };
+
+constexpr option kOptions[] = {{"help", no_argument, nullptr, kHelpOption},
+                               {"version", no_argument, nullptr, kVersionOption},
+                               {"root", required_argument, nullptr, kRoot},
+                               {"with", required_argument, nullptr, kWith},
+                               {}};
+
+// What the words before "--" ask for.
+struct Request {
+    bool run = false;
+    bool help = false;
+    bool version = false;
+    bool files = false;  // words are files of --with
+    tavo::RunOptions options;
 };
 
-// What the parser did not know, in words that help on.
-void RefuseExtras(const std::vector<std::string> &extras, bool run) {
-    if (extras.empty()) {
-        return;
+void ReadOperand(const std::string &word, Request &request) {
+    if (request.files) {
+        request.options.extra_files.push_back(word);
+    } else if (request.run) {
+        throw tavo::Failure("unexpected argument " + word +
+                            ": COMMAND stands behind --, as in appliance run -- " + word);
+    } else if (word != "run") {
+        Refuse("unknown subcommand " + word + ", it must be run");
+    } else {
+        request.run = true;
     }
-    const std::string &extra = extras.front();
-    if (extra.starts_with('-')) {
-        throw tavo::Failure("unknown option " + extra + kSeeHelp);
+}
+
+void ReadOption(int code, const std::string &word, Request &request) {
+    const bool known = code == kHelpOption || (code == kVersionOption ? !request.run : request.run);
+    if (code == '?' || !known) {
+        Refuse("unknown option " + word);
+    } else if (code == ':') {
+        Refuse(word + " needs a value");
+    } else if (code == kRoot) {
+        request.options.root = optarg;
+    } else if (code == kWith) {
+        request.options.extra_files.emplace_back(optarg);
     }
-    if (!run) {
-        throw tavo::Failure("unknown subcommand " + extra + ", it must be run" + kSeeHelp);
+    request.help = request.help || code == kHelpOption;
+    request.version = request.version || code == kVersionOption;
+    request.files = code == kWith;
+}
+
+Request ReadWords(int argc, char *argv[]) {
+    Request request;
+    opterr = 0;
+    for (;;) {
+        const int word = optind;
+        const int code = getopt_long(argc, argv, "-:h", kOptions, nullptr);
+        if (code == -1) {
+            return request;
+        }
+        if (code == kOperand) {
+            ReadOperand(optarg, request);
+        } else {
+            ReadOption(code, argv[word], request);
+        }
     }
-    throw tavo::Failure("unexpected argument " + extra +
-                        ": COMMAND stands behind --, as in appliance run -- " + extra);
 }
 
 int Main(int argc, char *argv[]) {
     char **const separator = std::find(argv, argv + argc, std::string_view("--"));
-    tavo::RunOptions options;
-
-    CLI::App app(kSummary, "appliance");
-    app.formatter(std::make_shared<HelpText>());
-    app.footer(kDetails);
-    app.set_version_flag("--version", "appliance " APPLIANCE_VERSION);
-    app.allow_extras();
-    CLI::App *run = app.add_subcommand("run", "Run a command");
-    run->description(kSummary);
-    run->footer(kDetails);
-    run->allow_extras();
-    run->add_option("--root", options.root, "Make its files in DIR, empty or absent, and keep them")
-        ->type_name("DIR")
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-    run->add_option("--with", options.extra_files, "Place files of the host in it")
-        ->type_name("FILE");
-    try {
-        app.parse(static_cast<int>(separator - argv), argv);
-    } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0) {
-            return app.exit(error);
-        }
-        throw tavo::Failure(error.what() + std::string(kSeeHelp));
+    Request request = ReadWords(static_cast<int>(separator - argv), argv);
+    if (request.help) {
+        std::fputs(kHelp, stdout);
+        return 0;
     }
-    RefuseExtras(app.remaining(true), run->parsed());
-    if (!run->parsed()) {
-        throw tavo::Failure(std::string("a subcommand is required: run") + kSeeHelp);
+    if (request.version) {
+        std::puts("appliance " APPLIANCE_VERSION);
+        return 0;
+    }
+    if (!request.run) {
+        Refuse("a subcommand is required: run");
     }
     if (argv + argc - separator < 2) {
-        throw tavo::Failure(std::string("-- COMMAND is required") + kSeeHelp);
+        Refuse("-- COMMAND is required");
     }
-    options.command.assign(separator + 1, argv + argc);
-    return tavo::RunAppliance(options);
+    request.options.command.assign(separator + 1, argv + argc);
+    return tavo::RunAppliance(request.options);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using ::testing::AllOf;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -139,6 +140,14 @@ TEST_F(DevScript, TestBuildsAndRunsEveryPreset) {
     }
 }
 
+TEST_F(DevScript, QuickTestNeedsTheCompilerOfTheFirstPresetAlone) {
+    const ProgramResult result = Dev({"test", "--quick"}, {"MISSING=clang"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_THAT(Calls(), HasSubstr("ctest --preset dev --parallel "));
+    EXPECT_THAT(Calls(), AllOf(Not(HasSubstr("fuzz")), Not(HasSubstr("asan"))));
+    EXPECT_EQ(Dev({"test", "--quick"}, {"FAILING_PRESET=dev"}).status, 1);
+}
+
 class DevScriptPreset : public DevScript, public ::testing::WithParamInterface<const char *> {};
 
 TEST_P(DevScriptPreset, TestFailsWhenTheTestsOfOnePresetFail) {
@@ -215,8 +224,13 @@ TEST_F(DevScript, HelpNamesEveryCommand) {
 }
 
 TEST_F(DevScript, RefusesWhatItDoesNotKnow) {
-    for (const std::vector<std::string> &wrong : std::vector<std::vector<std::string>>{
-             {"nope"}, {"test", "dev"}, {"fuzz", "x"}, {"fuzz", "0"}, {"fuzz", "1", "2"}}) {
+    for (const std::vector<std::string> &wrong :
+         std::vector<std::vector<std::string>>{{"nope"},
+                                               {"test", "dev"},
+                                               {"test", "--quick", "x"},
+                                               {"fuzz", "x"},
+                                               {"fuzz", "0"},
+                                               {"fuzz", "1", "2"}}) {
         const ProgramResult result = Dev(wrong);
         EXPECT_EQ(result.status, 2) << wrong.back();
         EXPECT_THAT(result.err, HasSubstr("usage: ./dev COMMAND"));

@@ -70,6 +70,17 @@ TEST(ServiceToolUsage, WrongIsToldInOneLineWithWhereToLook) {
          "standard input is named twice [usage]\n    fix: see servicetool lint --help\n"},
         {{"lint", "--nope"},
          "unknown option --nope [usage]\n    fix: see servicetool lint --help\n"},
+        {{"show", "--near"},
+         "unknown option --near [usage]\n    fix: see servicetool show --help\n"},
+        {{"80", "list"}, "unknown command \"80\" [usage]\n    fix: see servicetool --help\n"},
+        {{"--js", "list"}, "unknown option --js [usage]\n    fix: see servicetool --help\n"},
+        {{"list", "--js"}, "unknown option --js [usage]\n    fix: see servicetool list --help\n"},
+        {{"list", "--sys=x"},
+         "unknown option --sys=x [usage]\n    fix: see servicetool list --help\n"},
+        {{"list", "--version"},
+         "unknown option --version [usage]\n    fix: see servicetool list --help\n"},
+        {{"list", "-5"},
+         "unexpected argument \"-5\" [usage]\n    fix: see servicetool list --help\n"},
         {{"show", "-web"}, "unknown option -web [usage]\n    fix: see servicetool show --help\n"},
         {{"lint", "--strict=x", "a"},
          "--strict takes no value [usage]\n    fix: see servicetool lint --help\n"},
@@ -154,11 +165,16 @@ TEST(ServiceToolUsage, OptionThatLacksItsValueIsNamed) {
             {{"80", "--source", "-v"}, "--source needs a value", "see servicetool check --help"},
             {{"80", "--skip", "-web"}, "--skip needs a value", "write --skip=-web"},
         });
-    ExpectWrong("suggest",
-                {{{"--near"}, "--near needs a value", "see servicetool suggest --help"}});
+    ExpectWrong(
+        "suggest",
+        {{{"--near"}, "--near needs a value", "see servicetool suggest --help"},
+         {{"--nea", "--json=x"}, "unknown option --nea", "see servicetool suggest --help"}});
+    ExpectWrong("install",
+                {{{"--as", "--dry-run"}, "--as needs a value", "see servicetool install --help"},
+                 {{"--as", "-vx", "-y"}, "--as needs a value", "write --as=-vx"}});
     ExpectWrong("list",
                 {{{"--near"}, "unknown option --near", "see servicetool list --help"},
-                 {{"--near", "-x"}, "unknown option -x", "see servicetool list --help"},
+                 {{"--near", "-x"}, "unknown option --near", "see servicetool list --help"},
                  {{"--near", "5"}, "unknown option --near", "see servicetool list --help"}});
 }
 
@@ -262,6 +278,20 @@ TEST(ServiceToolOperands, AreTakenAsTheyAre) {
         RunProgram({"sh", "-c", "cd \"$1\" && shift && exec \"$@\"", "sh", folder.Path(),
                     SERVICETOOL, "lint", "[a,b]", "++", "list", "\1x", "a b"});
     EXPECT_EQ(result.out, "[a,b]: ok\n++: ok\nlist: ok\n\\x01x: ok\na b: ok\n");
+}
+
+TEST(ServiceToolHelp, GoesBeforeWhatIsWrongWithTheLine) {
+    for (const std::vector<std::string> &arguments : {std::vector<std::string>{"show", "--help"},
+                                                      {"--help", "show"},
+                                                      {"show", "a", "b", "-vh"},
+                                                      {"show", "--nope", "--json=1", "--help"}}) {
+        const ProgramResult result = ServiceTool(arguments);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_THAT(result.out, HasSubstr("Usage: servicetool show [OPTIONS] NAME|FILE\n"));
+        EXPECT_THAT(result.err, IsEmpty());
+    }
+    // Letters after one that is unknown are no options.
+    EXPECT_EQ(ServiceTool({"lint", "-dash"}).status, 2);
 }
 
 TEST(ServiceToolOutput, ThatCannotBeWrittenIsAFailure) {

@@ -4,18 +4,25 @@
 #define TAVO_SERVICETOOL_CHANGE_GIVEN_UP_CHANGE_H
 
 #include <string>
+#include <string_view>
 
-#include "commands/command_options.h"
+#include "change/change_report.h"
+#include "change/section_target.h"
+#include "commands/command_line.h"
 
 namespace tavo::tool {
 
+// A change as far as a command line says it.
+Change ChangeAskedFor(std::string_view operation, const std::string &file,
+                      const std::string &section, bool dry_run);
+Change ChangeAskedFor(std::string_view operation, const SectionOptions &options);
+
 // Tells what was thrown out of a command. Of one that changes something it is a refusal: what is
 // thrown by the change itself does not come out.
-void TellThrown(const CLI::App &command, const CommandOptions &options, const std::string &reason,
-                Report &report);
+void TellThrown(const CommandLine &line, const std::string &reason, Report &report);
 
 // Sees to it that a command that changes something has its one result, whatever became of it.
-void AddMissingResult(const CLI::App &command, const CommandOptions &options, Report &report);
+void AddMissingResult(const CommandLine &line, Report &report);
 
 }  // namespace tavo::tool
 

@@ -8,12 +8,20 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "commands/commands.h"
 #include "input/library_owners.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
+
+// The section of an installed file that is to be changed.
+struct SectionOptions {
+    std::string file;
+    std::string section;
+    FolderChoice folder;
+    bool no_restart = false;  // leaves firewall and relay daemon as they are
+    bool dry_run = false;
+};
 
 struct SectionTarget {
     InstalledFile file;

@@ -1,5 +1,7 @@
 // servicetool check. Every source of taken ports is asked by itself, so that each answer has a
 // name, and what one of them cannot tell is never taken for free.
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -13,6 +15,14 @@
 
 namespace tavo::tool {
 namespace {
+
+struct CheckOptions {
+    std::vector<std::string> ports;    // PORTS[/PROTOCOLS]
+    std::vector<std::string> files;    // service files; asked for instead of ports
+    std::vector<std::string> skip;     // service names
+    std::vector<std::string> sources;  // names of sources; all where empty
+    bool no_legend = false;
+};
 
 using Json = nlohmann::ordered_json;
 
@@ -89,8 +99,6 @@ void CheckPorts(const CheckOptions &options, Report &report) {
     report.Print(verdicts);
 }
 
-}  // namespace
-
 void Check(const CheckOptions &options, Report &report) {
     if (!CheckSkippedNames(options.skip, report)) {
         return;
@@ -106,5 +114,87 @@ void Check(const CheckOptions &options, Report &report) {
         CheckFile({path, options.skip, as_library, !options.no_legend}, sources, report);
     }
 }
+
+constexpr std::string_view kSourceNames = "forward service setting socket";
+static_assert(std::all_of(std::begin(kPortSources), std::end(kPortSources),
+                          [](const PortSource &source) {
+                              return kSourceNames.find(source.name) != std::string_view::npos;
+                          }));
+
+bool IsSource(const std::string &name) {
+    return std::any_of(std::begin(kPortSources), std::end(kPortSources),
+                       [&name](const PortSource &source) { return source.name == name; });
+}
+
+constexpr Operand kOperands[] = {
+    {.value = {"PORTS[/PROTOCOLS]"},
+     .help = "Ports and ranges, such as 80,6000:6010/tcp",
+     .count = Count::kAny},
+};
+
+constexpr Option kOptions[] = {
+    {.name = "--file",
+     .help = "Check the ports of service files instead; - is standard input",
+     .value = {"FILE", Completion::kFiles},
+     .repeat = Repeat::kWords},
+    {.name = "--skip",
+     .help = "Pass these services over",
+     .value = {"NAME", Completion::kSkippableNames},
+     .repeat = Repeat::kItems},
+    {.name = "--source",
+     .help = "Ask only these: forward, service, setting or socket",
+     .value = {"SOURCE", Completion::kWordList, kSourceNames},
+     .repeat = Repeat::kItems},
+    kNoLegend,
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool check 8080/tcp && echo free
+  servicetool check 80,443/tcp 6000:6010
+  servicetool check 5222/tcp --skip chat   is it free for the service chat itself
+  servicetool check 5000 --source setting,socket
+  servicetool check --file mypackage.sc)";
+
+CheckOptions OptionsOf(const Arguments &arguments) {
+    return {.ports = arguments.Operands(),
+            .files = arguments.Texts("--file"),
+            .skip = arguments.Texts("--skip"),
+            .sources = arguments.Texts("--source"),
+            .no_legend = arguments.Has("--no-legend")};
+}
+
+UsageProblem ProblemOf(const Arguments &arguments) {
+    const CheckOptions check = OptionsOf(arguments);
+    for (const auto *names : {&check.ports, &check.files, &check.skip, &check.sources}) {
+        if (Holds(*names, "")) {
+            return {"a name is empty"};
+        }
+    }
+    if (check.ports.empty() && check.files.empty()) {
+        return {"PORTS or --file is required"};
+    }
+    if (!check.ports.empty() && !check.files.empty()) {
+        return {"PORTS and --file exclude each other"};
+    }
+    for (const std::string &source : check.sources) {
+        if (!IsSource(source)) {
+            return {"unknown source " + Quoted(source),
+                    "write forward, service, setting or socket"};
+        }
+    }
+    return ProblemOfNames(check.files);
+}
+
+}  // namespace
+
+constinit const Command kCheckCommand = {
+    .name = "check",
+    .summary = "Tell whether ports are taken, and by whom",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .check = ProblemOf,
+    .run = [](const Arguments &arguments, Report &report) { Check(OptionsOf(arguments), report); },
+};
 
 }  // namespace tavo::tool

@@ -91,15 +91,32 @@ void Cleaning::Add(const Leftover &leftover, const char *state) {
                        {"reason", TextOrNull(leftover.keep)}});
 }
 
-}  // namespace
-
-void Clean(const CleanOptions &options, Report &report) {
+void Clean(bool dry_run, Report &report) {
     ChangeLock lock;
-    if (!options.dry_run && !lock.Take()) {
+    if (!dry_run && !lock.Take()) {
         TellNoLock(lock, "", ", so nothing was removed", report);
         return;
     }
-    Cleaning(options.dry_run, report).Run();
+    Cleaning(dry_run, report).Run();
 }
+
+constexpr Option kOptions[] = {kDryRun};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool clean --dry-run            what was left behind
+  servicetool clean
+  servicetool clean --json | jq -r '.results[] | select(.state == "kept").path')";
+
+}  // namespace
+
+constinit const Command kCleanCommand = {
+    .name = "clean",
+    .summary = "Remove what killed programs left behind",
+    .operands = {},
+    .options = kOptions,
+    .examples = kExamples,
+    .run = [](const Arguments &arguments,
+              Report &report) { Clean(arguments.Has("--dry-run"), report); },
+};
 
 }  // namespace tavo::tool

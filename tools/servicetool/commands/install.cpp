@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "change/change_report.h"
+#include "change/given_up_change.h"
 #include "change/installed_file.h"
 #include "change/linted_file.h"
 #include "change/private_folder.h"
@@ -23,6 +24,14 @@
 
 namespace tavo::tool {
 namespace {
+
+struct InstallOptions {
+    std::string source;  // "-" for standard input, which needs a name
+    std::string name;    // of the installed file; that of the source where empty
+    FolderChoice folder;
+    bool force = false;  // go on where ports are taken, or where that cannot be told
+    bool dry_run = false;
+};
 
 // Stands for the old content of a file that was not installed: it reads as empty.
 constexpr std::string_view kNoFile = "/dev/null";
@@ -177,14 +186,92 @@ void Place(const Placement &placement, const InstallOptions &options, Report &re
     });
 }
 
+constexpr Operand kOperands[] = {
+    {.value = {"FILE", Completion::kFiles}, .help = "A service file; - is standard input"},
+};
+
+constexpr char kNameHelp[] = "Its name there; else its own";
+constexpr Option kForce = {.name = "--force",
+                           .help = "Go on where ports are taken, or cannot be told to be free"};
+
+constexpr Option kInstallOptions[] = {
+    {.name = "--as", .help = kNameHelp, .value = {"NAME"}},
+    kSystemFile,
+    kPackageFile,
+    kForce,
+    kDryRun,
+};
+
+constexpr Option kUpdateOptions[] = {
+    {.name = "--as", .help = kNameHelp, .value = {"NAME", Completion::kInstalledFiles}},
+    kSystemFile,
+    kPackageFile,
+    kForce,
+    kDryRun,
+};
+
+constexpr char kInstallExamples[] = R"(Examples:
+  servicetool install mypackage.sc       for a package
+  servicetool install --dry-run mypackage.sc
+  servicetool install --as mypackage.sc build/services.txt
+  generate-services | servicetool install --as mypackage.sc -)";
+
+constexpr char kUpdateExamples[] = R"(Examples:
+  servicetool update mypackage.sc        replaces the installed mypackage.sc
+  servicetool update --dry-run --force mypackage.sc
+  servicetool update --as mypackage.sc build/services.txt)";
+
+InstallOptions OptionsOf(const Arguments &arguments) {
+    return {.source = arguments.Word(0),
+            .name = arguments.Text("--as"),
+            .folder = FolderOf(arguments),
+            .force = arguments.Has("--force"),
+            .dry_run = arguments.Has("--dry-run")};
+}
+
+UsageProblem ProblemOf(const Arguments &arguments) {
+    const InstallOptions options = OptionsOf(arguments);
+    if (options.source.empty()) {
+        return {"a name is empty"};
+    }
+    if (arguments.Has("--as") && options.name.empty()) {
+        return {"--as needs the name of a file"};
+    }
+    if (options.source == kStandardInput && options.name.empty()) {
+        return {"standard input has no name", "write --as NAME"};
+    }
+    return {};
+}
+
+Change PlannedBy(const Placement &placement, const Arguments &arguments) {
+    const InstallOptions options = OptionsOf(arguments);
+    return ChangeAskedFor(placement.operation, NameOf(options), "", options.dry_run);
+}
+
 }  // namespace
 
-void Install(const InstallOptions &options, Report &report) {
-    Place(kInstall, options, report);
-}
+constinit const Command kInstallCommand = {
+    .name = kInstall.operation,
+    .summary = "Install a service file",
+    .operands = kOperands,
+    .options = kInstallOptions,
+    .examples = kInstallExamples,
+    .check = ProblemOf,
+    .run = [](const Arguments &arguments,
+              Report &report) { Place(kInstall, OptionsOf(arguments), report); },
+    .change = [](const Arguments &arguments) { return PlannedBy(kInstall, arguments); },
+};
 
-void Update(const InstallOptions &options, Report &report) {
-    Place(kUpdate, options, report);
-}
+constinit const Command kUpdateCommand = {
+    .name = kUpdate.operation,
+    .summary = "Replace an installed service file",
+    .operands = kOperands,
+    .options = kUpdateOptions,
+    .examples = kUpdateExamples,
+    .check = ProblemOf,
+    .run = [](const Arguments &arguments,
+              Report &report) { Place(kUpdate, OptionsOf(arguments), report); },
+    .change = [](const Arguments &arguments) { return PlannedBy(kUpdate, arguments); },
+};
 
 }  // namespace tavo::tool

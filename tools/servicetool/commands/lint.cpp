@@ -29,12 +29,37 @@ void LintFile(const std::string &path, bool strict, Report &report) {
     report.AddResult(VerdictJson(file.lint, file.name));
 }
 
-}  // namespace
-
-void Lint(const LintOptions &options, Report &report) {
-    for (const std::string &path : options.files) {
-        LintFile(path, options.strict, report);
+void Lint(const Arguments &arguments, Report &report) {
+    for (const std::string &path : arguments.Operands()) {
+        LintFile(path, arguments.Has("--strict"), report);
     }
 }
+
+constexpr Operand kOperands[] = {
+    {.value = {"FILE", Completion::kFiles},
+     .help = "Service files; - is standard input",
+     .count = Count::kSome},
+};
+
+constexpr Option kOptions[] = {
+    {.name = "--strict", .help = "Fail on warnings, too"},
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool lint mypackage.sc
+  servicetool lint --strict *.sc && echo fit to ship
+  generate-services | servicetool lint -)";
+
+}  // namespace
+
+constinit const Command kLintCommand = {
+    .name = "lint",
+    .summary = "Find everything that is wrong in service files",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .check = [](const Arguments &arguments) { return ProblemOfNames(arguments.Operands()); },
+    .run = Lint,
+};
 
 }  // namespace tavo::tool

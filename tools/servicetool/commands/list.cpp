@@ -9,6 +9,12 @@
 namespace tavo::tool {
 namespace {
 
+struct ListOptions {
+    bool system = false;
+    bool package = false;
+    bool no_legend = false;
+};
+
 int SelectorOf(const ListOptions &options) {
     const int selector = (options.system ? TAVO_SERVICE_CONF_DIR_SYSTEM : 0) |
                          (options.package ? TAVO_SERVICE_CONF_DIR_PACKAGE : 0);
@@ -29,8 +35,6 @@ void AddServices(const ServiceFile &file, Table &table, Report &report) {
     }
 }
 
-}  // namespace
-
 void List(const ListOptions &options, Report &report) {
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});
     for (const ServiceFolder &folder : ServiceFolders(SelectorOf(options))) {
@@ -46,5 +50,34 @@ void List(const ListOptions &options, Report &report) {
     }
     report.Print(table.Text(!options.no_legend, report.Columns()));
 }
+
+constexpr Option kOptions[] = {
+    {.name = "--system", .help = "Only those of the system"},
+    {.name = "--package", .help = "Only those of packages"},
+    kNoLegend,
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool list                       every service of the appliance
+  servicetool list --package             those of packages only
+  servicetool list --no-legend | wc -l   how many there are
+  servicetool list --json | jq -r '.results[].name')";
+
+}  // namespace
+
+constinit const Command kListCommand = {
+    .name = "list",
+    .summary = "List the services that the service files declare",
+    .operands = {},
+    .options = kOptions,
+    .examples = kExamples,
+    .run =
+        [](const Arguments &arguments, Report &report) {
+            List({.system = arguments.Has("--system"),
+                  .package = arguments.Has("--package"),
+                  .no_legend = arguments.Has("--no-legend")},
+                 report);
+        },
+};
 
 }  // namespace tavo::tool

@@ -17,6 +17,16 @@
 namespace tavo::tool {
 namespace {
 
+struct PortsOptions {
+    bool declared = false;  // only these kinds; all where none is asked for
+    bool held = false;
+    bool conflicts = false;  // only ports that more than one has a claim to
+    bool map = false;        // a picture for the terminal instead of a table
+    std::string svg;         // a file for the picture, besides; none where empty, and with
+                             // kStandardOutput the picture alone
+    bool no_legend = false;
+};
+
 using Json = nlohmann::ordered_json;
 
 // What a window is taken for that has no columns, or none that are known.
@@ -203,8 +213,6 @@ void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
     }
 }
 
-}  // namespace
-
 void Ports(const PortsOptions &options, Report &report) {
     const KindsOfClaim read = KindsToRead(options);
     const PortClaims all = ReadPortClaims(read, report);
@@ -232,5 +240,63 @@ void Ports(const PortsOptions &options, Report &report) {
         WriteSvg(options.svg, PortSvg(claims, all, !options.no_legend), report);
     }
 }
+
+constexpr Option kOptions[] = {
+    {.name = "--declared", .help = "Only what services, rules and settings declare"},
+    {.name = "--held", .help = "Only what processes hold"},
+    {.name = "--conflicts", .help = "Only ports that two have a claim to"},
+    {.name = "--map", .help = "Draw a picture of the ports instead"},
+    {.name = "--svg",
+     .help = "Write the picture to a file; - is standard output",
+     .value = {"FILE", Completion::kFiles}},
+    {.name = "--no-legend", .help = "Leave the header or the legend out"},
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool ports                      every port that is declared or held
+  servicetool ports --held               what processes hold right now
+  servicetool ports --conflicts          ports that two have a claim to
+  servicetool ports --map                all of them in a picture
+  servicetool ports --svg ports.svg      the picture for a browser)";
+
+// Standard output holds one thing, by whatever name it is asked for.
+UsageProblem ProblemOf(const Arguments &arguments) {
+    const std::string svg = arguments.Text("--svg");
+    if (arguments.Has("--svg") && svg.empty()) {
+        return {"--svg needs the name of a file"};
+    }
+    for (const char *other : {"--json", "--map"}) {
+        if (arguments.Has(other) && IsStandardOutput(svg)) {
+            return {"--svg " + Escaped(svg) + " and " + other + " exclude each other",
+                    "name another file for the picture"};
+        }
+    }
+    return {};
+}
+
+PortsOptions OptionsOf(const Arguments &arguments) {
+    std::string svg = arguments.Text("--svg");
+    if (IsStandardOutput(svg)) {
+        svg = kStandardOutput;
+    }
+    return {.declared = arguments.Has("--declared"),
+            .held = arguments.Has("--held"),
+            .conflicts = arguments.Has("--conflicts"),
+            .map = arguments.Has("--map"),
+            .svg = std::move(svg),
+            .no_legend = arguments.Has("--no-legend")};
+}
+
+}  // namespace
+
+constinit const Command kPortsCommand = {
+    .name = "ports",
+    .summary = "List all ports that are declared or held",
+    .operands = {},
+    .options = kOptions,
+    .examples = kExamples,
+    .check = ProblemOf,
+    .run = [](const Arguments &arguments, Report &report) { Ports(OptionsOf(arguments), report); },
+};
 
 }  // namespace tavo::tool

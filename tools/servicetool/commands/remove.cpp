@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "change/change_report.h"
+#include "change/given_up_change.h"
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/private_folder.h"
@@ -19,6 +20,12 @@
 
 namespace tavo::tool {
 namespace {
+
+struct RemoveOptions {
+    std::string name;
+    FolderChoice folder;
+    bool dry_run = false;
+};
 
 // What the library reads in the file, and the firewall therefore knows: "with chat and wiki".
 std::string ServicesText(const std::string &text) {
@@ -95,8 +102,6 @@ int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
     return 0;
 }
 
-}  // namespace
-
 void Remove(const RemoveOptions &options, Report &report) {
     InstalledFile file;
     if (!FindInstalledFile(options.name, options.folder, Missing::kAllow, options.dry_run, file,
@@ -126,5 +131,36 @@ void Remove(const RemoveOptions &options, Report &report) {
         change.Do([&file](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });
     }
 }
+
+constexpr Operand kOperands[] = {
+    {.value = {"FILE", Completion::kInstalledFiles}, .help = "The name of an installed file"},
+};
+
+constexpr Option kOptions[] = {kSystemFile, kPackageFile, kDryRun};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool remove mypackage.sc
+  servicetool remove --dry-run --package mypackage.sc)";
+
+}  // namespace
+
+constinit const Command kRemoveCommand = {
+    .name = "remove",
+    .summary = "Remove an installed service file",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .run =
+        [](const Arguments &arguments, Report &report) {
+            Remove({.name = arguments.Word(0),
+                    .folder = FolderOf(arguments),
+                    .dry_run = arguments.Has("--dry-run")},
+                   report);
+        },
+    .change =
+        [](const Arguments &arguments) {
+            return ChangeAskedFor("remove", arguments.Word(0), "", arguments.Has("--dry-run"));
+        },
+};
 
 }  // namespace tavo::tool

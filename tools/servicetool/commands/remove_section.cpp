@@ -1,4 +1,5 @@
 // servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
+#include "change/given_up_change.h"
 #include "change/section_target.h"
 #include "change/staged_file.h"
 #include "commands/commands.h"
@@ -12,8 +13,6 @@ namespace {
 // port forwarding.
 constexpr std::uint32_t kTouched =
     TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
-
-}  // namespace
 
 void RemoveSection(const SectionOptions &options, Report &report) {
     SectionTarget target;
@@ -36,5 +35,29 @@ void RemoveSection(const SectionOptions &options, Report &report) {
         change.Do([&](ChangeOutcome &outcome) { return tavo::RemoveSection(&param, outcome); });
     }
 }
+
+constexpr Operand kOperands[] = {kTargetFile, kTargetSection};
+
+constexpr Option kOptions[] = {kSystemFile, kPackageFile, kNoRestart, kDryRun};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool remove-section mypackage.sc web
+  servicetool remove-section mypackage.sc web --dry-run)";
+
+}  // namespace
+
+constinit const Command kRemoveSectionCommand = {
+    .name = "remove-section",
+    .summary = "Remove a section from an installed file",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .run = [](const Arguments &arguments,
+              Report &report) { RemoveSection(SectionOf(arguments), report); },
+    .change =
+        [](const Arguments &arguments) {
+            return ChangeAskedFor("remove-section", SectionOf(arguments));
+        },
+};
 
 }  // namespace tavo::tool

@@ -16,6 +16,12 @@
 namespace tavo::tool {
 namespace {
 
+struct ServicesOptions {
+    bool supported = false;  // only those that this model supports
+    bool no_legend = false;
+    std::vector<std::string> names;  // all where empty
+};
+
 using Json = nlohmann::ordered_json;
 
 // "1000-2000" as service files write it.
@@ -158,8 +164,6 @@ void TellSupportUnknown(Report &report) {
     report.Raise(Status::kFailed);
 }
 
-}  // namespace
-
 void Services(const ServicesOptions &options, Report &report) {
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
     const FirewallServices read = ReadFirewallServices(report, options.names);
@@ -182,5 +186,44 @@ void Services(const ServicesOptions &options, Report &report) {
     TellNotFound(options.names, read, report);
     report.Print(table.Text(!options.no_legend, report.Columns()));
 }
+
+constexpr Operand kOperands[] = {
+    {.value = {"NAME", Completion::kFirewallServices},
+     .help = "Only services of these names",
+     .count = Count::kAny},
+};
+
+constexpr Option kOptions[] = {
+    {.name = "--supported", .help = "Only those that this model supports"},
+    kNoLegend,
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool services                   every service that the firewall can offer
+  servicetool services --supported       those that this model supports
+  servicetool services ssh ftp           these two
+  servicetool services --json ssh | jq '.results[0].ports')";
+
+}  // namespace
+
+constinit const Command kServicesCommand = {
+    .name = "services",
+    .summary = "List the services that the firewall can offer",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .check =
+        [](const Arguments &arguments) {
+            return Holds(arguments.Operands(), "") ? UsageProblem{"a name is empty"}
+                                                   : UsageProblem{};
+        },
+    .run =
+        [](const Arguments &arguments, Report &report) {
+            Services({.supported = arguments.Has("--supported"),
+                      .no_legend = arguments.Has("--no-legend"),
+                      .names = arguments.Operands()},
+                     report);
+        },
+};
 
 }  // namespace tavo::tool

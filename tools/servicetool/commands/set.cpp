@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "change/given_up_change.h"
 #include "change/section_target.h"
 #include "change/staged_file.h"
 #include "commands/commands.h"
@@ -15,6 +16,18 @@
 
 namespace tavo::tool {
 namespace {
+
+// Texts that are empty stay as they are.
+struct SetOptions : SectionOptions {
+    std::string title;
+    std::string description;
+    std::string title_key;
+    std::string description_key;
+    std::string ports;
+    std::string source_ports;
+    bool port_forward = false;
+    bool no_port_forward = false;
+};
 
 template <std::size_t Size>
 bool Fits(const std::string &text, const char (&)[Size]) {
@@ -150,8 +163,6 @@ std::string WhatIsDone(const SectionTarget &target) {
     return what + target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
 }
 
-}  // namespace
-
 void Set(const SetOptions &options, Report &report) {
     SectionTarget target;
     if (!FindSection(options, Missing::kAllow, target, report)) {
@@ -176,5 +187,75 @@ void Set(const SetOptions &options, Report &report) {
             [&](ChangeOutcome &outcome) { return WriteSection(&param, section.get(), outcome); });
     }
 }
+
+constexpr Operand kOperands[] = {kTargetFile, kTargetSection};
+
+constexpr Option kOptions[] = {
+    {.name = "--title",
+     .help = "What the service is called; needed for a new one",
+     .value = {"TITLE"}},
+    {.name = "--desc", .help = "What it does; needed for a new one", .value = {"TEXT"}},
+    {.name = "--dst-ports",
+     .help = "Its ports, such as 80,6000:6010/tcp; needed for a new one",
+     .value = {"PORTS"}},
+    {.name = "--src-ports",
+     .help = "The ports that its clients come from; others may have them",
+     .value = {"PORTS"}},
+    {.name = "--title-key",
+     .help = "Where the title is in a string table: [SOURCE:]SECTION:KEY",
+     .value = {"REFERENCE"}},
+    {.name = "--desc-key", .help = "Where the description is", .value = {"REFERENCE"}},
+    {.name = "--port-forward",
+     .help = "The router may forward its ports",
+     .excludes = "--no-port-forward"},
+    {.name = "--no-port-forward", .help = "It may not"},
+    kSystemFile,
+    kPackageFile,
+    kNoRestart,
+    kDryRun,
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool set mypackage.sc web --title Web --desc "The web pages" --dst-ports 8080/tcp
+  servicetool set mypackage.sc web --title "My web"   the rest stays as it is
+  servicetool set mypackage.sc web --port-forward --dry-run)";
+
+UsageProblem ProblemOf(const Arguments &arguments) {
+    for (const Option &option : kOptions) {
+        if (!option.value.name.empty() && arguments.Has(option.name) &&
+            arguments.Text(option.name).empty()) {
+            return {std::string(option.name) + " is empty"};
+        }
+    }
+    return {};
+}
+
+SetOptions OptionsOf(const Arguments &arguments) {
+    SetOptions options;
+    static_cast<SectionOptions &>(options) = SectionOf(arguments);
+    options.title = arguments.Text("--title");
+    options.description = arguments.Text("--desc");
+    options.title_key = arguments.Text("--title-key");
+    options.description_key = arguments.Text("--desc-key");
+    options.ports = arguments.Text("--dst-ports");
+    options.source_ports = arguments.Text("--src-ports");
+    options.port_forward = arguments.Has("--port-forward");
+    options.no_port_forward = arguments.Has("--no-port-forward");
+    return options;
+}
+
+}  // namespace
+
+constinit const Command kSetCommand = {
+    .name = "set",
+    .summary = "Write a section of an installed file",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .check = ProblemOf,
+    .run = [](const Arguments &arguments, Report &report) { Set(OptionsOf(arguments), report); },
+    .change =
+        [](const Arguments &arguments) { return ChangeAskedFor("set", SectionOf(arguments)); },
+};
 
 }  // namespace tavo::tool

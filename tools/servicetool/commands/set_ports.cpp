@@ -1,4 +1,5 @@
 // servicetool set-ports.
+#include "change/given_up_change.h"
 #include "change/section_target.h"
 #include "change/staged_file.h"
 #include "commands/commands.h"
@@ -6,6 +7,12 @@
 #include "ports/section_queries.h"
 
 namespace tavo::tool {
+namespace {
+
+struct SetPortsOptions : SectionOptions {
+    std::string ports;
+    bool source = false;  // src.ports instead of dst.ports
+};
 
 void SetPorts(const SetPortsOptions &options, Report &report) {
     SectionTarget target;
@@ -32,5 +39,42 @@ void SetPorts(const SetPortsOptions &options, Report &report) {
         change.Do([&](ChangeOutcome &outcome) { return WritePorts(&param, ports.get(), outcome); });
     }
 }
+
+constexpr Operand kOperands[] = {
+    kTargetFile,
+    kTargetSection,
+    {.value = {"PORTS"}, .help = "Its ports, such as 80,6000:6010/tcp"},
+};
+
+constexpr Option kOptions[] = {
+    {.name = "--src", .help = "Set src.ports instead, which are refused alike if others have them"},
+    kSystemFile,
+    kPackageFile,
+    kNoRestart,
+    kDryRun,
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool set-ports mypackage.sc web 8080,8443/tcp
+  servicetool set-ports mypackage.sc web 8081/udp --src
+  servicetool set-ports mypackage.sc web 8081/tcp --dry-run)";
+
+}  // namespace
+
+constinit const Command kSetPortsCommand = {
+    .name = "set-ports",
+    .summary = "Replace the ports of a section",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .run =
+        [](const Arguments &arguments, Report &report) {
+            SetPorts({SectionOf(arguments), arguments.Word(2), arguments.Has("--src")}, report);
+        },
+    .change =
+        [](const Arguments &arguments) {
+            return ChangeAskedFor("set-ports", SectionOf(arguments));
+        },
+};
 
 }  // namespace tavo::tool

@@ -185,8 +185,6 @@ void ShowName(const std::string &name, Report &report) {
     }
 }
 
-}  // namespace
-
 void Show(const std::string &target, Report &report) {
     if (target == kStandardInput || target.find('/') != std::string::npos) {
         ShowFile(target, report);
@@ -194,5 +192,27 @@ void Show(const std::string &target, Report &report) {
         ShowName(target, report);
     }
 }
+
+constexpr Operand kOperands[] = {
+    {.value = {"NAME|FILE", Completion::kServicesAndFiles},
+     .help = "A service by its name, or a file; - is standard input"},
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool show ntp                   the service ntp, in whatever file it is
+  servicetool show ./mypackage.sc        all services of a file
+  servicetool show --json ntp | jq '.results[0].ports')";
+
+}  // namespace
+
+constinit const Command kShowCommand = {
+    .name = "show",
+    .summary = "Show everything that a service or a service file says",
+    .operands = kOperands,
+    .options = {},
+    .examples = kExamples,
+    .check = [](const Arguments &arguments) { return ProblemOfNames(arguments.Operands()); },
+    .run = [](const Arguments &arguments, Report &report) { Show(arguments.Word(0), report); },
+};
 
 }  // namespace tavo::tool

@@ -20,6 +20,13 @@
 namespace tavo::tool {
 namespace {
 
+struct SuggestOptions {
+    unsigned int count = 1;
+    unsigned int near = 0;  // a port; 0 where none is asked for
+    bool block = false;     // ports in a row
+    std::string protocols;  // as in a port list; both where empty
+};
+
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t kDefaultNear = 8080;
@@ -132,8 +139,6 @@ void Suggestion::TellTooFew(std::size_t found) {
     report_.Raise(Status::kNo);
 }
 
-}  // namespace
-
 void Suggest(const SuggestOptions &options, Report &report) {
     std::uint32_t protocols = TAVO_PROTO_BOTH;
     QueryProblem problem;
@@ -144,5 +149,70 @@ void Suggest(const SuggestOptions &options, Report &report) {
     }
     Suggestion(options, protocols, report).Run();
 }
+
+constexpr unsigned int kMostSuggestions = 1000;
+
+constexpr Operand kOperands[] = {
+    {.value = {"COUNT"}, .help = "How many, 1 to 1000; else one", .count = Count::kAtMostOne},
+};
+
+constexpr Option kOptions[] = {
+    {.name = "--near", .help = "Those nearest to this port; else to 8080", .value = {"PORT"}},
+    {.name = "--proto",
+     .help = "Free for tcp or udp; for both unless given",
+     .value = {"PROTOCOLS", Completion::kWords, "tcp udp tcp,udp"}},
+    {.name = "--block", .help = "Ports in a row"},
+};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool suggest                    a free port
+  servicetool suggest 3 --proto tcp      three, free for TCP
+  servicetool suggest 10 --block --near 8000
+  servicetool suggest --json | jq '.results[0]')";
+
+// What is not given, or no number in range, is 0.
+unsigned int CountOf(const Arguments &arguments) {
+    return arguments.Operands().empty()
+               ? 1
+               : NumberUpTo(kMostSuggestions, arguments.Word(0)).value_or(0);
+}
+
+unsigned int NearOf(const Arguments &arguments) {
+    return NumberUpTo(kHighestPort, arguments.Text("--near")).value_or(0);
+}
+
+UsageProblem ProblemOf(const Arguments &arguments) {
+    if (CountOf(arguments) == 0) {
+        return {"COUNT is a number from 1 to " + std::to_string(kMostSuggestions) + ", not " +
+                Quoted(arguments.Word(0))};
+    }
+    if (arguments.Has("--near") && NearOf(arguments) == 0) {
+        return {"--near takes a port from 1 to " + std::to_string(kHighestPort) + ", not " +
+                Quoted(arguments.Text("--near"))};
+    }
+    if (arguments.Has("--proto") && arguments.Text("--proto").empty()) {
+        return {"--proto takes tcp, udp or tcp,udp"};
+    }
+    return {};
+}
+
+}  // namespace
+
+constinit const Command kSuggestCommand = {
+    .name = "suggest",
+    .summary = "Suggest ports that are free",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .check = ProblemOf,
+    .run =
+        [](const Arguments &arguments, Report &report) {
+            Suggest({.count = CountOf(arguments),
+                     .near = NearOf(arguments),
+                     .block = arguments.Has("--block"),
+                     .protocols = arguments.Text("--proto")},
+                    report);
+        },
+};
 
 }  // namespace tavo::tool

@@ -19,6 +19,11 @@
 namespace tavo::tool {
 namespace {
 
+struct WhyOptions {
+    std::vector<std::string> ports;  // PORT[/PROTOCOLS]
+    bool no_legend = false;
+};
+
 using Json = nlohmann::ordered_json;
 
 // In the table, of one port: a server may have hundreds of processes.
@@ -180,8 +185,6 @@ Json AccountJson(const PortAccount &account, const std::string &sentence) {
             {"failed_sources", account.failed}};
 }
 
-}  // namespace
-
 void Why(const WhyOptions &options, Report &report) {
     std::vector<PortTarget> targets;
     if (!ReadTargets(options.ports, targets, report)) {
@@ -200,5 +203,37 @@ void Why(const WhyOptions &options, Report &report) {
     report.Print(table.Text(!options.no_legend, report.Columns()));
     report.Print(sentences);
 }
+
+constexpr Operand kOperands[] = {
+    {.value = {"PORT[/PROTOCOL]"},
+     .help = "Ports, such as 8080 or 53/udp; both protocols unless given",
+     .count = Count::kSome},
+};
+
+constexpr Option kOptions[] = {kNoLegend};
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool why 8080                   who has port 8080, for TCP and for UDP
+  servicetool why 80/tcp 443/tcp
+  servicetool why --json 53/udp | jq -r '.results[].verdict')";
+
+}  // namespace
+
+constinit const Command kWhyCommand = {
+    .name = "why",
+    .summary = "Tell who declares and who holds a port",
+    .operands = kOperands,
+    .options = kOptions,
+    .examples = kExamples,
+    .check =
+        [](const Arguments &arguments) {
+            return Holds(arguments.Operands(), "") ? UsageProblem{"a name is empty"}
+                                                   : UsageProblem{};
+        },
+    .run =
+        [](const Arguments &arguments, Report &report) {
+            Why({.ports = arguments.Operands(), .no_legend = arguments.Has("--no-legend")}, report);
+        },
+};
 
 }  // namespace tavo::tool

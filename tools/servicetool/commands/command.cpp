@@ -1,0 +1,136 @@
+#include "commands/command.h"
+
+#include <algorithm>
+#include <charconv>
+#include <stdexcept>
+
+#include "change/section_target.h"
+#include "commands/commands.h"
+#include "input/input_file.h"
+#include "output/text.h"
+#include "ports/port_pieces.h"
+
+namespace tavo::tool {
+
+namespace {
+
+constexpr const Command *kCommands[] = {
+    &kListCommand,     &kShowCommand,          &kLintCommand,    &kServicesCommand,
+    &kCheckCommand,    &kSuggestCommand,       &kWhyCommand,     &kPortsCommand,
+    &kInstallCommand,  &kUpdateCommand,        &kRemoveCommand,  &kSetCommand,
+    &kSetPortsCommand, &kRemoveSectionCommand, &kRestartCommand, &kCleanCommand,
+};
+
+constexpr Option kHelp = {.name = "--help", .help = "Print this help and exit", .letter = 'h'};
+constexpr Option kVersion = {.name = "--version", .help = "Print the version and exit"};
+constexpr Option kJson = {.name = "--json", .help = "Print one JSON document instead"};
+constexpr Option kVerbose = {
+    .name = "--verbose", .help = "Print what the library logs, too", .letter = 'v'};
+
+constexpr Option kOwnOptions[] = {kHelp, kVersion, kJson, kVerbose};
+constexpr Option kCommonOptions[] = {kHelp, kJson, kVerbose};
+
+}  // namespace
+
+std::span<const Command *const> Commands() {
+    return kCommands;
+}
+
+std::span<const Option> OwnOptions() {
+    return kOwnOptions;
+}
+
+std::span<const Option> CommonOptions() {
+    return kCommonOptions;
+}
+
+void Arguments::Add(const Option &option, std::string value) {
+    given_.emplace_back(&option, std::move(value));
+}
+
+void Arguments::Add(std::string operand) {
+    operands_.push_back(std::move(operand));
+}
+
+// A command that asks for an option that its record lacks is a defect, which its first run shows.
+const Option &Arguments::Known(std::string_view name) const {
+    const std::span<const Option> of_command =
+        command_ == nullptr ? std::span<const Option>() : command_->options;
+    for (const std::span<const Option> options : {OwnOptions(), of_command}) {
+        for (const Option &option : options) {
+            if (option.name == name) {
+                return option;
+            }
+        }
+    }
+    throw std::logic_error("no option " + std::string(name));
+}
+
+std::vector<std::string> Arguments::Values(std::string_view option) const {
+    const Option &known = Known(option);
+    std::vector<std::string> values;
+    for (const auto &[given, value] : given_) {
+        if (std::string_view(given->name) == known.name) {
+            values.push_back(value);
+        }
+    }
+    return values;
+}
+
+bool Arguments::Has(std::string_view option) const {
+    return !Values(option).empty();
+}
+
+std::string Arguments::Text(std::string_view option) const {
+    const std::vector<std::string> values = Values(option);
+    return values.empty() ? "" : values.back();
+}
+
+std::vector<std::string> Arguments::Texts(std::string_view option) const {
+    if (Known(option).repeat != Repeat::kItems) {
+        return Values(option);
+    }
+    std::vector<std::string> items;
+    for (const std::string &value : Values(option)) {
+        ForEachPiece(value, [&items](std::string_view item) { items.emplace_back(item); });
+    }
+    return items;
+}
+
+std::string Arguments::Word(std::size_t number) const {
+    return number < operands_.size() ? operands_[number] : std::string();
+}
+
+FolderChoice FolderOf(const Arguments &arguments) {
+    return {.system = arguments.Has("--system"), .package = arguments.Has("--package")};
+}
+
+SectionOptions SectionOf(const Arguments &arguments) {
+    return {.file = arguments.Word(0),
+            .section = arguments.Word(1),
+            .folder = FolderOf(arguments),
+            .no_restart = arguments.Has("--no-restart"),
+            .dry_run = arguments.Has("--dry-run")};
+}
+
+UsageProblem ProblemOfNames(const std::vector<std::string> &names) {
+    if (Holds(names, "")) {
+        return {"a name is empty"};
+    }
+    if (std::count(names.begin(), names.end(), kStandardInput) > 1) {
+        return {"standard input is named twice"};
+    }
+    return {};
+}
+
+std::optional<unsigned int> NumberUpTo(unsigned int most, std::string_view text) {
+    unsigned int number = 0;
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end || number < 1 || number > most) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,96 @@
+#include "commands/help.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "commands/commands.h"
+
+namespace tavo::tool {
+namespace {
+
+// Where the explanations begin.
+constexpr std::size_t kColumn = 26;
+
+constexpr char kExamples[] = R"(Examples:
+  servicetool list
+  servicetool lint mypackage.sc
+  servicetool check 8080/tcp
+  servicetool install mypackage.sc
+  servicetool install --help)";
+
+std::string Line(std::string term, std::string_view explanation) {
+    term.insert(0, "  ");
+    term.resize(std::max(kColumn, term.size() + 1), ' ');
+    return term.append(explanation) + '\n';
+}
+
+std::string OptionLine(const Option &option) {
+    std::string term = option.name;
+    if (option.letter != '\0') {
+        term = std::string("-") + option.letter + ',' + term;
+    }
+    if (!option.value.name.empty()) {
+        term.append(" ").append(option.value.name);
+        term += option.repeat == Repeat::kWords   ? "..."
+                : option.repeat == Repeat::kItems ? ",..."
+                                                  : "";
+    }
+    return Line(term, option.help);
+}
+
+std::string OperandLine(const Operand &operand) {
+    const bool many = operand.count == Count::kAny || operand.count == Count::kSome;
+    return Line(std::string(operand.value.name) + (many ? " ..." : ""), operand.help);
+}
+
+std::string UsageOf(const Operand &operand) {
+    const std::string name(operand.value.name);
+    switch (operand.count) {
+        case Count::kAtMostOne:
+            return '[' + name + ']';
+        case Count::kAny:
+            return '[' + name + "...]";
+        case Count::kSome:
+            return name + "...";
+        default:
+            return name;
+    }
+}
+
+std::string OptionLines(std::span<const Option> options) {
+    std::string lines;
+    for (const Option &option : options) {
+        lines += OptionLine(option);
+    }
+    return lines;
+}
+
+std::string HelpOfCommand(const Command &command) {
+    std::string usage = "Usage: servicetool " + std::string(command.name) + " [OPTIONS]";
+    std::string operands;
+    for (const Operand &operand : command.operands) {
+        usage += ' ' + UsageOf(operand);
+        operands += OperandLine(operand);
+    }
+    return std::string(command.summary) + '\n' + usage + "\n\n" +
+           (operands.empty() ? "" : "Arguments:\n" + operands + '\n') + "Options:\n" +
+           OptionLines(CommonOptions()) + OptionLines(command.options) + '\n' +
+           std::string(command.examples) + '\n';
+}
+
+}  // namespace
+
+std::string HelpText(const Command *command) {
+    if (command != nullptr) {
+        return HelpOfCommand(*command);
+    }
+    std::string commands;
+    for (const Command *one : Commands()) {
+        commands += Line(std::string(one->name), one->summary);
+    }
+    return "Looks at the services of the appliance and their ports, and changes them.\n"
+           "Usage: servicetool [OPTIONS] [COMMAND]\n\nOptions:\n" +
+           OptionLines(OwnOptions()) + "\nCommands:\n" + commands + '\n' + kExamples + '\n';
+}
+
+}  // namespace tavo::tool
