@@ -88,6 +88,6 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    tavo::bench::RatioReporter reporter("CheckFile", {"ReadFiles"});
+    tavo::bench::RatioReporter reporter({tavo::bench::Ratio{"CheckFile", "ReadFiles"}});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

@@ -42,7 +42,7 @@ void RegisterAll() {
         const char *name;
         void (*run)(benchmark::State &);
     } kFamilies[] = {
-        {"TakenPort", TakenPort}, {"FreePort", FreePort}, {"Enumerate", EnumerateServiceFiles}};
+        {"TakenPort", TakenPort}, {"FreePort", FreePort}, {"Enumerate", EnumerateServiceFiles<>}};
     for (const int files : {100, 1000}) {
         for (const auto &family : kFamilies) {
             benchmark::RegisterBenchmark(family.name, family.run)
@@ -56,6 +56,6 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    tavo::bench::RatioReporter reporter("TakenPort", {"Enumerate", "FreePort"});
+    tavo::bench::RatioReporter reporter({{"TakenPort", "Enumerate"}, {"TakenPort", "FreePort"}});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

@@ -64,6 +64,6 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    tavo::bench::RatioReporter reporter("AskForAll", {"AskForOne", "Fetch"});
+    tavo::bench::RatioReporter reporter({{"AskForAll", "AskForOne"}, {"AskForAll", "Fetch"}});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

@@ -71,6 +71,6 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    tavo::bench::RatioReporter reporter("AskAmongRanges", {"ListRanges"});
+    tavo::bench::RatioReporter reporter({tavo::bench::Ratio{"AskAmongRanges", "ListRanges"}});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

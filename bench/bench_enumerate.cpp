@@ -148,7 +148,7 @@ void RegisterAll() {
         const char *name;
         void (*run)(benchmark::State &);
     } kFamilies[] = {
-        {"Library", EnumerateServiceFiles}, {"GKeyFile", GKeyFilePeer}, {"Floor", Floor}};
+        {"Library", EnumerateServiceFiles<>}, {"GKeyFile", GKeyFilePeer}, {"Floor", Floor}};
     for (const auto &[files, sections] : kSizes) {
         for (const auto &family : kFamilies) {
             benchmark::RegisterBenchmark(family.name, family.run)
@@ -162,7 +162,8 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    tavo::bench::RatioReporter reporter("Library", {"GKeyFile", "Floor"});
+    tavo::bench::RatioReporter reporter(
+        {{"Library", "GKeyFile", 0.6, "1000/5"}, {"Library", "Floor", 4.5, "1000/5"}});
     const int status = tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
     for (const auto &[files, sections] : kSizes) {
         if (status == 0) {

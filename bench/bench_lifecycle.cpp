@@ -325,6 +325,7 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    tavo::bench::RatioReporter reporter("LargeCaller", {"SmallCaller", "Programs", "InstallD"});
+    tavo::bench::RatioReporter reporter(
+        {{"LargeCaller", "SmallCaller"}, {"LargeCaller", "Programs"}, {"LargeCaller", "InstallD"}});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

@@ -188,6 +188,7 @@ void RegisterAll() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    tavo::bench::RatioReporter reporter("Library", {"IntervalSet", "HintedIntervalSet", "Stdio"});
+    tavo::bench::RatioReporter reporter(
+        {{"Library", "IntervalSet"}, {"Library", "HintedIntervalSet"}, {"Library", "Stdio"}});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

@@ -167,6 +167,6 @@ void RegisterAll() {
 
 int main(int argc, char **argv) {
     tavo::bench::AllowManySockets();
-    tavo::bench::RatioReporter reporter("Library", {"Floor"});
+    tavo::bench::RatioReporter reporter({tavo::bench::Ratio{"Library", "Floor"}});
     return tavo::bench::RunBenchmarks(argc, argv, RegisterAll, reporter);
 }

@@ -1,5 +1,7 @@
 #include "ratio_reporter.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <utility>
@@ -13,10 +15,18 @@ double Median(std::vector<double> times) {
     return *middle;
 }
 
+double SecondsOfOneIteration(const benchmark::BenchmarkReporter::Run &run) {
+    const double time =
+        run.run_name.time_type.empty() ? run.GetAdjustedCPUTime() : run.GetAdjustedRealTime();
+    return time / benchmark::GetTimeUnitMultiplier(run.time_unit);
+}
+
 }  // namespace
 
-RatioReporter::RatioReporter(std::string subject, std::vector<std::string> peers)
-    : subject_(std::move(subject)), peers_(std::move(peers)) {}
+// Escape sequences for colours belong on a terminal, not in a file.
+RatioReporter::RatioReporter(std::vector<Ratio> ratios)
+    : ConsoleReporter(isatty(STDOUT_FILENO) != 0 ? OO_ColorTabular : OO_Tabular),
+      ratios_(std::move(ratios)) {}
 
 void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
     ConsoleReporter::ReportRuns(runs);
@@ -25,7 +35,7 @@ void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
             continue;
         }
         times_[run.run_name.function_name + "/" + run.run_name.args].push_back(
-            run.run_name.time_type.empty() ? run.GetAdjustedCPUTime() : run.GetAdjustedRealTime());
+            SecondsOfOneIteration(run));
         if (std::find(arguments_.begin(), arguments_.end(), run.run_name.args) ==
             arguments_.end()) {
             arguments_.push_back(run.run_name.args);
@@ -35,16 +45,35 @@ void RatioReporter::ReportRuns(const std::vector<Run> &runs) {
 
 void RatioReporter::Finalize() {
     ConsoleReporter::Finalize();
+    std::printf("\n%-40s %12s  %-20s %12s %8s %6s\n", "SUBJECT", "MS", "PEER", "MS", "RATIO",
+                "REACH");
     for (const std::string &arguments : arguments_) {
-        const auto subject = times_.find(subject_ + "/" + arguments);
-        for (const std::string &peer_name : peers_) {
-            const auto peer = times_.find(peer_name + "/" + arguments);
-            if (subject != times_.end() && peer != times_.end()) {
-                std::printf("%s/%s takes %.2f of the time of %s\n", subject_.c_str(),
-                            arguments.c_str(), Median(subject->second) / Median(peer->second),
-                            peer_name.c_str());
-            }
+        PrintRatios(arguments);
+    }
+}
+
+double RatioReporter::MedianOf(const std::string &family, const std::string &arguments) const {
+    if (family == kOneSecond) {
+        return 1;
+    }
+    const auto times = times_.find(family + "/" + arguments);
+    return times == times_.end() ? 0 : Median(times->second);
+}
+
+void RatioReporter::PrintRatios(const std::string &arguments) const {
+    for (const Ratio &ratio : ratios_) {
+        const double subject = MedianOf(ratio.subject, arguments);
+        const double peer = MedianOf(ratio.peer, arguments);
+        if (subject <= 0 || peer <= 0) {
+            continue;
         }
+        char reach[16] = "-";
+        if (ratio.reach > 0 && (ratio.reach_at.empty() || ratio.reach_at == arguments)) {
+            std::snprintf(reach, sizeof(reach), "%.2f", ratio.reach);
+        }
+        std::printf("%-40s %12.3f  %-20s %12.3f %8.2f %6s\n",
+                    (ratio.subject + "/" + arguments).c_str(), subject * 1e3, ratio.peer.c_str(),
+                    peer * 1e3, subject / peer, reach);
     }
 }
 

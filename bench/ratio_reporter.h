@@ -1,4 +1,4 @@
-// Shows, behind the ordinary table, how each benchmark compares with its peers.
+// Prints the ordinary table, then how each benchmark compares with its peers, in one table.
 #ifndef TAVO_BENCH_RATIO_REPORTER_H
 #define TAVO_BENCH_RATIO_REPORTER_H
 
@@ -10,20 +10,36 @@
 
 namespace tavo::bench {
 
-// Benchmarks are named FAMILY/ARGUMENTS. For every ARGUMENTS the median processor time of
-// `subject`, or the time that it measured itself, is divided by that of each peer.
+// A peer that stands for a limit of time and not for a benchmark.
+inline constexpr char kOneSecond[] = "one second";
+
+// A comparison: the median time of `subject` is divided by that of `peer`, for all arguments that
+// both have. What it should be at most, 0 for no limit, is printed beside it: for the arguments
+// `reach_at`, or for all where that is empty.
+struct Ratio {
+    std::string subject;
+    std::string peer;
+    double reach = 0;
+    std::string reach_at = {};
+};
+
+// Benchmarks are named FAMILY/ARGUMENTS. Times are processor times, or those that the benchmark
+// measured itself.
 class RatioReporter : public benchmark::ConsoleReporter {
   public:
-    RatioReporter(std::string subject, std::vector<std::string> peers);
+    explicit RatioReporter(std::vector<Ratio> ratios);
 
     void ReportRuns(const std::vector<Run> &runs) override;
     void Finalize() override;
 
   private:
-    std::string subject_;
-    std::vector<std::string> peers_;
+    // In seconds; 0 where nothing was measured.
+    double MedianOf(const std::string &family, const std::string &arguments) const;
+    void PrintRatios(const std::string &arguments) const;
+
+    std::vector<Ratio> ratios_;
     std::vector<std::string> arguments_;                // in the order of their first report
-    std::map<std::string, std::vector<double>> times_;  // by FAMILY/ARGUMENTS
+    std::map<std::string, std::vector<double>> times_;  // by FAMILY/ARGUMENTS, in seconds
 };
 
 }  // namespace tavo::bench

@@ -5,8 +5,6 @@
 #include <string>
 #include <tuple>
 
-#include "tavoserviceconf.h"
-
 namespace tavo::bench {
 namespace {
 
@@ -45,18 +43,6 @@ void WriteServiceFiles(int files, int sections, PortLists ports) {
         }
     }
     written = {files, sections, ports};
-}
-
-void EnumerateServiceFiles(benchmark::State &state) {
-    const int files = static_cast<int>(state.range(0));
-    WriteServiceFiles(files, static_cast<int>(state.range(1)));
-    for (auto _ : state) {
-        TAVO_SERVICE_CONF *list = nullptr;
-        if (TAVOServiceConfEnum(&list, TAVO_SERVICE_CONF_DIR_PACKAGE) != files) {
-            state.SkipWithError("not every file was read");
-        }
-        TAVOServiceConfFree(list);
-    }
 }
 
 }  // namespace tavo::bench

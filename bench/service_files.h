@@ -4,6 +4,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "tavoserviceconf.h"
+
 namespace tavo::bench {
 
 inline constexpr char kServiceFolder[] = "/usr/local/etc/services.d";
@@ -16,7 +18,18 @@ enum class PortLists { kWide, kFew };
 void WriteServiceFiles(int files, int sections, PortLists ports = PortLists::kWide);
 
 // A benchmark: enumerates that many files of that many sections, the two arguments.
-void EnumerateServiceFiles(benchmark::State &state);
+template <PortLists ports = PortLists::kWide>
+void EnumerateServiceFiles(benchmark::State &state) {
+    const int files = static_cast<int>(state.range(0));
+    WriteServiceFiles(files, static_cast<int>(state.range(1)), ports);
+    for (auto _ : state) {
+        TAVO_SERVICE_CONF *list = nullptr;
+        if (TAVOServiceConfEnum(&list, TAVO_SERVICE_CONF_DIR_PACKAGE) != files) {
+            state.SkipWithError("not every file was read");
+        }
+        TAVOServiceConfFree(list);
+    }
+}
 
 }  // namespace tavo::bench
 

@@ -16,52 +16,44 @@ std::string_view WithoutQuotes(std::string_view value) {
     return IsQuoted(value) ? value.substr(1, value.size() - 2) : value;
 }
 
-ConfigLineKind ClassifyKeyValue(std::string_view trimmed, ConfigLine &line) {
-    const std::size_t equals = trimmed.find('=');
-    if (equals == std::string_view::npos || equals == 0) {
-        return ConfigLineKind::kOther;
-    }
-    line.name = TrimBlanks(trimmed.substr(0, equals));
-    line.raw_value = TrimBlanks(trimmed.substr(equals + 1));
-    line.value = WithoutQuotes(line.raw_value);
-    return ConfigLineKind::kKeyValue;
-}
-
-// Sets the names and values that line.text holds and gives its kind.
+// Sets the names and values that line.text holds, or none, and gives its kind.
 ConfigLineKind Classify(ConfigLine &line) {
-    line.name = line.raw_value = line.value = {};
     const std::string_view trimmed = TrimBlanks(line.text);
-    if (trimmed.empty()) {
-        return ConfigLineKind::kBlank;
-    }
-    if (trimmed.front() == '#' || trimmed.front() == ';') {
-        return ConfigLineKind::kComment;
-    }
-    if (trimmed.front() == '[' && trimmed.back() == ']') {
+    const char first = trimmed.empty() ? '\0' : trimmed.front();
+    const bool comment = first == '#' || first == ';';
+    if (first == '[' && trimmed.back() == ']') {
         line.name = trimmed.substr(1, trimmed.size() - 2);
+        line.raw_value = line.value = {};
         return ConfigLineKind::kSection;
     }
-    return ClassifyKeyValue(trimmed, line);
+    const std::size_t equals = comment ? 0 : trimmed.find('=');
+    if (equals != 0 && equals != std::string_view::npos) {
+        line.name = TrimBlanks(trimmed.substr(0, equals));
+        line.raw_value = TrimBlanks(trimmed.substr(equals + 1));
+        line.value = WithoutQuotes(line.raw_value);
+        return ConfigLineKind::kKeyValue;
+    }
+    line.name = line.raw_value = line.value = {};
+    return trimmed.empty() ? ConfigLineKind::kBlank
+           : comment       ? ConfigLineKind::kComment
+                           : ConfigLineKind::kOther;
+}
+
+// The same for a line of a text that may hold a NUL byte: a line with one is no text.
+ConfigLineKind ClassifyUnlessNul(ConfigLine &line, bool text_holds_nul) {
+    if (text_holds_nul && HoldsNul(line.text)) {
+        line.name = line.raw_value = line.value = {};
+        return ConfigLineKind::kOther;
+    }
+    return Classify(line);
 }
 
 }  // namespace
 
-std::string_view TrimBlanks(std::string_view text) {
-    const char *begin = text.data();
-    const char *end = begin + text.size();
-    while (begin != end && IsBlank(*begin)) {
-        ++begin;
-    }
-    while (end != begin && IsBlank(end[-1])) {
-        --end;
-    }
-    return {begin, static_cast<std::size_t>(end - begin)};
-}
-
 ConfigLine ParseConfigLine(std::string_view text) {
     ConfigLine line;
     line.text = text;
-    line.kind = HoldsNul(text) ? ConfigLineKind::kOther : Classify(line);
+    line.kind = ClassifyUnlessNul(line, true);
     return line;
 }
 
@@ -80,22 +72,19 @@ ConfigLineReader ConfigLineReader::OfLines(std::string_view lines, bool holds_nu
 }
 
 bool ConfigLineReader::Next(ConfigLine &line) {
-    if (offset_ == text_.size()) {
+    const std::string_view rest = text_.substr(offset_);
+    if (rest.empty()) {
         return false;
     }
-    const std::size_t newline = text_.find('\n', offset_);
+    const std::size_t newline = rest.find('\n');
     const bool ends = newline != std::string_view::npos;
-    std::size_t text_end = ends ? newline : text_.size();
+    const std::string_view text = ends ? rest.substr(0, newline) : rest;
     line.begin = offset_;
-    line.end = ends ? newline + 1 : text_.size();
-    if (ends && text_end > offset_ && text_[text_end - 1] == '\r') {
-        --text_end;
-    }
-    line.text = text_.substr(offset_, text_end - offset_);
+    offset_ += ends ? newline + 1 : rest.size();
+    line.end = offset_;
+    line.text = ends && text.ends_with('\r') ? text.substr(0, text.size() - 1) : text;
     line.number = ++number_;
-    line.name = line.raw_value = line.value = {};
-    line.kind = holds_nul_ && HoldsNul(line.text) ? ConfigLineKind::kOther : Classify(line);
-    offset_ = line.end;
+    line.kind = ClassifyUnlessNul(line, holds_nul_);
     return true;
 }
 

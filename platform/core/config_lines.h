@@ -21,7 +21,17 @@ constexpr char Lowered(char c) {
 }
 
 // `text` without the blanks at both ends; the result always points into `text`.
-std::string_view TrimBlanks(std::string_view text);
+constexpr std::string_view TrimBlanks(std::string_view text) {
+    std::size_t begin = 0;
+    std::size_t end = text.size();
+    while (begin != end && IsBlank(text[begin])) {
+        ++begin;
+    }
+    while (end != begin && IsBlank(text[end - 1])) {
+        --end;
+    }
+    return {text.data() + begin, end - begin};
+}
 
 // Whether a value is read without its first and last byte, a pair of quotes.
 constexpr bool IsQuoted(std::string_view value) {

@@ -45,7 +45,10 @@ unsigned int FileError(int error);
 class UnchangedErrorState {
   public:
     UnchangedErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {
-        std::strncpy(file_, TLIBCErrorGetFile(), sizeof(file_) - 1);
+        const char *file = TLIBCErrorGetFile();
+        const std::size_t length = strnlen(file, sizeof(file_) - 1);
+        std::memcpy(file_, file, length);
+        file_[length] = '\0';
     }
     ~UnchangedErrorState() { TLIBCErrSetEx(code_, file_, line_); }
     UnchangedErrorState(const UnchangedErrorState &) = delete;
@@ -54,7 +57,7 @@ class UnchangedErrorState {
   private:
     unsigned int code_;
     int line_;
-    char file_[256] = {};
+    char file_[256];
 };
 
 // Gives the array from malloc in `array` room for `room` elements, those in it kept. False when

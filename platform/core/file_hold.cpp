@@ -59,7 +59,8 @@ int TLIBCFileHold(const char *szPath) {
         (room = std::malloc(sizeof(HeldFile))) == nullptr) {
         return -1;
     }
-    held_file = new (room) HeldFile{CopyText(szPath), {}};
+    held_file = new (room) HeldFile;  // not HeldFile{}, which would clear the room for the text
+    held_file->path = CopyText(szPath);
     if (held_file->path == nullptr || !held_file->file.Load(szPath)) {
         TLIBCFileRelease();
         return -1;

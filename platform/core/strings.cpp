@@ -117,7 +117,11 @@ int TLIBCStrTrimSpace(char *szText) {
     if (szText == nullptr) {
         return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
-    Store(tavo::TrimBlanks(szText), szText);
+    const std::string_view text(szText);
+    const std::string_view trimmed = tavo::TrimBlanks(text);
+    if (trimmed.size() != text.size()) {
+        Store(trimmed, szText);
+    }
     return 0;
 }
 

@@ -1,10 +1,11 @@
 // A table of strings by string: the entries stand densely in the order in which their keys came,
 // and an index beside them, open addressing with linear probing, finds a key.
 //
-// Entries and index start small, whatever the capacity asked for, and grow with the keys that are
-// there: callers ask for a thousand keys, fill in eight, and do so for every section of every file.
-// So few are found by looking at the hashes one after the other, without an index. Nothing is ever
-// taken out singly, so a probe of the index ends at the first empty slot.
+// Callers ask for a thousand keys, fill in eight short ones, and do so for every section of every
+// file. So entries and index start small, whatever the capacity asked for. The first texts share
+// one block. A few keys are found by comparing them one after the other; they are hashed once there
+// are enough of them for an index. Nothing is ever taken out singly, so a probe of the index ends
+// at the first empty slot.
 #include <algorithm>
 #include <cstring>
 
@@ -13,16 +14,23 @@
 
 namespace {
 
-// A key and its value share a block, the key first.
+// A key and its value, one after the other.
 struct Entry {
     char *key;
-    char *value;
-    std::uint32_t hash;
+    std::uint32_t value_at;  // behind the key's terminator
+    std::uint32_t hash;      // of the key; set while the table has an index
+
+    std::string_view Key() const { return {key, value_at - 1}; }
+    const char *Value() const { return key + value_at; }
 };
 
 constexpr int kMostRoomAtFirst = 16;
 constexpr int kMostWithoutIndex = 8;
 constexpr std::size_t kFirstSlots = 32;
+
+// The size of the block that the first texts share. glibc's malloc hands out and takes back blocks
+// of up to 1032 bytes without a search.
+constexpr std::size_t kSharedTexts = 1024;
 
 }  // namespace
 
@@ -32,26 +40,61 @@ struct TLIBCSzHash {
     int room;
     std::uint32_t *slots;    // the index of an entry plus one, 0 for an empty slot
     std::size_t slot_count;  // 0 without an index, else a power of two, at least twice the count
+    char *texts;             // the shared block, null before the first short text
+    std::size_t texts_size;  // how much of it is used
 };
 
 namespace {
 
-// An entry with copies of both texts; its key is null when memory runs out.
-Entry NewEntry(std::string_view key, std::string_view value, std::uint32_t hash) {
-    char *block = static_cast<char *>(std::malloc(key.size() + value.size() + 2));
-    if (block == nullptr) {
-        return {};
+// Room for the texts of an entry: in the shared block as long as they fit, else a block of their
+// own. Null when memory runs out.
+char *NewTexts(TLIBCSzHash &table, std::size_t size) {
+    if (size > kSharedTexts - table.texts_size) {
+        return static_cast<char *>(std::malloc(size));
     }
-    char *value_copy = block + key.size() + 1;
-    block[key.copy(block, key.size())] = '\0';
-    value_copy[value.copy(value_copy, value.size())] = '\0';
-    return {block, value_copy, hash};
+    if (table.texts == nullptr) {
+        table.texts = static_cast<char *>(std::malloc(kSharedTexts));
+        if (table.texts == nullptr) {
+            return nullptr;
+        }
+    }
+    char *texts = table.texts + table.texts_size;
+    table.texts_size += size;
+    return texts;
 }
 
-Entry *FindByWalking(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) {
-    for (int i = 0; i < table.count; ++i) {
-        if (table.entries[i].hash == hash && table.entries[i].key == key) {
-            return &table.entries[i];
+// Room in the shared block is not used again before the table is cleared.
+void FreeTexts(const TLIBCSzHash &table, char *texts) {
+    const auto offset =
+        reinterpret_cast<std::uintptr_t>(texts) - reinterpret_cast<std::uintptr_t>(table.texts);
+    if (table.texts == nullptr || offset >= kSharedTexts) {
+        std::free(texts);
+    }
+}
+
+// An entry with copies of both texts; its key is null when memory runs out.
+Entry NewEntry(TLIBCSzHash &table, std::string_view key, std::string_view value,
+               std::uint32_t hash) {
+    char *texts =
+        key.size() >= UINT32_MAX ? nullptr : NewTexts(table, key.size() + value.size() + 2);
+    if (texts == nullptr) {
+        return {};
+    }
+    char *value_copy = texts + key.size() + 1;
+    texts[key.copy(texts, key.size())] = '\0';
+    value_copy[value.copy(value_copy, value.size())] = '\0';
+    return {texts, static_cast<std::uint32_t>(key.size() + 1), hash};
+}
+
+// The hash by which `key` is looked up; a table without an index needs none.
+std::uint32_t LookupHash(const TLIBCSzHash &table, std::string_view key) {
+    return table.slot_count == 0 ? 0 : tavo::HashOf(key);
+}
+
+Entry *FindByWalking(const TLIBCSzHash &table, std::string_view key) {
+    for (Entry *entry = table.entries; entry != table.entries + table.count; ++entry) {
+        if (entry->Key() == key) {
+            return entry;
         }
     }
     return nullptr;
@@ -59,12 +102,12 @@ Entry *FindByWalking(const TLIBCSzHash &table, std::string_view key, std::uint32
 
 Entry *Find(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) {
     if (table.slot_count == 0) {
-        return FindByWalking(table, key, hash);
+        return FindByWalking(table, key);
     }
     const std::size_t mask = table.slot_count - 1;
     for (std::size_t at = hash & mask; table.slots[at] != 0; at = (at + 1) & mask) {
         Entry &entry = table.entries[table.slots[at] - 1];
-        if (entry.hash == hash && entry.key == key) {
+        if (entry.hash == hash && entry.Key() == key) {
             return &entry;
         }
     }
@@ -81,11 +124,16 @@ void AddToIndex(TLIBCSzHash &table, int index) {
     table.slots[at] = static_cast<std::uint32_t>(index) + 1;
 }
 
+// Makes the index larger, or the first one.
 bool GrowIndex(TLIBCSzHash &table) {
     const std::size_t slot_count = std::max(table.slot_count * 2, kFirstSlots);
     void *slots = std::calloc(slot_count, sizeof(*table.slots));
     if (slots == nullptr) {
         return false;
+    }
+    if (table.slot_count == 0) {
+        std::for_each(table.entries, table.entries + table.count,
+                      [](Entry &entry) { entry.hash = tavo::HashOf(entry.Key()); });
     }
     std::free(table.slots);
     table.slots = static_cast<std::uint32_t *>(slots);
@@ -109,28 +157,39 @@ bool MakeRoom(TLIBCSzHash &table) {
            static_cast<std::size_t>(table.count) < table.slot_count / 2 || GrowIndex(table);
 }
 
+// Adds an entry whose key is not there yet.
+bool Append(TLIBCSzHash &table, Entry entry) {
+    const bool had_index = table.slot_count != 0;
+    if (!MakeRoom(table)) {
+        return false;
+    }
+    if (!had_index) {
+        entry.hash = LookupHash(table, entry.Key());
+    }
+    table.entries[table.count++] = entry;
+    if (table.slot_count != 0) {
+        AddToIndex(table, table.count - 1);
+    }
+    return true;
+}
+
 }  // namespace
 
 namespace tavo {
 
 int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
-    const Entry entry = NewEntry(key, value, HashOf(key));
+    const Entry entry = NewEntry(*hash, key, value, LookupHash(*hash, key));
     if (entry.key == nullptr) {
         return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     if (Entry *old = Find(*hash, key, entry.hash)) {
-        std::free(old->key);
+        FreeTexts(*hash, old->key);
         *old = entry;
         return 0;
     }
-    if (!MakeRoom(*hash)) {
-        std::free(entry.key);
+    if (!Append(*hash, entry)) {
+        FreeTexts(*hash, entry.key);
         return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
-    }
-    hash->entries[hash->count] = entry;
-    ++hash->count;
-    if (hash->slot_count != 0) {
-        AddToIndex(*hash, hash->count - 1);
     }
     return 0;
 }
@@ -139,10 +198,11 @@ int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
 
 TLIBCSzHash *TLIBCSzHashAlloc(int nCapacity) {
     tavo::MallocPtr<TLIBCSzHash> table(
-        static_cast<TLIBCSzHash *>(std::calloc(1, sizeof(TLIBCSzHash))));
+        static_cast<TLIBCSzHash *>(std::malloc(sizeof(TLIBCSzHash))));
     if (!table) {
         return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
+    *table = {};
     table->room = std::clamp(nCapacity, 1, kMostRoomAtFirst);
     if (!tavo::Resize(table->entries, table->room)) {
         return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
@@ -161,8 +221,9 @@ const char *TLIBCSzHashGetValue(const TLIBCSzHash *pHash, const char *szKey) {
     if (pHash == nullptr || szKey == nullptr) {
         return nullptr;
     }
-    const Entry *entry = Find(*pHash, szKey, tavo::HashOf(szKey));
-    return entry == nullptr ? nullptr : entry->value;
+    const std::string_view key(szKey);
+    const Entry *entry = Find(*pHash, key, LookupHash(*pHash, key));
+    return entry == nullptr ? nullptr : entry->Value();
 }
 
 int TLIBCSzHashCount(const TLIBCSzHash *pHash) {
@@ -178,7 +239,7 @@ int TLIBCSzHashEnum(const TLIBCSzHash *pHash, int nIndex, const char **pszKey,
         *pszKey = pHash->entries[nIndex].key;
     }
     if (pszValue != nullptr) {
-        *pszValue = pHash->entries[nIndex].value;
+        *pszValue = pHash->entries[nIndex].Value();
     }
     return 0;
 }
@@ -188,9 +249,10 @@ void TLIBCSzHashClear(TLIBCSzHash *pHash) {
         return;
     }
     for (int i = 0; i < pHash->count; ++i) {
-        std::free(pHash->entries[i].key);
+        FreeTexts(*pHash, pHash->entries[i].key);
     }
     pHash->count = 0;
+    pHash->texts_size = 0;
     // The keys to come bring an index of their size.
     std::free(pHash->slots);
     pHash->slots = nullptr;
@@ -202,6 +264,7 @@ void TLIBCSzHashFree(TLIBCSzHash *pHash) {
         return;
     }
     TLIBCSzHashClear(pHash);
+    std::free(pHash->texts);
     std::free(pHash->entries);
     std::free(pHash);
 }

@@ -1,21 +1,33 @@
-// A hash table with open addressing and linear probing. Nothing is ever taken out, so a free slot
-// always ends a search.
+// A few texts are compared one after the other, which needs no hashing. More go to a hash table
+// with open addressing and linear probing. Nothing is ever taken out, so a free slot always ends a
+// search.
 #include "text_index.h"
+
+#include <algorithm>
 
 #include "text_hash.h"
 
 namespace tavo {
 
+std::size_t TextIndex::FindAmongFew(std::string_view text) const {
+    const auto *end = few_ + count_;
+    const auto *found = std::find(few_, end, text);
+    return found == end ? kNone : static_cast<std::size_t>(found - few_);
+}
+
 TextIndex::Slot &TextIndex::SlotOf(std::string_view text) const {
+    Slot *slots = slots_.get();
     std::size_t at = HashOf(text) & (slot_count_ - 1);
-    while (slots_[at].data != nullptr &&
-           std::string_view(slots_[at].data, slots_[at].size) != text) {
+    while (slots[at].data != nullptr && std::string_view(slots[at].data, slots[at].size) != text) {
         at = (at + 1) & (slot_count_ - 1);
     }
-    return slots_[at];
+    return slots[at];
 }
 
 std::size_t TextIndex::Find(std::string_view text) const {
+    if (slots_ == nullptr) {
+        return FindAmongFew(text);
+    }
     const Slot &slot = SlotOf(text);
     return slot.data == nullptr ? kNone : slot.number;
 }
@@ -24,6 +36,10 @@ std::size_t TextIndex::Add(std::string_view text) {
     const std::size_t known = Find(text);
     if (known != kNone) {
         return known;
+    }
+    if (count_ < kFew) {
+        few_[count_] = text;
+        return count_++;
     }
     if ((count_ + 1) * 2 > slot_count_ && !Grow()) {
         return kNone;
@@ -34,19 +50,24 @@ std::size_t TextIndex::Add(std::string_view text) {
 
 bool TextIndex::Grow() {
     const std::size_t old_count = slot_count_;
-    MallocPtr<Slot> larger(static_cast<Slot *>(std::calloc(old_count * 2, sizeof(Slot))));
-    if (larger == nullptr) {
+    const std::size_t new_count = std::max(old_count * 2, kFirstSlots);
+    MallocPtr<Slot> old(static_cast<Slot *>(std::calloc(new_count, sizeof(Slot))));
+    if (old == nullptr) {
         return false;
     }
-    const Slot *old = slots_;
-    slots_ = larger.get();
-    slot_count_ = old_count * 2;
-    for (std::size_t i = 0; i < old_count; ++i) {
-        if (old[i].data != nullptr) {
-            SlotOf({old[i].data, old[i].size}) = old[i];
+    std::swap(old, slots_);
+    slot_count_ = new_count;
+    if (old == nullptr) {
+        for (std::size_t i = 0; i < count_; ++i) {
+            SlotOf(few_[i]) = {few_[i].data(), few_[i].size(), i};
         }
     }
-    many_ = std::move(larger);
+    for (std::size_t i = 0; i < old_count; ++i) {
+        const Slot &slot = old.get()[i];
+        if (slot.data != nullptr) {
+            SlotOf({slot.data, slot.size}) = slot;
+        }
+    }
     return true;
 }
 

@@ -35,16 +35,17 @@ class TextIndex {
         std::size_t number;
     };
 
+    std::size_t FindAmongFew(std::string_view text) const;
     Slot &SlotOf(std::string_view text) const;
     bool Grow();
 
-    static constexpr std::size_t kFewSlots = 16;
+    static constexpr std::size_t kFew = 8;
+    static constexpr std::size_t kFirstSlots = 32;
 
     std::size_t count_ = 0;
-    std::size_t slot_count_ = kFewSlots;  // a power of two, at least half of them free
-    Slot *slots_ = few_;
-    MallocPtr<Slot> many_;
-    Slot few_[kFewSlots] = {};
+    std::string_view few_[kFew];  // in the order of their numbers; unused once there are slots
+    MallocPtr<Slot> slots_;
+    std::size_t slot_count_ = 0;  // 0 or a power of two, at least half of them free
 };
 
 }  // namespace tavo

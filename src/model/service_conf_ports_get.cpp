@@ -1,7 +1,7 @@
 // Parses port lists, the values of src.ports and dst.ports: PORTS or PORTS/PROTOCOLS, as in
 // "80,6000:6010/tcp". Every piece between commas counts, so an empty one is a mistake and not
 // skipped.
-#include <cctype>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -19,25 +19,31 @@ constexpr uint32_t kHighestPort = 65535;
 // How much of a bad protocol text the log line shows, terminator included.
 constexpr std::size_t kProtocolTextSize = 64;
 
-bool IsAllDigits(const char *szText) {
-    for (; *szText != '\0'; ++szText) {
-        if (std::isdigit(static_cast<unsigned char>(*szText)) == 0) {
-            return false;
-        }
+// So many digits have a value that fits in 32 bits.
+constexpr std::ptrdiff_t kFewDigits = 9;
+
+// The number that a text of digits names; false for any other text. It is the low 32 bits of what
+// strtol returns, and kept so: "4294967376" has always been port 80.
+bool ReadDigits(const char *szText, uint32_t &nValue) {
+    const char *szEnd = szText;
+    nValue = 0;
+    for (; *szEnd >= '0' && *szEnd <= '9'; ++szEnd) {
+        nValue = nValue * 10 + static_cast<uint32_t>(*szEnd - '0');
     }
-    return true;
+    if (szEnd - szText > kFewDigits) {
+        nValue = static_cast<uint32_t>(std::strtol(szText, nullptr, 10));
+    }
+    return *szEnd == '\0';
 }
 
-// Reads one port number. The value is the low 32 bits of what strtol gives, and kept so:
-// "4294967376" has always been port 80.
+// Reads one port number.
 bool ReadPort(const char *szPort, uint32_t &nPort) {
     if (szPort == nullptr || *szPort == '\0') {
         TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         return false;
     }
-    const bool digits = IsAllDigits(szPort);
-    const auto nValue = static_cast<uint32_t>(digits ? std::strtol(szPort, nullptr, 10) : 0);
-    if (!digits || nValue > kHighestPort) {
+    uint32_t nValue = 0;
+    if (!ReadDigits(szPort, nValue) || nValue > kHighestPort) {
         TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s, tavoerr=", szPort);
         return false;
     }

@@ -1,6 +1,7 @@
 #include "stand_ins.h"
 
 #include <dlfcn.h>
+#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -101,6 +102,7 @@ Failing::Failing(const char *function, int nth) {
 }
 
 Failing::~Failing() {
+    EXPECT_LE(g_calls_left, 0) << g_failing << " did not fail: it was not called, or not so often";
     g_failing = "";
 }
 

@@ -12,7 +12,7 @@
 namespace tavo::test {
 
 // The function of that name fails for as long as this lives, from its nth call on. stand_ins.cpp
-// lists those that can.
+// lists those that can. The test fails when there was no such call.
 class Failing {
   public:
     explicit Failing(const char *function, int nth = 1);

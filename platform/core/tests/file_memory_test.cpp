@@ -79,10 +79,13 @@ TEST_F(FileMemory, EnumSectionLeavesTheList) {
 }
 
 TEST_F(FileMemory, GetSectionEmptiesTheTable) {
-    const std::string path = folder_.Write("file", LargeText());
+    // Values that a table does not keep in one block.
+    const std::string value(2000, 'v');
+    const std::string section = "[long]\na=" + value + "\nb=" + value + "\nc=" + value;
+    const std::string path = folder_.Write("file", LargeText() + section);
     Table table;
     const int allocations = ForEachFailure(
-        2, [&] { return TLIBCFileGetSection(path.c_str(), "s7", table.Address()); },
+        3, [&] { return TLIBCFileGetSection(path.c_str(), "long", table.Address()); },
         [&] { EXPECT_THAT(table.Entries(), IsEmpty()); });
     EXPECT_GE(allocations, 3);
 }

@@ -118,14 +118,17 @@ TEST(SzHashSetValue, RefusesNull) {
     EXPECT_THAT(Contents(hash), ElementsAre(Pair("a", "1")));
 }
 
+// A value that does not fit in the block that short texts share.
+const std::string kLongValue(2000, 'v');
+
 TEST(SzHashSetValue, LeavesTheTableAsItWasWhenANewKeyFindsNoMemory) {
     // Eight keys fill the entries, and are the most that go without an index.
     const Pairs before = Numbered(8);
     Pairs after = before;
-    after.emplace_back("new", "value");
+    after.emplace_back("new", kLongValue);
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         const HashPtr hash = HashOf(before, 8);
-        const auto set = [&] { return TLIBCSzHashSetValue(hash.get(), "new", "value"); };
+        const auto set = [&] { return TLIBCSzHashSetValue(hash.get(), "new", kLongValue.c_str()); };
         TLIBCErrSetEx(0, nullptr, 0);
         const int result = fail.During(set);
         if (fail.Hit()) {
@@ -137,7 +140,7 @@ TEST(SzHashSetValue, LeavesTheTableAsItWasWhenANewKeyFindsNoMemory) {
             EXPECT_EQ(set(), 0);
         }
         EXPECT_EQ(Contents(hash), after);
-        EXPECT_STREQ(TLIBCSzHashGetValue(hash.get(), "new"), "value");
+        EXPECT_EQ(TLIBCSzHashGetValue(hash.get(), "new"), kLongValue);
     });
     EXPECT_EQ(allocations, 3) << "key and value, entries, index";
 }
@@ -145,12 +148,34 @@ TEST(SzHashSetValue, LeavesTheTableAsItWasWhenANewKeyFindsNoMemory) {
 TEST(SzHashSetValue, KeepsTheOldValueWhenTheNewOneFindsNoMemory) {
     const int allocations = ForEachFailingAllocation([](FailingAllocation &fail) {
         const HashPtr hash = HashOf({{"a", "old"}});
-        const int result = fail.During([&] { return TLIBCSzHashSetValue(hash.get(), "a", "new"); });
+        const int result =
+            fail.During([&] { return TLIBCSzHashSetValue(hash.get(), "a", kLongValue.c_str()); });
         EXPECT_EQ(result, fail.Hit() ? -1 : 0);
-        EXPECT_STREQ(TLIBCSzHashGetValue(hash.get(), "a"), fail.Hit() ? "old" : "new");
+        EXPECT_EQ(TLIBCSzHashGetValue(hash.get(), "a"), fail.Hit() ? "old" : kLongValue);
         EXPECT_EQ(TLIBCSzHashCount(hash.get()), 1);
     });
     EXPECT_EQ(allocations, 1);
+}
+
+TEST(SzHashSetValue, AllocatesOneBlockForAFewShortTexts) {
+    const Pairs pairs = Numbered(8);
+    const HashPtr hash = HashOf({}, 8);
+    for (const int blocks : {1, 0}) {
+        EXPECT_FALSE(AllocatesMoreThan(blocks, [&] { SetAll(hash, pairs); }));
+        EXPECT_EQ(Contents(hash), pairs);
+        TLIBCSzHashClear(hash.get());
+    }
+}
+
+TEST(SzHashSetValue, GivesAKeyAnotherValueAnyNumberOfTimes) {
+    const HashPtr hash = HashOf({{"a", "1"}, {"b", "2"}});
+    for (const std::size_t size : {0, 1, 900, 10, 2000, 3, 100}) {
+        for (int i = 0; i < 20; ++i) {
+            const std::string value(size + static_cast<std::size_t>(i), 'x');
+            ASSERT_EQ(TLIBCSzHashSetValue(hash.get(), "a", value.c_str()), 0);
+            ASSERT_EQ(Contents(hash), (Pairs{{"a", value}, {"b", "2"}}));
+        }
+    }
 }
 
 TEST(SzHashGetValue, AnswersNullForWhatIsNotThere) {

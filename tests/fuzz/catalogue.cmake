@@ -1,1 +1,0 @@
-tavo_add_fuzzer(mapping_table APPLIANCE LIBRARIES tavoserviceconf tavocore tavoconfiglines)

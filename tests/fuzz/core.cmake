@@ -1,2 +1,0 @@
-tavo_add_fuzzer(config_read LIBRARIES tavocore tavoconfiglines)
-tavo_add_fuzzer(config_write LIBRARIES tavocore tavoconfiglines)

@@ -1,4 +1,0 @@
-tavo_add_fuzzer(port_list LIBRARIES tavoserviceconf tavocore)
-tavo_add_fuzzer(protocol_list LIBRARIES tavoserviceconf tavocore)
-tavo_add_fuzzer(reference LIBRARIES tavoserviceconf tavocore)
-tavo_add_fuzzer(port_range_text LIBRARIES tavoserviceconf tavocore)

@@ -1,2 +1,0 @@
-tavo_add_fuzzer(change_record APPLIANCE LIBRARIES tavoserviceconf tavocore)
-tavo_add_fuzzer(notification APPLIANCE LIBRARIES tavoserviceconf tavocore)

@@ -1,2 +1,0 @@
-tavo_add_fuzzer(sshd_config APPLIANCE LIBRARIES tavossh)
-tavo_add_fuzzer(firewall_unit APPLIANCE LIBRARIES tavocsystemd)
