@@ -38,6 +38,20 @@ bool ReadToken(char *szToken, char separator, Range &range) {
 
 }  // namespace
 
+bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged) {
+    std::sort(ranges.begin(), ranges.end(),
+              [](const Range &a, const Range &b) { return a.nLow < b.nLow; });
+    for (const Range &range : ranges) {
+        if (merged.Count() > 0 && range.nLow <= merged[merged.Count() - 1].nHigh + 1) {
+            int &nHigh = merged[merged.Count() - 1].nHigh;
+            nHigh = std::max(nHigh, range.nHigh);
+        } else if (!merged.Append(range)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 int FailToCopy(const char *szText) {
     return TAVO_FAIL_STATE(kErrorNoMemory, "strdup fail for %s", szText);
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <iterator>
 
+#include "support/growing_array.h"
 #include "support/owners.h"
 
 namespace tavo {
@@ -14,6 +15,10 @@ struct Range {
     int nLow;
     int nHigh;
 };
+
+// Appends the ports of the ranges to `merged`, which is empty: ascending, and no two of them
+// overlap or touch. Sorts the ranges. Returns false when out of memory.
+bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged);
 
 // Reports that a text could not be copied.
 int FailToCopy(const char *szText);
