@@ -3,6 +3,7 @@
 //
 // The list is never refused as a whole. A service that cannot be listed is logged and left out, so
 // that one broken setting or service file does not take the others off the firewall.
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -10,7 +11,6 @@
 #include <utility>
 
 #include "catalogue/firewall_service.h"
-#include "model/completeness.h"
 #include "support/error_state.h"
 #include "support/failure.h"
 #include "support/held_file.h"
@@ -21,7 +21,6 @@
 
 namespace {
 
-using tavo::Completeness;
 using tavo::Reading;
 
 // Room for any 32-bit number as text, and for a range with its dash and terminator.
@@ -56,31 +55,31 @@ bool IsPortNumber(const char *szPort) {
 Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     if (*szPorts == '\0') {
         TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
-        return Reading::kInvalid;
+        return Reading::Invalid();
     }
     *ppPorts = TLIBCSzListAlloc(tavo::kPortListCapacity);
     if (*ppPorts == nullptr) {
         TAVO_LOG("Failed to allocate for ports number, errno=0x%X", TLIBCErrGet());
-        return Reading::kUnknown;
+        return Reading::Unknown();
     }
     const tavo::OwnedText copy(strdup(szPorts));
     if (copy == nullptr) {
         TAVO_FAIL(tavo::kErrorNoMemory, "Failed to allocate for ports number, errno=%s",
                   std::strerror(errno));
-        return Reading::kUnknown;
+        return Reading::Unknown();
     }
     char *szRest = nullptr;
     for (char *szPort = strtok_r(copy.get(), ",", &szRest); szPort != nullptr;
          szPort = strtok_r(nullptr, ",", &szRest)) {
         if (!IsPortNumber(szPort)) {
             TAVO_FAIL(tavo::kErrorBadParameter, "illegal ports number, port=%s", szPort);
-            return Reading::kInvalid;
+            return Reading::Invalid();
         }
         if (TLIBCSzListPush(ppPorts, szPort) < 0) {
-            return Reading::kUnknown;
+            return Reading::Unknown();
         }
     }
-    return Reading::kRead;
+    return Reading::Good();
 }
 
 // Clears the error state for a call, to see what the call leaves there. Where it leaves nothing,
@@ -101,18 +100,15 @@ class FreshErrorState {
 };
 
 // A provider says by its error code whether it failed for what the settings hold, or because they
-// are absent. Any other failure, and one without a code, leaves its ports unknown; that is noted
-// here, where the state is still the provider's.
+// are absent. Any other failure, and one without a code, leaves its ports unknown.
 Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
     const FreshErrorState fresh;
     if (pfnPorts(ppPorts) >= 0) {
-        return Reading::kRead;
+        return Reading::Good();
     }
     const unsigned int code = TLIBCErrGet();
     const bool settled = code == tavo::kErrorBadParameter || code == tavo::kErrorNoFile;
-    const Reading reading = settled ? Reading::kInvalid : Reading::kUnknown;
-    Completeness::Note(reading);
-    return reading;
+    return settled ? Reading::Invalid() : Reading::Unknown();
 }
 
 // Works out the ports of one side of the service szName. A provider that has none to give makes no
@@ -120,7 +116,7 @@ Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
 Reading ReadRowPorts(const char *szName, const RowPorts &side, TLIBCSzList **ppPorts) {
     if (side.szPorts != nullptr) {
         const Reading fixed = ParseFixedPorts(side.szPorts, ppPorts);
-        if (fixed != Reading::kRead) {
+        if (!fixed.IsGood()) {
             TAVO_LOG("Failed to parse %s ports in firewall services: %s", side.szSide, szName);
         }
         return fixed;
@@ -128,26 +124,14 @@ Reading ReadRowPorts(const char *szName, const RowPorts &side, TLIBCSzList **ppP
     if (side.pfnPorts == nullptr) {
         TAVO_FAIL(tavo::kErrorBadParameter, "No specified %s ports in firewall services: %s",
                   side.szSide, szName);
-        return Reading::kInvalid;
+        return Reading::Invalid();
     }
     const Reading provided = AskProvider(side.pfnPorts, ppPorts);
-    if (provided != Reading::kRead) {
+    if (!provided.IsGood()) {
         TAVO_LOG("Failed to enum %s ports in firewall services: %s", side.szSide, szName);
         return provided;
     }
-    return TLIBCSzListCount(*ppPorts) > 0 ? Reading::kRead : Reading::kInvalid;
-}
-
-// How many services there are; they are put in front of *ppServices.
-int AddBuiltInServices(TAVO_FW_SERVICE **ppServices) {
-    int nServices = 0;
-    for (const auto *pRow = rgServices; pRow->szName != nullptr; ++pRow) {
-        if (auto service = tavo::ServiceFromRow(*pRow)) {
-            tavo::Prepend(std::move(service), ppServices);
-            ++nServices;
-        }
-    }
-    return nServices;
+    return TLIBCSzListCount(*ppPorts) > 0 ? Reading::Good() : Reading::Invalid();
 }
 
 // ---- Services of service files ----
@@ -171,12 +155,12 @@ void PrintPort(const TAVO_SERVICE_CONF_PORT &port, char (&szPort)[kPortTextSize]
 Reading ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol,
                      TLIBCSzList **ppPorts) {
     if (pList == nullptr) {
-        return Reading::kInvalid;
+        return Reading::Invalid();
     }
     *ppPorts = TLIBCSzListAlloc(tavo::kPortListCapacity);
     if (*ppPorts == nullptr) {
         TAVO_LOG_STATE("Failed to allocate for ports number, tavoerr=");
-        return Reading::kUnknown;
+        return Reading::Unknown();
     }
     for (; pList != nullptr; pList = pList->pNext) {
         *pnProtocol = TAVOProtocolMapping(static_cast<int>(pList->nProtocol));
@@ -186,60 +170,21 @@ Reading ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol,
         char szPort[kPortTextSize];
         PrintPort(*pList, szPort);
         if (TLIBCSzListPush(ppPorts, szPort) < 0) {
-            return Reading::kUnknown;
+            return Reading::Unknown();
         }
     }
-    return Reading::kRead;
-}
-
-int AddFileServices(const TAVO_SERVICE_CONF &file, TAVO_FW_SERVICE **ppServices) {
-    const bool blSupported = *file.szSupportKey == '\0' || IsSupportKeySet(file.szSupportKey, true);
-    int nServices = 0;
-    for (const auto *pSection = file.pSections; pSection != nullptr; pSection = pSection->pNext) {
-        if (auto service = tavo::ServiceFromSection(*pSection, blSupported)) {
-            tavo::Prepend(std::move(service), ppServices);
-            ++nServices;
-        }
-    }
-    return nServices;
-}
-
-int AddDeclaredServices(TAVO_FW_SERVICE **ppServices) {
-    TAVO_SERVICE_CONF *pFiles = nullptr;
-    const int nFiles =
-        TAVOServiceConfEnum(&pFiles, TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE);
-    const tavo::OwnedConf files(pFiles);
-    if (nFiles > 0 && files == nullptr) {
-        TAVO_LOG_STATE("Bad parameters, tavoerr=");
-        Completeness::Note(Reading::kInvalid);
-        return 0;
-    }
-    const tavo::HeldFile held(tavo::kFactorySettingsFile);
-    int nServices = 0;
-    for (; pFiles != nullptr; pFiles = pFiles->pNext) {
-        nServices += AddFileServices(*pFiles, ppServices);
-    }
-    return nServices;
+    return Reading::Good();
 }
 
 }  // namespace
 
 namespace tavo {
-namespace {
 
-// Reports a service that is left out.
-OwnedServices LeaveOut(Reading reading) {
-    Completeness::Note(reading);
-    return nullptr;
-}
-
-}  // namespace
-
-OwnedServices ServiceFromRow(const TAVO_FW_SERVICE_REG &row) {
+Reading ServiceFromRow(const TAVO_FW_SERVICE_REG &row, OwnedServices &made) {
     auto service = NewRecord<OwnedServices>();
     if (service == nullptr) {
         TAVO_FAIL(kErrorNoMemory, "Failed to allocate for service, errno=0x%X", TLIBCErrGet());
-        return LeaveOut(Reading::kUnknown);
+        return Reading::Unknown();
     }
     CopyText(service->szName, row.szName);
     service->blSupported = row.szSupportKey != nullptr
@@ -252,29 +197,31 @@ OwnedServices ServiceFromRow(const TAVO_FW_SERVICE_REG &row) {
         service->nSrcProtocol = row.nSrcProtocol;
         const Reading ports = ReadRowPorts(row.szName, {"src", row.szSrcPorts, row.pfnSrcPorts},
                                            &service->pSrcPortList);
-        if (ports != Reading::kRead) {
-            return LeaveOut(ports);
+        if (!ports.IsGood()) {
+            return ports;
         }
     }
     if (row.blHasDstPorts != 0) {
         service->nDstProtocol = row.nDstProtocol;
         const Reading ports = ReadRowPorts(row.szName, {"dst", row.szDstPorts, row.pfnDstPorts},
                                            &service->pDstPortList);
-        if (ports != Reading::kRead) {
-            return LeaveOut(ports);
+        if (!ports.IsGood()) {
+            return ports;
         }
     }
-    return service;
+    made = std::move(service);
+    return Reading::Good();
 }
 
-OwnedServices ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool blSupported) {
+Reading ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool supported,
+                           OwnedServices &made) {
     auto service = NewRecord<OwnedServices>();
     if (service == nullptr) {
         TAVO_FAIL_NO_MEMORY();
-        return LeaveOut(Reading::kUnknown);
+        return Reading::Unknown();
     }
     CopyText(service->szName, FieldText(section.szName));
-    service->blSupported = blSupported ? 1 : 0;
+    service->blSupported = supported ? 1 : 0;
     service->blPortForward = section.blPortForward;
     CopyReference(section.strTitle, service->strTitle);
     CopyText(service->strTitle.szText, FieldText(section.strTitle.szText));
@@ -283,32 +230,105 @@ OwnedServices ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool 
     CopyText(service->strDesc.szExtra, FieldText(section.strDesc.szExtra));
     const Reading src =
         section.pSrcPorts == nullptr
-            ? Reading::kRead
+            ? Reading::Good()
             : ConvertPorts(section.pSrcPorts, &service->nSrcProtocol, &service->pSrcPortList);
-    if (src != Reading::kRead) {
+    if (!src.IsGood()) {
         TAVO_LOG_STATE("Failed to parse section [%s] src ports for firewall services, tavoerr=",
                        service->szName);
-        return LeaveOut(src);
+        return src;
     }
     const Reading dst =
         ConvertPorts(section.pDstPorts, &service->nDstProtocol, &service->pDstPortList);
-    if (dst != Reading::kRead) {
+    if (!dst.IsGood()) {
         TAVO_LOG_STATE("Failed to parse section [%s] dst ports for firewall services, tavoerr=",
                        service->szName);
-        return LeaveOut(dst);
+        return dst;
     }
-    return service;
+    made = std::move(service);
+    return Reading::Good();
 }
 
+namespace {
+
+// Makes the services in front of the list, and records where each comes from.
+class CatalogueReader {
+  public:
+    ServiceCatalogue Read() {
+        for (const auto *row = rgServices; row->szName != nullptr; ++row) {
+            OwnedServices service;
+            catalogue_.report.NoteRow(ServiceFromRow(*row, service), *row);
+            Add(std::move(service), {nullptr, row, nullptr, nullptr});
+        }
+        AddDeclared();
+        catalogue_.services.reset(services_);
+        std::reverse(catalogue_.origins.begin(), catalogue_.origins.end());
+        return std::move(catalogue_);
+    }
+
+  private:
+    // A service that could not be made is null.
+    void Add(OwnedServices service, CatalogueService origin) {
+        if (service == nullptr) {
+            return;
+        }
+        origin.service = service.get();
+        Prepend(std::move(service), &services_);
+        ++catalogue_.count;
+        if (!catalogue_.origins.Append(origin)) {
+            catalogue_.report.NoteFault(Reading::Unknown(kErrorNoMemory));
+        }
+    }
+
+    void AddFile(const TAVO_SERVICE_CONF &file, const ServiceFileRecord *record) {
+        const bool supported =
+            *file.szSupportKey == '\0' || IsSupportKeySet(file.szSupportKey, true);
+        if (record != nullptr) {
+            catalogue_.report.ResumeFile(*record);
+        }
+        for (const auto *section = file.pSections; section != nullptr; section = section->pNext) {
+            OwnedServices service;
+            catalogue_.report.NoteSection(ServiceFromSection(*section, supported, service),
+                                          section->szName);
+            Add(std::move(service), {nullptr, nullptr, record, section});
+        }
+    }
+
+    // The record of a file that was read, null when memory ran out for it. Files are looked for in
+    // the order of their list, which is that of the records backwards; `left` counts the records
+    // that were not yet passed.
+    const ServiceFileRecord *RecordOf(const TAVO_SERVICE_CONF *file, std::size_t &left) const {
+        while (left > 0) {
+            const ServiceFileRecord &record = catalogue_.report.Files()[--left];
+            if (record.conf == file) {
+                return &record;
+            }
+        }
+        return nullptr;
+    }
+
+    void AddDeclared() {
+        TAVO_SERVICE_CONF *files = nullptr;
+        const int count = ReadServiceFiles(&files, kEveryServiceFolder, &catalogue_.report);
+        catalogue_.files.reset(files);
+        if (count > 0 && files == nullptr) {
+            TAVO_LOG_STATE("Bad parameters, tavoerr=");
+            return;
+        }
+        const HeldFile held(kFactorySettingsFile);
+        std::size_t left = catalogue_.report.Files().Count();
+        for (; files != nullptr; files = files->pNext) {
+            AddFile(*files, RecordOf(files, left));
+        }
+    }
+
+    ServiceCatalogue catalogue_;
+    TAVO_FW_SERVICE *services_ = nullptr;
+};
+
+}  // namespace
+
 ServiceCatalogue ReadCatalogue() {
-    const Completeness completeness;
-    TAVO_FW_SERVICE *pServices = nullptr;
-    ServiceCatalogue catalogue;
-    catalogue.count = TAVOFwServiceEnum(&pServices);
-    catalogue.services.reset(pServices);
-    catalogue.fault = completeness.Fault();
-    catalogue.logged = !completeness.LeftNothingOut();
-    return catalogue;
+    return CatalogueReader().Read();
 }
 
 }  // namespace tavo
@@ -317,11 +337,9 @@ int TAVOFwServiceEnum(TAVO_FW_SERVICE **ppServices) {
     if (ppServices == nullptr) {
         return TAVO_FAIL(tavo::kErrorBadParameter, "Bad parameters");
     }
-    TAVO_FW_SERVICE *pServices = nullptr;
-    int nServices = AddBuiltInServices(&pServices);
-    nServices += AddDeclaredServices(&pServices);
-    *ppServices = pServices;
-    return nServices;
+    tavo::ServiceCatalogue catalogue = tavo::ReadCatalogue();
+    *ppServices = catalogue.services.release();
+    return catalogue.count;
 }
 
 void TAVOFwServiceFree(TAVO_FW_SERVICE *pList) {

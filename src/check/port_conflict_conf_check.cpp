@@ -49,7 +49,7 @@ struct DeclaredPorts {
 
     bool AddServices() {
         catalogue = ReadCatalogue();
-        if (catalogue.count < 0 || !IsComplete(catalogue.fault)) {
+        if (catalogue.count < 0 || !IsComplete(catalogue.report.Fault())) {
             return false;
         }
         for (const auto *service = catalogue.services.get(); service; service = service->pNext) {

@@ -183,7 +183,7 @@ const ServiceCatalogue &CallCatalogue::Get() {
     if (!reusable_) {
         index_.reset();
         catalogue_ = ReadCatalogue();
-        reusable_ = catalogue_.count >= 0 && !catalogue_.logged;
+        reusable_ = catalogue_.count >= 0 && catalogue_.report.LeftNothingOut();
     }
     return catalogue_;
 }

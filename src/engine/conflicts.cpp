@@ -32,7 +32,8 @@ void ForgetError() {
 
 // Why services may be missing from the catalogue; 0 when none is.
 unsigned int FaultOf(const ServiceCatalogue &catalogue) {
-    return catalogue.count < 0 && catalogue.fault == 0 ? kErrorFirewallServices : catalogue.fault;
+    const unsigned int fault = catalogue.report.Fault();
+    return catalogue.count < 0 && fault == 0 ? kErrorFirewallServices : fault;
 }
 
 bool AnyHeld(const Range &range, const PortSet &held) {
@@ -254,21 +255,44 @@ const ServiceCatalogue &PortConflicts::Catalogue() {
     return *services_;
 }
 
+// Adds a failure for each built-in service that is left out, whatever the reason: it has ports.
+// What else could not be read may be any service.
+void PortConflicts::AddOmissions(const ServiceCatalogue &catalogue) {
+    unsigned int fault = FaultOf(catalogue);
+    for (const LeftOut &omission : catalogue.report.Omissions()) {
+        if (omission.row != nullptr) {
+            AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE,
+                              .kind = SourceFailure::Kind::kLeftOut,
+                              .code = omission.reading.Fault(),
+                              .declarer = {.name = omission.row->szName}});
+        }
+    }
+    const auto is_of_row = [fault](const LeftOut &omission) {
+        return omission.row != nullptr && omission.reading.Fault() == fault;
+    };
+    const auto is_of_file = [](const LeftOut &omission) {
+        return omission.row == nullptr && omission.reading.Fault() != 0;
+    };
+    const GrowingArray<LeftOut> &omissions = catalogue.report.Omissions();
+    if (fault != 0 && (std::none_of(omissions.begin(), omissions.end(), is_of_row) ||
+                       std::any_of(omissions.begin(), omissions.end(), is_of_file))) {
+        AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE, .code = fault});
+    }
+}
+
 void PortConflicts::ReadServices() {
     ForgetError();
     const ServiceCatalogue &catalogue = Catalogue();
-    if (const unsigned int fault = FaultOf(catalogue)) {
-        AddFailureForAll({
-            .source = TAVO_PORT_CHECK_FW_SERVICE,
-            .code = fault,
-        });
-    }
-    for (const TAVO_FW_SERVICE *service = catalogue.services.get(); service != nullptr;
-         service = service->pNext) {
-        const PortDeclarer declarer = {service->szName, nullptr, nullptr, nullptr};
-        for (int i = 0; i < TLIBCSzListCount(service->pDstPortList); ++i) {
-            CompareText(TLIBCSzListGet(service->pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
-                        service->nDstProtocol, declarer, nullptr);
+    AddOmissions(catalogue);
+    for (const CatalogueService &origin : catalogue.origins) {
+        const TAVO_FW_SERVICE &service = *origin.service;
+        const bool built_in = origin.file == nullptr;
+        const PortDeclarer declarer = {.name = service.szName,
+                                       .file = built_in ? nullptr : origin.file->path,
+                                       .entry = built_in ? nullptr : service.szName};
+        for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
+            CompareText(TLIBCSzListGet(service.pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
+                        service.nDstProtocol, declarer, nullptr);
         }
     }
 }

@@ -48,6 +48,7 @@ struct SourceFailure {
         kUnreadable,  // `code` and `error` say why, `declarer` what
         kMissingKey,  // a rule without the key `text`
         kBadPorts,    // `text` is no list of ports; `key` is the key of the rule
+        kLeftOut,     // a built-in service is missing from the catalogue
         kPortZero,    // sockets cannot be asked for port 0 alone
     };
 
@@ -88,6 +89,9 @@ class PortConflicts {
         return {failures_.begin(), failures_.Count()};
     }
 
+    // The catalogue that was compared with; null when no question took it.
+    const ServiceCatalogue *Services() const { return services_; }
+
   private:
     // A range of a question, and the highest port of it and all before it.
     struct Asked {
@@ -109,6 +113,7 @@ class PortConflicts {
     void ReadRules();
     void CompareRule(const ForwardingRule &rule, const char *file);
     const ServiceCatalogue &Catalogue();
+    void AddOmissions(const ServiceCatalogue &catalogue);
     void ReadServices();
     void ReadSettings();
     void ReadSockets();

@@ -297,7 +297,7 @@ int CheckForwardingRules(const Query &query) {
 // A service that is missing for want of memory, or because a system call failed, may declare the
 // very ports that are asked for, so that neither source can answer without it.
 int FailWithoutCatalogue(const tavo::ServiceCatalogue &catalogue) {
-    return TAVO_FAIL_STATE(catalogue.fault, "Failed to enumerate services");
+    return TAVO_FAIL_STATE(catalogue.report.Fault(), "Failed to enumerate services");
 }
 
 // The protocols that the caller asks for, 0 for a text that names none: then no service collides.
@@ -331,7 +331,7 @@ int CheckFirewallServices(const Query &query) {
     if (catalogue.count < 0) {
         return TAVO_LOG_STATE("Failed to enumerate services");
     }
-    if (catalogue.fault != 0) {
+    if (catalogue.report.Fault() != 0) {
         return FailWithoutCatalogue(catalogue);
     }
     uint32_t nProtocols = 0;
@@ -504,7 +504,7 @@ int CheckSockets(const Query &query) {
     if (catalogue.count < 0) {
         return TAVO_FAIL_STATE(tavo::kErrorFirewallServices, "Failed to enumerate services");
     }
-    if (catalogue.fault != 0) {
+    if (catalogue.report.Fault() != 0) {
         return FailWithoutCatalogue(catalogue);
     }
     const TAVO_FW_SERVICE *pServices = catalogue.services.get();

@@ -3,14 +3,17 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "model/completeness.h"
+#include "model/service_files.h"
 #include "support/failure.h"
 #include "support/listing.h"
 #include "support/presence.h"
-#include "support/service_directory.h"
 #include "tavoserviceconf.h"
 
 namespace {
+
+using tavo::Reading;
+using tavo::ReadingReport;
+using tavo::ServiceFolder;
 
 // Packages install their service file as a link into their own folder. An entry whose type the file
 // system does not report is passed over, which is kept.
@@ -20,55 +23,62 @@ bool IsFileOrLink(const dirent &entry) {
 
 // A directory that cannot be listed counts as empty. One that is absent is empty, as is a file in
 // its place: only what may hold service files all the same is unknown.
-int FailToList(const char *szDirectory, int error) {
-    if (error != ENOTDIR && tavo::PresenceOf(szDirectory) != tavo::Presence::kAbsent) {
-        TAVO_SET_ERROR(error == ENOMEM ? tavo::kErrorNoMemory : tavo::kErrorListDirectory);
-        tavo::Completeness::Note(tavo::Reading::kUnknown);
+Reading WhyNotListed(const char *directory, int error) {
+    if (error == ENOTDIR || tavo::PresenceOf(directory) == tavo::Presence::kAbsent) {
+        return Reading::Good();
     }
-    return TAVO_SET_ERROR(tavo::kErrorListDirectory);
+    return Reading::Unknown(error == ENOMEM ? tavo::kErrorNoMemory : tavo::kErrorListDirectory);
 }
 
-// How many files of the directory were read, -1 when it cannot be listed. Any file is tried,
-// whatever its name: one that is no service file fails to read and does not count.
-int ReadDirectory(const char *szDirectory, TAVO_SERVICE_CONF **ppList) {
-    const tavo::Listing listing(szDirectory);
-    if (listing.Failed()) {
-        return FailToList(szDirectory, errno);
+Reading ReadEntry(const char *path, const ServiceFolder &folder, TAVO_SERVICE_CONF **list,
+                  ReadingReport *report) {
+    if (report == nullptr) {
+        return tavo::ReadServiceFile(path, list, nullptr);
     }
-    int nFiles = 0;
-    for (const dirent *pEntry : listing) {
-        if (!IsFileOrLink(*pEntry)) {
+    report->BeginFile(folder, path);
+    const Reading reading = tavo::ReadServiceFile(path, list, report);
+    report->EndFile(reading, *list);
+    return reading;
+}
+
+// How many files of the folder were read. Any file is tried, whatever its name: one that is no
+// service file fails to read and does not count.
+int ReadFolder(const ServiceFolder &folder, TAVO_SERVICE_CONF **list, ReadingReport *report) {
+    const tavo::Listing listing(folder.path);
+    if (listing.Failed()) {
+        if (report != nullptr) {
+            report->NoteFolder(WhyNotListed(folder.path, errno), folder);
+        }
+        TAVO_SET_ERROR(tavo::kErrorListDirectory);
+        return 0;
+    }
+    int files = 0;
+    for (const dirent *entry : listing) {
+        if (!IsFileOrLink(*entry)) {
             continue;
         }
-        char szPath[tavo::kPathSize];
-        std::snprintf(szPath, sizeof(szPath), "%s/%s", szDirectory, pEntry->d_name);
-        if (TAVOServiceConfGet(szPath, ppList) == 0) {
-            ++nFiles;
-        }
+        char path[tavo::kPathSize];
+        std::snprintf(path, sizeof(path), "%s/%s", folder.path, entry->d_name);
+        files += ReadEntry(path, folder, list, report).IsGood() ? 1 : 0;
     }
-    return nFiles;
+    return files;
 }
 
 }  // namespace
 
-int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags) {
-    static constexpr struct {
-        int nFlag;
-        const char *szDirectory;
-    } kDirectories[] = {
-        {TAVO_SERVICE_CONF_DIR_SYSTEM, tavo::kSystemServiceDirectory},
-        {TAVO_SERVICE_CONF_DIR_PACKAGE, tavo::kPackageServiceDirectory},
-    };
-    constexpr int nEveryFlag = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
-    if (ppList == nullptr || (nDirFlags & nEveryFlag) == 0) {
-        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
-    }
-    int nFiles = 0;
-    for (const auto &directory : kDirectories) {
-        if ((nDirFlags & directory.nFlag) != 0) {
-            const int nRead = ReadDirectory(directory.szDirectory, ppList);
-            nFiles += nRead > 0 ? nRead : 0;
+int tavo::ReadServiceFiles(TAVO_SERVICE_CONF **list, int folders, ReadingReport *report) {
+    int files = 0;
+    for (const ServiceFolder &folder : kServiceFolders) {
+        if ((folders & folder.flag) != 0) {
+            files += ReadFolder(folder, list, report);
         }
     }
-    return nFiles;
+    return files;
+}
+
+int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags) {
+    if (ppList == nullptr || (nDirFlags & tavo::kEveryServiceFolder) == 0) {
+        return TAVO_SET_ERROR(tavo::kErrorBadParameter);
+    }
+    return tavo::ReadServiceFiles(ppList, nDirFlags, nullptr);
 }

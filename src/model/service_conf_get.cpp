@@ -7,8 +7,8 @@
 #include <cstring>
 #include <utility>
 
-#include "model/completeness.h"
 #include "model/service_file_keys.h"
+#include "model/service_files.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"
@@ -17,8 +17,8 @@
 
 namespace {
 
-using tavo::Completeness;
 using tavo::Reading;
+using tavo::ReadingReport;
 
 constexpr int32_t kDefaultVersion = 1;
 
@@ -46,11 +46,11 @@ void CopyValue(char (&field)[Size], const TLIBCSzHash *pKeys, const char *szKey)
 }
 
 // A [global] that cannot be read is logged and does without: its keys are all optional.
-void ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
+Reading ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
     const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (keys == nullptr) {
         TAVO_LOG_STATE("failed to TLIBCSzHashAlloc, tavoerr=");
-        return Completeness::Note(Reading::kUnknown);
+        return Reading::Unknown();
     }
     TLIBCSzHash *pKeys = keys.get();
     const int nKeys = TLIBCFileGetSection(szPath, tavo::kGlobalSection, &pKeys);
@@ -59,7 +59,7 @@ void ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
             "Failed to TLIBCFileGetSection, file: %s, section name: global, nHashRecords: %d, "
             "tavoerr=",
             szPath, nKeys);
-        return Completeness::Note(nKeys < 0 ? tavo::WhyUnreadable(szPath) : Reading::kInvalid);
+        return nKeys < 0 ? tavo::WhyUnreadable(szPath) : Reading::Invalid();
     }
     const char *szVersion = TLIBCSzHashGetValue(pKeys, tavo::kKeyVersion);
     pConf->nVersion = szVersion != nullptr
@@ -67,39 +67,47 @@ void ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
                           : kDefaultVersion;
     CopyValue(pConf->szSupportKey, pKeys, tavo::kKeySupportKey);
     CopyValue(pConf->szRunKey, pKeys, tavo::kKeyRunKey);
+    return Reading::Good();
 }
 
-// Reads every section into the record; how many services there were.
-int ReadSections(const char *szPath, const TLIBCSzList *pNames, TAVO_SERVICE_CONF *pConf) {
-    int nServices = 0;
+Reading ReadSection(const char *szPath, const char *szName, TAVO_SERVICE_CONF *pConf) {
+    if (!IsValidName(szName)) {
+        TAVO_FAIL_STATE(
+            tavo::kErrorBadParameter,
+            "Section name format error (File: %s, Section Name: [%s])! It can not be empty, "
+            "and just can composed of a~z, 0~9, `-`, '_', tavoerr=",
+            szPath, szName);
+        return Reading::Invalid();
+    }
+    return std::strcmp(szName, tavo::kGlobalSection) == 0
+               ? ReadGlobal(szPath, pConf)
+               : tavo::ReadServiceSection(szPath, szName, &pConf->pSections);
+}
+
+void ReadSections(const char *szPath, const TLIBCSzList *pNames, TAVO_SERVICE_CONF *pConf,
+                  ReadingReport *report) {
     for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
         const char *szName = TLIBCSzListGet(pNames, i);
-        if (!IsValidName(szName)) {
-            TAVO_FAIL_STATE(
-                tavo::kErrorBadParameter,
-                "Section name format error (File: %s, Section Name: [%s])! It can not be empty, "
-                "and just can composed of a~z, 0~9, `-`, '_', tavoerr=",
-                szPath, szName);
-            Completeness::Note(Reading::kInvalid);
-        } else if (std::strcmp(szName, tavo::kGlobalSection) == 0) {
-            ReadGlobal(szPath, pConf);
-        } else if (TAVOServiceConfSectionGet(szPath, szName, &pConf->pSections) == 0) {
-            ++nServices;
+        const Reading reading = ReadSection(szPath, szName, pConf);
+        if (report != nullptr) {
+            report->NoteSection(reading, szName);
         }
     }
-    return nServices;
 }
 
-Reading ReadFile(const char *szPath, TAVO_SERVICE_CONF **ppList) {
+}  // namespace
+
+Reading tavo::ReadServiceFile(const char *szPath, TAVO_SERVICE_CONF **ppList,
+                              ReadingReport *report) {
     const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
     if (names == nullptr) {
         TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
-        return Reading::kUnknown;
+        return Reading::Unknown();
     }
     auto conf = tavo::NewRecord<tavo::OwnedConf>();
     if (conf == nullptr) {
         TAVO_FAIL_NO_MEMORY();
-        return Reading::kUnknown;
+        return Reading::Unknown();
     }
     const tavo::HeldFile held(szPath);
     TLIBCSzList *pNames = names.get();
@@ -107,33 +115,29 @@ Reading ReadFile(const char *szPath, TAVO_SERVICE_CONF **ppList) {
     if (nSections < 1) {
         TAVO_LOG_STATE("Failed to TLIBCFileEnumSection %s(ret: %d) or 0 section, tavoerr=", szPath,
                        nSections);
-        return nSections < 0 ? tavo::WhyUnreadable(szPath) : Reading::kInvalid;
+        return nSections < 0 ? tavo::WhyUnreadable(szPath) : Reading::Invalid();
     }
     if (nSections == 1 && std::strcmp(TLIBCSzListGet(pNames, 0), tavo::kGlobalSection) == 0) {
         TAVO_LOG_STATE(
             "Configure file format error! (file: %s) Only [global] section, you should add at "
             "least one service section in the file. tavoerr=",
             szPath);
-        return Reading::kInvalid;
+        return Reading::Invalid();
     }
-    // The sections have noted themselves whether they are unknown.
-    if (ReadSections(szPath, pNames, conf.get()) == 0) {
+    ReadSections(szPath, pNames, conf.get(), report);
+    if (conf->pSections == nullptr) {
         TAVO_LOG_STATE("Get service section fail. (file: %s), tavoerr=", szPath);
-        return Reading::kInvalid;
+        return Reading::Invalid();
     }
     tavo::Prepend(std::move(conf), ppList);
-    return Reading::kRead;
+    return Reading::Good();
 }
-
-}  // namespace
 
 int TAVOServiceConfGet(const char *szPath, TAVO_SERVICE_CONF **ppList) {
     if (szPath == nullptr || ppList == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    const Reading reading = ReadFile(szPath, ppList);
-    Completeness::Note(reading);
-    return reading == Reading::kRead ? 0 : -1;
+    return tavo::ReadServiceFile(szPath, ppList, nullptr).IsGood() ? 0 : -1;
 }
 
 void TAVOServiceConfFree(TAVO_SERVICE_CONF *pList) {

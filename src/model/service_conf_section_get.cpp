@@ -6,8 +6,8 @@
 #include <cstring>
 #include <utility>
 
-#include "model/completeness.h"
 #include "model/service_file_keys.h"
+#include "model/service_files.h"
 #include "support/failure.h"
 #include "support/owners.h"
 #include "support/text.h"
@@ -87,17 +87,17 @@ uint32_t ReadPortForward(const Source &source) {
 
 Reading ParsePorts(const char *szPorts, unsigned int nDirection, TAVO_SERVICE_CONF_PORT **ppPorts) {
     if (TAVOServiceConfPortsGet(szPorts, nDirection, ppPorts) == 0) {
-        return Reading::kRead;
+        return Reading::Good();
     }
-    return TLIBCErrGet() == tavo::kErrorNoMemory ? Reading::kUnknown : Reading::kInvalid;
+    return TLIBCErrGet() == tavo::kErrorNoMemory ? Reading::Unknown() : Reading::Invalid();
 }
 
 Reading ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
     const char *szSrcPorts = source.Value(tavo::kKeySrcPorts);
     const Reading src = szSrcPorts == nullptr
-                            ? Reading::kRead
+                            ? Reading::Good()
                             : ParsePorts(szSrcPorts, TAVO_PORT_DIRECTION_SRC, &pSection->pSrcPorts);
-    if (src != Reading::kRead) {
+    if (!src.IsGood()) {
         TAVO_LOG_STATE(
             "Service get port error, filepath: %s, section name: %s, target: srcPort, tavoerr=",
             source.szPath, source.szSection);
@@ -105,9 +105,9 @@ Reading ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
     }
     const char *szDstPorts = source.Value(tavo::kKeyDstPorts);
     const Reading dst = szDstPorts == nullptr
-                            ? Reading::kInvalid
+                            ? Reading::Invalid()
                             : ParsePorts(szDstPorts, TAVO_PORT_DIRECTION_DST, &pSection->pDstPorts);
-    if (dst != Reading::kRead) {
+    if (!dst.IsGood()) {
         TAVO_LOG_STATE(
             "Service get port error, filepath: %s, section name: %s, target: dstPort, tavoerr=",
             source.szPath, source.szSection);
@@ -115,16 +115,19 @@ Reading ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
     return dst;
 }
 
-Reading ReadSection(const char *szPath, const char *szSection, TAVO_SERVICE_CONF_SECTION **ppList) {
+}  // namespace
+
+Reading tavo::ReadServiceSection(const char *szPath, const char *szSection,
+                                 TAVO_SERVICE_CONF_SECTION **ppList) {
     const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (keys == nullptr) {
         TAVO_LOG_STATE("Failed to TLIBCSzHashAlloc, tavoerr=");
-        return Reading::kUnknown;
+        return Reading::Unknown();
     }
     auto section = tavo::NewRecord<tavo::OwnedSection>();
     if (section == nullptr) {
         TAVO_FAIL_NO_MEMORY();
-        return Reading::kUnknown;
+        return Reading::Unknown();
     }
     TLIBCSzHash *pKeys = keys.get();
     const int nKeys = TLIBCFileGetSection(szPath, szSection, &pKeys);
@@ -133,23 +136,21 @@ Reading ReadSection(const char *szPath, const char *szSection, TAVO_SERVICE_CONF
             "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
             "tavoerr=",
             szPath, szSection, nKeys);
-        return nKeys < 0 ? tavo::WhyUnreadable(szPath) : Reading::kInvalid;
+        return nKeys < 0 ? tavo::WhyUnreadable(szPath) : Reading::Invalid();
     }
     const Source source{szPath, szSection, pKeys};
     tavo::CopyText(section->szName, szSection);
     if (ReadTitle(source, &section->strTitle) < 0 ||
         ReadDescription(source, &section->strDesc) < 0) {
-        return Reading::kInvalid;
+        return Reading::Invalid();
     }
     section->blPortForward = ReadPortForward(source);
     const Reading ports = ReadPorts(source, section.get());
-    if (ports == Reading::kRead) {
+    if (ports.IsGood()) {
         tavo::Prepend(std::move(section), ppList);
     }
     return ports;
 }
-
-}  // namespace
 
 int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING *pString) {
     if (szRef == nullptr || *szRef == '\0' || pString == nullptr) {
@@ -172,7 +173,5 @@ int TAVOServiceConfSectionGet(const char *szPath, const char *szSection,
     if (szPath == nullptr || szSection == nullptr || ppList == nullptr) {
         return TAVO_SET_ERROR(tavo::kErrorBadParameter);
     }
-    const Reading reading = ReadSection(szPath, szSection, ppList);
-    tavo::Completeness::Note(reading);
-    return reading == Reading::kRead ? 0 : -1;
+    return tavo::ReadServiceSection(szPath, szSection, ppList).IsGood() ? 0 : -1;
 }

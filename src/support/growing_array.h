@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <type_traits>
+#include <utility>
 
 namespace tavo {
 
@@ -15,6 +16,11 @@ class GrowingArray {
   public:
     GrowingArray() = default;
     ~GrowingArray() { std::free(items_); }
+    GrowingArray(GrowingArray &&other) noexcept { Swap(other); }
+    GrowingArray &operator=(GrowingArray &&other) noexcept {
+        Swap(other);
+        return *this;
+    }
     GrowingArray(const GrowingArray &) = delete;
     GrowingArray &operator=(const GrowingArray &) = delete;
 
@@ -39,6 +45,12 @@ class GrowingArray {
     void Clear() { count_ = 0; }
 
   private:
+    void Swap(GrowingArray &other) {
+        std::swap(items_, other.items_);
+        std::swap(count_, other.count_);
+        std::swap(room_, other.room_);
+    }
+
     bool Grow() {
         const std::size_t room = room_ == 0 ? 16 : 2 * room_;
         void *grown = std::realloc(items_, room * sizeof(T));

@@ -6,18 +6,16 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <map>
-#include <new>
 
 #include "catalogue/firewall_service.h"
 #include "catalogue_test.h"
 #include "failing_allocation.h"
-#include "model/completeness.h"
 
 namespace tavo::test {
 namespace {
 
+using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr int kBuiltInServices = 12;
@@ -38,8 +36,8 @@ class Catalogue : public CatalogueTest {
     static std::string Read() {
         const ServiceCatalogue catalogue = ReadCatalogue();
         char text[64];
-        snprintf(text, sizeof(text), "%d services, fault 0x%X%s", catalogue.count, catalogue.fault,
-                 catalogue.logged ? ", logged" : "");
+        snprintf(text, sizeof(text), "%d services, fault 0x%X%s", catalogue.count,
+                 catalogue.report.Fault(), catalogue.report.LeftNothingOut() ? "" : ", logged");
         EXPECT_EQ(Names(catalogue.services.get()).size(),
                   static_cast<std::size_t>(catalogue.count));
         return text;
@@ -134,17 +132,6 @@ TEST_F(Catalogue, IsIncompleteWhenAProviderFailsForItsSettingsAreNoFile) {
     EXPECT_EQ(Read(), "11 services, fault 0x900, logged");
 }
 
-// The frame of a call that was left by longjmp is somebody else's by then.
-TEST_F(Catalogue, WritesNothingWhereAnAbandonedCallWas) {
-    alignas(Completeness) unsigned char frame[sizeof(Completeness)];
-    new (frame) Completeness();
-    std::memset(frame, 0x5A, sizeof(frame));
-    TAVO_SERVICE_CONF *files = nullptr;
-    EXPECT_EQ(TAVOServiceConfGet("/nowhere", &files), -1);
-    EXPECT_THAT(frame, testing::Each(0x5A));
-    EXPECT_EQ(Read(), "12 services, fault 0x0") << "what was noted before does not count";
-}
-
 TEST_F(Catalogue, LeavesTheErrorStateOfTheCallerAloneOnSuccess) {
     TLIBCErrSetEx(0x123, "caller.cpp", 7);
     EXPECT_EQ(Read(), "12 services, fault 0x0");
@@ -172,14 +159,115 @@ TEST_F(Catalogue, IsIncompleteForEveryServiceThatMemoryRunsOutFor) {
     int incomplete = 0;
     ForEachFailingAllocation([&](FailingAllocation &fail) {
         const ServiceCatalogue catalogue = fail.During([] { return ReadCatalogue(); });
+        const unsigned int fault = catalogue.report.Fault();
         const bool whole = catalogue.count == kBuiltInServices + 3;
-        EXPECT_TRUE(whole || catalogue.fault == 0x200U) << catalogue.count;
-        EXPECT_TRUE(whole || catalogue.logged);
-        EXPECT_TRUE(catalogue.fault == 0 || catalogue.fault == 0x200U) << catalogue.fault;
-        EXPECT_TRUE(fail.Hit() || (whole && catalogue.fault == 0));
+        EXPECT_TRUE(whole || fault == 0x200U) << catalogue.count;
+        EXPECT_TRUE(whole || !catalogue.report.LeftNothingOut());
+        EXPECT_TRUE(fault == 0 || fault == 0x200U) << fault;
+        EXPECT_TRUE(fail.Hit() || (whole && fault == 0));
         incomplete += whole ? 0 : 1;
     });
     EXPECT_GT(incomplete, 100);
+}
+
+// ---- Origins ----
+
+std::string Origin(const CatalogueService &service) {
+    const std::string name = service.service->szName;
+    if (service.row != nullptr) {
+        EXPECT_EQ(name, service.row->szName);
+        return name + " of the table";
+    }
+    EXPECT_EQ(name, service.section->szName);
+    return name + " of " + service.file->path;
+}
+
+TEST_F(Catalogue, GivesTheOriginOfEachService) {
+    const std::string path = Install("a.sc", Section("a", "80") + Section("b", "81"));
+    Install("b.sc", "x\n");
+    Install("c.sc", Section("a", "90"));
+    WriteFile(std::string(kSystemServices) + "/a.sc", Section("a", "1"));
+    const ServiceCatalogue catalogue = ReadCatalogue();
+    std::vector<std::string> origins;
+    const TAVO_FW_SERVICE *service = catalogue.services.get();
+    for (const CatalogueService &one : catalogue.origins) {
+        EXPECT_EQ(one.service, service) << "the order is that of the list";
+        service = service->pNext;
+        origins.push_back(Origin(one));
+    }
+    ASSERT_EQ(origins.size(), kBuiltInServices + 4U);
+    origins.resize(5);
+    EXPECT_THAT(origins,
+                ElementsAre("a of " + std::string(kSystemServices) + "/a.sc", "a of " + path,
+                            "b of " + path, "a of " + std::string(kPackageServices) + "/c.sc",
+                            "ipp of the table"));
+}
+
+TEST_F(Catalogue, ListsEveryFileThatWasTried) {
+    Install("b.sc", "x\n");
+    Install("a.sc", "[global]\nversion=3\n" + Section("a", "80"));
+    const ServiceCatalogue catalogue = ReadCatalogue();
+    ASSERT_EQ(catalogue.report.Files().Count(), 2U);
+    const ServiceFileRecord &good = catalogue.report.Files()[0];
+    EXPECT_EQ(good.path, std::string(kPackageServices) + "/a.sc");
+    EXPECT_EQ(good.folder->flag, TAVO_SERVICE_CONF_DIR_PACKAGE);
+    EXPECT_EQ(good.conf->nVersion, 3);
+    EXPECT_EQ(catalogue.report.Files()[1].conf, nullptr);
+}
+
+// What is left out, as "row NAME", "FILE", "FILE [SECTION]" or "FOLDER", and its error code.
+std::vector<std::string> Omissions(const ReadingReport &report) {
+    std::vector<std::string> omissions;
+    for (const LeftOut &one : report.Omissions()) {
+        const std::string section =
+            one.section == nullptr ? "" : " [" + std::string(one.section) + "]";
+        const std::string what = one.row != nullptr    ? std::string("row ") + one.row->szName
+                                 : one.path != nullptr ? one.path + section
+                                                       : one.folder->path;
+        char code[16];
+        snprintf(code, sizeof(code), " 0x%X", one.reading.Fault());
+        omissions.push_back(what + code);
+    }
+    return omissions;
+}
+
+TEST_F(Catalogue, SaysWhatIsLeftOutAndWhetherItIsUnknown) {
+    WriteFile(kNfsSettings, "nfs_custom_port_enable=yes\nstatd_port=1\n");
+    MakeUnreadable(kSshSettings);
+    const std::string a = Install("a.sc", Section("a b", "80") + "[bare]\n" + Section("a", "80"));
+    const std::string b = Install("b.sc", "[c]\ntitle=T\n");
+    const std::string d = Install("d.sc", "x\n");
+    EXPECT_THAT(Omissions(ReadCatalogue().report),
+                ElementsAre("row ssh 0x900", "row nfs 0x0", a + " [a b] 0x0", a + " [bare] 0x0",
+                            b + " [c] 0x0", b + " 0x0", d + " 0x0"));
+}
+
+// What no descriptor is left for.
+TEST_F(Catalogue, SaysWhichFolderCannotBeListed) {
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int next = dup(0);
+    close(next);
+    const rlimit none = {static_cast<rlim_t>(next), before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const ServiceCatalogue catalogue = ReadCatalogue();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_THAT(Omissions(catalogue.report),
+                ElementsAre("row ssh 0x900", "row nfs 0x900", "row ftp 0x900",
+                            kSystemServices + std::string(" 0x2A00"),
+                            kPackageServices + std::string(" 0x2A00")));
+}
+
+TEST_F(Catalogue, LacksNoServiceWhenMemoryRunsOutForAnOrigin) {
+    Install("a.sc", Section("a", "80") + "[bare]\n");
+    int unattributed = 0;
+    ForEachFailingAllocation([&](FailingAllocation &fail) {
+        const ServiceCatalogue catalogue = fail.During([] { return ReadCatalogue(); });
+        const bool whole = catalogue.origins.Count() == static_cast<std::size_t>(catalogue.count);
+        EXPECT_TRUE(whole || catalogue.report.Fault() == 0x200U);
+        unattributed += whole ? 0 : 1;
+    });
+    EXPECT_GT(unattributed, 0);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // How one service is made, of rows and sections that the table and the files of today do not hold.
 #include <gmock/gmock.h>
 
-#include <dlfcn.h>
-
 #include <cstring>
 #include <set>
 
@@ -17,10 +15,8 @@ int g_claimed_files = 0;
 
 }  // namespace
 
-int TAVOServiceConfEnum(TAVO_SERVICE_CONF **ppList, int nDirFlags) {
-    static const auto next =
-        reinterpret_cast<decltype(&TAVOServiceConfEnum)>(dlsym(RTLD_NEXT, "TAVOServiceConfEnum"));
-    return g_claimed_files > 0 ? g_claimed_files : next(ppList, nDirFlags);
+int tavo::ReadServiceFiles(TAVO_SERVICE_CONF **list, int folders, ReadingReport * /*report*/) {
+    return g_claimed_files > 0 ? g_claimed_files : TAVOServiceConfEnum(list, folders);
 }
 
 namespace tavo::test {
@@ -28,6 +24,20 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+OwnedServices ServiceFromRow(const TAVO_FW_SERVICE_REG &row) {
+    OwnedServices made;
+    const bool good = tavo::ServiceFromRow(row, made).IsGood();
+    EXPECT_EQ(made != nullptr, good);
+    return made;
+}
+
+OwnedServices ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool supported) {
+    OwnedServices made;
+    const bool good = tavo::ServiceFromSection(section, supported, made).IsGood();
+    EXPECT_EQ(made != nullptr, good);
+    return made;
+}
 
 // ---- Rows ----
 

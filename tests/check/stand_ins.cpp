@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "stand_in_catalogue.h"
+
 namespace {
 
 const char *g_failing = "";
@@ -78,6 +80,17 @@ STAND_IN_FRONT void TAVOFwServiceFree(TAVO_FW_SERVICE *list) {
         return;
     }
     next(list);
+}
+
+tavo::ServiceCatalogue tavo::StandInCatalogue() {
+    if (!g_offers) {
+        return RealCatalogue();
+    }
+    TAVO_FW_SERVICE *services = nullptr;
+    ServiceCatalogue catalogue;
+    catalogue.count = TAVOFwServiceEnum(&services);
+    catalogue.services.reset(services);
+    return catalogue;
 }
 
 namespace tavo::test {

@@ -28,7 +28,7 @@ struct OfferedService {
     std::vector<std::string> ports;
 };
 
-// What TAVOFwServiceEnum lists for as long as this lives, with `result` as its answer (0 stands for
+// What the catalogue lists for as long as this lives, with `result` as its answer (0 stands for
 // how many they are) and the error state of that call.
 class OfferedServices {
   public:

@@ -72,6 +72,8 @@ class Conflicts : public ConflictTest {
         return texts;
     }
 
+    const std::string kPackage = "/usr/local/etc/services.d/";
+
   private:
     static std::string Place(const PortDeclarer &declarer) {
         return Text(declarer.name) + ' ' + Text(declarer.title) + ' ' + Text(declarer.file) + ' ' +
@@ -99,7 +101,7 @@ TEST_F(Conflicts, NameRuleSettingServiceAndSocket) {
     ASSERT_TRUE(Find({{{{7000, 7008}}}}));
     EXPECT_EQ(Taken(), Texts({"0 2 7000-7000/3 web Web station " + std::string(kRules) + " 1",
                               "0 2 7005-7008/3 web Web station " + std::string(kRules) + " 1",
-                              "0 4 7003-7004/1 chat - - -",
+                              "0 4 7003-7004/1 chat - " + kPackage + "chat.sc chat",
                               "0 8 7002-7002/3 webdav_http - /etc/tavoinfo.conf WebDavPort",
                               "0 16 7001-7001/1 - - - -"}));
     EXPECT_EQ(Failures(), Texts());
@@ -115,16 +117,18 @@ TEST_F(Conflicts, SayWhichQuestionEachBelongsTo) {
                       {{{7005, 7005}}, kRuleSource}}));
     Texts taken = Taken();
     std::sort(taken.begin(), taken.end());
-    EXPECT_EQ(taken, Texts({"0 4 7000-7000/1 a - - -", "0 4 7002-7003/1 a - - -",
-                            "1 4 7005-7005/1 a - - -", "1 4 7005-7005/2 b - - -",
-                            "3 4 7000-7010/1 a - - -"}));
+    EXPECT_EQ(taken, Texts({"0 4 7000-7000/1 a - " + kPackage + "a.sc a",
+                            "0 4 7002-7003/1 a - " + kPackage + "a.sc a",
+                            "1 4 7005-7005/1 a - " + kPackage + "a.sc a",
+                            "1 4 7005-7005/2 b - " + kPackage + "b.sc b",
+                            "3 4 7000-7010/1 a - " + kPackage + "a.sc a"}));
 }
 
 // Neighbours that are asked for one by one are one range of a declaration.
 TEST_F(Conflicts, JoinNeighbouringPortsOfAQuestion) {
     Service("a", "7000:7010/tcp");
     ASSERT_TRUE(Find({{{{7001, 7001}, {7000, 7000}, {7001, 7002}}, kServiceSource}}));
-    EXPECT_EQ(Taken(), Texts({"0 4 7000-7002/1 a - - -"}));
+    EXPECT_EQ(Taken(), Texts({"0 4 7000-7002/1 a - " + kPackage + "a.sc a"}));
 }
 
 TEST_F(Conflicts, TakeTheReservedPortNamedByItself) {
@@ -152,7 +156,25 @@ TEST_F(Conflicts, LeaveOutSocketsAtPortsOfASkippedService) {
                               "1 16 7002-7002/1 - - - -"}));
 }
 
+TEST_F(Conflicts, NameBuiltInServicesWithoutAFile) {
+    ASSERT_TRUE(Find({{{{23, 23}}, kServiceSource}}));
+    EXPECT_EQ(Taken(), Texts({"0 4 23-23/1 telnet - - -"}));
+}
+
 // ---- What cannot be read
+
+TEST_F(Conflicts, ReportABuiltInServiceThatIsLeftOutUnlessItIsSkipped) {
+    const std::string settings = "/etc/nfs/tavo_nfs_conf";
+    std::filesystem::rename(settings, settings + ".away");
+    const bool found = Find({{{{7000, 7000}}, kServiceSource},
+                             {{{7000, 7000}}, kServiceSource, TAVO_PROTO_TCP, {"nfs"}}});
+    std::filesystem::rename(settings + ".away", settings);
+    ASSERT_TRUE(found);
+    const Texts failures = Failures();
+    ASSERT_EQ(failures.size(), 1U);
+    EXPECT_EQ(failures[0].find("0 4 3 "), 0U) << failures[0];
+    EXPECT_NE(failures[0].find(" nfs - - - - -"), std::string::npos) << failures[0];
+}
 
 TEST_F(Conflicts, ReportARuleThatLacksAKeyAndGoOn) {
     Rules(
@@ -199,7 +221,7 @@ TEST_F(Conflicts, ReportEachSettingThatIsNoPort) {
 
 TEST_F(Conflicts, ReportThatSocketsHaveNoAnswerForPortZeroAlone) {
     ASSERT_TRUE(Find({{{{0, 0}, {7000, 7000}}, kSocketSource}, {{{0, 5}}, kSocketSource}}));
-    EXPECT_EQ(Failures(), Texts({"0 16 3 d00 - - - - - -"}));
+    EXPECT_EQ(Failures(), Texts({"0 16 4 d00 - - - - - -"}));
 }
 
 // Out of memory, nothing reads free: the call fails, or the records are all there.

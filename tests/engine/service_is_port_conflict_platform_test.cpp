@@ -11,6 +11,7 @@
 
 #include "conflict_test.h"
 #include "failing_allocation.h"
+#include "stand_in_catalogue.h"
 #include "tavoftp.h"
 #include "tavonet.h"
 
@@ -40,10 +41,6 @@ __attribute__((visibility("default"))) int TAVONetGetPortUsedInRange(int *slots,
     return g_used_ports(slots, count, low, high, tcp);
 }
 
-__attribute__((visibility("default"))) int TAVOFwServiceEnum(TAVO_FW_SERVICE **services) {
-    return g_services(services);
-}
-
 __attribute__((visibility("default"))) int TLIBCStrTrimSpace(char *text) {
     static const auto next =
         reinterpret_cast<int (*)(char *)>(dlsym(RTLD_NEXT, "TLIBCStrTrimSpace"));
@@ -62,6 +59,14 @@ __attribute__((visibility("default"))) int stat(const char *path, struct stat *s
 }
 
 }  // extern "C"
+
+tavo::ServiceCatalogue tavo::StandInCatalogue() {
+    TAVO_FW_SERVICE *services = nullptr;
+    ServiceCatalogue catalogue;
+    catalogue.count = g_services(&services);
+    catalogue.services.reset(services);
+    return catalogue;
+}
 
 namespace tavo::test {
 namespace {
