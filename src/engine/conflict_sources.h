@@ -24,12 +24,12 @@ constexpr char kRuleRouterPorts[] = "r_port";
 
 // A rule leads ports of the router to ports of the appliance. A key that it lacks is null.
 struct ForwardingRule {
-    const char *section;
-    const char *service;
-    const char *title;
-    const char *protocol;
-    const char *appliance_ports;
-    const char *router_ports;
+    const char *section = nullptr;
+    const char *service = nullptr;
+    const char *title = nullptr;
+    const char *protocol = nullptr;
+    const char *appliance_ports = nullptr;
+    const char *router_ports = nullptr;
 
     // The first key that a rule needs and this one lacks; null when it has them all.
     const char *MissingKey() const {

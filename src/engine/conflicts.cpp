@@ -211,7 +211,14 @@ void PortConflicts::ReadRules() {
     ForwardingRule rule{};
     ForgetError();
     Step step = rules.Next(rule);
-    for (; step == Step::kRule; step = rules.Next(rule)) {
+    for (; step != Step::kEnd; step = rules.Next(rule)) {
+        if (step == Step::kFailed) {
+            if (rules.FailedSection() == nullptr || TLIBCErrGet() != kErrorBadParameter) {
+                break;
+            }
+            // The section is empty.
+            rule = {.section = rules.FailedSection()};
+        }
         CompareRule(rule, rules.Path());
     }
     // Behind a link to itself, or a name that is too long, a file may be there all the same.

@@ -186,6 +186,13 @@ TEST_F(Conflicts, ReportARuleThatLacksAKeyAndGoOn) {
     EXPECT_EQ(Taken().size(), 2U);
 }
 
+TEST_F(Conflicts, ReportAnEmptyRuleAndGoOn) {
+    Rules("[1]\n[2]\nprotocol name=tcp\ns_port=7000\nr_port=1\n");
+    ASSERT_TRUE(Find({{{{7000, 7000}}, kRuleSource}}));
+    EXPECT_EQ(Failures(), Texts({"0 2 1 d00 - - " + std::string(kRules) + " 1 protocol name -"}));
+    EXPECT_EQ(Taken(), Texts({"0 2 7000-7000/3 - - " + std::string(kRules) + " 2"}));
+}
+
 TEST_F(Conflicts, ReportARuleWithBadPorts) {
     Rules(Rule("80,1:2", "80"));
     ASSERT_TRUE(Find({{{{7000, 7000}}, kRuleSource}}));

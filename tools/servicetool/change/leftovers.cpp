@@ -22,7 +22,7 @@
 #include "input/folder_names.h"
 #include "input/input_file.h"
 #include "input/service_file.h"
-#include "ports/rule_file.h"
+#include "ports/source_failure.h"
 #include "tavocore.h"
 
 // An appliance's own core library may lack them.

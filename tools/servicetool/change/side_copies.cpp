@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "input/service_file.h"
-#include "ports/rule_file.h"
+#include "ports/source_failure.h"
 
 namespace tavo::tool {
 std::vector<SideCopy> SideCopiesLeft() {
