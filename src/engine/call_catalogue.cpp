@@ -68,22 +68,6 @@ bool ForEachPlainRange(const char *szText, char separator, Enter enter) {
     return true;
 }
 
-// The ports of one service, ascending and disjoint: a port that it declares a hundred times is
-// entered once.
-bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged) {
-    std::sort(ranges.begin(), ranges.end(),
-              [](const Range &a, const Range &b) { return a.nLow < b.nLow; });
-    for (const Range &range : ranges) {
-        if (merged.Count() > 0 && range.nLow <= merged[merged.Count() - 1].nHigh) {
-            int &nHigh = merged[merged.Count() - 1].nHigh;
-            nHigh = std::max(nHigh, range.nHigh);
-        } else if (!merged.Append(range)) {
-            return false;
-        }
-    }
-    return true;
-}
-
 }  // namespace
 
 bool ServiceIndex::NumberNames(TAVO_FW_SERVICE *pServices) {
@@ -128,6 +112,7 @@ bool ServiceIndex::EnterPorts(Named &named) {
                               [&](const Range &range) { return enough = ranges.Append(range); });
     }
     GrowingArray<Range> merged;
+    // A port that the service declares a hundred times is entered once.
     if (!enough || (named.plain && !MergeRanges(ranges, merged))) {
         return false;
     }

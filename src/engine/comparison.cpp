@@ -78,17 +78,7 @@ int Comparison::FindMergedQuery() {
             return FailToAllocate();
         }
     }
-    std::sort(sorted.begin(), sorted.end(),
-              [](const Range &a, const Range &b) { return a.nLow < b.nLow; });
-    for (const Range &range : sorted) {
-        if (merged_.Count() > 0 && range.nLow <= merged_[merged_.Count() - 1].nHigh) {
-            Range &last = merged_[merged_.Count() - 1];
-            last.nHigh = std::max(last.nHigh, range.nHigh);
-        } else if (!merged_.Append(range)) {
-            return FailToAllocate();
-        }
-    }
-    return 0;
+    return MergeRanges(sorted, merged_) ? 0 : FailToAllocate();
 }
 
 // Whether a range shares a port with the query, which has been read.

@@ -6,20 +6,20 @@
 // caller's ports differently, which is kept: rules and services walk the text between commas, the
 // settings import it into a range set, and the sockets take tokens between blanks and commas.
 #include <algorithm>
-#include <bitset>
-#include <climits>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <memory>
 #include <utility>
 
 #include "catalogue/firewall_service.h"
 #include "engine/call_catalogue.h"
 #include "engine/comparison.h"
+#include "engine/conflict_sources.h"
 #include "engine/port_range.h"
 #include "engine/text_ranges.h"
+#include "engine/used_ports.h"
 #include "model/service_file_keys.h"
 #include "support/error_state.h"
 #include "support/failure.h"
@@ -29,7 +29,6 @@
 #include "support/settings.h"
 #include "support/text.h"
 #include "tavoftp.h"
-#include "tavonet.h"
 #include "tavopf.h"
 
 namespace {
@@ -37,8 +36,13 @@ namespace {
 using tavo::CallCatalogue;
 using tavo::Comparison;
 using tavo::kDeclaredRangeSeparator;
+using tavo::kPortCount;
 using tavo::kQueryRangeSeparator;
+using tavo::PortSet;
+using tavo::PortsOf;
 using tavo::Range;
+using tavo::SkippedPorts;
+using tavo::UsedPorts;
 
 using Ports = TAVO_SERVICE_CONF_PORT;
 
@@ -46,88 +50,8 @@ constexpr char kTokenSeparators[] = " ,";
 // Longer protocol texts are refused.
 constexpr int kProtocolTextSize = 1024;
 
-// Named on its own, this port always counts as taken; a range that holds it does not.
-constexpr char kReservedPort[] = "412";
-
-constexpr int kPortCount = 65536;
-
-using PortSet = std::bitset<kPortCount>;
-
-// The ports nLow..nHigh, both from 0 to 65535.
-PortSet PortsOf(long nLow, long nHigh) {
-    const auto nBeyond = static_cast<std::size_t>(kPortCount - 1 - (nHigh - nLow));
-    return (PortSet().set() >> nBeyond) << static_cast<std::size_t>(nLow);
-}
-
-// The ports of skipped services, one set for each row of the protocol map. Filled once, so that the
-// cost of a call is that of its slots and of the services' ports, not their product.
-class SkippedPorts {
-  public:
-    void Add(const char *szPorts) {
-        char *szEnd = nullptr;
-        const long nStart = std::strtol(szPorts, &szEnd, 10);
-        const long nEnd =
-            *szEnd == kDeclaredRangeSeparator ? std::strtol(szEnd + 1, nullptr, 10) : nStart;
-        const long nLow = std::max(std::min(nStart, nEnd), 0L);
-        const long nHigh = std::min(std::max(nStart, nEnd), kPortCount - 1L);
-        if (nLow <= nHigh) {
-            ports_ |= PortsOf(nLow, nHigh);
-        }
-    }
-
-    bool Has(int nPort) const {
-        return nPort >= 0 && nPort < kPortCount && ports_.test(static_cast<std::size_t>(nPort));
-    }
-
-    const PortSet &Ports() const { return ports_; }
-
-  private:
-    PortSet ports_;
-};
-
-// The ports of the range that sockets hold now. One slot for each port: the networking library is
-// told how many there are, and not trusted to have kept to it.
-class UsedPorts {
-  public:
-    explicit UsedPorts(const Range &range)
-        : nSlots_(static_cast<std::size_t>(static_cast<int64_t>(range.nHigh) - range.nLow + 1)),
-          slots_(static_cast<int *>(std::calloc(nSlots_, sizeof(int)))) {}
-
-    bool OutOfMemory() const { return slots_ == nullptr; }
-
-    // A library that fails counts as having found none. It is asked twice before, so that one
-    // failed system call does not make a held port read free. Whether it did not fail.
-    bool Ask(const Range &range, bool tcp) {
-        const int nMost = static_cast<int>(std::min<std::size_t>(nSlots_, INT_MAX));
-        for (int nTry = 0; nTry < 2; ++nTry) {
-            int nFound = nMost;
-            if (TAVONetGetPortUsedInRange(slots_.get(), &nFound, range.nLow, range.nHigh, tcp) ==
-                0) {
-                nUsed_ = std::clamp(nFound, 0, nMost);
-                return true;
-            }
-        }
-        return false;
-    }
-
-    bool AllSkipped(const SkippedPorts &skipped) const {
-        return std::all_of(slots_.get(), slots_.get() + nUsed_,
-                           [&](int nPort) { return nPort == 0 || skipped.Has(nPort); });
-    }
-
-    void AddTo(PortSet &ports) const {
-        std::for_each(slots_.get(), slots_.get() + nUsed_, [&](int nPort) {
-            if (nPort > 0 && nPort < kPortCount) {
-                ports.set(static_cast<std::size_t>(nPort));
-            }
-        });
-    }
-
-  private:
-    std::size_t nSlots_;
-    std::unique_ptr<int, tavo::FreeWith<std::free>> slots_;
-    int nUsed_ = 0;
-};
+// tavo::kReservedPort as a token of the query.
+constexpr char kReservedToken[] = "412";
 
 // The ports that sockets of one protocol hold. The first ranges are asked for one by one. A call
 // with more of them asks once for all ports and looks the others up: each question makes the kernel
@@ -193,74 +117,171 @@ int FailToAllocateList() {
     return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
 }
 
+}  // namespace
+
+namespace tavo {
+
 // ---- Port-forwarding rules ----
 
-constexpr char kRuleService[] = "service_id";
-constexpr char kRuleProtocol[] = "protocol name";
-constexpr char kRuleAppliancePorts[] = "s_port";
-constexpr char kRuleRouterPorts[] = "r_port";
+ForwardingRules::Step ForwardingRules::Open() {
+    path_ = TAVOPFRuleConfPathGet();
+    next_ = 0;
+    keys_.reset(TLIBCSzHashAlloc(kInitialCapacity));
+    if (keys_ == nullptr) {
+        TAVO_LOG("Failed to alloc memory");
+        TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
+        return Step::kFailed;
+    }
+    names_.reset(TLIBCSzListAlloc(kInitialCapacity));
+    if (names_ == nullptr) {
+        FailToAllocateList();
+        return Step::kFailed;
+    }
+    if (path_ == nullptr) {
+        return Step::kEnd;
+    }
+    const Presence presence = PresenceOf(path_);
+    if (presence != Presence::kPresent) {
+        look_error_ = errno;
+        if (presence == Presence::kAbsent) {
+            return Step::kEnd;
+        }
+        TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look for %s", path_);
+        return Step::kFailed;
+    }
+    held_.emplace(path_);
+    TLIBCSzList *pNames = names_.release();
+    const int nNames = TLIBCFileEnumSection(path_, &pNames);
+    names_.reset(pNames);
+    if (nNames < 0) {
+        TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
+        return Step::kFailed;
+    }
+    return Step::kRule;
+}
 
-// A rule leads r_port of the router to s_port of the appliance, and either collides. It must name
-// its protocol, but collides on any: the router may be asked for both.
-int CompareRule(const Query &query, const TLIBCSzHash *pRule) {
-    const char *szService = TLIBCSzHashGetValue(pRule, kRuleService);
-    if (szService != nullptr && query.Skips(szService)) {
+ForwardingRules::Step ForwardingRules::Read(const char *section) {
+    TLIBCSzHash *pKeys = keys_.release();
+    const int nKeys = TLIBCFileGetSection(path_, section, &pKeys);
+    keys_.reset(pKeys);
+    if (nKeys == 0) {
+        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+    }
+    if (nKeys < 1) {
+        TAVO_LOG("Section not found or failed to get section(%s) from %s", section, path_);
+        return Step::kFailed;
+    }
+    return Step::kRule;
+}
+
+ForwardingRules::Step ForwardingRules::Next(ForwardingRule &rule) {
+    if (next_ < 0) {
+        const Step opened = Open();
+        if (opened != Step::kRule) {
+            return opened;
+        }
+    }
+    if (next_ >= TLIBCSzListCount(names_.get())) {
+        return Step::kEnd;
+    }
+    const char *section = TLIBCSzListGet(names_.get(), next_++);
+    const Step read = Read(section);
+    if (read == Step::kRule) {
+        const auto value = [this](const char *key) {
+            return TLIBCSzHashGetValue(keys_.get(), key);
+        };
+        rule = {section,
+                value(kRuleService),
+                value(kRuleTitle),
+                value(kRuleProtocol),
+                value(kRuleAppliancePorts),
+                value(kRuleRouterPorts)};
+    }
+    return read;
+}
+
+const char *ForwardingRules::FailedSection() const {
+    return next_ > 0 ? TLIBCSzListGet(names_.get(), next_ - 1) : nullptr;
+}
+
+// ---- Settings of the system ----
+
+namespace {
+
+constexpr int kSettingSize = 1024;
+
+int AskFtpPassivePort() {
+    if (TAVOFTPHighPortGet() < 0) {
+        return TAVO_LOG("failed to get ftp low port");
+    }
+    if (TAVOFTPHighPortGet() < 0) {
+        return TAVO_LOG("failed to get ftp high port");
+    }
+    return 0;
+}
+
+}  // namespace
+
+int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
+    if (pSet == nullptr) {
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
+    }
+    const auto port = NewRecord<OwnedPorts>();
+    if (port == nullptr) {
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
+    }
+    if (std::strcmp(szKey, kFtpLowPortKey) == 0 || std::strcmp(szKey, kFtpHighPortKey) == 0) {
+        return AskFtpPassivePort();
+    }
+    char szValue[kSettingSize] = "";
+    if (TLIBCFileGetKeyValue(kSettingsFile, szKey, szValue, sizeof(szValue)) < 0) {
+        return TAVO_LOG("Failed to get [%s] info from [%s].", szKey, kSettingsFile);
+    }
+    if (szValue[0] == '\0') {
         return 0;
     }
-    const char *szAppliancePorts = TLIBCSzHashGetValue(pRule, kRuleAppliancePorts);
-    const char *szRouterPorts = TLIBCSzHashGetValue(pRule, kRuleRouterPorts);
-    if (TLIBCSzHashGetValue(pRule, kRuleProtocol) == nullptr || szAppliancePorts == nullptr ||
-        szRouterPorts == nullptr) {
+    if (TAVOServiceConfPortsCheck(szValue) != 1) {
+        return -1;
+    }
+    port->nPortType = TAVO_PORT_TYPE_SINGLE;
+    port->nPortStart = static_cast<uint32_t>(std::strtol(szValue, nullptr, 10));
+    port->nPortEnd = port->nPortStart;
+    if (TLIBPortRangeAdd(pSet, port.get()) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeAdd().");
+    }
+    return 0;
+}
+
+}  // namespace tavo
+
+namespace {
+
+// ---- Port-forwarding rules ----
+
+// A rule collides on either protocol, although it must name its own: the router may be asked for
+// both.
+int CompareRule(const Query &query, const tavo::ForwardingRule &rule) {
+    if (rule.service != nullptr && query.Skips(rule.service)) {
+        return 0;
+    }
+    if (rule.MissingKey() != nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const int nAppliance = query.comparison.Compare(szAppliancePorts);
+    const int nAppliance = query.comparison.Compare(rule.appliance_ports);
     if (nAppliance < 0) {
         return -1;
     }
-    const int nRouter = query.comparison.Compare(szRouterPorts);
+    const int nRouter = query.comparison.Compare(rule.router_ports);
     return nRouter < 0 ? -1 : nAppliance | nRouter;
 }
 
 int CheckForwardingRules(const Query &query) {
-    const char *szPath = TAVOPFRuleConfPathGet();
-    const tavo::OwnedTable rule(TLIBCSzHashAlloc(tavo::kInitialCapacity));
-    if (rule == nullptr) {
-        TAVO_LOG("Failed to alloc memory");
-        return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
-    }
-    const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    if (names == nullptr) {
-        return FailToAllocateList();
-    }
-    if (szPath == nullptr) {
-        return 0;
-    }
-    switch (tavo::PresenceOf(szPath)) {
-        case tavo::Presence::kAbsent:
-            return 0;
-        case tavo::Presence::kUnknown:
-            return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look for %s", szPath);
-        case tavo::Presence::kPresent:
-            break;
-    }
-    const tavo::HeldFile held(szPath);
-    TLIBCSzList *pNames = names.get();
-    if (TLIBCFileEnumSection(szPath, &pNames) < 0) {
-        return TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
-    }
+    using Step = tavo::ForwardingRules::Step;
+    tavo::ForwardingRules rules;
+    tavo::ForwardingRule rule{};
     int nAnswer = 0;
-    for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
-        const char *szName = TLIBCSzListGet(pNames, i);
-        TLIBCSzHash *pRule = rule.get();
-        const int nKeys = TLIBCFileGetSection(szPath, szName, &pRule);
-        if (nKeys == 0) {
-            TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
-        }
-        if (nKeys < 1) {
-            return TAVO_LOG("Section not found or failed to get section(%s) from %s", szName,
-                            szPath);
-        }
-        const int nRule = CompareRule(query, pRule);
+    for (Step step = rules.Next(rule); step != Step::kEnd; step = rules.Next(rule)) {
+        const int nRule = step == Step::kRule ? CompareRule(query, rule) : -1;
         if (nRule < 0) {
             return -1;
         }
@@ -339,73 +360,13 @@ int CheckFirewallServices(const Query &query) {
 
 // ---- Settings of the system ----
 
-constexpr int kSettingSize = 1024;
-
-constexpr char kFtpLowPortKey[] = "ftplowport";
-constexpr char kFtpHighPortKey[] = "ftphighport";
-
-struct ServiceSetting {
-    const char *szService;  // the word that skips it
-    const char *szKey;
-};
-
-constexpr ServiceSetting kServiceSettings[] = {
-    {"ftp", "ftpport"},
-    {"ftp", kFtpLowPortKey},
-    {"webdav_http", "WebDavPort"},
-    {"webdavs_https", "secure_WebDavPort"},
-    {"syslog_server", "syslogport"},
-};
-
-// The passive range of FTP takes no part in the comparison: it only has to be known.
-int AskFtpPassivePort() {
-    if (TAVOFTPHighPortGet() < 0) {
-        return TAVO_LOG("failed to get ftp low port");
-    }
-    if (TAVOFTPHighPortGet() < 0) {
-        return TAVO_LOG("failed to get ftp high port");
-    }
-    return 0;
-}
-
-// Adds the port that a setting names, if it names one.
-int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
-    if (pSet == nullptr) {
-        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
-    }
-    const auto port = tavo::NewRecord<tavo::OwnedPorts>();
-    if (port == nullptr) {
-        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
-    }
-    if (std::strcmp(szKey, kFtpLowPortKey) == 0 || std::strcmp(szKey, kFtpHighPortKey) == 0) {
-        return AskFtpPassivePort();
-    }
-    char szValue[kSettingSize] = "";
-    if (TLIBCFileGetKeyValue(tavo::kSettingsFile, szKey, szValue, sizeof(szValue)) < 0) {
-        return TAVO_LOG("Failed to get [%s] info from [%s].", szKey, tavo::kSettingsFile);
-    }
-    if (szValue[0] == '\0') {
-        return 0;
-    }
-    if (TAVOServiceConfPortsCheck(szValue) != 1) {
-        return -1;
-    }
-    port->nPortType = TAVO_PORT_TYPE_SINGLE;
-    port->nPortStart = static_cast<uint32_t>(std::strtol(szValue, nullptr, 10));
-    port->nPortEnd = port->nPortStart;
-    if (TLIBPortRangeAdd(pSet, port.get()) < 0) {
-        return TAVO_LOG("Failed to TLIBPortRangeAdd().");
-    }
-    return 0;
-}
-
 int GetAllNonSkipServicePort(const Query &query, TAVO_PORT_RANGE *pSet) {
-    for (const ServiceSetting &setting : kServiceSettings) {
-        if (query.Skips(setting.szService)) {
+    for (const tavo::ServiceSetting &setting : tavo::kServiceSettings) {
+        if (query.Skips(setting.service)) {
             continue;
         }
-        if (GetServicePort(setting.szKey, pSet) < 0) {
-            return TAVO_LOG("Failed to GetServicePort(), service = [%s]", setting.szKey);
+        if (tavo::GetServicePort(setting.key, pSet) < 0) {
+            return TAVO_LOG("Failed to GetServicePort(), service = [%s]", setting.key);
         }
     }
     return 0;
@@ -614,7 +575,7 @@ int AskSources(const Query &query, int nCheckFlags) {
         {TAVO_PORT_CHECK_SYS_KEY, CheckSettings},
         {TAVO_PORT_CHECK_RUNTIME, CheckSockets},
     };
-    int nAnswer = TLIBCSzListFind(query.pPorts, kReservedPort) >= 0 ? 1 : 0;
+    int nAnswer = TLIBCSzListFind(query.pPorts, kReservedToken) >= 0 ? 1 : 0;
     for (const auto &source : kSources) {
         if ((nCheckFlags & source.nFlag) == 0) {
             continue;

@@ -37,6 +37,20 @@ bool ReadToken(const Place &place, char *szToken, char separator, Range &range) 
 
 }  // namespace
 
+bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged) {
+    std::sort(ranges.begin(), ranges.end(),
+              [](const Range &a, const Range &b) { return a.nLow < b.nLow; });
+    for (const Range &range : ranges) {
+        if (merged.Count() > 0 && range.nLow <= merged[merged.Count() - 1].nHigh + 1) {
+            int &nHigh = merged[merged.Count() - 1].nHigh;
+            nHigh = std::max(nHigh, range.nHigh);
+        } else if (!merged.Append(range)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 int FailToCopy(const Place &place, const char *szText) {
     return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_NO_MEMORY, "strdup fail for %s", szText);
 }

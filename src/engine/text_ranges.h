@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "support/failure.h"
+#include "support/growing_array.h"
 #include "support/owners.h"
 
 namespace tavo {
@@ -15,6 +16,10 @@ struct Range {
     int nLow;
     int nHigh;
 };
+
+// Appends the ports of the ranges to `merged`, which is empty: ascending, and no two of them
+// overlap or touch. Sorts the ranges. Returns false when out of memory.
+bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged);
 
 // Reports that a text could not be copied, for the operation at that place.
 int FailToCopy(const Place &place, const char *szText);

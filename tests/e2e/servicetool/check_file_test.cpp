@@ -160,6 +160,19 @@ TEST_F(CheckFileCommand, WarnsThatAnInstallAsksForNoSocketsWithoutAProtocol) {
     EXPECT_THAT(Check(Section("a", "7000/tcp,udp")).err, IsEmpty());
 }
 
+// What an install says of a section that it cannot compare is unknown.
+TEST_F(CheckFileCommand, DoesNotBlameTheProtocolWhereASourceFails) {
+    WriteFile(kSettings, "WebDavPort=x\n");
+    EXPECT_THAT(Check(Section("b", "23/tcp")).err, Not(HasSubstr("[install-check]")));
+}
+
+// An install reports the conflict before it comes to [global].
+TEST_F(CheckFileCommand, SaysNothingOfAGlobalAfterAConflict) {
+    EXPECT_THAT(Check(Section("a", "23/tcp") + "[global]\nversion=1\n").err, IsEmpty());
+    EXPECT_THAT(Check(Section("a", "7000/tcp") + "[global]\nversion=1\n").err,
+                HasSubstr("[install-check]"));
+}
+
 // It is no service, but an install asks for its ports.
 TEST_F(CheckFileCommand, AnswersForThePortsOfGlobal) {
     const ProgramResult result =

@@ -166,7 +166,7 @@ TEST_F(InstallCommand, RefusesPortsThatMayBeTakenUnlessForced) {
     std::filesystem::create_directory(kSettings);
     const ProgramResult refused = ServiceTool({"install", "notes.sc"});
     EXPECT_THAT(refused.out,
-                HasSubstr(kPath + ": [notes] 8765/tcp: cannot tell (service, setting, socket)\n"));
+                HasSubstr(kPath + ": [notes] 8765/tcp: cannot tell (service, setting)\n"));
     EXPECT_THAT(refused.err,
                 HasSubstr(kPath + ": error: it cannot be told whether its ports are free, so "
                                   "nothing was changed [unknown]\n"

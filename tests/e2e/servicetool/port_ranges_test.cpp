@@ -11,7 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "ports/declared_text.h"
+#include "engine/comparison.h"
+#include "engine/text_ranges.h"
 #include "ports/ephemeral_ports.h"
 #include "ports/port_candidates.h"
 #include "temporary_folder.h"
@@ -96,6 +97,18 @@ TEST(PortRanges, PrintAsPortLists) {
 
 // ---- Declared texts
 
+// Whether the text can be compared; the ranges in front of what cannot are there all the same.
+bool ReadDeclaredPorts(const char *text, PortRanges &ranges) {
+    TextRanges declared(TAVO_HERE, text, kDeclaredRangeSeparator);
+    Range range{};
+    int got = 0;
+    for (std::size_t i = 0; (got = declared.Get(i, range)) == 1; ++i) {
+        ranges.push_back(
+            {static_cast<std::uint32_t>(range.nLow), static_cast<std::uint32_t>(range.nHigh)});
+    }
+    return got == 0;
+}
+
 TEST(DeclaredText, IsReadAsTheLibraryComparesIt) {
     const std::pair<const char *, PortRanges> cases[] = {
         {"", {}},
@@ -123,38 +136,65 @@ TEST(DeclaredText, IsRefusedWhereTheLibraryCannotCompareIt) {
 // ---- Candidates
 
 TEST(PortCandidates, GiveTheNearestFirstAndTheLowerOfTwo) {
-    const PortCandidates candidates(100, {{90, 95}, {100, 100}, {103, 110}});
-    EXPECT_EQ(candidates.NearestPorts(5), (std::vector<std::uint32_t>{100, 103, 104, 95, 105}));
-    EXPECT_EQ(candidates.NearestPorts(99).size(), 15U);
-    EXPECT_TRUE(candidates.NearestPorts(0).empty());
+    const PortRanges ports = {{90, 95}, {100, 100}, {103, 110}};
+    EXPECT_EQ(PortsText(NearestPorts(ports, 5, 100)), "100,103,104,95,105");
+    EXPECT_EQ(NearestPorts(ports, 99, 100).size(), 15U);
+    EXPECT_TRUE(NearestPorts(ports, 0, 100).empty());
 }
 
 TEST(PortCandidates, ReachBothEndsFromAnywhere) {
     for (const std::uint32_t near : {1U, 30000U, 65535U}) {
-        const PortCandidates candidates(near, {{1, 1}, {65535, 65535}});
-        EXPECT_EQ(candidates.NearestPorts(3).size(), 2U) << near;
+        EXPECT_EQ(NearestPorts({{1, 1}, {65535, 65535}}, 3, near).size(), 2U) << near;
     }
 }
 
-TEST(PortCandidates, AreNoMoreOnceTheyAreRemoved) {
-    PortCandidates candidates(10, {{1, 20}});
-    candidates.Remove({{5, 9}, {11, 20}});
-    EXPECT_EQ(candidates.NearestPorts(3), (std::vector<std::uint32_t>{10, 4, 3}));
-}
-
 TEST(PortCandidates, GiveTheBlockThatStartsNearest) {
-    const PortCandidates candidates(100, {{80, 90}, {99, 101}, {112, 120}});
-    EXPECT_EQ(candidates.NearestBlock(3), (PortRange{99, 101}));
-    EXPECT_EQ(candidates.NearestBlock(4), (PortRange{112, 115}));
-    EXPECT_EQ(candidates.NearestBlock(9), (PortRange{112, 120}));
-    EXPECT_EQ(candidates.NearestBlock(10), (PortRange{81, 90}));
-    EXPECT_EQ(candidates.NearestBlock(12), std::nullopt);
+    const PortRanges ports = {{80, 90}, {99, 101}, {112, 120}};
+    EXPECT_EQ(PortsText(NearestBlock(ports, 3, 100)), "99:101");
+    EXPECT_EQ(PortsText(NearestBlock(ports, 4, 100)), "112:115");
+    EXPECT_EQ(PortsText(NearestBlock(ports, 9, 100)), "112:120");
+    EXPECT_EQ(PortsText(NearestBlock(ports, 10, 100)), "81:90");
+    EXPECT_TRUE(NearestBlock(ports, 12, 100).empty());
 }
 
 TEST(PortCandidates, GiveNoBlockBeyondTheLastPort) {
-    const PortCandidates candidates(65535, {{65530, 65535}});
-    EXPECT_EQ(candidates.NearestBlock(6), (PortRange{65530, 65535}));
-    EXPECT_EQ(candidates.NearestBlock(7), std::nullopt);
+    EXPECT_EQ(PortsText(NearestBlock({{65530, 65535}}, 6, 65535)), "65530:65535");
+    EXPECT_TRUE(NearestBlock({{65530, 65535}}, 7, 65535).empty());
+}
+
+// Against a look at every port.
+TEST(PortCandidates, AreTheNearestOfAnySet) {
+    std::mt19937 random(20261122);
+    for (int round = 0; round < 50; ++round) {
+        PortRanges ranges;
+        for (int i = 0; i < 40; ++i) {
+            const auto first = static_cast<std::uint32_t>(random() % 65500);
+            ranges.push_back({first, first + static_cast<std::uint32_t>(random() % 30)});
+        }
+        const PortRanges set = Merged(std::move(ranges));
+        const PortTable free = TableOf(set);
+        const auto near = static_cast<std::uint32_t>(random() % (kHighestPort + 1));
+        const std::size_t size = 1 + random() % 30;
+        const auto distance = [near](std::uint32_t port) {
+            return port < near ? near - port : port - near;
+        };
+        std::uint32_t nearest = kHighestPort + 1;
+        for (std::uint32_t port = 0; port + size <= kHighestPort + 1; ++port) {
+            std::size_t row = 0;
+            while (row < size && free[port + row]) {
+                ++row;
+            }
+            if (row == size && (nearest > kHighestPort || distance(port) < distance(nearest))) {
+                nearest = port;
+            }
+        }
+        const PortRanges block = NearestBlock(set, size, near);
+        ASSERT_EQ(block.empty(), nearest > kHighestPort);
+        if (!block.empty()) {
+            EXPECT_EQ(block.front().first, nearest);
+            EXPECT_EQ(PortCount(block), size);
+        }
+    }
 }
 
 // ---- The kernel's own range

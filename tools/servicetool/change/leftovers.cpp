@@ -23,7 +23,7 @@
 #include "input/input_file.h"
 #include "input/service_file.h"
 #include "lifecycle/side_copy.h"
-#include "ports/rule_file.h"
+#include "ports/source_failure.h"
 #include "support/writers_lock.h"
 
 namespace tavo::tool {

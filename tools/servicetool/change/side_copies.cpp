@@ -5,7 +5,7 @@
 
 #include "input/service_file.h"
 #include "lifecycle/side_copy.h"
-#include "ports/rule_file.h"
+#include "ports/source_failure.h"
 
 namespace tavo::tool {
 std::vector<SideCopy> SideCopiesLeft() {

@@ -1,5 +1,5 @@
-// servicetool check. Every source of taken ports is asked by itself, so that each answer has a
-// name, and what one of them cannot tell is never taken for free.
+// servicetool check. All questions are answered together, with one reading of each source. Ports of
+// which a source could not be read are never reported as free.
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -54,9 +54,8 @@ bool CheckSkippedNames(const SkippedNames &skipped, Report &report) {
 }
 
 // Nothing is asked before every question is understood.
-bool ReadQueries(const std::vector<std::string> &texts, std::vector<PortQuery> &queries,
-                 Report &report) {
-    for (const std::string &text : texts) {
+bool ReadRequests(const CheckOptions &options, std::vector<PortRequest> &requests, Report &report) {
+    for (const std::string &text : options.ports) {
         PortQuery query;
         QueryProblem problem;
         if (!ReadPortQuery(text, query, problem)) {
@@ -65,7 +64,7 @@ bool ReadQueries(const std::vector<std::string> &texts, std::vector<PortQuery> &
                              problem.fix);
             return false;
         }
-        queries.push_back(std::move(query));
+        requests.push_back({std::move(query), options.skip});
     }
     return true;
 }
@@ -81,15 +80,17 @@ Json AnswerJson(const PortQuery &query, const PortAnswer &answer) {
 }
 
 void CheckPorts(const CheckOptions &options, Report &report) {
-    std::vector<PortQuery> queries;
-    if (!ReadQueries(options.ports, queries, report)) {
+    std::vector<PortRequest> requests;
+    if (!ReadRequests(options, requests, report)) {
         return;
     }
     PortSources sources(FlagsOf(options.sources, kEverySource), report);
     ConflictTable table;
     std::string verdicts;
-    for (const PortQuery &query : queries) {
-        const PortAnswer answer = sources.Ask(query, options.skip);
+    const std::vector<PortAnswer> answers = sources.Ask(requests);
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        const PortQuery &query = requests[i].query;
+        const PortAnswer &answer = answers[i];
         answer.RaiseStatus(report);
         table.Add(answer.conflicts);
         verdicts += VerdictText(query, answer) + '\n';
@@ -108,11 +109,9 @@ void Check(const CheckOptions &options, Report &report) {
         return;
     }
     PortSources sources(FlagsOf(options.sources, kSourcesOfFiles), report);
-    // What the library says of a whole file can be laid beside only where it was asked the same.
+    // What an install will say can be told only where the same is asked.
     const bool as_library = options.skip.empty() && options.sources.empty();
-    for (const std::string &path : options.files) {
-        CheckFile({path, options.skip, as_library, !options.no_legend}, sources, report);
-    }
+    CheckFiles({options.files, options.skip, as_library, !options.no_legend}, sources, report);
 }
 
 constexpr std::string_view kSourceNames = "forward service setting socket";

@@ -82,15 +82,18 @@ void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeRepo
             leaving.push_back(old.section);
         }
     }
-    const std::optional<Queries> queries = QueriesOf(source.text);
+    const std::optional<Queries> queries = QueriesOf(source.text, source.lint);
     if (!queries) {
         throw std::runtime_error("the library does not read " + source.name);
     }
-    PortSources sources(kSourcesOfFiles, report);
+    std::vector<PortRequest> requests;
     for (const SectionQuery &wanted : *queries) {
-        SkippedNames skipped = leaving;
-        skipped.push_back(wanted.section);
-        change.Add(wanted.section, wanted.query, sources.Ask(wanted.query, skipped));
+        requests.push_back({wanted.query, leaving});
+        requests.back().skipped.push_back(wanted.section);
+    }
+    const std::vector<PortAnswer> answers = PortSources(kSourcesOfFiles, report).Ask(requests);
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        change.Add((*queries)[i].section, requests[i].query, answers[i]);
     }
 }
 

@@ -1,6 +1,4 @@
-// servicetool suggest. What is declared is asked for once, about all ports; sockets, which the
-// library does not name, only about the candidates, and not for ever.
-#include <chrono>
+// servicetool suggest: the free ports that are nearest to one, of all that no source has.
 #include <cstddef>
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -11,7 +9,6 @@
 #include "commands/commands.h"
 #include "output/text.h"
 #include "ports/ephemeral_ports.h"
-#include "ports/free_port_search.h"
 #include "ports/port_candidates.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
@@ -27,30 +24,24 @@ struct SuggestOptions {
     std::string protocols;  // as in a port list; both where empty
 };
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::uint32_t kDefaultNear = 8080;
 constexpr std::uint32_t kLastPrivilegedPort = 1023;
 
-// Each port of a long row of held ones takes a question.
-constexpr std::chrono::seconds kPatience(30);
-
-constexpr int kDeclaringSources =
-    TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY;
+constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
+                             TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
 
 class Suggestion {
   public:
     Suggestion(const SuggestOptions &options, std::uint32_t protocols, Report &report)
         : options_(options),
           protocols_(protocols),
-          sources_(kDeclaringSources, report),
+          sources_(kEverySource, report),
           report_(report) {}
 
     void Run();
 
   private:
-    std::optional<PortRanges> UndeclaredPorts();
-    std::optional<bool> AnyHeldBySockets(const PortRanges &set);
+    std::optional<PortRanges> FreePorts();
     void Tell(const PortRanges &found);
     void TellTooFew(std::size_t found);
 
@@ -60,56 +51,36 @@ class Suggestion {
     std::uint32_t protocols_;
     PortSources sources_;
     Report &report_;
-    Clock::time_point deadline_ = Clock::now() + kPatience;
     PortRange ephemeral_{};
     PortRange wanted_{};
 };
 
 void Suggestion::Run() {
-    const std::optional<PortRanges> undeclared = UndeclaredPorts();
-    if (!undeclared) {
-        return;
-    }
-    const PortCandidates candidates(Near(), *undeclared);
-    const HeldQuestion any_held = [this](const PortRanges &set) { return AnyHeldBySockets(set); };
-    const std::optional<PortRanges> found =
-        options_.block ? FindFreeBlock(candidates, options_.count, any_held)
-                       : FindFreePorts(candidates, options_.count, any_held);
-    if (found) {
-        Tell(*found);
+    const std::optional<PortRanges> free = FreePorts();
+    if (free) {
+        Tell(options_.block ? NearestBlock(*free, options_.count, Near())
+                            : NearestPorts(*free, options_.count, Near()));
     }
 }
 
-// None where something cannot be told.
-std::optional<PortRanges> Suggestion::UndeclaredPorts() {
+// None when a source could not be read.
+std::optional<PortRanges> Suggestion::FreePorts() {
     const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral_);
     if (!problem.empty()) {
         report_.TellError(kEphemeralPorts, "unreadable", problem);
     }
     const std::uint32_t lowest = Near() <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1;
     wanted_ = {lowest, kHighestPort};
-    const PortAnswer declared = sources_.Ask({{wanted_}, protocols_}, {});
-    if (!problem.empty() || !declared.failed.empty()) {
+    const PortAnswer taken = sources_.Ask({{wanted_}, protocols_}, {});
+    if (!problem.empty() || !taken.failed.empty()) {
         report_.Raise(Status::kFailed);
         return {};
     }
     PortRanges excluded = {ephemeral_, {kReservedPort, kReservedPort}};
-    for (const PortConflict &conflict : declared.conflicts) {
+    for (const PortConflict &conflict : taken.conflicts) {
         excluded.push_back(conflict.range);
     }
     return Without({wanted_}, Merged(std::move(excluded)));
-}
-
-std::optional<bool> Suggestion::AnyHeldBySockets(const PortRanges &set) {
-    if (Clock::now() >= deadline_) {
-        report_.TellError("", "failed",
-                          "free ports cannot be told within " +
-                              Counted(static_cast<std::size_t>(kPatience.count()), "second"),
-                          "start where fewer sockets are, with --near");
-        report_.Raise(Status::kFailed);
-        return {};
-    }
-    return sources_.AnyHeldBySockets(set, protocols_);
 }
 
 void Suggestion::Tell(const PortRanges &found) {

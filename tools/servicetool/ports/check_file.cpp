@@ -1,17 +1,14 @@
-// The library answers for a file as a whole, with the first collision that it meets. The author of
-// the file wants all of them, so the sections are asked for one by one in the library's manner, and
-// its own answer, which is what an install on an appliance goes by, is laid beside.
+// An install compares a file section by section and stops at the first conflict. The author of the
+// file wants all of them, and to know where an install would not see one.
 #include "ports/check_file.h"
 
 #include <algorithm>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
 #include "change/linted_file.h"
 #include "config_lines.h"
-#include "input/input_file.h"
 #include "output/text.h"
 #include "ports/conflict_output.h"
 #include "ports/section_queries.h"
@@ -24,19 +21,18 @@ using Json = nlohmann::ordered_json;
 constexpr char kInvalid[] = "invalid";
 
 struct CheckedSection {
-    std::string name;
-    PortQuery query;
+    SectionQuery wanted;
     PortAnswer answer;
-};
 
-// What an install would be told.
-int LibraryVerdictOn(const std::string &text) {
-    const MemoryFile file(text);
-    TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
-    const int verdict = TLIBIsConfPortConflict(file.Path().c_str(), &conflicts);
-    TAVOServiceConfPortsFree(conflicts);
-    return verdict;
-}
+    // Whether an install reports a conflict of the section. It asks for no sockets where dst.ports
+    // names no protocol.
+    bool StopsInstall() const {
+        return std::any_of(answer.conflicts.begin(), answer.conflicts.end(),
+                           [this](const PortConflict &conflict) {
+                               return conflict.source != kSocketSource || wanted.names_protocols;
+                           });
+    }
+};
 
 // The worst one: what is taken is so, whatever else cannot be told.
 PortVerdict VerdictOf(const std::vector<CheckedSection> &sections) {
@@ -50,91 +46,83 @@ PortVerdict VerdictOf(const std::vector<CheckedSection> &sections) {
                                         : PortVerdict::kFree;
 }
 
+// One file that lint found no error in.
 class FileCheck {
   public:
     FileCheck(const FileQuestion &question, LintedFile file, Report &report)
-        : question_(question),
-          file_(std::move(file)),
-          global_(GlobalLine(file_.text)),
-          report_(report) {}
+        : question_(question), file_(std::move(file)), report_(report) {}
 
-    void Run(PortSources &sources);
+    // Adds the requests of the sections. Returns false after a failure, which is reported.
+    bool AddRequests(std::vector<PortRequest> &requests);
+
+    // Takes the answers from `next` on, as many as there were requests.
+    void Conclude(std::vector<PortAnswer>::iterator &next);
 
   private:
-    void TellInvalid();
-    void AskFor(SectionQuery question, PortSources &sources);
-    void CompareWithLibrary(int verdict);
+    void CompareWithInstall();
     void TellOfInstall(std::string message, std::string fix, const ConfigLine &line = {});
     void Print();
     void AddJson();
 
     const FileQuestion &question_;
     LintedFile file_;
-    std::optional<ConfigLine> global_;
     Report &report_;
     std::vector<CheckedSection> sections_;
     PortVerdict verdict_ = PortVerdict::kUnknown;
 };
 
-void FileCheck::Run(PortSources &sources) {
-    if (file_.lint.errors != 0) {
-        TellInvalid();
-        return;
-    }
-    const auto queries = QueriesOf(file_.text);
+bool FileCheck::AddRequests(std::vector<PortRequest> &requests) {
+    auto queries = QueriesOf(file_.text, file_.lint);
     if (!queries) {
         report_.TellError(file_.name, "failed", "the library does not read it");
         report_.Raise(Status::kFailed);
-        return;
+        return false;
     }
-    for (const SectionQuery &query : *queries) {
-        AskFor(query, sources);
+    for (SectionQuery &query : *queries) {
+        SkippedNames skipped = question_.skipped;
+        skipped.push_back(query.section);
+        requests.push_back({query.query, std::move(skipped)});
+        sections_.push_back({std::move(query), {}});
+    }
+    return true;
+}
+
+void FileCheck::Conclude(std::vector<PortAnswer>::iterator &next) {
+    for (CheckedSection &section : sections_) {
+        section.answer = std::move(*next++);
+        section.answer.RaiseStatus(report_);
     }
     verdict_ = VerdictOf(sections_);
-    if (question_.as_library) {
-        CompareWithLibrary(LibraryVerdictOn(file_.text));
+    if (question_.as_install) {
+        CompareWithInstall();
     }
     Print();
     AddJson();
 }
 
-void FileCheck::TellInvalid() {
-    report_.Raise(Status::kNo);
-    report_.Print(Escaped(file_.name) + ": " + LintVerdict(file_.lint) + '\n');
-    report_.AddResult({{"file", Utf8Text(file_.name)},
-                       {"verdict", kInvalid},
-                       {"sections", Json::array()},
-                       {"conflicts", Json::array()}});
-}
-
-void FileCheck::AskFor(SectionQuery question, PortSources &sources) {
-    SkippedNames skipped = question_.skipped;
-    skipped.push_back(question.section);
-    PortAnswer answer = sources.Ask(question.query, skipped);
-    answer.RaiseStatus(report_);
-    sections_.push_back(
-        {std::move(question.section), std::move(question.query), std::move(answer)});
-}
-
-// Where the library sees something else than the sections show, whoever installs the file will be
-// told something else, too.
-void FileCheck::CompareWithLibrary(int verdict) {
-    const bool taken = verdict_ == PortVerdict::kTaken;
-    if (verdict < 0 && global_) {
+// An install stops at the first section with a conflict, and at a [global] without ports, which it
+// takes for a section that it cannot check.
+void FileCheck::CompareWithInstall() {
+    const std::optional<ConfigLine> global = PortlessGlobalLine(file_.text);
+    const auto is_checked = [&global](const CheckedSection &section) {
+        return !global || section.wanted.line < global->number;
+    };
+    const bool stops = std::any_of(sections_.begin(), sections_.end(), [&](const auto &section) {
+        return is_checked(section) && section.StopsInstall();
+    });
+    const bool unknown = std::any_of(sections_.begin(), sections_.end(), [](const auto &section) {
+        return !section.answer.failed.empty();
+    });
+    if (global && !stops) {
         TellOfInstall(
             "section [global] has no dst.ports, so an install cannot check the file and reports "
             "no conflict",
-            "", *global_);
-    } else if (verdict < 0) {
-        report_.TellError(file_.name, "failed", "the library cannot check the file as a whole");
-        report_.Raise(Status::kFailed);
-    } else if (verdict == 0 && taken) {
+            "", *global);
+    } else if (verdict_ == PortVerdict::kTaken && !stops && !unknown) {
         TellOfInstall(
             "an install reports no conflict: where dst.ports names no protocol, it asks "
             "for no sockets",
             "name the protocols, as in 80/tcp,udp");
-    } else if (verdict > 0 && !taken) {
-        TellOfInstall("an install reports a conflict that no section of the file has", "ask again");
     }
 }
 
@@ -150,9 +138,9 @@ void FileCheck::Print() {
     std::string verdicts;
     const std::string name = Escaped(file_.name) + ": ";
     for (const CheckedSection &section : sections_) {
-        table.Add(section.answer.conflicts, section.name);
-        verdicts += name + '[' + Escaped(section.name) + "] " +
-                    VerdictText(section.query, section.answer) + '\n';
+        table.Add(section.answer.conflicts, section.wanted.section);
+        verdicts += name + '[' + Escaped(section.wanted.section) + "] " +
+                    VerdictText(section.wanted.query, section.answer) + '\n';
     }
     report_.Print(table.Text(question_.header, report_.Columns()));
     report_.Print(verdicts);
@@ -163,12 +151,12 @@ void FileCheck::AddJson() {
     json["sections"] = Json::array();
     json["conflicts"] = Json::array();
     for (const CheckedSection &section : sections_) {
-        json["sections"].push_back({{"name", Utf8Text(section.name)},
-                                    {"query", QueryText(section.query)},
+        json["sections"].push_back({{"name", Utf8Text(section.wanted.section)},
+                                    {"query", QueryText(section.wanted.query)},
                                     {"verdict", VerdictName(section.answer.Verdict())},
                                     {"failed_sources", section.answer.failed}});
         for (const PortConflict &conflict : section.answer.conflicts) {
-            Json one = {{"section", Utf8Text(section.name)}};
+            Json one = {{"section", Utf8Text(section.wanted.section)}};
             one.update(ConflictJson(conflict));
             json["conflicts"].push_back(std::move(one));
         }
@@ -176,12 +164,38 @@ void FileCheck::AddJson() {
     report_.AddResult(json);
 }
 
+void TellInvalid(const LintedFile &file, Report &report) {
+    report.Raise(Status::kNo);
+    report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
+    report.AddResult({{"file", Utf8Text(file.name)},
+                      {"verdict", kInvalid},
+                      {"sections", Json::array()},
+                      {"conflicts", Json::array()}});
+}
+
 }  // namespace
 
-void CheckFile(const FileQuestion &question, PortSources &sources, Report &report) {
-    LintedFile file;
-    if (LintAndTell(question.path, file, report)) {
-        FileCheck(question, std::move(file), report).Run(sources);
+void CheckFiles(const FileQuestion &question, PortSources &sources, Report &report) {
+    std::vector<FileCheck> checks;
+    std::vector<PortRequest> requests;
+    for (const std::string &path : question.paths) {
+        LintedFile file;
+        if (!LintAndTell(path, file, report)) {
+            continue;
+        }
+        if (file.lint.errors != 0) {
+            TellInvalid(file, report);
+            continue;
+        }
+        FileCheck check(question, std::move(file), report);
+        if (check.AddRequests(requests)) {
+            checks.push_back(std::move(check));
+        }
+    }
+    std::vector<PortAnswer> answers = sources.Ask(requests);
+    auto next = answers.begin();
+    for (FileCheck &check : checks) {
+        check.Conclude(next);
     }
 }
 

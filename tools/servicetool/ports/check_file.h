@@ -3,6 +3,7 @@
 #define TAVO_SERVICETOOL_PORTS_CHECK_FILE_H
 
 #include <string>
+#include <vector>
 
 #include "output/report.h"
 #include "ports/port_sources.h"
@@ -10,19 +11,19 @@
 
 namespace tavo::tool {
 
-// Whom the library asks about a whole file.
+// The sources that an install compares a file with.
 inline constexpr int kSourcesOfFiles =
     TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
 
 struct FileQuestion {
-    const std::string &path;  // "-" for standard input
+    const std::vector<std::string> &paths;  // "-" for standard input
     const SkippedNames &skipped;
-    bool as_library;  // the sections are asked for as the library does it for a whole file
+    bool as_install;  // the same is asked as by an install, so its answer is known
     bool header;
 };
 
-// Lints the file, then asks for the destination ports of each section, which skips itself.
-void CheckFile(const FileQuestion &question, PortSources &sources, Report &report);
+// Lints the files, then asks for the destination ports of every section, which skips itself.
+void CheckFiles(const FileQuestion &question, PortSources &sources, Report &report);
 
 }  // namespace tavo::tool
 

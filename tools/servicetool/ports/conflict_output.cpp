@@ -24,7 +24,7 @@ Json HolderJson(const PortHolder &holder) {
 
 std::string HeldByText(const PortConflict &conflict) {
     if (conflict.source == kSocketSource) {
-        return conflict.exact ? "in use now" : "some in use now";
+        return "in use now";
     }
     if (conflict.source == kReservedSource) {
         return "always taken";
@@ -75,7 +75,7 @@ Json ConflictJson(const PortConflict &conflict) {
             {"protocols", ProtocolNames(conflict.protocols)},
             {"source", conflict.source},
             {"held_by", std::move(holders)},
-            {"exact", conflict.exact}};
+            {"exact", true}};
 }
 
 void ConflictTable::Add(const std::vector<PortConflict> &conflicts, const std::string &section) {

@@ -10,7 +10,6 @@
 #include "input/library_owners.h"
 #include "ports/port_sources.h"
 #include "ports/protocols.h"
-#include "ports/rule_file.h"
 #include "ports/source_failure.h"
 #include "tavoserviceconf.h"
 
@@ -138,16 +137,19 @@ void AddConflict(const PortConflict &conflict, std::uint32_t protocols,
     }
 }
 
-std::string DetailOf(const ForwardRule &rule) {
-    return rule.Value(kRuleProtocol) + ", " + rule.Value(kRuleRouterPorts) + " of the router to " +
-           rule.Value(kRuleAppliancePorts);
+std::string DetailOf(const ForwardingRule &rule) {
+    return std::string(rule.protocol) + ", " + rule.router_ports + " of the router to " +
+           rule.appliance_ports;
 }
 
 void AddDetails(std::vector<DeclaredClaim> &claims) {
-    const RuleFile file;
-    std::map<std::string_view, std::string> details;
-    for (const ForwardRule &rule : file.Rules()) {
-        details.emplace(rule.line.name, DetailOf(rule));
+    ForwardingRules rules;
+    ForwardingRule rule{};
+    std::map<std::string, std::string> details;
+    while (rules.Next(rule) == ForwardingRules::Step::kRule) {
+        if (rule.MissingKey() == nullptr) {
+            details.emplace(rule.section, DetailOf(rule));
+        }
     }
     for (DeclaredClaim &claim : claims) {
         const auto detail = details.find(claim.holder.entry);

@@ -104,20 +104,15 @@ PortQuery Accounts::SocketlessPorts(std::uint32_t protocol) const {
     return query;
 }
 
-// Of a socket at one of many ports it may be left open which port that is.
 void Accounts::AddBound(const PortAnswer &answer, std::uint32_t protocol) {
     PortRanges bound;
-    PortRanges unclear;
+    const bool unknown = !answer.failed.empty();
     for (const PortConflict &conflict : answer.conflicts) {
         if (conflict.source == kSocketSource) {
-            (conflict.exact ? bound : unclear).push_back(conflict.range);
+            bound.push_back(conflict.range);
         }
     }
-    if (!answer.failed.empty()) {
-        unclear = {{0, kHighestPort}};
-    }
     bound = Merged(std::move(bound));
-    unclear = Merged(std::move(unclear));
     for (PortAccount *account : AccountsIn({0, kHighestPort}, protocol)) {
         const PortRange port = {account->port, account->port};
         if (!account->held.empty()) {
@@ -125,7 +120,7 @@ void Accounts::AddBound(const PortAnswer &answer, std::uint32_t protocol) {
         }
         if (!Overlap(bound, port).empty()) {
             account->held.push_back({account->port, protocol, kNoState, {}});
-        } else if (!Overlap(unclear, port).empty()) {
+        } else if (unknown) {
             account->failed.push_back(kSocketSource);
         }
     }

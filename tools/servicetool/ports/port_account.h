@@ -11,7 +11,7 @@
 
 #include "output/report.h"
 #include "ports/declared_claims.h"
-#include "ports/port_question.h"
+#include "ports/port_sources.h"
 #include "ports/socket_holders.h"
 
 namespace tavo::tool {

@@ -1,60 +1,58 @@
 #include "ports/port_candidates.h"
 
-#include <algorithm>
+#include <vector>
 
 namespace tavo::tool {
 namespace {
 
-void Mark(const PortRanges &ports, bool mark, std::vector<bool> &marks) {
-    for (const PortRange &range : ports) {
-        std::fill(marks.begin() + range.first, marks.begin() + range.last + 1, mark);
+// How many ports of the set are in a row from each port on.
+std::vector<std::size_t> RowsFrom(const PortRanges &set) {
+    std::vector<std::size_t> rows(kHighestPort + 1, 0);
+    for (const PortRange &range : set) {
+        for (std::uint32_t port = range.first; port <= range.last; ++port) {
+            rows[port] = range.last - port + 1;
+        }
     }
+    return rows;
 }
 
-}  // namespace
-
-PortCandidates::PortCandidates(std::uint32_t near, const PortRanges &ports) : near_(near) {
-    Mark(ports, true, left_);
-}
-
-void PortCandidates::Remove(const PortRanges &ports) {
-    Mark(ports, false, left_);
-}
-
-template <typename IsFit>
-std::vector<std::uint32_t> PortCandidates::Nearest(std::size_t count, IsFit is_fit) const {
+// The nearest ports from which at least `row` ports of the set follow.
+std::vector<std::uint32_t> Nearest(const PortRanges &set, std::size_t count, std::size_t row,
+                                   std::uint32_t near) {
+    const std::vector<std::size_t> rows = RowsFrom(set);
     std::vector<std::uint32_t> ports;
     const auto look_at = [&](std::uint32_t port) {
-        if (ports.size() < count && is_fit(port)) {
+        if (ports.size() < count && rows[port] >= row) {
             ports.push_back(port);
         }
     };
     for (std::uint32_t distance = 0; distance <= kHighestPort && ports.size() < count; ++distance) {
-        if (distance <= near_) {
-            look_at(near_ - distance);
+        if (distance <= near) {
+            look_at(near - distance);
         }
-        if (distance != 0 && near_ + distance <= kHighestPort) {
-            look_at(near_ + distance);
+        if (distance != 0 && near + distance <= kHighestPort) {
+            look_at(near + distance);
         }
     }
     return ports;
 }
 
-std::vector<std::uint32_t> PortCandidates::NearestPorts(std::size_t count) const {
-    return Nearest(count, [this](std::uint32_t port) { return left_[port]; });
+}  // namespace
+
+PortRanges NearestPorts(const PortRanges &set, std::size_t count, std::uint32_t near) {
+    PortRanges ports;
+    for (const std::uint32_t port : Nearest(set, count, 1, near)) {
+        ports.push_back({port, port});
+    }
+    return ports;
 }
 
-std::optional<PortRange> PortCandidates::NearestBlock(std::uint32_t size) const {
-    std::vector<std::uint32_t> row_from(kHighestPort + 2, 0);  // how many in a row from each port
-    for (std::uint32_t port = kHighestPort + 1; port-- > 0;) {
-        row_from[port] = left_[port] ? row_from[port + 1] + 1 : 0;
+PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t near) {
+    PortRanges block;
+    for (const std::uint32_t first : Nearest(set, 1, size, near)) {
+        block.push_back({first, first + static_cast<std::uint32_t>(size) - 1});
     }
-    const auto start =
-        Nearest(1, [&row_from, size](std::uint32_t port) { return row_from[port] >= size; });
-    if (start.empty()) {
-        return {};
-    }
-    return PortRange{start.front(), start.front() + size - 1};
+    return block;
 }
 
 }  // namespace tavo::tool

@@ -1,38 +1,20 @@
-// Ports that may be free, the nearest first.
+// The nearest of free ports. Of two at the same distance, the lower one is the nearer.
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_CANDIDATES_H
 #define TAVO_SERVICETOOL_PORTS_PORT_CANDIDATES_H
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
-#include <vector>
 
 #include "ports/port_ranges.h"
 
 namespace tavo::tool {
 
-// Of two ports at the same distance from `near`, the lower one is the nearer.
-class PortCandidates {
-  public:
-    PortCandidates(std::uint32_t near, const PortRanges &ports);
+// The `count` ports of a set that are nearest to `near`, the nearest first, or as many as there
+// are.
+PortRanges NearestPorts(const PortRanges &set, std::size_t count, std::uint32_t near);
 
-    std::uint32_t Near() const { return near_; }
-
-    void Remove(const PortRanges &ports);
-
-    // The nearest `count` ports, or as many as there are.
-    std::vector<std::uint32_t> NearestPorts(std::size_t count) const;
-
-    // The block of `size` ports in a row whose first port is the nearest.
-    std::optional<PortRange> NearestBlock(std::uint32_t size) const;
-
-  private:
-    template <typename IsFit>
-    std::vector<std::uint32_t> Nearest(std::size_t count, IsFit is_fit) const;
-
-    std::uint32_t near_;
-    std::vector<bool> left_ = std::vector<bool>(kHighestPort + 1, false);
-};
+// The block of `size` ports of a set in a row whose first port is nearest to `near`, or no range.
+PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t near);
 
 }  // namespace tavo::tool
 

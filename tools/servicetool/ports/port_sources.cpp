@@ -1,58 +1,133 @@
 #include "ports/port_sources.h"
 
-#include <cstdint>
+#include <map>
+#include <new>
 #include <utility>
 
+#include "engine/conflicts.h"
+#include "input/library_log.h"
+#include "input/service_file.h"
 #include "output/diagnostic.h"
-#include "ports/protocols.h"
-#include "ports/socket_ports.h"
 #include "ports/source_failure.h"
 
 namespace tavo::tool {
 namespace {
 
-// Enough to find a few dozen sockets among all ports, on an ordinary appliance within a second.
-constexpr SearchLimits kCheckLimits = {512, std::chrono::seconds(3)};
-
-// Every word leaves its settings out of the comparison, so asked with all the others left out, the
-// library tells what this one holds.
-SkippedNames AllSettingsBut(const ServiceSetting &setting, SkippedNames skipped) {
-    for (const ServiceSetting &other : kServiceSettings) {
-        if (other.service != setting.service) {
-            skipped.emplace_back(other.service);
+// The requests as the engine takes them, with what they point to.
+class Questions {
+  public:
+    Questions(const std::vector<PortRequest> &requests, int sources) {
+        for (const PortRequest &request : requests) {
+            Part part;
+            for (const PortRange &range : request.query.items) {
+                part.ports.push_back({static_cast<int>(range.first), static_cast<int>(range.last)});
+            }
+            for (const std::string &name : request.skipped) {
+                part.skipped.push_back(name.c_str());
+            }
+            parts_.push_back(std::move(part));
+        }
+        for (std::size_t i = 0; i < requests.size(); ++i) {
+            questions_.push_back(
+                {parts_[i].ports, requests[i].query.protocols, parts_[i].skipped, sources});
         }
     }
-    return skipped;
+
+    const std::vector<PortQuestion> &All() const { return questions_; }
+
+  private:
+    struct Part {
+        std::vector<Range> ports;
+        std::vector<const char *> skipped;
+    };
+
+    std::vector<Part> parts_;
+    std::vector<PortQuestion> questions_;
+};
+
+std::string_view SourceName(int flag) {
+    for (const PortSource &source : kPortSources) {
+        if (source.flag == flag) {
+            return source.name;
+        }
+    }
+    return kReservedSource;
 }
 
-Declarations DeclaredBy(const ServiceSetting &setting) {
-    const std::string key(setting.key);
-    return {{{0, kHighestPort},
-             TAVO_PROTO_BOTH,
-             {std::string(setting.service), kSettingsFile, key, key}}};
+// "built-in", "system/FILE" or "package/FILE".
+std::string FolderAndName(const std::string &path) {
+    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
+        if (path.starts_with(folder.path)) {
+            return std::string(folder.name) + path.substr(folder.path.size());
+        }
+    }
+    return "built-in";
+}
+
+// One that declares the ports; for sockets and the reserved port none does.
+PortHolder HolderOf(const TakenPorts &taken) {
+    const PortDeclarer &declarer = taken.declarer;
+    const auto text = [](const char *part) { return std::string(part == nullptr ? "" : part); };
+    PortHolder holder = {text(declarer.name), text(declarer.file), text(declarer.entry), ""};
+    switch (taken.source) {
+        case TAVO_PORT_CHECK_PORT_FORWARD:
+            holder.place = "rule " + holder.entry +
+                           (text(declarer.title).empty() ? "" : ", " + text(declarer.title));
+            break;
+        case TAVO_PORT_CHECK_FW_SERVICE:
+            holder.place = FolderAndName(holder.file);
+            break;
+        default:
+            holder.place = holder.entry;
+            break;
+    }
+    return holder;
+}
+
+// Groups what one source has of one request into rows: a port that several declare as part of
+// different ranges has a row for each range.
+class Rows {
+  public:
+    void Add(const TakenPorts &taken) {
+        const PortRange range = {static_cast<std::uint32_t>(taken.range.nLow),
+                                 static_cast<std::uint32_t>(taken.range.nHigh)};
+        by_range_[range][HolderOf(taken)] |= taken.protocols;
+    }
+
+    void MoveTo(std::string_view source, std::vector<PortConflict> &conflicts) && {
+        for (auto &[range, holders] : by_range_) {
+            std::map<std::uint32_t, std::vector<PortHolder>> by_protocols;
+            for (const auto &[holder, protocols] : holders) {
+                std::vector<PortHolder> &named = by_protocols[protocols];
+                if (holder != PortHolder{}) {
+                    named.push_back(holder);
+                }
+            }
+            for (auto &[protocols, named] : by_protocols) {
+                conflicts.push_back({range, protocols, source, std::move(named)});
+            }
+        }
+    }
+
+  private:
+    std::map<PortRange, std::map<PortHolder, std::uint32_t>> by_range_;
+};
+
+// The records come by source, so each source's rows are complete when the next one begins.
+void AddConflicts(std::span<const TakenPorts> taken, std::vector<PortAnswer> &answers) {
+    for (std::size_t i = 0; i < taken.size();) {
+        const int source = taken[i].source;
+        std::map<std::size_t, Rows> by_question;
+        for (; i < taken.size() && taken[i].source == source; ++i) {
+            by_question[taken[i].question].Add(taken[i]);
+        }
+        for (auto &[question, rows] : by_question) {
+            std::move(rows).MoveTo(SourceName(source), answers[question].conflicts);
+        }
+    }
 }
 
 }  // namespace
-
-struct PortSources::Question {
-    const PortQuery &query;
-    const PortRanges set;  // of the query
-    const SkippedNames &skipped;
-    PortAnswer answer = {};
-
-    LibraryAnswer Ask(int flag, std::uint32_t protocols) const {
-        return AskLibrary(set, protocols, skipped, flag);
-    }
-
-    void AddTaken(std::string_view source, const HeldPorts &held, bool exact = true) {
-        for (HeldPorts::Row &row : held.Rows()) {
-            answer.conflicts.push_back(
-                {row.range, row.protocols, source, std::move(row.holders), exact});
-        }
-    }
-
-    void AddFailed(std::string_view source) { answer.failed.push_back(source); }
-};
 
 PortVerdict PortAnswer::Verdict() const {
     if (!conflicts.empty()) {
@@ -70,174 +145,71 @@ void PortAnswer::RaiseStatus(Report &report) const {
     }
 }
 
-PortSources::PortSources(int flags, Report &report) : flags_(flags), report_(report) {}
-
-PortSources::~PortSources() = default;
-
-PortAnswer PortSources::Ask(const PortQuery &query, const SkippedNames &skipped) {
-    static constexpr struct {
-        int flag;
-        void (PortSources::*ask)(Question &);
-    } kSteps[] = {
-        {TAVO_PORT_CHECK_PORT_FORWARD, &PortSources::AskForward},
-        {TAVO_PORT_CHECK_FW_SERVICE, &PortSources::AskServices},
-        {TAVO_PORT_CHECK_SYS_KEY, &PortSources::AskSettings},
-        {TAVO_PORT_CHECK_RUNTIME, &PortSources::AskSockets},
-    };
-    Question question = {query, Merged(query.items), skipped};
-    if (NamesReservedPort(query.items)) {
-        question.answer.conflicts.push_back(
-            {{kReservedPort, kReservedPort}, query.protocols, kReservedSource, {}});
+std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &requests) {
+    if (requests.empty()) {
+        return {};
     }
-    for (const auto &step : kSteps) {
-        if ((flags_ & step.flag) != 0) {
-            (this->*step.ask)(question);
+    const Questions questions(requests, flags_);
+    PortConflicts found;
+    if (!found.Find(questions.All())) {
+        throw std::bad_alloc();
+    }
+    std::vector<PortAnswer> answers(requests.size());
+    AddConflicts(found.Taken(), answers);
+    AddFailures(found, answers);
+    return answers;
+}
+
+void PortSources::AddFailures(const PortConflicts &found, std::vector<PortAnswer> &answers) {
+    for (const PortSource &source : kPortSources) {
+        if ((flags_ & source.flag) != 0) {
+            AddFailures(source, found, answers);
         }
     }
-    return std::move(question.answer);
 }
 
-void PortSources::AskForward(Question &question) {
-    const LibraryAnswer answer =
-        question.Ask(TAVO_PORT_CHECK_PORT_FORWARD, question.query.protocols);
-    // The library takes a file that it is kept from seeing for one that is not there.
-    const bool barred =
-        !Rules().Problem().empty() && !Rules().IsMissing() && TLIBCFileExist(kRuleFile) == 0;
-    if (answer.verdict == PortVerdict::kUnknown || barred) {
-        question.AddFailed(kForwardSource);
-        TellOnce(WhyRulesAreUnknown(Rules(), question.skipped, answer.reason));
-        return;
+// Of the rules, only the first failure of each request is reported: a file with one mistake in
+// every rule is one problem.
+void PortSources::AddFailures(const PortSource &source, const PortConflicts &found,
+                              std::vector<PortAnswer> &answers) {
+    const bool rules = source.flag == TAVO_PORT_CHECK_PORT_FORWARD;
+    const bool files_known = source.flag != TAVO_PORT_CHECK_FW_SERVICE ||
+                             TellUnreadServiceFiles(*found.Services(), report_);
+    bool failed = false;
+    for (PortAnswer &answer : answers) {
+        if (!files_known) {
+            answer.failed.push_back(source.name);
+        }
     }
-    Diagnostic finding;
-    if (FindDisregardedRules(Rules(), finding)) {
-        TellOnce(std::move(finding));
+    if (source.flag == TAVO_PORT_CHECK_SYS_KEY) {
+        TellIgnoredLines(source);
     }
-    HeldPorts held;
-    if (answer.verdict == PortVerdict::kTaken) {
-        held.Add(answer.taken, TAVO_PROTO_BOTH, DeclaredBy(Rules()), question.skipped);
-    }
-    question.AddTaken(kForwardSource, held);
-}
-
-void PortSources::AskServices(Question &question) {
-    HeldPorts held;
-    bool known = ServicesAreKnown(question.skipped);
-    for (const std::uint32_t protocol : kProtocols) {
-        if ((question.query.protocols & protocol) == 0) {
+    for (const SourceFailure &failure : found.Failures()) {
+        if (failure.source != source.flag) {
             continue;
         }
-        const LibraryAnswer answer = question.Ask(TAVO_PORT_CHECK_FW_SERVICE, protocol);
-        if (answer.verdict == PortVerdict::kUnknown) {
-            known = false;
-            TellOnce(WhyServicesAreUnknown(Services(), question.skipped, answer.reason));
-        } else if (answer.verdict == PortVerdict::kTaken) {
-            held.Add(answer.taken, protocol, DeclaredBy(Services()), question.skipped);
+        failed = true;
+        PortAnswer &answer = answers[failure.question];
+        const bool first = answer.failed.empty() || answer.failed.back() != source.name;
+        if (first) {
+            answer.failed.push_back(source.name);
+        }
+        // What a file that was reported already leaves unknown is not reported again.
+        if ((first || !rules) &&
+            (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
+            TellOnce(WhyUnknown(failure));
         }
     }
-    if (!known) {
-        question.AddFailed(kServiceSource);
+    if (rules && !failed) {
+        TellIgnoredLines(source);
     }
-    question.AddTaken(kServiceSource, held);
 }
 
-void PortSources::AskSettings(Question &question) {
+void PortSources::TellIgnoredLines(const PortSource &source) {
     Diagnostic finding;
-    if (!std::exchange(settings_looked_at_, true) && FindDisregardedSettings(finding)) {
+    if (FindIgnoredLines(source.flag, finding)) {
         TellOnce(std::move(finding));
     }
-    HeldPorts held;
-    bool known = true;
-    for (const ServiceSetting &setting : kServiceSettings) {
-        if (Skips(question.skipped, std::string(setting.service))) {
-            continue;
-        }
-        const LibraryAnswer answer =
-            AskLibrary(question.set, question.query.protocols,
-                       AllSettingsBut(setting, question.skipped), TAVO_PORT_CHECK_SYS_KEY);
-        if (answer.verdict == PortVerdict::kUnknown) {
-            known = false;
-            TellOnce(WhySettingIsUnknown(setting, answer.reason));
-        }
-        held.Add(answer.taken, TAVO_PROTO_BOTH, DeclaredBy(setting), {});
-    }
-    if (!known) {
-        question.AddFailed(kSettingSource);
-    }
-    question.AddTaken(kSettingSource, held);
-}
-
-void PortSources::AskSockets(Question &question) {
-    HeldPorts held;
-    HeldPorts partly_held;
-    bool known = true;
-    std::string problem;
-    for (const std::uint32_t protocol : kProtocols) {
-        if ((question.query.protocols & protocol) != 0) {
-            const SocketPorts sockets =
-                tool::AskSockets(question.set, protocol, question.skipped, kCheckLimits);
-            problem = problem.empty() ? sockets.problem : problem;
-            known = known && sockets.known && SocketsAreSeen(protocol, problem);
-            held.Add(sockets.held, protocol);
-            for (const PortRange &range : sockets.partly_held) {
-                partly_held.Add({range}, protocol);
-            }
-        }
-    }
-    if (!known) {
-        question.AddFailed(kSocketSource);
-        TellOnce(WhySocketsAreUnknown(question.set, problem));
-    }
-    question.AddTaken(kSocketSource, held);
-    question.AddTaken(kSocketSource, partly_held, false);
-}
-
-std::optional<bool> PortSources::AnyHeldBySockets(const PortRanges &set, std::uint32_t protocols) {
-    std::string problem;
-    const LibraryAnswer answer = AskLibrary(set, protocols, {}, TAVO_PORT_CHECK_RUNTIME);
-    if (answer.verdict != PortVerdict::kUnknown && SocketsAreSeen(protocols, problem)) {
-        return answer.verdict == PortVerdict::kTaken;
-    }
-    problem = problem.empty() ? answer.reason : problem;
-    TellOnce(WhySocketsAreUnknown(set, problem));
-    report_.Raise(Status::kFailed);
-    return {};
-}
-
-const RuleFile &PortSources::Rules() {
-    if (rules_ == nullptr) {
-        rules_ = std::make_unique<RuleFile>();
-    }
-    return *rules_;
-}
-
-// What the services' own list says of a file that cannot be read would be in the words of a command
-// that lists them; here it decides whether there is an answer.
-const FirewallServices &PortSources::Services() {
-    if (!services_) {
-        Report unheard(true);
-        services_ = ReadFirewallServices(unheard);
-        services_complete_ = TellUnreadServiceFiles(*services_, report_);
-    }
-    return *services_;
-}
-
-bool PortSources::SocketsAreSeen(std::uint32_t protocols, std::string &problem) {
-    if ((protocols & ~seen_protocols_) != 0 && SeesSockets(protocols, problem)) {
-        seen_protocols_ |= protocols;
-    }
-    return (protocols & ~seen_protocols_) == 0;
-}
-
-// The library leaves out what it cannot read and answers for the rest.
-bool PortSources::ServicesAreKnown(const SkippedNames &skipped) {
-    bool known = true;
-    for (const TAVO_FW_SERVICE_REG *row : Services().left_out) {
-        if (!Skips(skipped, row->szName)) {
-            TellOnce(WhyLeftOut(*row));
-            known = false;
-        }
-    }
-    return known && services_complete_;
 }
 
 void PortSources::TellOnce(Diagnostic diagnostic) {

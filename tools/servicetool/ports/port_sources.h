@@ -1,24 +1,28 @@
-// Everyone who may hold a port, asked one by one so that each answer names its source.
+// The sources of taken ports: forwarding rules, firewall services, settings and sockets.
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_SOURCES_H
 #define TAVO_SERVICETOOL_PORTS_PORT_SOURCES_H
 
-#include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "engine/conflict_sources.h"
 #include "output/report.h"
 #include "ports/port_holders.h"
 #include "ports/port_query.h"
-#include "ports/port_question.h"
+#include "tavoserviceconf.h"
+
+namespace tavo {
+class PortConflicts;
+}
 
 namespace tavo::tool {
 
 struct PortSource {
     int flag;               // TAVO_PORT_CHECK_*
-    std::string_view name;  // as it is called on the command line and in tables
+    std::string_view name;  // on the command line and in tables
 };
 
 inline constexpr std::string_view kForwardSource = "forward";
@@ -26,7 +30,7 @@ inline constexpr std::string_view kServiceSource = "service";
 inline constexpr std::string_view kSettingSource = "setting";
 inline constexpr std::string_view kSocketSource = "socket";
 
-// In the order in which they are asked.
+// In the order in which they are read.
 inline constexpr PortSource kPortSources[] = {
     {TAVO_PORT_CHECK_PORT_FORWARD, kForwardSource},
     {TAVO_PORT_CHECK_FW_SERVICE, kServiceSource},
@@ -34,64 +38,62 @@ inline constexpr PortSource kPortSources[] = {
     {TAVO_PORT_CHECK_RUNTIME, kSocketSource},
 };
 
-// Said in the place of a source about a port that is taken whoever is asked.
+// In place of a source, for the port that always counts as taken.
 inline constexpr std::string_view kReservedSource = "reserved";
+
+enum class PortVerdict { kFree, kTaken, kUnknown };
+
+// The names of services, rules and settings that a comparison leaves out.
+using SkippedNames = std::vector<std::string>;
+
+struct PortRequest {
+    PortQuery query;
+    SkippedNames skipped;
+};
 
 // Ports that are taken.
 struct PortConflict {
     PortRange range;
     std::uint32_t protocols;
     std::string_view source;
-    std::vector<PortHolder> holders;  // empty where it is not known who they are
-    bool exact = true;                // false: at least one port of the range is taken
+    std::vector<PortHolder> holders;  // who declares them; empty for sockets
 };
 
 struct PortAnswer {
-    std::vector<PortConflict> conflicts;
-    std::vector<std::string_view> failed;  // sources that cannot tell
+    std::vector<PortConflict> conflicts;   // by source, then by port
+    std::vector<std::string_view> failed;  // sources that could not be read
 
-    // Ports that one source calls taken are so, whatever another could not tell.
+    // Ports that one source has are taken, even if another source is unknown.
     PortVerdict Verdict() const;
 
-    // What that means for the question whether the ports are free.
+    // Raises the status of a question whether the ports are free.
     void RaiseStatus(Report &report) const;
 };
 
 class PortSources {
   public:
-    // `flags` says whom to ask. What goes wrong is told to `report`, the same thing once.
-    PortSources(int flags, Report &report);
-    ~PortSources();
+    // `flags` are the sources to ask, bits of TAVO_PORT_CHECK_*. Failures are reported once each.
+    PortSources(int flags, Report &report) : flags_(flags), report_(report) {}
     PortSources(const PortSources &) = delete;
     PortSources &operator=(const PortSources &) = delete;
 
-    PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped);
+    // Answers any number of requests, in their order, with one reading of each source. Throws
+    // std::bad_alloc when out of memory.
+    std::vector<PortAnswer> Ask(const std::vector<PortRequest> &requests);
 
-    // Whether sockets hold a port of a set now. Where that cannot be known, none, which is told and
-    // raises the status.
-    std::optional<bool> AnyHeldBySockets(const PortRanges &set, std::uint32_t protocols);
+    PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped) {
+        return std::move(Ask({{query, skipped}}).front());
+    }
 
   private:
-    struct Question;  // a query on its way from source to source
-
-    void AskForward(Question &question);
-    void AskServices(Question &question);
-    void AskSettings(Question &question);
-    void AskSockets(Question &question);
-
-    const RuleFile &Rules();
-    const FirewallServices &Services();
-    bool ServicesAreKnown(const SkippedNames &skipped);
-    bool SocketsAreSeen(std::uint32_t protocols, std::string &problem);
+    void AddFailures(const PortConflicts &found, std::vector<PortAnswer> &answers);
+    void AddFailures(const PortSource &source, const PortConflicts &found,
+                     std::vector<PortAnswer> &answers);
+    void TellIgnoredLines(const PortSource &source);
     void TellOnce(Diagnostic diagnostic);
 
     int flags_;
     Report &report_;
-    std::unique_ptr<RuleFile> rules_;
-    std::optional<FirewallServices> services_;
-    bool settings_looked_at_ = false;   // for lines that mean nothing
-    bool services_complete_ = true;     // every file and folder of theirs could be read
-    std::uint32_t seen_protocols_ = 0;  // sockets of these are known to be seen
     std::set<std::string> told_;
 };
 

@@ -1,6 +1,7 @@
 #include "ports/section_queries.h"
 
 #include <algorithm>
+#include <map>
 #include <stdexcept>
 
 #include "input/input_file.h"
@@ -25,19 +26,39 @@ OwnedConf ReadConf(const std::string &text) {
     return OwnedConf(conf);
 }
 
-// The dst.ports of [global]; empty where it has none.
-std::string GlobalPorts(const std::string &text) {
-    std::string ports;
-    bool inside = false;
+// A section as it is written: where it begins, and its dst.ports, empty where it has none.
+struct WrittenSection {
+    ConfigLine line;
+    std::optional<std::string_view> ports;
+};
+
+using WrittenSections = std::map<std::string_view, WrittenSection>;
+
+WrittenSections SectionsOf(std::string_view text) {
+    WrittenSections sections;
+    WrittenSection *section = nullptr;
     ConfigLineReader reader(text);
     for (ConfigLine line; reader.Next(line);) {
         if (line.kind == ConfigLineKind::kSection) {
-            inside = line.name == kGlobalSection;
-        } else if (inside && line.kind == ConfigLineKind::kKeyValue && line.name == kPortsKey) {
-            ports = line.value;
+            section = &sections.emplace(line.name, WrittenSection{line, {}}).first->second;
+        } else if (section != nullptr && line.kind == ConfigLineKind::kKeyValue &&
+                   line.name == kPortsKey) {
+            section->ports = line.value;
         }
     }
-    return ports;
+    return sections;
+}
+
+SectionQuery SectionQueryOf(std::string_view name, const TAVO_SERVICE_CONF_PORT *ports,
+                            const WrittenSections &sections) {
+    SectionQuery query = {std::string(name), QueryOf(ports)};
+    const auto found = sections.find(name);
+    if (found != sections.end()) {
+        const std::string_view written = found->second.ports.value_or("");
+        query.names_protocols = written.find('/') != std::string_view::npos;
+        query.line = found->second.line.number;
+    }
+    return query;
 }
 
 // Ports that cannot be read are passed over by an install, too.
@@ -65,32 +86,40 @@ PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports) {
     return query;
 }
 
-std::optional<ConfigLine> GlobalLine(std::string_view text) {
-    ConfigLineReader reader(text);
-    for (ConfigLine line; reader.Next(line);) {
-        if (line.kind == ConfigLineKind::kSection && line.name == kGlobalSection) {
-            return line;
-        }
-    }
-    return {};
+std::optional<ConfigLine> PortlessGlobalLine(std::string_view text) {
+    const WrittenSections sections = SectionsOf(text);
+    const auto global = sections.find(kGlobalSection);
+    return global != sections.end() && !global->second.ports
+               ? std::optional<ConfigLine>(global->second.line)
+               : std::nullopt;
 }
 
-std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text) {
+std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text,
+                                                   const LintResult &lint) {
     const OwnedConf conf = ReadConf(text);
     if (conf == nullptr) {
         return {};
     }
-    if (!LibraryAndLintAgree(conf.get(), LintText(text, {}))) {
+    if (!LibraryAndLintAgree(conf.get(), lint)) {
         throw std::runtime_error(kUnread);
     }
+    const WrittenSections sections = SectionsOf(text);
     std::vector<SectionQuery> queries;
-    if (const OwnedPortList ports = ReadPorts(GlobalPorts(text))) {
-        queries.push_back({std::string(kGlobalSection), QueryOf(ports.get())});
+    const auto global = sections.find(kGlobalSection);
+    if (global != sections.end()) {
+        const std::string written(global->second.ports.value_or(""));
+        if (const OwnedPortList ports = ReadPorts(written)) {
+            queries.push_back(SectionQueryOf(kGlobalSection, ports.get(), sections));
+        }
     }
     for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(conf->pSections)) {
-        queries.push_back({section->szName, QueryOf(section->pDstPorts)});
+        queries.push_back(SectionQueryOf(section->szName, section->pDstPorts, sections));
     }
     return queries;
+}
+
+std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text) {
+    return QueriesOf(text, LintText(text, {}));
 }
 
 }  // namespace tavo::tool

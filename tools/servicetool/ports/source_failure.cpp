@@ -1,4 +1,8 @@
+// The engine names the source, the declarer and what is wrong. What is added here is the line of
+// the file, for the caret below it, and the system's words for a file that cannot be read.
 #include "ports/source_failure.h"
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -7,18 +11,15 @@
 #include <utility>
 
 #include "config_lines.h"
+#include "input/folder_names.h"
 #include "input/input_file.h"
+#include "input/library_failure.h"
 #include "input/service_file.h"
 #include "output/text.h"
-#include "ports/declared_text.h"
+#include "ports/firewall_services.h"
 
 namespace tavo::tool {
 namespace {
-
-constexpr std::string_view kFtpService = "ftp";
-
-// The library reads it with the port of FTP, and compares neither without it.
-constexpr char kFtpHighKey[] = "ftphighport";
 
 Diagnostic Error(std::string file, std::string rule, std::string message, std::string fix = {}) {
     Diagnostic diagnostic;
@@ -33,145 +34,211 @@ std::string Because(const std::string &reason) {
     return reason.empty() ? "" : ": " + reason;
 }
 
-Diagnostic UnreadSettings(const std::string &problem) {
-    return Error(kSettingsFile, "unreadable", "settings cannot be asked for ports: " + problem);
-}
+// ---- Places in files ----
 
-// The line that gives a key outside any section its value.
-std::optional<ConfigLine> LineOfKey(std::string_view text, std::string_view key) {
+// The last line that gives a key its value, or without a key the first one that opens the section.
+// Without a section, keys are looked for in front of the first.
+std::optional<ConfigLine> FindLine(std::string_view text, std::string_view section,
+                                   std::string_view key) {
     std::optional<ConfigLine> found;
+    std::string_view current;
     ConfigLineReader reader(text);
-    for (ConfigLine line; reader.Next(line) && line.kind != ConfigLineKind::kSection;) {
-        if (line.kind == ConfigLineKind::kKeyValue && line.name == key) {
+    for (ConfigLine line; reader.Next(line);) {
+        const bool opens = line.kind == ConfigLineKind::kSection;
+        if (opens && section.empty()) {
+            break;
+        }
+        current = opens ? line.name : current;
+        const bool wanted = key.empty()
+                                ? opens && !found
+                                : line.kind == ConfigLineKind::kKeyValue && line.name == key;
+        if (wanted && current == section) {
             found = line;
         }
     }
     return found;
 }
 
-// The same where the value is no port.
+// `spot` is the part of the line that is meant.
+Diagnostic AtSpot(const char *file, const ConfigLine &line, std::string_view spot, Diagnostic why) {
+    const std::size_t column = line.ColumnOf(spot);
+    why.file = file;
+    why.line = line.number;
+    why.column = column;
+    why.source = AroundSpot(line.text, column - 1);
+    return why;
+}
+
+// ---- Rules ----
+
+Diagnostic WhyRuleIsBad(const SourceFailure &failure) {
+    const bool lacks_key = failure.kind == SourceFailure::Kind::kMissingKey;
+    const std::string section = failure.declarer.entry;
+    Diagnostic why = Error(failure.declarer.file, "bad-rule",
+                           "rule [" + Shortened(section) + "] is not read: " +
+                               (lacks_key ? "it lacks " + Quoted(failure.key)
+                                          : Quoted(failure.text) + " names no ports"),
+                           lacks_key ? "add the key, or take the rule away"
+                                     : "write PORT or START-END, with commas between");
+    const FileContents contents = ReadRegularFile(why.file);
+    const auto line = FindLine(contents.text, section, lacks_key ? "" : failure.key);
+    return line ? AtSpot(failure.declarer.file, *line, lacks_key ? line->name : line->value, why)
+                : why;
+}
+
+Diagnostic WhyRulesAreUnread(const SourceFailure &failure) {
+    const std::string file = failure.declarer.file;
+    const std::string problem =
+        failure.error != 0 ? ErrorText(failure.error) : ReadRegularFile(file).problem;
+    return problem.empty()
+               ? Error(file, "failed",
+                       "the rules cannot be compared" + Because(SystemReason(failure.code)))
+               : Error(file, "unreadable", problem);
+}
+
+// ---- Firewall services ----
+
+Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
+    switch (failure.kind) {
+        case SourceFailure::Kind::kLeftOut: {
+            TAVO_FW_SERVICE_REG row{};
+            row.szName = failure.declarer.name;
+            return WhyLeftOut(row);
+        }
+        case SourceFailure::Kind::kBadPorts:
+            return Error(failure.declarer.file == nullptr ? "" : failure.declarer.file,
+                         "bad-service",
+                         "firewall service " + Shortened(failure.declarer.name) + " has " +
+                             Quoted(failure.text) + " for a port",
+                         "correct its settings");
+        default:
+            return Error(
+                "", "failed",
+                "the firewall services cannot be compared" + Because(SystemReason(failure.code)));
+    }
+}
+
+// A folder that is not there holds nothing.
+bool TellUnlistedFolder(const std::string &path, unsigned int code, Report &report) {
+    struct stat status {};
+    const bool is_no_folder = stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+    if (code == 0 && !is_no_folder) {
+        return false;
+    }
+    const bool listed = !is_no_folder && NamesIn(path).has_value();
+    report.TellError(path, "unreadable",
+                     is_no_folder ? ErrorText(ENOTDIR)
+                     : listed     ? SystemReason(code)
+                                  : ErrorText(errno));
+    return true;
+}
+
+// Reports what is left out of a file, of which `whole` says whether that is all of it.
+bool TellUnreadFile(const std::string &path, bool whole, Report &report) {
+    const ServiceFile file = ReadServiceFile(path);
+    const bool unread = !file.problem.empty() && whole;
+    if (file.problem.empty() || unread) {
+        TellWhatIsMissing(file, report, unread ? Severity::kError : Severity::kWarning);
+    }
+    return unread;
+}
+
+// ---- Settings ----
+
+Diagnostic UnreadSettings(const std::string &problem) {
+    return Error(kSettingsFile, "unreadable", "settings cannot be asked for ports: " + problem);
+}
+
+// The line of a key whose value is no port.
 std::optional<ConfigLine> BadLineOfKey(std::string_view text, std::string_view key) {
-    const std::optional<ConfigLine> found = LineOfKey(text, key);
+    const std::optional<ConfigLine> found = FindLine(text, "", key);
     const bool bad = found && !found->value.empty() &&
                      TAVOServiceConfPortsCheck(std::string(found->value).c_str()) != 1;
     return bad ? found : std::nullopt;
 }
 
 Diagnostic BadSetting(const ConfigLine &line) {
-    const std::size_t column = line.ColumnOf(line.value);
-    return {kSettingsFile,
-            line.number,
-            column,
-            Severity::kError,
-            "bad-setting",
-            Quoted(line.value) + " is no port number for " + std::string(line.name),
-            "name a port from 1 to 65535, or take the key away",
-            AroundSpot(line.text, column - 1)};
+    return AtSpot(kSettingsFile, line, line.value,
+                  Error("", "bad-setting",
+                        Quoted(line.value) + " is no port number for " + std::string(line.name),
+                        "name a port from 1 to 65535, or take the key away"));
 }
 
-bool NamesBadPorts(const TAVO_FW_SERVICE &service, std::string &text) {
-    for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-        PortRanges ranges;
-        text = TLIBCSzListGet(service.pDstPortList, i);
-        if (!ReadDeclaredPorts(text, ranges)) {
-            return true;
-        }
+Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
+    const FileContents contents = ReadRegularFile(failure.declarer.file);
+    if (!contents.problem.empty()) {
+        return UnreadSettings(contents.problem);
     }
-    return false;
+    if (const auto line = BadLineOfKey(contents.text, failure.declarer.entry)) {
+        return BadSetting(*line);
+    }
+    return Error(failure.declarer.file, "failed",
+                 std::string(failure.declarer.entry) + " cannot be told" +
+                     Because(SystemReason(failure.code)));
 }
 
-// Lines that the library passes over without a word; with `in_sections`, also keys that stand
-// before the first section.
-bool FindStrayLines(const std::string &file, std::string_view text, bool in_sections,
-                    Diagnostic &finding) {
+// ---- Sockets ----
+
+Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
+    if (failure.kind == SourceFailure::Kind::kPortZero) {
+        return Error("", "port-zero", "sockets cannot be asked for port 0",
+                     "name ports from 1 to 65535");
+    }
+    return Error(
+        "", "failed",
+        "the ports that sockets hold cannot be told" + Because(SystemReason(failure.code)));
+}
+
+}  // namespace
+
+Diagnostic WhyUnknown(const SourceFailure &failure) {
+    switch (failure.source) {
+        case TAVO_PORT_CHECK_PORT_FORWARD:
+            return failure.kind == SourceFailure::Kind::kUnreadable ? WhyRulesAreUnread(failure)
+                                                                    : WhyRuleIsBad(failure);
+        case TAVO_PORT_CHECK_FW_SERVICE:
+            return WhyServicesAreUnknown(failure);
+        case TAVO_PORT_CHECK_SYS_KEY:
+            return WhySettingIsUnknown(failure);
+        default:
+            return WhySocketsAreUnknown(failure);
+    }
+}
+
+// In the rules these include the keys in front of the first section.
+bool FindIgnoredLines(int source, Diagnostic &finding) {
+    const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
+    const char *file = rules ? kRuleFile : kSettingsFile;
+    const FileContents contents = ReadRegularFile(file);
+    struct stat status {};
+    if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
+        errno == ENOENT) {
+        finding = Error(file, "unreadable", contents.problem + ", so there are no rules");
+        finding.severity = Severity::kWarning;
+        return true;
+    }
     ConfigLine first;
     std::size_t count = 0;
-    bool read = !in_sections;
-    ConfigLineReader reader(text);
+    bool in_section = !rules;
+    ConfigLineReader reader(contents.text);
     for (ConfigLine line; reader.Next(line);) {
-        read = read || line.kind == ConfigLineKind::kSection;
+        in_section = in_section || line.kind == ConfigLineKind::kSection;
         if (line.kind == ConfigLineKind::kOther ||
-            (line.kind == ConfigLineKind::kKeyValue && !read)) {
+            (line.kind == ConfigLineKind::kKeyValue && !in_section)) {
             first = count++ == 0 ? line : first;
         }
     }
     if (count == 0) {
         return false;
     }
-    finding = {file,
-               first.number,
-               1,
-               Severity::kWarning,
-               "stray-line",
-               (count == 1 ? "the line is not read: it is no"
-                           : Counted(count, "line") + " are not read: they are no") +
-                   std::string(in_sections ? " comment, section or key of a section"
-                                           : " comment, section or key"),
-               {},
-               AroundSpot(first.text, 0)};
-    return true;
-}
-
-}  // namespace
-
-Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped,
-                              const std::string &reason) {
-    if (!file.Problem().empty()) {
-        return Error(kRuleFile, "unreadable", file.Problem());
-    }
-    Diagnostic finding;
-    if (FindBadRule(file, skipped, finding)) {
-        return finding;
-    }
-    return Error(kRuleFile, "failed", "the rules cannot be compared" + Because(reason));
-}
-
-bool FindDisregardedRules(const RuleFile &file, Diagnostic &finding) {
-    if (file.Problem().empty()) {
-        return FindStrayLines(kRuleFile, file.Text(), true, finding);
-    }
-    finding = Error(kRuleFile, "unreadable",
-                    file.Problem() + (file.IsMissing() ? ", so there are no rules"
-                                                       : ", so its rules are not named"));
+    finding = AtSpot(file, first, first.text,
+                     Error("", "stray-line",
+                           (count == 1 ? "the line is not read: it is no"
+                                       : Counted(count, "line") + " are not read: they are no") +
+                               std::string(rules ? " comment, section or key of a section"
+                                                 : " comment, section or key")));
     finding.severity = Severity::kWarning;
     return true;
-}
-
-bool FindDisregardedSettings(Diagnostic &finding) {
-    return FindStrayLines(kSettingsFile, ReadRegularFile(kSettingsFile).text, false, finding);
-}
-
-Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped,
-                                 const std::string &reason) {
-    for (const FirewallService &service : services.services) {
-        const std::string name = service.record->szName;
-        std::string ports;
-        if (!Skips(skipped, name) && NamesBadPorts(*service.record, ports)) {
-            return Error(
-                service.file == nullptr ? "" : service.file->path, "bad-service",
-                "firewall service " + Shortened(name) + " has " + Quoted(ports) + " for a port",
-                "correct its settings");
-        }
-    }
-    return Error("", "failed", "the firewall services cannot be compared" + Because(reason));
-}
-
-Diagnostic WhySettingIsUnknown(const ServiceSetting &setting, const std::string &reason) {
-    const FileContents contents = ReadRegularFile(kSettingsFile);
-    if (!contents.problem.empty()) {
-        return UnreadSettings(contents.problem);
-    }
-    const bool ftp = setting.service == kFtpService;
-    std::optional<ConfigLine> line = BadLineOfKey(contents.text, setting.key);
-    if (!line && ftp) {
-        line = BadLineOfKey(contents.text, kFtpHighKey);
-    }
-    if (line) {
-        return BadSetting(*line);
-    }
-    return Error(kSettingsFile, "failed",
-                 std::string(setting.key) + (ftp ? std::string(" or ") + kFtpHighKey : "") +
-                     " cannot be told" + Because(reason));
 }
 
 // The library takes a key that it cannot read for one that is absent.
@@ -185,7 +252,7 @@ bool FindUnknownSetting(std::string_view key, std::uint32_t port, Diagnostic &fi
         finding = BadSetting(*line);
         return true;
     }
-    const std::optional<ConfigLine> line = LineOfKey(contents.text, key);
+    const std::optional<ConfigLine> line = FindLine(contents.text, "", key);
     const bool lost = port == 0 && line && !line->value.empty() &&
                       line->value.find_first_not_of('0') != std::string_view::npos;
     if (lost) {
@@ -194,25 +261,26 @@ bool FindUnknownSetting(std::string_view key, std::uint32_t port, Diagnostic &fi
     return lost;
 }
 
-Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &problem) {
-    if (!set.empty() && set.front().first == 0) {
-        return Error("", "port-zero", "sockets cannot be asked for port 0",
-                     "name ports from 1 to 65535");
-    }
-    return Error("", "failed", "the ports that sockets hold cannot be told" + Because(problem));
-}
-
-bool TellUnreadServiceFiles(const FirewallServices &services, Report &report) {
+bool TellUnreadServiceFiles(const ServiceCatalogue &catalogue, Report &report) {
+    const auto &omissions = catalogue.report.Omissions();
     bool complete = true;
-    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
-        complete = !TellUnlistedFolder(folder, report) && complete;
+    for (const tavo::ServiceFolder &folder : tavo::kServiceFolders) {
+        const LeftOut *unlisted =
+            std::find_if(omissions.begin(), omissions.end(), [&folder](const LeftOut &omission) {
+                return omission.row == nullptr && omission.path == nullptr &&
+                       omission.folder->flag == folder.flag;
+            });
+        const unsigned int code = unlisted != omissions.end() ? unlisted->reading.Fault() : 0;
+        complete = !TellUnlistedFolder(folder.path, code, report) && complete;
     }
-    for (const ServiceFile &file : services.files) {
-        const bool unread = !file.problem.empty() && file.conf == nullptr;
-        if (file.problem.empty() || unread) {
-            TellWhatIsMissing(file, report, unread ? Severity::kError : Severity::kWarning);
+    // What is left out of a file is listed in a row, the file as a whole last.
+    for (const LeftOut *omission = omissions.begin(); omission != omissions.end(); ++omission) {
+        const LeftOut *next = omission + 1;
+        const bool last = next == omissions.end() || next->path != omission->path;
+        if (omission->path != nullptr && last) {
+            complete =
+                !TellUnreadFile(omission->path, omission->section == nullptr, report) && complete;
         }
-        complete = complete && !unread;
     }
     return complete;
 }

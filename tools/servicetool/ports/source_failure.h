@@ -1,57 +1,33 @@
-// Why a source of taken ports cannot tell. The library says no more than that it cannot; the reason
-// is looked for in what it reads.
+// Why a source of taken ports could not be read, in words for people.
 #ifndef TAVO_SERVICETOOL_PORTS_SOURCE_FAILURE_H
 #define TAVO_SERVICETOOL_PORTS_SOURCE_FAILURE_H
 
-#include <string>
+#include <cstdint>
 #include <string_view>
 
+#include "engine/conflicts.h"
 #include "output/diagnostic.h"
 #include "output/report.h"
-#include "ports/firewall_services.h"
-#include "ports/port_question.h"
-#include "ports/rule_file.h"
+#include "support/settings.h"
 
 namespace tavo::tool {
 
-inline constexpr char kSettingsFile[] = "/etc/tavoinfo.conf";
+inline constexpr char kRuleFile[] = "/usr/tavo/etc/portforward/rule.conf";
 
-// A setting that declares a port, and the word that leaves it out of a comparison.
-struct ServiceSetting {
-    std::string_view service;
-    std::string_view key;
-};
+// The failure at its place in the file, if it has one.
+Diagnostic WhyUnknown(const SourceFailure &failure);
 
-inline constexpr ServiceSetting kServiceSettings[] = {
-    {"ftp", "ftpport"},
-    {"webdav_http", "WebDavPort"},
-    {"webdavs_https", "secure_WebDavPort"},
-    {"syslog_server", "syslogport"},
-};
+// Lines of the rules or the settings, one of TAVO_PORT_CHECK_*, that the readers ignore without a
+// word. Returns false when there is nothing to report.
+bool FindIgnoredLines(int source, Diagnostic &finding);
 
-// `reason` is the system's part in it, else "".
-Diagnostic WhyRulesAreUnknown(const RuleFile &file, const SkippedNames &skipped,
-                              const std::string &reason);
-Diagnostic WhyServicesAreUnknown(const FirewallServices &services, const SkippedNames &skipped,
-                                 const std::string &reason);
-Diagnostic WhySettingIsUnknown(const ServiceSetting &setting, const std::string &reason);
-
-// Whether it is unknown which port a key of the settings names, of which the library says that it
-// is `port`, 0 for none. False when there is nothing to tell.
+// Whether it is unknown which port a key of the settings names, although the library read `port`
+// from it, 0 for none. Returns false when there is nothing to report.
 bool FindUnknownSetting(std::string_view key, std::uint32_t port, Diagnostic &finding);
 
-// `problem` is what is known to be in the way, else "".
-Diagnostic WhySocketsAreUnknown(const PortRanges &set, const std::string &problem);
-
-// What is there, but means nothing to the library, which answers for the rest without a word. False
-// when there is nothing to tell.
-bool FindDisregardedRules(const RuleFile &file, Diagnostic &finding);
-bool FindDisregardedSettings(Diagnostic &finding);
-
-// Tells which service files and folders could not be read, as errors, and which services they leave
-// out, as warnings: what is left out is there to be seen, and declares nothing. False when there
-// was an error.
-bool TellUnreadServiceFiles(const FirewallServices &services, Report &report);
+// Reports the service files and folders that could not be read, as errors, and the services that
+// are left out of the others, as warnings: they declare nothing. Returns false after an error.
+bool TellUnreadServiceFiles(const ServiceCatalogue &catalogue, Report &report);
 
 }  // namespace tavo::tool
 

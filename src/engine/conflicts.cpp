@@ -1,0 +1,434 @@
+// The questions are put in the order of their ports, so that each declaration finds those that it
+// collides with by a search. A source that fails for one declarer fails for the questions that do
+// not skip it, and still answers with all the others.
+#include "engine/conflicts.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "support/failure.h"
+#include "support/settings.h"
+
+namespace tavo {
+namespace {
+
+constexpr Range kSocketPorts = {1, kPortCount - 1};
+
+bool Skips(const PortQuestion &question, const char *name) {
+    return name != nullptr &&
+           std::any_of(question.skipped.begin(), question.skipped.end(),
+                       [name](const char *skipped) { return std::strcmp(skipped, name) == 0; });
+}
+
+bool IsAlone(const Range &range, int port) {
+    return range.nLow == port && range.nHigh == port;
+}
+
+// Clears the error state, so that the code of a failure is that of its own cause.
+void ForgetError() {
+    TLIBCErrSetEx(0, nullptr, 0);
+}
+
+// Why services may be missing from the catalogue; 0 when none is.
+unsigned int FaultOf(const ServiceCatalogue &catalogue) {
+    const unsigned int fault = catalogue.report.Fault();
+    return catalogue.count < 0 && fault == 0 ? TAVO_ERR_FW_SERVICES : fault;
+}
+
+bool AnyHeld(const Range &range, const PortSet &held) {
+    int port = range.nLow;
+    while (port <= range.nHigh && !held[static_cast<std::size_t>(port)]) {
+        ++port;
+    }
+    return port <= range.nHigh;
+}
+
+}  // namespace
+
+KeptTexts::~KeptTexts() {
+    for (char *text : texts_) {
+        std::free(text);
+    }
+}
+
+const char *KeptTexts::Keep(const char *text, bool &out_of_memory) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    OwnedText copy(strdup(text));
+    if (copy == nullptr || !texts_.Append(copy.get())) {
+        out_of_memory = true;
+        return nullptr;
+    }
+    return copy.release();
+}
+
+bool PortConflicts::Find(std::span<const PortQuestion> questions) {
+    questions_ = questions;
+    if (!OrderQuestions()) {
+        TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
+        return false;
+    }
+    AddReserved();
+    static constexpr struct {
+        int flag;
+        void (PortConflicts::*read)();
+    } kSources[] = {
+        {TAVO_PORT_CHECK_PORT_FORWARD, &PortConflicts::ReadRules},
+        {TAVO_PORT_CHECK_FW_SERVICE, &PortConflicts::ReadServices},
+        {TAVO_PORT_CHECK_SYS_KEY, &PortConflicts::ReadSettings},
+        {TAVO_PORT_CHECK_RUNTIME, &PortConflicts::ReadSockets},
+    };
+    for (const auto &source : kSources) {
+        if ((wanted_ & source.flag) != 0) {
+            (this->*source.read)();
+        }
+    }
+    if (out_of_memory_) {
+        TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
+    }
+    return !out_of_memory_;
+}
+
+bool PortConflicts::OrderQuestions() {
+    for (std::size_t question = 0; question < questions_.size(); ++question) {
+        wanted_ |= questions_[question].sources;
+        GrowingArray<Range> ranges;
+        GrowingArray<Range> merged;
+        const std::span<const Range> &ports = questions_[question].ports;
+        if (!std::all_of(ports.begin(), ports.end(),
+                         [&ranges](const Range &range) { return ranges.Append(range); }) ||
+            !MergeRanges(ranges, merged)) {
+            return false;
+        }
+        for (const Range &range : merged) {
+            if (!asked_.Append({range, question, 0}) || !ordered_.Append({range, question, 0})) {
+                return false;
+            }
+        }
+    }
+    std::sort(ordered_.begin(), ordered_.end(),
+              [](const Asked &a, const Asked &b) { return a.range.nLow < b.range.nLow; });
+    int highest = 0;
+    for (Asked &asked : ordered_) {
+        highest = std::max(highest, asked.range.nHigh);
+        asked.highest = highest;
+    }
+    return true;
+}
+
+// Whether a question asks the source and does not skip the name.
+bool PortConflicts::Concerns(std::size_t question, int source, const char *name) const {
+    return (questions_[question].sources & source) != 0 && !Skips(questions_[question], name);
+}
+
+void PortConflicts::AddTaken(const TakenPorts &taken) {
+    if (!taken_.Append(taken)) {
+        out_of_memory_ = true;
+    }
+}
+
+void PortConflicts::AddFailure(const SourceFailure &failure) {
+    if (failure.code == TLIBC_ERR_NO_MEMORY || !failures_.Append(failure)) {
+        out_of_memory_ = true;
+    }
+}
+
+// Adds the failure of one declarer for every question that asks for its protocols and does not skip
+// it.
+void PortConflicts::AddFailureForAll(SourceFailure failure, uint32_t protocols) {
+    for (std::size_t question = 0; question < questions_.size(); ++question) {
+        if (Concerns(question, failure.source, failure.declarer.name) &&
+            (questions_[question].protocols & protocols) != 0) {
+            failure.question = question;
+            AddFailure(failure);
+        }
+    }
+}
+
+void PortConflicts::AddReserved() {
+    for (std::size_t question = 0; question < questions_.size(); ++question) {
+        const PortQuestion &asked = questions_[question];
+        if (std::any_of(asked.ports.begin(), asked.ports.end(),
+                        [](const Range &range) { return IsAlone(range, kReservedPort); })) {
+            AddTaken({question,
+                      TAVO_PORT_CHECK_DEFAULT,
+                      {kReservedPort, kReservedPort},
+                      asked.protocols,
+                      {}});
+        }
+    }
+}
+
+// Walks back from the last range that starts in or below the declared one, as far as ranges reach
+// up to it.
+void PortConflicts::AddDeclared(const Range &range, int source, uint32_t protocols,
+                                const PortDeclarer &declarer) {
+    const Asked *asked =
+        std::upper_bound(ordered_.begin(), ordered_.end(), range.nHigh,
+                         [](int port, const Asked &one) { return port < one.range.nLow; });
+    while (asked != ordered_.begin() && (--asked)->highest >= range.nLow) {
+        const PortQuestion &question = questions_[asked->question];
+        if (asked->range.nHigh < range.nLow || (question.protocols & protocols) == 0 ||
+            !Concerns(asked->question, source, declarer.name)) {
+            continue;
+        }
+        const bool service = source == TAVO_PORT_CHECK_FW_SERVICE;
+        AddTaken(
+            {asked->question,
+             source,
+             {std::max(asked->range.nLow, range.nLow), std::min(asked->range.nHigh, range.nHigh)},
+             service ? question.protocols & protocols : protocols,
+             declarer});
+    }
+}
+
+void PortConflicts::CompareText(const char *ports, int source, uint32_t protocols,
+                                const PortDeclarer &declarer, const char *key) {
+    TextRanges ranges(TAVO_HERE, ports, kDeclaredRangeSeparator);
+    Range range{};
+    int got = 0;
+    for (std::size_t i = 0; (got = ranges.Get(i, range)) == 1; ++i) {
+        AddDeclared(range, source, protocols, declarer);
+    }
+    if (got < 0) {
+        AddFailureForAll({.source = source,
+                          .kind = SourceFailure::Kind::kBadPorts,
+                          .code = TLIBCErrGet(),
+                          .declarer = declarer,
+                          .key = key,
+                          .text = texts_.Keep(ports, out_of_memory_)},
+                         protocols);
+    }
+}
+
+// ---- Port-forwarding rules ----
+
+void PortConflicts::ReadRules() {
+    using Step = ForwardingRules::Step;
+    ForwardingRules rules;
+    ForwardingRule rule{};
+    ForgetError();
+    Step step = rules.Next(rule);
+    for (; step != Step::kEnd; step = rules.Next(rule)) {
+        if (step == Step::kFailed) {
+            if (rules.FailedSection() == nullptr || TLIBCErrGet() != TLIBC_ERR_BAD_PARAMETER) {
+                break;
+            }
+            // The section is empty.
+            rule = {.section = rules.FailedSection()};
+        }
+        CompareRule(rule, rules.Path());
+    }
+    // Behind a link to itself, or a name that is too long, a file may be there all the same.
+    const int error = rules.LookError();
+    if (step == Step::kFailed || (error != 0 && error != ENOENT && error != ENOTDIR)) {
+        AddFailureForAll({
+            .source = TAVO_PORT_CHECK_PORT_FORWARD,
+            .code = TLIBCErrGet(),
+            .error = error,
+            .declarer = {nullptr, nullptr, rules.Path(),
+                         texts_.Keep(rules.FailedSection(), out_of_memory_)},
+        });
+    }
+}
+
+void PortConflicts::CompareRule(const ForwardingRule &rule, const char *file) {
+    const auto keep = [this](const char *text) { return texts_.Keep(text, out_of_memory_); };
+    const PortDeclarer declarer = {keep(rule.service), keep(rule.title), file, keep(rule.section)};
+    if (const char *missing = rule.MissingKey()) {
+        AddFailureForAll({
+            .source = TAVO_PORT_CHECK_PORT_FORWARD,
+            .kind = SourceFailure::Kind::kMissingKey,
+            .code = TLIBC_ERR_BAD_PARAMETER,
+            .declarer = declarer,
+            .key = missing,
+        });
+        return;
+    }
+    CompareText(rule.appliance_ports, TAVO_PORT_CHECK_PORT_FORWARD, TAVO_PROTO_BOTH, declarer,
+                kRuleAppliancePorts);
+    CompareText(rule.router_ports, TAVO_PORT_CHECK_PORT_FORWARD, TAVO_PROTO_BOTH, declarer,
+                kRuleRouterPorts);
+}
+
+// ---- Firewall services ----
+
+const ServiceCatalogue &PortConflicts::Catalogue() {
+    if (services_ == nullptr) {
+        services_ = &catalogue_.Get();
+    }
+    return *services_;
+}
+
+// Adds a failure for each built-in service that is left out, whatever the reason: it has ports.
+// What else could not be read may be any service.
+void PortConflicts::AddOmissions(const ServiceCatalogue &catalogue) {
+    unsigned int fault = FaultOf(catalogue);
+    for (const LeftOut &omission : catalogue.report.Omissions()) {
+        if (omission.row != nullptr) {
+            AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE,
+                              .kind = SourceFailure::Kind::kLeftOut,
+                              .code = omission.reading.Fault(),
+                              .declarer = {.name = omission.row->szName}});
+        }
+    }
+    const auto is_of_row = [fault](const LeftOut &omission) {
+        return omission.row != nullptr && omission.reading.Fault() == fault;
+    };
+    const auto is_of_file = [](const LeftOut &omission) {
+        return omission.row == nullptr && omission.reading.Fault() != 0;
+    };
+    const GrowingArray<LeftOut> &omissions = catalogue.report.Omissions();
+    if (fault != 0 && (std::none_of(omissions.begin(), omissions.end(), is_of_row) ||
+                       std::any_of(omissions.begin(), omissions.end(), is_of_file))) {
+        AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE, .code = fault});
+    }
+}
+
+void PortConflicts::ReadServices() {
+    ForgetError();
+    const ServiceCatalogue &catalogue = Catalogue();
+    AddOmissions(catalogue);
+    for (const CatalogueService &origin : catalogue.origins) {
+        const TAVO_FW_SERVICE &service = *origin.service;
+        const bool built_in = origin.file == nullptr;
+        const PortDeclarer declarer = {.name = service.szName,
+                                       .file = built_in ? nullptr : origin.file->path,
+                                       .entry = built_in ? nullptr : service.szName};
+        for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
+            CompareText(TLIBCSzListGet(service.pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
+                        service.nDstProtocol, declarer, nullptr);
+        }
+    }
+}
+
+// ---- Settings of the system ----
+
+void PortConflicts::ReadSettings() {
+    const HeldFile held(kSettingsFile);
+    for (const ServiceSetting &setting : kServiceSettings) {
+        const OwnedRanges ports(TLIBPortRangeCreate());
+        if (ports == nullptr) {
+            out_of_memory_ = true;
+            return;
+        }
+        const bool passive = std::strcmp(setting.key, kFtpLowPortKey) == 0;
+        const PortDeclarer declarer = {setting.service, nullptr, kSettingsFile,
+                                       passive ? kFtpHighPortKey : setting.key};
+        ForgetError();
+        if (GetServicePort(setting.key, ports.get()) < 0) {
+            AddFailureForAll({
+                .source = TAVO_PORT_CHECK_SYS_KEY,
+                .code = TLIBCErrGet(),
+                .declarer = declarer,
+            });
+        } else if (const TAVO_SERVICE_CONF_PORT *port = ports->pRanges) {
+            const int number = static_cast<int>(port->nPortStart);
+            AddDeclared({number, number}, TAVO_PORT_CHECK_SYS_KEY, TAVO_PROTO_BOTH, declarer);
+        }
+    }
+}
+
+// ---- Sockets ----
+
+void PortConflicts::ReadSockets() {
+    for (const TAVO_PROTO_TYPE_MAPPING &protocol : gProtoTypeMapping) {
+        if (std::any_of(questions_.begin(), questions_.end(), [&](const PortQuestion &question) {
+                return (question.sources & TAVO_PORT_CHECK_RUNTIME) != 0 &&
+                       (question.protocols & static_cast<uint32_t>(protocol.nProto)) != 0;
+            })) {
+            ReadSocketsOf(protocol);
+        }
+    }
+    for (const Asked &asked : asked_) {
+        if (IsAlone(asked.range, 0) && Concerns(asked.question, TAVO_PORT_CHECK_RUNTIME, nullptr)) {
+            AddFailure({.question = asked.question,
+                        .source = TAVO_PORT_CHECK_RUNTIME,
+                        .kind = SourceFailure::Kind::kPortZero,
+                        .code = TLIBC_ERR_BAD_PARAMETER});
+        }
+    }
+}
+
+void PortConflicts::ReadSocketsOf(const TAVO_PROTO_TYPE_MAPPING &protocol) {
+    const auto bit = static_cast<uint32_t>(protocol.nProto);
+    UsedPorts used(kSocketPorts);
+    if (used.OutOfMemory()) {
+        out_of_memory_ = true;
+        return;
+    }
+    ForgetError();
+    if (!used.Ask(kSocketPorts, protocol.nProto == TAVO_PROTO_TCP)) {
+        AddFailureForAll({.source = TAVO_PORT_CHECK_RUNTIME, .code = TLIBCErrGet()}, bit);
+        return;
+    }
+    PortSet held;
+    used.AddTo(held);
+    for (std::size_t question = 0; question < questions_.size(); ++question) {
+        if (Concerns(question, TAVO_PORT_CHECK_RUNTIME, nullptr) &&
+            (questions_[question].protocols & bit) != 0) {
+            CompareSockets(question, bit, held);
+        }
+    }
+}
+
+// Sockets at the ports of a skipped service are taken for its own.
+void PortConflicts::CompareSockets(std::size_t question, uint32_t protocol, const PortSet &held) {
+    const auto [first, end] =
+        std::equal_range(asked_.begin(), asked_.end(), Asked{{}, question, 0},
+                         [](const Asked &a, const Asked &b) { return a.question < b.question; });
+    if (std::none_of(first, end,
+                     [&held](const Asked &asked) { return AnyHeld(asked.range, held); })) {
+        return;
+    }
+    if (questions_[question].skipped.empty()) {
+        std::for_each(first, end, [&](const Asked &asked) { AddRows(asked, protocol, held); });
+        return;
+    }
+    SkippedPorts skipped;
+    if (!AddSkippedPorts(question, protocol, skipped)) {
+        return;
+    }
+    const PortSet left = held & ~skipped.Ports();
+    std::for_each(first, end, [&](const Asked &asked) { AddRows(asked, protocol, left); });
+}
+
+// Adds a record for each row of held ports.
+void PortConflicts::AddRows(const Asked &asked, uint32_t protocol, const PortSet &held) {
+    const auto is_held = [&held](int port) { return held[static_cast<std::size_t>(port)]; };
+    for (int port = asked.range.nLow; port <= asked.range.nHigh; ++port) {
+        if (!is_held(port)) {
+            continue;
+        }
+        const int first = port;
+        while (port < asked.range.nHigh && is_held(port + 1)) {
+            ++port;
+        }
+        AddTaken({asked.question, TAVO_PORT_CHECK_RUNTIME, {first, port}, protocol, {}});
+    }
+}
+
+// Returns false when the ports of the services are unknown.
+bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol,
+                                    SkippedPorts &skipped) {
+    const ServiceCatalogue &catalogue = Catalogue();
+    if (const unsigned int fault = FaultOf(catalogue)) {
+        AddFailure({.question = question, .source = TAVO_PORT_CHECK_RUNTIME, .code = fault});
+        return false;
+    }
+    for (const char *name : questions_[question].skipped) {
+        const TAVO_FW_SERVICE *service =
+            catalogue.services == nullptr ? nullptr : catalogue_.Find(name);
+        if (service == nullptr || (service->nDstProtocol & protocol) == 0) {
+            continue;
+        }
+        for (int i = 0; i < TLIBCSzListCount(service->pDstPortList); ++i) {
+            skipped.Add(TLIBCSzListGet(service->pDstPortList, i));
+        }
+    }
+    return true;
+}
+
+}  // namespace tavo
