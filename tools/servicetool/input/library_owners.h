@@ -21,7 +21,6 @@ struct FreeWith {
 
 using OwnedConf = std::unique_ptr<TAVO_SERVICE_CONF, FreeWith<TAVOServiceConfFree>>;
 using OwnedPortList = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreeWith<TAVOServiceConfPortsFree>>;
-using OwnedFwServices = std::unique_ptr<TAVO_FW_SERVICE, FreeWith<TAVOFwServiceFree>>;
 using OwnedConfResults = std::unique_ptr<TLIBCDList, FreeWith<TAVOConfPortConflictResultListFree>>;
 using OwnedList = std::unique_ptr<TLIBCDList, FreeWith<TLIBCDListFree>>;
 using OwnedNames = std::unique_ptr<TLIBCSzList, FreeWith<TLIBCSzListFree>>;
