@@ -44,7 +44,7 @@ std::vector<Listener> ListenersOf(Listener first, const SectionOptions &options)
 
 // Reads a port list of the command line. None where it is wrong, which is told as a mistake in
 // using the command.
-OwnedPortList ReadPorts(const std::string &text, unsigned int direction, Report &report);
+OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report);
 
 // The same list the other way round: the library reads ports from the last to the first, and writes
 // them as they stand in the list.

@@ -39,12 +39,12 @@ class BuiltInSection {
     const TAVO_SERVICE_CONF_SECTION &Section() const { return section_; }
 
   private:
-    OwnedPortList Ports(const TLIBCSzList *list, std::uint32_t protocols, unsigned int direction);
+    OwnedPorts Ports(const TLIBCSzList *list, std::uint32_t protocols, unsigned int direction);
 
     const FirewallService &service_;
     Report &report_;
-    OwnedPortList source_ports_;
-    OwnedPortList ports_;
+    OwnedPorts source_ports_;
+    OwnedPorts ports_;
     TAVO_SERVICE_CONF_SECTION section_{};
 };
 
@@ -61,9 +61,9 @@ BuiltInSection::BuiltInSection(const FirewallService &service, Report &report)
     section_.pDstPorts = ports_.get();
 }
 
-OwnedPortList BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
+OwnedPorts BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
                                     unsigned int direction) {
-    OwnedPortList ports;
+    OwnedPorts ports;
     for (int i = 0; i < TLIBCSzListCount(list); ++i) {
         const std::string port = TLIBCSzListGet(list, i);
         TAVO_SERVICE_CONF_PORT *one = nullptr;

@@ -147,7 +147,7 @@ bool NewSection::SetPorts(const std::string &text, unsigned int direction,
     if (text.empty()) {
         return true;
     }
-    OwnedPortList read = ReadPorts(text, direction, report_);
+    OwnedPorts read = ReadPorts(text, direction, report_);
     if (read == nullptr) {
         return false;
     }

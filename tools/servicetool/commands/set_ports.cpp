@@ -18,7 +18,7 @@ void SetPorts(const SetPortsOptions &options, Report &report) {
     SectionTarget target;
     const unsigned int direction =
         options.source ? TAVO_PORT_DIRECTION_SRC : TAVO_PORT_DIRECTION_DST;
-    OwnedPortList ports = ReadPorts(options.ports, direction, report);
+    OwnedPorts ports = ReadPorts(options.ports, direction, report);
     if (ports == nullptr || !FindSection(options, Missing::kRefuse, target, report)) {
         return;
     }

@@ -10,8 +10,6 @@
 
 namespace tavo::tool {
 
-using OwnedPortList = OwnedPorts;
-using OwnedFwServices = OwnedServices;
 using OwnedConfResults = std::unique_ptr<TLIBCDList, FreeWith<TAVOConfPortConflictResultListFree>>;
 
 template <typename Owner>

@@ -62,14 +62,14 @@ SectionQuery SectionQueryOf(std::string_view name, const TAVO_SERVICE_CONF_PORT 
 }
 
 // Ports that cannot be read are passed over by an install, too.
-OwnedPortList ReadPorts(const std::string &text) {
+OwnedPorts ReadPorts(const std::string &text) {
     TAVO_SERVICE_CONF_PORT *ports = nullptr;
     ForgetFailure();
     if (!text.empty() &&
         TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &ports) < 0) {
         ThrowIfSystemFailed(kUnread);
     }
-    return OwnedPortList(ports);
+    return OwnedPorts(ports);
 }
 
 }  // namespace
@@ -108,7 +108,7 @@ std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text,
     const auto global = sections.find(kGlobalSection);
     if (global != sections.end()) {
         const std::string written(global->second.ports.value_or(""));
-        if (const OwnedPortList ports = ReadPorts(written)) {
+        if (const OwnedPorts ports = ReadPorts(written)) {
             queries.push_back(SectionQueryOf(kGlobalSection, ports.get(), sections));
         }
     }
