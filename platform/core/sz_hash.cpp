@@ -28,8 +28,8 @@ constexpr int kMostRoomAtFirst = 16;
 constexpr int kMostWithoutIndex = 8;
 constexpr std::size_t kFirstSlots = 32;
 
-// The size of the block that the first texts share. glibc's malloc hands out and takes back blocks
-// of up to 1032 bytes without a search.
+// The size of the block that the first texts of a file share. glibc's malloc hands out and takes
+// back blocks of up to 1032 bytes without a search.
 constexpr std::size_t kSharedTexts = 1024;
 
 }  // namespace
@@ -46,10 +46,10 @@ struct TLIBCSzHash {
 
 namespace {
 
-// Room for the texts of an entry: in the shared block as long as they fit, else a block of their
+// Room for the texts of an entry: in the shared block if wanted and they fit, else a block of their
 // own. Null when memory runs out.
-char *NewTexts(TLIBCSzHash &table, std::size_t size) {
-    if (size > kSharedTexts - table.texts_size) {
+char *NewTexts(TLIBCSzHash &table, std::size_t size, bool shared) {
+    if (!shared || size > kSharedTexts - table.texts_size) {
         return static_cast<char *>(std::malloc(size));
     }
     if (table.texts == nullptr) {
@@ -73,10 +73,10 @@ void FreeTexts(const TLIBCSzHash &table, char *texts) {
 }
 
 // An entry with copies of both texts; its key is null when memory runs out.
-Entry NewEntry(TLIBCSzHash &table, std::string_view key, std::string_view value,
-               std::uint32_t hash) {
+Entry NewEntry(TLIBCSzHash &table, std::string_view key, std::string_view value, std::uint32_t hash,
+               bool shared) {
     char *texts =
-        key.size() >= UINT32_MAX ? nullptr : NewTexts(table, key.size() + value.size() + 2);
+        key.size() >= UINT32_MAX ? nullptr : NewTexts(table, key.size() + value.size() + 2, shared);
     if (texts == nullptr) {
         return {};
     }
@@ -173,12 +173,8 @@ bool Append(TLIBCSzHash &table, Entry entry) {
     return true;
 }
 
-}  // namespace
-
-namespace tavo {
-
-int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
-    const Entry entry = NewEntry(*hash, key, value, LookupHash(*hash, key));
+int Set(TLIBCSzHash *hash, std::string_view key, std::string_view value, bool shared) {
+    const Entry entry = NewEntry(*hash, key, value, LookupHash(*hash, key), shared);
     if (entry.key == nullptr) {
         return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
@@ -192,6 +188,14 @@ int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
         return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     return 0;
+}
+
+}  // namespace
+
+namespace tavo {
+
+int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
+    return Set(hash, key, value, true);
 }
 
 }  // namespace tavo
@@ -214,7 +218,7 @@ int TLIBCSzHashSetValue(TLIBCSzHash *pHash, const char *szKey, const char *szVal
     if (pHash == nullptr || szKey == nullptr || szValue == nullptr) {
         return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
-    return tavo::HashSet(pHash, szKey, szValue);
+    return Set(pHash, szKey, szValue, false);
 }
 
 const char *TLIBCSzHashGetValue(const TLIBCSzHash *pHash, const char *szKey) {

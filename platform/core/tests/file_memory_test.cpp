@@ -90,6 +90,17 @@ TEST_F(FileMemory, GetSectionEmptiesTheTable) {
     EXPECT_GE(allocations, 3);
 }
 
+TEST_F(FileMemory, GetSectionKeepsShortTextsInOneBlock) {
+    const std::string path = folder_.Write("file", "[s]\na=1\nb=2\nc=3\n");
+    const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
+        Table fresh;
+        const int result =
+            fail.During([&] { return TLIBCFileGetSection(path.c_str(), "s", fresh.Address()); });
+        EXPECT_EQ(result, fail.Hit() ? -1 : 3);
+    });
+    EXPECT_EQ(allocations, 3) << "the block, and room for two and four keys";
+}
+
 TEST_F(FileMemory, GetKeyValueEmptiesTheBuffer) {
     const std::string path = folder_.Write("file", LargeText());
     char text[8];

@@ -118,7 +118,7 @@ TEST(SzHashSetValue, RefusesNull) {
     EXPECT_THAT(Contents(hash), ElementsAre(Pair("a", "1")));
 }
 
-// A value that does not fit in the block that short texts share.
+// A value of more than a table needs for its own.
 const std::string kLongValue(2000, 'v');
 
 TEST(SzHashSetValue, LeavesTheTableAsItWasWhenANewKeyFindsNoMemory) {
@@ -155,16 +155,6 @@ TEST(SzHashSetValue, KeepsTheOldValueWhenTheNewOneFindsNoMemory) {
         EXPECT_EQ(TLIBCSzHashCount(hash.get()), 1);
     });
     EXPECT_EQ(allocations, 1);
-}
-
-TEST(SzHashSetValue, AllocatesOneBlockForAFewShortTexts) {
-    const Pairs pairs = Numbered(8);
-    const HashPtr hash = HashOf({}, 8);
-    for (const int blocks : {1, 0}) {
-        EXPECT_FALSE(AllocatesMoreThan(blocks, [&] { SetAll(hash, pairs); }));
-        EXPECT_EQ(Contents(hash), pairs);
-        TLIBCSzHashClear(hash.get());
-    }
 }
 
 TEST(SzHashSetValue, GivesAKeyAnotherValueAnyNumberOfTimes) {

@@ -125,13 +125,13 @@ bool TellMissing(const SectionTarget &target, Report &report) {
     return false;
 }
 
-OwnedPortList ParsePorts(const std::string &text, unsigned int direction) {
+OwnedPorts ParsePorts(const std::string &text, unsigned int direction) {
     TAVO_SERVICE_CONF_PORT *ports = nullptr;
     ForgetFailure();
     if (TAVOServiceConfPortsGet(text.c_str(), direction, &ports) < 0) {
         ThrowIfSystemFailed("the ports cannot be read");
     }
-    return OwnedPortList(ports);
+    return OwnedPorts(ports);
 }
 
 }  // namespace
@@ -173,7 +173,7 @@ std::vector<Listener> ListenersOf(Listener first, const SectionOptions &options)
     return listeners;
 }
 
-OwnedPortList ReadPorts(const std::string &text, unsigned int direction, Report &report) {
+OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report) {
     PortQuery query;
     QueryProblem problem;
     if (!ReadPortQuery(text, query, problem)) {
@@ -182,7 +182,7 @@ OwnedPortList ReadPorts(const std::string &text, unsigned int direction, Report 
             problem.fix);
         return nullptr;
     }
-    OwnedPortList ports = ParsePorts(text, direction);
+    OwnedPorts ports = ParsePorts(text, direction);
     if (ports == nullptr) {
         report.TellUsage(Quoted(text) + " is no port list to the library", "");
     } else if (!FitsServiceFile(*ports)) {
