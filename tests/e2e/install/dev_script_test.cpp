@@ -28,7 +28,8 @@ class DevScript : public ::testing::Test {
     DevScript() {
         fs::copy_file(TAVO_SOURCE_DIR "/dev", folder_ / "dev");
         fs::copy_file(TAVO_SOURCE_DIR "/CMakePresets.json", folder_ / "CMakePresets.json");
-        for (const char *sources : {"include", "src", "platform", "tools", "tests", "bench"}) {
+        for (const char *sources :
+             {"include", "base", "src", "platform", "tools", "tests", "bench"}) {
             fs::create_directory(folder_ / sources);
         }
         fs::create_directory(folder_ / "bin");

@@ -23,6 +23,7 @@ namespace tavo::test {
 namespace {
 
 using nlohmann::json;
+using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -264,8 +265,10 @@ TEST_F(WhyCommand, TakesNoPortFromASettingThatIsNone) {
         json({"setting"}));
     EXPECT_EQ(ServiceTool({"ports", "--declared"}).status, 3);
     EXPECT_THAT(ServiceTool({"why", "-v", "8080/tcp"}).err,
-                HasSubstr("Failed on parse port: \n" + kSettings + ":1:9: error: \"4464x\""))
-        << "after the log lines about the key that is absent";
+                AllOf(HasSubstr("Failed on parse port: \nlog: "),
+                      ContainsRegex("illegal ports number, port=4464x, tavoerr=[^\n]*\n" +
+                                    kSettings + ":1:9: error: \"4464x\"")))
+        << "after the log lines about it and about the key that is absent";
     WriteFile(kSettings, "WebDavPort=x\nsmsport=y\n");
     EXPECT_EQ(
         json::parse(ServiceTool({"why", "--json", "8080/tcp"}).out)["results"][0]["failed_sources"],

@@ -62,7 +62,7 @@ BuiltInSection::BuiltInSection(const FirewallService &service, Report &report)
 }
 
 OwnedPorts BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
-                                    unsigned int direction) {
+                                 unsigned int direction) {
     OwnedPorts ports;
     for (int i = 0; i < TLIBCSzListCount(list); ++i) {
         const std::string port = TLIBCSzListGet(list, i);
