@@ -11,7 +11,7 @@
 namespace tavo::test {
 namespace {
 
-std::vector<std::string> SortedNames(std::filesystem::directory_iterator entries) {
+std::vector<std::string> SortedNames(const std::filesystem::directory_iterator &entries) {
     std::vector<std::string> names;
     for (const auto &entry : entries) {
         names.push_back(entry.path().filename());

@@ -286,9 +286,11 @@ TEST(Run, LeavesOutLinksToProgramsThatTheHostLacks) {
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     fs::create_symlink("../usr/bin/no-such-program", share / "root/bin/no-such-program");
     fs::create_symlink("no-such-file", share / "root/bin/of-the-template");
-    const ProgramResult result = RunProgram({build / "bin/appliance", "run", "--", "sh", "-c",
-                                             "for name in env no-such-program of-the-template; do"
-                                             " test -L /bin/$name && echo $name; done; true"});
+    const std::string script =
+        "for name in env no-such-program of-the-template; do"
+        " test -L /bin/$name && echo $name; done; true";
+    const ProgramResult result =
+        RunProgram({build / "bin/appliance", "run", "--", "sh", "-c", script});
     EXPECT_EQ(result.out, "env\nof-the-template\n") << result.err;
 }
 
