@@ -35,7 +35,6 @@ namespace {
 
 using tavo::CallCatalogue;
 using tavo::Comparison;
-using tavo::kDeclaredRangeSeparator;
 using tavo::kPortCount;
 using tavo::kQueryRangeSeparator;
 using tavo::PortSet;

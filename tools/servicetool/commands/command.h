@@ -50,8 +50,8 @@ struct Option {
     std::string_view help;
     Value value = {};
     Repeat repeat = Repeat::kLast;
-    std::string_view excludes = {};  // the name of an option that cannot be given as well
     char letter = '\0';              // "-v" for "--verbose"
+    std::string_view excludes = {};  // the name of an option that cannot be given as well
 };
 
 // How often an argument may be given.

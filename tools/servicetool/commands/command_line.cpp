@@ -251,6 +251,7 @@ void Reader::Refuse(std::string message, std::string fix) {
 void Reader::CheckWhole() {
     if (line_.command == nullptr) {
         Refuse("a command is missing");
+        return;
     }
     if (!line_.problem.message.empty()) {
         return;
