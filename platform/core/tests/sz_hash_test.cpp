@@ -159,7 +159,7 @@ TEST(SzHashSetValue, KeepsTheOldValueWhenTheNewOneFindsNoMemory) {
 
 TEST(SzHashSetValue, GivesAKeyAnotherValueAnyNumberOfTimes) {
     const HashPtr hash = HashOf({{"a", "1"}, {"b", "2"}});
-    for (const std::size_t size : {0, 1, 900, 10, 2000, 3, 100}) {
+    for (const std::size_t size : {0U, 1U, 900U, 10U, 2000U, 3U, 100U}) {
         for (int i = 0; i < 20; ++i) {
             const std::string value(size + static_cast<std::size_t>(i), 'x');
             ASSERT_EQ(TLIBCSzHashSetValue(hash.get(), "a", value.c_str()), 0);

@@ -1,8 +1,10 @@
-// A system that does not say which program a process runs.
+// A system that does not say which program a process runs. The header of libc that declares these
+// functions is left out: it may define them inline.
 #include <dlfcn.h>
-#include <unistd.h>
+#include <sys/types.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <string_view>
 
 namespace {
@@ -16,7 +18,10 @@ bool NamesProgram(std::string_view path) {
 extern "C" {
 #pragma GCC visibility push(default)
 
-ssize_t readlink(const char *path, char *target, size_t size) {
+ssize_t readlink(const char *path, char *target, std::size_t size);
+ssize_t __readlink_chk(const char *path, char *target, std::size_t size, std::size_t room);
+
+ssize_t readlink(const char *path, char *target, std::size_t size) {
     if (NamesProgram(path)) {
         errno = EACCES;
         return -1;
@@ -26,7 +31,7 @@ ssize_t readlink(const char *path, char *target, size_t size) {
 }
 
 // The same in a program that is compiled with _FORTIFY_SOURCE.
-ssize_t __readlink_chk(const char *path, char *target, size_t size, size_t) {
+ssize_t __readlink_chk(const char *path, char *target, std::size_t size, std::size_t /*room*/) {
     return readlink(path, target, size);
 }
 
