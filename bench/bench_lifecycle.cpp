@@ -109,7 +109,7 @@ __attribute__((visibility("default"))) int TLIBCExecl(const char *szProgram, int
     const char *arguments[4] = {szArg};
     va_list rest;
     va_start(rest, szArg);
-    for (int i = 0; arguments[i] != nullptr && i < 3; ++i) {
+    for (int i = 0; i < 3 && arguments[i] != nullptr; ++i) {
         arguments[i + 1] = va_arg(rest, const char *);
     }
     va_end(rest);

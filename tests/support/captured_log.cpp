@@ -1,7 +1,5 @@
 #include "captured_log.h"
 
-#include <syslog.h>
-
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +7,9 @@
 #include <regex>
 
 namespace {
+
+// LOG_ERR of syslog(3), whose header is left out: it may define the functions below inline.
+constexpr int kLogError = 3;
 
 // Lines are caught while allocations are made to fail, so they go into memory that is there
 // already: for each its priority, one byte, and its text with the terminator.
@@ -39,14 +40,16 @@ extern "C" {
 
 #define TAVO_INTERPOSED __attribute__((visibility("default")))
 
-TAVO_INTERPOSED void syslog(int priority, const char *format, ...) {
+TAVO_INTERPOSED void syslog(int priority, const char *format, ...);
+void syslog(int priority, const char *format, ...) {
     va_list args;
     va_start(args, format);
     Catch(priority, format, args);
     va_end(args);
 }
 
-TAVO_INTERPOSED void vsyslog(int priority, const char *format, va_list args) {
+TAVO_INTERPOSED void vsyslog(int priority, const char *format, va_list args);
+void vsyslog(int priority, const char *format, va_list args) {
     Catch(priority, format, args);
 }
 
@@ -91,7 +94,7 @@ std::vector<std::string> CapturedLog::Messages() const {
     std::vector<std::string> messages;
     for (const Line &line : Lines()) {
         std::smatch match;
-        if (line.priority != LOG_ERR) {
+        if (line.priority != kLogError) {
             messages.push_back("not LOG_ERR: " + line.text);
         } else if (!std::regex_search(line.text, match, prefix)) {
             messages.push_back("no SOURCE:LINE prefix: " + line.text);
