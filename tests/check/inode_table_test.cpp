@@ -266,9 +266,9 @@ TEST_F(InodeTable, ShowsAsMuchOfALostValueAsALineHolds) {
                 Fetch("77");
                 return 0;
             },
-            [&](int) {
-                const bool entered = Entered().front() == "1=77," + known;
-                TLIBCSzHashSetValue(table_.get(), "1", known.c_str());
+            [&, &text = known](int) {
+                const bool entered = Entered().front() == "1=77," + text;
+                TLIBCSzHashSetValue(table_.get(), "1", text.c_str());
                 return entered;
             });
         EXPECT_THAT(messages,

@@ -6,7 +6,6 @@ namespace {
 
 using testing::Each;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr mode_t kFolderMode = S_IFDIR | 0755;
 

@@ -11,9 +11,6 @@
 namespace tavo::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 class SectionTexts : public SetTest {
   protected:
     SectionTexts() {

@@ -15,7 +15,6 @@ namespace tavo::test {
 namespace {
 
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
