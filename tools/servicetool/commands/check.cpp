@@ -165,8 +165,8 @@ CheckOptions OptionsOf(const Arguments &arguments) {
 UsageProblem ProblemOf(const Arguments &arguments) {
     const CheckOptions check = OptionsOf(arguments);
     for (const auto *names : {&check.ports, &check.files, &check.skip, &check.sources}) {
-        if (Holds(*names, "")) {
-            return {"a name is empty"};
+        if (const UsageProblem problem = ProblemOfEmptyName(*names); !problem.message.empty()) {
+            return problem;
         }
     }
     if (check.ports.empty() && check.files.empty()) {

@@ -113,14 +113,16 @@ SectionOptions SectionOf(const Arguments &arguments) {
             .dry_run = arguments.Has("--dry-run")};
 }
 
+UsageProblem ProblemOfEmptyName(const std::vector<std::string> &names) {
+    return Holds(names, "") ? UsageProblem{"a name is empty"} : UsageProblem{};
+}
+
 UsageProblem ProblemOfNames(const std::vector<std::string> &names) {
-    if (Holds(names, "")) {
-        return {"a name is empty"};
+    UsageProblem problem = ProblemOfEmptyName(names);
+    if (problem.message.empty() && std::count(names.begin(), names.end(), kStandardInput) > 1) {
+        problem.message = "standard input is named twice";
     }
-    if (std::count(names.begin(), names.end(), kStandardInput) > 1) {
-        return {"standard input is named twice"};
-    }
-    return {};
+    return problem;
 }
 
 std::optional<unsigned int> NumberUpTo(unsigned int most, std::string_view text) {

@@ -143,7 +143,10 @@ FolderChoice FolderOf(const Arguments &arguments);
 // What the commands that change a section take: the two operands above, and their options.
 SectionOptions SectionOf(const Arguments &arguments);
 
-// A problem where one of the names is empty, or one asks for standard input a second time.
+// A problem where one of the names is empty.
+UsageProblem ProblemOfEmptyName(const std::vector<std::string> &names);
+
+// The same, and where standard input is named a second time.
 UsageProblem ProblemOfNames(const std::vector<std::string> &names);
 
 // The number that the text is in decimal digits, when it is one of 1 to `most`.

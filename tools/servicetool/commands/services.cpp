@@ -212,11 +212,7 @@ constinit const Command kServicesCommand = {
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,
-    .check =
-        [](const Arguments &arguments) {
-            return Holds(arguments.Operands(), "") ? UsageProblem{"a name is empty"}
-                                                   : UsageProblem{};
-        },
+    .check = [](const Arguments &arguments) { return ProblemOfEmptyName(arguments.Operands()); },
     .run =
         [](const Arguments &arguments, Report &report) {
             Services({.supported = arguments.Has("--supported"),

@@ -225,11 +225,7 @@ constinit const Command kWhyCommand = {
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,
-    .check =
-        [](const Arguments &arguments) {
-            return Holds(arguments.Operands(), "") ? UsageProblem{"a name is empty"}
-                                                   : UsageProblem{};
-        },
+    .check = [](const Arguments &arguments) { return ProblemOfEmptyName(arguments.Operands()); },
     .run =
         [](const Arguments &arguments, Report &report) {
             Why({.ports = arguments.Operands(), .no_legend = arguments.Has("--no-legend")}, report);
