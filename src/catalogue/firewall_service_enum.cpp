@@ -10,12 +10,12 @@
 #include <cstring>
 #include <utility>
 
+#include "base/system_files.h"
 #include "catalogue/firewall_service.h"
 #include "support/error_state.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"
-#include "support/settings.h"
 #include "support/text.h"
 #include "tavoserviceconf.h"
 

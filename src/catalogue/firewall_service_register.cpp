@@ -8,11 +8,11 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/system_files.h"
 #include "catalogue/firewall_service.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"
-#include "support/settings.h"
 #include "support/text.h"
 #include "tavoftp.h"
 #include "tavoserviceconf.h"

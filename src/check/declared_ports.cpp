@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "base/system_files.h"
 #include "support/failure.h"
-#include "support/settings.h"
 
 namespace tavo {
 namespace {

@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/system_files.h"
 #include "support/failure.h"
-#include "support/settings.h"
 
 namespace tavo {
 namespace {

@@ -13,6 +13,7 @@
 #include <iterator>
 #include <utility>
 
+#include "base/system_files.h"
 #include "catalogue/firewall_service.h"
 #include "engine/call_catalogue.h"
 #include "engine/comparison.h"
@@ -26,7 +27,6 @@
 #include "support/held_file.h"
 #include "support/owners.h"
 #include "support/presence.h"
-#include "support/settings.h"
 #include "support/text.h"
 #include "tavoftp.h"
 #include "tavopf.h"

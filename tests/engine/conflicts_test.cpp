@@ -8,10 +8,10 @@
 #include <initializer_list>
 #include <sstream>
 
+#include "base/system_files.h"
 #include "conflict_test.h"
 #include "failing_allocation.h"
 #include "held_socket.h"
-#include "support/settings.h"
 
 namespace tavo::test {
 namespace {

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "base/system_files.h"
 #include "catalogue/firewall_service.h"
 #include "input/service_file.h"
 #include "output/report.h"
-#include "support/settings.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {

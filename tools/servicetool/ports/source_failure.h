@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/system_files.h"
 #include "engine/conflicts.h"
 #include "output/diagnostic.h"
 #include "output/report.h"
-#include "support/settings.h"
 
 namespace tavo::tool {
 
