@@ -46,24 +46,6 @@ bool AnyHeld(const Range &range, const PortSet &held) {
 
 }  // namespace
 
-KeptTexts::~KeptTexts() {
-    for (char *text : texts_) {
-        std::free(text);
-    }
-}
-
-const char *KeptTexts::Keep(const char *text, bool &out_of_memory) {
-    if (text == nullptr) {
-        return nullptr;
-    }
-    OwnedText copy(strdup(text));
-    if (copy == nullptr || !texts_.Append(copy.get())) {
-        out_of_memory = true;
-        return nullptr;
-    }
-    return copy.release();
-}
-
 bool PortConflicts::Find(std::span<const PortQuestion> questions) {
     questions_ = questions;
     if (!OrderQuestions()) {
@@ -89,6 +71,12 @@ bool PortConflicts::Find(std::span<const PortQuestion> questions) {
         TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
     }
     return !out_of_memory_;
+}
+
+const char *PortConflicts::Keep(const char *text) {
+    const char *copy = text == nullptr ? nullptr : texts_.Keep(text);
+    out_of_memory_ = out_of_memory_ || (text != nullptr && copy == nullptr);
+    return copy;
 }
 
 bool PortConflicts::OrderQuestions() {
@@ -198,7 +186,7 @@ void PortConflicts::CompareText(const char *ports, int source, uint32_t protocol
                           .code = TLIBCErrGet(),
                           .declarer = declarer,
                           .key = key,
-                          .text = texts_.Keep(ports, out_of_memory_)},
+                          .text = Keep(ports)},
                          protocols);
     }
 }
@@ -228,15 +216,13 @@ void PortConflicts::ReadRules() {
             .source = TAVO_PORT_CHECK_PORT_FORWARD,
             .code = TLIBCErrGet(),
             .error = error,
-            .declarer = {nullptr, nullptr, rules.Path(),
-                         texts_.Keep(rules.FailedSection(), out_of_memory_)},
+            .declarer = {nullptr, nullptr, rules.Path(), Keep(rules.FailedSection())},
         });
     }
 }
 
 void PortConflicts::CompareRule(const ForwardingRule &rule, const char *file) {
-    const auto keep = [this](const char *text) { return texts_.Keep(text, out_of_memory_); };
-    const PortDeclarer declarer = {keep(rule.service), keep(rule.title), file, keep(rule.section)};
+    const PortDeclarer declarer = {Keep(rule.service), Keep(rule.title), file, Keep(rule.section)};
     if (const char *missing = rule.MissingKey()) {
         AddFailureForAll({
             .source = TAVO_PORT_CHECK_PORT_FORWARD,

@@ -15,6 +15,7 @@
 #include "engine/text_ranges.h"
 #include "engine/used_ports.h"
 #include "support/growing_array.h"
+#include "support/kept_texts.h"
 
 namespace tavo {
 
@@ -62,21 +63,6 @@ struct SourceFailure {
     const char *text = nullptr;
 };
 
-// Texts that records point to.
-class KeptTexts {
-  public:
-    KeptTexts() = default;
-    ~KeptTexts();
-    KeptTexts(const KeptTexts &) = delete;
-    KeptTexts &operator=(const KeptTexts &) = delete;
-
-    // Copies a text; null stays null. Sets `out_of_memory` when there is no memory for the copy.
-    const char *Keep(const char *text, bool &out_of_memory);
-
-  private:
-    GrowingArray<char *> texts_;
-};
-
 class PortConflicts {
   public:
     // Answers the questions, which must live as long as this. Call it once. Returns false when out
@@ -99,6 +85,9 @@ class PortConflicts {
         std::size_t question;
         int highest;
     };
+
+    // Copies a text for a record; null stays null.
+    const char *Keep(const char *text);
 
     bool OrderQuestions();
     bool Concerns(std::size_t question, int source, const char *name) const;

@@ -1,37 +1,15 @@
 // Collects what a reading of service files leaves out.
 #include "model/service_files.h"
 
-#include <cstdlib>
-#include <cstring>
-#include <utility>
-
 namespace tavo {
-
-ReadingReport::~ReadingReport() {
-    for (char *text : texts_) {
-        std::free(text);
-    }
-}
-
-ReadingReport &ReadingReport::operator=(ReadingReport &&other) noexcept {
-    std::swap(files_, other.files_);
-    std::swap(omissions_, other.omissions_);
-    std::swap(texts_, other.texts_);
-    folder_ = other.folder_;
-    path_ = other.path_;
-    fault_ = other.fault_;
-    left_out_ = other.left_out_;
-    return *this;
-}
 
 // Null when out of memory, which makes the report incomplete.
 const char *ReadingReport::Keep(const char *text) {
-    OwnedText copy(strdup(text));
-    if (copy == nullptr || !texts_.Append(copy.get())) {
+    const char *copy = texts_.Keep(text);
+    if (copy == nullptr) {
         NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
-        return nullptr;
     }
-    return copy.release();
+    return copy;
 }
 
 void ReadingReport::NoteFault(Reading reading) {

@@ -4,6 +4,7 @@
 
 #include "model/reading.h"
 #include "support/growing_array.h"
+#include "support/kept_texts.h"
 #include "support/owners.h"
 #include "support/service_directory.h"
 #include "tavoserviceconf.h"
@@ -30,11 +31,6 @@ struct LeftOut {
 // Owns its texts. The records of the files point into the list that was read with it.
 class ReadingReport {
   public:
-    ReadingReport() = default;
-    ~ReadingReport();
-    ReadingReport(ReadingReport &&other) = default;
-    ReadingReport &operator=(ReadingReport &&other) noexcept;
-
     // Every file that was tried: the system folder's, then the package folder's, by name.
     const GrowingArray<ServiceFileRecord> &Files() const { return files_; }
 
@@ -64,7 +60,7 @@ class ReadingReport {
 
     GrowingArray<ServiceFileRecord> files_;
     GrowingArray<LeftOut> omissions_;
-    GrowingArray<char *> texts_;
+    KeptTexts texts_;
     const ServiceFolder *folder_ = nullptr;  // of the file that is being read
     const char *path_ = nullptr;
     unsigned int fault_ = 0;
