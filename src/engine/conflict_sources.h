@@ -11,6 +11,10 @@
 
 namespace tavo {
 
+// The bits of TAVO_PORT_CHECK_* that name a source.
+constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
+                             TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
+
 // Named on its own, this port always counts as taken; a range that contains it does not.
 constexpr int kReservedPort = 412;
 

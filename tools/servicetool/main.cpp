@@ -61,7 +61,7 @@ namespace {
     std::_Exit(static_cast<int>(tavo::tool::Status::kFailed));
 }
 
-// Some destructors need memory, to read what was caught of a log for example, and must not throw.
+// Some destructors need memory, to remove a private folder for example, and must not throw.
 // Everything else that ends here is a defect.
 [[noreturn]] void Terminate() {
     try {

@@ -18,9 +18,6 @@
 namespace tavo::tool {
 namespace {
 
-constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
-                             TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
-
 constexpr char kUnreadSection[] = "the section cannot be read";
 
 // Why no service can have that name; empty when one can.

@@ -26,9 +26,6 @@ struct CheckOptions {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
-                             TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
-
 // The sources of these names, `all` where there are none.
 int FlagsOf(const std::vector<std::string> &names, int all) {
     int flags = 0;

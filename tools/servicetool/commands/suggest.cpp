@@ -27,9 +27,6 @@ struct SuggestOptions {
 constexpr std::uint32_t kDefaultNear = 8080;
 constexpr std::uint32_t kLastPrivilegedPort = 1023;
 
-constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
-                             TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
-
 class Suggestion {
   public:
     Suggestion(const SuggestOptions &options, std::uint32_t protocols, Report &report)

@@ -25,8 +25,6 @@
 namespace tavo::tool {
 namespace {
 
-constexpr unsigned int kOutOfMemory = 0x200;
-
 // Behind the link to an executable that is not there any more, as after an update.
 constexpr std::string_view kDeleted = " (deleted)";
 
@@ -149,7 +147,7 @@ std::string ReadSockets(const SocketTable &table, TLIBCDList *sockets) {
     if (ParseToRawSocketInfo(table.path, table.protocol, sockets) == 0) {
         return {};
     }
-    if (TLIBCErrGet() == kOutOfMemory) {
+    if (TLIBCErrGet() == TLIBC_ERR_NO_MEMORY) {
         throw std::bad_alloc();
     }
     const std::string path = table.path;
@@ -182,7 +180,7 @@ OwnedTable FetchHolders() {
     ForgetFailure();
     OwnedTable holders(InodeToPidsTableFetch());
     const unsigned int code = TLIBCErrGet();
-    if (holders == nullptr && (code == kOutOfMemory || SystemReason(code).empty())) {
+    if (holders == nullptr && (code == TLIBC_ERR_NO_MEMORY || SystemReason(code).empty())) {
         throw std::bad_alloc();
     }
     return holders;
