@@ -16,11 +16,10 @@
 extern "C" {
 #endif
 
-/* The port that the SSH server listens on: the first Port of /etc/ssh/sshd_config in front of its
- * first Match (sshd_config(5)), 22 when there is none or no such file. Files that it includes are
- * not followed, and a port in a ListenAddress does not count. -1 when the file is no regular file
- * or cannot be read (0x900), or when what follows Port is not one number of 1..65535 or the line is
- * longer than 1024 bytes (0xD00). */
+/* The port that the SSH server listens on: the first Port of /etc/ssh/sshd_config before its first
+ * Match (sshd_config(5)), 22 if there is none or no such file. Include and the port of
+ * ListenAddress are ignored. -1 if the file is not a regular file or cannot be read (0x900), or if
+ * the value of Port is not one number of 1..65535 or the line is longer than 1024 bytes (0xD00). */
 TAVOSSH_API int TAVOServiceSSHPortGet(void);
 
 #ifdef __cplusplus
