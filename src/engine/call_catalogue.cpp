@@ -12,14 +12,15 @@
 namespace tavo {
 namespace {
 
-// So many questions are answered by walking the list.
+// The index is not built for this many questions: they search the list.
 constexpr int kFewQuestions = 4;
 
 constexpr uint32_t kHighestPort = 65535;
 
 constexpr uint32_t kProtocolBits[] = {TAVO_PROTO_TCP, TAVO_PROTO_UDP};
 
-// Takes a port off the text, as TAVOServiceConfPortsCheck reads it: the low 32 bits count.
+// Removes a port from the front of the text. As in TAVOServiceConfPortsCheck, only the low 32 bits
+// count.
 bool TakePort(std::string_view &text, int &nPort) {
     int64_t nValue = -1;
     const auto [pEnd, error] = std::from_chars(text.data(), text.data() + text.size(), nValue);
@@ -48,9 +49,9 @@ bool ReadPlainToken(std::string_view token, char separator, Range &range) {
     return token.empty();
 }
 
-// Calls enter(range) for each range of a text that is plain: a comparison reads all of it and has
-// nothing to report. False at the first token that is not plain, where enter gives false, and when
-// memory runs out.
+// Calls enter(range) for each range of a plain text, that is, one that a comparison reads
+// completely and without an error. Returns false at the first token that is not plain, when enter
+// returns false, and when out of memory.
 template <typename Enter>
 bool ForEachPlainRange(const char *szText, char separator, Enter enter) {
     const OwnedText copy(strdup(szText));
@@ -112,7 +113,7 @@ bool ServiceIndex::EnterPorts(Named &named) {
                               [&](const Range &range) { return enough = ranges.Append(range); });
     }
     GrowingArray<Range> merged;
-    // A port that the service declares a hundred times is entered once.
+    // A port that the service declares several times is entered once.
     if (!enough || (named.plain && !MergeRanges(ranges, merged))) {
         return false;
     }
@@ -122,7 +123,7 @@ bool ServiceIndex::EnterPorts(Named &named) {
     return true;
 }
 
-// Collects the services that are not plain, in the order of the list.
+// Collects the services that are not plain, in list order.
 bool ServiceIndex::CollectOdd() {
     GrowingArray<Named> odd;
     for (const Named &named : names_) {
@@ -188,8 +189,8 @@ const ServiceCatalogue &CallCatalogue::Get() {
     return catalogue_;
 }
 
-// The index, made when it begins to pay; null before that, and when memory runs out. A catalogue
-// that is read anew for each question is walked.
+// The index, built after the first few questions; null before that, and when out of memory. A
+// catalogue that is read again for each question is searched without an index.
 const ServiceIndex *CallCatalogue::Index(int &nQuestions) {
     if (!index_ && ++nQuestions > kFewQuestions) {
         nQuestions = 0;

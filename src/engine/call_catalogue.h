@@ -1,4 +1,4 @@
-// The catalogue of firewall services as one call of the conflict engine sees it.
+// The catalogue of firewall services, read for one call of the conflict engine.
 #ifndef TAVO_SRC_ENGINE_CALL_CATALOGUE_H
 #define TAVO_SRC_ENGINE_CALL_CATALOGUE_H
 
@@ -14,43 +14,44 @@
 
 namespace tavo {
 
-// Services whose texts have to be compared, to report what is wrong with them.
+// A service that must be compared even if no port matches: the comparison reports the error in its
+// text.
 struct OddService {
     const TAVO_FW_SERVICE *pService;
 };
 using OddServices = GrowingArray<OddService>;
 
-// Finds services by name and ports by number. A service file of N sections asks N times about
-// N services, so what one question would walk is put in order once.
+// Finds services by name and ports by number. A service file of N sections asks N times about N
+// services; the index avoids searching the list each time.
 class ServiceIndex {
   public:
-    // The first service of that name; null when there is none.
+    // The first service of that name; null if there is none.
     TAVO_FW_SERVICE *Find(const char *szName) const;
 
-    // Whether it is certain that no service declares one of the ports that `szPorts` asks for, on
-    // one of the protocols, but for services of the name `szSkipped` (null: none) and odd ones.
-    // False when a service does, and when `szPorts` is such that only comparing tells.
+    // True if no service declares a port of `szPorts` on one of the protocols, apart from services
+    // named `szSkipped` (null: none) and odd ones. False if a service does, and if `szPorts` is not
+    // plain, so that it must be compared.
     bool DeclareNone(const char *szPorts, uint32_t nProtocols, const char *szSkipped) const;
 
-    // In the order of the list.
+    // In list order.
     const OddServices &Odd() const { return odd_; }
 
-    // False when out of memory.
+    // Returns false when out of memory.
     bool Build(TAVO_FW_SERVICE *pServices);
 
   private:
     static constexpr std::size_t kPorts = 65536;
-    static constexpr uint32_t kSeveral = UINT32_MAX;  // names that declare the port
+    static constexpr uint32_t kSeveral = UINT32_MAX;  // several names declare the port
 
     struct Named {
         std::string_view name;
         TAVO_FW_SERVICE *pService;
-        uint32_t nPlace;  // in the list
-        uint32_t nName;   // the same number for the same name, from 1 on
-        bool plain;       // whether no declared text is odd
+        uint32_t nPlace;  // position in the list
+        uint32_t nName;   // number of the name, from 1; equal names have equal numbers
+        bool plain;       // no declared text is odd
     };
 
-    // Who declares each port for one protocol: a number of a name, 0 or kSeveral.
+    // For one protocol, the number of the name that declares each port, 0 or kSeveral.
     using Declarers = std::unique_ptr<uint32_t, FreeWith<std::free>>;
 
     const Named *FirstOf(std::string_view name) const;
@@ -64,18 +65,18 @@ class ServiceIndex {
     OddServices odd_;
 };
 
-// Reads the catalogue, at most once where that shows nowhere. A reading that leaves something out
-// logs it, so each question for the catalogue then reads it anew. Whatever is read once is of one
-// moment: the call does not see what is installed meanwhile.
+// Reads the catalogue once per call if it is complete. Reading an incomplete catalogue logs what is
+// missing, and the log must show this for each question, so it is then read again for each one. A
+// catalogue that is read once is a snapshot: services that are installed later are not seen.
 class CallCatalogue {
   public:
     const ServiceCatalogue &Get();
 
     TAVO_FW_SERVICE *Find(const char *szName);
 
-    // When ServiceIndex is certain that none of the services that Get gave last declares the ports,
-    // the odd ones that have to be compared all the same. Null otherwise, and while it costs less
-    // to compare all.
+    // If ServiceIndex is certain that no service of the last Get declares the ports: the odd
+    // services, which must be compared in any case. Null otherwise, and as long as comparing all
+    // services is cheaper.
     const OddServices *PlainDeclareNone(const char *szPorts, uint32_t nProtocols,
                                         const TLIBCSzList *pSkipped);
 

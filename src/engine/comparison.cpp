@@ -9,10 +9,11 @@
 namespace tavo {
 namespace {
 
-// So few ranges are compared one by one, which takes no memory.
+// Up to this many ranges are compared one by one, without allocating memory.
 constexpr std::size_t kFewRanges = 8;
 
-// Reads a text to its end, or to the token that is none. How many ranges there were before it.
+// Reads a text to its end or to the first invalid token. Returns the number of ranges read; `whole`
+// is set if the end was reached.
 std::size_t ReadAll(TextRanges &ranges, bool &whole) {
     std::size_t nCount = 0;
     Range range{};
@@ -24,7 +25,7 @@ std::size_t ReadAll(TextRanges &ranges, bool &whole) {
     return nCount;
 }
 
-// Makes a set of ranges in any order.
+// Adds ranges in any order to an empty set.
 int FillSet(PendingRanges &ranges, TAVO_PORT_RANGE *pSet) {
     ranges.Sort();
     return ranges.AddTo(pSet);
@@ -57,8 +58,8 @@ int Comparison::FailToAllocate() const {
     return TAVO_FAIL_STATE_AT(place_, TLIBC_ERR_NO_MEMORY, "Failed to allocate for port ranges");
 }
 
-// Reads the query once. A token of it that is none is an error of the first comparison that comes
-// to it: what was asked before it is compared.
+// Reads the query once. An invalid token is an error of the first comparison that reaches it; the
+// ranges before it are still compared.
 int Comparison::ReadQuery() {
     if (!read_) {
         nAsked_ = ReadAll(query_, read_);
@@ -81,7 +82,7 @@ int Comparison::FindMergedQuery() {
     return MergeRanges(sorted, merged_) ? 0 : FailToAllocate();
 }
 
-// Whether a range shares a port with the query, which has been read.
+// Whether a range overlaps the query, which has been read.
 bool Comparison::Meets(const Range &declared) const {
     const Range *pBegin = merged_.Count() > 0 ? merged_.begin() : query_.begin();
     const Range *pEnd = merged_.Count() > 0 ? merged_.end() : pBegin + nAsked_;
@@ -96,7 +97,8 @@ bool Comparison::Meets(const Range &declared) const {
     return pFound != pEnd && pFound->nLow <= declared.nHigh;
 }
 
-// Keeps the first `nDeclared` ranges of a text, but for those that make no pair. 1 when any does.
+// Keeps the first `nDeclared` ranges of a text, except those that do not overlap the query. Returns
+// 1 if any does.
 int Comparison::Keep(TextRanges &declared, std::size_t nDeclared) {
     ++nText_;
     const std::size_t nFirst = kept_.Count();
@@ -126,7 +128,7 @@ int Comparison::Compare(const char *szDeclared) {
     bool whole = false;
     const std::size_t nDeclared = ReadAll(declared, whole);
     if (!whole) {
-        // The first range of the query has come to the token that is none, the others have not.
+        // The first range of the query meets the invalid token before the others are compared.
         nAskedOfLast_ = 1;
         Keep(declared, nDeclared);
         return -1;
@@ -157,7 +159,7 @@ int Comparison::MergeCommonPorts(TAVO_PORT_RANGE *pSet) const {
     return TLIBPortRangeOverlap(asked.get(), declared.get(), pSet);
 }
 
-// Adds the pairs one by one, the last one first: that is the order of the caller's list.
+// Adds the pairs one by one, the last one first, which is the order of the caller's list.
 int Comparison::MergePairs(TAVO_PORT_RANGE *pSet) const {
     RangeAdder adder(pSet);
     for (std::size_t nEnd = kept_.Count(); nEnd > 0;) {
@@ -180,13 +182,14 @@ int Comparison::MergePairs(TAVO_PORT_RANGE *pSet) const {
     return 0;
 }
 
-// The order in which ranges are added shows in a set with one that runs backwards only. The
-// settings leave one where they are neighbours and the query names them backwards.
+// The result depends on the order of the additions only if the set contains a range with its end
+// before its start. The settings produce one if two of them are neighbours and the query names them
+// in reverse order.
 int Comparison::Merge(TAVO_PORT_RANGE *pSet) const {
     return IsWellFormed(pSet->pRanges) ? MergeCommonPorts(pSet) : MergePairs(pSet);
 }
 
-// Makes the pairs of one text.
+// Adds the pairs of one text to the caller's list.
 int Comparison::MakePairsOf(std::size_t nFirst, std::size_t nEnd, std::size_t nAsked) {
     for (const Range *pAsked = query_.begin(); pAsked != query_.begin() + nAsked; ++pAsked) {
         for (std::size_t i = nFirst; i < nEnd; ++i) {

@@ -1,4 +1,4 @@
-// The ports that a caller asks for, compared with the texts of those who declare ports.
+// Compares the ports of a query with declared texts.
 #ifndef TAVO_SRC_ENGINE_COMPARISON_H
 #define TAVO_SRC_ENGINE_COMPARISON_H
 
@@ -11,25 +11,24 @@
 
 namespace tavo {
 
-// Declared ranges are written START-END, those of a query START:END.
+// Declared ranges are written START-END, query ranges START:END.
 constexpr char kDeclaredRangeSeparator = '-';
 constexpr char kQueryRangeSeparator = ':';
 
-// Puts a conflict in front of the list: of both protocols, whichever was asked for.
+// Prepends a conflict to the list, with both protocols, whatever the query asked for.
 int AddConflict(const Range &range, TAVO_SERVICE_CONF_PORT **ppConflictPorts);
 
-// The same for what two ranges have in common: 1 when there is something, 0 when not, -1 on
-// failure.
+// The same for the overlap of two ranges. Returns 1 if they overlap, 0 if not, -1 on failure.
 int AddCommonPorts(const Range &a, const Range &b, TAVO_SERVICE_CONF_PORT **ppConflictPorts);
 
-// Every pair of an asked and a declared range that overlap is one conflict. Where the conflicts are
-// merged into a set of ports in the end, the pairs are not made: two files of ten thousand ranges
-// each would make a hundred million. The declared ranges are kept instead, in the order of the
-// comparisons, so that the pairs can still be made when nothing is merged after all.
+// Each overlapping pair of a query range and a declared range is one conflict. If the conflicts are
+// merged into a port set at the end, the pairs are not created: two files of ten thousand ranges
+// each would give a hundred million. Instead the declared ranges are kept, in the order of the
+// comparisons, so that the pairs can still be created if the merge does not happen.
 class Comparison {
   public:
     enum class Keeping {
-        kPairs,           // in the caller's list, at once
+        kPairs,           // prepended to the caller's list at once
         kDeclaredRanges,  // for Merge or MakePairs
     };
 
@@ -41,27 +40,27 @@ class Comparison {
           keeping_(keeping),
           ppConflicts_(ppConflictPorts) {}
 
-    // Compares with one declared text. 1 when they collide, 0 when they do not, -1 on failure.
+    // Compares with one declared text. Returns 1 if they overlap, 0 if not, -1 on failure.
     int Compare(const char *szDeclared);
 
     bool HasKept() const { return kept_.Count() > 0; }
 
-    // Adds the ports of all conflicts that were kept to a set. They stay kept: what is done with
-    // the set may still fail.
+    // Adds the ports of all kept conflicts to a set. They are still kept, because later steps with
+    // the set may fail.
     int Merge(TAVO_PORT_RANGE *pSet) const;
 
-    // Forgets what was kept, once it is in the caller's list.
+    // Drops the kept ranges once they are in the caller's list.
     void Forget() { kept_.Clear(); }
 
-    // Puts the pairs that were kept in front of the caller's list, as far as memory reaches, and
-    // forgets them.
+    // Prepends the pairs of the kept ranges to the caller's list until memory runs out, and drops
+    // the kept ranges.
     int MakePairs();
 
   private:
     struct Kept {
         uint16_t nLow;
         uint16_t nHigh;
-        uint32_t nText;  // texts are compared one after the other
+        uint32_t nText;  // number of the declared text
     };
 
     int ReadQuery();
@@ -77,12 +76,12 @@ class Comparison {
     TextRanges query_;
     Keeping keeping_;
     TAVO_SERVICE_CONF_PORT **ppConflicts_;
-    std::size_t nAsked_ = 0;      // how many ranges of the query could be read
-    bool read_ = false;           // the query to its end
-    GrowingArray<Range> merged_;  // the query, ascending and disjoint; where it is long
+    std::size_t nAsked_ = 0;      // number of valid ranges of the query
+    bool read_ = false;           // the query was read to its end
+    GrowingArray<Range> merged_;  // a long query, ascending and disjoint
     GrowingArray<Kept> kept_;
     uint32_t nText_ = 0;
-    std::size_t nAskedOfLast_ = 0;  // how much of the query the last text was compared with
+    std::size_t nAskedOfLast_ = 0;  // number of query ranges compared with the last text
 };
 
 }  // namespace tavo

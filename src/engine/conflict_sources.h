@@ -1,5 +1,5 @@
-// The sources of taken ports that are files, as everything in the engine reads them. The readers
-// are defined beside TLIBIsPortConflict: their log lines name its source file.
+// The sources of taken ports that are files, with one reader for the whole engine. The readers are
+// defined next to TLIBIsPortConflict because their log lines name its source file.
 #ifndef TAVO_SRC_ENGINE_CONFLICT_SOURCES_H
 #define TAVO_SRC_ENGINE_CONFLICT_SOURCES_H
 
@@ -11,11 +11,11 @@
 
 namespace tavo {
 
-// The bits of TAVO_PORT_CHECK_* that name a source.
+// The bits of TAVO_PORT_CHECK_* that select a source.
 constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
                              TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
 
-// Named on its own, this port always counts as taken; a range that contains it does not.
+// A query for this single port always conflicts; a query for a range that contains it does not.
 constexpr int kReservedPort = 412;
 
 // ---- Port-forwarding rules ----
@@ -26,7 +26,7 @@ constexpr char kRuleProtocol[] = "protocol name";
 constexpr char kRuleAppliancePorts[] = "s_port";
 constexpr char kRuleRouterPorts[] = "r_port";
 
-// A rule leads ports of the router to ports of the appliance. A key that it lacks is null.
+// A rule forwards ports of the router to ports of the appliance. Missing keys are null.
 struct ForwardingRule {
     const char *section = nullptr;
     const char *service = nullptr;
@@ -35,7 +35,7 @@ struct ForwardingRule {
     const char *appliance_ports = nullptr;
     const char *router_ports = nullptr;
 
-    // The first key that a rule needs and this one lacks; null when it has them all.
+    // The first required key that is missing; null if there is none.
     const char *MissingKey() const {
         return protocol == nullptr          ? kRuleProtocol
                : appliance_ports == nullptr ? kRuleAppliancePorts
@@ -44,21 +44,21 @@ struct ForwardingRule {
     }
 };
 
-// Reads the rules one by one, in file order. The file is held while this lives.
+// Reads the rules in file order. The file is held for the lifetime of the object.
 class ForwardingRules {
   public:
     enum class Step { kRule, kEnd, kFailed };
 
-    // The texts of the rule are valid until the next call. A file that is absent has no rules. A
-    // failure is logged, and the error state holds its code.
+    // The texts of the rule are valid until the next call. A missing file has no rules. A failure
+    // is logged and sets the error state.
     Step Next(ForwardingRule &rule);
 
     const char *Path() const { return path_; }
 
-    // The errno of the look for the file; 0 when it is there.
+    // The errno of the check for the file; 0 if the file exists.
     int LookError() const { return look_error_; }
 
-    // The section that could not be read; null when the file could not.
+    // The section that could not be read; null if the file itself could not be read.
     const char *FailedSection() const;
 
   private:
@@ -70,22 +70,22 @@ class ForwardingRules {
     OwnedTable keys_;
     OwnedNames names_;
     std::optional<HeldFile> held_;
-    int next_ = -1;  // -1: the file has not been opened
+    int next_ = -1;  // -1: the file has not been opened yet
 };
 
 // ---- Settings of the system ----
 
-// The two keys of the passive range of FTP. It takes no part in any comparison, it only has to be
-// known: what the settings hold for it is read by the FTP library, from the key for the high port.
+// The two keys of the passive port range of FTP. The range is not compared; it only must be
+// readable. The FTP library reads it, from the key for the high port.
 constexpr char kFtpLowPortKey[] = "ftplowport";
 constexpr char kFtpHighPortKey[] = "ftphighport";
 
 struct ServiceSetting {
-    const char *service;  // the name that skips it
+    const char *service;  // skipping this name skips the setting
     const char *key;
 };
 
-// In the order in which they are read.
+// In reading order.
 constexpr ServiceSetting kServiceSettings[] = {
     {"ftp", "ftpport"},
     {"ftp", kFtpLowPortKey},
@@ -94,9 +94,9 @@ constexpr ServiceSetting kServiceSettings[] = {
     {"syslog_server", "syslogport"},
 };
 
-// Adds the port that the settings name under the key, if they name one. Returns 0, or -1 after a
-// failure: out of memory (error code 0x200), settings that cannot be read, or a value that is no
-// port, which alone makes no log line.
+// Adds the port that the settings contain for the key, if any. Returns 0, or -1 on failure: out of
+// memory (error code 0x200), unreadable settings, or a value that is not a port. Only the last one
+// is not logged.
 int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet);
 
 }  // namespace tavo

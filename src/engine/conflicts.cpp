@@ -1,6 +1,6 @@
-// The questions are put in the order of their ports, so that each declaration finds those that it
-// collides with by a search. A source that fails for one declarer fails for the questions that do
-// not skip it, and still answers with all the others.
+// The ranges of all questions are sorted, so that the conflicts of each declaration are found by
+// binary search. If a source fails for one declarer, the failure is recorded for the questions that
+// do not skip it; all other declarers are still compared.
 #include "engine/conflicts.h"
 
 #include <algorithm>
@@ -25,12 +25,12 @@ bool IsAlone(const Range &range, int port) {
     return range.nLow == port && range.nHigh == port;
 }
 
-// Clears the error state, so that the code of a failure is that of its own cause.
+// Clears the error state, so that a failure is reported with its own error code.
 void ForgetError() {
     TLIBCErrSetEx(0, nullptr, 0);
 }
 
-// Why services may be missing from the catalogue; 0 when none is.
+// The error code if services may be missing from the catalogue; 0 if it is complete.
 unsigned int FaultOf(const ServiceCatalogue &catalogue) {
     const unsigned int fault = catalogue.report.Fault();
     return catalogue.count < 0 && fault == 0 ? TAVO_ERR_FW_SERVICES : fault;
@@ -106,7 +106,7 @@ bool PortConflicts::OrderQuestions() {
     return true;
 }
 
-// Whether a question asks the source and does not skip the name.
+// Whether the question uses the source and does not skip the name.
 bool PortConflicts::Concerns(std::size_t question, int source, const char *name) const {
     return (questions_[question].sources & source) != 0 && !Skips(questions_[question], name);
 }
@@ -123,8 +123,7 @@ void PortConflicts::AddFailure(const SourceFailure &failure) {
     }
 }
 
-// Adds the failure of one declarer for every question that asks for its protocols and does not skip
-// it.
+// Records the failure of one declarer for every question about its protocols that does not skip it.
 void PortConflicts::AddFailureForAll(SourceFailure failure, uint32_t protocols) {
     for (std::size_t question = 0; question < questions_.size(); ++question) {
         if (Concerns(question, failure.source, failure.declarer.name) &&
@@ -149,8 +148,8 @@ void PortConflicts::AddReserved() {
     }
 }
 
-// Walks back from the last range that starts in or below the declared one, as far as ranges reach
-// up to it.
+// Goes back from the last range that starts at or below the end of the declared one, as long as an
+// earlier range can reach its start.
 void PortConflicts::AddDeclared(const Range &range, int source, uint32_t protocols,
                                 const PortDeclarer &declarer) {
     const Asked *asked =
@@ -204,12 +203,12 @@ void PortConflicts::ReadRules() {
             if (rules.FailedSection() == nullptr || TLIBCErrGet() != TLIBC_ERR_BAD_PARAMETER) {
                 break;
             }
-            // The section is empty.
+            // An empty section.
             rule = {.section = rules.FailedSection()};
         }
         CompareRule(rule, rules.Path());
     }
-    // Behind a link to itself, or a name that is too long, a file may be there all the same.
+    // If the path contains a link loop or is too long, the file may still exist.
     const int error = rules.LookError();
     if (step == Step::kFailed || (error != 0 && error != ENOENT && error != ENOTDIR)) {
         AddFailureForAll({
@@ -248,8 +247,8 @@ const ServiceCatalogue &PortConflicts::Catalogue() {
     return *services_;
 }
 
-// Adds a failure for each built-in service that is left out, whatever the reason: it has ports.
-// What else could not be read may be any service.
+// Records a failure for each built-in service that was left out, whatever the reason, because
+// built-in services declare ports. Anything else that could not be read may be any service.
 void PortConflicts::AddOmissions(const ServiceCatalogue &catalogue) {
     unsigned int fault = FaultOf(catalogue);
     for (const LeftOut &omission : catalogue.report.Omissions()) {
@@ -360,7 +359,7 @@ void PortConflicts::ReadSocketsOf(const TAVO_PROTO_TYPE_MAPPING &protocol) {
     }
 }
 
-// Sockets at the ports of a skipped service are taken for its own.
+// A socket on a port of a skipped service is assumed to belong to that service.
 void PortConflicts::CompareSockets(std::size_t question, uint32_t protocol, const PortSet &held) {
     const auto [first, end] =
         std::equal_range(asked_.begin(), asked_.end(), Asked{{}, question, 0},
@@ -381,7 +380,7 @@ void PortConflicts::CompareSockets(std::size_t question, uint32_t protocol, cons
     std::for_each(first, end, [&](const Asked &asked) { AddRows(asked, protocol, left); });
 }
 
-// Adds a record for each row of held ports.
+// Adds one record for each run of adjacent held ports.
 void PortConflicts::AddRows(const Asked &asked, uint32_t protocol, const PortSet &held) {
     const auto is_held = [&held](int port) { return held[static_cast<std::size_t>(port)]; };
     for (int port = asked.range.nLow; port <= asked.range.nHigh; ++port) {
@@ -396,7 +395,7 @@ void PortConflicts::AddRows(const Asked &asked, uint32_t protocol, const PortSet
     }
 }
 
-// Returns false when the ports of the services are unknown.
+// Returns false if the ports of the services are unknown.
 bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol,
                                     SkippedPorts &skipped) {
     const ServiceCatalogue &catalogue = Catalogue();

@@ -1,8 +1,8 @@
-// Which of the ports that somebody asks for are taken, and by whom: any number of questions,
-// answered with one reading of each source.
+// Finds the taken ports among those of any number of questions, and their declarers, with one
+// reading of each source.
 //
-// This is the engine for callers inside the appliance's own tools. TLIBIsPortConflict reads the
-// same sources one question at a time and gives a yes, a no and a list of ports.
+// This is the engine for the appliance's own tools. TLIBIsPortConflict reads the same sources one
+// question at a time and returns yes or no and a list of ports.
 #ifndef TAVO_SRC_ENGINE_CONFLICTS_H
 #define TAVO_SRC_ENGINE_CONFLICTS_H
 
@@ -20,44 +20,45 @@
 namespace tavo {
 
 struct PortQuestion {
-    std::span<const Range> ports;          // as they were named, each from 0 to 65535 and in order
-    uint32_t protocols;                    // bits of TAVO_PROTO_*
-    std::span<const char *const> skipped;  // the names to leave out of the comparison
+    std::span<const Range> ports;  // as named in the question, each from 0 to 65535, low to high
+    uint32_t protocols;            // bits of TAVO_PROTO_*
+    std::span<const char *const> skipped;  // names to exclude from the comparison
     int sources;                           // bits of TAVO_PORT_CHECK_*
 };
 
-// One that declares ports. A text that there is not is null.
+// A declarer of ports. Missing texts are null.
 struct PortDeclarer {
-    const char *name = nullptr;   // by which a question can skip it; a rule may have none
-    const char *title = nullptr;  // of a rule
+    const char *name = nullptr;   // the name to skip it by; a rule may have none
+    const char *title = nullptr;  // for rules
     const char *file = nullptr;
-    const char *entry = nullptr;  // of the file: a section or a key
+    const char *entry = nullptr;  // the section or key in the file
 };
 
 // Ports of a question that are taken.
 struct TakenPorts {
     std::size_t question;
     int source;             // one of TAVO_PORT_CHECK_*; _DEFAULT for the reserved port
-    Range range;            // what question and declaration have in common
-    uint32_t protocols;     // rules and settings take their ports for both
+    Range range;            // overlap of question and declaration
+    uint32_t protocols;     // always both for rules and settings
     PortDeclarer declarer;  // all null for sockets and the reserved port
 };
 
-// A source that could not be read or compared with a question: ports of it may be taken.
+// A source that could not be read or compared with a question, so that some of its ports may be
+// taken.
 struct SourceFailure {
     enum class Kind {
-        kUnreadable,  // `code` and `error` say why, `declarer` what
+        kUnreadable,  // `code` and `error`: the reason, `declarer`: what is unreadable
         kMissingKey,  // a rule without the key `text`
-        kBadPorts,    // `text` is no list of ports; `key` is the key of the rule
+        kBadPorts,    // `text` is not a valid port list; `key` is the key of the rule
         kLeftOut,     // a built-in service is missing from the catalogue
-        kPortZero,    // sockets cannot be asked for port 0 alone
+        kPortZero,    // sockets cannot be checked for port 0 alone
     };
 
     std::size_t question = 0;
     int source = 0;  // one of TAVO_PORT_CHECK_*
     Kind kind = Kind::kUnreadable;
     unsigned int code = 0;  // error code
-    int error = 0;          // errno of a file that could not be looked for; else 0
+    int error = 0;          // errno of the check for the file; else 0
     PortDeclarer declarer = {};
     const char *key = nullptr;
     const char *text = nullptr;
@@ -65,28 +66,29 @@ struct SourceFailure {
 
 class PortConflicts {
   public:
-    // Answers the questions, which must live as long as this. Call it once. Returns false when out
-    // of memory: the records are incomplete then, and nothing may be taken for free.
+    // Answers the questions, which must outlive the object. May be called once only. Returns false
+    // when out of memory; the records are then incomplete, and no port may be assumed to be free.
     bool Find(std::span<const PortQuestion> questions);
 
-    // In the order of the sources: rules, services, settings, sockets, each in its own order.
+    // In the order of the sources (rules, services, settings, sockets), within a source in its own
+    // order.
     std::span<const TakenPorts> Taken() const { return {taken_.begin(), taken_.Count()}; }
     std::span<const SourceFailure> Failures() const {
         return {failures_.begin(), failures_.Count()};
     }
 
-    // The catalogue that was compared with; null when no question took it.
+    // The catalogue used for the comparison; null if no question used it.
     const ServiceCatalogue *Services() const { return services_; }
 
   private:
-    // A range of a question, and the highest port of it and all before it.
+    // A range of a question; `highest` is the highest port of it and of all ranges before it.
     struct Asked {
         Range range;
         std::size_t question;
         int highest;
     };
 
-    // Copies a text for a record; null stays null.
+    // Copies a text for a record; null for null.
     const char *Keep(const char *text);
 
     bool OrderQuestions();
@@ -112,12 +114,12 @@ class PortConflicts {
     bool AddSkippedPorts(std::size_t question, uint32_t protocol, SkippedPorts &skipped);
 
     std::span<const PortQuestion> questions_;
-    GrowingArray<Asked> asked_;    // by question; those of one neither overlap nor touch
+    GrowingArray<Asked> asked_;    // by question; the ranges of one never overlap or touch
     GrowingArray<Asked> ordered_;  // the same in ascending order
     int wanted_ = 0;               // the sources of all questions
     bool out_of_memory_ = false;
     CallCatalogue catalogue_;
-    const ServiceCatalogue *services_ = nullptr;  // null until they have been read
+    const ServiceCatalogue *services_ = nullptr;  // null until read
     KeptTexts texts_;
     GrowingArray<TakenPorts> taken_;
     GrowingArray<SourceFailure> failures_;

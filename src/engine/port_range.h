@@ -1,5 +1,5 @@
-// What the operations on port range sets share. A set is changed by adding to it, one range at a
-// time; those that add many at once hand them to one RangeAdder.
+// Common parts of the operations on port range sets. A set is changed by adding one range at a
+// time; operations that add many ranges pass them to one RangeAdder.
 #ifndef TAVO_SRC_ENGINE_PORT_RANGE_H
 #define TAVO_SRC_ENGINE_PORT_RANGE_H
 
@@ -11,7 +11,7 @@
 
 namespace tavo {
 
-// The last port that a record stands for. The end of a single port is nobody's business.
+// The last port of a record. nPortEnd is ignored for single ports.
 inline uint32_t LastPort(const TAVO_SERVICE_CONF_PORT &port) {
     return port.nPortType == TAVO_PORT_TYPE_SINGLE ? port.nPortStart : port.nPortEnd;
 }
@@ -20,7 +20,7 @@ inline bool IsPlain(uint32_t nStart, uint32_t nEnd) {
     return nStart <= nEnd && nEnd != UINT32_MAX;
 }
 
-// Whether a set is as Add makes it of plain ranges.
+// Whether the set looks as if plain ranges had been added to it with Add.
 inline bool IsWellFormed(const TAVO_SERVICE_CONF_PORT *pNode) {
     while (pNode != nullptr && IsPlain(pNode->nPortStart, pNode->nPortEnd) &&
            (pNode->pNext == nullptr || pNode->nPortEnd + 1 < pNode->pNext->nPortStart)) {
@@ -29,36 +29,36 @@ inline bool IsWellFormed(const TAVO_SERVICE_CONF_PORT *pNode) {
     return pNode == nullptr;
 }
 
-// Adds ranges to a set that nothing else changes meanwhile. It remembers where the last one went,
-// so that ascending ranges, however many, cost one walk over the set.
+// Adds ranges to a set that is not changed otherwise meanwhile. It remembers the position of the
+// last range, so that ascending ranges need only one walk over the whole set.
 class RangeAdder {
   public:
     explicit RangeAdder(TAVO_PORT_RANGE *pSet) : pSet_(pSet), ppLink_(&pSet->pRanges) {}
 
-    // Ranges that this one overlaps or touches become one with it. Out of memory, it says so and
-    // leaves the set as it was.
+    // Merges the range with those it overlaps or touches. When out of memory, reports the error and
+    // leaves the set unchanged.
     int Add(uint32_t nStart, uint32_t nEnd);
 
   private:
     TAVO_PORT_RANGE *pSet_;
-    TAVO_SERVICE_CONF_PORT **ppLink_;  // the link to the node that the last range went into
+    TAVO_SERVICE_CONF_PORT **ppLink_;  // link to the node of the last range
     uint32_t nLastStart_ = 0;
 };
 
-// Ranges put aside to be added later: adding frees nodes, and a set that is being walked may be the
-// very one that is added to.
+// Ranges stored to be added later. Adding frees nodes, and the set that is being walked may be the
+// set that is added to.
 class PendingRanges {
   public:
-    // Out of memory is recorded for the operation at `place`.
+    // Out of memory is reported for the operation at `place`.
     explicit PendingRanges(const Place &place) : place_(place) {}
 
-    // False when out of memory.
+    // Returns false when out of memory.
     bool Append(uint32_t nStart, uint32_t nEnd);
 
-    // Puts them in ascending order.
+    // Sorts in ascending order.
     void Sort();
 
-    // Stops at the first range that cannot be added.
+    // Stops at the first failure.
     int AddTo(TAVO_PORT_RANGE *pSet) const;
 
   private:

@@ -1,10 +1,10 @@
-// Whether ports are taken, and by what: forwarding rules, firewall services, settings of the
-// system, and sockets that hold a port now.
+// Checks whether ports are taken: by forwarding rules, firewall services, settings of the system,
+// or sockets that hold a port now.
 //
-// The four sources are asked in that order and know nothing of each other. Each answers 1 taken, 0
-// free, -1 cannot tell, and puts what it can name in front of the caller's list. They read the
-// caller's ports differently, which is kept: rules and services walk the text between commas, the
-// settings import it into a range set, and the sockets take tokens between blanks and commas.
+// The four sources are independent and are checked in that order. Each returns 1 for taken, 0 for
+// free, -1 for unknown, and prepends the conflicts it can name to the caller's list. They parse the
+// caller's ports differently, which is kept: rules and services split the text at commas, the
+// settings import it into a range set, and the sockets split it at blanks and commas.
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -46,15 +46,15 @@ using tavo::UsedPorts;
 using Ports = TAVO_SERVICE_CONF_PORT;
 
 constexpr char kTokenSeparators[] = " ,";
-// Longer protocol texts are refused.
+// Longer protocol texts are rejected.
 constexpr int kProtocolTextSize = 1024;
 
 // tavo::kReservedPort as a token of the query.
 constexpr char kReservedToken[] = "412";
 
-// The ports that sockets of one protocol hold. The first ranges are asked for one by one. A call
-// with more of them asks once for all ports and looks the others up: each question makes the kernel
-// walk its sockets.
+// The ports that sockets of one protocol hold. The first few ranges are queried one by one. A call
+// with more ranges queries all ports once and looks the ranges up, because each query makes the
+// kernel walk its sockets.
 class HeldPorts {
   public:
     // Whether the range can be looked up.
@@ -84,18 +84,18 @@ class HeldPorts {
     int nQuestions_ = 0;
 };
 
-// What one call of the engine reads at most once, whatever it is asked.
+// What one call of the engine reads at most once.
 struct Call {
     CallCatalogue catalogue;
     HeldPorts held[std::size(gProtoTypeMapping)];  // by row of the protocol map
 };
 
-// What the caller asks, as it was given and cut into tokens.
+// The arguments of the caller, as passed and split into tokens.
 struct Query {
     const char *szPort;
     const char *szProtocol;
     const TLIBCSzList *pSkip;
-    const TLIBCSzHash *pSkipIndex;  // the names of pSkip as keys; null where they are few
+    const TLIBCSzHash *pSkipIndex;  // the names of pSkip as keys; null if there are few
     const TLIBCSzList *pPorts;
     const TLIBCSzList *pProtocols;  // in lower case
     Ports **ppConflictPorts;
@@ -257,8 +257,8 @@ namespace {
 
 // ---- Port-forwarding rules ----
 
-// A rule collides on either protocol, although it must name its own: the router may be asked for
-// both.
+// A rule conflicts on either protocol although it must name its own, because the router may be
+// asked for both.
 int CompareRule(const Query &query, const tavo::ForwardingRule &rule) {
     if (rule.service != nullptr && query.Skips(rule.service)) {
         return 0;
@@ -291,13 +291,13 @@ int CheckForwardingRules(const Query &query) {
 
 // ---- Firewall services ----
 
-// A service that is missing for want of memory, or because a system call failed, may declare the
-// very ports that are asked for, so that neither source can answer without it.
+// A service that is missing because memory ran out or a system call failed may declare the ports in
+// question. Neither source can answer without it.
 int FailWithoutCatalogue(const tavo::ServiceCatalogue &catalogue) {
     return TAVO_FAIL_STATE(catalogue.report.Fault(), "Failed to enumerate services");
 }
 
-// The protocols that the caller asks for, 0 for a text that names none: then no service collides.
+// The protocols of the query; 0 if the text names none, then no service conflicts.
 int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
     const tavo::OwnedText copy(strdup(szProtocol));
     if (copy == nullptr) {
@@ -307,7 +307,8 @@ int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
     return 0;
 }
 
-// Compares with one service, unless it is skipped or uses other protocols. False on failure.
+// Compares with one service, unless it is skipped or uses other protocols. Returns false on
+// failure.
 bool CompareService(const Query &query, uint32_t nProtocols, const TAVO_FW_SERVICE &service,
                     int &nAnswer) {
     if ((service.nDstProtocol & nProtocols) == 0 || query.Skips(service.szName)) {
@@ -379,7 +380,7 @@ tavo::OwnedRanges CreateRanges() {
     return ranges;
 }
 
-// Moves what the caller's list holds into the overlap. A failure leaves the list whole.
+// Moves the caller's list into the overlap. The list is unchanged on failure.
 int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
     const tavo::OwnedRanges former = CreateRanges();
     if (former == nullptr) {
@@ -393,8 +394,8 @@ int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
     return 0;
 }
 
-// Joins the conflicts that rules and services left with the overlap, ahead of what the caller's
-// list held on entry.
+// Merges the conflicts of rules and services into the overlap. This is done before the entries that
+// the caller's list had on entry.
 int JoinConflicts(const Query &query, TAVO_PORT_RANGE *pOverlap) {
     if (!query.comparison.HasKept()) {
         return 0;
@@ -405,9 +406,9 @@ int JoinConflicts(const Query &query, TAVO_PORT_RANGE *pOverlap) {
     return 0;
 }
 
-// Makes the overlap, joined with all conflicts before it, the caller's list. Entries that were
-// there on entry count as a conflict, which is kept: callers that hand the list on from check to
-// check rely on an answer for all of them.
+// Replaces the caller's list with the overlap merged with all conflicts before it. Entries that
+// were in the list on entry count as a conflict, which is kept: callers that pass the list from
+// check to check rely on a result for all of them.
 int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *pOverlap) {
     Ports **ppConflictPorts = query.ppConflictPorts;
     if (JoinConflicts(query, pOverlap) < 0 ||
@@ -465,8 +466,8 @@ int FailForArgument() {
     return TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
 }
 
-// A token is PORT or START:END in any order, by whatever numbers strtol finds. Zero alone is no
-// port that a socket could hold.
+// A token is PORT or START:END in any order, parsed with strtol. Zero alone is invalid: no socket
+// can hold port 0.
 bool ReadSocketToken(const char *szToken, Range &range) {
     const char *szSeparator = std::strchr(szToken, kQueryRangeSeparator);
     const int nStart = static_cast<int>(std::strtol(szToken, nullptr, 10));
@@ -487,15 +488,15 @@ int CheckSocketsOf(const Range &range, bool tcp, HeldPorts &held, const SkippedP
         return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "out of memory!!");
     }
     used.Ask(range, tcp);
-    // Without any service there is no list in which skipped names could be looked up, which has
-    // always been an error, also where nothing is to be skipped.
+    // Without services there is no list to look up skipped names in. This has always been an error,
+    // even if no name is skipped.
     if (pServices == nullptr) {
         return FailForArgument();
     }
     return used.AllSkipped(skipped) ? 0 : 1;
 }
 
-// The first port that is held ends the check; which it is, is not told.
+// Stops at the first held port, which is not reported.
 int CheckSockets(const Query &query) {
     const tavo::ServiceCatalogue &catalogue = query.call.catalogue.Get();
     if (catalogue.count < 0) {
@@ -548,8 +549,8 @@ int SplitProtocols(const char *szProtocol, TLIBCSzList *pWords) {
     return SplitWords(szLowered, pWords);
 }
 
-// The names of a long list as keys; null for a short one, and when memory runs out: the list is
-// searched then.
+// The names of a long list as keys; null for a short list and when out of memory, then the list is
+// searched.
 tavo::OwnedTable IndexNames(const TLIBCSzList *pNames) {
     constexpr int kFewNames = 8;
     const int nNames = TLIBCSzListCount(pNames);
@@ -562,8 +563,8 @@ tavo::OwnedTable IndexNames(const TLIBCSzList *pNames) {
     return index;
 }
 
-// Every source that is wanted is asked, also once a conflict is found, so that the caller's list
-// tells all of them. The sockets come last: they add nothing to it.
+// Checks every selected source even after a conflict, so that the caller's list contains the
+// conflicts of all of them. The sockets come last because they add nothing to it.
 int AskSources(const Query &query, int nCheckFlags) {
     static constexpr struct {
         int nFlag;
@@ -581,7 +582,7 @@ int AskSources(const Query &query, int nCheckFlags) {
         }
         const int nOne = source.pfnCheck(query);
         if (nOne < 0) {
-            // What was found before a failure is the caller's.
+            // The caller gets the conflicts found before the failure.
             query.comparison.MakePairs();
             return -1;
         }
@@ -608,7 +609,8 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
         return -1;
     }
     const tavo::OwnedTable skipIndex = IndexNames(skip.get());
-    // The settings merge what rules and services find; only without them are the pairs the result.
+    // The settings merge the conflicts of rules and services; without the settings the pairs are
+    // the result.
     const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
     Comparison comparison(
         TAVO_HERE, szPort,
@@ -621,24 +623,24 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
 
 // ---- Service files ----
 
-// The flags of a check of a whole file: its author need not know the rules of the router.
+// The flags of a check of a whole file. Its author cannot know the rules of the router.
 constexpr int kServiceFileCheckFlags =
     TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
 
-// A service file as it is at one moment: the ports of its sections, up to the first section that
-// ends the check.
+// A snapshot of a service file: the ports of its sections, up to the first section that ends the
+// check.
 struct SectionPorts {
     enum class End { kWhole, kNoMemory, kUnreadable, kNoPorts };
 
     tavo::OwnedNames names;
     tavo::OwnedNames ports;
     End end = End::kWhole;
-    int nKeys = 0;           // of the section that is unreadable
-    tavo::ErrorState error;  // of what ended the reading
+    int nKeys = 0;           // of the unreadable section
+    tavo::ErrorState error;  // the error that ended the reading
 };
 
-// Reads the sections one after the other while the file is held. What they hold is reported when
-// the check comes to them: a section may collide before it.
+// Reads the sections while the file is held. Errors are reported later, when the check reaches the
+// section, because an earlier section may conflict.
 SectionPorts::End ReadSections(const char *szConfFile, TLIBCSzHash *pKeys, SectionPorts &sections) {
     for (int i = 0; i < TLIBCSzListCount(sections.names.get()); ++i) {
         sections.nKeys =
@@ -657,7 +659,7 @@ SectionPorts::End ReadSections(const char *szConfFile, TLIBCSzHash *pKeys, Secti
     return SectionPorts::End::kWhole;
 }
 
-// Reports what ended the reading of the file, if anything did.
+// Reports the error that ended the reading of the file, if any.
 int ReportEnd(const char *szConfFile, const SectionPorts &sections) {
     const char *szSection =
         TLIBCSzListGet(sections.names.get(), TLIBCSzListCount(sections.ports.get()));
@@ -684,8 +686,8 @@ int ReportEnd(const char *szConfFile, const SectionPorts &sections) {
         szConfFile, szSection, sections.nKeys);
 }
 
-// A check that fails is logged and counts as no conflict: one bad section of a package is no reason
-// to refuse the others.
+// A failed check is logged and counts as no conflict: one invalid section of a package must not
+// reject the others.
 int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConflictPorts,
                  Call &call) {
     if (szSection == nullptr) {

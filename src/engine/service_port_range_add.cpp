@@ -1,10 +1,10 @@
-// Port range sets, and how they grow.
+// Adds ranges to a port range set.
 //
-// A set is a list of nodes in ascending order, a gap of at least one port between neighbours. A
-// range is added as a new node in front of the first node that it does not leave behind, and takes
-// in the nodes that it reaches. Ports are 32-bit values as they stand: nothing is clamped, nothing
-// put in order, and arithmetic wraps, so that a range that ends at the highest value touches one
-// that starts at 0.
+// A set is a list of nodes in ascending order, with a gap of at least one port between neighbours.
+// A range is inserted as a new node before the first node that does not end below it, and absorbs
+// the nodes that it overlaps or touches. Ports are 32-bit values: they are neither clamped nor
+// sorted, and arithmetic wraps, so that a range that ends at the highest value touches one that
+// starts at 0.
 #include <algorithm>
 #include <utility>
 
@@ -16,9 +16,9 @@
 namespace tavo {
 
 int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
-    // Every node in front of the remembered link ends before the last start less one, so before
-    // this start too unless it is lower: walking on from there finds what a walk from the head
-    // finds, even in a set that is out of order.
+    // Every node before the remembered link ends at least two below the last start, so also before
+    // this start unless that is lower. Continuing from the link therefore gives the same result as
+    // a walk from the head, even in an unsorted set.
     if (nStart < nLastStart_) {
         ppLink_ = &pSet_->pRanges;
     }
@@ -26,7 +26,7 @@ int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
     while (*ppLink_ != nullptr && (*ppLink_)->nPortEnd + 1 < nStart) {
         ppLink_ = &(*ppLink_)->pNext;
     }
-    // Not calloc, which passes by the heap's stock of blocks that were freed a moment ago.
+    // Not calloc: it bypasses the heap's cache of recently freed blocks.
     OwnedPorts node(static_cast<TAVO_SERVICE_CONF_PORT *>(std::malloc(sizeof(*node))));
     if (node == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
@@ -90,7 +90,7 @@ int TLIBPortRangeAdd(TAVO_PORT_RANGE *pSet, TAVO_SERVICE_CONF_PORT *pPort) {
     if (pSet == nullptr || pPort == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
-    // Callers read the end of a single port back from their own record.
+    // Callers read the end of a single port from their own record.
     pPort->nPortEnd = tavo::LastPort(*pPort);
     return tavo::RangeAdder(pSet).Add(pPort->nPortStart, pPort->nPortEnd);
 }

@@ -1,7 +1,7 @@
 // Prints a port range set as text such as "21,1024:1100".
 //
-// The text is put together in one block with room for the longest that the set can come to, and
-// handed over as a text of the core library, whose callers give it back with TLIBCStrPut.
+// The text is built in one block that is large enough for the longest possible result, and returned
+// as a text of the core library, which the caller frees with TLIBCStrPut.
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// The longest range with what follows it, a comma or the terminator.
+// The longest range, followed by a comma or the terminator.
 constexpr std::size_t kRangeSize = std::string_view("-2147483648:-2147483648").size() + 1;
 
 std::size_t Count(const TAVO_SERVICE_CONF_PORT *pNode) {
@@ -23,7 +23,7 @@ std::size_t Count(const TAVO_SERVICE_CONF_PORT *pNode) {
     return nCount;
 }
 
-// Ports have always been printed as signed numbers. Gives the place behind the number.
+// Ports are printed as signed numbers, which is kept. Returns the position after the number.
 char *PrintPort(uint32_t nPort, char *szText) {
     return std::to_chars(szText, szText + kRangeSize, static_cast<int32_t>(nPort)).ptr;
 }

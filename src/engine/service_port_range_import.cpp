@@ -1,8 +1,8 @@
 // Reads a port range set from text such as "21,1024:1100".
 //
-// The text is taken at its word: whatever strtol makes of an item is added, and an item without a
-// number is port 0. Who wants a text checked has TAVOServiceConfPortsGet. Items of digits only, as
-// Export prints them, are read where they stand; the others go through a copy of their own.
+// The text is not validated: an item is whatever strtol returns for it, and an item without a
+// number is port 0. TAVOServiceConfPortsGet validates. Items that consist of digits, as Export
+// prints them, are parsed in place; other items are copied first.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -20,10 +20,10 @@ struct Range {
     uint32_t nEnd;
 };
 
-// So many digits fit into 32 bits whatever they are; strtol knows what becomes of more.
+// Any number of this many digits fits into 32 bits; longer ones are left to strtol.
 constexpr int kPlainDigits = 9;
 
-// Reads up to kPlainDigits digits and moves on behind them; 0 when there are none.
+// Reads up to kPlainDigits digits and moves past them; 0 if there are none.
 uint32_t ReadDigits(const char *&szText) {
     uint32_t nPort = 0;
     for (int i = 0; i < kPlainDigits && *szText >= '0' && *szText <= '9'; ++i) {
@@ -32,8 +32,8 @@ uint32_t ReadDigits(const char *&szText) {
     return nPort;
 }
 
-// Reads the item at `szText`, digits or digits:digits, and moves on behind it. Any other item is
-// left alone.
+// Reads the item at `szText` and moves past it if it is DIGITS or DIGITS:DIGITS. Any other item is
+// left to ReadItem.
 bool ReadPlainItem(const char *&szText, Range &range) {
     const char *szRest = szText;
     range.nStart = ReadDigits(szRest);
@@ -52,7 +52,7 @@ uint32_t ReadPort(const char *szPort) {
     return static_cast<uint32_t>(std::strtol(szPort, nullptr, 10));
 }
 
-// Reads the item at `szText`, whatever it is, and moves on behind it.
+// Reads any item at `szText` and moves past it.
 int ReadItem(const char *&szText, Range &range) {
     const std::size_t nLength = std::strcspn(szText, ",");
     const tavo::OwnedText item(static_cast<char *>(std::malloc(nLength + 1)));

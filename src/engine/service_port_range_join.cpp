@@ -1,8 +1,8 @@
 // Adds one port range set to another.
 //
-// The source may also be a list that a caller built and wrapped: its entries count as ports to add,
-// in any order, the end of a single port not filled in. The source is looked at only, so that its
-// single ports keep the ends that they had.
+// The source may be a list that a caller built and wrapped: its entries are ports to add, in any
+// order, and nPortEnd of single ports may be unset. The source is not changed; its single ports
+// keep their nPortEnd.
 #include <cstdint>
 
 #include "engine/port_range.h"
@@ -21,7 +21,7 @@ int AddRanges(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
     return 0;
 }
 
-// Whether the ranges begin in ascending order.
+// Whether the starts of the ranges are ascending.
 bool IsAscending(const TAVO_SERVICE_CONF_PORT *pNode) {
     while (pNode != nullptr && pNode->pNext != nullptr &&
            pNode->nPortStart <= pNode->pNext->nPortStart) {
@@ -30,7 +30,8 @@ bool IsAscending(const TAVO_SERVICE_CONF_PORT *pNode) {
     return pNode == nullptr || pNode->pNext == nullptr;
 }
 
-// Whether every range begins where it ends or before, and ends before arithmetic wraps.
+// Whether no range has its end before its start or ends at the highest value, where arithmetic
+// wraps.
 bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
     while (pNode != nullptr && tavo::IsPlain(pNode->nPortStart, tavo::LastPort(*pNode))) {
         pNode = pNode->pNext;
@@ -38,8 +39,8 @@ bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
     return pNode == nullptr;
 }
 
-// Puts the ranges aside first, and in order where that makes no difference: plain ranges in any
-// order are the same set, and a long list in random order then costs no walk for each of them.
+// Copies the ranges first, and sorts them if the order does not affect the result: plain ranges in
+// any order give the same set. A long unsorted list then does not need a walk for each range.
 int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
     tavo::PendingRanges ranges(TAVO_HERE);
     for (const auto *pNode = pRanges; pNode != nullptr; pNode = pNode->pNext) {

@@ -1,8 +1,8 @@
 // The ports that two port range sets have in common.
 //
-// Both sets are ascending, so one walk along both finds every piece: whichever node ends first has
-// met all that it can meet, and its walk goes on. The pieces are put aside until then, since the
-// set that they are added to may be one of the two.
+// Both sets are ascending, so one walk along both finds every piece: the node that ends first
+// cannot overlap anything further, so its walk moves on. The pieces are stored until the end,
+// because the destination may be one of the two sets.
 #include <algorithm>
 
 #include "engine/port_range.h"

@@ -1,9 +1,9 @@
-// Takes ports out of a port range set.
+// Removes ports from a port range set.
 //
-// Two old rules stay as they are, since callers have arranged themselves with them. A node whose
-// last port is the first one to go, goes as a whole: 20:25 out of 10:20 leaves nothing. And the
-// bounds are taken as given: a single port whose end is not filled in takes nothing out, but the
-// ports in front of it may be left a second time, in a node of their own.
+// Two old behaviours are kept because callers rely on them. A node whose last port is the first
+// port of the removal is removed completely: removing 20:25 from 10:20 leaves nothing. And the
+// bounds are used as given: a single port with an unset nPortEnd removes nothing, but the ports
+// before it may be duplicated in a node of their own.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -17,12 +17,13 @@ namespace {
 
 using Link = TAVO_SERVICE_CONF_PORT **;
 
-// Whether ports of the node stay in front of a removal from nStart on.
+// Whether ports of the node before nStart remain.
 bool HasLeft(const TAVO_SERVICE_CONF_PORT &node, uint32_t nStart) {
     return node.nPortStart < nStart && nStart < node.nPortEnd;
 }
 
-// How many nodes a removal of nStart..nEnd adds or replaces, from the first node that it meets on.
+// The number of nodes that a removal of nStart..nEnd adds or replaces, starting at the first node
+// that it overlaps.
 std::size_t CountPieces(const TAVO_SERVICE_CONF_PORT *pNode, uint32_t nStart, uint32_t nEnd) {
     std::size_t nPieces = HasLeft(*pNode, nStart) ? 1 : 0;
     for (; pNode != nullptr && pNode->nPortStart <= nEnd; pNode = pNode->pNext) {
@@ -31,8 +32,7 @@ std::size_t CountPieces(const TAVO_SERVICE_CONF_PORT *pNode, uint32_t nStart, ui
     return nPieces;
 }
 
-// Makes all nodes that the removal needs before it changes the set, which therefore stays whole
-// when memory runs out.
+// Allocates all nodes before the set is changed, so that the set is unchanged when out of memory.
 int MakeNodes(std::size_t nCount, tavo::OwnedPorts &nodes) {
     for (; nCount > 0; --nCount) {
         auto node = tavo::NewRecord<tavo::OwnedPorts>();
@@ -45,7 +45,7 @@ int MakeNodes(std::size_t nCount, tavo::OwnedPorts &nodes) {
     return 0;
 }
 
-// Takes a node nStart..nEnd out of those that were made, its type not set.
+// Takes a node from the allocated ones and sets it to nStart..nEnd, but not its type.
 TAVO_SERVICE_CONF_PORT *TakeNode(uint32_t nStart, uint32_t nEnd, tavo::OwnedPorts &nodes) {
     TAVO_SERVICE_CONF_PORT *pNode = nodes.release();
     nodes.reset(pNode->pNext);
@@ -54,8 +54,8 @@ TAVO_SERVICE_CONF_PORT *TakeNode(uint32_t nStart, uint32_t nEnd, tavo::OwnedPort
     return pNode;
 }
 
-// Puts the ports of the node at `ppLink` that come before nStart into a node in front of it, and
-// moves on to that node itself.
+// Moves the ports of the node at `ppLink` below nStart into a new node before it, and advances to
+// the old node.
 void KeepLeft(TAVO_PORT_RANGE *pSet, uint32_t nStart, tavo::OwnedPorts &nodes, Link &ppLink) {
     TAVO_SERVICE_CONF_PORT *pLeft = TakeNode((*ppLink)->nPortStart, nStart - 1, nodes);
     if (pLeft->nPortStart != pLeft->nPortEnd) {
@@ -67,9 +67,8 @@ void KeepLeft(TAVO_PORT_RANGE *pSet, uint32_t nStart, tavo::OwnedPorts &nodes, L
     ++pSet->nCount;
 }
 
-// Puts a node with the ports behind nEnd into the place of the node at `ppLink`, and moves on
-// behind it. The new one has the type of a single port, whatever its ports: Join then takes it for
-// its first port.
+// Replaces the node at `ppLink` with a node for the ports above nEnd, and advances past it. The new
+// node keeps the type of a single port, whatever its ports, so that Join reads only its first port.
 void KeepRight(uint32_t nEnd, tavo::OwnedPorts &nodes, Link &ppLink) {
     TAVO_SERVICE_CONF_PORT *pRight = TakeNode(nEnd + 1, (*ppLink)->nPortEnd, nodes);
     pRight->pNext = (*ppLink)->pNext;

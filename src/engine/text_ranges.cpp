@@ -10,7 +10,7 @@
 namespace tavo {
 namespace {
 
-// Reads one token, PORT or a range. Changes the token.
+// Parses one token, PORT or a range. Modifies the token.
 bool ReadToken(const Place &place, char *szToken, char separator, Range &range) {
     const std::size_t nLength = std::strlen(szToken);
     if (nLength > 0 && (szToken[0] == separator || szToken[nLength - 1] == separator)) {

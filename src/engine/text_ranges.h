@@ -1,5 +1,4 @@
-// Ports and ranges in a text: what somebody asks for ("80,1000:2000") or has declared
-// ("80,1000-2000").
+// Parses ports and ranges in a text: a query ("80,1000:2000") or a declared text ("80,1000-2000").
 #ifndef TAVO_SRC_ENGINE_TEXT_RANGES_H
 #define TAVO_SRC_ENGINE_TEXT_RANGES_H
 
@@ -17,31 +16,31 @@ struct Range {
     int nHigh;
 };
 
-// Appends the ports of the ranges to `merged`, which is empty: ascending, and no two of them
-// overlap or touch. Sorts the ranges. Returns false when out of memory.
+// Appends the ports of the ranges to `merged`, which is empty: ascending, neither overlapping nor
+// touching. Sorts `ranges`. Returns false when out of memory.
 bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged);
 
-// Reports that a text could not be copied, for the operation at that place.
+// Reports that a text could not be copied, for the operation at `place`.
 int FailToCopy(const Place &place, const char *szText);
 
-// The ranges of a text between commas, empty tokens left out. A token is read when it is first
-// asked for, and only once however often the text is compared: a bad one is an error where a
-// comparison comes to it and nowhere else.
+// The ranges of a comma-separated text; empty tokens are ignored. Each token is parsed once, on
+// first use, however often the text is compared: an invalid one is an error only if a comparison
+// reaches it.
 class TextRanges {
   public:
-    // Ranges are written START `separator` END, in any order. The text is the caller's. Failures
-    // are reported for the operation at `place`.
+    // Ranges are written START `separator` END, in any order. The text must outlive the object.
+    // Failures are reported for the operation at `place`.
     TextRanges(const Place &place, const char *szText, char separator)
         : place_(place), szText_(szText), separator_(separator) {}
     ~TextRanges();
     TextRanges(const TextRanges &) = delete;
     TextRanges &operator=(const TextRanges &) = delete;
 
-    // 1 with the range number `index`, which is one that was asked for before or the next one; 0
-    // behind the last; -1 when it is none or memory runs out.
+    // Gets range number `index`, which must be an earlier one or the next one. Returns 1; 0 after
+    // the last; -1 for an invalid token or when out of memory.
     int Get(std::size_t index, Range &range);
 
-    // The ranges that were asked for so far.
+    // The ranges read so far.
     const Range *begin() const { return pRanges_; }
 
   private:

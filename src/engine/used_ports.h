@@ -1,4 +1,4 @@
-// The ports that sockets hold now, and those among them that a check leaves out.
+// The ports that sockets hold now, and which of them belong to skipped services.
 #ifndef TAVO_SRC_ENGINE_USED_PORTS_H
 #define TAVO_SRC_ENGINE_USED_PORTS_H
 
@@ -51,8 +51,8 @@ class SkippedPorts {
     PortSet ports_;
 };
 
-// The ports of the range that sockets hold now. One slot for each port: the networking library gets
-// their number and is not trusted to have kept to it.
+// The ports of the range that sockets hold now. There is one slot for each port: the networking
+// library gets their number, but may not respect it.
 class UsedPorts {
   public:
     explicit UsedPorts(const Range &range)
@@ -61,8 +61,8 @@ class UsedPorts {
 
     bool OutOfMemory() const { return slots_ == nullptr; }
 
-    // Returns false when the networking library failed; the set is then empty. It is asked twice,
-    // so that one failed system call does not make a held port read free.
+    // Returns false if the networking library failed; the set is then empty. A failed query is
+    // repeated once, so that one failed system call does not make a held port appear free.
     bool Ask(const Range &range, bool tcp);
 
     bool AllSkipped(const SkippedPorts &skipped) const {
