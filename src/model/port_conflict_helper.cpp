@@ -1,5 +1,5 @@
-// Small answers about ports and protocols: the protocol map and its accessors, tests of protocol
-// values, a port number out of a text, and the names of TCP states.
+// The protocol map and its accessors, tests of protocol values, parsing of a port number, and the
+// names of TCP states.
 #include <cstring>
 #include <iterator>
 
@@ -16,14 +16,14 @@ namespace {
 
 constexpr int kMapSize = static_cast<int>(std::size(gProtoTypeMapping));
 
-// By the number of the state in /proc/net/tcp, from 1 (include/net/tcp_states.h of the kernel).
+// Indexed by the state number of /proc/net/tcp, from 1 (include/net/tcp_states.h of the kernel).
 constexpr const char *kTcpStates[] = {
     "TCP_ESTABLISHED", "TCP_SYN_SENT",  "TCP_SYN_RECV", "TCP_FIN_WAIT1",
     "TCP_FIN_WAIT2",   "TCP_TIME_WAIT", "TCP_CLOSE",    "TCP_CLOSE_WAIT",
     "TCP_LAST_ACK",    "TCP_LISTEN",    "TCP_CLOSING",
 };
 
-// The upper half of a protocol value is not looked at, which is kept.
+// The upper half of a protocol value is ignored, which is kept.
 constexpr int Low16(int nProtocol) {
     return nProtocol & 0xFFFF;
 }
@@ -50,7 +50,7 @@ int HasTCP(int nProtocol) {
     return nProtocol & TAVO_PROTO_TCP;
 }
 
-// The value of the bit is kept as the result: 2, not 1.
+// Returns the bit itself (2, not 1), which is kept.
 int HasUDP(int nProtocol) {
     return nProtocol & TAVO_PROTO_UDP;
 }

@@ -1,4 +1,4 @@
-// A port number out of a text, without a log line.
+// Parses a port number without writing a log line.
 #ifndef TAVO_SRC_MODEL_PORT_TEXT_H
 #define TAVO_SRC_MODEL_PORT_TEXT_H
 
@@ -8,7 +8,7 @@
 namespace tavo {
 
 // As lenient as "%hu", which is kept: text after the number is ignored, and a number that is too
-// large wraps. False when there is no number.
+// large wraps. Returns false if there is no number.
 inline bool ScanPort(const char *text, uint16_t &port) {
     unsigned short number = 0;
     const bool scanned = std::sscanf(text, "%hu", &number) == 1;

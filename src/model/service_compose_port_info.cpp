@@ -1,4 +1,4 @@
-// Copies one checked port entry into a caller's list, and frees such lists.
+// Copies one validated port entry into a caller's list, and frees such lists.
 #include <cstdlib>
 #include <utility>
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-// The end of a single port is nobody's business: it is copied as it stands.
+// nPortEnd is ignored for single ports: it is copied unchanged.
 bool IsValid(const TAVO_SERVICE_CONF_PORT &port) {
     return port.nPortType <= TAVO_PORT_TYPE_RANGE && port.nDirection <= TAVO_PORT_DIRECTION_DST &&
            (port.nProtocol & TAVO_PROTO_BOTH) != 0 &&

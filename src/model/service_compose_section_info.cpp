@@ -10,7 +10,7 @@
 namespace {
 
 // szExtra is left out on purpose: the administration back end composes the sections that it writes
-// back, and counts on desc_extra being dropped then.
+// back, and relies on desc_extra being dropped.
 void CopyString(TAVO_SERVICE_CONF_STRING &copy, const TAVO_SERVICE_CONF_STRING &source) {
     tavo::CopyText(copy.szSource, tavo::FieldText(source.szSource));
     tavo::CopyText(copy.szSection, tavo::FieldText(source.szSection));
@@ -18,8 +18,8 @@ void CopyString(TAVO_SERVICE_CONF_STRING &copy, const TAVO_SERVICE_CONF_STRING &
     tavo::CopyText(copy.szText, tavo::FieldText(source.szText));
 }
 
-// Appends a copy of each entry to the empty list *ppCopy. What was copied before a failure stays in
-// it, for its owner to free.
+// Appends a copy of each entry to the empty list *ppCopy. After a failure the list contains the
+// copies made so far, for its owner to free.
 int CopyPorts(const TAVO_SERVICE_CONF_PORT *pSource, TAVO_SERVICE_CONF_PORT **ppCopy) {
     for (; pSource != nullptr; pSource = pSource->pNext) {
         auto copy = tavo::NewRecord<tavo::OwnedPorts>();

@@ -15,14 +15,14 @@ using tavo::Reading;
 using tavo::ReadingReport;
 using tavo::ServiceFolder;
 
-// Packages install their service file as a link into their own folder. An entry whose type the file
-// system does not report is passed over, which is kept.
+// Packages install their service file as a link into their own folder. An entry of unknown type
+// (the file system does not report it) is skipped, which is kept.
 bool IsFileOrLink(const dirent &entry) {
     return entry.d_type == DT_REG || entry.d_type == DT_LNK;
 }
 
-// A directory that cannot be listed counts as empty. One that is absent is empty, as is a file in
-// its place: only what may hold service files all the same is unknown.
+// A directory that cannot be listed counts as empty. If it is absent or not a directory, it really
+// is empty; otherwise its contents are unknown.
 Reading WhyNotListed(const char *directory, int error) {
     if (error == ENOTDIR || tavo::PresenceOf(directory) == tavo::Presence::kAbsent) {
         return Reading::Good();
@@ -41,8 +41,8 @@ Reading ReadEntry(const char *path, const ServiceFolder &folder, TAVO_SERVICE_CO
     return reading;
 }
 
-// How many files of the folder were read. Any file is tried, whatever its name: one that is no
-// service file fails to read and does not count.
+// Returns the number of files read. Every file is tried, whatever its name; one that is not a
+// service file fails to parse and does not count.
 int ReadFolder(const ServiceFolder &folder, TAVO_SERVICE_CONF **list, ReadingReport *report) {
     const tavo::Listing listing(folder.path);
     if (listing.Failed()) {

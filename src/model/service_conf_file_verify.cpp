@@ -1,4 +1,4 @@
-// Tells an installer whether a file may be placed into a directory.
+// Checks for an installer whether a file may be placed into a directory.
 #include <cstdio>
 #include <cstring>
 
@@ -23,7 +23,7 @@ int TAVOServiceConfFileVerify(const char *szFile, const char *szDir) {
     if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szTarget)) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    // A symbolic link to nothing does not exist for this question, which is kept.
+    // A dangling symbolic link counts as absent, which is kept.
     switch (tavo::PresenceOf(szTarget)) {
         case tavo::Presence::kPresent:
             return TAVO_SET_ERROR(TAVO_ERR_ALREADY_INSTALLED);

@@ -1,8 +1,8 @@
 // Reads a whole service file into a record: the optional [global] section, which describes the
 // file, and every other section as a service.
 //
-// One bad section costs only itself: it is logged and left out, so that a mistake in one service of
-// a component does not take the others off the firewall. A file without any good one is a failure.
+// An invalid section is logged and left out, so that a mistake in one service of a component does
+// not remove the others from the firewall. A file without any valid service is a failure.
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -27,7 +27,7 @@ bool IsNameCharacter(char c) {
            c == '.' || c == '_';
 }
 
-// Wider than the log line says: upper-case letters and "." have always been let through.
+// Accepts more than the log line says: upper-case letters and "." have always been allowed.
 bool IsValidName(const char *szName) {
     if (*szName == '\0') {
         return false;
@@ -45,7 +45,7 @@ void CopyValue(char (&field)[Size], const TLIBCSzHash *pKeys, const char *szKey)
     }
 }
 
-// A [global] that cannot be read is logged and does without: its keys are all optional.
+// An unreadable [global] section is logged and ignored: all its keys are optional.
 Reading ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
     const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (keys == nullptr) {

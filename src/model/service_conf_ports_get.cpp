@@ -1,6 +1,5 @@
 // Parses port lists, the values of src.ports and dst.ports: PORTS or PORTS/PROTOCOLS, as in
-// "80,6000:6010/tcp". Every piece between commas counts, so an empty one is a mistake and not
-// skipped.
+// "80,6000:6010/tcp". An empty piece between commas is an error.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -16,14 +15,14 @@ namespace {
 
 constexpr uint32_t kHighestPort = 65535;
 
-// How much of a bad protocol text the log line shows, terminator included.
+// The size of an invalid protocol text in the log line, including the terminator.
 constexpr std::size_t kProtocolTextSize = 64;
 
-// So many digits have a value that fits in 32 bits.
+// Any number of this many digits fits into 32 bits.
 constexpr std::ptrdiff_t kFewDigits = 9;
 
-// The number that a text of digits names; false for any other text. It is the low 32 bits of what
-// strtol returns, and kept so: "4294967376" has always been port 80.
+// Parses a text of digits; returns false for any other text. The value is the low 32 bits of the
+// result of strtol, which is kept: "4294967376" is port 80.
 bool ReadDigits(const char *szText, uint32_t &nValue) {
     const char *szEnd = szText;
     nValue = 0;
@@ -36,7 +35,7 @@ bool ReadDigits(const char *szText, uint32_t &nValue) {
     return *szEnd == '\0';
 }
 
-// Reads one port number.
+// Parses one port number.
 bool ReadPort(const char *szPort, uint32_t &nPort) {
     if (szPort == nullptr || *szPort == '\0') {
         TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
@@ -51,7 +50,7 @@ bool ReadPort(const char *szPort, uint32_t &nPort) {
     return true;
 }
 
-// The bit of a protocol word, 0 for any other word.
+// The bit of a protocol name, 0 for any other word.
 int ProtocolBit(const char *szWord) {
     for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
         if (std::strcmp(szWord, row.szName) == 0) {
@@ -61,8 +60,8 @@ int ProtocolBit(const char *szWord) {
     return 0;
 }
 
-// Fills type and ports of an entry from one item, PORT or START:END. The order of START and END is
-// the author's business.
+// Sets the type and ports of an entry from one item, PORT or START:END. START may be higher than
+// END.
 bool ParseItem(char *szItem, TAVO_SERVICE_CONF_PORT *pPort) {
     char *szEnd = szItem;
     const char *szStart = tavo::CutPiece(szEnd, ':');

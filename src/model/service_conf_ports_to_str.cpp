@@ -1,7 +1,7 @@
 // Prints a port list in the two parts of its text form, ports and protocols.
 //
-// The list is checked whole before anything is printed, and printing stops once the text cannot fit
-// any more: a list of a million ports costs its walk, and what does not fit is not made.
+// The whole list is validated before anything is printed. Printing stops once the text cannot fit
+// any more, so that a list of a million ports costs only the walk over it.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -13,11 +13,11 @@
 
 namespace {
 
-// Room for one printed port, range or protocol name with the comma in front.
+// The size of one printed port, range or protocol name with the comma before it.
 constexpr std::size_t kPieceSize = 64;
 
-// A text that grows piece by piece. Pieces are gathered before they go to TLIBCStrCat, which looks
-// for the end of the text at every call.
+// A text that grows piece by piece. Pieces are collected before they are passed to TLIBCStrCat,
+// which searches for the end of the text in every call.
 class GrowingText {
   public:
     ~GrowingText() { std::free(szText_); }
@@ -25,7 +25,7 @@ class GrowingText {
     GrowingText(const GrowingText &) = delete;
     GrowingText &operator=(const GrowingText &) = delete;
 
-    // What separates the next piece from those before.
+    // The separator before the next piece.
     const char *Separator() const { return nLength_ == 0 ? "" : ","; }
 
     int Append(const char *szPiece) {
@@ -39,7 +39,7 @@ class GrowingText {
         return 0;
     }
 
-    // Call it behind the last piece.
+    // Must be called after the last piece.
     int Finish() {
         nGathered_ = 0;
         if (TLIBCStrCat(&szText_, &cbText_, szGathered_) < 0) {

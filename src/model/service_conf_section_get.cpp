@@ -1,8 +1,8 @@
 // Reads one service section of a service file into a record.
 //
-// The keys are read in a fixed order, and the first one that is missing or bad is the one reported.
-// title, desc and dst.ports are required; the references title_key and desc_key are hints for the
-// user interface and never a reason to fail.
+// The keys are read in a fixed order, and the first missing or invalid one is reported. title, desc
+// and dst.ports are required; the references title_key and desc_key are hints for the user
+// interface, and an error in them is not a failure.
 #include <cstring>
 #include <utility>
 
@@ -17,7 +17,7 @@ namespace {
 
 using tavo::Reading;
 
-// The file and section being read, for the log lines, and the section's keys.
+// The file and section being read, for the log lines, and the keys of the section.
 struct Source {
     const char *szPath;
     const char *szSection;
@@ -26,11 +26,10 @@ struct Source {
     const char *Value(const char *szKey) const { return TLIBCSzHashGetValue(pKeys, szKey); }
 };
 
-// Room for the value of port_forward in lower case. A longer value is not "yes", whatever it begins
-// with.
+// The size of the value of port_forward in lower case. A longer value is not "yes".
 constexpr std::size_t kForwardTextSize = 32;
 
-// SECTION:KEY, or SOURCE:SECTION:KEY, whose KEY may hold further colons. Cuts szRef in place.
+// Splits SECTION:KEY or SOURCE:SECTION:KEY; KEY may contain further colons. Modifies szRef.
 int SplitReference(char *szRef, TAVO_SERVICE_CONF_STRING *pString) {
     char *szKey = szRef;
     char *szSource = nullptr;
@@ -74,7 +73,7 @@ int ReadDescription(const Source &source, TAVO_SERVICE_CONF_STRING *pDesc) {
     return 0;
 }
 
-// Only "yes" lets the router forward the ports; when in doubt they stay closed.
+// The router forwards the ports only if the value is "yes"; by default they stay closed.
 uint32_t ReadPortForward(const Source &source) {
     const char *szValue = source.Value(tavo::kKeyPortForward);
     if (szValue == nullptr) {
@@ -156,7 +155,7 @@ int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING 
     if (szRef == nullptr || *szRef == '\0' || pString == nullptr) {
         return -1;
     }
-    // The reference may stand in the very record that is filled.
+    // The reference may be in the record that is filled.
     const tavo::OwnedText copy(strdup(szRef));
     if (copy == nullptr) {
         return -1;

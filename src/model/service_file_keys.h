@@ -1,4 +1,4 @@
-// The words of a service file.
+// The section and key names of a service file.
 #ifndef TAVO_SRC_MODEL_SERVICE_FILE_KEYS_H
 #define TAVO_SRC_MODEL_SERVICE_FILE_KEYS_H
 
@@ -6,7 +6,7 @@
 
 namespace tavo {
 
-// The section that describes the file; every other one is a service.
+// The section that describes the file; every other section is a service.
 constexpr char kGlobalSection[] = "global";
 constexpr char kKeyVersion[] = "version";
 constexpr char kKeySupportKey[] = "support_key";
@@ -21,7 +21,7 @@ constexpr char kKeyPortForward[] = "port_forward";
 constexpr char kKeySrcPorts[] = "src.ports";
 constexpr char kKeyDstPorts[] = "dst.ports";
 
-// The key of ports of a direction; whatever is not a source port is a destination port.
+// The key for the ports of a direction. Any direction other than source is destination.
 constexpr const char *PortsKey(uint32_t nDirection) {
     return nDirection == 0 ? kKeySrcPorts : kKeyDstPorts;
 }

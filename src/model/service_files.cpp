@@ -1,9 +1,9 @@
-// Collects what a reading of service files leaves out.
+// Collects what the reading of service files leaves out.
 #include "model/service_files.h"
 
 namespace tavo {
 
-// Null when out of memory, which makes the report incomplete.
+// Returns null when out of memory, which makes the report incomplete.
 const char *ReadingReport::Keep(const char *text) {
     const char *copy = texts_.Keep(text);
     if (copy == nullptr) {

@@ -1,4 +1,4 @@
-// Reading service files with a report of what was read from where, and of what was left out.
+// Reads service files and reports what was read, from which file, and what was left out.
 #ifndef TAVO_SRC_MODEL_SERVICE_FILES_H
 #define TAVO_SRC_MODEL_SERVICE_FILES_H
 
@@ -11,39 +11,40 @@
 
 namespace tavo {
 
-// A file of a service folder.
+// A file in a service folder.
 struct ServiceFileRecord {
     const ServiceFolder *folder;
     const char *path;
-    const TAVO_SERVICE_CONF *conf;  // null when the file is left out
+    const TAVO_SERVICE_CONF *conf;  // null if the file is left out
 };
 
-// A folder, file, section or built-in service that is left out. Exactly one of these describes it:
-// the row; the section of the file; the file; the folder.
+// A folder, file, section or built-in service that is left out: a built-in service if `row` is set,
+// otherwise a section if `section` is set, otherwise a file if `path` is set, otherwise a folder.
 struct LeftOut {
     const ServiceFolder *folder;
-    const char *path;     // of the file, null where a folder or row is left out
-    const char *section;  // null where the file as a whole is left out
+    const char *path;     // of the file; null for a folder or row
+    const char *section;  // null if the whole file is left out
     const TAVO_FW_SERVICE_REG *row;
     Reading reading;
 };
 
-// Owns its texts. The records of the files point into the list that was read with it.
+// Owns its texts. The records of the files point into the list of files that was read with it.
 class ReadingReport {
   public:
-    // Every file that was tried: the system folder's, then the package folder's, by name.
+    // Every file that was tried: those of the system folder, then those of the package folder,
+    // sorted by name.
     const GrowingArray<ServiceFileRecord> &Files() const { return files_; }
 
-    // In the order of reading. A file of which no section could be read comes after its sections.
+    // In reading order. A file without any readable section comes after its sections.
     const GrowingArray<LeftOut> &Omissions() const { return omissions_; }
 
-    // The error code of the first reading that is unknown, 0x200 also when memory runs out for the
-    // report itself. 0 when there was none: whatever is left out is absent or not valid.
+    // The error code of the first unknown reading, or 0x200 when memory ran out for the report
+    // itself. 0 if there was none: everything that is left out is absent or invalid.
     unsigned int Fault() const { return fault_; }
 
     bool LeftNothingOut() const { return !left_out_; }
 
-    // For those who read: notes nothing where the reading is good.
+    // For the readers. A good reading is not noted.
     void BeginFile(const ServiceFolder &folder, const char *path);
     void EndFile(Reading reading, const TAVO_SERVICE_CONF *conf);
     void ResumeFile(const ServiceFileRecord &file);
@@ -51,7 +52,7 @@ class ReadingReport {
     void NoteFolder(Reading reading, const ServiceFolder &folder);
     void NoteRow(Reading reading, const TAVO_FW_SERVICE_REG &row);
 
-    // Notes a failure that cannot be attributed.
+    // Notes a failure that belongs to no file, section or service.
     void NoteFault(Reading reading);
 
   private:
@@ -61,19 +62,19 @@ class ReadingReport {
     GrowingArray<ServiceFileRecord> files_;
     GrowingArray<LeftOut> omissions_;
     KeptTexts texts_;
-    const ServiceFolder *folder_ = nullptr;  // of the file that is being read
+    const ServiceFolder *folder_ = nullptr;  // of the file being read
     const char *path_ = nullptr;
     unsigned int fault_ = 0;
     bool left_out_ = false;
 };
 
-// These do what the exported function of the same name does, with the same log lines. Without a
-// report nothing is noted.
+// These do the same as the exported function named above each, with the same log lines. `report`
+// may be null.
 
 // TAVOServiceConfSectionGet.
 Reading ReadServiceSection(const char *path, const char *section, TAVO_SERVICE_CONF_SECTION **list);
 
-// TAVOServiceConfGet. Sections that are left out are noted; the file itself is noted by the caller.
+// TAVOServiceConfGet. Notes sections that are left out; the caller notes the file itself.
 Reading ReadServiceFile(const char *path, TAVO_SERVICE_CONF **list, ReadingReport *report);
 
 // TAVOServiceConfEnum.
