@@ -1,8 +1,8 @@
-// Lists what the firewall can offer: the built-in services, then every section of every service
-// file.
+// Lists the services that the firewall can offer: the built-in services, then every section of
+// every service file.
 //
-// The list is never refused as a whole. A service that cannot be listed is logged and left out, so
-// that one broken setting or service file does not take the others off the firewall.
+// An error never fails the whole list. A service that cannot be listed is logged and left out, so
+// that one invalid setting or service file does not remove the others from the firewall.
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -23,7 +23,7 @@ namespace {
 
 using tavo::Reading;
 
-// Room for any 32-bit number as text, and for a range with its dash and terminator.
+// The sizes of a 32-bit number as text, and of a range with its dash and terminator.
 constexpr std::size_t kNumberSize = 11;
 constexpr std::size_t kPortTextSize = 2 * kNumberSize + 2;
 
@@ -40,7 +40,7 @@ void CopyReference(const TAVO_SERVICE_CONF_STRING &source, TAVO_SERVICE_CONF_STR
 
 // ---- Built-in services ----
 
-// One side of a row: its source or its destination ports.
+// One side of a row: its source ports or its destination ports.
 struct RowPorts {
     const char *szSide;  // "src" or "dst", for the log lines
     const char *szPorts;
@@ -51,7 +51,7 @@ bool IsPortNumber(const char *szPort) {
     return szPort[std::strspn(szPort, "0123456789")] == '\0';
 }
 
-// Splits a text such as "1234,9997" into *ppPorts. Empty pieces are passed over.
+// Splits a text such as "1234,9997" into *ppPorts. Empty pieces are ignored.
 Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     if (*szPorts == '\0') {
         TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
@@ -82,8 +82,8 @@ Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
     return Reading::Good();
 }
 
-// Clears the error state for a call, to see what the call leaves there. Where it leaves nothing,
-// the caller's state stays.
+// Clears the error state for a call, to detect whether the call sets it. If the call does not set
+// it, the previous state is restored.
 class FreshErrorState {
   public:
     FreshErrorState() { TLIBCErrSetEx(0, nullptr, 0); }
@@ -99,8 +99,8 @@ class FreshErrorState {
     tavo::ErrorState before_;
 };
 
-// A provider says by its error code whether it failed for what the settings hold, or because they
-// are absent. Any other failure, and one without a code, leaves its ports unknown.
+// The error code of a provider says whether the settings are invalid or absent. After any other
+// failure, and after one without a code, the ports are unknown.
 Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
     const FreshErrorState fresh;
     if (pfnPorts(ppPorts) >= 0) {
@@ -111,8 +111,8 @@ Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
     return settled ? Reading::Invalid() : Reading::Unknown();
 }
 
-// Works out the ports of one side of the service szName. A provider that has none to give makes no
-// line of its own.
+// Determines the ports of one side of the service szName. A provider that returns no ports is not
+// logged here.
 Reading ReadRowPorts(const char *szName, const RowPorts &side, TLIBCSzList **ppPorts) {
     if (side.szPorts != nullptr) {
         const Reading fixed = ParseFixedPorts(side.szPorts, ppPorts);
@@ -140,7 +140,7 @@ char *PrintNumber(uint32_t nNumber, char *szText) {
     return std::to_chars(szText, szText + kNumberSize, static_cast<int>(nNumber)).ptr;
 }
 
-// A port as "80" or "1000-2000": the firewall writes ranges with a dash.
+// Prints a port as "80" or "1000-2000": the firewall writes ranges with a dash.
 void PrintPort(const TAVO_SERVICE_CONF_PORT &port, char (&szPort)[kPortTextSize]) {
     char *szEnd = PrintNumber(port.nPortStart, szPort);
     if (port.nPortType == TAVO_PORT_TYPE_RANGE) {
@@ -150,8 +150,8 @@ void PrintPort(const TAVO_SERVICE_CONF_PORT &port, char (&szPort)[kPortTextSize]
     *szEnd = '\0';
 }
 
-// Makes the port strings of a port list. Its entries share their protocol; where they do not, the
-// last one decides.
+// Converts a port list to port strings. All entries are expected to have the same protocol; if they
+// do not, the last one is used.
 Reading ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol,
                      TLIBCSzList **ppPorts) {
     if (pList == nullptr) {
@@ -250,7 +250,7 @@ Reading ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool suppor
 
 namespace {
 
-// Makes the services in front of the list, and records where each comes from.
+// Prepends the services to the list and records the origin of each.
 class CatalogueReader {
   public:
     ServiceCatalogue Read() {
@@ -266,7 +266,7 @@ class CatalogueReader {
     }
 
   private:
-    // A service that could not be made is null.
+    // `service` is null if it could not be created.
     void Add(OwnedServices service, CatalogueService origin) {
         if (service == nullptr) {
             return;
@@ -293,9 +293,9 @@ class CatalogueReader {
         }
     }
 
-    // The record of a file that was read, null when memory ran out for it. Files are looked for in
-    // the order of their list, which is that of the records backwards; `left` counts the records
-    // that were not yet passed.
+    // The record of a file that was read; null if memory ran out for it. Must be called in the
+    // order of the file list, which is the reverse of the order of the records; `left` is the
+    // number of records not yet passed.
     const ServiceFileRecord *RecordOf(const TAVO_SERVICE_CONF *file, std::size_t &left) const {
         while (left > 0) {
             const ServiceFileRecord &record = catalogue_.report.Files()[--left];

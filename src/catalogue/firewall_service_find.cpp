@@ -1,9 +1,9 @@
-// Looks firewall services up: one in an enumerated list, and the sections of service files that one
-// is made of.
+// Looks up firewall services: one in an enumerated list, and the sections of service files that
+// belong to one.
 //
-// A firewall service may be made of sections under other names. Whoever says so first is believed:
-// the service manager's unit, the administrator's mapping table, the factory's, and in the end the
-// package that is installed under the service's own name.
+// A firewall service may consist of sections with other names. The first source that names them is
+// used: the unit of the service manager, the mapping table of the administrator, that of the
+// factory, and finally the package whose service file has the name of the service.
 #include <cstdio>
 
 #include "support/failure.h"
@@ -19,11 +19,11 @@ constexpr const char *kMappingTables[] = {
     "/usr/tavo/etc.defaults/firewall_service_mapping_table",
 };
 
-// Room for the sections of a service in a mapping table; a longer value is cut to fit.
+// The size of the section list of a service in a mapping table; a longer value is truncated.
 constexpr int kMappingSize = 1024;
 
-// Looks the service up in a mapping table. 1 found, 0 not found or empty. A table that cannot be
-// read is one without the service.
+// Looks up the service in a mapping table. Returns 1 if found, 0 if missing or empty. A table that
+// cannot be read counts as one without the service.
 int FindMapping(const char *szTable, const char *szServiceName, char (&szSections)[kMappingSize]) {
     return TLIBCFileGetKeyValue(szTable, szServiceName, szSections, kMappingSize) == 1 &&
            *szSections != '\0';
@@ -37,7 +37,7 @@ int AddMappedSections(const char *szSections, TLIBCSzList **ppSectionNames) {
 }
 
 int AddPackageSections(const char *szServiceName, TLIBCSzList **ppSectionNames) {
-    // The doubled slash is kept: the path stands so in the log.
+    // The doubled slash is kept: the path appears like this in the log.
     char szFile[tavo::kPathSize];
     const int nLength = std::snprintf(szFile, sizeof(szFile), "%s//%s.sc",
                                       tavo::kPackageServiceDirectory, szServiceName);

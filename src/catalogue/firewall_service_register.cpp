@@ -1,7 +1,7 @@
-// The services that have no service file, as a table, and the port providers: functions that work
-// out the ports of those whose ports an administrator can change.
+// The table of services without a service file, and the port providers: functions that determine
+// the ports of those services whose ports an administrator can change.
 //
-// Other programs read the table in place, so it is plain constant data that needs no constructor.
+// Other programs read the table directly, so it is constant data that needs no constructor.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -20,14 +20,14 @@
 
 namespace {
 
-// A text in the string tables of the user interface.
+// The position of a text in the string tables of the user interface.
 struct Reference {
     std::string_view section;
     std::string_view key;
 };
 
-// What the rows differ in. Each has destination ports, fixed ones or a provider of them, and none
-// has source ports.
+// The fields in which the rows differ. Each row has destination ports, fixed ones or a provider,
+// and no source ports.
 struct BuiltIn {
     const char *szName;
     const char *szSupportKey = nullptr;
@@ -111,8 +111,8 @@ constinit const TAVO_FW_SERVICE_REG rgServices[13] = {
          .title = {"tree", "leaf_snmp"},
          .nProtocol = TAVO_PROTO_UDP,
          .szPorts = "161"}),
-    // In the next two the description names the "opt" text and the title the "desc" text, the other
-    // way round than everywhere else. Programs that read the table know it so; it is kept.
+    // In the next two rows the description refers to the "opt" text and the title to the "desc"
+    // text, unlike in all other rows. Programs that read the table expect this, so it is kept.
     Row({.szName = "bonjour",
          .desc = {"firewall", "firewall_service_opt_bonjour"},
          .title = {"firewall", "firewall_service_desc_bonjour"},
@@ -141,11 +141,11 @@ namespace {
 
 constexpr char kNfsSettings[] = "/etc/nfs/tavo_nfs_conf";
 
-// Room for the value of a setting; a longer one is cut to fit.
+// The size of the value of a setting; a longer value is truncated.
 constexpr std::size_t kValueSize = 16;
 
-// What the NFS server always uses (portmapper, mountd, nfsd), and what statd and the lock manager
-// use unless the administrator chose their ports.
+// The fixed ports of the NFS server (portmapper, mountd, nfsd), and the default ports of statd and
+// the lock manager, which the administrator can change.
 constexpr char kNfsFixedPorts[] = "111,892,2049";
 constexpr char kNfsStatdPort[] = "662";
 constexpr char kNfsLockManagerPort[] = "4045";
@@ -175,7 +175,7 @@ int PushNfsFixedPorts(TLIBCSzList *pPorts) {
     return 0;
 }
 
-// Pushes the port that the administrator set under szKey, as it is written.
+// Pushes the port that the administrator set under szKey, without validating it.
 int PushNfsCustomPort(const char *szKey, const char *szService, TLIBCSzList *pPorts) {
     char szPort[kValueSize];
     const int nFound = TLIBCFileGetKeyValue(kNfsSettings, szKey, szPort, sizeof(szPort));
@@ -188,9 +188,9 @@ int PushNfsCustomPort(const char *szKey, const char *szService, TLIBCSzList *pPo
     return TLIBCSzListPush(&pPorts, szPort);
 }
 
-// Pushes the ports of statd and of the lock manager.
+// Pushes the ports of statd and the lock manager.
 int PushNfsChosenPorts(TLIBCSzList *pPorts) {
-    // Whether custom ports are enabled and which they are belong together.
+    // The switch for custom ports and the ports must come from the same version of the file.
     const tavo::HeldFile held(kNfsSettings);
     char szCustom[kValueSize];
     if (TLIBCFileGetKeyValue(kNfsSettings, "nfs_custom_port_enable", szCustom, sizeof(szCustom)) <
@@ -209,7 +209,7 @@ int PushNfsChosenPorts(TLIBCSzList *pPorts) {
     return TLIBCSzListPush(&pPorts, kNfsLockManagerPort);
 }
 
-// Reads a port from the settings; one that is absent or out of range is that of SSH.
+// Reads a port from the settings. If it is absent or out of range, the default port of SSH is used.
 int ReadSshPort(const char *szKey, unsigned int &nPort) {
     char szPort[kValueSize];
     if (TLIBCFileGetKeyValue(tavo::kSettingsFile, szKey, szPort, sizeof(szPort)) < 0) {
@@ -226,9 +226,9 @@ int PushPort(unsigned int nPort, TLIBCSzList *pPorts) {
     return TLIBCSzListPush(&pPorts, szPort);
 }
 
-// Stores a list of the one range in *ppPortList and releases it. This is how the two range
-// providers have always behaved, and their callers use the answer only: a list that lived on would
-// be lost with every call.
+// Stores a list with this one range in *ppPortList and frees it, which is kept. The callers of the
+// two range providers use only the return value, and a list that is not freed would leak with every
+// call.
 int StoreReleasedRange(int nFirst, int nLast, TLIBCSzList **ppPortList) {
     if (ppPortList == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
@@ -251,7 +251,7 @@ int StoreReleasedRange(int nFirst, int nLast, TLIBCSzList **ppPortList) {
 
 }  // namespace
 
-// The one provider that tells a bad argument from other failures.
+// The only provider with a separate return value for invalid arguments.
 int TAVOFwPortsNFS(TLIBCSzList **ppPortList) {
     if (ppPortList == nullptr) {
         TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
