@@ -1,4 +1,4 @@
-// The error state, kept while other calls change it.
+// Saves the error state across calls that change it.
 #ifndef TAVO_SRC_SUPPORT_ERROR_STATE_H
 #define TAVO_SRC_SUPPORT_ERROR_STATE_H
 
@@ -7,7 +7,7 @@
 
 namespace tavo {
 
-// The state at the time when this is made.
+// The error state at the time of construction.
 class ErrorState {
   public:
     ErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {

@@ -1,10 +1,10 @@
-// How everything in the library fails: set the error code where one is named, write the one log
-// line, return. Each macro gives -1, so that a failing step is reported and returned in one line.
+// Reporting of failures in the library: set the error code, if any, write one log line, return.
+// Each macro yields -1, so that a failing step is reported and returned in one line.
 //
-// The log line is the appliance's diagnostic of record: support greps for these texts, so they are
-// frozen, misspellings included. Source file and line come first and are added here. They name the
-// operation that failed: a template or helper that works for several operations takes the place of
-// its caller (TAVO_HERE) and reports it with the _AT form of the macro.
+// Support staff search logs for these texts, so they are frozen, misspellings included. Each line
+// starts with the source file and line, which are added here. They name the operation that failed:
+// a template or helper that works for several operations takes the place of its caller (TAVO_HERE)
+// and reports the failure with the _AT form of the macro.
 #ifndef TAVO_SRC_SUPPORT_FAILURE_H
 #define TAVO_SRC_SUPPORT_FAILURE_H
 
@@ -18,15 +18,15 @@
 
 namespace tavo {
 
-// A place in the source; the file without its folders.
+// A position in the source; the file name has no directory.
 struct Place {
     const char *file;
     int line;
 };
 
-// The format of a log line, put together from pieces. The longest format of the library has 150
-// characters and the file of an error state 255, so the room is never used up; what does not fit
-// would be left out.
+// The format of a log line, built from pieces. The longest format of the library has 150 characters
+// and the file name in the error state at most 255, so the buffer is always large enough; a longer
+// format would be truncated.
 class LineFormat {
   public:
     explicit LineFormat(const Place &place) { AddPlace(place); }
@@ -61,7 +61,8 @@ class LineFormat {
   private:
     static constexpr std::size_t kSize = 2048;
 
-    // A caller of the core library may have set the error state, with any text as the file.
+    // Appends a text without interpreting "%". A caller of the core library may have set the error
+    // state with any text as the file name.
     void AddLiteral(const char *text) {
         for (; *text != '\0'; ++text) {
             const char piece[] = {*text, *text == '%' ? '%' : '\0', '\0'};
@@ -73,8 +74,7 @@ class LineFormat {
     std::size_t length_ = 0;
 };
 
-// Writes a log line. Functions and not macros, so that the compiler and the checkers see an
-// ordinary call with a format to check.
+// Writes a log line. These are functions, not macros, so that the compiler checks the format.
 __attribute__((format(printf, 2, 3))) inline int LogAt(const Place &place, const char *format,
                                                        ...) {
     LineFormat line(place);
@@ -86,7 +86,7 @@ __attribute__((format(printf, 2, 3))) inline int LogAt(const Place &place, const
     return -1;
 }
 
-// Writes a log line that ends in the error state, whoever set it.
+// Writes a log line that ends in the error state, whichever call set it.
 __attribute__((format(printf, 2, 3))) inline int LogStateAt(const Place &place, const char *format,
                                                             ...) {
     LineFormat line(place);
@@ -99,7 +99,7 @@ __attribute__((format(printf, 2, 3))) inline int LogStateAt(const Place &place, 
     return -1;
 }
 
-// Records an error code with a place in the source.
+// Records an error code with a position in the source.
 inline int SetErrorAt(const Place &place, unsigned int code) {
     TLIBCErrSetEx(code, place.file, place.line);
     return -1;
@@ -107,7 +107,7 @@ inline int SetErrorAt(const Place &place, unsigned int code) {
 
 }  // namespace tavo
 
-// This place in the source.
+// The current position in the source.
 #define TAVO_HERE (::tavo::Place{__FILE_NAME__, __LINE__})
 
 // Each of these takes a format and its arguments after the place and the error code. The arguments
@@ -117,7 +117,7 @@ inline int SetErrorAt(const Place &place, unsigned int code) {
 #define TAVO_SET_ERROR_AT(place, code) ::tavo::SetErrorAt((place), (code))
 #define TAVO_SET_ERROR(code) TAVO_SET_ERROR_AT(TAVO_HERE, code)
 
-// Writes a log line, with _STATE one that ends in the error state: "[0x0D00 source.cpp:47]".
+// Writes a log line; with _STATE, one that ends in the error state: "[0x0D00 source.cpp:47]".
 #define TAVO_LOG_AT(place, ...) ::tavo::LogAt((place), __VA_ARGS__)
 #define TAVO_LOG(...) TAVO_LOG_AT(TAVO_HERE, __VA_ARGS__)
 #define TAVO_LOG_STATE_AT(place, ...) ::tavo::LogStateAt((place), __VA_ARGS__)
@@ -135,7 +135,7 @@ inline int SetErrorAt(const Place &place, unsigned int code) {
 #define TAVO_FAIL_NO_MEMORY() \
     TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY, "Failed to allocate for service, tavoerr=")
 
-// Reports that memory ran out for what the text names.
+// Reports that memory ran out while allocating `what`.
 #define TAVO_FAIL_ALLOC_AT(place, what)                                                            \
     TAVO_FAIL_AT(place, TLIBC_ERR_NO_MEMORY, "Failed to alloc %s, Out of memory.[0x%04X]", (what), \
                  ::TLIBCErrGet())

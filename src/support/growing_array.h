@@ -32,7 +32,7 @@ class GrowingArray {
     const T *begin() const { return items_; }
     const T *end() const { return items_ + count_; }
 
-    // False when out of memory, the array then being as it was.
+    // Returns false when out of memory; the array is then unchanged.
     bool Append(const T &item) {
         if (count_ == room_ && !Grow()) {
             return false;
@@ -41,7 +41,7 @@ class GrowingArray {
         return true;
     }
 
-    // Takes all items out, for others to take their room.
+    // Removes all items but keeps the memory.
     void Clear() { count_ = 0; }
 
   private:

@@ -1,11 +1,11 @@
-// Reads a file as it stands at one moment. Reading N sections of a file opens and walks it N times;
-// while a HeldFile lives, those readings come from one snapshot, so that the cost stays linear.
+// Reads a file as one snapshot. Reading N sections of a file opens and parses it N times; while a
+// HeldFile exists, these readings use one snapshot, which keeps the cost linear.
 #ifndef TAVO_SRC_SUPPORT_HELD_FILE_H
 #define TAVO_SRC_SUPPORT_HELD_FILE_H
 
 #include "tavocore.h"
 
-// An appliance's own core library may lack them, and its header too.
+// The core library of an appliance, and its header, may lack these functions.
 extern "C" {
 __attribute__((weak)) int TLIBCFileHold(const char *szPath);
 __attribute__((weak)) void TLIBCFileRelease(void);
@@ -13,8 +13,8 @@ __attribute__((weak)) void TLIBCFileRelease(void);
 
 namespace tavo {
 
-// A thread holds one file at a time: hold none while something is called that holds its own.
-// A file that cannot be held is read all the same, or its reading says why not.
+// A thread can hold one file at a time: do not hold a file during a call that holds its own. A file
+// that cannot be held is read directly, which reports any error.
 class HeldFile {
   public:
     explicit HeldFile(const char *szPath)
@@ -32,8 +32,8 @@ class HeldFile {
     bool held_;
 };
 
-// Ends a hold that the caller has on a file, or that was left on the thread by a call that ended
-// with longjmp. What changes a file on the strength of what it reads calls this first.
+// Ends a hold of the caller, or one left on the thread by a call that ended with longjmp.
+// Operations that change a file based on its contents call this first.
 inline void ReleaseHeldFile() {
     if (TLIBCFileRelease != nullptr) {
         TLIBCFileRelease();

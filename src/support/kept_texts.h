@@ -23,7 +23,7 @@ class KeptTexts {
     KeptTexts(const KeptTexts &) = delete;
     KeptTexts &operator=(const KeptTexts &) = delete;
 
-    // Null when out of memory.
+    // Returns null when out of memory.
     const char *Keep(const char *text) {
         OwnedText copy(strdup(text));
         return copy != nullptr && texts_.Append(copy.get()) ? copy.release() : nullptr;

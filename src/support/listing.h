@@ -1,6 +1,6 @@
 // The entries of a directory, sorted by name.
 //
-// glob(3) would do the same for a pattern, but frees the names twice when memory runs out.
+// glob(3) could do the same with a pattern, but it frees the names twice when memory runs out.
 #ifndef TAVO_SRC_SUPPORT_LISTING_H
 #define TAVO_SRC_SUPPORT_LISTING_H
 
@@ -10,7 +10,7 @@
 
 namespace tavo {
 
-// As scandir gives them, which tells in errno why it failed.
+// The result of scandir, which sets errno on failure.
 class Listing {
   public:
     explicit Listing(const char *szDirectory)

@@ -1,5 +1,5 @@
-// Owners of what a function makes: whatever path it leaves by, the owner gives the memory back, and
-// release() marks the one place where it is handed to the caller.
+// Owners of allocated objects: the owner frees the memory on every path, and release() marks the
+// one place where ownership passes to the caller.
 #ifndef TAVO_SRC_SUPPORT_OWNERS_H
 #define TAVO_SRC_SUPPORT_OWNERS_H
 
@@ -23,19 +23,19 @@ using OwnedRanges = std::unique_ptr<TAVO_PORT_RANGE, FreeWith<TLIBPortRangeDesto
 using OwnedServices = std::unique_ptr<TAVO_FW_SERVICE, FreeWith<TAVOFwServiceFree>>;
 using OwnedConf = std::unique_ptr<TAVO_SERVICE_CONF, FreeWith<TAVOServiceConfFree>>;
 
-// The capacity that lists of names and tables of keys start with. It is a hint: a file holds a
-// handful of sections and a section at most eight keys that mean something.
+// The initial capacity of lists of names and tables of keys, a hint. A file contains a few
+// sections, and a section at most eight known keys.
 constexpr int kInitialCapacity = 1024;
 
-// A zero-filled record from calloc, which callers may free and build alike; null when out of
-// memory.
+// Allocates a zero-filled record with calloc, since callers may also allocate and free records;
+// null when out of memory.
 template <typename Owner>
 Owner NewRecord() {
     using Record = typename Owner::element_type;
     return Owner(static_cast<Record *>(std::calloc(1, sizeof(Record))));
 }
 
-// Pushes a text to a list, which may move. False when it could not be.
+// Pushes a text to a list, whose handle may change. Returns false on failure.
 inline bool Push(OwnedNames &names, const char *szName) {
     TLIBCSzList *pNames = names.release();
     const bool pushed = TLIBCSzListPush(&pNames, szName) >= 0;
@@ -43,7 +43,7 @@ inline bool Push(OwnedNames &names, const char *szName) {
     return pushed;
 }
 
-// Puts a record in front of a caller's list.
+// Prepends a record to a caller's list.
 template <typename Owner>
 void Prepend(Owner record, typename Owner::element_type **ppList) {
     record->pNext = *ppList;

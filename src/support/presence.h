@@ -1,6 +1,6 @@
-// Whether a file or folder exists, with a third answer for when that is unknown. TLIBCFileExist
-// answers yes or no only. A check of ports or a change of files that takes an I/O error for absence
-// reports a port as free, or writes a second file.
+// Checks whether a file or folder exists, with a third result for unknown. TLIBCFileExist returns
+// only yes or no. If an I/O error counted as absence, a check of ports would report a port as free,
+// and a change of files would write a second file.
 #ifndef TAVO_SRC_SUPPORT_PRESENCE_H
 #define TAVO_SRC_SUPPORT_PRESENCE_H
 
@@ -12,8 +12,8 @@ namespace tavo {
 
 enum class Presence { kPresent, kAbsent, kUnknown };
 
-// What the errno of a stat that failed says. A path that cannot lead anywhere, such as a link to
-// itself, is absent.
+// The presence according to the errno of a failed stat. A path that cannot lead anywhere, such as a
+// link loop, is absent.
 inline Presence PresenceAfter(int error) {
     switch (error) {
         case ENOENT:

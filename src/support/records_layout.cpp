@@ -1,12 +1,12 @@
 // The layout of the public records is part of the ABI: programs built years ago read these fields
-// at these places. Whoever moves one breaks them, so it does not compile.
+// at these offsets. Moving a field breaks them, so it does not compile.
 #include <cstddef>
 
 #include "tavoserviceconf.h"
 
 namespace {
 
-// Where a field of pointer size lands behind `end` bytes.
+// The offset of a field of pointer size after `end` bytes.
 constexpr std::size_t AfterPadding(std::size_t end) {
     return (end + sizeof(void *) - 1) / sizeof(void *) * sizeof(void *);
 }

@@ -1,4 +1,4 @@
-// Where service files live, and the room for their paths.
+// The directories of service files, and the size of their paths.
 #ifndef TAVO_SRC_SUPPORT_SERVICE_DIRECTORY_H
 #define TAVO_SRC_SUPPORT_SERVICE_DIRECTORY_H
 
@@ -15,14 +15,14 @@ struct ServiceFolder {
     const char *path;
 };
 
-// In the order of reading.
+// In reading order.
 inline constexpr ServiceFolder kServiceFolders[] = {
     {TAVO_SERVICE_CONF_DIR_SYSTEM, kSystemServiceDirectory},
     {TAVO_SERVICE_CONF_DIR_PACKAGE, kPackageServiceDirectory},
 };
 constexpr int kEveryServiceFolder = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
 
-// Room for the path of a file in a directory, PATH_MAX of Linux.
+// The size of a file path, PATH_MAX of Linux.
 constexpr std::size_t kPathSize = 4096;
 
 }  // namespace tavo

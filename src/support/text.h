@@ -1,4 +1,4 @@
-// Bounded texts: the one way to fill a fixed field, and the one way to read one.
+// Bounded texts: the one way to fill a fixed-size field, and the one way to read one.
 #ifndef TAVO_SRC_SUPPORT_TEXT_H
 #define TAVO_SRC_SUPPORT_TEXT_H
 
@@ -11,7 +11,7 @@
 
 namespace tavo {
 
-// Copies `text` into a field, cut to fit and always terminated.
+// Copies `text` into a field, truncated to fit and always terminated.
 template <std::size_t Size>
 void CopyText(char (&field)[Size], std::string_view text) {
     const std::size_t length = std::min(text.size(), Size - 1);
@@ -19,7 +19,7 @@ void CopyText(char (&field)[Size], std::string_view text) {
     field[length] = '\0';
 }
 
-// The text in a field that a caller filled and may not have terminated.
+// The text of a field that a caller filled and may not have terminated.
 template <std::size_t Size>
 std::string_view FieldText(const char (&field)[Size]) {
     return {field, strnlen(field, Size)};
@@ -37,7 +37,7 @@ class FieldString {
     char szText_[Size + 1];
 };
 
-// Prints into a field, cut to fit.
+// Prints into a field, truncated to fit.
 template <std::size_t Size>
 __attribute__((format(printf, 2, 3))) void PrintText(char (&field)[Size], const char *szFormat,
                                                      ...) {
@@ -49,8 +49,8 @@ __attribute__((format(printf, 2, 3))) void PrintText(char (&field)[Size], const 
     va_end(arguments);
 }
 
-// Cuts the piece up to the next `separator` off `szRest`, in place. What follows is left in
-// `szRest`, which becomes null with the last piece; pieces may be empty.
+// Cuts the piece up to the next `separator` from `szRest`, in place. `szRest` moves to the rest, or
+// becomes null after the last piece. Pieces may be empty.
 inline char *CutPiece(char *&szRest, char separator) {
     char *szPiece = szRest;
     szRest = std::strchr(szRest, separator);

@@ -1,4 +1,4 @@
-// Keeps the writers of the core library out of a folder while the folder as a whole is copied or
+// Excludes the writers of the core library from a folder while the whole folder is copied or
 // replaced.
 #ifndef TAVO_SRC_SUPPORT_WRITERS_LOCK_H
 #define TAVO_SRC_SUPPORT_WRITERS_LOCK_H
@@ -6,7 +6,7 @@
 #include "support/failure.h"
 #include "tavocore.h"
 
-// An appliance's own core library may lack them, and its header too.
+// The core library of an appliance, and its header, may lack these functions.
 extern "C" {
 typedef struct TLIBCFolderLock TLIBCFolderLock;
 __attribute__((weak)) TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder);
@@ -15,8 +15,8 @@ __attribute__((weak)) void TLIBCFolderLockRelease(TLIBCFolderLock *pLock);
 
 namespace tavo {
 
-// Waits for a writer in the folder; null is no folder. The lock is the writers' own, so its holder
-// must not change a file in that folder through the core library.
+// Waits for a writer in the folder; null means no folder. The writers use the same lock, so its
+// holder must not change a file in that folder through the core library.
 class WritersLock {
   public:
     explicit WritersLock(const char *folder) {
@@ -34,15 +34,15 @@ class WritersLock {
     WritersLock(const WritersLock &) = delete;
     WritersLock &operator=(const WritersLock &) = delete;
 
-    // Whether the appliance's core library has the lock.
+    // Whether the appliance's core library provides the lock.
     static bool IsAvailable() {
         return TLIBCFolderLockTake != nullptr && TLIBCFolderLockRelease != nullptr;
     }
 
     bool IsHeld() const { return lock_ != nullptr; }
 
-    // Without the lock the work goes on: a folder that cannot be written has no lock and no writer.
-    // Only running out of memory, with the error set, is a reason to stop.
+    // The caller continues without the lock: a folder that cannot be written has no lock and no
+    // writer. Only out of memory, which sets the error state, is a reason to stop.
     bool OutOfMemory() const { return out_of_memory_; }
 
   private:
