@@ -1,4 +1,4 @@
-// Owning a descriptor, and system calls that signals do not end.
+// Owner of a descriptor, and system calls that are restarted after signals.
 #ifndef TAVO_BASE_DESCRIPTOR_H
 #define TAVO_BASE_DESCRIPTOR_H
 
@@ -11,7 +11,7 @@
 
 namespace tavo {
 
-// Makes a system call again for as long as a signal cuts it short.
+// Repeats a system call as long as it is interrupted by a signal.
 template <typename Call>
 auto Uninterrupted(Call call) {
     for (;;) {
@@ -22,7 +22,7 @@ auto Uninterrupted(Call call) {
     }
 }
 
-// Writes all of `text`, in as many calls as it takes; false with an errno.
+// Writes all of `text`, with several calls if necessary. Returns false on failure and sets errno.
 inline bool WriteAll(int fd, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = Uninterrupted([&] { return write(fd, text.data(), text.size()); });
@@ -34,8 +34,8 @@ inline bool WriteAll(int fd, std::string_view text) {
     return true;
 }
 
-// Owns an open descriptor; a negative number is none. Giving it up leaves errno unchanged, so that
-// a function can return while errno says why it failed.
+// Owns an open descriptor; negative means none. Closing leaves errno unchanged, so that a function
+// can return on failure with errno set.
 class Descriptor {
   public:
     explicit Descriptor(int fd = -1) : fd_(fd) {}
@@ -49,7 +49,7 @@ class Descriptor {
     int Get() const { return fd_; }
     bool IsOpen() const { return fd_ >= 0; }
 
-    // Hands it over to the caller.
+    // Passes the ownership to the caller.
     int Release() { return std::exchange(fd_, -1); }
 
     void Reset(int fd = -1) {
@@ -59,7 +59,7 @@ class Descriptor {
         fd_ = fd;
     }
 
-    // Closes it; false when that fails, which is where some file systems report a failed write.
+    // Returns false if closing fails: some file systems report a failed write only then.
     bool Close() {
         const int fd = Release();
         return fd < 0 || close(fd) == 0;

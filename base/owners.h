@@ -1,4 +1,4 @@
-// Owning what C functions make.
+// Owners of objects allocated by C functions.
 #ifndef TAVO_BASE_OWNERS_H
 #define TAVO_BASE_OWNERS_H
 
@@ -8,8 +8,8 @@
 
 namespace tavo {
 
-// The deleter that calls a C function. It leaves errno unchanged, so that a function can return
-// while errno says why it failed.
+// A deleter that calls a C function. It leaves errno unchanged, so that a function can return on
+// failure with errno set.
 template <auto Free>
 struct FreeWith {
     template <typename T>
