@@ -1,8 +1,8 @@
-# How everything here is compiled and linked: language level, warnings, hardening, sanitizers,
-# and the two kinds of thing that the folders build, an ABI-stable shared library and a test.
+# Common compiler and linker options: language level, warnings, hardening, sanitizers. Also the
+# functions that define the two kinds of target, ABI-stable shared libraries and tests.
 
 if(NOT CMAKE_BUILD_TYPE)
-  set(CMAKE_BUILD_TYPE Release)  # fortified calls need an optimised build
+  set(CMAKE_BUILD_TYPE Release)  # fortified calls need optimisation
 endif()
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -16,14 +16,15 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
 check_pie_supported()
 
-# Programs and libraries find each other in the build tree by one bin/ and one lib/.
+# All programs of the build tree are in one bin/ and all libraries in one lib/, so that they find
+# each other.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  # GCC 12 takes "text" + std::string for a copy that overlaps itself (its bug 105651).
+  # GCC 12 reports "text" + std::string as an overlapping copy (GCC bug 105651).
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
 endif()
 if(TAVO_WERROR)
@@ -37,10 +38,11 @@ endif()
 add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 
 if(TAVO_SANITIZE)
-  # Fortified calls bypass the sanitizer's checks of the same calls, so they exclude each other.
+  # Fortified calls bypass the sanitizer's checks of the same calls, so only one of them can be
+  # used.
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
                       -fno-omit-frame-pointer -O1)
-  # g++ sees uninitialised members in its own <regex> when that is instrumented.
+  # g++ reports uninitialised members in its own <regex> if it is instrumented.
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   add_link_options(-fsanitize=address,undefined)
 else()
@@ -54,12 +56,12 @@ endif()
 
 # tavo_library_options(TARGET)
 #
-# For the code of a shared object. It is built without exceptions: none may cross its C face, and out
-# of memory is a reported result inside.
+# Options for the code of a shared object. It is built without exceptions: they must not cross the C
+# interface, and inside it out of memory is a reported result.
 #
-# Thread-local data is in the initial-exec model, so that a thread has it from its start. In the
+# Thread-local data uses the initial-exec model, so that it exists when a thread starts. In the
 # default model the data of a library that was loaded with dlopen is allocated when a thread first
-# uses it, and the dynamic linker ends the process when that fails. Keep the data small: all libraries
+# uses it, and the dynamic linker ends the process if that fails. Keep the data small: all libraries
 # that are loaded later share a reserve of 512 bytes (glibc.rtld.optional_static_tls).
 function(tavo_library_options TARGET)
   target_compile_options(${TARGET} PRIVATE -fno-exceptions -fno-rtti -ftls-model=initial-exec)
@@ -67,10 +69,9 @@ endfunction()
 
 # tavo_quick_build()
 #
-# For the folders below the one that calls it, whose programs are built far more often than debugged:
-# places of functions and lines are enough for a backtrace and for a report of the sanitizers. A
-# sanitizer's checks take an optimiser more time than they take a program; only a fuzzer runs them for
-# long.
+# For the subdirectories of the caller, whose programs are built far more often than debugged:
+# function and line information is enough for a backtrace and for sanitizer reports. Optimising the
+# checks of a sanitizer takes longer than running them; only fuzzers run long enough to benefit.
 macro(tavo_quick_build)
   add_compile_options($<$<CONFIG:Debug,RelWithDebInfo>:-g1>)
   if(TAVO_SANITIZE AND NOT TAVO_BUILD_FUZZERS)
@@ -80,7 +81,7 @@ endmacro()
 
 # tavo_add_shared_library(NAME VERSION_SCRIPT MAP HEADER_DIR DIR SOURCES ...)
 #
-# A shared object of soname libNAME.so.7 that exports what MAP lists and nothing else.
+# A shared object with soname libNAME.so.7 that exports only the symbols listed in MAP.
 function(tavo_add_shared_library NAME)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "VERSION_SCRIPT;HEADER_DIR" "SOURCES")
   add_library(${NAME} SHARED ${ARG_SOURCES})
@@ -95,15 +96,15 @@ endfunction()
 
 # tavo_test_options(TARGET)
 #
-# Nearly all of the time that a full run takes goes into optimising matchers that run once. What is
-# under test is optimised as ever: it is in the libraries. (Fortified calls need an optimiser.)
+# Most of the time of a full run would be spent on optimising matchers that run once. The code under
+# test is still optimised: it is in the libraries. (Fortified calls need optimisation.)
 function(tavo_test_options TARGET)
   target_compile_options(${TARGET} PRIVATE -O0 -U_FORTIFY_SOURCE)
 endfunction()
 
 # tavo_add_test(NAME [APPLIANCE] SOURCES ... [LIBRARIES ...])
 #
-# A GoogleTest program. With APPLIANCE each of its tests runs in a private appliance of its own.
+# A GoogleTest program. With APPLIANCE, each test runs in its own private appliance.
 function(tavo_add_test NAME)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "APPLIANCE" "" "SOURCES;LIBRARIES")
   add_executable(${NAME} ${ARG_SOURCES})
