@@ -1,10 +1,10 @@
-// posix_spawn shares the caller's memory until the program starts, so the cost does not grow with
-// it, as that of fork does. No shell is involved: an argument reaches the program as it is.
+// posix_spawn shares the caller's memory until the program starts, so unlike fork its cost does not
+// grow with that memory. No shell is involved: arguments reach the program unchanged.
 //
-// Waiting with a limit sleeps on a pidfd (Linux 5.3). Where the kernel has none, or the process no
-// descriptor to spare, it looks again every few milliseconds. Either way the status is left where
-// it is until the end: as long as nobody took it, the kernel gives the number of the process, and
-// so that of its group, to no other, and a signal to the group reaches no stranger.
+// Waiting with a limit sleeps on a pidfd (Linux 5.3). If the kernel does not support it, or the
+// process has no free descriptor, the child is polled every few milliseconds. In both cases the
+// status is collected only at the end: until then the kernel does not reuse the process ID, which
+// is also the ID of the process group, so a signal to the group cannot reach an unrelated process.
 #include "child.h"
 
 #include <fcntl.h>
@@ -25,7 +25,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// The descriptors that a program starts with.
+// The standard descriptors of a program.
 class Descriptors {
   public:
     Descriptors() { posix_spawn_file_actions_init(&actions_); }
@@ -33,7 +33,8 @@ class Descriptors {
     Descriptors(const Descriptors &) = delete;
     Descriptors &operator=(const Descriptors &) = delete;
 
-    // Standard input is `input`, which must not be an output's number, or empty. 0 or an errno.
+    // Uses `input` as standard input; it must not be a standard output descriptor. kNoInput gives
+    // empty input. Returns 0 or an errno.
     int Arrange(int input) {
         const int error = input == Child::kNoInput
                               ? Empty(STDIN_FILENO, O_RDONLY)
@@ -56,8 +57,8 @@ class Descriptors {
         return posix_spawn_file_actions_addopen(&actions_, descriptor, "/dev/null", mode, 0);
     }
 
-    // A program that starts with an output closed would get the next file that it opens as that
-    // output, and write its messages into it.
+    // If a program started with an output closed, the next file that it opens would become that
+    // output, and its messages would be written into the file.
     int Keep(int output) {
         if (fcntl(output, F_GETFD) < 0) {
             return Empty(output, O_WRONLY);
@@ -69,7 +70,7 @@ class Descriptors {
     posix_spawn_file_actions_t actions_;
 };
 
-// No signal blocked, none ignored; a process group of its own where that is asked for.
+// No blocked and no ignored signals; optionally a process group of its own.
 class Attributes {
   public:
     explicit Attributes(Child::Group group) {
@@ -94,24 +95,25 @@ class Attributes {
     posix_spawnattr_t attributes_;
 };
 
-// One whose status was taken by somebody else has ended as well.
+// A process whose status was collected elsewhere has ended as well.
 bool HasEnded(pid_t pid) {
     siginfo_t info = {};
     const int result = waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT);
     return result != 0 || info.si_pid == pid;
 }
 
-// A descriptor that is readable once the process has ended, closed on exec.
+// A descriptor that is readable once the process has ended; close-on-exec.
 int OpenProcess(pid_t pid) {
     return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
 }
 
-// Sleeps until the process of the pidfd ends, for `time` at most; a signal may end it sooner.
+// Sleeps until the process of the pidfd ends, at most for `time`; a signal may end the sleep
+// earlier.
 void Pause(const Descriptor &process, milliseconds time) {
     constexpr milliseconds kLookAgain(10);
-    constexpr milliseconds kLongest = std::chrono::hours(1);  // far from the limit of an int
+    constexpr milliseconds kLongest = std::chrono::hours(1);  // far below the limit of an int
     const milliseconds most = process.IsOpen() ? kLongest : kLookAgain;
-    pollfd ended = {process.Get(), POLLIN, 0};  // poll passes over a negative descriptor
+    pollfd ended = {process.Get(), POLLIN, 0};  // poll ignores a negative descriptor
     poll(&ended, 1, static_cast<int>(std::min(time, most).count()));
 }
 

@@ -1,4 +1,4 @@
-// A program that this process starts, and waits for.
+// Starts a program and waits for it.
 #ifndef TAVO_PLATFORM_CORE_CHILD_H
 #define TAVO_PLATFORM_CORE_CHILD_H
 
@@ -10,8 +10,8 @@
 
 namespace tavo {
 
-// Lives from before the start of the program until its status is taken: for so long SIGCHLD is as
-// it must be. One object starts one program.
+// Must exist from before the start of the program until its status is collected, because it keeps
+// SIGCHLD in the required state for that time. One object starts one program.
 class Child {
   public:
     static constexpr int kNoInput = -1;
@@ -21,19 +21,20 @@ class Child {
     Child(const Child &) = delete;
     Child &operator=(const Child &) = delete;
 
-    // Starts arguments[0]; a null ends the arguments. Its standard input is the descriptor `input`,
-    // which is none of the outputs', or empty. 0 or an errno.
+    // Starts arguments[0]; the arguments are null-terminated. Standard input is the descriptor
+    // `input`, which must not be one of the outputs, or empty for kNoInput. Returns 0 or an errno.
     int Start(const char *const *arguments, int input, Group group);
 
-    // Whether it ends within `time`. Its status stays to be taken, and so its number its own.
+    // Whether the program ends within `time`. Does not collect the status, so the process ID stays
+    // valid.
     bool EndsWithin(std::chrono::milliseconds time) const;
 
-    // Ends it and every other process of the group that it was started in, which is its own: asks
-    // them first, and gives it `grace` to follow.
+    // Terminates the program and all other processes of its own group: first with SIGTERM, then,
+    // after up to `grace`, with SIGKILL.
     void EndGroup(std::chrono::milliseconds grace) const;
 
-    // Waits for it and takes its status: 0..255, 128 + n after signal n, -1 when another thread
-    // took it.
+    // Waits for the program and collects its status: 0..255, 128 + n after signal n, -1 if another
+    // thread collected it.
     int Wait() const;
 
   private:

@@ -33,7 +33,7 @@ bool WaitableChildren::DropsChildren(const struct sigaction &action) {
     return action.sa_handler == SIG_IGN || (action.sa_flags & SA_NOCLDWAIT) != 0;
 }
 
-// A handler that the caller installed in the meantime stays.
+// A handler that the caller has installed since then is kept.
 void WaitableChildren::Restore() {
     struct sigaction current;
     sigaction(SIGCHLD, nullptr, &current);

@@ -1,12 +1,11 @@
-// SIGCHLD while a program is awaited, the one thing about running programs that concerns the whole
-// process.
+// Handling of SIGCHLD while waiting for a program. It is the only part of running programs that
+// affects the whole process.
 //
-// A caller that ignores it, or that asked with SA_NOCLDWAIT not to be told of its children, would
-// have the kernel drop the exit status; for the time of the call the signal then has its default
-// action. Children of the caller's own that end in that time stay zombies until the caller ends or
-// waits for them. And as in system(), the signal is blocked in the calling thread, so that a
-// handler that waits for every child does not take the status away; one that runs in another thread
-// still may, which cannot be helped from here.
+// If a caller ignores SIGCHLD, or has set SA_NOCLDWAIT, the kernel discards the exit status. During
+// the call the signal therefore has its default action. Other children of the caller that end
+// during that time stay zombies until the caller exits or waits for them. As in system(), the
+// signal is blocked in the calling thread, so that a handler that waits for all children does not
+// collect the status. A handler in another thread can still do so, which cannot be prevented here.
 #ifndef TAVO_PLATFORM_CORE_CHILD_SIGNALS_H
 #define TAVO_PLATFORM_CORE_CHILD_SIGNALS_H
 
@@ -15,8 +14,8 @@
 
 namespace tavo {
 
-// While one of these lives, ended children can be waited for. Calls in several threads share the
-// change: the first that needs it makes it, the last one out undoes it.
+// While an object exists, ended children can be waited for. Calls in several threads share the
+// change: the first that needs it makes it, the last one undoes it.
 class WaitableChildren {
   public:
     WaitableChildren();
@@ -34,7 +33,7 @@ class WaitableChildren {
     static struct sigaction saved_;
 };
 
-// Keeps SIGCHLD from the calling thread.
+// Blocks SIGCHLD in the calling thread.
 class BlockedChildSignal {
   public:
     BlockedChildSignal();

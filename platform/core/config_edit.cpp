@@ -1,6 +1,7 @@
-// Setting keys takes two walks over the text. The first finds the line that counts for each wanted
-// key (the last one that has it), where new keys go and how the file ends; the second copies the
-// text and changes it at these places. Both are linear in the text and the table.
+// Setting keys takes two passes over the text. The first one finds the effective line of each
+// wanted key (the last line with that key), the position for new keys, and how the file ends; the
+// second one copies the text and changes it at these places. Both are linear in the size of the
+// text and the table.
 #include "config_edit.h"
 
 #include "config_lines.h"
@@ -14,14 +15,14 @@ constexpr std::size_t kNowhere = std::string_view::npos;
 struct WantedKey {
     std::string_view key;
     std::string_view value;
-    std::size_t line;  // where the line that counts for it begins, kNowhere for a new key
-    bool kept;         // whether that line stays as it is
+    std::size_t line;  // offset of the effective line, kNowhere for a new key
+    bool kept;         // whether that line stays unchanged
 };
 
-// The wanted keys in table order, found by name.
+// The wanted keys in table order, with lookup by name.
 class WantedKeys {
   public:
-    // False when memory runs out.
+    // Returns false when out of memory.
     bool Fill(const TLIBCSzHash *table) {
         const int count = TLIBCSzHashCount(table);
         keys_.reset(static_cast<WantedKey *>(
@@ -41,7 +42,7 @@ class WantedKeys {
         return true;
     }
 
-    // Null when it is not wanted.
+    // Null if the key is not wanted.
     WantedKey *Find(std::string_view key) const {
         const std::size_t number = index_.Find(key);
         return number == TextIndex::kNone ? nullptr : keys_.get() + number;
@@ -55,10 +56,10 @@ class WantedKeys {
     TextIndex index_;
 };
 
-// What the first walk finds.
+// The result of the first pass.
 struct Layout {
-    std::size_t new_keys_at = kNowhere;  // behind the section's last line that means something
-    std::string_view line_end = "\n";    // as the file's first line has it
+    std::size_t new_keys_at = kNowhere;  // after the last significant line of the section
+    std::string_view line_end = "\n";    // the line end of the first line
     bool empty = true;
     bool ends_in_blank_line = false;
 };
@@ -67,15 +68,15 @@ bool IsBlankOrComment(const ConfigLine &line) {
     return line.kind == ConfigLineKind::kBlank || line.kind == ConfigLineKind::kComment;
 }
 
-// LF, CRLF, or nothing for a last line that lacks it.
+// LF, CRLF, or nothing if the last line has no line end.
 std::string_view LineEndOf(const ConfigLine &line) {
     const char *behind = line.text.data() + line.text.size();
     return {behind, line.end - line.begin - line.text.size()};
 }
 
-// Whether the line stays as it is when its key gets the value. A value in quotes is the text to
-// write: to keep ""x"" for "x" would lose the change from one text to the other. Any other value
-// may have been read from this line, without its quotes.
+// Whether the line stays unchanged when its key is set to the value. A quoted value is the exact
+// text to write: if ""x"" were treated as equal to "x", a change between the two texts would be
+// lost. Any other value may have been read from this line, without its quotes.
 bool IsKept(const ConfigLine &line, std::string_view value, KeptLines kept) {
     const bool read = kept == KeptLines::kSameValue && !IsQuoted(value) && line.value == value;
     return read || line.raw_value == TrimBlanks(value);
@@ -116,7 +117,7 @@ void AppendKeyValue(const WantedKey &key, std::string_view line_end, TextBuffer 
     out.Append(line_end);
 }
 
-// New lines stand on lines of their own, also where the text so far lacks its last line end.
+// New keys get lines of their own, even if the last line of the text has no line end.
 void AppendNewKeys(const WantedKeys &wanted, std::string_view line_end, TextBuffer &out) {
     for (const WantedKey &key : wanted) {
         if (key.line == kNowhere) {
@@ -128,7 +129,7 @@ void AppendNewKeys(const WantedKeys &wanted, std::string_view line_end, TextBuff
     }
 }
 
-// Copies a key=value line of the section, changed as the wanted keys say.
+// Copies a key=value line of the section, with the changes for the wanted keys.
 void AppendEditedLine(const ConfigLine &line, std::string_view spelling, const WantedKeys &wanted,
                       OtherKeys others, TextBuffer &out) {
     const WantedKey *key = wanted.Find(line.name);
@@ -184,7 +185,7 @@ void AppendSection(std::string_view text, std::string_view section, const Wanted
     AppendNewKeys(wanted, layout.line_end, out);
 }
 
-// Whether a line of the text `composed` is of that kind and name, and the only one there.
+// Whether `composed` is exactly one line of that kind and name.
 bool ReadsBack(std::string_view composed, ConfigLineKind kind, std::string_view name) {
     const ConfigLine line = ParseConfigLine(composed);
     return composed.find('\n') == std::string_view::npos && line.kind == kind && line.name == name;
@@ -197,7 +198,7 @@ bool CheckReadsBack(const TextBuffer &composed, ConfigLineKind kind, std::string
     return ReadsBack(composed.View(), kind, name) || TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
 }
 
-// Checks the lines that are written anew.
+// Checks the lines that will be written.
 bool CheckNewLines(const WantedKeys &wanted) {
     TextBuffer composed;
     for (const WantedKey &key : wanted) {
@@ -242,9 +243,9 @@ bool SetSectionKeys(std::string_view text, std::string_view section, const TLIBC
     return !out.Failed() || TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
 }
 
-// Of a block the lines up to the last one that means something go, with the blank lines right
-// behind it. Comments behind it, and what follows them, are kept: `kept_from` waits for the next
-// line that means something before it moves past them.
+// Of each block, the lines up to the last significant one are removed, and the blank lines directly
+// after it. Later comments, and what follows them, are kept: `kept_from` moves past them only when
+// another significant line is found.
 bool TakeOutSection(std::string_view text, std::string_view section, TextBuffer &out) {
     ConfigLineReader lines(text);
     ConfigLine line;

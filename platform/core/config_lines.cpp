@@ -1,6 +1,6 @@
-// A file is read by finding line ends and then looking at the ends of each line; only a line with a
-// = is searched further. Line ends and brackets are found with memchr, so that what no one asked
-// for (other sections, binary files, endless lines) passes by at the speed of memory.
+// The reader finds line ends and then examines the ends of each line; only lines with a = are
+// searched further. Line ends and brackets are found with memchr, so that irrelevant data (other
+// sections, binary files, endless lines) is skipped at memory speed.
 #include "config_lines.h"
 
 namespace tavo {
@@ -16,7 +16,7 @@ std::string_view WithoutQuotes(std::string_view value) {
     return IsQuoted(value) ? value.substr(1, value.size() - 2) : value;
 }
 
-// Sets the names and values that line.text holds, or none, and gives its kind.
+// Sets the names and values of line.text, or clears them, and returns its kind.
 ConfigLineKind Classify(ConfigLine &line) {
     const std::string_view trimmed = TrimBlanks(line.text);
     const char first = trimmed.empty() ? '\0' : trimmed.front();
@@ -39,7 +39,7 @@ ConfigLineKind Classify(ConfigLine &line) {
                            : ConfigLineKind::kOther;
 }
 
-// The same for a line of a text that may hold a NUL byte: a line with one is no text.
+// The same for a line of a text that may contain a NUL byte: a line with a NUL byte is not text.
 ConfigLineKind ClassifyUnlessNul(ConfigLine &line, bool text_holds_nul) {
     if (text_holds_nul && HoldsNul(line.text)) {
         line.name = line.raw_value = line.value = {};

@@ -1,7 +1,7 @@
-// The line-level grammar of configuration files, in one place: the readers, the writers and
-// servicetool's lint all see a file through ConfigLineReader.
+// The line-level grammar of configuration files: the readers, the writers and servicetool's lint
+// all use ConfigLineReader.
 //
-// The grammar itself is told in tavocore.h. Text is bytes; every offset and column counts bytes.
+// The grammar is described in tavocore.h. Text is bytes; offsets and columns count bytes.
 #ifndef TAVO_PLATFORM_CORE_CONFIG_LINES_H
 #define TAVO_PLATFORM_CORE_CONFIG_LINES_H
 
@@ -10,12 +10,12 @@
 
 namespace tavo {
 
-// The six white space characters of ASCII, in any locale.
+// The six white space characters of ASCII, independent of the locale.
 constexpr bool IsBlank(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// ASCII letters in lower case, in any locale.
+// ASCII letters in lower case, independent of the locale.
 constexpr char Lowered(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -33,14 +33,13 @@ constexpr std::string_view TrimBlanks(std::string_view text) {
     return {text.data() + begin, end - begin};
 }
 
-// Whether a value is read without its first and last byte, a pair of quotes.
+// Whether a value is surrounded by quotes, which are removed when it is read.
 constexpr bool IsQuoted(std::string_view value) {
     return value.size() >= 2 && value.front() == '"' && value.back() == '"';
 }
 
-// Whether a value that was read is read as something else when it is written back without a pair of
-// quotes around it. It stood in such a pair then: no other text is read with quotes at both ends
-// or a blank at one.
+// Whether a value changes when it is written without quotes and read back. Such a value was quoted
+// in the file, because only then can a value have quotes at both ends or a blank at one end.
 constexpr bool NeedsQuotes(std::string_view value) {
     return IsQuoted(value) || (!value.empty() && (IsBlank(value.front()) || IsBlank(value.back())));
 }
@@ -50,50 +49,50 @@ enum class ConfigLineKind {
     kComment,
     kSection,   // [name]
     kKeyValue,  // key=value
-    kOther,     // none of these: skipped by the readers, kept by the writers
+    kOther,     // any other line: skipped by the readers, kept by the writers
 };
 
 struct ConfigLine {
     ConfigLineKind kind = ConfigLineKind::kBlank;
-    std::size_t number = 0;  // from 1
-    std::size_t begin = 0;   // offset of the line in the text; a byte-order mark is no part of it
-    std::size_t end = 0;     // offset behind its line end, where the next line begins
-    std::string_view text;   // the line without its line end (LF, CRLF or none at the end)
-    std::string_view name;   // kSection: what stands between the brackets. kKeyValue: the key
+    std::size_t number = 0;      // from 1
+    std::size_t begin = 0;       // offset in the text; a byte-order mark is not part of the line
+    std::size_t end = 0;         // offset after the line end, where the next line begins
+    std::string_view text;       // the line without its line end (LF, CRLF or none at the end)
+    std::string_view name;       // kSection: the text between the brackets. kKeyValue: the key
     std::string_view raw_value;  // kKeyValue: the value as written, trimmed
-    std::string_view value;      // kKeyValue: raw_value without its one pair of quotes
+    std::string_view value;      // kKeyValue: raw_value without one pair of quotes
 
-    // The column, from 1, at which `part`, one of the views above, begins.
+    // The column, from 1, of `part`, one of the views above.
     std::size_t ColumnOf(std::string_view part) const {
         return static_cast<std::size_t>(part.data() - text.data()) + 1;
     }
 };
 
-// One line, given without its line end: what the reader makes of it anywhere in a file. Its number
-// and offsets are 0.
+// Parses one line without its line end, as the reader would parse it anywhere in a file. Number and
+// offsets are 0.
 ConfigLine ParseConfigLine(std::string_view text);
 
-// Walks a text line by line. The text must outlive the reader and the lines it gives.
+// Reads a text line by line. The text must outlive the reader and the lines it returns.
 class ConfigLineReader {
   public:
     explicit ConfigLineReader(std::string_view text);
 
-    // For a text of which it is known whether there is a NUL byte in it.
+    // For a text that is known to contain or not to contain a NUL byte.
     ConfigLineReader(std::string_view text, bool holds_nul);
 
-    // For whole lines from the middle of such a text, where no byte-order mark stands.
+    // For whole lines from the middle of such a text, where there is no byte-order mark.
     static ConfigLineReader OfLines(std::string_view lines, bool holds_nul);
 
-    // Gives the next line; false at the end of the text, `line` then being as it was.
+    // Gets the next line. Returns false at the end of the text; `line` is then unchanged.
     bool Next(ConfigLine &line);
 
-    // Gives the next line that opens a section, passing over what stands before it without a look;
-    // false when there is none, `line` then being as it was. Lines passed over are not counted: for
-    // readers that need no line numbers.
+    // Gets the next section header and skips the lines before it without examining them. Returns
+    // false if there is none; `line` is then unchanged. Skipped lines are not counted, so this is
+    // only for readers that need no line numbers.
     bool NextSection(ConfigLine &line);
 
   private:
-    // Moves to the line of `position` when only blanks stand before it there.
+    // Moves to the line at `position` if it has only blanks before that position.
     bool MoveToLineOf(std::size_t position);
 
     std::string_view text_;

@@ -1,8 +1,8 @@
-// What every source file of the core library uses: reporting a failure in one line, owning memory
-// from malloc, and the views' side of the list and the table.
+// Common parts of the core library: reporting a failure in one line, owners of memory from malloc,
+// and list and table functions for string views.
 //
-// The library is built without exceptions, so memory comes from malloc and running out of it is a
-// result like any other. What is made is held by a MallocPtr until it is handed over.
+// The library is built without exceptions, so memory comes from malloc, and out of memory is an
+// ordinary result. Objects are owned by a MallocPtr until they are passed on.
 #ifndef TAVO_PLATFORM_CORE_CORE_SUPPORT_H
 #define TAVO_PLATFORM_CORE_CORE_SUPPORT_H
 
@@ -34,14 +34,14 @@ inline Failure Fail(unsigned int code, const char *file, int line) {
     return {};
 }
 
-// Records `code` with the place where this stands and gives the failure value, so that a step fails
-// in one line: return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+// Records `code` with the current file and line and yields the failure value, so that a failure is
+// one line: return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
 #define TAVO_CORE_FAIL(code) ::tavo::Fail((code), __FILE_NAME__, __LINE__)
 
-// The error code of a system call on a file that failed with errno `error`.
+// The error code for a system call on a file that failed with errno `error`.
 unsigned int FileError(int error);
 
-// Keeps the calling thread's error state as it is, for a step whose failure is not reported.
+// Restores the calling thread's error state, for a step whose failure is not reported.
 class UnchangedErrorState {
   public:
     UnchangedErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {
@@ -60,8 +60,8 @@ class UnchangedErrorState {
     char file_[256];
 };
 
-// Gives the array from malloc in `array` room for `room` elements, those in it kept. False when
-// memory runs out, which sets no error and leaves the array as it was.
+// Resizes the malloc array `array` to `room` elements and keeps its contents. Returns false when
+// out of memory; sets no error and leaves the array unchanged.
 template <typename T>
 bool Resize(T *&array, int room) {
     const auto count = static_cast<std::size_t>(room);
@@ -73,21 +73,21 @@ bool Resize(T *&array, int room) {
     return true;
 }
 
-// How what grows grows: the cost of many appends stays linear.
+// The next size of a growing buffer. Doubling keeps the total cost of appends linear.
 constexpr int Doubled(int room) {
     return room > INT_MAX / 2 ? INT_MAX : room * 2;
 }
 
-// A copy of `text` with a terminator behind it; null when memory runs out, which sets no error.
+// A NUL-terminated copy of `text`; null when out of memory, which sets no error.
 MallocPtr<char> CopyText(std::string_view text);
 
-// TLIBCSzListPush and TLIBCSzHashSetValue for text that no NUL ends. It must not hold one either:
-// what comes out of the containers is C strings.
+// TLIBCSzListPush and TLIBCSzHashSetValue for text without a terminator. The text must not contain
+// a NUL byte, because the containers return C strings.
 int ListPush(TLIBCSzList *list, std::string_view item);
 int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value);
 
-// Takes the strings from index `count` on out again: how a function that fails midway leaves the
-// caller's list as it was.
+// Removes the strings from index `count` on, to restore the caller's list when a function fails
+// midway.
 void ListShorten(TLIBCSzList *list, int count);
 
 }  // namespace tavo

@@ -1,7 +1,7 @@
-// A list of elements that the list owns through its caller's copy and free functions.
+// A list of elements that it owns through the copy and free functions of its caller.
 //
-// Nodes stay where they are from their append to the end of the list, so a walk may go on while
-// elements are appended behind it. The face walks forward only, so a node knows only what follows.
+// Nodes do not move until the list is freed, so a walk may continue while elements are appended.
+// The interface only walks forward, so a node has no link to its predecessor.
 #include <climits>
 
 #include "core_support.h"
@@ -15,7 +15,7 @@ struct TLIBCDList {
     TLIBCDListCopyFn copy;
     TLIBCDListFreeFn free;
     TLIBCDListNode *first;
-    TLIBCDListNode **end;  // where the next node is hung up
+    TLIBCDListNode **end;  // the link for the next node
     int count;
 };
 
@@ -32,7 +32,8 @@ int TLIBCDListAppend(TLIBCDList *pList, const void *pElement) {
     if (pList == nullptr || pElement == nullptr) {
         return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
-    // The node comes first: a copy could not be taken back in a list without a free function.
+    // The node is allocated first: a copied element could not be freed in a list without a free
+    // function.
     tavo::MallocPtr<TLIBCDListNode> node(
         static_cast<TLIBCDListNode *>(std::malloc(sizeof(TLIBCDListNode))));
     if (!node || pList->count == INT_MAX) {

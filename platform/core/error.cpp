@@ -1,7 +1,7 @@
-// The error state: what the calling thread's last failure was and where it was found.
+// The error state: the last failure of the calling thread and its position in the source.
 //
-// The file name is copied, since it may come from a library that is unloaded or from a buffer that
-// is reused. Recording never allocates: out of memory is one of the things to record.
+// The file name is copied because it may belong to a library that is unloaded or to a buffer that
+// is reused. Recording does not allocate, so that it can record out of memory.
 #include <cerrno>
 #include <cstring>
 
@@ -15,8 +15,8 @@ struct ErrorState {
     char file[256];
 };
 
-// Every thread has it from its start (initial-exec model), so that recording needs no memory even
-// where the library was loaded with dlopen.
+// Exists from the start of each thread (initial-exec model), so that recording needs no memory even
+// if the library was loaded with dlopen.
 thread_local ErrorState t_state;
 
 }  // namespace
@@ -27,7 +27,7 @@ void TLIBCErrSetEx(unsigned int nError, const char *szFile, int nLine) {
         return;
     }
     const std::size_t length = szFile == nullptr ? 0 : strnlen(szFile, sizeof(t_state.file) - 1);
-    // The name may be the one that TLIBCErrorGetFile gave out.
+    // The name may be the one returned by TLIBCErrorGetFile.
     std::memmove(t_state.file, szFile == nullptr ? "" : szFile, length);
     t_state.file[length] = '\0';
     t_state.code = nError;

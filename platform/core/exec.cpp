@@ -1,8 +1,8 @@
-// Running a program and waiting for it: what callers ask for, and how it fails.
+// Runs a program and waits for it.
 //
-// A program that reads what it is given may read it late, in part or never. So its input is a file
-// in memory, whole before the program starts, and not a pipe: nobody has to feed it, and a program
-// that leaves it alone neither blocks the caller nor sends it a signal.
+// A program may read its input late, partly or not at all. The input is therefore a memory file
+// that is complete before the program starts, not a pipe: no process has to write it, and a program
+// that does not read it neither blocks the caller nor causes SIGPIPE.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -19,16 +19,16 @@ namespace {
 using std::chrono::seconds;
 using tavo::Child;
 
-// How long a program that is out of time has for ending in order.
+// The time that a program has to exit after SIGTERM.
 constexpr seconds kGrace{2};
 
-// The kernel reports a missing interpreter of a script as it does a missing program.
+// For a missing interpreter of a script the kernel reports the same error as for a missing program.
 unsigned int StartError(int error, const char *program) {
     const unsigned int code = tavo::FileError(error);
     return code == TLIBC_ERR_NO_FILE && TLIBCFileExist(program) ? TLIBC_ERR_FILE_UNUSABLE : code;
 }
 
-// `arguments` begins with the program and ends with a null.
+// `arguments` starts with the program and is null-terminated.
 int Run(const char *const *arguments) {
     Child child;
     if (const int error = child.Start(arguments, Child::kNoInput, Child::Group::kCallers);
@@ -39,7 +39,7 @@ int Run(const char *const *arguments) {
     return status < 0 ? TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE) : status;
 }
 
-// The same with an input and a limit.
+// The same with an input and a time limit.
 int RunWithin(seconds limit, const char *const *arguments, int input) {
     Child child;
     if (const int error = child.Start(arguments, input, Child::Group::kOwn); error != 0) {
@@ -53,11 +53,13 @@ int RunWithin(seconds limit, const char *const *arguments, int input) {
     return in_time && status >= 0 ? status : TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
 }
 
-// A file in memory that holds `input`, to be read from its start. False with an errno.
+// Creates a memory file with the contents `input`, positioned at its start. Returns false with
+// errno set.
 bool MakeInput(std::string_view input, tavo::Descriptor &file) {
     file.Reset(memfd_create("input", MFD_CLOEXEC));
     if (file.IsOpen() && file.Get() <= STDERR_FILENO) {
-        // The caller has that descriptor closed, and the program would take the file for an output.
+        // The caller has closed that standard descriptor; the program would use the file as an
+        // output.
         file.Reset(fcntl(file.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     }
     return file.IsOpen() && tavo::WriteAll(file.Get(), input) &&
@@ -75,7 +77,7 @@ int CountArguments(const char *first, va_list rest) {
     return count;
 }
 
-// The vector of a program, its arguments and the null behind them.
+// The null-terminated vector of a program and its arguments.
 tavo::MallocPtr<const char *> ArgumentVector(const char *program, const char *first, va_list rest) {
     const char **arguments = nullptr;
     if (!tavo::Resize(arguments, CountArguments(first, rest) + 2)) {

@@ -1,4 +1,4 @@
-// Entries of folders: whether one is there, and making one.
+// Checks whether entries of folders exist, and creates them.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -13,7 +13,7 @@ int SetTimesToNow(const char *path) {
     return utimensat(AT_FDCWD, path, nullptr, 0);
 }
 
-// Fails on what is there already, so that it neither waits on a pipe nor opens a device.
+// Fails if the entry exists, so that it neither blocks on a pipe nor opens a device.
 int CreateEmpty(const char *path) {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
     tavo::Descriptor file(tavo::Uninterrupted([&] { return open(path, kFlags, 0644); }));
@@ -34,7 +34,7 @@ int TLIBCFileTouch(const char *szPath) {
     int result = SetTimesToNow(szPath);
     if (result != 0 && errno == ENOENT) {
         result = CreateEmpty(szPath);
-        // Another program was quicker; or it is a symbolic link to nothing, which stays one.
+        // Another program created it first, or it is a dangling symbolic link, which is kept.
         if (result != 0 && errno == EEXIST) {
             result = SetTimesToNow(szPath);
         }

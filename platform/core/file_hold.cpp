@@ -1,10 +1,9 @@
-// Holding one file of the calling thread while its sections are read one by one.
+// Holds one file in the calling thread while its sections are read one by one.
 //
-// The reading functions take a path and a section, so that reading a file of five sections opens it
-// six times, and one of a thousand sections is walked a thousand times. A caller that knows that it
-// is about to do so holds the file for that while: the reads in between share one snapshot with a
-// map of its sections, and cannot mix two versions of a file that is replaced meanwhile. Nothing is
-// kept beyond the hold.
+// The reading functions take a path and a section, so reading a file of five sections opens it six
+// times, and a file of a thousand sections is parsed a thousand times. A caller can hold the file
+// for that time: its reads then share one snapshot with a map of the sections, and cannot mix two
+// versions of a file that is replaced meanwhile. Nothing is kept after the release.
 #include "file_hold.h"
 
 #include <cstring>
@@ -18,8 +17,8 @@ struct HeldFile {
     MappedFile file;
 };
 
-// A plain pointer: registering a destructor to run with the thread takes memory, and the process
-// ends where there is none.
+// A plain pointer: registering a thread-local destructor needs memory, and the process is
+// terminated if there is none.
 thread_local HeldFile *held_file = nullptr;
 
 }  // namespace
@@ -51,15 +50,15 @@ void ReleaseChangedFile(const char *path) {
 
 int TLIBCFileHold(const char *szPath) {
     using namespace tavo;
-    // Holding only saves work, so that it failed is no news: whoever cannot hold a file reads it
-    // all the same, and learns then what is wrong with it.
+    // Holding is only an optimisation, so its failure is not reported: the caller then reads the
+    // file directly, and that read reports any error.
     const UnchangedErrorState unchanged;
     void *room = nullptr;
     if (szPath == nullptr || held_file != nullptr ||
         (room = std::malloc(sizeof(HeldFile))) == nullptr) {
         return -1;
     }
-    held_file = new (room) HeldFile;  // not HeldFile{}, which would clear the room for the text
+    held_file = new (room) HeldFile;  // not HeldFile{}, which would clear the text buffer
     held_file->path = CopyText(szPath);
     if (held_file->path == nullptr || !held_file->file.Load(szPath)) {
         TLIBCFileRelease();

@@ -8,7 +8,7 @@
 
 namespace tavo {
 
-// A file in memory, and where its sections are.
+// A file in memory with a map of its sections.
 struct MappedFile {
     FileText text;
     SectionMap sections;
@@ -16,10 +16,11 @@ struct MappedFile {
     bool Load(const char *path);
 };
 
-// What the calling thread holds, if it is held by that very path; else null.
+// The file that the calling thread holds, if it is held with exactly this path; else null.
 const MappedFile *FindHeldFile(const char *path);
 
-// Ends the calling thread's hold of the file `path`, by whatever path it is held.
+// Releases the file `path` if the calling thread holds it, even if it is held with a different
+// path.
 void ReleaseChangedFile(const char *path);
 
 }  // namespace tavo

@@ -1,6 +1,6 @@
-// Reading configuration files. Each call loads the file anew and walks its text once, without a
-// look at the lines of sections that no one asked for; a file that the caller holds has a map of
-// its sections, and nothing is walked that is not read.
+// Reading of configuration files. Each call loads the file again and reads its text once, without
+// examining the lines of other sections. A file that the caller holds has a map of its sections, so
+// that only the needed lines are read.
 #include <cstring>
 
 #include "config_lines.h"
@@ -12,7 +12,7 @@
 namespace tavo {
 namespace {
 
-// The text of the file `path`: as the caller holds it, or loaded into `room`; null on failure.
+// The text of the file `path`: the held one, or loaded into `room`; null on failure.
 const FileText *TextOf(const char *path, FileText &room) {
     if (const MappedFile *held = FindHeldFile(path)) {
         return &held->text;
@@ -45,7 +45,7 @@ bool PushNames(const FileText &file, TLIBCSzList *list) {
     return true;
 }
 
-// Sets the key of a line that has one; false when memory runs out.
+// Stores the key and value of a key=value line. Returns false when out of memory.
 bool TakeOver(const ConfigLine &line, TLIBCSzHash *hash) {
     return line.kind != ConfigLineKind::kKeyValue || HashSet(hash, line.name, line.value) == 0;
 }
@@ -78,8 +78,8 @@ bool FillFromSection(const FileText &file, std::string_view section, TLIBCSzHash
     return true;
 }
 
-// Finds the value of `key` outside any section in `path`, which may be loaded into `room`. 1 found;
-// 0 absent; -1 on failure.
+// Finds the value of `key` outside any section in `path`, which may be loaded into `room`. Returns
+// 1 if found, 0 if absent, -1 on failure.
 int FindKeyValue(const char *path, std::string_view key, FileText &room, std::string_view &value) {
     const FileText *file = TextOf(path, room);
     if (file == nullptr) {
@@ -112,7 +112,7 @@ bool PushLines(std::string_view text, TLIBCSzList *list) {
     return true;
 }
 
-// Gives what `push` appends to the list, all of it or nothing, and how much it was; -1 on failure.
+// Appends the strings that `push` appends, all or none. Returns their number; -1 on failure.
 template <typename Push>
 int AppendAll(TLIBCSzList *list, Push push) {
     const int before = TLIBCSzListCount(list);

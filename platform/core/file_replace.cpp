@@ -1,10 +1,10 @@
-// Replacing a file: the new text is staged, flushed to disk and renamed over the old file, and the
-// folder is flushed. Until the rename the old file is untouched; after it the new one is whole.
+// Replaces a file: the new text is staged, flushed to disk and renamed over the old file, and the
+// folder is flushed. Until the rename the old file is unchanged; after it the new one is complete.
 //
-// The service folders are enumerated by trying every regular file in them, whatever its name, so
-// the text is staged in a sub-folder, which enumerations pass over. The sub-folder comes with the
-// folder's lock, which makes its holder the only writer there. A lock on the file itself would go
-// with the file, which the rename replaces.
+// The service folders are enumerated by trying every regular file, whatever its name, so the text
+// is staged in a subfolder, which enumerations skip. The subfolder is created together with the
+// folder's lock, whose holder is the only writer there. A lock on the file itself would be lost,
+// because the rename replaces the file.
 #include "file_replace.h"
 
 #include <fcntl.h>
@@ -14,7 +14,7 @@
 namespace tavo {
 namespace {
 
-// Changing the owner takes the set-user-id bits away, so the mode comes after it.
+// Changing the owner clears the set-user-ID bits, so the mode is set afterwards.
 bool TakeOverOwnerAndMode(int fd, const struct stat &model) {
     struct stat status;
     if (fstat(fd, &status) != 0) {
@@ -27,8 +27,8 @@ bool TakeOverOwnerAndMode(int fd, const struct stat &model) {
     return fchmod(fd, model.st_mode & 07777) == 0;
 }
 
-// A new text on its way to the file `name` of a locked folder. What is left of it in the staging
-// folder is removed with the object; what cannot be removed is left to the next writer.
+// A new text for the file `name` of a locked folder. The destructor removes the rest of it from the
+// staging folder; whatever cannot be removed is left to the next writer.
 class StagedText {
   public:
     StagedText(const FolderLock &lock, const char *name)
@@ -45,9 +45,10 @@ class StagedText {
         return WriteNew(text, model) || TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
 
-    // Puts the staged text in the file's place. A folder that cannot be flushed gets the old file
-    // back, so that a failure is not one that a restart turns into success. Only where that fails,
-    // too, or the file system knows no hard links, the new text stands although the call fails.
+    // Renames the staged text over the file. If the folder cannot be flushed, the old file is
+    // restored, so that a reported failure does not turn into success after a reboot. If that fails
+    // too, or the file system does not support hard links, the new text stays although the call
+    // fails.
     bool Publish() {
         const bool can_undo = linkat(folder_, name_, staging_, kStagedOld, 0) == 0;
         if (!can_undo && !HardLinksAreRefused(errno)) {
@@ -66,7 +67,7 @@ class StagedText {
     }
 
   private:
-    // Some file systems know no hard links; then the old file is given up with the rename.
+    // Some file systems do not support hard links; the rename then cannot be undone.
     static bool HardLinksAreRefused(int error) {
         return error == EPERM || error == EOPNOTSUPP || error == EMLINK || error == ENOSYS;
     }
@@ -98,7 +99,7 @@ bool LockedFile::Lock(const char *path, std::chrono::milliseconds wait) {
         return TAVO_CORE_FAIL(FileError(errno));
     }
     char *slash = std::strrchr(path_.get(), '/');
-    name_ = slash[1] == '\0' ? "." : slash + 1;  // the root folder, which is no file, has no name
+    name_ = slash[1] == '\0' ? "." : slash + 1;  // the root folder has no name
     *slash = '\0';
     const LockResult result = lock_.Take(slash == path_.get() ? "/" : path_.get(), wait);
     locked_ = result == LockResult::kTaken;

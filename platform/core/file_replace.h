@@ -1,4 +1,4 @@
-// A file that is changed as a whole or not at all, by one writer at a time.
+// A file that is changed completely or not at all, by one writer at a time.
 #ifndef TAVO_PLATFORM_CORE_FILE_REPLACE_H
 #define TAVO_PLATFORM_CORE_FILE_REPLACE_H
 
@@ -13,20 +13,20 @@
 
 namespace tavo {
 
-// The regular file behind a path, locked for a change until the object goes.
+// The regular file that a path leads to, locked for a change for the lifetime of the object.
 class LockedFile {
   public:
-    // Follows symbolic links, locks the folder of the file that they lead to and clears what a
-    // writer that was killed left in it. False on failure with the error set: 0x700 for a missing
-    // file, 0x900 also when the lock is not to be had in time. Where the caller may not write to
-    // the folder nothing is locked; the file can be read, but not replaced.
+    // Follows symbolic links, locks the folder of the target file and removes the leftovers of a
+    // killed writer there. Returns false on failure with the error set: 0x700 for a missing file,
+    // 0x900 also if the lock is not available in time. If the caller may not write to the folder,
+    // nothing is locked; the file can then be read, but not replaced.
     bool Lock(const char *path, std::chrono::milliseconds wait = kLockWait);
 
-    // Loads the file as it is under the lock.
+    // Loads the file under the lock.
     bool Read(FileText &text);
 
-    // Gives the file, which was read before, the new text. False on failure, the file then being as
-    // it was: 0x2800 when it cannot be renamed, 0x900 anything else.
+    // Replaces the contents of the file, which must have been read before. Returns false on
+    // failure, with the file unchanged: 0x2800 if it cannot be renamed, 0x900 for anything else.
     bool Replace(std::string_view text);
 
   private:

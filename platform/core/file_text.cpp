@@ -1,9 +1,9 @@
-// Files are read, never mapped: one that is cut short by another program while it is mapped would
-// kill the reader, read gives some snapshot of it.
+// Files are read, not mapped: if another program truncates a mapped file, the reader is killed,
+// while read returns some snapshot of it.
 //
-// The size that fstat reports is a hint only. Files of /proc report 0 and files grow, so reading
-// goes on to the end of the file; the hint saves the last read that would only learn that nothing
-// follows, and copying a large file while its buffer grows.
+// The size reported by fstat is only a hint. Files in /proc report 0 and files grow, so reading
+// continues to the end of the file. The hint avoids an extra read to detect the end, and copying a
+// large file while its buffer grows.
 #include "file_text.h"
 
 #include <fcntl.h>
@@ -14,11 +14,12 @@
 namespace tavo {
 namespace {
 
-// The kernel reads no more than 2 GiB less one page at once; asked for more it would look like the
-// end of the file.
+// The kernel reads at most 2 GiB minus one page at once; a shorter result for a larger request
+// would look like the end of the file.
 constexpr std::size_t kMostAtOnce = std::size_t{1} << 30;
 
-// No configuration is near this; what claims to be larger would only take the machine's memory.
+// No configuration is this large; reading a larger file would only use up the memory of the
+// machine.
 constexpr std::size_t kLargest = std::size_t{2} << 30;
 
 }  // namespace
@@ -70,8 +71,8 @@ bool FileText::ReadAll(int fd, std::size_t reported_size) {
     }
 }
 
-// Makes room for the size reported and one byte more, which shows that the file ends there; for
-// twice as much where the file turns out longer.
+// Allocates the reported size plus one byte, which detects the end of the file; doubles the buffer
+// if the file is longer.
 bool FileText::Grow(std::size_t reported_size) {
     const std::size_t wanted = std::max(capacity_ * 2, reported_size + 1);
     char *larger = static_cast<char *>(std::realloc(large_.get(), wanted));

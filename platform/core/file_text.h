@@ -12,10 +12,10 @@
 
 namespace tavo {
 
-// What regular files are opened with: neither a pipe nor a terminal behind the name does harm.
+// Opens regular files. The flags prevent blocking on a pipe and acquiring a controlling terminal.
 int OpenForReading(int folder, const char *path, int more_flags);
 
-// Loads files. A small one needs no memory but the object's own, so that reading a service file
+// Loads files. A small file needs no memory besides the object, so that reading a service file
 // costs little more than opening it.
 class FileText {
   public:
@@ -23,16 +23,16 @@ class FileText {
     FileText(const FileText &) = delete;
     FileText &operator=(const FileText &) = delete;
 
-    // Loads the regular file `path`. False on failure with the error set: 0xD00 NULL or empty,
-    // 0x700 missing, 0x200 out of memory, 0x900 anything else that keeps it from being read.
+    // Loads the regular file `path`. Returns false on failure with the error set: 0xD00 NULL or
+    // empty, 0x700 missing, 0x200 out of memory, 0x900 any other reason why it cannot be read.
     bool Load(const char *path);
 
-    // Loads the open file `fd` and tells what fstat says of it.
+    // Loads the open file `fd` and returns its status from fstat.
     bool LoadFrom(int fd, struct stat &status);
 
     std::string_view View() const { return {data_, size_}; }
 
-    // Whether there is a NUL byte in it, which only files have that are none of text.
+    // Whether the text contains a NUL byte, that is, whether the file is not a text file.
     bool HoldsNul() const { return holds_nul_; }
 
   private:

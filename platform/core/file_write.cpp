@@ -1,5 +1,5 @@
-// Changing configuration files: lock the file, edit its text in memory, check what is new in it,
-// and replace the file, unless nothing in it changes.
+// Changes configuration files: lock the file, edit its text in memory, check the new parts, and
+// replace the file unless it is unchanged.
 #include "config_edit.h"
 #include "core_support.h"
 #include "file_hold.h"
@@ -10,7 +10,8 @@
 namespace tavo {
 namespace {
 
-// `edit` appends the new text of the file to the buffer; false when it fails, with the error set.
+// `edit` appends the new text of the file to the buffer; it returns false on failure with the error
+// set.
 template <typename Edit>
 int ChangeFile(const char *path, Edit edit) {
     LockedFile file;
@@ -22,7 +23,7 @@ int ChangeFile(const char *path, Edit edit) {
     if (new_text.View() == old_text.View()) {
         return 0;
     }
-    // A replacement that fails late may have given the file its new text all the same.
+    // A replacement that fails late may still have changed the file.
     const bool replaced = file.Replace(new_text.View());
     ReleaseChangedFile(path);
     return replaced ? 0 : -1;

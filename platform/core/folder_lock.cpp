@@ -1,17 +1,17 @@
-// The writers' lock of a folder is an flock on the file `lock` in the sub-folder `.tavo-write`, in
-// which writers also stage new texts. The sub-folder has mode 0700 and the file 0600: a lock that
-// other users could open, such as the folder itself, would let any of them block every writer.
+// The writers' lock of a folder is an flock on the file `lock` in the subfolder `.tavo-write`, in
+// which writers also stage new texts. The subfolder has mode 0700 and the file 0600: if other users
+// could open the lock, for example the folder itself, any of them could block every writer.
 //
-// Both exist only while they are needed. The holder removes the file, then the folder, then
-// unlocks. So a process that has locked a file checks that the path still names that file, and that
-// the path of the folder still names that folder, which a restore replaces as a whole. If not, it
-// starts over. An empty sub-folder is nobody's lock: everyone may remove it, and whoever was about
-// to make the file in it starts over as well.
+// Both exist only while they are needed. The holder removes the file, then the subfolder, then
+// unlocks. A process that has locked a file therefore checks that the path still refers to that
+// file, and that the path of the folder still refers to that folder, because a restore replaces the
+// whole folder. If not, it starts over. An empty subfolder is not a lock: any process may remove
+// it, and a process that was about to create the file in it also starts over.
 //
-// A sub-folder of another user is that user's writer, which is waited for, or its leftover. Nothing
-// is staged in it, since its owner could exchange the text: under the lock it is removed and made
-// anew. A link or a file in place of the sub-folder, and files in it that no writer makes, are left
-// alone, and the lock is refused.
+// A subfolder of another user belongs to a writer of that user, which is waited for, or is a
+// leftover. Nothing is staged in it, since its owner could exchange the text: under the lock it is
+// removed and created again. If there is a link or a file instead of the subfolder, or the
+// subfolder contains files that no writer creates, they are left alone and the lock is refused.
 #include "folder_lock.h"
 
 #include <dirent.h>
@@ -33,7 +33,7 @@ using std::chrono::steady_clock;
 
 constexpr char kStagingFolder[] = ".tavo-write";
 constexpr char kLockFile[] = "lock";
-constexpr char kLockPath[] = ".tavo-write/lock";  // in the folder
+constexpr char kLockPath[] = ".tavo-write/lock";  // relative to the folder
 
 int OpenFolder(int parent, const char *path, int more_flags) {
     const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | more_flags;
@@ -44,7 +44,7 @@ bool IsSameFile(const struct stat &one, const struct stat &other) {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-// False for an entry that is not a writer's, or that cannot be removed.
+// Returns false for an entry that no writer creates, or that cannot be removed.
 bool ClearEntry(int staging, std::string_view name) {
     if (name == "." || name == ".." || name == kLockFile) {
         return true;
@@ -53,7 +53,7 @@ bool ClearEntry(int staging, std::string_view name) {
 }
 
 // Removes the leftovers of a killed writer. The entries are read into a buffer on the stack, so
-// that a writer of a small file needs no memory.
+// that changing a small file needs no memory.
 bool ClearStaging(int staging) {
     alignas(dirent64) char entries[1024];
     for (;;) {
@@ -81,7 +81,7 @@ LockResult Failed(Failure) {
 
 }  // namespace
 
-// flock itself can only wait for ever, and would wait for a file that its holder removes.
+// Polls, because flock itself has no time limit and would wait for a file that its holder removes.
 LockResult FolderLock::Take(const char *path, std::chrono::milliseconds wait) {
     constexpr std::chrono::milliseconds kLongestPause{50};
     const steady_clock::time_point deadline = steady_clock::now() + wait;
@@ -95,7 +95,7 @@ LockResult FolderLock::Take(const char *path, std::chrono::milliseconds wait) {
         if (result == LockResult::kFailed) {
             return result;
         }
-        // A folder that vanishes meanwhile is being replaced.
+        // A folder that disappears meanwhile is being replaced.
         const bool absent = result == LockResult::kAbsent;
         if ((absent && !seen) || steady_clock::now() >= deadline) {
             return Failed(TAVO_CORE_FAIL(absent ? TLIBC_ERR_NO_FILE : TLIBC_ERR_FILE_UNUSABLE));
@@ -126,7 +126,7 @@ LockResult FolderLock::TryToTake(const char *path) {
     }
     result = CheckLockFile(path);
     if (result != LockResult::kTaken) {
-        // Closing would leave it locked in a child that the caller forked meanwhile.
+        // Closing would not unlock if the caller has forked a child meanwhile.
         flock(lock_.Get(), LOCK_UN);
         return result;
     }
@@ -143,7 +143,7 @@ LockResult FolderLock::OpenLockFile() {
     return lock_.IsOpen() ? LockResult::kTaken : ExplainFailedOpen(errno);
 }
 
-// Why there is no open lock file. A staging folder that is left empty is removed.
+// The reason why there is no open lock file. Removes an empty staging folder.
 LockResult FolderLock::ExplainFailedOpen(int error) const {
     if (error == ENOENT) {
         return LockResult::kLost;  // its holder removed it between two calls
@@ -160,14 +160,14 @@ LockResult FolderLock::ExplainFailedOpen(int error) const {
     }
     unlinkat(folder_.Get(), kStagingFolder, AT_REMOVEDIR);
     if (error == EROFS) {
-        return LockResult::kNotAllowed;  // a leftover is there, but nobody can write
+        return LockResult::kNotAllowed;  // there is a leftover, but no process can write
     }
     return Failed(TAVO_CORE_FAIL(LockError(error)));
 }
 
-// Only a holder, or the lack of room for one more lock (ENOLCK), passes with time. After any other
-// failure somebody may still hold the lock, and the file is left to the next writer, except on a
-// file system without flock, where nobody can.
+// Only a lock held elsewhere and a lack of kernel locks (ENOLCK) are temporary. After any other
+// failure another process may still hold the lock, and the file is left to the next writer, except
+// on a file system without flock, where no process can hold it.
 LockResult FolderLock::ExplainFailedLock(int error) const {
     if (error == EWOULDBLOCK || error == ENOLCK) {
         return LockResult::kLost;
@@ -183,7 +183,7 @@ void FolderLock::RemoveLockFile() const {
     unlinkat(folder_.Get(), kStagingFolder, AT_REMOVEDIR);
 }
 
-// Whether the file that was locked is the lock of the folder.
+// Whether the locked file is still the lock of the folder.
 LockResult FolderLock::CheckLockFile(const char *path) const {
     struct stat locked;
     struct stat named;
@@ -196,9 +196,9 @@ LockResult FolderLock::CheckLockFile(const char *path) const {
     return LockResult::kTaken;
 }
 
-// A staging folder that is not trusted goes with the release of the lost attempt, so that the next
-// one makes it anew. Not every file system shows the owner and mode that a folder was made with, so
-// one that was made in this attempt is trusted.
+// An untrusted staging folder is removed when the lost attempt is released, so that the next
+// attempt creates it again. Some file systems do not show the owner and mode of a folder as
+// created, so a folder that was created in this attempt is trusted.
 LockResult FolderLock::PrepareStaging(bool made) {
     struct stat status;
     if (!ClearStaging(staging_.Get())) {
@@ -209,7 +209,7 @@ LockResult FolderLock::PrepareStaging(bool made) {
     return trusted ? LockResult::kTaken : LockResult::kLost;
 }
 
-// Closing alone would not unlock: a child that the caller forked meanwhile shares the lock.
+// Unlocks explicitly: closing would not unlock if the caller has forked a child meanwhile.
 void FolderLock::Release() {
     if (held_) {
         RemoveLockFile();
@@ -242,8 +242,8 @@ bool HasStagingFolder(const char *path) {
            faccessat(folder.Get(), kStagingFolder, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// A copy of the folder that is made while the lock is held, and put in the folder's place, has a
-// copy of the staging folder.
+// If a copy of the folder, made while the lock was held, replaces the folder, it contains a copy of
+// the staging folder, which is removed here.
 void ClearCopiedStaging(const char *path) {
     const UnchangedErrorState unchanged;
     FolderLock lock;

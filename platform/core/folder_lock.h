@@ -12,21 +12,21 @@ namespace tavo {
 // How long a writer waits for another one in the same folder.
 constexpr std::chrono::seconds kLockWait{30};
 
-// Names in the staging folder that belong to writers. What is found there under the lock is a
-// leftover of a writer that was killed.
+// The names that writers use in the staging folder. If they exist when the lock is taken, they are
+// leftovers of a killed writer.
 constexpr char kStagedNew[] = "new";  // the new text
-constexpr char kStagedOld[] = "old";  // a second name of the old file, to undo the rename with
+constexpr char kStagedOld[] = "old";  // a link to the old file, to undo the rename
 
 enum class LockResult {
     kTaken,
     kNotAllowed,  // the caller may not write to the folder; no error is set
     kFailed,      // the error is set
-    kLost,        // another process was faster; not an answer of Take
-    kAbsent,      // there is no such folder; not an answer of Take
+    kLost,        // another process was faster; not returned by Take
+    kAbsent,      // there is no such folder; not returned by Take
 };
 
-// Held until it is released or destroyed. While it is held the staging folder exists, belongs to
-// the caller, and is empty but for the lock file.
+// Held until released or destroyed. While it is held the staging folder exists, belongs to the
+// caller, and contains only the lock file.
 class FolderLock {
   public:
     FolderLock() = default;
@@ -35,18 +35,18 @@ class FolderLock {
     FolderLock &operator=(const FolderLock &) = delete;
 
     // Takes the lock of the folder `path`, an absolute path. Fails with 0x700 for a missing folder,
-    // 0x200 when memory runs out, and 0x900 when the lock is still held elsewhere after `wait`,
-    // something that is not a writer's is in its place, or the file system has no flock.
+    // 0x200 when out of memory, and 0x900 if the lock is still held elsewhere after `wait`, if an
+    // entry that no writer creates is in its place, or if the file system does not support flock.
     LockResult Take(const char *path, std::chrono::milliseconds wait);
 
-    // Removes the staging folder, unlocks, and closes the folder. Does nothing when not held.
+    // Removes the staging folder, unlocks, and closes the folder. Does nothing if not held.
     void Release();
 
     // Closes the descriptors without unlocking: for a child process, which shares the lock.
     void Forget();
 
-    // Descriptors of the folder, which is also open when Take answered kNotAllowed, and of the
-    // staging folder; -1 when not open.
+    // Descriptors of the folder, which is also open after Take returned kNotAllowed, and of the
+    // staging folder; -1 if not open.
     int Folder() const { return folder_.Get(); }
     int Staging() const { return staging_.Get(); }
 

@@ -1,5 +1,5 @@
-// One walk over the headers of a text. Each opens a block, the lines up to the next header, and the
-// blocks of one name are chained, since sections of one name are one section.
+// One pass over the headers of a text. Each header starts a block, which ends at the next header.
+// The blocks of one name are linked, since sections with the same name are one section.
 #include "section_map.h"
 
 #include "config_lines.h"
@@ -10,7 +10,7 @@ bool SectionMap::Build(const FileText &file) {
     const std::string_view text = file.View();
     ConfigLineReader headers(text, file.HoldsNul());
     ConfigLine header;
-    const char *begin = nullptr;  // of the lines below the last header
+    const char *begin = nullptr;  // of the lines after the last header
     const auto end_block = [&](const char *end) {
         if (begin != nullptr) {
             blocks_[blocks_.Count() - 1].lines = {begin, static_cast<std::size_t>(end - begin)};

@@ -1,4 +1,4 @@
-// Where the sections of a text are, so that each can be read without passing over the others.
+// Maps the sections of a text, so that each can be read without reading the others.
 #ifndef TAVO_PLATFORM_CORE_SECTION_MAP_H
 #define TAVO_PLATFORM_CORE_SECTION_MAP_H
 
@@ -11,25 +11,24 @@
 
 namespace tavo {
 
-// Looks at the text only; it must outlive the map.
+// Points into the text, which must outlive the map.
 class SectionMap {
   public:
-    // One stretch of lines below a header. A section has as many as the text has headers of its
-    // name.
+    // The lines after one header. A section has one block for each header with its name.
     struct Block {
         std::string_view lines;
-        int next;  // the section's next block, -1 behind the last
+        int next;  // the next block of the section, -1 for the last
     };
 
-    // Finds every section of `file`; false when memory runs out.
+    // Finds all sections of `file`. Returns false when out of memory.
     bool Build(const FileText &file);
 
     int SectionCount() const { return sections_.Count(); }
 
-    // The name of section `number`, in the order in which they first come.
+    // The name of section `number`, in the order of first appearance.
     std::string_view Name(int number) const { return sections_[number].name; }
 
-    // The first block of a section; null for a name that is none's.
+    // The first block of a section; null for an unknown name.
     const Block *FirstBlock(std::string_view name) const;
     const Block *NextBlock(const Block &block) const {
         return block.next < 0 ? nullptr : &blocks_[block.next];

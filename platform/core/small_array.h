@@ -1,4 +1,5 @@
-// A growing array whose first elements are in the object itself, so that a few cost no allocation.
+// A growing array that stores its first elements in the object itself, so that a few elements need
+// no allocation.
 #ifndef TAVO_PLATFORM_CORE_SMALL_ARRAY_H
 #define TAVO_PLATFORM_CORE_SMALL_ARRAY_H
 
@@ -22,7 +23,7 @@ class SmallArray {
     T &operator[](int index) { return items_[index]; }
     const T &operator[](int index) const { return items_[index]; }
 
-    // False when memory runs out, the array then being as it was.
+    // Returns false when out of memory; the array is then unchanged.
     bool Append(const T &item) {
         if (count_ == room_ && !Grow()) {
             return false;

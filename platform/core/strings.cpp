@@ -1,5 +1,5 @@
-// Strings: splitting, trimming, lowering, growing. All of it works on bytes and knows ASCII only: a
-// file means the same in every locale.
+// Splitting, trimming, lowering and growing of strings. All functions work on bytes and ASCII only,
+// so that a file has the same meaning in every locale.
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// The pieces of a text between any of the separators, empty ones too: one more than separators.
+// Iterates over the pieces of a text between any of the separators, including empty ones.
 class PieceWalker {
   public:
     PieceWalker(const char *text, const char *separators) : rest_(text), separators_(separators) {}
@@ -49,7 +49,7 @@ int PushPieces(const char *text, const char *separators, TLIBCSzList **list, boo
     return TLIBCSzListCount(*list) - before;
 }
 
-// Copies `text`, which may lie in the buffer itself.
+// Copies `text`, which may be in the buffer itself.
 void Store(std::string_view text, char *buffer) {
     if (!text.empty()) {
         std::memmove(buffer, text.data(), text.size());
@@ -61,7 +61,7 @@ bool Fits(std::string_view text, int size) {
     return text.size() < static_cast<std::size_t>(size);
 }
 
-// How long the text in a block of `size` bytes is; -1 when none ends in it.
+// The length of the text in a block of `size` bytes; -1 if it is not terminated.
 int TextLength(const char *block, int size) {
     if (block == nullptr) {
         return 0;
@@ -152,7 +152,7 @@ int TLIBCStrCat(char **pszBuffer, int *pcbBuffer, const char *szText) {
         return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     const int needed = length + static_cast<int>(added.size()) + 1;
-    tavo::MallocPtr<char> outgrown;  // freed last: szText may lie in it
+    tavo::MallocPtr<char> outgrown;  // freed last: szText may be in it
     if (*pszBuffer == nullptr || needed > size) {
         char *block = nullptr;
         const int room = std::max(needed, tavo::Doubled(size));

@@ -1,11 +1,11 @@
-// A table of strings by string: the entries stand densely in the order in which their keys came,
-// and an index beside them, open addressing with linear probing, finds a key.
+// A table of strings by string: the entries are stored densely in the order in which their keys
+// were added, and a separate index, open addressing with linear probing, finds a key.
 //
-// Callers ask for a thousand keys, fill in eight short ones, and do so for every section of every
-// file. So entries and index start small, whatever the capacity asked for. The first texts share
-// one block. A few keys are found by comparing them one after the other; they are hashed once there
-// are enough of them for an index. Nothing is ever taken out singly, so a probe of the index ends
-// at the first empty slot.
+// Callers ask for a capacity of a thousand keys, store eight short ones, and do so for every
+// section of every file. Entries and index therefore start small, whatever the requested capacity.
+// The first texts share one block. A few keys are found by comparing them one by one; they are
+// hashed only when there are enough of them for an index. Entries are never removed individually,
+// so a probe of the index ends at the first empty slot.
 #include <algorithm>
 #include <cstring>
 
@@ -17,7 +17,7 @@ namespace {
 // A key and its value, one after the other.
 struct Entry {
     char *key;
-    std::uint32_t value_at;  // behind the key's terminator
+    std::uint32_t value_at;  // offset of the value, after the key's terminator
     std::uint32_t hash;      // of the key; set while the table has an index
 
     std::string_view Key() const { return {key, value_at - 1}; }
@@ -28,8 +28,8 @@ constexpr int kMostRoomAtFirst = 16;
 constexpr int kMostWithoutIndex = 8;
 constexpr std::size_t kFirstSlots = 32;
 
-// The size of the block that the first texts of a file share. glibc's malloc hands out and takes
-// back blocks of up to 1032 bytes without a search.
+// The size of the block that the first texts of a table share. glibc's malloc caches blocks of up
+// to 1032 bytes.
 constexpr std::size_t kSharedTexts = 1024;
 
 }  // namespace
@@ -41,13 +41,13 @@ struct TLIBCSzHash {
     std::uint32_t *slots;    // the index of an entry plus one, 0 for an empty slot
     std::size_t slot_count;  // 0 without an index, else a power of two, at least twice the count
     char *texts;             // the shared block, null before the first short text
-    std::size_t texts_size;  // how much of it is used
+    std::size_t texts_size;  // the used part of it
 };
 
 namespace {
 
-// Room for the texts of an entry: in the shared block if wanted and they fit, else a block of their
-// own. Null when memory runs out.
+// Allocates the texts of an entry: in the shared block if requested and if they fit, else in a
+// block of their own. Null when out of memory.
 char *NewTexts(TLIBCSzHash &table, std::size_t size, bool shared) {
     if (!shared || size > kSharedTexts - table.texts_size) {
         return static_cast<char *>(std::malloc(size));
@@ -63,7 +63,7 @@ char *NewTexts(TLIBCSzHash &table, std::size_t size, bool shared) {
     return texts;
 }
 
-// Room in the shared block is not used again before the table is cleared.
+// Memory in the shared block is not reused until the table is cleared.
 void FreeTexts(const TLIBCSzHash &table, char *texts) {
     const auto offset =
         reinterpret_cast<std::uintptr_t>(texts) - reinterpret_cast<std::uintptr_t>(table.texts);
@@ -72,7 +72,7 @@ void FreeTexts(const TLIBCSzHash &table, char *texts) {
     }
 }
 
-// An entry with copies of both texts; its key is null when memory runs out.
+// An entry with copies of both texts; its key is null when out of memory.
 Entry NewEntry(TLIBCSzHash &table, std::string_view key, std::string_view value, std::uint32_t hash,
                bool shared) {
     char *texts =
@@ -86,7 +86,7 @@ Entry NewEntry(TLIBCSzHash &table, std::string_view key, std::string_view value,
     return {texts, static_cast<std::uint32_t>(key.size() + 1), hash};
 }
 
-// The hash by which `key` is looked up; a table without an index needs none.
+// The hash for looking up `key`; not needed for a table without an index.
 std::uint32_t LookupHash(const TLIBCSzHash &table, std::string_view key) {
     return table.slot_count == 0 ? 0 : tavo::HashOf(key);
 }
@@ -114,7 +114,7 @@ Entry *Find(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) 
     return nullptr;
 }
 
-// Enters entry number `index`, whose key is not there yet.
+// Adds entry number `index`, whose key is not in the index yet.
 void AddToIndex(TLIBCSzHash &table, int index) {
     const std::size_t mask = table.slot_count - 1;
     std::size_t at = table.entries[index].hash & mask;
@@ -124,7 +124,7 @@ void AddToIndex(TLIBCSzHash &table, int index) {
     table.slots[at] = static_cast<std::uint32_t>(index) + 1;
 }
 
-// Makes the index larger, or the first one.
+// Creates or enlarges the index.
 bool GrowIndex(TLIBCSzHash &table) {
     const std::size_t slot_count = std::max(table.slot_count * 2, kFirstSlots);
     void *slots = std::calloc(slot_count, sizeof(*table.slots));
@@ -144,7 +144,7 @@ bool GrowIndex(TLIBCSzHash &table) {
     return true;
 }
 
-// Room for one more entry and for its place in the index.
+// Makes room for one more entry and for its slot in the index.
 bool MakeRoom(TLIBCSzHash &table) {
     if (table.count == table.room) {
         const int room = tavo::Doubled(table.room);
@@ -157,7 +157,7 @@ bool MakeRoom(TLIBCSzHash &table) {
            static_cast<std::size_t>(table.count) < table.slot_count / 2 || GrowIndex(table);
 }
 
-// Adds an entry whose key is not there yet.
+// Adds an entry with a new key.
 bool Append(TLIBCSzHash &table, Entry entry) {
     const bool had_index = table.slot_count != 0;
     if (!MakeRoom(table)) {
@@ -257,7 +257,7 @@ void TLIBCSzHashClear(TLIBCSzHash *pHash) {
     }
     pHash->count = 0;
     pHash->texts_size = 0;
-    // The keys to come bring an index of their size.
+    // A new index is created for the keys that follow.
     std::free(pHash->slots);
     pHash->slots = nullptr;
     pHash->slot_count = 0;

@@ -1,8 +1,9 @@
-// A list of strings: an array of pointers that grows geometrically, each string a block of its own.
+// A list of strings: an array of pointers that grows geometrically; each string is a block of its
+// own.
 //
-// Strings never move, so a pushed text may come from the list itself, and what TLIBCSzListGet gave
-// out outlasts later pushes. The array starts small, whatever the capacity asked for: most lists
-// are made for a thousand strings and hold five.
+// Strings do not move, so a pushed text may come from the list itself, and results of
+// TLIBCSzListGet stay valid after later pushes. The array starts small, whatever the requested
+// capacity: most lists are created for a thousand strings and contain five.
 #include <algorithm>
 #include <cstring>
 

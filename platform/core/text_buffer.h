@@ -1,5 +1,5 @@
-// A text that grows by appending. Running out of memory is remembered, so that a text is composed
-// without a check behind each piece and asked once at the end.
+// A text that grows by appending. Running out of memory is remembered, so that it is checked once
+// at the end and not after each piece.
 #ifndef TAVO_PLATFORM_CORE_TEXT_BUFFER_H
 #define TAVO_PLATFORM_CORE_TEXT_BUFFER_H
 
@@ -21,10 +21,10 @@ class TextBuffer {
         }
     }
 
-    // Makes it empty; its room, and having failed, stay.
+    // Empties the text; keeps the memory and the failure state.
     void Clear() { size_ = 0; }
 
-    // Whether memory ran out since it was made; the text then lacks pieces.
+    // Whether memory has run out; the text is then incomplete.
     bool Failed() const { return failed_; }
 
     std::string_view View() const { return {data_.get(), size_}; }

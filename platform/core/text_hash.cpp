@@ -7,8 +7,8 @@
 namespace tavo {
 namespace {
 
-// Random bytes of the kernel; before it has any, early in the boot, the clock and where the loader
-// put this library.
+// Random bytes from the kernel; if there are none yet, early in the boot, the clock and the load
+// address of this library.
 std::uint64_t Seed() {
     std::uint64_t seed = 0;
     if (getrandom(&seed, sizeof(seed), GRND_NONBLOCK) != static_cast<ssize_t>(sizeof(seed))) {
@@ -21,8 +21,8 @@ std::uint64_t Seed() {
 
 }  // namespace
 
-// FNV-1a from a seed, with a round after each byte that carries high bits down again: without it,
-// texts that agree in the low bits would go on to do so, whatever the seed.
+// FNV-1a with a seed, and an extra step after each byte that mixes high bits into the low ones:
+// without it, texts whose hashes agree in the low bits would do so for every seed.
 std::uint32_t HashOf(std::string_view text) {
     static const std::uint64_t seed = Seed();
     std::uint64_t hash = 0xCBF29CE484222325u ^ seed;

@@ -1,4 +1,4 @@
-// The hash of a text, for every table here.
+// The hash of a text, used by all tables of this library.
 #ifndef TAVO_PLATFORM_CORE_TEXT_HASH_H
 #define TAVO_PLATFORM_CORE_TEXT_HASH_H
 
@@ -7,8 +7,8 @@
 
 namespace tavo {
 
-// Differs from process to process, so that whoever writes a file cannot choose names that all fall
-// on each other and make its readers walk.
+// Differs between processes, so that the author of a file cannot choose names that all collide and
+// slow down its readers.
 std::uint32_t HashOf(std::string_view text);
 
 }  // namespace tavo

@@ -1,6 +1,5 @@
-// A few texts are compared one after the other, which needs no hashing. More go to a hash table
-// with open addressing and linear probing. Nothing is ever taken out, so a free slot always ends a
-// search.
+// A few texts are compared one by one, without hashing. More texts use a hash table with open
+// addressing and linear probing. Texts are never removed, so a free slot always ends a search.
 #include "text_index.h"
 
 #include <algorithm>

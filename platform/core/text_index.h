@@ -1,5 +1,5 @@
-// Numbers texts in the order in which they first come, in constant time each: which section names
-// came already, and which wanted key a line holds.
+// Numbers texts in the order of first appearance, in constant time: for section names that were
+// seen before, and for the wanted key of a line.
 #ifndef TAVO_PLATFORM_CORE_TEXT_INDEX_H
 #define TAVO_PLATFORM_CORE_TEXT_INDEX_H
 
@@ -10,7 +10,7 @@
 
 namespace tavo {
 
-// Looks at the texts only; they must outlive it. A handful needs no memory but the object's own.
+// Does not copy the texts, which must outlive it. A few texts need no memory besides the object.
 class TextIndex {
   public:
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
@@ -19,10 +19,11 @@ class TextIndex {
     TextIndex(const TextIndex &) = delete;
     TextIndex &operator=(const TextIndex &) = delete;
 
-    // The number of `text`, which is what Count was when it is new; kNone when memory runs out.
+    // The number of `text`; a new text gets the previous Count as its number. kNone when out of
+    // memory.
     std::size_t Add(std::string_view text);
 
-    // The number of `text`, from 0; kNone when it was never added.
+    // The number of `text`, from 0; kNone if it was never added.
     std::size_t Find(std::string_view text) const;
 
     std::size_t Count() const { return count_; }
@@ -43,7 +44,7 @@ class TextIndex {
     static constexpr std::size_t kFirstSlots = 32;
 
     std::size_t count_ = 0;
-    std::string_view few_[kFew];  // in the order of their numbers; unused once there are slots
+    std::string_view few_[kFew];  // in the order of their numbers; unused if there are slots
     MallocPtr<Slot> slots_;
     std::size_t slot_count_ = 0;  // 0 or a power of two, at least half of them free
 };

@@ -1,4 +1,4 @@
-// Setting a key over every short text, without files.
+// Sets a key in every short text, without files.
 #include "config_edit.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ ConfigLine LineOf(std::string_view text) {
     return ParseConfigLine(text.substr(0, text.find('\n')));
 }
 
-// The line of key k in a section with that line, after the value is set.
+// The line of key k after setting the value in a section that consists of `line`.
 std::string Set(const std::string &line, const std::string &value, KeptLines kept) {
     TLIBCSzHash *keys = TLIBCSzHashAlloc(1);
     TLIBCSzHashSetValue(keys, "k", value.c_str());

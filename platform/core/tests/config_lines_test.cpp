@@ -125,7 +125,7 @@ TEST(ConfigLineReader, GivesEachLineOfATextInTurn) {
     std::size_t begin = 0;
     for (const Case &expected : kCases) {
         ASSERT_TRUE(reader.Next(line));
-        // A carriage return at the end of a line belongs to the line end.
+        // A carriage return at the end of a line is part of the line end.
         Case seen = expected;
         seen.text.resize(seen.text.size() - (seen.text.ends_with('\r') ? 1 : 0));
         ExpectLine(line, seen);
@@ -226,7 +226,7 @@ TEST(ConfigLineReader, HopsToSectionsAndGoesOnBehindThem) {
     EXPECT_FALSE(reader.Next(line));
 }
 
-// Texts of the few bytes that mean something, so that every turn of the grammar comes up.
+// Random texts of the bytes that matter to the grammar.
 std::string RandomText(std::mt19937 &random) {
     constexpr std::string_view kBytes("[[[]]]\n\n\n\r =#;ab\"\0\t\xEF\xBB\xBF", 22);
     std::uniform_int_distribution<std::size_t> size(0, 40);

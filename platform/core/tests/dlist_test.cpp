@@ -10,7 +10,7 @@ using namespace tavo::test;
 
 using DListPtr = std::unique_ptr<TLIBCDList, With<TLIBCDListFree>>;
 
-// Elements of the tests are numbers; the list's copies come from malloc and are counted.
+// The elements are numbers; the copies of the list are allocated with malloc and counted.
 int g_copies = 0;
 int g_frees = 0;
 
@@ -157,7 +157,7 @@ TEST_F(DList, LeavesTheListAsItWasWhenAnAppendFindsNoMemory) {
         }
         EXPECT_THAT(Contents(list), ElementsAre(1, 2));
     });
-    // Each in both modes of failing.
+    // One for each failure mode.
     EXPECT_EQ(node_failures, 2);
     EXPECT_EQ(copy_failures, 2);
     EXPECT_EQ(g_copies, g_frees);

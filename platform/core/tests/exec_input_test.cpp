@@ -1,5 +1,5 @@
-// Running real programs with an input and a limit. A program that uses its limit up takes a second
-// here, and up to two more where it ignores that it is asked to end.
+// Runs real programs with an input and a time limit. A program that exceeds its limit takes one
+// second here, and up to two more if it ignores SIGTERM.
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -20,10 +20,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// More than any of the programs takes.
+// Longer than any of the programs runs.
 constexpr int kAmple = 60;
 
-// A script in a folder of its own, its work folder.
+// A script in its own temporary folder.
 class Script {
   public:
     explicit Script(const std::string &commands, const std::string &interpreter = "/bin/sh")
@@ -31,7 +31,7 @@ class Script {
         chmod(path_.c_str(), 0755);
     }
 
-    // With its work folder as its argument.
+    // The argument of the script is its folder.
     int Run(std::string_view input = {}, int seconds = kAmple) const {
         return TLIBCExecInput(path_.c_str(), folder_.Path().c_str(), input.data(), input.size(),
                               seconds);
@@ -53,7 +53,7 @@ std::string Megabytes(std::size_t count) {
     return text;
 }
 
-// Whether a process runs; one that ended and that nobody collects does not.
+// Whether a process runs; a zombie does not.
 bool Runs(const std::string &pid) {
     const std::string path = "/proc/" + std::to_string(std::stoi(pid)) + "/stat";
     if (!std::filesystem::exists(path)) {
@@ -74,7 +74,7 @@ std::ptrdiff_t OpenDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-// Lets the process have no descriptor from `number` on for a while.
+// Temporarily limits the descriptors of the process to those below `number`.
 class DescriptorLimit {
   public:
     explicit DescriptorLimit(int number) {
@@ -90,8 +90,7 @@ class DescriptorLimit {
     rlimit before_;
 };
 
-// ---- As the other calls
-// ---------------------------------------------------------------------------
+// ---- Common behaviour
 
 TEST(ExecInput, GivesTheStatusOrTheSignal) {
     for (const int status : {0, 1, 127, 255}) {
@@ -138,7 +137,6 @@ TEST(ExecInput, ReportsThatMemoryRanOut) {
 }
 
 // ---- The input
-// ------------------------------------------------------------------------------------
 
 TEST(ExecInput, ArrivesByteForByte) {
     for (const std::string &input :
@@ -181,7 +179,7 @@ TEST(ExecInput, IsNoOutputWhereTheCallerHasNone) {
 
 TEST(ExecInput, LeavesNoDescriptorWithTheProgramOrTheCaller) {
     const std::ptrdiff_t before = OpenDescriptors();
-    // The third is that of the folder which is listed.
+    // Descriptor 3 is the listed folder.
     EXPECT_EQ(OutputOf([] { TLIBCExecInput("/bin/ls", "/proc/self/fd", "input", 5, kAmple); }),
               "0\n1\n2\n3\n");
     EXPECT_EQ(Script("exit 1").Run("input"), 1);
@@ -190,7 +188,6 @@ TEST(ExecInput, LeavesNoDescriptorWithTheProgramOrTheCaller) {
 }
 
 // ---- The limit
-// ------------------------------------------------------------------------------------
 
 TEST(ExecInput, GivesTheProgramAGroupOfItsOwn) {
     constexpr char kPrintGroup[] = "cut -d ' ' -f 5 /proc/$$/stat";
@@ -240,7 +237,7 @@ TEST(ExecInput, LeavesAloneWhatAProgramThatEndsInTimeStarted) {
     kill(std::stoi(daemon), SIGKILL);
 }
 
-// The file that holds the input takes the last descriptor that there may be.
+// The memory file with the input uses the last available descriptor.
 TEST(ExecInput, KeepsTheLimitWithoutADescriptorToSpare) {
     const int next = dup(STDERR_FILENO);
     close(next);
@@ -255,7 +252,6 @@ TEST(ExecInput, ReportsAnInputThatCannotBeHeld) {
 }
 
 // ---- The caller's signals
-// -------------------------------------------------------------------------
 
 TEST(ExecInput, WorksInACallerThatIgnoresItsChildren) {
     const SignalAction child(SIGCHLD, SIG_IGN);

@@ -1,4 +1,4 @@
-// What the tests of running programs share: other descriptors and signal actions for a while.
+// Common parts of the tests of running programs: temporary descriptors and signal actions.
 #ifndef TAVO_PLATFORM_CORE_TESTS_EXEC_SUPPORT_H
 #define TAVO_PLATFORM_CORE_TESTS_EXEC_SUPPORT_H
 
@@ -13,7 +13,7 @@
 
 namespace tavo::test {
 
-// Lets descriptor `number` be something else for a while: an opened file, or closed for "".
+// Temporarily replaces descriptor `number` with an opened file, or closes it for "".
 class Descriptor {
   public:
     Descriptor(int number, const std::string &path)
@@ -44,7 +44,7 @@ class Descriptor {
     int saved_;
 };
 
-// What the programs that `call` runs write to standard output.
+// The standard output of the programs that `call` runs.
 template <typename Call>
 std::string OutputOf(Call call) {
     const TemporaryFolder folder;
@@ -55,7 +55,7 @@ std::string OutputOf(Call call) {
     return ReadFile(folder / "output");
 }
 
-// Gives a signal another action for a while.
+// Temporarily changes the action of a signal.
 class SignalAction {
   public:
     SignalAction(int signal, void (*handler)(int), int flags = 0) : signal_(signal) {

@@ -1,4 +1,4 @@
-// Running real programs: what comes back, and what reaches them of the caller.
+// Runs real programs and checks their results and what they inherit from the caller.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/mman.h>
@@ -26,7 +26,7 @@ int Shell(const char *script) {
     return TLIBCExec("/bin/sh", "-c", script, nullptr, nullptr);
 }
 
-// A program in a folder of its own that prints its arguments as [a][b].
+// A program in its own temporary folder that prints its arguments as [a][b].
 class ArgumentPrinter {
   public:
     ArgumentPrinter()
@@ -43,7 +43,6 @@ class ArgumentPrinter {
 };
 
 // ---- Results
-// --------------------------------------------------------------------------------------
 
 TEST(Exec, GivesTheExitStatus) {
     EXPECT_RESULT(TLIBCExec("/bin/true", nullptr, nullptr, nullptr, nullptr), 0, "");
@@ -139,7 +138,6 @@ TEST(Execl, ReportsThatMemoryRanOut) {
 }
 
 // ---- Arguments and environment
-// --------------------------------------------------------------------
 
 TEST(Exec, PassesArgumentsAsTheyAre) {
     const ArgumentPrinter printer;
@@ -189,7 +187,6 @@ TEST(Exec, PassesTheEnvironmentOn) {
 }
 
 // ---- Descriptors
-// ----------------------------------------------------------------------------------
 
 TEST(Exec, GivesTheProgramAnEmptyInput) {
     const TemporaryFolder folder;
@@ -248,7 +245,6 @@ TEST(Exec, PassesNoOtherDescriptorOn) {
 }
 
 // ---- Signals
-// --------------------------------------------------------------------------------------
 
 bool IsBlocked(int signal) {
     sigset_t mask;
@@ -267,8 +263,8 @@ void Block(int how, const std::vector<int> &signals) {
 
 void DoNothing(int) {}
 
-// The signals of one line of /proc/PID/status, without 32 and 33: they are libc's own, which has
-// every program that it starts ignore them.
+// The signals in one line of /proc/PID/status, without 32 and 33, which libc uses itself and makes
+// every program that it starts ignore.
 unsigned long SignalsIn(const std::string &status, const std::string &line) {
     const std::string mask = status.substr(status.find(line) + line.size());
     return std::strtoul(mask.c_str(), nullptr, 16) & ~0x180000000ul;
@@ -384,8 +380,7 @@ TEST(Exec, WaitsOnThroughInterruptions) {
     EXPECT_EQ(status, 3);
 }
 
-// ---- The caller at large
-// --------------------------------------------------------------------------
+// ---- Other effects on the caller
 
 TEST(Exec, KeepsTheCallsOfManyThreadsApart) {
     const SignalAction child(SIGCHLD, SIG_IGN);

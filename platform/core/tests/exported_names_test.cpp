@@ -1,11 +1,11 @@
-// What a shared object exports is what its public header declares, neither more nor less, and every
-// name carries the version of the library's linker script.
+// A shared object exports exactly the functions that its public header declares, each with the
+// version of the library's linker script.
 //
 // Compiled once for each library, with these definitions:
 //   TAVO_EXPORTS_SUITE    name of the test suite, as ExportedNamesOfTavocore
 //   TAVO_EXPORTS_LIBRARY  path of the shared object
 //   TAVO_EXPORTS_HEADER   path of its public header
-//   TAVO_EXPORTS_MARK     the word that marks what the header exports, as "TAVOCORE_API"
+//   TAVO_EXPORTS_MARK     the word that marks exported functions in the header, as "TAVOCORE_API"
 //   TAVO_EXPORTS_VERSION  version node of the linker script, as "TAVOCORE_7"
 #include <gmock/gmock.h>
 
@@ -41,7 +41,7 @@ std::string WithoutPreprocessorLines(const std::string &code) {
     return kept;
 }
 
-// The name in a declaration: the word in front of its first parenthesis, bracket or semicolon.
+// The names of the declarations: the word before the first parenthesis, bracket or semicolon.
 Names DeclaredNames(const std::string &header, const std::string &mark) {
     const std::string code = WithoutPreprocessorLines(WithoutComments(header));
     Names names;
@@ -53,7 +53,7 @@ Names DeclaredNames(const std::string &header, const std::string &mark) {
     return names;
 }
 
-// What nm lists as defined, as NAME@@VERSION; the version nodes themselves are left out.
+// The symbols that nm lists as defined, as NAME@@VERSION, without the version nodes themselves.
 Names ExportedNames(const std::string &library) {
     const tavo::test::ProgramResult nm = tavo::test::RunProgram(
         {"nm", "--dynamic", "--defined-only", "--with-symbol-versions", library});

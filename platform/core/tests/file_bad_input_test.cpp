@@ -1,5 +1,5 @@
-// What stands behind a path may be no file, no text, no end in sight, or change under the reader:
-// each gets its answer, and soon.
+// A path may lead to an entry that is not a regular file or not text, that never ends, or that
+// changes while it is read: each case is reported quickly.
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -18,7 +18,7 @@
 #include "ordinary_user.h"
 #include "temporary_folder.h"
 
-// AddressSanitizer ends a program that asks for more than it has, unless told otherwise.
+// By default AddressSanitizer ends a program that requests too much memory.
 extern "C" __attribute__((visibility("default"))) const char *__asan_default_options();
 const char *__asan_default_options() {
     return "allocator_may_return_null=1";
@@ -77,7 +77,7 @@ class FileBadInput : public testing::Test {
   protected:
     void SetUp() override { start_ = std::chrono::steady_clock::now(); }
 
-    // Nothing here may wait for anything, or take time that grows faster than its input.
+    // No call may block, or take time that grows faster than its input.
     void TearDown() override {
         EXPECT_LT(std::chrono::steady_clock::now() - start_, std::chrono::seconds(20));
     }
@@ -148,7 +148,7 @@ TEST_F(FileBadInput, ASocketIsNoFile) {
     close(listener);
 }
 
-// Links to devices would have a writer lock /dev, so only the readers meet them here.
+// A writer would follow links to devices and lock /dev, so only the readers are tested with them.
 TEST_F(FileBadInput, ADeviceIsNoFile) {
     for (const std::string &path :
          {std::string("/dev/null"), std::string("/dev/zero"), Link("/dev/zero", "link")}) {
@@ -269,7 +269,7 @@ TEST_F(FileBadInput, ManyShortLinesTakeLinearTime) {
     EXPECT_EQ(kReaders[1].call(file.c_str()), 0);
 }
 
-// The sizes around those of the loader's buffers.
+// Sizes around those of the loader's buffers.
 TEST_F(FileBadInput, FilesOfAnySizeAreReadToTheirLastByte) {
     for (const std::size_t around : {0u, 4096u, 8192u, 16384u, 32768u, 65536u}) {
         for (std::size_t size = around < 3 ? 3 : around - 3; size <= around + 3; ++size) {

@@ -88,7 +88,7 @@ TEST_F(FileHold, OutlivesAChangeThatIsRefusedOrOfAnotherFile) {
     EXPECT_EQ(Value(path_), "old");
 }
 
-// Without the memory to compare the paths the file counts as changed.
+// If there is no memory to compare the paths, the file counts as changed.
 TEST_F(FileHold, EndsWithEveryChangeWhenMemoryRunsOut) {
     ForEachFailingAllocation([&](FailingAllocation &fail) {
         folder_.Write("held", "[s]\nkey=old\n");
@@ -128,7 +128,7 @@ TEST_F(FileHold, ReleasingNothingIsNothing) {
     EXPECT_EQ(TLIBCErrGet(), 0U);
 }
 
-// Whatever the text, what is held reads as what is not.
+// A held file reads the same as the file itself, whatever its text.
 TEST_F(FileHold, ReadsLikeTheFile) {
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));

@@ -12,7 +12,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Too large for the loader's own memory, and with more names than fit the index's own.
+// Larger than the loader's built-in buffer, with more names than the index stores without memory.
 std::string LargeText() {
     std::string text = "k=v\n" + std::string(10'000, '#') + "\n";
     for (int i = 0; i < 40; ++i) {
@@ -23,8 +23,8 @@ std::string LargeText() {
 
 class FileMemory : public testing::Test {
   protected:
-    // Arms each allocation of `call` in turn and expects it to fail with 0x200, and `unchanged` to
-    // find nothing changed. Returns how many allocations there are.
+    // Makes each allocation of `call` fail in turn, expects the call to fail with 0x200, and calls
+    // `unchanged` to check that nothing changed. Returns the number of allocations.
     template <typename Call, typename Unchanged>
     static int ForEachFailure(int success, Call call, Unchanged unchanged) {
         return ForEachFailingAllocation([&](FailingAllocation &fail) {
@@ -40,7 +40,7 @@ class FileMemory : public testing::Test {
         });
     }
 
-    // The same for a function that appends `count` strings to a list, which stays as it was.
+    // The same for a function that appends `count` strings to a list; the list must be unchanged.
     static int ForEachFailureToAppend(int (*append)(const char *path, TLIBCSzList **list),
                                       const std::string &path, int count) {
         return ForEachFailingAllocation([&](FailingAllocation &fail) {
@@ -54,7 +54,7 @@ class FileMemory : public testing::Test {
         });
     }
 
-    // A writer that fails leaves the file and its folder as they were.
+    // A writer that fails leaves the file and its folder unchanged.
     void ExpectWriterFails(const std::string &before, const std::string &after,
                            const std::function<int(const char *path)> &call) {
         const std::string path = folder_.Write("file", before);
@@ -79,7 +79,7 @@ TEST_F(FileMemory, EnumSectionLeavesTheList) {
 }
 
 TEST_F(FileMemory, GetSectionEmptiesTheTable) {
-    // Values that a table does not keep in one block.
+    // Values that a table does not keep in its shared block.
     const std::string value(2000, 'v');
     const std::string section = "[long]\na=" + value + "\nb=" + value + "\nc=" + value;
     const std::string path = folder_.Write("file", LargeText() + section);
@@ -131,8 +131,8 @@ TEST_F(FileMemory, ReadLinesLeavesTheList) {
     EXPECT_GT(ForEachFailureToAppend(TLIBCFileReadLines, path, 4), 4);
 }
 
-// The readers are called once for each section of each file, so a small file costs them no memory
-// but that of what they hand out.
+// The readers are called once for each section of each file, so for a small file they allocate
+// memory only for their results.
 TEST_F(FileMemory, ReadersOfASmallFileNeedNone) {
     const std::string path = folder_.Write("file", "k=v\n[s]\n[t]\n[s]\na=1\n");
     char text[8];

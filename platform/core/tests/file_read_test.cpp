@@ -198,7 +198,7 @@ TEST_F(FileGetKeyValue, CutsTheValueToFit) {
     char text[8] = "preset!";
     EXPECT_SUCCESS(1, TLIBCFileGetKeyValue(path, "a", text, 4));
     EXPECT_STREQ(text, "123");
-    EXPECT_EQ(text[4], 'e');  // behind the buffer's end
+    EXPECT_EQ(text[4], 'e');  // after the end of the buffer
     EXPECT_SUCCESS(1, TLIBCFileGetKeyValue(path, "a", text, 5));
     EXPECT_STREQ(text, "1234");
     EXPECT_SUCCESS(1, TLIBCFileGetKeyValue(path, "a", text, 6));
@@ -299,7 +299,7 @@ TEST_F(FileReadLines, KeepsAByteOrderMarkAsPartOfTheFirstLine) {
                                            "a"));
 }
 
-// They report no size and give a page or so at a time.
+// These files report no size and return about a page per read.
 TEST_F(FileReadLines, ReadsTheTablesOfProcWhole) {
     StringList lines;
     const int count = TLIBCFileReadLines("/proc/self/smaps", lines.Address());

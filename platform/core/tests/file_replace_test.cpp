@@ -1,4 +1,5 @@
-// What a change does to the file as an entry of its folder, and who may make one when.
+// Tests the effect of a change on the file as a folder entry, and the permissions and locks that a
+// change needs.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -45,7 +46,7 @@ std::size_t OpenDescriptors() {
     return count;
 }
 
-// Holds the lock that writers in a folder take.
+// Holds the lock of the writers in a folder.
 class HeldLock {
   public:
     explicit HeldLock(const std::string &folder) : staging_(folder + "/.tavo-write") {
@@ -200,7 +201,7 @@ TEST_F(FileReplace, FailsWhereTheUserMayNotChangeTheFolder) {
     ASSERT_EQ(chmod(folder_.Path().c_str(), 0555), 0);
     EXPECT_EQ(AsOrdinaryUser([&] { return Change(file); }), std::make_pair(-1, kUnusableCode));
     EXPECT_EQ(ReadFile(file), kBefore);
-    // A change that changes nothing asks for no more than reading.
+    // A change that changes nothing needs only read permission.
     EXPECT_EQ(AsOrdinaryUser([&] { return Change(file, "1"); }), std::make_pair(0, kEarlierCode));
     ASSERT_EQ(chmod(folder_.Path().c_str(), 0755), 0);
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
@@ -245,7 +246,7 @@ TEST_F(FileReplace, ClearsWhatAWriterOfAnotherUserLeft) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
-// Only a writer's own names are cleared: the rest is somebody's.
+// Only the names of writers are removed; other files belong to someone.
 TEST_F(FileReplace, FailsBeforeItTouchesWhatIsNotAWriters) {
     const std::string file = folder_.Write("file", kBefore);
     Folder(".tavo-write");

@@ -1,4 +1,5 @@
-// What the tests of the configuration files share: lists and tables as values, and the error state.
+// Common parts of the tests of configuration files: lists and tables as values, and the error
+// state.
 #ifndef TAVO_PLATFORM_CORE_TESTS_FILE_SUPPORT_H
 #define TAVO_PLATFORM_CORE_TESTS_FILE_SUPPORT_H
 
@@ -71,22 +72,22 @@ class Table {
     TLIBCSzHash *table_ = TLIBCSzHashAlloc(1);
 };
 
-// The error codes of the contract.
+// The documented error codes.
 constexpr unsigned int kOutOfMemoryCode = 0x200;
 constexpr unsigned int kMissingCode = 0x700;
 constexpr unsigned int kUnusableCode = 0x900;
 constexpr unsigned int kBadParameterCode = 0xD00;
 constexpr unsigned int kRenameCode = 0x2800;
 
-// An error recorded earlier, which a success must leave.
+// An error recorded earlier, which must be unchanged after a success.
 constexpr unsigned int kEarlierCode = 0xABCD;
 
 inline void SetEarlierError() {
     TLIBCErrSetEx(kEarlierCode, "earlier.cpp", 7);
 }
 
-// Runs `call` and tells its result with the error that it left; kEarlierCode stands for none. One
-// that names no place in the source comes out as 1.
+// Runs `call` and returns its result and the error it set; kEarlierCode if it set none, 1 if the
+// error has no source file and line.
 template <typename Call>
 std::pair<int, unsigned int> ResultAndError(Call call) {
     SetEarlierError();
@@ -105,7 +106,7 @@ std::pair<int, unsigned int> ResultAndError(Call call) {
     EXPECT_EQ(::tavo::test::ResultAndError([&] { return call; }), \
               std::make_pair(-1, static_cast<unsigned int>(code)))
 
-// The keys of a section, read with the library itself.
+// The keys of a section, read with the library under test.
 inline Keys SectionOf(const std::string &path, const std::string &section) {
     Table table;
     TLIBCFileGetSection(path.c_str(), section.c_str(), table.Address());

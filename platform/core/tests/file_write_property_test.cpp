@@ -1,5 +1,5 @@
-// Random files, random changes, and a slow, obviously right reader that judges the result: the
-// section holds what was asked for, and every byte that is not the section's is where it was.
+// Random files and random changes, checked with a slow and simple reader: the section has the
+// requested contents, and every byte outside the section is unchanged.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,7 +55,7 @@ Line ReadLine(const std::string &bytes) {
             Unquoted(Trimmed(text.substr(equals + 1)))};
 }
 
-// What stands before the first header (it has no name), or a header with the lines behind it.
+// The lines before the first header (without a name), or a header and the lines after it.
 struct Block {
     bool is_section = false;
     std::string name;
@@ -110,7 +110,7 @@ KeyMap KeysOf(const std::vector<Block> &blocks, const std::string &section) {
     return keys;
 }
 
-// Every byte that is not the section's, block by block.
+// All bytes outside the section, block by block.
 Strings BlocksBeside(const std::vector<Block> &blocks, const std::string &section) {
     Strings beside;
     for (const Block &block : blocks) {
@@ -121,7 +121,7 @@ Strings BlocksBeside(const std::vector<Block> &blocks, const std::string &sectio
     return beside;
 }
 
-// The section's own lines that are no keys.
+// The lines of the section that are not keys.
 Strings OtherLinesOf(const std::vector<Block> &blocks, const std::string &section) {
     Strings others;
     for (const Block &block : blocks) {
@@ -190,7 +190,7 @@ Keys RandomKeys(Dice &dice) {
     for (std::size_t count = dice.Below(5); count > 0; --count) {
         const std::string &key = dice.Of(kKeyNames);
         const std::string &value = dice.Of(kValues);
-        // "[k=x]" would open a section.
+        // "[k=x]" would be read as a section header.
         keys[key] = key == "[k" && value == "x]" ? "x" : value;
     }
     return {keys.begin(), keys.end()};
@@ -202,7 +202,7 @@ class FileWriteProperty : public testing::Test {
   protected:
     static constexpr unsigned int kRuns = 3000;
 
-    // Flushing costs nothing in a file system in memory.
+    // Flushing costs nothing in a memory file system.
     static void SetUpTestSuite() {
         if (access("/dev/shm", W_OK) == 0) {
             setenv("TMPDIR", "/dev/shm", 1);
@@ -228,7 +228,7 @@ class FileWriteProperty : public testing::Test {
         return status.st_ino;
     }
 
-    // Calls `write` and compares with `wanted`, the section's keys as they are to be read.
+    // Calls `write` and compares the keys of the section, as read, with `wanted`.
     template <typename Write>
     void ExpectWritten(const std::string &before, const std::string &section, const KeyMap &wanted,
                        Write write) {
@@ -247,7 +247,7 @@ class FileWriteProperty : public testing::Test {
         }
     }
 
-    // A last line may gain the line end that it lacked.
+    // If the last line had no line end, it may get one.
     static void ExpectSameOtherLines(const std::vector<Block> &new_blocks,
                                      const std::vector<Block> &old_blocks,
                                      const std::string &section) {
@@ -272,7 +272,7 @@ KeyMap AsRead(const Keys &keys) {
     return read;
 }
 
-// What a key is read as after it was set: the line that was there may say the same already.
+// The value that is read for a key after it was set: an existing line with the same value is kept.
 KeyMap AsReadOver(const Keys &keys, const KeyMap &old) {
     KeyMap read = AsRead(keys);
     for (const auto &[key, value] : keys) {
@@ -345,8 +345,8 @@ TEST_F(FileWriteProperty, SetSectionValueChangesOneKey) {
 
 TEST_F(FileWriteProperty, RemoveSectionLeavesOnlyWhatMayLeadTheNextSection) {
     ForRandomFiles([&](Dice &, const std::string &before, const std::string &section) {
-        // Before a block's tail goes to the block in front of it, it is what follows the last line
-        // that means something, without the blank lines at its start.
+        // The rest of a block, which moves to the block before it, is the text after the last
+        // significant line, without leading blank lines.
         std::string expected = before.starts_with("\xEF\xBB\xBF") ? "\xEF\xBB\xBF" : "";
         for (const Block &block : ReadBlocks(before)) {
             std::string kept;
@@ -362,7 +362,7 @@ TEST_F(FileWriteProperty, RemoveSectionLeavesOnlyWhatMayLeadTheNextSection) {
     });
 }
 
-// A value that is read with quotes needs another pair to be read so again.
+// A value that is read with quotes must be written with another pair of quotes.
 Keys HandedBack(Keys keys) {
     for (auto &[key, value] : keys) {
         value = Unquoted(value) == value ? value : '"' + value + '"';

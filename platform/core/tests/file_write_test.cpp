@@ -11,7 +11,7 @@ using testing::ElementsAre;
 using testing::Pair;
 using namespace std::string_literals;
 
-// Each case writes `before`, makes one call that succeeds and expects `after`, to the byte.
+// Each case writes `before`, makes one successful call and expects exactly `after`.
 class FileWrite : public testing::Test {
   protected:
     using Call = std::function<int(const char *path)>;
@@ -50,7 +50,7 @@ class FileWrite : public testing::Test {
         });
     }
 
-    // The call fails with `code`, and the file is as it was.
+    // The call fails with `code`, and the file is unchanged.
     void Refuses(unsigned int code, const std::string &before, const Call &call) {
         const std::string path = folder_.Write("file", before);
         EXPECT_FAILURE(code, call(path.c_str()));
@@ -91,7 +91,7 @@ TEST_F(FileSetSectionValue, KeepsTheSpellingOfALineThatHasTheVeryText) {
     EXPECT_EQ(SetValue("[s]\nk = 1\n", "s", "k", "\"1\""), "[s]\nk=\"1\"\n");
     EXPECT_EQ(SetValue("[s]\nk = \n", "s", "k", ""), "[s]\nk = \n");
     EXPECT_EQ(SetValue("[s]\nk=1\n", "s", "k", " 1 "), "[s]\nk=1\n");
-    // Taken for a new value, the carriage return would be one more each time.
+    // If this counted as a new value, every call would add a carriage return.
     EXPECT_EQ(SetValue("[s]\nk=1\r\n", "s", "k", "1\r"), "[s]\nk=1\r\n");
 }
 
@@ -207,7 +207,7 @@ TEST_F(FileSetSection, WritesAValueInQuotesOverALineThatIsOnlyReadLikeIt) {
     EXPECT_EQ(Set("[s]\nk =\"\"1\"\"\n", "s", {{"k", "\"\"1\"\""}}), "[s]\nk =\"\"1\"\"\n");
 }
 
-// Without the quotes the line would open a section.
+// Without the quotes the line would be read as a section header.
 TEST_F(FileSetSection, IsNotStoppedByAKeptLineThatItCouldNotWrite) {
     const std::string text = "[s]\n[a=\"b]\"\nk=1\n";
     const Table read(SectionOf(folder_.Write("file", text), "s"));

@@ -1,4 +1,4 @@
-// The lock of a folder's writers, taken by a caller, and everything that may be in its place.
+// The lock of a folder's writers, taken by a caller, and the entries that may be in its place.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -44,8 +44,9 @@ int Change(const std::string &path) {
 
 class FolderLockTest : public testing::Test {
   protected:
-    // Runs `change` in a thread while the lock of the folder is held, and `meanwhile` once it has
-    // tried to take the lock, and after a moment in which it must not end. Its result.
+    // Runs `change` in a thread while the lock of the folder is held. Calls `meanwhile` after
+    // `change` has tried to take the lock and has not ended for a moment. Returns the result of
+    // `change`.
     template <typename Work, typename Meanwhile>
     int Blocked(Work change, Meanwhile meanwhile) const {
         std::atomic<int> result{-2};
@@ -59,7 +60,7 @@ class FolderLockTest : public testing::Test {
         return result;
     }
 
-    // A folder beside the one that is locked, with the file in it.
+    // A second folder next to the locked one, with the same file.
     std::string Replacement() {
         std::filesystem::create_directory(parent_ / "copy");
         parent_.Write("copy/file", kBefore);
@@ -125,7 +126,7 @@ TEST_F(FolderLockTest, NeedsAFolder) {
     TLIBCFolderLockRelease(nullptr);
 }
 
-// Whoever may read the folder can lock the folder itself.
+// Any user who may read the folder can lock the folder itself.
 TEST_F(FolderLockTest, IsNotBlockedByAUserWithoutRights) {
     const int fd = open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
@@ -152,7 +153,7 @@ TEST_F(FolderLockTest, IsNotTakenByAUserWithoutRights) {
               -1);
 }
 
-// What only reads waits for no lock that it could never have.
+// A call that only reads does not wait for a lock that it cannot get.
 TEST_F(FolderLockTest, IsNotNeededForAChangeThatChangesNothing) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root becomes another user";

@@ -1,6 +1,6 @@
-// The library loaded by a program that runs already, as a plugin loads it. Thread-local data of
-// such a library can come from memory that is allocated when a thread first uses it, and the
-// dynamic linker ends the process when there is none.
+// The library is loaded by a running program, as a plugin would load it. Thread-local data of such
+// a library may be allocated when a thread first uses it, and the dynamic linker ends the process
+// if that fails.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -28,8 +28,8 @@ class LoadedLate : public testing::Test {
 
 #define FIND(function) reinterpret_cast<decltype(&(function))>(dlsym(library_, #function))
 
-// The exit status of a process in which a new thread makes the call with every allocation failing:
-// 0 when the call gave true.
+// The exit status of a process in which a new thread makes the call while every allocation fails: 0
+// if the call returned true.
 template <typename Call>
 int StatusInNewThread(Call call) {
     return StatusInChild([&] {
@@ -70,7 +70,7 @@ TEST_F(LoadedLate, HoldsNoFileInAThreadWithoutMemory) {
               0);
 }
 
-// Room for thread-local data of libraries that are loaded late is scarce.
+// The space for thread-local data of libraries that are loaded late is limited.
 TEST_F(LoadedLate, CanBeLoadedBesideTheLibraryThatUsesIt) {
     void *service_conf = dlopen(TAVO_SERVICE_CONF_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     EXPECT_NE(service_conf, nullptr) << dlerror();

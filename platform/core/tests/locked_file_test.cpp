@@ -1,4 +1,4 @@
-// The lock itself, whose bounded wait no test could sit out through the public functions.
+// Tests the lock itself: its time limit is too long to wait for through the public functions.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>

@@ -1,4 +1,4 @@
-// Runs a call as a user whom file permissions bind, which they do not bind root.
+// Runs a call as a user who is subject to file permissions, unlike root.
 #ifndef TAVO_PLATFORM_CORE_TESTS_ORDINARY_USER_H
 #define TAVO_PLATFORM_CORE_TESTS_ORDINARY_USER_H
 
@@ -15,7 +15,7 @@ namespace tavo::test {
 
 constexpr uid_t kOrdinaryUser = 65534;
 
-// The result and error (as of ResultAndError) of `call`, made in a child process that is not root.
+// The result and error (see ResultAndError) of `call` in a child process that is not root.
 template <typename Call>
 std::pair<int, unsigned int> AsOrdinaryUser(Call call) {
     using Answer = std::pair<int, unsigned int>;

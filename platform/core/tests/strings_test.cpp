@@ -17,7 +17,7 @@ using namespace tavo::test;
 
 using TextPtr = std::unique_ptr<char, With<TLIBCStrPut>>;
 
-// A text of 2 GiB: the same few pages mapped over and over, a terminator behind them.
+// A text of 2 GiB: the same few pages mapped repeatedly, with a terminator at the end.
 class HugeText {
   public:
     HugeText() {
@@ -39,7 +39,7 @@ class HugeText {
     HugeText(const HugeText &) = delete;
     HugeText &operator=(const HugeText &) = delete;
 
-    // The last `length` bytes of it.
+    // The last `length` bytes.
     const char *Last(std::size_t length) const { return begin_ + kSize - length; }
 
     static constexpr std::size_t kSize = std::size_t{1} << 31;
@@ -66,7 +66,6 @@ struct Split {
 };
 
 // ---- TLIBCStrTok
-// ----------------------------------------------------------------------------------
 
 TEST(StrTok, GivesTheNonEmptyPieces) {
     const Split cases[] = {
@@ -107,7 +106,6 @@ TEST(StrTok, SplitsATextOfTheListItself) {
 }
 
 // ---- TLIBCStrSep
-// ----------------------------------------------------------------------------------
 
 TEST(StrSep, GivesEveryPiece) {
     const Split cases[] = {
@@ -135,7 +133,7 @@ TEST(StrSep, AppendsAndCountsItsOwn) {
     EXPECT_THAT(Contents(list), ElementsAre("before", "a", ""));
 }
 
-// What the two splitters have in common.
+// Common behaviour of the two splitters.
 class Splitter : public testing::TestWithParam<decltype(&TLIBCStrTok)> {};
 
 INSTANTIATE_TEST_SUITE_P(Str, Splitter, testing::Values(TLIBCStrTok, TLIBCStrSep),
@@ -175,7 +173,6 @@ TEST_P(Splitter, TakesBackWhatItPushedWhenMemoryRunsOut) {
 }
 
 // ---- TLIBCStrTokIndex
-// -----------------------------------------------------------------------------
 
 TEST(StrTokIndex, CopiesTheNonEmptyPieceOfThatNumber) {
     char buffer[8] = "unset";
@@ -225,7 +222,6 @@ TEST(StrTokIndex, RefusesBadArguments) {
 }
 
 // ---- TLIBCStrTrimSpace
-// ----------------------------------------------------------------------------
 
 TEST(StrTrimSpace, TakesBlanksOffBothEnds) {
     const char *const cases[][2] = {
@@ -253,7 +249,6 @@ TEST(StrTrimSpace, RefusesNull) {
 }
 
 // ---- TLIBCStrCaseLower
-// ----------------------------------------------------------------------------
 
 TEST(StrCaseLower, LowersAsciiLettersOnly) {
     std::string all;
@@ -310,9 +305,8 @@ TEST(StrCaseLower, RefusesATextBeyondAnyBuffer) {
 }
 
 // ---- TLIBCStrCat
-// ----------------------------------------------------------------------------------
 
-// A buffer as TLIBCStrCat keeps it.
+// A buffer as used by TLIBCStrCat.
 struct Growing {
     explicit Growing(const char *start = nullptr, int room = 0) : size(room) {
         if (start != nullptr) {
@@ -425,7 +419,6 @@ TEST(StrCat, LeavesBothAsTheyWereWhenMemoryRunsOut) {
 }
 
 // ---- TLIBCStrGet, TLIBCStrPut
-// ---------------------------------------------------------------------
 
 TEST(StrGet, FormatsAsPrintfDoes) {
     const TextPtr text(TLIBCStrGet("%s:%d %04X %5.1f%%", "a.cpp", -7, 0xD00u, 2.25));

@@ -118,11 +118,11 @@ TEST(SzHashSetValue, RefusesNull) {
     EXPECT_THAT(Contents(hash), ElementsAre(Pair("a", "1")));
 }
 
-// A value of more than a table needs for its own.
+// A value that is too long for a table's shared block.
 const std::string kLongValue(2000, 'v');
 
 TEST(SzHashSetValue, LeavesTheTableAsItWasWhenANewKeyFindsNoMemory) {
-    // Eight keys fill the entries, and are the most that go without an index.
+    // Eight keys fill the entries, and are the maximum without an index.
     const Pairs before = Numbered(8);
     Pairs after = before;
     after.emplace_back("new", kLongValue);
@@ -241,7 +241,7 @@ TEST(SzHashFree, AcceptsNull) {
     TLIBCSzHashFree(nullptr);
 }
 
-// A table beside a vector of pairs, which tells the order, and a map, which tells the values.
+// Compares a table with a vector of pairs, which has the order, and a map, which has the values.
 class TableAndMap {
   public:
     explicit TableAndMap(std::mt19937 &random) : random_(random) {}

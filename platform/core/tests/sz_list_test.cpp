@@ -178,7 +178,7 @@ TEST(SzListFree, AcceptsNull) {
     TLIBCSzListFree(nullptr);
 }
 
-// What Dump writes to a stream in memory.
+// The output of Dump, written to a memory stream.
 std::string Dumped(const TLIBCSzList *list) {
     char *text = nullptr;
     std::size_t size = 0;
@@ -199,7 +199,7 @@ TEST(SzListDump, WritesNothingWithoutListOrStream) {
     TLIBCISzListDump(ListOf({"a"}).get(), nullptr);
 }
 
-// A list beside a vector of strings: whatever is done to both, they say the same.
+// Applies the same operations to a list and to a vector of strings and compares them.
 class ListAndVector {
   public:
     explicit ListAndVector(std::mt19937 &random) : random_(random) {}
@@ -227,7 +227,7 @@ class ListAndVector {
         ASSERT_EQ(TLIBCSzListPush(&handle, text.c_str()), static_cast<int>(vector_.size()));
     }
 
-    // Mostly within the list, at times just outside.
+    // The index is usually in the list, sometimes just outside.
     void Remove() {
         const int size = static_cast<int>(vector_.size());
         const int index = Below(random_, size + 2) - 1;

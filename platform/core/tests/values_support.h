@@ -1,4 +1,4 @@
-// Owners, views and checks for the tests of the values: lists, tables, strings, the error state.
+// Owners, conversions and checks for the tests of lists, tables, strings and the error state.
 #ifndef TAVO_PLATFORM_CORE_TESTS_VALUES_SUPPORT_H
 #define TAVO_PLATFORM_CORE_TESTS_VALUES_SUPPORT_H
 
@@ -17,7 +17,7 @@
 
 namespace tavo::test {
 
-// For unique_ptr: releases with Function.
+// A deleter for unique_ptr that calls Function.
 template <auto Function>
 struct With {
     template <typename T>
@@ -75,14 +75,14 @@ inline std::string RecordedError() {
     return code + std::string(TLIBCErrorGetFile()) + (TLIBCErrorGetLine() > 0 ? "" : " no line");
 }
 
-// What `call` gives, with the error state cleared before.
+// The result of `call`, with the error state cleared before.
 template <typename Call>
 auto AfterClearing(Call call) {
     TLIBCErrSetEx(0, nullptr, 0);
     return call();
 }
 
-// Checks that `call` gives `result` and records `error`, which is "" for an answer that is none.
+// Checks that `call` returns `result` and records `error`, which is "" if no error is expected.
 #define EXPECT_RESULT(call, result, error)                                      \
     do {                                                                        \
         EXPECT_EQ(::tavo::test::AfterClearing([&] { return (call); }), result); \
@@ -97,7 +97,7 @@ bool AllocatesMoreThan(int count, Call call) {
     return next.Hit();
 }
 
-// A random source whose printed seed, given back as TAVO_TEST_SEED, repeats a run.
+// A random generator that prints its seed; setting TAVO_TEST_SEED to it repeats a run.
 inline std::mt19937 SeededRandom() {
     const char *wanted = std::getenv("TAVO_TEST_SEED");
     const unsigned long seed =
