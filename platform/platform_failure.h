@@ -1,4 +1,5 @@
-// How the platform libraries above the core fail: record an error code with this place, give -1.
+// Reporting of failures in the platform libraries other than the core: record an error code with
+// the source file and line, return -1.
 #ifndef TAVO_PLATFORM_PLATFORM_FAILURE_H
 #define TAVO_PLATFORM_PLATFORM_FAILURE_H
 
@@ -13,7 +14,7 @@ inline int Fail(unsigned int code, const char *file, int line) {
 
 }  // namespace tavo
 
-// Lets a step fail in one line: return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
+// Reports a failure in one line: return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
 #define TAVO_PLATFORM_FAIL(code) ::tavo::Fail((code), __FILE_NAME__, __LINE__)
 
 #endif

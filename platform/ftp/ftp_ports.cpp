@@ -1,8 +1,8 @@
-// The ports of the FTP server, as the settings of the appliance say: one control port, and a range
-// of ports from which the server takes one for each transfer (passive mode).
+// The ports of the FTP server according to the settings of the appliance: one control port, and a
+// range of ports from which the server takes one for each transfer (passive mode).
 //
-// A setting that is absent or empty has its factory value, as for every other reader of that file.
-// Each setting is read by itself; nothing is kept.
+// A missing or empty setting has its factory default, as for every other reader of that file. Each
+// setting is read separately; nothing is cached.
 #include "tavoftp.h"
 
 #include <algorithm>
@@ -27,15 +27,16 @@ constexpr PortSetting kHighPort = {"ftphighport", 50031};
 
 constexpr int kHighestPort = 65535;
 
-// Room for a port with some leading zeros. A value that fills it may have been cut, and is no port.
+// The size of a port with some leading zeros. A value that fills the buffer may be truncated and is
+// invalid.
 constexpr int kValueSize = 32;
 
-// Room for two numbers of any size, a dash and the terminator.
+// The size of two numbers, a dash and the terminator.
 constexpr int kPortsSize = 24;
 
 using OwnedList = std::unique_ptr<TLIBCSzList, tavo::FreeWith<TLIBCSzListFree>>;
 
-// The port that `text` is in decimal digits; -1 when it is none.
+// Parses a port of decimal digits; -1 if `text` is not a port.
 int ParsePort(std::string_view text) {
     unsigned int port = 0;
     const char *end = text.data() + text.size();
@@ -57,7 +58,7 @@ int ReadPort(const PortSetting &setting) {
     return port < 0 ? TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER) : port;
 }
 
-// Pushes the range as the firewall writes it; one port stands alone.
+// Pushes the range in the notation of the firewall; a range of one port is written as that port.
 int PushPorts(const OwnedList &list, int low, int high) {
     char ports[kPortsSize];
     if (low == high) {

@@ -1,4 +1,4 @@
-// The ports that were found, and which of them are wanted.
+// The set of ports that were found, and the range of ports that are wanted.
 #ifndef TAVO_PLATFORM_NET_PORT_SET_H
 #define TAVO_PLATFORM_NET_PORT_SET_H
 
@@ -7,8 +7,8 @@
 
 namespace tavo {
 
-// One bit for each port there is: however many sockets share a port it counts once, the ports come
-// out in order, and no memory is taken that could run out.
+// One bit for each port: a port shared by several sockets counts once, the ports are sorted, and no
+// memory is allocated that could run out.
 using PortSet = std::bitset<UINT16_MAX + 1>;
 
 // The ports from `first` to `last`, both included.

@@ -1,10 +1,9 @@
-// One request for each address family, answered by a dump: datagrams of messages, one message for
+// One request for each address family, answered with a dump: datagrams of messages, one message for
 // each socket, the last of them NLMSG_DONE (netlink(7)).
 //
-// The kernel is asked to leave out itself what is not wanted, sockets in TIME_WAIT and ports
-// outside the range: a question after one port then costs little however many sockets there are.
-// Whatever is not a whole dump, the caller has another source; so no kind of failure is told from
-// another here.
+// The kernel filters out sockets in TIME_WAIT and ports outside the range, so that a query for one
+// port is cheap however many sockets there are. If the dump is incomplete for any reason, the
+// caller uses another source, so failures are not distinguished here.
 #include "socket_diagnostics.h"
 
 #include <arpa/inet.h>
@@ -28,24 +27,23 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// The kernel makes the datagrams of a dump as large as the buffers that they are read with, up to
-// this size.
+// The kernel makes the datagrams of a dump as large as the read buffer, up to this size.
 constexpr std::size_t kLargestDatagram = 32768;
 
-// The kernel has its answer ready when the request returns, so this is waited out only where
-// something is very wrong.
+// The kernel has its answer ready when the request returns, so this limit is reached only in case
+// of a serious fault.
 constexpr std::chrono::seconds kPatience(2);
 
-// How often a dump that the kernel says was disturbed is asked for anew.
+// The number of attempts for dumps that the kernel reports as inconsistent.
 constexpr int kTries = 3;
 
-// Every state but one. It covers those without a name in netinet/tcp.h: requests of listeners (12)
-// and, told by newer kernels, TCP sockets that are bound and nothing more (13).
+// Every state but one. This includes the states without a name in netinet/tcp.h: pending requests
+// of listeners (12) and, in newer kernels, TCP sockets that are bound but not used (13).
 constexpr std::uint32_t kStates = ~(std::uint32_t{1} << TCP_TIME_WAIT);
 
-// A program for the kernel, run on each socket: a test is an operation with what it is compared to
-// in the `no` of the next one. `yes` and `no` say how many bytes on the run continues; just at the
-// end of the program is a match, beyond it is none.
+// A program that the kernel runs on each socket: a test is an operation whose operand is the `no`
+// of the next operation. `yes` and `no` are the number of bytes to advance; the exact end of the
+// program means a match, any position after it means no match.
 struct PortFilter {
     explicit PortFilter(PortRange range)
         : attribute{sizeof(PortFilter), INET_DIAG_REQ_BYTECODE},
@@ -77,16 +75,17 @@ struct Request {
 };
 static_assert(sizeof(Request) == sizeof(nlmsghdr) + sizeof(inet_diag_req_v2) + sizeof(PortFilter));
 
-// A dump on its way in.
+// A dump that is being received.
 struct Dump {
     PortSet &ports;
     std::uint32_t sequence;
-    bool disturbed = false;  // sockets may have been passed over
+    bool disturbed = false;  // sockets may be missing
 };
 
 enum class Progress { kGoesOn, kComplete, kFailed };
 
-// Reads a value from the front of `bytes`, which need not be aligned; false when they are too few.
+// Reads a value from the start of `bytes`, which need not be aligned. Returns false if there are
+// too few bytes.
 template <typename Value>
 bool Peek(std::string_view bytes, Value &value) {
     if (bytes.size() < sizeof(value)) {
@@ -105,8 +104,8 @@ Progress TakeSocket(Dump &dump, std::string_view body) {
     return Progress::kGoesOn;
 }
 
-// A dump that breaks off ends like any other, but with an error number below 0: that is how the
-// kernel says that it has no diagnostics for a protocol.
+// An aborted dump ends like any other, but with a negative error number: this is how the kernel
+// reports that it has no diagnostics for a protocol.
 Progress TakeEnd(std::string_view body) {
     int result = 0;
     return Peek(body, result) && result < 0 ? Progress::kFailed : Progress::kComplete;
@@ -146,8 +145,8 @@ Progress TakeDatagram(Dump &dump, std::string_view rest) {
     return Progress::kGoesOn;
 }
 
-// The size of the next datagram, also where it is larger than the buffer. A signal makes the
-// socket's own time limit start again, so a caller with a fast timer needs one above it.
+// Returns the size of the next datagram even if it is larger than the buffer. A signal restarts the
+// socket's own time limit, so a caller with a fast timer needs this one.
 ssize_t Receive(int netlink, char *buffer, std::size_t size) {
     const steady_clock::time_point deadline = steady_clock::now() + kPatience;
     for (;;) {

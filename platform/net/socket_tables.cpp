@@ -3,8 +3,8 @@
 //    sl  local_address rem_address   st tx_queue rx_queue ...
 //     0: 00000000:0016 00000000:0000 0A 00000000:00000000 ...
 //
-// The addresses are 8 hexadecimal digits for IPv4 and 32 for IPv6. The kernel hands out a page at a
-// time, so the table is read in pieces and never held as a whole, whatever its size.
+// The addresses have 8 hexadecimal digits for IPv4 and 32 for IPv6. The kernel returns one page at
+// a time, so the table is read in pieces and never stored completely, whatever its size.
 #include "socket_tables.h"
 
 #include <fcntl.h>
@@ -21,7 +21,7 @@ namespace {
 
 constexpr char kBlanks[] = " \t";
 
-// Takes the first word off the line; empty when there is none left.
+// Removes the first word from the line; empty if there is none.
 std::string_view TakeWord(std::string_view &line) {
     line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
     const std::string_view word = line.substr(0, line.find_first_of(kBlanks));
@@ -59,19 +59,19 @@ void MarkLine(std::string_view line, PortSet &ports) {
     }
 }
 
-// Puts the pieces of a table together to lines. A line that does not fit the buffer is none of the
-// kernel's and is passed over.
+// Assembles the lines of a table. The kernel writes no line that is longer than the buffer; such a
+// line is ignored.
 class LineReader {
   public:
     explicit LineReader(PortSet &ports) : ports_(ports) {}
 
-    // Reads the table to its end; false when it cannot.
+    // Reads the table to its end. Returns false on failure.
     bool ReadAll(int table) {
         for (;;) {
             const ssize_t got = Uninterrupted(
                 [&] { return read(table, buffer_ + used_, sizeof(buffer_) - used_); });
             if (got <= 0) {
-                TakeLine({buffer_, used_});  // the last one, where no newline ends it
+                TakeLine({buffer_, used_});  // the last line, if it has no newline
                 return got == 0;
             }
             used_ += static_cast<std::size_t>(got);
@@ -80,7 +80,7 @@ class LineReader {
     }
 
   private:
-    // Takes the lines that are whole and moves the rest to the front.
+    // Processes the complete lines and moves the rest to the start of the buffer.
     void TakeLines() {
         std::string_view rest(buffer_, used_);
         for (std::size_t end; (end = rest.find('\n')) != std::string_view::npos;) {

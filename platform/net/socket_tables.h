@@ -1,4 +1,4 @@
-// The sockets of this network namespace, as the tables in /proc/net tell them (proc(5)).
+// The sockets of this network namespace according to the tables in /proc/net (proc(5)).
 #ifndef TAVO_PLATFORM_NET_SOCKET_TABLES_H
 #define TAVO_PLATFORM_NET_SOCKET_TABLES_H
 
@@ -16,7 +16,7 @@ struct SocketTables {
 };
 
 // Marks in `ports` every local port of the tables that a socket holds in any state but TIME_WAIT. A
-// host without IPv6 lacks one of them; false when both are absent or one that is there cannot be
+// host without IPv6 lacks one table. Returns false if both are missing or an existing one cannot be
 // read to its end. Sets no error.
 bool ReadSocketTables(const SocketTables &tables, PortSet &ports);
 
@@ -25,7 +25,8 @@ struct SocketEntry {
     unsigned int state;
 };
 
-// The local port and state in a line of a table; none for the header and what else is no socket.
+// The local port and state in a line of a table; none for the header and any other line that is not
+// a socket.
 std::optional<SocketEntry> ParseSocketLine(std::string_view line);
 
 }  // namespace tavo

@@ -1,6 +1,6 @@
-// The ports that are in use, from the kernel's socket diagnostics or, where those are refused (a
-// sandbox without netlink, a kernel without the module), from the tables in /proc/net. Diagnostics
-// come first: they cost a fraction of what writing and reading the tables does.
+// The ports in use, from the kernel's socket diagnostics or, if those are refused (a sandbox
+// without netlink, a kernel without the module), from the tables in /proc/net. Diagnostics are
+// tried first: they cost much less than writing and reading the tables.
 #include <netinet/in.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ struct Protocol {
 constexpr Protocol kTcp = {IPPROTO_TCP, {kTcpTable, kTcp6Table}};
 constexpr Protocol kUdp = {IPPROTO_UDP, {kUdpTable, kUdp6Table}};
 
-// Nothing of a dump that broke off is kept: an answer comes from one source.
+// The ports of an incomplete dump are dropped: a result has only one source.
 bool FindPorts(const Protocol &protocol, PortRange range, PortSet &ports) {
     if (AskForSockets(protocol.number, range, ports)) {
         return true;
@@ -33,7 +33,7 @@ bool FindPorts(const Protocol &protocol, PortRange range, PortSet &ports) {
     return ReadSocketTables(protocol.tables, ports);
 }
 
-// Stores up to `room` of the marked ports of the range; how many.
+// Stores up to `room` of the marked ports of the range. Returns their number.
 int Store(const PortSet &ports, PortRange range, int *slots, int room) {
     int count = 0;
     for (unsigned int port = range.first; port <= range.last && count < room; ++port) {
@@ -51,7 +51,7 @@ int TAVONetGetPortUsedInRange(int *pSlots, int *pnCount, int nLow, int nHigh, in
     if (pSlots == nullptr || pnCount == nullptr || nLow > nHigh) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
-    // A socket whose port is 0 has none.
+    // A socket with port 0 is not bound.
     const int first = std::max(nLow, 1);
     const int last = std::min<int>(nHigh, UINT16_MAX);
     if (first > last) {

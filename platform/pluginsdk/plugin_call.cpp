@@ -1,4 +1,4 @@
-// A call of plugins: what is gathered for it, and the text that the plugins read.
+// A call of plugins: its arguments, and the input text of the plugins.
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -13,16 +13,16 @@
 
 namespace {
 
-// The system's plugins hear of a change before those of packages.
+// The plugins of the system run before those of packages.
 constexpr const char *kPluginFolders[] = {"/usr/tavo/lib/plugins", "/usr/local/lib/plugins"};
 
-// A hint: the texts of two files, and who is to act.
+// A hint: the texts of two files, and the addressee.
 constexpr int kUsualArguments = 4;
 
 using OwnedText = tavo::MallocPtr<char>;
 using OwnedTable = std::unique_ptr<TLIBCSzHash, tavo::FreeWith<TLIBCSzHashFree>>;
 
-// A name with a slash in it would lead out of the folders.
+// A name with a slash would lead out of the folders.
 bool IsGroup(const char *group) {
     const std::string_view name(group);
     return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".." &&

@@ -1,6 +1,6 @@
-// A folder of plugins is listed first and run then, so a plugin that installs another one does not
-// have it run in the same call. Whether an entry is a plugin is asked when its turn comes: a plugin
-// may have removed the next.
+// A folder of plugins is listed first and then run, so that a plugin installed by another one does
+// not run in the same call. Whether an entry is a plugin is checked only when it is run, because an
+// earlier plugin may have removed it.
 #include "plugin_folder.h"
 
 #include <dirent.h>
@@ -19,13 +19,13 @@
 namespace tavo {
 namespace {
 
-// How long a plugin may take. The caller waits, and so does whoever installs a package.
+// The time limit of a plugin. The caller waits, and so does the user who installs a package.
 constexpr int kSecondsOfAPlugin = 60;
 
-// Room for a root, a group and a name, with slashes between.
+// The size of a root, a group and a name, with slashes between them.
 constexpr std::size_t kPathSize = 64 + 2 * (NAME_MAX + 1);
 
-// The entries of a folder, in the order of their names' bytes whatever the locale.
+// The entries of a folder, sorted by the bytes of their names in every locale.
 class Entries {
   public:
     Entries() = default;
@@ -38,7 +38,7 @@ class Entries {
     Entries(const Entries &) = delete;
     Entries &operator=(const Entries &) = delete;
 
-    // False with an errno.
+    // Returns false with errno set.
     bool List(const char *folder) {
         count_ = scandir(folder, &entries_, nullptr, [](const dirent **a, const dirent **b) {
             return std::strcmp((*a)->d_name, (*b)->d_name);

@@ -8,7 +8,7 @@
 
 namespace tavo {
 
-// The caller of an action, who may want to know what each plugin ended with.
+// The caller of an action, who may want the exit status of each plugin.
 struct PluginReport {
     TLIBPluginReport function;
     void *context;
@@ -20,9 +20,9 @@ struct PluginReport {
     }
 };
 
-// Runs every plugin of ROOT/GROUP for `action`, with `input` as its standard input. 0, also without
-// such a folder; -1 with the error set when anything fails, all others having run. `group` is a
-// file name.
+// Runs every plugin of ROOT/GROUP for `action`, with `input` as its standard input. `group` is a
+// file name. Returns 0, also if the folder does not exist; -1 with the error set if anything fails,
+// after all other plugins have run.
 int RunPluginsOf(const char *root, const char *group, const char *action, std::string_view input,
                  const PluginReport &report);
 

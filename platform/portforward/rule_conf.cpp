@@ -1,5 +1,5 @@
-// Where the port-forwarding rules stand. The path is asked for at run time, since it is the router
-// tool's file and not the callers'.
+// The path of the port-forwarding rules. It is queried at run time because the file belongs to the
+// router tool.
 #include "tavopf.h"
 
 const char *TAVOPFRuleConfPathGet(void) {

@@ -1,11 +1,11 @@
-// What a unit of the service manager says about its firewall service, in a section of its own that
-// systemd passes over:
+// The firewall service of a unit of the service manager. It is named in a separate section of the
+// unit, which systemd ignores:
 //
 //    [X-TavoFirewall]
 //    Sections=ldap,ldaps
 //
-// Units are found as systemd finds them: one of the administrator's hides the system's of the same
-// name, whatever it says, and a link to /dev/null there is how a service is switched off.
+// Units are found as systemd finds them: a unit of the administrator hides the system's unit of the
+// same name, whatever its contents; a link to /dev/null there disables the service.
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -22,20 +22,20 @@ constexpr const char *kUnitFolders[] = {"/etc/systemd/system", "/usr/lib/systemd
 constexpr char kSection[] = "X-TavoFirewall";
 constexpr char kKey[] = "Sections";
 
-// Room for the path of a unit, whose name is at most NAME_MAX bytes long.
+// The size of the path of a unit, whose name has at most NAME_MAX bytes.
 constexpr std::size_t kPathSize = 512;
 
 using OwnedTable = std::unique_ptr<TLIBCSzHash, tavo::FreeWith<TLIBCSzHashFree>>;
 using OwnedText = tavo::MallocPtr<char>;
 
-// A name with a slash in it would lead out of the folders, and no file name is that long.
+// A name with a slash would lead out of the folders, and a longer name cannot be a file name.
 bool IsUnitName(const char *service) {
     constexpr std::size_t kLongest = NAME_MAX - (sizeof(".service") - 1);
     const std::size_t length = std::strlen(service);
     return length > 0 && length <= kLongest && std::strchr(service, '/') == nullptr;
 }
 
-// Writes the path of the unit that counts; false when there is none.
+// Writes the path of the effective unit. Returns false if there is none.
 bool FindUnit(const char *service, char (&path)[kPathSize]) {
     for (const char *folder : kUnitFolders) {
         std::snprintf(path, kPathSize, "%s/%s.service", folder, service);
@@ -46,7 +46,7 @@ bool FindUnit(const char *service, char (&path)[kPathSize]) {
     return false;
 }
 
-// A copy of what the unit at `path` says; null when it says nothing or cannot be read.
+// A copy of the value in the unit at `path`; null if it has none or cannot be read.
 OwnedText ReadSections(const char *path) {
     const OwnedTable table(TLIBCSzHashAlloc(1));
     TLIBCSzHash *keys = table.get();
@@ -64,7 +64,7 @@ OwnedText ReadSections(const char *path) {
     return copy;
 }
 
-// Appends the names between the commas of `text`, which it takes apart. False when memory runs out.
+// Appends the comma-separated names in `text`, which is modified. Returns false when out of memory.
 bool PushNames(char *text, TLIBCSzList **list) {
     for (char *name; (name = strsep(&text, ",")) != nullptr;) {
         TLIBCStrTrimSpace(name);

@@ -1,5 +1,5 @@
-// The state of units, as systemctl tells and changes it: the service manager's own protocol is its
-// tool's business, and a machine without systemctl has no units.
+// The state of units, read and changed with systemctl: the protocol of the service manager is
+// private to its tool, and a machine without systemctl has no units.
 #include <cstring>
 
 #include "platform_failure.h"
@@ -9,10 +9,10 @@ namespace {
 
 constexpr char kSystemctl[] = "/bin/systemctl";
 
-// From here on a status says that a signal ended the program.
+// Exit statuses from this value on mean that the program was killed by a signal.
 constexpr int kSignalled = 128;
 
-// systemctl would take a dash in front for an option.
+// systemctl would interpret a leading dash as an option.
 bool IsUnit(const char *unit) {
     return unit != nullptr && *unit != '\0' && *unit != '-';
 }

@@ -1,7 +1,7 @@
-// The port of the SSH server, read from its own configuration as the server reads it.
+// The port of the SSH server, read from its configuration in the same way as the server does.
 //
-// The file is the administrator's and may be anything. It goes through a small buffer into room for
-// one line, so that no file, however large or strange, takes any memory.
+// The file belongs to the administrator and may contain anything. It is read through a small
+// buffer, one line at a time, so that no file, however large or unusual, needs any memory.
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
@@ -26,14 +26,14 @@ constexpr std::string_view kBlanks = " \t\r\n\f\v";
 struct Line {
     char text[1024];
     std::size_t size;
-    bool cut;  // to fit
+    bool cut;  // truncated to fit
 
     std::string_view View() const { return {text, size}; }
 };
 
 class LineReader {
   public:
-    // Opens without blocking, since what stands there may be a pipe.
+    // Opens without blocking, because the path may be a pipe.
     explicit LineReader(const char *path)
         : fd_(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {}
     ~LineReader() {
@@ -51,7 +51,7 @@ class LineReader {
         return fstat(fd_, &status) == 0 && S_ISREG(status.st_mode);
     }
 
-    // False behind the last line, and when the file cannot be read further.
+    // Returns false after the last line, and if reading fails.
     bool Next(Line &line) {
         line.size = 0;
         line.cut = false;
@@ -93,8 +93,8 @@ std::string_view WithoutLeadingBlanks(std::string_view text) {
     return text;
 }
 
-// A line as the server sees it: a keyword of any case, then blanks or one "=", then arguments. A
-// comment has a keyword that starts with "#".
+// A line as parsed by the server: a keyword in any case, then blanks or one "=", then arguments. In
+// a comment the keyword starts with "#".
 struct Option {
     std::string_view keyword;
     std::string_view arguments;
@@ -115,7 +115,7 @@ Option ParseOption(std::string_view line) {
     return {line.substr(0, size), arguments};
 }
 
-// Takes the first argument off, which may stand in quotes; empty when its quote is never closed.
+// Removes the first argument, which may be quoted; empty if the closing quote is missing.
 std::string_view TakeArgument(std::string_view &arguments) {
     const bool quoted = arguments.starts_with('"') || arguments.starts_with('\'');
     const std::size_t begin = quoted ? 1 : 0;
@@ -129,7 +129,7 @@ std::string_view TakeArgument(std::string_view &arguments) {
     return argument;
 }
 
-// The one port that stands there, with a comment behind it or nothing.
+// Parses exactly one port, optionally followed by a comment.
 int ParsePort(std::string_view arguments) {
     const std::string_view text = TakeArgument(arguments);
     const std::string_view rest = WithoutLeadingBlanks(arguments);
@@ -147,10 +147,10 @@ int FindPort(LineReader &lines) {
     for (Line line; lines.Next(line);) {
         const Option option = ParseOption(line.View());
         if (option.Is("match")) {
-            return kDefaultPort;  // from here on nothing is global, and ports are
+            return kDefaultPort;  // the following lines are not global; ports are
         }
         if (option.Is("port")) {
-            // What was cut off could be a part of the number.
+            // The missing part could be a part of the number.
             return line.cut ? TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER)
                             : ParsePort(option.arguments);
         }

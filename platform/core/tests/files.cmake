@@ -10,13 +10,13 @@ tavo_add_test(core_files_test
     file_write_test.cpp
   LIBRARIES tavocore tavoconfiglines)
 
-# Of their own, since a platform need not be able to hold files, to lock a folder, or to give
-# programs an input.
+# Separate tests, because a platform may lack holding of files, locking of folders, and programs
+# with an input.
 tavo_add_test(core_exec_input_test SOURCES exec_input_test.cpp LIBRARIES tavocore)
 tavo_add_test(core_hold_test SOURCES file_hold_test.cpp LIBRARIES tavocore)
 tavo_add_test(core_folder_lock_test SOURCES folder_lock_test.cpp LIBRARIES tavocore)
 
-# Not linked with the library, which it loads.
+# Loads the library, so it is not linked with it.
 tavo_add_test(core_loaded_late_test SOURCES loaded_late_test.cpp)
 add_dependencies(core_loaded_late_test tavocore tavoserviceconf)
 target_include_directories(core_loaded_late_test PRIVATE ..)
@@ -24,7 +24,7 @@ target_compile_definitions(core_loaded_late_test PRIVATE
   TAVO_CORE_LIBRARY="$<TARGET_FILE:tavocore>"
   TAVO_SERVICE_CONF_LIBRARY="$<TARGET_FILE:tavoserviceconf>")
 
-# What the library keeps to itself, built into the test.
+# The library does not export these functions, so their sources are compiled into the test.
 tavo_add_test(core_internals_test
   SOURCES
     config_edit_test.cpp

@@ -1,10 +1,10 @@
-# The values of the core library: error state, lists, tables, strings; and running programs.
+# The core library without files: error state, lists, tables, strings, running of programs.
 tavo_add_test(core_values_test
   SOURCES error_test.cpp sz_list_test.cpp sz_hash_test.cpp dlist_test.cpp strings_test.cpp
   LIBRARIES tavocore)
 tavo_add_test(core_exec_test SOURCES exec_test.cpp LIBRARIES tavocore)
 
-# The header by itself, as strict C99.
+# The header alone, as strict C99.
 add_executable(core_plain_c plain_c.c)
 set_target_properties(core_plain_c PROPERTIES C_EXTENSIONS OFF)
 target_link_libraries(core_plain_c PRIVATE tavocore)
@@ -12,7 +12,8 @@ add_test(NAME CorePlainC.UsesTheHeaderAlone COMMAND core_plain_c)
 
 # tavo_add_exported_names_test(NAME SUITE SUITE LIBRARY TARGET HEADER PATH MARK WORD VERSION NODE)
 #
-# A test that the shared object TARGET exports what its header declares: see exported_names_test.cpp.
+# A test that the shared object TARGET exports exactly what its header declares: see
+# exported_names_test.cpp.
 function(tavo_add_exported_names_test NAME)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "" "SUITE;LIBRARY;HEADER;MARK;VERSION" "")
   tavo_add_test(${NAME} SOURCES ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/exported_names_test.cpp)

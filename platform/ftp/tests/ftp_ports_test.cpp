@@ -1,4 +1,4 @@
-// The settings file of the appliance, written anew by each test.
+// Each test writes the settings file of the appliance.
 #include <filesystem>
 
 #include "failing_allocation.h"
@@ -24,7 +24,7 @@ class FtpPorts : public testing::Test {
     }
     ~FtpPorts() override { TLIBCSzListFree(ports_); }
 
-    // What TAVOFTPFwPorts lists for these settings.
+    // The list that TAVOFTPFwPorts returns for these settings.
     Strings Listed(const std::string &settings) {
         WriteFile(kSettings, settings);
         EXPECT_SUCCESS(0, TAVOFTPFwPorts(&ports_));
@@ -36,7 +36,7 @@ class FtpPorts : public testing::Test {
         return listed;
     }
 
-    // Both functions fail with the code, and no list comes out.
+    // Both functions fail with the code and return no list.
     void ExpectBothFail(unsigned int code) {
         EXPECT_FAILURE(code, TAVOFTPHighPortGet());
         EXPECT_FAILURE(code, TAVOFTPFwPorts(&ports_));
@@ -132,7 +132,7 @@ TEST_F(FtpPorts, NeedAPlaceForTheList) {
 }
 
 TEST_F(FtpPorts, FailCleanlyWhenMemoryRunsOut) {
-    // Large enough that the settings themselves need memory.
+    // Large enough that reading the settings needs memory.
     WriteFile(kSettings, "#" + std::string(20'000, '#') + "\nftpport=2121\n");
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         SetEarlierError();

@@ -1,5 +1,5 @@
-// The two ways to find the ports in use, asked about the same sockets: real ones, of which the
-// private network of the appliance holds no others.
+// Compares the two ways to find the ports in use on the same real sockets. The private network of
+// the appliance contains no other sockets.
 #include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -68,7 +68,7 @@ TEST_P(AgreementOver, HoldsForTcpInManyStates) {
     waiting.server.ReadToEnd();
     waiting.server.Close();
     const std::vector<int> expected = {80, 8080, 8081, 40000, 40001};
-    // The last acknowledgement may be on its way.
+    // The last acknowledgement may still be under way.
     for (int turn = 0; FromTables(kTcp) != expected && turn < 10'000; ++turn) {
         usleep(1000);
     }
@@ -96,7 +96,7 @@ TEST(AgreementTest, HoldsForDualStackSockets) {
     EXPECT_EQ(FromTables(kTcp), expected);
 }
 
-// The kernel leaves out the ports outside the range, by a program that is sent to it.
+// The kernel filters out the ports outside the range with a program that is sent to it.
 TEST(AgreementTest, HoldsForAnyRange) {
     const unsigned int seed = std::random_device()();
     std::cout << "seed " << seed << '\n';
@@ -113,7 +113,7 @@ TEST(AgreementTest, HoldsForAnyRange) {
         }
     }
     for (int turn = 0; turn < 300; ++turn) {
-        // Ends on a port that is used, beside it, or anywhere.
+        // Ends on a used port, next to one, or anywhere.
         const auto end = [&] {
             const int used = bounds[random() % bounds.size()] + static_cast<int>(random() % 3) - 1;
             return random() % 2 == 0 ? port()
@@ -127,7 +127,7 @@ TEST(AgreementTest, HoldsForAnyRange) {
     }
 }
 
-// Holds the ports first..first+count-1 in child processes, a few hundred each, so that it fits the
+// Holds the ports first..first+count-1 in child processes, a few hundred each, to stay below the
 // usual limit of descriptors.
 class ManySockets {
   public:

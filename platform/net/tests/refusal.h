@@ -1,5 +1,5 @@
-// Makes the kernel refuse chosen system calls of the calling process from now on (seccomp(2)): how
-// a sandbox, or a kernel without socket diagnostics, looks to the library.
+// Makes the kernel refuse chosen system calls of the calling process from now on (seccomp(2)), as a
+// sandbox or a kernel without socket diagnostics does.
 #ifndef TAVO_PLATFORM_NET_TESTS_REFUSAL_H
 #define TAVO_PLATFORM_NET_TESTS_REFUSAL_H
 
@@ -14,8 +14,8 @@
 
 namespace tavo::test {
 
-// Refuses the system call number `call` with errno `error`, where `(argument & mask) == value` for
-// its argument number `index`. Only the lower half of the argument is looked at.
+// Refuses the system call number `call` with errno `error` if `(argument & mask) == value` for its
+// argument number `index`. Only the lower half of the argument is checked.
 inline void RefuseWhere(long call, int error, unsigned int index, std::uint32_t mask,
                         std::uint32_t value) {
     constexpr std::uint32_t kLoad = BPF_LD | BPF_W | BPF_ABS;
@@ -39,7 +39,7 @@ inline void RefuseWhere(long call, int error, unsigned int index, std::uint32_t 
     }
 }
 
-// Refuses the system call whatever its arguments.
+// Refuses the system call for any arguments.
 inline void Refuse(long call, int error) {
     RefuseWhere(call, error, 0, 0, 0);
 }

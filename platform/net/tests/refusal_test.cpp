@@ -1,5 +1,5 @@
-// What becomes of the answer where the kernel refuses what the library asks for. Refusals last for
-// the rest of a process, so each case asks in a child of its own.
+// Tests the result if the kernel refuses the library's system calls. A refusal lasts until the
+// process ends, so each case runs in a child process.
 #include "refusal.h"
 
 #include <fcntl.h>
@@ -44,7 +44,7 @@ void Ask(Transport transport, Answer &answer) {
     std::snprintf(answer.source, sizeof(answer.source), "%s", TLIBCErrorGetFile());
 }
 
-// How many descriptors are open, counted with nothing that a test refuses.
+// The number of open descriptors, counted without system calls that a test refuses.
 int CountDescriptors() {
     int open = 0;
     for (int fd = 0; fd < 256; ++fd) {
@@ -53,8 +53,7 @@ int CountDescriptors() {
     return open;
 }
 
-// What the library answers in a process of its own after `refuse`. It must leave no descriptor
-// open.
+// The result of the library in a child process after `refuse`. It must leave no descriptor open.
 Answer AskAfter(const std::function<void()> &refuse, Transport transport = kTcp) {
     void *shared =
         mmap(nullptr, sizeof(Answer), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -114,7 +113,7 @@ TEST_F(RefusalTest, TheTablesAnswerWhereALaterStepIsRefused) {
     }
 }
 
-// Descriptors must not reach the programs that other threads start.
+// Programs that other threads start must not inherit descriptors.
 TEST_F(RefusalTest, EveryDescriptorIsClosedOnExec) {
     ExpectAll([] {
         RefuseWhere(SYS_socket, EPERM, 1, SOCK_CLOEXEC, 0);
@@ -139,7 +138,7 @@ TEST_F(RefusalTest, FailsWhereTheTablesCannotBeOpenedEither) {
     }
 }
 
-// A socket whose waiting has no limit could hang the caller.
+// A socket without a receive timeout could block the caller forever.
 TEST_F(RefusalTest, NothingIsAskedThroughASocketThatCannotBeLimited) {
     ExpectUnreadable(AskAfter([] {
         Refuse(SYS_setsockopt, EPERM);
@@ -177,7 +176,7 @@ TEST_F(RefusalTest, TheTablesNeedNoMemory) {
     EXPECT_EQ(answer.result, 0);
 }
 
-// A root folder that holds nothing but tables, those of some other machine.
+// A root folder that contains only tables, with ports of another machine.
 class ForeignTables : public RefusalTest {
   protected:
     ForeignTables() {

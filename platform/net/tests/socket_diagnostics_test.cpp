@@ -1,4 +1,4 @@
-// The reading of dumps, from a stand-in for the kernel that answers what no real one would.
+// Tests the parsing of dumps with a stand-in for the kernel that sends messages no kernel would.
 #include "socket_diagnostics.h"
 
 #include <arpa/inet.h>
@@ -61,7 +61,7 @@ std::string Done(int result = 0, std::uint32_t sequence = 1, int flags = 0) {
     return Message(NLMSG_DONE, sequence, Bytes(result), flags);
 }
 
-// A message without meaning, of this size.
+// A message of this size without contents.
 std::string Filler(std::size_t size) {
     return Message(NLMSG_NOOP, 1, std::string(size - sizeof(nlmsghdr), 'x'));
 }
@@ -76,12 +76,12 @@ struct Request {
     inet_diag_req_v2 sockets;
 };
 
-// Answers with the datagrams that it was given, and keeps what it was asked.
+// Sends the given datagrams and records the requests.
 class DiagnosticsTest : public testing::Test {
   protected:
     DiagnosticsTest() {
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends_), 0);
-        // More than any datagram that a test sends.
+        // Larger than any datagram of the tests.
         const int room = 1 << 20;
         EXPECT_EQ(setsockopt(ends_[kKernel], SOL_SOCKET, SO_SNDBUF, &room, sizeof(room)), 0);
         Patience(milliseconds(20));
@@ -184,7 +184,7 @@ void PrintTo(const Broken &broken, std::ostream *out) {
     *out << broken.name;
 }
 
-// A dump with one such datagram among others fails.
+// A dump that contains one such datagram fails.
 class BrokenDump : public DiagnosticsTest, public testing::WithParamInterface<Broken> {};
 
 TEST_P(BrokenDump, IsNoAnswer) {
@@ -256,7 +256,7 @@ TEST_F(DiagnosticsTest, SurviveAKernelThatDoesNotListen) {
     EXPECT_THAT(Ports(), IsEmpty());
 }
 
-// A signal every few milliseconds that cuts system calls short.
+// A signal every few milliseconds that interrupts system calls.
 class FastTimer {
   public:
     FastTimer() {
@@ -318,7 +318,7 @@ TEST_F(DiagnosticsTest, SurviveAnyBytes) {
             datagram += below(3) == 0 ? Done() : SocketAt(80);
         }
         for (std::size_t change = below(4); change > 0; --change) {
-            // Mostly in the fields of a header, where it matters.
+            // Usually in the fields of a header, where it matters.
             const std::size_t at = below(2) == 0 ? below(8) : below(datagram.size());
             datagram[at] = static_cast<char>(below(2) == 0 ? below(256) : below(4));
         }

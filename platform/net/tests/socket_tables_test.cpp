@@ -1,4 +1,4 @@
-// The reading of tables, from files that stand in for those of /proc/net.
+// Tests the parsing of tables, with files instead of those in /proc/net.
 #include "socket_tables.h"
 
 #include <gmock/gmock.h>
@@ -28,7 +28,7 @@ constexpr char kHeader[] =
 constexpr char kIpv4[] = "0100007F";
 constexpr char kIpv6[] = "00000000000000000000000001000000";
 
-// A line as the kernel writes it, without its newline.
+// A line as written by the kernel, without its newline.
 std::string Line(const std::string &port, const std::string &state = "0A",
                  const std::string &address = kIpv4) {
     return "   0: " + address + ":" + port + " " + std::string(address.size(), '0') + ":0000 " +
@@ -37,7 +37,7 @@ std::string Line(const std::string &port, const std::string &state = "0A",
 
 class SocketTablesTest : public testing::Test {
   protected:
-    // What the table reads as, beside a family that is absent.
+    // The ports read from the table, with the other family's table missing.
     std::vector<int> PortsOf(const std::string &table) {
         const std::string path = folder_.Write("table", table);
         PortSet ports;
@@ -111,7 +111,7 @@ TEST_F(SocketTablesTest, NeedNothingBehindTheState) {
     EXPECT_THAT(PortsOf("0: 0100007F:0050 00000000:0000 0A"), ElementsAre(80));
 }
 
-// A line that is none of a socket is passed over, the lines around it count.
+// A line that is not a socket is ignored; the lines around it count.
 class BadLine : public SocketTablesTest, public testing::WithParamInterface<std::string> {};
 
 TEST_P(BadLine, IsPassedOver) {
@@ -124,17 +124,17 @@ TEST_P(BadLine, IsPassedOver) {
 INSTANTIATE_TEST_SUITE_P(
     SocketTables, BadLine,
     testing::Values("", " ", "\t \t", "garbage", ":", "   0:", "   0: ",
-                    "   0: 0100007F:0050",                     // cut short
+                    "   0: 0100007F:0050",                     // truncated
                     "   0: 0100007F:0050 00000000:0000",       //
                     "   0: 0100007F:0050 00000000:0000 ",      //
                     "   0: 0100007F:0050 00000000:0000 A",     //
-                    "   0  0100007F:0050 00000000:0000 0A",    // no colon behind the number
+                    "   0  0100007F:0050 00000000:0000 0A",    // no colon after the number
                     "   0:0100007F:0050 00000000:0000 0A",     // no blank
                     "   0: 0100007F0050 00000000:0000 0A",     // no colon before the port
                     "   0: 0100007F:050 00000000:0000 0A",     // three digits, five
                     "   0: 0100007F:10050 00000000:0000 0A",   //
                     "   0: 0100007F: 00000000:0000 0A",        // none
-                    "   0: 0100007F:00G0 00000000:0000 0A",    // no digits
+                    "   0: 0100007F:00G0 00000000:0000 0A",    // not digits
                     "   0: 0100007F:+050 00000000:0000 0A",    //
                     "   0: 0100007F:-050 00000000:0000 0A",    //
                     "   0: 0100007F:0x50 00000000:0000 0A",    //
@@ -142,9 +142,9 @@ INSTANTIATE_TEST_SUITE_P(
                     "   0: 100007F:0050 00000000:0000 0A",     // addresses of other lengths
                     "   0: 00100007F:0050 00000000:0000 0A",   //
                     "   0: :0050 00000000:0000 0A",            //
-                    "   0: 0100007G:0050 00000000:0000 0A",    // no address
+                    "   0: 0100007G:0050 00000000:0000 0A",    // invalid address
                     "   0: 0100007F:0050 000000000000 0A",     // no remote address
-                    "   0: 0100007F:0050 00000000:0000 00A",   // no state
+                    "   0: 0100007F:0050 00000000:0000 00A",   // invalid state
                     "   0: 0100007F:0050 00000000:0000 ZZ",    //
                     "   0: 0100007F:0050 00000000:0000 0A\r",  //
                     std::string("   0: 0100007F:0050\0 00000000:0000 0A", 37)));
@@ -190,7 +190,7 @@ TEST_F(SocketTablesTest, CannotBothBeAbsent) {
     EXPECT_FALSE(ReadSocketTables({absent_.c_str(), absent_.c_str()}, ports));
 }
 
-// A folder opens but cannot be read; a name below a file cannot be opened.
+// A folder can be opened but not read; a path below a file cannot be opened.
 TEST_F(SocketTablesTest, MustBeReadableWhereTheyAreThere) {
     const std::string path = folder_.Write("table", Line("0050"));
     for (const std::string &bad : {folder_.Path(), path + "/below"}) {
@@ -214,7 +214,7 @@ TEST_F(SocketTablesTest, LeaveNoDescriptorOpen) {
     EXPECT_EQ(open(), before);
 }
 
-// The obvious way to read a table.
+// A simple way to parse a table.
 std::vector<int> NaivelyRead(const std::string &table) {
     static const std::regex line(
         "[ \t]*[^ \t]*:[ \t]+(?:[0-9A-Fa-f]{8}|[0-9A-Fa-f]{32}):([0-9A-Fa-f]{4})[ \t]+"

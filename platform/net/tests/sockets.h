@@ -15,14 +15,14 @@ namespace tavo::test {
 
 class Socket {
   public:
-    // `family` is AF_INET or AF_INET6, which is IPv6 alone; `type` SOCK_STREAM or SOCK_DGRAM.
+    // `family` is AF_INET or AF_INET6 (IPv6 only); `type` is SOCK_STREAM or SOCK_DGRAM.
     Socket(int family, int type) : family_(family), fd_(socket(family, type | SOCK_CLOEXEC, 0)) {
         Check(fd_, "socket");
         if (family == AF_INET6) {
             Set(IPPROTO_IPV6, IPV6_V6ONLY, 1);
         }
     }
-    // Resets a connection, so that none of them lingers in TIME_WAIT; Close does not.
+    // Resets a connection, so that it does not stay in TIME_WAIT; Close does not.
     ~Socket() {
         if (fd_ >= 0) {
             const linger none = {1, 0};
@@ -42,7 +42,7 @@ class Socket {
         return *this;
     }
 
-    // Takes IPv4 too, for an IPv6 socket, and listens on every address.
+    // Makes an IPv6 socket accept IPv4 too, and listen on all addresses.
     Socket &OverBoth() {
         any_ = true;
         return Set(IPPROTO_IPV6, IPV6_V6ONLY, 0);
@@ -71,7 +71,7 @@ class Socket {
 
     void ShutdownWriting() const { Check(shutdown(fd_, SHUT_WR), "shutdown"); }
 
-    // Waits for the end of what the peer sends.
+    // Waits until the peer has closed its sending side.
     void ReadToEnd() const {
         char byte;
         while (Check(static_cast<int>(read(fd_, &byte, 1)), "read") > 0) {
@@ -119,7 +119,7 @@ class Socket {
 
 inline Socket Listener(int family, int port) {
     Socket socket(family, SOCK_STREAM);
-    // Other ends in TIME_WAIT do not keep a test from its port.
+    // Other ends in TIME_WAIT do not prevent binding to the port.
     socket.Set(SOL_SOCKET, SO_REUSEADDR, 1).Bind(port).Listen();
     return socket;
 }
@@ -130,7 +130,7 @@ inline Socket UdpSocket(int family, int port) {
     return socket;
 }
 
-// The two ends of a TCP connection: `server` was accepted at the port of a listener that is gone.
+// The two ends of a TCP connection: `server` was accepted by a listener that is closed.
 struct Connection {
     Connection(int family, int server_port, int client_port)
         : Connection(Listener(family, server_port), family, server_port, client_port) {}

@@ -1,4 +1,4 @@
-// Which source is asked for what, with stand-ins in their place that keep what they were asked.
+// Tests which sources are queried, with stand-ins that record the queries.
 #include <netinet/in.h>
 
 #include <climits>

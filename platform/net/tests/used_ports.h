@@ -1,4 +1,4 @@
-// Calls of TAVONetGetPortUsedInRange and what the tests look at around them.
+// Calls of TAVONetGetPortUsedInRange, and common helpers of the tests.
 #ifndef TAVO_PLATFORM_NET_TESTS_USED_PORTS_H
 #define TAVO_PLATFORM_NET_TESTS_USED_PORTS_H
 
@@ -16,7 +16,7 @@ namespace tavo::test {
 
 enum Transport { kUdp = 0, kTcp = 1 };
 
-// The ports in use of a range that lies in 0..65535; a slot too many shows what is written behind.
+// The ports in use of a range within 0..65535; one extra slot detects a write past the end.
 inline std::vector<int> UsedPorts(Transport transport, int low = 1, int high = 65535) {
     constexpr int kUntouched = -7;
     std::vector<int> slots(static_cast<std::size_t>(high - low) + 2, kUntouched);
@@ -28,7 +28,7 @@ inline std::vector<int> UsedPorts(Transport transport, int low = 1, int high = 6
     return slots;
 }
 
-// The error that is recorded, as "0xD00 used_ports.cpp"; "0x0 " for none.
+// The recorded error as "0xD00 used_ports.cpp"; "0x0 " for none.
 inline std::string RecordedError() {
     char code[16];
     std::snprintf(code, sizeof(code), "0x%X ", TLIBCErrGet());

@@ -1,5 +1,5 @@
-// Which ports count as used, and how they are handed over. The network of the appliance is private,
-// so every port that is found is one of the test's own.
+// Tests which ports count as used, and how they are returned. The network of the appliance is
+// private, so all ports belong to the test.
 #include "used_ports.h"
 
 #include <fcntl.h>
@@ -23,7 +23,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// The states in which the kernel's own table shows the sockets of a local port.
+// The states of the sockets on a local port, according to the kernel's own table.
 std::vector<std::string> StatesInTable(int family, int port) {
     std::ifstream table(family == AF_INET6 ? "/proc/net/tcp6" : "/proc/net/tcp");
     char suffix[16];
@@ -64,7 +64,7 @@ TEST(UsedPortsTest, AreNoneOfSocketsWithoutAPort) {
     EXPECT_THAT(UsedPorts(kUdp, 0), IsEmpty());
 }
 
-// Each of these for IPv4 and for IPv6.
+// Each test runs for IPv4 and for IPv6.
 class UsedPortsOver : public testing::TestWithParam<int> {
   protected:
     const int family_ = GetParam();
@@ -91,7 +91,7 @@ TEST_P(UsedPortsOver, CountAUdpSocketThatIsConnected) {
     EXPECT_THAT(UsedPorts(kUdp), ElementsAre(5353));
 }
 
-// Linux 6.8 is the first to tell of them.
+// Linux 6.8 and later report these sockets.
 TEST_P(UsedPortsOver, CountATcpSocketThatIsBoundOnly) {
     utsname system;
     int major = 0;
@@ -113,7 +113,7 @@ TEST_P(UsedPortsOver, CountBothEndsOfAConnection) {
 
 TEST_P(UsedPortsOver, CountAConnectionThatIsAskedFor) {
     const Socket listener = Listener(family_, 8080);
-    listen(listener.Get(), 0);  // room for one, which nobody accepts
+    listen(listener.Get(), 0);  // a backlog of one connection, which is never accepted
     Socket accepted(family_, SOCK_STREAM);
     accepted.Bind(40000).Connect(8080);
     pollfd queue = {listener.Get(), POLLIN, 0};
@@ -212,13 +212,13 @@ TEST(UsedPortsTest, AnyFlagButZeroMeansTcp) {
     EXPECT_EQ(count, 1);
 }
 
-// Three ports in use, asked for in ranges.
+// Three ports in use, queried in ranges.
 class UsedPortsInRange : public testing::Test {
   protected:
     const Socket sockets_[3] = {UdpSocket(AF_INET, 100), UdpSocket(AF_INET6, 200),
                                 UdpSocket(AF_INET, 300)};
 
-    // A call with `count` slots; what it leaves in them and in the count.
+    // The slots and the count after a call with `count` slots.
     struct Handed {
         int count;
         std::vector<int> slots;

@@ -1,6 +1,7 @@
-// What reaches which plugins, in which order. The recorder quotes what it reads as for a shell.
+// Tests which plugins receive which data in which order. The recorder quotes its input as for a
+// shell.
 //
-// The locale of these tests has everything in reverse.
+// The locale of these tests sorts everything in reverse.
 #include <dirent.h>
 #include <linux/capability.h>
 #include <sys/syscall.h>
@@ -14,7 +15,7 @@
 #include "exec_support.h"
 #include "plugin_test.h"
 
-// Symbols of the program come before those of the C library.
+// Symbols of the program take precedence over those of the C library.
 extern "C" __attribute__((visibility("default"))) int strcoll(const char *a,
                                                               const char *b) noexcept {
     return std::strcmp(b, a);
@@ -30,8 +31,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Without the right to pass over the permissions of files for as long as this lives; it may be
-// taken up again at any time.
+// Drops the right to override file permissions for the lifetime of the object; it can be regained
+// at any time.
 class WithoutOverride {
   public:
     WithoutOverride() {

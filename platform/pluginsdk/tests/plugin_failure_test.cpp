@@ -1,5 +1,5 @@
-// Calls that are refused, plugins that fail, and one that never ends: nobody waits the whole limit
-// for it, as the core's function that keeps it is handed on with a shorter one here.
+// Tests rejected calls, plugins that fail, and a plugin that does not end. The stand-in for the
+// core's function shortens the time limit, so that no test waits for the full one.
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -12,12 +12,12 @@
 
 namespace {
 
-int g_limit = 0;     // the last that was asked for
-int g_longest = 60;  // what is made of it at most
+int g_limit = 0;     // the last requested limit
+int g_longest = 60;  // the limit is reduced to this
 
 }  // namespace
 
-// A symbol of the program comes before that of the library.
+// Symbols of the program take precedence over those of the library.
 extern "C" __attribute__((visibility("default"))) int TLIBCExecInput(const char *szProgram,
                                                                      const char *szArg,
                                                                      const void *pInput,

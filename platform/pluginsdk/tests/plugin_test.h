@@ -1,4 +1,4 @@
-// An appliance whose plugins of port_config are the test's own.
+// An appliance whose port_config plugins are those of the test.
 #ifndef TAVO_PLATFORM_PLUGINSDK_TESTS_PLUGIN_TEST_H
 #define TAVO_PLATFORM_PLUGINSDK_TESTS_PLUGIN_TEST_H
 
@@ -49,7 +49,7 @@ class PluginTest : public testing::Test {
         chmod(path.c_str(), mode);
     }
 
-    // The record, emptied.
+    // Returns the record and empties it.
     static std::string TakeCalls() {
         constexpr char kCalls[] = "/run/calls/all";
         const std::string calls = std::filesystem::exists(kCalls) ? ReadFile(kCalls) : "";

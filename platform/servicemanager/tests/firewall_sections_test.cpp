@@ -1,5 +1,5 @@
-// The unit folders of the appliance, emptied for each test. The system's one is the host's, shown
-// read-only, so a file system of its own is laid over it.
+// The unit folders of the appliance, emptied for each test. The folder of the system is the host's,
+// mounted read-only, so another file system is mounted over it.
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -25,7 +25,8 @@ constexpr char kSystem[] = "/usr/lib/systemd/system";
 
 const std::string kUnit = "[Unit]\nDescription=Directory server\n\n[X-TavoFirewall]\n";
 
-// The template of the appliance has a unit that shows how it is done. First, before it is emptied.
+// The template of the appliance has a unit as an example. This test runs first, before the folder
+// is emptied.
 TEST(FirewallSectionsOfTheTemplate, NameTheServicesOfTheDirectoryServer) {
     RequireAppliance();
     StringList list;
@@ -56,7 +57,8 @@ class FirewallSections : public testing::Test {
         EXPECT_EQ(list.Items(), sections);
     }
 
-    // Not known, as an answer or as the failure `code`; the caller's list stays.
+    // The sections are unknown, without an error or with the error `code`; the caller's list is
+    // unchanged.
     void ExpectUnknown(const char *service = "directory", unsigned int code = kEarlierCode) const {
         StringList list({"before"});
         const auto [result, error] = ResultAndError(

@@ -1,5 +1,5 @@
-// systemctl is the appliance's stand-in, which records its calls; /bin is the appliance's own, so
-// that it can be taken away or replaced.
+// systemctl is the appliance's stand-in, which records its calls; /bin belongs to the appliance, so
+// that systemctl can be removed or replaced.
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-// The SSH server's configuration, written anew by each test.
+// Each test writes the configuration of the SSH server.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
