@@ -1,8 +1,8 @@
-// Checking a large service file against an equally large one that is installed, beside reading both
-// of them once.
+// Checks a large service file against an installed one of the same size, compared with reading both
+// files once.
 //
-// Arguments are the number of sections and of ranges in each. Every range of the one file meets
-// every range of the other where there is one section; the sections of many skip themselves.
+// Arguments are the number of sections and of ranges in each. With one section, every range of one
+// file overlaps every range of the other; with several sections, each section skips itself.
 #include <benchmark/benchmark.h>
 
 #include <filesystem>
@@ -35,7 +35,7 @@ void WriteFile(const std::string &path, const std::string &prefix, int sections,
     }
 }
 
-// The answer that is right.
+// Returns the expected result.
 int Prepare(const benchmark::State &state) {
     const int sections = static_cast<int>(state.range(0));
     const int ranges = static_cast<int>(state.range(1));

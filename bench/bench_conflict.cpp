@@ -1,5 +1,5 @@
-// Asking whether a port is taken by a firewall service, a setting or a socket, beside one
-// enumeration of the service files, which the answer needs twice: for the services and for the
+// Checks whether a port is taken by a firewall service, a setting or a socket, compared with one
+// enumeration of the service files. The check needs two of them: for the services and for the
 // sockets.
 //
 // Arguments are the number of files and of sections in each.
@@ -32,7 +32,7 @@ void FreePort(benchmark::State &state) {
     Ask(state, "999", 0);
 }
 
-// Nearly every service declares it.
+// Nearly every service declares this port.
 void TakenPort(benchmark::State &state) {
     Ask(state, "64000", 1);
 }

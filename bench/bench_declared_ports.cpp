@@ -1,4 +1,4 @@
-// Asking whether any port at all is declared, beside making the list of those that are.
+// Checks whether any of all ports is declared, compared with listing the declared ports.
 //
 // Arguments are the number of service files and of sections in each.
 #include <benchmark/benchmark.h>
@@ -9,7 +9,7 @@
 
 namespace {
 
-// 65535 must not be asked for.
+// Port 65535 cannot be queried.
 constexpr int kLastPort = 65534;
 
 void Prepare(const benchmark::State &state) {

@@ -1,5 +1,5 @@
-// Asking who declares one port where a service declares many ranges of nearly all ports, beside the
-// floor of listing that service with its ranges.
+// Finds the declarers of one port if a service declares many ranges that cover nearly all ports.
+// The lower bound is listing that service with its ranges.
 //
 // The argument is the number of ranges.
 #include <benchmark/benchmark.h>

@@ -1,6 +1,6 @@
-// Enumerating the service files of the package folder: the library, GLib's GKeyFile reading the
-// same files, and a floor that only opens each of them, looks at its size as any reader must, reads
-// it to the end and closes it.
+// Enumerates the service files of the package folder: the library, GLib's GKeyFile reading the same
+// files, and as a lower bound a program that only opens each file, checks its size as any reader
+// must, reads it to the end and closes it.
 //
 // Arguments are the number of files and of sections in each.
 #include <benchmark/benchmark.h>
@@ -29,7 +29,7 @@ using tavo::bench::EnumerateServiceFiles;
 using tavo::bench::kServiceFolder;
 using tavo::bench::WriteServiceFiles;
 
-// The regular files of the folder, listed the way the library does.
+// The regular files of the folder, listed as in the library.
 template <typename Visit>
 void ForEachFile(Visit visit) {
     dirent **entries = nullptr;
@@ -43,7 +43,7 @@ void ForEachFile(Visit visit) {
     std::free(entries);
 }
 
-// Every value of every section, as the library hands them out.
+// Every value of every section, as the library returns them.
 void ReadKeyFile(const char *path) {
     GKeyFile *file = g_key_file_new();
     if (g_key_file_load_from_file(file, path, G_KEY_FILE_NONE, nullptr) != 0) {
@@ -118,8 +118,9 @@ std::size_t StatusBytes(const char *field) {
     return 0;
 }
 
-// How far one enumeration raises the peak of resident memory, and how much of it is records. In a
-// child, so that what earlier benchmarks left in the heap does not hide the growth.
+// Prints by how much one enumeration raises the peak of resident memory, and how much of that is
+// records. Runs in a child process, so that free heap memory of earlier benchmarks does not hide
+// the growth.
 void PrintMemory(int files, int sections) {
     WriteServiceFiles(files, sections);
     std::fflush(stdout);

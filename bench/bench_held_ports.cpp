@@ -1,10 +1,11 @@
-// Asking who holds a port: the library, the programs that administrators use, and a floor that only
-// reads the four tables of sockets and every descriptor link, and makes nothing of them.
+// Finds the holder of a port: the library, the programs that administrators use, and as a lower
+// bound a program that only reads the four socket tables and every descriptor link, without
+// evaluating them.
 //
-// Arguments are how many sockets of the loopback interface there are and how many processes hold
-// them, in equal shares. Most are TCP, as on an appliance that serves files: for a table of UDP
-// sockets the kernel walks from its start at every read of a page, whoever reads. Times are
-// processor time of this process and of those that it started.
+// Arguments are the number of sockets of the loopback interface and the number of processes that
+// hold them, in equal shares. Most sockets are TCP, as on an appliance that serves files: for each
+// page of a UDP table the kernel walks from the start of the table, for any reader. Times are
+// processor time of this process and of its children.
 #include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <fcntl.h>
@@ -38,7 +39,7 @@ void Measure(benchmark::State &state, Work work) {
     }
 }
 
-// The whole question, for one port.
+// The whole check for one port.
 void Check(benchmark::State &state) {
     TLIBCSzList *ports = TLIBCSzListAlloc(1);
     TLIBCSzListPush(&ports, std::to_string(kFirstHeldPort).c_str());
@@ -52,7 +53,7 @@ void Check(benchmark::State &state) {
     TLIBCSzListFree(ports);
 }
 
-// The list of all that is held.
+// The list of all held ports.
 void Fetch(benchmark::State &state) {
     Measure(state, [](int held) {
         TLIBCDList *results = RuntimeServiceListFetch();

@@ -1,12 +1,12 @@
-// Changing service files: installing one of 4 KiB, updating it, writing a section of it; by a
-// caller that has 1 GiB of memory in use, beside one with 20 MiB.
+// Changes service files: installs one of 4 KiB, updates it, writes a section of it; for a caller
+// that uses 1 GiB of memory and one that uses 20 MiB.
 //
-// Nearly all of the time is the waiting for the programs that a change runs, so a floor is those
-// same programs, run bare (Programs). For the installation `install -D` of coreutils is a peer,
-// which places the file and asks nobody. The counter "own" is the share of the library: all of the
-// time but the waiting for programs. "check" is the part of it that asks whether the ports are
-// free; most of that is the kernel's walk through its sockets, and little of "own" is anything
-// else.
+// Nearly all of the time is spent waiting for the programs that a change runs, so the lower bound
+// is the same programs without the library (Programs). For the installation `install -D` of
+// coreutils is a peer, which copies the file without any checks. The counter "own" is the share of
+// the library: all of the time except waiting for programs. "check" is the part of it that checks
+// whether the ports are free. Most of that is the kernel's walk through its sockets, and there is
+// little else in "own".
 //
 // The argument is the change: 0 installs, 1 updates, 2 writes a section.
 #include <benchmark/benchmark.h>
@@ -38,7 +38,7 @@ constexpr char kBaseName[] = "bench.sc";
 constexpr char kSource[] = "/packages/bench.sc";
 constexpr char kInstalled[] = "/usr/local/etc/services.d/bench.sc";
 
-// The other files that are there, as on an appliance with a few packages.
+// Other installed files, as on an appliance with a few packages.
 constexpr int kOtherFiles = 20;
 constexpr int kOtherSections = 2;
 
@@ -58,7 +58,7 @@ void Record(const std::vector<const char *> &arguments) {
     }
 }
 
-// Does `work` and adds the time that it takes to `sum`.
+// Runs `work` and adds its duration to `sum`.
 template <typename Work>
 int Timed(Clock::duration &sum, Work work) {
     const Clock::time_point start = Clock::now();
@@ -67,7 +67,8 @@ int Timed(Clock::duration &sum, Work work) {
     return result;
 }
 
-// The same for a check, which may be part of another, without what it waits for a program itself.
+// The same for a check, which may be part of another one, without the time that it waits for
+// programs.
 template <typename Check>
 int TimedCheck(Check check) {
     const Clock::duration waited = g_waited;
@@ -85,7 +86,7 @@ Function *Next(const char *name, Function * /*like*/) {
 
 }  // namespace
 
-// In front of those of the libraries.
+// These take precedence over the functions of the libraries.
 extern "C" {
 
 __attribute__((visibility("default"))) int TLIBCExec(const char *szProgram, const char *szArg1,
@@ -102,7 +103,7 @@ __attribute__((visibility("default"))) int TLIBCExec(const char *szProgram, cons
     return Timed(g_waited, [&] { return next(szProgram, szArg1, szArg2, szArg3, szArg4); });
 }
 
-// Nobody here gives more than three arguments.
+// All callers here pass at most three arguments.
 __attribute__((visibility("default"))) int TLIBCExecl(const char *szProgram, int nOptions,
                                                       const char *szArg, ...) {
     static const auto next = Next("TLIBCExecl", TLIBCExecl);
@@ -151,11 +152,11 @@ namespace {
 
 // ---- The caller ----
 
-// How much memory the callers have in use, in MiB.
+// The memory that the callers use, in MiB.
 constexpr int kSmall = 20;
 constexpr int kLarge = 1024;
 
-// A fork would take all of it along.
+// A fork would have to copy the page tables of all of it.
 void HoldMemory(int mebibytes) {
     static std::unique_ptr<char[]> held;
     static int holds = 0;
@@ -179,7 +180,7 @@ std::string FourKibibytes() {
     return text + "\n";
 }
 
-// Programs that do nothing: how long the appliance's own take is not the library's affair.
+// Programs that do nothing, because the run time of the appliance's programs is not measured.
 void StandIn(const std::string &path) {
     std::filesystem::remove(path);
     std::filesystem::copy("/usr/bin/true", path);
@@ -217,7 +218,7 @@ void CopyText(char (&field)[Size], std::string_view text) {
     text.copy(field, Size - 1);
 }
 
-// The port is another one each time, so that there is something to write.
+// The port differs each time, so that there is something to write.
 bool SetSection() {
     static std::uint32_t turn = 0;
     TAVO_SERVICE_CONF_SET_PARAM param = {};
@@ -242,7 +243,7 @@ bool SetSection() {
 
 constexpr struct { bool (*make)(); } kChanges[] = {{Install}, {Update}, {SetSection}};
 
-// The library, called with that much memory in use.
+// The library, called by a process that uses that much memory.
 template <int Mebibytes>
 void Caller(benchmark::State &state) {
     const auto change = kChanges[state.range(0)].make;
@@ -266,7 +267,8 @@ void Caller(benchmark::State &state) {
 
 // ---- The peers ----
 
-// With the arguments that they had in the change. A copy that is gone by then is made once more.
+// Runs the programs with the arguments that they had in the change. A copy that no longer exists is
+// created again.
 void Programs(benchmark::State &state) {
     Prepare();
     HoldMemory(kSmall);

@@ -11,15 +11,16 @@
 namespace tavo::bench {
 
 int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &reporter) {
-    // They empty the service folders and open thousands of sockets: not on a developer's machine.
+    // The benchmarks empty the service folders and open thousands of sockets, which must not happen
+    // on a developer's machine.
     char host[64] = "";
     gethostname(host, sizeof(host) - 1);
     if (std::strcmp(host, "appliance") != 0) {
         std::fprintf(stderr, "%s runs in the private appliance only: ./dev bench\n", argv[0]);
         return 2;
     }
-    // The heap keeps its pages between iterations, as that of a long-running back end does; else
-    // the kernel's handing out of memory is most of what is measured.
+    // The heap keeps its pages between iterations, like that of a long-running back end; otherwise
+    // most of the measured time would be memory allocation in the kernel.
     mallopt(M_TRIM_THRESHOLD, 1 << 28);
     mallopt(M_MMAP_THRESHOLD, 1 << 28);
     benchmark::Initialize(&argc, argv);

@@ -1,4 +1,5 @@
-// How every benchmark program runs: in a private appliance, with a heap that keeps its pages.
+// Common setup of the benchmark programs: they run in a private appliance, with a heap that keeps
+// its pages.
 #ifndef TAVO_BENCH_BENCH_MAIN_H
 #define TAVO_BENCH_BENCH_MAIN_H
 
@@ -6,11 +7,11 @@
 
 namespace tavo::bench {
 
-// Registers the benchmarks with `pfnRegister` and runs them. The exit status: 0; 2 for wrong usage
-// or outside an appliance.
+// Registers the benchmarks with `pfnRegister` and runs them. Returns the exit status: 0; 2 for
+// wrong usage or outside an appliance.
 int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &reporter);
 
-// Lets the program have as many descriptors open as it may.
+// Raises the limit of open descriptors to the maximum.
 void AllowManySockets();
 
 }  // namespace tavo::bench

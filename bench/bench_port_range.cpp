@@ -1,7 +1,8 @@
-// Port range sets beside Boost.ICL's interval_set, which keeps the same ranges in a balanced tree.
+// Port range sets compared with Boost.ICL's interval_set, which stores the same ranges in a
+// balanced tree.
 //
-// The argument is the number of ranges: ascending, none touching the next, an odd and an even gap
-// in turn. What a benchmark makes, it also frees within the measured time.
+// The argument is the number of ranges: ascending, not touching each other, with gaps of
+// alternately odd and even size. A benchmark frees what it allocates within the measured time.
 #include <benchmark/benchmark.h>
 
 #include <boost/icl/interval_set.hpp>
@@ -25,8 +26,8 @@ struct Destroy {
 };
 using Set = std::unique_ptr<TAVO_PORT_RANGE, Destroy>;
 
-// So many ranges need more ports than there are, but both peers take any 32-bit value. Every third
-// is a single port.
+// This many ranges would need more ports than there are, but both peers accept any 32-bit value.
+// Every third range is a single port.
 std::vector<Bounds> Ranges(std::int64_t count, std::uint32_t first) {
     std::vector<Bounds> ranges;
     for (std::uint32_t i = 0; i < count; ++i) {
@@ -59,7 +60,7 @@ Tree Built(const std::vector<Bounds> &ranges) {
     return tree;
 }
 
-// Two sets that cut across each other and share most of their ports.
+// Two sets whose ranges overlap each other and share most of their ports.
 constexpr std::uint32_t kFirst = 1;
 constexpr std::uint32_t kOtherFirst = 4;
 
@@ -81,7 +82,7 @@ void BuildTree(benchmark::State &state) {
     }
 }
 
-// The tree at its best: told that each range goes to the end.
+// The best case of the tree: the hint that each range belongs at the end.
 void BuildTreeWithHint(benchmark::State &state) {
     const std::vector<Bounds> ranges = Ranges(state.range(0), kFirst);
     for (auto _ : state) {
@@ -146,7 +147,7 @@ void Export(benchmark::State &state) {
     }
 }
 
-// The same text by the C library, a call a range.
+// The same text, printed with one call of the C library per range.
 void PrintWithStdio(benchmark::State &state) {
     const std::vector<Bounds> ranges = Ranges(state.range(0), kFirst);
     for (auto _ : state) {

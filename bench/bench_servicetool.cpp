@@ -1,8 +1,10 @@
-// servicetool, started as a user starts it. What a command costs is set beside one enumeration of
-// the same service files by the library; what asks for sockets, beside `servicetool ports --held`.
+// servicetool, started like a user does. The cost of a command is compared with one enumeration of
+// the same service files by the library; that of a command that queries sockets, with `servicetool
+// ports --held`.
 //
 // Arguments are the number of files and of sections in each; or the number of sockets and of
-// processes that hold them; or how many ports one section declares. Times are processor time, for a
+// processes that hold them; or the number of ports that one section declares. Times are processor
+// time; for a command, that of its process and its children.
 // command that of its process and of those that it started.
 #include <benchmark/benchmark.h>
 
@@ -24,7 +26,7 @@ using Words = std::vector<std::string>;
 
 constexpr char kAskedFile[] = "/tmp/asked.sc";
 
-// Runs `servicetool WORDS...`. Exit status 1 is an answer, such as a port that is taken.
+// Runs `servicetool WORDS...`. Exit status 1 is a result, such as a port that is taken.
 void MeasureCommand(benchmark::State &state, const Words &words) {
     static const std::string program =
         std::filesystem::read_symlink("/proc/self/exe").parent_path() / "servicetool";
@@ -64,7 +66,7 @@ void CheckOne(benchmark::State &state) {
     MeasureOverFiles(state, {"check", "8080"});
 }
 
-// Some of them are taken, most are free.
+// Some of the ports are taken, most are free.
 void Check200(benchmark::State &state) {
     Words words = {"check"};
     for (int i = 0; i < 200; ++i) {
@@ -126,7 +128,7 @@ void CheckLongList(benchmark::State &state) {
 
 // ---- The table ----
 
-// Among fewer files, starting a program is most of what a command costs.
+// With fewer files, most of the cost of a command is starting the program.
 constexpr char kReachAt[] = "1000/5";
 
 struct Family {
@@ -134,7 +136,7 @@ struct Family {
     void (*run)(benchmark::State &);
 };
 
-// A command is long enough to be timed singly.
+// A command runs long enough to be timed individually.
 void RegisterCommand(const Family &family, const std::vector<std::int64_t> &arguments) {
     benchmark::RegisterBenchmark(family.name, family.run)
         ->Args(arguments)

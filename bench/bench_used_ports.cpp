@@ -1,9 +1,9 @@
-// Asking for the ports in use: the library, and a floor that is a minimal netlink reader. The floor
-// asks the kernel for the same dumps, walks every message of them and marks its port; it checks
-// nothing and hands nothing over.
+// Queries the ports in use: the library, and as a lower bound a minimal netlink reader, which
+// requests the same dumps from the kernel, walks every message and marks its port, but checks and
+// returns nothing.
 //
-// Arguments are whether TCP is asked for (else UDP), how many sockets there are of it, half of them
-// over IPv6, and the ends of the range.
+// Arguments are whether TCP is queried (else UDP), the number of its sockets, half of them over
+// IPv6, and the ends of the range.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <linux/inet_diag.h>
@@ -54,7 +54,7 @@ int OpenSocket(int family, bool tcp, int port) {
     return fd;
 }
 
-// Opens the sockets; benchmarks of equal arguments share what the first of them opened.
+// Opens the sockets; benchmarks with equal arguments share them.
 void Prepare(bool tcp, int count) {
     static std::pair<bool, int> prepared;
     static std::vector<int> open;
@@ -113,7 +113,7 @@ void AskFor(int netlink, int family, bool tcp) {
     }
 }
 
-// Marks the ports of one datagram; false behind the last message of the dump.
+// Marks the ports of one datagram. Returns false after the last message of the dump.
 bool MarkAll(const char *data, std::size_t size, Ports &ports) {
     for (std::size_t at = 0; at < size;) {
         const auto *header = reinterpret_cast<const nlmsghdr *>(data + at);

@@ -23,7 +23,7 @@ double SecondsOfOneIteration(const benchmark::BenchmarkReporter::Run &run) {
 
 }  // namespace
 
-// Escape sequences for colours belong on a terminal, not in a file.
+// Escape sequences for colours are for terminals only.
 RatioReporter::RatioReporter(std::vector<Ratio> ratios)
     : ConsoleReporter(isatty(STDOUT_FILENO) != 0 ? OO_ColorTabular : OO_Tabular),
       ratios_(std::move(ratios)) {}

@@ -1,4 +1,4 @@
-// Prints the ordinary table, then how each benchmark compares with its peers, in one table.
+// Prints the ordinary table, then a table that compares each benchmark with its peers.
 #ifndef TAVO_BENCH_RATIO_REPORTER_H
 #define TAVO_BENCH_RATIO_REPORTER_H
 
@@ -10,12 +10,12 @@
 
 namespace tavo::bench {
 
-// A peer that stands for a limit of time and not for a benchmark.
+// A peer that is a time limit, not a benchmark.
 inline constexpr char kOneSecond[] = "one second";
 
 // A comparison: the median time of `subject` is divided by that of `peer`, for all arguments that
-// both have. What it should be at most, 0 for no limit, is printed beside it: for the arguments
-// `reach_at`, or for all where that is empty.
+// both have. The limit for the result, 0 for none, is printed next to it: for the arguments
+// `reach_at`, or for all if that is empty.
 struct Ratio {
     std::string subject;
     std::string peer;
@@ -33,7 +33,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
     void Finalize() override;
 
   private:
-    // In seconds; 0 where nothing was measured.
+    // In seconds; 0 if nothing was measured.
     double MedianOf(const std::string &family, const std::string &arguments) const;
     void PrintRatios(const std::string &arguments) const;
 

@@ -1,4 +1,4 @@
-// Runs programs as a user starts them, and measures what they cost.
+// Runs programs like a user does, and measures their cost.
 #ifndef TAVO_BENCH_RUN_COMMAND_H
 #define TAVO_BENCH_RUN_COMMAND_H
 
@@ -10,8 +10,8 @@ namespace tavo::bench {
 // Processor time so far of this process and of the children that it has waited for.
 double ProcessorSeconds();
 
-// Runs a program, looked up on the PATH when its name has no slash, and discards its output. The
-// exit status; -1 where it could not be started or was killed.
+// Runs a program, searched on the PATH if its name has no slash, and discards its output. Returns
+// the exit status; -1 if the program could not be started or was killed.
 int RunSilently(const std::vector<std::string> &command);
 
 }  // namespace tavo::bench

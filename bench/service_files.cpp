@@ -8,7 +8,7 @@
 namespace tavo::bench {
 namespace {
 
-// With references for the user interface beside the texts.
+// The section has references for the user interface in addition to the texts.
 std::string Section(int file, int section, PortLists ports) {
     const std::string name = "service-" + std::to_string(file) + "-" + std::to_string(section);
     const int first = 1024 + (file * 7 + section * 3) % 60000;

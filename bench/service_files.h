@@ -1,4 +1,4 @@
-// Service files as packages ship them, to be read by the benchmarks.
+// Service files like those of packages, for the benchmarks to read.
 #ifndef TAVO_BENCH_SERVICE_FILES_H
 #define TAVO_BENCH_SERVICE_FILES_H
 
@@ -10,14 +10,16 @@ namespace tavo::bench {
 
 inline constexpr char kServiceFolder[] = "/usr/local/etc/services.d";
 
-// What each service declares: a port and nearly every one above it, or that port and ten in a row.
+// The ports of each service: a port and nearly every one above it, or that port and ten consecutive
+// ones.
 enum class PortLists { kWide, kFew };
 
-// Fills the folder with `files` files of `sections` sections each; benchmarks of equal arguments
-// share what the first of them wrote.
+// Fills the folder with `files` files of `sections` sections each; benchmarks with equal arguments
+// share them.
 void WriteServiceFiles(int files, int sections, PortLists ports = PortLists::kWide);
 
-// A benchmark: enumerates that many files of that many sections, the two arguments.
+// A benchmark that enumerates the service files; the two arguments are the numbers of files and
+// sections.
 template <PortLists ports = PortLists::kWide>
 void EnumerateServiceFiles(benchmark::State &state) {
     const int files = static_cast<int>(state.range(0));

@@ -15,8 +15,8 @@
 namespace tavo::bench {
 namespace {
 
-// Opens a socket of a port of its own, every fifth for UDP, every second over IPv6; a TCP socket
-// listens. -1 where it cannot be had.
+// Opens a socket with a port of its own, every fifth for UDP, every second over IPv6; a TCP socket
+// listens. Returns -1 on failure.
 int OpenSocket(int number) {
     const bool tcp = number % 5 != 0;
     const bool over_ipv6 = number % 2 == 1;
@@ -42,7 +42,7 @@ int OpenSocket(int number) {
     return -1;
 }
 
-// Holds sockets first..last-1 until the benchmark ends; writes how many there are to `report`.
+// Holds sockets first..last-1 until the benchmark ends; writes the number of open ones to `report`.
 [[noreturn]] void Hold(int first, int last, int report) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     int held = 0;
@@ -64,7 +64,7 @@ class Holders {
   public:
     ~Holders() { Stop(); }
 
-    // Starts as many as possible and returns how many sockets they hold.
+    // Starts as many as possible and returns the number of sockets they hold.
     int Start(int sockets, int processes) {
         Stop();
         int report[2];
