@@ -1,4 +1,4 @@
-// For fuzzers that run in a private appliance, of what is read at fixed paths.
+// For fuzzers of readers of fixed paths, which run in a private appliance.
 #ifndef TAVO_TESTS_FUZZ_FUZZ_APPLIANCE_H
 #define TAVO_TESTS_FUZZ_FUZZ_APPLIANCE_H
 
@@ -10,7 +10,7 @@
 #include "fuzz_support.h"
 #include "require_appliance.h"
 
-// Creates or replaces the file `path` of the appliance, whose folder is there.
+// Creates or replaces the file `path` of the appliance, whose folder must exist.
 inline void PlaceFile(const char *path, std::string_view bytes) {
     tavo::test::RequireAppliance();
     const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);

@@ -1,10 +1,11 @@
-// The caller's side of a change: any record, names and ports. What the record may not hold is
-// refused, with nothing touched; whatever else it holds, nothing but the services folders, their
-// side copies and the copies in /tmp is touched, and of those copies none stays.
+// Any change records, names and ports from a caller. An invalid record is rejected, and nothing is
+// changed. Any other record changes nothing but the services folders, their copies next to them and
+// the copies in /tmp, and none of the copies remains.
 //
-// An input is the change (one byte), the record as it lies in memory, a port as it lies in memory,
-// and the name, title and description of a section, each ended by a NUL. What an input is too short
-// for is zero. Programs take a thousand times as long as the rest, so they are stood in for.
+// An input is the change (one byte), the record as in memory, a port as in memory, and the name,
+// title and description of a section, each NUL-terminated. Missing parts of a short input are zero.
+// Running programs would take a thousand times as long as the rest, so they are replaced by
+// stand-ins.
 #include <algorithm>
 #include <cstdarg>
 #include <cstddef>
@@ -31,14 +32,14 @@ constexpr std::string_view kGame = "[game]\ntitle=Game\ndesc=A game\ndst.ports=\
 
 int g_started = 0;
 
-// Where a change may write.
+// The paths where a change may write.
 void CheckPath(std::string_view path) {
     Require(path.starts_with("/tmp/") || path.starts_with("/usr/tavo/etc/") ||
             path.starts_with("/usr/local/etc/"));
     Require(("/" + std::string(path) + "/").find("/../") == std::string::npos);
 }
 
-// Does what the program would do; its status.
+// Does what the program would do; returns its status.
 int Stand(std::string_view program, const std::vector<const char *> &arguments) {
     std::vector<fs::path> paths;
     for (const char *argument : arguments) {
@@ -74,7 +75,7 @@ __attribute__((visibility("default"))) int TLIBCExec(const char *szProgram, cons
     return Stand(szProgram, arguments);
 }
 
-// The firewall's tool and the service manager's.
+// The tools of the firewall and of the service manager.
 __attribute__((visibility("default"))) int TLIBCExecl(const char * /*szProgram*/, int /*nOptions*/,
                                                       const char * /*szArg*/, ...) {
     ++g_started;
@@ -96,7 +97,7 @@ std::vector<std::string> Names(const char *folder) {
     return names;
 }
 
-// What stands around the services folders.
+// The entries around the services folders.
 std::vector<std::string> Surroundings() {
     std::vector<std::string> all;
     for (const char *folder : {"/", "/tmp", "/usr/local", "/usr/local/etc", "/usr/tavo",
@@ -127,7 +128,7 @@ bool ServicesAreUntouched() {
 
 // ---- The input ----
 
-// Takes as much of the input as there is room for.
+// Takes as many bytes of the input as the record has.
 template <typename Record>
 Record Take(std::string_view &input) {
     Record record = {};
@@ -144,7 +145,7 @@ void TakeText(std::string_view &input, char (&field)[Size]) {
     input.remove_prefix(std::min(input.size(), text.size() + 1));
 }
 
-// ---- What a record may hold ----
+// ---- Valid records ----
 
 template <std::size_t Size>
 std::string_view Text(const char (&field)[Size]) {
@@ -191,8 +192,8 @@ struct Asked {
         TakeText(input, section.strTitle.szText);
         TakeText(input, section.strDesc.szText);
         section.pDstPorts = &port;
-        // The sockets are asked with a slot for each port of a range, so that a range of billions
-        // is a matter of memory.
+        // The query of the sockets needs a slot for each port of a range, so that a range of
+        // billions needs too much memory.
         if (std::max(port.nPortStart, port.nPortEnd) > 65535) {
             param.nCheckFlags &= ~static_cast<std::uint32_t>(TAVO_PORT_CHECK_RUNTIME);
         }

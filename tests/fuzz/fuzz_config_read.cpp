@@ -1,4 +1,4 @@
-// Any bytes as a configuration file, through every reader. The readers must agree with each other
+// Any bytes as a configuration file, read with every reader. The results must agree with each other
 // and with a walk over the lines.
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -20,7 +20,7 @@
 
 namespace {
 
-// The file has no name but this one.
+// A file that has only this path.
 class MemoryFile {
   public:
     explicit MemoryFile(std::string_view bytes)
@@ -61,7 +61,7 @@ void CheckLines(std::string_view text) {
 using Keys = std::vector<std::pair<std::string, std::string>>;
 using Sections = std::vector<std::pair<std::string, Keys>>;
 
-// A key keeps the place where it first came and has the value that came last.
+// A key keeps its first position and gets its last value.
 void Set(Keys &keys, const std::string &key, const std::string &value) {
     const auto known = std::find_if(keys.begin(), keys.end(),
                                     [&](const auto &entry) { return entry.first == key; });
@@ -72,7 +72,7 @@ void Set(Keys &keys, const std::string &key, const std::string &value) {
     }
 }
 
-// What the sections hold, read the slow way, line by line.
+// The contents of the sections, read slowly, line by line.
 Sections WalkSections(std::string_view text) {
     Sections sections;
     Keys *keys = nullptr;
@@ -119,7 +119,7 @@ void CheckSections(const char *path, const Sections &expected) {
     CheckSection(path, "absent\n", {});
 }
 
-// The keys in front of the first section, each as the readers of single keys see it.
+// The keys before the first section, each as returned by the readers of single keys.
 void CheckKeysOutsideSections(const char *path, std::string_view text) {
     tavo::ConfigLineReader lines(text);
     tavo::ConfigLine line;

@@ -1,8 +1,8 @@
-// Any change to any file: what was asked for is read back, other sections keep every byte, the same
-// change again changes nothing, and a refused one leaves the file.
+// Any change to any file: the requested contents are read back, other sections keep every byte,
+// repeating the change changes nothing, and a rejected change leaves the file unchanged.
 //
-// An input is the name of the writer (one byte: S, A, V or R), a section, a key, a value and a
-// second key and value, each ended by a NUL; the rest is the file.
+// An input is the writer (one byte: S, A, V or R), a section, a key, a value and a second key and
+// value, each NUL-terminated; the rest is the file.
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,7 +23,7 @@ namespace {
 
 using Keys = std::map<std::string, std::string>;
 
-// A file in memory in a folder of its own, kept from input to input.
+// A file in memory in a folder of its own, used for all inputs.
 const std::string &Path() {
     static const std::string path = [] {
         std::string folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
@@ -85,7 +85,7 @@ struct Change {
     std::string section;
     Table keys;
 
-    // Takes the fields off the front of the input.
+    // Takes the fields from the start of the input.
     explicit Change(std::string_view &input) {
         if (!input.empty()) {
             writer = input.front();
@@ -125,7 +125,7 @@ struct Change {
     }
 };
 
-// The bytes of the file that are not the section's.
+// The bytes of the file outside the section.
 std::string Beside(std::string_view text, std::string_view section) {
     std::string beside;
     tavo::ConfigLineReader lines(text);
@@ -153,7 +153,7 @@ void CheckKeys(const Change &change, const Keys &before) {
     const Keys wanted = change.writer == 'R' ? Keys() : change.keys.Contents();
     for (const auto &[key, value] : wanted) {
         Require(after.count(key) == 1);
-        // A line that was read as the value already keeps its spelling.
+        // A line that is already read as the value keeps its spelling.
         const bool kept = change.writer != 'V' && !tavo::IsQuoted(value) &&
                           before.count(key) == 1 && before.at(key) == value;
         Require(after.at(key) == (kept ? value : Unquoted(value)));
@@ -177,8 +177,8 @@ void CheckChange(const Change &change, const std::string &before) {
     }
     CheckKeys(change, section.Contents());
     const std::string beside = Beside(before, change.section);
-    // In front of a section that is new at the end stand a line end and a blank line at most;
-    // behind one that is taken out its comments stay.
+    // A new section at the end is preceded by at most a line end and a blank line; the comments
+    // after a removed section remain.
     const std::string beside_after = Beside(after, change.section);
     Require(change.writer == 'R' || beside_after.starts_with(beside));
     Require(change.writer == 'R' || beside_after.size() <= beside.size() + 4);

@@ -1,5 +1,5 @@
-// The caller's side of a check for conflicts: flags (first byte), then skipped names, ports and
-// protocols, a line each.
+// Any arguments of a check for conflicts: flags (first byte), then skipped names, ports and
+// protocols, one line each.
 #include <cstddef>
 #include <cstdint>
 #include <sstream>
@@ -10,8 +10,8 @@
 
 namespace {
 
-// The sockets are asked with a slot for each port of a range, so that a range of billions is a
-// matter of memory: the fuzzer is not to find that out again and again.
+// The query of the sockets needs a slot for each port of a range, so that a range of billions needs
+// too much memory. The fuzzer skips such ranges.
 bool HasHugeNumber(const std::string &ports) {
     std::size_t digits = 0;
     for (const char c : ports) {

@@ -1,6 +1,6 @@
-// Ports that are asked for, up to the first newline, against declared ones after it: whatever both
-// say, the comparison answers and lists what comparing every pair of ranges does, whether it makes
-// its conflicts at once or only in the end.
+// A query, up to the first newline, against the declared ports after it: the comparison gives the
+// same result and the same list as comparing every pair of ranges, both when it creates the
+// conflicts at once and when it creates them at the end.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

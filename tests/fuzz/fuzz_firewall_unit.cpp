@@ -1,5 +1,5 @@
 // Any bytes as a unit of the service manager: its firewall sections are the trimmed names between
-// the commas of the value that the core library reads there.
+// the commas of the value that the core library reads.
 #include <cstddef>
 #include <cstdint>
 #include <string>

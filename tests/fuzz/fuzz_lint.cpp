@@ -1,4 +1,4 @@
-// Lint against the library: any bytes, read as a file, must mean the same to both.
+// Compares lint with the library: any bytes, read as a file, must mean the same to both.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -17,7 +17,7 @@ namespace {
     std::abort();
 }
 
-// Whatever a file holds, nothing of it reaches a terminal but printable text.
+// Whatever the file contains, only printable text is written to a terminal.
 void CheckPrinted(std::string_view text) {
     for (const tavo::tool::Diagnostic &diagnostic :
          tavo::tool::LintText(text, "input").diagnostics) {

@@ -1,6 +1,6 @@
-// Any bytes as the two mapping tables of firewall services, the factory's behind a line of dashes.
-// What they give is read once more here, line by line; a service without sections in either is the
-// package's.
+// Any bytes as the two mapping tables of firewall services; the factory's one follows a line of
+// dashes. The tables are read once more here, line by line. A service without sections in either
+// table gets those of the package.
 #include <cstddef>
 #include <cstdint>
 #include <string>

@@ -1,10 +1,10 @@
-// What a notification reads: any files before and after a change, and any paths to them. Plugins
-// get the text of each file up to its first NUL, "" for one that is missing or cannot be told of,
-// and who is to act.
+// The input of a notification: any files before and after a change, and any paths to them. Plugins
+// get the text of each file up to its first NUL, "" for a file that is missing or cannot be passed
+// on, and the addressees.
 //
-// An input is flags (one byte: 1 tell the firewall, 2 tell port forwarding, 4 a removal), the old
-// path and the new path below /run/notified, each ended by a NUL, the length of the old text (two
-// bytes) and the texts, which are put where the paths say, as far as they name a place for a file.
+// An input is flags (one byte: 1 notify the firewall, 2 notify port forwarding, 4 a removal), the
+// old path and the new path below /run/notified, each NUL-terminated, the length of the old text
+// (two bytes) and the texts, which are written to the paths if these can name a file.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -34,7 +34,7 @@ int g_calls = 0;
 
 extern "C" {
 
-// In front of that of the core library: the one plugin of the appliance.
+// Takes precedence over the function of the core library; acts as the only plugin of the appliance.
 __attribute__((visibility("default"))) int TLIBCExecInput(const char * /*szProgram*/,
                                                           const char *szArg, const void *pInput,
                                                           size_t cbInput, int /*nSeconds*/) {
@@ -88,7 +88,7 @@ std::size_t TakeSize(std::string_view &input) {
     return size;
 }
 
-// A path below the folder, cut to what a notification has room for; "" stays empty.
+// A path below the folder, truncated to the size in a notification; "" stays empty.
 std::string PathBelow(const std::string &name) {
     const bool leads_out = ("/" + name + "/").find("/../") != std::string::npos;
     return name.empty() || leads_out ? "" : (kFolder + name).substr(0, 4095);
@@ -144,7 +144,8 @@ struct Notification {
     }
 };
 
-// Whether there is a text to tell of: what is missing is empty, what is no file cannot be read.
+// Whether the text can be passed on: a missing file is empty, and an entry that is not a file
+// cannot be read.
 bool IsTold(const std::string &path) {
     std::error_code too_long;
     return fs::is_regular_file(path, too_long) || TLIBCFileExist(path.c_str()) == 0;

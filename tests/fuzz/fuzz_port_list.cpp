@@ -1,4 +1,5 @@
-// Port lists: whatever parses prints, and what was printed parses to the same entries in reverse.
+// Port lists: a list that parses can be printed, and the printed text parses to the same entries in
+// reverse order.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace {
 
 using Entry = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, std::uint32_t>;
 
-// The entries from the head on, ranges in order as the printer writes them.
+// The entries from the head, ranges in ascending order as they are printed.
 std::vector<Entry> Entries(const TAVO_SERVICE_CONF_PORT *list) {
     std::vector<Entry> entries;
     for (; list != nullptr; list = list->pNext) {
@@ -40,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         Require(list == nullptr);
         return 0;
     }
-    // A number may have leading zeros, but none of these is longer printed than it was written.
+    // Numbers may have leading zeros, but no number is printed longer than it was written.
     std::string ports(std::max<std::size_t>(size + 8, 16) * 2, '\0');
     char proto[16];
     Require(TLIBServiceConfPortsToStr(list, ports.data(), static_cast<int>(ports.size()), proto,

@@ -1,5 +1,5 @@
-// PORTS[/PROTOCOLS] as people type it: what is taken means the same to the library, and what is
-// refused has a place in the text.
+// PORTS[/PROTOCOLS] as typed by users: accepted text means the same to the library, and rejected
+// text is reported with a position.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// The set of the ports of a list that the library has parsed, and the protocols of its head.
+// The ports of a list as parsed by the library, and the protocols of its head.
 tavo::tool::PortQuery Parsed(const std::string &text) {
     TAVO_SERVICE_CONF_PORT *list = nullptr;
     Require(TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &list) == 0);

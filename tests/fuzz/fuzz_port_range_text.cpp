@@ -1,5 +1,5 @@
-// Range text: any text imports, a set in order prints as text that imports to the same set, and the
-// set joined or overlapped with itself is still that set.
+// Range text: any text can be imported, an ordered set prints as text that imports to the same set,
+// and the set joined or overlapped with itself does not change.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Ranges in descending order make every one walk.
+// If the ranges are in descending order, each one needs a walk over the set.
 constexpr std::size_t kLongest = 4096;
 
 struct Node {
@@ -33,8 +33,8 @@ std::vector<Node> Nodes(const TAVO_PORT_RANGE *set) {
     return nodes;
 }
 
-// A reversed range may not come to lie again where it lay, and one that ends at the highest value
-// is left behind by whatever is added.
+// A reversed range may be inserted at another position when it is added again, and added ranges are
+// placed after one that ends at the highest value.
 bool IsInOrder(const std::vector<Node> &nodes) {
     const auto odd = [](const Node &node) {
         return node.start > node.end || node.end == UINT32_MAX;

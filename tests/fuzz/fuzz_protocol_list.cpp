@@ -1,5 +1,5 @@
-// Protocol lists: the answer is a flag word or -1, and changes neither with case nor with blanks
-// around the text.
+// Protocol lists: the result is a flag word or -1, and depends neither on case nor on blanks around
+// the text.
 #include <cstddef>
 #include <cstdint>
 #include <string>

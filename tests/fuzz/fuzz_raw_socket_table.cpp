@@ -1,5 +1,5 @@
-// Any bytes as a table of sockets, read into a list that holds some already. A walk over its lines
-// that compares each with every former one must find the same.
+// Any bytes as a socket table, read into a list that has entries already. A walk over its lines
+// that compares each with all earlier ones must find the same.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ namespace {
 
 const RawSocketInfo kKnown = {.uPort = 80, .uState = 10, .ulInode = 1, .uProtocol = 1};
 
-// Reads the bytes from a file that has no name but this one.
+// Reads the bytes from a file that has only this path.
 void Read(const std::string &table, std::uint16_t protocol, TLIBCDList *pList) {
     const int fd = memfd_create("table", MFD_CLOEXEC);
     Require(fd >= 0 && write(fd, table.data(), table.size()) == static_cast<ssize_t>(table.size()));

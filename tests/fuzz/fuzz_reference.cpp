@@ -1,5 +1,4 @@
-// References into string tables: every field stays terminated, and what is not named stays as it
-// was.
+// References into string tables: every field stays terminated, and unnamed fields stay unchanged.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
-// Any text as a line of a table of sockets. The reader must make of it what the C library's own
-// formatted reading makes of it.
+// Any text as a line of a socket table. The parser must give the same result as the C library's
+// formatted input.
 #include <cstddef>
 #include <cstdint>
 #include <string>

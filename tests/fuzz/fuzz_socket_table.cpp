@@ -1,5 +1,5 @@
-// Any bytes as a table of /proc/net. A walk over lines and words, which holds the table as a whole,
-// must find the same ports as the reader, which reads it in pieces.
+// Any bytes as a table of /proc/net. A walk over lines and words of the whole table must find the
+// same ports as the reader, which reads it in pieces.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -16,7 +16,7 @@
 
 namespace {
 
-// The reader takes no line that fills its buffer.
+// The reader ignores lines that fill its buffer.
 constexpr std::size_t kLongestLine = 8191;
 
 std::vector<std::string> Split(const std::string &text, const std::string &separators) {
@@ -52,7 +52,7 @@ void MarkLine(const std::string &line, tavo::PortSet &ports) {
     }
 }
 
-// What the reader makes of the bytes, in a file that has no name but this one.
+// The result of the reader for the bytes, in a file that has only this path.
 tavo::PortSet Read(const std::uint8_t *data, std::size_t size) {
     const int fd = memfd_create("table", MFD_CLOEXEC);
     Require(fd >= 0 && write(fd, data, size) == static_cast<ssize_t>(size));

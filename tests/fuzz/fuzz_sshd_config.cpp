@@ -1,5 +1,5 @@
-// Any bytes as the configuration of the SSH server, against its grammar written down once more as
-// regular expressions.
+// Any bytes as the configuration of the SSH server, compared with a second implementation of its
+// grammar with regular expressions.
 #include <cstddef>
 #include <cstdint>
 #include <regex>

@@ -1,4 +1,4 @@
-// What the fuzzers share.
+// Common parts of the fuzzers.
 #ifndef TAVO_TESTS_FUZZ_FUZZ_SUPPORT_H
 #define TAVO_TESTS_FUZZ_FUZZ_SUPPORT_H
 
@@ -6,14 +6,14 @@
 
 #include <cstdlib>
 
-// Ends the run as a finding; assert would vanish from optimised builds.
+// Ends the run as a finding; assert would be removed from optimised builds.
 inline void Require(bool condition) {
     if (!condition) {
         std::abort();
     }
 }
 
-// Millions of bad inputs are no news for the system log.
+// Keeps the errors of millions of invalid inputs out of the system log.
 inline void QuietLog() {
     setlogmask(LOG_MASK(LOG_EMERG));
 }

@@ -1,4 +1,4 @@
-// Runs a fuzzer over the files of its corpus, once each.
+// Runs a fuzzer once for each file of its corpus.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
