@@ -1,6 +1,6 @@
-// The appliance's root is the run's own tree, over which the host's programs and libraries and the
-// source and build trees are mounted read-only, each at its own path: programs run inside as they
-// were built, with their RPATHs.
+// The appliance's root is the tree of the run. The host's programs and libraries and the source and
+// build trees are mounted over it read-only, each at its own path, so that programs run inside with
+// their original RPATHs.
 #include "bubblewrap.h"
 
 #include <unistd.h>
@@ -32,13 +32,13 @@ void AppendNamespaces(Arguments &arguments) {
     Append(arguments, {"--unshare-pid", "--unshare-net", "--unshare-ipc", "--unshare-uts",
                        "--hostname", "appliance", "--die-with-parent"});
     if (geteuid() != 0) {
-        // Root of the appliance only: what it may do ends at the namespaces.
+        // Root inside the appliance only: its rights end at the namespaces.
         Append(arguments, {"--unshare-user", "--uid", "0", "--gid", "0", "--cap-add", "ALL"});
     }
 }
 
 void AppendReadOnly(Arguments &arguments, const fs::path &folder) {
-    // Made by the way, they would be closed to everybody but root.
+    // If bubblewrap created these folders implicitly, only root could access them.
     fs::path above = "/";
     for (const fs::path &name : folder.parent_path().relative_path()) {
         Append(arguments, {"--dir", above /= name});
@@ -53,7 +53,7 @@ void AppendMounts(Arguments &arguments, const BuildTree &tree, const fs::path &r
     }
     AppendReadOnly(arguments, tree.source);
     AppendReadOnly(arguments, tree.build);
-    // Coverage counters are files in the build tree, which programs inside write when they end.
+    // Coverage counters are files in the build tree, which programs inside write when they exit.
     if (const char *counters = std::getenv("TAVO_APPLIANCE_WRITABLE")) {
         Append(arguments, {"--bind", counters, counters});
     }
@@ -67,7 +67,7 @@ void AppendEnvironment(Arguments &arguments, const BuildTree &tree) {
                        "root", "--setenv", "LOGNAME", "root", "--unsetenv", "TMPDIR"});
 }
 
-// The working directory when it is the same one inside.
+// The working directory if it exists inside, else "/".
 std::string WorkingDirectory(const BuildTree &tree) {
     std::error_code gone;
     const fs::path here = fs::current_path(gone);

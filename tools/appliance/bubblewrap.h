@@ -1,4 +1,4 @@
-// What bubblewrap is told, and so what the appliance looks like.
+// The command line of bubblewrap, which defines what the appliance looks like.
 #ifndef TAVO_TOOLS_APPLIANCE_BUBBLEWRAP_H
 #define TAVO_TOOLS_APPLIANCE_BUBBLEWRAP_H
 
@@ -8,7 +8,7 @@
 
 namespace tavo {
 
-// Where the launcher belongs to, found from its own program file.
+// The build tree of the launcher, found from its own program file.
 struct BuildTree {
     std::filesystem::path program;  // the launcher itself
     std::filesystem::path bin;      // where every program of the build is
@@ -18,17 +18,17 @@ struct BuildTree {
 };
 BuildTree FindBuildTree();
 
-// The bwrap program on the PATH; throws where there is none.
+// The bwrap program on the PATH; throws if there is none.
 std::filesystem::path FindBubblewrap();
 
 // Whether `path` is `folder` or below it; both absolute and without "..".
 bool IsInside(const std::filesystem::path &path, const std::filesystem::path &folder);
 
-// Whether an absolute path is in one of the system folders that the appliance takes from the host.
+// Whether an absolute path is in one of the system folders that are shared with the host.
 bool IsHostPath(const std::filesystem::path &path);
 
-// The command line that starts `command` in an appliance whose root is `root`. The launcher is
-// started in it first, with `report_fd` to tell that it is there (see inside.h).
+// The command line that starts `command` in an appliance with the root `root`. It starts the
+// launcher inside first, which reports through `report_fd` (see inside.h).
 std::vector<std::string> BubblewrapCommand(const std::filesystem::path &bubblewrap,
                                            const BuildTree &tree, const std::filesystem::path &root,
                                            int report_fd, const std::vector<std::string> &command);

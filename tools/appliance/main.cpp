@@ -1,7 +1,7 @@
 // appliance: runs a command in a private appliance.
 //
-// What stands behind -- is the command's own and is taken off before the options are read, so that
-// no argument of the command is ever mistaken for one.
+// The words after -- belong to the command. They are removed before the options are parsed, so that
+// no argument of the command is interpreted as an option.
 #include <getopt.h>
 
 #include <algorithm>
@@ -65,12 +65,12 @@ constexpr option kOptions[] = {{"help", no_argument, nullptr, kHelpOption},
                                {"with", required_argument, nullptr, kWith},
                                {}};
 
-// What the words before "--" ask for.
+// The words before "--", parsed.
 struct Request {
     bool run = false;
     bool help = false;
     bool version = false;
-    bool files = false;  // words are files of --with
+    bool files = false;  // further words are files of --with
     tavo::RunOptions options;
 };
 
@@ -150,7 +150,7 @@ int main(int argc, char *argv[]) {
         }
         return Main(argc, argv);
     } catch (const std::system_error &error) {
-        // Its what() is written for programmers, and names temporary paths.
+        // what() is meant for programmers and contains temporary paths.
         std::fprintf(stderr, "appliance: %s\n", tavo::ErrorText(error.code().value()).c_str());
         return tavo::kOwnFailure;
     } catch (const std::exception &error) {

@@ -1,6 +1,5 @@
-// A message stays in the socket until the launcher takes it, and a sender waits while the socket is
-// full, so none is lost as long as the socket is emptied once more after the last process has
-// ended.
+// A message stays in the socket until the launcher reads it, and a sender waits while the socket is
+// full. No message is lost if the socket is drained once more after the last process has ended.
 #include "message_log.h"
 
 #include <fcntl.h>
@@ -31,7 +30,7 @@ std::string Priority(unsigned value) {
     return name + "." + kSeverities[value % 8];
 }
 
-// A path longer than sun_path holds is reached through the descriptor of its folder.
+// The path may be too long for sun_path, so the folder is accessed through its descriptor.
 sockaddr_un AddressIn(const Descriptor &folder) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
@@ -84,7 +83,7 @@ std::string MessageLine(std::string_view message) {
     while (message.ends_with('\n') || message.ends_with('\0')) {
         message.remove_suffix(1);
     }
-    // One line a message, whatever it holds; the notation of rsyslog.
+    // One line per message; newlines are written in the notation of rsyslog.
     for (char c : message) {
         line += c == '\n' ? "#012" : std::string(1, c);
     }

@@ -15,16 +15,16 @@ constexpr const char *kLogSocket = "/run/log/socket";
 
 class MessageLog {
   public:
-    // Makes the socket and the file messages in the folder /run/log of the tree `root`.
+    // Creates the socket and the file messages in the folder /run/log of the tree `root`.
     explicit MessageLog(const std::filesystem::path &root);
-    // Takes the socket away, which nobody listens to any more.
+    // Removes the socket, which is no longer read.
     ~MessageLog();
     MessageLog(const MessageLog &) = delete;
     MessageLog &operator=(const MessageLog &) = delete;
 
     int Socket() const { return socket_.Get(); }
 
-    // Appends every message that has arrived to the file.
+    // Appends all messages that have arrived to the file.
     void Drain() const;
 
   private:
@@ -33,8 +33,8 @@ class MessageLog {
     Descriptor file_;
 };
 
-// A message as sent ("<11>Nov 20 11:12:13 name: text") as the line of the file ("user.err Nov 20
-// 11:12:13 name: text"), with its newline.
+// Converts a message as sent ("<11>Nov 20 11:12:13 name: text") to a line of the file ("user.err
+// Nov 20 11:12:13 name: text"), with its newline.
 std::string MessageLine(std::string_view message);
 
 }  // namespace tavo

@@ -18,7 +18,7 @@ struct Report {
     int first;
 };
 
-// A message of one byte with room for the two descriptors of a report.
+// A message of one byte with space for the two descriptors of a report.
 class ReportMessage {
   public:
     ReportMessage() {

@@ -1,4 +1,4 @@
-// The processes inside, as the first program there reports them to the launcher outside.
+// The processes inside, as reported by the first program there to the launcher outside.
 #ifndef TAVO_TOOLS_APPLIANCE_REPORTED_PROCESSES_H
 #define TAVO_TOOLS_APPLIANCE_REPORTED_PROCESSES_H
 
@@ -6,28 +6,28 @@
 
 namespace tavo {
 
-// Sends the report through `socket`: the calling process, which is to become the command, and the
-// first one of its process table, with which the table ends.
+// Sends the report through `socket`: descriptors of the calling process, which becomes the command,
+// and of the first process of its PID namespace, which ends together with the namespace.
 void ReportProcesses(int socket);
 
 class ReportedProcesses {
   public:
-    // Makes a pair of sockets for the report.
+    // Creates a socket pair for the report.
     ReportedProcesses();
-    // Waits until the last process inside is gone. bubblewrap must have ended before.
+    // Waits until the last process inside has ended. bubblewrap must have ended before.
     ~ReportedProcesses();
     ReportedProcesses(const ReportedProcesses &) = delete;
     ReportedProcesses &operator=(const ReportedProcesses &) = delete;
 
     int InsideSocket() const { return inside_socket_.Get(); }
-    // -1 when the report has been received.
+    // -1 once the report has been received.
     int ReportSocket() const { return report_socket_.Get(); }
 
-    // Takes the report if it has come by now.
+    // Receives the report if it has arrived.
     void ReceiveReport();
     bool Reported() const { return command_.IsOpen(); }
 
-    // Sends the command a signal if it still runs.
+    // Sends the command a signal if it is still running.
     void SignalCommand(int signal) const;
 
   private:

@@ -1,6 +1,6 @@
-// Git keeps contents, links and the executable bit of the template, but neither empty folders nor
-// any other mode. So every mode of a copy is set outright (whatever umask the template was checked
-// out with) and the list "folders" names the folders that are empty or have a mode of their own.
+// Git stores contents, links and the executable bit of the template, but neither empty folders nor
+// other mode bits. Every mode of a copy is therefore set explicitly (the umask of the checkout does
+// not matter), and the list "folders" names the folders that are empty or have a special mode.
 #include "root_tree.h"
 
 #include <linux/magic.h>
@@ -21,8 +21,8 @@ namespace tavo {
 namespace fs = std::filesystem;
 namespace {
 
-// Does `work`; an error of the file system there becomes the failure of `what`, without the paths
-// of the temporary tree, which say nothing to the user.
+// Runs `work` and converts a file system error into a failure of `what`, without the paths of the
+// temporary tree, which mean nothing to the user.
 template <typename Work>
 void Attempt(const std::string &what, const Work &work) {
     try {
@@ -32,8 +32,8 @@ void Attempt(const std::string &what, const Work &work) {
     }
 }
 
-// Removing a tree takes a few milliseconds a folder on a disk that is told of each block which
-// becomes free, and each run removes its tree: in memory it takes none.
+// Each run removes its tree. On a disk that discards freed blocks at once this takes a few
+// milliseconds per folder; in memory it takes no time.
 bool IsMemoryForPrograms(const char *folder) {
     struct statfs about;
     return statfs(folder, &about) == 0 && about.f_type == TMPFS_MAGIC &&
@@ -80,8 +80,8 @@ void CopyTree(const fs::path &from, const fs::path &to) {
     }
 }
 
-// Not every host has every program that the template links to. A link without its program would
-// lead nowhere inside.
+// A host may lack some of the programs that the template links to; these links would be dangling
+// inside.
 void RemoveLinksToMissingPrograms(const fs::path &root) {
     std::vector<fs::path> missing;
     for (const fs::directory_entry &entry : fs::directory_iterator(root / "bin")) {
@@ -115,8 +115,8 @@ void MakeListedFolders(const fs::path &list, const fs::path &root) {
     }
 }
 
-// A folder that the command left without permissions would keep an ordinary user from removing what
-// is in it.
+// An ordinary user could not remove the contents of a folder that the command left without
+// permissions.
 void OpenUp(const fs::path &folder) {
     std::error_code ignored;
     fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
@@ -152,8 +152,8 @@ ExtraFile ParseExtraFile(const std::string &text, const fs::path &share) {
     if (!target.has_filename()) {
         refuse("the target must name a file");
     }
-    // The folder that is meant, links of the template followed. An absolute link names a path of
-    // the appliance; followed from here it would lead to the host's.
+    // The real target folder, with links in the template resolved. An absolute link is a path in
+    // the appliance; resolved here, it would lead to the host.
     const fs::path root = fs::canonical(share / "root");
     fs::path folder;
     Attempt("--with " + text,
@@ -172,14 +172,15 @@ ExtraFile ParseExtraFile(const std::string &text, const fs::path &share) {
 RootTree::RootTree() {
     const fs::path folder = TemporaryFolder();
     const std::string failure = "cannot make a folder for the appliance in " + folder.string();
-    // mkdtemp writes the name in place, so it needs the text itself.
+    // mkdtemp modifies the name in place.
     std::string name;
     Attempt(failure, [&] { name = fs::canonical(folder) / "tavo-appliance-XXXXXX"; });
     if (mkdtemp(name.data()) == nullptr) {
         FailWithErrno(failure);
     }
     temporary_ = name;
-    // One level below: the root is everybody's to read, the folder around it the user's own.
+    // The root is one level below: it is readable for everyone, the folder around it only for the
+    // user.
     root_ = temporary_ / "root";
 }
 

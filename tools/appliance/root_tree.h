@@ -1,4 +1,4 @@
-// The root of one run: a copy of the template that belongs to the run alone.
+// The root of one run: a private copy of the template.
 #ifndef TAVO_TOOLS_APPLIANCE_ROOT_TREE_H
 #define TAVO_TOOLS_APPLIANCE_ROOT_TREE_H
 
@@ -9,23 +9,23 @@
 
 namespace tavo {
 
-// A file of the host to be placed into the appliance.
+// A file of the host to be placed in the appliance.
 struct ExtraFile {
     std::filesystem::path source;
-    std::filesystem::path target;  // absolute, as seen inside, its folder without links
+    std::filesystem::path target;  // absolute path inside; its folder contains no links
 };
 
-// Reads SOURCE:TARGET, or a SOURCE alone, which goes where packages keep their service files.
-// Throws where the source is no file or the target would not end up in the copy of the template in
+// Parses SOURCE:TARGET, or SOURCE alone, whose target is the folder of the packages' service files.
+// Throws if the source is not a file or the target would be outside the copy of the template in
 // `share`.
 ExtraFile ParseExtraFile(const std::string &text, const std::filesystem::path &share);
 
 class RootTree {
   public:
-    // A fresh folder, removed at the end: below $TMPDIR where that is set, else in memory where
-    // programs may run there, else below /tmp.
+    // A new folder, removed at the end: below $TMPDIR if that is set, else in memory if programs
+    // may run there, else below /tmp.
     RootTree();
-    // `folder`, empty or absent, which stays. Throws where it holds anything.
+    // `folder`, which must be empty or absent, and is kept. Throws if it contains anything.
     explicit RootTree(const std::filesystem::path &folder);
     ~RootTree();
     RootTree(const RootTree &) = delete;
@@ -37,11 +37,11 @@ class RootTree {
     // programs that the host lacks.
     void Fill(const std::filesystem::path &share) const;
 
-    // Copies a file in, in place of what has its name.
+    // Copies a file into the tree and replaces an existing file.
     void Place(const ExtraFile &file) const;
 
   private:
-    std::filesystem::path temporary_;  // empty when the tree is to stay
+    std::filesystem::path temporary_;  // empty if the tree is kept
     std::filesystem::path root_;
 };
 

@@ -1,6 +1,6 @@
-// The launcher stays outside as the parent of bubblewrap: it receives the system log, hands signals
-// on to the command, and takes the tree away when the last process inside is gone. Only SIGKILL,
-// which nothing can wait for, leaves the tree behind; the processes inside end then as well.
+// The launcher stays outside as the parent of bubblewrap: it receives the system log, forwards
+// signals to the command, and removes the tree when the last process inside has ended. Only
+// SIGKILL, which cannot be handled, leaves the tree behind; the processes inside then end as well.
 #include "run.h"
 
 #include <poll.h>
@@ -26,17 +26,17 @@
 namespace tavo {
 namespace {
 
-// bubblewrap itself. Ended, by itself or by this, it takes everything inside with it.
+// The bubblewrap process. When it ends or is killed, all processes inside end as well.
 class Bubblewrap {
   public:
-    // Starts it with the descriptor `report_fd` left open.
+    // Starts it with the descriptor `report_fd` open.
     Bubblewrap(std::vector<std::string> arguments, int report_fd) {
         std::vector<char *> pointers(arguments.size() + 1);
         std::transform(arguments.begin(), arguments.end(), pointers.begin(),
                        [](std::string &argument) { return argument.data(); });
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        // Onto itself: this only takes the close-on-exec mark away.
+        // Duplicating onto itself only clears the close-on-exec flag.
         posix_spawn_file_actions_adddup2(&actions, report_fd, report_fd);
         const int error =
             posix_spawn(&pid_, pointers[0], &actions, nullptr, pointers.data(), environ);
@@ -55,7 +55,7 @@ class Bubblewrap {
     Bubblewrap(const Bubblewrap &) = delete;
     Bubblewrap &operator=(const Bubblewrap &) = delete;
 
-    // Readable when it has ended.
+    // Readable once it has ended.
     int Process() const { return process_.Get(); }
 
     bool Ended() { return ended_ = ended_ || waitpid(pid_, &status_, WNOHANG) == pid_; }
@@ -74,7 +74,7 @@ class Bubblewrap {
 void ForwardSignals(const Descriptor &signals, const ReportedProcesses &inside) {
     signalfd_siginfo info;
     while (read(signals.Get(), &info, sizeof(info)) == sizeof(info)) {
-        // The terminal sends its keys' signals to the command as well.
+        // The terminal sends the signals of its keys to the command as well.
         const bool from_terminal = info.ssi_code == SI_KERNEL;
         const int signal = static_cast<int>(info.ssi_signo);
         if (signal == SIGHUP || !from_terminal) {
@@ -83,12 +83,13 @@ void ForwardSignals(const Descriptor &signals, const ReportedProcesses &inside) 
     }
 }
 
-// Serves the run until bubblewrap has ended; its status.
+// Serves the run until bubblewrap has ended. Returns its status.
 int Attend(Bubblewrap &bubblewrap, ReportedProcesses &inside, const MessageLog &log) {
     const sigset_t forwarded = LauncherSignals();
     const Descriptor signals(signalfd(-1, &forwarded, SFD_CLOEXEC | SFD_NONBLOCK));
     while (!bubblewrap.Ended()) {
-        // Until the command has reported there is nobody to hand a signal to, so it waits.
+        // Signals wait until the command has reported, because before that they cannot be
+        // forwarded.
         pollfd events[] = {{bubblewrap.Process(), POLLIN, 0},
                            {log.Socket(), POLLIN, 0},
                            {inside.ReportSocket(), POLLIN, 0},
@@ -128,17 +129,17 @@ int RunIn(const std::filesystem::path &root, const std::filesystem::path &bubble
 }  // namespace
 
 int RunAppliance(const RunOptions &options) {
-    // Everything that can be wrong is looked at before anything is made.
+    // All checks come before anything is created.
     const BuildTree build = FindBuildTree();
     const std::filesystem::path bubblewrap = FindBubblewrap();
     std::vector<ExtraFile> extra_files(options.extra_files.size());
     std::transform(options.extra_files.begin(), options.extra_files.end(), extra_files.begin(),
                    [&](const std::string &text) { return ParseExtraFile(text, build.share); });
 
-    // From here on a signal waits to be forwarded; none ends the launcher before it has cleaned up.
+    // From here on signals are forwarded; none ends the launcher before it has cleaned up.
     const sigset_t blocked = LauncherSignals();
     sigprocmask(SIG_BLOCK, &blocked, nullptr);
-    // A caller may ignore this one, and then there would be no status to wait for.
+    // The caller may ignore this signal, which would discard the exit status.
     signal(SIGCHLD, SIG_DFL);
 
     const auto root = options.root.empty() ? std::make_unique<RootTree>()

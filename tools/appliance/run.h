@@ -7,13 +7,13 @@
 namespace tavo {
 
 struct RunOptions {
-    std::string root;                      // where the tree is made and kept; empty: thrown away
-    std::vector<std::string> extra_files;  // what --with was given
+    std::string root;                      // the tree is created here and kept; empty: temporary
+    std::vector<std::string> extra_files;  // the arguments of --with
     std::vector<std::string> command;
 };
 
-// Runs the command in an appliance of its own and returns its exit status, or 128 + n when signal n
-// ended it. Throws Failure where the appliance cannot be started.
+// Runs the command in its own appliance and returns its exit status, or 128 + n if signal n killed
+// it. Throws Failure if the appliance cannot be started.
 int RunAppliance(const RunOptions &options);
 
 }  // namespace tavo
