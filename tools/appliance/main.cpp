@@ -19,8 +19,8 @@
 namespace {
 
 constexpr char kHelp[] =
-    R"(Runs a command in a private appliance: the appliance's own paths, settings and services,
-its own process table, network and system log, all thrown away when the command ends.
+    R"(Runs a command in a private appliance, with its own paths, settings, services, process table,
+network and system log. The appliance is removed when the command ends.
 Usage: appliance run [--root DIR] [--with FILE...] -- COMMAND [ARG...]
 
 Options:
@@ -28,11 +28,11 @@ Options:
   --version                   Print the version and exit
 
 Options of run:
-  --root DIR                  Make its files in DIR, empty or absent, and keep them
-  --with FILE ...             Place files of the host in it
+  --root DIR                  Create its files in DIR, empty or absent, and keep them
+  --with FILE ...             Copy files of the host into it
 
-A FILE of --with is SOURCE:/TARGET, or a SOURCE alone, which goes to /usr/local/etc/services.d, where
-packages have their service files.
+FILE is SOURCE:/TARGET, or SOURCE alone, which is copied to /usr/local/etc/services.d, the folder of
+the packages' service files.
 
 Examples:
   appliance run -- servicetool list
@@ -41,14 +41,14 @@ Examples:
   appliance run --root look -- tavofirewall --reload; cat look/run/calls/tavofirewall
 
 Inside:
-  /run/log/messages      what was sent to the system log, a line each
-  /run/calls/NAME        how NAME was called: tavofirewall, tavoroutertool, systemctl and the plugin
-                         portforward only keep a record; /run/calls/all has them all in order
-  /run/exit-status/NAME  the statuses that the next calls of NAME end with, a line each
-  /run/active-units      the units that systemctl calls active, a line each
+  /run/log/messages      the messages sent to the system log, a line each
+  /run/calls/NAME        the calls of NAME: tavofirewall, tavoroutertool, systemctl and the plugin
+                         portforward only record their calls; /run/calls/all has all of them in order
+  /run/exit-status/NAME  the exit statuses of the next calls of NAME, a line each
+  /run/active-units      the units that systemctl reports as active, a line each
 
-Exit status: that of COMMAND; 128 + N when signal N ended it; 125 when the appliance cannot be
-started, 126 when COMMAND cannot be run, 127 when there is no such command.
+Exit status: that of COMMAND; 128 + N if signal N killed it; 125 if the appliance cannot be started,
+126 if COMMAND cannot be run, 127 if COMMAND does not exist.
 )";
 
 constexpr char kSeeHelp[] = " (see appliance run --help)";
@@ -79,7 +79,7 @@ void ReadOperand(const std::string &word, Request &request) {
         request.options.extra_files.push_back(word);
     } else if (request.run) {
         throw tavo::Failure("unexpected argument " + word +
-                            ": COMMAND stands behind --, as in appliance run -- " + word);
+                            ": COMMAND must follow --, as in appliance run -- " + word);
     } else if (word != "run") {
         Refuse("unknown subcommand " + word + ", it must be run");
     } else {

@@ -104,8 +104,8 @@ int Attend(Bubblewrap &bubblewrap, ReportedProcesses &inside, const MessageLog &
     inside.ReceiveReport();
     if (!inside.Reported()) {
         throw Failure(
-            "bubblewrap could not set the appliance up; it needs namespaces: run as root, or let "
-            "users have them (sysctl kernel.unprivileged_userns_clone=1 or "
+            "bubblewrap could not set up the appliance; it needs namespaces: run as root, or allow "
+            "them for users (sysctl kernel.unprivileged_userns_clone=1 or "
             "kernel.apparmor_restrict_unprivileged_userns=0); a container needs --privileged");
     }
     return bubblewrap.Status();

@@ -348,7 +348,7 @@ TEST(Refusal, NamesAnArgumentThatItDoesNotKnow) {
 
 TEST(Refusal, TellsThatTheSeparatorIsMissingBeforeTheCommand) {
     ExpectRefused(RunLauncher({"run", "true", "7"}),
-                  "appliance: unexpected argument true: COMMAND stands behind --, as in appliance "
+                  "appliance: unexpected argument true: COMMAND must follow --, as in appliance "
                   "run -- true\n");
 }
 
