@@ -43,7 +43,7 @@ Examples:
 Inside:
   /run/log/messages      the messages sent to the system log, a line each
   /run/calls/NAME        the calls of NAME: tavofirewall, tavoroutertool, systemctl and the plugin
-                         portforward only record their calls; /run/calls/all has all of them in order
+                         portforward only record their calls; /run/calls/all has all calls in order
   /run/exit-status/NAME  the exit statuses of the next calls of NAME, a line each
   /run/active-units      the units that systemctl reports as active, a line each
 
