@@ -12,7 +12,7 @@
 namespace tavo {
 namespace {
 
-// The index is not built for this many questions: they search the list.
+// Up to this many questions search the list without an index.
 constexpr int kFewQuestions = 4;
 
 constexpr uint32_t kHighestPort = 65535;

@@ -29,7 +29,7 @@ inline bool IsWellFormed(const TAVO_SERVICE_CONF_PORT *pNode) {
     return pNode == nullptr;
 }
 
-// Adds ranges to a set that is not changed otherwise meanwhile. It remembers the position of the
+// Adds ranges to a set, which nothing else may change meanwhile. It remembers the position of the
 // last range, so that ascending ranges need only one walk over the whole set.
 class RangeAdder {
   public:

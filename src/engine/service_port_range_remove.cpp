@@ -68,7 +68,8 @@ void KeepLeft(TAVO_PORT_RANGE *pSet, uint32_t nStart, tavo::OwnedPorts &nodes, L
 }
 
 // Replaces the node at `ppLink` with a node for the ports above nEnd, and advances past it. The new
-// node keeps the type of a single port, whatever its ports, so that Join reads only its first port.
+// node has the type of a single port even if it is a range, which is kept; Join then adds only its
+// first port.
 void KeepRight(uint32_t nEnd, tavo::OwnedPorts &nodes, Link &ppLink) {
     TAVO_SERVICE_CONF_PORT *pRight = TakeNode(nEnd + 1, (*ppLink)->nPortEnd, nodes);
     pRight->pNext = (*ppLink)->pNext;

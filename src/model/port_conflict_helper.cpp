@@ -16,7 +16,8 @@ namespace {
 
 constexpr int kMapSize = static_cast<int>(std::size(gProtoTypeMapping));
 
-// Indexed by the state number of /proc/net/tcp, from 1 (include/net/tcp_states.h of the kernel).
+// In the order of the state numbers in /proc/net/tcp, from 1 (include/net/tcp_states.h of the
+// kernel).
 constexpr const char *kTcpStates[] = {
     "TCP_ESTABLISHED", "TCP_SYN_SENT",  "TCP_SYN_RECV", "TCP_FIN_WAIT1",
     "TCP_FIN_WAIT2",   "TCP_TIME_WAIT", "TCP_CLOSE",    "TCP_CLOSE_WAIT",
