@@ -31,7 +31,7 @@ std::string Set(const std::string &line, const std::string &value, KeptLines kep
     return std::string(out.View().substr(4));
 }
 
-TEST(SetSectionKeysTest, ReadsAQuotedTextBackOverEveryOldOne) {
+TEST(SetSectionKeysTest, ReadsBackAQuotedTextForEveryOldLine) {
     const std::vector<std::string> texts = test::ShortTexts(3);
     for (const std::string &old : texts) {
         for (const std::string &line : {"k=" + old, "k = " + Quoted(old)}) {
@@ -43,7 +43,7 @@ TEST(SetSectionKeysTest, ReadsAQuotedTextBackOverEveryOldOne) {
     }
 }
 
-TEST(SetSectionKeysTest, WritesTheVeryTextOverEveryOldOneWhereOnlyThatIsKept) {
+TEST(SetSectionKeysTest, KeepsOnlyLinesWithExactlyTheTextInSameTextMode) {
     const std::vector<std::string> texts = test::ShortTexts(3);
     for (const std::string &old : texts) {
         for (const std::string &line : {"k=" + old, "k = " + Quoted(old)}) {
@@ -55,7 +55,7 @@ TEST(SetSectionKeysTest, WritesTheVeryTextOverEveryOldOneWhereOnlyThatIsKept) {
     }
 }
 
-TEST(SetSectionKeysTest, KeepsEveryLineWhoseValueIsHandedBack) {
+TEST(SetSectionKeysTest, KeepsEveryLineThatIsWrittenBack) {
     for (const std::string &text : test::ShortTexts(5)) {
         for (const std::string &line : {"k=" + text, " k\t= " + Quoted(text) + " "}) {
             const std::string value(LineOf(line).value);

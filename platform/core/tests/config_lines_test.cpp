@@ -108,13 +108,13 @@ void ExpectLine(const ConfigLine &line, const Case &expected) {
     EXPECT_EQ(line.value, expected.value);
 }
 
-TEST(ConfigLine, IsToldByItsFirstAndLastCharactersAndTheFirstEqualsSign) {
+TEST(ConfigLine, IsClassifiedByItsEndsAndTheFirstEqualsSign) {
     for (const Case &expected : kCases) {
         ExpectLine(ParseConfigLine(expected.text), expected);
     }
 }
 
-TEST(ConfigLineReader, GivesEachLineOfATextInTurn) {
+TEST(ConfigLineReader, ReturnsTheLinesInOrder) {
     std::string text;
     for (const Case &line : kCases) {
         text += line.text + "\n";
@@ -137,7 +137,7 @@ TEST(ConfigLineReader, GivesEachLineOfATextInTurn) {
     EXPECT_FALSE(reader.Next(line));
 }
 
-TEST(ConfigLineReader, LeavesTheLineAloneAtTheEnd) {
+TEST(ConfigLineReader, LeavesTheLineUnchangedAtTheEnd) {
     ConfigLineReader reader("[a]");
     ConfigLine line;
     ASSERT_TRUE(reader.Next(line));
@@ -147,7 +147,7 @@ TEST(ConfigLineReader, LeavesTheLineAloneAtTheEnd) {
     EXPECT_EQ(line.name, "a");
 }
 
-TEST(ConfigLineReader, TellsColumnsInBytesFromOne) {
+TEST(ConfigLineReader, CountsColumnsInBytesFromOne) {
     ConfigLineReader reader("\xEF\xBB\xBF  [s]\n\tk\xC3\xB6y = \" v \"\r\n");
     ConfigLine line;
     ASSERT_TRUE(reader.Next(line));
@@ -160,7 +160,7 @@ TEST(ConfigLineReader, TellsColumnsInBytesFromOne) {
     EXPECT_EQ(line.ColumnOf(line.value), 10u);
 }
 
-TEST(ConfigLineReader, TellsTheColumnOfAnEmptyValue) {
+TEST(ConfigLineReader, KnowsTheColumnOfAnEmptyValue) {
     const ConfigLine line = ParseConfigLine(" key = ");
     EXPECT_EQ(line.ColumnOf(line.raw_value), 7u);
     EXPECT_EQ(line.ColumnOf(line.value), 7u);
@@ -203,7 +203,7 @@ TEST(ConfigLineReader, SkipsOneByteOrderMarkAtTheStartOnly) {
     EXPECT_EQ(line.end, 7u);
 }
 
-TEST(ConfigLineReader, LetsANulSpoilItsOwnLineOnly) {
+TEST(ConfigLineReader, RejectsOnlyTheLineWithANul) {
     ConfigLineReader reader("a=1\nb=\0002\n[c]\n"sv);
     std::vector<ConfigLineKind> kinds;
     for (ConfigLine line; reader.Next(line);) {
@@ -212,7 +212,7 @@ TEST(ConfigLineReader, LetsANulSpoilItsOwnLineOnly) {
     EXPECT_THAT(kinds, testing::ElementsAre(kKeyValue, kOther, kSection));
 }
 
-TEST(ConfigLineReader, HopsToSectionsAndGoesOnBehindThem) {
+TEST(ConfigLineReader, SkipsToSectionsAndContinuesAfterThem) {
     ConfigLineReader reader("k=[x]\n [y\n\t[a]\nk=1\n[b] x\nl=2\n[c]");
     ConfigLine line;
     ASSERT_TRUE(reader.NextSection(line));
@@ -238,7 +238,7 @@ std::string RandomText(std::mt19937 &random) {
     return text;
 }
 
-TEST(ConfigLineReader, HopsToTheSectionsThatAWalkOverAllLinesMeets) {
+TEST(ConfigLineReader, SkipsToTheSectionsThatAWalkOverAllLinesFinds) {
     for (unsigned int seed = 1; seed <= 20000; ++seed) {
         std::mt19937 random(seed);
         const std::string text = RandomText(random);
@@ -278,7 +278,7 @@ TEST(ConfigLineReader, LosesNoByteBetweenItsLines) {
     }
 }
 
-TEST(TrimBlanks, TakesTheSixBlanksOffBothEnds) {
+TEST(TrimBlanks, RemovesTheSixBlanksFromBothEnds) {
     EXPECT_EQ(TrimBlanks(" \t\n\v\f\ra b \t\n\v\f\r"), "a b");
     EXPECT_EQ(TrimBlanks("\xA0 a\0"sv), "\xA0 a\0"sv);
     EXPECT_EQ(TrimBlanks("   "), "");

@@ -64,7 +64,7 @@ TEST_F(DList, KeepsTheOrderOfAppends) {
     EXPECT_EQ(TLIBCDListCount(list.get()), 4);
 }
 
-TEST_F(DList, HoldsCopies) {
+TEST_F(DList, StoresCopies) {
     int number = 1;
     const DListPtr list = NumbersOf({});
     EXPECT_RESULT(TLIBCDListAppend(list.get(), &number), 0, "");
@@ -79,7 +79,7 @@ TEST_F(DList, FreesEveryCopyOnce) {
     EXPECT_EQ(g_frees, 3);
 }
 
-TEST_F(DList, HoldsTheVeryPointersWithoutACopyFunction) {
+TEST_F(DList, StoresThePointersWithoutACopyFunction) {
     int number = 1;
     const DListPtr list(TLIBCDListAlloc(nullptr, nullptr));
     EXPECT_EQ(TLIBCDListAppend(list.get(), &number), 0);
@@ -103,7 +103,7 @@ TEST_F(DList, FreesNoElementWithoutAFreeFunction) {
     EXPECT_EQ(number, 1);
 }
 
-TEST_F(DList, WalksOnToWhatIsAppendedMeanwhile) {
+TEST_F(DList, WalksOnToElementsAppendedMeanwhile) {
     const DListPtr list = NumbersOf({1});
     TLIBCDListNode *node = TLIBCDListFirst(list.get());
     EXPECT_EQ(TLIBCDListNext(node), nullptr);
@@ -112,7 +112,7 @@ TEST_F(DList, WalksOnToWhatIsAppendedMeanwhile) {
     EXPECT_EQ(*static_cast<int *>(TLIBCDListElement(TLIBCDListNext(node))), 2);
 }
 
-TEST_F(DList, RefusesToAppendNull) {
+TEST_F(DList, RejectsNullElements) {
     const int number = 1;
     const DListPtr list = NumbersOf({5});
     EXPECT_RESULT(TLIBCDListAppend(nullptr, &number), -1, "0xD00 dlist.cpp");
@@ -120,7 +120,7 @@ TEST_F(DList, RefusesToAppendNull) {
     EXPECT_THAT(Contents(list), ElementsAre(5));
 }
 
-TEST_F(DList, AnswersNothingForNull) {
+TEST_F(DList, ReturnsNothingForNull) {
     EXPECT_RESULT(TLIBCDListCount(nullptr), 0, "");
     EXPECT_RESULT(TLIBCDListFirst(nullptr), nullptr, "");
     EXPECT_RESULT(TLIBCDListNext(nullptr), nullptr, "");
@@ -138,7 +138,7 @@ TEST_F(DList, ReportsThatMemoryRanOutForTheList) {
     EXPECT_EQ(allocations, 1);
 }
 
-TEST_F(DList, LeavesTheListAsItWasWhenAnAppendFindsNoMemory) {
+TEST_F(DList, LeavesTheListUnchangedWhenAnAppendRunsOutOfMemory) {
     int node_failures = 0;
     int copy_failures = 0;
     ForEachFailingAllocation([&](FailingAllocation &fail) {

@@ -21,7 +21,7 @@ TEST_F(ErrorState, StartsEmptyInEveryThread) {
     }).join();
 }
 
-TEST_F(ErrorState, GivesBackWhatWasRecorded) {
+TEST_F(ErrorState, ReturnsTheRecordedError) {
     TLIBCErrSetEx(0xBF00, "ports.cpp", 47);
     EXPECT_EQ(TLIBCErrGet(), 0xBF00u);
     EXPECT_STREQ(TLIBCErrorGetFile(), "ports.cpp");
@@ -44,7 +44,7 @@ TEST_F(ErrorState, CodeZeroClearsCodeFileAndLine) {
     EXPECT_EQ(TLIBCErrorGetLine(), 0);
 }
 
-TEST_F(ErrorState, TakesNoNameAsAnEmptyOne) {
+TEST_F(ErrorState, TreatsAMissingNameAsEmpty) {
     TLIBCErrSetEx(0x700, "a.cpp", 1);
     TLIBCErrSetEx(0x900, nullptr, 2);
     EXPECT_EQ(TLIBCErrGet(), 0x900u);
@@ -59,14 +59,14 @@ TEST_F(ErrorState, CopiesTheName) {
     EXPECT_STREQ(TLIBCErrorGetFile(), "plugin.cpp");
 }
 
-TEST_F(ErrorState, CutsANameAt255Bytes) {
+TEST_F(ErrorState, TruncatesANameTo255Bytes) {
     TLIBCErrSetEx(0x700, std::string(255, 'a').c_str(), 1);
     EXPECT_EQ(TLIBCErrorGetFile(), std::string(255, 'a'));
     TLIBCErrSetEx(0x700, std::string(256, 'b').c_str(), 1);
     EXPECT_EQ(TLIBCErrorGetFile(), std::string(255, 'b'));
 }
 
-TEST_F(ErrorState, TakesItsOwnNameBack) {
+TEST_F(ErrorState, AcceptsItsOwnName) {
     TLIBCErrSetEx(0x700, "folder/name.cpp", 1);
     TLIBCErrSetEx(0x900, TLIBCErrorGetFile(), 2);
     EXPECT_STREQ(TLIBCErrorGetFile(), "folder/name.cpp");
@@ -80,7 +80,7 @@ TEST_F(ErrorState, BelongsToItsThread) {
     EXPECT_EQ(RecordedError(), "0xD00 main.cpp");
 }
 
-TEST_F(ErrorState, OutlivesSuccesses) {
+TEST_F(ErrorState, IsNotClearedBySuccess) {
     EXPECT_EQ(TLIBCSzListPush(nullptr, "a"), -1);
     const tavo::test::ListPtr list = tavo::test::ListOf({"a", "b"});
     EXPECT_EQ(TLIBCSzListRemove(list.get(), 0), 0);

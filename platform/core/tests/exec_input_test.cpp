@@ -92,7 +92,7 @@ class DescriptorLimit {
 
 // ---- Common behaviour
 
-TEST(ExecInput, GivesTheStatusOrTheSignal) {
+TEST(ExecInput, ReturnsTheStatusOrTheSignal) {
     for (const int status : {0, 1, 127, 255}) {
         EXPECT_RESULT(Script("exit " + std::to_string(status)).Run(), status, "");
     }
@@ -117,7 +117,7 @@ TEST(ExecInput, ReportsAProgramThatCannotBeRun) {
     EXPECT_RESULT(Script("", "/missing").Run(), -1, "0x900 exec.cpp");
 }
 
-TEST(ExecInput, RefusesBadArguments) {
+TEST(ExecInput, RejectsInvalidArguments) {
     EXPECT_RESULT(TLIBCExecInput(nullptr, "a", "", 0, 1), -1, "0xD00 exec.cpp");
     EXPECT_RESULT(TLIBCExecInput("/bin/true", "a", nullptr, 1, 1), -1, "0xD00 exec.cpp");
     for (const int seconds : {0, -1}) {
@@ -154,14 +154,14 @@ TEST(ExecInput, MayBeLeftUnread) {
     EXPECT_RESULT(Script("exec <&-; exit 5").Run(input), 5, "");
 }
 
-TEST(ExecInput, IsTheProgramsOwn) {
+TEST(ExecInput, IsSeparateForEachProgram) {
     EXPECT_EQ(Script("printf 'changed' 1<>/proc/self/fd/0").Run("input"), 0);
     const Script script("cat > $1/input");
     EXPECT_EQ(script.Run("input"), 0);
     EXPECT_EQ(script.Read("input"), "input");
 }
 
-TEST(ExecInput, IsNoOutputWhereTheCallerHasNone) {
+TEST(ExecInput, IsNotUsedAsAMissingOutput) {
     const Script script(
         "cat > $1/input; out=$(readlink /proc/$$/fd/1); err=$(readlink /proc/$$/fd/2); "
         "echo $out $err > $1/outputs");
@@ -177,7 +177,7 @@ TEST(ExecInput, IsNoOutputWhereTheCallerHasNone) {
     }
 }
 
-TEST(ExecInput, LeavesNoDescriptorWithTheProgramOrTheCaller) {
+TEST(ExecInput, LeavesNoDescriptorOpenInTheProgramOrTheCaller) {
     const std::ptrdiff_t before = OpenDescriptors();
     // Descriptor 3 is the listed folder.
     EXPECT_EQ(OutputOf([] { TLIBCExecInput("/bin/ls", "/proc/self/fd", "input", 5, kAmple); }),
@@ -189,7 +189,7 @@ TEST(ExecInput, LeavesNoDescriptorWithTheProgramOrTheCaller) {
 
 // ---- The limit
 
-TEST(ExecInput, GivesTheProgramAGroupOfItsOwn) {
+TEST(ExecInput, RunsTheProgramInItsOwnGroup) {
     constexpr char kPrintGroup[] = "cut -d ' ' -f 5 /proc/$$/stat";
     const Script leads("test $(" + std::string(kPrintGroup) + ") = $$");
     EXPECT_EQ(leads.Run(), 0);
@@ -198,7 +198,7 @@ TEST(ExecInput, GivesTheProgramAGroupOfItsOwn) {
         << "but not without a limit";
 }
 
-TEST(ExecInput, EndsTheWholeGroupWhenTimeIsOver) {
+TEST(ExecInput, EndsTheWholeGroupAtTheTimeLimit) {
     const Script script(
         "trap '' TERM; sleep 600 & echo $! > $1/child; "
         "(sleep 600 & echo $! > $1/grandchild; wait) & echo $$ > $1/self; while :; do wait; done");
@@ -212,7 +212,7 @@ TEST(ExecInput, EndsTheWholeGroupWhenTimeIsOver) {
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no zombie";
 }
 
-TEST(ExecInput, LetsTheProgramEndInOrderWhichIsAFailureStill) {
+TEST(ExecInput, FailsEvenIfTheProgramExitsAfterSigterm) {
     const Script script(
         "trap 'touch $1/asked; exit 0' TERM; (trap '' TERM; exec sleep 600) & echo $! > $1/child; "
         "while :; do wait; done");
@@ -229,7 +229,7 @@ TEST(ExecInput, EndsAProgramThatLeftItsGroup) {
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }
 
-TEST(ExecInput, LeavesAloneWhatAProgramThatEndsInTimeStarted) {
+TEST(ExecInput, KeepsChildrenOfAProgramThatEndsInTime) {
     const Script script("sleep 600 & echo $! > $1/daemon");
     EXPECT_RESULT(script.Run(), 0, "");
     const std::string daemon = script.Read("daemon");
@@ -238,7 +238,7 @@ TEST(ExecInput, LeavesAloneWhatAProgramThatEndsInTimeStarted) {
 }
 
 // The memory file with the input uses the last available descriptor.
-TEST(ExecInput, KeepsTheLimitWithoutADescriptorToSpare) {
+TEST(ExecInput, EnforcesTheLimitWithoutAFreeDescriptor) {
     const int next = dup(STDERR_FILENO);
     close(next);
     const DescriptorLimit one_more(next + 1);
@@ -246,7 +246,7 @@ TEST(ExecInput, KeepsTheLimitWithoutADescriptorToSpare) {
     EXPECT_RESULT(TLIBCExecInput("/bin/sleep", "600", "input", 5, 1), -1, "0x900 exec.cpp");
 }
 
-TEST(ExecInput, ReportsAnInputThatCannotBeHeld) {
+TEST(ExecInput, ReportsAnInputThatCannotBeStored) {
     const DescriptorLimit none(STDERR_FILENO + 1);
     EXPECT_RESULT(TLIBCExecInput("/bin/true", nullptr, "input", 5, kAmple), -1, "0x900 exec.cpp");
 }
@@ -261,7 +261,7 @@ TEST(ExecInput, WorksInACallerThatIgnoresItsChildren) {
     EXPECT_EQ(ActionOf(SIGCHLD).sa_handler, SIG_IGN);
 }
 
-TEST(ExecInput, WaitsOnThroughInterruptions) {
+TEST(ExecInput, KeepsWaitingAfterASignal) {
     const SignalAction alarm(SIGALRM, [](int) {});
     const itimerval often = {{0, 5000}, {0, 5000}};
     const itimerval never = {};
@@ -273,7 +273,7 @@ TEST(ExecInput, WaitsOnThroughInterruptions) {
     EXPECT_EQ(late, -1);
 }
 
-TEST(ExecInput, ReportsAStatusThatTheCallerTookItself) {
+TEST(ExecInput, ReportsAStatusThatTheCallerCollected) {
     const SignalAction user(SIGUSR1, [](int) { waitpid(-1, nullptr, 0); });
     const auto start = steady_clock::now();
     EXPECT_RESULT(Script("kill -USR1 $PPID; sleep 0.3; exit 3").Run(), -1, "0x900 exec.cpp");

@@ -44,7 +44,7 @@ class ArgumentPrinter {
 
 // ---- Results
 
-TEST(Exec, GivesTheExitStatus) {
+TEST(Exec, ReturnsTheExitStatus) {
     EXPECT_RESULT(TLIBCExec("/bin/true", nullptr, nullptr, nullptr, nullptr), 0, "");
     EXPECT_RESULT(TLIBCExec("/bin/false", nullptr, nullptr, nullptr, nullptr), 1, "");
     for (const int status : {0, 1, 2, 126, 127, 128, 254, 255}) {
@@ -53,14 +53,14 @@ TEST(Exec, GivesTheExitStatus) {
     }
 }
 
-TEST(Exec, Gives128AndTheSignalThatEndedIt) {
+TEST(Exec, Returns128PlusTheSignal) {
     for (const int signal : {SIGHUP, SIGINT, SIGKILL, SIGPIPE, SIGTERM, SIGUSR1}) {
         const std::string script = "kill -" + std::to_string(signal) + " $$";
         EXPECT_RESULT(Shell(script.c_str()), 128 + signal, "");
     }
 }
 
-TEST(Exec, RefusesNoProgram) {
+TEST(Exec, RejectsAMissingProgramName) {
     EXPECT_RESULT(TLIBCExec(nullptr, "a", nullptr, nullptr, nullptr), -1, "0xD00 exec.cpp");
     EXPECT_RESULT(TLIBCExecl(nullptr, 0, "a", nullptr), -1, "0xD00 exec.cpp");
 }
@@ -81,7 +81,7 @@ TEST(Exec, SearchesNoPath) {
     EXPECT_RESULT(TLIBCExecl("sh", 0, nullptr), -1, "0x700 exec.cpp");
 }
 
-TEST(Exec, ReportsWhatIsThereButCannotRun) {
+TEST(Exec, ReportsAFileThatCannotRun) {
     const TemporaryFolder folder;
     const std::string plain = folder.Write("plain", "#!/bin/sh\nexit 0\n");
     const std::string no_interpreter = folder.Write("no_interpreter", "#!/missing\n");
@@ -96,12 +96,12 @@ TEST(Exec, ReportsWhatIsThereButCannotRun) {
     }
 }
 
-TEST(Exec, ReportsAnArgumentThatTheKernelDoesNotTake) {
+TEST(Exec, ReportsAnArgumentThatTheKernelRejects) {
     const std::string argument(1 << 20, 'x');
     EXPECT_RESULT(TLIBCExecl("/bin/true", 0, argument.c_str(), nullptr), -1, "0x900 exec.cpp");
 }
 
-TEST(Exec, LeavesNoZombieOfAProgramThatCouldNotBeRun) {
+TEST(Exec, LeavesNoZombieAfterAFailedStart) {
     EXPECT_EQ(TLIBCExecl("/missing", 0, nullptr), -1);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
@@ -139,7 +139,7 @@ TEST(Execl, ReportsThatMemoryRanOut) {
 
 // ---- Arguments and environment
 
-TEST(Exec, PassesArgumentsAsTheyAre) {
+TEST(Exec, PassesArgumentsUnchanged) {
     const ArgumentPrinter printer;
     EXPECT_EQ(
         OutputOf([&] { TLIBCExec(printer.Path(), "a b", "", "$HOME * 'x' \"y\"", "\n\xFF;"); }),
@@ -168,7 +168,7 @@ TEST(Execl, PassesAnyNumberOfArguments) {
               "[1][2][3][4][5][6][7][8][9][10][11][12]");
 }
 
-TEST(Execl, GivesTheSameResultForAnyOptions) {
+TEST(Execl, IgnoresTheOptions) {
     for (const int options : {0, 187, -1}) {
         EXPECT_RESULT(TLIBCExecl("/bin/sh", options, "-c", "exit 7", nullptr), 7, "");
     }
@@ -179,7 +179,7 @@ TEST(Exec, NamesTheProgramByItsPath) {
     EXPECT_EQ(OutputOf(command_line), std::string("/bin/cat\0/proc/self/cmdline\0", 28));
 }
 
-TEST(Exec, PassesTheEnvironmentOn) {
+TEST(Exec, PassesTheEnvironment) {
     setenv("TAVO_EXEC_TEST", "a value", 1);
     EXPECT_EQ(Shell("test \"$TAVO_EXEC_TEST\" = 'a value'"), 0);
     unsetenv("TAVO_EXEC_TEST");
@@ -188,14 +188,14 @@ TEST(Exec, PassesTheEnvironmentOn) {
 
 // ---- Descriptors
 
-TEST(Exec, GivesTheProgramAnEmptyInput) {
+TEST(Exec, ProvidesAnEmptyInput) {
     const TemporaryFolder folder;
     const Descriptor input(STDIN_FILENO, folder.Write("input", "not for the program"));
     EXPECT_EQ(OutputOf([] { TLIBCExecl("/bin/cat", 0, nullptr); }), "");
     EXPECT_EQ(lseek(STDIN_FILENO, 0, SEEK_CUR), 0);
 }
 
-TEST(Exec, GivesTheProgramAnInputWhereTheCallerHasNone) {
+TEST(Exec, ProvidesAnInputIfTheCallerHasNone) {
     const Descriptor input(STDIN_FILENO, "");
     EXPECT_EQ(Shell("test \"$(readlink /proc/$$/fd/0)\" = /dev/null"), 0);
     EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "the caller's stays closed";
@@ -212,7 +212,7 @@ TEST(Exec, LetsTheProgramWriteToTheCallersOutputs) {
     EXPECT_EQ(ReadFile(folder / "err"), "to err\n");
 }
 
-TEST(Exec, KeepsAnOutputThatIsToBeClosedOnExec) {
+TEST(Exec, KeepsACloseOnExecOutput) {
     EXPECT_EQ(OutputOf([] {
                   fcntl(STDOUT_FILENO, F_SETFD, FD_CLOEXEC);
                   Shell("echo kept");
@@ -221,7 +221,7 @@ TEST(Exec, KeepsAnOutputThatIsToBeClosedOnExec) {
               "kept\n");
 }
 
-TEST(Exec, GivesTheProgramOutputsWhereTheCallerHasNone) {
+TEST(Exec, ProvidesOutputsIfTheCallerHasNone) {
     int outputs = 0;
     int errors = 0;
     {
@@ -234,7 +234,7 @@ TEST(Exec, GivesTheProgramOutputsWhereTheCallerHasNone) {
     EXPECT_EQ(errors, 0);
 }
 
-TEST(Exec, PassesNoOtherDescriptorOn) {
+TEST(Exec, PassesNoOtherDescriptor) {
     const Descriptor low(3, "/dev/zero");
     const Descriptor middle(57, "/dev/zero");
     const Descriptor high(600, "/dev/zero");
@@ -285,7 +285,7 @@ TEST(Exec, StartsTheProgramWithStandardSignals) {
     EXPECT_EQ(SignalsIn(status, "SigCgt:"), 0u);
 }
 
-TEST(Exec, LeavesTheCallersSignalsAsTheyWere) {
+TEST(Exec, LeavesTheCallersSignalsUnchanged) {
     const SignalAction pipe(SIGPIPE, SIG_IGN);
     const SignalAction child(SIGCHLD, DoNothing, SA_RESTART);
     Block(SIG_BLOCK, {SIGUSR1});
@@ -299,7 +299,7 @@ TEST(Exec, LeavesTheCallersSignalsAsTheyWere) {
     EXPECT_TRUE(ActionOf(SIGCHLD).sa_flags & SA_RESTART);
 }
 
-TEST(Exec, LeavesTheChildSignalBlockedWhereItWas) {
+TEST(Exec, LeavesTheChildSignalBlocked) {
     Block(SIG_BLOCK, {SIGCHLD});
     EXPECT_EQ(Shell("exit 3"), 3);
     EXPECT_TRUE(IsBlocked(SIGCHLD));
@@ -361,7 +361,7 @@ void TakeAnyStatus(int) {
     waitpid(-1, nullptr, 0);
 }
 
-TEST(Exec, ReportsAStatusThatTheCallerTookItself) {
+TEST(Exec, ReportsAStatusThatTheCallerCollected) {
     const TemporaryFolder folder;
     g_handler_runs = folder / "handler_runs";
     const std::string script =
@@ -370,7 +370,7 @@ TEST(Exec, ReportsAStatusThatTheCallerTookItself) {
     EXPECT_RESULT(Shell(script.c_str()), -1, "0x900 exec.cpp");
 }
 
-TEST(Exec, WaitsOnThroughInterruptions) {
+TEST(Exec, KeepsWaitingAfterASignal) {
     const SignalAction alarm(SIGALRM, DoNothing);
     const itimerval often = {{0, 5000}, {0, 5000}};
     const itimerval never = {};
@@ -382,7 +382,7 @@ TEST(Exec, WaitsOnThroughInterruptions) {
 
 // ---- Other effects on the caller
 
-TEST(Exec, KeepsTheCallsOfManyThreadsApart) {
+TEST(Exec, SeparatesTheCallsOfManyThreads) {
     const SignalAction child(SIGCHLD, SIG_IGN);
     std::vector<std::thread> threads;
     for (int number = 1; number <= 8; ++number) {

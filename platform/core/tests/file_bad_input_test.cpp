@@ -107,7 +107,7 @@ class FileBadInput : public testing::Test {
     std::chrono::steady_clock::time_point start_;
 };
 
-TEST_F(FileBadInput, WhatIsMissingIsSaidToBe) {
+TEST_F(FileBadInput, AMissingFileIsReported) {
     const std::string file = folder_.Write("file", "");
     for (const std::string &path : {folder_ / "absent", folder_ / "absent/below", file + "/below",
                                     file + "/", Link("absent", "dangling")}) {
@@ -115,14 +115,14 @@ TEST_F(FileBadInput, WhatIsMissingIsSaidToBe) {
     }
 }
 
-TEST_F(FileBadInput, AFolderIsNoFile) {
+TEST_F(FileBadInput, AFolderIsUnusable) {
     ExpectEveryoneFails(kUnusableCode, folder_.Path());
     ExpectEveryoneFails(kUnusableCode, folder_.Path() + "/.");
     ExpectEveryoneFails(kUnusableCode, "/");
     EXPECT_THAT(folder_.Entries(), IsEmpty());
 }
 
-TEST_F(FileBadInput, APipeIsNoFileWhetherOrNotAnyoneWritesToIt) {
+TEST_F(FileBadInput, APipeIsUnusableWithAndWithoutAWriter) {
     const std::string pipe = folder_ / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     ExpectEveryoneFails(kUnusableCode, pipe);
@@ -136,7 +136,7 @@ TEST_F(FileBadInput, APipeIsNoFileWhetherOrNotAnyoneWritesToIt) {
     close(both_ends);
 }
 
-TEST_F(FileBadInput, ASocketIsNoFile) {
+TEST_F(FileBadInput, ASocketIsUnusable) {
     const std::string path = folder_ / "socket";
     const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     struct sockaddr_un address = {};
@@ -149,7 +149,7 @@ TEST_F(FileBadInput, ASocketIsNoFile) {
 }
 
 // A writer would follow links to devices and lock /dev, so only the readers are tested with them.
-TEST_F(FileBadInput, ADeviceIsNoFile) {
+TEST_F(FileBadInput, ADeviceIsUnusable) {
     for (const std::string &path :
          {std::string("/dev/null"), std::string("/dev/zero"), Link("/dev/zero", "link")}) {
         for (const Reader &reader : kReaders) {
@@ -159,7 +159,7 @@ TEST_F(FileBadInput, ADeviceIsNoFile) {
     }
 }
 
-TEST_F(FileBadInput, ALinkThatLeadsToItselfCannotBeOpened) {
+TEST_F(FileBadInput, ALinkToItselfCannotBeOpened) {
     ExpectEveryoneFails(kUnusableCode, Link("loop", "loop"));
 }
 
@@ -183,7 +183,7 @@ TEST_F(FileBadInput, AFileThatTheUserMayNotReadCannotBeOpened) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
-TEST_F(FileBadInput, NamesOfFilesMayHoldAnyBytes) {
+TEST_F(FileBadInput, NamesOfFilesMayContainAnyBytes) {
     for (const std::string name : {"new\nline", " ", "\xFF\xFE", "[s]", "%s%n", "\\"}) {
         const std::string file = folder_.Write(name, "[s]\nk=1\n");
         EXPECT_SUCCESS(0, TLIBCFileSetSectionValue(file.c_str(), "s", "k", "2"));
@@ -191,7 +191,7 @@ TEST_F(FileBadInput, NamesOfFilesMayHoldAnyBytes) {
     }
 }
 
-TEST_F(FileBadInput, ARandomBinaryFileIsReadAsWhateverItsLinesAre) {
+TEST_F(FileBadInput, ARandomBinaryFileIsReadLineByLine) {
     std::mt19937 random(1);
     std::string bytes(1 << 20, '\0');
     for (char &c : bytes) {
@@ -221,7 +221,7 @@ TEST_F(FileBadInput, A200MegabyteFileOfZerosIsOneLine) {
     }
 }
 
-TEST_F(FileBadInput, ASectionBehind200MegabytesIsFound) {
+TEST_F(FileBadInput, ASectionAfter200MegabytesIsFound) {
     const std::string file = folder_.Write("file", "");
     ASSERT_EQ(truncate(file.c_str(), 200'000'000), 0);
     const int fd = open(file.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
@@ -231,7 +231,7 @@ TEST_F(FileBadInput, ASectionBehind200MegabytesIsFound) {
     EXPECT_THAT(SectionNamesOf(file), ElementsAre("s"));
 }
 
-TEST_F(FileBadInput, AFileBeyondAnyConfigurationIsRefused) {
+TEST_F(FileBadInput, AFileThatIsTooLargeIsRejected) {
     const std::string file = folder_.Write("file", "");
     if (truncate(file.c_str(), off_t{1} << 43) != 0) {
         GTEST_SKIP() << "the file system makes no file of 8 TiB";
@@ -282,7 +282,7 @@ TEST_F(FileBadInput, FilesOfAnySizeAreReadToTheirLastByte) {
     }
 }
 
-TEST_F(FileBadInput, AFileThatChangesWhileItIsReadGivesSomeOfItsLines) {
+TEST_F(FileBadInput, AFileThatChangesWhileItIsReadYieldsSomeOfItsLines) {
     const std::string file = folder_.Write("file", "");
     std::atomic<bool> stop = false;
     std::thread changer([&] {

@@ -45,7 +45,7 @@ TEST_F(FileExist, IsOneForAnEntryOfAnyKind) {
     }
 }
 
-TEST_F(FileExist, IsZeroWithoutAnErrorWhereNothingIs) {
+TEST_F(FileExist, IsZeroWithoutAnErrorForAMissingEntry) {
     const std::string file = folder_.Write("file", "");
     for (const std::string &path : {folder_ / "absent", file + "/below", Link("absent", "dangling"),
                                     Link("loop", "loop"), std::string()}) {
@@ -54,7 +54,7 @@ TEST_F(FileExist, IsZeroWithoutAnErrorWhereNothingIs) {
     EXPECT_SUCCESS(0, TLIBCFileExist(nullptr));
 }
 
-TEST_F(FileTouch, MakesAnEmptyFileThatEveryoneMayRead) {
+TEST_F(FileTouch, CreatesAnEmptyFileThatEveryoneMayRead) {
     const mode_t mask = umask(002);
     EXPECT_SUCCESS(0, TLIBCFileTouch((folder_ / "one").c_str()));
     umask(077);
@@ -65,7 +65,7 @@ TEST_F(FileTouch, MakesAnEmptyFileThatEveryoneMayRead) {
     EXPECT_EQ(StatusOf(folder_ / "one").st_size, 0);
 }
 
-TEST_F(FileTouch, SetsTheTimesOfWhatIsThereAndKeepsItsText) {
+TEST_F(FileTouch, SetsTheTimesOfAnEntryAndKeepsItsText) {
     const std::string file = folder_.Write("file", "text");
     for (const std::string &path : {file, folder_.Path(), Pipe()}) {
         const struct timespec past[2] = {{1000, 0}, {1000, 0}};
@@ -77,12 +77,12 @@ TEST_F(FileTouch, SetsTheTimesOfWhatIsThereAndKeepsItsText) {
     EXPECT_EQ(ReadFile(file), "text");
 }
 
-TEST_F(FileTouch, MakesNothingBehindALinkToNothing) {
+TEST_F(FileTouch, CreatesNothingForADanglingLink) {
     EXPECT_FAILURE(kMissingCode, TLIBCFileTouch(Link("absent", "dangling").c_str()));
     EXPECT_THAT(folder_.Entries(), testing::ElementsAre("dangling"));
 }
 
-TEST_F(FileTouch, TellsWhyItFails) {
+TEST_F(FileTouch, ReportsTheCauseOfAFailure) {
     const std::string file = folder_.Write("file", "");
     EXPECT_FAILURE(kBadParameterCode, TLIBCFileTouch(nullptr));
     EXPECT_FAILURE(kBadParameterCode, TLIBCFileTouch(""));
@@ -92,7 +92,7 @@ TEST_F(FileTouch, TellsWhyItFails) {
     EXPECT_FAILURE(kUnusableCode, TLIBCFileTouch((folder_ / std::string(300, 'n')).c_str()));
 }
 
-TEST_F(FileTouch, NeedsTheRightToWrite) {
+TEST_F(FileTouch, NeedsWritePermission) {
     const std::string file = folder_.Write("file", "");
     ASSERT_EQ(chmod(folder_.Path().c_str(), 0755), 0);
     for (const std::string &path : {file, folder_ / "new"}) {

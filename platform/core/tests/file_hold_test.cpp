@@ -41,7 +41,7 @@ TEST_F(FileHold, ReadsTheSnapshotUntilItIsReleased) {
     EXPECT_EQ(Value(path_), "new");
 }
 
-TEST_F(FileHold, OutlivesTheFile) {
+TEST_F(FileHold, SurvivesTheRemovalOfTheFile) {
     ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
     ASSERT_EQ(std::remove(path_.c_str()), 0);
     EXPECT_EQ(Value(path_), "old");
@@ -72,14 +72,14 @@ TEST_F(FileHold, DoesNotBindWriters) {
     EXPECT_EQ(Value(path_), "newer");
 }
 
-TEST_F(FileHold, EndsWithAChangeOfTheFileByAnotherPath) {
+TEST_F(FileHold, EndsWhenTheFileIsChangedByAnotherPath) {
     ASSERT_EQ(TLIBCFileHold((folder_ / "./held").c_str()), 0);
     EXPECT_EQ(TLIBCFileSetSectionValue(path_.c_str(), "s", "key", "new"), 0);
     EXPECT_EQ(Value(folder_ / "./held"), "new");
     EXPECT_EQ(TLIBCFileHold(path_.c_str()), 0);
 }
 
-TEST_F(FileHold, OutlivesAChangeThatIsRefusedOrOfAnotherFile) {
+TEST_F(FileHold, SurvivesARejectedChangeAndAChangeOfAnotherFile) {
     const std::string other = folder_.Write("other", "[s]\nkey=1\n");
     ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
     folder_.Write("held", "[s]\nkey=new\n");
@@ -100,7 +100,7 @@ TEST_F(FileHold, EndsWithEveryChangeWhenMemoryRunsOut) {
     });
 }
 
-TEST_F(FileHold, RefusesASecondHold) {
+TEST_F(FileHold, RejectsASecondHold) {
     ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
     folder_.Write("held", "[s]\nkey=new\n");
     EXPECT_EQ(TLIBCFileHold(path_.c_str()), -1);
@@ -108,7 +108,7 @@ TEST_F(FileHold, RefusesASecondHold) {
     EXPECT_EQ(Value(path_), "old");
 }
 
-TEST_F(FileHold, HoldsNothingAndKeepsTheErrorStateWhenItFails) {
+TEST_F(FileHold, HoldsNothingAndKeepsTheErrorStateOnFailure) {
     TLIBCErrSetEx(0x123, "earlier.cpp", 45);
     EXPECT_EQ(TLIBCFileHold(nullptr), -1);
     const std::string later = folder_ / "later";
@@ -122,7 +122,7 @@ TEST_F(FileHold, HoldsNothingAndKeepsTheErrorStateWhenItFails) {
     EXPECT_EQ(TLIBCFileHold(later.c_str()), 0);
 }
 
-TEST_F(FileHold, ReleasingNothingIsNothing) {
+TEST_F(FileHold, ReleasingNothingHasNoEffect) {
     TLIBCFileRelease();
     TLIBCFileRelease();
     EXPECT_EQ(TLIBCErrGet(), 0U);

@@ -73,7 +73,7 @@ class FileMemory : public testing::Test {
     TemporaryFolder folder_;
 };
 
-TEST_F(FileMemory, EnumSectionLeavesTheList) {
+TEST_F(FileMemory, EnumSectionLeavesTheListUnchanged) {
     const std::string path = folder_.Write("file", LargeText());
     EXPECT_GT(ForEachFailureToAppend(TLIBCFileEnumSection, path, 40), 40);
 }
@@ -114,7 +114,7 @@ TEST_F(FileMemory, GetKeyValueEmptiesTheBuffer) {
     EXPECT_EQ(allocations, 1);
 }
 
-TEST_F(FileMemory, CheckKeyValueSaysNotEqual) {
+TEST_F(FileMemory, CheckKeyValueReturnsNotEqual) {
     const std::string path = folder_.Write("file", LargeText());
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         SetEarlierError();
@@ -126,7 +126,7 @@ TEST_F(FileMemory, CheckKeyValueSaysNotEqual) {
     EXPECT_EQ(allocations, 1);
 }
 
-TEST_F(FileMemory, ReadLinesLeavesTheList) {
+TEST_F(FileMemory, ReadLinesLeavesTheListUnchanged) {
     const std::string path = folder_.Write("file", "a\nb\nc\nd\n");
     EXPECT_GT(ForEachFailureToAppend(TLIBCFileReadLines, path, 4), 4);
 }
@@ -151,14 +151,14 @@ TEST_F(FileMemory, ReadersOfASmallFileNeedNone) {
     EXPECT_EQ(allocations, 0);
 }
 
-TEST_F(FileMemory, SetSectionLeavesTheFile) {
+TEST_F(FileMemory, SetSectionLeavesTheFileUnchanged) {
     const Table table{{"a", "3"}, {"c", "4"}};
     ExpectWriterFails("[s]\na=1\nb=2\n", "[s]\na=3\nc=4\n", [&](const char *path) {
         return TLIBCFileSetSection(path, "s", nullptr, table.Get(), 0);
     });
 }
 
-TEST_F(FileMemory, SetSectionWithManyKeysLeavesTheFile) {
+TEST_F(FileMemory, SetSectionWithManyKeysLeavesTheFileUnchanged) {
     Keys keys;
     std::string after = "[s]\n";
     for (int i = 0; i < 40; ++i) {
@@ -171,20 +171,20 @@ TEST_F(FileMemory, SetSectionWithManyKeysLeavesTheFile) {
     });
 }
 
-TEST_F(FileMemory, AddSectionLeavesTheFile) {
+TEST_F(FileMemory, AddSectionLeavesTheFileUnchanged) {
     const Table table{{"a", "1"}};
     ExpectWriterFails(LargeText(), LargeText() + "\n[s]\na=1\n", [&](const char *path) {
         return TLIBCFileAddSection(path, "s", table.Get(), 0);
     });
 }
 
-TEST_F(FileMemory, SetSectionValueLeavesTheFile) {
+TEST_F(FileMemory, SetSectionValueLeavesTheFileUnchanged) {
     ExpectWriterFails("[s]\na=1\n", "[s]\na=2\n", [](const char *path) {
         return TLIBCFileSetSectionValue(path, "s", "a", "2");
     });
 }
 
-TEST_F(FileMemory, RemoveSectionLeavesTheFile) {
+TEST_F(FileMemory, RemoveSectionLeavesTheFileUnchanged) {
     ExpectWriterFails("[s]\na=1\n[t]\n", "[t]\n",
                       [](const char *path) { return TLIBCFileRemoveSection(path, "s"); });
 }

@@ -37,20 +37,20 @@ TEST_F(FileEnumSection, AppendsTheNamesInFileOrder) {
     EXPECT_THAT(names.Items(), ElementsAre("before", "b", " a ", "", "c"));
 }
 
-TEST_F(FileEnumSection, NamesEachSectionOnceAtItsFirstPlace) {
+TEST_F(FileEnumSection, ListsEachSectionOnceAtItsFirstPosition) {
     StringList names;
     const char *path = File("[b]\n[a]\n[b]\n[]\n[A]\n[]\n[a]\n");
     EXPECT_SUCCESS(4, TLIBCFileEnumSection(path, names.Address()));
     EXPECT_THAT(names.Items(), ElementsAre("b", "a", "", "A"));
 }
 
-TEST_F(FileEnumSection, NamesASectionThatTheListHoldsAlready) {
+TEST_F(FileEnumSection, AppendsANameThatIsAlreadyInTheList) {
     StringList names({"a"});
     EXPECT_SUCCESS(1, TLIBCFileEnumSection(File("[a]\n"), names.Address()));
     EXPECT_THAT(names.Items(), ElementsAre("a", "a"));
 }
 
-TEST_F(FileEnumSection, KeepsThousandsOfNamesApart) {
+TEST_F(FileEnumSection, DistinguishesThousandsOfNames) {
     std::string text;
     Strings expected;
     for (int i = 0; i < 5000; ++i) {
@@ -76,7 +76,7 @@ TEST_F(FileEnumSection, SkipsAByteOrderMark) {
     EXPECT_THAT(names.Items(), ElementsAre("a"));
 }
 
-TEST_F(FileEnumSection, RejectsBadArguments) {
+TEST_F(FileEnumSection, RejectsInvalidArguments) {
     StringList names({"before"});
     TLIBCSzList *none = nullptr;
     EXPECT_FAILURE(kBadParameterCode, TLIBCFileEnumSection(nullptr, names.Address()));
@@ -97,7 +97,7 @@ TEST_F(FileGetSection, FillsTheTableInFileOrder) {
     EXPECT_THAT(table.Entries(), ElementsAre(Pair("b", "2"), Pair("a", "4"), Pair("c", "")));
 }
 
-TEST_F(FileGetSection, LetsTheLastOfEqualKeysCount) {
+TEST_F(FileGetSection, UsesTheLastOfEqualKeys) {
     Table table;
     const char *path = File("[s]\na=1\nb=2\na=3\nA=4\n");
     EXPECT_SUCCESS(3, TLIBCFileGetSection(path, "s", table.Address()));
@@ -150,7 +150,7 @@ TEST_F(FileGetSection, KeepsTheHandle) {
     EXPECT_EQ(table.Get(), handle);
 }
 
-TEST_F(FileGetSection, EmptiesTheTableWhereItFails) {
+TEST_F(FileGetSection, EmptiesTheTableOnFailure) {
     const char *path = File("[s]\na=1\n");
     const auto fails_with = [](unsigned int code, const char *file, const char *section) {
         Table table{{"old", "gone"}};
@@ -193,7 +193,7 @@ TEST_F(FileGetKeyValue, EmptiesTheBufferForAnAbsentKey) {
     }
 }
 
-TEST_F(FileGetKeyValue, CutsTheValueToFit) {
+TEST_F(FileGetKeyValue, TruncatesTheValueToFit) {
     const char *path = File("a=12345\n");
     char text[8] = "preset!";
     EXPECT_SUCCESS(1, TLIBCFileGetKeyValue(path, "a", text, 4));
@@ -207,7 +207,7 @@ TEST_F(FileGetKeyValue, CutsTheValueToFit) {
     EXPECT_STREQ(text, "");
 }
 
-TEST_F(FileGetKeyValue, EmptiesTheBufferWhereItFails) {
+TEST_F(FileGetKeyValue, EmptiesTheBufferOnFailure) {
     const auto fails_with = [](unsigned int code, const char *path, const char *key) {
         char text[] = "preset";
         EXPECT_FAILURE(code, TLIBCFileGetKeyValue(path, key, text, sizeof(text)));
@@ -220,7 +220,7 @@ TEST_F(FileGetKeyValue, EmptiesTheBufferWhereItFails) {
     fails_with(kUnusableCode, folder_.Path().c_str(), "a");
 }
 
-TEST_F(FileGetKeyValue, RejectsABufferWithoutRoom) {
+TEST_F(FileGetKeyValue, RejectsABufferWithoutSpace) {
     char text[] = "preset";
     EXPECT_FAILURE(kBadParameterCode, TLIBCFileGetKeyValue(File("a=1\n"), "a", nullptr, 8));
     EXPECT_FAILURE(kBadParameterCode, TLIBCFileGetKeyValue(File("a=1\n"), "a", text, 0));
@@ -230,7 +230,7 @@ TEST_F(FileGetKeyValue, RejectsABufferWithoutRoom) {
 
 // ---- TLIBCFileCheckKeyValue ---------------------------------------------------------------------
 
-TEST_F(FileCheckKeyValue, ComparesTheValueThatCounts) {
+TEST_F(FileCheckKeyValue, ComparesTheEffectiveValue) {
     const char *path = File("a=no\na=\"Yes\"\nempty=\n[s]\nb=yes\n");
     EXPECT_SUCCESS(1, TLIBCFileCheckKeyValue(path, "a", "Yes", 0));
     EXPECT_SUCCESS(0, TLIBCFileCheckKeyValue(path, "a", "yes", 0));
@@ -251,7 +251,7 @@ TEST_F(FileCheckKeyValue, IgnoresTheCaseOfAsciiLettersWhenAsked) {
     EXPECT_SUCCESS(0, TLIBCFileCheckKeyValue(path, "A", "az@[`{ \xC4", 1));
 }
 
-TEST_F(FileCheckKeyValue, SaysNotEqualWithTheErrorWhereItFails) {
+TEST_F(FileCheckKeyValue, ReturnsNotEqualAndSetsTheErrorOnFailure) {
     const auto fails_with = [](unsigned int code, const char *path, const char *key,
                                const char *value) {
         EXPECT_EQ(ResultAndError([&] { return TLIBCFileCheckKeyValue(path, key, value, 0); }),
@@ -274,7 +274,7 @@ TEST_F(FileReadLines, AppendsTheLinesWithoutTheirEnds) {
     EXPECT_THAT(lines.Items(), ElementsAre("before", "one", "", " two ", "", "", "x\ry", "last"));
 }
 
-TEST_F(FileReadLines, CountsALastLineOnlyWhenItIsThere) {
+TEST_F(FileReadLines, CountsALastLineOnlyIfItExists) {
     StringList lines;
     EXPECT_SUCCESS(0, TLIBCFileReadLines(File(""), lines.Address()));
     EXPECT_SUCCESS(1, TLIBCFileReadLines(File("a\n"), lines.Address()));
@@ -283,7 +283,7 @@ TEST_F(FileReadLines, CountsALastLineOnlyWhenItIsThere) {
     EXPECT_THAT(lines.Items(), ElementsAre("a", "", "b\r"));
 }
 
-TEST_F(FileReadLines, CutsALineAtANul) {
+TEST_F(FileReadLines, TruncatesALineAtANul) {
     StringList lines;
     const char *path = File("a\0b\n\0\nc\0\r\nd"s);
     EXPECT_SUCCESS(4, TLIBCFileReadLines(path, lines.Address()));
@@ -300,14 +300,14 @@ TEST_F(FileReadLines, KeepsAByteOrderMarkAsPartOfTheFirstLine) {
 }
 
 // These files report no size and return about a page per read.
-TEST_F(FileReadLines, ReadsTheTablesOfProcWhole) {
+TEST_F(FileReadLines, ReadsTheTablesOfProcCompletely) {
     StringList lines;
     const int count = TLIBCFileReadLines("/proc/self/smaps", lines.Address());
     EXPECT_GT(count, 200);
     EXPECT_THAT(lines.Items(), testing::Contains(testing::EndsWith(" [stack]")));
 }
 
-TEST_F(FileReadLines, RejectsBadArguments) {
+TEST_F(FileReadLines, RejectsInvalidArguments) {
     StringList lines({"before"});
     TLIBCSzList *none = nullptr;
     EXPECT_FAILURE(kBadParameterCode, TLIBCFileReadLines(nullptr, lines.Address()));

@@ -89,7 +89,7 @@ class FileReplace : public testing::Test {
     TemporaryFolder folder_;
 };
 
-TEST_F(FileReplace, GivesTheNameToANewFileAndLeavesTheOldOneWhole) {
+TEST_F(FileReplace, RenamesANewFileOverTheOldOne) {
     const std::string file = folder_.Write("file", kBefore);
     const int old = open(file.c_str(), O_RDONLY | O_CLOEXEC);
     const ino_t number = StatusOf(file).st_ino;
@@ -105,7 +105,7 @@ TEST_F(FileReplace, GivesTheNameToANewFileAndLeavesTheOldOneWhole) {
     close(old);
 }
 
-TEST_F(FileReplace, LeavesAFileThatNeedsNoChangeAlone) {
+TEST_F(FileReplace, LeavesAFileThatNeedsNoChange) {
     const std::string file = folder_.Write("file", kBefore);
     const struct stat before = StatusOf(file);
     EXPECT_SUCCESS(0, Change(file, "1"));
@@ -116,7 +116,7 @@ TEST_F(FileReplace, LeavesAFileThatNeedsNoChangeAlone) {
     EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
 }
 
-TEST_F(FileReplace, FollowsSymbolicLinksToTheFileThatTheyName) {
+TEST_F(FileReplace, FollowsSymbolicLinksToTheFile) {
     Folder("folder");
     const std::string file = folder_.Write("folder/file", kBefore);
     Link("folder/file", "relative");
@@ -173,7 +173,7 @@ TEST_F(FileReplace, KeepsOwnerAndModeOfAnotherUsersFile) {
     EXPECT_EQ(StatusOf(file).st_mode & 07777, 06750u);
 }
 
-TEST_F(FileReplace, KeepsTheGroupInAFolderThatHandsItsOwnDown) {
+TEST_F(FileReplace, KeepsTheGroupInASetGroupIdFolder) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root gives files away";
     }
@@ -184,7 +184,7 @@ TEST_F(FileReplace, KeepsTheGroupInAFolderThatHandsItsOwnDown) {
     EXPECT_EQ(StatusOf(file).st_gid, 0u);
 }
 
-TEST_F(FileReplace, FailsWhereTheUserCannotHandTheFileOnToItsOwner) {
+TEST_F(FileReplace, FailsIfTheUserCannotRestoreTheOwner) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root makes files of two users";
     }
@@ -195,7 +195,7 @@ TEST_F(FileReplace, FailsWhereTheUserCannotHandTheFileOnToItsOwner) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
-TEST_F(FileReplace, FailsWhereTheUserMayNotChangeTheFolder) {
+TEST_F(FileReplace, FailsIfTheUserMayNotChangeTheFolder) {
     const std::string file = folder_.Write("file", kBefore);
     ASSERT_EQ(chown(file.c_str(), geteuid() == 0 ? kOrdinaryUser : geteuid(), getegid()), 0);
     ASSERT_EQ(chmod(folder_.Path().c_str(), 0555), 0);
@@ -207,7 +207,7 @@ TEST_F(FileReplace, FailsWhereTheUserMayNotChangeTheFolder) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
-TEST_F(FileReplace, FailsWhereOnlyPartOfTheTextFits) {
+TEST_F(FileReplace, FailsIfOnlyPartOfTheTextFits) {
     const std::string before = kBefore + std::string(20'000, '#');
     const std::string file = folder_.Write("file", before);
     struct rlimit old_limit = {};
@@ -223,7 +223,7 @@ TEST_F(FileReplace, FailsWhereOnlyPartOfTheTextFits) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
-TEST_F(FileReplace, ClearsWhatAKilledWriterLeftEvenWhereNothingChanges) {
+TEST_F(FileReplace, RemovesLeftoversOfAKilledWriterEvenIfNothingChanges) {
     for (const char *value : {"2", "1"}) {
         const std::string file = folder_.Write("file", kBefore);
         folder_.Write("other", "");
@@ -235,7 +235,7 @@ TEST_F(FileReplace, ClearsWhatAKilledWriterLeftEvenWhereNothingChanges) {
     }
 }
 
-TEST_F(FileReplace, ClearsWhatAWriterOfAnotherUserLeft) {
+TEST_F(FileReplace, RemovesLeftoversOfAnotherUsersWriter) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root gives files away";
     }
@@ -247,7 +247,7 @@ TEST_F(FileReplace, ClearsWhatAWriterOfAnotherUserLeft) {
 }
 
 // Only the names of writers are removed; other files belong to someone.
-TEST_F(FileReplace, FailsBeforeItTouchesWhatIsNotAWriters) {
+TEST_F(FileReplace, FailsWithoutTouchingForeignFiles) {
     const std::string file = folder_.Write("file", kBefore);
     Folder(".tavo-write");
     folder_.Write(".tavo-write/mine", "precious");
@@ -275,7 +275,7 @@ TEST_F(FileReplace, FailsOnAFileInPlaceOfItsOwnFolder) {
     EXPECT_EQ(ReadFile(file), kBefore);
 }
 
-TEST_F(FileReplace, WaitsForTheWriterThatHasTheLock) {
+TEST_F(FileReplace, WaitsForTheHolderOfTheLock) {
     const std::string file = folder_.Write("file", kBefore);
     auto lock = std::make_unique<HeldLock>(folder_.Path());
     ASSERT_TRUE(lock->Held());
@@ -291,21 +291,21 @@ TEST_F(FileReplace, WaitsForTheWriterThatHasTheLock) {
     EXPECT_EQ(ReadFile(file), kAfter);
 }
 
-TEST_F(FileReplace, WaitsForNoWriterInAnotherFolder) {
+TEST_F(FileReplace, DoesNotWaitForAWriterInAnotherFolder) {
     const std::string file = folder_.Write("file", kBefore);
     const HeldLock lock(Folder("folder"));
     ASSERT_TRUE(lock.Held());
     EXPECT_SUCCESS(0, Change(file));
 }
 
-TEST_F(FileReplace, ReadersWaitForNoWriter) {
+TEST_F(FileReplace, ReadersDoNotWaitForWriters) {
     const std::string file = folder_.Write("file", kBefore);
     const HeldLock lock(folder_.Path());
     ASSERT_TRUE(lock.Held());
     EXPECT_THAT(SectionNamesOf(file), ElementsAre("s"));
 }
 
-TEST_F(FileReplace, ReleasesLockAndDescriptorsWhateverBecameOfTheChange) {
+TEST_F(FileReplace, ReleasesLockAndDescriptorsAfterAnyChange) {
     const std::string file = folder_.Write("file", kBefore);
     Folder("folder");
     const std::size_t descriptors = OpenDescriptors();

@@ -284,7 +284,7 @@ KeyMap AsReadOver(const Keys &keys, const KeyMap &old) {
     return read;
 }
 
-TEST_F(FileWriteProperty, ReadersSeeWhatTheSlowReaderSees) {
+TEST_F(FileWriteProperty, ReadersAgreeWithTheSlowReader) {
     ForRandomFiles([&](Dice &, const std::string &before, const std::string &section) {
         const Keys keys = SectionOf(path_, section);
         EXPECT_EQ(KeyMap(keys.begin(), keys.end()), KeysOf(ReadBlocks(before), section));
@@ -310,7 +310,7 @@ TEST_F(FileWriteProperty, SetSectionLeavesTheKeysOfTheTable) {
     });
 }
 
-TEST_F(FileWriteProperty, AddSectionAddsToTheKeysThatAreThere) {
+TEST_F(FileWriteProperty, AddSectionAddsToTheExistingKeys) {
     ForRandomFiles([&](Dice &dice, const std::string &before, const std::string &section) {
         const Keys keys = RandomKeys(dice);
         const Table table(keys);
@@ -343,7 +343,7 @@ TEST_F(FileWriteProperty, SetSectionValueChangesOneKey) {
     });
 }
 
-TEST_F(FileWriteProperty, RemoveSectionLeavesOnlyWhatMayLeadTheNextSection) {
+TEST_F(FileWriteProperty, RemoveSectionLeavesOnlyTheCommentsOfTheNextSection) {
     ForRandomFiles([&](Dice &, const std::string &before, const std::string &section) {
         // The rest of a block, which moves to the block before it, is the text after the last
         // significant line, without leading blank lines.
@@ -370,7 +370,7 @@ Keys HandedBack(Keys keys) {
     return keys;
 }
 
-TEST_F(FileWriteProperty, WritingBackWhatWasReadWritesNothing) {
+TEST_F(FileWriteProperty, WritingBackTheValuesReadWritesNothing) {
     ForRandomFiles([&](Dice &, const std::string &before, const std::string &section) {
         const ino_t file = FileNumber();
         if (HasSection(ReadBlocks(before), section)) {

@@ -82,7 +82,7 @@ TEST_F(FileSetSectionValue, WritesTheValueAsGiven) {
     EXPECT_EQ(SetValue("[s]\nk=1\n", "s", "k", "a\rb\r"), "[s]\nk=a\rb\r\n");
 }
 
-TEST_F(FileSetSectionValue, KeepsTheSpellingOfALineThatHasTheVeryText) {
+TEST_F(FileSetSectionValue, KeepsTheSpellingOfALineWithExactlyTheText) {
     for (const std::string &line : {"  k =\t1 "s, "k = 1\r"s, "k=1"s}) {
         const std::string text = "[s]\n" + line + "\n";
         EXPECT_EQ(SetValue(text, "s", "k", "1"), text);
@@ -95,7 +95,7 @@ TEST_F(FileSetSectionValue, KeepsTheSpellingOfALineThatHasTheVeryText) {
     EXPECT_EQ(SetValue("[s]\nk=1\r\n", "s", "k", "1\r"), "[s]\nk=1\r\n");
 }
 
-TEST_F(FileSetSectionValue, WritesTheTextOverALineThatIsOnlyReadLikeIt) {
+TEST_F(FileSetSectionValue, ReplacesALineThatIsOnlyReadLikeTheText) {
     EXPECT_EQ(SetValue("[s]\nk = \"1\" \r\n", "s", "k", "1"), "[s]\nk=1\r\n");
     EXPECT_EQ(SetValue("[s]\nk=\"\"1\"\"\n", "s", "k", "\"1\""), "[s]\nk=\"1\"\n");
     EXPECT_EQ(SetValue("[s]\nk = \"\"\n", "s", "k", ""), "[s]\nk=\n");
@@ -110,7 +110,7 @@ TEST_F(FileSetSectionValue, ChangesTheLastOfEqualKeys) {
               "[s]\nk=x\n[t]\nk=2\n[s]\na=3\n");
 }
 
-TEST_F(FileSetSectionValue, AddsANewKeyBehindTheSectionsLastLineThatMeansSomething) {
+TEST_F(FileSetSectionValue, AddsANewKeyAfterTheLastSignificantLine) {
     EXPECT_EQ(SetValue("[s]\n\n# c\n[t]\n", "s", "k", "1"), "[s]\nk=1\n\n# c\n[t]\n");
     EXPECT_EQ(SetValue("[s]\n# a\na=1\n# c\n\n; d\n[t]\n", "s", "k", "1"),
               "[s]\n# a\na=1\nk=1\n# c\n\n; d\n[t]\n");
@@ -128,7 +128,7 @@ TEST_F(FileSetSectionValue, EndsALastLineWithoutNewlineBeforeItAppends) {
     EXPECT_EQ(SetValue("[s]\nk=1", "s", "k", "2"), "[s]\nk=2");
 }
 
-TEST_F(FileSetSectionValue, KeepsTheLineEndOfTheLineAndGivesNewOnesThatOfTheFirst) {
+TEST_F(FileSetSectionValue, KeepsLineEndsAndUsesTheFirstOneForNewLines) {
     EXPECT_EQ(SetValue("[s]\r\nk=1\nl=2\r\n", "s", "k", "x"), "[s]\r\nk=x\nl=2\r\n");
     EXPECT_EQ(SetValue("[s]\nk=1\r\n", "s", "k", "x"), "[s]\nk=x\r\n");
     EXPECT_EQ(SetValue("[s]\r\na=1\n", "s", "k", "x"), "[s]\r\na=1\nk=x\r\n");
@@ -140,7 +140,7 @@ TEST_F(FileSetSectionValue, KeepsAByteOrderMark) {
     EXPECT_EQ(SetValue("\xEF\xBB\xBF[s]\nk=1\n", "s", "k", "2"), "\xEF\xBB\xBF[s]\nk=2\n");
 }
 
-TEST_F(FileSetSectionValue, RefusesAMissingSection) {
+TEST_F(FileSetSectionValue, RejectsAMissingSection) {
     const auto set = [](const char *path) { return TLIBCFileSetSectionValue(path, "s", "k", "1"); };
     Refuses(kBadParameterCode, "", set);
     Refuses(kBadParameterCode, "k=1\n[S]\nk=1\n[s\nk=1\n# [s]\n", set);
@@ -148,13 +148,13 @@ TEST_F(FileSetSectionValue, RefusesAMissingSection) {
 
 // ---- TLIBCFileSetSection ------------------------------------------------------------------------
 
-TEST_F(FileSetSection, MakesTheKeysThoseOfTheTable) {
+TEST_F(FileSetSection, SetsExactlyTheKeysOfTheTable) {
     EXPECT_EQ(Set("[s]\na=1\nb=2\n# c\nc=3\nword\n\n[t]\na=9\n", "s",
                   {{"c", "x"}, {"new", "y"}, {"a", "1"}, {"newer", "z"}}),
               "[s]\na=1\n# c\nc=x\nword\nnew=y\nnewer=z\n\n[t]\na=9\n");
 }
 
-TEST_F(FileSetSection, TakesOutEveryLineOfAKeyThatTheTableLacks) {
+TEST_F(FileSetSection, RemovesEveryLineOfAKeyThatTheTableLacks) {
     EXPECT_EQ(Set("[s]\na=1\nb=2\na=3\n[t]\na=9\n[s]\na=4\n", "s", {{"b", "2"}}),
               "[s]\nb=2\n[t]\na=9\n[s]\n");
 }
@@ -163,7 +163,7 @@ TEST_F(FileSetSection, KeepsEarlierLinesOfAKeyThatTheTableHas) {
     EXPECT_EQ(Set("[s]\na=1\na=2\n", "s", {{"a", "3"}}), "[s]\na=1\na=3\n");
 }
 
-TEST_F(FileSetSection, PutsNewKeysWhereTheLastKeyWas) {
+TEST_F(FileSetSection, InsertsNewKeysAtThePositionOfTheLastKey) {
     EXPECT_EQ(Set("[s]\na=1\n\n# c\nb=2\n\n[t]\n", "s", {{"x", "1"}, {"y", "2"}}),
               "[s]\n\n# c\nx=1\ny=2\n\n[t]\n");
     EXPECT_EQ(Set("[s]\na=1", "s", {{"x", "1"}}), "[s]\nx=1\n");
@@ -178,7 +178,7 @@ TEST_F(FileSetSection, AddsAMissingSection) {
     EXPECT_EQ(Set("", "s", {}), "[s]\n");
 }
 
-TEST_F(FileSetSection, ChangesNothingWhenWhatWasReadIsWrittenBack) {
+TEST_F(FileSetSection, ChangesNothingWhenTheValuesReadAreWrittenBack) {
     const std::string text =
         "\xEF\xBB\xBF# c\r\n  [s]  \r\n a = \"1\" \nb=\"\"2\"\"\r\nb = '3'\r\n=no\nc\0=1\n[k]=[v\n"
         "[t]\n[s]\nd=\ne=\"\n"s;
@@ -197,7 +197,7 @@ TEST_F(FileSetSection, KeepsTheSpellingOfALineThatIsReadAsTheValue) {
     EXPECT_EQ(Set("[s]\nk=\" 1 \"\n", "s", {{"k", " 1 "}}), "[s]\nk=\" 1 \"\n");
 }
 
-TEST_F(FileSetSection, WritesAValueInQuotesOverALineThatIsOnlyReadLikeIt) {
+TEST_F(FileSetSection, ReplacesALineThatIsOnlyReadLikeTheQuotedValue) {
     for (const std::string &line : {"k=1"s, "k=\"\"1\"\""s, "k = \"\"1\"\" \t"s}) {
         EXPECT_EQ(Set("[s]\n" + line + "\n", "s", {{"k", "\"1\""}}), "[s]\nk=\"1\"\n");
         EXPECT_EQ(Add("[s]\n" + line + "\n", "s", {{"k", "\"1\""}}), "[s]\nk=\"1\"\n");
@@ -208,7 +208,7 @@ TEST_F(FileSetSection, WritesAValueInQuotesOverALineThatIsOnlyReadLikeIt) {
 }
 
 // Without the quotes the line would be read as a section header.
-TEST_F(FileSetSection, IsNotStoppedByAKeptLineThatItCouldNotWrite) {
+TEST_F(FileSetSection, AcceptsAKeptLineThatItCouldNotWrite) {
     const std::string text = "[s]\n[a=\"b]\"\nk=1\n";
     const Table read(SectionOf(folder_.Write("file", text), "s"));
     Keys keys = read.Entries();
@@ -250,7 +250,7 @@ TEST_F(FileSetSection, IsLinearInTheKeys) {
 
 // ---- TLIBCFileAddSection ------------------------------------------------------------------------
 
-TEST_F(FileAddSection, AppendsTheSectionBehindABlankLine) {
+TEST_F(FileAddSection, AppendsTheSectionAfterABlankLine) {
     const Keys keys = {{"a", "1"}, {"b", "\"2\""}};
     EXPECT_EQ(Add("[t]\nc=3\n", "s", keys), "[t]\nc=3\n\n[s]\na=1\nb=\"2\"\n");
     EXPECT_EQ(Add("[t]\nc=3", "s", keys), "[t]\nc=3\n\n[s]\na=1\nb=\"2\"\n");
@@ -278,13 +278,13 @@ TEST_F(FileAddSection, AddsAHeaderAloneForAnEmptyTable) {
     EXPECT_EQ(Add("[s]\na=1\n", "s", {}), "[s]\na=1\n");
 }
 
-TEST_F(FileAddSection, FillsASectionThatIsThereInItsPlace) {
+TEST_F(FileAddSection, AddsToAnExistingSectionInPlace) {
     EXPECT_EQ(Add("[s]\na=1\nb=2\n\n[t]\n", "s", {{"b", "3"}, {"c", "4"}}),
               "[s]\na=1\nb=3\nc=4\n\n[t]\n");
     EXPECT_EQ(Add("[s]\n\n[t]\n", "s", {{"a", "1"}}), "[s]\na=1\n\n[t]\n");
 }
 
-TEST_F(FileAddSection, TakesNamesOfAnyBytesButNewlines) {
+TEST_F(FileAddSection, AcceptsNamesOfAnyBytesButNewlines) {
     for (const std::string &name : {""s, " a "s, "a]b"s, "[]"s, "#"s, "a=b"s, "a\rb"s, "\xFF"s}) {
         const std::string path = folder_ / "file";
         EXPECT_EQ(Add("", name, {{"a", "1"}}), "[" + name + "]\na=1\n");
@@ -293,7 +293,7 @@ TEST_F(FileAddSection, TakesNamesOfAnyBytesButNewlines) {
     }
 }
 
-TEST_F(FileAddSection, TakesKeysThatAreReadBack) {
+TEST_F(FileAddSection, AcceptsKeysThatAreReadBackUnchanged) {
     for (const std::string &key : {"a b"s, "[a"s, "[a]"s, "a#"s, "\"a\""s, "\xEF\xBB\xBF"s}) {
         EXPECT_EQ(Add("", "s", {{key, "1"}}), "[s]\n" + key + "=1\n");
         EXPECT_THAT(SectionOf(folder_ / "file", "s"), ElementsAre(Pair(key, "1")));
@@ -302,7 +302,7 @@ TEST_F(FileAddSection, TakesKeysThatAreReadBack) {
 
 // ---- TLIBCFileRemoveSection ---------------------------------------------------------------------
 
-TEST_F(FileRemoveSection, TakesOutTheHeaderTheKeysAndTheBlankLinesBehind) {
+TEST_F(FileRemoveSection, RemovesTheHeaderTheKeysAndTheBlankLinesAfterThem) {
     EXPECT_EQ(Remove("[a]\nx=1\n\n[s]\n# c\nk=1\n\nword\nl=2\n\n \t\n[b]\ny=2\n", "s"),
               "[a]\nx=1\n\n[b]\ny=2\n");
     EXPECT_EQ(Remove("[s]\nk=1\n[b]\n", "s"), "[b]\n");
@@ -312,13 +312,13 @@ TEST_F(FileRemoveSection, TakesOutTheHeaderTheKeysAndTheBlankLinesBehind) {
     EXPECT_EQ(Remove("[s]\nx\0\n\n[b]\n"s, "s"), "[b]\n");
 }
 
-TEST_F(FileRemoveSection, LeavesCommentsBehindItToTheNextSection) {
+TEST_F(FileRemoveSection, LeavesCommentsAfterItToTheNextSection) {
     EXPECT_EQ(Remove("[s]\nk=1\n\n# leads b\n\n[b]\n", "s"), "# leads b\n\n[b]\n");
     EXPECT_EQ(Remove("[s]\n# leads b\n[b]\n", "s"), "# leads b\n[b]\n");
     EXPECT_EQ(Remove("[s]\nk=1\n; the end", "s"), "; the end");
 }
 
-TEST_F(FileRemoveSection, TakesOutEveryBlock) {
+TEST_F(FileRemoveSection, RemovesEveryBlock) {
     EXPECT_EQ(Remove("[s]\na=1\n[t]\nb=2\n[s]\n[s]\n# c\n[u]\nd=4\n[s]\n", "s"),
               "[t]\nb=2\n# c\n[u]\nd=4\n");
 }
@@ -328,7 +328,7 @@ TEST_F(FileRemoveSection, EmptiesTheFileOfItsOnlySection) {
     EXPECT_EQ(Remove("\xEF\xBB\xBF[s]\r\na=1\r\n", "s"), "\xEF\xBB\xBF");
 }
 
-TEST_F(FileRemoveSection, IsContentWithoutTheSection) {
+TEST_F(FileRemoveSection, SucceedsWithoutTheSection) {
     for (const std::string &text : {""s, "k=1\n[S]\na=1\n# [s]\n[s\n"s}) {
         EXPECT_EQ(Remove(text, "s"), text);
     }
@@ -357,7 +357,7 @@ const Writer kKeyWriters[] = {
      }},
 };
 
-TEST_F(FileWrite, RefusesWhatWouldNotBeReadBack) {
+TEST_F(FileWrite, RejectsTextThatWouldNotBeReadBack) {
     struct Bad {
         const char *section, *key, *value;
     };
@@ -381,14 +381,14 @@ TEST_F(FileWrite, RefusesWhatWouldNotBeReadBack) {
             [](const char *path) { return TLIBCFileRemoveSection(path, "s\n"); });
 }
 
-TEST_F(FileWrite, RefusesAWholeTableForOneBadKey) {
+TEST_F(FileWrite, RejectsAWholeTableForOneInvalidKey) {
     const Table table{{"a", "1"}, {"b", "2\n"}};
     Refuses(kBadParameterCode, "[s]\n", [&](const char *path) {
         return TLIBCFileSetSection(path, "s", nullptr, table.Get(), 0);
     });
 }
 
-TEST_F(FileWrite, RejectsBadArguments) {
+TEST_F(FileWrite, RejectsInvalidArguments) {
     const Table table{{"a", "1"}};
     for (const char *path : {static_cast<const char *>(nullptr), ""}) {
         EXPECT_FAILURE(kBadParameterCode, TLIBCFileSetSection(path, "s", nullptr, table.Get(), 0));
@@ -413,7 +413,7 @@ TEST_F(FileWrite, RejectsBadArguments) {
     }
 }
 
-TEST_F(FileWrite, MakesNoFile) {
+TEST_F(FileWrite, CreatesNoFile) {
     const std::string absent = folder_ / "absent";
     const std::string below_file = folder_.Write("file", "") + "/absent";
     for (const std::string &path : {absent, below_file}) {

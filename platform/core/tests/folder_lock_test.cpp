@@ -91,7 +91,7 @@ TEST_F(FolderLockTest, KeepsWritersOutUntilItIsReleased) {
     EXPECT_THAT(Entries(folder_), ElementsAre("file"));
 }
 
-TEST_F(FolderLockTest, IsTheFileInTheStagingFolderThatNobodyElseCanOpen) {
+TEST_F(FolderLockTest, IsAFileThatOtherUsersCannotOpen) {
     const mode_t umask_before = umask(0);
     const Lock lock = Take(folder_);
     umask(umask_before);
@@ -106,7 +106,7 @@ TEST_F(FolderLockTest, IsTheFileInTheStagingFolderThatNobodyElseCanOpen) {
     close(fd);
 }
 
-TEST_F(FolderLockTest, LeavesNothingBehind) {
+TEST_F(FolderLockTest, LeavesNothing) {
     EXPECT_SUCCESS(0, TakeAndRelease(folder_));
     EXPECT_THAT(Entries(folder_), ElementsAre("file"));
 }
@@ -167,7 +167,7 @@ TEST_F(FolderLockTest, IsNotNeededForAChangeThatChangesNothing) {
     EXPECT_EQ(ReadFile(file_), kBefore);
 }
 
-TEST_F(FolderLockTest, ClearsALeftoverThatOthersCouldOpen) {
+TEST_F(FolderLockTest, RemovesALeftoverThatOthersCouldOpen) {
     for (const uid_t owner : {geteuid(), geteuid() == 0 ? kOrdinaryUser : geteuid()}) {
         std::filesystem::create_directory(folder_ + "/.tavo-write");
         ASSERT_EQ(chmod((folder_ + "/.tavo-write").c_str(), 0777), 0);
@@ -185,7 +185,7 @@ TEST_F(FolderLockTest, ClearsALeftoverThatOthersCouldOpen) {
     EXPECT_THAT(Entries(folder_), ElementsAre("file"));
 }
 
-TEST_F(FolderLockTest, RefusesWhatIsNotALock) {
+TEST_F(FolderLockTest, RejectsAnEntryThatIsNotALock) {
     std::filesystem::create_directories(folder_ + "/.tavo-write/lock");
     EXPECT_FAILURE(kUnusableCode, TakeAndRelease(folder_));
     EXPECT_TRUE(std::filesystem::is_directory(folder_ + "/.tavo-write/lock"));
@@ -199,7 +199,7 @@ TEST_F(FolderLockTest, RefusesWhatIsNotALock) {
     EXPECT_THAT(Entries(folder_), ElementsAre(".tavo-write", "file"));
 }
 
-TEST_F(FolderLockTest, IsFreeWhenItsHolderIsKilled) {
+TEST_F(FolderLockTest, IsReleasedWhenItsHolderIsKilled) {
     int ready[2];
     ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
     const pid_t holder = fork();
@@ -236,7 +236,7 @@ TEST_F(FolderLockTest, IsReleasedByAnotherThread) {
     EXPECT_SUCCESS(0, Change(file_));
 }
 
-TEST_F(FolderLockTest, AWriterThatWaitedGoesOnInTheFolderThatReplacedIt) {
+TEST_F(FolderLockTest, AWaitingWriterContinuesInTheReplacementFolder) {
     const std::string copy = Replacement();
     Lock lock = Take(folder_);
     EXPECT_EQ(Blocked([&] { return Change(file_); },
@@ -251,7 +251,7 @@ TEST_F(FolderLockTest, AWriterThatWaitedGoesOnInTheFolderThatReplacedIt) {
     EXPECT_THAT(Entries(folder_), ElementsAre("file"));
 }
 
-TEST_F(FolderLockTest, ReleasesTheLockOfAFolderThatIsGone) {
+TEST_F(FolderLockTest, ReleasesTheLockOfARemovedFolder) {
     Lock lock = Take(folder_);
     std::filesystem::remove_all(folder_);
     SetEarlierError();
@@ -260,7 +260,7 @@ TEST_F(FolderLockTest, ReleasesTheLockOfAFolderThatIsGone) {
     EXPECT_THAT(parent_.Entries(), testing::IsEmpty());
 }
 
-TEST_F(FolderLockTest, ReleasingClearsItsCopyInAReplacement) {
+TEST_F(FolderLockTest, ReleasingRemovesItsCopyInAReplacement) {
     Lock lock = Take(folder_);
     std::filesystem::copy(folder_, parent_ / "copy", std::filesystem::copy_options::recursive);
     std::filesystem::remove_all(folder_);

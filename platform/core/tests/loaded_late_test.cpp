@@ -71,7 +71,7 @@ TEST_F(LoadedLate, HoldsNoFileInAThreadWithoutMemory) {
 }
 
 // The space for thread-local data of libraries that are loaded late is limited.
-TEST_F(LoadedLate, CanBeLoadedBesideTheLibraryThatUsesIt) {
+TEST_F(LoadedLate, CanBeLoadedWithTheLibraryThatUsesIt) {
     void *service_conf = dlopen(TAVO_SERVICE_CONF_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     EXPECT_NE(service_conf, nullptr) << dlerror();
     Unload(service_conf);

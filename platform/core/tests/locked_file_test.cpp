@@ -24,7 +24,7 @@ class LockedFileTest : public testing::Test {
     std::string path_ = folder_.Write("file", "text");
 };
 
-TEST_F(LockedFileTest, GivesUpWhenTheWaitIsOver) {
+TEST_F(LockedFileTest, GivesUpAtTheTimeLimit) {
     LockedFile holder;
     ASSERT_TRUE(holder.Lock(path_.c_str()));
     TLIBCErrSetEx(0, nullptr, 0);
@@ -36,7 +36,7 @@ TEST_F(LockedFileTest, GivesUpWhenTheWaitIsOver) {
     EXPECT_EQ(TLIBCErrGet(), 0x900u);
 }
 
-TEST_F(LockedFileTest, MissesAFolderThatVanishedForGoodWhileItWaited) {
+TEST_F(LockedFileTest, ReportsAFolderThatDisappearedWhileItWaited) {
     const std::string folder = folder_ / "folder";
     ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
     FolderLock holder;
@@ -64,7 +64,7 @@ TEST_F(LockedFileTest, IsOneLockForAllFilesOfAFolder) {
     EXPECT_FALSE(waiter.Lock(folder_.Write("other", "").c_str(), milliseconds(0)));
 }
 
-TEST_F(LockedFileTest, OneThatGaveUpTakesNothingFromTheHolder) {
+TEST_F(LockedFileTest, GivingUpDoesNotAffectTheHolder) {
     LockedFile holder;
     ASSERT_TRUE(holder.Lock(path_.c_str()));
     for (int turn = 0; turn < 2; ++turn) {
@@ -73,7 +73,7 @@ TEST_F(LockedFileTest, OneThatGaveUpTakesNothingFromTheHolder) {
     }
 }
 
-TEST_F(LockedFileTest, EndsWithItsHolderAlsoWhereAChildInheritedIt) {
+TEST_F(LockedFileTest, EndsWithItsHolderEvenIfAChildInheritedIt) {
     pid_t child = -1;
     {
         LockedFile holder;
@@ -98,7 +98,7 @@ TEST_F(LockedFileTest, SeesTheFileThatHasTheNameUnderTheLock) {
     EXPECT_EQ(text.View(), "later");
 }
 
-TEST_F(LockedFileTest, RefusesALinkThatTookTheNameMeanwhile) {
+TEST_F(LockedFileTest, RejectsALinkThatReplacedTheFileMeanwhile) {
     LockedFile file;
     ASSERT_TRUE(file.Lock(path_.c_str()));
     ASSERT_EQ(unlink(path_.c_str()), 0);
@@ -108,7 +108,7 @@ TEST_F(LockedFileTest, RefusesALinkThatTookTheNameMeanwhile) {
     EXPECT_EQ(TLIBCErrGet(), 0x900u);
 }
 
-TEST_F(LockedFileTest, TellsThatTheFileWentMeanwhile) {
+TEST_F(LockedFileTest, ReportsAFileThatDisappearedMeanwhile) {
     LockedFile file;
     ASSERT_TRUE(file.Lock(path_.c_str()));
     ASSERT_EQ(unlink(path_.c_str()), 0);

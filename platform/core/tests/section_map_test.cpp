@@ -45,7 +45,7 @@ class SectionMapTest : public testing::Test {
     SectionMap map_;
 };
 
-TEST_F(SectionMapTest, GivesTheLinesBelowEachHeader) {
+TEST_F(SectionMapTest, ReturnsTheLinesAfterEachHeader) {
     Build("top=1\n[a]\nx=1\n# note\n\n [b] \r\ny=2\n[c]");
     EXPECT_THAT(Names(), ElementsAre("a", "b", "c"));
     EXPECT_THAT(Blocks("a"), ElementsAre("x=1\n# note\n\n"));
@@ -53,14 +53,14 @@ TEST_F(SectionMapTest, GivesTheLinesBelowEachHeader) {
     EXPECT_THAT(Blocks("c"), ElementsAre(""));
 }
 
-TEST_F(SectionMapTest, ChainsTheBlocksOfOneName) {
+TEST_F(SectionMapTest, LinksTheBlocksOfOneName) {
     Build("[a]\n1=\n[b]\n2=\n[a]\n3=\n[a]\n[b]\n4=\n");
     EXPECT_THAT(Names(), ElementsAre("a", "b"));
     EXPECT_THAT(Blocks("a"), ElementsAre("1=\n", "3=\n", ""));
     EXPECT_THAT(Blocks("b"), ElementsAre("2=\n", "4=\n"));
 }
 
-TEST_F(SectionMapTest, KnowsWhatIsNotThere) {
+TEST_F(SectionMapTest, ReturnsNothingForAnUnknownName) {
     Build("[a]\n");
     EXPECT_THAT(Blocks("A"), IsEmpty());
     EXPECT_THAT(Blocks(""), IsEmpty());
@@ -72,7 +72,7 @@ TEST_F(SectionMapTest, IsEmptyForATextWithoutSections) {
     EXPECT_EQ(map_.FirstBlock("top"), nullptr);
 }
 
-TEST_F(SectionMapTest, HoldsManySections) {
+TEST_F(SectionMapTest, StoresManySections) {
     std::string text;
     for (int i = 0; i < 5000; ++i) {
         text += "[s" + std::to_string(i % 3000) + "]\nk=" + std::to_string(i) + "\n";
@@ -84,7 +84,7 @@ TEST_F(SectionMapTest, HoldsManySections) {
     EXPECT_THAT(Blocks("s2999"), ElementsAre("k=2999\n"));
 }
 
-TEST_F(SectionMapTest, SaysWhenMemoryRunsOut) {
+TEST_F(SectionMapTest, ReportsThatMemoryRanOut) {
     std::string text;
     for (int i = 0; i < 100; ++i) {
         text += "[s" + std::to_string(i) + "]\n";
@@ -98,7 +98,7 @@ TEST_F(SectionMapTest, SaysWhenMemoryRunsOut) {
     EXPECT_GT(allocations, 6);
 }
 
-TEST(SmallArray, GrowsBeyondWhatItHoldsInItself) {
+TEST(SmallArray, GrowsBeyondItsBuiltInElements) {
     SmallArray<int, 4> array;
     for (int i = 0; i < 1000; ++i) {
         ASSERT_TRUE(array.Append(i));
@@ -109,7 +109,7 @@ TEST(SmallArray, GrowsBeyondWhatItHoldsInItself) {
     }
 }
 
-TEST(SmallArray, StaysAsItWasWhenMemoryRunsOut) {
+TEST(SmallArray, IsUnchangedWhenMemoryRunsOut) {
     const int allocations = test::ForEachFailingAllocation([](test::FailingAllocation &fail) {
         SmallArray<int, 4> array;
         const bool all = fail.During([&] {

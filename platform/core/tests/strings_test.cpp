@@ -67,7 +67,7 @@ struct Split {
 
 // ---- TLIBCStrTok
 
-TEST(StrTok, GivesTheNonEmptyPieces) {
+TEST(StrTok, ReturnsTheNonEmptyPieces) {
     const Split cases[] = {
         {"a,b", ",", {"a", "b"}},
         {",,a,,b,", ",", {"a", "b"}},
@@ -107,7 +107,7 @@ TEST(StrTok, SplitsATextOfTheListItself) {
 
 // ---- TLIBCStrSep
 
-TEST(StrSep, GivesEveryPiece) {
+TEST(StrSep, ReturnsEveryPiece) {
     const Split cases[] = {
         {"a,,b,", ",", {"a", "", "b", ""}},
         {"a", ",", {"a"}},
@@ -141,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(Str, Splitter, testing::Values(TLIBCStrTok, TLIBCStrSep
                              return splitter.param == TLIBCStrTok ? "Tok" : "Sep";
                          });
 
-TEST_P(Splitter, RefusesNull) {
+TEST_P(Splitter, RejectsNull) {
     const ListPtr list = ListOf({"before"});
     TLIBCSzList *handle = list.get();
     TLIBCSzList *none = nullptr;
@@ -153,7 +153,7 @@ TEST_P(Splitter, RefusesNull) {
     EXPECT_THAT(Contents(list), ElementsAre("before"));
 }
 
-TEST_P(Splitter, TakesBackWhatItPushedWhenMemoryRunsOut) {
+TEST_P(Splitter, RemovesPushedPiecesWhenMemoryRunsOut) {
     const int allocations = ForEachFailingAllocation([](FailingAllocation &fail) {
         const ListPtr list = ListOf({"before"}, 1);
         TLIBCSzList *handle = list.get();
@@ -184,7 +184,7 @@ TEST(StrTokIndex, CopiesTheNonEmptyPieceOfThatNumber) {
     EXPECT_STREQ(buffer, "d");
 }
 
-TEST(StrTokIndex, AnswersWithAnEmptyTextThatThereIsNoSuchPiece) {
+TEST(StrTokIndex, ReturnsAnEmptyTextForAMissingPiece) {
     for (const char *text : {"", ",,", "a", "a,,b,"}) {
         char buffer[8] = "unset";
         EXPECT_RESULT(TLIBCStrTokIndex(text, ",", 2, buffer, sizeof(buffer)), 0, "");
@@ -195,7 +195,7 @@ TEST(StrTokIndex, AnswersWithAnEmptyTextThatThereIsNoSuchPiece) {
     EXPECT_EQ(one[0], '\0');
 }
 
-TEST(StrTokIndex, NeedsRoomForTheTerminator) {
+TEST(StrTokIndex, NeedsSpaceForTheTerminator) {
     char buffer[8] = "unset";
     EXPECT_RESULT(TLIBCStrTokIndex("a,bcd", ",", 1, buffer, 3), -1, "0xBF00 strings.cpp");
     EXPECT_STREQ(buffer, "unset");
@@ -210,7 +210,7 @@ TEST(StrTokIndex, MayStoreIntoItsOwnText) {
     EXPECT_STREQ(text, "defg");
 }
 
-TEST(StrTokIndex, RefusesBadArguments) {
+TEST(StrTokIndex, RejectsInvalidArguments) {
     char buffer[8] = "unset";
     EXPECT_RESULT(TLIBCStrTokIndex(nullptr, ",", 0, buffer, 8), -1, "0xD00 strings.cpp");
     EXPECT_RESULT(TLIBCStrTokIndex("a", nullptr, 0, buffer, 8), -1, "0xD00 strings.cpp");
@@ -223,7 +223,7 @@ TEST(StrTokIndex, RefusesBadArguments) {
 
 // ---- TLIBCStrTrimSpace
 
-TEST(StrTrimSpace, TakesBlanksOffBothEnds) {
+TEST(StrTrimSpace, RemovesBlanksFromBothEnds) {
     const char *const cases[][2] = {
         {"a", "a"},
         {"  a b  ", "a b"},
@@ -244,7 +244,7 @@ TEST(StrTrimSpace, TakesBlanksOffBothEnds) {
     }
 }
 
-TEST(StrTrimSpace, RefusesNull) {
+TEST(StrTrimSpace, RejectsNull) {
     EXPECT_RESULT(TLIBCStrTrimSpace(nullptr), -1, "0xD00 strings.cpp");
 }
 
@@ -262,7 +262,7 @@ TEST(StrCaseLower, LowersAsciiLettersOnly) {
     EXPECT_EQ(buffer, lowered);
 }
 
-TEST(StrCaseLower, KnowsNoLocale) {
+TEST(StrCaseLower, IgnoresTheLocale) {
     ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
     char buffer[8];
     EXPECT_EQ(TLIBCStrCaseLower("\xC3\x84I", buffer, sizeof(buffer)), 0);
@@ -276,7 +276,7 @@ TEST(StrCaseLower, MayStoreIntoItsOwnText) {
     EXPECT_STREQ(text, "tcp,udp");
 }
 
-TEST(StrCaseLower, NeedsRoomForTheTerminator) {
+TEST(StrCaseLower, NeedsSpaceForTheTerminator) {
     char buffer[8] = "unset";
     EXPECT_RESULT(TLIBCStrCaseLower("ABC", buffer, 3), -1, "0xBF00 strings.cpp");
     EXPECT_STREQ(buffer, "unset");
@@ -287,7 +287,7 @@ TEST(StrCaseLower, NeedsRoomForTheTerminator) {
     EXPECT_STREQ(buffer, "");
 }
 
-TEST(StrCaseLower, RefusesBadArguments) {
+TEST(StrCaseLower, RejectsInvalidArguments) {
     char buffer[8] = "unset";
     EXPECT_RESULT(TLIBCStrCaseLower(nullptr, buffer, 8), -1, "0xD00 strings.cpp");
     EXPECT_RESULT(TLIBCStrCaseLower("A", nullptr, 8), -1, "0xD00 strings.cpp");
@@ -296,7 +296,7 @@ TEST(StrCaseLower, RefusesBadArguments) {
     EXPECT_STREQ(buffer, "unset");
 }
 
-TEST(StrCaseLower, RefusesATextBeyondAnyBuffer) {
+TEST(StrCaseLower, RejectsATextLargerThanAnyBuffer) {
     const HugeText huge;
     char buffer[8] = "unset";
     EXPECT_RESULT(TLIBCStrCaseLower(huge.Last(HugeText::kSize), buffer, INT_MAX), -1,
@@ -324,7 +324,7 @@ struct Growing {
     int size;
 };
 
-TEST(StrCat, MakesTheFirstBlock) {
+TEST(StrCat, AllocatesTheFirstBlock) {
     Growing growing;
     growing.size = 1 << 30;  // counts as 0
     EXPECT_RESULT(growing.Cat("80"), 0, "");
@@ -333,14 +333,14 @@ TEST(StrCat, MakesTheFirstBlock) {
     EXPECT_LT(growing.size, 100);
 }
 
-TEST(StrCat, MakesABlockForAnEmptyText) {
+TEST(StrCat, AllocatesABlockForAnEmptyText) {
     Growing growing;
     EXPECT_EQ(growing.Cat(""), 0);
     EXPECT_STREQ(growing.text, "");
     EXPECT_GE(growing.size, 1);
 }
 
-TEST(StrCat, AppendsWithoutMovingWhereThereIsRoom) {
+TEST(StrCat, AppendsInPlaceIfThereIsSpace) {
     Growing growing("ab", 6);
     const char *before = growing.text;
     EXPECT_EQ(growing.Cat("cde"), 0);
@@ -349,7 +349,7 @@ TEST(StrCat, AppendsWithoutMovingWhereThereIsRoom) {
     EXPECT_EQ(growing.size, 6);
 }
 
-TEST(StrCat, GrowsByWhatIsNeeded) {
+TEST(StrCat, GrowsByTheNeededSize) {
     Growing growing("ab", 3);
     const std::string added(100, 'x');
     EXPECT_EQ(growing.Cat(added.c_str()), 0);
@@ -376,7 +376,7 @@ TEST(StrCat, AppendsATextToItself) {
     }
 }
 
-TEST(StrCat, RefusesBadArguments) {
+TEST(StrCat, RejectsInvalidArguments) {
     Growing growing("ab", 3);
     EXPECT_RESULT(TLIBCStrCat(nullptr, &growing.size, "c"), -1, "0xD00 strings.cpp");
     EXPECT_RESULT(TLIBCStrCat(&growing.text, nullptr, "c"), -1, "0xD00 strings.cpp");
@@ -385,7 +385,7 @@ TEST(StrCat, RefusesBadArguments) {
     EXPECT_EQ(growing.size, 3);
 }
 
-TEST(StrCat, RefusesABlockWhereNoTextEnds) {
+TEST(StrCat, RejectsABlockWithoutATerminator) {
     Growing growing("ab", 3);
     for (const int size : {2, 1, 0, -1, INT_MIN}) {
         growing.size = size;
@@ -405,7 +405,7 @@ TEST(StrCat, ReportsATextBeyondAnIntAsOutOfMemory) {
     }
 }
 
-TEST(StrCat, LeavesBothAsTheyWereWhenMemoryRunsOut) {
+TEST(StrCat, LeavesBothUnchangedWhenMemoryRunsOut) {
     const int allocations = ForEachFailingAllocation([](FailingAllocation &fail) {
         Growing growing("ab", 3);
         TLIBCErrSetEx(0, nullptr, 0);
@@ -425,13 +425,13 @@ TEST(StrGet, FormatsAsPrintfDoes) {
     EXPECT_STREQ(text.get(), "a.cpp:-7 0D00   2.2%");
 }
 
-TEST(StrGet, GivesTextOfAnyLength) {
+TEST(StrGet, ReturnsTextOfAnyLength) {
     const std::string value(100000, 'x');
     EXPECT_EQ(TextPtr(TLIBCStrGet("<%s>", value.c_str())).get(), "<" + value + ">");
     EXPECT_STREQ(TextPtr(TLIBCStrGet("%s", "")).get(), "");
 }
 
-TEST(StrGet, RefusesNull) {
+TEST(StrGet, RejectsNull) {
     const char *format = nullptr;
     EXPECT_RESULT(TLIBCStrGet(format, 1), nullptr, "0xD00 strings.cpp");
 }

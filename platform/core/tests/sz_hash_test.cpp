@@ -26,7 +26,7 @@ void SetAll(const HashPtr &hash, const Pairs &pairs) {
     }
 }
 
-TEST(SzHashAlloc, GivesAnEmptyTableForAnyCapacity) {
+TEST(SzHashAlloc, ReturnsAnEmptyTableForAnyCapacity) {
     for (const int capacity : {INT_MIN, -1, 0, 1, 1024, INT_MAX}) {
         const HashPtr hash(TLIBCSzHashAlloc(capacity));
         ASSERT_NE(hash, nullptr) << capacity;
@@ -47,17 +47,17 @@ TEST(SzHashAlloc, ReportsThatMemoryRanOut) {
     EXPECT_EQ(allocations, 2);
 }
 
-TEST(SzHashSetValue, KeepsTheOrderInWhichKeysCame) {
+TEST(SzHashSetValue, KeepsTheOrderInWhichKeysWereAdded) {
     EXPECT_THAT(Contents(HashOf({{"z", "1"}, {"a", "2"}, {"m", "3"}})),
                 ElementsAre(Pair("z", "1"), Pair("a", "2"), Pair("m", "3")));
 }
 
-TEST(SzHashSetValue, KeepsThePlaceOfAKeyThatIsThere) {
+TEST(SzHashSetValue, KeepsThePositionOfAnExistingKey) {
     EXPECT_THAT(Contents(HashOf({{"z", "1"}, {"a", "2"}, {"z", "3"}})),
                 ElementsAre(Pair("z", "3"), Pair("a", "2")));
 }
 
-TEST(SzHashSetValue, TellsKeysApartByCaseAndLength) {
+TEST(SzHashSetValue, DistinguishesKeysByCaseAndLength) {
     EXPECT_THAT(Contents(HashOf({{"a", "1"}, {"A", "2"}, {"aa", "3"}, {"", "4"}, {" a", "5"}})),
                 ElementsAre(Pair("a", "1"), Pair("A", "2"), Pair("aa", "3"), Pair("", "4"),
                             Pair(" a", "5")));
@@ -73,7 +73,7 @@ TEST(SzHashSetValue, CopiesKeyAndValue) {
     EXPECT_THAT(Contents(hash), ElementsAre(Pair("key", "value")));
 }
 
-TEST(SzHashSetValue, TakesTheValueItGaveOut) {
+TEST(SzHashSetValue, AcceptsTheValueItReturned) {
     const HashPtr hash = HashOf({{"a", "old value"}});
     EXPECT_EQ(TLIBCSzHashSetValue(hash.get(), "a", TLIBCSzHashGetValue(hash.get(), "a")), 0);
     EXPECT_STREQ(TLIBCSzHashGetValue(hash.get(), "a"), "old value");
@@ -81,7 +81,7 @@ TEST(SzHashSetValue, TakesTheValueItGaveOut) {
     EXPECT_STREQ(TLIBCSzHashGetValue(hash.get(), "a"), "value");
 }
 
-TEST(SzHashSetValue, TakesAKeyAndAValueOfItsOwn) {
+TEST(SzHashSetValue, AcceptsItsOwnKeyAndValue) {
     const HashPtr hash = HashOf({{"a", "a"}});
     const char *value = TLIBCSzHashGetValue(hash.get(), "a");
     EXPECT_EQ(TLIBCSzHashSetValue(hash.get(), value, "b"), 0);
@@ -109,7 +109,7 @@ TEST(SzHashSetValue, GrowsGeometrically) {
     EXPECT_EQ(Contents(hash), pairs);
 }
 
-TEST(SzHashSetValue, RefusesNull) {
+TEST(SzHashSetValue, RejectsNull) {
     const HashPtr hash = HashOf({{"a", "1"}});
     EXPECT_RESULT(TLIBCSzHashSetValue(nullptr, "b", "2"), -1, "0xD00 sz_hash.cpp");
     EXPECT_RESULT(TLIBCSzHashSetValue(hash.get(), nullptr, "2"), -1, "0xD00 sz_hash.cpp");
@@ -121,7 +121,7 @@ TEST(SzHashSetValue, RefusesNull) {
 // A value that is too long for a table's shared block.
 const std::string kLongValue(2000, 'v');
 
-TEST(SzHashSetValue, LeavesTheTableAsItWasWhenANewKeyFindsNoMemory) {
+TEST(SzHashSetValue, LeavesTheTableUnchangedWhenANewKeyRunsOutOfMemory) {
     // Eight keys fill the entries, and are the maximum without an index.
     const Pairs before = Numbered(8);
     Pairs after = before;
@@ -145,7 +145,7 @@ TEST(SzHashSetValue, LeavesTheTableAsItWasWhenANewKeyFindsNoMemory) {
     EXPECT_EQ(allocations, 3) << "key and value, entries, index";
 }
 
-TEST(SzHashSetValue, KeepsTheOldValueWhenTheNewOneFindsNoMemory) {
+TEST(SzHashSetValue, KeepsTheOldValueWhenTheNewOneRunsOutOfMemory) {
     const int allocations = ForEachFailingAllocation([](FailingAllocation &fail) {
         const HashPtr hash = HashOf({{"a", "old"}});
         const int result =
@@ -157,7 +157,7 @@ TEST(SzHashSetValue, KeepsTheOldValueWhenTheNewOneFindsNoMemory) {
     EXPECT_EQ(allocations, 1);
 }
 
-TEST(SzHashSetValue, GivesAKeyAnotherValueAnyNumberOfTimes) {
+TEST(SzHashSetValue, ChangesAValueAnyNumberOfTimes) {
     const HashPtr hash = HashOf({{"a", "1"}, {"b", "2"}});
     for (const std::size_t size : {0U, 1U, 900U, 10U, 2000U, 3U, 100U}) {
         for (int i = 0; i < 20; ++i) {
@@ -168,7 +168,7 @@ TEST(SzHashSetValue, GivesAKeyAnotherValueAnyNumberOfTimes) {
     }
 }
 
-TEST(SzHashGetValue, AnswersNullForWhatIsNotThere) {
+TEST(SzHashGetValue, ReturnsNullForAMissingKey) {
     const HashPtr hash = HashOf({{"a", "1"}});
     EXPECT_RESULT(TLIBCSzHashGetValue(hash.get(), "b"), nullptr, "");
     EXPECT_RESULT(TLIBCSzHashGetValue(hash.get(), ""), nullptr, "");
@@ -176,7 +176,7 @@ TEST(SzHashGetValue, AnswersNullForWhatIsNotThere) {
     EXPECT_RESULT(TLIBCSzHashGetValue(nullptr, "a"), nullptr, "");
 }
 
-TEST(SzHashGetValue, OutlivesWhatIsSetUnderOtherKeys) {
+TEST(SzHashGetValue, StaysValidWhenOtherKeysAreSet) {
     const HashPtr hash = HashOf({{"a", "1"}});
     const char *value = TLIBCSzHashGetValue(hash.get(), "a");
     SetAll(hash, Numbered(1000));
@@ -189,7 +189,7 @@ TEST(SzHashCount, CountsKeysOnce) {
     EXPECT_RESULT(TLIBCSzHashCount(nullptr), 0, "");
 }
 
-TEST(SzHashEnum, GivesWhatIsAskedFor) {
+TEST(SzHashEnum, ReturnsTheRequestedParts) {
     const HashPtr hash = HashOf({{"a", "1"}});
     const char *key = nullptr;
     const char *value = nullptr;
@@ -200,7 +200,7 @@ TEST(SzHashEnum, GivesWhatIsAskedFor) {
     EXPECT_EQ(TLIBCSzHashEnum(hash.get(), 0, nullptr, nullptr), 0);
 }
 
-TEST(SzHashEnum, AnswersThatThereIsNoSuchEntry) {
+TEST(SzHashEnum, ReportsAMissingEntry) {
     const HashPtr hash = HashOf({{"a", "1"}}, 16);
     const char *key = "untouched key";
     const char *value = "untouched value";
@@ -212,7 +212,7 @@ TEST(SzHashEnum, AnswersThatThereIsNoSuchEntry) {
     EXPECT_STREQ(value, "untouched value");
 }
 
-TEST(SzHashClear, TakesEveryKeyOut) {
+TEST(SzHashClear, RemovesEveryKey) {
     const HashPtr hash = HashOf({{"a", "1"}, {"b", "2"}});
     TLIBCSzHashClear(hash.get());
     EXPECT_EQ(TLIBCSzHashCount(hash.get()), 0);
@@ -222,7 +222,7 @@ TEST(SzHashClear, TakesEveryKeyOut) {
     EXPECT_THAT(Contents(hash), ElementsAre(Pair("b", "3")));
 }
 
-TEST(SzHashClear, KeepsTheRoom) {
+TEST(SzHashClear, KeepsTheMemory) {
     const Pairs pairs = Numbered(1000);
     const HashPtr hash = HashOf(pairs);
     TLIBCSzHashClear(hash.get());

@@ -11,7 +11,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace tavo::test;
 
-TEST(SzListAlloc, GivesAnEmptyListForAnyCapacity) {
+TEST(SzListAlloc, ReturnsAnEmptyListForAnyCapacity) {
     for (const int capacity : {INT_MIN, -1, 0, 1, 1024, INT_MAX}) {
         const ListPtr list = ListOf({}, capacity);
         ASSERT_NE(list, nullptr) << capacity;
@@ -31,7 +31,7 @@ TEST(SzListAlloc, ReportsThatMemoryRanOut) {
     EXPECT_EQ(allocations, 2);
 }
 
-TEST(SzListAlloc, MakesRoomForASmallCapacityAtOnce) {
+TEST(SzListAlloc, AllocatesASmallCapacityAtOnce) {
     const ListPtr list = ListOf({}, 50);
     EXPECT_FALSE(AllocatesMoreThan(50, [&] {
         TLIBCSzList *handle = list.get();
@@ -42,7 +42,7 @@ TEST(SzListAlloc, MakesRoomForASmallCapacityAtOnce) {
     EXPECT_EQ(TLIBCSzListCount(list.get()), 50);
 }
 
-TEST(SzListPush, AppendsAndGivesTheNewCount) {
+TEST(SzListPush, AppendsAndReturnsTheNewCount) {
     const ListPtr list = ListOf({});
     TLIBCSzList *handle = list.get();
     EXPECT_EQ(TLIBCSzListPush(&handle, "a"), 1);
@@ -61,12 +61,12 @@ TEST(SzListPush, CopiesTheText) {
     EXPECT_THAT(Contents(list), ElementsAre("before"));
 }
 
-TEST(SzListPush, TakesBytesOfAnyKind) {
+TEST(SzListPush, AcceptsAnyBytes) {
     EXPECT_THAT(Contents(ListOf({"\xFF\xFE\n\r\t", "\x80"})),
                 ElementsAre("\xFF\xFE\n\r\t", "\x80"));
 }
 
-TEST(SzListPush, TakesTextOfTheListItself) {
+TEST(SzListPush, AcceptsTextOfTheListItself) {
     const ListPtr list = ListOf({"first"});
     TLIBCSzList *handle = list.get();
     for (int i = 0; i < 10; ++i) {
@@ -75,7 +75,7 @@ TEST(SzListPush, TakesTextOfTheListItself) {
     EXPECT_THAT(Contents(list), testing::AllOf(testing::SizeIs(11), testing::Each("first")));
 }
 
-TEST(SzListPush, LeavesStringsWhereTheyAre) {
+TEST(SzListPush, DoesNotMoveStrings) {
     const ListPtr list = ListOf({"a"});
     const char *first = TLIBCSzListGet(list.get(), 0);
     TLIBCSzList *handle = list.get();
@@ -97,7 +97,7 @@ TEST(SzListPush, GrowsGeometrically) {
     EXPECT_EQ(TLIBCSzListCount(list.get()), 1000);
 }
 
-TEST(SzListPush, RefusesNull) {
+TEST(SzListPush, RejectsNull) {
     const ListPtr list = ListOf({"a"});
     TLIBCSzList *handle = list.get();
     TLIBCSzList *none = nullptr;
@@ -108,7 +108,7 @@ TEST(SzListPush, RefusesNull) {
     EXPECT_THAT(Contents(list), ElementsAre("a"));
 }
 
-TEST(SzListPush, LeavesTheListAsItWasWhenMemoryRunsOut) {
+TEST(SzListPush, LeavesTheListUnchangedWhenMemoryRunsOut) {
     const int allocations = ForEachFailingAllocation([](FailingAllocation &fail) {
         const ListPtr list = ListOf({"a", "b"}, 2);
         TLIBCSzList *handle = list.get();
@@ -126,7 +126,7 @@ TEST(SzListPush, LeavesTheListAsItWasWhenMemoryRunsOut) {
     EXPECT_EQ(allocations, 2);
 }
 
-TEST(SzListGet, AnswersNullOutOfRange) {
+TEST(SzListGet, ReturnsNullOutOfRange) {
     const ListPtr list = ListOf({"a", "b"}, 16);
     EXPECT_STREQ(TLIBCSzListGet(list.get(), 1), "b");
     for (const int index : {-1, 2, 3, INT_MAX, INT_MIN}) {
@@ -135,14 +135,14 @@ TEST(SzListGet, AnswersNullOutOfRange) {
     EXPECT_RESULT(TLIBCSzListGet(nullptr, 0), nullptr, "");
 }
 
-TEST(SzListFind, GivesTheFirstEqualString) {
+TEST(SzListFind, ReturnsTheFirstEqualString) {
     const ListPtr list = ListOf({"a", "bb", "b", "b", ""});
     EXPECT_EQ(TLIBCSzListFind(list.get(), "a"), 0);
     EXPECT_EQ(TLIBCSzListFind(list.get(), "b"), 2);
     EXPECT_EQ(TLIBCSzListFind(list.get(), ""), 4);
 }
 
-TEST(SzListFind, AnswersThatThereIsNone) {
+TEST(SzListFind, ReportsThatThereIsNone) {
     const ListPtr list = ListOf({"a"});
     EXPECT_RESULT(TLIBCSzListFind(list.get(), "A"), -1, "");
     EXPECT_RESULT(TLIBCSzListFind(list.get(), ""), -1, "");
@@ -154,7 +154,7 @@ TEST(SzListCount, IsZeroWithoutAList) {
     EXPECT_RESULT(TLIBCSzListCount(nullptr), 0, "");
 }
 
-TEST(SzListRemove, MovesUpWhatIsBehind) {
+TEST(SzListRemove, MovesUpTheFollowingStrings) {
     const ListPtr list = ListOf({"a", "b", "c", "d"});
     EXPECT_EQ(TLIBCSzListRemove(list.get(), 1), 0);
     EXPECT_THAT(Contents(list), ElementsAre("a", "c", "d"));
@@ -165,7 +165,7 @@ TEST(SzListRemove, MovesUpWhatIsBehind) {
     EXPECT_THAT(Contents(list), IsEmpty());
 }
 
-TEST(SzListRemove, RefusesAnIndexThatIsNotThere) {
+TEST(SzListRemove, RejectsAnIndexOutOfRange) {
     const ListPtr list = ListOf({"a"}, 16);
     for (const int index : {-1, 1, 2, INT_MAX, INT_MIN}) {
         EXPECT_RESULT(TLIBCSzListRemove(list.get(), index), -1, "0xD00 sz_list.cpp");
@@ -189,7 +189,7 @@ std::string Dumped(const TLIBCSzList *list) {
     return {text, size};
 }
 
-TEST(SzListDump, WritesOneStringALine) {
+TEST(SzListDump, WritesOneStringPerLine) {
     EXPECT_EQ(Dumped(ListOf({"a", "", "100% %s"}).get()), "a\n\n100% %s\n");
 }
 

@@ -12,7 +12,7 @@
 namespace tavo {
 namespace {
 
-TEST(TextIndex, NumbersTextsInTheOrderInWhichTheyFirstCome) {
+TEST(TextIndex, NumbersTextsInTheOrderOfFirstAppearance) {
     TextIndex index;
     EXPECT_EQ(index.Add("b"), 0u);
     EXPECT_EQ(index.Add("a"), 1u);
@@ -26,7 +26,7 @@ TEST(TextIndex, NumbersTextsInTheOrderInWhichTheyFirstCome) {
     EXPECT_EQ(index.Count(), 3u);
 }
 
-TEST(TextIndex, AgreesWithAMapHoweverManyTextsItHolds) {
+TEST(TextIndex, AgreesWithAMapForAnyNumberOfTexts) {
     std::mt19937 random(1);
     std::vector<std::string> texts(20'000);
     TextIndex index;
@@ -42,7 +42,7 @@ TEST(TextIndex, AgreesWithAMapHoweverManyTextsItHolds) {
     }
 }
 
-TEST(TextIndex, StaysAsItWasWhenMemoryRunsOut) {
+TEST(TextIndex, IsUnchangedWhenMemoryRunsOut) {
     std::vector<std::string> texts;
     for (int i = 0; i < 100; ++i) {
         texts.push_back(std::to_string(i));
@@ -65,7 +65,7 @@ TEST(TextIndex, StaysAsItWasWhenMemoryRunsOut) {
     EXPECT_GT(allocations, 2);
 }
 
-TEST(TextIndex, HoldsAHandfulInItself) {
+TEST(TextIndex, StoresAFewTextsInItself) {
     const int allocations = test::ForEachFailingAllocation([](test::FailingAllocation &fail) {
         TextIndex index;
         fail.During([&] {

@@ -46,12 +46,12 @@ class FtpPorts : public testing::Test {
     TLIBCSzList *ports_ = nullptr;
 };
 
-TEST_F(FtpPorts, AreTheFactoryOnesWhenNoneIsSet) {
+TEST_F(FtpPorts, AreTheFactoryDefaultsIfNoneIsSet) {
     EXPECT_THAT(Listed("hostname=\"appliance\"\n"), ElementsAre("21", "50000-50031"));
     EXPECT_SUCCESS(50031, TAVOFTPHighPortGet());
 }
 
-TEST_F(FtpPorts, AreTheFactoryOnesWhereTheSettingIsEmpty) {
+TEST_F(FtpPorts, AreTheFactoryDefaultsIfTheSettingIsEmpty) {
     EXPECT_THAT(Listed("ftpport=\nftplowport=\"\"\nftphighport=  \n"),
                 ElementsAre("21", "50000-50031"));
     EXPECT_SUCCESS(50031, TAVOFTPHighPortGet());
@@ -63,28 +63,28 @@ TEST_F(FtpPorts, AreThoseOfTheSettings) {
     EXPECT_SUCCESS(6010, TAVOFTPHighPortGet());
 }
 
-TEST_F(FtpPorts, AreSetEachByItself) {
+TEST_F(FtpPorts, AreSetIndependently) {
     EXPECT_THAT(Listed("ftphighport=50100\n"), ElementsAre("21", "50000-50100"));
     EXPECT_THAT(Listed("ftplowport=49000\n"), ElementsAre("21", "49000-50031"));
 }
 
-TEST_F(FtpPorts, AreReadAnewAtEveryCall) {
+TEST_F(FtpPorts, AreReadAgainInEveryCall) {
     WriteFile(kSettings, "ftphighport=50100\n");
     EXPECT_EQ(TAVOFTPHighPortGet(), 50100);
     WriteFile(kSettings, "ftphighport=50200\n");
     EXPECT_EQ(TAVOFTPHighPortGet(), 50200);
 }
 
-TEST_F(FtpPorts, PutTheSmallerPortOfTheRangeFirst) {
+TEST_F(FtpPorts, StartTheRangeWithTheLowerPort) {
     EXPECT_THAT(Listed("ftplowport=6010\nftphighport=6000\n"), ElementsAre("21", "6000-6010"));
     EXPECT_EQ(TAVOFTPHighPortGet(), 6000) << "the setting as it stands";
 }
 
-TEST_F(FtpPorts, NameARangeOfOnePortByThatPort) {
+TEST_F(FtpPorts, WriteARangeOfOnePortAsThatPort) {
     EXPECT_THAT(Listed("ftplowport=6000\nftphighport=6000\n"), ElementsAre("21", "6000"));
 }
 
-TEST_F(FtpPorts, TakeAnyPortAndNoOther) {
+TEST_F(FtpPorts, AcceptAnyPortAndNothingElse) {
     for (const char *value : {"0", "1", "65535", "00000000000000000000050031"}) {
         WriteFile(kSettings, std::string("ftphighport=") + value + "\n");
         EXPECT_SUCCESS(std::stoi(value), TAVOFTPHighPortGet());
@@ -96,12 +96,12 @@ TEST_F(FtpPorts, TakeAnyPortAndNoOther) {
     }
 }
 
-TEST_F(FtpPorts, TakeNoValueThatDoesNotFit) {
+TEST_F(FtpPorts, RejectAValueThatDoesNotFit) {
     WriteFile(kSettings, "ftphighport=" + std::string(31, '0') + "21\n");
     EXPECT_FAILURE(kBadParameterCode, TAVOFTPHighPortGet());
 }
 
-TEST_F(FtpPorts, FailWhenAnyOfThemIsBad) {
+TEST_F(FtpPorts, FailIfAnyOfThemIsInvalid) {
     for (const char *key : {"ftpport", "ftplowport", "ftphighport"}) {
         WriteFile(kSettings, std::string(key) + "=many\n");
         EXPECT_FAILURE(kBadParameterCode, TAVOFTPFwPorts(&ports_)) << key;
@@ -118,7 +118,7 @@ TEST_F(FtpPorts, FailWithoutSettings) {
     ExpectBothFail(kUnusableCode);
 }
 
-TEST_F(FtpPorts, LeaveTheListOfTheCallerOnFailure) {
+TEST_F(FtpPorts, LeaveTheCallersListUnchangedOnFailure) {
     ports_ = TLIBCSzListAlloc(1);
     TLIBCSzList *const before = ports_;
     WriteFile(kSettings, "ftplowport=x\n");

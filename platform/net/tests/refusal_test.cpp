@@ -101,13 +101,13 @@ class RefusalTest : public testing::Test {
     }
 };
 
-TEST_F(RefusalTest, TheTablesAnswerWhereASocketOfDiagnosticsIsRefused) {
+TEST_F(RefusalTest, TablesAreUsedIfTheDiagnosticsSocketIsRefused) {
     for (const int error : {EPERM, EACCES, EPROTONOSUPPORT, EAFNOSUPPORT, EMFILE}) {
         ExpectAll([&] { RefuseWhere(SYS_socket, error, 0, ~0u, AF_NETLINK); });
     }
 }
 
-TEST_F(RefusalTest, TheTablesAnswerWhereALaterStepIsRefused) {
+TEST_F(RefusalTest, TablesAreUsedIfALaterStepIsRefused) {
     for (const long call : {SYS_setsockopt, SYS_sendto, SYS_recvfrom}) {
         ExpectAll([&] { Refuse(call, ENOBUFS); });
     }
@@ -129,7 +129,7 @@ TEST_F(RefusalTest, DiagnosticsNeedNoTables) {
     ExpectAll([] { Refuse(SYS_openat, EACCES); });
 }
 
-TEST_F(RefusalTest, FailsWhereTheTablesCannotBeOpenedEither) {
+TEST_F(RefusalTest, FailsIfTheTablesCannotBeOpenedEither) {
     for (const int error : {EACCES, ENOENT, EMFILE}) {
         ExpectUnreadable(AskAfter([&] {
             RefuseNetlink();
@@ -139,21 +139,21 @@ TEST_F(RefusalTest, FailsWhereTheTablesCannotBeOpenedEither) {
 }
 
 // A socket without a receive timeout could block the caller forever.
-TEST_F(RefusalTest, NothingIsAskedThroughASocketThatCannotBeLimited) {
+TEST_F(RefusalTest, ASocketWithoutATimeoutIsNotUsed) {
     ExpectUnreadable(AskAfter([] {
         Refuse(SYS_setsockopt, EPERM);
         Refuse(SYS_openat, EACCES);
     }));
 }
 
-TEST_F(RefusalTest, FailsWhereTheTablesCannotBeReadEither) {
+TEST_F(RefusalTest, FailsIfTheTablesCannotBeReadEither) {
     ExpectUnreadable(AskAfter([] {
         RefuseNetlink();
         Refuse(SYS_read, EIO);
     }));
 }
 
-TEST_F(RefusalTest, FailsWithoutADescriptorToSpare) {
+TEST_F(RefusalTest, FailsWithoutAFreeDescriptor) {
     ExpectUnreadable(AskAfter([] {
         rlimit limit;
         getrlimit(RLIMIT_NOFILE, &limit);
@@ -223,7 +223,7 @@ TEST_F(ForeignTables, AreOneOnAHostWithoutIpv6) {
     ExpectUnreadable(AskInside(kUdp));
 }
 
-TEST_F(ForeignTables, APortThatIsZeroIsNone) {
+TEST_F(ForeignTables, PortZeroIsIgnored) {
     Write("udp", "0000");
     const Answer answer = AskInside(kUdp);
     EXPECT_EQ(answer.result, 0);

@@ -161,14 +161,14 @@ TEST_F(DiagnosticsTest, SkipTheAttributesOfAMessage) {
     EXPECT_THAT(Ports(), ElementsAre(80, 443));
 }
 
-TEST_F(DiagnosticsTest, PassOverWhatBelongsToAnotherRequest) {
+TEST_F(DiagnosticsTest, IgnoreMessagesOfAnotherRequest) {
     Answer(SocketAt(80, 7) + Done(-ENOENT, 7) + Message(NLMSG_ERROR, 7, ""));
     Answer(SocketAt(443) + Message(NLMSG_NOOP, 1, "") + Done());
     EXPECT_TRUE(Ask());
     EXPECT_THAT(Ports(), ElementsAre(443));
 }
 
-TEST_F(DiagnosticsTest, TakeADatagramOfTheLargestSize) {
+TEST_F(DiagnosticsTest, AcceptADatagramOfTheLargestSize) {
     Answer(Filler(32768 - SocketAt(80).size()) + SocketAt(80));
     Answer(Done());
     EXPECT_TRUE(Ask());
@@ -187,7 +187,7 @@ void PrintTo(const Broken &broken, std::ostream *out) {
 // A dump that contains one such datagram fails.
 class BrokenDump : public DiagnosticsTest, public testing::WithParamInterface<Broken> {};
 
-TEST_P(BrokenDump, IsNoAnswer) {
+TEST_P(BrokenDump, IsRejected) {
     Answer(SocketAt(80));
     Answer(GetParam().datagram);
     Answer(Done());
@@ -220,7 +220,7 @@ TEST_F(DiagnosticsTest, EndWithoutAResultAsWithOne) {
     EXPECT_THAT(Ports(), ElementsAre(80));
 }
 
-TEST_F(DiagnosticsTest, AskAgainWhereTheDumpWasDisturbed) {
+TEST_F(DiagnosticsTest, AskAgainIfTheDumpWasInconsistent) {
     Answer(SocketAt(80) + SocketAt(81, 1, NLM_F_DUMP_INTR) + SocketAt(82) + Done());
     Answer(SocketAt(80, 2) + SocketAt(443, 2) + Done(0, 2));
     EXPECT_TRUE(Ask());
@@ -239,7 +239,7 @@ TEST_F(DiagnosticsTest, AskThreeTimesAtMost) {
     EXPECT_EQ(Asked().size(), 3u);
 }
 
-TEST_F(DiagnosticsTest, GiveUpOnAKernelThatFallsSilent) {
+TEST_F(DiagnosticsTest, GiveUpOnASilentKernel) {
     Answer(SocketAt(80));
     EXPECT_FALSE(Ask());
 }
@@ -281,7 +281,7 @@ class FastTimer {
     struct sigaction before_;
 };
 
-TEST_F(DiagnosticsTest, WaitOnWhenASignalComes) {
+TEST_F(DiagnosticsTest, KeepWaitingAfterASignal) {
     Patience(milliseconds(900));
     std::thread kernel([&] {
         sigset_t timer;
@@ -299,7 +299,7 @@ TEST_F(DiagnosticsTest, WaitOnWhenASignalComes) {
     EXPECT_THAT(Ports(), ElementsAre(80));
 }
 
-TEST_F(DiagnosticsTest, GiveUpOnASilentKernelAlsoUnderSignals) {
+TEST_F(DiagnosticsTest, GiveUpOnASilentKernelDespiteSignals) {
     Patience(milliseconds(900));
     const steady_clock::time_point start = steady_clock::now();
     const FastTimer timer;

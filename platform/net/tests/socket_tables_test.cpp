@@ -59,7 +59,7 @@ class SocketTablesTest : public testing::Test {
     const std::string absent_ = folder_ / "absent";
 };
 
-TEST_F(SocketTablesTest, GiveTheLocalPortsOfBothFamilies) {
+TEST_F(SocketTablesTest, ReturnTheLocalPortsOfBothFamilies) {
     const std::string ipv4 = folder_.Write("ipv4", kHeader + Line("0016") + "\n");
     const std::string ipv6 = folder_.Write("ipv6", kHeader + Line("01BB", "0A", kIpv6) + "\n");
     PortSet ports;
@@ -81,7 +81,7 @@ TEST_F(SocketTablesTest, ReadARealTable) {
         ElementsAre(22, 8080));
 }
 
-TEST_F(SocketTablesTest, HoldEveryStateButTimeWait) {
+TEST_F(SocketTablesTest, IncludeEveryStateButTimeWait) {
     for (int state = 1; state <= 13; ++state) {
         char digits[3];
         std::snprintf(digits, sizeof(digits), "%02X", static_cast<unsigned int>(state));
@@ -107,14 +107,14 @@ TEST_F(SocketTablesTest, ReadLettersOfEitherCase) {
     EXPECT_THAT(PortsOf(Line("abCd", "0a", "0100007f")), ElementsAre(0xABCD));
 }
 
-TEST_F(SocketTablesTest, NeedNothingBehindTheState) {
+TEST_F(SocketTablesTest, NeedNothingAfterTheState) {
     EXPECT_THAT(PortsOf("0: 0100007F:0050 00000000:0000 0A"), ElementsAre(80));
 }
 
 // A line that is not a socket is ignored; the lines around it count.
 class BadLine : public SocketTablesTest, public testing::WithParamInterface<std::string> {};
 
-TEST_P(BadLine, IsPassedOver) {
+TEST_P(BadLine, IsIgnored) {
     EXPECT_FALSE(ParseSocketLine(GetParam()));
     EXPECT_THAT(PortsOf(Line("0001") + "\n" + GetParam() + "\n" + Line("0002") + "\n"),
                 ElementsAre(1, 2));
@@ -149,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "   0: 0100007F:0050 00000000:0000 0A\r",  //
                     std::string("   0: 0100007F:0050\0 00000000:0000 0A", 37)));
 
-TEST_F(SocketTablesTest, PassOverALineThatIsTooLong) {
+TEST_F(SocketTablesTest, IgnoreALineThatIsTooLong) {
     const auto padded = [](std::size_t length) {
         std::string line = Line("0050");
         line.resize(length, ' ');
@@ -163,12 +163,12 @@ TEST_F(SocketTablesTest, PassOverALineThatIsTooLong) {
     }
 }
 
-TEST_F(SocketTablesTest, TakeNoEndOfALongLineForALine) {
+TEST_F(SocketTablesTest, IgnoreTheEndOfALongLineToo) {
     EXPECT_THAT(PortsOf(std::string(8192, ' ') + Line("0050") + "\n" + Line("0001")),
                 ElementsAre(1));
 }
 
-TEST_F(SocketTablesTest, AreReadWholeWhateverTheirSize) {
+TEST_F(SocketTablesTest, AreReadCompletelyWhateverTheirSize) {
     std::string table = kHeader;
     for (unsigned int port = 0; port < 65536; ++port) {
         char digits[5];
@@ -178,7 +178,7 @@ TEST_F(SocketTablesTest, AreReadWholeWhateverTheirSize) {
     EXPECT_EQ(PortsOf(table).size(), 65536u);
 }
 
-TEST_F(SocketTablesTest, AreOneWhereAFamilyIsAbsent) {
+TEST_F(SocketTablesTest, MayLackAFamily) {
     const std::string path = folder_.Write("table", Line("0050"));
     PortSet ports;
     EXPECT_TRUE(ReadSocketTables({absent_.c_str(), path.c_str()}, ports));
@@ -191,7 +191,7 @@ TEST_F(SocketTablesTest, CannotBothBeAbsent) {
 }
 
 // A folder can be opened but not read; a path below a file cannot be opened.
-TEST_F(SocketTablesTest, MustBeReadableWhereTheyAreThere) {
+TEST_F(SocketTablesTest, MustBeReadableIfTheyExist) {
     const std::string path = folder_.Write("table", Line("0050"));
     for (const std::string &bad : {folder_.Path(), path + "/below"}) {
         PortSet ports;
@@ -232,7 +232,7 @@ std::vector<int> NaivelyRead(const std::string &table) {
     return {ports.begin(), ports.end()};
 }
 
-TEST_F(SocketTablesTest, AreReadAsTheObviousWayReadsThem) {
+TEST_F(SocketTablesTest, AreReadAsTheSimpleParserReadsThem) {
     const unsigned int seed = std::random_device()();
     std::cout << "seed " << seed << '\n';
     std::mt19937 random(seed);

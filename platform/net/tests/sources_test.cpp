@@ -49,13 +49,13 @@ class SourcesTest : public testing::Test {
     }
 };
 
-TEST_F(SourcesTest, DiagnosticsAloneAreAskedWhereTheyAnswer) {
+TEST_F(SourcesTest, OnlyDiagnosticsAreUsedIfTheyWork) {
     EXPECT_THAT(UsedPorts(kTcp, 0, 65535), ElementsAre(10, 65535));
     EXPECT_THAT(UsedPorts(kUdp, 9, 10), ElementsAre(10));
     EXPECT_THAT(g_asked, ElementsAre("diagnostics 6 1..65535", "diagnostics 17 9..10"));
 }
 
-TEST_F(SourcesTest, WhatBrokenDiagnosticsFoundDoesNotCount) {
+TEST_F(SourcesTest, PortsFromFailedDiagnosticsDoNotCount) {
     g_diagnostics_answer = false;
     EXPECT_THAT(UsedPorts(kTcp, 0, 65535), ElementsAre(20, 21));
     EXPECT_THAT(g_asked, ElementsAre("diagnostics 6 1..65535", "/proc/net/tcp /proc/net/tcp6"));
@@ -67,7 +67,7 @@ TEST_F(SourcesTest, TablesAreNarrowedToTheRange) {
     EXPECT_THAT(g_asked, ElementsAre("diagnostics 17 21..30", "/proc/net/udp /proc/net/udp6"));
 }
 
-TEST_F(SourcesTest, WhatBrokenTablesFoundDoesNotCount) {
+TEST_F(SourcesTest, PortsFromFailedTablesDoNotCount) {
     g_diagnostics_answer = false;
     g_tables_answer = false;
     int slots[2] = {-7, -7};
@@ -78,7 +78,7 @@ TEST_F(SourcesTest, WhatBrokenTablesFoundDoesNotCount) {
     EXPECT_EQ(count, 2);
 }
 
-TEST_F(SourcesTest, NoneIsAskedForARangeWithoutPorts) {
+TEST_F(SourcesTest, NoSourceIsUsedForARangeWithoutPorts) {
     int slot = -7;
     for (const auto &[low, high] : {std::pair{INT_MIN, 0}, {65536, INT_MAX}}) {
         int count = 1;

@@ -52,12 +52,12 @@ bool Reach(int family, int port, const std::vector<std::string> &states) {
     return true;
 }
 
-TEST(UsedPortsTest, AreNoneWhereThereIsNoSocket) {
+TEST(UsedPortsTest, AreNoneWithoutSockets) {
     EXPECT_THAT(UsedPorts(kTcp), IsEmpty());
     EXPECT_THAT(UsedPorts(kUdp), IsEmpty());
 }
 
-TEST(UsedPortsTest, AreNoneOfSocketsWithoutAPort) {
+TEST(UsedPortsTest, DoNotIncludeSocketsWithoutAPort) {
     const Socket tcp(AF_INET, SOCK_STREAM);
     const Socket udp(AF_INET6, SOCK_DGRAM);
     EXPECT_THAT(UsedPorts(kTcp, 0), IsEmpty());
@@ -111,7 +111,7 @@ TEST_P(UsedPortsOver, CountBothEndsOfAConnection) {
     EXPECT_THAT(UsedPorts(kTcp), ElementsAre(8080, 40000));
 }
 
-TEST_P(UsedPortsOver, CountAConnectionThatIsAskedFor) {
+TEST_P(UsedPortsOver, CountAConnectionRequest) {
     const Socket listener = Listener(family_, 8080);
     listen(listener.Get(), 0);  // a backlog of one connection, which is never accepted
     Socket accepted(family_, SOCK_STREAM);
@@ -231,7 +231,7 @@ class UsedPortsInRange : public testing::Test {
     }
 };
 
-TEST_F(UsedPortsInRange, TheEndsBelongToIt) {
+TEST_F(UsedPortsInRange, TheEndsAreIncluded) {
     EXPECT_THAT(UsedPorts(kUdp, 100, 300), ElementsAre(100, 200, 300));
     EXPECT_THAT(UsedPorts(kUdp, 101, 299), ElementsAre(200));
     EXPECT_THAT(UsedPorts(kUdp, 99, 301), ElementsAre(100, 200, 300));
@@ -242,7 +242,7 @@ TEST_F(UsedPortsInRange, OnePortIsARange) {
     EXPECT_THAT(UsedPorts(kUdp, 201, 201), IsEmpty());
 }
 
-TEST_F(UsedPortsInRange, EndsMayLieBeyondThePortsThereAre) {
+TEST_F(UsedPortsInRange, EndsMayBeBeyondTheValidPorts) {
     for (const auto &[low, high] : {std::pair{INT_MIN, INT_MAX},
                                     {1, INT_MAX},
                                     {-1, 65536},
@@ -255,7 +255,7 @@ TEST_F(UsedPortsInRange, EndsMayLieBeyondThePortsThereAre) {
     }
 }
 
-TEST_F(UsedPortsInRange, ARangeWithoutPortsHoldsNone) {
+TEST_F(UsedPortsInRange, ARangeWithoutPortsIsEmpty) {
     for (const auto &[low, high] : {std::pair{INT_MIN, 0},
                                     {-100, -1},
                                     {0, 0},
@@ -268,7 +268,7 @@ TEST_F(UsedPortsInRange, ARangeWithoutPortsHoldsNone) {
     }
 }
 
-TEST_F(UsedPortsInRange, WhatDoesNotFitTheSlotsIsLeftOut) {
+TEST_F(UsedPortsInRange, PortsThatDoNotFitTheSlotsAreLeftOut) {
     const Handed two = Ask(2, 1, 65535);
     EXPECT_EQ(two.count, 2);
     EXPECT_THAT(two.slots, ElementsAre(100, 200, -7, -7, -7));
@@ -277,7 +277,7 @@ TEST_F(UsedPortsInRange, WhatDoesNotFitTheSlotsIsLeftOut) {
     EXPECT_THAT(one.slots, ElementsAre(200, -7, -7, -7, -7));
 }
 
-TEST_F(UsedPortsInRange, SlotsLeftOverStayAsTheyWere) {
+TEST_F(UsedPortsInRange, UnusedSlotsAreUnchanged) {
     for (const int slots : {3, 4, 65535, INT_MAX}) {
         const Handed handed = Ask(slots, 1, 65535);
         EXPECT_EQ(handed.count, 3) << slots;
@@ -293,7 +293,7 @@ TEST_F(UsedPortsInRange, NoNumberOfSlotsMeansOneForEachPort) {
     }
 }
 
-TEST_F(UsedPortsInRange, BadArgumentsAreRefused) {
+TEST_F(UsedPortsInRange, InvalidArgumentsAreRejected) {
     int slots[] = {-7, -7};
     int count = -8;
     const auto expect_refused = [&](int *slots_or_null, int *count_or_null, int low, int high) {
@@ -310,7 +310,7 @@ TEST_F(UsedPortsInRange, BadArgumentsAreRefused) {
     expect_refused(slots, &count, INT_MAX, INT_MIN);
 }
 
-TEST_F(UsedPortsInRange, SuccessClearsNoEarlierError) {
+TEST_F(UsedPortsInRange, SuccessKeepsAnEarlierError) {
     TLIBCErrSetEx(0x700, "earlier.cpp", 1);
     EXPECT_THAT(UsedPorts(kUdp, 100, 100), ElementsAre(100));
     EXPECT_EQ(RecordedError(), "0x700 earlier.cpp");
@@ -336,7 +336,7 @@ TEST_F(UsedPortsInRange, LeaveNoDescriptorOpen) {
     EXPECT_EQ(OpenDescriptors(), before);
 }
 
-TEST_F(UsedPortsInRange, MayBeAskedForInManyThreadsAtOnce) {
+TEST_F(UsedPortsInRange, MayBeQueriedInManyThreadsAtOnce) {
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([] {

@@ -61,7 +61,7 @@ class WithoutOverride {
     Capabilities saved_ = {};
 };
 
-TEST_F(PluginTest, RunsThoseOfTheSystemThenThoseOfPackagesInTheOrderOfTheirBytes) {
+TEST_F(PluginTest, RunsSystemPluginsThenPackagePluginsInByteOrder) {
     for (const char *name : {"b", "10-b", "a", "Z", ".hidden", "9", "\xC3\xA4"}) {
         AddRecorder(kSystemPlugins, name);
     }
@@ -76,7 +76,7 @@ TEST_F(PluginTest, RunsThoseOfTheSystemThenThoseOfPackagesInTheOrderOfTheirBytes
     EXPECT_EQ(TakeCalls(), expected);
 }
 
-TEST_F(PluginTest, PassesOverWhatIsNoExecutable) {
+TEST_F(PluginTest, SkipsFilesThatAreNotExecutable) {
     AddScript(kSystemPlugins, "no-permission", "echo no-permission >> /run/calls/all", 0644);
     fs::create_directory(fs::path(kSystemPlugins) / "folder");
     fs::create_directory_symlink("/usr", fs::path(kSystemPlugins) / "link-to-a-folder");
@@ -87,7 +87,7 @@ TEST_F(PluginTest, PassesOverWhatIsNoExecutable) {
     EXPECT_EQ(TakeCalls(), "plugin port_config/update\n");
 }
 
-TEST_F(PluginTest, PassesOverWhatItMayNotRunWithTheRightsThatItHasTakenUp) {
+TEST_F(PluginTest, SkipsFilesThatItsEffectiveRightsDoNotAllow) {
     AddScript(kSystemPlugins, "of-others", "echo of-others >> /run/calls/all", 0601);
     AddRecorder(kSystemPlugins, "plugin");
     const WithoutOverride without;
@@ -139,7 +139,7 @@ TEST_F(PluginTest, SendsTheArgumentsInTheOrderOfTheirFirstSetting) {
               "< $'M=[s]\\ndst.ports=\"80/tcp\"\\n\\377'\n");
 }
 
-TEST_F(PluginTest, EndsEachArgumentWithANul) {
+TEST_F(PluginTest, TerminatesEachArgumentWithANul) {
     AddScript(kSystemPlugins, "plugin", "cat > /run/input");
     const PluginCall call = Update();
     TLIBPluginSetArg(call.get(), "a b", "1");
@@ -148,7 +148,7 @@ TEST_F(PluginTest, EndsEachArgumentWithANul) {
     EXPECT_EQ(ReadFile("/run/input"), std::string("a b=1\0NOTIFY_PF=x=\n\0", 20));
 }
 
-TEST_F(PluginTest, MayCallAgainWithOtherArguments) {
+TEST_F(PluginTest, MayBeCalledAgainWithOtherArguments) {
     AddRecorder(kSystemPlugins, "plugin");
     const PluginCall call = Update();
     EXPECT_SUCCESS(0, TLIBPluginAction(5, call.get()));
@@ -157,7 +157,7 @@ TEST_F(PluginTest, MayCallAgainWithOtherArguments) {
     EXPECT_EQ(TakeCalls(), "plugin port_config/update\nplugin port_config/update\n< KEY=value\n");
 }
 
-TEST_F(PluginTest, KeepsCopiesOfWhatItIsTold) {
+TEST_F(PluginTest, CopiesItsArguments) {
     AddRecorder(kSystemPlugins, "plugin");
     std::string group = "port_config";
     std::string action = "action";
@@ -170,7 +170,7 @@ TEST_F(PluginTest, KeepsCopiesOfWhatItIsTold) {
     EXPECT_EQ(TakeCalls(), "plugin action\n< key=value\n");
 }
 
-TEST_F(PluginTest, SendsMegabytesToEachWhateverTheOthersRead) {
+TEST_F(PluginTest, SendsMegabytesToEachPlugin) {
     AddScript(kSystemPlugins, "1-reads-nothing", "exit 0");
     AddScript(kSystemPlugins, "2-reads-some", "head -c 5 > /dev/null");
     AddScript(kSystemPlugins, "3-writes", "printf nonsense 1<>/proc/self/fd/0");
@@ -186,7 +186,7 @@ TEST_F(PluginTest, SendsMegabytesToEachWhateverTheOthersRead) {
     EXPECT_TRUE(ReadFile("/run/input-5") == expected);
 }
 
-TEST_F(PluginTest, AsksWhatAnEntryIsWhenItsTurnComes) {
+TEST_F(PluginTest, ChecksAnEntryOnlyWhenItIsRun) {
     AddScript(kSystemPlugins, "1", "cd /usr/tavo/lib/plugins/port_config && rm 2 && cp -P 3 4");
     AddRecorder(kSystemPlugins, "2");
     AddRecorder(kSystemPlugins, "3");
@@ -194,7 +194,7 @@ TEST_F(PluginTest, AsksWhatAnEntryIsWhenItsTurnComes) {
     EXPECT_EQ(TakeCalls(), "3 port_config/update\n");
 }
 
-TEST_F(PluginTest, LeavesNeitherDescriptorsNorProcessesBehind) {
+TEST_F(PluginTest, LeavesNoDescriptorsAndNoProcesses) {
     const auto descriptors = [] {
         return std::distance(fs::directory_iterator("/proc/self/fd"), {});
     };

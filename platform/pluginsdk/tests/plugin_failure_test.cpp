@@ -35,7 +35,7 @@ namespace fs = std::filesystem;
 
 class PluginFailure : public PluginTest {};
 
-TEST_F(PluginFailure, KeepsNoOtherPluginFromRunning) {
+TEST_F(PluginFailure, DoesNotPreventOtherPluginsFromRunning) {
     const char *const failures[] = {"exit 1", "exit 255", "kill -KILL $$", "kill -TERM $$"};
     for (const char *folder : {kSystemPlugins, kPackagePlugins}) {
         for (const char *failure : failures) {
@@ -57,7 +57,7 @@ TEST_F(PluginFailure, KeepsNoOtherPluginFromRunning) {
     }
 }
 
-TEST_F(PluginFailure, IsOneThatCannotBeRun) {
+TEST_F(PluginFailure, IncludesAPluginThatCannotBeRun) {
     WriteFile(std::string(kSystemPlugins) + "/no-interpreter", "#!/missing\n");
     chmod((std::string(kSystemPlugins) + "/no-interpreter").c_str(), 0755);
     AddRecorder(kSystemPlugins, "plugin");
@@ -65,7 +65,7 @@ TEST_F(PluginFailure, IsOneThatCannotBeRun) {
     EXPECT_EQ(TakeCalls(), "plugin port_config/update\n");
 }
 
-TEST_F(PluginFailure, IsAFolderThatCannotBeListed) {
+TEST_F(PluginFailure, IncludesAFolderThatCannotBeListed) {
     fs::remove(kSystemPlugins);
     WriteFile(kSystemPlugins, "a file");
     AddRecorder(kPackagePlugins, "plugin");
@@ -96,7 +96,7 @@ TEST_F(PluginFailure, IsReportedWithThePathAndTheStatusOfThePlugin) {
     fs::remove(kPackagePlugins);
 }
 
-TEST_F(PluginFailure, IsOneThatNeverEnds) {
+TEST_F(PluginFailure, IncludesAPluginThatDoesNotEnd) {
     AddScript(kSystemPlugins, "1", "trap '' TERM; while :; do sleep 1; done");
     AddRecorder(kSystemPlugins, "2");
     g_longest = 1;
@@ -136,7 +136,7 @@ TEST_F(PluginFailure, InOneFolderForLackOfMemoryLeavesTheOther) {
     EXPECT_TRUE(told);
 }
 
-TEST_F(PluginFailure, IsAGroupThatIsNoFileName) {
+TEST_F(PluginFailure, IncludesAGroupThatIsNotAFileName) {
     const std::string too_long(256, 'g');
     for (const char *group : {static_cast<const char *>(nullptr), "", ".", "..", "/", "a/b",
                               "../port_config", "port_config/", too_long.c_str()}) {
@@ -150,7 +150,7 @@ TEST_F(PluginFailure, IsAGroupThatIsNoFileName) {
     }
 }
 
-TEST_F(PluginFailure, IsANullAndAKeyThatWouldNotBeReadBack) {
+TEST_F(PluginFailure, IncludesNullAndAKeyThatWouldNotBeReadBack) {
     SetEarlierError();
     EXPECT_EQ(TLIBPluginSDKInit("port_config", nullptr), nullptr);
     EXPECT_EQ(TLIBCErrGet(), kBadParameterCode);

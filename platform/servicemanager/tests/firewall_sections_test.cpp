@@ -102,7 +102,7 @@ TEST_F(FirewallSections, AreOfAnyNumberAndLength) {
     ExpectKnown(sections);
 }
 
-TEST_F(FirewallSections, AreNotKnownWhereTheUnitNamesNone) {
+TEST_F(FirewallSections, AreUnknownIfTheUnitNamesNone) {
     for (const char *rest : {"", "Sections=\n", "Sections=\"\"\n", "Sections= , ,\n", "Section=a\n",
                              "sections=a\n", "[Install]\nSections=a\n"}) {
         Install(kLocal, kUnit + rest);
@@ -115,12 +115,12 @@ TEST_F(FirewallSections, AreNotKnownWhereTheUnitNamesNone) {
     }
 }
 
-TEST_F(FirewallSections, AreThoseOfTheLastLineThatSaysSo) {
+TEST_F(FirewallSections, AreThoseOfTheLastLineWithTheKey) {
     Install(kLocal, kUnit + "Sections=a,b\n[Install]\n[X-TavoFirewall]\nSections=c\n");
     ExpectKnown({"c"});
 }
 
-TEST_F(FirewallSections, AreNotKnownWithoutAUnit) {
+TEST_F(FirewallSections, AreUnknownWithoutAUnit) {
     Install(kLocal, kUnit + "Sections=a\n");
     for (const char *service : {"director", "directory.service", "Directory", "other"}) {
         ExpectUnknown(service);
@@ -129,7 +129,7 @@ TEST_F(FirewallSections, AreNotKnownWithoutAUnit) {
     ExpectUnknown();
 }
 
-TEST_F(FirewallSections, AreNotLookedUpBesideTheUnit) {
+TEST_F(FirewallSections, AreReadFromTheUnitOnly) {
     Install(kLocal, kUnit + "Sections=a\n", "directory@.service");
     fs::create_directory(kLocal + "/directory.service.d"s);
     Install(kLocal, kUnit + "Sections=a\n", "directory.service.d/firewall.conf");
@@ -149,13 +149,13 @@ TEST_F(FirewallSections, OfTheSystemAreHiddenByALocalUnitWithoutAny) {
     ExpectUnknown();
 }
 
-TEST_F(FirewallSections, OfTheSystemAreHiddenWhereTheServiceIsSwitchedOff) {
+TEST_F(FirewallSections, OfTheSystemAreHiddenIfTheServiceIsDisabled) {
     Install(kSystem, kUnit + "Sections=system\n");
     fs::create_symlink("/dev/null", kLocal + "/directory.service"s);
     ExpectUnknown("directory", kUnusableCode);
 }
 
-TEST_F(FirewallSections, OfTheSystemAreNotHiddenByALinkToNothing) {
+TEST_F(FirewallSections, OfTheSystemAreNotHiddenByADanglingLink) {
     Install(kSystem, kUnit + "Sections=system\n");
     fs::create_symlink("nowhere", kLocal + "/directory.service"s);
     ExpectKnown({"system"});
@@ -167,7 +167,7 @@ TEST_F(FirewallSections, AreReadThroughALink) {
     ExpectKnown({"a"});
 }
 
-TEST_F(FirewallSections, CannotBeReadFromWhatIsNoFile) {
+TEST_F(FirewallSections, CannotBeReadUnlessItIsAFile) {
     fs::create_directory(kLocal + "/directory.service"s);
     ExpectUnknown("directory", kUnusableCode);
     mkfifo((kLocal + "/pipe.service"s).c_str(), 0644);
@@ -185,7 +185,7 @@ TEST_F(FirewallSections, NeverComeFromOutsideTheFolders) {
     }
 }
 
-TEST_F(FirewallSections, AreThoseOfTheLongestNameThatAFileCanHave) {
+TEST_F(FirewallSections, MayHaveTheLongestFileName) {
     const std::string name(255 - 8, 'n');
     Install(kLocal, kUnit + "Sections=a\n", name + ".service");
     ExpectKnown({"a"}, name.c_str());
@@ -205,7 +205,7 @@ TEST_F(FirewallSections, NeedAServiceAndAList) {
     EXPECT_EQ(none, nullptr);
 }
 
-TEST_F(FirewallSections, LeaveTheListWhenMemoryRunsOut) {
+TEST_F(FirewallSections, LeaveTheListUnchangedWhenMemoryRunsOut) {
     Install(kLocal, "#" + std::string(20'000, '#') + "\n" + kUnit + "Sections=a,b,c\n");
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         StringList list({"before"});

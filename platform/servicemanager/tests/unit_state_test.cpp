@@ -32,7 +32,7 @@ class UnitState : public testing::Test {
     }
 };
 
-TEST_F(UnitState, IsAskedOfSystemctl) {
+TEST_F(UnitState, IsReportedBySystemctl) {
     WriteFile("/run/active-units", "tavorelayd\n");
     EXPECT_SUCCESS(1, TAVOCSystemdActiveStatusGet("tavorelayd"));
     EXPECT_SUCCESS(0, TAVOCSystemdActiveStatusGet("two words"));
@@ -45,14 +45,14 @@ TEST_F(UnitState, IsInactiveWithoutSystemctl) {
     EXPECT_SUCCESS(0, TAVOCSystemdActiveStatusGet("tavorelayd"));
 }
 
-TEST_F(UnitState, IsNotKnownWhenSystemctlCannotTell) {
+TEST_F(UnitState, IsUnknownIfSystemctlFails) {
     ReplaceSystemctl("#!/bin/sh\nkill -KILL $$\n");
     EXPECT_FAILURE(kUnusableCode, TAVOCSystemdActiveStatusGet("tavorelayd"));
     ReplaceSystemctl("no program");
     EXPECT_FAILURE(kUnusableCode, TAVOCSystemdActiveStatusGet("tavorelayd"));
 }
 
-TEST_F(UnitState, TakesEveryOtherStatusForInactive) {
+TEST_F(UnitState, TreatsEveryOtherStatusAsInactive) {
     for (const char *status : {"1", "2", "3", "4", "127"}) {
         ReplaceSystemctl("#!/bin/sh\nexit " + std::string(status) + "\n");
         EXPECT_SUCCESS(0, TAVOCSystemdActiveStatusGet("tavorelayd")) << status;
@@ -73,7 +73,7 @@ TEST_F(UnitState, ReloadFailsWhenSystemctlDoes) {
     EXPECT_FAILURE(kMissingCode, TAVOCSystemdReload("tavorelayd"));
 }
 
-TEST_F(UnitState, WantsTheNameOfAUnit) {
+TEST_F(UnitState, NeedsTheNameOfAUnit) {
     for (const char *unit : {static_cast<const char *>(nullptr), "", "-H", "--help"}) {
         EXPECT_FAILURE(kBadParameterCode, TAVOCSystemdActiveStatusGet(unit));
         EXPECT_FAILURE(kBadParameterCode, TAVOCSystemdReload(unit));
@@ -81,7 +81,7 @@ TEST_F(UnitState, WantsTheNameOfAUnit) {
     EXPECT_EQ(Calls(), "");
 }
 
-TEST_F(UnitState, IsNotKnownWithoutMemory) {
+TEST_F(UnitState, IsUnknownWithoutMemory) {
     WriteFile("/run/active-units", "tavorelayd\n");
     ForEachFailingAllocation([](FailingAllocation &fail) {
         SetEarlierError();

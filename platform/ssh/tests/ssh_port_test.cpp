@@ -40,12 +40,12 @@ class SshPort : public testing::Test {
     }
 };
 
-TEST_F(SshPort, IsTheOneThatIsNamed) {
+TEST_F(SshPort, IsTheConfiguredOne) {
     WriteFile(kConfiguration, "AddressFamily any\nPort 2222\nPermitRootLogin no\n");
     EXPECT_SUCCESS(2222, TAVOServiceSSHPortGet());
 }
 
-TEST_F(SshPort, Is22WhenNoneIsNamed) {
+TEST_F(SshPort, Is22IfNoneIsConfigured) {
     for (const char *configuration :
          {"", "\n", "PermitRootLogin no\n", "#Port 2222\n", "  # Port 2222\n", "Ports 2222\n",
           "Por 2222\n", "ListenAddress 0.0.0.0:2222\n", "GatewayPorts 2222\n", "=2222\n",
@@ -69,7 +69,7 @@ TEST_F(SshPort, IsTheFirstOfSeveral) {
     EXPECT_EQ(PortOf("Port 2222\nPort 22\n"), 2222);
 }
 
-TEST_F(SshPort, StandsInFrontOfTheFirstMatchOnly) {
+TEST_F(SshPort, MustComeBeforeTheFirstMatch) {
     EXPECT_EQ(PortOf("Match User guest\nPort 2222\n"), 22);
     EXPECT_EQ(PortOf("\tmatch=User guest\nPort 2222\n"), 22);
     EXPECT_EQ(PortOf("Port 2222\nMatch User guest\nPort 4444\n"), 2222);
@@ -93,7 +93,7 @@ TEST_F(SshPort, IsAnyPort) {
     EXPECT_EQ(PortOf("Port 65535\n"), 65535);
 }
 
-TEST_F(SshPort, IsRefusedWhenItIsNone) {
+TEST_F(SshPort, IsRejectedIfInvalid) {
     for (const char *value :
          {"",      "=",      "0",    "65536", "4294967318", "99999999999999999999",
           "-22",   "+22",    "ssh",  "22x",   "22#",        "0x16",
@@ -104,7 +104,7 @@ TEST_F(SshPort, IsRefusedWhenItIsNone) {
     ExpectRefused("Port 22\0\n"s);
 }
 
-TEST_F(SshPort, IsReadWhateverStandsBeforeIt) {
+TEST_F(SshPort, IsReadAfterAnyOtherLines) {
     EXPECT_EQ(PortOf(std::string(3'000'000, 'x') + "\nPort 2222\n"), 2222) << "a long line";
     EXPECT_EQ(PortOf(std::string(3'000'000, '\n') + "Port 2222\n"), 2222) << "many lines";
     EXPECT_EQ(PortOf("\0\xFF\x01Port 4444\n\0\nPort 2222\n"s), 2222) << "binary";
@@ -114,14 +114,14 @@ TEST_F(SshPort, IsReadWhateverStandsBeforeIt) {
     }
 }
 
-TEST_F(SshPort, IsRefusedOnALineThatIsTooLong) {
+TEST_F(SshPort, IsRejectedOnALineThatIsTooLong) {
     const std::string line = "Port 2222";
     EXPECT_EQ(PortOf(line + std::string(1024 - line.size(), ' ') + "\n"), 2222);
     ExpectRefused(line + std::string(1025 - line.size(), ' ') + "\n");
     ExpectRefused("Port " + std::string(1024, ' ') + "2222\n");
 }
 
-TEST_F(SshPort, CannotBeReadFromWhatIsNoFile) {
+TEST_F(SshPort, CannotBeReadUnlessItIsAFile) {
     fs::create_directory(kConfiguration);
     EXPECT_FAILURE(kUnusableCode, TAVOServiceSSHPortGet());
     fs::remove(kConfiguration);
@@ -164,7 +164,7 @@ TEST_F(SshPort, LeavesNoDescriptorOpen) {
     EXPECT_EQ(after, before);
 }
 
-TEST_F(SshPort, TakesNoMemory) {
+TEST_F(SshPort, NeedsNoMemory) {
     WriteFile(kConfiguration, std::string(100'000, '#') + "\nPort 2222\n");
     const int allocations = ForEachFailingAllocation([](FailingAllocation &fail) {
         EXPECT_EQ(fail.During([] { return TAVOServiceSSHPortGet(); }), 2222);
