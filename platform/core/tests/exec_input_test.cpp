@@ -195,7 +195,7 @@ TEST(ExecInput, RunsTheProgramInItsOwnGroup) {
     EXPECT_EQ(leads.Run(), 0);
     EXPECT_EQ(OutputOf([&] { TLIBCExec("/bin/sh", "-c", kPrintGroup, nullptr, nullptr); }),
               std::to_string(getpgrp()) + "\n")
-        << "but not without a limit";
+        << "only with a limit";
 }
 
 TEST(ExecInput, EndsTheWholeGroupAtTheTimeLimit) {
@@ -204,7 +204,7 @@ TEST(ExecInput, EndsTheWholeGroupAtTheTimeLimit) {
         "(sleep 600 & echo $! > $1/grandchild; wait) & echo $$ > $1/self; while :; do wait; done");
     const auto start = steady_clock::now();
     EXPECT_RESULT(script.Run({}, 1), -1, "0x900 exec.cpp");
-    EXPECT_GE(steady_clock::now() - start, milliseconds(3000)) << "the limit, and the grace";
+    EXPECT_GE(steady_clock::now() - start, milliseconds(3000)) << "the limit and the grace period";
     EXPECT_LT(steady_clock::now() - start, milliseconds(30000));
     for (const char *process : {"self", "child", "grandchild"}) {
         EXPECT_TRUE(EndsSoon(script.Read(process))) << process;
@@ -218,7 +218,7 @@ TEST(ExecInput, FailsEvenIfTheProgramExitsAfterSigterm) {
         "while :; do wait; done");
     const auto start = steady_clock::now();
     EXPECT_RESULT(script.Run({}, 1), -1, "0x900 exec.cpp");
-    EXPECT_LT(steady_clock::now() - start, milliseconds(2900)) << "no longer than it takes";
+    EXPECT_LT(steady_clock::now() - start, milliseconds(2900)) << "without the whole grace period";
     EXPECT_TRUE(script.Has("asked"));
     EXPECT_TRUE(EndsSoon(script.Read("child")));
 }
@@ -277,7 +277,7 @@ TEST(ExecInput, ReportsAStatusThatTheCallerCollected) {
     const SignalAction user(SIGUSR1, [](int) { waitpid(-1, nullptr, 0); });
     const auto start = steady_clock::now();
     EXPECT_RESULT(Script("kill -USR1 $PPID; sleep 0.3; exit 3").Run(), -1, "0x900 exec.cpp");
-    EXPECT_LT(steady_clock::now() - start, milliseconds(30000)) << "before the time is over";
+    EXPECT_LT(steady_clock::now() - start, milliseconds(30000)) << "before the time limit";
 }
 
 }  // namespace

@@ -198,7 +198,7 @@ TEST(Exec, ProvidesAnEmptyInput) {
 TEST(Exec, ProvidesAnInputIfTheCallerHasNone) {
     const Descriptor input(STDIN_FILENO, "");
     EXPECT_EQ(Shell("test \"$(readlink /proc/$$/fd/0)\" = /dev/null"), 0);
-    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "the caller's stays closed";
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "still closed in the caller";
 }
 
 TEST(Exec, LetsTheProgramWriteToTheCallersOutputs) {
@@ -240,7 +240,7 @@ TEST(Exec, PassesNoOtherDescriptor) {
     const Descriptor high(600, "/dev/zero");
     EXPECT_EQ(Shell("for fd in 3 57 600; do test -e /proc/$$/fd/$fd && exit 1; done; exit 0"), 0);
     for (const int number : {3, 57, 600}) {
-        EXPECT_EQ(fcntl(number, F_GETFD), 0) << "the caller's stays open";
+        EXPECT_EQ(fcntl(number, F_GETFD), 0) << "still open in the caller";
     }
 }
 
@@ -340,7 +340,7 @@ TEST(Exec, KeepsTheStatusFromAHandlerThatWaitsForEveryChild) {
     for (int status = 0; status < 30; ++status) {
         EXPECT_RESULT(Shell(("exit " + std::to_string(status)).c_str()), status, "");
     }
-    EXPECT_EQ(g_waits, 30) << "each call of the handler comes late, none is lost";
+    EXPECT_EQ(g_waits, 30) << "each call of the handler is delayed, none is lost";
 }
 
 void InstallChildHandler(int) {

@@ -132,7 +132,7 @@ TEST_F(FileBadInput, APipeIsUnusableWithAndWithoutAWriter) {
     ASSERT_EQ(write(both_ends, "[s]\n", 4), 4);
     ExpectEveryoneFails(kUnusableCode, pipe);
     char text[8];
-    EXPECT_EQ(read(both_ends, text, sizeof(text)), 4) << "nobody took anything from it";
+    EXPECT_EQ(read(both_ends, text, sizeof(text)), 4) << "no data was read from it";
     close(both_ends);
 }
 
@@ -234,7 +234,7 @@ TEST_F(FileBadInput, ASectionAfter200MegabytesIsFound) {
 TEST_F(FileBadInput, AFileThatIsTooLargeIsRejected) {
     const std::string file = folder_.Write("file", "");
     if (truncate(file.c_str(), off_t{1} << 43) != 0) {
-        GTEST_SKIP() << "the file system makes no file of 8 TiB";
+        GTEST_SKIP() << "the file system does not support a file of 8 TiB";
     }
     ExpectEveryoneFails(kUnusableCode, file);
 }

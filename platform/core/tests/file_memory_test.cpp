@@ -98,7 +98,7 @@ TEST_F(FileMemory, GetSectionKeepsShortTextsInOneBlock) {
             fail.During([&] { return TLIBCFileGetSection(path.c_str(), "s", fresh.Address()); });
         EXPECT_EQ(result, fail.Hit() ? -1 : 3);
     });
-    EXPECT_EQ(allocations, 3) << "the block, and room for two and four keys";
+    EXPECT_EQ(allocations, 3) << "the block, and arrays of two and four keys";
 }
 
 TEST_F(FileMemory, GetKeyValueEmptiesTheBuffer) {

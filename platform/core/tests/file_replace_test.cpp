@@ -162,7 +162,7 @@ TEST_F(FileReplace, KeepsTheMode) {
 
 TEST_F(FileReplace, KeepsOwnerAndModeOfAnotherUsersFile) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "only root gives files away";
+        GTEST_SKIP() << "only root can change the owner of a file";
     }
     const std::string file = folder_.Write("file", kBefore);
     ASSERT_EQ(chown(file.c_str(), 1234, 5678), 0);
@@ -175,7 +175,7 @@ TEST_F(FileReplace, KeepsOwnerAndModeOfAnotherUsersFile) {
 
 TEST_F(FileReplace, KeepsTheGroupInASetGroupIdFolder) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "only root gives files away";
+        GTEST_SKIP() << "only root can change the owner of a file";
     }
     const std::string file = folder_.Write("file", kBefore);
     ASSERT_EQ(chown(folder_.Path().c_str(), 0, 5678), 0);
@@ -186,7 +186,7 @@ TEST_F(FileReplace, KeepsTheGroupInASetGroupIdFolder) {
 
 TEST_F(FileReplace, FailsIfTheUserCannotRestoreTheOwner) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "only root makes files of two users";
+        GTEST_SKIP() << "only root can create files of two users";
     }
     const std::string file = folder_.Write("file", kBefore);
     ASSERT_EQ(chmod(folder_.Path().c_str(), 0777), 0);
@@ -237,7 +237,7 @@ TEST_F(FileReplace, RemovesLeftoversOfAKilledWriterEvenIfNothingChanges) {
 
 TEST_F(FileReplace, RemovesLeftoversOfAnotherUsersWriter) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "only root gives files away";
+        GTEST_SKIP() << "only root can change the owner of a file";
     }
     const std::string file = folder_.Write("file", kBefore);
     ASSERT_EQ(chown(Folder(".tavo-write").c_str(), 1234, 5678), 0);

@@ -139,7 +139,7 @@ TEST_F(FolderLockTest, IsNotBlockedByAUserWithoutRights) {
 
 TEST_F(FolderLockTest, IsNotTakenByAUserWithoutRights) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "only root becomes another user";
+        GTEST_SKIP() << "only root can become another user";
     }
     ASSERT_EQ(chmod(parent_.Path().c_str(), 0755), 0);
     EXPECT_EQ(AsOrdinaryUser([&] { return TakeAndRelease(folder_); }),
@@ -156,7 +156,7 @@ TEST_F(FolderLockTest, IsNotTakenByAUserWithoutRights) {
 // A call that only reads does not wait for a lock that it cannot get.
 TEST_F(FolderLockTest, IsNotNeededForAChangeThatChangesNothing) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "only root becomes another user";
+        GTEST_SKIP() << "only root can become another user";
     }
     ASSERT_EQ(chmod(parent_.Path().c_str(), 0755), 0);
     const Lock lock = Take(folder_);

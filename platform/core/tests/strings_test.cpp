@@ -169,7 +169,7 @@ TEST_P(Splitter, RemovesPushedPiecesWhenMemoryRunsOut) {
             EXPECT_THAT(Contents(list), ElementsAre("before", "a", "b", "c", "d"));
         }
     });
-    EXPECT_EQ(allocations, 4 + 3) << "four pieces, room for 2, 4 and 8";
+    EXPECT_EQ(allocations, 4 + 3) << "four pieces, arrays of 2, 4 and 8";
 }
 
 // ---- TLIBCStrTokIndex
@@ -201,7 +201,7 @@ TEST(StrTokIndex, NeedsSpaceForTheTerminator) {
     EXPECT_STREQ(buffer, "unset");
     EXPECT_RESULT(TLIBCStrTokIndex("a,bcd", ",", 1, buffer, 4), 1, "");
     EXPECT_STREQ(buffer, "bcd");
-    EXPECT_EQ(buffer[4], 't') << "nothing behind the terminator is touched";
+    EXPECT_EQ(buffer[4], 't') << "nothing after the terminator is changed";
 }
 
 TEST(StrTokIndex, MayStoreIntoItsOwnText) {
@@ -282,7 +282,7 @@ TEST(StrCaseLower, NeedsSpaceForTheTerminator) {
     EXPECT_STREQ(buffer, "unset");
     EXPECT_RESULT(TLIBCStrCaseLower("ABC", buffer, 4), 0, "");
     EXPECT_STREQ(buffer, "abc");
-    EXPECT_EQ(buffer[4], 't') << "nothing behind the terminator is touched";
+    EXPECT_EQ(buffer[4], 't') << "nothing after the terminator is changed";
     EXPECT_RESULT(TLIBCStrCaseLower("", buffer, 1), 0, "");
     EXPECT_STREQ(buffer, "");
 }

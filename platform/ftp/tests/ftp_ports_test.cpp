@@ -77,7 +77,7 @@ TEST_F(FtpPorts, AreReadAgainInEveryCall) {
 
 TEST_F(FtpPorts, StartTheRangeWithTheLowerPort) {
     EXPECT_THAT(Listed("ftplowport=6010\nftphighport=6000\n"), ElementsAre("21", "6000-6010"));
-    EXPECT_EQ(TAVOFTPHighPortGet(), 6000) << "the setting as it stands";
+    EXPECT_EQ(TAVOFTPHighPortGet(), 6000) << "the setting unchanged";
 }
 
 TEST_F(FtpPorts, WriteARangeOfOnePortAsThatPort) {
@@ -108,7 +108,7 @@ TEST_F(FtpPorts, FailIfAnyOfThemIsInvalid) {
         EXPECT_EQ(ports_, nullptr);
     }
     WriteFile(kSettings, "ftpport=many\n");
-    EXPECT_EQ(TAVOFTPHighPortGet(), 50031) << "which does not ask for the others";
+    EXPECT_EQ(TAVOFTPHighPortGet(), 50031) << "which does not read the others";
 }
 
 TEST_F(FtpPorts, FailWithoutSettings) {

@@ -99,7 +99,7 @@ TEST_P(UsedPortsOver, CountATcpSocketThatIsBoundOnly) {
     ASSERT_EQ(uname(&system), 0);
     ASSERT_EQ(std::sscanf(system.release, "%d.%d", &major, &minor), 2);
     if (std::pair(major, minor) < std::pair(6, 8)) {
-        GTEST_SKIP() << "the kernel does not tell of sockets that are bound only";
+        GTEST_SKIP() << "the kernel does not report sockets that are only bound";
     }
     Socket socket(family_, SOCK_STREAM);
     socket.Bind(8080);
@@ -117,7 +117,7 @@ TEST_P(UsedPortsOver, CountAConnectionRequest) {
     Socket accepted(family_, SOCK_STREAM);
     accepted.Bind(40000).Connect(8080);
     pollfd queue = {listener.Get(), POLLIN, 0};
-    ASSERT_EQ(poll(&queue, 1, 10'000), 1) << "the room is taken";
+    ASSERT_EQ(poll(&queue, 1, 10'000), 1) << "the backlog is full";
     Socket waiting(family_, SOCK_STREAM);
     fcntl(waiting.Get(), F_SETFL, O_NONBLOCK);
     EXPECT_THROW(waiting.Bind(40003).Connect(8080), std::system_error);

@@ -203,7 +203,7 @@ TEST_F(PluginTest, LeavesNoDescriptorsAndNoProcesses) {
     AddScript(kSystemPlugins, "fails", "exit 1");
     const PluginCall call(TLIBPluginSDKInit("port_config", "/proc/self/fd"));
     const std::string output = OutputOf([&] { EXPECT_EQ(TLIBPluginAction(5, call.get()), -1); });
-    EXPECT_EQ(output, "0\n1\n2\n3\n") << "its own three, and that of the folder it lists";
+    EXPECT_EQ(output, "0\n1\n2\n3\n") << "its own three and the listed folder";
     EXPECT_EQ(descriptors(), before);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 }

@@ -146,7 +146,7 @@ TEST_F(PluginFailure, IncludesAGroupThatIsNotAFileName) {
     }
     for (const std::string &group : {std::string("..."), std::string(255, 'g')}) {
         const PluginCall call(TLIBPluginSDKInit(group.c_str(), ""));
-        EXPECT_SUCCESS(0, TLIBPluginAction(5, call.get())) << "a name, and no such folder";
+        EXPECT_SUCCESS(0, TLIBPluginAction(5, call.get())) << "a valid name without a folder";
     }
 }
 
