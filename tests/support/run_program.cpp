@@ -108,4 +108,12 @@ ProgramResult RunProgram(const std::vector<std::string> &arguments, std::string_
             err.Contents()};
 }
 
+// LD_PRELOAD is split at blanks, which the path may contain, but LD_LIBRARY_PATH is not (ld.so(8)).
+std::vector<std::string> Preloading(const std::string &path, std::vector<std::string> environment) {
+    const std::size_t slash = path.rfind('/');
+    environment.push_back("LD_PRELOAD=" + path.substr(slash + 1));
+    environment.push_back("LD_LIBRARY_PATH=" + path.substr(0, slash));
+    return environment;
+}
+
 }  // namespace tavo::test

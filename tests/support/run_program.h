@@ -20,6 +20,10 @@ struct ProgramResult {
 ProgramResult RunProgram(const std::vector<std::string> &arguments, std::string_view input = {},
                          const std::vector<std::string> &environment = {});
 
+// Adds to the environment what makes a program load the shared object `path` before all others.
+std::vector<std::string> Preloading(const std::string &path,
+                                    std::vector<std::string> environment = {});
+
 }  // namespace tavo::test
 
 #endif

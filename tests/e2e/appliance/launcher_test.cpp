@@ -413,8 +413,8 @@ void ExpectPrivateSideBySide(int runs) {
     for (std::size_t i = 0; i < results.size(); ++i) {
         threads.emplace_back([i, &results] {
             results[i] = RunScriptInside("echo " + std::to_string(i) +
-                                         " > /etc/tavoinfo.conf; sleep 0.3; " BIND_PORT
-                                         " 4000 && cat /etc/tavoinfo.conf");
+                                         " > /etc/tavoinfo.conf; sleep 0.3; '" BIND_PORT
+                                         "' 4000 && cat /etc/tavoinfo.conf");
         });
     }
     for (std::thread &thread : threads) {

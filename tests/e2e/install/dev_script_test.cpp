@@ -124,7 +124,7 @@ TEST_F(DevScript, ConfiguresOnceAndAgainWhenThePresetsChange) {
 }
 
 TEST_F(DevScript, TryShowsTheServicesOfAPrivateAppliance) {
-    PlaceProgram("build/package/bin/appliance", "exec " TAVO_APPLIANCE " \"$@\"");
+    PlaceProgram("build/package/bin/appliance", "exec '" TAVO_APPLIANCE "' \"$@\"");
     const ProgramResult result = Dev({"try"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_THAT(Calls(), HasSubstr("cmake --build build/package\n"));
@@ -171,7 +171,8 @@ TEST_F(DevScript, FuzzRunsEachFuzzerOnItsCorpusAndFailsWhenOneCrashes) {
 TEST_F(DevScript, FuzzKeepsWhatIsFoundInAnAppliance) {
     PlaceProgram("build/fuzz/bin/fuzz_one", "");
     PlaceProgram("build/fuzz/bin/appliance",
-                 TAVO_APPLIANCE " run -- sh -c 'echo 1 >\"$TAVO_APPLIANCE_WRITABLE/one-crash\"'");
+                 "'" TAVO_APPLIANCE
+                 "' run -- sh -c 'echo 1 >\"$TAVO_APPLIANCE_WRITABLE/one-crash\"'");
     const ProgramResult result = Dev({"fuzz"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(ReadFile(folder_ / "build/fuzz/found/one-crash"), "1\n");
@@ -197,8 +198,8 @@ TEST_F(DevScript, BenchRunsInAnApplianceAndWritesJsonBesideTheTable) {
 
 TEST_F(DevScript, CoverageKeepsWhatProgramsCountInAppliances) {
     StandIn("gcovr", "");
-    StandIn("ctest",
-            TAVO_APPLIANCE " run -- sh -c 'echo 1 >\"$TAVO_APPLIANCE_WRITABLE/counter.gcda\"'");
+    StandIn("ctest", "'" TAVO_APPLIANCE
+                     "' run -- sh -c 'echo 1 >\"$TAVO_APPLIANCE_WRITABLE/counter.gcda\"'");
     fs::create_directories(folder_ / "build/coverage");
     folder_.Write("build/coverage/old.gcda", "");
     const ProgramResult result = Dev({"coverage"});

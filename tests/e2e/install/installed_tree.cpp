@@ -24,8 +24,8 @@ std::string InstalledTree::Run(const std::vector<std::string> &command,
 
 std::string InstalledTree::Compile(const std::string &source, const std::string &packages) const {
     static const std::string command =
-        "gcc -std=c99 -pedantic -Wall -Wextra -Werror \"$0\" -o \"$1\" "
-        "$(pkg-config --cflags --libs $2)";
+        "pkg-config --cflags --libs \"$2\" | "
+        "xargs gcc -std=c99 -pedantic -Wall -Wextra -Werror \"$0\" -o \"$1\"";
     std::string program = Prefix("program");
     Run({"sh", "-c", command, source, program, packages},
         {"PKG_CONFIG_PATH=" + Prefix("lib/pkgconfig")});

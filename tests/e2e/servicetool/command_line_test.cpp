@@ -297,7 +297,7 @@ TEST(ServiceToolHelp, GoesBeforeWhatIsWrongWithTheLine) {
 TEST(ServiceToolOutput, ThatCannotBeWrittenIsAFailure) {
     for (const std::string command : {"list", "list --json", "--help", "--version"}) {
         const ProgramResult result =
-            RunProgram({"sh", "-c", "exec " SERVICETOOL " " + command + " > /dev/full"});
+            RunProgram({"sh", "-c", "exec '" SERVICETOOL "' " + command + " > /dev/full"});
         EXPECT_EQ(result.status, 3) << command;
         EXPECT_THAT(result.err, testing::EndsWith("servicetool: error: standard output: no space "
                                                   "left on device [failed]\n"))
@@ -309,11 +309,11 @@ TEST(ServiceToolOutput, ThatCannotBeWrittenIsAFailure) {
 TEST(ServiceToolMemory, ThatRunsOutIsAFailureAndStillOneDocument) {
     const std::string input(15 << 20, '\n');
     const ProgramResult text =
-        RunProgram({"sh", "-c", "ulimit -v 30000; exec " SERVICETOOL " lint -"}, input);
+        RunProgram({"sh", "-c", "ulimit -v 30000; exec '" SERVICETOOL "' lint -"}, input);
     EXPECT_EQ(text.status, 3);
     EXPECT_EQ(text.err, "servicetool: error: out of memory [failed]\n");
     const ProgramResult document =
-        RunProgram({"sh", "-c", "ulimit -v 30000; exec " SERVICETOOL " lint --json -"}, input);
+        RunProgram({"sh", "-c", "ulimit -v 30000; exec '" SERVICETOOL "' lint --json -"}, input);
     EXPECT_EQ(document.status, 3);
     EXPECT_EQ(json::parse(document.out)["diagnostics"][0]["rule"], "failed");
 }

@@ -18,8 +18,8 @@ std::vector<std::string> Completions(const std::vector<std::string> &words,
                                      const std::string &folder = "/") {
     std::vector<std::string> command = {"bash",
                                         "-c",
-                                        "source " SERVICETOOL_SOURCE
-                                        "/tools/servicetool/completion/servicetool || exit\n"
+                                        "source '" SERVICETOOL_SOURCE
+                                        "/tools/servicetool/completion/servicetool' || exit\n"
                                         "cd \"$1\"; shift\n"
                                         "COMP_WORDS=(\"$@\") COMP_CWORD=$(($# - 1))\n"
                                         "_servicetool; printf '%s\\n' \"${COMPREPLY[@]}\"",

@@ -323,8 +323,8 @@ TEST_F(InstallCommand, WarnsOfANameThatPeopleWouldNotKnow) {
 }
 
 TEST_F(InstallCommand, LeavesNothingWhenItsReaderHangsUp) {
-    RunProgram(
-        {"sh", "-c", "{ sleep 0.2; " SERVICETOOL " install --as notes.sc - < notes.sc; } | true"});
+    RunProgram({"sh", "-c",
+                "{ sleep 0.2; '" SERVICETOOL "' install --as notes.sc - < notes.sc; } | true"});
     EXPECT_THAT(InTmp(), IsEmpty());
     ExpectNothingDone();
 }
@@ -332,7 +332,7 @@ TEST_F(InstallCommand, LeavesNothingWhenItsReaderHangsUp) {
 TEST_F(InstallCommand, SaysWhatWasDoneWhereItsOutputCannotBeWritten) {
     for (const std::string option : {"install --as a.sc", "update --json --as a.sc"}) {
         const ProgramResult result =
-            RunProgram({"sh", "-c", "exec " SERVICETOOL " " + option + " notes.sc > /dev/full"});
+            RunProgram({"sh", "-c", "exec '" SERVICETOOL "' " + option + " notes.sc > /dev/full"});
         const std::string done = option == "install --as a.sc" ? "installed" : "changed";
         EXPECT_EQ(result.err, "servicetool: error: standard output: no space left on device; " +
                                   kPackage + "a.sc: " + done + "; " +

@@ -146,14 +146,14 @@ TEST(LintUnreadable, SaysWhenPermissionIsMissing) {
 }
 
 TEST(LintUnreadable, FolderAsStandardInputIsTold) {
-    const ProgramResult result = RunProgram({"sh", "-c", "exec " SERVICETOOL " lint - < /"});
+    const ProgramResult result = RunProgram({"sh", "-c", "exec '" SERVICETOOL "' lint - < /"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, "<stdin>: error: is a folder [unreadable]\n");
 }
 
 TEST(LintUnreadable, NeverEndingInputIsGivenUp) {
     const ProgramResult result =
-        RunProgram({"sh", "-c", "exec " SERVICETOOL " lint - < /dev/zero"});
+        RunProgram({"sh", "-c", "exec '" SERVICETOOL "' lint - < /dev/zero"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, "<stdin>: error: is larger than 16 MiB [unreadable]\n");
 }

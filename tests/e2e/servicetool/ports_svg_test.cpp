@@ -210,7 +210,8 @@ TEST_F(PortsSvg, GivesANewFileTheModeOfAnyNewFile) {
     const TemporaryFolder folder;
     const std::string path = folder / "ports.svg";
     EXPECT_EQ(
-        RunProgram({"sh", "-c", "umask 027; exec " SERVICETOOL " ports --svg " + path}).status, 0);
+        RunProgram({"sh", "-c", "umask 027; exec '" SERVICETOOL "' ports --svg " + path}).status,
+        0);
     struct stat status = {};
     ASSERT_EQ(stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0640U);
@@ -222,7 +223,7 @@ TEST_F(PortsSvg, LeavesTheOldFileWholeWhereItCannotWriteANewOne) {
     WriteFile(path, "old");
     const ProgramResult result = RunProgram(
         {"bash", "-c",
-         "trap '' XFSZ; ulimit -f 1; exec " SERVICETOOL " ports --svg " + path + " >/dev/null"});
+         "trap '' XFSZ; ulimit -f 1; exec '" SERVICETOOL "' ports --svg " + path + " >/dev/null"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err,
               path + ": error: cannot be written and is as it was: file too large [unwritable]\n");
@@ -259,7 +260,9 @@ TEST_F(PortsSvg, LeavesAFileWholeWhoseOwnerItCannotKeep) {
     const std::string path = folder / "ports.svg";
     WriteFile(path, "old");
     chmod(path.c_str(), 0666);
-    ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0);
+    if (chown(path.c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root can give a file away";
+    }
     const ProgramResult result = RunProgram({"setpriv", "--bounding-set=-all", "--inh-caps=-all",
                                              SERVICETOOL, "ports", "--declared", "--svg", path});
     EXPECT_EQ(result.status, 3);
@@ -292,7 +295,7 @@ TEST_F(PortsSvg, WaitsForASlowReaderOfAPipe) {
     const ProgramResult result =
         RunProgram({"sh", "-c",
                     "{ sleep 0.3; cat; } <" + pipe + " >" + copy + " & exec 3>" + pipe +
-                        "; " SERVICETOOL " ports --svg " + pipe +
+                        "; '" SERVICETOOL "' ports --svg " + pipe +
                         " >/dev/null; status=$?; exec 3>&-; wait; exit $status"});
     EXPECT_EQ(result.status, 0);
     EXPECT_GT(ReadFile(copy).size(), 65536U) << "more than a pipe holds";
@@ -304,7 +307,7 @@ TEST_F(PortsSvg, KnowsStandardOutputByOtherNames) {
     const std::string path = folder / "ports.svg";
     for (const std::string &name : {std::string("/dev/stdout"), path}) {
         const ProgramResult result =
-            RunProgram({"sh", "-c", "exec " SERVICETOOL " ports --svg " + name + " >" + path});
+            RunProgram({"sh", "-c", "exec '" SERVICETOOL "' ports --svg " + name + " >" + path});
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(ReadFile(path), Svg());
     }

@@ -202,7 +202,7 @@ TEST_F(ServiceFolders, ShowKnowsTheServiceFolderHoweverItIsWritten) {
     }
     EXPECT_THAT(ShowIn("/tmp", "target.sc").out, HasSubstr("\nWhere:             -\n"));
     EXPECT_THAT(RunProgram({"sh", "-c",
-                            "cd /usr/local/etc/services.d && exec " SERVICETOOL " show - <a.sc"})
+                            "cd /usr/local/etc/services.d && exec '" SERVICETOOL "' show - <a.sc"})
                     .out,
                 HasSubstr("\nWhere:             -\n"));
 }
@@ -250,7 +250,8 @@ TEST_F(ServiceFolders, ShowReadsAnyFile) {
 
 TEST_F(ServiceFolders, ShowPrefersAServiceToAFolderOfItsName) {
     WriteFile(kSystem + "a.sc", Section("usr", "1"));
-    const ProgramResult result = RunProgram({"sh", "-c", "cd / && exec " SERVICETOOL " show usr"});
+    const ProgramResult result =
+        RunProgram({"sh", "-c", "cd / && exec '" SERVICETOOL "' show usr"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.out, HasSubstr("Service:           usr\n"));
 }

@@ -119,9 +119,8 @@ TEST_P(UnknownAnswer, IsNotFreeWhicheverSystemCallFails) {
 }
 
 TEST_P(UnknownAnswer, IsNotFreeWhicheverAllocationFails) {
-    const std::string preload = "LD_PRELOAD=" FAILING_MALLOC;
     const std::string count = kHome + "count";
-    RunProgram(Command(), "", {preload, "FAILING_MALLOC_COUNT=" + count});
+    RunProgram(Command(), "", Preloading(FAILING_MALLOC, {"FAILING_MALLOC_COUNT=" + count}));
     const long allocations = std::stol(ReadFile(count));
     // Each run takes milliseconds, and there are thousands of allocations: a few hundred of them,
     // from the first to the last.
@@ -129,7 +128,8 @@ TEST_P(UnknownAnswer, IsNotFreeWhicheverAllocationFails) {
     for (long failing = 1; failing <= allocations && !HasFailure(); failing += step) {
         SCOPED_TRACE("allocation " + std::to_string(failing));
         ExpectNeverFree(
-            RunProgram(Command(), "", {preload, "FAILING_MALLOC=" + std::to_string(failing)}));
+            RunProgram(Command(), "",
+                       Preloading(FAILING_MALLOC, {"FAILING_MALLOC=" + std::to_string(failing)})));
     }
     EXPECT_GT(allocations, 100);
 }

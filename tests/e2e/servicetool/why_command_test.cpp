@@ -123,7 +123,7 @@ ProgramResult WhyWithSocketTables(const std::string &folder,
 ProgramResult WhyWithout(const std::string &library, std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), {SERVICETOOL, "why"});
     return RunProgram(arguments, "",
-                      {"LD_PRELOAD=" + library, "ASAN_OPTIONS=verify_asan_link_order=0"});
+                      Preloading(library, {"ASAN_OPTIONS=verify_asan_link_order=0"}));
 }
 
 // ---- Verdicts
