@@ -15,12 +15,6 @@
 namespace tavo::tool {
 namespace {
 
-struct ServicesOptions {
-    bool supported = false;  // only those that this model supports
-    bool no_legend = false;
-    std::vector<std::string> names;  // all where empty
-};
-
 // "1000-2000" as service files write it.
 std::string InFileNotation(std::string port) {
     std::replace(port.begin(), port.end(), '-', ':');
@@ -115,10 +109,6 @@ void AddService(const FirewallService &service, Table &table, Report &report) {
     }
 }
 
-bool IsWanted(const FirewallService &service, const ServicesOptions &options) {
-    return options.names.empty() || Holds(options.names, service.record->szName);
-}
-
 // Every name that is met, also of what is left out.
 std::vector<std::string> NamesOf(const FirewallServices &read) {
     std::vector<std::string> names;
@@ -160,16 +150,18 @@ void TellSupportUnknown(Report &report) {
     report.Raise(Status::kFailed);
 }
 
-void Services(const ServicesOptions &options, Report &report) {
+void Services(const Arguments &arguments, Report &report) {
+    const std::vector<std::string> &names = arguments.Operands();
+    const bool only_supported = arguments.Has("--supported");
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
-    const FirewallServices read = ReadFirewallServices(report, options.names);
+    const FirewallServices read = ReadFirewallServices(report, names);
     bool support_known = true;
     for (const FirewallService &service : read.services) {
-        if (!IsWanted(service, options)) {
+        if (!names.empty() && !Holds(names, service.record->szName)) {
             continue;
         }
         support_known = support_known && service.supported.has_value();
-        if (!options.supported || service.supported.value_or(false)) {
+        if (!only_supported || service.supported.value_or(false)) {
             AddService(service, table, report);
         }
     }
@@ -179,8 +171,8 @@ void Services(const ServicesOptions &options, Report &report) {
     if (!read.complete) {
         report.Raise(Status::kFailed);
     }
-    TellNotFound(options.names, read, report);
-    report.Print(table.Text(!options.no_legend, report.Columns()));
+    TellNotFound(names, read, report);
+    report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 
 constexpr Operand kOperands[] = {
@@ -209,13 +201,7 @@ constinit const Command kServicesCommand = {
     .options = kOptions,
     .examples = kExamples,
     .check = [](const Arguments &arguments) { return ProblemOfEmptyName(arguments.Operands()); },
-    .run =
-        [](const Arguments &arguments, Report &report) {
-            Services({.supported = arguments.Has("--supported"),
-                      .no_legend = arguments.Has("--no-legend"),
-                      .names = arguments.Operands()},
-                     report);
-        },
+    .run = Services,
 };
 
 }  // namespace tavo::tool
