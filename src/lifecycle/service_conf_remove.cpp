@@ -22,7 +22,7 @@ constexpr uint32_t kSendsContent = TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PO
 constexpr uint32_t kEverybody = kSendsContent | TAVO_PORT_CHECK_FW_SERVICE;
 
 // A copy that fails goes unnoticed: a file must not stay because it cannot be read.
-int KeepOldContent(const tavo::Target &target, tavo::TemporaryCopy &old,
+int CopyForPlugins(const tavo::Target &target, tavo::TemporaryCopy &old,
                    tavo::StepFailure &failure) {
     char szBackup[tavo::kPathSize];
     tavo::PrintText(szBackup, "/tmp/servicetool.remove.%s.%d", target.FileName(),
@@ -42,7 +42,7 @@ int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::Ste
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to remove %s",
                                lock.Missing(), target.Path());
     }
-    const int nFound = tavo::LookForFile(target.Path(), failure);
+    const int nFound = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
     if (nFound < 0) {
         return -1;
     }
@@ -50,7 +50,7 @@ int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::Ste
         failure.Set(tavo::Step::kMissingFile, target.Path(), ENOENT);
         return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }
-    if (KeepOldContent(target, old, failure) < 0) {
+    if (CopyForPlugins(target, old, failure) < 0) {
         return -1;
     }
     if (unlink(target.Path()) < 0) {

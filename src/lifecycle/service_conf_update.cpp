@@ -14,9 +14,9 @@
 namespace {
 
 // A file that is not installed yet has no old content.
-int KeepOldContent(const char *szBaseName, const char *szInstalled, tavo::TemporaryCopy &old,
+int CopyForPlugins(const char *szBaseName, const char *szInstalled, tavo::TemporaryCopy &old,
                    tavo::StepFailure &failure) {
-    const int nFound = tavo::LookForFile(szInstalled, failure);
+    const int nFound = tavo::LookForFile(szInstalled, TAVO_HERE, failure);
     if (nFound < 1) {
         return nFound;
     }
@@ -61,7 +61,7 @@ int tavo::UpdateFile(const char *name, const char *source, int location,
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to update %s",
                                lock.Missing(), installed);
     }
-    if (KeepOldContent(name, installed, old, failure) < 0) {
+    if (CopyForPlugins(name, installed, old, failure) < 0) {
         return -1;
     }
     const bool conflict = Install(name, source, location, conflicts, failure);
