@@ -1,4 +1,4 @@
-// How the platform libraries above the core fail: record an error code with this place, give -1.
+// How the platform libraries fail: record an error code with its place, give the failure value.
 #ifndef TAVO_PLATFORM_PLATFORM_FAILURE_H
 #define TAVO_PLATFORM_PLATFORM_FAILURE_H
 
@@ -6,9 +6,19 @@
 
 namespace tavo {
 
-inline int Fail(unsigned int code, const char *file, int line) {
+// The failure value of any function here: -1, NULL or false.
+struct Failure {
+    operator int() const { return -1; }
+    operator bool() const { return false; }
+    template <typename T>
+    operator T *() const {
+        return nullptr;
+    }
+};
+
+inline Failure Fail(unsigned int code, const char *file, int line) {
     TLIBCErrSetEx(code, file, line);
-    return -1;
+    return {};
 }
 
 }  // namespace tavo

@@ -192,9 +192,9 @@ bool ReadsBack(std::string_view composed, ConfigLineKind kind, std::string_view 
 
 bool CheckReadsBack(const TextBuffer &composed, ConfigLineKind kind, std::string_view name) {
     if (composed.Failed()) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
-    return ReadsBack(composed.View(), kind, name) || TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+    return ReadsBack(composed.View(), kind, name) || TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
 }
 
 // Checks the lines that are written anew.
@@ -224,12 +224,12 @@ bool SetSectionKeys(std::string_view text, std::string_view section, const TLIBC
                     OtherKeys others, MissingSection missing, KeptLines kept, TextBuffer &out) {
     WantedKeys wanted;
     if (!wanted.Fill(keys)) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     const Layout layout = FindLayout(text, section, wanted, kept);
     const bool there = layout.new_keys_at != kNowhere;
     if (!there && missing == MissingSection::kRefuse) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     if (!CheckNewLines(wanted)) {
         return false;
@@ -239,7 +239,7 @@ bool SetSectionKeys(std::string_view text, std::string_view section, const TLIBC
     } else {
         AppendSection(text, section, wanted, layout, out);
     }
-    return !out.Failed() || TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+    return !out.Failed() || TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
 }
 
 // Of a block the lines up to the last one that means something go, with the blank lines right
@@ -263,7 +263,7 @@ bool TakeOutSection(std::string_view text, std::string_view section, TextBuffer 
         }
     }
     out.Append(text.substr(kept_from));
-    return !out.Failed() || TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+    return !out.Failed() || TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
 }
 
 }  // namespace tavo

@@ -42,7 +42,7 @@ class StagedText {
     StagedText &operator=(const StagedText &) = delete;
 
     bool Stage(std::string_view text, const struct stat &model) {
-        return WriteNew(text, model) || TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+        return WriteNew(text, model) || TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
 
     // Puts the staged text in the file's place. A folder that cannot be flushed gets the old file
@@ -51,10 +51,10 @@ class StagedText {
     bool Publish() {
         const bool can_undo = linkat(folder_, name_, staging_, kStagedOld, 0) == 0;
         if (!can_undo && !HardLinksAreRefused(errno)) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
         }
         if (renameat(staging_, kStagedNew, folder_, name_) != 0) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_RENAME);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_RENAME);
         }
         if (Flush(folder_)) {
             return true;
@@ -62,7 +62,7 @@ class StagedText {
         if (can_undo && renameat(staging_, kStagedOld, folder_, name_) == 0) {
             Flush(folder_);
         }
-        return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
 
   private:
@@ -91,11 +91,11 @@ class StagedText {
 
 bool LockedFile::Lock(const char *path, std::chrono::milliseconds wait) {
     if (path == nullptr || *path == '\0') {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     path_.reset(realpath(path, nullptr));
     if (path_ == nullptr) {
-        return TAVO_CORE_FAIL(FileError(errno));
+        return TAVO_PLATFORM_FAIL(FileError(errno));
     }
     char *slash = std::strrchr(path_.get(), '/');
     name_ = slash[1] == '\0' ? "." : slash + 1;  // the root folder, which is no file, has no name
@@ -108,14 +108,14 @@ bool LockedFile::Lock(const char *path, std::chrono::milliseconds wait) {
 bool LockedFile::Read(FileText &text) {
     const Descriptor file(OpenForReading(lock_.Folder(), name_, O_NOFOLLOW));
     if (!file.IsOpen()) {
-        return TAVO_CORE_FAIL(FileError(errno));
+        return TAVO_PLATFORM_FAIL(FileError(errno));
     }
     return text.LoadFrom(file.Get(), status_);
 }
 
 bool LockedFile::Replace(std::string_view text) {
     if (!locked_) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
     StagedText staged(lock_, name_);
     return staged.Stage(text, status_) && staged.Publish();
