@@ -11,6 +11,18 @@
 
 namespace tavo {
 
+// Keeps errno as it is for what must not hide why a step before it failed.
+class UnchangedErrno {
+  public:
+    UnchangedErrno() = default;
+    ~UnchangedErrno() { errno = error_; }
+    UnchangedErrno(const UnchangedErrno &) = delete;
+    UnchangedErrno &operator=(const UnchangedErrno &) = delete;
+
+  private:
+    const int error_ = errno;
+};
+
 // Makes a system call again for as long as a signal cuts it short.
 template <typename Call>
 auto Uninterrupted(Call call) {
@@ -53,9 +65,8 @@ class Descriptor {
     int Release() { return std::exchange(fd_, -1); }
 
     void Reset(int fd = -1) {
-        const int error = errno;
+        const UnchangedErrno unchanged;
         Close();
-        errno = error;
         fd_ = fd;
     }
 

@@ -35,6 +35,7 @@ class StagedText {
         : folder_(lock.Folder()), staging_(lock.Staging()), name_(name) {}
 
     ~StagedText() {
+        const UnchangedErrno unchanged;
         unlinkat(staging_, kStagedNew, 0);
         unlinkat(staging_, kStagedOld, 0);
     }
@@ -59,9 +60,7 @@ class StagedText {
         if (Flush(folder_)) {
             return true;
         }
-        if (can_undo && renameat(staging_, kStagedOld, folder_, name_) == 0) {
-            Flush(folder_);
-        }
+        Undo(can_undo);
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
 
@@ -69,6 +68,13 @@ class StagedText {
     // Some file systems know no hard links; then the old file is given up with the rename.
     static bool HardLinksAreRefused(int error) {
         return error == EPERM || error == EOPNOTSUPP || error == EMLINK || error == ENOSYS;
+    }
+
+    void Undo(bool can_undo) const {
+        const UnchangedErrno unchanged;
+        if (can_undo && renameat(staging_, kStagedOld, folder_, name_) == 0) {
+            Flush(folder_);
+        }
     }
 
     static bool Flush(int fd) {
@@ -115,6 +121,7 @@ bool LockedFile::Read(FileText &text) {
 
 bool LockedFile::Replace(std::string_view text) {
     if (!locked_) {
+        errno = lock_.Refusal();
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
     StagedText staged(lock_, name_);

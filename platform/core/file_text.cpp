@@ -41,8 +41,11 @@ bool FileText::Load(const char *path) {
 }
 
 bool FileText::LoadFrom(int fd, struct stat &status) {
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
-        static_cast<std::uintmax_t>(status.st_size) > kLargest) {
+    if (fstat(fd, &status) != 0) {
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+    }
+    if (!S_ISREG(status.st_mode) || static_cast<std::uintmax_t>(status.st_size) > kLargest) {
+        errno = S_ISREG(status.st_mode) ? EFBIG : EINVAL;
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
     return ReadAll(fd, static_cast<std::size_t>(status.st_size));

@@ -24,6 +24,7 @@ int ChangeFile(const char *path, Edit edit) {
     }
     // A replacement that fails late may have given the file its new text all the same.
     const bool replaced = file.Replace(new_text.View());
+    const UnchangedErrno unchanged;
     ReleaseChangedFile(path);
     return replaced ? 0 : -1;
 }

@@ -98,6 +98,7 @@ LockResult FolderLock::Take(const char *path, std::chrono::milliseconds wait) {
         // A folder that vanishes meanwhile is being replaced.
         const bool absent = result == LockResult::kAbsent;
         if ((absent && !seen) || steady_clock::now() >= deadline) {
+            errno = absent ? ENOENT : EWOULDBLOCK;
             return Failed(TAVO_PLATFORM_FAIL(absent ? TLIBC_ERR_NO_FILE : TLIBC_ERR_FILE_UNUSABLE));
         }
         seen = true;
@@ -144,13 +145,14 @@ LockResult FolderLock::OpenLockFile() {
 }
 
 // Why there is no open lock file. A staging folder that is left empty is removed.
-LockResult FolderLock::ExplainFailedOpen(int error) const {
+LockResult FolderLock::ExplainFailedOpen(int error) {
     if (error == ENOENT) {
         return LockResult::kLost;  // its holder removed it between two calls
     }
     struct stat staging;
     const bool present = fstatat(folder_.Get(), kStagingFolder, &staging, AT_SYMLINK_NOFOLLOW) == 0;
     const bool refused = error == EACCES || error == EPERM || error == EROFS;
+    refusal_ = error;
     if (refused && !present) {
         return LockResult::kNotAllowed;
     }
@@ -162,6 +164,7 @@ LockResult FolderLock::ExplainFailedOpen(int error) const {
     if (error == EROFS) {
         return LockResult::kNotAllowed;  // a leftover is there, but nobody can write
     }
+    errno = error;
     return Failed(TAVO_PLATFORM_FAIL(LockError(error)));
 }
 
@@ -175,6 +178,7 @@ LockResult FolderLock::ExplainFailedLock(int error) const {
     if (error == ENOSYS || error == EOPNOTSUPP || error == EINVAL) {
         RemoveLockFile();
     }
+    errno = error;
     return Failed(TAVO_PLATFORM_FAIL(LockError(error)));
 }
 
@@ -211,6 +215,7 @@ LockResult FolderLock::PrepareStaging(bool made) {
 
 // Closing alone would not unlock: a child that the caller forked meanwhile shares the lock.
 void FolderLock::Release() {
+    const UnchangedErrno unchanged;
     if (held_) {
         RemoveLockFile();
         flock(lock_.Get(), LOCK_UN);

@@ -249,7 +249,8 @@ TAVOCORE_API void TLIBCStrPut(char *szText);
  * that can neither be flushed nor get its old file back leaves the new one, just as whole. Writers
  * in one folder exclude each other: each takes the lock of the folder (TLIBCFolderLockTake) and
  * waits for it at most 30 seconds, then fails with 0x900. On a file system without flock every
- * writer fails so at once.
+ * writer fails so at once. After a failure of a writer or of TLIBCFileTouch with 0x700, 0x900 or
+ * 0x2800 errno says what the system refused.
  */
 
 typedef struct TLIBCFolderLock TLIBCFolderLock;

@@ -63,9 +63,9 @@ int WriteValue(const tavo::SetParam &param, const char *szKey, const tavo::PortT
 
 int tavo::StorePorts(const char *path, const char *section, const char *key, const PortText &ports,
                      StepFailure &failure) {
-    return TLIBCFileSetSectionValue(path, section, key, ports.szValue) < 0
-               ? failure.Set(Step::kWrite, path)
-               : 0;
+    return failure.During(Step::kWrite, path, [&] {
+        return TLIBCFileSetSectionValue(path, section, key, ports.szValue);
+    });
 }
 
 int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,

@@ -104,9 +104,9 @@ int WriteValue(const char *szPath, const char *szDirectory, const char *szSectio
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), szPath);
     }
-    return TLIBCFileSetSectionValue(szPath, szSection, szKey, szValue) < 0
-               ? failure.Set(Step::kWrite, szPath)
-               : 0;
+    return failure.During(Step::kWrite, szPath, [&] {
+        return TLIBCFileSetSectionValue(szPath, szSection, szKey, szValue);
+    });
 }
 
 // That the name is taken in the very directory that the file lies in proves that the file is there.

@@ -52,8 +52,8 @@ int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys
         TAVO_LOG_STATE("Section (%s) not found!", szSection);
         return 0;
     }
-    if (TLIBCFileRemoveSection(szPath, szSection) < 0) {
-        failure.Set(Step::kWrite, szPath);
+    if (failure.During(Step::kWrite, szPath,
+                       [&] { return TLIBCFileRemoveSection(szPath, szSection); }) < 0) {
         return TAVO_LOG_STATE("Remove section (%s) fail!", szSection);
     }
     return 0;

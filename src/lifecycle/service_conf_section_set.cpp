@@ -48,8 +48,8 @@ class NewFile {
             return TAVO_LOG("/bin/mkdir -p %s failed.(errno:%d/%s)", target.Directory(), errno,
                             std::strerror(errno));
         }
-        if (TLIBCFileTouch(target.Path()) < 0) {
-            failure.Set(Step::kMakeFile, target.Path());
+        if (failure.During(Step::kMakeFile, target.Path(),
+                           [&] { return TLIBCFileTouch(target.Path()); }) < 0) {
             return TAVO_LOG("Failed to touch %s", target.Path());
         }
         szPath_ = target.Path();
@@ -183,10 +183,10 @@ int SectionKeys::Set(const TAVO_SERVICE_CONF_SECTION &section, const PortText &d
 }
 
 int SectionKeys::Store(const char *path, const char *section, StepFailure &failure) const {
-    const int result = present_ ? TLIBCFileSetSection(path, section, nullptr, keys_.get(), 0)
-                                : TLIBCFileAddSection(path, section, keys_.get(), 0);
-    if (result < 0) {
-        failure.Set(Step::kWrite, path);
+    if (failure.During(Step::kWrite, path, [&] {
+            return present_ ? TLIBCFileSetSection(path, section, nullptr, keys_.get(), 0)
+                            : TLIBCFileAddSection(path, section, keys_.get(), 0);
+        }) < 0) {
         return TAVO_LOG_STATE("Failed to write section (%s) to %s", section, path);
     }
     return 0;

@@ -95,6 +95,23 @@ TEST_F(ChangeOutcomeTest, NamesTheFolderThatCannotBeMade) {
     EXPECT_EQ(outcome_.failure.path, std::string(kPackageServices) + "/tmp");
 }
 
+TEST_F(ChangeOutcomeTest, HasWhatTheSystemRefusedToAWriter) {
+    ASSERT_EQ(mount("none", kSystemServices, "tmpfs", 0, nullptr), 0);
+    WriteFile(kFile, kText);
+    ASSERT_EQ(mount("none", kSystemServices, "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    const TAVO_SERVICE_CONF_SET_PARAM param = Param("web.sc", "web");
+    EXPECT_EQ(WritePorts(&param, ports_.get(), outcome_), -1);
+    EXPECT_EQ(outcome_.failure.step, Step::kWrite);
+    EXPECT_EQ(outcome_.failure.error, EROFS);
+    EXPECT_STREQ(outcome_.failure.path, kFile);
+    outcome_ = {};
+    EXPECT_EQ(SetSectionPorts(1, "web.sc", "web", ports_.get(), outcome_), -1);
+    EXPECT_EQ(outcome_.failure.error, EROFS);
+    EXPECT_EQ(RemoveFromFile(kFile, "web", outcome_.failure = {}), -1);
+    EXPECT_EQ(outcome_.failure.error, EROFS);
+    EXPECT_EQ(umount(kSystemServices), 0);
+}
+
 // ---- The plain way to set the ports of a section ----
 
 TEST_F(ChangeOutcomeTest, OfSectionPortsNamesTheStepAndThePath) {

@@ -1,8 +1,5 @@
 #include "change/failure_text.h"
 
-#include <sys/statvfs.h>
-#include <unistd.h>
-
 #include <cerrno>
 
 #include "change/program_output.h"
@@ -37,15 +34,14 @@ std::string ProgramReason(const StepFailure &failure, const std::vector<std::str
                : program + " ended with status " + std::to_string(failure.status);
 }
 
-// The core library does not say what keeps it from replacing a file; the folder may.
-std::string FolderReason(const std::string &path) {
-    const std::string folder = path.substr(0, path.rfind('/'));
-    struct statvfs system {};
-    if (access(folder.c_str(), W_OK) != 0) {
-        return "the folder: " + ErrorText(errno);
-    }
-    const bool full = statvfs(folder.c_str(), &system) == 0 && system.f_bavail == 0;
-    return full ? "the folder: " + ErrorText(ENOSPC) : "";
+// A writer makes the new file in the folder of the old one, and that is where it fails.
+std::string SystemErrorReason(const StepFailure &failure, const std::string &path) {
+    const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
+    const std::string place = *failure.path == '\0'  ? ""
+                              : failure.path != path ? std::string(failure.path) + ": "
+                              : writes               ? "the folder: "
+                                                     : "";
+    return place + ErrorText(failure.error);
 }
 
 // Where the step says all there is to say.
@@ -99,14 +95,7 @@ std::string ReasonText(const StepFailure &failure, const std::string &path,
         return ProgramReason(failure, output);
     }
     if (failure.error != 0) {
-        const std::string place =
-            *failure.path == '\0' || failure.path == path ? "" : std::string(failure.path) + ": ";
-        return place + ErrorText(failure.error);
-    }
-    if (failure.step == Step::kWrite || failure.step == Step::kMakeFile) {
-        if (const std::string reason = FolderReason(path); !reason.empty()) {
-            return reason;
-        }
+        return SystemErrorReason(failure, path);
     }
     const std::string reason = StepReason(failure);
     return reason.empty() ? CodeReason(failure) : reason;
