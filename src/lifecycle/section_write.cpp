@@ -1,6 +1,7 @@
 #include "lifecycle/section_write.h"
 
 #include "lifecycle/programs.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/owners.h"
 
@@ -37,11 +38,11 @@ bool ChangesFile(const SetParam &param) {
 
 int CopyForRouter(const Target &target, const Place &place, TemporaryCopy &old,
                   StepFailure &failure) {
-    char szBackup[kPathSize];
-    PrintText(szBackup, "/tmp/%s", target.FileName());
-    if (old.Make(target.Path(), szBackup, place, failure) != 0) {
+    char szCopy[kPathSize];
+    PrintText(szCopy, "%s/%s", kTemporaryFolder, target.FileName());
+    if (old.Make(target.Path(), szCopy, place, failure) != 0) {
         return TAVO_LOG_AT(place, "FAILED to copy from file=%s to backup path=%s", target.Path(),
-                           szBackup);
+                           szCopy);
     }
     return 0;
 }

@@ -8,6 +8,7 @@
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"
@@ -24,11 +25,11 @@ constexpr uint32_t kEverybody = kSendsContent | TAVO_PORT_CHECK_FW_SERVICE;
 // A copy that fails goes unnoticed: a file must not stay because it cannot be read.
 int CopyForPlugins(const tavo::Target &target, tavo::TemporaryCopy &old,
                    tavo::StepFailure &failure) {
-    char szBackup[tavo::kPathSize];
-    tavo::PrintText(szBackup, "/tmp/servicetool.remove.%s.%d", target.FileName(),
-                    static_cast<int>(getpid()));
+    char szCopy[tavo::kPathSize];
+    tavo::PrintText(szCopy, "%s/%s%s.%d", tavo::kTemporaryFolder, tavo::kRemovedHead,
+                    target.FileName(), static_cast<int>(getpid()));
     tavo::StepFailure unnoticed;
-    if (old.Make(target.Path(), szBackup, TAVO_HERE, unnoticed) == -1) {
+    if (old.Make(target.Path(), szCopy, TAVO_HERE, unnoticed) == -1) {
         failure = unnoticed;
         return TAVO_LOG("Failed to do command [cp]");
     }

@@ -6,6 +6,7 @@
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"
@@ -20,10 +21,11 @@ int CopyForPlugins(const char *szBaseName, const char *szInstalled, tavo::Tempor
     if (nFound < 1) {
         return nFound;
     }
-    char szBackup[tavo::kPathSize];
-    tavo::PrintText(szBackup, "/tmp/servicetool.update.%s.old", szBaseName);
-    if (old.Make(szInstalled, szBackup, TAVO_HERE, failure) != 0) {
-        return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", szInstalled, szBackup);
+    char szCopy[tavo::kPathSize];
+    tavo::PrintText(szCopy, "%s/%s%s%s", tavo::kTemporaryFolder, tavo::kUpdatedHead, szBaseName,
+                    tavo::kUpdatedTail);
+    if (old.Make(szInstalled, szCopy, TAVO_HERE, failure) != 0) {
+        return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", szInstalled, szCopy);
     }
     return 0;
 }

@@ -17,6 +17,7 @@
 #include "base/descriptor.h"
 #include "lifecycle/path_change.h"
 #include "lifecycle/pause.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/presence.h"
 #include "support/text.h"
@@ -26,12 +27,11 @@
 namespace tavo {
 namespace {
 
+constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
+
 // How often a step is made that another program may have disturbed.
 constexpr int kAttempts = 5;
 constexpr std::chrono::milliseconds kPauseBetweenCopies{20};
-
-// Where the writers of the core library stage a file. It is nobody's content.
-constexpr char kStagingFolder[] = ".tavo-write";
 
 bool IsThere(const char *path) {
     struct stat entry;
@@ -84,7 +84,7 @@ Content ContentOfFolder(const char *path) {
     while (const dirent *entry = readdir(folder.get())) {
         const char *name = entry->d_name;
         if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
-            std::strcmp(name, kStagingFolder) != 0) {
+            std::strcmp(name, kWriterFolder) != 0) {
             return Content::kSome;
         }
     }
@@ -112,7 +112,8 @@ int SetAside(const Store &store, StepFailure &failure) {
     struct stat entry;
     int number = 1;
     do {
-        PrintText(aside, "%s.unrestored.%d.%d", store.path, static_cast<int>(getpid()), number++);
+        PrintText(aside, "%s%s%d.%d", store.path, kUnrestoredTail, static_cast<int>(getpid()),
+                  number++);
     } while (lstat(aside, &entry) == 0);
     if (errno != ENOENT) {
         return FailToLook(store, aside, failure);
@@ -247,7 +248,7 @@ int CopyWhole(const Store &store, StepFailure &failure) {
 int MoveAside(const Store &store, StepFailure &failure) {
     const char *place = store.place;
     char aside[kPathSize];
-    PrintText(aside, "%s.old.tmp.%d", place, static_cast<int>(getpid()));
+    PrintText(aside, "%s%s%d", place, kReplacedTail, static_cast<int>(getpid()));
     RemovePath(aside);
     if (rename(place, aside) < 0) {
         Record(store, place, failure);
@@ -351,7 +352,7 @@ class Return {
         if (IsThere(source_) || lstat(nested, &entry) < 0) {
             return false;
         }
-        PrintText(source_, "%s.tmp.%d", place_, static_cast<int>(getpid()));
+        PrintText(source_, "%s%s%d", place_, kSideCopyTail, static_cast<int>(getpid()));
         return rename(nested, source_) == 0 && lstat(source_, &copy_) == 0;
     }
 
@@ -378,7 +379,7 @@ int Store::NameCopy(StepFailure &failure) {
     if (!is_link || !found) {
         CopyText(place, path);
     }
-    PrintText(copy, "%s.tmp.%d", path, static_cast<int>(getpid()));
+    PrintText(copy, "%s%s%d", path, kSideCopyTail, static_cast<int>(getpid()));
     return 0;
 }
 
@@ -400,13 +401,27 @@ StoreSet ChosenStores(const SetParam &param) {
     return chosen;
 }
 
+const char *PathOf(StoreId store) {
+    switch (store) {
+        case StoreId::kSystemServices:
+            return kSystemServiceDirectory;
+        case StoreId::kPackageServices:
+            return kPackageServiceDirectory;
+        case StoreId::kFirewallRules:
+            return kFirewallDirectory;
+        case StoreId::kForwardingRules:
+            break;
+    }
+    return TAVOPFRuleConfPathGet();
+}
+
 Stores AllStores(Step step, const Place &operation) {
-    return {{
-        {StoreId::kSystemServices, kSystemServiceDirectory, step, operation},
-        {StoreId::kPackageServices, kPackageServiceDirectory, step, operation},
-        {StoreId::kFirewallRules, kFirewallDirectory, step, operation},
-        {StoreId::kForwardingRules, TAVOPFRuleConfPathGet(), step, operation},
-    }};
+    Stores stores;
+    for (int i = 0; i < kStoreCount; ++i) {
+        const auto id = static_cast<StoreId>(i);
+        stores[static_cast<std::size_t>(i)] = {id, PathOf(id), step, operation};
+    }
+    return stores;
 }
 
 int MakeSideCopy(Store &store, StepFailure &failure) {

@@ -13,8 +13,6 @@
 
 namespace tavo {
 
-constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
-
 struct Store {
     StoreId id;
     const char *path;
@@ -31,7 +29,10 @@ struct Store {
 // chosen.
 StoreSet ChosenStores(const SetParam &param);
 
-// Of every store its number, in their order.
+// Null where the library for port forwarding names no rules.
+const char *PathOf(StoreId store);
+
+// Every store, in their order.
 using Stores = std::array<Store, kStoreCount>;
 Stores AllStores(Step step, const Place &operation);
 

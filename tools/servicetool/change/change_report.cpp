@@ -9,8 +9,8 @@
 
 #include "change/failure_text.h"
 #include "change/installed_file.h"
+#include "change/leftovers.h"
 #include "change/program_output.h"
-#include "change/side_copies.h"
 #include "input/library_log.h"
 #include "output/text.h"
 
@@ -273,7 +273,7 @@ void ChangeReport::TellStagedCopy(const StepFailure &failure) {
 }
 
 void ChangeReport::TellSideCopies() {
-    for (const SideCopy &copy : SideCopiesLeft()) {
+    for (const Leftover &copy : OwnCopiesOfStores()) {
         Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
              "see that " + copy.original + " is whole, and remove the copy");
     }

@@ -13,6 +13,7 @@
 
 #include "input/folder_names.h"
 #include "input/input_file.h"
+#include "lifecycle/temporary_names.h"
 #include "output/text.h"
 
 namespace tavo::tool {
@@ -20,8 +21,8 @@ namespace {
 
 // The library keeps copies by names that hold the file's: this is the longest, with the highest
 // process id of all. Where that is no name of a file, it would go on without the copy.
-constexpr std::string_view kLongestDecoration = "servicetool.remove..4194304";
-constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration.size();
+constexpr std::size_t kLongestDecoration = sizeof(kRemovedHead) - 1 + sizeof(".4194304") - 1;
+constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration;
 
 // Why the text names no file of a service folder; empty when it may.
 std::string NameProblem(const std::string &name) {
