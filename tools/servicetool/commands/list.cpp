@@ -1,7 +1,5 @@
 #include <filesystem>
 
-#include <nlohmann/json.hpp>
-
 #include "commands/commands.h"
 #include "input/service_file.h"
 #include "output/table.h"
@@ -29,7 +27,7 @@ void AddServices(const ServiceFile &file, Table &table, Report &report) {
         table.Row({service->szName, std::filesystem::path(file.path).filename(),
                    std::string(file.location), PortsText(service->pDstPorts),
                    service->blPortForward != 0 ? "yes" : "no", service->strTitle.szText});
-        if (report.Json()) {
+        if (report.PrintsJson()) {
             report.AddResult(ServiceJson(file.path, file.location, *file.conf, *service));
         }
     }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
 #include "input/input_file.h"
@@ -21,8 +20,6 @@ struct ServicesOptions {
     bool no_legend = false;
     std::vector<std::string> names;  // all where empty
 };
-
-using Json = nlohmann::ordered_json;
 
 // "1000-2000" as service files write it.
 std::string InFileNotation(std::string port) {
@@ -82,27 +79,26 @@ OwnedPorts BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocol
 }
 
 Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section) {
-    Json json = {{"name", section.szName},
-                 {"supported", service.supported ? Json(*service.supported) : Json(nullptr)}};
+    Json json = {{"name", section.szName}, {"supported", service.supported}};
     if (service.file != nullptr) {
-        json.update(ServiceJson(service.file->path, NameOf(*service.file->folder),
-                                *service.file->conf, section));
+        json.Merge(ServiceJson(service.file->path, NameOf(*service.file->folder),
+                               *service.file->conf, section));
         return json;
     }
     const char *support_key = service.row->szSupportKey;
-    json.update({{"file", nullptr},
-                 {"real_path", nullptr},
-                 {"location", TextOrNull(OriginText(service))},
-                 {"version", nullptr},
-                 {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
-                 {"run_key", nullptr}});
-    json.update(SectionJson(section));
+    json.Merge({{"file", nullptr},
+                {"real_path", nullptr},
+                {"location", TextOrNull(OriginText(service))},
+                {"version", nullptr},
+                {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
+                {"run_key", nullptr}});
+    json.Merge(SectionJson(section));
     return json;
 }
 
 void AddSection(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section,
                 Table &table, Report &report) {
-    if (report.Json()) {
+    if (report.PrintsJson()) {
         report.AddResult(FirewallServiceJson(service, section));
         return;
     }

@@ -1,7 +1,6 @@
 #include "ports/conflict_output.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "output/table.h"
@@ -10,8 +9,6 @@
 
 namespace tavo::tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // In a line of a table.
 constexpr std::size_t kMostHolders = 5;
@@ -66,15 +63,11 @@ std::string VerdictText(const PortQuery &query, const PortAnswer &answer) {
 }
 
 Json ConflictJson(const PortConflict &conflict) {
-    Json holders = Json::array();
-    for (const PortHolder &holder : conflict.holders) {
-        holders.push_back(HolderJson(holder));
-    }
     return {{"start", conflict.range.first},
             {"end", conflict.range.last},
             {"protocols", ProtocolNames(conflict.protocols)},
             {"source", conflict.source},
-            {"held_by", std::move(holders)},
+            {"held_by", Json::ArrayOf(conflict.holders, HolderJson)},
             {"exact", true}};
 }
 

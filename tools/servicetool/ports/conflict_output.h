@@ -3,7 +3,6 @@
 #define TAVO_SERVICETOOL_PORTS_CONFLICT_OUTPUT_H
 
 #include <cstddef>
-#include <nlohmann/json_fwd.hpp>
 #include <set>
 #include <string>
 #include <string_view>
@@ -20,7 +19,7 @@ std::string_view VerdictName(PortVerdict verdict);
 // ports are cut.
 std::string VerdictText(const PortQuery &query, const PortAnswer &answer);
 
-nlohmann::ordered_json ConflictJson(const PortConflict &conflict);
+Json ConflictJson(const PortConflict &conflict);
 
 // One line per taken port or range and source. What several questions find is shown once.
 class ConflictTable {
