@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "base/descriptor.h"
 #include "output/report.h"
 
 namespace tavo::tool {
@@ -14,11 +15,6 @@ namespace tavo::tool {
 // lock.
 class ChangeLock {
   public:
-    ChangeLock() = default;
-    ~ChangeLock();
-    ChangeLock(const ChangeLock &) = delete;
-    ChangeLock &operator=(const ChangeLock &) = delete;
-
     // Waits for a change that is under way. False when that takes too long, or when there is no
     // lock to be had.
     bool Take();
@@ -27,10 +23,7 @@ class ChangeLock {
     const std::string &Problem() const { return problem_; }
 
   private:
-    bool Open();
-    bool Fail(const std::string &path, const std::string &why);
-
-    int file_ = -1;
+    Descriptor file_;
     std::string problem_;
 };
 

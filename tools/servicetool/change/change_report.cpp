@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "change/failure_text.h"
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/program_output.h"
@@ -38,6 +37,16 @@ std::string FirewallFix(const ChangeOutcome &outcome) {
 }
 
 }  // namespace
+
+Change ChangeAskedFor(std::string_view operation, const std::string &file,
+                      const std::string &section, bool dry_run) {
+    Change change;
+    change.operation = operation;
+    change.path = file;
+    change.section = section;
+    change.dry_run = dry_run;
+    return change;
+}
 
 ChangeReport::ChangeReport(Change change, Report &report)
     : change_(std::move(change)),

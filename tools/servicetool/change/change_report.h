@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "change/listeners.h"
+#include "change/outcome_text.h"
 #include "change/unified_diff.h"
 #include "lifecycle/change.h"
 #include "output/report.h"
@@ -31,6 +31,10 @@ struct Change {
     std::string taken_fix = "ask servicetool suggest for ports that are free";
     std::string unknown_fix = {};  // where it cannot be told whether they are
 };
+
+// A change as far as a command line says it: one that ends before it is planned has no more.
+Change ChangeAskedFor(std::string_view operation, const std::string &file,
+                      const std::string &section, bool dry_run);
 
 class ChangeReport {
   public:

@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "change/change_report.h"
-#include "change/given_up_change.h"
 #include "change/installed_file.h"
 #include "change/linted_file.h"
 #include "change/private_folder.h"

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "change/change_report.h"
-#include "change/given_up_change.h"
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/private_folder.h"

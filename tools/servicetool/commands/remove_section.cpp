@@ -1,5 +1,4 @@
 // servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
-#include "change/given_up_change.h"
 #include "change/section_target.h"
 #include "change/staged_file.h"
 #include "commands/commands.h"

@@ -1,6 +1,5 @@
 // servicetool restart.
 #include "change/change_report.h"
-#include "change/given_up_change.h"
 #include "commands/commands.h"
 #include "tavoserviceconf.h"
 

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <iterator>
 
-#include "change/given_up_change.h"
 #include "change/section_target.h"
 #include "change/staged_file.h"
 #include "commands/commands.h"
