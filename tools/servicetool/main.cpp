@@ -20,12 +20,17 @@ int PrintAndEnd(const std::string &text) {
     return Report(false).Finish();
 }
 
+Change ChangeAskedFor(const CommandLine &line) {
+    Change change = line.command->change(line.arguments);
+    change.operation = line.command->name;
+    return change;
+}
+
 // Reports what was thrown out of a command. Of one that changes something it is a refusal: what is
 // thrown by the change itself does not come out.
 void TellThrown(const CommandLine &line, const std::string &reason, Report &report) {
     if (line.command->change != nullptr) {
-        ChangeReport(line.command->change(line.arguments), report)
-            .Refuse("failed", reason, "", Status::kFailed);
+        ChangeReport(ChangeAskedFor(line), report).Refuse("failed", reason, "", Status::kFailed);
         return;
     }
     report.TellError("", "failed", reason);
@@ -37,7 +42,7 @@ void TellThrown(const CommandLine &line, const std::string &reason, Report &repo
 void AddMissingResult(const CommandLine &line, Report &report) {
     if (line.command->change != nullptr && report.Worst() != Status::kUsage &&
         !report.HasResult()) {
-        ChangeReport(line.command->change(line.arguments), report).AddResult();
+        ChangeReport(ChangeAskedFor(line), report).AddResult();
     }
 }
 

@@ -38,16 +38,6 @@ std::string FirewallFix(const ChangeOutcome &outcome) {
 
 }  // namespace
 
-Change ChangeAskedFor(std::string_view operation, const std::string &file,
-                      const std::string &section, bool dry_run) {
-    Change change;
-    change.operation = operation;
-    change.path = file;
-    change.section = section;
-    change.dry_run = dry_run;
-    return change;
-}
-
 ChangeReport::ChangeReport(Change change, Report &report)
     : change_(std::move(change)),
       report_(report),
@@ -218,6 +208,10 @@ void ChangeReport::TellFile(const Done &done) {
     const std::string reason = known.empty() ? "the reason is unknown" : known;
     if (change_.told_only) {
         TellFailed(reason, "");
+    } else if (done.outcome.undo == Undo::kFailed) {
+        TellFailed(reason + "; what was changed could not be put back: " +
+                       ReasonOf(done.outcome.undo_failure, done),
+                   "");
     } else if (!changed_) {
         TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
                    FirewallFix(done.outcome));
@@ -234,15 +228,14 @@ void ChangeReport::TellFailed(std::string message, std::string fix) {
     report_.Raise(Status::kFailed);
 }
 
-void ChangeReport::Warn(std::string file, std::string rule, std::string message, std::string fix) {
-    report_.Tell({std::move(file),
-                  0,
-                  0,
-                  Severity::kWarning,
-                  std::move(rule),
-                  std::move(message),
-                  std::move(fix),
-                  {}});
+void ChangeReport::Warn(const std::string &file, const std::string &rule, std::string message,
+                        std::string fix) {
+    report_.Tell({.file = file,
+                  .severity = Severity::kWarning,
+                  .rule = rule,
+                  .message = std::move(message),
+                  .fix = std::move(fix),
+                  .source = {}});
     report_.Raise(Status::kFailed);
 }
 

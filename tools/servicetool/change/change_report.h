@@ -32,10 +32,6 @@ struct Change {
     std::string unknown_fix = {};  // where it cannot be told whether they are
 };
 
-// A change as far as a command line says it: one that ends before it is planned has no more.
-Change ChangeAskedFor(std::string_view operation, const std::string &file,
-                      const std::string &section, bool dry_run);
-
 class ChangeReport {
   public:
     ChangeReport(Change change, Report &report);
@@ -86,7 +82,8 @@ class ChangeReport {
     void TellStagedCopy(const StepFailure &failure);
     void TellSideCopies();
     std::string ReasonOf(const StepFailure &failure, const Done &done) const;
-    void Warn(std::string file, std::string rule, std::string message, std::string fix);
+    void Warn(const std::string &file, const std::string &rule, std::string message,
+              std::string fix);
 
     Change change_;
     Report &report_;

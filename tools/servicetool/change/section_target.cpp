@@ -149,16 +149,15 @@ bool FindSection(const SectionOptions &options, Missing missing, SectionTarget &
     return target.present || missing == Missing::kAllow || TellMissing(target, report);
 }
 
-Change ChangeAskedFor(std::string_view operation, const SectionOptions &options) {
-    return ChangeAskedFor(operation, options.file, options.section, options.dry_run);
-}
-
 Change ChangeOf(std::string_view operation, const SectionTarget &target,
                 const SectionOptions &options, FileText after) {
-    Change change = ChangeAskedFor(operation, options);
+    Change change;
+    change.operation = operation;
     change.path = target.file.path;
+    change.section = target.section;
     change.before = target.file.text;
     change.after = std::move(after);
+    change.dry_run = options.dry_run;
     return change;
 }
 

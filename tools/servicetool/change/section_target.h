@@ -35,9 +35,6 @@ struct SectionTarget {
 bool FindSection(const SectionOptions &options, Missing missing, SectionTarget &target,
                  Report &report);
 
-// The change as far as the command line says it.
-Change ChangeAskedFor(std::string_view operation, const SectionOptions &options);
-
 // The change of the section to what `after` says.
 Change ChangeOf(std::string_view operation, const SectionTarget &target,
                 const SectionOptions &options, FileText after);

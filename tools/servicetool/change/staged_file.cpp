@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <new>
+#include <optional>
 #include <stdexcept>
 
 #include "change/private_folder.h"
@@ -15,14 +16,16 @@ namespace {
 
 constexpr char kCannotStage[] = "the change cannot be worked out: ";
 
-// The core library reports what the system refused and what it does not accept by the same -1, and
-// tells them apart by the code.
+// What is neither memory nor refused by the system is not accepted by the core library.
 void Require(int result, const StepFailure &failure) {
     if (result >= 0) {
         return;
     }
     if (failure.error == ENOMEM) {
         throw std::bad_alloc();
+    }
+    if (failure.error != 0) {
+        throw std::runtime_error(kCannotStage + ErrorText(failure.error));
     }
     ThrowIfSystemFailed("the change cannot be worked out");
     throw std::runtime_error(std::string(kCannotStage) +
@@ -55,28 +58,31 @@ class StagedFile {
     std::string path_;
 };
 
-PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports) {
+// None where the list is too long for a service file.
+std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
     PortText text;
     ForgetFailure();
-    if (ports != nullptr && (text.Print(ports) < 0 || text.IsCut())) {
+    if (ports != nullptr && text.Print(ports) < 0) {
         ThrowIfSystemFailed("the ports cannot be written");
+        return {};
+    }
+    return text.IsCut() ? std::nullopt : std::optional(text);
+}
+
+PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports) {
+    const std::optional<PortText> text = TextOfPorts(ports);
+    if (!text) {
         throw std::runtime_error("the ports take more than the " +
                                  std::to_string(kLongestPortsValue) +
                                  " bytes that a service file has for them");
     }
-    return text;
+    return *text;
 }
 
 }  // namespace
 
 bool FitsServiceFile(const TAVO_SERVICE_CONF_PORT &ports) {
-    PortText text;
-    ForgetFailure();
-    if (text.Print(&ports) < 0) {
-        ThrowIfSystemFailed("the ports cannot be written");
-        return false;
-    }
-    return !text.IsCut();
+    return TextOfPorts(&ports).has_value();
 }
 
 FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &section) {

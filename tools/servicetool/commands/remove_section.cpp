@@ -13,7 +13,8 @@ namespace {
 constexpr std::uint32_t kTouched =
     TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
 
-void RemoveSection(const SectionOptions &options, Report &report) {
+void RemoveSection(const Arguments &arguments, Report &report) {
+    const SectionOptions options = SectionOf(arguments);
     SectionTarget target;
     if (!FindSection(options, Missing::kRefuse, target, report)) {
         return;
@@ -51,12 +52,8 @@ constinit const Command kRemoveSectionCommand = {
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,
-    .run = [](const Arguments &arguments,
-              Report &report) { RemoveSection(SectionOf(arguments), report); },
-    .change =
-        [](const Arguments &arguments) {
-            return ChangeAskedFor("remove-section", SectionOf(arguments));
-        },
+    .run = RemoveSection,
+    .change = ChangeAskedFor,
 };
 
 }  // namespace tavo::tool
