@@ -1,6 +1,6 @@
 // servicetool clean. Nobody changes anything meanwhile through servicetool, so what looks unused
 // is.
-#include "change/change_lock.h"
+#include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "commands/commands.h"
 #include "output/text.h"

@@ -1,6 +1,5 @@
 // servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
 #include "change/section_target.h"
-#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "lint/file_remarks.h"
 

@@ -6,7 +6,6 @@
 #include <iterator>
 
 #include "change/section_target.h"
-#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "input/library_failure.h"
 #include "lint/file_remarks.h"

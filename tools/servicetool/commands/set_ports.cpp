@@ -1,6 +1,5 @@
 // servicetool set-ports.
 #include "change/section_target.h"
-#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "lint/file_remarks.h"
 #include "ports/section_queries.h"
