@@ -11,6 +11,18 @@
 
 namespace tavo {
 
+// Restores errno, so that cleaning up does not hide why an earlier step failed.
+class UnchangedErrno {
+  public:
+    UnchangedErrno() = default;
+    ~UnchangedErrno() { errno = error_; }
+    UnchangedErrno(const UnchangedErrno &) = delete;
+    UnchangedErrno &operator=(const UnchangedErrno &) = delete;
+
+  private:
+    const int error_ = errno;
+};
+
 // Repeats a system call as long as it is interrupted by a signal.
 template <typename Call>
 auto Uninterrupted(Call call) {
@@ -53,9 +65,8 @@ class Descriptor {
     int Release() { return std::exchange(fd_, -1); }
 
     void Reset(int fd = -1) {
-        const int error = errno;
+        const UnchangedErrno unchanged;
         Close();
-        errno = error;
         fd_ = fd;
     }
 

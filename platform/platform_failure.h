@@ -1,5 +1,5 @@
-// Reporting of failures in the platform libraries other than the core: record an error code with
-// the source file and line, return -1.
+// Reporting of failures in the platform libraries: record an error code with the source file and
+// line, return the failure value.
 #ifndef TAVO_PLATFORM_PLATFORM_FAILURE_H
 #define TAVO_PLATFORM_PLATFORM_FAILURE_H
 
@@ -7,9 +7,19 @@
 
 namespace tavo {
 
-inline int Fail(unsigned int code, const char *file, int line) {
+// The failure value of any function here: -1, NULL or false.
+struct Failure {
+    operator int() const { return -1; }
+    operator bool() const { return false; }
+    template <typename T>
+    operator T *() const {
+        return nullptr;
+    }
+};
+
+inline Failure Fail(unsigned int code, const char *file, int line) {
     TLIBCErrSetEx(code, file, line);
-    return -1;
+    return {};
 }
 
 }  // namespace tavo

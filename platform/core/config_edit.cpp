@@ -193,9 +193,9 @@ bool ReadsBack(std::string_view composed, ConfigLineKind kind, std::string_view 
 
 bool CheckReadsBack(const TextBuffer &composed, ConfigLineKind kind, std::string_view name) {
     if (composed.Failed()) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
-    return ReadsBack(composed.View(), kind, name) || TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+    return ReadsBack(composed.View(), kind, name) || TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
 }
 
 // Checks the lines that will be written.
@@ -225,12 +225,12 @@ bool SetSectionKeys(std::string_view text, std::string_view section, const TLIBC
                     OtherKeys others, MissingSection missing, KeptLines kept, TextBuffer &out) {
     WantedKeys wanted;
     if (!wanted.Fill(keys)) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     const Layout layout = FindLayout(text, section, wanted, kept);
     const bool there = layout.new_keys_at != kNowhere;
     if (!there && missing == MissingSection::kRefuse) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     if (!CheckNewLines(wanted)) {
         return false;
@@ -240,7 +240,7 @@ bool SetSectionKeys(std::string_view text, std::string_view section, const TLIBC
     } else {
         AppendSection(text, section, wanted, layout, out);
     }
-    return !out.Failed() || TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+    return !out.Failed() || TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
 }
 
 // Of each block, the lines up to the last significant one are removed, and the blank lines directly
@@ -264,7 +264,7 @@ bool TakeOutSection(std::string_view text, std::string_view section, TextBuffer 
         }
     }
     out.Append(text.substr(kept_from));
-    return !out.Failed() || TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+    return !out.Failed() || TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
 }
 
 }  // namespace tavo

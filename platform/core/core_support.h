@@ -15,28 +15,10 @@
 #include <string_view>
 
 #include "base/owners.h"
+#include "platform/platform_failure.h"
 #include "tavocore.h"
 
 namespace tavo {
-
-// The failure value of any function here: -1, NULL or false.
-struct Failure {
-    operator int() const { return -1; }
-    operator bool() const { return false; }
-    template <typename T>
-    operator T *() const {
-        return nullptr;
-    }
-};
-
-inline Failure Fail(unsigned int code, const char *file, int line) {
-    TLIBCErrSetEx(code, file, line);
-    return {};
-}
-
-// Records `code` with the current file and line and yields the failure value, so that a failure is
-// one line: return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
-#define TAVO_CORE_FAIL(code) ::tavo::Fail((code), __FILE_NAME__, __LINE__)
 
 // The error code for a system call on a file that failed with errno `error`.
 unsigned int FileError(int error);

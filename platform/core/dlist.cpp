@@ -22,7 +22,7 @@ struct TLIBCDList {
 TLIBCDList *TLIBCDListAlloc(TLIBCDListCopyFn pfnCopy, TLIBCDListFreeFn pfnFree) {
     auto *list = static_cast<TLIBCDList *>(std::malloc(sizeof(TLIBCDList)));
     if (list == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     *list = {.copy = pfnCopy, .free = pfnFree, .first = nullptr, .end = &list->first, .count = 0};
     return list;
@@ -30,14 +30,14 @@ TLIBCDList *TLIBCDListAlloc(TLIBCDListCopyFn pfnCopy, TLIBCDListFreeFn pfnFree) 
 
 int TLIBCDListAppend(TLIBCDList *pList, const void *pElement) {
     if (pList == nullptr || pElement == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     // The node is allocated first: a copied element could not be freed in a list without a free
     // function.
     tavo::MallocPtr<TLIBCDListNode> node(
         static_cast<TLIBCDListNode *>(std::malloc(sizeof(TLIBCDListNode))));
     if (!node || pList->count == INT_MAX) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     void *element = pList->copy != nullptr ? pList->copy(pElement) : const_cast<void *>(pElement);
     if (element == nullptr) {

@@ -33,24 +33,24 @@ int Run(const char *const *arguments) {
     Child child;
     if (const int error = child.Start(arguments, Child::kNoInput, Child::Group::kCallers);
         error != 0) {
-        return TAVO_CORE_FAIL(StartError(error, arguments[0]));
+        return TAVO_PLATFORM_FAIL(StartError(error, arguments[0]));
     }
     const int status = child.Wait();
-    return status < 0 ? TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE) : status;
+    return status < 0 ? TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE) : status;
 }
 
 // The same with an input and a time limit.
 int RunWithin(seconds limit, const char *const *arguments, int input) {
     Child child;
     if (const int error = child.Start(arguments, input, Child::Group::kOwn); error != 0) {
-        return TAVO_CORE_FAIL(StartError(error, arguments[0]));
+        return TAVO_PLATFORM_FAIL(StartError(error, arguments[0]));
     }
     const bool in_time = child.EndsWithin(limit);
     if (!in_time) {
         child.EndGroup(kGrace);
     }
     const int status = child.Wait();
-    return in_time && status >= 0 ? status : TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+    return in_time && status >= 0 ? status : TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
 }
 
 // Creates a memory file with the contents `input`, positioned at its start. Returns false with
@@ -97,7 +97,7 @@ tavo::MallocPtr<const char *> ArgumentVector(const char *program, const char *fi
 int TLIBCExec(const char *szProgram, const char *szArg1, const char *szArg2, const char *szArg3,
               const char *szArg4) {
     if (szProgram == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const char *arguments[] = {szProgram, szArg1, szArg2, szArg3, szArg4, nullptr};
     return Run(arguments);
@@ -105,14 +105,14 @@ int TLIBCExec(const char *szProgram, const char *szArg1, const char *szArg2, con
 
 int TLIBCExecl(const char *szProgram, int /*nOptions*/, const char *szArg, ...) {
     if (szProgram == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     va_list rest;
     va_start(rest, szArg);
     const tavo::MallocPtr<const char *> arguments = ArgumentVector(szProgram, szArg, rest);
     va_end(rest);
     if (!arguments) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     return Run(arguments.get());
 }
@@ -120,11 +120,11 @@ int TLIBCExecl(const char *szProgram, int /*nOptions*/, const char *szArg, ...) 
 int TLIBCExecInput(const char *szProgram, const char *szArg, const void *pInput, size_t cbInput,
                    int nSeconds) {
     if (szProgram == nullptr || (pInput == nullptr && cbInput > 0) || nSeconds < 1) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     tavo::Descriptor input;
     if (!MakeInput({static_cast<const char *>(pInput), cbInput}, input)) {
-        return TAVO_CORE_FAIL(tavo::FileError(errno));
+        return TAVO_PLATFORM_FAIL(tavo::FileError(errno));
     }
     const char *arguments[] = {szProgram, szArg, nullptr};
     return RunWithin(seconds(nSeconds), arguments, input.Get());

@@ -29,7 +29,7 @@ int TLIBCFileExist(const char *szPath) {
 
 int TLIBCFileTouch(const char *szPath) {
     if (szPath == nullptr || *szPath == '\0') {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     int result = SetTimesToNow(szPath);
     if (result != 0 && errno == ENOENT) {
@@ -40,7 +40,7 @@ int TLIBCFileTouch(const char *szPath) {
         }
     }
     if (result != 0) {
-        return TAVO_CORE_FAIL(tavo::FileError(errno));
+        return TAVO_PLATFORM_FAIL(tavo::FileError(errno));
     }
     return 0;
 }

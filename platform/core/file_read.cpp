@@ -36,7 +36,7 @@ bool PushNames(const FileText &file, TLIBCSzList *list) {
         const std::size_t before = seen.Count();
         const std::size_t number = seen.Add(line.name);
         if (number == TextIndex::kNone) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
         }
         if (number == before && ListPush(list, line.name) < 0) {
             return false;
@@ -142,7 +142,7 @@ using namespace tavo;
 
 int TLIBCFileEnumSection(const char *szPath, TLIBCSzList **ppNames) {
     if (ppNames == nullptr || *ppNames == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     if (const MappedFile *held = FindHeldFile(szPath)) {
         return AppendAll(*ppNames, [&] { return PushMappedNames(held->sections, *ppNames); });
@@ -156,7 +156,7 @@ int TLIBCFileEnumSection(const char *szPath, TLIBCSzList **ppNames) {
 
 int TLIBCFileReadLines(const char *szPath, TLIBCSzList **ppLines) {
     if (ppLines == nullptr || *ppLines == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     FileText room;
     const FileText *file = TextOf(szPath, room);
@@ -168,11 +168,11 @@ int TLIBCFileReadLines(const char *szPath, TLIBCSzList **ppLines) {
 
 int TLIBCFileGetSection(const char *szPath, const char *szSection, TLIBCSzHash **ppHash) {
     if (ppHash == nullptr || *ppHash == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     TLIBCSzHashClear(*ppHash);
     if (szSection == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     bool filled = false;
     if (const MappedFile *held = FindHeldFile(szPath)) {
@@ -190,11 +190,11 @@ int TLIBCFileGetSection(const char *szPath, const char *szSection, TLIBCSzHash *
 
 int TLIBCFileGetKeyValue(const char *szPath, const char *szKey, char *szBuf, int cbBuf) {
     if (szBuf == nullptr || cbBuf < 1) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     szBuf[0] = '\0';
     if (szKey == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     FileText room;
     std::string_view value;
@@ -208,7 +208,7 @@ int TLIBCFileGetKeyValue(const char *szPath, const char *szKey, char *szBuf, int
 int TLIBCFileCheckKeyValue(const char *szPath, const char *szKey, const char *szValue,
                            int blIgnoreCase) {
     if (szKey == nullptr || szValue == nullptr) {
-        TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
         return 0;
     }
     FileText room;

@@ -35,6 +35,7 @@ class StagedText {
         : folder_(lock.Folder()), staging_(lock.Staging()), name_(name) {}
 
     ~StagedText() {
+        const UnchangedErrno unchanged;
         unlinkat(staging_, kStagedNew, 0);
         unlinkat(staging_, kStagedOld, 0);
     }
@@ -42,7 +43,7 @@ class StagedText {
     StagedText &operator=(const StagedText &) = delete;
 
     bool Stage(std::string_view text, const struct stat &model) {
-        return WriteNew(text, model) || TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+        return WriteNew(text, model) || TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
 
     // Renames the staged text over the file. If the folder cannot be flushed, the old file is
@@ -52,24 +53,29 @@ class StagedText {
     bool Publish() {
         const bool can_undo = linkat(folder_, name_, staging_, kStagedOld, 0) == 0;
         if (!can_undo && !HardLinksAreRefused(errno)) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
         }
         if (renameat(staging_, kStagedNew, folder_, name_) != 0) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_RENAME);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_RENAME);
         }
         if (Flush(folder_)) {
             return true;
         }
-        if (can_undo && renameat(staging_, kStagedOld, folder_, name_) == 0) {
-            Flush(folder_);
-        }
-        return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+        Undo(can_undo);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
 
   private:
     // Some file systems do not support hard links; the rename then cannot be undone.
     static bool HardLinksAreRefused(int error) {
         return error == EPERM || error == EOPNOTSUPP || error == EMLINK || error == ENOSYS;
+    }
+
+    void Undo(bool can_undo) const {
+        const UnchangedErrno unchanged;
+        if (can_undo && renameat(staging_, kStagedOld, folder_, name_) == 0) {
+            Flush(folder_);
+        }
     }
 
     static bool Flush(int fd) {
@@ -92,11 +98,11 @@ class StagedText {
 
 bool LockedFile::Lock(const char *path, std::chrono::milliseconds wait) {
     if (path == nullptr || *path == '\0') {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     path_.reset(realpath(path, nullptr));
     if (path_ == nullptr) {
-        return TAVO_CORE_FAIL(FileError(errno));
+        return TAVO_PLATFORM_FAIL(FileError(errno));
     }
     char *slash = std::strrchr(path_.get(), '/');
     name_ = slash[1] == '\0' ? "." : slash + 1;  // the root folder has no name
@@ -109,14 +115,15 @@ bool LockedFile::Lock(const char *path, std::chrono::milliseconds wait) {
 bool LockedFile::Read(FileText &text) {
     const Descriptor file(OpenForReading(lock_.Folder(), name_, O_NOFOLLOW));
     if (!file.IsOpen()) {
-        return TAVO_CORE_FAIL(FileError(errno));
+        return TAVO_PLATFORM_FAIL(FileError(errno));
     }
     return text.LoadFrom(file.Get(), status_);
 }
 
 bool LockedFile::Replace(std::string_view text) {
     if (!locked_) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+        errno = lock_.Refusal();
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
     StagedText staged(lock_, name_);
     return staged.Stage(text, status_) && staged.Publish();

@@ -31,20 +31,23 @@ int OpenForReading(int folder, const char *path, int more_flags) {
 
 bool FileText::Load(const char *path) {
     if (path == nullptr || *path == '\0') {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const Descriptor file(OpenForReading(AT_FDCWD, path, 0));
     if (!file.IsOpen()) {
-        return TAVO_CORE_FAIL(FileError(errno));
+        return TAVO_PLATFORM_FAIL(FileError(errno));
     }
     struct stat status;
     return LoadFrom(file.Get(), status);
 }
 
 bool FileText::LoadFrom(int fd, struct stat &status) {
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
-        static_cast<std::uintmax_t>(status.st_size) > kLargest) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+    if (fstat(fd, &status) != 0) {
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+    }
+    if (!S_ISREG(status.st_mode) || static_cast<std::uintmax_t>(status.st_size) > kLargest) {
+        errno = S_ISREG(status.st_mode) ? EFBIG : EINVAL;
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
     }
     return ReadAll(fd, static_cast<std::size_t>(status.st_size));
 }
@@ -52,15 +55,15 @@ bool FileText::LoadFrom(int fd, struct stat &status) {
 bool FileText::ReadAll(int fd, std::size_t reported_size) {
     for (;;) {
         if (size_ == capacity_ && !Grow(reported_size)) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
         }
         if (size_ > kLargest) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
         }
         const std::size_t room = std::min(capacity_ - size_, kMostAtOnce);
         const ssize_t got = Uninterrupted([&] { return read(fd, data_ + size_, room); });
         if (got < 0) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);
         }
         size_ += static_cast<std::size_t>(got);
         const bool cut_short = static_cast<std::size_t>(got) < room;

@@ -25,6 +25,7 @@ int ChangeFile(const char *path, Edit edit) {
     }
     // A replacement that fails late may still have changed the file.
     const bool replaced = file.Replace(new_text.View());
+    const UnchangedErrno unchanged;
     ReleaseChangedFile(path);
     return replaced ? 0 : -1;
 }
@@ -32,7 +33,7 @@ int ChangeFile(const char *path, Edit edit) {
 int SetKeys(const char *path, const char *section, const TLIBCSzHash *keys, OtherKeys others,
             MissingSection missing, KeptLines kept) {
     if (section == nullptr || keys == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     if (!CheckSectionName(section)) {
         return -1;
@@ -62,7 +63,7 @@ int TLIBCFileAddSection(const char *szPath, const char *szSection, const TLIBCSz
 int TLIBCFileSetSectionValue(const char *szPath, const char *szSection, const char *szKey,
                              const char *szValue) {
     if (szKey == nullptr || szValue == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     TLIBCSzHash *key = TLIBCSzHashAlloc(1);
     if (key == nullptr) {
@@ -79,7 +80,7 @@ int TLIBCFileSetSectionValue(const char *szPath, const char *szSection, const ch
 
 int TLIBCFileRemoveSection(const char *szPath, const char *szSection) {
     if (szSection == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     if (!CheckSectionName(szSection)) {
         return -1;

@@ -98,7 +98,8 @@ LockResult FolderLock::Take(const char *path, std::chrono::milliseconds wait) {
         // A folder that disappears meanwhile is being replaced.
         const bool absent = result == LockResult::kAbsent;
         if ((absent && !seen) || steady_clock::now() >= deadline) {
-            return Failed(TAVO_CORE_FAIL(absent ? TLIBC_ERR_NO_FILE : TLIBC_ERR_FILE_UNUSABLE));
+            errno = absent ? ENOENT : EWOULDBLOCK;
+            return Failed(TAVO_PLATFORM_FAIL(absent ? TLIBC_ERR_NO_FILE : TLIBC_ERR_FILE_UNUSABLE));
         }
         seen = true;
         std::this_thread::sleep_for(pause);
@@ -111,7 +112,7 @@ LockResult FolderLock::TryToTake(const char *path) {
         if (FileError(errno) == TLIBC_ERR_NO_FILE) {
             return LockResult::kAbsent;
         }
-        return Failed(TAVO_CORE_FAIL(FileError(errno)));
+        return Failed(TAVO_PLATFORM_FAIL(FileError(errno)));
     }
     const bool made = mkdirat(folder_.Get(), kStagingFolder, 0700) == 0;
     if (!made && errno != EEXIST) {
@@ -144,13 +145,14 @@ LockResult FolderLock::OpenLockFile() {
 }
 
 // The reason why there is no open lock file. Removes an empty staging folder.
-LockResult FolderLock::ExplainFailedOpen(int error) const {
+LockResult FolderLock::ExplainFailedOpen(int error) {
     if (error == ENOENT) {
         return LockResult::kLost;  // its holder removed it between two calls
     }
     struct stat staging;
     const bool present = fstatat(folder_.Get(), kStagingFolder, &staging, AT_SYMLINK_NOFOLLOW) == 0;
     const bool refused = error == EACCES || error == EPERM || error == EROFS;
+    refusal_ = error;
     if (refused && !present) {
         return LockResult::kNotAllowed;
     }
@@ -162,7 +164,8 @@ LockResult FolderLock::ExplainFailedOpen(int error) const {
     if (error == EROFS) {
         return LockResult::kNotAllowed;  // there is a leftover, but no process can write
     }
-    return Failed(TAVO_CORE_FAIL(LockError(error)));
+    errno = error;
+    return Failed(TAVO_PLATFORM_FAIL(LockError(error)));
 }
 
 // Only a lock held elsewhere and a lack of kernel locks (ENOLCK) are temporary. After any other
@@ -175,7 +178,8 @@ LockResult FolderLock::ExplainFailedLock(int error) const {
     if (error == ENOSYS || error == EOPNOTSUPP || error == EINVAL) {
         RemoveLockFile();
     }
-    return Failed(TAVO_CORE_FAIL(LockError(error)));
+    errno = error;
+    return Failed(TAVO_PLATFORM_FAIL(LockError(error)));
 }
 
 void FolderLock::RemoveLockFile() const {
@@ -202,7 +206,7 @@ LockResult FolderLock::CheckLockFile(const char *path) const {
 LockResult FolderLock::PrepareStaging(bool made) {
     struct stat status;
     if (!ClearStaging(staging_.Get())) {
-        return Failed(TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE));
+        return Failed(TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE));
     }
     const bool trusted = made || (fstat(staging_.Get(), &status) == 0 &&
                                   status.st_uid == geteuid() && (status.st_mode & 077) == 0);
@@ -211,6 +215,7 @@ LockResult FolderLock::PrepareStaging(bool made) {
 
 // Unlocks explicitly: closing would not unlock if the caller has forked a child meanwhile.
 void FolderLock::Release() {
+    const UnchangedErrno unchanged;
     if (held_) {
         RemoveLockFile();
         flock(lock_.Get(), LOCK_UN);
@@ -263,15 +268,15 @@ void Destroy(TLIBCFolderLock *lock) {
 TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder) {
     using namespace tavo;
     if (szFolder == nullptr || *szFolder == '\0') {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     MallocPtr<char> path(realpath(szFolder, nullptr));
     if (path == nullptr) {
-        return TAVO_CORE_FAIL(FileError(errno));
+        return TAVO_PLATFORM_FAIL(FileError(errno));
     }
     void *room = std::malloc(sizeof(TLIBCFolderLock));
     if (room == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     auto *lock = new (room) TLIBCFolderLock{std::move(path), getpid(), {}};
     const LockResult result = lock->lock.Take(lock->path.get(), kLockWait);
@@ -279,7 +284,7 @@ TLIBCFolderLock *TLIBCFolderLockTake(const char *szFolder) {
         return lock;
     }
     if (result == LockResult::kNotAllowed) {
-        static_cast<void>(TAVO_CORE_FAIL(TLIBC_ERR_FILE_UNUSABLE));
+        static_cast<void>(TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE));
     }
     Destroy(lock);
     return nullptr;

@@ -39,8 +39,12 @@ class FolderLock {
     // entry that no writer creates is in its place, or if the file system does not support flock.
     LockResult Take(const char *path, std::chrono::milliseconds wait);
 
-    // Removes the staging folder, unlocks, and closes the folder. Does nothing if not held.
+    // Removes the staging folder, unlocks, and closes the folder. Does nothing if not held. errno is
+    // unchanged.
     void Release();
+
+    // The errno of a Take that answered kNotAllowed.
+    int Refusal() const { return refusal_; }
 
     // Closes the descriptors without unlocking: for a child process, which shares the lock.
     void Forget();
@@ -53,7 +57,7 @@ class FolderLock {
   private:
     LockResult TryToTake(const char *path);
     LockResult OpenLockFile();
-    LockResult ExplainFailedOpen(int error) const;
+    LockResult ExplainFailedOpen(int error);
     LockResult ExplainFailedLock(int error) const;
     LockResult CheckLockFile(const char *path) const;
     LockResult PrepareStaging(bool made);
@@ -63,6 +67,7 @@ class FolderLock {
     Descriptor staging_;
     Descriptor lock_;
     bool held_ = false;
+    int refusal_ = 0;
 };
 
 }  // namespace tavo

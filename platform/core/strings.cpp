@@ -33,7 +33,7 @@ class PieceWalker {
 
 int PushPieces(const char *text, const char *separators, TLIBCSzList **list, bool keep_empty) {
     if (text == nullptr || separators == nullptr || list == nullptr || *list == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const int before = TLIBCSzListCount(*list);
     PieceWalker pieces(text, separators);
@@ -96,7 +96,7 @@ int TLIBCStrTokIndex(const char *szText, const char *szSeparators, int nIndex, c
                      int cbBuf) {
     if (szText == nullptr || szSeparators == nullptr || nIndex < 0 || szBuf == nullptr ||
         cbBuf < 1) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     PieceWalker pieces(szText, szSeparators);
     for (std::string_view piece; pieces.Next(piece);) {
@@ -104,7 +104,7 @@ int TLIBCStrTokIndex(const char *szText, const char *szSeparators, int nIndex, c
             continue;
         }
         if (!Fits(piece, cbBuf)) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_BUFFER_TOO_SMALL);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_BUFFER_TOO_SMALL);
         }
         Store(piece, szBuf);
         return 1;
@@ -115,7 +115,7 @@ int TLIBCStrTokIndex(const char *szText, const char *szSeparators, int nIndex, c
 
 int TLIBCStrTrimSpace(char *szText) {
     if (szText == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const std::string_view text(szText);
     const std::string_view trimmed = tavo::TrimBlanks(text);
@@ -127,11 +127,11 @@ int TLIBCStrTrimSpace(char *szText) {
 
 int TLIBCStrCaseLower(const char *szText, char *szBuf, int cbBuf) {
     if (szText == nullptr || szBuf == nullptr || cbBuf < 1) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const std::string_view text(szText);
     if (!Fits(text, cbBuf)) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BUFFER_TOO_SMALL);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BUFFER_TOO_SMALL);
     }
     Store(text, szBuf);
     std::transform(szBuf, szBuf + text.size(), szBuf, tavo::Lowered);
@@ -140,16 +140,16 @@ int TLIBCStrCaseLower(const char *szText, char *szBuf, int cbBuf) {
 
 int TLIBCStrCat(char **pszBuffer, int *pcbBuffer, const char *szText) {
     if (pszBuffer == nullptr || pcbBuffer == nullptr || szText == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const int size = *pszBuffer == nullptr ? 0 : *pcbBuffer;
     const int length = TextLength(*pszBuffer, size);
     if (length < 0) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const std::string_view added(szText);
     if (added.size() >= static_cast<std::size_t>(INT_MAX - length)) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     const int needed = length + static_cast<int>(added.size()) + 1;
     tavo::MallocPtr<char> outgrown;  // freed last: szText may be in it
@@ -157,7 +157,7 @@ int TLIBCStrCat(char **pszBuffer, int *pcbBuffer, const char *szText) {
         char *block = nullptr;
         const int room = std::max(needed, tavo::Doubled(size));
         if (!tavo::Resize(block, room)) {
-            return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
         }
         Store({*pszBuffer, static_cast<std::size_t>(length)}, block);
         outgrown.reset(std::exchange(*pszBuffer, block));
@@ -169,7 +169,7 @@ int TLIBCStrCat(char **pszBuffer, int *pcbBuffer, const char *szText) {
 
 char *TLIBCStrGet(const char *szFormat, ...) {
     if (szFormat == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     char *text = nullptr;
     va_list arguments;
@@ -177,7 +177,7 @@ char *TLIBCStrGet(const char *szFormat, ...) {
     const int length = vasprintf(&text, szFormat, arguments);
     va_end(arguments);
     if (length < 0) {
-        return TAVO_CORE_FAIL(errno == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(errno == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_BAD_PARAMETER);
     }
     return text;
 }

@@ -176,7 +176,7 @@ bool Append(TLIBCSzHash &table, Entry entry) {
 int Set(TLIBCSzHash *hash, std::string_view key, std::string_view value, bool shared) {
     const Entry entry = NewEntry(*hash, key, value, LookupHash(*hash, key), shared);
     if (entry.key == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     if (Entry *old = Find(*hash, key, entry.hash)) {
         FreeTexts(*hash, old->key);
@@ -185,7 +185,7 @@ int Set(TLIBCSzHash *hash, std::string_view key, std::string_view value, bool sh
     }
     if (!Append(*hash, entry)) {
         FreeTexts(*hash, entry.key);
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     return 0;
 }
@@ -204,19 +204,19 @@ TLIBCSzHash *TLIBCSzHashAlloc(int nCapacity) {
     tavo::MallocPtr<TLIBCSzHash> table(
         static_cast<TLIBCSzHash *>(std::malloc(sizeof(TLIBCSzHash))));
     if (!table) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     *table = {};
     table->room = std::clamp(nCapacity, 1, kMostRoomAtFirst);
     if (!tavo::Resize(table->entries, table->room)) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     return table.release();
 }
 
 int TLIBCSzHashSetValue(TLIBCSzHash *pHash, const char *szKey, const char *szValue) {
     if (pHash == nullptr || szKey == nullptr || szValue == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     return Set(pHash, szKey, szValue, false);
 }

@@ -42,7 +42,7 @@ namespace tavo {
 int ListPush(TLIBCSzList *list, std::string_view item) {
     MallocPtr<char> copy = CopyText(item);
     if (!copy || !MakeRoom(*list)) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     list->items[list->count++] = copy.release();
     return list->count;
@@ -59,18 +59,18 @@ void ListShorten(TLIBCSzList *list, int count) {
 TLIBCSzList *TLIBCSzListAlloc(int nCapacity) {
     tavo::MallocPtr<TLIBCSzList> list(static_cast<TLIBCSzList *>(std::malloc(sizeof(TLIBCSzList))));
     if (!list) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     *list = {.items = nullptr, .count = 0, .room = std::clamp(nCapacity, 1, kMostRoomAtFirst)};
     if (!tavo::Resize(list->items, list->room)) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_NO_MEMORY);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
     }
     return list.release();
 }
 
 int TLIBCSzListPush(TLIBCSzList **ppList, const char *szItem) {
     if (ppList == nullptr || *ppList == nullptr || szItem == nullptr) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     return tavo::ListPush(*ppList, szItem);
 }
@@ -97,7 +97,7 @@ int TLIBCSzListCount(const TLIBCSzList *pList) {
 
 int TLIBCSzListRemove(TLIBCSzList *pList, int nIndex) {
     if (!HasIndex(pList, nIndex)) {
-        return TAVO_CORE_FAIL(TLIBC_ERR_BAD_PARAMETER);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     char **gap = pList->items + nIndex;
     std::free(*gap);

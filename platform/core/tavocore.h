@@ -247,6 +247,8 @@ TAVOCORE_API void TLIBCStrPut(char *szText);
  * nor get its old file back, it has the complete new one. Writers in one folder exclude each other:
  * each takes the lock of the folder (TLIBCFolderLockTake), waits for it at most 30 seconds, and
  * then fails with 0x900. On a file system without flock every writer fails at once with that code.
+ * If a writer or TLIBCFileTouch fails with 0x700, 0x900 or 0x2800, errno is that of the failed
+ * system call.
  */
 
 typedef struct TLIBCFolderLock TLIBCFolderLock;

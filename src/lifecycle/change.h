@@ -18,6 +18,7 @@ struct ChangeOutcome {
     StepFailure failure;  // may be set where the result says success: some failures are only logged
     Notifications notified;
     Undo undo = Undo::kNotNeeded;
+    StepFailure undo_failure;  // why, with Undo::kFailed
 };
 
 // ---- Whole files ----
@@ -47,6 +48,10 @@ int WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *section
                  ChangeOutcome &outcome);
 int WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports, ChangeOutcome &outcome);
 int RemoveSection(const SetParam *param, ChangeOutcome &outcome);
+
+// As TAVOServiceConfSectionPortSet.
+int SetSectionPorts(int location, const char *file, const char *section,
+                    const TAVO_SERVICE_CONF_PORT *ports, ChangeOutcome &outcome);
 
 // Removes a section from one file, and the file with its last service. What is not there counts as
 // removed. -1 for a failure, which is logged.

@@ -1,6 +1,7 @@
 #include "lifecycle/section_write.h"
 
 #include "lifecycle/programs.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/owners.h"
 
@@ -16,7 +17,8 @@ int PortText::Print(const TAVO_SERVICE_CONF_PORT *pPorts) {
 }
 
 // A service is not in conflict with what it has declared so far, so it leaves itself out.
-int RefuseConflict(const SetParam &param, const PortText &ports, StepFailure &failure) {
+int RefuseConflict(const SetParam &param, const PortText &ports, const Place &place,
+                   StepFailure &failure) {
     TAVO_SERVICE_CONF_PORT *pConflicts = nullptr;
     const int nConflict =
         TLIBIsPortConflict(FieldString(param.szSectionName).Get(), ports.szPorts, ports.szProtocols,
@@ -24,7 +26,8 @@ int RefuseConflict(const SetParam &param, const PortText &ports, StepFailure &fa
     const OwnedPorts conflicts(pConflicts);
     if (nConflict > 0) {
         failure.Set(Step::kTakenPorts);
-        return TAVO_LOG_STATE("Port conflict with existing ports! (port: %s)", ports.szValue);
+        return TAVO_LOG_STATE_AT(place, "Port conflict with existing ports! (port: %s)",
+                                 ports.szValue);
     }
     return nConflict < 0 ? failure.Set(Step::kCheckPorts) : 0;
 }
@@ -33,17 +36,19 @@ bool ChangesFile(const SetParam &param) {
     return (param.nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0;
 }
 
-int KeepOldContent(const Target &target, TemporaryCopy &old, StepFailure &failure) {
-    char szBackup[kPathSize];
-    PrintText(szBackup, "/tmp/%s", target.FileName());
-    if (old.Make(target.Path(), szBackup, TAVO_HERE, failure) != 0) {
-        return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", target.Path(), szBackup);
+int CopyForRouter(const Target &target, const Place &place, TemporaryCopy &old,
+                  StepFailure &failure) {
+    char szCopy[kPathSize];
+    PrintText(szCopy, "%s/%s", kTemporaryFolder, target.FileName());
+    if (old.Make(target.Path(), szCopy, place, failure) != 0) {
+        return TAVO_LOG_AT(place, "FAILED to copy from file=%s to backup path=%s", target.Path(),
+                           szCopy);
     }
     return 0;
 }
 
 void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *szPath,
-                  Notifications &notified) {
+                  const Place &place, Notifications &notified) {
     if ((param.nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) == 0) {
         return;
     }
@@ -54,13 +59,13 @@ void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *s
         return;
     }
     router.Fail().SetProgram(Step::kUpdateRouter, kRouterTool, nStatus);
-    TAVO_LOG_STATE("%s --udpate %s %s failed!", kRouterTool, old.Path(), szPath);
+    TAVO_LOG_STATE_AT(place, "%s --udpate %s %s failed!", kRouterTool, old.Path(), szPath);
 }
 
-void RestartAfterWrite(const SetParam &param, Notifications &notified) {
+void RestartAfterWrite(const SetParam &param, const Place &place, Notifications &notified) {
     if (param.nRestartMode == TAVO_RESTART_MODE_RESTART &&
         RestartServices(static_cast<int>(param.nRestartFlags), notified) < 0) {
-        TAVO_LOG_STATE("Restart service fail");
+        TAVO_LOG_STATE_AT(place, "Restart service fail");
     }
 }
 

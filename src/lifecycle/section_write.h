@@ -55,25 +55,29 @@ class SectionKeys {
     bool present_ = false;
 };
 
+// Whether the service file is to be changed at all, or the ports only checked.
+bool ChangesFile(const SetParam &param);
+
 // Writes the ports of a section under `key`, without quotes.
 int StorePorts(const char *path, const char *section, const char *key, const PortText &ports,
                StepFailure &failure);
 
-// -1 when the ports are taken or it is unknown whether they are.
-int RefuseConflict(const SetParam &param, const PortText &ports, StepFailure &failure);
+// The following log for the operation at `place`.
 
-// Whether the service file is to be changed at all, or the ports only checked.
-bool ChangesFile(const SetParam &param);
+// -1 when the ports are taken or it is unknown whether they are.
+int RefuseConflict(const SetParam &param, const PortText &ports, const Place &place,
+                   StepFailure &failure);
 
 // Copies the file, as it is before the change, for the router tool.
-int KeepOldContent(const Target &target, TemporaryCopy &old, StepFailure &failure);
+int CopyForRouter(const Target &target, const Place &place, TemporaryCopy &old,
+                  StepFailure &failure);
 
 // Has the router tool, where that is wanted, compare the file with its old content.
 void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *szPath,
-                  Notifications &notified);
+                  const Place &place, Notifications &notified);
 
 // Restarts the services that must take the change up, where that is wanted.
-void RestartAfterWrite(const SetParam &param, Notifications &notified);
+void RestartAfterWrite(const SetParam &param, const Place &place, Notifications &notified);
 
 }  // namespace tavo
 

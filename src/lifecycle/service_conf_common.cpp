@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string_view>
 
@@ -46,8 +47,11 @@ bool IsEmpty(const char *szText) {
 
 // What the program said, or -1 for a failure. Both paths are trimmed.
 int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &failure) {
+    const tavo::Step step = move ? tavo::Step::kRestore : tavo::Step::kBackUp;
     struct stat source;
-    if (stat(szSrc, &source) < 0 || !IsFolderOrFile(source)) {
+    const bool found = stat(szSrc, &source) == 0;
+    if (!found || !IsFolderOrFile(source)) {
+        failure.Set(step, szSrc, found ? EINVAL : errno);
         return TAVO_FAIL_STATE(TAVO_ERR_BAD_SOURCE, "Source path is not valid (src path: %s)",
                                szSrc);
     }
@@ -58,8 +62,9 @@ int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &
     }
     // A folder that cannot be removed must not swallow the source, nor, when something is mounted
     // on it, be emptied in the attempt.
-    if (tavo::IsMountPoint(szDst) || tavo::RemoveTree(szDst, failure) < 0 ||
-        tavo::IsFolder(szDst)) {
+    const bool mounted = tavo::IsMountPoint(szDst);
+    if (mounted || tavo::RemoveTree(szDst, failure) < 0 || tavo::IsFolder(szDst)) {
+        failure.Set(step, szDst, mounted ? EBUSY : ENOTEMPTY);
         return TAVO_LOG_STATE("Failed to rm -rf %s", szDst);
     }
     const tavo::PathArgument from(szSrc);
@@ -67,8 +72,7 @@ int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &
     const char *program = move ? tavo::kMoveProgram : tavo::kCopyProgram;
     const int nStatus = TLIBCExec(program, move ? "-f" : "-rf", from.Get(), to.Get(), nullptr);
     if (nStatus != 0) {
-        failure.SetProgram(move ? tavo::Step::kRestore : tavo::Step::kBackUp, program, nStatus,
-                           szSrc);
+        failure.SetProgram(step, program, nStatus, szSrc);
     }
     if (nStatus >= 0) {
         return nStatus;
@@ -140,67 +144,81 @@ int CopyOrMovePath(const char *szSrc, const char *szDst, int blMove) {
 
 namespace tavo {
 
-int BackUpStores(const SetParam *param, StepFailure &failure) {
-    if (CheckParam(param) < 0) {
-        return failure.Set(Step::kCheckArguments);
+namespace {
+
+int CheckAndReport(const SetParam *param, StepFailure &failure) {
+    return CheckParam(param) < 0 ? failure.Set(Step::kCheckArguments) : 0;
+}
+
+// Calls change(store, cause) for each chosen store, in their order, until it fails for one. What a
+// step that worked in the end has recorded in `cause` is forgotten.
+template <typename Change>
+int ForEachChosen(const SetParam &param, Stores &stores, StepFailure &failure, Change change) {
+    const StoreSet chosen = ChosenStores(param);
+    for (Store &store : stores) {
+        StepFailure cause;
+        if ((chosen & SetOf(store.id)) == 0 || change(store, cause) == 0) {
+            continue;
+        }
+        cause.Set(store.step, store.path);
+        failure = failure.HasFailed() ? failure : cause;
+        return -1;
     }
-    Stores stores = StoresOf(*param);
-    StoreLock lock(ChosenOf(stores));
+    return 0;
+}
+
+}  // namespace
+
+int BackUpStores(const SetParam *param, StepFailure &failure) {
+    if (CheckAndReport(param, failure) < 0) {
+        return -1;
+    }
+    StoreLock lock(ChosenStores(*param));
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a backup",
                                lock.Missing());
     }
-    for (Store &store : stores) {
-        if (!store.chosen) {
-            continue;
-        }
-        if (store.NameCopy() < 0 || MakeSideCopy(store, failure) < 0) {
-            failure.Set(Step::kBackUp, store.path);
-            // The names that are still empty set 0xD00, which callers have come to read.
-            std::for_each(stores.begin(), stores.end(),
-                          [](const Store &copied) { RemovePath(copied.copy); });
-            lock.EndUndo();
-            return -1;
-        }
+    Stores stores = AllStores(Step::kBackUp, TAVO_HERE);
+    if (ForEachChosen(*param, stores, failure, [](Store &store, StepFailure &cause) {
+            return store.NameCopy(cause) < 0 ? -1 : MakeSideCopy(store, cause);
+        }) < 0) {
+        // The names that are still empty set 0xD00, which callers have come to read.
+        std::for_each(stores.begin(), stores.end(),
+                      [](const Store &copied) { RemovePath(copied.copy); });
+        lock.EndUndo();
+        return -1;
     }
     lock.KeepForUndo();
     return 0;
 }
 
 int RestoreStores(const SetParam *param, StepFailure &failure) {
-    if (CheckParam(param) < 0) {
-        return failure.Set(Step::kCheckArguments);
+    if (CheckAndReport(param, failure) < 0) {
+        return -1;
     }
-    Stores stores = StoresOf(*param);
-    StoreLock lock(ChosenOf(stores), LockPurpose::kUndo);
+    StoreLock lock(ChosenStores(*param), LockPurpose::kUndo);
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a restore",
                                lock.Missing());
     }
     lock.EndUndo();
-    for (Store &store : stores) {
-        if (!store.chosen) {
-            continue;
-        }
-        if (store.NameCopy() < 0) {
+    Stores stores = AllStores(Step::kRestore, TAVO_HERE);
+    return ForEachChosen(*param, stores, failure, [](Store &store, StepFailure &cause) {
+        if (store.NameCopy(cause) < 0) {
             SetUnrestored(store.id, true);
-            return failure.Set(Step::kRestore, store.path);
+            return -1;
         }
-        if (PutBack(store, failure) < 0) {
-            return failure.Set(Step::kRestore, store.path);
-        }
-    }
-    return 0;
+        return PutBack(store, cause);
+    });
 }
 
 int DeleteBackup(const SetParam *param, StepFailure &failure) {
-    if (CheckParam(param) < 0) {
-        return failure.Set(Step::kCheckArguments);
+    if (CheckAndReport(param, failure) < 0) {
+        return -1;
     }
-    Stores stores = StoresOf(*param);
-    StoreLock lock(ChosenOf(stores), LockPurpose::kUndo);
+    StoreLock lock(ChosenStores(*param), LockPurpose::kUndo);
     if (!lock.IsHeld()) {
         failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to delete a backup",
@@ -208,14 +226,16 @@ int DeleteBackup(const SetParam *param, StepFailure &failure) {
     }
     lock.EndUndo();
     int nResult = 0;
-    for (Store &store : stores) {
-        if (!store.chosen) {
-            continue;
+    Stores stores = AllStores(Step::kDeleteBackup, TAVO_HERE);
+    ForEachChosen(*param, stores, failure, [&](Store &store, StepFailure &cause) {
+        // The other copies are deleted all the same.
+        if (store.NameCopy(cause) < 0 || DeleteSideCopy(store, cause) < 0) {
+            cause.Set(store.step, store.path);
+            failure = failure.HasFailed() ? failure : cause;
+            nResult = -1;
         }
-        if (store.NameCopy() < 0 || DeleteSideCopy(store, failure) < 0) {
-            nResult = failure.Set(Step::kDeleteBackup, store.path);
-        }
-    }
+        return 0;
+    });
     return nResult;
 }
 

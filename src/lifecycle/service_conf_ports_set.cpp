@@ -22,7 +22,7 @@ int CheckSection(const tavo::Target &target, StepFailure &failure) {
         failure.Set(Step::kReadSection, "", ENOMEM);
         return TAVO_LOG("Failed to alloc memory");
     }
-    const int nFound = tavo::LookForFile(target.Path(), failure);
+    const int nFound = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
     if (nFound < 0) {
         return -1;
     }
@@ -33,7 +33,7 @@ int CheckSection(const tavo::Target &target, StepFailure &failure) {
     TLIBCSzHash *pKeys = keys.get();
     const int nKeys = TLIBCFileGetSection(target.Path(), target.Section(), &pKeys);
     if (nKeys < 1) {
-        failure.Set(nKeys < 0 ? Step::kReadSection : Step::kMissingSection);
+        failure.Set(nKeys < 0 ? Step::kReadSection : Step::kMissingSection, target.Path());
         return TAVO_LOG("Section not found or failed to get section(%s) from %s", target.Section(),
                         target.Path());
     }
@@ -50,11 +50,11 @@ int WriteValue(const tavo::SetParam &param, const char *szKey, const tavo::PortT
                                lock.Missing(), target.Path());
     }
     if (CheckSection(target, outcome.failure) < 0 ||
-        tavo::KeepOldContent(target, old, outcome.failure) < 0 ||
+        tavo::CopyForRouter(target, TAVO_HERE, old, outcome.failure) < 0 ||
         tavo::StorePorts(target.Path(), target.Section(), szKey, ports, outcome.failure) < 0) {
         return -1;
     }
-    tavo::NotifyRouter(param, old, target.Path(), outcome.notified);
+    tavo::NotifyRouter(param, old, target.Path(), TAVO_HERE, outcome.notified);
     old.Unlock();
     return 0;
 }
@@ -63,9 +63,9 @@ int WriteValue(const tavo::SetParam &param, const char *szKey, const tavo::PortT
 
 int tavo::StorePorts(const char *path, const char *section, const char *key, const PortText &ports,
                      StepFailure &failure) {
-    return TLIBCFileSetSectionValue(path, section, key, ports.szValue) < 0
-               ? failure.Set(Step::kWrite, path)
-               : 0;
+    return failure.During(Step::kWrite, path, [&] {
+        return TLIBCFileSetSectionValue(path, section, key, ports.szValue);
+    });
 }
 
 int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,
@@ -79,7 +79,7 @@ int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,
     if (text.Print(ports) < 0) {
         return outcome.failure.Set(Step::kPrintPorts);
     }
-    if (RefuseConflict(*param, text, outcome.failure) < 0) {
+    if (RefuseConflict(*param, text, TAVO_HERE, outcome.failure) < 0) {
         return -1;
     }
     TemporaryCopy old;
@@ -87,7 +87,7 @@ int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,
         WriteValue(*param, PortsKey(ports->nDirection), text, old, outcome) < 0) {
         return -1;
     }
-    RestartAfterWrite(*param, outcome.notified);
+    RestartAfterWrite(*param, TAVO_HERE, outcome.notified);
     return 0;
 }
 

@@ -8,6 +8,7 @@
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"
@@ -22,13 +23,13 @@ constexpr uint32_t kSendsContent = TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PO
 constexpr uint32_t kEverybody = kSendsContent | TAVO_PORT_CHECK_FW_SERVICE;
 
 // A copy that fails goes unnoticed: a file must not stay because it cannot be read.
-int KeepOldContent(const tavo::Target &target, tavo::TemporaryCopy &old,
+int CopyForPlugins(const tavo::Target &target, tavo::TemporaryCopy &old,
                    tavo::StepFailure &failure) {
-    char szBackup[tavo::kPathSize];
-    tavo::PrintText(szBackup, "/tmp/servicetool.remove.%s.%d", target.FileName(),
-                    static_cast<int>(getpid()));
+    char szCopy[tavo::kPathSize];
+    tavo::PrintText(szCopy, "%s/%s%s.%d", tavo::kTemporaryFolder, tavo::kRemovedHead,
+                    target.FileName(), static_cast<int>(getpid()));
     tavo::StepFailure unnoticed;
-    if (old.Make(target.Path(), szBackup, TAVO_HERE, unnoticed) == -1) {
+    if (old.Make(target.Path(), szCopy, TAVO_HERE, unnoticed) == -1) {
         failure = unnoticed;
         return TAVO_LOG("Failed to do command [cp]");
     }
@@ -42,7 +43,7 @@ int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::Ste
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to remove %s",
                                lock.Missing(), target.Path());
     }
-    const int nFound = tavo::LookForFile(target.Path(), failure);
+    const int nFound = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
     if (nFound < 0) {
         return -1;
     }
@@ -50,7 +51,7 @@ int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::Ste
         failure.Set(tavo::Step::kMissingFile, target.Path(), ENOENT);
         return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }
-    if (KeepOldContent(target, old, failure) < 0) {
+    if (CopyForPlugins(target, old, failure) < 0) {
         return -1;
     }
     if (unlink(target.Path()) < 0) {

@@ -4,6 +4,7 @@
 // Ports are printed in their order, and the protocols of the first entry stand for all.
 #include <cstring>
 
+#include "lifecycle/change.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "model/service_file_keys.h"
@@ -15,6 +16,9 @@
 #include "tavoserviceconf.h"
 
 namespace {
+
+using tavo::Step;
+using tavo::StepFailure;
 
 // Room for the path of the file, one byte less than elsewhere.
 constexpr std::size_t kFilePathSize = tavo::kPathSize - 1;
@@ -93,19 +97,23 @@ int PrintProtocols(uint32_t nProtocol, GrowingText &text) {
 }
 
 int WriteValue(const char *szPath, const char *szDirectory, const char *szSection,
-               const char *szKey, const char *szValue) {
+               const char *szKey, const char *szValue, StepFailure &failure) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
+        failure.Set(Step::kLock, lock.Missing());
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
                                lock.Missing(), szPath);
     }
-    return TLIBCFileSetSectionValue(szPath, szSection, szKey, szValue);
+    return failure.During(Step::kWrite, szPath, [&] {
+        return TLIBCFileSetSectionValue(szPath, szSection, szKey, szValue);
+    });
 }
 
 // That the name is taken in the very directory that the file lies in proves that the file is there.
-int CheckFile(const char *szPath, const char *szDirectory) {
+int CheckFile(const char *szPath, const char *szDirectory, StepFailure &failure) {
     if (TAVOServiceConfFileVerify(szPath, szDirectory) < 0 &&
         TLIBCErrGet() != TAVO_ERR_ALREADY_INSTALLED) {
+        failure.Set(TLIBCErrGet() == TLIBC_ERR_NO_FILE ? Step::kMissingFile : Step::kLook, szPath);
         return TAVO_LOG_STATE("Service conf does not exist, tavoerr=");
     }
     return 0;
@@ -113,24 +121,39 @@ int CheckFile(const char *szPath, const char *szDirectory) {
 
 }  // namespace
 
-int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName, const char *szSectionName,
-                                  const TAVO_SERVICE_CONF_PORT *pPortList) {
-    tavo::ReleaseHeldFile();
-    if (szSectionName == nullptr || pPortList == nullptr || tavo::LeadsAway(szFileName)) {
+int tavo::SetSectionPorts(int location, const char *file, const char *section,
+                          const TAVO_SERVICE_CONF_PORT *ports, ChangeOutcome &outcome) {
+    ReleaseHeldFile();
+    StepFailure &failure = outcome.failure;
+    if (section == nullptr || ports == nullptr || LeadsAway(file)) {
+        failure.Set(Step::kCheckArguments);
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     // Not the bits of a location: with anything but 1 the file is a package's.
-    const char *szDirectory = nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM
-                                  ? tavo::kSystemServiceDirectory
-                                  : tavo::kPackageServiceDirectory;
-    char szPath[kFilePathSize];
-    tavo::PrintText(szPath, "%s/%s", szDirectory, szFileName);
-    GrowingText value;
-    if (CheckFile(szPath, szDirectory) < 0 || PrintPorts(pPortList, value) < 0 ||
-        PrintProtocols(pPortList->nProtocol, value) < 0 ||
-        WriteValue(szPath, szDirectory, szSectionName, tavo::PortsKey(pPortList->nDirection),
-                   value.Get()) < 0) {
+    const char *directory = location == TAVO_SERVICE_CONF_DIR_SYSTEM ? kSystemServiceDirectory
+                                                                     : kPackageServiceDirectory;
+    char path[kFilePathSize];
+    PrintText(path, "%s/%s", directory, file);
+    if (CheckFile(path, directory, failure) < 0) {
         return -1;
     }
-    return TAVOFwRuleHupWrap() < 0 ? -1 : 0;
+    GrowingText value;
+    if (PrintPorts(ports, value) < 0 || PrintProtocols(ports->nProtocol, value) < 0) {
+        return failure.Set(Step::kPrintPorts);
+    }
+    if (WriteValue(path, directory, section, PortsKey(ports->nDirection), value.Get(), failure) <
+        0) {
+        return -1;
+    }
+    if (ReloadFirewall(outcome.notified) < 0) {
+        failure = outcome.notified[Listener::kFirewall].failure;
+        return -1;
+    }
+    return 0;
+}
+
+int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName, const char *szSectionName,
+                                  const TAVO_SERVICE_CONF_PORT *pPortList) {
+    tavo::ChangeOutcome outcome;
+    return tavo::SetSectionPorts(nLocation, szFileName, szSectionName, pPortList, outcome);
 }

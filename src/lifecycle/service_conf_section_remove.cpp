@@ -52,8 +52,8 @@ int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys
         TAVO_LOG_STATE("Section (%s) not found!", szSection);
         return 0;
     }
-    if (TLIBCFileRemoveSection(szPath, szSection) < 0) {
-        failure.Set(Step::kWrite, szPath);
+    if (failure.During(Step::kWrite, szPath,
+                       [&] { return TLIBCFileRemoveSection(szPath, szSection); }) < 0) {
         return TAVO_LOG_STATE("Remove section (%s) fail!", szSection);
     }
     return 0;
@@ -62,8 +62,7 @@ int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys
 // ---- The transaction ----
 
 void Restore(const tavo::SetParam &param, tavo::ChangeOutcome &outcome) {
-    StepFailure consequence;
-    const int nResult = tavo::RestoreStores(&param, consequence);
+    const int nResult = tavo::RestoreStores(&param, outcome.undo_failure);
     outcome.undo = nResult < 0 ? tavo::Undo::kFailed : tavo::Undo::kDone;
     if (nResult < 0) {
         TAVO_LOG_STATE("Restore configure fail!");
@@ -101,7 +100,7 @@ enum class End { kRemoved, kRolledBack, kRestartFailed };
 // back.
 End MakeTransaction(const tavo::SetParam &param, const tavo::Target &target,
                     tavo::ChangeOutcome &outcome) {
-    const tavo::StoreLock lock(tavo::ChosenOf(tavo::StoresOf(param)) |
+    const tavo::StoreLock lock(tavo::ChosenStores(param) |
                                tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
         outcome.failure.Set(Step::kLock, lock.Missing());
@@ -141,7 +140,7 @@ int tavo::RemoveFromFile(const char *path, const char *section, StepFailure &fai
         failure.Set(Step::kReadSection, "", ENOMEM);
         return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc");
     }
-    const int nFound = LookForFile(path, failure);
+    const int nFound = LookForFile(path, TAVO_HERE, failure);
     if (nFound < 0) {
         return -1;
     }

@@ -48,8 +48,8 @@ class NewFile {
             return TAVO_LOG("/bin/mkdir -p %s failed.(errno:%d/%s)", target.Directory(), errno,
                             std::strerror(errno));
         }
-        if (TLIBCFileTouch(target.Path()) < 0) {
-            failure.Set(Step::kMakeFile, target.Path());
+        if (failure.During(Step::kMakeFile, target.Path(),
+                           [&] { return TLIBCFileTouch(target.Path()); }) < 0) {
             return TAVO_LOG("Failed to touch %s", target.Path());
         }
         szPath_ = target.Path();
@@ -142,20 +142,20 @@ int ChangeFile(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &sec
                                lock.Missing(), target.Path());
     }
     NewFile made;
-    const int nFound = tavo::LookForFile(target.Path(), failure);
+    const int nFound = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
     if (nFound < 0 || (nFound == 0 && made.Make(target, failure) < 0)) {
         return -1;
     }
     if (keys.Read(target.Path(), target.Section(), failure) < 0 ||
         keys.Set(section, dstPorts, srcPorts, failure) < 0 ||
-        tavo::KeepOldContent(target, old, failure) < 0) {
+        tavo::CopyForRouter(target, TAVO_HERE, old, failure) < 0) {
         return -1;
     }
     if (param.nWriteMode == TAVO_WRITE_MODE_SET) {
         // The result does not say that this failed, and never has.
         keys.Store(target.Path(), tavo::FieldString(section.szName).Get(), failure);
     }
-    tavo::NotifyRouter(param, old, target.Path(), outcome.notified);
+    tavo::NotifyRouter(param, old, target.Path(), TAVO_HERE, outcome.notified);
     old.Unlock();
     made.Keep();
     return 0;
@@ -183,10 +183,10 @@ int SectionKeys::Set(const TAVO_SERVICE_CONF_SECTION &section, const PortText &d
 }
 
 int SectionKeys::Store(const char *path, const char *section, StepFailure &failure) const {
-    const int result = present_ ? TLIBCFileSetSection(path, section, nullptr, keys_.get(), 0)
-                                : TLIBCFileAddSection(path, section, keys_.get(), 0);
-    if (result < 0) {
-        failure.Set(Step::kWrite, path);
+    if (failure.During(Step::kWrite, path, [&] {
+            return present_ ? TLIBCFileSetSection(path, section, nullptr, keys_.get(), 0)
+                            : TLIBCFileAddSection(path, section, keys_.get(), 0);
+        }) < 0) {
         return TAVO_LOG_STATE("Failed to write section (%s) to %s", section, path);
     }
     return 0;
@@ -210,7 +210,7 @@ int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *s
     if (section->pSrcPorts != nullptr && src_ports.Print(section->pSrcPorts) < 0) {
         return outcome.failure.Set(Step::kPrintPorts);
     }
-    if (RefuseConflict(*param, dst_ports, outcome.failure) < 0) {
+    if (RefuseConflict(*param, dst_ports, TAVO_HERE, outcome.failure) < 0) {
         return -1;
     }
     TemporaryCopy old;
@@ -218,7 +218,7 @@ int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *s
         ChangeFile(*param, *section, dst_ports, src_ports, old, outcome) < 0) {
         return -1;
     }
-    RestartAfterWrite(*param, outcome.notified);
+    RestartAfterWrite(*param, TAVO_HERE, outcome.notified);
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"
@@ -14,16 +15,17 @@
 namespace {
 
 // A file that is not installed yet has no old content.
-int KeepOldContent(const char *szBaseName, const char *szInstalled, tavo::TemporaryCopy &old,
+int CopyForPlugins(const char *szBaseName, const char *szInstalled, tavo::TemporaryCopy &old,
                    tavo::StepFailure &failure) {
-    const int nFound = tavo::LookForFile(szInstalled, failure);
+    const int nFound = tavo::LookForFile(szInstalled, TAVO_HERE, failure);
     if (nFound < 1) {
         return nFound;
     }
-    char szBackup[tavo::kPathSize];
-    tavo::PrintText(szBackup, "/tmp/servicetool.update.%s.old", szBaseName);
-    if (old.Make(szInstalled, szBackup, TAVO_HERE, failure) != 0) {
-        return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", szInstalled, szBackup);
+    char szCopy[tavo::kPathSize];
+    tavo::PrintText(szCopy, "%s/%s%s%s", tavo::kTemporaryFolder, tavo::kUpdatedHead, szBaseName,
+                    tavo::kUpdatedTail);
+    if (old.Make(szInstalled, szCopy, TAVO_HERE, failure) != 0) {
+        return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", szInstalled, szCopy);
     }
     return 0;
 }
@@ -61,7 +63,7 @@ int tavo::UpdateFile(const char *name, const char *source, int location,
         return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to update %s",
                                lock.Missing(), installed);
     }
-    if (KeepOldContent(name, installed, old, failure) < 0) {
+    if (CopyForPlugins(name, installed, old, failure) < 0) {
         return -1;
     }
     const bool conflict = Install(name, source, location, conflicts, failure);

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "support/failure.h"
 #include "support/presence.h"
 
 namespace tavo {
@@ -74,13 +73,13 @@ const char *DirectoryByBits(uint32_t nLocation) {
                                                            : kPackageServiceDirectory;
 }
 
-int LookForFile(const char *path, StepFailure &failure) {
+int LookForFile(const char *path, const Place &place, StepFailure &failure) {
     const Presence presence = PresenceOf(path);
     if (presence == Presence::kUnknown) {
         const int error = errno;
         failure.Set(Step::kLook, path, error);
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
-                               std::strerror(error));
+        return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
+                                  std::strerror(error));
     }
     return presence == Presence::kPresent ? 1 : 0;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "lifecycle/step_failure.h"
+#include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"
 #include "tavoserviceconf.h"
@@ -25,9 +26,10 @@ bool LeadsAway(const char *szName);
 // The directory that the bits of a location mean, the system's before that of packages.
 const char *DirectoryByBits(uint32_t nLocation);
 
-// Whether a service file exists: 1 or 0; -1, with the error set and logged, when that is unknown. A
-// change that takes an I/O error for absence makes a second file or leaves out a copy.
-int LookForFile(const char *path, StepFailure &failure);
+// Whether a service file exists: 1 or 0; -1, with the error set and logged for the operation at
+// `place`, when that is unknown. A change that takes an I/O error for absence makes a second file
+// or leaves out a copy.
+int LookForFile(const char *path, const Place &place, StepFailure &failure);
 
 // The names in a record, and what they stand for.
 class Target {

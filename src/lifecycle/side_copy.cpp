@@ -17,6 +17,7 @@
 #include "base/descriptor.h"
 #include "lifecycle/path_change.h"
 #include "lifecycle/pause.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/presence.h"
 #include "support/text.h"
@@ -26,12 +27,11 @@
 namespace tavo {
 namespace {
 
+constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
+
 // How often a step is made that another program may have disturbed.
 constexpr int kAttempts = 5;
 constexpr std::chrono::milliseconds kPauseBetweenCopies{20};
-
-// Where the writers of the core library stage a file. It is nobody's content.
-constexpr char kStagingFolder[] = ".tavo-write";
 
 bool IsThere(const char *path) {
     struct stat entry;
@@ -42,10 +42,22 @@ bool IsSameFile(const struct stat &one, const struct stat &other) {
     return one.st_ino == other.st_ino && one.st_dev == other.st_dev;
 }
 
-int FailToLook(const char *path) {
+// Records a step that failed on `path` with the present errno. That errno.
+int Record(const Store &store, const char *path, StepFailure &failure) {
     const int error = errno;
-    return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
-                           std::strerror(error));
+    failure.Set(store.step, path, error);
+    return error;
+}
+
+int FailToLook(const Store &store, const char *path, StepFailure &failure) {
+    const int error = Record(store, path, failure);
+    return TAVO_FAIL_STATE_AT(store.operation, TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s",
+                              path, std::strerror(error));
+}
+
+int FailToLock(const Store &store, const char *folder, StepFailure &failure) {
+    failure.Set(Step::kLock, folder, ENOMEM);
+    return TAVO_LOG_STATE_AT(store.operation, "Failed to lock %s", folder);
 }
 
 // The folder that the core library's writers are to be kept out of; null for a store that only
@@ -72,7 +84,7 @@ Content ContentOfFolder(const char *path) {
     while (const dirent *entry = readdir(folder.get())) {
         const char *name = entry->d_name;
         if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
-            std::strcmp(name, kStagingFolder) != 0) {
+            std::strcmp(name, kWriterFolder) != 0) {
             return Content::kSome;
         }
     }
@@ -95,34 +107,39 @@ bool MayHoldSome(const char *copy) {
 }
 
 // Renames a copy to a name that no backup and no deletion uses.
-int SetAside(const Store &store) {
+int SetAside(const Store &store, StepFailure &failure) {
     char aside[kPathSize];
     struct stat entry;
     int number = 1;
     do {
-        PrintText(aside, "%s.unrestored.%d.%d", store.path, static_cast<int>(getpid()), number++);
+        PrintText(aside, "%s%s%d.%d", store.path, kUnrestoredTail, static_cast<int>(getpid()),
+                  number++);
     } while (lstat(aside, &entry) == 0);
     if (errno != ENOENT) {
-        return FailToLook(aside);
+        return FailToLook(store, aside, failure);
     }
     if (rename(store.copy, aside) < 0) {
-        const int error = errno;
-        return TAVO_FAIL_STATE(TLIBC_ERR_RENAME, "Failed to rename %s to %s: %s", store.copy, aside,
-                               std::strerror(error));
+        const int error = Record(store, store.copy, failure);
+        return TAVO_FAIL_STATE_AT(store.operation, TLIBC_ERR_RENAME,
+                                  "Failed to rename %s to %s: %s", store.copy, aside,
+                                  std::strerror(error));
     }
-    TAVO_LOG("%s may be the only whole copy of %s, kept as %s", store.copy, store.path, aside);
+    TAVO_LOG_AT(store.operation, "%s may be the only whole copy of %s, kept as %s", store.copy,
+                store.path, aside);
     return 0;
 }
 
 // ---- Copying ----
 
 // Whatever has the name of the copy goes, so that a restore finds none but a whole one.
-int ClearSideCopy(const char *copy, StepFailure &failure) {
-    if (RemoveTree(copy, failure) < 0) {
+int ClearSideCopy(const Store &store, StepFailure &failure) {
+    if (RemoveTree(store.copy, failure) < 0) {
         return -1;
     }
-    if (IsThere(copy) && unlink(copy) < 0 && IsThere(copy)) {
-        return TAVO_FAIL_STATE(TAVO_ERR_COPY, "Failed to rm -rf %s", copy);
+    if (IsThere(store.copy) && unlink(store.copy) < 0 && IsThere(store.copy)) {
+        failure.Set(Step::kRemove, store.copy);
+        return TAVO_FAIL_STATE_AT(store.operation, TAVO_ERR_COPY, "Failed to rm -rf %s",
+                                  store.copy);
     }
     return 0;
 }
@@ -132,16 +149,16 @@ int ClearSideCopy(const char *copy, StepFailure &failure) {
 int CopyWithoutWriters(const Store &store, StepFailure &failure) {
     const WritersLock lock(FolderOfWriters(store, store.place));
     if (lock.OutOfMemory()) {
-        return TAVO_LOG_STATE("Failed to lock %s", store.place);
+        return FailToLock(store, store.place, failure);
     }
     return CopyOrMove(store.place, store.copy, false, failure);
 }
 
 // The copy has the staging folder of the lock under which it was made. Taking the lock of the copy
 // clears it.
-int ClearStagingFolder(const Store &store, const char *copy) {
+int ClearStagingFolder(const Store &store, const char *copy, StepFailure &failure) {
     const WritersLock lock(FolderOfWriters(store, copy));
-    return lock.OutOfMemory() ? TAVO_LOG_STATE("Failed to lock %s", copy) : 0;
+    return lock.OutOfMemory() ? FailToLock(store, copy, failure) : 0;
 }
 
 constexpr int kInnerFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -186,7 +203,7 @@ bool CopyModesInside(int folder, int copy) {
 
 // cp gives a copy the modes less what the caller's umask takes away, and the copy may become the
 // store, which other users read.
-int CopyModes(const Store &store) {
+int CopyModes(const Store &store, StepFailure &failure) {
     struct stat status;
     bool copied = stat(store.place, &status) == 0 && chmod(store.copy, status.st_mode & 07777) == 0;
     if (copied && S_ISDIR(status.st_mode)) {
@@ -194,30 +211,32 @@ int CopyModes(const Store &store) {
         copied = CopyModesInside(open(store.place, kInnerFolder), copy.Get());
     }
     if (!copied) {
-        const int error = errno;
-        return TAVO_FAIL_STATE(error == ENOMEM ? TLIBC_ERR_NO_MEMORY : TAVO_ERR_COPY,
-                               "Failed to copy the modes of %s to %s: %s", store.place, store.copy,
-                               std::strerror(error));
+        const int error = Record(store, store.copy, failure);
+        return TAVO_FAIL_STATE_AT(store.operation,
+                                  error == ENOMEM ? TLIBC_ERR_NO_MEMORY : TAVO_ERR_COPY,
+                                  "Failed to copy the modes of %s to %s: %s", store.place,
+                                  store.copy, std::strerror(error));
     }
     return 0;
 }
 
-int CompleteCopy(const Store &store) {
-    return ClearStagingFolder(store, store.copy) < 0 ? -1 : CopyModes(store);
+int CompleteCopy(const Store &store, StepFailure &failure) {
+    return ClearStagingFolder(store, store.copy, failure) < 0 ? -1 : CopyModes(store, failure);
 }
 
 int CopyWhole(const Store &store, StepFailure &failure) {
     for (int attempt = 1;; ++attempt) {
-        if (ClearSideCopy(store.copy, failure) < 0) {
+        if (ClearSideCopy(store, failure) < 0) {
             return -1;
         }
         const int status = CopyWithoutWriters(store, failure);
         if (status <= 0) {
-            return status < 0 ? -1 : CompleteCopy(store);
+            return status < 0 ? -1 : CompleteCopy(store, failure);
         }
         if (attempt == kAttempts) {
-            TAVO_LOG("Failed to copy %s whole (%d), no way back to it", store.place, status);
-            return ClearSideCopy(store.copy, failure);
+            TAVO_LOG_AT(store.operation, "Failed to copy %s whole (%d), no way back to it",
+                        store.place, status);
+            return ClearSideCopy(store, failure);
         }
         Pause(kPauseBetweenCopies);
     }
@@ -226,17 +245,19 @@ int CopyWhole(const Store &store, StepFailure &failure) {
 // ---- Putting back ----
 
 // Takes a folder that rm cannot remove out of the way.
-int MoveAside(const char *place) {
+int MoveAside(const Store &store, StepFailure &failure) {
+    const char *place = store.place;
     char aside[kPathSize];
-    PrintText(aside, "%s.old.tmp.%d", place, static_cast<int>(getpid()));
+    PrintText(aside, "%s%s%d", place, kReplacedTail, static_cast<int>(getpid()));
     RemovePath(aside);
     if (rename(place, aside) < 0) {
-        TAVO_LOG_STATE("Failed to rm -rf %s", place);
-        return TAVO_SET_ERROR(TLIBC_ERR_RENAME);
+        Record(store, place, failure);
+        TAVO_LOG_STATE_AT(store.operation, "Failed to rm -rf %s", place);
+        return TAVO_SET_ERROR_AT(store.operation, TLIBC_ERR_RENAME);
     }
     RemovePath(aside);
     if (IsThere(aside)) {
-        TAVO_LOG("Failed to rm -rf %s", aside);
+        TAVO_LOG_AT(store.operation, "Failed to rm -rf %s", aside);
     }
     return 0;
 }
@@ -246,19 +267,23 @@ int MoveAside(const char *place) {
 int ClearPlace(const Store &store, StepFailure &failure) {
     const char *place = store.place;
     if (IsMountPoint(place)) {
-        TAVO_LOG_STATE("Failed to rm -rf %s", place);
-        return TAVO_SET_ERROR(TLIBC_ERR_RENAME);
+        failure.Set(store.step, place, EBUSY);
+        TAVO_LOG_STATE_AT(store.operation, "Failed to rm -rf %s", place);
+        return TAVO_SET_ERROR_AT(store.operation, TLIBC_ERR_RENAME);
     }
     for (int attempt = 1; attempt <= kAttempts; ++attempt) {
         const WritersLock lock(FolderOfWriters(store, place));
+        if (lock.OutOfMemory()) {
+            failure.Set(Step::kLock, place, ENOMEM);
+        }
         if (lock.OutOfMemory() || RemoveTree(place, failure) < 0) {
-            return TAVO_LOG_STATE("Failed to rm -rf %s", place);
+            return TAVO_LOG_STATE_AT(store.operation, "Failed to rm -rf %s", place);
         }
         if (!IsFolder(place)) {
             return 0;
         }
     }
-    return MoveAside(place);
+    return MoveAside(store, failure);
 }
 
 // A side copy on its way to the place of its store.
@@ -274,9 +299,9 @@ class Return {
     // whole elsewhere: mv, where it has to copy, may fail when the store is whole already.
     int Make() {
         if (lstat(source_, &copy_) < 0) {
-            return FailToLook(source_);
+            return FailToLook(store_, source_, failure_);
         }
-        if (ClearStagingFolder(store_, source_) < 0) {
+        if (ClearStagingFolder(store_, source_, failure_) < 0) {
             return -1;
         }
         bool again = true;
@@ -297,8 +322,9 @@ class Return {
                 return 0;
             }
         }
-        return TAVO_FAIL_STATE(TLIBC_ERR_RENAME, "Failed to put %s in the place of %s", source_,
-                               place_);
+        failure_.Set(store_.step, place_, EEXIST);
+        return TAVO_FAIL_STATE_AT(store_.operation, TLIBC_ERR_RENAME,
+                                  "Failed to put %s in the place of %s", source_, place_);
     }
 
   private:
@@ -326,7 +352,7 @@ class Return {
         if (IsThere(source_) || lstat(nested, &entry) < 0) {
             return false;
         }
-        PrintText(source_, "%s.tmp.%d", place_, static_cast<int>(getpid()));
+        PrintText(source_, "%s%s%d", place_, kSideCopyTail, static_cast<int>(getpid()));
         return rename(nested, source_) == 0 && lstat(source_, &copy_) == 0;
     }
 
@@ -340,7 +366,7 @@ class Return {
 }  // namespace
 
 // cp would copy a link and not what it leads to, so a store that is one counts where it lies.
-int Store::NameCopy() {
+int Store::NameCopy(StepFailure &failure) {
     struct stat entry;
     bool found = lstat(path, &entry) == 0;
     const bool is_link = found && S_ISLNK(entry.st_mode);
@@ -348,42 +374,60 @@ int Store::NameCopy() {
         found = realpath(path, place) != nullptr;
     }
     if (!found && PresenceAfter(errno) != Presence::kAbsent) {
-        return FailToLook(path);
+        return FailToLook(*this, path, failure);
     }
     if (!is_link || !found) {
         CopyText(place, path);
     }
-    PrintText(copy, "%s.tmp.%d", path, static_cast<int>(getpid()));
+    PrintText(copy, "%s%s%d", path, kSideCopyTail, static_cast<int>(getpid()));
     return 0;
 }
 
-Stores StoresOf(const SetParam &param) {
-    const bool files = (param.nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0;
-    const char *rules = TAVOPFRuleConfPathGet();
-    return {{
-        {StoreId::kSystemServices, kSystemServiceDirectory,
-         files && param.nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM},
-        {StoreId::kPackageServices, kPackageServiceDirectory,
-         files && param.nLocation == TAVO_SERVICE_CONF_DIR_PACKAGE},
-        {StoreId::kFirewallRules, kFirewallDirectory,
-         (param.nCheckFlags & TAVO_PORT_CHECK_FW_RULES) != 0},
-        {StoreId::kForwardingRules, rules,
-         rules != nullptr && (param.nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0},
-    }};
-}
-
-StoreSet ChosenOf(const Stores &stores) {
+StoreSet ChosenStores(const SetParam &param) {
     StoreSet chosen = 0;
-    for (const Store &store : stores) {
-        chosen |= store.chosen ? SetOf(store.id) : 0;
+    if ((param.nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0) {
+        chosen |= param.nLocation == TAVO_SERVICE_CONF_DIR_SYSTEM ? SetOf(StoreId::kSystemServices)
+                  : param.nLocation == TAVO_SERVICE_CONF_DIR_PACKAGE
+                      ? SetOf(StoreId::kPackageServices)
+                      : 0;
+    }
+    if ((param.nCheckFlags & TAVO_PORT_CHECK_FW_RULES) != 0) {
+        chosen |= SetOf(StoreId::kFirewallRules);
+    }
+    if ((param.nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0 &&
+        TAVOPFRuleConfPathGet() != nullptr) {
+        chosen |= SetOf(StoreId::kForwardingRules);
     }
     return chosen;
+}
+
+const char *PathOf(StoreId store) {
+    switch (store) {
+        case StoreId::kSystemServices:
+            return kSystemServiceDirectory;
+        case StoreId::kPackageServices:
+            return kPackageServiceDirectory;
+        case StoreId::kFirewallRules:
+            return kFirewallDirectory;
+        case StoreId::kForwardingRules:
+            break;
+    }
+    return TAVOPFRuleConfPathGet();
+}
+
+Stores AllStores(Step step, const Place &operation) {
+    Stores stores;
+    for (int i = 0; i < kStoreCount; ++i) {
+        const auto id = static_cast<StoreId>(i);
+        stores[static_cast<std::size_t>(i)] = {id, PathOf(id), step, operation};
+    }
+    return stores;
 }
 
 int MakeSideCopy(Store &store, StepFailure &failure) {
     const bool last = MayHoldSome(store.copy) &&
                       (IsUnrestored(store.id) || ContentOf(store.place) != Content::kSome);
-    if (last && SetAside(store) < 0) {
+    if (last && SetAside(store, failure) < 0) {
         // Without its name nobody removes it.
         *store.copy = '\0';
         return -1;
@@ -391,11 +435,11 @@ int MakeSideCopy(Store &store, StepFailure &failure) {
     SetUnrestored(store.id, false);
     switch (PresenceOf(store.place)) {
         case Presence::kAbsent:
-            return ClearSideCopy(store.copy, failure);
+            return ClearSideCopy(store, failure);
         case Presence::kPresent:
             return CopyWhole(store, failure);
         default:
-            return FailToLook(store.place);
+            return FailToLook(store, store.place, failure);
     }
 }
 
@@ -409,7 +453,7 @@ int PutBack(const Store &store, StepFailure &failure) {
             return result;
         }
         default:
-            FailToLook(store.copy);
+            FailToLook(store, store.copy, failure);
             SetUnrestored(store.id, true);
             return -1;
     }
@@ -420,7 +464,7 @@ int DeleteSideCopy(const Store &store, StepFailure &failure) {
     if (!IsUnrestored(store.id) || !MayHoldSome(store.copy)) {
         return RemoveTree(store.copy, failure);
     }
-    if (SetAside(store) < 0) {
+    if (SetAside(store, failure) < 0) {
         return -1;
     }
     SetUnrestored(store.id, false);

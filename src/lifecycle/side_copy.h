@@ -6,34 +6,38 @@
 #include <array>
 
 #include "lifecycle/set_param.h"
+#include "lifecycle/step_failure.h"
 #include "lifecycle/store_lock.h"
+#include "support/failure.h"
 #include "support/service_directory.h"
 
 namespace tavo {
 
-constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
-
 struct Store {
     StoreId id;
     const char *path;
-    bool chosen;
+    Step step;                   // that works on it
+    Place operation;             // which log lines and the error state name
     char place[kPathSize] = "";  // where it lies, when its path is a link
     char copy[kPathSize] = "";
 
     // -1, logged, when it is unknown where the store lies; the copy then has no name.
-    int NameCopy();
+    int NameCopy(StepFailure &failure);
 };
 
+// The stores that nCheckFlags and nLocation choose. With both directories no service folder is
+// chosen.
+StoreSet ChosenStores(const SetParam &param);
+
+// Null where the library for port forwarding names no rules.
+const char *PathOf(StoreId store);
+
+// Every store, in their order.
 using Stores = std::array<Store, kStoreCount>;
-
-// All stores in their order; those that nCheckFlags and nLocation choose are marked. With both
-// directories no service folder is chosen.
-Stores StoresOf(const SetParam &param);
-
-StoreSet ChosenOf(const Stores &stores);
+Stores AllStores(Step step, const Place &operation);
 
 // The following need the lock of the store and the name of its copy. -1 for a failure, which is
-// logged; `failure` may be left to the caller, who knows the store.
+// logged.
 
 // Copies the store. A store that is missing, and one that cannot be copied whole, has no side copy
 // afterwards; the latter is logged and no failure.

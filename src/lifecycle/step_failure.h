@@ -4,6 +4,8 @@
 #ifndef TAVO_SRC_LIFECYCLE_STEP_FAILURE_H
 #define TAVO_SRC_LIFECYCLE_STEP_FAILURE_H
 
+#include <cerrno>
+
 #include "support/service_directory.h"
 #include "support/text.h"
 #include "tavocore.h"
@@ -64,6 +66,20 @@ struct StepFailure {
             CopyText(path, on);
         }
         return -1;
+    }
+    // Calls change(), a change of the file `on` by the core library, which leaves in errno what the
+    // system refused. 0, or -1 for a failure.
+    template <typename Change>
+    int During(Step step_of_change, const char *on, Change change) {
+        errno = 0;
+        if (change() >= 0) {
+            return 0;
+        }
+        const int system_error = errno;
+        const unsigned int reported = TLIBCErrGet();
+        const bool refused = reported == TLIBC_ERR_NO_FILE || reported == TLIBC_ERR_FILE_UNUSABLE ||
+                             reported == TLIBC_ERR_RENAME;
+        return Set(step_of_change, on, refused ? system_error : 0);
     }
     int SetProgram(Step failed, const char *run, int ended, const char *on = "") {
         if (!HasFailed()) {

@@ -29,21 +29,27 @@ constexpr const char *kLockFiles[kStoreCount] = {
 
 // ---- Lock files ----
 
-enum class Attempt { kLocked, kBusy, kFailed };
-
 bool IsOwn(const struct stat &status) {
     return status.st_uid == geteuid();
 }
 
 // The folder is made when it is missing: /run is empty after each start of the appliance. One of
 // another user is not trusted, since its owner could take the lock files away.
-Descriptor OpenLockFolder() {
-    mkdir(TAVO_LOCK_FOLDER, S_IRWXU);
+Descriptor OpenLockFolder(StepFailure &failure) {
+    const bool made = mkdir(TAVO_LOCK_FOLDER, S_IRWXU) == 0 || errno == EEXIST;
+    const int error = errno;
     Descriptor folder(open(TAVO_LOCK_FOLDER, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status;
-    const bool usable = folder.IsOpen() && fstat(folder.Get(), &status) == 0 && IsOwn(status) &&
-                        ((status.st_mode & 07777) == S_IRWXU || fchmod(folder.Get(), S_IRWXU) == 0);
-    return usable ? Descriptor(folder.Release()) : Descriptor(-1);
+    if (!folder.IsOpen() || fstat(folder.Get(), &status) != 0) {
+        failure.Set(Step::kLock, TAVO_LOCK_FOLDER, made ? errno : error);
+        return Descriptor(-1);
+    }
+    if (!IsOwn(status) ||
+        ((status.st_mode & 07777) != S_IRWXU && fchmod(folder.Get(), S_IRWXU) != 0)) {
+        failure.Set(Step::kLock, TAVO_LOCK_FOLDER);
+        return Descriptor(-1);
+    }
+    return folder;
 }
 
 // Whether the name still leads to the file that was locked, and not to one that somebody made after
@@ -56,26 +62,29 @@ bool IsCurrent(int folder, const char *name, int descriptor) {
            locked.st_ino == current.st_ino && locked.st_dev == current.st_dev;
 }
 
-Attempt TryLockFile(const char *path, int &locked) {
-    const Descriptor folder = OpenLockFolder();
+}  // namespace
+
+LockAttempt TryLockFile(const char *path, Descriptor &locked, StepFailure &failure) {
+    const Descriptor folder = OpenLockFolder(failure);
     if (!folder.IsOpen()) {
-        return Attempt::kFailed;
+        return LockAttempt::kFailed;
     }
     const char *name = path + sizeof(TAVO_LOCK_FOLDER);
-    Descriptor file(
-        openat(folder.Get(), name, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file.IsOpen()) {
-        return Attempt::kFailed;
+    constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    Descriptor file(openat(folder.Get(), name, kFlags, S_IRUSR | S_IWUSR));
+    if (file.IsOpen() && flock(file.Get(), LOCK_EX | LOCK_NB) == 0) {
+        const bool current = IsCurrent(folder.Get(), name, file.Get());
+        locked = current ? std::move(file) : Descriptor(-1);
+        return current ? LockAttempt::kLocked : LockAttempt::kBusy;
     }
-    if (flock(file.Get(), LOCK_EX | LOCK_NB) < 0) {
-        return errno == EWOULDBLOCK || errno == EINTR ? Attempt::kBusy : Attempt::kFailed;
+    if (file.IsOpen() && (errno == EWOULDBLOCK || errno == EINTR)) {
+        return LockAttempt::kBusy;
     }
-    if (!IsCurrent(folder.Get(), name, file.Get())) {
-        return Attempt::kBusy;
-    }
-    locked = file.Release();
-    return Attempt::kLocked;
+    failure.Set(Step::kLock, path, errno);
+    return LockAttempt::kFailed;
 }
+
+namespace {
 
 // ---- What this process holds ----
 
@@ -117,20 +126,23 @@ void ForgetInChild() {
 [[maybe_unused]] const int g_fork_handlers =
     pthread_atfork([] { g_mutex.lock(); }, [] { g_mutex.unlock(); }, ForgetInChild);
 
-Attempt TryTake(int store, LockPurpose purpose) {
+LockAttempt TryTake(int store, LockPurpose purpose) {
     const std::lock_guard<std::mutex> guard(g_mutex);
     Held &held = g_held[store];
     const bool takes_over = purpose == LockPurpose::kUndo && held.undo && held.depth == 0;
     if (held.IsOwn() || takes_over) {
         held.owner = pthread_self();
         ++held.depth;
-        return Attempt::kLocked;
+        return LockAttempt::kLocked;
     }
     if (!held.IsFree()) {
-        return Attempt::kBusy;
+        return LockAttempt::kBusy;
     }
-    const Attempt attempt = TryLockFile(kLockFiles[store], held.descriptor);
-    if (attempt == Attempt::kLocked) {
+    Descriptor file;
+    StepFailure failure;
+    const LockAttempt attempt = TryLockFile(kLockFiles[store], file, failure);
+    if (attempt == LockAttempt::kLocked) {
+        held.descriptor = file.Release();
         held.owner = pthread_self();
         held.depth = 1;
     }
@@ -139,9 +151,9 @@ Attempt TryTake(int store, LockPurpose purpose) {
 
 bool Take(int store, LockPurpose purpose) {
     for (Pauses pauses(kChangeWait);;) {
-        const Attempt attempt = TryTake(store, purpose);
-        if (attempt != Attempt::kBusy) {
-            return attempt == Attempt::kLocked;
+        const LockAttempt attempt = TryTake(store, purpose);
+        if (attempt != LockAttempt::kBusy) {
+            return attempt == LockAttempt::kLocked;
         }
         if (!pauses.Next()) {
             return false;

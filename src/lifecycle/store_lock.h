@@ -11,7 +11,21 @@
 #include <chrono>
 #include <cstddef>
 
+#include "base/descriptor.h"
+#include "lifecycle/step_failure.h"
+
 namespace tavo {
+
+// ---- Lock files
+
+enum class LockAttempt { kLocked, kBusy, kFailed };
+
+// Makes one attempt at the lock file `path` in the folder of locks. Both are made when they are
+// missing. With kFailed `failure` says what the system refused; errno 0: the folder is somebody
+// else's.
+LockAttempt TryLockFile(const char *path, Descriptor &locked, StepFailure &failure);
+
+// ---- Locks of stores
 
 // In the order in which they are locked, copied, restored and deleted.
 enum class StoreId { kSystemServices, kPackageServices, kFirewallRules, kForwardingRules };

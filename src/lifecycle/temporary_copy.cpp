@@ -11,20 +11,19 @@
 #include "lifecycle/pause.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/store_lock.h"
+#include "lifecycle/temporary_names.h"
 #include "tavocore.h"
 
 namespace tavo {
 namespace {
 
-constexpr std::string_view kTemporaryDirectory = "/tmp/";
-
 // What cp says of a file that it cannot copy, or not to that place.
 constexpr int kCopyFailed = 1;
 
 // A folder in /tmp is anybody's, so there is no trusting what lies in it.
-bool LiesIn(std::string_view directory, std::string_view path) {
-    return path.starts_with(directory) &&
-           path.find('/', directory.size()) == std::string_view::npos;
+bool LiesInTmp(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    return slash != std::string_view::npos && path.substr(0, slash) == kTemporaryFolder;
 }
 
 // Whether the path still leads to the file that is open.
@@ -154,7 +153,7 @@ bool TemporaryCopy::Take(const char *szPath, StepFailure &failure) {
 
 int TemporaryCopy::Make(const char *szFile, const char *szPath, const Place &place,
                         StepFailure &failure) {
-    if (!IsRegularFile(szFile) || !LiesIn(kTemporaryDirectory, szPath)) {
+    if (!IsRegularFile(szFile) || !LiesInTmp(szPath)) {
         failure.Set(Step::kCopy, szFile, EINVAL);
         return kCopyFailed;
     }

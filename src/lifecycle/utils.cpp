@@ -20,6 +20,7 @@
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
+#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/service_directory.h"
@@ -135,12 +136,12 @@ int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirec
                                lock.Missing(), szDirectory, szBaseName);
     }
     char szFolder[tavo::kPathSize];
-    tavo::PrintText(szFolder, "%s/tmp", szDirectory);
+    tavo::PrintText(szFolder, "%s/%s", szDirectory, tavo::kInstallFolder);
     if (MakeDirectory(szDirectory, failure) < 0 || MakeDirectory(szFolder, failure) < 0) {
         return -1;
     }
     char szCopy[tavo::kPathSize];
-    tavo::PrintText(szCopy, "%s/%s.XXXXXX", szFolder, szBaseName);
+    tavo::PrintText(szCopy, "%s/%s%s", szFolder, szBaseName, tavo::kInstallTail);
     if (ReserveName(szBaseName, szCopy, failure) < 0) {
         return -1;
     }

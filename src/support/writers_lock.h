@@ -20,8 +20,7 @@ namespace tavo {
 class WritersLock {
   public:
     explicit WritersLock(const char *folder) {
-        if (folder != nullptr && TLIBCFolderLockTake != nullptr &&
-            TLIBCFolderLockRelease != nullptr) {
+        if (folder != nullptr && IsAvailable()) {
             lock_ = TLIBCFolderLockTake(folder);
             out_of_memory_ = lock_ == nullptr && TLIBCErrGet() == TLIBC_ERR_NO_MEMORY;
         }

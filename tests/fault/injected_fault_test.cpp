@@ -80,12 +80,13 @@ class InjectedFault : public testing::Test {
     static constexpr uid_t kOwner = 12345;
 
     // What must hold whatever the fault was: the answer and the file agree, and a failed change
-    // leaves nothing.
-    void ExpectAnswerAgrees(const SystemCall &call, const ProgramResult &result) {
+    // leaves nothing but its reason.
+    void ExpectAnswerAgrees(const SystemCall &call, const std::string &error,
+                            const ProgramResult &result) {
         ASSERT_THAT(result.status, AnyOf(0, 1)) << result.err;
         EXPECT_TRUE(FileIs(result.status == 0 ? new_text_ : old_text_));
         if (result.status != 0) {
-            EXPECT_EQ(result.out, call.name.starts_with("rename") ? "0x2800" : "0x900");
+            EXPECT_EQ(result.out, (call.name.starts_with("rename") ? "0x2800 " : "0x900 ") + error);
             // Somebody else may hold a lock that cannot be looked at, so its file stays.
             if (call.name != "flock") {
                 EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
@@ -158,7 +159,7 @@ TEST_P(RefusedCall, MakesTheAnswerAndTheFileAgree) {
     ForEachCall(calls, std::string("error=") + GetParam(),
                 [&](const SystemCall &call, const ProgramResult &result) {
                     EXPECT_THAT(result.err, testing::HasSubstr("(INJECTED)"));
-                    ExpectAnswerAgrees(call, result);
+                    ExpectAnswerAgrees(call, GetParam(), result);
                     failures += result.status;
                 });
     EXPECT_GT(failures, 10);
@@ -196,7 +197,7 @@ TEST_F(InjectedFault, AFileSystemWithoutLocksIsNotWaitedFor) {
         const ProgramResult result =
             RunWriter(Injection({"flock", 1}, std::string("error=") + error, "+"));
         EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.out, "0x900");
+        EXPECT_EQ(result.out, std::string("0x900 ") + error);
         EXPECT_EQ(CountOf("flock(", result.err), 1) << result.err;
         EXPECT_TRUE(FileIs(old_text_));
         EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
@@ -242,7 +243,7 @@ TEST_F(InjectedFault, AFolderThatCannotBeFlushedGetsTheOldFileBack) {
     ASSERT_EQ(stat(file_.c_str(), &before), 0);
     const ProgramResult result = RunWriter({"fsync", 2}, "error=EIO");
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.out, "0x900");
+    EXPECT_EQ(result.out, "0x900 EIO");
     EXPECT_TRUE(FileIs(old_text_));
     struct stat after = {};
     ASSERT_EQ(stat(file_.c_str(), &after), 0);

@@ -1,9 +1,11 @@
 // What the operations report of a change that fails: the step, and what the system or a program
 // reported. The log lines and results of the exported functions are the business of other tests.
+#include <sys/mount.h>
+
 #include <cerrno>
 
 #include "lifecycle/change.h"
-#include "lifecycle_test.h"
+#include "service_files_test.h"
 
 namespace tavo::test {
 namespace {
@@ -24,7 +26,7 @@ class ChangeOutcomeTest : public LifecycleTest {
         EXPECT_EQ(outcome_.failure.status, status);
     }
 
-    static TAVO_SERVICE_CONF_SET_PARAM RemovalParam() {
+    static TAVO_SERVICE_CONF_SET_PARAM SystemRemoval() {
         TAVO_SERVICE_CONF_SET_PARAM param = Param("web.sc", "web");
         param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
         param.nCheckFlags = TAVO_PORT_CHECK_FW_SERVICE | 1;
@@ -68,7 +70,7 @@ TEST_F(ChangeOutcomeTest, NamesAProgramThatIsMissing) {
     ExpectProgram(Step::kCopy, "/bin/cp", -1);
     EXPECT_EQ(outcome_.failure.code, 0x700U);
     outcome_ = {};
-    const TAVO_SERVICE_CONF_SET_PARAM removal = RemovalParam();
+    const TAVO_SERVICE_CONF_SET_PARAM removal = SystemRemoval();
     EXPECT_EQ(RemoveSection(&removal, outcome_), -1);
     ExpectProgram(Step::kBackUp, "/bin/cp", -1);
     EXPECT_EQ(outcome_.undo, Undo::kNotNeeded);
@@ -78,7 +80,7 @@ TEST_F(ChangeOutcomeTest, NamesAProgramThatIsMissing) {
 
 TEST_F(ChangeOutcomeTest, SaysThatTheStoresWerePutBack) {
     std::filesystem::remove(kFirewallTool);
-    const TAVO_SERVICE_CONF_SET_PARAM param = RemovalParam();
+    const TAVO_SERVICE_CONF_SET_PARAM param = SystemRemoval();
     EXPECT_EQ(RemoveSection(&param, outcome_), -1);
     ExpectProgram(Step::kFirewallRecord, kFirewallTool, -1);
     EXPECT_EQ(outcome_.undo, Undo::kDone);
@@ -91,6 +93,119 @@ TEST_F(ChangeOutcomeTest, NamesTheFolderThatCannotBeMade) {
         InstallFile("web.sc", kFile, TAVO_SERVICE_CONF_DIR_PACKAGE, nullptr, outcome_.failure), -1);
     ExpectProgram(Step::kMakeFolder, "/bin/mkdir", 1);
     EXPECT_EQ(outcome_.failure.path, std::string(kPackageServices) + "/tmp");
+}
+
+TEST_F(ChangeOutcomeTest, HasWhatTheSystemRefusedToAWriter) {
+    ASSERT_EQ(mount("none", kSystemServices, "tmpfs", 0, nullptr), 0);
+    WriteFile(kFile, kText);
+    ASSERT_EQ(mount("none", kSystemServices, "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    const TAVO_SERVICE_CONF_SET_PARAM param = Param("web.sc", "web");
+    EXPECT_EQ(WritePorts(&param, ports_.get(), outcome_), -1);
+    EXPECT_EQ(outcome_.failure.step, Step::kWrite);
+    EXPECT_EQ(outcome_.failure.error, EROFS);
+    EXPECT_STREQ(outcome_.failure.path, kFile);
+    outcome_ = {};
+    EXPECT_EQ(SetSectionPorts(1, "web.sc", "web", ports_.get(), outcome_), -1);
+    EXPECT_EQ(outcome_.failure.error, EROFS);
+    EXPECT_EQ(RemoveFromFile(kFile, "web", outcome_.failure = {}), -1);
+    EXPECT_EQ(outcome_.failure.error, EROFS);
+    EXPECT_EQ(umount(kSystemServices), 0);
+}
+
+// ---- The plain way to set the ports of a section ----
+
+TEST_F(ChangeOutcomeTest, OfSectionPortsNamesTheStepAndThePath) {
+    const auto expect_step = [this](const char *file, const char *section, Step step,
+                                    const std::string &path) {
+        outcome_ = {};
+        EXPECT_EQ(SetSectionPorts(1, file, section, ports_.get(), outcome_), -1);
+        EXPECT_EQ(outcome_.failure.step, step) << file << ' ' << section;
+        EXPECT_EQ(outcome_.failure.path, path);
+        EXPECT_EQ(outcome_.notified[Listener::kFirewall].state, Notified::kNotReached);
+    };
+    expect_step("../web.sc", "web", Step::kCheckArguments, "");
+    expect_step("gone.sc", "web", Step::kMissingFile, "/usr/tavo/etc/services.d/gone.sc");
+    expect_step("web.sc", "mail", Step::kWrite, kFile);
+    std::filesystem::remove_all("/run/tavoserviceconf");
+    WriteFile("/run/tavoserviceconf", "no folder");
+    expect_step("web.sc", "web", Step::kLock, "/run/tavoserviceconf/system-services.lock");
+    EXPECT_EQ(ReadFile(kFile), kText);
+}
+
+TEST_F(ChangeOutcomeTest, OfSectionPortsThatAreTooLongSaysSo) {
+    std::string ports = "100";
+    for (int port = 101; port < 300; ++port) {
+        ports += ',' + std::to_string(port);
+    }
+    EXPECT_EQ(SetSectionPorts(1, "web.sc", "web", MakePorts(ports + "/tcp").get(), outcome_), -1);
+    EXPECT_EQ(outcome_.failure.step, Step::kPrintPorts);
+}
+
+TEST_F(ChangeOutcomeTest, OfSectionPortsHasTheFailureOfTheFirewallTool) {
+    EXPECT_EQ(SetSectionPorts(1, "web.sc", "web", ports_.get(), outcome_), 0);
+    EXPECT_FALSE(outcome_.failure.HasFailed());
+    EXPECT_EQ(outcome_.notified[Listener::kFirewall].state, Notified::kYes);
+    std::filesystem::remove(kFirewallTool);
+    EXPECT_EQ(SetSectionPorts(1, "web.sc", "web", ports_.get(), outcome_), -1);
+    ExpectProgram(Step::kReload, kFirewallTool, -1);
+}
+
+// ---- Side copies ----
+
+TEST_F(ChangeOutcomeTest, OfABackupNamesWhatIsInTheWay) {
+    const TAVO_SERVICE_CONF_SET_PARAM param = SystemRemoval();
+    const std::string copy = SideCopyOf(kSystemServices);
+    std::filesystem::create_directory(copy);
+    ASSERT_EQ(mount("none", copy.c_str(), "tmpfs", 0, nullptr), 0);
+    EXPECT_EQ(BackUpStores(&param, outcome_.failure), -1);
+    ExpectProgram(Step::kRemove, "/bin/rm", 1);
+    EXPECT_EQ(outcome_.failure.path, copy);
+    EXPECT_EQ(umount(copy.c_str()), 0);
+}
+
+TEST_F(ChangeOutcomeTest, OfARestoreNamesTheStoreThatIsMounted) {
+    const TAVO_SERVICE_CONF_SET_PARAM param = SystemRemoval();
+    ASSERT_EQ(BackUpStores(&param, outcome_.failure), 0);
+    ASSERT_EQ(mount("none", kSystemServices, "tmpfs", 0, nullptr), 0);
+    EXPECT_EQ(RestoreStores(&param, outcome_.failure), -1);
+    EXPECT_EQ(outcome_.failure.step, Step::kRestore);
+    EXPECT_EQ(outcome_.failure.error, EBUSY);
+    EXPECT_STREQ(outcome_.failure.path, kSystemServices);
+    EXPECT_EQ(umount(kSystemServices), 0);
+}
+
+TEST_F(ChangeOutcomeTest, OfADeletionNamesTheCopy) {
+    const TAVO_SERVICE_CONF_SET_PARAM param = SystemRemoval();
+    ASSERT_EQ(BackUpStores(&param, outcome_.failure), 0);
+    std::filesystem::remove("/bin/rm");
+    EXPECT_EQ(DeleteBackup(&param, outcome_.failure), -1);
+    ExpectProgram(Step::kRemove, "/bin/rm", -1);
+    EXPECT_EQ(outcome_.failure.path, SideCopyOf(kSystemServices));
+}
+
+TEST_F(ChangeOutcomeTest, ForgetsAnAttemptThatWasMadeAgain) {
+    const TAVO_SERVICE_CONF_SET_PARAM param = SystemRemoval();
+    WriteScript("/bin/cp",
+                "[ -e /run/tried ] || { touch /run/tried; exit 1; }\n"
+                "exec /usr/bin/cp \"$@\"");
+    EXPECT_EQ(BackUpStores(&param, outcome_.failure), 0);
+    EXPECT_TRUE(std::filesystem::exists("/run/tried"));
+    EXPECT_FALSE(outcome_.failure.HasFailed());
+    EXPECT_EQ(DeleteBackup(&param, outcome_.failure), 0);
+}
+
+TEST_F(ChangeOutcomeTest, SaysWhyTheStoresCouldNotBePutBack) {
+    std::filesystem::remove(kFirewallTool);
+    WriteScript("/bin/mv", "mkdir -p \"${@: -1}/other\"\nexit 1");
+    const TAVO_SERVICE_CONF_SET_PARAM param = SystemRemoval();
+    EXPECT_EQ(RemoveSection(&param, outcome_), -1);
+    ExpectProgram(Step::kFirewallRecord, kFirewallTool, -1);
+    EXPECT_EQ(outcome_.undo, Undo::kFailed);
+    EXPECT_EQ(outcome_.undo_failure.step, Step::kRestore);
+    EXPECT_STREQ(outcome_.undo_failure.program, "/bin/mv");
+    EXPECT_EQ(outcome_.undo_failure.status, 1);
+    EXPECT_EQ(outcome_.undo_failure.path, SideCopyOf(kSystemServices));
+    EXPECT_EQ(ReadFile(SideCopyOf(kSystemServices) + "/web.sc"), kText);
 }
 
 }  // namespace

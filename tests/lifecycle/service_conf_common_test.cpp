@@ -553,7 +553,7 @@ TEST_F(SideCopies, AreNotRestoredToAStoreThatIsMounted) {
     const Programs programs;
     EXPECT_EQ(TLIBServiceConfRestore(&param), -1);
     EXPECT_EQ(AllStores(), before);
-    EXPECT_EQ(ErrorState(), "0x2800 side_copy.cpp");
+    EXPECT_EQ(ErrorState(), "0x2800 service_conf_common.cpp");
     EXPECT_THAT(Copied(), ElementsAre(kPackageServices));
     EXPECT_THAT(Messages(),
                 ElementsAre("Failed to rm -rf " + std::string(kPackageServices) + "[0x0000 :N]"));

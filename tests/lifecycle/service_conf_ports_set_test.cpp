@@ -255,7 +255,7 @@ TEST_F(PortsSet, NeedsTheNameOfTheCopy) {
 
 TEST_F(PortsSet, TakesNoFileForMissingThatItCannotLookAt) {
     const FileState before = StateOf(kFile);
-    ExpectUnknownFile();
+    ExpectUnknownFile("service_conf_ports_set.cpp");
     EXPECT_EQ(StateOf(kFile), before);
 }
 
@@ -315,6 +315,13 @@ TEST_F(PortsSet, SurvivesEveryFailingAllocation) {
               }),
               0);
     EXPECT_THAT(messages, Contains("Failed to alloc memory"));
+}
+
+TEST_F(PortsSet, NamesItsOwnSourceFileInSharedSteps) {
+    ExpectLinesToName("service_conf_ports_set.cpp");
+    SetPorts("23/tcp");
+    EXPECT_EQ(Set(), -1);
+    EXPECT_EQ(SourceOf("Port conflict with existing ports!"), "service_conf_ports_set.cpp");
 }
 
 }  // namespace

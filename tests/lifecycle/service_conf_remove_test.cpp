@@ -251,9 +251,9 @@ TEST_F(ServiceConfRemove, TakesNoFileForMissingThatItCannotLookAt) {
         const Failing look("stat", kGameFile, EIO);
         EXPECT_EQ(Remove(RemovalParam(7)), -1);
     }
-    EXPECT_EQ(ErrorState(), "0x900 set_param.cpp");
+    EXPECT_EQ(ErrorState(), "0x900 service_conf_remove.cpp");
     EXPECT_THAT(Messages(), ElementsAre(std::string("Failed to look at ") + kGameFile +
-                                        ": Input/output error[0x0900 set_param.cpp:N]"));
+                                        ": Input/output error[0x0900 service_conf_remove.cpp:N]"));
     EXPECT_EQ(ReadFile(kGameFile), kGame);
     EXPECT_THAT(Calls(), IsEmpty());
 }

@@ -344,11 +344,13 @@ TEST_F(FailingSectionRemoval, TakesNoFileForMissingThatItCannotLookAt) {
         const Failing look("stat", kGameFile, EIO);
         EXPECT_EQ(Remove(Restarting(7, 1)), -1);
     }
-    EXPECT_EQ(ErrorState(), "0x900 set_param.cpp");
-    EXPECT_THAT(Messages(),
-                ElementsAre(std::string("Failed to look at ") + kGameFile +
-                                ": Input/output error[0x0900 set_param.cpp:N]",
-                            "Remove service configure section fail![0x0900 set_param.cpp:N]"));
+    EXPECT_EQ(ErrorState(), "0x900 service_conf_section_remove.cpp");
+    EXPECT_THAT(
+        Messages(),
+        ElementsAre(
+            std::string("Failed to look at ") + kGameFile +
+                ": Input/output error[0x0900 service_conf_section_remove.cpp:N]",
+            "Remove service configure section fail![0x0900 service_conf_section_remove.cpp:N]"));
     EXPECT_EQ(AllStores(), before_);
 }
 

@@ -504,10 +504,10 @@ TEST_F(SectionSet, NeedsTheNameOfTheCopy) {
 TEST_F(SectionSet, MakesNoFileWhereItCannotLookForIt) {
     WriteFile(kFile, kOld);
     const FileState before = StateOf(kFile);
-    ExpectUnknownFile();
+    ExpectUnknownFile("service_conf_section_set.cpp");
     EXPECT_EQ(StateOf(kFile), before);
     std::filesystem::remove(kFile);
-    ExpectUnknownFile();
+    ExpectUnknownFile("service_conf_section_set.cpp");
     EXPECT_THAT(Entries(kSystemServices), IsEmpty());
 }
 
@@ -601,6 +601,13 @@ TEST_F(SectionSet, SurvivesEveryFailingAllocation) {
     EXPECT_THAT(messages,
                 IsSupersetOf({"Failed to alloc memory", "Failed ot set port_forward into Hash",
                               "Failed ot set src.ports into Hash"}));
+}
+
+TEST_F(SectionSet, NamesItsOwnSourceFileInSharedSteps) {
+    ExpectLinesToName("service_conf_section_set.cpp");
+    SetDstPorts("23/tcp");
+    EXPECT_EQ(Set(), -1);
+    EXPECT_EQ(SourceOf("Port conflict with existing ports!"), "service_conf_section_set.cpp");
 }
 
 }  // namespace

@@ -281,14 +281,14 @@ TEST_F(UnkeptContent, StopsTheUpdateWhereItCannotBeLookedAt) {
     WriteFile(kGameFile, kGame);
     const std::string source = Source(kNewGame);
     const std::string line = std::string("Failed to look at ") + kGameFile +
-                             ": Input/output error[0x0900 set_param.cpp:N]";
+                             ": Input/output error[0x0900 service_conf_update.cpp:N]";
     {
         const Failing look("stat", kGameFile, EIO);
         EXPECT_EQ(UpdateWithoutNotify(source), -1);
         ExpectNotifyUntouched();
         EXPECT_EQ(Update(source), -1);
     }
-    EXPECT_EQ(ErrorState(), "0x900 set_param.cpp");
+    EXPECT_EQ(ErrorState(), "0x900 service_conf_update.cpp");
     EXPECT_THAT(Messages(), ElementsAre(line, line, "FAILED to install .sc"));
     EXPECT_EQ(ReadFile(kGameFile), kGame);
     EXPECT_THAT(Calls(), IsEmpty());

@@ -71,17 +71,44 @@ class SetTest : public LifecycleTest {
     }
 
     // That a file that cannot be looked at is neither there nor missing, and nothing is done.
-    void ExpectUnknownFile() {
+    void ExpectUnknownFile(const std::string &source) {
         log_.Clear();
         TLIBCErrSetEx(0, nullptr, 0);
         const Programs programs;
         const Failing look("stat", kFile, EIO);
         EXPECT_EQ(Set(), -1);
-        EXPECT_EQ(ErrorState(), "0x900 set_param.cpp");
+        EXPECT_EQ(ErrorState(), "0x900 " + source);
         EXPECT_THAT(Messages(),
                     testing::ElementsAre("Failed to look at /usr/tavo/etc/services.d/web.sc: "
-                                         "Input/output error[0x0900 set_param.cpp:N]"));
+                                         "Input/output error[0x0900 " +
+                                         source + ":N]"));
+        EXPECT_EQ(SourceOf("Failed to look at"), source);
         EXPECT_THAT(programs.Run(), testing::IsEmpty());
+    }
+
+    // The source file that the line with this text names.
+    std::string SourceOf(const std::string &text) const {
+        for (const CapturedLog::Line &line : log_.Lines()) {
+            if (line.text.find(text) != std::string::npos) {
+                return line.text.substr(0, line.text.find(':'));
+            }
+        }
+        return "no line with " + text;
+    }
+
+    // That the lines of steps that both operations share name the operation's own source file.
+    void ExpectLinesToName(const std::string &source) {
+        param_.nCheckFlags |= TAVO_PORT_CHECK_PORT_FORWARD;
+        param_.nRestartMode = TAVO_RESTART_MODE_RESTART;
+        SetExitStatus("tavoroutertool", "3");
+        std::filesystem::remove(kFirewallTool);
+        EXPECT_EQ(Set(), 0);
+        EXPECT_EQ(SourceOf("--udpate"), source);
+        EXPECT_EQ(SourceOf("Restart service fail"), source);
+        Programs programs;
+        programs.Answer("/bin/cp", 1);
+        EXPECT_EQ(Set(), -1);
+        EXPECT_EQ(SourceOf(kCopyFailed), source);
     }
 
     // That a folder with something in it, at the name of the copy, makes it fail and stays.

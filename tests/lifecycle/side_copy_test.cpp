@@ -82,14 +82,14 @@ TEST_F(SideCopy, IsNotLeftOutWhereTheStoreCannotBeLookedAt) {
     const Failing look("stat", kPackageServices, EIO);
     EXPECT_EQ(Backup(), -1);
     EXPECT_THAT(Messages(), ElementsAre(std::string("Failed to look at ") + kPackageServices +
-                                        ": Input/output error[0x0900 side_copy.cpp:N]"));
+                                        ": Input/output error[0x0900 service_conf_common.cpp:N]"));
 }
 
 TEST_F(SideCopy, IsNotMadeOfALinkThatCannotBeLookedAt) {
     std::filesystem::rename(kPackageServices, "/packages/services");
     std::filesystem::create_symlink("/packages/services", kPackageServices);
     const Lines looked_at = {std::string("Failed to look at ") + kPackageServices +
-                             ": Input/output error[0x0900 side_copy.cpp:N]"};
+                             ": Input/output error[0x0900 service_conf_common.cpp:N]"};
     {
         const Failing look("lstat", kPackageServices, EIO);
         EXPECT_EQ(Backup(), -1);
@@ -243,7 +243,7 @@ TEST_F(SideCopy, IsNotLostWhereAnMvThatCopiesRemovesAPartOfIt) {
     ASSERT_EQ(Backup(), 0);
     ChangeStore();
     EXPECT_EQ(Restore(), -1);
-    EXPECT_EQ(ErrorState(), "0x2800 side_copy.cpp");
+    EXPECT_EQ(ErrorState(), "0x2800 service_conf_common.cpp");
     EXPECT_EQ(ReadFile(kGameFile), kGame);
     EXPECT_EQ(Entries(kPackageServices), (Lines{"file", "game.sc", "sub"}));
 }
@@ -270,9 +270,10 @@ class UnrestoredCopy : public SideCopy {
         ChangeStore();
         WriteScript("/bin/mv", "mkdir -p \"${@: -1}/other\"\nexit 1");
         EXPECT_EQ(Restore(), -1);
-        EXPECT_EQ(ErrorState(), "0x2800 side_copy.cpp");
-        EXPECT_THAT(Messages(), ElementsAre("Failed to put " + copy_ + " in the place of " +
-                                            kPackageServices + "[0x2800 side_copy.cpp:N]"));
+        EXPECT_EQ(ErrorState(), "0x2800 service_conf_common.cpp");
+        EXPECT_THAT(Messages(),
+                    ElementsAre("Failed to put " + copy_ + " in the place of " + kPackageServices +
+                                "[0x2800 service_conf_common.cpp:N]"));
         EXPECT_EQ(ReadFile(copy_ + "/game.sc"), kGame);
         StartAnew();
     }
@@ -340,7 +341,7 @@ TEST_F(UnrestoredCopy, OfAProcessThatDiedIsKeptWhereTheStoreCannotBeLookedAt) {
     EXPECT_THAT(Messages(),
                 ElementsAre(kept_, std::string("Failed to look at ") + kPackageServices +
                                        ": Input/output error"
-                                       "[0x0900 side_copy.cpp:N]"));
+                                       "[0x0900 service_conf_common.cpp:N]"));
 }
 
 TEST_F(UnrestoredCopy, IsNotRenamedWhereItIsUnknownWhetherTheNameIsFree) {
@@ -349,7 +350,7 @@ TEST_F(UnrestoredCopy, IsNotRenamedWhereItIsUnknownWhetherTheNameIsFree) {
     EXPECT_EQ(Backup(), -1);
     EXPECT_EQ(ReadFile(copy_ + "/game.sc"), kGame);
     EXPECT_THAT(Messages(), ElementsAre("Failed to look at " + aside_ +
-                                        ": Input/output error[0x0900 side_copy.cpp:N]"));
+                                        ": Input/output error[0x0900 service_conf_common.cpp:N]"));
 }
 
 TEST_F(UnrestoredCopy, OfAStoreThatIsWholeIsNotKept) {
@@ -363,7 +364,7 @@ TEST_F(UnrestoredCopy, IsNeitherKeptNorReplacedWhereItCannotBeRenamed) {
     EXPECT_EQ(Backup(), -1);
     EXPECT_EQ(ReadFile(copy_ + "/game.sc"), kGame);
     EXPECT_THAT(Messages(), ElementsAre("Failed to rename " + copy_ + " to " + aside_ +
-                                        ": Input/output error[0x2800 side_copy.cpp:N]"));
+                                        ": Input/output error[0x2800 service_conf_common.cpp:N]"));
 }
 
 }  // namespace

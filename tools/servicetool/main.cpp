@@ -5,7 +5,7 @@
 #include <new>
 #include <string>
 
-#include "change/given_up_change.h"
+#include "change/change_report.h"
 #include "commands/commands.h"
 #include "input/library_log.h"
 #include "output/report.h"
@@ -17,6 +17,32 @@ namespace {
 int PrintAndEnd(const std::string &text) {
     std::fputs(text.c_str(), stdout);
     return Report(false).Finish();
+}
+
+Change ChangeAskedFor(const CommandLine &line) {
+    Change change = line.command->change(line.arguments);
+    change.operation = line.command->name;
+    return change;
+}
+
+// Reports what was thrown out of a command. Of one that changes something it is a refusal: what is
+// thrown by the change itself does not come out.
+void TellThrown(const CommandLine &line, const std::string &reason, Report &report) {
+    if (line.command->change != nullptr) {
+        ChangeReport(ChangeAskedFor(line), report).Refuse("failed", reason, "", Status::kFailed);
+        return;
+    }
+    report.TellError("", "failed", reason);
+    report.Raise(Status::kFailed);
+}
+
+// A command that changes something has its one result, whatever became of it. A command line that
+// is wrong asks for no change.
+void AddMissingResult(const CommandLine &line, Report &report) {
+    if (line.command->change != nullptr && report.Worst() != Status::kUsage &&
+        !report.HasResult()) {
+        ChangeReport(ChangeAskedFor(line), report).AddResult();
+    }
 }
 
 int RunCommand(const CommandLine &line) {

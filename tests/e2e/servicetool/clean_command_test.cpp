@@ -172,6 +172,38 @@ TEST_F(CleanCommand, RemovesEveryKindOfLeftover) {
     ExpectRun(ServiceTool({"clean"}), 0, kNothing);
 }
 
+// What a restore that failed, or one that was killed, has renamed.
+TEST_F(CleanCommand, RemovesWhatARestoreLeftBesideAStore) {
+    const std::string pid = DeadPid();
+    WriteFile(kRules, "");
+    MakeFolder(kStore + ".old.tmp." + pid, {kName});
+    MakeFolder(kStore + ".unrestored." + pid + ".12", {kName});
+    MakeFile(kRules + ".unrestored." + pid + ".1", "");
+    const std::string line = " by process " + pid + ": removed\n";
+    ExpectRun(ServiceTool({"clean"}), 0,
+              made_[0] + ": copy of " + kStore + line + made_[1] + ": copy of " + kStore + line +
+                  made_[2] + ": copy of " + kRules + line);
+    EXPECT_THAT(Left(), IsEmpty());
+
+    const std::string live = std::to_string(getpid());
+    MakeFolder(kStore + ".unrestored." + live + ".1");
+    for (const char *tail : {".unrestored.", ".unrestored.x.1", ".unrestored.1.", ".old.tmp."}) {
+        MakeFolder(kStore + tail);
+    }
+    MakeFolder(kStore + ".unrestored." + pid);
+    ExpectRun(ServiceTool({"clean"}), 0, kNothing);
+}
+
+TEST_F(CleanCommand, KeepsAnUnrestoredCopyThatHoldsMore) {
+    const std::string copy =
+        MakeFolder(kStore + ".unrestored." + DeadPid() + ".1", {kName, "other.sc"});
+    ExpectRun(ServiceTool({"clean"}), 1, "",
+              copy + ": warning: holds other.sc, which " + kStore +
+                  " lacks [left-behind]\n    fix: put it back with cp -a, or remove the copy by "
+                  "hand\n");
+    EXPECT_THAT(Left(), ElementsAre(copy));
+}
+
 TEST_F(CleanCommand, LeavesWhatALiveProcessMade) {
     const std::string pid = std::to_string(getpid());
     const std::string folder = MakePrivateFolder("/tmp/servicetool-aB3dE6", {"staged.sc"});

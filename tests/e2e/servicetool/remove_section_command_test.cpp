@@ -99,6 +99,26 @@ TEST_F(RemoveSectionCommand, PutsAllBackWhereTheFirewallToolIsMissing) {
     EXPECT_EQ(Calls(), "");
 }
 
+// The file is gone then, but nobody else changed it.
+TEST_F(RemoveSectionCommand, SaysWhyNothingCouldBePutBack) {
+    const ReplacedTool firewall(kFirewallTool);
+    const ReplacedTool mv("/bin/mv", "for place; do :; done\nmkdir -p \"$place/other\"\nexit 1");
+    const ProgramResult result = ServiceTool(kRemove);
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.err,
+                testing::HasSubstr(kPath + ": error: " + kFirewallTool +
+                                   " is missing; what was changed could not be put back: "
+                                   "/bin/mv ended with status 1 [failed]\n"));
+    EXPECT_THAT(result.err, testing::HasSubstr(": warning: is left, a copy of "
+                                               "/usr/local/etc/services.d from before"));
+    ASSERT_EQ(SideCopies().size(), 2U);
+    EXPECT_EQ(ReadFile(SideCopies().front() + "/notes.sc"), kBefore);
+    for (const std::string &copy : SideCopies()) {
+        std::filesystem::remove_all(copy);
+    }
+    std::filesystem::remove_all(kPackage + "other");
+}
+
 TEST_F(RemoveSectionCommand, NamesTheCopiesThatStay) {
     const ReplacedTool rm("/bin/rm");
     const ProgramResult result = ServiceTool(Remove("--no-restart"));

@@ -177,5 +177,18 @@ TEST_F(SetPortsCommand, SaysThatNothingWasChangedWhereTheFileCannotBeWritten) {
     ExpectNothingDone();
 }
 
+// The folder itself shows nothing of it.
+TEST_F(SetPortsCommand, SaysWhatKeptTheFileFromBeingWritten) {
+    const ProgramResult result =
+        RunProgram({"strace", "-qq", "-o", "/dev/null", "-P", kPackage + ".tavo-write/new", "-e",
+                    "trace=fsync", "-e", "inject=fsync:error=EIO", SERVICETOOL, "set-ports",
+                    "notes.sc", "notes", "8766/tcp"},
+                   "", {"ASAN_OPTIONS=detect_leaks=0"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: the folder: input/output error; the file "
+                                              "is unchanged [failed]\n"));
+    ExpectNothingDone();
+}
+
 }  // namespace
 }  // namespace tavo::test

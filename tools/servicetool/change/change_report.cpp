@@ -6,10 +6,9 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "change/failure_text.h"
 #include "change/installed_file.h"
+#include "change/leftovers.h"
 #include "change/program_output.h"
-#include "change/side_copies.h"
 #include "input/library_log.h"
 #include "output/text.h"
 
@@ -209,6 +208,10 @@ void ChangeReport::TellFile(const Done &done) {
     const std::string reason = known.empty() ? "the reason is unknown" : known;
     if (change_.told_only) {
         TellFailed(reason, "");
+    } else if (done.outcome.undo == Undo::kFailed) {
+        TellFailed(reason + "; what was changed could not be put back: " +
+                       ReasonOf(done.outcome.undo_failure, done),
+                   "");
     } else if (!changed_) {
         TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
                    FirewallFix(done.outcome));
@@ -225,15 +228,14 @@ void ChangeReport::TellFailed(std::string message, std::string fix) {
     report_.Raise(Status::kFailed);
 }
 
-void ChangeReport::Warn(std::string file, std::string rule, std::string message, std::string fix) {
-    report_.Tell({std::move(file),
-                  0,
-                  0,
-                  Severity::kWarning,
-                  std::move(rule),
-                  std::move(message),
-                  std::move(fix),
-                  {}});
+void ChangeReport::Warn(const std::string &file, const std::string &rule, std::string message,
+                        std::string fix) {
+    report_.Tell({.file = file,
+                  .severity = Severity::kWarning,
+                  .rule = rule,
+                  .message = std::move(message),
+                  .fix = std::move(fix),
+                  .source = {}});
     report_.Raise(Status::kFailed);
 }
 
@@ -270,7 +272,7 @@ void ChangeReport::TellStagedCopy(const StepFailure &failure) {
 }
 
 void ChangeReport::TellSideCopies() {
-    for (const SideCopy &copy : SideCopiesLeft()) {
+    for (const Leftover &copy : OwnCopiesOfStores()) {
         Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
              "see that " + copy.original + " is whole, and remove the copy");
     }

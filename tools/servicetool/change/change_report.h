@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "change/listeners.h"
+#include "change/outcome_text.h"
 #include "change/unified_diff.h"
 #include "lifecycle/change.h"
 #include "output/report.h"
@@ -82,7 +82,8 @@ class ChangeReport {
     void TellStagedCopy(const StepFailure &failure);
     void TellSideCopies();
     std::string ReasonOf(const StepFailure &failure, const Done &done) const;
-    void Warn(std::string file, std::string rule, std::string message, std::string fix);
+    void Warn(const std::string &file, const std::string &rule, std::string message,
+              std::string fix);
 
     Change change_;
     Report &report_;

@@ -1,6 +1,7 @@
 #include "change/installed_file.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,16 +12,38 @@
 #include <utility>
 #include <vector>
 
+#include "base/system_files.h"
 #include "input/input_file.h"
+#include "lifecycle/pause.h"
+#include "lifecycle/store_lock.h"
+#include "lifecycle/temporary_names.h"
 #include "output/text.h"
 
 namespace tavo::tool {
 namespace {
 
+// ---- The lock for changes
+//
+// The lock is on a file that nobody else can open: a lock on the service folders themselves, which
+// everybody may read, could be held by anybody, and no change could be made meanwhile.
+
+constexpr std::chrono::seconds kPatience{10};
+
+constexpr char kFile[] = TAVO_LOCK_FOLDER "/servicetool.lock";
+
+// What somebody else has planted is no lock.
+bool IsOwnFile(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_uid == geteuid() && fchmod(descriptor, S_IRUSR | S_IWUSR) == 0;
+}
+
+// ---- The file
+
 // The library keeps copies by names that hold the file's: this is the longest, with the highest
 // process id of all. Where that is no name of a file, it would go on without the copy.
-constexpr std::string_view kLongestDecoration = "servicetool.remove..4194304";
-constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration.size();
+constexpr std::size_t kLongestDecoration = sizeof(kRemovedHead) - 1 + sizeof(".4194304") - 1;
+constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration;
 
 // Why the text names no file of a service folder; empty when it may.
 std::string NameProblem(const std::string &name) {
@@ -100,6 +123,38 @@ bool Read(InstalledFile &file, Report &report) {
 }
 
 }  // namespace
+
+bool ChangeLock::Take() {
+    for (Pauses pauses(kPatience);;) {
+        StepFailure failure;
+        const LockAttempt attempt = TryLockFile(kFile, file_, failure);
+        if (attempt == LockAttempt::kFailed) {
+            problem_ = std::string(failure.path) + ": " +
+                       (failure.error == 0 ? "belongs to somebody else" : ErrorText(failure.error));
+            return false;
+        }
+        if (attempt == LockAttempt::kLocked) {
+            problem_ = IsOwnFile(file_.Get()) ? "" : std::string(kFile) + ": is no file of our own";
+            return problem_.empty();
+        }
+        if (!pauses.Next()) {
+            return false;
+        }
+    }
+}
+
+bool TellNoLock(const ChangeLock &lock, const std::string &name, const std::string &consequence,
+                Report &report) {
+    if (lock.Problem().empty()) {
+        report.TellError(name, "busy", "another change is under way" + consequence,
+                         "wait for its end, and try again");
+    } else {
+        report.TellError(name, "failed", "the lock for changes: " + lock.Problem() + consequence,
+                         geteuid() == 0 ? "" : "run it as root");
+    }
+    report.Raise(Status::kFailed);
+    return false;
+}
 
 bool CheckFileName(const std::string &name, Report &report) {
     const std::string problem = NameProblem(name);

@@ -13,26 +13,23 @@
 #include <charconv>
 #include <filesystem>
 #include <iterator>
+#include <set>
 #include <stdexcept>
 #include <system_error>
 
+#include "base/descriptor.h"
 #include "change/live_process.h"
 #include "change/private_folder.h"
-#include "change/side_copies.h"
 #include "input/input_file.h"
 #include "input/service_file.h"
 #include "lifecycle/side_copy.h"
-#include "ports/source_failure.h"
+#include "lifecycle/temporary_names.h"
 #include "support/writers_lock.h"
 
 namespace tavo::tool {
 namespace {
 
-constexpr char kTemporary[] = "/tmp";
-constexpr char kStagedFolder[] = "tmp";
-constexpr char kWriterFolder[] = ".tavo-write";
-constexpr char kReplaced[] = "there is another one of its name now";
-constexpr std::size_t kRandomPart = 6;  // of a name that is made unique
+constexpr char kAnotherOne[] = "there is another one of its name now";
 
 struct Kind {
     LeftoverKind kind;
@@ -56,6 +53,14 @@ const Kind &KindOf(LeftoverKind kind) {
 
 // ---- Names and entries
 
+std::string FolderOf(const std::string &path) {
+    return path.substr(0, path.rfind('/'));
+}
+
+std::string InTmp(const std::string &name) {
+    return std::string(kTemporaryFolder) + '/' + name;
+}
+
 // A folder that is not there is empty.
 std::optional<std::vector<std::string>> NamesInAny(const std::string &folder) {
     auto names = NamesIn(folder);
@@ -77,8 +82,10 @@ bool IsPrivateFolder(const std::string &path) {
            (status.st_mode & 07777) == S_IRWXU;
 }
 
+// What takes the place of the X in a template for a name.
 bool IsRandom(std::string_view part) {
-    return part.size() == kRandomPart && std::all_of(part.begin(), part.end(), [](char c) {
+    constexpr std::size_t kLength = 6;
+    return part.size() == kLength && std::all_of(part.begin(), part.end(), [](char c) {
                return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
            });
 }
@@ -115,7 +122,8 @@ bool IsGone(const std::string &name) {
 }
 
 bool IsPartOfStore(const std::string &name, const std::string &store) {
-    return name != kWriterFolder && (name != kStagedFolder || store == kFirewallDirectory);
+    return name != kWriterFolder &&
+           (name != kInstallFolder || store == PathOf(StoreId::kFirewallRules));
 }
 
 std::vector<std::string> NamesOrThrow(const std::string &folder) {
@@ -222,21 +230,41 @@ void KeepStore(Leftover &copy) {
 
 // ---- Looking
 
+// What is before the last dot of a name and what is after it; nothing where there is no dot.
+std::pair<std::string_view, std::string_view> SplitAtLastDot(std::string_view name) {
+    const std::size_t dot = name.rfind('.');
+    return dot == std::string_view::npos ? std::pair<std::string_view, std::string_view>()
+                                         : std::pair(name.substr(0, dot), name.substr(dot + 1));
+}
+
+// The process that gave a copy of the store of that name, or what is left of the store, its name.
+std::optional<pid_t> MakerOfCopy(std::string_view name, const std::string &store) {
+    for (const char *tail : {kSideCopyTail, kReplacedTail}) {
+        if (const auto pid = ReadPid(Between(name, store + tail, ""))) {
+            return pid;
+        }
+    }
+    const auto [numbered, number] = SplitAtLastDot(name);
+    return ReadPid(number) ? ReadPid(Between(numbered, store + kUnrestoredTail, "")) : std::nullopt;
+}
+
 class Search {
   public:
     void LookIntoTmp();
     void LookForRemoved();
     void LookIntoServiceFolder(const std::string &folder);
-    void LookBeside(const std::string &original, mode_t kind);
     void LookForWriter(const std::string &folder);
+
+    // Copies of the store whose maker is wanted(pid).
+    template <typename Wanted>
+    void LookForCopies(StoreId store, Wanted wanted);
 
     Leftovers Result() && { return std::move(found_); }
 
   private:
     std::vector<std::string> Names(const std::string &folder);
-    void AddPrivateFolder(const std::string &path);
     void AddUnsigned(LeftoverKind kind, const std::string &path, std::string_view original);
-    void AddRemoved(const std::string &path, std::string_view name);
+    void AddRemoved(const std::string &name);
 
     Leftovers found_;
 };
@@ -249,12 +277,6 @@ std::vector<std::string> Search::Names(const std::string &folder) {
     return std::move(names).value_or(std::vector<std::string>());
 }
 
-void Search::AddPrivateFolder(const std::string &path) {
-    if (IsPrivateFolder(path) && IsUnusedFolder(path)) {
-        found_.all.push_back({LeftoverKind::kPrivateFolder, path, ""});
-    }
-}
-
 // One whose name does not say who made it.
 void Search::AddUnsigned(LeftoverKind kind, const std::string &path, std::string_view original) {
     if (!original.empty() && IsOurs(path, S_IFREG)) {
@@ -263,17 +285,14 @@ void Search::AddUnsigned(LeftoverKind kind, const std::string &path, std::string
     }
 }
 
-void Search::AddRemoved(const std::string &path, std::string_view name) {
-    const std::string_view rest = Between(name, "servicetool.remove.", "");  // FILE.PID
-    const std::size_t dot = rest.rfind('.');
-    if (dot == std::string_view::npos || dot == 0) {
+void Search::AddRemoved(const std::string &name) {
+    const auto [head, maker] = SplitAtLastDot(name);
+    const std::string_view file = Between(head, kRemovedHead, "");
+    const std::optional<pid_t> pid = ReadPid(maker);
+    Leftover copy = {LeftoverKind::kRemovedFile, InTmp(name), std::string(file), pid};
+    if (file.empty() || !pid || IsRunning(*pid) || !IsOurs(copy.path, S_IFREG)) {
         return;
     }
-    const std::optional<pid_t> pid = ReadPid(rest.substr(dot + 1));
-    if (!pid || IsRunning(*pid) || !IsOurs(path, S_IFREG)) {
-        return;
-    }
-    Leftover copy = {LeftoverKind::kRemovedFile, path, std::string(rest.substr(0, dot)), pid};
     if (IsGone(copy.original)) {
         copy.keep = "is all that is left of " + copy.original +
                     ", whose removal the plugins may "
@@ -284,48 +303,52 @@ void Search::AddRemoved(const std::string &path, std::string_view name) {
 }
 
 void Search::LookIntoTmp() {
-    for (const std::string &name : Names(kTemporary)) {
-        const std::string path = std::string(kTemporary) + '/' + name;
-        if (IsRandom(Between(name, "servicetool-", ""))) {
-            AddPrivateFolder(path);
-        } else if (const auto file = Between(name, "servicetool.update.", ".old"); !file.empty()) {
+    for (const std::string &name : Names(kTemporaryFolder)) {
+        const std::string path = InTmp(name);
+        if (IsRandom(Between(name, kPrivateFolderHead, ""))) {
+            if (IsPrivateFolder(path) && IsUnusedFolder(path)) {
+                found_.all.push_back({LeftoverKind::kPrivateFolder, path, ""});
+            }
+        } else if (const auto file = Between(name, kUpdatedHead, kUpdatedTail); !file.empty()) {
             AddUnsigned(LeftoverKind::kUpdatedFile, path, file);
         } else {
-            AddRemoved(path, name);
+            AddRemoved(name);
         }
     }
 }
 
 void Search::LookForRemoved() {
-    for (const std::string &name : Names(kTemporary)) {
-        AddRemoved(std::string(kTemporary) + '/' + name, name);
+    for (const std::string &name : Names(kTemporaryFolder)) {
+        AddRemoved(name);
     }
 }
 
 void Search::LookIntoServiceFolder(const std::string &folder) {
-    const std::string staged = folder + '/' + kStagedFolder;
+    const std::string staged = folder + '/' + kInstallFolder;
     if (!IsOurs(staged, S_IFDIR)) {
         return;
     }
     for (const std::string &name : Names(staged)) {
-        const std::size_t dot = name.rfind('.');
-        if (dot != std::string::npos && IsRandom(std::string_view(name).substr(dot + 1))) {
-            AddUnsigned(LeftoverKind::kStagedFile, staged + '/' + name, name.substr(0, dot));
+        const auto [file, random] = SplitAtLastDot(name);
+        if (IsRandom(random)) {
+            AddUnsigned(LeftoverKind::kStagedFile, staged + '/' + name, file);
         }
     }
 }
 
-void Search::LookBeside(const std::string &original, mode_t kind) {
-    const std::size_t slash = original.rfind('/');
-    const std::string folder = original.substr(0, slash);
-    const std::string prefix = original.substr(slash + 1) + ".tmp.";
-    for (const std::string &name : Names(folder)) {
-        const std::string_view text = Between(name, prefix, "");
-        const std::optional<pid_t> pid = text.empty() ? std::nullopt : ReadPid(text);
-        const std::string path = folder + '/' + name;
-        if (pid && !IsRunning(*pid) && IsOurs(path, kind)) {
-            found_.all.push_back({LeftoverKind::kStore, path, original, pid});
-            KeepStore(found_.all.back());
+// Where a store is a link, a copy may be beside the link or beside what it leads to.
+template <typename Wanted>
+void Search::LookForCopies(StoreId store, Wanted wanted) {
+    const std::string original = PathOf(store);
+    for (const std::string &beside : std::set<std::string>{original, PlaceOf(original)}) {
+        const std::string folder = FolderOf(beside);
+        for (const std::string &name : Names(folder)) {
+            const std::string path = folder + '/' + name;
+            const auto pid = MakerOfCopy(name, beside.substr(folder.size() + 1));
+            if (pid && wanted(*pid) &&
+                IsOurs(path, store == StoreId::kForwardingRules ? S_IFREG : S_IFDIR)) {
+                found_.all.push_back({LeftoverKind::kStore, path, original, pid});
+            }
         }
     }
 }
@@ -336,22 +359,25 @@ void Search::LookForWriter(const std::string &folder) {
     if (!IsOurs(path, S_IFDIR)) {
         return;
     }
-    const int lock = open((path + "/lock").c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    const bool unused = lock < 0 ? IsAbsence(errno) : flock(lock, LOCK_SH | LOCK_NB) == 0;
-    if (lock >= 0) {
-        close(lock);
-    }
-    if (unused) {
+    const Descriptor lock(
+        open((path + "/lock").c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (lock.IsOpen() ? flock(lock.Get(), LOCK_SH | LOCK_NB) == 0 : IsAbsence(errno)) {
         found_.all.push_back({LeftoverKind::kWriterFolder, path, ""});
     }
 }
+
+// In the order in which leftovers are listed.
+constexpr StoreId kStores[] = {StoreId::kSystemServices, StoreId::kPackageServices,
+                               StoreId::kForwardingRules, StoreId::kFirewallRules};
+
+// ---- Removing
 
 // The next writer removes what an earlier one left; this one writes nothing.
 std::string RemoveWriterFolder(const std::string &path) {
     if (!WritersLock::IsAvailable()) {
         return "the next change of a file in its folder removes it";
     }
-    if (!WritersLock(path.substr(0, path.rfind('/')).c_str()).IsHeld()) {
+    if (!WritersLock(FolderOf(path).c_str()).IsHeld()) {
         return "the lock of its folder cannot be taken";
     }
     struct stat status {};
@@ -367,25 +393,22 @@ bool MayBeInUse(const Leftover &leftover) {
 std::string RemoveFile(const Leftover &leftover) {
     const char *path = leftover.path.c_str();
     if (MayBeInUse(leftover) || !IsOurs(leftover.path, S_IFREG)) {
-        return kReplaced;
+        return kAnotherOne;
     }
-    const int file = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0) {
+    const Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file.IsOpen()) {
         return ErrorText(errno);
+    }
+    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
+        return errno == EWOULDBLOCK ? "somebody uses it" : ErrorText(errno);
     }
     struct stat opened {};
     struct stat entry {};
-    std::string problem;
-    if (flock(file, LOCK_EX | LOCK_NB) != 0) {
-        problem = errno == EWOULDBLOCK ? "somebody uses it" : ErrorText(errno);
-    } else if (fstat(file, &opened) != 0 || lstat(path, &entry) != 0 ||
-               opened.st_ino != entry.st_ino || opened.st_dev != entry.st_dev) {
-        problem = kReplaced;
-    } else if (unlink(path) != 0) {
-        problem = ErrorText(errno);
+    if (fstat(file.Get(), &opened) != 0 || lstat(path, &entry) != 0 ||
+        opened.st_ino != entry.st_ino || opened.st_dev != entry.st_dev) {
+        return kAnotherOne;
     }
-    close(file);
-    return problem;
+    return unlink(path) == 0 ? "" : ErrorText(errno);
 }
 
 // The store may have been lost since the look at its copy.
@@ -396,7 +419,7 @@ std::string RemoveStore(const Leftover &leftover) {
         return "it " + copy.keep;
     }
     if (MayBeInUse(copy)) {
-        return kReplaced;
+        return kAnotherOne;
     }
     std::error_code error;
     std::filesystem::remove_all(copy.path, error);
@@ -408,17 +431,38 @@ std::string RemoveStore(const Leftover &leftover) {
 Leftovers FindLeftovers() {
     Search search;
     search.LookIntoTmp();
-    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
-        const std::string path(folder.path);
-        search.LookIntoServiceFolder(path);
-        search.LookForWriter(path);
-        search.LookBeside(path, S_IFDIR);
+    for (const StoreId store : kStores) {
+        const char *path = PathOf(store);
+        if (path == nullptr) {
+            continue;
+        }
+        const bool services =
+            store == StoreId::kSystemServices || store == StoreId::kPackageServices;
+        if (services) {
+            search.LookIntoServiceFolder(path);
+        }
+        if (store != StoreId::kFirewallRules) {
+            search.LookForWriter(services ? path : FolderOf(path));
+        }
+        search.LookForCopies(store, [](pid_t pid) { return !IsRunning(pid); });
     }
-    const std::string rules = kRuleFile;
-    search.LookForWriter(rules.substr(0, rules.rfind('/')));
-    search.LookBeside(rules, S_IFREG);
-    search.LookBeside(kFirewallDirectory, S_IFDIR);
-    return std::move(search).Result();
+    Leftovers found = std::move(search).Result();
+    for (Leftover &leftover : found.all) {
+        if (leftover.kind == LeftoverKind::kStore) {
+            KeepStore(leftover);
+        }
+    }
+    return found;
+}
+
+std::vector<Leftover> OwnCopiesOfStores() {
+    Search search;
+    for (const StoreId store : kStores) {
+        if (PathOf(store) != nullptr) {
+            search.LookForCopies(store, [](pid_t pid) { return pid == getpid(); });
+        }
+    }
+    return std::move(search).Result().all;
 }
 
 std::vector<std::string> CopiesOfRemoved(const std::string &name) {
@@ -460,7 +504,7 @@ std::string RemoveLeftover(const Leftover &leftover) {
             return RemoveWriterFolder(leftover.path);
         case LeftoverKind::kPrivateFolder:
             if (!IsPrivateFolder(leftover.path)) {
-                return kReplaced;
+                return kAnotherOne;
             }
             return RemoveUnusedFolder(leftover.path) ? "" : ErrorText(errno);
         case LeftoverKind::kStore:

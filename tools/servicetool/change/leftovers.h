@@ -18,7 +18,7 @@ enum class LeftoverKind {
     kUpdatedFile,    // the old text of a file that was to be replaced
     kRemovedFile,    // the text of a file that was to be removed
     kStagedFile,     // on its way into a service folder
-    kStore,          // a folder or file as it was before a section was to be removed from it
+    kStore,          // a copy of a folder or file that a removal of a section would have put back
     kWriterFolder,   // of a writer of files in its folder
 };
 
@@ -40,6 +40,9 @@ struct Leftovers {
 // Only those that belong to us or to root, and none of a process that runs by the name of it.
 // Throws std::system_error when it cannot be found out whether one is in use.
 Leftovers FindLeftovers();
+
+// The copies of stores that our own process has made and that are still there. They should not be.
+std::vector<Leftover> OwnCopiesOfStores();
 
 // The copies of an installed file of that name whose removal was not completed, the newest last.
 // None while the process that made one runs. Throws std::system_error when /tmp cannot be read.

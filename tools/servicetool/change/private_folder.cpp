@@ -11,11 +11,10 @@
 #include <system_error>
 
 #include "base/descriptor.h"
+#include "lifecycle/temporary_names.h"
 
 namespace tavo::tool {
 namespace {
-
-constexpr char kTemplate[] = "/tmp/servicetool-XXXXXX";
 
 [[noreturn]] void Throw(const std::string &what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -44,7 +43,7 @@ PrivateFolder::PrivateFolder() {
         if (descriptor_ >= 0) {
             close(descriptor_);
         }
-        path_ = kTemplate;
+        path_ = std::string(kTemporaryFolder) + '/' + kPrivateFolderHead + "XXXXXX";
         if (mkdtemp(path_.data()) == nullptr) {
             Throw("a folder in /tmp");
         }

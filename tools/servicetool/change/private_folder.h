@@ -7,6 +7,9 @@
 
 namespace tavo::tool {
 
+// Its name in /tmp is this and random text.
+inline constexpr char kPrivateFolderHead[] = "servicetool-";
+
 // It goes with its object, and all files that were made by it go, too. While it is in use it is
 // locked, so that one that a killed program left can be told from it.
 class PrivateFolder {

@@ -8,7 +8,9 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
+#include "change/unified_diff.h"
 #include "input/library_owners.h"
+#include "lifecycle/section_write.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
@@ -58,6 +60,30 @@ bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeRep
 
 // The library's record for writing to the section.
 TAVO_SERVICE_CONF_SET_PARAM ParamOf(const SectionTarget &target, const SectionOptions &options);
+
+// ---- The text of the file after a change
+//
+// The library makes the change on a copy, so that it can be shown before anything is done, and
+// compared with what was done.
+
+// The most that the library writes as the ports of a section.
+inline constexpr std::size_t kLongestPortsValue = kPortTextSize - 1;
+
+// Whether a service file has room for the ports, and they can be written.
+bool FitsServiceFile(const TAVO_SERVICE_CONF_PORT &ports);
+
+// These throw std::runtime_error with the reason, or std::bad_alloc, where the file cannot be
+// changed so.
+
+// With all keys of a section set. None: a new file.
+FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &section);
+
+// With one port key of a section set.
+FileText WithPorts(const FileText &before, const std::string &section,
+                   const TAVO_SERVICE_CONF_PORT &ports);
+
+// Without a section. None: the file goes, for it has no other service.
+FileText WithoutSection(const FileText &before, const std::string &section);
 
 }  // namespace tavo::tool
 

@@ -1,7 +1,6 @@
 // servicetool clean. Nobody changes anything meanwhile through servicetool, so what looks unused
 // is.
-
-#include "change/change_lock.h"
+#include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "commands/commands.h"
 #include "output/text.h"
@@ -40,14 +39,12 @@ void Cleaning::Run() {
 
 void Cleaning::Treat(const Leftover &leftover) {
     if (!leftover.keep.empty()) {
-        report_.Tell({leftover.path,
-                      0,
-                      0,
-                      Severity::kWarning,
-                      "left-behind",
-                      leftover.keep,
-                      leftover.fix,
-                      {}});
+        report_.Tell({.file = leftover.path,
+                      .severity = Severity::kWarning,
+                      .rule = "left-behind",
+                      .message = leftover.keep,
+                      .fix = leftover.fix,
+                      .source = {}});
         report_.Raise(Status::kNo);
         Add(leftover, "kept");
     } else if (leftover.user) {

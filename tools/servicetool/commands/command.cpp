@@ -115,6 +115,14 @@ SectionOptions SectionOf(const Arguments &arguments) {
             .dry_run = arguments.Has("--dry-run")};
 }
 
+Change ChangeAskedFor(const Arguments &arguments) {
+    Change change;
+    change.path = arguments.Word(0);
+    change.section = arguments.Word(1);
+    change.dry_run = arguments.Has("--dry-run");
+    return change;
+}
+
 UsageProblem ProblemOfEmptyName(const std::vector<std::string> &names) {
     return Holds(names, "") ? UsageProblem{"a name is empty"} : UsageProblem{};
 }

@@ -113,8 +113,8 @@ struct Command {
 
     void (*run)(const Arguments &arguments, Report &report);
 
-    // Of a command that changes something: the change, as far as the command line says it. It is
-    // reported when the command ends before it has planned one.
+    // Of a command that changes something: the change, as far as the command line says it, but for
+    // the name of the operation. It is reported when the command ends before it has planned one.
     Change (*change)(const Arguments &arguments) = nullptr;
 };
 
@@ -143,6 +143,9 @@ FolderChoice FolderOf(const Arguments &arguments);
 
 // What the commands that change a section take: the two operands above, and their options.
 SectionOptions SectionOf(const Arguments &arguments);
+
+// A change of the file and section that are operands, for Command::change.
+Change ChangeAskedFor(const Arguments &arguments);
 
 // A problem where one of the names is empty.
 UsageProblem ProblemOfEmptyName(const std::vector<std::string> &names);

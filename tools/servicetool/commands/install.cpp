@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "change/change_report.h"
-#include "change/given_up_change.h"
 #include "change/installed_file.h"
 #include "change/linted_file.h"
 #include "change/private_folder.h"
@@ -25,20 +24,13 @@
 namespace tavo::tool {
 namespace {
 
-struct InstallOptions {
-    std::string source;  // "-" for standard input, which needs a name
-    std::string name;    // of the installed file; that of the source where empty
-    FolderChoice folder;
-    bool force = false;  // go on where ports are taken, or where that cannot be told
-    bool dry_run = false;
-};
-
 // Stands for the old content of a file that was not installed: it reads as empty.
 constexpr std::string_view kNoFile = "/dev/null";
 
-std::string NameOf(const InstallOptions &options) {
-    return options.name.empty() ? std::filesystem::path(options.source).filename().string()
-                                : options.name;
+// The name of the installed file: that of the source unless another is given.
+std::string NameOf(const Arguments &arguments) {
+    return arguments.Has("--as") ? arguments.Text("--as")
+                                 : std::filesystem::path(arguments.Word(0)).filename().string();
 }
 
 // What tells the two commands from each other.
@@ -56,8 +48,8 @@ constexpr Placement kInstall = {"install", true, "installed",
 constexpr Placement kUpdate = {"update", false, "not-found", "no file of that name is installed",
                                "write servicetool install"};
 
-Change ChangeOf(std::string_view operation, const InstallOptions &options,
-                const InstalledFile &file, const LintedFile &source) {
+Change ChangeOf(std::string_view operation, const Arguments &arguments, const InstalledFile &file,
+                const LintedFile &source) {
     return {
         .operation = operation,
         .path = file.path,
@@ -65,8 +57,8 @@ Change ChangeOf(std::string_view operation, const InstallOptions &options,
         .before = file.text,
         .after = source.text,
         .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
-        .dry_run = options.dry_run,
-        .force = options.force,
+        .dry_run = arguments.Has("--dry-run"),
+        .force = arguments.Has("--force"),
         .unknown_fix = "add --force to go on all the same",
     };
 }
@@ -125,21 +117,18 @@ int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeO
     return 0;
 }
 
-// A new file goes to the folder of packages where no other is asked for, an update to where the
-// file is.
-FolderChoice FolderOf(const InstallOptions &options, bool is_new) {
-    return {.system = options.folder.system,
-            .package = options.folder.package || (is_new && !options.folder.system)};
-}
-
-// Everything that is to be known of both sides of the change; false when that cannot be.
-bool LookAt(const InstallOptions &options, bool is_new, InstalledFile &file, LintedFile &source,
+// Everything that is to be known of both sides of the change; false when that cannot be. A new file
+// goes to the folder of packages where no other is asked for, an update to where the file is.
+bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, LintedFile &source,
             Report &report) {
-    return CheckFileName(NameOf(options), report) &&
-           LintAndTell(options.source, source, report,
+    const std::string name = NameOf(arguments);
+    FolderChoice folder = FolderOf(arguments);
+    folder.package |= is_new && !folder.system;
+    return CheckFileName(name, report) &&
+           LintAndTell(arguments.Word(0), source, report,
                        "name a file that can be read, or - for standard input") &&
-           FindInstalledFile(NameOf(options), FolderOf(options, is_new), Missing::kAllow,
-                             options.dry_run, file, report);
+           FindInstalledFile(name, folder, Missing::kAllow, arguments.Has("--dry-run"), file,
+                             report);
 }
 
 bool Allows(const Placement &placement, const InstalledFile &file, const LintedFile &source,
@@ -164,13 +153,13 @@ std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {
 // and a copy of it would keep its owner and mode, so that whoever owns the source could rewrite the
 // installed file later. The copy is made when everything is said, and gone when the library has it:
 // a reader who hangs up in between leaves nothing behind.
-void Place(const Placement &placement, const InstallOptions &options, Report &report) {
+void Place(const Placement &placement, const Arguments &arguments, Report &report) {
     InstalledFile file;
     LintedFile source;
-    if (!LookAt(options, placement.is_new, file, source, report)) {
+    if (!LookAt(arguments, placement.is_new, file, source, report)) {
         return;
     }
-    ChangeReport change(ChangeOf(placement.operation, options, file, source), report);
+    ChangeReport change(ChangeOf(placement.operation, arguments, file, source), report);
     if (!Allows(placement, file, source, change)) {
         return;
     }
@@ -224,31 +213,23 @@ constexpr char kUpdateExamples[] = R"(Examples:
   servicetool update --dry-run --force mypackage.sc
   servicetool update --as mypackage.sc build/services.txt)";
 
-InstallOptions OptionsOf(const Arguments &arguments) {
-    return {.source = arguments.Word(0),
-            .name = arguments.Text("--as"),
-            .folder = FolderOf(arguments),
-            .force = arguments.Has("--force"),
-            .dry_run = arguments.Has("--dry-run")};
-}
-
 UsageProblem ProblemOf(const Arguments &arguments) {
-    const InstallOptions options = OptionsOf(arguments);
-    if (options.source.empty()) {
+    if (arguments.Word(0).empty()) {
         return {"a name is empty"};
     }
-    if (arguments.Has("--as") && options.name.empty()) {
+    if (arguments.Has("--as") && arguments.Text("--as").empty()) {
         return {"--as needs the name of a file"};
     }
-    if (options.source == kStandardInput && options.name.empty()) {
+    if (arguments.Word(0) == kStandardInput && !arguments.Has("--as")) {
         return {"standard input has no name", "write --as NAME"};
     }
     return {};
 }
 
-Change PlannedBy(const Placement &placement, const Arguments &arguments) {
-    const InstallOptions options = OptionsOf(arguments);
-    return ChangeAskedFor(placement.operation, NameOf(options), "", options.dry_run);
+Change ChangeOfInstalled(const Arguments &arguments) {
+    Change change = ChangeAskedFor(arguments);
+    change.path = NameOf(arguments);
+    return change;
 }
 
 }  // namespace
@@ -260,9 +241,8 @@ constinit const Command kInstallCommand = {
     .options = kInstallOptions,
     .examples = kInstallExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments,
-              Report &report) { Place(kInstall, OptionsOf(arguments), report); },
-    .change = [](const Arguments &arguments) { return PlannedBy(kInstall, arguments); },
+    .run = [](const Arguments &arguments, Report &report) { Place(kInstall, arguments, report); },
+    .change = ChangeOfInstalled,
 };
 
 constinit const Command kUpdateCommand = {
@@ -272,9 +252,8 @@ constinit const Command kUpdateCommand = {
     .options = kUpdateOptions,
     .examples = kUpdateExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments,
-              Report &report) { Place(kUpdate, OptionsOf(arguments), report); },
-    .change = [](const Arguments &arguments) { return PlannedBy(kUpdate, arguments); },
+    .run = [](const Arguments &arguments, Report &report) { Place(kUpdate, arguments, report); },
+    .change = ChangeOfInstalled,
 };
 
 }  // namespace tavo::tool

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "change/change_report.h"
-#include "change/given_up_change.h"
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/private_folder.h"
@@ -21,11 +20,17 @@
 namespace tavo::tool {
 namespace {
 
-struct RemoveOptions {
-    std::string name;
-    FolderChoice folder;
-    bool dry_run = false;
-};
+// A file that is gone already is one whose listeners may not know of it.
+Change RemovalOf(const InstalledFile &file, bool dry_run) {
+    return {.operation = "remove",
+            .path = file.path,
+            .section = {},
+            .before = file.text,
+            .after = {},
+            .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
+            .told_only = !file.text,
+            .dry_run = dry_run};
+}
 
 // What the library reads in the file, and the firewall therefore knows: "with chat and wiki".
 std::string ServicesText(const std::string &text) {
@@ -69,15 +74,7 @@ void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
 // killed in between, and nobody else would ever notify them.
 void Complete(const InstalledFile &file, const std::vector<std::string> &copies, bool dry_run,
               Report &report) {
-    ChangeReport change({.operation = "remove",
-                         .path = file.path,
-                         .section = {},
-                         .before = {},
-                         .after = {},
-                         .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
-                         .told_only = true,
-                         .dry_run = dry_run},
-                        report);
+    ChangeReport change(RemovalOf(file, dry_run), report);
     const std::string &newest = copies.back();
     if (!change.Begin("is removed already; notify from the copy " + Escaped(newest))) {
         return;
@@ -92,7 +89,8 @@ void Complete(const InstalledFile &file, const std::vector<std::string> &copies,
 }
 
 int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
-    const TAVO_SERVICE_CONF_SET_PARAM param = RemovalOf(file.name.c_str(), file.folder.selector);
+    const TAVO_SERVICE_CONF_SET_PARAM param =
+        tavo::RemovalOf(file.name.c_str(), file.folder.selector);
     TAVO_SERVICE_CONF_REMOVE_NOTIFY notify{};
     TemporaryCopy old;
     if (RemoveFile(&param, notify, old, outcome.failure) < 0) {
@@ -102,30 +100,25 @@ int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
     return 0;
 }
 
-void Remove(const RemoveOptions &options, Report &report) {
+void Remove(const Arguments &arguments, Report &report) {
+    const std::string name = arguments.Word(0);
+    const FolderChoice folder = FolderOf(arguments);
+    const bool dry_run = arguments.Has("--dry-run");
     InstalledFile file;
-    if (!FindInstalledFile(options.name, options.folder, Missing::kAllow, options.dry_run, file,
-                           report)) {
+    if (!FindInstalledFile(name, folder, Missing::kAllow, dry_run, file, report)) {
         return;
     }
     if (!file.text) {
         // Under the lock: a removal that went on until now has completed it, or was killed.
-        const std::vector<std::string> copies = CopiesOfRemoved(options.name);
+        const std::vector<std::string> copies = CopiesOfRemoved(name);
         if (copies.empty()) {
-            TellNotInstalled(options.name, options.folder, report);
+            TellNotInstalled(name, folder, report);
         } else {
-            Complete(file, copies, options.dry_run, report);
+            Complete(file, copies, dry_run, report);
         }
         return;
     }
-    ChangeReport change({.operation = "remove",
-                         .path = file.path,
-                         .section = {},
-                         .before = file.text,
-                         .after = {},
-                         .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
-                         .dry_run = options.dry_run},
-                        report);
+    ChangeReport change(RemovalOf(file, dry_run), report);
     const std::string what = ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself);
     if (change.Begin(what) && CanBeKept(file, change)) {
         change.Do([&file](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });
@@ -150,17 +143,8 @@ constinit const Command kRemoveCommand = {
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,
-    .run =
-        [](const Arguments &arguments, Report &report) {
-            Remove({.name = arguments.Word(0),
-                    .folder = FolderOf(arguments),
-                    .dry_run = arguments.Has("--dry-run")},
-                   report);
-        },
-    .change =
-        [](const Arguments &arguments) {
-            return ChangeAskedFor("remove", arguments.Word(0), "", arguments.Has("--dry-run"));
-        },
+    .run = Remove,
+    .change = ChangeAskedFor,
 };
 
 }  // namespace tavo::tool

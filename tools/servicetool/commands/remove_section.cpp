@@ -1,7 +1,5 @@
 // servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
-#include "change/given_up_change.h"
 #include "change/section_target.h"
-#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "lint/file_remarks.h"
 
@@ -14,7 +12,8 @@ namespace {
 constexpr std::uint32_t kTouched =
     TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
 
-void RemoveSection(const SectionOptions &options, Report &report) {
+void RemoveSection(const Arguments &arguments, Report &report) {
+    const SectionOptions options = SectionOf(arguments);
     SectionTarget target;
     if (!FindSection(options, Missing::kRefuse, target, report)) {
         return;
@@ -52,12 +51,8 @@ constinit const Command kRemoveSectionCommand = {
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,
-    .run = [](const Arguments &arguments,
-              Report &report) { RemoveSection(SectionOf(arguments), report); },
-    .change =
-        [](const Arguments &arguments) {
-            return ChangeAskedFor("remove-section", SectionOf(arguments));
-        },
+    .run = RemoveSection,
+    .change = ChangeAskedFor,
 };
 
 }  // namespace tavo::tool

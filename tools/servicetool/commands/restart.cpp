@@ -1,25 +1,18 @@
 // servicetool restart.
 #include "change/change_report.h"
-#include "change/given_up_change.h"
 #include "commands/commands.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
 namespace {
 
-struct RestartOptions {
-    bool firewall = false;  // with the relay daemon; also where nothing is asked for
-    bool relay = false;
-    bool dry_run = false;
-};
-
-void Restart(const RestartOptions &options, Report &report) {
-    const bool firewall = options.firewall || !options.relay;
-    const int flags =
-        (firewall ? TAVO_RESTART_FIREWALL : 0) | (options.relay ? TAVO_RESTART_RELAY : 0);
-    Change plan;
+// The firewall with the relay daemon, unless the relay daemon alone is asked for.
+void Restart(const Arguments &arguments, Report &report) {
+    const bool relay = arguments.Has("--relay");
+    const bool firewall = arguments.Has("--firewall") || !relay;
+    const int flags = (firewall ? TAVO_RESTART_FIREWALL : 0) | (relay ? TAVO_RESTART_RELAY : 0);
+    Change plan = ChangeAskedFor(arguments);
     plan.operation = "restart";
-    plan.dry_run = options.dry_run;
     plan.listeners = firewall ? std::vector{Listener::kFirewall, Listener::kRelayDaemon}
                               : std::vector{Listener::kRelayDaemon};
     ChangeReport change(std::move(plan), report);
@@ -47,17 +40,8 @@ constinit const Command kRestartCommand = {
     .operands = {},
     .options = kOptions,
     .examples = kExamples,
-    .run =
-        [](const Arguments &arguments, Report &report) {
-            Restart({.firewall = arguments.Has("--firewall"),
-                     .relay = arguments.Has("--relay"),
-                     .dry_run = arguments.Has("--dry-run")},
-                    report);
-        },
-    .change =
-        [](const Arguments &arguments) {
-            return ChangeAskedFor("restart", "", "", arguments.Has("--dry-run"));
-        },
+    .run = Restart,
+    .change = ChangeAskedFor,
 };
 
 }  // namespace tavo::tool

@@ -5,9 +5,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "change/given_up_change.h"
 #include "change/section_target.h"
-#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "input/library_failure.h"
 #include "lint/file_remarks.h"
@@ -16,18 +14,6 @@
 
 namespace tavo::tool {
 namespace {
-
-// Texts that are empty stay as they are.
-struct SetOptions : SectionOptions {
-    std::string title;
-    std::string description;
-    std::string title_key;
-    std::string description_key;
-    std::string ports;
-    std::string source_ports;
-    bool port_forward = false;
-    bool no_port_forward = false;
-};
 
 template <std::size_t Size>
 bool Fits(const std::string &text, const char (&)[Size]) {
@@ -41,22 +27,22 @@ void Fill(char (&field)[Size], const std::string &text) {
 }
 
 // The section as it is to be, put together from what it is today and what the command line says.
+// What the command line does not give stays as it is.
 class NewSection {
   public:
-    NewSection(const SetOptions &options, const SectionTarget &target, Report &report)
-        : options_(options), target_(target), report_(report) {}
+    NewSection(const Arguments &arguments, const SectionTarget &target, Report &report)
+        : arguments_(arguments), target_(target), report_(report) {}
 
     // NULL where the command line is wrong, which is told.
     OwnedSection Make();
 
   private:
     bool IsComplete();
-    bool SetText(const char *option, const std::string &text, TAVO_SERVICE_CONF_STRING &string);
-    bool SetReference(const char *option, const std::string &text,
-                      TAVO_SERVICE_CONF_STRING &string);
-    bool SetPorts(const std::string &text, unsigned int direction, TAVO_SERVICE_CONF_PORT *&ports);
+    bool SetText(const char *option, TAVO_SERVICE_CONF_STRING &string);
+    bool SetReference(const char *option, TAVO_SERVICE_CONF_STRING &string);
+    bool SetPorts(const char *option, unsigned int direction, TAVO_SERVICE_CONF_PORT *&ports);
 
-    const SetOptions &options_;
+    const Arguments &arguments_;
     const SectionTarget &target_;
     Report &report_;
 };
@@ -78,14 +64,14 @@ OwnedSection NewSection::Make() {
         return nullptr;
     }
     OwnedSection section = StartFrom(target_.today, target_.section);
-    const bool good = SetText("--title", options_.title, section->strTitle) &&
-                      SetText("--desc", options_.description, section->strDesc) &&
-                      SetReference("--title-key", options_.title_key, section->strTitle) &&
-                      SetReference("--desc-key", options_.description_key, section->strDesc) &&
-                      SetPorts(options_.ports, TAVO_PORT_DIRECTION_DST, section->pDstPorts) &&
-                      SetPorts(options_.source_ports, TAVO_PORT_DIRECTION_SRC, section->pSrcPorts);
-    if (options_.port_forward || options_.no_port_forward) {
-        section->blPortForward = options_.port_forward ? 1 : 0;
+    const bool good = SetText("--title", section->strTitle) &&
+                      SetText("--desc", section->strDesc) &&
+                      SetReference("--title-key", section->strTitle) &&
+                      SetReference("--desc-key", section->strDesc) &&
+                      SetPorts("--dst-ports", TAVO_PORT_DIRECTION_DST, section->pDstPorts) &&
+                      SetPorts("--src-ports", TAVO_PORT_DIRECTION_SRC, section->pSrcPorts);
+    if (arguments_.Has("--port-forward") || arguments_.Has("--no-port-forward")) {
+        section->blPortForward = arguments_.Has("--port-forward") ? 1 : 0;
     }
     return good ? std::move(section) : nullptr;
 }
@@ -93,7 +79,7 @@ OwnedSection NewSection::Make() {
 // A section that the library cannot read has nothing to keep.
 bool NewSection::IsComplete() {
     const bool all =
-        !options_.title.empty() && !options_.description.empty() && !options_.ports.empty();
+        arguments_.Has("--title") && arguments_.Has("--desc") && arguments_.Has("--dst-ports");
     if (target_.today == nullptr && !all) {
         report_.TellUsage("section [" + target_.section + "] " +
                               (target_.present ? "cannot be read as it is" : "is new") +
@@ -104,8 +90,8 @@ bool NewSection::IsComplete() {
     return true;
 }
 
-bool NewSection::SetText(const char *option, const std::string &text,
-                         TAVO_SERVICE_CONF_STRING &string) {
+bool NewSection::SetText(const char *option, TAVO_SERVICE_CONF_STRING &string) {
+    const std::string text = arguments_.Text(option);
     if (!Fits(text, string.szText)) {
         report_.TellUsage(std::string(option) + " takes one line of at most " +
                               std::to_string(sizeof(string.szText) - 1) + " bytes",
@@ -119,8 +105,8 @@ bool NewSection::SetText(const char *option, const std::string &text,
 }
 
 // It has to come out of the library's reader as it went in.
-bool NewSection::SetReference(const char *option, const std::string &text,
-                              TAVO_SERVICE_CONF_STRING &string) {
+bool NewSection::SetReference(const char *option, TAVO_SERVICE_CONF_STRING &string) {
+    const std::string text = arguments_.Text(option);
     if (text.empty()) {
         return true;
     }
@@ -142,8 +128,9 @@ bool NewSection::SetReference(const char *option, const std::string &text,
     return true;
 }
 
-bool NewSection::SetPorts(const std::string &text, unsigned int direction,
+bool NewSection::SetPorts(const char *option, unsigned int direction,
                           TAVO_SERVICE_CONF_PORT *&ports) {
+    const std::string text = arguments_.Text(option);
     if (text.empty()) {
         return true;
     }
@@ -163,12 +150,13 @@ std::string WhatIsDone(const SectionTarget &target) {
     return what + target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
 }
 
-void Set(const SetOptions &options, Report &report) {
+void Set(const Arguments &arguments, Report &report) {
+    const SectionOptions options = SectionOf(arguments);
     SectionTarget target;
     if (!FindSection(options, Missing::kAllow, target, report)) {
         return;
     }
-    const OwnedSection section = NewSection(options, target, report).Make();
+    const OwnedSection section = NewSection(arguments, target, report).Make();
     if (section == nullptr) {
         return;
     }
@@ -230,20 +218,6 @@ UsageProblem ProblemOf(const Arguments &arguments) {
     return {};
 }
 
-SetOptions OptionsOf(const Arguments &arguments) {
-    SetOptions options;
-    static_cast<SectionOptions &>(options) = SectionOf(arguments);
-    options.title = arguments.Text("--title");
-    options.description = arguments.Text("--desc");
-    options.title_key = arguments.Text("--title-key");
-    options.description_key = arguments.Text("--desc-key");
-    options.ports = arguments.Text("--dst-ports");
-    options.source_ports = arguments.Text("--src-ports");
-    options.port_forward = arguments.Has("--port-forward");
-    options.no_port_forward = arguments.Has("--no-port-forward");
-    return options;
-}
-
 }  // namespace
 
 constinit const Command kSetCommand = {
@@ -253,9 +227,8 @@ constinit const Command kSetCommand = {
     .options = kOptions,
     .examples = kExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments, Report &report) { Set(OptionsOf(arguments), report); },
-    .change =
-        [](const Arguments &arguments) { return ChangeAskedFor("set", SectionOf(arguments)); },
+    .run = Set,
+    .change = ChangeAskedFor,
 };
 
 }  // namespace tavo::tool

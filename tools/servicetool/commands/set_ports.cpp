@@ -1,7 +1,5 @@
 // servicetool set-ports.
-#include "change/given_up_change.h"
 #include "change/section_target.h"
-#include "change/staged_file.h"
 #include "commands/commands.h"
 #include "lint/file_remarks.h"
 #include "ports/section_queries.h"
@@ -9,16 +7,12 @@
 namespace tavo::tool {
 namespace {
 
-struct SetPortsOptions : SectionOptions {
-    std::string ports;
-    bool source = false;  // src.ports instead of dst.ports
-};
-
-void SetPorts(const SetPortsOptions &options, Report &report) {
+void SetPorts(const Arguments &arguments, Report &report) {
+    const SectionOptions options = SectionOf(arguments);
+    const bool source = arguments.Has("--src");
     SectionTarget target;
-    const unsigned int direction =
-        options.source ? TAVO_PORT_DIRECTION_SRC : TAVO_PORT_DIRECTION_DST;
-    OwnedPorts ports = ReadPorts(options.ports, direction, report);
+    OwnedPorts ports = ReadPorts(
+        arguments.Word(2), source ? TAVO_PORT_DIRECTION_SRC : TAVO_PORT_DIRECTION_DST, report);
     if (ports == nullptr || !FindSection(options, Missing::kRefuse, target, report)) {
         return;
     }
@@ -28,13 +22,12 @@ void SetPorts(const SetPortsOptions &options, Report &report) {
     Change plan =
         ChangeOf("set-ports", target, options, WithPorts(target.file.text, target.section, *ports));
     plan.listeners = ListenersOf(Listener::kRouterTool, options);
-    if (options.source) {
+    if (source) {
         plan.taken_fix = "use servicetool set --src-ports, which does not compare them";
     }
     ChangeReport change(std::move(plan), report);
-    const std::string what = "set " + std::string(options.source ? "src" : "dst") +
-                             ".ports of section [" + target.section + ']' +
-                             LinkRemark(target.file.path, OfLink::kTarget);
+    const std::string what = "set " + std::string(source ? "src" : "dst") + ".ports of section [" +
+                             target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
     if (CheckSection(target, query, change, report) && change.Begin(what)) {
         change.Do([&](ChangeOutcome &outcome) { return WritePorts(&param, ports.get(), outcome); });
     }
@@ -67,14 +60,8 @@ constinit const Command kSetPortsCommand = {
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,
-    .run =
-        [](const Arguments &arguments, Report &report) {
-            SetPorts({SectionOf(arguments), arguments.Word(2), arguments.Has("--src")}, report);
-        },
-    .change =
-        [](const Arguments &arguments) {
-            return ChangeAskedFor("set-ports", SectionOf(arguments));
-        },
+    .run = SetPorts,
+    .change = ChangeAskedFor,
 };
 
 }  // namespace tavo::tool

@@ -1,6 +1,6 @@
-// Those who act on declared ports, in words.
-#ifndef TAVO_SERVICETOOL_CHANGE_LISTENERS_H
-#define TAVO_SERVICETOOL_CHANGE_LISTENERS_H
+// What became of a change and its notifications, in words.
+#ifndef TAVO_SERVICETOOL_CHANGE_OUTCOME_TEXT_H
+#define TAVO_SERVICETOOL_CHANGE_OUTCOME_TEXT_H
 
 #include <string>
 #include <string_view>
@@ -9,6 +9,11 @@
 #include "lifecycle/notification.h"
 
 namespace tavo::tool {
+
+// Why a step failed whose change is about the file at `path`; empty where it did not. What the
+// program of the step said last among `output` is quoted.
+std::string ReasonText(const StepFailure &failure, const std::string &path,
+                       const std::vector<std::string> &output);
 
 // As JSON names it: "router", "firewall", "relay" or "plugins".
 std::string_view ListenerName(Listener listener);

@@ -1,9 +1,8 @@
-#include "change/failure_text.h"
+#include "change/outcome_text.h"
 
-#include <sys/statvfs.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 #include "change/program_output.h"
 #include "input/input_file.h"
@@ -37,15 +36,14 @@ std::string ProgramReason(const StepFailure &failure, const std::vector<std::str
                : program + " ended with status " + std::to_string(failure.status);
 }
 
-// The core library does not say what keeps it from replacing a file; the folder may.
-std::string FolderReason(const std::string &path) {
-    const std::string folder = path.substr(0, path.rfind('/'));
-    struct statvfs system {};
-    if (access(folder.c_str(), W_OK) != 0) {
-        return "the folder: " + ErrorText(errno);
-    }
-    const bool full = statvfs(folder.c_str(), &system) == 0 && system.f_bavail == 0;
-    return full ? "the folder: " + ErrorText(ENOSPC) : "";
+// A writer makes the new file in the folder of the old one, and that is where it fails.
+std::string SystemErrorReason(const StepFailure &failure, const std::string &path) {
+    const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
+    const std::string place = *failure.path == '\0'  ? ""
+                              : failure.path != path ? std::string(failure.path) + ": "
+                              : writes               ? "the folder: "
+                                                     : "";
+    return place + ErrorText(failure.error);
 }
 
 // Where the step says all there is to say.
@@ -85,6 +83,27 @@ std::string CodeReason(const StepFailure &failure) {
     return place + (reason.empty() ? "the reason is unknown" : reason);
 }
 
+// ---- Listeners
+
+struct ListenerKind {
+    Listener listener;
+    std::string_view name;
+    std::string_view words;
+    std::string_view condition;  // under which it is notified at all
+};
+
+constexpr ListenerKind kKinds[] = {
+    {Listener::kRouterTool, "router", "the router tool", ""},
+    {Listener::kFirewall, "firewall", "the firewall", ""},
+    {Listener::kRelayDaemon, "relay", "the relay daemon", " if it runs"},
+    {Listener::kPlugins, "plugins", "the plugins", ""},
+};
+
+const ListenerKind &KindOf(Listener listener) {
+    return *std::find_if(std::begin(kKinds), std::end(kKinds),
+                         [listener](const auto &kind) { return kind.listener == listener; });
+}
+
 }  // namespace
 
 std::string ReasonText(const StepFailure &failure, const std::string &path,
@@ -99,17 +118,58 @@ std::string ReasonText(const StepFailure &failure, const std::string &path,
         return ProgramReason(failure, output);
     }
     if (failure.error != 0) {
-        const std::string place =
-            *failure.path == '\0' || failure.path == path ? "" : std::string(failure.path) + ": ";
-        return place + ErrorText(failure.error);
-    }
-    if (failure.step == Step::kWrite || failure.step == Step::kMakeFile) {
-        if (const std::string reason = FolderReason(path); !reason.empty()) {
-            return reason;
-        }
+        return SystemErrorReason(failure, path);
     }
     const std::string reason = StepReason(failure);
     return reason.empty() ? CodeReason(failure) : reason;
+}
+
+std::string_view ListenerName(Listener listener) {
+    return KindOf(listener).name;
+}
+
+std::string ListenersText(const std::vector<Listener> &listeners) {
+    std::string text;
+    for (std::size_t i = 0; i < listeners.size(); ++i) {
+        text += i == 0 ? "" : i + 1 < listeners.size() ? ", " : " and ";
+        text += KindOf(listeners[i]).words;
+        text += KindOf(listeners[i]).condition;
+    }
+    return text;
+}
+
+bool IsServed(const Notification &notification) {
+    return notification.state == Notified::kYes || notification.state == Notified::kNotRunning;
+}
+
+std::string NotToldText(Listener listener, const std::string &reason) {
+    return "could not tell " + std::string(KindOf(listener).words) + ": " + reason;
+}
+
+std::string NotToldFix(Listener listener, bool gone) {
+    switch (listener) {
+        case Listener::kFirewall:
+            return "write servicetool restart";
+        case Listener::kRelayDaemon:
+            return "write servicetool restart --relay";
+        case Listener::kPlugins:
+            return gone ? "install the file again and remove it once more"
+                        : "remove the file and install it again";
+        case Listener::kRouterTool:
+            break;
+    }
+    return "it hears of a change only when it is made: change the section back and then again";
+}
+
+const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
+    if (notified[listener].state == Notified::kNotReached) {
+        for (const ListenerKind &kind : kKinds) {
+            if (notified[kind.listener].state == Notified::kFailed) {
+                return notified[kind.listener].failure;
+            }
+        }
+    }
+    return notified[listener].failure;
 }
 
 }  // namespace tavo::tool
