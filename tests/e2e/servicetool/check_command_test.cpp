@@ -28,7 +28,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-class CheckCommand : public PortWorld {};
+class CheckCommand : public ServiceFolders {};
 
 // ---- Verdicts
 

@@ -1,5 +1,4 @@
-// A private appliance in which nothing but the built-in services declares a port, until the test
-// says otherwise, and sockets that hold some.
+// What declares ports in a private appliance, and sockets that hold some.
 #ifndef TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
 #define TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
 
@@ -21,7 +20,7 @@
 
 namespace tavo::test {
 
-inline const std::string kRules = "/usr/tavo/etc/portforward/rule.conf";
+inline const std::string kRules = kForwardingRules;
 inline const std::string kSettings = "/etc/tavoinfo.conf";
 inline const std::string kNfsSettings = "/etc/nfs/tavo_nfs_conf";
 
@@ -32,15 +31,6 @@ inline void ExpectRun(const ProgramResult &result, int status, const std::string
     EXPECT_EQ(result.err, err);
     EXPECT_EQ(result.status, status);
 }
-
-class PortWorld : public ServiceFolders {
-  protected:
-    void SetUp() override {
-        ServiceFolders::SetUp();
-        WriteFile(kSettings, "");
-        std::filesystem::remove(kRules);
-    }
-};
 
 // A rule of the port-forwarding library, in five lines.
 inline std::string Rule(const std::string &name, const std::string &service,

@@ -23,7 +23,7 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class SuggestCommand : public PortWorld {
+class SuggestCommand : public ServiceFolders {
   protected:
     static std::string Suggest(std::vector<std::string> options) {
         options.insert(options.begin(), "suggest");

@@ -53,10 +53,9 @@ HeldBy TcpHeldBy(const std::string &program, int port, uid_t user = 0) {
     return {program, AF_INET, SOCK_STREAM, port, user};
 }
 
-class WhyCommand : public PortWorld {
+class WhyCommand : public ServiceFolders {
   protected:
     void SetUp() override {
-        PortWorld::SetUp();
         std::filesystem::permissions(folder_.Path(), std::filesystem::perms{0755});
     }
 
