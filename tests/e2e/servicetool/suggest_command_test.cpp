@@ -181,9 +181,7 @@ TEST_F(SuggestCommand, SuggestsNothingWhereASourceCannotTell) {
 }
 
 TEST_F(SuggestCommand, SuggestsNothingWhereNoSocketIsSeenAtAll) {
-    const ProgramResult result = RunProgram(
-        {SERVICETOOL, "suggest"}, "",
-        {std::string("LD_PRELOAD=") + BLIND_NET, "ASAN_OPTIONS=verify_asan_link_order=0"});
+    const ProgramResult result = ServiceToolBehind(BLIND_NET, {"suggest"});
     EXPECT_THAT(result.out, IsEmpty());
     EXPECT_EQ(result.err,
               "servicetool: error: the ports that sockets hold cannot be told [failed]\n");

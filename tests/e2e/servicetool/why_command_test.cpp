@@ -120,9 +120,8 @@ ProgramResult WhyWithSocketTables(const std::string &folder,
 
 // With a library in front that keeps something from it.
 ProgramResult WhyWithout(const std::string &library, std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {SERVICETOOL, "why"});
-    return RunProgram(arguments, "",
-                      {"LD_PRELOAD=" + library, "ASAN_OPTIONS=verify_asan_link_order=0"});
+    arguments.insert(arguments.begin(), "why");
+    return ServiceToolBehind(library, std::move(arguments));
 }
 
 // ---- Verdicts
