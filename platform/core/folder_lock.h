@@ -39,8 +39,8 @@ class FolderLock {
     // entry that no writer creates is in its place, or if the file system does not support flock.
     LockResult Take(const char *path, std::chrono::milliseconds wait);
 
-    // Removes the staging folder, unlocks, and closes the folder. Does nothing if not held. errno is
-    // unchanged.
+    // Removes the staging folder, unlocks, and closes the folder. Does nothing if not held. errno
+    // is unchanged.
     void Release();
 
     // The errno of a Take that answered kNotAllowed.

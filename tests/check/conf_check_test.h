@@ -8,6 +8,7 @@
 
 #include "catalogue_test.h"
 #include "check_test.h"
+#include "offered_services.h"
 #include "stand_ins.h"
 
 namespace tavo::test {

@@ -4,8 +4,8 @@
 #include <set>
 
 #include "failing_allocation.h"
-#include "opening.h"
 #include "runtime_test.h"
+#include "stand_ins.h"
 
 namespace tavo::test {
 namespace {
@@ -282,7 +282,7 @@ TEST_F(InodeTable, IsNullWhereAFolderCannotBeOpenedForLackOfMemory) {
     for (const char *folder : {"/proc/77/fd", "/proc/9/fd"}) {
         TLIBCErrSetEx(0, nullptr, 0);
         log_.Clear();
-        const RefusedOpen refused(folder, ENOMEM);
+        const Failing refused("open", folder, ENOMEM);
         EXPECT_EQ(Own(InodeToPidsTableFetch()), nullptr);
         EXPECT_EQ(TLIBCErrGet(), 0x200u);
         EXPECT_THAT(Messages(), ElementsAre(kNoTable));
@@ -294,7 +294,7 @@ TEST_F(InodeTable, LacksProcessesThatAreGoneOrForbidden) {
     StagedProc::AddProcess("77", {"socket:[1]"});
     StagedProc::AddProcess("9", {"socket:[1]"});
     for (const int error : {EACCES, ENOENT, ESRCH, EPERM}) {
-        const RefusedOpen refused("/proc/77/fd", error);
+        const Failing refused("open", "/proc/77/fd", error);
         EXPECT_THAT(Table(), ElementsAre("1=9,")) << strerror(error);
     }
     EXPECT_THAT(Messages(), IsEmpty());
@@ -307,7 +307,7 @@ TEST_F(InodeTable, IsNullWhereAProcessCannotBeReadForAnyOtherReason) {
     for (const int error : {EMFILE, ENFILE, EINTR, EIO}) {
         TLIBCErrSetEx(0, nullptr, 0);
         log_.Clear();
-        const RefusedOpen refused("/proc/77/fd", error);
+        const Failing refused("open", "/proc/77/fd", error);
         EXPECT_EQ(Own(InodeToPidsTableFetch()), nullptr) << strerror(error);
         EXPECT_EQ(ErrorState(), "0x900 port_conflict_runtime_helper.cpp");
         EXPECT_EQ(Elements(RuntimeServiceListFetch()), nullptr);
@@ -319,7 +319,7 @@ TEST_F(InodeTable, IsNullWhereAProcessCannotBeReadForAnyOtherReason) {
 TEST_F(InodeTable, SaysWhichProcessCannotBeEntered) {
     StagedProc::AddProcess("77", {"socket:[1]"});
     TLIBCSzHashSetValue(table_.get(), "1", "6,");
-    const RefusedOpen refused("/proc/77/fd", EMFILE);
+    const Failing refused("open", "/proc/77/fd", EMFILE);
     Fetch("77");
     EXPECT_EQ(TLIBCErrGet(), 0x900u);
     EXPECT_THAT(Messages(), ElementsAre(kUnread));
@@ -328,7 +328,7 @@ TEST_F(InodeTable, SaysWhichProcessCannotBeEntered) {
 
 TEST_F(InodeTable, HasTheOtherSocketsOfAProcessWithALinkThatCannotBeRead) {
     StagedProc::AddProcess("77", {"socket:[1]", "socket:[2]", "socket:[3]"});
-    const RefusedLink refused("1", EIO);
+    const Failing refused("readlinkat", "1", EIO);
     Fetch("77");
     EXPECT_EQ(TLIBCErrGet(), 0x900u);
     EXPECT_THAT(Messages(), ElementsAre(kUnread));
@@ -337,7 +337,7 @@ TEST_F(InodeTable, HasTheOtherSocketsOfAProcessWithALinkThatCannotBeRead) {
 
 TEST_F(InodeTable, TakesNothingFromAFolderThatMemoryDoesNotOpen) {
     StagedProc::AddProcess("5", {"socket:[1]"});
-    const RefusedOpen refused("/proc/5/fd", ENOMEM);
+    const Failing refused("open", "/proc/5/fd", ENOMEM);
     TLIBCSzHashSetValue(table_.get(), "1", "6,");
     Fetch("5");
     EXPECT_EQ(TLIBCErrGet(), 0x200u);
@@ -351,7 +351,7 @@ TEST_F(InodeTable, IsReadThroughDescriptorsThatCloseOnExec) {
     const std::vector<int> before = InheritedDescriptors();
     std::vector<std::vector<int>> meanwhile;
     {
-        const BehindOpening look([&] { meanwhile.push_back(InheritedDescriptors()); });
+        const AfterOpening look([&] { meanwhile.push_back(InheritedDescriptors()); });
         EXPECT_THAT(Table(), SizeIs(1));
     }
     EXPECT_THAT(meanwhile, ElementsAre(before));

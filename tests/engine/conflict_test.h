@@ -1,5 +1,5 @@
-// An appliance whose declared ports are up to the test: no service file, no forwarding rule, empty
-// settings. The built-in services stay; telnet has 23/tcp, snmp 161/udp.
+// An appliance whose declared ports are up to the test. Of the built-in services telnet has 23/tcp,
+// snmp 161/udp.
 #ifndef TAVO_TESTS_ENGINE_CONFLICT_TEST_H
 #define TAVO_TESTS_ENGINE_CONFLICT_TEST_H
 
@@ -8,24 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "appliance.h"
 #include "library_test.h"
-#include "require_appliance.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
 
-class ConflictTest : public LibraryTest {
+class ConflictTest : public LibraryTest, protected Appliance {
   protected:
-    ConflictTest() {
-        RequireAppliance();
-        for (const char *folder : {"/usr/tavo/etc/services.d", "/usr/local/etc/services.d"}) {
-            for (const auto &entry : std::filesystem::directory_iterator(folder)) {
-                std::filesystem::remove_all(entry);
-            }
-        }
-        std::filesystem::remove(kRules);
-        Settings("");
-    }
     ~ConflictTest() override { TAVOServiceConfPortsFree(conflicts_); }
 
     static constexpr char kRules[] = "/usr/tavo/etc/portforward/rule.conf";

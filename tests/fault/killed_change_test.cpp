@@ -46,12 +46,9 @@ INSTANTIATE_TEST_SUITE_P(Changes, KilledChange, testing::ValuesIn(Scenes()),
 
 // From now on cp dies half-way, and takes the program that runs it along.
 void MakeCopiesDeadly() {
-    std::filesystem::remove("/bin/cp");
-    WriteFile("/bin/cp",
-              "#!/bin/bash\n"
-              "[[ -d ${@: -2:1} ]] && mkdir ${@: -1} || head -c 150000 ${@: -2:1} > ${@: -1}\n"
-              "kill -KILL $PPID\n");
-    std::filesystem::permissions("/bin/cp", std::filesystem::perms::owner_all);
+    WriteScript("/bin/cp",
+                "[[ -d ${@: -2:1} ]] && mkdir ${@: -1} || head -c 150000 ${@: -2:1} > ${@: -1}\n"
+                "kill -KILL $PPID");
 }
 
 void MakeCopiesWhole() {

@@ -156,15 +156,12 @@ TEST_F(PlantedEntry, LeadsNoChangeElsewhere) {
 
 // From now on the program says which descriptors it has before it does its work.
 void ListDescriptorsOf(const std::string &program, const std::string &work) {
-    std::filesystem::remove(program);
-    WriteFile(program,
-              "#!/bin/bash\n"
-              "for fd in /proc/$$/fd/*; do\n"
-              "  [[ -e $fd && $fd != */255 ]] && open+=\" ${fd##*/}\"\n"
-              "done\n"
-              "echo \"${0##*/}$open\" >> /run/descriptors\n" +
-                  work);
-    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+    WriteScript(program,
+                "for fd in /proc/$$/fd/*; do\n"
+                "  [[ -e $fd && $fd != */255 ]] && open+=\" ${fd##*/}\"\n"
+                "done\n"
+                "echo \"${0##*/}$open\" >> /run/descriptors\n" +
+                    work);
 }
 
 class StartedProgram : public ChangeUnderFire {

@@ -4,6 +4,9 @@
 #ifndef TAVO_TESTS_FAULT_SYSTEM_CALLS_H
 #define TAVO_TESTS_FAULT_SYSTEM_CALLS_H
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <map>
 #include <set>
 #include <sstream>
@@ -48,14 +51,28 @@ inline std::vector<std::string> Injection(const SystemCall &call, const std::str
         "inject=" + call.name + ":" + fault + ":when=" + std::to_string(call.ordinal) + following};
 }
 
-// Runs the program under strace; what strace says comes as standard error.
+// Whether strace did what it was to inject. A killed program does not return from the call.
+inline bool WasInjected(const std::string &trace) {
+    return trace.find("(INJECTED)") != std::string::npos ||
+           trace.find("+++ killed by SIGKILL +++") != std::string::npos;
+}
+
+// Runs the program under strace; what strace says comes as standard error. The test fails when a
+// fault is to be injected and the program does not make that call.
 inline ProgramResult RunTraced(const std::vector<std::string> &options,
                                const std::vector<std::string> &program) {
     std::vector<std::string> command = {"strace", "-qq"};
     command.insert(command.end(), options.begin(), options.end());
     command.insert(command.end(), program.begin(), program.end());
     // The leak check cannot run in a program that is traced.
-    return RunProgram(command, "", {"ASAN_OPTIONS=detect_leaks=0"});
+    ProgramResult result = RunProgram(command, "", {"ASAN_OPTIONS=detect_leaks=0"});
+    const auto injection = std::find_if(options.begin(), options.end(), [](const auto &option) {
+        return option.starts_with("inject=");
+    });
+    if (injection != options.end()) {
+        EXPECT_TRUE(WasInjected(result.err)) << *injection << " was not reached:\n" << result.err;
+    }
+    return result;
 }
 
 // Calls that ask for memory only: what the allocator does about a refusal is not this library's.

@@ -2,21 +2,17 @@
 // that it is taken, or that this is unknown. It never reads free.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "appliance.h"
 #include "failing_calls.h"
 #include "held_socket.h"
-#include "require_appliance.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
 namespace {
-
-constexpr char kSystemServices[] = "/usr/tavo/etc/services.d/";
-constexpr char kPackageServices[] = "/usr/local/etc/services.d/";
 
 std::string Service(const std::string &name, const std::string &ports) {
     return "[" + name + "]\ntitle=T\ndesc=D\ndst.ports=\"" + ports + "\"\n";
@@ -33,23 +29,17 @@ void PrintTo(const Source &source, std::ostream *out) {
     *out << source.name;
 }
 
-class UnknownPort : public testing::TestWithParam<Source> {
+class UnknownPort : public testing::TestWithParam<Source>, protected Appliance {
   protected:
     UnknownPort() {
-        RequireAppliance();
-        for (const char *folder : {kSystemServices, kPackageServices}) {
-            std::filesystem::remove_all(folder);
-            std::filesystem::create_directories(folder);
-        }
-        WriteFile("/usr/tavo/etc/portforward/rule.conf",
-                  "[1]\nprotocol name=tcp\ns_port=7001\nr_port=7002\n");
+        WriteFile(kForwardingRules, "[1]\nprotocol name=tcp\ns_port=7001\nr_port=7002\n");
         WriteFile("/etc/tavoinfo.conf",
                   "ftpport=7021\nftplowport=7050\nftphighport=7060\nsyslogport=7514\n");
         WriteFile("/etc/ssh/sshd_config", "Port 7022\n");
         WriteFile("/etc/nfs/tavo_nfs_conf",
                   "nfs_custom_port_enable=yes\nstatd_port=7111\nnlm_port=7112\n");
-        WriteFile(std::string(kSystemServices) + "a.sc", Service("a", "7080/tcp"));
-        WriteFile(std::string(kPackageServices) + "b.sc", Service("b", "7081,7090:7099/tcp"));
+        WriteFile(std::string(kSystemServices) + "/a.sc", Service("a", "7080/tcp"));
+        WriteFile(std::string(kPackageServices) + "/b.sc", Service("b", "7081,7090:7099/tcp"));
     }
 
     // The calls of a run in which nothing fails.

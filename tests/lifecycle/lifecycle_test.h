@@ -11,22 +11,19 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "appliance.h"
 #include "library_test.h"
-#include "require_appliance.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
 
-constexpr char kSystemServices[] = "/usr/tavo/etc/services.d";
-constexpr char kPackageServices[] = "/usr/local/etc/services.d";
-constexpr char kForwardingRules[] = "/usr/tavo/etc/portforward/rule.conf";
 constexpr char kFirewallTool[] = "/usr/tavo/bin/tavofirewall";
 constexpr char kRouterTool[] = "/usr/tavo/sbin/tavoroutertool";
 
@@ -97,26 +94,11 @@ inline void PrintTo(const FileState &state, std::ostream *out) {
 // in order.
 inline std::vector<std::string> Calls(const std::string &name = "all") {
     std::vector<std::string> lines;
-    std::ifstream file("/run/calls/" + name);
-    for (std::string line; std::getline(file, line);) {
+    std::istringstream record(RecordOfCalls(name));
+    for (std::string line; std::getline(record, line);) {
         lines.push_back(line);
     }
     return lines;
-}
-
-inline void ForgetCalls() {
-    for (const std::string &name : Entries("/run/calls")) {
-        std::filesystem::remove("/run/calls/" + name);
-    }
-}
-
-// The statuses that a recording tool or plugin ends with from now on, a line each.
-inline void SetExitStatus(const std::string &name, const std::string &statuses) {
-    WriteFile("/run/exit-status/" + name, statuses + "\n");
-}
-
-inline void ActivateRelayDaemon() {
-    WriteFile("/run/active-units", "tavorelayd\n");
 }
 
 // What a reload of the firewall and of the relay daemon look like to the tools.
@@ -139,30 +121,11 @@ inline void MakeSocket(const std::string &path) {
     close(socket_fd);
 }
 
-class LifecycleTest : public LibraryTest {
+class LifecycleTest : public LibraryTest, protected Appliance {
   protected:
-    LifecycleTest() {
-        RequireAppliance();
-        for (const char *folder : {kSystemServices, kPackageServices}) {
-            std::filesystem::remove_all(folder);
-            std::filesystem::create_directories(folder);
-        }
-        std::filesystem::remove(kForwardingRules);
-        WriteFile("/etc/tavoinfo.conf", "");
-    }
-
     void TearDown() override {
         EXPECT_EQ(InTmp(), in_tmp_);
         EXPECT_EQ(Entries(kDescriptors), descriptors_);
-    }
-
-    // What has come into /tmp, sorted. The folder of a source or build tree may have been there.
-    std::vector<std::string> InTmp() const {
-        std::vector<std::string> names = Entries("/tmp");
-        std::erase_if(names, [&](const std::string &name) {
-            return std::find(tmp_before_.begin(), tmp_before_.end(), name) != tmp_before_.end();
-        });
-        return names;
     }
 
     // What a test itself has put there and leaves there, sorted.
@@ -171,7 +134,6 @@ class LifecycleTest : public LibraryTest {
   private:
     static constexpr char kDescriptors[] = "/proc/self/fd";
 
-    std::vector<std::string> tmp_before_ = Entries("/tmp");
     std::vector<std::string> descriptors_ = Entries(kDescriptors);
 };
 

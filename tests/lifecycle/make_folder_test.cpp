@@ -15,14 +15,18 @@ class NewFolders : public ServiceFilesTest, public testing::WithParamInterface<m
         for (const char *folder : {"/usr/tavo/etc/services.d", "/usr/local/etc"}) {
             std::filesystem::remove_all(folder);
         }
-        programs_.Before("/bin/mkdir", [&] { Look(); });
-        programs_.Before("/bin/cp", [&] { Look(); });
     }
     ~NewFolders() override { umask(umask_before_); }
 
     static constexpr const char *kFolders[] = {"/usr/local/etc", "/usr/local/etc/services.d",
                                                "/usr/local/etc/services.d/tmp",
                                                "/usr/tavo/etc/services.d"};
+
+    // From now on notes the modes before a folder is made and before the file is copied.
+    void LookMeanwhile() {
+        programs_.Before("/bin/mkdir", [&] { Look(); });
+        programs_.Before("/bin/cp", [&] { Look(); });
+    }
 
     // Notes the modes of the folders that are there.
     void Look() {
@@ -42,6 +46,7 @@ class NewFolders : public ServiceFilesTest, public testing::WithParamInterface<m
 };
 
 TEST_P(NewFolders, OfAnInstallationCanBeReadByAll) {
+    LookMeanwhile();
     EXPECT_EQ(TAVOServiceConfInstall(Source(kGame).c_str(), TAVO_SERVICE_CONF_DIR_PACKAGE), 0);
     EXPECT_THAT(programs_.Run(),
                 testing::IsSupersetOf({"/bin/mkdir -p /usr/local/etc/services.d",
@@ -52,6 +57,7 @@ TEST_P(NewFolders, OfAnInstallationCanBeReadByAll) {
 }
 
 TEST_P(NewFolders, OfASectionCanBeReadByAll) {
+    LookMeanwhile();
     auto param = Param("web.sc", "web");
     const Ports ports = MakePorts("7002/tcp");
     TAVO_SERVICE_CONF_SECTION section = {};

@@ -230,9 +230,8 @@ TEST_F(PathCopy, FailsWhereAProgramCannotBeRun) {
 
 TEST_F(PathCopy, TakesNoNoticeOfAProgramThatFails) {
     Programs programs;
-    for (const char *program : {"/bin/cp", "/bin/mv", "/bin/rm"}) {
-        programs.Answer(program, 1);
-    }
+    programs.Answer("/bin/cp", 1);
+    programs.Answer("/bin/mv", 1);
     EXPECT_EQ(CopyOrMovePath("/packages/file", "/packages/target", 0), 0);
     EXPECT_EQ(CopyOrMovePath("/packages/file", "/packages/target", 1), 0);
     EXPECT_THAT(Messages(), IsEmpty());

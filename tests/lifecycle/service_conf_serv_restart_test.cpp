@@ -1,5 +1,6 @@
 // Restarting services, the firewall tool, and the text of a file as an argument of a plugin.
 #include <cerrno>
+#include <optional>
 
 #include "failing_allocation.h"
 #include "lifecycle_test.h"
@@ -157,15 +158,19 @@ class PluginArgument : public LifecycleTest {
     }
 
     struct Fault {
-        const char *function = "";
-        const char *about = "";
+        const char *function;
+        const char *about;
         int error = 0;
     };
 
-    // That it fails with these lines, and touches nothing.
-    void ExpectFailure(const char *path, const std::vector<std::string> &messages, Fault fault) {
+    // That it fails with these lines, by itself or through `fault`, and touches nothing.
+    void ExpectFailure(const char *path, const std::vector<std::string> &messages,
+                       std::optional<Fault> fault = {}) {
         {
-            const Failing failing(fault.function, fault.about, fault.error);
+            std::optional<Failing> failing;
+            if (fault) {
+                failing.emplace(fault->function, fault->about, fault->error);
+            }
             EXPECT_EQ(Set(path), -1);
         }
         EXPECT_EQ(Messages(), messages);
@@ -179,7 +184,7 @@ class PluginArgument : public LifecycleTest {
 };
 
 TEST_F(PluginArgument, IsSilentlyNoneWithoutAPath) {
-    ExpectFailure(nullptr, {}, {});
+    ExpectFailure(nullptr, {});
     EXPECT_EQ(TLIBCErrGet(), 0U);
 }
 
@@ -243,22 +248,22 @@ TEST_F(PluginArgument, IsReadOnWhereAReadEndsEarly) {
 }
 
 TEST_F(PluginArgument, NeedsAFileThatCanBeRead) {
-    ExpectFailure("/dev", {"FAILED to lseek to SEEK_END err=Invalid argument"}, {});
+    ExpectFailure("/dev", {"FAILED to lseek to SEEK_END err=Invalid argument"});
     ASSERT_EQ(mkfifo("/var/tmp/pipe", 0600), 0);
-    ExpectFailure("/var/tmp/pipe", {"FAILED to lseek to SEEK_END err=Illegal seek"}, {});
+    ExpectFailure("/var/tmp/pipe", {"FAILED to lseek to SEEK_END err=Illegal seek"});
 }
 
 TEST_F(PluginArgument, SaysWhichStepFailed) {
     WriteFile(kFile, "text");
-    ExpectFailure(kFile, {"FAILED to open /var/tmp/web.sc"}, {"open", kFile, EACCES});
+    ExpectFailure(kFile, {"FAILED to open /var/tmp/web.sc"}, Fault{"open", kFile, EACCES});
     ExpectFailure(kFile, {"FAILED to lseek to SEEK_END err=Input/output error"},
-                  {"lseek", "end", EIO});
-    ExpectFailure(kFile, {"FAILED to lseek to begining"}, {"lseek", "start", EIO});
+                  Fault{"lseek", "end", EIO});
+    ExpectFailure(kFile, {"FAILED to lseek to begining"}, Fault{"lseek", "start", EIO});
     ExpectFailure(kFile,
                   {"FAILED to read content from /var/tmp/web.sc nRead=-1 err=Input/output error"},
-                  {"read", "", EIO});
+                  Fault{"read", "", EIO});
     // The same words whatever the key.
-    ExpectFailure(kFile, {"FAILED to set OLD_TMP_PORT_CONFIG"}, {"TLIBPluginSetArg", "KEY"});
+    ExpectFailure(kFile, {"FAILED to set OLD_TMP_PORT_CONFIG"}, Fault{"TLIBPluginSetArg", "KEY"});
 }
 
 TEST_F(PluginArgument, SaysWhatNoMemoryIsLeftFor) {

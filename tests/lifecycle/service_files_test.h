@@ -74,13 +74,6 @@ inline void MakeFolder(const std::string &path) {
     WriteFile(path + "/sub/file", "below " + path);
 }
 
-// The tool or plugin runs these lines from now on.
-inline void WriteScript(const std::string &path, const std::string &lines) {
-    std::filesystem::remove(path);
-    WriteFile(path, "#!/bin/bash\n" + lines + "\n");
-    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-}
-
 class ServiceFilesTest : public LifecycleTest {
   protected:
     ServiceFilesTest() { std::filesystem::create_directory("/packages"); }

@@ -11,9 +11,9 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "appliance.h"
 #include "failing_allocation.h"
 #include "library_test.h"
-#include "require_appliance.h"
 #include "temporary_folder.h"
 
 namespace {
@@ -44,22 +44,15 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-constexpr char kSystem[] = "/usr/tavo/etc/services.d";
-constexpr char kPackage[] = "/usr/local/etc/services.d";
+constexpr const char *kSystem = kSystemServices;
+constexpr const char *kPackage = kPackageServices;
 
 std::string Service(const std::string &name) {
     return "[" + name + "]\ntitle=T\ndesc=D\ndst.ports=80/tcp\n";
 }
 
-class ConfEnum : public LibraryTest {
+class ConfEnum : public LibraryTest, protected Appliance {
   protected:
-    ConfEnum() {
-        RequireAppliance();
-        for (const char *folder : {kSystem, kPackage}) {
-            std::filesystem::remove_all(folder);
-            std::filesystem::create_directories(folder);
-        }
-    }
     ~ConfEnum() override { TAVOServiceConfFree(list_); }
 
     static void Install(const std::string &folder, const std::string &name,

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "appliance.h"
 #include "library_test.h"
-#include "require_appliance.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
@@ -19,19 +19,8 @@ constexpr char kSettings[] = "/etc/tavoinfo.conf";
 constexpr char kFactorySettings[] = "/etc.defaults/tavoinfo.conf";
 constexpr char kNfsSettings[] = "/etc/nfs/tavo_nfs_conf";
 constexpr char kSshSettings[] = "/etc/ssh/sshd_config";
-constexpr char kSystemServices[] = "/usr/tavo/etc/services.d";
-constexpr char kPackageServices[] = "/usr/local/etc/services.d";
 
-class CatalogueTest : public LibraryTest {
-  protected:
-    CatalogueTest() {
-        RequireAppliance();
-        for (const char *folder : {kSystemServices, kPackageServices}) {
-            std::filesystem::remove_all(folder);
-            std::filesystem::create_directories(folder);
-        }
-    }
-};
+class CatalogueTest : public LibraryTest, protected Appliance {};
 
 struct FreeStrings {
     void operator()(TLIBCSzList *list) const { TLIBCSzListFree(list); }

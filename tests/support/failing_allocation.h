@@ -6,6 +6,8 @@
 #ifndef TAVO_TESTS_SUPPORT_FAILING_ALLOCATION_H
 #define TAVO_TESTS_SUPPORT_FAILING_ALLOCATION_H
 
+#include <gtest/gtest.h>
+
 #include <utility>
 
 namespace tavo::test {
@@ -18,6 +20,12 @@ class FailingAllocation {
     };
 
     FailingAllocation(int nth, Mode mode) : nth_(nth), mode_(mode) {}
+    // The test fails when it had an allocation fail that was not reached and did not ask for that.
+    ~FailingAllocation() {
+        EXPECT_TRUE(hit_ || asked_) << "allocation " << nth_ << " was not reached";
+    }
+    FailingAllocation(const FailingAllocation &) = delete;
+    FailingAllocation &operator=(const FailingAllocation &) = delete;
 
     // Runs `call` with the chosen allocations failing and hands its result on.
     template <typename Call>
@@ -27,7 +35,10 @@ class FailingAllocation {
     }
 
     // Whether the last During reached the nth allocation.
-    bool Hit() const { return hit_; }
+    bool Hit() {
+        asked_ = true;
+        return hit_;
+    }
 
   private:
     class Armed {
@@ -44,11 +55,12 @@ class FailingAllocation {
     int nth_;
     Mode mode_;
     bool hit_ = false;
+    bool asked_ = false;
 };
 
 // Calls run(FailingAllocation &) for the first, second, ... allocation, in both modes, until one is
-// no longer reached. `run` arranges, wraps the one call under test in During and asserts. Returns
-// how many allocations the call makes, so that a test can assert that there were any.
+// no longer reached. `run` arranges, wraps the one call under test in During and asserts. The test
+// fails when the call makes no allocation. Returns how many it makes.
 template <typename Run>
 int ForEachFailingAllocation(Run run) {
     int allocations = 0;
@@ -62,6 +74,7 @@ int ForEachFailingAllocation(Run run) {
             allocations = nth > allocations ? nth : allocations;
         }
     }
+    EXPECT_GT(allocations, 0) << "the call makes no allocation";
     return allocations;
 }
 

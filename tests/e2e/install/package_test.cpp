@@ -83,7 +83,8 @@ class SystemPlatform : public InstalledTree {
     SystemPlatform() {
         Run({TAVO_CMAKE, "-S", TAVO_SOURCE_DIR, "-B", build_, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=", "-DTAVO_SYSTEM_PLATFORM=ON",
-             "-DCMAKE_PREFIX_PATH=" + Prefix()});
+             "-DCMAKE_PREFIX_PATH=" + Prefix(),
+             "-DCMAKE_PROJECT_INCLUDE=" TAVO_SOURCE_DIR "/tests/e2e/install/precompile.cmake"});
         Run({TAVO_CMAKE, "--build", build_, "--target", "tavoserviceconf"});
     }
 

@@ -38,7 +38,7 @@ inline const std::string kDryRun = "dry run: nothing was changed, nobody was tol
 
 // What the stand-in of that name received; "all" is everybody in order.
 inline std::string Calls(const std::string &name = "all") {
-    return std::filesystem::exists(kCalls + name) ? ReadFile(kCalls + name) : "";
+    return RecordOfCalls(name);
 }
 
 // A text as the stand-ins write it down, quoted for a shell.
@@ -49,17 +49,16 @@ inline std::string InShell(std::string text) {
     return text;
 }
 
-class ChangeWorld : public PortWorld {
+class ChangeWorld : public ServiceFolders {
   protected:
     void SetUp() override {
-        PortWorld::SetUp();
         for (const std::string &folder : {kHome, kCalls, std::string("/run/exit-status/")}) {
             for (const std::string &name : Entries(folder)) {
                 std::filesystem::remove_all(folder + name);
             }
         }
         std::filesystem::current_path(kHome);
-        WriteFile("/run/active-units", "tavorelayd\n");
+        ActivateRelayDaemon();
     }
 
     // Whatever a command does, it leaves no copy behind.
@@ -70,19 +69,7 @@ class ChangeWorld : public PortWorld {
         }
     }
 
-    // What has come into /tmp, sorted. The folder of a source or build tree may have been there.
-    std::vector<std::string> InTmp() const {
-        std::vector<std::string> names = Entries("/tmp");
-        std::erase_if(names, [this](const std::string &name) {
-            return std::find(tmp_before_.begin(), tmp_before_.end(), name) != tmp_before_.end();
-        });
-        return names;
-    }
-
     std::vector<std::string> left_behind_;  // what is to stay
-
-  private:
-    std::vector<std::string> tmp_before_ = Entries("/tmp");
 };
 
 // The folders that the service folders are in.
@@ -166,8 +153,7 @@ class ReplacedTool {
         : path_(std::move(path)) {
         std::filesystem::rename(path_, path_ + ".old");
         if (!script.empty()) {
-            WriteFile(path_, "#!/bin/sh\n" + script + '\n');
-            std::filesystem::permissions(path_, std::filesystem::perms::owner_all);
+            WriteScript(path_, script);
         }
     }
     ~ReplacedTool() { std::filesystem::rename(path_ + ".old", path_); }

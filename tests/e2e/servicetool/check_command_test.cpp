@@ -27,7 +27,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-class CheckCommand : public PortWorld {};
+class CheckCommand : public ServiceFolders {};
 
 // ---- Verdicts
 
@@ -575,9 +575,7 @@ TEST_F(CheckCommand, AnswersWhereTheKernelHasNoPortLeftToGive) {
 // A networking library that cannot read the table of sockets finds none in it.
 TEST_F(CheckCommand, CannotTellWhereNoSocketIsSeenAtAll) {
     const HeldPort held(Family::kV4, Protocol::kTcp, 8081);
-    const ProgramResult result =
-        RunProgram({SERVICETOOL, "check", "8081/tcp"}, "",
-                   Preloading(BLIND_NET, {"ASAN_OPTIONS=verify_asan_link_order=0"}));
+    const ProgramResult result = ServiceToolBehind(BLIND_NET, {"check", "8081/tcp"});
     ExpectRun(result, 3, "8081/tcp: cannot tell (socket)\n",
               "servicetool: error: the ports that sockets hold cannot be told [failed]\n");
 }

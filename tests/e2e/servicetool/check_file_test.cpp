@@ -20,7 +20,7 @@ using testing::StartsWith;
 
 constexpr char kFile[] = "/tmp/new.sc";
 
-class CheckFileCommand : public PortWorld {
+class CheckFileCommand : public ServiceFolders {
   protected:
     // Checks a file of that text.
     static ProgramResult Check(const std::string &text, std::vector<std::string> options = {}) {

@@ -1,6 +1,6 @@
 // Stands in for the allocator of a program, to be loaded before it: one allocation fails, counted
 // from the start of main on. FAILING_MALLOC is its number. The file FAILING_MALLOC_COUNT gets the
-// number of all allocations when the program ends.
+// number of allocations so far when that one fails and when the program exits.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pwd.h>
@@ -29,14 +29,6 @@ bool g_counts = false;
 long g_count = 0;
 long g_failing = 0;
 
-bool Fails() {
-    if (!g_counts || ++g_count != g_failing) {
-        return false;
-    }
-    errno = ENOMEM;
-    return true;
-}
-
 void WriteCount() {
     g_counts = false;
     const char *path = std::getenv("FAILING_MALLOC_COUNT");
@@ -45,6 +37,16 @@ void WriteCount() {
         dprintf(file, "%ld", g_count);
         close(file);
     }
+}
+
+bool Fails() {
+    if (!g_counts || ++g_count != g_failing) {
+        return false;
+    }
+    WriteCount();
+    g_counts = true;
+    errno = ENOMEM;
+    return true;
 }
 
 int CountingMain(int argc, char **argv, char **environment) {

@@ -370,14 +370,16 @@ TEST_F(InstallCommand, NamesEachPluginThatFailed) {
 // of the output of programs, or the input of the plugin.
 TEST_F(InstallCommand, SaysWhoWasNotToldWhereNoOutputCanBeKept) {
     int installed = 0;
+    int refused = 0;
     for (const char *when : {"1", "2", "3", "1+", "2+", "3+"}) {
         SCOPED_TRACE(when);
         WriteFile("/run/exit-status/portforward", "1\n");
         const ProgramResult result =
-            RunProgram({"strace", "-qq", "-o", "/dev/null", "-e", "trace=memfd_create", "-e",
+            RunProgram({"strace", "-qq", "-o", "trace", "-e", "trace=memfd_create", "-e",
                         std::string("inject=memfd_create:error=ENFILE:when=") + when, SERVICETOOL,
                         "install", "--json", "notes.sc"},
                        "", {"ASAN_OPTIONS=detect_leaks=0"});
+        refused += ReadFile("trace").find("(INJECTED)") != std::string::npos ? 1 : 0;
         EXPECT_EQ(result.status, 3);
         const Json document = Json::Parse(result.out);
         if (document["results"][0]["changed"] == true) {
@@ -389,6 +391,7 @@ TEST_F(InstallCommand, SaysWhoWasNotToldWhereNoOutputCanBeKept) {
         }
     }
     EXPECT_GE(installed, 2);
+    EXPECT_GE(refused, 2);
 }
 
 TEST_F(InstallCommand, ShowsTheLinesOfTheLibraryWhenAsked) {

@@ -1,5 +1,4 @@
-// A private appliance in which nothing but the built-in services declares a port, until the test
-// says otherwise, and sockets that hold some.
+// What declares ports in a private appliance, and sockets that hold some.
 #ifndef TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
 #define TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
 
@@ -12,16 +11,16 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 
+#include "held_socket.h"
 #include "run_program.h"
 #include "service_folders.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
 
-inline const std::string kRules = "/usr/tavo/etc/portforward/rule.conf";
+inline const std::string kRules = kForwardingRules;
 inline const std::string kSettings = "/etc/tavoinfo.conf";
 inline const std::string kNfsSettings = "/etc/nfs/tavo_nfs_conf";
 
@@ -32,15 +31,6 @@ inline void ExpectRun(const ProgramResult &result, int status, const std::string
     EXPECT_EQ(result.err, err);
     EXPECT_EQ(result.status, status);
 }
-
-class PortWorld : public ServiceFolders {
-  protected:
-    void SetUp() override {
-        ServiceFolders::SetUp();
-        WriteFile(kSettings, "");
-        std::filesystem::remove(kRules);
-    }
-};
 
 // A rule of the port-forwarding library, in five lines.
 inline std::string Rule(const std::string &name, const std::string &service,
@@ -56,34 +46,10 @@ enum class Protocol { kTcp = SOCK_STREAM, kUdp = SOCK_DGRAM };
 class HeldPort {
   public:
     HeldPort(Family family, Protocol protocol, std::uint32_t port)
-        : descriptor_(
-              socket(static_cast<int>(family), static_cast<int>(protocol) | SOCK_CLOEXEC, 0)) {
-        if (!(family == Family::kV4 ? BindV4(port) : BindV6(port)) ||
-            (protocol == Protocol::kTcp && listen(descriptor_, 1) != 0)) {
-            throw std::runtime_error("port " + std::to_string(port) + " cannot be held");
-        }
-    }
-    ~HeldPort() { close(descriptor_); }
-    HeldPort(const HeldPort &) = delete;
-    HeldPort &operator=(const HeldPort &) = delete;
+        : socket_(static_cast<int>(family), static_cast<int>(protocol), static_cast<int>(port)) {}
 
   private:
-    bool BindV4(std::uint32_t port) const {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return bind(descriptor_, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
-    }
-    bool BindV6(std::uint32_t port) const {
-        sockaddr_in6 address{};
-        address.sin6_family = AF_INET6;
-        address.sin6_port = htons(static_cast<std::uint16_t>(port));
-        address.sin6_addr = in6addr_loopback;
-        return bind(descriptor_, reinterpret_cast<sockaddr *>(&address), sizeof(address)) == 0;
-    }
-
-    int descriptor_;
+    HeldSocket socket_;
 };
 
 // Takes IPv4 from the loopback interface, and with it from the appliance.

@@ -35,7 +35,7 @@ const std::string kOwnProgram = std::filesystem::read_symlink("/proc/self/exe");
 const std::string kOwnPid = std::to_string(getpid());
 const std::string kOwnListener = kOwnPid + ' ' + kOwnName + " LISTEN " + kOwnProgram;
 
-class PortsCommand : public PortWorld {};
+class PortsCommand : public ServiceFolders {};
 
 // The lines of a table about ports from `first` to `last`, with one blank between columns.
 std::vector<std::string> Rows(const std::string &table, int first = 7000, int last = 9000) {

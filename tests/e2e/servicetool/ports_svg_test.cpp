@@ -94,7 +94,7 @@ std::vector<std::string> Tooltips(const std::string &svg) {
     return reader.Titles();
 }
 
-class PortsSvg : public PortWorld {};
+class PortsSvg : public ServiceFolders {};
 
 TEST_F(PortsSvg, TellsEveryPortAndItsHolderInATooltip) {
     std::string services;

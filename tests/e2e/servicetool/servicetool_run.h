@@ -13,6 +13,10 @@ namespace tavo::test {
 
 ProgramResult ServiceTool(std::vector<std::string> arguments, std::string_view input = {});
 
+// The same with a library in front, which stands in for something of the system or of the
+// libraries.
+ProgramResult ServiceToolBehind(const std::string &library, std::vector<std::string> arguments);
+
 // A copy of servicetool and of the libraries of its build in a folder that every user can enter.
 // The build itself may be below a folder that is closed to all but its owner.
 class ServiceToolForEveryone {

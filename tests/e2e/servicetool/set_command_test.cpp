@@ -420,7 +420,7 @@ TEST_F(SetCommand, WaitsForAnotherChange) {
 TEST_F(SetCommand, GivesUpWhereAnotherChangeDoesNotEnd) {
     const Lock other;
     EXPECT_EQ(ServiceTool(With(kRetitle, {"--dry-run"})).status, 0);
-    ExpectRun(ServiceTool(kRetitle), 3, "",
+    ExpectRun(ServiceToolBehind(FAST_CLOCK, kRetitle), 3, "",
               kName +
                   ": error: another change is under way, so nothing was changed [busy]\n"
                   "    fix: wait for its end, and try again\n");

@@ -86,10 +86,9 @@ std::vector<std::string> Held() {
     return texts;
 }
 
-class SocketHoldersTest : public PortWorld {
+class SocketHoldersTest : public ServiceFolders {
   protected:
     void SetUp() override {
-        PortWorld::SetUp();
         looks = 0;
         blind_looks = 0;
         without_programs = false;

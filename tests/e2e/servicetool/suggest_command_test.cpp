@@ -22,7 +22,7 @@ namespace {
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class SuggestCommand : public PortWorld {
+class SuggestCommand : public ServiceFolders {
   protected:
     static std::string Suggest(std::vector<std::string> options) {
         options.insert(options.begin(), "suggest");
@@ -180,9 +180,7 @@ TEST_F(SuggestCommand, SuggestsNothingWhereASourceCannotTell) {
 }
 
 TEST_F(SuggestCommand, SuggestsNothingWhereNoSocketIsSeenAtAll) {
-    const ProgramResult result =
-        RunProgram({SERVICETOOL, "suggest"}, "",
-                   Preloading(BLIND_NET, {"ASAN_OPTIONS=verify_asan_link_order=0"}));
+    const ProgramResult result = ServiceToolBehind(BLIND_NET, {"suggest"});
     EXPECT_THAT(result.out, IsEmpty());
     EXPECT_EQ(result.err,
               "servicetool: error: the ports that sockets hold cannot be told [failed]\n");

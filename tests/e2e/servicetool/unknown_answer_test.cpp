@@ -127,9 +127,12 @@ TEST_P(UnknownAnswer, IsNotFreeWhicheverAllocationFails) {
     const long step = std::max(allocations / 300, 1L);
     for (long failing = 1; failing <= allocations && !HasFailure(); failing += step) {
         SCOPED_TRACE("allocation " + std::to_string(failing));
+        std::filesystem::remove(count);
         ExpectNeverFree(
             RunProgram(Command(), "",
-                       Preloading(FAILING_MALLOC, {"FAILING_MALLOC=" + std::to_string(failing)})));
+                       Preloading(FAILING_MALLOC, {"FAILING_MALLOC=" + std::to_string(failing),
+                                                   "FAILING_MALLOC_COUNT=" + count})));
+        EXPECT_GE(std::stol(ReadFile(count)), failing) << "it was not reached";
     }
     EXPECT_GT(allocations, 100);
 }

@@ -52,10 +52,9 @@ HeldBy TcpHeldBy(const std::string &program, int port, uid_t user = 0) {
     return {program, AF_INET, SOCK_STREAM, port, user};
 }
 
-class WhyCommand : public PortWorld {
+class WhyCommand : public ServiceFolders {
   protected:
     void SetUp() override {
-        PortWorld::SetUp();
         std::filesystem::permissions(folder_.Path(), std::filesystem::perms{0755});
     }
 
@@ -120,9 +119,8 @@ ProgramResult WhyWithSocketTables(const std::string &folder,
 
 // With a library in front that keeps something from it.
 ProgramResult WhyWithout(const std::string &library, std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {SERVICETOOL, "why"});
-    return RunProgram(arguments, "",
-                      Preloading(library, {"ASAN_OPTIONS=verify_asan_link_order=0"}));
+    arguments.insert(arguments.begin(), "why");
+    return ServiceToolBehind(library, std::move(arguments));
 }
 
 // ---- Verdicts

@@ -1,8 +1,7 @@
-// Functions of the library with others in front of them, for the whole program: they give it
-// services of a test's making, and make single steps fail. Where no test asks, the real ones
-// answer.
-#ifndef TAVO_TESTS_CHECK_STAND_INS_H
-#define TAVO_TESTS_CHECK_STAND_INS_H
+// A catalogue of a test's making in the place of the library's. Where no test asks, the real one
+// answers.
+#ifndef TAVO_TESTS_CHECK_OFFERED_SERVICES_H
+#define TAVO_TESTS_CHECK_OFFERED_SERVICES_H
 
 #include <string>
 #include <vector>
@@ -10,16 +9,6 @@
 #include "tavoserviceconf.h"
 
 namespace tavo::test {
-
-// The function of that name fails for as long as this lives, from its nth call on. stand_ins.cpp
-// lists those that can. The test fails when there was no such call.
-class Failing {
-  public:
-    explicit Failing(const char *function, int nth = 1);
-    ~Failing();
-    Failing(const Failing &) = delete;
-    Failing &operator=(const Failing &) = delete;
-};
 
 // Destination ports of a service and their protocol.
 struct OfferedService {

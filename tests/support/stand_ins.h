@@ -1,8 +1,11 @@
 // Functions with others in front of them, for the whole program: they make single steps fail, look
 // at what is there while a step is made, and keep a record of the programs that are run. Where no
 // test asks, the real ones answer.
-#ifndef TAVO_TESTS_LIFECYCLE_STAND_INS_H
-#define TAVO_TESTS_LIFECYCLE_STAND_INS_H
+//
+// A test fails when what it asks for is never reached, and ends when no stand-in has the name that
+// it gives. There is one object of each class at a time.
+#ifndef TAVO_TESTS_SUPPORT_STAND_INS_H
+#define TAVO_TESTS_SUPPORT_STAND_INS_H
 
 #include <functional>
 #include <string>
@@ -11,10 +14,12 @@
 namespace tavo::test {
 
 // The function of that name fails for as long as this lives; stand_ins.cpp lists those that can.
-// With `about` only those calls fail that are about this key or file. System calls set `error`.
 class Failing {
   public:
+    // With `about` only those calls fail that are about this key or file. System calls set `error`.
     explicit Failing(std::string function, std::string about = "", int error = 0);
+    // Calls fail from the nth on.
+    Failing(std::string function, int nth);
     ~Failing();
     Failing(const Failing &) = delete;
     Failing &operator=(const Failing &) = delete;
@@ -33,6 +38,15 @@ class Before {
     ~Before();
     Before(const Before &) = delete;
     Before &operator=(const Before &) = delete;
+};
+
+// Calls `look` after each opening of a file for as long as this lives.
+class AfterOpening {
+  public:
+    explicit AfterOpening(std::function<void()> look);
+    ~AfterOpening();
+    AfterOpening(const AfterOpening &) = delete;
+    AfterOpening &operator=(const AfterOpening &) = delete;
 };
 
 // Each look at the clock finds it an hour later for as long as this lives, so that waits with a

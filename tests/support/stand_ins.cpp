@@ -1,7 +1,7 @@
 #include "stand_ins.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -12,15 +12,39 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <string_view>
 #include <utility>
 
+#include "interpose.h"
 #include "tavopf.h"
 #include "tavopluginsdk.h"
 #include "tavoserviceconf.h"
 
 namespace {
+
+// ---- The functions that have a stand-in ----
+
+// One of them; all are in one list, which needs no memory.
+struct StandIn {
+    explicit StandIn(const char *function) : name(function), next(first) { first = this; }
+
+    const char *name;
+    const StandIn *next;
+    static inline const StandIn *first = nullptr;
+};
+
+// A name that no stand-in has would be waited for in vain.
+void RequireStandIn(const std::string &function) {
+    for (const StandIn *stand_in = StandIn::first; stand_in != nullptr; stand_in = stand_in->next) {
+        if (stand_in->name == function) {
+            return;
+        }
+    }
+    std::fprintf(stderr, "no stand-in for %s\n", function.c_str());
+    std::abort();
+}
 
 // ---- What a test asks for ----
 
@@ -28,15 +52,30 @@ struct Failure {
     std::string function;
     std::string about;
     int error = 0;
+    int calls_left = 1;  // until one fails
     bool once = false;
     int result = -1;
 };
 Failure g_failure;
 
-std::string g_looked_at;
-std::function<void()> g_look;
+// What is called before or after each call of a function.
+struct Look {
+    std::string function;
+    std::function<void()> look;
+    bool reached = false;
+
+    void At(std::string_view called) {
+        if (called == function) {
+            reached = true;
+            look();
+        }
+    }
+};
+Look g_before;
+Look g_after;
 
 std::size_t g_longest_read = SIZE_MAX;
+int g_short_reads = 0;
 
 bool g_fast_clock = false;
 time_t g_hours = 0;
@@ -57,27 +96,38 @@ struct Recorded {
     std::vector<int> options;
     std::map<std::string, std::function<void()>> looks;
     std::map<std::string, Answer> answers;
+
+    // Whether the program was run; "/bin/cp" in "/bin/cp -f FILE COPY".
+    bool HasRun(const std::string &program) const {
+        return std::any_of(run.begin(), run.end(), [&](const std::string &call) {
+            return call == program || call.starts_with(program + " ");
+        });
+    }
 };
 Recorded *g_recorded = nullptr;
 
 // ---- What its stand-ins ask ----
 
-void LookBefore(std::string_view function) {
-    if (function == g_looked_at) {
-        g_look();
-    }
-}
-
 bool Fails(std::string_view function, const char *about = "") {
-    LookBefore(function);
+    g_before.At(function);
     if (function != g_failure.function || (!g_failure.about.empty() && g_failure.about != about)) {
         return false;
     }
-    if (g_failure.once) {
-        g_failure.function.clear();
+    --g_failure.calls_left;
+    if (g_failure.once ? g_failure.calls_left != 0 : g_failure.calls_left > 0) {
+        return false;
     }
     errno = g_failure.error;
     return true;
+}
+
+// What a read of `size` bytes reads at most.
+std::size_t Readable(std::size_t size) {
+    if (size <= g_longest_read) {
+        return size;
+    }
+    ++g_short_reads;
+    return g_longest_read;
 }
 
 // "SKIP PORTS PROTOCOLS FLAGS", in memory that is there already.
@@ -128,14 +178,12 @@ bool IsToRun(const char *const (&call)[kCallSize], int options, int &result) {
 
 }  // namespace
 
-#define STAND_IN_FRONT extern "C" __attribute__((visibility("default")))
-#define NEXT(function) reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))
-
 // NOLINTBEGIN(bugprone-macro-parentheses): neither a type nor parameters can stand in them
 // Defines a function that gives `failure` where it is to fail, else what the real one gives.
 #define MAY_FAIL(failure, result, function, about, parameters, arguments) \
-    STAND_IN_FRONT result function parameters {                           \
-        static const auto next = NEXT(function);                          \
+    const StandIn g_stand_in_for_##function(#function);                   \
+    TAVO_INTERPOSED result function parameters {                          \
+        static const auto next = TAVO_INTERPOSED_NEXT(function);          \
         return Fails(#function, about) ? failure : next arguments;        \
     }
 // NOLINTEND(bugprone-macro-parentheses)
@@ -144,7 +192,11 @@ bool IsToRun(const char *const (&call)[kCallSize], int options, int &result) {
 MAY_FAIL(-1, off_t, lseek, whence == SEEK_END ? "end" : "start",
          (int fd, off_t offset, int whence) noexcept, (fd, offset, whence))
 MAY_FAIL(-1, ssize_t, read, "", (int fd, void *buffer, size_t size),
-         (fd, buffer, std::min(size, g_longest_read)))
+         (fd, buffer, Readable(size)))
+
+MAY_FAIL(-1, ssize_t, readlinkat, name,
+         (int folder, const char *name, char *target, size_t size) noexcept,
+         (folder, name, target, size))
 
 MAY_FAIL(nullptr, TLIBCSzHash *, TLIBCSzHashAlloc, "", (int capacity), (capacity))
 MAY_FAIL(-1, int, TLIBCSzHashSetValue, key,
@@ -186,6 +238,7 @@ MAY_FAIL(-1, int, TLIBCFileRemoveSection, section, (const char *path, const char
 MAY_FAIL(-1, int, TLIBCFileEnumSection, path, (const char *path, TLIBCSzList **names),
          (path, names))
 MAY_FAIL(nullptr, TLIBCSzList *, TLIBCSzListAlloc, "", (int capacity), (capacity))
+MAY_FAIL(-1, int, TLIBCSzListPush, item, (TLIBCSzList **list, const char *item), (list, item))
 MAY_FAIL(-1, int, TAVOServiceConfFileVerify, file, (const char *file, const char *directory),
          (file, directory))
 MAY_FAIL(g_failure.result, int, TLIBIsConfPortConflict, file,
@@ -194,10 +247,18 @@ MAY_FAIL(-1, int, TLIBServiceConfUpdateServNotify, "", (const TAVO_SERVICE_CONF_
          (notify))
 MAY_FAIL(-1, int, TLIBServiceConfRemoveServNotify, Told(notify),
          (const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify), (notify))
+
+MAY_FAIL(nullptr, TLIBCDList *, TAVOConfPortConflictResultListAlloc, "", (void), ())
+MAY_FAIL(nullptr, PTAVO_CONF_PORT_CONFLICT_RESULT, TAVOConfPortConflictResultAlloc, "", (void), ())
+MAY_FAIL(nullptr, TLIBCDList *, SysConfListFetch, "", (void), ())
+MAY_FAIL(nullptr, TLIBCDList *, PkgConfListFetch, "", (void), ())
+MAY_FAIL(-1, int, TAVOConfListConflictPorts, "",
+         (const TLIBCDList *results, uint16_t protocol, TLIBCSzList *ports),
+         (results, protocol, ports))
 // clang-format on
 
-STAND_IN_FRONT int clock_gettime(clockid_t clock, timespec *time) noexcept {
-    static const auto next = NEXT(clock_gettime);
+TAVO_INTERPOSED int clock_gettime(clockid_t clock, timespec *time) noexcept {
+    static const auto next = TAVO_INTERPOSED_NEXT(clock_gettime);
     const int result = next(clock, time);
     if (g_fast_clock) {
         time->tv_sec += 3600 * ++g_hours;
@@ -205,8 +266,9 @@ STAND_IN_FRONT int clock_gettime(clockid_t clock, timespec *time) noexcept {
     return result;
 }
 
-STAND_IN_FRONT int open(const char *path, int flags, ...) {
-    static const auto next = NEXT(open);
+const StandIn g_stand_in_for_open("open");
+TAVO_INTERPOSED int open(const char *path, int flags, ...) {
+    static const auto next = TAVO_INTERPOSED_NEXT(open);
     if (Fails("open", path)) {
         return -1;
     }
@@ -215,21 +277,26 @@ STAND_IN_FRONT int open(const char *path, int flags, ...) {
     }
     va_list rest;
     va_start(rest, flags);
-    const auto mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : mode_t{0};
+    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    const auto mode = creates ? va_arg(rest, mode_t) : mode_t{0};
     va_end(rest);
-    return next(path, flags, mode);
+    const int opened = next(path, flags, mode);
+    if (opened >= 0) {
+        g_after.At("open");
+    }
+    return opened;
 }
 
-STAND_IN_FRONT int TLIBCExec(const char *program, const char *first, const char *second,
-                             const char *third, const char *fourth) {
-    static const auto next = NEXT(TLIBCExec);
+TAVO_INTERPOSED int TLIBCExec(const char *program, const char *first, const char *second,
+                              const char *third, const char *fourth) {
+    static const auto next = TAVO_INTERPOSED_NEXT(TLIBCExec);
     const char *const call[kCallSize] = {program, first, second, third, fourth};
     int result = 0;
     return IsToRun(call, 0, result) ? next(program, first, second, third, fourth) : result;
 }
 
-STAND_IN_FRONT int TLIBCExecl(const char *program, int options, const char *first, ...) {
-    static const auto next = NEXT(TLIBCExecl);
+TAVO_INTERPOSED int TLIBCExecl(const char *program, int options, const char *first, ...) {
+    static const auto next = TAVO_INTERPOSED_NEXT(TLIBCExecl);
     const char *call[kCallSize] = {program, first};
     va_list rest;
     va_start(rest, first);
@@ -246,10 +313,17 @@ STAND_IN_FRONT int TLIBCExecl(const char *program, int options, const char *firs
 namespace tavo::test {
 
 Failing::Failing(std::string function, std::string about, int error) {
+    RequireStandIn(function);
     g_failure = {std::move(function), std::move(about), error};
 }
 
+Failing::Failing(std::string function, int nth) : Failing(std::move(function)) {
+    g_failure.calls_left = nth;
+}
+
 Failing::~Failing() {
+    EXPECT_LE(g_failure.calls_left, 0) << g_failure.function << ' ' << g_failure.about
+                                       << " did not fail: it was not called, or not so often";
     g_failure = {};
 }
 
@@ -264,27 +338,41 @@ Failing &Failing::Giving(int result) {
 }
 
 Before::Before(std::string function, std::function<void()> look) {
-    g_looked_at = std::move(function);
-    g_look = std::move(look);
+    RequireStandIn(function);
+    g_before = {std::move(function), std::move(look)};
 }
 
 Before::~Before() {
-    g_looked_at.clear();
+    EXPECT_TRUE(g_before.reached) << g_before.function << " was not called";
+    g_before = {};
+}
+
+AfterOpening::AfterOpening(std::function<void()> look) {
+    g_after = {"open", std::move(look)};
+}
+
+AfterOpening::~AfterOpening() {
+    EXPECT_TRUE(g_after.reached) << "nothing was opened";
+    g_after = {};
 }
 
 FastClock::FastClock() {
     g_fast_clock = true;
+    g_hours = 0;
 }
 
 FastClock::~FastClock() {
+    EXPECT_GT(g_hours, 0) << "nobody looked at the clock";
     g_fast_clock = false;
 }
 
 ShortReads::ShortReads() {
     g_longest_read = 1;
+    g_short_reads = 0;
 }
 
 ShortReads::~ShortReads() {
+    EXPECT_GT(g_short_reads, 0) << "nothing was read";
     g_longest_read = SIZE_MAX;
 }
 
@@ -312,6 +400,12 @@ Programs::Programs() {
 }
 
 Programs::~Programs() {
+    for (const auto &[program, look] : g_recorded->looks) {
+        EXPECT_TRUE(g_recorded->HasRun(program)) << program << " was not run";
+    }
+    for (const auto &[program, answer] : g_recorded->answers) {
+        EXPECT_TRUE(g_recorded->HasRun(program)) << program << " was not run";
+    }
     delete g_recorded;
     g_recorded = nullptr;
 }
