@@ -32,6 +32,13 @@ struct PortDeclarer {
     const char *title = nullptr;  // of a rule
     const char *file = nullptr;
     const char *entry = nullptr;  // of the file: a section or a key
+
+    // Of a rule that has all its keys.
+    const char *protocol = nullptr;
+    const char *router_ports = nullptr;
+    const char *appliance_ports = nullptr;
+
+    bool operator==(const PortDeclarer &) const = default;  // whether the texts are the same copies
 };
 
 // Ports of a question that are taken.
@@ -65,7 +72,7 @@ struct SourceFailure {
 
 class PortConflicts {
   public:
-    // Answers the questions, which must live as long as this. Call it once. Returns false when out
+    // Answers the questions, whose texts are not looked at afterwards. Call it once. Returns false when out
     // of memory: the records are incomplete then, and nothing may be taken for free.
     bool Find(std::span<const PortQuestion> questions);
 

@@ -3,10 +3,10 @@
 // skipped.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
+#include "model/port_text.h"
 #include "support/failure.h"
 #include "support/owners.h"
 #include "support/text.h"
@@ -14,27 +14,8 @@
 
 namespace {
 
-constexpr uint32_t kHighestPort = 65535;
-
 // How much of a bad protocol text the log line shows, terminator included.
 constexpr std::size_t kProtocolTextSize = 64;
-
-// So many digits have a value that fits in 32 bits.
-constexpr std::ptrdiff_t kFewDigits = 9;
-
-// The number that a text of digits names; false for any other text. It is the low 32 bits of what
-// strtol returns, and kept so: "4294967376" has always been port 80.
-bool ReadDigits(const char *szText, uint32_t &nValue) {
-    const char *szEnd = szText;
-    nValue = 0;
-    for (; *szEnd >= '0' && *szEnd <= '9'; ++szEnd) {
-        nValue = nValue * 10 + static_cast<uint32_t>(*szEnd - '0');
-    }
-    if (szEnd - szText > kFewDigits) {
-        nValue = static_cast<uint32_t>(std::strtol(szText, nullptr, 10));
-    }
-    return *szEnd == '\0';
-}
 
 // Reads one port number.
 bool ReadPort(const char *szPort, uint32_t &nPort) {
@@ -43,7 +24,7 @@ bool ReadPort(const char *szPort, uint32_t &nPort) {
         return false;
     }
     uint32_t nValue = 0;
-    if (!ReadDigits(szPort, nValue) || nValue > kHighestPort) {
+    if (!tavo::ReadPortNumber(szPort, nValue)) {
         TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s, tavoerr=", szPort);
         return false;
     }
