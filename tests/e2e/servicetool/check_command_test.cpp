@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "port_world.h"
-#include "ports/ephemeral_ports.h"
+#include "ports/free_ports.h"
 #include "servicetool_run.h"
 
 namespace tavo::test {

@@ -9,9 +9,8 @@
 #include "commands/commands.h"
 #include "output/text.h"
 #include "ports/check_file.h"
-#include "ports/conflict_output.h"
+#include "ports/port_query.h"
 #include "ports/port_sources.h"
-#include "ports/protocols.h"
 
 namespace tavo::tool {
 namespace {
@@ -91,7 +90,9 @@ void CheckPorts(const CheckOptions &options, Report &report) {
         answer.RaiseStatus(report);
         table.Add(answer.conflicts);
         verdicts += VerdictText(query, answer) + '\n';
-        report.AddResult(AnswerJson(query, answer));
+        if (report.Json()) {
+            report.AddResult(AnswerJson(query, answer));
+        }
     }
     report.Print(table.Text(!options.no_legend, report.Columns()));
     report.Print(verdicts);

@@ -11,7 +11,7 @@
 #include "output/table.h"
 #include "output/text.h"
 #include "ports/firewall_services.h"
-#include "ports/protocols.h"
+#include "ports/port_query.h"
 
 namespace tavo::tool {
 namespace {

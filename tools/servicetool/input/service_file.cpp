@@ -15,7 +15,7 @@
 #include "input/input_file.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"
-#include "ports/protocols.h"
+#include "ports/port_query.h"
 
 namespace tavo::tool {
 namespace {
