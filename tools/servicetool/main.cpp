@@ -6,8 +6,7 @@
 #include <string>
 
 #include "change/given_up_change.h"
-#include "commands/command_line.h"
-#include "commands/help.h"
+#include "commands/commands.h"
 #include "input/library_log.h"
 #include "output/report.h"
 #include "output/text.h"

@@ -14,11 +14,11 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "json_value.h"
 #include "port_world.h"
 #include "require_appliance.h"
 #include "servicetool_run.h"

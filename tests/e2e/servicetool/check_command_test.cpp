@@ -5,12 +5,12 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "json_value.h"
 #include "port_world.h"
 #include "ports/free_ports.h"
 #include "servicetool_run.h"
@@ -21,7 +21,6 @@ using namespace tool;
 
 namespace {
 
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -91,7 +90,7 @@ TEST_F(CheckCommand, PrintsJson) {
         ServiceTool({"check", "--json", "--source", "forward,service", "8085", "23/tcp", "9/tcp"});
     EXPECT_THAT(result.err, IsEmpty());
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(json::parse(result.out), json::parse(R"({"schema": 1, "ok": false, "results": [
+    EXPECT_EQ(Json::Parse(result.out), Json::Parse(R"({"schema": 1, "ok": false, "results": [
         {"query": "8085/tcp,udp", "verdict": "taken", "conflicts": [
             {"start": 8085, "end": 8085, "protocols": ["tcp", "udp"], "source": "forward",
              "held_by": [{"name": null, "file": ")" +
@@ -172,7 +171,7 @@ TEST_F(CheckCommand, ShowsTheFirstOfManyHolders) {
     EXPECT_EQ(ServiceTool({"check", "--no-legend", "7000/tcp"}).out,
               "7000  tcp,udp  forward  rule 1, rule 2, rule 3, rule 4, rule 5 and 3 more\n"
               "7000/tcp is taken\n");
-    const json document = json::parse(ServiceTool({"check", "--json", "7000/tcp"}).out);
+    const Json document = Json::Parse(ServiceTool({"check", "--json", "7000/tcp"}).out);
     EXPECT_EQ(document["results"][0]["conflicts"][0]["held_by"].size(), 8U);
 }
 
@@ -251,8 +250,8 @@ TEST_F(CheckCommand, NamesEachOfVeryManySockets) {
     }
     ExpectRun(ServiceTool({"check", "--no-legend", "10000:10800/tcp", "--source", "socket"}), 1,
               rows + "10000:10800/tcp is taken\n");
-    const json document =
-        json::parse(ServiceTool({"check", "--json", "10000:10800/tcp", "--source", "socket"}).out);
+    const Json document =
+        Json::Parse(ServiceTool({"check", "--json", "10000:10800/tcp", "--source", "socket"}).out);
     EXPECT_EQ(document["results"][0]["conflicts"].size(), 400U);
     EXPECT_EQ(document["results"][0]["conflicts"][7]["start"], 10015);
     EXPECT_EQ(document["results"][0]["conflicts"][7]["end"], 10015);
@@ -266,10 +265,10 @@ TEST_F(CheckCommand, NamesNoPortBetweenThoseThatAreAskedFor) {
         held.push_back(std::make_unique<HeldPort>(Family::kV4, Protocol::kTcp, port));
         ports += (ports.empty() ? "" : ",") + std::to_string(port) + ':' + std::to_string(port + 1);
     }
-    const json document =
-        json::parse(ServiceTool({"check", "--json", ports + "/tcp", "--source", "socket"}).out);
+    const Json document =
+        Json::Parse(ServiceTool({"check", "--json", ports + "/tcp", "--source", "socket"}).out);
     int next = 10000;
-    for (const json &conflict : document["results"][0]["conflicts"]) {
+    for (const Json &conflict : document["results"][0]["conflicts"].Elements()) {
         EXPECT_EQ(conflict["exact"], true);
         EXPECT_EQ(conflict["start"], next);
         EXPECT_EQ(conflict["end"], next);
@@ -357,7 +356,7 @@ TEST_F(CheckCommand, RefusesABadQuestionBeforeItAsksAny) {
     ExpectRun(ServiceTool({"check", "23/tcp", "80,1000-2000/tcp"}), 2, "",
               "servicetool: error: \"80,1000-2000/tcp\", column 4: \"1000-2000\" is no port number "
               "[usage]\n    fix: write 1000:2000\n");
-    const json document = json::parse(ServiceTool({"check", "--json", "0"}).out);
+    const Json document = Json::Parse(ServiceTool({"check", "--json", "0"}).out);
     EXPECT_EQ(document["ok"], false);
     EXPECT_THAT(document["results"], IsEmpty());
     EXPECT_EQ(document["diagnostics"][0]["rule"], "usage");
@@ -411,15 +410,15 @@ TEST_F(CheckCommand, TellsWhatIsTakenAlthoughASourceFails) {
     EXPECT_EQ(result.out, "23  tcp  service  telnet (built-in)\n23/tcp is taken\n");
     EXPECT_THAT(result.err, HasSubstr("[bad-setting]"));
     EXPECT_EQ(result.status, 3);
-    const json document = json::parse(ServiceTool({"check", "23/tcp", "--json"}).out);
+    const Json document = Json::Parse(ServiceTool({"check", "23/tcp", "--json"}).out);
     EXPECT_EQ(document["results"][0]["verdict"], "taken");
-    EXPECT_THAT(document["results"][0]["failed_sources"], ElementsAre("setting"));
+    EXPECT_THAT(document["results"][0]["failed_sources"].Elements(), ElementsAre("setting"));
     EXPECT_EQ(document["diagnostics"][0]["line"], 1);
 }
 
 TEST_F(CheckCommand, SaysUnknownInJson) {
     WriteFile(kSettings, "WebDavPort=x\n");
-    const json document = json::parse(ServiceTool({"check", "8081/tcp", "--json"}).out);
+    const Json document = Json::Parse(ServiceTool({"check", "8081/tcp", "--json"}).out);
     EXPECT_EQ(document["ok"], false);
     EXPECT_EQ(document["results"][0]["verdict"], "unknown");
     EXPECT_THAT(document["results"][0]["conflicts"], IsEmpty());

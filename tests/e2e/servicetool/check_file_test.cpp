@@ -2,17 +2,16 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "json_value.h"
 #include "port_world.h"
 #include "servicetool_run.h"
 
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -93,7 +92,7 @@ TEST_F(CheckFileCommand, PrintsJson) {
     WriteFile(kFile, Section("a", "7005,7006/tcp") + Section("b", "7200"));
     const ProgramResult result = ServiceTool({"check", "--json", "--file", kFile});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(json::parse(result.out), json::parse(R"({"schema": 1, "ok": false, "results": [
+    EXPECT_EQ(Json::Parse(result.out), Json::Parse(R"({"schema": 1, "ok": false, "results": [
         {"file": "/tmp/new.sc", "verdict": "taken", "sections": [
             {"name": "a", "query": "7005,7006/tcp", "verdict": "taken", "failed_sources": []},
             {"name": "b", "query": "7200/tcp,udp", "verdict": "free", "failed_sources": []}],
@@ -118,8 +117,8 @@ TEST_F(CheckFileCommand, IsInvalidWhereLintFindsAnError) {
               "/tmp/new.sc:8:12: error: \"x\" is no port number [port-syntax]\n"
               "    dst.ports=\"x\"\n"
               "               ^\n");
-    const json document = json::parse(ServiceTool({"check", "--json", "--file", kFile}).out);
-    EXPECT_EQ(document["results"], json::parse(R"([{"file": "/tmp/new.sc", "verdict": "invalid",
+    const Json document = Json::Parse(ServiceTool({"check", "--json", "--file", kFile}).out);
+    EXPECT_EQ(document["results"], Json::Parse(R"([{"file": "/tmp/new.sc", "verdict": "invalid",
         "sections": [], "conflicts": []}])"));
     EXPECT_EQ(document["diagnostics"][0]["rule"], "port-syntax");
 }
@@ -183,8 +182,8 @@ TEST_F(CheckFileCommand, AnswersForThePortsOfGlobal) {
               "/tmp/new.sc: [a] 7000/tcp is free\n");
     EXPECT_THAT(result.err, Not(HasSubstr("[install-check]")));
     EXPECT_EQ(result.status, 1);
-    const json file =
-        json::parse(ServiceTool({"check", "--json", "--file", kFile}).out)["results"][0];
+    const Json file =
+        Json::Parse(ServiceTool({"check", "--json", "--file", kFile}).out)["results"][0];
     EXPECT_EQ(file["verdict"], "taken");
     EXPECT_EQ(file["sections"][0]["name"], "global");
     EXPECT_EQ(file["conflicts"][0]["section"], "global");
@@ -215,10 +214,10 @@ TEST_F(CheckFileCommand, CannotTellWhereACheckFails) {
               "/tmp/new.sc: [b] 23/tcp is taken\n");
     EXPECT_THAT(result.err, StartsWith(kSettings + ":1:12: error: \"x\" is no port number"));
     EXPECT_EQ(result.status, 3);
-    const json sections = json::parse(
+    const Json sections = Json::Parse(
         ServiceTool({"check", "--json", "--file", kFile}).out)["results"][0]["sections"];
     EXPECT_EQ(sections[0]["verdict"], "unknown");
-    EXPECT_THAT(sections[0]["failed_sources"], ElementsAre("setting"));
+    EXPECT_THAT(sections[0]["failed_sources"].Elements(), ElementsAre("setting"));
 }
 
 TEST_F(CheckFileCommand, CannotAskSocketsForPortZero) {

@@ -15,7 +15,6 @@ namespace tavo::test {
 namespace {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -378,23 +377,21 @@ TEST_F(CleanCommand, PrintsJson) {
     const std::string pid = DeadPid();
     const std::string copy = MakeFolder(kStore + ".tmp." + pid, {"other.sc"});
     const std::string folder = MakePrivateFolder("/tmp/servicetool-aB3dE6");
-    const json document = json::parse(ServiceTool({"clean", "--json"}).out);
-    EXPECT_EQ(document.at("ok"), false);
-    EXPECT_EQ(document.at("results"),
-              json::array({{{"path", folder},
-                            {"kind", "private-folder"},
-                            {"original", nullptr},
-                            {"pid", nullptr},
-                            {"state", "removed"},
-                            {"reason", nullptr}},
-                           {{"path", copy},
-                            {"kind", "store"},
-                            {"original", kStore},
-                            {"pid", std::stoi(pid)},
-                            {"state", "kept"},
-                            {"reason", "holds other.sc, which " + kStore + " lacks"}}}));
+    const Json document = Json::Parse(ServiceTool({"clean", "--json"}).out);
+    EXPECT_EQ(document["ok"], false);
+    EXPECT_EQ(document["results"],
+              Json::Parse(R"([{"path": ")" + folder + R"(", "kind": "private-folder",
+                               "original": null, "pid": null, "state": "removed",
+                               "reason": null},
+                              {"path": ")" +
+                          copy + R"(", "kind": "store",
+                               "original": ")" +
+                          kStore + R"(", "pid": )" + pid + R"(,
+                               "state": "kept",
+                               "reason": "holds other.sc, which )" +
+                          kStore + R"( lacks"}])"));
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
-    for (const auto &[key, value] : document.at("results").at(0).items()) {
+    for (const std::string &key : document["results"][0].Keys()) {
         EXPECT_TRUE(std::regex_search(page, std::regex("\n\\.It Cm ([a-z_ ,]* )?" + key + "\\b")))
             << key;
     }
@@ -450,10 +447,10 @@ TEST_F(CleanCommand, KeepsTheCopyUntilTheyAreNotified) {
     fs::remove(kPackage + kName);
     const std::string copy = MakeFile("/tmp/servicetool.remove.notes.sc." + DeadPid());
     WriteFile("/run/exit-status/portforward", "1\n");
-    const json result = json::parse(ServiceTool({"remove", "--json", kName}).out);
-    EXPECT_EQ(result.at("ok"), false);
-    EXPECT_EQ(result.at("results").at(0).at("changed"), false);
-    EXPECT_EQ(result.at("results").at(0).at("not_told"), json({"plugins", "relay"}));
+    const Json result = Json::Parse(ServiceTool({"remove", "--json", kName}).out);
+    EXPECT_EQ(result["ok"], false);
+    EXPECT_EQ(result["results"][0]["changed"], false);
+    EXPECT_EQ(result["results"][0]["not_told"], Json::Array({"plugins", "relay"}));
     EXPECT_TRUE(fs::exists(copy));
     fs::remove("/run/exit-status/portforward");
     EXPECT_EQ(ServiceTool({"remove", kName}).status, 0);

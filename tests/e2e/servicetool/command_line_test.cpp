@@ -1,15 +1,13 @@
 // What holds for every command: help, wrong usage, JSON on failure, output that cannot be written.
 #include <gmock/gmock.h>
 
-#include <nlohmann/json.hpp>
-
+#include "json_value.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -201,17 +199,17 @@ TEST(ServiceToolJson, IsOneDocumentForWrongUsageToo) {
         const ProgramResult result = ServiceTool(arguments);
         EXPECT_EQ(result.status, 2);
         EXPECT_THAT(result.err, IsEmpty());
-        const json document = json::parse(result.out);
+        const Json document = Json::Parse(result.out);
         EXPECT_EQ(document["schema"], 1);
         EXPECT_EQ(document["ok"], false);
         EXPECT_THAT(document["results"], IsEmpty());
         ASSERT_THAT(document["diagnostics"], SizeIs(1));
-        const json &diagnostic = document["diagnostics"][0];
+        const Json &diagnostic = document["diagnostics"][0];
         EXPECT_EQ(diagnostic["rule"], "usage");
         EXPECT_EQ(diagnostic["severity"], "error");
-        EXPECT_TRUE(diagnostic["file"].is_null());
-        EXPECT_TRUE(diagnostic["line"].is_null());
-        EXPECT_TRUE(diagnostic["column"].is_null());
+        EXPECT_EQ(diagnostic["file"], nullptr);
+        EXPECT_EQ(diagnostic["line"], nullptr);
+        EXPECT_EQ(diagnostic["column"], nullptr);
     }
 }
 
@@ -234,7 +232,7 @@ TEST(ServiceToolOptions, MayStandBeforeOrBehindTheCommand) {
           {"lint", "--json", "-"},
           {"lint", "-", "--json"},
           {"lint", "--json", "--", "-"}}) {
-        EXPECT_TRUE(json::parse(ServiceTool(arguments, GoodServiceAnd("")).out)["ok"]);
+        EXPECT_TRUE(Json::Parse(ServiceTool(arguments, GoodServiceAnd("")).out)["ok"]);
     }
 }
 
@@ -315,7 +313,7 @@ TEST(ServiceToolMemory, ThatRunsOutIsAFailureAndStillOneDocument) {
     const ProgramResult document =
         RunProgram({"sh", "-c", "ulimit -v 30000; exec " SERVICETOOL " lint --json -"}, input);
     EXPECT_EQ(document.status, 3);
-    EXPECT_EQ(json::parse(document.out)["diagnostics"][0]["rule"], "failed");
+    EXPECT_EQ(Json::Parse(document.out)["diagnostics"][0]["rule"], "failed");
 }
 #endif
 

@@ -1,4 +1,4 @@
-// Completion in bash, with the services of a private appliance.
+// Completion in bash and zsh, with the services of a private appliance.
 #include <gmock/gmock.h>
 
 #include <sstream>
@@ -13,13 +13,24 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+std::vector<std::string> LinesOf(const std::string &text) {
+    std::istringstream lines(text);
+    std::vector<std::string> found;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty()) {
+            found.push_back(line);
+        }
+    }
+    return found;
+}
+
 // What bash offers for the last of `words`.
 std::vector<std::string> Completions(const std::vector<std::string> &words,
                                      const std::string &folder = "/") {
     std::vector<std::string> command = {"bash",
                                         "-c",
-                                        "source " SERVICETOOL_SOURCE
-                                        "/tools/servicetool/completion/servicetool || exit\n"
+                                        "source " SERVICETOOL_COMPLETION
+                                        "/servicetool || exit\n"
                                         "cd \"$1\"; shift\n"
                                         "COMP_WORDS=(\"$@\") COMP_CWORD=$(($# - 1))\n"
                                         "_servicetool; printf '%s\\n' \"${COMPREPLY[@]}\"",
@@ -29,14 +40,7 @@ std::vector<std::string> Completions(const std::vector<std::string> &words,
     command.insert(command.end(), words.begin(), words.end());
     const ProgramResult result = RunProgram(command);
     EXPECT_THAT(result.err, IsEmpty());
-    std::istringstream lines(result.out);
-    std::vector<std::string> offered;
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty()) {
-            offered.push_back(line);
-        }
-    }
-    return offered;
+    return LinesOf(result.out);
 }
 
 TEST(BashCompletion, OffersCommands) {
@@ -75,7 +79,8 @@ TEST(BashCompletion, OffersTheOptionsOfTheCommand) {
                     "--help", "--json", "--verbose", "--system", "--package", "--dry-run",
                     "--title", "--desc", "--title-key", "--desc-key", "--dst-ports", "--src-ports",
                     "--port-forward", "--no-port-forward", "--no-restart"));
-    EXPECT_THAT(Completions({"set-ports", "--s"}), ElementsAre("--system", "--src"));
+    EXPECT_THAT(Completions({"set-ports", "--s"}),
+                testing::UnorderedElementsAre("--system", "--src"));
     EXPECT_THAT(Completions({"install", "--"}),
                 testing::UnorderedElementsAre("--help", "--json", "--verbose", "--system",
                                               "--package", "--dry-run", "--as", "--force"));
@@ -184,6 +189,107 @@ TEST_F(ServiceFolders, BashCompletionOffersFilesToLint) {
     EXPECT_THAT(Completions({"lint", ""}, folder.Path()),
                 testing::UnorderedElementsAre("a b.sc", "a$(touch x).sc"));
     EXPECT_THAT(Completions({"lint", "x.sc", "--", "a b"}, folder.Path()), ElementsAre("a b.sc"));
+}
+
+// An interactive shell writes down each candidate that the completion system accepts for a line.
+class ZshCompletion : public ServiceFolders {
+  protected:
+    void SetUp() override {
+        ServiceFolders::SetUp();
+        if (RunProgram({"sh", "-c", "command -v zsh"}).status != 0) {
+            GTEST_SKIP() << "zsh is not installed";
+        }
+    }
+
+    static std::vector<std::string> Offered(const std::string &line) {
+        TemporaryFolder folder;
+        folder.Write("offered", "");
+        folder.Write("setup", R"(
+            PROMPT=
+            fpath=($SCRIPTS $fpath)
+            autoload -Uz compinit
+            compinit -D -u
+            compadd() {
+                local -a offered
+                if [[ ${@[1,(i)(-|--)]} != *-[OAD]* ]]; then
+                    builtin compadd -A offered "$@"
+                    (( $#offered )) && print -rl -- $offered >> $FOLDER/offered
+                fi
+                builtin compadd "$@"
+            }
+            finish() { exit }
+            comppostfuncs=(finish)
+            bindkey '^I' complete-word
+        )");
+        folder.Write("terminal", R"(
+            export FOLDER=$1 SCRIPTS=$2
+            zmodload zsh/zpty
+            zpty shell zsh -f -i
+            zpty -w shell "source $FOLDER/setup"
+            zpty -w -n shell "$3"$'\t'
+            while zpty -r shell; do :; done > /dev/null
+        )");
+        const ProgramResult result = RunProgram({"zsh", "-f", folder.Path() + "/terminal",
+                                                 folder.Path(), SERVICETOOL_COMPLETION, line});
+        EXPECT_THAT(result.err, IsEmpty());
+        return LinesOf(ReadFile(folder.Path() + "/offered"));
+    }
+};
+
+TEST_F(ZshCompletion, OffersCommands) {
+    EXPECT_THAT(Offered("servicetool "), testing::UnorderedElementsAre(
+                                             "list", "show", "lint", "services", "check", "suggest",
+                                             "why", "ports", "install", "update", "remove", "set",
+                                             "set-ports", "remove-section", "restart", "clean"));
+    EXPECT_THAT(Offered("servicetool --json li"), testing::UnorderedElementsAre("list", "lint"));
+    EXPECT_THAT(Offered("servicetool x"), IsEmpty());
+}
+
+TEST_F(ZshCompletion, OffersTheOptionsOfTheCommand) {
+    EXPECT_THAT(Offered("servicetool --v"),
+                testing::UnorderedElementsAre("--verbose", "--version"));
+    EXPECT_THAT(Offered("servicetool check 80 --s"),
+                testing::UnorderedElementsAre("--skip", "--source"));
+    EXPECT_THAT(
+        Offered("servicetool list --system --"),
+        testing::UnorderedElementsAre("--help", "--json", "--verbose", "--package", "--no-legend"));
+    EXPECT_THAT(Offered("servicetool remove --system --p"), IsEmpty());
+    EXPECT_THAT(Offered("servicetool check --skip a --sk"), ElementsAre("--skip"));
+    EXPECT_THAT(Offered("servicetool set --title-"), ElementsAre("--title-key"));
+    EXPECT_THAT(Offered("servicetool nope --"), IsEmpty());
+}
+
+TEST_F(ZshCompletion, OffersWhatAnOptionTakes) {
+    EXPECT_THAT(Offered("servicetool check 80 --source socket,f"), ElementsAre("forward"));
+    EXPECT_THAT(Offered("servicetool check 80 --source=s"),
+                testing::UnorderedElementsAre("service", "setting", "socket"));
+    EXPECT_THAT(Offered("servicetool suggest --proto t"),
+                testing::UnorderedElementsAre("tcp", "tcp,udp"));
+    EXPECT_THAT(Offered("servicetool check 80 --skip ssh,sys"), ElementsAre("syslog_server"));
+    EXPECT_THAT(Offered("servicetool suggest --near "), IsEmpty());
+}
+
+TEST_F(ZshCompletion, OffersFiles) {
+    TemporaryFolder folder;
+    folder.Write("a b.sc", "");
+    folder.Write("c.sc", "");
+    const std::string here = folder.Path() + '/';
+    EXPECT_THAT(Offered("servicetool lint " + here), ElementsAre("a\\ b.sc", "c.sc"));
+    EXPECT_THAT(Offered("servicetool install " + here + "c"), ElementsAre("c.sc"));
+    EXPECT_THAT(Offered("servicetool check --file " + here + "c.sc " + here + "a"),
+                ElementsAre("a\\ b.sc"));
+    EXPECT_THAT(Offered("servicetool ports --svg=" + here + "c"), ElementsAre("c.sc"));
+}
+
+TEST_F(ZshCompletion, OffersWhatIsInstalled) {
+    WriteFile(kSystem + "a.sc", Section("web", "1") + Section("wiki", "2"));
+    EXPECT_THAT(Offered("servicetool set "), ElementsAre("a.sc"));
+    EXPECT_THAT(Offered("servicetool update --as="), ElementsAre("a.sc"));
+    EXPECT_THAT(Offered("servicetool remove-section a.sc w"),
+                testing::UnorderedElementsAre("web", "wiki"));
+    EXPECT_THAT(Offered("servicetool set-ports a.sc web "), IsEmpty());
+    EXPECT_THAT(Offered("servicetool show we"), ElementsAre("web"));
+    EXPECT_THAT(Offered("servicetool services wi"), ElementsAre("wiki"));
 }
 
 }  // namespace

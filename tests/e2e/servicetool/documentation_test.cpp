@@ -1,10 +1,12 @@
 // Help, manual pages and completions tell of the same options, rules and keys as the program has.
 #include <gmock/gmock.h>
 
+#include <cstring>
 #include <regex>
 #include <set>
 #include <string>
 
+#include "commands/commands.h"
 #include "lint/lint_keys.h"
 #include "lint/lint_rules.h"
 #include "servicetool_run.h"
@@ -39,26 +41,28 @@ std::set<std::string> OptionsOfHelp(const std::vector<std::string> &command) {
     return Matches(ServiceTool(arguments).out, "\n  [^ ]*--([a-z-]+) ");
 }
 
-std::set<std::string> OptionsOfEveryHelp() {
+// The names of all commands and of all words that their options take.
+std::set<std::string> WordsOfTheRecords() {
+    std::set<std::string> words;
+    for (const Command *command : Commands()) {
+        words.emplace(command->name);
+        for (const Option &option : command->options) {
+            words.merge(Matches(std::string(option.value.words), "([^ ]+)"));
+        }
+    }
+    return words;
+}
+
+std::set<std::string> OptionsOfTheRecords() {
     std::set<std::string> options;
-    for (const std::vector<std::string> &command : {std::vector<std::string>{},
-                                                    {"list"},
-                                                    {"show"},
-                                                    {"lint"},
-                                                    {"services"},
-                                                    {"check"},
-                                                    {"suggest"},
-                                                    {"why"},
-                                                    {"ports"},
-                                                    {"set"},
-                                                    {"set-ports"},
-                                                    {"install"},
-                                                    {"update"},
-                                                    {"remove"},
-                                                    {"remove-section"},
-                                                    {"restart"},
-                                                    {"clean"}}) {
-        options.merge(OptionsOfHelp(command));
+    const auto add = [&options](std::span<const Option> more) {
+        for (const Option &option : more) {
+            options.insert(option.name + std::strlen("--"));
+        }
+    };
+    add(OwnOptions());
+    for (const Command *command : Commands()) {
+        add(command->options);
     }
     return options;
 }
@@ -86,11 +90,22 @@ TEST(Manual, HasNoFormatError) {
     }
 }
 
-TEST(Manual, ExplainsTheOptionsThatTheHelpNames) {
+TEST(Help, NamesTheOptionsOfTheRecords) {
+    std::set<std::string> named = OptionsOfHelp({});
+    for (const Command *command : Commands()) {
+        named.merge(OptionsOfHelp({std::string(command->name)}));
+    }
+    EXPECT_EQ(named, OptionsOfTheRecords());
+    EXPECT_THAT(named, testing::Contains("no-legend"));
+}
+
+TEST(Manual, ExplainsTheCommandsAndOptionsOfTheRecords) {
     const std::string page = ReadFile(kSource + "/man/servicetool.1");
-    const std::set<std::string> explained = Matches(page, "\n\\.It (?:Fl [a-z] , |Fl )-([a-z-]+)");
-    EXPECT_EQ(explained, OptionsOfEveryHelp());
-    EXPECT_THAT(explained, testing::Contains("no-legend"));
+    EXPECT_EQ(Matches(page, "\n\\.It (?:Fl [a-z] , |Fl )-([a-z-]+)"), OptionsOfTheRecords());
+    const std::set<std::string> explained = NamesExplained(page);
+    for (const Command *command : Commands()) {
+        EXPECT_THAT(explained, testing::Contains(command->name));
+    }
 }
 
 TEST(Manual, ExplainsEveryRuleOfLint) {
@@ -134,25 +149,23 @@ TEST(Manual, ShowsGoodServiceFiles) {
     }
 }
 
-TEST(Completion, KnowsTheOptionsThatTheHelpNames) {
+TEST(Completion, KnowsWhatTheRecordsSay) {
     for (const std::string name : {"servicetool", "_servicetool"}) {
-        const std::string script = ReadFile(kSource + "/tools/servicetool/completion/" + name);
-        EXPECT_EQ(Matches(script, "[^a-z]--([a-z][a-z-]*)"), OptionsOfEveryHelp()) << name;
-        for (const char *word :
-             {"list",    "show",  "lint",      "services", "check",   "suggest", "why",
-              "ports",   "set",   "set-ports", "install",  "update",  "remove",  "remove-section",
-              "restart", "clean", "forward",   "service",  "setting", "socket"}) {
-            EXPECT_THAT(script, HasSubstr(word)) << name;
+        const std::string script = ReadFile(SERVICETOOL_COMPLETION "/" + name);
+        EXPECT_EQ(Matches(script, "[^a-z]--([a-z][a-z-]*)"), OptionsOfTheRecords()) << name;
+        for (const std::string &word : WordsOfTheRecords()) {
+            EXPECT_TRUE(std::regex_search(script, std::regex("[^a-z-]" + word + "[^a-z-]")))
+                << name << ": " << word;
         }
     }
 }
 
-TEST(Completion, ForZshIsWellFormed) {
+TEST(Completion, IsWellFormed) {
+    EXPECT_EQ(RunProgram({"bash", "-n", SERVICETOOL_COMPLETION "/servicetool"}).status, 0);
     if (RunProgram({"sh", "-c", "command -v zsh"}).status != 0) {
         GTEST_SKIP() << "zsh is not installed";
     }
-    const ProgramResult result =
-        RunProgram({"zsh", "-n", kSource + "/tools/servicetool/completion/_servicetool"});
+    const ProgramResult result = RunProgram({"zsh", "-n", SERVICETOOL_COMPLETION "/_servicetool"});
     EXPECT_EQ(result.status, 0) << result.err;
 }
 

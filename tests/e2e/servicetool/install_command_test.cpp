@@ -11,7 +11,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -48,8 +47,8 @@ class InstallCommand : public ChangeWorld {
         EXPECT_EQ(Calls(), "");
     }
 
-    static json Result(const std::vector<std::string> &arguments) {
-        return json::parse(ServiceTool(arguments).out).at("results").at(0);
+    static Json Result(const std::vector<std::string> &arguments) {
+        return Json::Parse(ServiceTool(arguments).out)["results"][0];
     }
 };
 
@@ -380,11 +379,11 @@ TEST_F(InstallCommand, SaysWhoWasNotToldWhereNoOutputCanBeKept) {
                         "install", "--json", "notes.sc"},
                        "", {"ASAN_OPTIONS=detect_leaks=0"});
         EXPECT_EQ(result.status, 3);
-        const json document = json::parse(result.out);
-        if (document.at("results").at(0).at("changed") == true) {
+        const Json document = Json::Parse(result.out);
+        if (document["results"][0]["changed"] == true) {
             ++installed;
-            EXPECT_EQ(document.at("results").at(0).at("not_told"), json({"plugins", "relay"}));
-            EXPECT_THAT(document.at("diagnostics").at(0).at("message"),
+            EXPECT_EQ(document["results"][0]["not_told"], Json::Array({"plugins", "relay"}));
+            EXPECT_THAT(document["diagnostics"][0]["message"].Text(),
                         StartsWith("could not tell the plugins: " + kPlugin));
             std::filesystem::remove(kPath);
         }
@@ -400,36 +399,31 @@ TEST_F(InstallCommand, ShowsTheLinesOfTheLibraryWhenAsked) {
 
 TEST_F(InstallCommand, HasEveryKeyOfItsResultInTheManual) {
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
-    const json result = Result({"install", "--json", "--dry-run", "notes.sc"});
-    for (const auto &[key, value] : result.items()) {
+    const Json result = Result({"install", "--json", "--dry-run", "notes.sc"});
+    for (const std::string &key : result.Keys()) {
         EXPECT_TRUE(std::regex_search(page, std::regex("\n\\.It Cm ([a-z_ ,]* )?" + key + "\\b")))
             << key;
     }
 }
 
 TEST_F(InstallCommand, GivesOneResultAsJson) {
-    const json done = Result({"install", "--json", "notes.sc"});
-    EXPECT_EQ(done, json({{"operation", "install"},
-                          {"file", "notes.sc"},
-                          {"path", kPath},
-                          {"section", nullptr},
-                          {"dry_run", false},
-                          {"changed", true},
-                          {"diff", DiffFor(kPath)},
-                          {"conflicts", json::array()},
-                          {"told", {"plugins", "relay"}},
-                          {"not_told", json::array()}}));
+    const Json done = Result({"install", "--json", "notes.sc"});
+    EXPECT_EQ(done, Json::Parse(R"({"operation": "install", "file": "notes.sc",
+        "path": ")" + kPath + R"(", "section": null, "dry_run": false, "changed": true,
+        "diff": )" + Json(DiffFor(kPath)).Dump() +
+                                R"(, "conflicts": [],
+        "told": ["plugins", "relay"], "not_told": []})"));
 
-    const json refused = Result({"install", "--json", "--as", "b.sc", "--dry-run", "notes.sc"});
-    EXPECT_EQ(refused.at("changed"), false);
-    EXPECT_EQ(refused.at("dry_run"), true);
-    EXPECT_EQ(refused.at("told"), json::array());
+    const Json refused = Result({"install", "--json", "--as", "b.sc", "--dry-run", "notes.sc"});
+    EXPECT_EQ(refused["changed"], false);
+    EXPECT_EQ(refused["dry_run"], true);
+    EXPECT_EQ(refused["told"], Json::Array({}));
 
     WriteFile("notes.sc", Section("other", "8765/tcp"));
-    const json taken = Result({"install", "--json", "--as", "b.sc", "notes.sc"});
-    EXPECT_EQ(taken.at("conflicts").at(0).at("section"), "other");
-    EXPECT_EQ(taken.at("conflicts").at(0).at("held_by").at(0).at("name"), "notes");
-    EXPECT_EQ(taken.at("changed"), false);
+    const Json taken = Result({"install", "--json", "--as", "b.sc", "notes.sc"});
+    EXPECT_EQ(taken["conflicts"][0]["section"], "other");
+    EXPECT_EQ(taken["conflicts"][0]["held_by"][0]["name"], "notes");
+    EXPECT_EQ(taken["changed"], false);
 }
 
 }  // namespace

@@ -7,15 +7,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
+#include "json_value.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -79,7 +78,7 @@ TEST(LintCommand, PrintsJson) {
     const ProgramResult result = ServiceTool({"lint", "--json", bad, folder / "missing"});
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.err, IsEmpty());
-    EXPECT_EQ(json::parse(result.out), json::parse(R"({"schema": 1, "ok": false,
+    EXPECT_EQ(Json::Parse(result.out), Json::Parse(R"({"schema": 1, "ok": false,
         "results": [{"file": ")" + bad + R"(", "services": 1, "readable_services": 0,
                      "errors": 1, "warnings": 0}],
         "diagnostics": [
@@ -92,8 +91,8 @@ TEST(LintCommand, PrintsJson) {
 
 TEST(LintCommand, IsNotOkInJsonWhereStrictFails) {
     const std::string text = GoodServiceAnd(kReversedRange);
-    EXPECT_EQ(json::parse(ServiceTool({"lint", "--json", "-"}, text).out)["ok"], true);
-    EXPECT_EQ(json::parse(ServiceTool({"lint", "--json", "--strict", "-"}, text).out)["ok"], false);
+    EXPECT_EQ(Json::Parse(ServiceTool({"lint", "--json", "-"}, text).out)["ok"], true);
+    EXPECT_EQ(Json::Parse(ServiceTool({"lint", "--json", "--strict", "-"}, text).out)["ok"], false);
 }
 
 // ---- What cannot be read
@@ -203,11 +202,11 @@ TEST(LintCommand, NeverPrintsControlBytesOrBrokenUtf8) {
 
 TEST(LintCommand, KeepsJsonValidForEveryByte) {
     const std::string text = GoodServiceAnd("\xFF\x80=1\n\xC3\xBC\x1b=1\n");
-    const json document = json::parse(ServiceTool({"lint", "--json", "-"}, text).out);
+    const Json document = Json::Parse(ServiceTool({"lint", "--json", "-"}, text).out);
     ASSERT_THAT(document["diagnostics"], SizeIs(2));
-    EXPECT_THAT(document["diagnostics"][0]["message"].get<std::string>(),
+    EXPECT_THAT(document["diagnostics"][0]["message"].Text(),
                 StartsWith("key \"\\xff\\x80\" is not known"));
-    EXPECT_THAT(document["diagnostics"][1]["message"].get<std::string>(),
+    EXPECT_THAT(document["diagnostics"][1]["message"].Text(),
                 StartsWith("key \"\xC3\xBC\x1b\" is not known"));
 }
 

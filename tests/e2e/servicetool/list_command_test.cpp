@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
+#include "json_value.h"
 #include "service_folders.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
@@ -12,7 +12,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -159,9 +158,9 @@ TEST_F(ServiceFolders, ListPrintsJson) {
     const ProgramResult result = ServiceTool({"list", "--json"});
     EXPECT_THAT(result.err, IsEmpty());
     EXPECT_EQ(result.status, 3);
-    const json document = json::parse(result.out);
+    const Json document = Json::Parse(result.out);
     EXPECT_EQ(document["ok"], false);
-    EXPECT_EQ(document["results"], json::parse(R"([{
+    EXPECT_EQ(document["results"], Json::Parse(R"([{
         "name": "web", "file": "/usr/local/etc/services.d/web.sc", "real_path": "/tmp/web.sc",
         "location": "package", "version": 2, "support_key": "s", "run_key": "r",
         "ports": [{"start": 80, "end": 90, "protocols": ["tcp"]},
@@ -178,13 +177,13 @@ TEST_F(ServiceFolders, ListPrintsJson) {
 
 TEST_F(ServiceFolders, ListGivesNullInJsonForWhatIsAbsent) {
     WriteFile(kSystem + "a.sc", Section("a", "1"));
-    const json service = json::parse(ServiceTool({"list", "--json"}).out)["results"].at(0);
+    const Json service = Json::Parse(ServiceTool({"list", "--json"}).out)["results"][0];
     EXPECT_EQ(service["version"], 0);
     EXPECT_THAT(service["source_ports"], IsEmpty());
     EXPECT_EQ(service["forward"], false);
     for (const char *key :
          {"support_key", "run_key", "title_key", "description_key", "description_extra"}) {
-        EXPECT_TRUE(service[key].is_null()) << key;
+        EXPECT_EQ(service[key], nullptr) << key;
     }
 }
 
@@ -194,7 +193,7 @@ TEST_F(ServiceFolders, ListEscapesNamesAndTexts) {
               "a  a\\n\\x1b[31m.sc  system  1/tcp,udp  no  T\\x1b]0;x\\x07\\xff\n");
     const std::string document = ServiceTool({"list", "--json"}).out;
     EXPECT_EQ(document.find_first_of("\x1b\x07\xFF"), std::string::npos);
-    EXPECT_EQ(json::parse(document)["results"][0]["title"], "T\x1b]0;x\x07\\xff");
+    EXPECT_EQ(Json::Parse(document)["results"][0]["title"], "T\x1b]0;x\x07\\xff");
 }
 
 TEST_F(ServiceFolders, ListCutsTitlesOnANarrowTerminalOnly) {

@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <random>
 #include <set>
 #include <sstream>
@@ -18,13 +17,13 @@
 
 #include "held_socket.h"
 #include "holding_program.h"
+#include "json_value.h"
 #include "port_world.h"
 #include "servicetool_run.h"
 
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -160,14 +159,14 @@ TEST_F(PortsCommand, NeverPrintsWhatATerminalActsOn) {
 TEST_F(PortsCommand, PrintsJson) {
     WriteFile(kSystem + "web.sc", Section("web", "8080/tcp"));
     const HeldPort held(Family::kV4, Protocol::kTcp, 8080);
-    const json document = json::parse(ServiceTool({"ports", "--json"}).out);
-    json found = json::array();
-    for (const json &row : document["results"]) {
+    const Json document = Json::Parse(ServiceTool({"ports", "--json"}).out);
+    std::vector<Json> found;
+    for (const Json &row : document["results"].Elements()) {
         if (row["start"] == 8080) {
             found.push_back(row);
         }
     }
-    EXPECT_EQ(found, json::parse(R"([
+    EXPECT_EQ(found, Json::Parse(R"([
         {"protocol": "tcp", "start": 8080, "end": 8080, "source": "service", "service": "web",
          "file": ")" + kSystem + R"(web.sc", "entry": "web", "pid": null, "program": null,
          "process": null, "user": null, "state": null, "conflict": true},
@@ -175,10 +174,11 @@ TEST_F(PortsCommand, PrintsJson) {
          "file": null, "entry": null, "pid": )" +
                                  kOwnPid + R"(, "program": ")" + kOwnProgram +
                                  R"(", "process": ")" + kOwnName +
-                                 R"(", "user": "root", "state": "LISTEN", "conflict": true}])"));
-    const json alone = json::parse(ServiceTool({"ports", "--json", "--held"}).out)["results"];
+                                 R"(", "user": "root", "state": "LISTEN", "conflict": true}])")
+                         .Elements());
+    const Json alone = Json::Parse(ServiceTool({"ports", "--json", "--held"}).out)["results"];
     ASSERT_EQ(alone.size(), 1U);
-    EXPECT_TRUE(alone[0]["conflict"].is_null());
+    EXPECT_EQ(alone[0]["conflict"], nullptr);
 }
 
 // ---- Conflicts
@@ -313,11 +313,11 @@ std::map<std::pair<std::string, int>, std::set<std::string>> ServicesByPort(
     const std::vector<std::string> &options) {
     std::vector<std::string> arguments = {"ports", "--json", "--declared"};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    const json document = json::parse(ServiceTool(arguments).out);
+    const Json document = Json::Parse(ServiceTool(arguments).out);
     std::map<std::pair<std::string, int>, std::set<std::string>> services;
-    for (const json &row : document["results"]) {
-        for (int port = row["start"]; port <= row["end"]; ++port) {
-            services[{row["protocol"], port}].insert(row["service"].get<std::string>());
+    for (const Json &row : document["results"].Elements()) {
+        for (int port = row["start"].Number(); port <= row["end"].Number(); ++port) {
+            services[{row["protocol"].Text(), port}].insert(row["service"].Text());
         }
     }
     return services;

@@ -6,7 +6,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -127,25 +126,25 @@ TEST_F(RemoveCommand, SaysThatTheFileStaysWhereItCannotGo) {
 
 TEST_F(RemoveCommand, SaysWhoWasNotTold) {
     WriteFile("/run/exit-status/portforward", "1\n");
-    const json result = json::parse(ServiceTool({"remove", "--json", "notes.sc"}).out);
-    EXPECT_EQ(result.at("ok"), false);
-    EXPECT_EQ(result.at("diagnostics").at(0).at("rule"), "not-told");
-    EXPECT_EQ(result.at("results").at(0).at("operation"), "remove");
-    EXPECT_EQ(result.at("results").at(0).at("changed"), true);
-    EXPECT_EQ(result.at("results").at(0).at("told"), json::array());
-    EXPECT_EQ(result.at("results").at(0).at("not_told"), json({"plugins", "relay"}));
+    const Json result = Json::Parse(ServiceTool({"remove", "--json", "notes.sc"}).out);
+    EXPECT_EQ(result["ok"], false);
+    EXPECT_EQ(result["diagnostics"][0]["rule"], "not-told");
+    EXPECT_EQ(result["results"][0]["operation"], "remove");
+    EXPECT_EQ(result["results"][0]["changed"], true);
+    EXPECT_EQ(result["results"][0]["told"], Json::Array({}));
+    EXPECT_EQ(result["results"][0]["not_told"], Json::Array({"plugins", "relay"}));
     EXPECT_THAT(Entries(kPackage), IsEmpty());
 }
 
 // The relay daemon is reloaded all the same, but the plugins do not know which ports are free now.
 TEST_F(RemoveCommand, SaysThatThePluginsWereNotGivenTheFile) {
     const ReplacedTool copy("/bin/cp", "rm -f \"$3\"; mkfifo \"$3\"");
-    const json result = json::parse(ServiceTool({"remove", "--json", "notes.sc"}).out);
-    EXPECT_EQ(result.at("ok"), false);
-    EXPECT_EQ(result.at("results").at(0).at("changed"), true);
-    EXPECT_EQ(result.at("results").at(0).at("told"), json({"relay"}));
-    EXPECT_EQ(result.at("results").at(0).at("not_told"), json({"plugins"}));
-    EXPECT_THAT(result.at("diagnostics").at(0).at("message").get<std::string>(),
+    const Json result = Json::Parse(ServiceTool({"remove", "--json", "notes.sc"}).out);
+    EXPECT_EQ(result["ok"], false);
+    EXPECT_EQ(result["results"][0]["changed"], true);
+    EXPECT_EQ(result["results"][0]["told"], Json::Array({"relay"}));
+    EXPECT_EQ(result["results"][0]["not_told"], Json::Array({"plugins"}));
+    EXPECT_THAT(result["diagnostics"][0]["message"].Text(),
                 testing::ContainsRegex("^could not tell the plugins: "
                                        "/tmp/servicetool.remove.notes.sc.[0-9]+: illegal seek$"));
     for (const std::string &name : InTmp()) {

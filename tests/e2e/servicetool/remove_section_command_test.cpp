@@ -6,7 +6,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::IsEmpty;
 
 const std::string kPath = kPackage + "notes.sc";
@@ -128,13 +127,13 @@ TEST_F(RemoveSectionCommand, SaysWhatTheFirewallMayHaveReadInBetween) {
 }
 
 TEST_F(RemoveSectionCommand, PrintsJson) {
-    const json document = json::parse(ServiceTool(Remove("--json")).out);
-    const json result = document.at("results").at(0);
-    EXPECT_EQ(result.at("operation"), "remove-section");
-    EXPECT_EQ(result.at("section"), "notes");
-    EXPECT_EQ(result.at("changed"), true);
-    EXPECT_EQ(result.at("told"), json::parse(R"(["firewall", "relay"])"));
-    EXPECT_THAT(document.at("diagnostics"), IsEmpty());
+    const Json document = Json::Parse(ServiceTool(Remove("--json")).out);
+    const Json result = document["results"][0];
+    EXPECT_EQ(result["operation"], "remove-section");
+    EXPECT_EQ(result["section"], "notes");
+    EXPECT_EQ(result["changed"], true);
+    EXPECT_EQ(result["told"], Json::Parse(R"(["firewall", "relay"])"));
+    EXPECT_THAT(document["diagnostics"], IsEmpty());
 }
 
 }  // namespace

@@ -6,8 +6,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
-
 const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
 const std::string kBoth = "the firewall and the relay daemon if it runs\n";
 
@@ -49,14 +47,14 @@ TEST_F(RestartCommand, TellsNobodyInADryRun) {
 TEST_F(RestartCommand, SaysWhoWasNotTold) {
     const ReplacedTool firewall(kFirewallTool);
     const ProgramResult text = ServiceTool({"restart"});
-    const json result = json::parse(ServiceTool({"restart", "--json"}).out).at("results").at(0);
+    const Json result = Json::Parse(ServiceTool({"restart", "--json"}).out)["results"][0];
     const std::string reason = ": " + kFirewallTool + " is missing [not-told]\n";
     ExpectRun(text, 3, "tell " + kBoth,
               "servicetool: warning: could not tell the firewall" + reason +
                   "    fix: write servicetool restart\n"
                   "servicetool: warning: could not tell the relay daemon" +
                   reason + "    fix: write servicetool restart --relay\n");
-    EXPECT_EQ(result, json::parse(R"({"operation": "restart", "file": null, "path": null,
+    EXPECT_EQ(result, Json::Parse(R"({"operation": "restart", "file": null, "path": null,
         "section": null, "dry_run": false, "changed": false, "diff": null, "conflicts": [],
         "told": [], "not_told": ["firewall", "relay"]})"));
     EXPECT_EQ(Calls(), "");

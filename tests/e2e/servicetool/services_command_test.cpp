@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
 
+#include "json_value.h"
 #include "service_folders.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
@@ -14,7 +14,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -294,18 +293,18 @@ TEST_F(ServiceFolders, ServicesSaysThatSupportIsUnknownWithoutItsSettings) {
     EXPECT_EQ(supported.err, error);
     EXPECT_EQ(supported.status, 3);
     EXPECT_EQ(ServiceTool({"services", "telnet", "always"}).status, 0);
-    EXPECT_TRUE(
-        json::parse(ServiceTool({"services", "--json", "asks"}).out)["results"][0]["supported"]
-            .is_null());
+    EXPECT_EQ(
+        Json::Parse(ServiceTool({"services", "--json", "asks"}).out)["results"][0]["supported"],
+        nullptr);
 }
 
 TEST_F(ServiceFolders, ServicesPrintsJsonOfABuiltInOne) {
     const ProgramResult result = ServiceTool({"services", "--json", "ftp", "ups_server"});
     EXPECT_EQ(result.status, 0);
-    const json document = json::parse(result.out);
+    const Json document = Json::Parse(result.out);
     EXPECT_EQ(document["ok"], true);
     EXPECT_THAT(document["diagnostics"], IsEmpty());
-    EXPECT_EQ(document["results"], json::parse(R"([{
+    EXPECT_EQ(document["results"], Json::Parse(R"([{
         "name": "ups_server", "supported": true, "file": null, "real_path": null,
         "location": "built-in", "version": null, "support_key": "supportups", "run_key": null,
         "ports": [{"start": 3493, "end": 3493, "protocols": ["tcp"]}],
@@ -331,8 +330,8 @@ TEST_F(ServiceFolders, ServicesPrintsJsonOfOneOfAFile) {
                                  "src.ports=1:2,3/udp\ntitle_key=a:b:c\ndesc_key=d:e\n"
                                  "desc_extra=X\nport_forward=yes\n");
     std::filesystem::create_symlink("/tmp/web.sc", kPackage + "web.sc");
-    const json document = json::parse(ServiceTool({"services", "--json", "web"}).out);
-    EXPECT_EQ(document["results"], json::parse(R"([{
+    const Json document = Json::Parse(ServiceTool({"services", "--json", "web"}).out);
+    EXPECT_EQ(document["results"], Json::Parse(R"([{
         "name": "web", "supported": false, "file": "/usr/local/etc/services.d/web.sc",
         "real_path": "/tmp/web.sc", "location": "package", "version": 2,
         "support_key": "supportwifi", "run_key": "r",
@@ -351,7 +350,7 @@ TEST_F(ServiceFolders, ServicesIsOneDocumentOnFailureToo) {
     const ProgramResult result = ServiceTool({"services", "--json", "nfs", "nosuch"});
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.err, IsEmpty());
-    const json document = json::parse(result.out);
+    const Json document = Json::Parse(result.out);
     EXPECT_EQ(document["ok"], false);
     EXPECT_THAT(document["results"], IsEmpty());
     ASSERT_THAT(document["diagnostics"], SizeIs(2));
@@ -360,14 +359,12 @@ TEST_F(ServiceFolders, ServicesIsOneDocumentOnFailureToo) {
 }
 
 // Every key of an object or of objects in it.
-void CollectKeys(const json &value, std::set<std::string> &keys) {
-    for (const auto &[key, inner] : value.items()) {
-        if (value.is_object()) {
-            keys.insert(key);
-        }
-        if (inner.is_structured()) {
-            CollectKeys(inner, keys);
-        }
+void CollectKeys(const Json &value, std::set<std::string> &keys) {
+    for (const std::string &key : value.Keys()) {
+        keys.insert(key);
+    }
+    for (const Json &inner : value.Elements()) {
+        CollectKeys(inner, keys);
     }
 }
 
@@ -382,7 +379,7 @@ TEST_F(ServiceFolders, ManualExplainsTheKeysOfTheJsonAboutPorts) {
           {"ports"}}) {
         std::vector<std::string> arguments = command;
         arguments.push_back("--json");
-        CollectKeys(json::parse(ServiceTool(arguments).out)["results"], keys);
+        CollectKeys(Json::Parse(ServiceTool(arguments).out)["results"], keys);
     }
     EXPECT_THAT(keys,
                 testing::IsSupersetOf({"supported", "held_by", "sections", "verdict", "conflict"}));
@@ -400,7 +397,7 @@ TEST_F(ServiceFolders, ServicesEscapesNamesAndTexts) {
               "a  yes  no  1/tcp,udp  system/a\\n\\x1b[31m.sc  T\\x1b]0;x\\x07\\xff\n");
     const std::string document = ServiceTool({"services", "--json", "a"}).out;
     EXPECT_EQ(document.find_first_of("\x1b\x07\xFF"), std::string::npos);
-    EXPECT_EQ(json::parse(document)["results"][0]["title"], "T\x1b]0;x\x07\\xff");
+    EXPECT_EQ(Json::Parse(document)["results"][0]["title"], "T\x1b]0;x\x07\\xff");
 }
 
 TEST_F(ServiceFolders, ServicesCutsTitlesOnANarrowTerminalOnly) {

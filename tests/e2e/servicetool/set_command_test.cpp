@@ -10,7 +10,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -282,9 +281,9 @@ TEST_F(SetCommand, SeesThatTheFileWasNotWritten) {
         ServiceTool(kRetitle), 3, kRetitlePlan + "told " + kListeners,
         kPath + ": error: the folder: read-only file system; the file is unchanged [failed]\n");
     EXPECT_EQ(ReadFile(kPath), kBefore);
-    const json result = json::parse(ServiceTool(With(kRetitle, {"--json"})).out);
-    EXPECT_EQ(result.at("results").at(0).at("changed"), false);
-    EXPECT_EQ(result.at("results").at(0).at("told"), json({"router", "firewall", "relay"}));
+    const Json result = Json::Parse(ServiceTool(With(kRetitle, {"--json"})).out);
+    EXPECT_EQ(result["results"][0]["changed"], false);
+    EXPECT_EQ(result["results"][0]["told"], Json::Array({"router", "firewall", "relay"}));
 }
 
 TEST_F(SetCommand, SeesThatTheDiskIsFullWhateverElseIsLogged) {
@@ -323,11 +322,11 @@ TEST_F(SetCommand, SaysThatTheFirewallToolFailed) {
 
 TEST_F(SetCommand, SaysThatTheRelayDaemonWasNotReloaded) {
     WriteFile("/run/exit-status/systemctl", "0\n1\n");
-    const json result = json::parse(ServiceTool(With(kRetitle, {"--json"})).out);
-    EXPECT_EQ(result.at("ok"), false);
-    EXPECT_EQ(result.at("results").at(0).at("changed"), true);
-    EXPECT_EQ(result.at("results").at(0).at("told"), json({"router", "firewall"}));
-    EXPECT_EQ(result.at("results").at(0).at("not_told"), json({"relay"}));
+    const Json result = Json::Parse(ServiceTool(With(kRetitle, {"--json"})).out);
+    EXPECT_EQ(result["ok"], false);
+    EXPECT_EQ(result["results"][0]["changed"], true);
+    EXPECT_EQ(result["results"][0]["told"], Json::Array({"router", "firewall"}));
+    EXPECT_EQ(result["results"][0]["not_told"], Json::Array({"relay"}));
 }
 
 TEST_F(SetCommand, NamesARouterToolThatIsMissing) {
@@ -359,8 +358,8 @@ TEST_F(SetCommand, SaysThatNothingWasChangedWhereItCannotBeWorkedOut) {
               kName +
                   ": error: a folder in /tmp: Read-only file system, so nothing was changed "
                   "[failed]\n");
-    const json document = json::parse(ServiceTool(With(kRetitle, {"--json"})).out);
-    EXPECT_EQ(document.at("results"), json::parse(R"([{"operation": "set", "file": "notes.sc",
+    const Json document = Json::Parse(ServiceTool(With(kRetitle, {"--json"})).out);
+    EXPECT_EQ(document["results"], Json::Parse(R"([{"operation": "set", "file": "notes.sc",
         "path": null, "section": "notes", "dry_run": false, "changed": false, "diff": null,
         "conflicts": [], "told": [], "not_told": []}])"));
     ExpectNothingDone();
@@ -369,10 +368,10 @@ TEST_F(SetCommand, SaysThatNothingWasChangedWhereItCannotBeWorkedOut) {
 TEST_F(SetCommand, HasOneResultWhereTheFileCannotBeRead) {
     std::filesystem::remove(kPath);
     std::filesystem::create_directory(kPath);
-    const json document = json::parse(ServiceTool(With(kRetitle, {"--json"})).out);
-    EXPECT_EQ(document.at("results").size(), 1U);
-    EXPECT_EQ(document.at("diagnostics").at(0).at("rule"), "unreadable");
-    EXPECT_THAT(document.at("diagnostics").at(0).at("message"),
+    const Json document = Json::Parse(ServiceTool(With(kRetitle, {"--json"})).out);
+    EXPECT_EQ(document["results"].size(), 1U);
+    EXPECT_EQ(document["diagnostics"][0]["rule"], "unreadable");
+    EXPECT_THAT(document["diagnostics"][0]["message"].Text(),
                 testing::EndsWith(", so nothing was changed"));
 }
 
@@ -562,29 +561,29 @@ TEST_F(SetCommand, SaysThatSomebodyElseChangedTheFile) {
 
 TEST_F(SetCommand, PrintsJson) {
     const ProgramResult result = ServiceTool(With(kRetitle, {"--json"}));
-    EXPECT_EQ(json::parse(result.out),
-              json::parse(R"({"schema": 1, "ok": true, "diagnostics": [], "results": [
+    EXPECT_EQ(Json::Parse(result.out),
+              Json::Parse(R"({"schema": 1, "ok": true, "diagnostics": [], "results": [
         {"operation": "set", "file": "notes.sc", "path": ")" +
                           kPath + R"(", "section": "notes",
          "dry_run": false, "changed": true, "diff": )" +
-                          json(kRetitleDiff).dump() + R"(,
+                          Json(kRetitleDiff).Dump() + R"(,
          "conflicts": [], "told": ["router", "firewall", "relay"], "not_told": []}]})"));
     EXPECT_EQ(result.status, 0);
 }
 
 TEST_F(SetCommand, PrintsConflictsInJson) {
     WriteFile(kSystem + "web.sc", Section("w", "18080/tcp"));
-    const json document = json::parse(ServiceTool(With(kNew, {"--json", "--dry-run"})).out);
-    const json result = document.at("results").at(0);
-    EXPECT_EQ(document.at("ok"), false);
-    EXPECT_EQ(document.at("diagnostics").at(0).at("rule"), "taken");
-    EXPECT_EQ(result.at("dry_run"), true);
-    EXPECT_EQ(result.at("changed"), false);
-    EXPECT_EQ(result.at("conflicts"), json::parse(R"([{"section": "web", "start": 18080,
+    const Json document = Json::Parse(ServiceTool(With(kNew, {"--json", "--dry-run"})).out);
+    const Json result = document["results"][0];
+    EXPECT_EQ(document["ok"], false);
+    EXPECT_EQ(document["diagnostics"][0]["rule"], "taken");
+    EXPECT_EQ(result["dry_run"], true);
+    EXPECT_EQ(result["changed"], false);
+    EXPECT_EQ(result["conflicts"], Json::Parse(R"([{"section": "web", "start": 18080,
         "end": 18080, "protocols": ["tcp"], "source": "service", "held_by": [{"name": "w",
         "file": ")" + kSystem + R"(web.sc", "entry": "w"}], "exact": true}])"));
-    EXPECT_THAT(result.at("told"), IsEmpty());
-    EXPECT_THAT(result.at("not_told"), IsEmpty());
+    EXPECT_THAT(result["told"], IsEmpty());
+    EXPECT_THAT(result["not_told"], IsEmpty());
 }
 
 TEST_F(SetCommand, ColoursTheDiffOnATerminalOnly) {
@@ -611,7 +610,7 @@ TEST_F(SetCommand, ShowsTheLogWhenAskedTo) {
 TEST_F(SetCommand, KeepsTheOutputOfProgramsOutOfJson) {
     const ReplacedTool router(kRouterTool, "echo chatter\necho complaint >&2");
     const ProgramResult result = ServiceTool(With(kRetitle, {"--json"}));
-    EXPECT_TRUE(json::accept(result.out)) << result.out;
+    EXPECT_TRUE(Json::IsValid(result.out)) << result.out;
     EXPECT_EQ(result.err, "");
 }
 

@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <regex>
 
+#include "json_value.h"
 #include "service_folders.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
@@ -12,7 +12,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::AllOf;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -85,7 +84,7 @@ TEST_F(ServiceFolders, ShowOfANameShowsAllThatHaveIt) {
     const std::string out = ServiceTool({"show", "web"}).out;
     EXPECT_THAT(out, AllOf(HasSubstr(kSystem + "a.sc\n"), HasSubstr("1/tcp,udp\n\nFile:"),
                            HasSubstr(kPackage + "b.sc\n"), EndsWith("2/tcp,udp\n")));
-    EXPECT_EQ(json::parse(ServiceTool({"show", "--json", "web"}).out)["results"].size(), 2U);
+    EXPECT_EQ(Json::Parse(ServiceTool({"show", "--json", "web"}).out)["results"].size(), 2U);
 }
 
 TEST_F(ServiceFolders, ShowHintsAtANameThatDiffersInCase) {
@@ -104,7 +103,7 @@ TEST_F(ServiceFolders, ShowOfAnUnknownNameIsNo) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err,
               "servicetool: error: no service or file is named \"x\\x1b\" [not-found]\n");
-    const json document = json::parse(ServiceTool({"show", "--json", "x"}).out);
+    const Json document = Json::Parse(ServiceTool({"show", "--json", "x"}).out);
     EXPECT_EQ(document["ok"], false);
     EXPECT_EQ(document["diagnostics"][0]["rule"], "not-found");
 }
@@ -123,7 +122,7 @@ TEST_F(ServiceFolders, ShowIsNotWholeWhereAFileIsUnreadable) {
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.out, HasSubstr("Service:           web\n"));
     EXPECT_THAT(result.err, StartsWith(kPackage + "b.sc: error: "));
-    const json document = json::parse(ServiceTool({"show", "--json", "web"}).out);
+    const Json document = Json::Parse(ServiceTool({"show", "--json", "web"}).out);
     EXPECT_EQ(document["ok"], false);
     EXPECT_EQ(document["results"].size(), 1U);
 }
@@ -259,11 +258,11 @@ TEST_F(ServiceFolders, ShowReadsStandardInput) {
     const ProgramResult result = ServiceTool({"show", "-"}, Section("a", "1"));
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.out, StartsWith("File:              <stdin>\nWhere:             -\n"));
-    const json service =
-        json::parse(ServiceTool({"show", "-", "--json"}, Section("a", "1")).out)["results"].at(0);
+    const Json service =
+        Json::Parse(ServiceTool({"show", "-", "--json"}, Section("a", "1")).out)["results"][0];
     EXPECT_EQ(service["file"], "<stdin>");
-    EXPECT_TRUE(service["real_path"].is_null());
-    EXPECT_TRUE(service["location"].is_null());
+    EXPECT_EQ(service["real_path"], nullptr);
+    EXPECT_EQ(service["location"], nullptr);
 }
 
 TEST_F(ServiceFolders, ShowOfABadFileSaysWhatIsMissing) {
@@ -281,10 +280,10 @@ TEST_F(ServiceFolders, ShowTellsReferencesWithEmptyPartsFromNone) {
     EXPECT_THAT(
         ServiceTool({"show", "-"}, text).out,
         AllOf(HasSubstr("Title key:         src::\n"), HasSubstr("Description key:   :key\n")));
-    const json service = json::parse(ServiceTool({"show", "-", "--json"}, text).out)["results"][0];
-    EXPECT_EQ(service["title_key"], json::parse(R"({"source":"src","section":"","key":""})"));
+    const Json service = Json::Parse(ServiceTool({"show", "-", "--json"}, text).out)["results"][0];
+    EXPECT_EQ(service["title_key"], Json::Parse(R"({"source":"src","section":"","key":""})"));
     EXPECT_EQ(service["description_key"],
-              json::parse(R"({"source":null,"section":"","key":"key"})"));
+              Json::Parse(R"({"source":null,"section":"","key":"key"})"));
 }
 
 TEST_F(ServiceFolders, ShowEscapesTexts) {

@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "json_value.h"
 #include "port_world.h"
 #include "ports/free_ports.h"
 #include "servicetool_run.h"
@@ -19,7 +19,6 @@ using namespace tool;
 
 namespace {
 
-using nlohmann::json;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -112,22 +111,22 @@ TEST_F(SuggestCommand, SuggestsOnlyWhatCheckCallsFree) {
     ports.pop_back();
     std::replace(ports.begin(), ports.end(), '\n', ',');
     const ProgramResult result = ServiceTool({"check", "--json", ports});
-    EXPECT_EQ(json::parse(result.out)["results"][0]["query"], ports + "/tcp,udp");
-    EXPECT_EQ(json::parse(result.out)["results"][0]["verdict"], "free");
+    EXPECT_EQ(Json::Parse(result.out)["results"][0]["query"], ports + "/tcp,udp");
+    EXPECT_EQ(Json::Parse(result.out)["results"][0]["verdict"], "free");
     EXPECT_EQ(std::count(ports.begin(), ports.end(), ','), 49);
 }
 
 TEST_F(SuggestCommand, PrintsJson) {
     const auto results = [](const std::vector<std::string> &command) {
-        const json document = json::parse(ServiceTool(command).out);
+        const Json document = Json::Parse(ServiceTool(command).out);
         EXPECT_EQ(document["ok"], true);
         return document["results"];
     };
-    EXPECT_EQ(results({"suggest", "2", "--near", "7000", "--json"}), json::parse(R"([
+    EXPECT_EQ(results({"suggest", "2", "--near", "7000", "--json"}), Json::Parse(R"([
         {"start": 7000, "end": 7000, "protocols": ["tcp", "udp"]},
         {"start": 6999, "end": 6999, "protocols": ["tcp", "udp"]}])"));
     EXPECT_EQ(results({"suggest", "9", "--block", "--near", "7000", "--proto", "tcp", "--json"}),
-              json::parse(R"([{"start": 7000, "end": 7008, "protocols": ["tcp"]}])"));
+              Json::Parse(R"([{"start": 7000, "end": 7008, "protocols": ["tcp"]}])"));
 }
 
 // ---- Too few
@@ -177,7 +176,7 @@ TEST_F(SuggestCommand, SuggestsNothingWhereASourceCannotTell) {
     WriteFile(kSettings, "");
     WriteFile(kRules, "[1]\n");
     EXPECT_EQ(ServiceTool({"suggest"}).status, 3);
-    EXPECT_THAT(json::parse(ServiceTool({"suggest", "--json"}).out)["results"], IsEmpty());
+    EXPECT_THAT(Json::Parse(ServiceTool({"suggest", "--json"}).out)["results"], IsEmpty());
 }
 
 TEST_F(SuggestCommand, SuggestsNothingWhereNoSocketIsSeenAtAll) {

@@ -7,7 +7,6 @@
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -153,10 +152,10 @@ TEST_F(UpdateCommand, KeepsTheOldFileOnAFullDisk) {
     const MountedFolder folder(kPackage, "size=8k");
     WriteFile(kPath, kOld);
     WriteFile("notes.sc", kNew + "#" + std::string(9000, 'x') + '\n');
-    const json result = json::parse(ServiceTool({"update", "--json", "notes.sc"}).out);
-    EXPECT_EQ(result.at("results").at(0).at("changed"), false);
-    EXPECT_EQ(result.at("diagnostics").at(0).at("rule"), "failed");
-    EXPECT_THAT(result.dump(), HasSubstr("left-behind"));
+    const Json result = Json::Parse(ServiceTool({"update", "--json", "notes.sc"}).out);
+    EXPECT_EQ(result["results"][0]["changed"], false);
+    EXPECT_EQ(result["diagnostics"][0]["rule"], "failed");
+    EXPECT_THAT(result.Dump(), HasSubstr("left-behind"));
     EXPECT_EQ(ReadFile(kPath), kOld);
 }
 

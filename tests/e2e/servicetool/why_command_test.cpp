@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <regex>
 #include <string>
@@ -16,13 +15,13 @@
 
 #include "held_socket.h"
 #include "holding_program.h"
+#include "json_value.h"
 #include "port_world.h"
 #include "servicetool_run.h"
 
 namespace tavo::test {
 namespace {
 
-using nlohmann::json;
 using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
@@ -76,12 +75,12 @@ ProgramResult Why(std::vector<std::string> arguments) {
     return result;
 }
 
-json ResultOf(const ProgramResult &result) {
+Json ResultOf(const ProgramResult &result) {
     EXPECT_THAT(result.err, IsEmpty());
-    return json::parse(result.out)["results"][0];
+    return Json::Parse(result.out)["results"][0];
 }
 
-json WhyJson(const std::string &target) {
+Json WhyJson(const std::string &target) {
     return ResultOf(ServiceTool({"why", "--json", target}));
 }
 
@@ -261,8 +260,8 @@ TEST_F(WhyCommand, TakesNoPortFromASettingThatIsNone) {
         EXPECT_EQ(result.status, 3);
     }
     EXPECT_EQ(
-        json::parse(ServiceTool({"why", "--json", "8080/tcp"}).out)["results"][0]["failed_sources"],
-        json({"setting"}));
+        Json::Parse(ServiceTool({"why", "--json", "8080/tcp"}).out)["results"][0]["failed_sources"],
+        Json::Array({"setting"}));
     EXPECT_EQ(ServiceTool({"ports", "--declared"}).status, 3);
     WriteFile(kSettings, "smsport=abc\n");
     EXPECT_THAT(ServiceTool({"why", "-v", "8080/tcp"}).err,
@@ -270,8 +269,8 @@ TEST_F(WhyCommand, TakesNoPortFromASettingThatIsNone) {
         << "after the log line about it";
     WriteFile(kSettings, "WebDavPort=x\nsmsport=y\n");
     EXPECT_EQ(
-        json::parse(ServiceTool({"why", "--json", "8080/tcp"}).out)["results"][0]["failed_sources"],
-        json({"setting"}));
+        Json::Parse(ServiceTool({"why", "--json", "8080/tcp"}).out)["results"][0]["failed_sources"],
+        Json::Array({"setting"}));
     WriteFile(kSettings, "smsport=\n");
     EXPECT_EQ(Why({"8080/tcp"}).status, 0);
 }
@@ -294,11 +293,11 @@ TEST_F(WhyCommand, SeesBothProtocolsOverBothFamilies) {
     const HeldBy tcp6(Program("a"), AF_INET6, SOCK_STREAM, 8080);
     const HeldBy udp4(Program("b"), AF_INET, SOCK_DGRAM, 8080);
     const HeldBy udp6(Program("c"), AF_INET6, SOCK_DGRAM, 8080);
-    const json tcp = WhyJson("8080/tcp")["held_by"];
+    const Json tcp = WhyJson("8080/tcp")["held_by"];
     ASSERT_EQ(tcp.size(), 1U);
     EXPECT_EQ(tcp[0]["pid"], tcp6.Pid());
     EXPECT_EQ(tcp[0]["state"], "LISTEN");
-    const json udp = WhyJson("8080/udp")["held_by"];
+    const Json udp = WhyJson("8080/udp")["held_by"];
     ASSERT_EQ(udp.size(), 2U);
     EXPECT_EQ(udp[0]["process"], "b");
     EXPECT_EQ(udp[1]["process"], "c");
@@ -413,7 +412,7 @@ TEST_F(WhyCommand, EscapesTheNamesOfPrograms) {
     }
     const HeldBy held = TcpHeldBy(Program("a\xFF\n\"z"), 8080);
     EXPECT_EQ(WhyJson("8080/tcp")["held_by"][0]["program"], Program("a\\xff\n\"z"));
-    EXPECT_EQ(WhyJson("8080/tcp")["sentence"].get<std::string>() + '\n',
+    EXPECT_EQ(WhyJson("8080/tcp")["sentence"].Text() + '\n',
               "8080/tcp is held by a\\xff\n\"z " + held.PidText() + kListening);
 }
 
@@ -421,7 +420,7 @@ TEST_F(WhyCommand, CallsAProgramThatWasReplacedByItsName) {
     WriteFile(kPackage + "a.sc", Section("web", "8080/tcp"));
     const HeldBy held = TcpHeldBy(Program("web"), 8080);
     std::filesystem::remove(Program("web"));
-    const json result = WhyJson("8080/tcp");
+    const Json result = WhyJson("8080/tcp");
     EXPECT_EQ(result["held_by"][0]["program"], Program("web") + " (deleted)");
     EXPECT_EQ(result["held_by"][0]["process"], "web");
     EXPECT_EQ(result["same_service"], true);
@@ -468,7 +467,7 @@ TEST_F(WhyCommand, SaysThatAHolderIsUnknown) {
     result = WhyUnder(kWithoutRights, {"8083/tcp"});
     EXPECT_EQ(result.status, 0);
     result = WhyUnder(kWithoutRights, {"--json", "8080/tcp"});
-    EXPECT_EQ(ResultOf(result), json::parse(R"({
+    EXPECT_EQ(ResultOf(result), Json::Parse(R"({
         "port": 8080, "protocol": "tcp", "verdict": "unknown",
         "sentence": "8080/tcp is held, but by whom cannot be told: it is the kernel or out of sight",
         "reserved": false, "declared_by": [], "forwarded_by": [],
@@ -498,7 +497,7 @@ TEST_F(WhyCommand, DoesNotTakeAnUnknownHolderForTheService) {
     const std::vector<std::string> question = {"--json", "8080/udp"};
     EXPECT_EQ(ResultOf(WhyAs(kHttp, question))["same_service"], true);
     const HeldSocket unknown(AF_INET, SOCK_DGRAM, 8080);
-    const json result = ResultOf(WhyAs(kHttp, question));
+    const Json result = ResultOf(WhyAs(kHttp, question));
     EXPECT_EQ(result["held_by"][0]["pid"], nullptr);
     EXPECT_EQ(result["held_by"][1]["pid"], own.Pid());
     EXPECT_EQ(result["same_service"], nullptr);
@@ -550,7 +549,7 @@ TEST_F(WhyCommand, KnowsOfASocketThatStandsInNoTable) {
     EXPECT_THAT(declared.out,
                 HasSubstr("8081/tcp is declared by 'a' in package/a.sc; who holds it" + nameless));
     EXPECT_EQ(declared.status, 1);
-    const json result =
+    const Json result =
         ResultOf(WhyWithSocketTables(tables.Path(), {"8080/tcp", "8080/udp", "--json"}));
     EXPECT_EQ(result["verdict"], "unknown");
     EXPECT_EQ(result["held_by"][0]["state"], nullptr);
@@ -579,8 +578,8 @@ TEST_F(WhyCommand, CallsNothingFreeWhereTheLibraryIsBlind) {
     WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
     const HeldBy held = TcpHeldBy(Program("nginx"), 8082);
     const ProgramResult result = WhyWithout(BLIND_NET, {"--no-legend", "8080/tcp", "8081/tcp"});
-    const json taken =
-        json::parse(WhyWithout(BLIND_NET, {"--json", "8082/tcp", "8083/tcp"}).out)["results"];
+    const Json taken =
+        Json::Parse(WhyWithout(BLIND_NET, {"--json", "8082/tcp", "8083/tcp"}).out)["results"];
     const std::string unread =
         "whether somebody holds it cannot be told, because the sockets cannot be read\n";
     EXPECT_THAT(result.out, HasSubstr("8080/tcp: " + unread +
@@ -589,8 +588,8 @@ TEST_F(WhyCommand, CallsNothingFreeWhereTheLibraryIsBlind) {
                                       unread));
     EXPECT_THAT(result.err, HasSubstr("the ports that sockets hold cannot be told"));
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(taken[0]["failed_sources"], json::array());
-    EXPECT_EQ(taken[1]["failed_sources"], json({"socket"}));
+    EXPECT_EQ(taken[0]["failed_sources"], Json::Array({}));
+    EXPECT_EQ(taken[1]["failed_sources"], Json::Array({"socket"}));
 }
 
 TEST_F(WhyCommand, TellsWhatTheSourcesThatFailLeaveOpen) {
@@ -636,15 +635,15 @@ TEST_F(WhyCommand, CannotTellWhatNobodySaysWhileASourceFails) {
     EXPECT_THAT(taken.out, HasSubstr("8081/tcp is held by nginx " + held.PidText() +
                                      ", which listens on it; " + kUndeclared));
     EXPECT_EQ(taken.status, 1);
-    const json document = WhyJson("8080/tcp");
+    const Json document = WhyJson("8080/tcp");
     EXPECT_EQ(document["verdict"], "unknown");
-    EXPECT_EQ(document["failed_sources"], json({"setting"}));
+    EXPECT_EQ(document["failed_sources"], Json::Array({"setting"}));
 }
 
 TEST_F(WhyCommand, TakesAProcessWithoutAProgramForNeitherStrangerNorKin) {
     WriteFile(kPackage + "a.sc", Section("web", "8080/tcp"));
     const HeldBy held = TcpHeldBy(Program("web"), 8080);
-    const json result = ResultOf(WhyWithout(BLIND_PROGRAMS, {"--json", "8080/tcp"}));
+    const Json result = ResultOf(WhyWithout(BLIND_PROGRAMS, {"--json", "8080/tcp"}));
     EXPECT_EQ(result["held_by"][0]["program"], nullptr);
     EXPECT_EQ(result["held_by"][0]["process"], "web");
     EXPECT_EQ(result["same_service"], nullptr);
@@ -675,7 +674,7 @@ TEST_F(WhyCommand, AnswersForAPortAsIfItWereAskedForAlone) {
     EXPECT_THAT(alone, HasSubstr("'a' in package/a.sc, 'b' in package/a.sc and 'c' in "
                                  "package/a.sc" +
                                  kNobodyListens));
-    const json results = json::parse(
+    const Json results = Json::Parse(
         ServiceTool({"why", "--json", "8082/tcp", "8081/tcp", "8080/tcp"}).out)["results"];
     EXPECT_EQ(results[0]["verdict"], "free");
     EXPECT_EQ(results[1]["declared_by"].size(), 2U);
@@ -688,34 +687,36 @@ TEST_F(WhyCommand, PrintsJson) {
     const HeldBy held = TcpHeldBy(Program("webd"), 8080);
     const ProgramResult result = ServiceTool({"why", "--json", "8080/tcp", "23/tcp"});
     EXPECT_EQ(result.status, 1);
-    const json document = json::parse(result.out);
+    const Json document = Json::Parse(result.out);
     EXPECT_EQ(document["ok"], false);
-    json expected = json::parse(R"({
+    const std::string sentence =
+        "8080/tcp is taken: webd " + held.PidText() +
+        " listens on it, 'web' in package/web.sc declares it and forwarding rule 7 names it; by "
+        "name, that is the same service";
+    EXPECT_EQ(document["results"][0], Json::Parse(R"({
         "port": 8080, "protocol": "tcp", "verdict": "taken", "reserved": false,
+        "sentence": )" + Json(sentence).Dump() + R"(,
         "declared_by": [{"source": "service", "name": "web", "file": ")" +
-                                kPackage + R"(web.sc", "entry": "web"}],
+                                                  kPackage +
+                                                  R"(web.sc", "entry": "web"}],
         "forwarded_by": [{"source": "forward", "name": null, "file": ")" +
-                                kRules + R"(", "entry": "7"}],
-        "same_service": true, "failed_sources": []})");
-    expected["sentence"] = "8080/tcp is taken: webd " + held.PidText() +
-                           " listens on it, 'web' in package/web.sc declares it and forwarding "
-                           "rule 7 names it; by name, that is the same service";
-    expected["held_by"] = {{{"pid", held.Pid()},
-                            {"program", Program("webd")},
-                            {"process", "webd"},
-                            {"user", "root"},
-                            {"unit", nullptr},
-                            {"state", "LISTEN"}}};
-    EXPECT_EQ(document["results"][0], expected);
+                                                  kRules +
+                                                  R"(", "entry": "7"}],
+        "held_by": [{"pid": )" + std::to_string(held.Pid()) +
+                                                  R"(, "program": )" +
+                                                  Json(Program("webd")).Dump() +
+                                                  R"(, "process": "webd", "user": "root",
+                     "unit": null, "state": "LISTEN"}],
+        "same_service": true, "failed_sources": []})"));
     EXPECT_EQ(document["results"][1]["declared_by"],
-              json::parse(R"([{"source": "service", "name": "telnet", "file": null,
+              Json::Parse(R"([{"source": "service", "name": "telnet", "file": null,
                                "entry": null}])"));
 }
 
 TEST_F(WhyCommand, HasAManualThatExplainsEveryKeyOfJson) {
     const HeldBy held = TcpHeldBy(Program("a"), 23);
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
-    const std::string result = WhyJson("23/tcp").dump();
+    const std::string result = WhyJson("23/tcp").Dump();
     const std::regex key("\"([a-z_]+)\":");
     for (std::sregex_iterator match(result.begin(), result.end(), key), end; match != end;
          ++match) {

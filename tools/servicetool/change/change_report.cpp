@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <exception>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <system_error>
 
@@ -16,8 +15,6 @@
 
 namespace tavo::tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 std::string_view WhatWasDone(const Change &change) {
     if (change.before) {
@@ -280,22 +277,22 @@ void ChangeReport::TellSideCopies() {
 }
 
 void ChangeReport::AddResult() {
-    Json json = {{"operation", change_.operation},
-                 {"file", TextOrNull(change_.path.substr(change_.path.rfind('/') + 1))},
-                 {"path", TextOrNull(IsName(change_.path) ? "" : change_.path)},
-                 {"section", TextOrNull(change_.section)},
-                 {"dry_run", change_.dry_run},
-                 {"changed", changed_},
-                 {"diff", TextOrNull(diff_)}};
-    json["conflicts"] = Json::array();
+    Json conflicts = Json::EmptyArray();
     for (const auto &[section, conflict] : conflicts_) {
         Json one = {{"section", Utf8Text(section)}};
-        one.update(ConflictJson(conflict));
-        json["conflicts"].push_back(std::move(one));
+        one.Merge(ConflictJson(conflict));
+        conflicts.Append(std::move(one));
     }
-    json["told"] = told_;
-    json["not_told"] = not_told_;
-    report_.AddResult(json);
+    report_.AddResult({{"operation", change_.operation},
+                       {"file", TextOrNull(change_.path.substr(change_.path.rfind('/') + 1))},
+                       {"path", TextOrNull(IsName(change_.path) ? "" : change_.path)},
+                       {"section", TextOrNull(change_.section)},
+                       {"dry_run", change_.dry_run},
+                       {"changed", changed_},
+                       {"diff", TextOrNull(diff_)},
+                       {"conflicts", std::move(conflicts)},
+                       {"told", told_},
+                       {"not_told", not_told_}});
 }
 
 }  // namespace tavo::tool

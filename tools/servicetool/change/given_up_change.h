@@ -8,7 +8,7 @@
 
 #include "change/change_report.h"
 #include "change/section_target.h"
-#include "commands/command_line.h"
+#include "commands/commands.h"
 
 namespace tavo::tool {
 

@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "input/folder_names.h"
 #include "input/input_file.h"
 #include "output/text.h"
 

@@ -19,7 +19,6 @@
 #include "change/live_process.h"
 #include "change/private_folder.h"
 #include "change/side_copies.h"
-#include "input/folder_names.h"
 #include "input/input_file.h"
 #include "input/service_file.h"
 #include "lifecycle/side_copy.h"

@@ -15,7 +15,6 @@
 #include <system_error>
 #include <vector>
 
-#include "input/folder_names.h"
 #include "input/input_file.h"
 
 namespace tavo::tool {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "commands/commands.h"
@@ -22,8 +21,6 @@ struct CheckOptions {
     std::vector<std::string> sources;  // names of sources; all where empty
     bool no_legend = false;
 };
-
-using Json = nlohmann::ordered_json;
 
 // The sources of these names, `all` where there are none.
 int FlagsOf(const std::vector<std::string> &names, int all) {
@@ -66,13 +63,10 @@ bool ReadRequests(const CheckOptions &options, std::vector<PortRequest> &request
 }
 
 Json AnswerJson(const PortQuery &query, const PortAnswer &answer) {
-    Json json = {{"query", QueryText(query)}, {"verdict", VerdictName(answer.Verdict())}};
-    json["conflicts"] = Json::array();
-    for (const PortConflict &conflict : answer.conflicts) {
-        json["conflicts"].push_back(ConflictJson(conflict));
-    }
-    json["failed_sources"] = answer.failed;
-    return json;
+    return {{"query", QueryText(query)},
+            {"verdict", VerdictName(answer.Verdict())},
+            {"conflicts", Json::ArrayOf(answer.conflicts, ConflictJson)},
+            {"failed_sources", answer.failed}};
 }
 
 void CheckPorts(const CheckOptions &options, Report &report) {
@@ -90,7 +84,7 @@ void CheckPorts(const CheckOptions &options, Report &report) {
         answer.RaiseStatus(report);
         table.Add(answer.conflicts);
         verdicts += VerdictText(query, answer) + '\n';
-        if (report.Json()) {
+        if (report.PrintsJson()) {
             report.AddResult(AnswerJson(query, answer));
         }
     }

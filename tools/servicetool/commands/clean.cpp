@@ -1,6 +1,5 @@
 // servicetool clean. Nobody changes anything meanwhile through servicetool, so what looks unused
 // is.
-#include <nlohmann/json.hpp>
 
 #include "change/change_lock.h"
 #include "change/leftovers.h"
@@ -9,8 +8,6 @@
 
 namespace tavo::tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 class Cleaning {
   public:
@@ -86,7 +83,7 @@ void Cleaning::Add(const Leftover &leftover, const char *state) {
     report_.AddResult({{"path", Utf8Text(leftover.path)},
                        {"kind", KindName(leftover.kind)},
                        {"original", TextOrNull(leftover.original)},
-                       {"pid", leftover.pid ? Json(*leftover.pid) : Json(nullptr)},
+                       {"pid", leftover.pid},
                        {"state", state},
                        {"reason", TextOrNull(leftover.keep)}});
 }

@@ -21,8 +21,10 @@ constexpr const Command *kCommands[] = {
     &kSetPortsCommand, &kRemoveSectionCommand, &kRestartCommand, &kCleanCommand,
 };
 
-constexpr Option kHelp = {.name = "--help", .help = "Print this help and exit", .letter = 'h'};
-constexpr Option kVersion = {.name = "--version", .help = "Print the version and exit"};
+constexpr Option kHelp = {
+    .name = "--help", .help = "Print this help and exit", .letter = 'h', .ends = true};
+constexpr Option kVersion = {
+    .name = "--version", .help = "Print the version and exit", .ends = true};
 constexpr Option kJson = {.name = "--json", .help = "Print one JSON document instead"};
 constexpr Option kVerbose = {
     .name = "--verbose", .help = "Print what the library logs, too", .letter = 'v'};

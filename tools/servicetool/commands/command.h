@@ -1,5 +1,5 @@
-// One record per command: what it is called, what it takes and what it does. The command line, the
-// help and the completion scripts are all made from the records.
+// One record per command: what it is called, what it takes and what it does. The command line is
+// read by the records; the help and the completion scripts are generated from them.
 #ifndef TAVO_SERVICETOOL_COMMANDS_COMMAND_H
 #define TAVO_SERVICETOOL_COMMANDS_COMMAND_H
 
@@ -52,6 +52,7 @@ struct Option {
     Repeat repeat = Repeat::kLast;
     char letter = '\0';              // "-v" for "--verbose"
     std::string_view excludes = {};  // the name of an option that cannot be given as well
+    bool ends = false;               // nothing else on the line matters
 };
 
 // How often an argument may be given.

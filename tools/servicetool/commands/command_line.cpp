@@ -3,8 +3,6 @@
 // option names are not abbreviated, as a later version may have another option that begins alike;
 // a word that looks like an option is no value of the option before it, since the value was more
 // likely forgotten; and -5 is a number, not an option.
-#include "commands/command_line.h"
-
 #include <getopt.h>
 #include <sys/stat.h>
 

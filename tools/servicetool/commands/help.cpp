@@ -1,5 +1,3 @@
-#include "commands/help.h"
-
 #include <algorithm>
 #include <string_view>
 

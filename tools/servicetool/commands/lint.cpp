@@ -1,5 +1,3 @@
-#include <nlohmann/json.hpp>
-
 #include "change/linted_file.h"
 #include "commands/commands.h"
 #include "output/text.h"
@@ -7,7 +5,7 @@
 namespace tavo::tool {
 namespace {
 
-nlohmann::ordered_json VerdictJson(const LintResult &result, const std::string &name) {
+Json VerdictJson(const LintResult &result, const std::string &name) {
     const auto readable = std::count_if(result.services.begin(), result.services.end(),
                                         [](const LintedService &s) { return s.readable; });
     return {{"file", Utf8Text(name)},

@@ -1,7 +1,5 @@
 #include <filesystem>
 
-#include <nlohmann/json.hpp>
-
 #include "commands/commands.h"
 #include "input/service_file.h"
 #include "output/table.h"
@@ -9,15 +7,9 @@
 namespace tavo::tool {
 namespace {
 
-struct ListOptions {
-    bool system = false;
-    bool package = false;
-    bool no_legend = false;
-};
-
-int SelectorOf(const ListOptions &options) {
-    const int selector = (options.system ? TAVO_SERVICE_CONF_DIR_SYSTEM : 0) |
-                         (options.package ? TAVO_SERVICE_CONF_DIR_PACKAGE : 0);
+int SelectorOf(const FolderChoice &folder) {
+    const int selector = (folder.system ? TAVO_SERVICE_CONF_DIR_SYSTEM : 0) |
+                         (folder.package ? TAVO_SERVICE_CONF_DIR_PACKAGE : 0);
     return selector != 0 ? selector : kEveryServiceFolder;
 }
 
@@ -29,15 +21,15 @@ void AddServices(const ServiceFile &file, Table &table, Report &report) {
         table.Row({service->szName, std::filesystem::path(file.path).filename(),
                    std::string(file.location), PortsText(service->pDstPorts),
                    service->blPortForward != 0 ? "yes" : "no", service->strTitle.szText});
-        if (report.Json()) {
+        if (report.PrintsJson()) {
             report.AddResult(ServiceJson(file.path, file.location, *file.conf, *service));
         }
     }
 }
 
-void List(const ListOptions &options, Report &report) {
+void List(const Arguments &arguments, Report &report) {
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});
-    for (const ServiceFolder &folder : ServiceFolders(SelectorOf(options))) {
+    for (const ServiceFolder &folder : ServiceFolders(SelectorOf(FolderOf(arguments)))) {
         const FolderContents contents = ReadServiceFolder(folder, report);
         bool complete = contents.complete;
         for (const ServiceFile &file : contents.files) {
@@ -48,7 +40,7 @@ void List(const ListOptions &options, Report &report) {
             report.Raise(Status::kFailed);
         }
     }
-    report.Print(table.Text(!options.no_legend, report.Columns()));
+    report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 
 constexpr Option kOptions[] = {
@@ -71,13 +63,7 @@ constinit const Command kListCommand = {
     .operands = {},
     .options = kOptions,
     .examples = kExamples,
-    .run =
-        [](const Arguments &arguments, Report &report) {
-            List({.system = arguments.Has("--system"),
-                  .package = arguments.Has("--package"),
-                  .no_legend = arguments.Has("--no-legend")},
-                 report);
-        },
+    .run = List,
 };
 
 }  // namespace tavo::tool

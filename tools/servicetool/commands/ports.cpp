@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "commands/commands.h"
@@ -26,8 +25,6 @@ struct PortsOptions {
                              // kStandardOutput the picture alone
     bool no_legend = false;
 };
-
-using Json = nlohmann::ordered_json;
 
 // What a window is taken for that has no columns, or none that are known.
 constexpr std::size_t kOrdinaryColumns = 80;
@@ -147,7 +144,7 @@ std::string TableText(const std::vector<PortClaim> &claims, const PortClaims &al
 }
 
 // Keys of what the claim has not are there with null, so that every result has the same ones.
-Json ClaimJson(const PortClaim &claim, const Json &conflict) {
+Json ClaimJson(const PortClaim &claim, Json conflict) {
     const HoldingProcess nobody;
     const Declarer none;
     const HoldingProcess *known = ProcessOf(claim);
@@ -165,7 +162,7 @@ Json ClaimJson(const PortClaim &claim, const Json &conflict) {
             {"process", TextOrNull(process.name)},
             {"user", TextOrNull(process.user)},
             {"state", TextOrNull(StateText(claim))},
-            {"conflict", conflict}};
+            {"conflict", std::move(conflict)}};
 }
 
 std::string MapOfAll(const std::vector<PortClaim> &claims, const PortClaims &all,
@@ -230,7 +227,7 @@ void Ports(const PortsOptions &options, Report &report) {
     if (options.conflicts) {
         AnswerWhetherThereAreConflicts(all, report);
     }
-    if (report.Json()) {
+    if (report.PrintsJson()) {
         for (const PortClaim &claim : claims) {
             report.AddResult(
                 ClaimJson(claim, read.declared ? Json(Collides(claim, all)) : Json(nullptr)));

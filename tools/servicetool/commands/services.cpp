@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
 #include "input/input_file.h"
@@ -15,14 +14,6 @@
 
 namespace tavo::tool {
 namespace {
-
-struct ServicesOptions {
-    bool supported = false;  // only those that this model supports
-    bool no_legend = false;
-    std::vector<std::string> names;  // all where empty
-};
-
-using Json = nlohmann::ordered_json;
 
 // "1000-2000" as service files write it.
 std::string InFileNotation(std::string port) {
@@ -82,27 +73,26 @@ OwnedPorts BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocol
 }
 
 Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section) {
-    Json json = {{"name", section.szName},
-                 {"supported", service.supported ? Json(*service.supported) : Json(nullptr)}};
+    Json json = {{"name", section.szName}, {"supported", service.supported}};
     if (service.file != nullptr) {
-        json.update(ServiceJson(service.file->path, NameOf(*service.file->folder),
-                                *service.file->conf, section));
+        json.Merge(ServiceJson(service.file->path, NameOf(*service.file->folder),
+                               *service.file->conf, section));
         return json;
     }
     const char *support_key = service.row->szSupportKey;
-    json.update({{"file", nullptr},
-                 {"real_path", nullptr},
-                 {"location", TextOrNull(OriginText(service))},
-                 {"version", nullptr},
-                 {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
-                 {"run_key", nullptr}});
-    json.update(SectionJson(section));
+    json.Merge({{"file", nullptr},
+                {"real_path", nullptr},
+                {"location", TextOrNull(OriginText(service))},
+                {"version", nullptr},
+                {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
+                {"run_key", nullptr}});
+    json.Merge(SectionJson(section));
     return json;
 }
 
 void AddSection(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section,
                 Table &table, Report &report) {
-    if (report.Json()) {
+    if (report.PrintsJson()) {
         report.AddResult(FirewallServiceJson(service, section));
         return;
     }
@@ -117,10 +107,6 @@ void AddService(const FirewallService &service, Table &table, Report &report) {
     } else {
         AddSection(service, BuiltInSection(service, report).Section(), table, report);
     }
-}
-
-bool IsWanted(const FirewallService &service, const ServicesOptions &options) {
-    return options.names.empty() || Holds(options.names, service.record->szName);
 }
 
 // Every name that is met, also of what is left out.
@@ -164,16 +150,18 @@ void TellSupportUnknown(Report &report) {
     report.Raise(Status::kFailed);
 }
 
-void Services(const ServicesOptions &options, Report &report) {
+void Services(const Arguments &arguments, Report &report) {
+    const std::vector<std::string> &names = arguments.Operands();
+    const bool only_supported = arguments.Has("--supported");
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
-    const FirewallServices read = ReadFirewallServices(report, options.names);
+    const FirewallServices read = ReadFirewallServices(report, names);
     bool support_known = true;
     for (const FirewallService &service : read.services) {
-        if (!IsWanted(service, options)) {
+        if (!names.empty() && !Holds(names, service.record->szName)) {
             continue;
         }
         support_known = support_known && service.supported.has_value();
-        if (!options.supported || service.supported.value_or(false)) {
+        if (!only_supported || service.supported.value_or(false)) {
             AddService(service, table, report);
         }
     }
@@ -183,8 +171,8 @@ void Services(const ServicesOptions &options, Report &report) {
     if (!read.complete) {
         report.Raise(Status::kFailed);
     }
-    TellNotFound(options.names, read, report);
-    report.Print(table.Text(!options.no_legend, report.Columns()));
+    TellNotFound(names, read, report);
+    report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 
 constexpr Operand kOperands[] = {
@@ -213,13 +201,7 @@ constinit const Command kServicesCommand = {
     .options = kOptions,
     .examples = kExamples,
     .check = [](const Arguments &arguments) { return ProblemOfEmptyName(arguments.Operands()); },
-    .run =
-        [](const Arguments &arguments, Report &report) {
-            Services({.supported = arguments.Has("--supported"),
-                      .no_legend = arguments.Has("--no-legend"),
-                      .names = arguments.Operands()},
-                     report);
-        },
+    .run = Services,
 };
 
 }  // namespace tavo::tool

@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "commands/commands.h"

@@ -1,7 +1,6 @@
 // servicetool suggest: the free ports that are nearest to one, of all that no source has.
 #include <cstddef>
 #include <cstdint>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <utility>

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
@@ -22,8 +21,6 @@ struct WhyOptions {
     std::vector<std::string> ports;  // PORT[/PROTOCOLS]
     bool no_legend = false;
 };
-
-using Json = nlohmann::ordered_json;
 
 // In the table, of one port: a server may have hundreds of processes.
 constexpr std::size_t kMostSockets = 10;
@@ -149,14 +146,12 @@ std::string AccountTable::Text(bool header, std::size_t columns) const {
 // ---- JSON
 
 Json ClaimsJson(const std::vector<Declaration> &claims) {
-    Json list = Json::array();
-    for (const Declaration &claim : claims) {
-        list.push_back({{"source", claim.source},
-                        {"name", TextOrNull(claim.declarer->name)},
-                        {"file", TextOrNull(claim.declarer->file)},
-                        {"entry", TextOrNull(claim.declarer->entry)}});
-    }
-    return list;
+    return Json::ArrayOf(claims, [](const Declaration &claim) -> Json {
+        return {{"source", claim.source},
+                {"name", TextOrNull(claim.declarer->name)},
+                {"file", TextOrNull(claim.declarer->file)},
+                {"entry", TextOrNull(claim.declarer->entry)}};
+    });
 }
 
 Json SocketJson(const HeldSocket &socket) {
@@ -171,10 +166,6 @@ Json SocketJson(const HeldSocket &socket) {
 }
 
 Json AccountJson(const PortAccount &account, const std::string &sentence) {
-    Json sockets = Json::array();
-    for (const HeldSocket &socket : account.held) {
-        sockets.push_back(SocketJson(socket));
-    }
     return {{"port", account.port},
             {"protocol", ProtocolsText(account.protocol)},
             {"verdict", VerdictName(account.Verdict())},
@@ -182,8 +173,8 @@ Json AccountJson(const PortAccount &account, const std::string &sentence) {
             {"reserved", account.reserved},
             {"declared_by", ClaimsJson(account.declared)},
             {"forwarded_by", ClaimsJson(account.forwarded)},
-            {"held_by", std::move(sockets)},
-            {"same_service", account.same_service ? Json(*account.same_service) : Json(nullptr)},
+            {"held_by", Json::ArrayOf(account.held, SocketJson)},
+            {"same_service", account.same_service},
             {"failed_sources", account.failed}};
 }
 
@@ -201,7 +192,7 @@ void Why(const WhyOptions &options, Report &report) {
         RaiseStatus(account.Verdict(), report);
         table.Add(account);
         sentences += Escaped(sentence) + '\n';
-        if (report.Json()) {
+        if (report.PrintsJson()) {
             report.AddResult(AccountJson(account, sentence));
         }
     }

@@ -1,16 +1,20 @@
 #include "input/input_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <system_error>
 #include <utility>
 
 #include "base/descriptor.h"
+#include "base/owners.h"
 #include "output/text.h"
 
 namespace tavo::tool {
@@ -110,6 +114,29 @@ FileContents ReadStandardInput() {
         return Problem(KindProblem(status.st_mode));
     }
     return ReadAll(STDIN_FILENO);
+}
+
+// A listing that ends early looks like a complete one, so errno is read at its end. The iterators
+// of the standard library end the program when memory runs out.
+std::optional<std::vector<std::string>> NamesIn(const std::string &folder) {
+    const std::unique_ptr<DIR, FreeWith<closedir>> entries(opendir(folder.c_str()));
+    if (entries == nullptr) {
+        return {};
+    }
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent *entry = readdir(entries.get())) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") {
+            names.emplace_back(name);
+        }
+        errno = 0;
+    }
+    if (errno != 0) {
+        return {};
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 MemoryFile::MemoryFile() : descriptor_(memfd_create("servicetool", MFD_CLOEXEC)) {

@@ -1,9 +1,11 @@
-// Reads what a FILE argument names, whatever that turns out to be.
+// Reads what a FILE argument names, whatever that turns out to be, and the names in a folder.
 #ifndef TAVO_SERVICETOOL_INPUT_INPUT_FILE_H
 #define TAVO_SERVICETOOL_INPUT_INPUT_FILE_H
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tavo::tool {
 
@@ -28,6 +30,9 @@ FileContents ReadRegularFile(const std::string &path);
 
 // All that standard input gives until its end.
 FileContents ReadStandardInput();
+
+// The names of all entries of a folder, sorted. None, with errno set, when it cannot be listed.
+std::optional<std::vector<std::string>> NamesIn(const std::string &folder);
 
 // A file without a name that holds `text`, for functions that take a path.
 class MemoryFile {

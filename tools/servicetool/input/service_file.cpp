@@ -6,7 +6,6 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 #include <utility>
@@ -19,8 +18,6 @@
 
 namespace tavo::tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr ServiceFolder kServiceFolders[] = {
     {TAVO_SERVICE_CONF_DIR_SYSTEM, "system", kSystemServiceDirectory},
@@ -141,13 +138,11 @@ std::string PortText(const TAVO_SERVICE_CONF_PORT &port) {
 }
 
 Json PortsJson(const TAVO_SERVICE_CONF_PORT *list) {
-    Json ports = Json::array();
-    for (const TAVO_SERVICE_CONF_PORT *port : InFileOrder(list)) {
-        ports.push_back({{"start", port->nPortStart},
-                         {"end", port->nPortType == 0 ? port->nPortStart : port->nPortEnd},
-                         {"protocols", ProtocolNames(port->nProtocol)}});
-    }
-    return ports;
+    return Json::ArrayOf(InFileOrder(list), [](const TAVO_SERVICE_CONF_PORT *port) -> Json {
+        return {{"start", port->nPortStart},
+                {"end", port->nPortType == 0 ? port->nPortStart : port->nPortEnd},
+                {"protocols", ProtocolNames(port->nProtocol)}};
+    });
 }
 
 Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
@@ -347,7 +342,7 @@ Json ServiceJson(const std::string &path, std::string_view location, const TAVO_
                  {"version", conf.nVersion},
                  {"support_key", TextOrNull(conf.szSupportKey)},
                  {"run_key", TextOrNull(conf.szRunKey)}};
-    json.update(SectionJson(section));
+    json.Merge(SectionJson(section));
     return json;
 }
 

@@ -4,7 +4,6 @@
 #define TAVO_SERVICETOOL_INPUT_SERVICE_FILE_H
 
 #include <algorithm>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -103,12 +102,11 @@ bool HasReference(const TAVO_SERVICE_CONF_STRING &string);
 std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string);
 
 // The JSON object of a service, the same in every command.
-nlohmann::ordered_json ServiceJson(const std::string &path, std::string_view location,
-                                   const TAVO_SERVICE_CONF &conf,
-                                   const TAVO_SERVICE_CONF_SECTION &section);
+Json ServiceJson(const std::string &path, std::string_view location, const TAVO_SERVICE_CONF &conf,
+                 const TAVO_SERVICE_CONF_SECTION &section);
 
 // The part of it that does not need a file: ports and texts.
-nlohmann::ordered_json SectionJson(const TAVO_SERVICE_CONF_SECTION &section);
+Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section);
 
 }  // namespace tavo::tool
 

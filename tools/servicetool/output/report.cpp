@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "input/input_file.h"
@@ -16,8 +15,6 @@
 
 namespace tavo::tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr int kSchema = 1;
 
@@ -57,16 +54,7 @@ Json DiagnosticJson(const Diagnostic &diagnostic) {
             {"fix", TextOrNull(diagnostic.fix)}};
 }
 
-// ASCII only: in a JSON document, too, no control byte reaches a terminal raw.
-std::string Dumped(const Json &json) {
-    return json.dump(-1, ' ', true);
-}
-
 }  // namespace
-
-Json TextOrNull(std::string_view text) {
-    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
-}
 
 WindowSize Report::Window() const {
     return WindowOf(STDOUT_FILENO);
@@ -118,9 +106,9 @@ void Report::PrintDone(const std::string &line) {
     done_ += "; " + line;
 }
 
-void Report::AddResult(const nlohmann::ordered_json &result) {
+void Report::AddResult(const Json &result) {
     if (json_) {
-        results_.push_back(Dumped(result));
+        results_.push_back(result.Text());
     }
 }
 
@@ -152,7 +140,7 @@ std::string Report::Document() const {
     text += "],\"diagnostics\":[";
     separator = "\n";
     for (const Diagnostic &diagnostic : diagnostics_) {
-        text += std::exchange(separator, ",\n") + Dumped(DiagnosticJson(diagnostic));
+        text += std::exchange(separator, ",\n") + DiagnosticJson(diagnostic).Text();
     }
     return text + "]}\n";
 }

@@ -4,12 +4,12 @@
 #define TAVO_SERVICETOOL_OUTPUT_REPORT_H
 
 #include <cstddef>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "output/diagnostic.h"
+#include "output/json.h"
 
 namespace tavo::tool {
 
@@ -24,9 +24,6 @@ enum class Status : int {
 inline constexpr std::string_view kUnchanged = "nothing was changed";
 inline constexpr std::string_view kSoUnchanged = ", so nothing was changed";
 
-// A text as JSON shows it, an empty one as null.
-nlohmann::ordered_json TextOrNull(std::string_view text);
-
 // Of a terminal; what is not known is 0.
 struct WindowSize {
     std::size_t columns;
@@ -39,7 +36,7 @@ class Report {
     Report(const Report &) = delete;
     Report &operator=(const Report &) = delete;
 
-    bool Json() const { return json_; }
+    bool PrintsJson() const { return json_; }
 
     // The terminal that standard output goes to; all is 0 when it goes elsewhere.
     WindowSize Window() const;
@@ -67,7 +64,7 @@ class Report {
     void PrintDone(const std::string &line);
 
     // Adds an element to "results"; nothing outside JSON mode.
-    void AddResult(const nlohmann::ordered_json &result);
+    void AddResult(const Json &result);
 
     // Whether one was added.
     bool HasResult() const { return !results_.empty(); }

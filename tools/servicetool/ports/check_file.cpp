@@ -3,7 +3,6 @@
 #include "ports/check_file.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
@@ -15,8 +14,6 @@
 
 namespace tavo::tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr char kInvalid[] = "invalid";
 
@@ -147,21 +144,23 @@ void FileCheck::Print() {
 }
 
 void FileCheck::AddJson() {
-    Json json = {{"file", Utf8Text(file_.name)}, {"verdict", VerdictName(verdict_)}};
-    json["sections"] = Json::array();
-    json["conflicts"] = Json::array();
+    Json sections = Json::EmptyArray();
+    Json conflicts = Json::EmptyArray();
     for (const CheckedSection &section : sections_) {
-        json["sections"].push_back({{"name", Utf8Text(section.wanted.section)},
-                                    {"query", QueryText(section.wanted.query)},
-                                    {"verdict", VerdictName(section.answer.Verdict())},
-                                    {"failed_sources", section.answer.failed}});
+        sections.Append({{"name", Utf8Text(section.wanted.section)},
+                         {"query", QueryText(section.wanted.query)},
+                         {"verdict", VerdictName(section.answer.Verdict())},
+                         {"failed_sources", section.answer.failed}});
         for (const PortConflict &conflict : section.answer.conflicts) {
             Json one = {{"section", Utf8Text(section.wanted.section)}};
-            one.update(ConflictJson(conflict));
-            json["conflicts"].push_back(std::move(one));
+            one.Merge(ConflictJson(conflict));
+            conflicts.Append(std::move(one));
         }
     }
-    report_.AddResult(json);
+    report_.AddResult({{"file", Utf8Text(file_.name)},
+                       {"verdict", VerdictName(verdict_)},
+                       {"sections", std::move(sections)},
+                       {"conflicts", std::move(conflicts)}});
 }
 
 void TellInvalid(const LintedFile &file, Report &report) {
@@ -169,8 +168,8 @@ void TellInvalid(const LintedFile &file, Report &report) {
     report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
     report.AddResult({{"file", Utf8Text(file.name)},
                       {"verdict", kInvalid},
-                      {"sections", Json::array()},
-                      {"conflicts", Json::array()}});
+                      {"sections", Json::EmptyArray()},
+                      {"conflicts", Json::EmptyArray()}});
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 #include <new>
-#include <nlohmann/json.hpp>
 
 #include "engine/conflicts.h"
 #include "output/table.h"
@@ -12,8 +11,6 @@
 
 namespace tavo::tool {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 // In a line of a table.
 constexpr std::size_t kMostDeclarers = 5;
@@ -89,6 +86,12 @@ void AddConflicts(std::span<const TakenPorts> taken, std::vector<PortAnswer> &an
             std::move(rows).MoveTo(SourceName(source), answers[question].conflicts);
         }
     }
+}
+
+Json DeclarerJson(const Declarer &declarer) {
+    return {{"name", TextOrNull(declarer.name)},
+            {"file", TextOrNull(declarer.file)},
+            {"entry", TextOrNull(declarer.entry)}};
 }
 
 std::string DeclaredByText(const PortConflict &conflict) {
@@ -250,17 +253,11 @@ std::string VerdictText(const PortQuery &query, const PortAnswer &answer) {
 }
 
 Json ConflictJson(const PortConflict &conflict) {
-    Json declarers = Json::array();
-    for (const Declarer &declarer : conflict.declarers) {
-        declarers.push_back({{"name", TextOrNull(declarer.name)},
-                             {"file", TextOrNull(declarer.file)},
-                             {"entry", TextOrNull(declarer.entry)}});
-    }
     return {{"start", conflict.range.first},
             {"end", conflict.range.last},
             {"protocols", ProtocolNames(conflict.protocols)},
             {"source", conflict.source},
-            {"held_by", std::move(declarers)},
+            {"held_by", Json::ArrayOf(conflict.declarers, DeclarerJson)},
             {"exact", true}};
 }
 

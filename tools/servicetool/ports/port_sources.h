@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <nlohmann/json_fwd.hpp>
 #include <set>
 #include <string>
 #include <string_view>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "engine/conflict_sources.h"
+#include "output/json.h"
 #include "output/report.h"
 #include "ports/declared_ports.h"
 #include "ports/port_query.h"
@@ -72,7 +72,7 @@ struct PortConflict {
     std::vector<Declarer> declarers;  // empty for sockets and the reserved port
 };
 
-nlohmann::ordered_json ConflictJson(const PortConflict &conflict);
+Json ConflictJson(const PortConflict &conflict);
 
 struct PortAnswer {
     std::vector<PortConflict> conflicts;  // by source, then by port

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "config_lines.h"
-#include "input/folder_names.h"
 #include "input/input_file.h"
 #include "input/library_failure.h"
 #include "input/service_file.h"

@@ -1,0 +1,64 @@
+#include "output/json.h"
+
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "output/text.h"
+
+namespace tavo::tool {
+
+struct Json::Tree {
+    nlohmann::ordered_json value;
+};
+
+Json::Json(std::nullptr_t) : tree_(new Tree) {}
+
+Json::Json(std::initializer_list<Member> members)
+    : tree_(new Tree{nlohmann::ordered_json::object()}) {
+    for (const Member &member : members) {
+        tree_->value[std::string(member.key)] = std::move(member.value.tree_->value);
+    }
+}
+
+Json::Json(Tree *tree) : tree_(tree) {}
+Json::Json(Json &&other) noexcept = default;
+Json &Json::operator=(Json &&other) noexcept = default;
+Json::~Json() = default;
+
+Json Json::Of(bool value) {
+    return Json(new Tree{value});
+}
+
+Json Json::Of(std::int64_t number) {
+    return Json(new Tree{number});
+}
+
+Json Json::Of(std::uint64_t number) {
+    return Json(new Tree{number});
+}
+
+Json Json::Of(std::string_view text) {
+    return Json(new Tree{text});
+}
+
+Json Json::EmptyArray() {
+    return Json(new Tree{nlohmann::ordered_json::array()});
+}
+
+void Json::Append(Json element) {
+    tree_->value.push_back(std::move(element.tree_->value));
+}
+
+void Json::Merge(const Json &object) {
+    tree_->value.update(object.tree_->value);
+}
+
+std::string Json::Text() const {
+    return tree_->value.dump(-1, ' ', true);
+}
+
+Json TextOrNull(std::string_view text) {
+    return text.empty() ? Json(nullptr) : Json(Utf8Text(text));
+}
+
+}  // namespace tavo::tool

@@ -1,0 +1,97 @@
+// What servicetool prints as JSON.
+#ifndef TAVO_SERVICETOOL_OUTPUT_JSON_H
+#define TAVO_SERVICETOOL_OUTPUT_JSON_H
+
+#include <concepts>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+namespace tavo::tool {
+
+// A value of a JSON document. An object keeps its members in the order in which they were added.
+//
+// Only json.cpp includes the header of the JSON library, which takes longer to compile than all
+// else that a command needs.
+class Json {
+  public:
+    struct Member;
+
+    // null
+    Json(std::nullptr_t = nullptr);
+
+    template <std::integral Number>
+    Json(Number number) : Json(Of(Widest<Number>(number))) {}
+
+    // The text is UTF-8: Text() throws std::exception where it is not.
+    template <std::convertible_to<std::string_view> Characters>
+    Json(const Characters &text) : Json(Of(std::string_view(text))) {}
+
+    // The value, or null where there is none.
+    template <class Value>
+    Json(const std::optional<Value> &value) : Json(value ? Json(*value) : Json(nullptr)) {}
+
+    // An array of these values.
+    template <class Value>
+    Json(const std::vector<Value> &values)
+        : Json(ArrayOf(values, [](const Value &value) { return Json(value); })) {}
+
+    // An object of these members.
+    Json(std::initializer_list<Member> members);
+
+    Json(Json &&other) noexcept;
+    Json &operator=(Json &&other) noexcept;
+    ~Json();
+
+    // An array of what `convert` makes of each element.
+    template <class Elements, class Convert>
+    static Json ArrayOf(const Elements &elements, Convert convert) {
+        Json array = EmptyArray();
+        for (const auto &element : elements) {
+            array.Append(convert(element));
+        }
+        return array;
+    }
+    static Json EmptyArray();
+
+    void Append(Json element);
+
+    // Adds the members of an object to this one. A member that is here already gets the new value.
+    void Merge(const Json &object);
+
+    // On one line, in ASCII only: no control byte reaches a terminal raw.
+    std::string Text() const;
+
+  private:
+    struct Tree;
+
+    template <class Number>
+    using Widest = std::conditional_t<
+        std::same_as<Number, bool>, bool,
+        std::conditional_t<std::is_signed_v<Number>, std::int64_t, std::uint64_t>>;
+
+    explicit Json(Tree *tree);  // takes it
+    static Json Of(bool value);
+    static Json Of(std::int64_t number);
+    static Json Of(std::uint64_t number);
+    static Json Of(std::string_view text);
+
+    std::unique_ptr<Tree> tree_;
+};
+
+struct Json::Member {
+    std::string_view key;
+    mutable Json value;  // the object that it becomes part of takes it
+};
+
+// The text as JSON can hold it, an empty one as null.
+Json TextOrNull(std::string_view text);
+
+}  // namespace tavo::tool
+
+#endif
