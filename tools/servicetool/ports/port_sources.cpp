@@ -257,7 +257,7 @@ Json ConflictJson(const PortConflict &conflict) {
             {"end", conflict.range.last},
             {"protocols", ProtocolNames(conflict.protocols)},
             {"source", conflict.source},
-            {"held_by", Json::ArrayOf(conflict.declarers, DeclarerJson)},
+            {"declared_by", Json::ArrayOf(conflict.declarers, DeclarerJson)},
             {"exact", true}};
 }
 
@@ -278,7 +278,7 @@ std::string ConflictTable::Text(bool header, std::size_t columns) const {
     if (rows_.empty()) {
         return {};
     }
-    Cells titles = {"PORT", "PROTO", "SOURCE", "HELD BY"};
+    Cells titles = {"PORT", "PROTO", "SOURCE", "DECLARED BY"};
     if (sections_ == Sections::kYes) {
         titles.insert(titles.begin(), "SECTION");
     }
