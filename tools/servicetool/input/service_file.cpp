@@ -19,11 +19,6 @@
 namespace tavo::tool {
 namespace {
 
-constexpr ServiceFolder kServiceFolders[] = {
-    {TAVO_SERVICE_CONF_DIR_SYSTEM, "system", kSystemServiceDirectory},
-    {TAVO_SERVICE_CONF_DIR_PACKAGE, "package", kPackageServiceDirectory},
-};
-
 // The paths of files that have something left out. A [global] section that cannot be read takes no
 // service away.
 std::set<const char *> PathsWithOmissions(const ReadingReport &read) {
@@ -280,10 +275,6 @@ FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report) {
     }
     std::reverse(contents.files.begin(), contents.files.end());
     return contents;
-}
-
-std::string_view NameOf(const tavo::ServiceFolder &folder) {
-    return ServiceFolders(folder.flag).front().name;
 }
 
 bool TellWhatIsMissing(const ServiceFile &file, Report &report, Severity severity) {

@@ -8,9 +8,9 @@
 #include "base/system_files.h"
 #include "check/declared_ports.h"
 #include "engine/conflicts.h"
-#include "input/service_file.h"
 #include "ports/port_sources.h"
 #include "ports/source_failure.h"
+#include "support/service_directory.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
@@ -25,9 +25,9 @@ std::string TextOf(const char *text) {
 
 // "system/FILE" or "package/FILE".
 std::string FolderAndName(const std::string &path) {
-    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
+    for (const ServiceFolder &folder : kServiceFolders) {
         if (path.starts_with(folder.path)) {
-            return std::string(folder.name) + path.substr(folder.path.size());
+            return folder.name + path.substr(std::string_view(folder.path).size());
         }
     }
     return path;

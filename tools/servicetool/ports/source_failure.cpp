@@ -232,11 +232,11 @@ bool FindIgnoredLines(int source, Diagnostic &finding) {
 bool TellUnreadServiceFiles(const ServiceCatalogue &catalogue, Report &report) {
     const auto &omissions = catalogue.report.Omissions();
     bool complete = true;
-    for (const tavo::ServiceFolder &folder : tavo::kServiceFolders) {
+    for (const ServiceFolder &folder : kServiceFolders) {
         const LeftOut *unlisted =
             std::find_if(omissions.begin(), omissions.end(), [&folder](const LeftOut &omission) {
                 return omission.row == nullptr && omission.path == nullptr &&
-                       omission.folder->flag == folder.flag;
+                       omission.folder->selector == folder.selector;
             });
         const unsigned int code = unlisted != omissions.end() ? unlisted->reading.Fault() : 0;
         complete = !TellUnlistedFolder(folder.path, code, report) && complete;
