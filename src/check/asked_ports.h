@@ -13,8 +13,6 @@
 
 namespace tavo {
 
-constexpr unsigned int kHighestPort = 65535;
-
 class AskedPorts {
   public:
     // False when out of memory.

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "base/system_files.h"
+#include "model/port_text.h"
 #include "support/failure.h"
 
 namespace tavo {
@@ -13,21 +14,25 @@ constexpr std::size_t kValueSize = 1024;
 
 }  // namespace
 
-uint16_t ReadSystemPort(const Place &here, const SystemPort &row, unsigned int &fault) {
+SystemDeclaration ReadSystemPort(const Place &here, const SystemPort &row) {
     if (row.key == nullptr) {
-        return ToUPort(row.port);
+        return {ToUPort(row.port), Reading::Good()};
     }
     char value[kValueSize] = "";
     const int found = TLIBCFileGetKeyValue(kSettingsFile, row.key, value, sizeof(value));
+    if (found == 1) {
+        uint32_t number = 0;
+        const bool valid = *value == '\0' || ReadPortNumber(value, number);
+        return {ToUPort(value), valid ? Reading::Good() : Reading::Invalid()};
+    }
+    Reading reading = Reading::Good();
     if (found < 0) {
         const unsigned int error = TLIBCErrGet();
-        TAVO_LOG_AT(here, "Failed to get %s from %s, errno=0x%X", row.key, kSettingsFile, error);
         // Without a settings file nothing is set; anything else leaves the port unknown.
-        if (fault == 0 && error != TLIBC_ERR_NO_FILE) {
-            fault = error != 0 ? error : TLIBC_ERR_FILE_UNUSABLE;
-        }
+        reading = error == TLIBC_ERR_NO_FILE ? Reading::Good() : Reading::Unknown();
+        TAVO_LOG_AT(here, "Failed to get %s from %s, errno=0x%X", row.key, kSettingsFile, error);
     }
-    return ToUPort(found == 1 ? value : "");
+    return {ToUPort(""), reading};
 }
 
 bool ReadPortString(const Place &here, const char *text, const char *service, uint16_t &first,

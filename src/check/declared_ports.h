@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "model/reading.h"
 #include "support/failure.h"
 #include "tavoserviceconf.h"
 
@@ -16,22 +17,28 @@ struct SystemPort {
     const char *port;
     uint16_t protocol;
     const char *service;
+    const char
+        *setting_service;  // the same service as the engine's settings name it; null for none
 };
 
 inline constexpr SystemPort kSystemPorts[] = {
-    {"syslogport", nullptr, TAVO_PROTO_TCP, "tavo-syslog"},
-    {"smsport", nullptr, TAVO_PROTO_TCP, "tavo-sms"},
-    {nullptr, "5005", TAVO_PROTO_TCP, "tavo-webdav"},
-    {nullptr, "5006", TAVO_PROTO_TCP, "tavo-webdav-ssl"},
-    {"syslogport", nullptr, TAVO_PROTO_UDP, "tavo-syslog"},
+    {"syslogport", nullptr, TAVO_PROTO_TCP, "tavo-syslog", "syslog_server"},
+    {"smsport", nullptr, TAVO_PROTO_TCP, "tavo-sms", nullptr},
+    {nullptr, "5005", TAVO_PROTO_TCP, "tavo-webdav", "webdav_http"},
+    {nullptr, "5006", TAVO_PROTO_TCP, "tavo-webdav-ssl", "webdavs_https"},
+    {"syslogport", nullptr, TAVO_PROTO_UDP, "tavo-syslog", "syslog_server"},
+};
+
+// The port that a row declares now.
+struct SystemDeclaration {
+    uint16_t port;    // 0 when the key is absent or cannot be read
+    Reading reading;  // invalid when the value is no port; `port` is the number that it begins with
 };
 
 // `here` is the place of the operation that reads, which the log lines name.
 
-// The port that a row stands for; 0 when its key is absent or cannot be read, which is logged. When
-// it is unknown whether the key is there, `fault` is set to the error code, unless it is set
-// already.
-uint16_t ReadSystemPort(const Place &here, const SystemPort &row, unsigned int &fault);
+// A key that is absent or cannot be read is logged.
+SystemDeclaration ReadSystemPort(const Place &here, const SystemPort &row);
 
 // Only a service of exactly TCP counts for TCP; one that declares both is found under UDP alone,
 // which is kept.

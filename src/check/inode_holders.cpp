@@ -8,8 +8,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
+
+#include "support/listing.h"
 
 namespace tavo {
 namespace {
@@ -156,6 +159,102 @@ void InodeHolders::PrintValue(const Inode &inode, const char *szKnown, char *szB
     }
     print(szKnown);
     *szBuf = '\0';
+}
+
+// ---- All processes ----
+
+namespace {
+
+// A hint for the list of processes.
+constexpr int kProcesses = 512;
+
+// Pushes the number of the process in decimal. A failure is logged and leaves it out; false then.
+bool PushPid(const Place &here, int pid, OwnedNames &pids) {
+    char text[sizeof("-2147483648")];
+    std::snprintf(text, sizeof(text), "%d", pid);
+    if (!Push(pids, text)) {
+        TAVO_LOG_AT(here, "Failed to TLIBCSzListPush %p %s", static_cast<void *>(pids.get()), text);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+// The names of /proc that are numbers sort in front of all others, so the first other one ends the
+// walk.
+OwnedNames ListPids(const Place &here, unsigned int &error) {
+    OwnedNames pids(TLIBCSzListAlloc(kProcesses));
+    const Listing listing("/proc");
+    error = listing.Failed() ? ErrorOfCall(errno) : 0;
+    if (!pids || error == TLIBC_ERR_NO_MEMORY) {
+        TAVO_FAIL_ALLOC_AT(here, "pslPidList");
+        return nullptr;
+    }
+    for (const dirent *entry : listing) {
+        int pid = 0;
+        if (entry->d_name[0] == '.') {
+            continue;
+        }
+        if (std::sscanf(entry->d_name, "%d", &pid) != 1) {
+            break;
+        }
+        if (!PushPid(here, pid, pids)) {
+            error = TLIBC_ERR_NO_MEMORY;
+        }
+    }
+    return pids;
+}
+
+bool AddProcess(const Place &here, const char *pid, InodeHolders &holders) {
+    const unsigned int error = holders.AddProcess(pid);
+    if (error == TLIBC_ERR_NO_MEMORY) {
+        TAVO_FAIL_ALLOC_AT(here, "pInodeToPidsTable");
+    } else if (error != 0) {
+        TAVO_FAIL_AT(here, error, "Failed to read the sockets of process %s.[0x%04X]", pid, error);
+    }
+    return error == 0;
+}
+
+bool InodeHolders::Collect(const Place &here) {
+    unsigned int error = 0;
+    pids_ = ListPids(here, error);
+    if (!pids_) {
+        TAVO_FAIL_ALLOC_AT(here, "pslPidList");
+        return false;
+    }
+    if (error == TLIBC_ERR_NO_MEMORY) {
+        TAVO_FAIL_ALLOC_AT(here, "pInodeToPidsTable");
+        return false;
+    }
+    if (error != 0) {
+        TAVO_FAIL_AT(here, error, "Failed to list /proc.[0x%04X]", error);
+        return false;
+    }
+    const int count = TLIBCSzListCount(pids_.get());
+    for (int i = 0; i < count; ++i) {
+        const char *pid = TLIBCSzListGet(pids_.get(), i);
+        if (pid == nullptr) {
+            TAVO_LOG_AT(here, "Failed to TLIBCSzListGet %p %d",
+                        static_cast<const void *>(pids_.get()), i);
+        } else if (!tavo::AddProcess(here, pid, *this)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+OwnedText ReadProgram(uint32_t pid) {
+    char path[sizeof("/proc/4294967295/exe")];
+    std::snprintf(path, sizeof(path), "/proc/%" PRIu32 "/exe", pid);
+    char target[kLinkSize];
+    errno = 0;
+    const ssize_t length = readlink(path, target, sizeof(target) - 1);
+    if (length < 1) {
+        return nullptr;
+    }
+    target[length] = '\0';
+    return OwnedText(strdup(target));
 }
 
 }  // namespace tavo

@@ -51,6 +51,27 @@ class InodeHolders {
     // incomplete then, and only StoreIn may still be called.
     unsigned int AddProcess(const char *szPid);
 
+    // Enters the sockets of all processes. False, which is logged, when a holder may be missing:
+    // the error state then says why. `here` is the place of the operation that reads.
+    bool Collect(const Place &here);
+
+    // Calls take(pid) for each process that holds the inode, with its number as it was added, the
+    // last one first, until it returns false, which then is the answer.
+    template <typename Take>
+    bool ForEachHolder(uint64_t inode, Take take) const {
+        const std::size_t place = numbers_.NumberOf(inode, 0);
+        const char *former = nullptr;  // a process may hold it through several descriptors
+        for (std::size_t i = place == KeySet::kNone ? kNone : inodes_[place].nLastHolder;
+             i != kNone; i = holders_[i].nBefore) {
+            const char *pid = holders_[i].szPid;
+            if (pid != former && !take(pid)) {
+                return false;
+            }
+            former = pid;
+        }
+        return true;
+    }
+
     // Puts the collected processes in front of what the table names already. An inode whose value
     // cannot be stored is logged and left as it was, and false is the answer.
     bool StoreIn(const Place &here, TLIBCSzHash *pInodeToPidsTable) const;
@@ -74,10 +95,24 @@ class InodeHolders {
     bool Store(const Place &here, const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
     void PrintValue(const Inode &inode, const char *szKnown, char *szBuf, std::size_t nSize) const;
 
+    OwnedNames pids_;             // of Collect
     KeySet numbers_;              // gives each inode its place in inodes_
     GrowingArray<Inode> inodes_;  // in the order in which they were met
     GrowingArray<Holder> holders_;
 };
+
+// `here` is the place of the operation that reads, which the log lines name.
+
+// The numbers of all processes; null, which is logged, without memory for the list. `error` is set
+// to 0, or to the error code of what kept processes out of the list.
+OwnedNames ListPids(const Place &here, unsigned int &error);
+
+// Enters the sockets of a process; false, which is logged, when that cannot be done in full.
+bool AddProcess(const Place &here, const char *pid, InodeHolders &holders);
+
+// The executable of a process; null when it cannot be read, for the reason in errno, which is 0 for
+// an empty link.
+OwnedText ReadProgram(uint32_t pid);
 
 }  // namespace tavo
 

@@ -40,6 +40,13 @@ class KeySet {
         return known ? Result::kKnown : Result::kAdded;
     }
 
+    // How many keys were added before this one, kNone when it was not added.
+    std::size_t NumberOf(uint64_t first, uint64_t second) const {
+        return nSlots_ == 0 ? kNone : Find(slots_.get(), nSlots_, first, second).nPlace - 1;
+    }
+
+    static constexpr std::size_t kNone = SIZE_MAX;
+
   private:
     struct Slot {
         uint64_t nFirst;

@@ -39,8 +39,9 @@ struct DeclaredPorts {
     bool AddSystemPorts() {
         unsigned int fault = 0;
         for (const SystemPort &row : kSystemPorts) {
-            const uint16_t port = ReadSystemPort(TAVO_HERE, row, fault);
-            if (!Add(port, port, row.protocol, row.service)) {
+            const SystemDeclaration declared = ReadSystemPort(TAVO_HERE, row);
+            fault = fault != 0 ? fault : declared.reading.Fault();
+            if (!Add(declared.port, declared.port, row.protocol, row.service)) {
                 return false;
             }
         }

@@ -42,9 +42,9 @@ TLIBCDList *SysConfListFetch(void) {
         return nullptr;
     }
     result->blConflict = 1;
-    unsigned int nFault = 0;  // a key that cannot be read keeps nobody from the other ports here
     for (const tavo::SystemPort &row : tavo::kSystemPorts) {
-        result->uPort = tavo::ReadSystemPort(TAVO_HERE, row, nFault);
+        // A key that cannot be read keeps nobody from the other ports.
+        result->uPort = tavo::ReadSystemPort(TAVO_HERE, row).port;
         result->uProtocol = row.protocol;
         result->szService = const_cast<char *>(row.service);
         if (!tavo::Append(results, result)) {

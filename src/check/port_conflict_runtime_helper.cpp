@@ -1,20 +1,17 @@
 // The ports that processes hold right now.
 //
-// The kernel's tables tell which sockets there are, with their inodes; the descriptor links of each
-// process tell which inodes it has open. Who holds the sockets is found out before the sockets are
+// The kernel's tables list the sockets with their inodes; the descriptor links of each process name
+// the inodes that it has open. Who holds the sockets is found out before the sockets are
 // listed, so that a process that ends meanwhile is not blamed for a port that is free.
-#include <unistd.h>
-
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
-#include "base/system_files.h"
 #include "check/inode_holders.h"
 #include "check/record_key.h"
 #include "check/socket_line.h"
-#include "support/listing.h"
+#include "check/socket_tables.h"
 
 namespace tavo {
 namespace {
@@ -24,83 +21,6 @@ using Template = TemplateRecord<RuntimeResults>;
 
 // A hint for the lists and the table here.
 constexpr int kCapacity = 512;
-
-// Pushes the process's number in decimal. A failure is logged and leaves it out; false then.
-bool PushPid(int nPid, OwnedNames &pids) {
-    char szPid[sizeof("-2147483648")];
-    std::snprintf(szPid, sizeof(szPid), "%d", nPid);
-    if (!Push(pids, szPid)) {
-        TAVO_LOG("Failed to TLIBCSzListPush %p %s", static_cast<void *>(pids.get()), szPid);
-        return false;
-    }
-    return true;
-}
-
-// The names of /proc that are numbers sort in front of all others, so the first other one ends the
-// walk. Without a process to be seen the list is empty. `nError` is set to 0, or to the error code
-// of what kept processes out of the list.
-OwnedNames ListPids(unsigned int &nError) {
-    OwnedNames pids(TLIBCSzListAlloc(kCapacity));
-    const Listing listing("/proc");
-    nError = listing.Failed() ? ErrorOfCall(errno) : 0;
-    if (!pids || nError == TLIBC_ERR_NO_MEMORY) {
-        TAVO_FAIL_ALLOC("pslPidList");
-        return nullptr;
-    }
-    for (const dirent *pEntry : listing) {
-        int nPid = 0;
-        if (pEntry->d_name[0] == '.') {
-            continue;
-        }
-        if (std::sscanf(pEntry->d_name, "%d", &nPid) != 1) {
-            break;
-        }
-        if (!PushPid(nPid, pids)) {
-            nError = TLIBC_ERR_NO_MEMORY;
-        }
-    }
-    return pids;
-}
-
-// Enters the sockets of a process; false, which has been logged, when that cannot be done in full.
-bool AddProcess(InodeHolders &holders, const char *szPid) {
-    const unsigned int nError = holders.AddProcess(szPid);
-    if (nError == TLIBC_ERR_NO_MEMORY) {
-        TAVO_FAIL_ALLOC("pInodeToPidsTable");
-    } else if (nError != 0) {
-        TAVO_FAIL(nError, "Failed to read the sockets of process %s.[0x%04X]", szPid, nError);
-    }
-    return nError == 0;
-}
-
-// The same for each process of the list.
-bool AddProcesses(InodeHolders &holders, const TLIBCSzList *pPids) {
-    const int nPids = TLIBCSzListCount(pPids);
-    for (int i = 0; i < nPids; ++i) {
-        const char *szPid = TLIBCSzListGet(pPids, i);
-        if (szPid == nullptr) {
-            TAVO_LOG("Failed to TLIBCSzListGet %p %d", static_cast<const void *>(pPids), i);
-        } else if (!AddProcess(holders, szPid)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// The executable of a process; null when it cannot be read, for the reason in errno, which is 0 for
-// an empty link.
-OwnedText ReadProgram(uint32_t uPid) {
-    char szPath[sizeof("/proc/4294967295/exe")];
-    std::snprintf(szPath, sizeof(szPath), "/proc/%" PRIu32 "/exe", uPid);
-    char szTarget[kLinkSize];
-    errno = 0;
-    const ssize_t nRead = readlink(szPath, szTarget, sizeof(szTarget) - 1);
-    if (nRead < 1) {
-        return nullptr;
-    }
-    szTarget[nRead] = '\0';
-    return OwnedText(strdup(szTarget));
-}
 
 // The executables of processes, each looked up once however many sockets the process holds. An
 // empty text stands for one that cannot be read. What failed for a passing reason is looked up
@@ -141,52 +61,16 @@ class Programs {
 
 using OwnedSocket = std::unique_ptr<RawSocketInfo, FreeWith<RawSocketInfoFree>>;
 
-// A hint for the list of lines.
-constexpr int kLines = 512;
-
-// In the order in which their sockets are listed.
-constexpr struct {
-    uint16_t uProtocol;
-    const char *szPath;
-} kSocketTables[] = {
-    {TAVO_PROTO_TCP, kTcpTable},
-    {TAVO_PROTO_TCP, kTcp6Table},
-    {TAVO_PROTO_UDP, kUdpTable},
-    {TAVO_PROTO_UDP, kUdp6Table},
-};
-
-// The lines of a table of sockets; null on failure.
-OwnedNames ReadSocketTable(const char *szPath) {
-    TLIBCSzList *pLines = TLIBCSzListAlloc(kLines);
-    if (pLines == nullptr) {
-        TAVO_FAIL_ALLOC("pNetRecords");
-        return nullptr;
-    }
-    const int nRead = TLIBCFileReadLines(szPath, &pLines);
-    OwnedNames lines(pLines);
-    if (nRead >= 0) {
-        return lines;
-    }
-    if (TLIBCErrGet() == TLIBC_ERR_FILE_UNUSABLE) {
-        TAVO_LOG("Failed to open File: %s\n", szPath);
-    } else {
-        TAVO_LOG("Failed to parse File: %s.[0x%04X]", szPath, TLIBCErrGet());
-    }
-    return nullptr;
-}
-
 // What `known` holds is in the list already.
 int ParseSocketTable(const char *szPath, uint16_t uProtocol, TLIBCDList *pList, KeySet &known) {
-    if (szPath == nullptr || TLIBCFileExist(szPath) == 0) {
-        return TAVO_FAIL(szPath == nullptr ? TLIBC_ERR_BAD_PARAMETER : TLIBC_ERR_NO_FILE,
-                         "Failed to access File: %s (Not Exist)",
-                         szPath == nullptr ? "(null)" : szPath);
+    if (!SocketTableExists(TAVO_HERE, szPath)) {
+        return -1;
     }
     const OwnedSocket info(RawSocketInfoAlloc());
     if (!info) {
         return TAVO_FAIL_ALLOC("pInfo");
     }
-    const OwnedNames lines(ReadSocketTable(szPath));
+    const OwnedNames lines = ReadSocketTable(TAVO_HERE, szPath);
     if (!lines) {
         return -1;
     }
@@ -292,8 +176,8 @@ TLIBCDList *RawSocketInfoListFetch(uint16_t uProtocol) {
     }
     tavo::KeySet known;
     for (const auto &table : tavo::kSocketTables) {
-        if ((uProtocol & table.uProtocol) != 0 &&
-            tavo::ParseSocketTable(table.szPath, table.uProtocol, sockets.get(), known) != 0) {
+        if ((uProtocol & table.protocol) != 0 &&
+            tavo::ParseSocketTable(table.path, table.protocol, sockets.get(), known) != 0) {
             TAVO_LOG("Failed to ParseToRawSocketInfo");
             return nullptr;
         }
@@ -303,7 +187,7 @@ TLIBCDList *RawSocketInfoListFetch(uint16_t uProtocol) {
 
 TLIBCSzList *FetchPidList(void) {
     unsigned int nError = 0;
-    return tavo::ListPids(nError).release();
+    return tavo::ListPids(TAVO_HERE, nError).release();
 }
 
 void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
@@ -316,7 +200,7 @@ void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
         return;
     }
     tavo::InodeHolders holders;
-    tavo::AddProcess(holders, szPid);
+    tavo::AddProcess(TAVO_HERE, szPid, holders);
     holders.StoreIn(TAVO_HERE, pInodeToPidsTable);
 }
 
@@ -328,21 +212,11 @@ TLIBCSzHash *InodeToPidsTableFetch(void) {
         TAVO_FAIL_ALLOC("pInodeToPidsTable");
         return nullptr;
     }
-    unsigned int nError = 0;
-    const tavo::OwnedNames pids(tavo::ListPids(nError));
-    if (!pids) {
-        TAVO_FAIL_ALLOC("pslPidList");
-        return nullptr;
-    }
-    if (nError != 0 && nError != TLIBC_ERR_NO_MEMORY) {
-        TAVO_FAIL(nError, "Failed to list /proc.[0x%04X]", nError);
-        return nullptr;
-    }
     tavo::InodeHolders holders;
-    if (nError == 0 && !tavo::AddProcesses(holders, pids.get())) {
+    if (!holders.Collect(TAVO_HERE)) {
         return nullptr;
     }
-    if (nError != 0 || !holders.StoreIn(TAVO_HERE, table.get())) {
+    if (!holders.StoreIn(TAVO_HERE, table.get())) {
         TAVO_FAIL_ALLOC("pInodeToPidsTable");
         return nullptr;
     }

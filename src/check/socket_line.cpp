@@ -5,6 +5,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 
 namespace tavo {
 namespace {
@@ -133,6 +134,27 @@ bool ReadKernelLine(const char *szLine, RawSocketInfo &info) {
 
 bool ReadSocketLine(const char *szLine, RawSocketInfo &info) {
     return ReadKernelLine(szLine, info) || ScanLine(szLine, info);
+}
+
+// The kernel prints the words of an address, whose bytes are in network order, as numbers of its
+// own byte order.
+SocketAddress ReadSocketAddress(const char *line) {
+    constexpr std::size_t kWords = sizeof(in6_addr) / sizeof(uint32_t);
+    SocketAddress address = {AF_UNSPEC, {}};
+    const char *text = std::strchr(line, ':') + 1;
+    text += std::strspn(text, " \t\r\n\v\f");
+    const std::size_t digits = std::strcspn(text, ":");
+    if (digits != kWordDigits && digits != kAddressDigits) {
+        return address;
+    }
+    uint32_t words[kWords] = {};
+    for (std::size_t i = 0; i < digits; ++i) {
+        uint32_t &word = words[i / kWordDigits];
+        word = word << 4 | static_cast<uint32_t>(HexDigit(text[i]));
+    }
+    std::memcpy(&address.bytes, words, sizeof(words));
+    address.family = digits == kWordDigits ? AF_INET : AF_INET6;
+    return address;
 }
 
 }  // namespace tavo

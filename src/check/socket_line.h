@@ -7,12 +7,24 @@
 #ifndef TAVO_SRC_CHECK_SOCKET_LINE_H
 #define TAVO_SRC_CHECK_SOCKET_LINE_H
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include "tavoserviceconf.h"
 
 namespace tavo {
 
+// The local address of a socket, in network byte order.
+struct SocketAddress {
+    sa_family_t family;  // AF_INET or AF_INET6; AF_UNSPEC when the line has another kind
+    in6_addr bytes;      // of IPv4 the first four
+};
+
 // Reads local port, state and inode; false for a line that is no socket, such as the header.
 bool ReadSocketLine(const char *szLine, RawSocketInfo &info);
+
+// Reads the local address of a line that is a socket.
+SocketAddress ReadSocketAddress(const char *line);
 
 }  // namespace tavo
 

@@ -221,7 +221,7 @@ void PortConflicts::ReadRules() {
 }
 
 void PortConflicts::CompareRule(const ForwardingRule &rule, const char *file) {
-    const PortDeclarer declarer = {Keep(rule.service), Keep(rule.title), file, Keep(rule.section)};
+    PortDeclarer declarer = {Keep(rule.service), Keep(rule.title), file, Keep(rule.section)};
     if (const char *missing = rule.MissingKey()) {
         AddFailureForAll({
             .source = TAVO_PORT_CHECK_PORT_FORWARD,
@@ -232,6 +232,9 @@ void PortConflicts::CompareRule(const ForwardingRule &rule, const char *file) {
         });
         return;
     }
+    declarer.protocol = Keep(rule.protocol);
+    declarer.router_ports = Keep(rule.router_ports);
+    declarer.appliance_ports = Keep(rule.appliance_ports);
     CompareText(rule.appliance_ports, TAVO_PORT_CHECK_PORT_FORWARD, TAVO_PROTO_BOTH, declarer,
                 kRuleAppliancePorts);
     CompareText(rule.router_ports, TAVO_PORT_CHECK_PORT_FORWARD, TAVO_PROTO_BOTH, declarer,

@@ -32,6 +32,13 @@ struct PortDeclarer {
     const char *title = nullptr;  // for rules
     const char *file = nullptr;
     const char *entry = nullptr;  // the section or key in the file
+
+    // For rules that have all their keys.
+    const char *protocol = nullptr;
+    const char *router_ports = nullptr;
+    const char *appliance_ports = nullptr;
+
+    bool operator==(const PortDeclarer &) const = default;  // compares addresses of texts
 };
 
 // Ports of a question that are taken.
@@ -66,8 +73,9 @@ struct SourceFailure {
 
 class PortConflicts {
   public:
-    // Answers the questions, which must outlive the object. May be called once only. Returns false
-    // when out of memory; the records are then incomplete, and no port may be assumed to be free.
+    // Answers the questions. Their texts are not used after the call. May be called once only.
+    // Returns false when out of memory; the records are then incomplete, and no port may be assumed
+    // to be free.
     bool Find(std::span<const PortQuestion> questions);
 
     // In the order of the sources (rules, services, settings, sockets), within a source in its own

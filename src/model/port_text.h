@@ -2,10 +2,14 @@
 #ifndef TAVO_SRC_MODEL_PORT_TEXT_H
 #define TAVO_SRC_MODEL_PORT_TEXT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 
 namespace tavo {
+
+inline constexpr unsigned int kHighestPort = 65535;
 
 // As lenient as "%hu", which is kept: text after the number is ignored, and a number that is too
 // large wraps. Returns false if there is no number.
@@ -14,6 +18,22 @@ inline bool ScanPort(const char *text, uint16_t &port) {
     const bool scanned = std::sscanf(text, "%hu", &number) == 1;
     port = scanned ? number : uint16_t{0};
     return scanned;
+}
+
+// Reads a port number that is digits and nothing else; false for any other text. The number is the
+// low 32 bits of what strtol returns, and kept so: "4294967376" has always been port 80.
+inline bool ReadPortNumber(const char *text, uint32_t &port) {
+    constexpr std::ptrdiff_t kFewDigits = 9;  // their value fits in 32 bits
+    const char *end = text;
+    uint32_t value = 0;
+    for (; *end >= '0' && *end <= '9'; ++end) {
+        value = value * 10 + static_cast<uint32_t>(*end - '0');
+    }
+    if (end - text > kFewDigits) {
+        value = static_cast<uint32_t>(std::strtol(text, nullptr, 10));
+    }
+    port = value;
+    return end != text && *end == '\0' && value <= kHighestPort;
 }
 
 }  // namespace tavo

@@ -69,7 +69,7 @@ int ReadFolder(const ServiceFolder &folder, TAVO_SERVICE_CONF **list, ReadingRep
 int tavo::ReadServiceFiles(TAVO_SERVICE_CONF **list, int folders, ReadingReport *report) {
     int files = 0;
     for (const ServiceFolder &folder : kServiceFolders) {
-        if ((folders & folder.flag) != 0) {
+        if ((folders & folder.selector) != 0) {
             files += ReadFolder(folder, list, report);
         }
     }

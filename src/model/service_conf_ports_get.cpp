@@ -2,10 +2,10 @@
 // "80,6000:6010/tcp". An empty piece between commas is an error.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
+#include "model/port_text.h"
 #include "support/failure.h"
 #include "support/owners.h"
 #include "support/text.h"
@@ -13,27 +13,8 @@
 
 namespace {
 
-constexpr uint32_t kHighestPort = 65535;
-
 // The size of an invalid protocol text in the log line, including the terminator.
 constexpr std::size_t kProtocolTextSize = 64;
-
-// Any number of this many digits fits into 32 bits.
-constexpr std::ptrdiff_t kFewDigits = 9;
-
-// Parses a text of digits; returns false for any other text. The value is the low 32 bits of the
-// result of strtol, which is kept: "4294967376" is port 80.
-bool ReadDigits(const char *szText, uint32_t &nValue) {
-    const char *szEnd = szText;
-    nValue = 0;
-    for (; *szEnd >= '0' && *szEnd <= '9'; ++szEnd) {
-        nValue = nValue * 10 + static_cast<uint32_t>(*szEnd - '0');
-    }
-    if (szEnd - szText > kFewDigits) {
-        nValue = static_cast<uint32_t>(std::strtol(szText, nullptr, 10));
-    }
-    return *szEnd == '\0';
-}
 
 // Parses one port number.
 bool ReadPort(const char *szPort, uint32_t &nPort) {
@@ -42,7 +23,7 @@ bool ReadPort(const char *szPort, uint32_t &nPort) {
         return false;
     }
     uint32_t nValue = 0;
-    if (!ReadDigits(szPort, nValue) || nValue > kHighestPort) {
+    if (!tavo::ReadPortNumber(szPort, nValue)) {
         TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s, tavoerr=", szPort);
         return false;
     }

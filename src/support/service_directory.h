@@ -9,16 +9,17 @@
 
 namespace tavo {
 
-// A folder of service files, and the bit that selects it for TAVOServiceConfEnum.
+// A folder of service files.
 struct ServiceFolder {
-    int flag;
+    int selector;      // the bit that selects it for TAVOServiceConfEnum
+    const char *name;  // for people
     const char *path;
 };
 
 // In reading order.
 inline constexpr ServiceFolder kServiceFolders[] = {
-    {TAVO_SERVICE_CONF_DIR_SYSTEM, kSystemServiceDirectory},
-    {TAVO_SERVICE_CONF_DIR_PACKAGE, kPackageServiceDirectory},
+    {TAVO_SERVICE_CONF_DIR_SYSTEM, "system", kSystemServiceDirectory},
+    {TAVO_SERVICE_CONF_DIR_PACKAGE, "package", kPackageServiceDirectory},
 };
 constexpr int kEveryServiceFolder = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
 

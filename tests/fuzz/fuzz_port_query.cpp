@@ -8,7 +8,6 @@
 
 #include "fuzz_support.h"
 #include "ports/port_query.h"
-#include "ports/port_ranges.h"
 #include "tavoserviceconf.h"
 
 namespace {

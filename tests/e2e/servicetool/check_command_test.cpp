@@ -12,7 +12,7 @@
 
 #include "json_value.h"
 #include "port_world.h"
-#include "ports/ephemeral_ports.h"
+#include "ports/free_ports.h"
 #include "servicetool_run.h"
 
 namespace tavo::test {
@@ -40,7 +40,7 @@ TEST_F(CheckCommand, SaysThatAPortIsFree) {
 TEST_F(CheckCommand, NamesWhoHoldsATakenPort) {
     WriteFile(kPackage + "web.sc", Section("web", "8080/tcp"));
     ExpectRun(ServiceTool({"check", "8080/tcp"}), 1,
-              "PORT  PROTO  SOURCE   HELD BY\n"
+              "PORT  PROTO  SOURCE   DECLARED BY\n"
               "8080  tcp    service  web (package/web.sc)\n"
               "8080/tcp is taken\n");
 }
@@ -51,7 +51,7 @@ TEST_F(CheckCommand, AnswersFromAllSourcesAtOnceInTheirOrder) {
     WriteFile(kSettings, "WebDavPort=8080\n");
     const HeldPort held(Family::kV4, Protocol::kTcp, 8080);
     ExpectRun(ServiceTool({"check", "8080/tcp", "8081/tcp"}), 1,
-              "PORT  PROTO    SOURCE   HELD BY\n"
+              "PORT  PROTO    SOURCE   DECLARED BY\n"
               "8080  tcp,udp  forward  web (rule 1)\n"
               "8080  tcp      service  web (system/web.sc)\n"
               "8080  tcp,udp  setting  webdav_http (WebDavPort)\n"
@@ -93,16 +93,16 @@ TEST_F(CheckCommand, PrintsJson) {
     EXPECT_EQ(Json::Parse(result.out), Json::Parse(R"({"schema": 1, "ok": false, "results": [
         {"query": "8085/tcp,udp", "verdict": "taken", "conflicts": [
             {"start": 8085, "end": 8085, "protocols": ["tcp", "udp"], "source": "forward",
-             "held_by": [{"name": null, "file": ")" +
+             "declared_by": [{"name": null, "file": ")" +
                                                    kRules + R"(", "entry": "7"}],
              "exact": true},
             {"start": 8085, "end": 8085, "protocols": ["tcp"], "source": "service",
-             "held_by": [{"name": "web", "file": ")" +
+             "declared_by": [{"name": "web", "file": ")" +
                                                    kSystem + R"(web.sc", "entry": "web"}],
              "exact": true}], "failed_sources": []},
         {"query": "23/tcp", "verdict": "taken", "conflicts": [
             {"start": 23, "end": 23, "protocols": ["tcp"], "source": "service",
-             "held_by": [{"name": "telnet", "file": null, "entry": null}], "exact": true}],
+             "declared_by": [{"name": "telnet", "file": null, "entry": null}], "exact": true}],
          "failed_sources": []},
         {"query": "9/tcp", "verdict": "free", "conflicts": [], "failed_sources": []}],
         "diagnostics": []})"));
@@ -172,7 +172,7 @@ TEST_F(CheckCommand, ShowsTheFirstOfManyHolders) {
               "7000  tcp,udp  forward  rule 1, rule 2, rule 3, rule 4, rule 5 and 3 more\n"
               "7000/tcp is taken\n");
     const Json document = Json::Parse(ServiceTool({"check", "--json", "7000/tcp"}).out);
-    EXPECT_EQ(document["results"][0]["conflicts"][0]["held_by"].size(), 8U);
+    EXPECT_EQ(document["results"][0]["conflicts"][0]["declared_by"].size(), 8U);
 }
 
 // ---- Settings
@@ -312,7 +312,7 @@ TEST_F(CheckCommand, LeavesOutSocketsAtPortsOfASkippedService) {
 TEST_F(CheckCommand, TakesTheReservedPortNamedByItself) {
     for (const char *source : {"forward", "service", "setting", "socket"}) {
         ExpectRun(ServiceTool({"check", "412/tcp", "--source", source}), 1,
-                  "PORT  PROTO  SOURCE    HELD BY\n"
+                  "PORT  PROTO  SOURCE    DECLARED BY\n"
                   "412   tcp    reserved  always taken\n"
                   "412/tcp is taken\n");
     }

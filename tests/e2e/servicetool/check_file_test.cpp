@@ -36,7 +36,7 @@ TEST_F(CheckFileCommand, AnswersForEachSection) {
     WriteFile(kFile, Section("a", "7005,7020:7030/tcp") + Section("b", "7100/udp") +
                          Section("c", "7200/tcp,udp"));
     ExpectRun(ServiceTool({"check", "--file", kFile}), 1,
-              "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+              "SECTION  PORT  PROTO  SOURCE   DECLARED BY\n"
               "a        7005  tcp    service  old (package/old.sc)\n"
               "b        7100  udp    socket   in use now\n"
               "/tmp/new.sc: [a] 7005,7020:7030/tcp is taken\n"
@@ -72,7 +72,7 @@ TEST_F(CheckFileCommand, DoesNotCollideWithItself) {
 
 TEST_F(CheckFileCommand, ReadsStandardInput) {
     ExpectRun(ServiceTool({"check", "--file", "-"}, Section("a", "23/tcp")), 1,
-              "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+              "SECTION  PORT  PROTO  SOURCE   DECLARED BY\n"
               "a        23    tcp    service  telnet (built-in)\n"
               "<stdin>: [a] 23/tcp is taken\n");
 }
@@ -98,7 +98,7 @@ TEST_F(CheckFileCommand, PrintsJson) {
             {"name": "b", "query": "7200/tcp,udp", "verdict": "free", "failed_sources": []}],
          "conflicts": [
             {"section": "a", "start": 7005, "end": 7005, "protocols": ["tcp"],
-             "source": "service", "held_by": [{"name": "old", "file": ")" +
+             "source": "service", "declared_by": [{"name": "old", "file": ")" +
                                                    kPackage +
                                                    R"(old.sc", "entry": "old"}],
              "exact": true}]}], "diagnostics": []})"));

@@ -128,7 +128,7 @@ TEST_F(InstallCommand, ShowsWarningsAndGoesOn) {
 TEST_F(InstallCommand, RefusesPortsThatAreTakenUnlessForced) {
     WriteFile(kSystem + "old.sc", Section("old", "8765/tcp"));
     const std::string conflict =
-        "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+        "SECTION  PORT  PROTO  SOURCE   DECLARED BY\n"
         "notes    8765  tcp    service  old (system/old.sc)\n" +
         kPath + ": [notes] 8765/tcp is taken\n";
     ExpectRun(ServiceTool({"install", "notes.sc"}), 1, conflict,
@@ -149,7 +149,7 @@ TEST_F(InstallCommand, AsksForEverySectionAsCheckDoes) {
     WriteFile("notes.sc", "[global]\ndst.ports=\"23\"\n" + kText);
     WriteFile(kRules, Rule("1", "x", "8765", "8765"));
     ExpectRun(ServiceTool({"install", "--dry-run", "notes.sc"}), 1,
-              "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+              "SECTION  PORT  PROTO  SOURCE   DECLARED BY\n"
               "global   23    tcp    service  telnet (built-in)\n" +
                   kPath + ": [global] 23/tcp,udp is taken\n",
               "notes.sc:2:1: warning: key \"dst.ports\" is not known in [global] and not read "
@@ -425,7 +425,7 @@ TEST_F(InstallCommand, GivesOneResultAsJson) {
     WriteFile("notes.sc", Section("other", "8765/tcp"));
     const Json taken = Result({"install", "--json", "--as", "b.sc", "notes.sc"});
     EXPECT_EQ(taken["conflicts"][0]["section"], "other");
-    EXPECT_EQ(taken["conflicts"][0]["held_by"][0]["name"], "notes");
+    EXPECT_EQ(taken["conflicts"][0]["declared_by"][0]["name"], "notes");
     EXPECT_EQ(taken["changed"], false);
 }
 

@@ -22,11 +22,12 @@ constexpr MapShape kShape = {64, 64};
 
 PortClaim Declared(std::uint32_t first, std::uint32_t last, std::uint32_t protocol = TAVO_PROTO_TCP,
                    std::string_view source = kServiceSource) {
-    return {{first, last}, protocol, source, {}, {}};
+    return {{first, last}, protocol, source, nullptr, nullptr};
 }
 
 PortClaim Held(std::uint32_t port, std::uint32_t protocol = TAVO_PROTO_TCP) {
-    return {{port, port}, protocol, kSocketSource, {}, HeldSocket{port, protocol, 0, {}}};
+    static const HeldSocket socket = {};
+    return {{port, port}, protocol, kSocketSource, nullptr, &socket};
 }
 
 std::string FirstRow(const std::vector<PortClaim> &claims, const PortRanges &collide = {},

@@ -1,5 +1,5 @@
 // Ports as ranges, as they are declared, and as candidates, against a table of all ports.
-#include "ports/port_ranges.h"
+#include "ports/port_query.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +13,7 @@
 
 #include "engine/comparison.h"
 #include "engine/text_ranges.h"
-#include "ports/ephemeral_ports.h"
-#include "ports/port_candidates.h"
+#include "ports/free_ports.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {

@@ -382,7 +382,7 @@ TEST_F(ServiceFolders, ManualExplainsTheKeysOfTheJsonAboutPorts) {
         CollectKeys(Json::Parse(ServiceTool(arguments).out)["results"], keys);
     }
     EXPECT_THAT(keys,
-                testing::IsSupersetOf({"supported", "held_by", "sections", "verdict", "conflict"}));
+                testing::IsSupersetOf({"supported", "declared_by", "sections", "verdict", "conflict"}));
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
     for (const std::string &key : keys) {
         EXPECT_TRUE(std::regex_search(

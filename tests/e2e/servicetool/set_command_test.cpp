@@ -166,7 +166,7 @@ TEST_F(SetCommand, MendsASectionInAFileThatIsBrokenElsewhere) {
 TEST_F(SetCommand, RefusesPortsThatOthersHave) {
     WriteFile(kSystem + "web.sc", Section("w", "18080/tcp"));
     ExpectRun(ServiceTool(kNew), 1,
-              "SECTION  PORT   PROTO  SOURCE   HELD BY\n"
+              "SECTION  PORT   PROTO  SOURCE   DECLARED BY\n"
               "web      18080  tcp    service  w (system/web.sc)\n" +
                   kPackage + "new.sc: [web] 18080/tcp is taken\n",
               kPackage +
@@ -580,7 +580,7 @@ TEST_F(SetCommand, PrintsConflictsInJson) {
     EXPECT_EQ(result["dry_run"], true);
     EXPECT_EQ(result["changed"], false);
     EXPECT_EQ(result["conflicts"], Json::Parse(R"([{"section": "web", "start": 18080,
-        "end": 18080, "protocols": ["tcp"], "source": "service", "held_by": [{"name": "w",
+        "end": 18080, "protocols": ["tcp"], "source": "service", "declared_by": [{"name": "w",
         "file": ")" + kSystem + R"(web.sc", "entry": "w"}], "exact": true}])"));
     EXPECT_THAT(result["told"], IsEmpty());
     EXPECT_THAT(result["not_told"], IsEmpty());

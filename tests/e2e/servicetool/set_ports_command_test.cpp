@@ -61,7 +61,7 @@ TEST_F(SetPortsCommand, SetsSourcePortsWithoutARestart) {
 
 TEST_F(SetPortsCommand, RefusesPortsThatOthersHave) {
     ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "8765,8800"}), 1,
-              "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+              "SECTION  PORT  PROTO  SOURCE   DECLARED BY\n"
               "notes    8800  udp    service  other (package/notes.sc)\n" +
                   kPath + ": [notes] 8765,8800/tcp,udp is taken\n",
               kPath +
@@ -72,7 +72,7 @@ TEST_F(SetPortsCommand, RefusesPortsThatOthersHave) {
 
 TEST_F(SetPortsCommand, RefusesSourcePortsThatOthersHaveAndNamesTheCommandThatDoesNot) {
     ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "8800", "--src"}), 1,
-              "SECTION  PORT  PROTO  SOURCE   HELD BY\n"
+              "SECTION  PORT  PROTO  SOURCE   DECLARED BY\n"
               "notes    8800  udp    service  other (package/notes.sc)\n" +
                   kPath + ": [notes] 8800/tcp,udp is taken\n",
               kPath +

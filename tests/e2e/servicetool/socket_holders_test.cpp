@@ -1,5 +1,5 @@
 // Who holds which ports, and whether that is a service's program, without a command around it.
-#include "ports/socket_holders.h"
+#include "ports/held_ports.h"
 
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <optional>
@@ -15,10 +17,11 @@
 #include <utility>
 #include <vector>
 
+#include "check/held_sockets.h"
 #include "held_socket.h"
 #include "holding_program.h"
 #include "port_world.h"
-#include "ports/service_programs.h"
+#include "support/failure.h"
 #include "tavoserviceconf.h"
 
 namespace {
@@ -35,35 +38,46 @@ std::function<void()> after_tables;
 
 }  // namespace
 
+namespace tavo {
+
 // The linker calls the library's functions __real_NAME, and lets its callers call __wrap_NAME.
-extern "C" {
+bool LinkedCollect(InodeHolders *holders,
+                   const Place &here) asm("__real__ZN4tavo12InodeHolders7CollectERKNS_5PlaceE");
+bool StandInCollect(InodeHolders *holders,
+                    const Place &here) asm("__wrap__ZN4tavo12InodeHolders7CollectERKNS_5PlaceE");
+OwnedText LinkedProgram(std::uint32_t pid) asm("__real__ZN4tavo11ReadProgramEj");
+OwnedText StandInProgram(std::uint32_t pid) asm("__wrap__ZN4tavo11ReadProgramEj");
+OwnedNames LinkedTable(const Place &here,
+                       const char *path) asm("__real__ZN4tavo15ReadSocketTableERKNS_5PlaceEPKc");
+OwnedNames StandInTable(const Place &here,
+                        const char *path) asm("__wrap__ZN4tavo15ReadSocketTableERKNS_5PlaceEPKc");
 
-TLIBCSzHash *__real_InodeToPidsTableFetch(void);
-char *__real_ProgramCommandFetch(uint32_t uPid);
-int __real_ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pList);
-
-TLIBCSzHash *__wrap_InodeToPidsTableFetch(void) {
+bool StandInCollect(InodeHolders *holders, const Place &here) {
     ++looks;
     if (blind_looks > 0) {
         --blind_looks;
-        return TLIBCSzHashAlloc(1);
+        return true;
     }
-    return __real_InodeToPidsTableFetch();
+    return LinkedCollect(holders, here);
 }
 
-char *__wrap_ProgramCommandFetch(uint32_t uPid) {
-    return without_programs ? nullptr : __real_ProgramCommandFetch(uPid);
+OwnedText StandInProgram(std::uint32_t pid) {
+    if (without_programs) {
+        errno = EACCES;
+        return nullptr;
+    }
+    return LinkedProgram(pid);
 }
 
-int __wrap_ParseToRawSocketInfo(const char *szPath, uint16_t uProtocol, TLIBCDList *pList) {
-    const int result = __real_ParseToRawSocketInfo(szPath, uProtocol, pList);
-    if (after_tables && std::string_view(szPath) == "/proc/net/udp6") {
+OwnedNames StandInTable(const Place &here, const char *path) {
+    OwnedNames lines = LinkedTable(here, path);
+    if (after_tables && std::string_view(path) == "/proc/net/udp6") {
         std::exchange(after_tables, nullptr)();
     }
-    return result;
+    return lines;
 }
 
-}  // extern "C"
+}  // namespace tavo
 
 namespace tavo::test {
 
@@ -73,14 +87,15 @@ namespace {
 
 // "8080 1 LISTEN 812", "8080 1 LISTEN ?", of the ports from 8000 to 8099.
 std::vector<std::string> Held() {
-    const SocketHolders holders = LookAtSockets();
-    EXPECT_TRUE(holders.known) << holders.problem;
+    const HeldPorts holders = ReadHeldPorts();
+    EXPECT_EQ(holders.problem, "");
     std::vector<std::string> texts;
     for (const tool::HeldSocket &socket : holders.sockets) {
         if (socket.port / 100 == 80) {
-            texts.push_back(std::to_string(socket.port) + ' ' + std::to_string(socket.protocol) +
-                            ' ' + StateName(socket) + ' ' +
-                            (socket.process ? std::to_string(socket.process->pid) : "?"));
+            texts.push_back(
+                std::to_string(socket.port) + ' ' + std::to_string(socket.protocol) + ' ' +
+                StateName(socket) + ' ' +
+                (socket.process != nullptr ? std::to_string(socket.process->pid) : "?"));
         }
     }
     return texts;
@@ -128,7 +143,7 @@ TEST_F(SocketHoldersTest, AreCalledAsTheyCallThemselvesWhereTheirProgramsCannotB
     const HeldSocket socket(AF_INET, SOCK_STREAM, 8000);
     ASSERT_EQ(prctl(PR_SET_NAME, "a (b)\n\n"), 0);
     without_programs = true;
-    const SocketHolders holders = LookAtSockets();
+    const HeldPorts holders = ReadHeldPorts();
     ASSERT_EQ(holders.sockets.size(), 1U);
     EXPECT_EQ(holders.sockets[0].process->program, "");
     EXPECT_EQ(holders.sockets[0].process->name, "a (b)\n\n");
@@ -273,7 +288,7 @@ TEST_F(SocketHoldersTest, BelongToAServiceByTheirNames) {
         process.program = kinship.program;
         process.name = process.program.substr(process.program.rfind('/') + 1);
         process.unit = kinship.unit;
-        const PortHolder service = {kinship.service, kinship.file, kinship.service, ""};
+        const Declarer service = {kinship.service, kinship.file, kinship.service, ""};
         EXPECT_EQ(programs.Owns(service, process), kinship.same)
             << kinship.program << ' ' << kinship.unit << ' ' << kinship.service;
     }

@@ -13,7 +13,6 @@
 #include "change/unified_diff.h"
 #include "lifecycle/change.h"
 #include "output/report.h"
-#include "ports/conflict_output.h"
 #include "ports/port_sources.h"
 
 namespace tavo::tool {

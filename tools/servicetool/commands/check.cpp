@@ -8,9 +8,8 @@
 #include "commands/commands.h"
 #include "output/text.h"
 #include "ports/check_file.h"
-#include "ports/conflict_output.h"
+#include "ports/port_query.h"
 #include "ports/port_sources.h"
-#include "ports/protocols.h"
 
 namespace tavo::tool {
 namespace {
@@ -85,7 +84,9 @@ void CheckPorts(const CheckOptions &options, Report &report) {
         answer.RaiseStatus(report);
         table.Add(answer.conflicts);
         verdicts += VerdictText(query, answer) + '\n';
-        report.AddResult(AnswerJson(query, answer));
+        if (report.PrintsJson()) {
+            report.AddResult(AnswerJson(query, answer));
+        }
     }
     report.Print(table.Text(!options.no_legend, report.Columns()));
     report.Print(verdicts);

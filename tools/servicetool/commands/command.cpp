@@ -8,7 +8,7 @@
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "output/text.h"
-#include "ports/port_pieces.h"
+#include "ports/port_query.h"
 
 namespace tavo::tool {
 

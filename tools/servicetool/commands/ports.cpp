@@ -11,7 +11,7 @@
 #include "picture/port_map.h"
 #include "picture/port_svg.h"
 #include "ports/port_claims.h"
-#include "ports/protocols.h"
+#include "ports/port_query.h"
 
 namespace tavo::tool {
 namespace {
@@ -41,7 +41,7 @@ Kinds ShownKinds(const PortsOptions &options) {
 }
 
 bool IsShown(const PortClaim &claim, Kinds kinds) {
-    return kinds == Kinds::kBoth || (kinds == Kinds::kHeld) == claim.socket.has_value();
+    return kinds == Kinds::kBoth || (kinds == Kinds::kHeld) == (claim.socket != nullptr);
 }
 
 // Who declares ports decides whether one that is held is in conflict.
@@ -53,11 +53,11 @@ KindsOfClaim KindsToRead(const PortsOptions &options) {
 constexpr char kUnknown[] = "unknown";
 
 std::string ServiceText(const PortClaim &claim) {
-    return !claim.socket && claim.holder == PortHolder{} ? kUnknown : claim.holder.name;
+    return claim.declarer == nullptr ? "" : claim.declarer->name;
 }
 
 const HoldingProcess *ProcessOf(const PortClaim &claim) {
-    return claim.socket && claim.socket->process ? &*claim.socket->process : nullptr;
+    return claim.socket == nullptr ? nullptr : claim.socket->process;
 }
 
 std::string PidText(const PortClaim &claim) {
@@ -71,12 +71,12 @@ std::string UserText(const PortClaim &claim) {
 }
 
 std::string StateText(const PortClaim &claim) {
-    return claim.socket ? StateName(*claim.socket) : "";
+    return claim.socket == nullptr ? "" : StateName(*claim.socket);
 }
 
 std::string ProcessText(const PortClaim &claim) {
     const HoldingProcess *process = ProcessOf(claim);
-    return process != nullptr ? process->name : claim.socket ? kUnknown : "";
+    return process != nullptr ? process->name : claim.socket != nullptr ? kUnknown : "";
 }
 
 std::string ProgramText(const PortClaim &claim) {
@@ -87,7 +87,9 @@ std::string ProgramText(const PortClaim &claim) {
 // Of a declaration the place, of a socket the program.
 std::string WhereText(const PortClaim &claim) {
     const HoldingProcess *process = ProcessOf(claim);
-    return process != nullptr ? process->program : claim.socket ? "" : claim.holder.place;
+    return process != nullptr        ? process->program
+           : claim.socket != nullptr ? ""
+                                     : claim.declarer->place;
 }
 
 // The port is marked where it, or one of the range, is in conflict.
@@ -144,15 +146,17 @@ std::string TableText(const std::vector<PortClaim> &claims, const PortClaims &al
 // Keys of what the claim has not are there with null, so that every result has the same ones.
 Json ClaimJson(const PortClaim &claim, Json conflict) {
     const HoldingProcess nobody;
+    const Declarer none;
     const HoldingProcess *known = ProcessOf(claim);
+    const Declarer &declarer = claim.declarer == nullptr ? none : *claim.declarer;
     const HoldingProcess &process = known == nullptr ? nobody : *known;
     return {{"protocol", ProtocolsText(claim.protocol)},
             {"start", claim.range.first},
             {"end", claim.range.last},
             {"source", claim.source},
-            {"service", TextOrNull(claim.holder.name)},
-            {"file", TextOrNull(claim.holder.file)},
-            {"entry", TextOrNull(claim.holder.entry)},
+            {"service", TextOrNull(declarer.name)},
+            {"file", TextOrNull(declarer.file)},
+            {"entry", TextOrNull(declarer.entry)},
             {"pid", known == nullptr ? Json(nullptr) : Json(process.pid)},
             {"program", TextOrNull(process.program)},
             {"process", TextOrNull(process.name)},
@@ -223,9 +227,11 @@ void Ports(const PortsOptions &options, Report &report) {
     if (options.conflicts) {
         AnswerWhetherThereAreConflicts(all, report);
     }
-    for (const PortClaim &claim : claims) {
-        report.AddResult(
-            ClaimJson(claim, read.declared ? Json(Collides(claim, all)) : Json(nullptr)));
+    if (report.PrintsJson()) {
+        for (const PortClaim &claim : claims) {
+            report.AddResult(
+                ClaimJson(claim, read.declared ? Json(Collides(claim, all)) : Json(nullptr)));
+        }
     }
     const bool only_svg = options.svg == kStandardOutput;
     if (options.map) {

@@ -10,7 +10,7 @@
 #include "output/table.h"
 #include "output/text.h"
 #include "ports/firewall_services.h"
-#include "ports/protocols.h"
+#include "ports/port_query.h"
 
 namespace tavo::tool {
 namespace {
@@ -75,8 +75,8 @@ OwnedPorts BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocol
 Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section) {
     Json json = {{"name", section.szName}, {"supported", service.supported}};
     if (service.file != nullptr) {
-        json.Merge(ServiceJson(service.file->path, NameOf(*service.file->folder),
-                               *service.file->conf, section));
+        json.Merge(ServiceJson(service.file->path, service.file->folder->name, *service.file->conf,
+                               section));
         return json;
     }
     const char *support_key = service.row->szSupportKey;

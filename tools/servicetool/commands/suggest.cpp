@@ -7,11 +7,9 @@
 
 #include "commands/commands.h"
 #include "output/text.h"
-#include "ports/ephemeral_ports.h"
-#include "ports/port_candidates.h"
+#include "ports/free_ports.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
-#include "ports/protocols.h"
 
 namespace tavo::tool {
 namespace {
@@ -67,7 +65,7 @@ std::optional<PortRanges> Suggestion::FreePorts() {
     }
     const std::uint32_t lowest = Near() <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1;
     wanted_ = {lowest, kHighestPort};
-    const PortAnswer taken = sources_.Ask({{wanted_}, protocols_}, {});
+    const PortAnswer taken = sources_.Ask({{wanted_}, protocols_});
     if (!problem.empty() || !taken.failed.empty()) {
         report_.Raise(Status::kFailed);
         return {};

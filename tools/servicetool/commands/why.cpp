@@ -9,11 +9,10 @@
 #include "commands/commands.h"
 #include "output/table.h"
 #include "output/text.h"
-#include "ports/conflict_output.h"
-#include "ports/port_account.h"
+#include "ports/port_claims.h"
+#include "ports/port_query.h"
 #include "ports/port_sentence.h"
 #include "ports/port_sources.h"
-#include "ports/protocols.h"
 
 namespace tavo::tool {
 namespace {
@@ -78,9 +77,9 @@ void RaiseStatus(PortVerdict verdict, Report &report) {
 
 // ---- The table
 
-std::string PlaceText(const DeclaredClaim &claim) {
+std::string PlaceText(const Declaration &claim) {
     const bool setting = claim.source == kSettingSource;
-    return setting ? claim.holder.entry + " in " + claim.holder.file : claim.holder.place;
+    return setting ? claim.declarer->entry + " in " + claim.declarer->file : claim.declarer->place;
 }
 
 class AccountTable {
@@ -106,10 +105,10 @@ void AccountTable::Add(const PortAccount &account) {
     if (account.reserved) {
         AddRow(account, {std::string(kReservedSource), "", "", "", "", "always taken"});
     }
-    for (const std::vector<DeclaredClaim> *claims : {&account.declared, &account.forwarded}) {
-        for (const DeclaredClaim &claim : *claims) {
+    for (const std::vector<Declaration> *claims : {&account.declared, &account.forwarded}) {
+        for (const Declaration &claim : *claims) {
             AddRow(account,
-                   {std::string(claim.source), claim.holder.name, "", "", "", PlaceText(claim)});
+                   {std::string(claim.source), claim.declarer->name, "", "", "", PlaceText(claim)});
         }
     }
     AddSockets(account);
@@ -120,10 +119,12 @@ void AccountTable::AddSockets(const PortAccount &account) {
     const std::size_t shown = std::min(account.held.size(), kMostSockets);
     for (std::size_t i = 0; i < shown; ++i) {
         const HeldSocket &socket = account.held[i];
-        const HoldingProcess process = socket.process.value_or(HoldingProcess{});
-        AddRow(account, {source, socket.process ? process.name : kUnknownHolder,
-                         socket.process ? std::to_string(process.pid) : "", process.user,
-                         StateName(socket), process.program});
+        if (const HoldingProcess *process = socket.process) {
+            AddRow(account, {source, process->name, std::to_string(process->pid), process->user,
+                             StateName(socket), process->program});
+        } else {
+            AddRow(account, {source, kUnknownHolder, "", "", StateName(socket), ""});
+        }
     }
     const std::size_t more = account.held.size() - shown;
     if (more != 0) {
@@ -144,18 +145,19 @@ std::string AccountTable::Text(bool header, std::size_t columns) const {
 
 // ---- JSON
 
-Json ClaimsJson(const std::vector<DeclaredClaim> &claims) {
-    return Json::ArrayOf(claims, [](const DeclaredClaim &claim) -> Json {
+Json ClaimsJson(const std::vector<Declaration> &claims) {
+    return Json::ArrayOf(claims, [](const Declaration &claim) -> Json {
         return {{"source", claim.source},
-                {"name", TextOrNull(claim.holder.name)},
-                {"file", TextOrNull(claim.holder.file)},
-                {"entry", TextOrNull(claim.holder.entry)}};
+                {"name", TextOrNull(claim.declarer->name)},
+                {"file", TextOrNull(claim.declarer->file)},
+                {"entry", TextOrNull(claim.declarer->entry)}};
     });
 }
 
 Json SocketJson(const HeldSocket &socket) {
-    const HoldingProcess process = socket.process.value_or(HoldingProcess{});
-    return {{"pid", socket.process ? Json(process.pid) : Json(nullptr)},
+    const HoldingProcess nobody;
+    const HoldingProcess &process = socket.process != nullptr ? *socket.process : nobody;
+    return {{"pid", socket.process != nullptr ? Json(process.pid) : Json(nullptr)},
             {"program", TextOrNull(process.program)},
             {"process", TextOrNull(process.name)},
             {"user", TextOrNull(process.user)},
@@ -184,12 +186,15 @@ void Why(const WhyOptions &options, Report &report) {
     const bool as_root = geteuid() == 0;
     AccountTable table;
     std::string sentences;
-    for (const PortAccount &account : ReadPortAccounts(targets, report)) {
+    const PortAccounts read = ReadPortAccounts(targets, report);
+    for (const PortAccount &account : read.accounts) {
         const std::string sentence = PortSentence(account, as_root);
         RaiseStatus(account.Verdict(), report);
         table.Add(account);
         sentences += Escaped(sentence) + '\n';
-        report.AddResult(AccountJson(account, sentence));
+        if (report.PrintsJson()) {
+            report.AddResult(AccountJson(account, sentence));
+        }
     }
     report.Print(table.Text(!options.no_legend, report.Columns()));
     report.Print(sentences);

@@ -14,15 +14,10 @@
 #include "input/input_file.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"
-#include "ports/protocols.h"
+#include "ports/port_query.h"
 
 namespace tavo::tool {
 namespace {
-
-constexpr ServiceFolder kServiceFolders[] = {
-    {TAVO_SERVICE_CONF_DIR_SYSTEM, "system", kSystemServiceDirectory},
-    {TAVO_SERVICE_CONF_DIR_PACKAGE, "package", kPackageServiceDirectory},
-};
 
 // The paths of files that have something left out. A [global] section that cannot be read takes no
 // service away.
@@ -280,10 +275,6 @@ FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report) {
     }
     std::reverse(contents.files.begin(), contents.files.end());
     return contents;
-}
-
-std::string_view NameOf(const tavo::ServiceFolder &folder) {
-    return ServiceFolders(folder.flag).front().name;
 }
 
 bool TellWhatIsMissing(const ServiceFile &file, Report &report, Severity severity) {

@@ -16,16 +16,6 @@
 
 namespace tavo::tool {
 
-// A folder that service files are looked for in.
-struct ServiceFolder {
-    int selector;           // TAVO_SERVICE_CONF_DIR_SYSTEM or _PACKAGE
-    std::string_view name;  // as it is called in tables and JSON
-    std::string_view path;
-};
-
-inline constexpr int kEveryServiceFolder =
-    TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
-
 // The service folders of the appliance that the bits of `selector` name, system first.
 std::vector<ServiceFolder> ServiceFolders(int selector);
 
@@ -54,9 +44,6 @@ struct FolderContents {
 // Reads the files of a folder, and reports one that cannot be listed. Only files of which something
 // is left out are linted.
 FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report);
-
-// The name that tables and JSON give to a service folder of the library.
-std::string_view NameOf(const tavo::ServiceFolder &folder);
 
 // Reports a service folder that cannot be listed; false when there was nothing to report. One that
 // is absent holds no service.

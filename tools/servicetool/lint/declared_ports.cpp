@@ -5,7 +5,7 @@
 #include <string>
 
 #include "output/text.h"
-#include "ports/port_pieces.h"
+#include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {

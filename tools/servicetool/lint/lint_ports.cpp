@@ -11,7 +11,7 @@
 
 #include "lint/lint_keys.h"
 #include "output/text.h"
-#include "ports/port_pieces.h"
+#include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {

@@ -1,7 +1,6 @@
 #include "output/table.h"
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 #include "output/text.h"
@@ -9,56 +8,67 @@
 namespace tavo::tool {
 namespace {
 
-constexpr std::string_view kGap = "  ";
+// Between columns, in blanks.
+constexpr std::size_t kGap = 2;
 constexpr std::string_view kCut = "...";
 
 // Narrower than this a cut text tells nothing, and the terminal may wrap the line.
 constexpr std::size_t kLeastColumns = 8;
 
-std::string CutTo(const std::string &cell, std::size_t columns) {
-    if (DisplayWidth(cell) <= columns) {
-        return cell;
-    }
-    return std::string(FirstColumns(cell, columns - kCut.size())) + std::string(kCut);
+void AppendCut(std::string &text, std::string_view cell, std::size_t columns) {
+    text += FirstColumns(cell, columns - kCut.size());
+    text += kCut;
 }
 
 }  // namespace
 
-Table::Table(std::vector<std::string> header) {
+Table::Table(std::vector<std::string> header) : columns_(header.size()) {
     Row(std::move(header));
 }
 
 void Table::Row(std::vector<std::string> cells) {
-    for (std::string &cell : cells) {
-        cell = cell.empty() ? "-" : Escaped(cell);
+    for (const std::string &cell : cells) {
+        const std::string escaped = cell.empty() ? "-" : Escaped(cell);
+        text_ += escaped;
+        cells_.push_back({text_.size(), DisplayWidth(escaped)});
     }
-    rows_.push_back(std::move(cells));
+}
+
+std::string_view Table::CellText(std::size_t number) const {
+    const std::size_t begin = number == 0 ? 0 : cells_[number - 1].end;
+    return std::string_view(text_).substr(begin, cells_[number].end - begin);
 }
 
 std::string Table::Text(bool header, std::size_t columns) const {
-    const std::size_t last = rows_.front().size() - 1;
-    const auto first_row = rows_.begin() + (header ? 0 : 1);
+    const std::size_t last = columns_ - 1;
+    const std::size_t first = header ? 0 : columns_;
     std::vector<std::size_t> widths(last, 0);
-    for (auto row = first_row; row != rows_.end(); ++row) {
-        for (std::size_t i = 0; i < last; ++i) {
-            widths[i] = std::max(widths[i], DisplayWidth((*row)[i]));
+    for (std::size_t number = first; number < cells_.size(); ++number) {
+        const std::size_t column = number % columns_;
+        if (column != last) {
+            widths[column] = std::max(widths[column], cells_[number].width);
         }
     }
     std::size_t left = 0;
     for (const std::size_t width : widths) {
-        left += width + kGap.size();
+        left += width + kGap;
     }
+    const std::size_t room = std::max(columns - std::min(columns, left), kLeastColumns);
     std::string text;
-    for (auto row = first_row; row != rows_.end(); ++row) {
-        for (std::size_t i = 0; i < last; ++i) {
-            const std::string &cell = (*row)[i];
-            text += cell + std::string(widths[i] - DisplayWidth(cell), ' ') + std::string(kGap);
+    text.reserve(text_.size() + cells_.size() / columns_ * left);
+    for (std::size_t number = first; number < cells_.size(); ++number) {
+        const std::size_t column = number % columns_;
+        const std::string_view cell = CellText(number);
+        if (column != last) {
+            text += cell;
+            text.append(widths[column] - cells_[number].width + kGap, ' ');
+        } else if (columns == 0 || cells_[number].width <= room) {
+            text += cell;
+            text += '\n';
+        } else {
+            AppendCut(text, cell, room);
+            text += '\n';
         }
-        const std::string &cell = (*row)[last];
-        text += columns == 0
-                    ? cell
-                    : CutTo(cell, std::max(columns - std::min(columns, left), kLeastColumns));
-        text += '\n';
     }
     return text;
 }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tavo::tool {
@@ -20,7 +21,16 @@ class Table {
     std::string Text(bool header, std::size_t columns) const;
 
   private:
-    std::vector<std::vector<std::string>> rows_;  // escaped; the header is the first
+    struct Cell {
+        std::size_t end;  // in the text, where the next one begins
+        std::size_t width;
+    };
+
+    std::string_view CellText(std::size_t number) const;
+
+    std::size_t columns_;
+    std::string text_;         // of all cells, escaped; the header is the first row
+    std::vector<Cell> cells_;  // row by row
 };
 
 }  // namespace tavo::tool

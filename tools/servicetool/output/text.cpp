@@ -121,6 +121,11 @@ class Utf8Locale {
     locale_t previous_;
 };
 
+// Printable ASCII takes one column each. Nearly all texts are that, and are measured without libc.
+bool IsPrintableAscii(char c) {
+    return c >= ' ' && c <= '~';
+}
+
 std::size_t Columns(char32_t code) {
     const int columns = wcwidth(static_cast<wchar_t>(code));
     return columns < 0 ? 1 : static_cast<std::size_t>(columns);
@@ -153,6 +158,10 @@ bool IsControl(char32_t code) {
 }
 
 std::string Escaped(std::string_view text) {
+    if (std::all_of(text.begin(), text.end(),
+                    [](char c) { return IsPrintableAscii(c) && c != '\\'; })) {
+        return std::string(text);
+    }
     std::string out;
     out.reserve(text.size());
     while (!text.empty()) {
@@ -164,6 +173,9 @@ std::string Escaped(std::string_view text) {
 }
 
 std::size_t DisplayWidth(std::string_view escaped) {
+    if (std::all_of(escaped.begin(), escaped.end(), IsPrintableAscii)) {
+        return escaped.size();
+    }
     const Utf8Locale utf8;
     std::size_t width = 0;
     while (!escaped.empty()) {

@@ -10,7 +10,7 @@
 
 #include "output/text.h"
 #include "picture/port_map.h"
-#include "ports/protocols.h"
+#include "ports/port_query.h"
 
 namespace tavo::tool {
 namespace {
@@ -207,11 +207,10 @@ std::string Opening(std::size_t height) {
 }  // namespace
 
 std::string ClaimText(const PortClaim &claim) {
-    if (!claim.socket) {
-        const std::string holder = HolderText(claim.holder);
-        return std::string(claim.source) + ' ' + (holder.empty() ? "unknown" : holder);
+    if (claim.socket == nullptr) {
+        return std::string(claim.source) + ' ' + DeclarerText(*claim.declarer);
     }
-    const std::optional<HoldingProcess> &process = claim.socket->process;
+    const HoldingProcess *process = claim.socket->process;
     std::string text = std::string(claim.source) + ' ';
     text += !process                   ? "of an unknown process"
             : process->program.empty() ? process->name

@@ -9,7 +9,7 @@
 #include "change/linted_file.h"
 #include "config_lines.h"
 #include "output/text.h"
-#include "ports/conflict_output.h"
+#include "ports/port_sources.h"
 #include "ports/section_queries.h"
 
 namespace tavo::tool {

@@ -135,7 +135,7 @@ std::string OriginText(const FirewallService &service) {
     if (service.row != nullptr) {
         return "built-in";
     }
-    return std::string(NameOf(*service.file->folder)) + '/' +
+    return std::string(service.file->folder->name) + '/' +
            std::filesystem::path(service.file->path).filename().string();
 }
 

@@ -9,27 +9,20 @@
 #include "ports/port_claims.h"
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <tuple>
-#include <utility>
-
-#include "ports/declared_claims.h"
-#include "ports/protocols.h"
-#include "ports/service_programs.h"
 
 namespace tavo::tool {
 namespace {
 
-// Of claims to the same port by the same source, those who declare it are in the order of their
-// names already, and sockets in that of their states.
-void Sort(std::vector<PortClaim> &claims) {
-    std::stable_sort(claims.begin(), claims.end(), [](const PortClaim &a, const PortClaim &b) {
-        return std::tie(a.range, a.protocol, a.source) < std::tie(b.range, b.protocol, b.source);
-    });
+bool ComesBefore(const PortClaim &a, const PortClaim &b) {
+    return std::tie(a.range, a.protocol, a.source) < std::tie(b.range, b.protocol, b.source);
 }
 
 bool Declares(const PortClaim &claim) {
-    return !claim.socket && claim.source != kForwardSource && !claim.holder.name.empty();
+    return claim.socket == nullptr && claim.source != kForwardSource &&
+           !claim.declarer->name.empty();
 }
 
 // In the order of their first ports.
@@ -53,7 +46,7 @@ struct Edge {
 std::vector<Edge> EdgesOf(const ClaimList &declared) {
     std::vector<Edge> edges;
     for (const PortClaim *claim : declared) {
-        const std::string_view service = ServiceName(claim->holder);
+        const std::string_view service = claim->declarer->service;
         edges.push_back({claim->range.first, 1, service});
         edges.push_back({claim->range.last + 1, -1, service});
     }
@@ -92,15 +85,16 @@ Listeners LookAtListeners(const SocketClaims &sockets, const ClaimList &declared
                           ProgramsOfServices &programs) {
     ProgramsOfServices::Services services;
     for (const PortClaim *claim : declared) {
-        services.push_back(&claim->holder);
+        services.push_back(claim->declarer);
     }
     Listeners listeners;
     for (PortClaim *claim : sockets) {
-        const std::optional<HoldingProcess> &process = claim->socket->process;
-        const ProgramsOfServices::Owner owner = process ? programs.OwnerAmong(services, *process)
-                                                        : ProgramsOfServices::Owner{.known = false};
+        const HoldingProcess *process = claim->socket->process;
+        const ProgramsOfServices::Owner owner = process != nullptr
+                                                    ? programs.OwnerAmong(services, *process)
+                                                    : ProgramsOfServices::Owner{.known = false};
         if (owner.service != nullptr) {
-            claim->holder = *owner.service;
+            claim->declarer = owner.service;
         } else if (Listens(*claim->socket)) {
             (owner.known ? listeners.strange : listeners.unknown) = true;
         }
@@ -112,7 +106,7 @@ std::map<std::uint32_t, SocketClaims> HeldFor(std::uint32_t protocol,
                                               std::vector<PortClaim> &claims) {
     std::map<std::uint32_t, SocketClaims> by_port;
     for (PortClaim &claim : claims) {
-        if (claim.protocol == protocol && claim.socket) {
+        if (claim.protocol == protocol && claim.socket != nullptr) {
             by_port[claim.range.first].push_back(&claim);
         }
     }
@@ -142,25 +136,204 @@ void Compare(std::uint32_t protocol, PortClaims &all) {
     all.unclear[protocol] = Merged(std::move(unclear));
 }
 
+void TellUnreadSockets(const HeldPorts &held, Report &report) {
+    if (!held.problem.empty()) {
+        report.TellError("", "unreadable", "who holds ports cannot be told: " + held.problem);
+    }
+}
+
 void AddDeclared(PortClaims &all, Report &report) {
-    DeclaredClaims declared = ReadDeclaredClaims({{{0, kHighestPort}}, TAVO_PROTO_BOTH}, report);
-    all.known = all.known && declared.known;
-    for (DeclaredClaim &claim : declared.claims) {
+    all.declared = ReadDeclaredPorts({{{0, kHighestPort}}, TAVO_PROTO_BOTH}, report);
+    all.known = all.known && all.declared.failed.empty();
+    for (const Declaration &declared : all.declared.declarations) {
         all.claims.push_back(
-            {claim.range, claim.protocol, claim.source, std::move(claim.holder), {}});
+            {declared.range, declared.protocol, declared.source, declared.declarer, nullptr});
     }
 }
 
 void AddHeld(PortClaims &all, Report &report) {
-    SocketHolders held = LookAtSockets();
-    if (!held.known) {
-        report.TellError("", "unreadable", "who holds ports cannot be told: " + held.problem);
-        all.known = false;
-    }
-    for (HeldSocket &socket : held.sockets) {
+    all.held = ReadHeldPorts();
+    TellUnreadSockets(all.held, report);
+    all.known = all.known && all.held.problem.empty();
+    for (const HeldSocket &socket : all.held.sockets) {
         all.claims.push_back(
-            {{socket.port, socket.port}, socket.protocol, kSocketSource, {}, std::move(socket)});
+            {{socket.port, socket.port}, socket.protocol, kSocketSource, nullptr, &socket});
     }
+}
+
+// ---- Accounts ----
+
+class Accounts {
+  public:
+    explicit Accounts(const std::vector<PortTarget> &targets);
+
+    void AddDeclared(const DeclaredPorts &declared);
+    void AddHeld(const HeldPorts &sockets);
+    void AddBound(Report &report);
+    void Conclude();
+
+    std::vector<PortAccount> &&Take() && { return std::move(accounts_); }
+
+  private:
+    std::vector<PortAccount *> AccountsIn(const PortRange &range, std::uint32_t protocol) const;
+    PortQuery SocketlessPorts(std::uint32_t protocol) const;
+    void AddBound(const PortAnswer &answer, std::uint32_t protocol);
+
+    std::vector<PortAccount> accounts_;
+    std::map<std::uint32_t, std::map<std::uint32_t, PortAccount *>> by_port_;  // of each protocol
+};
+
+Accounts::Accounts(const std::vector<PortTarget> &targets) : accounts_(targets.size()) {
+    for (std::size_t i = 0; i < targets.size(); ++i) {
+        const PortTarget &target = targets[i];
+        accounts_[i].port = target.port;
+        accounts_[i].protocol = target.protocol;
+        accounts_[i].reserved = target.port == kReservedPort;
+        by_port_[target.protocol][target.port] = &accounts_[i];
+    }
+}
+
+std::vector<PortAccount *> Accounts::AccountsIn(const PortRange &range,
+                                                std::uint32_t protocol) const {
+    std::vector<PortAccount *> found;
+    const auto accounts = by_port_.find(protocol);
+    if (accounts != by_port_.end()) {
+        const auto end = accounts->second.upper_bound(range.last);
+        for (auto account = accounts->second.lower_bound(range.first); account != end; ++account) {
+            found.push_back(account->second);
+        }
+    }
+    return found;
+}
+
+// What was asked for in several ranges may come in several.
+void Accounts::AddDeclared(const DeclaredPorts &declared) {
+    for (const Declaration &declaration : declared.declarations) {
+        for (PortAccount *account : AccountsIn(declaration.range, declaration.protocol)) {
+            auto &list =
+                declaration.source == kForwardSource ? account->forwarded : account->declared;
+            list.push_back(declaration);
+            list.back().range = {account->port, account->port};
+        }
+    }
+    for (PortAccount &account : accounts_) {
+        SortDeclarations(account.declared);
+        SortDeclarations(account.forwarded);
+        account.failed = declared.failed;
+    }
+}
+
+void Accounts::AddHeld(const HeldPorts &sockets) {
+    for (const HeldSocket &socket : sockets.sockets) {
+        for (PortAccount *account : AccountsIn({socket.port, socket.port}, socket.protocol)) {
+            account->held.push_back(socket);
+        }
+    }
+    for (PortAccount &account : accounts_) {
+        std::stable_partition(account.held.begin(), account.held.end(), Listens);
+        if (!sockets.problem.empty()) {
+            account.failed.push_back(kSocketSource);
+        }
+    }
+}
+
+PortQuery Accounts::SocketlessPorts(std::uint32_t protocol) const {
+    PortQuery query;
+    query.protocols = protocol;
+    for (const PortAccount &account : accounts_) {
+        if (account.protocol == protocol && account.held.empty()) {
+            query.items.push_back({account.port, account.port});
+        }
+    }
+    return query;
+}
+
+void Accounts::AddBound(const PortAnswer &answer, std::uint32_t protocol) {
+    PortRanges bound;
+    const bool unknown = !answer.failed.empty();
+    for (const PortConflict &conflict : answer.conflicts) {
+        if (conflict.source == kSocketSource) {
+            bound.push_back(conflict.range);
+        }
+    }
+    bound = Merged(std::move(bound));
+    for (PortAccount *account : AccountsIn({0, kHighestPort}, protocol)) {
+        const PortRange port = {account->port, account->port};
+        if (!account->held.empty()) {
+            continue;
+        }
+        if (!Overlap(bound, port).empty()) {
+            account->held.push_back({account->port, protocol, kNoState, {}});
+        } else if (unknown) {
+            account->failed.push_back(kSocketSource);
+        }
+    }
+}
+
+// The kernel's tables leave out a TCP socket that is bound but does not listen yet. The library,
+// asked whether a port is in use, knows of it, but not whose it is.
+void Accounts::AddBound(Report &report) {
+    PortSources sources(TAVO_PORT_CHECK_RUNTIME, report);
+    for (const std::uint32_t protocol : kProtocols) {
+        const PortQuery query = SocketlessPorts(protocol);
+        if (!query.items.empty()) {
+            AddBound(sources.Ask(query), protocol);
+        }
+    }
+}
+
+std::vector<const HoldingProcess *> HoldersOf(const std::vector<HeldSocket> &sockets) {
+    const bool listened_to = std::any_of(
+        sockets.begin(), sockets.end(),
+        [](const HeldSocket &socket) { return socket.process != nullptr && Listens(socket); });
+    std::set<const HoldingProcess *> known;
+    std::vector<const HoldingProcess *> holders;
+    for (const HeldSocket &socket : sockets) {
+        if (socket.process != nullptr && (Listens(socket) || !listened_to) &&
+            known.insert(socket.process).second) {
+            holders.push_back(socket.process);
+        }
+    }
+    return holders;
+}
+
+void FindStrangers(PortAccount &account, ProgramsOfServices &programs) {
+    ProgramsOfServices::Services services;
+    for (const Declaration &claim : account.declared) {
+        services.push_back(claim.declarer);
+    }
+    bool all_known = !account.HasUnknownHolder();
+    for (const HoldingProcess *process : account.holders) {
+        const ProgramsOfServices::Owner owner = programs.OwnerAmong(services, *process);
+        all_known = all_known && owner.known;
+        if (owner.service == nullptr && owner.known) {
+            account.strangers.push_back(process);
+        }
+    }
+    if (!account.strangers.empty()) {
+        account.same_service = false;
+    } else if (all_known) {
+        account.same_service = true;
+    }
+}
+
+void Accounts::Conclude() {
+    ProgramsOfServices programs;
+    for (PortAccount &account : accounts_) {
+        account.holders = HoldersOf(account.held);
+        if (!account.declared.empty() && !account.holders.empty()) {
+            FindStrangers(account, programs);
+        }
+    }
+}
+
+PortQuery QueryFor(const std::vector<PortTarget> &targets) {
+    PortQuery query;
+    for (const PortTarget &target : targets) {
+        query.items.push_back({target.port, target.port});
+        query.protocols |= target.protocol;
+    }
+    return query;
 }
 
 }  // namespace
@@ -170,10 +343,12 @@ PortClaims ReadPortClaims(KindsOfClaim kinds, Report &report) {
     if (kinds.declared) {
         AddDeclared(all, report);
     }
+    const auto declared = static_cast<std::ptrdiff_t>(all.claims.size());
     if (kinds.held) {
         AddHeld(all, report);
     }
-    Sort(all.claims);
+    std::inplace_merge(all.claims.begin(), all.claims.begin() + declared, all.claims.end(),
+                       ComesBefore);
     for (const std::uint32_t protocol : kProtocols) {
         Compare(protocol, all);
     }
@@ -201,8 +376,39 @@ std::vector<PortClaim> CollidingClaims(const PortClaims &all) {
             claims.back().range = range;
         }
     }
-    Sort(claims);
+    std::stable_sort(claims.begin(), claims.end(), ComesBefore);
     return claims;
+}
+
+// ---- Accounts ----
+
+PortVerdict PortAccount::Verdict() const {
+    if (reserved || !declared.empty() || !forwarded.empty() || !holders.empty()) {
+        return PortVerdict::kTaken;
+    }
+    return failed.empty() && held.empty() ? PortVerdict::kFree : PortVerdict::kUnknown;
+}
+
+bool PortAccount::HasUnknownHolder() const {
+    return std::any_of(held.begin(), held.end(),
+                       [](const HeldSocket &socket) { return socket.process == nullptr; });
+}
+
+PortAccounts ReadPortAccounts(const std::vector<PortTarget> &targets, Report &report) {
+    PortAccounts read;
+    Accounts accounts(targets);
+    read.declared = ReadDeclaredPorts(QueryFor(targets), report);
+    accounts.AddDeclared(read.declared);
+    read.held = ReadHeldPorts();
+    accounts.AddHeld(read.held);
+    if (read.held.problem.empty()) {
+        accounts.AddBound(report);
+    } else {
+        TellUnreadSockets(read.held, report);
+    }
+    accounts.Conclude();
+    read.accounts = std::move(accounts).Take();
+    return read;
 }
 
 }  // namespace tavo::tool

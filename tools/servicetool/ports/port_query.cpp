@@ -1,13 +1,10 @@
 #include "ports/port_query.h"
 
 #include <algorithm>
-#include <optional>
+#include <cstdlib>
 #include <utility>
 
 #include "output/text.h"
-#include "ports/port_pieces.h"
-#include "ports/protocols.h"
-#include "tavoserviceconf.h"
 
 namespace tavo::tool {
 namespace {
@@ -122,6 +119,122 @@ bool QueryReader::ReadProtocolWord(std::string_view word, std::uint32_t &protoco
 }
 
 }  // namespace
+
+// ---- Ranges ----
+
+PortRanges Merged(PortRanges ranges) {
+    std::sort(ranges.begin(), ranges.end());
+    PortRanges set;
+    for (const PortRange &range : ranges) {
+        if (set.empty() || range.first > set.back().last + 1) {
+            set.push_back(range);
+        } else {
+            set.back().last = std::max(set.back().last, range.last);
+        }
+    }
+    return set;
+}
+
+PortRanges Overlap(const PortRanges &set, const PortRange &range) {
+    PortRanges overlap;
+    auto next =
+        std::lower_bound(set.begin(), set.end(), range.first,
+                         [](const PortRange &one, std::uint32_t port) { return one.last < port; });
+    for (; next != set.end() && next->first <= range.last; ++next) {
+        overlap.push_back({std::max(next->first, range.first), std::min(next->last, range.last)});
+    }
+    return overlap;
+}
+
+PortRanges Without(const PortRanges &set, const PortRanges &taken) {
+    PortRanges left;
+    for (const PortRange &range : set) {
+        std::uint32_t next = range.first;
+        for (const PortRange &hole : Overlap(taken, range)) {
+            if (next < hole.first) {
+                left.push_back({next, hole.first - 1});
+            }
+            next = hole.last + 1;
+        }
+        if (next <= range.last) {
+            left.push_back({next, range.last});
+        }
+    }
+    return left;
+}
+
+std::size_t PortCount(const PortRanges &set) {
+    std::size_t count = 0;
+    for (const PortRange &range : set) {
+        count += range.last - range.first + 1;
+    }
+    return count;
+}
+
+std::string PortsText(const PortRange &range) {
+    const std::string first = std::to_string(range.first);
+    return range.first == range.last ? first : first + ':' + std::to_string(range.last);
+}
+
+std::string PortsText(const PortRanges &ranges) {
+    std::string text;
+    for (const PortRange &range : ranges) {
+        text += (text.empty() ? "" : ",") + PortsText(range);
+    }
+    return text;
+}
+
+// ---- Protocols ----
+
+std::vector<std::string> ProtocolNames(std::uint32_t flags) {
+    std::vector<std::string> names;
+    for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
+        if ((flags & static_cast<std::uint32_t>(row.nProto)) != 0) {
+            names.emplace_back(row.szName);
+        }
+    }
+    return names;
+}
+
+std::string ProtocolsText(std::uint32_t flags) {
+    std::string text;
+    for (const std::string &name : ProtocolNames(flags)) {
+        text += (text.empty() ? "" : ",") + name;
+    }
+    return text;
+}
+
+// ---- Pieces of port lists ----
+
+std::uint32_t PortOf(std::string_view text) {
+    return static_cast<std::uint32_t>(std::strtol(std::string(text).c_str(), nullptr, 10));
+}
+
+bool IsNumber(std::string_view text) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+std::string_view Significant(std::string_view digits) {
+    return digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
+}
+
+std::string PortFix(std::string_view item) {
+    const std::size_t dash = item.find_first_of("-.");
+    const std::size_t behind = item.find_last_of("-.");
+    if (dash != std::string_view::npos) {
+        const std::string_view start = TrimBlanks(item.substr(0, dash));
+        const std::string_view end = TrimBlanks(item.substr(behind + 1));
+        if (IsNumber(start) && IsNumber(end) && item.size() < 20) {
+            return "write " + std::string(start) + ':' + std::string(end);
+        }
+    }
+    if (item.find_first_not_of("0123456789:; \t") == std::string_view::npos) {
+        return "put commas between ports, and no blanks into a range";
+    }
+    return {};
+}
+
+// ---- Questions ----
 
 std::string QueryText(const PortQuery &query) {
     return PortsText(query.items) + '/' + ProtocolsText(query.protocols);

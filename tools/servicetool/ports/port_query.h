@@ -1,17 +1,92 @@
-// PORTS[/PROTOCOLS], as people ask for ports: the notation of service files, taken strictly. What
-// lint would call doubtful in a file, such as port 0, is a mistake here.
+// Ports as people and service files write them: ranges, sets of ranges, protocols, and questions in
+// the notation PORTS[/PROTOCOLS].
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_QUERY_H
 #define TAVO_SERVICETOOL_PORTS_PORT_QUERY_H
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
-#include "ports/port_ranges.h"
+#include "config_lines.h"
+#include "tavoserviceconf.h"
 
 namespace tavo::tool {
 
+// ---- Ranges. A set of ports is ascending ranges that neither overlap nor touch. ----
+
+inline constexpr std::uint32_t kHighestPort = 65535;
+
+struct PortRange {
+    std::uint32_t first;
+    std::uint32_t last;  // at least `first`
+    auto operator<=>(const PortRange &) const = default;
+};
+
+using PortRanges = std::vector<PortRange>;
+
+// The set of the ports of any ranges.
+PortRanges Merged(PortRanges ranges);
+
+// The ports of a set that lie in `range`.
+PortRanges Overlap(const PortRanges &set, const PortRange &range);
+
+// The ports of a set that are not in `taken`, a set.
+PortRanges Without(const PortRanges &set, const PortRanges &taken);
+
+// How many ports there are in a set.
+std::size_t PortCount(const PortRanges &set);
+
+// "80", "1000:2000".
+std::string PortsText(const PortRange &range);
+
+// The same of several, with commas between.
+std::string PortsText(const PortRanges &ranges);
+
+// ---- Protocols ----
+
+// The flag words of one protocol each.
+inline constexpr std::uint32_t kProtocols[] = {TAVO_PROTO_TCP, TAVO_PROTO_UDP};
+
+// "tcp", "udp" or both, in the order of the library's protocol map.
+std::vector<std::string> ProtocolNames(std::uint32_t flags);
+
+// The same with commas between: "tcp,udp".
+std::string ProtocolsText(std::uint32_t flags);
+
+// ---- Pieces of port lists ----
+
+// Calls look(piece) for each piece of `text` between commas, blanks around it taken off.
+template <typename Look>
+void ForEachPiece(std::string_view text, Look look) {
+    for (;;) {
+        const std::size_t comma = text.find(',');
+        look(TrimBlanks(text.substr(0, comma)));
+        if (comma == std::string_view::npos) {
+            return;
+        }
+        text.remove_prefix(comma + 1);
+    }
+}
+
+// The low 32 bits of the number: what the library reads, also where digits run beyond them.
+std::uint32_t PortOf(std::string_view text);
+
+// Whether `text` is decimal digits and nothing else.
+bool IsNumber(std::string_view text);
+
+// The digits of a number without its leading zeros.
+std::string_view Significant(std::string_view digits);
+
+// What may be meant by an item of a port list that is no port; empty when nothing is plain.
+std::string PortFix(std::string_view item);
+
+// ---- Questions ----
+
+// PORTS[/PROTOCOLS]: the notation of service files, taken strictly. What lint would call doubtful
+// in a file, such as port 0, is a mistake here.
 struct PortQuery {
     PortRanges items;             // as they were named, each range in order
     std::uint32_t protocols = 0;  // protocol flag word

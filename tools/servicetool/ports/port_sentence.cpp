@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "output/text.h"
+#include "ports/port_query.h"
 #include "ports/port_sources.h"
-#include "ports/protocols.h"
 
 namespace tavo::tool {
 namespace {
@@ -44,53 +44,50 @@ std::string FirstOf(Texts texts) {
 }
 
 // "nginx (pid 812)".
-Texts ProcessTexts(const std::vector<HoldingProcess> &processes) {
+Texts ProcessTexts(const std::vector<const HoldingProcess *> &processes) {
     Texts texts;
-    for (const HoldingProcess &process : processes) {
-        const std::string name = process.name.empty() ? "a process" : Shortened(process.name);
-        texts.push_back(name + " (pid " + std::to_string(process.pid) + ')');
+    for (const HoldingProcess *process : processes) {
+        const std::string name = process->name.empty() ? "a process" : Shortened(process->name);
+        texts.push_back(name + " (pid " + std::to_string(process->pid) + ')');
     }
     return texts;
 }
 
-std::string PlaceText(const DeclaredClaim &claim) {
-    const PortHolder &holder = claim.holder;
-    return claim.source == kSettingSource ? holder.entry + " in " + holder.file
-                                          : Shortened(holder.place);
+std::string PlaceText(const Declaration &claim) {
+    const Declarer &declarer = *claim.declarer;
+    return claim.source == kSettingSource ? declarer.entry + " in " + declarer.file
+                                          : Shortened(declarer.place);
 }
 
-std::string DeclarerText(const DeclaredClaim &claim) {
-    const PortHolder &holder = claim.holder;
-    if (holder.name.empty()) {
-        return "a service that cannot be named";
-    }
+std::string DeclarerText(const Declaration &claim) {
+    const std::string name = InQuotes(claim.declarer->name);
     if (claim.source == kSettingSource) {
-        return InQuotes(holder.name) + " (" + PlaceText(claim) + ')';
+        return name + " (" + PlaceText(claim) + ')';
     }
-    return holder.file.empty() ? "built-in " + InQuotes(holder.name)
-                               : InQuotes(holder.name) + " in " + PlaceText(claim);
+    return claim.declarer->file.empty() ? "built-in " + name : name + " in " + PlaceText(claim);
 }
 
 // Where a service declares the port once more, and its name if that is another one there.
-std::string OtherPlaceText(const DeclaredClaim &claim, const DeclaredClaim &first) {
+std::string OtherPlaceText(const Declaration &claim, const Declaration &first) {
     const std::string place = PlaceText(claim);
-    return claim.holder.name == first.holder.name ? place
-                                                  : InQuotes(claim.holder.name) + ", " + place;
+    return claim.declarer->name == first.declarer->name
+               ? place
+               : InQuotes(claim.declarer->name) + ", " + place;
 }
 
 // Each service once: "built-in 'ftp' (also ftpport in /etc/tavoinfo.conf)".
-Texts DeclarerTexts(const std::vector<DeclaredClaim> &claims) {
-    std::vector<const DeclaredClaim *> firsts;
+Texts DeclarerTexts(const std::vector<Declaration> &claims) {
+    std::vector<const Declaration *> firsts;
     std::vector<Texts> places;
-    for (const DeclaredClaim &claim : claims) {
+    for (const Declaration &claim : claims) {
         const auto first =
-            std::find_if(firsts.begin(), firsts.end(), [&claim](const DeclaredClaim *known) {
-                return ServiceName(known->holder) == ServiceName(claim.holder);
+            std::find_if(firsts.begin(), firsts.end(), [&claim](const Declaration *known) {
+                return known->declarer->service == claim.declarer->service;
             });
         if (first == firsts.end()) {
             firsts.push_back(&claim);
             places.emplace_back();
-        } else if (!claim.holder.name.empty()) {
+        } else {
             places[static_cast<std::size_t>(first - firsts.begin())].push_back(
                 OtherPlaceText(claim, **first));
         }
@@ -103,18 +100,14 @@ Texts DeclarerTexts(const std::vector<DeclaredClaim> &claims) {
     return texts;
 }
 
-std::string RuleText(const PortHolder &rule) {
-    if (rule.entry.empty()) {
-        return "a forwarding rule that cannot be named";
-    }
+std::string RuleText(const Declarer &rule) {
     return "forwarding rule " + Shortened(rule.entry) +
            (rule.name.empty() ? "" : " for " + InQuotes(rule.name));
 }
 
 // With the protocol and the ports: the port may be the router's, and the protocol another one.
-std::string DetailedRuleText(const DeclaredClaim &claim) {
-    return RuleText(claim.holder) +
-           (claim.detail.empty() ? "" : " (" + Shortened(claim.detail) + ')');
+std::string DetailedRuleText(const Declaration &claim) {
+    return RuleText(*claim.declarer) + " (" + Shortened(claim.declarer->detail) + ')';
 }
 
 // What one source tells of, and what is open where it cannot tell.
@@ -173,8 +166,8 @@ Sentence::Sentence(const PortAccount &account, bool as_root)
       as_root_(as_root),
       holders_(ProcessTexts(account.holders)),
       declarers_(DeclarerTexts(account.declared)) {
-    for (const DeclaredClaim &claim : account.forwarded) {
-        rules_.push_back(RuleText(claim.holder));
+    for (const Declaration &claim : account.forwarded) {
+        rules_.push_back(RuleText(*claim.declarer));
     }
     doubts_ = Doubts();
 }
@@ -185,8 +178,9 @@ bool Sentence::HasFailed(std::string_view source) const {
 }
 
 bool Sentence::IsListenedTo() const {
-    return std::any_of(account_.held.begin(), account_.held.end(),
-                       [](const HeldSocket &socket) { return socket.process && Listens(socket); });
+    return std::any_of(account_.held.begin(), account_.held.end(), [](const HeldSocket &socket) {
+        return socket.process != nullptr && Listens(socket);
+    });
 }
 
 // With a word between those who hold the port and what they do there.
@@ -319,7 +313,7 @@ std::string Sentence::HeldOnly() const {
 // That nobody listens need not be wrong: a rule names both ports for both protocols.
 std::string Sentence::ForwardedOnly() const {
     Texts rules;
-    for (const DeclaredClaim &claim : account_.forwarded) {
+    for (const Declaration &claim : account_.forwarded) {
         rules.push_back(DetailedRuleText(claim));
     }
     const bool may_be_held = account_.HasUnknownHolder() || HasFailed(kSocketSource);

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "ports/port_account.h"
+#include "ports/port_claims.h"
 
 namespace tavo::tool {
 

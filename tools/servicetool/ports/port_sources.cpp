@@ -1,17 +1,19 @@
 #include "ports/port_sources.h"
 
+#include <algorithm>
 #include <map>
 #include <new>
-#include <utility>
 
 #include "engine/conflicts.h"
-#include "input/library_log.h"
-#include "input/service_file.h"
-#include "output/diagnostic.h"
+#include "output/table.h"
+#include "output/text.h"
 #include "ports/source_failure.h"
 
 namespace tavo::tool {
 namespace {
+
+// In a line of a table.
+constexpr std::size_t kMostDeclarers = 5;
 
 // The requests as the engine takes them, with what they point to.
 class Questions {
@@ -45,62 +47,21 @@ class Questions {
     std::vector<PortQuestion> questions_;
 };
 
-std::string_view SourceName(int flag) {
-    for (const PortSource &source : kPortSources) {
-        if (source.flag == flag) {
-            return source.name;
-        }
-    }
-    return kReservedSource;
-}
-
-// "built-in", "system/FILE" or "package/FILE".
-std::string FolderAndName(const std::string &path) {
-    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
-        if (path.starts_with(folder.path)) {
-            return std::string(folder.name) + path.substr(folder.path.size());
-        }
-    }
-    return "built-in";
-}
-
-// One that declares the ports; for sockets and the reserved port none does.
-PortHolder HolderOf(const TakenPorts &taken) {
-    const PortDeclarer &declarer = taken.declarer;
-    const auto text = [](const char *part) { return std::string(part == nullptr ? "" : part); };
-    PortHolder holder = {text(declarer.name), text(declarer.file), text(declarer.entry), ""};
-    switch (taken.source) {
-        case TAVO_PORT_CHECK_PORT_FORWARD:
-            holder.place = "rule " + holder.entry +
-                           (text(declarer.title).empty() ? "" : ", " + text(declarer.title));
-            break;
-        case TAVO_PORT_CHECK_FW_SERVICE:
-            holder.place = FolderAndName(holder.file);
-            break;
-        default:
-            holder.place = holder.entry;
-            break;
-    }
-    return holder;
-}
-
 // Groups what one source has of one request into rows: a port that several declare as part of
 // different ranges has a row for each range.
 class Rows {
   public:
     void Add(const TakenPorts &taken) {
-        const PortRange range = {static_cast<std::uint32_t>(taken.range.nLow),
-                                 static_cast<std::uint32_t>(taken.range.nHigh)};
-        by_range_[range][HolderOf(taken)] |= taken.protocols;
+        by_range_[RangeOf(taken)][DeclarerOf(taken)] |= taken.protocols;
     }
 
     void MoveTo(std::string_view source, std::vector<PortConflict> &conflicts) && {
-        for (auto &[range, holders] : by_range_) {
-            std::map<std::uint32_t, std::vector<PortHolder>> by_protocols;
-            for (const auto &[holder, protocols] : holders) {
-                std::vector<PortHolder> &named = by_protocols[protocols];
-                if (holder != PortHolder{}) {
-                    named.push_back(holder);
+        for (auto &[range, declarers] : by_range_) {
+            std::map<std::uint32_t, std::vector<Declarer>> by_protocols;
+            for (const auto &[declarer, protocols] : declarers) {
+                std::vector<Declarer> &named = by_protocols[protocols];
+                if (declarer != Declarer{}) {
+                    named.push_back(declarer);
                 }
             }
             for (auto &[protocols, named] : by_protocols) {
@@ -110,7 +71,7 @@ class Rows {
     }
 
   private:
-    std::map<PortRange, std::map<PortHolder, std::uint32_t>> by_range_;
+    std::map<PortRange, std::map<Declarer, std::uint32_t>> by_range_;
 };
 
 // The records come by source, so each source's rows are complete when the next one begins.
@@ -127,7 +88,48 @@ void AddConflicts(std::span<const TakenPorts> taken, std::vector<PortAnswer> &an
     }
 }
 
+Json DeclarerJson(const Declarer &declarer) {
+    return {{"name", TextOrNull(declarer.name)},
+            {"file", TextOrNull(declarer.file)},
+            {"entry", TextOrNull(declarer.entry)}};
+}
+
+std::string DeclaredByText(const PortConflict &conflict) {
+    if (conflict.source == kSocketSource) {
+        return "in use now";
+    }
+    if (conflict.source == kReservedSource) {
+        return "always taken";
+    }
+    std::string text;
+    const std::size_t shown = std::min(conflict.declarers.size(), kMostDeclarers);
+    for (std::size_t i = 0; i < shown; ++i) {
+        text += (text.empty() ? "" : ", ") + DeclarerText(conflict.declarers[i]);
+    }
+    const std::size_t more = conflict.declarers.size() - shown;
+    return more == 0 ? text : text + " and " + std::to_string(more) + " more";
+}
+
 }  // namespace
+
+std::string_view SourceName(int flag) {
+    const auto source = std::find_if(std::begin(kPortSources), std::end(kPortSources),
+                                     [flag](const PortSource &one) { return one.flag == flag; });
+    return source == std::end(kPortSources) ? kReservedSource : source->name;
+}
+
+std::string_view VerdictName(PortVerdict verdict) {
+    return verdict == PortVerdict::kFree    ? "free"
+           : verdict == PortVerdict::kTaken ? "taken"
+                                            : "unknown";
+}
+
+PortRange RangeOf(const TakenPorts &taken) {
+    return {static_cast<std::uint32_t>(taken.range.nLow),
+            static_cast<std::uint32_t>(taken.range.nHigh)};
+}
+
+// ---- Answers ----
 
 PortVerdict PortAnswer::Verdict() const {
     if (!conflicts.empty()) {
@@ -146,53 +148,61 @@ void PortAnswer::RaiseStatus(Report &report) const {
 }
 
 std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &requests) {
-    if (requests.empty()) {
-        return {};
-    }
-    const Questions questions(requests, flags_);
     PortConflicts found;
-    if (!found.Find(questions.All())) {
-        throw std::bad_alloc();
-    }
+    std::vector<FailedSources> failed = Find(requests, found);
     std::vector<PortAnswer> answers(requests.size());
     AddConflicts(found.Taken(), answers);
-    AddFailures(found, answers);
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        answers[i].failed = std::move(failed[i]);
+    }
     return answers;
 }
 
-void PortSources::AddFailures(const PortConflicts &found, std::vector<PortAnswer> &answers) {
+std::vector<FailedSources> PortSources::Find(const std::vector<PortRequest> &requests,
+                                             PortConflicts &found) {
+    std::vector<FailedSources> failed(requests.size());
+    if (requests.empty()) {
+        return failed;
+    }
+    const Questions questions(requests, flags_);
+    if (!found.Find(questions.All())) {
+        throw std::bad_alloc();
+    }
     for (const PortSource &source : kPortSources) {
         if ((flags_ & source.flag) != 0) {
-            AddFailures(source, found, answers);
+            AddFailures(source, found, failed);
         }
     }
+    return failed;
 }
+
+// ---- Failures ----
 
 // Of the rules, only the first failure of each request is reported: a file with one mistake in
 // every rule is one problem.
 void PortSources::AddFailures(const PortSource &source, const PortConflicts &found,
-                              std::vector<PortAnswer> &answers) {
+                              std::vector<FailedSources> &failed) {
     const bool rules = source.flag == TAVO_PORT_CHECK_PORT_FORWARD;
     const bool files_known = source.flag != TAVO_PORT_CHECK_FW_SERVICE ||
                              TellUnreadServiceFiles(*found.Services(), report_);
-    bool failed = false;
-    for (PortAnswer &answer : answers) {
+    for (FailedSources &sources : failed) {
         if (!files_known) {
-            answer.failed.push_back(source.name);
+            sources.push_back(source.name);
         }
     }
     if (source.flag == TAVO_PORT_CHECK_SYS_KEY) {
         TellIgnoredLines(source);
     }
+    bool any = false;
     for (const SourceFailure &failure : found.Failures()) {
         if (failure.source != source.flag) {
             continue;
         }
-        failed = true;
-        PortAnswer &answer = answers[failure.question];
-        const bool first = answer.failed.empty() || answer.failed.back() != source.name;
+        any = true;
+        FailedSources &sources = failed[failure.question];
+        const bool first = sources.empty() || sources.back() != source.name;
         if (first) {
-            answer.failed.push_back(source.name);
+            sources.push_back(source.name);
         }
         // What a file that was reported already leaves unknown is not reported again.
         if ((first || !rules) &&
@@ -200,9 +210,17 @@ void PortSources::AddFailures(const PortSource &source, const PortConflicts &fou
             TellOnce(WhyUnknown(failure));
         }
     }
-    if (rules && !failed) {
+    if (rules && !any) {
         TellIgnoredLines(source);
     }
+}
+
+void PortSources::Fail(const SourceFailure &failure, FailedSources &failed) {
+    const std::string_view source = SourceName(failure.source);
+    if (std::find(failed.begin(), failed.end(), source) == failed.end()) {
+        failed.push_back(source);
+    }
+    TellOnce(WhyUnknown(failure));
 }
 
 void PortSources::TellIgnoredLines(const PortSource &source) {
@@ -216,6 +234,59 @@ void PortSources::TellOnce(Diagnostic diagnostic) {
     if (told_.insert(DiagnosticText(diagnostic, false, 0)).second) {
         report_.Tell(std::move(diagnostic));
     }
+}
+
+// ---- Output ----
+
+std::string VerdictText(const PortQuery &query, const PortAnswer &answer) {
+    const std::string what =
+        Shortened(PortsText(query.items)) + '/' + ProtocolsText(query.protocols);
+    const PortVerdict verdict = answer.Verdict();
+    if (verdict != PortVerdict::kUnknown) {
+        return what + " is " + std::string(VerdictName(verdict));
+    }
+    std::string failed;
+    for (const std::string_view source : answer.failed) {
+        failed += (failed.empty() ? "" : ", ") + std::string(source);
+    }
+    return what + ": cannot tell (" + failed + ')';
+}
+
+Json ConflictJson(const PortConflict &conflict) {
+    return {{"start", conflict.range.first},
+            {"end", conflict.range.last},
+            {"protocols", ProtocolNames(conflict.protocols)},
+            {"source", conflict.source},
+            {"declared_by", Json::ArrayOf(conflict.declarers, DeclarerJson)},
+            {"exact", true}};
+}
+
+void ConflictTable::Add(const std::vector<PortConflict> &conflicts, const std::string &section) {
+    for (const PortConflict &conflict : conflicts) {
+        Cells cells = {PortsText(conflict.range), ProtocolsText(conflict.protocols),
+                       std::string(conflict.source), DeclaredByText(conflict)};
+        if (sections_ == Sections::kYes) {
+            cells.insert(cells.begin(), section);
+        }
+        if (known_.insert(cells).second) {
+            rows_.push_back(std::move(cells));
+        }
+    }
+}
+
+std::string ConflictTable::Text(bool header, std::size_t columns) const {
+    if (rows_.empty()) {
+        return {};
+    }
+    Cells titles = {"PORT", "PROTO", "SOURCE", "DECLARED BY"};
+    if (sections_ == Sections::kYes) {
+        titles.insert(titles.begin(), "SECTION");
+    }
+    Table table(std::move(titles));
+    for (const Cells &cells : rows_) {
+        table.Row(cells);
+    }
+    return table.Text(header, columns);
 }
 
 }  // namespace tavo::tool

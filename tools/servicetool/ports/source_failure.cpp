@@ -14,6 +14,7 @@
 #include "input/input_file.h"
 #include "input/library_failure.h"
 #include "input/service_file.h"
+#include "model/port_text.h"
 #include "output/text.h"
 #include "ports/firewall_services.h"
 
@@ -144,34 +145,22 @@ bool TellUnreadFile(const std::string &path, bool whole, Report &report) {
 
 // ---- Settings ----
 
-Diagnostic UnreadSettings(const std::string &problem) {
-    return Error(kSettingsFile, "unreadable", "settings cannot be asked for ports: " + problem);
-}
-
-// The line of a key whose value is no port.
-std::optional<ConfigLine> BadLineOfKey(std::string_view text, std::string_view key) {
-    const std::optional<ConfigLine> found = FindLine(text, "", key);
-    const bool bad = found && !found->value.empty() &&
-                     TAVOServiceConfPortsCheck(std::string(found->value).c_str()) != 1;
-    return bad ? found : std::nullopt;
-}
-
-Diagnostic BadSetting(const ConfigLine &line) {
-    return AtSpot(kSettingsFile, line, line.value,
-                  Error("", "bad-setting",
-                        Quoted(line.value) + " is no port number for " + std::string(line.name),
-                        "name a port from 1 to 65535, or take the key away"));
-}
-
 Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
-    const FileContents contents = ReadRegularFile(failure.declarer.file);
+    const FileContents contents = ReadRegularFile(kSettingsFile);
     if (!contents.problem.empty()) {
-        return UnreadSettings(contents.problem);
+        return Error(kSettingsFile, "unreadable",
+                     "settings cannot be asked for ports: " + contents.problem);
     }
-    if (const auto line = BadLineOfKey(contents.text, failure.declarer.entry)) {
-        return BadSetting(*line);
+    const std::optional<ConfigLine> line = FindLine(contents.text, "", failure.declarer.entry);
+    uint32_t port = 0;
+    if (line && !line->value.empty() && !ReadPortNumber(std::string(line->value).c_str(), port)) {
+        return AtSpot(
+            kSettingsFile, *line, line->value,
+            Error("", "bad-setting",
+                  Quoted(line->value) + " is no port number for " + std::string(line->name),
+                  "name a port from 1 to 65535, or take the key away"));
     }
-    return Error(failure.declarer.file, "failed",
+    return Error(kSettingsFile, "failed",
                  std::string(failure.declarer.entry) + " cannot be told" +
                      Because(SystemReason(failure.code)));
 }
@@ -240,34 +229,14 @@ bool FindIgnoredLines(int source, Diagnostic &finding) {
     return true;
 }
 
-// The library takes a key that it cannot read for one that is absent.
-bool FindUnknownSetting(std::string_view key, std::uint32_t port, Diagnostic &finding) {
-    const FileContents contents = ReadRegularFile(kSettingsFile);
-    if (!contents.problem.empty() && !contents.absent) {
-        finding = UnreadSettings(contents.problem);
-        return true;
-    }
-    if (const std::optional<ConfigLine> line = BadLineOfKey(contents.text, key)) {
-        finding = BadSetting(*line);
-        return true;
-    }
-    const std::optional<ConfigLine> line = FindLine(contents.text, "", key);
-    const bool lost = port == 0 && line && !line->value.empty() &&
-                      line->value.find_first_not_of('0') != std::string_view::npos;
-    if (lost) {
-        finding = Error(kSettingsFile, "failed", std::string(key) + " cannot be told");
-    }
-    return lost;
-}
-
 bool TellUnreadServiceFiles(const ServiceCatalogue &catalogue, Report &report) {
     const auto &omissions = catalogue.report.Omissions();
     bool complete = true;
-    for (const tavo::ServiceFolder &folder : tavo::kServiceFolders) {
+    for (const ServiceFolder &folder : kServiceFolders) {
         const LeftOut *unlisted =
             std::find_if(omissions.begin(), omissions.end(), [&folder](const LeftOut &omission) {
                 return omission.row == nullptr && omission.path == nullptr &&
-                       omission.folder->flag == folder.flag;
+                       omission.folder->selector == folder.selector;
             });
         const unsigned int code = unlisted != omissions.end() ? unlisted->reading.Fault() : 0;
         complete = !TellUnlistedFolder(folder.path, code, report) && complete;

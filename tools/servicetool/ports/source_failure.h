@@ -2,9 +2,6 @@
 #ifndef TAVO_SERVICETOOL_PORTS_SOURCE_FAILURE_H
 #define TAVO_SERVICETOOL_PORTS_SOURCE_FAILURE_H
 
-#include <cstdint>
-#include <string_view>
-
 #include "base/system_files.h"
 #include "engine/conflicts.h"
 #include "output/diagnostic.h"
@@ -20,10 +17,6 @@ Diagnostic WhyUnknown(const SourceFailure &failure);
 // Lines of the rules or the settings, one of TAVO_PORT_CHECK_*, that the readers ignore without a
 // word. Returns false when there is nothing to report.
 bool FindIgnoredLines(int source, Diagnostic &finding);
-
-// Whether it is unknown which port a key of the settings names, although the library read `port`
-// from it, 0 for none. Returns false when there is nothing to report.
-bool FindUnknownSetting(std::string_view key, std::uint32_t port, Diagnostic &finding);
 
 // Reports the service files and folders that could not be read, as errors, and the services that
 // are left out of the others, as warnings: they declare nothing. Returns false after an error.

@@ -1,6 +1,9 @@
-#include "ports/port_candidates.h"
+#include "ports/free_ports.h"
 
+#include <sstream>
 #include <vector>
+
+#include "input/input_file.h"
 
 namespace tavo::tool {
 namespace {
@@ -53,6 +56,20 @@ PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t n
         block.push_back({first, first + static_cast<std::uint32_t>(size) - 1});
     }
     return block;
+}
+
+std::string ReadEphemeralPorts(const std::string &path, PortRange &range) {
+    const FileContents contents = ReadRegularFile(path);
+    if (!contents.problem.empty()) {
+        return contents.problem;
+    }
+    std::istringstream text(contents.text);
+    PortRange read{};
+    if (!(text >> read.first >> read.last) || read.first > read.last || read.last > kHighestPort) {
+        return "holds no range of ports";
+    }
+    range = read;
+    return {};
 }
 
 }  // namespace tavo::tool

@@ -1,0 +1,269 @@
+#include "ports/held_ports.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <tuple>
+
+#include "base/system_files.h"
+#include "check/held_sockets.h"
+#include "input/input_file.h"
+#include "input/library_failure.h"
+#include "input/library_owners.h"
+#include "output/text.h"
+#include "tavoserviceconf.h"
+
+namespace tavo::tool {
+namespace {
+
+// ---- Processes ----
+
+// After the link to an executable that is not there any more, as after an update.
+constexpr std::string_view kDeleted = " (deleted)";
+
+constexpr std::string_view kUnitSuffix = ".service";
+
+std::string_view LastPart(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+std::string_view WithoutSuffix(std::string_view text, std::string_view suffix) {
+    return text.substr(0, text.size() - (text.ends_with(suffix) ? suffix.size() : 0));
+}
+
+// A process may call itself anything, with line ends, too; the last one is not part of it.
+std::string OwnNameOf(const std::string &folder) {
+    return std::string(WithoutSuffix(ReadRegularFile(folder + "comm").text, "\n"));
+}
+
+std::string UserName(uid_t user) {
+    constexpr std::size_t kRecord = 16384;  // texts of one user: far more than there ever are
+    const auto texts = std::make_unique<char[]>(kRecord);
+    passwd record{};
+    passwd *found = nullptr;
+    const int error = getpwuid_r(user, &record, texts.get(), kRecord, &found);
+    return error != 0 || found == nullptr ? std::to_string(user) : found->pw_name;
+}
+
+std::string UserOf(const std::string &folder) {
+    struct stat status {};
+    return stat(folder.c_str(), &status) == 0 ? UserName(status.st_uid) : "";
+}
+
+// "0::/system.slice/web.service/workers" is of the unit "web": the deepest one counts.
+std::string UnitOfLine(std::string_view line) {
+    while (!line.empty()) {
+        const std::string_view part = LastPart(line);
+        if (part.ends_with(kUnitSuffix)) {
+            return std::string(WithoutSuffix(part, kUnitSuffix));
+        }
+        line.remove_suffix(std::min(line.size(), part.size() + 1));
+    }
+    return {};
+}
+
+std::string UnitOf(const std::string &folder) {
+    const std::string text = ReadRegularFile(folder + "cgroup").text;
+    std::string unit;
+    for (std::string_view rest = text; !rest.empty() && unit.empty();) {
+        const std::size_t end = std::min(rest.find('\n'), rest.size());
+        unit = UnitOfLine(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return unit;
+}
+
+HoldingProcess ProcessOf(const HoldingProcessRecord &record) {
+    const std::string folder = "/proc/" + std::to_string(record.pid) + '/';
+    HoldingProcess process;
+    process.pid = record.pid;
+    process.program = record.program == nullptr ? "" : record.program;
+    process.name = WithoutSuffix(LastPart(process.program), kDeleted);
+    if (process.name.empty()) {
+        process.name = OwnNameOf(folder);
+    }
+    process.user = UserOf(folder);
+    process.unit = UnitOf(folder);
+    return process;
+}
+
+// ---- Sockets ----
+
+// Their numbers for UDP are those of TCP.
+constexpr std::uint32_t kConnected = 1;
+constexpr std::uint32_t kUnconnected = 7;
+constexpr std::uint32_t kListening = 10;
+
+constexpr std::string_view kStatePrefix = "TCP_";
+
+std::string WhyUnread(const HeldSockets &sockets) {
+    if (sockets.Path() == nullptr) {
+        return "processes: " + SystemReason(sockets.Code());
+    }
+    const bool refused = access(sockets.Path(), R_OK) != 0;
+    return sockets.Path() + (": " + (refused ? ErrorText(errno) : "cannot be read"));
+}
+
+auto KeyOf(const HeldSocket &socket) {
+    return std::tuple(socket.port, socket.protocol, socket.state,
+                      socket.process == nullptr ? 0 : socket.process->pid);
+}
+
+// ---- Programs of services ----
+
+constexpr std::string_view kServiceFileSuffix = ".sc";
+
+// The packages, each in the folder of its name.
+constexpr std::string_view kPackagesFolder = "/usr/local/packages/";
+
+// Daemons often have a "d" behind the name of what they serve.
+void AddNames(const std::string &name, std::vector<std::string> &names) {
+    if (!name.empty()) {
+        names.push_back(name);
+    }
+    if (name.size() > 1 && name.ends_with('d')) {
+        names.push_back(name.substr(0, name.size() - 1));
+    }
+}
+
+// What a process calls itself does not count: that it may change whenever it likes.
+std::vector<std::string> NamesOf(const HoldingProcess &process) {
+    std::vector<std::string> names;
+    AddNames(process.unit, names);
+    if (!process.program.empty()) {
+        AddNames(process.name, names);
+    }
+    return names;
+}
+
+// The service file's name without its folder and suffix, which is the package's name; "" where no
+// service file declares the service.
+std::string_view PackageOf(const Declarer &service) {
+    std::string_view name = service.file;
+    if (!name.ends_with(kServiceFileSuffix)) {
+        return {};
+    }
+    name.remove_suffix(kServiceFileSuffix.size());
+    return name.substr(name.rfind('/') + 1);
+}
+
+// Names become parts of paths in the library, so only those that cannot lead elsewhere are asked
+// for.
+bool IsPlain(const std::string &name) {
+    return name.find('/') == std::string::npos && name != "." && name != "..";
+}
+
+// Only the files of packages are named after them.
+bool LiesInPackageOf(const Declarer &service, std::string_view package, std::string_view program) {
+    return !package.empty() &&
+           service.file.starts_with(std::string(kPackageServiceDirectory) + '/') &&
+           program.starts_with(std::string(kPackagesFolder) + std::string(package) + '/');
+}
+
+}  // namespace
+
+bool Listens(const HeldSocket &socket) {
+    return socket.state == (socket.protocol == TAVO_PROTO_UDP ? kUnconnected : kListening);
+}
+
+std::string StateName(const HeldSocket &socket) {
+    if (socket.state == kNoState) {
+        return {};
+    }
+    if (socket.protocol == TAVO_PROTO_UDP && socket.state == kUnconnected) {
+        return "UNCONNECTED";
+    }
+    if (socket.protocol == TAVO_PROTO_UDP && socket.state == kConnected) {
+        return "CONNECTED";
+    }
+    const std::string_view name = TAVOTCPStateToString(socket.state);
+    return name.starts_with(kStatePrefix) ? std::string(name.substr(kStatePrefix.size()))
+                                          : "STATE " + std::to_string(socket.state);
+}
+
+HeldPorts ReadHeldPorts() {
+    HeldSockets read;
+    HeldPorts held;
+    if (!read.Read()) {
+        if (read.Code() == TLIBC_ERR_NO_MEMORY) {
+            throw std::bad_alloc();
+        }
+        held.problem = WhyUnread(read);
+        return held;
+    }
+    for (const HoldingProcessRecord &record : read.Processes()) {
+        held.processes.push_back(record.ended ? HoldingProcess{} : ProcessOf(record));
+    }
+    for (const SocketRecord &socket : read.Sockets()) {
+        const HeldSocket one = {socket.port, socket.protocol, socket.state, nullptr};
+        for (const std::size_t holder : read.HoldersOf(socket)) {
+            held.sockets.push_back(one);
+            held.sockets.back().process = &held.processes[holder];
+        }
+        if (socket.holders == 0) {
+            held.sockets.push_back(one);
+        }
+    }
+    auto &sockets = held.sockets;
+    std::sort(sockets.begin(), sockets.end(),
+              [](const HeldSocket &a, const HeldSocket &b) { return KeyOf(a) < KeyOf(b); });
+    sockets.erase(
+        std::unique(sockets.begin(), sockets.end(),
+                    [](const HeldSocket &a, const HeldSocket &b) { return KeyOf(a) == KeyOf(b); }),
+        sockets.end());
+    return held;
+}
+
+std::optional<bool> ProgramsOfServices::Owns(const Declarer &service,
+                                             const HoldingProcess &process) {
+    const std::string_view package = PackageOf(service);
+    const std::vector<std::string> names = NamesOf(process);
+    if ((!package.empty() && Holds(names, package)) ||
+        (!service.name.empty() &&
+         (Holds(names, service.name) || HasSection(names, service.name))) ||
+        LiesInPackageOf(service, package, process.program)) {
+        return true;
+    }
+    return process.program.empty() ? std::nullopt : std::optional(false);
+}
+
+ProgramsOfServices::Owner ProgramsOfServices::OwnerAmong(const Services &services,
+                                                         const HoldingProcess &process) {
+    Owner owner;
+    for (const Declarer *service : services) {
+        const std::optional<bool> owns = Owns(*service, process);
+        if (owns.value_or(false)) {
+            return {service, true};
+        }
+        owner.known = owner.known && owns;
+    }
+    return owner;
+}
+
+bool ProgramsOfServices::HasSection(const std::vector<std::string> &names,
+                                    const std::string &section) {
+    return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+        return SectionsFor(name).contains(section);
+    });
+}
+
+const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::string &name) {
+    const auto [known, is_new] = sections_.try_emplace(name);
+    if (is_new && IsPlain(name)) {
+        TLIBCSzList *list = OrThrow(OwnedNames(TLIBCSzListAlloc(0))).release();
+        TAVOFwSectionNameEnum(name.c_str(), &list);
+        const OwnedNames owner(list);
+        for (int i = 0; i < TLIBCSzListCount(list); ++i) {
+            known->second.insert(TLIBCSzListGet(list, i));
+        }
+    }
+    return known->second;
+}
+
+}  // namespace tavo::tool
