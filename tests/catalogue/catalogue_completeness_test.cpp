@@ -210,7 +210,7 @@ TEST_F(Catalogue, ListsEveryFileThatWasTried) {
     ASSERT_EQ(catalogue.report.Files().Count(), 2U);
     const ServiceFileRecord &good = catalogue.report.Files()[0];
     EXPECT_EQ(good.path, std::string(kPackageServices) + "/a.sc");
-    EXPECT_EQ(good.folder->flag, TAVO_SERVICE_CONF_DIR_PACKAGE);
+    EXPECT_EQ(good.folder->selector, TAVO_SERVICE_CONF_DIR_PACKAGE);
     EXPECT_EQ(good.conf->nVersion, 3);
     EXPECT_EQ(catalogue.report.Files()[1].conf, nullptr);
 }

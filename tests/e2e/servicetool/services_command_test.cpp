@@ -381,8 +381,8 @@ TEST_F(ServiceFolders, ManualExplainsTheKeysOfTheJsonAboutPorts) {
         arguments.push_back("--json");
         CollectKeys(Json::Parse(ServiceTool(arguments).out)["results"], keys);
     }
-    EXPECT_THAT(keys,
-                testing::IsSupersetOf({"supported", "declared_by", "sections", "verdict", "conflict"}));
+    EXPECT_THAT(keys, testing::IsSupersetOf(
+                          {"supported", "declared_by", "sections", "verdict", "conflict"}));
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
     for (const std::string &key : keys) {
         EXPECT_TRUE(std::regex_search(
