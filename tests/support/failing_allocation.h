@@ -58,6 +58,15 @@ class FailingAllocation {
     bool asked_ = false;
 };
 
+// Returns the result of `call`, which must succeed without memory: the test fails if it allocates.
+template <typename Call>
+auto WithoutMemory(Call &&call) {
+    FailingAllocation all(1, FailingAllocation::Mode::kFromNthOn);
+    auto result = all.During(std::forward<Call>(call));
+    EXPECT_FALSE(all.Hit()) << "the call makes an allocation";
+    return result;
+}
+
 // Calls run(FailingAllocation &) for the first, second, ... allocation, in both modes, until one is
 // no longer reached. `run` arranges, wraps the one call under test in During and asserts. The test
 // fails when the call makes no allocation. Returns how many it makes.

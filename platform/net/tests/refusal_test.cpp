@@ -165,11 +165,10 @@ TEST_F(RefusalTest, FailsWithoutAFreeDescriptor) {
 TEST_F(RefusalTest, TheTablesNeedNoMemory) {
     const Answer answer = AskAfter([] {
         RefuseNetlink();
-        const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
-            Answer ignored;
-            fail.During([&] { return Ask(kTcp, ignored), 0; });
-        });
-        if (allocations != 0) {
+        Answer ignored;
+        FailingAllocation all(1, FailingAllocation::Mode::kFromNthOn);
+        all.During([&] { Ask(kTcp, ignored); });
+        if (all.Hit()) {
             _exit(2);
         }
     });

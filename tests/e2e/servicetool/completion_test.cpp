@@ -210,8 +210,8 @@ class ZshCompletion : public ServiceFolders {
             autoload -Uz compinit
             compinit -D -u
             compadd() {
-                local -a offered
-                if [[ ${@[1,(i)(-|--)]} != *-[OAD]* ]]; then
+                local -a options=(${@[1,(i)(-|--)]}) offered
+                if [[ -z ${(M)options:#-[OAD]*} ]]; then
                     builtin compadd -A offered "$@"
                     (( $#offered )) && print -rl -- $offered >> $FOLDER/offered
                 fi
