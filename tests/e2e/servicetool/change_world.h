@@ -32,9 +32,9 @@ inline const std::string kCalls = "/run/calls/";
 inline const std::string kRelayCalls =
     "systemctl is-active --quiet tavorelayd\nsystemctl reload tavorelayd\n";
 
-inline const std::string kPlan = "tell the plugins and the relay daemon if it runs\n";
-inline const std::string kTold = "told the plugins and the relay daemon if it runs\n";
-inline const std::string kDryRun = "dry run: nothing was changed, nobody was told\n";
+inline const std::string kPlan = "will notify: plugins, relay daemon\n";
+inline const std::string kTold = "notified: plugins, relay daemon\n";
+inline const std::string kDryRun = "dry run: nothing changed, nobody notified\n";
 
 // What the stand-in of that name received; "all" is everybody in order.
 inline std::string Calls(const std::string &name = "all") {

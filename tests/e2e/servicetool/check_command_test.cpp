@@ -368,14 +368,14 @@ TEST_F(CheckCommand, RefusesANameToSkipThatCannotBeAskedFor) {
     EXPECT_THAT(result.err, HasSubstr("no name to skip holds a blank, as \"a b\" does [usage]"));
 }
 
-// ---- What cannot be told
+// ---- Unknown answers
 
 TEST_F(CheckCommand, CannotTellWithoutTheSettings) {
     std::filesystem::remove(kSettings);
     ExpectRun(ServiceTool({"check", "8081", "--source", "setting,socket,forward"}), 3,
               "8081/tcp,udp: cannot tell (setting)\n",
               kSettings +
-                  ": error: settings cannot be asked for ports: no such file or directory "
+                  ": error: the settings cannot be read for ports: no such file or directory "
                   "[unreadable]\n");
     EXPECT_EQ(ServiceTool({"check", "8081", "--source", "socket,forward"}).status, 0);
 }
@@ -388,7 +388,7 @@ TEST_F(CheckCommand, NamesTheSettingThatIsNoPort) {
                   ":2:13: error: \"x\" is no port number for WebDavPort [bad-setting]\n"
                   "    WebDavPort=\"x\"\n"
                   "                ^\n"
-                  "    fix: name a port from 1 to 65535, or take the key away\n");
+                  "    fix: name a port from 1 to 65535, or remove the key\n");
     EXPECT_EQ(ServiceTool({"check", "8081/tcp", "--skip", "webdav_http"}).status, 0);
 }
 
@@ -431,7 +431,7 @@ TEST_F(CheckCommand, NamesTheRuleThatLacksAKey) {
               kRules +
                   ":6:2: error: rule [2] is not read: it lacks \"r_port\" [bad-rule]\n"
                   "    [2]\n     ^\n"
-                  "    fix: add the key, or take the rule away\n");
+                  "    fix: add the key, or remove the rule\n");
     EXPECT_EQ(ServiceTool({"check", "8081/tcp", "--skip", "b"}).status, 0);
 }
 
@@ -577,7 +577,7 @@ TEST_F(CheckCommand, CannotTellWhereNoSocketIsSeenAtAll) {
     const HeldPort held(Family::kV4, Protocol::kTcp, 8081);
     const ProgramResult result = ServiceToolBehind(BLIND_NET, {"check", "8081/tcp"});
     ExpectRun(result, 3, "8081/tcp: cannot tell (socket)\n",
-              "servicetool: error: the ports that sockets hold cannot be told [failed]\n");
+              "servicetool: error: the ports that sockets hold are unknown [failed]\n");
 }
 
 TEST_F(CheckCommand, ShowsTheLogOnRequest) {

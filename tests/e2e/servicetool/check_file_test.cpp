@@ -202,7 +202,7 @@ TEST_F(CheckFileCommand, DoesNotSpeakOfAnInstallWhereItAsksSomethingElse) {
     EXPECT_THAT(Check(text, {"--source", "service,setting"}).err, IsEmpty());
 }
 
-// ---- What cannot be told
+// ---- Unknown answers
 
 // The library passes over what it cannot check, and calls the file free.
 TEST_F(CheckFileCommand, CannotTellWhereACheckFails) {

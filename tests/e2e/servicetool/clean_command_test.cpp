@@ -24,7 +24,7 @@ const std::string kName = "notes.sc";
 const std::string kText = Section("notes", "8765/tcp");
 const std::string kFirewall = "/usr/tavo/etc/firewall.d";
 const std::string kStore = "/usr/local/etc/services.d";
-const std::string kNothing = "nothing is left behind\n";
+const std::string kNothing = "there are no leftovers\n";
 const std::string kDryClean = "dry run: nothing was removed\n";
 
 // The id of a process that has ended.
@@ -400,7 +400,7 @@ TEST_F(CleanCommand, ChangesNothingDuringAnotherChange) {
     ExpectRun(ServiceTool({"clean", "--dry-run"}), 0,
               path + ": private folder of a servicetool\n" + kDryClean);
     ExpectRun(ServiceToolBehind(FAST_CLOCK, {"clean"}), 3, "",
-              "servicetool: error: another change is under way, so nothing was removed [busy]\n"
+              "servicetool: error: another change is in progress, so nothing was removed [busy]\n"
               "    fix: wait for its end, and try again\n");
     EXPECT_TRUE(fs::exists(path));
 }

@@ -167,9 +167,9 @@ TEST_F(InstallCommand, RefusesPortsThatMayBeTakenUnlessForced) {
     EXPECT_THAT(refused.out,
                 HasSubstr(kPath + ": [notes] 8765/tcp: cannot tell (service, setting)\n"));
     EXPECT_THAT(refused.err,
-                HasSubstr(kPath + ": error: it cannot be told whether its ports are free, so "
+                HasSubstr(kPath + ": error: it is unknown whether its ports are free, so "
                                   "nothing was changed [unknown]\n"
-                                  "    fix: add --force to go on all the same\n"));
+                                  "    fix: add --force to go on anyway\n"));
     EXPECT_EQ(refused.status, 3);
     ExpectNothingDone();
     EXPECT_EQ(ServiceTool({"install", "--force", "notes.sc"}).status, 0);
@@ -291,8 +291,8 @@ TEST_F(InstallCommand, LeavesNoFileOnAFullOrReadOnlyDisk) {
     EXPECT_THAT(full.err, HasSubstr("; no file was made [failed]"));
     EXPECT_EQ(full.status, 3);
     EXPECT_THAT(full.err,
-                ContainsRegex(kPackage + "tmp/notes\\.sc\\.[A-Za-z0-9]{6}: warning: is what could "
-                                         "not be installed, and was left behind \\[left-behind\\]\n"
+                ContainsRegex(kPackage + "tmp/notes\\.sc\\.[A-Za-z0-9]{6}: warning: could not be "
+                                         "installed and was left behind \\[left-behind\\]\n"
                                          "    fix: remove it\n"));
     EXPECT_FALSE(std::filesystem::exists(kPath));
     EXPECT_THAT(ServiceTool({"install", "--as", "b.sc", "notes.sc"}).err, Not(HasSubstr("/notes")));
@@ -347,9 +347,9 @@ TEST_F(InstallCommand, SaysWhoWasNotTold) {
     EXPECT_EQ(result.out,
               kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n");
     const std::string reason = kPlugin + " ended with status 1 [not-told]\n";
-    EXPECT_EQ(result.err, "servicetool: warning: could not tell the plugins: " + reason +
+    EXPECT_EQ(result.err, "servicetool: warning: could not notify the plugins: " + reason +
                               "    fix: remove the file and install it again\n"
-                              "servicetool: warning: could not tell the relay daemon: " +
+                              "servicetool: warning: could not notify the relay daemon: " +
                               reason + "    fix: write servicetool restart --relay\n");
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ReadFile(kPath), kText);
@@ -361,7 +361,7 @@ TEST_F(InstallCommand, NamesEachPluginThatFailed) {
     std::filesystem::permissions(second, std::filesystem::perms::owner_all);
     WriteFile("/run/exit-status/portforward", "1\n");
     EXPECT_THAT(ServiceTool({"install", "notes.sc"}).err,
-                HasSubstr("could not tell the plugins: " + kPlugin + " ended with status 1; " +
+                HasSubstr("could not notify the plugins: " + kPlugin + " ended with status 1; " +
                           second + ": no route [not-told]\n"));
     std::filesystem::remove(second);
 }
@@ -386,7 +386,7 @@ TEST_F(InstallCommand, SaysWhoWasNotToldWhereNoOutputCanBeKept) {
             ++installed;
             EXPECT_EQ(document["results"][0]["not_told"], Json::Array({"plugins", "relay"}));
             EXPECT_THAT(document["diagnostics"][0]["message"].Text(),
-                        StartsWith("could not tell the plugins: " + kPlugin));
+                        StartsWith("could not notify the plugins: " + kPlugin));
             std::filesystem::remove(kPath);
         }
     }

@@ -64,12 +64,12 @@ TEST(LintQuotes, MustStandOnBothSides) {
     EXPECT_THAT(
         Findings(GoodFileAnd("desc_extra=\"abc\n")),
         ElementsAre("5:12 warning quotes: the opening quote has no closing one at the end of the "
-                    "line and is read as part of the value | end the line with a quote, or take "
-                    "this one away"));
+                    "line and is read as part of the value | end the line with a quote, or remove "
+                    "this one"));
     EXPECT_THAT(Findings(GoodFileAnd("desc_extra=abc\"\n")),
                 ElementsAre("5:15 warning quotes: the closing quote has no opening one and is read "
-                            "as part of the value | start the value with a quote, or take this one "
-                            "away"));
+                            "as part of the value | start the value with a quote, or remove this "
+                            "one"));
     EXPECT_THAT(Findings(GoodFileAnd("desc_extra=\"\n")),
                 ElementsAre(testing::StartsWith("5:12 warning quotes: the opening")));
 }

@@ -343,7 +343,7 @@ TEST_F(PortsCommand, FindsThePortsThatAnObviousSearchFinds) {
     }
 }
 
-// ---- What cannot be told
+// ---- Unknown answers
 
 TEST_F(PortsCommand, TellsASourceThatFailsAndTheRest) {
     WriteFile(kSystem + "a.sc", Section("a", "7000/tcp") + Section("b", "7000/tcp"));
@@ -385,7 +385,7 @@ TEST_F(PortsCommand, SaysThatAHolderIsUnknown) {
                                            "tcp 7000 socket - - unknown LISTEN -",
                                            "tcp 7001 socket - - unknown LISTEN -"));
     ExpectRun(WithoutRights({"ports", "--conflicts"}), 3, "",
-              "servicetool: error: cannot tell who holds 7000/tcp, which is declared "
+              "servicetool: error: it is unknown who holds 7000/tcp, which is declared "
               "[unknown-holder]\n");
 }
 
@@ -419,7 +419,7 @@ TEST_F(PortsCommand, SaysThatItIsUnknownWhatAProgramIsThatCannotBeRead) {
                     {"tcp 7000 socket " + kOwnName + ' ' + kOwnListener,
                      "tcp 7000 socket - " + std::to_string(hidden.Pid()) + " hidden LISTEN -"}));
     ExpectRun(ServiceTool({"ports", "--conflicts"}), 3, "",
-              "servicetool: error: cannot tell who holds 7000/tcp, which is declared "
+              "servicetool: error: it is unknown who holds 7000/tcp, which is declared "
               "[unknown-holder]\n");
 }
 
@@ -480,8 +480,7 @@ TEST_F(PortsCommand, FitsThePictureToTheTerminal) {
 }
 
 TEST_F(PortsCommand, SaysWhatItsLegendIs) {
-    EXPECT_THAT(ServiceTool({"ports", "--help"}).out,
-                HasSubstr("Leave the header or the legend out"));
+    EXPECT_THAT(ServiceTool({"ports", "--help"}).out, HasSubstr("Print no header and no legend"));
 }
 
 TEST_F(PortsCommand, ColoursThePictureOnATerminalOnly) {

@@ -226,7 +226,7 @@ TEST_F(PortsSvg, LeavesTheOldFileWholeWhereItCannotWriteANewOne) {
          "trap '' XFSZ; ulimit -f 1; exec '" SERVICETOOL "' ports --svg " + path + " >/dev/null"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err,
-              path + ": error: cannot be written and is as it was: file too large [unwritable]\n");
+              path + ": error: cannot be written and is unchanged: file too large [unwritable]\n");
     EXPECT_EQ(ReadFile(path), "old");
     EXPECT_THAT(folder.Entries(), ElementsAre("ports.svg"));
 }
@@ -267,7 +267,7 @@ TEST_F(PortsSvg, LeavesAFileWholeWhoseOwnerItCannotKeep) {
                                              SERVICETOOL, "ports", "--declared", "--svg", path});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, path +
-                              ": error: cannot be written and is as it was: its owner cannot be "
+                              ": error: cannot be written and is unchanged: its owner cannot be "
                               "kept: operation not permitted [unwritable]\n");
     EXPECT_EQ(ReadFile(path), "old");
     EXPECT_THAT(folder.Entries(), ElementsAre("ports.svg"));

@@ -145,7 +145,7 @@ TEST_F(RemoveCommand, SaysThatThePluginsWereNotGivenTheFile) {
     EXPECT_EQ(result["results"][0]["told"], Json::Array({"relay"}));
     EXPECT_EQ(result["results"][0]["not_told"], Json::Array({"plugins"}));
     EXPECT_THAT(result["diagnostics"][0]["message"].Text(),
-                testing::ContainsRegex("^could not tell the plugins: "
+                testing::ContainsRegex("^could not notify the plugins: "
                                        "/tmp/servicetool.remove.notes.sc.[0-9]+: illegal seek$"));
     for (const std::string &name : InTmp()) {
         std::filesystem::remove("/tmp/" + name);

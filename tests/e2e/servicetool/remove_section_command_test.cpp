@@ -10,12 +10,12 @@ using testing::IsEmpty;
 
 const std::string kPath = kPackage + "notes.sc";
 const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
-const std::string kListeners = "the firewall and the relay daemon if it runs\n";
+const std::string kListeners = "firewall, relay daemon\n";
 const std::string kKept = "[global]\nversion=1\n" + Section("other", "8800/udp");
 const std::string kBefore = kKept + Section("notes", "8765/tcp");
 
-const std::string kPlan = kPath + ": remove section [notes]\ntell " + kListeners + "--- a" + kPath +
-                          "\n+++ b" + kPath +
+const std::string kPlan = kPath + ": remove section [notes]\nwill notify: " + kListeners + "--- a" +
+                          kPath + "\n+++ b" + kPath +
                           "\n@@ -4,7 +4,3 @@\n title=\"T\"\n desc=\"D\"\n"
                           " dst.ports=\"8800/udp\"\n-[notes]\n-title=\"T\"\n-desc=\"D\"\n"
                           "-dst.ports=\"8765/tcp\"\n";
@@ -56,7 +56,7 @@ TEST_F(RemoveSectionCommand, TakesTheSectionOutAndTellsOfIt) {
     ExpectRun(ServiceTool(Remove("--dry-run")), 0, kPlan + kDryRun);
     EXPECT_EQ(ReadFile(kPath), kBefore);
     EXPECT_EQ(Calls(), "");
-    ExpectRun(ServiceTool(kRemove), 0, kPlan + kPath + ": changed\ntold " + kListeners);
+    ExpectRun(ServiceTool(kRemove), 0, kPlan + kPath + ": changed\nnotified: " + kListeners);
     EXPECT_EQ(ReadFile(kPath), kKept);
     EXPECT_EQ(Calls(),
               "tavofirewall --remove-serv-rec notes\ntavofirewall --reload\n" + kRelayCalls);
@@ -64,13 +64,13 @@ TEST_F(RemoveSectionCommand, TakesTheSectionOutAndTellsOfIt) {
 
 TEST_F(RemoveSectionCommand, RemovesTheFileWithItsLastService) {
     WriteFile(kPath, "[global]\nversion=1\n" + Section("notes", "8765/tcp"));
-    ExpectRun(ServiceTool(Remove("--no-restart")), 0,
-              kPath +
-                  ": remove it with section [notes], its last service\ntell the firewall\n--- a" +
-                  kPath +
-                  "\n+++ /dev/null\n@@ -1,6 +0,0 @@\n-[global]\n-version=1\n-[notes]\n"
-                  "-title=\"T\"\n-desc=\"D\"\n-dst.ports=\"8765/tcp\"\n" +
-                  kPath + ": removed\ntold the firewall\n");
+    ExpectRun(
+        ServiceTool(Remove("--no-restart")), 0,
+        kPath + ": remove it with section [notes], its last service\nwill notify: firewall\n--- a" +
+            kPath +
+            "\n+++ /dev/null\n@@ -1,6 +0,0 @@\n-[global]\n-version=1\n-[notes]\n"
+            "-title=\"T\"\n-desc=\"D\"\n-dst.ports=\"8765/tcp\"\n" +
+            kPath + ": removed\nnotified: firewall\n");
     EXPECT_THAT(Entries(kPackage), IsEmpty());
     EXPECT_EQ(Calls(), "tavofirewall --remove-serv-rec notes\n");
 }
@@ -123,8 +123,8 @@ TEST_F(RemoveSectionCommand, NamesTheCopiesThatStay) {
     const ReplacedTool rm("/bin/rm");
     const ProgramResult result = ServiceTool(Remove("--no-restart"));
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(result.out.substr(result.out.size() - std::string("told the firewall\n").size()),
-              "told the firewall\n");
+    EXPECT_EQ(result.out.substr(result.out.size() - std::string("notified: firewall\n").size()),
+              "notified: firewall\n");
     EXPECT_THAT(result.err, testing::ContainsRegex(
                                 "/usr/local/etc/services.d.tmp.[0-9]+: warning: is left, a copy of "
                                 "/usr/local/etc/services.d from before \\[left-behind\\]\n"

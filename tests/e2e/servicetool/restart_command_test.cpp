@@ -7,12 +7,12 @@ namespace tavo::test {
 namespace {
 
 const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
-const std::string kBoth = "the firewall and the relay daemon if it runs\n";
+const std::string kBoth = "firewall, relay daemon\n";
 
 class RestartCommand : public ChangeWorld {};
 
 TEST_F(RestartCommand, ReloadsTheFirewallAndTheRelayDaemon) {
-    ExpectRun(ServiceTool({"restart"}), 0, "tell " + kBoth + "told " + kBoth);
+    ExpectRun(ServiceTool({"restart"}), 0, "will notify: " + kBoth + "notified: " + kBoth);
     EXPECT_EQ(Calls(), "tavofirewall --reload\n" + kRelayCalls);
 }
 
@@ -40,7 +40,7 @@ TEST_F(RestartCommand, LeavesARelayDaemonAloneThatDoesNotRun) {
 }
 
 TEST_F(RestartCommand, TellsNobodyInADryRun) {
-    ExpectRun(ServiceTool({"restart", "--dry-run"}), 0, "tell " + kBoth + kDryRun);
+    ExpectRun(ServiceTool({"restart", "--dry-run"}), 0, "will notify: " + kBoth + kDryRun);
     EXPECT_EQ(Calls(), "");
 }
 
@@ -49,10 +49,10 @@ TEST_F(RestartCommand, SaysWhoWasNotTold) {
     const ProgramResult text = ServiceTool({"restart"});
     const Json result = Json::Parse(ServiceTool({"restart", "--json"}).out)["results"][0];
     const std::string reason = ": " + kFirewallTool + " is missing [not-told]\n";
-    ExpectRun(text, 3, "tell " + kBoth,
-              "servicetool: warning: could not tell the firewall" + reason +
+    ExpectRun(text, 3, "will notify: " + kBoth,
+              "servicetool: warning: could not notify the firewall" + reason +
                   "    fix: write servicetool restart\n"
-                  "servicetool: warning: could not tell the relay daemon" +
+                  "servicetool: warning: could not notify the relay daemon" +
                   reason + "    fix: write servicetool restart --relay\n");
     EXPECT_EQ(result, Json::Parse(R"({"operation": "restart", "file": null, "path": null,
         "section": null, "dry_run": false, "changed": false, "diff": null, "conflicts": [],
@@ -62,8 +62,8 @@ TEST_F(RestartCommand, SaysWhoWasNotTold) {
 
 TEST_F(RestartCommand, DoesNotKnowWhetherTheRelayDaemonRuns) {
     WriteFile("/run/exit-status/systemctl", "143\n");
-    ExpectRun(ServiceTool({"restart", "--relay"}), 3, "tell the relay daemon if it runs\n",
-              "servicetool: warning: could not tell the relay daemon: it is unknown whether "
+    ExpectRun(ServiceTool({"restart", "--relay"}), 3, "will notify: relay daemon\n",
+              "servicetool: warning: could not notify the relay daemon: it is unknown whether "
               "tavorelayd runs [not-told]\n    fix: write servicetool restart --relay\n");
 }
 

@@ -274,7 +274,7 @@ TEST_F(ServiceFolders, ServicesSaysThatSupportIsUnknownWithoutItsSettings) {
     WriteFile(kSystem + "b.sc", Section("always", "3"));
     std::filesystem::remove(kFactorySettings);
     const std::string error = kFactorySettings +
-                              ": error: what this model supports cannot be told: no such file or "
+                              ": error: it is unknown what this model supports: no such file or "
                               "directory [unreadable]\n";
     const std::vector<std::string> names = {"services", "--no-legend", "telnet", "nfs",
                                             "asks",     "too",         "always"};

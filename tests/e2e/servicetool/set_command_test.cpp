@@ -17,11 +17,11 @@ using testing::StartsWith;
 
 const std::string kName = "notes.sc";
 const std::string kPath = kPackage + kName;
-const std::string kListeners = "the router tool, the firewall and the relay daemon if it runs\n";
+const std::string kListeners = "router tool, firewall, relay daemon\n";
 
 const std::string kRouterTool = "/usr/tavo/sbin/tavoroutertool";
 const std::string kRouterFix =
-    "    fix: it hears of a change only when it is made: change the section back and then again\n";
+    "    fix: it is notified only when a change is made: change the section back and then again\n";
 
 const std::string kBefore =
     "# kept\n[global]\nversion=1\n\n[notes]\ntitle=\"T\"\ndesc=\"D\"\ndesc_extra=\"E\"\n"
@@ -39,7 +39,7 @@ const std::string kRetitleDiff = "--- a" + kPath + "\n+++ b" + kPath +
                                  " [other]\n title=O\n";
 
 const std::string kRetitlePlan =
-    kPath + ": change section [notes]\ntell " + kListeners + kRetitleDiff;
+    kPath + ": change section [notes]\nwill notify: " + kListeners + kRetitleDiff;
 
 const std::vector<std::string> kRetitle = {"set", kName, "notes", "--title", "New"};
 const std::vector<std::string> kNew = {"set",    "new.sc", "web",         "--title",  "W",
@@ -80,7 +80,8 @@ class SetCommand : public ChangeWorld {
 // ---- What is written
 
 TEST_F(SetCommand, ChangesWhatIsGivenAndKeepsTheRest) {
-    ExpectRun(ServiceTool(kRetitle), 0, kRetitlePlan + kPath + ": changed\ntold " + kListeners);
+    ExpectRun(ServiceTool(kRetitle), 0,
+              kRetitlePlan + kPath + ": changed\nnotified: " + kListeners);
     EXPECT_EQ(ReadFile(kPath), kRetitled);
     EXPECT_EQ(Calls(), RouterCall(kPath) + "tavofirewall --reload\n" + kRelayCalls);
 }
@@ -92,16 +93,15 @@ TEST_F(SetCommand, ShowsTheSameChangeInADryRunAndMakesNone) {
 
 TEST_F(SetCommand, LeavesFirewallAndRelayDaemonAloneWhenAskedTo) {
     ExpectRun(ServiceTool(With(kRetitle, {"--no-restart"})), 0,
-              kPath + ": change section [notes]\ntell the router tool\n" + kRetitleDiff + kPath +
-                  ": changed\ntold the router tool\n");
+              kPath + ": change section [notes]\nwill notify: router tool\n" + kRetitleDiff +
+                  kPath + ": changed\nnotified: router tool\n");
     EXPECT_EQ(ReadFile(kPath), kRetitled);
     EXPECT_EQ(Calls(), RouterCall(kPath));
 }
 
 TEST_F(SetCommand, TellsNobodyOfAChangeThatIsNone) {
     WriteFile(kPath, kRetitled);
-    ExpectRun(ServiceTool(kRetitle), 0,
-              kPath + ": is so already: nothing was changed, nobody was told\n");
+    ExpectRun(ServiceTool(kRetitle), 0, kPath + ": already up to date; nothing changed\n");
     EXPECT_EQ(ReadFile(kPath), kRetitled);
     EXPECT_EQ(Calls(), "");
 }
@@ -124,9 +124,10 @@ TEST_F(SetCommand, MakesAFileForPackagesUnlessAskedForTheSystem) {
     const std::string text =
         "[web]\nport_forward=\"no\"\ndesc=\"D\"\ntitle=\"W\"\ndst.ports=\"18080/tcp\"\n";
     const ProgramResult result = ServiceTool(kNew);
-    EXPECT_THAT(result.out, StartsWith(kPackage + "new.sc: make it, with section [web]\ntell " +
-                                       kListeners + "--- /dev/null\n+++ b" + kPackage +
-                                       "new.sc\n@@ -0,0 +1,5 @@\n+[web]\n"));
+    EXPECT_THAT(
+        result.out,
+        StartsWith(kPackage + "new.sc: make it, with section [web]\nwill notify: " + kListeners +
+                   "--- /dev/null\n+++ b" + kPackage + "new.sc\n@@ -0,0 +1,5 @@\n+[web]\n"));
     EXPECT_THAT(result.out, HasSubstr(kPackage + "new.sc: made\n"));
     EXPECT_EQ(ReadFile(kPackage + "new.sc"), text);
     std::filesystem::remove(kPackage + "new.sc");
@@ -186,7 +187,7 @@ TEST_F(SetCommand, FailsWhereItCannotBeToldWhoHasThePorts) {
     std::filesystem::remove(kSettings);
     const ProgramResult result = ServiceTool(kRetitle);
     EXPECT_EQ(result.out, kPath + ": [notes] 8765,8770:8772/tcp: cannot tell (service, setting)\n");
-    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: it cannot be told whether its ports are "
+    EXPECT_THAT(result.err, HasSubstr(kPath + ": error: it is unknown whether its ports are "
                                               "free, so nothing was changed [unknown]\n"));
     EXPECT_EQ(result.status, 3);
     ExpectNothingDone();
@@ -255,11 +256,10 @@ TEST_F(SetCommand, AsksForTheFolderOfAFileThatIsInBoth) {
 
 TEST_F(SetCommand, SaysWhoWasNotTold) {
     WriteFile("/run/exit-status/tavoroutertool", "1\n");
-    ExpectRun(
-        ServiceTool(kRetitle), 3,
-        kRetitlePlan + kPath + ": changed\ntold the firewall and the relay daemon if it runs\n",
-        "servicetool: warning: could not tell the router tool: " + kRouterTool +
-            " ended with status 1 [not-told]\n" + kRouterFix);
+    ExpectRun(ServiceTool(kRetitle), 3,
+              kRetitlePlan + kPath + ": changed\nnotified: firewall, relay daemon\n",
+              "servicetool: warning: could not notify the router tool: " + kRouterTool +
+                  " ended with status 1 [not-told]\n" + kRouterFix);
     EXPECT_EQ(ReadFile(kPath), kRetitled);
 }
 
@@ -278,7 +278,7 @@ TEST_F(SetCommand, SeesThatTheFileWasNotWritten) {
     WriteFile(kPath, kBefore);
     folder.MakeReadOnly();
     ExpectRun(
-        ServiceTool(kRetitle), 3, kRetitlePlan + "told " + kListeners,
+        ServiceTool(kRetitle), 3, kRetitlePlan + "notified: " + kListeners,
         kPath + ": error: the folder: read-only file system; the file is unchanged [failed]\n");
     EXPECT_EQ(ReadFile(kPath), kBefore);
     const Json result = Json::Parse(ServiceTool(With(kRetitle, {"--json"})).out);
@@ -314,8 +314,8 @@ TEST_F(SetCommand, SaysThatTheFirewallToolFailed) {
     WriteFile("/run/exit-status/tavofirewall", "3\n");
     ExpectRun(
         ServiceTool(kRetitle), 3,
-        kRetitlePlan + kPath + ": changed\ntold the router tool and the relay daemon if it runs\n",
-        "servicetool: warning: could not tell the firewall: /usr/tavo/bin/tavofirewall ended "
+        kRetitlePlan + kPath + ": changed\nnotified: router tool, relay daemon\n",
+        "servicetool: warning: could not notify the firewall: /usr/tavo/bin/tavofirewall ended "
         "with status 3 [not-told]\n    fix: write servicetool restart\n");
     EXPECT_EQ(ReadFile(kPath), kRetitled);
 }
@@ -331,8 +331,9 @@ TEST_F(SetCommand, SaysThatTheRelayDaemonWasNotReloaded) {
 
 TEST_F(SetCommand, NamesARouterToolThatIsMissing) {
     const ReplacedTool router(kRouterTool);
-    EXPECT_EQ(ServiceTool(kRetitle).err, "servicetool: warning: could not tell the router tool: " +
-                                             kRouterTool + " is missing [not-told]\n" + kRouterFix);
+    EXPECT_EQ(ServiceTool(kRetitle).err,
+              "servicetool: warning: could not notify the router tool: " + kRouterTool +
+                  " is missing [not-told]\n" + kRouterFix);
 }
 
 TEST_F(SetCommand, NamesAProgramThatIsMissing) {
@@ -422,7 +423,7 @@ TEST_F(SetCommand, GivesUpWhereAnotherChangeDoesNotEnd) {
     EXPECT_EQ(ServiceTool(With(kRetitle, {"--dry-run"})).status, 0);
     ExpectRun(ServiceToolBehind(FAST_CLOCK, kRetitle), 3, "",
               kName +
-                  ": error: another change is under way, so nothing was changed [busy]\n"
+                  ": error: another change is in progress, so nothing was changed [busy]\n"
                   "    fix: wait for its end, and try again\n");
     ExpectNothingDone();
 }
@@ -440,8 +441,8 @@ TEST_F(SetCommand, IsNotDelayedByTheLocksOfAnotherUser) {
     const LockingUser other(
         {"/", "/run", "/tmp", "/usr/tavo/etc", "/usr/local/etc", kSystem, kPackage, kLockFolder});
     ExpectRun(ServiceTool(With(kRetitle, {"--no-restart"})), 0,
-              kPath + ": change section [notes]\ntell the router tool\n" + kRetitleDiff + kPath +
-                  ": changed\ntold the router tool\n");
+              kPath + ": change section [notes]\nwill notify: router tool\n" + kRetitleDiff +
+                  kPath + ": changed\nnotified: router tool\n");
 }
 
 TEST_F(SetCommand, LocksAFileOfItsOwn) {
@@ -551,10 +552,10 @@ TEST_F(SetCommand, MakesNoSecondFileWhereTheFirstCannotBeSeen) {
 TEST_F(SetCommand, SaysThatSomebodyElseChangedTheFile) {
     const ReplacedTool router(kRouterTool, "echo >> \"$3\"");
     const ProgramResult result = ServiceTool(kRetitle);
-    ExpectRun(result, 3, kRetitlePlan + "told " + kListeners,
+    ExpectRun(result, 3, kRetitlePlan + "notified: " + kListeners,
               kPath +
-                  ": error: somebody else changed it meanwhile [failed]\n"
-                  "    fix: look at it, and make the change again\n");
+                  ": error: it was changed by somebody else meanwhile [failed]\n"
+                  "    fix: check it, and repeat the change\n");
 }
 
 // ---- How it is shown
@@ -619,11 +620,9 @@ TEST_F(SetCommand, TakesNoWordOfAProgramForTheLibrarys) {
                               "echo 'servicetool: a.cpp:1 FAILED to notify tavorelayd'\n"
                               "printf 'a.cpp:1 FAILED to notify tavorelayd'\nexit 1");
     const ProgramResult result = ServiceTool(kRetitle);
-    ExpectRun(
-        result, 3,
-        kRetitlePlan + kPath + ": changed\ntold the firewall and the relay daemon if it runs\n",
-        "servicetool: warning: could not tell the router tool: " + kRouterTool +
-            " ended with status 1 [not-told]\n" + kRouterFix);
+    ExpectRun(result, 3, kRetitlePlan + kPath + ": changed\nnotified: firewall, relay daemon\n",
+              "servicetool: warning: could not notify the router tool: " + kRouterTool +
+                  " ended with status 1 [not-told]\n" + kRouterFix);
 }
 
 }  // namespace

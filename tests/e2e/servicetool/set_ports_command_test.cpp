@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 const std::string kPath = kPackage + "notes.sc";
 const std::string kBefore = Section("notes", "8765/tcp") + Section("other", "8800/udp");
-const std::string kListeners = "the router tool, the firewall and the relay daemon if it runs\n";
+const std::string kListeners = "router tool, firewall, relay daemon\n";
 
 class SetPortsCommand : public ChangeWorld {
   protected:
@@ -32,21 +32,21 @@ std::string Diff(const std::string &line) {
 }
 
 TEST_F(SetPortsCommand, ReplacesThePortsAndTellsOfIt) {
-    const std::string plan = kPath + ": set dst.ports of section [notes]\ntell " + kListeners +
+    const std::string plan = kPath +
+                             ": set dst.ports of section [notes]\nwill notify: " + kListeners +
                              Diff("dst.ports=8766,9000:9010/tcp,udp");
     const std::vector<std::string> arguments = {"set-ports", "notes.sc", "notes", "8766,9000:9010"};
     std::vector<std::string> dry_run = arguments;
     dry_run.emplace_back("--dry-run");
     ExpectRun(ServiceTool(dry_run), 0, plan + kDryRun);
     ExpectNothingDone();
-    ExpectRun(ServiceTool(arguments), 0, plan + kPath + ": changed\ntold " + kListeners);
+    ExpectRun(ServiceTool(arguments), 0, plan + kPath + ": changed\nnotified: " + kListeners);
     EXPECT_EQ(ReadFile(kPath),
               "[notes]\ntitle=\"T\"\ndesc=\"D\"\ndst.ports=8766,9000:9010/tcp,udp\n" +
                   Section("other", "8800/udp"));
     EXPECT_EQ(Calls(), "tavoroutertool --update /tmp/notes.sc " + kPath +
                            "\ntavofirewall --reload\n" + kRelayCalls);
-    ExpectRun(ServiceTool(arguments), 0,
-              kPath + ": is so already: nothing was changed, nobody was told\n");
+    ExpectRun(ServiceTool(arguments), 0, kPath + ": already up to date; nothing changed\n");
 }
 
 TEST_F(SetPortsCommand, SetsSourcePortsWithoutARestart) {

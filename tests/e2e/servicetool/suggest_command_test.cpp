@@ -165,7 +165,7 @@ TEST_F(SuggestCommand, NamesTheRangeOfTheKernelWhereThatLeavesTooFew) {
     EXPECT_EQ(below.out, "1023\n");
 }
 
-// ---- What cannot be told
+// ---- Unknown answers
 
 TEST_F(SuggestCommand, SuggestsNothingWhereASourceCannotTell) {
     WriteFile(kSettings, "WebDavPort=x\n");
@@ -182,8 +182,7 @@ TEST_F(SuggestCommand, SuggestsNothingWhereASourceCannotTell) {
 TEST_F(SuggestCommand, SuggestsNothingWhereNoSocketIsSeenAtAll) {
     const ProgramResult result = ServiceToolBehind(BLIND_NET, {"suggest"});
     EXPECT_THAT(result.out, IsEmpty());
-    EXPECT_EQ(result.err,
-              "servicetool: error: the ports that sockets hold cannot be told [failed]\n");
+    EXPECT_EQ(result.err, "servicetool: error: the ports that sockets hold are unknown [failed]\n");
     EXPECT_EQ(result.status, 3);
 }
 

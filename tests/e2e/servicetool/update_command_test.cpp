@@ -62,7 +62,7 @@ TEST_F(UpdateCommand, DoesNothingInADryRunButShowsAll) {
 TEST_F(UpdateCommand, TellsNobodyOfWhatIsSoAlready) {
     WriteFile("notes.sc", kOld);
     ExpectRun(ServiceTool({"update", "notes.sc"}), 0,
-              kPath + ": is so already: nothing was changed, nobody was told\n");
+              kPath + ": already up to date; nothing changed\n");
     ExpectNothingDone();
 }
 
@@ -162,11 +162,11 @@ TEST_F(UpdateCommand, KeepsTheOldFileOnAFullDisk) {
 TEST_F(UpdateCommand, SaysWhoWasNotTold) {
     WriteFile("/run/exit-status/systemctl", "0\n1\n");
     const ProgramResult result = ServiceTool({"update", "notes.sc"});
-    EXPECT_THAT(result.out, HasSubstr(kPath + ": changed\ntold the plugins\n"));
+    EXPECT_THAT(result.out, HasSubstr(kPath + ": changed\nnotified: plugins\n"));
     EXPECT_THAT(
         result.err,
         HasSubstr(
-            "could not tell the relay daemon: tavorelayd could not be reloaded [not-told]\n"));
+            "could not notify the relay daemon: tavorelayd could not be reloaded [not-told]\n"));
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ReadFile(kPath), kNew);
 }

@@ -30,7 +30,7 @@ using testing::Not;
 
 const std::string kNobodyListens = ", but nobody listens\n";
 const std::string kUndeclared =
-    "whether a service declares it cannot be told, because the settings cannot be read\n";
+    "whether a service declares it is unknown because the settings cannot be read\n";
 const std::string kListening = ", which listens on it; no service file declares it\n";
 
 // A port that a program holds, and the program alone.
@@ -438,7 +438,7 @@ TEST_F(WhyCommand, ShowsTheFirstOfManyProcesses) {
     EXPECT_EQ(WhyJson("8080/tcp")["held_by"].size(), 13U);
 }
 
-// ---- What cannot be told
+// ---- Unknown answers
 
 TEST_F(WhyCommand, SaysThatAHolderIsUnknown) {
     WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
@@ -448,11 +448,10 @@ TEST_F(WhyCommand, SaysThatAHolderIsUnknown) {
     for (const int port : {8080, 8081, 8082}) {
         held.push_back(std::make_unique<HeldSocket>(AF_INET, SOCK_STREAM, port));
     }
-    const std::string unknown = "who holds it cannot be told: it is the kernel or out of sight\n";
-    ExpectRun(
-        WhyUnder(kWithoutRights, {"8080/tcp"}), 3,
-        "8080  tcp  socket  unknown  -  -  LISTEN  -\n8080/tcp is held, but by whom cannot be "
-        "told: it is the kernel or out of sight\n");
+    const std::string unknown = "its holder is unknown: it is the kernel or not visible here\n";
+    ExpectRun(WhyUnder(kWithoutRights, {"8080/tcp"}), 3,
+              "8080  tcp  socket  unknown  -  -  LISTEN  -\n8080/tcp is held, but its holder is "
+              "unknown: it is the kernel or not visible here\n");
     ProgramResult result = WhyUnder(kWithoutRights, {"8081/tcp"});
     EXPECT_THAT(result.out, HasSubstr("8081/tcp is declared by 'a' in package/a.sc; " + unknown));
     EXPECT_EQ(result.status, 1);
@@ -467,7 +466,7 @@ TEST_F(WhyCommand, SaysThatAHolderIsUnknown) {
     result = WhyUnder(kWithoutRights, {"--json", "8080/tcp"});
     EXPECT_EQ(ResultOf(result), Json::Parse(R"({
         "port": 8080, "protocol": "tcp", "verdict": "unknown",
-        "sentence": "8080/tcp is held, but by whom cannot be told: it is the kernel or out of sight",
+        "sentence": "8080/tcp is held, but its holder is unknown: it is the kernel or not visible here",
         "reserved": false, "declared_by": [], "forwarded_by": [],
         "held_by": [{"pid": null, "program": null, "process": null, "user": null, "unit": null,
                      "state": "LISTEN"}],
@@ -481,7 +480,7 @@ TEST_F(WhyCommand, AdvisesToAskAsRoot) {
     const HeldSocket held(AF_INET, SOCK_STREAM, 8080);
     const ProgramResult result = WhyAs(65534, {"8080/tcp"});
     EXPECT_THAT(result.out,
-                HasSubstr("8080/tcp is held, but by whom cannot be told: ask as root\n"));
+                HasSubstr("8080/tcp is held, but its holder is unknown: ask as root\n"));
     EXPECT_EQ(result.status, 3);
 }
 
@@ -501,16 +500,16 @@ TEST_F(WhyCommand, DoesNotTakeAnUnknownHolderForTheService) {
     EXPECT_EQ(result["same_service"], nullptr);
     EXPECT_EQ(result["sentence"], "8080/udp is taken: a " + own.PidText() +
                                       " listens on it and 'a' in package/a.sc declares it; "
-                                      "somebody who cannot be looked at holds it, too");
+                                      "a process that cannot be inspected also holds it");
     std::filesystem::remove(kPackage + "a.sc");
-    EXPECT_EQ(
-        ResultOf(WhyAs(kHttp, question))["sentence"],
-        "8080/udp is held by a " + own.PidText() +
-            ", which listens on it; no service file declares it; somebody who cannot be looked at "
-            "holds it, too");
+    EXPECT_EQ(ResultOf(WhyAs(kHttp, question))["sentence"],
+              "8080/udp is held by a " + own.PidText() +
+                  ", which listens on it; no service file declares it; a process that cannot be "
+                  "inspected "
+                  "also holds it");
     const HeldSocket reserved(AF_INET, SOCK_STREAM, 412);
     EXPECT_EQ(ResultOf(WhyAs(kHttp, {"--json", "412/tcp"}))["sentence"],
-              "412/tcp is taken: the system keeps it for itself; who holds it cannot be told: ask "
+              "412/tcp is taken: the system keeps it for itself; its holder is unknown: ask "
               "as root");
 }
 
@@ -518,16 +517,17 @@ TEST_F(WhyCommand, CannotTellWithoutTheTablesOfSockets) {
     WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
     const TemporaryFolder tables;
     tables.Write("tcp", "header\n");
-    ExpectRun(WhyWithSocketTables(tables.Path(), {"8080/tcp"}), 3,
-              "8080/tcp: whether somebody holds it cannot be told, because the sockets cannot be "
-              "read\n",
-              "servicetool: error: who holds ports cannot be told: /proc/net/udp: no such file or "
-              "directory [unreadable]\n");
+    ExpectRun(
+        WhyWithSocketTables(tables.Path(), {"8080/tcp"}), 3,
+        "8080/tcp: whether somebody holds it is unknown because the sockets cannot be "
+        "read\n",
+        "servicetool: error: the holders of ports are unknown: /proc/net/udp: no such file or "
+        "directory [unreadable]\n");
     std::filesystem::create_directory(tables / "udp");
     const ProgramResult result = WhyWithSocketTables(tables.Path(), {"8081/tcp"});
     EXPECT_THAT(result.out,
                 HasSubstr("8081/tcp is declared by 'a' in package/a.sc; whether somebody holds it "
-                          "cannot be told, because the sockets cannot be read\n"));
+                          "is unknown because the sockets cannot be read\n"));
     EXPECT_THAT(result.err, HasSubstr("/proc/net/udp: cannot be read [unreadable]\n"));
     EXPECT_EQ(result.status, 1);
 }
@@ -540,12 +540,14 @@ TEST_F(WhyCommand, KnowsOfASocketThatStandsInNoTable) {
     tables.Write("udp", "header\n");
     const HeldSocket one(AF_INET, SOCK_STREAM, 8080);
     const HeldSocket other(AF_INET6, SOCK_STREAM, 8081);
-    const std::string nameless = " cannot be told: the kernel does not tell whose socket it is\n";
-    ExpectRun(WhyWithSocketTables(tables.Path(), {"8080/tcp"}), 3,
-              "8080  tcp  socket  unknown  -  -  -  -\n8080/tcp is in use, but by whom" + nameless);
+    const std::string nameless =
+        " is unknown: the kernel does not report the owner of the socket\n";
+    ExpectRun(
+        WhyWithSocketTables(tables.Path(), {"8080/tcp"}), 3,
+        "8080  tcp  socket  unknown  -  -  -  -\n8080/tcp is in use, but its holder" + nameless);
     const ProgramResult declared = WhyWithSocketTables(tables.Path(), {"8081/tcp"});
     EXPECT_THAT(declared.out,
-                HasSubstr("8081/tcp is declared by 'a' in package/a.sc; who holds it" + nameless));
+                HasSubstr("8081/tcp is declared by 'a' in package/a.sc; its holder" + nameless));
     EXPECT_EQ(declared.status, 1);
     const Json result =
         ResultOf(WhyWithSocketTables(tables.Path(), {"8080/tcp", "8080/udp", "--json"}));
@@ -566,7 +568,7 @@ TEST_F(WhyCommand, KnowsOfASocketThatIsBoundOnly) {
         GTEST_SKIP() << "the kernel keeps such a socket to itself";
     }
     const ProgramResult result = Why({"--no-legend", "8080"});
-    EXPECT_THAT(result.out, HasSubstr("8080/tcp is in use, but by whom cannot be told"));
+    EXPECT_THAT(result.out, HasSubstr("8080/tcp is in use, but its holder is unknown"));
     EXPECT_THAT(result.out, HasSubstr("8080/udp is free"));
     EXPECT_EQ(result.status, 3);
     close(bound);
@@ -579,12 +581,12 @@ TEST_F(WhyCommand, CallsNothingFreeWhereTheLibraryIsBlind) {
     const Json taken =
         Json::Parse(WhyWithout(BLIND_NET, {"--json", "8082/tcp", "8083/tcp"}).out)["results"];
     const std::string unread =
-        "whether somebody holds it cannot be told, because the sockets cannot be read\n";
+        "whether somebody holds it is unknown because the sockets cannot be read\n";
     EXPECT_THAT(result.out, HasSubstr("8080/tcp: " + unread +
                                       "8081/tcp is declared by 'a' in "
                                       "package/a.sc; " +
                                       unread));
-    EXPECT_THAT(result.err, HasSubstr("the ports that sockets hold cannot be told"));
+    EXPECT_THAT(result.err, HasSubstr("the ports that sockets hold are unknown"));
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(taken[0]["failed_sources"], Json::Array({}));
     EXPECT_EQ(taken[1]["failed_sources"], Json::Array({"socket"}));
@@ -597,11 +599,11 @@ TEST_F(WhyCommand, TellsWhatTheSourcesThatFailLeaveOpen) {
     const HeldBy forwarded = TcpHeldBy(Program("web"), 8080);
     EXPECT_THAT(Why({"8080/tcp"}).out, HasSubstr(" names it; " + kUndeclared));
     EXPECT_THAT(Why({"8081/tcp"}).out,
-                HasSubstr("nobody listens; whether others declare it cannot be told, because the "
+                HasSubstr("nobody listens; whether others declare it is unknown because the "
                           "settings cannot be read\n"));
     WriteFile(kRules, Rule("1", "web", "80", "x"));
     const std::string unread =
-        " cannot be told, because the settings and the forwarding rules "
+        " is unknown because the settings and the forwarding rules "
         "cannot be read\n";
     EXPECT_THAT(
         Why({"8082/tcp"}).out,
@@ -609,7 +611,7 @@ TEST_F(WhyCommand, TellsWhatTheSourcesThatFailLeaveOpen) {
     ASSERT_EQ(prctl(PR_SET_DUMPABLE, 0), 0);
     const HeldSocket unknown(AF_INET, SOCK_STREAM, 8083);
     EXPECT_THAT(WhyUnder(kWithoutRights, {"8083/tcp"}).out,
-                HasSubstr("by whom cannot be told: it is the kernel or out of sight; whether a "
+                HasSubstr("its holder is unknown: it is the kernel or not visible here; whether a "
                           "service declares it and whether a rule names it" +
                           unread));
 }
@@ -647,7 +649,7 @@ TEST_F(WhyCommand, TakesAProcessWithoutAProgramForNeitherStrangerNorKin) {
     EXPECT_EQ(result["same_service"], nullptr);
     EXPECT_EQ(result["sentence"], "8080/tcp is taken: web " + held.PidText() +
                                       " listens on it and 'web' in package/a.sc declares it; "
-                                      "whether that is the same service cannot be told");
+                                      "whether that is the same service is unknown");
 }
 
 // ---- The command line

@@ -75,7 +75,7 @@ bool ChangeReport::RefusesPorts() {
         Refuse("taken", "its ports are taken", change_.taken_fix,
                unknown_ ? Status::kFailed : Status::kNo);
     } else {
-        Refuse("unknown", "it cannot be told whether its ports are free", change_.unknown_fix,
+        Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
                Status::kFailed);
     }
     return true;
@@ -86,26 +86,26 @@ void ChangeReport::PrintPlan(const std::string &what) {
         report_.Print(Escaped(change_.path) + ": " + what + '\n');
     }
     if (!change_.listeners.empty()) {
-        report_.Print("tell " + ListenersText(change_.listeners) + '\n');
+        report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
     }
     report_.Print(ShownDiff(diff_, report_.Colour()));
 }
 
 bool ChangeReport::End(const std::string &text) {
-    report_.Print(text + std::string(kUnchanged) + ", nobody was told\n");
+    report_.Print(text + '\n');
     AddResult();
     return false;
 }
 
 bool ChangeReport::Begin(const std::string &what) {
     if (!change_.path.empty() && !change_.told_only && change_.before == change_.after) {
-        return End(Escaped(change_.path) + ": is so already: ");
+        return End(Escaped(change_.path) + ": already up to date; nothing changed");
     }
     if (RefusesPorts()) {
         return false;
     }
     PrintPlan(what);
-    return change_.dry_run ? End("dry run: ") : true;
+    return change_.dry_run ? End("dry run: nothing changed, nobody notified") : true;
 }
 
 void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
@@ -140,8 +140,8 @@ void ChangeReport::Do(const Operation &operation) {
         Call(operation, done);
         TellOutcome(done);
     } catch (const std::exception &error) {
-        TellFailed("cannot tell what came of the change: " + LowerFirst(error.what()),
-                   "look at what the file holds now");
+        TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
+                   "look at the current content of the file");
     }
     AddResult();
 }
@@ -186,8 +186,8 @@ void ChangeReport::TellFile(const Done &done) {
     try {
         now = TextOf(change_.path);
     } catch (const std::runtime_error &error) {
-        TellFailed("cannot tell what came of the change: " + LowerFirst(error.what()),
-                   "look at what the file holds now");
+        TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
+                   "look at the current content of the file");
         return;
     }
     changed_ = now != change_.before;
@@ -200,7 +200,7 @@ void ChangeReport::TellFile(const Done &done) {
         return;
     }
     if (done.result >= 0 && changed_) {
-        TellFailed("somebody else changed it meanwhile", "look at it, and make the change again");
+        TellFailed("it was changed by somebody else meanwhile", "check it, and repeat the change");
         return;
     }
     const std::string known =
@@ -216,10 +216,10 @@ void ChangeReport::TellFile(const Done &done) {
         TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
                    FirewallFix(done.outcome));
     } else if (as_planned) {
-        TellFailed(reason + "; the file is changed all the same", "write servicetool restart");
+        TellFailed(reason + "; the file was changed anyway", "write servicetool restart");
     } else {
-        TellFailed(reason + "; somebody else changed the file meanwhile",
-                   "look at it, and make the change again");
+        TellFailed(reason + "; the file was changed by somebody else meanwhile",
+                   "check it, and repeat the change");
     }
 }
 
@@ -256,7 +256,7 @@ void ChangeReport::TellListeners(const Done &done) {
              NotToldFix(listener, !change_.after));
     }
     if (!told.empty()) {
-        report_.PrintDone("told " + ListenersText(told));
+        report_.PrintDone("notified: " + ListenersText(told));
     }
 }
 
@@ -266,7 +266,7 @@ void ChangeReport::TellStagedCopy(const StepFailure &failure) {
     struct stat status {};
     if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
         lstat(failure.path, &status) == 0) {
-        Warn(failure.path, "left-behind", "is what could not be installed, and was left behind",
+        Warn(failure.path, "left-behind", "could not be installed and was left behind",
              "remove it");
     }
 }

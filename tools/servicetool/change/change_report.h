@@ -28,7 +28,7 @@ struct Change {
     bool dry_run = false;
     bool force = false;  // go on past ports that are taken, or may be
     std::string taken_fix = "ask servicetool suggest for ports that are free";
-    std::string unknown_fix = {};  // where it cannot be told whether they are
+    std::string unknown_fix = {};  // if it is unknown whether they are
 };
 
 class ChangeReport {

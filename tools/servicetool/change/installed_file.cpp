@@ -146,7 +146,7 @@ bool ChangeLock::Take() {
 bool TellNoLock(const ChangeLock &lock, const std::string &name, const std::string &consequence,
                 Report &report) {
     if (lock.Problem().empty()) {
-        report.TellError(name, "busy", "another change is under way" + consequence,
+        report.TellError(name, "busy", "another change is in progress" + consequence,
                          "wait for its end, and try again");
     } else {
         report.TellError(name, "failed", "the lock for changes: " + lock.Problem() + consequence,

@@ -25,7 +25,7 @@ class ChangeLock {
     // lock to be had.
     bool Take();
 
-    // Why there is no lock to be had; empty where another change is under way.
+    // Why there is no lock to be had; empty where another change is in progress.
     const std::string &Problem() const { return problem_; }
 
   private:

@@ -89,14 +89,13 @@ struct ListenerKind {
     Listener listener;
     std::string_view name;
     std::string_view words;
-    std::string_view condition;  // under which it is notified at all
 };
 
 constexpr ListenerKind kKinds[] = {
-    {Listener::kRouterTool, "router", "the router tool", ""},
-    {Listener::kFirewall, "firewall", "the firewall", ""},
-    {Listener::kRelayDaemon, "relay", "the relay daemon", " if it runs"},
-    {Listener::kPlugins, "plugins", "the plugins", ""},
+    {Listener::kRouterTool, "router", "router tool"},
+    {Listener::kFirewall, "firewall", "firewall"},
+    {Listener::kRelayDaemon, "relay", "relay daemon"},
+    {Listener::kPlugins, "plugins", "plugins"},
 };
 
 const ListenerKind &KindOf(Listener listener) {
@@ -130,10 +129,8 @@ std::string_view ListenerName(Listener listener) {
 
 std::string ListenersText(const std::vector<Listener> &listeners) {
     std::string text;
-    for (std::size_t i = 0; i < listeners.size(); ++i) {
-        text += i == 0 ? "" : i + 1 < listeners.size() ? ", " : " and ";
-        text += KindOf(listeners[i]).words;
-        text += KindOf(listeners[i]).condition;
+    for (const Listener listener : listeners) {
+        text.append(text.empty() ? "" : ", ").append(KindOf(listener).words);
     }
     return text;
 }
@@ -143,7 +140,7 @@ bool IsServed(const Notification &notification) {
 }
 
 std::string NotToldText(Listener listener, const std::string &reason) {
-    return "could not tell " + std::string(KindOf(listener).words) + ": " + reason;
+    return "could not notify the " + std::string(KindOf(listener).words) + ": " + reason;
 }
 
 std::string NotToldFix(Listener listener, bool gone) {
@@ -158,7 +155,7 @@ std::string NotToldFix(Listener listener, bool gone) {
         case Listener::kRouterTool:
             break;
     }
-    return "it hears of a change only when it is made: change the section back and then again";
+    return "it is notified only when a change is made: change the section back and then again";
 }
 
 const StepFailure &FailureOf(Listener listener, const Notifications &notified) {

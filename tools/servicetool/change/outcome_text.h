@@ -18,14 +18,14 @@ std::string ReasonText(const StepFailure &failure, const std::string &path,
 // As JSON names it: "router", "firewall", "relay" or "plugins".
 std::string_view ListenerName(Listener listener);
 
-// "the router tool, the firewall and the relay daemon if it runs"
+// "router tool, firewall, relay daemon"
 std::string ListenersText(const std::vector<Listener> &listeners);
 
 // Whether a listener needs no further notification. A daemon that does not run reads its
 // configuration when it starts.
 bool IsServed(const Notification &notification);
 
-// "could not tell the plugins: REASON"
+// "could not notify the plugins: REASON"
 std::string NotToldText(Listener listener, const std::string &reason);
 
 // How a listener that was not notified of a change of a file still can be; `gone`: the file was

@@ -186,7 +186,7 @@ OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &re
     }
     OwnedPorts ports = ParsePorts(text, direction);
     if (ports == nullptr) {
-        report.TellUsage(Quoted(text) + " is no port list to the library", "");
+        report.TellUsage(Quoted(text) + " is not a valid port list", "");
     } else if (!FitsServiceFile(*ports)) {
         report.TellUsage(Quoted(text) + " is longer than the " +
                              std::to_string(kLongestPortsValue) +

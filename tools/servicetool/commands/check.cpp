@@ -129,11 +129,11 @@ constexpr Option kOptions[] = {
      .value = {"FILE", Completion::kFiles},
      .repeat = Repeat::kWords},
     {.name = "--skip",
-     .help = "Pass these services over",
+     .help = "Ignore these services",
      .value = {"NAME", Completion::kSkippableNames},
      .repeat = Repeat::kItems},
     {.name = "--source",
-     .help = "Ask only these: forward, service, setting or socket",
+     .help = "Only these sources: forward, service, setting, socket",
      .value = {"SOURCE", Completion::kWordList, kSourceNames},
      .repeat = Repeat::kItems},
     kNoLegend,
@@ -180,7 +180,7 @@ UsageProblem ProblemOf(const Arguments &arguments) {
 
 constinit const Command kCheckCommand = {
     .name = "check",
-    .summary = "Tell whether ports are taken, and by whom",
+    .summary = "Report whether ports are taken, and by whom",
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,

@@ -31,7 +31,7 @@ void Cleaning::Run() {
     }
     TellUnread(found);
     if (found.all.empty() && found.unread.empty()) {
-        report_.Print("nothing is left behind\n");
+        report_.Print("there are no leftovers\n");
     } else if (dry_run_) {
         report_.Print("dry run: nothing was removed\n");
     }
@@ -97,7 +97,7 @@ void Clean(bool dry_run, Report &report) {
 constexpr Option kOptions[] = {kDryRun};
 
 constexpr char kExamples[] = R"(Examples:
-  servicetool clean --dry-run            what was left behind
+  servicetool clean --dry-run            list the leftovers
   servicetool clean
   servicetool clean --json | jq -r '.results[] | select(.state == "kept").path')";
 
@@ -105,7 +105,7 @@ constexpr char kExamples[] = R"(Examples:
 
 constinit const Command kCleanCommand = {
     .name = "clean",
-    .summary = "Remove what killed programs left behind",
+    .summary = "Remove leftovers of killed programs",
     .operands = {},
     .options = kOptions,
     .examples = kExamples,

@@ -25,9 +25,9 @@ constexpr Option kHelp = {
     .name = "--help", .help = "Print this help and exit", .letter = 'h', .ends = true};
 constexpr Option kVersion = {
     .name = "--version", .help = "Print the version and exit", .ends = true};
-constexpr Option kJson = {.name = "--json", .help = "Print one JSON document instead"};
+constexpr Option kJson = {.name = "--json", .help = "Print one JSON document instead of text"};
 constexpr Option kVerbose = {
-    .name = "--verbose", .help = "Print what the library logs, too", .letter = 'v'};
+    .name = "--verbose", .help = "Also print the log lines of the library", .letter = 'v'};
 
 constexpr Option kOwnOptions[] = {kHelp, kVersion, kJson, kVerbose};
 constexpr Option kCommonOptions[] = {kHelp, kJson, kVerbose};

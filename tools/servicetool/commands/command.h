@@ -124,14 +124,13 @@ std::span<const Option> CommonOptions();
 
 // ---- What several commands have
 
-inline constexpr Option kNoLegend = {.name = "--no-legend", .help = "Leave the header out"};
-inline constexpr Option kDryRun = {.name = "--dry-run",
-                                   .help = "Show what would be done, and do nothing"};
+inline constexpr Option kNoLegend = {.name = "--no-legend", .help = "Print no header"};
+inline constexpr Option kDryRun = {.name = "--dry-run", .help = "Only show what would be done"};
 inline constexpr Option kSystemFile = {
     .name = "--system", .help = "The file of the system", .excludes = "--package"};
 inline constexpr Option kPackageFile = {.name = "--package", .help = "The file of a package"};
 inline constexpr Option kNoRestart = {.name = "--no-restart",
-                                      .help = "Reload neither the firewall nor the relay daemon"};
+                                      .help = "Do not reload the firewall and the relay daemon"};
 
 inline constexpr Operand kTargetFile = {
     .value = {"FILE", Completion::kInstalledFiles},

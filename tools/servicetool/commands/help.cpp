@@ -86,7 +86,7 @@ std::string HelpText(const Command *command) {
     for (const Command *one : Commands()) {
         commands += Line(std::string(one->name), one->summary);
     }
-    return "Looks at the services of the appliance and their ports, and changes them.\n"
+    return "Query and change the network services of the appliance and their ports.\n"
            "Usage: servicetool [OPTIONS] [COMMAND]\n\nOptions:\n" +
            OptionLines(OwnOptions()) + "\nCommands:\n" + commands + '\n' + kExamples + '\n';
 }

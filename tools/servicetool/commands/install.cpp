@@ -59,7 +59,7 @@ Change ChangeOf(std::string_view operation, const Arguments &arguments, const In
         .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
         .dry_run = arguments.Has("--dry-run"),
         .force = arguments.Has("--force"),
-        .unknown_fix = "add --force to go on all the same",
+        .unknown_fix = "add --force to go on anyway",
     };
 }
 
@@ -182,9 +182,8 @@ constexpr Operand kOperands[] = {
     {.value = {"FILE", Completion::kFiles}, .help = "A service file; - is standard input"},
 };
 
-constexpr char kNameHelp[] = "Its name there; else its own";
-constexpr Option kForce = {.name = "--force",
-                           .help = "Go on where ports are taken, or cannot be told to be free"};
+constexpr char kNameHelp[] = "Name of the installed file (default that of the source)";
+constexpr Option kForce = {.name = "--force", .help = "Go on even if ports are taken or unknown"};
 
 constexpr Option kInstallOptions[] = {
     {.name = "--as", .help = kNameHelp, .value = {"NAME"}},
@@ -203,7 +202,7 @@ constexpr Option kUpdateOptions[] = {
 };
 
 constexpr char kInstallExamples[] = R"(Examples:
-  servicetool install mypackage.sc       for a package
+  servicetool install mypackage.sc       a service file of a package
   servicetool install --dry-run mypackage.sc
   servicetool install --as mypackage.sc build/services.txt
   generate-services | servicetool install --as mypackage.sc -)";

@@ -40,7 +40,7 @@ constexpr Operand kOperands[] = {
 };
 
 constexpr Option kOptions[] = {
-    {.name = "--strict", .help = "Fail on warnings, too"},
+    {.name = "--strict", .help = "Treat warnings as errors"},
 };
 
 constexpr char kExamples[] = R"(Examples:
@@ -52,7 +52,7 @@ constexpr char kExamples[] = R"(Examples:
 
 constinit const Command kLintCommand = {
     .name = "lint",
-    .summary = "Find everything that is wrong in service files",
+    .summary = "Find mistakes in service files",
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,

@@ -44,14 +44,14 @@ void List(const Arguments &arguments, Report &report) {
 }
 
 constexpr Option kOptions[] = {
-    {.name = "--system", .help = "Only those of the system"},
-    {.name = "--package", .help = "Only those of packages"},
+    {.name = "--system", .help = "Only system files"},
+    {.name = "--package", .help = "Only package files"},
     kNoLegend,
 };
 
 constexpr char kExamples[] = R"(Examples:
   servicetool list                       every service of the appliance
-  servicetool list --package             those of packages only
+  servicetool list --package             only those of packages
   servicetool list --no-legend | wc -l   how many there are
   servicetool list --json | jq -r '.results[].name')";
 

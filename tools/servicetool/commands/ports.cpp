@@ -206,7 +206,7 @@ void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
     for (const auto &[protocol, ports] : all.unclear) {
         if (!ports.empty()) {
             report.TellError("", "unknown-holder",
-                             "cannot tell who holds " + Shortened(PortsText(ports)) + '/' +
+                             "it is unknown who holds " + Shortened(PortsText(ports)) + '/' +
                                  ProtocolsText(protocol) + ", which is declared",
                              geteuid() == 0 ? "" : "ask as root");
             report.Raise(Status::kFailed);
@@ -247,20 +247,20 @@ void Ports(const PortsOptions &options, Report &report) {
 constexpr Option kOptions[] = {
     {.name = "--declared", .help = "Only what services, rules and settings declare"},
     {.name = "--held", .help = "Only what processes hold"},
-    {.name = "--conflicts", .help = "Only ports that two have a claim to"},
-    {.name = "--map", .help = "Draw a picture of the ports instead"},
+    {.name = "--conflicts", .help = "Only ports in conflict"},
+    {.name = "--map", .help = "Draw a map of the ports instead"},
     {.name = "--svg",
-     .help = "Write the picture to a file; - is standard output",
+     .help = "Write the map to an SVG file; - is standard output",
      .value = {"FILE", Completion::kFiles}},
-    {.name = "--no-legend", .help = "Leave the header or the legend out"},
+    {.name = "--no-legend", .help = "Print no header and no legend"},
 };
 
 constexpr char kExamples[] = R"(Examples:
   servicetool ports                      every port that is declared or held
   servicetool ports --held               what processes hold right now
-  servicetool ports --conflicts          ports that two have a claim to
-  servicetool ports --map                all of them in a picture
-  servicetool ports --svg ports.svg      the picture for a browser)";
+  servicetool ports --conflicts          ports in conflict
+  servicetool ports --map                a map of all ports
+  servicetool ports --svg ports.svg      the map for a browser)";
 
 // Standard output holds one thing, by whatever name it is asked for.
 UsageProblem ProblemOf(const Arguments &arguments) {

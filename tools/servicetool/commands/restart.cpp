@@ -36,7 +36,7 @@ constexpr char kExamples[] = R"(Examples:
 
 constinit const Command kRestartCommand = {
     .name = "restart",
-    .summary = "Have the declared ports take effect",
+    .summary = "Make changed ports take effect",
     .operands = {},
     .options = kOptions,
     .examples = kExamples,

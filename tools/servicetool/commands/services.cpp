@@ -144,9 +144,9 @@ void TellNotFound(const std::vector<std::string> &wanted, const FirewallServices
 }
 
 void TellSupportUnknown(Report &report) {
-    report.TellError(kFactorySettingsFile, "unreadable",
-                     "what this model supports cannot be told: " +
-                         ReadRegularFile(kFactorySettingsFile).problem);
+    report.TellError(
+        kFactorySettingsFile, "unreadable",
+        "it is unknown what this model supports: " + ReadRegularFile(kFactorySettingsFile).problem);
     report.Raise(Status::kFailed);
 }
 
@@ -182,7 +182,7 @@ constexpr Operand kOperands[] = {
 };
 
 constexpr Option kOptions[] = {
-    {.name = "--supported", .help = "Only those that this model supports"},
+    {.name = "--supported", .help = "Only services that this model supports"},
     kNoLegend,
 };
 

@@ -179,24 +179,22 @@ void Set(const Arguments &arguments, Report &report) {
 constexpr Operand kOperands[] = {kTargetFile, kTargetSection};
 
 constexpr Option kOptions[] = {
-    {.name = "--title",
-     .help = "What the service is called; needed for a new one",
-     .value = {"TITLE"}},
-    {.name = "--desc", .help = "What it does; needed for a new one", .value = {"TEXT"}},
+    {.name = "--title", .help = "Title; required for a new service", .value = {"TITLE"}},
+    {.name = "--desc", .help = "Description; required for a new service", .value = {"TEXT"}},
     {.name = "--dst-ports",
-     .help = "Its ports, such as 80,6000:6010/tcp; needed for a new one",
+     .help = "Ports, such as 80,6000:6010/tcp; required for a new service",
      .value = {"PORTS"}},
     {.name = "--src-ports",
-     .help = "The ports that its clients come from; others may have them",
+     .help = "Ports that its clients connect from; may be taken",
      .value = {"PORTS"}},
     {.name = "--title-key",
-     .help = "Where the title is in a string table: [SOURCE:]SECTION:KEY",
+     .help = "Place of the title in a string table: [SOURCE:]SECTION:KEY",
      .value = {"REFERENCE"}},
-    {.name = "--desc-key", .help = "Where the description is", .value = {"REFERENCE"}},
+    {.name = "--desc-key", .help = "Place of the description", .value = {"REFERENCE"}},
     {.name = "--port-forward",
-     .help = "The router may forward its ports",
+     .help = "Allow the router to forward the ports",
      .excludes = "--no-port-forward"},
-    {.name = "--no-port-forward", .help = "It may not"},
+    {.name = "--no-port-forward", .help = "Do not allow it"},
     kSystemFile,
     kPackageFile,
     kNoRestart,
@@ -205,7 +203,7 @@ constexpr Option kOptions[] = {
 
 constexpr char kExamples[] = R"(Examples:
   servicetool set mypackage.sc web --title Web --desc "The web pages" --dst-ports 8080/tcp
-  servicetool set mypackage.sc web --title "My web"   the rest stays as it is
+  servicetool set mypackage.sc web --title "My web"   the rest is unchanged
   servicetool set mypackage.sc web --port-forward --dry-run)";
 
 UsageProblem ProblemOf(const Arguments &arguments) {

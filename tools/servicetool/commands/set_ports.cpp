@@ -36,11 +36,11 @@ void SetPorts(const Arguments &arguments, Report &report) {
 constexpr Operand kOperands[] = {
     kTargetFile,
     kTargetSection,
-    {.value = {"PORTS"}, .help = "Its ports, such as 80,6000:6010/tcp"},
+    {.value = {"PORTS"}, .help = "Ports, such as 80,6000:6010/tcp"},
 };
 
 constexpr Option kOptions[] = {
-    {.name = "--src", .help = "Set src.ports instead, which are refused alike if others have them"},
+    {.name = "--src", .help = "Set the source ports instead; refused if they are taken"},
     kSystemFile,
     kPackageFile,
     kNoRestart,

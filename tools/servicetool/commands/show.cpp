@@ -194,11 +194,11 @@ void Show(const std::string &target, Report &report) {
 
 constexpr Operand kOperands[] = {
     {.value = {"NAME|FILE", Completion::kServicesAndFiles},
-     .help = "A service by its name, or a file; - is standard input"},
+     .help = "Name of a service, or a file; - is standard input"},
 };
 
 constexpr char kExamples[] = R"(Examples:
-  servicetool show ntp                   the service ntp, in whatever file it is
+  servicetool show ntp                   the service ntp, from any file
   servicetool show ./mypackage.sc        all services of a file
   servicetool show --json ntp | jq '.results[0].ports')";
 
@@ -206,7 +206,7 @@ constexpr char kExamples[] = R"(Examples:
 
 constinit const Command kShowCommand = {
     .name = "show",
-    .summary = "Show everything that a service or a service file says",
+    .summary = "Show everything that a service or a service file declares",
     .operands = kOperands,
     .options = {},
     .examples = kExamples,

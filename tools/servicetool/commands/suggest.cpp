@@ -118,15 +118,17 @@ void Suggest(const SuggestOptions &options, Report &report) {
 constexpr unsigned int kMostSuggestions = 1000;
 
 constexpr Operand kOperands[] = {
-    {.value = {"COUNT"}, .help = "How many, 1 to 1000; else one", .count = Count::kAtMostOne},
+    {.value = {"COUNT"},
+     .help = "Number of ports, 1 to 1000 (default 1)",
+     .count = Count::kAtMostOne},
 };
 
 constexpr Option kOptions[] = {
-    {.name = "--near", .help = "Those nearest to this port; else to 8080", .value = {"PORT"}},
+    {.name = "--near", .help = "Port to start from (default 8080)", .value = {"PORT"}},
     {.name = "--proto",
-     .help = "Free for tcp or udp; for both unless given",
+     .help = "Protocols that must be free (default both)",
      .value = {"PROTOCOLS", Completion::kWords, "tcp udp tcp,udp"}},
-    {.name = "--block", .help = "Ports in a row"},
+    {.name = "--block", .help = "Consecutive ports"},
 };
 
 constexpr char kExamples[] = R"(Examples:

@@ -202,7 +202,7 @@ void Why(const WhyOptions &options, Report &report) {
 
 constexpr Operand kOperands[] = {
     {.value = {"PORT[/PROTOCOL]"},
-     .help = "Ports, such as 8080 or 53/udp; both protocols unless given",
+     .help = "Ports, such as 8080 or 53/udp; default both protocols",
      .count = Count::kSome},
 };
 
@@ -217,7 +217,7 @@ constexpr char kExamples[] = R"(Examples:
 
 constinit const Command kWhyCommand = {
     .name = "why",
-    .summary = "Tell who declares and who holds a port",
+    .summary = "Report who declares and who holds a port",
     .operands = kOperands,
     .options = kOptions,
     .examples = kExamples,

@@ -58,11 +58,11 @@ void CheckQuotes(const ConfigLine &line, Findings &findings) {
         findings.Add(Rule("quotes"), line, raw.substr(0, 1),
                      "the opening quote has no closing one at the end of the line and is read as "
                      "part of the value",
-                     "end the line with a quote, or take this one away");
+                     "end the line with a quote, or remove this one");
     } else if (raw.back() == '"') {
         findings.Add(Rule("quotes"), line, raw.substr(raw.size() - 1),
                      "the closing quote has no opening one and is read as part of the value",
-                     "start the value with a quote, or take this one away");
+                     "start the value with a quote, or remove this one");
     } else if (raw.size() >= 2 && raw.front() == '\'' && raw.back() == '\'') {
         findings.Add(Rule("quotes"), line, raw.substr(0, 1),
                      "single quotes are read as part of the value", "use double quotes");

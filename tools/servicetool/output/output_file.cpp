@@ -128,7 +128,7 @@ std::string WriteWholeFile(const std::string &path, std::string_view text) {
                                    : IsLink(path)  ? "symbolic link to nothing"
                                                    : Create(path, text));
     }
-    return S_ISREG(old.st_mode) ? Message("cannot be written and is as it was: ",
+    return S_ISREG(old.st_mode) ? Message("cannot be written and is unchanged: ",
                                           Replace(FollowLinks(path), old, text))
                                 : Message(kUnwritten, WriteTo(path, text));
 }

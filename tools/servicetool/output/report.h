@@ -17,11 +17,10 @@ enum class Status : int {
     kOk = 0,      // done; for a question: free, valid, found
     kNo = 1,      // the answer is no: taken, invalid, not found
     kUsage = 2,   // the command line is wrong
-    kFailed = 3,  // it failed, or cannot be told
+    kFailed = 3,  // it failed, or the answer is unknown
 };
 
 // How a change ends that was not made.
-inline constexpr std::string_view kUnchanged = "nothing was changed";
 inline constexpr std::string_view kSoUnchanged = ", so nothing was changed";
 
 // Of a terminal; what is not known is 0.

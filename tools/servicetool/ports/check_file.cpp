@@ -31,7 +31,7 @@ struct CheckedSection {
     }
 };
 
-// The worst one: what is taken is so, whatever else cannot be told.
+// The worst one: a taken port is taken whatever else is unknown.
 PortVerdict VerdictOf(const std::vector<CheckedSection> &sections) {
     const auto any = [&sections](PortVerdict verdict) {
         return std::any_of(sections.begin(), sections.end(), [verdict](const auto &section) {

@@ -75,7 +75,7 @@ PortRanges DeclaredTwice(const ClaimList &declared) {
 // Who waits at a port, seen from those who declare it.
 struct Listeners {
     bool strange = false;  // a program of none of them is there
-    bool unknown = false;  // somebody is of whom that cannot be told
+    bool unknown = false;  // of a holder this is unknown
 };
 
 using SocketClaims = std::vector<PortClaim *>;
@@ -138,7 +138,7 @@ void Compare(std::uint32_t protocol, PortClaims &all) {
 
 void TellUnreadSockets(const HeldPorts &held, Report &report) {
     if (!held.problem.empty()) {
-        report.TellError("", "unreadable", "who holds ports cannot be told: " + held.problem);
+        report.TellError("", "unreadable", "the holders of ports are unknown: " + held.problem);
     }
 }
 

@@ -238,7 +238,7 @@ std::string Sentence::Kinship() const {
     if (account_.same_service) {
         return "; by name, that is " + same;
     }
-    return account_.HasUnknownHolder() ? "" : "; whether that is " + same + " cannot be told";
+    return account_.HasUnknownHolder() ? "" : "; whether that is " + same + " is unknown";
 }
 
 // Whether there are more than those who are named.
@@ -246,8 +246,8 @@ std::string Sentence::OtherHolders() const {
     if (!account_.HasUnknownHolder()) {
         return {};
     }
-    return holders_.empty() ? "; who holds it cannot be told" + Remedy()
-                            : "; somebody who cannot be looked at holds it, too";
+    return holders_.empty() ? "; its holder is unknown" + Remedy()
+                            : "; a process that cannot be inspected also holds it";
 }
 
 // What the sources that failed leave open.
@@ -266,16 +266,16 @@ std::string Sentence::Doubts() const {
         }
     }
     return names.empty() ? ""
-                         : Enumerated(questions) + " cannot be told, because " + Enumerated(names) +
+                         : Enumerated(questions) + " is unknown because " + Enumerated(names) +
                                " cannot be read";
 }
 
 // Root may look at every process, but the kernel has sockets of its own, and containers theirs.
 std::string Sentence::Remedy() const {
     if (account_.held.front().state == kNoState) {
-        return ": the kernel does not tell whose socket it is";
+        return ": the kernel does not report the owner of the socket";
     }
-    return as_root_ ? ": it is the kernel or out of sight" : ": ask as root";
+    return as_root_ ? ": it is the kernel or not visible here" : ": ask as root";
 }
 
 std::string Sentence::Taken() const {
@@ -335,7 +335,7 @@ std::string Sentence::CannotTell() const {
         return ": " + doubts_;
     }
     const bool bound = account_.held.front().state == kNoState;
-    return std::string(bound ? " is in use" : " is held") + ", but by whom cannot be told" +
+    return std::string(bound ? " is in use" : " is held") + ", but its holder is unknown" +
            Remedy() + (doubts_.empty() ? "" : "; " + doubts_);
 }
 

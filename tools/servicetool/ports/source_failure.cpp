@@ -78,7 +78,7 @@ Diagnostic WhyRuleIsBad(const SourceFailure &failure) {
                            "rule [" + Shortened(section) + "] is not read: " +
                                (lacks_key ? "it lacks " + Quoted(failure.key)
                                           : Quoted(failure.text) + " names no ports"),
-                           lacks_key ? "add the key, or take the rule away"
+                           lacks_key ? "add the key, or remove the rule"
                                      : "write PORT or START-END, with commas between");
     const FileContents contents = ReadRegularFile(why.file);
     const auto line = FindLine(contents.text, section, lacks_key ? "" : failure.key);
@@ -149,7 +149,7 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
     const FileContents contents = ReadRegularFile(kSettingsFile);
     if (!contents.problem.empty()) {
         return Error(kSettingsFile, "unreadable",
-                     "settings cannot be asked for ports: " + contents.problem);
+                     "the settings cannot be read for ports: " + contents.problem);
     }
     const std::optional<ConfigLine> line = FindLine(contents.text, "", failure.declarer.entry);
     uint32_t port = 0;
@@ -158,11 +158,11 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
             kSettingsFile, *line, line->value,
             Error("", "bad-setting",
                   Quoted(line->value) + " is no port number for " + std::string(line->name),
-                  "name a port from 1 to 65535, or take the key away"));
+                  "name a port from 1 to 65535, or remove the key"));
     }
-    return Error(kSettingsFile, "failed",
-                 std::string(failure.declarer.entry) + " cannot be told" +
-                     Because(SystemReason(failure.code)));
+    return Error(
+        kSettingsFile, "failed",
+        std::string(failure.declarer.entry) + " is unknown" + Because(SystemReason(failure.code)));
 }
 
 // ---- Sockets ----
@@ -172,9 +172,8 @@ Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
         return Error("", "port-zero", "sockets cannot be asked for port 0",
                      "name ports from 1 to 65535");
     }
-    return Error(
-        "", "failed",
-        "the ports that sockets hold cannot be told" + Because(SystemReason(failure.code)));
+    return Error("", "failed",
+                 "the ports that sockets hold are unknown" + Because(SystemReason(failure.code)));
 }
 
 }  // namespace
