@@ -104,7 +104,9 @@ class PortSources {
     std::vector<PortAnswer> Ask(const std::vector<PortRequest> &requests);
 
     PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped = {}) {
-        return std::move(Ask({{query, skipped}}).front());
+        std::vector<PortAnswer> answers = Ask({{query, skipped}});
+        PortAnswer answer = std::move(answers.front());
+        return answer;
     }
 
     // The same as records of the engine; returns the sources that failed for each request.
