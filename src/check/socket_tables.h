@@ -11,17 +11,17 @@
 namespace tavo {
 
 struct SocketTable {
-    uint16_t protocol;
     const char *path;
+    uint16_t protocol;
     bool optional;  // a kernel without IPv6 has none
 };
 
 // In the order in which their sockets are listed.
 inline constexpr SocketTable kSocketTables[] = {
-    {TAVO_PROTO_TCP, kTcpTable, false},
-    {TAVO_PROTO_TCP, kTcp6Table, true},
-    {TAVO_PROTO_UDP, kUdpTable, false},
-    {TAVO_PROTO_UDP, kUdp6Table, true},
+    {kTcpTable, TAVO_PROTO_TCP, false},
+    {kTcp6Table, TAVO_PROTO_TCP, true},
+    {kUdpTable, TAVO_PROTO_UDP, false},
+    {kUdp6Table, TAVO_PROTO_UDP, true},
 };
 
 // `here` is the place of the operation that reads, which the log lines name.

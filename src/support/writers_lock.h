@@ -20,7 +20,9 @@ namespace tavo {
 class WritersLock {
   public:
     explicit WritersLock(const char *folder) {
-        if (folder != nullptr && IsAvailable()) {
+        // IsAvailable() in full: clang-tidy does not look into it.
+        if (folder != nullptr && TLIBCFolderLockTake != nullptr &&
+            TLIBCFolderLockRelease != nullptr) {
             lock_ = TLIBCFolderLockTake(folder);
             out_of_memory_ = lock_ == nullptr && TLIBCErrGet() == TLIBC_ERR_NO_MEMORY;
         }
