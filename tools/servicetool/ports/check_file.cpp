@@ -1,5 +1,5 @@
-// An install compares a file section by section and stops at the first conflict. The author of the
-// file wants all of them, and to know where an install would not see one.
+// An install checks a file section by section and stops at the first conflict. This check reports
+// all conflicts, and those that an install would not detect.
 #include "ports/check_file.h"
 
 #include <algorithm>
@@ -21,8 +21,8 @@ struct CheckedSection {
     SectionQuery wanted;
     PortAnswer answer;
 
-    // Whether an install reports a conflict of the section. It asks for no sockets where dst.ports
-    // names no protocol.
+    // Whether an install reports a conflict of the section. If dst.ports names no protocol, it does
+    // not check sockets.
     bool StopsInstall() const {
         return std::any_of(answer.conflicts.begin(), answer.conflicts.end(),
                            [this](const PortConflict &conflict) {
@@ -31,7 +31,7 @@ struct CheckedSection {
     }
 };
 
-// The worst one: a taken port is taken whatever else is unknown.
+// The worst verdict of the sections: kTaken, then kUnknown.
 PortVerdict VerdictOf(const std::vector<CheckedSection> &sections) {
     const auto any = [&sections](PortVerdict verdict) {
         return std::any_of(sections.begin(), sections.end(), [verdict](const auto &section) {
@@ -43,7 +43,7 @@ PortVerdict VerdictOf(const std::vector<CheckedSection> &sections) {
                                         : PortVerdict::kFree;
 }
 
-// One file that lint found no error in.
+// The check of one file in which lint found no error.
 class FileCheck {
   public:
     FileCheck(const FileQuestion &question, LintedFile file, Report &report)
@@ -52,7 +52,7 @@ class FileCheck {
     // Adds the requests of the sections. Returns false after a failure, which is reported.
     bool AddRequests(std::vector<PortRequest> &requests);
 
-    // Takes the answers from `next` on, as many as there were requests.
+    // Consumes one answer per request, from `next` on.
     void Conclude(std::vector<PortAnswer>::iterator &next);
 
   private:
@@ -98,7 +98,7 @@ void FileCheck::Conclude(std::vector<PortAnswer>::iterator &next) {
 }
 
 // An install stops at the first section with a conflict, and at a [global] without ports, which it
-// takes for a section that it cannot check.
+// treats as a section that it cannot check.
 void FileCheck::CompareWithInstall() {
     const std::optional<ConfigLine> global = PortlessGlobalLine(file_.text);
     const auto is_checked = [&global](const CheckedSection &section) {

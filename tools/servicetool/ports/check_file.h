@@ -18,11 +18,12 @@ inline constexpr int kSourcesOfFiles =
 struct FileQuestion {
     const std::vector<std::string> &paths;  // "-" for standard input
     const SkippedNames &skipped;
-    bool as_install;  // the same is asked as by an install, so its answer is known
+    bool as_install;  // the question is that of an install: also report where the answers differ
     bool header;
 };
 
-// Lints the files, then asks for the destination ports of every section, which skips itself.
+// Lints the files, then checks the destination ports of every section. A section does not conflict
+// with its own installed declaration.
 void CheckFiles(const FileQuestion &question, PortSources &sources, Report &report);
 
 }  // namespace tavo::tool

@@ -59,7 +59,7 @@ class DeclaredPortsReader {
     DeclaredPorts declared_;
 };
 
-// Adds a declaration of the last declarer for each protocol.
+// Adds a declaration of the most recent declarer for each requested protocol.
 void DeclaredPortsReader::Add(const PortRange &range, std::uint32_t protocols,
                               std::string_view source) {
     for (const std::uint32_t protocol : kProtocols) {
@@ -70,7 +70,7 @@ void DeclaredPortsReader::Add(const PortRange &range, std::uint32_t protocols,
     }
 }
 
-// The ports of one declarer come in a row.
+// The ports of one declarer are adjacent.
 void DeclaredPortsReader::AddTaken(std::span<const TakenPorts> all) {
     const TakenPorts *former = nullptr;
     for (const TakenPorts &taken : all) {
@@ -92,7 +92,7 @@ bool DeclaredPortsReader::IsAskedFor(std::uint32_t port) const {
     });
 }
 
-// A key that is among the settings of the engine is left to these.
+// Skips keys that are also settings of the engine, which has already reported them.
 void DeclaredPortsReader::AddSystemPort(const SystemPort &row) {
     const bool setting = row.key != nullptr;
     if (setting && std::any_of(std::begin(kServiceSettings), std::end(kServiceSettings),

@@ -1,4 +1,4 @@
-// Who declares which ports: firewall services, settings and forwarding rules.
+// Declared ports and their declarers: firewall services, settings and forwarding rules.
 #ifndef TAVO_SERVICETOOL_PORTS_DECLARED_PORTS_H
 #define TAVO_SERVICETOOL_PORTS_DECLARED_PORTS_H
 
@@ -20,24 +20,24 @@ namespace tavo::tool {
 
 // A service, a rule or a setting that declares ports.
 struct Declarer {
-    std::string name;         // what leaves it out of a comparison; empty where nothing does
-    std::string file;         // that declares it; empty for a built-in one
-    std::string entry;        // of the file: a section or a key
-    std::string place;        // file and entry in short, as tables show them
+    std::string name;         // the name to skip it by; empty if it cannot be skipped
+    std::string file;         // path of the declaring file; empty for a built-in service
+    std::string entry;        // section or key in the file
+    std::string place;        // file and entry, abbreviated for tables
     std::string detail = {};  // of a rule: "tcp, 8080 of the router to 80"
 
-    // The name by which it is compared with others: the system knows some services by two names.
+    // The name for comparisons with other declarers: some services have two names.
     std::string service = {};
     auto operator<=>(const Declarer &) const = default;
 };
 
-// All empty for what nobody declares: sockets and the reserved port.
+// All members are empty for sockets and the reserved port, which have no declarer.
 Declarer DeclarerOf(const TakenPorts &taken);
 
 // "web_http (system/web.sc)".
 std::string DeclarerText(const Declarer &declarer);
 
-// Ports that one declares for one protocol, as far as they were asked for.
+// Ports that one declarer declares for one protocol, limited to the requested ports.
 struct Declaration {
     PortRange range;
     std::uint32_t protocol;   // TAVO_PROTO_TCP or TAVO_PROTO_UDP
@@ -45,17 +45,16 @@ struct Declaration {
     const Declarer *declarer;
 };
 
-// By port, protocol and source, then by declarer; each only once.
+// Sorts by port, protocol, source and declarer, and removes duplicates.
 void SortDeclarations(std::vector<Declaration> &declarations);
 
 struct DeclaredPorts {
-    std::vector<Declaration> declarations;  // in that order
-    std::vector<std::string_view> failed;   // the sources that may declare more
-    std::deque<Declarer> declarers;         // what the declarations point to
+    std::vector<Declaration> declarations;  // in the order of SortDeclarations
+    std::vector<std::string_view> failed;   // sources that may declare more
+    std::deque<Declarer> declarers;         // the declarations point to these
 };
 
-// Reads the declarations of the ports of a query. Failures are reported; the status is up to the
-// caller.
+// Reads the declarations of the ports of a query. Reports failures but does not raise the status.
 DeclaredPorts ReadDeclaredPorts(const PortQuery &query, Report &report);
 
 }  // namespace tavo::tool

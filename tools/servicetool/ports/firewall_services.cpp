@@ -11,8 +11,8 @@
 namespace tavo::tool {
 namespace {
 
-// The built-in services whose ports are settings, the files that hold these, and those of the last
-// one that have to name a port.
+// A built-in service with configurable ports, the files with its settings, and the keys in the last
+// file of which one must name a port.
 struct PortSettings {
     std::string_view service;
     std::vector<std::string> files;
@@ -32,7 +32,7 @@ void ReadRecords(FirewallServices &read) {
         read.services.push_back(
             {one.service, one.row, one.file, one.section, one.service->blSupported != 0});
     }
-    // The catalogue has the services of files in their order and then the table backwards.
+    // The catalogue lists the services of files in order, then the table in reverse order.
     const auto first_row =
         std::find_if(read.services.begin(), read.services.end(),
                      [](const FirewallService &service) { return service.row != nullptr; });
@@ -51,7 +51,8 @@ bool HasSupportKey(const FirewallService &service) {
                                   : *service.file->conf->szSupportKey != '\0';
 }
 
-// Without its settings the library takes each service with a support key for not supported.
+// If the factory settings cannot be read, the library reports services with a support key as not
+// supported. Here that is unknown.
 void ForgetSupport(FirewallServices &read) {
     if (ReadRegularFile(kFactorySettingsFile).problem.empty()) {
         return;
@@ -65,7 +66,7 @@ void ForgetSupport(FirewallServices &read) {
 
 // ---- What is left out ----
 
-// True when there was something to tell.
+// Returns true if anything was reported.
 bool TellSectionsLeftOut(const ServiceFile &file, const std::vector<std::string> &names,
                          Report &report) {
     if (names.empty() || !file.problem.empty()) {

@@ -16,29 +16,29 @@ namespace tavo::tool {
 
 struct FirewallService {
     const TAVO_FW_SERVICE *record = nullptr;
-    const TAVO_FW_SERVICE_REG *row = nullptr;            // of rgServices, for a built-in service
-    const ServiceFileRecord *file = nullptr;             // that declares it, for any other
-    const TAVO_SERVICE_CONF_SECTION *section = nullptr;  // of the file
-    std::optional<bool> supported;                       // none: its settings cannot be read
+    const TAVO_FW_SERVICE_REG *row = nullptr;            // in rgServices; null unless built-in
+    const ServiceFileRecord *file = nullptr;             // the declaring file; null if built-in
+    const TAVO_SERVICE_CONF_SECTION *section = nullptr;  // in the file
+    std::optional<bool> supported;                       // empty: the settings cannot be read
 };
 
 struct FirewallServices {
-    bool complete = true;                   // nothing that should be there was left out
-    std::vector<FirewallService> services;  // of the table, then of files, in the order of each
+    bool complete = true;                   // no service was left out
+    std::vector<FirewallService> services;  // those of the table, then those of files
     std::vector<const TAVO_FW_SERVICE_REG *> left_out;
-    std::vector<ServiceFile> files;  // of which something is left out
+    std::vector<ServiceFile> files;  // files that are not listed completely
 
-    ServiceCatalogue catalogue;  // what the services point into
+    ServiceCatalogue catalogue;  // owns what the services point to
 };
 
-// Lists the firewall services, and reports what is left out and why. With `names`, the report is on
-// services of these names only, and on files that may hold them.
+// Lists the firewall services, and reports what is left out and why. If `names` is not empty, only
+// reports services of these names, and files that may contain them.
 FirewallServices ReadFirewallServices(Report &report, const std::vector<std::string> &names = {});
 
 // Why a built-in service is left out.
 Diagnostic WhyLeftOut(const TAVO_FW_SERVICE_REG &row);
 
-// Where the service comes from: "built-in", "system/FILE" or "package/FILE".
+// The origin of the service: "built-in", "system/FILE" or "package/FILE".
 std::string OriginText(const FirewallService &service);
 
 }  // namespace tavo::tool

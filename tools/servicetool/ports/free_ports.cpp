@@ -8,7 +8,7 @@
 namespace tavo::tool {
 namespace {
 
-// How many ports of the set are in a row from each port on.
+// For each port, the number of consecutive ports of the set that start with it.
 std::vector<std::size_t> RowsFrom(const PortRanges &set) {
     std::vector<std::size_t> rows(kHighestPort + 1, 0);
     for (const PortRange &range : set) {
@@ -19,7 +19,7 @@ std::vector<std::size_t> RowsFrom(const PortRanges &set) {
     return rows;
 }
 
-// The nearest ports from which at least `row` ports of the set follow.
+// The nearest ports that start at least `row` consecutive ports of the set.
 std::vector<std::uint32_t> Nearest(const PortRanges &set, std::size_t count, std::size_t row,
                                    std::uint32_t near) {
     const std::vector<std::size_t> rows = RowsFrom(set);

@@ -1,4 +1,4 @@
-// Free ports to suggest: the nearest of a set, and the ports that the kernel gives away by itself.
+// Free ports to suggest: the nearest ports of a set, and the kernel's range of ephemeral ports.
 #ifndef TAVO_SERVICETOOL_PORTS_FREE_PORTS_H
 #define TAVO_SERVICETOOL_PORTS_FREE_PORTS_H
 
@@ -10,17 +10,19 @@
 
 namespace tavo::tool {
 
-// The `count` ports of a set that are nearest to `near`, the nearest first, or as many as there
-// are. Of two at the same distance, the lower one is the nearer.
+// Up to `count` ports of a set, those nearest to `near` first. Of two ports at the same distance,
+// the lower one comes first.
 PortRanges NearestPorts(const PortRanges &set, std::size_t count, std::uint32_t near);
 
-// The block of `size` ports of a set in a row whose first port is nearest to `near`, or no range.
+// The block of `size` consecutive ports of a set whose first port is nearest to `near`; empty if
+// there is none.
 PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t near);
 
 // The range of ports for outgoing connections, over IPv4 and IPv6.
 inline constexpr char kEphemeralPorts[] = "/proc/sys/net/ipv4/ip_local_port_range";
 
-// Reads the range from that file. Returns the reason when it cannot, else "".
+// Reads the range from a file in the format of kEphemeralPorts. Returns "", or the reason for the
+// failure.
 std::string ReadEphemeralPorts(const std::string &path, PortRange &range);
 
 }  // namespace tavo::tool

@@ -24,7 +24,7 @@ namespace {
 
 // ---- Processes ----
 
-// After the link to an executable that is not there any more, as after an update.
+// Suffix of the link to an executable that was removed, for example by an update.
 constexpr std::string_view kDeleted = " (deleted)";
 
 constexpr std::string_view kUnitSuffix = ".service";
@@ -37,13 +37,13 @@ std::string_view WithoutSuffix(std::string_view text, std::string_view suffix) {
     return text.substr(0, text.size() - (text.ends_with(suffix) ? suffix.size() : 0));
 }
 
-// A process may call itself anything, with line ends, too; the last one is not part of it.
+// A process can set any name, even one with newlines. Only the last newline is added by the kernel.
 std::string OwnNameOf(const std::string &folder) {
     return std::string(WithoutSuffix(ReadRegularFile(folder + "comm").text, "\n"));
 }
 
 std::string UserName(uid_t user) {
-    constexpr std::size_t kRecord = 16384;  // texts of one user: far more than there ever are
+    constexpr std::size_t kRecord = 16384;  // buffer for the texts of one user
     const auto texts = std::make_unique<char[]>(kRecord);
     passwd record{};
     passwd *found = nullptr;
@@ -56,7 +56,7 @@ std::string UserOf(const std::string &folder) {
     return stat(folder.c_str(), &status) == 0 ? UserName(status.st_uid) : "";
 }
 
-// "0::/system.slice/web.service/workers" is of the unit "web": the deepest one counts.
+// "web" for "0::/system.slice/web.service/workers": the innermost unit.
 std::string UnitOfLine(std::string_view line) {
     while (!line.empty()) {
         const std::string_view part = LastPart(line);
@@ -95,7 +95,7 @@ HoldingProcess ProcessOf(const HoldingProcessRecord &record) {
 
 // ---- Sockets ----
 
-// Their numbers for UDP are those of TCP.
+// Socket states; UDP uses the numbers of TCP.
 constexpr std::uint32_t kConnected = 1;
 constexpr std::uint32_t kUnconnected = 7;
 constexpr std::uint32_t kListening = 10;
@@ -119,10 +119,10 @@ auto KeyOf(const HeldSocket &socket) {
 
 constexpr std::string_view kServiceFileSuffix = ".sc";
 
-// The packages, each in the folder of its name.
+// Contains a folder for each package, named after it.
 constexpr std::string_view kPackagesFolder = "/usr/local/packages/";
 
-// Daemons often have a "d" behind the name of what they serve.
+// Names of daemons often are the name of the service with a "d" appended.
 void AddNames(const std::string &name, std::vector<std::string> &names) {
     if (!name.empty()) {
         names.push_back(name);
@@ -132,7 +132,7 @@ void AddNames(const std::string &name, std::vector<std::string> &names) {
     }
 }
 
-// What a process calls itself does not count: that it may change whenever it likes.
+// A name that the process sets itself is ignored, because the process can change it at any time.
 std::vector<std::string> NamesOf(const HoldingProcess &process) {
     std::vector<std::string> names;
     AddNames(process.unit, names);
@@ -142,8 +142,8 @@ std::vector<std::string> NamesOf(const HoldingProcess &process) {
     return names;
 }
 
-// The service file's name without its folder and suffix, which is the package's name; "" where no
-// service file declares the service.
+// The package of a service, which is the name of its service file without folder and suffix; "" if
+// the service is not declared by a service file.
 std::string_view PackageOf(const Declarer &service) {
     std::string_view name = service.file;
     if (!name.ends_with(kServiceFileSuffix)) {
@@ -153,13 +153,13 @@ std::string_view PackageOf(const Declarer &service) {
     return name.substr(name.rfind('/') + 1);
 }
 
-// Names become parts of paths in the library, so only those that cannot lead elsewhere are asked
-// for.
+// Whether the library can be called with the name. The library makes it a part of a path, which
+// must not lead to another folder.
 bool IsPlain(const std::string &name) {
     return name.find('/') == std::string::npos && name != "." && name != "..";
 }
 
-// Only the files of packages are named after them.
+// Only service files of packages are named after the package.
 bool LiesInPackageOf(const Declarer &service, std::string_view package, std::string_view program) {
     return !package.empty() &&
            service.file.starts_with(std::string(kPackageServiceDirectory) + '/') &&

@@ -1,4 +1,4 @@
-// Who holds ports right now, and whether that is the program of a service.
+// The processes that hold ports now, and whether they are programs of services.
 #ifndef TAVO_SERVICETOOL_PORTS_HELD_PORTS_H
 #define TAVO_SERVICETOOL_PORTS_HELD_PORTS_H
 
@@ -16,57 +16,58 @@ namespace tavo::tool {
 
 struct HoldingProcess {
     std::uint32_t pid = 0;
-    std::string program;  // its executable's path; empty when it cannot be read
-    std::string name;     // in short: the last part of that path, else what it calls itself
-    std::string user;     // name, or number where it has none; empty when unknown
-    std::string unit;     // of the service manager, without its suffix; empty when there is none
+    std::string program;  // path of the executable; empty if it cannot be read
+    std::string name;     // last part of that path, else the name that the process sets itself
+    std::string user;     // name, or number if it has no name; empty if unknown
+    std::string unit;     // unit of the service manager, without its suffix; empty if none
 };
 
-// Of a socket that is known to exist, but is in no table of the kernel.
+// The state of a socket that exists but is in no table of the kernel.
 inline constexpr std::uint32_t kNoState = 0;
 
-// A port as one process holds it in one state.
+// A port that a process holds with sockets in one state.
 struct HeldSocket {
     std::uint32_t port;
     std::uint32_t protocol;         // TAVO_PROTO_TCP or TAVO_PROTO_UDP
-    std::uint32_t state;            // in the kernel's numbers, or kNoState
-    const HoldingProcess *process;  // null when the holder is unknown
+    std::uint32_t state;            // the kernel's number, or kNoState
+    const HoldingProcess *process;  // null if the holder is unknown
 };
 
-// "LISTEN", "ESTABLISHED"; of UDP "UNCONNECTED" or "CONNECTED". Empty for kNoState.
+// "LISTEN", "ESTABLISHED"; for UDP "UNCONNECTED" or "CONNECTED". Empty for kNoState.
 std::string StateName(const HeldSocket &socket);
 
-// Whether the socket waits for others to speak first.
+// Whether the socket waits for clients.
 bool Listens(const HeldSocket &socket);
 
 struct HeldPorts {
     std::string problem;                   // why the sockets are unknown; else empty
-    std::vector<HeldSocket> sockets;       // by port, protocol, state and process, each only once
-    std::deque<HoldingProcess> processes;  // what the sockets point to
+    std::vector<HeldSocket> sockets;       // by port, protocol, state and process, no duplicates
+    std::deque<HoldingProcess> processes;  // the sockets point to these
 };
 
 HeldPorts ReadHeldPorts();
 
 // Whether a process is the program of the service that declares a port.
 //
-// There is no record of which program belongs to which service, so names decide: those that the
-// process goes by (its unit, its program) and the sections that the library names for each of them,
-// against the names of the service and of its file; and a package's programs are in its folder.
+// The appliance has no record of which program belongs to which service, so names are compared: the
+// names of the process (its unit, its program) and the sections that the library returns for each
+// of them, with the names of the service and its file. Programs of a package are also recognised by
+// the package's folder.
 //
-// That is a hint and no proof: whoever may run programs may call one as he likes, and name the
-// units of his own. It distinguishes an appliance's programs as long as nobody means to mislead.
+// The result is a hint, not a proof: users can choose the names of their programs and units. It is
+// correct for the appliance's own programs.
 //
-// What files say of a program is read once, however many services it is compared with.
+// The sections of a program are read once, even if it is compared with many services.
 class ProgramsOfServices {
   public:
-    // None where that is unknown, because the process's program is.
+    // Empty if unknown because the program of the process is unknown.
     std::optional<bool> Owns(const Declarer &service, const HoldingProcess &process);
 
     using Services = std::vector<const Declarer *>;
 
     struct Owner {
-        const Declarer *service = nullptr;  // null: the process belongs to none of them
-        bool known = true;                  // false: that is unknown
+        const Declarer *service = nullptr;  // null: the process belongs to no service
+        bool known = true;                  // false: unknown whether it belongs to one
     };
 
     // The first of the services that the process belongs to.
@@ -78,7 +79,7 @@ class ProgramsOfServices {
     const Sections &SectionsFor(const std::string &name);
     bool HasSection(const std::vector<std::string> &names, const std::string &section);
 
-    std::map<std::string, Sections> sections_;  // by the name they are listed for
+    std::map<std::string, Sections> sections_;  // by the name of the unit or program
 };
 
 }  // namespace tavo::tool

@@ -1,11 +1,11 @@
-// Two services that declare a port collide, and so do a service that declares one and a program of
-// somebody else that waits there for others. The port of an outgoing connection is the kernel's
-// choice and given back soon, so it is no claim against a declaration. Rules of the router declare
-// nothing here: one of their sides is a port of another machine, and they open a port for whoever
-// listens there.
+// A port is in conflict if two services declare it, or if one service declares it and a program of
+// another one listens on it. The port of an outgoing connection is chosen by the kernel and soon
+// released, so it does not conflict with a declaration. Rules of the router are not declarations
+// here: one side of a rule is a port of another machine, and the rule opens a port for any program
+// that listens on it.
 //
-// Claims are walked in the order of their ports, with those in mind that reach the port at hand:
-// an appliance has thousands of declarations, and a range of them may be everywhere.
+// Claims are processed in port order, with a list of those that include the current port: an
+// appliance has thousands of declarations, and some are wide ranges.
 #include "ports/port_claims.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ bool Declares(const PortClaim &claim) {
            !claim.declarer->name.empty();
 }
 
-// In the order of their first ports.
+// The declarations for a protocol, sorted by first port.
 ClaimList DeclaredFor(std::uint32_t protocol, const std::vector<PortClaim> &claims) {
     ClaimList list;
     for (const PortClaim &claim : claims) {
@@ -36,7 +36,7 @@ ClaimList DeclaredFor(std::uint32_t protocol, const std::vector<PortClaim> &clai
     return list;
 }
 
-// Where a service begins or ceases to declare ports.
+// A port from which on a service has one declaration more or less.
 struct Edge {
     std::uint32_t port;
     int step;
@@ -58,7 +58,7 @@ std::vector<Edge> EdgesOf(const ClaimList &declared) {
 // The ports that more than one service declares.
 PortRanges DeclaredTwice(const ClaimList &declared) {
     PortRanges twice;
-    std::map<std::string_view, int> services;  // how many claims each has to the port at hand
+    std::map<std::string_view, int> services;  // number of claims of each to the current port
     std::uint32_t port = 0;
     for (const Edge &edge : EdgesOf(declared)) {
         if (services.size() > 1 && port < edge.port) {
@@ -72,15 +72,15 @@ PortRanges DeclaredTwice(const ClaimList &declared) {
     return twice;
 }
 
-// Who waits at a port, seen from those who declare it.
+// The listeners on a port that belong to no service that declares it.
 struct Listeners {
-    bool strange = false;  // a program of none of them is there
-    bool unknown = false;  // of a holder this is unknown
+    bool strange = false;  // there is one
+    bool unknown = false;  // there may be one: a listener cannot be identified
 };
 
 using SocketClaims = std::vector<PortClaim *>;
 
-// Names the services that sockets belong to, too.
+// Also enters the service that each socket belongs to as the declarer of its claim.
 Listeners LookAtListeners(const SocketClaims &sockets, const ClaimList &declared,
                           ProgramsOfServices &programs) {
     ProgramsOfServices::Services services;
@@ -206,7 +206,7 @@ std::vector<PortAccount *> Accounts::AccountsIn(const PortRange &range,
     return found;
 }
 
-// What was asked for in several ranges may come in several.
+// A port may have duplicate declarations once their ranges are cut to it; sorting removes these.
 void Accounts::AddDeclared(const DeclaredPorts &declared) {
     for (const Declaration &declaration : declared.declarations) {
         for (PortAccount *account : AccountsIn(declaration.range, declaration.protocol)) {
@@ -270,8 +270,8 @@ void Accounts::AddBound(const PortAnswer &answer, std::uint32_t protocol) {
     }
 }
 
-// The kernel's tables leave out a TCP socket that is bound but does not listen yet. The library,
-// asked whether a port is in use, knows of it, but not whose it is.
+// The kernel's tables do not list a TCP socket that is bound but not yet listening. The library's
+// check for ports in use detects it, but not its holder.
 void Accounts::AddBound(Report &report) {
     PortSources sources(TAVO_PORT_CHECK_RUNTIME, report);
     for (const std::uint32_t protocol : kProtocols) {

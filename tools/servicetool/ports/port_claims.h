@@ -1,5 +1,5 @@
-// Who has ports: those who declare them, rules that name them, and the processes that hold them
-// now. All of them as claims, with the collisions between these, or by port as accounts.
+// Ports with their declarers, the forwarding rules that name them, and their holders: as a list of
+// claims with the conflicts between them, or as one account per port.
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_CLAIMS_H
 #define TAVO_SERVICETOOL_PORTS_PORT_CLAIMS_H
 
@@ -23,9 +23,9 @@ namespace tavo::tool {
 struct PortClaim {
     PortRange range;
     std::uint32_t protocol;    // TAVO_PROTO_TCP or TAVO_PROTO_UDP
-    std::string_view source;   // as of PortSource
-    const Declarer *declarer;  // of a socket the service whose program has it; null for none
-    const HeldSocket *socket;  // null: the claim is declared
+    std::string_view source;   // a name of kPortSources
+    const Declarer *declarer;  // for a socket, the service of its program; null if none
+    const HeldSocket *socket;  // null for a declaration
 };
 
 struct PortClaims {
@@ -34,11 +34,11 @@ struct PortClaims {
     PortClaims &operator=(PortClaims &&) = default;
 
     std::vector<PortClaim> claims;                // by port, protocol and source
-    std::map<std::uint32_t, PortRanges> collide;  // sets of the ports in conflict, by protocol
-    std::map<std::uint32_t, PortRanges> unclear;  // those whose listeners are unknown
-    bool known = true;                            // false: there may be more; why was reported
+    std::map<std::uint32_t, PortRanges> collide;  // ports in conflict, by protocol
+    std::map<std::uint32_t, PortRanges> unclear;  // ports with unknown listeners, by protocol
+    bool known = true;                            // false: incomplete; the reason was reported
 
-    // What the claims point to.
+    // Owners of what the claims point to.
     DeclaredPorts declared;
     HeldPorts held;
 };
@@ -48,17 +48,17 @@ struct KindsOfClaim {
     bool held;
 };
 
-// Reads the claims of these kinds. Failures are reported; the status is up to the caller.
+// Reads the claims of these kinds. Reports failures but does not raise the status.
 PortClaims ReadPortClaims(KindsOfClaim kinds, Report &report);
 
 using ClaimList = std::vector<const PortClaim *>;
 
-// The claims that reach the ports at hand, of a list in the order of first ports.
+// Finds the claims to given ports in a list sorted by first port.
 class ClaimsInReach {
   public:
     explicit ClaimsInReach(ClaimList all) : all_(std::move(all)) {}
 
-    // Ports are asked for in ascending order.
+    // The ports of consecutive calls must ascend.
     const ClaimList &At(const PortRange &ports);
 
   private:
@@ -70,34 +70,34 @@ class ClaimsInReach {
 // Whether any of the claim's ports is in conflict.
 bool Collides(const PortClaim &claim, const PortClaims &all);
 
-// The claims to ports in conflict, each as far as that goes.
+// The claims to ports in conflict, each cut to these ports.
 std::vector<PortClaim> CollidingClaims(const PortClaims &all);
 
 // ---- Accounts ----
 
-// Of one port for one protocol.
+// The declarers and holders of one port for one protocol.
 struct PortAccount {
     std::uint32_t port = 0;
     std::uint32_t protocol = 0;          // TAVO_PROTO_TCP or TAVO_PROTO_UDP
-    bool reserved = false;               // taken whoever is asked
+    bool reserved = false;               // always taken
     std::vector<Declaration> declared;   // by services and settings
     std::vector<Declaration> forwarded;  // by rules of the router
-    std::vector<HeldSocket> held;        // those that listen first
+    std::vector<HeldSocket> held;        // listening sockets first
     FailedSources failed;                // sources that could not be read
 
-    // What follows from that: the processes that hold the port, each once; where some listen, only
-    // these. Strangers among them belong to no service that declares the port.
+    // Derived: the processes that hold the port, without duplicates; if any of them listen, only
+    // these. Strangers are holders that belong to no service that declares the port.
     std::vector<const HoldingProcess *> holders;
     std::vector<const HoldingProcess *> strangers;
 
-    // Whether the holders all belong to services that declare the port; none where there are not
-    // both, or where it is unknown of some.
+    // Whether all holders belong to services that declare the port. Empty if the port has no
+    // declarer or no holder, or if it is unknown for some holders.
     std::optional<bool> same_service;
 
-    // Unknown where nobody is known to have the port, but somebody may.
+    // kUnknown if no declarer or holder is known, but there may be one.
     PortVerdict Verdict() const;
 
-    // Whether a process holds it that cannot be looked at.
+    // Whether a process that cannot be inspected holds the port.
     bool HasUnknownHolder() const;
 };
 
@@ -115,13 +115,13 @@ struct PortAccounts {
 
     std::vector<PortAccount> accounts;  // one for each target
 
-    // What the accounts point to.
+    // Owners of what the accounts point to.
     DeclaredPorts declared;
     HeldPorts held;
 };
 
-// Reads everything once, for all targets, which are different. Failures are reported; the status is
-// up to the caller.
+// Reads each source once for all targets, which must be distinct. Reports failures but does not
+// raise the status.
 PortAccounts ReadPortAccounts(const std::vector<PortTarget> &targets, Report &report);
 
 }  // namespace tavo::tool

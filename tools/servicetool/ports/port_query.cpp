@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kNameProtocols[] = "write tcp, udp or tcp,udp";
 
-// Reads one text, from its first piece on until something is wrong.
+// Parses one text and stops at the first error.
 class QueryReader {
   public:
     explicit QueryReader(std::string_view text) : text_(text) {}
@@ -31,7 +31,7 @@ class QueryReader {
     QueryProblem problem_;
 };
 
-// `spot` is the part of the text that is meant; it may be empty.
+// `spot` is the invalid part of the text; it may be empty.
 bool QueryReader::Fail(std::string_view spot, std::string message, std::string fix) {
     problem_ = {static_cast<std::size_t>(spot.data() - text_.data()) + 1, std::move(message),
                 std::move(fix)};

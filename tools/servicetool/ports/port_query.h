@@ -1,5 +1,5 @@
-// Ports as people and service files write them: ranges, sets of ranges, protocols, and questions in
-// the notation PORTS[/PROTOCOLS].
+// Ports in the notation of users and service files: ranges, sets of ranges, protocols, and queries
+// of the form PORTS[/PROTOCOLS].
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_QUERY_H
 #define TAVO_SERVICETOOL_PORTS_PORT_QUERY_H
 
@@ -15,7 +15,7 @@
 
 namespace tavo::tool {
 
-// ---- Ranges. A set of ports is ascending ranges that neither overlap nor touch. ----
+// ---- Ranges. A set of ports is a list of ascending ranges that neither overlap nor touch. ----
 
 inline constexpr std::uint32_t kHighestPort = 65535;
 
@@ -27,38 +27,37 @@ struct PortRange {
 
 using PortRanges = std::vector<PortRange>;
 
-// The set of the ports of any ranges.
+// The set of the ports in any ranges.
 PortRanges Merged(PortRanges ranges);
 
-// The ports of a set that lie in `range`.
+// The ports of a set that are in `range`.
 PortRanges Overlap(const PortRanges &set, const PortRange &range);
 
-// The ports of a set that are not in `taken`, a set.
+// The ports of a set that are not in the set `taken`.
 PortRanges Without(const PortRanges &set, const PortRanges &taken);
 
-// How many ports there are in a set.
 std::size_t PortCount(const PortRanges &set);
 
 // "80", "1000:2000".
 std::string PortsText(const PortRange &range);
 
-// The same of several, with commas between.
+// The same for several ranges, separated by commas.
 std::string PortsText(const PortRanges &ranges);
 
 // ---- Protocols ----
 
-// The flag words of one protocol each.
+// The flag of each protocol.
 inline constexpr std::uint32_t kProtocols[] = {TAVO_PROTO_TCP, TAVO_PROTO_UDP};
 
 // "tcp", "udp" or both, in the order of the library's protocol map.
 std::vector<std::string> ProtocolNames(std::uint32_t flags);
 
-// The same with commas between: "tcp,udp".
+// The same separated by commas: "tcp,udp".
 std::string ProtocolsText(std::uint32_t flags);
 
 // ---- Pieces of port lists ----
 
-// Calls look(piece) for each piece of `text` between commas, blanks around it taken off.
+// Calls look(piece) for each piece of `text` between commas, without surrounding blanks.
 template <typename Look>
 void ForEachPiece(std::string_view text, Look look) {
     for (;;) {
@@ -71,7 +70,7 @@ void ForEachPiece(std::string_view text, Look look) {
     }
 }
 
-// The low 32 bits of the number: what the library reads, also where digits run beyond them.
+// The low 32 bits of the number, as the library reads it if there are too many digits.
 std::uint32_t PortOf(std::string_view text);
 
 // Whether `text` is decimal digits and nothing else.
@@ -80,19 +79,19 @@ bool IsNumber(std::string_view text);
 // The digits of a number without its leading zeros.
 std::string_view Significant(std::string_view digits);
 
-// What may be meant by an item of a port list that is no port; empty when nothing is plain.
+// A suggested correction for an invalid item of a port list; empty if there is none.
 std::string PortFix(std::string_view item);
 
 // ---- Questions ----
 
-// PORTS[/PROTOCOLS]: the notation of service files, taken strictly. What lint would call doubtful
-// in a file, such as port 0, is a mistake here.
+// PORTS[/PROTOCOLS]: the notation of service files, read strictly. Ports that are only a warning of
+// lint in a file, such as port 0, are errors here.
 struct PortQuery {
-    PortRanges items;             // as they were named, each range in order
+    PortRanges items;             // in the order given, each with its lower port first
     std::uint32_t protocols = 0;  // protocol flag word
 };
 
-// "80,1000:2000/tcp,udp": protocols are always named.
+// "80,1000:2000/tcp,udp": protocols are always included.
 std::string QueryText(const PortQuery &query);
 
 struct QueryProblem {
@@ -101,7 +100,7 @@ struct QueryProblem {
     std::string fix;
 };
 
-// False, with the first problem, when `text` is no query; `query` is then as it was.
+// Returns false with the first problem if `text` is invalid; `query` is then unchanged.
 bool ReadPortQuery(std::string_view text, PortQuery &query, QueryProblem &problem);
 
 // The same for PROTOCOLS alone.

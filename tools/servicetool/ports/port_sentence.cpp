@@ -1,6 +1,6 @@
-// Sentences are put together from clauses about those who hold the port, who declare it, and the
-// rules that name it. Whoever is not there leaves no clause, and where it cannot be known that
-// somebody is not there, that is said instead.
+// Sentences consist of clauses about the holders of the port, its declarers, and the rules that
+// name it. If there are none of a kind, the clause is omitted; if that is unknown, the sentence
+// says so.
 #include "ports/port_sentence.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-// How many of a kind are named where there are many; JSON has them all.
+// The most names of a kind in a sentence; JSON contains all of them.
 constexpr std::size_t kMostNames = 3;
 
 std::string InQuotes(const std::string &name) {
@@ -67,7 +67,7 @@ std::string DeclarerText(const Declaration &claim) {
     return claim.declarer->file.empty() ? "built-in " + name : name + " in " + PlaceText(claim);
 }
 
-// Where a service declares the port once more, and its name if that is another one there.
+// Another place where a service declares the port, with its name there if it is different.
 std::string OtherPlaceText(const Declaration &claim, const Declaration &first) {
     const std::string place = PlaceText(claim);
     return claim.declarer->name == first.declarer->name
@@ -75,7 +75,7 @@ std::string OtherPlaceText(const Declaration &claim, const Declaration &first) {
                : InQuotes(claim.declarer->name) + ", " + place;
 }
 
-// Each service once: "built-in 'ftp' (also ftpport in /etc/tavoinfo.conf)".
+// One text for each service: "built-in 'ftp' (also ftpport in /etc/tavoinfo.conf)".
 Texts DeclarerTexts(const std::vector<Declaration> &claims) {
     std::vector<const Declaration *> firsts;
     std::vector<Texts> places;
@@ -105,12 +105,12 @@ std::string RuleText(const Declarer &rule) {
            (rule.name.empty() ? "" : " for " + InQuotes(rule.name));
 }
 
-// With the protocol and the ports: the port may be the router's, and the protocol another one.
+// Includes the protocol and the ports: the port may be the router's, and the protocol may differ.
 std::string DetailedRuleText(const Declaration &claim) {
     return RuleText(*claim.declarer) + " (" + Shortened(claim.declarer->detail) + ')';
 }
 
-// What one source tells of, and what is open where it cannot tell.
+// The name of a source, and the question that is open if it cannot be read.
 struct SourceWords {
     std::string_view source;
     std::string_view name;
@@ -183,7 +183,7 @@ bool Sentence::IsListenedTo() const {
     });
 }
 
-// With a word between those who hold the port and what they do there.
+// `link` is between the names of the holders and the verb.
 std::string Sentence::HeldClause(std::string_view link) const {
     const bool one = holders_.size() == 1;
     const std::string deed = IsListenedTo() ? one ? "listens on it" : "listen on it"
@@ -200,7 +200,7 @@ std::string Sentence::RuleClause() const {
     return FirstOf(rules_) + (rules_.size() == 1 ? " names it" : " name it");
 }
 
-// The last "and" stands out from those between names.
+// The last "and" is distinct from those between names.
 std::string Sentence::Joined(const Texts &clauses) const {
     const bool has_lists = holders_.size() > 1 || declarers_.size() > 1 || rules_.size() > 1;
     if (!has_lists || clauses.size() < 2) {
@@ -214,7 +214,7 @@ std::string Sentence::Joined(const Texts &clauses) const {
     return text;
 }
 
-// Those who hold the port without a service, as far as they are not everybody who does.
+// Subject and verb for the strangers; names them if only some of the holders are strangers.
 std::string Sentence::StrangersClause() const {
     const std::size_t strangers = account_.strangers.size();
     if (strangers < holders_.size()) {
@@ -224,7 +224,7 @@ std::string Sentence::StrangersClause() const {
     return strangers == 1 ? "the program is not" : "none of these programs is";
 }
 
-// Whether those who hold the port belong to those who declare it.
+// Whether the holders of the port belong to services that declare it.
 std::string Sentence::Kinship() const {
     if (declarers_.empty() || holders_.empty()) {
         return {};
@@ -241,7 +241,7 @@ std::string Sentence::Kinship() const {
     return account_.HasUnknownHolder() ? "" : "; whether that is " + same + " is unknown";
 }
 
-// Whether there are more than those who are named.
+// Mentions holders that cannot be inspected, if any.
 std::string Sentence::OtherHolders() const {
     if (!account_.HasUnknownHolder()) {
         return {};
@@ -250,7 +250,7 @@ std::string Sentence::OtherHolders() const {
                             : "; a process that cannot be inspected also holds it";
 }
 
-// What the sources that failed leave open.
+// The questions that are open because a source failed.
 std::string Sentence::Doubts() const {
     Texts questions;
     Texts names;
@@ -270,7 +270,7 @@ std::string Sentence::Doubts() const {
                                " cannot be read";
 }
 
-// Root may look at every process, but the kernel has sockets of its own, and containers theirs.
+// Root can inspect every process, but not the holders of sockets of the kernel or of containers.
 std::string Sentence::Remedy() const {
     if (account_.held.front().state == kNoState) {
         return ": the kernel does not report the owner of the socket";
@@ -310,7 +310,8 @@ std::string Sentence::HeldOnly() const {
            (may_be_declared ? "" : "; no service file declares it");
 }
 
-// That nobody listens need not be wrong: a rule names both ports for both protocols.
+// A forwarded port without a listener may be correct: a rule names the ports of both sides for both
+// protocols.
 std::string Sentence::ForwardedOnly() const {
     Texts rules;
     for (const Declaration &claim : account_.forwarded) {

@@ -12,10 +12,10 @@
 namespace tavo::tool {
 namespace {
 
-// In a line of a table.
+// The most declarers in a line of a table.
 constexpr std::size_t kMostDeclarers = 5;
 
-// The requests as the engine takes them, with what they point to.
+// The requests in the engine's form; owns what they point to.
 class Questions {
   public:
     Questions(const std::vector<PortRequest> &requests, int sources) {
@@ -47,8 +47,8 @@ class Questions {
     std::vector<PortQuestion> questions_;
 };
 
-// Groups what one source has of one request into rows: a port that several declare as part of
-// different ranges has a row for each range.
+// Groups the records of one source for one request by range. A port that is declared as part of
+// several ranges is in the row of each.
 class Rows {
   public:
     void Add(const TakenPorts &taken) {
@@ -74,7 +74,7 @@ class Rows {
     std::map<PortRange, std::map<Declarer, std::uint32_t>> by_range_;
 };
 
-// The records come by source, so each source's rows are complete when the next one begins.
+// The records are ordered by source, so the rows of a source are complete when the next one begins.
 void AddConflicts(std::span<const TakenPorts> taken, std::vector<PortAnswer> &answers) {
     for (std::size_t i = 0; i < taken.size();) {
         const int source = taken[i].source;
@@ -178,8 +178,8 @@ std::vector<FailedSources> PortSources::Find(const std::vector<PortRequest> &req
 
 // ---- Failures ----
 
-// Of the rules, only the first failure of each request is reported: a file with one mistake in
-// every rule is one problem.
+// For the rules, only the first failure of each request is reported: a file with the same mistake
+// in every rule is one problem.
 void PortSources::AddFailures(const PortSource &source, const PortConflicts &found,
                               std::vector<FailedSources> &failed) {
     const bool rules = source.flag == TAVO_PORT_CHECK_PORT_FORWARD;
@@ -204,7 +204,7 @@ void PortSources::AddFailures(const PortSource &source, const PortConflicts &fou
         if (first) {
             sources.push_back(source.name);
         }
-        // What a file that was reported already leaves unknown is not reported again.
+        // A file that was already reported as unreadable is not reported again.
         if ((first || !rules) &&
             (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
             TellOnce(WhyUnknown(failure));

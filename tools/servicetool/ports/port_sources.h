@@ -1,5 +1,5 @@
-// The sources of taken ports: forwarding rules, firewall services, settings and sockets. What they
-// have of the ports that are asked for, as rows, as a table and as JSON.
+// The sources of taken ports: forwarding rules, firewall services, settings and sockets. Finds the
+// requested ports in them; returns conflicts as records, as a table and as JSON.
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_SOURCES_H
 #define TAVO_SERVICETOOL_PORTS_PORT_SOURCES_H
 
@@ -35,7 +35,7 @@ inline constexpr std::string_view kServiceSource = "service";
 inline constexpr std::string_view kSettingSource = "setting";
 inline constexpr std::string_view kSocketSource = "socket";
 
-// In the order in which they are read.
+// In the order of reading.
 inline constexpr PortSource kPortSources[] = {
     {TAVO_PORT_CHECK_PORT_FORWARD, kForwardSource},
     {TAVO_PORT_CHECK_FW_SERVICE, kServiceSource},
@@ -43,13 +43,13 @@ inline constexpr PortSource kPortSources[] = {
     {TAVO_PORT_CHECK_RUNTIME, kSocketSource},
 };
 
-// In place of a source, for the port that always counts as taken.
+// Instead of a source, for the port that is always taken.
 inline constexpr std::string_view kReservedSource = "reserved";
 
-// kReservedSource for a flag that is no source.
+// Returns kReservedSource if the flag is not a source.
 std::string_view SourceName(int flag);
 
-// The names of services, rules and settings that a comparison leaves out.
+// The names of services, rules and settings to ignore.
 using SkippedNames = std::vector<std::string>;
 
 struct PortRequest {
@@ -78,15 +78,15 @@ struct PortAnswer {
     std::vector<PortConflict> conflicts;  // by source, then by port
     FailedSources failed;                 // sources that could not be read
 
-    // Ports that one source has are taken, even if another source is unknown.
+    // Ports found in one source are taken, even if another source cannot be read.
     PortVerdict Verdict() const;
 
-    // Raises the status of a question whether the ports are free.
+    // Raises the status as the answer to "are the ports free?".
     void RaiseStatus(Report &report) const;
 };
 
-// "80/tcp is free", "80/tcp: cannot tell (service, setting)" for the sources that failed. Very many
-// ports are cut.
+// "80/tcp is free", "80/tcp: cannot tell (service, setting)" with the sources that failed. A long
+// list of ports is shortened.
 std::string VerdictText(const PortQuery &query, const PortAnswer &answer);
 
 // The ports of a record of the engine.
@@ -94,13 +94,13 @@ PortRange RangeOf(const TakenPorts &taken);
 
 class PortSources {
   public:
-    // `flags` are the sources to ask, bits of TAVO_PORT_CHECK_*. Failures are reported once each.
+    // `flags` are the sources to read, bits of TAVO_PORT_CHECK_*. Each failure is reported once.
     PortSources(int flags, Report &report) : flags_(flags), report_(report) {}
     PortSources(const PortSources &) = delete;
     PortSources &operator=(const PortSources &) = delete;
 
-    // Answers any number of requests, in their order, with one reading of each source. Throws
-    // std::bad_alloc when out of memory.
+    // Answers all requests, in order, and reads each source once. Throws std::bad_alloc when out of
+    // memory.
     std::vector<PortAnswer> Ask(const std::vector<PortRequest> &requests);
 
     PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped = {}) {
@@ -126,16 +126,16 @@ class PortSources {
     std::set<std::string> told_;
 };
 
-// One line per taken port or range and source. What several questions find is shown once.
+// One line per taken port or range and source, without duplicate lines.
 class ConflictTable {
   public:
-    // With a column in front for the section that asks, where there are sections.
+    // kYes: the first column is the section that needs the ports.
     enum class Sections { kNo, kYes };
     explicit ConflictTable(Sections sections = Sections::kNo) : sections_(sections) {}
 
     void Add(const std::vector<PortConflict> &conflicts, const std::string &section = {});
 
-    // Empty when there is no conflict.
+    // Returns "" if there is no conflict.
     std::string Text(bool header, std::size_t columns) const;
 
   private:

@@ -26,7 +26,7 @@ OwnedConf ReadConf(const std::string &text) {
     return OwnedConf(conf);
 }
 
-// A section as it is written: where it begins, and its dst.ports, empty where it has none.
+// A section in the text of the file: its header line, and its dst.ports, if any.
 struct WrittenSection {
     ConfigLine line;
     std::optional<std::string_view> ports;
@@ -61,7 +61,7 @@ SectionQuery SectionQueryOf(std::string_view name, const TAVO_SERVICE_CONF_PORT 
     return query;
 }
 
-// Ports that cannot be read are passed over by an install, too.
+// Ignores ports that cannot be read, as an install does.
 OwnedPorts ReadPorts(const std::string &text) {
     TAVO_SERVICE_CONF_PORT *ports = nullptr;
     ForgetFailure();

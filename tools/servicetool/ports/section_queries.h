@@ -1,4 +1,4 @@
-// The ports that a service file asks for when it is installed.
+// The ports that an install of a service file requests.
 #ifndef TAVO_SERVICETOOL_PORTS_SECTION_QUERIES_H
 #define TAVO_SERVICETOOL_PORTS_SECTION_QUERIES_H
 
@@ -21,19 +21,19 @@ PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
 struct SectionQuery {
     std::string section;
     PortQuery query;
-    bool names_protocols = false;  // or else both are meant
-    std::size_t line = 0;          // that opens the section
+    bool names_protocols = false;  // false: both by default
+    std::size_t line = 0;          // number of the section's header line
 };
 
-// Section [global] is no service, but an install asks for its ports too.
+// The section [global] is not a service, but an install also requests its ports.
 inline constexpr std::string_view kGlobalSection = "global";
 
-// The line that opens a [global] without dst.ports; a part of `text`.
+// The header line of a [global] without dst.ports; points into `text`.
 std::optional<ConfigLine> PortlessGlobalLine(std::string_view text);
 
-// The destination ports of each section that the library reads in a file of that text: those of
-// [global] first, then in file order. Returns none when the library does not read the file. Throws
-// std::runtime_error or std::bad_alloc when the system keeps it from reading a service.
+// The destination ports of each section that the library reads in a file with that text: [global]
+// first, the others in file order. Returns nullopt if the library rejects the file. Throws
+// std::runtime_error or std::bad_alloc if a system error prevents reading a service.
 std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text, const LintResult &lint);
 std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text);
 

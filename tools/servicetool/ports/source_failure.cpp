@@ -1,5 +1,5 @@
-// The engine names the source, the declarer and what is wrong. What is added here is the line of
-// the file, for the caret below it, and the system's words for a file that cannot be read.
+// The engine reports the source, the declarer and the kind of failure. This adds the line of the
+// file, for the caret below it, and the system's error text for a file that cannot be read.
 #include "ports/source_failure.h"
 
 #include <sys/stat.h>
@@ -36,8 +36,8 @@ std::string Because(const std::string &reason) {
 
 // ---- Places in files ----
 
-// The last line that gives a key its value, or without a key the first one that opens the section.
-// Without a section, keys are looked for in front of the first.
+// The last line that sets the key. If `key` is empty, the first header of the section. If `section`
+// is empty, searches before the first section.
 std::optional<ConfigLine> FindLine(std::string_view text, std::string_view section,
                                    std::string_view key) {
     std::optional<ConfigLine> found;
@@ -59,7 +59,7 @@ std::optional<ConfigLine> FindLine(std::string_view text, std::string_view secti
     return found;
 }
 
-// `spot` is the part of the line that is meant.
+// `spot` is the part of the line to mark.
 Diagnostic AtSpot(const char *file, const ConfigLine &line, std::string_view spot, Diagnostic why) {
     const std::size_t column = line.ColumnOf(spot);
     why.file = file;
@@ -118,7 +118,7 @@ Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
     }
 }
 
-// A folder that is not there holds nothing.
+// A missing folder is empty, which is not an error.
 bool TellUnlistedFolder(const std::string &path, unsigned int code, Report &report) {
     struct stat status {};
     const bool is_no_folder = stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
@@ -133,7 +133,7 @@ bool TellUnlistedFolder(const std::string &path, unsigned int code, Report &repo
     return true;
 }
 
-// Reports what is left out of a file, of which `whole` says whether that is all of it.
+// Reports what is missing from a file. `whole`: the whole file is missing.
 bool TellUnreadFile(const std::string &path, bool whole, Report &report) {
     const ServiceFile file = ReadServiceFile(path);
     const bool unread = !file.problem.empty() && whole;
@@ -192,7 +192,7 @@ Diagnostic WhyUnknown(const SourceFailure &failure) {
     }
 }
 
-// In the rules these include the keys in front of the first section.
+// In the rules, keys before the first section are also ignored.
 bool FindIgnoredLines(int source, Diagnostic &finding) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
     const char *file = rules ? kRuleFile : kSettingsFile;
@@ -240,7 +240,7 @@ bool TellUnreadServiceFiles(const ServiceCatalogue &catalogue, Report &report) {
         const unsigned int code = unlisted != omissions.end() ? unlisted->reading.Fault() : 0;
         complete = !TellUnlistedFolder(folder.path, code, report) && complete;
     }
-    // What is left out of a file is listed in a row, the file as a whole last.
+    // The omissions of a file are adjacent; that of the whole file is the last.
     for (const LeftOut *omission = omissions.begin(); omission != omissions.end(); ++omission) {
         const LeftOut *next = omission + 1;
         const bool last = next == omissions.end() || next->path != omission->path;
