@@ -22,12 +22,12 @@ std::string_view WhatWasDone(const Change &change) {
     return change.section.empty() ? "installed" : "made";
 }
 
-// A change that was given up before its file was found knows only the name.
+// A change that ended before its file was found has only the file name as its path.
 bool IsName(const std::string &path) {
     return path.find('/') == std::string::npos;
 }
 
-// Stores are put back after a failure, and the firewall may have read them before.
+// After a failure the stores are restored, but the firewall may have read them before that.
 std::string FirewallFix(const ChangeOutcome &outcome) {
     const bool ran = outcome.notified[Listener::kFirewall].state == Notified::kYes ||
                      outcome.failure.step == Step::kReload;
@@ -113,7 +113,7 @@ void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
     source_name_ = name;
 }
 
-// What is thrown by the call is thrown before the library changes anything.
+// Exceptions of the call are thrown before the library changes anything.
 void ChangeReport::Call(const Operation &operation, Done &done) {
     TLIBCErrSetEx(0, nullptr, 0);
     done.outcome.notified.plugins = &done.plugins;
@@ -133,7 +133,7 @@ void ChangeReport::Call(const Operation &operation, Done &done) {
     }
 }
 
-// Nothing that is thrown comes out: who sees it would take it that nothing was changed.
+// Throws nothing: to a caller, an exception means that nothing was changed.
 void ChangeReport::Do(const Operation &operation) {
     try {
         Done done;
@@ -147,7 +147,7 @@ void ChangeReport::Do(const Operation &operation) {
 }
 
 std::string ChangeReport::ReasonOf(const StepFailure &failure, const Done &done) const {
-    // Each plugin that failed is named, not only the first.
+    // Names all plugins that failed, not only the first.
     std::string reasons;
     if (failure.step == Step::kRunPlugins) {
         for (const PluginResult &plugin : done.plugins) {
@@ -167,8 +167,8 @@ std::string ChangeReport::ReasonOf(const StepFailure &failure, const Done &done)
                     source_name_);
 }
 
-// A call that fails has notified nobody; in all others listeners were notified, whatever became of
-// the file.
+// A failed call has notified no listeners. A successful one has, even if the file is not as
+// planned.
 void ChangeReport::TellOutcome(const Done &done) {
     if (!change_.path.empty()) {
         TellFile(done);
@@ -180,7 +180,7 @@ void ChangeReport::TellOutcome(const Done &done) {
     TellSideCopies();
 }
 
-// The library does not notice every write that fails, so the file itself is asked.
+// Reads the file again, because the library does not detect every failed write.
 void ChangeReport::TellFile(const Done &done) {
     FileText now;
     try {
@@ -260,8 +260,8 @@ void ChangeReport::TellListeners(const Done &done) {
     }
 }
 
-// The library copies a file to a name of its own before it puts it in its place. Where that fails
-// the copy stays, for those who want to know why.
+// The library installs a file under a temporary name and renames it. If that fails, the temporary
+// file is not removed.
 void ChangeReport::TellStagedCopy(const StepFailure &failure) {
     struct stat status {};
     if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&

@@ -1,5 +1,5 @@
-// What every changing command does around its change: it says what is to be changed and who is to
-// be told, refuses what must not be, does it, looks whether it was done, and says what came of it.
+// The steps that all changing commands have in common: print the planned change and its listeners,
+// refuse forbidden changes, call the library, verify the file and report the result.
 #ifndef TAVO_SERVICETOOL_CHANGE_CHANGE_REPORT_H
 #define TAVO_SERVICETOOL_CHANGE_CHANGE_REPORT_H
 
@@ -19,16 +19,16 @@ namespace tavo::tool {
 
 struct Change {
     std::string_view operation;       // the command's name
-    std::string path;                 // of the file; empty where none is changed
-    std::string section;              // empty where the file as a whole is meant
-    FileText before;                  // what the file holds
-    FileText after;                   // what it is to hold
-    std::vector<Listener> listeners;  // who is to be told
-    bool told_only = false;           // the file is gone, but they may not know of it
+    std::string path;                 // of the file; empty if no file is changed
+    std::string section;              // empty for a change of the whole file
+    FileText before;                  // current text of the file
+    FileText after;                   // planned text of the file
+    std::vector<Listener> listeners;  // to be notified
+    bool told_only = false;           // the file is already removed; only notify the listeners
     bool dry_run = false;
-    bool force = false;  // go on past ports that are taken, or may be
+    bool force = false;  // continue even if ports are taken or unknown
     std::string taken_fix = "ask servicetool suggest for ports that are free";
-    std::string unknown_fix = {};  // if it is unknown whether they are
+    std::string unknown_fix = {};  // the fix if it is unknown whether ports are taken
 };
 
 class ChangeReport {
@@ -39,39 +39,39 @@ class ChangeReport {
 
     const Change &Plan() const { return change_; }
 
-    // What the sources say of the ports that a section is to declare.
+    // Adds the answer for the ports that a section will declare.
     void Add(const std::string &section, const PortQuery &query, const PortAnswer &answer);
 
-    // Tells why the change is refused; `message` does not say that nothing was changed.
+    // Reports why the change is refused. "nothing was changed" is appended to `message`.
     void Refuse(std::string rule, const std::string &message, std::string fix = {},
                 Status status = Status::kNo);
 
-    // Says what is to be done, as in "add section [chat]". False when nothing is to follow: ports
-    // are taken, there is nothing to change, or this is a dry run.
+    // Prints the planned change; `what` describes it, as in "add section [chat]". Returns false if
+    // the command is done: ports are taken, there is nothing to change, or this is a dry run.
     bool Begin(const std::string &what);
 
-    // Does it by an operation of the library, which gives -1 for a failure, and tells what came of
-    // it.
+    // Makes the change with an operation of the library, which returns -1 on failure, and reports
+    // the result.
     using Operation = std::function<int(ChangeOutcome &outcome)>;
     void Do(const Operation &operation);
 
-    // For the operation of Do: where the library or a program says `path`, `name` is meant.
+    // Sets a name to print instead of `path` in the reasons for failures of Do.
     void ShowAs(const std::string &path, const std::string &name);
 
-    // Adds the result of the change as far as it came. The above do so, too, where they end it.
+    // Adds the result of the change so far. The functions above also do this if they end it.
     void AddResult();
 
   private:
     bool RefusesPorts();
     void PrintPlan(const std::string &what);
     bool End(const std::string &text);
-    // What an operation came to.
+    // The result of an operation.
     struct Done {
         int result = -1;
-        std::string problem;  // why it was not even called; else empty
+        std::string problem;  // why the change was not started; else empty
         ChangeOutcome outcome;
-        GrowingArray<PluginResult> plugins;  // that were run
-        std::vector<std::string> output;     // of programs
+        GrowingArray<PluginResult> plugins;  // one for each plugin run
+        std::vector<std::string> output;     // lines printed by programs
     };
     void Call(const Operation &operation, Done &done);
     void TellOutcome(const Done &done);
@@ -89,13 +89,13 @@ class ChangeReport {
     std::string diff_;
     ConflictTable table_{ConflictTable::Sections::kYes};
     std::string verdicts_;
-    std::vector<std::pair<std::string, PortConflict>> conflicts_;  // each with its section
+    std::vector<std::pair<std::string, PortConflict>> conflicts_;  // by section
     bool taken_ = false;
     bool unknown_ = false;
     bool changed_ = false;
-    std::vector<std::string> told_;      // listeners as JSON names them
-    std::vector<std::string> not_told_;  // likewise
-    std::string copied_path_;            // what is shown as source_name_
+    std::vector<std::string> told_;      // JSON names of the notified listeners
+    std::vector<std::string> not_told_;  // JSON names of the others
+    std::string copied_path_;            // printed as source_name_
     std::string source_name_;
 };
 

@@ -24,14 +24,14 @@ namespace {
 
 // ---- The lock for changes
 //
-// The lock is on a file that nobody else can open: a lock on the service folders themselves, which
-// everybody may read, could be held by anybody, and no change could be made meanwhile.
+// The lock is on a file that other users cannot open. The service folders are readable by all
+// users, so any user could lock them and block all changes.
 
 constexpr std::chrono::seconds kPatience{10};
 
 constexpr char kFile[] = TAVO_LOCK_FOLDER "/servicetool.lock";
 
-// What somebody else has planted is no lock.
+// Rejects a file that another user has created under the name of the lock.
 bool IsOwnFile(int descriptor) {
     struct stat status {};
     return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
@@ -40,12 +40,12 @@ bool IsOwnFile(int descriptor) {
 
 // ---- The file
 
-// The library keeps copies by names that hold the file's: this is the longest, with the highest
-// process id of all. Where that is no name of a file, it would go on without the copy.
+// The library adds this much to a file's name for the name of a copy, with the highest process id.
+// If the name becomes too long for a file, it continues without the copy.
 constexpr std::size_t kLongestDecoration = sizeof(kRemovedHead) - 1 + sizeof(".4194304") - 1;
 constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration;
 
-// Why the text names no file of a service folder; empty when it may.
+// Why the text cannot be the name of a file in a service folder; empty if it can.
 std::string NameProblem(const std::string &name) {
     const auto is_control = [](char c) {
         return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
@@ -62,8 +62,8 @@ std::string NameProblem(const std::string &name) {
     return std::any_of(name.begin(), name.end(), is_control) ? "holds a control byte" : "";
 }
 
-// Whether the file or a symbolic link of that name is there. Where that is unknown, which is told
-// and raises the status, the file may be there: no second one of its name is made.
+// Whether the file, or a symbolic link of that name, exists. If unknown, reports this, raises the
+// status and returns nullopt: the caller must not create a second file of that name.
 std::optional<bool> Exists(const std::string &path, Report &report) {
     struct stat status {};
     if (lstat(path.c_str(), &status) == 0) {
@@ -86,15 +86,14 @@ std::string PathIn(const ServiceFolder &folder, const std::string &name) {
     return std::string(folder.path) + '/' + name;
 }
 
-// The folders that are asked for; both where none is.
+// The requested folders; both if none is requested.
 std::vector<ServiceFolder> Candidates(const FolderChoice &choice) {
     return ServiceFolders(choice.system    ? TAVO_SERVICE_CONF_DIR_SYSTEM
                           : choice.package ? TAVO_SERVICE_CONF_DIR_PACKAGE
                                            : kEveryServiceFolder);
 }
 
-// A name in the folder that is the same but for case, or for an ending that was left out; empty
-// where there is none.
+// A name in the folder that differs only in case, or by a missing suffix; empty if there is none.
 std::string MeantName(const ServiceFolder &folder, const std::string &name) {
     std::string meant;
     const auto names = NamesIn(std::string(folder.path));

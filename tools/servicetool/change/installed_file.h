@@ -1,4 +1,4 @@
-// The installed service file that a command is to change, and the lock under which it does.
+// The installed service file that a command changes, and the lock for changes.
 #ifndef TAVO_SERVICETOOL_CHANGE_INSTALLED_FILE_H
 #define TAVO_SERVICETOOL_CHANGE_INSTALLED_FILE_H
 
@@ -13,19 +13,19 @@ namespace tavo::tool {
 
 // ---- The lock for changes
 //
-// One servicetool changes service files at a time: between the look at the ports that are free and
-// the change no other servicetool may take them.
+// Only one servicetool at a time changes service files: no other one may take the ports between the
+// check for free ports and the change.
 
-// Others that change service files, such as the administration pages, do not take it. A program
-// that is notified of a change may not make one in the meantime; the programs do not inherit the
-// lock.
+// Other programs that change service files, such as the administration pages, do not take the lock.
+// Programs that are notified of a change do not inherit it, so they cannot make a change themselves
+// with servicetool.
 class ChangeLock {
   public:
-    // Waits for a change that is under way. False when that takes too long, or when there is no
-    // lock to be had.
+    // Waits for a change in progress. Returns false if that takes too long, or if the lock cannot
+    // be created.
     bool Take();
 
-    // Why there is no lock to be had; empty where another change is in progress.
+    // Why the lock cannot be created; empty if another change is in progress.
     const std::string &Problem() const { return problem_; }
 
   private:
@@ -33,44 +33,45 @@ class ChangeLock {
     std::string problem_;
 };
 
-// Reports, about `name`, why the lock was not taken, with what that means for the change. False.
+// Reports an error about `name`: why the lock was not taken, and the consequence for the change.
+// Returns false.
 bool TellNoLock(const ChangeLock &lock, const std::string &name, const std::string &consequence,
                 Report &report);
 
 // ---- The file
 
-// --system or --package; where neither is asked for, the file says it.
+// --system or --package; if neither is given, the folder that contains the file.
 struct FolderChoice {
     bool system = false;
     bool package = false;
 };
 
 struct InstalledFile {
-    std::string name;  // plain, "chat.sc"
+    std::string name;  // without a folder: "chat.sc"
     ServiceFolder folder{};
     std::string path;
-    FileText text;    // none where the file is not installed
+    FileText text;    // nullopt if the file is not installed
     ChangeLock lock;  // taken unless the change is a dry run
 };
 
-// What a file that is not installed is: a mistake, or one that is to be made, in the folder of
-// packages unless another is asked for.
+// Whether a missing file is an error, or a file to create; the latter is in the package folder
+// unless another one is requested.
 enum class Missing { kRefuse, kAllow };
 
-// Looks for the file, which nobody else changes from then on unless this is a dry run. False when
-// it is not what the command can work on: its name is not plain, it is missing, in both folders, or
-// cannot be read, or another change does not end. That is told and raises the status.
+// Finds the file and, unless this is a dry run, takes the lock. Returns false if the command cannot
+// use the file: its name is invalid, it is missing, in both folders or unreadable, or the lock
+// cannot be taken. This is reported and raises the status.
 bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
                        bool dry_run, InstalledFile &file, Report &report);
 
-// Tells that no file of that name is installed, and raises the status. False.
+// Reports that no file of that name is installed, raises the status and returns false.
 bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Report &report);
 
-// Whether a text is the plain name of a file, which is told unless it is, and raises the status.
+// Returns whether `name` is a file name without a folder. If not, reports it and raises the status.
 bool CheckFileName(const std::string &name, Report &report);
 
-// The contents of a file as it is now; none where there is no such file. Throws std::runtime_error
-// with the reason where the file cannot be read.
+// The current contents of a file; nullopt if it does not exist. Throws std::runtime_error with the
+// reason if it cannot be read.
 FileText TextOf(const std::string &path);
 
 }  // namespace tavo::tool

@@ -1,6 +1,6 @@
-// The names are all that tells what something is: they are those that the library and servicetool
-// give to what they remove themselves in the end. /tmp is everybody's, so there only what belongs
-// to us counts, and no symbolic link is followed.
+// Leftovers are recognised by name only: the names that the library and servicetool give to their
+// temporary files. All users can write to /tmp, so files of other users are ignored there, and
+// symbolic links are not followed.
 #include "change/leftovers.h"
 
 #include <fcntl.h>
@@ -61,13 +61,14 @@ std::string InTmp(const std::string &name) {
     return std::string(kTemporaryFolder) + '/' + name;
 }
 
-// A folder that is not there is empty.
+// Like NamesIn, but a missing folder is empty.
 std::optional<std::vector<std::string>> NamesInAny(const std::string &folder) {
     auto names = NamesIn(folder);
     return names || !IsAbsence(errno) ? std::move(names) : std::vector<std::string>();
 }
 
-// A regular file or a folder that belongs to us or to root, and that has no other name.
+// Whether the path is a file or folder that belongs to this user or to root. A file must not have
+// further hard links.
 bool IsOurs(const std::string &path, mode_t kind) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) == kind &&
@@ -75,14 +76,14 @@ bool IsOurs(const std::string &path, mode_t kind) {
            (kind == S_IFDIR || status.st_nlink == 1);
 }
 
-// Somebody may have a folder of his own by such a name.
+// Checks the mode as well, because a user may have a folder of such a name for another purpose.
 bool IsPrivateFolder(const std::string &path) {
     struct stat status {};
     return IsOurs(path, S_IFDIR) && lstat(path.c_str(), &status) == 0 &&
            (status.st_mode & 07777) == S_IRWXU;
 }
 
-// What takes the place of the X in a template for a name.
+// Whether the text can be the random part of a name made by mkstemp or mkdtemp.
 bool IsRandom(std::string_view part) {
     constexpr std::size_t kLength = 6;
     return part.size() == kLength && std::all_of(part.begin(), part.end(), [](char c) {
@@ -90,7 +91,7 @@ bool IsRandom(std::string_view part) {
            });
 }
 
-// The process whose id is all of the text.
+// Reads a process id; the text must contain nothing else.
 std::optional<pid_t> ReadPid(std::string_view text) {
     pid_t pid = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
@@ -98,7 +99,7 @@ std::optional<pid_t> ReadPid(std::string_view text) {
     return whole && text.front() != '0' ? std::optional(pid) : std::nullopt;
 }
 
-// What is between `prefix` and `suffix`; empty when the name is made up otherwise.
+// The part of the name between `prefix` and `suffix`; empty if the name does not have this form.
 std::string_view Between(std::string_view name, std::string_view prefix, std::string_view suffix) {
     if (name.size() <= prefix.size() + suffix.size() || !name.starts_with(prefix) ||
         !name.ends_with(suffix)) {
@@ -111,7 +112,8 @@ std::string_view Between(std::string_view name, std::string_view prefix, std::st
 
 // ---- What must stay
 
-// Whether a service file of that name is in neither folder. One that cannot be looked at is there.
+// Whether no service folder contains a file of that name. A file that cannot be checked counts as
+// present.
 bool IsGone(const std::string &name) {
     const std::vector<ServiceFolder> folders = ServiceFolders(kEveryServiceFolder);
     return std::all_of(folders.begin(), folders.end(), [&name](const ServiceFolder &folder) {
@@ -136,7 +138,7 @@ std::vector<std::string> NamesOrThrow(const std::string &folder) {
 
 using Look = int (*)(const char *, struct stat *);
 
-// None when nothing of that name is there. What cannot be looked at may be there or not.
+// Returns nullopt if the path does not exist. Throws if that is unknown.
 std::optional<struct stat> StatusOf(const std::string &path, Look look) {
     struct stat status {};
     if (look(path.c_str(), &status) == 0) {
@@ -148,8 +150,8 @@ std::optional<struct stat> StatusOf(const std::string &path, Look look) {
     return {};
 }
 
-// A file that mv was writing when it was killed is shorter than its copy. It writes files only
-// where a rename does not reach; elsewhere files differ because the store was changed.
+// Whether mv was killed while it was writing the original, which is then shorter than its copy. mv
+// writes files only across file systems; otherwise sizes differ because the store was changed.
 bool IsCut(const struct stat &original, const struct stat &copy) {
     if (!S_ISREG(copy.st_mode) || copy.st_size == 0) {
         return false;
@@ -158,8 +160,8 @@ bool IsCut(const struct stat &original, const struct stat &copy) {
            (original.st_dev != copy.st_dev && original.st_size < copy.st_size);
 }
 
-// What the copy of a folder has and the folder lacks, in words that follow the path of the copy;
-// empty when there is no such thing.
+// Describes something that the copy of a folder contains and the folder does not, as the second
+// part of a sentence that starts with the path of the copy. Returns "" if there is nothing.
 std::string LossInFolder(const Leftover &copy, const std::string &below) {
     for (const std::string &name : NamesOrThrow(copy.path + below)) {
         const std::string inner = below + '/' + name;
@@ -191,7 +193,8 @@ bool IsEmptyStore(const std::string &store) {
                         [&store](const std::string &name) { return IsPartOfStore(name, store); });
 }
 
-// Where the content of a store is to be. cp refuses to write to a link that leads nowhere.
+// The path to restore a store to: the target if it is a symbolic link, because cp does not write
+// through a dangling link.
 std::string PlaceOf(const std::string &store) {
     std::error_code no_link;
     const std::filesystem::path target = std::filesystem::read_symlink(store, no_link);
@@ -200,8 +203,9 @@ std::string PlaceOf(const std::string &store) {
                : (std::filesystem::path(store).parent_path() / target).lexically_normal().string();
 }
 
-// A section removal copies whole stores, and removes a store before it moves its copy back. Killed
-// in between, it leaves the copy alone. A store that is a symbolic link is where the link leads.
+// Marks a copy that must be kept. A section removal copies whole stores; to restore one, it removes
+// the store and moves the copy back. If it is killed in between, only the copy exists. A store may
+// be a symbolic link, which is followed.
 void KeepStore(Leftover &copy) {
     const auto kept = StatusOf(copy.path, lstat);
     if (!kept) {
@@ -228,16 +232,16 @@ void KeepStore(Leftover &copy) {
     }
 }
 
-// ---- Looking
+// ---- Search
 
-// What is before the last dot of a name and what is after it; nothing where there is no dot.
+// The parts of a name before and after its last dot; both empty if it has none.
 std::pair<std::string_view, std::string_view> SplitAtLastDot(std::string_view name) {
     const std::size_t dot = name.rfind('.');
     return dot == std::string_view::npos ? std::pair<std::string_view, std::string_view>()
                                          : std::pair(name.substr(0, dot), name.substr(dot + 1));
 }
 
-// The process that gave a copy of the store of that name, or what is left of the store, its name.
+// The process that made the file `name`, if that is the name of a copy or a remainder of the store.
 std::optional<pid_t> MakerOfCopy(std::string_view name, const std::string &store) {
     for (const char *tail : {kSideCopyTail, kReplacedTail}) {
         if (const auto pid = ReadPid(Between(name, store + tail, ""))) {
@@ -255,7 +259,7 @@ class Search {
     void LookIntoServiceFolder(const std::string &folder);
     void LookForWriter(const std::string &folder);
 
-    // Copies of the store whose maker is wanted(pid).
+    // Adds the copies of the store for which wanted(process id) is true.
     template <typename Wanted>
     void LookForCopies(StoreId store, Wanted wanted);
 
@@ -277,7 +281,7 @@ std::vector<std::string> Search::Names(const std::string &folder) {
     return std::move(names).value_or(std::vector<std::string>());
 }
 
-// One whose name does not say who made it.
+// Adds a leftover without a process id in its name.
 void Search::AddUnsigned(LeftoverKind kind, const std::string &path, std::string_view original) {
     if (!original.empty() && IsOurs(path, S_IFREG)) {
         found_.all.push_back({kind, path, std::string(original)});
@@ -336,7 +340,7 @@ void Search::LookIntoServiceFolder(const std::string &folder) {
     }
 }
 
-// Where a store is a link, a copy may be beside the link or beside what it leads to.
+// If a store is a symbolic link, a copy may be next to the link or next to its target.
 template <typename Wanted>
 void Search::LookForCopies(StoreId store, Wanted wanted) {
     const std::string original = PathOf(store);
@@ -353,7 +357,7 @@ void Search::LookForCopies(StoreId store, Wanted wanted) {
     }
 }
 
-// A writer locks a file in it for as long as it writes.
+// A running writer holds a lock on a file in the folder.
 void Search::LookForWriter(const std::string &folder) {
     const std::string path = folder + '/' + kWriterFolder;
     if (!IsOurs(path, S_IFDIR)) {
@@ -366,13 +370,13 @@ void Search::LookForWriter(const std::string &folder) {
     }
 }
 
-// In the order in which leftovers are listed.
+// In the order of listing.
 constexpr StoreId kStores[] = {StoreId::kSystemServices, StoreId::kPackageServices,
                                StoreId::kForwardingRules, StoreId::kFirewallRules};
 
-// ---- Removing
+// ---- Removal
 
-// The next writer removes what an earlier one left; this one writes nothing.
+// Takes the writers' lock, which removes the leftovers of earlier writers, and writes nothing.
 std::string RemoveWriterFolder(const std::string &path) {
     if (!WritersLock::IsAvailable()) {
         return "the next change of a file in its folder removes it";
@@ -384,12 +388,12 @@ std::string RemoveWriterFolder(const std::string &path) {
     return lstat(path.c_str(), &status) == 0 ? "a writer uses it" : "";
 }
 
-// A new process may have got the id of the one that made it, and have made another one.
+// A new process may have the same id, and may have made a new file of the same name.
 bool MayBeInUse(const Leftover &leftover) {
     return leftover.pid && IsRunning(*leftover.pid);
 }
 
-// The library locks a file in /tmp that it needs, and removes others of that name under their lock.
+// The library locks its files in /tmp while it uses them, and locks an old one before removing it.
 std::string RemoveFile(const Leftover &leftover) {
     const char *path = leftover.path.c_str();
     if (MayBeInUse(leftover) || !IsOurs(leftover.path, S_IFREG)) {
@@ -411,7 +415,7 @@ std::string RemoveFile(const Leftover &leftover) {
     return unlink(path) == 0 ? "" : ErrorText(errno);
 }
 
-// The store may have been lost since the look at its copy.
+// Checks again, because the store may have been lost in the meantime.
 std::string RemoveStore(const Leftover &leftover) {
     Leftover copy = leftover;
     KeepStore(copy);

@@ -1,4 +1,4 @@
-// A file that is looked at before anything else is done with it.
+// A file that is linted before it is used.
 #ifndef TAVO_SERVICETOOL_CHANGE_LINTED_FILE_H
 #define TAVO_SERVICETOOL_CHANGE_LINTED_FILE_H
 
@@ -10,13 +10,13 @@
 namespace tavo::tool {
 
 struct LintedFile {
-    std::string name;  // as it is shown
+    std::string name;  // for messages
     std::string text;
     LintResult lint;
 };
 
-// Reads a file, "-" for standard input, and tells everything that lint finds. False when it cannot
-// be read, which is told with the fix, if any, and raises the status.
+// Reads a file, "-" for standard input, and reports all findings of lint. If it cannot be read,
+// reports this with the fix, if any, raises the status and returns false.
 bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std::string fix = {});
 
 // "1 error, 2 warnings", or "ok".

@@ -20,14 +20,14 @@
 namespace tavo::tool {
 namespace {
 
-// A change takes seconds, a stuck listener minutes.
+// A change takes seconds, or minutes if a listener hangs.
 constexpr std::time_t kLongestChange = 600;
 
-// What a process has mapped that may make such files, see proc_pid_maps(5).
+// Mapped files of processes that may make such files, see proc_pid_maps(5).
 constexpr std::string_view kMakers[] = {"/libtavoserviceconf.so", "/servicetool\n",
                                         "/servicetool (deleted)\n"};
 
-// The names in a folder of /proc. None when its process has ended or is out of sight.
+// The names in a folder of /proc. Empty if the process has ended or cannot be inspected.
 std::vector<std::string> NamesInProc(const std::string &folder) {
     auto names = NamesIn(folder);
     if (!names && errno != ENOENT && errno != ESRCH && errno != EACCES) {
@@ -59,7 +59,7 @@ bool HasOpen(pid_t pid, const std::string &path) {
     return false;
 }
 
-// A process that may not be looked at may be one of them; one that has ended is none.
+// Returns true for a process that cannot be inspected, and false for one that has ended.
 bool MayBeMaker(pid_t pid) {
     const FileContents maps = ReadRegularFile("/proc/" + std::to_string(pid) + "/maps");
     return std::any_of(std::begin(kMakers), std::end(kMakers),
@@ -83,7 +83,7 @@ bool IsRunning(pid_t pid) {
 
 std::optional<pid_t> PossibleUser(const std::string &path) {
     const bool is_new = IsNew(path);
-    // Open files go by the path without symbolic links, and one of its folders may be one.
+    // /proc lists open files by their path without symbolic links.
     std::error_code gone;
     const std::string real_path = std::filesystem::canonical(path, gone);
     for (const pid_t pid : OtherProcesses()) {

@@ -1,4 +1,4 @@
-// Which processes run, and may still need what they made.
+// Checks for running processes that may still need the files they made.
 #ifndef TAVO_SERVICETOOL_CHANGE_LIVE_PROCESS_H
 #define TAVO_SERVICETOOL_CHANGE_LIVE_PROCESS_H
 
@@ -9,12 +9,12 @@
 
 namespace tavo::tool {
 
-// A process of another user runs, too.
+// Also true for a process of another user.
 bool IsRunning(pid_t pid);
 
-// The process that may still need a file whose name does not say who made it: one that has the file
-// open; where the file is new, any other servicetool or program that has the library loaded. None
-// when there is none. Throws std::system_error when that cannot be found out.
+// The process that may still need a file without a process id in its name: one that has the file
+// open or, if the file is new, any other servicetool or program that has loaded the library.
+// Returns nullopt if there is none. Throws std::system_error if that is unknown.
 std::optional<pid_t> PossibleUser(const std::string &path);
 
 }  // namespace tavo::tool

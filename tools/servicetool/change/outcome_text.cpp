@@ -12,10 +12,10 @@
 namespace tavo::tool {
 namespace {
 
-// From here on a status says that a signal ended the program.
+// A higher exit status is this plus the number of the signal that ended the program.
 constexpr int kSignalled = 128;
 
-// A plugin is known by its path only.
+// Only the path of a plugin is known.
 std::string ProgramOf(const StepFailure &failure) {
     return *failure.program != '\0' ? failure.program : failure.path;
 }
@@ -36,7 +36,8 @@ std::string ProgramReason(const StepFailure &failure, const std::vector<std::str
                : program + " ended with status " + std::to_string(failure.status);
 }
 
-// A writer makes the new file in the folder of the old one, and that is where it fails.
+// A writer creates the new file in the folder of the old one, so failures to write are about the
+// folder.
 std::string SystemErrorReason(const StepFailure &failure, const std::string &path) {
     const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
     const std::string place = *failure.path == '\0'  ? ""
@@ -46,7 +47,7 @@ std::string SystemErrorReason(const StepFailure &failure, const std::string &pat
     return place + ErrorText(failure.error);
 }
 
-// Where the step says all there is to say.
+// The reason, for steps that can fail for one reason only.
 std::string StepReason(const StepFailure &failure) {
     switch (failure.step) {
         case Step::kCheckArguments:

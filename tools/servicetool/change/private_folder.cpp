@@ -24,7 +24,7 @@ int OpenFolder(const std::string &path) {
     return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// Waits: who removes what killed programs left takes a look at ours, too.
+// Waits for the lock: a servicetool that removes leftovers may hold it briefly.
 bool LockFolder(int descriptor) {
     return Uninterrupted([&] { return flock(descriptor, LOCK_EX); }) == 0;
 }
@@ -36,8 +36,8 @@ bool IsRemoved(int descriptor) {
 
 }  // namespace
 
-// Until it is locked the new folder looks like one that a killed program left, and may be removed
-// as such.
+// Before it is locked, the new folder looks like a leftover and may be removed by another
+// servicetool.
 PrivateFolder::PrivateFolder() {
     do {
         if (descriptor_ >= 0) {

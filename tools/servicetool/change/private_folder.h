@@ -1,4 +1,4 @@
-// A folder for files on their way, which nobody else looks into.
+// A private folder for temporary files.
 #ifndef TAVO_SERVICETOOL_CHANGE_PRIVATE_FOLDER_H
 #define TAVO_SERVICETOOL_CHANGE_PRIVATE_FOLDER_H
 
@@ -7,20 +7,20 @@
 
 namespace tavo::tool {
 
-// Its name in /tmp is this and random text.
+// Its name in /tmp is this and random characters.
 inline constexpr char kPrivateFolderHead[] = "servicetool-";
 
-// It goes with its object, and all files that were made by it go, too. While it is in use it is
-// locked, so that one that a killed program left can be told from it.
+// The destructor removes the folder and the files in it. The folder is locked while it is in use,
+// to distinguish it from the leftover of a killed program.
 class PrivateFolder {
   public:
-    // Throws std::system_error where it cannot be made, as the function below does.
+    // Throws std::system_error if the folder cannot be created.
     PrivateFolder();
     ~PrivateFolder();
     PrivateFolder(const PrivateFolder &) = delete;
     PrivateFolder &operator=(const PrivateFolder &) = delete;
 
-    // Makes a file of that name, mode 0644, that belongs to us, and gives its path.
+    // Creates a file with mode 0644 and returns its path. Throws std::system_error on failure.
     std::string Make(const std::string &name, std::string_view text) const;
 
   private:
@@ -28,11 +28,11 @@ class PrivateFolder {
     int descriptor_ = -1;
 };
 
-// Whether nobody uses the private folder of that path. One that cannot be looked at is in use.
+// Whether no process uses the private folder. If that is unknown, it counts as in use.
 bool IsUnusedFolder(const std::string &path);
 
-// Removes the private folder of that path unless somebody uses it. False when it is still there,
-// with errno set; EWOULDBLOCK when it is in use.
+// Removes the private folder unless it is in use. Returns false with errno set if it was not
+// removed; EWOULDBLOCK if it is in use.
 bool RemoveUnusedFolder(const std::string &path);
 
 }  // namespace tavo::tool

@@ -13,15 +13,16 @@
 namespace tavo::tool {
 namespace {
 
-int real_stderr = -1;  // -1 while standard error itself is
+int real_stderr = -1;  // -1 while standard error is not redirected
 
-// A copy that the programs do not inherit.
+// Duplicates a descriptor, close-on-exec.
 int CopyOf(int descriptor) {
     std::fflush(descriptor == STDERR_FILENO ? stderr : stdout);
     return fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-// Puts a copy back in its place, and ends it. Without a copy there was nothing in that place.
+// Restores the descriptor `place` from its copy and closes the copy. Without a copy, the descriptor
+// was closed before.
 void PutBack(int &copy, int place) {
     if (copy >= 0) {
         dup2(copy, place);

@@ -1,5 +1,5 @@
-// Keeps what programs print apart from what servicetool prints: the library runs programs, plugins
-// too, that write to the standard output and error of the caller.
+// Separates the output of programs from that of servicetool: the library runs programs, including
+// plugins, that write to the standard output and error of the caller.
 #ifndef TAVO_SERVICETOOL_CHANGE_PROGRAM_OUTPUT_H
 #define TAVO_SERVICETOOL_CHANGE_PROGRAM_OUTPUT_H
 
@@ -9,21 +9,21 @@
 
 namespace tavo::tool {
 
-// While one lives, standard output and error are a file in memory. Where that cannot be made both
-// are standard error, and nothing is kept: it is quoted as a reason where it is there, and nothing
-// is decided by it.
+// Redirects standard output and error to a file in memory. If that cannot be created, both go to
+// standard error and no lines are kept. The lines are only quoted in messages; nothing depends on
+// them.
 class ProgramOutput {
   public:
-    // Throws std::system_error where standard output cannot be kept from the programs.
+    // Throws std::system_error if standard output cannot be redirected.
     ProgramOutput();
     ~ProgramOutput() { End(); }
     ProgramOutput(const ProgramOutput &) = delete;
     ProgramOutput &operator=(const ProgramOutput &) = delete;
 
-    // Puts the real ones back. The lines that the programs printed.
+    // Ends the redirection and returns the lines that the programs printed.
     std::vector<std::string> End();
 
-    // Standard error as it was before.
+    // The descriptor of the real standard error.
     static int StandardError();
 
   private:
@@ -33,8 +33,8 @@ class ProgramOutput {
     int stdout_ = -1;
 };
 
-// The last line of a program, such as "cp: error writing '/tmp/chat.sc': No space left on device",
-// with or without the folder of the program; empty where there is none.
+// The last line that starts with the name or path of the program, such as "cp: error writing
+// '/tmp/chat.sc': No space left on device"; empty if there is none.
 std::string LastWordOf(std::string_view program, const std::vector<std::string> &lines);
 
 }  // namespace tavo::tool

@@ -25,7 +25,7 @@ namespace {
 
 constexpr char kUnreadSection[] = "the section cannot be read";
 
-// Why no service can have that name; empty when one can.
+// Why no service can have that name; empty if it is valid.
 std::string NameProblem(const std::string &section) {
     if (section.empty()) {
         return "is empty";
@@ -63,7 +63,7 @@ void ReadSection(SectionTarget &target) {
     target.today.reset(today);
 }
 
-// The lines that belong to a section, its headers included.
+// The numbers of the lines of a section, including its headers.
 std::set<std::size_t> LinesOfSection(const std::string &text, const std::string &section) {
     std::set<std::size_t> lines;
     bool inside = false;
@@ -93,8 +93,7 @@ bool LintChange(const Change &change, Report &report) {
     });
 }
 
-// The name of a section as it stands in the file, found by the name in any case: the very name
-// where there is one.
+// The name of a section in the file, ignoring case; an exact match is preferred.
 std::string NameInFile(const std::string &text, const std::string &section) {
     std::string similar;
     ConfigLineReader reader(text);
@@ -112,7 +111,7 @@ std::string NameInFile(const std::string &text, const std::string &section) {
     return similar;
 }
 
-// A section without keys is there for whoever looks into the file, but for nobody else.
+// A section without keys is visible in the file, but the library ignores it.
 bool TellMissing(const SectionTarget &target, Report &report) {
     const std::string name = NameInFile(*target.file.text, target.section);
     const bool empty = name == target.section;
@@ -235,7 +234,7 @@ namespace {
 
 constexpr char kCannotStage[] = "the change cannot be worked out: ";
 
-// What is neither memory nor refused by the system is not accepted by the core library.
+// A failure that is neither out of memory nor a system error is invalid input.
 void Require(int result, const StepFailure &failure) {
     if (result >= 0) {
         return;
@@ -251,7 +250,7 @@ void Require(int result, const StepFailure &failure) {
                              "a text is too long or holds what a service file cannot");
 }
 
-// A copy of the file, changed as the file will be.
+// A temporary copy of the file, on which the change is made.
 class StagedFile {
   public:
     explicit StagedFile(const FileText &before)
@@ -277,7 +276,7 @@ class StagedFile {
     std::string path_;
 };
 
-// None where the list is too long for a service file.
+// Returns nullopt if the list is too long for a service file.
 std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
     PortText text;
     ForgetFailure();
@@ -333,7 +332,7 @@ FileText WithoutSection(const FileText &before, const std::string &section) {
     const StagedFile file(before);
     StepFailure failure;
     Require(RemoveFromFile(file.Path(), section.c_str(), failure), failure);
-    // That a file without services stays is reported as no failure.
+    // The result is success even if a file without services could not be removed.
     if (failure.HasFailed()) {
         throw std::runtime_error(kCannotStage + ErrorText(failure.error));
     }

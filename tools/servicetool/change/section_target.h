@@ -1,5 +1,5 @@
-// The section of an installed file that a command is to change: what set, set-ports and
-// remove-section have in common.
+// The section of an installed file that a command changes: the common part of set, set-ports and
+// remove-section.
 #ifndef TAVO_SERVICETOOL_CHANGE_SECTION_TARGET_H
 #define TAVO_SERVICETOOL_CHANGE_SECTION_TARGET_H
 
@@ -16,45 +16,43 @@
 
 namespace tavo::tool {
 
-// The section of an installed file that is to be changed.
 struct SectionOptions {
     std::string file;
     std::string section;
     FolderChoice folder;
-    bool no_restart = false;  // leaves firewall and relay daemon as they are
+    bool no_restart = false;  // do not notify firewall and relay daemon
     bool dry_run = false;
 };
 
 struct SectionTarget {
     InstalledFile file;
     std::string section;
-    bool present = false;  // the file has keys of it
-    OwnedSection today;    // as the library reads it; NULL where it does not
+    bool present = false;  // the file contains keys of the section
+    OwnedSection today;    // as the library reads it; null if it rejects it
 };
 
-// Finds file and section, which must be there unless `missing` allows otherwise. False when they
-// are not what can be changed, which is told and raises the status.
+// Finds file and section, which must exist unless `missing` is kAllow. Returns false if they cannot
+// be changed, which is reported and raises the status.
 bool FindSection(const SectionOptions &options, Missing missing, SectionTarget &target,
                  Report &report);
 
-// The change of the section to what `after` says.
+// The change of the section; `after` is the planned text of the file.
 Change ChangeOf(std::string_view operation, const SectionTarget &target,
                 const SectionOptions &options, FileText after);
 
-// Who is told of a change: `first`, and those that a restart reaches, each once.
+// The listeners of a change: `first` and those notified by a restart, without duplicates.
 std::vector<Listener> ListenersOf(Listener first, const SectionOptions &options);
 
-// Reads a port list of the command line. None where it is wrong, which is told as a mistake in
-// using the command.
+// Reads a port list of the command line. If it is invalid, reports a usage error and returns null.
 OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report);
 
-// The same list the other way round: the library reads ports from the last to the first, and writes
-// them as they stand in the list.
+// Reverses the list in place: the library reads ports in reverse order, but writes them in list
+// order.
 TAVO_SERVICE_CONF_PORT *Reversed(TAVO_SERVICE_CONF_PORT *ports);
 
-// Tells what lint finds in the section as it will be, and asks who else has the ports that it is to
-// declare, as the library will once more when it makes the change. False when it would then not
-// read the section, which is a refusal. What is wrong elsewhere in the file is in nobody's way.
+// Reports the findings of lint in the new section, and checks its ports for conflicts, as the
+// library also does when it makes the change. Refuses the change and returns false if the library
+// would not read the new section. Errors in other sections are ignored.
 bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
                   Report &report);
 
@@ -63,26 +61,26 @@ TAVO_SERVICE_CONF_SET_PARAM ParamOf(const SectionTarget &target, const SectionOp
 
 // ---- The text of the file after a change
 //
-// The library makes the change on a copy, so that it can be shown before anything is done, and
-// compared with what was done.
+// The library makes the change on a copy, which is shown before the change and compared with the
+// file after it.
 
-// The most that the library writes as the ports of a section.
+// The longest port list that the library writes.
 inline constexpr std::size_t kLongestPortsValue = kPortTextSize - 1;
 
-// Whether a service file has room for the ports, and they can be written.
+// Whether the library can write the ports to a service file.
 bool FitsServiceFile(const TAVO_SERVICE_CONF_PORT &ports);
 
-// These throw std::runtime_error with the reason, or std::bad_alloc, where the file cannot be
-// changed so.
+// The following functions throw std::runtime_error with the reason, or std::bad_alloc, if the
+// change cannot be made.
 
-// With all keys of a section set. None: a new file.
+// The text with all keys of a section set. `before` is nullopt for a new file.
 FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &section);
 
-// With one port key of a section set.
+// The text with one port key of a section set.
 FileText WithPorts(const FileText &before, const std::string &section,
                    const TAVO_SERVICE_CONF_PORT &ports);
 
-// Without a section. None: the file goes, for it has no other service.
+// The text without a section; nullopt if it is the last service, so that the file is removed.
 FileText WithoutSection(const FileText &before, const std::string &section);
 
 }  // namespace tavo::tool

@@ -15,11 +15,11 @@ namespace {
 using Lines = std::vector<std::string>;
 using LineDiff = dtl::Diff<std::string, Lines>;
 
-// Beyond any service file. What is larger is told of by its size, for nobody reads its diff.
+// More than any service file has. For larger files only the number of lines is reported.
 constexpr std::size_t kMostLines = 20000;
 
-// diff's way to say that the last line has no newline. It is part of the line here, so that one
-// with a newline and one without differ.
+// diff prints this if the last line has no newline. Here it is part of the line, so that lines with
+// and without a newline differ.
 constexpr char kNoNewline[] = "\n\\ No newline at end of file";
 
 Lines LinesOf(std::string_view text) {
@@ -33,13 +33,13 @@ Lines LinesOf(std::string_view text) {
     return lines;
 }
 
-// A line and what becomes of it.
+// A line with its change.
 struct Edit {
     dtl::edit_t type;
     std::string line;
 };
 
-// The lines of both texts in their order; where some are replaced, those that go come first.
+// The lines of both texts in order; for replaced lines, the removed ones come first.
 std::vector<Edit> EditsOf(const Lines &before, const Lines &after) {
     LineDiff diff(before, after);
     diff.onHuge();  // a bound for the memory that very different files take
@@ -60,14 +60,14 @@ std::vector<Edit> EditsOf(const Lines &before, const Lines &after) {
     return edits;
 }
 
-// "12,3" of a hunk's head: how many lines behind the first `passed` ones. No line at all counts
-// from the one before.
+// A range in a hunk's header, such as "12,3": `count` lines after the first `passed` ones. An empty
+// range starts with the line before it.
 std::string RangeText(std::size_t passed, std::size_t count) {
     const std::string first = std::to_string(count == 0 ? passed : passed + 1);
     return count == 1 ? first : first + ',' + std::to_string(count);
 }
 
-// Puts hunks together, each with its lines of context around what changes.
+// Writes the hunks, each with lines of context around its changes.
 class HunkWriter {
   public:
     explicit HunkWriter(std::vector<Edit> edits) : edits_(std::move(edits)) {}
@@ -82,7 +82,7 @@ class HunkWriter {
     static constexpr std::size_t kContext = 3;
 
     std::vector<Edit> edits_;
-    std::size_t before_ = 0;  // lines of each text that were passed
+    std::size_t before_ = 0;  // lines of each text already processed
     std::size_t after_ = 0;
     std::string text_;
 };
@@ -94,7 +94,7 @@ std::size_t HunkWriter::NextChange(std::size_t from) const {
         edits_.begin());
 }
 
-// Changes whose contexts would touch share a hunk.
+// Changes with adjacent or overlapping context share a hunk.
 std::size_t HunkWriter::EndOfHunk(std::size_t change) const {
     std::size_t next = change;
     while (next != edits_.size() && next <= change + 2 * kContext) {
@@ -158,7 +158,7 @@ std::string_view ColourOf(std::string_view line) {
     }
 }
 
-// Lines of the file have a sign in front; a backslash there is ours.
+// Lines of the file start with a sign; only kNoNewline starts with a backslash.
 std::string ShownLine(std::string_view line) {
     return line.front() == kNoNewline[1] ? std::string(line) : Escaped(line);
 }

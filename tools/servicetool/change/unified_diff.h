@@ -1,4 +1,4 @@
-// What a change does to the lines of a file, as diff -u shows it and patch takes it.
+// The changed lines of a file in the format of diff -u, which patch accepts.
 #ifndef TAVO_SERVICETOOL_CHANGE_UNIFIED_DIFF_H
 #define TAVO_SERVICETOOL_CHANGE_UNIFIED_DIFF_H
 
@@ -8,14 +8,14 @@
 
 namespace tavo::tool {
 
-// The contents of a file; none where there is no such file.
+// The contents of a file; nullopt if the file does not exist.
 using FileText = std::optional<std::string>;
 
-// "--- a/PATH", "+++ b/PATH" and the hunks; /dev/null stands for no file. Empty when the two are
-// the same.
+// "--- a/PATH", "+++ b/PATH" and the hunks; /dev/null is used for a missing file. Empty if both are
+// equal.
 std::string UnifiedDiff(const FileText &before, const FileText &after, const std::string &path);
 
-// A diff for people: each line escaped, in colours where `colour` says so.
+// The diff for a terminal: each line escaped, and coloured if `colour` is true.
 std::string ShownDiff(std::string_view diff, bool colour);
 
 }  // namespace tavo::tool
