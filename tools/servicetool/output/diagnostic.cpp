@@ -8,10 +8,10 @@
 namespace tavo::tool {
 namespace {
 
-// How much of a line is kept on each side of the spot, for the widest of terminals.
+// The part of a line to keep on each side of the spot; enough for wide terminals.
 constexpr std::size_t kContextBytes = 200;
 
-// In less than this nothing can be recognised, and the terminal may wrap the line.
+// A narrower cut would be useless, so the line may then wrap instead.
 constexpr std::size_t kLeastColumns = 30;
 
 constexpr std::string_view kIndent = "    ";
@@ -30,8 +30,8 @@ bool InsideCharacter(std::string_view text, std::size_t offset) {
     return offset < text.size() && (static_cast<unsigned char>(text[offset]) & 0xC0) == 0x80;
 }
 
-// Moves a cut back to the start of the character that it would split; bytes that are no UTF-8 have
-// no such start, so it looks back no further than a character is long.
+// Moves a cut back to the start of the character that it would split, but not further than the
+// longest character: invalid UTF-8 may have no such start.
 std::size_t CharacterStart(std::string_view text, std::size_t offset) {
     for (std::size_t back = 0; back < 4 && back <= offset; ++back) {
         if (!InsideCharacter(text, offset - back)) {
@@ -62,8 +62,8 @@ std::string Behind(const SourceLine &source) {
            std::string(source.cut_after ? kCut : "");
 }
 
-// The line without what does not fit into `columns`, taken away from its wider side. Whole
-// characters go, so that no escape is cut in two.
+// Cuts the line to `columns`, from its wider side. Removes whole characters, so that no escape
+// sequence is split.
 SourceLine Narrowed(const SourceLine &source, std::size_t columns) {
     const std::string_view text = source.text;
     SourceLine kept = source;
@@ -71,7 +71,7 @@ SourceLine Narrowed(const SourceLine &source, std::size_t columns) {
     std::size_t end = text.size();
     std::size_t before = DisplayWidth(Before(source));
     std::size_t behind = DisplayWidth(Behind(source));
-    // The caret takes a column behind the end of the line, too.
+    // A caret after the end of the line also needs a column.
     while (before + std::max<std::size_t>(behind, 1) > columns) {
         if (before > behind && begin < source.spot) {
             const std::size_t next =

@@ -1,4 +1,4 @@
-// What servicetool prints as JSON.
+// The JSON output of servicetool.
 #ifndef TAVO_SERVICETOOL_OUTPUT_JSON_H
 #define TAVO_SERVICETOOL_OUTPUT_JSON_H
 
@@ -14,10 +14,9 @@
 
 namespace tavo::tool {
 
-// A value of a JSON document. An object keeps its members in the order in which they were added.
+// A value of a JSON document. The members of an object keep the order in which they were added.
 //
-// Only json.cpp includes the header of the JSON library, which takes longer to compile than all
-// else that a command needs.
+// Only json.cpp includes the header of the JSON library, which takes long to compile.
 class Json {
   public:
     struct Member;
@@ -28,11 +27,11 @@ class Json {
     template <std::integral Number>
     Json(Number number) : Json(Of(Widest<Number>(number))) {}
 
-    // The text is UTF-8: Text() throws std::exception where it is not.
+    // The text must be UTF-8, or else Text() throws std::exception.
     template <std::convertible_to<std::string_view> Characters>
     Json(const Characters &text) : Json(Of(std::string_view(text))) {}
 
-    // The value, or null where there is none.
+    // The value, or null if there is none.
     template <class Value>
     Json(const std::optional<Value> &value) : Json(value ? Json(*value) : Json(nullptr)) {}
 
@@ -48,7 +47,7 @@ class Json {
     Json &operator=(Json &&other) noexcept;
     ~Json();
 
-    // An array of what `convert` makes of each element.
+    // An array of convert(element) for each element.
     template <class Elements, class Convert>
     static Json ArrayOf(const Elements &elements, Convert convert) {
         Json array = EmptyArray();
@@ -61,10 +60,10 @@ class Json {
 
     void Append(Json element);
 
-    // Adds the members of an object to this one. A member that is here already gets the new value.
+    // Adds the members of an object to this one. The value of an existing member is replaced.
     void Merge(const Json &object);
 
-    // On one line, in ASCII only: no control byte reaches a terminal raw.
+    // The document on one line, in ASCII and without control characters.
     std::string Text() const;
 
   private:
@@ -75,7 +74,7 @@ class Json {
         std::same_as<Number, bool>, bool,
         std::conditional_t<std::is_signed_v<Number>, std::int64_t, std::uint64_t>>;
 
-    explicit Json(Tree *tree);  // takes it
+    explicit Json(Tree *tree);  // takes ownership
     static Json Of(bool value);
     static Json Of(std::int64_t number);
     static Json Of(std::uint64_t number);
@@ -86,10 +85,10 @@ class Json {
 
 struct Json::Member {
     std::string_view key;
-    mutable Json value;  // the object that it becomes part of takes it
+    mutable Json value;  // moved into the object
 };
 
-// The text as JSON can hold it, an empty one as null.
+// The text as Utf8Text converts it; null if it is empty.
 Json TextOrNull(std::string_view text);
 
 }  // namespace tavo::tool

@@ -1,6 +1,5 @@
-// A file is replaced, never written over: whoever reads it while it is written, or after that has
-// failed, has the old picture and not half of a new one. What is no file is written to as it is,
-// and never waited for where nobody is at its other end.
+// A regular file is replaced, not overwritten: a reader never sees a partly written picture, not
+// even after a failure. Other files are written to directly; a pipe without a reader is an error.
 #include "output/output_file.h"
 
 #include <fcntl.h>
@@ -18,8 +17,8 @@
 namespace tavo::tool {
 namespace {
 
-// The file beside the one that it is to replace, gone unless it did. The name is of its own, for
-// that of the target may be as long as names can be.
+// The new file, in the folder of the target; removed unless it was published. Its name does not
+// contain the target's, which may already have the maximum length.
 class StagedFile {
   public:
     explicit StagedFile(const std::string &target)
@@ -50,7 +49,7 @@ class StagedFile {
     Descriptor file_;
 };
 
-// The file that links lead to.
+// The target of symbolic links.
 std::string FollowLinks(const std::string &path) {
     const MallocPtr<char> real(realpath(path.c_str(), nullptr));
     return real == nullptr ? path : real.get();
@@ -61,7 +60,7 @@ bool IsLink(const std::string &path) {
     return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode);
 }
 
-// What a new file may be read and written by, as the shell's redirection has it.
+// The mode of a new file, the same as for a redirection by the shell.
 mode_t NewMode() {
     constexpr mode_t kEverybody = 0666;
     const mode_t mask = umask(0);
@@ -69,7 +68,7 @@ mode_t NewMode() {
     return kEverybody & ~mask;
 }
 
-// These three give the reason of a failure, else nothing.
+// The next three functions return the reason for a failure, else "".
 
 std::string Create(const std::string &path, std::string_view text) {
     StagedFile staged(path);
@@ -78,8 +77,8 @@ std::string Create(const std::string &path, std::string_view text) {
     return created ? "" : ErrorText(errno);
 }
 
-// The new file belongs to whom the old one belonged to. A file that may not be written may not be
-// replaced either, though its folder may allow it.
+// The new file gets the owner of the old one. A file that is not writable is not replaced, even if
+// its folder is writable.
 std::string Replace(const std::string &path, const struct stat &old, std::string_view text) {
     constexpr mode_t kPermissions = 07777;
     if (access(path.c_str(), W_OK) != 0) {
@@ -97,7 +96,7 @@ std::string Replace(const std::string &path, const struct stat &old, std::string
     return replaced ? "" : ErrorText(errno);
 }
 
-// A pipe without a reader is a failure when it is opened so; a slow reader is waited for then.
+// Opening a pipe without a reader fails with O_NONBLOCK. Writing then waits for a slow reader.
 std::string WriteTo(const std::string &path, std::string_view text) {
     const Descriptor file(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     const bool written =

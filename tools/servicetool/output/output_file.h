@@ -1,4 +1,4 @@
-// Writes a file that the command line names.
+// Writes an output file given on the command line.
 #ifndef TAVO_SERVICETOOL_OUTPUT_OUTPUT_FILE_H
 #define TAVO_SERVICETOOL_OUTPUT_OUTPUT_FILE_H
 
@@ -10,13 +10,12 @@ namespace tavo::tool {
 // The FILE argument for standard output.
 inline constexpr std::string_view kStandardOutput = "-";
 
-// Whether what is written to the file comes to where standard output goes, as with /dev/stdout.
+// Whether the path refers to the same file as standard output, as /dev/stdout does.
 bool IsStandardOutput(const std::string &path);
 
-// Makes `text` the contents of the file: a new file takes the place of the old one at once, so that
-// whatever fails the old one is whole. A symbolic link is followed; a device or a pipe is written
-// to. What is wrong where it cannot be written, such as "cannot be written: permission denied",
-// else empty.
+// Writes `text` to the file. A regular file is replaced atomically, so it is unchanged after a
+// failure. A symbolic link is followed; a device or a pipe is written to. Returns the reason for a
+// failure, such as "cannot be written: permission denied", else "".
 std::string WriteWholeFile(const std::string &path, std::string_view text);
 
 }  // namespace tavo::tool

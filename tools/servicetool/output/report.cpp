@@ -25,7 +25,7 @@ bool WantsColour(int descriptor) {
            std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
 }
 
-// The window of the terminal behind the descriptor, all 0 where there is none.
+// The window size of the terminal of the descriptor; 0 if it is not a terminal.
 WindowSize WindowOf(int descriptor) {
     winsize size{};
     return isatty(descriptor) == 1 && ioctl(descriptor, TIOCGWINSZ, &size) == 0
@@ -33,7 +33,7 @@ WindowSize WindowOf(int descriptor) {
                : WindowSize{};
 }
 
-// Findings are kept as narrow as an ordinary terminal where they go elsewhere.
+// If standard error is not a terminal, diagnostics have the width of an ordinary one.
 std::size_t ErrorColumns() {
     constexpr std::size_t kOrdinary = 80;
     const std::size_t columns = WindowOf(STDERR_FILENO).columns;
@@ -73,7 +73,7 @@ void Report::Tell(Diagnostic diagnostic) {
         diagnostics_.push_back(std::move(diagnostic));
         return;
     }
-    // What was printed so far stands before it where both go to one terminal.
+    // Keeps the order of output if both streams go to one terminal.
     std::fflush(stdout);
     const std::string text = DiagnosticText(diagnostic, WantsColour(STDERR_FILENO), ErrorColumns());
     std::fwrite(text.data(), 1, text.size(), stderr);
@@ -129,7 +129,7 @@ int Report::Finish() {
     return static_cast<int>(status_);
 }
 
-// Put together from its parts, one element on a line, so that diffs and greps find their way too.
+// Prints one element per line, so that diff and grep can be used on the document.
 std::string Report::Document() const {
     std::string text = "{\"schema\":" + std::to_string(kSchema) +
                        ",\"ok\":" + (status_ == Status::kOk ? "true" : "false") + ",\"results\":[";

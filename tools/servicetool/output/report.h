@@ -1,5 +1,5 @@
-// Everything that servicetool says goes through its Report: results to standard output, findings to
-// standard error, or both into the one JSON document on standard output.
+// All output of servicetool: results to standard output, diagnostics to standard error, or both in
+// one JSON document to standard output.
 #ifndef TAVO_SERVICETOOL_OUTPUT_REPORT_H
 #define TAVO_SERVICETOOL_OUTPUT_REPORT_H
 
@@ -14,16 +14,16 @@
 namespace tavo::tool {
 
 enum class Status : int {
-    kOk = 0,      // done; for a question: free, valid, found
-    kNo = 1,      // the answer is no: taken, invalid, not found
-    kUsage = 2,   // the command line is wrong
-    kFailed = 3,  // it failed, or the answer is unknown
+    kOk = 0,      // success; for queries: free, valid, found
+    kNo = 1,      // taken, invalid, not found
+    kUsage = 2,   // usage error
+    kFailed = 3,  // failure, or the answer is unknown
 };
 
-// How a change ends that was not made.
+// Suffix of messages about a change that was not made.
 inline constexpr std::string_view kSoUnchanged = ", so nothing was changed";
 
-// Of a terminal; what is not known is 0.
+// The size of a terminal; 0 if unknown.
 struct WindowSize {
     std::size_t columns;
     std::size_t lines;
@@ -37,42 +37,41 @@ class Report {
 
     bool PrintsJson() const { return json_; }
 
-    // The terminal that standard output goes to; all is 0 when it goes elsewhere.
+    // The size of the terminal on standard output; 0 if it is not a terminal.
     WindowSize Window() const;
 
-    // How wide that is.
+    // The width of that terminal.
     std::size_t Columns() const;
 
-    // Whether it shows colours, and nobody has said that there are to be none.
+    // Whether to use colours on standard output: it supports them and they are not disabled.
     bool Colour() const;
 
-    // Tells a finding. It has no effect on the exit status.
+    // Reports a diagnostic. Does not raise the exit status.
     void Tell(Diagnostic diagnostic);
 
-    // Tells an error about `file`, or about none, that has no place in a file.
+    // Reports an error about `file` as a whole, or about no file.
     void TellError(std::string file, std::string rule, std::string message, std::string fix = {});
 
-    // Tells that the command line is wrong, and raises the status.
+    // Reports a usage error and raises the status.
     void TellUsage(std::string message, std::string fix);
 
-    // Prints text for people, already escaped; nothing in JSON mode.
+    // Prints text, which must be escaped; nothing in JSON mode.
     void Print(std::string_view text);
 
-    // Prints a line about what was changed, which is not lost where it cannot be printed, or is not
-    // because of JSON and the document cannot be.
+    // Prints a line about a completed change; nothing in JSON mode. In both modes, if standard
+    // output cannot be written, Finish prints the line to standard error.
     void PrintDone(const std::string &line);
 
-    // Adds an element to "results"; nothing outside JSON mode.
+    // Adds an element to "results"; only in JSON mode.
     void AddResult(const Json &result);
 
-    // Whether one was added.
     bool HasResult() const { return !results_.empty(); }
 
-    // The worst status of all targets counts.
+    // Raises the exit status if `status` is worse.
     void Raise(Status status);
     Status Worst() const { return status_; }
 
-    // Writes what is left to write and gives the exit status.
+    // Writes the remaining output and returns the exit status.
     int Finish();
 
   private:
@@ -82,7 +81,7 @@ class Report {
     Status status_ = Status::kOk;
     std::vector<Diagnostic> diagnostics_;  // JSON mode only
     std::vector<std::string> results_;     // JSON mode only, each a JSON text
-    std::string done_;                     // what was changed; empty where nothing was
+    std::string done_;                     // completed changes
 };
 
 }  // namespace tavo::tool

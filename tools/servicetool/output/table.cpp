@@ -8,11 +8,11 @@
 namespace tavo::tool {
 namespace {
 
-// Between columns, in blanks.
+// The blanks between columns.
 constexpr std::size_t kGap = 2;
 constexpr std::string_view kCut = "...";
 
-// Narrower than this a cut text tells nothing, and the terminal may wrap the line.
+// A narrower cut would be useless, so the line may then wrap instead.
 constexpr std::size_t kLeastColumns = 8;
 
 void AppendCut(std::string &text, std::string_view cell, std::size_t columns) {

@@ -1,5 +1,5 @@
-// UTF-8 is decoded here and not by the C library, so that the result does not hang on the locale
-// that the program happens to run in. Only the width of a character is asked of libc, in C.UTF-8.
+// UTF-8 is decoded here and not by the C library, so that the result does not depend on the locale.
+// Only the width of a character comes from libc, in the locale C.UTF-8.
 #include "output/text.h"
 
 #include <locale.h>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kMessageBytes = 60;
 
-// The shape of a UTF-8 sequence by its first byte. `least` rules out over-long spellings.
+// The form of a UTF-8 sequence, by its first byte. Codes below `least` are overlong encodings.
 struct Shape {
     unsigned char mask;
     unsigned char lead;
@@ -77,8 +77,8 @@ void AppendEscaped(std::string &out, std::string_view bytes, const Character &ch
     }
 }
 
-// The joiners U+200C and U+200D are not among them: Persian words and emoji are written with them.
-// Nor are variation selectors, which only choose how a character looks.
+// The joiners U+200C and U+200D are excluded, because Persian words and emoji need them. Variation
+// selectors are excluded, because they only select the form of a character.
 struct Range {
     char32_t first;
     char32_t last;
@@ -103,7 +103,7 @@ constexpr Range kControls[] = {
     {0xE0000, 0xE0FFF},  // tags
 };
 
-// The calling thread's character types as UTF-8, for as long as it lives.
+// Sets the calling thread's character types to UTF-8 during its lifetime.
 class Utf8Locale {
   public:
     Utf8Locale() : previous_(uselocale(Utf8())) {}
@@ -112,7 +112,7 @@ class Utf8Locale {
     Utf8Locale &operator=(const Utf8Locale &) = delete;
 
   private:
-    // Where it is missing, uselocale(0) changes nothing and each character counts one column.
+    // If the locale is missing, uselocale(0) changes nothing and each character has one column.
     static locale_t Utf8() {
         static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
         return utf8;
@@ -121,7 +121,8 @@ class Utf8Locale {
     locale_t previous_;
 };
 
-// Printable ASCII takes one column each. Nearly all texts are that, and are measured without libc.
+// Printable ASCII characters have one column each. Most texts contain no others and are measured
+// without libc.
 bool IsPrintableAscii(char c) {
     return c >= ' ' && c <= '~';
 }

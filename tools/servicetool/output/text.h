@@ -1,7 +1,7 @@
-// Text from files, arguments and the system on its way to a person.
+// Text from files, arguments and the system for printing.
 //
-// Nothing of it is trusted: a terminal obeys control bytes, so whatever is printed goes through
-// Escaped, on a terminal or not, and what is printed never looks like anything else that was there.
+// Such text is not trusted: a terminal interprets control characters. Escape all printed text with
+// Escaped, even if the output is not a terminal. Different texts have different escaped forms.
 #ifndef TAVO_SERVICETOOL_OUTPUT_TEXT_H
 #define TAVO_SERVICETOOL_OUTPUT_TEXT_H
 
@@ -12,49 +12,50 @@
 
 namespace tavo::tool {
 
-// The first character of a text. A byte that starts no UTF-8 character is one of its own.
+// The first character of a text. A byte that does not start a UTF-8 character is a character of its
+// own.
 struct Character {
     std::size_t size;  // in bytes, at least 1
-    char32_t code;     // its code point, or the byte where `valid` is false
+    char32_t code;     // code point; the byte if `valid` is false
     bool valid;
 };
 
 // `text` must not be empty.
 Character FirstCharacter(std::string_view text);
 
-// Whether a terminal would act on the character instead of showing it: C0 and C1 control
-// characters, and those that are invisible or turn the direction of what follows.
+// Whether the character must be escaped: C0 and C1 control characters, and characters that are
+// invisible or change the direction of the following text.
 bool IsControl(char32_t code);
 
-// `text` with \n, \t and \r for those, \\ for a backslash, \xNN for other control bytes and bytes
-// that are no UTF-8, and \uNNNN or \UNNNNNNNN for control characters beyond ASCII.
+// Escapes `text`: \n, \t, \r and \\, \xNN for other control bytes and invalid UTF-8, and \uNNNN or
+// \UNNNNNNNN for control characters beyond ASCII.
 std::string Escaped(std::string_view text);
 
-// How many columns of a terminal an escaped text takes.
+// The width of an escaped text in columns of a terminal.
 std::size_t DisplayWidth(std::string_view escaped);
 
-// The longest beginning of an escaped text that takes at most `width` columns.
+// The longest prefix of an escaped text with at most `width` columns.
 std::string_view FirstColumns(std::string_view escaped, std::size_t width);
 
-// `text` for a message, a long one cut with "..." behind it.
+// `text` for a message; a long one is cut and ends with "...".
 std::string Shortened(std::string_view text);
 
 // The same in double quotes.
 std::string Quoted(std::string_view text);
 
-// `text` as JSON can hold it: as it is where it is UTF-8, else with \xNN for each byte that is not.
+// `text` for JSON: unchanged if it is UTF-8, else with \xNN for each invalid byte.
 std::string Utf8Text(std::string_view text);
 
-// ASCII letters in lower case, other characters as they are.
+// Converts ASCII letters to lower case.
 std::string LowerCase(std::string_view text);
 
-// A message of some library in the form of ours: its first word in lower case, no full stop.
+// Converts a message of another library to our form: first word in lower case, no full stop.
 std::string LowerFirst(std::string_view message);
 
-// `n` things: "1 error", "2 errors".
+// A number with a noun: "1 error", "2 errors".
 std::string Counted(std::size_t n, std::string_view thing);
 
-// `text` with `to` for each `from`; an empty `from` is nowhere in it.
+// Replaces each `from` in `text` with `to`. If `from` is empty, `text` is unchanged.
 std::string Replaced(std::string text, std::string_view from, std::string_view to);
 
 // Whether the text is one of `texts`.
