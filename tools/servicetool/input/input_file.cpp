@@ -20,11 +20,10 @@
 namespace tavo::tool {
 namespace {
 
-// Far more than any service file. It keeps what is none, or never ends, from taking the machine's
-// memory and time.
+// Much larger than any service file. Limits memory and time for other, possibly endless files.
 constexpr std::size_t kLargest = std::size_t{16} << 20;
 
-// Why something of that mode is not read; empty for a regular file.
+// Why a file of that mode is not read; empty for a regular file.
 std::string KindProblem(mode_t mode) {
     switch (mode & S_IFMT) {
         case S_IFREG:
@@ -44,7 +43,7 @@ FileContents Problem(std::string text) {
     return {{}, std::move(text), false};
 }
 
-// Of a name that does not lead to a file.
+// The result for a path that stat failed on with `error`.
 FileContents MissingFile(const std::string &path, int error) {
     struct stat link {};
     if (lstat(path.c_str(), &link) != 0) {
@@ -84,8 +83,9 @@ bool IsAbsence(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
 
-// Asks before it opens, since opening alone has effects on some devices, and again behind it, since
-// the name may mean something else by then. Without O_NONBLOCK a pipe would wait for its writer.
+// Checks the kind of file before opening it, because opening some devices has side effects, and
+// again after that, because the file may have been replaced. O_NONBLOCK prevents waiting for the
+// writer of a pipe.
 FileContents ReadRegularFile(const std::string &path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
@@ -107,7 +107,7 @@ FileContents ReadRegularFile(const std::string &path) {
     return ReadAll(file.Get());
 }
 
-// Unlike a FILE it may well be a pipe or a terminal.
+// Unlike a FILE, standard input may be a pipe or a terminal.
 FileContents ReadStandardInput() {
     struct stat status {};
     if (fstat(STDIN_FILENO, &status) == 0 && S_ISDIR(status.st_mode)) {
@@ -116,8 +116,8 @@ FileContents ReadStandardInput() {
     return ReadAll(STDIN_FILENO);
 }
 
-// A listing that ends early looks like a complete one, so errno is read at its end. The iterators
-// of the standard library end the program when memory runs out.
+// Checks errno at the end, because readdir returns null both at the end and after an error. The
+// iterators of the standard library are not used: they end the program when out of memory.
 std::optional<std::vector<std::string>> NamesIn(const std::string &folder) {
     const std::unique_ptr<DIR, FreeWith<closedir>> entries(opendir(folder.c_str()));
     if (entries == nullptr) {

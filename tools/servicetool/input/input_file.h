@@ -1,4 +1,4 @@
-// Reads what a FILE argument names, whatever that turns out to be, and the names in a folder.
+// Reads files given as FILE arguments, and the names in a folder.
 #ifndef TAVO_SERVICETOOL_INPUT_INPUT_FILE_H
 #define TAVO_SERVICETOOL_INPUT_INPUT_FILE_H
 
@@ -9,35 +9,37 @@
 
 namespace tavo::tool {
 
-// The FILE argument for standard input, and the name that it is shown by.
+// The FILE argument for standard input, and its name in messages.
 inline constexpr std::string_view kStandardInput = "-";
 inline constexpr std::string_view kStandardInputName = "<stdin>";
 
-// The system's words for an error number, in lower case like all messages.
+// The system's text for an error number, in lower case like all messages.
 std::string ErrorText(int error);
 
-// Whether a failed look at a path says that nothing is there. Any other error leaves that unknown.
+// Whether the error of a failed access means that the path does not exist. After any other error
+// that is unknown.
 bool IsAbsence(int error);
 
 struct FileContents {
     std::string text;
     std::string problem;  // why the file cannot be read, such as "permission denied"; else empty
-    bool absent = false;  // the problem is that there is nothing of that name
+    bool absent = false;  // the problem is that the path does not exist
 };
 
-// The contents of a regular file. Anything else is a problem and never waited for.
+// Reads a regular file. Any other kind of file is a problem; never blocks on a pipe or a device.
 FileContents ReadRegularFile(const std::string &path);
 
-// All that standard input gives until its end.
+// Reads standard input to its end.
 FileContents ReadStandardInput();
 
-// The names of all entries of a folder, sorted. None, with errno set, when it cannot be listed.
+// The names of all entries of a folder, sorted. Returns nullopt with errno set if it cannot be
+// listed.
 std::optional<std::vector<std::string>> NamesIn(const std::string &folder);
 
-// A file without a name that holds `text`, for functions that take a path.
+// An unnamed file that contains `text`, for functions that take a path.
 class MemoryFile {
   public:
-    // Throws std::system_error where it cannot be made.
+    // Throws std::system_error if the file cannot be created.
     explicit MemoryFile(std::string_view text);
     ~MemoryFile();
     MemoryFile(const MemoryFile &) = delete;

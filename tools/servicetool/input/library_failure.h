@@ -1,5 +1,5 @@
-// Failures of the library that say nothing about what it was asked: the system refused memory, a
-// file or a folder. An answer that is worked out past one of these may be wrong.
+// Failures of the library due to the system, which refused memory, a file or a folder. They are not
+// an answer to the query, and later results may be wrong.
 #ifndef TAVO_SERVICETOOL_INPUT_LIBRARY_FAILURE_H
 #define TAVO_SERVICETOOL_INPUT_LIBRARY_FAILURE_H
 
@@ -7,16 +7,15 @@
 
 namespace tavo::tool {
 
-// Forgets an earlier failure, which would be taken for one of the next call.
+// Clears the error state, so that an earlier failure is not attributed to the next call.
 void ForgetFailure();
 
-// The system's part in an error code of the library, such as "a file cannot be opened or used";
-// empty for a code that has none.
+// The text for a system error among the library's error codes, such as "a file cannot be opened or
+// used"; empty for other codes.
 std::string SystemReason(unsigned int code);
 
-// For a call that failed. Throws std::bad_alloc when its code says that memory ran out, and
-// std::runtime_error with `what` and the reason when it says that the system refused something
-// else.
+// Call this after a failed call. Throws std::bad_alloc if it was out of memory, and
+// std::runtime_error with `what` and the reason after any other system error.
 void ThrowIfSystemFailed(const std::string &what);
 
 }  // namespace tavo::tool

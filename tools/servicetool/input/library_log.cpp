@@ -19,7 +19,7 @@ void ShowLibraryLog(bool show) {
     shown = show;
 }
 
-// The library calls this, and nothing may be thrown through it.
+// Called by the library, which exceptions must not pass through.
 void PrintLogLine(std::string_view line) noexcept {
     if (!shown) {
         return;
@@ -29,7 +29,7 @@ void PrintLogLine(std::string_view line) noexcept {
         [[maybe_unused]] const ssize_t written =
             write(ProgramOutput::StandardError(), text.data(), text.size());
     } catch (const std::bad_alloc &) {
-        // The line is lost; what it is about is reported all the same.
+        // The line is lost, but the failure itself is reported.
     }
 }
 

@@ -1,6 +1,5 @@
-// The lines that the library writes to the system log. servicetool reports the reasons of failures
-// itself, so it shows these lines on standard error only to those who ask for them, and nothing
-// else looks at them.
+// The lines that the library writes to the system log. servicetool reports the reasons for failures
+// itself, so it prints these lines to standard error only on request. They have no other use.
 #ifndef TAVO_SERVICETOOL_INPUT_LIBRARY_LOG_H
 #define TAVO_SERVICETOOL_INPUT_LIBRARY_LOG_H
 
@@ -8,11 +7,11 @@
 
 namespace tavo::tool {
 
-// Whether lines are shown from now on.
+// Sets whether lines are printed from now on.
 void ShowLibraryLog(bool show);
 
-// Prints a line, escaped and after "log: ", where lines are shown. Lines may hold what files hold,
-// so syslog(3) itself must not copy them to the terminal.
+// Prints a line, escaped and after "log: ", if printing is on. Lines may contain text from files,
+// so syslog(3) must not copy them to the terminal unescaped.
 void PrintLogLine(std::string_view line) noexcept;
 
 }  // namespace tavo::tool

@@ -1,5 +1,5 @@
-// Owners of what the libraries hand out. They report that memory ran out by a null, which is an
-// exception here.
+// Owners of memory allocated by the libraries. The libraries return null when out of memory; here
+// that throws std::bad_alloc.
 #ifndef TAVO_SERVICETOOL_INPUT_LIBRARY_OWNERS_H
 #define TAVO_SERVICETOOL_INPUT_LIBRARY_OWNERS_H
 

@@ -19,8 +19,7 @@
 namespace tavo::tool {
 namespace {
 
-// The paths of files that have something left out. A [global] section that cannot be read takes no
-// service away.
+// The paths of files with services left out. A [global] section that cannot be read is ignored.
 std::set<const char *> PathsWithOmissions(const ReadingReport &read) {
     std::set<const char *> paths;
     for (const LeftOut &omission : read.Omissions()) {
@@ -39,7 +38,7 @@ OwnedConf TakeFirst(OwnedConf &list) {
     return first;
 }
 
-// `path` is what the library opens, which for standard input is not the name that is shown.
+// `path` is the path for the library, which for standard input is not the name for messages.
 void ReadWithLibrary(const std::string &path, ServiceFile &file) {
     TAVO_SERVICE_CONF *conf = nullptr;
     if (TAVOServiceConfGet(path.c_str(), &conf) == 0) {
@@ -47,7 +46,7 @@ void ReadWithLibrary(const std::string &path, ServiceFile &file) {
     }
 }
 
-// What lint says about the section, for a sentence that has named it already.
+// The message of lint about a section, for use after the section's name.
 std::string AboutIt(const std::string &message, const std::string &section) {
     const std::string subjects[][2] = {
         {"section [" + Shortened(section) + "] ", "it "},
@@ -61,13 +60,12 @@ std::string AboutIt(const std::string &message, const std::string &section) {
     return message;
 }
 
-// Tells what a finding of lint means for the reader: `consequence`, which may be about a service,
-// and the finding as its reason.
+// Reports `consequence`, which may be about a service, with a finding of lint as the reason.
 void TellBecause(const ServiceFile &file, const std::string &consequence,
                  std::optional<std::size_t> finding, const LintedService *service,
                  Severity severity, Report &report) {
     if (!finding) {
-        // Beyond what lint lists.
+        // The finding is not among those that lint lists.
         report.Tell({file.path, 0, 0, severity, "unreadable", consequence, "", {}});
         return;
     }
@@ -175,7 +173,7 @@ std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string) {
     return (source.empty() ? "" : source + ':') + string.szSection + ':' + string.szKey;
 }
 
-// The file itself may be a symbolic link: what counts is where the name stands.
+// Does not follow a symbolic link of the file itself: the folder of the link counts.
 std::string_view LocationOf(const std::string &path) {
     if (path == kStandardInputName) {
         return {};
@@ -205,7 +203,7 @@ std::vector<ServiceFolder> ServiceFolders(int selector) {
     return folders;
 }
 
-// The library and lint each open the file, which someone may be writing at that time.
+// Tries again if the file was changed between its readings by the library and by lint.
 ServiceFile ReadServiceFile(const std::string &path) {
     constexpr int kAttempts = 3;
     if (path == kStandardInput) {
@@ -241,7 +239,7 @@ void CheckMemory(const ReadingReport &read) {
     }
 }
 
-// A file that can be read by now was left out all the same.
+// Also reports a file that was left out but has become readable since.
 std::vector<ServiceFile> FilesWithOmissions(const ReadingReport &read) {
     const std::set<const char *> paths = PathsWithOmissions(read);
     std::vector<ServiceFile> files;
