@@ -69,7 +69,7 @@ void PortOwners::Declare(std::uint32_t first, std::uint32_t last, const PortDecl
     ranges_.emplace(whole_first, whole_last);
 }
 
-// All items are looked at before any is added: a port that a list names twice is another mistake.
+// Checks all items before adding any: CheckPorts reports ports that are twice in one list.
 void DeclaredPorts::Add(std::string_view service, const ConfigLine &line, Findings &findings) {
     const std::size_t slash = line.value.find('/');
     std::string words(slash == std::string_view::npos ? ""

@@ -1,5 +1,5 @@
-// Which service of a file declares which destination ports. Two that declare one port for the same
-// protocol collide with each other as soon as the file is checked for conflicts.
+// The destination ports that the services of a file declare. Two services that declare the same
+// port and protocol conflict when the file is checked for conflicts.
 #ifndef TAVO_SERVICETOOL_LINT_DECLARED_PORTS_H
 #define TAVO_SERVICETOOL_LINT_DECLARED_PORTS_H
 
@@ -15,14 +15,14 @@
 
 namespace tavo::tool {
 
-// Who declared a port.
+// The first declaration of a port.
 struct PortDeclaration {
     std::string_view service;
     std::size_t line;
 };
 
-// Ports of one protocol and their first declarations. Files may name millions of ranges, so what is
-// declared already is passed over as a whole.
+// Ports of one protocol and their first declarations. A file may contain millions of ranges, so
+// ranges that are already declared are skipped as a whole.
 class PortOwners {
   public:
     static constexpr std::uint32_t kNone = 0xFFFFFFFF;
@@ -32,19 +32,19 @@ class PortOwners {
 
     const PortDeclaration &OwnerOf(std::uint32_t port) const { return owners_[by_port_[port]]; }
 
-    // The ports of first..last that are free are the new owner's.
+    // Assigns those ports of first..last that are not declared yet to `owner`.
     void Declare(std::uint32_t first, std::uint32_t last, const PortDeclaration &owner);
 
   private:
     std::map<std::uint32_t, std::uint32_t> ranges_;  // disjoint, start to end
-    std::vector<std::uint32_t> by_port_;             // into owners_
+    std::vector<std::uint32_t> by_port_;             // index into owners_
     std::vector<PortDeclaration> owners_;
 };
 
 class DeclaredPorts {
   public:
-    // Adds the ports of `service` from a line whose port list is good; a finding for each item that
-    // holds a port of another service.
+    // Adds the ports of `service` from a line with a valid port list. Adds a finding for each item
+    // that contains a declared port.
     void Add(std::string_view service, const ConfigLine &line, Findings &findings);
 
   private:

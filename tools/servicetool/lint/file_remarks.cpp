@@ -24,7 +24,7 @@ std::string LinkRemark(const std::string &path, OfLink what) {
                                    : " (the link, not " + target + ')';
 }
 
-// The library reads every file of a service folder, whatever its name.
+// Only a warning, because the library reads all files of a service folder, whatever their names.
 void WarnOfNewName(const std::string &name, const std::string &fix, Report &report) {
     const std::string visible = name.substr(std::min(name.find_first_not_of('.'), name.size()));
     const bool ends = visible.ends_with(kEnding);

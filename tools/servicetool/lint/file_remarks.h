@@ -1,5 +1,4 @@
-// What somebody should know of an installed file before it is changed: what its name is worth, and
-// where it leads.
+// Remarks about a file before it is changed: an unusual name, and the target of a symbolic link.
 #ifndef TAVO_SERVICETOOL_LINT_FILE_REMARKS_H
 #define TAVO_SERVICETOOL_LINT_FILE_REMARKS_H
 
@@ -9,15 +8,15 @@
 
 namespace tavo::tool {
 
-// What a change of the file does where it is a symbolic link: the library writes sections through
-// it, but replaces and removes the link itself.
+// What a change of a symbolic link affects: the library writes sections to its target, but replaces
+// and removes the link itself.
 enum class OfLink { kTarget, kItself };
 
-// " (FILE, where the link leads)" or " (the link, not FILE)"; empty for a file that is no link.
+// " (FILE, where the link leads)" or " (the link, not FILE)"; empty if the file is not a link.
 std::string LinkRemark(const std::string &path, OfLink what);
 
-// Warns of the name of a file that is to be made where people would not know the file by it. `fix`
-// tells how to give another, behind which the better name comes.
+// Warns if the name of a new file is hidden or lacks the usual suffix. `fix` describes how to set
+// a name; the suggested name is appended.
 void WarnOfNewName(const std::string &name, const std::string &fix, Report &report);
 
 }  // namespace tavo::tool

@@ -1,4 +1,4 @@
-// Collects the findings of one file while its lines are walked.
+// Collects the findings of one file while its lines are checked.
 #ifndef TAVO_SERVICETOOL_LINT_FINDINGS_H
 #define TAVO_SERVICETOOL_LINT_FINDINGS_H
 
@@ -14,19 +14,19 @@ namespace tavo::tool {
 
 class Findings {
   public:
-    // Any file may be handed to lint, so the list of findings is bounded; the counts are not.
+    // Lint may be given any file, so the number of listed findings is limited; all are counted.
     static constexpr std::size_t kListed = 1000;
 
     Findings(std::string_view file, LintResult &result) : file_(file), result_(result) {}
 
-    // What follows is about this service, or about none where it is NULL.
+    // Sets the service that the following findings are about; null for none.
     void EnterService(LintedService *service) { service_ = service; }
 
-    // `spot` is the part of line.text that is meant; it may be empty.
+    // `spot` is the part of line.text to mark; it may be empty.
     void Add(const LintRule &rule, const ConfigLine &line, std::string_view spot,
              std::string message, std::string fix = {});
 
-    // Says how many findings are not listed, if any.
+    // Adds a finding with the number of findings that are not listed, if any.
     void Close();
 
   private:

@@ -1,5 +1,5 @@
-// Two walks over the lines. The first sees the file as the library does: which sections there are
-// and which line of each key counts. The second, knowing that, tells what is wrong, line by line.
+// Reads the lines twice. The first pass reads the file as the library does: it finds the sections
+// and the effective line of each key. The second pass uses that to check each line.
 #include "lint/lint.h"
 
 #include <algorithm>
@@ -21,18 +21,18 @@
 namespace tavo::tool {
 namespace {
 
-// All sections of one name, which the library reads as one. Files may hold millions of them, so
-// there is little in it.
+// All sections with the same name, which the library reads as one. A file may contain millions of
+// sections, so the structure is small.
 struct Section {
     std::string_view name;
     SectionKind kind;
     bool has_keys = false;
     std::uint32_t line = 0;                         // of its first header
-    std::uint32_t service = 0;                      // where it stands in LintResult::services
-    std::array<std::uint32_t, kKeyCount> counts{};  // the line of each key that counts, 0 for none
+    std::uint32_t service = 0;                      // index in LintResult::services
+    std::array<std::uint32_t, kKeyCount> counts{};  // the effective line of each key; 0 for none
 };
 
-// Compare names without case, as a person does who takes two names for one.
+// Compare names ignoring case, to find names that are easily confused.
 struct EqualWithoutCase {
     bool operator()(std::string_view a, std::string_view b) const {
         return std::equal(a.begin(), a.end(), b.begin(), b.end(),
@@ -49,7 +49,7 @@ struct HashWithoutCase {
     }
 };
 
-// What a section name that is not allowed may be meant to be; empty for no idea.
+// A suggested correction for an invalid section name; empty if there is none.
 std::string NameFix(std::string_view name) {
     constexpr std::size_t kLongest = 60;
     std::string fixed(TrimBlanks(name));

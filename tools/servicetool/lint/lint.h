@@ -1,9 +1,9 @@
-// Everything that is wrong or doubtful in a service file, found in one go.
+// Finds all errors and doubtful lines of a service file.
 //
-// Errors are exactly what the library refuses or leaves out, warnings what it takes although hardly
-// anyone means it. The library is the judge: lines come from the reader that it reads with, and
-// single ports and protocol words are put to it. Lint knows the rules of keys and sections besides,
-// and finds the place.
+// An error is something that the library rejects or leaves out; a warning is something that it
+// accepts but that is probably a mistake. To agree with the library, lint uses its reader for
+// lines, and its functions for ports and protocol words. The rules for keys and sections are
+// implemented here.
 #ifndef TAVO_SERVICETOOL_LINT_LINT_H
 #define TAVO_SERVICETOOL_LINT_LINT_H
 
@@ -17,25 +17,25 @@
 
 namespace tavo::tool {
 
-// What the name of a section is made of.
+// The characters allowed in the name of a section.
 inline constexpr std::string_view kNameCharacters =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
 
-// A service section, counted once however many sections of its name there are.
+// A service; all sections with the same name are one service.
 struct LintedService {
     std::string name;
     bool readable = true;                    // false: the library leaves it out
-    std::optional<std::size_t> first_error;  // into LintResult::diagnostics
+    std::optional<std::size_t> first_error;  // index into LintResult::diagnostics
 };
 
 struct LintResult {
-    std::vector<Diagnostic> diagnostics;  // in the order of lines; the first 1000 of each severity
-    std::size_t errors = 0;               // how many there are, those not listed included
+    std::vector<Diagnostic> diagnostics;  // by line; the first 1000 of each severity
+    std::size_t errors = 0;               // number of errors, including those not listed
     std::size_t warnings = 0;
     std::vector<LintedService> services;  // in file order
 };
 
-// Looks at the contents of a file; `file` is the name that the findings carry.
+// Checks the text of a file; `file` is its name in the findings.
 LintResult LintText(std::string_view text, std::string_view file);
 
 }  // namespace tavo::tool

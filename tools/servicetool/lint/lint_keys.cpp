@@ -14,11 +14,11 @@
 namespace tavo::tool {
 namespace {
 
-// What port_forward is compared in. It decides only what counts as yes, so a longer value is odd
-// but never an error.
+// The library compares this many bytes of port_forward. The value only means yes or no, so a longer
+// one is a warning, not an error.
 constexpr std::size_t kForwardBytes = 31;
 
-// The last characters of what is left of a text that is cut to `limit` bytes.
+// The last characters of a text after cutting it to `limit` bytes.
 std::string EndOfCut(std::string_view text, std::size_t limit) {
     constexpr std::size_t kShown = 12;
     const std::string_view kept = text.substr(0, limit);
@@ -29,7 +29,7 @@ std::string EndOfCut(std::string_view text, std::size_t limit) {
     return "\"..." + std::string(kept.substr(begin)) + '"';
 }
 
-// The first spot that a display cannot show; one finding of each kind is enough for a value.
+// Reports the first control character and the first invalid UTF-8 of a value.
 void CheckCharacters(const ConfigLine &line, Findings &findings) {
     bool control_found = false;
     bool broken_found = false;
@@ -48,7 +48,7 @@ void CheckCharacters(const ConfigLine &line, Findings &findings) {
     }
 }
 
-// What is in the value although it was probably meant to stand around it.
+// Reports quotes that are read as part of the value but probably should enclose it.
 void CheckQuotes(const ConfigLine &line, Findings &findings) {
     const std::string_view raw = line.raw_value;
     if (raw.empty() || line.value.data() != raw.data()) {
@@ -72,7 +72,7 @@ void CheckQuotes(const ConfigLine &line, Findings &findings) {
 void CheckTrailingComment(const ConfigLine &line, Findings &findings) {
     const std::string_view value = line.raw_value;
     if (line.value.data() != value.data()) {
-        return;  // in quotes, so it is meant
+        return;  // in quotes, so it is intended
     }
     for (std::size_t i = 1; i < value.size(); ++i) {
         if ((value[i] == '#' || value[i] == ';') && IsBlank(value[i - 1])) {
@@ -104,7 +104,7 @@ void CheckFileKey(const ConfigLine &line, Findings &findings) {
     CheckLength(line.value, line.name, TAVO_SERVICE_CONF_KEY_SIZE, line, findings);
 }
 
-// A reference cut the way the library cuts it: at its first two colons.
+// Splits a reference at its first two colons, as the library does.
 std::vector<std::string_view> ReferenceParts(std::string_view reference) {
     std::vector<std::string_view> parts;
     std::size_t colon;
@@ -177,7 +177,7 @@ void CheckVersion(const ConfigLine &line, Findings &findings) {
     const std::string_view value = line.value;
     const bool digits = !value.empty() && std::all_of(value.begin(), value.end(),
                                                       [](char c) { return c >= '0' && c <= '9'; });
-    // The same reading as the library's, down to the 32 bits that it keeps.
+    // Reads the number as the library does, which keeps 32 bits.
     const long number = std::strtol(std::string(value).c_str(), nullptr, 10);
     const auto kept = static_cast<std::int32_t>(number);
     if (!digits || kept != number) {
@@ -187,7 +187,7 @@ void CheckVersion(const ConfigLine &line, Findings &findings) {
     }
 }
 
-// How many single-byte changes, additions and removals turn one word into the other.
+// The number of single-byte changes, insertions and removals between two words.
 std::size_t EditDistance(std::string_view from, std::string_view to) {
     std::vector<std::size_t> row(to.size() + 1);
     for (std::size_t i = 0; i < row.size(); ++i) {

@@ -1,4 +1,4 @@
-// The keys of a service file and the check that the value of each is put through.
+// The keys of a service file and the checks of their values.
 #ifndef TAVO_SERVICETOOL_LINT_LINT_KEYS_H
 #define TAVO_SERVICETOOL_LINT_LINT_KEYS_H
 
@@ -26,21 +26,21 @@ struct KeyRule {
 inline constexpr std::size_t kKeyCount = 11;
 extern const std::array<KeyRule, kKeyCount> kKeyRules;
 
-// Where the key stands in kKeyRules.
+// The index of the key in kKeyRules.
 std::optional<std::size_t> FindKey(SectionKind section, std::string_view name);
 
-// What a key that FindKey does not know may be meant to be; empty for no idea.
+// A similar key, for one that FindKey does not find; empty if there is none.
 std::string_view SimilarKey(SectionKind section, std::string_view name);
 
-// What is wrong or doubtful in the value of a key line that counts.
+// Checks the value of the effective line of a key.
 void CheckValue(const KeyRule &key, const ConfigLine &line, Findings &findings);
 
-// A finding when `part` is longer than its field of `size` bytes, terminator included, can hold.
-// `what` names the part.
+// Adds a finding if `part` does not fit into its field of `size` bytes, including the terminator.
+// `what` is the name of the part.
 void CheckLength(std::string_view part, std::string_view what, std::size_t size,
                  const ConfigLine &line, Findings &findings);
 
-// The check of src.ports and dst.ports, which has a file of its own.
+// Checks src.ports or dst.ports; defined in lint_ports.cpp.
 void CheckPorts(const ConfigLine &line, Findings &findings);
 
 }  // namespace tavo::tool

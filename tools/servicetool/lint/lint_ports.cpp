@@ -1,7 +1,7 @@
-// Port lists: what is wrong with which item, and what is odd in a list that the library takes.
+// Checks port lists: reports invalid items, and doubtful ones in a list that the library accepts.
 //
-// The list is cut where the library cuts it: at the first slash, then at each comma, an item at its
-// first colon. Whether a piece is a port or a protocol is the library's answer.
+// The list is split as by the library: at the first slash, then at each comma, an item at its first
+// colon. Functions of the library check whether a piece is a port or a protocol.
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
@@ -17,10 +17,10 @@
 namespace tavo::tool {
 namespace {
 
-// The ports that the items of a list named so far, as disjoint ranges, start to end.
+// The ports of the items checked so far, as disjoint ranges, start to end.
 class NamedPorts {
   public:
-    // Adds first..last; false when any of them was there already.
+    // Adds first..last; returns false if any of them was already present.
     bool Add(std::uint32_t first, std::uint32_t last) {
         bool fresh = true;
         auto range = ranges_.upper_bound(last);
@@ -148,7 +148,7 @@ bool PortList::CheckNumber(std::string_view number, std::string_view item) {
     return false;
 }
 
-// Nothing behind the slash means both protocols; an empty word among others is a mistake.
+// No words after the slash mean both protocols; an empty word among others is an error.
 void PortList::CheckProtocols(std::string_view protocols) {
     if (protocols.empty()) {
         return;

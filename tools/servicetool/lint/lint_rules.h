@@ -1,5 +1,5 @@
-// The rules of lint by name. Names are part of the output and stay; tavoserviceconf(5) tells the
-// rules behind them, servicetool(1) lists them.
+// The rules of lint by name. Names are part of the output and must not change. tavoserviceconf(5)
+// describes the rules, servicetool(1) lists them.
 #ifndef TAVO_SERVICETOOL_LINT_LINT_RULES_H
 #define TAVO_SERVICETOOL_LINT_LINT_RULES_H
 
@@ -52,7 +52,7 @@ inline constexpr LintRule kLintRules[] = {
     {"text-truncated", Severity::kWarning},
     {"trailing-comment", Severity::kWarning},
     {"version-number", Severity::kWarning},
-    // Said once behind the last finding that is listed
+    // Once, after the last listed finding
     {"more-problems", Severity::kWarning},
 };
 
