@@ -10,10 +10,10 @@ namespace {
 constexpr std::size_t kRows = 16;
 constexpr std::size_t kRowsOfLowWindow = 8;
 
-// As many lines as both protocols, their names, a legend and a prompt take with `kRows` rows.
+// The lines for both protocols with `kRows` rows each, their names, a legend and a prompt.
 constexpr std::size_t kLinesForAllRows = 40;
 
-// In front of a row: a port and a blank.
+// The columns for the port and a blank at the start of a row.
 constexpr std::size_t kLabelColumns = 6;
 
 constexpr std::uint8_t kCollides = 0x80;
@@ -24,7 +24,7 @@ struct SourceColour {
     bool declares;
 };
 
-// The bit of a source is its place in here.
+// The bit of a source is its index in this table.
 constexpr SourceColour kSources[] = {
     {kForwardSource, "\x1b[35m", true},
     {kServiceSource, "\x1b[34m", true},
@@ -52,7 +52,7 @@ char SignOf(const CellMarks &marks) {
     return marks.declared ? 'd' : marks.held ? 'h' : '.';
 }
 
-// Empty for what is shown without colour.
+// Returns "" for cells without colour.
 std::string_view ColourOf(const CellMarks &marks) {
     if (marks.Free()) {
         return {};
@@ -68,7 +68,7 @@ std::string_view ColourOf(const CellMarks &marks) {
     return kSeveralColour;
 }
 
-// A text that grows and says a colour only where it changes.
+// Builds a text, with colour codes only where the colour changes.
 class Canvas {
   public:
     explicit Canvas(bool colour) : colour_(colour) {}
@@ -98,7 +98,7 @@ struct ColouredText {
     std::string_view code;
 };
 
-// The items of a list, with commas between them, and a new line where one is full.
+// The items of a list, separated by commas and wrapped to `columns`.
 std::string Flowing(std::string_view title, const std::vector<ColouredText> &items,
                     std::size_t columns, bool colour) {
     constexpr std::string_view kNewLine = "\n ";

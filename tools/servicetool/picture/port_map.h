@@ -1,5 +1,5 @@
-// The picture of the port space: cells of as many ports each, row by row, and what is claimed of
-// them. It is drawn here for a terminal, and elsewhere for a browser.
+// The map of all ports: rows of cells with the same number of ports each, marked with the claims to
+// these ports. Draws the map for a terminal; port_svg.h draws it for a browser.
 #ifndef TAVO_SERVICETOOL_PICTURE_PORT_MAP_H
 #define TAVO_SERVICETOOL_PICTURE_PORT_MAP_H
 
@@ -17,25 +17,25 @@ namespace tavo::tool {
 
 inline constexpr std::size_t kPortCount = std::size_t{kHighestPort} + 1;
 
-// How the ports are laid out: every cell and every row is full.
+// The layout of the ports. Every cell and every row is full.
 struct MapShape {
-    std::size_t cells;  // of a row
-    std::size_t ports;  // of a cell
+    std::size_t cells;  // per row
+    std::size_t ports;  // per cell
 
     std::size_t Rows() const { return kPortCount / cells / ports; }
     PortRange CellAt(std::size_t row, std::size_t column) const;
 };
 
-// The widest shape that fits a window with room for the port numbers: of 16 rows, or of 8 where
-// the window is too low to show those of both protocols at once.
+// The widest shape that fits a window, including the port numbers: with 16 rows, or with 8 if the
+// window is not high enough for both protocols.
 MapShape ShapeForWindow(const WindowSize &window);
 
-// What there is among the ports of a cell.
+// The marks of the ports of a cell.
 struct CellMarks {
     bool declared = false;
     bool held = false;
     bool collides = false;
-    std::string_view source = {};  // the only one of its claims; empty where there are several
+    std::string_view source = {};  // source of all its claims; empty if they have several sources
     auto operator<=>(const CellMarks &) const = default;
 
     bool Free() const { return !declared && !held; }
@@ -44,20 +44,21 @@ struct CellMarks {
 // The ports of one protocol.
 class PortMap {
   public:
-    // Only these claims are in the picture, and of the ports in conflict (a set) those they reach.
+    // The map shows these claims, and the ports of the set `collide` that they include.
     PortMap(const std::vector<PortClaim> &claims, const PortRanges &collide,
             std::uint32_t protocol);
 
     CellMarks MarksOf(const PortRange &cell) const;
 
   private:
-    std::array<std::uint8_t, kPortCount> marks_{};  // of each port, a bit for each source
+    std::array<std::uint8_t, kPortCount> marks_{};  // by port, a bit for each source
 };
 
-// The rows of a protocol's picture, with the first port of each in front.
+// The rows of the map of a protocol; each starts with its first port.
 std::string MapText(const PortMap &map, const MapShape &shape, bool colour);
 
-// What the signs mean, and with colour what the colours mean, in lines of at most so many columns.
+// The legend of the signs and, if `colour` is true, of the colours, in lines of at most `columns`
+// columns.
 std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour);
 
 }  // namespace tavo::tool

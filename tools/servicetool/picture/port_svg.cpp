@@ -1,7 +1,7 @@
-// Neighbours that look the same and have the same claims to them are one rectangle, and what is
-// free is none, so that the file is as small as what it tells.
-// What is held has dots and what is in conflict a border besides their colours, for those who do
-// not tell colours apart and for paper.
+// To keep the file small, adjacent cells with the same look and claims are drawn as one rectangle,
+// and free cells are not drawn.
+// In addition to the colours, held ports have dots and ports in conflict have a border, for readers
+// who cannot distinguish the colours and for printing.
 #include "picture/port_svg.h"
 
 #include <algorithm>
@@ -17,16 +17,16 @@ namespace {
 
 constexpr MapShape kShape = {128, 16};
 
-// In the picture's own units.
+// Sizes in units of the picture.
 constexpr std::size_t kCell = 8;
 constexpr std::size_t kMargin = 16;
-constexpr std::size_t kLabels = 48;  // the room for the ports in front of rows
-constexpr std::size_t kLine = 20;    // of text
+constexpr std::size_t kLabels = 48;  // width of the ports at the start of rows
+constexpr std::size_t kLine = 20;    // height of a line of text
 constexpr std::size_t kWidth = kMargin + kLabels + kShape.cells * kCell + kMargin;
 constexpr std::size_t kMapHeight = kLine + kPortCount / kShape.cells / kShape.ports * kCell;
 constexpr std::size_t kLabelEvery = 4;  // rows
 
-// Nobody reads more in a tooltip.
+// The most lines in a tooltip.
 constexpr std::size_t kMostLines = 100;
 
 struct LegendItem {
@@ -79,8 +79,8 @@ std::string Rectangle(std::string_view look, std::size_t x, std::size_t y, std::
            Attribute("width", width) + Attribute("height", height);
 }
 
-// A dot in each cell of a row, as a line of dashes without length: one is at its start and one
-// behind each `kCell` units.
+// A dot in each cell of a row, drawn as a line of dashes without length: one at its start and one
+// after each `kCell` units.
 std::string Dots(std::size_t x, std::size_t y, std::size_t width) {
     return "<path class=\"dots\" d=\"M" + Number(x + kCell / 2) + ' ' + Number(y + kCell / 2) +
            'h' + Number(width - kCell / 2) + "\"/>\n";
@@ -96,7 +96,7 @@ std::string_view LookOf(const CellMarks &marks) {
     return marks.collides ? "conflict" : marks.source.empty() ? "several" : marks.source;
 }
 
-// In the order of their first ports, as they came.
+// The claims for a protocol in the given order, which is by first port.
 ClaimList ClaimsFor(std::uint32_t protocol, const std::vector<PortClaim> &claims) {
     ClaimList list;
     for (const PortClaim &claim : claims) {
@@ -107,7 +107,7 @@ ClaimList ClaimsFor(std::uint32_t protocol, const std::vector<PortClaim> &claims
     return list;
 }
 
-// Cells of a row that are drawn as one.
+// Cells of a row that are drawn as one rectangle.
 struct Run {
     std::size_t column;
     std::size_t cells;
@@ -240,7 +240,7 @@ std::string XmlText(std::string_view text) {
             case '"':
                 xml += "&quot;";
                 break;
-            case 0xFFFE:  // these two are UTF-8, but no characters of XML
+            case 0xFFFE:  // XML does not allow this one and the next
                 xml += "\\uFFFE";
                 break;
             case 0xFFFF:

@@ -1,4 +1,4 @@
-// The picture of the port space as a file that stands alone, for a browser.
+// The map of all ports as a self-contained SVG file for a browser.
 #ifndef TAVO_SERVICETOOL_PICTURE_PORT_SVG_H
 #define TAVO_SERVICETOOL_PICTURE_PORT_SVG_H
 
@@ -13,11 +13,11 @@ namespace tavo::tool {
 // "service web (system/web.sc)", "socket /usr/bin/nginx, pid 812, www-data, LISTEN".
 std::string ClaimText(const PortClaim &claim);
 
-// A text as XML holds it: what it has no characters for is written out, as on a terminal.
+// The text as XML. Characters that XML does not allow are written as escapes, as on a terminal.
 std::string XmlText(std::string_view text);
 
-// The picture of these claims, each cell with a tooltip that tells all claims to its ports. `all`
-// knows which ports are in conflict.
+// The map of these claims as SVG. Each cell has a tooltip with all claims to its ports. `all`
+// contains the ports in conflict.
 std::string PortSvg(const std::vector<PortClaim> &claims, const PortClaims &all, bool legend);
 
 }  // namespace tavo::tool
