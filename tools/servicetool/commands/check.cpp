@@ -1,5 +1,5 @@
-// servicetool check. All questions are answered together, with one reading of each source. Ports of
-// which a source could not be read are never reported as free.
+// servicetool check. Reads each source once for all queries. If a source cannot be read, ports are
+// not reported as free.
 #include <algorithm>
 #include <iterator>
 #include <memory>
@@ -16,13 +16,13 @@ namespace {
 
 struct CheckOptions {
     std::vector<std::string> ports;    // PORTS[/PROTOCOLS]
-    std::vector<std::string> files;    // service files; asked for instead of ports
+    std::vector<std::string> files;    // service files to check instead of ports
     std::vector<std::string> skip;     // service names
-    std::vector<std::string> sources;  // names of sources; all where empty
+    std::vector<std::string> sources;  // names of sources; all if empty
     bool no_legend = false;
 };
 
-// The sources of these names, `all` where there are none.
+// The flags of the named sources; `all` if there are no names.
 int FlagsOf(const std::vector<std::string> &names, int all) {
     int flags = 0;
     for (const PortSource &source : kPortSources) {
@@ -33,8 +33,7 @@ int FlagsOf(const std::vector<std::string> &names, int all) {
     return names.empty() ? all : flags;
 }
 
-// The library cuts the names that it is to leave out at blanks, so one that holds a blank cannot be
-// asked for.
+// The library splits the list of names to skip at blanks, so a name cannot contain one.
 bool CheckSkippedNames(const SkippedNames &skipped, Report &report) {
     for (const std::string &name : skipped) {
         if (name.find(' ') != std::string::npos) {
@@ -46,7 +45,7 @@ bool CheckSkippedNames(const SkippedNames &skipped, Report &report) {
     return true;
 }
 
-// Nothing is asked before every question is understood.
+// Parses all queries before any source is read.
 bool ReadRequests(const CheckOptions &options, std::vector<PortRequest> &requests, Report &report) {
     for (const std::string &text : options.ports) {
         PortQuery query;
@@ -101,7 +100,7 @@ void Check(const CheckOptions &options, Report &report) {
         return;
     }
     PortSources sources(FlagsOf(options.sources, kSourcesOfFiles), report);
-    // What an install will say can be told only where the same is asked.
+    // The answer of an install is only known if the query is the same.
     const bool as_library = options.skip.empty() && options.sources.empty();
     CheckFiles({options.files, options.skip, as_library, !options.no_legend}, sources, report);
 }

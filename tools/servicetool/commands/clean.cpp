@@ -1,5 +1,4 @@
-// servicetool clean. Nobody changes anything meanwhile through servicetool, so what looks unused
-// is.
+// servicetool clean. Holds the lock for changes, so no other servicetool makes a change meanwhile.
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "commands/commands.h"

@@ -54,7 +54,7 @@ void Arguments::Add(std::string operand) {
     operands_.push_back(std::move(operand));
 }
 
-// A command that asks for an option that its record lacks is a defect, which its first run shows.
+// Throws std::logic_error if a command uses an option that its record does not contain.
 const Option &Arguments::Known(std::string_view name) const {
     const std::span<const Option> of_command =
         command_ == nullptr ? std::span<const Option>() : command_->options;

@@ -1,5 +1,5 @@
-// One record per command: what it is called, what it takes and what it does. The command line is
-// read by the records; the help and the completion scripts are generated from them.
+// The records of the commands: name, arguments, options and function. They define how the command
+// line is parsed; the help and the completion scripts are generated from them.
 #ifndef TAVO_SERVICETOOL_COMMANDS_COMMAND_H
 #define TAVO_SERVICETOOL_COMMANDS_COMMAND_H
 
@@ -19,29 +19,29 @@ namespace tavo::tool {
 struct Change;
 struct SectionOptions;
 
-// What a shell offers for a value.
+// How a shell completes a value.
 enum class Completion {
     kNothing,
-    kWords,             // the words of the record
-    kWordList,          // the same, with commas between them
+    kWords,             // one of Value::words
+    kWordList,          // Value::words, separated by commas
     kFiles,             // any file
     kInstalledFiles,    // names of installed service files
-    kSections,          // services that the installed file of the first argument declares
-    kServicesAndFiles,  // services by their names, and any file
+    kSections,          // services in the installed file of the first argument
+    kServicesAndFiles,  // names of services, and any file
     kFirewallServices,  // services that the firewall can offer
-    kSkippableNames,    // what a check can skip, with commas between the names
+    kSkippableNames,    // names that a check can skip, separated by commas
 };
 
-// What an option or an argument stands for, in the help and for a shell.
+// The value of an option or an argument, for the help and for completion.
 struct Value {
     std::string_view name;  // "FILE"; empty for an option without a value
     Completion completion = Completion::kNothing;
-    std::string_view words = {};  // those of Completion::kWords and kWordList, with blanks between
+    std::string_view words = {};  // for kWords and kWordList, separated by blanks
 };
 
 enum class Repeat {
     kLast,   // if repeated, the last one wins
-    kItems,  // values with commas in them, which add up
+    kItems,  // lists separated by commas; if repeated, all items are used
     kWords,  // any number of words up to the next option
 };
 
@@ -51,11 +51,11 @@ struct Option {
     Value value = {};
     Repeat repeat = Repeat::kLast;
     char letter = '\0';              // "-v" for "--verbose"
-    std::string_view excludes = {};  // the name of an option that cannot be given as well
-    bool ends = false;               // nothing else on the line matters
+    std::string_view excludes = {};  // name of an option that cannot be combined with this one
+    bool ends = false;               // the rest of the line is ignored
 };
 
-// How often an argument may be given.
+// How often an argument can be given.
 enum class Count { kOne, kAtMostOne, kAny, kSome };
 
 struct Operand {
@@ -65,31 +65,31 @@ struct Operand {
 };
 
 struct UsageProblem {
-    std::string message;   // empty: there is none
-    std::string fix = {};  // empty: the help is
+    std::string message;   // empty: no problem
+    std::string fix = {};  // empty: refer to the help
 };
 
 struct Command;
 
-// What a command line gives to a command.
+// The options and arguments of a command line.
 class Arguments {
   public:
-    // Has the options of every command from the start, and those of this one from here on.
+    // Adds the options of the command to the known ones. The common options are always known.
     void SetCommand(const Command &command) { command_ = &command; }
     void Add(const Option &option, std::string value);
     void Add(std::string operand);
 
     bool Has(std::string_view option) const;
 
-    // The last value of an option; empty where it is not given.
+    // The last value of an option; empty if it is not given.
     std::string Text(std::string_view option) const;
 
-    // All values of an option, those of Repeat::kItems cut at their commas.
+    // All values of an option; those of Repeat::kItems are split at commas.
     std::vector<std::string> Texts(std::string_view option) const;
 
     const std::vector<std::string> &Operands() const { return operands_; }
 
-    // One of the operands; empty where so many are not given.
+    // The operand at an index; empty if it is not given.
     std::string Word(std::size_t number) const;
 
   private:
@@ -105,24 +105,24 @@ struct Command {
     std::string_view name;
     std::string_view summary;
     std::span<const Operand> operands;
-    std::span<const Option> options;  // besides those of every command
+    std::span<const Option> options;  // in addition to the common ones
     std::string_view examples;
 
-    // What is wrong with the arguments beyond what the record says of them.
+    // Checks the arguments for errors that the record does not describe.
     UsageProblem (*check)(const Arguments &arguments) = nullptr;
 
     void (*run)(const Arguments &arguments, Report &report);
 
-    // Of a command that changes something: the change, as far as the command line says it, but for
-    // the name of the operation. It is reported when the command ends before it has planned one.
+    // For a command that makes a change: the change according to the command line, without the name
+    // of the operation. It is reported if the command ends before it has planned a change.
     Change (*change)(const Arguments &arguments) = nullptr;
 };
 
-// The options of servicetool itself, and those of them that every command has, too.
+// The options of servicetool itself, and the common options, which all commands have as well.
 std::span<const Option> OwnOptions();
 std::span<const Option> CommonOptions();
 
-// ---- What several commands have
+// ---- Common parts of several commands
 
 inline constexpr Option kNoLegend = {.name = "--no-legend", .help = "Print no header"};
 inline constexpr Option kDryRun = {.name = "--dry-run", .help = "Only show what would be done"};
@@ -140,19 +140,19 @@ inline constexpr Operand kTargetSection = {.value = {"SECTION", Completion::kSec
 
 FolderChoice FolderOf(const Arguments &arguments);
 
-// What the commands that change a section take: the two operands above, and their options.
+// The two operands above, and the options of the commands that change a section.
 SectionOptions SectionOf(const Arguments &arguments);
 
-// A change of the file and section that are operands, for Command::change.
+// A change of the file and section given as operands, for Command::change.
 Change ChangeAskedFor(const Arguments &arguments);
 
-// A problem where one of the names is empty.
+// Returns a problem if a name is empty.
 UsageProblem ProblemOfEmptyName(const std::vector<std::string> &names);
 
-// The same, and where standard input is named a second time.
+// Returns a problem if a name is empty, or if standard input is named more than once.
 UsageProblem ProblemOfNames(const std::vector<std::string> &names);
 
-// The number that the text is in decimal digits, when it is one of 1 to `most`.
+// Reads a decimal number from 1 to `most`; nullopt if the text is not one.
 std::optional<unsigned int> NumberUpTo(unsigned int most, std::string_view text);
 
 }  // namespace tavo::tool

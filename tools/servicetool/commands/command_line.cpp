@@ -1,8 +1,8 @@
-// The words are read in order by getopt_long, which knows the options of servicetool until the
-// command is named, and those of the command from then on. Three rules are stricter than its own:
-// option names are not abbreviated, as a later version may have another option that begins alike;
-// a word that looks like an option is no value of the option before it, since the value was more
-// likely forgotten; and -5 is a number, not an option.
+// getopt_long reads the words in order, with the options of servicetool up to the command, and with
+// those of the command after it. Three rules are different: option names cannot be abbreviated,
+// because a later version may add an option with the same prefix; a word that looks like an option
+// is not the value of the previous option, because the value was more likely forgotten; and -5 is a
+// number, not an option.
 #include <getopt.h>
 #include <sys/stat.h>
 
@@ -17,7 +17,7 @@
 namespace tavo::tool {
 namespace {
 
-// What getopt_long returns: letters, these, and from kFirstOption on the place in known_.
+// Results of getopt_long: letters, these, and kFirstOption plus the index in known_.
 constexpr int kOperandCode = 1;
 constexpr int kUnknownCode = '?';
 constexpr int kNoValueCode = ':';
@@ -66,12 +66,12 @@ class Reader {
     int argc_;
     char **argv_;
     std::vector<const Option *> known_;
-    std::vector<option> table_;  // the same for getopt_long
+    std::vector<option> table_;  // known_ in the form for getopt_long
     CommandLine line_;
-    const Option *open_ = nullptr;  // an option whose values go on
-    int word_ = 0;                  // where the word is that is being read
-    int read_ = 0;                  // of that word, which has several letters, no more is wanted
-    int unread_ = 0;                // the word that is no value of the option before it
+    const Option *open_ = nullptr;  // an option that takes further words as values
+    int word_ = 0;                  // index of the current word
+    int read_ = 0;                  // index of a word; its remaining letters are ignored
+    int unread_ = 0;                // index of the word that is not the value of an option
     bool ended_ = false;            // the options have ended
 };
 
@@ -142,7 +142,7 @@ void Reader::ReadOption(int code) {
     const Option *option = code == kUnknownCode ? nullptr : OptionOf(has_no_value ? optopt : code);
     if (option == nullptr) {
         if (code != kUnknownCode && optarg != nullptr && optarg == argv_[optind - 1]) {
-            --optind;  // it was taken for the value of an abbreviated option
+            --optind;  // getopt_long took it as the value of an abbreviated option
         }
         RefuseOption();
     } else if (has_no_value) {
@@ -157,7 +157,7 @@ void Reader::ReadOption(int code) {
     open_ = nullptr;
 }
 
-// A value that is a word of its own is the next one, or that after "--".
+// The value is part of the option's word, the next word, or the word after "--".
 bool Reader::ReadValue(const Option &option) {
     if (optarg != argv_[optind - 1]) {
         return true;
@@ -233,7 +233,7 @@ void Reader::RefuseWithoutValue(const Option &option) {
     Refuse(std::string(option.name) + " needs a value");
 }
 
-// Where no fix is plain, it is the help.
+// Keeps the first problem only. If `fix` is empty, refers to the help.
 void Reader::Refuse(std::string message, std::string fix) {
     if (!line_.problem.message.empty()) {
         return;
@@ -245,7 +245,7 @@ void Reader::Refuse(std::string message, std::string fix) {
     line_.problem = {std::move(message), std::move(fix)};
 }
 
-// What the words are wrong in together.
+// Checks the command line as a whole.
 void Reader::CheckWhole() {
     if (line_.command == nullptr) {
         Refuse("a command is missing");
@@ -275,7 +275,7 @@ void Reader::CheckWhole() {
     }
 }
 
-// Whether the next word may be a file.
+// Whether the next word can be a file.
 bool Reader::TakesFiles() const {
     if (line_.command == nullptr) {
         return false;

@@ -1,4 +1,4 @@
-// The table of all commands, and what is made of it: the command line and the help.
+// The table of all commands, the parser of the command line, and the help.
 #ifndef TAVO_SERVICETOOL_COMMANDS_COMMANDS_H
 #define TAVO_SERVICETOOL_COMMANDS_COMMANDS_H
 
@@ -26,19 +26,19 @@ extern const Command kRemoveSectionCommand;
 extern const Command kRestartCommand;
 extern const Command kCleanCommand;
 
-// All commands, in the order in which the help lists them.
+// All commands, in the order of the help.
 std::span<const Command *const> Commands();
 
 struct CommandLine {
-    const Command *command = nullptr;  // none where none is named, or an unknown one
+    const Command *command = nullptr;  // null if the command is missing or unknown
     Arguments arguments;
     UsageProblem problem;  // the first one
 };
 
-// Reads to the end of the line whatever is wrong with it: a program that asks for JSON gets JSON.
+// Reads the whole line even after an error, so that --json has an effect wherever it is.
 CommandLine ReadCommandLine(int argc, char **argv);
 
-// What --help prints for a command, or for servicetool itself where there is none.
+// The help for a command, or for servicetool itself if `command` is null.
 std::string HelpText(const Command *command);
 
 }  // namespace tavo::tool

@@ -6,7 +6,7 @@
 namespace tavo::tool {
 namespace {
 
-// Where the explanations begin.
+// The column of the explanations.
 constexpr std::size_t kColumn = 26;
 
 constexpr char kExamples[] = R"(Examples:

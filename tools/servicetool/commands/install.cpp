@@ -1,8 +1,8 @@
-// servicetool install and update: a package's file goes into a service folder.
+// servicetool install and update: copy a service file into a service folder.
 //
-// The library installs a file whatever its ports, and an update succeeds where the installation in
-// it fails. So lint and the sources of taken ports are asked before, and behind it what stands in
-// the folder is compared with what was to be there.
+// The library installs a file even if its ports are taken, and an update succeeds even if its
+// installation step fails. Therefore lint and the port check run before the change, and the
+// installed file is compared with the planned text after it.
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -24,19 +24,19 @@
 namespace tavo::tool {
 namespace {
 
-// Stands for the old content of a file that was not installed: it reads as empty.
+// The old file for the notifications if no file was installed: it reads as empty.
 constexpr std::string_view kNoFile = "/dev/null";
 
-// The name of the installed file: that of the source unless another is given.
+// The name of the installed file: --as, or the name of the source.
 std::string NameOf(const Arguments &arguments) {
     return arguments.Has("--as") ? arguments.Text("--as")
                                  : std::filesystem::path(arguments.Word(0)).filename().string();
 }
 
-// What tells the two commands from each other.
+// The differences between the two commands.
 struct Placement {
     std::string_view operation;
-    bool is_new;  // the file is not to be installed yet
+    bool is_new;  // the file must not be installed yet
     const char *rule;
     const char *refusal;
     const char *fix;
@@ -65,7 +65,8 @@ Change ChangeOf(std::string_view operation, const Arguments &arguments, const In
 
 using Queries = std::vector<SectionQuery>;
 
-// The services that a file has until now take no ports from those that it is to have.
+// Checks the ports of the new services. The current services of the file are skipped, because the
+// change removes them.
 void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeReport &change,
                  Report &report) {
     SkippedNames leaving;
@@ -89,7 +90,7 @@ void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeRepo
     }
 }
 
-// A file that was not installed reads as empty.
+// Installs a file that was not installed before, and prepares its notifications.
 int InstallNew(const InstalledFile &file, const std::string &source,
                TAVO_SERVICE_CONF_NOTIFY &notify, StepFailure &failure,
                TAVO_SERVICE_CONF_PORT *&conflicts) {
@@ -117,8 +118,8 @@ int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeO
     return 0;
 }
 
-// Everything that is to be known of both sides of the change; false when that cannot be. A new file
-// goes to the folder of packages where no other is asked for, an update to where the file is.
+// Reads the source and finds the installed file; returns false after a failure. By default, a new
+// file is installed in the package folder, and an update in the folder of the installed file.
 bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, LintedFile &source,
             Report &report) {
     const std::string name = NameOf(arguments);
@@ -149,10 +150,10 @@ std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {
                      : "install " + Escaped(source.name);
 }
 
-// The library is handed a copy of the text that was checked: the source may be another one by now,
-// and a copy of it would keep its owner and mode, so that whoever owns the source could rewrite the
-// installed file later. The copy is made when everything is said, and gone when the library has it:
-// a reader who hangs up in between leaves nothing behind.
+// The library gets a copy of the checked text: the source may have changed, and installing it would
+// keep its owner and mode, so that the owner of the source could modify the installed file later.
+// The copy is made after printing the plan and removed after the call of the library, so that a
+// closed output pipe leaves no copy.
 void Place(const Placement &placement, const Arguments &arguments, Report &report) {
     InstalledFile file;
     LintedFile source;

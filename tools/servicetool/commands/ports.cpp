@@ -1,4 +1,4 @@
-// servicetool ports: all claims to ports at once, as a table, as JSON, or as a picture.
+// servicetool ports: all claims to ports, as a table, as JSON, or as a map.
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,19 +17,19 @@ namespace tavo::tool {
 namespace {
 
 struct PortsOptions {
-    bool declared = false;  // only these kinds; all where none is asked for
-    bool held = false;
-    bool conflicts = false;  // only ports that more than one has a claim to
-    bool map = false;        // a picture for the terminal instead of a table
-    std::string svg;         // a file for the picture, besides; none where empty, and with
-                             // kStandardOutput the picture alone
+    bool declared = false;   // only declared ports; both kinds if neither or both are set
+    bool held = false;       // only held ports
+    bool conflicts = false;  // only ports in conflict
+    bool map = false;        // a map for the terminal instead of a table
+    std::string svg;         // file for an additional SVG map; no map if empty; only the map if
+                             // kStandardOutput
     bool no_legend = false;
 };
 
-// What a window is taken for that has no columns, or none that are known.
+// The width of a window if it is unknown.
 constexpr std::size_t kOrdinaryColumns = 80;
 
-// In a narrower one states would take the room of places, which tell more of a claim.
+// In a narrower window the states are omitted, to leave more room for the places.
 constexpr std::size_t kColumnsForStates = 100;
 
 enum class Kinds { kDeclared, kHeld, kBoth };
@@ -44,7 +44,7 @@ bool IsShown(const PortClaim &claim, Kinds kinds) {
     return kinds == Kinds::kBoth || (kinds == Kinds::kHeld) == (claim.socket != nullptr);
 }
 
-// Who declares ports decides whether one that is held is in conflict.
+// Declarations are also needed to find the held ports in conflict.
 KindsOfClaim KindsToRead(const PortsOptions &options) {
     const Kinds kinds = ShownKinds(options);
     return {kinds != Kinds::kHeld || options.conflicts, kinds != Kinds::kDeclared};
@@ -84,7 +84,7 @@ std::string ProgramText(const PortClaim &claim) {
     return process == nullptr || process->program.empty() ? ProcessText(claim) : process->program;
 }
 
-// Of a declaration the place, of a socket the program.
+// The place of a declaration, or the program of a socket.
 std::string WhereText(const PortClaim &claim) {
     const HoldingProcess *process = ProcessOf(claim);
     return process != nullptr        ? process->program
@@ -92,13 +92,13 @@ std::string WhereText(const PortClaim &claim) {
                                      : claim.declarer->place;
 }
 
-// The port is marked where it, or one of the range, is in conflict.
+// Ports in conflict are marked; a range is marked if one of its ports is in conflict.
 std::string PortText(const PortClaim &claim, const PortClaims &all) {
     return PortsText(claim.range) + (Collides(claim, all) ? " !" : "");
 }
 
-// The columns behind those of the port; what is not shown leaves them to the rest. The longest
-// text is in the last one, which is cut to fit.
+// A column after those of the port; it can be hidden. The longest text is in the last column, which
+// is cut to fit.
 struct Column {
     const char *title;
     bool shown;
@@ -143,7 +143,7 @@ std::string TableText(const std::vector<PortClaim> &claims, const PortClaims &al
     return table.Text(!options.no_legend, window);
 }
 
-// Keys of what the claim has not are there with null, so that every result has the same ones.
+// All results have the same keys; missing values are null.
 Json ClaimJson(const PortClaim &claim, Json conflict) {
     const HoldingProcess nobody;
     const Declarer none;
@@ -195,9 +195,9 @@ bool AnyConflict(const PortClaims &all) {
                        [](const auto &protocol) { return !protocol.second.empty(); });
 }
 
-// A conflict that was found is the answer, also where it is one of declarations and those are not
-// shown; then a port that nobody knows the holder of is no doubt about it, and not told. A source
-// that failed was told already, and its status stands above the answer: there may be more.
+// If a conflict was found, the answer is kNo, even if it is between declarations that are not
+// shown; unknown holders do not change that and are not reported. Sources that failed were already
+// reported and have raised the status to kFailed.
 void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
     if (AnyConflict(all)) {
         report.Raise(Status::kNo);
@@ -262,7 +262,7 @@ constexpr char kExamples[] = R"(Examples:
   servicetool ports --map                a map of all ports
   servicetool ports --svg ports.svg      the map for a browser)";
 
-// Standard output holds one thing, by whatever name it is asked for.
+// Only one output can go to standard output, whatever its name.
 UsageProblem ProblemOf(const Arguments &arguments) {
     const std::string svg = arguments.Text("--svg");
     if (arguments.Has("--svg") && svg.empty()) {

@@ -1,4 +1,4 @@
-// servicetool remove: an installed file goes, and all services with it.
+// servicetool remove: remove an installed file with all its services.
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,7 +20,7 @@
 namespace tavo::tool {
 namespace {
 
-// A file that is gone already is one whose listeners may not know of it.
+// If the file is already removed, only its listeners are notified.
 Change RemovalOf(const InstalledFile &file, bool dry_run) {
     return {.operation = "remove",
             .path = file.path,
@@ -32,7 +32,8 @@ Change RemovalOf(const InstalledFile &file, bool dry_run) {
             .dry_run = dry_run};
 }
 
-// What the library reads in the file, and the firewall therefore knows: "with chat and wiki".
+// Describes the removal with the services that the library reads in the file, which the firewall
+// therefore knows.
 std::string ServicesText(const std::string &text) {
     const MemoryFile copy(text);
     TAVO_SERVICE_CONF *list = nullptr;
@@ -47,8 +48,8 @@ std::string ServicesText(const std::string &text) {
     return names.empty() ? "remove, without a service that can be read" : "remove with " + names;
 }
 
-// The plugins get the content from a copy in /tmp. Without one the library removes the file all the
-// same, and they would never learn which ports went away.
+// Checks that a copy for the plugins can be made in /tmp. Without one the library still removes the
+// file, but the plugins are not notified of the removed ports.
 bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
     try {
         PrivateFolder().Make(file.name, *file.text);
@@ -60,7 +61,7 @@ bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
     }
 }
 
-// Those who were notified of it need no copy any more. One that stays is left to servicetool clean.
+// After the notification the copies are not needed. servicetool clean removes those that fail here.
 void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
     for (const std::string &copy : copies) {
         if (unlink(copy.c_str()) != 0 && errno != ENOENT) {
@@ -70,8 +71,8 @@ void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
     }
 }
 
-// The file is gone, but not the copy that the plugins are given: whoever removed the file was
-// killed in between, and nobody else would ever notify them.
+// Completes a removal that was killed after it removed the file and before it removed the copy for
+// the plugins: notifies the plugins.
 void Complete(const InstalledFile &file, const std::vector<std::string> &copies, bool dry_run,
               Report &report) {
     ChangeReport change(RemovalOf(file, dry_run), report);
@@ -109,7 +110,7 @@ void Remove(const Arguments &arguments, Report &report) {
         return;
     }
     if (!file.text) {
-        // Under the lock: a removal that went on until now has completed it, or was killed.
+        // The lock is held, so a removal by another servicetool is complete or was killed.
         const std::vector<std::string> copies = CopiesOfRemoved(name);
         if (copies.empty()) {
             TellNotInstalled(name, folder, report);

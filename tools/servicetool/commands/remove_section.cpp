@@ -1,4 +1,4 @@
-// servicetool remove-section. What the section declared is free then, so nobody is asked for ports.
+// servicetool remove-section. The change declares no ports, so it needs no port check.
 #include "change/section_target.h"
 #include "commands/commands.h"
 #include "lint/file_remarks.h"
@@ -6,9 +6,9 @@
 namespace tavo::tool {
 namespace {
 
-// The firewall's record of the service goes, too; and what the change touches is copied first, to
-// be put back should a later step fail: the service files, the firewall's files and the rules of
-// port forwarding.
+// Also removes the firewall's record of the service. The library first copies the stores that the
+// change affects, and restores them if a later step fails: the service files, the firewall's files
+// and the rules of port forwarding.
 constexpr std::uint32_t kTouched =
     TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
 

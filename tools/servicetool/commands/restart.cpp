@@ -6,7 +6,7 @@
 namespace tavo::tool {
 namespace {
 
-// The firewall with the relay daemon, unless the relay daemon alone is asked for.
+// Restarts the firewall and the relay daemon, or only the relay daemon if only --relay is given.
 void Restart(const Arguments &arguments, Report &report) {
     const bool relay = arguments.Has("--relay");
     const bool firewall = arguments.Has("--firewall") || !relay;

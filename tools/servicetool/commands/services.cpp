@@ -1,5 +1,5 @@
-// The records of the firewall services, each made a section once more: so they are shown as the
-// other commands show theirs.
+// servicetool services. Converts the records of firewall services to sections, to print them like
+// the other commands.
 #include <strings.h>
 
 #include <algorithm>
@@ -15,14 +15,14 @@
 namespace tavo::tool {
 namespace {
 
-// "1000-2000" as service files write it.
+// "1000:2000" for "1000-2000".
 std::string InFileNotation(std::string port) {
     std::replace(port.begin(), port.end(), '-', ':');
     return port;
 }
 
-// A built-in service as if it were a section of a file. Settings may give it ports that are none,
-// which are reported and left out.
+// A built-in service in the form of a section of a file. Its ports may be settings with invalid
+// values, which are reported and left out.
 class BuiltInSection {
   public:
     BuiltInSection(const FirewallService &service, Report &report);
@@ -109,7 +109,7 @@ void AddService(const FirewallService &service, Table &table, Report &report) {
     }
 }
 
-// Every name that is met, also of what is left out.
+// The names of all services, including those left out.
 std::vector<std::string> NamesOf(const FirewallServices &read) {
     std::vector<std::string> names;
     for (const FirewallService &service : read.services) {

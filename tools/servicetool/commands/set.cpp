@@ -1,5 +1,5 @@
-// servicetool set. What is not given keeps its present value, so that a title can be changed
-// without a look at the ports.
+// servicetool set. Values that are not given are unchanged, so a title can be changed without
+// giving the ports.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -26,14 +26,13 @@ void Fill(char (&field)[Size], const std::string &text) {
     std::copy(text.begin(), text.end(), field);
 }
 
-// The section as it is to be, put together from what it is today and what the command line says.
-// What the command line does not give stays as it is.
+// Builds the new section from the current one and the options of the command line.
 class NewSection {
   public:
     NewSection(const Arguments &arguments, const SectionTarget &target, Report &report)
         : arguments_(arguments), target_(target), report_(report) {}
 
-    // NULL where the command line is wrong, which is told.
+    // Returns null if the command line is invalid, which is reported.
     OwnedSection Make();
 
   private:
@@ -76,7 +75,7 @@ OwnedSection NewSection::Make() {
     return good ? std::move(section) : nullptr;
 }
 
-// A section that the library cannot read has nothing to keep.
+// If the library cannot read the current section, all required values must be given.
 bool NewSection::IsComplete() {
     const bool all =
         arguments_.Has("--title") && arguments_.Has("--desc") && arguments_.Has("--dst-ports");
@@ -104,7 +103,7 @@ bool NewSection::SetText(const char *option, TAVO_SERVICE_CONF_STRING &string) {
     return true;
 }
 
-// It has to come out of the library's reader as it went in.
+// The reference must be unchanged after it is read by the library.
 bool NewSection::SetReference(const char *option, TAVO_SERVICE_CONF_STRING &string) {
     const std::string text = arguments_.Text(option);
     if (text.empty()) {

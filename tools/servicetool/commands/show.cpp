@@ -13,8 +13,8 @@
 namespace tavo::tool {
 namespace {
 
-// What is shown, as "Label: value" lines with the values below each other. A pair without a label
-// is an empty line.
+// Labels and values, printed as "Label: value" lines with aligned values. A pair without a label is
+// an empty line.
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 std::string FieldsText(const Fields &fields) {
@@ -75,12 +75,12 @@ void ShowFile(const std::string &path, Report &report) {
     report.Print(FieldsText(fields));
 }
 
-// The search for a service by its name through all service folders.
+// Searches all service folders for a service by name.
 class Search {
   public:
     Search(const std::string &name, Report &report) : name_(name), report_(report) {}
 
-    // False when nothing of that name was met, which is still to be told then.
+    // Returns false if no service of that name was found; the caller must then report this.
     bool Run();
 
     void TellNotFound();
@@ -93,9 +93,9 @@ class Search {
     const std::string &name_;
     Report &report_;
     Fields fields_;
-    bool found_ = false;   // also when all that can be told is why it cannot be read
-    std::string similar_;  // a name that differs in case
-    std::string path_;     // of a file in a service folder that has the name
+    bool found_ = false;   // true even if the service cannot be read
+    std::string similar_;  // a name that differs in case only
+    std::string path_;     // path of a file of that name in a service folder
 };
 
 bool Search::Run() {
@@ -132,7 +132,7 @@ void Search::LookAt(const ServiceFile &file) {
     }
 }
 
-// What cannot be looked into may hold the service, too, so the answer is not known to be whole.
+// A file that cannot be read may also contain the service, so the answer may be incomplete.
 void Search::LookAtUnreadable(const ServiceFile &file) {
     if (!file.problem.empty()) {
         report_.Raise(Status::kFailed);
@@ -161,8 +161,8 @@ void Search::TellNotFound() {
     report_.Raise(Status::kNo);
 }
 
-// Whether the current folder may hold a file of that name. Folders are none; of what cannot be
-// looked at, the attempt to read it tells why.
+// Whether the current folder may contain a file of that name, other than a folder. If that is
+// unknown, returns true, and reading the file reports the reason.
 bool IsFileHere(const std::string &name) {
     struct stat status {};
     if (lstat(name.c_str(), &status) != 0) {
@@ -171,7 +171,8 @@ bool IsFileHere(const std::string &name) {
     return stat(name.c_str(), &status) != 0 || !S_ISDIR(status.st_mode);
 }
 
-// A service goes before a file that happens to be here: a path tells the file from it.
+// A service takes precedence over a file of that name in the current folder; a file can be named by
+// its path.
 void ShowName(const std::string &name, Report &report) {
     Search search(name, report);
     if (search.Run()) {

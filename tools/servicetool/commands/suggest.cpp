@@ -1,4 +1,4 @@
-// servicetool suggest: the free ports that are nearest to one, of all that no source has.
+// servicetool suggest: the free ports that are nearest to a port.
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -16,9 +16,9 @@ namespace {
 
 struct SuggestOptions {
     unsigned int count = 1;
-    unsigned int near = 0;  // a port; 0 where none is asked for
-    bool block = false;     // ports in a row
-    std::string protocols;  // as in a port list; both where empty
+    unsigned int near = 0;  // a port; 0 if not given
+    bool block = false;     // consecutive ports
+    std::string protocols;  // as in a port list; both if empty
 };
 
 constexpr std::uint32_t kDefaultNear = 8080;
@@ -57,7 +57,7 @@ void Suggestion::Run() {
     }
 }
 
-// None when a source could not be read.
+// Returns nullopt if a source could not be read.
 std::optional<PortRanges> Suggestion::FreePorts() {
     const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral_);
     if (!problem.empty()) {
@@ -90,7 +90,7 @@ void Suggestion::Tell(const PortRanges &found) {
     }
 }
 
-// Where the range of the kernel alone leaves too few, it is named: nobody else is to blame.
+// If the kernel's ephemeral ports alone leave too few ports, the message names their range.
 void Suggestion::TellTooFew(std::size_t found) {
     std::string message =
         options_.block ? "no " + std::to_string(options_.count) + " free ports in a row"
@@ -137,7 +137,7 @@ constexpr char kExamples[] = R"(Examples:
   servicetool suggest 10 --block --near 8000
   servicetool suggest --json | jq '.results[0]')";
 
-// What is not given, or no number in range, is 0.
+// 1 if no number is given; 0 if it is invalid.
 unsigned int CountOf(const Arguments &arguments) {
     return arguments.Operands().empty()
                ? 1

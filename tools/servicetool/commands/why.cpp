@@ -1,5 +1,5 @@
-// servicetool why. Everyone who has a port in one table, and below it a sentence for each port that
-// says what that means.
+// servicetool why: a table of the declarers and holders of ports, and below it a summary of each
+// port in a sentence.
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,10 +22,10 @@ struct WhyOptions {
     bool no_legend = false;
 };
 
-// In the table, of one port: a server may have hundreds of processes.
+// The most sockets of one port in the table: a server may have hundreds of processes.
 constexpr std::size_t kMostSockets = 10;
 
-// In the place of a name of whoever cannot be looked at.
+// Printed instead of the name of a process that cannot be inspected.
 constexpr char kUnknownHolder[] = "unknown";
 
 void TellUsage(const std::string &text, const QueryProblem &problem, Report &report) {
@@ -48,7 +48,7 @@ bool ReadOnePort(const std::string &text, PortQuery &query, QueryProblem &proble
     return false;
 }
 
-// Nothing is asked before every question is understood. What is asked twice is answered once.
+// Parses all arguments before any source is read. Removes duplicate ports.
 bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> &targets,
                  Report &report) {
     std::set<PortTarget> known;
@@ -86,7 +86,7 @@ class AccountTable {
   public:
     void Add(const PortAccount &account);
 
-    // Empty when nobody has any of the ports.
+    // Returns "" if none of the ports has a declarer or holder.
     std::string Text(bool header, std::size_t columns) const;
 
   private:
