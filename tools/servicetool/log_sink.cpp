@@ -1,7 +1,6 @@
-// The system log of this program: the linker prefers these functions to those of libc, for the
-// library's code in it and for the shared libraries. The forms with "chk" are what the others
-// become under _FORTIFY_SOURCE. The header of libc, which declares all of them, is left out: it may
-// define them inline.
+// The system log of this program: these functions replace those of libc, for the library's code in
+// this program and for the shared libraries. With _FORTIFY_SOURCE, callers use the "chk" variants.
+// The header of libc is not included, because it may define the functions inline.
 #include <cstdarg>
 #include <cstdio>
 
@@ -9,7 +8,7 @@
 
 namespace {
 
-// A line has two paths at most, and a few words.
+// Long enough for the longest lines, which contain two paths.
 constexpr std::size_t kLineSize = 16384;
 
 void Print(const char *format, va_list arguments) {

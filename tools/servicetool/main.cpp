@@ -25,8 +25,8 @@ Change ChangeAskedFor(const CommandLine &line) {
     return change;
 }
 
-// Reports what was thrown out of a command. Of one that changes something it is a refusal: what is
-// thrown by the change itself does not come out.
+// Reports an exception of a command. For a command that makes a change, it means that nothing was
+// changed: ChangeReport::Do catches the exceptions of the change itself.
 void TellThrown(const CommandLine &line, const std::string &reason, Report &report) {
     if (line.command->change != nullptr) {
         ChangeReport(ChangeAskedFor(line), report).Refuse("failed", reason, "", Status::kFailed);
@@ -36,8 +36,7 @@ void TellThrown(const CommandLine &line, const std::string &reason, Report &repo
     report.Raise(Status::kFailed);
 }
 
-// A command that changes something has its one result, whatever became of it. A command line that
-// is wrong asks for no change.
+// A command that makes a change always has one result, except after a usage error.
 void AddMissingResult(const CommandLine &line, Report &report) {
     if (line.command->change != nullptr && report.Worst() != Status::kUsage &&
         !report.HasResult()) {
@@ -80,14 +79,14 @@ int Run(int argc, char **argv) {
 
 namespace {
 
-// Said without any memory; nothing has been changed by then.
+// Prints the message without allocating memory.
 [[noreturn]] void EndOutOfMemory() {
     std::fputs("servicetool: error: out of memory [failed]\n", stderr);
     std::_Exit(static_cast<int>(tavo::tool::Status::kFailed));
 }
 
-// Some destructors need memory, to remove a private folder for example, and must not throw.
-// Everything else that ends here is a defect.
+// Called if a destructor runs out of memory, for example while it removes a private folder. Any
+// other reason is a defect.
 [[noreturn]] void Terminate() {
     try {
         if (const std::exception_ptr thrown = std::current_exception()) {
