@@ -133,7 +133,7 @@ void ChangeReport::Call(const Operation &operation, Done &done) {
     }
 }
 
-// Throws nothing: to a caller, an exception means that nothing was changed.
+// Catches the exceptions of the change: to a caller, an exception means that nothing was changed.
 void ChangeReport::Do(const Operation &operation) {
     try {
         Done done;
