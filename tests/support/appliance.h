@@ -1,5 +1,5 @@
-// The private appliance that a test runs in, prepared so that the test decides what declares a
-// port, and the stand-ins in it for the tools that act on ports.
+// The private appliance of a test, in which only the test declares ports apart from the built-in
+// services, and the stand-ins in it for the tools that act on ports.
 #ifndef TAVO_TESTS_SUPPORT_APPLIANCE_H
 #define TAVO_TESTS_SUPPORT_APPLIANCE_H
 
@@ -13,31 +13,30 @@ constexpr char kPackageServices[] = "/usr/local/etc/services.d";
 constexpr char kForwardingRules[] = "/usr/tavo/etc/portforward/rule.conf";
 
 // An appliance without service files and forwarding rules, with empty settings. The built-in
-// services stay. Throws outside of a private appliance.
+// services remain. The constructor throws outside of a private appliance.
 class Appliance {
   public:
     Appliance();
 
-    // What has come into /tmp since, sorted. The folder of a source or build tree may have been
-    // there.
+    // The entries that were added to /tmp since construction, sorted.
     std::vector<std::string> InTmp() const;
 
   private:
     std::vector<std::string> tmp_before_;
 };
 
-// The record of the calls of a stand-in, as it was written; "all" is the record of all of them in
-// order. Empty when there was no call.
+// The recorded calls of a stand-in, unchanged; "all" returns the calls of all stand-ins in order.
+// Empty if there was no call.
 std::string RecordOfCalls(const std::string &name = "all");
 
 void ForgetCalls();
 
-// The statuses that a stand-in exits with from now on, a line each; the last one stays.
+// Sets the exit statuses of the next runs of a stand-in, one per line; the last one is repeated.
 void SetExitStatus(const std::string &name, const std::string &statuses);
 
 void ActivateRelayDaemon();
 
-// The tool or plugin runs these lines from now on.
+// Replaces the tool or plugin with a script of these lines.
 void WriteScript(const std::string &path, const std::string &lines);
 
 }  // namespace tavo::test

@@ -1,4 +1,4 @@
-// Owners of descriptors and memory, and writing to descriptors.
+// Tests of the owners of descriptors and memory, and of WriteAll.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <pthread.h>
@@ -79,7 +79,7 @@ TEST(OwnedDescriptor, IsNotClosedAfterItsRelease) {
     EXPECT_EQ(close(fd), 0);
 }
 
-// Closing a number that is not open fails with EBADF.
+// Closing a descriptor that is not open fails with EBADF.
 TEST(OwnedDescriptor, ReportsThatClosingFailed) {
     const int fd = OpenNull();
     Descriptor file(fd);
@@ -123,8 +123,8 @@ TEST(Uninterrupted, CallsAgainAfterASignalOnly) {
     EXPECT_EQ(errno, EIO);
 }
 
-// A pipe holds less than the text, so the writer waits in the middle of it and is interrupted
-// there.
+// The text is larger than the buffer of a pipe, so the writer blocks in the middle of it, where the
+// signals interrupt it.
 TEST(WriteAll, WritesATextThatSignalsInterrupt) {
     struct sigaction action = {};
     struct sigaction before = {};

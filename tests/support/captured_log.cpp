@@ -8,11 +8,12 @@
 
 namespace {
 
-// LOG_ERR of syslog(3), whose header is left out: it may define the functions below inline.
+// LOG_ERR of syslog(3). Its header is not included because it may define the functions below
+// inline.
 constexpr int kLogError = 3;
 
-// Lines are caught while allocations are made to fail, so they go into memory that is there
-// already: for each its priority, one byte, and its text with the terminator.
+// Lines are caught while allocations fail, so they are stored in static memory: for each line its
+// priority (one byte) and its text with the terminator.
 char g_caught[1 << 20];
 std::size_t g_used = 0;
 bool g_catching = false;
@@ -35,7 +36,7 @@ void Catch(int priority, const char *format, va_list args) {
 
 }  // namespace
 
-// Calls to syslog and vsyslog, and what they become under _FORTIFY_SOURCE.
+// syslog and vsyslog, and the functions that _FORTIFY_SOURCE replaces them with.
 extern "C" {
 
 #define TAVO_INTERPOSED __attribute__((visibility("default")))

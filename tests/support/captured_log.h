@@ -1,6 +1,7 @@
-// Catches the lines that the code under test writes with syslog, to check them to the letter.
+// Catches the lines that the code under test writes with syslog, so that tests can compare them
+// exactly.
 //
-// A program that uses this interposes syslog, so its lines go nowhere else.
+// A program that uses this interposes syslog, so its lines do not reach the system log.
 #ifndef TAVO_TESTS_SUPPORT_CAPTURED_LOG_H
 #define TAVO_TESTS_SUPPORT_CAPTURED_LOG_H
 
@@ -16,19 +17,19 @@ class CapturedLog {
         std::string text;
     };
 
-    // Starts catching with an empty log; one CapturedLog at a time.
+    // Starts catching with an empty log. Only one CapturedLog may exist at a time.
     CapturedLog();
     ~CapturedLog();
     CapturedLog(const CapturedLog &) = delete;
     CapturedLog &operator=(const CapturedLog &) = delete;
 
-    // Every line as it was written.
+    // Every line, unchanged.
     std::vector<Line> Lines() const;
 
-    // Every line without its "SOURCE:LINE " prefix. Where it ends in the error state, as in
-    // "[0x0D00 service_conf_get.cpp:47]", the line number there is replaced by N, since it moves
-    // with the code. A line that lacks the prefix, or is not of priority LOG_ERR, comes with a
-    // remark in front that no expectation matches.
+    // Every line without its "SOURCE:LINE " prefix. If a line ends with the error state, as in
+    // "[0x0D00 service_conf_get.cpp:47]", the line number is replaced by N, because it changes with
+    // the code. A line without the prefix, or with a priority other than LOG_ERR, starts with a
+    // remark that matches no expectation.
     std::vector<std::string> Messages() const;
 
     void Clear();

@@ -1,5 +1,5 @@
-// An appliance without service files, whose settings a test can change, and firewall services made
-// readable.
+// An appliance without service files, with settings that a test can change, and firewall services
+// formatted as text.
 #ifndef TAVO_TESTS_CATALOGUE_CATALOGUE_TEST_H
 #define TAVO_TESTS_CATALOGUE_CATALOGUE_TEST_H
 
@@ -32,7 +32,7 @@ struct FreeServices {
 };
 using Services = std::unique_ptr<TAVO_FW_SERVICE, FreeServices>;
 
-// A folder in place of a file cannot be read by anyone, root included.
+// Replaces a file with a folder, which cannot be read as a file by any user, root included.
 inline void MakeUnreadable(const char *path) {
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
@@ -46,7 +46,7 @@ inline std::vector<std::string> Items(const TLIBCSzList *list) {
     return items;
 }
 
-// "80,1000-2000"; "none" where there is no list.
+// "80,1000-2000"; "none" if there is no list.
 inline std::string Join(const TLIBCSzList *list) {
     if (list == nullptr) {
         return "none";
@@ -58,13 +58,13 @@ inline std::string Join(const TLIBCSzList *list) {
     return text;
 }
 
-// The fields in their order, with bars between: "SOURCE|SECTION|KEY|TEXT|EXTRA".
+// The fields in their order, separated by bars: "SOURCE|SECTION|KEY|TEXT|EXTRA".
 inline std::string Describe(const TAVO_SERVICE_CONF_STRING &string) {
     return std::string(string.szSource) + "|" + string.szSection + "|" + string.szKey + "|" +
            string.szText + "|" + string.szExtra;
 }
 
-// The names of a list from its head on.
+// The names of a list, starting at its head.
 inline std::vector<std::string> Names(const TAVO_FW_SERVICE *list) {
     std::vector<std::string> names;
     for (; list != nullptr; list = list->pNext) {

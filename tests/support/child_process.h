@@ -1,4 +1,4 @@
-// Work that is done in a process of its own.
+// Runs functions in child processes.
 #ifndef TAVO_TESTS_SUPPORT_CHILD_PROCESS_H
 #define TAVO_TESTS_SUPPORT_CHILD_PROCESS_H
 
@@ -7,8 +7,8 @@
 
 namespace tavo::test {
 
-// Starts a process that runs `work` and exits with its result. Its id; -1 when it cannot be
-// started.
+// Starts a process that runs `work` and exits with its result. Returns its id, or -1 if it cannot
+// be started.
 template <typename Work>
 pid_t StartChild(Work work) {
     const pid_t child = fork();
@@ -18,13 +18,13 @@ pid_t StartChild(Work work) {
     return child;
 }
 
-// Waits for a process to end. Its exit status; -1 when it did not exit by itself.
+// Waits for a process to end. Returns its exit status, or -1 if it did not exit normally.
 inline int StatusOfChild(pid_t child) {
     int status = -1;
     return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// The exit status of a process that runs `work`.
+// Runs `work` in a child process and returns the exit status.
 template <typename Work>
 int StatusInChild(Work work) {
     return StatusOfChild(StartChild(work));

@@ -1,6 +1,7 @@
-// The interposed allocator. A symbol of the program comes before those of the shared objects it
-// loads, so the library under test, libstdc++ and libc itself all allocate through these; the real
-// allocator (libc's, or the sanitizer's where there is one) is the next one in line.
+// The interposed allocator. Symbols of the program take precedence over those of the shared objects
+// that it loads, so the library under test, libstdc++ and libc itself all allocate with these
+// functions. The real allocator (libc's, or the sanitizer's if there is one) is the next
+// definition.
 #include "failing_allocation.h"
 
 #include <dlfcn.h>
@@ -39,7 +40,7 @@ Function Next(const char *name) {
 
 extern "C" {
 
-// Not exported from here, the loader would not bind the shared objects to them.
+// The loader binds shared objects only to exported symbols.
 #define TAVO_INTERPOSE __attribute__((visibility("default")))
 
 TAVO_INTERPOSE void *malloc(std::size_t size) {
@@ -69,7 +70,7 @@ TAVO_INTERPOSE void *realloc(void *block, std::size_t size) {
     return next(block, size);
 }
 
-// The sanitizer brings a strdup of its own, which would go past the malloc above.
+// The sanitizer has its own strdup, which would bypass the malloc above.
 TAVO_INTERPOSE char *strdup(const char *text) {
     const std::size_t size = std::strlen(text) + 1;
     char *copy = static_cast<char *>(malloc(size));

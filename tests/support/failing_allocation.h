@@ -1,8 +1,8 @@
-// Makes chosen allocations fail, to show that running out of memory is a reported result.
+// Makes selected allocations fail, to show that running out of memory is a reported result.
 //
-// A program that uses this interposes malloc, calloc and realloc, so that the allocations that libc
-// makes inside (strdup, vasprintf, scandir, opendir, ...) fail as well. Only the calling thread's
-// allocations, and only those between arming and disarming, are touched.
+// A program that uses this interposes malloc, calloc and realloc, so that allocations inside libc
+// (strdup, vasprintf, scandir, opendir, ...) fail as well. Only allocations of the calling thread
+// while During runs are affected.
 #ifndef TAVO_TESTS_SUPPORT_FAILING_ALLOCATION_H
 #define TAVO_TESTS_SUPPORT_FAILING_ALLOCATION_H
 
@@ -20,14 +20,14 @@ class FailingAllocation {
     };
 
     FailingAllocation(int nth, Mode mode) : nth_(nth), mode_(mode) {}
-    // The test fails when it had an allocation fail that was not reached and did not ask for that.
+    // The test fails if the nth allocation was not reached and Hit was never called.
     ~FailingAllocation() {
         EXPECT_TRUE(hit_ || asked_) << "allocation " << nth_ << " was not reached";
     }
     FailingAllocation(const FailingAllocation &) = delete;
     FailingAllocation &operator=(const FailingAllocation &) = delete;
 
-    // Runs `call` with the chosen allocations failing and hands its result on.
+    // Runs `call` with the selected allocations failing and returns its result.
     template <typename Call>
     auto During(Call &&call) {
         Armed armed(*this);
@@ -67,9 +67,10 @@ auto WithoutMemory(Call &&call) {
     return result;
 }
 
-// Calls run(FailingAllocation &) for the first, second, ... allocation, in both modes, until one is
-// no longer reached. `run` arranges, wraps the one call under test in During and asserts. The test
-// fails when the call makes no allocation. Returns how many it makes.
+// Calls run(FailingAllocation &) for the first, second, ... allocation, in both modes, until the
+// allocation is not reached. `run` prepares the state, wraps the call under test in During and
+// checks the result. The test fails if the call makes no allocation. Returns the number of
+// allocations.
 template <typename Run>
 int ForEachFailingAllocation(Run run) {
     int allocations = 0;

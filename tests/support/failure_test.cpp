@@ -1,4 +1,5 @@
-// How operations of the library report a failure: whose place they name, and how the line reads.
+// Tests how operations of the library report a failure: the place that is named and the text of the
+// log line.
 #include "support/failure.h"
 
 #include <gmock/gmock.h>
@@ -14,7 +15,7 @@ using testing::ElementsAre;
 
 class Failing : public LibraryTest {
   protected:
-    // The lines with file and line number.
+    // The log lines, with file and line number.
     std::vector<std::string> Lines() const {
         std::vector<std::string> lines;
         for (const CapturedLog::Line &line : log_.Lines()) {
@@ -25,7 +26,7 @@ class Failing : public LibraryTest {
     }
 };
 
-// Callers have compared with these numbers since before they had names.
+// Callers used these numbers before the names were defined.
 TEST(ErrorCodes, KeepTheirNumbers) {
     EXPECT_EQ(TLIBC_ERR_NO_MEMORY, 0x200U);
     EXPECT_EQ(TLIBC_ERR_NO_FILE, 0x700U);

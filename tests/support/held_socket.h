@@ -1,4 +1,4 @@
-// A real socket that holds a port for as long as it lives.
+// A real socket that holds a port for the lifetime of the object.
 #ifndef TAVO_TESTS_SUPPORT_HELD_SOCKET_H
 #define TAVO_TESTS_SUPPORT_HELD_SOCKET_H
 

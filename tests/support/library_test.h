@@ -1,4 +1,4 @@
-// What the tests of the library share: the error state around a call, and lists made readable.
+// Shared by the tests of the library: the error state around a call, and lists formatted as text.
 #ifndef TAVO_TESTS_SUPPORT_LIBRARY_TEST_H
 #define TAVO_TESTS_SUPPORT_LIBRARY_TEST_H
 
@@ -13,25 +13,25 @@
 
 namespace tavo::test {
 
-// Every test starts without an error and with an empty log.
+// Each test starts without an error and with an empty log.
 class LibraryTest : public testing::Test {
   protected:
     LibraryTest() { TLIBCErrSetEx(0, nullptr, 0); }
 
-    // The log lines, as CapturedLog::Messages.
+    // The log lines, in the form of CapturedLog::Messages.
     std::vector<std::string> Messages() const { return log_.Messages(); }
 
     CapturedLog log_;
 };
 
-// The error code that is set, and the source file that set it, as "0xD00 service_conf_get.cpp".
+// The current error code and the source file that set it, as "0xD00 service_conf_get.cpp".
 inline std::string ErrorState() {
     char code[16];
     snprintf(code, sizeof(code), "0x%X ", TLIBCErrGet());
     return code + std::string(TLIBCErrorGetFile());
 }
 
-// One entry as "dst 80:90 protocol 3", "src 80 protocol 1".
+// One entry, as in "dst 80:90 protocol 3" or "src 80 protocol 1".
 inline std::string Describe(const TAVO_SERVICE_CONF_PORT &port) {
     std::string text = port.nDirection == 0 ? "src " : "dst ";
     text += std::to_string(port.nPortStart);
@@ -43,7 +43,7 @@ inline std::string Describe(const TAVO_SERVICE_CONF_PORT &port) {
     return text + " protocol " + std::to_string(port.nProtocol);
 }
 
-// A port list from its head on.
+// The entries of a port list, starting at its head.
 inline std::vector<std::string> Describe(const TAVO_SERVICE_CONF_PORT *pList) {
     std::vector<std::string> texts;
     for (; pList != nullptr; pList = pList->pNext) {
@@ -52,7 +52,7 @@ inline std::vector<std::string> Describe(const TAVO_SERVICE_CONF_PORT *pList) {
     return texts;
 }
 
-// The names of a section list from its head on.
+// The names of a section list, starting at its head.
 inline std::vector<std::string> Names(const TAVO_SERVICE_CONF_SECTION *pList) {
     std::vector<std::string> names;
     for (; pList != nullptr; pList = pList->pNext) {

@@ -10,11 +10,11 @@
 
 namespace tavo::test {
 
-// How often `call` opens the file `path`.
+// Runs `call` and returns how often it opened the file `path`.
 template <typename Call>
 int CountOpens(const char *path, Call call) {
     const int watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    // Closing is watched too, since equal events in a row come as one.
+    // Closing is watched too, because inotify merges equal consecutive events.
     EXPECT_GE(inotify_add_watch(watch, path, IN_OPEN | IN_CLOSE), 0);
     call();
     char buffer[1 << 14];

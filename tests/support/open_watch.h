@@ -1,4 +1,4 @@
-// Waits until somebody opens a file, such as a lock that is held.
+// Waits until a process opens a file, such as a lock file.
 #ifndef TAVO_TESTS_SUPPORT_OPEN_WATCH_H
 #define TAVO_TESTS_SUPPORT_OPEN_WATCH_H
 
@@ -11,7 +11,7 @@
 
 namespace tavo::test {
 
-// Sees every opening of the file while it lives.
+// Watches the file for the lifetime of the object.
 class OpenWatch {
   public:
     explicit OpenWatch(const std::string &path) {
@@ -21,7 +21,7 @@ class OpenWatch {
     OpenWatch(const OpenWatch &) = delete;
     OpenWatch &operator=(const OpenWatch &) = delete;
 
-    // False when nobody has opened it for long.
+    // Returns false if the file was not opened within the time limit.
     bool WaitForOpen() const {
         constexpr int kLong = 20'000;  // milliseconds
         pollfd event = {events_, POLLIN, 0};

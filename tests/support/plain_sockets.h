@@ -1,5 +1,5 @@
-// A plain way to read the kernel's tables of sockets, to judge the library's by: the C library's
-// own formatted reading, and a list that is walked for each socket.
+// A simple reader of the kernel's socket tables, as a reference for the library's: it uses the
+// formatted input of the C library and searches a list for each socket.
 #ifndef TAVO_TESTS_SUPPORT_PLAIN_SOCKETS_H
 #define TAVO_TESTS_SUPPORT_PLAIN_SOCKETS_H
 
@@ -19,7 +19,7 @@ inline bool IsEqual(const RawSocketInfo &a, const RawSocketInfo &b) {
            a.uProtocol == b.uProtocol;
 }
 
-// Reads local port, state and inode; a line that is no socket leaves the record alone.
+// Reads local port, state and inode. A line that is not a socket leaves the record unchanged.
 inline bool ReadSocketPlainly(const std::string &line, RawSocketInfo &info) {
     RawSocketInfo read = info;
     const int fields = std::sscanf(line.c_str(),

@@ -1,5 +1,5 @@
-// For tests that empty the fixed folders, or mount something on them: nobody's own machine is to
-// lose its service files.
+// For tests that empty the fixed folders or mount something on them. Outside of a private appliance
+// they would delete the service files of the machine.
 #ifndef TAVO_TESTS_SUPPORT_REQUIRE_APPLIANCE_H
 #define TAVO_TESTS_SUPPORT_REQUIRE_APPLIANCE_H
 
@@ -11,7 +11,7 @@
 
 namespace tavo::test {
 
-// Throws anywhere but in a private appliance, which it knows by its host name.
+// Throws outside of a private appliance, which is recognised by its host name.
 inline void RequireAppliance() {
     char name[64] = {};
     gethostname(name, sizeof(name) - 1);
@@ -20,7 +20,8 @@ inline void RequireAppliance() {
     }
 }
 
-// Whether this program lies below /tmp, with the build that it is of. What hides /tmp hides it.
+// Whether this program is below /tmp, with the build that it belongs to. Hiding /tmp then hides the
+// program as well.
 inline bool ThisProgramLiesInTmp() {
     return std::filesystem::read_symlink("/proc/self/exe").string().starts_with("/tmp/");
 }

@@ -18,7 +18,7 @@ namespace {
     throw std::system_error(error, std::generic_category(), what);
 }
 
-// Input and outputs are files in memory: no pipe to fill up, nothing to poll.
+// Input and outputs are files in memory, so no pipe can fill up and nothing has to be polled.
 class MemoryFile {
   public:
     explicit MemoryFile(std::string_view contents = {})
@@ -50,7 +50,7 @@ class MemoryFile {
     int fd_;
 };
 
-// The environment of the test with `settings` in place of equally named variables.
+// The environment of the test, with `settings` replacing variables of the same name.
 std::vector<std::string> Environment(const std::vector<std::string> &settings) {
     std::vector<std::string> variables = settings;
     for (char **variable = environ; *variable != nullptr; ++variable) {
@@ -108,7 +108,7 @@ ProgramResult RunProgram(const std::vector<std::string> &arguments, std::string_
             err.Contents()};
 }
 
-// LD_PRELOAD is split at blanks, which the path may contain, but LD_LIBRARY_PATH is not (ld.so(8)).
+// LD_PRELOAD is split at spaces, which the path may contain; LD_LIBRARY_PATH is not (ld.so(8)).
 std::vector<std::string> Preloading(const std::string &path, std::vector<std::string> environment) {
     const std::size_t slash = path.rfind('/');
     environment.push_back("LD_PRELOAD=" + path.substr(slash + 1));

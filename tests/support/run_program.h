@@ -1,4 +1,4 @@
-// Runs a real program, to test it the way a user meets it.
+// Runs a real program, to test it as a user runs it.
 #ifndef TAVO_TESTS_SUPPORT_RUN_PROGRAM_H
 #define TAVO_TESTS_SUPPORT_RUN_PROGRAM_H
 
@@ -9,18 +9,19 @@
 namespace tavo::test {
 
 struct ProgramResult {
-    int status;  // exit status, or 128 + n when signal n ended it
+    int status;  // exit status, or 128 + n if signal n ended it
     std::string out;
     std::string err;
 };
 
-// Runs arguments[0] (looked up on the PATH when it has no slash) with `input` on its standard input
-// and waits for it. `environment` holds NAME=VALUE settings on top of the test's own environment.
-// Throws where the program cannot be started.
+// Runs arguments[0] (searched on the PATH if it contains no slash) with `input` on its standard
+// input and waits for it. `environment` contains NAME=VALUE settings that are added to the
+// environment of the test. Throws if the program cannot be started.
 ProgramResult RunProgram(const std::vector<std::string> &arguments, std::string_view input = {},
                          const std::vector<std::string> &environment = {});
 
-// Adds to the environment what makes a program load the shared object `path` before all others.
+// Adds settings to the environment that make a program load the shared object `path` before all
+// others.
 std::vector<std::string> Preloading(const std::string &path,
                                     std::vector<std::string> environment = {});
 

@@ -1,4 +1,4 @@
-// Texts made of the signs that mean something in a configuration file.
+// Texts made of the characters that have a meaning in a configuration file.
 #ifndef TAVO_TESTS_SUPPORT_SHORT_TEXTS_H
 #define TAVO_TESTS_SUPPORT_SHORT_TEXTS_H
 
@@ -8,7 +8,7 @@
 
 namespace tavo::test {
 
-// Every text of up to `longest` quotes, letters, blanks and signs, the empty one first.
+// Every text of up to `longest` quotes, letters, spaces and signs, the empty one first.
 inline std::vector<std::string> ShortTexts(std::size_t longest) {
     std::vector<std::string> texts = {""};
     for (std::size_t i = 0; texts[i].size() < longest; ++i) {

@@ -1,5 +1,5 @@
-// A program that links tavoserviceconf_seams in the place of the library gives it the catalogue:
-// where the library would call ReadCatalogue, it calls the program's StandInCatalogue.
+// A program that links tavoserviceconf_seams instead of the library supplies the catalogue: the
+// library calls the program's StandInCatalogue in place of ReadCatalogue.
 #ifndef TAVO_TESTS_SUPPORT_STAND_IN_CATALOGUE_H
 #define TAVO_TESTS_SUPPORT_STAND_IN_CATALOGUE_H
 
@@ -7,11 +7,11 @@
 
 namespace tavo {
 
-// Defined by the test program. The linker's option --wrap makes this name out of ReadCatalogue's.
+// Defined by the test program. The linker option --wrap redirects ReadCatalogue to this name.
 __attribute__((visibility("default"))) ServiceCatalogue StandInCatalogue() asm(
     "__wrap__ZN4tavo13ReadCatalogueEv");
 
-// The library's own.
+// The library's own ReadCatalogue.
 __attribute__((visibility("default"))) ServiceCatalogue RealCatalogue();
 
 }  // namespace tavo

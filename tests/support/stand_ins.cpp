@@ -24,9 +24,9 @@
 
 namespace {
 
-// ---- The functions that have a stand-in ----
+// ---- The list of stand-ins ----
 
-// One of them; all are in one list, which needs no memory.
+// A function that has a stand-in. All of them are in one linked list, which needs no memory.
 struct StandIn {
     explicit StandIn(const char *function) : name(function), next(first) { first = this; }
 
@@ -35,7 +35,7 @@ struct StandIn {
     static inline const StandIn *first = nullptr;
 };
 
-// A name that no stand-in has would be waited for in vain.
+// Ends the program if no stand-in has the name: a failure of it would never happen.
 void RequireStandIn(const std::string &function) {
     for (const StandIn *stand_in = StandIn::first; stand_in != nullptr; stand_in = stand_in->next) {
         if (stand_in->name == function) {
@@ -46,19 +46,19 @@ void RequireStandIn(const std::string &function) {
     std::abort();
 }
 
-// ---- What a test asks for ----
+// ---- Requests of the test ----
 
 struct Failure {
     std::string function;
     std::string about;
     int error = 0;
-    int calls_left = 1;  // until one fails
+    int calls_left = 1;  // calls until the first one that fails
     bool once = false;
     int result = -1;
 };
 Failure g_failure;
 
-// What is called before or after each call of a function.
+// A function to call before or after each call of another one.
 struct Look {
     std::string function;
     std::function<void()> look;
@@ -97,7 +97,7 @@ struct Recorded {
     std::map<std::string, std::function<void()>> looks;
     std::map<std::string, Answer> answers;
 
-    // Whether the program was run; "/bin/cp" in "/bin/cp -f FILE COPY".
+    // Whether the program was run; "/bin/cp" for the call "/bin/cp -f FILE COPY".
     bool HasRun(const std::string &program) const {
         return std::any_of(run.begin(), run.end(), [&](const std::string &call) {
             return call == program || call.starts_with(program + " ");
@@ -106,7 +106,7 @@ struct Recorded {
 };
 Recorded *g_recorded = nullptr;
 
-// ---- What its stand-ins ask ----
+// ---- Used by the stand-ins ----
 
 bool Fails(std::string_view function, const char *about = "") {
     g_before.At(function);
@@ -121,7 +121,7 @@ bool Fails(std::string_view function, const char *about = "") {
     return true;
 }
 
-// What a read of `size` bytes reads at most.
+// The number of bytes that a read of `size` bytes reads at most.
 std::size_t Readable(std::size_t size) {
     if (size <= g_longest_read) {
         return size;
@@ -130,14 +130,14 @@ std::size_t Readable(std::size_t size) {
     return g_longest_read;
 }
 
-// "SKIP PORTS PROTOCOLS FLAGS", in memory that is there already.
+// "SKIP PORTS PROTOCOLS FLAGS", formatted into static memory.
 const char *Question(const char *skip, const char *ports, const char *protocols, int flags) {
     static char text[4096];
     std::snprintf(text, sizeof(text), "%s %s %s %d", skip, ports, protocols, flags);
     return text;
 }
 
-// "PATH NOTIFY_FW NOTIFY_PF", in the same way; "" without a record.
+// "PATH NOTIFY_FW NOTIFY_PF", also in static memory; "" without a record.
 const char *Told(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify) {
     static char text[4096];
     if (notify == nullptr) {
@@ -149,11 +149,11 @@ const char *Told(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify) {
     return text;
 }
 
-// Room for a program, its arguments and the null behind them.
+// A program, its arguments and the terminating null.
 constexpr std::size_t kCallSize = 6;
 
-// Whether the program is to be run; else `result` is what it answers. Where nobody keeps a record
-// it allocates nothing.
+// Whether to run the program; if not, `result` is set to its answer. Allocates nothing unless a
+// test records programs.
 bool IsToRun(const char *const (&call)[kCallSize], int options, int &result) {
     if (g_recorded == nullptr) {
         return true;
@@ -178,8 +178,8 @@ bool IsToRun(const char *const (&call)[kCallSize], int options, int &result) {
 
 }  // namespace
 
-// NOLINTBEGIN(bugprone-macro-parentheses): neither a type nor parameters can stand in them
-// Defines a function that gives `failure` where it is to fail, else what the real one gives.
+// NOLINTBEGIN(bugprone-macro-parentheses): types and parameters cannot be in parentheses
+// Defines a function that returns `failure` if it must fail, and otherwise calls the real one.
 #define MAY_FAIL(failure, result, function, about, parameters, arguments) \
     const StandIn g_stand_in_for_##function(#function);                   \
     TAVO_INTERPOSED result function parameters {                          \

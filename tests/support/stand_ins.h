@@ -1,9 +1,9 @@
-// Functions with others in front of them, for the whole program: they make single steps fail, look
-// at what is there while a step is made, and keep a record of the programs that are run. Where no
-// test asks, the real ones answer.
+// Stand-ins for functions, for the whole program. They make single steps fail, run a function of
+// the test while a step is made, and record the programs that are run. Without such a request they
+// call the real functions.
 //
-// A test fails when what it asks for is never reached, and ends when no stand-in has the name that
-// it gives. There is one object of each class at a time.
+// A test fails if a requested step is never reached. The program ends if no stand-in has the
+// requested name. Only one object of each class may exist at a time.
 #ifndef TAVO_TESTS_SUPPORT_STAND_INS_H
 #define TAVO_TESTS_SUPPORT_STAND_INS_H
 
@@ -13,25 +13,26 @@
 
 namespace tavo::test {
 
-// The function of that name fails for as long as this lives; stand_ins.cpp lists those that can.
+// The named function fails for the lifetime of the object. stand_ins.cpp lists the functions that
+// can fail.
 class Failing {
   public:
-    // With `about` only those calls fail that are about this key or file. System calls set `error`.
+    // With `about`, only calls about this key or file fail. System calls set errno to `error`.
     explicit Failing(std::string function, std::string about = "", int error = 0);
-    // Calls fail from the nth on.
+    // Calls fail starting with the nth.
     Failing(std::string function, int nth);
     ~Failing();
     Failing(const Failing &) = delete;
     Failing &operator=(const Failing &) = delete;
 
-    // From now on only the first call fails.
+    // Only the first of these calls fails.
     Failing &Once();
 
-    // From now on the check of a service file's ports gives this in place of -1.
+    // The check of a service file's ports returns this instead of -1.
     Failing &Giving(int result);
 };
 
-// Calls `look` before each call of that function for as long as this lives.
+// Calls `look` before each call of the named function, for the lifetime of the object.
 class Before {
   public:
     Before(std::string function, std::function<void()> look);
@@ -40,7 +41,7 @@ class Before {
     Before &operator=(const Before &) = delete;
 };
 
-// Calls `look` after each opening of a file for as long as this lives.
+// Calls `look` after each opening of a file, for the lifetime of the object.
 class AfterOpening {
   public:
     explicit AfterOpening(std::function<void()> look);
@@ -49,8 +50,8 @@ class AfterOpening {
     AfterOpening &operator=(const AfterOpening &) = delete;
 };
 
-// Each look at the clock finds it an hour later for as long as this lives, so that waits with a
-// limit are over at once.
+// Each reading of the clock is an hour later than the last, for the lifetime of the object, so that
+// waits with a time limit end at once.
 class FastClock {
   public:
     FastClock();
@@ -59,7 +60,7 @@ class FastClock {
     FastClock &operator=(const FastClock &) = delete;
 };
 
-// A read gives one byte at most for as long as this lives.
+// Reads return at most one byte, for the lifetime of the object.
 class ShortReads {
   public:
     ShortReads();
@@ -68,7 +69,7 @@ class ShortReads {
     ShortReads &operator=(const ShortReads &) = delete;
 };
 
-// The files that are opened for as long as this lives.
+// Records the files that are opened during the lifetime of the object.
 class Openings {
   public:
     Openings();
@@ -76,11 +77,11 @@ class Openings {
     Openings(const Openings &) = delete;
     Openings &operator=(const Openings &) = delete;
 
-    // Those that were opened with all these flags, in order.
+    // The files opened with all these flags, in order.
     std::vector<std::string> With(int flags) const;
 };
 
-// The programs that are run for as long as this lives.
+// Records the programs that are run during the lifetime of the object.
 class Programs {
   public:
     Programs();
@@ -88,16 +89,16 @@ class Programs {
     Programs(const Programs &) = delete;
     Programs &operator=(const Programs &) = delete;
 
-    // Each with its arguments, in order: "/bin/cp -f FILE COPY".
+    // Each program with its arguments, in order: "/bin/cp -f FILE COPY".
     std::vector<std::string> Run() const;
 
-    // The options that came with each; 0 where the call has none.
+    // The options of each call; 0 if the call has none.
     std::vector<int> Options() const;
 
     // Calls `look` before each start of `program`.
     void Before(const std::string &program, std::function<void()> look);
 
-    // Gives `result` in place of running `program`, with `error` left in errno.
+    // Returns `result` instead of running `program`, and sets errno to `error`.
     void Answer(const std::string &program, int result, int error = 0);
 };
 

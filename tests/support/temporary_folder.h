@@ -1,4 +1,4 @@
-// A folder of its own for a test that needs real files, removed with all it holds.
+// A temporary folder for a test that needs real files; removed with its contents.
 #ifndef TAVO_TESTS_SUPPORT_TEMPORARY_FOLDER_H
 #define TAVO_TESTS_SUPPORT_TEMPORARY_FOLDER_H
 
@@ -17,27 +17,27 @@ class TemporaryFolder {
 
     const std::string &Path() const { return path_; }
 
-    // The path of `name` in the folder.
+    // The path of the entry `name`.
     std::string operator/(std::string_view name) const;
 
     // Writes (or replaces) the file `name` and returns its path.
     std::string Write(std::string_view name, std::string_view contents) const;
 
-    // The names of all entries, sorted, hidden ones too.
+    // The names of all entries, including hidden ones, sorted.
     std::vector<std::string> Entries() const;
 
   private:
     std::string path_;
 };
 
-// The whole contents of a file; throws where it cannot be read.
+// The contents of a file; throws if it cannot be read.
 std::string ReadFile(const std::string &path);
 
-// Creates or replaces a file; throws where it cannot be written.
+// Creates or replaces a file; throws if it cannot be written.
 void WriteFile(const std::string &path, std::string_view contents);
 
-// The names of all entries of a folder, sorted, hidden ones too; none where there is no such
-// folder.
+// The names of all entries of a folder, including hidden ones, sorted; empty if the folder does not
+// exist.
 std::vector<std::string> Entries(const std::string &folder);
 
 }  // namespace tavo::test

@@ -1,1 +1,1 @@
-// Nothing: a target of precompiled headers needs a source.
+// Empty: a target of precompiled headers needs a source file.
