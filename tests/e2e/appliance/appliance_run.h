@@ -1,4 +1,4 @@
-// Runs the launcher, to the end or side by side with the test.
+// Runs the launcher, either to its end or in the background.
 #ifndef TAVO_TESTS_E2E_APPLIANCE_APPLIANCE_RUN_H
 #define TAVO_TESTS_E2E_APPLIANCE_APPLIANCE_RUN_H
 
@@ -22,7 +22,7 @@ ProgramResult RunScriptInside(const std::string &script);
 ProgramResult RunLauncher(std::vector<std::string> arguments,
                           const std::vector<std::string> &environment = {});
 
-// appliance run -- sh -c SCRIPT in the background, its folder in a $TMPDIR of its own.
+// Runs appliance run -- sh -c SCRIPT in the background, with a separate $TMPDIR.
 class BackgroundRun {
   public:
     explicit BackgroundRun(const std::string &script);
@@ -30,17 +30,17 @@ class BackgroundRun {
     BackgroundRun(const BackgroundRun &) = delete;
     BackgroundRun &operator=(const BackgroundRun &) = delete;
 
-    // The next line of its output, without the newline; at the end of the output "".
+    // The next line of its output, without the newline; "" at the end of the output.
     std::string ReadLine();
-    // Whether no process holds its output any more, within a few seconds.
+    // Waits a few seconds for the end of the output. Returns true if all processes have closed it.
     bool OutputEnds();
 
-    // To the launcher.
+    // Sends a signal to the launcher.
     void Signal(int signal) const;
-    // The launcher's exit status, 128 + n when signal n ended it.
+    // Waits for the launcher. Returns its exit status, or 128 + n if signal n ended it.
     int Wait();
 
-    // The launcher's $TMPDIR and what is in it.
+    // The launcher's $TMPDIR and its entries.
     const std::string &TemporaryPath() const { return temporary_.Path(); }
     std::vector<std::string> Folders() const { return temporary_.Entries(); }
 

@@ -1,4 +1,5 @@
-// bind_port PORT: whether this TCP port of the loopback address can be taken and then connected to.
+// bind_port PORT: exits with 0 if this TCP port of the loopback address can be bound and connected
+// to.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>

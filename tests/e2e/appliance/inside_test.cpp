@@ -1,4 +1,4 @@
-// The appliance from within: what a program finds at the fixed paths.
+// Tests of the appliance from inside: what a program finds at the fixed paths.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -72,7 +72,7 @@ TEST(Programs, DoTheirWork) {
     EXPECT_EQ(RunProgram({"/bin/rm", "-rf", "/tmp/a"}).status, 0);
     EXPECT_EQ(ReadFile("/tmp/moved"), "text");
     EXPECT_FALSE(fs::exists("/tmp/a"));
-    // A link into /etc/alternatives.
+    // A symbolic link into /etc/alternatives.
     EXPECT_EQ(RunProgram({"awk", "BEGIN { print 6 * 7 }"}).out, "42\n");
 }
 
@@ -102,7 +102,7 @@ TEST(Devices, AreThere) {
     }
 }
 
-// The launcher, another process, writes the file: a message may take a moment.
+// The launcher, a separate process, writes the file, so a message may appear with a delay.
 std::string LogWith(const std::string &text) {
     std::string messages;
     for (int i = 0; i < 1000 && messages.find(text) == std::string::npos; ++i) {
@@ -112,7 +112,7 @@ std::string LogWith(const std::string &text) {
     return messages;
 }
 
-// The test support catches log lines; this writes them with libc's own function.
+// The test support interposes syslog; this calls libc's own function.
 void Log(int priority, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);

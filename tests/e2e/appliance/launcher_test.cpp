@@ -1,4 +1,4 @@
-// The launcher as a user meets it: what it passes through, what it keeps apart, what it refuses.
+// Tests of the launcher as a user runs it: what it passes on, what it isolates and what it rejects.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -109,7 +109,7 @@ TEST(Privacy, HasNamespacesOfItsOwn) {
 }
 
 TEST(Privacy, ShowsNoProcessOfTheHost) {
-    // The first process and the shell, which expands the pattern itself.
+    // The init process and the shell, which expands the pattern itself.
     const ProgramResult result = RunScriptInside("ls -d /proc/[0-9]*; true");
     EXPECT_EQ(result.out, "/proc/1\n/proc/2\n");
 }
@@ -406,7 +406,7 @@ TEST(Help, ShowsUsageAndExamples) {
     }
 }
 
-// Each claims the same settings file and the same port, and holds both for a while.
+// All runs use the same settings file and the same port at the same time.
 void ExpectPrivateSideBySide(int runs) {
     std::vector<ProgramResult> results(static_cast<std::size_t>(runs));
     std::vector<std::thread> threads;
@@ -434,7 +434,7 @@ TEST(SideBySide, TwentyDoNotMeet) {
     ExpectPrivateSideBySide(20);
 }
 
-// A figure to look at, not to fail by: the machine may be busy.
+// Prints the start time but does not check it, because the machine may be busy.
 TEST(StartTime, IsShown) {
     using Clock = std::chrono::steady_clock;
     std::vector<double> milliseconds;

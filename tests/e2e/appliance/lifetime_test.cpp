@@ -1,4 +1,4 @@
-// Signals to the launcher, and what is left when a run is over: nothing.
+// Signals to the launcher, and the removal of everything after a run.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/magic.h>
@@ -88,8 +88,8 @@ TEST(Ended, LeavesNothingBehindWhenTheCommandIsMissing) {
     EXPECT_THAT(folder.Entries(), IsEmpty());
 }
 
-// Without $TMPDIR the tree is in memory, where the machine has room for programs there; removing it
-// from a disk may take longer than all the rest of a run.
+// Without $TMPDIR the tree is in memory if programs can be stored there; removing it from a disk
+// may take longer than the rest of the run.
 TEST(Folder, IsInMemoryByDefault) {
     struct statfs about;
     const bool memory = statfs("/dev/shm", &about) == 0 && about.f_type == TMPFS_MAGIC &&

@@ -1,4 +1,4 @@
-// The stand-ins for the programs that the appliance's own library runs.
+// Tests of the stand-ins for the programs that the library runs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ using tavo::test::WriteFile;
 
 constexpr const char *kPlugin = "/usr/tavo/lib/plugins/port_config/portforward";
 
-// What a plugin reads: each record ended by a NUL.
+// The input of a plugin: records, each terminated by a NUL.
 std::string Records(const std::vector<std::string> &records) {
     std::string text;
     for (const std::string &record : records) {

@@ -1,4 +1,4 @@
-// The files of the template: what every other test and `./dev try` count on finding there.
+// The files of the template, which all other tests and `./dev try` rely on.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// The launcher on a terminal: `appliance run -- bash` must be a shell like any other.
+// The launcher on a terminal: `appliance run -- bash` must behave like any other shell.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -16,7 +16,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-// A run with a terminal of its own.
+// A run on a terminal of its own.
 class Terminal {
   public:
     explicit Terminal(std::vector<std::string> command) {
@@ -44,7 +44,7 @@ class Terminal {
         EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
     }
 
-    // What is shown up to and with `end`; fails the test when it does not come.
+    // The output up to and including `end`; the test fails if it does not appear.
     std::string Until(const std::string &end) const {
         std::string shown;
         pollfd event = {terminal_, POLLIN, 0};
@@ -73,7 +73,7 @@ class Terminal {
     pid_t pid_ = 0;
 };
 
-// Tells what signals it gets.
+// A Perl script that prints the signals that it receives.
 std::string SignalTeller(const std::string &first) {
     return first +
            "$| = 1; $SIG{INT} = sub { print qq(caught\\n) };"
@@ -92,13 +92,14 @@ TEST(Terminal, SendsAnInterruptToTheCommand) {
 }
 
 TEST(Terminal, AloneTellsWhomAnInterruptReaches) {
-    // In a process group of its own the command is in the background: the interrupt is not for it,
-    // and the launcher, which gets it, must not hand it on.
+    // A command in its own process group is in the background. The interrupt is not meant for it,
+    // so the launcher, which receives it, must not forward it.
     Terminal terminal({"perl", "-e", SignalTeller("setpgrp(0, 0);")});
     terminal.Until("ready\r\n");
     terminal.Type("\x03");
     terminal.Until("^C");
-    // The launcher takes its signals in the order of their numbers, an interrupt before this.
+    // Signals are delivered in numerical order, so the launcher handles the interrupt before this
+    // one.
     terminal.SignalLauncher(SIGTERM);
     EXPECT_EQ(terminal.Until("over\r\n"), "over\r\n");
     EXPECT_EQ(terminal.Wait(), 5);
@@ -106,10 +107,10 @@ TEST(Terminal, AloneTellsWhomAnInterruptReaches) {
 
 TEST(Terminal, GivesAShellItsJobs) {
     Terminal terminal({"bash", "--norc", "-i"});
-    // What is typed is shown as well; the quotes tell it from the answer.
+    // The terminal echoes the input; the quotes distinguish it from the output.
     terminal.Type("case $- in *m*) echo has 'jobs';; esac\n");
     EXPECT_THAT(terminal.Until("has jobs\r\n"), Not(HasSubstr("no job control")));
-    // An interrupt ends what the shell runs, not the shell.
+    // An interrupt ends the command that the shell runs, not the shell.
     terminal.Type("sh -c 'echo now \"sleeping\"; exec sleep 600'\n");
     terminal.Until("now sleeping\r\n");
     terminal.Type("\x03");

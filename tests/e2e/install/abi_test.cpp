@@ -1,6 +1,6 @@
-// What a program that was built against the library relies on, compared with the record of it. A
-// difference is a new major version, or an addition, after which the record is renewed:
-// cmake --build build/dev --target abi-dump
+// Compares the interface that existing programs rely on with its record. A difference needs a new
+// major version, unless it is an addition. Update the record after an addition: cmake --build
+// build/dev --target abi-dump
 #include <string>
 
 #include "gmock/gmock.h"

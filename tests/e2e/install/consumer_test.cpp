@@ -1,4 +1,4 @@
-// Programs outside the tree, built against an installation the way their authors build them.
+// Builds programs outside the source tree against an installation, as their authors do.
 #include <string>
 #include <vector>
 

@@ -1,5 +1,5 @@
-// ./dev runs in a folder of its own, where the programs that it calls are stand-ins that write down
-// how they were called. So nothing is installed or built, and any machine can be played.
+// Runs ./dev in a temporary folder with stand-ins for the programs that it calls. The stand-ins
+// record their arguments, so nothing is installed or built, and the test can simulate any machine.
 #include <sys/stat.h>
 
 #include <filesystem>
@@ -43,7 +43,7 @@ class DevScript : public ::testing::Test {
         folder_.Write("src/one.cpp", "");
     }
 
-    // Puts a stand-in on the PATH; a recorded one adds its name and arguments to the calls.
+    // Creates a stand-in on the PATH; if `recorded`, it adds its name and arguments to the calls.
     void StandIn(const std::string &name, const std::string &body, bool recorded = true) {
         PlaceProgram("bin/" + name,
                      (recorded ? "echo \"" + name + " $*\" >>\"$CALLS\"\n" : "") + body);

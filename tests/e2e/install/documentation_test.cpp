@@ -1,4 +1,4 @@
-// Pages that promise what is not there are worse than none.
+// Checks that the documentation describes only what exists.
 #include <filesystem>
 #include <regex>
 #include <string>

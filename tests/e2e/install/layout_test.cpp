@@ -1,4 +1,4 @@
-// What an installation holds, and how its programs and libraries were linked.
+// The contents of an installation, and how its programs and libraries were linked.
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -20,7 +20,7 @@ using ::testing::Not;
 
 class InstalledLayout : public InstalledTree {
   protected:
-    // Every file and link of the tree, relative to its root.
+    // All files and links of the tree, relative to its root.
     std::vector<std::string> Files() const {
         std::vector<std::string> files;
         for (const auto &entry : fs::recursive_directory_iterator(Prefix())) {
@@ -91,7 +91,7 @@ std::vector<std::string> Libraries() {
     return libraries;
 }
 
-// The library stands on all of the platform's, and these on the core alone.
+// The library may need all platform libraries, and these only the core library.
 bool MayNeed(const std::string &library, const std::string &other) {
     return library == "libtavoserviceconf.so"
                ? other.starts_with("libtavo")
@@ -139,7 +139,7 @@ INSTANTIATE_TEST_SUITE_P(Every, InstalledObject,
                                            "lib/libtavocsystemd.so", "lib/libtavopluginsdk.so",
                                            "bin/servicetool"));
 
-// Those that have what is guarded: arrays of their own, and calls that fill them.
+// Only objects with local arrays and calls that fill them contain these guards.
 TEST_F(InstalledLayout, ObjectsGuardTheirArrays) {
     for (const char *object :
          {"lib/libtavoserviceconf.so", "lib/libtavocore.so", "bin/servicetool"}) {

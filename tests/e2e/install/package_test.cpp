@@ -1,5 +1,5 @@
-// The builds that are handed to others: the Debian packages, and the library on top of platform
-// libraries that are there already.
+// The builds for distribution: the Debian packages, and the library built on platform libraries
+// that are already installed.
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -25,7 +25,7 @@ class DebianPackages : public InstalledTree {
         Run({TAVO_CPACK, "-G", "DEB", "--config", config, "-B", Prefix("packages")});
     }
 
-    // What dpkg-deb tells of the one package of that name.
+    // The output of dpkg-deb about the only package of that name.
     std::string Ask(const std::string &option, const std::string &name) const {
         for (const auto &entry : fs::directory_iterator(Prefix("packages"))) {
             if (entry.path().filename().string().starts_with(name + "_7.0.0_")) {
@@ -79,7 +79,7 @@ TEST_F(DebianPackages, HoldWhatTheirNamesSay) {
 
 class SystemPlatform : public InstalledTree {
   protected:
-    // Builds the library on the platform libraries of the installation.
+    // Builds the library with the platform libraries of the installation.
     SystemPlatform() {
         Run({TAVO_CMAKE, "-S", TAVO_SOURCE_DIR, "-B", build_, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=", "-DTAVO_SYSTEM_PLATFORM=ON",
@@ -114,7 +114,7 @@ void SystemPlatform::ExpectLeftOutOfTheInstallation() {
         Run({TAVO_CMAKE, "--install", build_, "--component", component, "--prefix", installed});
     }
     const std::string consumer = BuildWithCMake({installed, Prefix()});
-    // The loader's own folders, where an appliance has them, are not to be had in a test.
+    // A test cannot install into the default folders of the loader, which an appliance uses.
     const std::string folders = installed + "/lib:" + Prefix("lib");
     const std::string loaded = Run({"ldd", consumer}, {"LD_LIBRARY_PATH=" + folders});
     EXPECT_THAT(loaded, HasSubstr(installed + "/lib/libtavoserviceconf.so.7"));
@@ -131,7 +131,7 @@ void SystemPlatform::ExpectLeftOutOfTheInstallation() {
         << "which no pkg-config file need describe";
 }
 
-// One test, as the build takes nearly all of its time.
+// A single test, because the build takes most of its time.
 TEST_F(SystemPlatform, IsUsedInPlaceOfTheBundledOneAndFoundFromAnInstallationWithoutIt) {
     ExpectUsed();
     ExpectLeftOutOfTheInstallation();

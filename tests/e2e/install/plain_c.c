@@ -1,6 +1,6 @@
 /*
- * What a program of the appliance in plain C does with the library: each family of functions once.
- * It ends with the number of the line at which something was not as it should be.
+ * Uses the library as a plain C program of the appliance does: each family of functions once. The
+ * exit status is the number of the first line with an unexpected result.
  */
 #include <stdlib.h>
 #include <string.h>
@@ -135,7 +135,7 @@ static int held_ports(void) {
     return 0;
 }
 
-/* Each is refused before it does anything. */
+/* Each call is rejected before it has any effect. */
 static int changes(const char *szPath) {
     const TAVO_SERVICE_CONF_PORT port = {
         TAVO_PORT_DIRECTION_DST, 0, TAVO_PROTO_TCP, 61000, 0, NULL};

@@ -1,4 +1,4 @@
-// A networking library that is kept from seeing any socket.
+// A networking library that cannot see any socket.
 #include "tavonet.h"
 
 int TAVONetGetPortUsedInRange(int *, int *, int, int, int) {

@@ -1,5 +1,5 @@
-// A system that does not say which program a process runs. The header of libc that declares these
-// functions is left out: it may define them inline.
+// A system that does not reveal the program of a process. The libc header that declares these
+// functions is not included because it may define them inline.
 #include <dlfcn.h>
 #include <sys/types.h>
 
@@ -30,7 +30,7 @@ ssize_t readlink(const char *path, char *target, std::size_t size) {
     return real(path, target, size);
 }
 
-// The same in a program that is compiled with _FORTIFY_SOURCE.
+// The variant for programs compiled with _FORTIFY_SOURCE.
 ssize_t __readlink_chk(const char *path, char *target, std::size_t size, std::size_t /*room*/) {
     return readlink(path, target, size);
 }

@@ -1,5 +1,5 @@
-// A private appliance in which all ports are free and nobody was told of anything yet, and what a
-// change leaves in it: files, and what those who act on ports received.
+// A private appliance with free ports and no notifications yet, and the effects of a change: files,
+// and what the listeners received.
 #ifndef TAVO_TESTS_SERVICETOOL_CHANGE_WORLD_H
 #define TAVO_TESTS_SERVICETOOL_CHANGE_WORLD_H
 
@@ -28,7 +28,7 @@ namespace tavo::test {
 inline const std::string kHome = "/home/admin/";  // where the tests run servicetool
 inline const std::string kCalls = "/run/calls/";
 
-// A plugin is told of both texts, and the relay daemon then asked for and reloaded.
+// The calls for the relay daemon after a change: check whether it runs, reload it.
 inline const std::string kRelayCalls =
     "systemctl is-active --quiet tavorelayd\nsystemctl reload tavorelayd\n";
 
@@ -36,12 +36,12 @@ inline const std::string kPlan = "will notify: plugins, relay daemon\n";
 inline const std::string kTold = "notified: plugins, relay daemon\n";
 inline const std::string kDryRun = "dry run: nothing changed, nobody notified\n";
 
-// What the stand-in of that name received; "all" is everybody in order.
+// The calls that the named stand-in received; "all" returns the calls of all stand-ins in order.
 inline std::string Calls(const std::string &name = "all") {
     return RecordOfCalls(name);
 }
 
-// A text as the stand-ins write it down, quoted for a shell.
+// A text as the stand-ins record it, quoted for a shell.
 inline std::string InShell(std::string text) {
     for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) {
         text.replace(at, 1, "\\n");
@@ -61,7 +61,7 @@ class ChangeWorld : public ServiceFolders {
         ActivateRelayDaemon();
     }
 
-    // Whatever a command does, it leaves no copy behind.
+    // No command may leave a copy after it ends.
     void TearDown() override {
         EXPECT_EQ(InTmp(), std::vector<std::string>{});
         for (const std::string &folder : {kSystem, kPackage}) {
@@ -69,18 +69,18 @@ class ChangeWorld : public ServiceFolders {
         }
     }
 
-    std::vector<std::string> left_behind_;  // what is to stay
+    std::vector<std::string> left_behind_;  // entries that must remain
 };
 
-// The folders that the service folders are in.
+// The parent folders of the service folders.
 inline const std::string kSystemParent = "/usr/tavo/etc";
 inline const std::string kPackageParent = "/usr/local/etc";
 
-// What servicetool locks while it changes something.
+// The lock that servicetool holds while it makes a change.
 inline const std::string kLockFolder = "/run/tavoserviceconf";
 inline const std::string kLockFile = kLockFolder + "/servicetool.lock";
 
-// Changes something as another servicetool would.
+// Holds the lock like another servicetool that makes a change.
 class Lock {
   public:
     Lock() {
@@ -96,7 +96,7 @@ class Lock {
     int file_ = -1;
 };
 
-// Another user, who holds the lock of everything that is in these folders and that he can open.
+// A process of another user that locks everything in these folders that it can open.
 class LockingUser {
   public:
     explicit LockingUser(const std::vector<std::string> &folders) {
@@ -146,7 +146,7 @@ class LockingUser {
     pid_t pid_ = -1;
 };
 
-// Takes a program away, or lets a script do what it does.
+// Removes a program, or replaces it with a script.
 class ReplacedTool {
   public:
     explicit ReplacedTool(std::string path, const std::string &script = "")
@@ -164,7 +164,7 @@ class ReplacedTool {
     std::string path_;
 };
 
-// Keeps a service folder from being written, or lets it hold this much only.
+// Mounts a file system on a service folder, to limit its size or make it read-only.
 class MountedFolder {
   public:
     MountedFolder(const std::string &folder, const std::string &options) : folder_(folder) {

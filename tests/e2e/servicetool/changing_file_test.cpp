@@ -1,5 +1,5 @@
-// A file that someone writes while servicetool reads it. Here that is always just before the
-// library opens it: the test stands between servicetool and the library.
+// A file that is rewritten while servicetool reads it. The test replaces the library function that
+// servicetool calls and rewrites the file just before the library opens it.
 #include <gmock/gmock.h>
 
 #include <string>
@@ -17,7 +17,7 @@ namespace {
 constexpr char kOld[] = "[old]\ntitle=T\ndesc=D\ndst.ports=1\n";
 constexpr char kNew[] = "[new]\ntitle=T\ndesc=D\ndst.ports=1\n";
 
-// What is written before each look of the library; nothing when they run out.
+// The texts to write before each read by the library; no write after the last one.
 std::vector<std::string> writes;
 std::size_t looks = 0;
 
@@ -67,7 +67,7 @@ TEST(ChangingFile, WithANameThatTheLibraryCutsIsNone) {
 }  // namespace
 }  // namespace tavo::test
 
-// The linker calls the library's function __real_NAME, and lets its callers call __wrap_NAME.
+// The linker names the library's function __real_NAME and redirects its callers to __wrap_NAME.
 extern "C" int __real_TAVOServiceConfGet(const char *path, TAVO_SERVICE_CONF **list);
 
 extern "C" int __wrap_TAVOServiceConfGet(const char *path, TAVO_SERVICE_CONF **list) {

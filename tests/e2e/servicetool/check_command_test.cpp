@@ -1,5 +1,5 @@
-// servicetool check PORTS: every source of taken ports, alone and together, and what is told when
-// one of them cannot tell.
+// servicetool check PORTS: each source of taken ports, alone and in combination, and the output if
+// a source cannot be read.
 #include <gmock/gmock.h>
 
 #include <filesystem>
@@ -475,7 +475,7 @@ TEST_F(CheckCommand, NamesTheRulesOfAFileOfAnySize) {
               "7000  tcp,udp  forward  x (rule 1)\n7000/tcp is taken\n");
 }
 
-// The rules that can be read are compared all the same.
+// The valid rules are still compared.
 TEST_F(CheckCommand, NamesATakenPortBesideABadRule) {
     WriteFile(kRules,
               "[1]\nservice_id=a\nprotocol name=tcp\ns_port=1\n" + Rule("2", "b", "7000", "1"));
@@ -509,8 +509,8 @@ TEST_F(CheckCommand, CannotTellWhileAServiceFileOrFolderCannotBeRead) {
               "/usr/local/etc/services.d: error: not a directory [unreadable]\n");
 }
 
-#ifndef __SANITIZE_ADDRESS__  // which takes an address space of terabytes
-// More services than there is memory for: those that are left out may declare the port.
+#ifndef __SANITIZE_ADDRESS__  // which needs terabytes of address space
+// There are more services than fit into memory. The ones that are left out may declare the port.
 TEST_F(CheckCommand, CallsNoPortFreeWhereMemoryEndsAmongTheServices) {
     constexpr int kFiles = 20;
     constexpr int kServicesOfFile = 1000;
@@ -558,7 +558,7 @@ TEST_F(CheckCommand, CannotTellWhereTheLibraryLeavesOutABuiltInService) {
     EXPECT_EQ(ServiceTool({"check", "8081", "--skip", "nfs"}).status, 0);
 }
 
-// No port is tried, so none needs to be left.
+// The check does not bind a port, so it needs no free one.
 TEST_F(CheckCommand, AnswersWhereTheKernelHasNoPortLeftToGive) {
     PortRange kernel{};
     ASSERT_EQ(ReadEphemeralPorts(kEphemeralPorts, kernel), "");
@@ -572,7 +572,7 @@ TEST_F(CheckCommand, AnswersWhereTheKernelHasNoPortLeftToGive) {
     ExpectRun(taken, 1, "8000  tcp  socket  in use now\n8000/tcp is taken\n");
 }
 
-// A networking library that cannot read the table of sockets finds none in it.
+// If the networking library cannot read a socket table, it returns no sockets.
 TEST_F(CheckCommand, CannotTellWhereNoSocketIsSeenAtAll) {
     const HeldPort held(Family::kV4, Protocol::kTcp, 8081);
     const ProgramResult result = ServiceToolBehind(BLIND_NET, {"check", "8081/tcp"});
@@ -587,7 +587,7 @@ TEST_F(CheckCommand, ShowsTheLogOnRequest) {
     EXPECT_THAT(ServiceTool({"check", "8081", "--source", "setting"}).err, Not(HasSubstr("log: ")));
 }
 
-// ---- A shown appliance
+// ---- An appliance with its own files
 
 TEST(CheckInTheAppliance, AnswersAsItIs) {
     const ProgramResult result = ServiceTool({"check", "8080/tcp", "8081/tcp"});

@@ -22,7 +22,7 @@ constexpr char kFile[] = "/tmp/new.sc";
 
 class CheckFileCommand : public ServiceFolders {
   protected:
-    // Checks a file of that text.
+    // Writes a file with this text and checks it.
     static ProgramResult Check(const std::string &text, std::vector<std::string> options = {}) {
         WriteFile(kFile, text);
         options.insert(options.begin(), {"check", "--no-legend", "--file", kFile});
@@ -64,7 +64,7 @@ TEST_F(CheckFileCommand, DoesNotCollideWithItself) {
     WriteFile(kPackage + "new.sc", text);
     const HeldPort held(Family::kV4, Protocol::kTcp, 7000);
     EXPECT_EQ(Check(text).status, 0);
-    // What a section skips is itself, not the others.
+    // A section skips only itself, not the other sections.
     ExpectRun(Check(Section("a", "7001/tcp")), 1,
               "a  7001  tcp  service  b (package/new.sc)\n/tmp/new.sc: [a] 7001/tcp is taken\n");
     EXPECT_EQ(Check(Section("a", "7001/tcp"), {"--skip", "b"}).status, 0);
@@ -136,7 +136,7 @@ TEST_F(CheckFileCommand, SaysWhyAFileCannotBeRead) {
               "/tmp/missing.sc: error: no such file or directory [unreadable]\n");
 }
 
-// ---- Beside the answer of an install
+// ---- Compared with the answer of an install
 
 TEST_F(CheckFileCommand, WarnsThatAnInstallCannotCheckAFileWithGlobal) {
     const std::string warning =
@@ -159,20 +159,20 @@ TEST_F(CheckFileCommand, WarnsThatAnInstallAsksForNoSocketsWithoutAProtocol) {
     EXPECT_THAT(Check(Section("a", "7000/tcp,udp")).err, IsEmpty());
 }
 
-// What an install says of a section that it cannot compare is unknown.
+// The answer of an install for a section that it cannot compare is unknown.
 TEST_F(CheckFileCommand, DoesNotBlameTheProtocolWhereASourceFails) {
     WriteFile(kSettings, "WebDavPort=x\n");
     EXPECT_THAT(Check(Section("b", "23/tcp")).err, Not(HasSubstr("[install-check]")));
 }
 
-// An install reports the conflict before it comes to [global].
+// An install reports the conflict before it reads [global].
 TEST_F(CheckFileCommand, SaysNothingOfAGlobalAfterAConflict) {
     EXPECT_THAT(Check(Section("a", "23/tcp") + "[global]\nversion=1\n").err, IsEmpty());
     EXPECT_THAT(Check(Section("a", "7000/tcp") + "[global]\nversion=1\n").err,
                 HasSubstr("[install-check]"));
 }
 
-// It is no service, but an install asks for its ports.
+// [global] is not a service, but an install checks its ports.
 TEST_F(CheckFileCommand, AnswersForThePortsOfGlobal) {
     const ProgramResult result =
         Check(Section("a", "7000/tcp") + "[global]\nversion=1\ndst.ports=23/tcp\n");
@@ -204,7 +204,7 @@ TEST_F(CheckFileCommand, DoesNotSpeakOfAnInstallWhereItAsksSomethingElse) {
 
 // ---- Unknown answers
 
-// The library passes over what it cannot check, and calls the file free.
+// The library ignores what it cannot check and reports the file as free.
 TEST_F(CheckFileCommand, CannotTellWhereACheckFails) {
     WriteFile(kSettings, "WebDavPort=x\n");
     const ProgramResult result = Check(Section("a", "7000/tcp") + Section("b", "23/tcp"));
@@ -230,7 +230,7 @@ TEST_F(CheckFileCommand, CannotAskSocketsForPortZero) {
     }
 }
 
-// ---- A shown appliance
+// ---- An appliance with its own files
 
 TEST(CheckFileInTheAppliance, LetsItsOwnFilesKeepTheirPorts) {
     for (const auto &entry : std::filesystem::directory_iterator(kSystem)) {

@@ -1,4 +1,4 @@
-// servicetool clean: what killed programs left goes, what somebody needs stays.
+// servicetool clean: removes the leftovers of killed programs and keeps what is still needed.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
@@ -27,7 +27,7 @@ const std::string kStore = "/usr/local/etc/services.d";
 const std::string kNothing = "there are no leftovers\n";
 const std::string kDryClean = "dry run: nothing was removed\n";
 
-// The id of a process that has ended.
+// The id of a terminated process.
 std::string DeadPid() {
     const pid_t pid = fork();
     if (pid == 0) {
@@ -37,10 +37,10 @@ std::string DeadPid() {
     return std::to_string(pid);
 }
 
-// A process that does nothing but what `start` makes it do until its input ends.
+// A process that runs `start` and then idles until it is killed.
 class IdleProcess {
   public:
-    // It is waited for until its maps hold `mapped`.
+    // Waits until the maps of the process contain `mapped`.
     IdleProcess(const std::function<void()> &start, const std::string &mapped) {
         EXPECT_EQ(pipe2(input_, O_CLOEXEC), 0);
         pid_ = fork();
@@ -114,7 +114,7 @@ class CleanCommand : public ChangeWorld {
         return path;
     }
 
-    // What stays of what was made.
+    // The entries made by the test that still exist.
     std::vector<std::string> Left() const {
         std::vector<std::string> left;
         for (const std::string &path : made_) {
@@ -172,7 +172,7 @@ TEST_F(CleanCommand, RemovesEveryKindOfLeftover) {
     ExpectRun(ServiceTool({"clean"}), 0, kNothing);
 }
 
-// What a restore that failed, or one that was killed, has renamed.
+// Leftovers of a failed or killed restore, which it has renamed.
 TEST_F(CleanCommand, RemovesWhatARestoreLeftBesideAStore) {
     const std::string pid = DeadPid();
     WriteFile(kRules, "");
@@ -227,7 +227,7 @@ TEST_F(CleanCommand, LeavesWhatALiveProcessMade) {
     EXPECT_FALSE(fs::exists(kStore + "/.tavo-write"));
 }
 
-// The names of these do not say who made them.
+// The names of these files do not contain the process that made them.
 TEST_F(CleanCommand, LeavesAFileThatSomebodyMayBeAt) {
     const std::string staged = MakeFile(kPackage + "tmp/notes.sc.Ab12Cd");
     const std::string updated = MakeFile("/tmp/servicetool.update.notes.sc.old");
@@ -292,7 +292,7 @@ TEST_F(CleanCommand, LeavesWhatIsNotItsOwn) {
     EXPECT_EQ(ReadFile(kHome + "elsewhere/kept"), kText);
 }
 
-// Killed between the removal of a store and the return of its copy.
+// The program was killed between removing a store and restoring it from the copy.
 TEST_F(CleanCommand, KeepsTheOnlyCopyOfAStore) {
     const std::string pid = DeadPid();
     const std::string store = kStore + ".tmp." + pid;
@@ -320,7 +320,7 @@ TEST_F(CleanCommand, KeepsTheOnlyCopyOfAStore) {
         EXPECT_EQ(Left(), made_) << when;
     }
 
-    // What the fix says makes the copies needless.
+    // After the suggested fix, the copies are no longer needed.
     EXPECT_EQ(RunProgram({"cp", "-a", store + "/.", kStore}).status, 0);
     EXPECT_EQ(RunProgram({"cp", "-a", rules, kRules}).status, 0);
     EXPECT_EQ(ServiceTool({"clean"}).status, 0);
@@ -330,7 +330,7 @@ TEST_F(CleanCommand, KeepsTheOnlyCopyOfAStore) {
     fs::create_directories(kPackage + "tmp");
 }
 
-// A removal goes folder by folder, and may end inside one.
+// A removal proceeds folder by folder and may be interrupted inside one.
 TEST_F(CleanCommand, KeepsACopyThatHoldsMoreOfAFolderOrAFile) {
     const std::string copy = MakeFolder(kFirewall + ".tmp." + DeadPid());
     MakeFolder(kFirewall + "/zone", {"cut"});
@@ -355,7 +355,7 @@ TEST_F(CleanCommand, KeepsACopyThatHoldsMoreOfAFolderOrAFile) {
     EXPECT_FALSE(fs::exists(copy));
 }
 
-// A store may be a link. What is copied, removed and put back is what it leads to.
+// A store may be a symbolic link. The target of the link is copied, removed and restored.
 TEST_F(CleanCommand, KeepsTheOnlyCopyOfWhatALinkLeadsTo) {
     const std::string rules = MakeFile(kRules + ".tmp." + DeadPid(), Rule("1", "x", "1", "1"));
     fs::remove(kRules);
@@ -457,7 +457,7 @@ TEST_F(CleanCommand, LetsRemoveNotifyOfAFileThatIsGone) {
     EXPECT_EQ(ServiceTool({"remove", kName}).status, 1);
 }
 
-// The removal that it waits for notifies, and removes the copy.
+// The first removal, which the second one waits for, removes the copy.
 TEST_F(CleanCommand, NotifiesOnceWhereTwoCompleteARemoval) {
     fs::remove(kPackage + kName);
     const std::string copy = MakeFile("/tmp/servicetool.remove.notes.sc." + DeadPid());

@@ -1,4 +1,4 @@
-// What holds for every command: help, wrong usage, JSON on failure, output that cannot be written.
+// Behaviour common to all commands: help, invalid usage, JSON on failure, failed output.
 #include <gmock/gmock.h>
 
 #include "json_value.h"
@@ -288,7 +288,7 @@ TEST(ServiceToolHelp, GoesBeforeWhatIsWrongWithTheLine) {
         EXPECT_THAT(result.out, HasSubstr("Usage: servicetool show [OPTIONS] NAME|FILE\n"));
         EXPECT_THAT(result.err, IsEmpty());
     }
-    // Letters after one that is unknown are no options.
+    // Letters after an unknown option letter are not read as options.
     EXPECT_EQ(ServiceTool({"lint", "-dash"}).status, 2);
 }
 
@@ -303,7 +303,7 @@ TEST(ServiceToolOutput, ThatCannotBeWrittenIsAFailure) {
     }
 }
 
-#ifndef __SANITIZE_ADDRESS__  // which itself needs more memory than is given here
+#ifndef __SANITIZE_ADDRESS__  // which needs more memory than the test allows
 TEST(ServiceToolMemory, ThatRunsOutIsAFailureAndStillOneDocument) {
     const std::string input(15 << 20, '\n');
     const ProgramResult text =

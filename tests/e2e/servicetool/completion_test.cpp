@@ -24,7 +24,7 @@ std::vector<std::string> LinesOf(const std::string &text) {
     return found;
 }
 
-// What bash offers for the last of `words`.
+// The completions that bash offers for the last of `words`.
 std::vector<std::string> Completions(const std::vector<std::string> &words,
                                      const std::string &folder = "/") {
     std::vector<std::string> command = {"bash",
@@ -191,7 +191,7 @@ TEST_F(ServiceFolders, BashCompletionOffersFilesToLint) {
     EXPECT_THAT(Completions({"lint", "x.sc", "--", "a b"}, folder.Path()), ElementsAre("a b.sc"));
 }
 
-// An interactive shell writes down each candidate that the completion system accepts for a line.
+// An interactive shell records each candidate that the completion system accepts for a line.
 class ZshCompletion : public ServiceFolders {
   protected:
     void SetUp() override {

@@ -80,7 +80,7 @@ TEST(DiagnosticText, PointsBehindALineWhereSomethingIsMissing) {
                 testing::EndsWith("\n    title=\n          ^\n"));
 }
 
-// The two lines that show the place: the source and the caret.
+// The two lines that show the position: the source line and the caret.
 std::pair<std::string, std::string> Shown(const std::string &line, std::size_t spot,
                                           std::size_t columns) {
     Diagnostic diagnostic = PortTooHigh();

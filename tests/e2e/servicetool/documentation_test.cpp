@@ -1,4 +1,5 @@
-// Help, manual pages and completions tell of the same options, rules and keys as the program has.
+// Checks that help, manual pages and completions describe the options, rules and keys of the
+// program.
 #include <gmock/gmock.h>
 
 #include <cstring>
@@ -34,14 +35,14 @@ std::set<std::string> Matches(const std::string &text, const char *pattern) {
     return found;
 }
 
-// The long options, without their hyphens, that some help names.
+// The long options in a help text, without their hyphens.
 std::set<std::string> OptionsOfHelp(const std::vector<std::string> &command) {
     std::vector<std::string> arguments = command;
     arguments.push_back("--help");
     return Matches(ServiceTool(arguments).out, "\n  [^ ]*--([a-z-]+) ");
 }
 
-// The names of all commands and of all words that their options take.
+// The names of all commands and all values of their options.
 std::set<std::string> WordsOfTheRecords() {
     std::set<std::string> words;
     for (const Command *command : Commands()) {
@@ -67,7 +68,7 @@ std::set<std::string> OptionsOfTheRecords() {
     return options;
 }
 
-// The names that a page explains: those behind .It Cm.
+// The names that a page explains: those after .It Cm.
 std::set<std::string> NamesExplained(const std::string &page) {
     std::set<std::string> names;
     for (const std::string &line : Matches(page, "\n\\.It Cm ([^\n]+)")) {

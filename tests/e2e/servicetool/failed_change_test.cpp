@@ -1,5 +1,5 @@
-// A change of a section, planned or made, while each system call of servicetool fails in turn: a
-// plan is the right one or none, and a file has the old text or the new one.
+// Plans or makes a change of a section while each system call of servicetool fails in turn. A plan
+// is correct or absent, and a file has the old or the new text.
 #include <gmock/gmock.h>
 
 #include <ostream>
@@ -36,7 +36,8 @@ class FailedChange : public ChangeWorld, public testing::WithParamInterface<Scen
         return command;
     }
 
-    // Calls check(result) for the command with one of its calls failing, in the state from before.
+    // Runs the command once for each of its system calls, with that call failing and the state
+    // reset, and calls check(result).
     template <typename Check>
     void ForEachRun(Check check) {
         const std::vector<SystemCall> calls = CallsOnceLoaded(Command());
@@ -59,7 +60,7 @@ class FailedChange : public ChangeWorld, public testing::WithParamInterface<Scen
         Reset();
     }
 
-    // A run that could not remove what it made for itself leaves it to servicetool clean.
+    // A run that cannot remove its temporary files leaves them to servicetool clean.
     void Reset() {
         WriteFile(kFile, kBefore);
         for (const std::string &name : InTmp()) {

@@ -1,6 +1,6 @@
-// Stands in for the allocator of a program, to be loaded before it: one allocation fails, counted
-// from the start of main on. FAILING_MALLOC is its number. The file FAILING_MALLOC_COUNT gets the
-// number of allocations so far when that one fails and when the program exits.
+// Replaces the allocator of a program; must be loaded before libc. One allocation fails, counted
+// from the start of main; FAILING_MALLOC is its number. The number of allocations so far is written
+// to the file FAILING_MALLOC_COUNT when that allocation fails and when the program exits.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pwd.h>
@@ -74,8 +74,8 @@ void *realloc(void *old, std::size_t size) {
     return Fails() ? nullptr : __libc_realloc(old, size);
 }
 
-// glibc 2.36 ends the program when memory runs out while it reads which databases of users there
-// are, so nothing fails meanwhile.
+// glibc 2.36 ends the program if memory runs out while it reads the list of user databases, so no
+// allocation fails during this call.
 int getpwuid_r(uid_t user, passwd *entry, char *buffer, std::size_t size, passwd **result) {
     const auto get = reinterpret_cast<GetUser>(dlsym(RTLD_NEXT, "getpwuid_r"));
     const bool counts = std::exchange(g_counts, false);

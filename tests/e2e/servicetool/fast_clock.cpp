@@ -1,5 +1,5 @@
-// A system on which an hour passes between two looks at the clock, so that waits with a limit end
-// at once. To be loaded before a program.
+// Replaces the system clock: each reading is an hour after the last, so that waits with a time
+// limit end at once. Must be loaded before libc.
 #include <dlfcn.h>
 #include <time.h>
 

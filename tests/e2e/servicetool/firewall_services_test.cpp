@@ -1,5 +1,5 @@
-// The firewall services as the commands see them. The test can change what the library reads of the
-// catalogue before servicetool gets it.
+// The firewall services as read by the commands. The test can change the library's catalogue before
+// servicetool receives it.
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -51,7 +51,7 @@ TEST_F(FirewallServicesList, LintsOnlyFilesOfWhichSomethingIsLeftOut) {
     EXPECT_EQ(read.files[0].path, kSystem + "b.sc");
 }
 
-// The services that memory ran out for must not read as absent.
+// Services that are missing for lack of memory must not be reported as absent.
 TEST_F(FirewallServicesList, IsRefusedWhenMemoryRanOutForTheCatalogue) {
     change = [](ServiceCatalogue &catalogue) {
         catalogue.report.NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
@@ -59,7 +59,7 @@ TEST_F(FirewallServicesList, IsRefusedWhenMemoryRanOutForTheCatalogue) {
     EXPECT_THROW(Read(), std::bad_alloc);
 }
 
-// A file that was left out and can be read by now.
+// A file that was left out when it was read but is readable now.
 TEST_F(FirewallServicesList, IsIncompleteWithoutAFileThatRecovered) {
     WriteFile(kSystem + "a.sc", Section("a", "1"));
     change = [](ServiceCatalogue &catalogue) {
@@ -77,7 +77,7 @@ namespace tavo {
 ServiceCatalogue LinkedCatalogue() asm("__real__ZN4tavo13ReadCatalogueEv");
 ServiceCatalogue StandInCatalogue() asm("__wrap__ZN4tavo13ReadCatalogueEv");
 
-// The linker lets the callers of ReadCatalogue call this one.
+// The linker redirects calls of ReadCatalogue to this function.
 ServiceCatalogue StandInCatalogue() {
     ServiceCatalogue catalogue = LinkedCatalogue();
     if (test::change) {

@@ -1,4 +1,4 @@
-// A program of any name that holds a port, as a service of the appliance does.
+// A program with a given name that holds a port, like a service of the appliance.
 #ifndef TAVO_TESTS_SERVICETOOL_HOLDING_PROGRAM_H
 #define TAVO_TESTS_SERVICETOOL_HOLDING_PROGRAM_H
 
@@ -15,7 +15,7 @@ namespace tavo::test {
 
 class HoldingProgram {
   public:
-    // Makes the program `path` and starts it as a user of the system, with `socket` open.
+    // Creates the program `path` and starts it as a system user, with `socket` open.
     HoldingProgram(const std::string &path, int socket, uid_t user = 0) {
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
         std::filesystem::copy_file("/bin/sleep", path,
@@ -26,7 +26,7 @@ class HoldingProgram {
         }
         pid_ = fork();
         if (pid_ == 0) {
-            // A copy stays open in the program.
+            // The duplicate remains open in the program.
             const bool ready = dup(socket) >= 0 && setuid(user) == 0;
             if (ready) {
                 execl(path.c_str(), path.c_str(), "1000", nullptr);
@@ -49,7 +49,7 @@ class HoldingProgram {
     HoldingProgram(const HoldingProgram &) = delete;
     HoldingProgram &operator=(const HoldingProgram &) = delete;
 
-    // Nobody takes note of it: the process stays in the list of processes.
+    // Kills the process without waiting for it: it remains in the process table as a zombie.
     void End() {
         kill(pid_, SIGKILL);
         siginfo_t info;

@@ -1,4 +1,4 @@
-// servicetool install: a new service file.
+// servicetool install: installing a new service file.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
@@ -22,7 +22,7 @@ const std::string kText = Section("notes", "8765/tcp");
 const std::string kPath = kPackage + "notes.sc";
 const std::string kPlugin = "/usr/tavo/lib/plugins/port_config/portforward";
 
-// What the plan shows of kText.
+// The diff that the plan shows for kText.
 std::string DiffFor(const std::string &path) {
     return "--- /dev/null\n+++ b" + path +
            "\n@@ -0,0 +1,4 @@\n+[notes]\n+title=\"T\"\n+desc=\"D\"\n+dst.ports=\"8765/tcp\"\n";
@@ -104,7 +104,7 @@ TEST_F(InstallCommand, RefusesANameThatIsInstalled) {
                   "[installed]\n    fix: write servicetool update\n");
     EXPECT_EQ(ReadFile(kPath), Section("old", "1"));
     EXPECT_EQ(Calls(), "");
-    // In the other folder it is another file.
+    // The same name in the other folder is a different file.
     EXPECT_EQ(ServiceTool({"install", "--system", "notes.sc"}).status, 0);
 }
 
@@ -208,7 +208,7 @@ TEST_F(InstallCommand, TakesRegularFilesOnly) {
     ExpectNothingDone();
 }
 
-// ---- What goes in
+// ---- Sources
 
 TEST_F(InstallCommand, InstallsTheTextThatItChecked) {
     const std::string unchecked = Section("notes", "99999/tcp") + "# not fit to install\n";
@@ -236,7 +236,7 @@ TEST_F(InstallCommand, InstallsTheTextThatItChecked) {
     EXPECT_THAT(Calls(), Not(HasSubstr("not fit to install")));
 }
 
-// Whoever owns the source could write to the installed file for ever.
+// Otherwise the owner of the source could change the installed file later.
 TEST_F(InstallCommand, GivesTheFileToRootWhateverTheSourceIs) {
     const auto expect_own = [](const std::vector<std::string> &arguments, const std::string &mask) {
         std::vector<std::string> words = {"sh", "-c", "umask " + mask + "; exec \"$@\"", "sh",
@@ -252,7 +252,7 @@ TEST_F(InstallCommand, GivesTheFileToRootWhateverTheSourceIs) {
         EXPECT_EQ(ReadFile(kPath), kText);
         std::filesystem::remove(kPath);
     };
-    // Not everybody can give files away.
+    // Only root can change the owner of a file.
     if (chown("notes.sc", 65534, 65534) == 0) {
         chmod("notes.sc", 04666);
     }
@@ -270,7 +270,7 @@ TEST_F(InstallCommand, NamesTheSourceThatWasGiven) {
     const ProgramResult result = ServiceTool({"install", "-v", "notes.sc"});
     EXPECT_THAT(result.err, HasSubstr(kPath + ": error: cp: cannot open 'notes.sc'; no file"));
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(std::filesystem::remove_all(kPackage + "tmp"), 2U);  // what could not be copied
+    EXPECT_EQ(std::filesystem::remove_all(kPackage + "tmp"), 2U);  // folder and failed copy
 }
 
 TEST_F(InstallCommand, SaysWhatFailedAndThatNothingChanged) {
@@ -303,7 +303,7 @@ TEST_F(InstallCommand, LeavesNoFileOnAFullOrReadOnlyDisk) {
     EXPECT_EQ(Calls(), "");
 }
 
-// The library reads a file whatever its name, so nothing but people is in the way of these.
+// The library reads files with any name, so these names are a problem only for people.
 TEST_F(InstallCommand, WarnsOfANameThatPeopleWouldNotKnow) {
     const auto warning = [](const std::string &name) {
         return ServiceTool({"install", "--dry-run", "--as", name, "notes.sc"}).err;
@@ -366,8 +366,8 @@ TEST_F(InstallCommand, NamesEachPluginThatFailed) {
     std::filesystem::remove(second);
 }
 
-// A plugin that fails is reported whichever file in memory cannot be made: that of the plan, that
-// of the output of programs, or the input of the plugin.
+// A failed plugin is reported no matter which file in memory cannot be created: that of the plan,
+// that of the output of programs, or the input of the plugin.
 TEST_F(InstallCommand, SaysWhoWasNotToldWhereNoOutputCanBeKept) {
     int installed = 0;
     int refused = 0;

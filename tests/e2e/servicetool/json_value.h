@@ -1,5 +1,5 @@
 // The JSON documents that servicetool prints. Only json_value.cpp includes the header of the JSON
-// library, which takes longer to compile than a test.
+// library, because compiling it takes longer than compiling a test.
 #ifndef TAVO_TESTS_SERVICETOOL_JSON_VALUE_H
 #define TAVO_TESTS_SERVICETOOL_JSON_VALUE_H
 
@@ -16,11 +16,11 @@ namespace tavo::test {
 
 class Json {
   public:
-    // What a document or an expected value holds. A text that is not JSON is an exception.
+    // The value of a document, or an expected value. Throws if the text is not valid JSON.
     static Json Parse(const std::string &text);
     static bool IsValid(const std::string &text);
 
-    // Values to compare with: null, a truth value, a number, a text, an array.
+    // Values to compare with: null, Boolean, number, text, array.
     Json(std::nullptr_t);
     Json(std::integral auto value)
         : Json(OfScalar(static_cast<std::int64_t>(value), std::same_as<decltype(value), bool>)) {}
@@ -28,21 +28,21 @@ class Json {
     Json(const std::string &text);
     static Json Array(std::initializer_list<Json> elements);
 
-    // A member of an object or an element of an array. One that is not there is an exception.
+    // A member of an object or an element of an array. Throws if it does not exist.
     Json operator[](std::string_view key) const;
     Json operator[](std::size_t number) const;
 
-    // The elements of an array or the values of an object, none where it is something else.
+    // The elements of an array or the values of an object; empty for other values.
     std::vector<Json> Elements() const;
 
     // For matchers such as IsEmpty.
     std::size_t size() const;
     bool empty() const { return size() == 0; }
 
-    // The keys of an object, none where it is something else.
+    // The keys of an object; empty for other values.
     std::vector<std::string> Keys() const;
 
-    // Exceptions where the value is no text, number or truth value.
+    // These throw if the value has another type.
     std::string Text() const;
     int Number() const;
     explicit operator bool() const;

@@ -1,4 +1,4 @@
-// What looks left behind may be in use, or be needed, by the time that it is removed.
+// A leftover may be in use or needed again by the time it is removed.
 #include "change/leftovers.h"
 
 #include <fcntl.h>

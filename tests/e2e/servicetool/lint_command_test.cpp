@@ -1,4 +1,4 @@
-// servicetool lint: its output, its exit status and what it does with files that are none.
+// servicetool lint: its output, its exit status, and files that are not service files.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
@@ -95,7 +95,7 @@ TEST(LintCommand, IsNotOkInJsonWhereStrictFails) {
     EXPECT_EQ(Json::Parse(ServiceTool({"lint", "--json", "--strict", "-"}, text).out)["ok"], false);
 }
 
-// ---- What cannot be read
+// ---- Unreadable files
 
 TEST(LintUnreadable, SaysWhatIsInTheWay) {
     TemporaryFolder folder;
@@ -136,7 +136,7 @@ TEST(LintUnreadable, SaysWhenPermissionIsMissing) {
     const ServiceToolForEveryone program;
     std::vector<std::string> command = program.Command();
     command.insert(command.end(), {"lint", path});
-    if (geteuid() == 0) {  // whom permissions do not stop
+    if (geteuid() == 0) {  // permissions do not restrict root
         command.insert(command.begin(), {"setpriv", "--reuid=65534", "--clear-groups"});
     }
     const ProgramResult result = RunProgram(command);

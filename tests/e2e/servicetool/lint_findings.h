@@ -1,4 +1,4 @@
-// What lint finds, in a form that a test can write down in a line.
+// The findings of lint in a short form for tests.
 #ifndef TAVO_TESTS_SERVICETOOL_LINT_FINDINGS_H
 #define TAVO_TESTS_SERVICETOOL_LINT_FINDINGS_H
 
@@ -25,7 +25,7 @@ inline constexpr char kTitle[] = "title=\"Web\"\n";
 inline constexpr char kDesc[] = "desc=\"Pages\"\n";
 inline constexpr char kPorts[] = "dst.ports=\"80/tcp\"\n";
 
-// A file of one good service in lines 1 to 4, with `more` from line 5 on.
+// A file with one valid service in lines 1 to 4, and `more` from line 5.
 inline std::string GoodFileAnd(const std::string &more) {
     return std::string("[web]\n") + kTitle + kDesc + kPorts + more;
 }

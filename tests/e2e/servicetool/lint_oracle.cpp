@@ -32,7 +32,7 @@ Names ReadByLibrary(const std::string &path) {
     return names;
 }
 
-// The names as they fit into the library's record.
+// The names, truncated to the size of the library's record.
 Names ReadableByLint(const LintResult &lint) {
     Names names;
     for (const LintedService &service : lint.services) {

@@ -1,4 +1,4 @@
-// The library as the judge of lint, for the tests and the fuzzer.
+// Compares lint with the library, for the tests and the fuzzer.
 #ifndef TAVO_TESTS_LINT_ORACLE_H
 #define TAVO_TESTS_LINT_ORACLE_H
 
@@ -7,9 +7,9 @@
 
 namespace tavo::test {
 
-// Lints the text, has the library read it as a file, and compares what they say: the library reads
-// exactly the services that lint finds no error in, and the file as a whole when there is one. The
-// contradiction in words; empty when they agree.
+// Lints the text, reads it as a file with the library and compares the results: the library must
+// read exactly the services without lint errors, and the file as a whole if there is one. Returns a
+// description of the difference; empty if there is none.
 std::string Contradiction(std::string_view text);
 
 }  // namespace tavo::test

@@ -1,4 +1,4 @@
-// The rules of lint about port lists.
+// The rules of lint for port lists.
 #include <gmock/gmock.h>
 
 #include <string>

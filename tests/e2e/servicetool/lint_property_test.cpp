@@ -1,5 +1,5 @@
-// Lint's errors are what the library refuses: shown on thousands of random files, put together from
-// pieces that are nearly right, and on good files with a few bytes changed.
+// Checks that lint reports errors exactly for what the library rejects, with thousands of random
+// files made of nearly valid pieces and with valid files with a few changed bytes.
 #include <gtest/gtest.h>
 
 #include <cstddef>

@@ -1,5 +1,4 @@
-// The rules of lint about files, sections, lines and keys: what it says, where it points and what
-// it suggests.
+// The rules of lint for files, sections, lines and keys: messages, positions and suggestions.
 #include "lint/lint.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-// The rules of lint about values other than port lists.
+// The rules of lint for values other than port lists.
 #include <gmock/gmock.h>
 
 #include <string>

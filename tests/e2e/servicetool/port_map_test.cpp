@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::string_view kPlain = "\x1b[0m";
 
-// 64 ports a sign, as on a terminal of 80 columns.
+// 64 ports per character, as on a terminal of 80 columns.
 constexpr MapShape kShape = {64, 64};
 
 PortClaim Declared(std::uint32_t first, std::uint32_t last, std::uint32_t protocol = TAVO_PROTO_TCP,

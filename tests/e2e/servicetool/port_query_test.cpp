@@ -1,4 +1,5 @@
-// PORTS[/PROTOCOLS] on the command line: what is taken, what is refused and where.
+// PORTS[/PROTOCOLS] on the command line: valid and invalid arguments, and the position of the
+// error.
 #include "ports/port_query.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Ports as ranges, as they are declared, and as candidates, against a table of all ports.
+// Port ranges, declared ranges and candidates, compared with a table of all ports.
 #include "ports/port_query.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ PortTable TableOf(const PortRanges &ranges) {
     return table;
 }
 
-// Ascending ranges of which none touches the next.
+// Whether the ranges are ascending and do not touch each other.
 bool IsSet(const PortRanges &ranges) {
     for (std::size_t i = 0; i < ranges.size(); ++i) {
         if (ranges[i].first > ranges[i].last ||
@@ -49,7 +49,7 @@ class RandomRanges {
   public:
     explicit RandomRanges(unsigned int seed) : random_(seed) {}
 
-    // Short ranges in a narrow part of all ports, so that they meet, and some anywhere.
+    // Short ranges close together, so that they overlap, and some anywhere.
     PortRanges Next() {
         PortRanges ranges(Below(12));
         for (PortRange &range : ranges) {
@@ -96,7 +96,8 @@ TEST(PortRanges, PrintAsPortLists) {
 
 // ---- Declared texts
 
-// Whether the text can be compared; the ranges in front of what cannot are there all the same.
+// Whether the text can be compared; `ranges` gets the ranges before the first invalid one in any
+// case.
 bool ReadDeclaredPorts(const char *text, PortRanges &ranges) {
     TextRanges declared(TAVO_HERE, text, kDeclaredRangeSeparator);
     Range range{};
@@ -161,7 +162,7 @@ TEST(PortCandidates, GiveNoBlockBeyondTheLastPort) {
     EXPECT_TRUE(NearestBlock({{65530, 65535}}, 7, 65535).empty());
 }
 
-// Against a look at every port.
+// Compared with a search through all ports.
 TEST(PortCandidates, AreTheNearestOfAnySet) {
     std::mt19937 random(20261122);
     for (int round = 0; round < 50; ++round) {

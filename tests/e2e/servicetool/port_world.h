@@ -1,4 +1,4 @@
-// What declares ports in a private appliance, and sockets that hold some.
+// Declarers of ports in a private appliance, and sockets that hold some.
 #ifndef TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
 #define TAVO_TESTS_SERVICETOOL_PORT_WORLD_H
 
@@ -24,7 +24,7 @@ inline const std::string kRules = kForwardingRules;
 inline const std::string kSettings = "/etc/tavoinfo.conf";
 inline const std::string kNfsSettings = "/etc/nfs/tavo_nfs_conf";
 
-// What a run of servicetool said and ended with, to the letter.
+// Compares the output and the exit status of a run of servicetool exactly.
 inline void ExpectRun(const ProgramResult &result, int status, const std::string &out,
                       const std::string &err = "") {
     EXPECT_EQ(result.out, out);
@@ -42,7 +42,7 @@ inline std::string Rule(const std::string &name, const std::string &service,
 enum class Family { kV4 = AF_INET, kV6 = AF_INET6 };
 enum class Protocol { kTcp = SOCK_STREAM, kUdp = SOCK_DGRAM };
 
-// Holds a port on the loopback interface; the programs that a test runs do not.
+// Holds a port on the loopback interface. Programs that the test runs do not inherit the socket.
 class HeldPort {
   public:
     HeldPort(Family family, Protocol protocol, std::uint32_t port)
@@ -52,7 +52,7 @@ class HeldPort {
     HeldSocket socket_;
 };
 
-// Takes IPv4 from the loopback interface, and with it from the appliance.
+// Removes the IPv4 address of the loopback interface, and with it IPv4 from the appliance.
 class WithoutIpv4 {
   public:
     WithoutIpv4() { SetAddress(INADDR_ANY); }

@@ -1,4 +1,4 @@
-// servicetool ports: every claim to a port, with real sockets, and which of them collide.
+// servicetool ports: all uses of ports, with real sockets, and the conflicts between them.
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -29,7 +29,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-// As processes show it: this program is the one of a service of that name.
+// The process name and program of this test, as the process table shows them.
 const std::string kOwnName = program_invocation_short_name;
 const std::string kOwnProgram = std::filesystem::read_symlink("/proc/self/exe");
 const std::string kOwnPid = std::to_string(getpid());
@@ -37,7 +37,7 @@ const std::string kOwnListener = kOwnPid + ' ' + kOwnName + " LISTEN " + kOwnPro
 
 class PortsCommand : public ServiceFolders {};
 
-// The lines of a table about ports from `first` to `last`, with one blank between columns.
+// The lines of a table for ports from `first` to `last`, with one space between columns.
 std::vector<std::string> Rows(const std::string &table, int first = 7000, int last = 9000) {
     std::vector<std::string> rows;
     std::istringstream lines(table);
@@ -58,7 +58,7 @@ std::vector<std::string> Rows(const std::string &table, int first = 7000, int la
     return rows;
 }
 
-// What `ports --conflicts` says of the ports of the test.
+// The output of `ports --conflicts` for the ports of the test.
 std::vector<std::string> Conflicts() {
     const ProgramResult result = ServiceTool({"ports", "--conflicts"});
     EXPECT_THAT(result.err, IsEmpty());
@@ -256,7 +256,7 @@ TEST_F(PortsCommand, FindsAnothersProgramBesideTheServices) {
                                      " stranger LISTEN " + (folder / "stranger")));
 }
 
-// A socket at a port of its own that waits for nobody: it speaks to `peer`.
+// A socket bound to a port that does not listen: it is connected to `peer`.
 class OutgoingSocket {
   public:
     OutgoingSocket(int type, int port, int peer)
@@ -308,7 +308,7 @@ TEST_F(PortsCommand, CountsConflictsOfDeclarationsAlsoWhereItListsOnlyWhatIsHeld
     ExpectRun(ServiceTool({"ports", "--conflicts", "--held"}), 1, "");
 }
 
-// The ports that results are about, by protocol, each with the services that they name.
+// The ports of the results, by protocol, each with the services that they name.
 std::map<std::pair<std::string, int>, std::set<std::string>> ServicesByPort(
     const std::vector<std::string> &options) {
     std::vector<std::string> arguments = {"ports", "--json", "--declared"};
@@ -358,7 +358,7 @@ TEST_F(PortsCommand, TellsASourceThatFailsAndTheRest) {
     EXPECT_EQ(ServiceTool({"ports", "--held"}).status, 0);
 }
 
-// A process that is no one's to look at, for as long as this lives.
+// Makes this process unreadable for other processes for the lifetime of the object.
 class Undumpable {
   public:
     Undumpable() { prctl(PR_SET_DUMPABLE, 0); }
@@ -389,7 +389,8 @@ TEST_F(PortsCommand, SaysThatAHolderIsUnknown) {
               "[unknown-holder]\n");
 }
 
-// For as long as this lives, the working folder is one whose path is longer than links can be read.
+// Changes to a working folder with a path too long to be read from a link, for the lifetime of the
+// object.
 class DeepFolder {
   public:
     DeepFolder() {

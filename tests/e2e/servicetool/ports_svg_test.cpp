@@ -1,4 +1,4 @@
-// servicetool ports --svg: the picture as a file of its own, and how that is written.
+// servicetool ports --svg: the picture in a separate file, and how the file is written.
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -21,7 +21,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-// Reads XML as strictly as a browser does, as far as such a picture goes.
+// Reads XML as strictly as a browser does, as far as such a picture needs.
 class XmlReader {
   public:
     explicit XmlReader(const std::string &text) : text_(text) { Read(); }
@@ -87,7 +87,7 @@ std::string Svg(std::vector<std::string> options = {}) {
     return result.out;
 }
 
-// The tooltips of a picture that a browser can read.
+// The tooltips of a picture, which must be valid XML.
 std::vector<std::string> Tooltips(const std::string &svg) {
     const XmlReader reader(svg);
     EXPECT_THAT(reader.Problem(), IsEmpty());

@@ -1,4 +1,4 @@
-// servicetool remove: an installed service file goes.
+// servicetool remove: removing an installed service file.
 #include <gmock/gmock.h>
 
 #include "change_world.h"
@@ -92,7 +92,7 @@ TEST_F(RemoveCommand, TellsWhatToDoWithALinkToNothing) {
                   "    fix: remove the link, which leads nowhere\n");
 }
 
-// The library goes on without its copy, and the plugins would be told of nothing.
+// Without its copy, the library would continue and send the plugins an empty notification.
 TEST_F(RemoveCommand, RemovesNothingWhereTheContentCannotBeKept) {
     if (ThisProgramLiesInTmp()) {
         GTEST_SKIP() << "/tmp is to be another disk";
@@ -136,7 +136,7 @@ TEST_F(RemoveCommand, SaysWhoWasNotTold) {
     EXPECT_THAT(Entries(kPackage), IsEmpty());
 }
 
-// The relay daemon is reloaded all the same, but the plugins do not know which ports are free now.
+// The relay daemon is still reloaded, but the plugins do not know which ports are free now.
 TEST_F(RemoveCommand, SaysThatThePluginsWereNotGivenTheFile) {
     const ReplacedTool copy("/bin/cp", "rm -f \"$3\"; mkfifo \"$3\"");
     const Json result = Json::Parse(ServiceTool({"remove", "--json", "notes.sc"}).out);

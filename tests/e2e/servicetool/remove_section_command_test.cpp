@@ -1,4 +1,4 @@
-// servicetool remove-section: a service goes, with the firewall's record of it.
+// servicetool remove-section: removing a service and the firewall's record of it.
 #include <gmock/gmock.h>
 
 #include "change_world.h"
@@ -99,7 +99,7 @@ TEST_F(RemoveSectionCommand, PutsAllBackWhereTheFirewallToolIsMissing) {
     EXPECT_EQ(Calls(), "");
 }
 
-// The file is gone then, but nobody else changed it.
+// The file is missing then, although no other program changed it.
 TEST_F(RemoveSectionCommand, SaysWhyNothingCouldBePutBack) {
     const ReplacedTool firewall(kFirewallTool);
     const ReplacedTool mv("/bin/mv", "for place; do :; done\nmkdir -p \"$place/other\"\nexit 1");

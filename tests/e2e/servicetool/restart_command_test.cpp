@@ -1,4 +1,4 @@
-// servicetool restart: firewall and relay daemon take up the declared ports.
+// servicetool restart: firewall and relay daemon apply the declared ports.
 #include <gmock/gmock.h>
 
 #include "change_world.h"

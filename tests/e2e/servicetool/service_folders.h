@@ -14,10 +14,10 @@ namespace tavo::test {
 inline const std::string kSystem = "/usr/tavo/etc/services.d/";
 inline const std::string kPackage = "/usr/local/etc/services.d/";
 
-// An appliance of the test's own.
+// A private appliance for each test.
 class ServiceFolders : public testing::Test, protected Appliance {};
 
-// A good section, unless `name` or `ports` make it a bad one; the ports stand in its fourth line.
+// A valid section, unless `name` or `ports` is invalid; the ports are in its fourth line.
 inline std::string Section(const std::string &name, const std::string &ports,
                            const std::string &title = "T") {
     return "[" + name + "]\ntitle=\"" + title + "\"\ndesc=\"D\"\ndst.ports=\"" + ports + "\"\n";

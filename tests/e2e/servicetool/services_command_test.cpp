@@ -25,7 +25,7 @@ const std::string kFactorySettings = "/etc.defaults/tavoinfo.conf";
 const std::string kSettings = "/etc/tavoinfo.conf";
 const std::string kNfsSettings = "/etc/nfs/tavo_nfs_conf";
 
-// A service file whose services the model supports where that key says so.
+// A service file with services that the model supports if the key says so.
 std::string Supported(const std::string &key, const std::string &sections) {
     return "[global]\nsupport_key=" + key + "\n" + sections;
 }
@@ -198,8 +198,8 @@ TEST_F(ServiceFolders, ServicesTellsAFolderThatCannotBeListed) {
     EXPECT_EQ(result.status, 3);
 }
 
-// Lint passes over what is too large for a service file. The library does not, and nothing is left
-// out.
+// Lint skips files that are too large for a service file. The library reads them, so no service is
+// missing.
 TEST_F(ServiceFolders, ServicesShowsThoseOfAFileThatIsTooLargeForLint) {
     WriteFile(kSystem + "a.sc", Section("small", "1"));
     WriteFile(kSystem + "large.sc", Section("large", "2") + std::string(17 << 20, '#'));
@@ -358,7 +358,7 @@ TEST_F(ServiceFolders, ServicesIsOneDocumentOnFailureToo) {
     EXPECT_EQ(document["diagnostics"][1]["rule"], "not-found");
 }
 
-// Every key of an object or of objects in it.
+// Collects all keys of an object, including those of nested objects.
 void CollectKeys(const Json &value, std::set<std::string> &keys) {
     for (const std::string &key : value.Keys()) {
         keys.insert(key);

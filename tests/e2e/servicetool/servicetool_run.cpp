@@ -34,7 +34,7 @@ std::vector<std::string> Command(std::vector<std::string> arguments) {
     _exit(127);
 }
 
-// All that comes until the other side is closed, with the newlines that were written.
+// Everything until the other side is closed, with newlines as they were written.
 std::string ReadTerminal(int terminal) {
     std::string shown;
     char c;

@@ -1,4 +1,4 @@
-// servicetool set: a section is written, and those who act on its ports are told.
+// servicetool set: writing a section and notifying the listeners.
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -51,7 +51,7 @@ std::vector<std::string> With(std::vector<std::string> words,
     return words;
 }
 
-// More than the library writes: six bytes each.
+// A port list longer than the library writes; each port takes six bytes.
 std::string LongPorts() {
     std::string ports = "20000";
     for (int port = 20002; port < 20400; port += 2) {
@@ -77,7 +77,7 @@ class SetCommand : public ChangeWorld {
     }
 };
 
-// ---- What is written
+// ---- Changes
 
 TEST_F(SetCommand, ChangesWhatIsGivenAndKeepsTheRest) {
     ExpectRun(ServiceTool(kRetitle), 0,
@@ -162,7 +162,7 @@ TEST_F(SetCommand, MendsASectionInAFileThatIsBrokenElsewhere) {
     EXPECT_EQ(ServiceTool({"lint", "--strict", kPath}).status, 0);
 }
 
-// ---- What is refused
+// ---- Rejected changes
 
 TEST_F(SetCommand, RefusesPortsThatOthersHave) {
     WriteFile(kSystem + "web.sc", Section("w", "18080/tcp"));
@@ -252,7 +252,7 @@ TEST_F(SetCommand, AsksForTheFolderOfAFileThatIsInBoth) {
     EXPECT_EQ(ReadFile(kPath), kBefore);
 }
 
-// ---- What fails
+// ---- Failures
 
 TEST_F(SetCommand, SaysWhoWasNotTold) {
     WriteFile("/run/exit-status/tavoroutertool", "1\n");
@@ -404,7 +404,7 @@ TEST_F(SetCommand, WarnsOfTheNameOfANewFile) {
               "    fix: write new.sc\n");
 }
 
-// ---- Others at the same time
+// ---- Concurrent changes
 
 TEST_F(SetCommand, WaitsForAnotherChange) {
     std::optional<Lock> other(std::in_place);
@@ -453,7 +453,7 @@ TEST_F(SetCommand, LocksAFileOfItsOwn) {
     ASSERT_EQ(lstat(kLockFile.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode, S_IFREG | 0600U);
 
-    // What is open to others is closed to them first.
+    // Permissions for other users are removed first.
     ASSERT_EQ(chmod(kLockFolder.c_str(), 0777), 0);
     ASSERT_EQ(chmod(kLockFile.c_str(), 0666), 0);
     WriteFile(kPath, kBefore);
@@ -508,9 +508,9 @@ TEST_F(SetCommand, SaysThatPermissionIsMissing) {
     std::filesystem::remove(kLockFolder);
 }
 
-// ---- What cannot be read
+// ---- Unreadable files
 
-// A file that the change would make larger than any that is read.
+// The change would make the file larger than the largest file that is read.
 TEST_F(SetCommand, ChangesNothingThatItCouldNotReadBack) {
     const std::string before = kBefore + '#' + std::string((16 << 20) - kBefore.size() - 5, 'x');
     WriteFile(kPath, before + '\n');
@@ -524,7 +524,7 @@ TEST_F(SetCommand, ChangesNothingThatItCouldNotReadBack) {
     EXPECT_EQ(Calls(), "");
 }
 
-// A second file of that name would be in the way of the first for ever.
+// A second file of that name would always hide the first one.
 TEST_F(SetCommand, MakesNoSecondFileWhereTheFirstCannotBeSeen) {
     std::filesystem::rename(kPath, kSystem + kName);
     const std::string path = kSystem + kName;
@@ -558,7 +558,7 @@ TEST_F(SetCommand, SaysThatSomebodyElseChangedTheFile) {
                   "    fix: check it, and repeat the change\n");
 }
 
-// ---- How it is shown
+// ---- Output
 
 TEST_F(SetCommand, PrintsJson) {
     const ProgramResult result = ServiceTool(With(kRetitle, {"--json"}));

@@ -1,4 +1,4 @@
-// servicetool set-ports: one port list of a section.
+// servicetool set-ports: changing one port list of a section.
 #include <gmock/gmock.h>
 
 #include "change_world.h"
@@ -140,7 +140,7 @@ TEST_F(SetPortsCommand, RefusesPortsThatAreNone) {
     ExpectNothingDone();
 }
 
-// "20000,20002,...": each port takes six bytes but the first.
+// "20000,20002,...": each port except the first takes six bytes.
 std::string PortList(int count) {
     std::string ports = "20000";
     for (int i = 1; i < count; ++i) {
@@ -177,7 +177,7 @@ TEST_F(SetPortsCommand, SaysThatNothingWasChangedWhereTheFileCannotBeWritten) {
     ExpectNothingDone();
 }
 
-// The folder itself shows nothing of it.
+// The attributes of the folder do not show this error.
 TEST_F(SetPortsCommand, SaysWhatKeptTheFileFromBeingWritten) {
     const ProgramResult result =
         RunProgram({"strace", "-qq", "-o", "/dev/null", "-P", kPackage + ".tavo-write/new", "-e",

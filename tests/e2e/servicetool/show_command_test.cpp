@@ -1,4 +1,4 @@
-// servicetool show, of files and of names in the service folders of a private appliance.
+// servicetool show for files, and for names in the service folders of a private appliance.
 #include <gmock/gmock.h>
 
 #include <filesystem>

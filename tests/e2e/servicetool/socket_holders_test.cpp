@@ -1,4 +1,4 @@
-// Who holds which ports, and whether that is a service's program, without a command around it.
+// The holders of ports and whether they are programs of a service, tested without a command.
 #include "ports/held_ports.h"
 
 #include <gmock/gmock.h>
@@ -26,21 +26,21 @@
 
 namespace {
 
-// How often the processes will be found to hold nothing, as if all their sockets were new.
+// The number of scans of the processes that find no sockets, as if all sockets were new.
 int blind_looks = 0;
 int looks = 0;
 
-// Whether the links to executables cannot be read.
+// If set, the links to executables cannot be read.
 bool without_programs = false;
 
-// What happens as soon as the tables of sockets were read once.
+// Called after the socket tables were read once.
 std::function<void()> after_tables;
 
 }  // namespace
 
 namespace tavo {
 
-// The linker calls the library's functions __real_NAME, and lets its callers call __wrap_NAME.
+// The linker names the library's functions __real_NAME and redirects their callers to __wrap_NAME.
 bool LinkedCollect(InodeHolders *holders,
                    const Place &here) asm("__real__ZN4tavo12InodeHolders7CollectERKNS_5PlaceE");
 bool StandInCollect(InodeHolders *holders,
@@ -85,7 +85,7 @@ using namespace tool;
 
 namespace {
 
-// "8080 1 LISTEN 812", "8080 1 LISTEN ?", of the ports from 8000 to 8099.
+// The holders of the ports from 8000 to 8099, as "8080 1 LISTEN 812" or "8080 1 LISTEN ?".
 std::vector<std::string> Held() {
     const HeldPorts holders = ReadHeldPorts();
     EXPECT_EQ(holders.problem, "");
@@ -149,7 +149,7 @@ TEST_F(SocketHoldersTest, AreCalledAsTheyCallThemselvesWhereTheirProgramsCannotB
     EXPECT_EQ(holders.sockets[0].process->name, "a (b)\n\n");
 }
 
-// A socket on its way from one process to another, in the hands of neither.
+// A socket in transit from one process to another, so that neither process has it open.
 class HandedOver {
   public:
     explicit HandedOver(int descriptor) {
@@ -237,7 +237,7 @@ TEST(SocketStates, HaveNames) {
     }
 }
 
-// ---- Whose program it is
+// ---- Programs of a service
 
 struct Kinship {
     const char *program;
@@ -251,15 +251,15 @@ constexpr char kSiteFile[] = "/usr/local/etc/services.d/site.sc";
 
 const Kinship kKinships[] = {
     {"/usr/bin/web", "", "web", "", true},         // the service's name
-    {"/usr/sbin/sshd", "", "ssh", "", true},       // a daemon of it
-    {"/usr/bin/ssh", "", "sshd", "", false},       // not the other way round
-    {"/usr/bin/webdd", "", "web", "", false},      // one letter only
-    {"/usr/bin/python3", "web", "web", "", true},  // its unit
+    {"/usr/sbin/sshd", "", "ssh", "", true},       // the service's daemon
+    {"/usr/bin/ssh", "", "sshd", "", false},       // not in reverse
+    {"/usr/bin/webdd", "", "web", "", false},      // only one letter may be added
+    {"/usr/bin/python3", "web", "web", "", true},  // its systemd unit
     {"/usr/bin/python3", "webd", "web", "", true},
     {"/usr/bin/web", "", "site", "/x/web.sc", true},  // its file's name
     {"/usr/bin/python3", "web", "site", "/x/web.sc", true},
     {"/usr/bin/web.sc", "", "site", "/x/web.sc", false},
-    {"/usr/bin/web", "", "site", "/etc/web.conf", false},                // no service file
+    {"/usr/bin/web", "", "site", "/etc/web.conf", false},                // not a service file
     {"/usr/local/packages/site/bin/python3", "", "x", kSiteFile, true},  // its package's folder
     {"/usr/local/packages/site/python3 (deleted)", "", "x", kSiteFile, true},
     {"/usr/local/packages/site", "", "x", "/usr/local/etc/services.d/y.sc", false},
@@ -268,14 +268,14 @@ const Kinship kKinships[] = {
     {"/tmp/site/x/evil", "", "x", kSiteFile, false},
     {"/home/usr/local/packages/site/evil", "", "x", kSiteFile, false},
     {"/usr/local/packages/site/python3", "", "x", "/usr/tavo/etc/services.d/site.sc", false},
-    {"/usr/local/packages/site/python3", "", "site", "", false},  // it has no package
-    {"", "", "web", "", {}},                                      // not known
+    {"/usr/local/packages/site/python3", "", "site", "", false},  // the service has no package
+    {"", "", "web", "", {}},                                      // unknown program
     {"", "", "", "", {}},
     {"", "web", "web", "", true},
-    {"/usr/bin/mapped", "", "mapped_http", "", true},  // sections named for it
+    {"/usr/bin/mapped", "", "mapped_http", "", true},  // sections named after the program
     {"/usr/bin/python3", "mapped", "mapped_https", "", true},
     {"/usr/bin/mapped", "", "other", "", false},
-    {"/usr/bin/chatty", "", "chat_room", "/x/y.sc", true},  // of a package of its name
+    {"/usr/bin/chatty", "", "chat_room", "/x/y.sc", true},  // of a package of that name
     {"/usr/bin/..", "../services.d/chatty", "chat_room", "", false},
 };
 
@@ -307,7 +307,7 @@ TEST_F(SocketHoldersTest, AreComparedWithoutReadingFilesAgain) {
     EXPECT_EQ(ProgramsOfServices().Owns({"other", "", "", ""}, process), true);
 }
 
-// A process may call itself as it likes.
+// A process can choose its own name.
 TEST_F(SocketHoldersTest, BelongToNoServiceByWhatTheyCallThemselves) {
     HoldingProcess process;
     process.name = "web";

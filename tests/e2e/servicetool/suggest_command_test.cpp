@@ -1,4 +1,4 @@
-// servicetool suggest: free ports, the nearest first.
+// servicetool suggest: free ports, nearest first.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -100,7 +100,7 @@ TEST_F(SuggestCommand, GivesABlockBetweenManySockets) {
     EXPECT_EQ(Suggest({"4", "--block", "--near", "7020"}), "7037:7040\n");
 }
 
-// Whatever is suggested is free, by check's own account.
+// Every suggested port is free according to servicetool check.
 TEST_F(SuggestCommand, SuggestsOnlyWhatCheckCallsFree) {
     std::vector<std::unique_ptr<HeldPort>> held;
     for (const std::uint32_t port : {5001U, 5004U, 5010U}) {
@@ -129,7 +129,7 @@ TEST_F(SuggestCommand, PrintsJson) {
               Json::Parse(R"([{"start": 7000, "end": 7008, "protocols": ["tcp"]}])"));
 }
 
-// ---- Too few
+// ---- Too few free ports
 
 TEST_F(SuggestCommand, GivesWhatThereIsWhereThatIsTooFew) {
     WriteFile(kSystem + "a.sc", Section("a", "1024:7999,8003:65535"));

@@ -80,8 +80,8 @@ TEST(Escaped, NamesEachByteThatIsNoUtf8) {
     const std::pair<std::string_view, std::string_view> cases[] = {
         {"\xFF", "\\xff"},
         {"a\xC3", "a\\xc3"},                           // cut short
-        {"\xC3(", "\\xc3("},                           // no continuation
-        {"\x80", "\\x80"},                             // a continuation alone
+        {"\xC3(", "\\xc3("},                           // no continuation byte
+        {"\x80", "\\x80"},                             // a continuation byte alone
         {"\xC0\xAF", "\\xc0\\xaf"},                    // over-long
         {"\xE0\x80\xAF", "\\xe0\\x80\\xaf"},           // over-long
         {"\xED\xA0\x80", "\\xed\\xa0\\x80"},           // a surrogate

@@ -1,4 +1,4 @@
-// Diffs as diff -u prints them and patch takes them.
+// Diffs in the format that diff -u prints and patch accepts.
 #include "change/unified_diff.h"
 
 #include <gmock/gmock.h>

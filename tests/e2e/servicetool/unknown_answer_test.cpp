@@ -1,6 +1,6 @@
-// A taken port is never called free, suggested or given to a new file, whatever the system refuses
-// meanwhile: for each source, each system call of the commands fails in turn, and allocations from
-// the first to the last.
+// A taken port is never reported as free, suggested or given to a new file, whatever fails: for
+// each source, each system call of the commands fails in turn, and allocations from the first to
+// the last.
 #include <gmock/gmock.h>
 
 #include <memory>
@@ -48,7 +48,7 @@ std::vector<Scene> Scenes() {
         scenes.push_back({"Why" + name, source.source, {"why", "8765/tcp"}});
         scenes.push_back(
             {"Suggest" + name, source.source, {"suggest", "--near", "8765", "--proto", "tcp"}});
-        // An installation does not ask for forwarding rules.
+        // An installation does not check forwarding rules.
         if (source.source != Source::kForward) {
             scenes.push_back({"Install" + name, source.source, {"install", "notes.sc"}});
         }
@@ -86,7 +86,7 @@ class UnknownAnswer : public ChangeWorld, public testing::WithParamInterface<Sce
 
     static void ExpectNeverFree(const ProgramResult &result) {
         if (result.status == 127) {
-            return;  // the loader did not start the program
+            return;  // the loader could not start the program
         }
         const bool suggests = GetParam().command[0] == "suggest";
         EXPECT_THAT(result.status, suggests ? AnyOf(0, 1, 3) : AnyOf(1, 3, 3))
@@ -99,7 +99,7 @@ class UnknownAnswer : public ChangeWorld, public testing::WithParamInterface<Sce
     std::unique_ptr<HeldPort> held_;
 };
 
-// Of the errors each call meets one, the next call the next.
+// Each call fails with one of the errors, the next call with the next one.
 TEST_P(UnknownAnswer, IsNotFreeWhicheverSystemCallFails) {
     const std::vector<std::string> &errors = LookingErrors();
     std::size_t turn = 0;
@@ -122,8 +122,8 @@ TEST_P(UnknownAnswer, IsNotFreeWhicheverAllocationFails) {
     const std::string count = kHome + "count";
     RunProgram(Command(), "", Preloading(FAILING_MALLOC, {"FAILING_MALLOC_COUNT=" + count}));
     const long allocations = std::stol(ReadFile(count));
-    // Each run takes milliseconds, and there are thousands of allocations: a few hundred of them,
-    // from the first to the last.
+    // Each run takes milliseconds, and there are thousands of allocations, so only a few hundred
+    // are tested, from the first to the last.
     const long step = std::max(allocations / 300, 1L);
     for (long failing = 1; failing <= allocations && !HasFailure(); failing += step) {
         SCOPED_TRACE("allocation " + std::to_string(failing));

@@ -1,4 +1,4 @@
-// servicetool update: another version of an installed service file.
+// servicetool update: replacing an installed service file with another version.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
@@ -134,8 +134,7 @@ TEST_F(UpdateCommand, PutsAFileInThePlaceOfALink) {
     EXPECT_EQ(Calls(), CallsFor(kOld, kNew));
 }
 
-// The library's update succeeds all the same, and tells those who act on ports that nothing
-// changed.
+// The library's update still succeeds and notifies the listeners although nothing changed.
 TEST_F(UpdateCommand, NoticesAnInstallationThatFailed) {
     WriteFile(kPackage + "tmp", "in the way");
     const ProgramResult result = ServiceTool({"update", "notes.sc"});

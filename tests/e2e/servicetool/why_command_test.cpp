@@ -1,4 +1,4 @@
-// servicetool why: who declares a port and who holds it, with real programs that do.
+// servicetool why: the declarers and holders of a port, with real programs that hold it.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -33,7 +33,7 @@ const std::string kUndeclared =
     "whether a service declares it is unknown because the settings cannot be read\n";
 const std::string kListening = ", which listens on it; no service file declares it\n";
 
-// A port that a program holds, and the program alone.
+// A port held only by the named program, not by the test itself.
 class HeldBy {
   public:
     HeldBy(const std::string &program, int family, int type, int port, uid_t user = 0) {
@@ -60,13 +60,14 @@ class WhyCommand : public ServiceFolders {
 
     void TearDown() override { prctl(PR_SET_DUMPABLE, 1); }
 
-    // The program of that name, for everybody to run, in a folder that belongs to no package.
+    // The path of a program of that name, executable by every user, in a folder that belongs to no
+    // package.
     std::string Program(const std::string &name) const { return folder_ / name; }
 
     TemporaryFolder folder_;
 };
 
-// With one bar between the cells of a table, however wide they are.
+// Runs servicetool why and puts one bar between the cells of a table, whatever their widths.
 ProgramResult Why(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "why");
     ProgramResult result = ServiceTool(arguments);
@@ -83,18 +84,18 @@ Json WhyJson(const std::string &target) {
     return ResultOf(ServiceTool({"why", "--json", target}));
 }
 
-// Runs servicetool below another program, or in a shell that becomes it.
+// Runs servicetool through another program that executes it, such as setpriv or a shell.
 ProgramResult WhyUnder(std::vector<std::string> words, const std::vector<std::string> &arguments) {
     words.insert(words.end(), {SERVICETOOL, "why", "--no-legend"});
     words.insert(words.end(), arguments.begin(), arguments.end());
     return RunProgram(words);
 }
 
-// Without the right to look at processes that have it.
+// Drops the capabilities to inspect processes that have them.
 const std::vector<std::string> kWithoutRights = {"setpriv", "--bounding-set=-all",
                                                  "--inh-caps=-all", "--"};
 
-// The same as another user, who may not enter the folders of the build.
+// The same as another user, who may not be able to enter the folders of the build.
 ProgramResult WhyAs(uid_t user, const std::vector<std::string> &arguments) {
     const ServiceToolForEveryone program;
     std::vector<std::string> words = {"setpriv", "--reuid=" + std::to_string(user), "--"};
@@ -105,19 +106,19 @@ ProgramResult WhyAs(uid_t user, const std::vector<std::string> &arguments) {
     return RunProgram(words);
 }
 
-// Whether there are more users here than root.
+// Whether other users than root exist here.
 bool CanRunAsOthers() {
     return RunProgram({"setpriv", "--reuid=4242", "--", "true"}).status == 0;
 }
 
-// With `folder` in the place of /proc/net.
+// With `folder` mounted in place of /proc/net.
 ProgramResult WhyWithSocketTables(const std::string &folder,
                                   const std::vector<std::string> &ports) {
     return WhyUnder({"sh", "-c", "mount --bind " + folder + " /proc/$$/net && exec \"$@\"", "sh"},
                     ports);
 }
 
-// With a library in front that keeps something from it.
+// With a preloaded library that hides something from it.
 ProgramResult WhyWithout(const std::string &library, std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "why");
     return ServiceToolBehind(library, std::move(arguments));
@@ -194,7 +195,7 @@ TEST_F(WhyCommand, TellsWhichOfSeveralProgramsBelongsToNoneOfSeveralServices) {
                           "none of these programs is known to belong to any of these services\n"));
 }
 
-// ---- Who declares a port
+// ---- Declarers
 
 TEST_F(WhyCommand, KnowsEveryKindOfDeclaration) {
     WriteFile(kSettings, "WebDavPort=5005\nsyslogport=7000\nsmsport=7001\n");
@@ -285,7 +286,7 @@ TEST_F(WhyCommand, SaysThatTheReservedPortIsAlwaysTaken) {
     EXPECT_EQ(WhyJson("411/tcp")["reserved"], false);
 }
 
-// ---- Who holds a port
+// ---- Holders
 
 TEST_F(WhyCommand, SeesBothProtocolsOverBothFamilies) {
     const HeldBy tcp6(Program("a"), AF_INET6, SOCK_STREAM, 8080);
@@ -302,7 +303,7 @@ TEST_F(WhyCommand, SeesBothProtocolsOverBothFamilies) {
     EXPECT_EQ(udp[1]["state"], "UNCONNECTED");
 }
 
-// A port that the kernel chose for the near end of a connection to the listener.
+// A connection to the listener, with a local port that the kernel chose.
 class Connection {
   public:
     explicit Connection(int port, int type = SOCK_STREAM) : descriptor_(socket(AF_INET, type, 0)) {
@@ -443,7 +444,7 @@ TEST_F(WhyCommand, ShowsTheFirstOfManyProcesses) {
 TEST_F(WhyCommand, SaysThatAHolderIsUnknown) {
     WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
     WriteFile(kRules, Rule("1", "", "8082", "8082"));
-    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 0), 0);  // nobody's to look at without more rights
+    ASSERT_EQ(prctl(PR_SET_DUMPABLE, 0), 0);  // cannot be inspected without more rights
     std::vector<std::unique_ptr<HeldSocket>> held;
     for (const int port : {8080, 8081, 8082}) {
         held.push_back(std::make_unique<HeldSocket>(AF_INET, SOCK_STREAM, port));
@@ -532,7 +533,7 @@ TEST_F(WhyCommand, CannotTellWithoutTheTablesOfSockets) {
     EXPECT_EQ(result.status, 1);
 }
 
-// As a TCP socket is that is bound and does not listen yet.
+// Like a TCP socket that is bound but does not listen yet.
 TEST_F(WhyCommand, KnowsOfASocketThatStandsInNoTable) {
     WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
     const TemporaryFolder tables;
