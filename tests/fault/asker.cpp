@@ -1,11 +1,11 @@
-// Asks the library one question about a port, for the tests that make its system calls fail:
+// Asks the library one question about a port, for tests that make its system calls fail:
 //
 //   asker engine FLAGS PORT PROTOCOL [SKIPPED]    TLIBIsPortConflict
 //   asker conf PORT FLAG-WORD                     the check of the configuration
 //   asker runtime PORT FLAG-WORD                  the check of live sockets
 //
-// Standard output holds the answer: 1 taken, 0 free, -1 when it is unknown. A call of getppid,
-// which nothing else makes, comes before and after the question.
+// Prints the answer to standard output: 1 taken, 0 free, -1 unknown. A call of getppid, which is
+// made nowhere else, marks the start and the end of the question.
 #include <unistd.h>
 
 #include <cstdio>

@@ -1,5 +1,5 @@
-// Changes of the service file game.sc, made by a program that can be shot at, and what must hold of
-// the file and of everything around it whatever happened to the program.
+// Changes of the service file game.sc by a program that strace can kill or make fail, and the
+// checks that the file and everything around it must pass afterwards.
 #ifndef TAVO_TESTS_FAULT_CHANGE_UNDER_FIRE_H
 #define TAVO_TESTS_FAULT_CHANGE_UNDER_FIRE_H
 
@@ -20,7 +20,7 @@
 
 namespace tavo::test {
 
-// A file as long as several writes of cp, so that half of one would show.
+// A file that cp copies with several writes, so that an incomplete copy is noticed.
 inline const std::string kFiller = std::string(300'000, '#') + "\n";
 
 inline std::string GameFile(const std::string &ports, const std::string &more = "") {
@@ -29,7 +29,7 @@ inline std::string GameFile(const std::string &ports, const std::string &more = 
 
 using Contents = std::optional<std::string>;
 
-// A change, and the file as it is before; none where it is missing.
+// A change and the contents of the file before it; no contents if the file is missing.
 struct Scene {
     std::string name;
     std::string change;
@@ -56,7 +56,7 @@ inline std::vector<Scene> Scenes() {
     };
 }
 
-// What the program said of the change; no result when it did not come to that.
+// What the program printed about the change; no result if it did not finish.
 struct Outcome {
     std::optional<int> result;
     std::string code;
@@ -78,7 +78,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         LifecycleTest::TearDown();
     }
 
-    // The folders as they are before the change.
+    // Puts the folders into their state before the change.
     void Prepare(const Contents &before) {
         for (const std::string &folder : kStores) {
             for (const std::string &name : Entries(folder)) {
@@ -100,7 +100,8 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         }
     }
 
-    // The service files are moved back as a whole, so a file may be among the side copies.
+    // The contents of a file in the side copies. A rollback moves the folder of the service files
+    // as a whole, so the file may be in one of them.
     static Contents SavedContents(const std::string &name) {
         for (const auto &entry : std::filesystem::directory_iterator("/usr/local/etc")) {
             const std::filesystem::path saved = entry.path() / name;
@@ -115,11 +116,11 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         return std::filesystem::exists(kGamePath) ? Contents(ReadFile(kGamePath)) : Contents();
     }
 
-    // Makes the change; with options, under strace.
+    // Makes the change, under strace if there are options.
     static Outcome Make(const std::string &change, const std::vector<std::string> &strace = {}) {
         const std::vector<std::string> program = {TAVO_FAULT_CHANGER, change};
         const ProgramResult ran = strace.empty() ? RunProgram(program) : RunTraced(strace, program);
-        // What a killed program started goes on, and is this one's child now.
+        // Programs started by a killed program continue and become children of this process.
         while (waitpid(-1, nullptr, 0) > 0) {
         }
         Outcome outcome;
@@ -132,7 +133,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         return outcome;
     }
 
-    // Makes the change without a fault, to learn its system calls and the file that it makes.
+    // Makes the change without a fault, to record its system calls and the resulting file.
     std::vector<SystemCall> Rehearse(const Scene &scene) {
         Prepare(scene.before);
         const Outcome outcome = Make(scene.change, {"-e", "trace=all"});
@@ -143,8 +144,8 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         return CallsBetweenMarks(outcome.trace);
     }
 
-    // From now on the firewall tool is missing, so that a removal of a section is rolled back: the
-    // system calls of one.
+    // Removes the firewall tool, so that removals of a section are rolled back from now on. Returns
+    // the system calls of such a removal.
     std::vector<SystemCall> RehearseRollback(const Contents &old) {
         std::filesystem::remove(kFirewallTool);
         Prepare(old);
@@ -154,7 +155,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         return CallsBetweenMarks(outcome.trace);
     }
 
-    // Everything in /tmp and beside the service files that is not there in peace.
+    // All entries of /tmp and of the folders around the service files that do not belong there.
     std::vector<std::string> Lying() const {
         std::vector<std::string> paths;
         for (const std::string &folder : kStores) {
@@ -168,9 +169,9 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         return paths;
     }
 
-    // The same change, made again, succeeds, or finds that all is done; it leaves nothing that was
-    // not there, and of that nothing but what bears the name of a process that died or is kept for
-    // whoever wants to know why a copy failed.
+    // Repeats the change, which must succeed unless nothing is left to do. It must add no
+    // leftovers. Those that remain must have the name of a terminated process or be the result of a
+    // failed copy, which is kept for diagnosis.
     void ExpectNextChangeSucceeds(const std::string &change) {
         const std::vector<std::string> lying = Lying();
         const bool done = change == "remove" && !GameContents();
@@ -178,7 +179,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         EXPECT_EQ(outcome.result, done ? -1 : 0) << outcome.log;
         EXPECT_EQ(GameContents(), after_);
         if (change == "remove-section" && std::filesystem::exists(kWriterFolder)) {
-            // There was nothing left to write. Whoever writes next clears the writer's folder away.
+            // Nothing was left to write. The next writer removes the folder of the writer.
             EXPECT_EQ(Make("set").result, 0);
         }
         for (const std::string &path : Lying()) {
@@ -187,13 +188,13 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         }
     }
 
-    // A file that the change itself makes is touched first, and one that goes with its last section
-    // is without it before.
+    // A change that creates the file may leave it empty. A change that removes it with its last
+    // section may leave it without the section.
     bool IsHalfDone(const Contents &contents) const {
         return GetParam().before ? !after_ && contents == kFiller : contents == "";
     }
 
-    // The other service file, and the stores that the change only copies, are as they were.
+    // The other service file, and the stores that the change only copies, must be unchanged.
     static void ExpectAllElseUntouched() {
         EXPECT_EQ(ReadFile(kChatPath), kChat);
         EXPECT_EQ(ReadFile(kForwardingRules), "# rules\n");

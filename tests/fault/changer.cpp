@@ -1,9 +1,9 @@
-// Makes one change of the service file game.sc of a package, for the tests that shoot at it:
-// changer CHANGE. Standard output says what came of it, a line each: the result, the error code,
-// how many descriptors were left open, and the lines of the log.
+// Makes one change of the service file game.sc of a package, for tests that inject faults: changer
+// CHANGE. Prints to standard output, one per line: the result, the error code, the number of
+// descriptors left open, and the lines of the log.
 //
-// A call of getppid, which nothing else makes, stands before and behind the change, for the tests
-// to find its system calls between them.
+// A call of getppid, which is made nowhere else, marks the start and the end of the change for the
+// tests.
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,7 +27,7 @@ void Fill(char (&field)[Size], std::string_view text) {
     std::copy_n(text.begin(), text.size(), field);
 }
 
-// Everybody is told, and the services restarted.
+// Notifies all listeners and restarts the services.
 TAVO_SERVICE_CONF_SET_PARAM Param(uint32_t write_mode) {
     TAVO_SERVICE_CONF_SET_PARAM param = {};
     param.nRestartMode = TAVO_RESTART_MODE_RESTART;

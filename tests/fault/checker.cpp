@@ -1,11 +1,10 @@
-// Asks one of the two checks of ports about some ports, for the tests that shoot at it: checker
-// CHECK PORT... with CHECK "conf" or "runtime". The runtime check has something to find: the first
-// four ports are held by this program, over TCP and UDP, each over IPv4 and IPv6. Standard output
-// says what came of it, a line each: the result, the error code, the records, and the lines of the
-// log.
+// Runs one of the two checks of ports, for tests that inject faults: checker CHECK PORT... with
+// CHECK "conf" or "runtime". For the runtime check, this program holds the first four ports, over
+// TCP and UDP, each over IPv4 and IPv6. Prints to standard output, one per line: the result, the
+// error code, the records, and the lines of the log.
 //
-// A call of getppid, which nothing else makes, stands before and after the check, for the tests to
-// find its system calls between them.
+// A call of getppid, which is made nowhere else, marks the start and the end of the check for the
+// tests.
 #include <unistd.h>
 
 #include <cstdio>

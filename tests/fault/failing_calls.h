@@ -1,5 +1,5 @@
-// A program whose system calls fail, each in turn and with each error: what it answers must hold
-// whatever fails.
+// Runs a program with each of its system calls failing in turn, with each error. The checks must
+// pass whichever call fails.
 #ifndef TAVO_TESTS_FAULT_FAILING_CALLS_H
 #define TAVO_TESTS_FAULT_FAILING_CALLS_H
 
@@ -13,14 +13,14 @@
 
 namespace tavo::test {
 
-// What a system call that looks something up can fail with while that exists.
+// The errors with which a system call can fail to look up something that exists.
 inline const std::vector<std::string> &LookingErrors() {
     static const std::vector<std::string> errors = {"ENOMEM", "ENOSPC", "EIO",
                                                     "EMFILE", "EINTR",  "EACCES"};
     return errors;
 }
 
-// Every system call of a program, from its start on.
+// All system calls of a program, from its start.
 inline std::vector<SystemCall> CallsOf(const std::string &trace) {
     std::istringstream lines(trace);
     std::map<std::string, int> counts;
@@ -35,7 +35,7 @@ inline std::vector<SystemCall> CallsOf(const std::string &trace) {
     return calls;
 }
 
-// The system calls of a program after its last library was opened.
+// The system calls of a program after its last library was loaded.
 inline std::vector<SystemCall> CallsOnceLoaded(const std::vector<std::string> &program) {
     std::vector<SystemCall> calls = CallsOf(RunTraced({"-e", "trace=all"}, program).err);
     const auto last = std::find_if(calls.rbegin(), calls.rend(), [](const SystemCall &call) {
@@ -45,16 +45,16 @@ inline std::vector<SystemCall> CallsOnceLoaded(const std::vector<std::string> &p
     return calls;
 }
 
-// In an instrumented program the calls for memory are the sanitizer's, which ends the program when
-// one fails.
+// In an instrumented program the sanitizer makes the calls for memory and ends the program if one
+// fails.
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool kMemoryIsOurs = false;
 #else
 constexpr bool kMemoryIsOurs = true;
 #endif
 
-// Whether a call can fail with that error, and whether what becomes of it is up to the program. The
-// kernel never fails brk with an error number: it returns the old break.
+// Whether a call can fail with the error and the program is responsible for the outcome. The kernel
+// never fails brk with an error number: it returns the old break.
 inline bool CanFail(const SystemCall &call, const std::string &error) {
     static const std::set<std::string> kNever = {
         "brk",     "close",     "execve", "exit_group",   "futex",          "getpid",
@@ -64,8 +64,8 @@ inline bool CanFail(const SystemCall &call, const std::string &error) {
            (!IsAboutMemory(call) || (kMemoryIsOurs && error == "ENOMEM"));
 }
 
-// Runs the program with one call after the other failing and hands each outcome to
-// check(call, error, result). `calls` are those of a run without faults. How many runs there were.
+// Runs the program with each call failing in turn and calls check(call, error, result). `calls` are
+// those of a run without faults. Returns the number of runs.
 template <typename Check>
 int ForEachFailingCall(const std::vector<std::string> &program,
                        const std::vector<SystemCall> &calls, Check check) {

@@ -1,6 +1,6 @@
-// A writer is killed at, and then refused, each system call that it makes, one at a time, by
-// strace. Whatever happens, the file is the old one or the new one, whole; the writer's answer says
-// which; and what may be left lying about is gone with the next change in the folder.
+// strace kills a writer at each of its system calls, and then makes each of them fail. In all cases
+// the file must be completely the old one or the new one, the writer's result must say which, and
+// the next change in the folder must remove all leftovers.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -37,7 +37,7 @@ class InjectedFault : public testing::Test {
         WriteFile(file_, old_text_);
         ASSERT_EQ(chmod(file_.c_str(), 0640), 0);
         ASSERT_THAT(folder_.Entries(), ElementsAre("file"));
-        // Somebody else's, where that can be, so that the owner is among what is handed over.
+        // Owned by another user if possible, so that the new file must get the owner as well.
         if (geteuid() == 0) {
             EXPECT_EQ(chown(file_.c_str(), kOwner, kOwner), 0);
         }
@@ -52,7 +52,7 @@ class InjectedFault : public testing::Test {
         return RunWriter(Injection(call, fault));
     }
 
-    // Every system call of the change, in order, found by running it once without a fault.
+    // All system calls of the change, in order, recorded in a run without a fault.
     std::vector<SystemCall> CallsOfTheChange() {
         const ProgramResult result = RunWriter(std::vector<std::string>{});
         EXPECT_EQ(result.status, 0) << result.err;
@@ -62,7 +62,7 @@ class InjectedFault : public testing::Test {
         return calls;
     }
 
-    // The next change in the folder succeeds and leaves nothing but the file.
+    // The next change in the folder must succeed and leave only the file.
     void ExpectNextChangeCleansUp() {
         EXPECT_EQ(TLIBCFileSetSectionValue(file_.c_str(), "s", "k", "next"), 0);
         std::string next_text = new_text_;
@@ -79,15 +79,14 @@ class InjectedFault : public testing::Test {
 
     static constexpr uid_t kOwner = 12345;
 
-    // What must hold whatever the fault was: the answer and the file agree, and a failed change
-    // leaves nothing but its reason.
+    // Checks that the result and the file agree and that a failed change leaves nothing.
     void ExpectAnswerAgrees(const SystemCall &call, const std::string &error,
                             const ProgramResult &result) {
         ASSERT_THAT(result.status, AnyOf(0, 1)) << result.err;
         EXPECT_TRUE(FileIs(result.status == 0 ? new_text_ : old_text_));
         if (result.status != 0) {
             EXPECT_EQ(result.out, (call.name.starts_with("rename") ? "0x2800 " : "0x900 ") + error);
-            // Somebody else may hold a lock that cannot be looked at, so its file stays.
+            // Another process may hold a lock that cannot be checked, so its file remains.
             if (call.name != "flock") {
                 EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
             }
@@ -98,7 +97,7 @@ class InjectedFault : public testing::Test {
         }
     }
 
-    // Injects `fault` into each call and checks its outcome.
+    // Injects `fault` into each call and checks the outcome.
     template <typename Check>
     int ForEachCall(const std::vector<SystemCall> &calls, const std::string &fault, Check check) {
         for (const SystemCall &call : calls) {
@@ -189,7 +188,7 @@ TEST_F(InjectedFault, AFileSystemWithoutHardLinksIsWrittenToAllTheSame) {
     }
 }
 
-// Nobody will release a lock that nobody can hold.
+// Waiting is useless if the file system does not support locks.
 TEST_F(InjectedFault, AFileSystemWithoutLocksIsNotWaitedFor) {
     for (const char *error : {"ENOSYS", "EOPNOTSUPP", "EINVAL"}) {
         SCOPED_TRACE(error);
@@ -209,8 +208,8 @@ TEST_F(InjectedFault, ALockThatTheKernelHasNoRoomForIsWaitedFor) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
-// A killed writer's lock file can be opened for writing no more when the file system has become
-// read-only. A text that is there already needs no lock.
+// If the file system has become read-only, the lock file of a killed writer can no longer be opened
+// for writing. A text that is already in the file needs no lock.
 TEST_F(InjectedFault, AFileSystemThatIsReadOnlyRefusesNoTextThatIsThere) {
     for (const SystemCall &call : CallsOfTheChange()) {
         if (call.name == "openat" && call.line.find("\"lock\"") != std::string::npos) {
@@ -225,7 +224,7 @@ TEST_F(InjectedFault, AFileSystemThatIsReadOnlyRefusesNoTextThatIsThere) {
     FAIL() << "it opens no lock file";
 }
 
-// Some file systems tell only then that the text did not get through.
+// Some file systems report a failed write only when the file is closed.
 TEST_F(InjectedFault, ATextThatCannotBeClosedIsNotPublished) {
     std::vector<SystemCall> calls = CallsOfTheChange();
     const auto is_fsync = [](const SystemCall &call) { return call.name == "fsync"; };
@@ -236,7 +235,7 @@ TEST_F(InjectedFault, ATextThatCannotBeClosedIsNotPublished) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
-// The second fsync is the folder's, behind the rename.
+// The second fsync is for the folder, after the rename.
 TEST_F(InjectedFault, AFolderThatCannotBeFlushedGetsTheOldFileBack) {
     struct stat before = {};
     ASSERT_EQ(stat(file_.c_str(), &before), 0);

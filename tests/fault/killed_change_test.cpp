@@ -1,5 +1,5 @@
-// A change of a service file ends at any of its steps, with its process: the file is the old one or
-// the new one, whole, and the same change, made again, finds nothing in its way.
+// The process of a change of a service file is killed at each step. The file must be completely the
+// old one or the new one, and nothing may prevent the same change from being made again.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -24,7 +24,7 @@ TEST_P(KilledChange, LeavesTheOldFileOrTheNewOne) {
     int new_files = 0;
     for (const SystemCall &call : Rehearse(GetParam())) {
         if (!CanChangeAFile(call)) {
-            continue;  // it may as well die at the next that can
+            continue;  // it is killed at the next one that can change a file
         }
         SCOPED_TRACE("killed at " + call.line);
         Prepare(GetParam().before);
@@ -44,7 +44,7 @@ TEST_P(KilledChange, LeavesTheOldFileOrTheNewOne) {
 INSTANTIATE_TEST_SUITE_P(Changes, KilledChange, testing::ValuesIn(Scenes()),
                          [](const auto &scene) { return scene.param.name; });
 
-// From now on cp dies half-way, and takes the program that runs it along.
+// Replaces cp with a script that copies half of a file and kills its parent process.
 void MakeCopiesDeadly() {
     WriteScript("/bin/cp",
                 "[[ -d ${@: -2:1} ]] && mkdir ${@: -1} || head -c 150000 ${@: -2:1} > ${@: -1}\n"

@@ -1,5 +1,5 @@
-// Many processes install versions of one service file at the same time, and readers never see
-// anything but one of the versions.
+// Many processes install versions of one service file at the same time. Readers must always see
+// exactly one of the versions.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -16,7 +16,7 @@ constexpr int kInstallers = 20;
 constexpr int kRounds = 2;
 constexpr int kServices = 40;
 
-// All services of a version have its number as their title.
+// A service file in which all services have the number of the version as their title.
 std::string Version(int number) {
     std::string text;
     for (int i = 0; i < kServices; ++i) {
@@ -47,7 +47,7 @@ pid_t StartInstaller(int number) {
     _exit(0);
 }
 
-// The version that a reader sees; empty when it sees none, or more than one.
+// The version that a reader sees; empty if it sees none, or a mixture.
 std::string ReadVersion(const std::string &path) {
     TAVO_SERVICE_CONF *file = nullptr;
     if (TAVOServiceConfGet(path.c_str(), &file) != 0) {

@@ -1,4 +1,5 @@
-// Many processes change one file at the same time: nothing is lost, and readers see whole files.
+// Many processes change one file at the same time: no change is lost, and readers see complete
+// files.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,7 +25,7 @@ using testing::ElementsAre;
 constexpr int kWriters = 50;
 constexpr int kKeys = 20;
 
-// Adds section `name`, all of whose keys have the value `name`.
+// Adds section `name`; all its keys have the value `name`.
 int AddSection(const std::string &path, const std::string &name) {
     TLIBCSzHash *keys = TLIBCSzHashAlloc(kKeys);
     for (int i = 0; i < kKeys; ++i) {
@@ -35,7 +36,7 @@ int AddSection(const std::string &path, const std::string &name) {
     return result;
 }
 
-// Checks that every section of the file is there with all its keys. How many sections there are.
+// Checks that every section of the file has all its keys. Returns the number of sections.
 int CheckSections(const std::string &path) {
     TLIBCSzList *names = TLIBCSzListAlloc(kWriters);
     TLIBCSzHash *keys = TLIBCSzHashAlloc(kKeys);
@@ -76,7 +77,8 @@ TEST_F(ManyWriters, LoseNothingAndNeverShowAReaderAHalf) {
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
 
-// Takes the folder's lock as a writer does, says so on the pipe and keeps it for that long.
+// Starts a process that locks the folder like a writer, reports this through a pipe and holds the
+// lock for `time`.
 pid_t StartHolder(const std::string &folder, std::chrono::milliseconds time) {
     int ready[2];
     EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);

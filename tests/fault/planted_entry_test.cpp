@@ -1,7 +1,7 @@
-// The names in /tmp that a change uses are known to everybody, and so is what another user may
-// plant there. A link, a file, a pipe, a socket or an empty folder goes and the change succeeds; a
-// folder with something in it, or a device, stays and the copy fails. Neither leads the change
-// anywhere else, nor does it wait.
+// The names in /tmp that a change uses are predictable, so other users can create entries there in
+// advance. A link, a file, a pipe, a socket or an empty folder is removed and the change succeeds;
+// a non-empty folder or a device remains and the copy fails. None of them may redirect the change
+// to another file or block it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -49,7 +49,7 @@ struct PlantedChange {
     const char *name;
     std::string path;
     std::function<int()> make;
-    std::string refusal;  // the line of a change that needs its copy
+    std::string refusal;  // log line of a change that needs the copy
 };
 
 TAVO_SERVICE_CONF_SET_PARAM GameParam() {
@@ -92,11 +92,11 @@ class PlantedEntry : public ChangeUnderFire {
     PlantedEntry() {
         WriteFile(kVictim, "the victim's own");
         std::filesystem::create_directory(kVictimFolder);
-        alarm(60);  // rather than wait for ever
+        alarm(60);  // ends the test if it blocks
     }
     ~PlantedEntry() override { alarm(0); }
 
-    // Whether it was planted: an ordinary user has no devices to make.
+    // Returns whether the entry was created: an ordinary user cannot create devices.
     bool Start(const Plant &plant, const std::string &path) {
         Prepare(kOld);
         log_.Clear();
@@ -152,9 +152,9 @@ TEST_F(PlantedEntry, LeadsNoChangeElsewhere) {
     }
 }
 
-// ---- What is started by a change ----
+// ---- Programs started by a change ----
 
-// From now on the program says which descriptors it has before it does its work.
+// Replaces the program with a script that lists its descriptors before it does its work.
 void ListDescriptorsOf(const std::string &program, const std::string &work) {
     WriteScript(program,
                 "for fd in /proc/$$/fd/*; do\n"

@@ -1,5 +1,5 @@
-// A change of a service file whose system calls are refused, or whose disk is full: the file is the
-// old one or the new one, whole, the answer says which, and the change that follows succeeds.
+// Changes of a service file with failing system calls or a full disk. The file must be completely
+// the old one or the new one, the result must say which, and the next change must succeed.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
@@ -18,9 +18,9 @@ namespace {
 
 class RefusedChange : public ChangeUnderFire {
   protected:
-    // What a change may leave undone and still answer 0, in the log only: an update goes on when
-    // the installation fails, a section that cannot be stored is no failure, one that is not found
-    // counts as removed.
+    // Whether the change may return 0 and report the failure in the log only: an update continues
+    // if the installation fails, a section that cannot be stored is not a failure, and one that is
+    // not found counts as removed.
     static bool MaySucceedInVain() {
         const std::string &change = GetParam().change;
         return change == "update" || change == "set" || change == "remove-section";
@@ -52,9 +52,8 @@ class RefusedChange : public ChangeUnderFire {
     int failures_ = 0;
 };
 
-// Some calls cannot fail or are not asked whether they did; a wait that fails while the program
-// runs is nothing that the kernel does, and how often a wait looks is a matter of time, as it is of
-// chance how many numbers it takes to find a name.
+// Some calls cannot fail, or their result is not used. A wait for a running program does not fail.
+// The number of polls depends on timing, and the number of attempts to find a free name on chance.
 bool CanBeRefused(const SystemCall &call) {
     static const std::set<std::string> kNever = {"close", "getpid",       "getrandom",
                                                  "poll",  "rt_sigaction", "rt_sigprocmask",
@@ -62,7 +61,7 @@ bool CanBeRefused(const SystemCall &call) {
     return !IsAboutMemory(call) && kNever.count(call.name) == 0;
 }
 
-// What is looked at again and again is refused once.
+// Removes repeated calls that only read: each is made to fail once.
 std::vector<SystemCall> Refusable(const std::vector<SystemCall> &calls) {
     static const std::regex kNumbers("0x[0-9a-f]+|[0-9]+");
     std::set<std::string> seen;
@@ -93,8 +92,8 @@ INSTANTIATE_TEST_SUITE_P(Changes, RefusedChange, testing::ValuesIn(Scenes()),
 
 class RefusedRollback : public ChangeUnderFire {};
 
-// What a rollback puts back is in the place of the store or still in the side copy, and whoever
-// removes the section again finds it there.
+// The file is either restored to the store or still in the side copy, and the next removal of the
+// section finds it there.
 TEST_F(RefusedRollback, LosesNoFile) {
     static constexpr const char *kErrors[] = {"EIO", "ENOSPC", "EACCES"};
     const Contents old = GameFile("7001/tcp");
@@ -121,7 +120,7 @@ TEST_F(RefusedRollback, LosesNoFile) {
 
 // ---- Full disks ----
 
-// A folder on a disk of its own.
+// Mounts a small file system on a folder.
 class SmallDisk {
   public:
     SmallDisk(std::string folder, const std::string &size) : folder_(std::move(folder)) {
@@ -139,11 +138,11 @@ class SmallDisk {
     std::string folder_;
 };
 
-// What a change answers on a full disk, and the line that tells.
+// The result of a change on a full disk, and its log line.
 struct FullDisk {
     std::string change;
     int result;
-    std::string code;  // "" where none is promised
+    std::string code;  // "" if none is guaranteed
     std::string line;
 };
 
@@ -151,7 +150,8 @@ class FullDiskTest : public ChangeUnderFire {
   protected:
     static inline const std::string kOld = GameFile("7001/tcp");
 
-    // The change answers so and leaves the file; with room on the disk it succeeds.
+    // The change must return this result and keep the file; with free space on the disk it must
+    // succeed.
     void ExpectRefusal(const FullDisk &expected, const SmallDisk &disk) {
         SCOPED_TRACE(expected.change);
         const Outcome outcome = Make(expected.change);

@@ -1,5 +1,5 @@
-// The checks of ports are refused each system call that they make, one at a time, by strace. The
-// answer is then that a port is taken, or that it is unknown, but never that it is free.
+// strace makes each system call of the checks of ports fail, one at a time. The answer must then be
+// that the port is taken or that this is unknown, but never that it is free.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ using testing::Not;
 
 using Texts = std::vector<std::string>;
 
-// What the checker printed.
+// The output of the checker.
 struct Answer {
     std::string result;
     std::string error;
@@ -45,7 +45,7 @@ Answer Parse(const std::string &out) {
     return answer;
 }
 
-// Of the first record of each port that is not free; "" where all say so.
+// For each port the first record that is not "free"; "" if all records are.
 std::map<std::string, std::string> Takers(const Answer &answer) {
     std::map<std::string, std::string> takers;
     for (const std::string &record : answer.records) {
@@ -63,7 +63,7 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
         program_.insert(program_.begin(), TAVO_FAULT_CHECKER);
     }
 
-    // The options name the file that a descriptor is open on.
+    // Runs the checker with file names for descriptors in the trace.
     Answer Ask(std::vector<std::string> options, std::string *trace = nullptr) const {
         options.emplace_back("-y");
         const ProgramResult result = RunTraced(options, program_);
@@ -74,8 +74,8 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
         return Parse(result.out);
     }
 
-    // What the check does without a fault, system calls about memory left out: what the allocator
-    // does about a refusal is not the library's.
+    // The system calls of the check in a run without a fault, except those for memory: how the
+    // allocator handles a failure is outside of the library.
     std::vector<SystemCall> Calls() const {
         std::string trace;
         const Answer answer = Ask({}, &trace);
@@ -89,7 +89,7 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
         return calls;
     }
 
-    // The answer when `error` comes of that call.
+    // The answer if that call fails with `error`.
     Answer Refused(const SystemCall &call, const std::string &error) const {
         return Ask(Injection(call, "error=" + error));
     }
@@ -120,7 +120,7 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
     Texts program_;
 };
 
-// Every source has a port: a setting, a port of the system, a fixed and a provided port of a
+// Each source declares a port: a setting, a port of the system, a fixed and a provided port of a
 // built-in service, and a service of a system file and of a package file.
 class RefusedConfCheck : public RefusedCheck {
   protected:
@@ -151,7 +151,7 @@ class RefusedRuntimeCheck : public RefusedCheck {
   protected:
     RefusedRuntimeCheck() : RefusedCheck({"runtime", "7001", "7002", "7003", "7004"}) {}
 
-    // Whether the call looks at the descriptors of a process.
+    // Whether the call reads the descriptors of a process.
     static bool LooksAtAProcess(const SystemCall &call) {
         static const std::regex kFolder("/proc/[0-9]+/fd[\">]");
         return std::regex_search(call.line, kFolder);
@@ -162,8 +162,8 @@ TEST_P(RefusedRuntimeCheck, NeverTakesAHeldPortForFree) {
     int unknown = 0;
     for (const SystemCall &call : Calls()) {
         SCOPED_TRACE(call.line);
-        // A process that the caller has no permission to look at holds nothing as far as the caller
-        // can tell. Without that rule no ordinary user could ask at all.
+        // A process that the caller has no permission to inspect counts as holding nothing.
+        // Otherwise ordinary users could not use the check.
         if (GetParam() == std::string("EACCES") && LooksAtAProcess(call)) {
             EXPECT_EQ(Refused(call, "EACCES").result, "0");
             continue;
@@ -178,7 +178,7 @@ TEST_P(RefusedRuntimeCheck, NeverTakesAHeldPortForFree) {
 class ExhaustedConfCheck : public RefusedConfCheck {};
 class ExhaustedRuntimeCheck : public RefusedRuntimeCheck {};
 
-// For any reason but a missing permission.
+// Fails for all reasons except a missing permission.
 class UnreadProcess : public RefusedRuntimeCheck {};
 
 TEST_P(UnreadProcess, IsNamed) {
@@ -188,7 +188,7 @@ TEST_P(UnreadProcess, IsNamed) {
                                  : "Failed to read the sockets of process [0-9]+.\\[0x0900\\]";
     int processes = 0;
     for (const SystemCall &call : Calls()) {
-        // fcntl is asked for the mode of the folder, and close may fail after the fact.
+        // fcntl is called for the mode of the folder, and close may fail after everything was read.
         if (!LooksAtAProcess(call) || call.name == "close") {
             continue;
         }
@@ -204,7 +204,7 @@ TEST_P(UnreadProcess, IsNamed) {
     EXPECT_GT(processes, 8);
 }
 
-// The program of a process is looked up once, unless that fails for a passing reason.
+// The program of a process is read once, unless that fails temporarily.
 TEST_P(RefusedRuntimeCheck, AsksAgainForAProgramThatCouldNotBeRead) {
     const std::vector<SystemCall> calls = Calls();
     const auto look = std::find_if(calls.begin(), calls.end(), [](const SystemCall &call) {
@@ -226,7 +226,7 @@ TEST_P(RefusedRuntimeCheck, AsksAgainForAProgramThatCouldNotBeRead) {
     EXPECT_EQ(unnamed, may_not ? 4 : 1);
 }
 
-// From some moment on no file can be opened.
+// No file can be opened after some point.
 TEST_F(ExhaustedConfCheck, NeverTakesADeclaredPortForFree) {
     ExpectTakenOrUnknownWithoutDescriptors();
 }

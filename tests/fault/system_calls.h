@@ -1,6 +1,6 @@
-// The system calls of a program, seen and shot at by strace.
+// Records the system calls of a program with strace and injects faults into them.
 //
-// The program calls getppid, which nothing else does, before and behind what is of interest.
+// The program calls getppid, which is called nowhere else, before and after the calls of interest.
 #ifndef TAVO_TESTS_FAULT_SYSTEM_CALLS_H
 #define TAVO_TESTS_FAULT_SYSTEM_CALLS_H
 
@@ -17,14 +17,14 @@
 
 namespace tavo::test {
 
-// The `ordinal`th call of that name in the life of the program, and how strace prints it.
+// The `ordinal`th call of that name by the program, and the line that strace prints for it.
 struct SystemCall {
     std::string name;
     int ordinal;
     std::string line = {};
 };
 
-// The calls between the marks, in order; none when a mark is missing.
+// The calls between the marks, in order; none if a mark is missing.
 inline std::vector<SystemCall> CallsBetweenMarks(const std::string &trace) {
     std::istringstream lines(trace);
     std::map<std::string, int> counts;
@@ -42,8 +42,8 @@ inline std::vector<SystemCall> CallsBetweenMarks(const std::string &trace) {
     return counts["getppid"] == 2 ? calls : std::vector<SystemCall>();
 }
 
-// What makes strace inject `fault` into that call; with "+" as `following`, into all that follow by
-// that name, too.
+// The options for strace to inject `fault` into that call; with "+" as `following`, also into all
+// later calls of that name.
 inline std::vector<std::string> Injection(const SystemCall &call, const std::string &fault,
                                           const std::string &following = "") {
     return {
@@ -51,20 +51,20 @@ inline std::vector<std::string> Injection(const SystemCall &call, const std::str
         "inject=" + call.name + ":" + fault + ":when=" + std::to_string(call.ordinal) + following};
 }
 
-// Whether strace did what it was to inject. A killed program does not return from the call.
+// Whether strace injected the fault. A killed program does not return from the call.
 inline bool WasInjected(const std::string &trace) {
     return trace.find("(INJECTED)") != std::string::npos ||
            trace.find("+++ killed by SIGKILL +++") != std::string::npos;
 }
 
-// Runs the program under strace; what strace says comes as standard error. The test fails when a
-// fault is to be injected and the program does not make that call.
+// Runs the program under strace; the output of strace is returned as standard error. The test fails
+// if a fault must be injected and the program does not make that call.
 inline ProgramResult RunTraced(const std::vector<std::string> &options,
                                const std::vector<std::string> &program) {
     std::vector<std::string> command = {"strace", "-qq"};
     command.insert(command.end(), options.begin(), options.end());
     command.insert(command.end(), program.begin(), program.end());
-    // The leak check cannot run in a program that is traced.
+    // The leak check does not work in a traced program.
     ProgramResult result = RunProgram(command, "", {"ASAN_OPTIONS=detect_leaks=0"});
     const auto injection = std::find_if(options.begin(), options.end(), [](const auto &option) {
         return option.starts_with("inject=");
@@ -75,14 +75,15 @@ inline ProgramResult RunTraced(const std::vector<std::string> &options,
     return result;
 }
 
-// Calls that ask for memory only: what the allocator does about a refusal is not this library's.
+// Whether the call only allocates or frees memory: how the allocator handles a failure is outside
+// of the library.
 inline bool IsAboutMemory(const SystemCall &call) {
     static const std::set<std::string> names = {"brk",    "mmap",    "munmap",
                                                 "mremap", "madvise", "mprotect"};
     return names.count(call.name) > 0;
 }
 
-// Whether there is more to a call than looking: it writes, starts a program or waits for one.
+// Whether the call does more than read: it writes, starts a program or waits for one.
 inline bool CanChangeAFile(const SystemCall &call) {
     static const std::set<std::string> kLook = {
         "access",     "close",      "faccessat2",   "fcntl",          "flock",     "fstat",

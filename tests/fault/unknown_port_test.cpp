@@ -1,5 +1,5 @@
-// A port that is taken, and every system call of the question for it failing in turn: the answer is
-// that it is taken, or that this is unknown. It never reads free.
+// Each system call of a question about a taken port fails in turn. The answer must be that it is
+// taken or that this is unknown, never that it is free.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -18,7 +18,7 @@ std::string Service(const std::string &name, const std::string &ports) {
     return "[" + name + "]\ntitle=T\ndesc=D\ndst.ports=\"" + ports + "\"\n";
 }
 
-// One source with a port of its own.
+// A source that declares a port.
 struct Source {
     const char *name;
     const char *flags;  // bits of TAVO_PORT_CHECK_*
@@ -42,7 +42,7 @@ class UnknownPort : public testing::TestWithParam<Source>, protected Appliance {
         WriteFile(std::string(kPackageServices) + "/b.sc", Service("b", "7081,7090:7099/tcp"));
     }
 
-    // The calls of a run in which nothing fails.
+    // The calls of a run without faults.
     std::vector<SystemCall> CallsOfTheQuestion() const {
         const ProgramResult sound = RunTraced({}, program_);
         EXPECT_EQ(sound.out, "1\n") << sound.err;
@@ -71,7 +71,7 @@ TEST_P(UnknownPort, NeverReadsFree) {
 // The sources whose answers come from files.
 class UnreadablePort : public UnknownPort {};
 
-// From some moment on no file can be opened.
+// No file can be opened after some point.
 TEST_P(UnreadablePort, NeverReadsFree) {
     int runs = 0;
     for (const SystemCall &call : CallsOfTheQuestion()) {

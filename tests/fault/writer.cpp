@@ -1,8 +1,8 @@
-// Makes one change for the tests that shoot at it: writer FILE SECTION KEY VALUE. Exit status 0
-// when it succeeded; 1 when it failed, with the error code and the errno on standard output.
+// Makes one change, for tests that inject faults: writer FILE SECTION KEY VALUE. Exits with 0 if it
+// succeeded; with 1 if it failed, with the error code and the errno on standard output.
 //
-// A call of getppid, which nothing else makes, stands before and behind the change, for the tests
-// to find its system calls between them.
+// A call of getppid, which is made nowhere else, marks the start and the end of the change for the
+// tests.
 #include <unistd.h>
 
 #include <cerrno>
