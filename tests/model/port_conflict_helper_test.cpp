@@ -63,7 +63,7 @@ TEST_F(PortConflictHelper, ToUPortReadsAsScanfDoes) {
         {"-1", 65535},
         {"0080", 80},
         {"4294967376", 80},
-        // Past what strtoul holds it saturates, and the low 16 bits of that are all set.
+        // strtoul returns its maximum for larger numbers; the low 16 bits of it are all set.
         {"99999999999999999999999", 65535},
     };
     for (const auto &row : rows) {

@@ -99,7 +99,7 @@ TEST_F(ComposeSectionInfo, PutsTheCopyInFront) {
 }
 
 TEST_F(ComposeSectionInfo, BoundsFieldsThatLackATerminator) {
-    // On the heap, so that the sanitizers see a read behind the last field.
+    // On the heap, so that the sanitizers detect a read after the last field.
     auto *source = static_cast<TAVO_SERVICE_CONF_SECTION *>(calloc(1, sizeof(*list_)));
     memset(source->szName, 'n', sizeof(source->szName));
     memset(&source->strTitle, 't', sizeof(source->strTitle));

@@ -1,4 +1,4 @@
-// The fixed folders of the appliance, filled anew for each test.
+// The fixed folders of the appliance, filled again for each test.
 #include <gmock/gmock.h>
 
 #include <dirent.h>
@@ -18,7 +18,7 @@
 
 namespace {
 
-// Some file systems leave the type of an entry to stat.
+// Some file systems do not report the type of a directory entry; it is then read with stat.
 bool g_types_are_reported = true;
 
 using Filter = int (*)(const dirent *);
@@ -60,7 +60,7 @@ class ConfEnum : public LibraryTest, protected Appliance {
         WriteFile(folder + "/" + name, contents);
     }
 
-    // The first section of every file, from the head of the list on.
+    // The first section of each file, starting at the head of the list.
     std::vector<std::string> FirstSections() const {
         std::vector<std::string> names;
         for (const auto *conf = list_; conf != nullptr; conf = conf->pNext) {
@@ -241,7 +241,7 @@ TEST_F(ConfEnum, ReportsEveryFailedAllocation) {
             ++records;
         }
         EXPECT_EQ(files, records);
-        // A file that cannot be held is still read.
+        // A file that cannot be held is read anyway.
         EXPECT_TRUE(fail.Hit() || files == 2);
         EXPECT_EQ(TLIBCErrGet() == 0, files == 2);
         EXPECT_TRUE(files == 2 || TLIBCErrGet() == 0x200U || TLIBCErrGet() == 0x2A00U);

@@ -73,7 +73,7 @@ TEST_F(FileVerify, CountsALinkToNothingInTheTargetAsFree) {
 }
 
 TEST_F(FileVerify, RejectsAPathThatIsTooLong) {
-    // Cut to the 4095 bytes of a path it would name another file, which is there.
+    // If truncated to the 4095 bytes of a path, the name would refer to another file, which exists.
     const std::string file = folder_.Write("b.sc", "");
     folder_.Write("target/b", "");
     std::string target = folder_ / "target";

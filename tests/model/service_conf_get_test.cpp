@@ -226,7 +226,7 @@ TEST_F(ConfGet, ReadsBinaryContentAsNoService) {
 }
 
 TEST_F(ConfGet, ReadsAHugeFile) {
-    // 200 MB, nearly all of it one line.
+    // 200 MB, almost all of it in one line.
     path_ = folder_.Write("huge.sc", Service("one") + "[two]\ntitle=T\ndesc=D\ndst.ports=1\n");
     const int fd = open(path_.c_str(), O_WRONLY | O_CLOEXEC);
     ASSERT_GE(fd, 0);
@@ -236,7 +236,7 @@ TEST_F(ConfGet, ReadsAHugeFile) {
     EXPECT_THAT(Names(list_->pSections), ElementsAre("two", "one"));
 }
 
-// A file may be rewritten, in place even, while it is read: whatever is met, records are whole.
+// A file may be rewritten while it is read, even in place. The records must always be complete.
 TEST_F(ConfGet, SurvivesAFileThatChangesWhileItIsRead) {
     path_ = folder_.Write("test.sc", Service("a"));
     std::atomic<bool> stop = false;
@@ -274,7 +274,7 @@ TEST_F(ConfGet, ReportsEveryFailedAllocation) {
         log_.Clear();
         const int result = fail.During([&] { return TAVOServiceConfGet(path.c_str(), &list); });
         if (result == 0) {
-            // Only [global] may be lost to exhausted memory, and never without a line.
+            // Only [global] may be lost when memory runs out, and only with a log line.
             EXPECT_THAT(Names(list->pSections), ElementsAre("one"));
             EXPECT_EQ(list->nVersion == 2, Messages().empty());
             list->pNext = nullptr;
@@ -309,11 +309,11 @@ TEST_F(ConfGet, NamesWhatCannotBeAllocated) {
         testing::Contains(HasSubstr("section name: global, nHashRecords: -1, tavoerr=[0x0200 ")));
 }
 
-// How often a file is opened while this lives.
+// Counts how often a file is opened during the lifetime of the object.
 class OpenCount {
   public:
     explicit OpenCount(const std::string &path) : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-        // Closing is watched as well, since the kernel makes one event of two equal ones in a row.
+        // Closing is watched too, because inotify merges equal consecutive events.
         inotify_add_watch(fd_, path.c_str(), IN_OPEN | IN_CLOSE);
     }
     ~OpenCount() { close(fd_); }

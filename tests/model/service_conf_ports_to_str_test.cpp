@@ -152,7 +152,8 @@ TEST_F(PortsToStr, ReportsEveryFailedAllocation) {
     EXPECT_GE(allocations, 2);
 }
 
-// What the parser reads from a printed list is the same list, reversed, ranges in order.
+// The parser reads a printed list as the same list in reverse order, with ranges in ascending
+// order.
 TEST_F(PortsToStr, PrintedListsReadBackReversed) {
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));

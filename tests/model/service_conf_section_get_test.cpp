@@ -19,7 +19,7 @@ using testing::IsEmpty;
 class ServiceString : public LibraryTest {
   protected:
     ServiceString() {
-        // What the function does not name must stay.
+        // Fields that the function does not set must be unchanged.
         strcpy(string_.szSource, "old source");
         strcpy(string_.szSection, "old section");
         strcpy(string_.szKey, "old key");
@@ -194,8 +194,8 @@ TEST_F(SectionGet, ForwardsOnlyForYes) {
         {"\"\"", 0},
         {"yess", 0},
         {"ye s", 0},
-        {"\"yes                         x\"", 0},     // 30 bytes: compared whole
-        {"\"yes                            x\"", 0},  // 32 bytes: too long, whatever is in front
+        {"\"yes                         x\"", 0},     // 30 bytes: compared completely
+        {"\"yes                            x\"", 0},  // 32 bytes: too long, whatever the prefix
         {"\"yes                             \"", 0},
         {"\"yes                            \"", 1},  // 31 bytes still fit
         {"\"YES                            no\"", 0},
@@ -269,7 +269,7 @@ TEST_F(SectionGet, FailsForABadPortListAndNamesWhich) {
                         ", section name: web, target: srcPort, "
                         "tavoerr=[0x0D00 service_conf_ports_get.cpp:N]"));
     log_.Clear();
-    // The source ports that were read before must not leak.
+    // The source ports that were already read must not leak.
     EXPECT_EQ(Read("title=t\ndesc=d\ndst.ports=\"80,\"\nsrc.ports=\"1,2,3\"\n"), -1);
     EXPECT_THAT(Messages(), ElementsAre("Service get port error, filepath: " + path_ +
                                         ", section name: web, target: dstPort, "
@@ -343,7 +343,7 @@ TEST_F(SectionGet, ReportsEveryFailedAllocation) {
         const int result =
             fail.During([&] { return TAVOServiceConfSectionGet(path.c_str(), "web", &list); });
         if (result == 0) {
-            // Only a reference may be lost to exhausted memory.
+            // Only a reference may be lost when memory runs out.
             EXPECT_EQ(Describe(list->pDstPorts).size(), 2U);
             EXPECT_EQ(list->pNext, &before);
             list->pNext = nullptr;

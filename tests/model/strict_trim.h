@@ -1,10 +1,10 @@
-// A core library whose TLIBCStrTrimSpace refuses an empty text, as an appliance's own may.
+// A core library with a TLIBCStrTrimSpace that rejects empty texts, as that of an appliance may.
 #ifndef TAVO_TESTS_MODEL_STRICT_TRIM_H
 #define TAVO_TESTS_MODEL_STRICT_TRIM_H
 
 namespace tavo::test {
 
-// TLIBCStrTrimSpace fails on an empty text for as long as this lives.
+// TLIBCStrTrimSpace fails for empty texts during the lifetime of the object.
 class StrictTrim {
   public:
     StrictTrim();
