@@ -1,4 +1,4 @@
-// Whether the catalogue is complete, as the checks of ports are told.
+// Whether the catalogue reports to the checks of ports that it is complete.
 #include <gmock/gmock.h>
 
 #include <sys/resource.h>
@@ -32,7 +32,7 @@ class Catalogue : public CatalogueTest {
         return path;
     }
 
-    // "COUNT services, fault 0xCODE", and whether something was left out.
+    // "COUNT services, fault 0xCODE", followed by ", logged" if something was left out.
     static std::string Read() {
         const ServiceCatalogue catalogue = ReadCatalogue();
         char text[64];
@@ -110,7 +110,7 @@ TEST_F(Catalogue, IsCompleteWithoutABadSetting) {
     EXPECT_EQ(Read(), "9 services, fault 0x0, logged");
 }
 
-// What no descriptor is left for.
+// No descriptor is left to open them.
 TEST_F(Catalogue, IsIncompleteWhenFilesCannotBeOpened) {
     Install("a.sc", Section("a", "80"));
     rlimit before;
@@ -215,7 +215,7 @@ TEST_F(Catalogue, ListsEveryFileThatWasTried) {
     EXPECT_EQ(catalogue.report.Files()[1].conf, nullptr);
 }
 
-// What is left out, as "row NAME", "FILE", "FILE [SECTION]" or "FOLDER", and its error code.
+// The omissions, as "row NAME", "FILE", "FILE [SECTION]" or "FOLDER", with the error code.
 std::vector<std::string> Omissions(const ReadingReport &report) {
     std::vector<std::string> omissions;
     for (const LeftOut &one : report.Omissions()) {
@@ -242,7 +242,7 @@ TEST_F(Catalogue, SaysWhatIsLeftOutAndWhetherItIsUnknown) {
                             b + " [c] 0x0", b + " 0x0", d + " 0x0"));
 }
 
-// What no descriptor is left for.
+// No descriptor is left to open it.
 TEST_F(Catalogue, SaysWhichFolderCannotBeListed) {
     rlimit before;
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);

@@ -20,7 +20,7 @@ const std::vector<std::string> kBuiltIn = {"ipp",       "lpr",        "kx20", "b
                                            "snmp",      "ftp",        "afp",  "nfs",
                                            "lanprobed", "ups_server", "ssh",  "telnet"};
 
-// The names of the built-in services behind `declared`, but for `left_out`.
+// The names in `declared`, followed by the built-in services except `left_out`.
 std::vector<std::string> BuiltInBehind(std::vector<std::string> declared,
                                        const std::vector<std::string> &left_out = {}) {
     for (const std::string &name : kBuiltIn) {
@@ -37,7 +37,7 @@ std::string Section(const std::string &name, const std::string &ports) {
 
 class ServiceEnum : public CatalogueTest {
   protected:
-    // How many services there are; they are kept in services_.
+    // Reads the services into services_ and returns their number.
     int Enumerate() {
         TAVO_FW_SERVICE *list = nullptr;
         const int count = TAVOFwServiceEnum(&list);
@@ -49,7 +49,7 @@ class ServiceEnum : public CatalogueTest {
         WriteFile(std::string(kPackageServices) + "/" + name, contents);
     }
 
-    // The service of that name; a test without it is over.
+    // The service of that name; throws if it does not exist.
     const TAVO_FW_SERVICE &Service(const char *name) const {
         const TAVO_FW_SERVICE *service = TAVOFWServiceFind(services_.get(), name);
         if (service == nullptr) {
@@ -58,7 +58,7 @@ class ServiceEnum : public CatalogueTest {
         return *service;
     }
 
-    // What the destination ports and protocol of service "s" become.
+    // The destination ports and protocol of service "s" when its service file declares `ports`.
     std::string PortsOf(const std::string &ports) {
         Install("s.sc", Section("s", ports));
         Enumerate();
@@ -166,8 +166,8 @@ TEST_F(ServiceEnum, LeavesOutWhatNeedsTheSettingsWithoutThem) {
 
 // ---- Services of service files ----
 
-// TAVOServiceConfEnum lists the last file and its last section first; the enumeration turns that
-// round.
+// TAVOServiceConfEnum lists the last file and its last section first; the enumeration reverses
+// this.
 TEST_F(ServiceEnum, PutsTheServicesOfServiceFilesInFront) {
     WriteFile(std::string(kSystemServices) + "/b.sc", Section("b1", "1") + Section("b2", "2"));
     WriteFile(std::string(kSystemServices) + "/a.sc", Section("a1", "3"));
@@ -295,7 +295,8 @@ TEST_F(ServiceEnum, LeavesOutOnlyWhatLacksMemory) {
         const Services services(list);
         EXPECT_EQ(count, static_cast<int>(Names(list).size()));
         EXPECT_TRUE(fail.Hit() || count == 15);
-        // A missing service has a line, or the code of a folder that could not be listed.
+        // A missing service must have a log line, or the error code of a folder that could not be
+        // listed.
         EXPECT_TRUE(count == 15 || !Messages().empty() || TLIBCErrGet() == 0x2A00U);
         for (; list != nullptr; list = list->pNext) {
             EXPECT_GT(TLIBCSzListCount(list->pDstPortList), 0) << list->szName;
@@ -304,7 +305,7 @@ TEST_F(ServiceEnum, LeavesOutOnlyWhatLacksMemory) {
     EXPECT_GT(allocations, 50);
 }
 
-// Opening the settings for every file, or every section, is what makes long lists slow.
+// Opening the settings for each file or section would make long lists slow.
 TEST_F(ServiceEnum, OpensTheFactorySettingsOnceForAllFiles) {
     const auto opened = [this] {
         return CountOpens(kFactorySettings, [this] { EXPECT_GT(Enumerate(), 0); });

@@ -82,7 +82,7 @@ class SectionNames : public CatalogueTest {
         return TAVOFwSectionNameEnum(service, &list);
     }
 
-    // The sections of the service, in a list of their own.
+    // The sections of the service, in a separate list.
     std::vector<std::string> SectionsOf(const char *service) {
         list_.reset(TLIBCSzListAlloc(1));
         const int count = Ask(service);
@@ -192,7 +192,7 @@ TEST_F(SectionNames, FailForAServiceThatNobodyKnows) {
     EXPECT_EQ(TLIBCErrGet(), 0x700U);
 }
 
-// The name is a file system path then, so a long one may not be cut into another one.
+// A name may be a file system path. A long one must not be truncated to another path.
 TEST_F(SectionNames, AreNotThoseOfAPathCutToFit) {
     InstallPackage("web", "[p1]\n");
     const std::string folder = std::string(kPackageServices) + "//";
@@ -225,7 +225,7 @@ TEST_F(SectionNames, RejectNull) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-// A source that runs out of memory is passed over or fails; the list never keeps half an answer.
+// A source that runs out of memory is skipped or fails; the list never contains a partial answer.
 TEST_F(SectionNames, ReportEveryFailedAllocation) {
     InstallUnit("unit", "u1,u2");
     WriteFile(kTable, "web=t1,t2\n");

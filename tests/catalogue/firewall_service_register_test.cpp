@@ -10,7 +10,7 @@
 
 namespace {
 
-// What is pushed to any list, where a test asks for it.
+// The texts that are pushed to any list; null if not recorded.
 std::vector<std::string> *g_pushed = nullptr;
 
 }  // namespace
@@ -46,8 +46,8 @@ std::string Provider(TAVO_FW_PORT_PROVIDER provider) {
                                         : "another";
 }
 
-// "NAME KEY default forward DESC TITLE", then the source ports and the destination ports: whether
-// there are, protocol, text, provider.
+// "NAME KEY default forward DESC TITLE", then for the source ports and the destination ports:
+// whether there are any, protocol, text, provider.
 std::string DescribeRow(const TAVO_FW_SERVICE_REG &row) {
     const auto side = [](uint32_t has, uint32_t protocol, const char *ports,
                          TAVO_FW_PORT_PROVIDER provider) {
@@ -111,7 +111,7 @@ TEST(ServiceTable, HoldsTheTwelveServicesInTheirOrder) {
 
 class Providers : public CatalogueTest {
   protected:
-    // What the provider answers, and the strings of the list that it stores.
+    // The result of the provider and the strings of the list that it stores.
     int Ask(TAVO_FW_PORT_PROVIDER provider) {
         TLIBCSzList *list = Sentinel();
         const int result = provider(&list);
@@ -120,14 +120,14 @@ class Providers : public CatalogueTest {
         return result;
     }
 
-    // What must stay in *ppPortList when a provider fails. Nobody looks into it.
+    // The value that must remain in *ppPortList if a provider fails. It is never dereferenced.
     static TLIBCSzList *Sentinel() {
         static char place;
         return reinterpret_cast<TLIBCSzList *>(&place);
     }
 
-    // The lines that the provider writes when it runs out of memory at one place or another. It
-    // must fail then and leave *ppPortList alone, unless the allocation was not really needed.
+    // The log lines of the provider when each of its allocations fails in turn. It must then fail
+    // and leave *ppPortList unchanged, unless it can work without the allocation.
     static std::set<std::string> LinesWithoutMemory(TAVO_FW_PORT_PROVIDER provider,
                                                     CapturedLog &log,
                                                     const std::vector<std::string> &expected) {
@@ -157,7 +157,7 @@ class Providers : public CatalogueTest {
     Strings ports_;
 };
 
-// So long that reading the file takes memory.
+// Long enough that reading the file needs memory.
 const std::string kLongComment = "#" + std::string(100000, '.') + "\n";
 
 class NfsPorts : public Providers {
@@ -359,7 +359,7 @@ struct RangeProvider {
 
 class RangePorts : public Providers, public testing::WithParamInterface<RangeProvider> {};
 
-// What they store is released already, so the range is caught on its way into the list.
+// The stored list is already released, so the range is recorded when it is pushed to the list.
 TEST_P(RangePorts, StoreAListThatIsReleased) {
     std::vector<std::string> pushed;
     g_pushed = &pushed;

@@ -1,4 +1,5 @@
-// How one service is made, of rows and sections that the table and the files of today do not hold.
+// Tests how one service is created, with rows and sections that the current table and files do not
+// contain.
 #include <gmock/gmock.h>
 
 #include <cstring>
@@ -10,7 +11,7 @@
 
 namespace {
 
-// How many files the reader claims to have read, where a test breaks it.
+// If not 0, the number of files that the reader claims to have read.
 int g_claimed_files = 0;
 
 }  // namespace
