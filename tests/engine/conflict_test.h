@@ -1,5 +1,5 @@
-// An appliance whose declared ports are up to the test. Of the built-in services telnet has 23/tcp,
-// snmp 161/udp.
+// An appliance in which the test controls the declared ports. Of the built-in services, telnet has
+// 23/tcp and snmp 161/udp.
 #ifndef TAVO_TESTS_ENGINE_CONFLICT_TEST_H
 #define TAVO_TESTS_ENGINE_CONFLICT_TEST_H
 
@@ -44,7 +44,7 @@ class ConflictTest : public LibraryTest, protected Appliance {
 
     std::vector<std::string> Conflicts() const { return Describe(conflicts_); }
 
-    // Puts an entry in front of the list that the caller hands over.
+    // Prepends an entry to the list that the caller passes.
     void HandOver(uint32_t start, uint32_t end) {
         TAVO_SERVICE_CONF_PORT port = {};
         port.nDirection = TAVO_PORT_DIRECTION_DST;

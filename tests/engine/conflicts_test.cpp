@@ -1,5 +1,5 @@
-// Many questions at once: each conflict comes with its question, source, declarer, place and range,
-// and a source that cannot be read is a record of its own.
+// Many questions in one call: each conflict is reported with its question, source, declarer, place
+// and range, and an unreadable source has a separate record.
 #include "engine/conflicts.h"
 
 #include <arpa/inet.h>
@@ -22,7 +22,7 @@ constexpr int kSettingSource = TAVO_PORT_CHECK_SYS_KEY;
 constexpr int kSocketSource = TAVO_PORT_CHECK_RUNTIME;
 constexpr int kEverySource = kRuleSource | kServiceSource | kSettingSource | kSocketSource;
 
-// A question that owns what it points to.
+// A question with its own copies of the data.
 struct Question {
     std::vector<Range> ports;
     int sources = kEverySource;
@@ -46,7 +46,7 @@ class Conflicts : public ConflictTest {
         return found_->Find(asked);
     }
 
-    // Each record as "QUESTION SOURCE LOW-HIGH/PROTOCOLS NAME TITLE FILE ENTRY".
+    // Each conflict as "QUESTION SOURCE LOW-HIGH/PROTOCOLS NAME TITLE FILE ENTRY".
     std::vector<std::string> Taken() const {
         std::vector<std::string> texts;
         for (const TakenPorts &taken : found_->Taken()) {
@@ -58,7 +58,7 @@ class Conflicts : public ConflictTest {
         return texts;
     }
 
-    // Each as "QUESTION SOURCE KIND CODE NAME TITLE FILE ENTRY KEY TEXT".
+    // Each failure as "QUESTION SOURCE KIND CODE NAME TITLE FILE ENTRY KEY TEXT".
     std::vector<std::string> Failures() const {
         std::vector<std::string> texts;
         for (const SourceFailure &failure : found_->Failures()) {
@@ -124,7 +124,7 @@ TEST_F(Conflicts, SayWhichQuestionEachBelongsTo) {
                             "3 4 7000-7010/1 a - " + kPackage + "a.sc a"}));
 }
 
-// Neighbours that are asked for one by one are one range of a declaration.
+// Adjacent ports of a question are one range of a declaration.
 TEST_F(Conflicts, JoinNeighbouringPortsOfAQuestion) {
     Service("a", "7000:7010/tcp");
     ASSERT_TRUE(Find({{{{7001, 7001}, {7000, 7000}, {7001, 7002}}, kServiceSource}}));
@@ -161,7 +161,7 @@ TEST_F(Conflicts, NameBuiltInServicesWithoutAFile) {
     EXPECT_EQ(Taken(), Texts({"0 4 23-23/1 telnet - - -"}));
 }
 
-// ---- What cannot be read
+// ---- Unreadable sources
 
 TEST_F(Conflicts, ReportABuiltInServiceThatIsLeftOutUnlessItIsSkipped) {
     const std::string settings = "/etc/nfs/tavo_nfs_conf";
@@ -205,7 +205,7 @@ TEST_F(Conflicts, ReportRulesThatCannotBeRead) {
     EXPECT_EQ(Failures(), Texts({"0 2 0 900 - - " + std::string(kRules) + " - - -"}));
 }
 
-// A link to itself may hide a file.
+// The file may exist if its path is a link loop.
 TEST_F(Conflicts, ReportRulesBehindALinkToItself) {
     std::filesystem::create_symlink(kRules, kRules);
     ASSERT_TRUE(Find({{{{7000, 7000}}, kRuleSource}}));
@@ -231,7 +231,7 @@ TEST_F(Conflicts, ReportThatSocketsHaveNoAnswerForPortZeroAlone) {
     EXPECT_EQ(Failures(), Texts({"0 16 4 d00 - - - - - -"}));
 }
 
-// Out of memory, nothing reads free: the call fails, or the records are all there.
+// When out of memory, the call fails or returns all records; no port is reported as free.
 TEST_F(Conflicts, MissNothingWhicheverAllocationFails) {
     Rules(Rule("7000", "7001", "service_id=x\n"));
     Settings("WebDavPort=7002\n");

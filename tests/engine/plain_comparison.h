@@ -1,5 +1,5 @@
-// Asked ports against declared ones, every pair of ranges in turn: what the engine's comparison,
-// which keeps ranges and merges them, is judged by.
+// Compares the ports of a query with declared ports, each pair of ranges in turn. It is the
+// reference for the engine's comparison, which keeps ranges and merges them.
 #ifndef TAVO_TESTS_ENGINE_PLAIN_COMPARISON_H
 #define TAVO_TESTS_ENGINE_PLAIN_COMPARISON_H
 
@@ -11,8 +11,8 @@
 
 namespace tavo::test {
 
-// 1 when the two share a port, 0 when they do not, -1 on failure; each pair that does is put in
-// front of *conflicts.
+// Returns 1 if the two overlap, 0 if not, -1 on failure. Each overlapping pair is prepended to
+// *conflicts.
 inline int PlainCompare(const char *query, const char *declared,
                         TAVO_SERVICE_CONF_PORT **conflicts) {
     TextRanges asked(TAVO_HERE, query, kQueryRangeSeparator);

@@ -1,4 +1,4 @@
-// What the tests of port range sets share: sets built node by node, and sets made readable.
+// Shared by the tests of port range sets: sets built node by node, and sets formatted as text.
 #ifndef TAVO_TESTS_ENGINE_PORT_RANGE_TEST_H
 #define TAVO_TESTS_ENGINE_PORT_RANGE_TEST_H
 
@@ -30,7 +30,7 @@ struct Node {
     std::uint32_t type;
 };
 
-// "80" or "1:5"; a node whose type does not tell what it is says so.
+// "80" or "1:5"; the type is added if it does not match the range.
 inline void PrintTo(const Node &node, std::ostream *out) {
     *out << node.start;
     if (node.start != node.end) {
@@ -41,7 +41,8 @@ inline void PrintTo(const Node &node, std::ostream *out) {
     }
 }
 
-// Whatever nodes a set has, its count is theirs, and direction and protocol are not used.
+// The nodes of a set. The count of any set must match them, and direction and protocol must be
+// unset.
 inline std::vector<Node> Nodes(const TAVO_PORT_RANGE *set) {
     std::vector<Node> nodes;
     for (const auto *port = set->pRanges; port != nullptr; port = port->pNext) {
@@ -60,7 +61,7 @@ inline std::vector<Node> FirstOf(const std::vector<Node> &nodes, std::size_t cou
 class Set {
   public:
     Set() : set_(TLIBPortRangeCreate()) {}
-    // A set of just these nodes, whether or not Add would make them.
+    // A set of exactly these nodes, even if Add would not create them.
     Set(std::initializer_list<Node> nodes) : Set(std::vector<Node>(nodes)) {}
     explicit Set(const std::vector<Node> &nodes) : Set() {
         TAVO_SERVICE_CONF_PORT **link = &set_->pRanges;
@@ -99,14 +100,14 @@ class Set {
 
 class PortRangeTest : public LibraryTest {
   protected:
-    // What is logged is recorded, too.
+    // If anything was logged, the error state must be set.
     void TearDown() override {
         if (!log_.Lines().empty()) {
             EXPECT_NE(TLIBCErrGet(), 0U);
         }
     }
 
-    // The source files that the log lines name.
+    // The source files in the log lines.
     std::vector<std::string> Sources() const {
         std::vector<std::string> sources;
         for (const CapturedLog::Line &line : log_.Lines()) {

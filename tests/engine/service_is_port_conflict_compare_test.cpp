@@ -1,4 +1,4 @@
-// Ports that are asked for against ports that are declared, both as text.
+// Compares the ports of a query with declared ports, both as text.
 #include <gmock/gmock.h>
 
 #include <random>
@@ -181,7 +181,7 @@ TEST_F(ComparePorts, ReportsEveryFailingAllocation) {
     EXPECT_GT(allocations, 3);
 }
 
-// The answer against a table of ports, over random texts.
+// Compares the answer with a table of ports, for random texts.
 TEST_F(ComparePorts, AgreesWithATableOfPorts) {
     const unsigned int seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));

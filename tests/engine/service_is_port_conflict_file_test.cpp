@@ -1,4 +1,4 @@
-// A whole service file against everything else that is declared on the appliance.
+// Checks a whole service file against all other declarations on the appliance.
 #include <gmock/gmock.h>
 
 #include <sys/resource.h>
@@ -138,7 +138,7 @@ TEST_F(ConfPortConflict, ReadsTheFileAndTheCatalogueOnceForAllSections) {
     EXPECT_EQ(CountOpens(file.c_str(), ask), 1);
 }
 
-// Each enumeration logs what it leaves out.
+// Each enumeration logs what it omits.
 TEST_F(ConfPortConflict, ReadsACatalogueThatLogsForEachSectionTwice) {
     Service("web", "8080/tcp");
     WriteFile("/usr/local/etc/services.d/bad.sc", "[bad]\ntitle=T\n");
@@ -164,7 +164,7 @@ TEST_F(ConfPortConflict, FindsTheOneSectionOfManyThatCollides) {
     EXPECT_THAT(Messages(), ElementsAre("szTmpString=10100/tcp conflict"));
 }
 
-// Every range meets every other one, which would make four million pairs.
+// Each range overlaps each other one, which would give four million pairs.
 TEST_F(ConfPortConflict, TakesNoMemoryForPairsThatAreMerged) {
     constexpr int kRanges = 2000;
     std::string ranges = "1000:60000";

@@ -1,5 +1,5 @@
-// A port that is taken, by each source in turn, and memory running out at every place: the answer
-// is that it is taken, or that this is unknown. It never reads free.
+// Checks a port that is taken by each source in turn while memory runs out at each place. The
+// answer must be that it is taken or that this is unknown, never that it is free.
 #include <gmock/gmock.h>
 
 #include <utility>
@@ -58,7 +58,7 @@ TEST_P(PortWithoutMemory, NeverReadsFree) {
     }
 }
 
-// One source that is unknown leaves the answer open, whatever the others say.
+// If one source is unknown, the port cannot be reported as free, whatever the others say.
 TEST_P(PortWithoutMemory, NeverReadsFreeAmongAllSources) {
     ForEachFailingAllocation([&](FailingAllocation &fail) {
         TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
@@ -83,8 +83,8 @@ INSTANTIATE_TEST_SUITE_P(Sources, PortWithoutMemory,
 
 class ConflictsWithoutMemory : public ConflictTest {};
 
-// The settings merge the conflicts of the services with their own, and then with what the caller's
-// list held on entry. A failure in between leaves all of them in the list, one by one.
+// The settings merge the conflicts of the services with their own, and then with the entries of the
+// caller's list. After a failure in between, all of them are in the list as single entries.
 TEST_F(ConflictsWithoutMemory, KeepsThoseThatWereFoundBefore) {
     Settings("syslogport=7021\n");
     Service("b", "7005,7007/tcp");

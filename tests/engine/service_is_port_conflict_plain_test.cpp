@@ -1,5 +1,5 @@
-// The engine beside a plain one, which makes every pair of ranges and joins them one by one: the
-// same answers, lists, log lines and error codes on random appliances.
+// Compares the engine with a simple one that creates all pairs of ranges and joins them one by one.
+// On random appliances both must give the same answers, lists, log lines and error codes.
 #include <gmock/gmock.h>
 
 #include <memory>
@@ -32,7 +32,7 @@ bool IsSkipped(const Question &question, const std::string &name) {
     return (" " + question.skip + " ").find(" " + name + " ") != std::string::npos;
 }
 
-// ---- The plain engine: sources in their order, without the sockets ----
+// ---- The simple engine: all sources in their order, except the sockets ----
 
 int PlainRules(const Question &question, TAVO_SERVICE_CONF_PORT **conflicts) {
     const char *path = TAVOPFRuleConfPathGet();
@@ -142,11 +142,11 @@ class PlainEngine : public ConflictTest {
     unsigned int Below(unsigned int limit) { return static_cast<unsigned int>(random_() % limit); }
     bool OneIn(unsigned int chance) { return Below(chance) == 0; }
 
-    // Up to `most` ports and ranges close to each other, so that they meet, touch and repeat.
+    // Up to `most` ports and ranges close together, so that they overlap, touch and repeat.
     std::string Ranges(char separator, unsigned int most, bool backwards) {
         std::string text;
         for (unsigned int i = 0, count = 1 + Below(most); i < count; ++i) {
-            // Now and then around the settings, which are next to each other.
+            // Sometimes close to the settings, which are adjacent.
             const unsigned int low = 7000 + Below(OneIn(4) ? 6 : 60);
             const unsigned int high = low + Below(OneIn(4) ? 2 : 12);
             const bool turned = backwards && OneIn(4);
@@ -172,7 +172,7 @@ class PlainEngine : public ConflictTest {
         for (int i = 0; i < 4; ++i) {
             Service("s" + std::to_string(i), Ranges(':', 12, true) + kProtocols[Below(3)]);
         }
-        // Ports of NFS are taken as they are written, and compared before those of the table.
+        // The ports of NFS are used as written and compared before those of the table.
         WriteFile("/etc/nfs/tavo_nfs_conf",
                   OneIn(12) ? "nfs_custom_port_enable=yes\nstatd_port=x\nnlm_port=7001\n" : "");
         Rules(OneIn(3) ? "" : Rule(Ranges('-', 5, true), Ranges('-', 5, true), "service_id=s1\n"));
@@ -186,13 +186,14 @@ class PlainEngine : public ConflictTest {
                 static_cast<int>(1 + Below(15))};
     }
 
-    // What the caller's list holds on entry.
+    // Fills the caller's list before the call.
     void HandOverSome() {
         for (unsigned int i = 0, count = OneIn(2) ? 0 : Below(6); i < count; ++i) {
             const unsigned int low = 7000 + Below(60);
             HandOver(low, OneIn(2) ? 0 : low + Below(9));
         }
-        // A range that runs backwards: then the order in which conflicts are joined matters.
+        // With a range that has its end before its start, the order in which conflicts are joined
+        // matters.
         for (auto *port = conflicts_; port != nullptr && OneIn(2); port = port->pNext) {
             port->nPortType = TAVO_PORT_TYPE_RANGE;
             port->nPortEnd = port->nPortStart - 1 - Below(9);
@@ -253,8 +254,8 @@ TEST_F(PlainEngine, AgreesOnRandomAppliances) {
     EXPECT_GT(failed, 20);
 }
 
-// A query that names neighbouring settings backwards leaves a range of the same kind in the set
-// that the conflicts are joined with, and then their order shows.
+// A query that names adjacent settings in reverse order leaves a range with its end before its
+// start in the set that the conflicts are joined with. The result then depends on their order.
 TEST_F(PlainEngine, AgreesWhereTheOrderOfConflictsShows) {
     Settings("ftpport=7000\nWebDavPort=7001\nsecure_WebDavPort=7002\nsyslogport=7003\n");
     std::vector<std::vector<std::string>> lists;
@@ -272,7 +273,8 @@ TEST_F(PlainEngine, AgreesWhereTheOrderOfConflictsShows) {
     EXPECT_NE(lists[0], lists[1]);
 }
 
-// Sections that find none, until one does: as if each were asked for by itself.
+// Sections without a conflict, up to the first one with a conflict: the result must be the same as
+// with a separate question for each.
 TEST_F(PlainEngine, AgreesOnEverySectionOfAFile) {
     SCOPED_TRACE("seed " + std::to_string(seed_));
     const HeldSocket held(AF_INET, SOCK_STREAM, 7300);

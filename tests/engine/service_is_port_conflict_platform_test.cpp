@@ -1,5 +1,5 @@
-// What the engine makes of libraries that fail, or that answer what they should not. The functions
-// below stand in front of the real ones for the whole program.
+// Tests the engine with libraries that fail or return invalid results. The functions below replace
+// the real ones for the whole program.
 #include <gmock/gmock.h>
 
 #include <dlfcn.h>
@@ -21,10 +21,10 @@ std::function<int()> g_ftp_high_port;
 std::function<int(int *slots, int *count, int low, int high, int tcp)> g_used_ports;
 std::function<int(TAVO_FW_SERVICE **)> g_services;
 
-// How many texts were trimmed: each text that is compared is.
+// The number of trimmed texts; each compared text is trimmed.
 int g_trims = 0;
 
-// The path that stat fails for, and how.
+// The path that stat fails for, and the errno.
 std::string g_unknown_path;
 int g_stat_error = 0;
 
@@ -222,7 +222,7 @@ TEST_F(EngineOnBadGround, PassesOverEmptySlots) {
     EXPECT_EQ(Ask("80:89", "tcp", TAVO_PORT_CHECK_RUNTIME), 1);
 }
 
-// A service whose destination ports are `ports`, as the catalogue hands it out.
+// A service with the destination ports `ports`, as the catalogue returns it.
 TAVO_FW_SERVICE *ServiceWithPorts(const char *ports) {
     auto *service = static_cast<TAVO_FW_SERVICE *>(calloc(1, sizeof(TAVO_FW_SERVICE)));
     snprintf(service->szName, sizeof(service->szName), "web");
@@ -256,8 +256,9 @@ TEST_F(EngineOnBadGround, ReadsThePortsOfASkippedServiceAsNumbers) {
     }
 }
 
-// A service whose ports are none fails every section that comes to it, and a query may be written
-// in ways that a package seldom uses. Neither makes each section walk all services.
+// A service with invalid ports is an error for each section that is compared with it, and a query
+// may be written in a form that packages rarely use. Neither may cause each section to be compared
+// with all services.
 TEST_F(EngineOnBadGround, ComparesAFileWithManyServicesInLinearTime) {
     constexpr int kCount = 300;
     g_services = [](TAVO_FW_SERVICE **services) {

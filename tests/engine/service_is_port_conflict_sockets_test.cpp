@@ -1,4 +1,4 @@
-// The sockets that hold a port now as a source: real ones, in a network of the test's own.
+// The sockets that hold a port as a source: real ones, in a private network namespace.
 #include <gmock/gmock.h>
 
 #include "conflict_test.h"

@@ -1,4 +1,4 @@
-// The question as a whole: arguments, the order of the sources, and the port that is always taken.
+// The question as a whole: arguments, the order of the sources, and the reserved port.
 #include <gmock/gmock.h>
 
 #include "conflict_test.h"

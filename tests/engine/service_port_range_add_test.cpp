@@ -183,7 +183,7 @@ TEST_F(PortRangeAdd, RejectsNull) {
     EXPECT_THAT(Sources(), ElementsAre("service_port_range_add.cpp", "service_port_range_add.cpp"));
 }
 
-// Wherever the range goes: behind the others, in front of them, or taking them in.
+// The range is added after the others, before them, or merged with them.
 TEST_F(PortRangeAdd, LeavesTheSetAsItWasWithoutMemory) {
     for (const std::uint32_t start : {80U, 1U, 12U}) {
         const Set set({{10, 20}});

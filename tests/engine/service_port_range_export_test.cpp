@@ -70,7 +70,7 @@ TEST_F(PortRangeExport, RejectsNull) {
     EXPECT_THAT(Sources(), ElementsAre("service_port_range_export.cpp"));
 }
 
-// The core library may also do without some of what it asks for: then the text is whole.
+// The core library may work without some of its allocations; the text is then complete.
 TEST_F(PortRangeExport, GivesNoTextWithoutMemory) {
     const Set set({{21, 21}, {1024, 1100}});
     int failures = 0;

@@ -33,7 +33,7 @@ TEST_F(PortRangeJoin, TakesEmptySets) {
     EXPECT_THAT(empty.Nodes(), IsEmpty());
 }
 
-// As the entries of a caller's list of conflicts come.
+// The entries of a caller's list of conflicts have this form.
 TEST_F(PortRangeJoin, TakesPortsInAnyOrderAndFillsInSinglePortsOfItsOwnOnly) {
     const Set target;
     const Set source({{443, 0, 0}, {80, 90}, {22, 0, 0}, {85, 100}});
@@ -52,7 +52,7 @@ TEST_F(PortRangeJoin, GivesItsNodesNeitherDirectionNorProtocol) {
     EXPECT_EQ(Describe(port), "dst 80 protocol 3");
 }
 
-// Such a node has the type of a single port, and that is what Add makes of it.
+// Such a node has the type of a single port, and Add treats it as one.
 TEST_F(PortRangeJoin, AddsTheFirstPortOnlyOfARangeThatRemoveCut) {
     const Set source({{10, 20}});
     source.Remove(12, 12);
@@ -115,7 +115,7 @@ TEST_F(PortRangeJoin, KeepsWhatWasAddedBeforeMemoryRanOut) {
     EXPECT_EQ(allocations, 3);
 }
 
-// A wrapped list of a caller, in whatever order: as if each entry had been added by itself.
+// Entries in any order give the same result as adding each one separately.
 TEST_F(PortRangeJoin, AddsAListInAnyOrder) {
     const unsigned int seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
@@ -132,7 +132,7 @@ TEST_F(PortRangeJoin, AddsAListInAnyOrder) {
         }
         for (int i = 0; i < 20; ++i) {
             const std::uint32_t start = port();
-            // Now and then a range that runs backwards: then the order given matters.
+            // Some ranges have their end before their start; the order then matters.
             const std::uint32_t end = round % 4 == 0 ? port() : start + port() % 9;
             nodes.emplace_back(start, end);
             EXPECT_EQ(added.Add(start, end), 0);

@@ -8,7 +8,7 @@ using testing::IsEmpty;
 
 class PortRangeOverlap : public PortRangeTest {
   protected:
-    // What both have in common; the order in which they are given makes no difference.
+    // The overlap of both sets; their order must not matter.
     static std::vector<Node> Common(const Set &a, const Set &b) {
         const std::vector<Node> a_before = a.Nodes();
         const std::vector<Node> b_before = b.Nodes();
@@ -126,7 +126,7 @@ TEST_F(PortRangeOverlap, KeepsWhatWasAddedBeforeMemoryRanOut) {
     EXPECT_EQ(allocations, 3);
 }
 
-// Room for the pieces is made more than once.
+// The array for the pieces grows more than once.
 TEST_F(PortRangeOverlap, KeepsEverySetWholeWhereverMemoryRunsOut) {
     std::vector<Node> nodes;
     for (std::uint32_t start = 0; start < 1000; start += 10) {

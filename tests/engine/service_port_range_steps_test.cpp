@@ -1,6 +1,6 @@
-// Sets against their operations told step by step: every one walks from the head, and none knows of
-// a shortcut. Any 32-bit bounds are given, in any order, so that sets get into every disorder that
-// callers may bring them into.
+// Compares sets with a step-by-step reference, in which each operation starts at the head and takes
+// no shortcuts. Any 32-bit bounds are used, in any order, so that the sets reach every disorder
+// that callers can cause.
 #include <algorithm>
 #include <random>
 
@@ -51,7 +51,7 @@ int PlainRemove(Plain &set, std::uint32_t start, std::uint32_t end) {
     return 0;
 }
 
-// Set and source may not be one, here and below.
+// Set and source must be different objects, here and below.
 void PlainJoin(Plain &set, const Plain &source) {
     for (const Node &node : source) {
         PlainAdd(set, node.start, node.type == 0 ? node.start : node.end);
@@ -197,7 +197,7 @@ class PortRangeSteps : public PortRangeTest {
         }
     }
 
-    // Disorder grows when sets are joined with themselves.
+    // Unordered sets grow when they are joined with themselves.
     void StartAgainWhenLarge(std::size_t i) {
         if (plain_[i].size() > 100) {
             sets_[i] = Set();

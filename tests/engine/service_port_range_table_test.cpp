@@ -1,7 +1,8 @@
-// Sets against the plainest thing that holds ports: a table with a mark for each of the 65,536.
+// Compares sets with the simplest representation of ports: a table with a mark for each of the
+// 65,536.
 //
-// The table knows one thing more than which ports are taken: which ranges Remove cut, since they
-// have the type of a single port and Join takes them at their word.
+// The table also records which ranges Remove has cut: they have the type of a single port, and Join
+// adds only that port.
 #include <random>
 #include <set>
 
@@ -52,7 +53,7 @@ class Table {
         Join(both);
     }
 
-    // Its runs of taken ports, as a set is to have them.
+    // The runs of taken ports, which are the nodes that a set must have.
     std::vector<Node> Nodes() const {
         std::vector<Node> nodes;
         for (std::size_t port = ports_.find(kTaken); port < kPorts;) {
@@ -68,9 +69,9 @@ class Table {
   private:
     static constexpr char kFree = '.';
     static constexpr char kTaken = '#';
-    static_assert(kTaken < kFree);  // so that the greater of two marks is the intersection's
+    static_assert(kTaken < kFree);  // the intersection takes the greater mark
 
-    // The first and the last port of the run that a taken port belongs to.
+    // The first and the last port of the run that contains a taken port.
     std::size_t RunStart(std::size_t port) const { return ports_.rfind(kFree, port) + 1; }
     std::size_t RunEnd(std::size_t port) const {
         return std::min(ports_.find(kFree, port), kPorts) - 1;
@@ -86,7 +87,7 @@ class Table {
     }
 
     std::string ports_ = std::string(kPorts, kFree);
-    std::set<std::size_t> cuts_;  // where the ranges start that Remove cut
+    std::set<std::size_t> cuts_;  // starts of the ranges that Remove cut
 };
 
 class PortRangeTable : public PortRangeTest {
@@ -97,8 +98,8 @@ class PortRangeTable : public PortRangeTest {
         return std::uniform_int_distribution<std::uint32_t>(0, below - 1)(engine_);
     }
 
-    // Mostly short ranges in a corner of the table, so that they meet, but also single ports, and
-    // ranges all over it.
+    // Mostly short ranges in a small part of the table, so that they overlap, but also single
+    // ports, and ranges anywhere.
     Node RandomRange() {
         const std::uint32_t ports = Random(4) == 0 ? kPorts : 2000;
         const std::uint32_t start = Random(2) == 0 ? Random(ports) : kPorts - 1 - Random(ports);
@@ -153,7 +154,7 @@ class PortRangeTable : public PortRangeTest {
         ASSERT_EQ(TLIBPortRangeImport(sets_[i].Get(), text.c_str()), 0);
     }
 
-    // Printed and read back, a set is the one that it was but for the types of cut ranges.
+    // A set that is exported and imported is unchanged, except for the types of cut ranges.
     void ExportAndImport(std::size_t i) {
         char *text = TLIBPortRangeExport(sets_[i].Get());
         ASSERT_EQ(text == nullptr, sets_[i].Get()->pRanges == nullptr);
@@ -174,7 +175,7 @@ class PortRangeTable : public PortRangeTest {
     Table tables_[kSets];
 };
 
-// What Add promises, said without the table.
+// Checks the guarantees of Add without the table.
 void CheckInvariants(const std::vector<Node> &nodes) {
     for (std::size_t i = 1; i < nodes.size(); ++i) {
         ASSERT_LT(nodes[i - 1].end + 1, nodes[i].start);
