@@ -457,7 +457,7 @@ TEST_F(CleanCommand, LetsRemoveNotifyOfAFileThatIsGone) {
     EXPECT_EQ(ServiceTool({"remove", kName}).status, 1);
 }
 
-// The first removal, which the second one waits for, removes the copy.
+// The first removal, which the second one waits for, notifies and removes the copy.
 TEST_F(CleanCommand, NotifiesOnceWhereTwoCompleteARemoval) {
     fs::remove(kPackage + kName);
     const std::string copy = MakeFile("/tmp/servicetool.remove.notes.sc." + DeadPid());

@@ -58,7 +58,7 @@ class HoldingProgram {
 
     pid_t Pid() const { return pid_; }
 
-    // "(pid 812)".
+    // The process id as "(pid 812)".
     std::string PidText() const { return "(pid " + std::to_string(pid_) + ')'; }
 
   private:

@@ -8,8 +8,9 @@
 namespace tavo::test {
 
 // Lints the text, reads it as a file with the library and compares the results: the library must
-// read exactly the services without lint errors, and the file as a whole if there is one. Returns a
-// description of the difference; empty if there is none.
+// read exactly the services without lint errors, and it must read all services, at least one, if
+// and only if lint reports no error. Returns a description of the difference; empty if there is
+// none.
 std::string Contradiction(std::string_view text);
 
 }  // namespace tavo::test

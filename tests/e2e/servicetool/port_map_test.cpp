@@ -1,4 +1,4 @@
-// The picture of the port space: its shape, its signs, its colours and its legend.
+// The picture of the port space: its shape, characters, colours and legend.
 #include "picture/port_map.h"
 
 #include <gtest/gtest.h>
