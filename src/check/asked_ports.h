@@ -1,5 +1,5 @@
-// The ports that a check is asked for: each text of a list as a number, and the different ports
-// among them in ascending order, so that what is known of other ports need not be kept.
+// The ports that a check is called with: the number of each list entry, and an index of the
+// distinct ports in ascending order. Data about other ports need not be stored.
 #ifndef TAVO_SRC_CHECK_ASKED_PORTS_H
 #define TAVO_SRC_CHECK_ASKED_PORTS_H
 
@@ -15,7 +15,7 @@ namespace tavo {
 
 class AskedPorts {
   public:
-    // False when out of memory.
+    // Returns false when out of memory.
     bool Read(const TLIBCSzList *list) {
         count_ = TLIBCSzListCount(list);
         ports_.reset(NewArray(static_cast<std::size_t>(count_) + 1));
@@ -27,7 +27,7 @@ class AskedPorts {
             ScanPort(TLIBCSzListGet(list, i), ports_.get()[i]);
             places_.get()[ports_.get()[i]] = 1;
         }
-        // Port 0 is never looked up.
+        // Port 0 is not a valid port and is never looked up.
         uint16_t below = 0;
         places_.get()[0] = 0;
         for (unsigned int port = 0; port <= kHighestPort + 1; ++port) {
@@ -40,11 +40,11 @@ class AskedPorts {
 
     int Count() const { return count_; }
 
-    // The port that the text at that index of the list gives, 0 when it gives none.
+    // The port of the list entry at `index`, 0 if the entry is not a port.
     uint16_t operator[](int index) const { return ports_.get()[index]; }
 
-    // How many different ports below `port`, up to 65536, are asked for. Each port that is asked
-    // for has its place there.
+    // The number of distinct requested ports below `port`, which is at most 65536. For a requested
+    // port this is its index.
     std::size_t PlaceOf(unsigned int port) const { return places_.get()[port]; }
 
     std::size_t Places() const { return PlaceOf(kHighestPort + 1); }
@@ -57,8 +57,8 @@ class AskedPorts {
     using Array = std::unique_ptr<uint16_t, FreeWith<std::free>>;
 
     int count_ = 0;
-    Array ports_;   // of each text
-    Array places_;  // of each port, and the number of all behind the highest
+    Array ports_;   // by list index
+    Array places_;  // the index of each port, then the number of distinct ports
 };
 
 }  // namespace tavo

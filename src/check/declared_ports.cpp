@@ -28,7 +28,7 @@ SystemDeclaration ReadSystemPort(const Place &here, const SystemPort &row) {
     Reading reading = Reading::Good();
     if (found < 0) {
         const unsigned int error = TLIBCErrGet();
-        // Without a settings file nothing is set; anything else leaves the port unknown.
+        // If there is no settings file, nothing is set. After any other error the port is unknown.
         reading = error == TLIBC_ERR_NO_FILE ? Reading::Good() : Reading::Unknown();
         TAVO_LOG_AT(here, "Failed to get %s from %s, errno=0x%X", row.key, kSettingsFile, error);
     }

@@ -1,5 +1,4 @@
-// The ports that are declared, by the system's own settings and by the firewall services, as they
-// are declared: a range is one entry.
+// The ports that the system's own settings and the firewall services declare. A range is one entry.
 #ifndef TAVO_SRC_CHECK_DECLARED_PORTS_H
 #define TAVO_SRC_CHECK_DECLARED_PORTS_H
 
@@ -11,14 +10,14 @@
 
 namespace tavo {
 
-// What the system itself declares: the value of a key of the settings, or a port that is fixed.
+// A port that the system itself declares: the value of a settings key, or a fixed port.
 struct SystemPort {
     const char *key;
     const char *port;
     uint16_t protocol;
     const char *service;
     const char
-        *setting_service;  // the same service as the engine's settings name it; null for none
+        *setting_service;  // name of the service in the engine's settings; null if it is not there
 };
 
 inline constexpr SystemPort kSystemPorts[] = {
@@ -29,30 +28,30 @@ inline constexpr SystemPort kSystemPorts[] = {
     {"syslogport", nullptr, TAVO_PROTO_UDP, "tavo-syslog", "syslog_server"},
 };
 
-// The port that a row declares now.
+// The current port of a row.
 struct SystemDeclaration {
-    uint16_t port;    // 0 when the key is absent or cannot be read
-    Reading reading;  // invalid when the value is no port; `port` is the number that it begins with
+    uint16_t port;    // 0 if the key is absent or cannot be read
+    Reading reading;  // invalid if the value is not a port; `port` is then its leading number
 };
 
-// `here` is the place of the operation that reads, which the log lines name.
+// `here` is the source location of the calling operation, which the log lines show.
 
-// A key that is absent or cannot be read is logged.
+// Reads the port of a row. A missing or unreadable key is logged.
 SystemDeclaration ReadSystemPort(const Place &here, const SystemPort &row);
 
-// Only a service of exactly TCP counts for TCP; one that declares both is found under UDP alone,
-// which is kept.
+// A service counts for TCP only if TCP is its only protocol. A service with both protocols is
+// listed under UDP alone; callers depend on this.
 inline uint16_t DeclaredProtocol(const TAVO_FW_SERVICE &service) {
     return service.nDstProtocol == TAVO_PROTO_TCP ? TAVO_PROTO_TCP : TAVO_PROTO_UDP;
 }
 
-// Reads a port string of a service, such as "80" or "8000-8002". False, which is logged, when it
-// declares no port.
+// Reads a port string of a service, such as "80" or "8000-8002". Returns false, after logging, if
+// it does not contain a port.
 bool ReadPortString(const Place &here, const char *text, const char *service, uint16_t &first,
                     uint16_t &last);
 
-// Calls take(first, last) for each port string of the service that declares any, in their order,
-// until it answers false, which then is the answer.
+// Calls take(first, last) for each valid port string of the service, in list order. Stops and
+// returns false if take returns false.
 template <typename Take>
 bool ForEachDeclaredRange(const Place &here, const TAVO_FW_SERVICE &service, Take take) {
     const int strings = TLIBCSzListCount(service.pDstPortList);

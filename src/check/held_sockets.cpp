@@ -48,7 +48,7 @@ bool HeldSockets::ReadTables(GrowingArray<SocketRecord> &sockets) {
     return true;
 }
 
-// Sockets without an inode are the kernel's.
+// Sockets without an inode belong to the kernel and are skipped.
 bool HeldSockets::ReadTable(const char *path, uint16_t protocol,
                             GrowingArray<SocketRecord> &sockets) {
     const OwnedNames lines =
@@ -70,8 +70,8 @@ bool HeldSockets::ReadTable(const char *path, uint16_t protocol,
     return true;
 }
 
-// Enters the process as a holder of the last socket, unless it has ended: a process that is gone
-// has no executable, nor has one that only waits for its parent to take note of its end.
+// Adds the process as a holder of the last socket, unless it has ended. A process that is gone has
+// no executable, and neither has a zombie.
 bool HeldSockets::AddHolder(const char *pid) {
     const auto number = static_cast<uint32_t>(std::strtoul(pid, nullptr, 10));
     std::size_t place = 0;
@@ -93,7 +93,7 @@ bool HeldSockets::AddHolder(const char *pid) {
     return processes_[place].ended || holders_.Append(place);
 }
 
-// Adds the sockets that have holders; the others are `left`.
+// Adds the sockets that have holders. The others are appended to `left`.
 bool HeldSockets::AddHeld(const InodeHolders &holders, const GrowingArray<SocketRecord> &found,
                           GrowingArray<SocketRecord> &left) {
     for (SocketRecord socket : found) {
@@ -122,7 +122,7 @@ bool HeldSockets::LookAgain(const GrowingArray<SocketRecord> &left) {
     return AddHeld(holders, left, unknown) && AddUnknown(unknown);
 }
 
-// Adds the sockets that are still open, or all when the tables cannot be read again.
+// Adds the sockets that are still open, or all of them if the tables cannot be read again.
 bool HeldSockets::AddUnknown(const GrowingArray<SocketRecord> &left) {
     if (left.Count() == 0) {
         return true;

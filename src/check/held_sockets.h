@@ -1,5 +1,5 @@
-// The sockets that processes hold now, and which processes: the kernel's tables list the sockets
-// with their inodes, and the descriptors of each process name the inodes that it has open.
+// The sockets that processes currently hold, and their holders. The kernel's tables list the
+// sockets with their inodes, and the descriptors of each process give the inodes that it has open.
 #ifndef TAVO_SRC_CHECK_HELD_SOCKETS_H
 #define TAVO_SRC_CHECK_HELD_SOCKETS_H
 
@@ -18,35 +18,37 @@ struct SocketRecord {
     SocketAddress address;
     uint16_t protocol;  // TAVO_PROTO_TCP or TAVO_PROTO_UDP
     uint16_t port;
-    uint32_t state;  // in the numbers of the kernel
+    uint32_t state;  // kernel's number
     uint64_t inode;
 
-    // The holders, in the list of all. Without any, they are unknown.
+    // The range of the socket's holders in the list of all holders. If it is empty, the holders are
+    // unknown.
     std::size_t first_holder;
     std::size_t holders;
 };
 
 struct HoldingProcessRecord {
     uint32_t pid;
-    const char *program;  // its executable; null when it cannot be read
-    bool ended;           // it is no holder then
+    const char *program;  // its executable; null if it cannot be read
+    bool ended;           // it is not a holder then
 };
 
 class HeldSockets {
   public:
-    // Looks at the processes and then at the sockets, so that a process that ends meanwhile is not
-    // taken for the holder of a port that another has. A socket without a holder may have been
-    // opened, or handed to another process, since: these are looked for once more. What is closed
-    // by then is left out; the holders of the others are unknown. So are sockets that the kernel
-    // alone is still closing, such as those in TIME_WAIT: nobody holds them.
+    // Reads the processes before the sockets, so that a process that ends in between is not
+    // reported as the holder of a port that another process now holds. A socket without a holder
+    // may have been opened, or passed to another process, after the processes were read, so these
+    // are looked up a second time. Sockets that are closed by then are omitted; the holders of the
+    // remaining ones are unknown. Sockets that only the kernel still has, such as those in
+    // TIME_WAIT, are omitted: no process holds them.
     //
-    // Call it once. Returns false on failure, which is logged: Code() and Path() say why.
+    // Call it once. Returns false on failure, which is logged; Code() and Path() give the cause.
     bool Read();
 
-    // In the order of the tables.
+    // In the order of the tables; those that had no holder in the first lookup are at the end.
     std::span<const SocketRecord> Sockets() const { return {sockets_.begin(), sockets_.Count()}; }
 
-    // The processes that hold a socket, as numbers into Processes().
+    // The processes that hold a socket, as indexes into Processes().
     std::span<const std::size_t> HoldersOf(const SocketRecord &socket) const {
         return {holders_.begin() + socket.first_holder, socket.holders};
     }
@@ -54,8 +56,8 @@ class HeldSockets {
         return {processes_.begin(), processes_.Count()};
     }
 
-    // Of a reading that failed: the error code, and the table; null where processes could not be
-    // read.
+    // After a failed Read: the error code, and the table that could not be read. The path is null
+    // if the processes could not be read.
     unsigned int Code() const { return code_; }
     const char *Path() const { return path_; }
 
@@ -72,7 +74,7 @@ class HeldSockets {
     GrowingArray<SocketRecord> sockets_;
     GrowingArray<std::size_t> holders_;
     GrowingArray<HoldingProcessRecord> processes_;
-    KeySet known_pids_;  // the place of each process
+    KeySet known_pids_;  // gives each process its index in processes_
     KeptTexts texts_;
     unsigned int code_ = 0;
     const char *path_ = nullptr;

@@ -1,6 +1,5 @@
-// A process's sockets are links in its descriptor folder that read "socket:[INODE]" (proc(5)). They
-// are read from the folder's descriptor and never followed: the target of a descriptor may lie on a
-// mount that does not answer.
+// The sockets of a process are links in its descriptor folder that read "socket:[INODE]" (proc(5)).
+// The links are read and never followed, since a target may be on a mount that does not respond.
 #include "check/inode_holders.h"
 
 #include <dirent.h>
@@ -19,12 +18,12 @@ namespace {
 
 constexpr std::size_t kFolderPathSize = 1024;
 
-// Room for a value in a log line; a longer one is cut.
+// Buffer size for a value in a log line. A longer value is truncated.
 constexpr std::size_t kShownValueSize = 1024;
 
 using Folder = std::unique_ptr<DIR, FreeWith<closedir>>;
 
-// The number behind `szPrefix`, as "%lu" reads it; false where the text is another one.
+// Reads the number after `szPrefix` as "%lu" does. Returns false if the text has another form.
 bool NumberBehind(const char *szPrefix, const char *szText, uint64_t &nNumber) {
     const std::size_t nLength = std::strlen(szPrefix);
     if (std::strncmp(szText, szPrefix, nLength) != 0) {
@@ -35,13 +34,13 @@ bool NumberBehind(const char *szPrefix, const char *szText, uint64_t &nNumber) {
     return szEnd != szText + nLength;
 }
 
-// "socket:[8123]", in kernels before 2.6 "[0000]:8123".
+// The form is "socket:[8123]", or "[0000]:8123" in kernels before 2.6.
 bool InodeOfLink(const char *szTarget, uint64_t &ulInode) {
     return NumberBehind("socket:[", szTarget, ulInode) ||
            NumberBehind("[0000]:", szTarget, ulInode);
 }
 
-// The error code for a failed look at a process, 0 when there is nothing to be seen.
+// The error code for a failed system call on a process; 0 if the process is gone or not accessible.
 unsigned int FaultOf(int nError) {
     return IsOutOfReach(nError) ? 0 : ErrorOfCall(nError);
 }
@@ -70,16 +69,16 @@ unsigned int InodeHolders::AddDescriptors(int nFolder, const char *szPid) {
     }
     unsigned int nFirstError = 0;
     for (;;) {
-        errno = 0;  // readdir leaves it alone at the end of the folder
+        errno = 0;  // readdir does not set it at the end of the folder
         const dirent *pEntry = readdir(folder.get());
         if (pEntry == nullptr) {
             const unsigned int nError = errno == 0 ? 0 : FaultOf(errno);
             return nFirstError != 0 ? nFirstError : nError;
         }
         if (pEntry->d_name[0] == '.') {
-            continue;  // "." and ".." are no descriptors
+            continue;  // "." and ".." are not descriptors
         }
-        // A link that cannot be read is passed over, and the rest is entered.
+        // A link that cannot be read is skipped, and the remaining links are added.
         const unsigned int nError = AddLink(nFolder, pEntry->d_name, szPid);
         if (nError == TLIBC_ERR_NO_MEMORY) {
             return nError;
@@ -106,7 +105,7 @@ bool InodeHolders::Add(uint64_t ulInode, const char *szPid) {
         return false;
     }
     const bool known = added == KeySet::Result::kKnown;
-    // The holder first: an inode that nobody holds is never entered.
+    // The holder is appended first, so that an inode without a holder is never added.
     if (!holders_.Append({szPid, known ? inodes_[nPlace].nLastHolder : kNone}) ||
         (!known && !inodes_.Append({ulInode, kNone, 0}))) {
         return false;
@@ -145,7 +144,8 @@ bool InodeHolders::Store(const Place &here, const Inode &inode,
     return false;
 }
 
-// The holders, each with a comma after it, and then what the table has already; cut to fit.
+// Prints the holders, each followed by a comma, and then the current value of the table, truncated
+// to the buffer.
 void InodeHolders::PrintValue(const Inode &inode, const char *szKnown, char *szBuf,
                               std::size_t nSize) const {
     const auto print = [&](const char *szText) {
@@ -165,10 +165,10 @@ void InodeHolders::PrintValue(const Inode &inode, const char *szKnown, char *szB
 
 namespace {
 
-// A hint for the list of processes.
+// Initial capacity of the list of processes.
 constexpr int kProcesses = 512;
 
-// Pushes the number of the process in decimal. A failure is logged and leaves it out; false then.
+// Appends the process id in decimal. A failure is logged and returns false.
 bool PushPid(const Place &here, int pid, OwnedNames &pids) {
     char text[sizeof("-2147483648")];
     std::snprintf(text, sizeof(text), "%d", pid);
@@ -181,8 +181,8 @@ bool PushPid(const Place &here, int pid, OwnedNames &pids) {
 
 }  // namespace
 
-// The names of /proc that are numbers sort in front of all others, so the first other one ends the
-// walk.
+// In /proc, names that are numbers sort before all others, so the loop ends at the first other
+// name.
 OwnedNames ListPids(const Place &here, unsigned int &error) {
     OwnedNames pids(TLIBCSzListAlloc(kProcesses));
     const Listing listing("/proc");

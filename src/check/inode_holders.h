@@ -1,4 +1,4 @@
-// Which processes hold which socket, collected process by process.
+// Maps socket inodes to the processes that hold them.
 #ifndef TAVO_SRC_CHECK_INODE_HOLDERS_H
 #define TAVO_SRC_CHECK_INODE_HOLDERS_H
 
@@ -14,7 +14,7 @@
 
 namespace tavo {
 
-// Room for the target of a link; what is longer is cut.
+// Buffer size for a link target. A longer target is truncated.
 constexpr std::size_t kLinkSize = 1024;
 
 // The error code for a system call that failed with this errno.
@@ -22,15 +22,15 @@ constexpr unsigned int ErrorOfCall(int nError) {
     return nError == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_FILE_UNUSABLE;
 }
 
-// Whether that errno says that a process is gone, even while its folder is being read, or that the
-// caller has no permission to look at it. ENAMETOOLONG is what the kernel gives for the link of a
-// file whose path is longer than a page: no socket has one.
+// True if the errno means that a process is gone, possibly while its folder is being read, or that
+// the caller has no permission to read it. ENAMETOOLONG is the kernel's error for the link of a
+// file whose path is longer than a page; a socket never has one.
 constexpr bool IsOutOfReach(int nError) {
     return nError == ENOENT || nError == ESRCH || nError == ENOTDIR || nError == ENAMETOOLONG ||
            nError == EACCES || nError == EPERM;
 }
 
-// An inode as the key of the table of holders, in decimal.
+// An inode in decimal, as a key of the table of holders.
 class InodeKey {
   public:
     explicit InodeKey(uint64_t ulInode) {
@@ -42,25 +42,26 @@ class InodeKey {
     char szText_[sizeof("18446744073709551615")];
 };
 
-// A socket that a thousand processes share is written once, when all of them are known.
+// Collects all holders before any value is written, so that a socket that many processes share is
+// written once.
 class InodeHolders {
   public:
-    // Enters the sockets that the process holds; its number, a text of the caller's, must outlive
-    // this object. A process that is gone, or that the caller has no permission to look at, has
-    // none. 0, else the error code of what kept its sockets from being read: the holders are
-    // incomplete then, and only StoreIn may still be called.
+    // Adds the sockets that the process holds. `szPid` belongs to the caller and must outlive this
+    // object. A process that is gone, or that the caller has no permission to read, has no sockets.
+    // Returns 0, or the error code if its sockets could not be read. The holders are then
+    // incomplete, and only StoreIn may still be called.
     unsigned int AddProcess(const char *szPid);
 
-    // Enters the sockets of all processes. False, which is logged, when a holder may be missing:
-    // the error state then says why. `here` is the place of the operation that reads.
+    // Adds the sockets of all processes. Returns false, after logging, if a holder may be missing;
+    // the error state then gives the cause. `here` is the source location of the calling operation.
     bool Collect(const Place &here);
 
-    // Calls take(pid) for each process that holds the inode, with its number as it was added, the
-    // last one first, until it returns false, which then is the answer.
+    // Calls take(pid) for each process that holds the inode, the last added first. Stops and
+    // returns false if take returns false.
     template <typename Take>
     bool ForEachHolder(uint64_t inode, Take take) const {
         const std::size_t place = numbers_.NumberOf(inode, 0);
-        const char *former = nullptr;  // a process may hold it through several descriptors
+        const char *former = nullptr;  // a process may hold the inode through several descriptors
         for (std::size_t i = place == KeySet::kNone ? kNone : inodes_[place].nLastHolder;
              i != kNone; i = holders_[i].nBefore) {
             const char *pid = holders_[i].szPid;
@@ -72,8 +73,8 @@ class InodeHolders {
         return true;
     }
 
-    // Puts the collected processes in front of what the table names already. An inode whose value
-    // cannot be stored is logged and left as it was, and false is the answer.
+    // Prepends the collected processes to the values in the table. If a value cannot be stored,
+    // this is logged, the table entry is unchanged, and the result is false.
     bool StoreIn(const Place &here, TLIBCSzHash *pInodeToPidsTable) const;
 
   private:
@@ -82,11 +83,11 @@ class InodeHolders {
     struct Inode {
         uint64_t ulInode;
         std::size_t nLastHolder;
-        std::size_t nTextLength;  // of the text that names all holders
+        std::size_t nTextLength;  // length of the list of all holders as text
     };
     struct Holder {
         const char *szPid;
-        std::size_t nBefore;  // the one that was entered before it, or kNone
+        std::size_t nBefore;  // index of the previous holder of the inode, or kNone
     };
 
     unsigned int AddDescriptors(int nFolder, const char *szPid);
@@ -95,23 +96,23 @@ class InodeHolders {
     bool Store(const Place &here, const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
     void PrintValue(const Inode &inode, const char *szKnown, char *szBuf, std::size_t nSize) const;
 
-    OwnedNames pids_;             // of Collect
-    KeySet numbers_;              // gives each inode its place in inodes_
-    GrowingArray<Inode> inodes_;  // in the order in which they were met
+    OwnedNames pids_;             // set by Collect
+    KeySet numbers_;              // gives each inode its index in inodes_
+    GrowingArray<Inode> inodes_;  // in the order of their first occurrence
     GrowingArray<Holder> holders_;
 };
 
-// `here` is the place of the operation that reads, which the log lines name.
+// `here` is the source location of the calling operation, which the log lines show.
 
-// The numbers of all processes; null, which is logged, without memory for the list. `error` is set
-// to 0, or to the error code of what kept processes out of the list.
+// Returns the ids of all processes; null, after logging, when out of memory for the list. `error`
+// is set to 0, or to an error code if processes may be missing from the list.
 OwnedNames ListPids(const Place &here, unsigned int &error);
 
-// Enters the sockets of a process; false, which is logged, when that cannot be done in full.
+// Adds the sockets of a process. Returns false, after logging, if they are incomplete.
 bool AddProcess(const Place &here, const char *pid, InodeHolders &holders);
 
-// The executable of a process; null when it cannot be read, for the reason in errno, which is 0 for
-// an empty link.
+// Returns the executable of a process; null if it cannot be read. errno then gives the cause; it is
+// 0 for an empty link.
 OwnedText ReadProgram(uint32_t pid);
 
 }  // namespace tavo

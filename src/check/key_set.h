@@ -1,8 +1,8 @@
-// A set of what tells records apart, two numbers for each: where thousands of records are
-// collected, a new one is not compared with every former one.
+// A set of record keys of two numbers each. With it, a new record among thousands need not be
+// compared with every earlier one.
 //
-// A hash table with open addressing and linear probing, at most half full. Nothing is ever taken
-// out, so a free slot ends a search.
+// A hash table with open addressing and linear probing, at most half full. Keys are never removed,
+// so a free slot ends a search.
 #ifndef TAVO_SRC_CHECK_KEY_SET_H
 #define TAVO_SRC_CHECK_KEY_SET_H
 
@@ -14,7 +14,8 @@
 
 namespace tavo {
 
-// Spreads numbers that follow each other over a table (the multiplier is 2^64 by the golden ratio).
+// Distributes consecutive numbers over a table (the multiplier is 2^64 divided by the golden
+// ratio).
 inline std::size_t Spread(uint64_t nKey) {
     const uint64_t nMixed = nKey * 0x9E3779B97F4A7C15u;
     return static_cast<std::size_t>(nMixed ^ (nMixed >> 32));
@@ -24,7 +25,7 @@ class KeySet {
   public:
     enum class Result { kAdded, kKnown, kNoMemory };
 
-    // `pnNumber` is set to how many keys were added before this one, unless it is null.
+    // Adds a key. `pnNumber`, unless null, is set to the number of keys that were added before it.
     Result Add(uint64_t nFirst, uint64_t nSecond, std::size_t *pnNumber = nullptr) {
         if (2 * (nCount_ + 1) > nSlots_ && !Grow()) {
             return Result::kNoMemory;
@@ -40,7 +41,7 @@ class KeySet {
         return known ? Result::kKnown : Result::kAdded;
     }
 
-    // How many keys were added before this one, kNone when it was not added.
+    // The number of keys that were added before this one; kNone if it is not in the set.
     std::size_t NumberOf(uint64_t first, uint64_t second) const {
         return nSlots_ == 0 ? kNone : Find(slots_.get(), nSlots_, first, second).nPlace - 1;
     }
@@ -51,7 +52,7 @@ class KeySet {
     struct Slot {
         uint64_t nFirst;
         uint64_t nSecond;
-        std::size_t nPlace;  // 1 for the key that was added first; 0 in a free slot
+        std::size_t nPlace;  // 1 for the first key added; 0 in a free slot
     };
     using Slots = std::unique_ptr<Slot, FreeWith<std::free>>;
 

@@ -1,14 +1,16 @@
-// Which of a caller's ports are in a list, and what that list says of them: the check of the
-// configuration and that of the running system differ in the list alone.
+// Checks which of the caller's ports are in use. The check of the configuration and the check of
+// the running system share this code and differ in the list that the ports are compared with.
 //
-// A check is a kind of result record with the names of its own functions, which its log lines give:
-// Known is what its ports are compared with, kAppendNobody says that a port is not in it, kCheck
-// fills a result list (kResultListName), kListPorts takes the ports of one, and Show tells them.
+// A Check is a kind of result record with the names of its own functions, which its log lines show.
+// Known is the data that the ports are compared with, kAppendNobody adds a record for a port that
+// is not in it, kCheck fills a result list (kResultListName), kListPorts extracts the conflicting
+// ports, and Show prints them.
 //
-// `here` is the place of the check's own function, which the log lines and the error state name.
+// `here` is the source location of the check's own function, which the log lines and the error
+// state show.
 //
-// A Known has Fetch, which reads all that is known and logs why it cannot, and an index of it
-// (PortIndex). RecordOf makes the result record of an entry of that index.
+// A Known has a function Fetch, which reads the data and logs a failure, and an index of the data
+// (PortIndex). RecordOf converts an index entry to a result record.
 #ifndef TAVO_SRC_CHECK_PORT_CHECK_H
 #define TAVO_SRC_CHECK_PORT_CHECK_H
 
@@ -23,7 +25,7 @@
 
 namespace tavo {
 
-// A hint for lists of ports.
+// Initial capacity of lists of ports.
 constexpr int kPortTextsCapacity = 512;
 
 constexpr char kCollectionName[] = "*ppsdCheckResultCollection";
@@ -38,7 +40,7 @@ class PortText {
     char szText_[sizeof("65535")];
 };
 
-// Appends what is known of a port and protocol, or that nothing is.
+// Appends all records for a port and protocol, or a record without a conflict if there are none.
 template <typename Check>
 int AppendPort(const Place &here, const typename Check::Known &known, uint16_t uPort,
                uint16_t uProtocol, TLIBCDList *pResultList) {
@@ -60,7 +62,7 @@ template <typename Check>
 int AppendPorts(const Place &here, const typename Check::Known &known, const AskedPorts &asked,
                 const TLIBCSzList *pPortList, uint16_t uProtocol, TLIBCDList *pResultList) {
     for (int i = 0; i < asked.Count(); ++i) {
-        // A text that gives no port is read again, for the line that ToUPort logs of it.
+        // An invalid port is read again, because ToUPort logs it.
         const char *szPort = TLIBCSzListGet(pPortList, i);
         const uint16_t uPort = asked[i] != 0 ? asked[i] : ToUPort(szPort);
         if (uPort == 0) {
@@ -96,7 +98,7 @@ int CheckPorts(const Place &here, const TLIBCSzList *pPortList, uint16_t uProtoc
     if (!asked.Read(pPortList) || !known.index.Init(asked, uProtocol)) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_NO_MEMORY, "Failed to filter result list");
     }
-    // Both checks name the one function, which is kept.
+    // Both checks log the same function name; the log line must not change.
     if (!known.Fetch()) {
         return TAVO_LOG_AT(here, "Failed to ServiceConfListFetch");
     }
@@ -121,17 +123,18 @@ TLIBCDList *AllocAndCheck(const Place &here, const TLIBCSzList *pPortList, uint1
     return results.release();
 }
 
-// Whether the record's protocol is one of a flag word.
+// True if `uProtocol`, a set of flags, includes the record's protocol.
 template <typename Record>
 bool IsAskedFor(const Record &record, uint16_t uProtocol) {
     return (HasTCP(uProtocol) && record.uProtocol == TAVO_PROTO_TCP) ||
            (HasUDP(uProtocol) && record.uProtocol == TAVO_PROTO_UDP);
 }
 
-// Ports by number, so that a list of them is not walked for each that is added.
+// A set of ports by number, so that a list need not be searched for each port that is added.
 using PortSet = std::bitset<kHighestPort + 1>;
 
-// The ports that a list names as this library writes them; "080" is another text than "80".
+// The ports that a list contains in the form that this library writes: "080" is not the same entry
+// as "80".
 inline PortSet PortsNamedIn(const TLIBCSzList *pPortList) {
     PortSet ports;
     const int nPorts = TLIBCSzListCount(pPortList);
@@ -188,7 +191,7 @@ int VerifyConflictPort(const Place &here, const TLIBCDList *pResultList, uint16_
     return nResult;
 }
 
-// The functions below answer yes or no, and no on every failure.
+// The functions below return 1 for a conflict, and 0 for none and on every failure.
 
 template <typename Check>
 int IsAnyInConflict(const Place &here, const TLIBCSzList *pPortList, uint16_t uProtocol) {
@@ -229,9 +232,9 @@ int IsOneInConflict(const Place &here, uint16_t uPort, uint16_t uProtocol) {
     }
 }
 
-// The port is counted in 16 bits, as the arguments are, so that no port comes behind 65535 and a
-// range that ends there never ends: kept, since callers know that they must not ask for it. It
-// takes neither memory nor processor time meanwhile.
+// The loop over the ports has a 16-bit counter, like the arguments, so a range that ends at 65535
+// never ends. Callers know this and do not pass one. WaitForever has the same effect without using
+// memory or processor time.
 template <typename Check>
 int IsRangeInConflict(const Place &here, uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
     OwnedNames ports(TLIBCSzListAlloc(kPortTextsCapacity));

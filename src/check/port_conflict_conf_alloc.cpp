@@ -1,4 +1,4 @@
-// Result records of the check of the configuration, and lists of them.
+// Allocates, copies and frees result records of the configuration check and lists of them.
 #include "check/result_records.h"
 
 PTAVO_CONF_PORT_CONFLICT_RESULT TAVOConfPortConflictResultAlloc(void) {

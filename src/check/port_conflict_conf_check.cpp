@@ -1,8 +1,8 @@
-// The check of the configuration: which of the caller's ports are declared, and by whom.
+// The configuration check: which of the caller's ports are declared, and by which service.
 //
-// It reads what ServiceConfListFetch lists, in the same order and with the same log lines, but
-// makes no record of a port that nobody asks for, and fails when something that may declare a port
-// cannot be read.
+// It reads the same sources as ServiceConfListFetch, in the same order and with the same log lines.
+// In contrast to that function, it creates no records for ports that the caller did not pass, and
+// it fails if a source that may declare a port cannot be read.
 #include "catalogue/firewall_service.h"
 #include "check/declared_ports.h"
 #include "check/port_check.h"
@@ -10,7 +10,7 @@
 namespace tavo {
 namespace {
 
-// The declarations of the ports that are asked for, each by the name of its service.
+// The declarations of the requested ports, each with the name of its service.
 struct DeclaredPorts {
     PortIndex<char> index;
     ServiceCatalogue catalogue;
@@ -64,7 +64,7 @@ struct DeclaredPorts {
         return true;
     }
 
-    // What has been read since may have set another error.
+    // Sets the error again, since later reads may have set another one.
     static bool IsComplete(unsigned int fault) {
         if (fault != 0) {
             TAVO_SET_ERROR(fault);

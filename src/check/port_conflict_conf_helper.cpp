@@ -1,5 +1,5 @@
-// Lists of the ports that are declared: by the system's own settings, and by every service that the
-// firewall catalogue knows. A range becomes a record for each of its ports.
+// Lists the ports that the system's own settings and the services in the firewall catalogue
+// declare. A range gives one record for each of its ports.
 #include "check/declared_ports.h"
 #include "check/result_records.h"
 
@@ -43,7 +43,7 @@ TLIBCDList *SysConfListFetch(void) {
     }
     result->blConflict = 1;
     for (const tavo::SystemPort &row : tavo::kSystemPorts) {
-        // A key that cannot be read keeps nobody from the other ports.
+        // A key that cannot be read does not prevent the other ports from being listed.
         result->uPort = tavo::ReadSystemPort(TAVO_HERE, row).port;
         result->uProtocol = row.protocol;
         result->szService = const_cast<char *>(row.service);

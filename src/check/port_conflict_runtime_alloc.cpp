@@ -1,4 +1,4 @@
-// Result records of the check of the running system, and lists of them.
+// Allocates, copies and frees result records of the runtime check and lists of them.
 #include "check/result_records.h"
 
 PTAVO_RUNTIME_PORT_CONFLICT_RESULT TAVORuntimePortConflictResultAlloc(void) {

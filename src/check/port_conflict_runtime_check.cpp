@@ -1,11 +1,10 @@
-// The check of the running system: which of the caller's ports a process holds right now, and which
-// one.
+// The runtime check: which of the caller's ports processes currently hold, and which processes.
 #include "check/port_check.h"
 
 namespace tavo {
 namespace {
 
-// The records of all held ports, and those of the ports that are asked for.
+// The records of all held ports, and an index of those for the requested ports.
 struct HeldPorts {
     using Record = RuntimeResults::Record;
 
@@ -37,7 +36,7 @@ struct RuntimeCheck : RuntimeResults {
     static constexpr char kResultListName[] = "pResultList";
     static constexpr char kCheckName[] = "TAVORuntimePortConflictCheck";
     static constexpr char kListPortsName[] = "TAVORuntimeListConflictPorts";
-    // An administrator who runs a program by hand is to see them.
+    // Prints the ports for an administrator who runs a program by hand.
     static void Show(const TLIBCSzList *pPorts) {
         std::fputs("pConflictPortList:\n", stderr);
         TLIBCISzListDump(pPorts, stderr);

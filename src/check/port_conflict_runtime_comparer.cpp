@@ -1,4 +1,4 @@
-// Picking the holders of one port out of a list, and saying that there are none.
+// Selects the holders of one port from a list, and adds a record for a port without any.
 #include "check/result_records.h"
 
 int RuntimeResultListFilter(const TLIBCDList *pSourceResultList, uint16_t uPort, uint16_t uProtocol,

@@ -1,8 +1,8 @@
-// The ports that processes hold right now.
+// Lists the ports that processes currently hold.
 //
-// The kernel's tables list the sockets with their inodes; the descriptor links of each process name
-// the inodes that it has open. Who holds the sockets is found out before the sockets are
-// listed, so that a process that ends meanwhile is not blamed for a port that is free.
+// The kernel's tables list the sockets with their inodes; the descriptor links of each process give
+// the inodes that it has open. The holders are collected before the sockets are listed, so that a
+// process that ends in between is not reported as the holder of a free port.
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -19,12 +19,12 @@ namespace {
 using Results = OwnedResults<RuntimeResults>;
 using Template = TemplateRecord<RuntimeResults>;
 
-// A hint for the lists and the table here.
+// Initial capacity of the lists and the table.
 constexpr int kCapacity = 512;
 
-// The executables of processes, each looked up once however many sockets the process holds. An
-// empty text stands for one that cannot be read. What failed for a passing reason is looked up
-// again for the next socket.
+// The executables of processes. Each is read once, however many sockets the process holds. An empty
+// text marks an executable that cannot be read. After a temporary error it is read again for the
+// next socket.
 class Programs {
   public:
     bool Init() {
@@ -32,8 +32,8 @@ class Programs {
         return table_ != nullptr;
     }
 
-    // Sets `szProgram` to a text that this object owns, null where it cannot be read. False when
-    // out of memory.
+    // Sets `szProgram` to a text that this object owns, or to null if the executable cannot be
+    // read. Returns false when out of memory.
     bool Find(const char *szPid, uint32_t uPid, char *&szProgram) {
         szProgram = nullptr;
         const char *szKnown = TLIBCSzHashGetValue(table_.get(), szPid);
@@ -61,7 +61,7 @@ class Programs {
 
 using OwnedSocket = std::unique_ptr<RawSocketInfo, FreeWith<RawSocketInfoFree>>;
 
-// What `known` holds is in the list already.
+// Appends the sockets of a table. `known` contains the keys of the records that are already listed.
 int ParseSocketTable(const char *szPath, uint16_t uProtocol, TLIBCDList *pList, KeySet &known) {
     if (!SocketTableExists(TAVO_HERE, szPath)) {
         return -1;
@@ -87,7 +87,7 @@ int ParseSocketTable(const char *szPath, uint16_t uProtocol, TLIBCDList *pList, 
 
 // ---- Held ports ----
 
-// Everything that one look at the system needs.
+// The data that is needed to list the held ports.
 struct Look {
     OwnedTable holders;
     OwnedList sockets;
@@ -204,8 +204,8 @@ void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
     holders.StoreIn(TAVO_HERE, pInodeToPidsTable);
 }
 
-// There is no table that lacks a holder: a port that is held would read as free. Only a process
-// that is gone, or that the caller has no permission to look at, is left out.
+// Fails rather than returning a table without some holders, because a held port would then appear
+// free. Only processes that are gone, or that the caller has no permission to read, are omitted.
 TLIBCSzHash *InodeToPidsTableFetch(void) {
     tavo::OwnedTable table(TLIBCSzHashAlloc(tavo::kCapacity));
     if (!table) {
@@ -240,7 +240,7 @@ TLIBCSzList *InodeToPidsGet(const TLIBCSzHash *pInodeToPidsTable, uint64_t ulIno
         TAVO_LOG("Failed to separate string: [%s].", szValue);
         return nullptr;
     }
-    // Every number has a comma behind it, so the last piece is empty.
+    // Every process id is followed by a comma, so the last piece is empty.
     TLIBCSzListRemove(pids.get(), TLIBCSzListCount(pids.get()) - 1);
     return pids.release();
 }

@@ -1,6 +1,6 @@
-// What is known of the ports that are asked for, so that a check of many ports does not walk all
-// that is known for each of them. A range stays a range: only those of its ports that are asked for
-// take memory or time, since a service file of a kilobyte can declare millions of ports.
+// An index of the entries for the requested ports, so that a check of many ports does not search
+// all entries for each of them. A range is not expanded: only its requested ports use memory and
+// time, since a service file of one kilobyte can declare millions of ports.
 #ifndef TAVO_SRC_CHECK_PORT_INDEX_H
 #define TAVO_SRC_CHECK_PORT_INDEX_H
 
@@ -12,18 +12,18 @@
 
 namespace tavo {
 
-// One chain for each port that is asked for and each protocol, in the order in which its entries
-// were added. What an entry points to must outlive the index.
+// One chain of entries for each requested port and protocol, in the order of their addition. The
+// sources of the entries must outlive the index.
 template <typename Source>
 class PortIndex {
   public:
     struct Entry {
         const Source *source;
-        std::size_t next;  // place in the array, counted from 1; 0 in the last one of a chain
+        std::size_t next;  // index in the array plus 1; 0 in the last entry of a chain
     };
 
-    // `asked` must outlive the index, `protocols` is the flag word of those that are asked for.
-    // False when out of memory.
+    // `asked` must outlive the index; `protocols` are the flags of the requested protocols. Returns
+    // false when out of memory.
     bool Init(const AskedPorts &asked, unsigned int protocols) {
         asked_ = &asked;
         protocols_ = protocols;
@@ -31,7 +31,8 @@ class PortIndex {
         return chains_ != nullptr;
     }
 
-    // Adds what is known of the ports `first` to `last` over TCP or UDP. False when out of memory.
+    // Adds an entry for the ports `first` to `last` over TCP or UDP. Returns false when out of
+    // memory.
     bool Add(uint16_t first, uint16_t last, unsigned int protocol, const Source *source) {
         if ((protocols_ & protocol) == 0) {
             return true;
@@ -45,7 +46,7 @@ class PortIndex {
         return true;
     }
 
-    // The first entry of a port that is asked for, over TCP or UDP; null when there is none.
+    // The first entry of a requested port over TCP or UDP; null if there is none.
     const Entry *First(uint16_t port, unsigned int protocol) const {
         return At(ChainAt(asked_->PlaceOf(port), protocol).first);
     }

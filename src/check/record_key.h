@@ -1,4 +1,4 @@
-// What tells two records apart, so that each is listed once.
+// The keys of records, so that each record is listed once.
 #ifndef TAVO_SRC_CHECK_RECORD_KEY_H
 #define TAVO_SRC_CHECK_RECORD_KEY_H
 
@@ -13,13 +13,13 @@ struct RecordKey {
     bool operator==(const RecordKey &) const = default;
 };
 
-// Every field counts.
+// All fields are part of the key.
 inline RecordKey KeyOf(const RawSocketInfo &info) {
     return {info.ulInode,
             uint64_t{info.uState} << 32 | uint64_t{info.uProtocol} << 16 | info.uPort};
 }
 
-// The program does not count: a process has one only.
+// The program is not part of the key: a process has only one.
 inline RecordKey KeyOf(const TAVO_RUNTIME_PORT_CONFLICT_RESULT &result) {
     return {uint64_t{result.uPid} << 32 | result.uState,
             uint64_t{result.blConflict} << 32 | uint64_t{result.uProtocol} << 16 | result.uPort};
@@ -31,7 +31,7 @@ KeySet::Result AddTo(KeySet &known, const Record &record) {
     return known.Add(key.nFirst, key.nSecond);
 }
 
-// Appends the record unless it is known; false when out of memory.
+// Appends the record unless it is known. Returns false when out of memory.
 template <typename Record>
 bool AppendNew(TLIBCDList *pList, KeySet &known, const Record &record) {
     const KeySet::Result added = AddTo(known, record);
@@ -39,8 +39,8 @@ bool AppendNew(TLIBCDList *pList, KeySet &known, const Record &record) {
            (added == KeySet::Result::kAdded && TLIBCDListAppend(pList, &record) == 0);
 }
 
-// Whether a list holds a record that equals `pRecord`. It does not, and a log line gives the name
-// of the argument, where one of them is missing.
+// True if the list contains a record with the same key. If an argument is null, this is logged with
+// its name and the result is false.
 template <typename Record>
 bool Contains(const Place &here, const TLIBCDList *pList, const char *szListName,
               const Record *pRecord, const char *szRecordName) {

@@ -1,5 +1,5 @@
-// The two kinds of result record, of the configuration and of the running system, behind one face,
-// so that what both checks do stands once.
+// The functions that both kinds of result record, of the configuration check and of the runtime
+// check, have in common.
 #ifndef TAVO_SRC_CHECK_RESULT_RECORDS_H
 #define TAVO_SRC_CHECK_RESULT_RECORDS_H
 
@@ -70,7 +70,7 @@ using OwnedResult = std::unique_ptr<typename Kind::Record, FreeWith<Kind::kFree>
 template <typename Kind>
 using OwnedResults = std::unique_ptr<TLIBCDList, FreeWith<Kind::kListFree>>;
 
-// A record to fill anew for each append, whose text belongs to somebody else.
+// A record that is filled again for each append. It does not own its text.
 template <typename Kind>
 struct FreeWithoutText {
     void operator()(typename Kind::Record *pRecord) const {
@@ -81,9 +81,9 @@ struct FreeWithoutText {
 template <typename Kind>
 using TemplateRecord = std::unique_ptr<typename Kind::Record, FreeWithoutText<Kind>>;
 
-// Every record of one kind is made, copied and freed by the functions below. `here` is the place of
-// the exported function, which the log lines and the error state name. Memory that runs out
-// for the text alone leaves a copy without it.
+// The functions below allocate, copy and free the records of one kind. `here` is the source
+// location of the exported function, which the log lines and the error state show. If only the text
+// of a copy cannot be allocated, the copy has no text.
 
 template <typename Kind>
 typename Kind::Record *AllocRecord() {
@@ -120,7 +120,7 @@ TLIBCDList *AllocList() {
         [](void *pElement) { Kind::kFree(static_cast<Record *>(pElement)); });
 }
 
-// Appends copies of all records of `pFrom`; what was appended before a failure stays.
+// Appends copies of all records of `pFrom`. After a failure, the records appended so far remain.
 template <typename Kind>
 bool AppendAll(TLIBCDList *pTo, const TLIBCDList *pFrom) {
     for (const auto &record : Records<typename Kind::Record>(pFrom)) {
@@ -141,7 +141,7 @@ TLIBCDList *CopyList(const Place &here, const TLIBCDList *pList) {
     return copy.release();
 }
 
-// Appends copies of the records of a port and protocol: how many, -1 on failure.
+// Appends copies of the records of a port and protocol. Returns their number, -1 on failure.
 template <typename Kind>
 int Filter(const Place &here, const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol,
            TLIBCDList *pFiltered) {
@@ -164,7 +164,7 @@ int Filter(const Place &here, const TLIBCDList *pSource, uint16_t uPort, uint16_
     return nMatches;
 }
 
-// Appends a record that says that nobody has the port.
+// Appends a record for a port that is not in use.
 template <typename Kind>
 int AppendNobody(const Place &here, TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
     if (pResultList == nullptr) {

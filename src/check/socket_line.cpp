@@ -1,6 +1,6 @@
-// What counts as a line is what sscanf makes of it, lenient as that is. Its formatted reading would
-// take as long as all the rest, though, so a line that looks as kernels write it is read by hand;
-// any other goes to sscanf.
+// The valid lines are those that sscanf accepts. sscanf would take as long as the rest of a check,
+// though, so a line in the form that kernels write is parsed by hand, and sscanf reads only the
+// others.
 #include "check/socket_line.h"
 
 #include <cinttypes>
@@ -36,7 +36,8 @@ constexpr int HexDigit(char c) {
                                   : -1;
 }
 
-// Walks over the fields of a line; after the first one that is not as expected it stands still.
+// Reads the fields of a line one after the other. After the first unexpected field, IsGood is false
+// and the line is not read further.
 class FieldReader {
   public:
     explicit FieldReader(const char *szLine) : szAt_(szLine) {}
@@ -54,11 +55,11 @@ class FieldReader {
         szAt_ += good_ ? 1 : 0;
     }
 
-    // A number of at most nDigits digits, which fit its type.
+    // Reads a number of at most nDigits digits.
     uint64_t Hex(int nDigits) { return Number(16, nDigits); }
     uint64_t Decimal(int nDigits) { return Number(10, nDigits); }
 
-    // A field of the like of 00000000:00000000.
+    // Reads a field such as 00000000:00000000.
     void HexPair(int nDigits) {
         Hex(nDigits);
         Char(':');
@@ -85,7 +86,7 @@ class FieldReader {
     bool good_ = true;
 };
 
-// Digits that the largest number of each kind surely has room for.
+// The numbers of digits that are sure to fit each type.
 constexpr int kWordDigits = 8;      // 32 bits, hexadecimal
 constexpr int kPortDigits = 4;      // 16 bits, hexadecimal
 constexpr int kAddressDigits = 32;  // an IPv6 address
@@ -136,8 +137,8 @@ bool ReadSocketLine(const char *szLine, RawSocketInfo &info) {
     return ReadKernelLine(szLine, info) || ScanLine(szLine, info);
 }
 
-// The kernel prints the words of an address, whose bytes are in network order, as numbers of its
-// own byte order.
+// The kernel prints the 32-bit words of an address as numbers in host byte order. In memory the
+// words are in network order.
 SocketAddress ReadSocketAddress(const char *line) {
     constexpr std::size_t kWords = sizeof(in6_addr) / sizeof(uint32_t);
     SocketAddress address = {AF_UNSPEC, {}};

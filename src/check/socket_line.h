@@ -1,5 +1,5 @@
-// A line of the kernel's tables of sockets, /proc/net/tcp and its like
-// (Documentation/networking/proc_net_tcp.rst of the Linux kernel):
+// A line of a kernel socket table such as /proc/net/tcp (Documentation/networking/proc_net_tcp.rst
+// of the Linux kernel):
 //
 //   sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode
 //    0: 0100007F:1F90 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0        0 8123
@@ -16,14 +16,15 @@ namespace tavo {
 
 // The local address of a socket, in network byte order.
 struct SocketAddress {
-    sa_family_t family;  // AF_INET or AF_INET6; AF_UNSPEC when the line has another kind
-    in6_addr bytes;      // of IPv4 the first four
+    sa_family_t family;  // AF_INET or AF_INET6; AF_UNSPEC for any other kind
+    in6_addr bytes;      // an IPv4 address is in the first four
 };
 
-// Reads local port, state and inode; false for a line that is no socket, such as the header.
+// Reads the local port, state and inode. Returns false if the line is not a socket, such as the
+// header.
 bool ReadSocketLine(const char *szLine, RawSocketInfo &info);
 
-// Reads the local address of a line that is a socket.
+// Reads the local address. The line must be a socket.
 SocketAddress ReadSocketAddress(const char *line);
 
 }  // namespace tavo

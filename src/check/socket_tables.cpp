@@ -12,7 +12,7 @@ bool SocketTableExists(const Place &here, const char *path) {
 }
 
 OwnedNames ReadSocketTable(const Place &here, const char *path) {
-    constexpr int kLines = 512;  // a hint
+    constexpr int kLines = 512;  // initial capacity
     TLIBCSzList *list = TLIBCSzListAlloc(kLines);
     if (list == nullptr) {
         TAVO_FAIL_ALLOC_AT(here, "pNetRecords");

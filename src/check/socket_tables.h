@@ -1,4 +1,4 @@
-// The kernel's tables of sockets as files.
+// The files of the kernel's socket tables.
 #ifndef TAVO_SRC_CHECK_SOCKET_TABLES_H
 #define TAVO_SRC_CHECK_SOCKET_TABLES_H
 
@@ -13,10 +13,10 @@ namespace tavo {
 struct SocketTable {
     const char *path;
     uint16_t protocol;
-    bool optional;  // a kernel without IPv6 has none
+    bool optional;  // absent in a kernel without IPv6
 };
 
-// In the order in which their sockets are listed.
+// The sockets are listed in this order.
 inline constexpr SocketTable kSocketTables[] = {
     {kTcpTable, TAVO_PROTO_TCP, false},
     {kTcp6Table, TAVO_PROTO_TCP, true},
@@ -24,12 +24,13 @@ inline constexpr SocketTable kSocketTables[] = {
     {kUdp6Table, TAVO_PROTO_UDP, true},
 };
 
-// `here` is the place of the operation that reads, which the log lines name.
+// `here` is the source location of the calling operation, which the log lines show.
 
-// False, which is logged, when there is no such file, or no path.
+// Returns false, after logging, if the path is null or the file does not exist.
 bool SocketTableExists(const Place &here, const char *path);
 
-// The lines of a table; null on failure, which is logged. The error state then says why.
+// Returns the lines of a table; null on failure, which is logged. The error state then gives the
+// cause.
 OwnedNames ReadSocketTable(const Place &here, const char *path);
 
 }  // namespace tavo
