@@ -1,5 +1,5 @@
-// Changes of service files that say what became of them: the step that failed and why, and who was
-// notified. The exported functions of the same files are these with only a result and a log.
+// Changes of service files with a detailed outcome: the step that failed, the cause, and which
+// listeners were notified. The exported functions call these and return only the result.
 #ifndef TAVO_SRC_LIFECYCLE_CHANGE_H
 #define TAVO_SRC_LIFECYCLE_CHANGE_H
 
@@ -11,34 +11,34 @@
 
 namespace tavo {
 
-// The stores that a section removal touches, after a step of it failed.
+// State of the stores of a section removal after a step of it failed.
 enum class Undo { kNotNeeded, kDone, kFailed };
 
 struct ChangeOutcome {
-    StepFailure failure;  // may be set where the result says success: some failures are only logged
+    StepFailure failure;  // may be set on success: some failures are only logged
     Notifications notified;
     Undo undo = Undo::kNotNeeded;
-    StepFailure undo_failure;  // why, with Undo::kFailed
+    StepFailure undo_failure;  // the cause, with Undo::kFailed
 };
 
 // ---- Whole files ----
 
-// As TAVOServiceConfInstallBaseName, also in what it gives. Nobody is notified.
+// As TAVOServiceConfInstallBaseName, with the same result. No listener is notified.
 int InstallFile(const char *name, const char *source, int location,
                 TAVO_SERVICE_CONF_PORT **conflicts, StepFailure &failure);
 
-// As TAVOServiceConfUpdateBaseNameWithoutNotify, but `old` owns the copy of the old content that
-// `notify` names.
+// As TAVOServiceConfUpdateBaseNameWithoutNotify, but `old` owns the copy of the old content, whose
+// path is in `notify`.
 int UpdateFile(const char *name, const char *source, int location,
                TAVO_SERVICE_CONF_PORT **conflicts, TAVO_SERVICE_CONF_NOTIFY &notify,
                TemporaryCopy &old, StepFailure &failure);
 
-// As TAVOServiceConfRemove without the notification, which `notify` is filled for. `old` owns the
-// copy of the content that it names.
+// As TAVOServiceConfRemove, but fills `notify` instead of notifying. `old` owns the copy of the
+// removed content, whose path is in `notify`.
 int RemoveFile(const SetParam *param, TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, TemporaryCopy &old,
                StepFailure &failure);
 
-// The record by which TAVOServiceConfRemoveBaseName removes a file.
+// The record with which TAVOServiceConfRemoveBaseName removes a file.
 SetParam RemovalOf(const char *name, int location);
 
 // ---- Sections ----
@@ -53,8 +53,8 @@ int RemoveSection(const SetParam *param, ChangeOutcome &outcome);
 int SetSectionPorts(int location, const char *file, const char *section,
                     const TAVO_SERVICE_CONF_PORT *ports, ChangeOutcome &outcome);
 
-// Removes a section from one file, and the file with its last service. What is not there counts as
-// removed. -1 for a failure, which is logged.
+// Removes a section from one file. If it was the last service, the file is removed too. A missing
+// file or section counts as removed. Returns -1 on failure, which is logged.
 int RemoveFromFile(const char *path, const char *section, StepFailure &failure);
 
 // ---- Stores ----

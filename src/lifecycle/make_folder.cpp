@@ -16,8 +16,8 @@ namespace {
 
 constexpr mode_t kFolderMode = 0755;
 
-// The folders on the way to a path that were missing. They are made here, since mkdir -p gives them
-// the mode that the umask leaves, and the umask belongs to all threads of the caller.
+// Creates the missing folders of a path. mkdir -p would give them a mode that depends on the umask,
+// and the umask is shared by all threads of the caller.
 class NewFolders {
   public:
     explicit NewFolders(const char *path) {
@@ -34,7 +34,7 @@ class NewFolders {
         }
     }
 
-    // The innermost first. What is no longer empty stays.
+    // Removes the new folders, the innermost first. A folder that is not empty is left.
     void Remove() {
         while (first_ > 0 && std::strlen(path_) >= first_ &&
                (rmdir(path_) == 0 || errno == ENOENT)) {
@@ -43,7 +43,7 @@ class NewFolders {
     }
 
   private:
-    // What cannot be made here is left to mkdir, which says why.
+    // If this fails, the mkdir program tries again and reports the cause.
     void Make() {
         if (mkdir(path_, kFolderMode) == 0) {
             chmod(path_, kFolderMode);
@@ -52,7 +52,7 @@ class NewFolders {
     }
 
     char path_[kPathSize];
-    std::size_t first_ = 0;  // length of the outermost one's path
+    std::size_t first_ = 0;  // path length of the outermost new folder
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Makes a service folder.
+// Creates a service folder.
 #ifndef TAVO_SRC_LIFECYCLE_MAKE_FOLDER_H
 #define TAVO_SRC_LIFECYCLE_MAKE_FOLDER_H
 
@@ -6,9 +6,10 @@
 
 namespace tavo {
 
-// Makes a folder, and those that lead to it, by /bin/mkdir -p. What is new has the mode 0755,
-// whatever the caller's umask is, and never has another one that would let others write into it.
-// What mkdir ended with, with errno; -1 when it could not be run. A failure leaves nothing new.
+// Creates a folder and its missing parents with /bin/mkdir -p. New folders have the mode 0755,
+// whatever the caller's umask is, and at no time a mode that lets others write into them. Returns
+// the exit status of mkdir, with errno; -1 if it could not be run. On failure the new folders are
+// removed.
 int MakeFolder(const char *path, StepFailure &failure);
 
 }  // namespace tavo

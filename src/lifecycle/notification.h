@@ -1,4 +1,4 @@
-// Notifying those who act on declared ports of a change, with what became of it for each of them.
+// Notifies the listeners for declared ports of a change, and records the result for each of them.
 #ifndef TAVO_SRC_LIFECYCLE_NOTIFICATION_H
 #define TAVO_SRC_LIFECYCLE_NOTIFICATION_H
 
@@ -13,7 +13,7 @@ enum class Listener { kRouterTool, kFirewall, kRelayDaemon, kPlugins };
 constexpr int kListenerCount = 4;
 
 enum class Notified {
-    kNotReached,  // not its turn: it does not concern the listener, or an earlier one failed
+    kNotReached,  // the change does not concern the listener, or an earlier one failed
     kYes,
     kNotRunning,  // a daemon that reads its configuration when it starts
     kFailed,
@@ -21,9 +21,9 @@ enum class Notified {
 
 struct Notification {
     Notified state = Notified::kNotReached;
-    StepFailure failure;  // why, with kFailed
+    StepFailure failure;  // the cause, with kFailed
 
-    // A listener that is notified twice and failed once has failed.
+    // If a listener is notified twice and one of the attempts fails, the state is kFailed.
     void Succeed(Notified how = Notified::kYes) {
         state = state == Notified::kFailed ? state : how;
     }
@@ -33,16 +33,16 @@ struct Notification {
     }
 };
 
-// A plugin that was run, and what it ended with: an exit status, 128 + n after signal n, or -1 when
-// it could not be run or ran out of time.
+// A plugin that was run, and its result: an exit status, 128 + n after signal n, or -1 if it could
+// not be run or ran out of time.
 struct PluginResult {
     char path[kPathSize];
     int status;
 };
 
 struct Notifications {
-    // Where the plugins are listed, in the order in which they run; null: nowhere. The platform's
-    // plugin library may report none of them.
+    // Receives the plugins in the order in which they run; null: they are not listed. The
+    // platform's plugin library may report none of them.
     GrowingArray<PluginResult> *plugins = nullptr;
     bool plugins_incomplete = false;  // out of memory for that list
 
@@ -64,8 +64,8 @@ int RestartServices(int flags, Notifications &notified);
 // As TLIBFwServRemoveRecWrap.
 int RemoveFirewallRecord(const char *service, Notifications &notified);
 
-// As TLIBServiceConfUpdateServNotify and TLIBServiceConfRemoveServNotify, which fail for no record
-// only.
+// As TLIBServiceConfUpdateServNotify and TLIBServiceConfRemoveServNotify, which fail only if the
+// record is null.
 void NotifyOfUpdate(const TAVO_SERVICE_CONF_NOTIFY &notify, Notifications &notified);
 void NotifyOfRemoval(const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, Notifications &notified);
 

@@ -1,4 +1,4 @@
-// Copying, moving and removing paths by the appliance's programs, below the exported functions.
+// Copies, moves and removes paths with the appliance's programs. The exported functions call these.
 #ifndef TAVO_SRC_LIFECYCLE_PATH_CHANGE_H
 #define TAVO_SRC_LIFECYCLE_PATH_CHANGE_H
 
@@ -6,17 +6,17 @@
 
 namespace tavo {
 
-// CopyOrMovePath, but with the exit status of the program that copied or moved; -1 for a failure.
-// `failure` says which program did not end well.
+// As CopyOrMovePath, but returns the exit status of the program, or -1 on failure. `failure`
+// records the cause.
 int CopyOrMove(const char *source, const char *target, bool move, StepFailure &failure);
 
-// RemovePath.
+// As RemovePath.
 int RemoveTree(const char *path, StepFailure &failure);
 
-// Whether something is mounted on the path. A link to such a place is a link.
+// True if the path is a mount point. Links are not followed.
 bool IsMountPoint(const char *path);
 
-// Whether it is a folder, or a link to one.
+// True if the path is a folder or a link to one.
 bool IsFolder(const char *path);
 
 }  // namespace tavo

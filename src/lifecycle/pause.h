@@ -1,5 +1,5 @@
-// Waiting for what another process holds: asking again and again, with growing pauses and a limit,
-// since flock itself can only wait for ever.
+// Waits for a lock of another process by polling, with growing pauses and a time limit. flock
+// itself has no timeout.
 #ifndef TAVO_SRC_LIFECYCLE_PAUSE_H
 #define TAVO_SRC_LIFECYCLE_PAUSE_H
 
@@ -20,7 +20,7 @@ class Pauses {
   public:
     explicit Pauses(std::chrono::milliseconds limit) : end_(Clock::now() + limit) {}
 
-    // Pauses; false, at once, when the time is over.
+    // Pauses and returns true. Returns false at once if the time limit is over.
     bool Next() {
         if (Clock::now() >= end_) {
             return false;

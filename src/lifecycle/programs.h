@@ -15,7 +15,8 @@ constexpr char kMakeDirectoryProgram[] = "/bin/mkdir";
 constexpr char kRouterTool[] = "/usr/tavo/sbin/tavoroutertool";
 constexpr char kFirewallTool[] = "/usr/tavo/bin/tavofirewall";
 
-// A path as a program takes it for a path, and not for an option: it may begin with a dash.
+// A path as a program argument. A path with a leading dash is prefixed with "./", so that it is not
+// taken for an option.
 class PathArgument {
   public:
     explicit PathArgument(const char *szPath) {

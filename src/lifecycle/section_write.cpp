@@ -16,7 +16,7 @@ int PortText::Print(const TAVO_SERVICE_CONF_PORT *pPorts) {
     return 0;
 }
 
-// A service is not in conflict with what it has declared so far, so it leaves itself out.
+// The check excludes the service's own ports, which it may declare again.
 int RefuseConflict(const SetParam &param, const PortText &ports, const Place &place,
                    StepFailure &failure) {
     TAVO_SERVICE_CONF_PORT *pConflicts = nullptr;

@@ -1,5 +1,5 @@
-// What writing a section and setting its ports have in common: the ports as text, the check of
-// them, the keys of the section, and who is notified.
+// The steps that are common to writing a section and setting its ports: printing and checking the
+// ports, setting the keys of the section, and notifying the listeners.
 #ifndef TAVO_SRC_LIFECYCLE_SECTION_WRITE_H
 #define TAVO_SRC_LIFECYCLE_SECTION_WRITE_H
 
@@ -14,7 +14,7 @@
 
 namespace tavo {
 
-// Room for the ports of a section in a service file.
+// Buffer size for the ports of a section in a service file.
 constexpr std::size_t kPortTextSize = 1024;
 
 struct PortText {
@@ -22,7 +22,7 @@ struct PortText {
     char szProtocols[kPortTextSize] = "";
     char szValue[kPortTextSize] = ""; /* PORTS/PROTOCOLS, cut to fit */
 
-    // Prints a list; -1 when it cannot be printed.
+    // Prints a list. Returns -1 if it cannot be printed.
     int Print(const TAVO_SERVICE_CONF_PORT *pPorts);
 
     bool IsCut() const {
@@ -31,23 +31,22 @@ struct PortText {
     }
 };
 
-// The keys of a section as they will be written: those that the file has today, with the new ones
-// over them.
+// The keys of a section to be written: the current keys of the file, overwritten by the new ones.
 class SectionKeys {
   public:
     SectionKeys() : keys_(TLIBCSzHashAlloc(kInitialCapacity)) {}
 
-    // False when out of memory; nothing below may then be called.
+    // False when out of memory. The functions below must not be called then.
     bool IsMade() const { return keys_ != nullptr; }
 
-    // Reads the keys of today. Each of these gives -1 for a failure, which is logged.
+    // Reads the current keys. Each of these functions returns -1 on failure, which is logged.
     int Read(const char *path, const char *section, StepFailure &failure);
 
-    // Sets the keys that a section record has. The ports are given as text.
+    // Sets the keys of a section record. The ports are passed as text.
     int Set(const TAVO_SERVICE_CONF_SECTION &section, const PortText &dst_ports,
             const PortText &src_ports, StepFailure &failure);
 
-    // Writes them, as a new section where Read found none.
+    // Writes the keys, as a new section if Read found none.
     int Store(const char *path, const char *section, StepFailure &failure) const;
 
   private:
@@ -55,28 +54,28 @@ class SectionKeys {
     bool present_ = false;
 };
 
-// Whether the service file is to be changed at all, or the ports only checked.
+// True if the service file must be changed; otherwise the ports are only checked.
 bool ChangesFile(const SetParam &param);
 
 // Writes the ports of a section under `key`, without quotes.
 int StorePorts(const char *path, const char *section, const char *key, const PortText &ports,
                StepFailure &failure);
 
-// The following log for the operation at `place`.
+// The log lines of the functions below show the source location `place` of the operation.
 
-// -1 when the ports are taken or it is unknown whether they are.
+// Returns -1 if the ports are taken or if the check fails.
 int RefuseConflict(const SetParam &param, const PortText &ports, const Place &place,
                    StepFailure &failure);
 
-// Copies the file, as it is before the change, for the router tool.
+// Copies the unchanged file for the router tool.
 int CopyForRouter(const Target &target, const Place &place, TemporaryCopy &old,
                   StepFailure &failure);
 
-// Has the router tool, where that is wanted, compare the file with its old content.
+// If requested, runs the router tool to compare the file with its old content.
 void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *szPath,
                   const Place &place, Notifications &notified);
 
-// Restarts the services that must take the change up, where that is wanted.
+// If requested, restarts the services that depend on the file.
 void RestartAfterWrite(const SetParam &param, const Place &place, Notifications &notified);
 
 }  // namespace tavo

@@ -1,10 +1,10 @@
-// Side copies of the stores that a change touches, so that the change can be undone as a whole: the
-// service files of one directory, the rules of the firewall, the rules of port forwarding. A store
+// Backs up and restores the stores that a change affects, so that the change can be undone as a
+// whole: the service files of one directory, the firewall rules, the port forwarding rules. A store
 // is locked from its backup to its restore or the deletion of its copy, so that no other change
-// works on what may be replaced.
+// modifies it in between.
 //
-// Of the programs that copy, move and remove, only that one cannot be run counts as a failure here;
-// how it ends does not, and never has. A backup and a restore look at that, too (side_copy.cpp).
+// If cp, mv or rm cannot be run, this is a failure. Their exit status is ignored here, which
+// callers rely on. A backup and a restore also check the result (side_copy.cpp).
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -23,7 +23,7 @@
 
 namespace {
 
-// One of the low four bits of nCheckFlags must be set, also the one that chooses no store.
+// At least one of the low four bits of nCheckFlags must be set. One of them selects no store.
 constexpr uint32_t kStoreFlags = 15;
 
 constexpr uint32_t kDirectories = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
@@ -45,7 +45,8 @@ bool IsEmpty(const char *szText) {
     return szText == nullptr || *szText == '\0';
 }
 
-// What the program said, or -1 for a failure. Both paths are trimmed.
+// Replaces `szDst` by a copy of `szSrc` or by `szSrc` itself. Returns the exit status of the
+// program, or -1 on failure. Both paths are trimmed.
 int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &failure) {
     const tavo::Step step = move ? tavo::Step::kRestore : tavo::Step::kBackUp;
     struct stat source;
@@ -56,12 +57,13 @@ int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &
                                szSrc);
     }
     if (S_ISREG(source.st_mode) && std::string_view(szDst).ends_with('/')) {
-        // The line shows the error state from before, and always has.
+        // The error code is set after the log line, which shows the previous one. The line must not
+        // change.
         TAVO_LOG_STATE("source/target must both be folder or file");
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    // A folder that cannot be removed must not swallow the source, nor, when something is mounted
-    // on it, be emptied in the attempt.
+    // If the target folder still exists, the source would be moved into it. If it is a mount point,
+    // rm would delete the mounted files.
     const bool mounted = tavo::IsMountPoint(szDst);
     if (mounted || tavo::RemoveTree(szDst, failure) < 0 || tavo::IsFolder(szDst)) {
         failure.Set(step, szDst, mounted ? EBUSY : ENOTEMPTY);
@@ -85,7 +87,8 @@ int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &
 
 namespace tavo {
 
-// Linux 5.8 and later tell; with an older kernel it shows when the folder is still there.
+// The attribute exists since Linux 5.8. With an older kernel, a mount point is detected only
+// because the folder remains after its removal.
 bool IsMountPoint(const char *path) {
     struct statx entry;
     return statx(AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, STATX_TYPE, &entry) == 0 &&
@@ -150,8 +153,8 @@ int CheckAndReport(const SetParam *param, StepFailure &failure) {
     return CheckParam(param) < 0 ? failure.Set(Step::kCheckArguments) : 0;
 }
 
-// Calls change(store, cause) for each chosen store, in their order, until it fails for one. What a
-// step that worked in the end has recorded in `cause` is forgotten.
+// Calls change(store, cause) for each selected store, in store order, and stops at the first
+// failure. A cause that is recorded by a successful step is discarded.
 template <typename Change>
 int ForEachChosen(const SetParam &param, Stores &stores, StepFailure &failure, Change change) {
     const StoreSet chosen = ChosenStores(param);
@@ -183,7 +186,7 @@ int BackUpStores(const SetParam *param, StepFailure &failure) {
     if (ForEachChosen(*param, stores, failure, [](Store &store, StepFailure &cause) {
             return store.NameCopy(cause) < 0 ? -1 : MakeSideCopy(store, cause);
         }) < 0) {
-        // The names that are still empty set 0xD00, which callers have come to read.
+        // An empty name sets the error 0xD00, which callers rely on.
         std::for_each(stores.begin(), stores.end(),
                       [](const Store &copied) { RemovePath(copied.copy); });
         lock.EndUndo();
@@ -228,7 +231,7 @@ int DeleteBackup(const SetParam *param, StepFailure &failure) {
     int nResult = 0;
     Stores stores = AllStores(Step::kDeleteBackup, TAVO_HERE);
     ForEachChosen(*param, stores, failure, [&](Store &store, StepFailure &cause) {
-        // The other copies are deleted all the same.
+        // The remaining copies are deleted even after a failure.
         if (store.NameCopy(cause) < 0 || DeleteSideCopy(store, cause) < 0) {
             cause.Set(store.step, store.path);
             failure = failure.HasFailed() ? failure : cause;

@@ -1,4 +1,4 @@
-// The exported faces of installing a service file.
+// The exported functions that install a service file.
 #include <libgen.h>
 
 #include <cstring>

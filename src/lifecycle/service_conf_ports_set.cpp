@@ -1,7 +1,8 @@
-// Sets the ports of a section with all the care that writing a section takes: a check for
-// conflicts, a copy for the router tool, a restart. Nothing is made that is missing.
+// Sets the ports of a section with the same steps as writing a section: a conflict check, a copy
+// for the router tool, a restart. A missing file or section is an error.
 //
-// The value goes without the quotes that TLIBServiceConfSectionSet puts around it; both read alike.
+// The value is written without the quotes that TLIBServiceConfSectionSet adds. Both forms are read
+// alike.
 #include <cerrno>
 
 #include "lifecycle/section_write.h"

@@ -1,4 +1,4 @@
-// Removes an installed service file and tells who acts on its ports which of them went away.
+// Removes an installed service file and notifies the listeners of the removed ports.
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -16,13 +16,14 @@
 
 namespace {
 
-// Bits of nCheckFlags with which the content of the removed file goes along.
+// Bits of nCheckFlags that include the removed content in the notification.
 constexpr uint32_t kSendsContent = TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PORT_FORWARD;
 
-// Whoever removes a file by its name wants everybody told.
+// Removal by name notifies all listeners.
 constexpr uint32_t kEverybody = kSendsContent | TAVO_PORT_CHECK_FW_SERVICE;
 
-// A copy that fails goes unnoticed: a file must not stay because it cannot be read.
+// Fails only if cp cannot be run. Other failures to copy are ignored: a file that cannot be read
+// must still be removable.
 int CopyForPlugins(const tavo::Target &target, tavo::TemporaryCopy &old,
                    tavo::StepFailure &failure) {
     char szCopy[tavo::kPathSize];

@@ -1,7 +1,7 @@
-// Sets the ports of a section and reloads the firewall, without a check for conflicts: for callers
-// that have decided already.
+// Sets the ports of a section and reloads the firewall without a conflict check, for callers that
+// have checked the ports already.
 //
-// Ports are printed in their order, and the protocols of the first entry stand for all.
+// Ports are printed in list order. The protocols of the first entry apply to all.
 #include <cstring>
 
 #include "lifecycle/change.h"
@@ -20,18 +20,18 @@ namespace {
 using tavo::Step;
 using tavo::StepFailure;
 
-// Room for the path of the file, one byte less than elsewhere.
+// Buffer size for the file path, one byte less than elsewhere.
 constexpr std::size_t kFilePathSize = tavo::kPathSize - 1;
 
-// Room for one printed port or range with the comma in front.
+// Buffer size for one printed port or range and the comma before it.
 constexpr std::size_t kPieceSize = 64;
 
 constexpr std::size_t kProtocolNameSize = 32;
 
-// Room for the whole value.
+// Buffer size for the whole value.
 constexpr std::size_t kValueSize = 512;
 
-// A text from TLIBCStrCat.
+// A text that TLIBCStrCat extends.
 class GrowingText {
   public:
     GrowingText() = default;
@@ -39,8 +39,8 @@ class GrowingText {
     GrowingText(const GrowingText &) = delete;
     GrowingText &operator=(const GrowingText &) = delete;
 
-    // -1 also when the text has become too long for a value, so that a list of any length costs no
-    // more than that.
+    // Returns -1 on failure, and if the text becomes too long for a value. This limits the cost of
+    // a long list.
     int Append(const char *szPiece) {
         if (TLIBCStrCat(&szText_, &cbText_, szPiece) < 0) {
             return -1;
@@ -109,7 +109,8 @@ int WriteValue(const char *szPath, const char *szDirectory, const char *szSectio
     });
 }
 
-// That the name is taken in the very directory that the file lies in proves that the file is there.
+// Checks the file against its own directory. The error TAVO_ERR_ALREADY_INSTALLED then means that
+// the file exists.
 int CheckFile(const char *szPath, const char *szDirectory, StepFailure &failure) {
     if (TAVOServiceConfFileVerify(szPath, szDirectory) < 0 &&
         TLIBCErrGet() != TAVO_ERR_ALREADY_INSTALLED) {
@@ -129,7 +130,7 @@ int tavo::SetSectionPorts(int location, const char *file, const char *section,
         failure.Set(Step::kCheckArguments);
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    // Not the bits of a location: with anything but 1 the file is a package's.
+    // The location is a number here, not a set of flags: any value but 1 means a package.
     const char *directory = location == TAVO_SERVICE_CONF_DIR_SYSTEM ? kSystemServiceDirectory
                                                                      : kPackageServiceDirectory;
     char path[kFilePathSize];

@@ -1,5 +1,5 @@
-// Removes a section from a service file as a transaction: the stores that it touches are copied
-// first, and put back when a later step fails.
+// Removes a section from a service file as a transaction: the affected stores are copied first, and
+// restored if a later step fails.
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,14 +21,15 @@ using tavo::StepFailure;
 
 // ---- The section ----
 
-// Whether the names are those of a file that declares no service.
+// True if a file with these section names declares no service.
 bool DeclaresNothing(const TLIBCSzList *pNames) {
     const int nNames = TLIBCSzListCount(pNames);
     return nNames == 0 ||
            (nNames == 1 && std::strcmp(TLIBCSzListGet(pNames, 0), tavo::kGlobalSection) == 0);
 }
 
-// That the emptied file stays is no reason to put the section back.
+// A failure to delete the empty file is only logged: the section is removed, so nothing is rolled
+// back.
 int DeleteEmptyFile(const char *szPath, TLIBCSzList *pNames, StepFailure &failure) {
     if (TLIBCFileEnumSection(szPath, &pNames) < 0) {
         failure.Set(Step::kReadSection, szPath);
@@ -96,8 +97,8 @@ int ChangeStores(const tavo::SetParam &param, const tavo::Target &target,
 
 enum class End { kRemoved, kRolledBack, kRestartFailed };
 
-// The restart is part of it: the stores stay locked until it is known that they need not be put
-// back.
+// The transaction includes the restart. The stores stay locked until it is certain that they need
+// not be restored.
 End MakeTransaction(const tavo::SetParam &param, const tavo::Target &target,
                     tavo::ChangeOutcome &outcome) {
     const tavo::StoreLock lock(tavo::ChosenStores(param) |
@@ -162,7 +163,7 @@ int tavo::RemoveSection(const SetParam *param, ChangeOutcome &outcome) {
     }
     const End end = MakeTransaction(*param, Target(*param), outcome);
     if (end == End::kRestartFailed) {
-        // The services run on what was restored; nothing more can be done when they do not.
+        // The services must run with the restored stores. A second failure is only logged.
         Restart(*param, outcome);
     }
     return end == End::kRemoved ? 0 : -1;

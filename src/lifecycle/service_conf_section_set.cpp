@@ -1,8 +1,8 @@
 // Writes one section, with all its keys, into a service file.
 //
-// What could be refused comes first: bad arguments, ports that are taken. Then the file is made if
-// it is missing, copied for the router tool, and changed in one step. There is nothing to roll back
-// but a file that was made here: whatever fails, fails before the change.
+// The arguments and the ports are checked first. Then the file is created if it is missing, copied
+// for the router tool, and changed in one step. All failures occur before the change, so only a
+// newly created file has to be rolled back.
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,7 +22,7 @@ namespace {
 using tavo::Step;
 using tavo::StepFailure;
 
-// Room for a value in its quotes.
+// Buffer size for a value with its quotes.
 constexpr std::size_t kValueSize = 4096;
 
 bool IsWritable(const TAVO_SERVICE_CONF_SECTION *pSection) {
@@ -31,7 +31,7 @@ bool IsWritable(const TAVO_SERVICE_CONF_SECTION *pSection) {
            !tavo::FieldText(pSection->strTitle.szText).empty();
 }
 
-// A service file that was missing. It goes again unless it is kept.
+// A newly created service file. The destructor removes it unless Keep was called.
 class NewFile {
   public:
     NewFile() = default;
@@ -64,7 +64,7 @@ class NewFile {
 
 // ---- Keys ----
 
-// A text that holds a quote itself is written as it stands: values know no escapes.
+// A quote within the text is written unchanged: values have no escape sequences.
 int SetKey(TLIBCSzHash *pKeys, const char *szKey, const char *szText) {
     char szValue[kValueSize];
     tavo::PrintText(szValue, "\"%s\"", szText);
@@ -74,7 +74,8 @@ int SetKey(TLIBCSzHash *pKeys, const char *szKey, const char *szText) {
     return 0;
 }
 
-// Keys of the section that are not set here are read afterwards as they were before.
+// Quotes the values that were read, if they need quotes, so that keys that are not set here keep
+// their values when they are read again.
 int QuoteReadKeys(TLIBCSzHash *pKeys) {
     const char *szKey = nullptr;
     const char *szValue = nullptr;
@@ -91,7 +92,7 @@ int QuoteReadKeys(TLIBCSzHash *pKeys) {
     return 0;
 }
 
-// Without a section and a key there is no reference; what the file has then stays.
+// A reference needs a section and a key. Without them the reference in the file is unchanged.
 int SetReference(TLIBCSzHash *pKeys, const char *szKey, const TAVO_SERVICE_CONF_STRING &string) {
     const tavo::FieldString source(string.szSource);
     const tavo::FieldString section(string.szSection);
@@ -123,8 +124,8 @@ int SetKeys(TLIBCSzHash *pKeys, const TAVO_SERVICE_CONF_SECTION &section,
 
 // ---- The file ----
 
-// The keys that the section has today are read by the name in the record and written under the name
-// of the section.
+// The current keys are read from the section that `param` names and written to the section that
+// `section` names.
 int ChangeFile(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &section,
                const tavo::PortText &dstPorts, const tavo::PortText &srcPorts,
                tavo::TemporaryCopy &old, tavo::ChangeOutcome &outcome) {
@@ -152,7 +153,7 @@ int ChangeFile(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &sec
         return -1;
     }
     if (param.nWriteMode == TAVO_WRITE_MODE_SET) {
-        // The result does not say that this failed, and never has.
+        // The result does not report a failed write; callers depend on this.
         keys.Store(target.Path(), tavo::FieldString(section.szName).Get(), failure);
     }
     tavo::NotifyRouter(param, old, target.Path(), TAVO_HERE, outcome.notified);

@@ -1,8 +1,7 @@
-// Tells those who act on declared ports that they changed: the firewall by its tool, port
-// forwarding and the firewall by plugins, the relay daemon by a reload.
+// Notifies the listeners of a change of declared ports: the firewall by its tool, port forwarding
+// and the firewall by plugins, the relay daemon by a reload.
 //
-// A change is not held up by those who are told: what goes wrong in telling is logged, and that is
-// all.
+// A failed notification by plugins is only logged and does not make the change fail.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -21,7 +20,7 @@
 #include "tavopluginsdk.h"
 #include "tavoserviceconf.h"
 
-// An appliance's own plugin library may lack it, and its header too.
+// Declared here as weak, because an appliance's plugin library and its header may not have it.
 extern "C" {
 typedef void (*TLIBPluginReport)(const char *szPath, int nStatus, void *pContext);
 __attribute__((weak)) int TLIBPluginActionReport(int nMode, TLIBPluginHandle *pHandle,
@@ -39,15 +38,15 @@ using tavo::StepFailure;
 
 constexpr char kRelayDaemon[] = "tavorelayd";
 
-// How the core library is to run the firewall tool, and the plugin library the plugins. The values
-// are theirs.
+// Options for the core library to run the firewall tool, and for the plugin library to run the
+// plugins. These libraries define the values.
 constexpr int kFirewallToolOptions = 187;
 constexpr int kPluginMode = 5;
 
 constexpr char kFirewallReload[] = "--reload";
 constexpr char kFirewallRemoveRecord[] = "--remove-serv-rec";
 
-// -1 when the daemon runs and cannot be reloaded.
+// Returns -1 if the daemon is running and cannot be reloaded.
 int ReloadRelayDaemon(Notifications &notified) {
     Notification &relay = notified[Listener::kRelayDaemon];
     const int active = TAVOCSystemdActiveStatusGet(kRelayDaemon);
@@ -66,8 +65,8 @@ int ReloadRelayDaemon(Notifications &notified) {
     return 0;
 }
 
-// The result of TLIBCExecl. A tool that ran has done as much as it will, whatever it ended with, so
-// only one that cannot be run is a failure to the caller; the listener has not heard either way.
+// Records the result of TLIBCExecl and returns it. For the caller only a tool that cannot be run is
+// a failure. For the listener any status other than 0 is one.
 int RecordFirewallTool(int status, Step step, Notifications &notified) {
     Notification &firewall = notified[Listener::kFirewall];
     if (status == 0) {
@@ -101,7 +100,7 @@ tavo::OwnedText EmptyText(StepFailure &failure) {
     return text;
 }
 
-// Reads up to nSize bytes; false when that fails.
+// Reads up to nSize bytes. Returns false on failure.
 bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPath,
               StepFailure &failure) {
     for (std::size_t nDone = 0;;) {
@@ -120,8 +119,8 @@ bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPa
     }
 }
 
-// As much of a file as its size says; null when it cannot be read. A pipe is a failure, not a wait
-// for somebody who writes into it.
+// Reads a file up to the size that it has at the start; null if it cannot be read. O_NONBLOCK makes
+// a pipe fail instead of blocking.
 tavo::OwnedText ReadFile(const char *szPath, StepFailure &failure) {
     const tavo::Descriptor file(open(szPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen()) {
@@ -153,7 +152,7 @@ tavo::OwnedText ReadFile(const char *szPath, StepFailure &failure) {
     return text;
 }
 
-// A file that does not exist has no text.
+// The content of a missing file is the empty text.
 int SetContent(TLIBPluginHandle *pHandle, const char *szKey, const char *szPath,
                StepFailure &failure) {
     if (szPath == nullptr) {
@@ -167,7 +166,7 @@ int SetContent(TLIBPluginHandle *pHandle, const char *szKey, const char *szPath,
     }
     if (TLIBPluginSetArg(pHandle, szKey, text.get()) < 0) {
         failure.Set(Step::kPreparePlugins);
-        // The words are the same whatever the key.
+        // The log line is the same for all keys.
         return TAVO_LOG("FAILED to set OLD_TMP_PORT_CONFIG");
     }
     return 0;
@@ -216,8 +215,7 @@ int SetFirewall(TLIBPluginHandle *pHandle, StepFailure &failure) {
     return 0;
 }
 
-// The plugins are asked as long as there is somebody for whom they can act; -1 when there is
-// nobody.
+// Returns -1 if both flags are requested and neither can be set. Otherwise the plugins are run.
 int SetUpdateArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY &notify,
                        StepFailure &failure) {
     bool complete = true;
@@ -235,7 +233,7 @@ int SetUpdateArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY
     return 0;
 }
 
-// One flag decides for both: ports that went away concern the firewall whenever they concern port
+// blNotifyPf controls both arguments: removed ports concern the firewall whenever they concern port
 // forwarding.
 int SetRemoveArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify,
                        StepFailure &failure) {
@@ -250,7 +248,7 @@ int SetRemoveArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_REMOVE
     return SetFirewall(pHandle, failure) < 0 && !complete ? -1 : 0;
 }
 
-// The plugins that ran, and the first of them that failed.
+// Records the plugins that ran and the first one that failed.
 struct Invocation {
     StepFailure &failure;
     Notifications &notified;
@@ -280,9 +278,9 @@ int InvokePlugins(TLIBPluginHandle *pHandle, Notifications &notified, StepFailur
     return 0;
 }
 
-// Runs the plugins for `action` with what set(handle, failure) gives them, and reloads the relay
-// daemon. Where the plugins fail the relay daemon is not reached. `log_relay` logs that it cannot
-// be reloaded.
+// Runs the plugins for an action, with the arguments that set(handle, failure) sets, and then
+// reloads the relay daemon. If the plugins fail, the relay daemon is not reloaded. `log_relay` logs
+// a failed reload.
 template <typename SetArguments>
 void Notify(const char *szAction, SetArguments set, Notifications &notified, void (*log_relay)()) {
     StepFailure failure;

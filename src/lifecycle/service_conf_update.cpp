@@ -1,7 +1,7 @@
-// Replaces an installed service file by a new version and tells who acts on its ports what changed.
+// Replaces an installed service file by a new version and notifies the listeners of the change.
 //
-// The old content is kept in /tmp until they were told. What goes wrong later than that is logged
-// and never rolled back: a package that is updated must not be held up by the firewall.
+// The old content is kept in /tmp until the listeners are notified. Later failures are logged and
+// not rolled back: a firewall failure must not prevent the update of a package.
 #include "lifecycle/change.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
@@ -30,8 +30,8 @@ int CopyForPlugins(const char *szBaseName, const char *szInstalled, tavo::Tempor
     return 0;
 }
 
-// Whether the ports of the new file collide. An installation that fails leaves this one line, and
-// the update goes on.
+// Installs the new file. Returns true if its ports are in conflict with others. If the installation
+// fails, this is logged and the update continues.
 bool Install(const char *szBaseName, const char *szSrcPath, int nLocation,
              TAVO_SERVICE_CONF_PORT **ppConflictPorts, tavo::StepFailure &failure) {
     const int nResult =

@@ -9,7 +9,7 @@
 namespace tavo {
 namespace {
 
-// The bits of the two flag words that a removal looks at.
+// The bits of nRestartFlags that a removal checks.
 constexpr uint32_t kRemovalFlags = 15;
 
 constexpr uint32_t kBothDirectories = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;

@@ -1,4 +1,4 @@
-// The record that says what is to be changed: what may be in it, and which file it means.
+// The parameter record of a change: its checks, and the file that it names.
 #ifndef TAVO_SRC_LIFECYCLE_SET_PARAM_H
 #define TAVO_SRC_LIFECYCLE_SET_PARAM_H
 
@@ -14,24 +14,24 @@ namespace tavo {
 
 using SetParam = TAVO_SERVICE_CONF_SET_PARAM;
 
-// Whether a record may be used to write a section or its ports.
+// True if the record is valid for writing a section or its ports.
 bool AllowsSet(const SetParam *pParam);
 
-// Whether a record may be used to remove a file; it is stricter.
+// True if the record is valid for removing a file or a section. This check is stricter.
 bool AllowsRemove(const SetParam *pParam);
 
-// Whether a name would lead out of its folder, or is none.
+// True if the name is null or has a component "..", which would lead out of its folder.
 bool LeadsAway(const char *szName);
 
-// The directory that the bits of a location mean, the system's before that of packages.
+// The directory of a location, which is a set of flags. If both are set, the system's directory.
 const char *DirectoryByBits(uint32_t nLocation);
 
-// Whether a service file exists: 1 or 0; -1, with the error set and logged for the operation at
-// `place`, when that is unknown. A change that takes an I/O error for absence makes a second file
-// or leaves out a copy.
+// Returns 1 if a service file exists and 0 if not. Returns -1 if this is unknown, with the error
+// set and logged for the operation at `place`. If an I/O error were taken for absence, a change
+// would create a second file or omit a copy.
 int LookForFile(const char *path, const Place &place, StepFailure &failure);
 
-// The names in a record, and what they stand for.
+// The names in a record, and the paths that result from them.
 class Target {
   public:
     explicit Target(const SetParam &param)

@@ -1,6 +1,7 @@
-// The copies bear the process id, so that two processes do not mix up theirs. A process id comes
-// again, so a copy that is found is never taken for one's own, but it may be all that is left of a
-// store: a process that was killed while it put a store back leaves the store missing or empty.
+// The names of copies contain the process id, so that processes do not use each other's copies.
+// Process ids are reused, so an existing copy is never assumed to be the process's own. However, it
+// may be all that is left of a store: a process that is killed during a restore leaves the store
+// missing or empty.
 #include "lifecycle/side_copy.h"
 
 #include <dirent.h>
@@ -29,7 +30,7 @@ namespace {
 
 constexpr char kFirewallDirectory[] = "/usr/tavo/etc/firewall.d";
 
-// How often a step is made that another program may have disturbed.
+// The number of attempts at a step that another program may disturb.
 constexpr int kAttempts = 5;
 constexpr std::chrono::milliseconds kPauseBetweenCopies{20};
 
@@ -42,7 +43,7 @@ bool IsSameFile(const struct stat &one, const struct stat &other) {
     return one.st_ino == other.st_ino && one.st_dev == other.st_dev;
 }
 
-// Records a step that failed on `path` with the present errno. That errno.
+// Records a failure of the step on `path` with the current errno. Returns that errno.
 int Record(const Store &store, const char *path, StepFailure &failure) {
     const int error = errno;
     failure.Set(store.step, path, error);
@@ -60,8 +61,8 @@ int FailToLock(const Store &store, const char *folder, StepFailure &failure) {
     return TAVO_LOG_STATE_AT(store.operation, "Failed to lock %s", folder);
 }
 
-// The folder that the core library's writers are to be kept out of; null for a store that only
-// other programs write. Those would take its lock, a folder, for one of their files.
+// The folder to lock against the core library's writers; null for a store that only other programs
+// write. Those programs would take the lock, which is a folder, for one of their files.
 const char *FolderOfWriters(const Store &store, const char *path) {
     const bool services =
         store.id == StoreId::kSystemServices || store.id == StoreId::kPackageServices;
@@ -72,7 +73,7 @@ const char *FolderOfWriters(const Store &store, const char *path) {
 
 using OpenFolder = std::unique_ptr<DIR, decltype([](DIR *folder) { closedir(folder); })>;
 
-// What there is to lose in a store or a copy.
+// Whether a store or a copy has content that could be lost.
 enum class Content { kNone, kSome, kUnknown };
 
 Content ContentOfFolder(const char *path) {
@@ -106,7 +107,7 @@ bool MayHoldSome(const char *copy) {
     return IsThere(copy) && ContentOf(copy) != Content::kNone;
 }
 
-// Renames a copy to a name that no backup and no deletion uses.
+// Renames a copy to a name that no backup or deletion uses.
 int SetAside(const Store &store, StepFailure &failure) {
     char aside[kPathSize];
     struct stat entry;
@@ -131,7 +132,7 @@ int SetAside(const Store &store, StepFailure &failure) {
 
 // ---- Copying ----
 
-// Whatever has the name of the copy goes, so that a restore finds none but a whole one.
+// Removes any entry with the name of the copy, so that a restore finds only complete copies.
 int ClearSideCopy(const Store &store, StepFailure &failure) {
     if (RemoveTree(store.copy, failure) < 0) {
         return -1;
@@ -144,8 +145,8 @@ int ClearSideCopy(const Store &store, StepFailure &failure) {
     return 0;
 }
 
-// The exit status of cp. A writer would let its staged file vanish while cp reads the folder, so
-// writers wait.
+// Copies the store and returns the exit status of cp. Writers are locked out, because their
+// temporary files would disappear while cp reads the folder.
 int CopyWithoutWriters(const Store &store, StepFailure &failure) {
     const WritersLock lock(FolderOfWriters(store, store.place));
     if (lock.OutOfMemory()) {
@@ -154,8 +155,8 @@ int CopyWithoutWriters(const Store &store, StepFailure &failure) {
     return CopyOrMove(store.place, store.copy, false, failure);
 }
 
-// The copy has the staging folder of the lock under which it was made. Taking the lock of the copy
-// clears it.
+// The copy includes the staging folder of the lock that was held during copying. Taking the lock of
+// the copy clears this folder.
 int ClearStagingFolder(const Store &store, const char *copy, StepFailure &failure) {
     const WritersLock lock(FolderOfWriters(store, copy));
     return lock.OutOfMemory() ? FailToLock(store, copy, failure) : 0;
@@ -163,14 +164,15 @@ int ClearStagingFolder(const Store &store, const char *copy, StepFailure &failur
 
 constexpr int kInnerFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// A file in the store may have taken the name of a link meanwhile.
+// Checked again before the mode is set: the entry of the copy may be a link although the entry of
+// the store no longer is one.
 bool IsLink(int folder, const char *name) {
     struct stat status;
     return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
 }
 
-// Gives the entries of a copy of a folder the modes of those in the folder. What is not in both is
-// left alone. Closes the folder; false when one cannot be listed.
+// Sets the modes of the entries in a copied folder to those in the original. Entries that are not
+// in both folders are skipped. Closes `folder`. Returns false if a folder cannot be listed.
 bool CopyModesInside(int folder, int copy) {
     const OpenFolder listing(folder < 0 ? nullptr : fdopendir(folder));
     if (listing == nullptr) {
@@ -201,8 +203,8 @@ bool CopyModesInside(int folder, int copy) {
     }
 }
 
-// cp gives a copy the modes less what the caller's umask takes away, and the copy may become the
-// store, which other users read.
+// cp applies the caller's umask to the modes of a copy. The copy may become the store, which other
+// users must be able to read.
 int CopyModes(const Store &store, StepFailure &failure) {
     struct stat status;
     bool copied = stat(store.place, &status) == 0 && chmod(store.copy, status.st_mode & 07777) == 0;
@@ -244,7 +246,7 @@ int CopyWhole(const Store &store, StepFailure &failure) {
 
 // ---- Putting back ----
 
-// Takes a folder that rm cannot remove out of the way.
+// Renames a folder that rm cannot remove.
 int MoveAside(const Store &store, StepFailure &failure) {
     const char *place = store.place;
     char aside[kPathSize];
@@ -262,8 +264,8 @@ int MoveAside(const Store &store, StepFailure &failure) {
     return 0;
 }
 
-// Removes the store. A writer that makes its staging folder anew meanwhile keeps rm from removing
-// the folder, which is then empty, so rm runs again when that writer is done.
+// Removes the store. If a writer creates its staging folder again in the meantime, rm cannot remove
+// the folder, which is empty otherwise. rm is then run again after the writer has finished.
 int ClearPlace(const Store &store, StepFailure &failure) {
     const char *place = store.place;
     if (IsMountPoint(place)) {
@@ -286,7 +288,7 @@ int ClearPlace(const Store &store, StepFailure &failure) {
     return MoveAside(store, failure);
 }
 
-// A side copy on its way to the place of its store.
+// Moves a side copy to the place of its store.
 class Return {
   public:
     Return(const Store &store, StepFailure &failure)
@@ -294,9 +296,9 @@ class Return {
         CopyText(source_, store.copy);
     }
 
-    // mv is run first, and where it fails the copy takes the place by rename, so that a failing
-    // program costs no store. The place is cleared once more only for a copy that is known to be
-    // whole elsewhere: mv, where it has to copy, may fail when the store is whole already.
+    // Runs mv, and renames the copy directly if mv fails, so that a failing program does not lose
+    // the store. The place is cleared again only if the copy is known to be complete elsewhere: mv
+    // across file systems copies, and may fail although the store is complete already.
     int Make() {
         if (lstat(source_, &copy_) < 0) {
             return FailToLook(store_, source_, failure_);
@@ -332,7 +334,8 @@ class Return {
         PrintText(nested, "%s%s", place_, std::strrchr(source_, '/'));
     }
 
-    // Whether the copy is now the store. Where a rename does not reach, mv brings it as a new file.
+    // True if the copy is now the store. Across file systems mv creates a new file, so the inode
+    // can differ.
     bool IsInPlace() const {
         struct stat entry;
         if (lstat(place_, &entry) < 0) {
@@ -343,8 +346,8 @@ class Return {
         return IsSameFile(entry, copy_) || (!IsThere(source_) && !IsThere(nested));
     }
 
-    // A folder that somebody made in the place of the store swallows what mv brings. It comes out
-    // again, beside the store; whether it did.
+    // If another program has created a folder in the place of the store, mv moves the copy into it.
+    // Moves the copy out again, next to the store. Returns true if it did.
     bool TakeOutOfFolder() {
         char nested[2 * kPathSize];
         PrintNested(nested);
@@ -365,7 +368,7 @@ class Return {
 
 }  // namespace
 
-// cp would copy a link and not what it leads to, so a store that is one counts where it lies.
+// cp would copy a link rather than its target, so the target is used for a store that is a link.
 int Store::NameCopy(StepFailure &failure) {
     struct stat entry;
     bool found = lstat(path, &entry) == 0;
@@ -428,7 +431,7 @@ int MakeSideCopy(Store &store, StepFailure &failure) {
     const bool last = MayHoldSome(store.copy) &&
                       (IsUnrestored(store.id) || ContentOf(store.place) != Content::kSome);
     if (last && SetAside(store, failure) < 0) {
-        // Without its name nobody removes it.
+        // With an empty name the copy is not removed when the backup fails.
         *store.copy = '\0';
         return -1;
     }
@@ -460,7 +463,8 @@ int PutBack(const Store &store, StepFailure &failure) {
 }
 
 int DeleteSideCopy(const Store &store, StepFailure &failure) {
-    // Whoever deletes the copy after a restore that failed may not know that it failed.
+    // The caller may not know that the last restore failed. A copy that may still be needed is
+    // renamed instead of deleted.
     if (!IsUnrestored(store.id) || !MayHoldSome(store.copy)) {
         return RemoveTree(store.copy, failure);
     }

@@ -1,5 +1,5 @@
-// The stores that a change may touch, and their side copies: whole copies beside them, from which a
-// change can be undone.
+// The stores that a change may affect, and their side copies: complete copies next to them, from
+// which the change can be undone.
 #ifndef TAVO_SRC_LIFECYCLE_SIDE_COPY_H
 #define TAVO_SRC_LIFECYCLE_SIDE_COPY_H
 
@@ -16,35 +16,36 @@ namespace tavo {
 struct Store {
     StoreId id;
     const char *path;
-    Step step;                   // that works on it
-    Place operation;             // which log lines and the error state name
-    char place[kPathSize] = "";  // where it lies, when its path is a link
+    Step step;                   // the step that works on it
+    Place operation;             // shown in log lines and the error state
+    char place[kPathSize] = "";  // the path, or the target if the path is a link
     char copy[kPathSize] = "";
 
-    // -1, logged, when it is unknown where the store lies; the copy then has no name.
+    // Sets `place` and `copy`. Returns -1, after logging, if the location of the store is unknown;
+    // `copy` is then unchanged.
     int NameCopy(StepFailure &failure);
 };
 
-// The stores that nCheckFlags and nLocation choose. With both directories no service folder is
-// chosen.
+// The stores that nCheckFlags and nLocation select. If both directories are set, no service folder
+// is selected.
 StoreSet ChosenStores(const SetParam &param);
 
-// Null where the library for port forwarding names no rules.
+// The path of a store; null if the port forwarding library has no rules file.
 const char *PathOf(StoreId store);
 
-// Every store, in their order.
+// All stores, in the order of StoreId.
 using Stores = std::array<Store, kStoreCount>;
 Stores AllStores(Step step, const Place &operation);
 
-// The following need the lock of the store and the name of its copy. -1 for a failure, which is
-// logged.
+// The functions below need the lock of the store and the name of its copy. They return -1 on
+// failure, which is logged.
 
-// Copies the store. A store that is missing, and one that cannot be copied whole, has no side copy
-// afterwards; the latter is logged and no failure.
+// Copies the store. If the store is missing, or cannot be copied completely, there is no side copy
+// afterwards. An incomplete copy is logged and not a failure.
 int MakeSideCopy(Store &store, StepFailure &failure);
 
-// Puts the side copy, if there is one, in the place of the store. A failure sets an error code and
-// leaves the side copy, or its content in the place of the store.
+// Replaces the store by its side copy, if there is one. A failure sets an error code and leaves
+// either the side copy or its content in the place of the store.
 int PutBack(const Store &store, StepFailure &failure);
 
 int DeleteSideCopy(const Store &store, StepFailure &failure);

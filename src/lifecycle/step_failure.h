@@ -1,6 +1,5 @@
-// Why a change, or the notification of a listener, failed: which step, and what the system, the
-// core library or a program reported. The log has a line for most of these, but nothing reads the
-// log.
+// The cause of a failed change or notification: the step, and the error of the system, the core
+// library or a program. The log has a line for most of these, but no code reads the log.
 #ifndef TAVO_SRC_LIFECYCLE_STEP_FAILURE_H
 #define TAVO_SRC_LIFECYCLE_STEP_FAILURE_H
 
@@ -15,7 +14,7 @@ namespace tavo {
 enum class Step {
     kNone,            // nothing failed
     kCheckArguments,  // the caller's arguments are refused
-    kPrintPorts,      // the ports are no value for a service file
+    kPrintPorts,      // the ports are not a valid value for a service file
     kCheckPorts,      // it is unknown whether the ports are taken
     kTakenPorts,      // the ports are taken
     kVerifySource,    // the file to install
@@ -47,17 +46,17 @@ enum class Step {
 
 struct StepFailure {
     Step step = Step::kNone;
-    unsigned int code = 0;          // of the core library; 0 where it reported none
-    int error = 0;                  // errno; 0 where the system reported none
-    const char *program = nullptr;  // that was run
+    unsigned int code = 0;          // of the core library; 0 if it reported none
+    int error = 0;                  // errno; 0 if the system reported none
+    const char *program = nullptr;  // the program that was run
     int status = 0;                 // of the program: an exit status, 128 + n after signal n, or
-                                    // -1 when it could not be run
-    char path[kPathSize] = "";      // of what the step worked on; empty where the step says it
+                                    // -1 if it could not be run
+    char path[kPathSize] = "";      // the object of the step; empty if the step implies it
 
     bool HasFailed() const { return step != Step::kNone; }
 
-    // Each of these records a failure with the present error state. The first one is kept: what
-    // follows is a consequence. -1.
+    // Each of these functions records a failure with the current error state. Only the first
+    // failure is kept: later ones are consequences. Returns -1.
     int Set(Step failed, const char *on = "", int system_error = 0) {
         if (!HasFailed()) {
             step = failed;
@@ -67,8 +66,8 @@ struct StepFailure {
         }
         return -1;
     }
-    // Calls change(), a change of the file `on` by the core library, which leaves in errno what the
-    // system refused. 0, or -1 for a failure.
+    // Calls change(), which changes the file `on` through the core library and leaves the errno of
+    // a failed system call. Returns 0, or -1 on failure.
     template <typename Change>
     int During(Step step_of_change, const char *on, Change change) {
         errno = 0;

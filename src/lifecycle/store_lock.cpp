@@ -1,5 +1,5 @@
-// The locks are taken with flock on files that are never removed. A table says which of them this
-// process holds, since flock alone knows neither threads nor that a holder may lock twice.
+// The locks are taken with flock on files that are never removed. A table records which of them
+// this process holds, since flock supports neither threads nor nested locks of one holder.
 #include "lifecycle/store_lock.h"
 
 #include <fcntl.h>
@@ -19,7 +19,7 @@
 namespace tavo {
 namespace {
 
-// By StoreId.
+// Indexed by StoreId.
 constexpr const char *kLockFiles[kStoreCount] = {
     TAVO_LOCK_FOLDER "/system-services.lock",
     TAVO_LOCK_FOLDER "/package-services.lock",
@@ -33,8 +33,8 @@ bool IsOwn(const struct stat &status) {
     return status.st_uid == geteuid();
 }
 
-// The folder is made when it is missing: /run is empty after each start of the appliance. One of
-// another user is not trusted, since its owner could take the lock files away.
+// Creates the folder if it is missing: /run is empty after each boot of the appliance. A folder of
+// another user is not trusted, since its owner could remove the lock files.
 Descriptor OpenLockFolder(StepFailure &failure) {
     const bool made = mkdir(TAVO_LOCK_FOLDER, S_IRWXU) == 0 || errno == EEXIST;
     const int error = errno;
@@ -52,8 +52,8 @@ Descriptor OpenLockFolder(StepFailure &failure) {
     return folder;
 }
 
-// Whether the name still leads to the file that was locked, and not to one that somebody made after
-// the folder had been cleared.
+// True if the name still refers to the locked file. If the folder was cleared, another process may
+// have created a new file.
 bool IsCurrent(int folder, const char *name, int descriptor) {
     struct stat locked;
     struct stat current;
@@ -91,8 +91,8 @@ namespace {
 struct Held {
     int descriptor = -1;
     pthread_t owner = {};
-    int depth = 0;            // locks of the owner, one in the other
-    bool undo = false;        // a backup waits for its restore or deletion
+    int depth = 0;            // nested locks of the owner
+    bool undo = false;        // a backup exists and is not yet restored or deleted
     bool unrestored = false;  // the last restore failed
 
     bool IsFree() const { return depth == 0 && !undo; }
@@ -100,7 +100,7 @@ struct Held {
 
     void UnlockWhenFree() {
         if (IsFree() && descriptor >= 0) {
-            // Closing it would not do: a child that was started meanwhile may hold it open as well.
+            // close alone does not release the lock if a child process has the file open.
             flock(descriptor, LOCK_UN);
             close(descriptor);
             descriptor = -1;
@@ -111,8 +111,8 @@ struct Held {
 std::mutex g_mutex;
 Held g_held[kStoreCount];
 
-// A child inherits neither the locks nor the side copies, which bear the process id of the parent.
-// It closes the lock files without unlocking them, so that they stay the parent's alone.
+// A child process has neither the locks nor the side copies, whose names contain the parent's
+// process id. It closes the lock files without unlocking them, so that the parent keeps its locks.
 void ForgetInChild() {
     for (Held &held : g_held) {
         if (held.descriptor >= 0) {
@@ -199,7 +199,7 @@ StoreLock::~StoreLock() {
 
 void StoreLock::Release() {
     ForEach(taken_, [](Held &held) {
-        // A child that was made under the lock has none to give back.
+        // A child that was forked while the lock was held has no lock to release.
         if (held.IsOwn() && held.depth > 0) {
             --held.depth;
         }

@@ -1,10 +1,10 @@
-// One lock for each store that a change may touch: the service files of the system, those of
-// packages, the rules of the firewall and the rules of port forwarding.
+// One lock for each store that a change may affect: the service files of the system, those of
+// packages, the firewall rules and the port forwarding rules.
 //
-// A change reads a file, computes the new one and writes it, and an undo replaces a whole store, so
-// the writers' lock of the core library, which covers a single write, is too short for either. The
-// lock files are in a folder that only the appliance's own user can enter, so that nobody else can
-// hold a lock and stop all changes.
+// A change reads a file, computes the new content and writes it, and an undo replaces a whole
+// store. The writers' lock of the core library covers only a single write and is not sufficient for
+// either. The lock files are in a folder that only the appliance's own user can access, so that no
+// other user can hold a lock and block all changes.
 #ifndef TAVO_SRC_LIFECYCLE_STORE_LOCK_H
 #define TAVO_SRC_LIFECYCLE_STORE_LOCK_H
 
@@ -20,14 +20,14 @@ namespace tavo {
 
 enum class LockAttempt { kLocked, kBusy, kFailed };
 
-// Makes one attempt at the lock file `path` in the folder of locks. Both are made when they are
-// missing. With kFailed `failure` says what the system refused; errno 0: the folder is somebody
-// else's.
+// Tries once to lock the file `path` in the lock folder. The file and the folder are created if
+// they are missing. With kFailed, `failure` contains the error of the system; errno 0 means that
+// the folder is not usable, such as one of another user.
 LockAttempt TryLockFile(const char *path, Descriptor &locked, StepFailure &failure);
 
 // ---- Locks of stores
 
-// In the order in which they are locked, copied, restored and deleted.
+// Stores are locked, copied, restored and deleted in this order.
 enum class StoreId { kSystemServices, kPackageServices, kFirewallRules, kForwardingRules };
 
 constexpr int kStoreCount = 4;
@@ -39,19 +39,19 @@ constexpr StoreSet SetOf(StoreId store) {
     return 1U << static_cast<unsigned int>(store);
 }
 
-// The service folder by its path.
+// The store of a service folder.
 StoreSet StoreOfDirectory(const char *directory);
 
 // How long a change waits for another one. The other one may be a transaction, which copies folders
-// and runs the firewall tool, maybe twice.
+// and runs the firewall tool up to twice.
 constexpr std::chrono::seconds kChangeWait{120};
 
-// What a lock is taken for. An undo may take over the locks that a backup left in place, whichever
-// thread of the process made the backup; a change may not.
+// The purpose of a lock. An undo may take over the locks that a backup left, whichever thread of
+// the process made the backup. A change may not.
 enum class LockPurpose { kChange, kUndo };
 
-// Holds the locks of a set of stores. The thread that holds a lock may take it again. Stores are
-// locked in one order everywhere, so that two changes never wait for each other.
+// Holds the locks of a set of stores. The thread that holds a lock may take it again. All code
+// locks the stores in the same order, so that two changes cannot deadlock.
 class StoreLock {
   public:
     explicit StoreLock(StoreSet stores, LockPurpose purpose = LockPurpose::kChange);
@@ -59,14 +59,14 @@ class StoreLock {
     StoreLock(const StoreLock &) = delete;
     StoreLock &operator=(const StoreLock &) = delete;
 
-    // All of them or none.
+    // Either all locks are held or none.
     bool IsHeld() const { return missing_ == nullptr; }
 
     // The lock file that could not be locked; null when the locks are held.
     const char *Missing() const { return missing_; }
 
-    // Leaves the locks in place beyond this object, for the undo that a backup allows; EndUndo of
-    // any thread of this process gives them back.
+    // KeepForUndo keeps the locks after the end of this object, for the undo of a backup. EndUndo,
+    // on any thread of this process, ends this.
     void KeepForUndo();
     void EndUndo();
 
@@ -77,8 +77,8 @@ class StoreLock {
     const char *missing_ = nullptr;
 };
 
-// Whether the last restore of a store failed in this process, so that its side copy may be the only
-// whole one. The store must be locked.
+// True if the last restore of a store failed in this process, so that its side copy may be the only
+// complete one. The store must be locked.
 bool IsUnrestored(StoreId store);
 void SetUnrestored(StoreId store, bool unrestored);
 

@@ -17,16 +17,16 @@
 namespace tavo {
 namespace {
 
-// What cp says of a file that it cannot copy, or not to that place.
+// The exit status of cp if it cannot copy a file.
 constexpr int kCopyFailed = 1;
 
-// A folder in /tmp is anybody's, so there is no trusting what lies in it.
+// True if the path is directly in /tmp. Subfolders may belong to other users and are not trusted.
 bool LiesInTmp(std::string_view path) {
     const std::size_t slash = path.rfind('/');
     return slash != std::string_view::npos && path.substr(0, slash) == kTemporaryFolder;
 }
 
-// Whether the path still leads to the file that is open.
+// True if the path still refers to the open file.
 bool IsAt(const char *path, int descriptor) {
     struct stat opened;
     struct stat entry;
@@ -44,7 +44,7 @@ Room RoomWhen(bool removed) {
     return removed || errno == ENOENT ? Room::kMade : Room::kNone;
 }
 
-// A copy is removed under its lock, so that nobody removes the one that takes its place.
+// A copy is removed while it is locked, so that a new copy with the same name is not removed.
 Room RemoveUnlockedCopy(const char *path) {
     const Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen()) {
@@ -59,8 +59,9 @@ Room RemoveUnlockedCopy(const char *path) {
     return RoomWhen(unlink(path) == 0);
 }
 
-// Only a file of this user with no second name can be the copy of a change that is going on. All
-// else was planted or left by somebody; a device, which only an administrator can make, stays.
+// Only a regular file of this user with a single link can be the copy of a change in progress. Any
+// other entry was planted or is a leftover. A device, which only an administrator can create, is
+// not removed.
 Room MakeRoom(const char *path) {
     struct stat entry;
     if (lstat(path, &entry) < 0) {
@@ -92,7 +93,7 @@ int Create(const char *path) {
 
 }  // namespace
 
-// The lock of the copy decides which of two removes it.
+// If two processes could remove the copy, its lock decides which one does.
 TemporaryCopy::~TemporaryCopy() {
     if (descriptor_ < 0) {
         return;
@@ -103,7 +104,7 @@ TemporaryCopy::~TemporaryCopy() {
     Keep();
 }
 
-// Closing it would not do: a child that was started meanwhile may hold it open as well.
+// close alone does not release the lock if a child process has the file open.
 void TemporaryCopy::Unlock() {
     if (descriptor_ >= 0) {
         flock(descriptor_, LOCK_UN);
@@ -132,7 +133,7 @@ bool TemporaryCopy::Take(const char *szPath, StepFailure &failure) {
                 failure.Set(Step::kMakeFile, szPath, errno);
                 return false;
             }
-            // Until it is locked it looks like a copy that nobody needs any more.
+            // Until the file is locked, another change may take it for a leftover and remove it.
             const bool locked = file.IsOpen() && TryLock(file.Get());
             if (file.IsOpen() && !locked && errno != EWOULDBLOCK) {
                 failure.Set(Step::kLock, szPath, errno);

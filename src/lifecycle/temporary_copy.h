@@ -1,10 +1,10 @@
-// A copy of a service file, as it was before a change, under a name in /tmp that is known in
-// advance: those who are told of the change compare it with the file.
+// A copy of the old content of a service file, under a predictable name in /tmp. The listeners
+// compare it with the changed file.
 //
-// Everybody may write into /tmp. The name is therefore taken anew for each copy: whatever is there
-// is removed, so that a link leads cp nowhere, a pipe or a folder stops no change, and nobody else
-// can read or change the copy. Only the copy of a change that is going on is left alone and waited
-// for: the two service folders share one name. Such a copy is locked with flock by its owner.
+// All users may write into /tmp, so each copy creates its file new: an existing entry with the name
+// is removed. A link then cannot redirect cp, a pipe or a folder cannot block the change, and no
+// other user can read or modify the copy. Only the copy of a change in progress is not removed but
+// waited for, since both service folders use the same names. Its owner locks it with flock.
 #ifndef TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 #define TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 
@@ -15,7 +15,7 @@
 
 namespace tavo {
 
-// Removes the copy when it goes.
+// The destructor removes the copy.
 class TemporaryCopy {
   public:
     TemporaryCopy() = default;
@@ -23,19 +23,20 @@ class TemporaryCopy {
     TemporaryCopy(const TemporaryCopy &) = delete;
     TemporaryCopy &operator=(const TemporaryCopy &) = delete;
 
-    // Copies szFile to szPath, which lies in /tmp, for the operation at `place`. What cp says: 0
-    // when all went well, -1 when it could not be run. Where the name cannot be taken it is not
-    // run, and has failed; that a folder has the name is logged.
+    // Copies szFile to szPath, which must be directly in /tmp, for the operation at `place`.
+    // Returns the exit status of cp: 0 on success, -1 if it could not be run. If the name cannot be
+    // used, cp is not run and the result is that of a failed cp. A non-empty folder with that name
+    // is logged.
     int Make(const char *szFile, const char *szPath, const Place &place, StepFailure &failure);
 
-    // Empty as long as no copy was made.
+    // Empty until a copy is made.
     const char *Path() const { return szPath_; }
 
-    // Lets the next change of that name go on. The copy stays where it is until this one goes,
-    // unless the next change takes the name.
+    // Allows the next change with that name to continue. The copy remains until the end of this
+    // object, unless the next change takes the name.
     void Unlock();
 
-    // Leaves the copy where it is, for the caller to delete.
+    // Leaves the copy for the caller to delete.
     void Keep();
 
   private:
@@ -45,8 +46,8 @@ class TemporaryCopy {
     int descriptor_ = -1;
 };
 
-// Whether cp would come to an end with this file: it waits for whoever writes into a pipe, and
-// reads on in a device.
+// True if the file is regular, so that cp terminates: it would wait for a writer of a pipe, and
+// read from a device without end.
 bool IsRegularFile(const char *szFile);
 
 }  // namespace tavo

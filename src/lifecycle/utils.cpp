@@ -1,10 +1,10 @@
-// Installs a service file: the worker behind the exported install functions and the updates.
+// Installs a service file, for the exported install functions and for updates.
 //
-// The copy goes to a file of its own in a folder inside the target directory, which is on the same
-// file system, and is renamed to its name. Readers see the old file or all of the new one, and any
-// number of processes may install the same name at once: the last rename wins.
+// The file is copied to a unique name in a folder inside the target directory, which is on the same
+// file system, and then renamed. Readers see the complete old or the complete new file, and several
+// processes may install the same name at once: the last rename wins.
 //
-// Ports that collide with others do not keep a file out; the result says so.
+// A port conflict does not prevent the installation. The result reports it.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -32,7 +32,7 @@ namespace {
 using tavo::Step;
 using tavo::StepFailure;
 
-// Not the bits of a location: a file is installed into one directory. Null for any other value.
+// The location must be a single directory, not a set of flags. Returns null for any other value.
 const char *InstallDirectory(int nLocation) {
     switch (nLocation) {
         case TAVO_SERVICE_CONF_DIR_SYSTEM:
@@ -44,7 +44,7 @@ const char *InstallDirectory(int nLocation) {
     }
 }
 
-// A file of that name may be replaced, so that is not an error after all.
+// An installed file with the same name is not an error, since it is replaced.
 int CheckSource(const char *szSrcPath, const char *szDirectory, StepFailure &failure) {
     if (TAVOServiceConfFileVerify(szSrcPath, szDirectory) == 0) {
         return 0;
@@ -62,7 +62,8 @@ int CheckSource(const char *szSrcPath, const char *szDirectory, StepFailure &fai
     }
 }
 
-// Whether the ports of the file collide. A check that fails is no reason not to install it.
+// True if the ports of the file are in conflict with others. A failed check does not prevent the
+// installation.
 bool ReportConflict(const char *szSrcPath, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
     const int nConflict = TLIBIsConfPortConflict(szSrcPath, ppConflictPorts);
     if (nConflict == 1) {
@@ -80,7 +81,7 @@ int MakeDirectory(const char *szDirectory, StepFailure &failure) {
     return 0;
 }
 
-// Makes an empty file with a name of its own, which szPath then holds.
+// Creates an empty file with a unique name and stores its path in szPath.
 int ReserveName(const char *szBaseName, char *szPath, StepFailure &failure) {
     const tavo::Descriptor file(mkstemp(szPath));
     if (!file.IsOpen()) {
@@ -91,7 +92,8 @@ int ReserveName(const char *szBaseName, char *szPath, StepFailure &failure) {
     return 0;
 }
 
-// After a power cut the name must not stand for a file whose content never reached the disk.
+// Writes the content to disk before the rename, so that the name does not refer to an incomplete
+// file after a power failure.
 bool Flush(const char *szPath) {
     const tavo::Descriptor file(open(szPath, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     return file.IsOpen() && fsync(file.Get()) == 0;
@@ -125,8 +127,7 @@ int Rename(const char *szFrom, const char *szTo, StepFailure &failure) {
     return 0;
 }
 
-// A copy that cannot be made whole, or not be renamed, stays in the folder for whoever wants to
-// know why.
+// A copy that is incomplete or cannot be renamed is left in the folder for diagnosis.
 int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory,
               StepFailure &failure) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
