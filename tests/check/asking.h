@@ -1,4 +1,4 @@
-// A question that is never answered.
+// A child process for calls that never return.
 #ifndef TAVO_TESTS_CHECK_ASKING_H
 #define TAVO_TESTS_CHECK_ASKING_H
 
@@ -16,7 +16,7 @@
 
 namespace tavo::test {
 
-// A process that asks, to be watched and ended from outside.
+// Runs `ask` in a child process, so that the caller can observe and kill it.
 class Asking {
   public:
     explicit Asking(const std::function<void()> &ask) : pid_(fork()) {
@@ -32,8 +32,8 @@ class Asking {
     Asking(const Asking &) = delete;
     Asking &operator=(const Asking &) = delete;
 
-    // Its state ("S" when it sleeps, "Z" when it is over), processor time and memory, in fields 3,
-    // 14, 15 and 23 of proc_pid_stat(5).
+    // The state of the process ("S" for sleeping, "Z" for terminated), its processor time and its
+    // memory, from fields 3, 14, 15 and 23 of proc_pid_stat(5).
     std::string Look() const {
         std::ifstream file("/proc/" + std::to_string(pid_) + "/stat");
         const std::vector<std::string> fields{std::istream_iterator<std::string>(file), {}};
@@ -42,8 +42,8 @@ class Asking {
                                         " ticks with " + fields[22] + " bytes";
     }
 
-    // The look that it has from falling asleep on, for a while at least: "S for ...". A text that
-    // tells both looks where they differ.
+    // Waits until the process sleeps and returns its state, "S for ...". If the state changes
+    // within a short time after that, returns a text with both states.
     std::string LookAsleep() const {
         using std::chrono::steady_clock;
         using namespace std::chrono_literals;

@@ -1,4 +1,4 @@
-// Lists of result records made readable.
+// Describes lists of result records as text.
 #ifndef TAVO_TESTS_CHECK_CHECK_TEST_H
 #define TAVO_TESTS_CHECK_CHECK_TEST_H
 
@@ -39,7 +39,7 @@ inline std::string Describe(const TAVO_RUNTIME_PORT_CONFLICT_RESULT &record) {
            (record.blConflict == 0 ? " free" : "");
 }
 
-// A list from its first record on.
+// The records of a list, in list order.
 template <typename Record>
 std::vector<std::string> Describe(const TLIBCDList *list) {
     std::vector<std::string> texts;

@@ -1,4 +1,4 @@
-// What the check of the configuration is asked in the tests, and what it is asked about.
+// Fixtures and helpers for the tests of the configuration check.
 #ifndef TAVO_TESTS_CHECK_CONF_CHECK_TEST_H
 #define TAVO_TESTS_CHECK_CONF_CHECK_TEST_H
 
@@ -20,7 +20,7 @@ constexpr char kCheckFailed[] = "Failed to TAVOConfPortConflictCheck";
 constexpr char kFetchFailed[] = "Failed to ServiceConfListFetch";
 constexpr char kNoPorts[] = "pPortList is undefined";
 
-// What a check logs when the settings cannot be read.
+// The log lines of a check if the settings cannot be read.
 inline Lines UnreadableSettingsLines() {
     Lines lines;
     for (const std::string key : {"syslogport", "smsport", "syslogport"}) {
@@ -44,7 +44,7 @@ inline Elements NewResults() {
     return Elements(TAVOConfPortConflictResultListAlloc());
 }
 
-// A result list as a check may have left it. What declares a port is named, nobody is not.
+// A result list as a check may return it. Records with a declarer have a service name.
 inline Elements Findings(const std::vector<Result> &findings) {
     Elements results = NewResults();
     for (const Result &finding : findings) {
@@ -53,7 +53,7 @@ inline Elements Findings(const std::vector<Result> &findings) {
     return results;
 }
 
-// Settings in which syslog has 514 and the administration pages have 5000.
+// Settings with port 514 for syslog and port 5000 for the administration pages.
 class DeclaredPortsTest : public CatalogueTest {
   protected:
     DeclaredPortsTest() {
@@ -64,7 +64,7 @@ class DeclaredPortsTest : public CatalogueTest {
     static void Settings(const std::string &contents) { WriteFile(kSettings, contents); }
 };
 
-// With services that declare 80/tcp and 443 twice.
+// Adds services of which two declare 80/tcp and two declare port 443.
 class ConfCheckTest : public DeclaredPortsTest {
   protected:
     ~ConfCheckTest() override { EXPECT_EQ(offered_.Lent(), 0); }

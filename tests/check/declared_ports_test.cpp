@@ -1,5 +1,4 @@
-// The check of the configuration over many and wide ranges, and where something that may declare a
-// port cannot be read.
+// The configuration check with many and wide ranges, and with sources that cannot be read.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -23,7 +22,7 @@ using testing::IsEmpty;
 
 class WideRanges : public DeclaredPortsTest {
   protected:
-    // What `ask` gives in a process of its own that gets at most that much more memory.
+    // Returns the result of `ask` in a child process that may allocate at most `bytes` more memory.
     static int WithMemory(std::size_t bytes, const std::function<int()> &ask) {
         return StatusInChild([&] {
             std::size_t pages = 0;
@@ -35,7 +34,7 @@ class WideRanges : public DeclaredPortsTest {
         });
     }
 
-    // How many services declare the port over TCP; 255 on failure.
+    // The number of services that declare the port over TCP; 255 on failure.
     static int Declarers(const char *port) {
         const Strings ports = PortList({port});
         const Elements results = NewResults();
@@ -80,11 +79,11 @@ TEST_F(WideRanges, AreAllReportedForEachPortThatIsAskedFor) {
                     "3 tcp a", "3 tcp a", "3 tcp c", "3 udp b", "2 tcp a", "2 tcp a", "2 udp b"));
 }
 
-// ---- Never free when it is not known ----
+// ---- Unknown declarations are never reported as free ----
 
 class UnknownDeclarations : public DeclaredPortsTest {
   protected:
-    // Whether a record says so.
+    // True if a record reports a conflict.
     static bool IsTaken(const TLIBCDList *results) {
         bool taken = false;
         for (const auto *node = TLIBCDListFirst(results); node; node = TLIBCDListNext(node)) {
@@ -94,8 +93,8 @@ class UnknownDeclarations : public DeclaredPortsTest {
     }
 };
 
-// One port of each source: a setting, a port of the system, a built-in service, and a service of a
-// system file and of a package file.
+// One port of each source: a setting, a fixed system port, built-in services, and the service files
+// of the system and of packages.
 TEST_F(UnknownDeclarations, NeverReadAsFreeWithoutMemory) {
     for (const auto &[folder, ports] :
          {std::pair{kSystemServices, "7001/tcp"}, {kPackageServices, "7000:7002/tcp"}}) {

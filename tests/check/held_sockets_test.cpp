@@ -1,4 +1,4 @@
-// The sockets that processes hold, as records.
+// The records of held sockets.
 #include <arpa/inet.h>
 
 #include "check/held_sockets.h"
@@ -10,7 +10,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// "127.0.0.1", "::1"; "?" for an address of another kind.
+// "127.0.0.1", "::1"; "?" for any other kind of address.
 std::string AddressText(const SocketAddress &address) {
     char text[INET6_ADDRSTRLEN];
     return address.family == AF_UNSPEC
@@ -70,7 +70,7 @@ TEST_F(HeldSocketRecords, HaveNoHolderThatHasEnded) {
     EXPECT_THAT(Held(), ElementsAre("127.0.0.1 8080 tcp state 10 inode 7: 13 /bin/b"));
 }
 
-// In TIME_WAIT a socket is the kernel's.
+// A socket in TIME_WAIT belongs to the kernel.
 TEST_F(HeldSocketRecords, AreThoseThatHaveAnInode) {
     StagedProc::Table("tcp", SocketLine(8080, 6, 0) + SocketLine(8081, 10, 7));
     EXPECT_THAT(Held(), ElementsAre("127.0.0.1 8081 tcp state 10 inode 7"));
@@ -105,7 +105,7 @@ TEST_F(HeldSocketRecords, NameNoTableWhereProcessesCannotBeRead) {
     EXPECT_THAT(Messages(), ElementsAre("Failed to read the sockets of process 12.[0x0900]"));
 }
 
-// Either the record is whole or the reading fails.
+// Without memory, the records are complete or the read fails.
 TEST_F(HeldSocketRecords, AreNeverLostWithoutMemory) {
     StagedProc::AddProcess("12", {"socket:[7]"}, "/bin/a");
     StagedProc::Table("tcp", SocketLine(8080, 10, 7) + SocketLine(8081, 10, 99));

@@ -1,5 +1,5 @@
-// Which processes there are and which sockets they hold, over a /proc of the test's own: whatever
-// a kernel could say there.
+// The list of processes and the sockets that they hold, with a staged /proc that contains anything
+// that a kernel may write.
 #include <cstring>
 #include <set>
 
@@ -184,7 +184,7 @@ TEST_F(InodeTable, LacksProcessesThatCannotBeLookedAt) {
     fs::create_directory("/proc/6");
     WriteFile("/proc/7", "");
     EXPECT_THAT(Table(), ElementsAre("1=5,"));
-    // Cut to what a path may hold, the last one would name the folder of a process.
+    // Truncated to the path buffer, the last one would name the folder of a process.
     fs::create_symlink("socket:[2]", "/proc/5/link");
     for (const std::string &pid :
          {std::string("404"), std::string(), "5" + std::string(2000, '/')}) {
@@ -216,7 +216,7 @@ TEST_F(InodeTable, KeepsWhatItHadWhenMemoryRunsOut) {
             const std::vector<std::string> entered = Entered();
             EXPECT_THAT(entered, IsSubsetOf({"1=77,6,", "1=6,", "8123=77,"}));
             EXPECT_THAT(entered, Contains(testing::EndsWith("6,")));
-            // For the next one.
+            // Reset the table for the next iteration.
             TLIBCSzHashClear(table_.get());
             TLIBCSzHashSetValue(table_.get(), "1", "6,");
             return entered.size() == 2 && entered[0] == "1=77,6,";
@@ -345,7 +345,7 @@ TEST_F(InodeTable, TakesNothingFromAFolderThatMemoryDoesNotOpen) {
     EXPECT_THAT(Entered(), ElementsAre("1=6,"));
 }
 
-// Another thread may start a program at any moment, which is not to inherit a folder.
+// Another thread may start a program at any time, and the program must not inherit the descriptors.
 TEST_F(InodeTable, IsReadThroughDescriptorsThatCloseOnExec) {
     StagedProc::AddProcess("5", {"socket:[1]"});
     const std::vector<int> before = InheritedDescriptors();

@@ -1,4 +1,4 @@
-// The set of keys, against one that compares them all.
+// Compares the key set with a std::map.
 #include "check/key_set.h"
 
 #include <gmock/gmock.h>
@@ -16,7 +16,7 @@ namespace {
 using Key = std::pair<uint64_t, uint64_t>;
 using Added = KeySet::Result;
 
-// Adds the keys and their repetitions to both sets, which must agree on each, and on its number.
+// Adds each key twice to the set. The results and the numbers of the keys must be those of the map.
 void ExpectAsInAMap(const std::vector<Key> &keys) {
     KeySet set;
     std::map<Key, std::size_t> numbers;

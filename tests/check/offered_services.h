@@ -1,5 +1,5 @@
-// A catalogue of a test's making in the place of the library's. Where no test asks, the real one
-// answers.
+// Replaces the library's service catalogue by one that a test provides. Without an OfferedServices
+// object, the real catalogue is used.
 #ifndef TAVO_TESTS_CHECK_OFFERED_SERVICES_H
 #define TAVO_TESTS_CHECK_OFFERED_SERVICES_H
 
@@ -10,15 +10,15 @@
 
 namespace tavo::test {
 
-// Destination ports of a service and their protocol.
+// A service with its destination ports and their protocol.
 struct OfferedService {
     std::string name;
     uint32_t protocol;
     std::vector<std::string> ports;
 };
 
-// What the catalogue lists for as long as this lives, with `result` as its answer (0 stands for
-// how many they are) and the error state of that call.
+// The content of the catalogue during the lifetime of this object. `result` is the result of the
+// call (0: the number of services), with an error state if it is negative.
 class OfferedServices {
   public:
     explicit OfferedServices(const std::vector<OfferedService> &services, int result = 0);
@@ -26,10 +26,10 @@ class OfferedServices {
     OfferedServices(const OfferedServices &) = delete;
     OfferedServices &operator=(const OfferedServices &) = delete;
 
-    // The list itself, to change.
+    // The list, which the test may modify.
     TAVO_FW_SERVICE *List() const;
 
-    // How often the list was asked for and not given back.
+    // How often the list was fetched and not freed.
     int Lent() const;
 };
 

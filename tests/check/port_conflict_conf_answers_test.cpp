@@ -1,4 +1,4 @@
-// What the findings of the check come down to: the ports in conflict, and yes or no.
+// The functions that evaluate a result list: the ports in conflict, and yes or no answers.
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -23,7 +23,7 @@ constexpr char kNoConflictPort[] = "Failed to alloc pConflictPortList, Out of me
 
 class ConflictPorts : public LibraryTest {
   protected:
-    // What is listed of `findings`, behind what the caller's list holds.
+    // Lists the conflict ports of `findings`, after the entries that are already in the list.
     static Lines List(const std::vector<Result> &findings, int protocol, const Lines &before = {}) {
         const Strings ports = PortList(before);
         EXPECT_EQ(TAVOConfListConflictPorts(Findings(findings).get(),
@@ -106,7 +106,7 @@ TEST_F(ConflictPorts, StayListedWhenMemoryRunsOutForTheNext) {
     EXPECT_GE(allocations, 3);
 }
 
-// ---- What a result list says of one port ----
+// ---- Looking up one port in a result list ----
 
 TEST_F(ConflictPorts, AreVerifiedOneByOne) {
     const Elements results = Findings({{80, 1, nullptr, 0},

@@ -20,7 +20,7 @@ constexpr char kNoRecord[] = "Failed to alloc pResult, Out of memory.[0x0200]";
 
 class ConfCheck : public ConfCheckTest {
   protected:
-    // What a check puts behind a result that is there already.
+    // Returns the records that a check appends to a list that contains one.
     Lines Check(const Lines &ports, uint16_t protocol) {
         const Elements results = Findings({kBefore});
         EXPECT_EQ(TAVOConfPortConflictCheck(PortList(ports).get(), protocol, results.get()), 0);
@@ -146,7 +146,7 @@ TEST_F(ConfCheck, TakesSettingsThatAreNotThereForEmpty) {
 
 TEST_F(ConfCheck, KeepsWhatItAppendedBeforeAFailure) {
     const Strings ports = PortList({"80", "81"});
-    std::set<Lines> lines;  // those of each failure
+    std::set<Lines> lines;  // the log lines of each failure
     std::set<int> kept;
     ForEachFailingAllocation([&](FailingAllocation &fail) {
         log_.Clear();
@@ -202,7 +202,8 @@ TEST_F(ConfCheck, TakesAMillionPorts) {
     EXPECT_EQ(TLIBCDListCount(results.get()), kPorts);
 }
 
-// The check in the plain way: a list of every declared port, walked for every port and protocol.
+// A simple implementation of the check: it searches a list of all declared ports for each port and
+// protocol.
 Elements CheckByWalking(const TLIBCSzList *ports, uint16_t protocol) {
     Elements results = NewResults();
     const Elements declared(ServiceConfListFetch());
@@ -222,15 +223,15 @@ Elements CheckByWalking(const TLIBCSzList *ports, uint16_t protocol) {
     return results;
 }
 
-// Asks random questions about random declarations; the check must answer as the plain way does,
-// record by record and line by line.
+// Checks random ports against random declarations. The records and log lines must be those of the
+// simple implementation.
 class AnyConfCheck : public DeclaredPortsTest {
   protected:
     unsigned int Below(unsigned int limit) { return static_cast<unsigned int>(random_() % limit); }
 
     std::string AnyPort() { return std::to_string(Below(40)); }
 
-    // A port, a range, and now and then a wide range, one that runs backwards, or none at all.
+    // Returns a port, a range, or sometimes a wide, a reversed or an invalid range.
     std::string AnyDeclaration() {
         switch (Below(12)) {
             case 0:

@@ -21,15 +21,15 @@ constexpr char kNoCopy[] = "Failed to allocate PTAVO_CONF_PORT_CONFLICT_RESULT";
 
 class DeclaredPorts : public DeclaredPortsTest {
   protected:
-    // What one of the three lists holds; "null" where there is none.
+    // The records of one of the three lists; "null" if there is no list.
     static Lines Fetch(TLIBCDList *(*fetch)()) {
         const Elements list(fetch());
         return list == nullptr ? Lines{"null"}
                                : Describe<TAVO_CONF_PORT_CONFLICT_RESULT>(list.get());
     }
 
-    // Fetches with every allocation failing in turn; the lines that were written, those of each
-    // time once. A fetch gives its `count` records or none.
+    // Calls `fetch` with each allocation failing in turn. It must return `count` records or null.
+    // Returns the different sets of log lines.
     std::set<Lines> FetchWithoutMemory(TLIBCDList *(*fetch)(), int count) {
         std::set<Lines> lines;
         EXPECT_GT(ForEachFailingAllocation([&](FailingAllocation &fail) {
@@ -48,7 +48,7 @@ class DeclaredPorts : public DeclaredPortsTest {
     }
 };
 
-// ---- The system's own ----
+// ---- Ports of the system ----
 
 class SystemPorts : public DeclaredPorts {};
 
@@ -98,7 +98,7 @@ TEST_F(SystemPorts, AreReadAsAnyPortIs) {
         {"65536", "0", {}},
         {"80x", "80", {}},
         {" 80", "80", {}},
-        {std::string(1022, '0') + "80", "8", {}},  // the buffer holds no more
+        {std::string(1022, '0') + "80", "8", {}},  // truncated to the buffer
         {"x", "0", {2, "Failed on parse port: x"}},
         {"", "0", {2, "Failed on parse port: "}},
     };
@@ -119,7 +119,7 @@ TEST_F(SystemPorts, AreNoneWithoutMemory) {
                                      ElementsAre(kNoCopy, kNoRecord), IsEmpty()));
 }
 
-// ---- Those of the services ----
+// ---- Ports of the services ----
 
 class ServicePorts : public DeclaredPorts {};
 

@@ -1,5 +1,4 @@
-// The check of the running system, over a /proc of the test's own, and its answers over real
-// sockets.
+// The runtime check with a staged /proc, and its answers for real sockets.
 #include <set>
 
 #include "asking.h"
@@ -21,7 +20,7 @@ std::vector<std::string> NoTableOf(const std::string &path, std::vector<std::str
     return more;
 }
 
-// Two processes on port 80, one of them on port 53, and port 99 that no process has.
+// Port 80 is held by two processes, port 53 by one of them, and port 99 by none.
 class RuntimeCheck : public RuntimeTest {
   protected:
     RuntimeCheck() {
@@ -198,7 +197,7 @@ TEST_F(RuntimeCheck, FillsNoListWithoutMemory) {
                                   "memory.[0x0200]"));
 }
 
-// Lists of results, with nothing looked up.
+// Result lists that are created without a check.
 class RuntimeResultList : public RuntimeTest {
   protected:
     RuntimeResultList() {
@@ -267,7 +266,7 @@ TEST_F(RuntimeResultList, TellsWhetherAPortIsHeldFreeOrNotListed) {
     EXPECT_THAT(Messages(), ElementsAre("pResultList is undefined"));
 }
 
-// What `ask` answers, with what it writes to standard error behind it.
+// Returns the result of `ask`, followed by its output on standard error.
 std::string Answer(const std::function<int()> &ask) {
     testing::internal::CaptureStderr();
     const std::string answer = std::to_string(ask());
@@ -350,7 +349,7 @@ TEST_F(RuntimeAnswer, IsNoWithoutTheTables) {
     const StagedProc proc;
     std::filesystem::remove("/proc/net/udp");
     const auto expected = NoTableOf("/proc/net/udp", {"Failed to TAVORuntimePortConflictCheck"});
-    // Standard error is not looked at: that takes a /proc.
+    // Standard error is not captured, because that needs /proc.
     EXPECT_EQ(TAVORuntimeIsConflictPort(80, TAVO_PROTO_TCP), 0);
     EXPECT_THAT(Messages(), testing::ElementsAreArray(expected));
     EXPECT_EQ(TLIBCErrGet(), 0x700u);

@@ -1,4 +1,4 @@
-// Who holds which port, over a /proc of the test's own: whatever a kernel could say there.
+// The holders of ports, with a staged /proc that contains anything that a kernel may write.
 #include "failing_allocation.h"
 #include "runtime_test.h"
 
@@ -135,7 +135,7 @@ TEST_F(HeldPorts, AreToldApartByAnyBitOfPortProcessAndState) {
     EXPECT_EQ(Held(), expected);
 }
 
-// The name of a process as large as that is read as -1, and its number is the same again.
+// The folder name 4294967295 is read as -1. As an unsigned number this is 4294967295 again.
 TEST_F(HeldPorts, HaveProcessesOfAnyNumber) {
     StagedProc::AddProcess("-1", {"socket:[1]"}, "");
     StagedProc::AddProcess("2147483647", {"socket:[1]"}, "/bin/program");
@@ -202,7 +202,7 @@ TEST_F(HeldPorts, AreAllOrNullWhenMemoryRunsOut) {
                             ElementsAre(MayLackProgram("80 tcp 9 in state 10 /bin/b"),
                                         MayLackProgram("80 tcp 77 in state 10 /bin/a"),
                                         MayLackProgram("81 tcp 77 in state 10 /bin/a")));
-                // Only the copy of one record may have lost its text.
+                // At most one record may lack its text, the one that was copied during the failure.
                 const std::vector<std::string> records = Results(held.get());
                 EXPECT_LE(std::count_if(records.begin(), records.end(),
                                         [](const std::string &record) {

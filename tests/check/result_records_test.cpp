@@ -1,5 +1,5 @@
-// Both kinds of result record, of the configuration and of the running system: what holds for the
-// one holds for the other.
+// Both kinds of result record, of the configuration check and of the runtime check. Each test runs
+// for both.
 #include <gmock/gmock.h>
 
 #include <cstring>
@@ -74,7 +74,7 @@ class ResultRecords : public LibraryTest {
         return Describe<Record>(list.get());
     }
 
-    // A list of taken ports, TCP and then UDP for each.
+    // A list of taken ports, with a TCP and a UDP record for each port.
     static Elements ListOf(const std::vector<uint16_t> &ports) {
         Elements list(Kind::kListAlloc());
         char text[] = "some text";
@@ -264,7 +264,7 @@ TYPED_TEST(ResultRecords, StayFilteredWhenMemoryRunsOutForTheNext) {
                                                      IsEmpty()));
 }
 
-// ---- Nobody ----
+// ---- Records of ports that are not in use ----
 
 TYPED_TEST(ResultRecords, SayThatNobodyHasAPort) {
     const Elements list = this->ListOf({80});

@@ -1,5 +1,5 @@
-// Who holds which port, with real sockets and processes: the kernel's own tables and links, against
-// a second, plain way to read them.
+// The holders of ports, with real sockets and processes. The results are compared with those of a
+// simple implementation that reads the kernel's tables and links.
 #include <glob.h>
 #include <linux/capability.h>
 #include <sys/resource.h>
@@ -29,7 +29,7 @@ using testing::StartsWith;
 
 namespace fs = std::filesystem;
 
-// ---- The plain way ----
+// ---- The simple implementation ----
 
 std::vector<std::string> Glob(const std::string &pattern) {
     glob_t found = {};
@@ -75,7 +75,8 @@ std::vector<RawSocketInfo> ReadSocketsPlainly() {
     return sockets;
 }
 
-// As Results gives them. The program goes with the process, so equal texts are equal records.
+// The records in the form that Results returns. A process has one program, so equal texts are equal
+// records.
 std::vector<std::string> ReadHeldPlainly() {
     PlainTable table = ReadTablePlainly();
     std::vector<std::string> held;
@@ -95,7 +96,7 @@ std::vector<std::string> ReadHeldPlainly() {
     return held;
 }
 
-// ---- The library's way ----
+// ---- The library ----
 
 class LiveTest : public RuntimeTest {
   protected:
@@ -107,7 +108,7 @@ class LiveTest : public RuntimeTest {
         return Results(held.get());
     }
 
-    // What is held of this port, as "tcp 812 in state 10 PROGRAM".
+    // The holders of this port, as "tcp 812 in state 10 PROGRAM".
     static std::vector<std::string> HeldOf(const std::string &port) {
         std::vector<std::string> matches;
         for (const std::string &text : Held()) {
@@ -175,7 +176,7 @@ TEST_F(LiveSockets, ThatWaitForStragglersAreHeldByNobody) {
     std::string port;
     {
         const HeldSocket listener(AF_INET, SOCK_STREAM, 7000);
-        const Connection connection(listener);  // whose client closes first
+        const Connection connection(listener);  // its client closes first
         port = connection.ClientPort();
     }
     EXPECT_THAT(Sockets(Elements(RawSocketInfoListFetch(TAVO_PROTO_TCP)).get()),
@@ -249,7 +250,7 @@ TEST_F(LiveSockets, AreReadAsInThePlainWayWhateverTheyAre) {
                     }
                 }
             }));
-            below(2);  // so that the next one chooses otherwise
+            below(2);  // so that the next child makes other choices
         }
         ExpectAsReadPlainly();
     }
@@ -284,14 +285,14 @@ TEST_F(LiveSockets, NeverReadAsFreeWithoutMemory) {
 
 class LiveProcesses : public LiveTest {
   protected:
-    // A copy of a program that waits, under another name.
+    // A copy of /usr/bin/sleep under another name.
     std::string Program(const std::string &name) const {
         const std::string path = folder_ / name;
         fs::copy_file("/usr/bin/sleep", path);
         return path;
     }
 
-    // Runs it with the socket as its own.
+    // Executes the program so that it inherits the socket.
     static auto Holding(const HeldSocket &socket, const std::string &program) {
         return [&socket, program] {
             fcntl(socket.Descriptor(), F_SETFD, 0);
@@ -342,21 +343,21 @@ TEST_F(LiveProcesses, MayComeAndGoDuringALook) {
     }
     kill(breeder, SIGKILL);
     while (wait(nullptr) > 0) {
-        // The breeder, and its last child, which holds a socket until then.
+        // Wait for the breeder and its last child, which holds a socket until it ends.
     }
     prctl(PR_SET_CHILD_SUBREAPER, 0);
     EXPECT_THAT(Messages(), IsEmpty());
     EXPECT_EQ(ErrorState(), "0x0 ");
 }
 
-// Gives up every right of root.
+// Drops all capabilities of root.
 void DropCapabilities() {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct none[2] = {};
     Check(syscall(SYS_capset, &header, none) == 0, "capset");
 }
 
-// What `look` gives in a process of its own without rights.
+// Returns the result of `look` in a child process without capabilities.
 int WithoutRights(const std::function<int()> &look) {
     return StatusInChild([&] {
         DropCapabilities();
@@ -366,7 +367,7 @@ int WithoutRights(const std::function<int()> &look) {
 
 TEST_F(LiveProcesses, ThatMayNotBeLookedAtHoldNothing) {
     std::unique_ptr<HeldSocket> listener = std::make_unique<HeldSocket>(AF_INET, SOCK_STREAM, 7000);
-    // A process that does not dump core is closed to all but root.
+    // A process that is not dumpable can be read by root only.
     const Process secret([] { prctl(PR_SET_DUMPABLE, 0); });
     listener.reset();
     EXPECT_THAT(HeldOf("7000"), ElementsAre(StartsWith("tcp " + secret.Pid())));
@@ -396,7 +397,7 @@ TEST_F(LiveProcesses, AreNotLookedAtWithoutAFreeDescriptor) {
                             "Failed to InodeToPidsTableFetch"));
 }
 
-// The kernel has no link to show for such a file.
+// The kernel cannot return the link target of such a file.
 TEST_F(LiveProcesses, MayHaveAFileWhosePathIsLongerThanAPage) {
     std::unique_ptr<HeldSocket> listener = std::make_unique<HeldSocket>(AF_INET, SOCK_STREAM, 7000);
     const Process process([this] {

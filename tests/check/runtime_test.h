@@ -1,5 +1,5 @@
-// What the tests of the running system share: processes that hold sockets, a /proc of the test's
-// own, and records made readable.
+// Shared by the tests of the runtime check: processes that hold sockets, a staged /proc, and texts
+// for records.
 #ifndef TAVO_TESTS_CHECK_RUNTIME_TEST_H
 #define TAVO_TESTS_CHECK_RUNTIME_TEST_H
 
@@ -29,15 +29,14 @@
 
 namespace tavo::test {
 
-// Throws where a system call says that it failed.
+// Throws if a system call failed.
 inline void Check(bool done, const char *what) {
     if (!done) {
         throw std::system_error(errno, std::generic_category(), what);
     }
 }
 
-// A process that runs `run`, which may start a program, and then waits for its end, which comes
-// with this object's.
+// A process that calls `run`, which may execute a program, and then waits. The destructor kills it.
 class Process {
   public:
     explicit Process(const std::function<void()> &run = [] {}) {
@@ -71,7 +70,7 @@ class Process {
     pid_t pid_;
 };
 
-// Both ends of a connection over loopback, `listener` being the socket that it goes to.
+// Both ends of a loopback connection to `listener`.
 struct Connection {
     int client = -1;
     int server = -1;
@@ -102,7 +101,7 @@ struct Connection {
     }
 };
 
-// A line of a socket table, fields in the kernel's own widths.
+// A line of a socket table, with the kernel's field widths.
 inline std::string SocketLine(unsigned port, unsigned state, unsigned long inode) {
     char line[256];
     snprintf(line, sizeof(line),
@@ -116,7 +115,7 @@ constexpr char kTableHeader[] =
     "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout "
     "inode\n";
 
-// A /proc of the test's own for as long as it lives: four empty tables of sockets, no process.
+// A staged /proc during the lifetime of this object, with four empty socket tables and no process.
 class StagedProc {
   public:
     StagedProc() {
@@ -135,7 +134,7 @@ class StagedProc {
         WriteFile("/proc/net/" + name, kTableHeader + lines);
     }
 
-    // A process whose descriptors, from 0 on, are links to `targets`.
+    // Adds a process whose descriptors, numbered from 0, are links to `targets`.
     static void AddProcess(const std::string &pid, const std::vector<std::string> &targets,
                            const std::string &program = "/bin/program") {
         const std::filesystem::path folder = "/proc/" + pid;
@@ -175,7 +174,7 @@ inline std::vector<std::string> Strings(const TLIBCSzList *pList) {
     return strings;
 }
 
-// The entries of a table as "KEY=VALUE", in the order of these texts.
+// The entries of a table as "KEY=VALUE", sorted.
 inline std::vector<std::string> Entries(const TLIBCSzHash *pHash) {
     std::vector<std::string> entries;
     const char *szKey = nullptr;
@@ -187,13 +186,13 @@ inline std::vector<std::string> Entries(const TLIBCSzHash *pHash) {
     return entries;
 }
 
-// One record as "80 tcp state 10 inode 8123".
+// A record as text, such as "80 tcp state 10 inode 8123".
 inline std::string Describe(const RawSocketInfo &info) {
     return PortAndProtocol(info.uPort, info.uProtocol) + " state " + std::to_string(info.uState) +
            " inode " + std::to_string(info.ulInode);
 }
 
-// A list of sockets from its first record on.
+// The records of a list of sockets, in list order.
 inline std::vector<std::string> Sockets(const TLIBCDList *pList) {
     std::vector<std::string> texts;
     for (auto *pNode = TLIBCDListFirst(pList); pNode != nullptr; pNode = TLIBCDListNext(pNode)) {
@@ -202,23 +201,23 @@ inline std::vector<std::string> Sockets(const TLIBCDList *pList) {
     return texts;
 }
 
-// A list of what is held.
+// The records of a list of held ports.
 inline std::vector<std::string> Results(const TLIBCDList *pList) {
     return Describe<TAVO_RUNTIME_PORT_CONFLICT_RESULT>(pList);
 }
 
-// A record as `text` gives it, program and all, or without the program, for which alone memory may
-// run out in silence.
+// Matches a record with or without its program. If only the program cannot be allocated, this is
+// not reported as an error.
 inline auto MayLackProgram(const std::string &text) {
     return testing::AnyOf(text, text.substr(0, text.find(" /")));
 }
 
-// Holds that no test leaves a descriptor open.
+// Checks that no test leaves a descriptor open.
 class RuntimeTest : public LibraryTest {
   protected:
     void TearDown() override { EXPECT_EQ(OpenDescriptors(), open_); }
 
-    // Counted without /proc, which tests put away.
+    // The descriptors are found without /proc, because tests replace it.
     static std::vector<int> Descriptors(const std::function<bool(int)> &that) {
         std::vector<int> descriptors;
         for (int fd = 0; fd < 1024; ++fd) {
@@ -232,7 +231,7 @@ class RuntimeTest : public LibraryTest {
     static std::vector<int> OpenDescriptors() {
         return Descriptors([](int) { return true; });
     }
-    // Those that a program would have that is started now.
+    // The descriptors that a program would inherit if it were started now.
     static std::vector<int> InheritedDescriptors() {
         return Descriptors([](int flags) { return (flags & FD_CLOEXEC) == 0; });
     }
@@ -241,7 +240,7 @@ class RuntimeTest : public LibraryTest {
     std::vector<int> open_ = OpenDescriptors();
 };
 
-// Over a /proc of the test's own.
+// Runs with a staged /proc.
 class StagedTest : public RuntimeTest {
   protected:
     static std::vector<std::string> Pids() { return Strings(Own(FetchPidList()).get()); }
@@ -250,8 +249,9 @@ class StagedTest : public RuntimeTest {
         return Results(Elements(RuntimeServiceListFetch()).get());
     }
 
-    // Calls `call` with each allocation failing and passes its result to `look`. Every such failure
-    // must have been recorded, unless `look` says that it did no harm. Gives all messages.
+    // Calls `call` with each allocation failing in turn and passes its result to `look`. Each
+    // failure must set the error state, unless `look` returns true because it had no effect.
+    // Returns all log messages.
     template <typename Call, typename Look>
     std::vector<std::string> WithoutMemory(Call call, Look look) {
         std::vector<std::string> messages;

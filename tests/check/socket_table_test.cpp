@@ -1,5 +1,5 @@
-// Lines and files like /proc/net/tcp. What a line gives is what the C library's own formatted
-// reading makes of it, so that is the judge here.
+// Lines and files like /proc/net/tcp. The expected result for a line is that of the C library's
+// sscanf.
 #include <sys/stat.h>
 
 #include <random>
@@ -39,7 +39,7 @@ const std::string kDatagram =
     "12345: 00000000:0044 00000000:0000 07 00000000:00000000 00:00000000 00000000   998        0 "
     "1 2 0000000000000000 0";
 
-// `line` with its first `from` replaced; a table of near misses is written with it.
+// Returns `line` with its first `from` replaced, to write a table of near misses.
 std::string With(std::string line, const std::string &from, const std::string &to) {
     return line.replace(line.find(from), from.size(), to);
 }
@@ -104,7 +104,7 @@ TEST(SocketLine, IsAsLenientAsFormattedReading) {
         {":1F90", ":0", "0 tcp state 10 inode 8123"},
         {":1F90", ":1F90.", kNothing},
         {":1F90", ":G", kNothing},
-        {":1F90", ":", kNothing},  // the peer's address is taken for the port
+        {":1F90", ":", kNothing},  // the peer's address is read as the port
         {"1F90 0", "1F900", kNothing},
         {" 00000000:0000 ", "\t00000000:0000\t", "8080 tcp state 10 inode 8123"},
         {" 00000000:0000 ", " " + std::string(65, '0') + ":0000 ", kNothing},
@@ -140,7 +140,7 @@ TEST(SocketLine, IsAsLenientAsFormattedReading) {
         {" 8123", " 8123x", "8080 tcp state 10 inode 8123"},
         {" 8123", " 0x10", "8080 tcp state 10 inode 0"},
         {" 8123", " x", kNothing},
-        {" 8123", "8123", "8080 tcp state 10 inode 1"},  // the timeout is 08123, the inode the 1
+        {" 8123", "8123", "8080 tcp state 10 inode 1"},  // the timeout is 08123, and the inode is 1
     };
     for (const NearMiss &c : cases) {
         const std::string line = With(kListener, c.from, c.to);
@@ -335,7 +335,7 @@ TEST_F(SocketTable, NeedsAList) {
 
 TEST_F(SocketTable, ThatMemoryDoesNotHoldIsAnError) {
     std::string lines;
-    for (unsigned i = 0; i < 70; ++i) {  // so many that the set of known ones grows
+    for (unsigned i = 0; i < 70; ++i) {  // enough for the set of known sockets to grow
         lines += SocketLine(80 + i, 10, i);
     }
     const std::string path = folder_.Write("table", lines);

@@ -1,4 +1,4 @@
-// The ports that the system declares for itself, as records.
+// The records of the ports that the system itself declares.
 #include <utility>
 
 #include "check/declared_ports.h"
@@ -49,7 +49,7 @@ TEST_F(SystemPortRecords, AreUnknownWhenTheSettingsCannotBeRead) {
 }
 
 TEST_F(SystemPortRecords, AreNeverTakenForAbsentWithoutMemory) {
-    // A small file is read without allocating.
+    // The file must be large, because a small one is read without allocating.
     Settings("syslogport=\"514\"\n" + std::string(1 << 20, '#'));
     int unknown = 0;
     ForEachFailingAllocation([&](FailingAllocation &fail) {
