@@ -1,5 +1,5 @@
-// What the operations report of a change that fails: the step, and what the system or a program
-// reported. The log lines and results of the exported functions are the business of other tests.
+// The outcome that the operations report for a failed change: the step, and the error of the system
+// or a program. Other tests cover the log lines and the results of the exported functions.
 #include <sys/mount.h>
 
 #include <cerrno>
@@ -112,7 +112,7 @@ TEST_F(ChangeOutcomeTest, HasWhatTheSystemRefusedToAWriter) {
     EXPECT_EQ(umount(kSystemServices), 0);
 }
 
-// ---- The plain way to set the ports of a section ----
+// ---- Setting the ports of a section without a conflict check ----
 
 TEST_F(ChangeOutcomeTest, OfSectionPortsNamesTheStepAndThePath) {
     const auto expect_step = [this](const char *file, const char *section, Step step,

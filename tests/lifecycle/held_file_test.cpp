@@ -1,5 +1,5 @@
-// A file that the thread still holds as it was is changed as it is: another process changed it
-// since.
+// If the thread holds an old version of a file in memory and another process has changed the file,
+// an operation changes the current version.
 #include <csetjmp>
 
 #include "set_test.h"
@@ -29,14 +29,14 @@ class HeldFileTest : public SetTest {
         return TLIBServiceConfSectionRemove(&param_);
     }
 
-    // The thread holds the file with that text; then it has another.
+    // Makes the thread hold the file with the text `before`, and then changes the file to `after`.
     static void Hold(const std::string &before, const std::string &after) {
         WriteFile(kFile, before);
         ASSERT_EQ(TLIBCFileHold(kFile), 0);
         WriteFile(kFile, after);
     }
 
-    // The title and the first port of the section, as they are read now.
+    // Reads the title and the first port of the section from the file.
     static std::string Read() {
         TAVO_SERVICE_CONF_SECTION *section = nullptr;
         if (TAVOServiceConfSectionGet(kFile, "web", &section) < 0) {

@@ -1,5 +1,6 @@
-// An appliance without service files, whose ports are all free, and what a change leaves behind in
-// it: files, what the tools and plugins received. Nothing stays in /tmp, and nothing stays open.
+// An appliance without service files, whose ports are all free, and helpers to observe the effects
+// of a change: files, and the calls of tools and plugins. Each test checks that nothing is left in
+// /tmp and no descriptor is left open.
 #ifndef TAVO_TESTS_LIFECYCLE_LIFECYCLE_TEST_H
 #define TAVO_TESTS_LIFECYCLE_LIFECYCLE_TEST_H
 
@@ -27,14 +28,14 @@ namespace tavo::test {
 constexpr char kFirewallTool[] = "/usr/tavo/bin/tavofirewall";
 constexpr char kRouterTool[] = "/usr/tavo/sbin/tavoroutertool";
 
-// Fills a field of a record; a text as long as the field leaves it without a terminator.
+// Fills a field of a record. A text as long as the field has no terminator.
 template <std::size_t Size>
 void Fill(char (&field)[Size], std::string_view text) {
     std::fill(std::begin(field), std::end(field), '\0');
     std::copy_n(text.begin(), std::min(text.size(), Size), field);
 }
 
-// A record that writes, without restart, into the system's folder, and tells nobody.
+// A record that writes into the system's folder, without a restart and without notifications.
 inline TAVO_SERVICE_CONF_SET_PARAM Param(std::string_view file, std::string_view section) {
     TAVO_SERVICE_CONF_SET_PARAM param = {};
     param.nRestartMode = TAVO_RESTART_MODE_NONE;
@@ -52,7 +53,8 @@ struct FreePorts {
 };
 using Ports = std::unique_ptr<TAVO_SERVICE_CONF_PORT, FreePorts>;
 
-// Ports as a service file has them ("80,100:110/tcp"), in the order of that text.
+// Parses ports in the form of a service file ("80,100:110/tcp"). The list has the order of the
+// text.
 inline Ports MakePorts(const std::string &text, uint32_t direction = TAVO_PORT_DIRECTION_DST) {
     TAVO_SERVICE_CONF_PORT *parsed = nullptr;
     EXPECT_EQ(TAVOServiceConfPortsGet(text.c_str(), direction, &parsed), 0);
@@ -66,7 +68,7 @@ inline Ports MakePorts(const std::string &text, uint32_t direction = TAVO_PORT_D
     return Ports(reversed);
 }
 
-// All that a change of a file would change.
+// The properties of a file that any change of it would affect.
 struct FileState {
     std::string bytes;
     mode_t mode;
@@ -90,8 +92,8 @@ inline void PrintTo(const FileState &state, std::ostream *out) {
          << testing::PrintToString(state.bytes);
 }
 
-// What a recording tool or plugin received, a line for each call and argument; "all" is everybody
-// in order.
+// The calls of a recording tool or plugin, one line for each call and argument. "all" returns the
+// calls of all of them in order.
 inline std::vector<std::string> Calls(const std::string &name = "all") {
     std::vector<std::string> lines;
     std::istringstream record(RecordOfCalls(name));
@@ -101,7 +103,7 @@ inline std::vector<std::string> Calls(const std::string &name = "all") {
     return lines;
 }
 
-// What a reload of the firewall and of the relay daemon look like to the tools.
+// The calls for a reload of the firewall and of the relay daemon.
 constexpr char kFirewallReloaded[] = "tavofirewall --reload";
 constexpr char kRelayAsked[] = "systemctl is-active --quiet tavorelayd";
 constexpr char kRelayReloaded[] = "systemctl reload tavorelayd";
@@ -112,7 +114,7 @@ inline mode_t ModeOf(const std::string &path) {
     return status.st_mode;
 }
 
-// A socket that nobody listens on.
+// Creates a socket without a listener.
 inline void MakeSocket(const std::string &path) {
     const int socket_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = ""};
@@ -128,7 +130,7 @@ class LifecycleTest : public LibraryTest, protected Appliance {
         EXPECT_EQ(Entries(kDescriptors), descriptors_);
     }
 
-    // What a test itself has put there and leaves there, sorted.
+    // The files that the test itself leaves in /tmp, sorted.
     std::vector<std::string> in_tmp_;
 
   private:

@@ -1,4 +1,4 @@
-// Service folders that are made: their mode does not depend on the caller's umask, at no moment.
+// New service folders: at no time does their mode depend on the caller's umask.
 #include "service_files_test.h"
 
 namespace tavo::test {
@@ -22,13 +22,13 @@ class NewFolders : public ServiceFilesTest, public testing::WithParamInterface<m
                                                "/usr/local/etc/services.d/tmp",
                                                "/usr/tavo/etc/services.d"};
 
-    // From now on notes the modes before a folder is made and before the file is copied.
+    // From now on, records the modes before a folder is created and before the file is copied.
     void LookMeanwhile() {
         programs_.Before("/bin/mkdir", [&] { Look(); });
         programs_.Before("/bin/cp", [&] { Look(); });
     }
 
-    // Notes the modes of the folders that are there.
+    // Records the modes of the existing folders.
     void Look() {
         for (const char *folder : kFolders) {
             struct stat status = {};

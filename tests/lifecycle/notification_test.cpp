@@ -1,5 +1,5 @@
-// What the operations report of each listener. The log lines and results of the exported functions
-// are the business of other tests.
+// The outcome that the operations report for each listener. Other tests cover the log lines and the
+// results of the exported functions.
 #include "lifecycle/notification.h"
 
 #include <dlfcn.h>
@@ -69,7 +69,8 @@ class NotificationTest : public LifecycleTest {
         NotifyOfRemoval({file, 1, 1}, notified_);
     }
 
-    // Both kinds of notification of plugins give this, each from the beginning.
+    // Expects these states from both kinds of plugin notification, each with a new record of
+    // states.
     template <typename Prepare>
     void ExpectOfBoth(const std::string &plugins, const std::string &relay, Prepare prepare) {
         for (const auto notify : {&NotificationTest::UpdateOnce, &NotificationTest::RemoveOnce}) {
@@ -220,7 +221,7 @@ TEST_F(NotificationTest, EndsAtAFirewallToolThatCannotBeRun) {
     EXPECT_EQ(StateOf(Of(Listener::kRelayDaemon)), "not reached");
 }
 
-// The exported function counts a tool that ran as a success, so the relay daemon has its turn.
+// The exported function treats a tool that ran as a success, so the relay daemon is reloaded.
 TEST_F(NotificationTest, SaysThatTheFirewallToolFailed) {
     SetExitStatus("tavofirewall", "3");
     EXPECT_EQ(RestartServices(TAVO_RESTART_FIREWALL, notified_), 0);
@@ -241,7 +242,7 @@ TEST_F(NotificationTest, KeepsTheFirstFailureOfAListener) {
 }  // namespace
 }  // namespace tavo::test
 
-// A symbol of the program comes before that of a library.
+// The symbols of the program take precedence over those of a library.
 extern "C" __attribute__((visibility("default"))) TLIBPluginHandle *TLIBPluginSDKInit(
     const char *group, const char *action) {
     static const auto next =

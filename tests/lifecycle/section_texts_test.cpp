@@ -1,5 +1,5 @@
-// Texts with quotes, blanks and the signs of the file's grammar in them: what is set is read again,
-// whatever was there before, and keys that are not set are read as they were.
+// Texts with quotes, blanks and characters of the file's grammar. A text that is set is read back
+// unchanged, whatever the old value, and keys that are not set keep their values.
 #include <functional>
 #include <string>
 #include <vector>
@@ -21,7 +21,7 @@ class SectionTexts : public SetTest {
 
     int Set() override { return TLIBServiceConfSectionSet(&param_, &section_); }
 
-    // A file whose section has these texts, and a key that is not set.
+    // A file with these texts in its section, and a key that is not set.
     static std::string FileWith(const std::string &title, const std::string &desc,
                                 const std::string &other) {
         return "[web]\ntitle=" + title + "\nother = " + other + " \ndesc=" + desc +
@@ -30,7 +30,7 @@ class SectionTexts : public SetTest {
 
     static std::string Quoted(const std::string &text) { return '"' + text + '"'; }
 
-    // The value of a key of the section, read without the library under test.
+    // Reads the value of a key of the section with the core library.
     static std::string Read(const char *key) {
         TLIBCSzHash *keys = TLIBCSzHashAlloc(8);
         EXPECT_GT(TLIBCFileGetSection(kFile, "web", &keys), 0);
@@ -40,8 +40,8 @@ class SectionTexts : public SetTest {
         return text;
     }
 
-    // Sets the texts in the file, and expects them to be read again and the other key's line to be
-    // the same to the byte.
+    // Sets the texts in the file, and expects that they are read back and that the line of the
+    // other key is identical.
     void ExpectGivenBack(const std::string &before, const std::string &title,
                          const std::string &desc) {
         WriteFile(kFile, before);
@@ -60,7 +60,7 @@ class SectionTexts : public SetTest {
         EXPECT_THAT(ReadFile(kFile), testing::HasSubstr(line));
     }
 
-    // Every new text over `old`, without quotes in one key and with them in the other.
+    // Sets each new text over the value `old`, which is quoted in one of the keys.
     void ExpectEachGivenBack(const std::string &old, const std::vector<std::string> &new_texts) {
         for (const std::string &text : new_texts) {
             if (text.empty()) {
@@ -81,7 +81,7 @@ TEST_F(SectionTexts, AreGivenBackOverEveryShortText) {
     }
 }
 
-// What is written in quotes may be mistaken for a text with more or fewer of them.
+// A quoted value may be read as a text with more or fewer quotes.
 TEST_F(SectionTexts, AreGivenBackOverTheSameTextInMoreOrFewerQuotes) {
     for (const std::string &old : ShortTexts(4)) {
         const bool quoted = old.size() > 2 && old.front() == '"' && old.back() == '"';
@@ -99,7 +99,7 @@ TEST_F(SectionTexts, AreWrittenWithoutTheQuotesThatAreTakenOffThem) {
               "port_forward=\"no\"\n");
 }
 
-// The keys that are read under one name are written under the other.
+// The keys are read from one section and written to another.
 TEST_F(SectionTexts, OfOtherKeysAreTheSameInASectionOfAnotherName) {
     for (const std::string &text : ShortTexts(3)) {
         SCOPED_TRACE(testing::PrintToString(text));
@@ -112,7 +112,7 @@ TEST_F(SectionTexts, OfOtherKeysAreTheSameInASectionOfAnotherName) {
     }
 }
 
-// Written without its quotes, the line would open a section.
+// Without its quotes, the line would start a section.
 TEST_F(SectionTexts, AreSetBesideAKeyThatCouldNotBeWritten) {
     WriteFile(kFile, "[web]\n[a=\"b]\"\ntitle=T\n");
     Fill(section_.strTitle.szText, "New");

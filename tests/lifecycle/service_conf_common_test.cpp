@@ -1,4 +1,4 @@
-// Removing, copying and moving paths, and the side copies of stores.
+// Tests removing, copying and moving paths, and the side copies of stores.
 #include <sys/mount.h>
 
 #include <cstring>
@@ -92,7 +92,7 @@ TEST_F(PathRemoval, FailsWhereRmCannotBeRunAndNotWhereItFails) {
 
 // ---- Copying and moving ----
 
-// A folder with a file system of its own.
+// Mounts a file system on a folder.
 class Mounted {
   public:
     explicit Mounted(const char *folder) : folder_(folder) {
@@ -293,7 +293,7 @@ class SideCopies : public ServiceFilesTest {
         return param;
     }
 
-    // Those of the stores that have a side copy, in order.
+    // The stores that have a side copy, in store order.
     Lines Copied() const {
         Lines copied;
         for (const char *store : stores_) {

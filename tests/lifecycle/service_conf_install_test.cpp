@@ -1,4 +1,5 @@
-// The exported faces of installing a service file. What they share is tested in utils_test.cpp.
+// The exported functions that install a service file. Their shared code is tested in
+// utils_test.cpp.
 #include "failing_allocation.h"
 #include "service_files_test.h"
 

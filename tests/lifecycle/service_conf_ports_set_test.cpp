@@ -25,7 +25,7 @@ class PortsSet : public SetTest {
 
     int Set() override { return TLIBServiceConfPortsSet(&param_, ports_.get()); }
 
-    // The file after a successful call, without a line in the log.
+    // Expects a successful call without log lines and returns the file.
     std::string Written() {
         EXPECT_EQ(Set(), 0);
         EXPECT_THAT(Messages(), IsEmpty());
@@ -40,7 +40,7 @@ class PortsSet : public SetTest {
     Ports ports_;
 };
 
-// ---- What is refused ----
+// ---- Invalid arguments ----
 
 TEST_F(PortsSet, RefusesEachFieldOutOfRange) {
     const FileState before = StateOf(kFile);
@@ -96,7 +96,7 @@ TEST_F(PortsSet, IsInNoConflictWithItself) {
     ExpectUnchanged({"Port conflict with existing ports! (port: 82/tcp)[0x0000 :N]"});
 }
 
-// ---- What is written ----
+// ---- Written values ----
 
 TEST_F(PortsSet, TakesTheQuotesOffEqualPorts) {
     SetPorts("81/tcp");
@@ -152,7 +152,7 @@ TEST_F(PortsSet, WritesInEveryWriteMode) {
     }
 }
 
-// ---- Which steps are made ----
+// ---- Order of the steps ----
 
 TEST_F(PortsSet, MakesEveryStepInItsOrder) {
     ActivateRelayDaemon();
@@ -207,7 +207,7 @@ TEST_F(PortsSet, RestartsWithoutAFileWhenItOnlyChecksPorts) {
     EXPECT_THAT(Entries(kSystemServices), IsEmpty());
 }
 
-// ---- What fails on the way ----
+// ---- Failing steps ----
 
 TEST_F(PortsSet, MakesNoFileThatIsMissing) {
     std::filesystem::remove(kFile);

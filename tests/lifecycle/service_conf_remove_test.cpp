@@ -1,5 +1,5 @@
-// Removing an installed service file. What the notification sends is tested with it; here is what a
-// removal gives it.
+// Removing an installed service file. Other tests cover the content of the notification; these
+// cover the arguments that a removal passes to it.
 #include <functional>
 
 #include "failing_allocation.h"
@@ -34,7 +34,7 @@ class ServiceConfRemove : public ServiceFilesTest {
 
     static int Remove(const Param &param) { return TAVOServiceConfRemove(&param); }
 
-    // That a removal is refused, silently and before anything is done.
+    // Expects that a removal fails without a log line and before any change.
     void ExpectRefused(const Param &param) {
         StartAnew();
         const Programs programs;

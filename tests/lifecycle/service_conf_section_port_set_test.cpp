@@ -19,7 +19,7 @@ class SectionPortSet : public LifecycleTest {
         SetPorts("80,100:110/tcp");
     }
 
-    // The file with a section that has these keys.
+    // A file whose section has these keys.
     static std::string Declaring(const std::string &keys) {
         return "# ours\n[web]\ntitle=\"Web\"\n" + keys + "\n[other]\na=1\n";
     }
@@ -32,13 +32,13 @@ class SectionPortSet : public LifecycleTest {
         return TAVOServiceConfSectionPortSet(location, file, section, ports_.get());
     }
 
-    // The file of the system after a successful call.
+    // Expects a successful call and returns the system's file.
     std::string Written() {
         EXPECT_EQ(Set(), 0);
         return ReadFile(kFile);
     }
 
-    // That it fails with this error state and without a line, and changes and tells nothing.
+    // Expects a failure with this error state, without log lines, changes or notifications.
     void ExpectUnchanged(const std::string &error) {
         const FileState before = StateOf(kFile);
         TLIBCErrSetEx(0, nullptr, 0);
@@ -74,7 +74,7 @@ TEST_F(SectionPortSet, SetsTheOneKeyWithoutQuotesAndReloadsTheFirewall) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-// That the file is there is known by the failure of a question.
+// The file is found by an error of its verification, which sets the error state.
 TEST_F(SectionPortSet, LeavesTheErrorBehindByWhichItFoundTheFile) {
     EXPECT_EQ(Set(), 0);
     EXPECT_EQ(ErrorState(), kFoundThere);
@@ -127,7 +127,7 @@ TEST_F(SectionPortSet, PrintsPortsAsTheyAre) {
          "443,80,80/tcp"},
         {{{1, 1, 2, 110, 100, nullptr}, {1, 2, 2, 105, 107, nullptr}}, "110:100,105:107/udp"},
         {{{1, 0, 3, 0, 65535, nullptr}, {1, 1, 3, 65535, 0, nullptr}}, "0,65535:0/tcp,udp"},
-        // The protocols of the first port stand for all.
+        // The protocols of the first port apply to all.
         {{{1, 0, 1, 80, 0, nullptr}, {1, 0, 2, 81, 0, nullptr}}, "80,81/tcp"},
         {{{1, 0, 0xFFFFFFFD, 80, 0, nullptr}}, "80/tcp"},
         {{{1, 0, 0, 80, 0, nullptr}, {1, 0, 3, 81, 0, nullptr}}, "80,81"},
@@ -148,7 +148,7 @@ TEST_F(SectionPortSet, ChecksForNoConflict) {
     EXPECT_EQ(Written(), Declaring("dst.ports=23/tcp\n"));
 }
 
-// 126 ports of three digits with a comma between them take 503 bytes, "/tcp" four.
+// 126 ports of three digits and the commas between them are 503 bytes, "/tcp" is four.
 TEST_F(SectionPortSet, HasRoomForAValueOf511Bytes) {
     std::string ports = "100";
     for (int i = 1; i < 126; ++i) {
@@ -160,7 +160,7 @@ TEST_F(SectionPortSet, HasRoomForAValueOf511Bytes) {
     ForgetCalls();
     SetPorts(ports + ",9999/tcp");
     ExpectUnchanged("0xBF00 service_conf_section_port_set.cpp");
-    // Without protocols the ports alone may take all of it, or too much.
+    // Without protocols, the ports may fill the whole buffer.
     for (const bool fits : {true, false}) {
         SetPorts(ports + (fits ? ",9999,99/tcp" : ",9999,999/tcp"));
         ports_->nProtocol = 0;
@@ -186,7 +186,7 @@ TEST_F(SectionPortSet, SaysThatTheFileIsMissing) {
     EXPECT_THAT(Entries(kSystemServices), ElementsAre("web.sc"));
 }
 
-// An earlier error says nothing of the file.
+// An earlier error state must not affect the check for the file.
 TEST_F(SectionPortSet, LooksForTheFileItself) {
     TLIBCErrSetEx(0xC000, "earlier.cpp", 1);
     EXPECT_EQ(Set(1, "missing.sc"), -1);

@@ -1,5 +1,5 @@
-// Removing a section: what a service file looks like afterwards, and that everything is as it was
-// when a step fails.
+// Removing a section: the resulting service file, and that all stores are unchanged if a step
+// fails.
 #include <functional>
 
 #include "failing_allocation.h"
@@ -37,7 +37,7 @@ class SectionRemoval : public ServiceFilesTest {
         return param;
     }
 
-    // From now on the firewall tool changes what the firewall and port forwarding keep.
+    // From now on, the firewall tool changes the rules of the firewall and of port forwarding.
     static void LetToolChangeRules() {
         WriteScript(kFirewallTool,
                     "rm -r /usr/tavo/etc/firewall.d/sub\n"
@@ -137,7 +137,7 @@ TEST_F(SectionRemoval, StandsWhereTheEmptiedFileCannotBeDeleted) {
     EXPECT_EQ(ReadFile(kGameFile), "");
 }
 
-// ---- Who is told ----
+// ---- Notified listeners ----
 
 TEST_F(SectionRemoval, TellsWhomTheFlagsName) {
     const struct {
@@ -196,7 +196,7 @@ TEST_F(SectionRemoval, KeepsWhatTheToolsChangedAndTakesNoNoticeOfTheirStatus) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-// ---- What fails ----
+// ---- Failing steps ----
 
 TEST_F(SectionRemoval, RefusesARecordThatIsNotForIt) {
     const Lines before = AllStores();
@@ -293,7 +293,7 @@ class FailingSectionRemoval : public SectionRemoval {
         before_ = AllStores();
     }
 
-    // That the step fails with this line, and all is as it was.
+    // Expects that the step fails with this log line and that all stores are unchanged.
     void ExpectRollback(const std::string &line) {
         StartAnew();
         std::filesystem::remove("/run/calls/all");
@@ -403,7 +403,7 @@ TEST_F(SectionRemoval, RestartsOnceMoreThoughNothingCouldBeBroughtBack) {
                                         kReload, "Restart service fail[0x0700 exec.cpp:N]"));
 }
 
-// A restart takes fewer flags than a removal does.
+// A restart accepts fewer flags than a removal.
 TEST_F(SectionRemoval, FailsWithFlagsThatNoRestartTakes) {
     const Lines before = AllStores();
     EXPECT_EQ(Remove(Restarting(4, 33)), -1);
@@ -413,7 +413,7 @@ TEST_F(SectionRemoval, FailsWithFlagsThatNoRestartTakes) {
     EXPECT_THAT(Messages(), ElementsAre(kLine, kLine));
 }
 
-// The removal looks at the low bits of a location, the backup at all of it.
+// The removal checks the low bits of the location, the backup checks all of them.
 TEST_F(SectionRemoval, HasNoWayBackFromALocationThatIsNotExact) {
     Param param = Restarting(4, 33);
     param.nLocation = 6;

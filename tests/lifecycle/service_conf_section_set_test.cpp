@@ -33,14 +33,14 @@ class SectionSet : public SetTest {
 
     int Set() override { return TLIBServiceConfSectionSet(&param_, &section_); }
 
-    // The file after a successful call, without a line in the log.
+    // Expects a successful call without log lines and returns the file.
     std::string Written() {
         EXPECT_EQ(Set(), 0);
         EXPECT_THAT(Messages(), IsEmpty());
         return ReadFile(kFile);
     }
 
-    // That it fails and the file that it made is gone.
+    // Expects a failure, after which the new file is removed.
     void ExpectNotMade(const std::vector<std::string> &messages) {
         EXPECT_EQ(Set(), -1);
         EXPECT_EQ(Messages(), messages);
@@ -52,7 +52,7 @@ class SectionSet : public SetTest {
     static constexpr char kWritten[] =
         "[web]\nport_forward=\"no\"\ndesc=\"Web pages\"\ntitle=\"Web\"\ndst.ports=\"8080/tcp\"\n";
 
-    // The section as an earlier version declared it, its keys, and what becomes of these.
+    // The section of an earlier version, its keys, and the same keys after the change.
     static constexpr char kOld[] = "[web]\ntitle=T\ndesc=D\ndst.ports=81/tcp\n";
     static constexpr char kOldKeys[] = "title=T\ndesc=D\ndst.ports=81/tcp\n";
     static constexpr char kNewKeys[] =
@@ -63,7 +63,7 @@ class SectionSet : public SetTest {
     Ports src_ports_;
 };
 
-// ---- What is refused ----
+// ---- Invalid arguments ----
 
 TEST_F(SectionSet, RefusesEachFieldOutOfRange) {
     std::filesystem::remove(kSystemServices);
@@ -141,7 +141,8 @@ TEST_F(SectionSet, RefusesPortsThatMakeNoText) {
     EXPECT_THAT(Entries(kSystemServices), IsEmpty());
 }
 
-// 204 ports of four digits with a comma between them take 1019 bytes, and the whole value is cut.
+// 204 ports of four digits and the commas between them are 1019 bytes. The whole value is
+// truncated.
 TEST_F(SectionSet, HasRoomFor1023BytesOfPorts) {
     std::string ports = "8000";
     for (int i = 1; i < 204; ++i) {
@@ -201,7 +202,7 @@ TEST_F(SectionSet, NeverChecksSourcePorts) {
     EXPECT_THAT(Written(), testing::EndsWith("dst.ports=\"8080/tcp\"\nsrc.ports=\"23/tcp\"\n"));
 }
 
-// ---- Which steps are made ----
+// ---- Order of the steps ----
 
 TEST_F(SectionSet, MakesEveryStepInItsOrder) {
     std::filesystem::remove(kSystemServices);
@@ -385,7 +386,8 @@ TEST_F(SectionSet, ReadsUnderTheNameInTheRecordAndWritesUnderThatOfTheSection) {
     EXPECT_EQ(Written(), other + "[web]\n" + kNewKeys + "desc_extra=more\nport_forward=\"no\"\n");
 }
 
-// What is missing under the one name is added under the other, whose further keys then stay.
+// If the section named in the record is missing, the keys are added to the other section, which
+// keeps its remaining keys.
 TEST_F(SectionSet, AddsASectionThatIsMissingUnderTheNameInTheRecord) {
     WriteFile(kFile, std::string(kOld) + "b=2\n");
     Fill(param_.szSectionName, "missing");
@@ -412,7 +414,7 @@ TEST_F(SectionSet, TakesTextsThatFillTheirFields) {
                              reference + "dst.ports=\"8080/tcp\"\n");
 }
 
-// ---- What fails on the way ----
+// ---- Failing steps ----
 
 TEST_F(SectionSet, FailsWithoutMkdir) {
     std::filesystem::remove_all(kSystemServices);
@@ -470,7 +472,7 @@ TEST_F(SectionSet, SaysWhichKeyCannotBeHeld) {
     }
 }
 
-// The first key that cannot be held ends it, before there is a copy.
+// If a key cannot be stored, the operation fails before it copies the file.
 TEST_F(SectionSet, HoldsTheKeysBeforeItCopiesTheFile) {
     const Failing failing("TLIBCSzHashSetValue");
     const Programs programs;

@@ -1,5 +1,5 @@
-// Telling those who act on declared ports: the arguments that a plugin received, in order, and what
-// stays untold when a step fails.
+// Notifying the listeners of declared ports: the arguments that a plugin receives, in order, and
+// the arguments that are missing after a failed step.
 #include "failing_allocation.h"
 #include "lifecycle_test.h"
 #include "stand_ins.h"
@@ -31,7 +31,7 @@ class ServNotify : public LifecycleTest {
     static constexpr char kForwarding[] = "< NOTIFY_PF=1";
     static constexpr char kFirewall[] = "< NOTIFY_FW=1";
 
-    // That everything was done, with these arguments.
+    // Expects that the plugin was called with these arguments and the relay daemon was reloaded.
     static void ExpectTold(std::vector<std::string> call) {
         call.insert(call.end(), {kRelayAsked, kRelayReloaded});
         EXPECT_EQ(Calls(), call);
@@ -156,7 +156,7 @@ TEST_F(UpdateServNotify, TakesNoFileForMissingThatItCannotLookAt) {
     TLIBPluginExit(plugins);
 }
 
-// A folder of the kernel's file system in memory has no end to seek to.
+// A folder in a tmpfs does not support seeking to its end.
 TEST_F(UpdateServNotify, SendsNoTextWhenEitherCannotBeRead) {
     Fill(update_.szOldConfPath, "/dev");
     EXPECT_EQ(TLIBServiceConfUpdateServNotify(&update_), 0);
@@ -215,7 +215,7 @@ TEST_F(ServNotify, InvokesPluginsInTheModeOfThePlatform) {
     EXPECT_THAT(Calls(), IsEmpty());
 }
 
-// The argument whose first setting fails, and what that changes.
+// Each case has the argument that cannot be set at first, and the effect of this failure.
 TEST_F(UpdateServNotify, CarriesOnWithoutAnArgumentThatCannotBeSet) {
     const struct {
         const char *key;
@@ -329,7 +329,7 @@ TEST_F(RemoveServNotify, SendsAnEmptyTextWhenThereIsNoneToSend) {
     }
 }
 
-// What could not be sent does not matter any more once port forwarding is to act.
+// The plugins run without a missing argument if at least one of the two flags can be set.
 TEST_F(RemoveServNotify, CarriesOnWithoutAnArgumentThatCannotBeSet) {
     constexpr char kContent[] = "< $'PORT_CONFIG_CONTENT=old ports\\n'";
     const struct {
@@ -381,7 +381,7 @@ TEST_F(RemoveServNotify, TellsNobodyWhenNobodyCouldAct) {
                     "FAILED to set NOTIFY_FW", "FAILED to set update fw arg"));
 }
 
-// Nothing but the text can be missing then, and without it the plugins still know of the removal.
+// Without flags only the text can be missing, and the plugins run without it.
 TEST_F(RemoveServNotify, InvokesPluginsWithoutAnyArgument) {
     const Failing failing("TLIBPluginSetArg");
     remove_.blNotifyPf = 0;

@@ -1,4 +1,4 @@
-// Restarting services, the firewall tool, and the text of a file as an argument of a plugin.
+// Restarting services, running the firewall tool, and passing the text of a file to a plugin.
 #include <cerrno>
 #include <optional>
 
@@ -149,7 +149,7 @@ class PluginArgument : public LifecycleTest {
 
     int Set(const char *path) { return PluginArgSetFileContent(handle_, "KEY", path); }
 
-    // The argument as a plugin receives it.
+    // The argument that a plugin receives.
     std::string Received() {
         ForgetCalls();
         EXPECT_EQ(TLIBPluginAction(5, handle_), 0);
@@ -163,7 +163,8 @@ class PluginArgument : public LifecycleTest {
         int error = 0;
     };
 
-    // That it fails with these lines, by itself or through `fault`, and touches nothing.
+    // Expects a failure with these log lines, caused by `path` or by `fault`, and an unchanged
+    // argument.
     void ExpectFailure(const char *path, const std::vector<std::string> &messages,
                        std::optional<Fault> fault = {}) {
         {
@@ -262,7 +263,7 @@ TEST_F(PluginArgument, SaysWhichStepFailed) {
     ExpectFailure(kFile,
                   {"FAILED to read content from /var/tmp/web.sc nRead=-1 err=Input/output error"},
                   Fault{"read", "", EIO});
-    // The same words whatever the key.
+    // The log line is the same for all keys.
     ExpectFailure(kFile, {"FAILED to set OLD_TMP_PORT_CONFIG"}, Fault{"TLIBPluginSetArg", "KEY"});
 }
 

@@ -1,5 +1,5 @@
-// Updating an installed service file. What the notification sends is tested with it; here is what
-// an update gives it.
+// Updating an installed service file. Other tests cover the content of the notification; these
+// cover the arguments that an update passes to it.
 #include <fcntl.h>
 
 #include <cstring>
@@ -19,7 +19,7 @@ using testing::IsEmpty;
 
 constexpr char kBackup[] = "/tmp/servicetool.update.game.sc.old";
 
-// The plugin's record of a file's content.
+// A file's content in the record of the plugin.
 std::string Content(const std::string &key, const std::string &text) {
     std::string quoted;
     for (const char c : text) {
@@ -195,7 +195,7 @@ TEST_F(ServiceConfUpdate, WithoutNotifyHasNoOldPathOfAFileThatWasNotInstalled) {
     EXPECT_EQ(notify_.blNotifyPf, 1U);
 }
 
-// ---- What fails ----
+// ---- Failing steps ----
 
 TEST_F(ServiceConfUpdate, NeedsItsArguments) {
     const std::string source = Source(kGame);
@@ -242,7 +242,7 @@ TEST_F(ServiceConfUpdate, NeedsALocationAndANameThatStaysThere) {
 
 class UnkeptContent : public ServiceConfUpdate {
   protected:
-    // That the old content cannot be kept, and so nothing is done.
+    // Expects that the old content cannot be copied and that nothing is changed.
     void ExpectNothingDone(const std::vector<std::string> &left_in_tmp = {},
                            const Lines &reason = {}) {
         const std::string source = Source(kNewGame);

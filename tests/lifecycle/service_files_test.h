@@ -1,5 +1,5 @@
-// What tests of whole service files share: files that packages bring, those that are installed, and
-// all that stands in a folder.
+// Shared by the tests of whole service files: source files, installed files, and listings of
+// folders.
 #ifndef TAVO_TESTS_LIFECYCLE_SERVICE_FILES_TEST_H
 #define TAVO_TESTS_LIFECYCLE_SERVICE_FILES_TEST_H
 
@@ -21,12 +21,12 @@ constexpr char kGameFile[] = "/usr/local/etc/services.d/game.sc";
 constexpr char kFirewallRules[] = "/usr/tavo/etc/firewall.d";
 constexpr char kPlugin[] = "/usr/tavo/lib/plugins/port_config/portforward";
 
-// A service on a port that nobody has, the next version of it, and one on the port of telnet.
+// A service on a free port, the next version of it, and a service on the telnet port.
 constexpr char kGame[] = "[game]\ntitle=Game\ndesc=Games\ndst.ports=7001/tcp\n";
 constexpr char kNewGame[] = "[game]\ntitle=Game\ndesc=Games\ndst.ports=7002/tcp\n";
 constexpr char kTelnetGame[] = "[game]\ntitle=Game\ndesc=Games\ndst.ports=23/tcp\n";
 
-// With the six random characters in the names of temporary copies made out.
+// Masks the six random characters in the names of temporary copies.
 inline Lines Plain(Lines lines) {
     static const std::regex kRandom(R"((\.sc\.)[A-Za-z0-9]{6}\b)");
     for (std::string &line : lines) {
@@ -35,7 +35,7 @@ inline Lines Plain(Lines lines) {
     return lines;
 }
 
-// All there is at a path and below it: names, modes and contents, sorted.
+// Lists a path and everything below it: names, modes and contents, sorted.
 inline Lines Tree(const std::filesystem::path &top) {
     Lines lines;
     const auto add = [&](const std::filesystem::path &path) {
@@ -55,7 +55,7 @@ inline Lines Tree(const std::filesystem::path &top) {
     return lines;
 }
 
-// All stores that a change may touch, and all that is beside them.
+// Lists all stores that a change may affect and everything next to them.
 inline Lines AllStores() {
     Lines lines = Tree("/usr/tavo/etc");
     const Lines more = Tree("/usr/local/etc");
@@ -67,7 +67,7 @@ inline std::string SideCopyOf(const std::string &store) {
     return store + ".tmp." + std::to_string(getpid());
 }
 
-// A folder with one in it.
+// Creates a folder with a subfolder and files.
 inline void MakeFolder(const std::string &path) {
     std::filesystem::create_directories(path + "/sub");
     WriteFile(path + "/file", "in " + path);
@@ -78,21 +78,21 @@ class ServiceFilesTest : public LifecycleTest {
   protected:
     ServiceFilesTest() { std::filesystem::create_directory("/packages"); }
 
-    // A file as a package brings it.
+    // Creates a file to be installed, as a package contains it.
     static std::string Source(std::string_view contents, const std::string &name = "game.sc") {
         std::string path = "/packages/" + name;
         WriteFile(path, contents);
         return path;
     }
 
-    // Forgets what was logged and clears the error state.
+    // Clears the captured log and the error state.
     void StartAnew() {
         log_.Clear();
         TLIBCErrSetEx(0, nullptr, 0);
     }
 };
 
-// A record that removes game.sc from the files of packages, or the section game from it.
+// A record that removes game.sc, or its section game, from the package services.
 inline TAVO_SERVICE_CONF_SET_PARAM RemovalParam(uint32_t flags = TAVO_PORT_CHECK_FW_SERVICE) {
     TAVO_SERVICE_CONF_SET_PARAM param = Param("game.sc", "game");
     param.nWriteMode = TAVO_WRITE_MODE_REMOVE;

@@ -1,4 +1,5 @@
-// What writing a section and setting its ports have in common: the same record, the same steps.
+// Shared by the tests of writing a section and of setting its ports, which use the same record and
+// the same steps.
 #ifndef TAVO_TESTS_LIFECYCLE_SET_TEST_H
 #define TAVO_TESTS_LIFECYCLE_SET_TEST_H
 
@@ -10,13 +11,14 @@
 
 namespace tavo::test {
 
-// "FIELD VALUE" of a record that is refused, and the record.
+// An invalid record, with its invalid field as "FIELD VALUE".
 struct RefusedParam {
     std::string what;
     TAVO_SERVICE_CONF_SET_PARAM param;
 };
 
-// Each field of `good` below and above its values, one at a time.
+// Copies of `good` with one invalid field each: numbers that are too low or too high, and invalid
+// names.
 inline std::vector<RefusedParam> RefusedParams(const TAVO_SERVICE_CONF_SET_PARAM &good) {
     constexpr struct {
         const char *name;
@@ -45,7 +47,7 @@ inline std::vector<RefusedParam> RefusedParams(const TAVO_SERVICE_CONF_SET_PARAM
     return refused;
 }
 
-// One service file, the copy of it that is made for the router tool, and who is told.
+// A service file, its copy for the router tool, and the notified listeners.
 class SetTest : public LifecycleTest {
   protected:
     static constexpr char kFile[] = "/usr/tavo/etc/services.d/web.sc";
@@ -60,8 +62,8 @@ class SetTest : public LifecycleTest {
     // The operation under test.
     virtual int Set() = 0;
 
-    // That it fails before the change: the file is as it was, nobody is told, and only these lines
-    // are written.
+    // Expects a failure before the change: the file is unchanged, no listener is notified, and only
+    // these lines are logged.
     void ExpectUnchanged(const std::vector<std::string> &messages) {
         const FileState before = StateOf(kFile);
         EXPECT_EQ(Set(), -1);
@@ -70,7 +72,8 @@ class SetTest : public LifecycleTest {
         EXPECT_THAT(Calls(), testing::IsEmpty());
     }
 
-    // That a file that cannot be looked at is neither there nor missing, and nothing is done.
+    // Expects that an I/O error is not taken for a present or a missing file: the operation fails
+    // and runs no programs.
     void ExpectUnknownFile(const std::string &source) {
         log_.Clear();
         TLIBCErrSetEx(0, nullptr, 0);
@@ -86,7 +89,7 @@ class SetTest : public LifecycleTest {
         EXPECT_THAT(programs.Run(), testing::IsEmpty());
     }
 
-    // The source file that the line with this text names.
+    // The source file in the log line that contains this text.
     std::string SourceOf(const std::string &text) const {
         for (const CapturedLog::Line &line : log_.Lines()) {
             if (line.text.find(text) != std::string::npos) {
@@ -96,7 +99,7 @@ class SetTest : public LifecycleTest {
         return "no line with " + text;
     }
 
-    // That the lines of steps that both operations share name the operation's own source file.
+    // Expects that the log lines of shared steps show the source file of the operation.
     void ExpectLinesToName(const std::string &source) {
         param_.nCheckFlags |= TAVO_PORT_CHECK_PORT_FORWARD;
         param_.nRestartMode = TAVO_RESTART_MODE_RESTART;
@@ -111,7 +114,7 @@ class SetTest : public LifecycleTest {
         EXPECT_EQ(SourceOf(kCopyFailed), source);
     }
 
-    // That a folder with something in it, at the name of the copy, makes it fail and stays.
+    // Expects a failure if a non-empty folder has the name of the copy. The folder remains.
     void ExpectFullFolderInTheWay() {
         std::filesystem::create_directories(std::string(kCopy) + "/sub");
         in_tmp_ = {"web.sc"};
@@ -121,7 +124,7 @@ class SetTest : public LifecycleTest {
         EXPECT_THAT(Entries(kCopy), testing::ElementsAre("sub"));
     }
 
-    // That an empty folder, a pipe and a socket at the name of the copy stop nothing.
+    // Expects that an empty folder, a pipe or a socket with the name of the copy is replaced.
     void ExpectPlantsRemoved() {
         ASSERT_EQ(mkdir(kCopy, 0777), 0);
         ExpectOwnCopy();
@@ -132,7 +135,8 @@ class SetTest : public LifecycleTest {
         EXPECT_THAT(InTmp(), testing::ElementsAre());
     }
 
-    // That whatever stands at the name of the copy leads nowhere, and the copy is nobody else's.
+    // Expects that the copy is a new regular file that only its owner can access, whatever had its
+    // name before.
     void ExpectOwnCopy() {
         Programs programs;
         mode_t mode = 0;

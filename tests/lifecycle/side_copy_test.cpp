@@ -1,5 +1,5 @@
-// Side copies under fire: programs that fail, writers that come between, processes that died. No
-// store is lost, and whatever cannot be undone is in the log.
+// Side copies with failing programs, concurrent writers and killed processes. No store is lost, and
+// a change that cannot be undone is logged.
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -36,7 +36,7 @@ class SideCopy : public ServiceFilesTest {
     int Restore() const { return TLIBServiceConfRestore(&param_); }
     int Delete() const { return TLIBServiceBackupConfDelete(&param_); }
 
-    // That a change is undone, and nothing else is left of it.
+    // Expects that a change is undone completely.
     void ExpectUndone() {
         ASSERT_EQ(Backup(), 0);
         ChangeStore();
@@ -119,9 +119,9 @@ TEST_F(SideCopy, HasTheModesOfTheStoreWhateverTheUmask) {
     EXPECT_EQ(ModeOf(kPackageServices), mode_t{S_IFDIR | 0755});
 }
 
-// ---- Others that write ----
+// ---- Concurrent writers ----
 
-// A process that changes the file chat.sc again and again.
+// A process that changes the file chat.sc repeatedly.
 class ChatWriter {
   public:
     ChatWriter() : child_(fork()) {
@@ -214,7 +214,7 @@ TEST_F(SideCopy, IsNeverPutIntoAFolderInPlaceOfTheStore) {
     ExpectUndone();
 }
 
-// As where a rename does not reach, from one mount to another.
+// Behaves like mv between two mounts, where rename fails.
 constexpr char kCopiesAndRemoves[] =
     "/usr/bin/cp -rp \"${@: -2:1}\" \"${@: -1}\"\n"
     "/usr/bin/rm -r \"${@: -2:1}\"";
@@ -264,7 +264,7 @@ TEST_F(SideCopy, IsNotLostWhereItCannotBeLookedAtAfterwards) {
 
 class UnrestoredCopy : public SideCopy {
   protected:
-    // Makes a restore fail; something else is in the place of the store then.
+    // Makes a restore fail. Another folder is then in the place of the store.
     void FailToRestore() {
         ASSERT_EQ(Backup(), 0);
         ChangeStore();

@@ -1,5 +1,5 @@
-// Changes that are made at once: each finds the stores as the one before it left them, none works
-// on what another one may still undo, and none waits for ever.
+// Concurrent changes: each one sees the result of the previous one, none changes a store that
+// another may still undo, and none waits without a limit.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
@@ -83,7 +83,8 @@ int Delete() {
     return TLIBServiceBackupConfDelete(&param);
 }
 
-// An operation, what it says without its lock, and the source file that says so.
+// An operation, the purpose in its log line if it cannot get the lock, and the source file of that
+// line.
 struct Operation {
     const char *name;
     int (*make)();
@@ -119,7 +120,7 @@ class StoreLocks : public ServiceFilesTest {
     }
 };
 
-// ---- Locks that are not to be had ----
+// ---- Unavailable locks ----
 
 class MissingLock : public StoreLocks, public testing::WithParamInterface<Operation> {
   protected:
@@ -186,7 +187,7 @@ TEST_F(StoreLocks, CanBeOpenedByTheirUserOnly) {
     umask(umask_before);
 }
 
-// Every user may open a service folder, and so lock it.
+// Any user can open, and so lock, a service folder.
 TEST_F(StoreLocks, AreNotOnTheFolder) {
     const int holder = open(kPackageServices, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_EQ(flock(holder, LOCK_EX), 0);
@@ -199,7 +200,7 @@ TEST_F(StoreLocks, AreNotOnTheFolder) {
 
 // ---- From a backup to its end ----
 
-// That the lock of the files is free for others.
+// Expects that other threads and processes can take the lock.
 void ExpectFree() {
     int result = -1;
     std::thread([&] { result = Set(); }).join();
@@ -209,7 +210,7 @@ void ExpectFree() {
 
 class KeptLock : public StoreLocks {
   protected:
-    // Another process that changes the file, and succeeds when it finds no side copy of this one.
+    // Starts a process that changes the file. It succeeds if there is no side copy of this process.
     pid_t StartChange() const {
         return StartChild([this] {
             bool alone = true;
@@ -338,7 +339,7 @@ TEST_F(KeptLock, IsFreeWhenItsProcessIsKilled) {
     std::filesystem::remove_all(std::string(kPackageServices) + ".tmp." + std::to_string(child));
 }
 
-// ---- Many at once ----
+// ---- Many concurrent changes ----
 
 class ManyRemovals : public StoreLocks {
   protected:
@@ -359,7 +360,8 @@ class ManyRemovals : public StoreLocks {
         return param;
     }
 
-    // Removals of one file of its own that the restart refuses, and that are undone.
+    // Removes a section from the caller's own file. The restart fails, so the removal must be
+    // undone.
     static bool FailToRemove(const std::string &name) {
         Param param = Removal(name);
         param.nRestartMode = TAVO_RESTART_MODE_RESTART;
@@ -414,7 +416,7 @@ TEST_F(ManyRemovals, OfDifferentFilesLoseNoFileAndUndoNoOther) {
 
 class CopyOfALiveChange : public StoreLocks {
   protected:
-    // A process that has a copy as a change makes it, for a while.
+    // Starts a process that holds a locked copy for a while, as a change does.
     static pid_t StartHolder() {
         int ready[2];
         EXPECT_EQ(pipe2(ready, O_CLOEXEC), 0);

@@ -1,4 +1,4 @@
-// Installing a service file, by the worker behind the exported functions.
+// Installing a service file with the code that the exported functions share.
 #include <chrono>
 
 #include "failing_allocation.h"
@@ -246,7 +246,7 @@ TEST_F(ServiceConfInstaller, ChecksWithoutAListToo) {
     EXPECT_EQ(ReadFile(kGameFile), kTelnetGame);
 }
 
-// ---- Steps that fail ----
+// ---- Failing steps ----
 
 TEST_F(ServiceConfInstaller, NeedsItsDirectories) {
     const std::string source = Source(kTelnetGame);
@@ -291,7 +291,8 @@ class BrokenCopy : public ServiceConfInstaller {
   protected:
     BrokenCopy() { WriteFile(kGameFile, kGame); }
 
-    // That the copy fails, the installed file is as it was and the copy is left.
+    // Expects that the copy fails, the installed file is unchanged, and the incomplete copy is
+    // left.
     void ExpectFailure(const std::string &source) {
         StartAnew();
         EXPECT_EQ(Install(source), -1);
