@@ -31,9 +31,9 @@ constexpr int kPortTextsCapacity = 512;
 constexpr char kCollectionName[] = "*ppsdCheckResultCollection";
 
 // A port in decimal.
-class PortText {
+class DecimalPort {
   public:
-    explicit PortText(uint16_t uPort) { std::snprintf(szText_, sizeof(szText_), "%hu", uPort); }
+    explicit DecimalPort(uint16_t uPort) { std::snprintf(szText_, sizeof(szText_), "%hu", uPort); }
     const char *Get() const { return szText_; }
 
   private:
@@ -141,7 +141,7 @@ inline PortSet PortsNamedIn(const TLIBCSzList *pPortList) {
     for (int i = 0; i < nPorts; ++i) {
         const char *szPort = TLIBCSzListGet(pPortList, i);
         const uint16_t uPort = static_cast<uint16_t>(std::strtoul(szPort, nullptr, 10));
-        if (std::strcmp(szPort, PortText(uPort).Get()) == 0) {
+        if (std::strcmp(szPort, DecimalPort(uPort).Get()) == 0) {
             ports.set(uPort);
         }
     }
@@ -162,7 +162,7 @@ int ListConflictPorts(const Place &here, const TLIBCDList *pResultList, uint16_t
         if (record.blConflict != 1 || !IsAskedFor(record, uProtocol) || listed[record.uPort]) {
             continue;
         }
-        if (TLIBCSzListPush(&pConflictPortList, PortText(record.uPort).Get()) < 0) {
+        if (TLIBCSzListPush(&pConflictPortList, DecimalPort(record.uPort).Get()) < 0) {
             return TAVO_FAIL_ALLOC_AT(here, "pConflictPortList");
         }
         listed.set(record.uPort);
@@ -219,7 +219,7 @@ int IsAnyInConflict(const Place &here, const TLIBCSzList *pPortList, uint16_t uP
 template <typename Check>
 int IsOneInConflict(const Place &here, uint16_t uPort, uint16_t uProtocol) {
     OwnedNames ports(TLIBCSzListAlloc(kPortTextsCapacity));
-    if (!ports || !Push(ports, PortText(uPort).Get())) {
+    if (!ports || !Push(ports, DecimalPort(uPort).Get())) {
         TAVO_FAIL_ALLOC_AT(here, kCollectionName);
         return 0;
     }
@@ -250,7 +250,7 @@ int IsRangeInConflict(const Place &here, uint16_t uFirst, uint16_t uLast, uint16
         WaitForever();
     }
     for (uint16_t uPort = uFirst; uPort <= uLast; ++uPort) {
-        if (!Push(ports, PortText(uPort).Get())) {
+        if (!Push(ports, DecimalPort(uPort).Get())) {
             TAVO_FAIL_ALLOC_AT(here, kCollectionName);
             return 0;
         }

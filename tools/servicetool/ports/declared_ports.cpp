@@ -46,7 +46,7 @@ class DeclaredPortsReader {
     DeclaredPortsReader(const PortQuery &query, Report &report)
         : query_(query), sources_(kDeclaringSources, report) {}
 
-    DeclaredPorts Read();
+    Declarations Read();
 
   private:
     void Add(const PortRange &range, std::uint32_t protocols, std::string_view source);
@@ -56,7 +56,7 @@ class DeclaredPortsReader {
 
     const PortQuery &query_;
     PortSources sources_;
-    DeclaredPorts declared_;
+    Declarations declared_;
 };
 
 // Adds a declaration of the most recent declarer for each requested protocol.
@@ -115,7 +115,7 @@ void DeclaredPortsReader::AddSystemPort(const SystemPort &row) {
     }
 }
 
-DeclaredPorts DeclaredPortsReader::Read() {
+Declarations DeclaredPortsReader::Read() {
     PortConflicts found;
     declared_.failed = std::move(sources_.Find({{query_, {}}}, found).front());
     AddTaken(found.Taken());
@@ -163,7 +163,7 @@ void SortDeclarations(std::vector<Declaration> &declarations) {
         declarations.end());
 }
 
-DeclaredPorts ReadDeclaredPorts(const PortQuery &query, Report &report) {
+Declarations ReadDeclaredPorts(const PortQuery &query, Report &report) {
     return DeclaredPortsReader(query, report).Read();
 }
 

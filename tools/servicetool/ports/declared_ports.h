@@ -48,14 +48,14 @@ struct Declaration {
 // Sorts by port, protocol, source and declarer, and removes duplicates.
 void SortDeclarations(std::vector<Declaration> &declarations);
 
-struct DeclaredPorts {
+struct Declarations {
     std::vector<Declaration> declarations;  // in the order of SortDeclarations
     std::vector<std::string_view> failed;   // sources that may declare more
     std::deque<Declarer> declarers;         // the declarations point to these
 };
 
 // Reads the declarations of the ports of a query. Reports failures but does not raise the status.
-DeclaredPorts ReadDeclaredPorts(const PortQuery &query, Report &report);
+Declarations ReadDeclaredPorts(const PortQuery &query, Report &report);
 
 }  // namespace tavo::tool
 

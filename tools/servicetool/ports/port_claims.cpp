@@ -167,7 +167,7 @@ class Accounts {
   public:
     explicit Accounts(const std::vector<PortTarget> &targets);
 
-    void AddDeclared(const DeclaredPorts &declared);
+    void AddDeclared(const Declarations &declared);
     void AddHeld(const HeldPorts &sockets);
     void AddBound(Report &report);
     void Conclude();
@@ -207,7 +207,7 @@ std::vector<PortAccount *> Accounts::AccountsIn(const PortRange &range,
 }
 
 // A port may have duplicate declarations once their ranges are cut to it; sorting removes these.
-void Accounts::AddDeclared(const DeclaredPorts &declared) {
+void Accounts::AddDeclared(const Declarations &declared) {
     for (const Declaration &declaration : declared.declarations) {
         for (PortAccount *account : AccountsIn(declaration.range, declaration.protocol)) {
             auto &list =

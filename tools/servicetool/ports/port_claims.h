@@ -39,7 +39,7 @@ struct PortClaims {
     bool known = true;                            // false: incomplete; the reason was reported
 
     // Owners of what the claims point to.
-    DeclaredPorts declared;
+    Declarations declared;
     HeldPorts held;
 };
 
@@ -116,7 +116,7 @@ struct PortAccounts {
     std::vector<PortAccount> accounts;  // one for each target
 
     // Owners of what the accounts point to.
-    DeclaredPorts declared;
+    Declarations declared;
     HeldPorts held;
 };
 
