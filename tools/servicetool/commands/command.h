@@ -51,8 +51,8 @@ struct Option {
     Value value = {};
     Repeat repeat = Repeat::kLast;
     char letter = '\0';              // "-v" for "--verbose"
-    std::string_view excludes = {};  // name of an option that cannot be combined with this one
     bool ends = false;               // the rest of the line is ignored
+    std::string_view excludes = {};  // name of an option that cannot be combined with this one
 };
 
 // How often an argument can be given.

@@ -132,13 +132,13 @@ std::string TableText(const std::vector<PortClaim> &claims, const PortClaims &al
     for (const Column &column : columns) {
         header.emplace_back(column.title);
     }
-    Table table(std::move(header));
+    Table table(header);
     for (const PortClaim &claim : claims) {
         std::vector<std::string> cells = {ProtocolsText(claim.protocol), PortText(claim, all)};
         for (const Column &column : columns) {
             cells.push_back(column.cell(claim));
         }
-        table.Row(std::move(cells));
+        table.Row(cells);
     }
     return table.Text(!options.no_legend, window);
 }

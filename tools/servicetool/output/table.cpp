@@ -1,7 +1,6 @@
 #include "output/table.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "output/text.h"
 
@@ -22,11 +21,11 @@ void AppendCut(std::string &text, std::string_view cell, std::size_t columns) {
 
 }  // namespace
 
-Table::Table(std::vector<std::string> header) : columns_(header.size()) {
-    Row(std::move(header));
+Table::Table(const std::vector<std::string> &header) : columns_(header.size()) {
+    Row(header);
 }
 
-void Table::Row(std::vector<std::string> cells) {
+void Table::Row(const std::vector<std::string> &cells) {
     for (const std::string &cell : cells) {
         const std::string escaped = cell.empty() ? "-" : Escaped(cell);
         text_ += escaped;

@@ -11,10 +11,10 @@ namespace tavo::tool {
 
 class Table {
   public:
-    explicit Table(std::vector<std::string> header);
+    explicit Table(const std::vector<std::string> &header);
 
     // Adds a row, one cell per column. Cells are escaped here; an empty one is printed as "-".
-    void Row(std::vector<std::string> cells);
+    void Row(const std::vector<std::string> &cells);
 
     // The lines of the table. If they are wider than `columns` (0: no limit), the last column is
     // cut to fit and ends with "...".
