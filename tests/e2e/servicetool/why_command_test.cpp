@@ -22,7 +22,6 @@
 namespace tavo::test {
 namespace {
 
-using testing::AllOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::IsEmpty;
