@@ -142,7 +142,7 @@ std::string BashRecords() {
 
 // ---- zsh
 
-// A text inside a specification of _arguments.
+// A text inside an argument of _arguments.
 std::string ZshText(std::string_view text) {
     std::string escaped;
     for (const char c : text) {
@@ -183,8 +183,8 @@ std::string ZshExcluded(const Option &option, std::span<const Option> options) {
     return excluded.empty() ? "" : '(' + Joined(excluded, " ") + ')';
 }
 
-std::string ZshLine(const std::string &specification) {
-    return "                " + ShellWord(specification) + '\n';
+std::string ZshLine(const std::string &argument) {
+    return "                " + ShellWord(argument) + '\n';
 }
 
 std::string ZshOptions(std::span<const Option> options) {
