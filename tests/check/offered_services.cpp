@@ -49,14 +49,7 @@ TAVO_INTERPOSED void TAVOFwServiceFree(TAVO_FW_SERVICE *list) {
 }
 
 tavo::ServiceCatalogue tavo::StandInCatalogue() {
-    if (!g_offers) {
-        return RealCatalogue();
-    }
-    TAVO_FW_SERVICE *services = nullptr;
-    ServiceCatalogue catalogue;
-    catalogue.count = TAVOFwServiceEnum(&services);
-    catalogue.services.reset(services);
-    return catalogue;
+    return g_offers ? CatalogueOf(TAVOFwServiceEnum) : RealCatalogue();
 }
 
 namespace tavo::test {

@@ -61,11 +61,7 @@ __attribute__((visibility("default"))) int stat(const char *path, struct stat *s
 }  // extern "C"
 
 tavo::ServiceCatalogue tavo::StandInCatalogue() {
-    TAVO_FW_SERVICE *services = nullptr;
-    ServiceCatalogue catalogue;
-    catalogue.count = g_services(&services);
-    catalogue.services.reset(services);
-    return catalogue;
+    return CatalogueOf(g_services);
 }
 
 namespace tavo::test {

@@ -14,6 +14,16 @@ __attribute__((visibility("default"))) ServiceCatalogue StandInCatalogue() asm(
 // The library's own ReadCatalogue.
 __attribute__((visibility("default"))) ServiceCatalogue RealCatalogue();
 
+// A catalogue of the list and count that `enumerate` returns, a stand-in for TAVOFwServiceEnum.
+template <typename Enumerate>
+ServiceCatalogue CatalogueOf(Enumerate enumerate) {
+    TAVO_FW_SERVICE *services = nullptr;
+    ServiceCatalogue catalogue;
+    catalogue.count = enumerate(&services);
+    catalogue.services.reset(services);
+    return catalogue;
+}
+
 }  // namespace tavo
 
 #endif
