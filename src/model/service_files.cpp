@@ -1,6 +1,8 @@
 // Collects what the reading of service files leaves out.
 #include "model/service_files.h"
 
+#include <cerrno>
+
 namespace tavo {
 
 // Returns null when out of memory, which makes the report incomplete.
@@ -24,7 +26,8 @@ void ReadingReport::NoteFault(Reading reading) {
 
 void ReadingReport::Note(const LeftOut &omission) {
     NoteFault(omission.reading);
-    if (!omission.reading.IsGood() && !omissions_.Append(omission)) {
+    const bool noted = !omission.reading.IsGood() || omission.error != 0;
+    if (noted && !omissions_.Append(omission)) {
         NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
     }
 }
@@ -52,8 +55,11 @@ void ReadingReport::NoteSection(Reading reading, const char *section) {
     }
 }
 
-void ReadingReport::NoteFolder(Reading reading, const ServiceFolder &folder) {
-    Note({&folder, nullptr, nullptr, nullptr, reading});
+// A missing folder is an ordinary empty one, unlike a file in its place.
+void ReadingReport::NoteFolder(Reading reading, const ServiceFolder &folder, int error) {
+    if (!reading.IsGood() || error != ENOENT) {
+        Note({&folder, nullptr, nullptr, nullptr, reading, error});
+    }
 }
 
 void ReadingReport::NoteRow(Reading reading, const TAVO_FW_SERVICE_REG &row) {

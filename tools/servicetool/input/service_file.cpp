@@ -1,8 +1,5 @@
 #include "input/service_file.h"
 
-#include <dirent.h>
-
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <new>
@@ -219,18 +216,15 @@ ServiceFile ReadServiceFile(const std::string &path) {
     return ProblemFile(path, kChanged);
 }
 
-bool TellUnlistedFolder(const ServiceFolder &folder, Report &report) {
-    const std::string path(folder.path);
-    DIR *opened = opendir(path.c_str());
-    if (opened != nullptr) {
-        closedir(opened);
-        return false;
+bool TellUnlistedFolders(const ReadingReport &read, Report &report) {
+    bool any = false;
+    for (const LeftOut &omission : read.Omissions()) {
+        if (omission.row == nullptr && omission.path == nullptr) {
+            report.TellError(omission.folder->path, "unreadable", ErrorText(omission.error));
+            any = true;
+        }
     }
-    if (errno == ENOENT) {
-        return false;
-    }
-    report.TellError(path, "unreadable", ErrorText(errno));
-    return true;
+    return any;
 }
 
 void CheckMemory(const ReadingReport &read) {
@@ -261,7 +255,7 @@ FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report) {
     list.reset(head);
     CheckMemory(read);
     FolderContents contents;
-    contents.complete = !TellUnlistedFolder(folder, report);
+    contents.complete = !TellUnlistedFolders(read, report);
     const std::set<const char *> linted = PathsWithOmissions(read);
     for (std::size_t i = read.Files().Count(); i > 0; --i) {
         const ServiceFileRecord &record = read.Files()[i - 1];

@@ -45,9 +45,9 @@ struct FolderContents {
 // something is left out are linted.
 FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report);
 
-// Reports a service folder that cannot be listed; returns false if there was nothing to report. A
-// missing folder contains no services and is not an error.
-bool TellUnlistedFolder(const ServiceFolder &folder, Report &report);
+// Reports the service folders that could not be listed; returns false if there was nothing to
+// report. A missing folder contains no services and is not an error.
+bool TellUnlistedFolders(const ReadingReport &read, Report &report);
 
 // The files of which the library leaves something out, with the findings of lint.
 std::vector<ServiceFile> FilesWithOmissions(const ReadingReport &read);

@@ -99,9 +99,7 @@ void TellLeftOut(FirewallServices &read, const std::vector<std::string> &names, 
 FirewallServices ReadFirewallServices(Report &report, const std::vector<std::string> &names) {
     FirewallServices read;
     ReadRecords(read);
-    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
-        read.complete = !TellUnlistedFolder(folder, report) && read.complete;
-    }
+    read.complete = !TellUnlistedFolders(read.catalogue.report, report);
     TellLeftOut(read, names, report);
     ForgetSupport(read);
     return read;

@@ -4,7 +4,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string>
@@ -118,21 +117,6 @@ Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
     }
 }
 
-// A missing folder is empty, which is not an error.
-bool TellUnlistedFolder(const std::string &path, unsigned int code, Report &report) {
-    struct stat status {};
-    const bool is_no_folder = stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
-    if (code == 0 && !is_no_folder) {
-        return false;
-    }
-    const bool listed = !is_no_folder && NamesIn(path).has_value();
-    report.TellError(path, "unreadable",
-                     is_no_folder ? ErrorText(ENOTDIR)
-                     : listed     ? SystemReason(code)
-                                  : ErrorText(errno));
-    return true;
-}
-
 // Reports what is missing from a file. `whole`: the whole file is missing.
 bool TellUnreadFile(const std::string &path, bool whole, Report &report) {
     const ServiceFile file = ReadServiceFile(path);
@@ -230,16 +214,7 @@ bool FindIgnoredLines(int source, Diagnostic &finding) {
 
 bool TellUnreadServiceFiles(const ServiceCatalogue &catalogue, Report &report) {
     const auto &omissions = catalogue.report.Omissions();
-    bool complete = true;
-    for (const ServiceFolder &folder : kServiceFolders) {
-        const LeftOut *unlisted =
-            std::find_if(omissions.begin(), omissions.end(), [&folder](const LeftOut &omission) {
-                return omission.row == nullptr && omission.path == nullptr &&
-                       omission.folder->selector == folder.selector;
-            });
-        const unsigned int code = unlisted != omissions.end() ? unlisted->reading.Fault() : 0;
-        complete = !TellUnlistedFolder(folder.path, code, report) && complete;
-    }
+    bool complete = !TellUnlistedFolders(catalogue.report, report);
     // The omissions of a file are adjacent; that of the whole file is the last.
     for (const LeftOut *omission = omissions.begin(); omission != omissions.end(); ++omission) {
         const LeftOut *next = omission + 1;
