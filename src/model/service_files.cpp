@@ -9,9 +9,14 @@ namespace tavo {
 const char *ReadingReport::Keep(const char *text) {
     const char *copy = texts_.Keep(text);
     if (copy == nullptr) {
-        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
+        NoteNoMemory();
     }
     return copy;
+}
+
+void ReadingReport::NoteNoMemory() {
+    left_out_ = true;
+    fault_ = TLIBC_ERR_NO_MEMORY;
 }
 
 void ReadingReport::NoteFault(Reading reading) {
@@ -28,7 +33,7 @@ void ReadingReport::Note(const LeftOut &omission) {
     NoteFault(omission.reading);
     const bool noted = !omission.reading.IsGood() || omission.error != 0;
     if (noted && !omissions_.Append(omission)) {
-        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
+        NoteNoMemory();
     }
 }
 
@@ -39,7 +44,7 @@ void ReadingReport::BeginFile(const ServiceFolder &folder, const char *path) {
 
 void ReadingReport::EndFile(Reading reading, const TAVO_SERVICE_CONF *conf) {
     if (!files_.Append({folder_, path_, reading.IsGood() ? conf : nullptr})) {
-        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
+        NoteNoMemory();
     }
     Note({folder_, path_, nullptr, nullptr, reading});
 }

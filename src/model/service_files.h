@@ -59,6 +59,7 @@ class ReadingReport {
 
   private:
     void Note(const LeftOut &omission);
+    void NoteNoMemory();
     const char *Keep(const char *text);
 
     GrowingArray<ServiceFileRecord> files_;
