@@ -6,8 +6,8 @@
 #include <optional>
 #include <utility>
 
-#include "change/linted_file.h"
 #include "config_lines.h"
+#include "lint/lint.h"
 #include "output/text.h"
 #include "ports/port_sources.h"
 #include "ports/section_queries.h"
@@ -69,7 +69,7 @@ class FileCheck {
 };
 
 bool FileCheck::AddRequests(std::vector<PortRequest> &requests) {
-    auto queries = QueriesOf(file_.text, file_.lint);
+    auto queries = QueriesOf(file_.text);
     if (!queries) {
         report_.TellError(file_.name, "failed", "the library does not read it");
         report_.Raise(Status::kFailed);

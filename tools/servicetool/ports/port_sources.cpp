@@ -5,6 +5,7 @@
 #include <new>
 
 #include "engine/conflicts.h"
+#include "input/service_file.h"
 #include "output/table.h"
 #include "output/text.h"
 #include "ports/source_failure.h"
@@ -183,8 +184,10 @@ std::vector<FailedSources> PortSources::Find(const std::vector<PortRequest> &req
 void PortSources::AddFailures(const PortSource &source, const PortConflicts &found,
                               std::vector<FailedSources> &failed) {
     const bool rules = source.flag == TAVO_PORT_CHECK_PORT_FORWARD;
-    const bool files_known = source.flag != TAVO_PORT_CHECK_FW_SERVICE ||
-                             TellUnreadServiceFiles(*found.Services(), report_);
+    // A service that is left out of a file declares nothing, so it only is a warning.
+    const bool files_known =
+        source.flag != TAVO_PORT_CHECK_FW_SERVICE ||
+        !TellOmissions(found.Services()->report, report_, {}, Severity::kWarning);
     for (FailedSources &sources : failed) {
         if (!files_known) {
             sources.push_back(source.name);
