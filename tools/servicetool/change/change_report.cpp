@@ -2,13 +2,13 @@
 
 #include <sys/stat.h>
 
-#include <exception>
 #include <stdexcept>
 #include <system_error>
 
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/program_output.h"
+#include "commands/command.h"
 #include "input/library_log.h"
 #include "output/text.h"
 
@@ -22,11 +22,6 @@ std::string_view WhatWasDone(const Change &change) {
     return change.section.empty() ? "installed" : "made";
 }
 
-// A change that ended before its file was found has only the file name as its path.
-bool IsName(const std::string &path) {
-    return path.find('/') == std::string::npos;
-}
-
 // After a failure the stores are restored, but the firewall may have read them before that.
 std::string FirewallFix(const ChangeOutcome &outcome) {
     const bool ran = outcome.notified[Listener::kFirewall].state == Notified::kYes ||
@@ -37,6 +32,16 @@ std::string FirewallFix(const ChangeOutcome &outcome) {
 }
 
 }  // namespace
+
+Change ChangeOf(const Arguments &arguments, const InstalledFile &file, FileText after,
+                std::vector<Listener> listeners) {
+    Change change = ChangeAskedFor(arguments);
+    change.path = file.path;
+    change.before = file.text;
+    change.after = std::move(after);
+    change.listeners = std::move(listeners);
+    return change;
+}
 
 ChangeReport::ChangeReport(Change change, Report &report)
     : change_(std::move(change)),
@@ -98,7 +103,7 @@ bool ChangeReport::End(const std::string &text) {
 }
 
 bool ChangeReport::Begin(const std::string &what) {
-    if (!change_.path.empty() && !change_.told_only && change_.before == change_.after) {
+    if (!change_.path.empty() && !change_.notify_only && change_.before == change_.after) {
         return End(Escaped(change_.path) + ": already up to date; nothing changed");
     }
     if (RefusesPorts()) {
@@ -113,22 +118,18 @@ void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
     source_name_ = name;
 }
 
-// Exceptions of the call are thrown before the library changes anything.
-void ChangeReport::Call(const Operation &operation, Done &done) {
+// Exceptions of the operation are thrown before the library changes anything.
+void ChangeReport::Call(const Operation &operation) {
     TLIBCErrSetEx(0, nullptr, 0);
-    done.outcome.notified.plugins = &done.plugins;
+    outcome_.notified.plugins = &plugins_;
     try {
         ProgramOutput programs;
-        try {
-            done.result = operation(done.outcome);
-        } catch (const std::exception &error) {
-            done.problem = LowerFirst(error.what());
-        }
-        done.output = programs.End();
-    } catch (const std::system_error &error) {
-        done.problem = LowerFirst(error.what());
+        result_ = operation(outcome_);
+        output_ = programs.End();
+    } catch (const std::exception &error) {
+        problem_ = LowerFirst(error.what());
     }
-    for (const std::string &line : done.output) {
+    for (const std::string &line : output_) {
         PrintLogLine(line);
     }
 }
@@ -136,85 +137,60 @@ void ChangeReport::Call(const Operation &operation, Done &done) {
 // Catches the exceptions of the change: to a caller, an exception means that nothing was changed.
 void ChangeReport::Do(const Operation &operation) {
     try {
-        Done done;
-        Call(operation, done);
-        TellOutcome(done);
+        Call(operation);
+        TellOutcome();
     } catch (const std::exception &error) {
-        TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
-                   "look at the current content of the file");
+        TellUnknown(error);
     }
     AddResult();
 }
 
-std::string ChangeReport::ReasonOf(const StepFailure &failure, const Done &done) const {
-    // Names all plugins that failed, not only the first.
-    std::string reasons;
-    if (failure.step == Step::kRunPlugins) {
-        for (const PluginResult &plugin : done.plugins) {
-            if (plugin.status != 0) {
-                StepFailure one = failure;
-                CopyText(one.path, plugin.path);
-                one.status = plugin.status;
-                reasons +=
-                    (reasons.empty() ? "" : "; ") + ReasonText(one, change_.path, done.output);
-            }
-        }
-    }
-    if (!reasons.empty()) {
-        return reasons;
-    }
-    return Replaced(LowerFirst(ReasonText(failure, change_.path, done.output)), copied_path_,
-                    source_name_);
-}
-
 // A failed call has notified no listeners. A successful one has, even if the file is not as
 // planned.
-void ChangeReport::TellOutcome(const Done &done) {
+void ChangeReport::TellOutcome() {
     if (!change_.path.empty()) {
-        TellFile(done);
+        TellFile();
     }
-    if (change_.path.empty() || done.result >= 0) {
-        TellListeners(done);
+    if (change_.path.empty() || result_ >= 0) {
+        TellNotifications();
     }
-    TellStagedCopy(done.outcome.failure);
-    TellSideCopies();
+    TellTemporaryFiles();
 }
 
 // Reads the file again, because the library does not detect every failed write.
-void ChangeReport::TellFile(const Done &done) {
+void ChangeReport::TellFile() {
     FileText now;
     try {
-        now = TextOf(change_.path);
+        now = TextOf(change_.path, change_.path);
     } catch (const std::runtime_error &error) {
-        TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
-                   "look at the current content of the file");
+        TellUnknown(error);
         return;
     }
     changed_ = now != change_.before;
     const bool as_planned = now == change_.after;
-    if (done.result >= 0 && as_planned && change_.told_only) {
+    if (result_ >= 0 && as_planned) {
+        if (!change_.notify_only) {
+            report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
+        }
         return;
     }
-    if (done.result >= 0 && as_planned) {
-        report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
-        return;
-    }
-    if (done.result >= 0 && changed_) {
+    if (result_ >= 0 && changed_) {
         TellFailed("it was changed by somebody else meanwhile", "check it, and repeat the change");
         return;
     }
-    const std::string known =
-        done.problem.empty() ? ReasonOf(done.outcome.failure, done) : done.problem;
-    const std::string reason = known.empty() ? "the reason is unknown" : known;
-    if (change_.told_only) {
+    std::string reason = problem_.empty() ? ReasonOf(outcome_.failure) : problem_;
+    if (reason.empty()) {
+        reason = "the reason is unknown";
+    }
+    if (change_.notify_only) {
         TellFailed(reason, "");
-    } else if (done.outcome.undo == Undo::kFailed) {
-        TellFailed(reason + "; what was changed could not be put back: " +
-                       ReasonOf(done.outcome.undo_failure, done),
-                   "");
+    } else if (outcome_.undo == Undo::kFailed) {
+        TellFailed(
+            reason + "; what was changed could not be put back: " + ReasonOf(outcome_.undo_failure),
+            "");
     } else if (!changed_) {
         TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
-                   FirewallFix(done.outcome));
+                   FirewallFix(outcome_));
     } else if (as_planned) {
         TellFailed(reason + "; the file was changed anyway", "write servicetool restart");
     } else {
@@ -223,9 +199,75 @@ void ChangeReport::TellFile(const Done &done) {
     }
 }
 
+// A daemon that is not running needs no notification: it reads its configuration when it starts.
+void ChangeReport::TellNotifications() {
+    const Notifications &notifications = outcome_.notified;
+    std::vector<Listener> notified;
+    for (const Listener listener : change_.listeners) {
+        const ListenerText &text = TextOf(listener);
+        const Notified state = notifications[listener].state;
+        if (state == Notified::kYes || state == Notified::kNotRunning) {
+            notified.push_back(listener);
+            notified_.emplace_back(text.name);
+            continue;
+        }
+        not_notified_.emplace_back(text.name);
+        const std::string reason = ReasonOf(FailureOf(listener, notifications));
+        const bool removed = listener == Listener::kPlugins && !change_.after;
+        Warn("", "not-told",
+             "could not notify the " + std::string(text.words) + ": " +
+                 (reason.empty() ? "the reason is unknown" : reason),
+             removed ? "install the file again and remove it once more" : std::string(text.fix));
+    }
+    if (!notified.empty()) {
+        report_.PrintDone("notified: " + ListenersText(notified));
+    }
+}
+
+// The library installs a file under a temporary name and renames it. If that fails, the temporary
+// file is not removed. Side copies remain if they may be needed or cannot be removed.
+void ChangeReport::TellTemporaryFiles() {
+    const StepFailure &failure = outcome_.failure;
+    struct stat status {};
+    if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
+        lstat(failure.path, &status) == 0) {
+        Warn(failure.path, "left-behind", "could not be installed and was left behind",
+             "remove it");
+    }
+    for (const Leftover &copy : OwnCopiesOfStores()) {
+        Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
+             "see that " + copy.original + " is whole, and remove the copy");
+    }
+}
+
+std::string ChangeReport::ReasonOf(const StepFailure &failure) const {
+    // Names all plugins that failed, not only the first.
+    std::string reasons;
+    if (failure.step == Step::kRunPlugins) {
+        for (const PluginResult &plugin : plugins_) {
+            if (plugin.status != 0) {
+                StepFailure one = failure;
+                CopyText(one.path, plugin.path);
+                one.status = plugin.status;
+                reasons += (reasons.empty() ? "" : "; ") + ReasonText(one, change_.path, output_);
+            }
+        }
+    }
+    if (!reasons.empty()) {
+        return reasons;
+    }
+    return Replaced(LowerFirst(ReasonText(failure, change_.path, output_)), copied_path_,
+                    source_name_);
+}
+
 void ChangeReport::TellFailed(std::string message, std::string fix) {
     report_.TellError(change_.path, "failed", std::move(message), std::move(fix));
     report_.Raise(Status::kFailed);
+}
+
+void ChangeReport::TellUnknown(const std::exception &error) {
+    TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
+               "look at the current content of the file");
 }
 
 void ChangeReport::Warn(const std::string &file, const std::string &rule, std::string message,
@@ -239,45 +281,6 @@ void ChangeReport::Warn(const std::string &file, const std::string &rule, std::s
     report_.Raise(Status::kFailed);
 }
 
-void ChangeReport::TellListeners(const Done &done) {
-    const Notifications &notified = done.outcome.notified;
-    std::vector<Listener> told;
-    for (const Listener listener : change_.listeners) {
-        const std::string name(ListenerName(listener));
-        if (IsServed(notified[listener])) {
-            told.push_back(listener);
-            told_.push_back(name);
-            continue;
-        }
-        not_told_.push_back(name);
-        const std::string reason = ReasonOf(FailureOf(listener, notified), done);
-        Warn("", "not-told",
-             NotToldText(listener, reason.empty() ? "the reason is unknown" : reason),
-             NotToldFix(listener, !change_.after));
-    }
-    if (!told.empty()) {
-        report_.PrintDone("notified: " + ListenersText(told));
-    }
-}
-
-// The library installs a file under a temporary name and renames it. If that fails, the temporary
-// file is not removed.
-void ChangeReport::TellStagedCopy(const StepFailure &failure) {
-    struct stat status {};
-    if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
-        lstat(failure.path, &status) == 0) {
-        Warn(failure.path, "left-behind", "could not be installed and was left behind",
-             "remove it");
-    }
-}
-
-void ChangeReport::TellSideCopies() {
-    for (const Leftover &copy : OwnCopiesOfStores()) {
-        Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
-             "see that " + copy.original + " is whole, and remove the copy");
-    }
-}
-
 void ChangeReport::AddResult() {
     Json conflicts = Json::EmptyArray();
     for (const auto &[section, conflict] : conflicts_) {
@@ -285,16 +288,18 @@ void ChangeReport::AddResult() {
         one.Merge(ConflictJson(conflict));
         conflicts.Append(std::move(one));
     }
+    // A change that ended before its file was found has only the file name as its path.
+    const std::size_t name = change_.path.rfind('/') + 1;
     report_.AddResult({{"operation", change_.operation},
-                       {"file", TextOrNull(change_.path.substr(change_.path.rfind('/') + 1))},
-                       {"path", TextOrNull(IsName(change_.path) ? "" : change_.path)},
+                       {"file", TextOrNull(change_.path.substr(name))},
+                       {"path", TextOrNull(name == 0 ? "" : change_.path)},
                        {"section", TextOrNull(change_.section)},
                        {"dry_run", change_.dry_run},
                        {"changed", changed_},
                        {"diff", TextOrNull(diff_)},
                        {"conflicts", std::move(conflicts)},
-                       {"told", told_},
-                       {"not_told", not_told_}});
+                       {"told", notified_},
+                       {"not_told", not_notified_}});
 }
 
 }  // namespace tavo::tool

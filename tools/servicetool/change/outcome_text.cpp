@@ -1,12 +1,11 @@
 #include "change/outcome_text.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <iterator>
 
 #include "change/program_output.h"
 #include "input/input_file.h"
 #include "input/library_failure.h"
+#include "output/text.h"
 #include "tavocore.h"
 
 namespace tavo::tool {
@@ -15,13 +14,9 @@ namespace {
 // A higher exit status is this plus the number of the signal that ended the program.
 constexpr int kSignalled = 128;
 
-// Only the path of a plugin is known.
-std::string ProgramOf(const StepFailure &failure) {
-    return *failure.program != '\0' ? failure.program : failure.path;
-}
-
 std::string ProgramReason(const StepFailure &failure, const std::vector<std::string> &output) {
-    const std::string program = ProgramOf(failure);
+    // Only the path of a plugin is known.
+    const std::string program = *failure.program != '\0' ? failure.program : failure.path;
     if (failure.status < 0) {
         return failure.code == TLIBC_ERR_NO_FILE
                    ? program + " is missing"
@@ -47,36 +42,23 @@ std::string SystemErrorReason(const StepFailure &failure, const std::string &pat
     return place + ErrorText(failure.error);
 }
 
-// The reason, for steps that can fail for one reason only.
-std::string StepReason(const StepFailure &failure) {
-    switch (failure.step) {
-        case Step::kCheckArguments:
-            return "invalid argument";
-        case Step::kPrintPorts:
-            return "the ports are too long for a service file";
-        case Step::kCheckPorts:
-            return "it is unknown whether the ports are free";
-        case Step::kTakenPorts:
-            return "the ports are taken";
-        case Step::kLock:
-            return std::string("cannot lock ") + failure.path;
-        case Step::kOccupied:
-            return std::string("folder ") + failure.path +
-                   " has the name of a copy and is not empty";
-        case Step::kMissingSection:
-            return "the section does not exist";
-        case Step::kQueryService:
-            return std::string("it is unknown whether ") + failure.path + " runs";
-        case Step::kReload:
-            return std::string(failure.path) + " could not be reloaded";
-        case Step::kPreparePlugins:
-            return "the arguments of the plugins could not be set";
-        case Step::kRunPlugins:
-            return "a plugin failed";
-        default:
-            return {};
-    }
-}
+// The reasons for the failure of steps that can fail for one reason only. A % is the path.
+constexpr struct {
+    Step step;
+    std::string_view reason;
+} kStepReasons[] = {
+    {Step::kCheckArguments, "invalid argument"},
+    {Step::kPrintPorts, "the ports are too long for a service file"},
+    {Step::kCheckPorts, "it is unknown whether the ports are free"},
+    {Step::kTakenPorts, "the ports are taken"},
+    {Step::kLock, "cannot lock %"},
+    {Step::kOccupied, "folder % has the name of a copy and is not empty"},
+    {Step::kMissingSection, "the section does not exist"},
+    {Step::kQueryService, "it is unknown whether % runs"},
+    {Step::kReload, "% could not be reloaded"},
+    {Step::kPreparePlugins, "the arguments of the plugins could not be set"},
+    {Step::kRunPlugins, "a plugin failed"},
+};
 
 std::string CodeReason(const StepFailure &failure) {
     const std::string reason = SystemReason(failure.code);
@@ -84,25 +66,14 @@ std::string CodeReason(const StepFailure &failure) {
     return place + (reason.empty() ? "the reason is unknown" : reason);
 }
 
-// ---- Listeners
-
-struct ListenerKind {
-    Listener listener;
-    std::string_view name;
-    std::string_view words;
+// In the order of Listener.
+constexpr ListenerText kListeners[kListenerCount] = {
+    {"router", "router tool",
+     "it is notified only when a change is made: change the section back and then again"},
+    {"firewall", "firewall", "write servicetool restart"},
+    {"relay", "relay daemon", "write servicetool restart --relay"},
+    {"plugins", "plugins", "remove the file and install it again"},
 };
-
-constexpr ListenerKind kKinds[] = {
-    {Listener::kRouterTool, "router", "router tool"},
-    {Listener::kFirewall, "firewall", "firewall"},
-    {Listener::kRelayDaemon, "relay", "relay daemon"},
-    {Listener::kPlugins, "plugins", "plugins"},
-};
-
-const ListenerKind &KindOf(Listener listener) {
-    return *std::find_if(std::begin(kKinds), std::end(kKinds),
-                         [listener](const auto &kind) { return kind.listener == listener; });
-}
 
 }  // namespace
 
@@ -120,50 +91,32 @@ std::string ReasonText(const StepFailure &failure, const std::string &path,
     if (failure.error != 0) {
         return SystemErrorReason(failure, path);
     }
-    const std::string reason = StepReason(failure);
-    return reason.empty() ? CodeReason(failure) : reason;
+    for (const auto &[step, reason] : kStepReasons) {
+        if (step == failure.step) {
+            return Replaced(std::string(reason), "%", failure.path);
+        }
+    }
+    return CodeReason(failure);
 }
 
-std::string_view ListenerName(Listener listener) {
-    return KindOf(listener).name;
+const ListenerText &TextOf(Listener listener) {
+    return kListeners[static_cast<std::size_t>(listener)];
 }
 
 std::string ListenersText(const std::vector<Listener> &listeners) {
     std::string text;
     for (const Listener listener : listeners) {
-        text.append(text.empty() ? "" : ", ").append(KindOf(listener).words);
+        text.append(text.empty() ? "" : ", ").append(TextOf(listener).words);
     }
     return text;
 }
 
-bool IsServed(const Notification &notification) {
-    return notification.state == Notified::kYes || notification.state == Notified::kNotRunning;
-}
-
-std::string NotToldText(Listener listener, const std::string &reason) {
-    return "could not notify the " + std::string(KindOf(listener).words) + ": " + reason;
-}
-
-std::string NotToldFix(Listener listener, bool gone) {
-    switch (listener) {
-        case Listener::kFirewall:
-            return "write servicetool restart";
-        case Listener::kRelayDaemon:
-            return "write servicetool restart --relay";
-        case Listener::kPlugins:
-            return gone ? "install the file again and remove it once more"
-                        : "remove the file and install it again";
-        case Listener::kRouterTool:
-            break;
-    }
-    return "it is notified only when a change is made: change the section back and then again";
-}
-
 const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
     if (notified[listener].state == Notified::kNotReached) {
-        for (const ListenerKind &kind : kKinds) {
-            if (notified[kind.listener].state == Notified::kFailed) {
-                return notified[kind.listener].failure;
+        for (int i = 0; i < kListenerCount; ++i) {
+            const Notification &other = notified[static_cast<Listener>(i)];
+            if (other.state == Notified::kFailed) {
+                return other.failure;
             }
         }
     }

@@ -15,21 +15,15 @@ namespace tavo::tool {
 std::string ReasonText(const StepFailure &failure, const std::string &path,
                        const std::vector<std::string> &output);
 
-// The name for JSON: "router", "firewall", "relay" or "plugins".
-std::string_view ListenerName(Listener listener);
+struct ListenerText {
+    std::string_view name;   // for JSON
+    std::string_view words;  // for people
+    std::string_view fix;    // how to notify it later if it was not notified of a change
+};
+const ListenerText &TextOf(Listener listener);
 
 // "router tool, firewall, relay daemon"
 std::string ListenersText(const std::vector<Listener> &listeners);
-
-// Whether a listener needs no further notification. A daemon that is not running reads its
-// configuration when it starts.
-bool IsServed(const Notification &notification);
-
-// "could not notify the plugins: REASON"
-std::string NotToldText(Listener listener, const std::string &reason);
-
-// How to notify a listener later if it was not notified of a change; `gone`: the file was removed.
-std::string NotToldFix(Listener listener, bool gone);
 
 // Why a listener was not notified: its own failure, or that of the previous listener.
 const StepFailure &FailureOf(Listener listener, const Notifications &notified);

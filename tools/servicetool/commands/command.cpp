@@ -4,7 +4,7 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "change/section_target.h"
+#include "change/change_report.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "output/text.h"
@@ -107,16 +107,9 @@ FolderChoice FolderOf(const Arguments &arguments) {
     return {.system = arguments.Has("--system"), .package = arguments.Has("--package")};
 }
 
-SectionOptions SectionOf(const Arguments &arguments) {
-    return {.file = arguments.Word(0),
-            .section = arguments.Word(1),
-            .folder = FolderOf(arguments),
-            .no_restart = arguments.Has("--no-restart"),
-            .dry_run = arguments.Has("--dry-run")};
-}
-
 Change ChangeAskedFor(const Arguments &arguments) {
     Change change;
+    change.operation = arguments.GivenCommand().name;
     change.path = arguments.Word(0);
     change.section = arguments.Word(1);
     change.dry_run = arguments.Has("--dry-run");

@@ -33,34 +33,11 @@ std::string NameOf(const Arguments &arguments) {
                                  : std::filesystem::path(arguments.Word(0)).filename().string();
 }
 
-// The differences between the two commands.
-struct Placement {
-    std::string_view operation;
-    bool is_new;  // the file must not be installed yet
-    const char *rule;
-    const char *refusal;
-    const char *fix;
-};
-
-constexpr Placement kInstall = {"install", true, "installed",
-                                "a file of that name is installed already",
-                                "write servicetool update"};
-constexpr Placement kUpdate = {"update", false, "not-found", "no file of that name is installed",
-                               "write servicetool install"};
-
-Change ChangeOf(std::string_view operation, const Arguments &arguments, const InstalledFile &file,
-                const LintedFile &source) {
-    return {
-        .operation = operation,
-        .path = file.path,
-        .section = {},
-        .before = file.text,
-        .after = source.text,
-        .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
-        .dry_run = arguments.Has("--dry-run"),
-        .force = arguments.Has("--force"),
-        .unknown_fix = "add --force to go on anyway",
-    };
+// The change according to the command line, for Command::change.
+Change ChangeOfInstalled(const Arguments &arguments) {
+    Change change = ChangeAskedFor(arguments);
+    change.path = NameOf(arguments);
+    return change;
 }
 
 using Queries = std::vector<SectionQuery>;
@@ -132,10 +109,16 @@ bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, Linted
                              report);
 }
 
-bool Allows(const Placement &placement, const InstalledFile &file, const LintedFile &source,
+bool Allows(bool is_new, const InstalledFile &file, const LintedFile &source,
             ChangeReport &change) {
-    if (file.text.has_value() == placement.is_new) {
-        change.Refuse(placement.rule, placement.refusal, placement.fix);
+    if (is_new && file.text) {
+        change.Refuse("installed", "a file of that name is installed already",
+                      "write servicetool update");
+        return false;
+    }
+    if (!is_new && !file.text) {
+        change.Refuse("not-found", "no file of that name is installed",
+                      "write servicetool install");
         return false;
     }
     if (source.lint.errors != 0) {
@@ -154,17 +137,22 @@ std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {
 // keep its owner and mode, so that the owner of the source could modify the installed file later.
 // The copy is made after printing the plan and removed after the call of the library, so that a
 // closed output pipe leaves no copy.
-void Place(const Placement &placement, const Arguments &arguments, Report &report) {
+void Place(const Arguments &arguments, Report &report) {
+    const bool is_new = &arguments.GivenCommand() == &kInstallCommand;
     InstalledFile file;
     LintedFile source;
-    if (!LookAt(arguments, placement.is_new, file, source, report)) {
+    if (!LookAt(arguments, is_new, file, source, report)) {
         return;
     }
-    ChangeReport change(ChangeOf(placement.operation, arguments, file, source), report);
-    if (!Allows(placement, file, source, change)) {
+    Change plan =
+        ChangeOf(arguments, file, source.text, {Listener::kPlugins, Listener::kRelayDaemon});
+    plan.force = arguments.Has("--force");
+    plan.unknown_fix = "add --force to go on anyway";
+    ChangeReport change(std::move(plan), report);
+    if (!Allows(is_new, file, source, change)) {
         return;
     }
-    if (placement.is_new) {
+    if (is_new) {
         WarnOfNewName(file.name, "write --as", report);
     }
     AskForPorts(file, source, change, report);
@@ -226,33 +214,27 @@ UsageProblem ProblemOf(const Arguments &arguments) {
     return {};
 }
 
-Change ChangeOfInstalled(const Arguments &arguments) {
-    Change change = ChangeAskedFor(arguments);
-    change.path = NameOf(arguments);
-    return change;
-}
-
 }  // namespace
 
 constinit const Command kInstallCommand = {
-    .name = kInstall.operation,
+    .name = "install",
     .summary = "Install a service file",
     .operands = kOperands,
     .options = kInstallOptions,
     .examples = kInstallExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments, Report &report) { Place(kInstall, arguments, report); },
+    .run = Place,
     .change = ChangeOfInstalled,
 };
 
 constinit const Command kUpdateCommand = {
-    .name = kUpdate.operation,
+    .name = "update",
     .summary = "Replace an installed service file",
     .operands = kOperands,
     .options = kUpdateOptions,
     .examples = kUpdateExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments, Report &report) { Place(kUpdate, arguments, report); },
+    .run = Place,
     .change = ChangeOfInstalled,
 };
 

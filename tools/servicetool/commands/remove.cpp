@@ -21,15 +21,10 @@ namespace tavo::tool {
 namespace {
 
 // If the file is already removed, only its listeners are notified.
-Change RemovalOf(const InstalledFile &file, bool dry_run) {
-    return {.operation = "remove",
-            .path = file.path,
-            .section = {},
-            .before = file.text,
-            .after = {},
-            .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
-            .told_only = !file.text,
-            .dry_run = dry_run};
+Change RemovalOf(const InstalledFile &file, const Arguments &arguments) {
+    Change change = ChangeOf(arguments, file, {}, {Listener::kPlugins, Listener::kRelayDaemon});
+    change.notify_only = !file.text;
+    return change;
 }
 
 // Describes the removal with the services that the library reads in the file, which the firewall
@@ -73,9 +68,9 @@ void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
 
 // Completes a removal that was killed after it removed the file and before it removed the copy for
 // the plugins: notifies the plugins.
-void Complete(const InstalledFile &file, const std::vector<std::string> &copies, bool dry_run,
-              Report &report) {
-    ChangeReport change(RemovalOf(file, dry_run), report);
+void Complete(const InstalledFile &file, const std::vector<std::string> &copies,
+              const Arguments &arguments, Report &report) {
+    ChangeReport change(RemovalOf(file, arguments), report);
     const std::string &newest = copies.back();
     if (!change.Begin("is removed already; notify from the copy " + Escaped(newest))) {
         return;
@@ -104,9 +99,9 @@ int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
 void Remove(const Arguments &arguments, Report &report) {
     const std::string name = arguments.Word(0);
     const FolderChoice folder = FolderOf(arguments);
-    const bool dry_run = arguments.Has("--dry-run");
     InstalledFile file;
-    if (!FindInstalledFile(name, folder, Missing::kAllow, dry_run, file, report)) {
+    if (!FindInstalledFile(name, folder, Missing::kAllow, arguments.Has("--dry-run"), file,
+                           report)) {
         return;
     }
     if (!file.text) {
@@ -115,11 +110,11 @@ void Remove(const Arguments &arguments, Report &report) {
         if (copies.empty()) {
             TellNotInstalled(name, folder, report);
         } else {
-            Complete(file, copies, dry_run, report);
+            Complete(file, copies, arguments, report);
         }
         return;
     }
-    ChangeReport change(RemovalOf(file, dry_run), report);
+    ChangeReport change(RemovalOf(file, arguments), report);
     const std::string what = ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself);
     if (change.Begin(what) && CanBeKept(file, change)) {
         change.Do([&file](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });
