@@ -2,18 +2,146 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <stdexcept>
-#include <system_error>
 
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/program_output.h"
 #include "commands/command.h"
+#include "input/input_file.h"
+#include "input/library_failure.h"
 #include "input/library_log.h"
 #include "output/text.h"
 
 namespace tavo::tool {
 namespace {
+
+// ---- Reasons
+
+// A higher exit status is this plus the number of the signal that ended the program.
+constexpr int kSignalled = 128;
+
+std::string ProgramReason(const StepFailure &failure, const std::vector<std::string> &output) {
+    // Only the path of a plugin is known.
+    const std::string program = *failure.program != '\0' ? failure.program : failure.path;
+    if (failure.status < 0) {
+        return failure.code == TLIBC_ERR_NO_FILE
+                   ? program + " is missing"
+                   : program + " could not be run, or ran out of time";
+    }
+    const std::string said = LastWordOf(program, output);
+    if (!said.empty()) {
+        return said;
+    }
+    return failure.status > kSignalled
+               ? program + " was ended by signal " + std::to_string(failure.status - kSignalled)
+               : program + " ended with status " + std::to_string(failure.status);
+}
+
+// A writer creates the new file in the folder of the old one, so failures to write are about the
+// folder.
+std::string SystemErrorReason(const StepFailure &failure, const std::string &path) {
+    const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
+    const std::string place = *failure.path == '\0'  ? ""
+                              : failure.path != path ? std::string(failure.path) + ": "
+                              : writes               ? "the folder: "
+                                                     : "";
+    return place + ErrorText(failure.error);
+}
+
+// The reasons for the failure of steps that can fail for one reason only. A % is the path.
+constexpr struct {
+    Step step;
+    std::string_view reason;
+} kStepReasons[] = {
+    {Step::kCheckArguments, "invalid argument"},
+    {Step::kPrintPorts, "the ports are too long for a service file"},
+    {Step::kCheckPorts, "it is unknown whether the ports are free"},
+    {Step::kTakenPorts, "the ports are taken"},
+    {Step::kLock, "cannot lock %"},
+    {Step::kOccupied, "folder % has the name of a copy and is not empty"},
+    {Step::kMissingSection, "the section does not exist"},
+    {Step::kQueryService, "it is unknown whether % runs"},
+    {Step::kReload, "% could not be reloaded"},
+    {Step::kPreparePlugins, "the arguments of the plugins could not be set"},
+    {Step::kRunPlugins, "a plugin failed"},
+};
+
+std::string CodeReason(const StepFailure &failure) {
+    const std::string reason = SystemReason(failure.code);
+    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
+    return place + (reason.empty() ? "the reason is unknown" : reason);
+}
+
+// Why a step failed; empty if it did not. Quotes the last line in `output` that the program of the
+// step printed.
+std::string ReasonText(const StepFailure &failure, const std::string &path,
+                       const std::vector<std::string> &output) {
+    if (!failure.HasFailed()) {
+        return {};
+    }
+    if (failure.error == ENOMEM || (failure.error == 0 && failure.code == TLIBC_ERR_NO_MEMORY)) {
+        return ErrorText(ENOMEM);
+    }
+    if (failure.program != nullptr) {
+        return ProgramReason(failure, output);
+    }
+    if (failure.error != 0) {
+        return SystemErrorReason(failure, path);
+    }
+    for (const auto &[step, reason] : kStepReasons) {
+        if (step == failure.step) {
+            return Replaced(std::string(reason), "%", failure.path);
+        }
+    }
+    return CodeReason(failure);
+}
+
+// ---- Listeners
+
+struct ListenerText {
+    std::string_view name;   // for JSON
+    std::string_view words;  // for people
+    std::string_view fix;    // how to notify it later if it was not notified of a change
+};
+
+// In the order of Listener.
+constexpr ListenerText kListeners[kListenerCount] = {
+    {"router", "router tool",
+     "it is notified only when a change is made: change the section back and then again"},
+    {"firewall", "firewall", "write servicetool restart"},
+    {"relay", "relay daemon", "write servicetool restart --relay"},
+    {"plugins", "plugins", "remove the file and install it again"},
+};
+
+const ListenerText &TextOf(Listener listener) {
+    return kListeners[static_cast<std::size_t>(listener)];
+}
+
+// "router tool, firewall, relay daemon"
+std::string ListenersText(const std::vector<Listener> &listeners) {
+    std::string text;
+    for (const Listener listener : listeners) {
+        text.append(text.empty() ? "" : ", ").append(TextOf(listener).words);
+    }
+    return text;
+}
+
+// Why a listener was not notified: its own failure, or that of the previous listener.
+const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
+    if (notified[listener].state == Notified::kNotReached) {
+        for (int i = 0; i < kListenerCount; ++i) {
+            const Notification &other = notified[static_cast<Listener>(i)];
+            if (other.state == Notified::kFailed) {
+                return other.failure;
+            }
+        }
+    }
+    return notified[listener].failure;
+}
+
+// ---- Changes
 
 std::string_view WhatWasDone(const Change &change) {
     if (change.before) {
@@ -63,37 +191,13 @@ void ChangeReport::Add(const std::string &section, const PortQuery &query,
     }
 }
 
-void ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
+bool ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
                           Status status) {
     report_.TellError(change_.path, std::move(rule), message + std::string(kSoUnchanged),
                       std::move(fix));
     report_.Raise(status);
     AddResult();
-}
-
-bool ChangeReport::RefusesPorts() {
-    report_.Print(table_.Text(true, report_.Columns()) + verdicts_);
-    if (change_.force || (!taken_ && !unknown_)) {
-        return false;
-    }
-    if (taken_) {
-        Refuse("taken", "its ports are taken", change_.taken_fix,
-               unknown_ ? Status::kFailed : Status::kNo);
-    } else {
-        Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
-               Status::kFailed);
-    }
-    return true;
-}
-
-void ChangeReport::PrintPlan(const std::string &what) {
-    if (!what.empty()) {
-        report_.Print(Escaped(change_.path) + ": " + what + '\n');
-    }
-    if (!change_.listeners.empty()) {
-        report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
-    }
-    report_.Print(ShownDiff(diff_, report_.Colour()));
+    return false;
 }
 
 bool ChangeReport::End(const std::string &text) {
@@ -106,10 +210,22 @@ bool ChangeReport::Begin(const std::string &what) {
     if (!change_.path.empty() && !change_.notify_only && change_.before == change_.after) {
         return End(Escaped(change_.path) + ": already up to date; nothing changed");
     }
-    if (RefusesPorts()) {
-        return false;
+    report_.Print(table_.Text(true, report_.Columns()) + verdicts_);
+    if (taken_ && !change_.force) {
+        return Refuse("taken", "its ports are taken", change_.taken_fix,
+                      unknown_ ? Status::kFailed : Status::kNo);
     }
-    PrintPlan(what);
+    if (unknown_ && !change_.force) {
+        return Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
+                      Status::kFailed);
+    }
+    if (!what.empty()) {
+        report_.Print(Escaped(change_.path) + ": " + what + '\n');
+    }
+    if (!change_.listeners.empty()) {
+        report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
+    }
+    report_.Print(ShownDiff(diff_, report_.Colour()));
     return change_.dry_run ? End("dry run: nothing changed, nobody notified") : true;
 }
 
@@ -138,23 +254,19 @@ void ChangeReport::Call(const Operation &operation) {
 void ChangeReport::Do(const Operation &operation) {
     try {
         Call(operation);
-        TellOutcome();
+        if (!change_.path.empty()) {
+            TellFile();
+        }
+        // A failed call has notified no listeners. A successful one has, even if the file is not as
+        // planned.
+        if (change_.path.empty() || result_ >= 0) {
+            TellNotifications();
+        }
+        TellTemporaryFiles();
     } catch (const std::exception &error) {
         TellUnknown(error);
     }
     AddResult();
-}
-
-// A failed call has notified no listeners. A successful one has, even if the file is not as
-// planned.
-void ChangeReport::TellOutcome() {
-    if (!change_.path.empty()) {
-        TellFile();
-    }
-    if (change_.path.empty() || result_ >= 0) {
-        TellNotifications();
-    }
-    TellTemporaryFiles();
 }
 
 // Reads the file again, because the library does not detect every failed write.

@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "change/outcome_text.h"
 #include "change/unified_diff.h"
 #include "lifecycle/change.h"
 #include "output/report.h"
@@ -50,8 +49,9 @@ class ChangeReport {
     // Adds the answer for the ports that a section will declare.
     void Add(const std::string &section, const PortQuery &query, const PortAnswer &answer);
 
-    // Reports why the change is refused. "nothing was changed" is appended to `message`.
-    void Refuse(std::string rule, const std::string &message, std::string fix = {},
+    // Reports why the change is refused. "nothing was changed" is appended to `message`. Returns
+    // false.
+    bool Refuse(std::string rule, const std::string &message, std::string fix = {},
                 Status status = Status::kNo);
 
     // Prints the planned change; `what` describes it, as in "add section [chat]". Returns false if
@@ -70,13 +70,10 @@ class ChangeReport {
     void AddResult();
 
   private:
-    bool RefusesPorts();
-    void PrintPlan(const std::string &what);
     bool End(const std::string &text);
     void Call(const Operation &operation);
 
     // Each of these reports a part of the outcome, and raises the status after a failure.
-    void TellOutcome();
     void TellFile();
     void TellFailed(std::string message, std::string fix);
     void TellUnknown(const std::exception &error);

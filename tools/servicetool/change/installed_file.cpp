@@ -88,13 +88,6 @@ bool LeadsNowhere(const std::string &path) {
     return lstat(path.c_str(), &status) == 0 && stat(path.c_str(), &status) != 0 && errno == ENOENT;
 }
 
-// The requested folders; both if none is requested.
-std::vector<ServiceFolder> Candidates(const FolderChoice &choice) {
-    return ServiceFolders(choice.system    ? TAVO_SERVICE_CONF_DIR_SYSTEM
-                          : choice.package ? TAVO_SERVICE_CONF_DIR_PACKAGE
-                                           : kEveryServiceFolder);
-}
-
 // A name in the folder that differs only in case, or by a missing suffix; empty if there is none.
 std::string MeantName(const ServiceFolder &folder, const std::string &name) {
     std::string meant;
@@ -135,14 +128,14 @@ bool CheckFileName(const std::string &name, Report &report) {
     return problem.empty();
 }
 
-bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
-                       bool dry_run, InstalledFile &file, Report &report) {
+bool FindInstalledFile(const std::string &name, int folders, Missing missing, bool dry_run,
+                       InstalledFile &file, Report &report) {
     if (!CheckFileName(name, report) ||
         (!dry_run && !LockChanges(file.lock, name, std::string(kSoUnchanged), report))) {
         return false;
     }
     file.name = name;
-    for (const ServiceFolder &folder : Candidates(choice)) {
+    for (const ServiceFolder &folder : ServiceFolders(folders)) {
         const std::string path = std::string(folder.path) + '/' + name;
         FileContents contents = ReadRegularFile(path);
         if (!contents.problem.empty() && !contents.absent) {
@@ -164,13 +157,13 @@ bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Miss
             file.text = std::move(contents.text);
         }
     }
-    return file.text || missing == Missing::kAllow || TellNotInstalled(name, choice, report);
+    return file.text || missing == Missing::kAllow || TellNotInstalled(name, folders, report);
 }
 
-bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Report &report) {
+bool TellNotInstalled(const std::string &name, int folders, Report &report) {
     std::string paths;
     std::string fix;
-    for (const ServiceFolder &folder : Candidates(choice)) {
+    for (const ServiceFolder &folder : ServiceFolders(folders)) {
         paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
         const std::string meant = MeantName(folder, name);
         fix = meant.empty() ? fix : "write " + meant;

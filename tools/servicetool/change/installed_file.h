@@ -22,12 +22,6 @@ namespace tavo::tool {
 bool LockChanges(Descriptor &lock, const std::string &name, const std::string &consequence,
                  Report &report);
 
-// --system or --package; if neither is given, the folder that contains the file.
-struct FolderChoice {
-    bool system = false;
-    bool package = false;
-};
-
 struct InstalledFile {
     std::string name;  // without a folder: "chat.sc"
     ServiceFolder folder{};
@@ -40,14 +34,15 @@ struct InstalledFile {
 // unless another one is requested.
 enum class Missing { kRefuse, kAllow };
 
-// Finds the file and, unless this is a dry run, takes the lock. Returns false if the command cannot
-// use the file: its name is invalid, it is missing, in both folders or unreadable, or the lock
-// cannot be taken. This is reported and raises the status.
-bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
-                       bool dry_run, InstalledFile &file, Report &report);
+// Finds the file in the service folders that the bits of `folders` select and, unless this is a dry
+// run, takes the lock. Returns false if the command cannot use the file: its name is invalid, it is
+// missing, in both folders or unreadable, or the lock cannot be taken. This is reported and raises
+// the status.
+bool FindInstalledFile(const std::string &name, int folders, Missing missing, bool dry_run,
+                       InstalledFile &file, Report &report);
 
 // Reports that no file of that name is installed, raises the status and returns false.
-bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Report &report);
+bool TellNotInstalled(const std::string &name, int folders, Report &report);
 
 // Returns whether `name` is a file name without a folder. If not, reports it and raises the status.
 bool CheckFileName(const std::string &name, Report &report);

@@ -390,22 +390,6 @@ NameForm RemovedFileForm() {
     return {LeftoverKind::kRemovedFile, S_IFREG, std::string(kRemovedHead) + kFile + '.' + kNumber};
 }
 
-void LookIntoTmp(Leftovers &leftovers) {
-    Look(kTemporaryFolder,
-         {{LeftoverKind::kPrivateFolder, S_IFDIR, std::string(kPrivateFolderHead) + kRandom},
-          {LeftoverKind::kUpdatedFile, S_IFREG, std::string(kUpdatedHead) + kFile + kUpdatedTail},
-          RemovedFileForm()},
-         IsLeftover, leftovers);
-}
-
-void LookForStagedFiles(const std::string &folder, Leftovers &leftovers) {
-    const std::string staged = folder + '/' + kInstallFolder;
-    if (IsOurs(staged, S_IFDIR)) {
-        Look(staged, {{LeftoverKind::kStagedFile, S_IFREG, {kFile, '.', kRandom}}}, IsLeftover,
-             leftovers);
-    }
-}
-
 void LookForWriter(const std::string &folder, Leftovers &leftovers) {
     Leftover found = {LeftoverKind::kWriterFolder, folder + '/' + kWriterFolder, ""};
     if (IsOurs(found.path, S_IFDIR) && IsLeftover(found)) {
@@ -482,7 +466,11 @@ std::string RemoveStore(Leftover copy) {
 
 Leftovers FindLeftovers() {
     Leftovers leftovers;
-    LookIntoTmp(leftovers);
+    Look(kTemporaryFolder,
+         {{LeftoverKind::kPrivateFolder, S_IFDIR, std::string(kPrivateFolderHead) + kRandom},
+          {LeftoverKind::kUpdatedFile, S_IFREG, std::string(kUpdatedHead) + kFile + kUpdatedTail},
+          RemovedFileForm()},
+         IsLeftover, leftovers);
     for (const StoreId store : kStores) {
         const char *path = PathOf(store);
         if (path == nullptr) {
@@ -491,7 +479,11 @@ Leftovers FindLeftovers() {
         if (store == StoreId::kForwardingRules) {
             LookForWriter(fs::path(path).parent_path().string(), leftovers);
         } else if (store != StoreId::kFirewallRules) {
-            LookForStagedFiles(path, leftovers);
+            const std::string staged = std::string(path) + '/' + kInstallFolder;
+            if (IsOurs(staged, S_IFDIR)) {
+                Look(staged, {{LeftoverKind::kStagedFile, S_IFREG, {kFile, '.', kRandom}}},
+                     IsLeftover, leftovers);
+            }
             LookForWriter(path, leftovers);
         }
         LookForCopies(store, IsLeftover, leftovers);

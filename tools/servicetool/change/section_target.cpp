@@ -151,7 +151,7 @@ bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &tar
         report.TellUsage("section name " + Quoted(target.section) + ' ' + problem, "");
         return false;
     }
-    if (!FindInstalledFile(arguments.Word(0), FolderOf(arguments), missing,
+    if (!FindInstalledFile(arguments.Word(0), FoldersOf(arguments), missing,
                            arguments.Has("--dry-run"), target.file, report)) {
         return false;
     }
@@ -241,8 +241,8 @@ bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeRep
     if (std::any_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
             return service.name == target.section && !service.readable;
         })) {
-        change.Refuse("invalid", "the library would not read section [" + target.section + ']');
-        return false;
+        return change.Refuse("invalid",
+                             "the library would not read section [" + target.section + ']');
     }
     change.Add(target.section, query,
                PortSources(kEverySource, report).Ask(query, {target.section}));

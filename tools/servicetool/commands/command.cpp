@@ -103,8 +103,10 @@ std::string Arguments::Word(std::size_t number) const {
     return number < operands_.size() ? operands_[number] : std::string();
 }
 
-FolderChoice FolderOf(const Arguments &arguments) {
-    return {.system = arguments.Has("--system"), .package = arguments.Has("--package")};
+int FoldersOf(const Arguments &arguments) {
+    const int folders = (arguments.Has("--system") ? TAVO_SERVICE_CONF_DIR_SYSTEM : 0) |
+                        (arguments.Has("--package") ? TAVO_SERVICE_CONF_DIR_PACKAGE : 0);
+    return folders != 0 ? folders : kEveryServiceFolder;
 }
 
 Change ChangeAskedFor(const Arguments &arguments) {

@@ -141,7 +141,8 @@ inline constexpr Operand kTargetFile = {
 inline constexpr Operand kTargetSection = {.value = {"SECTION", Completion::kSections},
                                            .help = "The name of a service in it"};
 
-FolderChoice FolderOf(const Arguments &arguments);
+// The service folders that --system and --package select; both if neither is given.
+int FoldersOf(const Arguments &arguments);
 
 // The change that the command makes to the file and section given as operands, for Command::change.
 Change ChangeAskedFor(const Arguments &arguments);

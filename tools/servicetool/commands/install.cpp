@@ -67,26 +67,24 @@ void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeRepo
     }
 }
 
-// Installs a file that was not installed before, and prepares its notifications.
-int InstallNew(const InstalledFile &file, const std::string &source,
-               TAVO_SERVICE_CONF_NOTIFY &notify, StepFailure &failure,
-               TAVO_SERVICE_CONF_PORT *&conflicts) {
-    kNoFile.copy(notify.szOldConfPath, sizeof(notify.szOldConfPath) - 1);
-    file.path.copy(notify.szNewConfPath, sizeof(notify.szNewConfPath) - 1);
-    notify.blNotifyFw = 1;
-    notify.blNotifyPf = 1;
-    return InstallFile(file.name.c_str(), source.c_str(), file.folder.selector, &conflicts,
-                       failure);
-}
-
+// Installs or replaces the file, and notifies the plugins.
 int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeOutcome &outcome) {
+    const char *name = file.name.c_str();
     TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
     TAVO_SERVICE_CONF_NOTIFY notify{};
     TemporaryCopy old;
-    const int result = file.text
-                           ? UpdateFile(file.name.c_str(), source.c_str(), file.folder.selector,
-                                        &conflicts, notify, old, outcome.failure)
-                           : InstallNew(file, source, notify, outcome.failure, conflicts);
+    int result = -1;
+    if (file.text) {
+        result = UpdateFile(name, source.c_str(), file.folder.selector, &conflicts, notify, old,
+                            outcome.failure);
+    } else {
+        result =
+            InstallFile(name, source.c_str(), file.folder.selector, &conflicts, outcome.failure);
+        CopyText(notify.szOldConfPath, kNoFile);
+        CopyText(notify.szNewConfPath, file.path);
+        notify.blNotifyFw = 1;
+        notify.blNotifyPf = 1;
+    }
     TAVOServiceConfPortsFree(conflicts);
     if (result < 0) {
         return -1;
@@ -100,32 +98,29 @@ int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeO
 bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, LintedFile &source,
             Report &report) {
     const std::string name = NameOf(arguments);
-    FolderChoice folder = FolderOf(arguments);
-    folder.package |= is_new && !folder.system;
+    int folders = FoldersOf(arguments);
+    if (is_new && folders == kEveryServiceFolder) {
+        folders = TAVO_SERVICE_CONF_DIR_PACKAGE;
+    }
     return CheckFileName(name, report) &&
            LintAndTell(arguments.Word(0), source, report,
                        "name a file that can be read, or - for standard input") &&
-           FindInstalledFile(name, folder, Missing::kAllow, arguments.Has("--dry-run"), file,
+           FindInstalledFile(name, folders, Missing::kAllow, arguments.Has("--dry-run"), file,
                              report);
 }
 
 bool Allows(bool is_new, const InstalledFile &file, const LintedFile &source,
             ChangeReport &change) {
     if (is_new && file.text) {
-        change.Refuse("installed", "a file of that name is installed already",
-                      "write servicetool update");
-        return false;
+        return change.Refuse("installed", "a file of that name is installed already",
+                             "write servicetool update");
     }
     if (!is_new && !file.text) {
-        change.Refuse("not-found", "no file of that name is installed",
-                      "write servicetool install");
-        return false;
+        return change.Refuse("not-found", "no file of that name is installed",
+                             "write servicetool install");
     }
-    if (source.lint.errors != 0) {
-        change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
-        return false;
-    }
-    return true;
+    return source.lint.errors == 0 ||
+           change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
 }
 
 std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {

@@ -7,12 +7,6 @@
 namespace tavo::tool {
 namespace {
 
-int SelectorOf(const FolderChoice &folder) {
-    const int selector = (folder.system ? TAVO_SERVICE_CONF_DIR_SYSTEM : 0) |
-                         (folder.package ? TAVO_SERVICE_CONF_DIR_PACKAGE : 0);
-    return selector != 0 ? selector : kEveryServiceFolder;
-}
-
 void AddServices(const ServiceFile &file, Table &table, Report &report) {
     if (file.conf == nullptr) {
         return;
@@ -29,7 +23,7 @@ void AddServices(const ServiceFile &file, Table &table, Report &report) {
 
 void List(const Arguments &arguments, Report &report) {
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});
-    for (const ServiceFolder &folder : ServiceFolders(SelectorOf(FolderOf(arguments)))) {
+    for (const ServiceFolder &folder : ServiceFolders(FoldersOf(arguments))) {
         const FolderContents contents = ReadServiceFolder(folder, report);
         bool complete = contents.complete;
         for (const ServiceFile &file : contents.files) {

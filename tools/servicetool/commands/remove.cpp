@@ -50,9 +50,9 @@ bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
         PrivateFolder().Make(file.name, *file.text);
         return true;
     } catch (const std::system_error &error) {
-        change.Refuse("failed", "no copy can be made for the plugins: " + std::string(error.what()),
-                      "see that /tmp can be written", Status::kFailed);
-        return false;
+        return change.Refuse("failed",
+                             "no copy can be made for the plugins: " + std::string(error.what()),
+                             "see that /tmp can be written", Status::kFailed);
     }
 }
 
@@ -98,9 +98,9 @@ int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
 
 void Remove(const Arguments &arguments, Report &report) {
     const std::string name = arguments.Word(0);
-    const FolderChoice folder = FolderOf(arguments);
+    const int folders = FoldersOf(arguments);
     InstalledFile file;
-    if (!FindInstalledFile(name, folder, Missing::kAllow, arguments.Has("--dry-run"), file,
+    if (!FindInstalledFile(name, folders, Missing::kAllow, arguments.Has("--dry-run"), file,
                            report)) {
         return;
     }
@@ -108,7 +108,7 @@ void Remove(const Arguments &arguments, Report &report) {
         // The lock is held, so a removal by another servicetool is complete or was killed.
         const std::vector<std::string> copies = CopiesOfRemoved(name);
         if (copies.empty()) {
-            TellNotInstalled(name, folder, report);
+            TellNotInstalled(name, folders, report);
         } else {
             Complete(file, copies, arguments, report);
         }
