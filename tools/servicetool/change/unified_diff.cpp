@@ -67,70 +67,47 @@ std::string RangeText(std::size_t passed, std::size_t count) {
     return count == 1 ? first : first + ',' + std::to_string(count);
 }
 
-// Writes the hunks, each with lines of context around its changes.
-class HunkWriter {
-  public:
-    explicit HunkWriter(std::vector<Edit> edits) : edits_(std::move(edits)) {}
-
-    std::string Write();
-
-  private:
-    std::size_t EndOfHunk(std::size_t change) const;
-    std::size_t NextChange(std::size_t from) const;
-    void WriteHunk(std::size_t first, std::size_t end);
-
-    static constexpr std::size_t kContext = 3;
-
-    std::vector<Edit> edits_;
-    std::size_t before_ = 0;  // lines of each text already processed
-    std::size_t after_ = 0;
-    std::string text_;
-};
-
-std::size_t HunkWriter::NextChange(std::size_t from) const {
-    const auto changes = [](const Edit &edit) { return edit.type != dtl::SES_COMMON; };
-    return static_cast<std::size_t>(
-        std::find_if(edits_.begin() + static_cast<std::ptrdiff_t>(from), edits_.end(), changes) -
-        edits_.begin());
+// Which lines are changed or next to a change. Each run of them is a hunk, so changes with adjacent
+// or overlapping context share one.
+std::vector<bool> ShownLines(const std::vector<Edit> &edits) {
+    constexpr std::size_t kContext = 3;
+    std::vector<bool> shown(edits.size());
+    for (std::size_t i = 0; i < edits.size(); ++i) {
+        if (edits[i].type != dtl::SES_COMMON) {
+            const std::size_t end = std::min(i + kContext + 1, edits.size());
+            for (std::size_t near = i - std::min(i, kContext); near < end; ++near) {
+                shown[near] = true;
+            }
+        }
+    }
+    return shown;
 }
 
-// Changes with adjacent or overlapping context share a hunk.
-std::size_t HunkWriter::EndOfHunk(std::size_t change) const {
-    std::size_t next = change;
-    while (next != edits_.size() && next <= change + 2 * kContext) {
-        change = next + 1;
-        next = NextChange(change);
+std::string HunksOf(const std::vector<Edit> &edits) {
+    const std::vector<bool> shown = ShownLines(edits);
+    std::string text;
+    std::size_t passed_before = 0;
+    std::size_t passed_after = 0;
+    for (std::size_t i = 0; i < edits.size(); ++i) {
+        std::string lines;
+        std::size_t before = 0;
+        std::size_t after = 0;
+        for (; i < edits.size() && shown[i]; ++i) {
+            const dtl::edit_t type = edits[i].type;
+            before += type == dtl::SES_ADD ? 0 : 1;
+            after += type == dtl::SES_DELETE ? 0 : 1;
+            lines += type == dtl::SES_ADD ? '+' : type == dtl::SES_DELETE ? '-' : ' ';
+            lines += edits[i].line + '\n';
+        }
+        if (!lines.empty()) {
+            text += "@@ -" + RangeText(passed_before, before) + " +" +
+                    RangeText(passed_after, after) + " @@\n" + lines;
+        }
+        // A hunk ends before a line that is not shown.
+        passed_before += before + 1;
+        passed_after += after + 1;
     }
-    return std::min(change + kContext, edits_.size());
-}
-
-std::string HunkWriter::Write() {
-    std::size_t at = 0;
-    for (std::size_t change = NextChange(0); change != edits_.size(); change = NextChange(at)) {
-        const std::size_t first = change - std::min(change - at, kContext);
-        before_ += first - at;
-        after_ += first - at;
-        at = EndOfHunk(change);
-        WriteHunk(first, at);
-    }
-    return std::move(text_);
-}
-
-void HunkWriter::WriteHunk(std::size_t first, std::size_t end) {
-    std::string lines;
-    std::size_t before = 0;
-    std::size_t after = 0;
-    for (std::size_t i = first; i < end; ++i) {
-        const dtl::edit_t type = edits_[i].type;
-        before += type == dtl::SES_ADD ? 0 : 1;
-        after += type == dtl::SES_DELETE ? 0 : 1;
-        lines += type == dtl::SES_ADD ? '+' : type == dtl::SES_DELETE ? '-' : ' ';
-        lines += edits_[i].line + '\n';
-    }
-    text_ +=
-        "@@ -" + RangeText(before_, before) + " +" + RangeText(after_, after) + " @@\n" + lines;
-    before_ += before;
-    after_ += after;
+    return text;
 }
 
 std::string Hunks(const Lines &before, const Lines &after) {
@@ -138,7 +115,7 @@ std::string Hunks(const Lines &before, const Lines &after) {
         return "(" + Counted(before.size(), "line") + " before, " + Counted(after.size(), "line") +
                " after: too many to be shown)\n";
     }
-    return HunkWriter(EditsOf(before, after)).Write();
+    return HunksOf(EditsOf(before, after));
 }
 
 std::string Label(const FileText &text, char side, const std::string &path) {

@@ -7,12 +7,6 @@
 namespace tavo::tool {
 namespace {
 
-int SelectorOf(const FolderChoice &folder) {
-    const int selector = (folder.system ? TAVO_SERVICE_CONF_DIR_SYSTEM : 0) |
-                         (folder.package ? TAVO_SERVICE_CONF_DIR_PACKAGE : 0);
-    return selector != 0 ? selector : kEveryServiceFolder;
-}
-
 void AddServices(const ServiceFileRecord &file, Table &table, Report &report) {
     for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(file.conf->pSections)) {
         table.Row({service->szName, std::filesystem::path(file.path).filename(), file.folder->name,
@@ -25,7 +19,7 @@ void AddServices(const ServiceFileRecord &file, Table &table, Report &report) {
 }
 
 void List(const Arguments &arguments, Report &report) {
-    const ServiceFiles read = ReadServiceFolders(SelectorOf(FolderOf(arguments)));
+    const ServiceFiles read = ReadServiceFolders(FoldersOf(arguments));
     if (TellOmissions(read.report, report)) {
         report.Raise(Status::kFailed);
     }
