@@ -165,9 +165,7 @@ OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &re
     PortQuery query;
     QueryProblem problem;
     if (!ReadPortQuery(text, query, problem)) {
-        report.TellUsage(
-            Quoted(text) + ", column " + std::to_string(problem.column) + ": " + problem.message,
-            problem.fix);
+        TellBadQuery(text, problem, report);
         return nullptr;
     }
     TAVO_SERVICE_CONF_PORT *list = nullptr;

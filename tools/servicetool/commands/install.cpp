@@ -17,7 +17,6 @@
 #include "lint/file_remarks.h"
 #include "lint/lint.h"
 #include "output/text.h"
-#include "ports/check_file.h"
 #include "ports/port_sources.h"
 #include "ports/section_queries.h"
 

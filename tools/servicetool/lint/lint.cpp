@@ -12,9 +12,9 @@
 
 #include "config_lines.h"
 #include "input/input_file.h"
-#include "lint/declared_ports.h"
 #include "lint/findings.h"
 #include "lint/lint_keys.h"
+#include "lint/lint_ports.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"
 #include "tavoserviceconf.h"

@@ -2,14 +2,13 @@
 // and free cells are not drawn.
 // In addition to the colours, held ports have dots and ports in conflict have a border, for readers
 // who cannot distinguish the colours and for printing.
-#include "picture/port_svg.h"
+#include "picture/port_map.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
 
 #include "output/text.h"
-#include "picture/port_map.h"
 #include "ports/port_query.h"
 
 namespace tavo::tool {
@@ -86,6 +85,39 @@ std::string Dots(std::size_t x, std::size_t y, std::size_t width) {
            'h' + Number(width - kCell / 2) + "\"/>\n";
 }
 
+// The text as XML. Characters that XML does not allow are written as escapes, as on a terminal.
+std::string XmlText(std::string_view text) {
+    const std::string escaped = Escaped(text);
+    std::string xml;
+    for (std::string_view rest = escaped; !rest.empty();) {
+        const Character character = FirstCharacter(rest);
+        switch (character.code) {
+            case '&':
+                xml += "&amp;";
+                break;
+            case '<':
+                xml += "&lt;";
+                break;
+            case '>':
+                xml += "&gt;";
+                break;
+            case '"':
+                xml += "&quot;";
+                break;
+            case 0xFFFE:  // XML does not allow this one and the next
+                xml += "\\uFFFE";
+                break;
+            case 0xFFFF:
+                xml += "\\uFFFF";
+                break;
+            default:
+                xml += rest.substr(0, character.size);
+        }
+        rest.remove_prefix(character.size);
+    }
+    return xml;
+}
+
 std::string Words(std::size_t x, std::size_t y, std::string_view words,
                   std::string_view anchor = "start") {
     return "<text" + Attribute("x", x) + Attribute("y", y) + " text-anchor=\"" +
@@ -93,7 +125,8 @@ std::string Words(std::size_t x, std::size_t y, std::string_view words,
 }
 
 std::string_view LookOf(const CellMarks &marks) {
-    return marks.collides ? "conflict" : marks.source.empty() ? "several" : marks.source;
+    const bool several = (marks.sources & (marks.sources - 1)) != 0;
+    return marks.collides ? "conflict" : several ? "several" : SourceName(marks.sources);
 }
 
 // The claims for a protocol in the given order, which is by first port.
@@ -130,6 +163,22 @@ std::vector<Run> RunsOf(const PortMap &map, std::size_t row, ClaimsInReach &in_r
     return runs;
 }
 
+// "service web (system/web.sc)", "socket /usr/bin/nginx, pid 812, user www-data, LISTEN".
+std::string ClaimText(const PortClaim &claim) {
+    std::string text = std::string(SourceName(claim.source)) + ' ';
+    if (!claim.IsHeld()) {
+        return text + DeclarerText(claim.source, *claim.declarer);
+    }
+    if (const HoldingProcess *process = claim.process) {
+        text += process->program.empty() ? process->name : process->program;
+        text += ", pid " + Number(process->pid);
+        text += process->user.empty() ? "" : ", user " + process->user;
+    } else {
+        text += "of an unknown process";
+    }
+    return text + ", " + StateName(claim);
+}
+
 std::string Tooltip(const ClaimList &claims, const PortClaims &all) {
     std::string text;
     const std::size_t shown = std::min(claims.size(), kMostLines);
@@ -151,14 +200,14 @@ std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInRe
         svg += Words(kLeft - kCell, y + kCell, Number(kShape.CellAt(row, 0).first), "end");
     }
     for (const Run &run : RunsOf(map, row, in_reach)) {
-        if (run.marks.Free()) {
+        if (run.marks.sources == 0) {
             continue;
         }
         const std::size_t x = kLeft + run.column * kCell;
         const std::size_t width = run.cells * kCell;
         svg += Rectangle(LookOf(run.marks), x, y, width, kCell) + "><title>" +
                Tooltip(run.claims, all) + "</title></rect>\n";
-        svg += run.marks.held ? Dots(x, y, width) : "";
+        svg += run.marks.IsHeld() ? Dots(x, y, width) : "";
     }
     return svg;
 }
@@ -205,54 +254,6 @@ std::string Opening(std::size_t height) {
 }
 
 }  // namespace
-
-std::string ClaimText(const PortClaim &claim) {
-    if (claim.socket == nullptr) {
-        return std::string(claim.source) + ' ' + DeclarerText(*claim.declarer);
-    }
-    const HoldingProcess *process = claim.socket->process;
-    std::string text = std::string(claim.source) + ' ';
-    text += !process                   ? "of an unknown process"
-            : process->program.empty() ? process->name
-                                       : process->program;
-    if (process) {
-        text += ", pid " + Number(process->pid);
-        text += process->user.empty() ? "" : ", user " + process->user;
-    }
-    return text + ", " + StateName(*claim.socket);
-}
-
-std::string XmlText(std::string_view text) {
-    const std::string escaped = Escaped(text);
-    std::string xml;
-    for (std::string_view rest = escaped; !rest.empty();) {
-        const Character character = FirstCharacter(rest);
-        switch (character.code) {
-            case '&':
-                xml += "&amp;";
-                break;
-            case '<':
-                xml += "&lt;";
-                break;
-            case '>':
-                xml += "&gt;";
-                break;
-            case '"':
-                xml += "&quot;";
-                break;
-            case 0xFFFE:  // XML does not allow this one and the next
-                xml += "\\uFFFE";
-                break;
-            case 0xFFFF:
-                xml += "\\uFFFF";
-                break;
-            default:
-                xml += rest.substr(0, character.size);
-        }
-        rest.remove_prefix(character.size);
-    }
-    return xml;
-}
 
 std::string PortSvg(const std::vector<PortClaim> &claims, const PortClaims &all, bool legend) {
     constexpr std::size_t kLegendHeight = 3 * kLine;

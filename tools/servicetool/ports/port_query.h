@@ -1,5 +1,5 @@
 // Ports in the notation of users and service files: ranges, sets of ranges, protocols, and queries
-// of the form PORTS[/PROTOCOLS].
+// of the form PORTS[/PROTOCOLS]. Also the choice of free ports.
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_QUERY_H
 #define TAVO_SERVICETOOL_PORTS_PORT_QUERY_H
 
@@ -43,6 +43,23 @@ std::string PortsText(const PortRange &range);
 
 // The same for several ranges, separated by commas.
 std::string PortsText(const PortRanges &ranges);
+
+// ---- Free ports to suggest ----
+
+// Up to `count` ports of a set, those nearest to `near` first. Of two ports at the same distance,
+// the lower one comes first.
+PortRanges NearestPorts(const PortRanges &set, std::size_t count, std::uint32_t near);
+
+// The block of `size` consecutive ports of a set whose first port is nearest to `near`; empty if
+// there is none.
+PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t near);
+
+// The range of ports for outgoing connections, over IPv4 and IPv6.
+inline constexpr char kEphemeralPorts[] = "/proc/sys/net/ipv4/ip_local_port_range";
+
+// Reads the range from a file in the format of kEphemeralPorts. Returns "", or the reason for the
+// failure.
+std::string ReadEphemeralPorts(const std::string &path, PortRange &range);
 
 // ---- Protocols ----
 
