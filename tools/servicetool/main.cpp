@@ -7,7 +7,7 @@
 
 #include "change/change_report.h"
 #include "commands/commands.h"
-#include "input/library_log.h"
+#include "input/library.h"
 #include "output/report.h"
 #include "output/text.h"
 

@@ -10,8 +10,7 @@
 #include "change/program_output.h"
 #include "commands/command.h"
 #include "input/input_file.h"
-#include "input/library_failure.h"
-#include "input/library_log.h"
+#include "input/library.h"
 #include "output/text.h"
 
 namespace tavo::tool {

@@ -6,9 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -172,6 +174,33 @@ bool TellNotInstalled(const std::string &name, int folders, Report &report) {
                      std::move(fix));
     report.Raise(Status::kNo);
     return false;
+}
+
+std::string LinkRemark(const std::string &path, OfLink what) {
+    std::error_code error;
+    if (!std::filesystem::is_symlink(path, error)) {
+        return "";
+    }
+    const std::string target = Escaped(std::filesystem::canonical(path, error).string());
+    return what == OfLink::kTarget ? " (" + target + ", where the link leads)"
+                                   : " (the link, not " + target + ')';
+}
+
+// Only a warning, because the library reads all files of a service folder, whatever their names.
+void WarnOfNewName(const std::string &name, const std::string &fix, Report &report) {
+    constexpr char kEnding[] = ".sc";
+    const std::string visible = name.substr(std::min(name.find_first_not_of('.'), name.size()));
+    const bool ends = visible.ends_with(kEnding);
+    if (visible == name && ends) {
+        return;
+    }
+    report.Tell(
+        {.file = name,
+         .severity = Severity::kWarning,
+         .rule = "file-name",
+         .message = visible == name ? "the name of a service file ends in .sc"
+                                    : "the name hides the file from a plain listing",
+         .fix = fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding)});
 }
 
 FileText TextOf(const std::string &path, const std::string &what) {

@@ -12,7 +12,7 @@
 #include "commands/command.h"
 #include "config_lines.h"
 #include "input/input_file.h"
-#include "input/library_failure.h"
+#include "input/library.h"
 #include "lint/lint.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"

@@ -9,9 +9,10 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "input/library_owners.h"
+#include "input/library.h"
 #include "lifecycle/section_write.h"
 #include "ports/port_query.h"
+#include "support/owners.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {

@@ -14,7 +14,6 @@
 #include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
-#include "lint/file_remarks.h"
 #include "lint/lint.h"
 #include "output/text.h"
 #include "ports/port_sources.h"

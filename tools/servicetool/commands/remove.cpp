@@ -12,9 +12,8 @@
 #include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
-#include "input/library_owners.h"
+#include "input/library.h"
 #include "input/service_file.h"
-#include "lint/file_remarks.h"
 #include "output/text.h"
 
 namespace tavo::tool {

@@ -1,7 +1,6 @@
 // servicetool remove-section. The change declares no ports, so it needs no port check.
 #include "change/section_target.h"
 #include "commands/commands.h"
-#include "lint/file_remarks.h"
 
 namespace tavo::tool {
 namespace {

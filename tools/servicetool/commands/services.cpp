@@ -11,6 +11,7 @@
 #include "catalogue/firewall_service.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
+#include "input/library.h"
 #include "input/service_file.h"
 #include "output/table.h"
 #include "output/text.h"

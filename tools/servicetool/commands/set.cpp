@@ -4,8 +4,7 @@
 
 #include "change/section_target.h"
 #include "commands/commands.h"
-#include "input/library_failure.h"
-#include "lint/file_remarks.h"
+#include "input/library.h"
 #include "output/text.h"
 #include "ports/section_queries.h"
 

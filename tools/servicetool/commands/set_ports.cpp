@@ -1,7 +1,6 @@
 // servicetool set-ports.
 #include "change/section_target.h"
 #include "commands/commands.h"
-#include "lint/file_remarks.h"
 #include "model/service_file_keys.h"
 #include "ports/section_queries.h"
 

@@ -8,7 +8,7 @@
 
 #include "base/system_files.h"
 #include "input/input_file.h"
-#include "input/library_failure.h"
+#include "input/library.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"
 #include "ports/port_query.h"

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <vector>
 
-#include "input/library_owners.h"
 #include "lint/lint.h"
 #include "model/service_files.h"
 #include "output/report.h"
+#include "support/owners.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {

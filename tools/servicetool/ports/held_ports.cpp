@@ -13,9 +13,9 @@
 #include "base/system_files.h"
 #include "check/held_sockets.h"
 #include "input/input_file.h"
-#include "input/library_failure.h"
-#include "input/library_owners.h"
+#include "input/library.h"
 #include "output/text.h"
+#include "support/owners.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {

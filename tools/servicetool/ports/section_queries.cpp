@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "input/library_failure.h"
-#include "input/library_owners.h"
+#include "input/library.h"
 #include "input/service_file.h"
 
 namespace tavo::tool {

@@ -13,7 +13,7 @@
 
 #include "config_lines.h"
 #include "input/input_file.h"
-#include "input/library_failure.h"
+#include "input/library.h"
 #include "lifecycle/side_copy.h"
 #include "model/port_text.h"
 #include "output/text.h"
