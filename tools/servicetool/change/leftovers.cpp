@@ -49,6 +49,7 @@ constexpr Kind kKinds[] = {
     {"store", "copy of "},
     {"writer-folder", "folder of a writer"},
 };
+static_assert(std::size(kKinds) == static_cast<std::size_t>(LeftoverKind::kWriterFolder) + 1);
 
 const Kind &KindOf(LeftoverKind kind) {
     return kKinds[static_cast<std::size_t>(kind)];
@@ -330,6 +331,9 @@ void KeepStore(Leftover &copy) {
 
 // Whether a file with the name of a temporary file is a leftover. Adds what is known about it.
 bool IsLeftover(Leftover &found) {
+    if (found.pid && IsRunning(*found.pid)) {
+        return false;
+    }
     switch (found.kind) {
         case LeftoverKind::kPrivateFolder:
             return IsPrivateFolder(found.path) && LockUnusedFolder(found.path, LOCK_SH).IsOpen();
@@ -338,9 +342,6 @@ bool IsLeftover(Leftover &found) {
             found.user = PossibleUser(found.path);
             return true;
         case LeftoverKind::kRemovedFile:
-            if (IsRunning(*found.pid)) {
-                return false;
-            }
             if (IsGone(found.original)) {
                 found.keep = "is all that is left of " + found.original +
                              ", whose removal the plugins may not know of";
@@ -348,9 +349,6 @@ bool IsLeftover(Leftover &found) {
             }
             return true;
         case LeftoverKind::kStore:
-            if (IsRunning(*found.pid)) {
-                return false;
-            }
             KeepStore(found);
             return true;
         case LeftoverKind::kWriterFolder:
