@@ -73,13 +73,10 @@ std::string CodeReason(const StepFailure &failure) {
     return place + (reason.empty() ? "the reason is unknown" : reason);
 }
 
-// Why a step failed; empty if it did not. Quotes the last line in `output` that the program of the
+// Why a step failed. Quotes the last line in `output` that the program of the
 // step printed.
 std::string ReasonText(const StepFailure &failure, const std::string &path,
                        const std::vector<std::string> &output) {
-    if (!failure.HasFailed()) {
-        return {};
-    }
     if (failure.error == ENOMEM || (failure.error == 0 && failure.code == TLIBC_ERR_NO_MEMORY)) {
         return ErrorText(ENOMEM);
     }
@@ -289,10 +286,7 @@ void ChangeReport::TellFile() {
         TellFailed("it was changed by somebody else meanwhile", "check it, and repeat the change");
         return;
     }
-    std::string reason = problem_.empty() ? ReasonOf(outcome_.failure) : problem_;
-    if (reason.empty()) {
-        reason = "the reason is unknown";
-    }
+    const std::string reason = problem_.empty() ? ReasonOf(outcome_.failure) : problem_;
     if (change_.notify_only) {
         TellFailed(reason, "");
     } else if (outcome_.undo == Undo::kFailed) {
@@ -323,11 +317,10 @@ void ChangeReport::TellNotifications() {
             continue;
         }
         not_notified_.emplace_back(text.name);
-        const std::string reason = ReasonOf(FailureOf(listener, notifications));
         const bool removed = listener == Listener::kPlugins && !change_.after;
         Warn("", "not-told",
              "could not notify the " + std::string(text.words) + ": " +
-                 (reason.empty() ? "the reason is unknown" : reason),
+                 ReasonOf(FailureOf(listener, notifications)),
              removed ? "install the file again and remove it once more" : std::string(text.fix));
     }
     if (!notified.empty()) {

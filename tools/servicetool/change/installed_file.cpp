@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -38,27 +37,6 @@ bool IsOwnFile(int descriptor) {
     struct stat status {};
     return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
            status.st_uid == geteuid() && fchmod(descriptor, S_IRUSR | S_IWUSR) == 0;
-}
-
-// Returns nullopt if the lock is taken; else why not, "" if another change is in progress.
-std::optional<std::string> TryToLock(Descriptor &lock) {
-    for (Pauses pauses(kPatience);;) {
-        StepFailure failure;
-        switch (TryLockFile(kFile, lock, failure)) {
-            case LockAttempt::kFailed:
-                return std::string(failure.path) + ": " +
-                       (failure.error == 0 ? "belongs to somebody else" : ErrorText(failure.error));
-            case LockAttempt::kLocked:
-                return IsOwnFile(lock.Get())
-                           ? std::nullopt
-                           : std::optional(std::string(kFile) + ": is no file of our own");
-            case LockAttempt::kBusy:
-                break;
-        }
-        if (!pauses.Next()) {
-            return "";
-        }
-    }
 }
 
 // ---- The file
@@ -106,18 +84,28 @@ std::string MeantName(const ServiceFolder &folder, const std::string &name) {
 
 bool LockChanges(Descriptor &lock, const std::string &name, const std::string &consequence,
                  Report &report) {
-    const std::optional<std::string> problem = TryToLock(lock);
-    if (!problem) {
+    Pauses pauses(kPatience);
+    StepFailure failure;
+    LockAttempt attempt = LockAttempt::kBusy;
+    do {
+        attempt = TryLockFile(kFile, lock, failure);
+    } while (attempt == LockAttempt::kBusy && pauses.Next());
+    if (attempt == LockAttempt::kLocked && IsOwnFile(lock.Get())) {
         return true;
     }
-    if (problem->empty()) {
+    report.Raise(Status::kFailed);
+    if (attempt == LockAttempt::kBusy) {
         report.TellError(name, "busy", "another change is in progress" + consequence,
                          "wait for its end, and try again");
-    } else {
-        report.TellError(name, "failed", "the lock for changes: " + *problem + consequence,
-                         geteuid() == 0 ? "" : "run it as root");
+        return false;
     }
-    report.Raise(Status::kFailed);
+    std::string problem = std::string(kFile) + ": is no file of our own";
+    if (attempt == LockAttempt::kFailed) {
+        problem = std::string(failure.path) + ": " +
+                  (failure.error == 0 ? "belongs to somebody else" : ErrorText(failure.error));
+    }
+    report.TellError(name, "failed", "the lock for changes: " + problem + consequence,
+                     geteuid() == 0 ? "" : "run it as root");
     return false;
 }
 

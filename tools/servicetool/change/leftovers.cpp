@@ -23,6 +23,7 @@
 #include "change/private_folder.h"
 #include "input/input_file.h"
 #include "input/service_file.h"
+#include "lifecycle/path_change.h"
 #include "lifecycle/side_copy.h"
 #include "lifecycle/temporary_copy.h"
 #include "lifecycle/temporary_names.h"
@@ -49,6 +50,7 @@ constexpr Kind kKinds[] = {
     {"store", "copy of "},
     {"writer-folder", "folder of a writer"},
 };
+static_assert(std::size(kKinds) == static_cast<std::size_t>(LeftoverKind::kWriterFolder) + 1);
 
 const Kind &KindOf(LeftoverKind kind) {
     return kKinds[static_cast<std::size_t>(kind)];
@@ -250,26 +252,29 @@ bool IsCut(const struct stat &original, const struct stat &copy) {
            (original.st_dev != copy.st_dev && original.st_size < copy.st_size);
 }
 
-// Describes something that the copy of a folder contains and the folder does not, as the second
-// part of a sentence that starts with the path of the copy. Returns "" if there is nothing.
-std::string LossInFolder(const Leftover &copy, const std::string &below) {
-    for (const std::string &name : NamesOrThrow(copy.path + below)) {
-        const std::string inner = below + '/' + name;
-        if (below.empty() && !IsPartOfStore(name, copy.original)) {
+// Describes something at `inner`, a path in both, that the copy contains and the original does not,
+// as the second part of a sentence that starts with the path of the copy. "" if there is nothing.
+std::string LossAt(const Leftover &copy, const std::string &inner) {
+    const bool whole = inner.empty();
+    const auto kept = StatusOf(copy.path + inner, lstat);
+    const auto present = StatusOf(copy.original + inner, whole ? stat : lstat);
+    if (!kept) {
+        return "";
+    }
+    const bool folder = S_ISDIR(kept->st_mode);
+    if (!whole && (!present || (folder && !S_ISDIR(present->st_mode)))) {
+        return "holds " + inner.substr(1) + ", which " + copy.original + " lacks";
+    }
+    if (!folder) {
+        const bool more = present ? IsCut(*present, *kept) : kept->st_size > 0;
+        const std::string part = whole ? "" : "of " + inner.substr(1) + ' ';
+        return more ? "holds more " + part + "than " + copy.original : "";
+    }
+    for (const std::string &name : NamesOrThrow(copy.path + inner)) {
+        if (whole && !IsPartOfStore(name, copy.original)) {
             continue;
         }
-        const auto kept = StatusOf(copy.path + inner, lstat);
-        const auto present = StatusOf(copy.original + inner, lstat);
-        if (!kept) {
-            continue;
-        }
-        if (!present || (S_ISDIR(kept->st_mode) && !S_ISDIR(present->st_mode))) {
-            return "holds " + inner.substr(1) + ", which " + copy.original + " lacks";
-        }
-        if (IsCut(*present, *kept)) {
-            return "holds more of " + inner.substr(1) + " than " + copy.original;
-        }
-        std::string loss = S_ISDIR(kept->st_mode) ? LossInFolder(copy, inner) : "";
+        std::string loss = LossAt(copy, inner + '/' + name);
         if (!loss.empty()) {
             return loss;
         }
@@ -302,18 +307,10 @@ bool HasWriter(const std::string &folder) {
 // the store and moves the copy back. If it is killed in between, only the copy exists. A store may
 // be a symbolic link, which is followed.
 void KeepStore(Leftover &copy) {
-    const auto kept = StatusOf(copy.path, lstat);
-    if (!kept) {
-        return;
-    }
-    const bool folder = S_ISDIR(kept->st_mode);
     const auto present = StatusOf(copy.original, stat);
+    const bool folder = IsFolder(copy.path.c_str());
     const bool lost = !present || (folder ? IsEmptyStore(copy.original) : present->st_size == 0);
-    if (folder) {
-        copy.keep = LossInFolder(copy, "");
-    } else if (kept->st_size > 0 && (!present || IsCut(*present, *kept))) {
-        copy.keep = "holds more than " + copy.original;
-    }
+    copy.keep = LossAt(copy, "");
     if (copy.keep.empty()) {
         return;
     }
@@ -330,6 +327,9 @@ void KeepStore(Leftover &copy) {
 
 // Whether a file with the name of a temporary file is a leftover. Adds what is known about it.
 bool IsLeftover(Leftover &found) {
+    if (found.pid && IsRunning(*found.pid)) {
+        return false;
+    }
     switch (found.kind) {
         case LeftoverKind::kPrivateFolder:
             return IsPrivateFolder(found.path) && LockUnusedFolder(found.path, LOCK_SH).IsOpen();
@@ -338,9 +338,6 @@ bool IsLeftover(Leftover &found) {
             found.user = PossibleUser(found.path);
             return true;
         case LeftoverKind::kRemovedFile:
-            if (IsRunning(*found.pid)) {
-                return false;
-            }
             if (IsGone(found.original)) {
                 found.keep = "is all that is left of " + found.original +
                              ", whose removal the plugins may not know of";
@@ -348,9 +345,6 @@ bool IsLeftover(Leftover &found) {
             }
             return true;
         case LeftoverKind::kStore:
-            if (IsRunning(*found.pid)) {
-                return false;
-            }
             KeepStore(found);
             return true;
         case LeftoverKind::kWriterFolder:

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <dtl/dtl.hpp>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -33,30 +32,23 @@ Lines LinesOf(std::string_view text) {
     return lines;
 }
 
-// A line with its change.
-struct Edit {
-    dtl::edit_t type;
-    std::string line;
-};
+// Lines with their changes.
+using Edits = std::vector<std::pair<std::string, dtl::elemInfo>>;
 
 // The lines of both texts in order; for replaced lines, the removed ones come first.
-std::vector<Edit> EditsOf(const Lines &before, const Lines &after) {
+Edits EditsOf(const Lines &before, const Lines &after) {
     LineDiff diff(before, after);
     diff.onHuge();  // a bound for the memory that very different files take
     diff.compose();
-    std::vector<Edit> edits;
-    std::vector<Edit> added;
-    const auto flush = [&] {
-        std::move(added.begin(), added.end(), std::back_inserter(edits));
-        added.clear();
-    };
-    for (const auto &[line, info] : diff.getSes().getSequence()) {
-        if (info.type == dtl::SES_COMMON) {
-            flush();
-        }
-        (info.type == dtl::SES_ADD ? added : edits).push_back({info.type, line});
+    Edits edits = diff.getSes().getSequence();
+    for (auto start = edits.begin(); start != edits.end();) {
+        const auto end = std::find_if(start, edits.end(), [](const auto &edit) {
+            return edit.second.type == dtl::SES_COMMON;
+        });
+        std::stable_partition(start, end,
+                              [](const auto &edit) { return edit.second.type == dtl::SES_DELETE; });
+        start = end == edits.end() ? end : end + 1;
     }
-    flush();
     return edits;
 }
 
@@ -69,11 +61,11 @@ std::string RangeText(std::size_t passed, std::size_t count) {
 
 // Which lines are changed or next to a change. Each run of them is a hunk, so changes with adjacent
 // or overlapping context share one.
-std::vector<bool> ShownLines(const std::vector<Edit> &edits) {
+std::vector<bool> ShownLines(const Edits &edits) {
     constexpr std::size_t kContext = 3;
     std::vector<bool> shown(edits.size());
     for (std::size_t i = 0; i < edits.size(); ++i) {
-        if (edits[i].type != dtl::SES_COMMON) {
+        if (edits[i].second.type != dtl::SES_COMMON) {
             const std::size_t end = std::min(i + kContext + 1, edits.size());
             for (std::size_t near = i - std::min(i, kContext); near < end; ++near) {
                 shown[near] = true;
@@ -83,7 +75,7 @@ std::vector<bool> ShownLines(const std::vector<Edit> &edits) {
     return shown;
 }
 
-std::string HunksOf(const std::vector<Edit> &edits) {
+std::string HunksOf(const Edits &edits) {
     const std::vector<bool> shown = ShownLines(edits);
     std::string text;
     std::size_t passed_before = 0;
@@ -93,11 +85,12 @@ std::string HunksOf(const std::vector<Edit> &edits) {
         std::size_t before = 0;
         std::size_t after = 0;
         for (; i < edits.size() && shown[i]; ++i) {
-            const dtl::edit_t type = edits[i].type;
+            const auto &[line, info] = edits[i];
+            const dtl::edit_t type = info.type;
             before += type == dtl::SES_ADD ? 0 : 1;
             after += type == dtl::SES_DELETE ? 0 : 1;
             lines += type == dtl::SES_ADD ? '+' : type == dtl::SES_DELETE ? '-' : ' ';
-            lines += edits[i].line + '\n';
+            lines += line + '\n';
         }
         if (!lines.empty()) {
             text += "@@ -" + RangeText(passed_before, before) + " +" +
