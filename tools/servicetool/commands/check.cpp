@@ -8,9 +8,9 @@
 #include <optional>
 #include <utility>
 
-#include "change/linted_file.h"
 #include "commands/commands.h"
 #include "config_lines.h"
+#include "lint/lint.h"
 #include "output/text.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
@@ -113,7 +113,7 @@ bool AddRequests(const std::string &path, const SkippedNames &skipped, CheckedFi
                           {"conflicts", Json::EmptyArray()}});
         return false;
     }
-    auto queries = QueriesOf(file.text, file.lint);
+    auto queries = QueriesOf(file.text);
     if (!queries) {
         report.TellError(file.name, "failed", "the library does not read it");
         report.Raise(Status::kFailed);

@@ -11,11 +11,11 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "change/linted_file.h"
 #include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "lint/file_remarks.h"
+#include "lint/lint.h"
 #include "output/text.h"
 #include "ports/port_sources.h"
 #include "ports/section_queries.h"
@@ -74,7 +74,7 @@ void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeRepo
             leaving.push_back(old.section);
         }
     }
-    const std::optional<Queries> queries = QueriesOf(source.text, source.lint);
+    const std::optional<Queries> queries = QueriesOf(source.text);
     if (!queries) {
         throw std::runtime_error("the library does not read " + source.name);
     }

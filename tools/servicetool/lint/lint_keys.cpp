@@ -23,7 +23,7 @@ std::string EndOfCut(std::string_view text, std::size_t limit) {
     constexpr std::size_t kShown = 12;
     const std::string_view kept = text.substr(0, limit);
     std::size_t begin = kept.size() - std::min(kShown, kept.size());
-    while (begin < kept.size() && (static_cast<unsigned char>(kept[begin]) & 0xC0) == 0x80) {
+    while (begin < kept.size() && IsContinuation(kept[begin])) {
         ++begin;
     }
     return "\"..." + std::string(kept.substr(begin)) + '"';

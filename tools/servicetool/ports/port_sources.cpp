@@ -6,6 +6,7 @@
 #include <tuple>
 #include <utility>
 
+#include "input/service_file.h"
 #include "output/text.h"
 #include "ports/source_failure.h"
 #include "support/service_directory.h"
@@ -219,8 +220,10 @@ std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, Por
 // in every rule is one problem.
 void PortSources::AddFailures(int source, const PortConflicts &found, std::vector<int> &failed) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
+    // A service that is left out of a file declares nothing, so it only is a warning.
     const bool files_known =
-        source != TAVO_PORT_CHECK_FW_SERVICE || TellUnreadServiceFiles(*found.Services(), report_);
+        source != TAVO_PORT_CHECK_FW_SERVICE ||
+        !TellOmissions(found.Services()->report, report_, {}, Severity::kWarning);
     for (int &sources : failed) {
         sources |= files_known ? 0 : source;
     }

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "config_lines.h"
-#include "lint/lint.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
@@ -38,7 +37,6 @@ std::optional<ConfigLine> PortlessGlobalLine(std::string_view text);
 // The destination ports of each section that the library reads in a file with that text: [global]
 // first, the others in file order. Returns nullopt if the library rejects the file. Throws
 // std::runtime_error or std::bad_alloc if a system error prevents reading a service.
-std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text, const LintResult &lint);
 std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text);
 
 }  // namespace tavo::tool
