@@ -118,14 +118,9 @@ bool PortList::CheckNumber(std::string_view number, std::string_view item) {
     }
     if (IsNumber(number)) {
         Add(Rule("port-range"), number, "port " + Shortened(number) + " is above 65535");
-    } else if (number.empty()) {
-        Add(Rule("port-syntax"), number,
-            "a range is written START:END, and one of them is missing");
-    } else if (number.find(':') != std::string_view::npos) {
-        Add(Rule("port-syntax"), number.substr(number.find(':')),
-            "a range has one colon only: START:END");
     } else {
-        Add(Rule("port-syntax"), number, Quoted(number) + " is no port number", PortFix(item));
+        PieceProblem problem = WhyNoNumber(number, item);
+        Add(Rule("port-syntax"), problem.spot, std::move(problem.message), std::move(problem.fix));
     }
     return false;
 }

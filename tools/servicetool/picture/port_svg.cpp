@@ -64,12 +64,8 @@ rect:hover { stroke: var(--ink); }
 </style>
 )";
 
-std::string Number(std::size_t number) {
-    return std::to_string(number);
-}
-
 std::string Attribute(std::string_view name, std::size_t number) {
-    return ' ' + std::string(name) + "=\"" + Number(number) + '"';
+    return ' ' + std::string(name) + "=\"" + std::to_string(number) + '"';
 }
 
 std::string Rectangle(std::string_view look, std::size_t x, std::size_t y, std::size_t width,
@@ -81,8 +77,8 @@ std::string Rectangle(std::string_view look, std::size_t x, std::size_t y, std::
 // A dot in each cell of a row, drawn as a line of dashes without length: one at its start and one
 // after each `kCell` units.
 std::string Dots(std::size_t x, std::size_t y, std::size_t width) {
-    return "<path class=\"dots\" d=\"M" + Number(x + kCell / 2) + ' ' + Number(y + kCell / 2) +
-           'h' + Number(width - kCell / 2) + "\"/>\n";
+    return "<path class=\"dots\" d=\"M" + std::to_string(x + kCell / 2) + ' ' +
+           std::to_string(y + kCell / 2) + 'h' + std::to_string(width - kCell / 2) + "\"/>\n";
 }
 
 // The text as XML. Characters that XML does not allow are written as escapes, as on a terminal.
@@ -171,7 +167,7 @@ std::string ClaimText(const PortClaim &claim) {
     }
     if (const HoldingProcess *process = claim.process) {
         text += process->program.empty() ? process->name : process->program;
-        text += ", pid " + Number(process->pid);
+        text += ", pid " + std::to_string(process->pid);
         text += process->user.empty() ? "" : ", user " + process->user;
     } else {
         text += "of an unknown process";
@@ -189,7 +185,7 @@ std::string Tooltip(const ClaimList &claims, const PortClaims &all) {
                 (Collides(claim, all) ? " (in conflict)" : "");
     }
     const std::size_t more = claims.size() - shown;
-    return more == 0 ? text : text + "\nand " + Number(more) + " more";
+    return more == 0 ? text : text + "\nand " + std::to_string(more) + " more";
 }
 
 std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInReach &in_reach,
@@ -197,7 +193,7 @@ std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInRe
     constexpr std::size_t kLeft = kMargin + kLabels;
     std::string svg;
     if (row % kLabelEvery == 0) {
-        svg += Words(kLeft - kCell, y + kCell, Number(kShape.CellAt(row, 0).first), "end");
+        svg += Words(kLeft - kCell, y + kCell, std::to_string(kShape.CellAt(row, 0).first), "end");
     }
     for (const Run &run : RunsOf(map, row, in_reach)) {
         if (run.marks.sources == 0) {
@@ -237,14 +233,14 @@ std::string LegendOf(std::size_t y) {
         x += kItem;
     }
     return svg + Words(kMargin, y + 2 * kLine,
-                       "A cell is " + Number(kShape.ports) + " ports, a row " +
-                           Number(kShape.ports * kShape.cells) +
+                       "A cell is " + std::to_string(kShape.ports) + " ports, a row " +
+                           std::to_string(kShape.ports * kShape.cells) +
                            ". Point at a cell to see who claims its ports.");
 }
 
 std::string Opening(std::size_t height) {
-    return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + Number(kWidth) + ' ' +
-           Number(height) +
+    return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + std::to_string(kWidth) +
+           ' ' + std::to_string(height) +
            "\" role=\"graphics-document document\" aria-labelledby=\"title desc\">\n"
            "<title id=\"title\">Ports</title>\n"
            "<desc id=\"desc\">The TCP and the UDP ports from 0 to 65535, coloured by who declares "

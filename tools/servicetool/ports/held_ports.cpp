@@ -36,23 +36,17 @@ std::string_view WithoutSuffix(std::string_view text, std::string_view suffix) {
     return text.substr(0, text.size() - (text.ends_with(suffix) ? suffix.size() : 0));
 }
 
-// A process can set any name, even one with newlines. Only the last newline is added by the kernel.
-std::string OwnNameOf(const std::string &folder) {
-    return std::string(WithoutSuffix(ReadRegularFile(folder + "comm").text, "\n"));
-}
-
-std::string UserName(uid_t user) {
+std::string UserOf(const std::string &folder) {
     constexpr std::size_t kRecord = 16384;  // buffer for the texts of one user
+    struct stat status {};
+    if (stat(folder.c_str(), &status) != 0) {
+        return {};
+    }
     const auto texts = std::make_unique<char[]>(kRecord);
     passwd record{};
     passwd *found = nullptr;
-    const int error = getpwuid_r(user, &record, texts.get(), kRecord, &found);
-    return error != 0 || found == nullptr ? std::to_string(user) : found->pw_name;
-}
-
-std::string UserOf(const std::string &folder) {
-    struct stat status {};
-    return stat(folder.c_str(), &status) == 0 ? UserName(status.st_uid) : "";
+    const int error = getpwuid_r(status.st_uid, &record, texts.get(), kRecord, &found);
+    return error != 0 || found == nullptr ? std::to_string(status.st_uid) : found->pw_name;
 }
 
 // "web" for "0::/system.slice/web.service/workers": the innermost unit.
@@ -85,7 +79,9 @@ HoldingProcess ProcessOf(const HoldingProcessRecord &record) {
     process.program = record.program == nullptr ? "" : record.program;
     process.name = WithoutSuffix(LastPart(process.program), kDeleted);
     if (process.name.empty()) {
-        process.name = OwnNameOf(folder);
+        // A process can set any name, even one with newlines. The kernel adds only the last
+        // newline.
+        process.name = WithoutSuffix(ReadRegularFile(folder + "comm").text, "\n");
     }
     process.user = UserOf(folder);
     process.unit = UnitOf(folder);
@@ -212,8 +208,12 @@ std::optional<bool> ProgramsOfServices::Owns(const PortDeclarer &service,
     const std::string name(OrEmpty(service.name));
     const std::string_view package = PackageOf(service);
     const std::vector<std::string> names = NamesOf(process);
+    const auto has_section = [&](const std::string &program) {
+        return SectionsFor(program).contains(name);
+    };
     if ((!package.empty() && Holds(names, package)) ||
-        (!name.empty() && (Holds(names, name) || HasSection(names, name))) ||
+        (!name.empty() &&
+         (Holds(names, name) || std::any_of(names.begin(), names.end(), has_section))) ||
         LiesInPackageOf(service, package, process.program)) {
         return true;
     }
@@ -234,13 +234,6 @@ ProgramsOfServices::Owner ProgramsOfServices::OwnerAmong(const ClaimList &declar
         owner.known = owner.known && owns;
     }
     return owner;
-}
-
-bool ProgramsOfServices::HasSection(const std::vector<std::string> &names,
-                                    const std::string &section) {
-    return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
-        return SectionsFor(name).contains(section);
-    });
 }
 
 const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::string &name) {

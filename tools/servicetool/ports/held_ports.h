@@ -44,7 +44,6 @@ class ProgramsOfServices {
     using Sections = std::set<std::string>;
 
     const Sections &SectionsFor(const std::string &name);
-    bool HasSection(const std::vector<std::string> &names, const std::string &section);
 
     std::map<std::string, Sections> sections_;  // by the name of the unit or program
 };

@@ -67,7 +67,7 @@ std::string ReadEphemeralPorts(const std::string &path, PortRange &range);
 inline constexpr std::uint32_t kProtocols[] = {TAVO_PROTO_TCP, TAVO_PROTO_UDP};
 
 // "tcp", "udp" or both, in the order of the library's protocol map.
-std::vector<std::string> ProtocolNames(std::uint32_t flags);
+std::vector<std::string_view> ProtocolNames(std::uint32_t flags);
 
 // The same separated by commas: "tcp,udp".
 std::string ProtocolsText(std::uint32_t flags);
@@ -96,8 +96,15 @@ bool IsNumber(std::string_view text);
 // The digits of a number without its leading zeros.
 std::string_view Significant(std::string_view digits);
 
-// A suggested correction for an invalid item of a port list; empty if there is none.
-std::string PortFix(std::string_view item);
+// Why a piece of a port list is invalid.
+struct PieceProblem {
+    std::string_view spot;  // the invalid part; may be empty
+    std::string message;
+    std::string fix = {};
+};
+
+// Why `number`, alone or on one side of the range `item`, is no decimal number.
+PieceProblem WhyNoNumber(std::string_view number, std::string_view item);
 
 // ---- Questions ----
 

@@ -119,15 +119,15 @@ std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b) 
 }
 
 std::string PlaceText(int source, const PortDeclarer &declarer) {
-    const std::string entry(OrEmpty(declarer.entry));
+    if (source == TAVO_PORT_CHECK_FW_SERVICE) {
+        return declarer.file == nullptr ? "built-in" : FolderAndName(declarer.file);
+    }
+    std::string place(OrEmpty(declarer.entry));
     if (source == TAVO_PORT_CHECK_PORT_FORWARD) {
         const std::string title(OrEmpty(declarer.title));
-        return "rule " + entry + (title.empty() ? "" : ", " + title);
+        place = "rule " + place + (title.empty() ? "" : ", " + title);
     }
-    if (source == TAVO_PORT_CHECK_SYS_KEY) {
-        return entry;
-    }
-    return declarer.file == nullptr ? "built-in" : FolderAndName(declarer.file);
+    return place;
 }
 
 std::string DeclarerText(int source, const PortDeclarer &declarer) {
