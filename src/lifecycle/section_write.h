@@ -58,7 +58,7 @@ class SectionKeys {
 bool ChangesFile(const SetParam &param);
 
 // Writes the ports of a section under `key`, without quotes.
-int StorePorts(const char *path, const char *section, const char *key, const PortText &ports,
+int StorePorts(const char *path, const char *section, const char *key, const char *ports,
                StepFailure &failure);
 
 // The log lines of the functions below show the source location `place` of the operation.

@@ -28,11 +28,12 @@ constexpr uint32_t kStoreFlags = 15;
 
 constexpr uint32_t kDirectories = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
 
-int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
+int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam, tavo::StepFailure &failure) {
     if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||
         ((pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
          (pParam->nLocation & kDirectories) == 0)) {
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return failure.Set(tavo::Step::kCheckArguments);
     }
     return 0;
 }
@@ -149,15 +150,15 @@ namespace tavo {
 
 namespace {
 
-int CheckAndReport(const SetParam *param, StepFailure &failure) {
-    return CheckParam(param) < 0 ? failure.Set(Step::kCheckArguments) : 0;
-}
+enum class AfterFailure { kStop, kContinue };
 
-// Calls change(store, cause) for each selected store, in store order, and stops at the first
-// failure. A cause that is recorded by a successful step is discarded.
+// Calls change(store, cause) for each selected store, in store order. A cause that is recorded by a
+// successful step is discarded. Returns -1 after a failure.
 template <typename Change>
-int ForEachChosen(const SetParam &param, Stores &stores, StepFailure &failure, Change change) {
+int ForEachChosen(const SetParam &param, Stores &stores, AfterFailure after, StepFailure &failure,
+                  Change change) {
     const StoreSet chosen = ChosenStores(param);
+    int result = 0;
     for (Store &store : stores) {
         StepFailure cause;
         if ((chosen & SetOf(store.id)) == 0 || change(store, cause) == 0) {
@@ -165,27 +166,29 @@ int ForEachChosen(const SetParam &param, Stores &stores, StepFailure &failure, C
         }
         cause.Set(store.step, store.path);
         failure = failure.HasFailed() ? failure : cause;
-        return -1;
+        result = -1;
+        if (after == AfterFailure::kStop) {
+            break;
+        }
     }
-    return 0;
+    return result;
 }
 
 }  // namespace
 
 int BackUpStores(const SetParam *param, StepFailure &failure) {
-    if (CheckAndReport(param, failure) < 0) {
+    if (CheckParam(param, failure) < 0) {
         return -1;
     }
     StoreLock lock(ChosenStores(*param));
     if (!lock.IsHeld()) {
-        failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a backup",
-                               lock.Missing());
+        return lock.Fail(TAVO_HERE, "for a backup", "", failure);
     }
     Stores stores = AllStores(Step::kBackUp, TAVO_HERE);
-    if (ForEachChosen(*param, stores, failure, [](Store &store, StepFailure &cause) {
-            return store.NameCopy(cause) < 0 ? -1 : MakeSideCopy(store, cause);
-        }) < 0) {
+    if (ForEachChosen(*param, stores, AfterFailure::kStop, failure,
+                      [](Store &store, StepFailure &cause) {
+                          return store.NameCopy(cause) < 0 ? -1 : MakeSideCopy(store, cause);
+                      }) < 0) {
         // An empty name sets the error 0xD00, which callers rely on.
         std::for_each(stores.begin(), stores.end(),
                       [](const Store &copied) { RemovePath(copied.copy); });
@@ -197,49 +200,39 @@ int BackUpStores(const SetParam *param, StepFailure &failure) {
 }
 
 int RestoreStores(const SetParam *param, StepFailure &failure) {
-    if (CheckAndReport(param, failure) < 0) {
+    if (CheckParam(param, failure) < 0) {
         return -1;
     }
     StoreLock lock(ChosenStores(*param), LockPurpose::kUndo);
     if (!lock.IsHeld()) {
-        failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s for a restore",
-                               lock.Missing());
+        return lock.Fail(TAVO_HERE, "for a restore", "", failure);
     }
     lock.EndUndo();
     Stores stores = AllStores(Step::kRestore, TAVO_HERE);
-    return ForEachChosen(*param, stores, failure, [](Store &store, StepFailure &cause) {
-        if (store.NameCopy(cause) < 0) {
-            SetUnrestored(store.id, true);
-            return -1;
-        }
-        return PutBack(store, cause);
-    });
+    return ForEachChosen(*param, stores, AfterFailure::kStop, failure,
+                         [](Store &store, StepFailure &cause) {
+                             if (store.NameCopy(cause) < 0) {
+                                 SetUnrestored(store.id, true);
+                                 return -1;
+                             }
+                             return PutBack(store, cause);
+                         });
 }
 
 int DeleteBackup(const SetParam *param, StepFailure &failure) {
-    if (CheckAndReport(param, failure) < 0) {
+    if (CheckParam(param, failure) < 0) {
         return -1;
     }
     StoreLock lock(ChosenStores(*param), LockPurpose::kUndo);
     if (!lock.IsHeld()) {
-        failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to delete a backup",
-                               lock.Missing());
+        return lock.Fail(TAVO_HERE, "to delete a backup", "", failure);
     }
     lock.EndUndo();
-    int nResult = 0;
     Stores stores = AllStores(Step::kDeleteBackup, TAVO_HERE);
-    ForEachChosen(*param, stores, failure, [&](Store &store, StepFailure &cause) {
-        // The remaining copies are deleted even after a failure.
-        if (store.NameCopy(cause) < 0 || DeleteSideCopy(store, cause) < 0) {
-            cause.Set(store.step, store.path);
-            failure = failure.HasFailed() ? failure : cause;
-            nResult = -1;
-        }
-        return 0;
-    });
-    return nResult;
+    return ForEachChosen(*param, stores, AfterFailure::kContinue, failure,
+                         [](Store &store, StepFailure &cause) {
+                             return store.NameCopy(cause) < 0 ? -1 : DeleteSideCopy(store, cause);
+                         });
 }
 
 }  // namespace tavo

@@ -46,13 +46,12 @@ int WriteValue(const tavo::SetParam &param, const char *szKey, const tavo::PortT
     const tavo::Target target(param);
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
-        outcome.failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
-                               lock.Missing(), target.Path());
+        return lock.Fail(TAVO_HERE, "to change ", target.Path(), outcome.failure);
     }
     if (CheckSection(target, outcome.failure) < 0 ||
         tavo::CopyForRouter(target, TAVO_HERE, old, outcome.failure) < 0 ||
-        tavo::StorePorts(target.Path(), target.Section(), szKey, ports, outcome.failure) < 0) {
+        tavo::StorePorts(target.Path(), target.Section(), szKey, ports.szValue, outcome.failure) <
+            0) {
         return -1;
     }
     tavo::NotifyRouter(param, old, target.Path(), TAVO_HERE, outcome.notified);
@@ -62,11 +61,10 @@ int WriteValue(const tavo::SetParam &param, const char *szKey, const tavo::PortT
 
 }  // namespace
 
-int tavo::StorePorts(const char *path, const char *section, const char *key, const PortText &ports,
+int tavo::StorePorts(const char *path, const char *section, const char *key, const char *ports,
                      StepFailure &failure) {
-    return failure.During(Step::kWrite, path, [&] {
-        return TLIBCFileSetSectionValue(path, section, key, ports.szValue);
-    });
+    return failure.During(Step::kWrite, path,
+                          [&] { return TLIBCFileSetSectionValue(path, section, key, ports); });
 }
 
 int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,

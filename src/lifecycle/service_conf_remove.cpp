@@ -40,9 +40,7 @@ int CopyForPlugins(const tavo::Target &target, tavo::TemporaryCopy &old,
 int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::StepFailure &failure) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
-        failure.Set(tavo::Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to remove %s",
-                               lock.Missing(), target.Path());
+        return lock.Fail(TAVO_HERE, "to remove ", target.Path(), failure);
     }
     const int nFound = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
     if (nFound < 0) {

@@ -4,8 +4,7 @@
 // Ports are printed in list order. The protocols of the first entry apply to all.
 #include <cstring>
 
-#include "lifecycle/change.h"
-#include "lifecycle/set_param.h"
+#include "lifecycle/section_write.h"
 #include "lifecycle/store_lock.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
@@ -100,13 +99,9 @@ int WriteValue(const char *szPath, const char *szDirectory, const char *szSectio
                const char *szKey, const char *szValue, StepFailure &failure) {
     const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
-        failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
-                               lock.Missing(), szPath);
+        return lock.Fail(TAVO_HERE, "to change ", szPath, failure);
     }
-    return failure.During(Step::kWrite, szPath, [&] {
-        return TLIBCFileSetSectionValue(szPath, szSection, szKey, szValue);
-    });
+    return tavo::StorePorts(szPath, szSection, szKey, szValue, failure);
 }
 
 // Checks the file against its own directory. The error TAVO_ERR_ALREADY_INSTALLED then means that

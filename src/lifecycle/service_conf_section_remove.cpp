@@ -104,9 +104,7 @@ End MakeTransaction(const tavo::SetParam &param, const tavo::Target &target,
     const tavo::StoreLock lock(tavo::ChosenStores(param) |
                                tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
-        outcome.failure.Set(Step::kLock, lock.Missing());
-        TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s", lock.Missing(),
-                        target.Path());
+        lock.Fail(TAVO_HERE, "to change ", target.Path(), outcome.failure);
         return End::kRolledBack;
     }
     if (tavo::BackUpStores(&param, outcome.failure) < 0) {

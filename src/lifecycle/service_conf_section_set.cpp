@@ -106,22 +106,6 @@ int SetReference(TLIBCSzHash *pKeys, const char *szKey, const TAVO_SERVICE_CONF_
     return SetKey(pKeys, szKey, szReference);
 }
 
-int SetKeys(TLIBCSzHash *pKeys, const TAVO_SERVICE_CONF_SECTION &section,
-            const tavo::PortText &dstPorts, const tavo::PortText &srcPorts) {
-    const char *szForward = section.blPortForward == 1 ? "yes" : "no";
-    const tavo::FieldString desc(section.strDesc.szText);
-    const tavo::FieldString title(section.strTitle.szText);
-    if (SetKey(pKeys, tavo::kKeyPortForward, szForward) < 0 ||
-        SetKey(pKeys, tavo::kKeyDesc, desc.Get()) < 0 ||
-        SetReference(pKeys, tavo::kKeyDescKey, section.strDesc) < 0 ||
-        SetKey(pKeys, tavo::kKeyTitle, title.Get()) < 0 ||
-        SetReference(pKeys, tavo::kKeyTitleKey, section.strTitle) < 0 ||
-        SetKey(pKeys, tavo::kKeyDstPorts, dstPorts.szValue) < 0) {
-        return -1;
-    }
-    return section.pSrcPorts == nullptr ? 0 : SetKey(pKeys, tavo::kKeySrcPorts, srcPorts.szValue);
-}
-
 // ---- The file ----
 
 // The current keys are read from the section that `param` names and written to the section that
@@ -138,9 +122,7 @@ int ChangeFile(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &sec
     const tavo::Target target(param);
     const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
-        failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to change %s",
-                               lock.Missing(), target.Path());
+        return lock.Fail(TAVO_HERE, "to change ", target.Path(), failure);
     }
     NewFile made;
     const int nFound = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
@@ -179,8 +161,16 @@ int SectionKeys::Read(const char *path, const char *section, StepFailure &failur
 
 int SectionKeys::Set(const TAVO_SERVICE_CONF_SECTION &section, const PortText &dst_ports,
                      const PortText &src_ports, StepFailure &failure) {
-    return SetKeys(keys_.get(), section, dst_ports, src_ports) < 0 ? failure.Set(Step::kSetKeys)
-                                                                   : 0;
+    TLIBCSzHash *keys = keys_.get();
+    const bool done =
+        SetKey(keys, kKeyPortForward, section.blPortForward == 1 ? "yes" : "no") == 0 &&
+        SetKey(keys, kKeyDesc, FieldString(section.strDesc.szText).Get()) == 0 &&
+        SetReference(keys, kKeyDescKey, section.strDesc) == 0 &&
+        SetKey(keys, kKeyTitle, FieldString(section.strTitle.szText).Get()) == 0 &&
+        SetReference(keys, kKeyTitleKey, section.strTitle) == 0 &&
+        SetKey(keys, kKeyDstPorts, dst_ports.szValue) == 0 &&
+        (section.pSrcPorts == nullptr || SetKey(keys, kKeySrcPorts, src_ports.szValue) == 0);
+    return done ? 0 : failure.Set(Step::kSetKeys);
 }
 
 int SectionKeys::Store(const char *path, const char *section, StepFailure &failure) const {

@@ -197,20 +197,12 @@ int SetOldAndNewContent(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIF
     return 0;
 }
 
-int SetForwarding(TLIBPluginHandle *pHandle, StepFailure &failure) {
-    if (TLIBPluginSetArg(pHandle, kNotifyForwarding, "1") < 0) {
+int SetFlag(TLIBPluginHandle *pHandle, const char *szKey, const char *szShort,
+            StepFailure &failure) {
+    if (TLIBPluginSetArg(pHandle, szKey, "1") < 0) {
         failure.Set(Step::kPreparePlugins);
-        TAVO_LOG("FAILED to set NOTIFY_PF");
-        return TAVO_LOG("FAILED to set update pf arg");
-    }
-    return 0;
-}
-
-int SetFirewall(TLIBPluginHandle *pHandle, StepFailure &failure) {
-    if (TLIBPluginSetArg(pHandle, kNotifyFirewall, "1") < 0) {
-        failure.Set(Step::kPreparePlugins);
-        TAVO_LOG("FAILED to set NOTIFY_FW");
-        return TAVO_LOG("FAILED to set update fw arg");
+        TAVO_LOG("FAILED to set %s", szKey);
+        return TAVO_LOG("FAILED to set update %s arg", szShort);
     }
     return 0;
 }
@@ -225,9 +217,10 @@ int SetUpdateArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY
             TLIBPluginSetArg(pHandle, kNewContent, "");
             TAVO_LOG("FAILED to set common arg for update");
         }
-        complete = SetForwarding(pHandle, failure) == 0;
+        complete = SetFlag(pHandle, kNotifyForwarding, "pf", failure) == 0;
     }
-    if (notify.blNotifyFw != 0 && SetFirewall(pHandle, failure) < 0 && !complete) {
+    if (notify.blNotifyFw != 0 && SetFlag(pHandle, kNotifyFirewall, "fw", failure) < 0 &&
+        !complete) {
         return -1;
     }
     return 0;
@@ -244,8 +237,8 @@ int SetRemoveArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_REMOVE
     if (notify.blNotifyPf == 0) {
         return 0;
     }
-    const bool complete = SetForwarding(pHandle, failure) == 0;
-    return SetFirewall(pHandle, failure) < 0 && !complete ? -1 : 0;
+    const bool complete = SetFlag(pHandle, kNotifyForwarding, "pf", failure) == 0;
+    return SetFlag(pHandle, kNotifyFirewall, "fw", failure) < 0 && !complete ? -1 : 0;
 }
 
 // Records the plugins that ran and the first one that failed.
@@ -291,11 +284,11 @@ void Notify(const char *szAction, SetArguments set, Notifications &notified, voi
     }
     const bool invoked = plugins != nullptr && set(plugins.get(), failure) == 0 &&
                          InvokePlugins(plugins.get(), notified, failure) == 0;
-    Notification &told = notified[Listener::kPlugins];
+    Notification &notification = notified[Listener::kPlugins];
     if (failure.HasFailed()) {
-        told.Fail() = failure;
+        notification.Fail() = failure;
     } else {
-        told.Succeed();
+        notification.Succeed();
     }
     if (invoked && ReloadRelayDaemon(notified) < 0) {
         log_relay();

@@ -59,9 +59,7 @@ int tavo::UpdateFile(const char *name, const char *source, int location,
                                               ? kSystemServiceDirectory
                                               : kPackageServiceDirectory));
     if (!lock.IsHeld()) {
-        failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to update %s",
-                               lock.Missing(), installed);
+        return lock.Fail(TAVO_HERE, "to update ", installed, failure);
     }
     if (CopyForPlugins(name, installed, old, failure) < 0) {
         return -1;

@@ -193,6 +193,13 @@ StoreLock::StoreLock(StoreSet stores, LockPurpose purpose) {
     }
 }
 
+int StoreLock::Fail(const Place &place, const char *purpose, const char *path,
+                    StepFailure &failure) const {
+    failure.Set(Step::kLock, missing_);
+    return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s %s%s", missing_,
+                              purpose, path);
+}
+
 StoreLock::~StoreLock() {
     Release();
 }

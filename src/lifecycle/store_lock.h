@@ -13,6 +13,7 @@
 
 #include "base/descriptor.h"
 #include "lifecycle/step_failure.h"
+#include "support/failure.h"
 
 namespace tavo {
 
@@ -64,6 +65,10 @@ class StoreLock {
 
     // The lock file that could not be locked; null when the locks are held.
     const char *Missing() const { return missing_; }
+
+    // Reports for the operation at `place` that the locks are not held, with the purpose of the
+    // locks: "to change " and a path, or a text alone. Returns -1.
+    int Fail(const Place &place, const char *purpose, const char *path, StepFailure &failure) const;
 
     // KeepForUndo keeps the locks after the end of this object, for the undo of a backup. EndUndo,
     // on any thread of this process, ends this.

@@ -38,11 +38,11 @@ bool TryLock(int descriptor) {
     return flock(descriptor, LOCK_EX | LOCK_NB) == 0;
 }
 
-enum class Room { kMade, kInUse, kFullFolder, kNone };
-
 Room RoomWhen(bool removed) {
     return removed || errno == ENOENT ? Room::kMade : Room::kNone;
 }
+
+}  // namespace
 
 // A copy is removed while it is locked, so that a new copy with the same name is not removed.
 Room RemoveUnlockedCopy(const char *path) {
@@ -58,6 +58,8 @@ Room RemoveUnlockedCopy(const char *path) {
     }
     return RoomWhen(unlink(path) == 0);
 }
+
+namespace {
 
 // Only a regular file of this user with a single link can be the copy of a change in progress. Any
 // other entry was planted or is a leftover. A device, which only an administrator can create, is

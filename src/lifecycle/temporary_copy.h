@@ -15,6 +15,12 @@
 
 namespace tavo {
 
+// Whether a name is free for a copy. With kNone, errno is the reason why it is not.
+enum class Room { kMade, kInUse, kFullFolder, kNone };
+
+// Removes the copy at `path`, a regular file, unless a change in progress uses it.
+Room RemoveUnlockedCopy(const char *path);
+
 // The destructor removes the copy.
 class TemporaryCopy {
   public:

@@ -54,12 +54,9 @@ int CheckSource(const char *szSrcPath, const char *szDirectory, StepFailure &fai
         return 0;
     }
     failure.Set(Step::kVerifySource, szSrcPath);
-    switch (TLIBCErrGet()) {
-        case TLIBC_ERR_NO_FILE:
-            return TAVO_LOG_STATE("Source configure file does not exist (%s)", szSrcPath);
-        default:
-            return TAVO_LOG_STATE("install configue file fail! (%s)", szSrcPath);
-    }
+    return TLIBCErrGet() == TLIBC_ERR_NO_FILE
+               ? TAVO_LOG_STATE("Source configure file does not exist (%s)", szSrcPath)
+               : TAVO_LOG_STATE("install configue file fail! (%s)", szSrcPath);
 }
 
 // True if the ports of the file are in conflict with others. A failed check does not prevent the

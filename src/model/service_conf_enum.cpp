@@ -46,8 +46,9 @@ Reading ReadEntry(const char *path, const ServiceFolder &folder, TAVO_SERVICE_CO
 int ReadFolder(const ServiceFolder &folder, TAVO_SERVICE_CONF **list, ReadingReport *report) {
     const tavo::Listing listing(folder.path);
     if (listing.Failed()) {
+        const int error = errno;
         if (report != nullptr) {
-            report->NoteFolder(WhyNotListed(folder.path, errno), folder);
+            report->NoteFolder(WhyNotListed(folder.path, error), folder, error);
         }
         TAVO_SET_ERROR(TAVO_ERR_LIST_DIRECTORY);
         return 0;

@@ -1,15 +1,22 @@
 // Collects what the reading of service files leaves out.
 #include "model/service_files.h"
 
+#include <cerrno>
+
 namespace tavo {
 
 // Returns null when out of memory, which makes the report incomplete.
 const char *ReadingReport::Keep(const char *text) {
     const char *copy = texts_.Keep(text);
     if (copy == nullptr) {
-        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
+        NoteNoMemory();
     }
     return copy;
+}
+
+void ReadingReport::NoteNoMemory() {
+    left_out_ = true;
+    fault_ = TLIBC_ERR_NO_MEMORY;
 }
 
 void ReadingReport::NoteFault(Reading reading) {
@@ -24,8 +31,9 @@ void ReadingReport::NoteFault(Reading reading) {
 
 void ReadingReport::Note(const LeftOut &omission) {
     NoteFault(omission.reading);
-    if (!omission.reading.IsGood() && !omissions_.Append(omission)) {
-        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
+    const bool noted = !omission.reading.IsGood() || omission.error != 0;
+    if (noted && !omissions_.Append(omission)) {
+        NoteNoMemory();
     }
 }
 
@@ -36,7 +44,7 @@ void ReadingReport::BeginFile(const ServiceFolder &folder, const char *path) {
 
 void ReadingReport::EndFile(Reading reading, const TAVO_SERVICE_CONF *conf) {
     if (!files_.Append({folder_, path_, reading.IsGood() ? conf : nullptr})) {
-        NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
+        NoteNoMemory();
     }
     Note({folder_, path_, nullptr, nullptr, reading});
 }
@@ -52,8 +60,11 @@ void ReadingReport::NoteSection(Reading reading, const char *section) {
     }
 }
 
-void ReadingReport::NoteFolder(Reading reading, const ServiceFolder &folder) {
-    Note({&folder, nullptr, nullptr, nullptr, reading});
+// A missing folder is an ordinary empty one, unlike a file in its place.
+void ReadingReport::NoteFolder(Reading reading, const ServiceFolder &folder, int error) {
+    if (!reading.IsGood() || error != ENOENT) {
+        Note({&folder, nullptr, nullptr, nullptr, reading, error});
+    }
 }
 
 void ReadingReport::NoteRow(Reading reading, const TAVO_FW_SERVICE_REG &row) {

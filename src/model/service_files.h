@@ -20,12 +20,14 @@ struct ServiceFileRecord {
 
 // A folder, file, section or built-in service that is left out: a built-in service if `row` is set,
 // otherwise a section if `section` is set, otherwise a file if `path` is set, otherwise a folder.
+// The reading of a folder is good if it contains no service files because it is no directory.
 struct LeftOut {
     const ServiceFolder *folder;
     const char *path;     // of the file; null for a folder or row
     const char *section;  // null if the whole file is left out
     const TAVO_FW_SERVICE_REG *row;
     Reading reading;
+    int error = 0;  // for a folder, the errno of listing it
 };
 
 // Owns its texts. The records of the files point into the list of files that was read with it.
@@ -44,12 +46,12 @@ class ReadingReport {
 
     bool LeftNothingOut() const { return !left_out_; }
 
-    // For the readers. A good reading is not noted.
+    // For the readers. A good reading is not noted, apart from that of a folder.
     void BeginFile(const ServiceFolder &folder, const char *path);
     void EndFile(Reading reading, const TAVO_SERVICE_CONF *conf);
     void ResumeFile(const ServiceFileRecord &file);
     void NoteSection(Reading reading, const char *section);
-    void NoteFolder(Reading reading, const ServiceFolder &folder);
+    void NoteFolder(Reading reading, const ServiceFolder &folder, int error);
     void NoteRow(Reading reading, const TAVO_FW_SERVICE_REG &row);
 
     // Notes a failure that belongs to no file, section or service.
@@ -57,6 +59,7 @@ class ReadingReport {
 
   private:
     void Note(const LeftOut &omission);
+    void NoteNoMemory();
     const char *Keep(const char *text);
 
     GrowingArray<ServiceFileRecord> files_;

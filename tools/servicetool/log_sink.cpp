@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "input/library_log.h"
+#include "input/library.h"
 
 namespace {
 

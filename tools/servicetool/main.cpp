@@ -7,7 +7,7 @@
 
 #include "change/change_report.h"
 #include "commands/commands.h"
-#include "input/library_log.h"
+#include "input/library.h"
 #include "output/report.h"
 #include "output/text.h"
 
@@ -19,17 +19,12 @@ int PrintAndEnd(const std::string &text) {
     return Report(false).Finish();
 }
 
-Change ChangeAskedFor(const CommandLine &line) {
-    Change change = line.command->change(line.arguments);
-    change.operation = line.command->name;
-    return change;
-}
-
 // Reports an exception of a command. For a command that makes a change, it means that nothing was
 // changed: ChangeReport::Do catches the exceptions of the change itself.
 void TellThrown(const CommandLine &line, const std::string &reason, Report &report) {
     if (line.command->change != nullptr) {
-        ChangeReport(ChangeAskedFor(line), report).Refuse("failed", reason, "", Status::kFailed);
+        ChangeReport(line.command->change(line.arguments), report)
+            .Refuse("failed", reason, "", Status::kFailed);
         return;
     }
     report.TellError("", "failed", reason);
@@ -40,7 +35,7 @@ void TellThrown(const CommandLine &line, const std::string &reason, Report &repo
 void AddMissingResult(const CommandLine &line, Report &report) {
     if (line.command->change != nullptr && report.Worst() != Status::kUsage &&
         !report.HasResult()) {
-        ChangeReport(ChangeAskedFor(line), report).AddResult();
+        ChangeReport(line.command->change(line.arguments), report).AddResult();
     }
 }
 

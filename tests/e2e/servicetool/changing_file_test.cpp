@@ -1,7 +1,8 @@
-// A file that is rewritten while servicetool reads it. The test replaces the library function that
-// servicetool calls and rewrites the file just before the library opens it.
+// A service file that changes after the library has read it, and before lint looks for the reasons
+// of what the library left out.
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -14,63 +15,94 @@ using namespace tool;
 
 namespace {
 
-constexpr char kOld[] = "[old]\ntitle=T\ndesc=D\ndst.ports=1\n";
-constexpr char kNew[] = "[new]\ntitle=T\ndesc=D\ndst.ports=1\n";
+using testing::HasSubstr;
 
-// The texts to write before each read by the library; no write after the last one.
-std::vector<std::string> writes;
-std::size_t looks = 0;
+constexpr char kGood[] = "[good]\ntitle=T\ndesc=D\ndst.ports=1\n";
+constexpr char kBad[] = "[bad]\n";
 
-void WriteNext(const char *path) {
-    if (looks < writes.size()) {
-        WriteFile(path, writes[looks]);
+// What the library leaves out of a file, and what is reported of that after a change of the file.
+class ChangingFile : public testing::Test {
+  protected:
+    void Read(const std::string &text) {
+        path_ = folder_.Write("a.sc", text);
+        read_.BeginFile(kServiceFolders[0], path_.c_str());
+        TAVO_SERVICE_CONF *list = nullptr;
+        const Reading reading = tavo::ReadServiceFile(path_.c_str(), &list, &read_);
+        read_.EndFile(reading, list);
+        list_.reset(list);
     }
-    ++looks;
+
+    // Returns the result of TellOmissions; the report is in `told_`.
+    bool Tell(const std::vector<std::string> &names = {}, Severity severity = Severity::kError) {
+        Report report(false);
+        testing::internal::CaptureStderr();
+        const bool any_error = TellOmissions(read_, report, names, severity);
+        told_ = testing::internal::GetCapturedStderr();
+        return any_error;
+    }
+
+    void ExpectChanged(const std::vector<std::string> &names = {}) {
+        EXPECT_TRUE(Tell(names));
+        EXPECT_EQ(told_, path_ + ": error: changed while it was read [unreadable]\n");
+    }
+
+    TemporaryFolder folder_;
+    ReadingReport read_;
+    OwnedConf list_;
+    std::string path_;
+    std::string told_;
+};
+
+TEST_F(ChangingFile, IsNotBlamedWhenItHasRecovered) {
+    for (const char *text : {kBad, ""}) {
+        Read(text);
+        folder_.Write("a.sc", kGood);
+        ExpectChanged();
+        read_ = {};
+    }
+    Read(std::string(kGood) + kBad);
+    folder_.Write("a.sc", kGood);
+    ExpectChanged();
 }
 
-ServiceFile ReadWhileWritten(const std::string &path, std::vector<std::string> texts) {
-    writes = std::move(texts);
-    looks = 0;
-    return ReadServiceFile(path);
-}
-
-TEST(ChangingFile, IsReadAgainUntilItRests) {
-    const TemporaryFolder folder;
-    for (const std::vector<std::string> &texts :
-         {std::vector<std::string>{}, {kNew}, {kNew, kOld}, {"", kOld}}) {
-        const ServiceFile file = ReadWhileWritten(folder.Write("a.sc", kOld), texts);
-        EXPECT_EQ(file.problem, "");
-        EXPECT_EQ(looks, texts.size() + 1);
-        ASSERT_NE(file.conf, nullptr);
-        ASSERT_EQ(file.lint.services.size(), 1U);
-        EXPECT_EQ(file.conf->pSections->szName, file.lint.services[0].name);
+TEST_F(ChangingFile, IsNotBlamedForOtherMistakes) {
+    Read(std::string(kGood) + kBad);
+    for (const std::string &text :
+         {kGood + std::string("[worse]\n"), kGood + std::string(kBad) + "[worse]\n",
+          std::string(kBad), std::string("[good]\n[bad]\n")}) {
+        folder_.Write("a.sc", text);
+        ExpectChanged();
     }
 }
 
-TEST(ChangingFile, IsGivenUpAfterThreeAttempts) {
-    const TemporaryFolder folder;
-    const ServiceFile file = ReadWhileWritten(
-        folder.Write("a.sc", kOld), {kNew, kOld, kNew + std::string("[b]\n") + (kOld + 6)});
-    EXPECT_EQ(file.problem, "changed while it was read");
-    EXPECT_EQ(looks, 3U);
-    EXPECT_EQ(file.conf, nullptr);
+// It may contain any service, whatever the caller looks for.
+TEST_F(ChangingFile, MayContainEveryName) {
+    Read(std::string(kGood) + kBad);
+    EXPECT_FALSE(Tell({"other"}));
+    EXPECT_EQ(told_, "");
+    folder_.Write("a.sc", kGood);
+    ExpectChanged({"other"});
 }
 
-TEST(ChangingFile, WithANameThatTheLibraryCutsIsNone) {
-    const TemporaryFolder folder;
-    const std::string text = "[" + std::string(300, 'x') + "]\n" + (kOld + 6) + "[bad]\n";
-    const ServiceFile file = ReadWhileWritten(folder.Write("a.sc", text), {});
-    EXPECT_EQ(file.problem, "");
-    EXPECT_EQ(looks, 1U);
+TEST_F(ChangingFile, IsAnErrorOfItsOwnOnlyIfNothingWasRead) {
+    Read(std::string(kGood) + kBad);
+    std::filesystem::remove(path_);
+    EXPECT_FALSE(Tell({}, Severity::kWarning));
+    EXPECT_EQ(told_, path_ + ": warning: no such file or directory [unreadable]\n");
+    read_ = {};
+    Read(kBad);
+    EXPECT_FALSE(Tell({}, Severity::kWarning));
+    EXPECT_THAT(told_, HasSubstr(":1:2: warning: not read as a service file: section [bad]"));
+    std::filesystem::remove(path_);
+    EXPECT_TRUE(Tell({}, Severity::kWarning));
+    EXPECT_EQ(told_, path_ + ": error: no such file or directory [unreadable]\n");
+}
+
+TEST_F(ChangingFile, WithANameThatTheLibraryCutsIsNone) {
+    Read("[" + std::string(300, 'x') + "]\n" + (kGood + 7) + kBad);
+    EXPECT_TRUE(Tell());
+    EXPECT_THAT(told_, HasSubstr("section [bad] is left out: it has no key [empty-section]"));
 }
 
 }  // namespace
 }  // namespace tavo::test
-
-// The linker names the library's function __real_NAME and redirects its callers to __wrap_NAME.
-extern "C" int __real_TAVOServiceConfGet(const char *path, TAVO_SERVICE_CONF **list);
-
-extern "C" int __wrap_TAVOServiceConfGet(const char *path, TAVO_SERVICE_CONF **list) {
-    tavo::test::WriteNext(path);
-    return __real_TAVOServiceConfGet(path, list);
-}

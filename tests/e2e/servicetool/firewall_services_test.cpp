@@ -1,10 +1,12 @@
-// The firewall services as read by the commands. The test can change the library's catalogue before
-// servicetool receives it.
+// servicetool services on a catalogue that the test can change before the command receives it.
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <sstream>
 
-#include "ports/firewall_services.h"
+#include "catalogue/firewall_service.h"
+#include "commands/commands.h"
+#include "open_counter.h"
 #include "service_folders.h"
 #include "temporary_folder.h"
 
@@ -15,40 +17,74 @@ using namespace tool;
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
 
 std::function<void(ServiceCatalogue &)> change;
+
+struct Output {
+    Status status = Status::kOk;
+    std::string out;
+    std::string err;
+};
 
 class FirewallServicesList : public ServiceFolders {
   protected:
     ~FirewallServicesList() override { change = nullptr; }
 
-    static FirewallServices Read() {
-        Report report(true);
-        return ReadFirewallServices(report);
+    static Status RunCommand() {
+        Arguments arguments;
+        arguments.SetCommand(kServicesCommand);
+        Report report(false);
+        kServicesCommand.run(arguments, report);
+        return report.Worst();
+    }
+
+    static Output Run() {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        const Status status = RunCommand();
+        return {status, testing::internal::GetCapturedStdout(),
+                testing::internal::GetCapturedStderr()};
     }
 };
+
+// The names and origins in the lines of the table.
+std::vector<std::string> Origins(const std::string &table) {
+    std::istringstream lines(table);
+    std::vector<std::string> origins;
+    std::string name;
+    std::string skipped;
+    std::string origin;
+    std::string rest;
+    while (lines >> name >> skipped >> skipped >> skipped >> origin && std::getline(lines, rest)) {
+        origins.push_back(name + ' ' + origin);
+    }
+    return origins;
+}
 
 TEST_F(FirewallServicesList, NamesTheOriginOfEachService) {
     WriteFile(kSystem + "a.sc", Section("a", "1") + Section("b", "2"));
     WriteFile("/usr/local/etc/services.d/c.sc", Section("a", "3"));
-    std::vector<std::string> origins;
-    for (const FirewallService &service : Read().services) {
-        origins.push_back(service.record->szName + std::string(" ") + OriginText(service));
-    }
-    ASSERT_EQ(origins.size(), 15U);
-    EXPECT_EQ(origins.front(), "telnet built-in");
-    origins.erase(origins.begin(), origins.begin() + 11);
+    std::vector<std::string> origins = Origins(Run().out);
+    ASSERT_EQ(origins.size(), 16U);
+    EXPECT_EQ(origins[1], "telnet built-in");
+    origins.erase(origins.begin(), origins.begin() + 12);
     EXPECT_THAT(origins,
                 ElementsAre("ipp built-in", "a system/a.sc", "b system/a.sc", "a package/c.sc"));
 }
 
 TEST_F(FirewallServicesList, LintsOnlyFilesOfWhichSomethingIsLeftOut) {
-    WriteFile(kSystem + "a.sc", Section("a", "1"));
-    WriteFile(kSystem + "b.sc", Section("b", "2") + "[bad]\n");
-    const FirewallServices read = Read();
-    EXPECT_FALSE(read.complete);
-    ASSERT_EQ(read.files.size(), 1U);
-    EXPECT_EQ(read.files[0].path, kSystem + "b.sc");
+    const std::string whole = kSystem + "a.sc";
+    const std::string partial = kSystem + "b.sc";
+    WriteFile(whole, Section("a", "1"));
+    WriteFile(partial, Section("b", "2") + "[bad]\n");
+    Output output;
+    EXPECT_EQ(CountOpens(whole.c_str(), [&output] { output = Run(); }), 1);
+    EXPECT_EQ(output.status, Status::kFailed);
+    EXPECT_THAT(output.err, HasSubstr(partial + ":5:2: error: section [bad] is left out"));
+    EXPECT_THAT(output.err, Not(HasSubstr(whole)));
+    EXPECT_EQ(CountOpens(partial.c_str(), [&output] { output = Run(); }), 2);
 }
 
 // Services that are missing for lack of memory must not be reported as absent.
@@ -56,7 +92,7 @@ TEST_F(FirewallServicesList, IsRefusedWhenMemoryRanOutForTheCatalogue) {
     change = [](ServiceCatalogue &catalogue) {
         catalogue.report.NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
     };
-    EXPECT_THROW(Read(), std::bad_alloc);
+    EXPECT_THROW(RunCommand(), std::bad_alloc);
 }
 
 // A file that was left out when it was read but is readable now.
@@ -66,7 +102,29 @@ TEST_F(FirewallServicesList, IsIncompleteWithoutAFileThatRecovered) {
         catalogue.report.ResumeFile(catalogue.report.Files()[0]);
         catalogue.report.NoteSection(Reading::Unknown(TLIBC_ERR_FILE_UNUSABLE), "a");
     };
-    EXPECT_FALSE(Read().complete);
+    const Output output = Run();
+    EXPECT_EQ(output.status, Status::kFailed);
+    EXPECT_EQ(output.err, kSystem + "a.sc: error: changed while it was read [unreadable]\n");
+}
+
+// The settings are readable when the command looks for the reason, so they are not to blame.
+TEST_F(FirewallServicesList, DoesNotBlameReadableSettingsForAFailedReading) {
+    change = [](ServiceCatalogue &catalogue) {
+        const Reading failed = Reading::Unknown(TLIBC_ERR_FILE_UNUSABLE);
+        catalogue.report.NoteRow(failed, *catalogue.origins[0].row);
+        for (const CatalogueService &service : catalogue.origins) {
+            if (service.row->szName == std::string("nfs")) {
+                catalogue.report.NoteRow(failed, *service.row);
+            }
+        }
+    };
+    const Output output = Run();
+    EXPECT_EQ(output.status, Status::kFailed);
+    EXPECT_EQ(output.err,
+              "servicetool: error: built-in service ipp is left out: a file cannot be opened or "
+              "used [failed]\n"
+              "servicetool: error: built-in service nfs is left out: a file cannot be opened or "
+              "used [failed]\n");
 }
 
 }  // namespace

@@ -21,13 +21,12 @@ constexpr std::string_view kPlain = "\x1b[0m";
 constexpr MapShape kShape = {64, 64};
 
 PortClaim Declared(std::uint32_t first, std::uint32_t last, std::uint32_t protocol = TAVO_PROTO_TCP,
-                   std::string_view source = kServiceSource) {
-    return {{first, last}, protocol, source, nullptr, nullptr};
+                   int source = TAVO_PORT_CHECK_FW_SERVICE) {
+    return {{first, last}, protocol, source};
 }
 
 PortClaim Held(std::uint32_t port, std::uint32_t protocol = TAVO_PROTO_TCP) {
-    static const HeldSocket socket = {};
-    return {{port, port}, protocol, kSocketSource, nullptr, &socket};
+    return {{port, port}, protocol, TAVO_PORT_CHECK_RUNTIME};
 }
 
 std::string FirstRow(const std::vector<PortClaim> &claims, const PortRanges &collide = {},
@@ -55,7 +54,7 @@ TEST(PortMap, CoversEveryPortOnceAtEveryWidth) {
                 next = cell.last + 1;
             }
         }
-        EXPECT_EQ(next, kPortCount) << columns;
+        EXPECT_EQ(next, tool::kPortCount) << columns;
     }
 }
 
@@ -71,7 +70,7 @@ TEST(PortMap, HasFewerRowsInALowWindow) {
 TEST(PortMap, HasAShapeForATerminalOfAnyWidth) {
     for (const std::size_t columns : std::initializer_list<std::size_t>{0, 1, 14, 21, 10000}) {
         const MapShape shape = ShapeForWindow({columns, 25});
-        EXPECT_EQ(shape.Rows() * shape.cells * shape.ports, kPortCount) << columns;
+        EXPECT_EQ(shape.Rows() * shape.cells * shape.ports, tool::kPortCount) << columns;
     }
 }
 
@@ -108,12 +107,12 @@ TEST(PortMap, BeginsEachRowWithItsFirstPort) {
 
 TEST(PortMap, ColoursCellsByTheirSource) {
     const std::vector<PortClaim> claims = {
-        Declared(0, 0, TAVO_PROTO_TCP, kForwardSource),
-        Declared(64, 191, TAVO_PROTO_TCP, kServiceSource),
-        Declared(192, 192, TAVO_PROTO_TCP, kSettingSource),
+        Declared(0, 0, TAVO_PROTO_TCP, TAVO_PORT_CHECK_PORT_FORWARD),
+        Declared(64, 191, TAVO_PROTO_TCP, TAVO_PORT_CHECK_FW_SERVICE),
+        Declared(192, 192, TAVO_PROTO_TCP, TAVO_PORT_CHECK_SYS_KEY),
         Held(256),
-        Declared(320, 320, TAVO_PROTO_TCP, kSettingSource),
-        Declared(321, 321, TAVO_PROTO_TCP, kServiceSource),
+        Declared(320, 320, TAVO_PROTO_TCP, TAVO_PORT_CHECK_SYS_KEY),
+        Declared(321, 321, TAVO_PROTO_TCP, TAVO_PORT_CHECK_FW_SERVICE),
         Held(384),
     };
     const std::string coloured = FirstRow(claims, {{384, 384}}, true);

@@ -13,7 +13,6 @@
 
 #include "engine/comparison.h"
 #include "engine/text_ranges.h"
-#include "ports/free_ports.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {

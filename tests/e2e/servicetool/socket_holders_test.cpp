@@ -20,6 +20,7 @@
 #include "check/held_sockets.h"
 #include "held_socket.h"
 #include "holding_program.h"
+#include "output/report.h"
 #include "port_world.h"
 #include "support/failure.h"
 #include "tavoserviceconf.h"
@@ -85,15 +86,20 @@ using namespace tool;
 
 namespace {
 
+PortClaims ReadHeld() {
+    Report report(false);
+    return ReadPortClaims({}, TAVO_PORT_CHECK_RUNTIME, report);
+}
+
 // The holders of the ports from 8000 to 8099, as "8080 1 LISTEN 812" or "8080 1 LISTEN ?".
 std::vector<std::string> Held() {
-    const HeldPorts holders = ReadHeldPorts();
-    EXPECT_EQ(holders.problem, "");
+    const PortClaims held = ReadHeld();
+    EXPECT_EQ(held.failed, 0);
     std::vector<std::string> texts;
-    for (const tool::HeldSocket &socket : holders.sockets) {
-        if (socket.port / 100 == 80) {
+    for (const PortClaim &socket : held.claims) {
+        if (socket.range.first / 100 == 80) {
             texts.push_back(
-                std::to_string(socket.port) + ' ' + std::to_string(socket.protocol) + ' ' +
+                std::to_string(socket.range.first) + ' ' + std::to_string(socket.protocol) + ' ' +
                 StateName(socket) + ' ' +
                 (socket.process != nullptr ? std::to_string(socket.process->pid) : "?"));
         }
@@ -143,10 +149,10 @@ TEST_F(SocketHoldersTest, AreCalledAsTheyCallThemselvesWhereTheirProgramsCannotB
     const HeldSocket socket(AF_INET, SOCK_STREAM, 8000);
     ASSERT_EQ(prctl(PR_SET_NAME, "a (b)\n\n"), 0);
     without_programs = true;
-    const HeldPorts holders = ReadHeldPorts();
-    ASSERT_EQ(holders.sockets.size(), 1U);
-    EXPECT_EQ(holders.sockets[0].process->program, "");
-    EXPECT_EQ(holders.sockets[0].process->name, "a (b)\n\n");
+    const PortClaims held = ReadHeld();
+    ASSERT_EQ(held.claims.size(), 1U);
+    EXPECT_EQ(held.claims[0].process->program, "");
+    EXPECT_EQ(held.claims[0].process->name, "a (b)\n\n");
 }
 
 // A socket in transit from one process to another, so that neither process has it open.
@@ -226,13 +232,19 @@ TEST_F(SocketHoldersTest, MayHandTheirSocketsOverBeforeTheyEnd) {
 }
 
 TEST(SocketStates, HaveNames) {
-    const std::pair<tool::HeldSocket, std::string> states[] = {
-        {{1, TAVO_PROTO_TCP, 10, {}}, "LISTEN"},     {{1, TAVO_PROTO_TCP, 1, {}}, "ESTABLISHED"},
-        {{1, TAVO_PROTO_TCP, 7, {}}, "CLOSE"},       {{1, TAVO_PROTO_TCP, 8, {}}, "CLOSE_WAIT"},
-        {{1, TAVO_PROTO_UDP, 7, {}}, "UNCONNECTED"}, {{1, TAVO_PROTO_UDP, 1, {}}, "CONNECTED"},
-        {{1, TAVO_PROTO_TCP, 99, {}}, "STATE 99"},   {{1, TAVO_PROTO_TCP, kNoState, {}}, ""},
+    struct {
+        std::uint32_t protocol;
+        std::uint32_t state;
+        const char *name;
+    } const states[] = {
+        {TAVO_PROTO_TCP, 10, "LISTEN"},     {TAVO_PROTO_TCP, 1, "ESTABLISHED"},
+        {TAVO_PROTO_TCP, 7, "CLOSE"},       {TAVO_PROTO_TCP, 8, "CLOSE_WAIT"},
+        {TAVO_PROTO_UDP, 7, "UNCONNECTED"}, {TAVO_PROTO_UDP, 1, "CONNECTED"},
+        {TAVO_PROTO_TCP, 99, "STATE 99"},   {TAVO_PROTO_TCP, kNoState, ""},
     };
-    for (const auto &[socket, name] : states) {
+    for (const auto &[protocol, state, name] : states) {
+        PortClaim socket = {{1, 1}, protocol, TAVO_PORT_CHECK_RUNTIME};
+        socket.state = state;
         EXPECT_EQ(StateName(socket), name);
     }
 }
@@ -288,7 +300,8 @@ TEST_F(SocketHoldersTest, BelongToAServiceByTheirNames) {
         process.program = kinship.program;
         process.name = process.program.substr(process.program.rfind('/') + 1);
         process.unit = kinship.unit;
-        const Declarer service = {kinship.service, kinship.file, kinship.service, ""};
+        const PortDeclarer service = {
+            .name = kinship.service, .file = kinship.file, .entry = kinship.service};
         EXPECT_EQ(programs.Owns(service, process), kinship.same)
             << kinship.program << ' ' << kinship.unit << ' ' << kinship.service;
     }
@@ -300,21 +313,21 @@ TEST_F(SocketHoldersTest, AreComparedWithoutReadingFilesAgain) {
     process.program = "/usr/bin/mapped";
     process.name = "mapped";
     ProgramsOfServices programs;
-    EXPECT_EQ(programs.Owns({"mapped_http", "", "", ""}, process), true);
+    EXPECT_EQ(programs.Owns({"mapped_http"}, process), true);
     WriteFile("/usr/tavo/etc/firewall_service_mapping_table", "mapped=other\n");
-    EXPECT_EQ(programs.Owns({"mapped_http", "", "", ""}, process), true);
-    EXPECT_EQ(programs.Owns({"other", "", "", ""}, process), false);
-    EXPECT_EQ(ProgramsOfServices().Owns({"other", "", "", ""}, process), true);
+    EXPECT_EQ(programs.Owns({"mapped_http"}, process), true);
+    EXPECT_EQ(programs.Owns({"other"}, process), false);
+    EXPECT_EQ(ProgramsOfServices().Owns({"other"}, process), true);
 }
 
 // A process can choose its own name.
 TEST_F(SocketHoldersTest, BelongToNoServiceByWhatTheyCallThemselves) {
     HoldingProcess process;
     process.name = "web";
-    EXPECT_EQ(ProgramsOfServices().Owns({"web", "", "", ""}, process), std::nullopt);
+    EXPECT_EQ(ProgramsOfServices().Owns({"web"}, process), std::nullopt);
     process.program = "/usr/bin/other";
     process.name = "other";
-    EXPECT_EQ(ProgramsOfServices().Owns({"web", "", "", ""}, process), false);
+    EXPECT_EQ(ProgramsOfServices().Owns({"web"}, process), false);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 
 #include "json_value.h"
 #include "port_world.h"
-#include "ports/free_ports.h"
+#include "ports/port_query.h"
 #include "servicetool_run.h"
 
 namespace tavo::test {

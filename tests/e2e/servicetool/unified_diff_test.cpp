@@ -38,6 +38,20 @@ TEST(UnifiedDiff, ShowsThreeLinesAroundAChange) {
               kHead + "@@ -7,7 +7,8 @@\n 7\n 8\n 9\n-10\n+ten\n+more\n 11\n 12\n 13\n");
 }
 
+TEST(UnifiedDiff, JoinsChangesWithUpToSixLinesBetween) {
+    const auto without = [](int line) {
+        return Numbers(1, 4) + Numbers(6, line - 1) + Numbers(line + 1, 20);
+    };
+    EXPECT_EQ(UnifiedDiff(Numbers(1, 20), without(12), "/etc/x"),
+              kHead +
+                  "@@ -2,14 +2,12 @@\n 2\n 3\n 4\n-5\n 6\n 7\n 8\n 9\n 10\n 11\n-12\n 13\n 14\n"
+                  " 15\n");
+    EXPECT_EQ(UnifiedDiff(Numbers(1, 20), without(13), "/etc/x"),
+              kHead +
+                  "@@ -2,7 +2,6 @@\n 2\n 3\n 4\n-5\n 6\n 7\n 8\n"
+                  "@@ -10,7 +9,6 @@\n 10\n 11\n 12\n-13\n 14\n 15\n 16\n");
+}
+
 TEST(UnifiedDiff, NamesNoFileForOneThatIsNotThere) {
     EXPECT_EQ(UnifiedDiff({}, "a\nb\n", "/etc/x"),
               "--- /dev/null\n+++ b/etc/x\n@@ -0,0 +1,2 @@\n+a\n+b\n");

@@ -2,29 +2,148 @@
 
 #include <sys/stat.h>
 
-#include <exception>
+#include <cerrno>
 #include <stdexcept>
-#include <system_error>
 
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/program_output.h"
-#include "input/library_log.h"
+#include "commands/command.h"
+#include "input/input_file.h"
+#include "input/library.h"
 #include "output/text.h"
 
 namespace tavo::tool {
 namespace {
+
+// ---- Reasons
+
+// A higher exit status is this plus the number of the signal that ended the program.
+constexpr int kSignalled = 128;
+
+std::string ProgramReason(const StepFailure &failure, const std::vector<std::string> &output) {
+    // Only the path of a plugin is known.
+    const std::string program = *failure.program != '\0' ? failure.program : failure.path;
+    if (failure.status < 0) {
+        return failure.code == TLIBC_ERR_NO_FILE
+                   ? program + " is missing"
+                   : program + " could not be run, or ran out of time";
+    }
+    const std::string said = LastWordOf(program, output);
+    if (!said.empty()) {
+        return said;
+    }
+    return failure.status > kSignalled
+               ? program + " was ended by signal " + std::to_string(failure.status - kSignalled)
+               : program + " ended with status " + std::to_string(failure.status);
+}
+
+// A writer creates the new file in the folder of the old one, so failures to write are about the
+// folder.
+std::string SystemErrorReason(const StepFailure &failure, const std::string &path) {
+    const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
+    const std::string place = *failure.path == '\0'  ? ""
+                              : failure.path != path ? std::string(failure.path) + ": "
+                              : writes               ? "the folder: "
+                                                     : "";
+    return place + ErrorText(failure.error);
+}
+
+// The reasons for the failure of steps that can fail for one reason only. A % is the path.
+constexpr struct {
+    Step step;
+    std::string_view reason;
+} kStepReasons[] = {
+    {Step::kCheckArguments, "invalid argument"},
+    {Step::kPrintPorts, "the ports are too long for a service file"},
+    {Step::kCheckPorts, "it is unknown whether the ports are free"},
+    {Step::kTakenPorts, "the ports are taken"},
+    {Step::kLock, "cannot lock %"},
+    {Step::kOccupied, "folder % has the name of a copy and is not empty"},
+    {Step::kMissingSection, "the section does not exist"},
+    {Step::kQueryService, "it is unknown whether % runs"},
+    {Step::kReload, "% could not be reloaded"},
+    {Step::kPreparePlugins, "the arguments of the plugins could not be set"},
+    {Step::kRunPlugins, "a plugin failed"},
+};
+
+std::string CodeReason(const StepFailure &failure) {
+    const std::string reason = SystemReason(failure.code);
+    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
+    return place + (reason.empty() ? "the reason is unknown" : reason);
+}
+
+// Why a step failed. Quotes the last line in `output` that the program of the
+// step printed.
+std::string ReasonText(const StepFailure &failure, const std::string &path,
+                       const std::vector<std::string> &output) {
+    if (failure.error == ENOMEM || (failure.error == 0 && failure.code == TLIBC_ERR_NO_MEMORY)) {
+        return ErrorText(ENOMEM);
+    }
+    if (failure.program != nullptr) {
+        return ProgramReason(failure, output);
+    }
+    if (failure.error != 0) {
+        return SystemErrorReason(failure, path);
+    }
+    for (const auto &[step, reason] : kStepReasons) {
+        if (step == failure.step) {
+            return Replaced(std::string(reason), "%", failure.path);
+        }
+    }
+    return CodeReason(failure);
+}
+
+// ---- Listeners
+
+struct ListenerText {
+    std::string_view name;   // for JSON
+    std::string_view words;  // for people
+    std::string_view fix;    // how to notify it later if it was not notified of a change
+};
+
+// In the order of Listener.
+constexpr ListenerText kListeners[kListenerCount] = {
+    {"router", "router tool",
+     "it is notified only when a change is made: change the section back and then again"},
+    {"firewall", "firewall", "write servicetool restart"},
+    {"relay", "relay daemon", "write servicetool restart --relay"},
+    {"plugins", "plugins", "remove the file and install it again"},
+};
+
+const ListenerText &TextOf(Listener listener) {
+    return kListeners[static_cast<std::size_t>(listener)];
+}
+
+// "router tool, firewall, relay daemon"
+std::string ListenersText(const std::vector<Listener> &listeners) {
+    std::string text;
+    for (const Listener listener : listeners) {
+        text.append(text.empty() ? "" : ", ").append(TextOf(listener).words);
+    }
+    return text;
+}
+
+// Why a listener was not notified: its own failure, or that of the previous listener.
+const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
+    if (notified[listener].state == Notified::kNotReached) {
+        for (int i = 0; i < kListenerCount; ++i) {
+            const Notification &other = notified[static_cast<Listener>(i)];
+            if (other.state == Notified::kFailed) {
+                return other.failure;
+            }
+        }
+    }
+    return notified[listener].failure;
+}
+
+// ---- Changes
 
 std::string_view WhatWasDone(const Change &change) {
     if (change.before) {
         return change.after ? "changed" : "removed";
     }
     return change.section.empty() ? "installed" : "made";
-}
-
-// A change that ended before its file was found has only the file name as its path.
-bool IsName(const std::string &path) {
-    return path.find('/') == std::string::npos;
 }
 
 // After a failure the stores are restored, but the firewall may have read them before that.
@@ -37,6 +156,16 @@ std::string FirewallFix(const ChangeOutcome &outcome) {
 }
 
 }  // namespace
+
+Change ChangeOf(const Arguments &arguments, const InstalledFile &file, FileText after,
+                std::vector<Listener> listeners) {
+    Change change = ChangeAskedFor(arguments);
+    change.path = file.path;
+    change.before = file.text;
+    change.after = std::move(after);
+    change.listeners = std::move(listeners);
+    return change;
+}
 
 ChangeReport::ChangeReport(Change change, Report &report)
     : change_(std::move(change)),
@@ -58,37 +187,13 @@ void ChangeReport::Add(const std::string &section, const PortQuery &query,
     }
 }
 
-void ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
+bool ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
                           Status status) {
     report_.TellError(change_.path, std::move(rule), message + std::string(kSoUnchanged),
                       std::move(fix));
     report_.Raise(status);
     AddResult();
-}
-
-bool ChangeReport::RefusesPorts() {
-    report_.Print(table_.Text(true, report_.Columns()) + verdicts_);
-    if (change_.force || (!taken_ && !unknown_)) {
-        return false;
-    }
-    if (taken_) {
-        Refuse("taken", "its ports are taken", change_.taken_fix,
-               unknown_ ? Status::kFailed : Status::kNo);
-    } else {
-        Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
-               Status::kFailed);
-    }
-    return true;
-}
-
-void ChangeReport::PrintPlan(const std::string &what) {
-    if (!what.empty()) {
-        report_.Print(Escaped(change_.path) + ": " + what + '\n');
-    }
-    if (!change_.listeners.empty()) {
-        report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
-    }
-    report_.Print(ShownDiff(diff_, report_.Colour()));
+    return false;
 }
 
 bool ChangeReport::End(const std::string &text) {
@@ -98,13 +203,25 @@ bool ChangeReport::End(const std::string &text) {
 }
 
 bool ChangeReport::Begin(const std::string &what) {
-    if (!change_.path.empty() && !change_.told_only && change_.before == change_.after) {
+    if (!change_.path.empty() && !change_.notify_only && change_.before == change_.after) {
         return End(Escaped(change_.path) + ": already up to date; nothing changed");
     }
-    if (RefusesPorts()) {
-        return false;
+    report_.Print(table_.Text(true, report_.Columns()) + verdicts_);
+    if (taken_ && !change_.force) {
+        return Refuse("taken", "its ports are taken", change_.taken_fix,
+                      unknown_ ? Status::kFailed : Status::kNo);
     }
-    PrintPlan(what);
+    if (unknown_ && !change_.force) {
+        return Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
+                      Status::kFailed);
+    }
+    if (!what.empty()) {
+        report_.Print(Escaped(change_.path) + ": " + what + '\n');
+    }
+    if (!change_.listeners.empty()) {
+        report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
+    }
+    report_.Print(ShownDiff(diff_, report_.Colour()));
     return change_.dry_run ? End("dry run: nothing changed, nobody notified") : true;
 }
 
@@ -113,22 +230,18 @@ void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
     source_name_ = name;
 }
 
-// Exceptions of the call are thrown before the library changes anything.
-void ChangeReport::Call(const Operation &operation, Done &done) {
+// Exceptions of the operation are thrown before the library changes anything.
+void ChangeReport::Call(const Operation &operation) {
     TLIBCErrSetEx(0, nullptr, 0);
-    done.outcome.notified.plugins = &done.plugins;
+    outcome_.notified.plugins = &plugins_;
     try {
         ProgramOutput programs;
-        try {
-            done.result = operation(done.outcome);
-        } catch (const std::exception &error) {
-            done.problem = LowerFirst(error.what());
-        }
-        done.output = programs.End();
-    } catch (const std::system_error &error) {
-        done.problem = LowerFirst(error.what());
+        result_ = operation(outcome_);
+        output_ = programs.End();
+    } catch (const std::exception &error) {
+        problem_ = LowerFirst(error.what());
     }
-    for (const std::string &line : done.output) {
+    for (const std::string &line : output_) {
         PrintLogLine(line);
     }
 }
@@ -136,85 +249,53 @@ void ChangeReport::Call(const Operation &operation, Done &done) {
 // Catches the exceptions of the change: to a caller, an exception means that nothing was changed.
 void ChangeReport::Do(const Operation &operation) {
     try {
-        Done done;
-        Call(operation, done);
-        TellOutcome(done);
+        Call(operation);
+        if (!change_.path.empty()) {
+            TellFile();
+        }
+        // A failed call has notified no listeners. A successful one has, even if the file is not as
+        // planned.
+        if (change_.path.empty() || result_ >= 0) {
+            TellNotifications();
+        }
+        TellTemporaryFiles();
     } catch (const std::exception &error) {
-        TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
-                   "look at the current content of the file");
+        TellUnknown(error);
     }
     AddResult();
 }
 
-std::string ChangeReport::ReasonOf(const StepFailure &failure, const Done &done) const {
-    // Names all plugins that failed, not only the first.
-    std::string reasons;
-    if (failure.step == Step::kRunPlugins) {
-        for (const PluginResult &plugin : done.plugins) {
-            if (plugin.status != 0) {
-                StepFailure one = failure;
-                CopyText(one.path, plugin.path);
-                one.status = plugin.status;
-                reasons +=
-                    (reasons.empty() ? "" : "; ") + ReasonText(one, change_.path, done.output);
-            }
-        }
-    }
-    if (!reasons.empty()) {
-        return reasons;
-    }
-    return Replaced(LowerFirst(ReasonText(failure, change_.path, done.output)), copied_path_,
-                    source_name_);
-}
-
-// A failed call has notified no listeners. A successful one has, even if the file is not as
-// planned.
-void ChangeReport::TellOutcome(const Done &done) {
-    if (!change_.path.empty()) {
-        TellFile(done);
-    }
-    if (change_.path.empty() || done.result >= 0) {
-        TellListeners(done);
-    }
-    TellStagedCopy(done.outcome.failure);
-    TellSideCopies();
-}
-
 // Reads the file again, because the library does not detect every failed write.
-void ChangeReport::TellFile(const Done &done) {
+void ChangeReport::TellFile() {
     FileText now;
     try {
-        now = TextOf(change_.path);
+        now = TextOf(change_.path, change_.path);
     } catch (const std::runtime_error &error) {
-        TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
-                   "look at the current content of the file");
+        TellUnknown(error);
         return;
     }
     changed_ = now != change_.before;
     const bool as_planned = now == change_.after;
-    if (done.result >= 0 && as_planned && change_.told_only) {
+    if (result_ >= 0 && as_planned) {
+        if (!change_.notify_only) {
+            report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
+        }
         return;
     }
-    if (done.result >= 0 && as_planned) {
-        report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
-        return;
-    }
-    if (done.result >= 0 && changed_) {
+    if (result_ >= 0 && changed_) {
         TellFailed("it was changed by somebody else meanwhile", "check it, and repeat the change");
         return;
     }
-    const std::string known =
-        done.problem.empty() ? ReasonOf(done.outcome.failure, done) : done.problem;
-    const std::string reason = known.empty() ? "the reason is unknown" : known;
-    if (change_.told_only) {
+    const std::string reason = problem_.empty() ? ReasonOf(outcome_.failure) : problem_;
+    if (change_.notify_only) {
         TellFailed(reason, "");
-    } else if (done.outcome.undo == Undo::kFailed) {
-        TellFailed(reason + "; what was changed could not be put back: " +
-                       ReasonOf(done.outcome.undo_failure, done),
-                   "");
+    } else if (outcome_.undo == Undo::kFailed) {
+        TellFailed(
+            reason + "; what was changed could not be put back: " + ReasonOf(outcome_.undo_failure),
+            "");
     } else if (!changed_) {
         TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
-                   FirewallFix(done.outcome));
+                   FirewallFix(outcome_));
     } else if (as_planned) {
         TellFailed(reason + "; the file was changed anyway", "write servicetool restart");
     } else {
@@ -223,9 +304,74 @@ void ChangeReport::TellFile(const Done &done) {
     }
 }
 
+// A daemon that is not running needs no notification: it reads its configuration when it starts.
+void ChangeReport::TellNotifications() {
+    const Notifications &notifications = outcome_.notified;
+    std::vector<Listener> notified;
+    for (const Listener listener : change_.listeners) {
+        const ListenerText &text = TextOf(listener);
+        const Notified state = notifications[listener].state;
+        if (state == Notified::kYes || state == Notified::kNotRunning) {
+            notified.push_back(listener);
+            notified_.emplace_back(text.name);
+            continue;
+        }
+        not_notified_.emplace_back(text.name);
+        const bool removed = listener == Listener::kPlugins && !change_.after;
+        Warn("", "not-told",
+             "could not notify the " + std::string(text.words) + ": " +
+                 ReasonOf(FailureOf(listener, notifications)),
+             removed ? "install the file again and remove it once more" : std::string(text.fix));
+    }
+    if (!notified.empty()) {
+        report_.PrintDone("notified: " + ListenersText(notified));
+    }
+}
+
+// The library installs a file under a temporary name and renames it. If that fails, the temporary
+// file is not removed. Side copies remain if they may be needed or cannot be removed.
+void ChangeReport::TellTemporaryFiles() {
+    const StepFailure &failure = outcome_.failure;
+    struct stat status {};
+    if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
+        lstat(failure.path, &status) == 0) {
+        Warn(failure.path, "left-behind", "could not be installed and was left behind",
+             "remove it");
+    }
+    for (const Leftover &copy : OwnCopiesOfStores()) {
+        Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
+             "see that " + copy.original + " is whole, and remove the copy");
+    }
+}
+
+std::string ChangeReport::ReasonOf(const StepFailure &failure) const {
+    // Names all plugins that failed, not only the first.
+    std::string reasons;
+    if (failure.step == Step::kRunPlugins) {
+        for (const PluginResult &plugin : plugins_) {
+            if (plugin.status != 0) {
+                StepFailure one = failure;
+                CopyText(one.path, plugin.path);
+                one.status = plugin.status;
+                reasons += (reasons.empty() ? "" : "; ") + ReasonText(one, change_.path, output_);
+            }
+        }
+    }
+    if (!reasons.empty()) {
+        return reasons;
+    }
+    return Replaced(LowerFirst(ReasonText(failure, change_.path, output_)), copied_path_,
+                    source_name_);
+}
+
 void ChangeReport::TellFailed(std::string message, std::string fix) {
     report_.TellError(change_.path, "failed", std::move(message), std::move(fix));
     report_.Raise(Status::kFailed);
+}
+
+void ChangeReport::TellUnknown(const std::exception &error) {
+    TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
+               "look at the current content of the file");
 }
 
 void ChangeReport::Warn(const std::string &file, const std::string &rule, std::string message,
@@ -239,45 +385,6 @@ void ChangeReport::Warn(const std::string &file, const std::string &rule, std::s
     report_.Raise(Status::kFailed);
 }
 
-void ChangeReport::TellListeners(const Done &done) {
-    const Notifications &notified = done.outcome.notified;
-    std::vector<Listener> told;
-    for (const Listener listener : change_.listeners) {
-        const std::string name(ListenerName(listener));
-        if (IsServed(notified[listener])) {
-            told.push_back(listener);
-            told_.push_back(name);
-            continue;
-        }
-        not_told_.push_back(name);
-        const std::string reason = ReasonOf(FailureOf(listener, notified), done);
-        Warn("", "not-told",
-             NotToldText(listener, reason.empty() ? "the reason is unknown" : reason),
-             NotToldFix(listener, !change_.after));
-    }
-    if (!told.empty()) {
-        report_.PrintDone("notified: " + ListenersText(told));
-    }
-}
-
-// The library installs a file under a temporary name and renames it. If that fails, the temporary
-// file is not removed.
-void ChangeReport::TellStagedCopy(const StepFailure &failure) {
-    struct stat status {};
-    if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
-        lstat(failure.path, &status) == 0) {
-        Warn(failure.path, "left-behind", "could not be installed and was left behind",
-             "remove it");
-    }
-}
-
-void ChangeReport::TellSideCopies() {
-    for (const Leftover &copy : OwnCopiesOfStores()) {
-        Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
-             "see that " + copy.original + " is whole, and remove the copy");
-    }
-}
-
 void ChangeReport::AddResult() {
     Json conflicts = Json::EmptyArray();
     for (const auto &[section, conflict] : conflicts_) {
@@ -285,16 +392,18 @@ void ChangeReport::AddResult() {
         one.Merge(ConflictJson(conflict));
         conflicts.Append(std::move(one));
     }
+    // A change that ended before its file was found has only the file name as its path.
+    const std::size_t name = change_.path.rfind('/') + 1;
     report_.AddResult({{"operation", change_.operation},
-                       {"file", TextOrNull(change_.path.substr(change_.path.rfind('/') + 1))},
-                       {"path", TextOrNull(IsName(change_.path) ? "" : change_.path)},
+                       {"file", TextOrNull(change_.path.substr(name))},
+                       {"path", TextOrNull(name == 0 ? "" : change_.path)},
                        {"section", TextOrNull(change_.section)},
                        {"dry_run", change_.dry_run},
                        {"changed", changed_},
                        {"diff", TextOrNull(diff_)},
                        {"conflicts", std::move(conflicts)},
-                       {"told", told_},
-                       {"not_told", not_told_}});
+                       {"told", notified_},
+                       {"not_told", not_notified_}});
 }
 
 }  // namespace tavo::tool

@@ -3,19 +3,22 @@
 #ifndef TAVO_SERVICETOOL_CHANGE_CHANGE_REPORT_H
 #define TAVO_SERVICETOOL_CHANGE_CHANGE_REPORT_H
 
+#include <exception>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "change/outcome_text.h"
 #include "change/unified_diff.h"
 #include "lifecycle/change.h"
 #include "output/report.h"
 #include "ports/port_sources.h"
 
 namespace tavo::tool {
+
+class Arguments;
+struct InstalledFile;
 
 struct Change {
     std::string_view operation;       // the command's name
@@ -24,12 +27,16 @@ struct Change {
     FileText before;                  // current text of the file
     FileText after;                   // planned text of the file
     std::vector<Listener> listeners;  // to be notified
-    bool told_only = false;           // the file is already removed; only notify the listeners
+    bool notify_only = false;         // the file is already removed; only notify the listeners
     bool dry_run = false;
     bool force = false;  // continue even if ports are taken or unknown
     std::string taken_fix = "ask servicetool suggest for ports that are free";
     std::string unknown_fix = {};  // the fix if it is unknown whether ports are taken
 };
+
+// The change of an installed file that the command makes; `after` is its planned text.
+Change ChangeOf(const Arguments &arguments, const InstalledFile &file, FileText after,
+                std::vector<Listener> listeners);
 
 class ChangeReport {
   public:
@@ -42,8 +49,9 @@ class ChangeReport {
     // Adds the answer for the ports that a section will declare.
     void Add(const std::string &section, const PortQuery &query, const PortAnswer &answer);
 
-    // Reports why the change is refused. "nothing was changed" is appended to `message`.
-    void Refuse(std::string rule, const std::string &message, std::string fix = {},
+    // Reports why the change is refused. "nothing was changed" is appended to `message`. Returns
+    // false.
+    bool Refuse(std::string rule, const std::string &message, std::string fix = {},
                 Status status = Status::kNo);
 
     // Prints the planned change; `what` describes it, as in "add section [chat]". Returns false if
@@ -62,27 +70,20 @@ class ChangeReport {
     void AddResult();
 
   private:
-    bool RefusesPorts();
-    void PrintPlan(const std::string &what);
     bool End(const std::string &text);
-    // The result of an operation.
-    struct Done {
-        int result = -1;
-        std::string problem;  // why the change was not started; else empty
-        ChangeOutcome outcome;
-        GrowingArray<PluginResult> plugins;  // one for each plugin run
-        std::vector<std::string> output;     // lines printed by programs
-    };
-    void Call(const Operation &operation, Done &done);
-    void TellOutcome(const Done &done);
-    void TellFile(const Done &done);
+    void Call(const Operation &operation);
+
+    // Each of these reports a part of the outcome, and raises the status after a failure.
+    void TellFile();
     void TellFailed(std::string message, std::string fix);
-    void TellListeners(const Done &done);
-    void TellStagedCopy(const StepFailure &failure);
-    void TellSideCopies();
-    std::string ReasonOf(const StepFailure &failure, const Done &done) const;
+    void TellUnknown(const std::exception &error);
+    void TellNotifications();
+    void TellTemporaryFiles();
     void Warn(const std::string &file, const std::string &rule, std::string message,
               std::string fix);
+
+    // Why a step failed.
+    std::string ReasonOf(const StepFailure &failure) const;
 
     Change change_;
     Report &report_;
@@ -92,10 +93,17 @@ class ChangeReport {
     std::vector<std::pair<std::string, PortConflict>> conflicts_;  // by section
     bool taken_ = false;
     bool unknown_ = false;
+
+    // The outcome of the operation.
+    int result_ = -1;
+    std::string problem_;  // why the operation was not started; else empty
+    ChangeOutcome outcome_;
+    GrowingArray<PluginResult> plugins_;  // one for each plugin run
+    std::vector<std::string> output_;     // lines printed by programs
     bool changed_ = false;
-    std::vector<std::string> told_;      // JSON names of the notified listeners
-    std::vector<std::string> not_told_;  // JSON names of the others
-    std::string copied_path_;            // printed as source_name_
+    std::vector<std::string> notified_;      // JSON names of the notified listeners
+    std::vector<std::string> not_notified_;  // JSON names of the others
+    std::string copied_path_;                // printed as source_name_
     std::string source_name_;
 };
 

@@ -6,9 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <optional>
+#include <filesystem>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -62,35 +63,9 @@ std::string NameProblem(const std::string &name) {
     return std::any_of(name.begin(), name.end(), is_control) ? "holds a control byte" : "";
 }
 
-// Whether the file, or a symbolic link of that name, exists. If unknown, reports this, raises the
-// status and returns nullopt: the caller must not create a second file of that name.
-std::optional<bool> Exists(const std::string &path, Report &report) {
-    struct stat status {};
-    if (lstat(path.c_str(), &status) == 0) {
-        return true;
-    }
-    if (IsAbsence(errno)) {
-        return false;
-    }
-    report.TellError(path, "unreadable", ErrorText(errno) + std::string(kSoUnchanged));
-    report.Raise(Status::kFailed);
-    return {};
-}
-
 bool LeadsNowhere(const std::string &path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 && stat(path.c_str(), &status) != 0 && errno == ENOENT;
-}
-
-std::string PathIn(const ServiceFolder &folder, const std::string &name) {
-    return std::string(folder.path) + '/' + name;
-}
-
-// The requested folders; both if none is requested.
-std::vector<ServiceFolder> Candidates(const FolderChoice &choice) {
-    return ServiceFolders(choice.system    ? TAVO_SERVICE_CONF_DIR_SYSTEM
-                          : choice.package ? TAVO_SERVICE_CONF_DIR_PACKAGE
-                                           : kEveryServiceFolder);
 }
 
 // A name in the folder that differs only in case, or by a missing suffix; empty if there is none.
@@ -105,53 +80,32 @@ std::string MeantName(const ServiceFolder &folder, const std::string &name) {
     return meant;
 }
 
-bool Lock(const std::string &name, InstalledFile &file, Report &report) {
-    return file.lock.Take() || TellNoLock(file.lock, name, std::string(kSoUnchanged), report);
-}
-
-bool Read(InstalledFile &file, Report &report) {
-    FileContents contents = ReadRegularFile(file.path);
-    if (!contents.problem.empty()) {
-        report.TellError(file.path, "unreadable", contents.problem + std::string(kSoUnchanged),
-                         LeadsNowhere(file.path) ? "remove the link, which leads nowhere" : "");
-        report.Raise(Status::kFailed);
-        return false;
-    }
-    file.text = std::move(contents.text);
-    return true;
-}
-
 }  // namespace
 
-bool ChangeLock::Take() {
-    for (Pauses pauses(kPatience);;) {
-        StepFailure failure;
-        const LockAttempt attempt = TryLockFile(kFile, file_, failure);
-        if (attempt == LockAttempt::kFailed) {
-            problem_ = std::string(failure.path) + ": " +
-                       (failure.error == 0 ? "belongs to somebody else" : ErrorText(failure.error));
-            return false;
-        }
-        if (attempt == LockAttempt::kLocked) {
-            problem_ = IsOwnFile(file_.Get()) ? "" : std::string(kFile) + ": is no file of our own";
-            return problem_.empty();
-        }
-        if (!pauses.Next()) {
-            return false;
-        }
-    }
-}
-
-bool TellNoLock(const ChangeLock &lock, const std::string &name, const std::string &consequence,
-                Report &report) {
-    if (lock.Problem().empty()) {
-        report.TellError(name, "busy", "another change is in progress" + consequence,
-                         "wait for its end, and try again");
-    } else {
-        report.TellError(name, "failed", "the lock for changes: " + lock.Problem() + consequence,
-                         geteuid() == 0 ? "" : "run it as root");
+bool LockChanges(Descriptor &lock, const std::string &name, const std::string &consequence,
+                 Report &report) {
+    Pauses pauses(kPatience);
+    StepFailure failure;
+    LockAttempt attempt = LockAttempt::kBusy;
+    do {
+        attempt = TryLockFile(kFile, lock, failure);
+    } while (attempt == LockAttempt::kBusy && pauses.Next());
+    if (attempt == LockAttempt::kLocked && IsOwnFile(lock.Get())) {
+        return true;
     }
     report.Raise(Status::kFailed);
+    if (attempt == LockAttempt::kBusy) {
+        report.TellError(name, "busy", "another change is in progress" + consequence,
+                         "wait for its end, and try again");
+        return false;
+    }
+    std::string problem = std::string(kFile) + ": is no file of our own";
+    if (attempt == LockAttempt::kFailed) {
+        problem = std::string(failure.path) + ": " +
+                  (failure.error == 0 ? "belongs to somebody else" : ErrorText(failure.error));
+    }
+    report.TellError(name, "failed", "the lock for changes: " + problem + consequence,
+                     geteuid() == 0 ? "" : "run it as root");
     return false;
 }
 
@@ -164,40 +118,42 @@ bool CheckFileName(const std::string &name, Report &report) {
     return problem.empty();
 }
 
-bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
-                       bool dry_run, InstalledFile &file, Report &report) {
-    if (!CheckFileName(name, report) || (!dry_run && !Lock(name, file, report))) {
+bool FindInstalledFile(const std::string &name, int folders, Missing missing, bool dry_run,
+                       InstalledFile &file, Report &report) {
+    if (!CheckFileName(name, report) ||
+        (!dry_run && !LockChanges(file.lock, name, std::string(kSoUnchanged), report))) {
         return false;
-    }
-    const std::vector<ServiceFolder> folders = Candidates(choice);
-    std::vector<ServiceFolder> found;
-    for (const ServiceFolder &folder : folders) {
-        const std::optional<bool> exists = Exists(PathIn(folder, name), report);
-        if (!exists) {
-            return false;
-        }
-        if (*exists) {
-            found.push_back(folder);
-        }
-    }
-    if (found.size() > 1) {
-        report.TellUsage(Quoted(name) + " is installed in both folders",
-                         "add --system or --package");
-        return false;
-    }
-    if (found.empty() && missing == Missing::kRefuse) {
-        return TellNotInstalled(name, choice, report);
     }
     file.name = name;
-    file.folder = found.empty() ? folders.back() : found.front();
-    file.path = PathIn(file.folder, name);
-    return found.empty() || Read(file, report);
+    for (const ServiceFolder &folder : ServiceFolders(folders)) {
+        const std::string path = std::string(folder.path) + '/' + name;
+        FileContents contents = ReadRegularFile(path);
+        if (!contents.problem.empty() && !contents.absent) {
+            report.TellError(path, "unreadable", contents.problem + std::string(kSoUnchanged),
+                             LeadsNowhere(path) ? "remove the link, which leads nowhere" : "");
+            report.Raise(Status::kFailed);
+            return false;
+        }
+        if (!contents.absent && file.text) {
+            report.TellUsage(Quoted(name) + " is installed in both folders",
+                             "add --system or --package");
+            return false;
+        }
+        if (!file.text) {
+            file.folder = folder;
+            file.path = path;
+        }
+        if (!contents.absent) {
+            file.text = std::move(contents.text);
+        }
+    }
+    return file.text || missing == Missing::kAllow || TellNotInstalled(name, folders, report);
 }
 
-bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Report &report) {
+bool TellNotInstalled(const std::string &name, int folders, Report &report) {
     std::string paths;
     std::string fix;
-    for (const ServiceFolder &folder : Candidates(choice)) {
+    for (const ServiceFolder &folder : ServiceFolders(folders)) {
         paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
         const std::string meant = MeantName(folder, name);
         fix = meant.empty() ? fix : "write " + meant;
@@ -208,13 +164,40 @@ bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Repor
     return false;
 }
 
-FileText TextOf(const std::string &path) {
+std::string LinkRemark(const std::string &path, OfLink what) {
+    std::error_code error;
+    if (!std::filesystem::is_symlink(path, error)) {
+        return "";
+    }
+    const std::string target = Escaped(std::filesystem::canonical(path, error).string());
+    return what == OfLink::kTarget ? " (" + target + ", where the link leads)"
+                                   : " (the link, not " + target + ')';
+}
+
+// Only a warning, because the library reads all files of a service folder, whatever their names.
+void WarnOfNewName(const std::string &name, const std::string &fix, Report &report) {
+    constexpr char kEnding[] = ".sc";
+    const std::string visible = name.substr(std::min(name.find_first_not_of('.'), name.size()));
+    const bool ends = visible.ends_with(kEnding);
+    if (visible == name && ends) {
+        return;
+    }
+    report.Tell(
+        {.file = name,
+         .severity = Severity::kWarning,
+         .rule = "file-name",
+         .message = visible == name ? "the name of a service file ends in .sc"
+                                    : "the name hides the file from a plain listing",
+         .fix = fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding)});
+}
+
+FileText TextOf(const std::string &path, const std::string &what) {
     FileContents contents = ReadRegularFile(path);
     if (contents.absent) {
         return {};
     }
     if (!contents.problem.empty()) {
-        throw std::runtime_error(path + ": " + contents.problem);
+        throw std::runtime_error(what + ": " + contents.problem);
     }
     return std::move(contents.text);
 }

@@ -11,68 +11,56 @@
 
 namespace tavo::tool {
 
-// ---- The lock for changes
+// Locks changes of service files: no other servicetool may take the ports between the check for
+// free ports and the change. Waits for a change in progress. If that takes too long, or if the lock
+// cannot be created, reports an error about `name` with the consequence, raises the status and
+// returns false.
 //
-// Only one servicetool at a time changes service files: no other one may take the ports between the
-// check for free ports and the change.
-
 // Other programs that change service files, such as the administration pages, do not take the lock.
 // Programs that are notified of a change do not inherit it, so they cannot make a change themselves
 // with servicetool.
-class ChangeLock {
-  public:
-    // Waits for a change in progress. Returns false if that takes too long, or if the lock cannot
-    // be created.
-    bool Take();
-
-    // Why the lock cannot be created; empty if another change is in progress.
-    const std::string &Problem() const { return problem_; }
-
-  private:
-    Descriptor file_;
-    std::string problem_;
-};
-
-// Reports an error about `name`: why the lock was not taken, and the consequence for the change.
-// Returns false.
-bool TellNoLock(const ChangeLock &lock, const std::string &name, const std::string &consequence,
-                Report &report);
-
-// ---- The file
-
-// --system or --package; if neither is given, the folder that contains the file.
-struct FolderChoice {
-    bool system = false;
-    bool package = false;
-};
+bool LockChanges(Descriptor &lock, const std::string &name, const std::string &consequence,
+                 Report &report);
 
 struct InstalledFile {
     std::string name;  // without a folder: "chat.sc"
     ServiceFolder folder{};
     std::string path;
     FileText text;    // nullopt if the file is not installed
-    ChangeLock lock;  // taken unless the change is a dry run
+    Descriptor lock;  // of changes, unless the change is a dry run
 };
 
 // Whether a missing file is an error, or a file to create; the latter is in the package folder
 // unless another one is requested.
 enum class Missing { kRefuse, kAllow };
 
-// Finds the file and, unless this is a dry run, takes the lock. Returns false if the command cannot
-// use the file: its name is invalid, it is missing, in both folders or unreadable, or the lock
-// cannot be taken. This is reported and raises the status.
-bool FindInstalledFile(const std::string &name, const FolderChoice &choice, Missing missing,
-                       bool dry_run, InstalledFile &file, Report &report);
+// Finds the file in the service folders that the bits of `folders` select and, unless this is a dry
+// run, takes the lock. Returns false if the command cannot use the file: its name is invalid, it is
+// missing, in both folders or unreadable, or the lock cannot be taken. This is reported and raises
+// the status.
+bool FindInstalledFile(const std::string &name, int folders, Missing missing, bool dry_run,
+                       InstalledFile &file, Report &report);
 
 // Reports that no file of that name is installed, raises the status and returns false.
-bool TellNotInstalled(const std::string &name, const FolderChoice &choice, Report &report);
+bool TellNotInstalled(const std::string &name, int folders, Report &report);
 
 // Returns whether `name` is a file name without a folder. If not, reports it and raises the status.
 bool CheckFileName(const std::string &name, Report &report);
 
-// The current contents of a file; nullopt if it does not exist. Throws std::runtime_error with the
-// reason if it cannot be read.
-FileText TextOf(const std::string &path);
+// What a change of a symbolic link affects: the library writes sections to its target, but replaces
+// and removes the link itself.
+enum class OfLink { kTarget, kItself };
+
+// " (FILE, where the link leads)" or " (the link, not FILE)"; empty if the file is not a link.
+std::string LinkRemark(const std::string &path, OfLink what);
+
+// Warns if the name of a new file is hidden or lacks the usual suffix. `fix` describes how to set
+// a name; the suggested name is appended.
+void WarnOfNewName(const std::string &name, const std::string &fix, Report &report);
+
+// The current contents of a file; nullopt if it does not exist. Throws std::runtime_error with
+// `what` and the reason if it cannot be read.
+FileText TextOf(const std::string &path, const std::string &what);
 
 }  // namespace tavo::tool
 

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
+#include <ctime>
 #include <filesystem>
 #include <iterator>
 #include <set>
@@ -18,53 +20,53 @@
 #include <system_error>
 
 #include "base/descriptor.h"
-#include "change/live_process.h"
 #include "change/private_folder.h"
 #include "input/input_file.h"
 #include "input/service_file.h"
+#include "lifecycle/path_change.h"
 #include "lifecycle/side_copy.h"
+#include "lifecycle/temporary_copy.h"
 #include "lifecycle/temporary_names.h"
 #include "support/writers_lock.h"
 
 namespace tavo::tool {
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr char kAnotherOne[] = "there is another one of its name now";
 
 struct Kind {
-    LeftoverKind kind;
     std::string_view name;
     std::string_view words;
 };
 
+// In the order of LeftoverKind.
 constexpr Kind kKinds[] = {
-    {LeftoverKind::kPrivateFolder, "private-folder", "private folder of a servicetool"},
-    {LeftoverKind::kUpdatedFile, "updated-file", "copy of the replaced file "},
-    {LeftoverKind::kRemovedFile, "removed-file", "copy of the removed file "},
-    {LeftoverKind::kStagedFile, "staged-file", "file that was to be installed as "},
-    {LeftoverKind::kStore, "store", "copy of "},
-    {LeftoverKind::kWriterFolder, "writer-folder", "folder of a writer"},
+    {"private-folder", "private folder of a servicetool"},
+    {"updated-file", "copy of the replaced file "},
+    {"removed-file", "copy of the removed file "},
+    {"staged-file", "file that was to be installed as "},
+    {"store", "copy of "},
+    {"writer-folder", "folder of a writer"},
 };
+static_assert(std::size(kKinds) == static_cast<std::size_t>(LeftoverKind::kWriterFolder) + 1);
 
 const Kind &KindOf(LeftoverKind kind) {
-    return *std::find_if(std::begin(kKinds), std::end(kKinds),
-                         [kind](const Kind &one) { return one.kind == kind; });
+    return kKinds[static_cast<std::size_t>(kind)];
 }
 
-// ---- Names and entries
+// ---- Entries
 
-std::string FolderOf(const std::string &path) {
-    return path.substr(0, path.rfind('/'));
-}
-
-std::string InTmp(const std::string &name) {
-    return std::string(kTemporaryFolder) + '/' + name;
-}
-
-// Like NamesIn, but a missing folder is empty.
-std::optional<std::vector<std::string>> NamesInAny(const std::string &folder) {
+// The names in a folder, which is taken for an empty one after the errors for which is_empty(errno)
+// is true.
+std::vector<std::string> NamesOrThrow(const std::string &folder,
+                                      bool (*is_empty)(int) = IsAbsence) {
     auto names = NamesIn(folder);
-    return names || !IsAbsence(errno) ? std::move(names) : std::vector<std::string>();
+    if (!names && !is_empty(errno)) {
+        throw std::system_error(errno, std::generic_category(), folder);
+    }
+    return std::move(names).value_or(std::vector<std::string>());
 }
 
 // Whether the path is a file or folder that belongs to this user or to root. A file must not have
@@ -83,31 +85,131 @@ bool IsPrivateFolder(const std::string &path) {
            (status.st_mode & 07777) == S_IRWXU;
 }
 
-// Whether the text can be the random part of a name made by mkstemp or mkdtemp.
-bool IsRandom(std::string_view part) {
+// ---- Names
+
+// Placeholders in the forms of names: the name of a service file, a process id or another number,
+// and the random characters of mkstemp or mkdtemp.
+constexpr char kFile = '\1';
+constexpr char kNumber = '\2';
+constexpr char kRandom = '\3';
+
+struct NameForm {
+    LeftoverKind kind;
+    mode_t type;
+    std::string text;
+    std::string original = {};  // if the name does not contain that of a service file
+};
+
+bool TakeRandom(std::string_view &text) {
     constexpr std::size_t kLength = 6;
+    const std::string_view part = text.substr(text.size() - std::min(kLength, text.size()));
+    text.remove_suffix(part.size());
     return part.size() == kLength && std::all_of(part.begin(), part.end(), [](char c) {
                return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
            });
 }
 
-// Reads a process id; the text must contain nothing else.
-std::optional<pid_t> ReadPid(std::string_view text) {
-    pid_t pid = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
-    const bool whole = error == std::errc() && end == text.data() + text.size() && pid > 0;
-    return whole && text.front() != '0' ? std::optional(pid) : std::nullopt;
+// Takes a positive number without leading zeros from the end of the text.
+std::optional<pid_t> TakeNumber(std::string_view &text) {
+    const std::size_t start = text.find_last_not_of("0123456789") + 1;
+    const std::string_view digits = text.substr(start);
+    pid_t number = 0;
+    const auto [end, error] = std::from_chars(digits.begin(), digits.end(), number);
+    text = text.substr(0, start);
+    return error == std::errc() && digits.front() != '0' ? std::optional(number) : std::nullopt;
 }
 
-// The part of the name between `prefix` and `suffix`; empty if the name does not have this form.
-std::string_view Between(std::string_view name, std::string_view prefix, std::string_view suffix) {
-    if (name.size() <= prefix.size() + suffix.size() || !name.starts_with(prefix) ||
-        !name.ends_with(suffix)) {
-        return {};
+// Reads the name of the service file and the process id, if any, from a name, starting at its end.
+// Of two numbers the first one is the process id. Returns false if the name does not have this
+// form.
+bool ReadName(std::string_view name, std::string_view form, Leftover &found) {
+    for (; !form.empty() && form.back() != kFile; form.remove_suffix(1)) {
+        if (form.back() == kNumber) {
+            found.pid = TakeNumber(name);
+            if (!found.pid) {
+                return false;
+            }
+        } else if (form.back() == kRandom) {
+            if (!TakeRandom(name)) {
+                return false;
+            }
+        } else if (name.ends_with(form.back())) {
+            name.remove_suffix(1);
+        } else {
+            return false;
+        }
     }
-    name.remove_prefix(prefix.size());
-    name.remove_suffix(suffix.size());
-    return name;
+    if (form.empty()) {
+        return name.empty();
+    }
+    form.remove_suffix(1);
+    found.original = name.substr(std::min(form.size(), name.size()));
+    return name.starts_with(form) && !found.original.empty();
+}
+
+// ---- Processes
+
+// A change takes seconds, or minutes if a listener hangs.
+constexpr std::time_t kLongestChange = 600;
+
+// Mapped files of processes that may make temporary files, see proc_pid_maps(5).
+constexpr std::string_view kMakers[] = {"/libtavoserviceconf.so", "/servicetool\n",
+                                        "/servicetool (deleted)\n"};
+
+// Also true for a process of another user.
+bool IsRunning(pid_t pid) {
+    return kill(pid, 0) == 0 || errno != ESRCH;
+}
+
+// The names in a folder of /proc; none if the process has ended or cannot be inspected.
+std::vector<std::string> NamesInProc(const std::string &folder) {
+    return NamesOrThrow(
+        folder, [](int error) { return error == ENOENT || error == ESRCH || error == EACCES; });
+}
+
+bool HasOpen(const std::string &process, const std::string &path) {
+    const std::string folder = process + "/fd/";
+    const std::vector<std::string> names = NamesInProc(folder);
+    return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+        std::error_code gone;
+        return fs::read_symlink(folder + name, gone) == path;
+    });
+}
+
+// Returns true for a process that cannot be inspected, and false for one that has ended.
+bool MayBeMaker(const std::string &process) {
+    const FileContents maps = ReadRegularFile(process + "/maps");
+    return std::any_of(std::begin(kMakers), std::end(kMakers),
+                       [&](std::string_view maker) {
+                           return maps.text.find(maker) != std::string::npos;
+                       }) ||
+           (!maps.problem.empty() && !maps.absent && maps.problem != ErrorText(ESRCH));
+}
+
+bool IsNew(const std::string &path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) != 0 ||
+           std::time(nullptr) - status.st_ctim.tv_sec < kLongestChange;
+}
+
+// The process that may still need a file without a process id in its name: one that has the file
+// open or, if the file is new, any other servicetool or program that has loaded the library.
+// Returns nullopt if there is none. Throws std::system_error if that is unknown.
+std::optional<pid_t> PossibleUser(const std::string &path) {
+    const bool is_new = IsNew(path);
+    // /proc lists open files by their path without symbolic links.
+    std::error_code gone;
+    const std::string real_path = fs::canonical(path, gone);
+    for (const std::string &name : NamesInProc("/proc")) {
+        std::string_view rest = name;
+        const std::optional<pid_t> pid = TakeNumber(rest);
+        const std::string process = "/proc/" + name;
+        if (pid && rest.empty() && *pid != getpid() &&
+            (HasOpen(process, real_path) || (is_new && MayBeMaker(process)))) {
+            return pid;
+        }
+    }
+    return {};
 }
 
 // ---- What must stay
@@ -115,12 +217,12 @@ std::string_view Between(std::string_view name, std::string_view prefix, std::st
 // Whether no service folder contains a file of that name. A file that cannot be checked counts as
 // present.
 bool IsGone(const std::string &name) {
-    const std::vector<ServiceFolder> folders = ServiceFolders(kEveryServiceFolder);
-    return std::all_of(folders.begin(), folders.end(), [&name](const ServiceFolder &folder) {
-        struct stat status {};
-        return lstat((std::string(folder.path) + '/' + name).c_str(), &status) != 0 &&
-               IsAbsence(errno);
-    });
+    return std::all_of(
+        std::begin(kServiceFolders), std::end(kServiceFolders), [&](const ServiceFolder &folder) {
+            struct stat status {};
+            return lstat((std::string(folder.path) + '/' + name).c_str(), &status) != 0 &&
+                   IsAbsence(errno);
+        });
 }
 
 bool IsPartOfStore(const std::string &name, const std::string &store) {
@@ -128,18 +230,8 @@ bool IsPartOfStore(const std::string &name, const std::string &store) {
            (name != kInstallFolder || store == PathOf(StoreId::kFirewallRules));
 }
 
-std::vector<std::string> NamesOrThrow(const std::string &folder) {
-    auto names = NamesInAny(folder);
-    if (!names) {
-        throw std::system_error(errno, std::generic_category(), folder);
-    }
-    return std::move(*names);
-}
-
-using Look = int (*)(const char *, struct stat *);
-
 // Returns nullopt if the path does not exist. Throws if that is unknown.
-std::optional<struct stat> StatusOf(const std::string &path, Look look) {
+std::optional<struct stat> StatusOf(const std::string &path, decltype(lstat) look) {
     struct stat status {};
     if (look(path.c_str(), &status) == 0) {
         return status;
@@ -160,26 +252,29 @@ bool IsCut(const struct stat &original, const struct stat &copy) {
            (original.st_dev != copy.st_dev && original.st_size < copy.st_size);
 }
 
-// Describes something that the copy of a folder contains and the folder does not, as the second
-// part of a sentence that starts with the path of the copy. Returns "" if there is nothing.
-std::string LossInFolder(const Leftover &copy, const std::string &below) {
-    for (const std::string &name : NamesOrThrow(copy.path + below)) {
-        const std::string inner = below + '/' + name;
-        if (below.empty() && !IsPartOfStore(name, copy.original)) {
+// Describes something at `inner`, a path in both, that the copy contains and the original does not,
+// as the second part of a sentence that starts with the path of the copy. "" if there is nothing.
+std::string LossAt(const Leftover &copy, const std::string &inner) {
+    const bool whole = inner.empty();
+    const auto kept = StatusOf(copy.path + inner, lstat);
+    const auto present = StatusOf(copy.original + inner, whole ? stat : lstat);
+    if (!kept) {
+        return "";
+    }
+    const bool folder = S_ISDIR(kept->st_mode);
+    if (!whole && (!present || (folder && !S_ISDIR(present->st_mode)))) {
+        return "holds " + inner.substr(1) + ", which " + copy.original + " lacks";
+    }
+    if (!folder) {
+        const bool more = present ? IsCut(*present, *kept) : kept->st_size > 0;
+        const std::string part = whole ? "" : "of " + inner.substr(1) + ' ';
+        return more ? "holds more " + part + "than " + copy.original : "";
+    }
+    for (const std::string &name : NamesOrThrow(copy.path + inner)) {
+        if (whole && !IsPartOfStore(name, copy.original)) {
             continue;
         }
-        const auto kept = StatusOf(copy.path + inner, lstat);
-        const auto present = StatusOf(copy.original + inner, lstat);
-        if (!kept) {
-            continue;
-        }
-        if (!present || (S_ISDIR(kept->st_mode) && !S_ISDIR(present->st_mode))) {
-            return "holds " + inner.substr(1) + ", which " + copy.original + " lacks";
-        }
-        if (IsCut(*present, *kept)) {
-            return "holds more of " + inner.substr(1) + " than " + copy.original;
-        }
-        std::string loss = S_ISDIR(kept->st_mode) ? LossInFolder(copy, inner) : "";
+        std::string loss = LossAt(copy, inner + '/' + name);
         if (!loss.empty()) {
             return loss;
         }
@@ -195,38 +290,34 @@ bool IsEmptyStore(const std::string &store) {
 
 // The path to restore a store to: the target if it is a symbolic link, because cp does not write
 // through a dangling link.
-std::string PlaceOf(const std::string &store) {
+fs::path PlaceOf(const fs::path &store) {
     std::error_code no_link;
-    const std::filesystem::path target = std::filesystem::read_symlink(store, no_link);
-    return no_link
-               ? store
-               : (std::filesystem::path(store).parent_path() / target).lexically_normal().string();
+    const fs::path target = fs::read_symlink(store, no_link);
+    return no_link ? store : (store.parent_path() / target).lexically_normal();
+}
+
+// A running writer holds a lock on a file in its folder.
+bool HasWriter(const std::string &folder) {
+    const Descriptor lock(
+        open((folder + "/lock").c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    return lock.IsOpen() ? flock(lock.Get(), LOCK_SH | LOCK_NB) != 0 : !IsAbsence(errno);
 }
 
 // Marks a copy that must be kept. A section removal copies whole stores; to restore one, it removes
 // the store and moves the copy back. If it is killed in between, only the copy exists. A store may
 // be a symbolic link, which is followed.
 void KeepStore(Leftover &copy) {
-    const auto kept = StatusOf(copy.path, lstat);
-    if (!kept) {
-        return;
-    }
-    const bool folder = S_ISDIR(kept->st_mode);
     const auto present = StatusOf(copy.original, stat);
-    bool all = !present;
-    if (folder) {
-        copy.keep = LossInFolder(copy, "");
-        all = all || IsEmptyStore(copy.original);
-    } else if (!present ? kept->st_size > 0 : IsCut(*present, *kept)) {
-        all = all || present->st_size == 0;
-        copy.keep = "holds more than " + copy.original;
-    }
+    const bool folder = IsFolder(copy.path.c_str());
+    const bool lost = !present || (folder ? IsEmptyStore(copy.original) : present->st_size == 0);
+    copy.keep = LossAt(copy, "");
     if (copy.keep.empty()) {
         return;
     }
-    if (all) {
+    if (lost) {
         copy.keep = "is the only copy of " + copy.original;
-        copy.fix = "write cp -a " + copy.path + (folder ? "/." : "") + ' ' + PlaceOf(copy.original);
+        copy.fix = "write cp -a " + copy.path + (folder ? "/." : "") + ' ' +
+                   PlaceOf(copy.original).string();
     } else {
         copy.fix = "put it back with cp -a, or remove the copy by hand";
     }
@@ -234,139 +325,84 @@ void KeepStore(Leftover &copy) {
 
 // ---- Search
 
-// The parts of a name before and after its last dot; both empty if it has none.
-std::pair<std::string_view, std::string_view> SplitAtLastDot(std::string_view name) {
-    const std::size_t dot = name.rfind('.');
-    return dot == std::string_view::npos ? std::pair<std::string_view, std::string_view>()
-                                         : std::pair(name.substr(0, dot), name.substr(dot + 1));
-}
-
-// The process that made the file `name`, if that is the name of a copy or a remainder of the store.
-std::optional<pid_t> MakerOfCopy(std::string_view name, const std::string &store) {
-    for (const char *tail : {kSideCopyTail, kReplacedTail}) {
-        if (const auto pid = ReadPid(Between(name, store + tail, ""))) {
-            return pid;
-        }
+// Whether a file with the name of a temporary file is a leftover. Adds what is known about it.
+bool IsLeftover(Leftover &found) {
+    if (found.pid && IsRunning(*found.pid)) {
+        return false;
     }
-    const auto [numbered, number] = SplitAtLastDot(name);
-    return ReadPid(number) ? ReadPid(Between(numbered, store + kUnrestoredTail, "")) : std::nullopt;
-}
-
-class Search {
-  public:
-    void LookIntoTmp();
-    void LookForRemoved();
-    void LookIntoServiceFolder(const std::string &folder);
-    void LookForWriter(const std::string &folder);
-
-    // Adds the copies of the store for which wanted(process id) is true.
-    template <typename Wanted>
-    void LookForCopies(StoreId store, Wanted wanted);
-
-    Leftovers Result() && { return std::move(found_); }
-
-  private:
-    std::vector<std::string> Names(const std::string &folder);
-    void AddUnsigned(LeftoverKind kind, const std::string &path, std::string_view original);
-    void AddRemoved(const std::string &name);
-
-    Leftovers found_;
-};
-
-std::vector<std::string> Search::Names(const std::string &folder) {
-    auto names = NamesInAny(folder);
-    if (!names) {
-        found_.unread.emplace_back(folder, ErrorText(errno));
-    }
-    return std::move(names).value_or(std::vector<std::string>());
-}
-
-// Adds a leftover without a process id in its name.
-void Search::AddUnsigned(LeftoverKind kind, const std::string &path, std::string_view original) {
-    if (!original.empty() && IsOurs(path, S_IFREG)) {
-        found_.all.push_back({kind, path, std::string(original)});
-        found_.all.back().user = PossibleUser(path);
-    }
-}
-
-void Search::AddRemoved(const std::string &name) {
-    const auto [head, maker] = SplitAtLastDot(name);
-    const std::string_view file = Between(head, kRemovedHead, "");
-    const std::optional<pid_t> pid = ReadPid(maker);
-    Leftover copy = {LeftoverKind::kRemovedFile, InTmp(name), std::string(file), pid};
-    if (file.empty() || !pid || IsRunning(*pid) || !IsOurs(copy.path, S_IFREG)) {
-        return;
-    }
-    if (IsGone(copy.original)) {
-        copy.keep = "is all that is left of " + copy.original +
-                    ", whose removal the plugins may "
-                    "not know of";
-        copy.fix = "write servicetool remove " + copy.original;
-    }
-    found_.all.push_back(std::move(copy));
-}
-
-void Search::LookIntoTmp() {
-    for (const std::string &name : Names(kTemporaryFolder)) {
-        const std::string path = InTmp(name);
-        if (IsRandom(Between(name, kPrivateFolderHead, ""))) {
-            if (IsPrivateFolder(path) && IsUnusedFolder(path)) {
-                found_.all.push_back({LeftoverKind::kPrivateFolder, path, ""});
+    switch (found.kind) {
+        case LeftoverKind::kPrivateFolder:
+            return IsPrivateFolder(found.path) && LockUnusedFolder(found.path, LOCK_SH).IsOpen();
+        case LeftoverKind::kUpdatedFile:
+        case LeftoverKind::kStagedFile:
+            found.user = PossibleUser(found.path);
+            return true;
+        case LeftoverKind::kRemovedFile:
+            if (IsGone(found.original)) {
+                found.keep = "is all that is left of " + found.original +
+                             ", whose removal the plugins may not know of";
+                found.fix = "write servicetool remove " + found.original;
             }
-        } else if (const auto file = Between(name, kUpdatedHead, kUpdatedTail); !file.empty()) {
-            AddUnsigned(LeftoverKind::kUpdatedFile, path, file);
-        } else {
-            AddRemoved(name);
+            return true;
+        case LeftoverKind::kStore:
+            KeepStore(found);
+            return true;
+        case LeftoverKind::kWriterFolder:
+            return !HasWriter(found.path);
+    }
+    return false;
+}
+
+bool IsOwnCopy(Leftover &found) {
+    return found.pid == getpid();
+}
+
+using Wanted = bool (*)(Leftover &found);
+
+// Adds the files in a folder whose names have one of the forms and that are wanted.
+void Look(const std::string &folder, const std::vector<NameForm> &forms, Wanted wanted,
+          Leftovers &leftovers) {
+    std::vector<std::string> names;
+    try {
+        names = NamesOrThrow(folder);
+    } catch (const std::system_error &error) {
+        leftovers.unread.emplace_back(folder, ErrorText(error.code().value()));
+    }
+    for (const std::string &name : names) {
+        for (const NameForm &form : forms) {
+            Leftover found = {form.kind, folder + '/' + name, form.original};
+            if (ReadName(name, form.text, found) && IsOurs(found.path, form.type) &&
+                wanted(found)) {
+                leftovers.all.push_back(std::move(found));
+            }
         }
     }
 }
 
-void Search::LookForRemoved() {
-    for (const std::string &name : Names(kTemporaryFolder)) {
-        AddRemoved(name);
-    }
+// In /tmp.
+NameForm RemovedFileForm() {
+    return {LeftoverKind::kRemovedFile, S_IFREG, std::string(kRemovedHead) + kFile + '.' + kNumber};
 }
 
-void Search::LookIntoServiceFolder(const std::string &folder) {
-    const std::string staged = folder + '/' + kInstallFolder;
-    if (!IsOurs(staged, S_IFDIR)) {
-        return;
-    }
-    for (const std::string &name : Names(staged)) {
-        const auto [file, random] = SplitAtLastDot(name);
-        if (IsRandom(random)) {
-            AddUnsigned(LeftoverKind::kStagedFile, staged + '/' + name, file);
-        }
+void LookForWriter(const std::string &folder, Leftovers &leftovers) {
+    Leftover found = {LeftoverKind::kWriterFolder, folder + '/' + kWriterFolder, ""};
+    if (IsOurs(found.path, S_IFDIR) && IsLeftover(found)) {
+        leftovers.all.push_back(std::move(found));
     }
 }
 
 // If a store is a symbolic link, a copy may be next to the link or next to its target.
-template <typename Wanted>
-void Search::LookForCopies(StoreId store, Wanted wanted) {
-    const std::string original = PathOf(store);
-    for (const std::string &beside : std::set<std::string>{original, PlaceOf(original)}) {
-        const std::string folder = FolderOf(beside);
-        for (const std::string &name : Names(folder)) {
-            const std::string path = folder + '/' + name;
-            const auto pid = MakerOfCopy(name, beside.substr(folder.size() + 1));
-            if (pid && wanted(*pid) &&
-                IsOurs(path, store == StoreId::kForwardingRules ? S_IFREG : S_IFDIR)) {
-                found_.all.push_back({LeftoverKind::kStore, path, original, pid});
-            }
+void LookForCopies(StoreId store, Wanted wanted, Leftovers &leftovers) {
+    const std::string path = PathOf(store);
+    const mode_t type = store == StoreId::kForwardingRules ? S_IFREG : S_IFDIR;
+    for (const fs::path &place : std::set<fs::path>{path, PlaceOf(path)}) {
+        std::vector<NameForm> forms;
+        for (const std::string &tail :
+             {std::string(kSideCopyTail) + kNumber, std::string(kReplacedTail) + kNumber,
+              std::string(kUnrestoredTail) + kNumber + '.' + kNumber}) {
+            forms.push_back({LeftoverKind::kStore, type, place.filename().string() + tail, path});
         }
-    }
-}
-
-// A running writer holds a lock on a file in the folder.
-void Search::LookForWriter(const std::string &folder) {
-    const std::string path = folder + '/' + kWriterFolder;
-    if (!IsOurs(path, S_IFDIR)) {
-        return;
-    }
-    const Descriptor lock(
-        open((path + "/lock").c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (lock.IsOpen() ? flock(lock.Get(), LOCK_SH | LOCK_NB) == 0 : IsAbsence(errno)) {
-        found_.all.push_back({LeftoverKind::kWriterFolder, path, ""});
+        Look(place.parent_path().string(), forms, wanted, leftovers);
     }
 }
 
@@ -381,98 +417,87 @@ std::string RemoveWriterFolder(const std::string &path) {
     if (!WritersLock::IsAvailable()) {
         return "the next change of a file in its folder removes it";
     }
-    if (!WritersLock(FolderOf(path).c_str()).IsHeld()) {
+    if (!WritersLock(fs::path(path).parent_path().c_str()).IsHeld()) {
         return "the lock of its folder cannot be taken";
     }
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 ? "a writer uses it" : "";
 }
 
-// A new process may have the same id, and may have made a new file of the same name.
-bool MayBeInUse(const Leftover &leftover) {
-    return leftover.pid && IsRunning(*leftover.pid);
+// The library locks its files in /tmp while it uses them.
+std::string RemoveFile(const std::string &path) {
+    switch (RemoveUnlockedCopy(path.c_str())) {
+        case Room::kMade:
+            return "";
+        case Room::kInUse:
+            return "somebody uses it";
+        default:
+            return ErrorText(errno);
+    }
 }
 
-// The library locks its files in /tmp while it uses them, and locks an old one before removing it.
-std::string RemoveFile(const Leftover &leftover) {
-    const char *path = leftover.path.c_str();
-    if (MayBeInUse(leftover) || !IsOurs(leftover.path, S_IFREG)) {
+std::string RemoveFolder(const std::string &path) {
+    std::error_code error;
+    fs::remove_all(path, error);
+    return error ? ErrorText(error.value()) : "";
+}
+
+std::string RemovePrivateFolder(const std::string &path) {
+    if (!IsPrivateFolder(path)) {
         return kAnotherOne;
     }
-    const Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!file.IsOpen()) {
-        return ErrorText(errno);
-    }
-    if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
-        return errno == EWOULDBLOCK ? "somebody uses it" : ErrorText(errno);
-    }
-    struct stat opened {};
-    struct stat entry {};
-    if (fstat(file.Get(), &opened) != 0 || lstat(path, &entry) != 0 ||
-        opened.st_ino != entry.st_ino || opened.st_dev != entry.st_dev) {
-        return kAnotherOne;
-    }
-    return unlink(path) == 0 ? "" : ErrorText(errno);
+    const Descriptor lock = LockUnusedFolder(path, LOCK_EX);
+    return lock.IsOpen() ? RemoveFolder(path) : ErrorText(errno);
 }
 
 // Checks again, because the store may have been lost in the meantime.
-std::string RemoveStore(const Leftover &leftover) {
-    Leftover copy = leftover;
+std::string RemoveStore(Leftover copy) {
     KeepStore(copy);
-    if (!copy.keep.empty()) {
-        return "it " + copy.keep;
-    }
-    if (MayBeInUse(copy)) {
-        return kAnotherOne;
-    }
-    std::error_code error;
-    std::filesystem::remove_all(copy.path, error);
-    return error ? ErrorText(error.value()) : "";
+    return copy.keep.empty() ? RemoveFolder(copy.path) : "it " + copy.keep;
 }
 
 }  // namespace
 
 Leftovers FindLeftovers() {
-    Search search;
-    search.LookIntoTmp();
+    Leftovers leftovers;
+    Look(kTemporaryFolder,
+         {{LeftoverKind::kPrivateFolder, S_IFDIR, std::string(kPrivateFolderHead) + kRandom},
+          {LeftoverKind::kUpdatedFile, S_IFREG, std::string(kUpdatedHead) + kFile + kUpdatedTail},
+          RemovedFileForm()},
+         IsLeftover, leftovers);
     for (const StoreId store : kStores) {
         const char *path = PathOf(store);
         if (path == nullptr) {
             continue;
         }
-        const bool services =
-            store == StoreId::kSystemServices || store == StoreId::kPackageServices;
-        if (services) {
-            search.LookIntoServiceFolder(path);
+        if (store == StoreId::kForwardingRules) {
+            LookForWriter(fs::path(path).parent_path().string(), leftovers);
+        } else if (store != StoreId::kFirewallRules) {
+            const std::string staged = std::string(path) + '/' + kInstallFolder;
+            if (IsOurs(staged, S_IFDIR)) {
+                Look(staged, {{LeftoverKind::kStagedFile, S_IFREG, {kFile, '.', kRandom}}},
+                     IsLeftover, leftovers);
+            }
+            LookForWriter(path, leftovers);
         }
-        if (store != StoreId::kFirewallRules) {
-            search.LookForWriter(services ? path : FolderOf(path));
-        }
-        search.LookForCopies(store, [](pid_t pid) { return !IsRunning(pid); });
+        LookForCopies(store, IsLeftover, leftovers);
     }
-    Leftovers found = std::move(search).Result();
-    for (Leftover &leftover : found.all) {
-        if (leftover.kind == LeftoverKind::kStore) {
-            KeepStore(leftover);
-        }
-    }
-    return found;
+    return leftovers;
 }
 
 std::vector<Leftover> OwnCopiesOfStores() {
-    Search search;
+    Leftovers leftovers;
     for (const StoreId store : kStores) {
         if (PathOf(store) != nullptr) {
-            search.LookForCopies(store, [](pid_t pid) { return pid == getpid(); });
+            LookForCopies(store, IsOwnCopy, leftovers);
         }
     }
-    return std::move(search).Result().all;
+    return std::move(leftovers.all);
 }
 
 std::vector<std::string> CopiesOfRemoved(const std::string &name) {
-    Search search;
-    search.LookForRemoved();
-    Leftovers found = std::move(search).Result();
+    Leftovers found;
+    Look(kTemporaryFolder, {RemovedFileForm()}, IsLeftover, found);
     if (!found.unread.empty()) {
         throw std::runtime_error(found.unread.front().first + ": " + found.unread.front().second);
     }
@@ -484,8 +509,7 @@ std::vector<std::string> CopiesOfRemoved(const std::string &name) {
     }
     std::sort(paths.begin(), paths.end(), [](const std::string &one, const std::string &other) {
         std::error_code gone;
-        return std::filesystem::last_write_time(one, gone) <
-               std::filesystem::last_write_time(other, gone);
+        return fs::last_write_time(one, gone) < fs::last_write_time(other, gone);
     });
     return paths;
 }
@@ -500,21 +524,23 @@ std::string KindText(const Leftover &leftover) {
 }
 
 std::string RemoveLeftover(const Leftover &leftover) {
-    if (!StatusOf(leftover.path, lstat)) {
+    const std::string &path = leftover.path;
+    if (!StatusOf(path, lstat)) {
         return "";
+    }
+    // A new process may have the same id, and may have made a new file of the same name.
+    if (leftover.pid && IsRunning(*leftover.pid)) {
+        return kAnotherOne;
     }
     switch (leftover.kind) {
         case LeftoverKind::kWriterFolder:
-            return RemoveWriterFolder(leftover.path);
+            return RemoveWriterFolder(path);
         case LeftoverKind::kPrivateFolder:
-            if (!IsPrivateFolder(leftover.path)) {
-                return kAnotherOne;
-            }
-            return RemoveUnusedFolder(leftover.path) ? "" : ErrorText(errno);
+            return RemovePrivateFolder(path);
         case LeftoverKind::kStore:
             return RemoveStore(leftover);
         default:
-            return RemoveFile(leftover);
+            return IsOurs(path, S_IFREG) ? RemoveFile(path) : kAnotherOne;
     }
 }
 

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
-#include "base/descriptor.h"
 #include "lifecycle/temporary_names.h"
 
 namespace tavo::tool {
@@ -20,13 +20,8 @@ namespace {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-int OpenFolder(const std::string &path) {
-    return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-}
-
-// Waits for the lock: a servicetool that removes leftovers may hold it briefly.
-bool LockFolder(int descriptor) {
-    return Uninterrupted([&] { return flock(descriptor, LOCK_EX); }) == 0;
+Descriptor OpenFolder(const std::string &path) {
+    return Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 bool IsRemoved(int descriptor) {
@@ -37,19 +32,18 @@ bool IsRemoved(int descriptor) {
 }  // namespace
 
 // Before it is locked, the new folder looks like a leftover and may be removed by another
-// servicetool.
+// servicetool. That one holds the lock only briefly, so this waits for it.
 PrivateFolder::PrivateFolder() {
     do {
-        if (descriptor_ >= 0) {
-            close(descriptor_);
-        }
         path_ = std::string(kTemporaryFolder) + '/' + kPrivateFolderHead + "XXXXXX";
         if (mkdtemp(path_.data()) == nullptr) {
             Throw("a folder in /tmp");
         }
-        descriptor_ = OpenFolder(path_);
-    } while (descriptor_ < 0 ? errno == ENOENT : LockFolder(descriptor_) && IsRemoved(descriptor_));
-    if (descriptor_ < 0) {
+        lock_ = OpenFolder(path_);
+    } while (lock_.IsOpen() ? Uninterrupted([&] { return flock(lock_.Get(), LOCK_EX); }) == 0 &&
+                                  IsRemoved(lock_.Get())
+                            : errno == ENOENT);
+    if (!lock_.IsOpen()) {
         const int error = errno;
         rmdir(path_.c_str());
         errno = error;
@@ -60,7 +54,6 @@ PrivateFolder::PrivateFolder() {
 PrivateFolder::~PrivateFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
-    close(descriptor_);
 }
 
 std::string PrivateFolder::Make(const std::string &name, std::string_view text) const {
@@ -73,20 +66,10 @@ std::string PrivateFolder::Make(const std::string &name, std::string_view text) 
     return path;
 }
 
-bool IsUnusedFolder(const std::string &path) {
-    const Descriptor folder(OpenFolder(path));
-    return folder.IsOpen() && flock(folder.Get(), LOCK_SH | LOCK_NB) == 0;
-}
-
-bool RemoveUnusedFolder(const std::string &path) {
-    const Descriptor folder(OpenFolder(path));
-    if (!folder.IsOpen() || flock(folder.Get(), LOCK_EX | LOCK_NB) != 0) {
-        return false;
-    }
-    std::error_code error;
-    std::filesystem::remove_all(path, error);
-    errno = error.value();
-    return !error;
+Descriptor LockUnusedFolder(const std::string &path, int operation) {
+    Descriptor folder = OpenFolder(path);
+    return folder.IsOpen() && flock(folder.Get(), operation | LOCK_NB) == 0 ? std::move(folder)
+                                                                            : Descriptor();
 }
 
 }  // namespace tavo::tool

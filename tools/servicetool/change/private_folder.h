@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/descriptor.h"
+
 namespace tavo::tool {
 
 // Its name in /tmp is this and random characters.
@@ -25,15 +27,12 @@ class PrivateFolder {
 
   private:
     std::string path_;
-    int descriptor_ = -1;
+    Descriptor lock_;
 };
 
-// Whether no process uses the private folder. If that is unknown, it counts as in use.
-bool IsUnusedFolder(const std::string &path);
-
-// Removes the private folder unless it is in use. Returns false with errno set if it was not
-// removed; EWOULDBLOCK if it is in use.
-bool RemoveUnusedFolder(const std::string &path);
+// Locks a private folder with flock(2) if no process uses it. Else the result is not open, with
+// errno set; EWOULDBLOCK if it is in use.
+Descriptor LockUnusedFolder(const std::string &path, int operation);
 
 }  // namespace tavo::tool
 

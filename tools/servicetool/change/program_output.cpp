@@ -10,6 +10,8 @@
 #include <system_error>
 #include <utility>
 
+#include "input/input_file.h"
+
 namespace tavo::tool {
 namespace {
 
@@ -21,29 +23,20 @@ int CopyOf(int descriptor) {
     return fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-// Restores the descriptor `place` from its copy and closes the copy. Without a copy, the descriptor
-// was closed before.
-void PutBack(int &copy, int place) {
-    if (copy >= 0) {
-        dup2(copy, place);
-        close(std::exchange(copy, -1));
-    }
-}
-
 }  // namespace
 
 ProgramOutput::ProgramOutput() : stdout_(CopyOf(STDOUT_FILENO)) {
-    if (stdout_ < 0 && errno != EBADF) {
+    if (!stdout_.IsOpen() && errno != EBADF) {
         throw std::system_error(errno, std::generic_category(),
                                 "the output of programs cannot be kept apart");
     }
     real_stderr = CopyOf(STDERR_FILENO);
-    caught_ = memfd_create("program-output", MFD_CLOEXEC);
-    if (stdout_ >= 0) {
-        dup2(caught_ >= 0 ? caught_ : STDERR_FILENO, STDOUT_FILENO);
+    caught_.Reset(memfd_create("program-output", MFD_CLOEXEC));
+    if (stdout_.IsOpen()) {
+        dup2(caught_.IsOpen() ? caught_.Get() : STDERR_FILENO, STDOUT_FILENO);
     }
-    if (caught_ >= 0 && real_stderr >= 0) {
-        dup2(caught_, STDERR_FILENO);
+    if (caught_.IsOpen() && real_stderr >= 0) {
+        dup2(caught_.Get(), STDERR_FILENO);
     }
 }
 
@@ -51,31 +44,28 @@ int ProgramOutput::StandardError() {
     return real_stderr >= 0 ? real_stderr : STDERR_FILENO;
 }
 
+// Without a copy, a descriptor was closed before.
 std::vector<std::string> ProgramOutput::End() {
-    PutBack(real_stderr, STDERR_FILENO);
-    PutBack(stdout_, STDOUT_FILENO);
-    if (caught_ < 0) {
-        return {};
+    if (real_stderr >= 0) {
+        dup2(real_stderr, STDERR_FILENO);
+        close(std::exchange(real_stderr, -1));
     }
-    const std::string caught = Caught();
-    close(std::exchange(caught_, -1));
+    if (stdout_.IsOpen()) {
+        dup2(stdout_.Get(), STDOUT_FILENO);
+        stdout_.Reset();
+    }
     std::vector<std::string> lines;
-    for (std::size_t start = 0; start < caught.size();) {
-        const std::size_t end = std::min(caught.find('\n', start), caught.size());
-        lines.push_back(caught.substr(start, end - start));
-        start = end + 1;
+    if (caught_.IsOpen()) {
+        const std::string caught =
+            ReadRegularFile("/proc/self/fd/" + std::to_string(caught_.Get())).text;
+        for (std::size_t start = 0; start < caught.size();) {
+            const std::size_t end = std::min(caught.find('\n', start), caught.size());
+            lines.push_back(caught.substr(start, end - start));
+            start = end + 1;
+        }
+        caught_.Reset();
     }
     return lines;
-}
-
-std::string ProgramOutput::Caught() const {
-    std::string caught;
-    char buffer[4096];
-    for (ssize_t got;
-         (got = pread(caught_, buffer, sizeof(buffer), static_cast<off_t>(caught.size()))) > 0;) {
-        caught.append(buffer, static_cast<std::size_t>(got));
-    }
-    return caught;
 }
 
 std::string LastWordOf(std::string_view program, const std::vector<std::string> &lines) {

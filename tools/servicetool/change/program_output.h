@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/descriptor.h"
+
 namespace tavo::tool {
 
 // Redirects standard output and error to a file in memory. If that cannot be created, both go to
@@ -27,10 +29,8 @@ class ProgramOutput {
     static int StandardError();
 
   private:
-    std::string Caught() const;
-
-    int caught_ = -1;
-    int stdout_ = -1;
+    Descriptor caught_;
+    Descriptor stdout_;
 };
 
 // The last line that starts with the name or path of the program, such as "cp: error writing

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <new>
 #include <optional>
 #include <set>
@@ -10,10 +9,10 @@
 #include <utility>
 
 #include "change/private_folder.h"
+#include "commands/command.h"
 #include "config_lines.h"
 #include "input/input_file.h"
-#include "input/library_failure.h"
-#include "lifecycle/change.h"
+#include "input/library.h"
 #include "lint/lint.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"
@@ -24,6 +23,12 @@ namespace tavo::tool {
 namespace {
 
 constexpr char kUnreadSection[] = "the section cannot be read";
+constexpr char kCannotStage[] = "the change cannot be worked out";
+
+// The longest port list that the library writes.
+constexpr std::size_t kLongestPortsValue = kPortTextSize - 1;
+
+// ---- The section
 
 // Why no service can have that name; empty if it is valid.
 std::string NameProblem(const std::string &section) {
@@ -42,9 +47,6 @@ std::string NameProblem(const std::string &section) {
 }
 
 void ReadSection(SectionTarget &target) {
-    if (!target.file.text) {
-        return;
-    }
     const MemoryFile copy(*target.file.text);
     const OwnedTable keys = OrThrow(OwnedTable(TLIBCSzHashAlloc(1)));
     TLIBCSzHash *table = keys.get();
@@ -61,36 +63,6 @@ void ReadSection(SectionTarget &target) {
         ThrowIfSystemFailed(kUnreadSection);
     }
     target.today.reset(today);
-}
-
-// The numbers of the lines of a section, including its headers.
-std::set<std::size_t> LinesOfSection(const std::string &text, const std::string &section) {
-    std::set<std::size_t> lines;
-    bool inside = false;
-    ConfigLineReader reader(text);
-    for (ConfigLine line; reader.Next(line);) {
-        if (line.kind == ConfigLineKind::kSection) {
-            inside = line.name == section;
-        }
-        if (inside) {
-            lines.insert(line.number);
-        }
-    }
-    return lines;
-}
-
-bool LintChange(const Change &change, Report &report) {
-    const std::string &text = *change.after;
-    const std::set<std::size_t> own = LinesOfSection(text, change.section);
-    LintResult lint = LintText(text, change.path);
-    for (Diagnostic &diagnostic : lint.diagnostics) {
-        if (own.count(diagnostic.line) != 0) {
-            report.Tell(std::move(diagnostic));
-        }
-    }
-    return std::all_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
-        return service.name != change.section || service.readable;
-    });
 }
 
 // The name of a section in the file, ignoring case; an exact match is preferred.
@@ -126,67 +98,85 @@ bool TellMissing(const SectionTarget &target, Report &report) {
     return false;
 }
 
-OwnedPorts ParsePorts(const std::string &text, unsigned int direction) {
-    TAVO_SERVICE_CONF_PORT *ports = nullptr;
-    ForgetFailure();
-    if (TAVOServiceConfPortsGet(text.c_str(), direction, &ports) < 0) {
-        ThrowIfSystemFailed("the ports cannot be read");
+// The numbers of the lines of a section, including its headers.
+std::set<std::size_t> LinesOfSection(const std::string &text, const std::string &section) {
+    std::set<std::size_t> lines;
+    bool inside = false;
+    ConfigLineReader reader(text);
+    for (ConfigLine line; reader.Next(line);) {
+        if (line.kind == ConfigLineKind::kSection) {
+            inside = line.name == section;
+        }
+        if (inside) {
+            lines.insert(line.number);
+        }
     }
-    return OwnedPorts(ports);
+    return lines;
+}
+
+// ---- The new text
+
+// Returns nullopt if the list is too long for a service file.
+std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
+    PortText text;
+    ForgetFailure();
+    if (ports != nullptr && text.Print(ports) < 0) {
+        ThrowIfSystemFailed("the ports cannot be written");
+        return {};
+    }
+    return text.IsCut() ? std::nullopt : std::optional(text);
+}
+
+// A failure that is neither out of memory nor a system error is invalid input.
+[[noreturn]] void Throw(const StepFailure &failure) {
+    if (failure.error == ENOMEM) {
+        throw std::bad_alloc();
+    }
+    std::string reason = "a text is too long or holds what a service file cannot";
+    if (failure.error != 0) {
+        reason = ErrorText(failure.error);
+    } else {
+        ThrowIfSystemFailed(kCannotStage);
+    }
+    throw std::runtime_error(kCannotStage + (": " + reason));
 }
 
 }  // namespace
 
-bool FindSection(const SectionOptions &options, Missing missing, SectionTarget &target,
+bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &target,
                  Report &report) {
-    const std::string problem = NameProblem(options.section);
+    target.section = arguments.Word(1);
+    const std::string problem = NameProblem(target.section);
     if (!problem.empty()) {
-        report.TellUsage("section name " + Quoted(options.section) + ' ' + problem, "");
+        report.TellUsage("section name " + Quoted(target.section) + ' ' + problem, "");
         return false;
     }
-    if (!FindInstalledFile(options.file, options.folder, missing, options.dry_run, target.file,
-                           report)) {
+    if (!FindInstalledFile(arguments.Word(0), FoldersOf(arguments), missing,
+                           arguments.Has("--dry-run"), target.file, report)) {
         return false;
     }
-    target.section = options.section;
-    ReadSection(target);
+    if (target.file.text) {
+        ReadSection(target);
+    }
     return target.present || missing == Missing::kAllow || TellMissing(target, report);
-}
-
-Change ChangeOf(std::string_view operation, const SectionTarget &target,
-                const SectionOptions &options, FileText after) {
-    Change change;
-    change.operation = operation;
-    change.path = target.file.path;
-    change.section = target.section;
-    change.before = target.file.text;
-    change.after = std::move(after);
-    change.dry_run = options.dry_run;
-    return change;
-}
-
-std::vector<Listener> ListenersOf(Listener first, const SectionOptions &options) {
-    std::vector<Listener> listeners = {first};
-    if (!options.no_restart) {
-        listeners = {first, Listener::kFirewall, Listener::kRelayDaemon};
-        listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
-    }
-    return listeners;
 }
 
 OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report) {
     PortQuery query;
     QueryProblem problem;
     if (!ReadPortQuery(text, query, problem)) {
-        report.TellUsage(
-            Quoted(text) + ", column " + std::to_string(problem.column) + ": " + problem.message,
-            problem.fix);
+        TellBadQuery(text, problem, report);
         return nullptr;
     }
-    OwnedPorts ports = ParsePorts(text, direction);
+    TAVO_SERVICE_CONF_PORT *list = nullptr;
+    ForgetFailure();
+    if (TAVOServiceConfPortsGet(text.c_str(), direction, &list) < 0) {
+        ThrowIfSystemFailed("the ports cannot be read");
+    }
+    OwnedPorts ports(list);
     if (ports == nullptr) {
         report.TellUsage(Quoted(text) + " is not a valid port list", "");
-    } else if (!FitsServiceFile(*ports)) {
+    } else if (!TextOfPorts(list)) {
         report.TellUsage(Quoted(text) + " is longer than the " +
                              std::to_string(kLongestPortsValue) +
                              " bytes that a service file has for ports",
@@ -205,88 +195,6 @@ TAVO_SERVICE_CONF_PORT *Reversed(TAVO_SERVICE_CONF_PORT *ports) {
     return reversed;
 }
 
-bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
-                  Report &report) {
-    if (!LintChange(change.Plan(), report)) {
-        change.Refuse("invalid", "the library would not read section [" + target.section + ']');
-        return false;
-    }
-    PortSources sources(kEverySource, report);
-    change.Add(target.section, query, sources.Ask(query, {target.section}));
-    return true;
-}
-
-TAVO_SERVICE_CONF_SET_PARAM ParamOf(const SectionTarget &target, const SectionOptions &options) {
-    TAVO_SERVICE_CONF_SET_PARAM param{};
-    param.nRestartMode = options.no_restart ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
-    param.nRestartFlags = TAVO_RESTART_FIREWALL;
-    param.nWriteMode = TAVO_WRITE_MODE_SET;
-    param.nCheckFlags = kEverySource;
-    param.nLocation = static_cast<std::uint32_t>(target.file.folder.selector);
-    std::memcpy(param.szFileName, target.file.name.data(), target.file.name.size());
-    std::memcpy(param.szSectionName, target.section.data(), target.section.size());
-    return param;
-}
-
-// ---- The text of the file after a change
-
-namespace {
-
-constexpr char kCannotStage[] = "the change cannot be worked out: ";
-
-// A failure that is neither out of memory nor a system error is invalid input.
-void Require(int result, const StepFailure &failure) {
-    if (result >= 0) {
-        return;
-    }
-    if (failure.error == ENOMEM) {
-        throw std::bad_alloc();
-    }
-    if (failure.error != 0) {
-        throw std::runtime_error(kCannotStage + ErrorText(failure.error));
-    }
-    ThrowIfSystemFailed("the change cannot be worked out");
-    throw std::runtime_error(std::string(kCannotStage) +
-                             "a text is too long or holds what a service file cannot");
-}
-
-// A temporary copy of the file, on which the change is made.
-class StagedFile {
-  public:
-    explicit StagedFile(const FileText &before)
-        : path_(folder_.Make("staged.sc", before.value_or(""))) {
-        ForgetFailure();
-    }
-
-    const char *Path() const { return path_.c_str(); }
-
-    FileText Text() const {
-        FileContents contents = ReadRegularFile(path_);
-        if (contents.absent) {
-            return {};
-        }
-        if (!contents.problem.empty()) {
-            throw std::runtime_error(kCannotStage + contents.problem);
-        }
-        return std::move(contents.text);
-    }
-
-  private:
-    PrivateFolder folder_;
-    std::string path_;
-};
-
-// Returns nullopt if the list is too long for a service file.
-std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
-    PortText text;
-    ForgetFailure();
-    if (ports != nullptr && text.Print(ports) < 0) {
-        ThrowIfSystemFailed("the ports cannot be written");
-        return {};
-    }
-    return text.IsCut() ? std::nullopt : std::optional(text);
-}
-
 PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports) {
     const std::optional<PortText> text = TextOfPorts(ports);
     if (!text) {
@@ -297,46 +205,59 @@ PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports) {
     return *text;
 }
 
-}  // namespace
-
-bool FitsServiceFile(const TAVO_SERVICE_CONF_PORT &ports) {
-    return TextOfPorts(&ports).has_value();
-}
-
-FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &section) {
-    const PortText dst_ports = RequiredPorts(section.pDstPorts);
-    const PortText src_ports = RequiredPorts(section.pSrcPorts);
-    const StagedFile file(before);
-    SectionKeys keys;
-    if (!keys.IsMade()) {
-        throw std::bad_alloc();
+// The library reports success even if a file without services could not be removed.
+FileText TextAfter(const FileText &before, const FileChange &change) {
+    const PrivateFolder folder;
+    const std::string path = folder.Make("staged.sc", before.value_or(""));
+    StepFailure failure;
+    ForgetFailure();
+    if (change(path.c_str(), failure) < 0 || failure.HasFailed()) {
+        Throw(failure);
     }
-    StepFailure failure;
-    Require(keys.Read(file.Path(), section.szName, failure), failure);
-    Require(keys.Set(section, dst_ports, src_ports, failure), failure);
-    Require(keys.Store(file.Path(), section.szName, failure), failure);
-    return file.Text();
+    return TextOf(path, kCannotStage);
 }
 
-FileText WithPorts(const FileText &before, const std::string &section,
-                   const TAVO_SERVICE_CONF_PORT &ports) {
-    const PortText text = RequiredPorts(&ports);
-    const StagedFile file(before);
-    StepFailure failure;
-    Require(StorePorts(file.Path(), section.c_str(), PortsKey(ports.nDirection), text, failure),
-            failure);
-    return file.Text();
-}
-
-FileText WithoutSection(const FileText &before, const std::string &section) {
-    const StagedFile file(before);
-    StepFailure failure;
-    Require(RemoveFromFile(file.Path(), section.c_str(), failure), failure);
-    // The result is success even if a file without services could not be removed.
-    if (failure.HasFailed()) {
-        throw std::runtime_error(kCannotStage + ErrorText(failure.error));
+std::vector<Listener> ListenersOf(Listener first, const Arguments &arguments) {
+    std::vector<Listener> listeners = {first};
+    if (!arguments.Has("--no-restart")) {
+        listeners = {first, Listener::kFirewall, Listener::kRelayDaemon};
+        listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
     }
-    return file.Text();
+    return listeners;
+}
+
+bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
+                  Report &report) {
+    const std::string &text = *change.Plan().after;
+    const std::set<std::size_t> own = LinesOfSection(text, target.section);
+    LintResult lint = LintText(text, target.file.path);
+    for (Diagnostic &diagnostic : lint.diagnostics) {
+        if (own.count(diagnostic.line) != 0) {
+            report.Tell(std::move(diagnostic));
+        }
+    }
+    if (std::any_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
+            return service.name == target.section && !service.readable;
+        })) {
+        return change.Refuse("invalid",
+                             "the library would not read section [" + target.section + ']');
+    }
+    change.Add(target.section, query,
+               PortSources(kEverySource, report).Ask(query, {target.section}));
+    return true;
+}
+
+SetParam ParamOf(const Arguments &arguments, const SectionTarget &target) {
+    SetParam param{};
+    param.nRestartMode =
+        arguments.Has("--no-restart") ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
+    param.nRestartFlags = TAVO_RESTART_FIREWALL;
+    param.nWriteMode = TAVO_WRITE_MODE_SET;
+    param.nCheckFlags = kEverySource;
+    param.nLocation = static_cast<std::uint32_t>(target.file.folder.selector);
+    CopyText(param.szFileName, target.file.name);
+    CopyText(param.szSectionName, target.section);
+    return param;
 }
 
 }  // namespace tavo::tool

@@ -3,26 +3,21 @@
 #ifndef TAVO_SERVICETOOL_CHANGE_SECTION_TARGET_H
 #define TAVO_SERVICETOOL_CHANGE_SECTION_TARGET_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "change/unified_diff.h"
-#include "input/library_owners.h"
+#include "input/library.h"
 #include "lifecycle/section_write.h"
 #include "ports/port_query.h"
+#include "support/owners.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
 
-struct SectionOptions {
-    std::string file;
-    std::string section;
-    FolderChoice folder;
-    bool no_restart = false;  // do not notify firewall and relay daemon
-    bool dry_run = false;
-};
+class Arguments;
 
 struct SectionTarget {
     InstalledFile file;
@@ -33,15 +28,8 @@ struct SectionTarget {
 
 // Finds file and section, which must exist unless `missing` is kAllow. Returns false if they cannot
 // be changed, which is reported and raises the status.
-bool FindSection(const SectionOptions &options, Missing missing, SectionTarget &target,
+bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &target,
                  Report &report);
-
-// The change of the section; `after` is the planned text of the file.
-Change ChangeOf(std::string_view operation, const SectionTarget &target,
-                const SectionOptions &options, FileText after);
-
-// The listeners of a change: `first` and those notified by a restart, without duplicates.
-std::vector<Listener> ListenersOf(Listener first, const SectionOptions &options);
 
 // Reads a port list of the command line. If it is invalid, reports a usage error and returns null.
 OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report);
@@ -50,6 +38,19 @@ OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &re
 // order.
 TAVO_SERVICE_CONF_PORT *Reversed(TAVO_SERVICE_CONF_PORT *ports);
 
+// The ports as text. Throws std::runtime_error if they are too long for a service file.
+PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports);
+
+// The text of a file after change(path), an operation of the library. The library makes the change
+// on a copy; the result is shown before the change and compared with the file after it. Throws
+// std::runtime_error with the reason, or std::bad_alloc, if the change cannot be made.
+using FileChange = std::function<int(const char *path, StepFailure &failure)>;
+FileText TextAfter(const FileText &before, const FileChange &change);
+
+// The listeners of a change: `first`, and the firewall and the relay daemon unless --no-restart is
+// given.
+std::vector<Listener> ListenersOf(Listener first, const Arguments &arguments);
+
 // Reports the findings of lint in the new section, and checks its ports for conflicts, as the
 // library also does when it makes the change. Refuses the change and returns false if the library
 // would not read the new section. Errors in other sections are ignored.
@@ -57,31 +58,7 @@ bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeRep
                   Report &report);
 
 // The library's record for writing to the section.
-TAVO_SERVICE_CONF_SET_PARAM ParamOf(const SectionTarget &target, const SectionOptions &options);
-
-// ---- The text of the file after a change
-//
-// The library makes the change on a copy, which is shown before the change and compared with the
-// file after it.
-
-// The longest port list that the library writes.
-inline constexpr std::size_t kLongestPortsValue = kPortTextSize - 1;
-
-// Whether the library can write the ports to a service file.
-bool FitsServiceFile(const TAVO_SERVICE_CONF_PORT &ports);
-
-// The following functions throw std::runtime_error with the reason, or std::bad_alloc, if the
-// change cannot be made.
-
-// The text with all keys of a section set. `before` is nullopt for a new file.
-FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &section);
-
-// The text with one port key of a section set.
-FileText WithPorts(const FileText &before, const std::string &section,
-                   const TAVO_SERVICE_CONF_PORT &ports);
-
-// The text without a section; nullopt if it is the last service, so that the file is removed.
-FileText WithoutSection(const FileText &before, const std::string &section);
+SetParam ParamOf(const Arguments &arguments, const SectionTarget &target);
 
 }  // namespace tavo::tool
 

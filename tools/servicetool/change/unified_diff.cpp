@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <dtl/dtl.hpp>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -33,30 +32,23 @@ Lines LinesOf(std::string_view text) {
     return lines;
 }
 
-// A line with its change.
-struct Edit {
-    dtl::edit_t type;
-    std::string line;
-};
+// Lines with their changes.
+using Edits = std::vector<std::pair<std::string, dtl::elemInfo>>;
 
 // The lines of both texts in order; for replaced lines, the removed ones come first.
-std::vector<Edit> EditsOf(const Lines &before, const Lines &after) {
+Edits EditsOf(const Lines &before, const Lines &after) {
     LineDiff diff(before, after);
     diff.onHuge();  // a bound for the memory that very different files take
     diff.compose();
-    std::vector<Edit> edits;
-    std::vector<Edit> added;
-    const auto flush = [&] {
-        std::move(added.begin(), added.end(), std::back_inserter(edits));
-        added.clear();
-    };
-    for (const auto &[line, info] : diff.getSes().getSequence()) {
-        if (info.type == dtl::SES_COMMON) {
-            flush();
-        }
-        (info.type == dtl::SES_ADD ? added : edits).push_back({info.type, line});
+    Edits edits = diff.getSes().getSequence();
+    for (auto start = edits.begin(); start != edits.end();) {
+        const auto end = std::find_if(start, edits.end(), [](const auto &edit) {
+            return edit.second.type == dtl::SES_COMMON;
+        });
+        std::stable_partition(start, end,
+                              [](const auto &edit) { return edit.second.type == dtl::SES_DELETE; });
+        start = end == edits.end() ? end : end + 1;
     }
-    flush();
     return edits;
 }
 
@@ -67,70 +59,48 @@ std::string RangeText(std::size_t passed, std::size_t count) {
     return count == 1 ? first : first + ',' + std::to_string(count);
 }
 
-// Writes the hunks, each with lines of context around its changes.
-class HunkWriter {
-  public:
-    explicit HunkWriter(std::vector<Edit> edits) : edits_(std::move(edits)) {}
-
-    std::string Write();
-
-  private:
-    std::size_t EndOfHunk(std::size_t change) const;
-    std::size_t NextChange(std::size_t from) const;
-    void WriteHunk(std::size_t first, std::size_t end);
-
-    static constexpr std::size_t kContext = 3;
-
-    std::vector<Edit> edits_;
-    std::size_t before_ = 0;  // lines of each text already processed
-    std::size_t after_ = 0;
-    std::string text_;
-};
-
-std::size_t HunkWriter::NextChange(std::size_t from) const {
-    const auto changes = [](const Edit &edit) { return edit.type != dtl::SES_COMMON; };
-    return static_cast<std::size_t>(
-        std::find_if(edits_.begin() + static_cast<std::ptrdiff_t>(from), edits_.end(), changes) -
-        edits_.begin());
+// Which lines are changed or next to a change. Each run of them is a hunk, so changes with adjacent
+// or overlapping context share one.
+std::vector<bool> ShownLines(const Edits &edits) {
+    constexpr std::size_t kContext = 3;
+    std::vector<bool> shown(edits.size());
+    for (std::size_t i = 0; i < edits.size(); ++i) {
+        if (edits[i].second.type != dtl::SES_COMMON) {
+            const std::size_t end = std::min(i + kContext + 1, edits.size());
+            for (std::size_t near = i - std::min(i, kContext); near < end; ++near) {
+                shown[near] = true;
+            }
+        }
+    }
+    return shown;
 }
 
-// Changes with adjacent or overlapping context share a hunk.
-std::size_t HunkWriter::EndOfHunk(std::size_t change) const {
-    std::size_t next = change;
-    while (next != edits_.size() && next <= change + 2 * kContext) {
-        change = next + 1;
-        next = NextChange(change);
+std::string HunksOf(const Edits &edits) {
+    const std::vector<bool> shown = ShownLines(edits);
+    std::string text;
+    std::size_t passed_before = 0;
+    std::size_t passed_after = 0;
+    for (std::size_t i = 0; i < edits.size(); ++i) {
+        std::string lines;
+        std::size_t before = 0;
+        std::size_t after = 0;
+        for (; i < edits.size() && shown[i]; ++i) {
+            const auto &[line, info] = edits[i];
+            const dtl::edit_t type = info.type;
+            before += type == dtl::SES_ADD ? 0 : 1;
+            after += type == dtl::SES_DELETE ? 0 : 1;
+            lines += type == dtl::SES_ADD ? '+' : type == dtl::SES_DELETE ? '-' : ' ';
+            lines += line + '\n';
+        }
+        if (!lines.empty()) {
+            text += "@@ -" + RangeText(passed_before, before) + " +" +
+                    RangeText(passed_after, after) + " @@\n" + lines;
+        }
+        // A hunk ends before a line that is not shown.
+        passed_before += before + 1;
+        passed_after += after + 1;
     }
-    return std::min(change + kContext, edits_.size());
-}
-
-std::string HunkWriter::Write() {
-    std::size_t at = 0;
-    for (std::size_t change = NextChange(0); change != edits_.size(); change = NextChange(at)) {
-        const std::size_t first = change - std::min(change - at, kContext);
-        before_ += first - at;
-        after_ += first - at;
-        at = EndOfHunk(change);
-        WriteHunk(first, at);
-    }
-    return std::move(text_);
-}
-
-void HunkWriter::WriteHunk(std::size_t first, std::size_t end) {
-    std::string lines;
-    std::size_t before = 0;
-    std::size_t after = 0;
-    for (std::size_t i = first; i < end; ++i) {
-        const dtl::edit_t type = edits_[i].type;
-        before += type == dtl::SES_ADD ? 0 : 1;
-        after += type == dtl::SES_DELETE ? 0 : 1;
-        lines += type == dtl::SES_ADD ? '+' : type == dtl::SES_DELETE ? '-' : ' ';
-        lines += edits_[i].line + '\n';
-    }
-    text_ +=
-        "@@ -" + RangeText(before_, before) + " +" + RangeText(after_, after) + " @@\n" + lines;
-    before_ += before;
-    after_ += after;
+    return text;
 }
 
 std::string Hunks(const Lines &before, const Lines &after) {
@@ -138,7 +108,7 @@ std::string Hunks(const Lines &before, const Lines &after) {
         return "(" + Counted(before.size(), "line") + " before, " + Counted(after.size(), "line") +
                " after: too many to be shown)\n";
     }
-    return HunkWriter(EditsOf(before, after)).Write();
+    return HunksOf(EditsOf(before, after));
 }
 
 std::string Label(const FileText &text, char side, const std::string &path) {

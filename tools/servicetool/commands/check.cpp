@@ -1,62 +1,45 @@
 // servicetool check. Reads each source once for all queries. If a source cannot be read, ports are
 // not reported as free.
+//
+// An install checks a file section by section and stops at the first conflict. The check of a file
+// reports all conflicts, and those that an install would not detect.
 #include <algorithm>
 #include <iterator>
-#include <memory>
+#include <optional>
 #include <utility>
 
 #include "commands/commands.h"
+#include "config_lines.h"
+#include "lint/lint.h"
 #include "output/text.h"
-#include "ports/check_file.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
+#include "ports/section_queries.h"
 
 namespace tavo::tool {
 namespace {
 
-struct CheckOptions {
-    std::vector<std::string> ports;    // PORTS[/PROTOCOLS]
-    std::vector<std::string> files;    // service files to check instead of ports
-    std::vector<std::string> skip;     // service names
-    std::vector<std::string> sources;  // names of sources; all if empty
-    bool no_legend = false;
-};
-
-// The flags of the named sources; `all` if there are no names.
-int FlagsOf(const std::vector<std::string> &names, int all) {
+// The flags of the sources on the command line; `all` if there are none.
+int SourcesOf(const Arguments &arguments, int all) {
+    const std::vector<std::string> names = arguments.Texts("--source");
     int flags = 0;
     for (const PortSource &source : kPortSources) {
-        if (Holds(names, source.name)) {
-            flags |= source.flag;
-        }
+        flags |= Holds(names, source.name) ? source.flag : 0;
     }
     return names.empty() ? all : flags;
 }
 
-// The library splits the list of names to skip at blanks, so a name cannot contain one.
-bool CheckSkippedNames(const SkippedNames &skipped, Report &report) {
-    for (const std::string &name : skipped) {
-        if (name.find(' ') != std::string::npos) {
-            report.TellUsage("no name to skip holds a blank, as " + Quoted(name) + " does",
-                             "put commas between names");
-            return false;
-        }
-    }
-    return true;
-}
+// ---- Ports
 
 // Parses all queries before any source is read.
-bool ReadRequests(const CheckOptions &options, std::vector<PortRequest> &requests, Report &report) {
-    for (const std::string &text : options.ports) {
+bool ReadRequests(const Arguments &arguments, std::vector<PortRequest> &requests, Report &report) {
+    for (const std::string &text : arguments.Operands()) {
         PortQuery query;
         QueryProblem problem;
         if (!ReadPortQuery(text, query, problem)) {
-            report.TellUsage(Quoted(text) + ", column " + std::to_string(problem.column) + ": " +
-                                 problem.message,
-                             problem.fix);
-            return false;
+            return TellBadQuery(text, problem, report);
         }
-        requests.push_back({std::move(query), options.skip});
+        requests.push_back({std::move(query), arguments.Texts("--skip")});
     }
     return true;
 }
@@ -65,15 +48,15 @@ Json AnswerJson(const PortQuery &query, const PortAnswer &answer) {
     return {{"query", QueryText(query)},
             {"verdict", VerdictName(answer.Verdict())},
             {"conflicts", Json::ArrayOf(answer.conflicts, ConflictJson)},
-            {"failed_sources", answer.failed}};
+            {"failed_sources", SourceNames(answer.failed)}};
 }
 
-void CheckPorts(const CheckOptions &options, Report &report) {
+void CheckPorts(const Arguments &arguments, Report &report) {
     std::vector<PortRequest> requests;
-    if (!ReadRequests(options, requests, report)) {
+    if (!ReadRequests(arguments, requests, report)) {
         return;
     }
-    PortSources sources(FlagsOf(options.sources, kEverySource), report);
+    PortSources sources(SourcesOf(arguments, kEverySource), report);
     ConflictTable table;
     std::string verdicts;
     const std::vector<PortAnswer> answers = sources.Ask(requests);
@@ -87,22 +70,183 @@ void CheckPorts(const CheckOptions &options, Report &report) {
             report.AddResult(AnswerJson(query, answer));
         }
     }
-    report.Print(table.Text(!options.no_legend, report.Columns()));
+    report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
     report.Print(verdicts);
 }
 
-void Check(const CheckOptions &options, Report &report) {
-    if (!CheckSkippedNames(options.skip, report)) {
-        return;
+// ---- Files
+
+struct CheckedSection {
+    SectionQuery wanted;
+    PortAnswer answer;
+
+    // Whether an install reports a conflict of the section. If dst.ports names no protocol, it does
+    // not check sockets.
+    bool StopsInstall() const {
+        return std::any_of(
+            answer.conflicts.begin(), answer.conflicts.end(), [this](const PortConflict &conflict) {
+                return conflict.source != TAVO_PORT_CHECK_RUNTIME || wanted.names_protocols;
+            });
     }
-    if (options.files.empty()) {
-        CheckPorts(options, report);
-        return;
+};
+
+// A file in which lint found no error.
+struct CheckedFile {
+    LintedFile file;
+    std::vector<CheckedSection> sections;
+};
+
+// Lints a file, and adds the requests of its sections. A section does not conflict with its own
+// installed declaration. Returns false if the file cannot be checked, which is reported.
+bool AddRequests(const std::string &path, const SkippedNames &skipped, CheckedFile &checked,
+                 std::vector<PortRequest> &requests, Report &report) {
+    LintedFile &file = checked.file;
+    if (!LintAndTell(path, file, report)) {
+        return false;
     }
-    PortSources sources(FlagsOf(options.sources, kSourcesOfFiles), report);
+    if (file.lint.errors != 0) {
+        report.Raise(Status::kNo);
+        report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
+        report.AddResult({{"file", Utf8Text(file.name)},
+                          {"verdict", "invalid"},
+                          {"sections", Json::EmptyArray()},
+                          {"conflicts", Json::EmptyArray()}});
+        return false;
+    }
+    auto queries = QueriesOf(file.text);
+    if (!queries) {
+        report.TellError(file.name, "failed", "the library does not read it");
+        report.Raise(Status::kFailed);
+        return false;
+    }
+    for (SectionQuery &query : *queries) {
+        requests.push_back({query.query, skipped});
+        requests.back().skipped.push_back(query.section);
+        checked.sections.push_back({std::move(query), {}});
+    }
+    return true;
+}
+
+// The worst verdict of the sections: kTaken, then kUnknown.
+PortVerdict VerdictOf(const CheckedFile &checked) {
+    PortVerdict worst = PortVerdict::kFree;
+    for (const CheckedSection &section : checked.sections) {
+        const PortVerdict verdict = section.answer.Verdict();
+        worst = worst == PortVerdict::kTaken || verdict == PortVerdict::kFree ? worst : verdict;
+    }
+    return worst;
+}
+
+void WarnOfInstall(const std::string &file, std::string message, std::string fix,
+                   const ConfigLine &line, Report &report) {
+    const std::size_t column = line.number == 0 ? 0 : line.ColumnOf(line.name);
+    report.Tell({file, line.number, column, Severity::kWarning, "install-check", std::move(message),
+                 std::move(fix),
+                 line.number == 0 ? SourceLine{} : AroundSpot(line.text, column - 1)});
+}
+
+// Reports where the answer of an install is different. It stops at the first section with a
+// conflict, and at a [global] without ports, which it treats as a section that it cannot check.
+void CompareWithInstall(const CheckedFile &checked, Report &report) {
+    const std::optional<ConfigLine> global = PortlessGlobalLine(checked.file.text);
+    bool stops = false;
+    bool unknown = false;
+    for (const CheckedSection &section : checked.sections) {
+        const bool is_checked = !global || section.wanted.line < global->number;
+        stops = stops || (is_checked && section.StopsInstall());
+        unknown = unknown || section.answer.failed != 0;
+    }
+    if (global && !stops) {
+        WarnOfInstall(checked.file.name,
+                      "section [global] has no dst.ports, so an install cannot check the file and "
+                      "reports no conflict",
+                      "", *global, report);
+    } else if (VerdictOf(checked) == PortVerdict::kTaken && !stops && !unknown) {
+        WarnOfInstall(checked.file.name,
+                      "an install reports no conflict: where dst.ports names no protocol, it asks "
+                      "for no sockets",
+                      "name the protocols, as in 80/tcp,udp", {}, report);
+    }
+}
+
+void PrintFile(const CheckedFile &checked, bool header, Report &report) {
+    ConflictTable table(ConflictTable::Sections::kYes);
+    std::string verdicts;
+    const std::string name = Escaped(checked.file.name) + ": ";
+    for (const CheckedSection &section : checked.sections) {
+        table.Add(section.answer.conflicts, section.wanted.section);
+        verdicts += name + '[' + Escaped(section.wanted.section) + "] " +
+                    VerdictText(section.wanted.query, section.answer) + '\n';
+    }
+    report.Print(table.Text(header, report.Columns()));
+    report.Print(verdicts);
+}
+
+Json FileJson(const CheckedFile &checked) {
+    Json sections = Json::EmptyArray();
+    Json conflicts = Json::EmptyArray();
+    for (const CheckedSection &section : checked.sections) {
+        sections.Append({{"name", Utf8Text(section.wanted.section)},
+                         {"query", QueryText(section.wanted.query)},
+                         {"verdict", VerdictName(section.answer.Verdict())},
+                         {"failed_sources", SourceNames(section.answer.failed)}});
+        for (const PortConflict &conflict : section.answer.conflicts) {
+            Json one = {{"section", Utf8Text(section.wanted.section)}};
+            one.Merge(ConflictJson(conflict));
+            conflicts.Append(std::move(one));
+        }
+    }
+    return {{"file", Utf8Text(checked.file.name)},
+            {"verdict", VerdictName(VerdictOf(checked))},
+            {"sections", std::move(sections)},
+            {"conflicts", std::move(conflicts)}};
+}
+
+void CheckFiles(const std::vector<std::string> &paths, const Arguments &arguments, Report &report) {
+    const SkippedNames skipped = arguments.Texts("--skip");
     // The answer of an install is only known if the query is the same.
-    const bool as_library = options.skip.empty() && options.sources.empty();
-    CheckFiles({options.files, options.skip, as_library, !options.no_legend}, sources, report);
+    const bool as_install = skipped.empty() && !arguments.Has("--source");
+    std::vector<CheckedFile> files;
+    std::vector<PortRequest> requests;
+    for (const std::string &path : paths) {
+        CheckedFile checked;
+        if (AddRequests(path, skipped, checked, requests, report)) {
+            files.push_back(std::move(checked));
+        }
+    }
+    PortSources sources(SourcesOf(arguments, kSourcesOfFiles), report);
+    std::vector<PortAnswer> answers = sources.Ask(requests);
+    auto next = answers.begin();
+    for (CheckedFile &checked : files) {
+        for (CheckedSection &section : checked.sections) {
+            section.answer = std::move(*next++);
+            section.answer.RaiseStatus(report);
+        }
+        if (as_install) {
+            CompareWithInstall(checked, report);
+        }
+        PrintFile(checked, !arguments.Has("--no-legend"), report);
+        if (report.PrintsJson()) {
+            report.AddResult(FileJson(checked));
+        }
+    }
+}
+
+// The library splits the list of names to skip at blanks, so a name cannot contain one.
+void Check(const Arguments &arguments, Report &report) {
+    for (const std::string &name : arguments.Texts("--skip")) {
+        if (name.find(' ') != std::string::npos) {
+            report.TellUsage("no name to skip holds a blank, as " + Quoted(name) + " does",
+                             "put commas between names");
+            return;
+        }
+    }
+    const std::vector<std::string> files = arguments.Texts("--file");
+    if (files.empty()) {
+        CheckPorts(arguments, report);
+    } else {
+        CheckFiles(files, arguments, report);
+    }
 }
 
 constexpr std::string_view kSourceNames = "forward service setting socket";
@@ -145,34 +289,28 @@ constexpr char kExamples[] = R"(Examples:
   servicetool check 5000 --source setting,socket
   servicetool check --file mypackage.sc)";
 
-CheckOptions OptionsOf(const Arguments &arguments) {
-    return {.ports = arguments.Operands(),
-            .files = arguments.Texts("--file"),
-            .skip = arguments.Texts("--skip"),
-            .sources = arguments.Texts("--source"),
-            .no_legend = arguments.Has("--no-legend")};
-}
-
 UsageProblem ProblemOf(const Arguments &arguments) {
-    const CheckOptions check = OptionsOf(arguments);
-    for (const auto *names : {&check.ports, &check.files, &check.skip, &check.sources}) {
-        if (const UsageProblem problem = ProblemOfEmptyName(*names); !problem.message.empty()) {
+    const std::vector<std::string> &ports = arguments.Operands();
+    const std::vector<std::string> files = arguments.Texts("--file");
+    const std::vector<std::string> sources = arguments.Texts("--source");
+    for (const auto &names : {ports, files, arguments.Texts("--skip"), sources}) {
+        if (const UsageProblem problem = ProblemOfEmptyName(names); !problem.message.empty()) {
             return problem;
         }
     }
-    if (check.ports.empty() && check.files.empty()) {
+    if (ports.empty() && files.empty()) {
         return {"PORTS or --file is required"};
     }
-    if (!check.ports.empty() && !check.files.empty()) {
+    if (!ports.empty() && !files.empty()) {
         return {"PORTS and --file exclude each other"};
     }
-    for (const std::string &source : check.sources) {
+    for (const std::string &source : sources) {
         if (!IsSource(source)) {
             return {"unknown source " + Quoted(source),
                     "write forward, service, setting or socket"};
         }
     }
-    return ProblemOfNames(check.files);
+    return ProblemOfNames(files);
 }
 
 }  // namespace
@@ -184,7 +322,7 @@ constinit const Command kCheckCommand = {
     .options = kOptions,
     .examples = kExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments, Report &report) { Check(OptionsOf(arguments), report); },
+    .run = Check,
 };
 
 }  // namespace tavo::tool

@@ -7,90 +7,65 @@
 namespace tavo::tool {
 namespace {
 
-class Cleaning {
-  public:
-    Cleaning(bool dry_run, Report &report) : dry_run_(dry_run), report_(report) {}
-
-    void Run();
-
-  private:
-    void Treat(const Leftover &leftover);
-    void TellUnread(const Leftovers &found);
-    void Add(const Leftover &leftover, const char *state);
-    void Print(const Leftover &leftover, const std::string &state);
-
-    bool dry_run_;
-    Report &report_;
-};
-
-void Cleaning::Run() {
-    const Leftovers found = FindLeftovers();
-    for (const Leftover &leftover : found.all) {
-        Treat(leftover);
-    }
-    TellUnread(found);
-    if (found.all.empty() && found.unread.empty()) {
-        report_.Print("there are no leftovers\n");
-    } else if (dry_run_) {
-        report_.Print("dry run: nothing was removed\n");
-    }
+void Print(const Leftover &leftover, const std::string &state, Report &report) {
+    report.Print(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) + state + '\n');
 }
 
-void Cleaning::Treat(const Leftover &leftover) {
+// Removes the leftover, if that is possible. Returns its state for JSON.
+const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
     if (!leftover.keep.empty()) {
-        report_.Tell({.file = leftover.path,
-                      .severity = Severity::kWarning,
-                      .rule = "left-behind",
-                      .message = leftover.keep,
-                      .fix = leftover.fix,
-                      .source = {}});
-        report_.Raise(Status::kNo);
-        Add(leftover, "kept");
-    } else if (leftover.user) {
-        Print(leftover, "may be in use by process " + std::to_string(*leftover.user));
-        Add(leftover, "in_use");
-    } else if (dry_run_) {
-        Print(leftover, "");
-        Add(leftover, "left");
-    } else if (const std::string problem = RemoveLeftover(leftover); !problem.empty()) {
-        report_.TellError(leftover.path, "failed", "cannot be removed: " + problem);
-        report_.Raise(Status::kFailed);
-        Add(leftover, "failed");
-    } else {
-        report_.PrintDone(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) +
-                          ": removed");
-        Add(leftover, "removed");
+        report.Tell({.file = leftover.path,
+                     .severity = Severity::kWarning,
+                     .rule = "left-behind",
+                     .message = leftover.keep,
+                     .fix = leftover.fix,
+                     .source = {}});
+        report.Raise(Status::kNo);
+        return "kept";
     }
-}
-
-void Cleaning::TellUnread(const Leftovers &found) {
-    for (const auto &[folder, problem] : found.unread) {
-        report_.TellError(folder, "unreadable", problem);
-        report_.Raise(Status::kFailed);
+    if (leftover.user) {
+        Print(leftover, ": may be in use by process " + std::to_string(*leftover.user), report);
+        return "in_use";
     }
+    if (dry_run) {
+        Print(leftover, "", report);
+        return "left";
+    }
+    const std::string problem = RemoveLeftover(leftover);
+    if (!problem.empty()) {
+        report.TellError(leftover.path, "failed", "cannot be removed: " + problem);
+        report.Raise(Status::kFailed);
+        return "failed";
+    }
+    report.PrintDone(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) + ": removed");
+    return "removed";
 }
 
-void Cleaning::Print(const Leftover &leftover, const std::string &state) {
-    report_.Print(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) +
-                  (state.empty() ? "" : ": " + state) + '\n');
-}
-
-void Cleaning::Add(const Leftover &leftover, const char *state) {
-    report_.AddResult({{"path", Utf8Text(leftover.path)},
-                       {"kind", KindName(leftover.kind)},
-                       {"original", TextOrNull(leftover.original)},
-                       {"pid", leftover.pid},
-                       {"state", state},
-                       {"reason", TextOrNull(leftover.keep)}});
-}
-
-void Clean(bool dry_run, Report &report) {
-    ChangeLock lock;
-    if (!dry_run && !lock.Take()) {
-        TellNoLock(lock, "", ", so nothing was removed", report);
+void Clean(const Arguments &arguments, Report &report) {
+    const bool dry_run = arguments.Has("--dry-run");
+    Descriptor lock;
+    if (!dry_run && !LockChanges(lock, "", ", so nothing was removed", report)) {
         return;
     }
-    Cleaning(dry_run, report).Run();
+    const Leftovers found = FindLeftovers();
+    for (const Leftover &leftover : found.all) {
+        const char *state = Treat(leftover, dry_run, report);
+        report.AddResult({{"path", Utf8Text(leftover.path)},
+                          {"kind", KindName(leftover.kind)},
+                          {"original", TextOrNull(leftover.original)},
+                          {"pid", leftover.pid},
+                          {"state", state},
+                          {"reason", TextOrNull(leftover.keep)}});
+    }
+    for (const auto &[folder, problem] : found.unread) {
+        report.TellError(folder, "unreadable", problem);
+        report.Raise(Status::kFailed);
+    }
+    if (found.all.empty() && found.unread.empty()) {
+        report.Print("there are no leftovers\n");
+    } else if (dry_run) {
+        report.Print("dry run: nothing was removed\n");
+    }
 }
 
 constexpr Option kOptions[] = {kDryRun};
@@ -108,8 +83,7 @@ constinit const Command kCleanCommand = {
     .operands = {},
     .options = kOptions,
     .examples = kExamples,
-    .run = [](const Arguments &arguments,
-              Report &report) { Clean(arguments.Has("--dry-run"), report); },
+    .run = Clean,
 };
 
 }  // namespace tavo::tool

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "change/section_target.h"
+#include "change/change_report.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "output/text.h"
@@ -103,20 +103,15 @@ std::string Arguments::Word(std::size_t number) const {
     return number < operands_.size() ? operands_[number] : std::string();
 }
 
-FolderChoice FolderOf(const Arguments &arguments) {
-    return {.system = arguments.Has("--system"), .package = arguments.Has("--package")};
-}
-
-SectionOptions SectionOf(const Arguments &arguments) {
-    return {.file = arguments.Word(0),
-            .section = arguments.Word(1),
-            .folder = FolderOf(arguments),
-            .no_restart = arguments.Has("--no-restart"),
-            .dry_run = arguments.Has("--dry-run")};
+int FoldersOf(const Arguments &arguments) {
+    const int folders = (arguments.Has("--system") ? TAVO_SERVICE_CONF_DIR_SYSTEM : 0) |
+                        (arguments.Has("--package") ? TAVO_SERVICE_CONF_DIR_PACKAGE : 0);
+    return folders != 0 ? folders : kEveryServiceFolder;
 }
 
 Change ChangeAskedFor(const Arguments &arguments) {
     Change change;
+    change.operation = arguments.GivenCommand().name;
     change.path = arguments.Word(0);
     change.section = arguments.Word(1);
     change.dry_run = arguments.Has("--dry-run");

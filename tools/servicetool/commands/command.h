@@ -17,7 +17,6 @@
 namespace tavo::tool {
 
 struct Change;
-struct SectionOptions;
 
 // How a shell completes a value.
 enum class Completion {
@@ -76,6 +75,10 @@ class Arguments {
   public:
     // Adds the options of the command to the known ones. The common options are always known.
     void SetCommand(const Command &command) { command_ = &command; }
+
+    // Only after SetCommand.
+    const Command &GivenCommand() const { return *command_; }
+
     void Add(const Option &option, std::string value);
     void Add(std::string operand);
 
@@ -113,8 +116,8 @@ struct Command {
 
     void (*run)(const Arguments &arguments, Report &report);
 
-    // For a command that makes a change: the change according to the command line, without the name
-    // of the operation. It is reported if the command ends before it has planned a change.
+    // For a command that makes a change: the change according to the command line. It is reported
+    // if the command ends before it has planned a change.
     Change (*change)(const Arguments &arguments) = nullptr;
 };
 
@@ -138,12 +141,10 @@ inline constexpr Operand kTargetFile = {
 inline constexpr Operand kTargetSection = {.value = {"SECTION", Completion::kSections},
                                            .help = "The name of a service in it"};
 
-FolderChoice FolderOf(const Arguments &arguments);
+// The service folders that --system and --package select; both if neither is given.
+int FoldersOf(const Arguments &arguments);
 
-// The two operands above, and the options of the commands that change a section.
-SectionOptions SectionOf(const Arguments &arguments);
-
-// A change of the file and section given as operands, for Command::change.
+// The change that the command makes to the file and section given as operands, for Command::change.
 Change ChangeAskedFor(const Arguments &arguments);
 
 // Returns a problem if a name is empty.

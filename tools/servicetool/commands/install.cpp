@@ -11,13 +11,11 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "change/linted_file.h"
 #include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
-#include "lint/file_remarks.h"
+#include "lint/lint.h"
 #include "output/text.h"
-#include "ports/check_file.h"
 #include "ports/port_sources.h"
 #include "ports/section_queries.h"
 
@@ -33,34 +31,11 @@ std::string NameOf(const Arguments &arguments) {
                                  : std::filesystem::path(arguments.Word(0)).filename().string();
 }
 
-// The differences between the two commands.
-struct Placement {
-    std::string_view operation;
-    bool is_new;  // the file must not be installed yet
-    const char *rule;
-    const char *refusal;
-    const char *fix;
-};
-
-constexpr Placement kInstall = {"install", true, "installed",
-                                "a file of that name is installed already",
-                                "write servicetool update"};
-constexpr Placement kUpdate = {"update", false, "not-found", "no file of that name is installed",
-                               "write servicetool install"};
-
-Change ChangeOf(std::string_view operation, const Arguments &arguments, const InstalledFile &file,
-                const LintedFile &source) {
-    return {
-        .operation = operation,
-        .path = file.path,
-        .section = {},
-        .before = file.text,
-        .after = source.text,
-        .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
-        .dry_run = arguments.Has("--dry-run"),
-        .force = arguments.Has("--force"),
-        .unknown_fix = "add --force to go on anyway",
-    };
+// The change according to the command line, for Command::change.
+Change ChangeOfInstalled(const Arguments &arguments) {
+    Change change = ChangeAskedFor(arguments);
+    change.path = NameOf(arguments);
+    return change;
 }
 
 using Queries = std::vector<SectionQuery>;
@@ -75,7 +50,7 @@ void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeRepo
             leaving.push_back(old.section);
         }
     }
-    const std::optional<Queries> queries = QueriesOf(source.text, source.lint);
+    const std::optional<Queries> queries = QueriesOf(source.text);
     if (!queries) {
         throw std::runtime_error("the library does not read " + source.name);
     }
@@ -90,26 +65,24 @@ void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeRepo
     }
 }
 
-// Installs a file that was not installed before, and prepares its notifications.
-int InstallNew(const InstalledFile &file, const std::string &source,
-               TAVO_SERVICE_CONF_NOTIFY &notify, StepFailure &failure,
-               TAVO_SERVICE_CONF_PORT *&conflicts) {
-    kNoFile.copy(notify.szOldConfPath, sizeof(notify.szOldConfPath) - 1);
-    file.path.copy(notify.szNewConfPath, sizeof(notify.szNewConfPath) - 1);
-    notify.blNotifyFw = 1;
-    notify.blNotifyPf = 1;
-    return InstallFile(file.name.c_str(), source.c_str(), file.folder.selector, &conflicts,
-                       failure);
-}
-
+// Installs or replaces the file, and notifies the plugins.
 int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeOutcome &outcome) {
+    const char *name = file.name.c_str();
     TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
     TAVO_SERVICE_CONF_NOTIFY notify{};
     TemporaryCopy old;
-    const int result = file.text
-                           ? UpdateFile(file.name.c_str(), source.c_str(), file.folder.selector,
-                                        &conflicts, notify, old, outcome.failure)
-                           : InstallNew(file, source, notify, outcome.failure, conflicts);
+    int result = -1;
+    if (file.text) {
+        result = UpdateFile(name, source.c_str(), file.folder.selector, &conflicts, notify, old,
+                            outcome.failure);
+    } else {
+        result =
+            InstallFile(name, source.c_str(), file.folder.selector, &conflicts, outcome.failure);
+        CopyText(notify.szOldConfPath, kNoFile);
+        CopyText(notify.szNewConfPath, file.path);
+        notify.blNotifyFw = 1;
+        notify.blNotifyPf = 1;
+    }
     TAVOServiceConfPortsFree(conflicts);
     if (result < 0) {
         return -1;
@@ -123,26 +96,29 @@ int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeO
 bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, LintedFile &source,
             Report &report) {
     const std::string name = NameOf(arguments);
-    FolderChoice folder = FolderOf(arguments);
-    folder.package |= is_new && !folder.system;
+    int folders = FoldersOf(arguments);
+    if (is_new && folders == kEveryServiceFolder) {
+        folders = TAVO_SERVICE_CONF_DIR_PACKAGE;
+    }
     return CheckFileName(name, report) &&
            LintAndTell(arguments.Word(0), source, report,
                        "name a file that can be read, or - for standard input") &&
-           FindInstalledFile(name, folder, Missing::kAllow, arguments.Has("--dry-run"), file,
+           FindInstalledFile(name, folders, Missing::kAllow, arguments.Has("--dry-run"), file,
                              report);
 }
 
-bool Allows(const Placement &placement, const InstalledFile &file, const LintedFile &source,
+bool Allows(bool is_new, const InstalledFile &file, const LintedFile &source,
             ChangeReport &change) {
-    if (file.text.has_value() == placement.is_new) {
-        change.Refuse(placement.rule, placement.refusal, placement.fix);
-        return false;
+    if (is_new && file.text) {
+        return change.Refuse("installed", "a file of that name is installed already",
+                             "write servicetool update");
     }
-    if (source.lint.errors != 0) {
-        change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
-        return false;
+    if (!is_new && !file.text) {
+        return change.Refuse("not-found", "no file of that name is installed",
+                             "write servicetool install");
     }
-    return true;
+    return source.lint.errors == 0 ||
+           change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
 }
 
 std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {
@@ -154,17 +130,22 @@ std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {
 // keep its owner and mode, so that the owner of the source could modify the installed file later.
 // The copy is made after printing the plan and removed after the call of the library, so that a
 // closed output pipe leaves no copy.
-void Place(const Placement &placement, const Arguments &arguments, Report &report) {
+void Place(const Arguments &arguments, Report &report) {
+    const bool is_new = &arguments.GivenCommand() == &kInstallCommand;
     InstalledFile file;
     LintedFile source;
-    if (!LookAt(arguments, placement.is_new, file, source, report)) {
+    if (!LookAt(arguments, is_new, file, source, report)) {
         return;
     }
-    ChangeReport change(ChangeOf(placement.operation, arguments, file, source), report);
-    if (!Allows(placement, file, source, change)) {
+    Change plan =
+        ChangeOf(arguments, file, source.text, {Listener::kPlugins, Listener::kRelayDaemon});
+    plan.force = arguments.Has("--force");
+    plan.unknown_fix = "add --force to go on anyway";
+    ChangeReport change(std::move(plan), report);
+    if (!Allows(is_new, file, source, change)) {
         return;
     }
-    if (placement.is_new) {
+    if (is_new) {
         WarnOfNewName(file.name, "write --as", report);
     }
     AskForPorts(file, source, change, report);
@@ -226,33 +207,27 @@ UsageProblem ProblemOf(const Arguments &arguments) {
     return {};
 }
 
-Change ChangeOfInstalled(const Arguments &arguments) {
-    Change change = ChangeAskedFor(arguments);
-    change.path = NameOf(arguments);
-    return change;
-}
-
 }  // namespace
 
 constinit const Command kInstallCommand = {
-    .name = kInstall.operation,
+    .name = "install",
     .summary = "Install a service file",
     .operands = kOperands,
     .options = kInstallOptions,
     .examples = kInstallExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments, Report &report) { Place(kInstall, arguments, report); },
+    .run = Place,
     .change = ChangeOfInstalled,
 };
 
 constinit const Command kUpdateCommand = {
-    .name = kUpdate.operation,
+    .name = "update",
     .summary = "Replace an installed service file",
     .operands = kOperands,
     .options = kUpdateOptions,
     .examples = kUpdateExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments, Report &report) { Place(kUpdate, arguments, report); },
+    .run = Place,
     .change = ChangeOfInstalled,
 };
 

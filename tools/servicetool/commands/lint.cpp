@@ -1,5 +1,7 @@
-#include "change/linted_file.h"
+#include <algorithm>
+
 #include "commands/commands.h"
+#include "lint/lint.h"
 #include "output/text.h"
 
 namespace tavo::tool {

@@ -7,37 +7,26 @@
 namespace tavo::tool {
 namespace {
 
-int SelectorOf(const FolderChoice &folder) {
-    const int selector = (folder.system ? TAVO_SERVICE_CONF_DIR_SYSTEM : 0) |
-                         (folder.package ? TAVO_SERVICE_CONF_DIR_PACKAGE : 0);
-    return selector != 0 ? selector : kEveryServiceFolder;
-}
-
-void AddServices(const ServiceFile &file, Table &table, Report &report) {
-    if (file.conf == nullptr) {
-        return;
-    }
+void AddServices(const ServiceFileRecord &file, Table &table, Report &report) {
     for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(file.conf->pSections)) {
-        table.Row({service->szName, std::filesystem::path(file.path).filename(),
-                   std::string(file.location), PortsText(service->pDstPorts),
-                   service->blPortForward != 0 ? "yes" : "no", service->strTitle.szText});
+        table.Row({service->szName, std::filesystem::path(file.path).filename(), file.folder->name,
+                   PortsText(service->pDstPorts), service->blPortForward != 0 ? "yes" : "no",
+                   service->strTitle.szText});
         if (report.PrintsJson()) {
-            report.AddResult(ServiceJson(file.path, file.location, *file.conf, *service));
+            report.AddResult(ServiceJson(file, *service));
         }
     }
 }
 
 void List(const Arguments &arguments, Report &report) {
+    const ServiceFiles read = ReadServiceFolders(FoldersOf(arguments));
+    if (TellOmissions(read.report, report)) {
+        report.Raise(Status::kFailed);
+    }
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});
-    for (const ServiceFolder &folder : ServiceFolders(SelectorOf(FolderOf(arguments)))) {
-        const FolderContents contents = ReadServiceFolder(folder, report);
-        bool complete = contents.complete;
-        for (const ServiceFile &file : contents.files) {
-            complete = !TellWhatIsMissing(file, report) && complete;
+    for (const ServiceFileRecord &file : read.report.Files()) {
+        if (file.conf != nullptr) {
             AddServices(file, table, report);
-        }
-        if (!complete) {
-            report.Raise(Status::kFailed);
         }
     }
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));

@@ -9,22 +9,12 @@
 #include "output/table.h"
 #include "output/text.h"
 #include "picture/port_map.h"
-#include "picture/port_svg.h"
 #include "ports/port_claims.h"
 #include "ports/port_query.h"
+#include "ports/port_sources.h"
 
 namespace tavo::tool {
 namespace {
-
-struct PortsOptions {
-    bool declared = false;   // only declared ports; both kinds if neither or both are set
-    bool held = false;       // only held ports
-    bool conflicts = false;  // only ports in conflict
-    bool map = false;        // a map for the terminal instead of a table
-    std::string svg;         // file for an additional SVG map; no map if empty; only the map if
-                             // kStandardOutput
-    bool no_legend = false;
-};
 
 // The width of a window if it is unknown.
 constexpr std::size_t kOrdinaryColumns = 80;
@@ -32,69 +22,45 @@ constexpr std::size_t kOrdinaryColumns = 80;
 // In a narrower window the states are omitted, to leave more room for the places.
 constexpr std::size_t kColumnsForStates = 100;
 
-enum class Kinds { kDeclared, kHeld, kBoth };
-
-Kinds ShownKinds(const PortsOptions &options) {
-    return options.declared == options.held ? Kinds::kBoth
-           : options.held                   ? Kinds::kHeld
-                                            : Kinds::kDeclared;
-}
-
-bool IsShown(const PortClaim &claim, Kinds kinds) {
-    return kinds == Kinds::kBoth || (kinds == Kinds::kHeld) == (claim.socket != nullptr);
-}
-
-// Declarations are also needed to find the held ports in conflict.
-KindsOfClaim KindsToRead(const PortsOptions &options) {
-    const Kinds kinds = ShownKinds(options);
-    return {kinds != Kinds::kHeld || options.conflicts, kinds != Kinds::kDeclared};
-}
-
 constexpr char kUnknown[] = "unknown";
 
-std::string ServiceText(const PortClaim &claim) {
-    return claim.declarer == nullptr ? "" : claim.declarer->name;
+// The sources of the claims to show.
+int ShownSources(const Arguments &arguments) {
+    const bool held = arguments.Has("--held");
+    return arguments.Has("--declared") == held ? kEverySource
+           : held                              ? TAVO_PORT_CHECK_RUNTIME
+                                               : kDeclaringSources;
 }
 
-const HoldingProcess *ProcessOf(const PortClaim &claim) {
-    return claim.socket == nullptr ? nullptr : claim.socket->process;
+// ---- The table
+
+std::string ServiceText(const PortClaim &claim) {
+    return std::string(claim.declarer == nullptr ? "" : OrEmpty(claim.declarer->name));
 }
 
 std::string PidText(const PortClaim &claim) {
-    const HoldingProcess *process = ProcessOf(claim);
-    return process == nullptr ? "" : std::to_string(process->pid);
+    return claim.process == nullptr ? "" : std::to_string(claim.process->pid);
 }
 
 std::string UserText(const PortClaim &claim) {
-    const HoldingProcess *process = ProcessOf(claim);
-    return process == nullptr ? "" : process->user;
-}
-
-std::string StateText(const PortClaim &claim) {
-    return claim.socket == nullptr ? "" : StateName(*claim.socket);
+    return claim.process == nullptr ? "" : claim.process->user;
 }
 
 std::string ProcessText(const PortClaim &claim) {
-    const HoldingProcess *process = ProcessOf(claim);
-    return process != nullptr ? process->name : claim.socket != nullptr ? kUnknown : "";
+    return claim.process != nullptr ? claim.process->name : claim.IsHeld() ? kUnknown : "";
 }
 
 std::string ProgramText(const PortClaim &claim) {
-    const HoldingProcess *process = ProcessOf(claim);
-    return process == nullptr || process->program.empty() ? ProcessText(claim) : process->program;
+    const bool known = claim.process != nullptr && !claim.process->program.empty();
+    return known ? claim.process->program : ProcessText(claim);
 }
 
 // The place of a declaration, or the program of a socket.
 std::string WhereText(const PortClaim &claim) {
-    const HoldingProcess *process = ProcessOf(claim);
-    return process != nullptr        ? process->program
-           : claim.socket != nullptr ? ""
-                                     : claim.declarer->place;
-}
-
-// Ports in conflict are marked; a range is marked if one of its ports is in conflict.
-std::string PortText(const PortClaim &claim, const PortClaims &all) {
-    return PortsText(claim.range) + (Collides(claim, all) ? " !" : "");
+    if (!claim.IsHeld()) {
+        return PlaceText(claim.source, *claim.declarer);
+    }
+    return claim.process == nullptr ? "" : claim.process->program;
 }
 
 // A column after those of the port; it can be hidden. The longest text is in the last column, which
@@ -105,68 +71,72 @@ struct Column {
     std::string (*cell)(const PortClaim &);
 };
 
-std::vector<Column> ColumnsFor(Kinds kinds, std::size_t window) {
-    const bool declared = kinds != Kinds::kHeld;
-    const bool held = kinds != Kinds::kDeclared;
+std::vector<Column> ColumnsFor(int sources, std::size_t window) {
+    const bool declared = (sources & kDeclaringSources) != 0;
+    const bool held = (sources & TAVO_PORT_CHECK_RUNTIME) != 0;
     const bool roomy = !declared || window == 0 || window >= kColumnsForStates;
-    return {
-        {"SOURCE", declared, [](const PortClaim &claim) { return std::string(claim.source); }},
+    std::vector<Column> columns = {
+        {"SOURCE", declared,
+         [](const PortClaim &claim) { return std::string(SourceName(claim.source)); }},
         {"SERVICE", declared, ServiceText},
         {"PID", held, PidText},
         {"USER", !declared, UserText},
         {"PROGRAM", held && declared, ProcessText},
-        {"STATE", held && roomy, StateText},
+        {"STATE", held && roomy, StateName},
         {"PROGRAM", !declared, ProgramText},
         {"WHERE", declared, WhereText},
     };
+    std::erase_if(columns, [](const Column &column) { return !column.shown; });
+    return columns;
 }
 
+// Ports in conflict are marked; a range is marked if one of its ports is in conflict.
 std::string TableText(const std::vector<PortClaim> &claims, const PortClaims &all,
-                      const PortsOptions &options, std::size_t window) {
-    if (claims.empty()) {
-        return {};
-    }
-    std::vector<Column> columns = ColumnsFor(ShownKinds(options), window);
-    std::erase_if(columns, [](const Column &column) { return !column.shown; });
-    std::vector<std::string> header = {"PROTO", "PORT"};
+                      const Arguments &arguments, std::size_t window) {
+    const std::vector<Column> columns = ColumnsFor(ShownSources(arguments), window);
+    std::vector<std::string> cells = {"PROTO", "PORT"};
     for (const Column &column : columns) {
-        header.emplace_back(column.title);
+        cells.emplace_back(column.title);
     }
-    Table table(header);
+    Table table(cells);
     for (const PortClaim &claim : claims) {
-        std::vector<std::string> cells = {ProtocolsText(claim.protocol), PortText(claim, all)};
+        cells = {ProtocolsText(claim.protocol),
+                 PortsText(claim.range) + (Collides(claim, all) ? " !" : "")};
         for (const Column &column : columns) {
             cells.push_back(column.cell(claim));
         }
         table.Row(cells);
     }
-    return table.Text(!options.no_legend, window);
+    return table.HasRows() ? table.Text(!arguments.Has("--no-legend"), window) : "";
 }
+
+// ---- JSON
 
 // All results have the same keys; missing values are null.
 Json ClaimJson(const PortClaim &claim, Json conflict) {
     const HoldingProcess nobody;
-    const Declarer none;
-    const HoldingProcess *known = ProcessOf(claim);
-    const Declarer &declarer = claim.declarer == nullptr ? none : *claim.declarer;
-    const HoldingProcess &process = known == nullptr ? nobody : *known;
+    const PortDeclarer none;
+    const PortDeclarer &declarer = claim.declarer == nullptr ? none : *claim.declarer;
+    const HoldingProcess &process = claim.process == nullptr ? nobody : *claim.process;
     return {{"protocol", ProtocolsText(claim.protocol)},
             {"start", claim.range.first},
             {"end", claim.range.last},
-            {"source", claim.source},
-            {"service", TextOrNull(declarer.name)},
-            {"file", TextOrNull(declarer.file)},
-            {"entry", TextOrNull(declarer.entry)},
-            {"pid", known == nullptr ? Json(nullptr) : Json(process.pid)},
+            {"source", SourceName(claim.source)},
+            {"service", TextOrNull(OrEmpty(declarer.name))},
+            {"file", TextOrNull(OrEmpty(declarer.file))},
+            {"entry", TextOrNull(OrEmpty(declarer.entry))},
+            {"pid", claim.process == nullptr ? Json(nullptr) : Json(process.pid)},
             {"program", TextOrNull(process.program)},
             {"process", TextOrNull(process.name)},
             {"user", TextOrNull(process.user)},
-            {"state", TextOrNull(StateText(claim))},
+            {"state", TextOrNull(StateName(claim))},
             {"conflict", std::move(conflict)}};
 }
 
-std::string MapOfAll(const std::vector<PortClaim> &claims, const PortClaims &all,
-                     const PortsOptions &options, const Report &report) {
+// ---- Maps
+
+std::string MapOfAll(const std::vector<PortClaim> &claims, const PortClaims &all, bool legend,
+                     const Report &report) {
     WindowSize window = report.Window();
     window.columns = window.columns == 0 ? kOrdinaryColumns : window.columns;
     const MapShape shape = ShapeForWindow(window);
@@ -175,11 +145,11 @@ std::string MapOfAll(const std::vector<PortClaim> &claims, const PortClaims &all
         const PortMap map(claims, all.collide.at(protocol), protocol);
         text += ProtocolsText(protocol) + '\n' + MapText(map, shape, report.Colour());
     }
-    return options.no_legend ? text : text + MapLegend(shape, window.columns, report.Colour());
+    return legend ? text + MapLegend(shape, window.columns, report.Colour()) : text;
 }
 
 void WriteSvg(const std::string &path, const std::string &svg, Report &report) {
-    if (path == kStandardOutput) {
+    if (IsStandardOutput(path)) {
         report.Print(svg);
         return;
     }
@@ -190,16 +160,14 @@ void WriteSvg(const std::string &path, const std::string &svg, Report &report) {
     }
 }
 
-bool AnyConflict(const PortClaims &all) {
-    return std::any_of(all.collide.begin(), all.collide.end(),
-                       [](const auto &protocol) { return !protocol.second.empty(); });
-}
+// ---- The command
 
 // If a conflict was found, the answer is kNo, even if it is between declarations that are not
 // shown; unknown holders do not change that and are not reported. Sources that failed were already
 // reported and have raised the status to kFailed.
 void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
-    if (AnyConflict(all)) {
+    if (std::any_of(all.collide.begin(), all.collide.end(),
+                    [](const auto &ports) { return !ports.second.empty(); })) {
         report.Raise(Status::kNo);
         return;
     }
@@ -214,33 +182,36 @@ void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
     }
 }
 
-void Ports(const PortsOptions &options, Report &report) {
-    const KindsOfClaim read = KindsToRead(options);
-    const PortClaims all = ReadPortClaims(read, report);
-    std::vector<PortClaim> claims = options.conflicts ? CollidingClaims(all) : all.claims;
-    std::erase_if(claims, [shown = ShownKinds(options)](const PortClaim &claim) {
-        return !IsShown(claim, shown);
-    });
-    if (!all.known) {
+// The declarations are also needed to find the held ports in conflict.
+void Ports(const Arguments &arguments, Report &report) {
+    const int shown = ShownSources(arguments);
+    const bool conflicts = arguments.Has("--conflicts");
+    const bool legend = !arguments.Has("--no-legend");
+    const int read = conflicts ? shown | kDeclaringSources : shown;
+    PortClaims all = ReadPortClaims({{{0, kHighestPort}}, TAVO_PROTO_BOTH}, read, report);
+    CompareClaims(all);
+    std::vector<PortClaim> claims = conflicts ? CollidingClaims(all) : all.claims;
+    std::erase_if(claims, [shown](const PortClaim &claim) { return (claim.source & shown) == 0; });
+    if (all.failed != 0) {
         report.Raise(Status::kFailed);
     }
-    if (options.conflicts) {
+    if (conflicts) {
         AnswerWhetherThereAreConflicts(all, report);
     }
     if (report.PrintsJson()) {
+        const bool known = (read & kDeclaringSources) != 0;
         for (const PortClaim &claim : claims) {
-            report.AddResult(
-                ClaimJson(claim, read.declared ? Json(Collides(claim, all)) : Json(nullptr)));
+            report.AddResult(ClaimJson(claim, known ? Json(Collides(claim, all)) : Json(nullptr)));
         }
     }
-    const bool only_svg = options.svg == kStandardOutput;
-    if (options.map) {
-        report.Print(MapOfAll(claims, all, options, report));
-    } else if (!only_svg) {
-        report.Print(TableText(claims, all, options, report.Columns()));
+    const std::string svg = arguments.Text("--svg");
+    if (arguments.Has("--map")) {
+        report.Print(MapOfAll(claims, all, legend, report));
+    } else if (!report.PrintsJson() && !IsStandardOutput(svg)) {
+        report.Print(TableText(claims, all, arguments, report.Columns()));
     }
-    if (!options.svg.empty()) {
-        WriteSvg(options.svg, PortSvg(claims, all, !options.no_legend), report);
+    if (!svg.empty()) {
+        WriteSvg(svg, PortSvg(claims, all, legend), report);
     }
 }
 
@@ -277,19 +248,6 @@ UsageProblem ProblemOf(const Arguments &arguments) {
     return {};
 }
 
-PortsOptions OptionsOf(const Arguments &arguments) {
-    std::string svg = arguments.Text("--svg");
-    if (IsStandardOutput(svg)) {
-        svg = kStandardOutput;
-    }
-    return {.declared = arguments.Has("--declared"),
-            .held = arguments.Has("--held"),
-            .conflicts = arguments.Has("--conflicts"),
-            .map = arguments.Has("--map"),
-            .svg = std::move(svg),
-            .no_legend = arguments.Has("--no-legend")};
-}
-
 }  // namespace
 
 constinit const Command kPortsCommand = {
@@ -299,7 +257,7 @@ constinit const Command kPortsCommand = {
     .options = kOptions,
     .examples = kExamples,
     .check = ProblemOf,
-    .run = [](const Arguments &arguments, Report &report) { Ports(OptionsOf(arguments), report); },
+    .run = Ports,
 };
 
 }  // namespace tavo::tool

@@ -12,24 +12,18 @@
 #include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
-#include "input/library_owners.h"
+#include "input/library.h"
 #include "input/service_file.h"
-#include "lint/file_remarks.h"
 #include "output/text.h"
 
 namespace tavo::tool {
 namespace {
 
 // If the file is already removed, only its listeners are notified.
-Change RemovalOf(const InstalledFile &file, bool dry_run) {
-    return {.operation = "remove",
-            .path = file.path,
-            .section = {},
-            .before = file.text,
-            .after = {},
-            .listeners = {Listener::kPlugins, Listener::kRelayDaemon},
-            .told_only = !file.text,
-            .dry_run = dry_run};
+Change RemovalOf(const InstalledFile &file, const Arguments &arguments) {
+    Change change = ChangeOf(arguments, file, {}, {Listener::kPlugins, Listener::kRelayDaemon});
+    change.notify_only = !file.text;
+    return change;
 }
 
 // Describes the removal with the services that the library reads in the file, which the firewall
@@ -55,9 +49,9 @@ bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
         PrivateFolder().Make(file.name, *file.text);
         return true;
     } catch (const std::system_error &error) {
-        change.Refuse("failed", "no copy can be made for the plugins: " + std::string(error.what()),
-                      "see that /tmp can be written", Status::kFailed);
-        return false;
+        return change.Refuse("failed",
+                             "no copy can be made for the plugins: " + std::string(error.what()),
+                             "see that /tmp can be written", Status::kFailed);
     }
 }
 
@@ -73,9 +67,9 @@ void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
 
 // Completes a removal that was killed after it removed the file and before it removed the copy for
 // the plugins: notifies the plugins.
-void Complete(const InstalledFile &file, const std::vector<std::string> &copies, bool dry_run,
-              Report &report) {
-    ChangeReport change(RemovalOf(file, dry_run), report);
+void Complete(const InstalledFile &file, const std::vector<std::string> &copies,
+              const Arguments &arguments, Report &report) {
+    ChangeReport change(RemovalOf(file, arguments), report);
     const std::string &newest = copies.back();
     if (!change.Begin("is removed already; notify from the copy " + Escaped(newest))) {
         return;
@@ -103,23 +97,23 @@ int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
 
 void Remove(const Arguments &arguments, Report &report) {
     const std::string name = arguments.Word(0);
-    const FolderChoice folder = FolderOf(arguments);
-    const bool dry_run = arguments.Has("--dry-run");
+    const int folders = FoldersOf(arguments);
     InstalledFile file;
-    if (!FindInstalledFile(name, folder, Missing::kAllow, dry_run, file, report)) {
+    if (!FindInstalledFile(name, folders, Missing::kAllow, arguments.Has("--dry-run"), file,
+                           report)) {
         return;
     }
     if (!file.text) {
         // The lock is held, so a removal by another servicetool is complete or was killed.
         const std::vector<std::string> copies = CopiesOfRemoved(name);
         if (copies.empty()) {
-            TellNotInstalled(name, folder, report);
+            TellNotInstalled(name, folders, report);
         } else {
-            Complete(file, copies, dry_run, report);
+            Complete(file, copies, arguments, report);
         }
         return;
     }
-    ChangeReport change(RemovalOf(file, dry_run), report);
+    ChangeReport change(RemovalOf(file, arguments), report);
     const std::string what = ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself);
     if (change.Begin(what) && CanBeKept(file, change)) {
         change.Do([&file](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });

@@ -1,7 +1,6 @@
 // servicetool remove-section. The change declares no ports, so it needs no port check.
 #include "change/section_target.h"
 #include "commands/commands.h"
-#include "lint/file_remarks.h"
 
 namespace tavo::tool {
 namespace {
@@ -13,23 +12,25 @@ constexpr std::uint32_t kTouched =
     TAVO_PORT_CHECK_FW_RULES | TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE;
 
 void RemoveSection(const Arguments &arguments, Report &report) {
-    const SectionOptions options = SectionOf(arguments);
     SectionTarget target;
-    if (!FindSection(options, Missing::kRefuse, target, report)) {
+    if (!FindSection(arguments, Missing::kRefuse, target, report)) {
         return;
     }
-    Change plan = ChangeOf("remove-section", target, options,
-                           WithoutSection(target.file.text, target.section));
-    plan.listeners = ListenersOf(Listener::kFirewall, options);
-    const std::string what = plan.after ? "remove section [" + target.section + ']' +
-                                              LinkRemark(target.file.path, OfLink::kTarget)
-                                        : "remove it with section [" + target.section +
-                                              "], its last service" +
-                                              LinkRemark(target.file.path, OfLink::kItself);
-    TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
+    // Without its last service, the file is removed.
+    const FileText after = TextAfter(target.file.text, [&](const char *path, StepFailure &failure) {
+        return RemoveFromFile(path, target.section.c_str(), failure);
+    });
+    const std::string what = after ? "remove section [" + target.section + ']' +
+                                         LinkRemark(target.file.path, OfLink::kTarget)
+                                   : "remove it with section [" + target.section +
+                                         "], its last service" +
+                                         LinkRemark(target.file.path, OfLink::kItself);
+    SetParam param = ParamOf(arguments, target);
     param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
     param.nCheckFlags = kTouched;
-    ChangeReport change(std::move(plan), report);
+    ChangeReport change(
+        ChangeOf(arguments, target.file, after, ListenersOf(Listener::kFirewall, arguments)),
+        report);
     if (change.Begin(what)) {
         change.Do([&](ChangeOutcome &outcome) { return tavo::RemoveSection(&param, outcome); });
     }

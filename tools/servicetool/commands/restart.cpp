@@ -12,7 +12,6 @@ void Restart(const Arguments &arguments, Report &report) {
     const bool firewall = arguments.Has("--firewall") || !relay;
     const int flags = (firewall ? TAVO_RESTART_FIREWALL : 0) | (relay ? TAVO_RESTART_RELAY : 0);
     Change plan = ChangeAskedFor(arguments);
-    plan.operation = "restart";
     plan.listeners = firewall ? std::vector{Listener::kFirewall, Listener::kRelayDaemon}
                               : std::vector{Listener::kRelayDaemon};
     ChangeReport change(std::move(plan), report);

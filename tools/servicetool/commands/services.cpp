@@ -4,13 +4,19 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <optional>
 
+#include "base/system_files.h"
+#include "catalogue/firewall_service.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
+#include "input/library.h"
+#include "input/service_file.h"
 #include "output/table.h"
 #include "output/text.h"
-#include "ports/firewall_services.h"
 #include "ports/port_query.h"
+#include "ports/source_failure.h"
 
 namespace tavo::tool {
 namespace {
@@ -21,49 +27,20 @@ std::string InFileNotation(std::string port) {
     return port;
 }
 
-// A built-in service in the form of a section of a file. Its ports may be settings with invalid
-// values, which are reported and left out.
-class BuiltInSection {
-  public:
-    BuiltInSection(const FirewallService &service, Report &report);
-
-    const TAVO_SERVICE_CONF_SECTION &Section() const { return section_; }
-
-  private:
-    OwnedPorts Ports(const TLIBCSzList *list, std::uint32_t protocols, unsigned int direction);
-
-    const FirewallService &service_;
-    Report &report_;
-    OwnedPorts source_ports_;
-    OwnedPorts ports_;
-    TAVO_SERVICE_CONF_SECTION section_{};
-};
-
-BuiltInSection::BuiltInSection(const FirewallService &service, Report &report)
-    : service_(service), report_(report) {
-    const TAVO_FW_SERVICE &record = *service.record;
-    source_ports_ = Ports(record.pSrcPortList, record.nSrcProtocol, TAVO_PORT_DIRECTION_SRC);
-    ports_ = Ports(record.pDstPortList, record.nDstProtocol, TAVO_PORT_DIRECTION_DST);
-    std::memcpy(section_.szName, record.szName, sizeof(section_.szName));
-    section_.strTitle = record.strTitle;
-    section_.strDesc = record.strDesc;
-    section_.blPortForward = record.blPortForward;
-    section_.pSrcPorts = source_ports_.get();
-    section_.pDstPorts = ports_.get();
-}
-
-OwnedPorts BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocols,
-                                 unsigned int direction) {
+// The ports of a built-in service, which may be settings with invalid values; these are reported
+// and left out.
+OwnedPorts PortsOf(const TAVO_FW_SERVICE &service, const TLIBCSzList *list, std::uint32_t protocols,
+                   unsigned int direction, Report &report) {
     OwnedPorts ports;
     for (int i = 0; i < TLIBCSzListCount(list); ++i) {
         const std::string port = TLIBCSzListGet(list, i);
         TAVO_SERVICE_CONF_PORT *one = nullptr;
         const std::string text = InFileNotation(port) + '/' + ProtocolsText(protocols);
         if (TAVOServiceConfPortsGet(text.c_str(), direction, &one) != 0) {
-            report_.TellError("", "bad-service",
-                              "firewall service " + std::string(service_.record->szName) + " has " +
-                                  Quoted(port) + " for a port");
-            report_.Raise(Status::kFailed);
+            report.TellError("", "bad-service",
+                             "firewall service " + std::string(service.szName) + " has " +
+                                 Quoted(port) + " for a port");
+            report.Raise(Status::kFailed);
             continue;
         }
         one->pNext = ports.release();
@@ -72,17 +49,44 @@ OwnedPorts BuiltInSection::Ports(const TLIBCSzList *list, std::uint32_t protocol
     return ports;
 }
 
-Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section) {
-    Json json = {{"name", section.szName}, {"supported", service.supported}};
+// A built-in service in the form of a section of a file.
+OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
+    OwnedSection section = OrThrow(NewRecord<OwnedSection>());
+    std::memcpy(section->szName, service.szName, sizeof(section->szName));
+    section->strTitle = service.strTitle;
+    section->strDesc = service.strDesc;
+    section->blPortForward = service.blPortForward;
+    section->pSrcPorts = PortsOf(service, service.pSrcPortList, service.nSrcProtocol,
+                                 TAVO_PORT_DIRECTION_SRC, report)
+                             .release();
+    section->pDstPorts = PortsOf(service, service.pDstPortList, service.nDstProtocol,
+                                 TAVO_PORT_DIRECTION_DST, report)
+                             .release();
+    return section;
+}
+
+constexpr char kBuiltIn[] = "built-in";
+
+// "built-in", "system/FILE" or "package/FILE".
+std::string OriginText(const CatalogueService &service) {
+    if (service.file == nullptr) {
+        return kBuiltIn;
+    }
+    const std::filesystem::path path = service.file->path;
+    return service.file->folder->name + ('/' + path.filename().string());
+}
+
+Json FirewallServiceJson(const CatalogueService &service, std::optional<bool> supported,
+                         const TAVO_SERVICE_CONF_SECTION &section) {
+    Json json = {{"name", section.szName}, {"supported", supported}};
     if (service.file != nullptr) {
-        json.Merge(ServiceJson(service.file->path, service.file->folder->name, *service.file->conf,
-                               section));
+        json.Merge(ServiceJson(*service.file, section));
         return json;
     }
     const char *support_key = service.row->szSupportKey;
     json.Merge({{"file", nullptr},
                 {"real_path", nullptr},
-                {"location", TextOrNull(OriginText(service))},
+                {"location", kBuiltIn},
                 {"version", nullptr},
                 {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
                 {"run_key", nullptr}});
@@ -90,45 +94,75 @@ Json FirewallServiceJson(const FirewallService &service, const TAVO_SERVICE_CONF
     return json;
 }
 
-void AddSection(const FirewallService &service, const TAVO_SERVICE_CONF_SECTION &section,
-                Table &table, Report &report) {
+void AddService(const CatalogueService &service, std::optional<bool> supported, Table &table,
+                Report &report) {
+    const OwnedSection made =
+        service.section == nullptr ? SectionOf(*service.service, report) : nullptr;
+    const TAVO_SERVICE_CONF_SECTION &section = made != nullptr ? *made : *service.section;
     if (report.PrintsJson()) {
-        report.AddResult(FirewallServiceJson(service, section));
+        report.AddResult(FirewallServiceJson(service, supported, section));
         return;
     }
-    table.Row({section.szName, service.supported ? (*service.supported ? "yes" : "no") : "",
+    table.Row({section.szName, supported ? (*supported ? "yes" : "no") : "",
                section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
                OriginText(service), section.strTitle.szText});
 }
 
-void AddService(const FirewallService &service, Table &table, Report &report) {
-    if (service.section != nullptr) {
-        AddSection(service, *service.section, table, report);
-    } else {
-        AddSection(service, BuiltInSection(service, report).Section(), table, report);
+// The built-in services in the order of their table, then those of files. The catalogue begins with
+// those of files and ends with the table in reverse order.
+std::vector<CatalogueService> TableFirst(const ServiceCatalogue &catalogue) {
+    std::vector<CatalogueService> services(catalogue.origins.begin(), catalogue.origins.end());
+    const auto last = std::find_if(services.begin(), services.end(),
+                                   [](const auto &service) { return service.row != nullptr; });
+    std::reverse(last, services.end());
+    std::rotate(services.begin(), last, services.end());
+    return services;
+}
+
+bool HasSupportKey(const CatalogueService &service) {
+    return service.row != nullptr ? service.row->szSupportKey != nullptr
+                                  : *service.file->conf->szSupportKey != '\0';
+}
+
+bool IsWanted(const std::string &name, const std::vector<std::string> &wanted) {
+    return wanted.empty() || Holds(wanted, name);
+}
+
+// Reports what is left out; raises the status if it may be one of the services asked for.
+void TellWhatIsMissing(const ReadingReport &read, const std::vector<std::string> &wanted,
+                       Report &report) {
+    CheckMemory(read);
+    for (const LeftOut &omission : read.Omissions()) {
+        if (omission.row != nullptr && IsWanted(omission.row->szName, wanted)) {
+            report.Tell(WhyLeftOut(omission.row->szName, omission.reading.Fault()));
+            report.Raise(Status::kFailed);
+        }
+    }
+    if (TellOmissions(read, report, wanted)) {
+        report.Raise(Status::kFailed);
     }
 }
 
 // The names of all services, including those left out.
-std::vector<std::string> NamesOf(const FirewallServices &read) {
+std::vector<std::string> NamesOf(const std::vector<CatalogueService> &services,
+                                 const ReadingReport &read) {
     std::vector<std::string> names;
-    for (const FirewallService &service : read.services) {
-        names.emplace_back(service.record->szName);
+    for (const CatalogueService &service : services) {
+        names.emplace_back(service.service->szName);
     }
-    for (const TAVO_FW_SERVICE_REG *row : read.left_out) {
-        names.emplace_back(row->szName);
-    }
-    for (const ServiceFile &file : read.files) {
-        for (const LintedService &service : file.lint.services) {
-            names.push_back(service.name);
+    for (const LeftOut &omission : read.Omissions()) {
+        if (omission.row != nullptr) {
+            names.emplace_back(omission.row->szName);
         }
+    }
+    for (std::string &name : NamesLeftOut(read.Omissions())) {
+        names.push_back(std::move(name));
     }
     return names;
 }
 
-void TellNotFound(const std::vector<std::string> &wanted, const FirewallServices &read,
+void TellNotFound(const std::vector<std::string> &wanted, const std::vector<std::string> &names,
                   Report &report) {
-    const std::vector<std::string> names = NamesOf(read);
     for (const std::string &name : wanted) {
         if (Holds(names, name)) {
             continue;
@@ -143,35 +177,36 @@ void TellNotFound(const std::vector<std::string> &wanted, const FirewallServices
     }
 }
 
-void TellSupportUnknown(Report &report) {
-    report.TellError(
-        kFactorySettingsFile, "unreadable",
-        "it is unknown what this model supports: " + ReadRegularFile(kFactorySettingsFile).problem);
-    report.Raise(Status::kFailed);
-}
-
+// If the factory settings cannot be read, the library lists services with a support key as not
+// supported. Here that is unknown.
 void Services(const Arguments &arguments, Report &report) {
-    const std::vector<std::string> &names = arguments.Operands();
+    const std::vector<std::string> &wanted = arguments.Operands();
     const bool only_supported = arguments.Has("--supported");
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
-    const FirewallServices read = ReadFirewallServices(report, names);
+    const ServiceCatalogue catalogue = ReadCatalogue();
+    TellWhatIsMissing(catalogue.report, wanted, report);
+    const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
+    const std::vector<CatalogueService> services = TableFirst(catalogue);
     bool support_known = true;
-    for (const FirewallService &service : read.services) {
-        if (!names.empty() && !Holds(names, service.record->szName)) {
+    for (const CatalogueService &service : services) {
+        if (!IsWanted(service.service->szName, wanted)) {
             continue;
         }
-        support_known = support_known && service.supported.has_value();
-        if (!only_supported || service.supported.value_or(false)) {
-            AddService(service, table, report);
+        std::optional<bool> supported = service.service->blSupported != 0;
+        if (!problem.empty() && HasSupportKey(service)) {
+            supported.reset();
+            support_known = false;
+        }
+        if (!only_supported || supported.value_or(false)) {
+            AddService(service, supported, table, report);
         }
     }
     if (!support_known) {
-        TellSupportUnknown(report);
-    }
-    if (!read.complete) {
+        report.TellError(kFactorySettingsFile, "unreadable",
+                         "it is unknown what this model supports: " + problem);
         report.Raise(Status::kFailed);
     }
-    TellNotFound(names, read, report);
+    TellNotFound(wanted, NamesOf(services, catalogue.report), report);
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 

@@ -1,14 +1,10 @@
 // servicetool set. Values that are not given are unchanged, so a title can be changed without
 // giving the ports.
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <iterator>
+#include <new>
 
 #include "change/section_target.h"
 #include "commands/commands.h"
-#include "input/library_failure.h"
-#include "lint/file_remarks.h"
+#include "input/library.h"
 #include "output/text.h"
 #include "ports/section_queries.h"
 
@@ -20,92 +16,28 @@ bool Fits(const std::string &text, const char (&)[Size]) {
     return text.size() < Size && text.find('\n') == std::string::npos;
 }
 
-template <std::size_t Size>
-void Fill(char (&field)[Size], const std::string &text) {
-    std::fill(std::begin(field), std::end(field), '\0');
-    std::copy(text.begin(), text.end(), field);
-}
+// Each of the following functions sets a part of the section to the value of an option, if it is
+// given. Returns false if the value is invalid, which is reported.
 
-// Builds the new section from the current one and the options of the command line.
-class NewSection {
-  public:
-    NewSection(const Arguments &arguments, const SectionTarget &target, Report &report)
-        : arguments_(arguments), target_(target), report_(report) {}
-
-    // Returns null if the command line is invalid, which is reported.
-    OwnedSection Make();
-
-  private:
-    bool IsComplete();
-    bool SetText(const char *option, TAVO_SERVICE_CONF_STRING &string);
-    bool SetReference(const char *option, TAVO_SERVICE_CONF_STRING &string);
-    bool SetPorts(const char *option, unsigned int direction, TAVO_SERVICE_CONF_PORT *&ports);
-
-    const Arguments &arguments_;
-    const SectionTarget &target_;
-    Report &report_;
-};
-
-OwnedSection StartFrom(const OwnedSection &today, const std::string &name) {
-    TAVO_SERVICE_CONF_SECTION *copy = nullptr;
-    if (today != nullptr) {
-        TAVOServiceComposeSectionInfo(today.get(), &copy);
-    } else {
-        copy = static_cast<TAVO_SERVICE_CONF_SECTION *>(std::calloc(1, sizeof(*copy)));
-    }
-    OwnedSection section = OrThrow(OwnedSection(copy));
-    Fill(section->szName, name);
-    return section;
-}
-
-OwnedSection NewSection::Make() {
-    if (!IsComplete()) {
-        return nullptr;
-    }
-    OwnedSection section = StartFrom(target_.today, target_.section);
-    const bool good = SetText("--title", section->strTitle) &&
-                      SetText("--desc", section->strDesc) &&
-                      SetReference("--title-key", section->strTitle) &&
-                      SetReference("--desc-key", section->strDesc) &&
-                      SetPorts("--dst-ports", TAVO_PORT_DIRECTION_DST, section->pDstPorts) &&
-                      SetPorts("--src-ports", TAVO_PORT_DIRECTION_SRC, section->pSrcPorts);
-    if (arguments_.Has("--port-forward") || arguments_.Has("--no-port-forward")) {
-        section->blPortForward = arguments_.Has("--port-forward") ? 1 : 0;
-    }
-    return good ? std::move(section) : nullptr;
-}
-
-// If the library cannot read the current section, all required values must be given.
-bool NewSection::IsComplete() {
-    const bool all =
-        arguments_.Has("--title") && arguments_.Has("--desc") && arguments_.Has("--dst-ports");
-    if (target_.today == nullptr && !all) {
-        report_.TellUsage("section [" + target_.section + "] " +
-                              (target_.present ? "cannot be read as it is" : "is new") +
-                              ", so it needs --title, --desc and --dst-ports",
-                          "");
-        return false;
-    }
-    return true;
-}
-
-bool NewSection::SetText(const char *option, TAVO_SERVICE_CONF_STRING &string) {
-    const std::string text = arguments_.Text(option);
+bool SetText(const Arguments &arguments, const char *option, TAVO_SERVICE_CONF_STRING &string,
+             Report &report) {
+    const std::string text = arguments.Text(option);
     if (!Fits(text, string.szText)) {
-        report_.TellUsage(std::string(option) + " takes one line of at most " +
-                              std::to_string(sizeof(string.szText) - 1) + " bytes",
-                          "");
+        report.TellUsage(std::string(option) + " takes one line of at most " +
+                             std::to_string(sizeof(string.szText) - 1) + " bytes",
+                         "");
         return false;
     }
     if (!text.empty()) {
-        Fill(string.szText, text);
+        CopyText(string.szText, text);
     }
     return true;
 }
 
 // The reference must be unchanged after it is read by the library.
-bool NewSection::SetReference(const char *option, TAVO_SERVICE_CONF_STRING &string) {
-    const std::string text = arguments_.Text(option);
+bool SetReference(const Arguments &arguments, const char *option, TAVO_SERVICE_CONF_STRING &string,
+                  Report &report) {
+    const std::string text = arguments.Text(option);
     if (text.empty()) {
         return true;
     }
@@ -116,30 +48,77 @@ bool NewSection::SetReference(const char *option, TAVO_SERVICE_CONF_STRING &stri
     }
     const bool whole = *read.szSection != '\0' && *read.szKey != '\0';
     if (!whole || ReferenceText(read) != text || text.find('\n') != std::string::npos) {
-        report_.TellUsage(
+        report.TellUsage(
             std::string(option) + " takes SOURCE:SECTION:KEY or SECTION:KEY, not " + Quoted(text),
             "");
         return false;
     }
-    std::memcpy(string.szSource, read.szSource, sizeof(read.szSource));
-    std::memcpy(string.szSection, read.szSection, sizeof(read.szSection));
-    std::memcpy(string.szKey, read.szKey, sizeof(read.szKey));
+    CopyText(read.szText, string.szText);
+    string = read;
     return true;
 }
 
-bool NewSection::SetPorts(const char *option, unsigned int direction,
-                          TAVO_SERVICE_CONF_PORT *&ports) {
-    const std::string text = arguments_.Text(option);
+bool SetPorts(const Arguments &arguments, const char *option, unsigned int direction,
+              TAVO_SERVICE_CONF_PORT *&ports, Report &report) {
+    const std::string text = arguments.Text(option);
     if (text.empty()) {
         return true;
     }
-    OwnedPorts read = ReadPorts(text, direction, report_);
+    OwnedPorts read = ReadPorts(text, direction, report);
     if (read == nullptr) {
         return false;
     }
     TAVOServiceConfPortsFree(ports);
     ports = read.release();
     return true;
+}
+
+// The current section, changed by the options of the command line. Returns null if these are
+// invalid, which is reported. If the library cannot read the current section, all required values
+// must be given.
+OwnedSection NewSection(const Arguments &arguments, SectionTarget &target, Report &report) {
+    OwnedSection section = std::move(target.today);
+    if (section == nullptr) {
+        if (!arguments.Has("--title") || !arguments.Has("--desc") ||
+            !arguments.Has("--dst-ports")) {
+            report.TellUsage("section [" + target.section + "] " +
+                                 (target.present ? "cannot be read as it is" : "is new") +
+                                 ", so it needs --title, --desc and --dst-ports",
+                             "");
+            return nullptr;
+        }
+        section = OrThrow(NewRecord<OwnedSection>());
+    }
+    CopyText(section->szName, target.section);
+    TAVO_SERVICE_CONF_STRING &title = section->strTitle;
+    TAVO_SERVICE_CONF_STRING &desc = section->strDesc;
+    if (arguments.Has("--port-forward") || arguments.Has("--no-port-forward")) {
+        section->blPortForward = arguments.Has("--port-forward") ? 1 : 0;
+    }
+    const bool good =
+        SetText(arguments, "--title", title, report) &&
+        SetText(arguments, "--desc", desc, report) &&
+        SetReference(arguments, "--title-key", title, report) &&
+        SetReference(arguments, "--desc-key", desc, report) &&
+        SetPorts(arguments, "--dst-ports", TAVO_PORT_DIRECTION_DST, section->pDstPorts, report) &&
+        SetPorts(arguments, "--src-ports", TAVO_PORT_DIRECTION_SRC, section->pSrcPorts, report);
+    return good ? std::move(section) : nullptr;
+}
+
+// The text of the file with all keys of the section set.
+FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &section) {
+    const PortText dst_ports = RequiredPorts(section.pDstPorts);
+    const PortText src_ports = RequiredPorts(section.pSrcPorts);
+    return TextAfter(before, [&](const char *path, StepFailure &failure) {
+        SectionKeys keys;
+        if (!keys.IsMade()) {
+            throw std::bad_alloc();
+        }
+        const bool done = keys.Read(path, section.szName, failure) >= 0 &&
+                          keys.Set(section, dst_ports, src_ports, failure) >= 0 &&
+                          keys.Store(path, section.szName, failure) >= 0;
+        return done ? 0 : -1;
+    });
 }
 
 std::string WhatIsDone(const SectionTarget &target) {
@@ -150,12 +129,11 @@ std::string WhatIsDone(const SectionTarget &target) {
 }
 
 void Set(const Arguments &arguments, Report &report) {
-    const SectionOptions options = SectionOf(arguments);
     SectionTarget target;
-    if (!FindSection(options, Missing::kAllow, target, report)) {
+    if (!FindSection(arguments, Missing::kAllow, target, report)) {
         return;
     }
-    const OwnedSection section = NewSection(arguments, target, report).Make();
+    const OwnedSection section = NewSection(arguments, target, report);
     if (section == nullptr) {
         return;
     }
@@ -165,10 +143,10 @@ void Set(const Arguments &arguments, Report &report) {
     const PortQuery query = QueryOf(section->pDstPorts);
     section->pDstPorts = Reversed(section->pDstPorts);
     section->pSrcPorts = Reversed(section->pSrcPorts);
-    const TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
-    Change plan = ChangeOf("set", target, options, WithSection(target.file.text, *section));
-    plan.listeners = ListenersOf(Listener::kRouterTool, options);
-    ChangeReport change(std::move(plan), report);
+    ChangeReport change(ChangeOf(arguments, target.file, WithSection(target.file.text, *section),
+                                 ListenersOf(Listener::kRouterTool, arguments)),
+                        report);
+    const SetParam param = ParamOf(arguments, target);
     if (CheckSection(target, query, change, report) && change.Begin(WhatIsDone(target))) {
         change.Do(
             [&](ChangeOutcome &outcome) { return WriteSection(&param, section.get(), outcome); });

@@ -1,33 +1,36 @@
 // servicetool set-ports.
 #include "change/section_target.h"
 #include "commands/commands.h"
-#include "lint/file_remarks.h"
+#include "model/service_file_keys.h"
 #include "ports/section_queries.h"
 
 namespace tavo::tool {
 namespace {
 
 void SetPorts(const Arguments &arguments, Report &report) {
-    const SectionOptions options = SectionOf(arguments);
     const bool source = arguments.Has("--src");
     SectionTarget target;
     OwnedPorts ports = ReadPorts(
         arguments.Word(2), source ? TAVO_PORT_DIRECTION_SRC : TAVO_PORT_DIRECTION_DST, report);
-    if (ports == nullptr || !FindSection(options, Missing::kRefuse, target, report)) {
+    if (ports == nullptr || !FindSection(arguments, Missing::kRefuse, target, report)) {
         return;
     }
     const PortQuery query = QueryOf(ports.get());
     ports.reset(Reversed(ports.release()));
-    const TAVO_SERVICE_CONF_SET_PARAM param = ParamOf(target, options);
-    Change plan =
-        ChangeOf("set-ports", target, options, WithPorts(target.file.text, target.section, *ports));
-    plan.listeners = ListenersOf(Listener::kRouterTool, options);
+    const PortText text = RequiredPorts(ports.get());
+    FileText after = TextAfter(target.file.text, [&](const char *path, StepFailure &failure) {
+        return StorePorts(path, target.section.c_str(), PortsKey(ports->nDirection), text.szValue,
+                          failure);
+    });
+    Change plan = ChangeOf(arguments, target.file, std::move(after),
+                           ListenersOf(Listener::kRouterTool, arguments));
     if (source) {
         plan.taken_fix = "use servicetool set --src-ports, which does not compare them";
     }
     ChangeReport change(std::move(plan), report);
     const std::string what = "set " + std::string(source ? "src" : "dst") + ".ports of section [" +
                              target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
+    const SetParam param = ParamOf(arguments, target);
     if (CheckSection(target, query, change, report) && change.Begin(what)) {
         change.Do([&](ChangeOutcome &outcome) { return WritePorts(&param, ports.get(), outcome); });
     }

@@ -33,16 +33,16 @@ std::string FieldsText(const Fields &fields) {
     return text;
 }
 
-void AddFile(const ServiceFile &file, Fields &fields) {
+void AddFile(const ServiceFileRecord &file, Fields &fields) {
     const std::string real_path = RealPathOf(file.path);
     fields.emplace_back("File", file.path);
     if (!real_path.empty() && real_path != file.path) {
         fields.emplace_back("Real path", real_path);
     }
-    fields.emplace_back("Where", file.location);
-    fields.emplace_back("Version", std::to_string(file.conf->nVersion));
-    fields.emplace_back("Support key", file.conf->szSupportKey);
-    fields.emplace_back("Run key", file.conf->szRunKey);
+    fields.insert(fields.end(), {{"Where", std::string(LocationOf(file))},
+                                 {"Version", std::to_string(file.conf->nVersion)},
+                                 {"Support key", file.conf->szSupportKey},
+                                 {"Run key", file.conf->szRunKey}});
 }
 
 void AddService(const TAVO_SERVICE_CONF_SECTION &service, Fields &fields) {
@@ -59,106 +59,67 @@ void AddService(const TAVO_SERVICE_CONF_SECTION &service, Fields &fields) {
 }
 
 void ShowFile(const std::string &path, Report &report) {
-    const ServiceFile file = ReadServiceFile(path);
-    if (TellWhatIsMissing(file, report)) {
+    const LintedFile file = ReadAndLint(path);
+    if (!file.problem.empty()) {
+        report.TellError(file.name, "unreadable", file.problem);
         report.Raise(Status::kFailed);
-    }
-    if (file.conf == nullptr) {
         return;
     }
+    const OwnedConf conf = ReadServices(file.text);
+    if (TellLeftOut(file, report)) {
+        report.Raise(Status::kFailed);
+    }
+    if (conf == nullptr) {
+        return;
+    }
+    const ServiceFolder *folder = path == kStandardInput ? nullptr : ServiceFolderOf(path);
+    const ServiceFileRecord record = {folder, file.name.c_str(), conf.get()};
     Fields fields;
-    AddFile(file, fields);
-    for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(file.conf->pSections)) {
+    AddFile(record, fields);
+    for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(conf->pSections)) {
         AddService(*service, fields);
-        report.AddResult(ServiceJson(file.path, file.location, *file.conf, *service));
+        report.AddResult(ServiceJson(record, *service));
     }
     report.Print(FieldsText(fields));
 }
 
-// Searches all service folders for a service by name.
-class Search {
-  public:
-    Search(const std::string &name, Report &report) : name_(name), report_(report) {}
-
-    // Returns false if no service of that name was found; the caller must then report this.
-    bool Run();
-
-    void TellNotFound();
-
-  private:
-    void LookAt(const ServiceFile &file);
-    void LookAtUnreadable(const ServiceFile &file);
-    void NoteSimilar(const std::string &name);
-
-    const std::string &name_;
-    Report &report_;
-    Fields fields_;
-    bool found_ = false;   // true even if the service cannot be read
-    std::string similar_;  // a name that differs in case only
-    std::string path_;     // path of a file of that name in a service folder
-};
-
-bool Search::Run() {
-    for (const ServiceFolder &folder : ServiceFolders(kEveryServiceFolder)) {
-        const FolderContents contents = ReadServiceFolder(folder, report_);
-        if (!contents.complete) {
-            report_.Raise(Status::kFailed);
-        }
-        for (const ServiceFile &file : contents.files) {
-            LookAt(file);
-        }
-    }
-    report_.Print(FieldsText(fields_));
-    return found_;
-}
-
-void Search::LookAt(const ServiceFile &file) {
-    const auto *sections = file.conf != nullptr ? file.conf->pSections : nullptr;
-    for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(sections)) {
-        NoteSimilar(service->szName);
-        if (name_ == service->szName) {
-            found_ = true;
-            if (!fields_.empty()) {
-                fields_.emplace_back();
+// Shows the services of that name in a file.
+void ShowServices(const ServiceFileRecord &file, const std::string &name, Fields &fields,
+                  Report &report) {
+    for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(file.conf->pSections)) {
+        if (name == service->szName) {
+            if (!fields.empty()) {
+                fields.emplace_back();
             }
-            AddFile(file, fields_);
-            AddService(*service, fields_);
-            report_.AddResult(ServiceJson(file.path, file.location, *file.conf, *service));
-        }
-    }
-    LookAtUnreadable(file);
-    if (path_.empty() && std::filesystem::path(file.path).filename() == name_) {
-        path_ = file.path;
-    }
-}
-
-// A file that cannot be read may also contain the service, so the answer may be incomplete.
-void Search::LookAtUnreadable(const ServiceFile &file) {
-    if (!file.problem.empty()) {
-        report_.Raise(Status::kFailed);
-        report_.TellError(file.path, "unreadable", file.problem);
-    }
-    for (const LintedService &service : file.lint.services) {
-        NoteSimilar(service.name);
-        if (!service.readable && service.name == name_) {
-            found_ = true;
-            TellLeftOut(file, service, report_);
-            report_.Raise(Status::kFailed);
+            AddFile(file, fields);
+            AddService(*service, fields);
+            report.AddResult(ServiceJson(file, *service));
         }
     }
 }
 
-void Search::NoteSimilar(const std::string &name) {
-    if (name != name_ && strcasecmp(name.c_str(), name_.c_str()) == 0) {
-        similar_ = name;
+// The path of a file of that name in a service folder, otherwise the name of a service that differs
+// in case only; empty if there is neither.
+std::string MeantBy(const std::string &name, const ReadingReport &read) {
+    std::string similar;
+    const auto note = [&](const std::string &known) {
+        if (strcasecmp(known.c_str(), name.c_str()) == 0) {
+            similar = known;
+        }
+    };
+    for (const ServiceFileRecord &file : read.Files()) {
+        if (std::filesystem::path(file.path).filename() == name) {
+            return file.path;
+        }
+        const auto *services = file.conf != nullptr ? file.conf->pSections : nullptr;
+        for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(services)) {
+            note(service->szName);
+        }
     }
-}
-
-void Search::TellNotFound() {
-    const std::string &meant = path_.empty() ? similar_ : path_;
-    report_.TellError("", "not-found", "no service or file is named " + Quoted(name_),
-                      meant.empty() ? "" : "write " + meant);
-    report_.Raise(Status::kNo);
+    for (const std::string &left_out : NamesLeftOut(read.Omissions())) {
+        note(left_out);
+    }
+    return similar;
 }
 
 // Whether the current folder may contain a file of that name, other than a folder. If that is
@@ -172,17 +133,31 @@ bool IsFileHere(const std::string &name) {
 }
 
 // A service takes precedence over a file of that name in the current folder; a file can be named by
-// its path.
+// its path. A file in a service folder that cannot be read may also contain the service, so the
+// answer may be incomplete.
 void ShowName(const std::string &name, Report &report) {
-    Search search(name, report);
-    if (search.Run()) {
+    const ServiceFiles read = ReadServiceFolders(kEveryServiceFolder);
+    if (TellOmissions(read.report, report, {name})) {
+        report.Raise(Status::kFailed);
+    }
+    Fields fields;
+    for (const ServiceFileRecord &file : read.report.Files()) {
+        if (file.conf != nullptr) {
+            ShowServices(file, name, fields, report);
+        }
+    }
+    report.Print(FieldsText(fields));
+    if (!fields.empty() || Holds(NamesLeftOut(read.report.Omissions()), name)) {
         return;
     }
     if (IsFileHere(name)) {
         ShowFile(name, report);
-    } else {
-        search.TellNotFound();
+        return;
     }
+    const std::string meant = MeantBy(name, read.report);
+    report.TellError("", "not-found", "no service or file is named " + Quoted(name),
+                     meant.empty() ? "" : "write " + meant);
+    report.Raise(Status::kNo);
 }
 
 void Show(const std::string &target, Report &report) {

@@ -7,115 +7,103 @@
 
 #include "commands/commands.h"
 #include "output/text.h"
-#include "ports/free_ports.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
 
 namespace tavo::tool {
 namespace {
 
-struct SuggestOptions {
-    unsigned int count = 1;
-    unsigned int near = 0;  // a port; 0 if not given
-    bool block = false;     // consecutive ports
-    std::string protocols;  // as in a port list; both if empty
-};
-
-constexpr std::uint32_t kDefaultNear = 8080;
+constexpr unsigned int kMostSuggestions = 1000;
+constexpr unsigned int kDefaultNear = 8080;
 constexpr std::uint32_t kLastPrivilegedPort = 1023;
 
-class Suggestion {
-  public:
-    Suggestion(const SuggestOptions &options, std::uint32_t protocols, Report &report)
-        : options_(options),
-          protocols_(protocols),
-          sources_(kEverySource, report),
-          report_(report) {}
-
-    void Run();
-
-  private:
-    std::optional<PortRanges> FreePorts();
-    void Tell(const PortRanges &found);
-    void TellTooFew(std::size_t found);
-
-    std::uint32_t Near() const { return options_.near == 0 ? kDefaultNear : options_.near; }
-
-    const SuggestOptions &options_;
-    std::uint32_t protocols_;
-    PortSources sources_;
-    Report &report_;
-    PortRange ephemeral_{};
-    PortRange wanted_{};
-};
-
-void Suggestion::Run() {
-    const std::optional<PortRanges> free = FreePorts();
-    if (free) {
-        Tell(options_.block ? NearestBlock(*free, options_.count, Near())
-                            : NearestPorts(*free, options_.count, Near()));
-    }
+// 1 if no number is given; 0 if it is invalid.
+unsigned int CountOf(const Arguments &arguments) {
+    return arguments.Operands().empty()
+               ? 1
+               : NumberUpTo(kMostSuggestions, arguments.Word(0)).value_or(0);
 }
 
+// 0 if the port is invalid.
+unsigned int NearOf(const Arguments &arguments) {
+    return arguments.Has("--near") ? NumberUpTo(kHighestPort, arguments.Text("--near")).value_or(0)
+                                   : kDefaultNear;
+}
+
+// The ports to choose from.
+struct Candidates {
+    PortRange all;
+    PortRange ephemeral;  // those for outgoing connections
+    PortRanges free;
+};
+
 // Returns nullopt if a source could not be read.
-std::optional<PortRanges> Suggestion::FreePorts() {
-    const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral_);
+std::optional<Candidates> ReadCandidates(std::uint32_t near, std::uint32_t protocols,
+                                         Report &report) {
+    PortRange ephemeral{};
+    const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral);
     if (!problem.empty()) {
-        report_.TellError(kEphemeralPorts, "unreadable", problem);
+        report.TellError(kEphemeralPorts, "unreadable", problem);
     }
-    const std::uint32_t lowest = Near() <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1;
-    wanted_ = {lowest, kHighestPort};
-    const PortAnswer taken = sources_.Ask({{wanted_}, protocols_});
-    if (!problem.empty() || !taken.failed.empty()) {
-        report_.Raise(Status::kFailed);
+    const PortRange all = {near <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1, kHighestPort};
+    const PortAnswer taken = PortSources(kEverySource, report).Ask({{all}, protocols});
+    if (!problem.empty() || taken.failed != 0) {
+        report.Raise(Status::kFailed);
         return {};
     }
-    PortRanges excluded = {ephemeral_, {kReservedPort, kReservedPort}};
+    PortRanges excluded = {ephemeral, {kReservedPort, kReservedPort}};
     for (const PortConflict &conflict : taken.conflicts) {
         excluded.push_back(conflict.range);
     }
-    return Without({wanted_}, Merged(std::move(excluded)));
-}
-
-void Suggestion::Tell(const PortRanges &found) {
-    for (const PortRange &range : found) {
-        report_.Print(PortsText(range) + '\n');
-        report_.AddResult({{"start", range.first},
-                           {"end", range.last},
-                           {"protocols", ProtocolNames(protocols_)}});
-    }
-    const std::size_t ports = PortCount(found);
-    if (ports < options_.count) {
-        TellTooFew(ports);
-    }
+    return Candidates{all, ephemeral, Without({all}, Merged(std::move(excluded)))};
 }
 
 // If the kernel's ephemeral ports alone leave too few ports, the message names their range.
-void Suggestion::TellTooFew(std::size_t found) {
+void TellTooFew(const Arguments &arguments, std::size_t found, const Candidates &candidates,
+                Report &report) {
+    const unsigned int count = CountOf(arguments);
     std::string message =
-        options_.block ? "no " + std::to_string(options_.count) + " free ports in a row"
-                       : "only " + Counted(found, "port") + (found == 1 ? " is" : " are") + " free";
+        arguments.Has("--block")
+            ? "no " + std::to_string(count) + " free ports in a row"
+            : "only " + Counted(found, "port") + (found == 1 ? " is" : " are") + " free";
     std::string fix;
-    if (PortCount(Without({wanted_}, {ephemeral_})) < options_.count) {
-        message += ", as the kernel gives " + PortsText(ephemeral_) + " to outgoing connections";
-        fix = Near() > kLastPrivilegedPort ? "name a port below 1024 with --near" : "";
+    if (PortCount(Without({candidates.all}, {candidates.ephemeral})) < count) {
+        message +=
+            ", as the kernel gives " + PortsText(candidates.ephemeral) + " to outgoing connections";
+        fix = NearOf(arguments) > kLastPrivilegedPort ? "name a port below 1024 with --near" : "";
     }
-    report_.TellError("", "not-found", message, fix);
-    report_.Raise(Status::kNo);
+    report.TellError("", "not-found", message, fix);
+    report.Raise(Status::kNo);
 }
 
-void Suggest(const SuggestOptions &options, Report &report) {
+void Suggest(const Arguments &arguments, Report &report) {
+    const unsigned int count = CountOf(arguments);
+    const unsigned int near = NearOf(arguments);
     std::uint32_t protocols = TAVO_PROTO_BOTH;
     QueryProblem problem;
-    if (!options.protocols.empty() && !ReadProtocols(options.protocols, protocols, problem)) {
-        report.TellError("", "usage", problem.message, problem.fix);
-        report.Raise(Status::kUsage);
+    if (arguments.Has("--proto") && !ReadProtocols(arguments.Text("--proto"), protocols, problem)) {
+        report.TellUsage(problem.message, problem.fix);
         return;
     }
-    Suggestion(options, protocols, report).Run();
+    const std::optional<Candidates> candidates = ReadCandidates(near, protocols, report);
+    if (!candidates) {
+        return;
+    }
+    const PortRanges found = arguments.Has("--block") ? NearestBlock(candidates->free, count, near)
+                                                      : NearestPorts(candidates->free, count, near);
+    for (const PortRange &range : found) {
+        report.Print(PortsText(range) + '\n');
+        if (report.PrintsJson()) {
+            report.AddResult({{"start", range.first},
+                              {"end", range.last},
+                              {"protocols", ProtocolNames(protocols)}});
+        }
+    }
+    const std::size_t ports = PortCount(found);
+    if (ports < count) {
+        TellTooFew(arguments, ports, *candidates, report);
+    }
 }
-
-constexpr unsigned int kMostSuggestions = 1000;
 
 constexpr Operand kOperands[] = {
     {.value = {"COUNT"},
@@ -136,17 +124,6 @@ constexpr char kExamples[] = R"(Examples:
   servicetool suggest 3 --proto tcp      three, free for TCP
   servicetool suggest 10 --block --near 8000
   servicetool suggest --json | jq '.results[0]')";
-
-// 1 if no number is given; 0 if it is invalid.
-unsigned int CountOf(const Arguments &arguments) {
-    return arguments.Operands().empty()
-               ? 1
-               : NumberUpTo(kMostSuggestions, arguments.Word(0)).value_or(0);
-}
-
-unsigned int NearOf(const Arguments &arguments) {
-    return NumberUpTo(kHighestPort, arguments.Text("--near")).value_or(0);
-}
 
 UsageProblem ProblemOf(const Arguments &arguments) {
     if (CountOf(arguments) == 0) {
@@ -172,14 +149,7 @@ constinit const Command kSuggestCommand = {
     .options = kOptions,
     .examples = kExamples,
     .check = ProblemOf,
-    .run =
-        [](const Arguments &arguments, Report &report) {
-            Suggest({.count = CountOf(arguments),
-                     .near = NearOf(arguments),
-                     .block = arguments.Has("--block"),
-                     .protocols = arguments.Text("--proto")},
-                    report);
-        },
+    .run = Suggest,
 };
 
 }  // namespace tavo::tool

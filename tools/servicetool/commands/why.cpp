@@ -11,16 +11,10 @@
 #include "output/text.h"
 #include "ports/port_claims.h"
 #include "ports/port_query.h"
-#include "ports/port_sentence.h"
 #include "ports/port_sources.h"
 
 namespace tavo::tool {
 namespace {
-
-struct WhyOptions {
-    std::vector<std::string> ports;  // PORT[/PROTOCOLS]
-    bool no_legend = false;
-};
 
 // The most sockets of one port in the table: a server may have hundreds of processes.
 constexpr std::size_t kMostSockets = 10;
@@ -28,24 +22,16 @@ constexpr std::size_t kMostSockets = 10;
 // Printed instead of the name of a process that cannot be inspected.
 constexpr char kUnknownHolder[] = "unknown";
 
-void TellUsage(const std::string &text, const QueryProblem &problem, Report &report) {
-    report.TellError(
-        "", "usage",
-        Quoted(text) + ", column " + std::to_string(problem.column) + ": " + problem.message,
-        problem.fix);
-    report.Raise(Status::kUsage);
-}
-
-bool ReadOnePort(const std::string &text, PortQuery &query, QueryProblem &problem) {
+bool ReadOnePort(const std::string &text, PortQuery &query, Report &report) {
+    QueryProblem problem;
     if (!ReadPortQuery(text, query, problem)) {
-        return false;
+        return TellBadQuery(text, problem, report);
     }
-    if (query.items.size() == 1 && query.items[0].first == query.items[0].last) {
-        return true;
-    }
-    problem = {1, "only one port can be asked for at a time",
-               "name ports one by one, or put the list to check"};
-    return false;
+    return (query.items.size() == 1 && query.items[0].first == query.items[0].last) ||
+           TellBadQuery(text,
+                        {1, "only one port can be asked for at a time",
+                         "name ports one by one, or put the list to check"},
+                        report);
 }
 
 // Parses all arguments before any source is read. Removes duplicate ports.
@@ -54,9 +40,7 @@ bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> 
     std::set<PortTarget> known;
     for (const std::string &text : texts) {
         PortQuery query;
-        QueryProblem problem;
-        if (!ReadOnePort(text, query, problem)) {
-            TellUsage(text, problem, report);
+        if (!ReadOnePort(text, query, report)) {
             return false;
         }
         for (const std::uint32_t protocol : kProtocols) {
@@ -69,6 +53,15 @@ bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> 
     return true;
 }
 
+PortQuery QueryFor(const std::vector<PortTarget> &targets) {
+    PortQuery query;
+    for (const PortTarget &target : targets) {
+        query.items.push_back({target.port, target.port});
+        query.protocols |= target.protocol;
+    }
+    return query;
+}
+
 void RaiseStatus(PortVerdict verdict, Report &report) {
     report.Raise(verdict == PortVerdict::kTaken  ? Status::kNo
                  : verdict == PortVerdict::kFree ? Status::kOk
@@ -77,126 +70,104 @@ void RaiseStatus(PortVerdict verdict, Report &report) {
 
 // ---- The table
 
-std::string PlaceText(const Declaration &claim) {
-    const bool setting = claim.source == kSettingSource;
-    return setting ? claim.declarer->entry + " in " + claim.declarer->file : claim.declarer->place;
+void AddRow(const PortTarget &target, int source, std::vector<std::string> cells, Table &table) {
+    cells.insert(cells.begin(), {std::to_string(target.port), ProtocolsText(target.protocol),
+                                 std::string(SourceName(source))});
+    table.Row(cells);
 }
 
-class AccountTable {
-  public:
-    void Add(const PortAccount &account);
-
-    // Returns "" if none of the ports has a declarer or holder.
-    std::string Text(bool header, std::size_t columns) const;
-
-  private:
-    void AddRow(const PortAccount &account, std::vector<std::string> cells);
-    void AddSockets(const PortAccount &account);
-
-    std::vector<std::vector<std::string>> rows_;
-};
-
-void AccountTable::AddRow(const PortAccount &account, std::vector<std::string> cells) {
-    cells.insert(cells.begin(), {std::to_string(account.port), ProtocolsText(account.protocol)});
-    rows_.push_back(std::move(cells));
-}
-
-void AccountTable::Add(const PortAccount &account) {
-    if (account.reserved) {
-        AddRow(account, {std::string(kReservedSource), "", "", "", "", "always taken"});
-    }
-    for (const std::vector<Declaration> *claims : {&account.declared, &account.forwarded}) {
-        for (const Declaration &claim : *claims) {
-            AddRow(account,
-                   {std::string(claim.source), claim.declarer->name, "", "", "", PlaceText(claim)});
-        }
-    }
-    AddSockets(account);
-}
-
-void AccountTable::AddSockets(const PortAccount &account) {
-    const std::string source(kSocketSource);
+void AddSockets(const PortAccount &account, Table &table) {
     const std::size_t shown = std::min(account.held.size(), kMostSockets);
     for (std::size_t i = 0; i < shown; ++i) {
-        const HeldSocket &socket = account.held[i];
+        const PortClaim &socket = *account.held[i];
         if (const HoldingProcess *process = socket.process) {
-            AddRow(account, {source, process->name, std::to_string(process->pid), process->user,
-                             StateName(socket), process->program});
+            AddRow(account.target, socket.source,
+                   {process->name, std::to_string(process->pid), process->user, StateName(socket),
+                    process->program},
+                   table);
         } else {
-            AddRow(account, {source, kUnknownHolder, "", "", StateName(socket), ""});
+            AddRow(account.target, socket.source, {kUnknownHolder, "", "", StateName(socket), ""},
+                   table);
         }
     }
     const std::size_t more = account.held.size() - shown;
     if (more != 0) {
-        AddRow(account, {source, "and " + std::to_string(more) + " more", "", "", "", ""});
+        AddRow(account.target, TAVO_PORT_CHECK_RUNTIME,
+               {"and " + std::to_string(more) + " more", "", "", "", ""}, table);
     }
 }
 
-std::string AccountTable::Text(bool header, std::size_t columns) const {
-    if (rows_.empty()) {
-        return {};
+void AddRows(const PortAccount &account, Table &table) {
+    if (account.IsReserved()) {
+        AddRow(account.target, TAVO_PORT_CHECK_DEFAULT, {"", "", "", "", "always taken"}, table);
     }
-    Table table({"PORT", "PROTO", "SOURCE", "NAME", "PID", "USER", "STATE", "WHERE"});
-    for (const std::vector<std::string> &cells : rows_) {
-        table.Row(cells);
+    for (const ClaimList *claims : {&account.declared, &account.forwarded}) {
+        for (const PortClaim *claim : *claims) {
+            const PortDeclarer &declarer = *claim->declarer;
+            std::string place = PlaceText(claim->source, declarer);
+            if (claim->source == TAVO_PORT_CHECK_SYS_KEY) {
+                place += std::string(" in ") + declarer.file;
+            }
+            AddRow(account.target, claim->source,
+                   {std::string(OrEmpty(declarer.name)), "", "", "", std::move(place)}, table);
+        }
     }
-    return table.Text(header, columns);
+    AddSockets(account, table);
 }
 
 // ---- JSON
 
-Json ClaimsJson(const std::vector<Declaration> &claims) {
-    return Json::ArrayOf(claims, [](const Declaration &claim) -> Json {
-        return {{"source", claim.source},
-                {"name", TextOrNull(claim.declarer->name)},
-                {"file", TextOrNull(claim.declarer->file)},
-                {"entry", TextOrNull(claim.declarer->entry)}};
-    });
+Json DeclaredJson(const PortClaim *claim) {
+    Json json = {{"source", SourceName(claim->source)}};
+    json.Merge(DeclarerJson(*claim->declarer));
+    return json;
 }
 
-Json SocketJson(const HeldSocket &socket) {
+Json SocketJson(const PortClaim *socket) {
     const HoldingProcess nobody;
-    const HoldingProcess &process = socket.process != nullptr ? *socket.process : nobody;
-    return {{"pid", socket.process != nullptr ? Json(process.pid) : Json(nullptr)},
+    const HoldingProcess &process = socket->process != nullptr ? *socket->process : nobody;
+    return {{"pid", socket->process != nullptr ? Json(process.pid) : Json(nullptr)},
             {"program", TextOrNull(process.program)},
             {"process", TextOrNull(process.name)},
             {"user", TextOrNull(process.user)},
             {"unit", TextOrNull(process.unit)},
-            {"state", TextOrNull(StateName(socket))}};
+            {"state", TextOrNull(StateName(*socket))}};
 }
 
 Json AccountJson(const PortAccount &account, const std::string &sentence) {
-    return {{"port", account.port},
-            {"protocol", ProtocolsText(account.protocol)},
+    return {{"port", account.target.port},
+            {"protocol", ProtocolsText(account.target.protocol)},
             {"verdict", VerdictName(account.Verdict())},
             {"sentence", Utf8Text(sentence)},
-            {"reserved", account.reserved},
-            {"declared_by", ClaimsJson(account.declared)},
-            {"forwarded_by", ClaimsJson(account.forwarded)},
+            {"reserved", account.IsReserved()},
+            {"declared_by", Json::ArrayOf(account.declared, DeclaredJson)},
+            {"forwarded_by", Json::ArrayOf(account.forwarded, DeclaredJson)},
             {"held_by", Json::ArrayOf(account.held, SocketJson)},
             {"same_service", account.same_service},
-            {"failed_sources", account.failed}};
+            {"failed_sources", SourceNames(account.failed)}};
 }
 
-void Why(const WhyOptions &options, Report &report) {
+void Why(const Arguments &arguments, Report &report) {
     std::vector<PortTarget> targets;
-    if (!ReadTargets(options.ports, targets, report)) {
+    if (!ReadTargets(arguments.Operands(), targets, report)) {
         return;
     }
     const bool as_root = geteuid() == 0;
-    AccountTable table;
+    Table table({"PORT", "PROTO", "SOURCE", "NAME", "PID", "USER", "STATE", "WHERE"});
     std::string sentences;
-    const PortAccounts read = ReadPortAccounts(targets, report);
-    for (const PortAccount &account : read.accounts) {
+    const PortClaims claims = ReadPortClaims(QueryFor(targets), kEverySource, report);
+    for (const PortAccount &account : AccountsOf(targets, claims, report)) {
         const std::string sentence = PortSentence(account, as_root);
         RaiseStatus(account.Verdict(), report);
-        table.Add(account);
+        AddRows(account, table);
         sentences += Escaped(sentence) + '\n';
         if (report.PrintsJson()) {
             report.AddResult(AccountJson(account, sentence));
         }
     }
-    report.Print(table.Text(!options.no_legend, report.Columns()));
+    if (table.HasRows()) {
+        report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
+    }
     report.Print(sentences);
 }
 
@@ -222,10 +193,7 @@ constinit const Command kWhyCommand = {
     .options = kOptions,
     .examples = kExamples,
     .check = [](const Arguments &arguments) { return ProblemOfEmptyName(arguments.Operands()); },
-    .run =
-        [](const Arguments &arguments, Report &report) {
-            Why({.ports = arguments.Operands(), .no_legend = arguments.Has("--no-legend")}, report);
-        },
+    .run = Why,
 };
 
 }  // namespace tavo::tool

@@ -1,7 +1,8 @@
 // Writes a completion script when servicetool is built: a template with the records of the commands
 // as functions of that shell in place of one of its lines.
-#include <algorithm>
+#include <cstddef>
 #include <cstdio>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,27 +20,26 @@ constexpr std::string_view kPlaceOfRecords = "@RECORDS@\n";
 
 // How the templates name what a value can be.
 struct ValueKind {
-    Completion completion;
     std::string_view bash;  // a case of _servicetool_offer
     std::string_view zsh;   // an action of _arguments
 };
 
+// In the order of Completion.
 constexpr ValueKind kValueKinds[] = {
-    {Completion::kNothing, "nothing", " "},
-    {Completion::kWords, "words", "("},
-    {Completion::kWordList, "items", "_values -s , "},
-    {Completion::kFiles, "files", "_files"},
-    {Completion::kInstalledFiles, "installed", "_servicetool_installed"},
-    {Completion::kSections, "sections", "_servicetool_sections"},
-    {Completion::kServicesAndFiles, "services-and-files", "_servicetool_targets"},
-    {Completion::kFirewallServices, "firewall-services", "_servicetool_firewall_services"},
-    {Completion::kSkippableNames, "skippable", "_sequence _servicetool_skippable"},
+    {"nothing", " "},
+    {"words", "("},
+    {"items", "_values -s , "},
+    {"files", "_files"},
+    {"installed", "_servicetool_installed"},
+    {"sections", "_servicetool_sections"},
+    {"services-and-files", "_servicetool_targets"},
+    {"firewall-services", "_servicetool_firewall_services"},
+    {"skippable", "_sequence _servicetool_skippable"},
 };
+static_assert(std::size(kValueKinds) == static_cast<std::size_t>(Completion::kSkippableNames) + 1);
 
 const ValueKind &KindOf(const Value &value) {
-    return *std::find_if(
-        std::begin(kValueKinds), std::end(kValueKinds),
-        [&value](const ValueKind &kind) { return kind.completion == value.completion; });
+    return kValueKinds[static_cast<std::size_t>(value.completion)];
 }
 
 std::string Joined(const std::vector<std::string> &words, std::string_view separator) {

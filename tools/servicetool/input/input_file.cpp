@@ -13,7 +13,6 @@
 #include <system_error>
 #include <utility>
 
-#include "base/descriptor.h"
 #include "base/owners.h"
 #include "output/text.h"
 
@@ -139,24 +138,14 @@ std::optional<std::vector<std::string>> NamesIn(const std::string &folder) {
     return names;
 }
 
-MemoryFile::MemoryFile() : descriptor_(memfd_create("servicetool", MFD_CLOEXEC)) {
-    if (descriptor_ < 0) {
+MemoryFile::MemoryFile(std::string_view text) : file_(memfd_create("servicetool", MFD_CLOEXEC)) {
+    if (!file_.IsOpen() || !WriteAll(file_.Get(), text)) {
         throw std::system_error(errno, std::generic_category(), "file in memory");
     }
-}
-
-MemoryFile::MemoryFile(std::string_view text) : MemoryFile() {
-    if (!WriteAll(descriptor_, text)) {
-        throw std::system_error(errno, std::generic_category(), "file in memory");
-    }
-}
-
-MemoryFile::~MemoryFile() {
-    close(descriptor_);
 }
 
 std::string MemoryFile::Path() const {
-    return "/proc/self/fd/" + std::to_string(descriptor_);
+    return "/proc/self/fd/" + std::to_string(file_.Get());
 }
 
 }  // namespace tavo::tool

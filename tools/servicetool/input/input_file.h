@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/descriptor.h"
+
 namespace tavo::tool {
 
 // The FILE argument for standard input, and its name in messages.
@@ -41,16 +43,11 @@ class MemoryFile {
   public:
     // Throws std::system_error if the file cannot be created.
     explicit MemoryFile(std::string_view text);
-    ~MemoryFile();
-    MemoryFile(const MemoryFile &) = delete;
-    MemoryFile &operator=(const MemoryFile &) = delete;
 
     std::string Path() const;
 
   private:
-    MemoryFile();
-
-    int descriptor_;
+    Descriptor file_;
 };
 
 }  // namespace tavo::tool

@@ -1,17 +1,14 @@
 #include "input/service_file.h"
 
-#include <dirent.h>
-
-#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <new>
-#include <optional>
-#include <set>
+#include <stdexcept>
 #include <utility>
 
 #include "base/system_files.h"
 #include "input/input_file.h"
+#include "input/library.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"
 #include "ports/port_query.h"
@@ -19,31 +16,8 @@
 namespace tavo::tool {
 namespace {
 
-// The paths of files with services left out. A [global] section that cannot be read is ignored.
-std::set<const char *> PathsWithOmissions(const ReadingReport &read) {
-    std::set<const char *> paths;
-    for (const LeftOut &omission : read.Omissions()) {
-        const bool global =
-            omission.section != nullptr && std::strcmp(omission.section, kGlobalSection) == 0;
-        if (omission.path != nullptr && !global) {
-            paths.insert(omission.path);
-        }
-    }
-    return paths;
-}
-
-OwnedConf TakeFirst(OwnedConf &list) {
-    OwnedConf first = std::move(list);
-    list.reset(std::exchange(first->pNext, nullptr));
-    return first;
-}
-
-// `path` is the path for the library, which for standard input is not the name for messages.
-void ReadWithLibrary(const std::string &path, ServiceFile &file) {
-    TAVO_SERVICE_CONF *conf = nullptr;
-    if (TAVOServiceConfGet(path.c_str(), &conf) == 0) {
-        file.conf.reset(conf);
-    }
+bool IsGlobal(const LeftOut &omission) {
+    return omission.section != nullptr && std::strcmp(omission.section, kGlobalSection) == 0;
 }
 
 // The message of lint about a section, for use after the section's name.
@@ -60,69 +34,62 @@ std::string AboutIt(const std::string &message, const std::string &section) {
     return message;
 }
 
-// Reports `consequence`, which may be about a service, with a finding of lint as the reason.
-void TellBecause(const ServiceFile &file, const std::string &consequence,
-                 std::optional<std::size_t> finding, const LintedService *service,
-                 Severity severity, Report &report) {
-    if (!finding) {
-        // The finding is not among those that lint lists.
-        report.Tell({file.path, 0, 0, severity, "unreadable", consequence, "", {}});
-        return;
+// Reports that a service is left out, because of its first error.
+void TellServiceLeftOut(const LintedFile &file, const LintedService &service, Severity severity,
+                        Report &report) {
+    Diagnostic diagnostic;
+    const std::string consequence = "section [" + Shortened(service.name) + "] is left out";
+    if (service.first_error) {
+        diagnostic = file.lint.diagnostics[*service.first_error];
+        diagnostic.message = consequence + ": " + AboutIt(diagnostic.message, service.name);
+    } else {
+        // The error is not among those that lint lists.
+        diagnostic = {.file = file.name, .rule = "unreadable", .message = consequence};
     }
-    Diagnostic diagnostic = file.lint.diagnostics[*finding];
     diagnostic.severity = severity;
-    diagnostic.message =
-        consequence + ": " +
-        (service != nullptr ? AboutIt(diagnostic.message, service->name) : diagnostic.message);
     report.Tell(std::move(diagnostic));
 }
 
-void TellRefused(const ServiceFile &file, Severity severity, Report &report) {
-    const auto &diagnostics = file.lint.diagnostics;
-    std::optional<std::size_t> finding;
-    for (std::size_t i = 0; i < diagnostics.size() && !finding; ++i) {
-        if (diagnostics[i].severity == Severity::kError) {
-            finding = i;
-        }
-    }
-    TellBecause(file, "not read as a service file", finding, nullptr, severity, report);
+// The omission of a whole file is the last of the file.
+bool IsWholeFile(std::span<const LeftOut> omissions) {
+    return omissions.back().section == nullptr;
 }
 
-constexpr char kChanged[] = "changed while it was read";
-
-bool LacksNothing(const ServiceFile &file) {
-    return file.conf != nullptr &&
-           std::all_of(file.lint.services.begin(), file.lint.services.end(),
+bool IsAnyReadable(const LintResult &lint) {
+    return std::any_of(lint.services.begin(), lint.services.end(),
                        [](const LintedService &service) { return service.readable; });
 }
 
-ServiceFile ProblemFile(const std::string &path, std::string problem) {
-    ServiceFile file;
-    file.path = path;
-    file.problem = std::move(problem);
-    return file;
+// Whether lint finds errors in exactly those services of a file that the library left out. If not,
+// the file was changed in between, or a system error kept the library from reading it.
+bool IsExplained(std::span<const LeftOut> omissions, const LintResult &lint) {
+    std::vector<std::string> invalid;
+    for (const LintedService &service : lint.services) {
+        if (!service.readable) {
+            invalid.push_back(service.name);
+        }
+    }
+    return invalid == NamesLeftOut(omissions) && IsWholeFile(omissions) != IsAnyReadable(lint);
 }
 
-ServiceFile ReadStandardInputFile() {
-    const std::string name(kStandardInputName);
-    const FileContents contents = ReadStandardInput();
-    ServiceFile file = ProblemFile(name, contents.problem);
-    if (file.problem.empty()) {
-        ReadWithLibrary(MemoryFile(contents.text).Path(), file);
-        file.lint = LintText(contents.text, name);
+// Reports what is left out of one file. Returns true if an error was reported. A [global] section
+// that cannot be read is ignored.
+bool TellFile(std::span<const LeftOut> omissions, Report &report,
+              const std::vector<std::string> &names, Severity severity) {
+    if (std::all_of(omissions.begin(), omissions.end(), IsGlobal)) {
+        return false;
     }
-    return file;
-}
-
-ServiceFile ReadNamedFile(const std::string &path) {
-    const FileContents contents = ReadRegularFile(path);
-    ServiceFile file = ProblemFile(path, contents.problem);
-    file.location = LocationOf(path);
-    if (file.problem.empty()) {
-        ReadWithLibrary(path, file);
-        file.lint = LintText(contents.text, path);
+    LintedFile file = ReadAndLint(omissions.front().path);
+    if (file.problem.empty() && !IsExplained(omissions, file.lint)) {
+        file.problem = "changed while it was read";
     }
-    return file;
+    if (file.problem.empty()) {
+        return TellLeftOut(file, report, names, severity) && severity == Severity::kError;
+    }
+    const Severity worse = IsWholeFile(omissions) ? Severity::kError : severity;
+    report.Tell(
+        {.file = file.name, .severity = worse, .rule = "unreadable", .message = file.problem});
+    return worse == Severity::kError;
 }
 
 std::string PortText(const TAVO_SERVICE_CONF_PORT &port) {
@@ -138,6 +105,11 @@ Json PortsJson(const TAVO_SERVICE_CONF_PORT *list) {
     });
 }
 
+// Whether the text also has a reference into a string table.
+bool HasReference(const TAVO_SERVICE_CONF_STRING &string) {
+    return *string.szSource != '\0' || *string.szSection != '\0' || *string.szKey != '\0';
+}
+
 Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
     if (!HasReference(string)) {
         return nullptr;
@@ -149,50 +121,6 @@ Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
 
 }  // namespace
 
-bool LibraryAndLintAgree(const TAVO_SERVICE_CONF *conf, const LintResult &lint) {
-    auto read = InFileOrder(conf != nullptr ? conf->pSections : nullptr);
-    auto next = read.begin();
-    for (const LintedService &service : lint.services) {
-        const std::string kept = service.name.substr(0, TAVO_SERVICE_CONF_NAME_SIZE - 1);
-        if (service.readable && (next == read.end() || kept != (*next++)->szName)) {
-            return false;
-        }
-    }
-    return next == read.end();
-}
-
-bool HasReference(const TAVO_SERVICE_CONF_STRING &string) {
-    return *string.szSource != '\0' || *string.szSection != '\0' || *string.szKey != '\0';
-}
-
-std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string) {
-    if (!HasReference(string)) {
-        return {};
-    }
-    const std::string source = string.szSource;
-    return (source.empty() ? "" : source + ':') + string.szSection + ':' + string.szKey;
-}
-
-// Does not follow a symbolic link of the file itself: the folder of the link counts.
-std::string_view LocationOf(const std::string &path) {
-    if (path == kStandardInputName) {
-        return {};
-    }
-    const std::string parent = std::filesystem::path(path).parent_path();
-    const std::string folder = RealPathOf(parent.empty() ? "." : parent);
-    for (const ServiceFolder &candidate : kServiceFolders) {
-        if (!folder.empty() && folder == RealPathOf(std::string(candidate.path))) {
-            return candidate.name;
-        }
-    }
-    return {};
-}
-
-std::string RealPathOf(const std::string &path) {
-    std::error_code error;
-    return std::filesystem::canonical(path, error);
-}
-
 std::vector<ServiceFolder> ServiceFolders(int selector) {
     std::vector<ServiceFolder> folders;
     for (const ServiceFolder &folder : kServiceFolders) {
@@ -203,34 +131,42 @@ std::vector<ServiceFolder> ServiceFolders(int selector) {
     return folders;
 }
 
-// Tries again if the file was changed between its readings by the library and by lint.
-ServiceFile ReadServiceFile(const std::string &path) {
-    constexpr int kAttempts = 3;
-    if (path == kStandardInput) {
-        return ReadStandardInputFile();
-    }
-    ServiceFile file;
-    for (int i = 0; i < kAttempts; ++i) {
-        file = ReadNamedFile(path);
-        if (!file.problem.empty() || LibraryAndLintAgree(file.conf.get(), file.lint)) {
-            return file;
+// Does not follow a symbolic link of the file itself: the folder of the link counts.
+const ServiceFolder *ServiceFolderOf(const std::string &path) {
+    const std::string parent = std::filesystem::path(path).parent_path();
+    const std::string folder = RealPathOf(parent.empty() ? "." : parent);
+    for (const ServiceFolder &candidate : kServiceFolders) {
+        if (!folder.empty() && folder == RealPathOf(candidate.path)) {
+            return &candidate;
         }
     }
-    return ProblemFile(path, kChanged);
+    return nullptr;
 }
 
-bool TellUnlistedFolder(const ServiceFolder &folder, Report &report) {
-    const std::string path(folder.path);
-    DIR *opened = opendir(path.c_str());
-    if (opened != nullptr) {
-        closedir(opened);
-        return false;
+std::string RealPathOf(const std::string &path) {
+    std::error_code error;
+    return std::filesystem::canonical(path, error);
+}
+
+ServiceFiles ReadServiceFolders(int selector) {
+    ServiceFiles read;
+    TAVO_SERVICE_CONF *list = nullptr;
+    ReadServiceFiles(&list, selector, &read.report);
+    read.list.reset(list);
+    return read;
+}
+
+OwnedConf ReadServices(const std::string &text) {
+    const MemoryFile copy(text);
+    ReadingReport read;
+    TAVO_SERVICE_CONF *list = nullptr;
+    read.NoteFault(ReadServiceFile(copy.Path().c_str(), &list, &read));
+    OwnedConf conf(list);
+    CheckMemory(read);
+    if (read.Fault() != 0) {
+        throw std::runtime_error("the services cannot be read: " + SystemReason(read.Fault()));
     }
-    if (errno == ENOENT) {
-        return false;
-    }
-    report.TellError(path, "unreadable", ErrorText(errno));
-    return true;
+    return conf;
 }
 
 void CheckMemory(const ReadingReport &read) {
@@ -239,65 +175,57 @@ void CheckMemory(const ReadingReport &read) {
     }
 }
 
-// Also reports a file that was left out but has become readable since.
-std::vector<ServiceFile> FilesWithOmissions(const ReadingReport &read) {
-    const std::set<const char *> paths = PathsWithOmissions(read);
-    std::vector<ServiceFile> files;
-    for (const ServiceFileRecord &record : read.Files()) {
-        if (paths.contains(record.path)) {
-            ServiceFile file = ReadServiceFile(record.path);
-            files.push_back(LacksNothing(file) ? ProblemFile(record.path, kChanged)
-                                               : std::move(file));
+std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions) {
+    std::vector<std::string> names;
+    for (const LeftOut &omission : omissions) {
+        if (omission.section != nullptr && !IsGlobal(omission)) {
+            names.emplace_back(omission.section);
         }
     }
-    return files;
+    return names;
 }
 
-FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report) {
-    ReadingReport read;
-    OwnedConf list;
-    TAVO_SERVICE_CONF *head = nullptr;
-    ReadServiceFiles(&head, folder.selector, &read);
-    list.reset(head);
+// The omissions of a file are adjacent.
+bool TellOmissions(const ReadingReport &read, Report &report, const std::vector<std::string> &names,
+                   Severity severity) {
     CheckMemory(read);
-    FolderContents contents;
-    contents.complete = !TellUnlistedFolder(folder, report);
-    const std::set<const char *> linted = PathsWithOmissions(read);
-    for (std::size_t i = read.Files().Count(); i > 0; --i) {
-        const ServiceFileRecord &record = read.Files()[i - 1];
-        OwnedConf conf = record.conf != nullptr ? TakeFirst(list) : nullptr;
-        contents.files.push_back(linted.contains(record.path)
-                                     ? ReadServiceFile(record.path)
-                                     : ServiceFile{.path = record.path, .conf = std::move(conf)});
-        contents.files.back().location = folder.name;
+    const LeftOut *const end = read.Omissions().end();
+    bool any_error = false;
+    for (const LeftOut *first = read.Omissions().begin(); first != end;) {
+        const LeftOut *const next = std::find_if(first + 1, end, [first](const LeftOut &other) {
+            return first->path == nullptr || other.path != first->path;
+        });
+        if (first->path != nullptr) {
+            any_error = TellFile({first, next}, report, names, severity) || any_error;
+        } else if (first->row == nullptr) {
+            report.TellError(first->folder->path, "unreadable", ErrorText(first->error));
+            any_error = true;
+        }
+        first = next;
     }
-    std::reverse(contents.files.begin(), contents.files.end());
-    return contents;
+    return any_error;
 }
 
-bool TellWhatIsMissing(const ServiceFile &file, Report &report, Severity severity) {
-    if (!file.problem.empty()) {
-        report.Tell({file.path, 0, 0, severity, "unreadable", file.problem, "", {}});
+bool TellLeftOut(const LintedFile &file, Report &report, const std::vector<std::string> &names,
+                 Severity severity) {
+    if (names.empty() && !IsAnyReadable(file.lint)) {
+        const auto &diagnostics = file.lint.diagnostics;
+        Diagnostic reason = *std::find_if(
+            diagnostics.begin(), diagnostics.end(),
+            [](const Diagnostic &finding) { return finding.severity == Severity::kError; });
+        reason.severity = severity;
+        reason.message = "not read as a service file: " + reason.message;
+        report.Tell(std::move(reason));
         return true;
     }
-    if (file.conf == nullptr) {
-        TellRefused(file, severity, report);
-        return true;
-    }
-    bool missing = false;
+    bool any = false;
     for (const LintedService &service : file.lint.services) {
-        if (!service.readable) {
-            TellLeftOut(file, service, report, severity);
-            missing = true;
+        if (!service.readable && (names.empty() || Holds(names, service.name))) {
+            TellServiceLeftOut(file, service, severity, report);
+            any = true;
         }
     }
-    return missing;
-}
-
-void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report,
-                 Severity severity) {
-    TellBecause(file, "section [" + Shortened(service.name) + "] is left out", service.first_error,
-                &service, severity, report);
+    return any;
 }
 
 std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {
@@ -311,6 +239,18 @@ std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {
     return ports + '/' + ProtocolsText(list->nProtocol);
 }
 
+std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string) {
+    if (!HasReference(string)) {
+        return {};
+    }
+    const std::string source = string.szSource;
+    return (source.empty() ? "" : source + ':') + string.szSection + ':' + string.szKey;
+}
+
+std::string_view LocationOf(const ServiceFileRecord &file) {
+    return file.folder != nullptr ? file.folder->name : "";
+}
+
 Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section) {
     return {{"ports", PortsJson(section.pDstPorts)},
             {"source_ports", PortsJson(section.pSrcPorts)},
@@ -322,15 +262,14 @@ Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section) {
             {"description_extra", TextOrNull(section.strDesc.szExtra)}};
 }
 
-Json ServiceJson(const std::string &path, std::string_view location, const TAVO_SERVICE_CONF &conf,
-                 const TAVO_SERVICE_CONF_SECTION &section) {
+Json ServiceJson(const ServiceFileRecord &file, const TAVO_SERVICE_CONF_SECTION &section) {
     Json json = {{"name", section.szName},
-                 {"file", Utf8Text(path)},
-                 {"real_path", TextOrNull(RealPathOf(path))},
-                 {"location", TextOrNull(location)},
-                 {"version", conf.nVersion},
-                 {"support_key", TextOrNull(conf.szSupportKey)},
-                 {"run_key", TextOrNull(conf.szRunKey)}};
+                 {"file", Utf8Text(file.path)},
+                 {"real_path", TextOrNull(RealPathOf(file.path))},
+                 {"location", TextOrNull(LocationOf(file))},
+                 {"version", file.conf->nVersion},
+                 {"support_key", TextOrNull(file.conf->szSupportKey)},
+                 {"run_key", TextOrNull(file.conf->szRunKey)}};
     json.Merge(SectionJson(section));
     return json;
 }

@@ -4,14 +4,15 @@
 #define TAVO_SERVICETOOL_INPUT_SERVICE_FILE_H
 
 #include <algorithm>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "input/library_owners.h"
 #include "lint/lint.h"
 #include "model/service_files.h"
 #include "output/report.h"
+#include "support/owners.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
@@ -19,54 +20,50 @@ namespace tavo::tool {
 // The service folders selected by the bits of `selector`, system first.
 std::vector<ServiceFolder> ServiceFolders(int selector);
 
-// The service folder that contains the path: "system", "package", or "" for neither.
-std::string_view LocationOf(const std::string &path);
+// The service folder that contains the path; null if none does.
+const ServiceFolder *ServiceFolderOf(const std::string &path);
 
 // The path without symbolic links; "" if there is none, as for standard input.
 std::string RealPathOf(const std::string &path);
 
-struct ServiceFile {
-    std::string path;
-    std::string_view location = {};  // as LocationOf
-    std::string problem = {};        // why nothing could be read; else empty
-    OwnedConf conf = {};             // null if the library rejects the file
-    LintResult lint = {};
+// What the library read in service folders.
+struct ServiceFiles {
+    ReadingReport report;
+    OwnedConf list;  // the records of the files
 };
 
-// Reads one file, "-" for standard input.
-ServiceFile ReadServiceFile(const std::string &path);
+// Reads the service folders selected by the bits of `selector`.
+ServiceFiles ReadServiceFolders(int selector);
 
-struct FolderContents {
-    bool complete = true;            // the folder could be listed
-    std::vector<ServiceFile> files;  // by name
-};
+// The services that the library reads in a file with that text; null if it rejects the file. Throws
+// std::bad_alloc or std::runtime_error if a system error prevents reading a service.
+OwnedConf ReadServices(const std::string &text);
 
-// Reads the files of a folder, and reports a folder that cannot be listed. Only files of which
-// something is left out are linted.
-FolderContents ReadServiceFolder(const ServiceFolder &folder, Report &report);
-
-// Reports a service folder that cannot be listed; returns false if there was nothing to report. A
-// missing folder contains no services and is not an error.
-bool TellUnlistedFolder(const ServiceFolder &folder, Report &report);
-
-// The files of which the library leaves something out, with the findings of lint.
-std::vector<ServiceFile> FilesWithOmissions(const ReadingReport &read);
+// ---- What is left out ----
 
 // Throws std::bad_alloc if the reading ran out of memory.
 void CheckMemory(const ReadingReport &read);
 
-// Whether the library read exactly the services that are readable according to lint. If not, the
-// file changed in between, or a system error kept the library from reading a service.
-bool LibraryAndLintAgree(const TAVO_SERVICE_CONF *conf, const LintResult &lint);
+// The names of the services that are left out. The section [global] is not a service.
+std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions);
 
-// Reports what could not be read: the whole file, or services that the library leaves out. Returns
-// true if anything was reported.
-bool TellWhatIsMissing(const ServiceFile &file, Report &report,
-                       Severity severity = Severity::kError);
+// Reports folders and files that cannot be read, and services missing from the other files with the
+// reason according to lint. Built-in services are not reported. If `names` is not empty, only
+// services of these names are. Returns true if an error was reported. Throws std::bad_alloc if the
+// reading ran out of memory.
+//
+// `severity` is that of services missing from files that were read. A whole file or folder that
+// cannot be read is always an error, because it may contain any service.
+bool TellOmissions(const ReadingReport &read, Report &report,
+                   const std::vector<std::string> &names = {},
+                   Severity severity = Severity::kError);
 
-// Reports why the library leaves the service out.
-void TellLeftOut(const ServiceFile &file, const LintedService &service, Report &report,
+// Reports the services that the library leaves out of a linted file; returns false if there are
+// none. `names` and `severity` are those of TellOmissions.
+bool TellLeftOut(const LintedFile &file, Report &report, const std::vector<std::string> &names = {},
                  Severity severity = Severity::kError);
+
+// ---- Records as text and JSON ----
 
 // The records of a list of the library in file order; the library's lists are in reverse order.
 template <typename Record>
@@ -82,15 +79,14 @@ std::vector<const Record *> InFileOrder(const Record *list) {
 // A port list in the notation of the file, such as "80,6000:6010/tcp,udp"; "" for none.
 std::string PortsText(const TAVO_SERVICE_CONF_PORT *list);
 
-// Whether the text also has a reference into a string table.
-bool HasReference(const TAVO_SERVICE_CONF_STRING &string);
-
 // The reference in the notation of the file, "SOURCE:SECTION:KEY" or "SECTION:KEY"; "" for none.
 std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string);
 
+// "system" or "package"; "" if the file is in no service folder.
+std::string_view LocationOf(const ServiceFileRecord &file);
+
 // The JSON object of a service, the same in every command.
-Json ServiceJson(const std::string &path, std::string_view location, const TAVO_SERVICE_CONF &conf,
-                 const TAVO_SERVICE_CONF_SECTION &section);
+Json ServiceJson(const ServiceFileRecord &file, const TAVO_SERVICE_CONF_SECTION &section);
 
 // The part of ServiceJson that does not depend on a file: ports and texts.
 Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section);

@@ -32,15 +32,12 @@ void Findings::Close() {
     const std::size_t warnings = beyond(result_.warnings);
     if (errors + warnings != 0) {
         const LintRule rule = Rule("more-problems");
-        result_.diagnostics.push_back(
-            {file_,
-             0,
-             0,
-             rule.severity,
-             std::string(rule.name),
-             Counted(errors, "error") + " and " + Counted(warnings, "warning") + " are not listed",
-             "",
-             {}});
+        result_.diagnostics.push_back({.file = file_,
+                                       .severity = rule.severity,
+                                       .rule = std::string(rule.name),
+                                       .message = Counted(errors, "error") + " and " +
+                                                  Counted(warnings, "warning") +
+                                                  " are not listed"});
     }
 }
 

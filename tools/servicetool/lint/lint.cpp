@@ -11,9 +11,10 @@
 #include <vector>
 
 #include "config_lines.h"
-#include "lint/declared_ports.h"
+#include "input/input_file.h"
 #include "lint/findings.h"
 #include "lint/lint_keys.h"
+#include "lint/lint_ports.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"
 #include "tavoserviceconf.h"
@@ -294,6 +295,43 @@ void Linter::CheckOther(const ConfigLine &line) {
 
 LintResult LintText(std::string_view text, std::string_view file) {
     return Linter(text, file).Run();
+}
+
+LintedFile ReadAndLint(const std::string &path) {
+    const bool standard_input = path == kStandardInput;
+    FileContents contents = standard_input ? ReadStandardInput() : ReadRegularFile(path);
+    LintedFile file = {standard_input ? std::string(kStandardInputName) : path,
+                       std::move(contents.text),
+                       std::move(contents.problem),
+                       {}};
+    if (file.problem.empty()) {
+        file.lint = LintText(file.text, file.name);
+    }
+    return file;
+}
+
+bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std::string fix) {
+    file = ReadAndLint(path);
+    if (!file.problem.empty()) {
+        report.TellError(file.name, "unreadable", file.problem, std::move(fix));
+        report.Raise(Status::kFailed);
+        return false;
+    }
+    for (const Diagnostic &diagnostic : file.lint.diagnostics) {
+        report.Tell(diagnostic);
+    }
+    return true;
+}
+
+std::string LintVerdict(const LintResult &result) {
+    std::string verdict;
+    if (result.errors != 0) {
+        verdict = Counted(result.errors, "error");
+    }
+    if (result.warnings != 0) {
+        verdict += (verdict.empty() ? "" : ", ") + Counted(result.warnings, "warning");
+    }
+    return verdict.empty() ? "ok" : verdict;
 }
 
 }  // namespace tavo::tool

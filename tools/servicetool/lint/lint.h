@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "output/diagnostic.h"
+#include "output/report.h"
 
 namespace tavo::tool {
 
@@ -37,6 +37,23 @@ struct LintResult {
 
 // Checks the text of a file; `file` is its name in the findings.
 LintResult LintText(std::string_view text, std::string_view file);
+
+struct LintedFile {
+    std::string name;  // for messages
+    std::string text;
+    std::string problem;  // why the file cannot be read; else empty
+    LintResult lint;
+};
+
+// Reads and lints a file, "-" for standard input.
+LintedFile ReadAndLint(const std::string &path);
+
+// The same, and reports the findings. If the file cannot be read, reports this with the fix, if
+// any, raises the status and returns false.
+bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std::string fix = {});
+
+// "1 error, 2 warnings", or "ok".
+std::string LintVerdict(const LintResult &result);
 
 }  // namespace tavo::tool
 

@@ -23,7 +23,7 @@ std::string EndOfCut(std::string_view text, std::size_t limit) {
     constexpr std::size_t kShown = 12;
     const std::string_view kept = text.substr(0, limit);
     std::size_t begin = kept.size() - std::min(kShown, kept.size());
-    while (begin < kept.size() && (static_cast<unsigned char>(kept[begin]) & 0xC0) == 0x80) {
+    while (begin < kept.size() && IsContinuation(kept[begin])) {
         ++begin;
     }
     return "\"..." + std::string(kept.substr(begin)) + '"';
@@ -84,24 +84,12 @@ void CheckTrailingComment(const ConfigLine &line, Findings &findings) {
     }
 }
 
-void CheckShownText(const ConfigLine &line, Findings &findings) {
+void CheckNotEmpty(const ConfigLine &line, Findings &findings) {
     if (TrimBlanks(line.value).empty()) {
         findings.Add(Rule("empty-text"), line, line.value,
                      std::string(line.name) +
                          (line.value.empty() ? " is empty" : " holds nothing but blanks"));
     }
-    CheckCharacters(line, findings);
-    CheckLength(line.value, line.name, TAVO_SERVICE_CONF_TEXT_SIZE, line, findings);
-}
-
-void CheckExtra(const ConfigLine &line, Findings &findings) {
-    CheckCharacters(line, findings);
-    CheckLength(line.value, line.name, TAVO_SERVICE_CONF_TEXT_SIZE, line, findings);
-}
-
-void CheckFileKey(const ConfigLine &line, Findings &findings) {
-    CheckCharacters(line, findings);
-    CheckLength(line.value, line.name, TAVO_SERVICE_CONF_KEY_SIZE, line, findings);
 }
 
 // Splits a reference at its first two colons, as the library does.
@@ -209,7 +197,13 @@ std::size_t EditDistance(std::string_view from, std::string_view to) {
 void CheckValue(const KeyRule &key, const ConfigLine &line, Findings &findings) {
     CheckQuotes(line, findings);
     CheckTrailingComment(line, findings);
-    key.check(line, findings);
+    if (key.check != nullptr) {
+        key.check(line, findings);
+    }
+    if (key.size != 0) {
+        CheckCharacters(line, findings);
+        CheckLength(line.value, line.name, key.size, line, findings);
+    }
 }
 
 void CheckLength(std::string_view part, std::string_view what, std::size_t size,
@@ -224,18 +218,20 @@ void CheckLength(std::string_view part, std::string_view what, std::size_t size,
 }
 
 const std::array<KeyRule, kKeyCount> kKeyRules = {{
-    {kKeyVersion, SectionKind::kGlobal, {}, "", CheckVersion},
-    {kKeySupportKey, SectionKind::kGlobal, {}, "", CheckFileKey},
-    {kKeyRunKey, SectionKind::kGlobal, {}, "", CheckFileKey},
-    {kKeyTitleKey, SectionKind::kService, {}, "", CheckReference},
-    {kKeyTitle, SectionKind::kService, Rule("missing-title"), "title=\"TEXT\"", CheckShownText},
-    {kKeyDescKey, SectionKind::kService, {}, "", CheckReference},
-    {kKeyDesc, SectionKind::kService, Rule("missing-desc"), "desc=\"TEXT\"", CheckShownText},
-    {kKeyDescExtra, SectionKind::kService, {}, "", CheckExtra},
-    {kKeyPortForward, SectionKind::kService, {}, "", CheckPortForward},
-    {kKeySrcPorts, SectionKind::kService, {}, "", CheckPorts},
+    {kKeyVersion, SectionKind::kGlobal, {}, "", 0, CheckVersion},
+    {kKeySupportKey, SectionKind::kGlobal, {}, "", TAVO_SERVICE_CONF_KEY_SIZE, nullptr},
+    {kKeyRunKey, SectionKind::kGlobal, {}, "", TAVO_SERVICE_CONF_KEY_SIZE, nullptr},
+    {kKeyTitleKey, SectionKind::kService, {}, "", 0, CheckReference},
+    {kKeyTitle, SectionKind::kService, Rule("missing-title"), "title=\"TEXT\"",
+     TAVO_SERVICE_CONF_TEXT_SIZE, CheckNotEmpty},
+    {kKeyDescKey, SectionKind::kService, {}, "", 0, CheckReference},
+    {kKeyDesc, SectionKind::kService, Rule("missing-desc"), "desc=\"TEXT\"",
+     TAVO_SERVICE_CONF_TEXT_SIZE, CheckNotEmpty},
+    {kKeyDescExtra, SectionKind::kService, {}, "", TAVO_SERVICE_CONF_TEXT_SIZE, nullptr},
+    {kKeyPortForward, SectionKind::kService, {}, "", 0, CheckPortForward},
+    {kKeySrcPorts, SectionKind::kService, {}, "", 0, CheckPorts},
     {kKeyDstPorts, SectionKind::kService, Rule("missing-dst-ports"),
-     "dst.ports=\"PORTS/PROTOCOLS\"", CheckPorts},
+     "dst.ports=\"PORTS/PROTOCOLS\"", 0, CheckPorts},
 }};
 
 std::optional<std::size_t> FindKey(SectionKind section, std::string_view name) {

@@ -20,7 +20,8 @@ struct KeyRule {
     std::optional<LintRule>
         missing;               // the rule that a section without it breaks, if it is required
     std::string_view example;  // a line with a required key
-    void (*check)(const ConfigLine &line, Findings &findings);
+    std::size_t size;  // of the field for the text, with its terminator; 0: not a plain text
+    void (*check)(const ConfigLine &line, Findings &findings);  // further checks; null for none
 };
 
 inline constexpr std::size_t kKeyCount = 11;

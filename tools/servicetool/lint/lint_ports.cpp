@@ -2,10 +2,12 @@
 //
 // The list is split as by the library: at the first slash, then at each comma, an item at its first
 // colon. Functions of the library check whether a piece is a port or a protocol.
+#include "lint/lint_ports.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
-#include <map>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -16,28 +18,6 @@
 
 namespace tavo::tool {
 namespace {
-
-// The ports of the items checked so far, as disjoint ranges, start to end.
-class NamedPorts {
-  public:
-    // Adds first..last; returns false if any of them was already present.
-    bool Add(std::uint32_t first, std::uint32_t last) {
-        bool fresh = true;
-        auto range = ranges_.upper_bound(last);
-        while (range != ranges_.begin() && std::prev(range)->second >= first) {
-            --range;
-            first = std::min(first, range->first);
-            last = std::max(last, range->second);
-            range = ranges_.erase(range);
-            fresh = false;
-        }
-        ranges_.emplace(first, last);
-        return fresh;
-    }
-
-  private:
-    std::map<std::uint32_t, std::uint32_t> ranges_;
-};
 
 bool IsPort(std::string_view text) {
     return TAVOServiceConfPortsCheck(std::string(text).c_str()) == 1;
@@ -64,7 +44,7 @@ class PortList {
 
     const ConfigLine &line_;
     Findings &findings_;
-    NamedPorts named_;
+    PortSet named_;  // by the items checked so far
 };
 
 void PortList::Check() {
@@ -101,10 +81,11 @@ void PortList::CheckSinglePort(std::string_view port) {
     if (number == 0) {
         Add(Rule("port-zero"), port, "no service can be reached at port 0");
     }
-    if (!named_.Add(number, number)) {
+    if (named_.FirstIn({number, number})) {
         Add(Rule("duplicate-port"), port, "port " + std::to_string(number) + " is named twice",
             "take it away");
     }
+    named_.Add({number, number});
 }
 
 void PortList::CheckRange(std::string_view range, std::size_t colon) {
@@ -119,9 +100,10 @@ void PortList::CheckRange(std::string_view range, std::size_t colon) {
     if (PortOf(start) > PortOf(end)) {
         Add(Rule("reversed-range"), range, "the range starts above its end", "write " + forwards);
     }
-    if (!named_.Add(first, last)) {
+    if (named_.FirstIn({first, last})) {
         Add(Rule("duplicate-port"), range, "ports of the range " + forwards + " are named twice");
     }
+    named_.Add({first, last});
 }
 
 // One port number, alone or on one side of the range `item`.
@@ -136,14 +118,9 @@ bool PortList::CheckNumber(std::string_view number, std::string_view item) {
     }
     if (IsNumber(number)) {
         Add(Rule("port-range"), number, "port " + Shortened(number) + " is above 65535");
-    } else if (number.empty()) {
-        Add(Rule("port-syntax"), number,
-            "a range is written START:END, and one of them is missing");
-    } else if (number.find(':') != std::string_view::npos) {
-        Add(Rule("port-syntax"), number.substr(number.find(':')),
-            "a range has one colon only: START:END");
     } else {
-        Add(Rule("port-syntax"), number, Quoted(number) + " is no port number", PortFix(item));
+        PieceProblem problem = WhyNoNumber(number, item);
+        Add(Rule("port-syntax"), problem.spot, std::move(problem.message), std::move(problem.fix));
     }
     return false;
 }
@@ -164,10 +141,100 @@ void PortList::CheckProtocols(std::string_view protocols) {
     });
 }
 
+// ---- Ports of several services ----
+
+struct Item {
+    std::string_view text;
+    PortRange range;
+};
+
+std::vector<Item> ItemsOf(std::string_view ports) {
+    std::vector<Item> items;
+    ForEachPiece(ports, [&items](std::string_view item) {
+        const std::size_t colon = item.find(':');
+        const std::uint32_t start = PortOf(item.substr(0, colon));
+        const std::uint32_t end =
+            colon == std::string_view::npos ? start : PortOf(item.substr(colon + 1));
+        items.push_back({item, {std::min(start, end), std::max(start, end)}});
+    });
+    return items;
+}
+
 }  // namespace
 
 void CheckPorts(const ConfigLine &line, Findings &findings) {
     PortList(line, findings).Check();
+}
+
+std::optional<std::uint32_t> PortSet::FirstIn(const PortRange &range) const {
+    const auto next = ranges_.upper_bound(range.first);
+    if (next != ranges_.begin() && std::prev(next)->second >= range.first) {
+        return range.first;
+    }
+    return next != ranges_.end() && next->first <= range.last ? std::optional(next->first)
+                                                              : std::nullopt;
+}
+
+PortRanges PortSet::Add(const PortRange &range) {
+    PortRanges added;
+    PortRange whole = range;
+    std::uint32_t rest = range.first;
+    auto next = ranges_.upper_bound(range.first);
+    if (next != ranges_.begin() && std::prev(next)->second >= range.first) {
+        --next;
+    }
+    for (; next != ranges_.end() && next->first <= range.last; next = ranges_.erase(next)) {
+        if (rest < next->first) {
+            added.push_back({rest, next->first - 1});
+        }
+        rest = next->second + 1;
+        whole = {std::min(whole.first, next->first), std::max(whole.last, next->second)};
+    }
+    if (rest <= range.last) {
+        added.push_back({rest, range.last});
+    }
+    ranges_.emplace(whole.first, whole.last);
+    return added;
+}
+
+// Checks all items before adding any: CheckPorts reports ports that are twice in one list.
+void DeclaredPorts::Add(std::string_view service, const ConfigLine &line, Findings &findings) {
+    const std::size_t slash = line.value.find('/');
+    std::string words(slash == std::string_view::npos ? ""
+                                                      : TrimBlanks(line.value.substr(slash + 1)));
+    const int flags = TLIBServiceConfProtocolParse(words.data());
+    const std::vector<Item> items = ItemsOf(TrimBlanks(line.value.substr(0, slash)));
+    const auto is_meant = [flags](std::size_t row) {
+        return (flags & gProtoTypeMapping[row].nProto) != 0;
+    };
+    for (const Item &item : items) {
+        for (std::size_t row = 0; row < protocols_.size(); ++row) {
+            const auto port = protocols_[row].declared.FirstIn(item.range);
+            if (is_meant(row) && port) {
+                const Declaration &other = declarations_[protocols_[row].firsts[*port]];
+                findings.Add(Rule("duplicate-port"), line, item.text,
+                             std::string(gProtoTypeMapping[row].szName) + " port " +
+                                 std::to_string(*port) + " is declared by service [" +
+                                 Shortened(other.service) + "] in line " +
+                                 std::to_string(other.line) + " already");
+                break;
+            }
+        }
+    }
+    for (std::size_t row = 0; row < protocols_.size(); ++row) {
+        if (!is_meant(row)) {
+            continue;
+        }
+        auto &[declared, firsts] = protocols_[row];
+        firsts.resize(kHighestPort + 1);
+        for (const Item &item : items) {
+            for (const PortRange &added : declared.Add(item.range)) {
+                std::fill(firsts.begin() + added.first, firsts.begin() + added.last + 1,
+                          static_cast<std::uint32_t>(declarations_.size()));
+            }
+        }
+    }
+    declarations_.push_back({service, line.number});
 }
 
 }  // namespace tavo::tool

@@ -26,16 +26,13 @@ std::string Coloured(std::string_view text, std::string_view code, bool colour) 
     return colour ? std::string(code) + std::string(text) + std::string(kPlain) : std::string(text);
 }
 
-bool InsideCharacter(std::string_view text, std::size_t offset) {
-    return offset < text.size() && (static_cast<unsigned char>(text[offset]) & 0xC0) == 0x80;
-}
-
 // Moves a cut back to the start of the character that it would split, but not further than the
 // longest character: invalid UTF-8 may have no such start.
 std::size_t CharacterStart(std::string_view text, std::size_t offset) {
     for (std::size_t back = 0; back < 4 && back <= offset; ++back) {
-        if (!InsideCharacter(text, offset - back)) {
-            return offset - back;
+        const std::size_t start = offset - back;
+        if (start == text.size() || !IsContinuation(text[start])) {
+            return start;
         }
     }
     return offset;

@@ -25,14 +25,14 @@ SourceLine AroundSpot(std::string_view line, std::size_t spot);
 
 // Texts are not escaped; they are escaped when they are printed.
 struct Diagnostic {
-    std::string file;        // empty: not about a file
+    std::string file = {};   // empty: not about a file
     std::size_t line = 0;    // from 1; 0: the whole file
     std::size_t column = 0;  // from 1, in bytes
     Severity severity = Severity::kError;
-    std::string rule;     // stable name of the kind of diagnostic
-    std::string message;  // lower case, no full stop
-    std::string fix;      // empty: no suggestion
-    SourceLine source;    // only used if `line` is set
+    std::string rule = {};     // stable name of the kind of diagnostic
+    std::string message = {};  // lower case, no full stop
+    std::string fix = {};      // empty: no suggestion
+    SourceLine source = {};    // only used if `line` is set
 };
 
 // Returns "FILE:LINE:COLUMN: error: MESSAGE [RULE]", the line with a caret below the spot, and the

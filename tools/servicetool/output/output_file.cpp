@@ -68,32 +68,25 @@ mode_t NewMode() {
     return kEverybody & ~mask;
 }
 
-// The next three functions return the reason for a failure, else "".
+// The next two functions return the reason for a failure, else "".
 
-std::string Create(const std::string &path, std::string_view text) {
-    StagedFile staged(path);
-    const bool created = staged.File().IsOpen() && WriteAll(staged.File().Get(), text) &&
-                         fchmod(staged.File().Get(), NewMode()) == 0 && staged.Publish();
-    return created ? "" : ErrorText(errno);
-}
-
-// The new file gets the owner of the old one. A file that is not writable is not replaced, even if
-// its folder is writable.
-std::string Replace(const std::string &path, const struct stat &old, std::string_view text) {
+// Writes a new file in the place of `old`, if any, with its owner and mode. A file that is not
+// writable is not replaced, even if its folder is writable.
+std::string PutFile(const std::string &path, const struct stat *old, std::string_view text) {
     constexpr mode_t kPermissions = 07777;
-    if (access(path.c_str(), W_OK) != 0) {
+    if (old != nullptr && access(path.c_str(), W_OK) != 0) {
         return ErrorText(errno);
     }
     StagedFile staged(path);
-    if (!staged.File().IsOpen() || !WriteAll(staged.File().Get(), text)) {
+    const int file = staged.File().Get();
+    if (!staged.File().IsOpen() || !WriteAll(file, text)) {
         return ErrorText(errno);
     }
-    if (fchown(staged.File().Get(), old.st_uid, old.st_gid) != 0) {
+    if (old != nullptr && fchown(file, old->st_uid, old->st_gid) != 0) {
         return "its owner cannot be kept: " + ErrorText(errno);
     }
-    const bool replaced =
-        fchmod(staged.File().Get(), old.st_mode & kPermissions) == 0 && staged.Publish();
-    return replaced ? "" : ErrorText(errno);
+    const mode_t mode = old != nullptr ? old->st_mode & kPermissions : NewMode();
+    return fchmod(file, mode) == 0 && staged.Publish() ? "" : ErrorText(errno);
 }
 
 // Opening a pipe without a reader fails with O_NONBLOCK. Writing then waits for a slow reader.
@@ -102,10 +95,6 @@ std::string WriteTo(const std::string &path, std::string_view text) {
     const bool written =
         file.IsOpen() && fcntl(file.Get(), F_SETFL, 0) == 0 && WriteAll(file.Get(), text);
     return written ? "" : ErrorText(errno);
-}
-
-std::string Message(const char *what, const std::string &reason) {
-    return reason.empty() ? "" : what + reason;
 }
 
 }  // namespace
@@ -119,17 +108,22 @@ bool IsStandardOutput(const std::string &path) {
 }
 
 std::string WriteWholeFile(const std::string &path, std::string_view text) {
-    constexpr char kUnwritten[] = "cannot be written: ";
+    std::string consequence = "cannot be written: ";
+    std::string reason;
     struct stat old = {};
-    if (stat(path.c_str(), &old) != 0) {
-        const int error = errno;
-        return Message(kUnwritten, error != ENOENT ? ErrorText(error)
-                                   : IsLink(path)  ? "symbolic link to nothing"
-                                                   : Create(path, text));
+    if (stat(path.c_str(), &old) == 0) {
+        if (S_ISREG(old.st_mode)) {
+            consequence = "cannot be written and is unchanged: ";
+            reason = PutFile(FollowLinks(path), &old, text);
+        } else {
+            reason = WriteTo(path, text);
+        }
+    } else if (errno != ENOENT) {
+        reason = ErrorText(errno);
+    } else {
+        reason = IsLink(path) ? "symbolic link to nothing" : PutFile(path, nullptr, text);
     }
-    return S_ISREG(old.st_mode) ? Message("cannot be written and is unchanged: ",
-                                          Replace(FollowLinks(path), old, text))
-                                : Message(kUnwritten, WriteTo(path, text));
+    return reason.empty() ? "" : consequence + reason;
 }
 
 }  // namespace tavo::tool

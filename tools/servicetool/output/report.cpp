@@ -80,14 +80,10 @@ void Report::Tell(Diagnostic diagnostic) {
 }
 
 void Report::TellError(std::string file, std::string rule, std::string message, std::string fix) {
-    Tell({std::move(file),
-          0,
-          0,
-          Severity::kError,
-          std::move(rule),
-          std::move(message),
-          std::move(fix),
-          {}});
+    Tell({.file = std::move(file),
+          .rule = std::move(rule),
+          .message = std::move(message),
+          .fix = std::move(fix)});
 }
 
 void Report::TellUsage(std::string message, std::string fix) {

@@ -16,6 +16,8 @@ class Table {
     // Adds a row, one cell per column. Cells are escaped here; an empty one is printed as "-".
     void Row(const std::vector<std::string> &cells);
 
+    bool HasRows() const { return cells_.size() > columns_; }
+
     // The lines of the table. If they are wider than `columns` (0: no limit), the last column is
     // cut to fit and ends with "...".
     std::string Text(bool header, std::size_t columns) const;

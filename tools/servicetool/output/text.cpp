@@ -30,10 +30,6 @@ constexpr std::array<Shape, 4> kShapes = {{
     {0xF8, 0xF0, 4, 0x10000},
 }};
 
-bool IsContinuation(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
-
 bool IsScalar(char32_t code) {
     return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
 }
@@ -150,6 +146,10 @@ Character FirstCharacter(std::string_view text) {
         code = code << 6 | (static_cast<unsigned char>(c) & 0x3F);
     }
     return code < shape->least || !IsScalar(code) ? bad : Character{shape->size, code, true};
+}
+
+bool IsContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
 bool IsControl(char32_t code) {

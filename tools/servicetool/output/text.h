@@ -23,6 +23,9 @@ struct Character {
 // `text` must not be empty.
 Character FirstCharacter(std::string_view text);
 
+// Whether the byte belongs to a UTF-8 character that starts before it.
+bool IsContinuation(char c);
+
 // Whether the character must be escaped: C0 and C1 control characters, and characters that are
 // invisible or change the direction of the following text.
 bool IsControl(char32_t code);

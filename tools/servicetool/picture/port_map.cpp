@@ -16,52 +16,45 @@ constexpr std::size_t kLinesForAllRows = 40;
 // The columns for the port and a blank at the start of a row.
 constexpr std::size_t kLabelColumns = 6;
 
+// Added to the sources of a port in conflict.
 constexpr std::uint8_t kCollides = 0x80;
+static_assert((kEverySource & kCollides) == 0 && kEverySource < kCollides);
 
 struct SourceColour {
-    std::string_view source;
+    int source;
     std::string_view code;
-    bool declares;
 };
 
-// The bit of a source is its index in this table.
-constexpr SourceColour kSources[] = {
-    {kForwardSource, "\x1b[35m", true},
-    {kServiceSource, "\x1b[34m", true},
-    {kSettingSource, "\x1b[36m", true},
-    {kSocketSource, "\x1b[32m", false},
+constexpr SourceColour kSourceColours[] = {
+    {TAVO_PORT_CHECK_PORT_FORWARD, "\x1b[35m"},
+    {TAVO_PORT_CHECK_FW_SERVICE, "\x1b[34m"},
+    {TAVO_PORT_CHECK_SYS_KEY, "\x1b[36m"},
+    {TAVO_PORT_CHECK_RUNTIME, "\x1b[32m"},
 };
 constexpr std::string_view kSeveralColour = "\x1b[33m";
 constexpr std::string_view kCollidesColour = "\x1b[1;31m";
 constexpr std::string_view kPlain = "\x1b[0m";
 
-std::uint8_t BitOf(std::string_view source) {
-    const auto found =
-        std::find_if(std::begin(kSources), std::end(kSources),
-                     [source](const SourceColour &one) { return one.source == source; });
-    return static_cast<std::uint8_t>(1U << (found - std::begin(kSources)));
-}
-
 char SignOf(const CellMarks &marks) {
     if (marks.collides) {
         return '!';
     }
-    if (marks.declared && marks.held) {
+    if (marks.IsDeclared() && marks.IsHeld()) {
         return 'B';
     }
-    return marks.declared ? 'd' : marks.held ? 'h' : '.';
+    return marks.IsDeclared() ? 'd' : marks.IsHeld() ? 'h' : '.';
 }
 
 // Returns "" for cells without colour.
 std::string_view ColourOf(const CellMarks &marks) {
-    if (marks.Free()) {
+    if (marks.sources == 0) {
         return {};
     }
     if (marks.collides) {
         return kCollidesColour;
     }
-    for (const SourceColour &one : kSources) {
-        if (one.source == marks.source) {
+    for (const SourceColour &one : kSourceColours) {
+        if (one.source == marks.sources) {
             return one.code;
         }
     }
@@ -142,9 +135,8 @@ PortMap::PortMap(const std::vector<PortClaim> &claims, const PortRanges &collide
         if (claim.protocol != protocol) {
             continue;
         }
-        const std::uint8_t bit = BitOf(claim.source);
         for (std::uint32_t port = claim.range.first; port <= claim.range.last; ++port) {
-            marks_[port] |= bit;
+            marks_[port] |= static_cast<std::uint8_t>(claim.source);
         }
     }
     for (const PortRange &range : collide) {
@@ -159,16 +151,7 @@ CellMarks PortMap::MarksOf(const PortRange &cell) const {
     for (std::uint32_t port = cell.first; port <= cell.last; ++port) {
         bits |= marks_[port];
     }
-    CellMarks marks;
-    marks.collides = (bits & kCollides) != 0;
-    std::size_t sources = 0;
-    for (const SourceColour &one : kSources) {
-        if ((bits & BitOf(one.source)) != 0) {
-            (one.declares ? marks.declared : marks.held) = true;
-            marks.source = sources++ == 0 ? one.source : std::string_view();
-        }
-    }
-    return marks;
+    return {bits & kEverySource, (bits & kCollides) != 0};
 }
 
 std::string MapText(const PortMap &map, const MapShape &shape, bool colour) {
@@ -195,8 +178,8 @@ std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour) {
                                  columns, false);
     if (colour) {
         std::vector<ColouredText> items;
-        for (const SourceColour &one : kSources) {
-            items.push_back({one.source, one.code});
+        for (const SourceColour &one : kSourceColours) {
+            items.push_back({SourceName(one.source), one.code});
         }
         items.push_back({"several", kSeveralColour});
         items.push_back({"in conflict", kCollidesColour});

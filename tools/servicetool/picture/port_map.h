@@ -1,14 +1,12 @@
-// The map of all ports: rows of cells with the same number of ports each, marked with the claims to
-// these ports. Draws the map for a terminal; port_svg.h draws it for a browser.
+// The map of all ports, for a terminal and for a browser: rows of cells with the same number of
+// ports each, marked with the claims to these ports.
 #ifndef TAVO_SERVICETOOL_PICTURE_PORT_MAP_H
 #define TAVO_SERVICETOOL_PICTURE_PORT_MAP_H
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "ports/port_claims.h"
@@ -32,13 +30,12 @@ MapShape ShapeForWindow(const WindowSize &window);
 
 // The marks of the ports of a cell.
 struct CellMarks {
-    bool declared = false;
-    bool held = false;
+    int sources = 0;  // of its claims, bits of TAVO_PORT_CHECK_*
     bool collides = false;
-    std::string_view source = {};  // source of all its claims; empty if they have several sources
-    auto operator<=>(const CellMarks &) const = default;
+    bool operator==(const CellMarks &) const = default;
 
-    bool Free() const { return !declared && !held; }
+    bool IsDeclared() const { return (sources & kDeclaringSources) != 0; }
+    bool IsHeld() const { return (sources & TAVO_PORT_CHECK_RUNTIME) != 0; }
 };
 
 // The ports of one protocol.
@@ -51,7 +48,7 @@ class PortMap {
     CellMarks MarksOf(const PortRange &cell) const;
 
   private:
-    std::array<std::uint8_t, kPortCount> marks_{};  // by port, a bit for each source
+    std::array<std::uint8_t, kPortCount> marks_{};  // by port: its sources and kCollides
 };
 
 // The rows of the map of a protocol; each starts with its first port.
@@ -60,6 +57,10 @@ std::string MapText(const PortMap &map, const MapShape &shape, bool colour);
 // The legend of the signs and, if `colour` is true, of the colours, in lines of at most `columns`
 // columns.
 std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour);
+
+// The map of these claims as a self-contained SVG file. Each cell has a tooltip with all claims to
+// its ports. `all` contains the ports in conflict. Defined in port_svg.cpp.
+std::string PortSvg(const std::vector<PortClaim> &claims, const PortClaims &all, bool legend);
 
 }  // namespace tavo::tool
 

@@ -2,14 +2,13 @@
 // and free cells are not drawn.
 // In addition to the colours, held ports have dots and ports in conflict have a border, for readers
 // who cannot distinguish the colours and for printing.
-#include "picture/port_svg.h"
+#include "picture/port_map.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
 
 #include "output/text.h"
-#include "picture/port_map.h"
 #include "ports/port_query.h"
 
 namespace tavo::tool {
@@ -65,12 +64,8 @@ rect:hover { stroke: var(--ink); }
 </style>
 )";
 
-std::string Number(std::size_t number) {
-    return std::to_string(number);
-}
-
 std::string Attribute(std::string_view name, std::size_t number) {
-    return ' ' + std::string(name) + "=\"" + Number(number) + '"';
+    return ' ' + std::string(name) + "=\"" + std::to_string(number) + '"';
 }
 
 std::string Rectangle(std::string_view look, std::size_t x, std::size_t y, std::size_t width,
@@ -82,8 +77,41 @@ std::string Rectangle(std::string_view look, std::size_t x, std::size_t y, std::
 // A dot in each cell of a row, drawn as a line of dashes without length: one at its start and one
 // after each `kCell` units.
 std::string Dots(std::size_t x, std::size_t y, std::size_t width) {
-    return "<path class=\"dots\" d=\"M" + Number(x + kCell / 2) + ' ' + Number(y + kCell / 2) +
-           'h' + Number(width - kCell / 2) + "\"/>\n";
+    return "<path class=\"dots\" d=\"M" + std::to_string(x + kCell / 2) + ' ' +
+           std::to_string(y + kCell / 2) + 'h' + std::to_string(width - kCell / 2) + "\"/>\n";
+}
+
+// The text as XML. Characters that XML does not allow are written as escapes, as on a terminal.
+std::string XmlText(std::string_view text) {
+    const std::string escaped = Escaped(text);
+    std::string xml;
+    for (std::string_view rest = escaped; !rest.empty();) {
+        const Character character = FirstCharacter(rest);
+        switch (character.code) {
+            case '&':
+                xml += "&amp;";
+                break;
+            case '<':
+                xml += "&lt;";
+                break;
+            case '>':
+                xml += "&gt;";
+                break;
+            case '"':
+                xml += "&quot;";
+                break;
+            case 0xFFFE:  // XML does not allow this one and the next
+                xml += "\\uFFFE";
+                break;
+            case 0xFFFF:
+                xml += "\\uFFFF";
+                break;
+            default:
+                xml += rest.substr(0, character.size);
+        }
+        rest.remove_prefix(character.size);
+    }
+    return xml;
 }
 
 std::string Words(std::size_t x, std::size_t y, std::string_view words,
@@ -93,7 +121,8 @@ std::string Words(std::size_t x, std::size_t y, std::string_view words,
 }
 
 std::string_view LookOf(const CellMarks &marks) {
-    return marks.collides ? "conflict" : marks.source.empty() ? "several" : marks.source;
+    const bool several = (marks.sources & (marks.sources - 1)) != 0;
+    return marks.collides ? "conflict" : several ? "several" : SourceName(marks.sources);
 }
 
 // The claims for a protocol in the given order, which is by first port.
@@ -130,6 +159,22 @@ std::vector<Run> RunsOf(const PortMap &map, std::size_t row, ClaimsInReach &in_r
     return runs;
 }
 
+// "service web (system/web.sc)", "socket /usr/bin/nginx, pid 812, user www-data, LISTEN".
+std::string ClaimText(const PortClaim &claim) {
+    std::string text = std::string(SourceName(claim.source)) + ' ';
+    if (!claim.IsHeld()) {
+        return text + DeclarerText(claim.source, *claim.declarer);
+    }
+    if (const HoldingProcess *process = claim.process) {
+        text += process->program.empty() ? process->name : process->program;
+        text += ", pid " + std::to_string(process->pid);
+        text += process->user.empty() ? "" : ", user " + process->user;
+    } else {
+        text += "of an unknown process";
+    }
+    return text + ", " + StateName(claim);
+}
+
 std::string Tooltip(const ClaimList &claims, const PortClaims &all) {
     std::string text;
     const std::size_t shown = std::min(claims.size(), kMostLines);
@@ -140,7 +185,7 @@ std::string Tooltip(const ClaimList &claims, const PortClaims &all) {
                 (Collides(claim, all) ? " (in conflict)" : "");
     }
     const std::size_t more = claims.size() - shown;
-    return more == 0 ? text : text + "\nand " + Number(more) + " more";
+    return more == 0 ? text : text + "\nand " + std::to_string(more) + " more";
 }
 
 std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInReach &in_reach,
@@ -148,17 +193,17 @@ std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInRe
     constexpr std::size_t kLeft = kMargin + kLabels;
     std::string svg;
     if (row % kLabelEvery == 0) {
-        svg += Words(kLeft - kCell, y + kCell, Number(kShape.CellAt(row, 0).first), "end");
+        svg += Words(kLeft - kCell, y + kCell, std::to_string(kShape.CellAt(row, 0).first), "end");
     }
     for (const Run &run : RunsOf(map, row, in_reach)) {
-        if (run.marks.Free()) {
+        if (run.marks.sources == 0) {
             continue;
         }
         const std::size_t x = kLeft + run.column * kCell;
         const std::size_t width = run.cells * kCell;
         svg += Rectangle(LookOf(run.marks), x, y, width, kCell) + "><title>" +
                Tooltip(run.claims, all) + "</title></rect>\n";
-        svg += run.marks.held ? Dots(x, y, width) : "";
+        svg += run.marks.IsHeld() ? Dots(x, y, width) : "";
     }
     return svg;
 }
@@ -188,14 +233,14 @@ std::string LegendOf(std::size_t y) {
         x += kItem;
     }
     return svg + Words(kMargin, y + 2 * kLine,
-                       "A cell is " + Number(kShape.ports) + " ports, a row " +
-                           Number(kShape.ports * kShape.cells) +
+                       "A cell is " + std::to_string(kShape.ports) + " ports, a row " +
+                           std::to_string(kShape.ports * kShape.cells) +
                            ". Point at a cell to see who claims its ports.");
 }
 
 std::string Opening(std::size_t height) {
-    return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + Number(kWidth) + ' ' +
-           Number(height) +
+    return "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " + std::to_string(kWidth) +
+           ' ' + std::to_string(height) +
            "\" role=\"graphics-document document\" aria-labelledby=\"title desc\">\n"
            "<title id=\"title\">Ports</title>\n"
            "<desc id=\"desc\">The TCP and the UDP ports from 0 to 65535, coloured by who declares "
@@ -205,54 +250,6 @@ std::string Opening(std::size_t height) {
 }
 
 }  // namespace
-
-std::string ClaimText(const PortClaim &claim) {
-    if (claim.socket == nullptr) {
-        return std::string(claim.source) + ' ' + DeclarerText(*claim.declarer);
-    }
-    const HoldingProcess *process = claim.socket->process;
-    std::string text = std::string(claim.source) + ' ';
-    text += !process                   ? "of an unknown process"
-            : process->program.empty() ? process->name
-                                       : process->program;
-    if (process) {
-        text += ", pid " + Number(process->pid);
-        text += process->user.empty() ? "" : ", user " + process->user;
-    }
-    return text + ", " + StateName(*claim.socket);
-}
-
-std::string XmlText(std::string_view text) {
-    const std::string escaped = Escaped(text);
-    std::string xml;
-    for (std::string_view rest = escaped; !rest.empty();) {
-        const Character character = FirstCharacter(rest);
-        switch (character.code) {
-            case '&':
-                xml += "&amp;";
-                break;
-            case '<':
-                xml += "&lt;";
-                break;
-            case '>':
-                xml += "&gt;";
-                break;
-            case '"':
-                xml += "&quot;";
-                break;
-            case 0xFFFE:  // XML does not allow this one and the next
-                xml += "\\uFFFE";
-                break;
-            case 0xFFFF:
-                xml += "\\uFFFF";
-                break;
-            default:
-                xml += rest.substr(0, character.size);
-        }
-        rest.remove_prefix(character.size);
-    }
-    return xml;
-}
 
 std::string PortSvg(const std::vector<PortClaim> &claims, const PortClaims &all, bool legend) {
     constexpr std::size_t kLegendHeight = 3 * kLine;

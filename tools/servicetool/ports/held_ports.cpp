@@ -9,14 +9,13 @@
 #include <memory>
 #include <new>
 #include <string_view>
-#include <tuple>
 
 #include "base/system_files.h"
 #include "check/held_sockets.h"
 #include "input/input_file.h"
-#include "input/library_failure.h"
-#include "input/library_owners.h"
+#include "input/library.h"
 #include "output/text.h"
+#include "support/owners.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
@@ -37,23 +36,17 @@ std::string_view WithoutSuffix(std::string_view text, std::string_view suffix) {
     return text.substr(0, text.size() - (text.ends_with(suffix) ? suffix.size() : 0));
 }
 
-// A process can set any name, even one with newlines. Only the last newline is added by the kernel.
-std::string OwnNameOf(const std::string &folder) {
-    return std::string(WithoutSuffix(ReadRegularFile(folder + "comm").text, "\n"));
-}
-
-std::string UserName(uid_t user) {
+std::string UserOf(const std::string &folder) {
     constexpr std::size_t kRecord = 16384;  // buffer for the texts of one user
+    struct stat status {};
+    if (stat(folder.c_str(), &status) != 0) {
+        return {};
+    }
     const auto texts = std::make_unique<char[]>(kRecord);
     passwd record{};
     passwd *found = nullptr;
-    const int error = getpwuid_r(user, &record, texts.get(), kRecord, &found);
-    return error != 0 || found == nullptr ? std::to_string(user) : found->pw_name;
-}
-
-std::string UserOf(const std::string &folder) {
-    struct stat status {};
-    return stat(folder.c_str(), &status) == 0 ? UserName(status.st_uid) : "";
+    const int error = getpwuid_r(status.st_uid, &record, texts.get(), kRecord, &found);
+    return error != 0 || found == nullptr ? std::to_string(status.st_uid) : found->pw_name;
 }
 
 // "web" for "0::/system.slice/web.service/workers": the innermost unit.
@@ -86,7 +79,9 @@ HoldingProcess ProcessOf(const HoldingProcessRecord &record) {
     process.program = record.program == nullptr ? "" : record.program;
     process.name = WithoutSuffix(LastPart(process.program), kDeleted);
     if (process.name.empty()) {
-        process.name = OwnNameOf(folder);
+        // A process can set any name, even one with newlines. The kernel adds only the last
+        // newline.
+        process.name = WithoutSuffix(ReadRegularFile(folder + "comm").text, "\n");
     }
     process.user = UserOf(folder);
     process.unit = UnitOf(folder);
@@ -108,11 +103,6 @@ std::string WhyUnread(const HeldSockets &sockets) {
     }
     const bool refused = access(sockets.Path(), R_OK) != 0;
     return sockets.Path() + (": " + (refused ? ErrorText(errno) : "cannot be read"));
-}
-
-auto KeyOf(const HeldSocket &socket) {
-    return std::tuple(socket.port, socket.protocol, socket.state,
-                      socket.process == nullptr ? 0 : socket.process->pid);
 }
 
 // ---- Programs of services ----
@@ -144,8 +134,8 @@ std::vector<std::string> NamesOf(const HoldingProcess &process) {
 
 // The package of a service, which is the name of its service file without folder and suffix; "" if
 // the service is not declared by a service file.
-std::string_view PackageOf(const Declarer &service) {
-    std::string_view name = service.file;
+std::string_view PackageOf(const PortDeclarer &service) {
+    std::string_view name = OrEmpty(service.file);
     if (!name.ends_with(kServiceFileSuffix)) {
         return {};
     }
@@ -160,97 +150,90 @@ bool IsPlain(const std::string &name) {
 }
 
 // Only service files of packages are named after the package.
-bool LiesInPackageOf(const Declarer &service, std::string_view package, std::string_view program) {
+bool LiesInPackageOf(const PortDeclarer &service, std::string_view package,
+                     std::string_view program) {
     return !package.empty() &&
-           service.file.starts_with(std::string(kPackageServiceDirectory) + '/') &&
+           OrEmpty(service.file).starts_with(std::string(kPackageServiceDirectory) + '/') &&
            program.starts_with(std::string(kPackagesFolder) + std::string(package) + '/');
 }
 
 }  // namespace
 
-bool Listens(const HeldSocket &socket) {
-    return socket.state == (socket.protocol == TAVO_PROTO_UDP ? kUnconnected : kListening);
+bool PortClaim::Listens() const {
+    return IsHeld() && state == (protocol == TAVO_PROTO_UDP ? kUnconnected : kListening);
 }
 
-std::string StateName(const HeldSocket &socket) {
-    if (socket.state == kNoState) {
+std::string StateName(const PortClaim &claim) {
+    if (claim.state == kNoState) {
         return {};
     }
-    if (socket.protocol == TAVO_PROTO_UDP && socket.state == kUnconnected) {
+    if (claim.protocol == TAVO_PROTO_UDP && claim.state == kUnconnected) {
         return "UNCONNECTED";
     }
-    if (socket.protocol == TAVO_PROTO_UDP && socket.state == kConnected) {
+    if (claim.protocol == TAVO_PROTO_UDP && claim.state == kConnected) {
         return "CONNECTED";
     }
-    const std::string_view name = TAVOTCPStateToString(socket.state);
+    const std::string_view name = TAVOTCPStateToString(claim.state);
     return name.starts_with(kStatePrefix) ? std::string(name.substr(kStatePrefix.size()))
-                                          : "STATE " + std::to_string(socket.state);
+                                          : "STATE " + std::to_string(claim.state);
 }
 
-HeldPorts ReadHeldPorts() {
+std::string ReadHeldPorts(PortClaims &all) {
     HeldSockets read;
-    HeldPorts held;
     if (!read.Read()) {
         if (read.Code() == TLIBC_ERR_NO_MEMORY) {
             throw std::bad_alloc();
         }
-        held.problem = WhyUnread(read);
-        return held;
+        return WhyUnread(read);
     }
     for (const HoldingProcessRecord &record : read.Processes()) {
-        held.processes.push_back(record.ended ? HoldingProcess{} : ProcessOf(record));
+        all.processes.push_back(record.ended ? HoldingProcess{} : ProcessOf(record));
     }
     for (const SocketRecord &socket : read.Sockets()) {
-        const HeldSocket one = {socket.port, socket.protocol, socket.state, nullptr};
+        PortClaim claim = {{socket.port, socket.port}, socket.protocol, TAVO_PORT_CHECK_RUNTIME};
+        claim.state = socket.state;
         for (const std::size_t holder : read.HoldersOf(socket)) {
-            held.sockets.push_back(one);
-            held.sockets.back().process = &held.processes[holder];
+            claim.process = &all.processes[holder];
+            all.claims.push_back(claim);
         }
         if (socket.holders == 0) {
-            held.sockets.push_back(one);
+            all.claims.push_back(claim);
         }
     }
-    auto &sockets = held.sockets;
-    std::sort(sockets.begin(), sockets.end(),
-              [](const HeldSocket &a, const HeldSocket &b) { return KeyOf(a) < KeyOf(b); });
-    sockets.erase(
-        std::unique(sockets.begin(), sockets.end(),
-                    [](const HeldSocket &a, const HeldSocket &b) { return KeyOf(a) == KeyOf(b); }),
-        sockets.end());
-    return held;
+    return {};
 }
 
-std::optional<bool> ProgramsOfServices::Owns(const Declarer &service,
+std::optional<bool> ProgramsOfServices::Owns(const PortDeclarer &service,
                                              const HoldingProcess &process) {
+    const std::string name(OrEmpty(service.name));
     const std::string_view package = PackageOf(service);
     const std::vector<std::string> names = NamesOf(process);
+    const auto has_section = [&](const std::string &program) {
+        return SectionsFor(program).contains(name);
+    };
     if ((!package.empty() && Holds(names, package)) ||
-        (!service.name.empty() &&
-         (Holds(names, service.name) || HasSection(names, service.name))) ||
+        (!name.empty() &&
+         (Holds(names, name) || std::any_of(names.begin(), names.end(), has_section))) ||
         LiesInPackageOf(service, package, process.program)) {
         return true;
     }
     return process.program.empty() ? std::nullopt : std::optional(false);
 }
 
-ProgramsOfServices::Owner ProgramsOfServices::OwnerAmong(const Services &services,
-                                                         const HoldingProcess &process) {
+ProgramsOfServices::Owner ProgramsOfServices::OwnerAmong(const ClaimList &declared,
+                                                         const HoldingProcess *process) {
+    if (process == nullptr) {
+        return {.known = false};
+    }
     Owner owner;
-    for (const Declarer *service : services) {
-        const std::optional<bool> owns = Owns(*service, process);
+    for (const PortClaim *claim : declared) {
+        const std::optional<bool> owns = Owns(*claim->declarer, *process);
         if (owns.value_or(false)) {
-            return {service, true};
+            return {claim->declarer, true};
         }
         owner.known = owner.known && owns;
     }
     return owner;
-}
-
-bool ProgramsOfServices::HasSection(const std::vector<std::string> &names,
-                                    const std::string &section) {
-    return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
-        return SectionsFor(name).contains(section);
-    });
 }
 
 const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::string &name) {

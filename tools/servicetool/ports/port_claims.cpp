@@ -9,20 +9,126 @@
 #include "ports/port_claims.h"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 #include <set>
-#include <string>
+#include <span>
 #include <tuple>
+
+#include "base/system_files.h"
+#include "check/declared_ports.h"
+#include "ports/held_ports.h"
 
 namespace tavo::tool {
 namespace {
+
+// ---- The order of claims ----
 
 bool ComesBefore(const PortClaim &a, const PortClaim &b) {
     return std::tie(a.range, a.protocol, a.source) < std::tie(b.range, b.protocol, b.source);
 }
 
+std::uint32_t PidOf(const PortClaim &claim) {
+    return claim.process == nullptr ? 0 : claim.process->pid;
+}
+
+// Orders claims by source, then by declarer, or by state and process.
+std::strong_ordering CompareOrigins(const PortClaim &a, const PortClaim &b) {
+    if (a.source != b.source) {
+        return a.source <=> b.source;
+    }
+    return a.IsHeld() ? std::tuple(a.state, PidOf(a)) <=> std::tuple(b.state, PidOf(b))
+                      : CompareTexts(*a.declarer, *b.declarer);
+}
+
+std::strong_ordering Compare(const PortClaim &a, const PortClaim &b) {
+    const auto order = std::tie(a.range, a.protocol) <=> std::tie(b.range, b.protocol);
+    return order != 0 ? order : CompareOrigins(a, b);
+}
+
+template <typename Element, typename Comparison>
+void SortWithoutDuplicates(std::vector<Element> &elements, Comparison compare) {
+    std::sort(elements.begin(), elements.end(),
+              [compare](const Element &a, const Element &b) { return compare(a, b) < 0; });
+    const auto end =
+        std::unique(elements.begin(), elements.end(),
+                    [compare](const Element &a, const Element &b) { return compare(a, b) == 0; });
+    elements.erase(end, elements.end());
+}
+
+// ---- Reading ----
+
+// A claim for each requested protocol.
+void AddDeclared(const PortRange &range, std::uint32_t protocols, int source,
+                 const PortDeclarer &declarer, std::vector<PortClaim> &claims) {
+    for (const std::uint32_t protocol : kProtocols) {
+        if ((protocols & protocol) != 0) {
+            claims.push_back({range, protocol, source, &declarer});
+        }
+    }
+}
+
+bool IsAskedFor(std::uint32_t port, const PortQuery &query) {
+    return std::any_of(query.items.begin(), query.items.end(), [port](const PortRange &range) {
+        return range.first <= port && port <= range.last;
+    });
+}
+
+// Whether the key is also a setting of the engine, which then reports it.
+bool IsServiceSetting(std::string_view key) {
+    return std::any_of(std::begin(kServiceSettings), std::end(kServiceSettings),
+                       [key](const ServiceSetting &setting) { return key == setting.key; });
+}
+
+// The declarers of kSystemPorts, by row.
+constexpr auto kSystemDeclarers = [] {
+    std::array<PortDeclarer, std::size(kSystemPorts)> declarers;
+    for (std::size_t i = 0; i < declarers.size(); ++i) {
+        const SystemPort &row = kSystemPorts[i];
+        declarers[i].name = row.service;
+        declarers[i].file = row.key == nullptr ? nullptr : kSettingsFile;
+        declarers[i].entry = row.key;
+    }
+    return declarers;
+}();
+
+void AddSystemPort(std::size_t number, const PortQuery &query, PortSources &sources,
+                   PortClaims &all) {
+    const SystemPort &row = kSystemPorts[number];
+    if (row.key != nullptr && IsServiceSetting(row.key)) {
+        return;
+    }
+    const int source = row.key == nullptr ? TAVO_PORT_CHECK_FW_SERVICE : TAVO_PORT_CHECK_SYS_KEY;
+    const PortDeclarer &declarer = kSystemDeclarers[number];
+    const SystemDeclaration read = ReadSystemPort(TAVO_HERE, row);
+    if (!read.reading.IsGood()) {
+        all.failed |= source;
+        sources.Tell({.source = source, .code = read.reading.Fault(), .declarer = declarer});
+    } else if (read.port != 0 && IsAskedFor(read.port, query)) {
+        AddDeclared({read.port, read.port}, row.protocol & query.protocols, source, declarer,
+                    all.claims);
+    }
+}
+
+void ReadDeclaredPorts(const PortQuery &query, int flags, Report &report, PortClaims &all) {
+    PortSources sources(flags, report);
+    all.declared = std::make_unique<PortConflicts>();
+    all.failed = sources.Find({{query, {}}}, *all.declared).front();
+    for (const TakenPorts &taken : all.declared->Taken()) {
+        if (taken.source != TAVO_PORT_CHECK_DEFAULT) {
+            AddDeclared(RangeOf(taken), taken.protocols & query.protocols, taken.source,
+                        taken.declarer, all.claims);
+        }
+    }
+    for (std::size_t i = 0; i < std::size(kSystemPorts); ++i) {
+        AddSystemPort(i, query, sources, all);
+    }
+}
+
+// ---- Conflicts ----
+
 bool Declares(const PortClaim &claim) {
-    return claim.socket == nullptr && claim.source != kForwardSource &&
-           !claim.declarer->name.empty();
+    return (claim.source & (TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY)) != 0;
 }
 
 // The declarations for a protocol, sorted by first port.
@@ -36,31 +142,26 @@ ClaimList DeclaredFor(std::uint32_t protocol, const std::vector<PortClaim> &clai
     return list;
 }
 
-// A port from which on a service has one declaration more or less.
-struct Edge {
-    std::uint32_t port;
-    int step;
-    std::string_view service;
-};
-
-std::vector<Edge> EdgesOf(const ClaimList &declared) {
+// The ports that more than one service declares.
+PortRanges DeclaredTwice(const ClaimList &declared) {
+    // A port from which on a service has one declaration more or less.
+    struct Edge {
+        std::uint32_t port;
+        int step;
+        std::string_view service;
+    };
     std::vector<Edge> edges;
     for (const PortClaim *claim : declared) {
-        const std::string_view service = claim->declarer->service;
+        const std::string_view service = ServiceName(*claim->declarer);
         edges.push_back({claim->range.first, 1, service});
         edges.push_back({claim->range.last + 1, -1, service});
     }
     std::sort(edges.begin(), edges.end(),
               [](const Edge &a, const Edge &b) { return a.port < b.port; });
-    return edges;
-}
-
-// The ports that more than one service declares.
-PortRanges DeclaredTwice(const ClaimList &declared) {
     PortRanges twice;
     std::map<std::string_view, int> services;  // number of claims of each to the current port
     std::uint32_t port = 0;
-    for (const Edge &edge : EdgesOf(declared)) {
+    for (const Edge &edge : edges) {
         if (services.size() > 1 && port < edge.port) {
             twice.push_back({port, edge.port - 1});
         }
@@ -78,233 +179,99 @@ struct Listeners {
     bool unknown = false;  // there may be one: a listener cannot be identified
 };
 
-using SocketClaims = std::vector<PortClaim *>;
-
 // Also enters the service that each socket belongs to as the declarer of its claim.
-Listeners LookAtListeners(const SocketClaims &sockets, const ClaimList &declared,
+Listeners LookAtListeners(std::span<PortClaim> sockets, const ClaimList &declared,
                           ProgramsOfServices &programs) {
-    ProgramsOfServices::Services services;
-    for (const PortClaim *claim : declared) {
-        services.push_back(claim->declarer);
-    }
     Listeners listeners;
-    for (PortClaim *claim : sockets) {
-        const HoldingProcess *process = claim->socket->process;
-        const ProgramsOfServices::Owner owner = process != nullptr
-                                                    ? programs.OwnerAmong(services, *process)
-                                                    : ProgramsOfServices::Owner{.known = false};
-        if (owner.service != nullptr) {
-            claim->declarer = owner.service;
-        } else if (Listens(*claim->socket)) {
+    for (PortClaim &socket : sockets) {
+        const auto owner = programs.OwnerAmong(declared, socket.process);
+        socket.declarer = owner.service;
+        if (owner.service == nullptr && socket.Listens()) {
             (owner.known ? listeners.strange : listeners.unknown) = true;
         }
     }
     return listeners;
 }
 
-std::map<std::uint32_t, SocketClaims> HeldFor(std::uint32_t protocol,
-                                              std::vector<PortClaim> &claims) {
-    std::map<std::uint32_t, SocketClaims> by_port;
-    for (PortClaim &claim : claims) {
-        if (claim.protocol == protocol && claim.socket != nullptr) {
-            by_port[claim.range.first].push_back(&claim);
-        }
-    }
-    return by_port;
-}
-
-void Compare(std::uint32_t protocol, PortClaims &all) {
+void CompareFor(std::uint32_t protocol, ProgramsOfServices &programs, PortClaims &all) {
     const ClaimList declared = DeclaredFor(protocol, all.claims);
     PortRanges collide = DeclaredTwice(declared);
     PortRanges unclear;
     ClaimsInReach in_reach(declared);
-    ProgramsOfServices programs;
-    for (const auto &[port, sockets] : HeldFor(protocol, all.claims)) {
-        const PortRange here = {port, port};
-        const ClaimList &declared_here = in_reach.At(here);
-        if (declared_here.empty()) {
+    for (auto socket = all.claims.begin(); socket != all.claims.end();) {
+        const PortRange here = socket->range;
+        const auto is_here = [&](const PortClaim &claim) {
+            return claim.IsHeld() && claim.protocol == protocol && claim.range == here;
+        };
+        const auto end = std::find_if_not(socket, all.claims.end(), is_here);
+        if (end == socket) {
+            ++socket;
             continue;
         }
-        const Listeners listeners = LookAtListeners(sockets, declared_here, programs);
-        if (listeners.strange) {
-            collide.push_back(here);
-        } else if (listeners.unknown) {
-            unclear.push_back(here);
+        const ClaimList &declared_here = in_reach.At(here);
+        if (!declared_here.empty()) {
+            const Listeners listeners = LookAtListeners({socket, end}, declared_here, programs);
+            if (listeners.strange) {
+                collide.push_back(here);
+            } else if (listeners.unknown) {
+                unclear.push_back(here);
+            }
         }
+        socket = end;
     }
     all.collide[protocol] = Merged(std::move(collide));
     all.unclear[protocol] = Merged(std::move(unclear));
 }
 
-void TellUnreadSockets(const HeldPorts &held, Report &report) {
-    if (!held.problem.empty()) {
-        report.TellError("", "unreadable", "the holders of ports are unknown: " + held.problem);
-    }
-}
-
-void AddDeclared(PortClaims &all, Report &report) {
-    all.declared = ReadDeclaredPorts({{{0, kHighestPort}}, TAVO_PROTO_BOTH}, report);
-    all.known = all.known && all.declared.failed.empty();
-    for (const Declaration &declared : all.declared.declarations) {
-        all.claims.push_back(
-            {declared.range, declared.protocol, declared.source, declared.declarer, nullptr});
-    }
-}
-
-void AddHeld(PortClaims &all, Report &report) {
-    all.held = ReadHeldPorts();
-    TellUnreadSockets(all.held, report);
-    all.known = all.known && all.held.problem.empty();
-    for (const HeldSocket &socket : all.held.sockets) {
-        all.claims.push_back(
-            {{socket.port, socket.port}, socket.protocol, kSocketSource, nullptr, &socket});
-    }
-}
-
 // ---- Accounts ----
 
-class Accounts {
-  public:
-    explicit Accounts(const std::vector<PortTarget> &targets);
-
-    void AddDeclared(const Declarations &declared);
-    void AddHeld(const HeldPorts &sockets);
-    void AddBound(Report &report);
-    void Conclude();
-
-    std::vector<PortAccount> &&Take() && { return std::move(accounts_); }
-
-  private:
-    std::vector<PortAccount *> AccountsIn(const PortRange &range, std::uint32_t protocol) const;
-    PortQuery SocketlessPorts(std::uint32_t protocol) const;
-    void AddBound(const PortAnswer &answer, std::uint32_t protocol);
-
-    std::vector<PortAccount> accounts_;
-    std::map<std::uint32_t, std::map<std::uint32_t, PortAccount *>> by_port_;  // of each protocol
-};
-
-Accounts::Accounts(const std::vector<PortTarget> &targets) : accounts_(targets.size()) {
-    for (std::size_t i = 0; i < targets.size(); ++i) {
-        const PortTarget &target = targets[i];
-        accounts_[i].port = target.port;
-        accounts_[i].protocol = target.protocol;
-        accounts_[i].reserved = target.port == kReservedPort;
-        by_port_[target.protocol][target.port] = &accounts_[i];
-    }
-}
-
-std::vector<PortAccount *> Accounts::AccountsIn(const PortRange &range,
-                                                std::uint32_t protocol) const {
-    std::vector<PortAccount *> found;
-    const auto accounts = by_port_.find(protocol);
-    if (accounts != by_port_.end()) {
-        const auto end = accounts->second.upper_bound(range.last);
-        for (auto account = accounts->second.lower_bound(range.first); account != end; ++account) {
-            found.push_back(account->second);
-        }
-    }
-    return found;
-}
-
-// A port may have duplicate declarations once their ranges are cut to it; sorting removes these.
-void Accounts::AddDeclared(const Declarations &declared) {
-    for (const Declaration &declaration : declared.declarations) {
-        for (PortAccount *account : AccountsIn(declaration.range, declaration.protocol)) {
-            auto &list =
-                declaration.source == kForwardSource ? account->forwarded : account->declared;
-            list.push_back(declaration);
-            list.back().range = {account->port, account->port};
-        }
-    }
-    for (PortAccount &account : accounts_) {
-        SortDeclarations(account.declared);
-        SortDeclarations(account.forwarded);
-        account.failed = declared.failed;
-    }
-}
-
-void Accounts::AddHeld(const HeldPorts &sockets) {
-    for (const HeldSocket &socket : sockets.sockets) {
-        for (PortAccount *account : AccountsIn({socket.port, socket.port}, socket.protocol)) {
-            account->held.push_back(socket);
-        }
-    }
-    for (PortAccount &account : accounts_) {
-        std::stable_partition(account.held.begin(), account.held.end(), Listens);
-        if (!sockets.problem.empty()) {
-            account.failed.push_back(kSocketSource);
-        }
-    }
-}
-
-PortQuery Accounts::SocketlessPorts(std::uint32_t protocol) const {
-    PortQuery query;
-    query.protocols = protocol;
-    for (const PortAccount &account : accounts_) {
-        if (account.protocol == protocol && account.held.empty()) {
-            query.items.push_back({account.port, account.port});
-        }
-    }
-    return query;
-}
-
-void Accounts::AddBound(const PortAnswer &answer, std::uint32_t protocol) {
-    PortRanges bound;
-    const bool unknown = !answer.failed.empty();
-    for (const PortConflict &conflict : answer.conflicts) {
-        if (conflict.source == kSocketSource) {
-            bound.push_back(conflict.range);
-        }
-    }
-    bound = Merged(std::move(bound));
-    for (PortAccount *account : AccountsIn({0, kHighestPort}, protocol)) {
-        const PortRange port = {account->port, account->port};
-        if (!account->held.empty()) {
-            continue;
-        }
-        if (!Overlap(bound, port).empty()) {
-            account->held.push_back({account->port, protocol, kNoState, {}});
-        } else if (unknown) {
-            account->failed.push_back(kSocketSource);
-        }
-    }
-}
+// A socket that the kernel's tables do not list.
+constexpr PortClaim kBoundSocket = {.range = {}, .protocol = 0, .source = TAVO_PORT_CHECK_RUNTIME};
 
 // The kernel's tables do not list a TCP socket that is bound but not yet listening. The library's
 // check for ports in use detects it, but not its holder.
-void Accounts::AddBound(Report &report) {
-    PortSources sources(TAVO_PORT_CHECK_RUNTIME, report);
-    for (const std::uint32_t protocol : kProtocols) {
-        const PortQuery query = SocketlessPorts(protocol);
-        if (!query.items.empty()) {
-            AddBound(sources.Ask(query), protocol);
+void AddBound(std::vector<PortAccount> &accounts, Report &report) {
+    std::vector<PortAccount *> asked;
+    std::vector<PortRequest> requests;
+    for (PortAccount &account : accounts) {
+        if (account.held.empty()) {
+            const auto &[port, protocol] = account.target;
+            asked.push_back(&account);
+            requests.push_back({{{{port, port}}, protocol}, {}});
+        }
+    }
+    const auto answers = PortSources(TAVO_PORT_CHECK_RUNTIME, report).Ask(requests);
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        const auto &conflicts = answers[i].conflicts;
+        if (std::any_of(conflicts.begin(), conflicts.end(), [](const PortConflict &conflict) {
+                return conflict.source == TAVO_PORT_CHECK_RUNTIME;
+            })) {
+            asked[i]->held.push_back(&kBoundSocket);
+        } else {
+            asked[i]->failed |= answers[i].failed;
         }
     }
 }
 
-std::vector<const HoldingProcess *> HoldersOf(const std::vector<HeldSocket> &sockets) {
+std::vector<const HoldingProcess *> HoldersOf(const ClaimList &sockets) {
     const bool listened_to = std::any_of(
         sockets.begin(), sockets.end(),
-        [](const HeldSocket &socket) { return socket.process != nullptr && Listens(socket); });
+        [](const PortClaim *socket) { return socket->process != nullptr && socket->Listens(); });
     std::set<const HoldingProcess *> known;
     std::vector<const HoldingProcess *> holders;
-    for (const HeldSocket &socket : sockets) {
-        if (socket.process != nullptr && (Listens(socket) || !listened_to) &&
-            known.insert(socket.process).second) {
-            holders.push_back(socket.process);
+    for (const PortClaim *socket : sockets) {
+        if (socket->process != nullptr && (socket->Listens() || !listened_to) &&
+            known.insert(socket->process).second) {
+            holders.push_back(socket->process);
         }
     }
     return holders;
 }
 
 void FindStrangers(PortAccount &account, ProgramsOfServices &programs) {
-    ProgramsOfServices::Services services;
-    for (const Declaration &claim : account.declared) {
-        services.push_back(claim.declarer);
-    }
     bool all_known = !account.HasUnknownHolder();
     for (const HoldingProcess *process : account.holders) {
-        const ProgramsOfServices::Owner owner = programs.OwnerAmong(services, *process);
+        const auto owner = programs.OwnerAmong(account.declared, process);
         all_known = all_known && owner.known;
         if (owner.service == nullptr && owner.known) {
             account.strangers.push_back(process);
@@ -317,41 +284,32 @@ void FindStrangers(PortAccount &account, ProgramsOfServices &programs) {
     }
 }
 
-void Accounts::Conclude() {
-    ProgramsOfServices programs;
-    for (PortAccount &account : accounts_) {
-        account.holders = HoldersOf(account.held);
-        if (!account.declared.empty() && !account.holders.empty()) {
-            FindStrangers(account, programs);
-        }
-    }
-}
-
-PortQuery QueryFor(const std::vector<PortTarget> &targets) {
-    PortQuery query;
-    for (const PortTarget &target : targets) {
-        query.items.push_back({target.port, target.port});
-        query.protocols |= target.protocol;
-    }
-    return query;
-}
-
 }  // namespace
 
-PortClaims ReadPortClaims(KindsOfClaim kinds, Report &report) {
+std::string_view ServiceName(const PortDeclarer &declarer) {
+    const std::string_view name = OrEmpty(declarer.name);
+    for (const SystemPort &row : kSystemPorts) {
+        if (name == row.service && row.setting_service != nullptr) {
+            return row.setting_service;
+        }
+    }
+    return name;
+}
+
+PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report) {
     PortClaims all;
-    if (kinds.declared) {
-        AddDeclared(all, report);
+    const int declaring = sources & kDeclaringSources;
+    if (declaring != 0) {
+        ReadDeclaredPorts(query, declaring, report, all);
     }
-    const auto declared = static_cast<std::ptrdiff_t>(all.claims.size());
-    if (kinds.held) {
-        AddHeld(all, report);
+    if ((sources & TAVO_PORT_CHECK_RUNTIME) != 0) {
+        const std::string problem = ReadHeldPorts(all);
+        if (!problem.empty()) {
+            all.failed |= TAVO_PORT_CHECK_RUNTIME;
+            report.TellError("", "unreadable", "the holders of ports are unknown: " + problem);
+        }
     }
-    std::inplace_merge(all.claims.begin(), all.claims.begin() + declared, all.claims.end(),
-                       ComesBefore);
-    for (const std::uint32_t protocol : kProtocols) {
-        Compare(protocol, all);
-    }
+    SortWithoutDuplicates(all.claims, Compare);
     return all;
 }
 
@@ -362,6 +320,15 @@ const ClaimList &ClaimsInReach::At(const PortRange &ports) {
     std::erase_if(reach_,
                   [&ports](const PortClaim *claim) { return claim->range.last < ports.first; });
     return reach_;
+}
+
+// ---- Conflicts ----
+
+void CompareClaims(PortClaims &all) {
+    ProgramsOfServices programs;
+    for (const std::uint32_t protocol : kProtocols) {
+        CompareFor(protocol, programs, all);
+    }
 }
 
 bool Collides(const PortClaim &claim, const PortClaims &all) {
@@ -383,32 +350,59 @@ std::vector<PortClaim> CollidingClaims(const PortClaims &all) {
 // ---- Accounts ----
 
 PortVerdict PortAccount::Verdict() const {
-    if (reserved || !declared.empty() || !forwarded.empty() || !holders.empty()) {
+    if (IsReserved() || !declared.empty() || !forwarded.empty() || !holders.empty()) {
         return PortVerdict::kTaken;
     }
-    return failed.empty() && held.empty() ? PortVerdict::kFree : PortVerdict::kUnknown;
+    return failed == 0 && held.empty() ? PortVerdict::kFree : PortVerdict::kUnknown;
 }
 
 bool PortAccount::HasUnknownHolder() const {
     return std::any_of(held.begin(), held.end(),
-                       [](const HeldSocket &socket) { return socket.process == nullptr; });
+                       [](const PortClaim *socket) { return socket->process == nullptr; });
 }
 
-PortAccounts ReadPortAccounts(const std::vector<PortTarget> &targets, Report &report) {
-    PortAccounts read;
-    Accounts accounts(targets);
-    read.declared = ReadDeclaredPorts(QueryFor(targets), report);
-    accounts.AddDeclared(read.declared);
-    read.held = ReadHeldPorts();
-    accounts.AddHeld(read.held);
-    if (read.held.problem.empty()) {
-        accounts.AddBound(report);
-    } else {
-        TellUnreadSockets(read.held, report);
+std::vector<PortAccount> AccountsOf(const std::vector<PortTarget> &targets, const PortClaims &all,
+                                    Report &report) {
+    std::vector<PortAccount> accounts;
+    std::map<PortTarget, std::size_t> numbers;
+    for (const PortTarget &target : targets) {
+        numbers[target] = accounts.size();
+        accounts.emplace_back().target = target;
+        accounts.back().failed = all.failed;
     }
-    accounts.Conclude();
-    read.accounts = std::move(accounts).Take();
-    return read;
+    for (const PortClaim &claim : all.claims) {
+        const auto end = numbers.upper_bound({claim.range.last, TAVO_PROTO_BOTH});
+        for (auto one = numbers.lower_bound({claim.range.first, 0}); one != end; ++one) {
+            PortAccount &account = accounts[one->second];
+            if (claim.protocol == account.target.protocol) {
+                ClaimList &list = claim.IsHeld()    ? account.held
+                                  : Declares(claim) ? account.declared
+                                                    : account.forwarded;
+                list.push_back(&claim);
+            }
+        }
+    }
+    for (PortAccount &account : accounts) {
+        // A declarer may name the port in several ranges.
+        for (ClaimList *list : {&account.declared, &account.forwarded}) {
+            SortWithoutDuplicates(*list, [](const PortClaim *a, const PortClaim *b) {
+                return CompareOrigins(*a, *b);
+            });
+        }
+        std::stable_partition(account.held.begin(), account.held.end(),
+                              [](const PortClaim *socket) { return socket->Listens(); });
+    }
+    if ((all.failed & TAVO_PORT_CHECK_RUNTIME) == 0) {
+        AddBound(accounts, report);
+    }
+    ProgramsOfServices programs;
+    for (PortAccount &account : accounts) {
+        account.holders = HoldersOf(account.held);
+        if (!account.declared.empty() && !account.holders.empty()) {
+            FindStrangers(account, programs);
+        }
+    }
+    return accounts;
 }
 
 }  // namespace tavo::tool

@@ -1,57 +1,79 @@
-// Ports with their declarers, the forwarding rules that name them, and their holders: as a list of
-// claims with the conflicts between them, or as one account per port.
+// Claims to ports: the declarations of services, settings and rules of the router, and the sockets
+// that processes hold; as a list with the conflicts between them, or as one account per port.
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_CLAIMS_H
 #define TAVO_SERVICETOOL_PORTS_PORT_CLAIMS_H
 
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
+#include <memory>
 #include <optional>
-#include <string_view>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "output/report.h"
-#include "ports/declared_ports.h"
-#include "ports/held_ports.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
 
 namespace tavo::tool {
 
+struct HoldingProcess {
+    std::uint32_t pid = 0;
+    std::string program;  // path of the executable; empty if it cannot be read
+    std::string name;     // last part of that path, else the name that the process sets itself
+    std::string user;     // name, or number if it has no name; empty if unknown
+    std::string unit;     // unit of the service manager, without its suffix; empty if none
+};
+
+// The state of a socket that exists but is in no table of the kernel.
+inline constexpr std::uint32_t kNoState = 0;
+
 struct PortClaim {
     PortRange range;
-    std::uint32_t protocol;    // TAVO_PROTO_TCP or TAVO_PROTO_UDP
-    std::string_view source;   // a name of kPortSources
-    const Declarer *declarer;  // for a socket, the service of its program; null if none
-    const HeldSocket *socket;  // null for a declaration
+    std::uint32_t protocol;  // TAVO_PROTO_TCP or TAVO_PROTO_UDP
+    int source;              // one of TAVO_PORT_CHECK_*
+
+    // For a socket, the service that its program belongs to, if CompareClaims found one.
+    const PortDeclarer *declarer = nullptr;
+
+    // For a socket.
+    std::uint32_t state = kNoState;           // the kernel's number
+    const HoldingProcess *process = nullptr;  // null if the holder is unknown
+
+    bool IsHeld() const { return source == TAVO_PORT_CHECK_RUNTIME; }
+
+    // Whether it is a socket that waits for clients.
+    bool Listens() const;
 };
-
-struct PortClaims {
-    PortClaims() = default;
-    PortClaims(PortClaims &&) = default;
-    PortClaims &operator=(PortClaims &&) = default;
-
-    std::vector<PortClaim> claims;                // by port, protocol and source
-    std::map<std::uint32_t, PortRanges> collide;  // ports in conflict, by protocol
-    std::map<std::uint32_t, PortRanges> unclear;  // ports with unknown listeners, by protocol
-    bool known = true;                            // false: incomplete; the reason was reported
-
-    // Owners of what the claims point to.
-    Declarations declared;
-    HeldPorts held;
-};
-
-struct KindsOfClaim {
-    bool declared;
-    bool held;
-};
-
-// Reads the claims of these kinds. Reports failures but does not raise the status.
-PortClaims ReadPortClaims(KindsOfClaim kinds, Report &report);
 
 using ClaimList = std::vector<const PortClaim *>;
+
+// The state of a socket: "LISTEN", "ESTABLISHED"; for UDP "UNCONNECTED" or "CONNECTED". Empty for
+// kNoState.
+std::string StateName(const PortClaim &claim);
+
+// The name of a declarer for comparisons: some services have two names.
+std::string_view ServiceName(const PortDeclarer &declarer);
+
+struct PortClaims {
+    std::vector<PortClaim> claims;  // by port, protocol and source, no duplicates
+    int failed = 0;                 // sources that may have more claims
+
+    // By protocol; set by CompareClaims.
+    std::map<std::uint32_t, PortRanges> collide;  // ports in conflict
+    std::map<std::uint32_t, PortRanges> unclear;  // ports with unknown listeners
+
+    // Owners of what the claims point to.
+    std::unique_ptr<PortConflicts> declared;
+    std::deque<HoldingProcess> processes;
+};
+
+// Reads the claims of the sources: what is declared of the ports of `query`, and all sockets.
+// Reports failures but does not raise the status.
+PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report);
 
 // Finds the claims to given ports in a list sorted by first port.
 class ClaimsInReach {
@@ -67,6 +89,12 @@ class ClaimsInReach {
     ClaimList reach_;
 };
 
+// ---- Conflicts ----
+
+// Finds the ports in conflict among the claims to all ports, and the services that the sockets on
+// declared ports belong to.
+void CompareClaims(PortClaims &all);
+
 // Whether any of the claim's ports is in conflict.
 bool Collides(const PortClaim &claim, const PortClaims &all);
 
@@ -75,15 +103,20 @@ std::vector<PortClaim> CollidingClaims(const PortClaims &all);
 
 // ---- Accounts ----
 
+// A port and a protocol to report on.
+struct PortTarget {
+    std::uint32_t port;
+    std::uint32_t protocol;  // TAVO_PROTO_TCP or TAVO_PROTO_UDP
+    auto operator<=>(const PortTarget &) const = default;
+};
+
 // The declarers and holders of one port for one protocol.
 struct PortAccount {
-    std::uint32_t port = 0;
-    std::uint32_t protocol = 0;          // TAVO_PROTO_TCP or TAVO_PROTO_UDP
-    bool reserved = false;               // always taken
-    std::vector<Declaration> declared;   // by services and settings
-    std::vector<Declaration> forwarded;  // by rules of the router
-    std::vector<HeldSocket> held;        // listening sockets first
-    FailedSources failed;                // sources that could not be read
+    PortTarget target;
+    ClaimList declared;   // by services and settings
+    ClaimList forwarded;  // by rules of the router
+    ClaimList held;       // listening sockets first
+    int failed = 0;       // sources that could not be read
 
     // Derived: the processes that hold the port, without duplicates; if any of them listen, only
     // these. Strangers are holders that belong to no service that declares the port.
@@ -94,6 +127,9 @@ struct PortAccount {
     // declarer or no holder, or if it is unknown for some holders.
     std::optional<bool> same_service;
 
+    // Whether the port is always taken.
+    bool IsReserved() const { return target.port == kReservedPort; }
+
     // kUnknown if no declarer or holder is known, but there may be one.
     PortVerdict Verdict() const;
 
@@ -101,28 +137,15 @@ struct PortAccount {
     bool HasUnknownHolder() const;
 };
 
-// A port and a protocol to report on.
-struct PortTarget {
-    std::uint32_t port;
-    std::uint32_t protocol;
-    auto operator<=>(const PortTarget &) const = default;
-};
+// One account for each target. The targets must be distinct, and the claims those of all sources to
+// their ports. The accounts point to the claims.
+std::vector<PortAccount> AccountsOf(const std::vector<PortTarget> &targets, const PortClaims &all,
+                                    Report &report);
 
-struct PortAccounts {
-    PortAccounts() = default;
-    PortAccounts(PortAccounts &&) = default;
-    PortAccounts &operator=(PortAccounts &&) = default;
-
-    std::vector<PortAccount> accounts;  // one for each target
-
-    // Owners of what the accounts point to.
-    Declarations declared;
-    HeldPorts held;
-};
-
-// Reads each source once for all targets, which must be distinct. Reports failures but does not
-// raise the status.
-PortAccounts ReadPortAccounts(const std::vector<PortTarget> &targets, Report &report);
+// "8080/tcp is declared by 'web' in package/web.sc, but nobody listens". Names are not escaped; the
+// caller must escape the sentence when printing it. `as_root`: the caller is root, who can inspect
+// every process. Defined in port_sentence.cpp.
+std::string PortSentence(const PortAccount &account, bool as_root);
 
 }  // namespace tavo::tool
 

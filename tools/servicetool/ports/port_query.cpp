@@ -2,14 +2,65 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
 #include <utility>
 
+#include "input/input_file.h"
 #include "output/text.h"
 
 namespace tavo::tool {
 namespace {
 
 constexpr char kNameProtocols[] = "write tcp, udp or tcp,udp";
+
+// For each port, the number of consecutive ports of the set that start with it.
+std::vector<std::size_t> RowsFrom(const PortRanges &set) {
+    std::vector<std::size_t> rows(kHighestPort + 1, 0);
+    for (const PortRange &range : set) {
+        for (std::uint32_t port = range.first; port <= range.last; ++port) {
+            rows[port] = range.last - port + 1;
+        }
+    }
+    return rows;
+}
+
+// The nearest ports that start at least `row` consecutive ports of the set.
+std::vector<std::uint32_t> Nearest(const PortRanges &set, std::size_t count, std::size_t row,
+                                   std::uint32_t near) {
+    const std::vector<std::size_t> rows = RowsFrom(set);
+    std::vector<std::uint32_t> ports;
+    const auto look_at = [&](std::uint32_t port) {
+        if (ports.size() < count && rows[port] >= row) {
+            ports.push_back(port);
+        }
+    };
+    for (std::uint32_t distance = 0; distance <= kHighestPort && ports.size() < count; ++distance) {
+        if (distance <= near) {
+            look_at(near - distance);
+        }
+        if (distance != 0 && near + distance <= kHighestPort) {
+            look_at(near + distance);
+        }
+    }
+    return ports;
+}
+
+// A suggested correction for an invalid item of a port list; empty if there is none.
+std::string PortFix(std::string_view item) {
+    const std::size_t dash = item.find_first_of("-.");
+    const std::size_t behind = item.find_last_of("-.");
+    if (dash != std::string_view::npos) {
+        const std::string_view start = TrimBlanks(item.substr(0, dash));
+        const std::string_view end = TrimBlanks(item.substr(behind + 1));
+        if (IsNumber(start) && IsNumber(end) && item.size() < 20) {
+            return "write " + std::string(start) + ':' + std::string(end);
+        }
+    }
+    if (item.find_first_not_of("0123456789:; \t") == std::string_view::npos) {
+        return "put commas between ports, and no blanks into a range";
+    }
+    return {};
+}
 
 // Parses one text and stops at the first error.
 class QueryReader {
@@ -22,7 +73,7 @@ class QueryReader {
     const QueryProblem &Problem() const { return problem_; }
 
   private:
-    bool Fail(std::string_view spot, std::string message, std::string fix = {});
+    bool Fail(PieceProblem problem);
     bool ReadItem(std::string_view item, PortRange &range);
     bool ReadPort(std::string_view number, std::string_view item, std::uint32_t &port);
     bool ReadProtocolWord(std::string_view word, std::uint32_t &protocols);
@@ -31,10 +82,9 @@ class QueryReader {
     QueryProblem problem_;
 };
 
-// `spot` is the invalid part of the text; it may be empty.
-bool QueryReader::Fail(std::string_view spot, std::string message, std::string fix) {
-    problem_ = {static_cast<std::size_t>(spot.data() - text_.data()) + 1, std::move(message),
-                std::move(fix)};
+bool QueryReader::Fail(PieceProblem problem) {
+    problem_ = {static_cast<std::size_t>(problem.spot.data() - text_.data()) + 1,
+                std::move(problem.message), std::move(problem.fix)};
     return false;
 }
 
@@ -42,7 +92,7 @@ bool QueryReader::ReadQuery(PortQuery &query) {
     const std::size_t slash = text_.find('/');
     const std::string_view ports = TrimBlanks(text_.substr(0, slash));
     if (ports.empty()) {
-        return Fail(ports, "no port is named", "name a port, as in 80/tcp");
+        return Fail({ports, "no port is named", "name a port, as in 80/tcp"});
     }
     bool good = true;
     ForEachPiece(ports, [&](std::string_view item) {
@@ -59,7 +109,7 @@ bool QueryReader::ReadQuery(PortQuery &query) {
 
 bool QueryReader::ReadItem(std::string_view item, PortRange &range) {
     if (item.empty()) {
-        return Fail(item, "a port is missing beside a comma", "take the comma away");
+        return Fail({item, "a port is missing beside a comma", "take the comma away"});
     }
     const std::size_t colon = item.find(':');
     if (colon == std::string_view::npos) {
@@ -78,23 +128,16 @@ bool QueryReader::ReadItem(std::string_view item, PortRange &range) {
 // One port number, alone or on one side of the range `item`.
 bool QueryReader::ReadPort(std::string_view number, std::string_view item, std::uint32_t &port) {
     constexpr std::size_t kMostDigits = 5;
-    if (number.empty()) {
-        return Fail(number, "a range is written START:END, and one of them is missing");
-    }
-    if (number.find(':') != std::string_view::npos) {
-        return Fail(number.substr(number.find(':')), "a range has one colon only: START:END");
-    }
+    constexpr char kNamePorts[] = "name ports from 1 to 65535";
     if (!IsNumber(number)) {
-        return Fail(number, Quoted(number) + " is no port number", PortFix(item));
+        return Fail(WhyNoNumber(number, item));
     }
     const std::string_view digits = Significant(number);
     port = digits.size() > kMostDigits ? kHighestPort + 1 : PortOf(digits);
     if (port > kHighestPort) {
-        return Fail(number, "port " + Shortened(number) + " is above 65535",
-                    "name ports from 1 to 65535");
+        return Fail({number, "port " + Shortened(number) + " is above 65535", kNamePorts});
     }
-    return port != 0 ||
-           Fail(number, "no service can be reached at port 0", "name ports from 1 to 65535");
+    return port != 0 || Fail({number, "no service can be reached at port 0", kNamePorts});
 }
 
 bool QueryReader::ReadProtocolWords(std::string_view words, std::uint32_t &protocols) {
@@ -106,13 +149,13 @@ bool QueryReader::ReadProtocolWords(std::string_view words, std::uint32_t &proto
 
 bool QueryReader::ReadProtocolWord(std::string_view word, std::uint32_t &protocols) {
     if (word.empty()) {
-        return Fail(word, "a protocol is missing", kNameProtocols);
+        return Fail({word, "a protocol is missing", kNameProtocols});
     }
     std::string copy(word);
     const bool whole = copy.find('\0') == std::string::npos;
     const int flags = TLIBServiceConfProtocolParse(copy.data());
     if (flags < 0 || !whole) {
-        return Fail(word, Quoted(word) + " is no protocol", kNameProtocols);
+        return Fail({word, Quoted(word) + " is no protocol", kNameProtocols});
     }
     protocols |= static_cast<std::uint32_t>(flags);
     return true;
@@ -184,10 +227,42 @@ std::string PortsText(const PortRanges &ranges) {
     return text;
 }
 
+// ---- Free ports to suggest ----
+
+PortRanges NearestPorts(const PortRanges &set, std::size_t count, std::uint32_t near) {
+    PortRanges ports;
+    for (const std::uint32_t port : Nearest(set, count, 1, near)) {
+        ports.push_back({port, port});
+    }
+    return ports;
+}
+
+PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t near) {
+    PortRanges block;
+    for (const std::uint32_t first : Nearest(set, 1, size, near)) {
+        block.push_back({first, first + static_cast<std::uint32_t>(size) - 1});
+    }
+    return block;
+}
+
+std::string ReadEphemeralPorts(const std::string &path, PortRange &range) {
+    const FileContents contents = ReadRegularFile(path);
+    if (!contents.problem.empty()) {
+        return contents.problem;
+    }
+    std::istringstream text(contents.text);
+    PortRange read{};
+    if (!(text >> read.first >> read.last) || read.first > read.last || read.last > kHighestPort) {
+        return "holds no range of ports";
+    }
+    range = read;
+    return {};
+}
+
 // ---- Protocols ----
 
-std::vector<std::string> ProtocolNames(std::uint32_t flags) {
-    std::vector<std::string> names;
+std::vector<std::string_view> ProtocolNames(std::uint32_t flags) {
+    std::vector<std::string_view> names;
     for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
         if ((flags & static_cast<std::uint32_t>(row.nProto)) != 0) {
             names.emplace_back(row.szName);
@@ -198,8 +273,8 @@ std::vector<std::string> ProtocolNames(std::uint32_t flags) {
 
 std::string ProtocolsText(std::uint32_t flags) {
     std::string text;
-    for (const std::string &name : ProtocolNames(flags)) {
-        text += (text.empty() ? "" : ",") + name;
+    for (const std::string_view name : ProtocolNames(flags)) {
+        text.append(text.empty() ? "" : ",").append(name);
     }
     return text;
 }
@@ -218,20 +293,15 @@ std::string_view Significant(std::string_view digits) {
     return digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
 }
 
-std::string PortFix(std::string_view item) {
-    const std::size_t dash = item.find_first_of("-.");
-    const std::size_t behind = item.find_last_of("-.");
-    if (dash != std::string_view::npos) {
-        const std::string_view start = TrimBlanks(item.substr(0, dash));
-        const std::string_view end = TrimBlanks(item.substr(behind + 1));
-        if (IsNumber(start) && IsNumber(end) && item.size() < 20) {
-            return "write " + std::string(start) + ':' + std::string(end);
-        }
+PieceProblem WhyNoNumber(std::string_view number, std::string_view item) {
+    if (number.empty()) {
+        return {number, "a range is written START:END, and one of them is missing"};
     }
-    if (item.find_first_not_of("0123456789:; \t") == std::string_view::npos) {
-        return "put commas between ports, and no blanks into a range";
+    const std::size_t colon = number.find(':');
+    if (colon != std::string_view::npos) {
+        return {number.substr(colon), "a range has one colon only: START:END"};
     }
-    return {};
+    return {number, Quoted(number) + " is no port number", PortFix(item)};
 }
 
 // ---- Questions ----

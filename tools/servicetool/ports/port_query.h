@@ -1,5 +1,5 @@
 // Ports in the notation of users and service files: ranges, sets of ranges, protocols, and queries
-// of the form PORTS[/PROTOCOLS].
+// of the form PORTS[/PROTOCOLS]. Also the choice of free ports.
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_QUERY_H
 #define TAVO_SERVICETOOL_PORTS_PORT_QUERY_H
 
@@ -44,13 +44,30 @@ std::string PortsText(const PortRange &range);
 // The same for several ranges, separated by commas.
 std::string PortsText(const PortRanges &ranges);
 
+// ---- Free ports to suggest ----
+
+// Up to `count` ports of a set, those nearest to `near` first. Of two ports at the same distance,
+// the lower one comes first.
+PortRanges NearestPorts(const PortRanges &set, std::size_t count, std::uint32_t near);
+
+// The block of `size` consecutive ports of a set whose first port is nearest to `near`; empty if
+// there is none.
+PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t near);
+
+// The range of ports for outgoing connections, over IPv4 and IPv6.
+inline constexpr char kEphemeralPorts[] = "/proc/sys/net/ipv4/ip_local_port_range";
+
+// Reads the range from a file in the format of kEphemeralPorts. Returns "", or the reason for the
+// failure.
+std::string ReadEphemeralPorts(const std::string &path, PortRange &range);
+
 // ---- Protocols ----
 
 // The flag of each protocol.
 inline constexpr std::uint32_t kProtocols[] = {TAVO_PROTO_TCP, TAVO_PROTO_UDP};
 
 // "tcp", "udp" or both, in the order of the library's protocol map.
-std::vector<std::string> ProtocolNames(std::uint32_t flags);
+std::vector<std::string_view> ProtocolNames(std::uint32_t flags);
 
 // The same separated by commas: "tcp,udp".
 std::string ProtocolsText(std::uint32_t flags);
@@ -79,8 +96,15 @@ bool IsNumber(std::string_view text);
 // The digits of a number without its leading zeros.
 std::string_view Significant(std::string_view digits);
 
-// A suggested correction for an invalid item of a port list; empty if there is none.
-std::string PortFix(std::string_view item);
+// Why a piece of a port list is invalid.
+struct PieceProblem {
+    std::string_view spot;  // the invalid part; may be empty
+    std::string message;
+    std::string fix = {};
+};
+
+// Why `number`, alone or on one side of the range `item`, is no decimal number.
+PieceProblem WhyNoNumber(std::string_view number, std::string_view item);
 
 // ---- Questions ----
 

@@ -1,13 +1,13 @@
 // Sentences consist of clauses about the holders of the port, its declarers, and the rules that
 // name it. If there are none of a kind, the clause is omitted; if that is unknown, the sentence
 // says so.
-#include "ports/port_sentence.h"
-
 #include <algorithm>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "output/text.h"
+#include "ports/port_claims.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
 
@@ -19,15 +19,15 @@ using Texts = std::vector<std::string>;
 // The most names of a kind in a sentence; JSON contains all of them.
 constexpr std::size_t kMostNames = 3;
 
-std::string InQuotes(const std::string &name) {
+std::string InQuotes(std::string_view name) {
     return '\'' + Shortened(name) + '\'';
 }
 
 // "a", "a and b", "a, b and c".
-std::string Enumerated(const Texts &texts) {
+std::string Enumerated(const Texts &texts, std::string_view last = " and ") {
     std::string text;
     for (std::size_t i = 0; i < texts.size(); ++i) {
-        text += i == 0 ? "" : i + 1 < texts.size() ? ", " : " and ";
+        text += i == 0 ? "" : i + 1 < texts.size() ? ", " : last;
         text += texts[i];
     }
     return text;
@@ -53,43 +53,43 @@ Texts ProcessTexts(const std::vector<const HoldingProcess *> &processes) {
     return texts;
 }
 
-std::string PlaceText(const Declaration &claim) {
-    const Declarer &declarer = *claim.declarer;
-    return claim.source == kSettingSource ? declarer.entry + " in " + declarer.file
-                                          : Shortened(declarer.place);
+std::string ShortPlace(const PortClaim &claim) {
+    const PortDeclarer &declarer = *claim.declarer;
+    return claim.source == TAVO_PORT_CHECK_SYS_KEY
+               ? std::string(declarer.entry) + " in " + declarer.file
+               : Shortened(PlaceText(claim.source, declarer));
 }
 
-std::string DeclarerText(const Declaration &claim) {
+std::string DeclarerText(const PortClaim &claim) {
     const std::string name = InQuotes(claim.declarer->name);
-    if (claim.source == kSettingSource) {
-        return name + " (" + PlaceText(claim) + ')';
+    if (claim.source == TAVO_PORT_CHECK_SYS_KEY) {
+        return name + " (" + ShortPlace(claim) + ')';
     }
-    return claim.declarer->file.empty() ? "built-in " + name : name + " in " + PlaceText(claim);
+    return claim.declarer->file == nullptr ? "built-in " + name : name + " in " + ShortPlace(claim);
 }
 
 // Another place where a service declares the port, with its name there if it is different.
-std::string OtherPlaceText(const Declaration &claim, const Declaration &first) {
-    const std::string place = PlaceText(claim);
-    return claim.declarer->name == first.declarer->name
-               ? place
-               : InQuotes(claim.declarer->name) + ", " + place;
+std::string OtherPlaceText(const PortClaim &claim, const PortClaim &first) {
+    const std::string_view name = claim.declarer->name;
+    const std::string place = ShortPlace(claim);
+    return name == first.declarer->name ? place : InQuotes(name) + ", " + place;
 }
 
 // One text for each service: "built-in 'ftp' (also ftpport in /etc/tavoinfo.conf)".
-Texts DeclarerTexts(const std::vector<Declaration> &claims) {
-    std::vector<const Declaration *> firsts;
+Texts DeclarerTexts(const ClaimList &claims) {
+    ClaimList firsts;
     std::vector<Texts> places;
-    for (const Declaration &claim : claims) {
+    for (const PortClaim *claim : claims) {
         const auto first =
-            std::find_if(firsts.begin(), firsts.end(), [&claim](const Declaration *known) {
-                return known->declarer->service == claim.declarer->service;
+            std::find_if(firsts.begin(), firsts.end(), [claim](const PortClaim *known) {
+                return ServiceName(*known->declarer) == ServiceName(*claim->declarer);
             });
         if (first == firsts.end()) {
-            firsts.push_back(&claim);
+            firsts.push_back(claim);
             places.emplace_back();
         } else {
             places[static_cast<std::size_t>(first - firsts.begin())].push_back(
-                OtherPlaceText(claim, **first));
+                OtherPlaceText(*claim, **first));
         }
     }
     Texts texts;
@@ -100,19 +100,22 @@ Texts DeclarerTexts(const std::vector<Declaration> &claims) {
     return texts;
 }
 
-std::string RuleText(const Declarer &rule) {
+std::string RuleText(const PortDeclarer &rule) {
+    const std::string_view name = OrEmpty(rule.name);
     return "forwarding rule " + Shortened(rule.entry) +
-           (rule.name.empty() ? "" : " for " + InQuotes(rule.name));
+           (name.empty() ? "" : " for " + InQuotes(name));
 }
 
 // Includes the protocol and the ports: the port may be the router's, and the protocol may differ.
-std::string DetailedRuleText(const Declaration &claim) {
-    return RuleText(*claim.declarer) + " (" + Shortened(claim.declarer->detail) + ')';
+std::string DetailedRuleText(const PortDeclarer &rule) {
+    const std::string detail = std::string(rule.protocol) + ", " + rule.router_ports +
+                               " of the router to " + rule.appliance_ports;
+    return RuleText(rule) + " (" + Shortened(detail) + ')';
 }
 
 // The name of a source, and the question that is open if it cannot be read.
 struct SourceWords {
-    std::string_view source;
+    int source;
     std::string_view name;
     std::string_view question;
 };
@@ -120,10 +123,10 @@ struct SourceWords {
 constexpr std::string_view kDeclaredQuestion = "whether a service declares it";
 
 constexpr SourceWords kSourceWords[] = {
-    {kServiceSource, "the firewall services", kDeclaredQuestion},
-    {kSettingSource, "the settings", kDeclaredQuestion},
-    {kForwardSource, "the forwarding rules", "whether a rule names it"},
-    {kSocketSource, "the sockets", "whether somebody holds it"},
+    {TAVO_PORT_CHECK_FW_SERVICE, "the firewall services", kDeclaredQuestion},
+    {TAVO_PORT_CHECK_SYS_KEY, "the settings", kDeclaredQuestion},
+    {TAVO_PORT_CHECK_PORT_FORWARD, "the forwarding rules", "whether a rule names it"},
+    {TAVO_PORT_CHECK_RUNTIME, "the sockets", "whether somebody holds it"},
 };
 
 class Sentence {
@@ -133,12 +136,10 @@ class Sentence {
     std::string Text() const;
 
   private:
-    bool HasFailed(std::string_view source) const;
+    bool HasFailed(int sources) const { return (account_.failed & sources) != 0; }
     bool IsListenedTo() const;
 
     std::string HeldClause(std::string_view link) const;
-    std::string DeclaredClause() const;
-    std::string RuleClause() const;
     std::string Joined(const Texts &clauses) const;
     std::string StrangersClause() const;
     std::string Kinship() const;
@@ -166,20 +167,15 @@ Sentence::Sentence(const PortAccount &account, bool as_root)
       as_root_(as_root),
       holders_(ProcessTexts(account.holders)),
       declarers_(DeclarerTexts(account.declared)) {
-    for (const Declaration &claim : account.forwarded) {
-        rules_.push_back(RuleText(*claim.declarer));
+    for (const PortClaim *claim : account.forwarded) {
+        rules_.push_back(RuleText(*claim->declarer));
     }
     doubts_ = Doubts();
 }
 
-bool Sentence::HasFailed(std::string_view source) const {
-    return std::find(account_.failed.begin(), account_.failed.end(), source) !=
-           account_.failed.end();
-}
-
 bool Sentence::IsListenedTo() const {
-    return std::any_of(account_.held.begin(), account_.held.end(), [](const HeldSocket &socket) {
-        return socket.process != nullptr && Listens(socket);
+    return std::any_of(account_.held.begin(), account_.held.end(), [](const PortClaim *socket) {
+        return socket->process != nullptr && socket->Listens();
     });
 }
 
@@ -192,26 +188,10 @@ std::string Sentence::HeldClause(std::string_view link) const {
     return FirstOf(holders_) + std::string(link) + deed;
 }
 
-std::string Sentence::DeclaredClause() const {
-    return FirstOf(declarers_) + (declarers_.size() == 1 ? " declares it" : " declare it");
-}
-
-std::string Sentence::RuleClause() const {
-    return FirstOf(rules_) + (rules_.size() == 1 ? " names it" : " name it");
-}
-
 // The last "and" is distinct from those between names.
 std::string Sentence::Joined(const Texts &clauses) const {
     const bool has_lists = holders_.size() > 1 || declarers_.size() > 1 || rules_.size() > 1;
-    if (!has_lists || clauses.size() < 2) {
-        return Enumerated(clauses);
-    }
-    std::string text;
-    for (std::size_t i = 0; i < clauses.size(); ++i) {
-        text += i == 0 ? "" : i + 1 < clauses.size() ? ", " : ", and ";
-        text += clauses[i];
-    }
-    return text;
+    return Enumerated(clauses, has_lists ? ", and " : " and ");
 }
 
 // Subject and verb for the strangers; names them if only some of the holders are strangers.
@@ -272,7 +252,7 @@ std::string Sentence::Doubts() const {
 
 // Root can inspect every process, but not the holders of sockets of the kernel or of containers.
 std::string Sentence::Remedy() const {
-    if (account_.held.front().state == kNoState) {
+    if (account_.held.front()->state == kNoState) {
         return ": the kernel does not report the owner of the socket";
     }
     return as_root_ ? ": it is the kernel or not visible here" : ": ask as root";
@@ -280,17 +260,18 @@ std::string Sentence::Remedy() const {
 
 std::string Sentence::Taken() const {
     Texts clauses;
-    if (account_.reserved) {
+    if (account_.IsReserved()) {
         clauses.emplace_back("the system keeps it for itself");
     }
     if (!holders_.empty()) {
         clauses.push_back(HeldClause(" "));
     }
     if (!declarers_.empty()) {
-        clauses.push_back(DeclaredClause());
+        clauses.push_back(FirstOf(declarers_) +
+                          (declarers_.size() == 1 ? " declares it" : " declare it"));
     }
     if (!rules_.empty()) {
-        clauses.push_back(RuleClause());
+        clauses.push_back(FirstOf(rules_) + (rules_.size() == 1 ? " names it" : " name it"));
     }
     return " is taken: " + Joined(clauses) + Kinship();
 }
@@ -300,12 +281,12 @@ std::string Sentence::DeclaredOnly() const {
     if (!rules_.empty()) {
         clauses.push_back("named by " + FirstOf(rules_));
     }
-    const bool may_be_held = account_.HasUnknownHolder() || HasFailed(kSocketSource);
+    const bool may_be_held = account_.HasUnknownHolder() || HasFailed(TAVO_PORT_CHECK_RUNTIME);
     return " is " + Joined(clauses) + (may_be_held ? "" : ", but nobody listens");
 }
 
 std::string Sentence::HeldOnly() const {
-    const bool may_be_declared = HasFailed(kServiceSource) || HasFailed(kSettingSource);
+    const bool may_be_declared = HasFailed(TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY);
     return " is held by " + HeldClause(", which ") +
            (may_be_declared ? "" : "; no service file declares it");
 }
@@ -314,10 +295,10 @@ std::string Sentence::HeldOnly() const {
 // protocols.
 std::string Sentence::ForwardedOnly() const {
     Texts rules;
-    for (const Declaration &claim : account_.forwarded) {
-        rules.push_back(DetailedRuleText(claim));
+    for (const PortClaim *claim : account_.forwarded) {
+        rules.push_back(DetailedRuleText(*claim->declarer));
     }
-    const bool may_be_held = account_.HasUnknownHolder() || HasFailed(kSocketSource);
+    const bool may_be_held = account_.HasUnknownHolder() || HasFailed(TAVO_PORT_CHECK_RUNTIME);
     return " is named by " + FirstOf(rules) + (may_be_held ? "" : "; no process holds it");
 }
 
@@ -325,7 +306,7 @@ std::string Sentence::WhoHasIt() const {
     const bool declared = !declarers_.empty();
     const bool held = !holders_.empty();
     const bool forwarded = !rules_.empty();
-    if (account_.reserved || (held && (declared || forwarded))) {
+    if (account_.IsReserved() || (held && (declared || forwarded))) {
         return Taken();
     }
     return declared ? DeclaredOnly() : held ? HeldOnly() : ForwardedOnly();
@@ -335,13 +316,14 @@ std::string Sentence::CannotTell() const {
     if (!account_.HasUnknownHolder()) {
         return ": " + doubts_;
     }
-    const bool bound = account_.held.front().state == kNoState;
+    const bool bound = account_.held.front()->state == kNoState;
     return std::string(bound ? " is in use" : " is held") + ", but its holder is unknown" +
            Remedy() + (doubts_.empty() ? "" : "; " + doubts_);
 }
 
 std::string Sentence::Text() const {
-    const std::string port = std::to_string(account_.port) + '/' + ProtocolsText(account_.protocol);
+    const auto &[number, protocol] = account_.target;
+    const std::string port = std::to_string(number) + '/' + ProtocolsText(protocol);
     switch (account_.Verdict()) {
         case PortVerdict::kFree:
             return port + " is free: nobody declares it and nobody listens";

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <map>
 #include <new>
+#include <tuple>
+#include <utility>
 
-#include "engine/conflicts.h"
-#include "output/table.h"
+#include "input/service_file.h"
 #include "output/text.h"
 #include "ports/source_failure.h"
+#include "support/service_directory.h"
 
 namespace tavo::tool {
 namespace {
@@ -15,108 +17,132 @@ namespace {
 // The most declarers in a line of a table.
 constexpr std::size_t kMostDeclarers = 5;
 
-// The requests in the engine's form; owns what they point to.
-class Questions {
-  public:
-    Questions(const std::vector<PortRequest> &requests, int sources) {
-        for (const PortRequest &request : requests) {
-            Part part;
-            for (const PortRange &range : request.query.items) {
-                part.ports.push_back({static_cast<int>(range.first), static_cast<int>(range.last)});
-            }
-            for (const std::string &name : request.skipped) {
-                part.skipped.push_back(name.c_str());
-            }
-            parts_.push_back(std::move(part));
-        }
-        for (std::size_t i = 0; i < requests.size(); ++i) {
-            questions_.push_back(
-                {parts_[i].ports, requests[i].query.protocols, parts_[i].skipped, sources});
+// "system/FILE" or "package/FILE".
+std::string FolderAndName(std::string_view path) {
+    for (const ServiceFolder &folder : kServiceFolders) {
+        const std::string_view directory = folder.path;
+        if (path.starts_with(directory)) {
+            return folder.name + std::string(path.substr(directory.size()));
         }
     }
-
-    const std::vector<PortQuestion> &All() const { return questions_; }
-
-  private:
-    struct Part {
-        std::vector<Range> ports;
-        std::vector<const char *> skipped;
-    };
-
-    std::vector<Part> parts_;
-    std::vector<PortQuestion> questions_;
-};
-
-// Groups the records of one source for one request by range. A port that is declared as part of
-// several ranges is in the row of each.
-class Rows {
-  public:
-    void Add(const TakenPorts &taken) {
-        by_range_[RangeOf(taken)][DeclarerOf(taken)] |= taken.protocols;
-    }
-
-    void MoveTo(std::string_view source, std::vector<PortConflict> &conflicts) && {
-        for (auto &[range, declarers] : by_range_) {
-            std::map<std::uint32_t, std::vector<Declarer>> by_protocols;
-            for (const auto &[declarer, protocols] : declarers) {
-                std::vector<Declarer> &named = by_protocols[protocols];
-                if (declarer != Declarer{}) {
-                    named.push_back(declarer);
-                }
-            }
-            for (auto &[protocols, named] : by_protocols) {
-                conflicts.push_back({range, protocols, source, std::move(named)});
-            }
-        }
-    }
-
-  private:
-    std::map<PortRange, std::map<Declarer, std::uint32_t>> by_range_;
-};
-
-// The records are ordered by source, so the rows of a source are complete when the next one begins.
-void AddConflicts(std::span<const TakenPorts> taken, std::vector<PortAnswer> &answers) {
-    for (std::size_t i = 0; i < taken.size();) {
-        const int source = taken[i].source;
-        std::map<std::size_t, Rows> by_question;
-        for (; i < taken.size() && taken[i].source == source; ++i) {
-            by_question[taken[i].question].Add(taken[i]);
-        }
-        for (auto &[question, rows] : by_question) {
-            std::move(rows).MoveTo(SourceName(source), answers[question].conflicts);
-        }
-    }
+    return std::string(path);
 }
 
-Json DeclarerJson(const Declarer &declarer) {
-    return {{"name", TextOrNull(declarer.name)},
-            {"file", TextOrNull(declarer.file)},
-            {"entry", TextOrNull(declarer.entry)}};
+struct TextOrder {
+    bool operator()(const PortDeclarer &a, const PortDeclarer &b) const {
+        return CompareTexts(a, b) < 0;
+    }
+};
+
+// Groups the records by range. A port that is declared as part of several ranges is in the row of
+// each.
+void AddConflicts(const std::shared_ptr<const PortConflicts> &found,
+                  std::vector<PortAnswer> &answers) {
+    using Row = std::tuple<std::size_t, int, PortRange>;  // question and source
+    std::map<Row, std::map<PortDeclarer, std::uint32_t, TextOrder>> rows;
+    for (const TakenPorts &taken : found->Taken()) {
+        rows[{taken.question, taken.source, RangeOf(taken)}][taken.declarer] |= taken.protocols;
+    }
+    for (const auto &[row, declarers] : rows) {
+        std::map<std::uint32_t, std::vector<PortDeclarer>> by_protocols;
+        for (const auto &[declarer, protocols] : declarers) {
+            std::vector<PortDeclarer> &named = by_protocols[protocols];
+            if (declarer != PortDeclarer{}) {
+                named.push_back(declarer);
+            }
+        }
+        const auto &[question, source, range] = row;
+        for (auto &[protocols, named] : by_protocols) {
+            answers[question].conflicts.push_back(
+                {range, protocols, source, std::move(named), found});
+        }
+    }
 }
 
 std::string DeclaredByText(const PortConflict &conflict) {
-    if (conflict.source == kSocketSource) {
+    if (conflict.source == TAVO_PORT_CHECK_RUNTIME) {
         return "in use now";
     }
-    if (conflict.source == kReservedSource) {
+    if (conflict.source == TAVO_PORT_CHECK_DEFAULT) {
         return "always taken";
     }
     std::string text;
     const std::size_t shown = std::min(conflict.declarers.size(), kMostDeclarers);
     for (std::size_t i = 0; i < shown; ++i) {
-        text += (text.empty() ? "" : ", ") + DeclarerText(conflict.declarers[i]);
+        text += (text.empty() ? "" : ", ") + DeclarerText(conflict.source, conflict.declarers[i]);
     }
     const std::size_t more = conflict.declarers.size() - shown;
     return more == 0 ? text : text + " and " + std::to_string(more) + " more";
 }
 
+std::vector<std::string> TitlesOf(ConflictTable::Sections sections) {
+    std::vector<std::string> titles = {"PORT", "PROTO", "SOURCE", "DECLARED BY"};
+    if (sections == ConflictTable::Sections::kYes) {
+        titles.insert(titles.begin(), "SECTION");
+    }
+    return titles;
+}
+
 }  // namespace
 
-std::string_view SourceName(int flag) {
-    const auto source = std::find_if(std::begin(kPortSources), std::end(kPortSources),
-                                     [flag](const PortSource &one) { return one.flag == flag; });
-    return source == std::end(kPortSources) ? kReservedSource : source->name;
+std::string_view SourceName(int source) {
+    for (const PortSource &one : kPortSources) {
+        if (one.flag == source) {
+            return one.name;
+        }
+    }
+    return "reserved";
 }
+
+std::vector<std::string_view> SourceNames(int sources) {
+    std::vector<std::string_view> names;
+    for (const PortSource &source : kPortSources) {
+        if ((sources & source.flag) != 0) {
+            names.push_back(source.name);
+        }
+    }
+    return names;
+}
+
+// ---- Declarers ----
+
+std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b) {
+    for (const auto text :
+         {&PortDeclarer::name, &PortDeclarer::file, &PortDeclarer::entry, &PortDeclarer::title,
+          &PortDeclarer::protocol, &PortDeclarer::router_ports, &PortDeclarer::appliance_ports}) {
+        const auto order = OrEmpty(a.*text) <=> OrEmpty(b.*text);
+        if (order != 0) {
+            return order;
+        }
+    }
+    return std::strong_ordering::equal;
+}
+
+std::string PlaceText(int source, const PortDeclarer &declarer) {
+    if (source == TAVO_PORT_CHECK_FW_SERVICE) {
+        return declarer.file == nullptr ? "built-in" : FolderAndName(declarer.file);
+    }
+    std::string place(OrEmpty(declarer.entry));
+    if (source == TAVO_PORT_CHECK_PORT_FORWARD) {
+        const std::string title(OrEmpty(declarer.title));
+        place = "rule " + place + (title.empty() ? "" : ", " + title);
+    }
+    return place;
+}
+
+std::string DeclarerText(int source, const PortDeclarer &declarer) {
+    const std::string name(OrEmpty(declarer.name));
+    const std::string place = PlaceText(source, declarer);
+    return name.empty() ? place : name + " (" + place + ')';
+}
+
+Json DeclarerJson(const PortDeclarer &declarer) {
+    return {{"name", TextOrNull(OrEmpty(declarer.name))},
+            {"file", TextOrNull(OrEmpty(declarer.file))},
+            {"entry", TextOrNull(OrEmpty(declarer.entry))}};
+}
+
+// ---- Answers ----
 
 std::string_view VerdictName(PortVerdict verdict) {
     return verdict == PortVerdict::kFree    ? "free"
@@ -124,53 +150,65 @@ std::string_view VerdictName(PortVerdict verdict) {
                                             : "unknown";
 }
 
-PortRange RangeOf(const TakenPorts &taken) {
-    return {static_cast<std::uint32_t>(taken.range.nLow),
-            static_cast<std::uint32_t>(taken.range.nHigh)};
-}
-
-// ---- Answers ----
-
 PortVerdict PortAnswer::Verdict() const {
     if (!conflicts.empty()) {
         return PortVerdict::kTaken;
     }
-    return failed.empty() ? PortVerdict::kFree : PortVerdict::kUnknown;
+    return failed == 0 ? PortVerdict::kFree : PortVerdict::kUnknown;
 }
 
 void PortAnswer::RaiseStatus(Report &report) const {
     if (!conflicts.empty()) {
         report.Raise(Status::kNo);
     }
-    if (!failed.empty()) {
+    if (failed != 0) {
         report.Raise(Status::kFailed);
     }
 }
 
+PortRange RangeOf(const TakenPorts &taken) {
+    return {static_cast<std::uint32_t>(taken.range.nLow),
+            static_cast<std::uint32_t>(taken.range.nHigh)};
+}
+
 std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &requests) {
-    PortConflicts found;
-    std::vector<FailedSources> failed = Find(requests, found);
+    const auto found = std::make_shared<PortConflicts>();
+    const std::vector<int> failed = Find(requests, *found);
     std::vector<PortAnswer> answers(requests.size());
-    AddConflicts(found.Taken(), answers);
+    AddConflicts(found, answers);
     for (std::size_t i = 0; i < answers.size(); ++i) {
-        answers[i].failed = std::move(failed[i]);
+        answers[i].failed = failed[i];
     }
     return answers;
 }
 
-std::vector<FailedSources> PortSources::Find(const std::vector<PortRequest> &requests,
-                                             PortConflicts &found) {
-    std::vector<FailedSources> failed(requests.size());
+PortAnswer PortSources::Ask(const PortQuery &query, const SkippedNames &skipped) {
+    return std::move(Ask({{query, skipped}}).front());
+}
+
+std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, PortConflicts &found) {
     if (requests.empty()) {
-        return failed;
+        return {};
     }
-    const Questions questions(requests, flags_);
-    if (!found.Find(questions.All())) {
+    std::vector<std::vector<Range>> ports(requests.size());
+    std::vector<std::vector<const char *>> skipped(requests.size());
+    std::vector<PortQuestion> questions;
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        for (const PortRange &range : requests[i].query.items) {
+            ports[i].push_back({static_cast<int>(range.first), static_cast<int>(range.last)});
+        }
+        for (const std::string &name : requests[i].skipped) {
+            skipped[i].push_back(name.c_str());
+        }
+        questions.push_back({ports[i], requests[i].query.protocols, skipped[i], sources_});
+    }
+    if (!found.Find(questions)) {
         throw std::bad_alloc();
     }
+    std::vector<int> failed(requests.size());
     for (const PortSource &source : kPortSources) {
-        if ((flags_ & source.flag) != 0) {
-            AddFailures(source, found, failed);
+        if ((sources_ & source.flag) != 0) {
+            AddFailures(source.flag, found, failed);
         }
     }
     return failed;
@@ -180,34 +218,30 @@ std::vector<FailedSources> PortSources::Find(const std::vector<PortRequest> &req
 
 // For the rules, only the first failure of each request is reported: a file with the same mistake
 // in every rule is one problem.
-void PortSources::AddFailures(const PortSource &source, const PortConflicts &found,
-                              std::vector<FailedSources> &failed) {
-    const bool rules = source.flag == TAVO_PORT_CHECK_PORT_FORWARD;
-    const bool files_known = source.flag != TAVO_PORT_CHECK_FW_SERVICE ||
-                             TellUnreadServiceFiles(*found.Services(), report_);
-    for (FailedSources &sources : failed) {
-        if (!files_known) {
-            sources.push_back(source.name);
-        }
+void PortSources::AddFailures(int source, const PortConflicts &found, std::vector<int> &failed) {
+    const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
+    // A service that is left out of a file declares nothing, so it is only a warning.
+    const bool files_known =
+        source != TAVO_PORT_CHECK_FW_SERVICE ||
+        !TellOmissions(found.Services()->report, report_, {}, Severity::kWarning);
+    for (int &sources : failed) {
+        sources |= files_known ? 0 : source;
     }
-    if (source.flag == TAVO_PORT_CHECK_SYS_KEY) {
+    if (source == TAVO_PORT_CHECK_SYS_KEY) {
         TellIgnoredLines(source);
     }
     bool any = false;
     for (const SourceFailure &failure : found.Failures()) {
-        if (failure.source != source.flag) {
+        if (failure.source != source) {
             continue;
         }
         any = true;
-        FailedSources &sources = failed[failure.question];
-        const bool first = sources.empty() || sources.back() != source.name;
-        if (first) {
-            sources.push_back(source.name);
-        }
+        const bool first = (failed[failure.question] & source) == 0;
+        failed[failure.question] |= source;
         // A file that was already reported as unreadable is not reported again.
         if ((first || !rules) &&
             (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
-            TellOnce(WhyUnknown(failure));
+            Tell(failure);
         }
     }
     if (rules && !any) {
@@ -215,25 +249,28 @@ void PortSources::AddFailures(const PortSource &source, const PortConflicts &fou
     }
 }
 
-void PortSources::Fail(const SourceFailure &failure, FailedSources &failed) {
-    const std::string_view source = SourceName(failure.source);
-    if (std::find(failed.begin(), failed.end(), source) == failed.end()) {
-        failed.push_back(source);
-    }
-    TellOnce(WhyUnknown(failure));
-}
-
-void PortSources::TellIgnoredLines(const PortSource &source) {
+void PortSources::TellIgnoredLines(int source) {
     Diagnostic finding;
-    if (FindIgnoredLines(source.flag, finding)) {
+    if (FindIgnoredLines(source, finding)) {
         TellOnce(std::move(finding));
     }
+}
+
+void PortSources::Tell(const SourceFailure &failure) {
+    TellOnce(WhyUnknown(failure));
 }
 
 void PortSources::TellOnce(Diagnostic diagnostic) {
     if (told_.insert(DiagnosticText(diagnostic, false, 0)).second) {
         report_.Tell(std::move(diagnostic));
     }
+}
+
+bool TellBadQuery(const std::string &text, const QueryProblem &problem, Report &report) {
+    report.TellUsage(
+        Quoted(text) + ", column " + std::to_string(problem.column) + ": " + problem.message,
+        problem.fix);
+    return false;
 }
 
 // ---- Output ----
@@ -246,7 +283,7 @@ std::string VerdictText(const PortQuery &query, const PortAnswer &answer) {
         return what + " is " + std::string(VerdictName(verdict));
     }
     std::string failed;
-    for (const std::string_view source : answer.failed) {
+    for (const std::string_view source : SourceNames(answer.failed)) {
         failed += (failed.empty() ? "" : ", ") + std::string(source);
     }
     return what + ": cannot tell (" + failed + ')';
@@ -256,37 +293,29 @@ Json ConflictJson(const PortConflict &conflict) {
     return {{"start", conflict.range.first},
             {"end", conflict.range.last},
             {"protocols", ProtocolNames(conflict.protocols)},
-            {"source", conflict.source},
+            {"source", SourceName(conflict.source)},
             {"declared_by", Json::ArrayOf(conflict.declarers, DeclarerJson)},
             {"exact", true}};
 }
 
+ConflictTable::ConflictTable(Sections sections) : sections_(sections), table_(TitlesOf(sections)) {}
+
 void ConflictTable::Add(const std::vector<PortConflict> &conflicts, const std::string &section) {
     for (const PortConflict &conflict : conflicts) {
-        Cells cells = {PortsText(conflict.range), ProtocolsText(conflict.protocols),
-                       std::string(conflict.source), DeclaredByText(conflict)};
+        std::vector<std::string> cells = {
+            PortsText(conflict.range), ProtocolsText(conflict.protocols),
+            std::string(SourceName(conflict.source)), DeclaredByText(conflict)};
         if (sections_ == Sections::kYes) {
             cells.insert(cells.begin(), section);
         }
         if (known_.insert(cells).second) {
-            rows_.push_back(std::move(cells));
+            table_.Row(cells);
         }
     }
 }
 
 std::string ConflictTable::Text(bool header, std::size_t columns) const {
-    if (rows_.empty()) {
-        return {};
-    }
-    Cells titles = {"PORT", "PROTO", "SOURCE", "DECLARED BY"};
-    if (sections_ == Sections::kYes) {
-        titles.insert(titles.begin(), "SECTION");
-    }
-    Table table(std::move(titles));
-    for (const Cells &cells : rows_) {
-        table.Row(cells);
-    }
-    return table.Text(header, columns);
+    return table_.HasRows() ? table_.Text(header, columns) : "";
 }
 
 }  // namespace tavo::tool

@@ -1,53 +1,71 @@
 // The sources of taken ports: forwarding rules, firewall services, settings and sockets. Finds the
 // requested ports in them; returns conflicts as records, as a table and as JSON.
+//
+// A source is a bit of TAVO_PORT_CHECK_*, in the order of reading.
 #ifndef TAVO_SERVICETOOL_PORTS_PORT_SOURCES_H
 #define TAVO_SERVICETOOL_PORTS_PORT_SOURCES_H
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-#include "engine/conflict_sources.h"
+#include "engine/conflicts.h"
 #include "output/json.h"
 #include "output/report.h"
-#include "ports/declared_ports.h"
+#include "output/table.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"
-
-namespace tavo {
-class PortConflicts;
-struct SourceFailure;
-}  // namespace tavo
 
 namespace tavo::tool {
 
 struct PortSource {
-    int flag;               // TAVO_PORT_CHECK_*
+    int flag;
     std::string_view name;  // on the command line and in tables
 };
 
-inline constexpr std::string_view kForwardSource = "forward";
-inline constexpr std::string_view kServiceSource = "service";
-inline constexpr std::string_view kSettingSource = "setting";
-inline constexpr std::string_view kSocketSource = "socket";
-
-// In the order of reading.
 inline constexpr PortSource kPortSources[] = {
-    {TAVO_PORT_CHECK_PORT_FORWARD, kForwardSource},
-    {TAVO_PORT_CHECK_FW_SERVICE, kServiceSource},
-    {TAVO_PORT_CHECK_SYS_KEY, kSettingSource},
-    {TAVO_PORT_CHECK_RUNTIME, kSocketSource},
+    {TAVO_PORT_CHECK_PORT_FORWARD, "forward"},
+    {TAVO_PORT_CHECK_FW_SERVICE, "service"},
+    {TAVO_PORT_CHECK_SYS_KEY, "setting"},
+    {TAVO_PORT_CHECK_RUNTIME, "socket"},
 };
 
-// Instead of a source, for the port that is always taken.
-inline constexpr std::string_view kReservedSource = "reserved";
+inline constexpr int kDeclaringSources =
+    TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY;
 
-// Returns kReservedSource if the flag is not a source.
-std::string_view SourceName(int flag);
+// The name of one source; "reserved" for TAVO_PORT_CHECK_DEFAULT, which the port that is always
+// taken has instead of a source.
+std::string_view SourceName(int source);
+
+// The names of several sources.
+std::vector<std::string_view> SourceNames(int sources);
+
+// ---- Declarers ----
+
+// A text of a declarer; "" if it is missing.
+inline std::string_view OrEmpty(const char *text) {
+    return text == nullptr ? std::string_view() : text;
+}
+
+// Orders declarers by their texts.
+std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b);
+
+// The file and entry of a declarer of the source, abbreviated for tables: "system/web.sc",
+// "built-in", "rule 1, Web" or a settings key.
+std::string PlaceText(int source, const PortDeclarer &declarer);
+
+// "web_http (system/web.sc)".
+std::string DeclarerText(int source, const PortDeclarer &declarer);
+
+// Its name, file and entry.
+Json DeclarerJson(const PortDeclarer &declarer);
+
+// ---- Questions and answers ----
 
 // The names of services, rules and settings to ignore.
 using SkippedNames = std::vector<std::string>;
@@ -56,8 +74,6 @@ struct PortRequest {
     PortQuery query;
     SkippedNames skipped;
 };
-
-using FailedSources = std::vector<std::string_view>;
 
 enum class PortVerdict { kFree, kTaken, kUnknown };
 
@@ -68,15 +84,16 @@ std::string_view VerdictName(PortVerdict verdict);
 struct PortConflict {
     PortRange range;
     std::uint32_t protocols;
-    std::string_view source;
-    std::vector<Declarer> declarers;  // empty for sockets and the reserved port
+    int source;
+    std::vector<PortDeclarer> declarers;         // empty for sockets and the reserved port
+    std::shared_ptr<const PortConflicts> owner;  // of the texts of the declarers
 };
 
 Json ConflictJson(const PortConflict &conflict);
 
 struct PortAnswer {
     std::vector<PortConflict> conflicts;  // by source, then by port
-    FailedSources failed;                 // sources that could not be read
+    int failed = 0;                       // sources that could not be read
 
     // Ports found in one source are taken, even if another source cannot be read.
     PortVerdict Verdict() const;
@@ -89,39 +106,36 @@ struct PortAnswer {
 // list of ports is shortened.
 std::string VerdictText(const PortQuery &query, const PortAnswer &answer);
 
+// Reports an error in a query on the command line, raises the status and returns false.
+bool TellBadQuery(const std::string &text, const QueryProblem &problem, Report &report);
+
 // The ports of a record of the engine.
 PortRange RangeOf(const TakenPorts &taken);
 
 class PortSources {
   public:
-    // `flags` are the sources to read, bits of TAVO_PORT_CHECK_*. Each failure is reported once.
-    PortSources(int flags, Report &report) : flags_(flags), report_(report) {}
+    // Reads only `sources`. Each failure is reported once.
+    PortSources(int sources, Report &report) : sources_(sources), report_(report) {}
     PortSources(const PortSources &) = delete;
     PortSources &operator=(const PortSources &) = delete;
 
     // Answers all requests, in order, and reads each source once. Throws std::bad_alloc when out of
     // memory.
     std::vector<PortAnswer> Ask(const std::vector<PortRequest> &requests);
-
-    PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped = {}) {
-        std::vector<PortAnswer> answers = Ask({{query, skipped}});
-        PortAnswer answer = std::move(answers.front());
-        return answer;
-    }
+    PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped = {});
 
     // The same as records of the engine; returns the sources that failed for each request.
-    std::vector<FailedSources> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
+    std::vector<int> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
 
-    // Reports the failure and adds its source to those that failed.
-    void Fail(const SourceFailure &failure, FailedSources &failed);
+    // Reports a failure.
+    void Tell(const SourceFailure &failure);
 
   private:
-    void AddFailures(const PortSource &source, const PortConflicts &found,
-                     std::vector<FailedSources> &failed);
-    void TellIgnoredLines(const PortSource &source);
+    void AddFailures(int source, const PortConflicts &found, std::vector<int> &failed);
+    void TellIgnoredLines(int source);
     void TellOnce(Diagnostic diagnostic);
 
-    int flags_;
+    int sources_;
     Report &report_;
     std::set<std::string> told_;
 };
@@ -131,7 +145,7 @@ class ConflictTable {
   public:
     // kYes: the first column is the section that needs the ports.
     enum class Sections { kNo, kYes };
-    explicit ConflictTable(Sections sections = Sections::kNo) : sections_(sections) {}
+    explicit ConflictTable(Sections sections = Sections::kNo);
 
     void Add(const std::vector<PortConflict> &conflicts, const std::string &section = {});
 
@@ -139,11 +153,9 @@ class ConflictTable {
     std::string Text(bool header, std::size_t columns) const;
 
   private:
-    using Cells = std::vector<std::string>;
-
     Sections sections_;
-    std::vector<Cells> rows_;
-    std::set<Cells> known_;
+    Table table_;
+    std::set<std::vector<std::string>> known_;
 };
 
 }  // namespace tavo::tool

@@ -2,29 +2,14 @@
 
 #include <algorithm>
 #include <map>
-#include <stdexcept>
 
-#include "input/input_file.h"
-#include "input/library_failure.h"
-#include "input/library_owners.h"
+#include "input/library.h"
 #include "input/service_file.h"
 
 namespace tavo::tool {
 namespace {
 
-constexpr char kUnread[] = "the services cannot be read";
-
 constexpr std::string_view kPortsKey = "dst.ports";
-
-OwnedConf ReadConf(const std::string &text) {
-    const MemoryFile copy(text);
-    TAVO_SERVICE_CONF *conf = nullptr;
-    ForgetFailure();
-    if (TAVOServiceConfGet(copy.Path().c_str(), &conf) != 0) {
-        ThrowIfSystemFailed(kUnread);
-    }
-    return OwnedConf(conf);
-}
 
 // A section in the text of the file: its header line, and its dst.ports, if any.
 struct WrittenSection {
@@ -67,7 +52,7 @@ OwnedPorts ReadPorts(const std::string &text) {
     ForgetFailure();
     if (!text.empty() &&
         TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &ports) < 0) {
-        ThrowIfSystemFailed(kUnread);
+        ThrowIfSystemFailed("the services cannot be read");
     }
     return OwnedPorts(ports);
 }
@@ -94,14 +79,10 @@ std::optional<ConfigLine> PortlessGlobalLine(std::string_view text) {
                : std::nullopt;
 }
 
-std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text,
-                                                   const LintResult &lint) {
-    const OwnedConf conf = ReadConf(text);
+std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text) {
+    const OwnedConf conf = ReadServices(text);
     if (conf == nullptr) {
         return {};
-    }
-    if (!LibraryAndLintAgree(conf.get(), lint)) {
-        throw std::runtime_error(kUnread);
     }
     const WrittenSections sections = SectionsOf(text);
     std::vector<SectionQuery> queries;
@@ -116,10 +97,6 @@ std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text,
         queries.push_back(SectionQueryOf(section->szName, section->pDstPorts, sections));
     }
     return queries;
-}
-
-std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text) {
-    return QueriesOf(text, LintText(text, {}));
 }
 
 }  // namespace tavo::tool

@@ -9,11 +9,14 @@
 #include <vector>
 
 #include "config_lines.h"
-#include "lint/lint.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
+
+// The sources that an install compares a file with.
+inline constexpr int kSourcesOfFiles =
+    TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
 
 // The ports of a list in the order of the file.
 PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
@@ -34,7 +37,6 @@ std::optional<ConfigLine> PortlessGlobalLine(std::string_view text);
 // The destination ports of each section that the library reads in a file with that text: [global]
 // first, the others in file order. Returns nullopt if the library rejects the file. Throws
 // std::runtime_error or std::bad_alloc if a system error prevents reading a service.
-std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text, const LintResult &lint);
 std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text);
 
 }  // namespace tavo::tool

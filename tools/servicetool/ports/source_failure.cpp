@@ -6,28 +6,26 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "config_lines.h"
 #include "input/input_file.h"
-#include "input/library_failure.h"
-#include "input/service_file.h"
+#include "input/library.h"
+#include "lifecycle/side_copy.h"
 #include "model/port_text.h"
 #include "output/text.h"
-#include "ports/firewall_services.h"
 
 namespace tavo::tool {
 namespace {
 
 Diagnostic Error(std::string file, std::string rule, std::string message, std::string fix = {}) {
-    Diagnostic diagnostic;
-    diagnostic.file = std::move(file);
-    diagnostic.rule = std::move(rule);
-    diagnostic.message = std::move(message);
-    diagnostic.fix = std::move(fix);
-    return diagnostic;
+    return {.file = std::move(file),
+            .rule = std::move(rule),
+            .message = std::move(message),
+            .fix = std::move(fix)};
 }
 
 std::string Because(const std::string &reason) {
@@ -98,13 +96,24 @@ Diagnostic WhyRulesAreUnread(const SourceFailure &failure) {
 
 // ---- Firewall services ----
 
+// A built-in service with configurable ports, the file with the keys of which one must name a port,
+// and another file that the service needs, if any.
+struct PortSettings {
+    std::string_view service;
+    const char *file;
+    const char *keys;
+    const char *other_file;
+};
+constexpr PortSettings kPortSettings[] = {
+    {"ssh", "/etc/ssh/sshd_config", "Port", kSettingsFile},
+    {"nfs", "/etc/nfs/tavo_nfs_conf", "statd_port or nlm_port", nullptr},
+    {"ftp", kSettingsFile, "ftpport, ftplowport or ftphighport", nullptr},
+};
+
 Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
     switch (failure.kind) {
-        case SourceFailure::Kind::kLeftOut: {
-            TAVO_FW_SERVICE_REG row{};
-            row.szName = failure.declarer.name;
-            return WhyLeftOut(row);
-        }
+        case SourceFailure::Kind::kLeftOut:
+            return WhyLeftOut(failure.declarer.name, failure.code);
         case SourceFailure::Kind::kBadPorts:
             return Error(failure.declarer.file == nullptr ? "" : failure.declarer.file,
                          "bad-service",
@@ -116,31 +125,6 @@ Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
                 "", "failed",
                 "the firewall services cannot be compared" + Because(SystemReason(failure.code)));
     }
-}
-
-// A missing folder is empty, which is not an error.
-bool TellUnlistedFolder(const std::string &path, unsigned int code, Report &report) {
-    struct stat status {};
-    const bool is_no_folder = stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
-    if (code == 0 && !is_no_folder) {
-        return false;
-    }
-    const bool listed = !is_no_folder && NamesIn(path).has_value();
-    report.TellError(path, "unreadable",
-                     is_no_folder ? ErrorText(ENOTDIR)
-                     : listed     ? SystemReason(code)
-                                  : ErrorText(errno));
-    return true;
-}
-
-// Reports what is missing from a file. `whole`: the whole file is missing.
-bool TellUnreadFile(const std::string &path, bool whole, Report &report) {
-    const ServiceFile file = ReadServiceFile(path);
-    const bool unread = !file.problem.empty() && whole;
-    if (file.problem.empty() || unread) {
-        TellWhatIsMissing(file, report, unread ? Severity::kError : Severity::kWarning);
-    }
-    return unread;
 }
 
 // ---- Settings ----
@@ -178,6 +162,27 @@ Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
 
 }  // namespace
 
+// A file that could not be read may be readable by now.
+Diagnostic WhyLeftOut(const std::string &service, unsigned int code) {
+    const std::string what = "built-in service " + service + " is left out: ";
+    const auto *const settings =
+        std::find_if(std::begin(kPortSettings), std::end(kPortSettings),
+                     [&service](const PortSettings &of) { return of.service == service; });
+    if (settings != std::end(kPortSettings)) {
+        for (const char *file : {settings->other_file, settings->file}) {
+            const std::string problem = file != nullptr ? ReadRegularFile(file).problem : "";
+            if (!problem.empty()) {
+                return Error(file, "unreadable", what + problem);
+            }
+        }
+        if (code == 0) {
+            return Error(settings->file, "bad-service", what + settings->keys + " names no port");
+        }
+    }
+    const std::string reason = SystemReason(code);
+    return Error("", "failed", what + (reason.empty() ? "it cannot be listed" : reason));
+}
+
 Diagnostic WhyUnknown(const SourceFailure &failure) {
     switch (failure.source) {
         case TAVO_PORT_CHECK_PORT_FORWARD:
@@ -195,7 +200,7 @@ Diagnostic WhyUnknown(const SourceFailure &failure) {
 // In the rules, keys before the first section are also ignored.
 bool FindIgnoredLines(int source, Diagnostic &finding) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
-    const char *file = rules ? kRuleFile : kSettingsFile;
+    const char *file = rules ? PathOf(StoreId::kForwardingRules) : kSettingsFile;
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
@@ -226,30 +231,6 @@ bool FindIgnoredLines(int source, Diagnostic &finding) {
                                                  : " comment, section or key")));
     finding.severity = Severity::kWarning;
     return true;
-}
-
-bool TellUnreadServiceFiles(const ServiceCatalogue &catalogue, Report &report) {
-    const auto &omissions = catalogue.report.Omissions();
-    bool complete = true;
-    for (const ServiceFolder &folder : kServiceFolders) {
-        const LeftOut *unlisted =
-            std::find_if(omissions.begin(), omissions.end(), [&folder](const LeftOut &omission) {
-                return omission.row == nullptr && omission.path == nullptr &&
-                       omission.folder->selector == folder.selector;
-            });
-        const unsigned int code = unlisted != omissions.end() ? unlisted->reading.Fault() : 0;
-        complete = !TellUnlistedFolder(folder.path, code, report) && complete;
-    }
-    // The omissions of a file are adjacent; that of the whole file is the last.
-    for (const LeftOut *omission = omissions.begin(); omission != omissions.end(); ++omission) {
-        const LeftOut *next = omission + 1;
-        const bool last = next == omissions.end() || next->path != omission->path;
-        if (omission->path != nullptr && last) {
-            complete =
-                !TellUnreadFile(omission->path, omission->section == nullptr, report) && complete;
-        }
-    }
-    return complete;
 }
 
 }  // namespace tavo::tool

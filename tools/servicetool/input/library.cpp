@@ -1,12 +1,25 @@
-#include "input/library_failure.h"
+#include "input/library.h"
 
-#include <new>
+#include <unistd.h>
+
 #include <stdexcept>
 
+#include "change/program_output.h"
+#include "output/text.h"
 #include "tavocore.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
+namespace {
+
+bool shows_log = false;
+
+}  // namespace
+
+void ForgetFailure() {
+    TLIBCErrSetEx(0, nullptr, 0);
+}
+
 std::string SystemReason(unsigned int code) {
     switch (code) {
         case TLIBC_ERR_NO_MEMORY:
@@ -24,10 +37,6 @@ std::string SystemReason(unsigned int code) {
     }
 }
 
-void ForgetFailure() {
-    TLIBCErrSetEx(0, nullptr, 0);
-}
-
 void ThrowIfSystemFailed(const std::string &what) {
     const unsigned int code = TLIBCErrGet();
     if (code == TLIBC_ERR_NO_MEMORY) {
@@ -35,6 +44,24 @@ void ThrowIfSystemFailed(const std::string &what) {
     }
     if (const std::string reason = SystemReason(code); !reason.empty()) {
         throw std::runtime_error(what + ": " + reason);
+    }
+}
+
+void ShowLibraryLog(bool show) {
+    shows_log = show;
+}
+
+// Called by the library, which exceptions must not pass through.
+void PrintLogLine(std::string_view line) noexcept {
+    if (!shows_log) {
+        return;
+    }
+    try {
+        const std::string text = "log: " + Escaped(line) + '\n';
+        [[maybe_unused]] const ssize_t written =
+            write(ProgramOutput::StandardError(), text.data(), text.size());
+    } catch (const std::bad_alloc &) {
+        // The line is lost, but the failure itself is reported.
     }
 }
 

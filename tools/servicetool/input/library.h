@@ -1,0 +1,42 @@
+// What the callers of the library share: its failures, its memory and its log lines.
+#ifndef TAVO_SERVICETOOL_INPUT_LIBRARY_H
+#define TAVO_SERVICETOOL_INPUT_LIBRARY_H
+
+#include <new>
+#include <string>
+#include <string_view>
+
+namespace tavo::tool {
+
+// Clears the error state, so that an earlier failure is not attributed to the next call.
+void ForgetFailure();
+
+// The text for a system error among the library's error codes, such as "a file cannot be opened or
+// used"; empty for other codes.
+std::string SystemReason(unsigned int code);
+
+// Call this after a failed call. Throws std::bad_alloc if it was out of memory, and
+// std::runtime_error with `what` and the reason if the system refused a file or a folder: then the
+// failure is not an answer, and later results may be wrong.
+void ThrowIfSystemFailed(const std::string &what);
+
+// The libraries return null when out of memory; here that throws std::bad_alloc.
+template <typename Owner>
+Owner OrThrow(Owner owner) {
+    if (!owner) {
+        throw std::bad_alloc();
+    }
+    return owner;
+}
+
+// Sets whether the lines that the library writes to the system log are printed from now on.
+// servicetool reports the reasons for failures itself, so they have no other use.
+void ShowLibraryLog(bool show);
+
+// Prints a line to standard error, escaped and after "log: ", if printing is on. Lines may contain
+// text from files, so syslog(3) must not copy them to the terminal unescaped.
+void PrintLogLine(std::string_view line) noexcept;
+
+}  // namespace tavo::tool
+
+#endif
