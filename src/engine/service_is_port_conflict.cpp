@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include "base/system_files.h"
@@ -36,7 +37,6 @@ namespace {
 using tavo::CallCatalogue;
 using tavo::Comparison;
 using tavo::kPortCount;
-using tavo::kQueryRangeSeparator;
 using tavo::PortSet;
 using tavo::PortsOf;
 using tavo::Range;
@@ -57,31 +57,22 @@ constexpr char kReservedToken[] = "412";
 // kernel walk its sockets.
 class HeldPorts {
   public:
-    // Whether the range can be looked up.
-    bool Knows(const Range &range, bool tcp) {
+    // All held ports, if the range can be looked up in them; else null.
+    const PortSet *For(const Range &range, bool tcp) {
         const bool possible = range.nLow >= 0 && range.nHigh < kPortCount;
-        if (possible && !known_ && ++nQuestions_ > kFewQuestions) {
-            nQuestions_ = 0;
-            UsedPorts used(kAllPorts);
-            known_ = !used.OutOfMemory() && used.Ask(kAllPorts, tcp);
-            if (known_) {
-                used.AddTo(ports_);
-            }
+        if (possible && !known_ && ++questions_ > kFewQuestions) {
+            questions_ = 0;
+            known_ = tavo::AddHeldPorts(tcp, ports_);
         }
-        return possible && known_;
-    }
-
-    bool AllSkipped(const Range &range, const SkippedPorts &skipped) const {
-        return (ports_ & PortsOf(range.nLow, range.nHigh) & ~skipped.Ports()).none();
+        return possible && known_ ? &ports_ : nullptr;
     }
 
   private:
     static constexpr int kFewQuestions = 4;
-    static constexpr Range kAllPorts = {1, kPortCount - 1};
 
     PortSet ports_;
     bool known_ = false;
-    int nQuestions_ = 0;
+    int questions_ = 0;
 };
 
 // What one call of the engine reads at most once.
@@ -307,21 +298,20 @@ int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
     return 0;
 }
 
-// Compares with one service, unless it is skipped or uses other protocols. Returns false on
-// failure.
-bool CompareService(const Query &query, uint32_t nProtocols, const TAVO_FW_SERVICE &service,
-                    int &nAnswer) {
+// Compares with one service, unless it is skipped or uses other protocols.
+int CompareService(const Query &query, uint32_t nProtocols, const TAVO_FW_SERVICE &service) {
     if ((service.nDstProtocol & nProtocols) == 0 || query.Skips(service.szName)) {
-        return true;
+        return 0;
     }
+    int nAnswer = 0;
     for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
         const int nOne = query.comparison.Compare(TLIBCSzListGet(service.pDstPortList, i));
         if (nOne < 0) {
-            return false;
+            return -1;
         }
         nAnswer |= nOne;
     }
-    return true;
+    return nAnswer;
 }
 
 int CheckFirewallServices(const Query &query) {
@@ -339,21 +329,17 @@ int CheckFirewallServices(const Query &query) {
     if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
         return -1;
     }
-    int nAnswer = 0;
-    if (const tavo::OddServices *pOdd =
-            query.call.catalogue.PlainDeclareNone(query.szPort, nProtocols, query.pSkip)) {
-        for (const tavo::OddService &odd : *pOdd) {
-            if (!CompareService(query, nProtocols, *odd.pService, nAnswer)) {
-                return -1;
-            }
-        }
-        return nAnswer;
+    const tavo::Services *pServices = query.call.catalogue.Candidates(query.szPort);
+    if (pServices == nullptr) {
+        return TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY, "Failed to allocate for services");
     }
-    for (const TAVO_FW_SERVICE *pService = catalogue.services.get(); pService != nullptr;
-         pService = pService->pNext) {
-        if (!CompareService(query, nProtocols, *pService, nAnswer)) {
+    int nAnswer = 0;
+    for (const TAVO_FW_SERVICE *pService : *pServices) {
+        const int nOne = CompareService(query, nProtocols, *pService);
+        if (nOne < 0) {
             return -1;
         }
+        nAnswer |= nOne;
     }
     return nAnswer;
 }
@@ -394,25 +380,16 @@ int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
     return 0;
 }
 
-// Merges the conflicts of rules and services into the overlap. This is done before the entries that
-// the caller's list had on entry.
-int JoinConflicts(const Query &query, TAVO_PORT_RANGE *pOverlap) {
-    if (!query.comparison.HasKept()) {
-        return 0;
-    }
-    if (query.comparison.Merge(pOverlap) < 0) {
-        return TAVO_LOG("Failed to TLIBPortRangeJoin()");
-    }
-    return 0;
-}
-
 // Replaces the caller's list with the overlap merged with all conflicts before it. Entries that
 // were in the list on entry count as a conflict, which is kept: callers that pass the list from
 // check to check rely on a result for all of them.
 int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *pOverlap) {
     Ports **ppConflictPorts = query.ppConflictPorts;
-    if (JoinConflicts(query, pOverlap) < 0 ||
-        (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0)) {
+    // The conflicts of rules and services come before the entries that the list had on entry.
+    if (query.comparison.Merge(pOverlap) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeJoin()");
+    }
+    if (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0) {
         return -1;
     }
     query.comparison.Forget();
@@ -447,21 +424,6 @@ int CheckSettings(const Query &query) {
 
 // ---- Sockets ----
 
-SkippedPorts PortsOfSkipped(const Query &query, int nProtocol) {
-    SkippedPorts skipped;
-    for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
-        const TAVO_FW_SERVICE *pService = query.call.catalogue.Find(TLIBCSzListGet(query.pSkip, i));
-        if (pService == nullptr ||
-            (pService->nDstProtocol & static_cast<uint32_t>(nProtocol)) == 0) {
-            continue;
-        }
-        for (int k = 0; k < TLIBCSzListCount(pService->pDstPortList); ++k) {
-            skipped.Add(TLIBCSzListGet(pService->pDstPortList, k));
-        }
-    }
-    return skipped;
-}
-
 int FailForArgument() {
     return TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
 }
@@ -469,7 +431,7 @@ int FailForArgument() {
 // A token is PORT or START:END in any order, parsed with strtol. Zero alone is invalid: no socket
 // can hold port 0.
 bool ReadSocketToken(const char *szToken, Range &range) {
-    const char *szSeparator = std::strchr(szToken, kQueryRangeSeparator);
+    const char *szSeparator = std::strchr(szToken, tavo::kQueryRangeSeparator);
     const int nStart = static_cast<int>(std::strtol(szToken, nullptr, 10));
     const int nEnd = szSeparator == nullptr
                          ? nStart
@@ -478,10 +440,25 @@ bool ReadSocketToken(const char *szToken, Range &range) {
     return nStart != 0 || nEnd != 0;
 }
 
-int CheckSocketsOf(const Range &range, bool tcp, HeldPorts &held, const SkippedPorts &skipped,
-                   const TAVO_FW_SERVICE *pServices) {
-    if (pServices != nullptr && held.Knows(range, tcp)) {
-        return held.AllSkipped(range, skipped) ? 0 : 1;
+// `skipped` gets the ports of the skipped services once a port of the range is held.
+int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
+                   TAVO_FW_SERVICE *pServices, std::optional<SkippedPorts> &skipped) {
+    const TAVO_PROTO_TYPE_MAPPING &protocol = gProtoTypeMapping[row];
+    const bool tcp = protocol.nProto == TAVO_PROTO_TCP;
+    const auto skippedPorts = [&]() -> const SkippedPorts & {
+        if (!skipped) {
+            skipped.emplace();
+            for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
+                skipped->AddService(pServices, TLIBCSzListGet(query.pSkip, i),
+                                    static_cast<uint32_t>(protocol.nProto));
+            }
+        }
+        return *skipped;
+    };
+    if (const PortSet *pHeld =
+            pServices != nullptr ? query.call.held[row].For(range, tcp) : nullptr) {
+        const PortSet held = *pHeld & PortsOf(range.nLow, range.nHigh);
+        return held.any() && (held & ~skippedPorts().Ports()).any() ? 1 : 0;
     }
     UsedPorts used(range);
     if (used.OutOfMemory()) {
@@ -493,7 +470,10 @@ int CheckSocketsOf(const Range &range, bool tcp, HeldPorts &held, const SkippedP
     if (pServices == nullptr) {
         return FailForArgument();
     }
-    return used.AllSkipped(skipped) ? 0 : 1;
+    const bool taken = std::any_of(used.begin(), used.end(), [&](int nPort) {
+        return nPort != 0 && !skippedPorts().Has(nPort);
+    });
+    return taken ? 1 : 0;
 }
 
 // Stops at the first held port, which is not reported.
@@ -505,25 +485,17 @@ int CheckSockets(const Query &query) {
     if (catalogue.report.Fault() != 0) {
         return FailWithoutCatalogue(catalogue);
     }
-    const TAVO_FW_SERVICE *pServices = catalogue.services.get();
-    SkippedPorts skipped[std::size(gProtoTypeMapping)];
-    for (std::size_t row = 0; pServices != nullptr && row < std::size(skipped); ++row) {
-        if (query.Names(gProtoTypeMapping[row])) {
-            skipped[row] = PortsOfSkipped(query, gProtoTypeMapping[row].nProto);
-        }
-    }
+    std::optional<SkippedPorts> skipped[std::size(gProtoTypeMapping)];
     for (int i = 0; i < TLIBCSzListCount(query.pPorts); ++i) {
         Range range{};
         if (!ReadSocketToken(TLIBCSzListGet(query.pPorts, i), range)) {
             return FailForArgument();
         }
         for (std::size_t row = 0; row < std::size(skipped); ++row) {
-            const TAVO_PROTO_TYPE_MAPPING &protocol = gProtoTypeMapping[row];
-            if (!query.Names(protocol)) {
-                continue;
-            }
-            const int nAnswer = CheckSocketsOf(range, protocol.nProto == TAVO_PROTO_TCP,
-                                               query.call.held[row], skipped[row], pServices);
+            const int nAnswer =
+                query.Names(gProtoTypeMapping[row])
+                    ? CheckSocketsOf(query, range, row, catalogue.services.get(), skipped[row])
+                    : 0;
             if (nAnswer != 0) {
                 return nAnswer;
             }
@@ -575,15 +547,18 @@ int AskSources(const Query &query, int nCheckFlags) {
         {TAVO_PORT_CHECK_SYS_KEY, CheckSettings},
         {TAVO_PORT_CHECK_RUNTIME, CheckSockets},
     };
+    const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
     int nAnswer = TLIBCSzListFind(query.pPorts, kReservedToken) >= 0 ? 1 : 0;
     for (const auto &source : kSources) {
         if ((nCheckFlags & source.nFlag) == 0) {
             continue;
         }
         const int nOne = source.pfnCheck(query);
-        if (nOne < 0) {
-            // The caller gets the conflicts found before the failure.
-            query.comparison.MakePairs();
+        // The settings merge the conflicts of rules and services. Without the settings the pairs
+        // are the result. After a failure the caller gets the conflicts found before it.
+        const bool complete =
+            (nOne >= 0 && merged) || query.comparison.MakePairs(query.ppConflictPorts) == 0;
+        if (nOne < 0 || !complete) {
             return -1;
         }
         nAnswer |= nOne;
@@ -609,13 +584,7 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
         return -1;
     }
     const tavo::OwnedTable skipIndex = IndexNames(skip.get());
-    // The settings merge the conflicts of rules and services; without the settings the pairs are
-    // the result.
-    const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
-    Comparison comparison(
-        TAVO_HERE, szPort,
-        merged ? Comparison::Keeping::kDeclaredRanges : Comparison::Keeping::kPairs,
-        ppConflictPorts);
+    Comparison comparison(TAVO_HERE, szPort);
     const Query query = {szPort,          szProtocol,      skip.get(), skipIndex.get(), ports.get(),
                          protocols.get(), ppConflictPorts, call,       comparison};
     return AskSources(query, nCheckFlags);
