@@ -349,12 +349,8 @@ void PortConflicts::CompareSockets(std::size_t question, uint32_t protocol, cons
                      [&held](const Asked &asked) { return AnyHeld(asked.range, held); })) {
         return;
     }
-    if (questions_[question].skipped.empty()) {
-        std::for_each(first, end, [&](const Asked &asked) { AddRows(asked, protocol, held); });
-        return;
-    }
     SkippedPorts skipped;
-    if (!AddSkippedPorts(question, protocol, skipped)) {
+    if (!questions_[question].skipped.empty() && !AddSkippedPorts(question, protocol, skipped)) {
         return;
     }
     const PortSet left = held & ~skipped.Ports();

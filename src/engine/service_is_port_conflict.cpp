@@ -32,16 +32,8 @@
 #include "tavoftp.h"
 #include "tavopf.h"
 
+namespace tavo {
 namespace {
-
-using tavo::CallCatalogue;
-using tavo::Comparison;
-using tavo::kPortCount;
-using tavo::PortSet;
-using tavo::PortsOf;
-using tavo::Range;
-using tavo::SkippedPorts;
-using tavo::UsedPorts;
 
 using Ports = TAVO_SERVICE_CONF_PORT;
 
@@ -49,7 +41,7 @@ constexpr char kTokenSeparators[] = " ,";
 // Longer protocol texts are rejected.
 constexpr int kProtocolTextSize = 1024;
 
-// tavo::kReservedPort as a token of the query.
+// kReservedPort as a token of the query.
 constexpr char kReservedToken[] = "412";
 
 // The ports that sockets of one protocol hold. The first few ranges are queried one by one. A call
@@ -62,7 +54,7 @@ class HeldPorts {
         const bool possible = range.nLow >= 0 && range.nHigh < kPortCount;
         if (possible && !known_ && ++questions_ > kFewQuestions) {
             questions_ = 0;
-            known_ = tavo::AddHeldPorts(tcp, ports_);
+            known_ = AddHeldPorts(tcp, ports_);
         }
         return possible && known_ ? &ports_ : nullptr;
     }
@@ -108,8 +100,6 @@ int FailToAllocateList() {
 }
 
 }  // namespace
-
-namespace tavo {
 
 // ---- Port-forwarding rules ----
 
@@ -242,15 +232,13 @@ int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
     return 0;
 }
 
-}  // namespace tavo
-
 namespace {
 
 // ---- Port-forwarding rules ----
 
 // A rule conflicts on either protocol although it must name its own, because the router may be
 // asked for both.
-int CompareRule(const Query &query, const tavo::ForwardingRule &rule) {
+int CompareRule(const Query &query, const ForwardingRule &rule) {
     if (rule.service != nullptr && query.Skips(rule.service)) {
         return 0;
     }
@@ -266,9 +254,9 @@ int CompareRule(const Query &query, const tavo::ForwardingRule &rule) {
 }
 
 int CheckForwardingRules(const Query &query) {
-    using Step = tavo::ForwardingRules::Step;
-    tavo::ForwardingRules rules;
-    tavo::ForwardingRule rule{};
+    using Step = ForwardingRules::Step;
+    ForwardingRules rules;
+    ForwardingRule rule{};
     int nAnswer = 0;
     for (Step step = rules.Next(rule); step != Step::kEnd; step = rules.Next(rule)) {
         const int nRule = step == Step::kRule ? CompareRule(query, rule) : -1;
@@ -284,15 +272,15 @@ int CheckForwardingRules(const Query &query) {
 
 // A service that is missing because memory ran out or a system call failed may declare the ports in
 // question. Neither source can answer without it.
-int FailWithoutCatalogue(const tavo::ServiceCatalogue &catalogue) {
+int FailWithoutCatalogue(const ServiceCatalogue &catalogue) {
     return TAVO_FAIL_STATE(catalogue.report.Fault(), "Failed to enumerate services");
 }
 
 // The protocols of the query; 0 if the text names none, then no service conflicts.
 int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
-    const tavo::OwnedText copy(strdup(szProtocol));
+    const OwnedText copy(strdup(szProtocol));
     if (copy == nullptr) {
-        return tavo::FailToCopy(TAVO_HERE, szProtocol);
+        return FailToCopy(TAVO_HERE, szProtocol);
     }
     nProtocols = TAVOProtocolMapping(TLIBServiceConfProtocolParse(copy.get()));
     return 0;
@@ -315,7 +303,7 @@ int CompareService(const Query &query, uint32_t nProtocols, const TAVO_FW_SERVIC
 }
 
 int CheckFirewallServices(const Query &query) {
-    const tavo::ServiceCatalogue &catalogue = query.call.catalogue.Get();
+    const ServiceCatalogue &catalogue = query.call.catalogue.Get();
     if (catalogue.count < 0) {
         return TAVO_LOG_STATE("Failed to enumerate services");
     }
@@ -329,7 +317,7 @@ int CheckFirewallServices(const Query &query) {
     if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
         return -1;
     }
-    const tavo::Services *pServices = query.call.catalogue.Candidates(query.szPort);
+    const Services *pServices = query.call.catalogue.Candidates(query.szPort);
     if (pServices == nullptr) {
         return TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY, "Failed to allocate for services");
     }
@@ -347,19 +335,19 @@ int CheckFirewallServices(const Query &query) {
 // ---- Settings of the system ----
 
 int GetAllNonSkipServicePort(const Query &query, TAVO_PORT_RANGE *pSet) {
-    for (const tavo::ServiceSetting &setting : tavo::kServiceSettings) {
+    for (const ServiceSetting &setting : kServiceSettings) {
         if (query.Skips(setting.service)) {
             continue;
         }
-        if (tavo::GetServicePort(setting.key, pSet) < 0) {
+        if (GetServicePort(setting.key, pSet) < 0) {
             return TAVO_LOG("Failed to GetServicePort(), service = [%s]", setting.key);
         }
     }
     return 0;
 }
 
-tavo::OwnedRanges CreateRanges() {
-    tavo::OwnedRanges ranges(TLIBPortRangeCreate());
+OwnedRanges CreateRanges() {
+    OwnedRanges ranges(TLIBPortRangeCreate());
     if (ranges == nullptr) {
         TAVO_LOG("Failed to TLIBPortRangeCreate()");
     }
@@ -368,7 +356,7 @@ tavo::OwnedRanges CreateRanges() {
 
 // Moves the caller's list into the overlap. The list is unchanged on failure.
 int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
-    const tavo::OwnedRanges former = CreateRanges();
+    const OwnedRanges former = CreateRanges();
     if (former == nullptr) {
         return -1;
     }
@@ -398,21 +386,21 @@ int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *pOverlap) {
 }
 
 int CheckSettings(const Query &query) {
-    const tavo::OwnedRanges settings = CreateRanges();
+    const OwnedRanges settings = CreateRanges();
     if (settings == nullptr) {
         return -1;
     }
     if (GetAllNonSkipServicePort(query, settings.get()) < 0) {
         return TAVO_LOG("Failed to GetAllNonSkipServicePort()");
     }
-    const tavo::OwnedRanges asked = CreateRanges();
+    const OwnedRanges asked = CreateRanges();
     if (asked == nullptr) {
         return -1;
     }
     if (TLIBPortRangeImport(asked.get(), query.szPort) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeImport().");
     }
-    const tavo::OwnedRanges overlap = CreateRanges();
+    const OwnedRanges overlap = CreateRanges();
     if (overlap == nullptr) {
         return -1;
     }
@@ -431,7 +419,7 @@ int FailForArgument() {
 // A token is PORT or START:END in any order, parsed with strtol. Zero alone is invalid: no socket
 // can hold port 0.
 bool ReadSocketToken(const char *szToken, Range &range) {
-    const char *szSeparator = std::strchr(szToken, tavo::kQueryRangeSeparator);
+    const char *szSeparator = std::strchr(szToken, kQueryRangeSeparator);
     const int nStart = static_cast<int>(std::strtol(szToken, nullptr, 10));
     const int nEnd = szSeparator == nullptr
                          ? nStart
@@ -478,7 +466,7 @@ int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
 
 // Stops at the first held port, which is not reported.
 int CheckSockets(const Query &query) {
-    const tavo::ServiceCatalogue &catalogue = query.call.catalogue.Get();
+    const ServiceCatalogue &catalogue = query.call.catalogue.Get();
     if (catalogue.count < 0) {
         return TAVO_FAIL_STATE(TAVO_ERR_FW_SERVICES, "Failed to enumerate services");
     }
@@ -523,10 +511,10 @@ int SplitProtocols(const char *szProtocol, TLIBCSzList *pWords) {
 
 // The names of a long list as keys; null for a short list and when out of memory, then the list is
 // searched.
-tavo::OwnedTable IndexNames(const TLIBCSzList *pNames) {
+OwnedTable IndexNames(const TLIBCSzList *pNames) {
     constexpr int kFewNames = 8;
     const int nNames = TLIBCSzListCount(pNames);
-    tavo::OwnedTable index(nNames > kFewNames ? TLIBCSzHashAlloc(nNames) : nullptr);
+    OwnedTable index(nNames > kFewNames ? TLIBCSzHashAlloc(nNames) : nullptr);
     for (int i = 0; index != nullptr && i < nNames; ++i) {
         if (TLIBCSzHashSetValue(index.get(), TLIBCSzListGet(pNames, i), "") < 0) {
             index.reset();
@@ -573,9 +561,9 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
         nCheckFlags > TAVO_PORT_CHECK_ALL) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
     }
-    const tavo::OwnedNames skip(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    const tavo::OwnedNames ports(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    const tavo::OwnedNames protocols(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    const OwnedNames skip(TLIBCSzListAlloc(kInitialCapacity));
+    const OwnedNames ports(TLIBCSzListAlloc(kInitialCapacity));
+    const OwnedNames protocols(TLIBCSzListAlloc(kInitialCapacity));
     if (skip == nullptr || ports == nullptr || protocols == nullptr) {
         return FailToAllocateList();
     }
@@ -583,7 +571,7 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
         SplitProtocols(szProtocol, protocols.get()) < 0) {
         return -1;
     }
-    const tavo::OwnedTable skipIndex = IndexNames(skip.get());
+    const OwnedTable skipIndex = IndexNames(skip.get());
     Comparison comparison(TAVO_HERE, szPort);
     const Query query = {szPort,          szProtocol,      skip.get(), skipIndex.get(), ports.get(),
                          protocols.get(), ppConflictPorts, call,       comparison};
@@ -601,11 +589,11 @@ constexpr int kServiceFileCheckFlags =
 struct SectionPorts {
     enum class End { kWhole, kNoMemory, kUnreadable, kNoPorts };
 
-    tavo::OwnedNames names;
-    tavo::OwnedNames ports;
+    OwnedNames names;
+    OwnedNames ports;
     End end = End::kWhole;
-    int nKeys = 0;           // of the unreadable section
-    tavo::ErrorState error;  // the error that ended the reading
+    int nKeys = 0;     // of the unreadable section
+    ErrorState error;  // the error that ended the reading
 };
 
 // Reads the sections while the file is held. Errors are reported later, when the check reaches the
@@ -617,11 +605,11 @@ SectionPorts::End ReadSections(const char *szConfFile, TLIBCSzHash *pKeys, Secti
         if (sections.nKeys < 1) {
             return SectionPorts::End::kUnreadable;
         }
-        const char *szDstPorts = TLIBCSzHashGetValue(pKeys, tavo::kKeyDstPorts);
+        const char *szDstPorts = TLIBCSzHashGetValue(pKeys, kKeyDstPorts);
         if (szDstPorts == nullptr) {
             return SectionPorts::End::kNoPorts;
         }
-        if (!tavo::Push(sections.ports, szDstPorts)) {
+        if (!Push(sections.ports, szDstPorts)) {
             return SectionPorts::End::kNoMemory;
         }
     }
@@ -663,13 +651,13 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
         TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         return 0;
     }
-    const tavo::OwnedText copy(strdup(szDstPorts));
+    const OwnedText copy(strdup(szDstPorts));
     if (copy == nullptr) {
         TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
         return 0;
     }
     char *szProtocol = copy.get();
-    char *szPort = tavo::CutPiece(szProtocol, '/');
+    char *szPort = CutPiece(szProtocol, '/');
     if (TLIBCStrTrimSpace(szPort) < 0) {
         return 0;
     }
@@ -690,15 +678,17 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
 }
 
 }  // namespace
+}  // namespace tavo
 
 int TLIBIsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
                        int nCheckFlags, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    Call call;
-    return IsPortConflict(szSkipServices, szPort, szProtocol, nCheckFlags, ppConflictPorts, call);
+    tavo::Call call;
+    return tavo::IsPortConflict(szSkipServices, szPort, szProtocol, nCheckFlags, ppConflictPorts,
+                                call);
 }
 
 int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    SectionPorts sections;
+    tavo::SectionPorts sections;
     sections.names.reset(TLIBCSzListAlloc(tavo::kInitialCapacity));
     if (sections.names == nullptr) {
         return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
@@ -717,15 +707,16 @@ int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppCo
         if (TLIBCFileEnumSection(szConfFile, &pNames) < 1) {
             return 0;
         }
-        sections.end = ReadSections(szConfFile, keys.get(), sections);
+        sections.end = tavo::ReadSections(szConfFile, keys.get(), sections);
         sections.error = tavo::ErrorState();
     }
-    Call call;
+    tavo::Call call;
     for (int i = 0; i < TLIBCSzListCount(sections.ports.get()); ++i) {
-        if (CheckSection(TLIBCSzListGet(sections.names.get(), i),
-                         TLIBCSzListGet(sections.ports.get(), i), ppConflictPorts, call) > 0) {
+        if (tavo::CheckSection(TLIBCSzListGet(sections.names.get(), i),
+                               TLIBCSzListGet(sections.ports.get(), i), ppConflictPorts,
+                               call) > 0) {
             return 1;
         }
     }
-    return ReportEnd(szConfFile, sections);
+    return tavo::ReportEnd(szConfFile, sections);
 }
