@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "check/socket_tables.h"
 #include "support/failure.h"
 
 namespace tavo {

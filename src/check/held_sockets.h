@@ -8,7 +8,7 @@
 #include <span>
 
 #include "check/inode_holders.h"
-#include "check/socket_line.h"
+#include "check/socket_tables.h"
 #include "support/growing_array.h"
 #include "support/kept_texts.h"
 

@@ -16,7 +16,6 @@
 
 #include <unistd.h>
 
-#include <bitset>
 #include <cstdio>
 #include <cstring>
 
@@ -59,12 +58,11 @@ int AppendPort(const Place &here, const typename Check::Known &known, uint16_t u
 }
 
 template <typename Check>
-int AppendPorts(const Place &here, const typename Check::Known &known, const AskedPorts &asked,
-                const TLIBCSzList *pPortList, uint16_t uProtocol, TLIBCDList *pResultList) {
-    for (int i = 0; i < asked.Count(); ++i) {
-        // An invalid port is read again, because ToUPort logs it.
+int AppendPorts(const Place &here, const typename Check::Known &known, const TLIBCSzList *pPortList,
+                uint16_t uProtocol, TLIBCDList *pResultList) {
+    for (int i = 0; i < TLIBCSzListCount(pPortList); ++i) {
         const char *szPort = TLIBCSzListGet(pPortList, i);
-        const uint16_t uPort = asked[i] != 0 ? asked[i] : ToUPort(szPort);
+        const uint16_t uPort = ToUPort(szPort);
         if (uPort == 0) {
             TAVO_LOG_AT(here, "Illegal port: %s", szPort);
             continue;
@@ -93,16 +91,15 @@ int CheckPorts(const Place &here, const TLIBCSzList *pPortList, uint16_t uProtoc
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "%s is undefined",
                             Check::kResultListName);
     }
-    AskedPorts asked;
     typename Check::Known known;
-    if (!asked.Read(pPortList) || !known.index.Init(asked, uProtocol)) {
+    if (!known.index.Init(pPortList, uProtocol)) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_NO_MEMORY, "Failed to filter result list");
     }
     // Both checks log the same function name; the log line must not change.
     if (!known.Fetch()) {
         return TAVO_LOG_AT(here, "Failed to ServiceConfListFetch");
     }
-    return AppendPorts<Check>(here, known, asked, pPortList, uProtocol, pResultList);
+    return AppendPorts<Check>(here, known, pPortList, uProtocol, pResultList);
 }
 
 template <typename Check>
@@ -129,9 +126,6 @@ bool IsAskedFor(const Record &record, uint16_t uProtocol) {
     return (HasTCP(uProtocol) && record.uProtocol == TAVO_PROTO_TCP) ||
            (HasUDP(uProtocol) && record.uProtocol == TAVO_PROTO_UDP);
 }
-
-// A set of ports by number, so that a list need not be searched for each port that is added.
-using PortSet = std::bitset<kHighestPort + 1>;
 
 // The ports that a list contains in the form that this library writes: "080" is not the same entry
 // as "80".

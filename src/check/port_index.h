@@ -4,13 +4,19 @@
 #ifndef TAVO_SRC_CHECK_PORT_INDEX_H
 #define TAVO_SRC_CHECK_PORT_INDEX_H
 
+#include <algorithm>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 
-#include "check/asked_ports.h"
+#include "model/port_text.h"
 #include "support/growing_array.h"
+#include "support/owners.h"
 
 namespace tavo {
+
+// A set of ports by number, so that a list need not be searched for each port.
+using PortSet = std::bitset<kHighestPort + 1>;
 
 // One chain of entries for each requested port and protocol, in the order of their addition. The
 // sources of the entries must outlive the index.
@@ -22,12 +28,23 @@ class PortIndex {
         std::size_t next;  // index in the array plus 1; 0 in the last entry of a chain
     };
 
-    // `asked` must outlive the index; `protocols` are the flags of the requested protocols. Returns
-    // false when out of memory.
-    bool Init(const AskedPorts &asked, unsigned int protocols) {
-        asked_ = &asked;
+    // Requests the ports of a list and the protocols of the flags. Returns false when out of
+    // memory.
+    bool Init(const TLIBCSzList *list, unsigned int protocols) {
+        PortSet asked;
+        for (int i = 0; i < TLIBCSzListCount(list); ++i) {
+            uint16_t port = 0;
+            ScanPort(TLIBCSzListGet(list, i), port);
+            asked.set(port);
+        }
+        // Port 0 is not a valid port and is never looked up.
+        for (unsigned int port = 1; port <= kHighestPort; ++port) {
+            if (asked[port] && !ports_.Append(static_cast<uint16_t>(port))) {
+                return false;
+            }
+        }
         protocols_ = protocols;
-        chains_.reset(static_cast<Chain *>(std::calloc(2 * asked.Places() + 1, sizeof(Chain))));
+        chains_.reset(static_cast<Chain *>(std::calloc(2 * ports_.Count() + 1, sizeof(Chain))));
         return chains_ != nullptr;
     }
 
@@ -37,9 +54,8 @@ class PortIndex {
         if ((protocols_ & protocol) == 0) {
             return true;
         }
-        const std::size_t end = asked_->PlaceOf(last + 1u);
-        for (std::size_t place = asked_->PlaceOf(first); place < end; ++place) {
-            if (!Append(ChainAt(place, protocol), source)) {
+        for (const uint16_t *port = Find(first); port != ports_.end() && *port <= last; ++port) {
+            if (!Append(ChainOf(port, protocol), source)) {
                 return false;
             }
         }
@@ -48,7 +64,7 @@ class PortIndex {
 
     // The first entry of a requested port over TCP or UDP; null if there is none.
     const Entry *First(uint16_t port, unsigned int protocol) const {
-        return At(ChainAt(asked_->PlaceOf(port), protocol).first);
+        return At(ChainOf(Find(port), protocol).first);
     }
     const Entry *After(const Entry *entry) const { return At(entry->next); }
 
@@ -58,7 +74,13 @@ class PortIndex {
         std::size_t last;
     };
 
-    Chain &ChainAt(std::size_t place, unsigned int protocol) const {
+    // The first requested port that is not lower.
+    const uint16_t *Find(uint16_t port) const {
+        return std::lower_bound(ports_.begin(), ports_.end(), port);
+    }
+
+    Chain &ChainOf(const uint16_t *port, unsigned int protocol) const {
+        const auto place = static_cast<std::size_t>(port - ports_.begin());
         return chains_.get()[2 * place + (protocol == TAVO_PROTO_TCP ? 0 : 1)];
     }
 
@@ -76,9 +98,9 @@ class PortIndex {
         return true;
     }
 
-    const AskedPorts *asked_ = nullptr;
     unsigned int protocols_ = 0;
-    std::unique_ptr<Chain, FreeWith<std::free>> chains_;
+    GrowingArray<uint16_t> ports_;  // the requested ports in ascending order
+    MallocPtr<Chain> chains_;       // by place of the port
     GrowingArray<Entry> entries_;
 };
 

@@ -1,6 +1,137 @@
+// The valid lines are those that sscanf accepts. sscanf would take as long as the rest of a check,
+// though, so a line in the form that kernels write is parsed by hand, and sscanf reads only the
+// others.
 #include "check/socket_tables.h"
 
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
 namespace tavo {
+namespace {
+
+constexpr int kFieldsKept = 3;
+
+bool ScanLine(const char *szLine, RawSocketInfo &info) {
+    unsigned short uPort = 0;
+    unsigned int uState = 0;
+    unsigned long ulInode = 0;
+    const int nFields = std::sscanf(szLine,
+                                    "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X "
+                                    "%*X:%*X %*X %*d %*d %lu ",
+                                    &uPort, &uState, &ulInode);
+    if (nFields != kFieldsKept) {
+        return false;
+    }
+    info.uPort = uPort;
+    info.uState = uState;
+    info.ulInode = ulInode;
+    return true;
+}
+
+constexpr int HexDigit(char c) {
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                  : -1;
+}
+
+// Reads the fields of a line one after the other. After the first unexpected field, IsGood is false
+// and the line is not read further.
+class FieldReader {
+  public:
+    explicit FieldReader(const char *szLine) : szAt_(szLine) {}
+
+    bool IsGood() const { return good_; }
+
+    void Blanks() {
+        while (*szAt_ == ' ') {
+            ++szAt_;
+        }
+    }
+
+    void Char(char c) {
+        good_ = good_ && *szAt_ == c;
+        szAt_ += good_ ? 1 : 0;
+    }
+
+    // Reads a number of at most nDigits digits.
+    uint64_t Hex(int nDigits) { return Number(16, nDigits); }
+    uint64_t Decimal(int nDigits) { return Number(10, nDigits); }
+
+    // Reads a field such as 00000000:00000000.
+    void HexPair(int nDigits) {
+        Hex(nDigits);
+        Char(':');
+        Hex(nDigits);
+    }
+
+  private:
+    uint64_t Number(uint64_t nBase, int nMostDigits) {
+        uint64_t nValue = 0;
+        int nDigits = 0;
+        for (; good_; ++szAt_, ++nDigits) {
+            const int nDigit = HexDigit(*szAt_);
+            if (nDigit < 0 || static_cast<uint64_t>(nDigit) >= nBase) {
+                break;
+            }
+            good_ = nDigits < nMostDigits;
+            nValue = nValue * nBase + static_cast<uint64_t>(nDigit);
+        }
+        good_ = good_ && nDigits > 0;
+        return nValue;
+    }
+
+    const char *szAt_;
+    bool good_ = true;
+};
+
+// The numbers of digits that are sure to fit each type.
+constexpr int kWordDigits = 8;      // 32 bits, hexadecimal
+constexpr int kPortDigits = 4;      // 16 bits, hexadecimal
+constexpr int kAddressDigits = 32;  // an IPv6 address
+constexpr int kCountDigits = 9;     // 32 bits, decimal
+constexpr int kInodeDigits = 19;    // 64 bits, decimal
+
+bool ReadKernelLine(const char *szLine, RawSocketInfo &info) {
+    FieldReader reader(szLine);
+    reader.Blanks();
+    reader.Decimal(kCountDigits);  // slot
+    reader.Char(':');
+    reader.Char(' ');
+    reader.Hex(kAddressDigits);  // local address
+    reader.Char(':');
+    const uint64_t nPort = reader.Hex(kPortDigits);
+    reader.Char(' ');
+    reader.Hex(kAddressDigits);  // remote address and port
+    reader.Char(':');
+    reader.Hex(kPortDigits);
+    reader.Char(' ');
+    const uint64_t nState = reader.Hex(kWordDigits);
+    reader.Char(' ');
+    reader.HexPair(kWordDigits);  // queues
+    reader.Char(' ');
+    reader.HexPair(kWordDigits);  // timer
+    reader.Char(' ');
+    reader.Hex(kWordDigits);  // retransmissions
+    reader.Char(' ');
+    reader.Blanks();
+    reader.Decimal(kCountDigits);  // uid
+    reader.Char(' ');
+    reader.Blanks();
+    reader.Decimal(kCountDigits);  // timeout
+    reader.Char(' ');
+    const uint64_t nInode = reader.Decimal(kInodeDigits);
+    if (!reader.IsGood()) {
+        return false;
+    }
+    info.uPort = static_cast<uint16_t>(nPort);
+    info.uState = static_cast<uint32_t>(nState);
+    info.ulInode = nInode;
+    return true;
+}
+
+}  // namespace
 
 bool SocketTableExists(const Place &here, const char *path) {
     if (path != nullptr && TLIBCFileExist(path) != 0) {
@@ -29,6 +160,31 @@ OwnedNames ReadSocketTable(const Place &here, const char *path) {
         TAVO_LOG_AT(here, "Failed to parse File: %s.[0x%04X]", path, TLIBCErrGet());
     }
     return nullptr;
+}
+
+bool ReadSocketLine(const char *szLine, RawSocketInfo &info) {
+    return ReadKernelLine(szLine, info) || ScanLine(szLine, info);
+}
+
+// The kernel prints the 32-bit words of an address as numbers in host byte order. In memory the
+// words are in network order.
+SocketAddress ReadSocketAddress(const char *line) {
+    constexpr std::size_t kWords = sizeof(in6_addr) / sizeof(uint32_t);
+    SocketAddress address = {AF_UNSPEC, {}};
+    const char *text = std::strchr(line, ':') + 1;
+    text += std::strspn(text, " \t\r\n\v\f");
+    const std::size_t digits = std::strcspn(text, ":");
+    if (digits != kWordDigits && digits != kAddressDigits) {
+        return address;
+    }
+    uint32_t words[kWords] = {};
+    for (std::size_t i = 0; i < digits; ++i) {
+        uint32_t &word = words[i / kWordDigits];
+        word = word << 4 | static_cast<uint32_t>(HexDigit(text[i]));
+    }
+    std::memcpy(&address.bytes, words, sizeof(words));
+    address.family = digits == kWordDigits ? AF_INET : AF_INET6;
+    return address;
 }
 
 }  // namespace tavo

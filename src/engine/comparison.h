@@ -11,77 +11,57 @@
 
 namespace tavo {
 
-// Declared ranges are written START-END, query ranges START:END.
-constexpr char kDeclaredRangeSeparator = '-';
-constexpr char kQueryRangeSeparator = ':';
-
-// Prepends a conflict to the list, with both protocols, whatever the query asked for.
-int AddConflict(const Range &range, TAVO_SERVICE_CONF_PORT **ppConflictPorts);
-
-// The same for the overlap of two ranges. Returns 1 if they overlap, 0 if not, -1 on failure.
-int AddCommonPorts(const Range &a, const Range &b, TAVO_SERVICE_CONF_PORT **ppConflictPorts);
+// Prepends the overlap of two ranges to the list, with both protocols, whatever the query asked
+// for. Returns 1 if they overlap, 0 if not, -1 on failure.
+int AddCommonPorts(const Range &a, const Range &b, TAVO_SERVICE_CONF_PORT **conflicts);
 
 // Each overlapping pair of a query range and a declared range is one conflict. If the conflicts are
 // merged into a port set at the end, the pairs are not created: two files of ten thousand ranges
-// each would give a hundred million. Instead the declared ranges are kept, in the order of the
-// comparisons, so that the pairs can still be created if the merge does not happen.
+// each would give a hundred million. Therefore only the declared ranges are kept, in the order of
+// the comparisons, until Merge or MakePairs.
 class Comparison {
   public:
-    enum class Keeping {
-        kPairs,           // prepended to the caller's list at once
-        kDeclaredRanges,  // for Merge or MakePairs
-    };
-
     // Failures are reported for the operation at `place`.
-    Comparison(const Place &place, const char *szQuery, Keeping keeping,
-               TAVO_SERVICE_CONF_PORT **ppConflictPorts)
-        : place_(place),
-          query_(place, szQuery, kQueryRangeSeparator),
-          keeping_(keeping),
-          ppConflicts_(ppConflictPorts) {}
+    Comparison(const Place &place, const char *query)
+        : place_(place), query_(place, query, kQueryRangeSeparator) {}
 
     // Compares with one declared text. Returns 1 if they overlap, 0 if not, -1 on failure.
-    int Compare(const char *szDeclared);
+    int Compare(const char *declared);
 
-    bool HasKept() const { return kept_.Count() > 0; }
-
-    // Adds the ports of all kept conflicts to a set. They are still kept, because later steps with
-    // the set may fail.
-    int Merge(TAVO_PORT_RANGE *pSet) const;
+    // Adds the ports of all conflicts to a set. The declared ranges are still kept, because later
+    // steps with the set may fail.
+    int Merge(TAVO_PORT_RANGE *set) const;
 
     // Drops the kept ranges once they are in the caller's list.
     void Forget() { kept_.Clear(); }
 
-    // Prepends the pairs of the kept ranges to the caller's list until memory runs out, and drops
-    // the kept ranges.
-    int MakePairs();
+    // Prepends the pairs to the caller's list until memory runs out, and drops the kept ranges.
+    int MakePairs(TAVO_SERVICE_CONF_PORT **conflicts);
 
   private:
     struct Kept {
-        uint16_t nLow;
-        uint16_t nHigh;
-        uint32_t nText;  // number of the declared text
+        uint16_t low;
+        uint16_t high;
+        uint32_t text;  // number of the declared text
     };
 
     int ReadQuery();
-    int FindMergedQuery();
     bool Meets(const Range &declared) const;
-    int Keep(TextRanges &declared, std::size_t nDeclared);
-    int MakePairsOf(std::size_t nFirst, std::size_t nEnd, std::size_t nAsked);
-    int MergeCommonPorts(TAVO_PORT_RANGE *pSet) const;
-    int MergePairs(TAVO_PORT_RANGE *pSet) const;
+    int Keep(const GrowingArray<Range> &declared);
+    int MakePairsOf(std::size_t first, std::size_t end, std::size_t asked,
+                    TAVO_SERVICE_CONF_PORT **conflicts) const;
+    int MergeCommonPorts(TAVO_PORT_RANGE *set) const;
+    int MergePairs(TAVO_PORT_RANGE *set) const;
     int FailToAllocate() const;
 
     Place place_;
     TextRanges query_;
-    Keeping keeping_;
-    TAVO_SERVICE_CONF_PORT **ppConflicts_;
-    std::size_t nAsked_ = 0;      // number of valid ranges of the query
+    GrowingArray<Range> asked_;   // the valid ranges of the query, as far as it was read
+    GrowingArray<Range> merged_;  // the same in ascending order and disjoint, once all are read
     bool read_ = false;           // the query was read to its end
-    GrowingArray<Range> merged_;  // a long query, ascending and disjoint
     GrowingArray<Kept> kept_;
-    uint32_t nText_ = 0;
-    std::size_t nAskedOfLast_ = 0;  // number of query ranges compared with the last text
+    uint32_t text_ = 0;
+    std::size_t asked_of_last_ = 0;  // number of query ranges compared with the last text
 };
 
 }  // namespace tavo

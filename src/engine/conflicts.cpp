@@ -13,8 +13,6 @@
 namespace tavo {
 namespace {
 
-constexpr Range kSocketPorts = {1, kPortCount - 1};
-
 bool Skips(const PortQuestion &question, const char *name) {
     return name != nullptr &&
            std::any_of(question.skipped.begin(), question.skipped.end(),
@@ -91,18 +89,12 @@ bool PortConflicts::OrderQuestions() {
             return false;
         }
         for (const Range &range : merged) {
-            if (!asked_.Append({range, question, 0}) || !ordered_.Append({range, question, 0})) {
+            if (!asked_.Append({range, question}) || !index_.Add(range, question)) {
                 return false;
             }
         }
     }
-    std::sort(ordered_.begin(), ordered_.end(),
-              [](const Asked &a, const Asked &b) { return a.range.nLow < b.range.nLow; });
-    int highest = 0;
-    for (Asked &asked : ordered_) {
-        highest = std::max(highest, asked.range.nHigh);
-        asked.highest = highest;
-    }
+    index_.Sort();
     return true;
 }
 
@@ -148,38 +140,30 @@ void PortConflicts::AddReserved() {
     }
 }
 
-// Goes back from the last range that starts at or below the end of the declared one, as long as an
-// earlier range can reach its start.
 void PortConflicts::AddDeclared(const Range &range, int source, uint32_t protocols,
                                 const PortDeclarer &declarer) {
-    const Asked *asked =
-        std::upper_bound(ordered_.begin(), ordered_.end(), range.nHigh,
-                         [](int port, const Asked &one) { return port < one.range.nLow; });
-    while (asked != ordered_.begin() && (--asked)->highest >= range.nLow) {
-        const PortQuestion &question = questions_[asked->question];
-        if (asked->range.nHigh < range.nLow || (question.protocols & protocols) == 0 ||
-            !Concerns(asked->question, source, declarer.name)) {
-            continue;
+    index_.ForEachOverlap(range, [&](const Range &asked, std::size_t number) {
+        const PortQuestion &question = questions_[number];
+        if ((question.protocols & protocols) == 0 || !Concerns(number, source, declarer.name)) {
+            return;
         }
         const bool service = source == TAVO_PORT_CHECK_FW_SERVICE;
-        AddTaken(
-            {asked->question,
-             source,
-             {std::max(asked->range.nLow, range.nLow), std::min(asked->range.nHigh, range.nHigh)},
-             service ? question.protocols & protocols : protocols,
-             declarer});
-    }
+        AddTaken({number,
+                  source,
+                  {std::max(asked.nLow, range.nLow), std::min(asked.nHigh, range.nHigh)},
+                  service ? question.protocols & protocols : protocols,
+                  declarer});
+    });
 }
 
 void PortConflicts::CompareText(const char *ports, int source, uint32_t protocols,
                                 const PortDeclarer &declarer, const char *key) {
-    TextRanges ranges(TAVO_HERE, ports, kDeclaredRangeSeparator);
-    Range range{};
-    int got = 0;
-    for (std::size_t i = 0; (got = ranges.Get(i, range)) == 1; ++i) {
+    GrowingArray<Range> ranges;
+    const int read = TextRanges(TAVO_HERE, ports, kDeclaredRangeSeparator).ReadAll(ranges);
+    for (const Range &range : ranges) {
         AddDeclared(range, source, protocols, declarer);
     }
-    if (got < 0) {
+    if (read < 0) {
         AddFailureForAll({.source = source,
                           .kind = SourceFailure::Kind::kBadPorts,
                           .code = TLIBCErrGet(),
@@ -244,8 +228,8 @@ void PortConflicts::CompareRule(const ForwardingRule &rule, const char *file) {
 // ---- Firewall services ----
 
 const ServiceCatalogue &PortConflicts::Catalogue() {
-    if (services_ == nullptr) {
-        services_ = &catalogue_.Get();
+    if (!services_) {
+        services_ = ReadCatalogue();
     }
     return *services_;
 }
@@ -342,18 +326,12 @@ void PortConflicts::ReadSockets() {
 
 void PortConflicts::ReadSocketsOf(const TAVO_PROTO_TYPE_MAPPING &protocol) {
     const auto bit = static_cast<uint32_t>(protocol.nProto);
-    UsedPorts used(kSocketPorts);
-    if (used.OutOfMemory()) {
-        out_of_memory_ = true;
-        return;
-    }
+    PortSet held;
     ForgetError();
-    if (!used.Ask(kSocketPorts, protocol.nProto == TAVO_PROTO_TCP)) {
+    if (!AddHeldPorts(protocol.nProto == TAVO_PROTO_TCP, held)) {
         AddFailureForAll({.source = TAVO_PORT_CHECK_RUNTIME, .code = TLIBCErrGet()}, bit);
         return;
     }
-    PortSet held;
-    used.AddTo(held);
     for (std::size_t question = 0; question < questions_.size(); ++question) {
         if (Concerns(question, TAVO_PORT_CHECK_RUNTIME, nullptr) &&
             (questions_[question].protocols & bit) != 0) {
@@ -365,18 +343,14 @@ void PortConflicts::ReadSocketsOf(const TAVO_PROTO_TYPE_MAPPING &protocol) {
 // A socket on a port of a skipped service is assumed to belong to that service.
 void PortConflicts::CompareSockets(std::size_t question, uint32_t protocol, const PortSet &held) {
     const auto [first, end] =
-        std::equal_range(asked_.begin(), asked_.end(), Asked{{}, question, 0},
+        std::equal_range(asked_.begin(), asked_.end(), Asked{{}, question},
                          [](const Asked &a, const Asked &b) { return a.question < b.question; });
     if (std::none_of(first, end,
                      [&held](const Asked &asked) { return AnyHeld(asked.range, held); })) {
         return;
     }
-    if (questions_[question].skipped.empty()) {
-        std::for_each(first, end, [&](const Asked &asked) { AddRows(asked, protocol, held); });
-        return;
-    }
     SkippedPorts skipped;
-    if (!AddSkippedPorts(question, protocol, skipped)) {
+    if (!questions_[question].skipped.empty() && !AddSkippedPorts(question, protocol, skipped)) {
         return;
     }
     const PortSet left = held & ~skipped.Ports();
@@ -407,13 +381,8 @@ bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol,
         return false;
     }
     for (const char *name : questions_[question].skipped) {
-        const TAVO_FW_SERVICE *service =
-            catalogue.services == nullptr ? nullptr : catalogue_.Find(name);
-        if (service == nullptr || (service->nDstProtocol & protocol) == 0) {
-            continue;
-        }
-        for (int i = 0; i < TLIBCSzListCount(service->pDstPortList); ++i) {
-            skipped.Add(TLIBCSzListGet(service->pDstPortList, i));
+        if (catalogue.services != nullptr) {
+            skipped.AddService(catalogue.services.get(), name, protocol);
         }
     }
     return true;

@@ -8,9 +8,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 
-#include "engine/call_catalogue.h"
+#include "catalogue/firewall_service.h"
 #include "engine/conflict_sources.h"
 #include "engine/text_ranges.h"
 #include "engine/used_ports.h"
@@ -86,14 +87,13 @@ class PortConflicts {
     }
 
     // The catalogue used for the comparison; null if no question used it.
-    const ServiceCatalogue *Services() const { return services_; }
+    const ServiceCatalogue *Services() const { return services_ ? &*services_ : nullptr; }
 
   private:
-    // A range of a question; `highest` is the highest port of it and of all ranges before it.
+    // A range of a question.
     struct Asked {
         Range range;
         std::size_t question;
-        int highest;
     };
 
     // Copies a text for a record; null for null.
@@ -122,12 +122,11 @@ class PortConflicts {
     bool AddSkippedPorts(std::size_t question, uint32_t protocol, SkippedPorts &skipped);
 
     std::span<const PortQuestion> questions_;
-    GrowingArray<Asked> asked_;    // by question; the ranges of one never overlap or touch
-    GrowingArray<Asked> ordered_;  // the same in ascending order
-    int wanted_ = 0;               // the sources of all questions
+    GrowingArray<Asked> asked_;  // by question; the ranges of one never overlap or touch
+    RangeIndex index_;           // the same, by question
+    int wanted_ = 0;             // the sources of all questions
     bool out_of_memory_ = false;
-    CallCatalogue catalogue_;
-    const ServiceCatalogue *services_ = nullptr;  // null until read
+    std::optional<ServiceCatalogue> services_;
     KeptTexts texts_;
     GrowingArray<TakenPorts> taken_;
     GrowingArray<SourceFailure> failures_;

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include "base/system_files.h"
@@ -31,17 +32,8 @@
 #include "tavoftp.h"
 #include "tavopf.h"
 
+namespace tavo {
 namespace {
-
-using tavo::CallCatalogue;
-using tavo::Comparison;
-using tavo::kPortCount;
-using tavo::kQueryRangeSeparator;
-using tavo::PortSet;
-using tavo::PortsOf;
-using tavo::Range;
-using tavo::SkippedPorts;
-using tavo::UsedPorts;
 
 using Ports = TAVO_SERVICE_CONF_PORT;
 
@@ -49,7 +41,7 @@ constexpr char kTokenSeparators[] = " ,";
 // Longer protocol texts are rejected.
 constexpr int kProtocolTextSize = 1024;
 
-// tavo::kReservedPort as a token of the query.
+// kReservedPort as a token of the query.
 constexpr char kReservedToken[] = "412";
 
 // The ports that sockets of one protocol hold. The first few ranges are queried one by one. A call
@@ -57,31 +49,22 @@ constexpr char kReservedToken[] = "412";
 // kernel walk its sockets.
 class HeldPorts {
   public:
-    // Whether the range can be looked up.
-    bool Knows(const Range &range, bool tcp) {
+    // All held ports, if the range can be looked up in them; else null.
+    const PortSet *For(const Range &range, bool tcp) {
         const bool possible = range.nLow >= 0 && range.nHigh < kPortCount;
-        if (possible && !known_ && ++nQuestions_ > kFewQuestions) {
-            nQuestions_ = 0;
-            UsedPorts used(kAllPorts);
-            known_ = !used.OutOfMemory() && used.Ask(kAllPorts, tcp);
-            if (known_) {
-                used.AddTo(ports_);
-            }
+        if (possible && !known_ && ++questions_ > kFewQuestions) {
+            questions_ = 0;
+            known_ = AddHeldPorts(tcp, ports_);
         }
-        return possible && known_;
-    }
-
-    bool AllSkipped(const Range &range, const SkippedPorts &skipped) const {
-        return (ports_ & PortsOf(range.nLow, range.nHigh) & ~skipped.Ports()).none();
+        return possible && known_ ? &ports_ : nullptr;
     }
 
   private:
     static constexpr int kFewQuestions = 4;
-    static constexpr Range kAllPorts = {1, kPortCount - 1};
 
     PortSet ports_;
     bool known_ = false;
-    int nQuestions_ = 0;
+    int questions_ = 0;
 };
 
 // What one call of the engine reads at most once.
@@ -117,8 +100,6 @@ int FailToAllocateList() {
 }
 
 }  // namespace
-
-namespace tavo {
 
 // ---- Port-forwarding rules ----
 
@@ -251,15 +232,13 @@ int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
     return 0;
 }
 
-}  // namespace tavo
-
 namespace {
 
 // ---- Port-forwarding rules ----
 
 // A rule conflicts on either protocol although it must name its own, because the router may be
 // asked for both.
-int CompareRule(const Query &query, const tavo::ForwardingRule &rule) {
+int CompareRule(const Query &query, const ForwardingRule &rule) {
     if (rule.service != nullptr && query.Skips(rule.service)) {
         return 0;
     }
@@ -275,9 +254,9 @@ int CompareRule(const Query &query, const tavo::ForwardingRule &rule) {
 }
 
 int CheckForwardingRules(const Query &query) {
-    using Step = tavo::ForwardingRules::Step;
-    tavo::ForwardingRules rules;
-    tavo::ForwardingRule rule{};
+    using Step = ForwardingRules::Step;
+    ForwardingRules rules;
+    ForwardingRule rule{};
     int nAnswer = 0;
     for (Step step = rules.Next(rule); step != Step::kEnd; step = rules.Next(rule)) {
         const int nRule = step == Step::kRule ? CompareRule(query, rule) : -1;
@@ -293,39 +272,38 @@ int CheckForwardingRules(const Query &query) {
 
 // A service that is missing because memory ran out or a system call failed may declare the ports in
 // question. Neither source can answer without it.
-int FailWithoutCatalogue(const tavo::ServiceCatalogue &catalogue) {
+int FailWithoutCatalogue(const ServiceCatalogue &catalogue) {
     return TAVO_FAIL_STATE(catalogue.report.Fault(), "Failed to enumerate services");
 }
 
 // The protocols of the query; 0 if the text names none, then no service conflicts.
 int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
-    const tavo::OwnedText copy(strdup(szProtocol));
+    const OwnedText copy(strdup(szProtocol));
     if (copy == nullptr) {
-        return tavo::FailToCopy(TAVO_HERE, szProtocol);
+        return FailToCopy(TAVO_HERE, szProtocol);
     }
     nProtocols = TAVOProtocolMapping(TLIBServiceConfProtocolParse(copy.get()));
     return 0;
 }
 
-// Compares with one service, unless it is skipped or uses other protocols. Returns false on
-// failure.
-bool CompareService(const Query &query, uint32_t nProtocols, const TAVO_FW_SERVICE &service,
-                    int &nAnswer) {
+// Compares with one service, unless it is skipped or uses other protocols.
+int CompareService(const Query &query, uint32_t nProtocols, const TAVO_FW_SERVICE &service) {
     if ((service.nDstProtocol & nProtocols) == 0 || query.Skips(service.szName)) {
-        return true;
+        return 0;
     }
+    int nAnswer = 0;
     for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
         const int nOne = query.comparison.Compare(TLIBCSzListGet(service.pDstPortList, i));
         if (nOne < 0) {
-            return false;
+            return -1;
         }
         nAnswer |= nOne;
     }
-    return true;
+    return nAnswer;
 }
 
 int CheckFirewallServices(const Query &query) {
-    const tavo::ServiceCatalogue &catalogue = query.call.catalogue.Get();
+    const ServiceCatalogue &catalogue = query.call.catalogue.Get();
     if (catalogue.count < 0) {
         return TAVO_LOG_STATE("Failed to enumerate services");
     }
@@ -339,21 +317,17 @@ int CheckFirewallServices(const Query &query) {
     if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
         return -1;
     }
-    int nAnswer = 0;
-    if (const tavo::OddServices *pOdd =
-            query.call.catalogue.PlainDeclareNone(query.szPort, nProtocols, query.pSkip)) {
-        for (const tavo::OddService &odd : *pOdd) {
-            if (!CompareService(query, nProtocols, *odd.pService, nAnswer)) {
-                return -1;
-            }
-        }
-        return nAnswer;
+    const Services *pServices = query.call.catalogue.Candidates(query.szPort);
+    if (pServices == nullptr) {
+        return TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY, "Failed to allocate for services");
     }
-    for (const TAVO_FW_SERVICE *pService = catalogue.services.get(); pService != nullptr;
-         pService = pService->pNext) {
-        if (!CompareService(query, nProtocols, *pService, nAnswer)) {
+    int nAnswer = 0;
+    for (const TAVO_FW_SERVICE *pService : *pServices) {
+        const int nOne = CompareService(query, nProtocols, *pService);
+        if (nOne < 0) {
             return -1;
         }
+        nAnswer |= nOne;
     }
     return nAnswer;
 }
@@ -361,19 +335,19 @@ int CheckFirewallServices(const Query &query) {
 // ---- Settings of the system ----
 
 int GetAllNonSkipServicePort(const Query &query, TAVO_PORT_RANGE *pSet) {
-    for (const tavo::ServiceSetting &setting : tavo::kServiceSettings) {
+    for (const ServiceSetting &setting : kServiceSettings) {
         if (query.Skips(setting.service)) {
             continue;
         }
-        if (tavo::GetServicePort(setting.key, pSet) < 0) {
+        if (GetServicePort(setting.key, pSet) < 0) {
             return TAVO_LOG("Failed to GetServicePort(), service = [%s]", setting.key);
         }
     }
     return 0;
 }
 
-tavo::OwnedRanges CreateRanges() {
-    tavo::OwnedRanges ranges(TLIBPortRangeCreate());
+OwnedRanges CreateRanges() {
+    OwnedRanges ranges(TLIBPortRangeCreate());
     if (ranges == nullptr) {
         TAVO_LOG("Failed to TLIBPortRangeCreate()");
     }
@@ -382,7 +356,7 @@ tavo::OwnedRanges CreateRanges() {
 
 // Moves the caller's list into the overlap. The list is unchanged on failure.
 int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
-    const tavo::OwnedRanges former = CreateRanges();
+    const OwnedRanges former = CreateRanges();
     if (former == nullptr) {
         return -1;
     }
@@ -394,25 +368,16 @@ int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
     return 0;
 }
 
-// Merges the conflicts of rules and services into the overlap. This is done before the entries that
-// the caller's list had on entry.
-int JoinConflicts(const Query &query, TAVO_PORT_RANGE *pOverlap) {
-    if (!query.comparison.HasKept()) {
-        return 0;
-    }
-    if (query.comparison.Merge(pOverlap) < 0) {
-        return TAVO_LOG("Failed to TLIBPortRangeJoin()");
-    }
-    return 0;
-}
-
 // Replaces the caller's list with the overlap merged with all conflicts before it. Entries that
 // were in the list on entry count as a conflict, which is kept: callers that pass the list from
 // check to check rely on a result for all of them.
 int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *pOverlap) {
     Ports **ppConflictPorts = query.ppConflictPorts;
-    if (JoinConflicts(query, pOverlap) < 0 ||
-        (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0)) {
+    // The conflicts of rules and services come before the entries that the list had on entry.
+    if (query.comparison.Merge(pOverlap) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeJoin()");
+    }
+    if (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0) {
         return -1;
     }
     query.comparison.Forget();
@@ -421,21 +386,21 @@ int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *pOverlap) {
 }
 
 int CheckSettings(const Query &query) {
-    const tavo::OwnedRanges settings = CreateRanges();
+    const OwnedRanges settings = CreateRanges();
     if (settings == nullptr) {
         return -1;
     }
     if (GetAllNonSkipServicePort(query, settings.get()) < 0) {
         return TAVO_LOG("Failed to GetAllNonSkipServicePort()");
     }
-    const tavo::OwnedRanges asked = CreateRanges();
+    const OwnedRanges asked = CreateRanges();
     if (asked == nullptr) {
         return -1;
     }
     if (TLIBPortRangeImport(asked.get(), query.szPort) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeImport().");
     }
-    const tavo::OwnedRanges overlap = CreateRanges();
+    const OwnedRanges overlap = CreateRanges();
     if (overlap == nullptr) {
         return -1;
     }
@@ -446,21 +411,6 @@ int CheckSettings(const Query &query) {
 }
 
 // ---- Sockets ----
-
-SkippedPorts PortsOfSkipped(const Query &query, int nProtocol) {
-    SkippedPorts skipped;
-    for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
-        const TAVO_FW_SERVICE *pService = query.call.catalogue.Find(TLIBCSzListGet(query.pSkip, i));
-        if (pService == nullptr ||
-            (pService->nDstProtocol & static_cast<uint32_t>(nProtocol)) == 0) {
-            continue;
-        }
-        for (int k = 0; k < TLIBCSzListCount(pService->pDstPortList); ++k) {
-            skipped.Add(TLIBCSzListGet(pService->pDstPortList, k));
-        }
-    }
-    return skipped;
-}
 
 int FailForArgument() {
     return TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
@@ -478,10 +428,25 @@ bool ReadSocketToken(const char *szToken, Range &range) {
     return nStart != 0 || nEnd != 0;
 }
 
-int CheckSocketsOf(const Range &range, bool tcp, HeldPorts &held, const SkippedPorts &skipped,
-                   const TAVO_FW_SERVICE *pServices) {
-    if (pServices != nullptr && held.Knows(range, tcp)) {
-        return held.AllSkipped(range, skipped) ? 0 : 1;
+// `skipped` gets the ports of the skipped services once a port of the range is held.
+int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
+                   TAVO_FW_SERVICE *pServices, std::optional<SkippedPorts> &skipped) {
+    const TAVO_PROTO_TYPE_MAPPING &protocol = gProtoTypeMapping[row];
+    const bool tcp = protocol.nProto == TAVO_PROTO_TCP;
+    const auto skippedPorts = [&]() -> const SkippedPorts & {
+        if (!skipped) {
+            skipped.emplace();
+            for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
+                skipped->AddService(pServices, TLIBCSzListGet(query.pSkip, i),
+                                    static_cast<uint32_t>(protocol.nProto));
+            }
+        }
+        return *skipped;
+    };
+    if (const PortSet *pHeld =
+            pServices != nullptr ? query.call.held[row].For(range, tcp) : nullptr) {
+        const PortSet held = *pHeld & PortsOf(range.nLow, range.nHigh);
+        return held.any() && (held & ~skippedPorts().Ports()).any() ? 1 : 0;
     }
     UsedPorts used(range);
     if (used.OutOfMemory()) {
@@ -493,37 +458,32 @@ int CheckSocketsOf(const Range &range, bool tcp, HeldPorts &held, const SkippedP
     if (pServices == nullptr) {
         return FailForArgument();
     }
-    return used.AllSkipped(skipped) ? 0 : 1;
+    const bool taken = std::any_of(used.begin(), used.end(), [&](int nPort) {
+        return nPort != 0 && !skippedPorts().Has(nPort);
+    });
+    return taken ? 1 : 0;
 }
 
 // Stops at the first held port, which is not reported.
 int CheckSockets(const Query &query) {
-    const tavo::ServiceCatalogue &catalogue = query.call.catalogue.Get();
+    const ServiceCatalogue &catalogue = query.call.catalogue.Get();
     if (catalogue.count < 0) {
         return TAVO_FAIL_STATE(TAVO_ERR_FW_SERVICES, "Failed to enumerate services");
     }
     if (catalogue.report.Fault() != 0) {
         return FailWithoutCatalogue(catalogue);
     }
-    const TAVO_FW_SERVICE *pServices = catalogue.services.get();
-    SkippedPorts skipped[std::size(gProtoTypeMapping)];
-    for (std::size_t row = 0; pServices != nullptr && row < std::size(skipped); ++row) {
-        if (query.Names(gProtoTypeMapping[row])) {
-            skipped[row] = PortsOfSkipped(query, gProtoTypeMapping[row].nProto);
-        }
-    }
+    std::optional<SkippedPorts> skipped[std::size(gProtoTypeMapping)];
     for (int i = 0; i < TLIBCSzListCount(query.pPorts); ++i) {
         Range range{};
         if (!ReadSocketToken(TLIBCSzListGet(query.pPorts, i), range)) {
             return FailForArgument();
         }
         for (std::size_t row = 0; row < std::size(skipped); ++row) {
-            const TAVO_PROTO_TYPE_MAPPING &protocol = gProtoTypeMapping[row];
-            if (!query.Names(protocol)) {
-                continue;
-            }
-            const int nAnswer = CheckSocketsOf(range, protocol.nProto == TAVO_PROTO_TCP,
-                                               query.call.held[row], skipped[row], pServices);
+            const int nAnswer =
+                query.Names(gProtoTypeMapping[row])
+                    ? CheckSocketsOf(query, range, row, catalogue.services.get(), skipped[row])
+                    : 0;
             if (nAnswer != 0) {
                 return nAnswer;
             }
@@ -551,10 +511,10 @@ int SplitProtocols(const char *szProtocol, TLIBCSzList *pWords) {
 
 // The names of a long list as keys; null for a short list and when out of memory, then the list is
 // searched.
-tavo::OwnedTable IndexNames(const TLIBCSzList *pNames) {
+OwnedTable IndexNames(const TLIBCSzList *pNames) {
     constexpr int kFewNames = 8;
     const int nNames = TLIBCSzListCount(pNames);
-    tavo::OwnedTable index(nNames > kFewNames ? TLIBCSzHashAlloc(nNames) : nullptr);
+    OwnedTable index(nNames > kFewNames ? TLIBCSzHashAlloc(nNames) : nullptr);
     for (int i = 0; index != nullptr && i < nNames; ++i) {
         if (TLIBCSzHashSetValue(index.get(), TLIBCSzListGet(pNames, i), "") < 0) {
             index.reset();
@@ -575,15 +535,18 @@ int AskSources(const Query &query, int nCheckFlags) {
         {TAVO_PORT_CHECK_SYS_KEY, CheckSettings},
         {TAVO_PORT_CHECK_RUNTIME, CheckSockets},
     };
+    const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
     int nAnswer = TLIBCSzListFind(query.pPorts, kReservedToken) >= 0 ? 1 : 0;
     for (const auto &source : kSources) {
         if ((nCheckFlags & source.nFlag) == 0) {
             continue;
         }
         const int nOne = source.pfnCheck(query);
-        if (nOne < 0) {
-            // The caller gets the conflicts found before the failure.
-            query.comparison.MakePairs();
+        // The settings merge the conflicts of rules and services. Without the settings the pairs
+        // are the result. After a failure the caller gets the conflicts found before it.
+        const bool complete =
+            (nOne >= 0 && merged) || query.comparison.MakePairs(query.ppConflictPorts) == 0;
+        if (nOne < 0 || !complete) {
             return -1;
         }
         nAnswer |= nOne;
@@ -598,9 +561,9 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
         nCheckFlags > TAVO_PORT_CHECK_ALL) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
     }
-    const tavo::OwnedNames skip(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    const tavo::OwnedNames ports(TLIBCSzListAlloc(tavo::kInitialCapacity));
-    const tavo::OwnedNames protocols(TLIBCSzListAlloc(tavo::kInitialCapacity));
+    const OwnedNames skip(TLIBCSzListAlloc(kInitialCapacity));
+    const OwnedNames ports(TLIBCSzListAlloc(kInitialCapacity));
+    const OwnedNames protocols(TLIBCSzListAlloc(kInitialCapacity));
     if (skip == nullptr || ports == nullptr || protocols == nullptr) {
         return FailToAllocateList();
     }
@@ -608,14 +571,8 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
         SplitProtocols(szProtocol, protocols.get()) < 0) {
         return -1;
     }
-    const tavo::OwnedTable skipIndex = IndexNames(skip.get());
-    // The settings merge the conflicts of rules and services; without the settings the pairs are
-    // the result.
-    const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
-    Comparison comparison(
-        TAVO_HERE, szPort,
-        merged ? Comparison::Keeping::kDeclaredRanges : Comparison::Keeping::kPairs,
-        ppConflictPorts);
+    const OwnedTable skipIndex = IndexNames(skip.get());
+    Comparison comparison(TAVO_HERE, szPort);
     const Query query = {szPort,          szProtocol,      skip.get(), skipIndex.get(), ports.get(),
                          protocols.get(), ppConflictPorts, call,       comparison};
     return AskSources(query, nCheckFlags);
@@ -632,11 +589,11 @@ constexpr int kServiceFileCheckFlags =
 struct SectionPorts {
     enum class End { kWhole, kNoMemory, kUnreadable, kNoPorts };
 
-    tavo::OwnedNames names;
-    tavo::OwnedNames ports;
+    OwnedNames names;
+    OwnedNames ports;
     End end = End::kWhole;
-    int nKeys = 0;           // of the unreadable section
-    tavo::ErrorState error;  // the error that ended the reading
+    int nKeys = 0;     // of the unreadable section
+    ErrorState error;  // the error that ended the reading
 };
 
 // Reads the sections while the file is held. Errors are reported later, when the check reaches the
@@ -648,11 +605,11 @@ SectionPorts::End ReadSections(const char *szConfFile, TLIBCSzHash *pKeys, Secti
         if (sections.nKeys < 1) {
             return SectionPorts::End::kUnreadable;
         }
-        const char *szDstPorts = TLIBCSzHashGetValue(pKeys, tavo::kKeyDstPorts);
+        const char *szDstPorts = TLIBCSzHashGetValue(pKeys, kKeyDstPorts);
         if (szDstPorts == nullptr) {
             return SectionPorts::End::kNoPorts;
         }
-        if (!tavo::Push(sections.ports, szDstPorts)) {
+        if (!Push(sections.ports, szDstPorts)) {
             return SectionPorts::End::kNoMemory;
         }
     }
@@ -694,13 +651,13 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
         TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         return 0;
     }
-    const tavo::OwnedText copy(strdup(szDstPorts));
+    const OwnedText copy(strdup(szDstPorts));
     if (copy == nullptr) {
         TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
         return 0;
     }
     char *szProtocol = copy.get();
-    char *szPort = tavo::CutPiece(szProtocol, '/');
+    char *szPort = CutPiece(szProtocol, '/');
     if (TLIBCStrTrimSpace(szPort) < 0) {
         return 0;
     }
@@ -721,15 +678,17 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
 }
 
 }  // namespace
+}  // namespace tavo
 
 int TLIBIsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
                        int nCheckFlags, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    Call call;
-    return IsPortConflict(szSkipServices, szPort, szProtocol, nCheckFlags, ppConflictPorts, call);
+    tavo::Call call;
+    return tavo::IsPortConflict(szSkipServices, szPort, szProtocol, nCheckFlags, ppConflictPorts,
+                                call);
 }
 
 int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    SectionPorts sections;
+    tavo::SectionPorts sections;
     sections.names.reset(TLIBCSzListAlloc(tavo::kInitialCapacity));
     if (sections.names == nullptr) {
         return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
@@ -748,15 +707,16 @@ int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppCo
         if (TLIBCFileEnumSection(szConfFile, &pNames) < 1) {
             return 0;
         }
-        sections.end = ReadSections(szConfFile, keys.get(), sections);
+        sections.end = tavo::ReadSections(szConfFile, keys.get(), sections);
         sections.error = tavo::ErrorState();
     }
-    Call call;
+    tavo::Call call;
     for (int i = 0; i < TLIBCSzListCount(sections.ports.get()); ++i) {
-        if (CheckSection(TLIBCSzListGet(sections.names.get(), i),
-                         TLIBCSzListGet(sections.ports.get(), i), ppConflictPorts, call) > 0) {
+        if (tavo::CheckSection(TLIBCSzListGet(sections.names.get(), i),
+                               TLIBCSzListGet(sections.ports.get(), i), ppConflictPorts,
+                               call) > 0) {
             return 1;
         }
     }
-    return ReportEnd(szConfFile, sections);
+    return tavo::ReportEnd(szConfFile, sections);
 }

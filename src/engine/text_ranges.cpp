@@ -1,41 +1,13 @@
 #include "engine/text_ranges.h"
 
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
+#include <utility>
 
+#include "model/port_text.h"
 #include "support/text.h"
 #include "tavoserviceconf.h"
 
 namespace tavo {
-namespace {
-
-// Parses one token, PORT or a range. Modifies the token.
-bool ReadToken(const Place &place, char *szToken, char separator, Range &range) {
-    const std::size_t nLength = std::strlen(szToken);
-    if (nLength > 0 && (szToken[0] == separator || szToken[nLength - 1] == separator)) {
-        TAVO_SET_ERROR_AT(place, TLIBC_ERR_BAD_PARAMETER);
-        return false;
-    }
-    char *szEnd = szToken;
-    const char *szStart = CutPiece(szEnd, separator);
-    if (TAVOServiceConfPortsCheck(szStart) != 1) {
-        return false;
-    }
-    const int nStart = static_cast<int>(std::strtol(szStart, nullptr, 10));
-    if (szEnd == nullptr) {
-        range = {nStart, nStart};
-        return true;
-    }
-    if (TAVOServiceConfPortsCheck(szEnd) != 1) {
-        return false;
-    }
-    const int nEnd = static_cast<int>(std::strtol(szEnd, nullptr, 10));
-    range = {std::min(nStart, nEnd), std::max(nStart, nEnd)};
-    return true;
-}
-
-}  // namespace
 
 bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged) {
     std::sort(ranges.begin(), ranges.end(),
@@ -51,73 +23,85 @@ bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged) {
     return true;
 }
 
+void RangeIndex::Sort() {
+    std::sort(entries_.begin(), entries_.end(),
+              [](const Entry &a, const Entry &b) { return a.range.nLow < b.range.nLow; });
+    int highest = 0;
+    for (Entry &entry : entries_) {
+        highest = std::max(highest, entry.range.nHigh);
+        entry.highest = highest;
+    }
+}
+
 int FailToCopy(const Place &place, const char *szText) {
     return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_NO_MEMORY, "strdup fail for %s", szText);
 }
 
-TextRanges::~TextRanges() {
-    if (pRanges_ != inline_) {
-        std::free(pRanges_);
-    }
+int TextRanges::FailToAllocate() const {
+    return place_ ? FailToCopy(*place_, text_) : -1;
 }
 
-int TextRanges::Get(std::size_t index, Range &range) {
-    if (index == nCount_) {
-        const int nRead = ReadNext();
-        if (nRead < 1) {
-            return nRead;
+int TextRanges::ReadNext(GrowingArray<Range> &ranges) {
+    if (copy_ == nullptr) {
+        copy_.reset(strdup(text_));
+        rest_ = copy_.get();
+        if (copy_ == nullptr) {
+            return FailToAllocate();
+        }
+        if (TLIBCStrTrimSpace(rest_) < 0) {
+            return -1;
         }
     }
-    range = pRanges_[index];
-    return 1;
-}
-
-int TextRanges::ReadNext() {
-    if (copy_ == nullptr && Begin() < 0) {
-        return -1;
-    }
-    while (szRest_ != nullptr) {
-        char *szToken = CutPiece(szRest_, ',');
-        if (*szToken != '\0') {
-            return Append(szToken);
+    while (rest_ != nullptr) {
+        char *token = CutPiece(rest_, ',');
+        if (*token == '\0') {
+            continue;
         }
+        Range range{};
+        if (TLIBCStrTrimSpace(token) < 0 || !ReadToken(token, range)) {
+            return -1;
+        }
+        return ranges.Append(range) ? 1 : FailToAllocate();
     }
     return 0;
 }
 
-int TextRanges::Begin() {
-    copy_.reset(strdup(szText_));
-    if (copy_ == nullptr) {
-        return FailToCopy(place_, szText_);
+int TextRanges::ReadAll(GrowingArray<Range> &ranges) {
+    int got = 1;
+    while (got == 1) {
+        got = ReadNext(ranges);
     }
-    szRest_ = copy_.get();
-    return TLIBCStrTrimSpace(szRest_);
+    return got;
 }
 
-int TextRanges::Append(char *szToken) {
-    Range range{};
-    if (TLIBCStrTrimSpace(szToken) < 0 || !ReadToken(place_, szToken, separator_, range)) {
-        return -1;
-    }
-    if (nCount_ == nRoom_ && !Grow()) {
-        return FailToCopy(place_, szText_);
-    }
-    pRanges_[nCount_++] = range;
-    return 1;
-}
-
-bool TextRanges::Grow() {
-    const std::size_t nBytes = nRoom_ * sizeof(Range);
-    void *pGrown = std::realloc(pRanges_ == inline_ ? nullptr : pRanges_, 2 * nBytes);
-    if (pGrown == nullptr) {
+// Parses one token, PORT or a range. Modifies the token.
+bool TextRanges::ReadToken(char *token, Range &range) const {
+    const std::size_t length = std::strlen(token);
+    if (length > 0 && (token[0] == separator_ || token[length - 1] == separator_)) {
+        if (place_) {
+            TAVO_SET_ERROR_AT(*place_, TLIBC_ERR_BAD_PARAMETER);
+        }
         return false;
     }
-    if (pRanges_ == inline_) {
-        std::memcpy(pGrown, inline_, nBytes);
+    char *end = token;
+    const char *start = CutPiece(end, separator_);
+    if (!ReadPort(start, range.nLow) || !ReadPort(end != nullptr ? end : start, range.nHigh)) {
+        return false;
     }
-    pRanges_ = static_cast<Range *>(pGrown);
-    nRoom_ *= 2;
+    if (range.nLow > range.nHigh) {
+        std::swap(range.nLow, range.nHigh);
+    }
     return true;
+}
+
+bool TextRanges::ReadPort(const char *text, int &port) const {
+    uint32_t number = 0;
+    const bool valid = ReadPortNumber(text, number);
+    if (!valid && place_) {
+        TAVOServiceConfPortsCheck(text);  // reports the error
+    }
+    port = static_cast<int>(number);
+    return valid;
 }
 
 }  // namespace tavo

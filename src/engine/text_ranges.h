@@ -1,9 +1,11 @@
-// Parses ports and ranges in a text: a query ("80,1000:2000") or a declared text ("80,1000-2000").
+// Ranges of ports: parsing them in a text, merging them, and finding those that overlap. A text is
+// a query ("80,1000:2000") or a declared text ("80,1000-2000").
 #ifndef TAVO_SRC_ENGINE_TEXT_RANGES_H
 #define TAVO_SRC_ENGINE_TEXT_RANGES_H
 
+#include <algorithm>
 #include <cstddef>
-#include <iterator>
+#include <optional>
 
 #include "support/failure.h"
 #include "support/growing_array.h"
@@ -16,48 +18,76 @@ struct Range {
     int nHigh;
 };
 
+// Declared ranges are written START-END, query ranges START:END.
+constexpr char kDeclaredRangeSeparator = '-';
+constexpr char kQueryRangeSeparator = ':';
+
 // Appends the ports of the ranges to `merged`, which is empty: ascending, neither overlapping nor
 // touching. Sorts `ranges`. Returns false when out of memory.
 bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged);
 
+// Finds numbered ranges by their ports.
+class RangeIndex {
+  public:
+    // Returns false when out of memory.
+    bool Add(const Range &range, std::size_t number) { return entries_.Append({range, number, 0}); }
+
+    // Must be called after the last Add.
+    void Sort();
+
+    // Calls take(range, number) for each range that overlaps this one, those with the highest start
+    // first. Goes back from the last range that starts at or below the end of this one, as long as
+    // an earlier range can reach its start.
+    template <typename Take>
+    void ForEachOverlap(const Range &range, Take take) const {
+        const Entry *entry =
+            std::upper_bound(entries_.begin(), entries_.end(), range.nHigh,
+                             [](int port, const Entry &one) { return port < one.range.nLow; });
+        while (entry != entries_.begin() && (--entry)->highest >= range.nLow) {
+            if (entry->range.nHigh >= range.nLow) {
+                take(entry->range, entry->number);
+            }
+        }
+    }
+
+  private:
+    struct Entry {
+        Range range;
+        std::size_t number;
+        int highest;  // the highest port of this range and of all before it
+    };
+
+    GrowingArray<Entry> entries_;
+};
+
 // Reports that a text could not be copied, for the operation at `place`.
 int FailToCopy(const Place &place, const char *szText);
 
-// The ranges of a comma-separated text; empty tokens are ignored. Each token is parsed once, on
-// first use, however often the text is compared: an invalid one is an error only if a comparison
-// reaches it.
+// Reads the ranges of a comma-separated text; empty tokens are ignored.
 class TextRanges {
   public:
     // Ranges are written START `separator` END, in any order. The text must outlive the object.
-    // Failures are reported for the operation at `place`.
-    TextRanges(const Place &place, const char *szText, char separator)
-        : place_(place), szText_(szText), separator_(separator) {}
-    ~TextRanges();
-    TextRanges(const TextRanges &) = delete;
-    TextRanges &operator=(const TextRanges &) = delete;
+    // Failures are reported for the operation at `place`; without a place they are not reported.
+    TextRanges(const std::optional<Place> &place, const char *text, char separator)
+        : place_(place), text_(text), separator_(separator) {}
 
-    // Gets range number `index`, which must be an earlier one or the next one. Returns 1; 0 after
-    // the last; -1 for an invalid token or when out of memory.
-    int Get(std::size_t index, Range &range);
+    // Appends the next range. Returns 1; 0 after the last; -1 for an invalid token or when out of
+    // memory.
+    int ReadNext(GrowingArray<Range> &ranges);
 
-    // The ranges read so far.
-    const Range *begin() const { return pRanges_; }
+    // Appends all ranges that follow, up to the first invalid token. Returns 0 or -1.
+    int ReadAll(GrowingArray<Range> &ranges);
 
   private:
-    int ReadNext();
-    int Begin();
-    int Append(char *szToken);
-    bool Grow();
+    bool ReadToken(char *token, Range &range) const;
+    bool ReadPort(const char *text, int &port) const;
+    int FailToAllocate() const;
 
-    Place place_;
-    const char *szText_;
+    std::optional<Place> place_;
+    const char *text_;
     char separator_;
     OwnedText copy_;
-    char *szRest_ = nullptr;
-    Range inline_[8] = {};  // enough for what services declare
-    Range *pRanges_ = inline_;
-    std::size_t nCount_ = 0;
-    std::size_t nRoom_ = std::size(inline_);
+    char *rest_ = nullptr;
 };
 
 }  // namespace tavo

@@ -2,20 +2,60 @@
 
 #include <climits>
 
+#include "support/failure.h"
 #include "tavonet.h"
 
 namespace tavo {
 
+void SkippedPorts::Add(const char *ports) {
+    char *rest = nullptr;
+    const long start = std::strtol(ports, &rest, 10);
+    const long end = *rest == kDeclaredRangeSeparator ? std::strtol(rest + 1, nullptr, 10) : start;
+    const long low = std::max(std::min(start, end), 0L);
+    const long high = std::min(std::max(start, end), kPortCount - 1L);
+    if (low == high) {
+        ports_.set(static_cast<std::size_t>(low));
+    } else if (low < high) {
+        ports_ |= PortsOf(low, high);
+    }
+}
+
+void SkippedPorts::AddService(TAVO_FW_SERVICE *services, const char *name, uint32_t protocol) {
+    const TAVO_FW_SERVICE *service = TAVOFWServiceFind(services, name);
+    if (service == nullptr || (service->nDstProtocol & protocol) == 0) {
+        return;
+    }
+    for (int i = 0; i < TLIBCSzListCount(service->pDstPortList); ++i) {
+        Add(TLIBCSzListGet(service->pDstPortList, i));
+    }
+}
+
 bool UsedPorts::Ask(const Range &range, bool tcp) {
-    const int nMost = static_cast<int>(std::min<std::size_t>(nSlots_, INT_MAX));
-    for (int nTry = 0; nTry < 2; ++nTry) {
-        int nFound = nMost;
-        if (TAVONetGetPortUsedInRange(slots_.get(), &nFound, range.nLow, range.nHigh, tcp) == 0) {
-            nUsed_ = std::clamp(nFound, 0, nMost);
+    const int most = static_cast<int>(std::min<std::size_t>(slot_count_, INT_MAX));
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        int found = most;
+        if (TAVONetGetPortUsedInRange(slots_.get(), &found, range.nLow, range.nHigh, tcp) == 0) {
+            used_ = std::clamp(found, 0, most);
             return true;
         }
     }
     return false;
+}
+
+bool AddHeldPorts(bool tcp, PortSet &ports) {
+    static constexpr Range kAllPorts = {1, kPortCount - 1};
+    UsedPorts used(kAllPorts);
+    if (used.OutOfMemory()) {
+        TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
+        return false;
+    }
+    const bool known = used.Ask(kAllPorts, tcp);
+    for (const int port : used) {
+        if (port > 0 && port < kPortCount) {
+            ports.set(static_cast<std::size_t>(port));
+        }
+    }
+    return known;
 }
 
 }  // namespace tavo

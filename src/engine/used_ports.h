@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <memory>
 
-#include "engine/comparison.h"
 #include "engine/text_ranges.h"
 #include "support/owners.h"
 
@@ -18,31 +17,24 @@ constexpr int kPortCount = 65536;
 
 using PortSet = std::bitset<kPortCount>;
 
-// The ports nLow..nHigh, both from 0 to 65535.
-inline PortSet PortsOf(long nLow, long nHigh) {
-    const auto nBeyond = static_cast<std::size_t>(kPortCount - 1 - (nHigh - nLow));
-    return (PortSet().set() >> nBeyond) << static_cast<std::size_t>(nLow);
+// The ports low..high, both from 0 to 65535.
+inline PortSet PortsOf(long low, long high) {
+    const auto beyond = static_cast<std::size_t>(kPortCount - 1 - (high - low));
+    return (PortSet().set() >> beyond) << static_cast<std::size_t>(low);
 }
 
 // The ports of skipped services for one protocol.
 class SkippedPorts {
   public:
-    void Add(const char *szPorts) {
-        char *szEnd = nullptr;
-        const long nStart = std::strtol(szPorts, &szEnd, 10);
-        const long nEnd =
-            *szEnd == kDeclaredRangeSeparator ? std::strtol(szEnd + 1, nullptr, 10) : nStart;
-        const long nLow = std::max(std::min(nStart, nEnd), 0L);
-        const long nHigh = std::min(std::max(nStart, nEnd), kPortCount - 1L);
-        if (nLow == nHigh) {
-            ports_.set(static_cast<std::size_t>(nLow));
-        } else if (nLow < nHigh) {
-            ports_ |= PortsOf(nLow, nHigh);
-        }
-    }
+    // Adds a declared port or range.
+    void Add(const char *ports);
 
-    bool Has(int nPort) const {
-        return nPort >= 0 && nPort < kPortCount && ports_.test(static_cast<std::size_t>(nPort));
+    // Adds the ports that the service of this name declares for the protocol. A name that is not a
+    // service is ignored.
+    void AddService(TAVO_FW_SERVICE *services, const char *name, uint32_t protocol);
+
+    bool Has(int port) const {
+        return port >= 0 && port < kPortCount && ports_.test(static_cast<std::size_t>(port));
     }
 
     const PortSet &Ports() const { return ports_; }
@@ -56,8 +48,8 @@ class SkippedPorts {
 class UsedPorts {
   public:
     explicit UsedPorts(const Range &range)
-        : nSlots_(static_cast<std::size_t>(static_cast<int64_t>(range.nHigh) - range.nLow + 1)),
-          slots_(static_cast<int *>(std::calloc(nSlots_, sizeof(int)))) {}
+        : slot_count_(static_cast<std::size_t>(static_cast<int64_t>(range.nHigh) - range.nLow + 1)),
+          slots_(static_cast<int *>(std::calloc(slot_count_, sizeof(int)))) {}
 
     bool OutOfMemory() const { return slots_ == nullptr; }
 
@@ -65,24 +57,18 @@ class UsedPorts {
     // repeated once, so that one failed system call does not make a held port appear free.
     bool Ask(const Range &range, bool tcp);
 
-    bool AllSkipped(const SkippedPorts &skipped) const {
-        return std::all_of(slots_.get(), slots_.get() + nUsed_,
-                           [&](int nPort) { return nPort == 0 || skipped.Has(nPort); });
-    }
-
-    void AddTo(PortSet &ports) const {
-        std::for_each(slots_.get(), slots_.get() + nUsed_, [&](int nPort) {
-            if (nPort > 0 && nPort < kPortCount) {
-                ports.set(static_cast<std::size_t>(nPort));
-            }
-        });
-    }
+    const int *begin() const { return slots_.get(); }
+    const int *end() const { return slots_.get() + used_; }
 
   private:
-    std::size_t nSlots_;
-    std::unique_ptr<int, FreeWith<std::free>> slots_;
-    int nUsed_ = 0;
+    std::size_t slot_count_;
+    MallocPtr<int> slots_;
+    int used_ = 0;
 };
+
+// Adds all ports that sockets hold. Returns false if they are unknown; the error state has the
+// code.
+bool AddHeldPorts(bool tcp, PortSet &ports);
 
 }  // namespace tavo
 

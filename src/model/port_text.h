@@ -11,15 +11,6 @@ namespace tavo {
 
 inline constexpr unsigned int kHighestPort = 65535;
 
-// As lenient as "%hu", which is kept: text after the number is ignored, and a number that is too
-// large wraps. Returns false if there is no number.
-inline bool ScanPort(const char *text, uint16_t &port) {
-    unsigned short number = 0;
-    const bool scanned = std::sscanf(text, "%hu", &number) == 1;
-    port = scanned ? number : uint16_t{0};
-    return scanned;
-}
-
 // Reads a port number that is digits and nothing else; false for any other text. The number is the
 // low 32 bits of what strtol returns, and kept so: "4294967376" has always been port 80.
 inline bool ReadPortNumber(const char *text, uint32_t &port) {
@@ -34,6 +25,21 @@ inline bool ReadPortNumber(const char *text, uint32_t &port) {
     }
     port = value;
     return end != text && *end == '\0' && value <= kHighestPort;
+}
+
+// As lenient as "%hu", which is kept: text after the number is ignored, and a number that is too
+// large wraps. Returns false if there is no number.
+inline bool ScanPort(const char *text, uint16_t &port) {
+    // The usual text is read without sscanf, which takes ten times as long.
+    uint32_t digits = 0;
+    if (ReadPortNumber(text, digits)) {
+        port = static_cast<uint16_t>(digits);
+        return true;
+    }
+    unsigned short number = 0;
+    const bool scanned = std::sscanf(text, "%hu", &number) == 1;
+    port = scanned ? number : uint16_t{0};
+    return scanned;
 }
 
 }  // namespace tavo

@@ -70,7 +70,8 @@ Reading ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
     return Reading::Good();
 }
 
-Reading ReadSection(const char *szPath, const char *szName, TAVO_SERVICE_CONF *pConf) {
+Reading ReadSection(const char *szPath, const char *szName, tavo::OwnedTable &keys,
+                    TAVO_SERVICE_CONF *pConf) {
     if (!IsValidName(szName)) {
         TAVO_FAIL_STATE(
             TLIBC_ERR_BAD_PARAMETER,
@@ -81,14 +82,15 @@ Reading ReadSection(const char *szPath, const char *szName, TAVO_SERVICE_CONF *p
     }
     return std::strcmp(szName, tavo::kGlobalSection) == 0
                ? ReadGlobal(szPath, pConf)
-               : tavo::ReadServiceSection(szPath, szName, &pConf->pSections);
+               : tavo::ReadServiceSection(szPath, szName, keys, &pConf->pSections);
 }
 
 void ReadSections(const char *szPath, const TLIBCSzList *pNames, TAVO_SERVICE_CONF *pConf,
                   ReadingReport *report) {
+    tavo::OwnedTable keys;
     for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
         const char *szName = TLIBCSzListGet(pNames, i);
-        const Reading reading = ReadSection(szPath, szName, pConf);
+        const Reading reading = ReadSection(szPath, szName, keys, pConf);
         if (report != nullptr) {
             report->NoteSection(reading, szName);
         }

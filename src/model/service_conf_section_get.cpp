@@ -116,9 +116,11 @@ Reading ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
 
 }  // namespace
 
-Reading tavo::ReadServiceSection(const char *szPath, const char *szSection,
+Reading tavo::ReadServiceSection(const char *szPath, const char *szSection, OwnedTable &keys,
                                  TAVO_SERVICE_CONF_SECTION **ppList) {
-    const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
+    if (keys == nullptr) {
+        keys.reset(TLIBCSzHashAlloc(tavo::kInitialCapacity));
+    }
     if (keys == nullptr) {
         TAVO_LOG_STATE("Failed to TLIBCSzHashAlloc, tavoerr=");
         return Reading::Unknown();
@@ -172,5 +174,6 @@ int TAVOServiceConfSectionGet(const char *szPath, const char *szSection,
     if (szPath == nullptr || szSection == nullptr || ppList == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    return tavo::ReadServiceSection(szPath, szSection, ppList).IsGood() ? 0 : -1;
+    tavo::OwnedTable keys;
+    return tavo::ReadServiceSection(szPath, szSection, keys, ppList).IsGood() ? 0 : -1;
 }

@@ -74,8 +74,10 @@ class ReadingReport {
 // These do the same as the exported function named above each, with the same log lines. `report`
 // may be null.
 
-// TAVOServiceConfSectionGet.
-Reading ReadServiceSection(const char *path, const char *section, TAVO_SERVICE_CONF_SECTION **list);
+// TAVOServiceConfSectionGet. The keys are read into `keys`, which is allocated if it is null, so
+// that all sections of a file can use one table.
+Reading ReadServiceSection(const char *path, const char *section, OwnedTable &keys,
+                           TAVO_SERVICE_CONF_SECTION **list);
 
 // TAVOServiceConfGet. Notes sections that are left out; the caller notes the file itself.
 Reading ReadServiceFile(const char *path, TAVO_SERVICE_CONF **list, ReadingReport *report);

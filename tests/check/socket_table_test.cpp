@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "check/socket_line.h"
+#include "check/socket_tables.h"
 #include "failing_allocation.h"
 #include "plain_sockets.h"
 #include "runtime_test.h"

@@ -3,8 +3,6 @@
 #ifndef TAVO_TESTS_ENGINE_PLAIN_COMPARISON_H
 #define TAVO_TESTS_ENGINE_PLAIN_COMPARISON_H
 
-#include <cstddef>
-
 #include "engine/comparison.h"
 #include "engine/text_ranges.h"
 #include "tavoserviceconf.h"
@@ -16,14 +14,14 @@ namespace tavo::test {
 inline int PlainCompare(const char *query, const char *declared,
                         TAVO_SERVICE_CONF_PORT **conflicts) {
     TextRanges asked(TAVO_HERE, query, kQueryRangeSeparator);
-    TextRanges taken(TAVO_HERE, declared, kDeclaredRangeSeparator);
-    Range one{};
-    Range other{};
+    GrowingArray<Range> ones;
     int answer = 0;
     int got = 0;
-    for (std::size_t i = 0; (got = asked.Get(i, one)) == 1; ++i) {
-        for (std::size_t j = 0; (got = taken.Get(j, other)) == 1; ++j) {
-            const int pair = AddCommonPorts(one, other, conflicts);
+    while ((got = asked.ReadNext(ones)) == 1) {
+        TextRanges taken(TAVO_HERE, declared, kDeclaredRangeSeparator);
+        GrowingArray<Range> others;
+        while ((got = taken.ReadNext(others)) == 1) {
+            const int pair = AddCommonPorts(*(ones.end() - 1), *(others.end() - 1), conflicts);
             if (pair < 0) {
                 return -1;
             }

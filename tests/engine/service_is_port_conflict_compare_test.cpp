@@ -4,7 +4,6 @@
 #include <random>
 
 #include "engine/comparison.h"
-#include "engine/text_ranges.h"
 #include "failing_allocation.h"
 #include "library_test.h"
 
@@ -15,7 +14,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 int ComparePairs(const char *query, const char *declared, TAVO_SERVICE_CONF_PORT **conflicts) {
-    return Comparison(TAVO_HERE, query, Comparison::Keeping::kPairs, conflicts).Compare(declared);
+    Comparison comparison(TAVO_HERE, query);
+    const int answer = comparison.Compare(declared);
+    return comparison.MakePairs(conflicts) < 0 ? -1 : answer;
 }
 
 class ComparePorts : public LibraryTest {
@@ -161,7 +162,7 @@ TEST_F(ComparePorts, RefusesAQueryThatIsNoListOfPorts) {
 TEST_F(ComparePorts, NamesTheTextThatCannotBeCopied) {
     FailingAllocation first(1, FailingAllocation::Mode::kOnlyNth);
     EXPECT_EQ(first.During([&] { return Query("80", "81"); }), -1);
-    FailingAllocation second(2, FailingAllocation::Mode::kOnlyNth);
+    FailingAllocation second(3, FailingAllocation::Mode::kOnlyNth);
     EXPECT_EQ(second.During([&] { return Query("80", "81"); }), -1);
     EXPECT_EQ(ErrorState(), "0x200 service_is_port_conflict_compare_test.cpp");
     EXPECT_THAT(

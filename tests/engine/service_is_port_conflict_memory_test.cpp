@@ -83,6 +83,19 @@ INSTANTIATE_TEST_SUITE_P(Sources, PortWithoutMemory,
 
 class ConflictsWithoutMemory : public ConflictTest {};
 
+TEST_F(ConflictsWithoutMemory, ReportsThatTheServicesCannotBeIndexed) {
+    std::vector<std::string> last;
+    ForEachFailingAllocation([&](FailingAllocation &fail) {
+        log_.Clear();
+        const int answer = fail.During([&] { return Ask("9", "tcp", TAVO_PORT_CHECK_FW_SERVICE); });
+        if (answer == -1 && !Messages().empty()) {
+            last.push_back(Messages().back());
+        }
+    });
+    EXPECT_THAT(last, testing::Contains("Failed to allocate for services[0x0200 "
+                                        "service_is_port_conflict.cpp:N]"));
+}
+
 // The settings merge the conflicts of the services with their own, and then with the entries of the
 // caller's list. After a failure in between, all of them are in the list as single entries.
 TEST_F(ConflictsWithoutMemory, KeepsThoseThatWereFoundBefore) {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "check/socket_line.h"
+#include "check/socket_tables.h"
 #include "fuzz_support.h"
 #include "plain_sockets.h"
 

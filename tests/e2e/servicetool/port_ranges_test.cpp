@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "engine/comparison.h"
 #include "engine/text_ranges.h"
 #include "temporary_folder.h"
 
@@ -98,14 +97,13 @@ TEST(PortRanges, PrintAsPortLists) {
 // Whether the text can be compared; `ranges` gets the ranges before the first invalid one in any
 // case.
 bool ReadDeclaredPorts(const char *text, PortRanges &ranges) {
-    TextRanges declared(TAVO_HERE, text, kDeclaredRangeSeparator);
-    Range range{};
-    int got = 0;
-    for (std::size_t i = 0; (got = declared.Get(i, range)) == 1; ++i) {
+    GrowingArray<Range> read;
+    const int result = TextRanges(TAVO_HERE, text, kDeclaredRangeSeparator).ReadAll(read);
+    for (const Range &range : read) {
         ranges.push_back(
             {static_cast<std::uint32_t>(range.nLow), static_cast<std::uint32_t>(range.nHigh)});
     }
-    return got == 0;
+    return result == 0;
 }
 
 TEST(DeclaredText, IsReadAsTheLibraryComparesIt) {
