@@ -81,7 +81,7 @@ bool IsServiceSetting(std::string_view key) {
 }
 
 // The declarers of kSystemPorts, by row.
-constexpr auto kSystemDeclarers = [] {
+constexpr auto SystemDeclarers() {
     std::array<PortDeclarer, std::size(kSystemPorts)> declarers;
     for (std::size_t i = 0; i < declarers.size(); ++i) {
         const SystemPort &row = kSystemPorts[i];
@@ -90,7 +90,8 @@ constexpr auto kSystemDeclarers = [] {
         declarers[i].entry = row.key;
     }
     return declarers;
-}();
+}
+constexpr auto kSystemDeclarers = SystemDeclarers();
 
 void AddSystemPort(std::size_t number, const PortQuery &query, PortSources &sources,
                    PortClaims &all) {
