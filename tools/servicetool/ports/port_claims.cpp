@@ -144,32 +144,34 @@ ClaimList DeclaredFor(std::uint32_t protocol, const std::vector<PortClaim> &clai
 
 // The ports that more than one service declares.
 PortRanges DeclaredTwice(const ClaimList &declared) {
-    // A port from which on a service has one declaration more or less.
-    struct Edge {
-        std::uint32_t port;
-        int step;
-        std::string_view service;
-    };
-    std::vector<Edge> edges;
-    for (const PortClaim *claim : declared) {
-        const std::string_view service = ServiceName(*claim->declarer);
-        edges.push_back({claim->range.first, 1, service});
-        edges.push_back({claim->range.last + 1, -1, service});
-    }
-    std::sort(edges.begin(), edges.end(),
-              [](const Edge &a, const Edge &b) { return a.port < b.port; });
+    ClaimList by_end = declared;
+    std::sort(by_end.begin(), by_end.end(),
+              [](const PortClaim *a, const PortClaim *b) { return a->range.last < b->range.last; });
     PortRanges twice;
     std::map<std::string_view, int> services;  // number of claims of each to the current port
-    std::uint32_t port = 0;
-    for (const Edge &edge : edges) {
-        if (services.size() > 1 && port < edge.port) {
-            twice.push_back({port, edge.port - 1});
+    std::uint32_t current = 0;
+    const auto go_to = [&](std::uint32_t port) {
+        if (services.size() > 1 && current < port) {
+            twice.push_back({current, port - 1});
         }
-        port = edge.port;
-        if ((services[edge.service] += edge.step) == 0) {
-            services.erase(edge.service);
+        current = port;
+    };
+    auto ending = by_end.begin();
+    const auto end_before = [&](std::uint32_t port) {
+        for (; ending != by_end.end() && (*ending)->range.last < port; ++ending) {
+            go_to((*ending)->range.last + 1);
+            const auto service = services.find(ServiceName(*(*ending)->declarer));
+            if (--service->second == 0) {
+                services.erase(service);
+            }
         }
+    };
+    for (const PortClaim *claim : declared) {
+        end_before(claim->range.first);
+        go_to(claim->range.first);
+        ++services[ServiceName(*claim->declarer)];
     }
+    end_before(kHighestPort + 1);
     return twice;
 }
 
