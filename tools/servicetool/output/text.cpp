@@ -158,9 +158,13 @@ bool IsControl(char32_t code) {
     });
 }
 
+bool IsPlain(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return IsPrintableAscii(c) && c != '\\'; });
+}
+
 std::string Escaped(std::string_view text) {
-    if (std::all_of(text.begin(), text.end(),
-                    [](char c) { return IsPrintableAscii(c) && c != '\\'; })) {
+    if (IsPlain(text)) {
         return std::string(text);
     }
     std::string out;

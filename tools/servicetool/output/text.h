@@ -30,6 +30,9 @@ bool IsContinuation(char c);
 // invisible or change the direction of the following text.
 bool IsControl(char32_t code);
 
+// Whether the text is its own escaped form, and each of its bytes takes one column.
+bool IsPlain(std::string_view text);
+
 // Escapes `text`: \n, \t, \r and \\, \xNN for other control bytes and invalid UTF-8, and \uNNNN or
 // \UNNNNNNNN for control characters beyond ASCII.
 std::string Escaped(std::string_view text);

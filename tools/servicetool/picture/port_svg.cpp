@@ -125,17 +125,6 @@ std::string_view LookOf(const CellMarks &marks) {
     return marks.collides ? "conflict" : several ? "several" : SourceName(marks.sources);
 }
 
-// The claims for a protocol in the given order, which is by first port.
-ClaimList ClaimsFor(std::uint32_t protocol, const std::vector<PortClaim> &claims) {
-    ClaimList list;
-    for (const PortClaim &claim : claims) {
-        if (claim.protocol == protocol) {
-            list.push_back(&claim);
-        }
-    }
-    return list;
-}
-
 // Cells of a row that are drawn as one rectangle.
 struct Run {
     std::size_t column;
@@ -211,7 +200,7 @@ std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInRe
 std::string MapOf(const std::vector<PortClaim> &claims, const PortClaims &all,
                   std::uint32_t protocol, std::size_t y) {
     const PortMap map(claims, all.collide.at(protocol), protocol);
-    ClaimsInReach in_reach(ClaimsFor(protocol, claims));
+    ClaimsInReach in_reach(ClaimsFor(protocol, kEverySource, claims));
     const std::string name = ProtocolsText(protocol);
     std::string svg = "<g>\n" + Words(kMargin, y + kLine / 2, name);
     y += kLine;

@@ -128,49 +128,39 @@ void ReadDeclaredPorts(const PortQuery &query, int flags, Report &report, PortCl
 
 // ---- Conflicts ----
 
-bool Declares(const PortClaim &claim) {
-    return (claim.source & (TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY)) != 0;
-}
+// The sources whose declarations can be in conflict.
+constexpr int kServiceSources = TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY;
 
-// The declarations for a protocol, sorted by first port.
-ClaimList DeclaredFor(std::uint32_t protocol, const std::vector<PortClaim> &claims) {
-    ClaimList list;
-    for (const PortClaim &claim : claims) {
-        if (claim.protocol == protocol && Declares(claim)) {
-            list.push_back(&claim);
-        }
-    }
-    return list;
-}
-
-// The ports that more than one service declares.
+// The ports of a sorted list that more than one service declares.
 PortRanges DeclaredTwice(const ClaimList &declared) {
-    // A port from which on a service has one declaration more or less.
-    struct Edge {
-        std::uint32_t port;
-        int step;
-        std::string_view service;
-    };
-    std::vector<Edge> edges;
-    for (const PortClaim *claim : declared) {
-        const std::string_view service = ServiceName(*claim->declarer);
-        edges.push_back({claim->range.first, 1, service});
-        edges.push_back({claim->range.last + 1, -1, service});
-    }
-    std::sort(edges.begin(), edges.end(),
-              [](const Edge &a, const Edge &b) { return a.port < b.port; });
+    ClaimList by_end = declared;
+    std::sort(by_end.begin(), by_end.end(),
+              [](const PortClaim *a, const PortClaim *b) { return a->range.last < b->range.last; });
     PortRanges twice;
     std::map<std::string_view, int> services;  // number of claims of each to the current port
-    std::uint32_t port = 0;
-    for (const Edge &edge : edges) {
-        if (services.size() > 1 && port < edge.port) {
-            twice.push_back({port, edge.port - 1});
+    std::uint32_t current = 0;
+    const auto go_to = [&](std::uint32_t port) {
+        if (services.size() > 1 && current < port) {
+            twice.push_back({current, port - 1});
         }
-        port = edge.port;
-        if ((services[edge.service] += edge.step) == 0) {
-            services.erase(edge.service);
+        current = port;
+    };
+    auto ending = by_end.begin();
+    const auto end_before = [&](std::uint32_t port) {
+        for (; ending != by_end.end() && (*ending)->range.last < port; ++ending) {
+            go_to((*ending)->range.last + 1);
+            const auto service = services.find(ServiceName(*(*ending)->declarer));
+            if (--service->second == 0) {
+                services.erase(service);
+            }
         }
+    };
+    for (const PortClaim *claim : declared) {
+        end_before(claim->range.first);
+        go_to(claim->range.first);
+        ++services[ServiceName(*claim->declarer)];
     }
+    end_before(kHighestPort + 1);
     return twice;
 }
 
@@ -195,7 +185,7 @@ Listeners LookAtListeners(std::span<PortClaim> sockets, const ClaimList &declare
 }
 
 void CompareFor(std::uint32_t protocol, ProgramsOfServices &programs, PortClaims &all) {
-    const ClaimList declared = DeclaredFor(protocol, all.claims);
+    const ClaimList declared = ClaimsFor(protocol, kServiceSources, all.claims);
     PortRanges collide = DeclaredTwice(declared);
     PortRanges unclear;
     ClaimsInReach in_reach(declared);
@@ -225,6 +215,37 @@ void CompareFor(std::uint32_t protocol, ProgramsOfServices &programs, PortClaims
 }
 
 // ---- Accounts ----
+
+ClaimList &ListFor(const PortClaim &claim, PortAccount &account) {
+    const bool rule = claim.source == TAVO_PORT_CHECK_PORT_FORWARD;
+    return claim.IsHeld() ? account.held : rule ? account.forwarded : account.declared;
+}
+
+void AddClaims(const std::vector<PortClaim> &claims, std::vector<PortAccount> &accounts) {
+    std::map<PortTarget, PortAccount *> by_target;
+    for (PortAccount &account : accounts) {
+        by_target[account.target] = &account;
+    }
+    for (const PortClaim &claim : claims) {
+        const auto end = by_target.upper_bound({claim.range.last, TAVO_PROTO_BOTH});
+        for (auto one = by_target.lower_bound({claim.range.first, 0}); one != end; ++one) {
+            PortAccount &account = *one->second;
+            if (claim.protocol == account.target.protocol) {
+                ListFor(claim, account).push_back(&claim);
+            }
+        }
+    }
+    for (PortAccount &account : accounts) {
+        // A declarer may name the port in several ranges.
+        for (ClaimList *list : {&account.declared, &account.forwarded}) {
+            SortWithoutDuplicates(*list, [](const PortClaim *a, const PortClaim *b) {
+                return CompareOrigins(*a, *b);
+            });
+        }
+        std::stable_partition(account.held.begin(), account.held.end(),
+                              [](const PortClaim *socket) { return socket->Listens(); });
+    }
+}
 
 // A socket that the kernel's tables do not list.
 constexpr PortClaim kBoundSocket = {.range = {}, .protocol = 0, .source = TAVO_PORT_CHECK_RUNTIME};
@@ -314,6 +335,16 @@ PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report) {
     return all;
 }
 
+ClaimList ClaimsFor(std::uint32_t protocol, int sources, const std::vector<PortClaim> &claims) {
+    ClaimList list;
+    for (const PortClaim &claim : claims) {
+        if (claim.protocol == protocol && (claim.source & sources) != 0) {
+            list.push_back(&claim);
+        }
+    }
+    return list;
+}
+
 const ClaimList &ClaimsInReach::At(const PortRange &ports) {
     for (; next_ < all_.size() && all_[next_]->range.first <= ports.last; ++next_) {
         reach_.push_back(all_[next_]);
@@ -365,34 +396,11 @@ bool PortAccount::HasUnknownHolder() const {
 std::vector<PortAccount> AccountsOf(const std::vector<PortTarget> &targets, const PortClaims &all,
                                     Report &report) {
     std::vector<PortAccount> accounts;
-    std::map<PortTarget, std::size_t> numbers;
     for (const PortTarget &target : targets) {
-        numbers[target] = accounts.size();
         accounts.emplace_back().target = target;
         accounts.back().failed = all.failed;
     }
-    for (const PortClaim &claim : all.claims) {
-        const auto end = numbers.upper_bound({claim.range.last, TAVO_PROTO_BOTH});
-        for (auto one = numbers.lower_bound({claim.range.first, 0}); one != end; ++one) {
-            PortAccount &account = accounts[one->second];
-            if (claim.protocol == account.target.protocol) {
-                ClaimList &list = claim.IsHeld()    ? account.held
-                                  : Declares(claim) ? account.declared
-                                                    : account.forwarded;
-                list.push_back(&claim);
-            }
-        }
-    }
-    for (PortAccount &account : accounts) {
-        // A declarer may name the port in several ranges.
-        for (ClaimList *list : {&account.declared, &account.forwarded}) {
-            SortWithoutDuplicates(*list, [](const PortClaim *a, const PortClaim *b) {
-                return CompareOrigins(*a, *b);
-            });
-        }
-        std::stable_partition(account.held.begin(), account.held.end(),
-                              [](const PortClaim *socket) { return socket->Listens(); });
-    }
+    AddClaims(all.claims, accounts);
     if ((all.failed & TAVO_PORT_CHECK_RUNTIME) == 0) {
         AddBound(accounts, report);
     }

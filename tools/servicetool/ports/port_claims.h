@@ -75,6 +75,9 @@ struct PortClaims {
 // Reports failures but does not raise the status.
 PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report);
 
+// The claims of the sources for a protocol, in the same order.
+ClaimList ClaimsFor(std::uint32_t protocol, int sources, const std::vector<PortClaim> &claims);
+
 // Finds the claims to given ports in a list sorted by first port.
 class ClaimsInReach {
   public:
