@@ -12,7 +12,6 @@
 
 #include "base/system_files.h"
 #include "catalogue/firewall_service.h"
-#include "support/error_state.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"

@@ -23,7 +23,6 @@
 #include "engine/text_ranges.h"
 #include "engine/used_ports.h"
 #include "model/service_file_keys.h"
-#include "support/error_state.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "support/text.h"
 #include "tavocore.h"
 
 namespace tavo {
@@ -98,6 +99,21 @@ __attribute__((format(printf, 2, 3))) inline int LogStateAt(const Place &place, 
     va_end(arguments);
     return -1;
 }
+
+// The error state at the time of construction, to be restored after calls that change it.
+class ErrorState {
+  public:
+    ErrorState() : code_(TLIBCErrGet()), line_(TLIBCErrorGetLine()) {
+        CopyText(file_, TLIBCErrorGetFile());
+    }
+
+    void Restore() const { TLIBCErrSetEx(code_, file_, line_); }
+
+  private:
+    unsigned int code_;
+    int line_;
+    char file_[256];
+};
 
 // Records an error code with a position in the source.
 inline int SetErrorAt(const Place &place, unsigned int code) {

@@ -53,6 +53,7 @@ class GrowingArray {
 
     bool Grow() {
         const std::size_t room = room_ == 0 ? 16 : 2 * room_;
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): the items may be pointers
         void *grown = std::realloc(items_, room * sizeof(T));
         if (grown == nullptr) {
             return false;
