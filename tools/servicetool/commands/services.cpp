@@ -98,7 +98,8 @@ void AddService(const CatalogueService &service, std::optional<bool> supported, 
                 Report &report) {
     const OwnedSection made =
         service.section == nullptr ? SectionOf(*service.service, report) : nullptr;
-    const TAVO_SERVICE_CONF_SECTION &section = made != nullptr ? *made : *service.section;
+    const TAVO_SERVICE_CONF_SECTION &section =
+        service.section != nullptr ? *service.section : *made;
     if (report.PrintsJson()) {
         report.AddResult(FirewallServiceJson(service, supported, section));
         return;
