@@ -2,6 +2,7 @@
 // of what the library left out.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -36,7 +37,7 @@ class ChangingFile : public testing::Test {
     bool Tell(const std::vector<std::string> &names = {}, Severity severity = Severity::kError) {
         Report report(false);
         testing::internal::CaptureStderr();
-        const bool any_error = TellOmissions(read_, report, names, severity);
+        const bool any_error = TellOmissions(ExplainOmissions(read_, names, severity), report);
         told_ = testing::internal::GetCapturedStderr();
         return any_error;
     }
@@ -96,6 +97,35 @@ TEST_F(ChangingFile, IsAnErrorOfItsOwnOnlyIfNothingWasRead) {
     std::filesystem::remove(path_);
     EXPECT_TRUE(Tell({}, Severity::kWarning));
     EXPECT_EQ(told_, path_ + ": error: no such file or directory [unreadable]\n");
+}
+
+// A reading of one file, which the test writes before lint reads it.
+struct FileReading {
+    ReadingReport report;
+    OwnedConf list;
+};
+
+TEST_F(ChangingFile, IsReadAgainUntilItRests) {
+    for (const std::size_t changes : {0U, 1U, 2U, 3U}) {
+        std::size_t readings = 0;
+        const auto read = [&] {
+            const std::string path = folder_.Write("a.sc", kGood + std::string(kBad));
+            FileReading result;
+            TAVO_SERVICE_CONF *list = nullptr;
+            result.report.BeginFile(kServiceFolders[0], path.c_str());
+            tavo::ReadServiceFile(path.c_str(), &list, &result.report);
+            result.list.reset(list);
+            if (readings++ < changes) {
+                folder_.Write("a.sc", kGood);
+            }
+            return result;
+        };
+        const auto [result, omissions] = ReadAndExplain(read);
+        EXPECT_EQ(readings, std::min<std::size_t>(changes + 1, 3));
+        ASSERT_EQ(omissions.diagnostics.size(), 1U);
+        EXPECT_EQ(omissions.any_change, changes == 3);
+        EXPECT_EQ(omissions.diagnostics[0].rule, changes == 3 ? "unreadable" : "empty-section");
+    }
 }
 
 TEST_F(ChangingFile, WithANameThatTheLibraryCutsIsNone) {

@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <utility>
 
 #include "commands/commands.h"
 #include "input/service_file.h"
@@ -19,8 +20,9 @@ void AddServices(const ServiceFileRecord &file, Table &table, Report &report) {
 }
 
 void List(const Arguments &arguments, Report &report) {
-    const ServiceFiles read = ReadServiceFolders(FoldersOf(arguments));
-    if (TellOmissions(read.report, report)) {
+    const int folders = FoldersOf(arguments);
+    auto [read, omissions] = ReadAndExplain([folders] { return ReadServiceFolders(folders); });
+    if (TellOmissions(std::move(omissions), report)) {
         report.Raise(Status::kFailed);
     }
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});

@@ -129,18 +129,14 @@ bool IsWanted(const std::string &name, const std::vector<std::string> &wanted) {
     return wanted.empty() || Holds(wanted, name);
 }
 
-// Reports what is left out; raises the status if it may be one of the services asked for.
-void TellWhatIsMissing(const ReadingReport &read, const std::vector<std::string> &wanted,
-                       Report &report) {
-    CheckMemory(read);
+// Reports the built-in services that are left out; raises the status if one of them is wanted.
+void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string> &wanted,
+                        Report &report) {
     for (const LeftOut &omission : read.Omissions()) {
         if (omission.row != nullptr && IsWanted(omission.row->szName, wanted)) {
             report.Tell(WhyLeftOut(omission.row->szName, omission.reading.Fault()));
             report.Raise(Status::kFailed);
         }
-    }
-    if (TellOmissions(read, report, wanted)) {
-        report.Raise(Status::kFailed);
     }
 }
 
@@ -184,8 +180,11 @@ void Services(const Arguments &arguments, Report &report) {
     const std::vector<std::string> &wanted = arguments.Operands();
     const bool only_supported = arguments.Has("--supported");
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
-    const ServiceCatalogue catalogue = ReadCatalogue();
-    TellWhatIsMissing(catalogue.report, wanted, report);
+    auto [catalogue, omissions] = ReadAndExplain(ReadCatalogue, wanted);
+    TellBuiltInLeftOut(catalogue.report, wanted, report);
+    if (TellOmissions(std::move(omissions), report)) {
+        report.Raise(Status::kFailed);
+    }
     const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
     const std::vector<CatalogueService> services = TableFirst(catalogue);
     bool support_known = true;

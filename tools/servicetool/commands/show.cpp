@@ -66,7 +66,8 @@ void ShowFile(const std::string &path, Report &report) {
         return;
     }
     const OwnedConf conf = ReadServices(file.text);
-    if (TellLeftOut(file, report)) {
+    for (Diagnostic &reason : WhyLeftOut(file)) {
+        report.Tell(std::move(reason));
         report.Raise(Status::kFailed);
     }
     if (conf == nullptr) {
@@ -136,8 +137,9 @@ bool IsFileHere(const std::string &name) {
 // its path. A file in a service folder that cannot be read may also contain the service, so the
 // answer may be incomplete.
 void ShowName(const std::string &name, Report &report) {
-    const ServiceFiles read = ReadServiceFolders(kEveryServiceFolder);
-    if (TellOmissions(read.report, report, {name})) {
+    auto [read, omissions] =
+        ReadAndExplain([] { return ReadServiceFolders(kEveryServiceFolder); }, {name});
+    if (TellOmissions(std::move(omissions), report)) {
         report.Raise(Status::kFailed);
     }
     Fields fields;

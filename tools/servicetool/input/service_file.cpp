@@ -34,9 +34,9 @@ std::string AboutIt(const std::string &message, const std::string &section) {
     return message;
 }
 
-// Reports that a service is left out, because of its first error.
-void TellServiceLeftOut(const LintedFile &file, const LintedService &service, Severity severity,
-                        Report &report) {
+// A service is left out because of its first error.
+Diagnostic WhyServiceIsLeftOut(const LintedFile &file, const LintedService &service,
+                               Severity severity) {
     Diagnostic diagnostic;
     const std::string consequence = "section [" + Shortened(service.name) + "] is left out";
     if (service.first_error) {
@@ -47,7 +47,7 @@ void TellServiceLeftOut(const LintedFile &file, const LintedService &service, Se
         diagnostic = {.file = file.name, .rule = "unreadable", .message = consequence};
     }
     diagnostic.severity = severity;
-    report.Tell(std::move(diagnostic));
+    return diagnostic;
 }
 
 // The omission of a whole file is the last of the file.
@@ -72,24 +72,36 @@ bool IsExplained(std::span<const LeftOut> omissions, const LintResult &lint) {
     return invalid == NamesLeftOut(omissions) && IsWholeFile(omissions) != IsAnyReadable(lint);
 }
 
-// Reports what is left out of one file. Returns true if an error was reported. A [global] section
-// that cannot be read is ignored.
-bool TellFile(std::span<const LeftOut> omissions, Report &report,
-              const std::vector<std::string> &names, Severity severity) {
-    if (std::all_of(omissions.begin(), omissions.end(), IsGlobal)) {
-        return false;
+// Adds what is left out of one file. A [global] section that cannot be read is ignored.
+void ExplainFile(std::span<const LeftOut> left_out, const std::vector<std::string> &names,
+                 Severity severity, Omissions &omissions) {
+    if (std::all_of(left_out.begin(), left_out.end(), IsGlobal)) {
+        return;
     }
-    LintedFile file = ReadAndLint(omissions.front().path);
-    if (file.problem.empty() && !IsExplained(omissions, file.lint)) {
+    LintedFile file = ReadAndLint(left_out.front().path);
+    if (file.problem.empty() && !IsExplained(left_out, file.lint)) {
         file.problem = "changed while it was read";
+        omissions.any_change = true;
     }
+    std::vector<Diagnostic> reasons;
     if (file.problem.empty()) {
-        return TellLeftOut(file, report, names, severity) && severity == Severity::kError;
+        reasons = WhyLeftOut(file, names, severity);
+    } else {
+        reasons.push_back({.file = file.name,
+                           .severity = IsWholeFile(left_out) ? Severity::kError : severity,
+                           .rule = "unreadable",
+                           .message = file.problem});
     }
-    const Severity worse = IsWholeFile(omissions) ? Severity::kError : severity;
-    report.Tell(
-        {.file = file.name, .severity = worse, .rule = "unreadable", .message = file.problem});
-    return worse == Severity::kError;
+    for (Diagnostic &reason : reasons) {
+        omissions.any_error = omissions.any_error || reason.severity == Severity::kError;
+        omissions.diagnostics.push_back(std::move(reason));
+    }
+}
+
+void CheckMemory(const ReadingReport &read) {
+    if (read.Fault() == TLIBC_ERR_NO_MEMORY) {
+        throw std::bad_alloc();
+    }
 }
 
 std::string PortText(const TAVO_SERVICE_CONF_PORT &port) {
@@ -169,12 +181,6 @@ OwnedConf ReadServices(const std::string &text) {
     return conf;
 }
 
-void CheckMemory(const ReadingReport &read) {
-    if (read.Fault() == TLIBC_ERR_NO_MEMORY) {
-        throw std::bad_alloc();
-    }
-}
-
 std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions) {
     std::vector<std::string> names;
     for (const LeftOut &omission : omissions) {
@@ -186,46 +192,53 @@ std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions) {
 }
 
 // The omissions of a file are adjacent.
-bool TellOmissions(const ReadingReport &read, Report &report, const std::vector<std::string> &names,
-                   Severity severity) {
+Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::string> &names,
+                           Severity severity) {
     CheckMemory(read);
+    Omissions omissions;
     const LeftOut *const end = read.Omissions().end();
-    bool any_error = false;
     for (const LeftOut *first = read.Omissions().begin(); first != end;) {
         const LeftOut *const next = std::find_if(first + 1, end, [first](const LeftOut &other) {
             return first->path == nullptr || other.path != first->path;
         });
         if (first->path != nullptr) {
-            any_error = TellFile({first, next}, report, names, severity) || any_error;
+            ExplainFile({first, next}, names, severity, omissions);
         } else if (first->row == nullptr) {
-            report.TellError(first->folder->path, "unreadable", ErrorText(first->error));
-            any_error = true;
+            omissions.diagnostics.push_back({.file = first->folder->path,
+                                             .rule = "unreadable",
+                                             .message = ErrorText(first->error)});
+            omissions.any_error = true;
         }
         first = next;
     }
-    return any_error;
+    return omissions;
 }
 
-bool TellLeftOut(const LintedFile &file, Report &report, const std::vector<std::string> &names,
-                 Severity severity) {
+bool TellOmissions(Omissions omissions, Report &report) {
+    for (Diagnostic &diagnostic : omissions.diagnostics) {
+        report.Tell(std::move(diagnostic));
+    }
+    return omissions.any_error;
+}
+
+std::vector<Diagnostic> WhyLeftOut(const LintedFile &file, const std::vector<std::string> &names,
+                                   Severity severity) {
     if (names.empty() && !IsAnyReadable(file.lint)) {
-        const auto &diagnostics = file.lint.diagnostics;
+        const auto &findings = file.lint.diagnostics;
         Diagnostic reason = *std::find_if(
-            diagnostics.begin(), diagnostics.end(),
+            findings.begin(), findings.end(),
             [](const Diagnostic &finding) { return finding.severity == Severity::kError; });
         reason.severity = severity;
         reason.message = "not read as a service file: " + reason.message;
-        report.Tell(std::move(reason));
-        return true;
+        return {reason};
     }
-    bool any = false;
+    std::vector<Diagnostic> reasons;
     for (const LintedService &service : file.lint.services) {
         if (!service.readable && (names.empty() || Holds(names, service.name))) {
-            TellServiceLeftOut(file, service, severity, report);
-            any = true;
+            reasons.push_back(WhyServiceIsLeftOut(file, service, severity));
         }
     }
-    return any;
+    return reasons;
 }
 
 std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {

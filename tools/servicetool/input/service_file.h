@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "lint/lint.h"
@@ -41,27 +42,47 @@ OwnedConf ReadServices(const std::string &text);
 
 // ---- What is left out ----
 
-// Throws std::bad_alloc if the reading ran out of memory.
-void CheckMemory(const ReadingReport &read);
-
 // The names of the services that are left out. The section [global] is not a service.
 std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions);
 
-// Reports folders and files that cannot be read, and services missing from the other files with the
-// reason according to lint. Built-in services are not reported. If `names` is not empty, only
-// services of these names are. Returns true if an error was reported. Throws std::bad_alloc if the
-// reading ran out of memory.
+// What a reading leaves out.
+struct Omissions {
+    std::vector<Diagnostic> diagnostics;
+    bool any_error = false;
+    bool any_change = false;  // a file was changed between the reading and lint
+};
+
+// Explains which folders and files cannot be read, and which services are missing from the other
+// files, with the reason according to lint. Built-in services are ignored. If `names` is not empty,
+// services of other names are, too. Throws std::bad_alloc if the reading ran out of memory.
 //
 // `severity` is that of services missing from files that were read. A whole file or folder that
 // cannot be read is always an error, because it may contain any service.
-bool TellOmissions(const ReadingReport &read, Report &report,
-                   const std::vector<std::string> &names = {},
-                   Severity severity = Severity::kError);
+Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::string> &names = {},
+                           Severity severity = Severity::kError);
 
-// Reports the services that the library leaves out of a linted file; returns false if there are
-// none. `names` and `severity` are those of TellOmissions.
-bool TellLeftOut(const LintedFile &file, Report &report, const std::vector<std::string> &names = {},
-                 Severity severity = Severity::kError);
+// Reports the omissions; returns true if any of them is an error.
+bool TellOmissions(Omissions omissions, Report &report);
+
+// The result of read(), which has a report, with its omissions. Reads again if a file is changed
+// in between, at most three times in all.
+template <typename Read>
+auto ReadAndExplain(Read read, const std::vector<std::string> &names = {}) {
+    constexpr int kAttempts = 3;
+    for (int attempt = 1;; ++attempt) {
+        auto result = read();
+        Omissions omissions = ExplainOmissions(result.report, names);
+        if (!omissions.any_change || attempt == kAttempts) {
+            return std::pair(std::move(result), std::move(omissions));
+        }
+    }
+}
+
+// Why the library leaves services out of a linted file; empty if it leaves out none. `names` and
+// `severity` are those of ExplainOmissions.
+std::vector<Diagnostic> WhyLeftOut(const LintedFile &file,
+                                   const std::vector<std::string> &names = {},
+                                   Severity severity = Severity::kError);
 
 // ---- Records as text and JSON ----
 
