@@ -190,7 +190,7 @@ void Ports(const Arguments &arguments, Report &report) {
     const int read = conflicts ? shown | kDeclaringSources : shown;
     PortClaims all = ReadPortClaims({{{0, kHighestPort}}, TAVO_PROTO_BOTH}, read, report);
     CompareClaims(all);
-    std::vector<PortClaim> claims = conflicts ? CollidingClaims(all) : all.claims;
+    std::vector<PortClaim> claims = conflicts ? CollidingClaims(all) : std::move(all.claims);
     std::erase_if(claims, [shown](const PortClaim &claim) { return (claim.source & shown) == 0; });
     if (all.failed != 0) {
         report.Raise(Status::kFailed);

@@ -115,6 +115,7 @@ void ReadDeclaredPorts(const PortQuery &query, int flags, Report &report, PortCl
     PortSources sources(flags, report);
     all.declared = std::make_unique<PortConflicts>();
     all.failed = sources.Find({{query, {}}}, *all.declared).front();
+    all.claims.reserve(std::size(kProtocols) * all.declared->Taken().size());
     for (const TakenPorts &taken : all.declared->Taken()) {
         if (taken.source != TAVO_PORT_CHECK_DEFAULT) {
             AddDeclared(RangeOf(taken), taken.protocols & query.protocols, taken.source,
