@@ -96,10 +96,9 @@ Json FirewallServiceJson(const CatalogueService &service, std::optional<bool> su
 
 void AddService(const CatalogueService &service, std::optional<bool> supported, Table &table,
                 Report &report) {
-    const OwnedSection made =
-        service.section == nullptr ? SectionOf(*service.service, report) : nullptr;
-    const TAVO_SERVICE_CONF_SECTION &section =
-        service.section != nullptr ? *service.section : *made;
+    const bool built_in = service.section == nullptr;
+    const OwnedSection made = built_in ? SectionOf(*service.service, report) : nullptr;
+    const TAVO_SERVICE_CONF_SECTION &section = built_in ? *made : *service.section;
     if (report.PrintsJson()) {
         report.AddResult(FirewallServiceJson(service, supported, section));
         return;
