@@ -45,6 +45,11 @@ TEST_F(CheckCommand, NamesWhoHoldsATakenPort) {
               "8080/tcp is taken\n");
 }
 
+TEST_F(CheckCommand, FindsNoRulesOnAnApplianceWithoutPortForwarding) {
+    WriteFile(kRules, Rule("1", "web", "80", "8080"));
+    ExpectRun(ServiceToolBehind(NO_FORWARDING, {"check", "8080/tcp"}), 0, "8080/tcp is free\n");
+}
+
 TEST_F(CheckCommand, AnswersFromAllSourcesAtOnceInTheirOrder) {
     WriteFile(kSystem + "web.sc", Section("web", "8080/tcp"));
     WriteFile(kRules, Rule("1", "web", "80", "8080"));

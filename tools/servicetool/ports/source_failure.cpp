@@ -17,6 +17,7 @@
 #include "lifecycle/side_copy.h"
 #include "model/port_text.h"
 #include "output/text.h"
+#include "ports/port_sources.h"
 
 namespace tavo::tool {
 namespace {
@@ -85,9 +86,11 @@ Diagnostic WhyRuleIsBad(const SourceFailure &failure) {
 }
 
 Diagnostic WhyRulesAreUnread(const SourceFailure &failure) {
-    const std::string file = failure.declarer.file;
-    const std::string problem =
-        failure.error != 0 ? ErrorText(failure.error) : ReadRegularFile(file).problem;
+    const std::string file(OrEmpty(failure.declarer.file));
+    std::string problem = failure.error != 0 ? ErrorText(failure.error) : "";
+    if (problem.empty() && !file.empty()) {
+        problem = ReadRegularFile(file).problem;
+    }
     return problem.empty()
                ? Error(file, "failed",
                        "the rules cannot be compared" + Because(SystemReason(failure.code)))
@@ -197,10 +200,14 @@ Diagnostic WhyUnknown(const SourceFailure &failure) {
     }
 }
 
-// In the rules, keys before the first section are also ignored.
+// In the rules, keys before the first section are also ignored. An appliance without port
+// forwarding has no file of rules.
 bool FindIgnoredLines(int source, Diagnostic &finding) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
     const char *file = rules ? PathOf(StoreId::kForwardingRules) : kSettingsFile;
+    if (file == nullptr) {
+        return false;
+    }
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
