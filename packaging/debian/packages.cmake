@@ -25,13 +25,14 @@ macro(tavo_debian_package COMPONENT NAME SECTION DESCRIPTION)
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${NAME} COMPONENT ${COMPONENT} EXCLUDE_FROM_ALL)
 endmacro()
 
-# On an appliance the platform libraries are the system's own business.
+# An appliance has its own platform libraries.
 set(platform_package)
 if(NOT TAVO_SYSTEM_PLATFORM)
   set(platform_package libtavoplatform7)
   tavo_debian_package(platform libtavoplatform7 libs
 "platform libraries of the appliance (host build)
-What libtavoserviceconf7 stands on, for machines that are no appliance.")
+Host builds of the libraries that libtavoserviceconf7 needs, for machines
+that are not appliances.")
 endif()
 
 tavo_debian_package(library libtavoserviceconf7 libs

@@ -20,7 +20,7 @@ struct ServiceFileRecord {
 
 // A folder, file, section or built-in service that is left out: a built-in service if `row` is set,
 // otherwise a section if `section` is set, otherwise a file if `path` is set, otherwise a folder.
-// The reading of a folder is good if it contains no service files because it is no directory.
+// The reading of a folder is good if it contains no service files because it is not a directory.
 struct LeftOut {
     const ServiceFolder *folder;
     const char *path;     // of the file; null for a folder or row
