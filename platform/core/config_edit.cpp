@@ -70,8 +70,8 @@ bool IsBlankOrComment(const ConfigLine &line) {
 
 // LF, CRLF, or nothing if the last line has no line end.
 std::string_view LineEndOf(const ConfigLine &line) {
-    const char *behind = line.text.data() + line.text.size();
-    return {behind, line.end - line.begin - line.text.size()};
+    const char *after = line.text.data() + line.text.size();
+    return {after, line.end - line.begin - line.text.size()};
 }
 
 // Whether the line stays unchanged when its key is set to the value. A quoted value is the exact
@@ -258,8 +258,8 @@ bool TakeOutSection(std::string_view text, std::string_view section, TextBuffer 
                 out.Append(text.substr(kept_from, line.begin - kept_from));
             }
         }
-        const bool right_behind = line.kind == ConfigLineKind::kBlank && kept_from == line.begin;
-        if (inside && (right_behind || !IsBlankOrComment(line))) {
+        const bool right_after = line.kind == ConfigLineKind::kBlank && kept_from == line.begin;
+        if (inside && (right_after || !IsBlankOrComment(line))) {
             kept_from = line.end;
         }
     }

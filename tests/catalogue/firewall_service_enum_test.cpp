@@ -21,8 +21,8 @@ const std::vector<std::string> kBuiltIn = {"ipp",       "lpr",        "kx20", "b
                                            "lanprobed", "ups_server", "ssh",  "telnet"};
 
 // The names in `declared`, followed by the built-in services except `left_out`.
-std::vector<std::string> BuiltInBehind(std::vector<std::string> declared,
-                                       const std::vector<std::string> &left_out = {}) {
+std::vector<std::string> BuiltInAfter(std::vector<std::string> declared,
+                                      const std::vector<std::string> &left_out = {}) {
     for (const std::string &name : kBuiltIn) {
         if (std::find(left_out.begin(), left_out.end(), name) == left_out.end()) {
             declared.push_back(name);
@@ -73,7 +73,7 @@ class ServiceEnum : public CatalogueTest {
 
 TEST_F(ServiceEnum, ListsTheBuiltInServicesBackwards) {
     EXPECT_EQ(Enumerate(), 12);
-    EXPECT_EQ(Names(services_.get()), BuiltInBehind({}));
+    EXPECT_EQ(Names(services_.get()), BuiltInAfter({}));
     EXPECT_THAT(Messages(), IsEmpty());
     EXPECT_EQ(TLIBCErrGet(), 0U);
 }
@@ -146,7 +146,7 @@ TEST_F(ServiceEnum, LeavesOutServicesWhosePortsCannotBeWorkedOut) {
     std::filesystem::remove(kNfsSettings);
     WriteFile(kSshSettings, "Port none\n");
     EXPECT_EQ(Enumerate(), 10);
-    EXPECT_EQ(Names(services_.get()), BuiltInBehind({}, {"nfs", "ssh"}));
+    EXPECT_EQ(Names(services_.get()), BuiltInAfter({}, {"nfs", "ssh"}));
     EXPECT_THAT(Messages(), ElementsAre("Failed to get ssh_port",
                                         "Failed to enum dst ports in firewall services: ssh",
                                         "Failed to get val of 'NFS custom port', errno=0x700",
@@ -157,7 +157,7 @@ TEST_F(ServiceEnum, LeavesOutServicesWhosePortsCannotBeWorkedOut) {
 TEST_F(ServiceEnum, LeavesOutWhatNeedsTheSettingsWithoutThem) {
     std::filesystem::remove(kSettings);
     EXPECT_EQ(Enumerate(), 10);
-    EXPECT_EQ(Names(services_.get()), BuiltInBehind({}, {"ftp", "ssh"}));
+    EXPECT_EQ(Names(services_.get()), BuiltInAfter({}, {"ftp", "ssh"}));
     EXPECT_THAT(Messages(),
                 ElementsAre("Failed to get sftpPort of tavoinfo.conf. [0x0700 file_text.cpp:N]",
                             "Failed to enum dst ports in firewall services: ssh",
@@ -173,7 +173,7 @@ TEST_F(ServiceEnum, PutsTheServicesOfServiceFilesInFront) {
     WriteFile(std::string(kSystemServices) + "/a.sc", Section("a1", "3"));
     Install("0.sc", Section("p1", "4") + Section("p2", "5") + Section("p3", "6"));
     EXPECT_EQ(Enumerate(), 18);
-    EXPECT_EQ(Names(services_.get()), BuiltInBehind({"a1", "b1", "b2", "p1", "p2", "p3"}));
+    EXPECT_EQ(Names(services_.get()), BuiltInAfter({"a1", "b1", "b2", "p1", "p2", "p3"}));
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
@@ -233,7 +233,7 @@ TEST_F(ServiceEnum, AsksTheSupportKeyOfTheFileForAllItsSections) {
 TEST_F(ServiceEnum, LeavesOutASectionWithoutDestinationPorts) {
     Install("a.sc", "[a]\ntitle=T\ndesc=D\nsrc.ports=80\n" + Section("b", "80"));
     EXPECT_EQ(Enumerate(), 13);
-    EXPECT_EQ(Names(services_.get()), BuiltInBehind({"b"}));
+    EXPECT_EQ(Names(services_.get()), BuiltInAfter({"b"}));
 }
 
 TEST_F(ServiceEnum, LeavesOutFilesThatAreNoServiceFiles) {
@@ -241,19 +241,19 @@ TEST_F(ServiceEnum, LeavesOutFilesThatAreNoServiceFiles) {
     Install("b.sc", "just text\n");
     Install("c.sc", Section("c", "eighty"));
     EXPECT_EQ(Enumerate(), 13);
-    EXPECT_EQ(Names(services_.get()), BuiltInBehind({"a"}));
+    EXPECT_EQ(Names(services_.get()), BuiltInAfter({"a"}));
 }
 
 TEST_F(ServiceEnum, ListsServicesOfOneNameEachForItself) {
     Install("a.sc", Section("ssh", "1"));
     Install("b.sc", Section("ssh", "2"));
     EXPECT_EQ(Enumerate(), 14);
-    EXPECT_EQ(Names(services_.get()), BuiltInBehind({"ssh", "ssh"}));
+    EXPECT_EQ(Names(services_.get()), BuiltInAfter({"ssh", "ssh"}));
     EXPECT_EQ(Join(services_->pDstPortList), "1");
     EXPECT_EQ(Join(services_->pNext->pDstPortList), "2");
 }
 
-TEST_F(ServiceEnum, StandsMissingServiceFolders) {
+TEST_F(ServiceEnum, AcceptsMissingServiceFolders) {
     std::filesystem::remove_all(kSystemServices);
     std::filesystem::remove_all(kPackageServices);
     EXPECT_EQ(Enumerate(), 12);
@@ -268,7 +268,7 @@ TEST_F(ServiceEnum, ReplacesWhatTheCallerStored) {
     TAVO_FW_SERVICE *list = &own;
     EXPECT_EQ(TAVOFwServiceEnum(&list), 12);
     services_.reset(list);
-    EXPECT_EQ(Names(list), BuiltInBehind({}));
+    EXPECT_EQ(Names(list), BuiltInAfter({}));
 }
 
 TEST_F(ServiceEnum, RejectsNull) {

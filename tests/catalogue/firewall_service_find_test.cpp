@@ -43,7 +43,7 @@ TEST_F(ServiceFind, ComparesNamesToTheLetter) {
     EXPECT_EQ(TLIBCErrGet(), 0U);
 }
 
-TEST_F(ServiceFind, StandsANameWithoutTerminator) {
+TEST_F(ServiceFind, AcceptsANameWithoutTerminator) {
     EXPECT_EQ(TAVOFWServiceFind(list_, std::string(255, 'n').c_str()), nullptr);
     EXPECT_EQ(TAVOFWServiceFind(list_, std::string(256, 'n').c_str()), &list_[3]);
     EXPECT_EQ(TAVOFWServiceFind(list_, std::string(257, 'n').c_str()), nullptr);

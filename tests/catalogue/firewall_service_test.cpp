@@ -178,7 +178,7 @@ TEST_F(ServiceOfRow, FailsForFixedPortsThatAreNoNumbers) {
     EXPECT_EQ(TLIBCErrGet(), 0xD00U);
 }
 
-TEST_F(ServiceOfRow, TellsWhichSideFails) {
+TEST_F(ServiceOfRow, ReportsWhichSideFails) {
     SetDst("80", nullptr);
     SetSrc("x", nullptr);
     EXPECT_EQ(ServiceFromRow(row_), nullptr);
@@ -305,7 +305,7 @@ TEST_F(ServiceOfSection, FailsWithoutDestinationPorts) {
                             "tavoerr=[0x0123 caller.cpp:N]"));
 }
 
-TEST_F(ServiceOfSection, StandsTextsWithoutTerminator) {
+TEST_F(ServiceOfSection, AcceptsTextsWithoutTerminator) {
     auto port = Port(TAVO_PORT_TYPE_SINGLE, 1, 80, 0);
     memset(&section_, 'x', sizeof(section_));
     section_.pSrcPorts = nullptr;

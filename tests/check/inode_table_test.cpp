@@ -376,7 +376,7 @@ TEST_F(PidsOfInode, AreThoseOfTheTableInItsOrder) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(PidsOfInode, LackWhatStandsBehindTheLastComma) {
+TEST_F(PidsOfInode, LackWhatIsAfterTheLastComma) {
     TLIBCSzHashSetValue(table_.get(), "1", "812,77");
     TLIBCSzHashSetValue(table_.get(), "2", "");
     TLIBCSzHashSetValue(table_.get(), "3", ",5,");

@@ -39,7 +39,7 @@ TEST(KeySet, KnowsWhatWasAdded) {
     EXPECT_EQ(set.Add(1, 2), Added::kKnown);
 }
 
-TEST(KeySet, TellsKeysApartByEveryBit) {
+TEST(KeySet, DistinguishesKeysByEveryBit) {
     std::vector<Key> keys = {{0, 0}};
     for (int bit = 0; bit < 64; ++bit) {
         const uint64_t one = uint64_t{1} << bit;
@@ -48,7 +48,7 @@ TEST(KeySet, TellsKeysApartByEveryBit) {
     ExpectAsInAMap(keys);
 }
 
-TEST(KeySet, TellsKeysOfTheSameSlotApart) {
+TEST(KeySet, DistinguishesKeysOfTheSameSlot) {
     std::mt19937_64 random(17);
     std::vector<Key> keys;
     for (uint64_t i = 0; i < 200; ++i) {

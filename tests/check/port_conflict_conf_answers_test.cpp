@@ -146,7 +146,7 @@ TEST_F(ConflictPorts, CannotBeVerifiedWithoutAList) {
 
 class ConfAnswer : public ConfCheckTest {};
 
-TEST_F(ConfAnswer, TellsWhetherAnyPortIsDeclared) {
+TEST_F(ConfAnswer, ReportsWhetherAnyPortIsDeclared) {
     const struct {
         Lines ports;
         uint16_t protocol;
@@ -163,7 +163,7 @@ TEST_F(ConfAnswer, TellsWhetherAnyPortIsDeclared) {
     }
 }
 
-TEST_F(ConfAnswer, TellsWhetherOnePortIsDeclared) {
+TEST_F(ConfAnswer, ReportsWhetherOnePortIsDeclared) {
     EXPECT_EQ(TAVOConfIsConflictPort(80, TAVO_PROTO_TCP), 1);
     EXPECT_EQ(TAVOConfIsConflictPort(80, TAVO_PROTO_UDP), 0);
     EXPECT_EQ(TAVOConfIsConflictPort(65535, TAVO_PROTO_BOTH), 0);
@@ -172,7 +172,7 @@ TEST_F(ConfAnswer, TellsWhetherOnePortIsDeclared) {
     EXPECT_THAT(Messages(), ElementsAre("Illegal port: 0"));
 }
 
-TEST_F(ConfAnswer, TellsWhetherAPortOfARangeIsDeclared) {
+TEST_F(ConfAnswer, ReportsWhetherAPortOfARangeIsDeclared) {
     const struct {
         uint16_t first;
         uint16_t last;

@@ -218,7 +218,7 @@ TEST_F(ServicePorts, AreNoneWithoutServices) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(ServicePorts, CannotBeToldWithoutTheCatalogue) {
+TEST_F(ServicePorts, AreUnknownWithoutTheCatalogue) {
     const OfferedServices offered({{"web", TAVO_PROTO_TCP, {"80"}}}, -1);
     EXPECT_THAT(Fetch(PkgConfListFetch), ElementsAre("null"));
     EXPECT_EQ(ErrorState(), "0x123 catalogue.cpp");
@@ -246,7 +246,7 @@ TEST_F(AllPorts, AreThoseOfTheSystemAndThenOfTheServices) {
                             "514 udp log"));
 }
 
-TEST_F(AllPorts, CannotBeToldWithoutEitherList) {
+TEST_F(AllPorts, AreUnknownWithoutEitherList) {
     {
         const Failing failing("SysConfListFetch");
         EXPECT_THAT(Fetch(ServiceConfListFetch), ElementsAre("null"));

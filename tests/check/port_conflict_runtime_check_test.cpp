@@ -246,7 +246,7 @@ TEST_F(RuntimeResultList, NeedsBothListsToGivePorts) {
                 ElementsAre("pResultList is undefined", "pConflictPortList is undefined"));
 }
 
-TEST_F(RuntimeResultList, TellsWhetherAPortIsHeldFreeOrNotListed) {
+TEST_F(RuntimeResultList, ReportsWhetherAPortIsHeldFreeOrNotListed) {
     const struct {
         uint16_t port;
         uint16_t protocol;
@@ -270,8 +270,8 @@ TEST_F(RuntimeResultList, TellsWhetherAPortIsHeldFreeOrNotListed) {
 std::string Answer(const std::function<int()> &ask) {
     testing::internal::CaptureStderr();
     const std::string answer = std::to_string(ask());
-    const std::string told = testing::internal::GetCapturedStderr();
-    return told.empty() ? answer : answer + " " + told;
+    const std::string printed = testing::internal::GetCapturedStderr();
+    return printed.empty() ? answer : answer + " " + printed;
 }
 
 class RuntimeAnswer : public RuntimeTest {
@@ -289,7 +289,7 @@ class RuntimeAnswer : public RuntimeTest {
     }
 };
 
-TEST_F(RuntimeAnswer, TellsTheHeldPortsOnStandardError) {
+TEST_F(RuntimeAnswer, PrintsTheHeldPortsOnStandardError) {
     const HeldSocket tcp(AF_INET, SOCK_STREAM, 7000);
     const HeldSocket udp(AF_INET6, SOCK_DGRAM, 7001);
     const Connection connection(tcp);

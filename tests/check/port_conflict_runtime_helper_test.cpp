@@ -112,7 +112,7 @@ TEST_F(HeldPorts, NameAProcessOncePerState) {
                                     "80 tcp 5 in state 1 /bin/program"));
 }
 
-TEST_F(HeldPorts, AreToldApartByAnyBitOfPortProcessAndState) {
+TEST_F(HeldPorts, AreDistinguishedByAnyBitOfPortProcessAndState) {
     std::string lines;
     std::vector<std::string> expected;
     const auto hold = [&](unsigned port, unsigned state) {

@@ -59,7 +59,7 @@ TEST(SocketLine, LeavesTheRecordAloneWhereItIsNone) {
     EXPECT_EQ(Describe(info), "8080 udp state 10 inode 8123") << "the protocol is the caller's";
 }
 
-TEST(SocketLine, EndsAnywhereBehindTheInode) {
+TEST(SocketLine, EndsAnywhereAfterTheInode) {
     const std::size_t end = kListener.find("8123") + 4;
     for (std::size_t length = 0; length <= kListener.size(); ++length) {
         const std::string line = kListener.substr(0, length);
@@ -267,14 +267,14 @@ TEST_F(SocketTable, ListsALineOnce) {
                 ElementsAre("80 tcp state 10 inode 1", "81 tcp state 10 inode 1"));
 }
 
-TEST_F(SocketTable, TellsSocketsApartByPortStateInodeAndProtocol) {
+TEST_F(SocketTable, DistinguishesSocketsByPortStateInodeAndProtocol) {
     EXPECT_THAT(Parse(SocketLine(80, 10, 1) + SocketLine(81, 10, 1) + SocketLine(80, 1, 1) +
                       SocketLine(80, 10, 2)),
                 SizeIs(4));
     EXPECT_THAT(Parse(SocketLine(80, 10, 1), TAVO_PROTO_UDP), SizeIs(5));
 }
 
-TEST_F(SocketTable, TellsSocketsApartByAnySingleBit) {
+TEST_F(SocketTable, DistinguishesSocketsByAnySingleBit) {
     std::string lines = SocketLine(80, 10, 1);
     for (unsigned bit = 0; bit < 32; ++bit) {
         lines += SocketLine(80, 10 ^ (1U << bit), 1);

@@ -31,12 +31,12 @@ class ComparePorts : public LibraryTest {
     TAVO_SERVICE_CONF_PORT *conflicts_ = nullptr;
 };
 
-TEST_F(ComparePorts, TellsOnePortOfOnePort) {
+TEST_F(ComparePorts, ReportsOnePortOfOnePort) {
     EXPECT_EQ(Query("80", "80"), 1);
     EXPECT_THAT(Conflicts(), ElementsAre("src 80 protocol 3"));
 }
 
-TEST_F(ComparePorts, TellsOnePortInsideADeclaredRange) {
+TEST_F(ComparePorts, ReportsOnePortInsideADeclaredRange) {
     EXPECT_EQ(Query("80", "79-81"), 1);
     EXPECT_EQ(Query("79", "79-81"), 1) << "the first of the range";
     EXPECT_EQ(Query("81", "79-81"), 1) << "the last of the range";
@@ -55,7 +55,7 @@ TEST_F(ComparePorts, LetsNeighboursBe) {
     EXPECT_EQ(ErrorState(), "0x0 ");
 }
 
-TEST_F(ComparePorts, TellsTheOverlapOfTwoRanges) {
+TEST_F(ComparePorts, ReportsTheOverlapOfTwoRanges) {
     EXPECT_EQ(Query("100:200", "150-300"), 1);
     EXPECT_EQ(Query("100:200", "50-120"), 1);
     EXPECT_EQ(Query("100:200", "1-1000"), 1);
@@ -64,7 +64,7 @@ TEST_F(ComparePorts, TellsTheOverlapOfTwoRanges) {
                                          "src 100:120 protocol 3", "src 150:200 protocol 3"));
 }
 
-TEST_F(ComparePorts, TellsAnOverlapOfOnePortAsOnePort) {
+TEST_F(ComparePorts, ReportsAnOverlapOfOnePortAsOnePort) {
     EXPECT_EQ(Query("100:200", "200-300"), 1);
     EXPECT_EQ(Query("100:200", "150"), 1);
     EXPECT_EQ(Query("100:100", "90-110"), 1);
@@ -72,7 +72,7 @@ TEST_F(ComparePorts, TellsAnOverlapOfOnePortAsOnePort) {
                 ElementsAre("src 100 protocol 3", "src 150 protocol 3", "src 200 protocol 3"));
 }
 
-TEST_F(ComparePorts, TellsEveryTokenThatCollides) {
+TEST_F(ComparePorts, ReportsEveryTokenThatCollides) {
     EXPECT_EQ(Query("1:100", "80,200, 22 ,90-300"), 1);
     EXPECT_THAT(Conflicts(),
                 ElementsAre("src 90:100 protocol 3", "src 22 protocol 3", "src 80 protocol 3"));

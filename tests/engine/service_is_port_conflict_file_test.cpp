@@ -29,7 +29,7 @@ TEST_F(ConfPortConflict, FindsNoneWhereNoneIs) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(ConfPortConflict, TellsTheFirstSectionThatCollides) {
+TEST_F(ConfPortConflict, ReportsTheFirstSectionThatCollides) {
     EXPECT_EQ(AskFile("[a]\ndst.ports=\"8080/tcp\"\n[b]\ndst.ports=\" 22:30 / TCP \"\n"
                       "[c]\ndst.ports=\"515\"\n"),
               1);

@@ -82,7 +82,7 @@ class EngineOnBadGround : public ConflictTest {
     }
 };
 
-TEST_F(EngineOnBadGround, TellsWhichOfTheTwoQuestionsForThePassivePortFailed) {
+TEST_F(EngineOnBadGround, ReportsWhichOfTheTwoQuestionsForThePassivePortFailed) {
     int questions = 0;
     g_ftp_high_port = [&] { return ++questions == 2 ? -1 : 50031; };
     EXPECT_EQ(Ask("80", "tcp", TAVO_PORT_CHECK_SYS_KEY), -1);

@@ -59,7 +59,7 @@ TEST_F(PortConflict, CountsPort412AsTakenByThatNameOnly) {
     EXPECT_EQ(Ask("412:412", "tcp", 15), 0);
 }
 
-TEST_F(PortConflict, TellsAFailureEvenOfPort412) {
+TEST_F(PortConflict, ReportsAFailureEvenOfPort412) {
     Rules("[1]\ns_port=\"1\"\n");
     EXPECT_EQ(Ask("412", "tcp", TAVO_PORT_CHECK_PORT_FORWARD), -1);
 }

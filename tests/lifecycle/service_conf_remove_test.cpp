@@ -79,7 +79,7 @@ TEST_F(ServiceConfRemove, CopiesAndRemovesTheFileAndTellsItsContent) {
     EXPECT_EQ(TLIBCErrGet(), 0U);
 }
 
-TEST_F(ServiceConfRemove, TellsWhomTheFlagsNameWhatTheyAskFor) {
+TEST_F(ServiceConfRemove, ReportsWhomTheFlagsNameWhatTheyAskFor) {
     const struct {
         uint32_t flags;
         Lines calls;
@@ -105,7 +105,7 @@ TEST_F(ServiceConfRemove, TellsWhomTheFlagsNameWhatTheyAskFor) {
     }
 }
 
-TEST_F(ServiceConfRemove, TellsOfTheCopyAndWhoIsToActByTheFlags) {
+TEST_F(ServiceConfRemove, ReportsOfTheCopyAndWhoIsToActByTheFlags) {
     const struct {
         uint32_t flags;
         std::string told;
@@ -347,7 +347,7 @@ TEST_F(ServiceConfRemove, ByItsNameCutsItTo255Bytes) {
     EXPECT_THAT(Entries(kPackageServices), ElementsAre("game.sc"));
 }
 
-TEST_F(ServiceConfRemove, TellsOrFailsWhenMemoryRunsOut) {
+TEST_F(ServiceConfRemove, ReportsOrFailsWhenMemoryRunsOut) {
     const Param param = RemovalParam(7);
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         WriteFile(kGameFile, kGame);

@@ -139,7 +139,7 @@ TEST_F(SectionRemoval, StandsWhereTheEmptiedFileCannotBeDeleted) {
 
 // ---- Notified listeners ----
 
-TEST_F(SectionRemoval, TellsWhomTheFlagsName) {
+TEST_F(SectionRemoval, ReportsWhomTheFlagsName) {
     const struct {
         Param param;
         Lines calls;

@@ -241,7 +241,7 @@ TEST_F(SectionSet, OnlyChecksPortsWithoutTheBitOfFirewallServices) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(SectionSet, TellsTheRouterToolWithTheBitOfPortForwardingOnly) {
+TEST_F(SectionSet, ReportsTheRouterToolWithTheBitOfPortForwardingOnly) {
     for (uint32_t flags = 1; flags <= 31; ++flags) {
         if ((flags & TAVO_PORT_CHECK_FW_SERVICE) == 0) {
             continue;

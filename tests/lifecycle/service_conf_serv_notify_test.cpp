@@ -64,7 +64,7 @@ TEST_F(UpdateServNotify, SendsBothTextsToPluginsAndThenReloadsTheRelayDaemon) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(UpdateServNotify, TellsPortForwardingAndTheFirewallApart) {
+TEST_F(UpdateServNotify, ReportsPortForwardingAndTheFirewallApart) {
     update_.blNotifyFw = 0;
     update_.blNotifyPf = 2;
     EXPECT_EQ(TLIBServiceConfUpdateServNotify(&update_), 0);
@@ -190,7 +190,7 @@ TEST_F(UpdateServNotify, ReadsPathsThatFillTheirFields) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(ServNotify, TellsNobodyWithoutThePluginInterface) {
+TEST_F(ServNotify, NotifiesNobodyWithoutThePluginInterface) {
     const Failing failing("TLIBPluginSDKInit");
     EXPECT_EQ(TLIBServiceConfUpdateServNotify(&update_), 0);
     EXPECT_EQ(TLIBServiceConfRemoveServNotify(&remove_), 0);
@@ -254,7 +254,7 @@ TEST_F(UpdateServNotify, CarriesOnWithoutAnArgumentThatCannotBeSet) {
     }
 }
 
-TEST_F(UpdateServNotify, TellsNobodyWhenNobodyCouldAct) {
+TEST_F(UpdateServNotify, NotifiesNobodyWhenNobodyCouldAct) {
     const Failing failing("TLIBPluginSetArg");
     EXPECT_EQ(TLIBServiceConfUpdateServNotify(&update_), 0);
     EXPECT_THAT(Calls(), IsEmpty());
@@ -369,7 +369,7 @@ TEST_F(RemoveServNotify, CarriesOnWithoutAnArgumentThatCannotBeSet) {
     }
 }
 
-TEST_F(RemoveServNotify, TellsNobodyWhenNobodyCouldAct) {
+TEST_F(RemoveServNotify, NotifiesNobodyWhenNobodyCouldAct) {
     const Failing failing("TLIBPluginSetArg");
     EXPECT_EQ(TLIBServiceConfRemoveServNotify(&remove_), 0);
     EXPECT_THAT(Calls(), IsEmpty());

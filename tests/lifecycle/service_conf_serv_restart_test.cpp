@@ -17,7 +17,7 @@ using testing::IsEmpty;
 
 class ServRestart : public LifecycleTest {};
 
-TEST_F(ServRestart, RefusesFlagsOutOfRangeAndTellsNobody) {
+TEST_F(ServRestart, RefusesFlagsOutOfRangeAndNotifiesNobody) {
     ActivateRelayDaemon();
     for (const int flags : {0, 32, 33, -1}) {
         TLIBCErrSetEx(0, nullptr, 0);

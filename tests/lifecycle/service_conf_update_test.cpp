@@ -58,7 +58,7 @@ class ServiceConfUpdate : public ServiceFilesTest {
     Ports conflicts_;
 };
 
-TEST_F(ServiceConfUpdate, TellsTheOldContentAndTheNew) {
+TEST_F(ServiceConfUpdate, ReportsTheOldContentAndTheNew) {
     WriteFile(kGameFile, kGame);
     ActivateRelayDaemon();
     const std::string source = Source(kNewGame);

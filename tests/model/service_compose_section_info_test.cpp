@@ -152,7 +152,7 @@ TEST_F(ComposeSectionInfo, ReportsEveryFailedAllocation) {
     EXPECT_EQ(allocations, 5);
 }
 
-TEST_F(ComposeSectionInfo, TellsTheSectionFromItsPortsWhenMemoryRunsOut) {
+TEST_F(ComposeSectionInfo, ReportsTheSectionFromItsPortsWhenMemoryRunsOut) {
     const TAVO_SERVICE_CONF_SECTION source = Sample();
     FailingAllocation first(1, FailingAllocation::Mode::kOnlyNth);
     first.During([&] { return TAVOServiceComposeSectionInfo(&source, &list_); });

@@ -37,7 +37,7 @@ const Case kCases[] = {
     {"#", kComment},
     {"# a comment", kComment},
     {"; another", kComment},
-    {" \t# behind blanks", kComment},
+    {" \t# after blanks", kComment},
     {";[section]", kComment},
     {"#key=value", kComment},
 

@@ -241,13 +241,13 @@ TEST_F(FileBadInput, AFileThatIsTooLargeIsRejected) {
 
 TEST_F(FileBadInput, AnEndlessLineTakesLinearTime) {
     const std::size_t size = 20'000'000;
-    std::string brackets_behind_blanks;
-    while (brackets_behind_blanks.size() < size) {
-        brackets_behind_blanks += std::string(1000, ' ') + "[";
+    std::string brackets_after_blanks;
+    while (brackets_after_blanks.size() < size) {
+        brackets_after_blanks += std::string(1000, ' ') + "[";
     }
     for (const std::string &line :
          {std::string(size, 'a'), std::string(size, '['), std::string(size, ' '),
-          std::string(size, '='), brackets_behind_blanks}) {
+          std::string(size, '='), brackets_after_blanks}) {
         const std::string file = folder_.Write("file", line);
         for (const Reader &reader : kReaders) {
             EXPECT_GE(reader.call(file.c_str()), 0) << reader.name;

@@ -210,7 +210,7 @@ INSTANTIATE_TEST_SUITE_P(
         Broken{"LongerThanTheDatagram", WithLength(SocketAt(80), 89)},
         Broken{"LongerThanAnything", WithLength(SocketAt(80), 0xFFFFFFFF)},
         Broken{"HalfAHeader", SocketAt(80).substr(0, sizeof(nlmsghdr) - 1)},
-        Broken{"BytesBehindTheLast", SocketAt(80) + "x"},
+        Broken{"BytesAfterTheLast", SocketAt(80) + "x"},
         Broken{"CutToFitTheBuffer", Filler(32768) + SocketAt(80)}),
     [](const auto &test) { return test.param.name; });
 

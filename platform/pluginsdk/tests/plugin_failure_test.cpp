@@ -126,14 +126,14 @@ TEST_F(PluginFailure, IsReportedWhenMemoryRunsOut) {
 TEST_F(PluginFailure, InOneFolderForLackOfMemoryLeavesTheOther) {
     AddRecorder(kPackagePlugins, "plugin");
     const PluginCall call = Update();
-    bool told = false;
+    bool reported = false;
     ForEachFailingAllocation([&](FailingAllocation &fail) {
         SetEarlierError();
         const int result = fail.During([&] { return TLIBPluginAction(5, call.get()); });
         const bool ran = !TakeCalls().empty();
-        told = told || (result == -1 && ran);
+        reported = reported || (result == -1 && ran);
     });
-    EXPECT_TRUE(told);
+    EXPECT_TRUE(reported);
 }
 
 TEST_F(PluginFailure, IncludesAGroupThatIsNotAFileName) {

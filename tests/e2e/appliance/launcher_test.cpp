@@ -44,7 +44,7 @@ TEST(ExitStatus, IsThatOfTheCommand) {
     EXPECT_EQ(RunScriptInside("exit 255").status, 255);
 }
 
-TEST(ExitStatus, TellsTheSignalThatEndedTheCommand) {
+TEST(ExitStatus, ReportsTheSignalThatEndedTheCommand) {
     EXPECT_EQ(RunScriptInside("kill -KILL $$").status, 128 + 9);
     EXPECT_EQ(RunScriptInside("kill -TERM $$").status, 128 + 15);
 }
@@ -346,7 +346,7 @@ TEST(Refusal, NamesAnArgumentThatItDoesNotKnow) {
     ExpectRefused(RunLauncher({"walk", "--", "true"}), "appliance: unknown subcommand walk");
 }
 
-TEST(Refusal, TellsThatTheSeparatorIsMissingBeforeTheCommand) {
+TEST(Refusal, ReportsThatTheSeparatorIsMissingBeforeTheCommand) {
     ExpectRefused(RunLauncher({"run", "true", "7"}),
                   "appliance: unexpected argument true: COMMAND must follow --, as in appliance "
                   "run -- true\n");
@@ -364,12 +364,12 @@ TEST(Refusal, NamesTheTemporaryFolderThatCannotBeUsed) {
     ExpectRefused(in("/proc"), failure + "/proc: no such file or directory\n");
 }
 
-TEST(Refusal, TellsHowToInstallBubblewrap) {
+TEST(Refusal, ReportsHowToInstallBubblewrap) {
     ExpectRefused(RunLauncher({"run", "--", "true"}, {"PATH="}),
                   "bubblewrap is not installed: apt-get install bubblewrap\n");
 }
 
-TEST(Refusal, TellsWhatToSwitchOnWhereNamespacesAreNotAllowed) {
+TEST(Refusal, ReportsWhatToSwitchOnWhereNamespacesAreNotAllowed) {
     const TemporaryFolder folder;
     const std::string bwrap =
         folder.Write("bwrap", "#!/bin/sh\necho 'bwrap: No permissions' >&2\nexit 1\n");
@@ -382,7 +382,7 @@ TEST(Refusal, TellsWhatToSwitchOnWhereNamespacesAreNotAllowed) {
     EXPECT_THAT(folder.Entries(), testing::ElementsAre("bwrap"));
 }
 
-TEST(Refusal, TellsWhereItLooksForTheTemplate) {
+TEST(Refusal, ReportsWhereItLooksForTheTemplate) {
     const TemporaryFolder folder;
     fs::create_directory(folder / "bin");
     fs::copy_file(APPLIANCE, folder / "bin/appliance");

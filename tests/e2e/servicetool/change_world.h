@@ -33,7 +33,7 @@ inline const std::string kRelayCalls =
     "systemctl is-active --quiet tavorelayd\nsystemctl reload tavorelayd\n";
 
 inline const std::string kPlan = "will notify: plugins, relay daemon\n";
-inline const std::string kTold = "notified: plugins, relay daemon\n";
+inline const std::string kNotified = "notified: plugins, relay daemon\n";
 inline const std::string kDryRun = "dry run: nothing changed, nobody notified\n";
 
 // The calls that the named stand-in received; "all" returns the calls of all stand-ins in order.
@@ -106,7 +106,7 @@ class LockingUser {
         if (pid_ == 0) {
             if (setgid(kUser) == 0 && setuid(kUser) == 0) {
                 const char locked = LockAll(folders) ? 1 : 0;
-                [[maybe_unused]] const auto told = write(ready[1], &locked, 1);
+                [[maybe_unused]] const auto written = write(ready[1], &locked, 1);
                 pause();
             }
             _exit(1);

@@ -33,25 +33,25 @@ class ChangingFile : public testing::Test {
         list_.reset(list);
     }
 
-    // Returns the result of TellOmissions; the report is in `told_`.
+    // Returns the result of TellOmissions; the report is in `reported_`.
     bool Tell(const std::vector<std::string> &names = {}, Severity severity = Severity::kError) {
         Report report(false);
         testing::internal::CaptureStderr();
         const bool any_error = TellOmissions(ExplainOmissions(read_, names, severity), report);
-        told_ = testing::internal::GetCapturedStderr();
+        reported_ = testing::internal::GetCapturedStderr();
         return any_error;
     }
 
     void ExpectChanged(const std::vector<std::string> &names = {}) {
         EXPECT_TRUE(Tell(names));
-        EXPECT_EQ(told_, path_ + ": error: changed while it was read [unreadable]\n");
+        EXPECT_EQ(reported_, path_ + ": error: changed while it was read [unreadable]\n");
     }
 
     TemporaryFolder folder_;
     ReadingReport read_;
     OwnedConf list_;
     std::string path_;
-    std::string told_;
+    std::string reported_;
 };
 
 TEST_F(ChangingFile, IsNotBlamedWhenItHasRecovered) {
@@ -80,7 +80,7 @@ TEST_F(ChangingFile, IsNotBlamedForOtherMistakes) {
 TEST_F(ChangingFile, MayContainEveryName) {
     Read(std::string(kGood) + kBad);
     EXPECT_FALSE(Tell({"other"}));
-    EXPECT_EQ(told_, "");
+    EXPECT_EQ(reported_, "");
     folder_.Write("a.sc", kGood);
     ExpectChanged({"other"});
 }
@@ -89,14 +89,14 @@ TEST_F(ChangingFile, IsAnErrorOfItsOwnOnlyIfNothingWasRead) {
     Read(std::string(kGood) + kBad);
     std::filesystem::remove(path_);
     EXPECT_FALSE(Tell({}, Severity::kWarning));
-    EXPECT_EQ(told_, path_ + ": warning: no such file or directory [unreadable]\n");
+    EXPECT_EQ(reported_, path_ + ": warning: no such file or directory [unreadable]\n");
     read_ = {};
     Read(kBad);
     EXPECT_FALSE(Tell({}, Severity::kWarning));
-    EXPECT_THAT(told_, HasSubstr(":1:2: warning: not read as a service file: section [bad]"));
+    EXPECT_THAT(reported_, HasSubstr(":1:2: warning: not read as a service file: section [bad]"));
     std::filesystem::remove(path_);
     EXPECT_TRUE(Tell({}, Severity::kWarning));
-    EXPECT_EQ(told_, path_ + ": error: no such file or directory [unreadable]\n");
+    EXPECT_EQ(reported_, path_ + ": error: no such file or directory [unreadable]\n");
 }
 
 // A reading of one file, which the test writes before lint reads it.
@@ -131,7 +131,7 @@ TEST_F(ChangingFile, IsReadAgainUntilItRests) {
 TEST_F(ChangingFile, WithANameThatTheLibraryCutsIsNone) {
     Read("[" + std::string(300, 'x') + "]\n" + (kGood + 7) + kBad);
     EXPECT_TRUE(Tell());
-    EXPECT_THAT(told_, HasSubstr("section [bad] is left out: it has no key [empty-section]"));
+    EXPECT_THAT(reported_, HasSubstr("section [bad] is left out: it has no key [empty-section]"));
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ TEST_F(CheckCommand, NamesWhoHoldsATakenPort) {
 
 TEST_F(CheckCommand, FindsNoRulesOnAnApplianceWithoutPortForwarding) {
     WriteFile(kRules, Rule("1", "web", "80", "8080"));
-    ExpectRun(ServiceToolBehind(NO_FORWARDING, {"check", "8080/tcp"}), 0, "8080/tcp is free\n");
+    ExpectRun(ServiceToolPreloading(NO_FORWARDING, {"check", "8080/tcp"}), 0, "8080/tcp is free\n");
 }
 
 TEST_F(CheckCommand, AnswersFromAllSourcesAtOnceInTheirOrder) {
@@ -326,7 +326,7 @@ TEST_F(CheckCommand, TakesTheReservedPortNamedByItself) {
     ExpectRun(ServiceTool({"check", "411:413"}), 0, "411:413/tcp,udp is free\n");
 }
 
-TEST_F(CheckCommand, TellsWhoElseHoldsTheReservedPort) {
+TEST_F(CheckCommand, ReportsWhoElseHoldsTheReservedPort) {
     WriteFile(kSystem + "a.sc", Section("a", "412/tcp"));
     EXPECT_EQ(ServiceTool({"check", "--no-legend", "412/tcp"}).out,
               "412  tcp  reserved  always taken\n412  tcp  service   a (system/a.sc)\n"
@@ -358,9 +358,10 @@ TEST_F(CheckCommand, AsksTheSourcesThatAreNamed) {
 
 TEST_F(CheckCommand, RefusesABadQuestionBeforeItAsksAny) {
     WriteFile(kRules, "[1]\n");
-    ExpectRun(ServiceTool({"check", "23/tcp", "80,1000-2000/tcp"}), 2, "",
-              "servicetool: error: \"80,1000-2000/tcp\", column 4: \"1000-2000\" is no port number "
-              "[usage]\n    fix: write 1000:2000\n");
+    ExpectRun(
+        ServiceTool({"check", "23/tcp", "80,1000-2000/tcp"}), 2, "",
+        "servicetool: error: \"80,1000-2000/tcp\", column 4: \"1000-2000\" is not a port number "
+        "[usage]\n    fix: write 1000:2000\n");
     const Json document = Json::Parse(ServiceTool({"check", "--json", "0"}).out);
     EXPECT_EQ(document["ok"], false);
     EXPECT_THAT(document["results"], IsEmpty());
@@ -370,7 +371,7 @@ TEST_F(CheckCommand, RefusesABadQuestionBeforeItAsksAny) {
 TEST_F(CheckCommand, RefusesANameToSkipThatCannotBeAskedFor) {
     const ProgramResult result = ServiceTool({"check", "80", "--skip", "a b"});
     EXPECT_EQ(result.status, 2);
-    EXPECT_THAT(result.err, HasSubstr("no name to skip holds a blank, as \"a b\" does [usage]"));
+    EXPECT_THAT(result.err, HasSubstr("--skip: name \"a b\" contains a blank [usage]"));
 }
 
 // ---- Unknown answers
@@ -390,7 +391,7 @@ TEST_F(CheckCommand, NamesTheSettingThatIsNoPort) {
     ExpectRun(ServiceTool({"check", "8081/tcp", "9000/tcp"}), 3,
               "8081/tcp: cannot tell (setting)\n9000/tcp: cannot tell (setting)\n",
               kSettings +
-                  ":2:13: error: \"x\" is no port number for WebDavPort [bad-setting]\n"
+                  ":2:13: error: \"x\" is not a port number for WebDavPort [bad-setting]\n"
                   "    WebDavPort=\"x\"\n"
                   "                ^\n"
                   "    fix: name a port from 1 to 65535, or remove the key\n");
@@ -401,15 +402,17 @@ TEST_F(CheckCommand, NamesThePassivePortOfFtpThatIsNone) {
     WriteFile(kSettings, "ftpport=21\nftphighport=x\n");
     const ProgramResult result = ServiceTool({"check", "8081/tcp"});
     EXPECT_EQ(result.out, "8081/tcp: cannot tell (service, setting)\n");
-    EXPECT_THAT(result.err, HasSubstr(kSettings + ":2:13: error: \"x\" is no port number for "
+    EXPECT_THAT(result.err, HasSubstr(kSettings + ":2:13: error: \"x\" is not a port number for "
                                                   "ftphighport [bad-setting]\n"));
-    EXPECT_THAT(result.err, HasSubstr(kSettings + ": error: built-in service ftp is left out: "
-                                                  "ftpport, ftplowport or ftphighport names no "
-                                                  "port [bad-service]\n"));
+    EXPECT_THAT(
+        result.err,
+        HasSubstr(kSettings +
+                  ": error: built-in service ftp is left out: "
+                  "ftpport, ftplowport or ftphighport does not name a port [bad-service]\n"));
     EXPECT_EQ(result.status, 3);
 }
 
-TEST_F(CheckCommand, TellsWhatIsTakenAlthoughASourceFails) {
+TEST_F(CheckCommand, ReportsWhatIsTakenAlthoughASourceFails) {
     WriteFile(kSettings, "WebDavPort=x\n");
     const ProgramResult result = ServiceTool({"check", "23/tcp", "--no-legend"});
     EXPECT_EQ(result.out, "23  tcp  service  telnet (built-in)\n23/tcp is taken\n");
@@ -442,12 +445,13 @@ TEST_F(CheckCommand, NamesTheRuleThatLacksAKey) {
 
 TEST_F(CheckCommand, NamesTheRuleWithBadPorts) {
     WriteFile(kRules, Rule("1", "a", "80,1:2", "80"));
-    ExpectRun(ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell (forward)\n",
-              kRules +
-                  ":4:9: error: rule [1] is not read: \"80,1:2\" names no ports [bad-rule]\n"
-                  "    s_port=\"80,1:2\"\n"
-                  "            ^\n"
-                  "    fix: write PORT or START-END, with commas between\n");
+    ExpectRun(
+        ServiceTool({"check", "8081/tcp"}), 3, "8081/tcp: cannot tell (forward)\n",
+        kRules +
+            ":4:9: error: rule [1] is not read: \"80,1:2\" is not a list of ports [bad-rule]\n"
+            "    s_port=\"80,1:2\"\n"
+            "            ^\n"
+            "    fix: write PORT or START-END, with commas between\n");
 }
 
 TEST_F(CheckCommand, CannotTellWhereTheRulesAreNoFile) {
@@ -471,7 +475,7 @@ TEST_F(CheckCommand, TakesRulesThatAreNotThereForNone) {
     std::filesystem::create_symlink("nothing", kRules);
     ExpectRun(
         ServiceTool({"check", "8081/tcp", "--source", "forward"}), 0, "8081/tcp is free\n",
-        kRules + ": warning: is a symbolic link to nothing, so there are no rules [unreadable]\n");
+        kRules + ": warning: is a dangling symbolic link, so there are no rules [unreadable]\n");
 }
 
 TEST_F(CheckCommand, NamesTheRulesOfAFileOfAnySize) {
@@ -497,10 +501,10 @@ TEST_F(CheckCommand, WarnsOfLinesThatMeanNothing) {
     ExpectRun(ServiceTool({"check", "8081/tcp", "8082/tcp"}), 0,
               "8081/tcp is free\n8082/tcp is free\n",
               kRules +
-                  ":1:1: warning: the line is not read: it is no comment, section or key of a "
+                  ":1:1: warning: the line is not read: it is not a comment, section or key of a "
                   "section [stray-line]\n    s_port=8081\n    ^\n" +
                   kSettings +
-                  ":2:1: warning: 2 lines are not read: they are no comment, section or key "
+                  ":2:1: warning: 2 lines are not read: none is a comment, section or key "
                   "[stray-line]\n    WebDavPort 8081\n    ^\n");
 }
 
@@ -542,7 +546,7 @@ TEST_F(CheckCommand, WarnsOfServicesThatDeclareNothing) {
     const ProgramResult result = ServiceTool({"check", "7001/tcp"});
     EXPECT_EQ(result.out, "7001/tcp is free\n");
     EXPECT_THAT(result.err, StartsWith(kPackage + "a.sc:8:17: warning: section [bad] is left out: "
-                                                  "\"x\" is no port number [port-syntax]\n"));
+                                                  "\"x\" is not a port number [port-syntax]\n"));
     EXPECT_EQ(result.status, 0);
 }
 
@@ -580,7 +584,7 @@ TEST_F(CheckCommand, AnswersWhereTheKernelHasNoPortLeftToGive) {
 // If the networking library cannot read a socket table, it returns no sockets.
 TEST_F(CheckCommand, CannotTellWhereNoSocketIsSeenAtAll) {
     const HeldPort held(Family::kV4, Protocol::kTcp, 8081);
-    const ProgramResult result = ServiceToolBehind(BLIND_NET, {"check", "8081/tcp"});
+    const ProgramResult result = ServiceToolPreloading(BLIND_NET, {"check", "8081/tcp"});
     ExpectRun(result, 3, "8081/tcp: cannot tell (socket)\n",
               "servicetool: error: the ports that sockets hold are unknown [failed]\n");
 }

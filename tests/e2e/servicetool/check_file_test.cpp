@@ -114,7 +114,7 @@ TEST_F(CheckFileCommand, TakesTheReservedPortNamedByItself) {
 
 TEST_F(CheckFileCommand, IsInvalidWhereLintFindsAnError) {
     ExpectRun(Check(Section("a", "23/tcp") + Section("b", "x")), 1, "/tmp/new.sc: 1 error\n",
-              "/tmp/new.sc:8:12: error: \"x\" is no port number [port-syntax]\n"
+              "/tmp/new.sc:8:12: error: \"x\" is not a port number [port-syntax]\n"
               "    dst.ports=\"x\"\n"
               "               ^\n");
     const Json document = Json::Parse(ServiceTool({"check", "--json", "--file", kFile}).out);
@@ -123,7 +123,7 @@ TEST_F(CheckFileCommand, IsInvalidWhereLintFindsAnError) {
     EXPECT_EQ(document["diagnostics"][0]["rule"], "port-syntax");
 }
 
-TEST_F(CheckFileCommand, TellsWarningsOfLint) {
+TEST_F(CheckFileCommand, ReportsWarningsOfLint) {
     const ProgramResult result = Check(Section("a", "7010:7000/tcp"));
     EXPECT_EQ(result.out, "/tmp/new.sc: [a] 7000:7010/tcp is free\n");
     EXPECT_THAT(result.err,
@@ -154,7 +154,7 @@ TEST_F(CheckFileCommand, WarnsThatAnInstallAsksForNoSocketsWithoutAProtocol) {
     ExpectRun(Check(Section("a", "7000")), 1,
               "a  7000  tcp  socket  in use now\n/tmp/new.sc: [a] 7000/tcp,udp is taken\n",
               "/tmp/new.sc: warning: an install reports no conflict: where dst.ports names no "
-              "protocol, it asks for no sockets [install-check]\n"
+              "protocol, it does not check sockets [install-check]\n"
               "    fix: name the protocols, as in 80/tcp,udp\n");
     EXPECT_THAT(Check(Section("a", "7000/tcp,udp")).err, IsEmpty());
 }
@@ -212,7 +212,7 @@ TEST_F(CheckFileCommand, CannotTellWhereACheckFails) {
               "b  23  tcp  service  telnet (built-in)\n"
               "/tmp/new.sc: [a] 7000/tcp: cannot tell (setting)\n"
               "/tmp/new.sc: [b] 23/tcp is taken\n");
-    EXPECT_THAT(result.err, StartsWith(kSettings + ":1:12: error: \"x\" is no port number"));
+    EXPECT_THAT(result.err, StartsWith(kSettings + ":1:12: error: \"x\" is not a port number"));
     EXPECT_EQ(result.status, 3);
     const Json sections = Json::Parse(
         ServiceTool({"check", "--json", "--file", kFile}).out)["results"][0]["sections"];
@@ -225,7 +225,7 @@ TEST_F(CheckFileCommand, CannotAskSocketsForPortZero) {
         const ProgramResult result = Check(Section("a", ports));
         EXPECT_EQ(result.out,
                   std::string("/tmp/new.sc: [a] ") + ports + ": cannot tell (socket)\n");
-        EXPECT_THAT(result.err, HasSubstr("sockets cannot be asked for port 0 [port-zero]"));
+        EXPECT_THAT(result.err, HasSubstr("sockets cannot be checked for port 0 [port-zero]"));
         EXPECT_EQ(result.status, 3);
     }
 }

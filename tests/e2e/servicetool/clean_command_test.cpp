@@ -148,10 +148,10 @@ TEST_F(CleanCommand, RemovesEveryKindOfLeftover) {
     const std::vector<std::string> all = made_;
 
     const std::string lines[] = {
-        all[0] + ": private folder of a servicetool",
+        all[0] + ": private folder of servicetool",
         all[1] + ": copy of the removed file notes.sc by process " + pid,
         all[2] + ": copy of the replaced file notes.sc",
-        all[3] + ": file that was to be installed as notes.sc",
+        all[3] + ": file to be installed as notes.sc",
         all[5] + ": folder of a writer",
         all[4] + ": copy of " + kStore + " by process " + pid,
         all[6] + ": copy of " + kRules + " by process " + pid,
@@ -243,13 +243,13 @@ TEST_F(CleanCommand, LeavesAFileThatSomebodyMayBeAt) {
         const std::string in_use = ": may be in use by process " + other.Pid() + '\n';
         ExpectRun(ServiceTool({"clean"}), 0,
                   updated + ": copy of the replaced file notes.sc" + in_use + staged +
-                      ": file that was to be installed as notes.sc" + in_use);
+                      ": file to be installed as notes.sc" + in_use);
     }
     EXPECT_EQ(Left(), made_);
     const int reader = open(staged.c_str(), O_RDONLY | O_CLOEXEC);
     ExpectRun(ServiceTool({"clean"}), 0,
               updated + ": copy of the replaced file notes.sc: removed\n" + staged +
-                  ": file that was to be installed as notes.sc: may be in use by process " +
+                  ": file to be installed as notes.sc: may be in use by process " +
                   std::to_string(getpid()) + '\n');
     EXPECT_THAT(Left(), ElementsAre(staged));
     close(reader);
@@ -398,10 +398,10 @@ TEST_F(CleanCommand, ChangesNothingDuringAnotherChange) {
     const Lock other;
     const std::string path = MakePrivateFolder("/tmp/servicetool-aB3dE6");
     ExpectRun(ServiceTool({"clean", "--dry-run"}), 0,
-              path + ": private folder of a servicetool\n" + kDryClean);
-    ExpectRun(ServiceToolBehind(FAST_CLOCK, {"clean"}), 3, "",
+              path + ": private folder of servicetool\n" + kDryClean);
+    ExpectRun(ServiceToolPreloading(FAST_CLOCK, {"clean"}), 3, "",
               "servicetool: error: another change is in progress, so nothing was removed [busy]\n"
-              "    fix: wait for its end, and try again\n");
+              "    fix: wait until it ends, and try again\n");
     EXPECT_TRUE(fs::exists(path));
 }
 
@@ -447,10 +447,10 @@ TEST_F(CleanCommand, LetsRemoveNotifyOfAFileThatIsGone) {
                   ": warning: is all that is left of notes.sc, whose removal the plugins may not "
                   "know of [left-behind]\n    fix: write servicetool remove notes.sc\n");
     const std::string plan =
-        kPackage + kName + ": is removed already; notify from the copy " + copy + '\n' + kPlan;
+        kPackage + kName + ": is already removed; notify with the copy " + copy + '\n' + kPlan;
     ExpectRun(ServiceTool({"remove", "--dry-run", kName}), 0, plan + kDryRun);
     EXPECT_EQ(Calls(), "");
-    ExpectRun(ServiceTool({"remove", kName}), 0, plan + kTold);
+    ExpectRun(ServiceTool({"remove", kName}), 0, plan + kNotified);
     EXPECT_EQ(Calls(), "portforward port_config/remove\n< $'PORT_CONFIG_CONTENT=" + InShell(kText) +
                            "'\n< NOTIFY_PF=1\n< NOTIFY_FW=1\n" + kRelayCalls);
     EXPECT_FALSE(fs::exists(copy));

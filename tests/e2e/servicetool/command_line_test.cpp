@@ -47,7 +47,7 @@ struct WrongUsage {
     std::string error;
 };
 
-TEST(ServiceToolUsage, WrongIsToldInOneLineWithWhereToLook) {
+TEST(ServiceToolUsage, WrongIsReportedInOneLineWithWhereToLook) {
     const WrongUsage cases[] = {
         {{}, "a command is missing [usage]\n    fix: see servicetool --help\n"},
         {{"lsit"}, "unknown command \"lsit\" [usage]\n    fix: see servicetool --help\n"},
@@ -213,7 +213,7 @@ TEST(ServiceToolJson, IsOneDocumentForWrongUsageToo) {
     }
 }
 
-TEST(ServiceToolJson, IsNoOptionBehindTheEndOfOptions) {
+TEST(ServiceToolJson, IsNoOptionAfterTheEndOfOptions) {
     const ProgramResult result = ServiceTool({"lint", "--", "--json"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, "--json: error: no such file or directory [unreadable]\n");
@@ -226,7 +226,7 @@ TEST(ServiceToolJson, HasItsKeysInAFixedOrder) {
               "\"warnings\":0}],\"diagnostics\":[]}\n");
 }
 
-TEST(ServiceToolOptions, MayStandBeforeOrBehindTheCommand) {
+TEST(ServiceToolOptions, MayBeBeforeOrAfterTheCommand) {
     for (const std::vector<std::string> &arguments :
          {std::vector<std::string>{"--json", "lint", "-"},
           {"lint", "--json", "-"},

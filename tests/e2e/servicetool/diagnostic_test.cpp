@@ -73,7 +73,7 @@ TEST(DiagnosticText, AlignsTheCaretBelowWideCharacters) {
                 testing::EndsWith("\n    \xE6\xBC\xA2\xC3\xBCx\n       ^\n"));
 }
 
-TEST(DiagnosticText, PointsBehindALineWhereSomethingIsMissing) {
+TEST(DiagnosticText, PointsAfterALineWhereSomethingIsMissing) {
     Diagnostic diagnostic = PortTooHigh();
     diagnostic.source = AroundSpot("title=", 6);
     EXPECT_THAT(DiagnosticText(diagnostic, false, 80),

@@ -31,7 +31,7 @@ class HoldingProgram {
             if (ready) {
                 execl(path.c_str(), path.c_str(), "1000", nullptr);
             }
-            [[maybe_unused]] const auto told = write(started[1], "", 1);
+            [[maybe_unused]] const auto written = write(started[1], "", 1);
             _exit(127);
         }
         close(started[1]);

@@ -54,9 +54,9 @@ class InstallCommand : public ChangeWorld {
 
 TEST_F(InstallCommand, PutsAFileIntoTheFolderOfPackagesAndTellsOfIt) {
     chmod("notes.sc", 0640);
-    ExpectRun(
-        ServiceTool({"install", "notes.sc"}), 0,
-        kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" + kTold);
+    ExpectRun(ServiceTool({"install", "notes.sc"}), 0,
+              kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" +
+                  kNotified);
     EXPECT_EQ(ReadFile(kPath), kText);
     struct stat status {};
     ASSERT_EQ(stat(kPath.c_str(), &status), 0);
@@ -85,9 +85,9 @@ TEST_F(InstallCommand, TakesAFileWhoseNameLooksLikeAnOption) {
 
 TEST_F(InstallCommand, ReadsStandardInputUnderAName) {
     const mode_t mask = umask(077);
-    ExpectRun(
-        ServiceTool({"install", "--as", "notes.sc", "-"}, kText), 0,
-        kPath + ": install <stdin>\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" + kTold);
+    ExpectRun(ServiceTool({"install", "--as", "notes.sc", "-"}, kText), 0,
+              kPath + ": install <stdin>\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" +
+                  kNotified);
     umask(mask);
     EXPECT_EQ(ReadFile(kPath), kText);
     EXPECT_EQ(std::filesystem::status(kPath).permissions(), std::filesystem::perms(0644));
@@ -100,7 +100,7 @@ TEST_F(InstallCommand, RefusesANameThatIsInstalled) {
     WriteFile(kPath, Section("old", "1"));
     ExpectRun(ServiceTool({"install", "--force", "notes.sc"}), 1, "",
               kPath +
-                  ": error: a file of that name is installed already, so nothing was changed "
+                  ": error: a file of that name is already installed, so nothing was changed "
                   "[installed]\n    fix: write servicetool update\n");
     EXPECT_EQ(ReadFile(kPath), Section("old", "1"));
     EXPECT_EQ(Calls(), "");
@@ -140,7 +140,7 @@ TEST_F(InstallCommand, RefusesPortsThatAreTakenUnlessForced) {
 
     ExpectRun(ServiceTool({"install", "--force", "notes.sc"}), 0,
               conflict + kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath +
-                  ": installed\n" + kTold);
+                  ": installed\n" + kNotified);
     EXPECT_EQ(ReadFile(kPath), kText);
     EXPECT_EQ(Calls(), CallsFor(kText));
 }
@@ -152,7 +152,7 @@ TEST_F(InstallCommand, AsksForEverySectionAsCheckDoes) {
               "SECTION  PORT  PROTO  SOURCE   DECLARED BY\n"
               "global   23    tcp    service  telnet (built-in)\n" +
                   kPath + ": [global] 23/tcp,udp is taken\n",
-              "notes.sc:2:1: warning: key \"dst.ports\" is not known in [global] and not read "
+              "notes.sc:2:1: warning: key \"dst.ports\" is unknown in [global] and is not read "
               "[unknown-key]\n    dst.ports=\"23\"\n    ^\n"
               "    fix: move it to the section of a service\n" +
                   kPath +
@@ -278,7 +278,7 @@ TEST_F(InstallCommand, SaysWhatFailedAndThatNothingChanged) {
     const ProgramResult result = ServiceTool({"install", "notes.sc"});
     EXPECT_THAT(result.err, HasSubstr(kPath + ": error: /bin/mkdir: cannot create directory "));
     EXPECT_THAT(result.err, HasSubstr(kPackage + "tmp"));
-    EXPECT_THAT(result.err, HasSubstr("; no file was made [failed]"));
+    EXPECT_THAT(result.err, HasSubstr("; no file was created [failed]"));
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(Entries(kPackage), ElementsAre("tmp"));
     EXPECT_EQ(Calls(), "");
@@ -288,17 +288,17 @@ TEST_F(InstallCommand, LeavesNoFileOnAFullOrReadOnlyDisk) {
     WriteFile("notes.sc", kText + "#" + std::string(9000, 'x') + '\n');
     const MountedFolder folder(kPackage, "size=4k");
     const ProgramResult full = ServiceTool({"install", "notes.sc"});
-    EXPECT_THAT(full.err, HasSubstr("; no file was made [failed]"));
+    EXPECT_THAT(full.err, HasSubstr("; no file was created [failed]"));
     EXPECT_EQ(full.status, 3);
     EXPECT_THAT(full.err,
                 ContainsRegex(kPackage + "tmp/notes\\.sc\\.[A-Za-z0-9]{6}: warning: could not be "
-                                         "installed and was left behind \\[left-behind\\]\n"
+                                         "installed and was not removed \\[left-behind\\]\n"
                                          "    fix: remove it\n"));
     EXPECT_FALSE(std::filesystem::exists(kPath));
     EXPECT_THAT(ServiceTool({"install", "--as", "b.sc", "notes.sc"}).err, Not(HasSubstr("/notes")));
     folder.MakeReadOnly();
     const ProgramResult read_only = ServiceTool({"install", "notes.sc"});
-    EXPECT_THAT(read_only.err, HasSubstr("; no file was made [failed]"));
+    EXPECT_THAT(read_only.err, HasSubstr("; no file was created [failed]"));
     EXPECT_EQ(read_only.status, 3);
     EXPECT_EQ(Calls(), "");
 }
@@ -312,7 +312,7 @@ TEST_F(InstallCommand, WarnsOfANameThatPeopleWouldNotKnow) {
               "notes.text: warning: the name of a service file ends in .sc [file-name]\n"
               "    fix: write --as notes.text.sc\n");
     EXPECT_EQ(warning(".notes.sc"),
-              ".notes.sc: warning: the name hides the file from a plain listing [file-name]\n"
+              ".notes.sc: warning: a file whose name starts with a dot is hidden [file-name]\n"
               "    fix: write --as notes.sc\n");
     EXPECT_THAT(warning(".sc"), HasSubstr("fix: write --as sc.sc\n"));
     EXPECT_THAT(warning("..."), HasSubstr("fix: write --as mypackage.sc\n"));
@@ -335,13 +335,13 @@ TEST_F(InstallCommand, SaysWhatWasDoneWhereItsOutputCannotBeWritten) {
         const std::string done = option == "install --as a.sc" ? "installed" : "changed";
         EXPECT_EQ(result.err, "servicetool: error: standard output: no space left on device; " +
                                   kPackage + "a.sc: " + done + "; " +
-                                  kTold.substr(0, kTold.size() - 1) + " [failed]\n");
+                                  kNotified.substr(0, kNotified.size() - 1) + " [failed]\n");
         EXPECT_EQ(result.status, 3);
         WriteFile("notes.sc", Section("notes", "8766/tcp"));
     }
 }
 
-TEST_F(InstallCommand, SaysWhoWasNotTold) {
+TEST_F(InstallCommand, SaysWhoWasNotNotified) {
     WriteFile("/run/exit-status/portforward", "1\n");
     const ProgramResult result = ServiceTool({"install", "notes.sc"});
     EXPECT_EQ(result.out,
@@ -368,7 +368,7 @@ TEST_F(InstallCommand, NamesEachPluginThatFailed) {
 
 // A failed plugin is reported no matter which file in memory cannot be created: that of the plan,
 // that of the output of programs, or the input of the plugin.
-TEST_F(InstallCommand, SaysWhoWasNotToldWhereNoOutputCanBeKept) {
+TEST_F(InstallCommand, SaysWhoWasNotNotifiedWhereNoOutputCanBeKept) {
     int installed = 0;
     int refused = 0;
     for (const char *when : {"1", "2", "3", "1+", "2+", "3+"}) {

@@ -47,8 +47,7 @@ TEST_F(RemoveLeftover, LeavesWhatALinkLeadsTo) {
     const std::string link = Path("servicetool.update.notes.sc.old");
     fs::create_symlink(target, link);
     for (const LeftoverKind kind : {LeftoverKind::kUpdatedFile, LeftoverKind::kPrivateFolder}) {
-        EXPECT_EQ(tool::RemoveLeftover({kind, link, "notes.sc"}),
-                  "there is another one of its name now");
+        EXPECT_EQ(tool::RemoveLeftover({kind, link, "notes.sc"}), "another file has its name now");
     }
     EXPECT_TRUE(fs::is_symlink(link));
     EXPECT_TRUE(fs::exists(target));
@@ -60,7 +59,7 @@ TEST_F(RemoveLeftover, LeavesTheFilesOfANewProcessOfThatId) {
     const std::string store = Path("store.tmp." + std::to_string(pid));
     Make("store.tmp." + std::to_string(pid) + "/file");
     Make("store/file");
-    const std::string another = "there is another one of its name now";
+    const std::string another = "another file has its name now";
     EXPECT_EQ(tool::RemoveLeftover({LeftoverKind::kRemovedFile, file, "notes.sc", pid}), another);
     EXPECT_EQ(tool::RemoveLeftover({LeftoverKind::kStore, store, Path("store"), pid}), another);
     EXPECT_TRUE(fs::exists(file));

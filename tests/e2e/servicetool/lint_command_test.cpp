@@ -34,8 +34,8 @@ TEST(LintCommand, PrintsEachFindingWithItsLineAndAVerdict) {
     EXPECT_EQ(result.out, path + ": 1 error, 1 warning\n");
     EXPECT_EQ(result.err,
               path +
-                  ":5:1: warning: key \"Port_forward\" is not known in a service's section and "
-                  "not read [unknown-key]\n"
+                  ":5:1: warning: key \"Port_forward\" is unknown in the section of a service and "
+                  "is not read [unknown-key]\n"
                   "    Port_forward=yes\n"
                   "    ^\n"
                   "    fix: write port_forward\n" +
@@ -116,7 +116,7 @@ TEST(LintUnreadable, SaysWhatIsInTheWay) {
         {folder / "link", "is a pipe"},
         {folder / "socket", "is a socket"},
         {"/dev/zero", "is a device"},
-        {folder / "dangling", "is a symbolic link to nothing"},
+        {folder / "dangling", "is a dangling symbolic link"},
         {folder / "loop", "too many levels of symbolic links"},
         {folder / "file/x", "not a directory"},
         {std::string(5000, 'x'), "file name too long"},
@@ -144,7 +144,7 @@ TEST(LintUnreadable, SaysWhenPermissionIsMissing) {
     EXPECT_EQ(result.err, path + ": error: permission denied [unreadable]\n");
 }
 
-TEST(LintUnreadable, FolderAsStandardInputIsTold) {
+TEST(LintUnreadable, FolderAsStandardInputIsReported) {
     const ProgramResult result = RunProgram({"sh", "-c", "exec '" SERVICETOOL "' lint - < /"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, "<stdin>: error: is a folder [unreadable]\n");
@@ -205,9 +205,9 @@ TEST(LintCommand, KeepsJsonValidForEveryByte) {
     const Json document = Json::Parse(ServiceTool({"lint", "--json", "-"}, text).out);
     ASSERT_THAT(document["diagnostics"], SizeIs(2));
     EXPECT_THAT(document["diagnostics"][0]["message"].Text(),
-                StartsWith("key \"\\xff\\x80\" is not known"));
+                StartsWith("key \"\\xff\\x80\" is unknown"));
     EXPECT_THAT(document["diagnostics"][1]["message"].Text(),
-                StartsWith("key \"\xC3\xBC\x1b\" is not known"));
+                StartsWith("key \"\xC3\xBC\x1b\" is unknown"));
 }
 
 TEST(LintCommand, ShortensAnEndlessLine) {
@@ -242,7 +242,7 @@ TEST(LintTerminal, ColoursWhereNoColorIsEmpty) {
                 HasSubstr("\x1b["));
 }
 
-TEST(LintTerminal, ShowsTheVerdictBehindTheFindingsOfItsFile) {
+TEST(LintTerminal, ShowsTheVerdictAfterTheFindingsOfItsFile) {
     TemporaryFolder folder;
     const std::string a = folder.Write("a.sc", GoodServiceAnd(""));
     const std::string b = folder.Write("b.sc", GoodServiceAnd(kReversedRange));

@@ -23,8 +23,8 @@ TEST(LintPorts, TakesWhatTheLibraryTakes) {
 
 TEST(LintPorts, EmptyListIsAnError) {
     const std::string says =
-        " error empty-port-item: the port list is empty | name a port, as in 80/tcp, or take the "
-        "key away";
+        " error empty-port-item: the port list is empty | name a port, as in 80/tcp, or remove the "
+        "key";
     EXPECT_THAT(PortFindings(""), ElementsAre("4:11" + says));
     EXPECT_THAT(PortFindings("\" \""), ElementsAre("4:13" + says));
     EXPECT_THAT(PortFindings("/tcp"), ElementsAre("4:11" + says));
@@ -32,7 +32,7 @@ TEST(LintPorts, EmptyListIsAnError) {
 
 TEST(LintPorts, EmptyItemIsAnErrorWhereItIsMissing) {
     const std::string says =
-        " error empty-port-item: a port is missing beside a comma | take the comma away";
+        " error empty-port-item: a port is missing next to a comma | remove the comma";
     EXPECT_THAT(PortFindings("80,/tcp"), ElementsAre("4:14" + says));
     EXPECT_THAT(PortFindings(",80/tcp"), ElementsAre("4:11" + says));
     EXPECT_THAT(PortFindings("\"80, ,81\""), ElementsAre("4:16" + says));
@@ -51,21 +51,23 @@ TEST(LintPorts, PortAbove65535IsAnError) {
 
 TEST(LintPorts, WhatIsNoNumberIsAnError) {
     EXPECT_THAT(PortFindings("http/tcp"),
-                ElementsAre("4:11 error port-syntax: \"http\" is no port number"));
-    EXPECT_THAT(PortFindings("-1/tcp"), ElementsAre("4:11 error port-syntax: \"-1\" is no port "
-                                                    "number"));
-    EXPECT_THAT(PortFindings("80-90/tcp"),
-                ElementsAre("4:11 error port-syntax: \"80-90\" is no port number | write 80:90"));
-    EXPECT_THAT(PortFindings("80..90/tcp"),
-                ElementsAre("4:11 error port-syntax: \"80..90\" is no port number | write 80:90"));
+                ElementsAre("4:11 error port-syntax: \"http\" is not a port number"));
+    EXPECT_THAT(PortFindings("-1/tcp"),
+                ElementsAre("4:11 error port-syntax: \"-1\" is not a port number"));
+    EXPECT_THAT(
+        PortFindings("80-90/tcp"),
+        ElementsAre("4:11 error port-syntax: \"80-90\" is not a port number | write 80:90"));
+    EXPECT_THAT(
+        PortFindings("80..90/tcp"),
+        ElementsAre("4:11 error port-syntax: \"80..90\" is not a port number | write 80:90"));
     EXPECT_THAT(PortFindings("80 81/tcp"),
-                ElementsAre("4:11 error port-syntax: \"80 81\" is no port number | put commas "
-                            "between ports, and no blanks into a range"));
+                ElementsAre("4:11 error port-syntax: \"80 81\" is not a port number | separate "
+                            "ports by commas, and put no blanks into a range"));
     EXPECT_THAT(PortFindings("80 : 90"),
-                ElementsAre("4:11 error port-syntax: \"80 \" is no port number | put commas "
-                            "between ports, and no blanks into a range",
-                            "4:15 error port-syntax: \" 90\" is no port number | put commas "
-                            "between ports, and no blanks into a range"));
+                ElementsAre("4:11 error port-syntax: \"80 \" is not a port number | separate ports "
+                            "by commas, and put no blanks into a range",
+                            "4:15 error port-syntax: \" 90\" is not a port number | separate ports "
+                            "by commas, and put no blanks into a range"));
 }
 
 TEST(LintPorts, HalfARangeIsAnError) {
@@ -81,25 +83,27 @@ TEST(LintPorts, SecondColonIsAnError) {
 }
 
 TEST(LintPorts, ProtocolMustBeKnown) {
-    EXPECT_THAT(PortFindings("80/tcp, sctp"),
-                ElementsAre("4:19 error protocol-word: \"sctp\" is no protocol | write tcp, udp or "
-                            "tcp,udp"));
-    EXPECT_THAT(PortFindings("80/tcp/udp"),
-                ElementsAre("4:14 error protocol-word: \"tcp/udp\" is no protocol | write tcp, udp "
-                            "or tcp,udp"));
+    EXPECT_THAT(
+        PortFindings("80/tcp, sctp"),
+        ElementsAre("4:19 error protocol-word: \"sctp\" is not a protocol | write tcp, udp or "
+                    "tcp,udp"));
+    EXPECT_THAT(
+        PortFindings("80/tcp/udp"),
+        ElementsAre("4:14 error protocol-word: \"tcp/udp\" is not a protocol | write tcp, udp "
+                    "or tcp,udp"));
     EXPECT_THAT(
         PortFindings("80/tcp,"),
-        ElementsAre("4:18 error protocol-word: a protocol is missing beside a comma | write "
+        ElementsAre("4:18 error protocol-word: a protocol is missing next to a comma | write "
                     "tcp, udp or tcp,udp"));
 }
 
-TEST(LintPorts, EveryBadItemIsTold) {
+TEST(LintPorts, EveryBadItemIsReported) {
     EXPECT_THAT(PortFindings("x,80,70000/y,tcp,z"), SizeIs(4));
 }
 
 TEST(LintPorts, SourcePortsAreCheckedLikeDestinationPorts) {
     EXPECT_THAT(Findings(GoodFileAnd("src.ports=\"1,x\"\n")),
-                ElementsAre("5:14 error port-syntax: \"x\" is no port number"));
+                ElementsAre("5:14 error port-syntax: \"x\" is not a port number"));
 }
 
 TEST(LintPorts, ReversedRangeIsDoubtful) {
@@ -121,9 +125,9 @@ TEST(LintPorts, PortZeroIsDoubtful) {
 
 TEST(LintPorts, PortNamedTwiceIsDoubtful) {
     EXPECT_THAT(PortFindings("80,443,080"),
-                ElementsAre("4:18 warning duplicate-port: port 80 is named twice | take it away"));
+                ElementsAre("4:18 warning duplicate-port: port 80 is named twice | remove it"));
     EXPECT_THAT(PortFindings("70:90,80"),
-                ElementsAre("4:17 warning duplicate-port: port 80 is named twice | take it away"));
+                ElementsAre("4:17 warning duplicate-port: port 80 is named twice | remove it"));
     EXPECT_THAT(
         PortFindings("80,95:90,70:90"),
         ElementsAre(testing::StartsWith("4:14 warning reversed-range"),
@@ -138,30 +142,30 @@ std::string Service(const std::string &name, const std::string &ports) {
 }
 
 TEST(LintPorts, PortOfTwoServicesIsDoubtful) {
-    EXPECT_THAT(Findings(Service("a", "80/tcp") + Service("b", "443,80/tcp")),
-                ElementsAre("8:15 warning duplicate-port: tcp port 80 is declared by service [a] "
-                            "in line 4 already"));
-    EXPECT_THAT(Findings(Service("a", "53,67:69/udp") + Service("b", "68")),
-                ElementsAre("8:11 warning duplicate-port: udp port 68 is declared by service [a] "
-                            "in line 4 already"));
+    EXPECT_THAT(
+        Findings(Service("a", "80/tcp") + Service("b", "443,80/tcp")),
+        ElementsAre("8:15 warning duplicate-port: tcp port 80 is already declared by service [a] "
+                    "in line 4"));
+    EXPECT_THAT(
+        Findings(Service("a", "53,67:69/udp") + Service("b", "68")),
+        ElementsAre("8:11 warning duplicate-port: udp port 68 is already declared by service [a] "
+                    "in line 4"));
     EXPECT_THAT(
         Findings(Service("a", "90/tcp") + Service("b", "80/tcp") + Service("c", "100:60,7/tcp")),
         ElementsAre(testing::StartsWith("12:11 warning reversed-range"),
-                    "12:11 warning duplicate-port: tcp port 80 is declared by service [b] "
-                    "in line 8 already"));
+                    "12:11 warning duplicate-port: tcp port 80 is already declared by service [b] "
+                    "in line 8"));
 }
 
 TEST(LintPorts, PortOfTwoServicesNamesTheFirstOfThem) {
     EXPECT_THAT(
         Findings(Service("a", "5:8/tcp") + Service("b", "1:20/tcp") + Service("c", "8,9,20/tcp")),
-        ElementsAre("8:11 warning duplicate-port: tcp port 5 is declared by service [a] in line 4 "
-                    "already",
-                    "12:11 warning duplicate-port: tcp port 8 is declared by service [a] in line 4 "
-                    "already",
-                    "12:13 warning duplicate-port: tcp port 9 is declared by service [b] in line 8 "
-                    "already",
-                    "12:15 warning duplicate-port: tcp port 20 is declared by service [b] in line "
-                    "8 already"));
+        ElementsAre(
+            "8:11 warning duplicate-port: tcp port 5 is already declared by service [a] in line 4",
+            "12:11 warning duplicate-port: tcp port 8 is already declared by service [a] in line 4",
+            "12:13 warning duplicate-port: tcp port 9 is already declared by service [b] in line 8",
+            "12:15 warning duplicate-port: tcp port 20 is already declared by service [b] in line "
+            "8"));
 }
 
 TEST(LintPorts, ServicesMayDifferInProtocol) {

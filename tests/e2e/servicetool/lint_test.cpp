@@ -77,7 +77,7 @@ TEST(LintFile, WithNothingButGlobalIsAnError) {
 
 TEST(LintSection, NameOfOtherCharactersIsAnErrorAtTheFirstOfThem) {
     const std::string says =
-        " holds something else than letters, digits, \"-\", \".\" and \"_\" | write ";
+        " contains characters other than letters, digits, \"-\", \".\" and \"_\" | write ";
     const std::string rest = "\n"s + kTitle + kDesc + kPorts;
     EXPECT_THAT(
         Findings("[web admin]" + rest),
@@ -87,10 +87,9 @@ TEST(LintSection, NameOfOtherCharactersIsAnErrorAtTheFirstOfThem) {
         ElementsAre("1:5 error section-name: section name \"web/admin\"" + says + "[web-admin]"));
     EXPECT_THAT(Findings("  [ web ]" + rest),
                 ElementsAre("1:4 error section-name: section name \" web \"" + says + "[web]"));
-    EXPECT_THAT(
-        Findings("[w\xC3\xBC]" + rest),
-        ElementsAre("1:3 error section-name: section name \"w\xC3\xBC\" holds something else "
-                    "than letters, digits, \"-\", \".\" and \"_\""));
+    EXPECT_THAT(Findings("[w\xC3\xBC]" + rest),
+                ElementsAre("1:3 error section-name: section name \"w\xC3\xBC\" contains "
+                            "characters other than letters, digits, \"-\", \".\" and \"_\""));
 }
 
 TEST(LintSection, WithoutNameIsAnError) {
@@ -98,12 +97,12 @@ TEST(LintSection, WithoutNameIsAnError) {
                 ElementsAre("1:2 error section-name: the section has no name"));
 }
 
-TEST(LintSection, BadNameIsToldForEachHeader) {
+TEST(LintSection, BadNameIsReportedForEachHeader) {
     EXPECT_THAT(
         Findings("[a b]\n"s + kTitle + kDesc + kPorts + "[a b]\n"),
         ElementsAre(testing::StartsWith("1:3 error section-name"),
                     testing::StartsWith("5:3 error section-name"),
-                    "5:2 warning duplicate-section: section [a b] starts in line 1 already; "
+                    "5:2 warning duplicate-section: section [a b] already starts in line 1; "
                     "both are read as one"));
 }
 
@@ -137,7 +136,7 @@ TEST(LintSection, TwiceIsReadAsOne) {
     EXPECT_THAT(
         Findings("[web]\n"s + kTitle + "[b]\n" + kTitle + kDesc + "dst.ports=81\n[web]\n" + kDesc +
                  kPorts),
-        ElementsAre("7:2 warning duplicate-section: section [web] starts in line 1 already; "
+        ElementsAre("7:2 warning duplicate-section: section [web] already starts in line 1; "
                     "both are read as one"));
 }
 
@@ -165,10 +164,10 @@ TEST(LintSection, EmptyGlobalIsNotRead) {
 
 TEST(LintKey, GivenTwiceNamesTheLineThatCounts) {
     EXPECT_THAT(Findings(GoodFileAnd("title=b\n[web]\ntitle=c\n")),
-                ElementsAre("2:1 warning duplicate-key: title is given again in line 7, which is "
-                            "the one that counts | take one of the two away",
-                            "5:1 warning duplicate-key: title is given again in line 7, which is "
-                            "the one that counts | take one of the two away",
+                ElementsAre("2:1 warning duplicate-key: title is repeated in line 7, which takes "
+                            "effect | remove one of the two",
+                            "5:1 warning duplicate-key: title is repeated in line 7, which takes "
+                            "effect | remove one of the two",
                             testing::StartsWith("6:2 warning duplicate-section")));
 }
 
@@ -182,10 +181,10 @@ TEST(LintKey, OnlyTheLineThatCountsIsChecked) {
 
 TEST(LintKey, UnknownIsNotRead) {
     EXPECT_THAT(Findings(GoodFileAnd("colour=blue\n")),
-                ElementsAre("5:1 warning unknown-key: key \"colour\" is not known in a service's "
-                            "section and not read"));
+                ElementsAre("5:1 warning unknown-key: key \"colour\" is unknown in the section of "
+                            "a service and is not read"));
     EXPECT_THAT(Findings(GoodFileAnd("[global]\ncolour=blue\n")),
-                ElementsAre("6:1 warning unknown-key: key \"colour\" is not known in [global] and "
+                ElementsAre("6:1 warning unknown-key: key \"colour\" is unknown in [global] and is "
                             "not read"));
 }
 
@@ -201,7 +200,7 @@ TEST(LintKey, UnknownSuggestsWhatIsSimilar) {
     };
     for (const auto &[key, fix] : cases) {
         EXPECT_THAT(Findings(GoodFileAnd(key + "=1\n"s)),
-                    ElementsAre(testing::EndsWith(" and not read | "s + fix)))
+                    ElementsAre(testing::EndsWith(" and is not read | "s + fix)))
             << key;
     }
     EXPECT_THAT(Findings(GoodFileAnd("[global]\nversion=1\ntitle=a\nsuport_key=a\n")),
@@ -228,7 +227,7 @@ TEST(LintLine, OfNoKindIsNotRead) {
 
 TEST(LintLine, WithANulByteIsNotRead) {
     EXPECT_THAT(Findings(GoodFileAnd("desc_extra=a\0b\n"s)),
-                ElementsAre("5:13 warning nul-byte: a line that holds a NUL byte is not read"));
+                ElementsAre("5:13 warning nul-byte: a line that contains a NUL byte is not read"));
 }
 
 // ---- The result as a whole

@@ -45,19 +45,20 @@ TEST(LintText, EmptyIsDoubtful) {
 
 TEST(LintText, OfBlanksIsDoubtful) {
     EXPECT_THAT(Findings("[web]\ntitle=\"  \"\n"s + kDesc + kPorts),
-                ElementsAre("2:8 warning empty-text: title holds nothing but blanks"));
+                ElementsAre("2:8 warning empty-text: title contains only blanks"));
 }
 
 TEST(LintText, WithControlCharactersIsDoubtful) {
     EXPECT_THAT(Findings(GoodFileAnd("desc_extra=a\x1b[31m\x1b[0m\n")),
-                ElementsAre("5:13 warning control-byte: desc_extra holds a control character"));
+                ElementsAre("5:13 warning control-byte: desc_extra contains a control character"));
     EXPECT_THAT(Findings(GoodFileAnd("desc_extra=\"a\tb\"\n")),
-                ElementsAre("5:14 warning control-byte: desc_extra holds a control character"));
+                ElementsAre("5:14 warning control-byte: desc_extra contains a control character"));
 }
 
 TEST(LintText, ThatIsNoUtf8IsDoubtful) {
-    EXPECT_THAT(Findings(GoodFileAnd("desc_extra=a\xFF\xFF\n")),
-                ElementsAre("5:13 warning broken-utf-8: desc_extra holds a byte that is no UTF-8"));
+    EXPECT_THAT(
+        Findings(GoodFileAnd("desc_extra=a\xFF\xFF\n")),
+        ElementsAre("5:13 warning broken-utf-8: desc_extra contains a byte that is not UTF-8"));
 }
 
 TEST(LintQuotes, MustStandOnBothSides) {
@@ -84,10 +85,10 @@ TEST(LintQuotes, AreDoubleOnes) {
 TEST(LintQuotes, ExplainABadPortList) {
     EXPECT_THAT(PortFindings("\"80/tcp"),
                 ElementsAre(testing::StartsWith("4:11 warning quotes: the opening"),
-                            "4:11 error port-syntax: \"\"80\" is no port number"));
+                            "4:11 error port-syntax: \"\"80\" is not a port number"));
 }
 
-TEST(LintComment, BehindAValueIsPartOfIt) {
+TEST(LintComment, AfterAValueIsPartOfIt) {
     EXPECT_THAT(
         Findings(GoodFileAnd("desc_extra=abc # why\n")),
         ElementsAre("5:16 warning trailing-comment: what looks like a comment is read as "
@@ -121,11 +122,11 @@ TEST(LintPortForward, IsComparedInItsFirst31Bytes) {
 
 TEST(LintVersion, IsAWholeNumber) {
     const std::pair<const char *, const char *> cases[] = {
-        {"1.0", "\"1.0\" is no version number and is read as 1 | write 1"},
-        {"two", "\"two\" is no version number and is read as 0 | write 1"},
-        {"", "\"\" is no version number and is read as 0 | write 1"},
-        {"-2", "\"-2\" is no version number and is read as -2 | write 1"},
-        {"4294967298", "\"4294967298\" is no version number and is read as 2 | write 2"},
+        {"1.0", "\"1.0\" is not a version number and is read as 1 | write 1"},
+        {"two", "\"two\" is not a version number and is read as 0 | write 1"},
+        {"", "\"\" is not a version number and is read as 0 | write 1"},
+        {"-2", "\"-2\" is not a version number and is read as -2 | write 1"},
+        {"4294967298", "\"4294967298\" is not a version number and is read as 2 | write 2"},
     };
     for (const auto &[value, says] : cases) {
         EXPECT_THAT(Findings(GoodFileAnd("[global]\nversion="s + value + "\n")),

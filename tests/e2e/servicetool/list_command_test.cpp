@@ -118,7 +118,7 @@ TEST_F(ServiceFolders, ListSaysWhyAFileCannotBeRead) {
     EXPECT_EQ(result.out, "good  a.sc  system  1/tcp,udp  no  T\n");
     EXPECT_EQ(result.err,
               kSystem +
-                  "bad.sc:4:14: error: not read as a service file: \"x\" is no port number "
+                  "bad.sc:4:14: error: not read as a service file: \"x\" is not a port number "
                   "[port-syntax]\n"
                   "    dst.ports=\"1,x\"\n"
                   "                 ^\n" +
@@ -129,7 +129,7 @@ TEST_F(ServiceFolders, ListSaysWhyAFileCannotBeRead) {
                   "    ^\n"
                   "    fix: start each service with a line [NAME]\n" +
                   kSystem + "to-folder: error: is a folder [unreadable]\n" + kSystem +
-                  "to-nothing: error: is a symbolic link to nothing [unreadable]\n" + kSystem +
+                  "to-nothing: error: is a dangling symbolic link [unreadable]\n" + kSystem +
                   "to-pipe: error: is a pipe [unreadable]\n");
     EXPECT_EQ(result.status, 3);
 }
@@ -143,8 +143,8 @@ TEST_F(ServiceFolders, ListNamesEachServiceThatIsLeftOut) {
                   "a.sc:1:2: error: section [empty] is left out: it has no key "
                   "[empty-section]\n    [empty]\n     ^\n" +
                   kSystem +
-                  "a.sc:6:3: error: section [b c] is left out: its name holds "
-                  "something else than letters, digits, \"-\", \".\" and \"_\" [section-name]\n"
+                  "a.sc:6:3: error: section [b c] is left out: its name contains characters other "
+                  "than letters, digits, \"-\", \".\" and \"_\" [section-name]\n"
                   "    [b c]\n      ^\n    fix: write [b-c]\n");
     EXPECT_EQ(result.status, 3);
 }

@@ -55,7 +55,7 @@ TEST(PortQuery, IsRefusedWithThePlaceAndAFix) {
     const std::string from_1 = "name ports from 1 to 65535";
     const std::string name_port = "name a port, as in 80/tcp";
     const std::string name_protocols = "write tcp, udp or tcp,udp";
-    const std::string commas = "put commas between ports, and no blanks into a range";
+    const std::string commas = "separate ports by commas, and put no blanks into a range";
     const Refused cases[] = {
         {"", 1, "no port is named", name_port},
         {"  ", 3, "no port is named", name_port},
@@ -67,30 +67,30 @@ TEST(PortQuery, IsRefusedWithThePlaceAndAFix) {
         {"80:99999", 4, "port 99999 is above 65535", from_1},
         {"4294967376", 1, "port 4294967376 is above 65535", from_1},
         {"18446744073709551696", 1, "port 18446744073709551696 is above 65535", from_1},
-        {"80,x", 4, "\"x\" is no port number", ""},
-        {"+80", 1, "\"+80\" is no port number", ""},
-        {"-80", 1, "\"-80\" is no port number", ""},
-        {"0x50", 1, "\"0x50\" is no port number", ""},
-        {"http/tcp", 1, "\"http\" is no port number", ""},
-        {"1000-2000", 1, "\"1000-2000\" is no port number", "write 1000:2000"},
-        {"80,1000..2000/tcp", 4, "\"1000..2000\" is no port number", "write 1000:2000"},
-        {"80 443", 1, "\"80 443\" is no port number", commas},
-        {"80;443", 1, "\"80;443\" is no port number", commas},
-        {"80: 90", 4, "\" 90\" is no port number", commas},
-        {"80,", 4, "a port is missing beside a comma", "take the comma away"},
-        {",80", 1, "a port is missing beside a comma", "take the comma away"},
-        {"80,,443", 4, "a port is missing beside a comma", "take the comma away"},
+        {"80,x", 4, "\"x\" is not a port number", ""},
+        {"+80", 1, "\"+80\" is not a port number", ""},
+        {"-80", 1, "\"-80\" is not a port number", ""},
+        {"0x50", 1, "\"0x50\" is not a port number", ""},
+        {"http/tcp", 1, "\"http\" is not a port number", ""},
+        {"1000-2000", 1, "\"1000-2000\" is not a port number", "write 1000:2000"},
+        {"80,1000..2000/tcp", 4, "\"1000..2000\" is not a port number", "write 1000:2000"},
+        {"80 443", 1, "\"80 443\" is not a port number", commas},
+        {"80;443", 1, "\"80;443\" is not a port number", commas},
+        {"80: 90", 4, "\" 90\" is not a port number", commas},
+        {"80,", 4, "a port is missing next to a comma", "remove the comma"},
+        {",80", 1, "a port is missing next to a comma", "remove the comma"},
+        {"80,,443", 4, "a port is missing next to a comma", "remove the comma"},
         {":80", 1, "a range is written START:END, and one of them is missing", ""},
         {"80:", 4, "a range is written START:END, and one of them is missing", ""},
         {"1:2:3", 4, "a range has one colon only: START:END", ""},
         {"80/", 4, "a protocol is missing", name_protocols},
         {"80/tcp,", 8, "a protocol is missing", name_protocols},
-        {"80/sctp", 4, "\"sctp\" is no protocol", name_protocols},
-        {"80/tcp,x", 8, "\"x\" is no protocol", name_protocols},
-        {"80/tcp/udp", 4, "\"tcp/udp\" is no protocol", name_protocols},
-        {"80/tcp udp", 4, "\"tcp udp\" is no protocol", name_protocols},
-        {"80\0"s, 1, "\"80\0\" is no port number"s, ""},
-        {"80/tcp\0x"s, 4, "\"tcp\0x\" is no protocol"s, name_protocols},
+        {"80/sctp", 4, "\"sctp\" is not a protocol", name_protocols},
+        {"80/tcp,x", 8, "\"x\" is not a protocol", name_protocols},
+        {"80/tcp/udp", 4, "\"tcp/udp\" is not a protocol", name_protocols},
+        {"80/tcp udp", 4, "\"tcp udp\" is not a protocol", name_protocols},
+        {"80\0"s, 1, "\"80\0\" is not a port number"s, ""},
+        {"80/tcp\0x"s, 4, "\"tcp\0x\" is not a protocol"s, name_protocols},
     };
     for (const Refused &refused : cases) {
         PortQuery query = {{{7, 9}}, TAVO_PROTO_UDP};
@@ -122,7 +122,7 @@ TEST(PortQuery, ReadsProtocolsAlone) {
     EXPECT_TRUE(ReadProtocols("UDP, tcp", protocols, problem));
     EXPECT_EQ(protocols, 3U);
     EXPECT_FALSE(ReadProtocols("udp,icmp", protocols, problem));
-    EXPECT_EQ(problem.message, "\"icmp\" is no protocol");
+    EXPECT_EQ(problem.message, "\"icmp\" is not a protocol");
     EXPECT_EQ(problem.column, 5U);
     EXPECT_EQ(protocols, 3U);
 }

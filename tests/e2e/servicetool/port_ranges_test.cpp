@@ -209,7 +209,8 @@ TEST(EphemeralPorts, AreAProblemWhereTheyAreNotThere) {
     PortRange range = {7, 9};
     EXPECT_EQ(ReadEphemeralPorts(folder / "missing", range), "no such file or directory");
     for (const char *text : {"", "x", "1", "2 1", "1 65536", "-2 -1", "1 x"}) {
-        EXPECT_EQ(ReadEphemeralPorts(folder.Write("range", text), range), "holds no range of ports")
+        EXPECT_EQ(ReadEphemeralPorts(folder.Write("range", text), range),
+                  "does not contain a range of ports")
             << text;
     }
     EXPECT_EQ(range, (PortRange{7, 9}));

@@ -95,7 +95,7 @@ TEST_F(PortsCommand, ListsEveryClaimByPortProtocolAndSourceAndMarksThoseInConfli
             "udp 8085 ! socket - " + kOwnPid + " " + kOwnName + " UNCONNECTED " + kOwnProgram));
 }
 
-TEST_F(PortsCommand, TellsTheServicesOfTheSystemItselfOnce) {
+TEST_F(PortsCommand, ReportsTheServicesOfTheSystemItselfOnce) {
     WriteFile(kSettings, "syslogport=8514\n");
     const std::string out = ServiceTool({"ports", "--no-legend"}).out;
     EXPECT_THAT(Rows(out), ElementsAre("tcp 8514 setting syslog_server - - - syslogport",
@@ -345,7 +345,7 @@ TEST_F(PortsCommand, FindsThePortsThatAnObviousSearchFinds) {
 
 // ---- Unknown answers
 
-TEST_F(PortsCommand, TellsASourceThatFailsAndTheRest) {
+TEST_F(PortsCommand, ReportsASourceThatFailsAndTheRest) {
     WriteFile(kSystem + "a.sc", Section("a", "7000/tcp") + Section("b", "7000/tcp"));
     WriteFile(kRules, "[1]\n");
     const ProgramResult declared = ServiceTool({"ports", "--declared"});

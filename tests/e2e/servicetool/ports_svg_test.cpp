@@ -96,7 +96,7 @@ std::vector<std::string> Tooltips(const std::string &svg) {
 
 class PortsSvg : public ServiceFolders {};
 
-TEST_F(PortsSvg, TellsEveryPortAndItsHolderInATooltip) {
+TEST_F(PortsSvg, ReportsEveryPortAndItsHolderInATooltip) {
     std::string services;
     for (int port = 7000; port < 7600; port += 7) {
         services += Section("s" + std::to_string(port), std::to_string(port) + "/tcp");
@@ -123,7 +123,7 @@ TEST_F(PortsSvg, DrawsNeighboursOfOneKindAsOne) {
                                "</title></rect>\n"));
 }
 
-TEST_F(PortsSvg, TellsConflicts) {
+TEST_F(PortsSvg, ReportsConflicts) {
     WriteFile(kSystem + "a.sc", Section("a", "7000/tcp") + Section("b", "7000/tcp"));
     EXPECT_THAT(Svg(), testing::ContainsRegex("class=\"conflict\"[^>]*><title>"
                                               "7000/tcp: service a \\(system/a.sc\\) \\(in conflict"
@@ -150,7 +150,7 @@ TEST_F(PortsSvg, CutsATooltipThatNobodyReads) {
     EXPECT_THAT(Tooltips(Svg({"--declared"})), Contains(EndsWith("\nand 50 more")));
 }
 
-TEST_F(PortsSvg, StandsAloneInLightAndDarkForEverybody) {
+TEST_F(PortsSvg, IsSelfContainedInLightAndDarkForEverybody) {
     const std::string svg = Svg();
     EXPECT_THAT(svg, StartsWith("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 "));
     EXPECT_THAT(svg, HasSubstr(" role=\"graphics-document document\" "
@@ -162,7 +162,7 @@ TEST_F(PortsSvg, StandsAloneInLightAndDarkForEverybody) {
     EXPECT_THAT(Svg({"--no-legend"}), Not(HasSubstr(">in conflict: a border</text>")));
 }
 
-TEST_F(PortsSvg, TellsKindsApartWithoutColours) {
+TEST_F(PortsSvg, DistinguishesKindsWithoutColours) {
     WriteFile(kSystem + "a.sc", Section("a", "30720:30735/tcp"));
     const HeldPort first(Family::kV4, Protocol::kTcp, 30752);
     const HeldPort second(Family::kV4, Protocol::kTcp, 32767);
@@ -231,7 +231,7 @@ TEST_F(PortsSvg, LeavesTheOldFileWholeWhereItCannotWriteANewOne) {
     EXPECT_THAT(folder.Entries(), ElementsAre("ports.svg"));
 }
 
-TEST_F(PortsSvg, TellsWhyAFileCannotBeWritten) {
+TEST_F(PortsSvg, ReportsWhyAFileCannotBeWritten) {
     const TemporaryFolder folder;
     std::filesystem::create_symlink("loop", folder / "loop");
     std::filesystem::create_symlink("nothing", folder / "dangling");
@@ -242,7 +242,7 @@ TEST_F(PortsSvg, TellsWhyAFileCannotBeWritten) {
          {std::pair(folder / "no/ports.svg", "no such file or directory"),
           std::pair(folder / "file/ports.svg", "not a directory"),
           std::pair(folder / "loop", "too many levels of symbolic links"),
-          std::pair(folder / "dangling", "symbolic link to nothing"),
+          std::pair(folder / "dangling", "dangling symbolic link"),
           std::pair(folder / "pipe", "no such device or address"),
           std::pair(folder.Path(), "is a directory"),
           std::pair(std::string("/dev/full"), "no space left on device")}) {
@@ -268,7 +268,7 @@ TEST_F(PortsSvg, LeavesAFileWholeWhoseOwnerItCannotKeep) {
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, path +
                               ": error: cannot be written and is unchanged: its owner cannot be "
-                              "kept: operation not permitted [unwritable]\n");
+                              "preserved: operation not permitted [unwritable]\n");
     EXPECT_EQ(ReadFile(path), "old");
     EXPECT_THAT(folder.Entries(), ElementsAre("ports.svg"));
 }

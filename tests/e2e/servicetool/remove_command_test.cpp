@@ -29,7 +29,8 @@ class RemoveCommand : public ChangeWorld {
 
 TEST_F(RemoveCommand, RemovesTheFileAndTellsOfIt) {
     WriteFile(kPackage + "other.sc", kText);
-    ExpectRun(ServiceTool({"remove", "notes.sc"}), 0, kRemovePlan + kPath + ": removed\n" + kTold);
+    ExpectRun(ServiceTool({"remove", "notes.sc"}), 0,
+              kRemovePlan + kPath + ": removed\n" + kNotified);
     EXPECT_THAT(Entries(kPackage), ElementsAre("other.sc"));
     EXPECT_EQ(Calls(), "portforward port_config/remove\n< $'PORT_CONFIG_CONTENT=" + InShell(kText) +
                            "'\n< NOTIFY_PF=1\n< NOTIFY_FW=1\n" + kRelayCalls);
@@ -66,7 +67,7 @@ TEST_F(RemoveCommand, AsksWhichOneWhereBothFoldersHaveTheName) {
 TEST_F(RemoveCommand, RemovesAFileThatIsBroken) {
     WriteFile(kPath, "broken\n");
     const ProgramResult result = ServiceTool({"remove", "notes.sc"});
-    EXPECT_THAT(result.out, HasSubstr(": remove, without a service that can be read\n"));
+    EXPECT_THAT(result.out, HasSubstr(": remove; no service in it can be read\n"));
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(Entries(kPackage), IsEmpty());
 }
@@ -83,13 +84,13 @@ TEST_F(RemoveCommand, RemovesALinkAndNotItsTarget) {
     EXPECT_EQ(ReadFile("target.sc"), kText);
 }
 
-TEST_F(RemoveCommand, TellsWhatToDoWithALinkToNothing) {
+TEST_F(RemoveCommand, ReportsWhatToDoWithALinkToNothing) {
     std::filesystem::remove(kPath);
     std::filesystem::create_symlink("nothing", kPath);
     ExpectRun(ServiceTool({"remove", "notes.sc"}), 3, "",
               kPath +
-                  ": error: is a symbolic link to nothing, so nothing was changed [unreadable]\n"
-                  "    fix: remove the link, which leads nowhere\n");
+                  ": error: is a dangling symbolic link, so nothing was changed [unreadable]\n"
+                  "    fix: remove the dangling link\n");
 }
 
 // Without its copy, the library would continue and send the plugins an empty notification.
@@ -102,7 +103,7 @@ TEST_F(RemoveCommand, RemovesNothingWhereTheContentCannotBeKept) {
         const ProgramResult result = ServiceTool({"remove", "notes.sc"});
         EXPECT_THAT(result.err, StartsWith(kPath + ": error: no copy can be made for the plugins"));
         EXPECT_THAT(result.err, HasSubstr(reason + ", so nothing was changed [failed]\n"
-                                                   "    fix: see that /tmp can be written\n"));
+                                                   "    fix: make sure that /tmp is writable\n"));
         EXPECT_EQ(result.status, 3);
         EXPECT_EQ(ReadFile(kPath), kText);
         EXPECT_EQ(Calls(), "");
@@ -124,7 +125,7 @@ TEST_F(RemoveCommand, SaysThatTheFileStaysWhereItCannotGo) {
     EXPECT_EQ(Calls(), "");
 }
 
-TEST_F(RemoveCommand, SaysWhoWasNotTold) {
+TEST_F(RemoveCommand, SaysWhoWasNotNotified) {
     WriteFile("/run/exit-status/portforward", "1\n");
     const Json result = Json::Parse(ServiceTool({"remove", "--json", "notes.sc"}).out);
     EXPECT_EQ(result["ok"], false);

@@ -105,12 +105,11 @@ TEST_F(RemoveSectionCommand, SaysWhyNothingCouldBePutBack) {
     const ReplacedTool mv("/bin/mv", "for place; do :; done\nmkdir -p \"$place/other\"\nexit 1");
     const ProgramResult result = ServiceTool(kRemove);
     EXPECT_EQ(result.status, 3);
-    EXPECT_THAT(result.err,
-                testing::HasSubstr(kPath + ": error: " + kFirewallTool +
-                                   " is missing; what was changed could not be put back: "
-                                   "/bin/mv ended with status 1 [failed]\n"));
-    EXPECT_THAT(result.err, testing::HasSubstr(": warning: is left, a copy of "
-                                               "/usr/local/etc/services.d from before"));
+    EXPECT_THAT(result.err, testing::HasSubstr(kPath + ": error: " + kFirewallTool +
+                                               " is missing; the change could not be undone: "
+                                               "/bin/mv ended with status 1 [failed]\n"));
+    EXPECT_THAT(result.err, testing::HasSubstr(": warning: is a leftover copy of "
+                                               "/usr/local/etc/services.d"));
     ASSERT_EQ(SideCopies().size(), 2U);
     EXPECT_EQ(ReadFile(SideCopies().front() + "/notes.sc"), kBefore);
     for (const std::string &copy : SideCopies()) {
@@ -125,11 +124,12 @@ TEST_F(RemoveSectionCommand, NamesTheCopiesThatStay) {
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.out.substr(result.out.size() - std::string("notified: firewall\n").size()),
               "notified: firewall\n");
-    EXPECT_THAT(result.err, testing::ContainsRegex(
-                                "/usr/local/etc/services.d.tmp.[0-9]+: warning: is left, a copy of "
-                                "/usr/local/etc/services.d from before \\[left-behind\\]\n"
-                                "    fix: see that /usr/local/etc/services.d is whole, and remove "
-                                "the copy\n"));
+    EXPECT_THAT(result.err,
+                testing::ContainsRegex(
+                    "/usr/local/etc/services.d.tmp.[0-9]+: warning: is a leftover copy of "
+                    "/usr/local/etc/services.d \\[left-behind\\]\n"
+                    "    fix: check that /usr/local/etc/services.d is complete, then remove "
+                    "the copy\n"));
     for (const std::string &copy : SideCopies()) {
         std::filesystem::remove_all(copy);
     }
@@ -138,11 +138,11 @@ TEST_F(RemoveSectionCommand, NamesTheCopiesThatStay) {
 TEST_F(RemoveSectionCommand, SaysWhatTheFirewallMayHaveReadInBetween) {
     const ReplacedTool once(kFirewallTool, "rm -f " + kFirewallTool);
     const ProgramResult result = ServiceTool(kRemove);
-    ExpectRun(result, 3, kPlan,
-              kPath + ": error: " + kFirewallTool +
-                  " is missing; the file is unchanged [failed]\n"
-                  "    fix: write servicetool restart, for the firewall may have read what was put "
-                  "back\n");
+    ExpectRun(
+        result, 3, kPlan,
+        kPath + ": error: " + kFirewallTool +
+            " is missing; the file is unchanged [failed]\n"
+            "    fix: write servicetool restart: the firewall may have read the undone change\n");
     EXPECT_EQ(ReadFile(kPath), kBefore);
 }
 

@@ -39,12 +39,12 @@ TEST_F(RestartCommand, LeavesARelayDaemonAloneThatDoesNotRun) {
     EXPECT_EQ(Calls(), "systemctl is-active --quiet tavorelayd\n");
 }
 
-TEST_F(RestartCommand, TellsNobodyInADryRun) {
+TEST_F(RestartCommand, NotifiesNobodyInADryRun) {
     ExpectRun(ServiceTool({"restart", "--dry-run"}), 0, "will notify: " + kBoth + kDryRun);
     EXPECT_EQ(Calls(), "");
 }
 
-TEST_F(RestartCommand, SaysWhoWasNotTold) {
+TEST_F(RestartCommand, SaysWhoWasNotNotified) {
     const ReplacedTool firewall(kFirewallTool);
     const ProgramResult text = ServiceTool({"restart"});
     const Json result = Json::Parse(ServiceTool({"restart", "--json"}).out)["results"][0];

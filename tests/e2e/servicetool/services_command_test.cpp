@@ -160,7 +160,7 @@ TEST_F(ServiceFolders, ServicesTellsWhatIsLeftOut) {
                   "a.sc:1:2: error: section [empty] is left out: it has no key [empty-section]\n"
                   "    [empty]\n     ^\n" +
                   kSystem +
-                  "bad.sc:4:14: error: not read as a service file: \"x\" is no port number "
+                  "bad.sc:4:14: error: not read as a service file: \"x\" is not a port number "
                   "[port-syntax]\n"
                   "    dst.ports=\"1,x\"\n"
                   "                 ^\n" +
@@ -237,12 +237,14 @@ TEST_F(ServiceFolders, ServicesTellsABuiltInOneWhoseSettingsSayNoPort) {
     WriteFile(kNfsSettings, "nfs_custom_port_enable=\"yes\"\nstatd_port=\"4000\"\n");
     const ProgramResult result = ServiceTool({"services", "--no-legend", "ssh", "nfs", "telnet"});
     EXPECT_EQ(result.out, "telnet  yes  yes  23/tcp  built-in  -\n");
-    EXPECT_EQ(result.err,
-              "/etc/ssh/sshd_config: error: built-in service ssh is left out: Port names no port "
-              "[bad-service]\n" +
-                  kNfsSettings +
-                  ": error: built-in service nfs is left out: statd_port or nlm_port names no port "
-                  "[bad-service]\n");
+    EXPECT_EQ(
+        result.err,
+        "/etc/ssh/sshd_config: error: built-in service ssh is left out: Port does not name a port "
+        "[bad-service]\n" +
+            kNfsSettings +
+            ": error: built-in service nfs is left out: statd_port or nlm_port does not name a "
+            "port "
+            "[bad-service]\n");
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ServicesNamed("telnet").status, 0);
 }

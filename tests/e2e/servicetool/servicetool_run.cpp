@@ -52,7 +52,8 @@ ProgramResult ServiceTool(std::vector<std::string> arguments, std::string_view i
     return RunProgram(Command(std::move(arguments)), input);
 }
 
-ProgramResult ServiceToolBehind(const std::string &library, std::vector<std::string> arguments) {
+ProgramResult ServiceToolPreloading(const std::string &library,
+                                    std::vector<std::string> arguments) {
     return RunProgram(Command(std::move(arguments)), "",
                       Preloading(library, {"ASAN_OPTIONS=verify_asan_link_order=0"}));
 }

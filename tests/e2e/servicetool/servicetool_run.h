@@ -14,7 +14,7 @@ namespace tavo::test {
 ProgramResult ServiceTool(std::vector<std::string> arguments, std::string_view input = {});
 
 // The same with a preloaded library that replaces functions of the system or of the libraries.
-ProgramResult ServiceToolBehind(const std::string &library, std::vector<std::string> arguments);
+ProgramResult ServiceToolPreloading(const std::string &library, std::vector<std::string> arguments);
 
 // A copy of servicetool and its libraries in a folder that every user can enter. The build itself
 // may be in a folder that only its owner can enter.

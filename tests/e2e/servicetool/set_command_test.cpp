@@ -99,7 +99,7 @@ TEST_F(SetCommand, LeavesFirewallAndRelayDaemonAloneWhenAskedTo) {
     EXPECT_EQ(Calls(), RouterCall(kPath));
 }
 
-TEST_F(SetCommand, TellsNobodyOfAChangeThatIsNone) {
+TEST_F(SetCommand, NotifiesNobodyOfAChangeThatIsNone) {
     WriteFile(kPath, kRetitled);
     ExpectRun(ServiceTool(kRetitle), 0, kPath + ": already up to date; nothing changed\n");
     EXPECT_EQ(ReadFile(kPath), kRetitled);
@@ -126,9 +126,9 @@ TEST_F(SetCommand, MakesAFileForPackagesUnlessAskedForTheSystem) {
     const ProgramResult result = ServiceTool(kNew);
     EXPECT_THAT(
         result.out,
-        StartsWith(kPackage + "new.sc: make it, with section [web]\nwill notify: " + kListeners +
+        StartsWith(kPackage + "new.sc: create it with section [web]\nwill notify: " + kListeners +
                    "--- /dev/null\n+++ b" + kPackage + "new.sc\n@@ -0,0 +1,5 @@\n+[web]\n"));
-    EXPECT_THAT(result.out, HasSubstr(kPackage + "new.sc: made\n"));
+    EXPECT_THAT(result.out, HasSubstr(kPackage + "new.sc: created\n"));
     EXPECT_EQ(ReadFile(kPackage + "new.sc"), text);
     std::filesystem::remove(kPackage + "new.sc");
     EXPECT_EQ(ServiceTool(With(kNew, {"--system"})).status, 0);
@@ -183,7 +183,7 @@ TEST_F(SetCommand, LetsASectionKeepThePortsOfItsOwnProgram) {
     EXPECT_EQ(ReadFile(kPath), kRetitled);
 }
 
-TEST_F(SetCommand, FailsWhereItCannotBeToldWhoHasThePorts) {
+TEST_F(SetCommand, FailsWhereItIsUnknownWhoHasThePorts) {
     std::filesystem::remove(kSettings);
     const ProgramResult result = ServiceTool(kRetitle);
     EXPECT_EQ(result.out, kPath + ": [notes] 8765,8770:8772/tcp: cannot tell (service, setting)\n");
@@ -199,15 +199,16 @@ TEST_F(SetCommand, RefusesACommandLineThatIsWrong) {
         std::string error;
     };
     const std::string long_name(256, 'a');
-    const std::string name_rule = R"( holds something else than letters, digits, "-", "." and "_")";
+    const std::string name_rule =
+        R"( contains characters other than letters, digits, "-", "." and "_")";
     const Case cases[] = {
         {{"a/b", "notes"}, R"(file name "a/b" is a path)"},
-        {{"..", "notes"}, R"(file name ".." is no name of a file)"},
-        {{"", "notes"}, R"(file name "" is no name of a file)"},
-        {{"a\nb", "notes"}, R"(file name "a\nb" holds a control byte)"},
+        {{"..", "notes"}, R"(file name ".." is not a file name)"},
+        {{"", "notes"}, R"(file name "" is not a file name)"},
+        {{"a\nb", "notes"}, R"(file name "a\nb" contains a control byte)"},
         {{std::string(229, 'a'), "notes"}, "is longer than 228 bytes"},
         {{kName, ""}, R"(section name "" is empty)"},
-        {{kName, "global"}, R"(section name "global" is that of a section that is no service)"},
+        {{kName, "global"}, R"(section name "global" is not that of a service)"},
         {{kName, " a"}, R"(section name " a")" + name_rule},
         {{kName, "a]"}, R"(section name "a]")" + name_rule},
         {{kName, "a\nb"}, R"(section name "a\nb")" + name_rule},
@@ -222,12 +223,12 @@ TEST_F(SetCommand, RefusesACommandLineThatIsWrong) {
         {{kName, "notes", "--title-key", "texts:web:"}, R"(not "texts:web:")"},
         {{kName, "notes", "--desc-key", ":b"}, R"(not ":b")"},
         {{kName, "notes", "--src-ports", LongPorts() + "/udp"},
-         "is longer than the 1023 bytes that a service file has for ports"},
+         "is longer than 1023 bytes, the limit for ports in a service file"},
         {{kName, "notes", "--desc-key", ":b:c"},
          R"(--desc-key takes SOURCE:SECTION:KEY or SECTION:KEY, not ":b:c")"},
         {{kName, "notes", "--dst-ports", "80,70000/tcp"},
          R"("80,70000/tcp", column 4: port 70000 is above 65535)"},
-        {{kName, "notes", "--src-ports", "1/xyz"}, R"("1/xyz", column 3: "xyz" is no protocol)"},
+        {{kName, "notes", "--src-ports", "1/xyz"}, R"("1/xyz", column 3: "xyz" is not a protocol)"},
         {{kName, "notes", "--port-forward", "--no-port-forward"},
          "--port-forward and --no-port-forward exclude each other"},
         {{kName, "notes", "--system", "--package"}, "--system and --package exclude each other"},
@@ -254,7 +255,7 @@ TEST_F(SetCommand, AsksForTheFolderOfAFileThatIsInBoth) {
 
 // ---- Failures
 
-TEST_F(SetCommand, SaysWhoWasNotTold) {
+TEST_F(SetCommand, SaysWhoWasNotNotified) {
     WriteFile("/run/exit-status/tavoroutertool", "1\n");
     ExpectRun(ServiceTool(kRetitle), 3,
               kRetitlePlan + kPath + ": changed\nnotified: firewall, relay daemon\n",
@@ -304,7 +305,7 @@ TEST_F(SetCommand, MakesNoFileWhereTheFolderCannotBeMade) {
     const ProgramResult result = ServiceTool(kNew);
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.err, HasSubstr(": error: /bin/mkdir: cannot create directory "));
-    EXPECT_THAT(result.err, HasSubstr("; no file was made [failed]\n"));
+    EXPECT_THAT(result.err, HasSubstr("; no file was created [failed]\n"));
     EXPECT_EQ(Calls(), "");
     std::filesystem::remove(kPackage.substr(0, kPackage.size() - 1));
     std::filesystem::create_directory(kPackage);
@@ -381,16 +382,16 @@ TEST_F(SetCommand, SaysHowToCleanUpALinkThatLeadsNowhere) {
     std::filesystem::create_symlink("/nowhere", kPath);
     ExpectRun(ServiceTool(kRetitle), 3, "",
               kPath +
-                  ": error: is a symbolic link to nothing, so nothing was changed [unreadable]\n"
-                  "    fix: remove the link, which leads nowhere\n");
+                  ": error: is a dangling symbolic link, so nothing was changed [unreadable]\n"
+                  "    fix: remove the dangling link\n");
 }
 
 TEST_F(SetCommand, ChangesNothingWhereThePortsThatAreThereTakeTooMuch) {
     const std::string before = Section("notes", LongPorts() + "/udp");
     WriteFile(kPath, before);
     const ProgramResult result = ServiceTool(kRetitle);
-    EXPECT_THAT(result.err, HasSubstr("the ports take more than the 1023 bytes that a service file "
-                                      "has for them, so nothing was changed [failed]\n"));
+    EXPECT_THAT(result.err, HasSubstr("the ports take more than 1023 bytes, the limit in a service "
+                                      "file, so nothing was changed [failed]\n"));
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(ReadFile(kPath), before);
     EXPECT_EQ(Calls(), "");
@@ -421,10 +422,10 @@ TEST_F(SetCommand, WaitsForAnotherChange) {
 TEST_F(SetCommand, GivesUpWhereAnotherChangeDoesNotEnd) {
     const Lock other;
     EXPECT_EQ(ServiceTool(With(kRetitle, {"--dry-run"})).status, 0);
-    ExpectRun(ServiceToolBehind(FAST_CLOCK, kRetitle), 3, "",
+    ExpectRun(ServiceToolPreloading(FAST_CLOCK, kRetitle), 3, "",
               kName +
                   ": error: another change is in progress, so nothing was changed [busy]\n"
-                  "    fix: wait for its end, and try again\n");
+                  "    fix: wait until it ends, and try again\n");
     ExpectNothingDone();
 }
 
@@ -480,10 +481,10 @@ TEST_F(SetCommand, ChangesNothingWithoutALock) {
     expect_refusal(kLockFile + ": too many levels of symbolic links");
     std::filesystem::remove(kLockFile);
     ASSERT_EQ(mkfifo(kLockFile.c_str(), 0600), 0);
-    expect_refusal(kLockFile + ": is no file of our own");
+    expect_refusal(kLockFile + ": is not a file of this user");
     std::filesystem::remove(kLockFile);
     if (chown(kLockFolder.c_str(), 65534, 65534) == 0) {
-        expect_refusal(kLockFolder + ": belongs to somebody else");
+        expect_refusal(kLockFolder + ": belongs to another user");
     }
     std::filesystem::remove(kLockFolder);
     ExpectNothingDone();
@@ -518,7 +519,7 @@ TEST_F(SetCommand, ChangesNothingThatItCouldNotReadBack) {
                   {"set", kName, "web", "--title", "W", "--desc", "D", "--dst-ports", "18080/tcp"}),
               3, "",
               kName +
-                  ": error: the change cannot be worked out: is larger than 16 MiB, so nothing was "
+                  ": error: the change cannot be computed: is larger than 16 MiB, so nothing was "
                   "changed [failed]\n");
     EXPECT_EQ(std::filesystem::file_size(kPath), before.size() + 1);
     EXPECT_EQ(Calls(), "");
@@ -554,7 +555,7 @@ TEST_F(SetCommand, SaysThatSomebodyElseChangedTheFile) {
     const ProgramResult result = ServiceTool(kRetitle);
     ExpectRun(result, 3, kRetitlePlan + "notified: " + kListeners,
               kPath +
-                  ": error: it was changed by somebody else meanwhile [failed]\n"
+                  ": error: it was changed by another program in the meantime [failed]\n"
                   "    fix: check it, and repeat the change\n");
 }
 

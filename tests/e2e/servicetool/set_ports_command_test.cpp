@@ -98,7 +98,7 @@ TEST_F(SetPortsCommand, SaysWhatToDoWithASectionThatHasNoKeys) {
     ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "8766"}), 1, "",
               kPath +
                   ": error: section [notes] has no keys, so nothing was changed [not-found]\n"
-                  "    fix: write servicetool set, or take its line out by hand\n");
+                  "    fix: write servicetool set, or remove its line by hand\n");
     EXPECT_EQ(ServiceTool({"set", "notes.sc", "notes", "--title", "T", "--desc", "D", "--dst-ports",
                            "8766"})
                   .status,
@@ -136,7 +136,7 @@ TEST_F(SetPortsCommand, RefusesASectionThatTheLibraryWouldNotRead) {
 
 TEST_F(SetPortsCommand, RefusesPortsThatAreNone) {
     ExpectRun(ServiceTool({"set-ports", "notes.sc", "notes", "80,x/tcp"}), 2, "",
-              "servicetool: error: \"80,x/tcp\", column 4: \"x\" is no port number [usage]\n");
+              "servicetool: error: \"80,x/tcp\", column 4: \"x\" is not a port number [usage]\n");
     ExpectNothingDone();
 }
 
@@ -159,8 +159,8 @@ TEST_F(SetPortsCommand, RefusesAListThatTheLibraryWouldCut) {
         const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", ports});
         EXPECT_EQ(result.status, 2) << ports;
         EXPECT_THAT(result.err,
-                    HasSubstr("is longer than the 1023 bytes that a service file has for ports "
-                              "[usage]\n    fix: join ports to ranges"));
+                    HasSubstr("is longer than 1023 bytes, the limit for ports in a service file "
+                              "[usage]\n    fix: join ports into ranges"));
     }
     ExpectNothingDone();
 }

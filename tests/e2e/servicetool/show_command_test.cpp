@@ -112,7 +112,7 @@ TEST_F(ServiceFolders, ShowOfANameCannotTellWhereAFileIsUnreadable) {
     std::filesystem::create_symlink("/nothing", kSystem + "a.sc");
     const ProgramResult result = ServiceTool({"show", "x"});
     EXPECT_EQ(result.status, 3);
-    EXPECT_THAT(result.err, StartsWith(kSystem + "a.sc: error: is a symbolic link to nothing"));
+    EXPECT_THAT(result.err, StartsWith(kSystem + "a.sc: error: is a dangling symbolic link"));
 }
 
 TEST_F(ServiceFolders, ShowIsNotWholeWhereAFileIsUnreadable) {
@@ -182,7 +182,7 @@ TEST_F(ServiceFolders, ShowTellsWhyAFileOfThatNameCannotBeRead) {
     std::filesystem::create_symlink("loop", folder / "loop");
     std::filesystem::create_directory(folder / "folder");
     EXPECT_EQ(ShowIn(folder.Path(), "dangling").err,
-              "dangling: error: is a symbolic link to nothing [unreadable]\n");
+              "dangling: error: is a dangling symbolic link [unreadable]\n");
     EXPECT_EQ(ShowIn(folder.Path(), "dangling").status, 3);
     EXPECT_EQ(ShowIn(folder.Path(), "loop").err,
               "loop: error: too many levels of symbolic links [unreadable]\n");
@@ -225,9 +225,8 @@ TEST_F(ServiceFolders, ShowOfAServiceThatIsLeftOutSaysWhy) {
     const ProgramResult result = ServiceTool({"show", "web"});
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.out, IsEmpty());
-    EXPECT_THAT(result.err,
-                StartsWith(kSystem + "a.sc:8:12: error: section [web] is left out: \"x\" "
-                                     "is no port number [port-syntax]\n"));
+    EXPECT_THAT(result.err, StartsWith(kSystem + "a.sc:8:12: error: section [web] is left out: "
+                                                 "\"x\" is not a port number [port-syntax]\n"));
     EXPECT_THAT(result.err, testing::Not(HasSubstr("not-found")));
 }
 

@@ -145,7 +145,7 @@ TEST_F(SocketHoldersTest, AreLookedForOnceMoreWhenTheyAreNew) {
     EXPECT_EQ(looks, 4);
 }
 
-TEST_F(SocketHoldersTest, AreCalledAsTheyCallThemselvesWhereTheirProgramsCannotBeTold) {
+TEST_F(SocketHoldersTest, AreCalledAsTheyCallThemselvesWhereTheirProgramsAreUnknown) {
     const HeldSocket socket(AF_INET, SOCK_STREAM, 8000);
     ASSERT_EQ(prctl(PR_SET_NAME, "a (b)\n\n"), 0);
     without_programs = true;

@@ -144,7 +144,7 @@ TEST_F(SuggestCommand, GivesNothingWhereThereIsNoBlock) {
     const HeldPort held(Family::kV4, Protocol::kTcp, 8001);
     const ProgramResult result = ServiceTool({"suggest", "2", "--block"});
     EXPECT_THAT(result.out, IsEmpty());
-    EXPECT_EQ(result.err, "servicetool: error: no 2 free ports in a row [not-found]\n");
+    EXPECT_EQ(result.err, "servicetool: error: no 2 consecutive free ports [not-found]\n");
     EXPECT_EQ(result.status, 1);
 }
 
@@ -157,11 +157,11 @@ TEST_F(SuggestCommand, NamesTheRangeOfTheKernelWhereThatLeavesTooFew) {
     const ProgramResult below = ServiceTool({"suggest", "--near", "1023"});
     std::ofstream(kEphemeralPorts) << kernel.first << ' ' << kernel.last << '\n';
     EXPECT_EQ(above.err,
-              "servicetool: error: only 0 ports are free, as the kernel gives 1024:65535 to "
+              "servicetool: error: only 0 ports are free, because the kernel uses 1024:65535 for "
               "outgoing connections [not-found]\n"
               "    fix: name a port below 1024 with --near\n");
     EXPECT_EQ(above.status, 1);
-    EXPECT_EQ(block.err, "servicetool: error: no 1000 free ports in a row [not-found]\n");
+    EXPECT_EQ(block.err, "servicetool: error: no 1000 consecutive free ports [not-found]\n");
     EXPECT_EQ(below.out, "1023\n");
 }
 
@@ -171,7 +171,7 @@ TEST_F(SuggestCommand, SuggestsNothingWhereASourceCannotTell) {
     WriteFile(kSettings, "WebDavPort=x\n");
     const ProgramResult result = ServiceTool({"suggest"});
     EXPECT_THAT(result.out, IsEmpty());
-    EXPECT_THAT(result.err, HasSubstr("\"x\" is no port number for WebDavPort [bad-setting]"));
+    EXPECT_THAT(result.err, HasSubstr("\"x\" is not a port number for WebDavPort [bad-setting]"));
     EXPECT_EQ(result.status, 3);
     WriteFile(kSettings, "");
     WriteFile(kRules, "[1]\n");
@@ -180,7 +180,7 @@ TEST_F(SuggestCommand, SuggestsNothingWhereASourceCannotTell) {
 }
 
 TEST_F(SuggestCommand, SuggestsNothingWhereNoSocketIsSeenAtAll) {
-    const ProgramResult result = ServiceToolBehind(BLIND_NET, {"suggest"});
+    const ProgramResult result = ServiceToolPreloading(BLIND_NET, {"suggest"});
     EXPECT_THAT(result.out, IsEmpty());
     EXPECT_EQ(result.err, "servicetool: error: the ports that sockets hold are unknown [failed]\n");
     EXPECT_EQ(result.status, 3);

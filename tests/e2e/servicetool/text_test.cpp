@@ -126,7 +126,7 @@ TEST(LowerFirst, GivesMessagesOfOthersOurForm) {
     EXPECT_EQ(LowerFirst(""), "");
 }
 
-TEST(Counted, TellsOneFromMany) {
+TEST(Counted, DistinguishesOneFromMany) {
     EXPECT_EQ(Counted(1, "error"), "1 error");
     EXPECT_EQ(Counted(0, "error"), "0 errors");
     EXPECT_EQ(Counted(2, "error"), "2 errors");

@@ -58,12 +58,12 @@ TEST(UnifiedDiff, NamesNoFileForOneThatIsNotThere) {
     EXPECT_EQ(UnifiedDiff("a\n", {}, "/etc/x"), "--- a/etc/x\n+++ /dev/null\n@@ -1 +0,0 @@\n-a\n");
 }
 
-TEST(UnifiedDiff, TellsOfAMissingNewline) {
+TEST(UnifiedDiff, ReportsOfAMissingNewline) {
     EXPECT_EQ(UnifiedDiff("a\nb", "a\nb\n", "/etc/x"),
               kHead + "@@ -1,2 +1,2 @@\n a\n-b\n\\ No newline at end of file\n+b\n");
 }
 
-TEST(UnifiedDiff, TellsTheSizesOfFilesThatAreTooLarge) {
+TEST(UnifiedDiff, ReportsTheSizesOfFilesThatAreTooLarge) {
     EXPECT_EQ(UnifiedDiff(Numbers(1, 20000), "a\n", "/etc/x"),
               kHead + "(20000 lines before, 1 line after: too many to be shown)\n");
 }

@@ -43,9 +43,9 @@ class UpdateCommand : public ChangeWorld {
 
 TEST_F(UpdateCommand, ReplacesTheFileAndTellsOfBothTexts) {
     chmod("notes.sc", 0600);
-    ExpectRun(
-        ServiceTool({"update", "notes.sc"}), 0,
-        kPath + ": replace by notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": changed\n" + kTold);
+    ExpectRun(ServiceTool({"update", "notes.sc"}), 0,
+              kPath + ": replace by notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": changed\n" +
+                  kNotified);
     EXPECT_EQ(ReadFile(kPath), kNew);
     struct stat status {};
     ASSERT_EQ(stat(kPath.c_str(), &status), 0);
@@ -59,7 +59,7 @@ TEST_F(UpdateCommand, DoesNothingInADryRunButShowsAll) {
     ExpectNothingDone();
 }
 
-TEST_F(UpdateCommand, TellsNobodyOfWhatIsSoAlready) {
+TEST_F(UpdateCommand, NotifiesNobodyOfWhatIsSoAlready) {
     WriteFile("notes.sc", kOld);
     ExpectRun(ServiceTool({"update", "notes.sc"}), 0,
               kPath + ": already up to date; nothing changed\n");
@@ -158,7 +158,7 @@ TEST_F(UpdateCommand, KeepsTheOldFileOnAFullDisk) {
     EXPECT_EQ(ReadFile(kPath), kOld);
 }
 
-TEST_F(UpdateCommand, SaysWhoWasNotTold) {
+TEST_F(UpdateCommand, SaysWhoWasNotNotified) {
     WriteFile("/run/exit-status/systemctl", "0\n1\n");
     const ProgramResult result = ServiceTool({"update", "notes.sc"});
     EXPECT_THAT(result.out, HasSubstr(kPath + ": changed\nnotified: plugins\n"));

@@ -120,7 +120,7 @@ ProgramResult WhyWithSocketTables(const std::string &folder,
 // With a preloaded library that hides something from it.
 ProgramResult WhyWithout(const std::string &library, std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "why");
-    return ServiceToolBehind(library, std::move(arguments));
+    return ServiceToolPreloading(library, std::move(arguments));
 }
 
 // ---- Verdicts
@@ -147,7 +147,7 @@ TEST_F(WhyCommand, NamesTheProcessThatOnlyHoldsAPort) {
                   "\n8080/tcp is held by nginx " + held.PidText() + kListening);
 }
 
-TEST_F(WhyCommand, TellsThatTheProgramOfTheServiceHoldsItsPort) {
+TEST_F(WhyCommand, ReportsThatTheProgramOfTheServiceHoldsItsPort) {
     WriteFile(kPackage + "web.sc", Section("example-web", "8080/tcp"));
     const HeldBy held = TcpHeldBy(Program("example-web"), 8080);
     EXPECT_THAT(
@@ -158,7 +158,7 @@ TEST_F(WhyCommand, TellsThatTheProgramOfTheServiceHoldsItsPort) {
     EXPECT_EQ(WhyJson("8080/tcp")["same_service"], true);
 }
 
-TEST_F(WhyCommand, TellsThatAnotherProgramHoldsThePortOfAService) {
+TEST_F(WhyCommand, ReportsThatAnotherProgramHoldsThePortOfAService) {
     WriteFile(kPackage + "web.sc", Section("example-web", "8080/tcp"));
     const HeldBy held = TcpHeldBy(Program("nginx"), 8080);
     ExpectRun(Why({"--no-legend", "8080/tcp"}), 1,
@@ -170,7 +170,7 @@ TEST_F(WhyCommand, TellsThatAnotherProgramHoldsThePortOfAService) {
     EXPECT_EQ(WhyJson("8080/tcp")["same_service"], false);
 }
 
-TEST_F(WhyCommand, TellsWhichOfSeveralProgramsBelongsToNoneOfSeveralServices) {
+TEST_F(WhyCommand, ReportsWhichOfSeveralProgramsBelongsToNoneOfSeveralServices) {
     WriteFile(kSystem + "a.sc", Section("a", "8080/udp") + Section("b", "8000:8090/udp"));
     WriteFile(kPackage + "c.sc", Section("c", "8080/udp"));
     const std::string services =
@@ -253,7 +253,7 @@ TEST_F(WhyCommand, TakesNoPortFromASettingThatIsNone) {
         const ProgramResult result = Why({"--no-legend", "4464/tcp", "8080/tcp"});
         EXPECT_EQ(result.out, "4464/tcp: " + kUndeclared + "8080/tcp: " + kUndeclared) << value;
         EXPECT_THAT(result.err, HasSubstr('"' + value +
-                                          "\" is no port number for smsport "
+                                          "\" is not a port number for smsport "
                                           "[bad-setting]\n"));
         EXPECT_EQ(result.status, 3);
     }
@@ -334,7 +334,7 @@ class Connection {
     int port_ = 0;
 };
 
-TEST_F(WhyCommand, TellsConnectionsFromListeners) {
+TEST_F(WhyCommand, ReportsConnectionsFromListeners) {
     const HeldSocket listener(AF_INET, SOCK_STREAM, 8091);
     const Connection tcp(8091);
     const Connection udp(9000, SOCK_DGRAM);
@@ -592,7 +592,7 @@ TEST_F(WhyCommand, CallsNothingFreeWhereTheLibraryIsBlind) {
     EXPECT_EQ(taken[1]["failed_sources"], Json::Array({"socket"}));
 }
 
-TEST_F(WhyCommand, TellsWhatTheSourcesThatFailLeaveOpen) {
+TEST_F(WhyCommand, ReportsWhatTheSourcesThatFailLeaveOpen) {
     WriteFile(kSettings, "WebDavPort=x\n");
     WriteFile(kRules, Rule("1", "web", "80", "8080"));
     WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
@@ -629,7 +629,7 @@ TEST_F(WhyCommand, CannotTellWhatNobodySaysWhileASourceFails) {
     const HeldBy held = TcpHeldBy(Program("nginx"), 8081);
     const ProgramResult result = Why({"--no-legend", "8080/tcp"});
     EXPECT_EQ(result.out, "8080/tcp: " + kUndeclared);
-    EXPECT_THAT(result.err, HasSubstr("\"x\" is no port number for WebDavPort [bad-setting]\n"));
+    EXPECT_THAT(result.err, HasSubstr("\"x\" is not a port number for WebDavPort [bad-setting]\n"));
     EXPECT_EQ(result.status, 3);
     const ProgramResult taken = Why({"8081/tcp"});
     EXPECT_THAT(taken.out, HasSubstr("8081/tcp is held by nginx " + held.PidText() +
@@ -730,10 +730,10 @@ TEST_F(WhyCommand, RefusesWhatIsNotOnePort) {
         {"0", "\"0\", column 1: no service can be reached at port 0 [usage]"},
         {"65536/tcp", "\"65536/tcp\", column 1: port 65536 is above 65535 [usage]"},
         {"80:90",
-         "\"80:90\", column 1: only one port can be asked for at a time [usage]\n    fix: "
-         "name ports one by one, or put the list to check\n"},
-        {"80,81/tcp", "\"80,81/tcp\", column 1: only one port can be asked for at a time"},
-        {"80/sctp", "\"80/sctp\", column 4: \"sctp\" is no protocol [usage]"},
+         "\"80:90\", column 1: only one port can be given at a time [usage]\n    fix: "
+         "name ports one by one, or use servicetool check\n"},
+        {"80,81/tcp", "\"80,81/tcp\", column 1: only one port can be given at a time"},
+        {"80/sctp", "\"80/sctp\", column 4: \"sctp\" is not a protocol [usage]"},
     };
     for (const auto &[port, problem] : cases) {
         const ProgramResult result = Why({"23/tcp", port});

@@ -25,9 +25,8 @@ std::string ProgramReason(const StepFailure &failure, const std::vector<std::str
     // Only the path of a plugin is known.
     const std::string program = *failure.program != '\0' ? failure.program : failure.path;
     if (failure.status < 0) {
-        return failure.code == TLIBC_ERR_NO_FILE
-                   ? program + " is missing"
-                   : program + " could not be run, or ran out of time";
+        return failure.code == TLIBC_ERR_NO_FILE ? program + " is missing"
+                                                 : program + " could not be run, or timed out";
     }
     const std::string said = LastWordOf(program, output);
     if (!said.empty()) {
@@ -143,7 +142,7 @@ std::string_view WhatWasDone(const Change &change) {
     if (change.before) {
         return change.after ? "changed" : "removed";
     }
-    return change.section.empty() ? "installed" : "made";
+    return change.section.empty() ? "installed" : "created";
 }
 
 // After a failure the stores are restored, but the firewall may have read them before that.
@@ -151,7 +150,7 @@ std::string FirewallFix(const ChangeOutcome &outcome) {
     const bool ran = outcome.notified[Listener::kFirewall].state == Notified::kYes ||
                      outcome.failure.step == Step::kReload;
     return ran && outcome.undo != Undo::kNotNeeded
-               ? "write servicetool restart, for the firewall may have read what was put back"
+               ? "write servicetool restart: the firewall may have read the undone change"
                : "";
 }
 
@@ -283,23 +282,23 @@ void ChangeReport::TellFile() {
         return;
     }
     if (result_ >= 0 && changed_) {
-        TellFailed("it was changed by somebody else meanwhile", "check it, and repeat the change");
+        TellFailed("it was changed by another program in the meantime",
+                   "check it, and repeat the change");
         return;
     }
     const std::string reason = problem_.empty() ? ReasonOf(outcome_.failure) : problem_;
     if (change_.notify_only) {
         TellFailed(reason, "");
     } else if (outcome_.undo == Undo::kFailed) {
-        TellFailed(
-            reason + "; what was changed could not be put back: " + ReasonOf(outcome_.undo_failure),
-            "");
+        TellFailed(reason + "; the change could not be undone: " + ReasonOf(outcome_.undo_failure),
+                   "");
     } else if (!changed_) {
-        TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was made"),
+        TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was created"),
                    FirewallFix(outcome_));
     } else if (as_planned) {
         TellFailed(reason + "; the file was changed anyway", "write servicetool restart");
     } else {
-        TellFailed(reason + "; the file was changed by somebody else meanwhile",
+        TellFailed(reason + "; the file was changed by another program in the meantime",
                    "check it, and repeat the change");
     }
 }
@@ -335,12 +334,12 @@ void ChangeReport::TellTemporaryFiles() {
     struct stat status {};
     if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
         lstat(failure.path, &status) == 0) {
-        Warn(failure.path, "left-behind", "could not be installed and was left behind",
+        Warn(failure.path, "left-behind", "could not be installed and was not removed",
              "remove it");
     }
     for (const Leftover &copy : OwnCopiesOfStores()) {
-        Warn(copy.path, "left-behind", "is left, a copy of " + copy.original + " from before",
-             "see that " + copy.original + " is whole, and remove the copy");
+        Warn(copy.path, "left-behind", "is a leftover copy of " + copy.original,
+             "check that " + copy.original + " is complete, then remove the copy");
     }
 }
 
@@ -371,7 +370,7 @@ void ChangeReport::TellFailed(std::string message, std::string fix) {
 
 void ChangeReport::TellUnknown(const std::exception &error) {
     TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
-               "look at the current content of the file");
+               "check the current content of the file");
 }
 
 void ChangeReport::Warn(const std::string &file, const std::string &rule, std::string message,

@@ -52,7 +52,7 @@ std::string NameProblem(const std::string &name) {
         return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
     };
     if (name.empty() || name == "." || name == "..") {
-        return "is no name of a file";
+        return "is not a file name";
     }
     if (std::find(name.begin(), name.end(), '/') != name.end()) {
         return "is a path";
@@ -60,7 +60,7 @@ std::string NameProblem(const std::string &name) {
     if (name.size() > kLongestName) {
         return "is longer than " + std::to_string(kLongestName) + " bytes";
     }
-    return std::any_of(name.begin(), name.end(), is_control) ? "holds a control byte" : "";
+    return std::any_of(name.begin(), name.end(), is_control) ? "contains a control byte" : "";
 }
 
 bool LeadsNowhere(const std::string &path) {
@@ -96,13 +96,13 @@ bool LockChanges(Descriptor &lock, const std::string &name, const std::string &c
     report.Raise(Status::kFailed);
     if (attempt == LockAttempt::kBusy) {
         report.TellError(name, "busy", "another change is in progress" + consequence,
-                         "wait for its end, and try again");
+                         "wait until it ends, and try again");
         return false;
     }
-    std::string problem = std::string(kFile) + ": is no file of our own";
+    std::string problem = std::string(kFile) + ": is not a file of this user";
     if (attempt == LockAttempt::kFailed) {
         problem = std::string(failure.path) + ": " +
-                  (failure.error == 0 ? "belongs to somebody else" : ErrorText(failure.error));
+                  (failure.error == 0 ? "belongs to another user" : ErrorText(failure.error));
     }
     report.TellError(name, "failed", "the lock for changes: " + problem + consequence,
                      geteuid() == 0 ? "" : "run it as root");
@@ -130,7 +130,7 @@ bool FindInstalledFile(const std::string &name, int folders, Missing missing, bo
         FileContents contents = ReadRegularFile(path);
         if (!contents.problem.empty() && !contents.absent) {
             report.TellError(path, "unreadable", contents.problem + std::string(kSoUnchanged),
-                             LeadsNowhere(path) ? "remove the link, which leads nowhere" : "");
+                             LeadsNowhere(path) ? "remove the dangling link" : "");
             report.Raise(Status::kFailed);
             return false;
         }
@@ -187,7 +187,7 @@ void WarnOfNewName(const std::string &name, const std::string &fix, Report &repo
          .severity = Severity::kWarning,
          .rule = "file-name",
          .message = visible == name ? "the name of a service file ends in .sc"
-                                    : "the name hides the file from a plain listing",
+                                    : "a file whose name starts with a dot is hidden",
          .fix = fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding)});
 }
 

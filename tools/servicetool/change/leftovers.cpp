@@ -34,7 +34,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kAnotherOne[] = "there is another one of its name now";
+constexpr char kAnotherOne[] = "another file has its name now";
 
 struct Kind {
     std::string_view name;
@@ -43,10 +43,10 @@ struct Kind {
 
 // In the order of LeftoverKind.
 constexpr Kind kKinds[] = {
-    {"private-folder", "private folder of a servicetool"},
+    {"private-folder", "private folder of servicetool"},
     {"updated-file", "copy of the replaced file "},
     {"removed-file", "copy of the removed file "},
-    {"staged-file", "file that was to be installed as "},
+    {"staged-file", "file to be installed as "},
     {"store", "copy of "},
     {"writer-folder", "folder of a writer"},
 };

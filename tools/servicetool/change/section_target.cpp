@@ -23,7 +23,7 @@ namespace tavo::tool {
 namespace {
 
 constexpr char kUnreadSection[] = "the section cannot be read";
-constexpr char kCannotStage[] = "the change cannot be worked out";
+constexpr char kCannotStage[] = "the change cannot be computed";
 
 // The longest port list that the library writes.
 constexpr std::size_t kLongestPortsValue = kPortTextSize - 1;
@@ -36,14 +36,14 @@ std::string NameProblem(const std::string &section) {
         return "is empty";
     }
     if (section == kGlobalSection) {
-        return "is that of a section that is no service";
+        return "is not that of a service";
     }
     if (section.size() >= TAVO_SERVICE_CONF_NAME_SIZE) {
         return "is longer than " + std::to_string(TAVO_SERVICE_CONF_NAME_SIZE - 1) + " bytes";
     }
     return section.find_first_not_of(kNameCharacters) == std::string::npos
                ? ""
-               : R"(holds something else than letters, digits, "-", "." and "_")";
+               : R"(contains characters other than letters, digits, "-", "." and "_")";
 }
 
 void ReadSection(SectionTarget &target) {
@@ -91,7 +91,7 @@ bool TellMissing(const SectionTarget &target, Report &report) {
                      (empty ? "section [" + target.section + "] has no keys"
                             : "has no section [" + target.section + ']') +
                          std::string(kSoUnchanged),
-                     empty          ? "write servicetool set, or take its line out by hand"
+                     empty          ? "write servicetool set, or remove its line by hand"
                      : name.empty() ? ""
                                     : "write " + name);
     report.Raise(Status::kNo);
@@ -132,7 +132,7 @@ std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
     if (failure.error == ENOMEM) {
         throw std::bad_alloc();
     }
-    std::string reason = "a text is too long or holds what a service file cannot";
+    std::string reason = "a text is too long, or contains what a service file cannot";
     if (failure.error != 0) {
         reason = ErrorText(failure.error);
     } else {
@@ -177,10 +177,9 @@ OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &re
     if (ports == nullptr) {
         report.TellUsage(Quoted(text) + " is not a valid port list", "");
     } else if (!TextOfPorts(list)) {
-        report.TellUsage(Quoted(text) + " is longer than the " +
-                             std::to_string(kLongestPortsValue) +
-                             " bytes that a service file has for ports",
-                         "join ports to ranges, or write a service of its own for some of them");
+        report.TellUsage(Quoted(text) + " is longer than " + std::to_string(kLongestPortsValue) +
+                             " bytes, the limit for ports in a service file",
+                         "join ports into ranges, or move some to another service");
         return nullptr;
     }
     return ports;
@@ -198,9 +197,8 @@ TAVO_SERVICE_CONF_PORT *Reversed(TAVO_SERVICE_CONF_PORT *ports) {
 PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports) {
     const std::optional<PortText> text = TextOfPorts(ports);
     if (!text) {
-        throw std::runtime_error("the ports take more than the " +
-                                 std::to_string(kLongestPortsValue) +
-                                 " bytes that a service file has for them");
+        throw std::runtime_error("the ports take more than " + std::to_string(kLongestPortsValue) +
+                                 " bytes, the limit in a service file");
     }
     return *text;
 }

@@ -163,8 +163,8 @@ void CompareWithInstall(const CheckedFile &checked, Report &report) {
                       "", *global, report);
     } else if (VerdictOf(checked) == PortVerdict::kTaken && !stops && !unknown) {
         WarnOfInstall(checked.file.name,
-                      "an install reports no conflict: where dst.ports names no protocol, it asks "
-                      "for no sockets",
+                      "an install reports no conflict: where dst.ports names no protocol, it does "
+                      "not check sockets",
                       "name the protocols, as in 80/tcp,udp", {}, report);
     }
 }
@@ -236,7 +236,7 @@ void CheckFiles(const std::vector<std::string> &paths, const Arguments &argument
 void Check(const Arguments &arguments, Report &report) {
     for (const std::string &name : arguments.Texts("--skip")) {
         if (name.find(' ') != std::string::npos) {
-            report.TellUsage("no name to skip holds a blank, as " + Quoted(name) + " does",
+            report.TellUsage("--skip: name " + Quoted(name) + " contains a blank",
                              "put commas between names");
             return;
         }

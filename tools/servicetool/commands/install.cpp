@@ -110,7 +110,7 @@ bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, Linted
 bool Allows(bool is_new, const InstalledFile &file, const LintedFile &source,
             ChangeReport &change) {
     if (is_new && file.text) {
-        return change.Refuse("installed", "a file of that name is installed already",
+        return change.Refuse("installed", "a file of that name is already installed",
                              "write servicetool update");
     }
     if (!is_new && !file.text) {

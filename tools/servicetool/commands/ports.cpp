@@ -242,7 +242,7 @@ UsageProblem ProblemOf(const Arguments &arguments) {
     for (const char *other : {"--json", "--map"}) {
         if (arguments.Has(other) && IsStandardOutput(svg)) {
             return {"--svg " + Escaped(svg) + " and " + other + " exclude each other",
-                    "name another file for the picture"};
+                    "name another file for the map"};
         }
     }
     return {};

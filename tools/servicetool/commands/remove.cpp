@@ -39,7 +39,7 @@ std::string ServicesText(const std::string &text) {
         names += names.empty() ? "" : section == sections.back() ? " and " : ", ";
         names += '[' + Escaped(section->szName) + ']';
     }
-    return names.empty() ? "remove, without a service that can be read" : "remove with " + names;
+    return names.empty() ? "remove; no service in it can be read" : "remove with " + names;
 }
 
 // Checks that a copy for the plugins can be made in /tmp. Without one the library still removes the
@@ -51,7 +51,7 @@ bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
     } catch (const std::system_error &error) {
         return change.Refuse("failed",
                              "no copy can be made for the plugins: " + std::string(error.what()),
-                             "see that /tmp can be written", Status::kFailed);
+                             "make sure that /tmp is writable", Status::kFailed);
     }
 }
 
@@ -71,7 +71,7 @@ void Complete(const InstalledFile &file, const std::vector<std::string> &copies,
               const Arguments &arguments, Report &report) {
     ChangeReport change(RemovalOf(file, arguments), report);
     const std::string &newest = copies.back();
-    if (!change.Begin("is removed already; notify from the copy " + Escaped(newest))) {
+    if (!change.Begin("is already removed; notify with the copy " + Escaped(newest))) {
         return;
     }
     change.Do([&newest](ChangeOutcome &outcome) {

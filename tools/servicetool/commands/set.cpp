@@ -122,7 +122,7 @@ FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &se
 }
 
 std::string WhatIsDone(const SectionTarget &target) {
-    const char *what = !target.file.text ? "make it, with section ["
+    const char *what = !target.file.text ? "create it with section ["
                        : target.present  ? "change section ["
                                          : "add section [";
     return what + target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);

@@ -64,12 +64,12 @@ void TellTooFew(const Arguments &arguments, std::size_t found, const Candidates 
     const unsigned int count = CountOf(arguments);
     std::string message =
         arguments.Has("--block")
-            ? "no " + std::to_string(count) + " free ports in a row"
+            ? "no " + std::to_string(count) + " consecutive free ports"
             : "only " + Counted(found, "port") + (found == 1 ? " is" : " are") + " free";
     std::string fix;
     if (PortCount(Without({candidates.all}, {candidates.ephemeral})) < count) {
-        message +=
-            ", as the kernel gives " + PortsText(candidates.ephemeral) + " to outgoing connections";
+        message += ", because the kernel uses " + PortsText(candidates.ephemeral) +
+                   " for outgoing connections";
         fix = NearOf(arguments) > kLastPrivilegedPort ? "name a port below 1024 with --near" : "";
     }
     report.TellError("", "not-found", message, fix);

@@ -29,8 +29,8 @@ bool ReadOnePort(const std::string &text, PortQuery &query, Report &report) {
     }
     return (query.items.size() == 1 && query.items[0].first == query.items[0].last) ||
            TellBadQuery(text,
-                        {1, "only one port can be asked for at a time",
-                         "name ports one by one, or put the list to check"},
+                        {1, "only one port can be given at a time",
+                         "name ports one by one, or use servicetool check"},
                         report);
 }
 

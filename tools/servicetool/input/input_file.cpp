@@ -49,7 +49,7 @@ FileContents MissingFile(const std::string &path, int error) {
         const bool absent = IsAbsence(error) && IsAbsence(errno);
         return {{}, ErrorText(error), absent};
     }
-    return Problem(S_ISLNK(link.st_mode) && error == ENOENT ? "is a symbolic link to nothing"
+    return Problem(S_ISLNK(link.st_mode) && error == ENOENT ? "is a dangling symbolic link"
                                                             : ErrorText(error));
 }
 

@@ -183,8 +183,8 @@ void Linter::CheckHeader(const ConfigLine &line, const Section &section) {
     CheckName(line);
     if (line.number != section.line) {
         findings_.Add(Rule("duplicate-section"), line, line.name,
-                      "section [" + Shortened(line.name) + "] starts in line " +
-                          std::to_string(section.line) + " already; both are read as one");
+                      "section [" + Shortened(line.name) + "] already starts in line " +
+                          std::to_string(section.line) + "; both are read as one");
         return;
     }
     CheckNameCase(line);
@@ -199,7 +199,7 @@ void Linter::CheckName(const ConfigLine &line) {
     } else if (bad != std::string_view::npos) {
         findings_.Add(Rule("section-name"), line, name.substr(bad),
                       "section name " + Quoted(name) +
-                          " holds something else than letters, digits, \"-\", \".\" and \"_\"",
+                          " contains characters other than letters, digits, \"-\", \".\" and \"_\"",
                       NameFix(name));
     } else {
         CheckLength(name, "the section's name", TAVO_SERVICE_CONF_NAME_SIZE, line, findings_);
@@ -245,9 +245,9 @@ void Linter::CheckKey(const ConfigLine &line, const Section &section) {
         CheckUnknownKey(line, section.kind);
     } else if (section.counts[*key] != line.number) {
         findings_.Add(Rule("duplicate-key"), line, line.name,
-                      std::string(line.name) + " is given again in line " +
-                          std::to_string(section.counts[*key]) + ", which is the one that counts",
-                      "take one of the two away");
+                      std::string(line.name) + " is repeated in line " +
+                          std::to_string(section.counts[*key]) + ", which takes effect",
+                      "remove one of the two");
     } else {
         const std::size_t errors = result_.errors;
         CheckValue(kKeyRules[*key], line, findings_);
@@ -268,8 +268,8 @@ void Linter::CheckUnknownKey(const ConfigLine &line, SectionKind kind) {
         fix = "write " + std::string(similar);
     }
     findings_.Add(Rule("unknown-key"), line, line.name,
-                  "key " + Quoted(line.name) + " is not known in " +
-                      (global ? "[global]" : "a service's section") + " and not read",
+                  "key " + Quoted(line.name) + " is unknown in " +
+                      (global ? "[global]" : "the section of a service") + " and is not read",
                   std::move(fix));
 }
 
@@ -278,7 +278,7 @@ void Linter::CheckOther(const ConfigLine &line) {
     const std::size_t nul = line.text.find('\0');
     if (nul != std::string_view::npos) {
         findings_.Add(Rule("nul-byte"), line, line.text.substr(nul),
-                      "a line that holds a NUL byte is not read");
+                      "a line that contains a NUL byte is not read");
     } else if (trimmed.front() == '[') {
         findings_.Add(Rule("stray-line"), line, trimmed,
                       "a section header ends with \"]\"; this line does not and is not read");

@@ -38,11 +38,11 @@ void CheckCharacters(const ConfigLine &line, Findings &findings) {
         const std::string_view spot = rest.substr(0, character.size);
         if (!character.valid && !std::exchange(broken_found, true)) {
             findings.Add(Rule("broken-utf-8"), line, spot,
-                         std::string(line.name) + " holds a byte that is no UTF-8");
+                         std::string(line.name) + " contains a byte that is not UTF-8");
         } else if (character.valid && IsControl(character.code) &&
                    !std::exchange(control_found, true)) {
             findings.Add(Rule("control-byte"), line, spot,
-                         std::string(line.name) + " holds a control character");
+                         std::string(line.name) + " contains a control character");
         }
         rest.remove_prefix(character.size);
     }
@@ -86,9 +86,9 @@ void CheckTrailingComment(const ConfigLine &line, Findings &findings) {
 
 void CheckNotEmpty(const ConfigLine &line, Findings &findings) {
     if (TrimBlanks(line.value).empty()) {
-        findings.Add(Rule("empty-text"), line, line.value,
-                     std::string(line.name) +
-                         (line.value.empty() ? " is empty" : " holds nothing but blanks"));
+        findings.Add(
+            Rule("empty-text"), line, line.value,
+            std::string(line.name) + (line.value.empty() ? " is empty" : " contains only blanks"));
     }
 }
 
@@ -169,9 +169,10 @@ void CheckVersion(const ConfigLine &line, Findings &findings) {
     const long number = std::strtol(std::string(value).c_str(), nullptr, 10);
     const auto kept = static_cast<std::int32_t>(number);
     if (!digits || kept != number) {
-        findings.Add(Rule("version-number"), line, value,
-                     Quoted(value) + " is no version number and is read as " + std::to_string(kept),
-                     kept > 0 ? "write " + std::to_string(kept) : "write 1");
+        findings.Add(
+            Rule("version-number"), line, value,
+            Quoted(value) + " is not a version number and is read as " + std::to_string(kept),
+            kept > 0 ? "write " + std::to_string(kept) : "write 1");
     }
 }
 

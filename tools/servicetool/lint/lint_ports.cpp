@@ -52,7 +52,7 @@ void PortList::Check() {
     const std::string_view ports = TrimBlanks(line_.value.substr(0, slash));
     if (ports.empty()) {
         Add(Rule("empty-port-item"), ports, "the port list is empty",
-            "name a port, as in 80/tcp, or take the key away");
+            "name a port, as in 80/tcp, or remove the key");
     } else {
         ForEachPiece(ports, [this](std::string_view item) { CheckItem(item); });
     }
@@ -64,8 +64,7 @@ void PortList::Check() {
 void PortList::CheckItem(std::string_view item) {
     const std::size_t colon = item.find(':');
     if (item.empty()) {
-        Add(Rule("empty-port-item"), item, "a port is missing beside a comma",
-            "take the comma away");
+        Add(Rule("empty-port-item"), item, "a port is missing next to a comma", "remove the comma");
     } else if (colon == std::string_view::npos) {
         CheckSinglePort(item);
     } else {
@@ -83,7 +82,7 @@ void PortList::CheckSinglePort(std::string_view port) {
     }
     if (named_.FirstIn({number, number})) {
         Add(Rule("duplicate-port"), port, "port " + std::to_string(number) + " is named twice",
-            "take it away");
+            "remove it");
     }
     named_.Add({number, number});
 }
@@ -134,8 +133,8 @@ void PortList::CheckProtocols(std::string_view protocols) {
         std::string copy(word);
         if (copy.empty() || TLIBServiceConfProtocolParse(copy.data()) < 0) {
             Add(Rule("protocol-word"), word,
-                word.empty() ? "a protocol is missing beside a comma"
-                             : Quoted(word) + " is no protocol",
+                word.empty() ? "a protocol is missing next to a comma"
+                             : Quoted(word) + " is not a protocol",
                 "write tcp, udp or tcp,udp");
         }
     });
@@ -214,9 +213,9 @@ void DeclaredPorts::Add(std::string_view service, const ConfigLine &line, Findin
                 const Declaration &other = declarations_[protocols_[row].firsts[*port]];
                 findings.Add(Rule("duplicate-port"), line, item.text,
                              std::string(gProtoTypeMapping[row].szName) + " port " +
-                                 std::to_string(*port) + " is declared by service [" +
+                                 std::to_string(*port) + " is already declared by service [" +
                                  Shortened(other.service) + "] in line " +
-                                 std::to_string(other.line) + " already");
+                                 std::to_string(other.line));
                 break;
             }
         }

@@ -54,7 +54,7 @@ std::string Before(const SourceLine &source) {
            Escaped(std::string_view(source.text).substr(0, source.spot));
 }
 
-std::string Behind(const SourceLine &source) {
+std::string After(const SourceLine &source) {
     return Escaped(std::string_view(source.text).substr(source.spot)) +
            std::string(source.cut_after ? kCut : "");
 }
@@ -67,10 +67,10 @@ SourceLine Narrowed(const SourceLine &source, std::size_t columns) {
     std::size_t begin = 0;
     std::size_t end = text.size();
     std::size_t before = DisplayWidth(Before(source));
-    std::size_t behind = DisplayWidth(Behind(source));
+    std::size_t after = DisplayWidth(After(source));
     // A caret after the end of the line also needs a column.
-    while (before + std::max<std::size_t>(behind, 1) > columns) {
-        if (before > behind && begin < source.spot) {
+    while (before + std::max<std::size_t>(after, 1) > columns) {
+        if (before > after && begin < source.spot) {
             const std::size_t next =
                 std::min(begin + FirstCharacter(text.substr(begin)).size, source.spot);
             before -= DisplayWidth(Escaped(text.substr(begin, next - begin)));
@@ -78,8 +78,8 @@ SourceLine Narrowed(const SourceLine &source, std::size_t columns) {
             begin = next;
         } else if (end > source.spot) {
             const std::size_t next = std::max(CharacterStart(text, end - 1), source.spot);
-            behind -= DisplayWidth(Escaped(text.substr(next, end - next)));
-            behind += std::exchange(kept.cut_after, true) ? 0 : kCut.size();
+            after -= DisplayWidth(Escaped(text.substr(next, end - next)));
+            after += std::exchange(kept.cut_after, true) ? 0 : kCut.size();
             end = next;
         } else {
             break;
@@ -94,7 +94,7 @@ std::string SourceText(const SourceLine &whole, bool colour, std::size_t columns
     const std::size_t room = std::max(columns, kLeastColumns) - kIndent.size();
     const SourceLine source = Narrowed(whole, room);
     const std::string before = Before(source);
-    return std::string(kIndent) + before + Behind(source) + '\n' + std::string(kIndent) +
+    return std::string(kIndent) + before + After(source) + '\n' + std::string(kIndent) +
            std::string(DisplayWidth(before), ' ') + Coloured("^", kBoldGreen, colour) + '\n';
 }
 

@@ -83,7 +83,7 @@ std::string PutFile(const std::string &path, const struct stat *old, std::string
         return ErrorText(errno);
     }
     if (old != nullptr && fchown(file, old->st_uid, old->st_gid) != 0) {
-        return "its owner cannot be kept: " + ErrorText(errno);
+        return "its owner cannot be preserved: " + ErrorText(errno);
     }
     const mode_t mode = old != nullptr ? old->st_mode & kPermissions : NewMode();
     return fchmod(file, mode) == 0 && staged.Publish() ? "" : ErrorText(errno);
@@ -121,7 +121,7 @@ std::string WriteWholeFile(const std::string &path, std::string_view text) {
     } else if (errno != ENOENT) {
         reason = ErrorText(errno);
     } else {
-        reason = IsLink(path) ? "symbolic link to nothing" : PutFile(path, nullptr, text);
+        reason = IsLink(path) ? "dangling symbolic link" : PutFile(path, nullptr, text);
     }
     return reason.empty() ? "" : consequence + reason;
 }

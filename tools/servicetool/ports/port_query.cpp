@@ -48,16 +48,16 @@ std::vector<std::uint32_t> Nearest(const PortRanges &set, std::size_t count, std
 // A suggested correction for an invalid item of a port list; empty if there is none.
 std::string PortFix(std::string_view item) {
     const std::size_t dash = item.find_first_of("-.");
-    const std::size_t behind = item.find_last_of("-.");
+    const std::size_t last_dash = item.find_last_of("-.");
     if (dash != std::string_view::npos) {
         const std::string_view start = TrimBlanks(item.substr(0, dash));
-        const std::string_view end = TrimBlanks(item.substr(behind + 1));
+        const std::string_view end = TrimBlanks(item.substr(last_dash + 1));
         if (IsNumber(start) && IsNumber(end) && item.size() < 20) {
             return "write " + std::string(start) + ':' + std::string(end);
         }
     }
     if (item.find_first_not_of("0123456789:; \t") == std::string_view::npos) {
-        return "put commas between ports, and no blanks into a range";
+        return "separate ports by commas, and put no blanks into a range";
     }
     return {};
 }
@@ -109,7 +109,7 @@ bool QueryReader::ReadQuery(PortQuery &query) {
 
 bool QueryReader::ReadItem(std::string_view item, PortRange &range) {
     if (item.empty()) {
-        return Fail({item, "a port is missing beside a comma", "take the comma away"});
+        return Fail({item, "a port is missing next to a comma", "remove the comma"});
     }
     const std::size_t colon = item.find(':');
     if (colon == std::string_view::npos) {
@@ -155,7 +155,7 @@ bool QueryReader::ReadProtocolWord(std::string_view word, std::uint32_t &protoco
     const bool whole = copy.find('\0') == std::string::npos;
     const int flags = TLIBServiceConfProtocolParse(copy.data());
     if (flags < 0 || !whole) {
-        return Fail({word, Quoted(word) + " is no protocol", kNameProtocols});
+        return Fail({word, Quoted(word) + " is not a protocol", kNameProtocols});
     }
     protocols |= static_cast<std::uint32_t>(flags);
     return true;
@@ -253,7 +253,7 @@ std::string ReadEphemeralPorts(const std::string &path, PortRange &range) {
     std::istringstream text(contents.text);
     PortRange read{};
     if (!(text >> read.first >> read.last) || read.first > read.last || read.last > kHighestPort) {
-        return "holds no range of ports";
+        return "does not contain a range of ports";
     }
     range = read;
     return {};
@@ -301,7 +301,7 @@ PieceProblem WhyNoNumber(std::string_view number, std::string_view item) {
     if (colon != std::string_view::npos) {
         return {number.substr(colon), "a range has one colon only: START:END"};
     }
-    return {number, Quoted(number) + " is no port number", PortFix(item)};
+    return {number, Quoted(number) + " is not a port number", PortFix(item)};
 }
 
 // ---- Questions ----

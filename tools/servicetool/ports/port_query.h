@@ -103,7 +103,7 @@ struct PieceProblem {
     std::string fix = {};
 };
 
-// Why `number`, alone or on one side of the range `item`, is no decimal number.
+// Why `number`, alone or on one side of the range `item`, is not a decimal number.
 PieceProblem WhyNoNumber(std::string_view number, std::string_view item);
 
 // ---- Questions ----

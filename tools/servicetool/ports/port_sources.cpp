@@ -263,7 +263,7 @@ void PortSources::Tell(const SourceFailure &failure) {
 }
 
 void PortSources::TellOnce(Diagnostic diagnostic) {
-    if (told_.insert(DiagnosticText(diagnostic, false, 0)).second) {
+    if (reported_.insert(DiagnosticText(diagnostic, false, 0)).second) {
         report_.Tell(std::move(diagnostic));
     }
 }

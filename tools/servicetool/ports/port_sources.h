@@ -137,7 +137,7 @@ class PortSources {
 
     int sources_;
     Report &report_;
-    std::set<std::string> told_;
+    std::set<std::string> reported_;
 };
 
 // One line per taken port or range and source, without duplicate lines.

@@ -76,7 +76,7 @@ Diagnostic WhyRuleIsBad(const SourceFailure &failure) {
     Diagnostic why = Error(failure.declarer.file, "bad-rule",
                            "rule [" + Shortened(section) + "] is not read: " +
                                (lacks_key ? "it lacks " + Quoted(failure.key)
-                                          : Quoted(failure.text) + " names no ports"),
+                                          : Quoted(failure.text) + " is not a list of ports"),
                            lacks_key ? "add the key, or remove the rule"
                                      : "write PORT or START-END, with commas between");
     const FileContents contents = ReadRegularFile(why.file);
@@ -144,7 +144,7 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
         return AtSpot(
             kSettingsFile, *line, line->value,
             Error("", "bad-setting",
-                  Quoted(line->value) + " is no port number for " + std::string(line->name),
+                  Quoted(line->value) + " is not a port number for " + std::string(line->name),
                   "name a port from 1 to 65535, or remove the key"));
     }
     return Error(
@@ -156,7 +156,7 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
 
 Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
     if (failure.kind == SourceFailure::Kind::kPortZero) {
-        return Error("", "port-zero", "sockets cannot be asked for port 0",
+        return Error("", "port-zero", "sockets cannot be checked for port 0",
                      "name ports from 1 to 65535");
     }
     return Error("", "failed",
@@ -179,7 +179,8 @@ Diagnostic WhyLeftOut(const std::string &service, unsigned int code) {
             }
         }
         if (code == 0) {
-            return Error(settings->file, "bad-service", what + settings->keys + " names no port");
+            return Error(settings->file, "bad-service",
+                         what + settings->keys + " does not name a port");
         }
     }
     const std::string reason = SystemReason(code);
@@ -232,8 +233,8 @@ bool FindIgnoredLines(int source, Diagnostic &finding) {
     }
     finding = AtSpot(file, first, first.text,
                      Error("", "stray-line",
-                           (count == 1 ? "the line is not read: it is no"
-                                       : Counted(count, "line") + " are not read: they are no") +
+                           (count == 1 ? "the line is not read: it is not a"
+                                       : Counted(count, "line") + " are not read: none is a") +
                                std::string(rules ? " comment, section or key of a section"
                                                  : " comment, section or key")));
     finding.severity = Severity::kWarning;
