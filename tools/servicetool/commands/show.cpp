@@ -79,7 +79,9 @@ void ShowFile(const std::string &path, Report &report) {
     AddFile(record, fields);
     for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(conf->pSections)) {
         AddService(*service, fields);
-        report.AddResult(ServiceJson(record, *service));
+        if (report.PrintsJson()) {
+            report.AddResult(ServiceJson(record, *service));
+        }
     }
     report.Print(FieldsText(fields));
 }
@@ -94,7 +96,9 @@ void ShowServices(const ServiceFileRecord &file, const std::string &name, Fields
             }
             AddFile(file, fields);
             AddService(*service, fields);
-            report.AddResult(ServiceJson(file, *service));
+            if (report.PrintsJson()) {
+                report.AddResult(ServiceJson(file, *service));
+            }
         }
     }
 }
