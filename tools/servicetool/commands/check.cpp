@@ -33,13 +33,14 @@ int SourcesOf(const Arguments &arguments, int all) {
 
 // Parses all queries before any source is read.
 bool ReadRequests(const Arguments &arguments, std::vector<PortRequest> &requests, Report &report) {
+    const SkippedNames skipped = arguments.Texts("--skip");
     for (const std::string &text : arguments.Operands()) {
         PortQuery query;
         QueryProblem problem;
         if (!ReadPortQuery(text, query, problem)) {
             return TellBadQuery(text, problem, report);
         }
-        requests.push_back({std::move(query), arguments.Texts("--skip")});
+        requests.push_back({std::move(query), skipped});
     }
     return true;
 }
