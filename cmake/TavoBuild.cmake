@@ -112,9 +112,18 @@ endfunction()
 # tavo_add_test(NAME [APPLIANCE] SOURCES ... [LIBRARIES ...])
 #
 # A GoogleTest program. With APPLIANCE, each test runs in its own private appliance.
+#
+# The test files of a program, NAME_test.cpp, are compiled together, eight at a time: they use the
+# same matchers, and compiling these once halves the time. So the test files of a program must not
+# define the same name twice. CMAKE_UNITY_BUILD=OFF compiles each file on its own.
 function(tavo_add_test NAME)
   cmake_parse_arguments(PARSE_ARGV 1 ARG "APPLIANCE" "" "SOURCES;LIBRARIES")
   add_executable(${NAME} ${ARG_SOURCES})
+  if(NOT DEFINED CMAKE_UNITY_BUILD)
+    set_target_properties(${NAME} PROPERTIES UNITY_BUILD ON)
+    list(FILTER ARG_SOURCES EXCLUDE REGEX "_test\\.cpp$")
+    set_source_files_properties(${ARG_SOURCES} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  endif()
   target_link_libraries(${NAME} PRIVATE ${ARG_LIBRARIES} tavo_test_support GTest::gmock
                                         GTest::gtest_main)
   tavo_test_options(${NAME})

@@ -17,6 +17,7 @@ using Lines = std::vector<std::string>;
 using Result = TAVO_CONF_PORT_CONFLICT_RESULT;
 
 constexpr char kCheckFailed[] = "Failed to TAVOConfPortConflictCheck";
+constexpr char kNoRecord[] = "Failed to alloc pResult, Out of memory.[0x0200]";
 constexpr char kFetchFailed[] = "Failed to ServiceConfListFetch";
 constexpr char kNoPorts[] = "pPortList is undefined";
 

@@ -69,7 +69,7 @@ TEST_F(PidList, LacksWhatMemoryDoesNotHold) {
     const auto messages =
         WithoutMemory([] { return FetchPidList(); },
                       [&](TLIBCSzList *pPids) {
-                          const std::vector<std::string> pids = Strings(Own(pPids).get());
+                          const std::vector<std::string> pids = Texts(Own(pPids).get());
                           EXPECT_THAT(pids, IsSubsetOf(all));
                           others_stay = others_stay || pids == std::vector<std::string>{"10", "9"};
                           return pids == all;
@@ -362,7 +362,7 @@ class PidsOfInode : public InodeTable {
     std::vector<std::string> Get(uint64_t inode) {
         const OwnedStrings pids = Own(InodeToPidsGet(table_.get(), inode));
         EXPECT_NE(pids, nullptr);
-        return Strings(pids.get());
+        return Texts(pids.get());
     }
 };
 
@@ -372,7 +372,7 @@ TEST_F(PidsOfInode, AreThoseOfTheTableInItsOrder) {
     EXPECT_THAT(Get(8123), ElementsAre("812", "77", "77"));
     EXPECT_THAT(Get(UINT64_MAX), ElementsAre("1"));
     EXPECT_THAT(Get(0), IsEmpty());
-    EXPECT_THAT(Strings(Own(InodeToPidsGet(nullptr, 8123)).get()), IsEmpty());
+    EXPECT_THAT(Texts(Own(InodeToPidsGet(nullptr, 8123)).get()), IsEmpty());
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
@@ -391,7 +391,7 @@ TEST_F(PidsOfInode, AreNullWhenMemoryRunsOut) {
         WithoutMemory([&] { return InodeToPidsGet(table_.get(), 8123); },
                       [](TLIBCSzList *pPids) {
                           const bool got = pPids != nullptr;
-                          EXPECT_THAT(Strings(Own(pPids).get()), SizeIs(got ? 2 : 0));
+                          EXPECT_THAT(Texts(Own(pPids).get()), SizeIs(got ? 2 : 0));
                           return got;
                       });
     EXPECT_THAT(messages, Contains("Failed to alloc pPidList, Out of memory.[0x0200]"));

@@ -16,8 +16,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-constexpr char kNoRecord[] = "Failed to alloc pResult, Out of memory.[0x0200]";
-
 class ConfCheck : public ConfCheckTest {
   protected:
     // Returns the records that a check appends to a list that contains one.

@@ -16,7 +16,6 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 constexpr char kNoList[] = "Failed to alloc pResultList, Out of memory.[0x0200]";
-constexpr char kNoRecord[] = "Failed to alloc pResult, Out of memory.[0x0200]";
 constexpr char kNoCopy[] = "Failed to allocate PTAVO_CONF_PORT_CONFLICT_RESULT";
 
 class DeclaredPorts : public DeclaredPortsTest {

@@ -222,7 +222,7 @@ class RuntimeResultList : public RuntimeTest {
                                        const std::vector<std::string> &known = {}) {
         const OwnedStrings ports = Ports(known);
         EXPECT_EQ(TAVORuntimeListConflictPorts(list_.get(), protocol, ports.get()), 0);
-        return Strings(ports.get());
+        return Texts(ports.get());
     }
 
     Elements list_{TAVORuntimePortConflictResultListAlloc()};

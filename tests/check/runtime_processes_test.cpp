@@ -389,7 +389,7 @@ TEST_F(LiveProcesses, AreNotLookedAtWithoutAFreeDescriptor) {
     setrlimit(RLIMIT_NOFILE, &limit);
     EXPECT_EQ(table, nullptr);
     ASSERT_NE(pids, nullptr);
-    EXPECT_THAT(Strings(pids.get()), IsEmpty());
+    EXPECT_THAT(Texts(pids.get()), IsEmpty());
     EXPECT_EQ(held, nullptr);
     EXPECT_EQ(TLIBCErrGet(), 0x900u);
     EXPECT_THAT(Messages(),

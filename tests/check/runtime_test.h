@@ -166,7 +166,7 @@ inline OwnedStrings Ports(const std::vector<std::string> &ports) {
     return Own(pList);
 }
 
-inline std::vector<std::string> Strings(const TLIBCSzList *pList) {
+inline std::vector<std::string> Texts(const TLIBCSzList *pList) {
     std::vector<std::string> strings;
     for (int i = 0; i < TLIBCSzListCount(pList); ++i) {
         strings.emplace_back(TLIBCSzListGet(pList, i));
@@ -243,7 +243,7 @@ class RuntimeTest : public LibraryTest {
 // Runs with a staged /proc.
 class StagedTest : public RuntimeTest {
   protected:
-    static std::vector<std::string> Pids() { return Strings(Own(FetchPidList()).get()); }
+    static std::vector<std::string> Pids() { return Texts(Own(FetchPidList()).get()); }
     static std::vector<std::string> Table() { return Entries(Own(InodeToPidsTableFetch()).get()); }
     static std::vector<std::string> Held() {
         return Results(Elements(RuntimeServiceListFetch()).get());

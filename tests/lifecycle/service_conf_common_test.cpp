@@ -12,8 +12,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Param = TAVO_SERVICE_CONF_SET_PARAM;
-
 // ---- Removing ----
 
 class PathRemoval : public ServiceFilesTest {
@@ -286,8 +284,8 @@ class SideCopies : public ServiceFilesTest {
         WriteFile(kForwardingRules, "rules");
     }
 
-    static Param ParamOf(uint32_t flags, uint32_t location) {
-        Param param = {};
+    static SetParam ParamOf(uint32_t flags, uint32_t location) {
+        SetParam param = {};
         param.nCheckFlags = flags;
         param.nLocation = location;
         return param;
@@ -317,14 +315,14 @@ class SideCopies : public ServiceFilesTest {
                                                kForwardingRules};
 };
 
-using OneOf = int (*)(const Param *);
+using OneOf = int (*)(const SetParam *);
 constexpr OneOf kAll[] = {TLIBServiceConfBackup, TLIBServiceConfRestore,
                           TLIBServiceBackupConfDelete};
 
 TEST_F(SideCopies, NeedAStoreAndADirectoryForServiceFiles) {
     const Lines before = AllStores();
     const Programs programs;
-    const auto refuses = [&](OneOf function, const Param *param) {
+    const auto refuses = [&](OneOf function, const SetParam *param) {
         StartAnew();
         EXPECT_EQ(function(param), -1);
         EXPECT_EQ(ErrorState(), "0xD00 service_conf_common.cpp");
@@ -333,11 +331,11 @@ TEST_F(SideCopies, NeedAStoreAndADirectoryForServiceFiles) {
     for (const OneOf function : kAll) {
         refuses(function, nullptr);
         for (const uint32_t flags : {0U, 16U, 0xFFFFFFF0U}) {
-            const Param param = ParamOf(flags, 1);
+            const SetParam param = ParamOf(flags, 1);
             refuses(function, &param);
         }
         for (const uint32_t location : {0U, 4U, 8U}) {
-            const Param param = ParamOf(7, location);
+            const SetParam param = ParamOf(7, location);
             refuses(function, &param);
         }
     }
@@ -366,7 +364,7 @@ TEST_F(SideCopies, AreOfTheStoresThatTheFlagsChoose) {
     };
     const Lines before = AllStores();
     for (const auto &[flags, location, stores] : cases) {
-        const Param param = ParamOf(flags, location);
+        const SetParam param = ParamOf(flags, location);
         Lines copies;
         for (const std::string &store : stores) {
             copies.push_back("/bin/cp -rf " + store + " " + SideCopyOf(store));
@@ -388,7 +386,7 @@ TEST_F(SideCopies, BringStoresBackByteForByte) {
     std::filesystem::permissions("/usr/tavo/etc/services.d/sub", std::filesystem::perms{0750});
     const Lines before = AllStores();
     for (const uint32_t location : {1U, 2U}) {
-        const Param param = ParamOf(7, location);
+        const SetParam param = ParamOf(7, location);
         const char *other = location == 1 ? kPackageServices : kSystemServices;
         const Lines before_other = Tree(other);
         EXPECT_EQ(TLIBServiceConfBackup(&param), 0);
@@ -408,7 +406,7 @@ TEST_F(SideCopies, BringStoresBackByteForByte) {
 }
 
 TEST_F(SideCopies, AreMovedBackInTheOrderOfTheStores) {
-    const Param param = ParamOf(7, 2);
+    const SetParam param = ParamOf(7, 2);
     ASSERT_EQ(TLIBServiceConfBackup(&param), 0);
     const Programs programs;
     EXPECT_EQ(TLIBServiceConfRestore(&param), 0);
@@ -424,22 +422,22 @@ TEST_F(SideCopies, AreMovedBackInTheOrderOfTheStores) {
 }
 
 TEST_F(SideCopies, OfTheOtherStoresAreLeftAlone) {
-    const Param all = ParamOf(7, 2);
+    const SetParam all = ParamOf(7, 2);
     ASSERT_EQ(TLIBServiceConfBackup(&all), 0);
-    const Param one = ParamOf(2, 0);
+    const SetParam one = ParamOf(2, 0);
     EXPECT_EQ(TLIBServiceConfRestore(&one), 0);
     EXPECT_THAT(Copied(), ElementsAre(kPackageServices, kFirewallRules));
-    const Param other = ParamOf(4, 2);
+    const SetParam other = ParamOf(4, 2);
     EXPECT_EQ(TLIBServiceBackupConfDelete(&other), 0);
     EXPECT_THAT(Copied(), ElementsAre(kFirewallRules));
-    const Param last = ParamOf(1, 0);
+    const SetParam last = ParamOf(1, 0);
     EXPECT_EQ(TLIBServiceBackupConfDelete(&last), 0) << "which unlocks the store";
 }
 
 TEST_F(SideCopies, OfAStoreThatIsMissingAreNotMade) {
     std::filesystem::remove_all(kFirewallRules);
     std::filesystem::remove(kForwardingRules);
-    const Param param = ParamOf(7, 1);
+    const SetParam param = ParamOf(7, 1);
     EXPECT_EQ(TLIBServiceConfBackup(&param), 0);
     EXPECT_THAT(Copied(), ElementsAre(kSystemServices));
     EXPECT_EQ(TLIBServiceConfRestore(&param), 0);
@@ -455,7 +453,7 @@ TEST_F(SideCopies, ThatAnotherProcessLeftAreNeverRestored) {
     std::filesystem::remove_all(kFirewallRules);
     std::filesystem::remove(kForwardingRules);
     const Lines before = Tree(kPackageServices);
-    const Param param = ParamOf(7, 2);
+    const SetParam param = ParamOf(7, 2);
     EXPECT_EQ(TLIBServiceConfBackup(&param), 0);
     EXPECT_THAT(Copied(), ElementsAre(kSystemServices, kPackageServices));
     EXPECT_EQ(TLIBServiceConfRestore(&param), 0);
@@ -468,7 +466,7 @@ TEST_F(SideCopies, ThatAnotherProcessLeftAreNeverRestored) {
 TEST_F(SideCopies, AllGoWhenOneCannotBeMade) {
     const Lines before = AllStores();
     for (const uint32_t location : {1U, 2U}) {
-        const Param param = ParamOf(7, location);
+        const SetParam param = ParamOf(7, location);
         for (int nth = 1; nth <= 3; ++nth) {
             StartAnew();
             int calls = 0;
@@ -492,7 +490,7 @@ TEST_F(SideCopies, AllGoWhenOneCannotBeMade) {
 }
 
 TEST_F(SideCopies, ThatDidNotBecomeWholeAreNeverRestored) {
-    const Param param = ParamOf(4, 2);
+    const SetParam param = ParamOf(4, 2);
     Programs programs;
     int copies = 0;
     programs.Before("/bin/cp", [&] {
@@ -513,7 +511,7 @@ TEST_F(SideCopies, ThatDidNotBecomeWholeAreNeverRestored) {
 TEST_F(SideCopies, CannotBeMadeOfWhatIsNeitherFolderNorFile) {
     std::filesystem::remove(kForwardingRules);
     ASSERT_EQ(mkfifo(kForwardingRules, 0600), 0);
-    const Param param = ParamOf(3, 0);
+    const SetParam param = ParamOf(3, 0);
     EXPECT_EQ(TLIBServiceConfBackup(&param), -1);
     EXPECT_EQ(ErrorState(), "0xD00 service_conf_common.cpp");
     EXPECT_THAT(Messages(),
@@ -523,7 +521,7 @@ TEST_F(SideCopies, CannotBeMadeOfWhatIsNeitherFolderNorFile) {
 }
 
 TEST_F(SideCopies, ThatFollowAreNotRestoredAfterAFailure) {
-    const Param param = ParamOf(7, 2);
+    const SetParam param = ParamOf(7, 2);
     ASSERT_EQ(TLIBServiceConfBackup(&param), 0);
     ChangeStores();
     Programs programs;
@@ -545,7 +543,7 @@ TEST_F(SideCopies, ThatFollowAreNotRestoredAfterAFailure) {
 TEST_F(SideCopies, AreNotRestoredToAStoreThatIsMounted) {
     const Mounted store(kPackageServices);
     MakeFolder(kPackageServices);
-    const Param param = ParamOf(4, 2);
+    const SetParam param = ParamOf(4, 2);
     ASSERT_EQ(TLIBServiceConfBackup(&param), 0);
     ChangeStores();
     const Lines before = AllStores();
@@ -563,7 +561,7 @@ TEST_F(SideCopies, AreNotRestoredToAStoreThatIsMounted) {
 TEST_F(SideCopies, AreNotOfTheForwardingRulesWhereTheirPlaceIsUnknown) {
     const Failing place("TAVOPFRuleConfPathGet");
     const Lines before = AllStores();
-    const Param param = ParamOf(3, 0);
+    const SetParam param = ParamOf(3, 0);
     EXPECT_EQ(TLIBServiceConfBackup(&param), 0);
     EXPECT_THAT(Copied(), ElementsAre(kFirewallRules));
     ChangeStores();
@@ -580,7 +578,7 @@ TEST_F(SideCopies, OfAStoreThatIsALinkAreOfWhatItLeadsTo) {
     MakeFolder("/packages/rules");
     std::filesystem::create_directory_symlink("/packages/rules", kFirewallRules);
     const Lines before = Tree("/packages");
-    const Param param = ParamOf(1, 0);
+    const SetParam param = ParamOf(1, 0);
     EXPECT_EQ(TLIBServiceConfBackup(&param), 0);
     EXPECT_FALSE(std::filesystem::is_symlink(SideCopyOf(kFirewallRules)));
     ChangeStores();
@@ -594,7 +592,7 @@ TEST_F(SideCopies, OfAStoreThatIsALinkAreOfWhatItLeadsTo) {
 
 TEST_F(SideCopies, AreDeletedAsFarAsPossible) {
     for (const uint32_t location : {1U, 2U}) {
-        const Param param = ParamOf(7, location);
+        const SetParam param = ParamOf(7, location);
         ASSERT_EQ(TLIBServiceConfBackup(&param), 0);
         const Lines copied = Copied();
         for (std::size_t nth = 1; nth <= 3; ++nth) {
@@ -615,7 +613,7 @@ TEST_F(SideCopies, AreDeletedAsFarAsPossible) {
 }
 
 TEST_F(SideCopies, AreWholeOrGoneWhenMemoryRunsOut) {
-    const Param param = ParamOf(7, 2);
+    const SetParam param = ParamOf(7, 2);
     const Lines before = AllStores();
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         const int result = fail.During([&] { return TLIBServiceConfBackup(&param); });
@@ -627,7 +625,7 @@ TEST_F(SideCopies, AreWholeOrGoneWhenMemoryRunsOut) {
 }
 
 TEST_F(SideCopies, StayWhenMemoryRunsOutBeforeTheyAreRestored) {
-    const Param param = ParamOf(7, 2);
+    const SetParam param = ParamOf(7, 2);
     const Lines before = AllStores();
     ForEachFailingAllocation([&](FailingAllocation &fail) {
         ASSERT_EQ(TLIBServiceConfBackup(&param), 0);

@@ -14,8 +14,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-using Param = TAVO_SERVICE_CONF_SET_PARAM;
-
 constexpr char kContent[] =
     "< $'PORT_CONFIG_CONTENT=[game]\\ntitle=Game\\ndesc=Games\\n"
     "dst.ports=7001/tcp\\n'";
@@ -32,10 +30,10 @@ class ServiceConfRemove : public ServiceFilesTest {
   protected:
     ServiceConfRemove() { WriteFile(kGameFile, kGame); }
 
-    static int Remove(const Param &param) { return TAVOServiceConfRemove(&param); }
+    static int Remove(const SetParam &param) { return TAVOServiceConfRemove(&param); }
 
     // Expects that a removal fails without a log line and before any change.
-    void ExpectRefused(const Param &param) {
+    void ExpectRefused(const SetParam &param) {
         StartAnew();
         const Programs programs;
         EXPECT_EQ(Remove(param), -1);
@@ -45,7 +43,7 @@ class ServiceConfRemove : public ServiceFilesTest {
         EXPECT_EQ(ReadFile(kGameFile), kGame);
     }
 
-    void ExpectAccepted(const Param &param) {
+    void ExpectAccepted(const SetParam &param) {
         WriteFile(kGameFile, kGame);
         StartAnew();
         EXPECT_EQ(Remove(param), 0);
@@ -128,7 +126,7 @@ TEST_F(ServiceConfRemove, ReportsOfTheCopyAndWhoIsToActByTheFlags) {
 
 TEST_F(ServiceConfRemove, OfTheSystemsFilesToo) {
     WriteFile("/usr/tavo/etc/services.d/game.sc", kGame);
-    Param param = RemovalParam(7);
+    SetParam param = RemovalParam(7);
     param.nLocation = 1;
     EXPECT_EQ(Remove(param), 0);
     EXPECT_THAT(Entries(kSystemServices), IsEmpty());
@@ -139,19 +137,19 @@ TEST_F(ServiceConfRemove, RefusesARecordThatIsNotForARemoval) {
     EXPECT_EQ(TAVOServiceConfRemove(nullptr), -1);
     EXPECT_EQ(ErrorState(), "0xD00 service_conf_remove.cpp");
     for (const uint32_t mode : {0U, 3U, ~0U}) {
-        Param param = RemovalParam(7);
+        SetParam param = RemovalParam(7);
         param.nRestartMode = mode;
         param.nRestartFlags = 1;
         ExpectRefused(param);
     }
     for (const uint32_t flags : {0U, 16U, 32U, 0xFFFFFFF0U}) {
-        Param param = RemovalParam(7);
+        SetParam param = RemovalParam(7);
         param.nRestartMode = TAVO_RESTART_MODE_RESTART;
         param.nRestartFlags = flags;
         ExpectRefused(param);
     }
     for (const uint32_t mode : {0U, 1U, 2U, 4U, 7U}) {
-        Param param = RemovalParam(7);
+        SetParam param = RemovalParam(7);
         param.nWriteMode = mode;
         ExpectRefused(param);
     }
@@ -159,12 +157,12 @@ TEST_F(ServiceConfRemove, RefusesARecordThatIsNotForARemoval) {
         ExpectRefused(RemovalParam(flags));
     }
     for (const uint32_t location : {0U, 3U, 4U, 7U}) {
-        Param param = RemovalParam(7);
+        SetParam param = RemovalParam(7);
         param.nLocation = location;
         ExpectRefused(param);
     }
     for (const char *name : {"", "..", "../services.d/game.sc", "x/../game.sc"}) {
-        Param param = RemovalParam(7);
+        SetParam param = RemovalParam(7);
         Fill(param.szFileName, name);
         ExpectRefused(param);
     }
@@ -173,12 +171,12 @@ TEST_F(ServiceConfRemove, RefusesARecordThatIsNotForARemoval) {
 
 TEST_F(ServiceConfRemove, AcceptsWhateverElseARecordHolds) {
     for (const uint32_t flags : {1U, 2U, 4U, 8U, 17U, 0xFFU}) {
-        Param param = RemovalParam(7);
+        SetParam param = RemovalParam(7);
         param.nRestartMode = TAVO_RESTART_MODE_RESTART;
         param.nRestartFlags = flags;
         ExpectAccepted(param);
     }
-    Param param = RemovalParam(7);
+    SetParam param = RemovalParam(7);
     param.nRestartFlags = 0;
     param.nLocation = 6;
     Fill(param.szSectionName, "");
@@ -188,7 +186,7 @@ TEST_F(ServiceConfRemove, AcceptsWhateverElseARecordHolds) {
 }
 
 TEST_F(ServiceConfRemove, TakesANameThatFillsItsField) {
-    Param param = RemovalParam(5);
+    SetParam param = RemovalParam(5);
     Fill(param.szFileName, std::string(sizeof(param.szFileName) - 7, '/') + "game.sc");
     EXPECT_EQ(Remove(param), 0);
     EXPECT_FALSE(std::filesystem::exists(kGameFile));
@@ -348,7 +346,7 @@ TEST_F(ServiceConfRemove, ByItsNameCutsItTo255Bytes) {
 }
 
 TEST_F(ServiceConfRemove, ReportsOrFailsWhenMemoryRunsOut) {
-    const Param param = RemovalParam(7);
+    const SetParam param = RemovalParam(7);
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         WriteFile(kGameFile, kGame);
         const int result = fail.During([&] { return TAVOServiceConfRemove(&param); });

@@ -12,8 +12,6 @@ using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Param = TAVO_SERVICE_CONF_SET_PARAM;
-
 constexpr char kOther[] = "# the other one\n[other]\ndst.ports = 7003\n";
 constexpr char kGlobal[] = "[global]\nversion=1\n";
 constexpr char kRecordRemoval[] = "tavofirewall --remove-serv-rec game";
@@ -28,10 +26,10 @@ class SectionRemoval : public ServiceFilesTest {
         WriteFile(kForwardingRules, "rules");
     }
 
-    static int Remove(const Param &param) { return TLIBServiceConfSectionRemove(&param); }
+    static int Remove(const SetParam &param) { return TLIBServiceConfSectionRemove(&param); }
 
-    static Param Restarting(uint32_t check_flags, uint32_t restart_flags) {
-        Param param = RemovalParam(check_flags);
+    static SetParam Restarting(uint32_t check_flags, uint32_t restart_flags) {
+        SetParam param = RemovalParam(check_flags);
         param.nRestartMode = TAVO_RESTART_MODE_RESTART;
         param.nRestartFlags = restart_flags;
         return param;
@@ -81,7 +79,7 @@ TEST_F(SectionRemoval, KeepsAFileThatDeclaresAnotherService) {
 
 TEST_F(SectionRemoval, OfTheSystemsFilesToo) {
     WriteFile("/usr/tavo/etc/services.d/game.sc", std::string(kGame) + kOther);
-    Param param = RemovalParam();
+    SetParam param = RemovalParam();
     param.nLocation = 1;
     EXPECT_EQ(Remove(param), 0);
     EXPECT_EQ(ReadFile("/usr/tavo/etc/services.d/game.sc"), kOther);
@@ -141,7 +139,7 @@ TEST_F(SectionRemoval, StandsWhereTheEmptiedFileCannotBeDeleted) {
 
 TEST_F(SectionRemoval, ReportsWhomTheFlagsName) {
     const struct {
-        Param param;
+        SetParam param;
         Lines calls;
     } cases[] = {
         {RemovalParam(4), {}},
@@ -201,8 +199,8 @@ TEST_F(SectionRemoval, KeepsWhatTheToolsChangedAndTakesNoNoticeOfTheirStatus) {
 TEST_F(SectionRemoval, RefusesARecordThatIsNotForIt) {
     const Lines before = AllStores();
     const Programs programs;
-    const auto refuses = [&](const std::function<void(Param &)> &change) {
-        Param param = Restarting(7, 1);
+    const auto refuses = [&](const std::function<void(SetParam &)> &change) {
+        SetParam param = Restarting(7, 1);
         change(param);
         StartAnew();
         EXPECT_EQ(Remove(param), -1);
@@ -212,24 +210,24 @@ TEST_F(SectionRemoval, RefusesARecordThatIsNotForIt) {
     EXPECT_EQ(TLIBServiceConfSectionRemove(nullptr), -1);
     EXPECT_EQ(ErrorState(), "0xD00 service_conf_section_remove.cpp");
     for (const uint32_t mode : {0U, 3U}) {
-        refuses([&](Param &param) { param.nRestartMode = mode; });
+        refuses([&](SetParam &param) { param.nRestartMode = mode; });
     }
     for (const uint32_t flags : {0U, 16U, 32U}) {
-        refuses([&](Param &param) { param.nRestartFlags = flags; });
+        refuses([&](SetParam &param) { param.nRestartFlags = flags; });
     }
     for (const uint32_t mode : {0U, 1U, 2U, 4U, 7U}) {
-        refuses([&](Param &param) { param.nWriteMode = mode; });
+        refuses([&](SetParam &param) { param.nWriteMode = mode; });
     }
     for (const uint32_t flags : {0U, 1U, 2U, 3U, 8U, 16U}) {
-        refuses([&](Param &param) { param.nCheckFlags = flags; });
+        refuses([&](SetParam &param) { param.nCheckFlags = flags; });
     }
     for (const uint32_t location : {0U, 3U, 4U, 7U}) {
-        refuses([&](Param &param) { param.nLocation = location; });
+        refuses([&](SetParam &param) { param.nLocation = location; });
     }
     for (const char *name : {"", "..", "../game.sc"}) {
-        refuses([&](Param &param) { Fill(param.szFileName, name); });
+        refuses([&](SetParam &param) { Fill(param.szFileName, name); });
     }
-    refuses([&](Param &param) { Fill(param.szSectionName, ""); });
+    refuses([&](SetParam &param) { Fill(param.szSectionName, ""); });
     EXPECT_THAT(programs.Run(), IsEmpty());
     EXPECT_EQ(AllStores(), before);
 }
@@ -237,7 +235,7 @@ TEST_F(SectionRemoval, RefusesARecordThatIsNotForIt) {
 TEST_F(SectionRemoval, TakesNamesThatFillTheirFields) {
     const std::string name(256, 's');
     WriteFile(kGameFile, "[" + name + "]\ndst.ports=7001\n" + kOther);
-    Param param = RemovalParam(5);
+    SetParam param = RemovalParam(5);
     Fill(param.szFileName, std::string(sizeof(param.szFileName) - 7, '/') + "game.sc");
     Fill(param.szSectionName, name);
     EXPECT_EQ(Remove(param), 0);
@@ -415,7 +413,7 @@ TEST_F(SectionRemoval, FailsWithFlagsThatNoRestartTakes) {
 
 // The removal checks the low bits of the location, the backup checks all of them.
 TEST_F(SectionRemoval, HasNoWayBackFromALocationThatIsNotExact) {
-    Param param = Restarting(4, 33);
+    SetParam param = Restarting(4, 33);
     param.nLocation = 6;
     const Programs programs;
     EXPECT_EQ(Remove(param), -1);
@@ -436,7 +434,7 @@ TEST_F(SectionRemoval, StandsWhereTheCopiesCannotBeDeleted) {
 
 TEST_F(SectionRemoval, CanBeUndoneWheneverMemoryRanOut) {
     const Lines before = AllStores();
-    const Param param = Restarting(7, 1);
+    const SetParam param = Restarting(7, 1);
     const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
         const int result = fail.During([&] { return TLIBServiceConfSectionRemove(&param); });
         EXPECT_THAT(result, AnyOf(0, -1));

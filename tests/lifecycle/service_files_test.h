@@ -92,9 +92,11 @@ class ServiceFilesTest : public LifecycleTest {
     }
 };
 
+using SetParam = TAVO_SERVICE_CONF_SET_PARAM;
+
 // A record that removes game.sc, or its section game, from the package services.
-inline TAVO_SERVICE_CONF_SET_PARAM RemovalParam(uint32_t flags = TAVO_PORT_CHECK_FW_SERVICE) {
-    TAVO_SERVICE_CONF_SET_PARAM param = Param("game.sc", "game");
+inline SetParam RemovalParam(uint32_t flags = TAVO_PORT_CHECK_FW_SERVICE) {
+    SetParam param = Param("game.sc", "game");
     param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
     param.nCheckFlags = flags;
     param.nLocation = TAVO_SERVICE_CONF_DIR_PACKAGE;

@@ -13,8 +13,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Param = TAVO_SERVICE_CONF_SET_PARAM;
-
 constexpr char kChatFile[] = "/usr/local/etc/services.d/chat.sc";
 constexpr char kChat[] = "[chat]\ntitle=Chat\ndesc=Chats\ndst.ports=5222/tcp\n";
 
@@ -45,7 +43,7 @@ class SideCopy : public ServiceFilesTest {
         EXPECT_THAT(Messages(), IsEmpty());
     }
 
-    const Param param_ = RemovalParam();
+    const SetParam param_ = RemovalParam();
     const std::string copy_ = SideCopyOf(kPackageServices);
     const std::string aside_ =
         std::string(kPackageServices) + ".unrestored." + std::to_string(getpid()) + ".1";
@@ -66,7 +64,7 @@ TEST_F(SideCopy, IsMadeAgainUntilItIsWhole) {
 }
 
 TEST_F(SideCopy, OfAFileThatCannotBeRemovedByRmIsNeverTrusted) {
-    Param param = param_;
+    SetParam param = param_;
     param.nCheckFlags = TAVO_PORT_CHECK_PORT_FORWARD;
     WriteFile(SideCopyOf(kForwardingRules), "stale");
     Programs programs;
@@ -157,7 +155,7 @@ TEST_F(SideCopy, IsMadeEachTimeWhileAnotherFileIsWritten) {
 TEST_F(SideCopy, UndoesEachRemovalWhileAnotherFileIsWritten) {
     WriteFile(kChatFile, kChat);
     std::filesystem::remove(kFirewallTool);
-    Param param = param_;
+    SetParam param = param_;
     param.nRestartMode = TAVO_RESTART_MODE_RESTART;
     const ChatWriter writer;
     for (int i = 0; i < 200; ++i) {
@@ -225,7 +223,7 @@ TEST_F(SideCopy, IsPutBackByAnMvThatCopies) {
 }
 
 TEST_F(SideCopy, OfAFileIsPutBackByAnMvThatCopies) {
-    Param param = param_;
+    SetParam param = param_;
     param.nCheckFlags = TAVO_PORT_CHECK_PORT_FORWARD;
     WriteScript("/bin/mv", kCopiesAndRemoves);
     ASSERT_EQ(TLIBServiceConfBackup(&param), 0);

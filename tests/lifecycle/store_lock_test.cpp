@@ -18,13 +18,11 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Param = TAVO_SERVICE_CONF_SET_PARAM;
-
 constexpr char kLockFolder[] = "/run/tavoserviceconf";
 constexpr char kLock[] = "/run/tavoserviceconf/package-services.lock";
 
 int Set() {
-    Param param = RemovalParam();
+    SetParam param = RemovalParam();
     param.nWriteMode = TAVO_WRITE_MODE_SET;
     const Ports ports = MakePorts("7002/tcp");
     TAVO_SERVICE_CONF_SECTION section = {};
@@ -36,7 +34,7 @@ int Set() {
 }
 
 int SetPorts() {
-    Param param = RemovalParam();
+    SetParam param = RemovalParam();
     param.nWriteMode = TAVO_WRITE_MODE_SET;
     return TLIBServiceConfPortsSet(&param, MakePorts("7002/tcp").get());
 }
@@ -59,27 +57,27 @@ int Update() {
 }
 
 int Remove() {
-    const Param param = RemovalParam();
+    const SetParam param = RemovalParam();
     return TAVOServiceConfRemove(&param);
 }
 
 int RemoveSection() {
-    const Param param = RemovalParam();
+    const SetParam param = RemovalParam();
     return TLIBServiceConfSectionRemove(&param);
 }
 
 int Backup() {
-    const Param param = RemovalParam();
+    const SetParam param = RemovalParam();
     return TLIBServiceConfBackup(&param);
 }
 
 int Restore() {
-    const Param param = RemovalParam();
+    const SetParam param = RemovalParam();
     return TLIBServiceConfRestore(&param);
 }
 
 int Delete() {
-    const Param param = RemovalParam();
+    const SetParam param = RemovalParam();
     return TLIBServiceBackupConfDelete(&param);
 }
 
@@ -354,8 +352,8 @@ class ManyRemovals : public StoreLocks {
         return std::string(kPackageServices) + "/" + name;
     }
 
-    static Param Removal(const std::string &name) {
-        Param param = RemovalParam();
+    static SetParam Removal(const std::string &name) {
+        SetParam param = RemovalParam();
         Fill(param.szFileName, name);
         return param;
     }
@@ -363,7 +361,7 @@ class ManyRemovals : public StoreLocks {
     // Removes a section from the caller's own file. The restart fails, so the removal must be
     // undone.
     static bool FailToRemove(const std::string &name) {
-        Param param = Removal(name);
+        SetParam param = Removal(name);
         param.nRestartMode = TAVO_RESTART_MODE_RESTART;
         param.nRestartFlags = 33;
         return TLIBServiceConfSectionRemove(&param) == -1 && ReadFile(Path(name)) == kGame;
@@ -377,7 +375,7 @@ class ManyRemovals : public StoreLocks {
                 for (int round = 0; round < kRounds; ++round) {
                     mistakes += FailToRemove(Name(process, thread, "kept")) ? 0 : 1;
                 }
-                const Param param = Removal(Name(process, thread, "removed"));
+                const SetParam param = Removal(Name(process, thread, "removed"));
                 mistakes += TLIBServiceConfSectionRemove(&param) == 0 ? 0 : 1;
             });
         }
@@ -474,7 +472,7 @@ TEST_F(CopyOfALiveChange, IsLeftAloneWhereItCannotBeOpened) {
 }
 
 TEST_F(CopyOfALiveChange, MayBeReplacedDuringTheRestart) {
-    Param param = RemovalParam();
+    SetParam param = RemovalParam();
     param.nWriteMode = TAVO_WRITE_MODE_SET;
     param.nRestartMode = TAVO_RESTART_MODE_RESTART;
     bool nested = false;

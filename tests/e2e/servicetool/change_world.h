@@ -32,8 +32,19 @@ inline const std::string kCalls = "/run/calls/";
 inline const std::string kRelayCalls =
     "systemctl is-active --quiet tavorelayd\nsystemctl reload tavorelayd\n";
 
+// The service file that most tests change, and the text that most of them give it.
+inline const std::string kPath = kPackage + "notes.sc";
+inline const std::string kText = Section("notes", "8765/tcp");
+
 inline const std::string kPlan = "will notify: plugins, relay daemon\n";
 inline const std::string kNotified = "notified: plugins, relay daemon\n";
+
+// The listeners of a change of a section, and those that need no router.
+inline const std::string kSectionListeners = "router tool, firewall, relay daemon\n";
+inline const std::string kFirewallAndRelay = "firewall, relay daemon\n";
+
+inline const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
+
 inline const std::string kDryRun = "dry run: nothing changed, nobody notified\n";
 
 // The calls that the named stand-in received; "all" returns the calls of all stand-ins in order.

@@ -21,7 +21,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 const std::string kName = "notes.sc";
-const std::string kText = Section("notes", "8765/tcp");
 const std::string kFirewall = "/usr/tavo/etc/firewall.d";
 const std::string kStore = "/usr/local/etc/services.d";
 const std::string kNothing = "there are no leftovers\n";

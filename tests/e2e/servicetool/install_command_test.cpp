@@ -18,12 +18,10 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-const std::string kText = Section("notes", "8765/tcp");
-const std::string kPath = kPackage + "notes.sc";
 const std::string kPlugin = "/usr/tavo/lib/plugins/port_config/portforward";
 
 // The diff that the plan shows for kText.
-std::string DiffFor(const std::string &path) {
+std::string InstallDiff(const std::string &path) {
     return "--- /dev/null\n+++ b" + path +
            "\n@@ -0,0 +1,4 @@\n+[notes]\n+title=\"T\"\n+desc=\"D\"\n+dst.ports=\"8765/tcp\"\n";
 }
@@ -55,8 +53,8 @@ class InstallCommand : public ChangeWorld {
 TEST_F(InstallCommand, PutsAFileIntoTheFolderOfPackagesAndTellsOfIt) {
     chmod("notes.sc", 0640);
     ExpectRun(ServiceTool({"install", "notes.sc"}), 0,
-              kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" +
-                  kNotified);
+              kPath + ": install notes.sc\n" + kPlan + InstallDiff(kPath) + kPath +
+                  ": installed\n" + kNotified);
     EXPECT_EQ(ReadFile(kPath), kText);
     struct stat status {};
     ASSERT_EQ(stat(kPath.c_str(), &status), 0);
@@ -66,7 +64,7 @@ TEST_F(InstallCommand, PutsAFileIntoTheFolderOfPackagesAndTellsOfIt) {
 
 TEST_F(InstallCommand, DoesNothingInADryRunButShowsAll) {
     ExpectRun(ServiceTool({"install", "--dry-run", "notes.sc"}), 0,
-              kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kDryRun);
+              kPath + ": install notes.sc\n" + kPlan + InstallDiff(kPath) + kDryRun);
     ExpectNothingDone();
 }
 
@@ -86,7 +84,7 @@ TEST_F(InstallCommand, TakesAFileWhoseNameLooksLikeAnOption) {
 TEST_F(InstallCommand, ReadsStandardInputUnderAName) {
     const mode_t mask = umask(077);
     ExpectRun(ServiceTool({"install", "--as", "notes.sc", "-"}, kText), 0,
-              kPath + ": install <stdin>\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n" +
+              kPath + ": install <stdin>\n" + kPlan + InstallDiff(kPath) + kPath + ": installed\n" +
                   kNotified);
     umask(mask);
     EXPECT_EQ(ReadFile(kPath), kText);
@@ -139,7 +137,7 @@ TEST_F(InstallCommand, RefusesPortsThatAreTakenUnlessForced) {
     EXPECT_EQ(Calls(), "");
 
     ExpectRun(ServiceTool({"install", "--force", "notes.sc"}), 0,
-              conflict + kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath +
+              conflict + kPath + ": install notes.sc\n" + kPlan + InstallDiff(kPath) + kPath +
                   ": installed\n" + kNotified);
     EXPECT_EQ(ReadFile(kPath), kText);
     EXPECT_EQ(Calls(), CallsFor(kText));
@@ -344,8 +342,8 @@ TEST_F(InstallCommand, SaysWhatWasDoneWhereItsOutputCannotBeWritten) {
 TEST_F(InstallCommand, SaysWhoWasNotNotified) {
     WriteFile("/run/exit-status/portforward", "1\n");
     const ProgramResult result = ServiceTool({"install", "notes.sc"});
-    EXPECT_EQ(result.out,
-              kPath + ": install notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": installed\n");
+    EXPECT_EQ(result.out, kPath + ": install notes.sc\n" + kPlan + InstallDiff(kPath) + kPath +
+                              ": installed\n");
     const std::string reason = kPlugin + " ended with status 1 [not-told]\n";
     EXPECT_EQ(result.err, "servicetool: warning: could not notify the plugins: " + reason +
                               "    fix: remove the file and install it again\n"
@@ -413,7 +411,7 @@ TEST_F(InstallCommand, GivesOneResultAsJson) {
     const Json done = Result({"install", "--json", "notes.sc"});
     EXPECT_EQ(done, Json::Parse(R"({"operation": "install", "file": "notes.sc",
         "path": ")" + kPath + R"(", "section": null, "dry_run": false, "changed": true,
-        "diff": )" + Json(DiffFor(kPath)).Dump() +
+        "diff": )" + Json(InstallDiff(kPath)).Dump() +
                                 R"(, "conflicts": [],
         "told": ["plugins", "relay"], "not_told": []})"));
 

@@ -11,8 +11,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-const std::string kText = Section("notes", "8765/tcp") + Section("wiki", "8766/tcp");
-const std::string kPath = kPackage + "notes.sc";
+const std::string kNotesAndWiki = Section("notes", "8765/tcp") + Section("wiki", "8766/tcp");
 const std::string kRemovePlan = kPath + ": remove with [notes] and [wiki]\n" + kPlan + "--- a" +
                                 kPath +
                                 "\n+++ /dev/null\n@@ -1,8 +0,0 @@\n"
@@ -23,22 +22,23 @@ class RemoveCommand : public ChangeWorld {
   protected:
     void SetUp() override {
         ChangeWorld::SetUp();
-        WriteFile(kPath, kText);
+        WriteFile(kPath, kNotesAndWiki);
     }
 };
 
 TEST_F(RemoveCommand, RemovesTheFileAndTellsOfIt) {
-    WriteFile(kPackage + "other.sc", kText);
+    WriteFile(kPackage + "other.sc", kNotesAndWiki);
     ExpectRun(ServiceTool({"remove", "notes.sc"}), 0,
               kRemovePlan + kPath + ": removed\n" + kNotified);
     EXPECT_THAT(Entries(kPackage), ElementsAre("other.sc"));
-    EXPECT_EQ(Calls(), "portforward port_config/remove\n< $'PORT_CONFIG_CONTENT=" + InShell(kText) +
-                           "'\n< NOTIFY_PF=1\n< NOTIFY_FW=1\n" + kRelayCalls);
+    EXPECT_EQ(Calls(),
+              "portforward port_config/remove\n< $'PORT_CONFIG_CONTENT=" + InShell(kNotesAndWiki) +
+                  "'\n< NOTIFY_PF=1\n< NOTIFY_FW=1\n" + kRelayCalls);
 }
 
 TEST_F(RemoveCommand, DoesNothingInADryRunButShowsAll) {
     ExpectRun(ServiceTool({"remove", "--dry-run", "notes.sc"}), 0, kRemovePlan + kDryRun);
-    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(ReadFile(kPath), kNotesAndWiki);
     EXPECT_EQ(Calls(), "");
 }
 
@@ -52,16 +52,16 @@ TEST_F(RemoveCommand, RefusesWhatIsNotInstalled) {
     EXPECT_EQ(ServiceTool({"remove", "../services.d/notes.sc"}).status, 2);
     EXPECT_EQ(ServiceTool({"remove", ""}).status, 2);
     EXPECT_EQ(ServiceTool({"remove", "--system", "--package", "notes.sc"}).status, 2);
-    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(ReadFile(kPath), kNotesAndWiki);
     EXPECT_EQ(Calls(), "");
 }
 
 TEST_F(RemoveCommand, AsksWhichOneWhereBothFoldersHaveTheName) {
-    WriteFile(kSystem + "notes.sc", kText);
+    WriteFile(kSystem + "notes.sc", kNotesAndWiki);
     EXPECT_EQ(ServiceTool({"remove", "notes.sc"}).status, 2);
     EXPECT_EQ(ServiceTool({"remove", "--package", "notes.sc"}).status, 0);
     EXPECT_THAT(Entries(kPackage), IsEmpty());
-    EXPECT_EQ(ReadFile(kSystem + "notes.sc"), kText);
+    EXPECT_EQ(ReadFile(kSystem + "notes.sc"), kNotesAndWiki);
 }
 
 TEST_F(RemoveCommand, RemovesAFileThatIsBroken) {
@@ -73,7 +73,7 @@ TEST_F(RemoveCommand, RemovesAFileThatIsBroken) {
 }
 
 TEST_F(RemoveCommand, RemovesALinkAndNotItsTarget) {
-    WriteFile("target.sc", kText);
+    WriteFile("target.sc", kNotesAndWiki);
     std::filesystem::remove(kPath);
     std::filesystem::create_symlink(kHome + "target.sc", kPath);
     const ProgramResult result = ServiceTool({"remove", "notes.sc"});
@@ -81,7 +81,7 @@ TEST_F(RemoveCommand, RemovesALinkAndNotItsTarget) {
                                        kHome + "target.sc)\n"));
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(Entries(kPackage), IsEmpty());
-    EXPECT_EQ(ReadFile("target.sc"), kText);
+    EXPECT_EQ(ReadFile("target.sc"), kNotesAndWiki);
 }
 
 TEST_F(RemoveCommand, ReportsWhatToDoWithALinkToNothing) {
@@ -105,7 +105,7 @@ TEST_F(RemoveCommand, RemovesNothingWhereTheContentCannotBeKept) {
         EXPECT_THAT(result.err, HasSubstr(reason + ", so nothing was changed [failed]\n"
                                                    "    fix: make sure that /tmp is writable\n"));
         EXPECT_EQ(result.status, 3);
-        EXPECT_EQ(ReadFile(kPath), kText);
+        EXPECT_EQ(ReadFile(kPath), kNotesAndWiki);
         EXPECT_EQ(Calls(), "");
     };
     WriteFile("/tmp/large", std::string(4096, 'x'));
@@ -116,12 +116,12 @@ TEST_F(RemoveCommand, RemovesNothingWhereTheContentCannotBeKept) {
 
 TEST_F(RemoveCommand, SaysThatTheFileStaysWhereItCannotGo) {
     const MountedFolder folder(kPackage, "size=8k");
-    WriteFile(kPath, kText);
+    WriteFile(kPath, kNotesAndWiki);
     folder.MakeReadOnly();
     const ProgramResult result = ServiceTool({"remove", "notes.sc"});
     EXPECT_THAT(result.err, HasSubstr("; the file is unchanged [failed]"));
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(ReadFile(kPath), kNotesAndWiki);
     EXPECT_EQ(Calls(), "");
 }
 

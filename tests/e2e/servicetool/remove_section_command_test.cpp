@@ -8,17 +8,15 @@ namespace {
 
 using testing::IsEmpty;
 
-const std::string kPath = kPackage + "notes.sc";
-const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
-const std::string kListeners = "firewall, relay daemon\n";
 const std::string kKept = "[global]\nversion=1\n" + Section("other", "8800/udp");
-const std::string kBefore = kKept + Section("notes", "8765/tcp");
+const std::string kKeptAndNotes = kKept + kText;
 
-const std::string kPlan = kPath + ": remove section [notes]\nwill notify: " + kListeners + "--- a" +
-                          kPath + "\n+++ b" + kPath +
-                          "\n@@ -4,7 +4,3 @@\n title=\"T\"\n desc=\"D\"\n"
-                          " dst.ports=\"8800/udp\"\n-[notes]\n-title=\"T\"\n-desc=\"D\"\n"
-                          "-dst.ports=\"8765/tcp\"\n";
+const std::string kRemovePlan = kPath +
+                                ": remove section [notes]\nwill notify: " + kFirewallAndRelay +
+                                "--- a" + kPath + "\n+++ b" + kPath +
+                                "\n@@ -4,7 +4,3 @@\n title=\"T\"\n desc=\"D\"\n"
+                                " dst.ports=\"8800/udp\"\n-[notes]\n-title=\"T\"\n-desc=\"D\"\n"
+                                "-dst.ports=\"8765/tcp\"\n";
 
 const std::vector<std::string> kRemove = {"remove-section", "notes.sc", "notes"};
 
@@ -32,7 +30,7 @@ class RemoveSectionCommand : public ChangeWorld {
   protected:
     void SetUp() override {
         ChangeWorld::SetUp();
-        WriteFile(kPath, kBefore);
+        WriteFile(kPath, kKeptAndNotes);
     }
     void TearDown() override {
         ChangeWorld::TearDown();
@@ -53,10 +51,11 @@ class RemoveSectionCommand : public ChangeWorld {
 };
 
 TEST_F(RemoveSectionCommand, TakesTheSectionOutAndTellsOfIt) {
-    ExpectRun(ServiceTool(Remove("--dry-run")), 0, kPlan + kDryRun);
-    EXPECT_EQ(ReadFile(kPath), kBefore);
+    ExpectRun(ServiceTool(Remove("--dry-run")), 0, kRemovePlan + kDryRun);
+    EXPECT_EQ(ReadFile(kPath), kKeptAndNotes);
     EXPECT_EQ(Calls(), "");
-    ExpectRun(ServiceTool(kRemove), 0, kPlan + kPath + ": changed\nnotified: " + kListeners);
+    ExpectRun(ServiceTool(kRemove), 0,
+              kRemovePlan + kPath + ": changed\nnotified: " + kFirewallAndRelay);
     EXPECT_EQ(ReadFile(kPath), kKept);
     EXPECT_EQ(Calls(),
               "tavofirewall --remove-serv-rec notes\ntavofirewall --reload\n" + kRelayCalls);
@@ -85,7 +84,7 @@ TEST_F(RemoveSectionCommand, RefusesWhatIsNotThere) {
         "web.sc: error: is not installed in /usr/local/etc/services.d, so nothing was changed "
         "[not-found]\n");
     EXPECT_EQ(ServiceTool({"remove-section", "notes.sc", "global"}).status, 2);
-    EXPECT_EQ(ReadFile(kPath), kBefore);
+    EXPECT_EQ(ReadFile(kPath), kKeptAndNotes);
     EXPECT_EQ(Calls(), "");
 }
 
@@ -93,9 +92,9 @@ TEST_F(RemoveSectionCommand, PutsAllBackWhereTheFirewallToolIsMissing) {
     const ReplacedTool firewall(kFirewallTool);
     const ProgramResult result = ServiceTool(kRemove);
     ExpectRun(
-        result, 3, kPlan,
+        result, 3, kRemovePlan,
         kPath + ": error: " + kFirewallTool + " is missing; the file is unchanged [failed]\n");
-    EXPECT_EQ(ReadFile(kPath), kBefore);
+    EXPECT_EQ(ReadFile(kPath), kKeptAndNotes);
     EXPECT_EQ(Calls(), "");
 }
 
@@ -111,7 +110,7 @@ TEST_F(RemoveSectionCommand, SaysWhyNothingCouldBePutBack) {
     EXPECT_THAT(result.err, testing::HasSubstr(": warning: is a leftover copy of "
                                                "/usr/local/etc/services.d"));
     ASSERT_EQ(SideCopies().size(), 2U);
-    EXPECT_EQ(ReadFile(SideCopies().front() + "/notes.sc"), kBefore);
+    EXPECT_EQ(ReadFile(SideCopies().front() + "/notes.sc"), kKeptAndNotes);
     for (const std::string &copy : SideCopies()) {
         std::filesystem::remove_all(copy);
     }
@@ -139,11 +138,11 @@ TEST_F(RemoveSectionCommand, SaysWhatTheFirewallMayHaveReadInBetween) {
     const ReplacedTool once(kFirewallTool, "rm -f " + kFirewallTool);
     const ProgramResult result = ServiceTool(kRemove);
     ExpectRun(
-        result, 3, kPlan,
+        result, 3, kRemovePlan,
         kPath + ": error: " + kFirewallTool +
             " is missing; the file is unchanged [failed]\n"
             "    fix: write servicetool restart: the firewall may have read the undone change\n");
-    EXPECT_EQ(ReadFile(kPath), kBefore);
+    EXPECT_EQ(ReadFile(kPath), kKeptAndNotes);
 }
 
 TEST_F(RemoveSectionCommand, PrintsJson) {

@@ -6,13 +6,11 @@
 namespace tavo::test {
 namespace {
 
-const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
-const std::string kBoth = "firewall, relay daemon\n";
-
 class RestartCommand : public ChangeWorld {};
 
 TEST_F(RestartCommand, ReloadsTheFirewallAndTheRelayDaemon) {
-    ExpectRun(ServiceTool({"restart"}), 0, "will notify: " + kBoth + "notified: " + kBoth);
+    ExpectRun(ServiceTool({"restart"}), 0,
+              "will notify: " + kFirewallAndRelay + "notified: " + kFirewallAndRelay);
     EXPECT_EQ(Calls(), "tavofirewall --reload\n" + kRelayCalls);
 }
 
@@ -40,7 +38,8 @@ TEST_F(RestartCommand, LeavesARelayDaemonAloneThatDoesNotRun) {
 }
 
 TEST_F(RestartCommand, NotifiesNobodyInADryRun) {
-    ExpectRun(ServiceTool({"restart", "--dry-run"}), 0, "will notify: " + kBoth + kDryRun);
+    ExpectRun(ServiceTool({"restart", "--dry-run"}), 0,
+              "will notify: " + kFirewallAndRelay + kDryRun);
     EXPECT_EQ(Calls(), "");
 }
 
@@ -49,7 +48,7 @@ TEST_F(RestartCommand, SaysWhoWasNotNotified) {
     const ProgramResult text = ServiceTool({"restart"});
     const Json result = Json::Parse(ServiceTool({"restart", "--json"}).out)["results"][0];
     const std::string reason = ": " + kFirewallTool + " is missing [not-told]\n";
-    ExpectRun(text, 3, "will notify: " + kBoth,
+    ExpectRun(text, 3, "will notify: " + kFirewallAndRelay,
               "servicetool: warning: could not notify the firewall" + reason +
                   "    fix: write servicetool restart\n"
                   "servicetool: warning: could not notify the relay daemon" +

@@ -16,8 +16,6 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 const std::string kName = "notes.sc";
-const std::string kPath = kPackage + kName;
-const std::string kListeners = "router tool, firewall, relay daemon\n";
 
 const std::string kRouterTool = "/usr/tavo/sbin/tavoroutertool";
 const std::string kRouterFix =
@@ -39,7 +37,7 @@ const std::string kRetitleDiff = "--- a" + kPath + "\n+++ b" + kPath +
                                  " [other]\n title=O\n";
 
 const std::string kRetitlePlan =
-    kPath + ": change section [notes]\nwill notify: " + kListeners + kRetitleDiff;
+    kPath + ": change section [notes]\nwill notify: " + kSectionListeners + kRetitleDiff;
 
 const std::vector<std::string> kRetitle = {"set", kName, "notes", "--title", "New"};
 const std::vector<std::string> kNew = {"set",    "new.sc", "web",         "--title",  "W",
@@ -81,7 +79,7 @@ class SetCommand : public ChangeWorld {
 
 TEST_F(SetCommand, ChangesWhatIsGivenAndKeepsTheRest) {
     ExpectRun(ServiceTool(kRetitle), 0,
-              kRetitlePlan + kPath + ": changed\nnotified: " + kListeners);
+              kRetitlePlan + kPath + ": changed\nnotified: " + kSectionListeners);
     EXPECT_EQ(ReadFile(kPath), kRetitled);
     EXPECT_EQ(Calls(), RouterCall(kPath) + "tavofirewall --reload\n" + kRelayCalls);
 }
@@ -124,10 +122,10 @@ TEST_F(SetCommand, MakesAFileForPackagesUnlessAskedForTheSystem) {
     const std::string text =
         "[web]\nport_forward=\"no\"\ndesc=\"D\"\ntitle=\"W\"\ndst.ports=\"18080/tcp\"\n";
     const ProgramResult result = ServiceTool(kNew);
-    EXPECT_THAT(
-        result.out,
-        StartsWith(kPackage + "new.sc: create it with section [web]\nwill notify: " + kListeners +
-                   "--- /dev/null\n+++ b" + kPackage + "new.sc\n@@ -0,0 +1,5 @@\n+[web]\n"));
+    EXPECT_THAT(result.out,
+                StartsWith(kPackage + "new.sc: create it with section [web]\nwill notify: " +
+                           kSectionListeners + "--- /dev/null\n+++ b" + kPackage +
+                           "new.sc\n@@ -0,0 +1,5 @@\n+[web]\n"));
     EXPECT_THAT(result.out, HasSubstr(kPackage + "new.sc: created\n"));
     EXPECT_EQ(ReadFile(kPackage + "new.sc"), text);
     std::filesystem::remove(kPackage + "new.sc");
@@ -279,7 +277,7 @@ TEST_F(SetCommand, SeesThatTheFileWasNotWritten) {
     WriteFile(kPath, kBefore);
     folder.MakeReadOnly();
     ExpectRun(
-        ServiceTool(kRetitle), 3, kRetitlePlan + "notified: " + kListeners,
+        ServiceTool(kRetitle), 3, kRetitlePlan + "notified: " + kSectionListeners,
         kPath + ": error: the folder: read-only file system; the file is unchanged [failed]\n");
     EXPECT_EQ(ReadFile(kPath), kBefore);
     const Json result = Json::Parse(ServiceTool(With(kRetitle, {"--json"})).out);
@@ -553,7 +551,7 @@ TEST_F(SetCommand, MakesNoSecondFileWhereTheFirstCannotBeSeen) {
 TEST_F(SetCommand, SaysThatSomebodyElseChangedTheFile) {
     const ReplacedTool router(kRouterTool, "echo >> \"$3\"");
     const ProgramResult result = ServiceTool(kRetitle);
-    ExpectRun(result, 3, kRetitlePlan + "notified: " + kListeners,
+    ExpectRun(result, 3, kRetitlePlan + "notified: " + kSectionListeners,
               kPath +
                   ": error: it was changed by another program in the meantime [failed]\n"
                   "    fix: check it, and repeat the change\n");

@@ -8,19 +8,17 @@ namespace {
 
 using testing::HasSubstr;
 
-const std::string kPath = kPackage + "notes.sc";
-const std::string kBefore = Section("notes", "8765/tcp") + Section("other", "8800/udp");
-const std::string kListeners = "router tool, firewall, relay daemon\n";
+const std::string kNotesAndOther = kText + Section("other", "8800/udp");
 
 class SetPortsCommand : public ChangeWorld {
   protected:
     void SetUp() override {
         ChangeWorld::SetUp();
-        WriteFile(kPath, kBefore);
+        WriteFile(kPath, kNotesAndOther);
     }
 
     static void ExpectNothingDone() {
-        EXPECT_EQ(ReadFile(kPath), kBefore);
+        EXPECT_EQ(ReadFile(kPath), kNotesAndOther);
         EXPECT_EQ(Calls(), "");
     }
 };
@@ -32,15 +30,16 @@ std::string Diff(const std::string &line) {
 }
 
 TEST_F(SetPortsCommand, ReplacesThePortsAndTellsOfIt) {
-    const std::string plan = kPath +
-                             ": set dst.ports of section [notes]\nwill notify: " + kListeners +
-                             Diff("dst.ports=8766,9000:9010/tcp,udp");
+    const std::string plan =
+        kPath + ": set dst.ports of section [notes]\nwill notify: " + kSectionListeners +
+        Diff("dst.ports=8766,9000:9010/tcp,udp");
     const std::vector<std::string> arguments = {"set-ports", "notes.sc", "notes", "8766,9000:9010"};
     std::vector<std::string> dry_run = arguments;
     dry_run.emplace_back("--dry-run");
     ExpectRun(ServiceTool(dry_run), 0, plan + kDryRun);
     ExpectNothingDone();
-    ExpectRun(ServiceTool(arguments), 0, plan + kPath + ": changed\nnotified: " + kListeners);
+    ExpectRun(ServiceTool(arguments), 0,
+              plan + kPath + ": changed\nnotified: " + kSectionListeners);
     EXPECT_EQ(ReadFile(kPath),
               "[notes]\ntitle=\"T\"\ndesc=\"D\"\ndst.ports=8766,9000:9010/tcp,udp\n" +
                   Section("other", "8800/udp"));
@@ -153,7 +152,7 @@ TEST_F(SetPortsCommand, RefusesAListThatTheLibraryWouldCut) {
     const std::string longest = PortList(169) + ",1/tcp,udp";  // 1023 bytes
     EXPECT_EQ(ServiceTool({"set-ports", "notes.sc", "notes", longest}).status, 0);
     EXPECT_THAT(ReadFile(kPath), HasSubstr("dst.ports=" + longest + '\n'));
-    WriteFile(kPath, kBefore);
+    WriteFile(kPath, kNotesAndOther);
     std::filesystem::remove_all(kCalls + "all");
     for (const std::string &ports : {PortList(169) + ",11/tcp,udp", PortList(180) + "/tcp"}) {
         const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", ports});
@@ -167,7 +166,7 @@ TEST_F(SetPortsCommand, RefusesAListThatTheLibraryWouldCut) {
 
 TEST_F(SetPortsCommand, SaysThatNothingWasChangedWhereTheFileCannotBeWritten) {
     const MountedFolder folder(kPackage, "size=64k");
-    WriteFile(kPath, kBefore);
+    WriteFile(kPath, kNotesAndOther);
     folder.MakeReadOnly();
     const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", "8766/tcp"});
     EXPECT_EQ(result.status, 3);

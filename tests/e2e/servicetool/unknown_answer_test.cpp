@@ -20,17 +20,17 @@ constexpr std::uint32_t kPort = 8765;
 
 enum class Source { kForward, kService, kSetting, kSocket };
 
-struct Scene {
+struct Question {
     std::string name;
     Source source;
     std::vector<std::string> command;
 };
 
-void PrintTo(const Scene &scene, std::ostream *out) {
-    *out << scene.name;
+void PrintTo(const Question &question, std::ostream *out) {
+    *out << question.name;
 }
 
-std::vector<Scene> Scenes() {
+std::vector<Question> Questions() {
     struct Named {
         const char *name;
         const char *word;
@@ -40,23 +40,23 @@ std::vector<Scene> Scenes() {
                                   {"Service", "service", Source::kService},
                                   {"Setting", "setting", Source::kSetting},
                                   {"Socket", "socket", Source::kSocket}};
-    std::vector<Scene> scenes;
+    std::vector<Question> questions;
     for (const Named &source : kSources) {
         const std::string name = source.name;
-        scenes.push_back(
+        questions.push_back(
             {"Check" + name, source.source, {"check", "8765/tcp", "--source", source.word}});
-        scenes.push_back({"Why" + name, source.source, {"why", "8765/tcp"}});
-        scenes.push_back(
+        questions.push_back({"Why" + name, source.source, {"why", "8765/tcp"}});
+        questions.push_back(
             {"Suggest" + name, source.source, {"suggest", "--near", "8765", "--proto", "tcp"}});
         // An installation does not check forwarding rules.
         if (source.source != Source::kForward) {
-            scenes.push_back({"Install" + name, source.source, {"install", "notes.sc"}});
+            questions.push_back({"Install" + name, source.source, {"install", "notes.sc"}});
         }
     }
-    return scenes;
+    return questions;
 }
 
-class UnknownAnswer : public ChangeWorld, public testing::WithParamInterface<Scene> {
+class UnknownAnswer : public ChangeWorld, public testing::WithParamInterface<Question> {
   protected:
     void SetUp() override {
         ChangeWorld::SetUp();
@@ -137,8 +137,8 @@ TEST_P(UnknownAnswer, IsNotFreeWhicheverAllocationFails) {
     EXPECT_GT(allocations, 30);
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, UnknownAnswer, testing::ValuesIn(Scenes()),
-                         [](const auto &scene) { return scene.param.name; });
+INSTANTIATE_TEST_SUITE_P(Commands, UnknownAnswer, testing::ValuesIn(Questions()),
+                         [](const auto &question) { return question.param.name; });
 
 }  // namespace
 }  // namespace tavo::test

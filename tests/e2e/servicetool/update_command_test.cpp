@@ -11,11 +11,9 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-const std::string kOld = Section("notes", "8765/tcp");
 const std::string kNew = Section("notes", "8766/tcp");
-const std::string kPath = kPackage + "notes.sc";
 
-std::string DiffFor(const std::string &path) {
+std::string UpdateDiff(const std::string &path) {
     return "--- a" + path + "\n+++ b" + path +
            "\n@@ -1,4 +1,4 @@\n [notes]\n title=\"T\"\n desc=\"D\"\n-dst.ports=\"8765/tcp\"\n"
            "+dst.ports=\"8766/tcp\"\n";
@@ -31,12 +29,12 @@ class UpdateCommand : public ChangeWorld {
   protected:
     void SetUp() override {
         ChangeWorld::SetUp();
-        WriteFile(kPath, kOld);
+        WriteFile(kPath, kText);
         WriteFile("notes.sc", kNew);
     }
 
     static void ExpectNothingDone() {
-        EXPECT_EQ(ReadFile(kPath), kOld);
+        EXPECT_EQ(ReadFile(kPath), kText);
         EXPECT_EQ(Calls(), "");
     }
 };
@@ -44,23 +42,23 @@ class UpdateCommand : public ChangeWorld {
 TEST_F(UpdateCommand, ReplacesTheFileAndTellsOfBothTexts) {
     chmod("notes.sc", 0600);
     ExpectRun(ServiceTool({"update", "notes.sc"}), 0,
-              kPath + ": replace by notes.sc\n" + kPlan + DiffFor(kPath) + kPath + ": changed\n" +
-                  kNotified);
+              kPath + ": replace by notes.sc\n" + kPlan + UpdateDiff(kPath) + kPath +
+                  ": changed\n" + kNotified);
     EXPECT_EQ(ReadFile(kPath), kNew);
     struct stat status {};
     ASSERT_EQ(stat(kPath.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
-    EXPECT_EQ(Calls(), CallsFor(kOld, kNew));
+    EXPECT_EQ(Calls(), CallsFor(kText, kNew));
 }
 
 TEST_F(UpdateCommand, DoesNothingInADryRunButShowsAll) {
     ExpectRun(ServiceTool({"update", "--dry-run", "notes.sc"}), 0,
-              kPath + ": replace by notes.sc\n" + kPlan + DiffFor(kPath) + kDryRun);
+              kPath + ": replace by notes.sc\n" + kPlan + UpdateDiff(kPath) + kDryRun);
     ExpectNothingDone();
 }
 
 TEST_F(UpdateCommand, NotifiesNobodyOfWhatIsSoAlready) {
-    WriteFile("notes.sc", kOld);
+    WriteFile("notes.sc", kText);
     ExpectRun(ServiceTool({"update", "notes.sc"}), 0,
               kPath + ": already up to date; nothing changed\n");
     ExpectNothingDone();
@@ -78,14 +76,14 @@ TEST_F(UpdateCommand, FindsTheFolderOfTheFile) {
 }
 
 TEST_F(UpdateCommand, AsksWhichOneWhereBothFoldersHaveTheName) {
-    WriteFile(kSystem + "notes.sc", kOld);
+    WriteFile(kSystem + "notes.sc", kText);
     ExpectRun(ServiceTool({"update", "notes.sc"}), 2, "",
               "servicetool: error: \"notes.sc\" is installed in both folders [usage]\n"
               "    fix: add --system or --package\n");
     ExpectNothingDone();
     EXPECT_EQ(ServiceTool({"update", "--system", "notes.sc"}).status, 0);
     EXPECT_EQ(ReadFile(kSystem + "notes.sc"), kNew);
-    EXPECT_EQ(ReadFile(kPath), kOld);
+    EXPECT_EQ(ReadFile(kPath), kText);
 }
 
 TEST_F(UpdateCommand, RefusesAnErrorAndPortsThatAreTaken) {
@@ -121,7 +119,7 @@ TEST_F(UpdateCommand, MendsAFileThatCannotBeRead) {
 }
 
 TEST_F(UpdateCommand, PutsAFileInThePlaceOfALink) {
-    WriteFile("target.sc", kOld);
+    WriteFile("target.sc", kText);
     std::filesystem::remove(kPath);
     std::filesystem::create_symlink(kHome + "target.sc", kPath);
     const ProgramResult result = ServiceTool({"update", "notes.sc"});
@@ -130,8 +128,8 @@ TEST_F(UpdateCommand, PutsAFileInThePlaceOfALink) {
     EXPECT_EQ(result.status, 0);
     EXPECT_FALSE(std::filesystem::is_symlink(kPath));
     EXPECT_EQ(ReadFile(kPath), kNew);
-    EXPECT_EQ(ReadFile("target.sc"), kOld);
-    EXPECT_EQ(Calls(), CallsFor(kOld, kNew));
+    EXPECT_EQ(ReadFile("target.sc"), kText);
+    EXPECT_EQ(Calls(), CallsFor(kText, kNew));
 }
 
 // The library's update still succeeds and notifies the listeners although nothing changed.
@@ -143,19 +141,19 @@ TEST_F(UpdateCommand, NoticesAnInstallationThatFailed) {
     EXPECT_THAT(result.err, HasSubstr("; the file is unchanged [failed]"));
     EXPECT_THAT(result.out, Not(HasSubstr(": changed")));
     EXPECT_EQ(result.status, 3);
-    EXPECT_EQ(ReadFile(kPath), kOld);
-    EXPECT_EQ(Calls(), CallsFor(kOld, kOld));
+    EXPECT_EQ(ReadFile(kPath), kText);
+    EXPECT_EQ(Calls(), CallsFor(kText, kText));
 }
 
 TEST_F(UpdateCommand, KeepsTheOldFileOnAFullDisk) {
     const MountedFolder folder(kPackage, "size=8k");
-    WriteFile(kPath, kOld);
+    WriteFile(kPath, kText);
     WriteFile("notes.sc", kNew + "#" + std::string(9000, 'x') + '\n');
     const Json result = Json::Parse(ServiceTool({"update", "--json", "notes.sc"}).out);
     EXPECT_EQ(result["results"][0]["changed"], false);
     EXPECT_EQ(result["diagnostics"][0]["rule"], "failed");
     EXPECT_THAT(result.Dump(), HasSubstr("left-behind"));
-    EXPECT_EQ(ReadFile(kPath), kOld);
+    EXPECT_EQ(ReadFile(kPath), kText);
 }
 
 TEST_F(UpdateCommand, SaysWhoWasNotNotified) {
