@@ -64,8 +64,8 @@ inline bool CanFail(const SystemCall &call, const std::string &error) {
            (!IsAboutMemory(call) || (kMemoryIsOurs && error == "ENOMEM"));
 }
 
-// Runs the program with each call failing in turn and calls check(call, error, result). `calls` are
-// those of a run without faults. Returns the number of runs.
+// Runs the program, which starts no other one, with each call failing in turn and calls check(call,
+// error, result). `calls` are those of a run without faults. Returns the number of runs.
 template <typename Check>
 int ForEachFailingCall(const std::vector<std::string> &program,
                        const std::vector<SystemCall> &calls, Check check) {
@@ -74,7 +74,7 @@ int ForEachFailingCall(const std::vector<std::string> &program,
         for (const std::string &error : LookingErrors()) {
             if (CanFail(call, error)) {
                 SCOPED_TRACE(error + " at " + call.line);
-                check(call, error, RunTraced(Injection(call, "error=" + error), program));
+                check(call, error, RunTraced(QuickInjection(call, "error=" + error), program));
                 ++runs;
             }
         }

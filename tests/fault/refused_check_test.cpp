@@ -91,7 +91,7 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
 
     // The answer if that call fails with `error`.
     Answer Refused(const SystemCall &call, const std::string &error) const {
-        return Ask(Injection(call, "error=" + error));
+        return Ask(QuickInjection(call, "error=" + error));
     }
 
     static void ExpectTakenOrUnknown(const Answer &answer) {
@@ -112,7 +112,7 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
         for (const SystemCall &call : Calls()) {
             if (call.name == "openat") {
                 SCOPED_TRACE("from " + call.line);
-                ExpectTakenOrUnknown(Ask(Injection(call, "error=EMFILE", "+")));
+                ExpectTakenOrUnknown(Ask(QuickInjection(call, "error=EMFILE", "+")));
             }
         }
     }

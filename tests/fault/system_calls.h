@@ -51,6 +51,15 @@ inline std::vector<std::string> Injection(const SystemCall &call, const std::str
         "inject=" + call.name + ":" + fault + ":when=" + std::to_string(call.ordinal) + following};
 }
 
+// The same for a program that starts no other one, which strace then stops only at calls of that
+// name. (Faults would also be injected into the programs that it starts.)
+inline std::vector<std::string> QuickInjection(const SystemCall &call, const std::string &fault,
+                                               const std::string &following = "") {
+    std::vector<std::string> options = Injection(call, fault, following);
+    options.insert(options.end(), {"-f", "--seccomp-bpf"});
+    return options;
+}
+
 // Whether strace injected the fault. A killed program does not return from the call.
 inline bool WasInjected(const std::string &trace) {
     return trace.find("(INJECTED)") != std::string::npos ||

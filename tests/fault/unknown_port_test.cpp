@@ -77,7 +77,7 @@ TEST_P(UnreadablePort, NeverReadsFree) {
     for (const SystemCall &call : CallsOfTheQuestion()) {
         if (call.name == "openat") {
             SCOPED_TRACE("from " + call.line);
-            ExpectNotFree(RunTraced(Injection(call, "error=EMFILE", "+"), program_));
+            ExpectNotFree(RunTraced(QuickInjection(call, "error=EMFILE", "+"), program_));
             ++runs;
         }
     }

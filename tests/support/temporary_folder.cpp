@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <system_error>
 
 namespace tavo::test {
@@ -56,7 +55,13 @@ std::vector<std::string> Entries(const std::string &folder) {
 std::string ReadFile(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     file.exceptions(std::ios::badbit | std::ios::failbit);
-    return {std::istreambuf_iterator<char>(file), {}};
+    file.exceptions(std::ios::badbit);
+    std::string contents;
+    char block[1 << 16];
+    while (file.read(block, sizeof(block)).gcount() > 0) {
+        contents.append(block, static_cast<std::size_t>(file.gcount()));
+    }
+    return contents;
 }
 
 void WriteFile(const std::string &path, std::string_view contents) {

@@ -47,7 +47,7 @@ class UnlistedFolder : public ServiceFolders {
                  {Failure{"EIO", "input/output error"}, Failure{"EMFILE", "too many open files"}}) {
                 SCOPED_TRACE(error + (" at " + call.line));
                 const ProgramResult result =
-                    RunTraced(Injection(call, std::string("error=") + error), command);
+                    RunTraced(QuickInjection(call, std::string("error=") + error), command);
                 EXPECT_EQ(result.status, 3);
                 EXPECT_THAT(result.out, HasSubstr(out));
                 EXPECT_THAT(result.err, HasSubstr(std::string(kPackageServices) +
