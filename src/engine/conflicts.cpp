@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/system_files.h"
+#include "engine/port_range.h"
 #include "support/failure.h"
 
 namespace tavo {
@@ -28,10 +29,29 @@ void ForgetError() {
     TLIBCErrSetEx(0, nullptr, 0);
 }
 
-// The error code if services may be missing from the catalogue; 0 if it is complete.
-unsigned int FaultOf(const ServiceCatalogue &catalogue) {
-    const unsigned int fault = catalogue.report.Fault();
-    return catalogue.count < 0 && fault == 0 ? TAVO_ERR_FW_SERVICES : fault;
+// The sections of a file, in reverse order.
+const TAVO_SERVICE_CONF_SECTION *SectionsOf(const ServiceFileRecord &file) {
+    return file.conf == nullptr ? nullptr : file.conf->pSections;
+}
+
+// The first service of this name in a service file; null if there is none.
+const TAVO_SERVICE_CONF_SECTION *FindSection(const DeclaredServices &declared, const char *name) {
+    for (const ServiceFileRecord &file : declared.report.Files()) {
+        const TAVO_SERVICE_CONF_SECTION *section = SectionsOf(file);
+        while (section != nullptr && std::strcmp(section->szName, name) != 0) {
+            section = section->pNext;
+        }
+        if (section != nullptr) {
+            return section;
+        }
+    }
+    return nullptr;
+}
+
+// The port of a service file, in either order.
+Range RangeOf(const TAVO_SERVICE_CONF_PORT &port) {
+    const auto [low, high] = std::minmax({port.nPortStart, LastPort(port)});
+    return {static_cast<int>(low), static_cast<int>(high)};
 }
 
 bool AnyHeld(const Range &range, const PortSet &held) {
@@ -227,51 +247,59 @@ void PortConflicts::CompareRule(const ForwardingRule &rule, const char *file) {
 
 // ---- Firewall services ----
 
-const ServiceCatalogue &PortConflicts::Catalogue() {
+const DeclaredServices &PortConflicts::Declared() {
     if (!services_) {
-        services_ = ReadCatalogue();
+        services_ = ReadDeclaredServices();
     }
     return *services_;
 }
 
 // Records a failure for each built-in service that was left out, whatever the reason, because
 // built-in services declare ports. Anything else that could not be read may be any service.
-void PortConflicts::AddOmissions(const ServiceCatalogue &catalogue) {
-    unsigned int fault = FaultOf(catalogue);
-    for (const LeftOut &omission : catalogue.report.Omissions()) {
-        if (omission.row != nullptr) {
-            AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE,
-                              .kind = SourceFailure::Kind::kLeftOut,
-                              .code = omission.reading.Fault(),
-                              .declarer = {.name = omission.row->szName}});
+void PortConflicts::AddOmissions(const ReadingReport &report) {
+    const unsigned int fault = report.Fault();
+    bool of_row = false;
+    bool of_file = false;
+    for (const LeftOut &omission : report.Omissions()) {
+        if (omission.row == nullptr) {
+            of_file = of_file || omission.reading.Fault() != 0;
+            continue;
         }
+        of_row = of_row || omission.reading.Fault() == fault;
+        AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE,
+                          .kind = SourceFailure::Kind::kLeftOut,
+                          .code = omission.reading.Fault(),
+                          .declarer = {.name = omission.row->szName}});
     }
-    const auto is_of_row = [fault](const LeftOut &omission) {
-        return omission.row != nullptr && omission.reading.Fault() == fault;
-    };
-    const auto is_of_file = [](const LeftOut &omission) {
-        return omission.row == nullptr && omission.reading.Fault() != 0;
-    };
-    const GrowingArray<LeftOut> &omissions = catalogue.report.Omissions();
-    if (fault != 0 && (std::none_of(omissions.begin(), omissions.end(), is_of_row) ||
-                       std::any_of(omissions.begin(), omissions.end(), is_of_file))) {
+    if (fault != 0 && (of_file || !of_row)) {
         AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE, .code = fault});
     }
 }
 
 void PortConflicts::ReadServices() {
     ForgetError();
-    const ServiceCatalogue &catalogue = Catalogue();
-    AddOmissions(catalogue);
-    for (const CatalogueService &origin : catalogue.origins) {
-        const TAVO_FW_SERVICE &service = *origin.service;
-        const bool built_in = origin.file == nullptr;
-        const PortDeclarer declarer = {.name = service.szName,
-                                       .file = built_in ? nullptr : origin.file->path,
-                                       .entry = built_in ? nullptr : service.szName};
-        for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-            CompareText(TLIBCSzListGet(service.pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
-                        service.nDstProtocol, declarer, nullptr);
+    const DeclaredServices &declared = Declared();
+    AddOmissions(declared.report);
+    for (const ServiceFileRecord &file : declared.report.Files()) {
+        CompareFile(file);
+    }
+    const auto *service = declared.built_in.get();
+    for (; service != nullptr; service = service->pNext) {
+        for (int i = 0; i < TLIBCSzListCount(service->pDstPortList); ++i) {
+            CompareText(TLIBCSzListGet(service->pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
+                        service->nDstProtocol, {.name = service->szName}, nullptr);
+        }
+    }
+}
+
+void PortConflicts::CompareFile(const ServiceFileRecord &file) {
+    const auto *section = SectionsOf(file);
+    for (; section != nullptr; section = section->pNext) {
+        const PortDeclarer declarer = {
+            .name = section->szName, .file = file.path, .entry = section->szName};
+        const auto *port = section->pDstPorts;
+        for (; port != nullptr; port = port->pNext) {
+            AddDeclared(RangeOf(*port), TAVO_PORT_CHECK_FW_SERVICE, port->nProtocol, declarer);
         }
     }
 }
@@ -375,14 +403,20 @@ void PortConflicts::AddRows(const Asked &asked, uint32_t protocol, const PortSet
 // Returns false if the ports of the services are unknown.
 bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol,
                                     SkippedPorts &skipped) {
-    const ServiceCatalogue &catalogue = Catalogue();
-    if (const unsigned int fault = FaultOf(catalogue)) {
+    const DeclaredServices &declared = Declared();
+    if (const unsigned int fault = declared.report.Fault()) {
         AddFailure({.question = question, .source = TAVO_PORT_CHECK_RUNTIME, .code = fault});
         return false;
     }
     for (const char *name : questions_[question].skipped) {
-        if (catalogue.services != nullptr) {
-            skipped.AddService(catalogue.services.get(), name, protocol);
+        if (const TAVO_SERVICE_CONF_SECTION *section = FindSection(declared, name)) {
+            for (const auto *port = section->pDstPorts; port != nullptr; port = port->pNext) {
+                if ((port->nProtocol & protocol) != 0) {
+                    skipped.Add(port->nPortStart, LastPort(*port));
+                }
+            }
+        } else if (declared.built_in != nullptr) {
+            skipped.AddService(declared.built_in.get(), name, protocol);
         }
     }
     return true;

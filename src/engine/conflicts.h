@@ -86,8 +86,8 @@ class PortConflicts {
         return {failures_.begin(), failures_.Count()};
     }
 
-    // The catalogue used for the comparison; null if no question used it.
-    const ServiceCatalogue *Services() const { return services_ ? &*services_ : nullptr; }
+    // The services used for the comparison; null if no question used them.
+    const DeclaredServices *Services() const { return services_ ? &*services_ : nullptr; }
 
   private:
     // A range of a question.
@@ -111,9 +111,10 @@ class PortConflicts {
                      const PortDeclarer &declarer, const char *key);
     void ReadRules();
     void CompareRule(const ForwardingRule &rule, const char *file);
-    const ServiceCatalogue &Catalogue();
-    void AddOmissions(const ServiceCatalogue &catalogue);
+    const DeclaredServices &Declared();
+    void AddOmissions(const ReadingReport &report);
     void ReadServices();
+    void CompareFile(const ServiceFileRecord &file);
     void ReadSettings();
     void ReadSockets();
     void ReadSocketsOf(const TAVO_PROTO_TYPE_MAPPING &protocol);
@@ -126,7 +127,7 @@ class PortConflicts {
     RangeIndex index_;           // the same, by question
     int wanted_ = 0;             // the sources of all questions
     bool out_of_memory_ = false;
-    std::optional<ServiceCatalogue> services_;
+    std::optional<DeclaredServices> services_;
     KeptTexts texts_;
     GrowingArray<TakenPorts> taken_;
     GrowingArray<SourceFailure> failures_;

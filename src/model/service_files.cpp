@@ -49,11 +49,6 @@ void ReadingReport::EndFile(Reading reading, const TAVO_SERVICE_CONF *conf) {
     Note({folder_, path_, nullptr, nullptr, reading});
 }
 
-void ReadingReport::ResumeFile(const ServiceFileRecord &file) {
-    folder_ = file.folder;
-    path_ = file.path;
-}
-
 void ReadingReport::NoteSection(Reading reading, const char *section) {
     if (!reading.IsGood()) {
         Note({folder_, path_, Keep(section), nullptr, reading});

@@ -49,7 +49,6 @@ class ReadingReport {
     // For the readers. A good reading is not noted, apart from that of a folder.
     void BeginFile(const ServiceFolder &folder, const char *path);
     void EndFile(Reading reading, const TAVO_SERVICE_CONF *conf);
-    void ResumeFile(const ServiceFileRecord &file);
     void NoteSection(Reading reading, const char *section);
     void NoteFolder(Reading reading, const ServiceFolder &folder, int error);
     void NoteRow(Reading reading, const TAVO_FW_SERVICE_REG &row);

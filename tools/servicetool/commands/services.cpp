@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <optional>
 
 #include "base/system_files.h"
@@ -16,7 +15,9 @@
 #include "output/table.h"
 #include "output/text.h"
 #include "ports/port_query.h"
+#include "ports/port_sources.h"
 #include "ports/source_failure.h"
+#include "support/held_file.h"
 
 namespace tavo::tool {
 namespace {
@@ -67,37 +68,68 @@ OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
 
 constexpr char kBuiltIn[] = "built-in";
 
-// "built-in", "system/FILE" or "package/FILE".
-std::string OriginText(const CatalogueService &service) {
-    if (service.file == nullptr) {
-        return kBuiltIn;
+// A built-in service, or a service of a file.
+struct FirewallService {
+    const char *name;
+    bool supported;
+    const char *support_key;  // "" if there is none
+
+    const TAVO_FW_SERVICE *built_in;  // null for a service of a file
+    const ServiceFileRecord *file;    // null for a built-in service
+    const TAVO_SERVICE_CONF_SECTION *section;
+};
+
+// The built-in services in the order of their table, then those of files.
+std::vector<FirewallService> ServicesOf(const DeclaredServices &declared) {
+    std::vector<FirewallService> services;
+    for (const TAVO_FW_SERVICE *service : InFileOrder(declared.built_in.get())) {
+        const auto *row = rgServices;
+        while (std::strcmp(row->szName, service->szName) != 0) {
+            ++row;
+        }
+        const char *key = row->szSupportKey == nullptr ? "" : row->szSupportKey;
+        services.push_back({service->szName, service->blSupported != 0, key, service, {}, {}});
     }
-    const std::filesystem::path path = service.file->path;
-    return service.file->folder->name + ('/' + path.filename().string());
+    const HeldFile held(kFactorySettingsFile);
+    for (const ServiceFileRecord &file : declared.report.Files()) {
+        if (file.conf == nullptr) {
+            continue;
+        }
+        const bool supported = IsSupported(*file.conf);
+        for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(file.conf->pSections)) {
+            services.push_back(
+                {section->szName, supported, file.conf->szSupportKey, nullptr, &file, section});
+        }
+    }
+    return services;
 }
 
-Json FirewallServiceJson(const CatalogueService &service, std::optional<bool> supported,
+// "built-in", "system/FILE" or "package/FILE".
+std::string OriginText(const FirewallService &service) {
+    return service.built_in != nullptr ? kBuiltIn : FolderAndName(service.file->path);
+}
+
+Json FirewallServiceJson(const FirewallService &service, std::optional<bool> supported,
                          const TAVO_SERVICE_CONF_SECTION &section) {
-    Json json = {{"name", section.szName}, {"supported", supported}};
-    if (service.file != nullptr) {
+    Json json = {{"name", service.name}, {"supported", supported}};
+    if (service.built_in == nullptr) {
         json.Merge(ServiceJson(*service.file, section));
         return json;
     }
-    const char *support_key = service.row->szSupportKey;
     json.Merge({{"file", nullptr},
                 {"real_path", nullptr},
                 {"location", kBuiltIn},
                 {"version", nullptr},
-                {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
+                {"support_key", TextOrNull(service.support_key)},
                 {"run_key", nullptr}});
     json.Merge(SectionJson(section));
     return json;
 }
 
-void AddService(const CatalogueService &service, std::optional<bool> supported, Table &table,
+void AddService(const FirewallService &service, std::optional<bool> supported, Table &table,
                 Report &report) {
-    const bool built_in = service.section == nullptr;
-    const OwnedSection made = built_in ? SectionOf(*service.service, report) : nullptr;
+    const bool built_in = service.built_in != nullptr;
+    const OwnedSection made = built_in ? SectionOf(*service.built_in, report) : nullptr;
     const TAVO_SERVICE_CONF_SECTION &section = built_in ? *made : *service.section;
     if (report.PrintsJson()) {
         report.AddResult(FirewallServiceJson(service, supported, section));
@@ -106,22 +138,6 @@ void AddService(const CatalogueService &service, std::optional<bool> supported, 
     table.Row({section.szName, supported ? (*supported ? "yes" : "no") : "",
                section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
                OriginText(service), section.strTitle.szText});
-}
-
-// The built-in services in the order of their table, then those of files. The catalogue begins with
-// those of files and ends with the table in reverse order.
-std::vector<CatalogueService> TableFirst(const ServiceCatalogue &catalogue) {
-    std::vector<CatalogueService> services(catalogue.origins.begin(), catalogue.origins.end());
-    const auto last = std::find_if(services.begin(), services.end(),
-                                   [](const auto &service) { return service.row != nullptr; });
-    std::reverse(last, services.end());
-    std::rotate(services.begin(), last, services.end());
-    return services;
-}
-
-bool HasSupportKey(const CatalogueService &service) {
-    return service.row != nullptr ? service.row->szSupportKey != nullptr
-                                  : *service.file->conf->szSupportKey != '\0';
 }
 
 bool IsWanted(const std::string &name, const std::vector<std::string> &wanted) {
@@ -140,11 +156,11 @@ void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string
 }
 
 // The names of all services, including those left out.
-std::vector<std::string> NamesOf(const std::vector<CatalogueService> &services,
+std::vector<std::string> NamesOf(const std::vector<FirewallService> &services,
                                  const ReadingReport &read) {
     std::vector<std::string> names;
-    for (const CatalogueService &service : services) {
-        names.emplace_back(service.service->szName);
+    for (const FirewallService &service : services) {
+        names.emplace_back(service.name);
     }
     for (const LeftOut &omission : read.Omissions()) {
         if (omission.row != nullptr) {
@@ -179,20 +195,20 @@ void Services(const Arguments &arguments, Report &report) {
     const std::vector<std::string> &wanted = arguments.Operands();
     const bool only_supported = arguments.Has("--supported");
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
-    auto [catalogue, omissions] = ReadAndExplain(ReadCatalogue, wanted);
-    TellBuiltInLeftOut(catalogue.report, wanted, report);
+    auto [declared, omissions] = ReadAndExplain(ReadDeclaredServices, wanted);
+    TellBuiltInLeftOut(declared.report, wanted, report);
     if (TellOmissions(std::move(omissions), report)) {
         report.Raise(Status::kFailed);
     }
     const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
-    const std::vector<CatalogueService> services = TableFirst(catalogue);
+    const std::vector<FirewallService> services = ServicesOf(declared);
     bool support_known = true;
-    for (const CatalogueService &service : services) {
-        if (!IsWanted(service.service->szName, wanted)) {
+    for (const FirewallService &service : services) {
+        if (!IsWanted(service.name, wanted)) {
             continue;
         }
-        std::optional<bool> supported = service.service->blSupported != 0;
-        if (!problem.empty() && HasSupportKey(service)) {
+        std::optional<bool> supported = service.supported;
+        if (!problem.empty() && *service.support_key != '\0') {
             supported.reset();
             support_known = false;
         }
@@ -205,7 +221,7 @@ void Services(const Arguments &arguments, Report &report) {
                          "it is unknown what this model supports: " + problem);
         report.Raise(Status::kFailed);
     }
-    TellNotFound(wanted, NamesOf(services, catalogue.report), report);
+    TellNotFound(wanted, NamesOf(services, declared.report), report);
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 

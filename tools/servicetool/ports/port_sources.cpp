@@ -17,17 +17,6 @@ namespace {
 // The most declarers in a line of a table.
 constexpr std::size_t kMostDeclarers = 5;
 
-// "system/FILE" or "package/FILE".
-std::string FolderAndName(std::string_view path) {
-    for (const ServiceFolder &folder : kServiceFolders) {
-        const std::string_view directory = folder.path;
-        if (path.starts_with(directory)) {
-            return folder.name + std::string(path.substr(directory.size()));
-        }
-    }
-    return std::string(path);
-}
-
 struct TextOrder {
     bool operator()(const PortDeclarer &a, const PortDeclarer &b) const {
         return CompareTexts(a, b) < 0;
@@ -105,6 +94,16 @@ std::vector<std::string_view> SourceNames(int sources) {
 }
 
 // ---- Declarers ----
+
+std::string FolderAndName(std::string_view path) {
+    for (const ServiceFolder &folder : kServiceFolders) {
+        const std::string_view directory = folder.path;
+        if (path.starts_with(directory)) {
+            return folder.name + std::string(path.substr(directory.size()));
+        }
+    }
+    return std::string(path);
+}
 
 std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b) {
     for (const auto text :

@@ -52,6 +52,9 @@ inline std::string_view OrEmpty(const char *text) {
     return text == nullptr ? std::string_view() : text;
 }
 
+// "system/FILE" or "package/FILE" for a path in a service folder; any other path is unchanged.
+std::string FolderAndName(std::string_view path);
+
 // Orders declarers by their texts.
 std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b);
 
