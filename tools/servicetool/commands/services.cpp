@@ -16,7 +16,6 @@
 #include "output/text.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
-#include "ports/source_failure.h"
 #include "support/held_file.h"
 
 namespace tavo::tool {

@@ -8,7 +8,6 @@
 
 #include "input/service_file.h"
 #include "output/text.h"
-#include "ports/source_failure.h"
 #include "support/service_directory.h"
 
 namespace tavo::tool {
@@ -182,9 +181,7 @@ std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &request
 }
 
 PortAnswer PortSources::Ask(const PortQuery &query, const SkippedNames &skipped) {
-    std::vector<PortAnswer> answers = Ask({{query, skipped}});
-    PortAnswer answer = std::move(answers.front());
-    return answer;
+    return std::move(Ask({{query, skipped}}).front());
 }
 
 std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, PortConflicts &found) {
@@ -242,7 +239,7 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
         // A file that was already reported as unreadable is not reported again.
         if ((first || !rules) &&
             (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
-            Tell(failure);
+            Tell(WhyUnknown(failure));
         }
     }
     if (rules && !any) {
@@ -253,15 +250,11 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
 void PortSources::TellIgnoredLines(int source) {
     Diagnostic finding;
     if (FindIgnoredLines(source, finding)) {
-        TellOnce(std::move(finding));
+        Tell(std::move(finding));
     }
 }
 
-void PortSources::Tell(const SourceFailure &failure) {
-    TellOnce(WhyUnknown(failure));
-}
-
-void PortSources::TellOnce(Diagnostic diagnostic) {
+void PortSources::Tell(Diagnostic diagnostic) {
     if (reported_.insert(DiagnosticText(diagnostic, false, 0)).second) {
         report_.Tell(std::move(diagnostic));
     }
