@@ -26,12 +26,13 @@ struct DeclaredServices {
     ReadingReport report;
 };
 
-// Reads the rows of rgServices, then the service files.
-DeclaredServices ReadDeclaredServices();
+// Reads the rows of rgServices, then the service files. With a visitor, `files` is null.
+DeclaredServices ReadDeclaredServices(FileVisitor *visitor = nullptr);
 
-// Whether this model supports the services of a file, according to the factory settings. A failed
-// check counts as no. It is not a fault of the catalogue, because it affects no ports.
-bool IsSupported(const TAVO_SERVICE_CONF &file);
+// Whether this model supports the services of a file with this support key, "" for none, according
+// to the factory settings. A failed check counts as no. It is not a fault of the catalogue, because
+// it affects no ports.
+bool IsFileSupported(const char *support_key);
 
 // A snapshot of the catalogue as one list, in the order of TAVOFwServiceEnum.
 struct ServiceCatalogue {

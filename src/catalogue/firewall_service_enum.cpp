@@ -254,8 +254,8 @@ Reading ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool suppor
     return Reading::Good();
 }
 
-DeclaredServices ReadDeclaredServices() {
-    DeclaredServices declared;
+DeclaredServices ReadDeclaredServices(FileVisitor *visitor) {
+    DeclaredServices declared = {nullptr, nullptr, ReadingReport(visitor)};
     for (const auto *row = rgServices; row->szName != nullptr; ++row) {
         OwnedServices service;
         declared.report.NoteRow(ServiceFromRow(*row, service), *row);
@@ -264,14 +264,14 @@ DeclaredServices ReadDeclaredServices() {
     TAVO_SERVICE_CONF *files = nullptr;
     const int count = ReadServiceFiles(&files, kEveryServiceFolder, &declared.report);
     declared.files.reset(files);
-    if (count > 0 && files == nullptr) {
+    if (count > 0 && files == nullptr && visitor == nullptr) {
         TAVO_LOG_STATE("Bad parameters, tavoerr=");
     }
     return declared;
 }
 
-bool IsSupported(const TAVO_SERVICE_CONF &file) {
-    return *file.szSupportKey == '\0' || IsSupportKeySet(file.szSupportKey, true);
+bool IsFileSupported(const char *support_key) {
+    return *support_key == '\0' || IsSupportKeySet(support_key, true);
 }
 
 ServiceCatalogue ReadCatalogue() {
@@ -279,7 +279,7 @@ ServiceCatalogue ReadCatalogue() {
     ServiceCatalogue catalogue = {std::move(declared.built_in), 0, std::move(declared.report)};
     const HeldFile held(kFactorySettingsFile);
     for (const auto *file = declared.files.get(); file != nullptr; file = file->pNext) {
-        const bool supported = IsSupported(*file);
+        const bool supported = IsFileSupported(file->szSupportKey);
         for (const auto *section = file->pSections; section != nullptr; section = section->pNext) {
             OwnedServices service;
             catalogue.report.NoteFault(ServiceFromSection(*section, supported, service));

@@ -20,6 +20,10 @@ bool Skips(const PortQuestion &question, const char *name) {
                        [name](const char *skipped) { return std::strcmp(skipped, name) == 0; });
 }
 
+bool ComesBefore(const char *a, const char *b) {
+    return std::strcmp(a, b) < 0;
+}
+
 bool IsAlone(const Range &range, int port) {
     return range.nLow == port && range.nHigh == port;
 }
@@ -27,25 +31,6 @@ bool IsAlone(const Range &range, int port) {
 // Clears the error state, so that a failure is reported with its own error code.
 void ForgetError() {
     TLIBCErrSetEx(0, nullptr, 0);
-}
-
-// The sections of a file, in reverse order.
-const TAVO_SERVICE_CONF_SECTION *SectionsOf(const ServiceFileRecord &file) {
-    return file.conf == nullptr ? nullptr : file.conf->pSections;
-}
-
-// The first service of this name in a service file; null if there is none.
-const TAVO_SERVICE_CONF_SECTION *FindSection(const DeclaredServices &declared, const char *name) {
-    for (const ServiceFileRecord &file : declared.report.Files()) {
-        const TAVO_SERVICE_CONF_SECTION *section = SectionsOf(file);
-        while (section != nullptr && std::strcmp(section->szName, name) != 0) {
-            section = section->pNext;
-        }
-        if (section != nullptr) {
-            return section;
-        }
-    }
-    return nullptr;
 }
 
 // The port of a service file, in either order.
@@ -113,7 +98,13 @@ bool PortConflicts::OrderQuestions() {
                 return false;
             }
         }
+        const std::span<const char *const> &skipped = questions_[question].skipped;
+        if (!std::all_of(skipped.begin(), skipped.end(),
+                         [this](const char *name) { return skipped_names_.Append(name); })) {
+            return false;
+        }
     }
+    std::sort(skipped_names_.begin(), skipped_names_.end(), ComesBefore);
     index_.Sort();
     return true;
 }
@@ -247,13 +238,6 @@ void PortConflicts::CompareRule(const ForwardingRule &rule, const char *file) {
 
 // ---- Firewall services ----
 
-const DeclaredServices &PortConflicts::Declared() {
-    if (!services_) {
-        services_ = ReadDeclaredServices();
-    }
-    return *services_;
-}
-
 // Records a failure for each built-in service that was left out, whatever the reason, because
 // built-in services declare ports. Anything else that could not be read may be any service.
 void PortConflicts::AddOmissions(const ReadingReport &report) {
@@ -278,12 +262,9 @@ void PortConflicts::AddOmissions(const ReadingReport &report) {
 
 void PortConflicts::ReadServices() {
     ForgetError();
-    const DeclaredServices &declared = Declared();
-    AddOmissions(declared.report);
-    for (const ServiceFileRecord &file : declared.report.Files()) {
-        CompareFile(file);
-    }
-    const auto *service = declared.built_in.get();
+    services_ = ReadDeclaredServices(this);
+    AddOmissions(services_->report);
+    const auto *service = services_->built_in.get();
     for (; service != nullptr; service = service->pNext) {
         for (int i = 0; i < TLIBCSzListCount(service->pDstPortList); ++i) {
             CompareText(TLIBCSzListGet(service->pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
@@ -292,14 +273,35 @@ void PortConflicts::ReadServices() {
     }
 }
 
-void PortConflicts::CompareFile(const ServiceFileRecord &file) {
-    const auto *section = SectionsOf(file);
+// An appliance has thousands of sections, so only the texts of those that conflict are kept.
+void PortConflicts::Visit(const ServiceFileRecord &file) {
+    const auto *section = file.conf->pSections;
     for (; section != nullptr; section = section->pNext) {
-        const PortDeclarer declarer = {
-            .name = section->szName, .file = file.path, .entry = section->szName};
-        const auto *port = section->pDstPorts;
-        for (; port != nullptr; port = port->pNext) {
-            AddDeclared(RangeOf(*port), TAVO_PORT_CHECK_FW_SERVICE, port->nProtocol, declarer);
+        CompareSection(*section, file.path);
+    }
+}
+
+// Whether a question skips the service, and no service of this name was read before.
+bool PortConflicts::IsSkippedFirst(const char *service) const {
+    return std::binary_search(skipped_names_.begin(), skipped_names_.end(), service, ComesBefore) &&
+           std::none_of(skipped_ports_.begin(), skipped_ports_.end(),
+                        [service](const SkippedPort &port) {
+                            return std::strcmp(port.service, service) == 0;
+                        });
+}
+
+void PortConflicts::CompareSection(const TAVO_SERVICE_CONF_SECTION &section, const char *file) {
+    const bool skipped = IsSkippedFirst(section.szName);
+    const char *name = skipped ? Keep(section.szName) : nullptr;
+    for (const auto *port = section.pDstPorts; port != nullptr; port = port->pNext) {
+        const Range range = RangeOf(*port);
+        if (skipped && !skipped_ports_.Append({name, range, port->nProtocol})) {
+            out_of_memory_ = true;
+        }
+        if (index_.HasOverlap(range)) {
+            name = name == nullptr ? Keep(section.szName) : name;
+            AddDeclared(range, TAVO_PORT_CHECK_FW_SERVICE, port->nProtocol,
+                        {.name = name, .file = file, .entry = name});
         }
     }
 }
@@ -403,20 +405,25 @@ void PortConflicts::AddRows(const Asked &asked, uint32_t protocol, const PortSet
 // Returns false if the ports of the services are unknown.
 bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol,
                                     SkippedPorts &skipped) {
-    const DeclaredServices &declared = Declared();
-    if (const unsigned int fault = declared.report.Fault()) {
+    if (!services_) {
+        ReadServices();
+    }
+    if (const unsigned int fault = services_->report.Fault()) {
         AddFailure({.question = question, .source = TAVO_PORT_CHECK_RUNTIME, .code = fault});
         return false;
     }
     for (const char *name : questions_[question].skipped) {
-        if (const TAVO_SERVICE_CONF_SECTION *section = FindSection(declared, name)) {
-            for (const auto *port = section->pDstPorts; port != nullptr; port = port->pNext) {
-                if ((port->nProtocol & protocol) != 0) {
-                    skipped.Add(port->nPortStart, LastPort(*port));
+        bool of_file = false;
+        for (const SkippedPort &port : skipped_ports_) {
+            if (std::strcmp(port.service, name) == 0) {
+                of_file = true;
+                if ((port.protocols & protocol) != 0) {
+                    skipped.Add(port.range.nLow, port.range.nHigh);
                 }
             }
-        } else if (declared.built_in != nullptr) {
-            skipped.AddService(declared.built_in.get(), name, protocol);
+        }
+        if (!of_file && services_->built_in != nullptr) {
+            skipped.AddService(services_->built_in.get(), name, protocol);
         }
     }
     return true;

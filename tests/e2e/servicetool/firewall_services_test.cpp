@@ -134,12 +134,14 @@ TEST_F(FirewallServicesList, DoesNotBlameReadableSettingsForAFailedReading) {
 
 namespace tavo {
 
-DeclaredServices LinkedReader() asm("__real__ZN4tavo20ReadDeclaredServicesEv");
-DeclaredServices StandInReader() asm("__wrap__ZN4tavo20ReadDeclaredServicesEv");
+DeclaredServices LinkedReader(FileVisitor *visitor) asm(
+    "__real__ZN4tavo20ReadDeclaredServicesEPNS_11FileVisitorE");
+DeclaredServices StandInReader(FileVisitor *visitor) asm(
+    "__wrap__ZN4tavo20ReadDeclaredServicesEPNS_11FileVisitorE");
 
 // The linker redirects calls of ReadDeclaredServices to this function.
-DeclaredServices StandInReader() {
-    DeclaredServices declared = LinkedReader();
+DeclaredServices StandInReader(FileVisitor *visitor) {
+    DeclaredServices declared = LinkedReader(visitor);
     if (test::change) {
         test::change(declared);
     }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <optional>
 
 #include "base/system_files.h"
@@ -67,76 +68,34 @@ OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
 
 constexpr char kBuiltIn[] = "built-in";
 
-// A built-in service, or a service of a file.
-struct FirewallService {
-    const char *name;
-    bool supported;
-    const char *support_key;  // "" if there is none
-
-    const TAVO_FW_SERVICE *built_in;  // null for a service of a file
-    const ServiceFileRecord *file;    // null for a built-in service
-    const TAVO_SERVICE_CONF_SECTION *section;
+// A service as it is printed, apart from whether it is supported.
+struct ListedService {
+    std::string name;
+    std::string support_key;         // "" if there is none
+    std::vector<std::string> cells;  // those after SUPPORTED
+    Json json;
 };
 
-// The built-in services in the order of their table, then those of files.
-std::vector<FirewallService> ServicesOf(const DeclaredServices &declared) {
-    std::vector<FirewallService> services;
-    for (const TAVO_FW_SERVICE *service : InFileOrder(declared.built_in.get())) {
-        const auto *row = rgServices;
-        while (std::strcmp(row->szName, service->szName) != 0) {
-            ++row;
-        }
-        const char *key = row->szSupportKey == nullptr ? "" : row->szSupportKey;
-        services.push_back({service->szName, service->blSupported != 0, key, service, {}, {}});
+// `file` is null for a built-in service. Makes either the cells or the JSON.
+ListedService Listed(const TAVO_SERVICE_CONF_SECTION &section, const ServiceFileRecord *file,
+                     const char *support_key, bool json) {
+    ListedService listed = {section.szName, support_key, {}, nullptr};
+    if (!json) {
+        listed.cells = {section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
+                        file == nullptr ? kBuiltIn : FolderAndName(file->path),
+                        section.strTitle.szText};
+    } else if (file != nullptr) {
+        listed.json = ServiceJson(*file, section);
+    } else {
+        listed.json = {{"file", nullptr},
+                       {"real_path", nullptr},
+                       {"location", kBuiltIn},
+                       {"version", nullptr},
+                       {"support_key", TextOrNull(support_key)},
+                       {"run_key", nullptr}};
+        listed.json.Merge(SectionJson(section));
     }
-    const HeldFile held(kFactorySettingsFile);
-    for (const ServiceFileRecord &file : declared.report.Files()) {
-        if (file.conf == nullptr) {
-            continue;
-        }
-        const bool supported = IsSupported(*file.conf);
-        for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(file.conf->pSections)) {
-            services.push_back(
-                {section->szName, supported, file.conf->szSupportKey, nullptr, &file, section});
-        }
-    }
-    return services;
-}
-
-// "built-in", "system/FILE" or "package/FILE".
-std::string OriginText(const FirewallService &service) {
-    return service.built_in != nullptr ? kBuiltIn : FolderAndName(service.file->path);
-}
-
-Json FirewallServiceJson(const FirewallService &service, std::optional<bool> supported,
-                         const TAVO_SERVICE_CONF_SECTION &section) {
-    Json json = {{"name", service.name}, {"supported", supported}};
-    if (service.built_in == nullptr) {
-        json.Merge(ServiceJson(*service.file, section));
-        return json;
-    }
-    json.Merge({{"file", nullptr},
-                {"real_path", nullptr},
-                {"location", kBuiltIn},
-                {"version", nullptr},
-                {"support_key", TextOrNull(service.support_key)},
-                {"run_key", nullptr}});
-    json.Merge(SectionJson(section));
-    return json;
-}
-
-void AddService(const FirewallService &service, std::optional<bool> supported, Table &table,
-                Report &report) {
-    const bool built_in = service.built_in != nullptr;
-    const OwnedSection made = built_in ? SectionOf(*service.built_in, report) : nullptr;
-    const TAVO_SERVICE_CONF_SECTION &section = built_in ? *made : *service.section;
-    if (report.PrintsJson()) {
-        report.AddResult(FirewallServiceJson(service, supported, section));
-        return;
-    }
-    table.Row({section.szName, supported ? (*supported ? "yes" : "no") : "",
-               section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
-               OriginText(service), section.strTitle.szText});
+    return listed;
 }
 
 bool IsWanted(const std::string &name, const std::vector<std::string> &wanted) {
@@ -154,19 +113,67 @@ void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string
     }
 }
 
-// The names of all services, including those left out.
-std::vector<std::string> NamesOf(const std::vector<FirewallService> &services,
-                                 const ReadingReport &read) {
-    std::vector<std::string> names;
-    for (const FirewallService &service : services) {
-        names.emplace_back(service.name);
+// Reads all services. Of those in files it keeps only what is printed, because an appliance has
+// thousands.
+class ServiceReading : private FileVisitor {
+  public:
+    ServiceReading(const std::vector<std::string> &wanted, bool json)
+        : wanted_(wanted), json_(json) {
+        DeclaredServices declared = ReadDeclaredServices(this);
+        if (failure_) {
+            std::rethrow_exception(failure_);
+        }
+        built_in = std::move(declared.built_in);
+        report = std::move(declared.report);
     }
-    for (const LeftOut &omission : read.Omissions()) {
+
+    OwnedServices built_in;
+    ReadingReport report;
+    std::vector<ListedService> of_files;  // those that are wanted
+    std::vector<std::string> file_names;  // the names of all services of files
+
+  private:
+    // The library is compiled without exceptions, so none may pass through it.
+    void Visit(const ServiceFileRecord &file) override {
+        try {
+            for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(file.conf->pSections)) {
+                file_names.emplace_back(section->szName);
+                if (IsWanted(section->szName, wanted_)) {
+                    of_files.push_back(Listed(*section, &file, file.conf->szSupportKey, json_));
+                }
+            }
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
+    }
+
+    const std::vector<std::string> &wanted_;
+    bool json_;
+    std::exception_ptr failure_;
+};
+
+// The support key of a built-in service; "" if there is none.
+const char *SupportKeyOf(const TAVO_FW_SERVICE &service) {
+    const auto *row = rgServices;
+    while (std::strcmp(row->szName, service.szName) != 0) {
+        ++row;
+    }
+    return row->szSupportKey == nullptr ? "" : row->szSupportKey;
+}
+
+// The names of all services, including those left out.
+std::vector<std::string> NamesOf(const ServiceReading &read) {
+    std::vector<std::string> names;
+    for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
+        names.emplace_back(service->szName);
+    }
+    names.insert(names.end(), read.file_names.begin(), read.file_names.end());
+    for (const LeftOut &omission : read.report.Omissions()) {
         if (omission.row != nullptr) {
             names.emplace_back(omission.row->szName);
         }
     }
-    for (std::string &name : NamesLeftOut(read.Omissions())) {
+    for (std::string &name : NamesLeftOut(read.report.Omissions())) {
         names.push_back(std::move(name));
     }
     return names;
@@ -188,39 +195,59 @@ void TellNotFound(const std::vector<std::string> &wanted, const std::vector<std:
     }
 }
 
+void Print(ListedService service, std::optional<bool> supported, Table &table, Report &report) {
+    if (report.PrintsJson()) {
+        Json json = {{"name", service.name}, {"supported", supported}};
+        json.Merge(service.json);
+        report.AddResult(json);
+        return;
+    }
+    service.cells.insert(service.cells.begin(),
+                         {service.name, supported ? (*supported ? "yes" : "no") : ""});
+    table.Row(service.cells);
+}
+
 // If the factory settings cannot be read, the library lists services with a support key as not
 // supported. Here that is unknown.
 void Services(const Arguments &arguments, Report &report) {
     const std::vector<std::string> &wanted = arguments.Operands();
-    const bool only_supported = arguments.Has("--supported");
-    Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
-    auto [declared, omissions] = ReadAndExplain(ReadDeclaredServices, wanted);
-    TellBuiltInLeftOut(declared.report, wanted, report);
+    const bool json = report.PrintsJson();
+    auto [read, omissions] = ReadAndExplain([&] { return ServiceReading(wanted, json); }, wanted);
+    TellBuiltInLeftOut(read.report, wanted, report);
     if (TellOmissions(std::move(omissions), report)) {
         report.Raise(Status::kFailed);
     }
+    Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
     const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
-    const std::vector<FirewallService> services = ServicesOf(declared);
     bool support_known = true;
-    for (const FirewallService &service : services) {
-        if (!IsWanted(service.name, wanted)) {
-            continue;
-        }
-        std::optional<bool> supported = service.supported;
-        if (!problem.empty() && *service.support_key != '\0') {
+    const auto print = [&](const char *support_key, bool is_supported, auto make) {
+        std::optional<bool> supported = is_supported;
+        if (!problem.empty() && *support_key != '\0') {
             supported.reset();
             support_known = false;
         }
-        if (!only_supported || supported.value_or(false)) {
-            AddService(service, supported, table, report);
+        if (!arguments.Has("--supported") || supported.value_or(false)) {
+            Print(make(), supported, table, report);
         }
+    };
+    for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
+        if (IsWanted(service->szName, wanted)) {
+            const char *key = SupportKeyOf(*service);
+            print(key, service->blSupported != 0,
+                  [&] { return Listed(*SectionOf(*service, report), nullptr, key, json); });
+        }
+    }
+    const HeldFile held(kFactorySettingsFile);
+    for (ListedService &service : read.of_files) {
+        const char *key = service.support_key.c_str();
+        print(key, IsFileSupported(key), [&service] { return std::move(service); });
     }
     if (!support_known) {
         report.TellError(kFactorySettingsFile, "unreadable",
                          "it is unknown what this model supports: " + problem);
         report.Raise(Status::kFailed);
     }
-    TellNotFound(wanted, NamesOf(services, declared.report), report);
+    TellNotFound(wanted, NamesOf(read), report);
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 
