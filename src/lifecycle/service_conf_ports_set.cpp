@@ -65,8 +65,7 @@ int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,
                      ChangeOutcome &outcome) {
     ReleaseHeldFile();
     if (!AllowsSet(param) || ports == nullptr) {
-        outcome.failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return outcome.failure.RefuseArguments(TAVO_HERE);
     }
     PortText text;
     if (text.Print(ports) < 0) {

@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "config_lines.h"
-#include "lifecycle/make_folder.h"
+#include "lifecycle/path_change.h"
 #include "lifecycle/section_write.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
@@ -178,8 +178,7 @@ int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *s
                        ChangeOutcome &outcome) {
     ReleaseHeldFile();
     if (!AllowsSet(param) || !IsWritable(section)) {
-        outcome.failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return outcome.failure.RefuseArguments(TAVO_HERE);
     }
     PortText dst_ports;
     if (dst_ports.Print(section->pDstPorts) < 0) {

@@ -63,9 +63,6 @@ class StoreLock {
     // Either all locks are held or none.
     bool IsHeld() const { return missing_ == nullptr; }
 
-    // The lock file that could not be locked; null when the locks are held.
-    const char *Missing() const { return missing_; }
-
     // Reports for the operation at `place` that the locks are not held, with the purpose of the
     // locks: "to change " and a path, or a text alone. Returns -1.
     int Fail(const Place &place, const char *purpose, const char *path, StepFailure &failure) const;
@@ -79,7 +76,7 @@ class StoreLock {
     void Release();
 
     StoreSet taken_ = 0;
-    const char *missing_ = nullptr;
+    const char *missing_ = nullptr;  // the lock file that could not be locked
 };
 
 // True if the last restore of a store failed in this process, so that its side copy may be the only
