@@ -74,17 +74,13 @@ const char *FolderOfWriters(const Store &store, const char *path) {
 // cp would copy a link rather than its target, so the target is used for a store that is a link.
 int NameCopy(Store &store, StepFailure &failure) {
     struct stat entry;
-    bool found = lstat(store.path, &entry) == 0;
-    const bool is_link = found && S_ISLNK(entry.st_mode);
-    if (is_link) {
-        found = realpath(store.path, store.place) != nullptr;
-    }
+    char target[kPathSize] = "";
+    const bool found = lstat(store.path, &entry) == 0 &&
+                       (!S_ISLNK(entry.st_mode) || realpath(store.path, target) != nullptr);
     if (!found && PresenceAfter(errno) != Presence::kAbsent) {
         return FailToLookAt(store, store.path, failure);
     }
-    if (!is_link || !found) {
-        CopyText(store.place, store.path);
-    }
+    CopyText(store.place, found && *target != '\0' ? target : store.path);
     PrintText(store.copy, "%s%s%d", store.path, kSideCopyTail, static_cast<int>(getpid()));
     return 0;
 }

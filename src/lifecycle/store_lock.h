@@ -12,6 +12,7 @@
 #include <cstddef>
 
 #include "base/descriptor.h"
+#include "lifecycle/pause.h"
 #include "lifecycle/step_failure.h"
 #include "support/failure.h"
 
@@ -19,12 +20,14 @@ namespace tavo {
 
 // ---- Lock files
 
-enum class LockAttempt { kLocked, kBusy, kFailed };
-
 // Tries once to lock the file `path` in the lock folder. The file and the folder are created if
 // they are missing. With kFailed, `failure` contains the error of the system; errno 0 means that
 // the folder is not usable, such as one of another user.
 LockAttempt TryLockFile(const char *path, Descriptor &locked, StepFailure &failure);
+
+// True if the name in the folder still refers to the open file, which another process may have
+// removed or replaced before it was locked. The folder AT_FDCWD is the current one.
+bool IsCurrent(int folder, const char *name, int descriptor);
 
 // ---- Locks of stores
 

@@ -15,7 +15,6 @@
 
 #include "base/system_files.h"
 #include "input/input_file.h"
-#include "lifecycle/pause.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_names.h"
 #include "output/text.h"
@@ -84,12 +83,9 @@ std::string MeantName(const ServiceFolder &folder, const std::string &name) {
 
 bool LockChanges(Descriptor &lock, const std::string &name, const std::string &consequence,
                  Report &report) {
-    Pauses pauses(kPatience);
     StepFailure failure;
-    LockAttempt attempt = LockAttempt::kBusy;
-    do {
-        attempt = TryLockFile(kFile, lock, failure);
-    } while (attempt == LockAttempt::kBusy && pauses.Next());
+    const LockAttempt attempt =
+        WaitForLock(kPatience, [&] { return TryLockFile(kFile, lock, failure); });
     if (attempt == LockAttempt::kLocked && IsOwnFile(lock.Get())) {
         return true;
     }
