@@ -61,7 +61,7 @@ std::set<std::string> OptionsOfTheRecords() {
             options.insert(option.name + std::strlen("--"));
         }
     };
-    add(OwnOptions());
+    add(OptionsOf(nullptr));
     for (const Command *command : Commands()) {
         add(command->options);
     }

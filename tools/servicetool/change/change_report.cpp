@@ -8,7 +8,7 @@
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/program_output.h"
-#include "commands/command.h"
+#include "commands/commands.h"
 #include "input/input_file.h"
 #include "input/library.h"
 #include "output/text.h"

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "change/private_folder.h"
-#include "commands/command.h"
+#include "commands/commands.h"
 #include "config_lines.h"
 #include "input/input_file.h"
 #include "input/library.h"

@@ -55,10 +55,6 @@ std::string ShellWord(const std::string &text) {
     return '\'' + Replaced(text, "'", "'\\''") + '\'';
 }
 
-bool TakesMany(const Operand &operand) {
-    return operand.count == Count::kAny || operand.count == Count::kSome;
-}
-
 // The names that skip a setting, each once.
 std::string SettingNames() {
     std::vector<std::string> names;
@@ -68,13 +64,6 @@ std::string SettingNames() {
         }
     }
     return Joined(names, " ");
-}
-
-std::vector<Option> OptionsOf(const Command &command) {
-    const std::span<const Option> common = CommonOptions();
-    std::vector<Option> options(common.begin(), common.end());
-    options.insert(options.end(), command.options.begin(), command.options.end());
-    return options;
 }
 
 // ---- bash
@@ -109,7 +98,7 @@ std::string BashOperands(std::span<const Operand> operands) {
     std::vector<std::string> kinds;
     std::string many;
     for (const Operand &operand : operands) {
-        if (TakesMany(operand)) {
+        if (operand.TakesMany()) {
             many = "            many=" + BashKind(operand.value) + '\n';
         } else {
             kinds.push_back(BashKind(operand.value));
@@ -123,7 +112,7 @@ std::string BashRecords() {
     std::string cases;
     for (const Command *command : Commands()) {
         names.emplace_back(command->name);
-        cases += "        " + names.back() + ")\n" + BashOptions(OptionsOf(*command)) +
+        cases += "        " + names.back() + ")\n" + BashOptions(OptionsOf(command)) +
                  BashOperands(command->operands) + "            ;;\n";
     }
     return "# What the command $1 takes, or servicetool itself: its options; the kinds of their "
@@ -135,7 +124,7 @@ std::string BashRecords() {
            "    options='' values=() operands=() many='' open=''\n"
            "    case $1 in\n"
            "        '')\n" +
-           BashOptions(OwnOptions()) + "            operands=(" +
+           BashOptions(OptionsOf(nullptr)) + "            operands=(" +
            ShellWord("words " + Joined(names, " ")) + ")\n            ;;\n" + cases +
            "    esac\n}\n";
 }
@@ -208,7 +197,7 @@ std::string ZshOptions(std::span<const Option> options) {
 std::string ZshOperands(std::span<const Operand> operands) {
     std::string lines;
     for (std::size_t i = 0; i < operands.size(); ++i) {
-        lines += ZshLine((TakesMany(operands[i]) ? "*" : std::to_string(i + 1)) +
+        lines += ZshLine((operands[i].TakesMany() ? "*" : std::to_string(i + 1)) +
                          ZshValue(operands[i].value));
     }
     return lines;
@@ -222,7 +211,7 @@ std::string ZshRecords() {
                     ShellWord(std::string(command->name) + ':' + std::string(command->summary)) +
                     '\n';
         cases += "        " + std::string(command->name) + ")\n            arguments=(\n" +
-                 ZshOptions(OptionsOf(*command)) + ZshOperands(command->operands) +
+                 ZshOptions(OptionsOf(command)) + ZshOperands(command->operands) +
                  "            )\n            ;;\n";
     }
     return "_servicetool_commands() {\n    local -a commands\n    commands=(\n" + commands +
@@ -230,7 +219,7 @@ std::string ZshRecords() {
            "# What the command $1 takes, or servicetool itself, in the form of _arguments.\n"
            "_servicetool_record() {\n    settings=(" +
            SettingNames() + ")\n    case $1 in\n        '')\n            arguments=(\n" +
-           ZshOptions(OwnOptions()) + "            )\n            ;;\n" + cases +
+           ZshOptions(OptionsOf(nullptr)) + "            )\n            ;;\n" + cases +
            "        *) return 1 ;;\n    esac\n}\n";
 }
 
