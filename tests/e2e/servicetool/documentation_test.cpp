@@ -8,7 +8,6 @@
 #include <string>
 
 #include "commands/commands.h"
-#include "lint/lint_keys.h"
 #include "lint/lint_rules.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
