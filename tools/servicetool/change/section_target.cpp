@@ -93,8 +93,8 @@ bool TellMissing(const SectionTarget &target, Report &report) {
                          std::string(kSoUnchanged),
                      empty          ? "write servicetool set, or remove its line by hand"
                      : name.empty() ? ""
-                                    : "write " + name);
-    report.Raise(Status::kNo);
+                                    : "write " + name,
+                     Status::kNo);
     return false;
 }
 

@@ -330,7 +330,6 @@ bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std:
     file = ReadAndLint(path);
     if (!file.problem.empty()) {
         report.TellError(file.name, "unreadable", file.problem, std::move(fix));
-        report.Raise(Status::kFailed);
         return false;
     }
     for (const Diagnostic &diagnostic : file.lint.diagnostics) {
