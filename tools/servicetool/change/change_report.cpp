@@ -8,7 +8,7 @@
 #include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "change/program_output.h"
-#include "commands/command.h"
+#include "commands/commands.h"
 #include "input/input_file.h"
 #include "input/library.h"
 #include "output/text.h"
@@ -189,8 +189,7 @@ void ChangeReport::Add(const std::string &section, const PortQuery &query,
 bool ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
                           Status status) {
     report_.TellError(change_.path, std::move(rule), message + std::string(kSoUnchanged),
-                      std::move(fix));
-    report_.Raise(status);
+                      std::move(fix), status);
     AddResult();
     return false;
 }
@@ -365,7 +364,6 @@ std::string ChangeReport::ReasonOf(const StepFailure &failure) const {
 
 void ChangeReport::TellFailed(std::string message, std::string fix) {
     report_.TellError(change_.path, "failed", std::move(message), std::move(fix));
-    report_.Raise(Status::kFailed);
 }
 
 void ChangeReport::TellUnknown(const std::exception &error) {

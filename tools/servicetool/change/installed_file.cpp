@@ -89,7 +89,6 @@ bool LockChanges(Descriptor &lock, const std::string &name, const std::string &c
     if (attempt == LockAttempt::kLocked && IsOwnFile(lock.Get())) {
         return true;
     }
-    report.Raise(Status::kFailed);
     if (attempt == LockAttempt::kBusy) {
         report.TellError(name, "busy", "another change is in progress" + consequence,
                          "wait until it ends, and try again");
@@ -127,7 +126,6 @@ bool FindInstalledFile(const std::string &name, int folders, Missing missing, bo
         if (!contents.problem.empty() && !contents.absent) {
             report.TellError(path, "unreadable", contents.problem + std::string(kSoUnchanged),
                              LeadsNowhere(path) ? "remove the dangling link" : "");
-            report.Raise(Status::kFailed);
             return false;
         }
         if (!contents.absent && file.text) {
@@ -155,8 +153,7 @@ bool TellNotInstalled(const std::string &name, int folders, Report &report) {
         fix = meant.empty() ? fix : "write " + meant;
     }
     report.TellError(name, "not-found", "is not installed in " + paths + std::string(kSoUnchanged),
-                     std::move(fix));
-    report.Raise(Status::kNo);
+                     std::move(fix), Status::kNo);
     return false;
 }
 

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "change/private_folder.h"
-#include "commands/command.h"
+#include "commands/commands.h"
 #include "config_lines.h"
 #include "input/input_file.h"
 #include "input/library.h"
@@ -93,8 +93,8 @@ bool TellMissing(const SectionTarget &target, Report &report) {
                          std::string(kSoUnchanged),
                      empty          ? "write servicetool set, or remove its line by hand"
                      : name.empty() ? ""
-                                    : "write " + name);
-    report.Raise(Status::kNo);
+                                    : "write " + name,
+                     Status::kNo);
     return false;
 }
 

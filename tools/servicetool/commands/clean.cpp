@@ -34,7 +34,6 @@ const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
     const std::string problem = RemoveLeftover(leftover);
     if (!problem.empty()) {
         report.TellError(leftover.path, "failed", "cannot be removed: " + problem);
-        report.Raise(Status::kFailed);
         return "failed";
     }
     report.PrintDone(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) + ": removed");
@@ -59,7 +58,6 @@ void Clean(const Arguments &arguments, Report &report) {
     }
     for (const auto &[folder, problem] : found.unread) {
         report.TellError(folder, "unreadable", problem);
-        report.Raise(Status::kFailed);
     }
     if (found.all.empty() && found.unread.empty()) {
         report.Print("there are no leftovers\n");

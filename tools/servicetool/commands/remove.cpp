@@ -60,7 +60,6 @@ void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
     for (const std::string &copy : copies) {
         if (unlink(copy.c_str()) != 0 && errno != ENOENT) {
             report.TellError(copy, "failed", "cannot be removed: " + ErrorText(errno));
-            report.Raise(Status::kFailed);
         }
     }
 }

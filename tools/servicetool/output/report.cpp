@@ -79,7 +79,9 @@ void Report::Tell(Diagnostic diagnostic) {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-void Report::TellError(std::string file, std::string rule, std::string message, std::string fix) {
+void Report::TellError(std::string file, std::string rule, std::string message, std::string fix,
+                       Status status) {
+    Raise(status);
     Tell({.file = std::move(file),
           .rule = std::move(rule),
           .message = std::move(message),
@@ -87,8 +89,7 @@ void Report::TellError(std::string file, std::string rule, std::string message, 
 }
 
 void Report::TellUsage(std::string message, std::string fix) {
-    TellError("", "usage", std::move(message), std::move(fix));
-    Raise(Status::kUsage);
+    TellError("", "usage", std::move(message), std::move(fix), Status::kUsage);
 }
 
 void Report::Print(std::string_view text) {
