@@ -175,13 +175,11 @@ void WarnOfNewName(const std::string &name, const std::string &fix, Report &repo
     if (visible == name && ends) {
         return;
     }
-    report.Tell(
-        {.file = name,
-         .severity = Severity::kWarning,
-         .rule = "file-name",
-         .message = visible == name ? "the name of a service file ends in .sc"
-                                    : "a file whose name starts with a dot is hidden",
-         .fix = fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding)});
+    report.TellWarning(
+        name, "file-name",
+        visible == name ? "the name of a service file ends in .sc"
+                        : "a file whose name starts with a dot is hidden",
+        fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding), Status::kOk);
 }
 
 FileText TextOf(const std::string &path, const std::string &what) {
