@@ -28,7 +28,6 @@ void TellThrown(const CommandLine &line, const std::string &reason, Report &repo
         return;
     }
     report.TellError("", "failed", reason);
-    report.Raise(Status::kFailed);
 }
 
 // A command that makes a change always has one result, except after a usage error.

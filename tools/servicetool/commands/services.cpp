@@ -41,7 +41,6 @@ OwnedPorts PortsOf(const TAVO_FW_SERVICE &service, const TLIBCSzList *list, std:
             report.TellError("", "bad-service",
                              "firewall service " + std::string(service.szName) + " has " +
                                  Quoted(port) + " for a port");
-            report.Raise(Status::kFailed);
             continue;
         }
         one->pNext = ports.release();
@@ -190,8 +189,7 @@ void TellNotFound(const std::vector<std::string> &wanted, const std::vector<std:
                 return strcasecmp(known.c_str(), name.c_str()) == 0;
             });
         report.TellError("", "not-found", "no firewall service is named " + Quoted(name),
-                         similar == names.end() ? "" : "write " + *similar);
-        report.Raise(Status::kNo);
+                         similar == names.end() ? "" : "write " + *similar, Status::kNo);
     }
 }
 
@@ -245,7 +243,6 @@ void Services(const Arguments &arguments, Report &report) {
     if (!support_known) {
         report.TellError(kFactorySettingsFile, "unreadable",
                          "it is unknown what this model supports: " + problem);
-        report.Raise(Status::kFailed);
     }
     TellNotFound(wanted, NamesOf(read), report);
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));

@@ -2,7 +2,7 @@
 //
 // The list is split as by the library: at the first slash, then at each comma, an item at its first
 // colon. Functions of the library check whether a piece is a port or a protocol.
-#include "lint/lint_ports.h"
+#include "lint/lint_rules.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -11,7 +11,6 @@
 #include <string>
 #include <utility>
 
-#include "lint/lint_keys.h"
 #include "output/text.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"

@@ -79,16 +79,27 @@ void Report::Tell(Diagnostic diagnostic) {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-void Report::TellError(std::string file, std::string rule, std::string message, std::string fix) {
+void Report::TellError(std::string file, std::string rule, std::string message, std::string fix,
+                       Status status) {
+    Raise(status);
     Tell({.file = std::move(file),
           .rule = std::move(rule),
           .message = std::move(message),
           .fix = std::move(fix)});
 }
 
+void Report::TellWarning(std::string file, std::string rule, std::string message, std::string fix,
+                         Status status) {
+    Raise(status);
+    Tell({.file = std::move(file),
+          .severity = Severity::kWarning,
+          .rule = std::move(rule),
+          .message = std::move(message),
+          .fix = std::move(fix)});
+}
+
 void Report::TellUsage(std::string message, std::string fix) {
-    TellError("", "usage", std::move(message), std::move(fix));
-    Raise(Status::kUsage);
+    TellError("", "usage", std::move(message), std::move(fix), Status::kUsage);
 }
 
 void Report::Print(std::string_view text) {

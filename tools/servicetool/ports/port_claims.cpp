@@ -320,7 +320,8 @@ PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report) {
         const std::string problem = ReadHeldPorts(all);
         if (!problem.empty()) {
             all.failed |= TAVO_PORT_CHECK_RUNTIME;
-            report.TellError("", "unreadable", "the holders of ports are unknown: " + problem);
+            report.TellError("", "unreadable", "the holders of ports are unknown: " + problem, "",
+                             Status::kOk);
         }
     }
     SortWithoutDuplicates(all.claims, [](const PortClaim &a, const PortClaim &b) {
