@@ -50,14 +50,6 @@ void Arguments::Add(const Option &option, const std::string &value) {
     }
 }
 
-void Arguments::Add(std::string operand) {
-    operands_.push_back(std::move(operand));
-}
-
-bool Arguments::Has(std::string_view option) const {
-    return !Texts(option).empty();
-}
-
 std::string Arguments::Text(std::string_view option) const {
     const std::vector<std::string> values = Texts(option);
     return values.empty() ? "" : values.back();

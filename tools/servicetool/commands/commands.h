@@ -83,9 +83,9 @@ class Arguments {
 
     // Splits the values of Repeat::kItems at commas.
     void Add(const Option &option, const std::string &value);
-    void Add(std::string operand);
+    void Add(std::string operand) { operands_.push_back(std::move(operand)); }
 
-    bool Has(std::string_view option) const;
+    bool Has(std::string_view option) const { return !Texts(option).empty(); }
 
     // The last value of an option; empty if it is not given.
     std::string Text(std::string_view option) const;

@@ -3,7 +3,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -60,10 +59,6 @@ WindowSize Report::Window() const {
     return WindowOf(STDOUT_FILENO);
 }
 
-std::size_t Report::Columns() const {
-    return Window().columns;
-}
-
 bool Report::Colour() const {
     return WantsColour(STDOUT_FILENO);
 }
@@ -117,10 +112,6 @@ void Report::AddResult(const Json &result) {
     if (json_) {
         results_.push_back(result.Text());
     }
-}
-
-void Report::Raise(Status status) {
-    status_ = std::max(status_, status);
 }
 
 int Report::Finish() {

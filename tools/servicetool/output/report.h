@@ -3,6 +3,7 @@
 #ifndef TAVO_SERVICETOOL_OUTPUT_REPORT_H
 #define TAVO_SERVICETOOL_OUTPUT_REPORT_H
 
+#include <algorithm>
 #include <concepts>
 #include <cstddef>
 #include <string>
@@ -42,7 +43,7 @@ class Report {
     WindowSize Window() const;
 
     // The width of that terminal.
-    std::size_t Columns() const;
+    std::size_t Columns() const { return Window().columns; }
 
     // Whether to use colours on standard output: it supports them and they are not disabled.
     bool Colour() const;
@@ -79,7 +80,7 @@ class Report {
     bool HasResult() const { return !results_.empty(); }
 
     // Raises the exit status if `status` is worse.
-    void Raise(Status status);
+    void Raise(Status status) { status_ = std::max(status_, status); }
     Status Worst() const { return status_; }
 
     // Writes the remaining output and returns the exit status.
