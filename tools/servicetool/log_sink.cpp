@@ -20,15 +20,8 @@ void Print(const char *format, va_list arguments) {
 
 }  // namespace
 
+#pragma GCC visibility push(default)
 extern "C" {
-
-__attribute__((visibility("default"))) void vsyslog(int priority, const char *format,
-                                                    va_list arguments);
-__attribute__((visibility("default"))) void syslog(int priority, const char *format, ...);
-__attribute__((visibility("default"))) void __vsyslog_chk(int priority, int flag,
-                                                          const char *format, va_list arguments);
-__attribute__((visibility("default"))) void __syslog_chk(int priority, int flag, const char *format,
-                                                         ...);
 
 void vsyslog(int /*priority*/, const char *format, va_list arguments) {
     Print(format, arguments);
@@ -53,3 +46,4 @@ void __syslog_chk(int /*priority*/, int /*flag*/, const char *format, ...) {
 }
 
 }  // extern "C"
+#pragma GCC visibility pop

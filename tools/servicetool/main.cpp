@@ -28,7 +28,6 @@ void TellThrown(const CommandLine &line, const std::string &reason, Report &repo
         return;
     }
     report.TellError("", "failed", reason);
-    report.Raise(Status::kFailed);
 }
 
 // A command that makes a change always has one result, except after a usage error.
@@ -39,9 +38,8 @@ void AddMissingResult(const CommandLine &line, Report &report) {
     }
 }
 
-int RunCommand(const CommandLine &line) {
+void RunCommand(const CommandLine &line, Report &report) {
     ShowLibraryLog(line.arguments.Has("--verbose"));
-    Report report(line.arguments.Has("--json"));
     try {
         line.command->run(line.arguments, report);
     } catch (const std::bad_alloc &) {
@@ -50,23 +48,23 @@ int RunCommand(const CommandLine &line) {
         TellThrown(line, LowerFirst(error.what()), report);
     }
     AddMissingResult(line, report);
-    return report.Finish();
 }
 
 int Run(int argc, char **argv) {
-    CommandLine line = ReadCommandLine(argc, argv);
+    const CommandLine line = ReadCommandLine(argc, argv);
     if (line.arguments.Has("--help")) {
         return PrintAndEnd(HelpText(line.command));
     }
     if (line.arguments.Has("--version")) {
         return PrintAndEnd("servicetool " SERVICETOOL_VERSION "\n");
     }
-    if (!line.problem.message.empty()) {
-        Report report(line.arguments.Has("--json"));
+    Report report(line.arguments.Has("--json"));
+    if (line.problem.message.empty()) {
+        RunCommand(line, report);
+    } else {
         report.TellUsage(line.problem.message, line.problem.fix);
-        return report.Finish();
     }
-    return RunCommand(line);
+    return report.Finish();
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "commands/commands.h"
-#include "lint/lint_keys.h"
 #include "lint/lint_rules.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
@@ -61,7 +60,7 @@ std::set<std::string> OptionsOfTheRecords() {
             options.insert(option.name + std::strlen("--"));
         }
     };
-    add(OwnOptions());
+    add(OptionsOf(nullptr));
     for (const Command *command : Commands()) {
         add(command->options);
     }

@@ -67,9 +67,7 @@ void CheckPorts(const Arguments &arguments, Report &report) {
         answer.RaiseStatus(report);
         table.Add(answer.conflicts);
         verdicts += VerdictText(query, answer) + '\n';
-        if (report.PrintsJson()) {
-            report.AddResult(AnswerJson(query, answer));
-        }
+        report.AddResult([&] { return AnswerJson(query, answer); });
     }
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
     report.Print(verdicts);
@@ -117,7 +115,6 @@ bool AddRequests(const std::string &path, const SkippedNames &skipped, CheckedFi
     auto queries = QueriesOf(file.text);
     if (!queries) {
         report.TellError(file.name, "failed", "the library does not read it");
-        report.Raise(Status::kFailed);
         return false;
     }
     for (SectionQuery &query : *queries) {
@@ -227,9 +224,7 @@ void CheckFiles(const std::vector<std::string> &paths, const Arguments &argument
             CompareWithInstall(checked, report);
         }
         PrintFile(checked, !arguments.Has("--no-legend"), report);
-        if (report.PrintsJson()) {
-            report.AddResult(FileJson(checked));
-        }
+        report.AddResult([&] { return FileJson(checked); });
     }
 }
 

@@ -14,13 +14,7 @@ void Print(const Leftover &leftover, const std::string &state, Report &report) {
 // Removes the leftover, if that is possible. Returns its state for JSON.
 const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
     if (!leftover.keep.empty()) {
-        report.Tell({.file = leftover.path,
-                     .severity = Severity::kWarning,
-                     .rule = "left-behind",
-                     .message = leftover.keep,
-                     .fix = leftover.fix,
-                     .source = {}});
-        report.Raise(Status::kNo);
+        report.TellWarning(leftover.path, "left-behind", leftover.keep, leftover.fix, Status::kNo);
         return "kept";
     }
     if (leftover.user) {
@@ -34,7 +28,6 @@ const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
     const std::string problem = RemoveLeftover(leftover);
     if (!problem.empty()) {
         report.TellError(leftover.path, "failed", "cannot be removed: " + problem);
-        report.Raise(Status::kFailed);
         return "failed";
     }
     report.PrintDone(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) + ": removed");
@@ -59,7 +52,6 @@ void Clean(const Arguments &arguments, Report &report) {
     }
     for (const auto &[folder, problem] : found.unread) {
         report.TellError(folder, "unreadable", problem);
-        report.Raise(Status::kFailed);
     }
     if (found.all.empty() && found.unread.empty()) {
         report.Print("there are no leftovers\n");

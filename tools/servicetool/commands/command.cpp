@@ -1,17 +1,15 @@
-#include "commands/command.h"
+#include "commands/commands.h"
 
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
 
 #include "change/change_report.h"
-#include "commands/commands.h"
 #include "input/input_file.h"
 #include "output/text.h"
 #include "ports/port_query.h"
 
 namespace tavo::tool {
-
 namespace {
 
 constexpr const Command *kCommands[] = {
@@ -29,74 +27,49 @@ constexpr Option kJson = {.name = "--json", .help = "Print one JSON document ins
 constexpr Option kVerbose = {
     .name = "--verbose", .help = "Also print the log lines of the library", .letter = 'v'};
 
-constexpr Option kOwnOptions[] = {kHelp, kVersion, kJson, kVerbose};
-constexpr Option kCommonOptions[] = {kHelp, kJson, kVerbose};
-
 }  // namespace
 
 std::span<const Command *const> Commands() {
     return kCommands;
 }
 
-std::span<const Option> OwnOptions() {
-    return kOwnOptions;
+std::vector<Option> OptionsOf(const Command *command) {
+    if (command == nullptr) {
+        return {kHelp, kVersion, kJson, kVerbose};
+    }
+    std::vector<Option> options = {kHelp, kJson, kVerbose};
+    options.insert(options.end(), command->options.begin(), command->options.end());
+    return options;
 }
 
-std::span<const Option> CommonOptions() {
-    return kCommonOptions;
+void Arguments::Add(const Option &option, const std::string &value) {
+    if (option.repeat == Repeat::kItems) {
+        ForEachPiece(value, [&](std::string_view item) { given_.emplace_back(option.name, item); });
+    } else {
+        given_.emplace_back(option.name, value);
+    }
 }
 
-void Arguments::Add(const Option &option, std::string value) {
-    given_.emplace_back(&option, std::move(value));
-}
-
-void Arguments::Add(std::string operand) {
-    operands_.push_back(std::move(operand));
+std::string Arguments::Text(std::string_view option) const {
+    const std::vector<std::string> values = Texts(option);
+    return values.empty() ? "" : values.back();
 }
 
 // Throws std::logic_error if a command uses an option that its record does not contain.
-const Option &Arguments::Known(std::string_view name) const {
-    const std::span<const Option> of_command =
-        command_ == nullptr ? std::span<const Option>() : command_->options;
-    for (const std::span<const Option> options : {OwnOptions(), of_command}) {
-        for (const Option &option : options) {
-            if (option.name == name) {
-                return option;
-            }
-        }
+std::vector<std::string> Arguments::Texts(std::string_view option) const {
+    const std::vector<Option> known = OptionsOf(command_);
+    if (option != kVersion.name && std::none_of(known.begin(), known.end(), [&](const Option &one) {
+            return one.name == option;
+        })) {
+        throw std::logic_error("no option " + std::string(option));
     }
-    throw std::logic_error("no option " + std::string(name));
-}
-
-std::vector<std::string> Arguments::Values(std::string_view option) const {
-    const Option &known = Known(option);
     std::vector<std::string> values;
-    for (const auto &[given, value] : given_) {
-        if (std::string_view(given->name) == known.name) {
+    for (const auto &[name, value] : given_) {
+        if (name == option) {
             values.push_back(value);
         }
     }
     return values;
-}
-
-bool Arguments::Has(std::string_view option) const {
-    return !Values(option).empty();
-}
-
-std::string Arguments::Text(std::string_view option) const {
-    const std::vector<std::string> values = Values(option);
-    return values.empty() ? "" : values.back();
-}
-
-std::vector<std::string> Arguments::Texts(std::string_view option) const {
-    if (Known(option).repeat != Repeat::kItems) {
-        return Values(option);
-    }
-    std::vector<std::string> items;
-    for (const std::string &value : Values(option)) {
-        ForEachPiece(value, [&items](std::string_view item) { items.emplace_back(item); });
-    }
-    return items;
 }
 
 std::string Arguments::Word(std::size_t number) const {

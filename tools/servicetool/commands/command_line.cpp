@@ -1,14 +1,14 @@
-// getopt_long reads the words in order, with the options of servicetool up to the command, and with
-// those of the command after it. Three rules are different: option names cannot be abbreviated,
-// because a later version may add an option with the same prefix; a word that looks like an option
-// is not the value of the previous option, because the value was more likely forgotten; and -5 is a
-// number, not an option.
-#include <getopt.h>
+// Reads the words in order, with the options of servicetool up to the command, and with those of
+// the command after it. getopt_long is not used, because three rules are different: option names
+// cannot be abbreviated, because a later version may add an option with the same prefix; a word
+// that looks like an option is not the value of the previous option, because the value was more
+// likely forgotten; and -5 is a number, not an option.
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "commands/commands.h"
@@ -17,12 +17,6 @@
 namespace tavo::tool {
 namespace {
 
-// Results of getopt_long: letters, these, and kFirstOption plus the index in known_.
-constexpr int kOperandCode = 1;
-constexpr int kUnknownCode = '?';
-constexpr int kNoValueCode = ':';
-constexpr int kFirstOption = 256;
-
 constexpr std::string_view kEndOfOptions = "--";
 
 bool LooksLikeAnOption(std::string_view word) {
@@ -30,151 +24,104 @@ bool LooksLikeAnOption(std::string_view word) {
 }
 
 bool IsNegativeNumber(std::string_view word) {
-    return word.size() > 1 && word[1] >= '0' && word[1] <= '9';
-}
-
-bool TakesMany(const Operand &operand) {
-    return operand.count == Count::kAny || operand.count == Count::kSome;
-}
-
-bool IsNeeded(const Operand &operand) {
-    return operand.count == Count::kOne || operand.count == Count::kSome;
+    return LooksLikeAnOption(word) && word[1] >= '0' && word[1] <= '9';
 }
 
 class Reader {
   public:
-    Reader(int argc, char **argv) : argc_(argc), argv_(argv) { KnowOptions(); }
+    Reader(int argc, char **argv) : words_(argv, argv + argc), options_(OptionsOf(nullptr)) {}
     Reader(const Reader &) = delete;
     Reader &operator=(const Reader &) = delete;
 
     CommandLine Read();
 
   private:
-    void KnowOptions();
-    const Option *OptionOf(int code) const;
-    void ReadCode(int code);
-    void ReadOption(int code);
-    bool ReadValue(const Option &option);
+    void ReadOption(const std::string &word);
+    void ReadLetters(const std::string &word);
+    void ReadValue(const Option &option);
     void ReadOperand(const std::string &word);
     void ReadCommand(const std::string &word);
-    void RefuseOption();
+    void RefuseOption(const std::string &word);
     void RefuseWithoutValue(const Option &option);
     void Refuse(std::string message, std::string fix = {});
     void CheckWhole();
     bool TakesFiles() const;
 
-    int argc_;
-    char **argv_;
-    std::vector<const Option *> known_;
-    std::vector<option> table_;  // known_ in the form for getopt_long
+    template <typename Predicate>
+    const Option *FindOption(Predicate is_meant) const {
+        const auto found = std::find_if(options_.begin(), options_.end(), is_meant);
+        return found == options_.end() ? nullptr : &*found;
+    }
+
+    std::vector<std::string> words_;
+    std::vector<Option> options_;  // of the command, if any
     CommandLine line_;
     const Option *open_ = nullptr;  // an option that takes further words as values
-    int word_ = 0;                  // index of the current word
-    int read_ = 0;                  // index of a word; its remaining letters are ignored
-    int unread_ = 0;                // index of the word that is not the value of an option
+    std::size_t next_ = 1;          // index of the next word
+    std::size_t unread_ = 0;        // index of the word that is not the value of an option
     bool ended_ = false;            // the options have ended
 };
 
-void Reader::KnowOptions() {
-    known_.clear();
-    for (const Option &option : line_.command == nullptr ? OwnOptions() : CommonOptions()) {
-        known_.push_back(&option);
-    }
-    if (line_.command != nullptr) {
-        for (const Option &option : line_.command->options) {
-            known_.push_back(&option);
-        }
-    }
-    table_.clear();
-    int code = kFirstOption;
-    for (const Option *known : known_) {
-        const int has_value = known->value.name.empty() ? no_argument : required_argument;
-        table_.push_back({known->name + kEndOfOptions.size(), has_value, nullptr, code++});
-    }
-    table_.push_back({});
-}
-
-// The option that getopt_long found, if it is written in full.
-const Option *Reader::OptionOf(int code) const {
-    if (code < kFirstOption) {
-        const auto known = std::find_if(known_.begin(), known_.end(),
-                                        [code](const Option *one) { return one->letter == code; });
-        return known == known_.end() ? nullptr : *known;
-    }
-    const Option *known = known_[static_cast<std::size_t>(code - kFirstOption)];
-    const std::string_view word = argv_[word_];
-    return word.substr(0, word.find('=')) == known->name ? known : nullptr;
-}
-
 CommandLine Reader::Read() {
-    opterr = 0;
-    optind = 0;
-    while (!ended_) {
-        word_ = std::max(optind, 1);
-        const int code = getopt_long(argc_, argv_, "-:hv", table_.data(), nullptr);
-        if (code == -1) {
-            break;
+    while (next_ < words_.size()) {
+        const std::string &word = words_[next_++];
+        if (ended_ || !LooksLikeAnOption(word) || IsNegativeNumber(word)) {
+            ReadOperand(word);
+        } else if (word == kEndOfOptions) {
+            ended_ = true;
+        } else if (word.starts_with("--")) {
+            ReadOption(word);
+        } else {
+            ReadLetters(word);
         }
-        if (word_ != read_) {
-            ReadCode(code);
-        }
-    }
-    for (; optind < argc_; ++optind) {
-        ReadOperand(argv_[optind]);
     }
     CheckWhole();
     return std::move(line_);
 }
 
-void Reader::ReadCode(int code) {
-    if (code == kOperandCode) {
-        ReadOperand(optarg);
-    } else if (code == kUnknownCode && IsNegativeNumber(argv_[word_])) {
-        read_ = word_;
-        ReadOperand(argv_[word_]);
-    } else {
-        ReadOption(code);
-    }
-}
-
-void Reader::ReadOption(int code) {
-    const bool has_no_value = code == kNoValueCode;
-    const Option *option = code == kUnknownCode ? nullptr : OptionOf(has_no_value ? optopt : code);
-    if (option == nullptr) {
-        if (code != kUnknownCode && optarg != nullptr && optarg == argv_[optind - 1]) {
-            --optind;  // getopt_long took it as the value of an abbreviated option
-        }
-        RefuseOption();
-    } else if (has_no_value) {
-        RefuseWithoutValue(*option);
-    } else if (option->value.name.empty()) {
-        line_.arguments.Add(*option, "");
-    } else if (ReadValue(*option)) {
-        line_.arguments.Add(*option, optarg);
-        open_ = option->repeat == Repeat::kWords ? option : nullptr;
+// --NAME or --NAME=VALUE.
+void Reader::ReadOption(const std::string &word) {
+    const std::size_t equals = word.find('=');
+    const bool with_value = equals != std::string::npos;
+    const std::string name = word.substr(0, equals);
+    const Option *option = FindOption([&](const Option &one) { return one.name == name; });
+    if (option == nullptr || (with_value && option->value.name.empty())) {
+        RefuseOption(word);
         return;
     }
-    open_ = nullptr;
+    open_ = option->repeat == Repeat::kWords ? option : nullptr;
+    if (with_value || option->value.name.empty()) {
+        line_.arguments.Add(*option, with_value ? word.substr(equals + 1) : "");
+    } else {
+        ReadValue(*option);
+    }
 }
 
-// The value is part of the option's word, the next word, or the word after "--".
-bool Reader::ReadValue(const Option &option) {
-    if (optarg != argv_[optind - 1]) {
-        return true;
-    }
-    if (optarg == kEndOfOptions) {
-        ended_ = true;
-        if (optind == argc_) {
-            RefuseWithoutValue(option);
-            return false;
+// Options with letters have no values. Letters after an unknown one are ignored.
+void Reader::ReadLetters(const std::string &word) {
+    for (const char letter : word.substr(1)) {
+        const Option *option = FindOption([=](const Option &one) { return one.letter == letter; });
+        if (option == nullptr) {
+            RefuseOption(word);
+            return;
         }
-        optarg = argv_[optind++];
-    } else if (LooksLikeAnOption(optarg)) {
-        --optind;
-        RefuseWithoutValue(option);
-        return false;
+        line_.arguments.Add(*option, "");
+        open_ = nullptr;
     }
-    return true;
+}
+
+// The value is the next word, or the word after "--".
+void Reader::ReadValue(const Option &option) {
+    if (next_ < words_.size() && words_[next_] == kEndOfOptions) {
+        ended_ = true;
+        ++next_;
+    }
+    if (next_ == words_.size() || (!ended_ && LooksLikeAnOption(words_[next_]))) {
+        open_ = nullptr;
+        RefuseWithoutValue(option);
+        return;
+    }
+    line_.arguments.Add(option, words_[next_++]);
 }
 
 void Reader::ReadOperand(const std::string &word) {
@@ -188,7 +135,7 @@ void Reader::ReadOperand(const std::string &word) {
     }
     const std::span<const Operand> operands = line_.command->operands;
     if (line_.arguments.Operands().size() < operands.size() ||
-        (!operands.empty() && TakesMany(operands.back()))) {
+        (!operands.empty() && operands.back().TakesMany())) {
         line_.arguments.Add(word);
     } else {
         Refuse("unexpected argument " + Quoted(word));
@@ -205,30 +152,29 @@ void Reader::ReadCommand(const std::string &word) {
     }
     line_.command = *command;
     line_.arguments.SetCommand(**command);
-    KnowOptions();
+    options_ = OptionsOf(*command);
 }
 
-void Reader::RefuseOption() {
-    read_ = word_;
-    const std::string word = argv_[word_];
-    if (word_ == unread_) {
-        line_.problem.fix = "write " + std::string(argv_[word_ - 1]) + '=' + word;
+void Reader::RefuseOption(const std::string &word) {
+    const bool takes_files = TakesFiles();
+    open_ = nullptr;
+    if (next_ - 1 == unread_) {
+        line_.problem.fix = "write " + words_[unread_ - 1] + '=' + word;
         return;
     }
     const std::string name = word.substr(0, word.find('='));
-    const auto is_known = [&name](const Option *known) { return known->name == name; };
-    if (std::any_of(known_.begin(), known_.end(), is_known)) {
+    if (FindOption([&](const Option &one) { return one.name == name; }) != nullptr) {
         Refuse(name + " takes no value");
         return;
     }
     struct stat status {};
-    const bool is_file = TakesFiles() && lstat(word.c_str(), &status) == 0;
+    const bool is_file = takes_files && lstat(word.c_str(), &status) == 0;
     Refuse("unknown option " + Shortened(word), is_file ? "write -- " + word : "");
 }
 
 void Reader::RefuseWithoutValue(const Option &option) {
     if (line_.problem.message.empty()) {
-        unread_ = optind;
+        unread_ = next_;
     }
     Refuse(std::string(option.name) + " needs a value");
 }
@@ -256,7 +202,7 @@ void Reader::CheckWhole() {
     }
     const Command &command = *line_.command;
     const std::size_t given = line_.arguments.Operands().size();
-    if (given < command.operands.size() && IsNeeded(command.operands[given])) {
+    if (given < command.operands.size() && command.operands[given].IsRequired()) {
         Refuse(std::string(command.operands[given].value.name) + " is required");
         return;
     }

@@ -37,8 +37,8 @@ std::string OptionLine(const Option &option) {
 }
 
 std::string OperandLine(const Operand &operand) {
-    const bool many = operand.count == Count::kAny || operand.count == Count::kSome;
-    return Line(std::string(operand.value.name) + (many ? " ..." : ""), operand.help);
+    return Line(std::string(operand.value.name) + (operand.TakesMany() ? " ..." : ""),
+                operand.help);
 }
 
 std::string UsageOf(const Operand &operand) {
@@ -55,9 +55,9 @@ std::string UsageOf(const Operand &operand) {
     }
 }
 
-std::string OptionLines(std::span<const Option> options) {
+std::string OptionLines(const Command *command) {
     std::string lines;
-    for (const Option &option : options) {
+    for (const Option &option : OptionsOf(command)) {
         lines += OptionLine(option);
     }
     return lines;
@@ -72,8 +72,7 @@ std::string HelpOfCommand(const Command &command) {
     }
     return std::string(command.summary) + '\n' + usage + "\n\n" +
            (operands.empty() ? "" : "Arguments:\n" + operands + '\n') + "Options:\n" +
-           OptionLines(CommonOptions()) + OptionLines(command.options) + '\n' +
-           std::string(command.examples) + '\n';
+           OptionLines(&command) + '\n' + std::string(command.examples) + '\n';
 }
 
 }  // namespace
@@ -88,7 +87,7 @@ std::string HelpText(const Command *command) {
     }
     return "Query and change the network services of the appliance and their ports.\n"
            "Usage: servicetool [OPTIONS] [COMMAND]\n\nOptions:\n" +
-           OptionLines(OwnOptions()) + "\nCommands:\n" + commands + '\n' + kExamples + '\n';
+           OptionLines(nullptr) + "\nCommands:\n" + commands + '\n' + kExamples + '\n';
 }
 
 }  // namespace tavo::tool

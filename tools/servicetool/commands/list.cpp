@@ -13,9 +13,7 @@ void AddServices(const ServiceFileRecord &file, Table &table, Report &report) {
         table.Row({service->szName, std::filesystem::path(file.path).filename(), file.folder->name,
                    PortsText(service->pDstPorts), service->blPortForward != 0 ? "yes" : "no",
                    service->strTitle.szText});
-        if (report.PrintsJson()) {
-            report.AddResult(ServiceJson(file, *service));
-        }
+        report.AddResult([&] { return ServiceJson(file, *service); });
     }
 }
 

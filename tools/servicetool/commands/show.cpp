@@ -62,7 +62,6 @@ void ShowFile(const std::string &path, Report &report) {
     const LintedFile file = ReadAndLint(path);
     if (!file.problem.empty()) {
         report.TellError(file.name, "unreadable", file.problem);
-        report.Raise(Status::kFailed);
         return;
     }
     const OwnedConf conf = ReadServices(file.text);
@@ -79,9 +78,7 @@ void ShowFile(const std::string &path, Report &report) {
     AddFile(record, fields);
     for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(conf->pSections)) {
         AddService(*service, fields);
-        if (report.PrintsJson()) {
-            report.AddResult(ServiceJson(record, *service));
-        }
+        report.AddResult([&] { return ServiceJson(record, *service); });
     }
     report.Print(FieldsText(fields));
 }
@@ -96,9 +93,7 @@ void ShowServices(const ServiceFileRecord &file, const std::string &name, Fields
             }
             AddFile(file, fields);
             AddService(*service, fields);
-            if (report.PrintsJson()) {
-                report.AddResult(ServiceJson(file, *service));
-            }
+            report.AddResult([&] { return ServiceJson(file, *service); });
         }
     }
 }
@@ -162,8 +157,7 @@ void ShowName(const std::string &name, Report &report) {
     }
     const std::string meant = MeantBy(name, read.report);
     report.TellError("", "not-found", "no service or file is named " + Quoted(name),
-                     meant.empty() ? "" : "write " + meant);
-    report.Raise(Status::kNo);
+                     meant.empty() ? "" : "write " + meant, Status::kNo);
 }
 
 void Show(const std::string &target, Report &report) {

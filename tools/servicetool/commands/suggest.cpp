@@ -72,8 +72,7 @@ void TellTooFew(const Arguments &arguments, std::size_t found, const Candidates 
                    " for outgoing connections";
         fix = NearOf(arguments) > kLastPrivilegedPort ? "name a port below 1024 with --near" : "";
     }
-    report.TellError("", "not-found", message, fix);
-    report.Raise(Status::kNo);
+    report.TellError("", "not-found", message, fix, Status::kNo);
 }
 
 void Suggest(const Arguments &arguments, Report &report) {
@@ -89,15 +88,13 @@ void Suggest(const Arguments &arguments, Report &report) {
     if (!candidates) {
         return;
     }
-    const PortRanges found = arguments.Has("--block") ? NearestBlock(candidates->free, count, near)
-                                                      : NearestPorts(candidates->free, count, near);
+    const PortRanges found = arguments.Has("--block")
+                                 ? NearestBlocks(candidates->free, 1, count, near)
+                                 : NearestBlocks(candidates->free, count, 1, near);
     for (const PortRange &range : found) {
         report.Print(PortsText(range) + '\n');
-        if (report.PrintsJson()) {
-            report.AddResult({{"start", range.first},
-                              {"end", range.last},
-                              {"protocols", ProtocolNames(protocols)}});
-        }
+        report.AddResult(
+            {{"start", range.first}, {"end", range.last}, {"protocols", ProtocolNames(protocols)}});
     }
     const std::size_t ports = PortCount(found);
     if (ports < count) {

@@ -161,9 +161,7 @@ void Why(const Arguments &arguments, Report &report) {
         RaiseStatus(account.Verdict(), report);
         AddRows(account, table);
         sentences += Escaped(sentence) + '\n';
-        if (report.PrintsJson()) {
-            report.AddResult(AccountJson(account, sentence));
-        }
+        report.AddResult([&] { return AccountJson(account, sentence); });
     }
     if (table.HasRows()) {
         report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));

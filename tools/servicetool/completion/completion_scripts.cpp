@@ -1,5 +1,6 @@
 // Writes a completion script when servicetool is built: a template with the records of the commands
-// as functions of that shell in place of one of its lines.
+// in place of one of its lines. The records are calls of functions that the template defines, the
+// same for every shell.
 #include <cstddef>
 #include <cstdio>
 #include <iterator>
@@ -18,228 +19,124 @@ namespace {
 
 constexpr std::string_view kPlaceOfRecords = "@RECORDS@\n";
 
-// How the templates name what a value can be.
-struct ValueKind {
-    std::string_view bash;  // a case of _servicetool_offer
-    std::string_view zsh;   // an action of _arguments
-};
+constexpr std::string_view kExplanation =
+    R"(# Calls a function for each part of the command $1, or of servicetool itself if $1 is empty:
+#   _servicetool_command NAME SUMMARY
+#   _servicetool_option NAME LETTER EXCLUDED REPEAT HELP [VALUE KIND WORDS]
+#   _servicetool_operand POSITION VALUE KIND WORDS
+# EXCLUDED are the options that are not offered with this one, or "- *" for all words; REPEAT is
+# "last", "items" or "words"; KIND says what the value can be, and WORDS lists values; POSITION is a
+# number, or "*" for all further arguments.
+)";
 
-// In the order of Completion.
-constexpr ValueKind kValueKinds[] = {
-    {"nothing", " "},
-    {"words", "("},
-    {"items", "_values -s , "},
-    {"files", "_files"},
-    {"installed", "_servicetool_installed"},
-    {"sections", "_servicetool_sections"},
-    {"services-and-files", "_servicetool_targets"},
-    {"firewall-services", "_servicetool_firewall_services"},
-    {"skippable", "_sequence _servicetool_skippable"},
-};
-static_assert(std::size(kValueKinds) == static_cast<std::size_t>(Completion::kSkippableNames) + 1);
+// The names of the kinds of values, in the order of Completion.
+constexpr std::string_view kKinds[] = {"nothing",   "words",    "items",   "files",
+                                       "installed", "sections", "targets", "firewall_services",
+                                       "skippable"};
+static_assert(std::size(kKinds) == static_cast<std::size_t>(Completion::kSkippableNames) + 1);
 
-const ValueKind &KindOf(const Value &value) {
-    return kValueKinds[static_cast<std::size_t>(value.completion)];
-}
+// In the order of Repeat.
+constexpr std::string_view kRepeats[] = {"last", "items", "words"};
 
-std::string Joined(const std::vector<std::string> &words, std::string_view separator) {
+using Words = std::vector<std::string>;
+
+std::string Joined(const Words &words) {
     std::string text;
     for (const std::string &word : words) {
-        text.append(text.empty() ? "" : separator).append(word);
+        text.append(text.empty() ? "" : " ").append(word);
     }
     return text;
 }
 
-// One word of a shell.
-std::string ShellWord(const std::string &text) {
-    return '\'' + Replaced(text, "'", "'\\''") + '\'';
-}
-
-bool TakesMany(const Operand &operand) {
-    return operand.count == Count::kAny || operand.count == Count::kSome;
+// A line that calls a function of the template. The words are quoted for the shell.
+std::string Call(std::string_view function, const Words &words) {
+    std::string line = "            _servicetool_" + std::string(function);
+    for (const std::string &word : words) {
+        line += " '" + Replaced(word, "'", "'\\''") + '\'';
+    }
+    return line + '\n';
 }
 
 // The names that skip a setting, each once.
-std::string SettingNames() {
-    std::vector<std::string> names;
+Words SettingNames() {
+    Words names;
     for (const ServiceSetting &setting : kServiceSettings) {
         if (!Holds(names, setting.service)) {
             names.emplace_back(setting.service);
         }
     }
-    return Joined(names, " ");
+    return names;
 }
 
-std::vector<Option> OptionsOf(const Command &command) {
-    const std::span<const Option> common = CommonOptions();
-    std::vector<Option> options(common.begin(), common.end());
-    options.insert(options.end(), command.options.begin(), command.options.end());
-    return options;
-}
-
-// ---- bash
-
-std::string BashKind(const Value &value) {
-    const std::string words(value.completion == Completion::kSkippableNames ? SettingNames()
-                                                                            : value.words);
-    return ShellWord(std::string(KindOf(value).bash) + (words.empty() ? "" : " ") + words);
-}
-
-std::string BashOptions(std::span<const Option> options) {
-    std::vector<std::string> names;
-    std::string values;
-    std::string open;
-    for (const Option &option : options) {
-        names.emplace_back(option.name);
-        if (option.letter != '\0') {
-            names.push_back(std::string("-") + option.letter);
-        }
-        if (!option.value.name.empty()) {
-            values += " [" + std::string(option.name) + "]=" + BashKind(option.value);
-        }
-        if (option.repeat == Repeat::kWords) {
-            open = "            open=" + std::string(option.name) + '\n';
-        }
-    }
-    return "            options=" + ShellWord(Joined(names, " ")) + '\n' +
-           (values.empty() ? "" : "            values=(" + values.substr(1) + ")\n") + open;
-}
-
-std::string BashOperands(std::span<const Operand> operands) {
-    std::vector<std::string> kinds;
-    std::string many;
-    for (const Operand &operand : operands) {
-        if (TakesMany(operand)) {
-            many = "            many=" + BashKind(operand.value) + '\n';
-        } else {
-            kinds.push_back(BashKind(operand.value));
-        }
-    }
-    return (kinds.empty() ? "" : "            operands=(" + Joined(kinds, " ") + ")\n") + many;
-}
-
-std::string BashRecords() {
-    std::vector<std::string> names;
-    std::string cases;
-    for (const Command *command : Commands()) {
-        names.emplace_back(command->name);
-        cases += "        " + names.back() + ")\n" + BashOptions(OptionsOf(*command)) +
-                 BashOperands(command->operands) + "            ;;\n";
-    }
-    return "# What the command $1 takes, or servicetool itself: its options; the kinds of their "
-           "values\n"
-           "# and of the arguments, each with its words; the kind of all further arguments; the "
-           "option\n"
-           "# that takes several values.\n"
-           "_servicetool_record() {\n"
-           "    options='' values=() operands=() many='' open=''\n"
-           "    case $1 in\n"
-           "        '')\n" +
-           BashOptions(OwnOptions()) + "            operands=(" +
-           ShellWord("words " + Joined(names, " ")) + ")\n            ;;\n" + cases +
-           "    esac\n}\n";
-}
-
-// ---- zsh
-
-// A text inside an argument of _arguments.
-std::string ZshText(std::string_view text) {
-    std::string escaped;
-    for (const char c : text) {
-        if (std::string_view("\\[]:").find(c) != std::string_view::npos) {
-            escaped += '\\';
-        }
-        escaped += c;
-    }
-    return escaped;
-}
-
-// ":message:action"
-std::string ZshValue(const Value &value) {
-    std::string action(KindOf(value).zsh);
-    if (value.completion == Completion::kWords) {
-        action.append(value.words).append(")");
-    } else if (value.completion == Completion::kWordList) {
-        action.append(LowerCase(value.name)).append(" ").append(value.words);
-    }
-    return ':' + ZshText(LowerCase(value.name)) + ':' + action;
+void AddValue(const Value &value, Words &words) {
+    words.push_back(LowerCase(value.name));
+    words.emplace_back(kKinds[static_cast<std::size_t>(value.completion)]);
+    words.push_back(value.completion == Completion::kSkippableNames ? Joined(SettingNames())
+                                                                    : std::string(value.words));
 }
 
 // The options that exclude this one, and its other form.
-std::string ZshExcluded(const Option &option, std::span<const Option> options) {
+Words ExcludedBy(const Option &option, const std::vector<Option> &options) {
     if (option.ends) {
-        return "(- *)";
+        return {"-", "*"};
     }
-    std::vector<std::string> excluded;
+    Words excluded;
     for (const Option &other : options) {
         if (other.name == option.excludes || other.excludes == option.name) {
             excluded.emplace_back(other.name);
         }
     }
     if (option.letter != '\0') {
-        excluded.push_back(std::string("-") + option.letter);
-        excluded.emplace_back(option.name);
+        excluded.insert(excluded.end(), {std::string("-") + option.letter, option.name});
     }
-    return excluded.empty() ? "" : '(' + Joined(excluded, " ") + ')';
+    return excluded;
 }
 
-std::string ZshLine(const std::string &argument) {
-    return "                " + ShellWord(argument) + '\n';
-}
-
-std::string ZshOptions(std::span<const Option> options) {
-    std::string lines;
+std::string OptionCalls(const Command *command) {
+    const std::vector<Option> options = OptionsOf(command);
+    std::string calls;
     for (const Option &option : options) {
-        const bool has_value = !option.value.name.empty();
-        const std::string before =
-            ZshExcluded(option, options) + (option.repeat == Repeat::kLast ? "" : "*");
-        const std::string after =
-            (has_value ? "=[" : "[") + ZshText(option.help) + ']' +
-            (option.repeat == Repeat::kWords ? ":*-*" : "") +  // values end at the next option
-            (has_value ? ZshValue(option.value) : "");
-        if (option.letter != '\0') {
-            lines += ZshLine(before + '-' + option.letter + after);
+        Words words = {option.name, option.letter == '\0' ? "" : std::string("-") + option.letter,
+                       Joined(ExcludedBy(option, options)),
+                       std::string(kRepeats[static_cast<std::size_t>(option.repeat)]),
+                       std::string(option.help)};
+        if (!option.value.name.empty()) {
+            AddValue(option.value, words);
         }
-        lines += ZshLine(before + option.name + after);
+        calls += Call("option", words);
     }
-    return lines;
+    return calls;
 }
 
-std::string ZshOperands(std::span<const Operand> operands) {
-    std::string lines;
-    for (std::size_t i = 0; i < operands.size(); ++i) {
-        lines += ZshLine((TakesMany(operands[i]) ? "*" : std::to_string(i + 1)) +
-                         ZshValue(operands[i].value));
+std::string OperandCalls(const Command &command) {
+    std::string calls;
+    for (std::size_t i = 0; i < command.operands.size(); ++i) {
+        const Operand &operand = command.operands[i];
+        Words words = {operand.TakesMany() ? "*" : std::to_string(i + 1)};
+        AddValue(operand.value, words);
+        calls += Call("operand", words);
     }
-    return lines;
+    return calls;
 }
 
-std::string ZshRecords() {
+std::string Records() {
+    constexpr char kEnd[] = "            ;;\n";
     std::string commands;
     std::string cases;
     for (const Command *command : Commands()) {
-        commands += "        " +
-                    ShellWord(std::string(command->name) + ':' + std::string(command->summary)) +
-                    '\n';
-        cases += "        " + std::string(command->name) + ")\n            arguments=(\n" +
-                 ZshOptions(OptionsOf(*command)) + ZshOperands(command->operands) +
-                 "            )\n            ;;\n";
+        commands += Call("command", {std::string(command->name), std::string(command->summary)});
+        cases += "        " + std::string(command->name) + ")\n" + OptionCalls(command) +
+                 OperandCalls(*command) + kEnd;
     }
-    return "_servicetool_commands() {\n    local -a commands\n    commands=(\n" + commands +
-           "    )\n    _describe -t commands 'command' commands\n}\n\n"
-           "# What the command $1 takes, or servicetool itself, in the form of _arguments.\n"
-           "_servicetool_record() {\n    settings=(" +
-           SettingNames() + ")\n    case $1 in\n        '')\n            arguments=(\n" +
-           ZshOptions(OwnOptions()) + "            )\n            ;;\n" + cases +
-           "        *) return 1 ;;\n    esac\n}\n";
+    return std::string(kExplanation) + "_servicetool_record() {\n    case $1 in\n        '')\n" +
+           OptionCalls(nullptr) + commands + kEnd + cases + "        *) return 1 ;;\n    esac\n}\n";
 }
 
-int WriteScript(const std::string &shell, const std::string &path, const std::string &script) {
+int WriteScript(const std::string &path, const std::string &script) {
     const FileContents contents = ReadRegularFile(path);
     std::string problem = contents.problem;
     if (problem.empty()) {
-        problem = WriteWholeFile(script, Replaced(contents.text, kPlaceOfRecords,
-                                                  shell == "zsh" ? ZshRecords() : BashRecords()));
+        problem = WriteWholeFile(script, Replaced(contents.text, kPlaceOfRecords, Records()));
     }
     if (!problem.empty()) {
         std::fprintf(stderr, "completion_scripts: error: %s: %s\n", script.c_str(),
@@ -252,9 +149,9 @@ int WriteScript(const std::string &shell, const std::string &path, const std::st
 }  // namespace tavo::tool
 
 int main(int argc, char **argv) {
-    if (argc != 4) {
-        std::fputs("usage: completion_scripts bash|zsh TEMPLATE SCRIPT\n", stderr);
+    if (argc != 3) {
+        std::fputs("usage: completion_scripts TEMPLATE SCRIPT\n", stderr);
         return 2;
     }
-    return tavo::tool::WriteScript(argv[1], argv[2], argv[3]);
+    return tavo::tool::WriteScript(argv[1], argv[2]);
 }

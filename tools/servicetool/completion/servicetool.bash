@@ -4,6 +4,31 @@
 
 @RECORDS@
 
+# These functions add the record of a command to the variables of _servicetool: the options; the
+# kinds of their values and of the arguments, each with its words; the kind of all further
+# arguments; the option that takes several values.
+_servicetool_command() {
+    operands[0]=${operands[0]:-words}" $1"
+}
+
+_servicetool_option() {
+    options+=" $1 $2"
+    if [[ -n $6 ]]; then
+        values[$1]="$7 $8"
+    fi
+    if [[ $4 == words ]]; then
+        open=$1
+    fi
+}
+
+_servicetool_operand() {
+    if [[ $1 == '*' ]]; then
+        many="$3 $4"
+    else
+        operands+=("$3 $4")
+    fi
+}
+
 # The words of $2 that start with what is typed.
 _servicetool_words() {
     mapfile -t COMPREPLY < <(compgen -W "$2" -- "$1")
@@ -58,11 +83,11 @@ _servicetool_offer() {
         files) _servicetool_files "$1" ;;
         installed) _servicetool_installed "$1" ;;
         sections) _servicetool_words "$1" "$(_servicetool_sections "${arguments[0]}")" ;;
-        services-and-files)
+        targets)
             _servicetool_words "$1" "$(_servicetool_names list)"
             _servicetool_files "$1"
             ;;
-        firewall-services) _servicetool_words "$1" "$(_servicetool_names services)" ;;
+        firewall_services) _servicetool_words "$1" "$(_servicetool_names services)" ;;
         skippable)
             words+=" $(_servicetool_names services)"
             _servicetool_items "$1" "$(printf '%s\n' $words | sort -u)"
@@ -72,8 +97,8 @@ _servicetool_offer() {
 
 _servicetool() {
     local current=${COMP_WORDS[COMP_CWORD]#=} command='' option='' options_end='' word
-    local options operands many open arguments=()
-    local -A values
+    local options='' operands=() many='' open='' arguments=()
+    local -A values=()
     COMPREPLY=()
     _servicetool_record ''
     # What was typed last: the shell takes --skip=x for three words.
@@ -88,6 +113,7 @@ _servicetool() {
             [[ $option == "$open" ]] || option=''
         elif [[ -z $command ]]; then
             command=$word
+            options='' values=() operands=()
             _servicetool_record "$command"
         else
             arguments+=("$word")

@@ -144,8 +144,4 @@ MemoryFile::MemoryFile(std::string_view text) : file_(memfd_create("servicetool"
     }
 }
 
-std::string MemoryFile::Path() const {
-    return "/proc/self/fd/" + std::to_string(file_.Get());
-}
-
 }  // namespace tavo::tool

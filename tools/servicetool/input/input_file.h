@@ -44,7 +44,7 @@ class MemoryFile {
     // Throws std::system_error if the file cannot be created.
     explicit MemoryFile(std::string_view text);
 
-    std::string Path() const;
+    std::string Path() const { return "/proc/self/fd/" + std::to_string(file_.Get()); }
 
   private:
     Descriptor file_;

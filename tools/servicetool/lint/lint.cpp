@@ -12,9 +12,7 @@
 
 #include "config_lines.h"
 #include "input/input_file.h"
-#include "lint/findings.h"
-#include "lint/lint_keys.h"
-#include "lint/lint_ports.h"
+#include "lint/lint_rules.h"
 #include "model/service_file_keys.h"
 #include "output/text.h"
 #include "tavoserviceconf.h"
@@ -31,23 +29,6 @@ struct Section {
     std::uint32_t line = 0;                         // of its first header
     std::uint32_t service = 0;                      // index in LintResult::services
     std::array<std::uint32_t, kKeyCount> counts{};  // the effective line of each key; 0 for none
-};
-
-// Compare names ignoring case, to find names that are easily confused.
-struct EqualWithoutCase {
-    bool operator()(std::string_view a, std::string_view b) const {
-        return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                          [](char x, char y) { return Lowered(x) == Lowered(y); });
-    }
-};
-struct HashWithoutCase {
-    std::size_t operator()(std::string_view name) const {
-        std::size_t hash = 14695981039346656037U;  // FNV-1a
-        for (const char c : name) {
-            hash = (hash ^ static_cast<unsigned char>(Lowered(c))) * 1099511628211U;
-        }
-        return hash;
-    }
 };
 
 // A suggested correction for an invalid section name; empty if there is none.
@@ -85,7 +66,7 @@ class Linter {
     void CheckLines();
     void CheckHeader(const ConfigLine &line, const Section &section);
     void CheckName(const ConfigLine &line);
-    void CheckNameCase(const ConfigLine &line);
+    void CheckNameCase(const ConfigLine &line, const Section &section);
     void CheckKeysOf(const ConfigLine &header, const Section &section);
     void CheckKey(const ConfigLine &line, const Section &section);
     void CheckUnknownKey(const ConfigLine &line, SectionKind kind);
@@ -97,8 +78,7 @@ class Linter {
     DeclaredPorts declared_ports_;
     std::vector<Section> sections_;
     std::unordered_map<std::string_view, std::uint32_t> by_name_;
-    std::unordered_map<std::string_view, std::size_t, HashWithoutCase, EqualWithoutCase>
-        first_lines_;
+    std::unordered_map<std::string, const Section *> first_by_lower_name_;
 };
 
 void Linter::CollectSections() {
@@ -187,7 +167,7 @@ void Linter::CheckHeader(const ConfigLine &line, const Section &section) {
                           std::to_string(section.line) + "; both are read as one");
         return;
     }
-    CheckNameCase(line);
+    CheckNameCase(line, section);
     CheckKeysOf(line, section);
 }
 
@@ -206,14 +186,15 @@ void Linter::CheckName(const ConfigLine &line) {
     }
 }
 
-void Linter::CheckNameCase(const ConfigLine &line) {
-    const auto [first, added] = first_lines_.emplace(line.name, line.number);
+void Linter::CheckNameCase(const ConfigLine &line, const Section &section) {
+    const auto [found, added] = first_by_lower_name_.emplace(LowerCase(line.name), &section);
     if (!added) {
+        const Section &first = *found->second;
         findings_.Add(Rule("name-case"), line, line.name,
                       "section [" + Shortened(line.name) + "] differs from [" +
-                          Shortened(first->first) + "] in line " + std::to_string(first->second) +
+                          Shortened(first.name) + "] in line " + std::to_string(first.line) +
                           " only in case");
-    } else if (line.name != kGlobalSection && EqualWithoutCase()(line.name, kGlobalSection)) {
+    } else if (line.name != kGlobalSection && found->first == kGlobalSection) {
         findings_.Add(Rule("name-case"), line, line.name,
                       "[" + std::string(line.name) + "] differs from [global] in case, so it is " +
                           "read as a service",
@@ -293,6 +274,41 @@ void Linter::CheckOther(const ConfigLine &line) {
 
 }  // namespace
 
+void Findings::Add(const LintRule &rule, const ConfigLine &line, std::string_view spot,
+                   std::string message, std::string fix) {
+    const bool error = rule.severity == Severity::kError;
+    const std::size_t number = ++(error ? result_.errors : result_.warnings);
+    const bool listed = number <= kListed;
+    if (error && service_ != nullptr) {
+        service_->readable = false;
+        if (listed && !service_->first_error) {
+            service_->first_error = result_.diagnostics.size();
+        }
+    }
+    if (!listed) {
+        return;
+    }
+    const std::size_t column = line.ColumnOf(spot);
+    result_.diagnostics.push_back({file_, line.number, column, rule.severity,
+                                   std::string(rule.name), std::move(message), std::move(fix),
+                                   AroundSpot(line.text, column - 1)});
+}
+
+void Findings::Close() {
+    const auto beyond = [](std::size_t n) { return n > kListed ? n - kListed : 0; };
+    const std::size_t errors = beyond(result_.errors);
+    const std::size_t warnings = beyond(result_.warnings);
+    if (errors + warnings != 0) {
+        const LintRule rule = Rule("more-problems");
+        result_.diagnostics.push_back({.file = file_,
+                                       .severity = rule.severity,
+                                       .rule = std::string(rule.name),
+                                       .message = Counted(errors, "error") + " and " +
+                                                  Counted(warnings, "warning") +
+                                                  " are not listed"});
+    }
+}
+
 LintResult LintText(std::string_view text, std::string_view file) {
     return Linter(text, file).Run();
 }
@@ -314,7 +330,6 @@ bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std:
     file = ReadAndLint(path);
     if (!file.problem.empty()) {
         report.TellError(file.name, "unreadable", file.problem, std::move(fix));
-        report.Raise(Status::kFailed);
         return false;
     }
     for (const Diagnostic &diagnostic : file.lint.diagnostics) {

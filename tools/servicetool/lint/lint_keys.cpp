@@ -1,4 +1,4 @@
-#include "lint/lint_keys.h"
+#include "lint/lint_rules.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -2,7 +2,7 @@
 //
 // The list is split as by the library: at the first slash, then at each comma, an item at its first
 // colon. Functions of the library check whether a piece is a port or a protocol.
-#include "lint/lint_ports.h"
+#include "lint/lint_rules.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -11,7 +11,6 @@
 #include <string>
 #include <utility>
 
-#include "lint/lint_keys.h"
 #include "output/text.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"
@@ -21,6 +20,25 @@ namespace {
 
 bool IsPort(std::string_view text) {
     return TAVOServiceConfPortsCheck(std::string(text).c_str()) == 1;
+}
+
+// An item of a port list: a port, or START:END.
+struct Item {
+    std::string_view start;
+    std::string_view end;  // the start of a single port
+    bool is_range;
+
+    PortRange Range() const {
+        const auto [first, last] = std::minmax({PortOf(start), PortOf(end)});
+        return {first, last};
+    }
+};
+
+Item Split(std::string_view text) {
+    const std::size_t colon = text.find(':');
+    return colon == std::string_view::npos
+               ? Item{text, text, false}
+               : Item{text.substr(0, colon), text.substr(colon + 1), true};
 }
 
 // The checks of one port list.
@@ -36,9 +54,7 @@ class PortList {
         findings_.Add(rule, line_, spot, std::move(message), std::move(fix));
     }
 
-    void CheckItem(std::string_view item);
-    void CheckSinglePort(std::string_view port);
-    void CheckRange(std::string_view range, std::size_t colon);
+    void CheckItem(std::string_view text);
     bool CheckNumber(std::string_view number, std::string_view item);
     void CheckProtocols(std::string_view protocols);
 
@@ -61,48 +77,32 @@ void PortList::Check() {
     }
 }
 
-void PortList::CheckItem(std::string_view item) {
-    const std::size_t colon = item.find(':');
-    if (item.empty()) {
-        Add(Rule("empty-port-item"), item, "a port is missing next to a comma", "remove the comma");
-    } else if (colon == std::string_view::npos) {
-        CheckSinglePort(item);
-    } else {
-        CheckRange(item, colon);
-    }
-}
-
-void PortList::CheckSinglePort(std::string_view port) {
-    if (!CheckNumber(port, port)) {
+void PortList::CheckItem(std::string_view text) {
+    if (text.empty()) {
+        Add(Rule("empty-port-item"), text, "a port is missing next to a comma", "remove the comma");
         return;
     }
-    const std::uint32_t number = PortOf(port);
-    if (number == 0) {
-        Add(Rule("port-zero"), port, "no service can be reached at port 0");
-    }
-    if (named_.FirstIn({number, number})) {
-        Add(Rule("duplicate-port"), port, "port " + std::to_string(number) + " is named twice",
-            "remove it");
-    }
-    named_.Add({number, number});
-}
-
-void PortList::CheckRange(std::string_view range, std::size_t colon) {
-    const std::string_view start = range.substr(0, colon);
-    const std::string_view end = range.substr(colon + 1);
-    const bool start_ok = CheckNumber(start, range);
-    if (!CheckNumber(end, range) || !start_ok) {
+    const Item item = Split(text);
+    const bool start_ok = CheckNumber(item.start, text);
+    const bool end_ok = !item.is_range || CheckNumber(item.end, text);
+    if (!start_ok || !end_ok) {
         return;
     }
-    const auto [first, last] = std::minmax({PortOf(start), PortOf(end)});
-    const std::string forwards = std::to_string(first) + ':' + std::to_string(last);
-    if (PortOf(start) > PortOf(end)) {
-        Add(Rule("reversed-range"), range, "the range starts above its end", "write " + forwards);
+    const PortRange range = item.Range();
+    const std::string ports = std::to_string(range.first) + ':' + std::to_string(range.last);
+    if (!item.is_range && range.first == 0) {
+        Add(Rule("port-zero"), text, "no service can be reached at port 0");
     }
-    if (named_.FirstIn({first, last})) {
-        Add(Rule("duplicate-port"), range, "ports of the range " + forwards + " are named twice");
+    if (PortOf(item.start) > PortOf(item.end)) {
+        Add(Rule("reversed-range"), text, "the range starts above its end", "write " + ports);
     }
-    named_.Add({first, last});
+    if (named_.FirstIn(range)) {
+        Add(Rule("duplicate-port"), text,
+            item.is_range ? "ports of the range " + ports + " are named twice"
+                          : "port " + PortsText(range) + " is named twice",
+            item.is_range ? "" : "remove it");
+    }
+    named_.Add(range);
 }
 
 // One port number, alone or on one side of the range `item`.
@@ -138,25 +138,6 @@ void PortList::CheckProtocols(std::string_view protocols) {
                 "write tcp, udp or tcp,udp");
         }
     });
-}
-
-// ---- Ports of several services ----
-
-struct Item {
-    std::string_view text;
-    PortRange range;
-};
-
-std::vector<Item> ItemsOf(std::string_view ports) {
-    std::vector<Item> items;
-    ForEachPiece(ports, [&items](std::string_view item) {
-        const std::size_t colon = item.find(':');
-        const std::uint32_t start = PortOf(item.substr(0, colon));
-        const std::uint32_t end =
-            colon == std::string_view::npos ? start : PortOf(item.substr(colon + 1));
-        items.push_back({item, {std::min(start, end), std::max(start, end)}});
-    });
-    return items;
 }
 
 }  // namespace
@@ -202,16 +183,19 @@ void DeclaredPorts::Add(std::string_view service, const ConfigLine &line, Findin
     std::string words(slash == std::string_view::npos ? ""
                                                       : TrimBlanks(line.value.substr(slash + 1)));
     const int flags = TLIBServiceConfProtocolParse(words.data());
-    const std::vector<Item> items = ItemsOf(TrimBlanks(line.value.substr(0, slash)));
+    std::vector<std::pair<std::string_view, PortRange>> items;
+    ForEachPiece(TrimBlanks(line.value.substr(0, slash)), [&items](std::string_view text) {
+        items.emplace_back(text, Split(text).Range());
+    });
     const auto is_meant = [flags](std::size_t row) {
         return (flags & gProtoTypeMapping[row].nProto) != 0;
     };
-    for (const Item &item : items) {
+    for (const auto &[text, range] : items) {
         for (std::size_t row = 0; row < protocols_.size(); ++row) {
-            const auto port = protocols_[row].declared.FirstIn(item.range);
+            const auto port = protocols_[row].declared.FirstIn(range);
             if (is_meant(row) && port) {
                 const Declaration &other = declarations_[protocols_[row].firsts[*port]];
-                findings.Add(Rule("duplicate-port"), line, item.text,
+                findings.Add(Rule("duplicate-port"), line, text,
                              std::string(gProtoTypeMapping[row].szName) + " port " +
                                  std::to_string(*port) + " is already declared by service [" +
                                  Shortened(other.service) + "] in line " +
@@ -226,8 +210,8 @@ void DeclaredPorts::Add(std::string_view service, const ConfigLine &line, Findin
         }
         auto &[declared, firsts] = protocols_[row];
         firsts.resize(kHighestPort + 1);
-        for (const Item &item : items) {
-            for (const PortRange &added : declared.Add(item.range)) {
+        for (const auto &[text, range] : items) {
+            for (const PortRange &added : declared.Add(range)) {
                 std::fill(firsts.begin() + added.first, firsts.begin() + added.last + 1,
                           static_cast<std::uint32_t>(declarations_.size()));
             }

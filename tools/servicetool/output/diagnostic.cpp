@@ -61,33 +61,28 @@ std::string After(const SourceLine &source) {
 
 // Cuts the line to `columns`, from its wider side. Removes whole characters, so that no escape
 // sequence is split.
-SourceLine Narrowed(const SourceLine &source, std::size_t columns) {
-    const std::string_view text = source.text;
-    SourceLine kept = source;
-    std::size_t begin = 0;
-    std::size_t end = text.size();
-    std::size_t before = DisplayWidth(Before(source));
-    std::size_t after = DisplayWidth(After(source));
+SourceLine Narrowed(SourceLine line, std::size_t columns) {
+    std::size_t before = DisplayWidth(Before(line));
+    std::size_t after = DisplayWidth(After(line));
     // A caret after the end of the line also needs a column.
     while (before + std::max<std::size_t>(after, 1) > columns) {
-        if (before > after && begin < source.spot) {
-            const std::size_t next =
-                std::min(begin + FirstCharacter(text.substr(begin)).size, source.spot);
-            before -= DisplayWidth(Escaped(text.substr(begin, next - begin)));
-            before += std::exchange(kept.cut_before, true) ? 0 : kCut.size();
-            begin = next;
-        } else if (end > source.spot) {
-            const std::size_t next = std::max(CharacterStart(text, end - 1), source.spot);
-            after -= DisplayWidth(Escaped(text.substr(next, end - next)));
-            after += std::exchange(kept.cut_after, true) ? 0 : kCut.size();
-            end = next;
+        if (before > after && line.spot > 0) {
+            const std::size_t size = std::min(FirstCharacter(line.text).size, line.spot);
+            before -= DisplayWidth(Escaped(line.text.substr(0, size)));
+            before += std::exchange(line.cut_before, true) ? 0 : kCut.size();
+            line.text.erase(0, size);
+            line.spot -= size;
+        } else if (line.text.size() > line.spot) {
+            const std::size_t last = CharacterStart(line.text, line.text.size() - 1);
+            const std::size_t end = std::max(last, line.spot);
+            after -= DisplayWidth(Escaped(line.text.substr(end)));
+            after += std::exchange(line.cut_after, true) ? 0 : kCut.size();
+            line.text.resize(end);
         } else {
             break;
         }
     }
-    kept.text = text.substr(begin, end - begin);
-    kept.spot = source.spot - begin;
-    return kept;
+    return line;
 }
 
 std::string SourceText(const SourceLine &whole, bool colour, std::size_t columns) {

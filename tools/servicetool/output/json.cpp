@@ -8,43 +8,27 @@
 namespace tavo::tool {
 
 struct Json::Tree {
-    explicit Tree(nlohmann::ordered_json json) : value(std::move(json)) {}
-
     nlohmann::ordered_json value;
 };
 
-Json::Json(std::nullptr_t) : tree_(new Tree(nullptr)) {}
+Json::Json(const Scalar &value)
+    : tree_(new Tree{std::visit([](auto one) { return nlohmann::ordered_json(one); }, value)}) {}
 
 Json::Json(std::initializer_list<Member> members)
-    : tree_(new Tree(nlohmann::ordered_json::object())) {
+    : tree_(new Tree{nlohmann::ordered_json::object()}) {
     for (const Member &member : members) {
         tree_->value[std::string(member.key)] = std::move(member.value.tree_->value);
     }
 }
 
-Json::Json(Tree *tree) : tree_(tree) {}
 Json::Json(Json &&other) noexcept = default;
 Json &Json::operator=(Json &&other) noexcept = default;
 Json::~Json() = default;
 
-Json Json::Of(bool value) {
-    return Json(new Tree(value));
-}
-
-Json Json::Of(std::int64_t number) {
-    return Json(new Tree(number));
-}
-
-Json Json::Of(std::uint64_t number) {
-    return Json(new Tree(number));
-}
-
-Json Json::Of(std::string_view text) {
-    return Json(new Tree(text));
-}
-
 Json Json::EmptyArray() {
-    return Json(new Tree(nlohmann::ordered_json::array()));
+    Json array;
+    array.tree_->value = nlohmann::ordered_json::array();
+    return array;
 }
 
 void Json::Append(Json element) {

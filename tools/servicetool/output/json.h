@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <variant>
 #include <vector>
 
 namespace tavo::tool {
@@ -22,14 +23,14 @@ class Json {
     struct Member;
 
     // null
-    Json(std::nullptr_t = nullptr);
+    Json(std::nullptr_t = nullptr) : Json(Scalar()) {}
 
     template <std::integral Number>
-    Json(Number number) : Json(Of(Widest<Number>(number))) {}
+    Json(Number number) : Json(Scalar(Widest<Number>(number))) {}
 
     // The text must be UTF-8, or else Text() throws std::exception.
     template <std::convertible_to<std::string_view> Characters>
-    Json(const Characters &text) : Json(Of(std::string_view(text))) {}
+    Json(const Characters &text) : Json(Scalar(std::string_view(text))) {}
 
     // The value, or null if there is none.
     template <class Value>
@@ -74,11 +75,10 @@ class Json {
         std::same_as<Number, bool>, bool,
         std::conditional_t<std::is_signed_v<Number>, std::int64_t, std::uint64_t>>;
 
-    explicit Json(Tree *tree);  // takes ownership
-    static Json Of(bool value);
-    static Json Of(std::int64_t number);
-    static Json Of(std::uint64_t number);
-    static Json Of(std::string_view text);
+    using Scalar =
+        std::variant<std::nullptr_t, bool, std::int64_t, std::uint64_t, std::string_view>;
+
+    explicit Json(const Scalar &value);
 
     std::unique_ptr<Tree> tree_;
 };

@@ -3,7 +3,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -60,10 +59,6 @@ WindowSize Report::Window() const {
     return WindowOf(STDOUT_FILENO);
 }
 
-std::size_t Report::Columns() const {
-    return Window().columns;
-}
-
 bool Report::Colour() const {
     return WantsColour(STDOUT_FILENO);
 }
@@ -79,16 +74,27 @@ void Report::Tell(Diagnostic diagnostic) {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-void Report::TellError(std::string file, std::string rule, std::string message, std::string fix) {
+void Report::TellError(std::string file, std::string rule, std::string message, std::string fix,
+                       Status status) {
+    Raise(status);
     Tell({.file = std::move(file),
           .rule = std::move(rule),
           .message = std::move(message),
           .fix = std::move(fix)});
 }
 
+void Report::TellWarning(std::string file, std::string rule, std::string message, std::string fix,
+                         Status status) {
+    Raise(status);
+    Tell({.file = std::move(file),
+          .severity = Severity::kWarning,
+          .rule = std::move(rule),
+          .message = std::move(message),
+          .fix = std::move(fix)});
+}
+
 void Report::TellUsage(std::string message, std::string fix) {
-    TellError("", "usage", std::move(message), std::move(fix));
-    Raise(Status::kUsage);
+    TellError("", "usage", std::move(message), std::move(fix), Status::kUsage);
 }
 
 void Report::Print(std::string_view text) {
@@ -106,10 +112,6 @@ void Report::AddResult(const Json &result) {
     if (json_) {
         results_.push_back(result.Text());
     }
-}
-
-void Report::Raise(Status status) {
-    status_ = std::max(status_, status);
 }
 
 int Report::Finish() {

@@ -3,6 +3,8 @@
 #ifndef TAVO_SERVICETOOL_OUTPUT_REPORT_H
 #define TAVO_SERVICETOOL_OUTPUT_REPORT_H
 
+#include <algorithm>
+#include <concepts>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -41,7 +43,7 @@ class Report {
     WindowSize Window() const;
 
     // The width of that terminal.
-    std::size_t Columns() const;
+    std::size_t Columns() const { return Window().columns; }
 
     // Whether to use colours on standard output: it supports them and they are not disabled.
     bool Colour() const;
@@ -49,10 +51,15 @@ class Report {
     // Reports a diagnostic. Does not raise the exit status.
     void Tell(Diagnostic diagnostic);
 
-    // Reports an error about `file` as a whole, or about no file.
-    void TellError(std::string file, std::string rule, std::string message, std::string fix = {});
+    // Reports an error about `file` as a whole, or about no file, and raises the status.
+    void TellError(std::string file, std::string rule, std::string message, std::string fix = {},
+                   Status status = Status::kFailed);
 
-    // Reports a usage error and raises the status.
+    // The same for a warning.
+    void TellWarning(std::string file, std::string rule, std::string message, std::string fix,
+                     Status status);
+
+    // Reports a usage error.
     void TellUsage(std::string message, std::string fix);
 
     // Prints text, which must be escaped; nothing in JSON mode.
@@ -62,13 +69,18 @@ class Report {
     // output cannot be written, Finish prints the line to standard error.
     void PrintDone(const std::string &line);
 
-    // Adds an element to "results"; only in JSON mode.
+    // Adds an element to "results"; only in JSON mode. A function is then called to make it.
     void AddResult(const Json &result);
+    void AddResult(const std::invocable auto &make) {
+        if (json_) {
+            AddResult(make());
+        }
+    }
 
     bool HasResult() const { return !results_.empty(); }
 
     // Raises the exit status if `status` is worse.
-    void Raise(Status status);
+    void Raise(Status status) { status_ = std::max(status_, status); }
     Status Worst() const { return status_; }
 
     // Writes the remaining output and returns the exit status.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <iterator>
 
 #include "config_lines.h"
@@ -15,6 +16,7 @@ namespace tavo::tool {
 namespace {
 
 constexpr std::size_t kMessageBytes = 60;
+constexpr char kByteEscape[] = "\\x%02x";
 
 // The form of a UTF-8 sequence, by its first byte. Codes below `least` are overlong encodings.
 struct Shape {
@@ -34,43 +36,31 @@ bool IsScalar(char32_t code) {
     return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
 }
 
-char HexDigit(char32_t value) {
-    return "0123456789abcdef"[value & 0xF];
+// "\\x1b": a code as `format` prints it.
+std::string HexEscape(const char *format, char32_t code) {
+    char escape[sizeof("\\U0010ffff")];
+    std::snprintf(escape, sizeof(escape), format, static_cast<unsigned int>(code));
+    return escape;
 }
 
-void AppendHex(std::string &out, char letter, char32_t code, int digits) {
-    out += '\\';
-    out += letter;
-    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
-        out += HexDigit(code >> shift);
+// The escaped form of a character that is not printed as it is.
+std::string EscapeOf(const Character &character) {
+    switch (character.code) {
+        case '\n':
+            return "\\n";
+        case '\t':
+            return "\\t";
+        case '\r':
+            return "\\r";
+        case '\\':
+            return "\\\\";
+        default:
+            break;
     }
-}
-
-void AppendEscaped(std::string &out, std::string_view bytes, const Character &character) {
-    if (!character.valid || (IsControl(character.code) && character.code < 0x80)) {
-        switch (character.code) {
-            case '\n':
-                out += "\\n";
-                return;
-            case '\t':
-                out += "\\t";
-                return;
-            case '\r':
-                out += "\\r";
-                return;
-            default:
-                AppendHex(out, 'x', character.code, 2);
-                return;
-        }
+    if (!character.valid || character.code < 0x80) {
+        return HexEscape(kByteEscape, character.code);
     }
-    if (IsControl(character.code)) {
-        const bool beyond = character.code > 0xFFFF;
-        AppendHex(out, beyond ? 'U' : 'u', character.code, beyond ? 8 : 4);
-    } else if (character.code == '\\') {
-        out += "\\\\";
-    } else {
-        out += bytes;
-    }
+    return HexEscape(character.code > 0xFFFF ? "\\U%08x" : "\\u%04x", character.code);
 }
 
 // The joiners U+200C and U+200D are excluded, because Persian words and emoji need them. Variation
@@ -171,7 +161,12 @@ std::string Escaped(std::string_view text) {
     out.reserve(text.size());
     while (!text.empty()) {
         const Character character = FirstCharacter(text);
-        AppendEscaped(out, text.substr(0, character.size), character);
+        const char32_t code = character.code;
+        if (character.valid && code != '\\' && !IsControl(code)) {
+            out += text.substr(0, character.size);
+        } else {
+            out += EscapeOf(character);
+        }
         text.remove_prefix(character.size);
     }
     return out;
@@ -229,7 +224,7 @@ std::string Utf8Text(std::string_view text) {
         if (character.valid) {
             out += text.substr(0, character.size);
         } else {
-            AppendHex(out, 'x', character.code, 2);
+            out += HexEscape(kByteEscape, character.code);
         }
         text.remove_prefix(character.size);
     }

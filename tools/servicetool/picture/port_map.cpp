@@ -20,19 +20,17 @@ constexpr std::size_t kLabelColumns = 6;
 constexpr std::uint8_t kCollides = 0x80;
 static_assert((kEverySource & kCollides) == 0 && kEverySource < kCollides);
 
-struct SourceColour {
-    int source;
+struct LookColour {
+    std::string_view look;
     std::string_view code;
+    std::string_view legend;
 };
 
-constexpr SourceColour kSourceColours[] = {
-    {TAVO_PORT_CHECK_PORT_FORWARD, "\x1b[35m"},
-    {TAVO_PORT_CHECK_FW_SERVICE, "\x1b[34m"},
-    {TAVO_PORT_CHECK_SYS_KEY, "\x1b[36m"},
-    {TAVO_PORT_CHECK_RUNTIME, "\x1b[32m"},
+constexpr LookColour kLookColours[] = {
+    {"forward", "\x1b[35m", "forward"}, {"service", "\x1b[34m", "service"},
+    {"setting", "\x1b[36m", "setting"}, {"socket", "\x1b[32m", "socket"},
+    {"several", "\x1b[33m", "several"}, {"conflict", "\x1b[1;31m", "in conflict"},
 };
-constexpr std::string_view kSeveralColour = "\x1b[33m";
-constexpr std::string_view kCollidesColour = "\x1b[1;31m";
 constexpr std::string_view kPlain = "\x1b[0m";
 
 char SignOf(const CellMarks &marks) {
@@ -47,18 +45,10 @@ char SignOf(const CellMarks &marks) {
 
 // Returns "" for cells without colour.
 std::string_view ColourOf(const CellMarks &marks) {
-    if (marks.sources == 0) {
-        return {};
-    }
-    if (marks.collides) {
-        return kCollidesColour;
-    }
-    for (const SourceColour &one : kSourceColours) {
-        if (one.source == marks.sources) {
-            return one.code;
-        }
-    }
-    return kSeveralColour;
+    const auto colour =
+        std::find_if(std::begin(kLookColours), std::end(kLookColours),
+                     [look = LookOf(marks)](const LookColour &one) { return one.look == look; });
+    return colour == std::end(kLookColours) ? "" : colour->code;
 }
 
 // Builds a text, with colour codes only where the colour changes.
@@ -154,6 +144,16 @@ CellMarks PortMap::MarksOf(const PortRange &cell) const {
     return {bits & kEverySource, (bits & kCollides) != 0};
 }
 
+std::string_view LookOf(const CellMarks &marks) {
+    if (marks.collides) {
+        return "conflict";
+    }
+    if ((marks.sources & (marks.sources - 1)) != 0) {
+        return "several";
+    }
+    return marks.sources == 0 ? "free" : SourceName(marks.sources);
+}
+
 std::string MapText(const PortMap &map, const MapShape &shape, bool colour) {
     Canvas canvas(colour);
     for (std::size_t row = 0; row < shape.Rows(); ++row) {
@@ -178,11 +178,9 @@ std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour) {
                                  columns, false);
     if (colour) {
         std::vector<ColouredText> items;
-        for (const SourceColour &one : kSourceColours) {
-            items.push_back({SourceName(one.source), one.code});
+        for (const LookColour &one : kLookColours) {
+            items.push_back({one.legend, one.code});
         }
-        items.push_back({"several", kSeveralColour});
-        items.push_back({"in conflict", kCollidesColour});
         legend += Flowing("Coloured by source:", items, columns, true);
     }
     return legend;

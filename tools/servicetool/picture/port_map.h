@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ports/port_claims.h"
@@ -37,6 +38,9 @@ struct CellMarks {
     bool IsDeclared() const { return (sources & kDeclaringSources) != 0; }
     bool IsHeld() const { return (sources & TAVO_PORT_CHECK_RUNTIME) != 0; }
 };
+
+// "free", the name of a source, "several" for more than one, or "conflict".
+std::string_view LookOf(const CellMarks &marks);
 
 // The ports of one protocol.
 class PortMap {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
+#include <utility>
 
 #include "output/text.h"
 #include "ports/port_query.h"
@@ -83,33 +84,13 @@ std::string Dots(std::size_t x, std::size_t y, std::size_t width) {
 
 // The text as XML. Characters that XML does not allow are written as escapes, as on a terminal.
 std::string XmlText(std::string_view text) {
-    const std::string escaped = Escaped(text);
-    std::string xml;
-    for (std::string_view rest = escaped; !rest.empty();) {
-        const Character character = FirstCharacter(rest);
-        switch (character.code) {
-            case '&':
-                xml += "&amp;";
-                break;
-            case '<':
-                xml += "&lt;";
-                break;
-            case '>':
-                xml += "&gt;";
-                break;
-            case '"':
-                xml += "&quot;";
-                break;
-            case 0xFFFE:  // XML does not allow this one and the next
-                xml += "\\uFFFE";
-                break;
-            case 0xFFFF:
-                xml += "\\uFFFF";
-                break;
-            default:
-                xml += rest.substr(0, character.size);
-        }
-        rest.remove_prefix(character.size);
+    constexpr std::string_view kReplacements[][2] = {
+        {"&", "&amp;"},   {"<", "&lt;"},         {">", "&gt;"},
+        {"\"", "&quot;"}, {"\uFFFE", "\\uFFFE"}, {"\uFFFF", "\\uFFFF"},
+    };
+    std::string xml = Escaped(text);
+    for (const auto &[from, to] : kReplacements) {
+        xml = Replaced(std::move(xml), from, to);
     }
     return xml;
 }
@@ -118,11 +99,6 @@ std::string Words(std::size_t x, std::size_t y, std::string_view words,
                   std::string_view anchor = "start") {
     return "<text" + Attribute("x", x) + Attribute("y", y) + " text-anchor=\"" +
            std::string(anchor) + "\">" + XmlText(words) + "</text>\n";
-}
-
-std::string_view LookOf(const CellMarks &marks) {
-    const bool several = (marks.sources & (marks.sources - 1)) != 0;
-    return marks.collides ? "conflict" : several ? "several" : SourceName(marks.sources);
 }
 
 // Cells of a row that are drawn as one rectangle.
