@@ -23,10 +23,6 @@ thread_local HeldFile *held_file = nullptr;
 
 }  // namespace
 
-bool MappedFile::Load(const char *path) {
-    return text.Load(path) && sections.Build(text);
-}
-
 const MappedFile *FindHeldFile(const char *path) {
     const bool held =
         held_file != nullptr && path != nullptr && std::strcmp(held_file->path.get(), path) == 0;
@@ -60,7 +56,8 @@ int TLIBCFileHold(const char *szPath) {
     }
     held_file = new (room) HeldFile;  // not HeldFile{}, which would clear the text buffer
     held_file->path = CopyText(szPath);
-    if (held_file->path == nullptr || !held_file->file.Load(szPath)) {
+    MappedFile &file = held_file->file;
+    if (held_file->path == nullptr || !file.text.Load(szPath) || !file.sections.Build(file.text)) {
         TLIBCFileRelease();
         return -1;
     }

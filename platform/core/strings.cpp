@@ -118,9 +118,8 @@ int TLIBCStrTrimSpace(char *szText) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const std::string_view text(szText);
-    const std::string_view trimmed = tavo::TrimBlanks(text);
-    if (trimmed.size() != text.size()) {
-        Store(trimmed, szText);
+    if (!text.empty() && (tavo::IsBlank(text.front()) || tavo::IsBlank(text.back()))) {
+        Store(tavo::TrimBlanks(text), szText);
     }
     return 0;
 }
