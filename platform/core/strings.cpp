@@ -132,8 +132,8 @@ int TLIBCStrCaseLower(const char *szText, char *szBuf, int cbBuf) {
     if (!Fits(text, cbBuf)) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BUFFER_TOO_SMALL);
     }
-    Store(text, szBuf);
-    std::transform(szBuf, szBuf + text.size(), szBuf, tavo::Lowered);
+    std::transform(text.begin(), text.end(), szBuf, tavo::Lowered);
+    szBuf[text.size()] = '\0';
     return 0;
 }
 

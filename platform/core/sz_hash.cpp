@@ -72,7 +72,7 @@ std::uint32_t LookupHash(const TLIBCSzHash &table, std::string_view key) {
     return table.slot_count == 0 ? 0 : tavo::HashOf(key);
 }
 
-Entry *FindByWalking(const TLIBCSzHash &table, std::string_view key) {
+inline Entry *FindByWalking(const TLIBCSzHash &table, std::string_view key) {
     for (Entry *entry = table.entries; entry != table.entries + table.count; ++entry) {
         if (entry->key_size == key.size() && std::memcmp(entry->key, key.data(), key.size()) == 0) {
             return entry;
@@ -92,7 +92,7 @@ Entry *FindInIndex(const TLIBCSzHash &table, std::string_view key, std::uint32_t
     return nullptr;
 }
 
-Entry *Find(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) {
+inline Entry *Find(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) {
     return table.slot_count == 0 ? FindByWalking(table, key) : FindInIndex(table, key, hash);
 }
 
