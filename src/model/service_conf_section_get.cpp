@@ -29,28 +29,9 @@ struct Source {
 // The size of the value of port_forward in lower case. A longer value is not "yes".
 constexpr std::size_t kForwardTextSize = 32;
 
-// Splits SECTION:KEY or SOURCE:SECTION:KEY; KEY may contain further colons. Modifies szRef.
-int SplitReference(char *szRef, TAVO_SERVICE_CONF_STRING *pString) {
-    char *szKey = szRef;
-    char *szSource = nullptr;
-    char *szSection = tavo::CutPiece(szKey, ':');
-    if (std::strchr(szKey, ':') != nullptr) {
-        szSource = szSection;
-        szSection = tavo::CutPiece(szKey, ':');
-    }
-    if ((szSource != nullptr && TLIBCStrTrimSpace(szSource) < 0) ||
-        TLIBCStrTrimSpace(szSection) < 0 || TLIBCStrTrimSpace(szKey) < 0) {
-        return -1;
-    }
-    tavo::CopyText(pString->szSource, szSource == nullptr ? "" : szSource);
-    tavo::CopyText(pString->szSection, szSection);
-    tavo::CopyText(pString->szKey, szKey);
-    return 0;
-}
-
 // Reads a title or description: a reference, which may be missing, and a text.
-int ReadString(const Source &source, const char *szReferenceKey, const char *szTextKey,
-               TAVO_SERVICE_CONF_STRING *pString) {
+inline int ReadString(const Source &source, const char *szReferenceKey, const char *szTextKey,
+                      TAVO_SERVICE_CONF_STRING *pString) {
     TAVOServiceConfServiceStringGet(source.Value(szReferenceKey), pString);
     const char *szText = source.Value(szTextKey);
     if (szText == nullptr) {
@@ -72,8 +53,8 @@ uint32_t ReadPortForward(const Source &source) {
            TLIBCStrTrimSpace(szForward) == 0 && std::strcmp(szForward, "yes") == 0;
 }
 
-Reading ReadPorts(const Source &source, unsigned int nDirection, const char *szTarget,
-                  TAVO_SERVICE_CONF_PORT **ppPorts) {
+inline Reading ReadPorts(const Source &source, unsigned int nDirection, const char *szTarget,
+                         TAVO_SERVICE_CONF_PORT **ppPorts) {
     const char *szPorts = source.Value(tavo::PortsKey(nDirection));
     const bool absent = szPorts == nullptr;
     if (absent && nDirection == TAVO_PORT_DIRECTION_SRC) {
@@ -142,11 +123,26 @@ int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING 
     if (copy == nullptr) {
         return -1;
     }
-    if (std::strchr(copy.get(), ':') == nullptr) {
-        tavo::CopyText(pString->szText, copy.get());
+    // SECTION:KEY or SOURCE:SECTION:KEY; KEY may contain further colons.
+    char *szKey = copy.get();
+    char *szSection = tavo::CutPiece(szKey, ':');
+    if (szKey == nullptr) {
+        tavo::CopyText(pString->szText, szSection);
         return 0;
     }
-    return SplitReference(copy.get(), pString);
+    char *szSource = nullptr;
+    if (std::strchr(szKey, ':') != nullptr) {
+        szSource = szSection;
+        szSection = tavo::CutPiece(szKey, ':');
+    }
+    if ((szSource != nullptr && TLIBCStrTrimSpace(szSource) < 0) ||
+        TLIBCStrTrimSpace(szSection) < 0 || TLIBCStrTrimSpace(szKey) < 0) {
+        return -1;
+    }
+    tavo::CopyText(pString->szSource, szSource == nullptr ? "" : szSource);
+    tavo::CopyText(pString->szSection, szSection);
+    tavo::CopyText(pString->szKey, szKey);
+    return 0;
 }
 
 int TAVOServiceConfSectionGet(const char *szPath, const char *szSection,
