@@ -17,7 +17,7 @@ std::string_view WithoutQuotes(std::string_view value) {
 }
 
 // Sets the names and values of line.text, or clears them, and returns its kind.
-ConfigLineKind Classify(ConfigLine &line) {
+inline ConfigLineKind Classify(ConfigLine &line) {
     const std::string_view trimmed = TrimBlanks(line.text);
     const char first = trimmed.empty() ? '\0' : trimmed.front();
     const bool comment = first == '#' || first == ';';
@@ -28,8 +28,8 @@ ConfigLineKind Classify(ConfigLine &line) {
     }
     const std::size_t equals = comment ? 0 : trimmed.find('=');
     if (equals != 0 && equals != std::string_view::npos) {
-        line.name = TrimBlanks(trimmed.substr(0, equals));
-        line.raw_value = TrimBlanks(trimmed.substr(equals + 1));
+        line.name = TrimEnd({trimmed.data(), equals});
+        line.raw_value = TrimStart({trimmed.data() + equals + 1, trimmed.size() - equals - 1});
         line.value = WithoutQuotes(line.raw_value);
         return ConfigLineKind::kKeyValue;
     }

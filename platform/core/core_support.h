@@ -63,10 +63,16 @@ constexpr int Doubled(int room) {
 // A NUL-terminated copy of `text`; null when out of memory, which sets no error.
 MallocPtr<char> CopyText(std::string_view text);
 
-// TLIBCSzListPush and TLIBCSzHashSetValue for text without a terminator. The text must not contain
-// a NUL byte, because the containers return C strings.
+// TLIBCSzListPush for text without a terminator. The text must not contain a NUL byte, because the
+// list returns C strings.
 int ListPush(TLIBCSzList *list, std::string_view item);
-int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value);
+
+// Filling an empty table with keys and values that are not copied one by one: HashTexts returns a
+// block of `size` bytes, which the table owns, or null with the error set. HashAdopt stores a key
+// and value in the text that the caller copied to it. It overwrites the byte after each, which must
+// be in the block, with a terminator. 0; -1 with the error set when out of memory.
+char *HashTexts(TLIBCSzHash *hash, std::size_t size);
+int HashAdopt(TLIBCSzHash *hash, std::string_view key, std::string_view value);
 
 // Removes the strings from index `count` on, to restore the caller's list when a function fails
 // midway.

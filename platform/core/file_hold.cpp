@@ -6,6 +6,8 @@
 // versions of a file that is replaced meanwhile. Nothing is kept after the release.
 #include "file_hold.h"
 
+#include <fcntl.h>
+
 #include <cstring>
 #include <new>
 
@@ -21,11 +23,23 @@ struct HeldFile {
 // terminated if there is none.
 thread_local HeldFile *held_file = nullptr;
 
-}  // namespace
-
-bool MappedFile::Load(const char *path) {
-    return text.Load(path) && sections.Build(text);
+// Holds the file `name` of `folder` as `path`, in the memory `room`, which is freed on failure.
+// Holding is only an optimisation, so a failure sets no error: the caller then reads the file
+// directly, and that read reports any error.
+int HoldIn(void *room, const char *path, int folder, const char *name) {
+    const UnchangedErrorState unchanged;
+    held_file = new (room) HeldFile;  // not HeldFile{}, which would clear the text buffer
+    held_file->path = CopyText(path);
+    MappedFile &file = held_file->file;
+    if (held_file->path == nullptr || !file.text.LoadAt(folder, name) ||
+        !file.sections.Build(file.text)) {
+        TLIBCFileRelease();
+        return -1;
+    }
+    return 0;
 }
+
+}  // namespace
 
 const MappedFile *FindHeldFile(const char *path) {
     const bool held =
@@ -49,22 +63,21 @@ void ReleaseChangedFile(const char *path) {
 }  // namespace tavo
 
 int TLIBCFileHold(const char *szPath) {
-    using namespace tavo;
-    // Holding is only an optimisation, so its failure is not reported: the caller then reads the
-    // file directly, and that read reports any error.
-    const UnchangedErrorState unchanged;
-    void *room = nullptr;
-    if (szPath == nullptr || held_file != nullptr ||
-        (room = std::malloc(sizeof(HeldFile))) == nullptr) {
+    if (szPath == nullptr || tavo::held_file != nullptr) {
         return -1;
     }
-    held_file = new (room) HeldFile;  // not HeldFile{}, which would clear the text buffer
-    held_file->path = CopyText(szPath);
-    if (held_file->path == nullptr || !held_file->file.Load(szPath)) {
-        TLIBCFileRelease();
+    void *room = std::malloc(sizeof(tavo::HeldFile));
+    return room == nullptr ? -1 : tavo::HoldIn(room, szPath, AT_FDCWD, szPath);
+}
+
+int TLIBCFileHoldNext(int nFolder, const char *szPath) {
+    using tavo::held_file;
+    if (szPath == nullptr || held_file == nullptr) {
         return -1;
     }
-    return 0;
+    held_file->~HeldFile();
+    const char *slash = std::strrchr(szPath, '/');
+    return tavo::HoldIn(held_file, szPath, nFolder, slash == nullptr ? szPath : slash + 1);
 }
 
 void TLIBCFileRelease(void) {

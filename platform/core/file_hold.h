@@ -12,8 +12,6 @@ namespace tavo {
 struct MappedFile {
     FileText text;
     SectionMap sections;
-
-    bool Load(const char *path);
 };
 
 // The file that the calling thread holds, if it is held with exactly this path; else null.

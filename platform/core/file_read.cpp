@@ -1,13 +1,12 @@
-// Reading of configuration files. Each call loads the file again and reads its text once, without
-// examining the lines of other sections. A file that the caller holds has a map of its sections, so
-// that only the needed lines are read.
+// Reading of configuration files. Each call loads the file again and maps its sections, so that the
+// lines of other sections are not examined; a file that the caller holds was loaded and mapped
+// once.
 #include <cstring>
 
 #include "config_lines.h"
 #include "core_support.h"
 #include "file_hold.h"
 #include "file_text.h"
-#include "text_index.h"
 
 namespace tavo {
 namespace {
@@ -20,7 +19,24 @@ const FileText *TextOf(const char *path, FileText &room) {
     return room.Load(path) ? &room : nullptr;
 }
 
-bool PushMappedNames(const SectionMap &sections, TLIBCSzList *list) {
+// Passes the file `path` with the map of its sections to `use` and returns the result of that;
+// false on failure.
+template <typename Use>
+bool WithSections(const char *path, Use use) {
+    if (const MappedFile *held = FindHeldFile(path)) {
+        return use(*held);
+    }
+    MappedFile file;
+    if (!file.text.Load(path)) {
+        return false;
+    }
+    if (!file.sections.Build(file.text)) {
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
+    }
+    return use(file);
+}
+
+bool PushNames(const SectionMap &sections, TLIBCSzList *list) {
     for (int i = 0; i < sections.SectionCount(); ++i) {
         if (ListPush(list, sections.Name(i)) < 0) {
             return false;
@@ -29,50 +45,26 @@ bool PushMappedNames(const SectionMap &sections, TLIBCSzList *list) {
     return true;
 }
 
-bool PushNames(const FileText &file, TLIBCSzList *list) {
-    TextIndex seen;
-    ConfigLineReader lines(file.View(), file.HoldsNul());
-    for (ConfigLine line; lines.NextSection(line);) {
-        const std::size_t before = seen.Count();
-        const std::size_t number = seen.Add(line.name);
-        if (number == TextIndex::kNone) {
-            return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
-        }
-        if (number == before && ListPush(list, line.name) < 0) {
-            return false;
-        }
+// The lines of the section are copied at once, and the table keeps the copy.
+bool FillFromSection(const MappedFile &file, std::string_view section, TLIBCSzHash *hash) {
+    const SectionMap::Block *const first = file.sections.FirstBlock(section);
+    std::size_t size = 0;
+    for (auto *block = first; block != nullptr; block = file.sections.NextBlock(*block)) {
+        size += block->lines.size() + 1;  // for the terminator of a value that ends the block
     }
-    return true;
-}
-
-// Stores the key and value of a key=value line. Returns false when out of memory.
-bool TakeOver(const ConfigLine &line, TLIBCSzHash *hash) {
-    return line.kind != ConfigLineKind::kKeyValue || HashSet(hash, line.name, line.value) == 0;
-}
-
-bool FillFromMappedSection(const MappedFile &file, std::string_view section, TLIBCSzHash *hash) {
-    ConfigLine line;
-    for (const SectionMap::Block *block = file.sections.FirstBlock(section); block != nullptr;
-         block = file.sections.NextBlock(*block)) {
-        auto lines = ConfigLineReader::OfLines(block->lines, file.text.HoldsNul());
-        while (lines.Next(line)) {
-            if (!TakeOver(line, hash)) {
+    char *copy = size == 0 ? nullptr : HashTexts(hash, size);
+    if (copy == nullptr) {
+        return size == 0;
+    }
+    for (auto *block = first; block != nullptr; block = file.sections.NextBlock(*block)) {
+        const std::string_view lines(copy, block->lines.copy(copy, block->lines.size()));
+        copy += lines.size() + 1;
+        auto reader = ConfigLineReader::OfLines(lines, file.text.HoldsNul());
+        for (ConfigLine line; reader.Next(line);) {
+            if (line.kind == ConfigLineKind::kKeyValue &&
+                HashAdopt(hash, line.name, line.value) < 0) {
                 return false;
             }
-        }
-    }
-    return true;
-}
-
-bool FillFromSection(const FileText &file, std::string_view section, TLIBCSzHash *hash) {
-    ConfigLineReader lines(file.View(), file.HoldsNul());
-    ConfigLine line;
-    bool inside = false;
-    while (inside ? lines.Next(line) : lines.NextSection(line)) {
-        if (line.kind == ConfigLineKind::kSection) {
-            inside = line.name == section;
-        } else if (!TakeOver(line, hash)) {
-            return false;
         }
     }
     return true;
@@ -144,14 +136,10 @@ int TLIBCFileEnumSection(const char *szPath, TLIBCSzList **ppNames) {
     if (ppNames == nullptr || *ppNames == nullptr) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
-    if (const MappedFile *held = FindHeldFile(szPath)) {
-        return AppendAll(*ppNames, [&] { return PushMappedNames(held->sections, *ppNames); });
-    }
-    FileText file;
-    if (!file.Load(szPath)) {
-        return -1;
-    }
-    return AppendAll(*ppNames, [&] { return PushNames(file, *ppNames); });
+    return AppendAll(*ppNames, [&] {
+        return WithSections(
+            szPath, [&](const MappedFile &file) { return PushNames(file.sections, *ppNames); });
+    });
 }
 
 int TLIBCFileReadLines(const char *szPath, TLIBCSzList **ppLines) {
@@ -174,13 +162,8 @@ int TLIBCFileGetSection(const char *szPath, const char *szSection, TLIBCSzHash *
     if (szSection == nullptr) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
-    bool filled = false;
-    if (const MappedFile *held = FindHeldFile(szPath)) {
-        filled = FillFromMappedSection(*held, szSection, *ppHash);
-    } else {
-        FileText file;
-        filled = file.Load(szPath) && FillFromSection(file, szSection, *ppHash);
-    }
+    const bool filled = WithSections(
+        szPath, [&](const MappedFile &file) { return FillFromSection(file, szSection, *ppHash); });
     if (!filled) {
         TLIBCSzHashClear(*ppHash);
         return -1;

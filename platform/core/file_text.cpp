@@ -6,8 +6,6 @@
 // large file while its buffer grows.
 #include "file_text.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -29,11 +27,11 @@ int OpenForReading(int folder, const char *path, int more_flags) {
     return Uninterrupted([&] { return openat(folder, path, flags); });
 }
 
-bool FileText::Load(const char *path) {
+bool FileText::LoadAt(int folder, const char *path) {
     if (path == nullptr || *path == '\0') {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
-    const Descriptor file(OpenForReading(AT_FDCWD, path, 0));
+    const Descriptor file(OpenForReading(folder, path, 0));
     if (!file.IsOpen()) {
         return TAVO_PLATFORM_FAIL(FileError(errno));
     }

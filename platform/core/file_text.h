@@ -2,6 +2,7 @@
 #ifndef TAVO_PLATFORM_CORE_FILE_TEXT_H
 #define TAVO_PLATFORM_CORE_FILE_TEXT_H
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstddef>
@@ -25,7 +26,10 @@ class FileText {
 
     // Loads the regular file `path`. Returns false on failure with the error set: 0xD00 NULL or
     // empty, 0x700 missing, 0x200 out of memory, 0x900 any other reason why it cannot be read.
-    bool Load(const char *path);
+    bool Load(const char *path) { return LoadAt(AT_FDCWD, path); }
+
+    // The same for a path that is relative to the open folder `folder`.
+    bool LoadAt(int folder, const char *path);
 
     // Loads the open file `fd` and returns its status from fstat.
     bool LoadFrom(int fd, struct stat &status);

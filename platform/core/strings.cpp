@@ -118,9 +118,8 @@ int TLIBCStrTrimSpace(char *szText) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
     const std::string_view text(szText);
-    const std::string_view trimmed = tavo::TrimBlanks(text);
-    if (trimmed.size() != text.size()) {
-        Store(trimmed, szText);
+    if (!text.empty() && (tavo::IsBlank(text.front()) || tavo::IsBlank(text.back()))) {
+        Store(tavo::TrimBlanks(text), szText);
     }
     return 0;
 }
@@ -133,8 +132,8 @@ int TLIBCStrCaseLower(const char *szText, char *szBuf, int cbBuf) {
     if (!Fits(text, cbBuf)) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BUFFER_TOO_SMALL);
     }
-    Store(text, szBuf);
-    std::transform(szBuf, szBuf + text.size(), szBuf, tavo::Lowered);
+    std::transform(text.begin(), text.end(), szBuf, tavo::Lowered);
+    szBuf[text.size()] = '\0';
     return 0;
 }
 

@@ -3,9 +3,9 @@
 //
 // Callers ask for a capacity of a thousand keys, store eight short ones, and do so for every
 // section of every file. Entries and index therefore start small, whatever the requested capacity.
-// The first texts share one block. A few keys are found by comparing them one by one; they are
-// hashed only when there are enough of them for an index. Entries are never removed individually,
-// so a probe of the index ends at the first empty slot.
+// The texts of a section are copied as one block. A few keys are found by comparing them one by
+// one; they are hashed only when there are enough of them for an index. Entries are never removed
+// individually, so a probe of the index ends at the first empty slot.
 #include <algorithm>
 #include <cstring>
 
@@ -14,23 +14,22 @@
 
 namespace {
 
-// A key and its value, one after the other.
+// Both texts are in the block of the table, or in a block of their own that starts with the key.
 struct Entry {
     char *key;
-    std::uint32_t value_at;  // offset of the value, after the key's terminator
-    std::uint32_t hash;      // of the key; set while the table has an index
+    const char *value;
+    std::uint32_t key_size;
+    std::uint32_t hash;  // of the key; set while the table has an index
 
-    std::string_view Key() const { return {key, value_at - 1}; }
-    const char *Value() const { return key + value_at; }
+    std::string_view Key() const { return {key, key_size}; }
 };
 
 constexpr int kMostRoomAtFirst = 16;
 constexpr int kMostWithoutIndex = 8;
 constexpr std::size_t kFirstSlots = 32;
 
-// The size of the block that the first texts of a table share. glibc's malloc caches blocks of up
-// to 1032 bytes.
-constexpr std::size_t kSharedTexts = 1024;
+// The first size of the block of a table. glibc's malloc caches blocks of up to 1032 bytes.
+constexpr std::size_t kFirstTexts = 1024;
 
 }  // namespace
 
@@ -40,50 +39,32 @@ struct TLIBCSzHash {
     int room;
     std::uint32_t *slots;    // the index of an entry plus one, 0 for an empty slot
     std::size_t slot_count;  // 0 without an index, else a power of two, at least twice the count
-    char *texts;             // the shared block, null before the first short text
-    std::size_t texts_size;  // the used part of it
+    char *texts;             // the block of HashTexts, null before the first call
+    std::size_t texts_size;
 };
 
 namespace {
 
-// Allocates the texts of an entry: in the shared block if requested and if they fit, else in a
-// block of their own. Null when out of memory.
-char *NewTexts(TLIBCSzHash &table, std::size_t size, bool shared) {
-    if (!shared || size > kSharedTexts - table.texts_size) {
-        return static_cast<char *>(std::malloc(size));
-    }
-    if (table.texts == nullptr) {
-        table.texts = static_cast<char *>(std::malloc(kSharedTexts));
-        if (table.texts == nullptr) {
-            return nullptr;
-        }
-    }
-    char *texts = table.texts + table.texts_size;
-    table.texts_size += size;
-    return texts;
-}
-
-// Memory in the shared block is not reused until the table is cleared.
 void FreeTexts(const TLIBCSzHash &table, char *texts) {
     const auto offset =
         reinterpret_cast<std::uintptr_t>(texts) - reinterpret_cast<std::uintptr_t>(table.texts);
-    if (table.texts == nullptr || offset >= kSharedTexts) {
+    if (offset >= table.texts_size) {
         std::free(texts);
     }
 }
 
 // An entry with copies of both texts; its key is null when out of memory.
-Entry NewEntry(TLIBCSzHash &table, std::string_view key, std::string_view value, std::uint32_t hash,
-               bool shared) {
-    char *texts =
-        key.size() >= UINT32_MAX ? nullptr : NewTexts(table, key.size() + value.size() + 2, shared);
+Entry NewEntry(std::string_view key, std::string_view value, std::uint32_t hash) {
+    char *texts = key.size() >= UINT32_MAX
+                      ? nullptr
+                      : static_cast<char *>(std::malloc(key.size() + value.size() + 2));
     if (texts == nullptr) {
         return {};
     }
     char *value_copy = texts + key.size() + 1;
     texts[key.copy(texts, key.size())] = '\0';
     value_copy[value.copy(value_copy, value.size())] = '\0';
-    return {texts, static_cast<std::uint32_t>(key.size() + 1), hash};
+    return {texts, value_copy, static_cast<std::uint32_t>(key.size()), hash};
 }
 
 // The hash for looking up `key`; not needed for a table without an index.
@@ -91,19 +72,16 @@ std::uint32_t LookupHash(const TLIBCSzHash &table, std::string_view key) {
     return table.slot_count == 0 ? 0 : tavo::HashOf(key);
 }
 
-Entry *FindByWalking(const TLIBCSzHash &table, std::string_view key) {
+inline Entry *FindByWalking(const TLIBCSzHash &table, std::string_view key) {
     for (Entry *entry = table.entries; entry != table.entries + table.count; ++entry) {
-        if (entry->Key() == key) {
+        if (entry->key_size == key.size() && std::memcmp(entry->key, key.data(), key.size()) == 0) {
             return entry;
         }
     }
     return nullptr;
 }
 
-Entry *Find(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) {
-    if (table.slot_count == 0) {
-        return FindByWalking(table, key);
-    }
+Entry *FindInIndex(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) {
     const std::size_t mask = table.slot_count - 1;
     for (std::size_t at = hash & mask; table.slots[at] != 0; at = (at + 1) & mask) {
         Entry &entry = table.entries[table.slots[at] - 1];
@@ -112,6 +90,10 @@ Entry *Find(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) 
         }
     }
     return nullptr;
+}
+
+inline Entry *Find(const TLIBCSzHash &table, std::string_view key, std::uint32_t hash) {
+    return table.slot_count == 0 ? FindByWalking(table, key) : FindInIndex(table, key, hash);
 }
 
 // Adds entry number `index`, whose key is not in the index yet.
@@ -144,6 +126,12 @@ bool GrowIndex(TLIBCSzHash &table) {
     return true;
 }
 
+bool HasRoom(const TLIBCSzHash &table) {
+    return table.count < table.room &&
+           (table.count < kMostWithoutIndex ||
+            static_cast<std::size_t>(table.count) < table.slot_count / 2);
+}
+
 // Makes room for one more entry and for its slot in the index.
 bool MakeRoom(TLIBCSzHash &table) {
     if (table.count == table.room) {
@@ -153,18 +141,16 @@ bool MakeRoom(TLIBCSzHash &table) {
         }
         table.room = room;
     }
-    return table.count < kMostWithoutIndex ||
-           static_cast<std::size_t>(table.count) < table.slot_count / 2 || GrowIndex(table);
+    return HasRoom(table) || GrowIndex(table);
 }
 
 // Adds an entry with a new key.
-bool Append(TLIBCSzHash &table, Entry entry) {
-    const bool had_index = table.slot_count != 0;
-    if (!MakeRoom(table)) {
-        return false;
-    }
-    if (!had_index) {
-        entry.hash = LookupHash(table, entry.Key());
+inline bool Append(TLIBCSzHash &table, Entry entry) {
+    if (!HasRoom(table)) {
+        if (!MakeRoom(table)) {
+            return false;
+        }
+        entry.hash = LookupHash(table, entry.Key());  // the index may be new
     }
     table.entries[table.count++] = entry;
     if (table.slot_count != 0) {
@@ -173,29 +159,39 @@ bool Append(TLIBCSzHash &table, Entry entry) {
     return true;
 }
 
-int Set(TLIBCSzHash *hash, std::string_view key, std::string_view value, bool shared) {
-    const Entry entry = NewEntry(*hash, key, value, LookupHash(*hash, key), shared);
-    if (entry.key == nullptr) {
-        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
-    }
-    if (Entry *old = Find(*hash, key, entry.hash)) {
-        FreeTexts(*hash, old->key);
-        *old = entry;
-        return 0;
-    }
-    if (!Append(*hash, entry)) {
-        FreeTexts(*hash, entry.key);
-        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
-    }
-    return 0;
-}
-
 }  // namespace
 
 namespace tavo {
 
-int HashSet(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
-    return Set(hash, key, value, true);
+char *HashTexts(TLIBCSzHash *hash, std::size_t size) {
+    if (size > hash->texts_size) {
+        const std::size_t room = std::max(size, kFirstTexts);
+        char *texts = static_cast<char *>(std::malloc(room));
+        if (texts == nullptr) {
+            return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
+        }
+        std::free(hash->texts);
+        hash->texts = texts;
+        hash->texts_size = room;
+    }
+    return hash->texts;
+}
+
+int HashAdopt(TLIBCSzHash *hash, std::string_view key, std::string_view value) {
+    const std::uint32_t lookup = LookupHash(*hash, key);
+    Entry *old = Find(*hash, key, lookup);
+    char *own_key = hash->texts + (key.data() - hash->texts);
+    char *own_value = hash->texts + (value.data() - hash->texts);
+    const auto key_size = static_cast<std::uint32_t>(key.size());
+    if (old == nullptr && !Append(*hash, {own_key, own_value, key_size, lookup})) {
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
+    }
+    if (old != nullptr) {
+        old->value = own_value;
+    }
+    own_key[key.size()] = '\0';
+    own_value[value.size()] = '\0';
+    return 0;
 }
 
 }  // namespace tavo
@@ -218,7 +214,21 @@ int TLIBCSzHashSetValue(TLIBCSzHash *pHash, const char *szKey, const char *szVal
     if (pHash == nullptr || szKey == nullptr || szValue == nullptr) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
-    return Set(pHash, szKey, szValue, false);
+    const std::string_view key(szKey);
+    const Entry entry = NewEntry(key, szValue, LookupHash(*pHash, key));
+    if (entry.key == nullptr) {
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
+    }
+    if (Entry *old = Find(*pHash, key, entry.hash)) {
+        FreeTexts(*pHash, old->key);
+        *old = entry;
+        return 0;
+    }
+    if (!Append(*pHash, entry)) {
+        std::free(entry.key);
+        return TAVO_PLATFORM_FAIL(TLIBC_ERR_NO_MEMORY);
+    }
+    return 0;
 }
 
 const char *TLIBCSzHashGetValue(const TLIBCSzHash *pHash, const char *szKey) {
@@ -227,7 +237,7 @@ const char *TLIBCSzHashGetValue(const TLIBCSzHash *pHash, const char *szKey) {
     }
     const std::string_view key(szKey);
     const Entry *entry = Find(*pHash, key, LookupHash(*pHash, key));
-    return entry == nullptr ? nullptr : entry->Value();
+    return entry == nullptr ? nullptr : entry->value;
 }
 
 int TLIBCSzHashCount(const TLIBCSzHash *pHash) {
@@ -243,7 +253,7 @@ int TLIBCSzHashEnum(const TLIBCSzHash *pHash, int nIndex, const char **pszKey,
         *pszKey = pHash->entries[nIndex].key;
     }
     if (pszValue != nullptr) {
-        *pszValue = pHash->entries[nIndex].Value();
+        *pszValue = pHash->entries[nIndex].value;
     }
     return 0;
 }
@@ -256,7 +266,6 @@ void TLIBCSzHashClear(TLIBCSzHash *pHash) {
         FreeTexts(*pHash, pHash->entries[i].key);
     }
     pHash->count = 0;
-    pHash->texts_size = 0;
     // A new index is created for the keys that follow.
     std::free(pHash->slots);
     pHash->slots = nullptr;

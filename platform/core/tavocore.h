@@ -282,6 +282,12 @@ TAVOCORE_API void TLIBCFolderLockRelease(TLIBCFolderLock *pLock);
  * since the file can be read without a hold. */
 TAVOCORE_API int TLIBCFileHold(const char *szPath);
 
+/* Holds szPath in place of the file that the thread holds, for a caller that reads the files of a
+ * folder one after the other. The last component of szPath is opened in the open folder nFolder. 0;
+ * -1 on failure, the thread then holding no file, or if it held none. Sets no error. A platform may
+ * lack this function. */
+TAVOCORE_API int TLIBCFileHoldNext(int nFolder, const char *szPath);
+
 /* Ends the hold, which a thread must do before it ends; does nothing if the thread holds no file.
  */
 TAVOCORE_API void TLIBCFileRelease(void);

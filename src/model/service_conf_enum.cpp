@@ -1,10 +1,14 @@
 // Reads every service file of the system and package directories into one list.
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
+#include <fcntl.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/descriptor.h"
 #include "model/service_files.h"
 #include "support/failure.h"
+#include "support/held_file.h"
 #include "support/listing.h"
 #include "support/presence.h"
 #include "tavoserviceconf.h"
@@ -54,12 +58,15 @@ int ReadFolder(const ServiceFolder &folder, TAVO_SERVICE_CONF **list, ReadingRep
         return 0;
     }
     int files = 0;
+    const tavo::Descriptor directory(open(folder.path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    tavo::HeldFile held;
     for (const dirent *entry : listing) {
         if (!IsFileOrLink(*entry)) {
             continue;
         }
-        char path[tavo::kPathSize];
-        std::snprintf(path, sizeof(path), "%s/%s", folder.path, entry->d_name);
+        char path[tavo::kPathSize];  // longer than a service folder and the longest name
+        stpcpy(stpcpy(stpcpy(path, folder.path), "/"), entry->d_name);
+        held.HoldNext(directory.Get(), path);
         files += ReadEntry(path, folder, list, report).IsGood() ? 1 : 0;
     }
     return files;

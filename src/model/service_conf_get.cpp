@@ -3,8 +3,11 @@
 //
 // An invalid section is logged and left out, so that a mistake in one service of a component does
 // not remove the others from the firewall. A file without any valid service is a failure.
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "model/service_file_keys.h"
@@ -22,20 +25,20 @@ using tavo::ReadingReport;
 
 constexpr int32_t kDefaultVersion = 1;
 
-bool IsNameCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-           c == '.' || c == '_';
-}
+// More than the log line says: upper-case letters and "." have always been allowed.
+constexpr auto kIsNameCharacter = [] {
+    std::array<bool, 256> set = {};
+    for (const unsigned char c :
+         std::string_view("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._")) {
+        set[c] = true;
+    }
+    return set;
+}();
 
-// Accepts more than the log line says: upper-case letters and "." have always been allowed.
-bool IsValidName(const char *szName) {
-    if (*szName == '\0') {
-        return false;
-    }
-    while (IsNameCharacter(*szName)) {
-        ++szName;
-    }
-    return *szName == '\0';
+bool IsValidName(std::string_view name) {
+    return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
+        return kIsNameCharacter[static_cast<unsigned char>(c)];
+    });
 }
 
 template <std::size_t Size>

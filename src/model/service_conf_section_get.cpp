@@ -29,47 +29,16 @@ struct Source {
 // The size of the value of port_forward in lower case. A longer value is not "yes".
 constexpr std::size_t kForwardTextSize = 32;
 
-// Splits SECTION:KEY or SOURCE:SECTION:KEY; KEY may contain further colons. Modifies szRef.
-int SplitReference(char *szRef, TAVO_SERVICE_CONF_STRING *pString) {
-    char *szKey = szRef;
-    char *szSource = nullptr;
-    char *szSection = tavo::CutPiece(szKey, ':');
-    if (std::strchr(szKey, ':') != nullptr) {
-        szSource = szSection;
-        szSection = tavo::CutPiece(szKey, ':');
+// Reads a title or description: a reference, which may be missing, and a text.
+inline int ReadString(const Source &source, const char *szReferenceKey, const char *szTextKey,
+                      TAVO_SERVICE_CONF_STRING *pString) {
+    TAVOServiceConfServiceStringGet(source.Value(szReferenceKey), pString);
+    const char *szText = source.Value(szTextKey);
+    if (szText == nullptr) {
+        return TAVO_LOG_STATE("Get key \"%s\" fail! (file: %s, section name: %s), tavoerr=",
+                              szTextKey, source.szPath, source.szSection);
     }
-    if ((szSource != nullptr && TLIBCStrTrimSpace(szSource) < 0) ||
-        TLIBCStrTrimSpace(szSection) < 0 || TLIBCStrTrimSpace(szKey) < 0) {
-        return -1;
-    }
-    tavo::CopyText(pString->szSource, szSource == nullptr ? "" : szSource);
-    tavo::CopyText(pString->szSection, szSection);
-    tavo::CopyText(pString->szKey, szKey);
-    return 0;
-}
-
-int ReadTitle(const Source &source, TAVO_SERVICE_CONF_STRING *pTitle) {
-    TAVOServiceConfServiceStringGet(source.Value(tavo::kKeyTitleKey), pTitle);
-    const char *szTitle = source.Value(tavo::kKeyTitle);
-    if (szTitle == nullptr) {
-        return TAVO_LOG_STATE("Get key \"title\" fail! (file: %s, section name: %s), tavoerr=",
-                              source.szPath, source.szSection);
-    }
-    tavo::CopyText(pTitle->szText, szTitle);
-    return 0;
-}
-
-int ReadDescription(const Source &source, TAVO_SERVICE_CONF_STRING *pDesc) {
-    TAVOServiceConfServiceStringGet(source.Value(tavo::kKeyDescKey), pDesc);
-    if (const char *szExtra = source.Value(tavo::kKeyDescExtra)) {
-        tavo::CopyText(pDesc->szExtra, szExtra);
-    }
-    const char *szDesc = source.Value(tavo::kKeyDesc);
-    if (szDesc == nullptr) {
-        return TAVO_LOG_STATE("Get key \"desc\" fail! (file: %s, section name: %s), tavoerr=",
-                              source.szPath, source.szSection);
-    }
-    tavo::CopyText(pDesc->szText, szDesc);
+    tavo::CopyText(pString->szText, szText);
     return 0;
 }
 
@@ -84,34 +53,20 @@ uint32_t ReadPortForward(const Source &source) {
            TLIBCStrTrimSpace(szForward) == 0 && std::strcmp(szForward, "yes") == 0;
 }
 
-Reading ParsePorts(const char *szPorts, unsigned int nDirection, TAVO_SERVICE_CONF_PORT **ppPorts) {
-    if (TAVOServiceConfPortsGet(szPorts, nDirection, ppPorts) == 0) {
+inline Reading ReadPorts(const Source &source, unsigned int nDirection, const char *szTarget,
+                         TAVO_SERVICE_CONF_PORT **ppPorts) {
+    const char *szPorts = source.Value(tavo::PortsKey(nDirection));
+    const bool absent = szPorts == nullptr;
+    if (absent && nDirection == TAVO_PORT_DIRECTION_SRC) {
         return Reading::Good();
     }
-    return TLIBCErrGet() == TLIBC_ERR_NO_MEMORY ? Reading::Unknown() : Reading::Invalid();
-}
-
-Reading ReadPorts(const Source &source, TAVO_SERVICE_CONF_SECTION *pSection) {
-    const char *szSrcPorts = source.Value(tavo::kKeySrcPorts);
-    const Reading src = szSrcPorts == nullptr
-                            ? Reading::Good()
-                            : ParsePorts(szSrcPorts, TAVO_PORT_DIRECTION_SRC, &pSection->pSrcPorts);
-    if (!src.IsGood()) {
-        TAVO_LOG_STATE(
-            "Service get port error, filepath: %s, section name: %s, target: srcPort, tavoerr=",
-            source.szPath, source.szSection);
-        return src;
+    if (!absent && TAVOServiceConfPortsGet(szPorts, nDirection, ppPorts) == 0) {
+        return Reading::Good();
     }
-    const char *szDstPorts = source.Value(tavo::kKeyDstPorts);
-    const Reading dst = szDstPorts == nullptr
-                            ? Reading::Invalid()
-                            : ParsePorts(szDstPorts, TAVO_PORT_DIRECTION_DST, &pSection->pDstPorts);
-    if (!dst.IsGood()) {
-        TAVO_LOG_STATE(
-            "Service get port error, filepath: %s, section name: %s, target: dstPort, tavoerr=",
-            source.szPath, source.szSection);
-    }
-    return dst;
+    TAVO_LOG_STATE("Service get port error, filepath: %s, section name: %s, target: %s, tavoerr=",
+                   source.szPath, source.szSection, szTarget);
+    return !absent && TLIBCErrGet() == TLIBC_ERR_NO_MEMORY ? Reading::Unknown()
+                                                           : Reading::Invalid();
 }
 
 }  // namespace
@@ -141,12 +96,18 @@ Reading tavo::ReadServiceSection(const char *szPath, const char *szSection, Owne
     }
     const Source source{szPath, szSection, pKeys};
     tavo::CopyText(section->szName, szSection);
-    if (ReadTitle(source, &section->strTitle) < 0 ||
-        ReadDescription(source, &section->strDesc) < 0) {
+    if (ReadString(source, kKeyTitleKey, kKeyTitle, &section->strTitle) < 0 ||
+        ReadString(source, kKeyDescKey, kKeyDesc, &section->strDesc) < 0) {
         return Reading::Invalid();
     }
+    if (const char *szExtra = source.Value(kKeyDescExtra)) {
+        CopyText(section->strDesc.szExtra, szExtra);
+    }
     section->blPortForward = ReadPortForward(source);
-    const Reading ports = ReadPorts(source, section.get());
+    Reading ports = ReadPorts(source, TAVO_PORT_DIRECTION_SRC, "srcPort", &section->pSrcPorts);
+    if (ports.IsGood()) {
+        ports = ReadPorts(source, TAVO_PORT_DIRECTION_DST, "dstPort", &section->pDstPorts);
+    }
     if (ports.IsGood()) {
         tavo::Prepend(std::move(section), ppList);
     }
@@ -162,11 +123,26 @@ int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING 
     if (copy == nullptr) {
         return -1;
     }
-    if (std::strchr(copy.get(), ':') == nullptr) {
-        tavo::CopyText(pString->szText, copy.get());
+    // SECTION:KEY or SOURCE:SECTION:KEY; KEY may contain further colons.
+    char *szKey = copy.get();
+    char *szSection = tavo::CutPiece(szKey, ':');
+    if (szKey == nullptr) {
+        tavo::CopyText(pString->szText, szSection);
         return 0;
     }
-    return SplitReference(copy.get(), pString);
+    char *szSource = nullptr;
+    if (std::strchr(szKey, ':') != nullptr) {
+        szSource = szSection;
+        szSection = tavo::CutPiece(szKey, ':');
+    }
+    if ((szSource != nullptr && TLIBCStrTrimSpace(szSource) < 0) ||
+        TLIBCStrTrimSpace(szSection) < 0 || TLIBCStrTrimSpace(szKey) < 0) {
+        return -1;
+    }
+    tavo::CopyText(pString->szSource, szSource == nullptr ? "" : szSource);
+    tavo::CopyText(pString->szSection, szSection);
+    tavo::CopyText(pString->szKey, szKey);
+    return 0;
 }
 
 int TAVOServiceConfSectionGet(const char *szPath, const char *szSection,

@@ -14,6 +14,7 @@
 #include "appliance.h"
 #include "failing_allocation.h"
 #include "library_test.h"
+#include "open_counter.h"
 #include "temporary_folder.h"
 
 namespace {
@@ -227,6 +228,45 @@ TEST_F(ConfEnum, ReadsNamesThatNeedCare) {
     Install(kSystem, "\xff\xfe.sc", Service("bytes"));
     Install(kSystem, std::string(252, 'n') + ".sc", Service("long"));
     EXPECT_EQ(TAVOServiceConfEnum(&list_, 1), 3);
+}
+
+TEST_F(ConfEnum, OpensEachFileOnce) {
+    for (const char *name : {"a.sc", "b.sc", "c.sc"}) {
+        Install(kSystem, name, Service("s") + Service("t"));
+    }
+    for (const char *name : {"a.sc", "b.sc", "c.sc"}) {
+        const std::string path = std::string(kSystem) + "/" + name;
+        const int opens = CountOpens(path.c_str(), [&] { TAVOServiceConfEnum(&list_, 1); });
+        EXPECT_EQ(opens, 1) << name;
+    }
+}
+
+TEST_F(ConfEnum, ReadsTheFilesAfterOneThatCannotBeHeld) {
+    Install(kSystem, "a.sc", Service("a"));
+    std::filesystem::create_symlink("missing", std::string(kSystem) + "/b.sc");
+    std::filesystem::create_symlink("a.sc", std::string(kSystem) + "/c.sc");
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 1), 2);
+    EXPECT_THAT(FirstSections(), ElementsAre("a", "a"));
+}
+
+TEST_F(ConfEnum, LeavesTheFileThatTheCallerHolds) {
+    const std::string held = std::string(kSystem) + "/b.sc";
+    for (const char *name : {"a.sc", "b.sc", "c.sc"}) {
+        Install(kSystem, name, Service("old"));
+    }
+    ASSERT_EQ(TLIBCFileHold(held.c_str()), 0);
+    Install(kSystem, "b.sc", Service("new"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 1), 3);
+    EXPECT_THAT(FirstSections(), Each("old"));
+    EXPECT_EQ(TLIBCFileHold(held.c_str()), -1);
+    TLIBCFileRelease();
+}
+
+TEST_F(ConfEnum, HoldsNoFileWhenItReturns) {
+    Install(kSystem, "a.sc", Service("a"));
+    EXPECT_EQ(TAVOServiceConfEnum(&list_, 1), 1);
+    EXPECT_EQ(TLIBCFileHold((std::string(kSystem) + "/a.sc").c_str()), 0);
+    TLIBCFileRelease();
 }
 
 TEST_F(ConfEnum, ReportsEveryFailedAllocation) {

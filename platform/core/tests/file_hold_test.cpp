@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <random>
@@ -126,6 +128,78 @@ TEST_F(FileHold, ReleasingNothingHasNoEffect) {
     TLIBCFileRelease();
     TLIBCFileRelease();
     EXPECT_EQ(TLIBCErrGet(), 0U);
+}
+
+class FileHoldNext : public FileHold {
+  protected:
+    ~FileHoldNext() override { close(opened_); }
+
+    // Calls TLIBCFileHoldNext for a file of the folder.
+    int Next(const std::string &path) const { return TLIBCFileHoldNext(opened_, path.c_str()); }
+
+    const std::string next_ = folder_.Write("next", "[s]\nkey=next\n");
+    const int opened_ = open(folder_.Path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+};
+
+TEST_F(FileHoldNext, ReplacesTheHeldFile) {
+    ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
+    ASSERT_EQ(Next(next_), 0);
+    folder_.Write("held", "[s]\nkey=new\n");
+    folder_.Write("next", "[s]\nkey=new\n");
+    EXPECT_EQ(Value(path_), "new");
+    EXPECT_EQ(Value(next_), "next");
+    EXPECT_EQ(TLIBCErrGet(), 0U);
+}
+
+TEST_F(FileHoldNext, OpensTheNameInTheFolder) {
+    ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
+    ASSERT_EQ(Next("/elsewhere/next"), 0);
+    EXPECT_EQ(Value("/elsewhere/next"), "next");
+    ASSERT_EQ(Next("held"), 0);
+    EXPECT_EQ(Value("held"), "old");
+}
+
+TEST_F(FileHoldNext, HoldsFilesOfAnySizeOneAfterTheOther) {
+    const std::string large =
+        folder_.Write("large", std::string(100'000, '#') + "\n[s]\nkey=large\n");
+    ASSERT_EQ(TLIBCFileHold(large.c_str()), 0);
+    ASSERT_EQ(Next(next_), 0);
+    EXPECT_EQ(Value(next_), "next");
+    ASSERT_EQ(Next(large), 0);
+    EXPECT_EQ(Value(large), "large");
+}
+
+TEST_F(FileHoldNext, FailsIfNoFileIsHeld) {
+    EXPECT_EQ(Next(next_), -1);
+    EXPECT_EQ(TLIBCErrGet(), 0U);
+    EXPECT_EQ(TLIBCFileHold(next_.c_str()), 0);
+    EXPECT_EQ(TLIBCFileHoldNext(opened_, nullptr), -1);
+    EXPECT_EQ(Value(next_), "next");
+}
+
+TEST_F(FileHoldNext, HoldsNothingAndKeepsTheErrorStateOnFailure) {
+    TLIBCErrSetEx(0x123, "earlier.cpp", 45);
+    for (const char *path : {"/missing", "", "/"}) {
+        ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
+        EXPECT_EQ(Next(path), -1) << path;
+    }
+    EXPECT_EQ(TLIBCErrGet(), 0x123U);
+    EXPECT_STREQ(TLIBCErrorGetFile(), "earlier.cpp");
+    EXPECT_EQ(TLIBCErrorGetLine(), 45);
+    EXPECT_EQ(TLIBCFileHold(path_.c_str()), 0);
+}
+
+TEST_F(FileHoldNext, FailsWithEveryFailedAllocation) {
+    const std::string large = folder_.Write("large", std::string(100'000, '#') + "\n[s]\nkey=x\n");
+    const int allocations = ForEachFailingAllocation([&](FailingAllocation &fail) {
+        ASSERT_EQ(TLIBCFileHold(path_.c_str()), 0);
+        const int result = fail.During([&] { return Next(large); });
+        EXPECT_EQ(result, fail.Hit() ? -1 : 0);
+        EXPECT_EQ(TLIBCErrGet(), 0U);
+        EXPECT_EQ(Value(large), "x");
+        TLIBCFileRelease();
+    });
+    EXPECT_EQ(allocations, 2) << "the path and the text";
 }
 
 // A held file reads the same as the file itself, whatever its text.

@@ -79,7 +79,7 @@ TEST_F(FileMemory, EnumSectionLeavesTheListUnchanged) {
 }
 
 TEST_F(FileMemory, GetSectionEmptiesTheTable) {
-    // Values that a table does not keep in its shared block.
+    // A section that is longer than the first block of a table.
     const std::string value(2000, 'v');
     const std::string section = "[long]\na=" + value + "\nb=" + value + "\nc=" + value;
     const std::string path = folder_.Write("file", LargeText() + section);

@@ -143,6 +143,48 @@ TEST_F(FileGetSection, FindsNothingInAnAbsentOrEmptySection) {
     }
 }
 
+// The table keeps its memory for the texts, which grows with the sections.
+TEST_F(FileGetSection, FillsATableWithOneSectionAfterTheOther) {
+    Table table;
+    const std::string value(5000, 'v');
+    const char *path = File("[s]\na=1\nb=2\n[large]\n#" + value + "\nc=" + value + "\n[t]\nd=3");
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_SUCCESS(2, TLIBCFileGetSection(path, "s", table.Address()));
+        EXPECT_THAT(table.Entries(), ElementsAre(Pair("a", "1"), Pair("b", "2")));
+        EXPECT_SUCCESS(1, TLIBCFileGetSection(path, "large", table.Address()));
+        EXPECT_THAT(table.Entries(), ElementsAre(Pair("c", value)));
+        EXPECT_SUCCESS(1, TLIBCFileGetSection(path, "t", table.Address()));
+        EXPECT_THAT(table.Entries(), ElementsAre(Pair("d", "3")));
+    }
+}
+
+TEST_F(FileGetSection, FindsEveryKeyOfMany) {
+    std::string text = "[s]\n";
+    for (const char *value : {"old", "new"}) {
+        for (int i = 0; i < 100; ++i) {
+            text += "key" + std::to_string(i) + " = \"" + value + std::to_string(i) + "\"\n";
+        }
+    }
+    Table table;
+    EXPECT_SUCCESS(100, TLIBCFileGetSection(File(text), "s", table.Address()));
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_STREQ(TLIBCSzHashGetValue(table.Get(), ("key" + std::to_string(i)).c_str()),
+                     ("new" + std::to_string(i)).c_str());
+    }
+}
+
+TEST_F(FileGetSection, LeavesATableThatCanBeChanged) {
+    Table table;
+    EXPECT_SUCCESS(2, TLIBCFileGetSection(File("[s]\na=1\nb=2\n"), "s", table.Address()));
+    const char *a = TLIBCSzHashGetValue(table.Get(), "a");
+    EXPECT_EQ(TLIBCSzHashSetValue(table.Get(), "b", "changed"), 0);
+    EXPECT_EQ(TLIBCSzHashSetValue(table.Get(), "b", "changed again"), 0);
+    EXPECT_EQ(TLIBCSzHashSetValue(table.Get(), "c", a), 0);
+    EXPECT_STREQ(a, "1");
+    EXPECT_THAT(table.Entries(),
+                ElementsAre(Pair("a", "1"), Pair("b", "changed again"), Pair("c", "1")));
+}
+
 TEST_F(FileGetSection, KeepsTheHandle) {
     Table table;
     const TLIBCSzHash *handle = table.Get();

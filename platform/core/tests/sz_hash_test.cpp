@@ -118,7 +118,6 @@ TEST(SzHashSetValue, RejectsNull) {
     EXPECT_THAT(Contents(hash), ElementsAre(Pair("a", "1")));
 }
 
-// A value that is too long for a table's shared block.
 const std::string kLongValue(2000, 'v');
 
 TEST(SzHashSetValue, LeavesTheTableUnchangedWhenANewKeyRunsOutOfMemory) {
