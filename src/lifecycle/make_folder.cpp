@@ -8,7 +8,6 @@
 #include <cstring>
 #include <string_view>
 
-#include "lifecycle/programs.h"
 #include "support/service_directory.h"
 #include "support/text.h"
 #include "tavocore.h"

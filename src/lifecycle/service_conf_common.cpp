@@ -15,7 +15,6 @@
 
 #include "lifecycle/change.h"
 #include "lifecycle/path_change.h"
-#include "lifecycle/programs.h"
 #include "lifecycle/side_copy.h"
 #include "support/failure.h"
 #include "support/owners.h"

@@ -11,7 +11,6 @@
 
 #include "base/descriptor.h"
 #include "lifecycle/notification.h"
-#include "lifecycle/programs.h"
 #include "support/failure.h"
 #include "support/owners.h"
 #include "support/presence.h"
@@ -30,6 +29,7 @@ __attribute__((weak)) int TLIBPluginActionReport(int nMode, TLIBPluginHandle *pH
 namespace tavo {
 namespace {
 
+constexpr char kFirewallTool[] = "/usr/tavo/bin/tavofirewall";
 constexpr char kRelayDaemon[] = "tavorelayd";
 
 // Options for the core library to run the firewall tool, and for the plugin library to run the

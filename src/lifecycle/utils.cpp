@@ -16,7 +16,6 @@
 #include "base/descriptor.h"
 #include "lifecycle/change.h"
 #include "lifecycle/path_change.h"
-#include "lifecycle/programs.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
