@@ -60,15 +60,6 @@ int RemoveTarget(const Target &target, TemporaryCopy &old, StepFailure &failure)
     return 0;
 }
 
-TAVO_SERVICE_CONF_REMOVE_NOTIFY NotificationOf(uint32_t nCheckFlags, const TemporaryCopy &old) {
-    const bool forward = (nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0;
-    return {
-        .pszConfPath = (nCheckFlags & kSendsContent) != 0 ? old.Path() : nullptr,
-        .blNotifyFw = forward,
-        .blNotifyPf = forward,
-    };
-}
-
 }  // namespace
 
 int RemoveFile(const SetParam *param, TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, TemporaryCopy &old,
@@ -79,7 +70,10 @@ int RemoveFile(const SetParam *param, TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, T
     if (RemoveTarget(Target(*param), old, failure) < 0) {
         return -1;
     }
-    notify = NotificationOf(param->nCheckFlags, old);
+    const bool forward = (param->nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0;
+    notify = {.pszConfPath = (param->nCheckFlags & kSendsContent) != 0 ? old.Path() : nullptr,
+              .blNotifyFw = forward,
+              .blNotifyPf = forward};
     return 0;
 }
 
