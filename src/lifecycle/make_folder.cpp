@@ -3,10 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
-#include "lifecycle/programs.h"
 #include "support/service_directory.h"
 #include "support/text.h"
 #include "tavocore.h"
@@ -21,16 +22,11 @@ constexpr mode_t kFolderMode = 0755;
 class NewFolders {
   public:
     explicit NewFolders(const char *path) {
-        CopyText(path_, path);
-        for (char *slash = path_; slash != nullptr;) {
-            slash = std::strchr(slash + 1, '/');
-            if (slash != nullptr) {
-                *slash = '\0';
-            }
+        const std::string_view whole = path;
+        for (std::size_t end = 0; end < whole.size();) {
+            end = std::min(whole.find('/', end + 1), whole.size());
+            CopyText(path_, whole.substr(0, end));
             Make();
-            if (slash != nullptr) {
-                *slash = '/';
-            }
         }
     }
 
@@ -51,7 +47,7 @@ class NewFolders {
         }
     }
 
-    char path_[kPathSize];
+    char path_[kPathSize] = "";
     std::size_t first_ = 0;  // path length of the outermost new folder
 };
 

@@ -1,10 +1,30 @@
-// Creates, copies, moves and removes paths with the appliance's programs.
+// Creates, copies, moves and removes paths with programs of the appliance.
 #ifndef TAVO_SRC_LIFECYCLE_PATH_CHANGE_H
 #define TAVO_SRC_LIFECYCLE_PATH_CHANGE_H
 
 #include "lifecycle/step_failure.h"
+#include "support/service_directory.h"
+#include "support/text.h"
 
 namespace tavo {
+
+constexpr char kCopyProgram[] = "/bin/cp";
+constexpr char kMoveProgram[] = "/bin/mv";
+constexpr char kRemoveProgram[] = "/bin/rm";
+constexpr char kMakeDirectoryProgram[] = "/bin/mkdir";
+
+// A path as a program argument. A path with a leading dash is prefixed with "./", so that it is not
+// taken for an option.
+class PathArgument {
+  public:
+    explicit PathArgument(const char *szPath) {
+        PrintText(szPath_, "%s%s", *szPath == '-' ? "./" : "", szPath);
+    }
+    const char *Get() const { return szPath_; }
+
+  private:
+    char szPath_[kPathSize + sizeof("./")];
+};
 
 // Creates a folder and its missing parents with /bin/mkdir -p. New folders have the mode 0755,
 // whatever the caller's umask is, and at no time a mode that lets others write into them. Returns

@@ -1,6 +1,5 @@
 #include "lifecycle/section_write.h"
 
-#include "lifecycle/programs.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
 #include "lifecycle/temporary_names.h"
@@ -19,6 +18,8 @@ int PortText::Print(const TAVO_SERVICE_CONF_PORT *pPorts) {
 }
 
 namespace {
+
+constexpr char kRouterTool[] = "/usr/tavo/sbin/tavoroutertool";
 
 // The check excludes the service's own ports, which it may declare again.
 int RefuseConflict(const SetParam &param, const PortText &ports, const Place &place,

@@ -15,12 +15,12 @@
 
 #include "lifecycle/change.h"
 #include "lifecycle/path_change.h"
-#include "lifecycle/programs.h"
 #include "lifecycle/side_copy.h"
 #include "support/failure.h"
 #include "support/owners.h"
 #include "tavoserviceconf.h"
 
+namespace tavo {
 namespace {
 
 // At least one of the low four bits of nCheckFlags must be set. One of them selects no store.
@@ -28,7 +28,7 @@ constexpr uint32_t kStoreFlags = 15;
 
 constexpr uint32_t kDirectories = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
 
-int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam, tavo::StepFailure &failure) {
+int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam, StepFailure &failure) {
     if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||
         ((pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
          (pParam->nLocation & kDirectories) == 0)) {
@@ -47,8 +47,8 @@ bool IsEmpty(const char *szText) {
 
 // Replaces `szDst` by a copy of `szSrc` or by `szSrc` itself. Returns the exit status of the
 // program, or -1 on failure. Both paths are trimmed.
-int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &failure) {
-    const tavo::Step step = move ? tavo::Step::kRestore : tavo::Step::kBackUp;
+int Replace(const char *szSrc, const char *szDst, bool move, StepFailure &failure) {
+    const Step step = move ? Step::kRestore : Step::kBackUp;
     struct stat source;
     const bool found = stat(szSrc, &source) == 0;
     if (!found || !IsFolderOrFile(source)) {
@@ -64,14 +64,14 @@ int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &
     }
     // If the target folder still exists, the source would be moved into it. If it is a mount point,
     // rm would delete the mounted files.
-    const bool mounted = tavo::IsMountPoint(szDst);
-    if (mounted || tavo::RemoveTree(szDst, failure) < 0 || tavo::IsFolder(szDst)) {
+    const bool mounted = IsMountPoint(szDst);
+    if (mounted || RemoveTree(szDst, failure) < 0 || IsFolder(szDst)) {
         failure.Set(step, szDst, mounted ? EBUSY : ENOTEMPTY);
         return TAVO_LOG_STATE("Failed to rm -rf %s", szDst);
     }
-    const tavo::PathArgument from(szSrc);
-    const tavo::PathArgument to(szDst);
-    const char *program = move ? tavo::kMoveProgram : tavo::kCopyProgram;
+    const PathArgument from(szSrc);
+    const PathArgument to(szDst);
+    const char *program = move ? kMoveProgram : kCopyProgram;
     const int nStatus = TLIBCExec(program, move ? "-f" : "-rf", from.Get(), to.Get(), nullptr);
     if (nStatus != 0) {
         failure.SetProgram(step, program, nStatus, szSrc);
@@ -84,8 +84,6 @@ int Replace(const char *szSrc, const char *szDst, bool move, tavo::StepFailure &
 }
 
 }  // namespace
-
-namespace tavo {
 
 // The attribute exists since Linux 5.8. With an older kernel, a mount point is detected only
 // because the folder remains after its removal.

@@ -11,22 +11,20 @@
 #include "support/held_file.h"
 #include "support/owners.h"
 
+namespace tavo {
 namespace {
 
-using tavo::Step;
-using tavo::StepFailure;
-
-class PortsWriter final : public tavo::FileWriter {
+class PortsWriter final : public FileWriter {
   public:
-    PortsWriter(const char *key, const tavo::PortText &ports) : key_(key), ports_(ports) {}
+    PortsWriter(const char *key, const PortText &ports) : key_(key), ports_(ports) {}
 
-    int Prepare(const tavo::Target &target, StepFailure &failure) override {
-        const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
+    int Prepare(const Target &target, StepFailure &failure) override {
+        const OwnedTable keys(TLIBCSzHashAlloc(kInitialCapacity));
         if (keys == nullptr) {
             failure.Set(Step::kReadSection, "", ENOMEM);
             return TAVO_LOG("Failed to alloc memory");
         }
-        const int found = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
+        const int found = LookForFile(target.Path(), TAVO_HERE, failure);
         if (found < 0) {
             return -1;
         }
@@ -44,25 +42,24 @@ class PortsWriter final : public tavo::FileWriter {
         return 0;
     }
 
-    int Write(const tavo::Target &target, StepFailure &failure) override {
-        return tavo::StorePorts(target.Path(), target.Section(), key_, ports_.szValue, failure);
+    int Write(const Target &target, StepFailure &failure) override {
+        return StorePorts(target.Path(), target.Section(), key_, ports_.szValue, failure);
     }
 
   private:
     const char *key_;
-    const tavo::PortText &ports_;
+    const PortText &ports_;
 };
 
 }  // namespace
 
-int tavo::StorePorts(const char *path, const char *section, const char *key, const char *ports,
-                     StepFailure &failure) {
+int StorePorts(const char *path, const char *section, const char *key, const char *ports,
+               StepFailure &failure) {
     return failure.During(Step::kWrite, path,
                           [&] { return TLIBCFileSetSectionValue(path, section, key, ports); });
 }
 
-int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,
-                     ChangeOutcome &outcome) {
+int WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports, ChangeOutcome &outcome) {
     ReleaseHeldFile();
     if (!AllowsSet(param) || ports == nullptr) {
         return outcome.failure.RefuseArguments(TAVO_HERE);
@@ -74,6 +71,8 @@ int tavo::WritePorts(const SetParam *param, const TAVO_SERVICE_CONF_PORT *ports,
     PortsWriter writer(PortsKey(ports->nDirection), text);
     return ChangeFile(*param, text, writer, TAVO_HERE, outcome);
 }
+
+}  // namespace tavo
 
 int TLIBServiceConfPortsSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
                             const TAVO_SERVICE_CONF_PORT *pPortList) {

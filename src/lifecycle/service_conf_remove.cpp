@@ -14,6 +14,7 @@
 #include "support/text.h"
 #include "tavoserviceconf.h"
 
+namespace tavo {
 namespace {
 
 // Bits of nCheckFlags that include the removed content in the notification.
@@ -24,12 +25,11 @@ constexpr uint32_t kEverybody = kSendsContent | TAVO_PORT_CHECK_FW_SERVICE;
 
 // Fails only if cp cannot be run. Other failures to copy are ignored: a file that cannot be read
 // must still be removable.
-int CopyForPlugins(const tavo::Target &target, tavo::TemporaryCopy &old,
-                   tavo::StepFailure &failure) {
-    char szCopy[tavo::kPathSize];
-    tavo::PrintText(szCopy, "%s/%s%s.%d", tavo::kTemporaryFolder, tavo::kRemovedHead,
-                    target.FileName(), static_cast<int>(getpid()));
-    tavo::StepFailure unnoticed;
+int CopyForPlugins(const Target &target, TemporaryCopy &old, StepFailure &failure) {
+    char szCopy[kPathSize];
+    PrintText(szCopy, "%s/%s%s.%d", kTemporaryFolder, kRemovedHead, target.FileName(),
+              static_cast<int>(getpid()));
+    StepFailure unnoticed;
     if (old.Make(target.Path(), szCopy, TAVO_HERE, unnoticed) == -1) {
         failure = unnoticed;
         return TAVO_LOG("Failed to do command [cp]");
@@ -37,42 +37,30 @@ int CopyForPlugins(const tavo::Target &target, tavo::TemporaryCopy &old,
     return 0;
 }
 
-int RemoveTarget(const tavo::Target &target, tavo::TemporaryCopy &old, tavo::StepFailure &failure) {
-    const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
+int RemoveTarget(const Target &target, TemporaryCopy &old, StepFailure &failure) {
+    const StoreLock lock(StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
         return lock.Fail(TAVO_HERE, "to remove ", target.Path(), failure);
     }
-    const int nFound = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
+    const int nFound = LookForFile(target.Path(), TAVO_HERE, failure);
     if (nFound < 0) {
         return -1;
     }
     if (nFound == 0) {
-        failure.Set(tavo::Step::kMissingFile, target.Path(), ENOENT);
+        failure.Set(Step::kMissingFile, target.Path(), ENOENT);
         return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }
     if (CopyForPlugins(target, old, failure) < 0) {
         return -1;
     }
     if (unlink(target.Path()) < 0) {
-        failure.Set(tavo::Step::kRemove, target.Path(), errno);
+        failure.Set(Step::kRemove, target.Path(), errno);
         return TAVO_LOG_STATE("remove file %s fail!", target.Path());
     }
     return 0;
 }
 
-TAVO_SERVICE_CONF_REMOVE_NOTIFY NotificationOf(uint32_t nCheckFlags,
-                                               const tavo::TemporaryCopy &old) {
-    const bool forward = (nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0;
-    return {
-        .pszConfPath = (nCheckFlags & kSendsContent) != 0 ? old.Path() : nullptr,
-        .blNotifyFw = forward,
-        .blNotifyPf = forward,
-    };
-}
-
 }  // namespace
-
-namespace tavo {
 
 int RemoveFile(const SetParam *param, TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, TemporaryCopy &old,
                StepFailure &failure) {
@@ -82,7 +70,10 @@ int RemoveFile(const SetParam *param, TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, T
     if (RemoveTarget(Target(*param), old, failure) < 0) {
         return -1;
     }
-    notify = NotificationOf(param->nCheckFlags, old);
+    const bool forward = (param->nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) != 0;
+    notify = {.pszConfPath = (param->nCheckFlags & kSendsContent) != 0 ? old.Path() : nullptr,
+              .blNotifyFw = forward,
+              .blNotifyPf = forward};
     return 0;
 }
 

@@ -14,13 +14,11 @@
 #include "support/text.h"
 #include "tavoserviceconf.h"
 
+namespace tavo {
 namespace {
 
-using tavo::Step;
-using tavo::StepFailure;
-
 // Buffer size for the file path, one byte less than elsewhere.
-constexpr std::size_t kFilePathSize = tavo::kPathSize - 1;
+constexpr std::size_t kFilePathSize = kPathSize - 1;
 
 // Buffer size for one printed port or range and the comma before it.
 constexpr std::size_t kPieceSize = 64;
@@ -62,10 +60,9 @@ int PrintPorts(const TAVO_SERVICE_CONF_PORT *pPorts, GrowingText &text) {
         char szPiece[kPieceSize];
         const int nStart = static_cast<int>(pPorts->nPortStart);
         if (pPorts->nPortType != TAVO_PORT_TYPE_SINGLE) {
-            tavo::PrintText(szPiece, "%s%d:%d", szSeparator, nStart,
-                            static_cast<int>(pPorts->nPortEnd));
+            PrintText(szPiece, "%s%d:%d", szSeparator, nStart, static_cast<int>(pPorts->nPortEnd));
         } else {
-            tavo::PrintText(szPiece, "%s%d", szSeparator, nStart);
+            PrintText(szPiece, "%s%d", szSeparator, nStart);
         }
         if (text.Append(szPiece) < 0) {
             return -1;
@@ -97,11 +94,11 @@ int PrintProtocols(uint32_t nProtocol, GrowingText &text) {
 
 int WriteValue(const char *szPath, const char *szDirectory, const char *szSection,
                const char *szKey, const char *szValue, StepFailure &failure) {
-    const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
+    const StoreLock lock(StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
         return lock.Fail(TAVO_HERE, "to change ", szPath, failure);
     }
-    return tavo::StorePorts(szPath, szSection, szKey, szValue, failure);
+    return StorePorts(szPath, szSection, szKey, szValue, failure);
 }
 
 // Checks the file against its own directory. The error TAVO_ERR_ALREADY_INSTALLED then means that
@@ -117,8 +114,8 @@ int CheckFile(const char *szPath, const char *szDirectory, StepFailure &failure)
 
 }  // namespace
 
-int tavo::SetSectionPorts(int location, const char *file, const char *section,
-                          const TAVO_SERVICE_CONF_PORT *ports, ChangeOutcome &outcome) {
+int SetSectionPorts(int location, const char *file, const char *section,
+                    const TAVO_SERVICE_CONF_PORT *ports, ChangeOutcome &outcome) {
     ReleaseHeldFile();
     StepFailure &failure = outcome.failure;
     if (section == nullptr || ports == nullptr || LeadsAway(file)) {
@@ -146,6 +143,8 @@ int tavo::SetSectionPorts(int location, const char *file, const char *section,
     }
     return 0;
 }
+
+}  // namespace tavo
 
 int TAVOServiceConfSectionPortSet(int nLocation, const char *szFileName, const char *szSectionName,
                                   const TAVO_SERVICE_CONF_PORT *pPortList) {

@@ -14,10 +14,8 @@
 #include "support/owners.h"
 #include "tavoserviceconf.h"
 
+namespace tavo {
 namespace {
-
-using tavo::Step;
-using tavo::StepFailure;
 
 // ---- The section ----
 
@@ -25,7 +23,7 @@ using tavo::StepFailure;
 bool DeclaresNothing(const TLIBCSzList *pNames) {
     const int nNames = TLIBCSzListCount(pNames);
     return nNames == 0 ||
-           (nNames == 1 && std::strcmp(TLIBCSzListGet(pNames, 0), tavo::kGlobalSection) == 0);
+           (nNames == 1 && std::strcmp(TLIBCSzListGet(pNames, 0), kGlobalSection) == 0);
 }
 
 // A failure to delete the empty file is only logged: the section is removed, so nothing is rolled
@@ -62,17 +60,17 @@ int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys
 
 // ---- The transaction ----
 
-void Restore(const tavo::SetParam &param, tavo::ChangeOutcome &outcome) {
-    const int nResult = tavo::RestoreStores(&param, outcome.undo_failure);
-    outcome.undo = nResult < 0 ? tavo::Undo::kFailed : tavo::Undo::kDone;
+void Restore(const SetParam &param, ChangeOutcome &outcome) {
+    const int nResult = RestoreStores(&param, outcome.undo_failure);
+    outcome.undo = nResult < 0 ? Undo::kFailed : Undo::kDone;
     if (nResult < 0) {
         TAVO_LOG_STATE("Restore configure fail!");
     }
 }
 
-int Restart(const tavo::SetParam &param, tavo::ChangeOutcome &outcome) {
-    if (tavo::RestartServices(static_cast<int>(param.nRestartFlags), outcome.notified) < 0) {
-        const tavo::Notification &firewall = outcome.notified[tavo::Listener::kFirewall];
+int Restart(const SetParam &param, ChangeOutcome &outcome) {
+    if (RestartServices(static_cast<int>(param.nRestartFlags), outcome.notified) < 0) {
+        const Notification &firewall = outcome.notified[Listener::kFirewall];
         if (firewall.failure.HasFailed()) {
             outcome.failure = firewall.failure;
         }
@@ -82,14 +80,13 @@ int Restart(const tavo::SetParam &param, tavo::ChangeOutcome &outcome) {
     return 0;
 }
 
-int ChangeStores(const tavo::SetParam &param, const tavo::Target &target,
-                 tavo::ChangeOutcome &outcome) {
+int ChangeStores(const SetParam &param, const Target &target, ChangeOutcome &outcome) {
     if ((param.nCheckFlags & TAVO_PORT_CHECK_FW_RULES) != 0 &&
-        tavo::RemoveFirewallRecord(target.Section(), outcome.notified) < 0) {
-        outcome.failure = outcome.notified[tavo::Listener::kFirewall].failure;
+        RemoveFirewallRecord(target.Section(), outcome.notified) < 0) {
+        outcome.failure = outcome.notified[Listener::kFirewall].failure;
         return TAVO_LOG_STATE("Remove service record in firewall rule fail!");
     }
-    if (tavo::RemoveFromFile(target.Path(), target.Section(), outcome.failure) < 0) {
+    if (RemoveFromFile(target.Path(), target.Section(), outcome.failure) < 0) {
         return TAVO_LOG_STATE("Remove service configure section fail!");
     }
     return 0;
@@ -99,15 +96,13 @@ enum class End { kRemoved, kRolledBack, kRestartFailed };
 
 // The transaction includes the restart. The stores stay locked until it is certain that they need
 // not be restored.
-End MakeTransaction(const tavo::SetParam &param, const tavo::Target &target,
-                    tavo::ChangeOutcome &outcome) {
-    const tavo::StoreLock lock(tavo::ChosenStores(param) |
-                               tavo::StoreOfDirectory(target.Directory()));
+End MakeTransaction(const SetParam &param, const Target &target, ChangeOutcome &outcome) {
+    const StoreLock lock(ChosenStores(param) | StoreOfDirectory(target.Directory()));
     if (!lock.IsHeld()) {
         lock.Fail(TAVO_HERE, "to change ", target.Path(), outcome.failure);
         return End::kRolledBack;
     }
-    if (tavo::BackUpStores(&param, outcome.failure) < 0) {
+    if (BackUpStores(&param, outcome.failure) < 0) {
         TAVO_LOG_STATE("Backup configure fail!");
         return End::kRolledBack;
     }
@@ -120,7 +115,7 @@ End MakeTransaction(const tavo::SetParam &param, const tavo::Target &target,
         return End::kRestartFailed;
     }
     StepFailure leftover;
-    if (tavo::DeleteBackup(&param, leftover) < 0) {
+    if (DeleteBackup(&param, leftover) < 0) {
         TAVO_LOG_STATE("Delete tmp configure fail!");
     }
     return End::kRemoved;
@@ -128,7 +123,7 @@ End MakeTransaction(const tavo::SetParam &param, const tavo::Target &target,
 
 }  // namespace
 
-int tavo::RemoveFromFile(const char *path, const char *section, StepFailure &failure) {
+int RemoveFromFile(const char *path, const char *section, StepFailure &failure) {
     const OwnedTable keys(TLIBCSzHashAlloc(kInitialCapacity));
     if (keys == nullptr) {
         failure.Set(Step::kReadSection, "", ENOMEM);
@@ -153,7 +148,7 @@ int tavo::RemoveFromFile(const char *path, const char *section, StepFailure &fai
     return DeleteEmptyFile(path, names.get(), failure);
 }
 
-int tavo::RemoveSection(const SetParam *param, ChangeOutcome &outcome) {
+int RemoveSection(const SetParam *param, ChangeOutcome &outcome) {
     ReleaseHeldFile();
     if (!AllowsRemove(param) || FieldText(param->szSectionName).empty()) {
         return outcome.failure.RefuseArguments(TAVO_HERE);
@@ -165,6 +160,8 @@ int tavo::RemoveSection(const SetParam *param, ChangeOutcome &outcome) {
     }
     return end == End::kRemoved ? 0 : -1;
 }
+
+}  // namespace tavo
 
 int TLIBServiceConfSectionRemove(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     tavo::ChangeOutcome outcome;

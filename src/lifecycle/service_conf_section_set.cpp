@@ -16,18 +16,16 @@
 #include "support/held_file.h"
 #include "support/owners.h"
 
+namespace tavo {
 namespace {
-
-using tavo::Step;
-using tavo::StepFailure;
 
 // Buffer size for a value with its quotes.
 constexpr std::size_t kValueSize = 4096;
 
 bool IsWritable(const TAVO_SERVICE_CONF_SECTION *pSection) {
-    return pSection != nullptr && !tavo::FieldText(pSection->szName).empty() &&
-           pSection->pDstPorts != nullptr && !tavo::FieldText(pSection->strDesc.szText).empty() &&
-           !tavo::FieldText(pSection->strTitle.szText).empty();
+    return pSection != nullptr && !FieldText(pSection->szName).empty() &&
+           pSection->pDstPorts != nullptr && !FieldText(pSection->strDesc.szText).empty() &&
+           !FieldText(pSection->strTitle.szText).empty();
 }
 
 // ---- Keys ----
@@ -35,7 +33,7 @@ bool IsWritable(const TAVO_SERVICE_CONF_SECTION *pSection) {
 // A quote within the text is written unchanged: values have no escape sequences.
 int SetKey(TLIBCSzHash *pKeys, const char *szKey, const char *szText) {
     char szValue[kValueSize];
-    tavo::PrintText(szValue, "\"%s\"", szText);
+    PrintText(szValue, "\"%s\"", szText);
     if (TLIBCSzHashSetValue(pKeys, szKey, szValue) < 0) {
         return TAVO_LOG("Failed ot set %s into Hash", szKey);
     }
@@ -48,11 +46,10 @@ int QuoteReadKeys(TLIBCSzHash *pKeys) {
     const char *szKey = nullptr;
     const char *szValue = nullptr;
     for (int i = 0; TLIBCSzHashEnum(pKeys, i, &szKey, &szValue) == 0; ++i) {
-        if (!tavo::NeedsQuotes(szValue)) {
+        if (!NeedsQuotes(szValue)) {
             continue;
         }
-        const std::unique_ptr<char, tavo::FreeWith<TLIBCStrPut>> value(
-            TLIBCStrGet("\"%s\"", szValue));
+        const std::unique_ptr<char, FreeWith<TLIBCStrPut>> value(TLIBCStrGet("\"%s\"", szValue));
         if (value == nullptr || TLIBCSzHashSetValue(pKeys, szKey, value.get()) < 0) {
             return TAVO_LOG("Failed ot set %s into Hash", szKey);
         }
@@ -62,22 +59,22 @@ int QuoteReadKeys(TLIBCSzHash *pKeys) {
 
 // A reference needs a section and a key. Without them the reference in the file is unchanged.
 int SetReference(TLIBCSzHash *pKeys, const char *szKey, const TAVO_SERVICE_CONF_STRING &string) {
-    const tavo::FieldString source(string.szSource);
-    const tavo::FieldString section(string.szSection);
-    const tavo::FieldString key(string.szKey);
+    const FieldString source(string.szSource);
+    const FieldString section(string.szSection);
+    const FieldString key(string.szKey);
     if (section.IsEmpty() || key.IsEmpty()) {
         return 0;
     }
     char szReference[kValueSize];
-    tavo::PrintText(szReference, "%s%s%s:%s", source.Get(), source.IsEmpty() ? "" : ":",
-                    section.Get(), key.Get());
+    PrintText(szReference, "%s%s%s:%s", source.Get(), source.IsEmpty() ? "" : ":", section.Get(),
+              key.Get());
     return SetKey(pKeys, szKey, szReference);
 }
 
 // ---- The file ----
 
-int MakeFile(const tavo::Target &target, StepFailure &failure) {
-    if (tavo::MakeFolder(target.Directory(), failure) != 0) {
+int MakeFile(const Target &target, StepFailure &failure) {
+    if (MakeFolder(target.Directory(), failure) != 0) {
         return TAVO_LOG("/bin/mkdir -p %s failed.(errno:%d/%s)", target.Directory(), errno,
                         std::strerror(errno));
     }
@@ -88,19 +85,19 @@ int MakeFile(const tavo::Target &target, StepFailure &failure) {
     return 0;
 }
 
-class SectionWriter final : public tavo::FileWriter {
+class SectionWriter final : public FileWriter {
   public:
     // `writes`: false if the section is not written, only the file created.
-    SectionWriter(const TAVO_SERVICE_CONF_SECTION &section, const tavo::PortText &dst_ports,
-                  const tavo::PortText &src_ports, bool writes)
+    SectionWriter(const TAVO_SERVICE_CONF_SECTION &section, const PortText &dst_ports,
+                  const PortText &src_ports, bool writes)
         : section_(section), dst_ports_(dst_ports), src_ports_(src_ports), writes_(writes) {}
 
-    int Prepare(const tavo::Target &target, StepFailure &failure) override {
+    int Prepare(const Target &target, StepFailure &failure) override {
         if (!keys_.IsMade()) {
             failure.Set(Step::kSetKeys, "", ENOMEM);
             return TAVO_LOG("Failed to alloc memory");
         }
-        const int found = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
+        const int found = LookForFile(target.Path(), TAVO_HERE, failure);
         made_ = found == 0 && MakeFile(target, failure) == 0;
         if (found < 0 || (found == 0 && !made_) ||
             keys_.Read(target.Path(), target.Section(), failure) < 0) {
@@ -111,14 +108,14 @@ class SectionWriter final : public tavo::FileWriter {
 
     // The keys were read from the section that the parameters name and are written to the section
     // that the record names. The result does not report a failed write; callers depend on this.
-    int Write(const tavo::Target &target, StepFailure &failure) override {
+    int Write(const Target &target, StepFailure &failure) override {
         if (writes_) {
-            keys_.Store(target.Path(), tavo::FieldString(section_.szName).Get(), failure);
+            keys_.Store(target.Path(), FieldString(section_.szName).Get(), failure);
         }
         return 0;
     }
 
-    void Undo(const tavo::Target &target) override {
+    void Undo(const Target &target) override {
         if (made_) {
             unlink(target.Path());
         }
@@ -126,16 +123,14 @@ class SectionWriter final : public tavo::FileWriter {
 
   private:
     const TAVO_SERVICE_CONF_SECTION &section_;
-    const tavo::PortText &dst_ports_;
-    const tavo::PortText &src_ports_;
+    const PortText &dst_ports_;
+    const PortText &src_ports_;
     const bool writes_;
-    tavo::SectionKeys keys_;
+    SectionKeys keys_;
     bool made_ = false;
 };
 
 }  // namespace
-
-namespace tavo {
 
 int SectionKeys::Read(const char *path, const char *section, StepFailure &failure) {
     TLIBCSzHash *keys = keys_.get();
@@ -172,10 +167,8 @@ int SectionKeys::Store(const char *path, const char *section, StepFailure &failu
     return 0;
 }
 
-}  // namespace tavo
-
-int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *section,
-                       ChangeOutcome &outcome) {
+int WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *section,
+                 ChangeOutcome &outcome) {
     ReleaseHeldFile();
     if (!AllowsSet(param) || !IsWritable(section)) {
         return outcome.failure.RefuseArguments(TAVO_HERE);
@@ -192,6 +185,8 @@ int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *s
     SectionWriter writer(*section, dst_ports, src_ports, param->nWriteMode == TAVO_WRITE_MODE_SET);
     return ChangeFile(*param, dst_ports, writer, TAVO_HERE, outcome);
 }
+
+}  // namespace tavo
 
 int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,
                               const TAVO_SERVICE_CONF_SECTION *pSection) {

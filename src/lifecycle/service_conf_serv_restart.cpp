@@ -11,7 +11,6 @@
 
 #include "base/descriptor.h"
 #include "lifecycle/notification.h"
-#include "lifecycle/programs.h"
 #include "support/failure.h"
 #include "support/owners.h"
 #include "support/presence.h"
@@ -27,15 +26,10 @@ __attribute__((weak)) int TLIBPluginActionReport(int nMode, TLIBPluginHandle *pH
                                                  TLIBPluginReport pReport, void *pContext);
 }
 
+namespace tavo {
 namespace {
 
-using tavo::Listener;
-using tavo::Notification;
-using tavo::Notifications;
-using tavo::Notified;
-using tavo::Step;
-using tavo::StepFailure;
-
+constexpr char kFirewallTool[] = "/usr/tavo/bin/tavofirewall";
 constexpr char kRelayDaemon[] = "tavorelayd";
 
 // Options for the core library to run the firewall tool, and for the plugin library to run the
@@ -66,21 +60,20 @@ int ReloadRelayDaemon(Notifications &notified) {
 // listener any status other than 0 is one.
 int RunFirewallTool(Step step, Notifications &notified, const char *option,
                     const char *service = nullptr) {
-    const int status =
-        TLIBCExecl(tavo::kFirewallTool, kFirewallToolOptions, option, service, nullptr);
+    const int status = TLIBCExecl(kFirewallTool, kFirewallToolOptions, option, service, nullptr);
     Notification &firewall = notified[Listener::kFirewall];
     if (status == 0) {
         firewall.Succeed();
         return 0;
     }
-    firewall.Fail().SetProgram(step, tavo::kFirewallTool, status);
+    firewall.Fail().SetProgram(step, kFirewallTool, status);
     if (status > 0) {
         return 0;
     }
     return service == nullptr
-               ? TAVO_LOG("Failed to execute [%s %s], ret:%d", tavo::kFirewallTool, option, status)
-               : TAVO_LOG("Failed to execute [%s %s %s], ret:%d", tavo::kFirewallTool, option,
-                          service, status);
+               ? TAVO_LOG("Failed to execute [%s %s], ret:%d", kFirewallTool, option, status)
+               : TAVO_LOG("Failed to execute [%s %s %s], ret:%d", kFirewallTool, option, service,
+                          status);
 }
 
 // ---- Plugins ----
@@ -93,12 +86,12 @@ constexpr char kContent[] = "PORT_CONFIG_CONTENT";
 constexpr char kNotifyForwarding[] = "NOTIFY_PF";
 constexpr char kNotifyFirewall[] = "NOTIFY_FW";
 
-using Plugins = std::unique_ptr<TLIBPluginHandle, tavo::FreeWith<TLIBPluginExit>>;
+using Plugins = std::unique_ptr<TLIBPluginHandle, FreeWith<TLIBPluginExit>>;
 
 // The functions that read content log a failure and leave its errno.
 
-tavo::OwnedText EmptyText() {
-    tavo::OwnedText text(static_cast<char *>(std::calloc(1, 1)));
+OwnedText EmptyText() {
+    OwnedText text(static_cast<char *>(std::calloc(1, 1)));
     if (text == nullptr) {
         TAVO_LOG("FAILED to malloc sizeof 1 char, err=%s", std::strerror(errno));
     }
@@ -109,7 +102,7 @@ tavo::OwnedText EmptyText() {
 bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPath) {
     for (std::size_t nDone = 0;;) {
         const ssize_t nRead =
-            tavo::Uninterrupted([&] { return read(nDescriptor, szText + nDone, nSize - nDone); });
+            Uninterrupted([&] { return read(nDescriptor, szText + nDone, nSize - nDone); });
         if (nRead < 0) {
             TAVO_LOG("FAILED to read content from %s nRead=%zd err=%s", szPath, nRead,
                      std::strerror(errno));
@@ -123,8 +116,8 @@ bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPa
 
 // Reads a file up to the size that it has at the start; null if it cannot be read. O_NONBLOCK makes
 // a pipe fail instead of blocking.
-tavo::OwnedText ReadFile(const char *szPath) {
-    const tavo::Descriptor file(open(szPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+OwnedText ReadFile(const char *szPath) {
+    const Descriptor file(open(szPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen()) {
         TAVO_LOG("FAILED to open %s", szPath);
         return nullptr;
@@ -139,7 +132,7 @@ tavo::OwnedText ReadFile(const char *szPath) {
         return nullptr;
     }
     const auto nSize = static_cast<std::size_t>(nEnd);
-    tavo::OwnedText text(static_cast<char *>(std::calloc(nSize + 1, 1)));
+    OwnedText text(static_cast<char *>(std::calloc(nSize + 1, 1)));
     if (text == nullptr) {
         TAVO_LOG("FAILED to malloc %d, err=%s", static_cast<int>(nSize + 1), std::strerror(errno));
         return nullptr;
@@ -153,8 +146,8 @@ int SetContent(TLIBPluginHandle *pHandle, const char *szKey, const char *szPath,
     if (szPath == nullptr) {
         return failure.Set(Step::kPreparePlugins);
     }
-    const bool absent = tavo::PresenceOf(szPath) == tavo::Presence::kAbsent;
-    const tavo::OwnedText text = absent ? EmptyText() : ReadFile(szPath);
+    const bool absent = PresenceOf(szPath) == Presence::kAbsent;
+    const OwnedText text = absent ? EmptyText() : ReadFile(szPath);
     if (text == nullptr) {
         return failure.Set(Step::kPreparePlugins, szPath, errno);
     }
@@ -168,8 +161,8 @@ int SetContent(TLIBPluginHandle *pHandle, const char *szKey, const char *szPath,
 
 int SetOldAndNewContent(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY &notify,
                         StepFailure &failure) {
-    const tavo::FieldString oldPath(notify.szOldConfPath);
-    const tavo::FieldString newPath(notify.szNewConfPath);
+    const FieldString oldPath(notify.szOldConfPath);
+    const FieldString newPath(notify.szNewConfPath);
     if (oldPath.IsEmpty() || newPath.IsEmpty()) {
         failure.Set(Step::kPreparePlugins);
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
@@ -239,8 +232,8 @@ struct Invocation {
         if (nStatus != 0) {
             run.failure.SetProgram(Step::kRunPlugins, "", nStatus, szPath);
         }
-        tavo::PluginResult result = {};
-        tavo::CopyText(result.path, szPath);
+        PluginResult result = {};
+        CopyText(result.path, szPath);
         result.status = nStatus;
         run.notified.plugins_incomplete |= !run.notified.plugins->Append(result);
     }
@@ -267,7 +260,7 @@ void Notify(const char *szAction, const Record &record,
             Notifications &notified) {
     StepFailure failure;
     char szName[32];
-    tavo::PrintText(szName, "%s/%s", kPluginGroup, szAction);
+    PrintText(szName, "%s/%s", kPluginGroup, szAction);
     const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, szName));
     if (plugins == nullptr) {
         failure.Set(Step::kPreparePlugins);
@@ -287,8 +280,6 @@ void Notify(const char *szAction, const Record &record,
 }
 
 }  // namespace
-
-namespace tavo {
 
 int ReloadFirewall(Notifications &notified) {
     return RunFirewallTool(Step::kReload, notified, "--reload");
@@ -327,31 +318,31 @@ void NotifyOfRemoval(const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, Notification
 // ---- The exported functions ----
 
 int TAVOFwRuleHupWrap(void) {
-    Notifications notified;
+    tavo::Notifications notified;
     return tavo::ReloadFirewall(notified);
 }
 
 int TLIBFwServRemoveRecWrap(const char *szName) {
-    Notifications notified;
+    tavo::Notifications notified;
     return tavo::RemoveFirewallRecord(szName, notified);
 }
 
 int TLIBServiceConfServRestart(int nRestartFlags) {
-    Notifications notified;
+    tavo::Notifications notified;
     return tavo::RestartServices(nRestartFlags, notified);
 }
 
 int PluginArgSetFileContent(struct TLIBPluginHandle *pHandle, const char *szKey,
                             const char *szPath) {
-    StepFailure failure;
-    return SetContent(pHandle, szKey, szPath, failure);
+    tavo::StepFailure failure;
+    return tavo::SetContent(pHandle, szKey, szPath, failure);
 }
 
 int TLIBServiceConfUpdateServNotify(const TAVO_SERVICE_CONF_NOTIFY *pNotify) {
     if (pNotify == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    Notifications notified;
+    tavo::Notifications notified;
     tavo::NotifyOfUpdate(*pNotify, notified);
     return 0;
 }
@@ -360,7 +351,7 @@ int TLIBServiceConfRemoveServNotify(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *pNoti
     if (pNotify == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    Notifications notified;
+    tavo::Notifications notified;
     tavo::NotifyOfRemoval(*pNotify, notified);
     return 0;
 }

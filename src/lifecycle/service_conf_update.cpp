@@ -12,18 +12,18 @@
 #include "support/text.h"
 #include "tavoserviceconf.h"
 
+namespace tavo {
 namespace {
 
 // A file that is not installed yet has no old content.
-int CopyForPlugins(const char *szBaseName, const char *szInstalled, tavo::TemporaryCopy &old,
-                   tavo::StepFailure &failure) {
-    const int nFound = tavo::LookForFile(szInstalled, TAVO_HERE, failure);
+int CopyForPlugins(const char *szBaseName, const char *szInstalled, TemporaryCopy &old,
+                   StepFailure &failure) {
+    const int nFound = LookForFile(szInstalled, TAVO_HERE, failure);
     if (nFound < 1) {
         return nFound;
     }
-    char szCopy[tavo::kPathSize];
-    tavo::PrintText(szCopy, "%s/%s%s%s", tavo::kTemporaryFolder, tavo::kUpdatedHead, szBaseName,
-                    tavo::kUpdatedTail);
+    char szCopy[kPathSize];
+    PrintText(szCopy, "%s/%s%s%s", kTemporaryFolder, kUpdatedHead, szBaseName, kUpdatedTail);
     if (old.Make(szInstalled, szCopy, TAVO_HERE, failure) != 0) {
         return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", szInstalled, szCopy);
     }
@@ -33,9 +33,8 @@ int CopyForPlugins(const char *szBaseName, const char *szInstalled, tavo::Tempor
 // Installs the new file. Returns true if its ports are in conflict with others. If the installation
 // fails, this is logged and the update continues.
 bool Install(const char *szBaseName, const char *szSrcPath, int nLocation,
-             TAVO_SERVICE_CONF_PORT **ppConflictPorts, tavo::StepFailure &failure) {
-    const int nResult =
-        tavo::InstallFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, failure);
+             TAVO_SERVICE_CONF_PORT **ppConflictPorts, StepFailure &failure) {
+    const int nResult = InstallFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, failure);
     if (nResult == 1) {
         TAVO_LOG("%s conf file port conflict with existed conf file setting=%s", szSrcPath,
                  szBaseName);
@@ -47,9 +46,9 @@ bool Install(const char *szBaseName, const char *szSrcPath, int nLocation,
 
 }  // namespace
 
-int tavo::UpdateFile(const char *name, const char *source, int location,
-                     TAVO_SERVICE_CONF_PORT **conflicts, TAVO_SERVICE_CONF_NOTIFY &notify,
-                     TemporaryCopy &old, StepFailure &failure) {
+int UpdateFile(const char *name, const char *source, int location,
+               TAVO_SERVICE_CONF_PORT **conflicts, TAVO_SERVICE_CONF_NOTIFY &notify,
+               TemporaryCopy &old, StepFailure &failure) {
     char installed[kPathSize];
     if (GetInstallPath(name, location, installed, sizeof(installed)) < 0) {
         failure.Set(Step::kCheckArguments);
@@ -72,6 +71,8 @@ int tavo::UpdateFile(const char *name, const char *source, int location,
     notify.blNotifyPf = 1;
     return conflict ? 1 : 0;
 }
+
+}  // namespace tavo
 
 int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const char *szSrcPath,
                                                int nLocation,

@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "lifecycle/programs.h"
+#include "lifecycle/path_change.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_names.h"
 #include "tavocore.h"

@@ -16,7 +16,6 @@
 #include "base/descriptor.h"
 #include "lifecycle/change.h"
 #include "lifecycle/path_change.h"
-#include "lifecycle/programs.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
@@ -27,18 +26,16 @@
 #include "support/text.h"
 #include "tavoserviceconf.h"
 
+namespace tavo {
 namespace {
-
-using tavo::Step;
-using tavo::StepFailure;
 
 // The location must be a single directory, not a set of flags. Returns null for any other value.
 const char *InstallDirectory(int nLocation) {
     switch (nLocation) {
         case TAVO_SERVICE_CONF_DIR_SYSTEM:
-            return tavo::kSystemServiceDirectory;
+            return kSystemServiceDirectory;
         case TAVO_SERVICE_CONF_DIR_PACKAGE:
-            return tavo::kPackageServiceDirectory;
+            return kPackageServiceDirectory;
         default:
             return nullptr;
     }
@@ -72,7 +69,7 @@ bool ReportConflict(const char *szSrcPath, TAVO_SERVICE_CONF_PORT **ppConflictPo
 }
 
 int MakeDirectory(const char *szDirectory, StepFailure &failure) {
-    if (tavo::MakeFolder(szDirectory, failure) != 0) {
+    if (MakeFolder(szDirectory, failure) != 0) {
         return TAVO_FAIL_STATE(TAVO_ERR_MAKE_DIRECTORY, "mkdir fail for path %s", szDirectory);
     }
     return 0;
@@ -80,7 +77,7 @@ int MakeDirectory(const char *szDirectory, StepFailure &failure) {
 
 // Creates an empty file with a unique name and stores its path in szPath.
 int ReserveName(const char *szBaseName, char *szPath, StepFailure &failure) {
-    const tavo::Descriptor file(mkstemp(szPath));
+    const Descriptor file(mkstemp(szPath));
     if (!file.IsOpen()) {
         failure.Set(Step::kMakeFile, szPath, errno);
         return TAVO_LOG("Failed to mkstemp() for installing service conf of %s: %s", szBaseName,
@@ -92,19 +89,18 @@ int ReserveName(const char *szBaseName, char *szPath, StepFailure &failure) {
 // Writes the content to disk before the rename, so that the name does not refer to an incomplete
 // file after a power failure.
 bool Flush(const char *szPath) {
-    const tavo::Descriptor file(open(szPath, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor file(open(szPath, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     return file.IsOpen() && fsync(file.Get()) == 0;
 }
 
 bool CopyWithModeAndTimes(const char *szSrcPath, const char *szPath, StepFailure &failure) {
-    if (!tavo::IsRegularFile(szSrcPath)) {
+    if (!IsRegularFile(szSrcPath)) {
         failure.Set(Step::kVerifySource, szSrcPath, EINVAL);
         return false;
     }
-    const int nStatus =
-        TLIBCExec(tavo::kCopyProgram, "-f", "-p", tavo::PathArgument(szSrcPath).Get(), szPath);
+    const int nStatus = TLIBCExec(kCopyProgram, "-f", "-p", PathArgument(szSrcPath).Get(), szPath);
     if (nStatus != 0) {
-        failure.SetProgram(Step::kStage, tavo::kCopyProgram, nStatus, szPath);
+        failure.SetProgram(Step::kStage, kCopyProgram, nStatus, szPath);
         return false;
     }
     if (!Flush(szPath)) {
@@ -127,19 +123,19 @@ int Rename(const char *szFrom, const char *szTo, StepFailure &failure) {
 // A copy that is incomplete or cannot be renamed is left in the folder for diagnosis.
 int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory,
               StepFailure &failure) {
-    char szTarget[tavo::kPathSize];
-    tavo::PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
-    const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
+    char szTarget[kPathSize];
+    PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
+    const StoreLock lock(StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
         return lock.Fail(TAVO_HERE, "to install ", szTarget, failure);
     }
-    char szFolder[tavo::kPathSize];
-    tavo::PrintText(szFolder, "%s/%s", szDirectory, tavo::kInstallFolder);
+    char szFolder[kPathSize];
+    PrintText(szFolder, "%s/%s", szDirectory, kInstallFolder);
     if (MakeDirectory(szDirectory, failure) < 0 || MakeDirectory(szFolder, failure) < 0) {
         return -1;
     }
-    char szCopy[tavo::kPathSize];
-    tavo::PrintText(szCopy, "%s/%s%s", szFolder, szBaseName, tavo::kInstallTail);
+    char szCopy[kPathSize];
+    PrintText(szCopy, "%s/%s%s", szFolder, szBaseName, kInstallTail);
     if (ReserveName(szBaseName, szCopy, failure) < 0) {
         return -1;
     }
@@ -152,23 +148,8 @@ int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirec
 
 }  // namespace
 
-int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf) {
-    const char *szDirectory = InstallDirectory(nLocation);
-    if (tavo::LeadsAway(szBaseName) || szDirectory == nullptr || szBuf == nullptr || cbBuf < 1) {
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
-    }
-    std::snprintf(szBuf, static_cast<std::size_t>(cbBuf), "%s/%s", szDirectory, szBaseName);
-    return 0;
-}
-
-int ServiceConfInstall(const char *szBaseName, const char *szSrcPath, int nLocation,
-                       TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    StepFailure failure;
-    return tavo::InstallFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, failure);
-}
-
-int tavo::InstallFile(const char *name, const char *source, int location,
-                      TAVO_SERVICE_CONF_PORT **conflicts, StepFailure &failure) {
+int InstallFile(const char *name, const char *source, int location,
+                TAVO_SERVICE_CONF_PORT **conflicts, StepFailure &failure) {
     ReleaseHeldFile();
     const char *directory = InstallDirectory(location);
     if (source == nullptr || directory == nullptr) {
@@ -185,4 +166,21 @@ int tavo::InstallFile(const char *name, const char *source, int location,
         return -1;
     }
     return conflict ? 1 : 0;
+}
+
+}  // namespace tavo
+
+int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf) {
+    const char *szDirectory = tavo::InstallDirectory(nLocation);
+    if (tavo::LeadsAway(szBaseName) || szDirectory == nullptr || szBuf == nullptr || cbBuf < 1) {
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+    }
+    std::snprintf(szBuf, static_cast<std::size_t>(cbBuf), "%s/%s", szDirectory, szBaseName);
+    return 0;
+}
+
+int ServiceConfInstall(const char *szBaseName, const char *szSrcPath, int nLocation,
+                       TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
+    tavo::StepFailure failure;
+    return tavo::InstallFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, failure);
 }

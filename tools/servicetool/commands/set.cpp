@@ -11,18 +11,13 @@
 namespace tavo::tool {
 namespace {
 
-template <std::size_t Size>
-bool Fits(const std::string &text, const char (&)[Size]) {
-    return text.size() < Size && text.find('\n') == std::string::npos;
-}
-
 // Each of the following functions sets a part of the section to the value of an option, if it is
 // given. Returns false if the value is invalid, which is reported.
 
 bool SetText(const Arguments &arguments, const char *option, TAVO_SERVICE_CONF_STRING &string,
              Report &report) {
     const std::string text = arguments.Text(option);
-    if (!Fits(text, string.szText)) {
+    if (text.size() >= sizeof(string.szText) || text.find('\n') != std::string::npos) {
         report.TellUsage(std::string(option) + " takes one line of at most " +
                              std::to_string(sizeof(string.szText) - 1) + " bytes",
                          "");
