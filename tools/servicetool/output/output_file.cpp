@@ -11,7 +11,6 @@
 #include <cstdlib>
 
 #include "base/descriptor.h"
-#include "base/owners.h"
 #include "input/input_file.h"
 
 namespace tavo::tool {
@@ -48,12 +47,6 @@ class StagedFile {
     std::string path_;
     Descriptor file_;
 };
-
-// The target of symbolic links.
-std::string FollowLinks(const std::string &path) {
-    const MallocPtr<char> real(realpath(path.c_str(), nullptr));
-    return real == nullptr ? path : real.get();
-}
 
 bool IsLink(const std::string &path) {
     struct stat link = {};
@@ -114,7 +107,7 @@ std::string WriteWholeFile(const std::string &path, std::string_view text) {
     if (stat(path.c_str(), &old) == 0) {
         if (S_ISREG(old.st_mode)) {
             consequence = "cannot be written and is unchanged: ";
-            reason = PutFile(FollowLinks(path), &old, text);
+            reason = PutFile(RealPathOf(path), &old, text);
         } else {
             reason = WriteTo(path, text);
         }

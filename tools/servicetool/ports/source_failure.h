@@ -5,7 +5,7 @@
 #include <string>
 
 #include "engine/conflicts.h"
-#include "output/diagnostic.h"
+#include "output/report.h"
 
 namespace tavo::tool {
 
