@@ -12,32 +12,33 @@ namespace tavo {
 // The initial capacity of lists of port strings, a hint.
 constexpr int kPortListCapacity = 128;
 
-// A service of the catalogue and its origin: a row of rgServices, or a section of a service file.
-struct CatalogueService {
-    const TAVO_FW_SERVICE *service;
-    const TAVO_FW_SERVICE_REG *row;            // null for a service of a service file
-    const ServiceFileRecord *file;             // null for a built-in service
-    const TAVO_SERVICE_CONF_SECTION *section;  // of the file; null for a built-in service
-};
-
-// A snapshot of the catalogue.
-struct ServiceCatalogue {
-    OwnedServices services;  // in the order of TAVOFwServiceEnum
-    int count = 0;           // number of services; -1 if the enumeration failed
-
-    // One for each service, in list order, unless memory ran out (0x200 in the report).
-    GrowingArray<CatalogueService> origins;
+// The firewall services where they are declared: in rgServices and in the service files.
+struct DeclaredServices {
+    OwnedServices built_in;  // in reverse order of rgServices
+    OwnedConf files;
 
     // The files read and everything that was left out: rows first, then files and sections. Its
-    // fault is 0 if the catalogue is complete, apart from what is absent or invalid. Otherwise it
-    // is the error code of the first failure, out of memory (0x200) or a system call (0x900,
-    // 0x2A00, or the code set by a port provider): services may be missing, and a port that no
-    // listed service declares must not count as free. A failed check whether the model supports a
-    // service is not a fault, because it affects no ports. If anything was left out, the reading
-    // has usually written log lines.
+    // fault is 0 if nothing else can be missing than what is absent or invalid. Otherwise it is the
+    // error code of the first failure, out of memory (0x200) or a system call (0x900, 0x2A00, or
+    // the code set by a port provider): services may be missing, and a port that no listed service
+    // declares must not count as free. If anything was left out, the reading has usually written
+    // log lines.
     ReadingReport report;
+};
 
-    OwnedConf files;  // the files that the origins point to
+// Reads the rows of rgServices, then the service files. With a visitor, `files` is null.
+DeclaredServices ReadDeclaredServices(FileVisitor *visitor = nullptr);
+
+// Whether this model supports the services of a file with this support key, "" for none, according
+// to the factory settings. A failed check counts as no. It is not a fault of the catalogue, because
+// it affects no ports.
+bool IsFileSupported(const char *support_key);
+
+// A snapshot of the catalogue as one list, in the order of TAVOFwServiceEnum.
+struct ServiceCatalogue {
+    OwnedServices services;
+    int count = 0;         // number of services; -1 if the enumeration failed
+    ReadingReport report;  // that of DeclaredServices, and what could not be converted
 };
 
 // Reads the catalogue like TAVOFwServiceEnum, with the same log lines.

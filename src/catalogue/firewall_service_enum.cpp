@@ -3,7 +3,6 @@
 //
 // An error never fails the whole list. A service that cannot be listed is logged and left out, so
 // that one invalid setting or service file does not remove the others from the firewall.
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -175,6 +174,14 @@ Reading ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol,
     return Reading::Good();
 }
 
+// `service` is null if it could not be created.
+void PrependIfMade(tavo::OwnedServices service, tavo::OwnedServices &list) {
+    if (service != nullptr) {
+        service->pNext = list.release();
+        list = std::move(service);
+    }
+}
+
 }  // namespace
 
 namespace tavo {
@@ -247,87 +254,42 @@ Reading ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool suppor
     return Reading::Good();
 }
 
-namespace {
-
-// Prepends the services to the list and records the origin of each.
-class CatalogueReader {
-  public:
-    ServiceCatalogue Read() {
-        for (const auto *row = rgServices; row->szName != nullptr; ++row) {
-            OwnedServices service;
-            catalogue_.report.NoteRow(ServiceFromRow(*row, service), *row);
-            Add(std::move(service), {nullptr, row, nullptr, nullptr});
-        }
-        AddDeclared();
-        catalogue_.services.reset(services_);
-        std::reverse(catalogue_.origins.begin(), catalogue_.origins.end());
-        return std::move(catalogue_);
+DeclaredServices ReadDeclaredServices(FileVisitor *visitor) {
+    DeclaredServices declared = {nullptr, nullptr, ReadingReport(visitor)};
+    for (const auto *row = rgServices; row->szName != nullptr; ++row) {
+        OwnedServices service;
+        declared.report.NoteRow(ServiceFromRow(*row, service), *row);
+        PrependIfMade(std::move(service), declared.built_in);
     }
-
-  private:
-    // `service` is null if it could not be created.
-    void Add(OwnedServices service, CatalogueService origin) {
-        if (service == nullptr) {
-            return;
-        }
-        origin.service = service.get();
-        Prepend(std::move(service), &services_);
-        ++catalogue_.count;
-        if (!catalogue_.origins.Append(origin)) {
-            catalogue_.report.NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
-        }
+    TAVO_SERVICE_CONF *files = nullptr;
+    const int count = ReadServiceFiles(&files, kEveryServiceFolder, &declared.report);
+    declared.files.reset(files);
+    if (count > 0 && files == nullptr && visitor == nullptr) {
+        TAVO_LOG_STATE("Bad parameters, tavoerr=");
     }
+    return declared;
+}
 
-    void AddFile(const TAVO_SERVICE_CONF &file, const ServiceFileRecord *record) {
-        const bool supported =
-            *file.szSupportKey == '\0' || IsSupportKeySet(file.szSupportKey, true);
-        if (record != nullptr) {
-            catalogue_.report.ResumeFile(*record);
-        }
-        for (const auto *section = file.pSections; section != nullptr; section = section->pNext) {
-            OwnedServices service;
-            catalogue_.report.NoteSection(ServiceFromSection(*section, supported, service),
-                                          section->szName);
-            Add(std::move(service), {nullptr, nullptr, record, section});
-        }
-    }
-
-    // The record of a file that was read; null if memory ran out for it. Must be called in the
-    // order of the file list, which is the reverse of the order of the records; `left` is the
-    // number of records not yet passed.
-    const ServiceFileRecord *RecordOf(const TAVO_SERVICE_CONF *file, std::size_t &left) const {
-        while (left > 0) {
-            const ServiceFileRecord &record = catalogue_.report.Files()[--left];
-            if (record.conf == file) {
-                return &record;
-            }
-        }
-        return nullptr;
-    }
-
-    void AddDeclared() {
-        TAVO_SERVICE_CONF *files = nullptr;
-        const int count = ReadServiceFiles(&files, kEveryServiceFolder, &catalogue_.report);
-        catalogue_.files.reset(files);
-        if (count > 0 && files == nullptr) {
-            TAVO_LOG_STATE("Bad parameters, tavoerr=");
-            return;
-        }
-        const HeldFile held(kFactorySettingsFile);
-        std::size_t left = catalogue_.report.Files().Count();
-        for (; files != nullptr; files = files->pNext) {
-            AddFile(*files, RecordOf(files, left));
-        }
-    }
-
-    ServiceCatalogue catalogue_;
-    TAVO_FW_SERVICE *services_ = nullptr;
-};
-
-}  // namespace
+bool IsFileSupported(const char *support_key) {
+    return *support_key == '\0' || IsSupportKeySet(support_key, true);
+}
 
 ServiceCatalogue ReadCatalogue() {
-    return CatalogueReader().Read();
+    DeclaredServices declared = ReadDeclaredServices();
+    ServiceCatalogue catalogue = {std::move(declared.built_in), 0, std::move(declared.report)};
+    const HeldFile held(kFactorySettingsFile);
+    for (const auto *file = declared.files.get(); file != nullptr; file = file->pNext) {
+        const bool supported = IsFileSupported(file->szSupportKey);
+        for (const auto *section = file->pSections; section != nullptr; section = section->pNext) {
+            OwnedServices service;
+            catalogue.report.NoteFault(ServiceFromSection(*section, supported, service));
+            PrependIfMade(std::move(service), catalogue.services);
+        }
+    }
+    for (const auto *one = catalogue.services.get(); one != nullptr; one = one->pNext) {
+        ++catalogue.count;
+    }
+    return catalogue;
 }
 
 }  // namespace tavo

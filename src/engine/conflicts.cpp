@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/system_files.h"
+#include "engine/port_range.h"
 #include "support/failure.h"
 
 namespace tavo {
@@ -19,6 +20,10 @@ bool Skips(const PortQuestion &question, const char *name) {
                        [name](const char *skipped) { return std::strcmp(skipped, name) == 0; });
 }
 
+bool ComesBefore(const char *a, const char *b) {
+    return std::strcmp(a, b) < 0;
+}
+
 bool IsAlone(const Range &range, int port) {
     return range.nLow == port && range.nHigh == port;
 }
@@ -28,10 +33,10 @@ void ForgetError() {
     TLIBCErrSetEx(0, nullptr, 0);
 }
 
-// The error code if services may be missing from the catalogue; 0 if it is complete.
-unsigned int FaultOf(const ServiceCatalogue &catalogue) {
-    const unsigned int fault = catalogue.report.Fault();
-    return catalogue.count < 0 && fault == 0 ? TAVO_ERR_FW_SERVICES : fault;
+// The port of a service file, in either order.
+Range RangeOf(const TAVO_SERVICE_CONF_PORT &port) {
+    const auto [low, high] = std::minmax({port.nPortStart, LastPort(port)});
+    return {static_cast<int>(low), static_cast<int>(high)};
 }
 
 bool AnyHeld(const Range &range, const PortSet &held) {
@@ -93,7 +98,13 @@ bool PortConflicts::OrderQuestions() {
                 return false;
             }
         }
+        const std::span<const char *const> &skipped = questions_[question].skipped;
+        if (!std::all_of(skipped.begin(), skipped.end(),
+                         [this](const char *name) { return skipped_names_.Append(name); })) {
+            return false;
+        }
     }
+    std::sort(skipped_names_.begin(), skipped_names_.end(), ComesBefore);
     index_.Sort();
     return true;
 }
@@ -227,51 +238,70 @@ void PortConflicts::CompareRule(const ForwardingRule &rule, const char *file) {
 
 // ---- Firewall services ----
 
-const ServiceCatalogue &PortConflicts::Catalogue() {
-    if (!services_) {
-        services_ = ReadCatalogue();
-    }
-    return *services_;
-}
-
 // Records a failure for each built-in service that was left out, whatever the reason, because
 // built-in services declare ports. Anything else that could not be read may be any service.
-void PortConflicts::AddOmissions(const ServiceCatalogue &catalogue) {
-    unsigned int fault = FaultOf(catalogue);
-    for (const LeftOut &omission : catalogue.report.Omissions()) {
-        if (omission.row != nullptr) {
-            AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE,
-                              .kind = SourceFailure::Kind::kLeftOut,
-                              .code = omission.reading.Fault(),
-                              .declarer = {.name = omission.row->szName}});
+void PortConflicts::AddOmissions(const ReadingReport &report) {
+    const unsigned int fault = report.Fault();
+    bool of_row = false;
+    bool of_file = false;
+    for (const LeftOut &omission : report.Omissions()) {
+        if (omission.row == nullptr) {
+            of_file = of_file || omission.reading.Fault() != 0;
+            continue;
         }
+        of_row = of_row || omission.reading.Fault() == fault;
+        AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE,
+                          .kind = SourceFailure::Kind::kLeftOut,
+                          .code = omission.reading.Fault(),
+                          .declarer = {.name = omission.row->szName}});
     }
-    const auto is_of_row = [fault](const LeftOut &omission) {
-        return omission.row != nullptr && omission.reading.Fault() == fault;
-    };
-    const auto is_of_file = [](const LeftOut &omission) {
-        return omission.row == nullptr && omission.reading.Fault() != 0;
-    };
-    const GrowingArray<LeftOut> &omissions = catalogue.report.Omissions();
-    if (fault != 0 && (std::none_of(omissions.begin(), omissions.end(), is_of_row) ||
-                       std::any_of(omissions.begin(), omissions.end(), is_of_file))) {
+    if (fault != 0 && (of_file || !of_row)) {
         AddFailureForAll({.source = TAVO_PORT_CHECK_FW_SERVICE, .code = fault});
     }
 }
 
 void PortConflicts::ReadServices() {
     ForgetError();
-    const ServiceCatalogue &catalogue = Catalogue();
-    AddOmissions(catalogue);
-    for (const CatalogueService &origin : catalogue.origins) {
-        const TAVO_FW_SERVICE &service = *origin.service;
-        const bool built_in = origin.file == nullptr;
-        const PortDeclarer declarer = {.name = service.szName,
-                                       .file = built_in ? nullptr : origin.file->path,
-                                       .entry = built_in ? nullptr : service.szName};
-        for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-            CompareText(TLIBCSzListGet(service.pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
-                        service.nDstProtocol, declarer, nullptr);
+    services_ = ReadDeclaredServices(this);
+    AddOmissions(services_->report);
+    const auto *service = services_->built_in.get();
+    for (; service != nullptr; service = service->pNext) {
+        for (int i = 0; i < TLIBCSzListCount(service->pDstPortList); ++i) {
+            CompareText(TLIBCSzListGet(service->pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
+                        service->nDstProtocol, {.name = service->szName}, nullptr);
+        }
+    }
+}
+
+// An appliance has thousands of sections, so only the texts of those that conflict are kept.
+void PortConflicts::Visit(const ServiceFileRecord &file) {
+    const auto *section = file.conf->pSections;
+    for (; section != nullptr; section = section->pNext) {
+        CompareSection(*section, file.path);
+    }
+}
+
+// Whether a question skips the service, and no service of this name was read before.
+bool PortConflicts::IsSkippedFirst(const char *service) const {
+    return std::binary_search(skipped_names_.begin(), skipped_names_.end(), service, ComesBefore) &&
+           std::none_of(skipped_ports_.begin(), skipped_ports_.end(),
+                        [service](const SkippedPort &port) {
+                            return std::strcmp(port.service, service) == 0;
+                        });
+}
+
+void PortConflicts::CompareSection(const TAVO_SERVICE_CONF_SECTION &section, const char *file) {
+    const bool skipped = IsSkippedFirst(section.szName);
+    const char *name = skipped ? Keep(section.szName) : nullptr;
+    for (const auto *port = section.pDstPorts; port != nullptr; port = port->pNext) {
+        const Range range = RangeOf(*port);
+        if (skipped && !skipped_ports_.Append({name, range, port->nProtocol})) {
+            out_of_memory_ = true;
+        }
+        if (index_.HasOverlap(range)) {
+            name = name == nullptr ? Keep(section.szName) : name;
+            AddDeclared(range, TAVO_PORT_CHECK_FW_SERVICE, port->nProtocol,
+                        {.name = name, .file = file, .entry = name});
         }
     }
 }
@@ -375,14 +405,25 @@ void PortConflicts::AddRows(const Asked &asked, uint32_t protocol, const PortSet
 // Returns false if the ports of the services are unknown.
 bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol,
                                     SkippedPorts &skipped) {
-    const ServiceCatalogue &catalogue = Catalogue();
-    if (const unsigned int fault = FaultOf(catalogue)) {
+    if (!services_) {
+        ReadServices();
+    }
+    if (const unsigned int fault = services_->report.Fault()) {
         AddFailure({.question = question, .source = TAVO_PORT_CHECK_RUNTIME, .code = fault});
         return false;
     }
     for (const char *name : questions_[question].skipped) {
-        if (catalogue.services != nullptr) {
-            skipped.AddService(catalogue.services.get(), name, protocol);
+        bool of_file = false;
+        for (const SkippedPort &port : skipped_ports_) {
+            if (std::strcmp(port.service, name) == 0) {
+                of_file = true;
+                if ((port.protocols & protocol) != 0) {
+                    skipped.Add(port.range.nLow, port.range.nHigh);
+                }
+            }
+        }
+        if (!of_file && services_->built_in != nullptr) {
+            skipped.AddService(services_->built_in.get(), name, protocol);
         }
     }
     return true;

@@ -72,7 +72,7 @@ struct SourceFailure {
     const char *text = nullptr;
 };
 
-class PortConflicts {
+class PortConflicts : private FileVisitor {
   public:
     // Answers the questions. Their texts are not used after the call. May be called once only.
     // Returns false when out of memory; the records are then incomplete, and no port may be assumed
@@ -86,14 +86,21 @@ class PortConflicts {
         return {failures_.begin(), failures_.Count()};
     }
 
-    // The catalogue used for the comparison; null if no question used it.
-    const ServiceCatalogue *Services() const { return services_ ? &*services_ : nullptr; }
+    // What was read of the services; null if no question used them.
+    const ReadingReport *Services() const { return services_ ? &services_->report : nullptr; }
 
   private:
     // A range of a question.
     struct Asked {
         Range range;
         std::size_t question;
+    };
+
+    // A port of a service that a question skips.
+    struct SkippedPort {
+        const char *service;
+        Range range;
+        uint32_t protocols;
     };
 
     // Copies a text for a record; null for null.
@@ -111,9 +118,11 @@ class PortConflicts {
                      const PortDeclarer &declarer, const char *key);
     void ReadRules();
     void CompareRule(const ForwardingRule &rule, const char *file);
-    const ServiceCatalogue &Catalogue();
-    void AddOmissions(const ServiceCatalogue &catalogue);
+    void AddOmissions(const ReadingReport &report);
     void ReadServices();
+    void Visit(const ServiceFileRecord &file) override;
+    bool IsSkippedFirst(const char *service) const;
+    void CompareSection(const TAVO_SERVICE_CONF_SECTION &section, const char *file);
     void ReadSettings();
     void ReadSockets();
     void ReadSocketsOf(const TAVO_PROTO_TYPE_MAPPING &protocol);
@@ -126,7 +135,9 @@ class PortConflicts {
     RangeIndex index_;           // the same, by question
     int wanted_ = 0;             // the sources of all questions
     bool out_of_memory_ = false;
-    std::optional<ServiceCatalogue> services_;
+    std::optional<DeclaredServices> services_;  // without the files
+    GrowingArray<const char *> skipped_names_;  // of all questions, sorted
+    GrowingArray<SkippedPort> skipped_ports_;   // of services of files, if a question skips them
     KeptTexts texts_;
     GrowingArray<TakenPorts> taken_;
     GrowingArray<SourceFailure> failures_;

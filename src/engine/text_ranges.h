@@ -50,6 +50,13 @@ class RangeIndex {
         }
     }
 
+    // Whether any range overlaps this one.
+    bool HasOverlap(const Range &range) const {
+        bool found = false;
+        ForEachOverlap(range, [&found](const Range &, std::size_t) { found = true; });
+        return found;
+    }
+
   private:
     struct Entry {
         Range range;

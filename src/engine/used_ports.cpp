@@ -7,10 +7,7 @@
 
 namespace tavo {
 
-void SkippedPorts::Add(const char *ports) {
-    char *rest = nullptr;
-    const long start = std::strtol(ports, &rest, 10);
-    const long end = *rest == kDeclaredRangeSeparator ? std::strtol(rest + 1, nullptr, 10) : start;
+void SkippedPorts::Add(long start, long end) {
     const long low = std::max(std::min(start, end), 0L);
     const long high = std::min(std::max(start, end), kPortCount - 1L);
     if (low == high) {
@@ -26,7 +23,10 @@ void SkippedPorts::AddService(TAVO_FW_SERVICE *services, const char *name, uint3
         return;
     }
     for (int i = 0; i < TLIBCSzListCount(service->pDstPortList); ++i) {
-        Add(TLIBCSzListGet(service->pDstPortList, i));
+        char *rest = nullptr;
+        const long start = std::strtol(TLIBCSzListGet(service->pDstPortList, i), &rest, 10);
+        const bool range = *rest == kDeclaredRangeSeparator;
+        Add(start, range ? std::strtol(rest + 1, nullptr, 10) : start);
     }
 }
 

@@ -26,8 +26,8 @@ inline PortSet PortsOf(long low, long high) {
 // The ports of skipped services for one protocol.
 class SkippedPorts {
   public:
-    // Adds a declared port or range.
-    void Add(const char *ports);
+    // Adds the valid ports from the lower to the higher of two numbers.
+    void Add(long start, long end);
 
     // Adds the ports that the service of this name declares for the protocol. A name that is not a
     // service is ignored.

@@ -1,4 +1,4 @@
-#include "lifecycle/make_folder.h"
+#include "lifecycle/path_change.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-// Waits for a lock of another process by polling, with growing pauses and a time limit. flock
-// itself has no timeout.
+// Waits for a lock of another process by polling, with growing pauses, because flock has no
+// timeout.
 #ifndef TAVO_SRC_LIFECYCLE_PAUSE_H
 #define TAVO_SRC_LIFECYCLE_PAUSE_H
 
@@ -16,27 +16,22 @@ inline void Pause(std::chrono::milliseconds length) {
     nanosleep(&time, nullptr);
 }
 
-class Pauses {
-  public:
-    explicit Pauses(std::chrono::milliseconds limit) : end_(Clock::now() + limit) {}
+enum class LockAttempt { kLocked, kBusy, kFailed };
 
-    // Pauses and returns true. Returns false at once if the time limit is over.
-    bool Next() {
-        if (Clock::now() >= end_) {
-            return false;
-        }
-        Pause(length_);
-        length_ = std::min(length_ * 2, kLongest);
-        return true;
-    }
-
-  private:
+// Calls attempt() until its result is not kBusy or the time limit is over. Returns the last result.
+template <typename Attempt>
+LockAttempt WaitForLock(std::chrono::milliseconds limit, Attempt attempt) {
     using Clock = std::chrono::steady_clock;
-    static constexpr std::chrono::milliseconds kLongest{50};
-
-    Clock::time_point end_;
-    std::chrono::milliseconds length_{1};
-};
+    constexpr std::chrono::milliseconds kLongest{50};
+    const Clock::time_point end = Clock::now() + limit;
+    for (std::chrono::milliseconds pause{1};; pause = std::min(pause * 2, kLongest)) {
+        const LockAttempt result = attempt();
+        if (result != LockAttempt::kBusy || Clock::now() >= end) {
+            return result;
+        }
+        Pause(pause);
+    }
+}
 
 }  // namespace tavo
 

@@ -1,6 +1,8 @@
 #include "lifecycle/section_write.h"
 
 #include "lifecycle/programs.h"
+#include "lifecycle/store_lock.h"
+#include "lifecycle/temporary_copy.h"
 #include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/owners.h"
@@ -16,6 +18,8 @@ int PortText::Print(const TAVO_SERVICE_CONF_PORT *pPorts) {
     return 0;
 }
 
+namespace {
+
 // The check excludes the service's own ports, which it may declare again.
 int RefuseConflict(const SetParam &param, const PortText &ports, const Place &place,
                    StepFailure &failure) {
@@ -30,10 +34,6 @@ int RefuseConflict(const SetParam &param, const PortText &ports, const Place &pl
                                  ports.szValue);
     }
     return nConflict < 0 ? failure.Set(Step::kCheckPorts) : 0;
-}
-
-bool ChangesFile(const SetParam &param) {
-    return (param.nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0;
 }
 
 int CopyForRouter(const Target &target, const Place &place, TemporaryCopy &old,
@@ -62,11 +62,39 @@ void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *s
     TAVO_LOG_STATE_AT(place, "%s --udpate %s %s failed!", kRouterTool, old.Path(), szPath);
 }
 
-void RestartAfterWrite(const SetParam &param, const Place &place, Notifications &notified) {
+int WriteUnderLock(const SetParam &param, FileWriter &writer, const Place &place,
+                   TemporaryCopy &old, ChangeOutcome &outcome) {
+    const Target target(param);
+    const StoreLock lock(StoreOfDirectory(target.Directory()));
+    if (!lock.IsHeld()) {
+        return lock.Fail(place, "to change ", target.Path(), outcome.failure);
+    }
+    if (writer.Prepare(target, outcome.failure) < 0 ||
+        CopyForRouter(target, place, old, outcome.failure) < 0 ||
+        writer.Write(target, outcome.failure) < 0) {
+        writer.Undo(target);
+        return -1;
+    }
+    NotifyRouter(param, old, target.Path(), place, outcome.notified);
+    old.Unlock();
+    return 0;
+}
+
+}  // namespace
+
+int ChangeFile(const SetParam &param, const PortText &ports, FileWriter &writer, const Place &place,
+               ChangeOutcome &outcome) {
+    TemporaryCopy old;
+    const bool changes_file = (param.nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0;
+    if (RefuseConflict(param, ports, place, outcome.failure) < 0 ||
+        (changes_file && WriteUnderLock(param, writer, place, old, outcome) < 0)) {
+        return -1;
+    }
     if (param.nRestartMode == TAVO_RESTART_MODE_RESTART &&
-        RestartServices(static_cast<int>(param.nRestartFlags), notified) < 0) {
+        RestartServices(static_cast<int>(param.nRestartFlags), outcome.notified) < 0) {
         TAVO_LOG_STATE_AT(place, "Restart service fail");
     }
+    return 0;
 }
 
 }  // namespace tavo

@@ -1,5 +1,5 @@
-// The steps that are common to writing a section and setting its ports: printing and checking the
-// ports, setting the keys of the section, and notifying the listeners.
+// Writing a section and setting its ports: printing the ports, setting the keys of the section, and
+// the sequence of steps, which is common to both.
 #ifndef TAVO_SRC_LIFECYCLE_SECTION_WRITE_H
 #define TAVO_SRC_LIFECYCLE_SECTION_WRITE_H
 
@@ -8,7 +8,6 @@
 
 #include "lifecycle/change.h"
 #include "lifecycle/set_param.h"
-#include "lifecycle/temporary_copy.h"
 #include "support/owners.h"
 #include "tavoserviceconf.h"
 
@@ -54,29 +53,30 @@ class SectionKeys {
     bool present_ = false;
 };
 
-// True if the service file must be changed; otherwise the ports are only checked.
-bool ChangesFile(const SetParam &param);
-
 // Writes the ports of a section under `key`, without quotes.
 int StorePorts(const char *path, const char *section, const char *key, const char *ports,
                StepFailure &failure);
 
-// The log lines of the functions below show the source location `place` of the operation.
+// A change of one file. The functions are called while the file is locked. They return -1 on
+// failure, which is logged.
+class FileWriter {
+  public:
+    virtual int Prepare(const Target &target, StepFailure &failure) = 0;
+    virtual int Write(const Target &target, StepFailure &failure) = 0;
 
-// Returns -1 if the ports are taken or if the check fails.
-int RefuseConflict(const SetParam &param, const PortText &ports, const Place &place,
-                   StepFailure &failure);
+    // Called after a failure.
+    virtual void Undo(const Target &) {}
 
-// Copies the unchanged file for the router tool.
-int CopyForRouter(const Target &target, const Place &place, TemporaryCopy &old,
-                  StepFailure &failure);
+  protected:
+    ~FileWriter() = default;
+};
 
-// If requested, runs the router tool to compare the file with its old content.
-void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *szPath,
-                  const Place &place, Notifications &notified);
-
-// If requested, restarts the services that depend on the file.
-void RestartAfterWrite(const SetParam &param, const Place &place, Notifications &notified);
+// Changes the file that `param` names, unless `ports` are taken: prepares the change, copies the
+// unchanged file for the router tool, writes, and runs the router tool to compare both. Then
+// restarts the services that depend on the file. Each of these steps can be deselected in `param`.
+// Returns -1 on failure. The log lines show the source location `place` of the operation.
+int ChangeFile(const SetParam &param, const PortText &ports, FileWriter &writer, const Place &place,
+               ChangeOutcome &outcome);
 
 }  // namespace tavo
 

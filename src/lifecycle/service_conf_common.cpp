@@ -32,8 +32,7 @@ int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam, tavo::StepFailure &fai
     if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||
         ((pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
          (pParam->nLocation & kDirectories) == 0)) {
-        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
-        return failure.Set(tavo::Step::kCheckArguments);
+        return failure.RefuseArguments(TAVO_HERE);
     }
     return 0;
 }
@@ -134,29 +133,16 @@ int RemoveTree(const char *path, StepFailure &failure) {
     return status < 0 ? TAVO_LOG_STATE("Failed to rm -rf %s", path) : 0;
 }
 
-}  // namespace tavo
-
-int RemovePath(const char *szPath) {
-    tavo::StepFailure failure;
-    return tavo::RemoveTree(szPath, failure);
-}
-
-int CopyOrMovePath(const char *szSrc, const char *szDst, int blMove) {
-    tavo::StepFailure failure;
-    return tavo::CopyOrMove(szSrc, szDst, blMove != 0, failure) < 0 ? -1 : 0;
-}
-
-namespace tavo {
-
 namespace {
 
 enum class AfterFailure { kStop, kContinue };
 
-// Calls change(store, cause) for each selected store, in store order. A cause that is recorded by a
-// successful step is discarded. Returns -1 after a failure.
-template <typename Change>
-int ForEachChosen(const SetParam &param, Stores &stores, AfterFailure after, StepFailure &failure,
-                  Change change) {
+using StoreChange = int (*)(Store &store, StepFailure &failure);
+
+// Makes the change of each selected store, in store order. A cause that is recorded by a successful
+// step is discarded. Returns -1 after a failure.
+int ChangeChosen(const SetParam &param, Stores &stores, StoreChange change, AfterFailure after,
+                 StepFailure &failure) {
     const StoreSet chosen = ChosenStores(param);
     int result = 0;
     for (Store &store : stores) {
@@ -174,6 +160,21 @@ int ForEachChosen(const SetParam &param, Stores &stores, AfterFailure after, Ste
     return result;
 }
 
+// Restores the selected stores, or deletes their copies.
+int EndBackup(const SetParam *param, Step step, const char *purpose, StoreChange change,
+              AfterFailure after, StepFailure &failure) {
+    if (CheckParam(param, failure) < 0) {
+        return -1;
+    }
+    StoreLock lock(ChosenStores(*param), LockPurpose::kUndo);
+    if (!lock.IsHeld()) {
+        return lock.Fail(TAVO_HERE, purpose, "", failure);
+    }
+    lock.EndUndo();
+    Stores stores = AllStores(step, TAVO_HERE);
+    return ChangeChosen(*param, stores, change, after, failure);
+}
+
 }  // namespace
 
 int BackUpStores(const SetParam *param, StepFailure &failure) {
@@ -185,10 +186,7 @@ int BackUpStores(const SetParam *param, StepFailure &failure) {
         return lock.Fail(TAVO_HERE, "for a backup", "", failure);
     }
     Stores stores = AllStores(Step::kBackUp, TAVO_HERE);
-    if (ForEachChosen(*param, stores, AfterFailure::kStop, failure,
-                      [](Store &store, StepFailure &cause) {
-                          return store.NameCopy(cause) < 0 ? -1 : MakeSideCopy(store, cause);
-                      }) < 0) {
+    if (ChangeChosen(*param, stores, MakeSideCopy, AfterFailure::kStop, failure) < 0) {
         // An empty name sets the error 0xD00, which callers rely on.
         std::for_each(stores.begin(), stores.end(),
                       [](const Store &copied) { RemovePath(copied.copy); });
@@ -200,42 +198,25 @@ int BackUpStores(const SetParam *param, StepFailure &failure) {
 }
 
 int RestoreStores(const SetParam *param, StepFailure &failure) {
-    if (CheckParam(param, failure) < 0) {
-        return -1;
-    }
-    StoreLock lock(ChosenStores(*param), LockPurpose::kUndo);
-    if (!lock.IsHeld()) {
-        return lock.Fail(TAVO_HERE, "for a restore", "", failure);
-    }
-    lock.EndUndo();
-    Stores stores = AllStores(Step::kRestore, TAVO_HERE);
-    return ForEachChosen(*param, stores, AfterFailure::kStop, failure,
-                         [](Store &store, StepFailure &cause) {
-                             if (store.NameCopy(cause) < 0) {
-                                 SetUnrestored(store.id, true);
-                                 return -1;
-                             }
-                             return PutBack(store, cause);
-                         });
+    return EndBackup(param, Step::kRestore, "for a restore", PutBack, AfterFailure::kStop, failure);
 }
 
 int DeleteBackup(const SetParam *param, StepFailure &failure) {
-    if (CheckParam(param, failure) < 0) {
-        return -1;
-    }
-    StoreLock lock(ChosenStores(*param), LockPurpose::kUndo);
-    if (!lock.IsHeld()) {
-        return lock.Fail(TAVO_HERE, "to delete a backup", "", failure);
-    }
-    lock.EndUndo();
-    Stores stores = AllStores(Step::kDeleteBackup, TAVO_HERE);
-    return ForEachChosen(*param, stores, AfterFailure::kContinue, failure,
-                         [](Store &store, StepFailure &cause) {
-                             return store.NameCopy(cause) < 0 ? -1 : DeleteSideCopy(store, cause);
-                         });
+    return EndBackup(param, Step::kDeleteBackup, "to delete a backup", DeleteSideCopy,
+                     AfterFailure::kContinue, failure);
 }
 
 }  // namespace tavo
+
+int RemovePath(const char *szPath) {
+    tavo::StepFailure failure;
+    return tavo::RemoveTree(szPath, failure);
+}
+
+int CopyOrMovePath(const char *szSrc, const char *szDst, int blMove) {
+    tavo::StepFailure failure;
+    return tavo::CopyOrMove(szSrc, szDst, blMove != 0, failure) < 0 ? -1 : 0;
+}
 
 int TLIBServiceConfBackup(const TAVO_SERVICE_CONF_SET_PARAM *pParam) {
     tavo::StepFailure failure;

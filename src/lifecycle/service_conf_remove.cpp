@@ -77,8 +77,7 @@ namespace tavo {
 int RemoveFile(const SetParam *param, TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, TemporaryCopy &old,
                StepFailure &failure) {
     if (!AllowsRemove(param)) {
-        failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return failure.RefuseArguments(TAVO_HERE);
     }
     if (RemoveTarget(Target(*param), old, failure) < 0) {
         return -1;

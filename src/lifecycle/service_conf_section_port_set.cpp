@@ -122,8 +122,7 @@ int tavo::SetSectionPorts(int location, const char *file, const char *section,
     ReleaseHeldFile();
     StepFailure &failure = outcome.failure;
     if (section == nullptr || ports == nullptr || LeadsAway(file)) {
-        failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return failure.RefuseArguments(TAVO_HERE);
     }
     // The location is a number here, not a set of flags: any value but 1 means a package.
     const char *directory = location == TAVO_SERVICE_CONF_DIR_SYSTEM ? kSystemServiceDirectory

@@ -156,8 +156,7 @@ int tavo::RemoveFromFile(const char *path, const char *section, StepFailure &fai
 int tavo::RemoveSection(const SetParam *param, ChangeOutcome &outcome) {
     ReleaseHeldFile();
     if (!AllowsRemove(param) || FieldText(param->szSectionName).empty()) {
-        outcome.failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return outcome.failure.RefuseArguments(TAVO_HERE);
     }
     const End end = MakeTransaction(*param, Target(*param), outcome);
     if (end == End::kRestartFailed) {

@@ -9,9 +9,8 @@
 #include <cstring>
 
 #include "config_lines.h"
-#include "lifecycle/make_folder.h"
+#include "lifecycle/path_change.h"
 #include "lifecycle/section_write.h"
-#include "lifecycle/store_lock.h"
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/held_file.h"
@@ -30,37 +29,6 @@ bool IsWritable(const TAVO_SERVICE_CONF_SECTION *pSection) {
            pSection->pDstPorts != nullptr && !tavo::FieldText(pSection->strDesc.szText).empty() &&
            !tavo::FieldText(pSection->strTitle.szText).empty();
 }
-
-// A newly created service file. The destructor removes it unless Keep was called.
-class NewFile {
-  public:
-    NewFile() = default;
-    ~NewFile() {
-        if (szPath_ != nullptr) {
-            unlink(szPath_);
-        }
-    }
-    NewFile(const NewFile &) = delete;
-    NewFile &operator=(const NewFile &) = delete;
-
-    int Make(const tavo::Target &target, StepFailure &failure) {
-        if (tavo::MakeFolder(target.Directory(), failure) != 0) {
-            return TAVO_LOG("/bin/mkdir -p %s failed.(errno:%d/%s)", target.Directory(), errno,
-                            std::strerror(errno));
-        }
-        if (failure.During(Step::kMakeFile, target.Path(),
-                           [&] { return TLIBCFileTouch(target.Path()); }) < 0) {
-            return TAVO_LOG("Failed to touch %s", target.Path());
-        }
-        szPath_ = target.Path();
-        return 0;
-    }
-
-    void Keep() { szPath_ = nullptr; }
-
-  private:
-    const char *szPath_ = nullptr;
-};
 
 // ---- Keys ----
 
@@ -108,41 +76,62 @@ int SetReference(TLIBCSzHash *pKeys, const char *szKey, const TAVO_SERVICE_CONF_
 
 // ---- The file ----
 
-// The current keys are read from the section that `param` names and written to the section that
-// `section` names.
-int ChangeFile(const tavo::SetParam &param, const TAVO_SERVICE_CONF_SECTION &section,
-               const tavo::PortText &dstPorts, const tavo::PortText &srcPorts,
-               tavo::TemporaryCopy &old, tavo::ChangeOutcome &outcome) {
-    StepFailure &failure = outcome.failure;
-    tavo::SectionKeys keys;
-    if (!keys.IsMade()) {
-        failure.Set(Step::kSetKeys, "", ENOMEM);
-        return TAVO_LOG("Failed to alloc memory");
+int MakeFile(const tavo::Target &target, StepFailure &failure) {
+    if (tavo::MakeFolder(target.Directory(), failure) != 0) {
+        return TAVO_LOG("/bin/mkdir -p %s failed.(errno:%d/%s)", target.Directory(), errno,
+                        std::strerror(errno));
     }
-    const tavo::Target target(param);
-    const tavo::StoreLock lock(tavo::StoreOfDirectory(target.Directory()));
-    if (!lock.IsHeld()) {
-        return lock.Fail(TAVO_HERE, "to change ", target.Path(), failure);
+    if (failure.During(Step::kMakeFile, target.Path(),
+                       [&] { return TLIBCFileTouch(target.Path()); }) < 0) {
+        return TAVO_LOG("Failed to touch %s", target.Path());
     }
-    NewFile made;
-    const int nFound = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
-    if (nFound < 0 || (nFound == 0 && made.Make(target, failure) < 0)) {
-        return -1;
-    }
-    if (keys.Read(target.Path(), target.Section(), failure) < 0 ||
-        keys.Set(section, dstPorts, srcPorts, failure) < 0 ||
-        tavo::CopyForRouter(target, TAVO_HERE, old, failure) < 0) {
-        return -1;
-    }
-    if (param.nWriteMode == TAVO_WRITE_MODE_SET) {
-        // The result does not report a failed write; callers depend on this.
-        keys.Store(target.Path(), tavo::FieldString(section.szName).Get(), failure);
-    }
-    tavo::NotifyRouter(param, old, target.Path(), TAVO_HERE, outcome.notified);
-    old.Unlock();
-    made.Keep();
     return 0;
 }
+
+class SectionWriter final : public tavo::FileWriter {
+  public:
+    // `writes`: false if the section is not written, only the file created.
+    SectionWriter(const TAVO_SERVICE_CONF_SECTION &section, const tavo::PortText &dst_ports,
+                  const tavo::PortText &src_ports, bool writes)
+        : section_(section), dst_ports_(dst_ports), src_ports_(src_ports), writes_(writes) {}
+
+    int Prepare(const tavo::Target &target, StepFailure &failure) override {
+        if (!keys_.IsMade()) {
+            failure.Set(Step::kSetKeys, "", ENOMEM);
+            return TAVO_LOG("Failed to alloc memory");
+        }
+        const int found = tavo::LookForFile(target.Path(), TAVO_HERE, failure);
+        made_ = found == 0 && MakeFile(target, failure) == 0;
+        if (found < 0 || (found == 0 && !made_) ||
+            keys_.Read(target.Path(), target.Section(), failure) < 0) {
+            return -1;
+        }
+        return keys_.Set(section_, dst_ports_, src_ports_, failure);
+    }
+
+    // The keys were read from the section that the parameters name and are written to the section
+    // that the record names. The result does not report a failed write; callers depend on this.
+    int Write(const tavo::Target &target, StepFailure &failure) override {
+        if (writes_) {
+            keys_.Store(target.Path(), tavo::FieldString(section_.szName).Get(), failure);
+        }
+        return 0;
+    }
+
+    void Undo(const tavo::Target &target) override {
+        if (made_) {
+            unlink(target.Path());
+        }
+    }
+
+  private:
+    const TAVO_SERVICE_CONF_SECTION &section_;
+    const tavo::PortText &dst_ports_;
+    const tavo::PortText &src_ports_;
+    const bool writes_;
+    tavo::SectionKeys keys_;
+    bool made_ = false;
+};
 
 }  // namespace
 
@@ -189,8 +178,7 @@ int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *s
                        ChangeOutcome &outcome) {
     ReleaseHeldFile();
     if (!AllowsSet(param) || !IsWritable(section)) {
-        outcome.failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return outcome.failure.RefuseArguments(TAVO_HERE);
     }
     PortText dst_ports;
     if (dst_ports.Print(section->pDstPorts) < 0) {
@@ -201,16 +189,8 @@ int tavo::WriteSection(const SetParam *param, const TAVO_SERVICE_CONF_SECTION *s
     if (section->pSrcPorts != nullptr && src_ports.Print(section->pSrcPorts) < 0) {
         return outcome.failure.Set(Step::kPrintPorts);
     }
-    if (RefuseConflict(*param, dst_ports, TAVO_HERE, outcome.failure) < 0) {
-        return -1;
-    }
-    TemporaryCopy old;
-    if (ChangesFile(*param) &&
-        ChangeFile(*param, *section, dst_ports, src_ports, old, outcome) < 0) {
-        return -1;
-    }
-    RestartAfterWrite(*param, TAVO_HERE, outcome.notified);
-    return 0;
+    SectionWriter writer(*section, dst_ports, src_ports, param->nWriteMode == TAVO_WRITE_MODE_SET);
+    return ChangeFile(*param, dst_ports, writer, TAVO_HERE, outcome);
 }
 
 int TLIBServiceConfSectionSet(const TAVO_SERVICE_CONF_SET_PARAM *pParam,

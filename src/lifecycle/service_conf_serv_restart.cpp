@@ -43,9 +43,6 @@ constexpr char kRelayDaemon[] = "tavorelayd";
 constexpr int kFirewallToolOptions = 187;
 constexpr int kPluginMode = 5;
 
-constexpr char kFirewallReload[] = "--reload";
-constexpr char kFirewallRemoveRecord[] = "--remove-serv-rec";
-
 // Returns -1 if the daemon is running and cannot be reloaded.
 int ReloadRelayDaemon(Notifications &notified) {
     Notification &relay = notified[Listener::kRelayDaemon];
@@ -65,23 +62,30 @@ int ReloadRelayDaemon(Notifications &notified) {
     return 0;
 }
 
-// Records the result of TLIBCExecl and returns it. For the caller only a tool that cannot be run is
-// a failure. For the listener any status other than 0 is one.
-int RecordFirewallTool(int status, Step step, Notifications &notified) {
+// Runs the firewall tool. For the caller only a tool that cannot be run is a failure. For the
+// listener any status other than 0 is one.
+int RunFirewallTool(Step step, Notifications &notified, const char *option,
+                    const char *service = nullptr) {
+    const int status =
+        TLIBCExecl(tavo::kFirewallTool, kFirewallToolOptions, option, service, nullptr);
     Notification &firewall = notified[Listener::kFirewall];
     if (status == 0) {
         firewall.Succeed();
-    } else {
-        firewall.Fail().SetProgram(step, tavo::kFirewallTool, status);
+        return 0;
     }
-    return status;
+    firewall.Fail().SetProgram(step, tavo::kFirewallTool, status);
+    if (status > 0) {
+        return 0;
+    }
+    return service == nullptr
+               ? TAVO_LOG("Failed to execute [%s %s], ret:%d", tavo::kFirewallTool, option, status)
+               : TAVO_LOG("Failed to execute [%s %s %s], ret:%d", tavo::kFirewallTool, option,
+                          service, status);
 }
 
 // ---- Plugins ----
 
 constexpr char kPluginGroup[] = "port_config";
-constexpr char kUpdateAction[] = "port_config/update";
-constexpr char kRemoveAction[] = "port_config/remove";
 
 constexpr char kOldContent[] = "OLD_PORT_CONFIG_CONTENT";
 constexpr char kNewContent[] = "NEW_PORT_CONFIG_CONTENT";
@@ -91,65 +95,56 @@ constexpr char kNotifyFirewall[] = "NOTIFY_FW";
 
 using Plugins = std::unique_ptr<TLIBPluginHandle, tavo::FreeWith<TLIBPluginExit>>;
 
-tavo::OwnedText EmptyText(StepFailure &failure) {
+// The functions that read content log a failure and leave its errno.
+
+tavo::OwnedText EmptyText() {
     tavo::OwnedText text(static_cast<char *>(std::calloc(1, 1)));
     if (text == nullptr) {
-        failure.Set(Step::kPreparePlugins, "", errno);
         TAVO_LOG("FAILED to malloc sizeof 1 char, err=%s", std::strerror(errno));
     }
     return text;
 }
 
 // Reads up to nSize bytes. Returns false on failure.
-bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPath,
-              StepFailure &failure) {
+bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPath) {
     for (std::size_t nDone = 0;;) {
-        const ssize_t nRead = read(nDescriptor, szText + nDone, nSize - nDone);
-        if (nRead == 0) {
-            return true;
-        }
-        if (nRead > 0) {
-            nDone += static_cast<std::size_t>(nRead);
-        } else if (errno != EINTR) {
-            failure.Set(Step::kPreparePlugins, szPath, errno);
+        const ssize_t nRead =
+            tavo::Uninterrupted([&] { return read(nDescriptor, szText + nDone, nSize - nDone); });
+        if (nRead < 0) {
             TAVO_LOG("FAILED to read content from %s nRead=%zd err=%s", szPath, nRead,
                      std::strerror(errno));
-            return false;
         }
+        if (nRead <= 0) {
+            return nRead == 0;
+        }
+        nDone += static_cast<std::size_t>(nRead);
     }
 }
 
 // Reads a file up to the size that it has at the start; null if it cannot be read. O_NONBLOCK makes
 // a pipe fail instead of blocking.
-tavo::OwnedText ReadFile(const char *szPath, StepFailure &failure) {
+tavo::OwnedText ReadFile(const char *szPath) {
     const tavo::Descriptor file(open(szPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen()) {
-        failure.Set(Step::kPreparePlugins, szPath, errno);
         TAVO_LOG("FAILED to open %s", szPath);
         return nullptr;
     }
     const off_t nEnd = lseek(file.Get(), 0, SEEK_END);
     if (nEnd < 0) {
-        failure.Set(Step::kPreparePlugins, szPath, errno);
         TAVO_LOG("FAILED to lseek to SEEK_END err=%s", std::strerror(errno));
         return nullptr;
     }
     if (lseek(file.Get(), 0, SEEK_SET) < 0) {
-        failure.Set(Step::kPreparePlugins, szPath, errno);
         TAVO_LOG("FAILED to lseek to begining");
         return nullptr;
     }
     const auto nSize = static_cast<std::size_t>(nEnd);
     tavo::OwnedText text(static_cast<char *>(std::calloc(nSize + 1, 1)));
     if (text == nullptr) {
-        failure.Set(Step::kPreparePlugins, szPath, errno);
         TAVO_LOG("FAILED to malloc %d, err=%s", static_cast<int>(nSize + 1), std::strerror(errno));
         return nullptr;
     }
-    if (!ReadInto(text.get(), nSize, file.Get(), szPath, failure)) {
-        return nullptr;
-    }
-    return text;
+    return ReadInto(text.get(), nSize, file.Get(), szPath) ? std::move(text) : nullptr;
 }
 
 // The content of a missing file is the empty text.
@@ -158,11 +153,10 @@ int SetContent(TLIBPluginHandle *pHandle, const char *szKey, const char *szPath,
     if (szPath == nullptr) {
         return failure.Set(Step::kPreparePlugins);
     }
-    const tavo::OwnedText text = tavo::PresenceOf(szPath) == tavo::Presence::kAbsent
-                                     ? EmptyText(failure)
-                                     : ReadFile(szPath, failure);
+    const bool absent = tavo::PresenceOf(szPath) == tavo::Presence::kAbsent;
+    const tavo::OwnedText text = absent ? EmptyText() : ReadFile(szPath);
     if (text == nullptr) {
-        return -1;
+        return failure.Set(Step::kPreparePlugins, szPath, errno);
     }
     if (TLIBPluginSetArg(pHandle, szKey, text.get()) < 0) {
         failure.Set(Step::kPreparePlugins);
@@ -176,23 +170,17 @@ int SetOldAndNewContent(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIF
                         StepFailure &failure) {
     const tavo::FieldString oldPath(notify.szOldConfPath);
     const tavo::FieldString newPath(notify.szNewConfPath);
-    if (oldPath.IsEmpty()) {
+    if (oldPath.IsEmpty() || newPath.IsEmpty()) {
         failure.Set(Step::kPreparePlugins);
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
-                         "FAILED to notify portforward, old sc file is empty");
-    }
-    if (newPath.IsEmpty()) {
-        failure.Set(Step::kPreparePlugins);
-        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
-                         "FAILED to notify portforward, new sc file is empty");
+                         "FAILED to notify portforward, %s sc file is empty",
+                         oldPath.IsEmpty() ? "old" : "new");
     }
     if (SetContent(pHandle, kOldContent, oldPath.Get(), failure) < 0) {
-        return TAVO_LOG("FAILED to set content for OLD_PORT_CONFIG_CONTENTwith file=%s",
-                        oldPath.Get());
+        return TAVO_LOG("FAILED to set content for %swith file=%s", kOldContent, oldPath.Get());
     }
     if (SetContent(pHandle, kNewContent, newPath.Get(), failure) < 0) {
-        return TAVO_LOG("FAILED to set content for NEW_PORT_CONFIG_CONTENTwith file=%s",
-                        newPath.Get());
+        return TAVO_LOG("FAILED to set content for %swith file=%s", kNewContent, newPath.Get());
     }
     return 0;
 }
@@ -271,18 +259,21 @@ int InvokePlugins(TLIBPluginHandle *pHandle, Notifications &notified, StepFailur
     return 0;
 }
 
-// Runs the plugins for an action, with the arguments that set(handle, failure) sets, and then
-// reloads the relay daemon. If the plugins fail, the relay daemon is not reloaded. `log_relay` logs
-// a failed reload.
-template <typename SetArguments>
-void Notify(const char *szAction, SetArguments set, Notifications &notified, void (*log_relay)()) {
+// Runs the plugins for an action, with the arguments that set() sets according to the record, and
+// then reloads the relay daemon. If the plugins fail, the relay daemon is not reloaded.
+template <typename Record>
+void Notify(const char *szAction, const Record &record,
+            int (*set)(TLIBPluginHandle *, const Record &, StepFailure &),
+            Notifications &notified) {
     StepFailure failure;
-    const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, szAction));
+    char szName[32];
+    tavo::PrintText(szName, "%s/%s", kPluginGroup, szAction);
+    const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, szName));
     if (plugins == nullptr) {
         failure.Set(Step::kPreparePlugins);
         TAVO_LOG("FAILED to init plugin sdk");
     }
-    const bool invoked = plugins != nullptr && set(plugins.get(), failure) == 0 &&
+    const bool invoked = plugins != nullptr && set(plugins.get(), record, failure) == 0 &&
                          InvokePlugins(plugins.get(), notified, failure) == 0;
     Notification &notification = notified[Listener::kPlugins];
     if (failure.HasFailed()) {
@@ -291,7 +282,7 @@ void Notify(const char *szAction, SetArguments set, Notifications &notified, voi
         notification.Succeed();
     }
     if (invoked && ReloadRelayDaemon(notified) < 0) {
-        log_relay();
+        TAVO_LOG("FAILED to notify tavorelayd for %s conf", szAction);
     }
 }
 
@@ -300,28 +291,14 @@ void Notify(const char *szAction, SetArguments set, Notifications &notified, voi
 namespace tavo {
 
 int ReloadFirewall(Notifications &notified) {
-    const int nResult = RecordFirewallTool(
-        TLIBCExecl(kFirewallTool, kFirewallToolOptions, kFirewallReload, nullptr), Step::kReload,
-        notified);
-    if (nResult < 0) {
-        return TAVO_LOG("Failed to execute [%s %s], ret:%d", kFirewallTool, kFirewallReload,
-                        nResult);
-    }
-    return 0;
+    return RunFirewallTool(Step::kReload, notified, "--reload");
 }
 
 int RemoveFirewallRecord(const char *service, Notifications &notified) {
     if (service == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const int nResult = RecordFirewallTool(
-        TLIBCExecl(kFirewallTool, kFirewallToolOptions, kFirewallRemoveRecord, service, nullptr),
-        Step::kFirewallRecord, notified);
-    if (nResult < 0) {
-        return TAVO_LOG("Failed to execute [%s %s %s], ret:%d", kFirewallTool,
-                        kFirewallRemoveRecord, service, nResult);
-    }
-    return 0;
+    return RunFirewallTool(Step::kFirewallRecord, notified, "--remove-serv-rec", service);
 }
 
 int RestartServices(int flags, Notifications &notified) {
@@ -338,21 +315,11 @@ int RestartServices(int flags, Notifications &notified) {
 }
 
 void NotifyOfUpdate(const TAVO_SERVICE_CONF_NOTIFY &notify, Notifications &notified) {
-    Notify(
-        kUpdateAction,
-        [&notify](TLIBPluginHandle *pHandle, StepFailure &failure) {
-            return SetUpdateArguments(pHandle, notify, failure);
-        },
-        notified, [] { TAVO_LOG("FAILED to notify tavorelayd for update conf"); });
+    Notify("update", notify, SetUpdateArguments, notified);
 }
 
 void NotifyOfRemoval(const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify, Notifications &notified) {
-    Notify(
-        kRemoveAction,
-        [&notify](TLIBPluginHandle *pHandle, StepFailure &failure) {
-            return SetRemoveArguments(pHandle, notify, failure);
-        },
-        notified, [] { TAVO_LOG("FAILED to notify tavorelayd for remove conf"); });
+    Notify("remove", notify, SetRemoveArguments, notified);
 }
 
 }  // namespace tavo

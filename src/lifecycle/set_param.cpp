@@ -76,12 +76,16 @@ const char *DirectoryByBits(uint32_t nLocation) {
 int LookForFile(const char *path, const Place &place, StepFailure &failure) {
     const Presence presence = PresenceOf(path);
     if (presence == Presence::kUnknown) {
-        const int error = errno;
-        failure.Set(Step::kLook, path, error);
-        return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
-                                  std::strerror(error));
+        return FailToLook(Step::kLook, path, place, failure);
     }
     return presence == Presence::kPresent ? 1 : 0;
+}
+
+int FailToLook(Step step, const char *path, const Place &place, StepFailure &failure) {
+    const int error = errno;
+    failure.Set(step, path, error);
+    return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s", path,
+                              std::strerror(error));
 }
 
 }  // namespace tavo

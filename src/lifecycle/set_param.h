@@ -31,6 +31,9 @@ const char *DirectoryByBits(uint32_t nLocation);
 // would create a second file or omit a copy.
 int LookForFile(const char *path, const Place &place, StepFailure &failure);
 
+// Reports that the failed step could not look at `path`, with the current errno. Returns -1.
+int FailToLook(Step step, const char *path, const Place &place, StepFailure &failure);
+
 // The names in a record, and the paths that result from them.
 class Target {
   public:

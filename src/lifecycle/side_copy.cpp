@@ -50,10 +50,8 @@ int Record(const Store &store, const char *path, StepFailure &failure) {
     return error;
 }
 
-int FailToLook(const Store &store, const char *path, StepFailure &failure) {
-    const int error = Record(store, path, failure);
-    return TAVO_FAIL_STATE_AT(store.operation, TLIBC_ERR_FILE_UNUSABLE, "Failed to look at %s: %s",
-                              path, std::strerror(error));
+int FailToLookAt(const Store &store, const char *path, StepFailure &failure) {
+    return FailToLook(store.step, path, store.operation, failure);
 }
 
 int FailToLock(const Store &store, const char *folder, StepFailure &failure) {
@@ -67,6 +65,24 @@ const char *FolderOfWriters(const Store &store, const char *path) {
     const bool services =
         store.id == StoreId::kSystemServices || store.id == StoreId::kPackageServices;
     return services && IsFolder(path) ? path : nullptr;
+}
+
+// ---- Names ----
+
+// Finds the location of the store and names its copy. Returns -1 if the location is unknown.
+//
+// cp would copy a link rather than its target, so the target is used for a store that is a link.
+int NameCopy(Store &store, StepFailure &failure) {
+    struct stat entry;
+    char target[kPathSize] = "";
+    const bool found = lstat(store.path, &entry) == 0 &&
+                       (!S_ISLNK(entry.st_mode) || realpath(store.path, target) != nullptr);
+    if (!found && PresenceAfter(errno) != Presence::kAbsent) {
+        return FailToLookAt(store, store.path, failure);
+    }
+    CopyText(store.place, found && *target != '\0' ? target : store.path);
+    PrintText(store.copy, "%s%s%d", store.path, kSideCopyTail, static_cast<int>(getpid()));
+    return 0;
 }
 
 // ---- The last whole copy ----
@@ -117,7 +133,7 @@ int SetAside(const Store &store, StepFailure &failure) {
                   number++);
     } while (lstat(aside, &entry) == 0);
     if (errno != ENOENT) {
-        return FailToLook(store, aside, failure);
+        return FailToLookAt(store, aside, failure);
     }
     if (rename(store.copy, aside) < 0) {
         const int error = Record(store, store.copy, failure);
@@ -301,7 +317,7 @@ class Return {
     // across file systems copies, and may fail although the store is complete already.
     int Make() {
         if (lstat(source_, &copy_) < 0) {
-            return FailToLook(store_, source_, failure_);
+            return FailToLookAt(store_, source_, failure_);
         }
         if (ClearStagingFolder(store_, source_, failure_) < 0) {
             return -1;
@@ -368,24 +384,6 @@ class Return {
 
 }  // namespace
 
-// cp would copy a link rather than its target, so the target is used for a store that is a link.
-int Store::NameCopy(StepFailure &failure) {
-    struct stat entry;
-    bool found = lstat(path, &entry) == 0;
-    const bool is_link = found && S_ISLNK(entry.st_mode);
-    if (is_link) {
-        found = realpath(path, place) != nullptr;
-    }
-    if (!found && PresenceAfter(errno) != Presence::kAbsent) {
-        return FailToLook(*this, path, failure);
-    }
-    if (!is_link || !found) {
-        CopyText(place, path);
-    }
-    PrintText(copy, "%s%s%d", path, kSideCopyTail, static_cast<int>(getpid()));
-    return 0;
-}
-
 StoreSet ChosenStores(const SetParam &param) {
     StoreSet chosen = 0;
     if ((param.nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0) {
@@ -428,6 +426,9 @@ Stores AllStores(Step step, const Place &operation) {
 }
 
 int MakeSideCopy(Store &store, StepFailure &failure) {
+    if (NameCopy(store, failure) < 0) {
+        return -1;
+    }
     const bool last = MayHoldSome(store.copy) &&
                       (IsUnrestored(store.id) || ContentOf(store.place) != Content::kSome);
     if (last && SetAside(store, failure) < 0) {
@@ -442,11 +443,15 @@ int MakeSideCopy(Store &store, StepFailure &failure) {
         case Presence::kPresent:
             return CopyWhole(store, failure);
         default:
-            return FailToLook(store, store.place, failure);
+            return FailToLookAt(store, store.place, failure);
     }
 }
 
-int PutBack(const Store &store, StepFailure &failure) {
+int PutBack(Store &store, StepFailure &failure) {
+    if (NameCopy(store, failure) < 0) {
+        SetUnrestored(store.id, true);
+        return -1;
+    }
     switch (PresenceOf(store.copy)) {
         case Presence::kAbsent:
             return 0;
@@ -456,13 +461,16 @@ int PutBack(const Store &store, StepFailure &failure) {
             return result;
         }
         default:
-            FailToLook(store, store.copy, failure);
+            FailToLookAt(store, store.copy, failure);
             SetUnrestored(store.id, true);
             return -1;
     }
 }
 
-int DeleteSideCopy(const Store &store, StepFailure &failure) {
+int DeleteSideCopy(Store &store, StepFailure &failure) {
+    if (NameCopy(store, failure) < 0) {
+        return -1;
+    }
     // The caller may not know that the last restore failed. A copy that may still be needed is
     // renamed instead of deleted.
     if (!IsUnrestored(store.id) || !MayHoldSome(store.copy)) {

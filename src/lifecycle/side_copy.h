@@ -19,11 +19,7 @@ struct Store {
     Step step;                   // the step that works on it
     Place operation;             // shown in log lines and the error state
     char place[kPathSize] = "";  // the path, or the target if the path is a link
-    char copy[kPathSize] = "";
-
-    // Sets `place` and `copy`. Returns -1, after logging, if the location of the store is unknown;
-    // `copy` is then unchanged.
-    int NameCopy(StepFailure &failure);
+    char copy[kPathSize] = "";   // empty until one of the functions below has found the location
 };
 
 // The stores that nCheckFlags and nLocation select. If both directories are set, no service folder
@@ -37,8 +33,7 @@ const char *PathOf(StoreId store);
 using Stores = std::array<Store, kStoreCount>;
 Stores AllStores(Step step, const Place &operation);
 
-// The functions below need the lock of the store and the name of its copy. They return -1 on
-// failure, which is logged.
+// The functions below need the lock of the store. They return -1 on failure, which is logged.
 
 // Copies the store. If the store is missing, or cannot be copied completely, there is no side copy
 // afterwards. An incomplete copy is logged and not a failure.
@@ -46,9 +41,9 @@ int MakeSideCopy(Store &store, StepFailure &failure);
 
 // Replaces the store by its side copy, if there is one. A failure sets an error code and leaves
 // either the side copy or its content in the place of the store.
-int PutBack(const Store &store, StepFailure &failure);
+int PutBack(Store &store, StepFailure &failure);
 
-int DeleteSideCopy(const Store &store, StepFailure &failure);
+int DeleteSideCopy(Store &store, StepFailure &failure);
 
 }  // namespace tavo
 

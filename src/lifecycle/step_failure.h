@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"
 #include "tavocore.h"
@@ -65,6 +66,11 @@ struct StepFailure {
             CopyText(path, on);
         }
         return -1;
+    }
+    // Records bad arguments of the operation at `place`, and sets the error code.
+    int RefuseArguments(const Place &place) {
+        TAVO_SET_ERROR_AT(place, TLIBC_ERR_BAD_PARAMETER);
+        return Set(Step::kCheckArguments);
     }
     // Calls change(), which changes the file `on` through the core library and leaves the errno of
     // a failed system call. Returns 0, or -1 on failure.

@@ -13,7 +13,6 @@
 #include <mutex>
 
 #include "base/descriptor.h"
-#include "lifecycle/pause.h"
 #include "support/service_directory.h"
 
 namespace tavo {
@@ -52,8 +51,8 @@ Descriptor OpenLockFolder(StepFailure &failure) {
     return folder;
 }
 
-// True if the name still refers to the locked file. If the folder was cleared, another process may
-// have created a new file.
+}  // namespace
+
 bool IsCurrent(int folder, const char *name, int descriptor) {
     struct stat locked;
     struct stat current;
@@ -61,8 +60,6 @@ bool IsCurrent(int folder, const char *name, int descriptor) {
            fstatat(folder, name, &current, AT_SYMLINK_NOFOLLOW) == 0 &&
            locked.st_ino == current.st_ino && locked.st_dev == current.st_dev;
 }
-
-}  // namespace
 
 LockAttempt TryLockFile(const char *path, Descriptor &locked, StepFailure &failure) {
     const Descriptor folder = OpenLockFolder(failure);
@@ -149,18 +146,6 @@ LockAttempt TryTake(int store, LockPurpose purpose) {
     return attempt;
 }
 
-bool Take(int store, LockPurpose purpose) {
-    for (Pauses pauses(kChangeWait);;) {
-        const LockAttempt attempt = TryTake(store, purpose);
-        if (attempt != LockAttempt::kBusy) {
-            return attempt == LockAttempt::kLocked;
-        }
-        if (!pauses.Next()) {
-            return false;
-        }
-    }
-}
-
 template <typename Change>
 void ForEach(StoreSet stores, Change change) {
     const std::lock_guard<std::mutex> guard(g_mutex);
@@ -184,7 +169,8 @@ StoreLock::StoreLock(StoreSet stores, LockPurpose purpose) {
         if ((stores & one) == 0) {
             continue;
         }
-        if (!Take(store, purpose)) {
+        if (WaitForLock(kChangeWait, [&] { return TryTake(store, purpose); }) !=
+            LockAttempt::kLocked) {
             missing_ = kLockFiles[store];
             Release();
             return;

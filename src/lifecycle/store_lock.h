@@ -12,6 +12,7 @@
 #include <cstddef>
 
 #include "base/descriptor.h"
+#include "lifecycle/pause.h"
 #include "lifecycle/step_failure.h"
 #include "support/failure.h"
 
@@ -19,12 +20,14 @@ namespace tavo {
 
 // ---- Lock files
 
-enum class LockAttempt { kLocked, kBusy, kFailed };
-
 // Tries once to lock the file `path` in the lock folder. The file and the folder are created if
 // they are missing. With kFailed, `failure` contains the error of the system; errno 0 means that
 // the folder is not usable, such as one of another user.
 LockAttempt TryLockFile(const char *path, Descriptor &locked, StepFailure &failure);
+
+// True if the name in the folder still refers to the open file, which another process may have
+// removed or replaced before it was locked. The folder AT_FDCWD is the current one.
+bool IsCurrent(int folder, const char *name, int descriptor);
 
 // ---- Locks of stores
 
@@ -63,9 +66,6 @@ class StoreLock {
     // Either all locks are held or none.
     bool IsHeld() const { return missing_ == nullptr; }
 
-    // The lock file that could not be locked; null when the locks are held.
-    const char *Missing() const { return missing_; }
-
     // Reports for the operation at `place` that the locks are not held, with the purpose of the
     // locks: "to change " and a path, or a text alone. Returns -1.
     int Fail(const Place &place, const char *purpose, const char *path, StepFailure &failure) const;
@@ -79,7 +79,7 @@ class StoreLock {
     void Release();
 
     StoreSet taken_ = 0;
-    const char *missing_ = nullptr;
+    const char *missing_ = nullptr;  // the lock file that could not be locked
 };
 
 // True if the last restore of a store failed in this process, so that its side copy may be the only

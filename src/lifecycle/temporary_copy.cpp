@@ -7,8 +7,6 @@
 
 #include <cerrno>
 
-#include "base/descriptor.h"
-#include "lifecycle/pause.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_names.h"
@@ -24,14 +22,6 @@ constexpr int kCopyFailed = 1;
 bool LiesInTmp(std::string_view path) {
     const std::size_t slash = path.rfind('/');
     return slash != std::string_view::npos && path.substr(0, slash) == kTemporaryFolder;
-}
-
-// True if the path still refers to the open file.
-bool IsAt(const char *path, int descriptor) {
-    struct stat opened;
-    struct stat entry;
-    return fstat(descriptor, &opened) == 0 && lstat(path, &entry) == 0 &&
-           opened.st_ino == entry.st_ino && opened.st_dev == entry.st_dev;
 }
 
 bool TryLock(int descriptor) {
@@ -53,7 +43,7 @@ Room RemoveUnlockedCopy(const char *path) {
     if (!TryLock(file.Get())) {
         return errno == EWOULDBLOCK ? Room::kInUse : Room::kNone;
     }
-    if (!IsAt(path, file.Get())) {
+    if (!IsCurrent(AT_FDCWD, path, file.Get())) {
         return Room::kMade;
     }
     return RoomWhen(unlink(path) == 0);
@@ -97,10 +87,7 @@ int Create(const char *path) {
 
 // If two processes could remove the copy, its lock decides which one does.
 TemporaryCopy::~TemporaryCopy() {
-    if (descriptor_ < 0) {
-        return;
-    }
-    if (TryLock(descriptor_) && IsAt(szPath_, descriptor_)) {
+    if (file_.IsOpen() && TryLock(file_.Get()) && IsCurrent(AT_FDCWD, szPath_, file_.Get())) {
         unlink(szPath_);
     }
     Keep();
@@ -108,50 +95,51 @@ TemporaryCopy::~TemporaryCopy() {
 
 // close alone does not release the lock if a child process has the file open.
 void TemporaryCopy::Unlock() {
-    if (descriptor_ >= 0) {
-        flock(descriptor_, LOCK_UN);
+    if (file_.IsOpen()) {
+        flock(file_.Get(), LOCK_UN);
     }
 }
 
 void TemporaryCopy::Keep() {
-    if (descriptor_ >= 0) {
-        Unlock();
-        close(descriptor_);
-        descriptor_ = -1;
-    }
+    Unlock();
+    file_.Reset();
 }
 
-bool TemporaryCopy::Take(const char *szPath, StepFailure &failure) {
-    for (Pauses pauses(kChangeWait);;) {
-        const Room room = MakeRoom(szPath);
-        if (room == Room::kFullFolder || room == Room::kNone) {
-            failure.Set(room == Room::kFullFolder ? Step::kOccupied : Step::kMakeFile, szPath,
-                        room == Room::kFullFolder ? 0 : errno);
-            return false;
-        }
-        if (room == Room::kMade) {
-            Descriptor file(Create(szPath));
-            if (!file.IsOpen() && errno != EEXIST) {
-                failure.Set(Step::kMakeFile, szPath, errno);
-                return false;
-            }
-            // Until the file is locked, another change may take it for a leftover and remove it.
-            const bool locked = file.IsOpen() && TryLock(file.Get());
-            if (file.IsOpen() && !locked && errno != EWOULDBLOCK) {
-                failure.Set(Step::kLock, szPath, errno);
-                unlink(szPath);
-                return false;
-            }
-            if (locked && IsAt(szPath, file.Get())) {
-                descriptor_ = file.Release();
-                return true;
-            }
-        }
-        if (!pauses.Next()) {
-            failure.Set(Step::kLock, szPath, EWOULDBLOCK);
-            return false;
-        }
+LockAttempt TemporaryCopy::TryTake(const char *szPath, StepFailure &failure) {
+    switch (MakeRoom(szPath)) {
+        case Room::kMade:
+            break;
+        case Room::kInUse:
+            return LockAttempt::kBusy;
+        case Room::kFullFolder:
+            failure.Set(Step::kOccupied, szPath);
+            return LockAttempt::kFailed;
+        case Room::kNone:
+            failure.Set(Step::kMakeFile, szPath, errno);
+            return LockAttempt::kFailed;
     }
+    Descriptor file(Create(szPath));
+    if (!file.IsOpen()) {
+        if (errno == EEXIST) {
+            return LockAttempt::kBusy;
+        }
+        failure.Set(Step::kMakeFile, szPath, errno);
+        return LockAttempt::kFailed;
+    }
+    // Until the file is locked, another change may take it for a leftover and remove it.
+    if (!TryLock(file.Get())) {
+        if (errno == EWOULDBLOCK) {
+            return LockAttempt::kBusy;
+        }
+        failure.Set(Step::kLock, szPath, errno);
+        unlink(szPath);
+        return LockAttempt::kFailed;
+    }
+    if (!IsCurrent(AT_FDCWD, szPath, file.Get())) {
+        return LockAttempt::kBusy;
+    }
+    file_ = std::move(file);
+    return LockAttempt::kLocked;
 }
 
 int TemporaryCopy::Make(const char *szFile, const char *szPath, const Place &place,
@@ -160,7 +148,9 @@ int TemporaryCopy::Make(const char *szFile, const char *szPath, const Place &pla
         failure.Set(Step::kCopy, szFile, EINVAL);
         return kCopyFailed;
     }
-    if (!Take(szPath, failure)) {
+    if (WaitForLock(kChangeWait, [&] { return TryTake(szPath, failure); }) !=
+        LockAttempt::kLocked) {
+        failure.Set(Step::kLock, szPath, EWOULDBLOCK);
         if (failure.step == Step::kOccupied) {
             TAVO_LOG_AT(place, "Folder %s has the name of a copy and is not empty", szPath);
         }

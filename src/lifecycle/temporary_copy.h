@@ -8,6 +8,8 @@
 #ifndef TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 #define TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 
+#include "base/descriptor.h"
+#include "lifecycle/pause.h"
 #include "lifecycle/step_failure.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
@@ -46,10 +48,10 @@ class TemporaryCopy {
     void Keep();
 
   private:
-    bool Take(const char *szPath, StepFailure &failure);
+    LockAttempt TryTake(const char *szPath, StepFailure &failure);
 
     char szPath_[kPathSize] = "";
-    int descriptor_ = -1;
+    Descriptor file_;  // locked
 };
 
 // True if the file is regular, so that cp terminates: it would wait for a writer of a pipe, and

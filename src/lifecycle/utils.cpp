@@ -15,7 +15,7 @@
 
 #include "base/descriptor.h"
 #include "lifecycle/change.h"
-#include "lifecycle/make_folder.h"
+#include "lifecycle/path_change.h"
 #include "lifecycle/programs.h"
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
@@ -127,11 +127,11 @@ int Rename(const char *szFrom, const char *szTo, StepFailure &failure) {
 // A copy that is incomplete or cannot be renamed is left in the folder for diagnosis.
 int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory,
               StepFailure &failure) {
+    char szTarget[tavo::kPathSize];
+    tavo::PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
     const tavo::StoreLock lock(tavo::StoreOfDirectory(szDirectory));
     if (!lock.IsHeld()) {
-        failure.Set(Step::kLock, lock.Missing());
-        return TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to lock %s to install %s/%s",
-                               lock.Missing(), szDirectory, szBaseName);
+        return lock.Fail(TAVO_HERE, "to install ", szTarget, failure);
     }
     char szFolder[tavo::kPathSize];
     tavo::PrintText(szFolder, "%s/%s", szDirectory, tavo::kInstallFolder);
@@ -143,8 +143,6 @@ int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirec
     if (ReserveName(szBaseName, szCopy, failure) < 0) {
         return -1;
     }
-    char szTarget[tavo::kPathSize];
-    tavo::PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
     if (!CopyWithModeAndTimes(szSrcPath, szCopy, failure)) {
         return TAVO_FAIL_STATE(TAVO_ERR_COPY, "install configure file fail! from=%s to=%s",
                                szSrcPath, szTarget);
@@ -174,15 +172,13 @@ int tavo::InstallFile(const char *name, const char *source, int location,
     ReleaseHeldFile();
     const char *directory = InstallDirectory(location);
     if (source == nullptr || directory == nullptr) {
-        failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return failure.RefuseArguments(TAVO_HERE);
     }
     if (CheckSource(source, directory, failure) < 0) {
         return -1;
     }
     if (LeadsAway(name)) {
-        failure.Set(Step::kCheckArguments);
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+        return failure.RefuseArguments(TAVO_HERE);
     }
     const bool conflict = ReportConflict(source, conflicts);
     if (PlaceFile(name, source, directory, failure) < 0) {

@@ -37,7 +37,7 @@ Reading ReadEntry(const char *path, const ServiceFolder &folder, TAVO_SERVICE_CO
     }
     report->BeginFile(folder, path);
     const Reading reading = tavo::ReadServiceFile(path, list, report);
-    report->EndFile(reading, *list);
+    report->EndFile(reading, list);
     return reading;
 }
 

@@ -2,6 +2,7 @@
 #include "model/service_files.h"
 
 #include <cerrno>
+#include <utility>
 
 namespace tavo {
 
@@ -42,16 +43,18 @@ void ReadingReport::BeginFile(const ServiceFolder &folder, const char *path) {
     path_ = Keep(path);
 }
 
-void ReadingReport::EndFile(Reading reading, const TAVO_SERVICE_CONF *conf) {
-    if (!files_.Append({folder_, path_, reading.IsGood() ? conf : nullptr})) {
+void ReadingReport::EndFile(Reading reading, TAVO_SERVICE_CONF **list) {
+    ServiceFileRecord file = {folder_, path_, reading.IsGood() ? *list : nullptr};
+    if (file.conf != nullptr && visitor_ != nullptr) {
+        visitor_->Visit(file);
+        const OwnedConf visited(std::exchange(*list, (*list)->pNext));
+        visited->pNext = nullptr;
+        file.conf = nullptr;
+    }
+    if (!files_.Append(file)) {
         NoteNoMemory();
     }
     Note({folder_, path_, nullptr, nullptr, reading});
-}
-
-void ReadingReport::ResumeFile(const ServiceFileRecord &file) {
-    folder_ = file.folder;
-    path_ = file.path;
 }
 
 void ReadingReport::NoteSection(Reading reading, const char *section) {

@@ -15,7 +15,7 @@ namespace tavo {
 struct ServiceFileRecord {
     const ServiceFolder *folder;
     const char *path;
-    const TAVO_SERVICE_CONF *conf;  // null if the file is left out
+    const TAVO_SERVICE_CONF *conf;  // null if the file is left out or was passed to a visitor
 };
 
 // A folder, file, section or built-in service that is left out: a built-in service if `row` is set,
@@ -30,9 +30,25 @@ struct LeftOut {
     int error = 0;  // for a folder, the errno of listing it
 };
 
+// Looks at files that need not be kept.
+class FileVisitor {
+  public:
+    // Called once for each file that is not left out, before the next one is read. The record of
+    // the file is freed afterwards.
+    virtual void Visit(const ServiceFileRecord &file) = 0;
+
+  protected:
+    ~FileVisitor() = default;
+};
+
 // Owns its texts. The records of the files point into the list of files that was read with it.
 class ReadingReport {
   public:
+    ReadingReport() = default;
+
+    // The files are passed to the visitor, unless it is null, and are missing from the list.
+    explicit ReadingReport(FileVisitor *visitor) : visitor_(visitor) {}
+
     // Every file that was tried: those of the system folder, then those of the package folder,
     // sorted by name.
     const GrowingArray<ServiceFileRecord> &Files() const { return files_; }
@@ -48,8 +64,7 @@ class ReadingReport {
 
     // For the readers. A good reading is not noted, apart from that of a folder.
     void BeginFile(const ServiceFolder &folder, const char *path);
-    void EndFile(Reading reading, const TAVO_SERVICE_CONF *conf);
-    void ResumeFile(const ServiceFileRecord &file);
+    void EndFile(Reading reading, TAVO_SERVICE_CONF **list);  // the file is the first of the list
     void NoteSection(Reading reading, const char *section);
     void NoteFolder(Reading reading, const ServiceFolder &folder, int error);
     void NoteRow(Reading reading, const TAVO_FW_SERVICE_REG &row);
@@ -62,6 +77,7 @@ class ReadingReport {
     void NoteNoMemory();
     const char *Keep(const char *text);
 
+    FileVisitor *visitor_ = nullptr;
     GrowingArray<ServiceFileRecord> files_;
     GrowingArray<LeftOut> omissions_;
     KeptTexts texts_;

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "base/descriptor.h"
 #include "support/text.h"
 #include "tavocore.h"
 
@@ -75,9 +76,11 @@ class LineFormat {
     std::size_t length_ = 0;
 };
 
-// Writes a log line. These are functions, not macros, so that the compiler checks the format.
+// Writes a log line; errno is unchanged. These are functions, not macros, so that the compiler
+// checks the format.
 __attribute__((format(printf, 2, 3))) inline int LogAt(const Place &place, const char *format,
                                                        ...) {
+    const UnchangedErrno unchanged;
     LineFormat line(place);
     line.Add(format);
     va_list arguments;
@@ -90,6 +93,7 @@ __attribute__((format(printf, 2, 3))) inline int LogAt(const Place &place, const
 // Writes a log line that ends in the error state, whichever call set it.
 __attribute__((format(printf, 2, 3))) inline int LogStateAt(const Place &place, const char *format,
                                                             ...) {
+    const UnchangedErrno unchanged;
     LineFormat line(place);
     line.Add(format);
     line.AddErrorState();

@@ -172,47 +172,45 @@ TEST_F(Catalogue, IsIncompleteForEveryServiceThatMemoryRunsOutFor) {
 
 // ---- Origins ----
 
-std::string Origin(const CatalogueService &service) {
-    const std::string name = service.service->szName;
-    if (service.row != nullptr) {
-        EXPECT_EQ(name, service.row->szName);
-        return name + " of the table";
+// "FILE: SECTION,SECTION" for each file, in reading order; a file's sections are in reverse order.
+std::vector<std::string> SectionsByFile(const ReadingReport &report) {
+    std::vector<std::string> texts;
+    for (const ServiceFileRecord &file : report.Files()) {
+        std::string text = file.path + std::string(":");
+        const auto *section = file.conf == nullptr ? nullptr : file.conf->pSections;
+        for (; section != nullptr; section = section->pNext) {
+            text += std::string(" ") + section->szName;
+        }
+        texts.push_back(text);
     }
-    EXPECT_EQ(name, service.section->szName);
-    return name + " of " + service.file->path;
+    return texts;
 }
 
-TEST_F(Catalogue, GivesTheOriginOfEachService) {
+TEST_F(Catalogue, HasTheBuiltInServicesAndTheSectionsOfEachFile) {
     const std::string path = Install("a.sc", Section("a", "80") + Section("b", "81"));
-    Install("b.sc", "x\n");
-    Install("c.sc", Section("a", "90"));
+    const std::string bad = Install("b.sc", "x\n");
+    const std::string last = Install("c.sc", Section("a", "90"));
     WriteFile(std::string(kSystemServices) + "/a.sc", Section("a", "1"));
-    const ServiceCatalogue catalogue = ReadCatalogue();
-    std::vector<std::string> origins;
-    const TAVO_FW_SERVICE *service = catalogue.services.get();
-    for (const CatalogueService &one : catalogue.origins) {
-        EXPECT_EQ(one.service, service) << "the order is that of the list";
-        service = service->pNext;
-        origins.push_back(Origin(one));
-    }
-    ASSERT_EQ(origins.size(), kBuiltInServices + 4U);
-    origins.resize(5);
-    EXPECT_THAT(origins,
-                ElementsAre("a of " + std::string(kSystemServices) + "/a.sc", "a of " + path,
-                            "b of " + path, "a of " + std::string(kPackageServices) + "/c.sc",
-                            "ipp of the table"));
+    const DeclaredServices declared = ReadDeclaredServices();
+    EXPECT_THAT(SectionsByFile(declared.report),
+                ElementsAre(std::string(kSystemServices) + "/a.sc: a", path + ": b a", bad + ":",
+                            last + ": a"));
+    const std::vector<std::string> built_in = Names(declared.built_in.get());
+    EXPECT_EQ(built_in.size(), static_cast<std::size_t>(kBuiltInServices));
+    EXPECT_EQ(built_in.front(), "ipp");
+    EXPECT_EQ(built_in.back(), "telnet");
 }
 
 TEST_F(Catalogue, ListsEveryFileThatWasTried) {
     Install("b.sc", "x\n");
     Install("a.sc", "[global]\nversion=3\n" + Section("a", "80"));
-    const ServiceCatalogue catalogue = ReadCatalogue();
-    ASSERT_EQ(catalogue.report.Files().Count(), 2U);
-    const ServiceFileRecord &good = catalogue.report.Files()[0];
+    const DeclaredServices declared = ReadDeclaredServices();
+    ASSERT_EQ(declared.report.Files().Count(), 2U);
+    const ServiceFileRecord &good = declared.report.Files()[0];
     EXPECT_EQ(good.path, std::string(kPackageServices) + "/a.sc");
     EXPECT_EQ(good.folder->selector, TAVO_SERVICE_CONF_DIR_PACKAGE);
     EXPECT_EQ(good.conf->nVersion, 3);
-    EXPECT_EQ(catalogue.report.Files()[1].conf, nullptr);
+    EXPECT_EQ(declared.report.Files()[1].conf, nullptr);
 }
 
 // The omissions, as "row NAME", "FILE", "FILE [SECTION]" or "FOLDER", with the error code.
@@ -258,16 +256,28 @@ TEST_F(Catalogue, SaysWhichFolderCannotBeListed) {
                             kPackageServices + std::string(" 0x2A00")));
 }
 
-TEST_F(Catalogue, LacksNoServiceWhenMemoryRunsOutForAnOrigin) {
+// The number of services that the report leads to.
+std::size_t CountServices(const DeclaredServices &declared) {
+    std::size_t count = Names(declared.built_in.get()).size();
+    for (const ServiceFileRecord &file : declared.report.Files()) {
+        const auto *section = file.conf == nullptr ? nullptr : file.conf->pSections;
+        for (; section != nullptr; section = section->pNext) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+TEST_F(Catalogue, LacksNoDeclaredServiceUnlessItReportsThatMemoryRanOut) {
     Install("a.sc", Section("a", "80") + "[bare]\n");
-    int unattributed = 0;
+    int incomplete = 0;
     ForEachFailingAllocation([&](FailingAllocation &fail) {
-        const ServiceCatalogue catalogue = fail.During([] { return ReadCatalogue(); });
-        const bool whole = catalogue.origins.Count() == static_cast<std::size_t>(catalogue.count);
-        EXPECT_TRUE(whole || catalogue.report.Fault() == 0x200U);
-        unattributed += whole ? 0 : 1;
+        const DeclaredServices declared = fail.During([] { return ReadDeclaredServices(); });
+        const bool whole = CountServices(declared) == kBuiltInServices + 1U;
+        EXPECT_TRUE(whole || declared.report.Fault() == 0x200U);
+        incomplete += whole ? 0 : 1;
     });
-    EXPECT_GT(unattributed, 0);
+    EXPECT_GT(incomplete, 0);
 }
 
 }  // namespace

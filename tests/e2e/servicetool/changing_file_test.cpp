@@ -29,7 +29,7 @@ class ChangingFile : public testing::Test {
         read_.BeginFile(kServiceFolders[0], path_.c_str());
         TAVO_SERVICE_CONF *list = nullptr;
         const Reading reading = tavo::ReadServiceFile(path_.c_str(), &list, &read_);
-        read_.EndFile(reading, list);
+        read_.EndFile(reading, &list);
         list_.reset(list);
     }
 

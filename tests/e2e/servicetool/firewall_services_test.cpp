@@ -1,4 +1,4 @@
-// servicetool services on a catalogue that the test can change before the command receives it.
+// servicetool services on a reading that the test can change before the command receives it.
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -20,7 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-std::function<void(ServiceCatalogue &)> change;
+std::function<void(DeclaredServices &)> change;
 
 struct Output {
     Status status = Status::kOk;
@@ -89,8 +89,8 @@ TEST_F(FirewallServicesList, LintsOnlyFilesOfWhichSomethingIsLeftOut) {
 
 // Services that are missing for lack of memory must not be reported as absent.
 TEST_F(FirewallServicesList, IsRefusedWhenMemoryRanOutForTheCatalogue) {
-    change = [](ServiceCatalogue &catalogue) {
-        catalogue.report.NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
+    change = [](DeclaredServices &declared) {
+        declared.report.NoteFault(Reading::Unknown(TLIBC_ERR_NO_MEMORY));
     };
     EXPECT_THROW(RunCommand(), std::bad_alloc);
 }
@@ -98,9 +98,10 @@ TEST_F(FirewallServicesList, IsRefusedWhenMemoryRanOutForTheCatalogue) {
 // A file that was left out when it was read but is readable now.
 TEST_F(FirewallServicesList, IsIncompleteWithoutAFileThatRecovered) {
     WriteFile(kSystem + "a.sc", Section("a", "1"));
-    change = [](ServiceCatalogue &catalogue) {
-        catalogue.report.ResumeFile(catalogue.report.Files()[0]);
-        catalogue.report.NoteSection(Reading::Unknown(TLIBC_ERR_FILE_UNUSABLE), "a");
+    change = [](DeclaredServices &declared) {
+        const ServiceFileRecord &file = declared.report.Files()[0];
+        declared.report.BeginFile(*file.folder, file.path);
+        declared.report.NoteSection(Reading::Unknown(TLIBC_ERR_FILE_UNUSABLE), "a");
     };
     const Output output = Run();
     EXPECT_EQ(output.status, Status::kFailed);
@@ -109,13 +110,14 @@ TEST_F(FirewallServicesList, IsIncompleteWithoutAFileThatRecovered) {
 
 // The settings are readable when the command looks for the reason, so they are not to blame.
 TEST_F(FirewallServicesList, DoesNotBlameReadableSettingsForAFailedReading) {
-    change = [](ServiceCatalogue &catalogue) {
+    change = [](DeclaredServices &declared) {
         const Reading failed = Reading::Unknown(TLIBC_ERR_FILE_UNUSABLE);
-        catalogue.report.NoteRow(failed, *catalogue.origins[0].row);
-        for (const CatalogueService &service : catalogue.origins) {
-            if (service.row->szName == std::string("nfs")) {
-                catalogue.report.NoteRow(failed, *service.row);
+        for (const char *name : {"ipp", "nfs"}) {
+            const auto *row = rgServices;
+            while (row->szName != std::string(name)) {
+                ++row;
             }
+            declared.report.NoteRow(failed, *row);
         }
     };
     const Output output = Run();
@@ -132,16 +134,18 @@ TEST_F(FirewallServicesList, DoesNotBlameReadableSettingsForAFailedReading) {
 
 namespace tavo {
 
-ServiceCatalogue LinkedCatalogue() asm("__real__ZN4tavo13ReadCatalogueEv");
-ServiceCatalogue StandInCatalogue() asm("__wrap__ZN4tavo13ReadCatalogueEv");
+DeclaredServices LinkedReader(FileVisitor *visitor) asm(
+    "__real__ZN4tavo20ReadDeclaredServicesEPNS_11FileVisitorE");
+DeclaredServices StandInReader(FileVisitor *visitor) asm(
+    "__wrap__ZN4tavo20ReadDeclaredServicesEPNS_11FileVisitorE");
 
-// The linker redirects calls of ReadCatalogue to this function.
-ServiceCatalogue StandInCatalogue() {
-    ServiceCatalogue catalogue = LinkedCatalogue();
+// The linker redirects calls of ReadDeclaredServices to this function.
+DeclaredServices StandInReader(FileVisitor *visitor) {
+    DeclaredServices declared = LinkedReader(visitor);
     if (test::change) {
-        test::change(catalogue);
+        test::change(declared);
     }
-    return catalogue;
+    return declared;
 }
 
 }  // namespace tavo

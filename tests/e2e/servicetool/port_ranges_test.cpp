@@ -134,29 +134,29 @@ TEST(DeclaredText, IsRefusedWhereTheLibraryCannotCompareIt) {
 
 TEST(PortCandidates, GiveTheNearestFirstAndTheLowerOfTwo) {
     const PortRanges ports = {{90, 95}, {100, 100}, {103, 110}};
-    EXPECT_EQ(PortsText(NearestPorts(ports, 5, 100)), "100,103,104,95,105");
-    EXPECT_EQ(NearestPorts(ports, 99, 100).size(), 15U);
-    EXPECT_TRUE(NearestPorts(ports, 0, 100).empty());
+    EXPECT_EQ(PortsText(NearestBlocks(ports, 5, 1, 100)), "100,103,104,95,105");
+    EXPECT_EQ(NearestBlocks(ports, 99, 1, 100).size(), 15U);
+    EXPECT_TRUE(NearestBlocks(ports, 0, 1, 100).empty());
 }
 
 TEST(PortCandidates, ReachBothEndsFromAnywhere) {
     for (const std::uint32_t near : {1U, 30000U, 65535U}) {
-        EXPECT_EQ(NearestPorts({{1, 1}, {65535, 65535}}, 3, near).size(), 2U) << near;
+        EXPECT_EQ(NearestBlocks({{1, 1}, {65535, 65535}}, 3, 1, near).size(), 2U) << near;
     }
 }
 
 TEST(PortCandidates, GiveTheBlockThatStartsNearest) {
     const PortRanges ports = {{80, 90}, {99, 101}, {112, 120}};
-    EXPECT_EQ(PortsText(NearestBlock(ports, 3, 100)), "99:101");
-    EXPECT_EQ(PortsText(NearestBlock(ports, 4, 100)), "112:115");
-    EXPECT_EQ(PortsText(NearestBlock(ports, 9, 100)), "112:120");
-    EXPECT_EQ(PortsText(NearestBlock(ports, 10, 100)), "81:90");
-    EXPECT_TRUE(NearestBlock(ports, 12, 100).empty());
+    EXPECT_EQ(PortsText(NearestBlocks(ports, 1, 3, 100)), "99:101");
+    EXPECT_EQ(PortsText(NearestBlocks(ports, 1, 4, 100)), "112:115");
+    EXPECT_EQ(PortsText(NearestBlocks(ports, 1, 9, 100)), "112:120");
+    EXPECT_EQ(PortsText(NearestBlocks(ports, 1, 10, 100)), "81:90");
+    EXPECT_TRUE(NearestBlocks(ports, 1, 12, 100).empty());
 }
 
 TEST(PortCandidates, GiveNoBlockBeyondTheLastPort) {
-    EXPECT_EQ(PortsText(NearestBlock({{65530, 65535}}, 6, 65535)), "65530:65535");
-    EXPECT_TRUE(NearestBlock({{65530, 65535}}, 7, 65535).empty());
+    EXPECT_EQ(PortsText(NearestBlocks({{65530, 65535}}, 1, 6, 65535)), "65530:65535");
+    EXPECT_TRUE(NearestBlocks({{65530, 65535}}, 1, 7, 65535).empty());
 }
 
 // Compared with a search through all ports.
@@ -185,7 +185,7 @@ TEST(PortCandidates, AreTheNearestOfAnySet) {
                 nearest = port;
             }
         }
-        const PortRanges block = NearestBlock(set, size, near);
+        const PortRanges block = NearestBlocks(set, 1, size, near);
         ASSERT_EQ(block.empty(), nearest > kHighestPort);
         if (!block.empty()) {
             EXPECT_EQ(block.front().first, nearest);

@@ -1,6 +1,4 @@
 // The holders of ports and whether they are programs of a service, tested without a command.
-#include "ports/held_ports.h"
-
 #include <gmock/gmock.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -22,6 +20,7 @@
 #include "holding_program.h"
 #include "output/report.h"
 #include "port_world.h"
+#include "ports/port_claims.h"
 #include "support/failure.h"
 #include "tavoserviceconf.h"
 

@@ -182,7 +182,9 @@ void ChangeReport::Add(const std::string &section, const PortQuery &query,
     }
     table_.Add(answer.conflicts, section);
     for (const PortConflict &conflict : answer.conflicts) {
-        conflicts_.emplace_back(section, conflict);
+        Json one = {{"section", Utf8Text(section)}};
+        one.Merge(ConflictJson(conflict));
+        conflicts_.Append(std::move(one));
     }
 }
 
@@ -316,10 +318,12 @@ void ChangeReport::TellNotifications() {
         }
         not_notified_.emplace_back(text.name);
         const bool removed = listener == Listener::kPlugins && !change_.after;
-        Warn("", "not-told",
-             "could not notify the " + std::string(text.words) + ": " +
-                 ReasonOf(FailureOf(listener, notifications)),
-             removed ? "install the file again and remove it once more" : std::string(text.fix));
+        report_.TellWarning(
+            "", "not-told",
+            "could not notify the " + std::string(text.words) + ": " +
+                ReasonOf(FailureOf(listener, notifications)),
+            removed ? "install the file again and remove it once more" : std::string(text.fix),
+            Status::kFailed);
     }
     if (!notified.empty()) {
         report_.PrintDone("notified: " + ListenersText(notified));
@@ -333,12 +337,14 @@ void ChangeReport::TellTemporaryFiles() {
     struct stat status {};
     if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
         lstat(failure.path, &status) == 0) {
-        Warn(failure.path, "left-behind", "could not be installed and was not removed",
-             "remove it");
+        report_.TellWarning(failure.path, "left-behind",
+                            "could not be installed and was not removed", "remove it",
+                            Status::kFailed);
     }
     for (const Leftover &copy : OwnCopiesOfStores()) {
-        Warn(copy.path, "left-behind", "is a leftover copy of " + copy.original,
-             "check that " + copy.original + " is complete, then remove the copy");
+        report_.TellWarning(copy.path, "left-behind", "is a leftover copy of " + copy.original,
+                            "check that " + copy.original + " is complete, then remove the copy",
+                            Status::kFailed);
     }
 }
 
@@ -371,24 +377,7 @@ void ChangeReport::TellUnknown(const std::exception &error) {
                "check the current content of the file");
 }
 
-void ChangeReport::Warn(const std::string &file, const std::string &rule, std::string message,
-                        std::string fix) {
-    report_.Tell({.file = file,
-                  .severity = Severity::kWarning,
-                  .rule = rule,
-                  .message = std::move(message),
-                  .fix = std::move(fix),
-                  .source = {}});
-    report_.Raise(Status::kFailed);
-}
-
 void ChangeReport::AddResult() {
-    Json conflicts = Json::EmptyArray();
-    for (const auto &[section, conflict] : conflicts_) {
-        Json one = {{"section", Utf8Text(section)}};
-        one.Merge(ConflictJson(conflict));
-        conflicts.Append(std::move(one));
-    }
     // A change that ended before its file was found has only the file name as its path.
     const std::size_t name = change_.path.rfind('/') + 1;
     report_.AddResult({{"operation", change_.operation},
@@ -398,7 +387,7 @@ void ChangeReport::AddResult() {
                        {"dry_run", change_.dry_run},
                        {"changed", changed_},
                        {"diff", TextOrNull(diff_)},
-                       {"conflicts", std::move(conflicts)},
+                       {"conflicts", std::move(conflicts_)},
                        {"told", notified_},
                        {"not_told", not_notified_}});
 }

@@ -7,7 +7,6 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "change/unified_diff.h"
@@ -66,7 +65,8 @@ class ChangeReport {
     // Sets a name to print instead of `path` in the reasons for failures of Do.
     void ShowAs(const std::string &path, const std::string &name);
 
-    // Adds the result of the change so far. The functions above also do this if they end it.
+    // Adds the result of a change that is not made. The functions above also add one if they end
+    // it.
     void AddResult();
 
   private:
@@ -79,8 +79,6 @@ class ChangeReport {
     void TellUnknown(const std::exception &error);
     void TellNotifications();
     void TellTemporaryFiles();
-    void Warn(const std::string &file, const std::string &rule, std::string message,
-              std::string fix);
 
     // Why a step failed.
     std::string ReasonOf(const StepFailure &failure) const;
@@ -90,7 +88,7 @@ class ChangeReport {
     std::string diff_;
     ConflictTable table_{ConflictTable::Sections::kYes};
     std::string verdicts_;
-    std::vector<std::pair<std::string, PortConflict>> conflicts_;  // by section
+    Json conflicts_ = Json::EmptyArray();
     bool taken_ = false;
     bool unknown_ = false;
 

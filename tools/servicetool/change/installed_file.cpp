@@ -15,7 +15,6 @@
 
 #include "base/system_files.h"
 #include "input/input_file.h"
-#include "lifecycle/pause.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_names.h"
 #include "output/text.h"
@@ -84,12 +83,9 @@ std::string MeantName(const ServiceFolder &folder, const std::string &name) {
 
 bool LockChanges(Descriptor &lock, const std::string &name, const std::string &consequence,
                  Report &report) {
-    Pauses pauses(kPatience);
     StepFailure failure;
-    LockAttempt attempt = LockAttempt::kBusy;
-    do {
-        attempt = TryLockFile(kFile, lock, failure);
-    } while (attempt == LockAttempt::kBusy && pauses.Next());
+    const LockAttempt attempt =
+        WaitForLock(kPatience, [&] { return TryLockFile(kFile, lock, failure); });
     if (attempt == LockAttempt::kLocked && IsOwnFile(lock.Get())) {
         return true;
     }
@@ -179,13 +175,11 @@ void WarnOfNewName(const std::string &name, const std::string &fix, Report &repo
     if (visible == name && ends) {
         return;
     }
-    report.Tell(
-        {.file = name,
-         .severity = Severity::kWarning,
-         .rule = "file-name",
-         .message = visible == name ? "the name of a service file ends in .sc"
-                                    : "a file whose name starts with a dot is hidden",
-         .fix = fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding)});
+    report.TellWarning(
+        name, "file-name",
+        visible == name ? "the name of a service file ends in .sc"
+                        : "a file whose name starts with a dot is hidden",
+        fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding), Status::kOk);
 }
 
 FileText TextOf(const std::string &path, const std::string &what) {

@@ -15,6 +15,7 @@
 #include <ctime>
 #include <filesystem>
 #include <iterator>
+#include <regex>
 #include <set>
 #include <stdexcept>
 #include <system_error>
@@ -87,64 +88,45 @@ bool IsPrivateFolder(const std::string &path) {
 
 // ---- Names
 
-// Placeholders in the forms of names: the name of a service file, a process id or another number,
-// and the random characters of mkstemp or mkdtemp.
-constexpr char kFile = '\1';
-constexpr char kNumber = '\2';
-constexpr char kRandom = '\3';
-
+// The names of the temporary files of one kind in a folder.
 struct NameForm {
     LeftoverKind kind;
     mode_t type;
-    std::string text;
+    std::string head;
+    const char *middle;  // a regular expression; its groups are service file and process id, if any
+    std::string tail = {};
     std::string original = {};  // if the name does not contain that of a service file
 };
 
-bool TakeRandom(std::string_view &text) {
-    constexpr std::size_t kLength = 6;
-    const std::string_view part = text.substr(text.size() - std::min(kLength, text.size()));
-    text.remove_suffix(part.size());
-    return part.size() == kLength && std::all_of(part.begin(), part.end(), [](char c) {
-               return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-           });
+// The text as a positive number without leading zeros.
+std::optional<pid_t> ProcessIdOf(std::string_view text) {
+    pid_t pid = 0;
+    const auto [end, error] = std::from_chars(text.begin(), text.end(), pid);
+    return error == std::errc() && end == text.end() && pid > 0 && text.front() != '0'
+               ? std::optional(pid)
+               : std::nullopt;
 }
 
-// Takes a positive number without leading zeros from the end of the text.
-std::optional<pid_t> TakeNumber(std::string_view &text) {
-    const std::size_t start = text.find_last_not_of("0123456789") + 1;
-    const std::string_view digits = text.substr(start);
-    pid_t number = 0;
-    const auto [end, error] = std::from_chars(digits.begin(), digits.end(), number);
-    text = text.substr(0, start);
-    return error == std::errc() && digits.front() != '0' ? std::optional(number) : std::nullopt;
-}
-
-// Reads the name of the service file and the process id, if any, from a name, starting at its end.
-// Of two numbers the first one is the process id. Returns false if the name does not have this
-// form.
-bool ReadName(std::string_view name, std::string_view form, Leftover &found) {
-    for (; !form.empty() && form.back() != kFile; form.remove_suffix(1)) {
-        if (form.back() == kNumber) {
-            found.pid = TakeNumber(name);
-            if (!found.pid) {
-                return false;
-            }
-        } else if (form.back() == kRandom) {
-            if (!TakeRandom(name)) {
-                return false;
-            }
-        } else if (name.ends_with(form.back())) {
-            name.remove_suffix(1);
-        } else {
-            return false;
+// Returns nullopt if the name does not have the form.
+std::optional<Leftover> NamedLeftover(const std::string &folder, const std::string &name,
+                                      const NameForm &form) {
+    const std::size_t fixed = form.head.size() + form.tail.size();
+    if (name.size() < fixed || !name.starts_with(form.head) || !name.ends_with(form.tail)) {
+        return {};
+    }
+    const std::string middle = name.substr(form.head.size(), name.size() - fixed);
+    std::smatch groups;
+    if (!std::regex_match(middle, groups, std::regex(form.middle))) {
+        return {};
+    }
+    Leftover found = {form.kind, folder + '/' + name, form.original + groups.str(1)};
+    if (groups.size() > 2) {
+        found.pid = ProcessIdOf(groups.str(2));
+        if (!found.pid) {
+            return {};
         }
     }
-    if (form.empty()) {
-        return name.empty();
-    }
-    form.remove_suffix(1);
-    found.original = name.substr(std::min(form.size(), name.size()));
-    return name.starts_with(form) && !found.original.empty();
+    return found;
 }
 
 // ---- Processes
@@ -201,10 +183,9 @@ std::optional<pid_t> PossibleUser(const std::string &path) {
     std::error_code gone;
     const std::string real_path = fs::canonical(path, gone);
     for (const std::string &name : NamesInProc("/proc")) {
-        std::string_view rest = name;
-        const std::optional<pid_t> pid = TakeNumber(rest);
+        const std::optional<pid_t> pid = ProcessIdOf(name);
         const std::string process = "/proc/" + name;
-        if (pid && rest.empty() && *pid != getpid() &&
+        if (pid && *pid != getpid() &&
             (HasOpen(process, real_path) || (is_new && MayBeMaker(process)))) {
             return pid;
         }
@@ -325,7 +306,7 @@ void KeepStore(Leftover &copy) {
 
 // ---- Search
 
-// Whether a file with the name of a temporary file is a leftover. Adds what is known about it.
+// Whether a candidate is a leftover. Adds what is known about it.
 bool IsLeftover(Leftover &found) {
     if (found.pid && IsRunning(*found.pid)) {
         return false;
@@ -353,62 +334,78 @@ bool IsLeftover(Leftover &found) {
     return false;
 }
 
-bool IsOwnCopy(Leftover &found) {
-    return found.pid == getpid();
-}
-
-using Wanted = bool (*)(Leftover &found);
-
-// Adds the files in a folder whose names have one of the forms and that are wanted.
-void Look(const std::string &folder, const std::vector<NameForm> &forms, Wanted wanted,
-          Leftovers &leftovers) {
+// Adds the files in a folder whose names have one of the forms.
+void Look(const std::string &folder, const std::vector<NameForm> &forms, Leftovers &found) {
     std::vector<std::string> names;
     try {
         names = NamesOrThrow(folder);
     } catch (const std::system_error &error) {
-        leftovers.unread.emplace_back(folder, ErrorText(error.code().value()));
+        found.unread.emplace_back(folder, ErrorText(error.code().value()));
     }
     for (const std::string &name : names) {
         for (const NameForm &form : forms) {
-            Leftover found = {form.kind, folder + '/' + name, form.original};
-            if (ReadName(name, form.text, found) && IsOurs(found.path, form.type) &&
-                wanted(found)) {
-                leftovers.all.push_back(std::move(found));
+            std::optional<Leftover> leftover = NamedLeftover(folder, name, form);
+            if (leftover && IsOurs(leftover->path, form.type)) {
+                found.all.push_back(std::move(*leftover));
             }
         }
     }
 }
 
-// In /tmp.
-NameForm RemovedFileForm() {
-    return {LeftoverKind::kRemovedFile, S_IFREG, std::string(kRemovedHead) + kFile + '.' + kNumber};
+void LookInTmp(Leftovers &found) {
+    Look(kTemporaryFolder,
+         {{LeftoverKind::kPrivateFolder, S_IFDIR, kPrivateFolderHead, "()[0-9A-Za-z]{6}"},
+          {LeftoverKind::kUpdatedFile, S_IFREG, kUpdatedHead, "([^/]+)", kUpdatedTail},
+          {LeftoverKind::kRemovedFile, S_IFREG, kRemovedHead, "([^/]+)[.]([1-9][0-9]*)"}},
+         found);
 }
 
-void LookForWriter(const std::string &folder, Leftovers &leftovers) {
-    Leftover found = {LeftoverKind::kWriterFolder, folder + '/' + kWriterFolder, ""};
-    if (IsOurs(found.path, S_IFDIR) && IsLeftover(found)) {
-        leftovers.all.push_back(std::move(found));
+// The folders in which files are installed and written.
+void LookInStore(const std::string &folder, bool services, Leftovers &found) {
+    const std::string staged = folder + '/' + kInstallFolder;
+    if (services && IsOurs(staged, S_IFDIR)) {
+        Look(staged, {{LeftoverKind::kStagedFile, S_IFREG, "", "([^/]+)[.][0-9A-Za-z]{6}"}}, found);
+    }
+    const std::string writer = folder + '/' + kWriterFolder;
+    if (IsOurs(writer, S_IFDIR)) {
+        found.all.push_back({LeftoverKind::kWriterFolder, writer, ""});
     }
 }
 
 // If a store is a symbolic link, a copy may be next to the link or next to its target.
-void LookForCopies(StoreId store, Wanted wanted, Leftovers &leftovers) {
-    const std::string path = PathOf(store);
+void LookForCopies(StoreId store, const std::string &path, Leftovers &found) {
     const mode_t type = store == StoreId::kForwardingRules ? S_IFREG : S_IFDIR;
+    constexpr char kPid[] = "()([1-9][0-9]*)";
+    constexpr char kPidAndNumber[] = "()([1-9][0-9]*)[.][1-9][0-9]*";
     for (const fs::path &place : std::set<fs::path>{path, PlaceOf(path)}) {
-        std::vector<NameForm> forms;
-        for (const std::string &tail :
-             {std::string(kSideCopyTail) + kNumber, std::string(kReplacedTail) + kNumber,
-              std::string(kUnrestoredTail) + kNumber + '.' + kNumber}) {
-            forms.push_back({LeftoverKind::kStore, type, place.filename().string() + tail, path});
-        }
-        Look(place.parent_path().string(), forms, wanted, leftovers);
+        const std::string name = place.filename().string();
+        Look(place.parent_path().string(),
+             {{LeftoverKind::kStore, type, name + kSideCopyTail, kPid, "", path},
+              {LeftoverKind::kStore, type, name + kReplacedTail, kPid, "", path},
+              {LeftoverKind::kStore, type, name + kUnrestoredTail, kPidAndNumber, "", path}},
+             found);
     }
 }
 
-// In the order of listing.
-constexpr StoreId kStores[] = {StoreId::kSystemServices, StoreId::kPackageServices,
-                               StoreId::kForwardingRules, StoreId::kFirewallRules};
+// The candidates for leftovers: all files with the name of a temporary file.
+Leftovers Candidates() {
+    Leftovers found;
+    LookInTmp(found);
+    for (const StoreId store : {StoreId::kSystemServices, StoreId::kPackageServices,
+                                StoreId::kForwardingRules, StoreId::kFirewallRules}) {
+        const char *path = PathOf(store);
+        if (path == nullptr) {
+            continue;
+        }
+        if (store == StoreId::kForwardingRules) {
+            LookInStore(fs::path(path).parent_path().string(), false, found);
+        } else if (store != StoreId::kFirewallRules) {
+            LookInStore(path, true, found);
+        }
+        LookForCopies(store, path, found);
+    }
+    return found;
+}
 
 // ---- Removal
 
@@ -459,52 +456,35 @@ std::string RemoveStore(Leftover copy) {
 }  // namespace
 
 Leftovers FindLeftovers() {
-    Leftovers leftovers;
-    Look(kTemporaryFolder,
-         {{LeftoverKind::kPrivateFolder, S_IFDIR, std::string(kPrivateFolderHead) + kRandom},
-          {LeftoverKind::kUpdatedFile, S_IFREG, std::string(kUpdatedHead) + kFile + kUpdatedTail},
-          RemovedFileForm()},
-         IsLeftover, leftovers);
-    for (const StoreId store : kStores) {
-        const char *path = PathOf(store);
-        if (path == nullptr) {
-            continue;
+    Leftovers candidates = Candidates();
+    Leftovers found = {{}, std::move(candidates.unread)};
+    for (Leftover &candidate : candidates.all) {
+        if (IsLeftover(candidate)) {
+            found.all.push_back(std::move(candidate));
         }
-        if (store == StoreId::kForwardingRules) {
-            LookForWriter(fs::path(path).parent_path().string(), leftovers);
-        } else if (store != StoreId::kFirewallRules) {
-            const std::string staged = std::string(path) + '/' + kInstallFolder;
-            if (IsOurs(staged, S_IFDIR)) {
-                Look(staged, {{LeftoverKind::kStagedFile, S_IFREG, {kFile, '.', kRandom}}},
-                     IsLeftover, leftovers);
-            }
-            LookForWriter(path, leftovers);
-        }
-        LookForCopies(store, IsLeftover, leftovers);
     }
-    return leftovers;
+    return found;
 }
 
 std::vector<Leftover> OwnCopiesOfStores() {
-    Leftovers leftovers;
-    for (const StoreId store : kStores) {
-        if (PathOf(store) != nullptr) {
-            LookForCopies(store, IsOwnCopy, leftovers);
-        }
-    }
-    return std::move(leftovers.all);
+    std::vector<Leftover> own = Candidates().all;
+    std::erase_if(own, [](const Leftover &candidate) {
+        return candidate.kind != LeftoverKind::kStore || candidate.pid != getpid();
+    });
+    return own;
 }
 
 std::vector<std::string> CopiesOfRemoved(const std::string &name) {
-    Leftovers found;
-    Look(kTemporaryFolder, {RemovedFileForm()}, IsLeftover, found);
-    if (!found.unread.empty()) {
-        throw std::runtime_error(found.unread.front().first + ": " + found.unread.front().second);
+    Leftovers candidates;
+    LookInTmp(candidates);
+    if (!candidates.unread.empty()) {
+        const auto &[folder, problem] = candidates.unread.front();
+        throw std::runtime_error(folder + ": " + problem);
     }
     std::vector<std::string> paths;
-    for (const Leftover &leftover : found.all) {
-        if (leftover.original == name) {
-            paths.push_back(leftover.path);
+    for (Leftover &copy : candidates.all) {
+        if (copy.kind == LeftoverKind::kRemovedFile && copy.original == name && IsLeftover(copy)) {
+            paths.push_back(copy.path);
         }
     }
     std::sort(paths.begin(), paths.end(), [](const std::string &one, const std::string &other) {

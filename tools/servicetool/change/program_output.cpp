@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -56,12 +57,10 @@ std::vector<std::string> ProgramOutput::End() {
     }
     std::vector<std::string> lines;
     if (caught_.IsOpen()) {
-        const std::string caught =
-            ReadRegularFile("/proc/self/fd/" + std::to_string(caught_.Get())).text;
-        for (std::size_t start = 0; start < caught.size();) {
-            const std::size_t end = std::min(caught.find('\n', start), caught.size());
-            lines.push_back(caught.substr(start, end - start));
-            start = end + 1;
+        std::istringstream caught(
+            ReadRegularFile("/proc/self/fd/" + std::to_string(caught_.Get())).text);
+        for (std::string line; std::getline(caught, line);) {
+            lines.push_back(line);
         }
         caught_.Reset();
     }

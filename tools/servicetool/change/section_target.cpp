@@ -15,6 +15,7 @@
 #include "input/library.h"
 #include "lint/lint.h"
 #include "model/service_file_keys.h"
+#include "model/service_files.h"
 #include "output/text.h"
 #include "ports/port_sources.h"
 #include "ports/section_queries.h"
@@ -22,7 +23,6 @@
 namespace tavo::tool {
 namespace {
 
-constexpr char kUnreadSection[] = "the section cannot be read";
 constexpr char kCannotStage[] = "the change cannot be computed";
 
 // The longest port list that the library writes.
@@ -48,70 +48,53 @@ std::string NameProblem(const std::string &section) {
 
 void ReadSection(SectionTarget &target) {
     const MemoryFile copy(*target.file.text);
-    const OwnedTable keys = OrThrow(OwnedTable(TLIBCSzHashAlloc(1)));
-    TLIBCSzHash *table = keys.get();
-    ForgetFailure();
-    const int count = TLIBCFileGetSection(copy.Path().c_str(), target.section.c_str(), &table);
-    if (count < 0) {
-        ThrowIfSystemFailed(kUnreadSection);
-        throw std::runtime_error(kUnreadSection);
-    }
-    target.present = count > 0;
+    OwnedTable keys;
     TAVO_SERVICE_CONF_SECTION *today = nullptr;
-    ForgetFailure();
-    if (TAVOServiceConfSectionGet(copy.Path().c_str(), target.section.c_str(), &today) != 0) {
-        ThrowIfSystemFailed(kUnreadSection);
-    }
+    const Reading reading =
+        ReadServiceSection(copy.Path().c_str(), target.section.c_str(), keys, &today);
     target.today.reset(today);
+    ThrowIfSystemFailed("the section cannot be read", reading.Fault());
+    const char *key = nullptr;
+    const char *value = nullptr;
+    target.present = TLIBCSzHashEnum(keys.get(), 0, &key, &value) == 0;
 }
 
-// The name of a section in the file, ignoring case; an exact match is preferred.
-std::string NameInFile(const std::string &text, const std::string &section) {
-    std::string similar;
-    ConfigLineReader reader(text);
-    for (ConfigLine line; reader.Next(line);) {
-        if (line.kind != ConfigLineKind::kSection) {
-            continue;
-        }
-        if (line.name == section) {
-            return section;
-        }
-        if (LowerCase(line.name) == LowerCase(section)) {
-            similar = line.name;
-        }
-    }
-    return similar;
-}
+struct SectionLines {
+    std::set<std::size_t> numbers;  // of its lines, including its headers
+    std::string similar;            // name of another section that differs only in case
+};
 
-// A section without keys is visible in the file, but the library ignores it.
-bool TellMissing(const SectionTarget &target, Report &report) {
-    const std::string name = NameInFile(*target.file.text, target.section);
-    const bool empty = name == target.section;
-    report.TellError(target.file.path, "not-found",
-                     (empty ? "section [" + target.section + "] has no keys"
-                            : "has no section [" + target.section + ']') +
-                         std::string(kSoUnchanged),
-                     empty          ? "write servicetool set, or remove its line by hand"
-                     : name.empty() ? ""
-                                    : "write " + name,
-                     Status::kNo);
-    return false;
-}
-
-// The numbers of the lines of a section, including its headers.
-std::set<std::size_t> LinesOfSection(const std::string &text, const std::string &section) {
-    std::set<std::size_t> lines;
+SectionLines LinesOfSection(const std::string &text, const std::string &section) {
+    SectionLines found;
     bool inside = false;
     ConfigLineReader reader(text);
     for (ConfigLine line; reader.Next(line);) {
         if (line.kind == ConfigLineKind::kSection) {
             inside = line.name == section;
+            if (!inside && LowerCase(line.name) == LowerCase(section)) {
+                found.similar = line.name;
+            }
         }
         if (inside) {
-            lines.insert(line.number);
+            found.numbers.insert(line.number);
         }
     }
-    return lines;
+    return found;
+}
+
+// A section without keys is visible in the file, but the library ignores it.
+bool TellMissing(const SectionTarget &target, Report &report) {
+    const SectionLines found = LinesOfSection(*target.file.text, target.section);
+    const std::string section = "section [" + target.section + ']';
+    std::string message = "has no " + section;
+    std::string fix = found.similar.empty() ? "" : "write " + found.similar;
+    if (!found.numbers.empty()) {
+        message = section + " has no keys";
+        fix = "write servicetool set, or remove its line by hand";
+    }
+    report.TellError(target.file.path, "not-found", message + std::string(kSoUnchanged), fix,
+                     Status::kNo);
+    return false;
 }
 
 // ---- The new text
@@ -139,6 +122,46 @@ std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
         ThrowIfSystemFailed(kCannotStage);
     }
     throw std::runtime_error(kCannotStage + (": " + reason));
+}
+
+// ---- The change
+
+// Reports the findings of lint in the new section, and checks its ports for conflicts, as the
+// library also does when it makes the change. Refuses the change and returns false if the library
+// would not read the new section. Errors in other sections are ignored.
+bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
+                  Report &report) {
+    const std::string &text = *change.Plan().after;
+    const std::set<std::size_t> own = LinesOfSection(text, target.section).numbers;
+    LintResult lint = LintText(text, target.file.path);
+    for (Diagnostic &diagnostic : lint.diagnostics) {
+        if (own.count(diagnostic.line) != 0) {
+            report.Tell(std::move(diagnostic));
+        }
+    }
+    if (std::any_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
+            return service.name == target.section && !service.readable;
+        })) {
+        return change.Refuse("invalid",
+                             "the library would not read section [" + target.section + ']');
+    }
+    change.Add(target.section, query,
+               PortSources(kEverySource, report).Ask(query, {target.section}));
+    return true;
+}
+
+// The library's record for writing to the section.
+SetParam ParamOf(const Arguments &arguments, const SectionTarget &target) {
+    SetParam param{};
+    param.nRestartMode =
+        arguments.Has("--no-restart") ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
+    param.nRestartFlags = TAVO_RESTART_FIREWALL;
+    param.nWriteMode = TAVO_WRITE_MODE_SET;
+    param.nCheckFlags = kEverySource;
+    param.nLocation = static_cast<std::uint32_t>(target.file.folder.selector);
+    CopyText(param.szFileName, target.file.name);
+    CopyText(param.szSectionName, target.section);
+    return param;
 }
 
 }  // namespace
@@ -215,47 +238,23 @@ FileText TextAfter(const FileText &before, const FileChange &change) {
     return TextOf(path, kCannotStage);
 }
 
-std::vector<Listener> ListenersOf(Listener first, const Arguments &arguments) {
-    std::vector<Listener> listeners = {first};
-    if (!arguments.Has("--no-restart")) {
-        listeners = {first, Listener::kFirewall, Listener::kRelayDaemon};
-        listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
+void ChangeSection(const Arguments &arguments, const SectionTarget &target,
+                   const SectionChange &wanted, Report &report) {
+    Change plan = ChangeOf(arguments, target.file, wanted.after, {wanted.listener});
+    SetParam param = ParamOf(arguments, target);
+    if (param.nRestartMode == TAVO_RESTART_MODE_RESTART) {
+        plan.listeners = {wanted.listener, Listener::kFirewall, Listener::kRelayDaemon};
+        plan.listeners.erase(std::unique(plan.listeners.begin(), plan.listeners.end()),
+                             plan.listeners.end());
     }
-    return listeners;
-}
-
-bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
-                  Report &report) {
-    const std::string &text = *change.Plan().after;
-    const std::set<std::size_t> own = LinesOfSection(text, target.section);
-    LintResult lint = LintText(text, target.file.path);
-    for (Diagnostic &diagnostic : lint.diagnostics) {
-        if (own.count(diagnostic.line) != 0) {
-            report.Tell(std::move(diagnostic));
-        }
+    if (!wanted.taken_fix.empty()) {
+        plan.taken_fix = wanted.taken_fix;
     }
-    if (std::any_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
-            return service.name == target.section && !service.readable;
-        })) {
-        return change.Refuse("invalid",
-                             "the library would not read section [" + target.section + ']');
+    ChangeReport change(std::move(plan), report);
+    if ((!wanted.ports || CheckSection(target, *wanted.ports, change, report)) &&
+        change.Begin(wanted.what)) {
+        change.Do([&](ChangeOutcome &outcome) { return wanted.make(param, outcome); });
     }
-    change.Add(target.section, query,
-               PortSources(kEverySource, report).Ask(query, {target.section}));
-    return true;
-}
-
-SetParam ParamOf(const Arguments &arguments, const SectionTarget &target) {
-    SetParam param{};
-    param.nRestartMode =
-        arguments.Has("--no-restart") ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
-    param.nRestartFlags = TAVO_RESTART_FIREWALL;
-    param.nWriteMode = TAVO_WRITE_MODE_SET;
-    param.nCheckFlags = kEverySource;
-    param.nLocation = static_cast<std::uint32_t>(target.file.folder.selector);
-    CopyText(param.szFileName, target.file.name);
-    CopyText(param.szSectionName, target.section);
-    return param;
 }
 
 }  // namespace tavo::tool

@@ -4,8 +4,8 @@
 #define TAVO_SERVICETOOL_CHANGE_SECTION_TARGET_H
 
 #include <functional>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
@@ -47,18 +47,22 @@ PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports);
 using FileChange = std::function<int(const char *path, StepFailure &failure)>;
 FileText TextAfter(const FileText &before, const FileChange &change);
 
-// The listeners of a change: `first`, and the firewall and the relay daemon unless --no-restart is
-// given.
-std::vector<Listener> ListenersOf(Listener first, const Arguments &arguments);
+// What a command changes in a section.
+struct SectionChange {
+    std::string what;  // for the plan, as in "add section [chat]"
+    FileText after;
+    Listener listener = Listener::kRouterTool;  // in addition to those that a restart notifies
+    std::optional<PortQuery> ports = {};        // that the section will declare, to be checked
+    std::string taken_fix = {};                 // if they are taken; empty: the usual one
 
-// Reports the findings of lint in the new section, and checks its ports for conflicts, as the
-// library also does when it makes the change. Refuses the change and returns false if the library
-// would not read the new section. Errors in other sections are ignored.
-bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
-                  Report &report);
+    // Makes the change with the library; see ChangeReport::Operation.
+    std::function<int(SetParam &param, ChangeOutcome &outcome)> make;
+};
 
-// The library's record for writing to the section.
-SetParam ParamOf(const Arguments &arguments, const SectionTarget &target);
+// Plans, checks, makes and reports the change. It is refused if the library would not read the new
+// section.
+void ChangeSection(const Arguments &arguments, const SectionTarget &target,
+                   const SectionChange &wanted, Report &report);
 
 }  // namespace tavo::tool
 

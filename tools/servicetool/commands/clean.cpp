@@ -14,13 +14,7 @@ void Print(const Leftover &leftover, const std::string &state, Report &report) {
 // Removes the leftover, if that is possible. Returns its state for JSON.
 const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
     if (!leftover.keep.empty()) {
-        report.Tell({.file = leftover.path,
-                     .severity = Severity::kWarning,
-                     .rule = "left-behind",
-                     .message = leftover.keep,
-                     .fix = leftover.fix,
-                     .source = {}});
-        report.Raise(Status::kNo);
+        report.TellWarning(leftover.path, "left-behind", leftover.keep, leftover.fix, Status::kNo);
         return "kept";
     }
     if (leftover.user) {

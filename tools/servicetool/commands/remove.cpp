@@ -29,12 +29,9 @@ Change RemovalOf(const InstalledFile &file, const Arguments &arguments) {
 // Describes the removal with the services that the library reads in the file, which the firewall
 // therefore knows.
 std::string ServicesText(const std::string &text) {
-    const MemoryFile copy(text);
-    TAVO_SERVICE_CONF *list = nullptr;
-    TAVOServiceConfGet(copy.Path().c_str(), &list);
-    const OwnedConf conf(list);
+    const OwnedConf conf = ReadServices(text);
     std::string names;
-    const auto sections = InFileOrder(list == nullptr ? nullptr : list->pSections);
+    const auto sections = InFileOrder(conf == nullptr ? nullptr : conf->pSections);
     for (const TAVO_SERVICE_CONF_SECTION *section : sections) {
         names += names.empty() ? "" : section == sections.back() ? " and " : ", ";
         names += '[' + Escaped(section->szName) + ']';

@@ -25,15 +25,17 @@ void RemoveSection(const Arguments &arguments, Report &report) {
                                    : "remove it with section [" + target.section +
                                          "], its last service" +
                                          LinkRemark(target.file.path, OfLink::kItself);
-    SetParam param = ParamOf(arguments, target);
-    param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
-    param.nCheckFlags = kTouched;
-    ChangeReport change(
-        ChangeOf(arguments, target.file, after, ListenersOf(Listener::kFirewall, arguments)),
-        report);
-    if (change.Begin(what)) {
-        change.Do([&](ChangeOutcome &outcome) { return tavo::RemoveSection(&param, outcome); });
-    }
+    ChangeSection(arguments, target,
+                  {.what = what,
+                   .after = after,
+                   .listener = Listener::kFirewall,
+                   .make =
+                       [](SetParam &param, ChangeOutcome &outcome) {
+                           param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
+                           param.nCheckFlags = kTouched;
+                           return tavo::RemoveSection(&param, outcome);
+                       }},
+                  report);
 }
 
 constexpr Operand kOperands[] = {kTargetFile, kTargetSection};

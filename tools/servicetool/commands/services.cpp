@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
+#include <exception>
 #include <optional>
 
 #include "base/system_files.h"
@@ -16,7 +16,8 @@
 #include "output/table.h"
 #include "output/text.h"
 #include "ports/port_query.h"
-#include "ports/source_failure.h"
+#include "ports/port_sources.h"
+#include "support/held_file.h"
 
 namespace tavo::tool {
 namespace {
@@ -66,61 +67,34 @@ OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
 
 constexpr char kBuiltIn[] = "built-in";
 
-// "built-in", "system/FILE" or "package/FILE".
-std::string OriginText(const CatalogueService &service) {
-    if (service.file == nullptr) {
-        return kBuiltIn;
+// A service as it is printed, apart from whether it is supported.
+struct ListedService {
+    std::string name;
+    std::string support_key;         // "" if there is none
+    std::vector<std::string> cells;  // those after SUPPORTED
+    Json json;
+};
+
+// `file` is null for a built-in service. Makes either the cells or the JSON.
+ListedService Listed(const TAVO_SERVICE_CONF_SECTION &section, const ServiceFileRecord *file,
+                     const char *support_key, bool json) {
+    ListedService listed = {section.szName, support_key, {}, nullptr};
+    if (!json) {
+        listed.cells = {section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
+                        file == nullptr ? kBuiltIn : FolderAndName(file->path),
+                        section.strTitle.szText};
+    } else if (file != nullptr) {
+        listed.json = ServiceJson(*file, section);
+    } else {
+        listed.json = {{"file", nullptr},
+                       {"real_path", nullptr},
+                       {"location", kBuiltIn},
+                       {"version", nullptr},
+                       {"support_key", TextOrNull(support_key)},
+                       {"run_key", nullptr}};
+        listed.json.Merge(SectionJson(section));
     }
-    const std::filesystem::path path = service.file->path;
-    return service.file->folder->name + ('/' + path.filename().string());
-}
-
-Json FirewallServiceJson(const CatalogueService &service, std::optional<bool> supported,
-                         const TAVO_SERVICE_CONF_SECTION &section) {
-    Json json = {{"name", section.szName}, {"supported", supported}};
-    if (service.file != nullptr) {
-        json.Merge(ServiceJson(*service.file, section));
-        return json;
-    }
-    const char *support_key = service.row->szSupportKey;
-    json.Merge({{"file", nullptr},
-                {"real_path", nullptr},
-                {"location", kBuiltIn},
-                {"version", nullptr},
-                {"support_key", TextOrNull(support_key == nullptr ? "" : support_key)},
-                {"run_key", nullptr}});
-    json.Merge(SectionJson(section));
-    return json;
-}
-
-void AddService(const CatalogueService &service, std::optional<bool> supported, Table &table,
-                Report &report) {
-    const bool built_in = service.section == nullptr;
-    const OwnedSection made = built_in ? SectionOf(*service.service, report) : nullptr;
-    const TAVO_SERVICE_CONF_SECTION &section = built_in ? *made : *service.section;
-    if (report.PrintsJson()) {
-        report.AddResult(FirewallServiceJson(service, supported, section));
-        return;
-    }
-    table.Row({section.szName, supported ? (*supported ? "yes" : "no") : "",
-               section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
-               OriginText(service), section.strTitle.szText});
-}
-
-// The built-in services in the order of their table, then those of files. The catalogue begins with
-// those of files and ends with the table in reverse order.
-std::vector<CatalogueService> TableFirst(const ServiceCatalogue &catalogue) {
-    std::vector<CatalogueService> services(catalogue.origins.begin(), catalogue.origins.end());
-    const auto last = std::find_if(services.begin(), services.end(),
-                                   [](const auto &service) { return service.row != nullptr; });
-    std::reverse(last, services.end());
-    std::rotate(services.begin(), last, services.end());
-    return services;
-}
-
-bool HasSupportKey(const CatalogueService &service) {
-    return service.row != nullptr ? service.row->szSupportKey != nullptr
-                                  : *service.file->conf->szSupportKey != '\0';
+    return listed;
 }
 
 bool IsWanted(const std::string &name, const std::vector<std::string> &wanted) {
@@ -138,19 +112,67 @@ void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string
     }
 }
 
-// The names of all services, including those left out.
-std::vector<std::string> NamesOf(const std::vector<CatalogueService> &services,
-                                 const ReadingReport &read) {
-    std::vector<std::string> names;
-    for (const CatalogueService &service : services) {
-        names.emplace_back(service.service->szName);
+// Reads all services. Of those in files it keeps only what is printed, because an appliance has
+// thousands.
+class ServiceReading : private FileVisitor {
+  public:
+    ServiceReading(const std::vector<std::string> &wanted, bool json)
+        : wanted_(wanted), json_(json) {
+        DeclaredServices declared = ReadDeclaredServices(this);
+        if (failure_) {
+            std::rethrow_exception(failure_);
+        }
+        built_in = std::move(declared.built_in);
+        report = std::move(declared.report);
     }
-    for (const LeftOut &omission : read.Omissions()) {
+
+    OwnedServices built_in;
+    ReadingReport report;
+    std::vector<ListedService> of_files;  // those that are wanted
+    std::vector<std::string> file_names;  // the names of all services of files
+
+  private:
+    // The library is compiled without exceptions, so none may pass through it.
+    void Visit(const ServiceFileRecord &file) override {
+        try {
+            for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(file.conf->pSections)) {
+                file_names.emplace_back(section->szName);
+                if (IsWanted(section->szName, wanted_)) {
+                    of_files.push_back(Listed(*section, &file, file.conf->szSupportKey, json_));
+                }
+            }
+        } catch (...) {
+            failure_ = std::current_exception();
+        }
+    }
+
+    const std::vector<std::string> &wanted_;
+    bool json_;
+    std::exception_ptr failure_;
+};
+
+// The support key of a built-in service; "" if there is none.
+const char *SupportKeyOf(const TAVO_FW_SERVICE &service) {
+    const auto *row = rgServices;
+    while (std::strcmp(row->szName, service.szName) != 0) {
+        ++row;
+    }
+    return row->szSupportKey == nullptr ? "" : row->szSupportKey;
+}
+
+// The names of all services, including those left out.
+std::vector<std::string> NamesOf(const ServiceReading &read) {
+    std::vector<std::string> names;
+    for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
+        names.emplace_back(service->szName);
+    }
+    names.insert(names.end(), read.file_names.begin(), read.file_names.end());
+    for (const LeftOut &omission : read.report.Omissions()) {
         if (omission.row != nullptr) {
             names.emplace_back(omission.row->szName);
         }
     }
-    for (std::string &name : NamesLeftOut(read.Omissions())) {
+    for (std::string &name : NamesLeftOut(read.report.Omissions())) {
         names.push_back(std::move(name));
     }
     return names;
@@ -171,38 +193,58 @@ void TellNotFound(const std::vector<std::string> &wanted, const std::vector<std:
     }
 }
 
+void Print(ListedService service, std::optional<bool> supported, Table &table, Report &report) {
+    if (report.PrintsJson()) {
+        Json json = {{"name", service.name}, {"supported", supported}};
+        json.Merge(service.json);
+        report.AddResult(json);
+        return;
+    }
+    service.cells.insert(service.cells.begin(),
+                         {service.name, supported ? (*supported ? "yes" : "no") : ""});
+    table.Row(service.cells);
+}
+
 // If the factory settings cannot be read, the library lists services with a support key as not
 // supported. Here that is unknown.
 void Services(const Arguments &arguments, Report &report) {
     const std::vector<std::string> &wanted = arguments.Operands();
-    const bool only_supported = arguments.Has("--supported");
-    Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
-    auto [catalogue, omissions] = ReadAndExplain(ReadCatalogue, wanted);
-    TellBuiltInLeftOut(catalogue.report, wanted, report);
+    const bool json = report.PrintsJson();
+    auto [read, omissions] = ReadAndExplain([&] { return ServiceReading(wanted, json); }, wanted);
+    TellBuiltInLeftOut(read.report, wanted, report);
     if (TellOmissions(std::move(omissions), report)) {
         report.Raise(Status::kFailed);
     }
+    Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
     const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
-    const std::vector<CatalogueService> services = TableFirst(catalogue);
     bool support_known = true;
-    for (const CatalogueService &service : services) {
-        if (!IsWanted(service.service->szName, wanted)) {
-            continue;
-        }
-        std::optional<bool> supported = service.service->blSupported != 0;
-        if (!problem.empty() && HasSupportKey(service)) {
+    const auto print = [&](const char *support_key, bool is_supported, auto make) {
+        std::optional<bool> supported = is_supported;
+        if (!problem.empty() && *support_key != '\0') {
             supported.reset();
             support_known = false;
         }
-        if (!only_supported || supported.value_or(false)) {
-            AddService(service, supported, table, report);
+        if (!arguments.Has("--supported") || supported.value_or(false)) {
+            Print(make(), supported, table, report);
         }
+    };
+    for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
+        if (IsWanted(service->szName, wanted)) {
+            const char *key = SupportKeyOf(*service);
+            print(key, service->blSupported != 0,
+                  [&] { return Listed(*SectionOf(*service, report), nullptr, key, json); });
+        }
+    }
+    const HeldFile held(kFactorySettingsFile);
+    for (ListedService &service : read.of_files) {
+        const char *key = service.support_key.c_str();
+        print(key, IsFileSupported(key), [&service] { return std::move(service); });
     }
     if (!support_known) {
         report.TellError(kFactorySettingsFile, "unreadable",
                          "it is unknown what this model supports: " + problem);
     }
-    TellNotFound(wanted, NamesOf(services, catalogue.report), report);
+    TellNotFound(wanted, NamesOf(read), report);
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 

@@ -143,14 +143,15 @@ void Set(const Arguments &arguments, Report &report) {
     const PortQuery query = QueryOf(section->pDstPorts);
     section->pDstPorts = Reversed(section->pDstPorts);
     section->pSrcPorts = Reversed(section->pSrcPorts);
-    ChangeReport change(ChangeOf(arguments, target.file, WithSection(target.file.text, *section),
-                                 ListenersOf(Listener::kRouterTool, arguments)),
-                        report);
-    const SetParam param = ParamOf(arguments, target);
-    if (CheckSection(target, query, change, report) && change.Begin(WhatIsDone(target))) {
-        change.Do(
-            [&](ChangeOutcome &outcome) { return WriteSection(&param, section.get(), outcome); });
-    }
+    ChangeSection(arguments, target,
+                  {.what = WhatIsDone(target),
+                   .after = WithSection(target.file.text, *section),
+                   .ports = query,
+                   .make =
+                       [&](SetParam &param, ChangeOutcome &outcome) {
+                           return WriteSection(&param, section.get(), outcome);
+                       }},
+                  report);
 }
 
 constexpr Operand kOperands[] = {kTargetFile, kTargetSection};

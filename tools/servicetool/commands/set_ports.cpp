@@ -18,22 +18,23 @@ void SetPorts(const Arguments &arguments, Report &report) {
     const PortQuery query = QueryOf(ports.get());
     ports.reset(Reversed(ports.release()));
     const PortText text = RequiredPorts(ports.get());
-    FileText after = TextAfter(target.file.text, [&](const char *path, StepFailure &failure) {
-        return StorePorts(path, target.section.c_str(), PortsKey(ports->nDirection), text.szValue,
-                          failure);
-    });
-    Change plan = ChangeOf(arguments, target.file, std::move(after),
-                           ListenersOf(Listener::kRouterTool, arguments));
+    SectionChange change = {
+        .what = "set " + std::string(source ? "src" : "dst") + ".ports of section [" +
+                target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget),
+        .after = TextAfter(target.file.text,
+                           [&](const char *path, StepFailure &failure) {
+                               return StorePorts(path, target.section.c_str(),
+                                                 PortsKey(ports->nDirection), text.szValue,
+                                                 failure);
+                           }),
+        .ports = query,
+        .make = [&](SetParam &param,
+                    ChangeOutcome &outcome) { return WritePorts(&param, ports.get(), outcome); },
+    };
     if (source) {
-        plan.taken_fix = "use servicetool set --src-ports, which does not compare them";
+        change.taken_fix = "use servicetool set --src-ports, which does not compare them";
     }
-    ChangeReport change(std::move(plan), report);
-    const std::string what = "set " + std::string(source ? "src" : "dst") + ".ports of section [" +
-                             target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
-    const SetParam param = ParamOf(arguments, target);
-    if (CheckSection(target, query, change, report) && change.Begin(what)) {
-        change.Do([&](ChangeOutcome &outcome) { return WritePorts(&param, ports.get(), outcome); });
-    }
+    ChangeSection(arguments, target, change, report);
 }
 
 constexpr Operand kOperands[] = {

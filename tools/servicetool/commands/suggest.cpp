@@ -88,8 +88,9 @@ void Suggest(const Arguments &arguments, Report &report) {
     if (!candidates) {
         return;
     }
-    const PortRanges found = arguments.Has("--block") ? NearestBlock(candidates->free, count, near)
-                                                      : NearestPorts(candidates->free, count, near);
+    const PortRanges found = arguments.Has("--block")
+                                 ? NearestBlocks(candidates->free, 1, count, near)
+                                 : NearestBlocks(candidates->free, count, 1, near);
     for (const PortRange &range : found) {
         report.Print(PortsText(range) + '\n');
         report.AddResult(

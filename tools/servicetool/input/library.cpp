@@ -6,7 +6,6 @@
 
 #include "change/program_output.h"
 #include "output/text.h"
-#include "tavocore.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
@@ -37,8 +36,7 @@ std::string SystemReason(unsigned int code) {
     }
 }
 
-void ThrowIfSystemFailed(const std::string &what) {
-    const unsigned int code = TLIBCErrGet();
+void ThrowIfSystemFailed(const std::string &what, unsigned int code) {
     if (code == TLIBC_ERR_NO_MEMORY) {
         throw std::bad_alloc();
     }

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "tavocore.h"
+
 namespace tavo::tool {
 
 // Clears the error state, so that an earlier failure is not attributed to the next call.
@@ -15,10 +17,10 @@ void ForgetFailure();
 // used"; empty for other codes.
 std::string SystemReason(unsigned int code);
 
-// Call this after a failed call. Throws std::bad_alloc if it was out of memory, and
-// std::runtime_error with `what` and the reason if the system refused a file or a folder: then the
-// failure is not an answer, and later results may be wrong.
-void ThrowIfSystemFailed(const std::string &what);
+// Call this after a failed call, with its error code. Throws std::bad_alloc if it was out of
+// memory, and std::runtime_error with `what` and the reason if the system refused a file or a
+// folder: then the failure is not an answer, and later results may be wrong.
+void ThrowIfSystemFailed(const std::string &what, unsigned int code = TLIBCErrGet());
 
 // The libraries return null when out of memory; here that throws std::bad_alloc.
 template <typename Owner>

@@ -83,6 +83,16 @@ void Report::TellError(std::string file, std::string rule, std::string message, 
           .fix = std::move(fix)});
 }
 
+void Report::TellWarning(std::string file, std::string rule, std::string message, std::string fix,
+                         Status status) {
+    Raise(status);
+    Tell({.file = std::move(file),
+          .severity = Severity::kWarning,
+          .rule = std::move(rule),
+          .message = std::move(message),
+          .fix = std::move(fix)});
+}
+
 void Report::TellUsage(std::string message, std::string fix) {
     TellError("", "usage", std::move(message), std::move(fix), Status::kUsage);
 }

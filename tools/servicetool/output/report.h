@@ -88,6 +88,10 @@ class Report {
     void TellError(std::string file, std::string rule, std::string message, std::string fix = {},
                    Status status = Status::kFailed);
 
+    // The same for a warning.
+    void TellWarning(std::string file, std::string rule, std::string message, std::string fix,
+                     Status status);
+
     // Reports a usage error.
     void TellUsage(std::string message, std::string fix);
 

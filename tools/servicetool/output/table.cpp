@@ -29,14 +29,16 @@ Table::Table(const std::vector<std::string> &header) : columns_(header.size()) {
 void Table::Row(const std::vector<std::string> &cells) {
     for (const std::string &cell : cells) {
         const std::string_view shown = cell.empty() ? "-" : std::string_view(cell);
+        std::size_t width = shown.size();
         if (IsPlain(shown)) {
             text_ += shown;
-            cells_.push_back({text_.size(), shown.size()});
         } else {
             const std::string escaped = Escaped(shown);
+            width = DisplayWidth(escaped);
             text_ += escaped;
-            cells_.push_back({text_.size(), DisplayWidth(escaped)});
         }
+        cells_.push_back(
+            {static_cast<std::uint32_t>(text_.size()), static_cast<std::uint32_t>(width)});
     }
 }
 
@@ -52,7 +54,7 @@ std::string Table::Text(bool header, std::size_t columns) const {
     for (std::size_t number = first; number < cells_.size(); ++number) {
         const std::size_t column = number % columns_;
         if (column != last) {
-            widths[column] = std::max(widths[column], cells_[number].width);
+            widths[column] = std::max<std::size_t>(widths[column], cells_[number].width);
         }
     }
     std::size_t left = 0;

@@ -3,6 +3,7 @@
 #define TAVO_SERVICETOOL_OUTPUT_TABLE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,8 +25,8 @@ class Table {
 
   private:
     struct Cell {
-        std::size_t end;  // offset in the text
-        std::size_t width;
+        std::uint32_t end;  // offset in the text
+        std::uint32_t width;
     };
 
     std::string_view CellText(std::size_t number) const;

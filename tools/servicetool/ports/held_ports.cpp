@@ -1,4 +1,4 @@
-#include "ports/held_ports.h"
+// The sockets that processes hold now, and whether the processes are programs of services.
 
 #include <pwd.h>
 #include <sys/stat.h>
@@ -15,6 +15,7 @@
 #include "input/input_file.h"
 #include "input/library.h"
 #include "output/text.h"
+#include "ports/port_claims.h"
 #include "support/owners.h"
 #include "tavoserviceconf.h"
 

@@ -17,7 +17,6 @@
 
 #include "base/system_files.h"
 #include "check/declared_ports.h"
-#include "ports/held_ports.h"
 
 namespace tavo::tool {
 namespace {
@@ -39,11 +38,6 @@ std::strong_ordering CompareOrigins(const PortClaim &a, const PortClaim &b) {
     }
     return a.IsHeld() ? std::tuple(a.state, PidOf(a)) <=> std::tuple(b.state, PidOf(b))
                       : CompareTexts(*a.declarer, *b.declarer);
-}
-
-std::strong_ordering Compare(const PortClaim &a, const PortClaim &b) {
-    const auto order = std::tie(a.range, a.protocol) <=> std::tie(b.range, b.protocol);
-    return order != 0 ? order : CompareOrigins(a, b);
 }
 
 template <typename Element, typename Comparison>
@@ -104,7 +98,8 @@ void AddSystemPort(std::size_t number, const PortQuery &query, PortSources &sour
     const SystemDeclaration read = ReadSystemPort(TAVO_HERE, row);
     if (!read.reading.IsGood()) {
         all.failed |= source;
-        sources.Tell({.source = source, .code = read.reading.Fault(), .declarer = declarer});
+        sources.Tell(
+            WhyUnknown({.source = source, .code = read.reading.Fault(), .declarer = declarer}));
     } else if (read.port != 0 && IsAskedFor(read.port, query)) {
         AddDeclared({read.port, read.port}, row.protocol & query.protocols, source, declarer,
                     all.claims);
@@ -132,36 +127,32 @@ void ReadDeclaredPorts(const PortQuery &query, int flags, Report &report, PortCl
 // The sources whose declarations can be in conflict.
 constexpr int kServiceSources = TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY;
 
-// The ports of a sorted list that more than one service declares.
+// The ports of a sorted list that more than one service declares. The claims before the current one
+// start at or below its first port, so it shares its ports with another service up to the highest
+// port that such a service has declared so far.
 PortRanges DeclaredTwice(const ClaimList &declared) {
-    ClaimList by_end = declared;
-    std::sort(by_end.begin(), by_end.end(),
-              [](const PortClaim *a, const PortClaim *b) { return a->range.last < b->range.last; });
+    struct Reach {
+        std::string_view service;
+        std::uint32_t end;  // the port after the last one
+    };
+    Reach highest = {};
+    Reach second = {};  // of all services but that of `highest`
     PortRanges twice;
-    std::map<std::string_view, int> services;  // number of claims of each to the current port
-    std::uint32_t current = 0;
-    const auto go_to = [&](std::uint32_t port) {
-        if (services.size() > 1 && current < port) {
-            twice.push_back({current, port - 1});
-        }
-        current = port;
-    };
-    auto ending = by_end.begin();
-    const auto end_before = [&](std::uint32_t port) {
-        for (; ending != by_end.end() && (*ending)->range.last < port; ++ending) {
-            go_to((*ending)->range.last + 1);
-            const auto service = services.find(ServiceName(*(*ending)->declarer));
-            if (--service->second == 0) {
-                services.erase(service);
-            }
-        }
-    };
     for (const PortClaim *claim : declared) {
-        end_before(claim->range.first);
-        go_to(claim->range.first);
-        ++services[ServiceName(*claim->declarer)];
+        const Reach own = {ServiceName(*claim->declarer), claim->range.last + 1};
+        const bool again = own.service == highest.service;
+        const std::uint32_t others = (again ? second : highest).end;
+        if (claim->range.first < others) {
+            twice.push_back({claim->range.first, std::min(own.end, others) - 1});
+        }
+        if (again) {
+            highest.end = std::max(highest.end, own.end);
+        } else if (own.end > highest.end) {
+            second = std::exchange(highest, own);
+        } else if (own.end > second.end) {
+            second = own;
+        }
     }
-    end_before(kHighestPort + 1);
     return twice;
 }
 
@@ -333,7 +324,10 @@ PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report) {
                              Status::kOk);
         }
     }
-    SortWithoutDuplicates(all.claims, Compare);
+    SortWithoutDuplicates(all.claims, [](const PortClaim &a, const PortClaim &b) {
+        const auto order = std::tie(a.range, a.protocol) <=> std::tie(b.range, b.protocol);
+        return order != 0 ? order : CompareOrigins(a, b);
+    });
     return all;
 }
 

@@ -13,38 +13,6 @@ namespace {
 
 constexpr char kNameProtocols[] = "write tcp, udp or tcp,udp";
 
-// For each port, the number of consecutive ports of the set that start with it.
-std::vector<std::size_t> RowsFrom(const PortRanges &set) {
-    std::vector<std::size_t> rows(kHighestPort + 1, 0);
-    for (const PortRange &range : set) {
-        for (std::uint32_t port = range.first; port <= range.last; ++port) {
-            rows[port] = range.last - port + 1;
-        }
-    }
-    return rows;
-}
-
-// The nearest ports that start at least `row` consecutive ports of the set.
-std::vector<std::uint32_t> Nearest(const PortRanges &set, std::size_t count, std::size_t row,
-                                   std::uint32_t near) {
-    const std::vector<std::size_t> rows = RowsFrom(set);
-    std::vector<std::uint32_t> ports;
-    const auto look_at = [&](std::uint32_t port) {
-        if (ports.size() < count && rows[port] >= row) {
-            ports.push_back(port);
-        }
-    };
-    for (std::uint32_t distance = 0; distance <= kHighestPort && ports.size() < count; ++distance) {
-        if (distance <= near) {
-            look_at(near - distance);
-        }
-        if (distance != 0 && near + distance <= kHighestPort) {
-            look_at(near + distance);
-        }
-    }
-    return ports;
-}
-
 // A suggested correction for an invalid item of a port list; empty if there is none.
 std::string PortFix(std::string_view item) {
     const std::size_t dash = item.find_first_of("-.");
@@ -65,101 +33,89 @@ std::string PortFix(std::string_view item) {
 // Parses one text and stops at the first error.
 class QueryReader {
   public:
-    explicit QueryReader(std::string_view text) : text_(text) {}
+    // An error is stored in `problem`.
+    QueryReader(std::string_view text, QueryProblem &problem) : text_(text), problem_(problem) {}
 
-    bool ReadQuery(PortQuery &query);
-    bool ReadProtocolWords(std::string_view words, std::uint32_t &protocols);
-
-    const QueryProblem &Problem() const { return problem_; }
-
-  private:
-    bool Fail(PieceProblem problem);
-    bool ReadItem(std::string_view item, PortRange &range);
-    bool ReadPort(std::string_view number, std::string_view item, std::uint32_t &port);
-    bool ReadProtocolWord(std::string_view word, std::uint32_t &protocols);
-
-    std::string_view text_;
-    QueryProblem problem_;
-};
-
-bool QueryReader::Fail(PieceProblem problem) {
-    problem_ = {static_cast<std::size_t>(problem.spot.data() - text_.data()) + 1,
-                std::move(problem.message), std::move(problem.fix)};
-    return false;
-}
-
-bool QueryReader::ReadQuery(PortQuery &query) {
-    const std::size_t slash = text_.find('/');
-    const std::string_view ports = TrimBlanks(text_.substr(0, slash));
-    if (ports.empty()) {
-        return Fail({ports, "no port is named", "name a port, as in 80/tcp"});
+    bool ReadQuery(PortQuery &query) {
+        const std::size_t slash = text_.find('/');
+        const std::string_view ports = TrimBlanks(text_.substr(0, slash));
+        if (ports.empty()) {
+            return Fail({ports, "no port is named", "name a port, as in 80/tcp"});
+        }
+        bool good = true;
+        ForEachPiece(ports, [&](std::string_view item) {
+            PortRange range{};
+            good = good && ReadItem(item, range);
+            query.items.push_back(range);
+        });
+        if (slash == std::string_view::npos) {
+            query.protocols = TAVO_PROTO_BOTH;
+            return good;
+        }
+        return good && ReadProtocolWords(text_.substr(slash + 1), query.protocols);
     }
-    bool good = true;
-    ForEachPiece(ports, [&](std::string_view item) {
-        PortRange range{};
-        good = good && ReadItem(item, range);
-        query.items.push_back(range);
-    });
-    if (slash == std::string_view::npos) {
-        query.protocols = TAVO_PROTO_BOTH;
+
+    bool ReadProtocolWords(std::string_view words, std::uint32_t &protocols) {
+        bool good = true;
+        ForEachPiece(words, [&](std::string_view word) {
+            good = good && ReadProtocolWord(word, protocols);
+        });
         return good;
     }
-    return good && ReadProtocolWords(text_.substr(slash + 1), query.protocols);
-}
 
-bool QueryReader::ReadItem(std::string_view item, PortRange &range) {
-    if (item.empty()) {
-        return Fail({item, "a port is missing next to a comma", "remove the comma"});
-    }
-    const std::size_t colon = item.find(':');
-    if (colon == std::string_view::npos) {
-        return ReadPort(item, item, range.first) && ReadPort(item, item, range.last);
-    }
-    std::uint32_t start = 0;
-    std::uint32_t end = 0;
-    if (!ReadPort(item.substr(0, colon), item, start) ||
-        !ReadPort(item.substr(colon + 1), item, end)) {
+  private:
+    bool Fail(PieceProblem problem) {
+        problem_ = {static_cast<std::size_t>(problem.spot.data() - text_.data()) + 1,
+                    std::move(problem.message), std::move(problem.fix)};
         return false;
     }
-    range = {std::min(start, end), std::max(start, end)};
-    return true;
-}
 
-// One port number, alone or on one side of the range `item`.
-bool QueryReader::ReadPort(std::string_view number, std::string_view item, std::uint32_t &port) {
-    constexpr std::size_t kMostDigits = 5;
-    constexpr char kNamePorts[] = "name ports from 1 to 65535";
-    if (!IsNumber(number)) {
-        return Fail(WhyNoNumber(number, item));
+    bool ReadItem(std::string_view item, PortRange &range) {
+        if (item.empty()) {
+            return Fail({item, "a port is missing next to a comma", "remove the comma"});
+        }
+        const std::size_t colon = item.find(':');
+        const bool single = colon == std::string_view::npos;
+        std::uint32_t start = 0;
+        std::uint32_t end = 0;
+        const bool good = ReadPort(item.substr(0, colon), item, start) &&
+                          ReadPort(single ? item : item.substr(colon + 1), item, end);
+        range = {std::min(start, end), std::max(start, end)};
+        return good;
     }
-    const std::string_view digits = Significant(number);
-    port = digits.size() > kMostDigits ? kHighestPort + 1 : PortOf(digits);
-    if (port > kHighestPort) {
-        return Fail({number, "port " + Shortened(number) + " is above 65535", kNamePorts});
-    }
-    return port != 0 || Fail({number, "no service can be reached at port 0", kNamePorts});
-}
 
-bool QueryReader::ReadProtocolWords(std::string_view words, std::uint32_t &protocols) {
-    bool good = true;
-    ForEachPiece(words,
-                 [&](std::string_view word) { good = good && ReadProtocolWord(word, protocols); });
-    return good;
-}
+    // One port number, alone or on one side of the range `item`.
+    bool ReadPort(std::string_view number, std::string_view item, std::uint32_t &port) {
+        constexpr std::size_t kMostDigits = 5;
+        constexpr char kNamePorts[] = "name ports from 1 to 65535";
+        if (!IsNumber(number)) {
+            return Fail(WhyNoNumber(number, item));
+        }
+        const std::string_view digits = Significant(number);
+        port = digits.size() > kMostDigits ? kHighestPort + 1 : PortOf(digits);
+        if (port > kHighestPort) {
+            return Fail({number, "port " + Shortened(number) + " is above 65535", kNamePorts});
+        }
+        return port != 0 || Fail({number, "no service can be reached at port 0", kNamePorts});
+    }
 
-bool QueryReader::ReadProtocolWord(std::string_view word, std::uint32_t &protocols) {
-    if (word.empty()) {
-        return Fail({word, "a protocol is missing", kNameProtocols});
+    bool ReadProtocolWord(std::string_view word, std::uint32_t &protocols) {
+        if (word.empty()) {
+            return Fail({word, "a protocol is missing", kNameProtocols});
+        }
+        std::string copy(word);
+        const bool whole = copy.find('\0') == std::string::npos;
+        const int flags = TLIBServiceConfProtocolParse(copy.data());
+        if (flags < 0 || !whole) {
+            return Fail({word, Quoted(word) + " is not a protocol", kNameProtocols});
+        }
+        protocols |= static_cast<std::uint32_t>(flags);
+        return true;
     }
-    std::string copy(word);
-    const bool whole = copy.find('\0') == std::string::npos;
-    const int flags = TLIBServiceConfProtocolParse(copy.data());
-    if (flags < 0 || !whole) {
-        return Fail({word, Quoted(word) + " is not a protocol", kNameProtocols});
-    }
-    protocols |= static_cast<std::uint32_t>(flags);
-    return true;
-}
+
+    std::string_view text_;
+    QueryProblem &problem_;
+};
 
 }  // namespace
 
@@ -229,20 +185,31 @@ std::string PortsText(const PortRanges &ranges) {
 
 // ---- Free ports to suggest ----
 
-PortRanges NearestPorts(const PortRanges &set, std::size_t count, std::uint32_t near) {
-    PortRanges ports;
-    for (const std::uint32_t port : Nearest(set, count, 1, near)) {
-        ports.push_back({port, port});
+PortRanges NearestBlocks(const PortRanges &set, std::size_t count, std::size_t size,
+                         std::uint32_t near) {
+    // For each port, the number of consecutive ports of the set that start with it.
+    std::vector<std::size_t> rows(kHighestPort + 1, 0);
+    for (const PortRange &range : set) {
+        for (std::uint32_t port = range.first; port <= range.last; ++port) {
+            rows[port] = range.last - port + 1;
+        }
     }
-    return ports;
-}
-
-PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t near) {
-    PortRanges block;
-    for (const std::uint32_t first : Nearest(set, 1, size, near)) {
-        block.push_back({first, first + static_cast<std::uint32_t>(size) - 1});
+    PortRanges blocks;
+    const auto look_at = [&](std::uint32_t port) {
+        if (blocks.size() < count && rows[port] >= size) {
+            blocks.push_back({port, port + static_cast<std::uint32_t>(size) - 1});
+        }
+    };
+    for (std::uint32_t distance = 0; distance <= kHighestPort && blocks.size() < count;
+         ++distance) {
+        if (distance <= near) {
+            look_at(near - distance);
+        }
+        if (distance != 0 && near + distance <= kHighestPort) {
+            look_at(near + distance);
+        }
     }
-    return block;
+    return blocks;
 }
 
 std::string ReadEphemeralPorts(const std::string &path, PortRange &range) {
@@ -273,8 +240,10 @@ std::vector<std::string_view> ProtocolNames(std::uint32_t flags) {
 
 std::string ProtocolsText(std::uint32_t flags) {
     std::string text;
-    for (const std::string_view name : ProtocolNames(flags)) {
-        text.append(text.empty() ? "" : ",").append(name);
+    for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
+        if ((flags & static_cast<std::uint32_t>(row.nProto)) != 0) {
+            text.append(text.empty() ? "" : ",").append(row.szName);
+        }
     }
     return text;
 }
@@ -311,25 +280,21 @@ std::string QueryText(const PortQuery &query) {
 }
 
 bool ReadPortQuery(std::string_view text, PortQuery &query, QueryProblem &problem) {
-    QueryReader reader(text);
     PortQuery read;
-    if (!reader.ReadQuery(read)) {
-        problem = reader.Problem();
-        return false;
+    const bool good = QueryReader(text, problem).ReadQuery(read);
+    if (good) {
+        query = std::move(read);
     }
-    query = std::move(read);
-    return true;
+    return good;
 }
 
 bool ReadProtocols(std::string_view text, std::uint32_t &protocols, QueryProblem &problem) {
-    QueryReader reader(text);
     std::uint32_t read = 0;
-    if (!reader.ReadProtocolWords(text, read)) {
-        problem = reader.Problem();
-        return false;
+    const bool good = QueryReader(text, problem).ReadProtocolWords(text, read);
+    if (good) {
+        protocols = read;
     }
-    protocols = read;
-    return true;
+    return good;
 }
 
 }  // namespace tavo::tool

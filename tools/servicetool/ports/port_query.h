@@ -46,13 +46,10 @@ std::string PortsText(const PortRanges &ranges);
 
 // ---- Free ports to suggest ----
 
-// Up to `count` ports of a set, those nearest to `near` first. Of two ports at the same distance,
-// the lower one comes first.
-PortRanges NearestPorts(const PortRanges &set, std::size_t count, std::uint32_t near);
-
-// The block of `size` consecutive ports of a set whose first port is nearest to `near`; empty if
-// there is none.
-PortRanges NearestBlock(const PortRanges &set, std::size_t size, std::uint32_t near);
+// Up to `count` blocks of `size` consecutive ports of a set, which may overlap. Those whose first
+// port is nearest to `near` come first; of two at the same distance, the lower one.
+PortRanges NearestBlocks(const PortRanges &set, std::size_t count, std::size_t size,
+                         std::uint32_t near);
 
 // The range of ports for outgoing connections, over IPv4 and IPv6.
 inline constexpr char kEphemeralPorts[] = "/proc/sys/net/ipv4/ip_local_port_range";

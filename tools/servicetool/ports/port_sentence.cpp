@@ -131,28 +131,184 @@ constexpr SourceWords kSourceWords[] = {
 
 class Sentence {
   public:
-    Sentence(const PortAccount &account, bool as_root);
+    Sentence(const PortAccount &account, bool as_root)
+        : account_(account),
+          as_root_(as_root),
+          holders_(ProcessTexts(account.holders)),
+          declarers_(DeclarerTexts(account.declared)) {
+        for (const PortClaim *claim : account.forwarded) {
+            rules_.push_back(RuleText(*claim->declarer));
+        }
+        doubts_ = Doubts();
+    }
 
-    std::string Text() const;
+    std::string Text() const {
+        const auto &[number, protocol] = account_.target;
+        const std::string port = std::to_string(number) + '/' + ProtocolsText(protocol);
+        switch (account_.Verdict()) {
+            case PortVerdict::kFree:
+                return port + " is free: nobody declares it and nobody listens";
+            case PortVerdict::kUnknown:
+                return port + CannotTell();
+            default:
+                return port + WhoHasIt() + OtherHolders() + (doubts_.empty() ? "" : "; " + doubts_);
+        }
+    }
 
   private:
     bool HasFailed(int sources) const { return (account_.failed & sources) != 0; }
-    bool IsListenedTo() const;
 
-    std::string HeldClause(std::string_view link) const;
-    std::string Joined(const Texts &clauses) const;
-    std::string StrangersClause() const;
-    std::string Kinship() const;
-    std::string OtherHolders() const;
-    std::string Doubts() const;
-    std::string Remedy() const;
+    bool IsListenedTo() const {
+        return std::any_of(account_.held.begin(), account_.held.end(), [](const PortClaim *socket) {
+            return socket->process != nullptr && socket->Listens();
+        });
+    }
 
-    std::string Taken() const;
-    std::string DeclaredOnly() const;
-    std::string HeldOnly() const;
-    std::string ForwardedOnly() const;
-    std::string WhoHasIt() const;
-    std::string CannotTell() const;
+    bool MayBeHeld() const {
+        return account_.HasUnknownHolder() || HasFailed(TAVO_PORT_CHECK_RUNTIME);
+    }
+
+    // `link` is between the names of the holders and the verb.
+    std::string HeldClause(std::string_view link) const {
+        const bool one = holders_.size() == 1;
+        const std::string deed = IsListenedTo() ? one ? "listens on it" : "listen on it"
+                                 : one          ? "uses it for a connection"
+                                                : "use it for connections";
+        return FirstOf(holders_) + std::string(link) + deed;
+    }
+
+    // The last "and" is distinct from those between names.
+    std::string Joined(const Texts &clauses) const {
+        const bool has_lists = holders_.size() > 1 || declarers_.size() > 1 || rules_.size() > 1;
+        return Enumerated(clauses, has_lists ? ", and " : " and ");
+    }
+
+    // Subject and verb for the strangers; names them if only some of the holders are strangers.
+    std::string StrangersClause() const {
+        const std::size_t strangers = account_.strangers.size();
+        if (strangers < holders_.size()) {
+            return FirstOf(ProcessTexts(account_.strangers)) +
+                   (strangers == 1 ? " is not" : " are not");
+        }
+        return strangers == 1 ? "the program is not" : "none of these programs is";
+    }
+
+    // Whether the holders of the port belong to services that declare it.
+    std::string Kinship() const {
+        if (declarers_.empty() || holders_.empty()) {
+            return {};
+        }
+        const bool one_service = declarers_.size() == 1;
+        if (!account_.strangers.empty()) {
+            return "; " + StrangersClause() + " known to belong to " +
+                   (one_service ? "that service" : "any of these services");
+        }
+        const std::string same = one_service ? "the same service" : "one of these services";
+        if (account_.same_service) {
+            return "; by name, that is " + same;
+        }
+        return account_.HasUnknownHolder() ? "" : "; whether that is " + same + " is unknown";
+    }
+
+    // Mentions holders that cannot be inspected, if any.
+    std::string OtherHolders() const {
+        if (!account_.HasUnknownHolder()) {
+            return {};
+        }
+        return holders_.empty() ? "; its holder is unknown" + Remedy()
+                                : "; a process that cannot be inspected also holds it";
+    }
+
+    // The questions that are open because a source failed.
+    std::string Doubts() const {
+        Texts questions;
+        Texts names;
+        for (const SourceWords &words : kSourceWords) {
+            if (!HasFailed(words.source)) {
+                continue;
+            }
+            const bool more = words.question == kDeclaredQuestion && !declarers_.empty();
+            const std::string question(more ? "whether others declare it" : words.question);
+            names.emplace_back(words.name);
+            if (!Holds(questions, question)) {
+                questions.push_back(question);
+            }
+        }
+        return names.empty() ? ""
+                             : Enumerated(questions) + " is unknown because " + Enumerated(names) +
+                                   " cannot be read";
+    }
+
+    // Root can inspect every process, but not the holders of sockets of the kernel or of
+    // containers.
+    std::string Remedy() const {
+        if (account_.held.front()->state == kNoState) {
+            return ": the kernel does not report the owner of the socket";
+        }
+        return as_root_ ? ": it is the kernel or not visible here" : ": ask as root";
+    }
+
+    std::string Taken() const {
+        Texts clauses;
+        if (account_.IsReserved()) {
+            clauses.emplace_back("the system keeps it for itself");
+        }
+        if (!holders_.empty()) {
+            clauses.push_back(HeldClause(" "));
+        }
+        if (!declarers_.empty()) {
+            clauses.push_back(FirstOf(declarers_) +
+                              (declarers_.size() == 1 ? " declares it" : " declare it"));
+        }
+        if (!rules_.empty()) {
+            clauses.push_back(FirstOf(rules_) + (rules_.size() == 1 ? " names it" : " name it"));
+        }
+        return " is taken: " + Joined(clauses) + Kinship();
+    }
+
+    std::string DeclaredOnly() const {
+        Texts clauses = {"declared by " + FirstOf(declarers_)};
+        if (!rules_.empty()) {
+            clauses.push_back("named by " + FirstOf(rules_));
+        }
+        return " is " + Joined(clauses) + (MayBeHeld() ? "" : ", but nobody listens");
+    }
+
+    std::string HeldOnly() const {
+        const bool may_be_declared =
+            HasFailed(TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY);
+        return " is held by " + HeldClause(", which ") +
+               (may_be_declared ? "" : "; no service file declares it");
+    }
+
+    // A forwarded port without a listener may be correct: a rule names the ports of both sides for
+    // both protocols.
+    std::string ForwardedOnly() const {
+        Texts rules;
+        for (const PortClaim *claim : account_.forwarded) {
+            rules.push_back(DetailedRuleText(*claim->declarer));
+        }
+        return " is named by " + FirstOf(rules) + (MayBeHeld() ? "" : "; no process holds it");
+    }
+
+    std::string WhoHasIt() const {
+        const bool declared = !declarers_.empty();
+        const bool held = !holders_.empty();
+        const bool forwarded = !rules_.empty();
+        if (account_.IsReserved() || (held && (declared || forwarded))) {
+            return Taken();
+        }
+        return declared ? DeclaredOnly() : held ? HeldOnly() : ForwardedOnly();
+    }
+
+    std::string CannotTell() const {
+        if (!account_.HasUnknownHolder()) {
+            return ": " + doubts_;
+        }
+        const bool bound = account_.held.front()->state == kNoState;
+        return std::string(bound ? " is in use" : " is held") + ", but its holder is unknown" +
+               Remedy() + (doubts_.empty() ? "" : "; " + doubts_);
+    }
 
     const PortAccount &account_;
     bool as_root_;
@@ -161,178 +317,6 @@ class Sentence {
     Texts rules_;
     std::string doubts_;
 };
-
-Sentence::Sentence(const PortAccount &account, bool as_root)
-    : account_(account),
-      as_root_(as_root),
-      holders_(ProcessTexts(account.holders)),
-      declarers_(DeclarerTexts(account.declared)) {
-    for (const PortClaim *claim : account.forwarded) {
-        rules_.push_back(RuleText(*claim->declarer));
-    }
-    doubts_ = Doubts();
-}
-
-bool Sentence::IsListenedTo() const {
-    return std::any_of(account_.held.begin(), account_.held.end(), [](const PortClaim *socket) {
-        return socket->process != nullptr && socket->Listens();
-    });
-}
-
-// `link` is between the names of the holders and the verb.
-std::string Sentence::HeldClause(std::string_view link) const {
-    const bool one = holders_.size() == 1;
-    const std::string deed = IsListenedTo() ? one ? "listens on it" : "listen on it"
-                             : one          ? "uses it for a connection"
-                                            : "use it for connections";
-    return FirstOf(holders_) + std::string(link) + deed;
-}
-
-// The last "and" is distinct from those between names.
-std::string Sentence::Joined(const Texts &clauses) const {
-    const bool has_lists = holders_.size() > 1 || declarers_.size() > 1 || rules_.size() > 1;
-    return Enumerated(clauses, has_lists ? ", and " : " and ");
-}
-
-// Subject and verb for the strangers; names them if only some of the holders are strangers.
-std::string Sentence::StrangersClause() const {
-    const std::size_t strangers = account_.strangers.size();
-    if (strangers < holders_.size()) {
-        return FirstOf(ProcessTexts(account_.strangers)) +
-               (strangers == 1 ? " is not" : " are not");
-    }
-    return strangers == 1 ? "the program is not" : "none of these programs is";
-}
-
-// Whether the holders of the port belong to services that declare it.
-std::string Sentence::Kinship() const {
-    if (declarers_.empty() || holders_.empty()) {
-        return {};
-    }
-    const bool one_service = declarers_.size() == 1;
-    if (!account_.strangers.empty()) {
-        return "; " + StrangersClause() + " known to belong to " +
-               (one_service ? "that service" : "any of these services");
-    }
-    const std::string same = one_service ? "the same service" : "one of these services";
-    if (account_.same_service) {
-        return "; by name, that is " + same;
-    }
-    return account_.HasUnknownHolder() ? "" : "; whether that is " + same + " is unknown";
-}
-
-// Mentions holders that cannot be inspected, if any.
-std::string Sentence::OtherHolders() const {
-    if (!account_.HasUnknownHolder()) {
-        return {};
-    }
-    return holders_.empty() ? "; its holder is unknown" + Remedy()
-                            : "; a process that cannot be inspected also holds it";
-}
-
-// The questions that are open because a source failed.
-std::string Sentence::Doubts() const {
-    Texts questions;
-    Texts names;
-    for (const SourceWords &words : kSourceWords) {
-        if (!HasFailed(words.source)) {
-            continue;
-        }
-        const bool more = words.question == kDeclaredQuestion && !declarers_.empty();
-        const std::string question(more ? "whether others declare it" : words.question);
-        names.emplace_back(words.name);
-        if (!Holds(questions, question)) {
-            questions.push_back(question);
-        }
-    }
-    return names.empty() ? ""
-                         : Enumerated(questions) + " is unknown because " + Enumerated(names) +
-                               " cannot be read";
-}
-
-// Root can inspect every process, but not the holders of sockets of the kernel or of containers.
-std::string Sentence::Remedy() const {
-    if (account_.held.front()->state == kNoState) {
-        return ": the kernel does not report the owner of the socket";
-    }
-    return as_root_ ? ": it is the kernel or not visible here" : ": ask as root";
-}
-
-std::string Sentence::Taken() const {
-    Texts clauses;
-    if (account_.IsReserved()) {
-        clauses.emplace_back("the system keeps it for itself");
-    }
-    if (!holders_.empty()) {
-        clauses.push_back(HeldClause(" "));
-    }
-    if (!declarers_.empty()) {
-        clauses.push_back(FirstOf(declarers_) +
-                          (declarers_.size() == 1 ? " declares it" : " declare it"));
-    }
-    if (!rules_.empty()) {
-        clauses.push_back(FirstOf(rules_) + (rules_.size() == 1 ? " names it" : " name it"));
-    }
-    return " is taken: " + Joined(clauses) + Kinship();
-}
-
-std::string Sentence::DeclaredOnly() const {
-    Texts clauses = {"declared by " + FirstOf(declarers_)};
-    if (!rules_.empty()) {
-        clauses.push_back("named by " + FirstOf(rules_));
-    }
-    const bool may_be_held = account_.HasUnknownHolder() || HasFailed(TAVO_PORT_CHECK_RUNTIME);
-    return " is " + Joined(clauses) + (may_be_held ? "" : ", but nobody listens");
-}
-
-std::string Sentence::HeldOnly() const {
-    const bool may_be_declared = HasFailed(TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY);
-    return " is held by " + HeldClause(", which ") +
-           (may_be_declared ? "" : "; no service file declares it");
-}
-
-// A forwarded port without a listener may be correct: a rule names the ports of both sides for both
-// protocols.
-std::string Sentence::ForwardedOnly() const {
-    Texts rules;
-    for (const PortClaim *claim : account_.forwarded) {
-        rules.push_back(DetailedRuleText(*claim->declarer));
-    }
-    const bool may_be_held = account_.HasUnknownHolder() || HasFailed(TAVO_PORT_CHECK_RUNTIME);
-    return " is named by " + FirstOf(rules) + (may_be_held ? "" : "; no process holds it");
-}
-
-std::string Sentence::WhoHasIt() const {
-    const bool declared = !declarers_.empty();
-    const bool held = !holders_.empty();
-    const bool forwarded = !rules_.empty();
-    if (account_.IsReserved() || (held && (declared || forwarded))) {
-        return Taken();
-    }
-    return declared ? DeclaredOnly() : held ? HeldOnly() : ForwardedOnly();
-}
-
-std::string Sentence::CannotTell() const {
-    if (!account_.HasUnknownHolder()) {
-        return ": " + doubts_;
-    }
-    const bool bound = account_.held.front()->state == kNoState;
-    return std::string(bound ? " is in use" : " is held") + ", but its holder is unknown" +
-           Remedy() + (doubts_.empty() ? "" : "; " + doubts_);
-}
-
-std::string Sentence::Text() const {
-    const auto &[number, protocol] = account_.target;
-    const std::string port = std::to_string(number) + '/' + ProtocolsText(protocol);
-    switch (account_.Verdict()) {
-        case PortVerdict::kFree:
-            return port + " is free: nobody declares it and nobody listens";
-        case PortVerdict::kUnknown:
-            return port + CannotTell();
-        default:
-            return port + WhoHasIt() + OtherHolders() + (doubts_.empty() ? "" : "; " + doubts_);
-    }
-}
 
 }  // namespace
 

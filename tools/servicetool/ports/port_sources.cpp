@@ -8,7 +8,6 @@
 
 #include "input/service_file.h"
 #include "output/text.h"
-#include "ports/source_failure.h"
 #include "support/service_directory.h"
 
 namespace tavo::tool {
@@ -16,17 +15,6 @@ namespace {
 
 // The most declarers in a line of a table.
 constexpr std::size_t kMostDeclarers = 5;
-
-// "system/FILE" or "package/FILE".
-std::string FolderAndName(std::string_view path) {
-    for (const ServiceFolder &folder : kServiceFolders) {
-        const std::string_view directory = folder.path;
-        if (path.starts_with(directory)) {
-            return folder.name + std::string(path.substr(directory.size()));
-        }
-    }
-    return std::string(path);
-}
 
 struct TextOrder {
     bool operator()(const PortDeclarer &a, const PortDeclarer &b) const {
@@ -106,6 +94,16 @@ std::vector<std::string_view> SourceNames(int sources) {
 
 // ---- Declarers ----
 
+std::string FolderAndName(std::string_view path) {
+    for (const ServiceFolder &folder : kServiceFolders) {
+        const std::string_view directory = folder.path;
+        if (path.starts_with(directory)) {
+            return folder.name + std::string(path.substr(directory.size()));
+        }
+    }
+    return std::string(path);
+}
+
 std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b) {
     for (const auto text :
          {&PortDeclarer::name, &PortDeclarer::file, &PortDeclarer::entry, &PortDeclarer::title,
@@ -183,9 +181,7 @@ std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &request
 }
 
 PortAnswer PortSources::Ask(const PortQuery &query, const SkippedNames &skipped) {
-    std::vector<PortAnswer> answers = Ask({{query, skipped}});
-    PortAnswer answer = std::move(answers.front());
-    return answer;
+    return std::move(Ask({{query, skipped}}).front());
 }
 
 std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, PortConflicts &found) {
@@ -225,7 +221,7 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
     // A service that is left out of a file declares nothing, so it is only a warning.
     const bool files_known =
         source != TAVO_PORT_CHECK_FW_SERVICE ||
-        !TellOmissions(ExplainOmissions(found.Services()->report, {}, Severity::kWarning), report_);
+        !TellOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_);
     for (int &sources : failed) {
         sources |= files_known ? 0 : source;
     }
@@ -243,7 +239,7 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
         // A file that was already reported as unreadable is not reported again.
         if ((first || !rules) &&
             (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
-            Tell(failure);
+            Tell(WhyUnknown(failure));
         }
     }
     if (rules && !any) {
@@ -254,15 +250,11 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
 void PortSources::TellIgnoredLines(int source) {
     Diagnostic finding;
     if (FindIgnoredLines(source, finding)) {
-        TellOnce(std::move(finding));
+        Tell(std::move(finding));
     }
 }
 
-void PortSources::Tell(const SourceFailure &failure) {
-    TellOnce(WhyUnknown(failure));
-}
-
-void PortSources::TellOnce(Diagnostic diagnostic) {
+void PortSources::Tell(Diagnostic diagnostic) {
     if (reported_.insert(DiagnosticText(diagnostic, false, 0)).second) {
         report_.Tell(std::move(diagnostic));
     }

@@ -52,6 +52,9 @@ inline std::string_view OrEmpty(const char *text) {
     return text == nullptr ? std::string_view() : text;
 }
 
+// "system/FILE" or "package/FILE" for a path in a service folder; any other path is unchanged.
+std::string FolderAndName(std::string_view path);
+
 // Orders declarers by their texts.
 std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b);
 
@@ -127,18 +130,32 @@ class PortSources {
     // The same as records of the engine; returns the sources that failed for each request.
     std::vector<int> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
 
-    // Reports a failure.
-    void Tell(const SourceFailure &failure);
+    // Reports a diagnostic, once.
+    void Tell(Diagnostic diagnostic);
 
   private:
     void AddFailures(int source, const PortConflicts &found, std::vector<int> &failed);
     void TellIgnoredLines(int source);
-    void TellOnce(Diagnostic diagnostic);
 
     int sources_;
     Report &report_;
     std::set<std::string> reported_;
 };
+
+// ---- Failures, defined in source_failure.cpp ----
+
+// The failure as a diagnostic, with its position in the file if it has one.
+Diagnostic WhyUnknown(const SourceFailure &failure);
+
+// Finds lines that the readers of the rules or the settings silently ignore. `source` is one of
+// TAVO_PORT_CHECK_*. Returns false if there is nothing to report.
+bool FindIgnoredLines(int source, Diagnostic &finding);
+
+// Why a built-in service is left out of the catalogue; `code` is the error code of its reading, 0
+// if its settings are absent or invalid.
+Diagnostic WhyLeftOut(const std::string &service, unsigned int code);
+
+// ---- Output ----
 
 // One line per taken port or range and source, without duplicate lines.
 class ConflictTable {

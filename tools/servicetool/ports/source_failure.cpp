@@ -1,7 +1,5 @@
 // The engine reports the source, the declarer and the kind of failure. This adds the line of the
 // file, for the caret below it, and the system's error text for a file that cannot be read.
-#include "ports/source_failure.h"
-
 #include <sys/stat.h>
 
 #include <algorithm>
