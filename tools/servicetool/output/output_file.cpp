@@ -48,11 +48,6 @@ class StagedFile {
     Descriptor file_;
 };
 
-bool IsLink(const std::string &path) {
-    struct stat link = {};
-    return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode);
-}
-
 // The mode of a new file, the same as for a redirection by the shell.
 mode_t NewMode() {
     constexpr mode_t kEverybody = 0666;
@@ -114,7 +109,8 @@ std::string WriteWholeFile(const std::string &path, std::string_view text) {
     } else if (errno != ENOENT) {
         reason = ErrorText(errno);
     } else {
-        reason = IsLink(path) ? "dangling symbolic link" : PutFile(path, nullptr, text);
+        const bool is_link = lstat(path.c_str(), &old) == 0 && S_ISLNK(old.st_mode);
+        reason = is_link ? "dangling symbolic link" : PutFile(path, nullptr, text);
     }
     return reason.empty() ? "" : consequence + reason;
 }
