@@ -8,7 +8,7 @@
 
 #include "lint/lint.h"
 #include "lint_oracle.h"
-#include "output/diagnostic.h"
+#include "output/report.h"
 
 namespace {
 

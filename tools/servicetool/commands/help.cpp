@@ -36,11 +36,6 @@ std::string OptionLine(const Option &option) {
     return Line(term, option.help);
 }
 
-std::string OperandLine(const Operand &operand) {
-    return Line(std::string(operand.value.name) + (operand.TakesMany() ? " ..." : ""),
-                operand.help);
-}
-
 std::string UsageOf(const Operand &operand) {
     const std::string name(operand.value.name);
     switch (operand.count) {
@@ -68,7 +63,8 @@ std::string HelpOfCommand(const Command &command) {
     std::string operands;
     for (const Operand &operand : command.operands) {
         usage += ' ' + UsageOf(operand);
-        operands += OperandLine(operand);
+        operands += Line(std::string(operand.value.name) + (operand.TakesMany() ? " ..." : ""),
+                         operand.help);
     }
     return std::string(command.summary) + '\n' + usage + "\n\n" +
            (operands.empty() ? "" : "Arguments:\n" + operands + '\n') + "Options:\n" +

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -45,12 +46,10 @@ FileContents Problem(std::string text) {
 // The result for a path that stat failed on with `error`.
 FileContents MissingFile(const std::string &path, int error) {
     struct stat link {};
-    if (lstat(path.c_str(), &link) != 0) {
-        const bool absent = IsAbsence(error) && IsAbsence(errno);
-        return {{}, ErrorText(error), absent};
-    }
-    return Problem(S_ISLNK(link.st_mode) && error == ENOENT ? "is a dangling symbolic link"
-                                                            : ErrorText(error));
+    const bool found = lstat(path.c_str(), &link) == 0;
+    const bool absent = !found && IsAbsence(error) && IsAbsence(errno);
+    const bool dangling = found && S_ISLNK(link.st_mode) && error == ENOENT;
+    return {{}, dangling ? "is a dangling symbolic link" : ErrorText(error), absent};
 }
 
 FileContents ReadAll(int descriptor) {
@@ -90,20 +89,17 @@ FileContents ReadRegularFile(const std::string &path) {
     if (stat(path.c_str(), &status) != 0) {
         return MissingFile(path, errno);
     }
-    if (!S_ISREG(status.st_mode)) {
-        return Problem(KindProblem(status.st_mode));
+    Descriptor file;
+    if (S_ISREG(status.st_mode)) {
+        file.Reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        if (!file.IsOpen()) {
+            return MissingFile(path, errno);
+        }
+        if (fstat(file.Get(), &status) != 0) {
+            return Problem(ErrorText(errno));
+        }
     }
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!file.IsOpen()) {
-        return MissingFile(path, errno);
-    }
-    if (fstat(file.Get(), &status) != 0) {
-        return Problem(ErrorText(errno));
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return Problem(KindProblem(status.st_mode));
-    }
-    return ReadAll(file.Get());
+    return S_ISREG(status.st_mode) ? ReadAll(file.Get()) : Problem(KindProblem(status.st_mode));
 }
 
 // Unlike a FILE, standard input may be a pipe or a terminal.
@@ -113,6 +109,11 @@ FileContents ReadStandardInput() {
         return Problem(KindProblem(status.st_mode));
     }
     return ReadAll(STDIN_FILENO);
+}
+
+std::string RealPathOf(const std::string &path) {
+    std::error_code error;
+    return std::filesystem::canonical(path, error);
 }
 
 // Checks errno at the end, because readdir returns null both at the end and after an error. The

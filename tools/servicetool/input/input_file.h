@@ -34,6 +34,9 @@ FileContents ReadRegularFile(const std::string &path);
 // Reads standard input to its end.
 FileContents ReadStandardInput();
 
+// The path without symbolic links; "" if there is none, as for standard input.
+std::string RealPathOf(const std::string &path);
+
 // The names of all entries of a folder, sorted. Returns nullopt with errno set if it cannot be
 // listed.
 std::optional<std::vector<std::string>> NamesIn(const std::string &folder);

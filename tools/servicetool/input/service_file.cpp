@@ -83,18 +83,16 @@ void ExplainFile(std::span<const LeftOut> left_out, const std::vector<std::strin
         file.problem = "changed while it was read";
         omissions.any_change = true;
     }
-    std::vector<Diagnostic> reasons;
     if (file.problem.empty()) {
-        reasons = WhyLeftOut(file, names, severity);
+        for (Diagnostic &reason : WhyLeftOut(file, names, severity)) {
+            omissions.diagnostics.push_back(std::move(reason));
+        }
     } else {
-        reasons.push_back({.file = file.name,
-                           .severity = IsWholeFile(left_out) ? Severity::kError : severity,
-                           .rule = "unreadable",
-                           .message = file.problem});
-    }
-    for (Diagnostic &reason : reasons) {
-        omissions.any_error = omissions.any_error || reason.severity == Severity::kError;
-        omissions.diagnostics.push_back(std::move(reason));
+        omissions.diagnostics.push_back(
+            {.file = file.name,
+             .severity = IsWholeFile(left_out) ? Severity::kError : severity,
+             .rule = "unreadable",
+             .message = file.problem});
     }
 }
 
@@ -155,11 +153,6 @@ const ServiceFolder *ServiceFolderOf(const std::string &path) {
     return nullptr;
 }
 
-std::string RealPathOf(const std::string &path) {
-    std::error_code error;
-    return std::filesystem::canonical(path, error);
-}
-
 ServiceFiles ReadServiceFolders(int selector) {
     ServiceFiles read;
     TAVO_SERVICE_CONF *list = nullptr;
@@ -207,7 +200,6 @@ Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::str
             omissions.diagnostics.push_back({.file = first->folder->path,
                                              .rule = "unreadable",
                                              .message = ErrorText(first->error)});
-            omissions.any_error = true;
         }
         first = next;
     }
@@ -215,10 +207,12 @@ Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::str
 }
 
 bool TellOmissions(Omissions omissions, Report &report) {
+    bool any_error = false;
     for (Diagnostic &diagnostic : omissions.diagnostics) {
+        any_error = any_error || diagnostic.severity == Severity::kError;
         report.Tell(std::move(diagnostic));
     }
-    return omissions.any_error;
+    return any_error;
 }
 
 std::vector<Diagnostic> WhyLeftOut(const LintedFile &file, const std::vector<std::string> &names,

@@ -24,9 +24,6 @@ std::vector<ServiceFolder> ServiceFolders(int selector);
 // The service folder that contains the path; null if none does.
 const ServiceFolder *ServiceFolderOf(const std::string &path);
 
-// The path without symbolic links; "" if there is none, as for standard input.
-std::string RealPathOf(const std::string &path);
-
 // What the library read in service folders.
 struct ServiceFiles {
     ReadingReport report;
@@ -48,7 +45,6 @@ std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions);
 // What a reading leaves out.
 struct Omissions {
     std::vector<Diagnostic> diagnostics;
-    bool any_error = false;
     bool any_change = false;  // a file was changed between the reading and lint
 };
 

@@ -260,16 +260,15 @@ void Linter::CheckOther(const ConfigLine &line) {
     if (nul != std::string_view::npos) {
         findings_.Add(Rule("nul-byte"), line, line.text.substr(nul),
                       "a line that contains a NUL byte is not read");
-    } else if (trimmed.front() == '[') {
-        findings_.Add(Rule("stray-line"), line, trimmed,
-                      "a section header ends with \"]\"; this line does not and is not read");
-    } else if (trimmed.front() == '=') {
-        findings_.Add(Rule("stray-line"), line, trimmed,
-                      "there is no key before the \"=\", so the line is not read");
-    } else {
-        findings_.Add(Rule("stray-line"), line, trimmed,
-                      "neither a comment, a section nor key=value, so the line is not read");
+        return;
     }
+    const char *message = "neither a comment, a section nor key=value, so the line is not read";
+    if (trimmed.front() == '[') {
+        message = "a section header ends with \"]\"; this line does not and is not read";
+    } else if (trimmed.front() == '=') {
+        message = "there is no key before the \"=\", so the line is not read";
+    }
+    findings_.Add(Rule("stray-line"), line, trimmed, message);
 }
 
 }  // namespace

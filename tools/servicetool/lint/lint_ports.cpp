@@ -46,7 +46,19 @@ class PortList {
   public:
     PortList(const ConfigLine &line, Findings &findings) : line_(line), findings_(findings) {}
 
-    void Check();
+    void Check() {
+        const std::size_t slash = line_.value.find('/');
+        const std::string_view ports = TrimBlanks(line_.value.substr(0, slash));
+        if (ports.empty()) {
+            Add(Rule("empty-port-item"), ports, "the port list is empty",
+                "name a port, as in 80/tcp, or remove the key");
+        } else {
+            ForEachPiece(ports, [this](std::string_view item) { CheckItem(item); });
+        }
+        if (slash != std::string_view::npos) {
+            CheckProtocols(TrimBlanks(line_.value.substr(slash + 1)));
+        }
+    }
 
   private:
     void Add(const LintRule &rule, std::string_view spot, std::string message,
@@ -54,91 +66,75 @@ class PortList {
         findings_.Add(rule, line_, spot, std::move(message), std::move(fix));
     }
 
-    void CheckItem(std::string_view text);
-    bool CheckNumber(std::string_view number, std::string_view item);
-    void CheckProtocols(std::string_view protocols);
+    void CheckItem(std::string_view text) {
+        if (text.empty()) {
+            Add(Rule("empty-port-item"), text, "a port is missing next to a comma",
+                "remove the comma");
+            return;
+        }
+        const Item item = Split(text);
+        const bool start_ok = CheckNumber(item.start, text);
+        const bool end_ok = !item.is_range || CheckNumber(item.end, text);
+        if (!start_ok || !end_ok) {
+            return;
+        }
+        const PortRange range = item.Range();
+        const std::string ports = std::to_string(range.first) + ':' + std::to_string(range.last);
+        if (!item.is_range && range.first == 0) {
+            Add(Rule("port-zero"), text, "no service can be reached at port 0");
+        }
+        if (PortOf(item.start) > PortOf(item.end)) {
+            Add(Rule("reversed-range"), text, "the range starts above its end", "write " + ports);
+        }
+        if (named_.FirstIn(range)) {
+            Add(Rule("duplicate-port"), text,
+                item.is_range ? "ports of the range " + ports + " are named twice"
+                              : "port " + PortsText(range) + " is named twice",
+                item.is_range ? "" : "remove it");
+        }
+        named_.Add(range);
+    }
+
+    // One port number, alone or on one side of the range `item`.
+    bool CheckNumber(std::string_view number, std::string_view item) {
+        if (IsPort(number)) {
+            const std::string read = std::to_string(PortOf(number));
+            if (Significant(number) != read) {
+                Add(Rule("port-wrap"), number, Quoted(number) + " is read as port " + read,
+                    "write " + read);
+            }
+            return true;
+        }
+        if (IsNumber(number)) {
+            Add(Rule("port-range"), number, "port " + Shortened(number) + " is above 65535");
+        } else {
+            PieceProblem problem = WhyNoNumber(number, item);
+            Add(Rule("port-syntax"), problem.spot, std::move(problem.message),
+                std::move(problem.fix));
+        }
+        return false;
+    }
+
+    // No words after the slash mean both protocols; an empty word among others is an error.
+    void CheckProtocols(std::string_view protocols) {
+        if (protocols.empty()) {
+            return;
+        }
+        ForEachPiece(protocols, [this](std::string_view word) {
+            std::string copy(word);
+            if (copy.empty() || TLIBServiceConfProtocolParse(copy.data()) < 0) {
+                Add(Rule("protocol-word"), word,
+                    word.empty() ? "a protocol is missing next to a comma"
+                                 : Quoted(word) + " is not a protocol",
+                    "write tcp, udp or tcp,udp");
+            }
+        });
+    }
 
     const ConfigLine &line_;
     Findings &findings_;
     PortSet named_;  // by the items checked so far
 };
-
-void PortList::Check() {
-    const std::size_t slash = line_.value.find('/');
-    const std::string_view ports = TrimBlanks(line_.value.substr(0, slash));
-    if (ports.empty()) {
-        Add(Rule("empty-port-item"), ports, "the port list is empty",
-            "name a port, as in 80/tcp, or remove the key");
-    } else {
-        ForEachPiece(ports, [this](std::string_view item) { CheckItem(item); });
-    }
-    if (slash != std::string_view::npos) {
-        CheckProtocols(TrimBlanks(line_.value.substr(slash + 1)));
-    }
-}
-
-void PortList::CheckItem(std::string_view text) {
-    if (text.empty()) {
-        Add(Rule("empty-port-item"), text, "a port is missing next to a comma", "remove the comma");
-        return;
-    }
-    const Item item = Split(text);
-    const bool start_ok = CheckNumber(item.start, text);
-    const bool end_ok = !item.is_range || CheckNumber(item.end, text);
-    if (!start_ok || !end_ok) {
-        return;
-    }
-    const PortRange range = item.Range();
-    const std::string ports = std::to_string(range.first) + ':' + std::to_string(range.last);
-    if (!item.is_range && range.first == 0) {
-        Add(Rule("port-zero"), text, "no service can be reached at port 0");
-    }
-    if (PortOf(item.start) > PortOf(item.end)) {
-        Add(Rule("reversed-range"), text, "the range starts above its end", "write " + ports);
-    }
-    if (named_.FirstIn(range)) {
-        Add(Rule("duplicate-port"), text,
-            item.is_range ? "ports of the range " + ports + " are named twice"
-                          : "port " + PortsText(range) + " is named twice",
-            item.is_range ? "" : "remove it");
-    }
-    named_.Add(range);
-}
-
-// One port number, alone or on one side of the range `item`.
-bool PortList::CheckNumber(std::string_view number, std::string_view item) {
-    if (IsPort(number)) {
-        const std::string read = std::to_string(PortOf(number));
-        if (Significant(number) != read) {
-            Add(Rule("port-wrap"), number, Quoted(number) + " is read as port " + read,
-                "write " + read);
-        }
-        return true;
-    }
-    if (IsNumber(number)) {
-        Add(Rule("port-range"), number, "port " + Shortened(number) + " is above 65535");
-    } else {
-        PieceProblem problem = WhyNoNumber(number, item);
-        Add(Rule("port-syntax"), problem.spot, std::move(problem.message), std::move(problem.fix));
-    }
-    return false;
-}
-
-// No words after the slash mean both protocols; an empty word among others is an error.
-void PortList::CheckProtocols(std::string_view protocols) {
-    if (protocols.empty()) {
-        return;
-    }
-    ForEachPiece(protocols, [this](std::string_view word) {
-        std::string copy(word);
-        if (copy.empty() || TLIBServiceConfProtocolParse(copy.data()) < 0) {
-            Add(Rule("protocol-word"), word,
-                word.empty() ? "a protocol is missing next to a comma"
-                             : Quoted(word) + " is not a protocol",
-                "write tcp, udp or tcp,udp");
-        }
-    });
-}
 
 }  // namespace
 

@@ -11,7 +11,6 @@
 #include <cstdlib>
 
 #include "base/descriptor.h"
-#include "base/owners.h"
 #include "input/input_file.h"
 
 namespace tavo::tool {
@@ -48,17 +47,6 @@ class StagedFile {
     std::string path_;
     Descriptor file_;
 };
-
-// The target of symbolic links.
-std::string FollowLinks(const std::string &path) {
-    const MallocPtr<char> real(realpath(path.c_str(), nullptr));
-    return real == nullptr ? path : real.get();
-}
-
-bool IsLink(const std::string &path) {
-    struct stat link = {};
-    return lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode);
-}
 
 // The mode of a new file, the same as for a redirection by the shell.
 mode_t NewMode() {
@@ -114,14 +102,15 @@ std::string WriteWholeFile(const std::string &path, std::string_view text) {
     if (stat(path.c_str(), &old) == 0) {
         if (S_ISREG(old.st_mode)) {
             consequence = "cannot be written and is unchanged: ";
-            reason = PutFile(FollowLinks(path), &old, text);
+            reason = PutFile(RealPathOf(path), &old, text);
         } else {
             reason = WriteTo(path, text);
         }
     } else if (errno != ENOENT) {
         reason = ErrorText(errno);
     } else {
-        reason = IsLink(path) ? "dangling symbolic link" : PutFile(path, nullptr, text);
+        const bool is_link = lstat(path.c_str(), &old) == 0 && S_ISLNK(old.st_mode);
+        reason = is_link ? "dangling symbolic link" : PutFile(path, nullptr, text);
     }
     return reason.empty() ? "" : consequence + reason;
 }

@@ -10,10 +10,43 @@
 #include <string_view>
 #include <vector>
 
-#include "output/diagnostic.h"
 #include "output/json.h"
 
 namespace tavo::tool {
+
+// ---- Diagnostics about a position in a file, or about a target as a whole
+
+enum class Severity { kError, kWarning };
+
+std::string_view SeverityName(Severity severity);
+
+// A line of a file to print below a diagnostic, not escaped; a long line is cut around the spot.
+struct SourceLine {
+    std::string text;
+    std::size_t spot = 0;  // offset in `text` of the caret
+    bool cut_before = false;
+    bool cut_after = false;
+};
+
+SourceLine AroundSpot(std::string_view line, std::size_t spot);
+
+// Texts are not escaped; they are escaped when they are printed.
+struct Diagnostic {
+    std::string file = {};   // empty: not about a file
+    std::size_t line = 0;    // from 1; 0: the whole file
+    std::size_t column = 0;  // from 1, in bytes
+    Severity severity = Severity::kError;
+    std::string rule = {};     // stable name of the kind of diagnostic
+    std::string message = {};  // lower case, no full stop
+    std::string fix = {};      // empty: no suggestion
+    SourceLine source = {};    // only used if `line` is set
+};
+
+// Returns "FILE:LINE:COLUMN: error: MESSAGE [RULE]", the line with a caret below the spot, and the
+// fix. The line is cut around the spot to fit into `columns` columns of a terminal.
+std::string DiagnosticText(const Diagnostic &diagnostic, bool colour, std::size_t columns);
+
+// ---- The report of a command
 
 enum class Status : int {
     kOk = 0,      // success; for queries: free, valid, found

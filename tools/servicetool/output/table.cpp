@@ -14,11 +14,6 @@ constexpr std::string_view kCut = "...";
 // A narrower cut would be useless, so the line may then wrap instead.
 constexpr std::size_t kLeastColumns = 8;
 
-void AppendCut(std::string &text, std::string_view cell, std::size_t columns) {
-    text += FirstColumns(cell, columns - kCut.size());
-    text += kCut;
-}
-
 }  // namespace
 
 Table::Table(const std::vector<std::string> &header) : columns_(header.size()) {
@@ -71,11 +66,9 @@ std::string Table::Text(bool header, std::size_t columns) const {
             text += cell;
             text.append(widths[column] - cells_[number].width + kGap, ' ');
         } else if (columns == 0 || cells_[number].width <= room) {
-            text += cell;
-            text += '\n';
+            text.append(cell) += '\n';
         } else {
-            AppendCut(text, cell, room);
-            text += '\n';
+            text.append(FirstColumns(cell, room - kCut.size())).append(kCut) += '\n';
         }
     }
     return text;

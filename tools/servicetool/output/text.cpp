@@ -32,10 +32,6 @@ constexpr std::array<Shape, 4> kShapes = {{
     {0xF8, 0xF0, 4, 0x10000},
 }};
 
-bool IsScalar(char32_t code) {
-    return code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
-}
-
 // "\\x1b": a code as `format` prints it.
 std::string HexEscape(const char *format, char32_t code) {
     char escape[sizeof("\\U0010ffff")];
@@ -135,7 +131,9 @@ Character FirstCharacter(std::string_view text) {
         }
         code = code << 6 | (static_cast<unsigned char>(c) & 0x3F);
     }
-    return code < shape->least || !IsScalar(code) ? bad : Character{shape->size, code, true};
+    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+    const bool valid = code >= shape->least && code <= 0x10FFFF && !surrogate;
+    return valid ? Character{shape->size, code, true} : bad;
 }
 
 bool IsContinuation(char c) {
