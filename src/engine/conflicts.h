@@ -72,7 +72,7 @@ struct SourceFailure {
     const char *text = nullptr;
 };
 
-class PortConflicts : private FileVisitor {
+class PortConflicts final : private FileVisitor {
   public:
     // Answers the questions. Their texts are not used after the call. May be called once only.
     // Returns false when out of memory; the records are then incomplete, and no port may be assumed

@@ -103,7 +103,7 @@ void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string
 
 // Reads all services. Of those in files it keeps only what is printed, because an appliance has
 // thousands.
-class ServiceReading : private FileVisitor {
+class ServiceReading final : private FileVisitor {
   public:
     ServiceReading(const std::vector<std::string> &wanted, bool json)
         : wanted_(wanted), json_(json) {
