@@ -72,7 +72,7 @@ struct SourceFailure {
     const char *text = nullptr;
 };
 
-class PortConflicts : private FileVisitor {
+class PortConflicts {
   public:
     // Answers the questions. Their texts are not used after the call. May be called once only.
     // Returns false when out of memory; the records are then incomplete, and no port may be assumed
@@ -90,6 +90,8 @@ class PortConflicts : private FileVisitor {
     const ReadingReport *Services() const { return services_ ? &services_->report : nullptr; }
 
   private:
+    class FileComparison;
+
     // A range of a question.
     struct Asked {
         Range range;
@@ -120,7 +122,6 @@ class PortConflicts : private FileVisitor {
     void CompareRule(const ForwardingRule &rule, const char *file);
     void AddOmissions(const ReadingReport &report);
     void ReadServices();
-    void Visit(const ServiceFileRecord &file) override;
     bool IsSkippedFirst(const char *service) const;
     void CompareSection(const TAVO_SERVICE_CONF_SECTION &section, const char *file);
     void ReadSettings();

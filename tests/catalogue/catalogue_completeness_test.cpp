@@ -201,6 +201,31 @@ TEST_F(Catalogue, HasTheBuiltInServicesAndTheSectionsOfEachFile) {
     EXPECT_EQ(built_in.back(), "telnet");
 }
 
+// Keeps one line for each visited file.
+class Visits final : public FileVisitor {
+  public:
+    void Visit(const ServiceFileRecord &file) override {
+        lines_.push_back(file.path + std::string(": ") + file.conf->pSections->szName);
+    }
+    const std::vector<std::string> &Lines() const { return lines_; }
+
+  private:
+    std::vector<std::string> lines_;
+};
+
+TEST_F(Catalogue, PassesEachFileToTheVisitorAndKeepsNone) {
+    const std::string a = Install("a.sc", Section("a", "80"));
+    const std::string bad = Install("b.sc", Section("b", "80x"));
+    const std::string c = Install("c.sc", Section("c", "81") + Section("d e", "82"));
+    Visits visits;
+    const DeclaredServices declared = ReadDeclaredServices(&visits);
+    EXPECT_THAT(visits.Lines(), ElementsAre(a + ": a", c + ": c"));
+    EXPECT_EQ(declared.files, nullptr);
+    EXPECT_THAT(SectionsByFile(declared.report), ElementsAre(a + ":", bad + ":", c + ":"));
+    EXPECT_EQ(declared.report.Omissions().Count(), 3U);
+    EXPECT_THAT(Messages(), testing::Not(testing::Contains(testing::HasSubstr("Bad parameters"))));
+}
+
 TEST_F(Catalogue, ListsEveryFileThatWasTried) {
     Install("b.sc", "x\n");
     Install("a.sc", "[global]\nversion=3\n" + Section("a", "80"));

@@ -156,6 +156,22 @@ TEST_F(Conflicts, LeaveOutSocketsAtPortsOfASkippedService) {
                               "1 16 7002-7002/1 - - - -"}));
 }
 
+// A name stands for the first service that has it: those of files in reading order, then the
+// built-in ones.
+TEST_F(Conflicts, SkipOnlyTheFirstServiceOfAName) {
+    WriteFile("/usr/local/etc/services.d/1.sc",
+              "[x]\ntitle=T\ndesc=D\ndst.ports=7000/tcp\n"
+              "[afp]\ntitle=T\ndesc=D\ndst.ports=7003:7002,7005/tcp\n");
+    WriteFile("/usr/local/etc/services.d/2.sc", "[x]\ntitle=T\ndesc=D\ndst.ports=7001/tcp\n");
+    std::vector<std::unique_ptr<HeldSocket>> held;
+    for (const int port : {548, 7000, 7001, 7002, 7003, 7004, 7005}) {
+        held.push_back(std::make_unique<HeldSocket>(AF_INET, SOCK_STREAM, port));
+    }
+    ASSERT_TRUE(Find({{{{548, 548}, {7000, 7005}}, kSocketSource, TAVO_PROTO_TCP, {"x", "afp"}}}));
+    EXPECT_EQ(Taken(), Texts({"0 16 548-548/1 - - - -", "0 16 7001-7001/1 - - - -",
+                              "0 16 7004-7004/1 - - - -"}));
+}
+
 TEST_F(Conflicts, NameBuiltInServicesWithoutAFile) {
     ASSERT_TRUE(Find({{{{23, 23}}, kServiceSource}}));
     EXPECT_EQ(Taken(), Texts({"0 4 23-23/1 telnet - - -"}));

@@ -22,22 +22,16 @@
 namespace tavo::tool {
 namespace {
 
-// "1000:2000" for "1000-2000".
-std::string InFileNotation(std::string port) {
-    std::replace(port.begin(), port.end(), '-', ':');
-    return port;
-}
-
 // The ports of a built-in service, which may be settings with invalid values; these are reported
 // and left out.
-OwnedPorts PortsOf(const TAVO_FW_SERVICE &service, const TLIBCSzList *list, std::uint32_t protocols,
-                   unsigned int direction, Report &report) {
+OwnedPorts PortsOf(const TAVO_FW_SERVICE &service, Report &report) {
     OwnedPorts ports;
-    for (int i = 0; i < TLIBCSzListCount(list); ++i) {
-        const std::string port = TLIBCSzListGet(list, i);
+    for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
+        const std::string port = TLIBCSzListGet(service.pDstPortList, i);
         TAVO_SERVICE_CONF_PORT *one = nullptr;
-        const std::string text = InFileNotation(port) + '/' + ProtocolsText(protocols);
-        if (TAVOServiceConfPortsGet(text.c_str(), direction, &one) != 0) {
+        const std::string text =
+            Replaced(port, "-", ":") + '/' + ProtocolsText(service.nDstProtocol);
+        if (TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &one) != 0) {
             report.TellError("", "bad-service",
                              "firewall service " + std::string(service.szName) + " has " +
                                  Quoted(port) + " for a port");
@@ -49,19 +43,14 @@ OwnedPorts PortsOf(const TAVO_FW_SERVICE &service, const TLIBCSzList *list, std:
     return ports;
 }
 
-// A built-in service in the form of a section of a file.
+// A built-in service in the form of a section of a file. No built-in service has source ports.
 OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
     OwnedSection section = OrThrow(NewRecord<OwnedSection>());
     std::memcpy(section->szName, service.szName, sizeof(section->szName));
     section->strTitle = service.strTitle;
     section->strDesc = service.strDesc;
     section->blPortForward = service.blPortForward;
-    section->pSrcPorts = PortsOf(service, service.pSrcPortList, service.nSrcProtocol,
-                                 TAVO_PORT_DIRECTION_SRC, report)
-                             .release();
-    section->pDstPorts = PortsOf(service, service.pDstPortList, service.nDstProtocol,
-                                 TAVO_PORT_DIRECTION_DST, report)
-                             .release();
+    section->pDstPorts = PortsOf(service, report).release();
     return section;
 }
 
@@ -114,7 +103,7 @@ void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string
 
 // Reads all services. Of those in files it keeps only what is printed, because an appliance has
 // thousands.
-class ServiceReading : private FileVisitor {
+class ServiceReading final : private FileVisitor {
   public:
     ServiceReading(const std::vector<std::string> &wanted, bool json)
         : wanted_(wanted), json_(json) {

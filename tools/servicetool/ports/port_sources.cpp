@@ -63,14 +63,6 @@ std::string DeclaredByText(const PortConflict &conflict) {
     return more == 0 ? text : text + " and " + std::to_string(more) + " more";
 }
 
-std::vector<std::string> TitlesOf(ConflictTable::Sections sections) {
-    std::vector<std::string> titles = {"PORT", "PROTO", "SOURCE", "DECLARED BY"};
-    if (sections == ConflictTable::Sections::kYes) {
-        titles.insert(titles.begin(), "SECTION");
-    }
-    return titles;
-}
-
 }  // namespace
 
 std::string_view SourceName(int source) {
@@ -292,7 +284,11 @@ Json ConflictJson(const PortConflict &conflict) {
             {"exact", true}};
 }
 
-ConflictTable::ConflictTable(Sections sections) : sections_(sections), table_(TitlesOf(sections)) {}
+ConflictTable::ConflictTable(Sections sections)
+    : sections_(sections),
+      table_(sections == Sections::kYes
+                 ? std::vector<std::string>{"SECTION", "PORT", "PROTO", "SOURCE", "DECLARED BY"}
+                 : std::vector<std::string>{"PORT", "PROTO", "SOURCE", "DECLARED BY"}) {}
 
 void ConflictTable::Add(const std::vector<PortConflict> &conflicts, const std::string &section) {
     for (const PortConflict &conflict : conflicts) {
