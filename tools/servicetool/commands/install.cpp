@@ -12,7 +12,6 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "lint/lint.h"

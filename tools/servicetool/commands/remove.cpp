@@ -9,7 +9,6 @@
 #include "change/change_report.h"
 #include "change/installed_file.h"
 #include "change/leftovers.h"
-#include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "input/library.h"

@@ -18,9 +18,6 @@
 
 namespace tavo::tool {
 
-// The service folders selected by the bits of `selector`, system first.
-std::vector<ServiceFolder> ServiceFolders(int selector);
-
 // The service folder that contains the path; null if none does.
 const ServiceFolder *ServiceFolderOf(const std::string &path);
 
