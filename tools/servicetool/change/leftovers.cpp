@@ -427,14 +427,11 @@ std::string RemoveWriterFolder(const std::string &path) {
 
 // The library locks its files in /tmp while it uses them.
 std::string RemoveFile(const std::string &path) {
-    switch (RemoveUnlockedCopy(path.c_str())) {
-        case Room::kMade:
-            return "";
-        case Room::kInUse:
-            return "somebody uses it";
-        default:
-            return ErrorText(errno);
+    const Room room = RemoveUnlockedCopy(path.c_str());
+    if (room == Room::kInUse) {
+        return "somebody uses it";
     }
+    return room == Room::kMade ? "" : ErrorText(errno);
 }
 
 std::string RemoveFolder(const std::string &path) {
