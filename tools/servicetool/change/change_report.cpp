@@ -2,12 +2,12 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 
 #include "change/installed_file.h"
 #include "change/leftovers.h"
-#include "change/program_output.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "input/library.h"
@@ -20,6 +20,17 @@ namespace {
 
 // A higher exit status is this plus the number of the signal that ended the program.
 constexpr int kSignalled = 128;
+
+// The last line that starts with the name or path of the program, such as "cp: error writing
+// '/tmp/chat.sc': No space left on device"; empty if there is none.
+std::string LastWordOf(std::string_view program, const std::vector<std::string> &lines) {
+    const std::string path = std::string(program) + ": ";
+    const std::string name = path.substr(path.rfind('/', program.size()) + 1);
+    const auto line = std::find_if(lines.rbegin(), lines.rend(), [&](const std::string &one) {
+        return one.starts_with(path) || one.starts_with(name);
+    });
+    return line == lines.rend() ? "" : *line;
+}
 
 std::string ProgramReason(const StepFailure &failure, const std::vector<std::string> &output) {
     // Only the path of a plugin is known.

@@ -1,11 +1,14 @@
 #include "change/installed_file.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string_view>
@@ -62,11 +65,6 @@ std::string NameProblem(const std::string &name) {
     return std::any_of(name.begin(), name.end(), is_control) ? "contains a control byte" : "";
 }
 
-bool LeadsNowhere(const std::string &path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0 && stat(path.c_str(), &status) != 0 && errno == ENOENT;
-}
-
 // A name in the folder that differs only in case, or by a missing suffix; empty if there is none.
 std::string MeantName(const ServiceFolder &folder, const std::string &name) {
     std::string meant;
@@ -77,6 +75,17 @@ std::string MeantName(const ServiceFolder &folder, const std::string &name) {
         }
     }
     return meant;
+}
+
+// ---- Private folders
+
+[[noreturn]] void Throw(const std::string &what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+bool IsRemoved(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && status.st_nlink == 0;
 }
 
 }  // namespace
@@ -120,12 +129,15 @@ bool FindInstalledFile(const std::string &name, int folders, Missing missing, bo
         return false;
     }
     file.name = name;
-    for (const ServiceFolder &folder : ServiceFolders(folders)) {
+    for (const ServiceFolder &folder : kServiceFolders) {
+        if ((folders & folder.selector) == 0) {
+            continue;
+        }
         const std::string path = std::string(folder.path) + '/' + name;
         FileContents contents = ReadRegularFile(path);
         if (!contents.problem.empty() && !contents.absent) {
             report.TellError(path, "unreadable", contents.problem + std::string(kSoUnchanged),
-                             LeadsNowhere(path) ? "remove the dangling link" : "");
+                             contents.dangling ? "remove the dangling link" : "");
             return false;
         }
         if (!contents.absent && file.text) {
@@ -147,7 +159,10 @@ bool FindInstalledFile(const std::string &name, int folders, Missing missing, bo
 bool TellNotInstalled(const std::string &name, int folders, Report &report) {
     std::string paths;
     std::string fix;
-    for (const ServiceFolder &folder : ServiceFolders(folders)) {
+    for (const ServiceFolder &folder : kServiceFolders) {
+        if ((folders & folder.selector) == 0) {
+            continue;
+        }
         paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
         const std::string meant = MeantName(folder, name);
         fix = meant.empty() ? fix : "write " + meant;
@@ -191,6 +206,41 @@ FileText TextOf(const std::string &path, const std::string &what) {
         throw std::runtime_error(what + ": " + contents.problem);
     }
     return std::move(contents.text);
+}
+
+// Before it is locked, the new folder looks like a leftover and may be removed by another
+// servicetool. That one holds the lock only briefly, so this waits for it.
+PrivateFolder::PrivateFolder() {
+    do {
+        path_ = std::string(kTemporaryFolder) + '/' + kPrivateFolderHead + "XXXXXX";
+        if (mkdtemp(path_.data()) == nullptr) {
+            Throw("a folder in /tmp");
+        }
+        lock_.Reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    } while (lock_.IsOpen() ? Uninterrupted([&] { return flock(lock_.Get(), LOCK_EX); }) == 0 &&
+                                  IsRemoved(lock_.Get())
+                            : errno == ENOENT);
+    if (!lock_.IsOpen()) {
+        const int error = errno;
+        rmdir(path_.c_str());
+        errno = error;
+        Throw(path_);
+    }
+}
+
+PrivateFolder::~PrivateFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::string PrivateFolder::Make(const std::string &name, std::string_view text) const {
+    constexpr mode_t kMode = 0644;
+    std::string path = path_ + '/' + name;
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode));
+    if (!file.IsOpen() || fchmod(file.Get(), kMode) != 0 || !WriteAll(file.Get(), text)) {
+        Throw(path);
+    }
+    return path;
 }
 
 }  // namespace tavo::tool

@@ -1,8 +1,10 @@
-// The installed service file that a command changes, and the lock for changes.
+// The installed service file that a command changes, the lock for changes, and private copies of
+// the file.
 #ifndef TAVO_SERVICETOOL_CHANGE_INSTALLED_FILE_H
 #define TAVO_SERVICETOOL_CHANGE_INSTALLED_FILE_H
 
 #include <string>
+#include <string_view>
 
 #include "base/descriptor.h"
 #include "change/unified_diff.h"
@@ -61,6 +63,27 @@ void WarnOfNewName(const std::string &name, const std::string &fix, Report &repo
 // The current contents of a file; nullopt if it does not exist. Throws std::runtime_error with
 // `what` and the reason if it cannot be read.
 FileText TextOf(const std::string &path, const std::string &what);
+
+// The name of a private folder in /tmp is this and random characters.
+inline constexpr char kPrivateFolderHead[] = "servicetool-";
+
+// A folder for temporary copies. The destructor removes it and the files in it. The folder is
+// locked while it is in use, to distinguish it from the leftover of a killed program.
+class PrivateFolder {
+  public:
+    // Throws std::system_error if the folder cannot be created.
+    PrivateFolder();
+    ~PrivateFolder();
+    PrivateFolder(const PrivateFolder &) = delete;
+    PrivateFolder &operator=(const PrivateFolder &) = delete;
+
+    // Creates a file with mode 0644 and returns its path. Throws std::system_error on failure.
+    std::string Make(const std::string &name, std::string_view text) const;
+
+  private:
+    std::string path_;
+    Descriptor lock_;
+};
 
 }  // namespace tavo::tool
 

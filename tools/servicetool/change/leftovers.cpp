@@ -21,7 +21,7 @@
 #include <system_error>
 
 #include "base/descriptor.h"
-#include "change/private_folder.h"
+#include "change/installed_file.h"
 #include "input/input_file.h"
 #include "input/service_file.h"
 #include "lifecycle/path_change.h"
@@ -277,11 +277,12 @@ fs::path PlaceOf(const fs::path &store) {
     return no_link ? store : (store.parent_path() / target).lexically_normal();
 }
 
-// A running writer holds a lock on a file in its folder.
-bool HasWriter(const std::string &folder) {
-    const Descriptor lock(
-        open((folder + "/lock").c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    return lock.IsOpen() ? flock(lock.Get(), LOCK_SH | LOCK_NB) != 0 : !IsAbsence(errno);
+// Opens a file or folder with additional flags, and locks it with flock(2) if no process uses it.
+// Else the result is not open, with errno set; EWOULDBLOCK if it is in use.
+Descriptor LockUnused(const std::string &path, int flags, int operation) {
+    Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | flags));
+    return file.IsOpen() && flock(file.Get(), operation | LOCK_NB) == 0 ? std::move(file)
+                                                                        : Descriptor();
 }
 
 // Marks a copy that must be kept. A section removal copies whole stores; to restore one, it removes
@@ -313,7 +314,8 @@ bool IsLeftover(Leftover &found) {
     }
     switch (found.kind) {
         case LeftoverKind::kPrivateFolder:
-            return IsPrivateFolder(found.path) && LockUnusedFolder(found.path, LOCK_SH).IsOpen();
+            return IsPrivateFolder(found.path) &&
+                   LockUnused(found.path, O_DIRECTORY, LOCK_SH).IsOpen();
         case LeftoverKind::kUpdatedFile:
         case LeftoverKind::kStagedFile:
             found.user = PossibleUser(found.path);
@@ -329,7 +331,9 @@ bool IsLeftover(Leftover &found) {
             KeepStore(found);
             return true;
         case LeftoverKind::kWriterFolder:
-            return !HasWriter(found.path);
+            // A running writer holds a lock on a file in its folder.
+            return LockUnused(found.path + "/lock", O_NONBLOCK, LOCK_SH).IsOpen() ||
+                   IsAbsence(errno);
     }
     return false;
 }
@@ -423,14 +427,11 @@ std::string RemoveWriterFolder(const std::string &path) {
 
 // The library locks its files in /tmp while it uses them.
 std::string RemoveFile(const std::string &path) {
-    switch (RemoveUnlockedCopy(path.c_str())) {
-        case Room::kMade:
-            return "";
-        case Room::kInUse:
-            return "somebody uses it";
-        default:
-            return ErrorText(errno);
+    const Room room = RemoveUnlockedCopy(path.c_str());
+    if (room == Room::kInUse) {
+        return "somebody uses it";
     }
+    return room == Room::kMade ? "" : ErrorText(errno);
 }
 
 std::string RemoveFolder(const std::string &path) {
@@ -443,7 +444,7 @@ std::string RemovePrivateFolder(const std::string &path) {
     if (!IsPrivateFolder(path)) {
         return kAnotherOne;
     }
-    const Descriptor lock = LockUnusedFolder(path, LOCK_EX);
+    const Descriptor lock = LockUnused(path, O_DIRECTORY, LOCK_EX);
     return lock.IsOpen() ? RemoveFolder(path) : ErrorText(errno);
 }
 

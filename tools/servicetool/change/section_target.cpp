@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "change/private_folder.h"
 #include "commands/commands.h"
 #include "config_lines.h"
 #include "input/input_file.h"
@@ -108,20 +107,6 @@ std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
         return {};
     }
     return text.IsCut() ? std::nullopt : std::optional(text);
-}
-
-// A failure that is neither out of memory nor a system error is invalid input.
-[[noreturn]] void Throw(const StepFailure &failure) {
-    if (failure.error == ENOMEM) {
-        throw std::bad_alloc();
-    }
-    std::string reason = "a text is too long, or contains what a service file cannot";
-    if (failure.error != 0) {
-        reason = ErrorText(failure.error);
-    } else {
-        ThrowIfSystemFailed(kCannotStage);
-    }
-    throw std::runtime_error(kCannotStage + (": " + reason));
 }
 
 // ---- The change
@@ -226,16 +211,26 @@ PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports) {
     return *text;
 }
 
-// The library reports success even if a file without services could not be removed.
+// The library reports success even if a file without services could not be removed. A failure that
+// is neither out of memory nor a system error is invalid input.
 FileText TextAfter(const FileText &before, const FileChange &change) {
     const PrivateFolder folder;
     const std::string path = folder.Make("staged.sc", before.value_or(""));
     StepFailure failure;
     ForgetFailure();
-    if (change(path.c_str(), failure) < 0 || failure.HasFailed()) {
-        Throw(failure);
+    if (change(path.c_str(), failure) >= 0 && !failure.HasFailed()) {
+        return TextOf(path, kCannotStage);
     }
-    return TextOf(path, kCannotStage);
+    if (failure.error == ENOMEM) {
+        throw std::bad_alloc();
+    }
+    std::string reason = "a text is too long, or contains what a service file cannot";
+    if (failure.error != 0) {
+        reason = ErrorText(failure.error);
+    } else {
+        ThrowIfSystemFailed(kCannotStage);
+    }
+    throw std::runtime_error(kCannotStage + (": " + reason));
 }
 
 void ChangeSection(const Arguments &arguments, const SectionTarget &target,

@@ -103,14 +103,6 @@ std::string HunksOf(const Edits &edits) {
     return text;
 }
 
-std::string Hunks(const Lines &before, const Lines &after) {
-    if (before.size() + after.size() > kMostLines) {
-        return "(" + Counted(before.size(), "line") + " before, " + Counted(after.size(), "line") +
-               " after: too many to be shown)\n";
-    }
-    return HunksOf(EditsOf(before, after));
-}
-
 std::string Label(const FileText &text, char side, const std::string &path) {
     return text ? side + path : "/dev/null";
 }
@@ -128,19 +120,21 @@ std::string_view ColourOf(std::string_view line) {
     }
 }
 
-// Lines of the file start with a sign; only kNoNewline starts with a backslash.
-std::string ShownLine(std::string_view line) {
-    return line.front() == kNoNewline[1] ? std::string(line) : Escaped(line);
-}
-
 }  // namespace
 
 std::string UnifiedDiff(const FileText &before, const FileText &after, const std::string &path) {
     if (before == after) {
         return {};
     }
-    return "--- " + Label(before, 'a', path) + "\n+++ " + Label(after, 'b', path) + '\n' +
-           Hunks(LinesOf(before.value_or("")), LinesOf(after.value_or("")));
+    const std::string header =
+        "--- " + Label(before, 'a', path) + "\n+++ " + Label(after, 'b', path) + '\n';
+    const Lines old_lines = LinesOf(before.value_or(""));
+    const Lines new_lines = LinesOf(after.value_or(""));
+    if (old_lines.size() + new_lines.size() > kMostLines) {
+        return header + "(" + Counted(old_lines.size(), "line") + " before, " +
+               Counted(new_lines.size(), "line") + " after: too many to be shown)\n";
+    }
+    return header + HunksOf(EditsOf(old_lines, new_lines));
 }
 
 std::string ShownDiff(std::string_view diff, bool colour) {
@@ -150,7 +144,10 @@ std::string ShownDiff(std::string_view diff, bool colour) {
         const std::string_view line = diff.substr(0, diff.find('\n'));
         diff.remove_prefix(std::min(line.size() + 1, diff.size()));
         const std::string_view in = colour ? ColourOf(line) : std::string_view();
-        shown.append(in).append(ShownLine(line)).append(in.empty() ? "" : kPlain) += '\n';
+        // Lines of the file start with a sign; only kNoNewline starts with a backslash.
+        const bool own = line.front() == kNoNewline[1];
+        shown.append(in).append(own ? std::string(line) : Escaped(line));
+        shown.append(in.empty() ? "" : kPlain) += '\n';
     }
     return shown;
 }

@@ -3,6 +3,7 @@
 // The library installs a file even if its ports are taken, and an update succeeds even if its
 // installation step fails. Therefore lint and the port check run before the change, and the
 // installed file is compared with the planned text after it.
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -11,7 +12,6 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "lint/lint.h"
@@ -121,11 +121,6 @@ bool Allows(bool is_new, const InstalledFile &file, const LintedFile &source,
            change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
 }
 
-std::string WhatIsDone(const InstalledFile &file, const LintedFile &source) {
-    return file.text ? "replace by " + Escaped(source.name) + LinkRemark(file.path, OfLink::kItself)
-                     : "install " + Escaped(source.name);
-}
-
 // The library gets a copy of the checked text: the source may have changed, and installing it would
 // keep its owner and mode, so that the owner of the source could modify the installed file later.
 // The copy is made after printing the plan and removed after the call of the library, so that a
@@ -149,7 +144,8 @@ void Place(const Arguments &arguments, Report &report) {
         WarnOfNewName(file.name, "write --as", report);
     }
     AskForPorts(file, source, change, report);
-    if (!change.Begin(WhatIsDone(file, source))) {
+    const std::string remark = LinkRemark(file.path, OfLink::kItself);
+    if (!change.Begin((is_new ? "install " : "replace by ") + Escaped(source.name) + remark)) {
         return;
     }
     change.Do([&](ChangeOutcome &outcome) {
@@ -164,24 +160,19 @@ constexpr Operand kOperands[] = {
     {.value = {"FILE", Completion::kFiles}, .help = "A service file; - is standard input"},
 };
 
-constexpr char kNameHelp[] = "Name of the installed file (default that of the source)";
-constexpr Option kForce = {.name = "--force", .help = "Go on even if ports are taken or unknown"};
+// The options of both commands. `completion` is that of the name of the installed file.
+constexpr std::array<Option, 5> OptionsWith(Completion completion) {
+    return {{{.name = "--as",
+              .help = "Name of the installed file (default that of the source)",
+              .value = {"NAME", completion}},
+             kSystemFile,
+             kPackageFile,
+             {.name = "--force", .help = "Go on even if ports are taken or unknown"},
+             kDryRun}};
+}
 
-constexpr Option kInstallOptions[] = {
-    {.name = "--as", .help = kNameHelp, .value = {"NAME"}},
-    kSystemFile,
-    kPackageFile,
-    kForce,
-    kDryRun,
-};
-
-constexpr Option kUpdateOptions[] = {
-    {.name = "--as", .help = kNameHelp, .value = {"NAME", Completion::kInstalledFiles}},
-    kSystemFile,
-    kPackageFile,
-    kForce,
-    kDryRun,
-};
+constexpr std::array kInstallOptions = OptionsWith(Completion::kNothing);
+constexpr std::array kUpdateOptions = OptionsWith(Completion::kInstalledFiles);
 
 constexpr char kInstallExamples[] = R"(Examples:
   servicetool install mypackage.sc       a service file of a package

@@ -9,7 +9,6 @@
 #include "change/change_report.h"
 #include "change/installed_file.h"
 #include "change/leftovers.h"
-#include "change/private_folder.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
 #include "input/library.h"
@@ -18,13 +17,6 @@
 
 namespace tavo::tool {
 namespace {
-
-// If the file is already removed, only its listeners are notified.
-Change RemovalOf(const InstalledFile &file, const Arguments &arguments) {
-    Change change = ChangeOf(arguments, file, {}, {Listener::kPlugins, Listener::kRelayDaemon});
-    change.notify_only = !file.text;
-    return change;
-}
 
 // Describes the removal with the services that the library reads in the file, which the firewall
 // therefore knows.
@@ -61,24 +53,6 @@ void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
     }
 }
 
-// Completes a removal that was killed after it removed the file and before it removed the copy for
-// the plugins: notifies the plugins.
-void Complete(const InstalledFile &file, const std::vector<std::string> &copies,
-              const Arguments &arguments, Report &report) {
-    ChangeReport change(RemovalOf(file, arguments), report);
-    const std::string &newest = copies.back();
-    if (!change.Begin("is already removed; notify with the copy " + Escaped(newest))) {
-        return;
-    }
-    change.Do([&newest](ChangeOutcome &outcome) {
-        NotifyOfRemoval({newest.c_str(), 1, 1}, outcome.notified);
-        return 0;
-    });
-    if (report.Worst() == Status::kOk) {
-        RemoveCopies(copies, report);
-    }
-}
-
 int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
     const TAVO_SERVICE_CONF_SET_PARAM param =
         tavo::RemovalOf(file.name.c_str(), file.folder.selector);
@@ -91,6 +65,8 @@ int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
     return 0;
 }
 
+// Without the file, completes a removal that was killed after it removed the file and before it
+// removed the copy for the plugins: notifies the plugins.
 void Remove(const Arguments &arguments, Report &report) {
     const std::string name = arguments.Word(0);
     const int folders = FoldersOf(arguments);
@@ -99,20 +75,32 @@ void Remove(const Arguments &arguments, Report &report) {
                            report)) {
         return;
     }
-    if (!file.text) {
-        // The lock is held, so a removal by another servicetool is complete or was killed.
-        const std::vector<std::string> copies = CopiesOfRemoved(name);
-        if (copies.empty()) {
-            TellNotInstalled(name, folders, report);
-        } else {
-            Complete(file, copies, arguments, report);
+    Change plan = ChangeOf(arguments, file, {}, {Listener::kPlugins, Listener::kRelayDaemon});
+    if (file.text) {
+        ChangeReport change(std::move(plan), report);
+        if (change.Begin(ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself)) &&
+            CanBeKept(file, change)) {
+            change.Do([&](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });
         }
         return;
     }
-    ChangeReport change(RemovalOf(file, arguments), report);
-    const std::string what = ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself);
-    if (change.Begin(what) && CanBeKept(file, change)) {
-        change.Do([&file](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });
+    // The lock is held, so a removal by another servicetool is complete or was killed.
+    const std::vector<std::string> copies = CopiesOfRemoved(name);
+    if (copies.empty()) {
+        TellNotInstalled(name, folders, report);
+        return;
+    }
+    plan.notify_only = true;
+    ChangeReport change(std::move(plan), report);
+    const std::string &newest = copies.back();
+    if (change.Begin("is already removed; notify with the copy " + Escaped(newest))) {
+        change.Do([&](ChangeOutcome &outcome) {
+            NotifyOfRemoval({newest.c_str(), 1, 1}, outcome.notified);
+            return 0;
+        });
+        if (report.Worst() == Status::kOk) {
+            RemoveCopies(copies, report);
+        }
     }
 }
 

@@ -11,7 +11,6 @@
 #include "commands/commands.h"
 #include "engine/conflict_sources.h"
 #include "input/input_file.h"
-#include "output/output_file.h"
 #include "output/text.h"
 
 namespace tavo::tool {

@@ -40,7 +40,7 @@ std::string KindProblem(mode_t mode) {
 }
 
 FileContents Problem(std::string text) {
-    return {{}, std::move(text), false};
+    return {.problem = std::move(text)};
 }
 
 // The result for a path that stat failed on with `error`.
@@ -49,7 +49,7 @@ FileContents MissingFile(const std::string &path, int error) {
     const bool found = lstat(path.c_str(), &link) == 0;
     const bool absent = !found && IsAbsence(error) && IsAbsence(errno);
     const bool dangling = found && S_ISLNK(link.st_mode) && error == ENOENT;
-    return {{}, dangling ? "is a dangling symbolic link" : ErrorText(error), absent};
+    return {{}, dangling ? "is a dangling symbolic link" : ErrorText(error), absent, dangling};
 }
 
 FileContents ReadAll(int descriptor) {

@@ -23,9 +23,10 @@ std::string ErrorText(int error);
 bool IsAbsence(int error);
 
 struct FileContents {
-    std::string text;
-    std::string problem;  // why the file cannot be read, such as "permission denied"; else empty
-    bool absent = false;  // the problem is that the path does not exist
+    std::string text = {};
+    std::string problem = {};  // why the file cannot be read, as "permission denied"; else empty
+    bool absent = false;       // the problem is that the path does not exist
+    bool dangling = false;     // the problem is that the target of the link does not exist
 };
 
 // Reads a regular file. Any other kind of file is a problem; never blocks on a pipe or a device.

@@ -1,10 +1,17 @@
 #include "input/library.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <sstream>
 #include <stdexcept>
+#include <system_error>
+#include <utility>
 
-#include "change/program_output.h"
+#include "input/input_file.h"
 #include "output/text.h"
 #include "tavoserviceconf.h"
 
@@ -12,6 +19,14 @@ namespace tavo::tool {
 namespace {
 
 bool shows_log = false;
+
+int real_stderr = -1;  // -1 while standard error is not redirected
+
+// Duplicates a descriptor, close-on-exec.
+int CopyOf(int descriptor) {
+    std::fflush(descriptor == STDERR_FILENO ? stderr : stdout);
+    return fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
 
 }  // namespace
 
@@ -56,11 +71,48 @@ void PrintLogLine(std::string_view line) noexcept {
     }
     try {
         const std::string text = "log: " + Escaped(line) + '\n';
-        [[maybe_unused]] const ssize_t written =
-            write(ProgramOutput::StandardError(), text.data(), text.size());
+        const int output = real_stderr >= 0 ? real_stderr : STDERR_FILENO;
+        [[maybe_unused]] const ssize_t written = write(output, text.data(), text.size());
     } catch (const std::bad_alloc &) {
         // The line is lost, but the failure itself is reported.
     }
+}
+
+ProgramOutput::ProgramOutput() : stdout_(CopyOf(STDOUT_FILENO)) {
+    if (!stdout_.IsOpen() && errno != EBADF) {
+        throw std::system_error(errno, std::generic_category(),
+                                "the output of programs cannot be kept apart");
+    }
+    real_stderr = CopyOf(STDERR_FILENO);
+    caught_.Reset(memfd_create("program-output", MFD_CLOEXEC));
+    if (stdout_.IsOpen()) {
+        dup2(caught_.IsOpen() ? caught_.Get() : STDERR_FILENO, STDOUT_FILENO);
+    }
+    if (caught_.IsOpen() && real_stderr >= 0) {
+        dup2(caught_.Get(), STDERR_FILENO);
+    }
+}
+
+// Without a copy, a descriptor was closed before.
+std::vector<std::string> ProgramOutput::End() {
+    if (real_stderr >= 0) {
+        dup2(real_stderr, STDERR_FILENO);
+        close(std::exchange(real_stderr, -1));
+    }
+    if (stdout_.IsOpen()) {
+        dup2(stdout_.Get(), STDOUT_FILENO);
+        stdout_.Reset();
+    }
+    std::vector<std::string> lines;
+    if (caught_.IsOpen()) {
+        std::istringstream caught(
+            ReadRegularFile("/proc/self/fd/" + std::to_string(caught_.Get())).text);
+        for (std::string line; std::getline(caught, line);) {
+            lines.push_back(line);
+        }
+        caught_.Reset();
+    }
+    return lines;
 }
 
 }  // namespace tavo::tool

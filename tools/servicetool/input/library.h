@@ -1,11 +1,14 @@
-// What the callers of the library share: its failures, its memory and its log lines.
+// What the callers of the library share: its failures, its memory, its log lines and the output of
+// the programs that it runs.
 #ifndef TAVO_SERVICETOOL_INPUT_LIBRARY_H
 #define TAVO_SERVICETOOL_INPUT_LIBRARY_H
 
 #include <new>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "base/descriptor.h"
 #include "tavocore.h"
 
 namespace tavo::tool {
@@ -38,6 +41,26 @@ void ShowLibraryLog(bool show);
 // Prints a line to standard error, escaped and after "log: ", if printing is on. Lines may contain
 // text from files, so syslog(3) must not copy them to the terminal unescaped.
 void PrintLogLine(std::string_view line) noexcept;
+
+// Keeps the output of programs apart from that of servicetool: the library runs programs, including
+// plugins, that write to the standard output and error of the caller. Redirects both to a file in
+// memory. If that cannot be created, both go to standard error and no lines are kept. The lines are
+// only quoted in messages; nothing depends on them.
+class ProgramOutput {
+  public:
+    // Throws std::system_error if standard output cannot be redirected.
+    ProgramOutput();
+    ~ProgramOutput() { End(); }
+    ProgramOutput(const ProgramOutput &) = delete;
+    ProgramOutput &operator=(const ProgramOutput &) = delete;
+
+    // Ends the redirection and returns the lines that the programs printed.
+    std::vector<std::string> End();
+
+  private:
+    Descriptor caught_;
+    Descriptor stdout_;
+};
 
 }  // namespace tavo::tool
 

@@ -131,16 +131,6 @@ Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
 
 }  // namespace
 
-std::vector<ServiceFolder> ServiceFolders(int selector) {
-    std::vector<ServiceFolder> folders;
-    for (const ServiceFolder &folder : kServiceFolders) {
-        if ((selector & folder.selector) != 0) {
-            folders.push_back(folder);
-        }
-    }
-    return folders;
-}
-
 // Does not follow a symbolic link of the file itself: the folder of the link counts.
 const ServiceFolder *ServiceFolderOf(const std::string &path) {
     const std::string parent = std::filesystem::path(path).parent_path();
@@ -206,12 +196,13 @@ Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::str
     return omissions;
 }
 
-bool TellOmissions(Omissions omissions, Report &report) {
+bool TellOmissions(Omissions omissions, Report &report, Status status) {
     bool any_error = false;
     for (Diagnostic &diagnostic : omissions.diagnostics) {
         any_error = any_error || diagnostic.severity == Severity::kError;
         report.Tell(std::move(diagnostic));
     }
+    report.Raise(any_error ? status : Status::kOk);
     return any_error;
 }
 

@@ -18,9 +18,6 @@
 
 namespace tavo::tool {
 
-// The service folders selected by the bits of `selector`, system first.
-std::vector<ServiceFolder> ServiceFolders(int selector);
-
 // The service folder that contains the path; null if none does.
 const ServiceFolder *ServiceFolderOf(const std::string &path);
 
@@ -57,8 +54,8 @@ struct Omissions {
 Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::string> &names = {},
                            Severity severity = Severity::kError);
 
-// Reports the omissions; returns true if any of them is an error.
-bool TellOmissions(Omissions omissions, Report &report);
+// Reports the omissions. If any of them is an error, raises the status and returns true.
+bool TellOmissions(Omissions omissions, Report &report, Status status = Status::kFailed);
 
 // The result of read(), which has a report, with its omissions. Reads again if a file is changed
 // in between, at most three times in all.

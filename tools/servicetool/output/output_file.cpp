@@ -1,7 +1,5 @@
 // A regular file is replaced, not overwritten: a reader never sees a partly written picture, not
 // even after a failure. Other files are written to directly; a pipe without a reader is an error.
-#include "output/output_file.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,41 +10,10 @@
 
 #include "base/descriptor.h"
 #include "input/input_file.h"
+#include "output/report.h"
 
 namespace tavo::tool {
 namespace {
-
-// The new file, in the folder of the target; removed unless it was published. Its name does not
-// contain the target's, which may already have the maximum length.
-class StagedFile {
-  public:
-    explicit StagedFile(const std::string &target)
-        : target_(target),
-          path_(target.substr(0, target.rfind('/') + 1) + ".svg-XXXXXX"),
-          file_(mkostemp(path_.data(), O_CLOEXEC)) {}
-    ~StagedFile() {
-        if (file_.IsOpen()) {
-            unlink(path_.c_str());
-        }
-    }
-    StagedFile(const StagedFile &) = delete;
-    StagedFile &operator=(const StagedFile &) = delete;
-
-    const Descriptor &File() const { return file_; }
-
-    bool Publish() {
-        if (fsync(file_.Get()) != 0 || rename(path_.c_str(), target_.c_str()) != 0) {
-            return false;
-        }
-        file_.Reset();
-        return true;
-    }
-
-  private:
-    const std::string target_;
-    std::string path_;
-    Descriptor file_;
-};
 
 // The mode of a new file, the same as for a redirection by the shell.
 mode_t NewMode() {
@@ -65,16 +32,21 @@ std::string PutFile(const std::string &path, const struct stat *old, std::string
     if (old != nullptr && access(path.c_str(), W_OK) != 0) {
         return ErrorText(errno);
     }
-    StagedFile staged(path);
-    const int file = staged.File().Get();
-    if (!staged.File().IsOpen() || !WriteAll(file, text)) {
+    // In the folder of the target, whose name may already have the maximum length.
+    std::string staged = path.substr(0, path.rfind('/') + 1) + ".svg-XXXXXX";
+    const Descriptor file(mkostemp(staged.data(), O_CLOEXEC));
+    if (!file.IsOpen()) {
         return ErrorText(errno);
     }
-    if (old != nullptr && fchown(file, old->st_uid, old->st_gid) != 0) {
-        return "its owner cannot be preserved: " + ErrorText(errno);
-    }
     const mode_t mode = old != nullptr ? old->st_mode & kPermissions : NewMode();
-    return fchmod(file, mode) == 0 && staged.Publish() ? "" : ErrorText(errno);
+    const bool owned = old == nullptr || fchown(file.Get(), old->st_uid, old->st_gid) == 0;
+    if (owned && WriteAll(file.Get(), text) && fchmod(file.Get(), mode) == 0 &&
+        fsync(file.Get()) == 0 && rename(staged.c_str(), path.c_str()) == 0) {
+        return "";
+    }
+    const int error = errno;
+    unlink(staged.c_str());
+    return (owned ? "" : "its owner cannot be preserved: ") + ErrorText(error);
 }
 
 // Opening a pipe without a reader fails with O_NONBLOCK. Writing then waits for a slow reader.

@@ -32,13 +32,6 @@ WindowSize WindowOf(int descriptor) {
                : WindowSize{};
 }
 
-// If standard error is not a terminal, diagnostics have the width of an ordinary one.
-std::size_t ErrorColumns() {
-    constexpr std::size_t kOrdinary = 80;
-    const std::size_t columns = WindowOf(STDERR_FILENO).columns;
-    return columns == 0 ? kOrdinary : columns;
-}
-
 Json NumberOrNull(std::size_t number) {
     return number == 0 ? Json(nullptr) : Json(number);
 }
@@ -70,7 +63,11 @@ void Report::Tell(Diagnostic diagnostic) {
     }
     // Keeps the order of output if both streams go to one terminal.
     std::fflush(stdout);
-    const std::string text = DiagnosticText(diagnostic, WantsColour(STDERR_FILENO), ErrorColumns());
+    // If standard error is not a terminal, diagnostics have the width of an ordinary one.
+    constexpr std::size_t kOrdinary = 80;
+    const std::size_t columns = WindowOf(STDERR_FILENO).columns;
+    const std::string text =
+        DiagnosticText(diagnostic, WantsColour(STDERR_FILENO), columns == 0 ? kOrdinary : columns);
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 

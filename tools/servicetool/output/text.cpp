@@ -114,6 +114,20 @@ std::size_t Columns(char32_t code) {
     return columns < 0 ? 1 : static_cast<std::size_t>(columns);
 }
 
+// The text with each character replaced by escape(character), unless that is empty.
+template <typename Escape>
+std::string Converted(std::string_view text, Escape escape) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        const Character character = FirstCharacter(text);
+        const std::string escaped = escape(character);
+        out += escaped.empty() ? text.substr(0, character.size) : escaped;
+        text.remove_prefix(character.size);
+    }
+    return out;
+}
+
 }  // namespace
 
 Character FirstCharacter(std::string_view text) {
@@ -155,19 +169,11 @@ std::string Escaped(std::string_view text) {
     if (IsPlain(text)) {
         return std::string(text);
     }
-    std::string out;
-    out.reserve(text.size());
-    while (!text.empty()) {
-        const Character character = FirstCharacter(text);
+    return Converted(text, [](const Character &character) {
         const char32_t code = character.code;
-        if (character.valid && code != '\\' && !IsControl(code)) {
-            out += text.substr(0, character.size);
-        } else {
-            out += EscapeOf(character);
-        }
-        text.remove_prefix(character.size);
-    }
-    return out;
+        const bool kept = character.valid && code != '\\' && !IsControl(code);
+        return kept ? "" : EscapeOf(character);
+    });
 }
 
 std::size_t DisplayWidth(std::string_view escaped) {
@@ -215,18 +221,9 @@ std::string Quoted(std::string_view text) {
 }
 
 std::string Utf8Text(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    while (!text.empty()) {
-        const Character character = FirstCharacter(text);
-        if (character.valid) {
-            out += text.substr(0, character.size);
-        } else {
-            out += HexEscape(kByteEscape, character.code);
-        }
-        text.remove_prefix(character.size);
-    }
-    return out;
+    return Converted(text, [](const Character &character) {
+        return character.valid ? "" : HexEscape(kByteEscape, character.code);
+    });
 }
 
 std::string LowerCase(std::string_view text) {

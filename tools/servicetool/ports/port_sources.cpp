@@ -213,7 +213,8 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
     // A service that is left out of a file declares nothing, so it is only a warning.
     const bool files_known =
         source != TAVO_PORT_CHECK_FW_SERVICE ||
-        !TellOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_);
+        !TellOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_,
+                       Status::kOk);
     for (int &sources : failed) {
         sources |= files_known ? 0 : source;
     }
