@@ -254,7 +254,7 @@ Reading ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool suppor
     return Reading::Good();
 }
 
-DeclaredServices ReadDeclaredServices(FileVisitor *visitor) {
+DeclaredServices ReadDeclaredServices(const FileVisitor *visitor) {
     DeclaredServices declared = {nullptr, nullptr, ReadingReport(visitor)};
     for (const auto *row = rgServices; row->szName != nullptr; ++row) {
         OwnedServices service;
