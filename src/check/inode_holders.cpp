@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "support/listing.h"
+#include "support/text.h"
 
 namespace tavo {
 namespace {
@@ -126,7 +127,7 @@ bool InodeHolders::StoreIn(const Place &here, TLIBCSzHash *pInodeToPidsTable) co
 
 bool InodeHolders::Store(const Place &here, const Inode &inode,
                          TLIBCSzHash *pInodeToPidsTable) const {
-    const InodeKey key(inode.ulInode);
+    const Decimal key(inode.ulInode);
     const char *szStored = TLIBCSzHashGetValue(pInodeToPidsTable, key.Get());
     const char *szKnown = szStored == nullptr ? "" : szStored;
     const std::size_t nSize = inode.nTextLength + std::strlen(szKnown) + 1;
