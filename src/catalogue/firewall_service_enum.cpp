@@ -305,11 +305,9 @@ int TAVOFwServiceEnum(TAVO_FW_SERVICE **ppServices) {
 
 void TAVOFwServiceFree(TAVO_FW_SERVICE *pList) {
     while (pList != nullptr) {
-        TAVO_FW_SERVICE *pNext = pList->pNext;
         TLIBCSzListFree(pList->pDstPortList);
         TLIBCSzListFree(pList->pSrcPortList);
-        std::free(pList);
-        pList = pNext;
+        std::free(std::exchange(pList, pList->pNext));
     }
 }
 
