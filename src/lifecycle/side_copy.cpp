@@ -17,7 +17,6 @@
 
 #include "base/descriptor.h"
 #include "lifecycle/path_change.h"
-#include "lifecycle/pause.h"
 #include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/presence.h"
