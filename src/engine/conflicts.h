@@ -16,7 +16,6 @@
 #include "engine/text_ranges.h"
 #include "engine/used_ports.h"
 #include "support/growing_array.h"
-#include "support/kept_texts.h"
 
 namespace tavo {
 

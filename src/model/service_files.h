@@ -4,7 +4,6 @@
 
 #include "model/reading.h"
 #include "support/growing_array.h"
-#include "support/kept_texts.h"
 #include "support/owners.h"
 #include "support/service_directory.h"
 #include "tavoserviceconf.h"
