@@ -402,17 +402,10 @@ StoreSet ChosenStores(const SetParam &param) {
 }
 
 const char *PathOf(StoreId store) {
-    switch (store) {
-        case StoreId::kSystemServices:
-            return kSystemServiceDirectory;
-        case StoreId::kPackageServices:
-            return kPackageServiceDirectory;
-        case StoreId::kFirewallRules:
-            return kFirewallDirectory;
-        case StoreId::kForwardingRules:
-            break;
-    }
-    return TAVOPFRuleConfPathGet();
+    static constexpr const char *kFolders[] = {kSystemServiceDirectory, kPackageServiceDirectory,
+                                               kFirewallDirectory};
+    return store == StoreId::kForwardingRules ? TAVOPFRuleConfPathGet()
+                                              : kFolders[static_cast<int>(store)];
 }
 
 Stores AllStores(Step step, const Place &operation) {
