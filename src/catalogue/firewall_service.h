@@ -27,7 +27,7 @@ struct DeclaredServices {
 };
 
 // Reads the rows of rgServices, then the service files. With a visitor, `files` is null.
-DeclaredServices ReadDeclaredServices(FileVisitor *visitor = nullptr);
+DeclaredServices ReadDeclaredServices(const FileVisitor *visitor = nullptr);
 
 // Whether this model supports the services of a file with this support key, "" for none, according
 // to the factory settings. A failed check counts as no. It is not a fault of the catalogue, because

@@ -254,7 +254,7 @@ Reading ServiceFromSection(const TAVO_SERVICE_CONF_SECTION &section, bool suppor
     return Reading::Good();
 }
 
-DeclaredServices ReadDeclaredServices(FileVisitor *visitor) {
+DeclaredServices ReadDeclaredServices(const FileVisitor *visitor) {
     DeclaredServices declared = {nullptr, nullptr, ReadingReport(visitor)};
     for (const auto *row = rgServices; row->szName != nullptr; ++row) {
         OwnedServices service;
@@ -305,11 +305,9 @@ int TAVOFwServiceEnum(TAVO_FW_SERVICE **ppServices) {
 
 void TAVOFwServiceFree(TAVO_FW_SERVICE *pList) {
     while (pList != nullptr) {
-        TAVO_FW_SERVICE *pNext = pList->pNext;
         TLIBCSzListFree(pList->pDstPortList);
         TLIBCSzListFree(pList->pSrcPortList);
-        std::free(pList);
-        pList = pNext;
+        std::free(std::exchange(pList, pList->pNext));
     }
 }
 

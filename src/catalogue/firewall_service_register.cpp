@@ -20,29 +20,24 @@
 
 namespace {
 
-// The position of a text in the string tables of the user interface.
-struct Reference {
-    std::string_view section;
-    std::string_view key;
-};
-
 // The fields in which the rows differ. Each row has destination ports, fixed ones or a provider,
-// and no source ports.
+// and no source ports. The texts are SECTION:KEY in the string tables of the user interface.
 struct BuiltIn {
     const char *szName;
-    const char *szSupportKey = nullptr;
-    uint32_t blPortForward = 0;
-    Reference desc;
-    Reference title;
+    const char *szSupportKey;  // null: always supported
+    uint32_t blPortForward;
+    std::string_view desc;
+    std::string_view title;
     uint32_t nProtocol;
-    const char *szPorts = nullptr;
+    const char *szPorts;  // null: the provider has them
     TAVO_FW_PORT_PROVIDER pfnPorts = nullptr;
 };
 
-consteval TAVO_SERVICE_CONF_STRING Text(Reference reference) {
+consteval TAVO_SERVICE_CONF_STRING Text(std::string_view reference) {
     TAVO_SERVICE_CONF_STRING text = {};
-    reference.section.copy(text.szSection, sizeof(text.szSection) - 1);
-    reference.key.copy(text.szKey, sizeof(text.szKey) - 1);
+    const std::size_t colon = reference.find(':');
+    reference.substr(0, colon).copy(text.szSection, sizeof(text.szSection) - 1);
+    reference.substr(colon + 1).copy(text.szKey, sizeof(text.szKey) - 1);
     return text;
 }
 
@@ -64,76 +59,32 @@ consteval TAVO_FW_SERVICE_REG Row(const BuiltIn &service) {
 }  // namespace
 
 constinit const TAVO_FW_SERVICE_REG rgServices[13] = {
-    Row({.szName = "telnet",
-         .blPortForward = 1,
-         .desc = {"firewall", "firewall_service_desc_telnet"},
-         .title = {"firewall", "firewall_service_opt_telnet"},
-         .nProtocol = TAVO_PROTO_TCP,
-         .szPorts = "23"}),
-    Row({.szName = "ssh",
-         .blPortForward = 1,
-         .desc = {"firewall", "firewall_service_desc_ssh"},
-         .title = {"firewall", "firewall_service_opt_ssh"},
-         .nProtocol = TAVO_PROTO_TCP,
-         .pfnPorts = TAVOFwPortsSSH}),
-    Row({.szName = "ups_server",
-         .szSupportKey = "supportups",
-         .desc = {"firewall", "firewall_service_desc_ups"},
-         .title = {"tree", "leaf_ups"},
-         .nProtocol = TAVO_PROTO_TCP,
-         .szPorts = "3493"}),
-    Row({.szName = "lanprobed",
-         .desc = {"firewall", "firewall_service_desc_lanprobed"},
-         .title = {"firewall", "firewall_service_opt_lanprobed"},
-         .nProtocol = TAVO_PROTO_UDP,
-         .szPorts = "1234,9997,9998,9999"}),
-    Row({.szName = "nfs",
-         .szSupportKey = "supportNFS",
-         .blPortForward = 1,
-         .desc = {"firewall", "firewall_service_desc_nfs"},
-         .title = {"tree", "leaf_nfs"},
-         .nProtocol = TAVO_PROTO_BOTH,
-         .pfnPorts = TAVOFwPortsNFS}),
-    Row({.szName = "afp",
-         .blPortForward = 1,
-         .desc = {"firewall", "firewall_service_desc_afp"},
-         .title = {"network", "apple_subject"},
-         .nProtocol = TAVO_PROTO_TCP,
-         .szPorts = "548"}),
-    Row({.szName = "ftp",
-         .blPortForward = 1,
-         .desc = {"firewall", "firewall_service_desc_ftp"},
-         .title = {"tree", "leaf_ftp"},
-         .nProtocol = TAVO_PROTO_TCP,
-         .pfnPorts = TAVOFTPFwPorts}),
-    Row({.szName = "snmp",
-         .desc = {"firewall", "firewall_service_desc_snmp"},
-         .title = {"tree", "leaf_snmp"},
-         .nProtocol = TAVO_PROTO_UDP,
-         .szPorts = "161"}),
+    Row({"telnet", nullptr, 1, "firewall:firewall_service_desc_telnet",
+         "firewall:firewall_service_opt_telnet", TAVO_PROTO_TCP, "23"}),
+    Row({"ssh", nullptr, 1, "firewall:firewall_service_desc_ssh",
+         "firewall:firewall_service_opt_ssh", TAVO_PROTO_TCP, nullptr, TAVOFwPortsSSH}),
+    Row({"ups_server", "supportups", 0, "firewall:firewall_service_desc_ups", "tree:leaf_ups",
+         TAVO_PROTO_TCP, "3493"}),
+    Row({"lanprobed", nullptr, 0, "firewall:firewall_service_desc_lanprobed",
+         "firewall:firewall_service_opt_lanprobed", TAVO_PROTO_UDP, "1234,9997,9998,9999"}),
+    Row({"nfs", "supportNFS", 1, "firewall:firewall_service_desc_nfs", "tree:leaf_nfs",
+         TAVO_PROTO_BOTH, nullptr, TAVOFwPortsNFS}),
+    Row({"afp", nullptr, 1, "firewall:firewall_service_desc_afp", "network:apple_subject",
+         TAVO_PROTO_TCP, "548"}),
+    Row({"ftp", nullptr, 1, "firewall:firewall_service_desc_ftp", "tree:leaf_ftp", TAVO_PROTO_TCP,
+         nullptr, TAVOFTPFwPorts}),
+    Row({"snmp", nullptr, 0, "firewall:firewall_service_desc_snmp", "tree:leaf_snmp",
+         TAVO_PROTO_UDP, "161"}),
     // In the next two rows the description refers to the "opt" text and the title to the "desc"
     // text, unlike in all other rows. Programs that read the table expect this, so it is kept.
-    Row({.szName = "bonjour",
-         .desc = {"firewall", "firewall_service_opt_bonjour"},
-         .title = {"firewall", "firewall_service_desc_bonjour"},
-         .nProtocol = TAVO_PROTO_UDP,
-         .szPorts = "5353"}),
-    Row({.szName = "kx20",
-         .szSupportKey = "cv_kx",
-         .desc = {"firewall", "firewall_service_opt_kx20"},
-         .title = {"firewall", "firewall_service_desc_kx20"},
-         .nProtocol = TAVO_PROTO_UDP,
-         .szPorts = "19999"}),
-    Row({.szName = "lpr",
-         .desc = {"firewall", "firewall_service_desc_lpr"},
-         .title = {"firewall", "firewall_service_opt_lpr"},
-         .nProtocol = TAVO_PROTO_TCP,
-         .szPorts = "515"}),
-    Row({.szName = "ipp",
-         .desc = {"firewall", "firewall_service_desc_ipp"},
-         .title = {"firewall", "firewall_service_opt_ipp"},
-         .nProtocol = TAVO_PROTO_TCP,
-         .szPorts = "631"}),
+    Row({"bonjour", nullptr, 0, "firewall:firewall_service_opt_bonjour",
+         "firewall:firewall_service_desc_bonjour", TAVO_PROTO_UDP, "5353"}),
+    Row({"kx20", "cv_kx", 0, "firewall:firewall_service_opt_kx20",
+         "firewall:firewall_service_desc_kx20", TAVO_PROTO_UDP, "19999"}),
+    Row({"lpr", nullptr, 0, "firewall:firewall_service_desc_lpr",
+         "firewall:firewall_service_opt_lpr", TAVO_PROTO_TCP, "515"}),
+    Row({"ipp", nullptr, 0, "firewall:firewall_service_desc_ipp",
+         "firewall:firewall_service_opt_ipp", TAVO_PROTO_TCP, "631"}),
     {},
 };
 
@@ -221,9 +172,7 @@ int ReadSshPort(const char *szKey, unsigned int &nPort) {
 }
 
 int PushPort(unsigned int nPort, TLIBCSzList *pPorts) {
-    char szPort[kValueSize];
-    std::snprintf(szPort, sizeof(szPort), "%u", nPort);
-    return TLIBCSzListPush(&pPorts, szPort);
+    return TLIBCSzListPush(&pPorts, tavo::Decimal(nPort).Get());
 }
 
 // Stores a list with this one range in *ppPortList and frees it, which is kept. The callers of the

@@ -8,16 +8,12 @@
 #include "support/failure.h"
 
 namespace tavo {
-namespace {
-
-constexpr std::size_t kValueSize = 1024;
-
-}  // namespace
 
 SystemDeclaration ReadSystemPort(const Place &here, const SystemPort &row) {
     if (row.key == nullptr) {
         return {ToUPort(row.port), Reading::Good()};
     }
+    constexpr std::size_t kValueSize = 1024;
     char value[kValueSize] = "";
     const int found = TLIBCFileGetKeyValue(kSettingsFile, row.key, value, sizeof(value));
     if (found == 1) {

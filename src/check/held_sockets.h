@@ -10,7 +10,6 @@
 #include "check/inode_holders.h"
 #include "check/socket_tables.h"
 #include "support/growing_array.h"
-#include "support/kept_texts.h"
 
 namespace tavo {
 

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "support/listing.h"
+#include "support/text.h"
 
 namespace tavo {
 namespace {
@@ -126,7 +127,7 @@ bool InodeHolders::StoreIn(const Place &here, TLIBCSzHash *pInodeToPidsTable) co
 
 bool InodeHolders::Store(const Place &here, const Inode &inode,
                          TLIBCSzHash *pInodeToPidsTable) const {
-    const InodeKey key(inode.ulInode);
+    const Decimal key(inode.ulInode);
     const char *szStored = TLIBCSzHashGetValue(pInodeToPidsTable, key.Get());
     const char *szKnown = szStored == nullptr ? "" : szStored;
     const std::size_t nSize = inode.nTextLength + std::strlen(szKnown) + 1;
@@ -163,27 +164,10 @@ void InodeHolders::PrintValue(const Inode &inode, const char *szKnown, char *szB
 
 // ---- All processes ----
 
-namespace {
-
-// Initial capacity of the list of processes.
-constexpr int kProcesses = 512;
-
-// Appends the process id in decimal. A failure is logged and returns false.
-bool PushPid(const Place &here, int pid, OwnedNames &pids) {
-    char text[sizeof("-2147483648")];
-    std::snprintf(text, sizeof(text), "%d", pid);
-    if (!Push(pids, text)) {
-        TAVO_LOG_AT(here, "Failed to TLIBCSzListPush %p %s", static_cast<void *>(pids.get()), text);
-        return false;
-    }
-    return true;
-}
-
-}  // namespace
-
 // In /proc, names that are numbers sort before all others, so the loop ends at the first other
 // name.
 OwnedNames ListPids(const Place &here, unsigned int &error) {
+    constexpr int kProcesses = 512;  // initial capacity
     OwnedNames pids(TLIBCSzListAlloc(kProcesses));
     const Listing listing("/proc");
     error = listing.Failed() ? ErrorOfCall(errno) : 0;
@@ -199,7 +183,11 @@ OwnedNames ListPids(const Place &here, unsigned int &error) {
         if (std::sscanf(entry->d_name, "%d", &pid) != 1) {
             break;
         }
-        if (!PushPid(here, pid, pids)) {
+        char text[sizeof("-2147483648")];
+        std::snprintf(text, sizeof(text), "%d", pid);
+        if (!Push(pids, text)) {
+            TAVO_LOG_AT(here, "Failed to TLIBCSzListPush %p %s", static_cast<void *>(pids.get()),
+                        text);
             error = TLIBC_ERR_NO_MEMORY;
         }
     }

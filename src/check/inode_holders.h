@@ -3,7 +3,6 @@
 #define TAVO_SRC_CHECK_INODE_HOLDERS_H
 
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 
@@ -29,18 +28,6 @@ constexpr bool IsOutOfReach(int nError) {
     return nError == ENOENT || nError == ESRCH || nError == ENOTDIR || nError == ENAMETOOLONG ||
            nError == EACCES || nError == EPERM;
 }
-
-// An inode in decimal, as a key of the table of holders.
-class InodeKey {
-  public:
-    explicit InodeKey(uint64_t ulInode) {
-        *std::to_chars(szText_, szText_ + sizeof(szText_) - 1, ulInode).ptr = '\0';
-    }
-    const char *Get() const { return szText_; }
-
-  private:
-    char szText_[sizeof("18446744073709551615")];
-};
 
 // Collects all holders before any value is written, so that a socket that many processes share is
 // written once.

@@ -21,6 +21,7 @@
 
 #include "check/port_index.h"
 #include "check/result_records.h"
+#include "support/text.h"
 
 namespace tavo {
 
@@ -28,16 +29,6 @@ namespace tavo {
 constexpr int kPortTextsCapacity = 512;
 
 constexpr char kCollectionName[] = "*ppsdCheckResultCollection";
-
-// A port in decimal.
-class DecimalPort {
-  public:
-    explicit DecimalPort(uint16_t uPort) { std::snprintf(szText_, sizeof(szText_), "%hu", uPort); }
-    const char *Get() const { return szText_; }
-
-  private:
-    char szText_[sizeof("65535")];
-};
 
 // Appends all records for a port and protocol, or a record without a conflict if there are none.
 template <typename Check>
@@ -135,7 +126,7 @@ inline PortSet PortsNamedIn(const TLIBCSzList *pPortList) {
     for (int i = 0; i < nPorts; ++i) {
         const char *szPort = TLIBCSzListGet(pPortList, i);
         const uint16_t uPort = static_cast<uint16_t>(std::strtoul(szPort, nullptr, 10));
-        if (std::strcmp(szPort, DecimalPort(uPort).Get()) == 0) {
+        if (std::strcmp(szPort, Decimal(uPort).Get()) == 0) {
             ports.set(uPort);
         }
     }
@@ -156,7 +147,7 @@ int ListConflictPorts(const Place &here, const TLIBCDList *pResultList, uint16_t
         if (record.blConflict != 1 || !IsAskedFor(record, uProtocol) || listed[record.uPort]) {
             continue;
         }
-        if (TLIBCSzListPush(&pConflictPortList, DecimalPort(record.uPort).Get()) < 0) {
+        if (TLIBCSzListPush(&pConflictPortList, Decimal(record.uPort).Get()) < 0) {
             return TAVO_FAIL_ALLOC_AT(here, "pConflictPortList");
         }
         listed.set(record.uPort);
@@ -213,7 +204,7 @@ int IsAnyInConflict(const Place &here, const TLIBCSzList *pPortList, uint16_t uP
 template <typename Check>
 int IsOneInConflict(const Place &here, uint16_t uPort, uint16_t uProtocol) {
     OwnedNames ports(TLIBCSzListAlloc(kPortTextsCapacity));
-    if (!ports || !Push(ports, DecimalPort(uPort).Get())) {
+    if (!ports || !Push(ports, Decimal(uPort).Get())) {
         TAVO_FAIL_ALLOC_AT(here, kCollectionName);
         return 0;
     }
@@ -244,7 +235,7 @@ int IsRangeInConflict(const Place &here, uint16_t uFirst, uint16_t uLast, uint16
         WaitForever();
     }
     for (uint16_t uPort = uFirst; uPort <= uLast; ++uPort) {
-        if (!Push(ports, DecimalPort(uPort).Get())) {
+        if (!Push(ports, Decimal(uPort).Get())) {
             TAVO_FAIL_ALLOC_AT(here, kCollectionName);
             return 0;
         }

@@ -281,7 +281,7 @@ TLIBCSzList *InodeToPidsGet(const TLIBCSzHash *pInodeToPidsTable, uint64_t ulIno
         TAVO_FAIL_ALLOC("pPidList");
         return nullptr;
     }
-    const char *szValue = TLIBCSzHashGetValue(pInodeToPidsTable, tavo::InodeKey(ulInode).Get());
+    const char *szValue = TLIBCSzHashGetValue(pInodeToPidsTable, tavo::Decimal(ulInode).Get());
     if (szValue == nullptr) {
         return pids.release();
     }

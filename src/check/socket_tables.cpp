@@ -55,19 +55,12 @@ class FieldReader {
         szAt_ += good_ ? 1 : 0;
     }
 
-    // Reads a number of at most nDigits digits.
-    uint64_t Hex(int nDigits) { return Number(16, nDigits); }
-    uint64_t Decimal(int nDigits) { return Number(10, nDigits); }
-
-    // Reads a field such as 00000000:00000000.
-    void HexPair(int nDigits) {
-        Hex(nDigits);
-        Char(':');
-        Hex(nDigits);
-    }
+    // Reads a number of at most nDigits digits and the character after it.
+    uint64_t Hex(int nDigits, char cEnd) { return Number(16, nDigits, cEnd); }
+    uint64_t Decimal(int nDigits, char cEnd) { return Number(10, nDigits, cEnd); }
 
   private:
-    uint64_t Number(uint64_t nBase, int nMostDigits) {
+    uint64_t Number(uint64_t nBase, int nMostDigits, char cEnd) {
         uint64_t nValue = 0;
         int nDigits = 0;
         for (; good_; ++szAt_, ++nDigits) {
@@ -79,6 +72,7 @@ class FieldReader {
             nValue = nValue * nBase + static_cast<uint64_t>(nDigit);
         }
         good_ = good_ && nDigits > 0;
+        Char(cEnd);
         return nValue;
     }
 
@@ -96,32 +90,23 @@ constexpr int kInodeDigits = 19;    // 64 bits, decimal
 bool ReadKernelLine(const char *szLine, RawSocketInfo &info) {
     FieldReader reader(szLine);
     reader.Blanks();
-    reader.Decimal(kCountDigits);  // slot
-    reader.Char(':');
+    reader.Decimal(kCountDigits, ':');  // slot
     reader.Char(' ');
-    reader.Hex(kAddressDigits);  // local address
-    reader.Char(':');
-    const uint64_t nPort = reader.Hex(kPortDigits);
-    reader.Char(' ');
-    reader.Hex(kAddressDigits);  // remote address and port
-    reader.Char(':');
-    reader.Hex(kPortDigits);
-    reader.Char(' ');
-    const uint64_t nState = reader.Hex(kWordDigits);
-    reader.Char(' ');
-    reader.HexPair(kWordDigits);  // queues
-    reader.Char(' ');
-    reader.HexPair(kWordDigits);  // timer
-    reader.Char(' ');
-    reader.Hex(kWordDigits);  // retransmissions
-    reader.Char(' ');
+    reader.Hex(kAddressDigits, ':');  // local address
+    const uint64_t nPort = reader.Hex(kPortDigits, ' ');
+    reader.Hex(kAddressDigits, ':');  // remote address and port
+    reader.Hex(kPortDigits, ' ');
+    const uint64_t nState = reader.Hex(kWordDigits, ' ');
+    reader.Hex(kWordDigits, ':');  // queues
+    reader.Hex(kWordDigits, ' ');
+    reader.Hex(kWordDigits, ':');  // timer
+    reader.Hex(kWordDigits, ' ');
+    reader.Hex(kWordDigits, ' ');  // retransmissions
     reader.Blanks();
-    reader.Decimal(kCountDigits);  // uid
-    reader.Char(' ');
+    reader.Decimal(kCountDigits, ' ');  // uid
     reader.Blanks();
-    reader.Decimal(kCountDigits);  // timeout
-    reader.Char(' ');
-    const uint64_t nInode = reader.Decimal(kInodeDigits);
+    reader.Decimal(kCountDigits, ' ');  // timeout
+    const uint64_t nInode = reader.Decimal(kInodeDigits, ' ');
     if (!reader.IsGood()) {
         return false;
     }

@@ -260,26 +260,13 @@ void PortConflicts::AddOmissions(const ReadingReport &report) {
     }
 }
 
-// An appliance has thousands of sections, so only the texts of those that conflict are kept.
-class PortConflicts::FileComparison final : public FileVisitor {
-  public:
-    explicit FileComparison(PortConflicts &conflicts) : conflicts_(conflicts) {}
-
-    void Visit(const ServiceFileRecord &file) override {
-        const auto *section = file.conf->pSections;
-        for (; section != nullptr; section = section->pNext) {
-            conflicts_.CompareSection(*section, file.path);
-        }
-    }
-
-  private:
-    PortConflicts &conflicts_;
-};
-
 void PortConflicts::ReadServices() {
     ForgetError();
-    FileComparison comparison(*this);
-    services_ = ReadDeclaredServices(&comparison);
+    const FileVisitor visitor = {[](void *self, const ServiceFileRecord &file) {
+                                     static_cast<PortConflicts *>(self)->CompareFile(file);
+                                 },
+                                 this};
+    services_ = ReadDeclaredServices(&visitor);
     AddOmissions(services_->report);
     const auto *service = services_->built_in.get();
     for (; service != nullptr; service = service->pNext) {
@@ -287,6 +274,14 @@ void PortConflicts::ReadServices() {
             CompareText(TLIBCSzListGet(service->pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
                         service->nDstProtocol, {.name = service->szName}, nullptr);
         }
+    }
+}
+
+// An appliance has thousands of sections, so only the texts of those that conflict are kept.
+void PortConflicts::CompareFile(const ServiceFileRecord &file) {
+    const auto *section = file.conf->pSections;
+    for (; section != nullptr; section = section->pNext) {
+        CompareSection(*section, file.path);
     }
 }
 

@@ -16,7 +16,6 @@
 #include "engine/text_ranges.h"
 #include "engine/used_ports.h"
 #include "support/growing_array.h"
-#include "support/kept_texts.h"
 
 namespace tavo {
 
@@ -90,8 +89,6 @@ class PortConflicts {
     const ReadingReport *Services() const { return services_ ? &services_->report : nullptr; }
 
   private:
-    class FileComparison;
-
     // A range of a question.
     struct Asked {
         Range range;
@@ -123,6 +120,7 @@ class PortConflicts {
     void AddOmissions(const ReadingReport &report);
     void ReadServices();
     bool IsSkippedFirst(const char *service) const;
+    void CompareFile(const ServiceFileRecord &file);
     void CompareSection(const TAVO_SERVICE_CONF_SECTION &section, const char *file);
     void ReadSettings();
     void ReadSockets();

@@ -98,6 +98,16 @@ int FailToAllocateList() {
     return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
 }
 
+int AskFtpPassivePort() {
+    if (TAVOFTPHighPortGet() < 0) {
+        return TAVO_LOG("failed to get ftp low port");
+    }
+    if (TAVOFTPHighPortGet() < 0) {
+        return TAVO_LOG("failed to get ftp high port");
+    }
+    return 0;
+}
+
 }  // namespace
 
 // ---- Port-forwarding rules ----
@@ -185,22 +195,6 @@ const char *ForwardingRules::FailedSection() const {
 
 // ---- Settings of the system ----
 
-namespace {
-
-constexpr int kSettingSize = 1024;
-
-int AskFtpPassivePort() {
-    if (TAVOFTPHighPortGet() < 0) {
-        return TAVO_LOG("failed to get ftp low port");
-    }
-    if (TAVOFTPHighPortGet() < 0) {
-        return TAVO_LOG("failed to get ftp high port");
-    }
-    return 0;
-}
-
-}  // namespace
-
 int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
     if (pSet == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
@@ -212,6 +206,7 @@ int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
     if (std::strcmp(szKey, kFtpLowPortKey) == 0 || std::strcmp(szKey, kFtpHighPortKey) == 0) {
         return AskFtpPassivePort();
     }
+    constexpr int kSettingSize = 1024;
     char szValue[kSettingSize] = "";
     if (TLIBCFileGetKeyValue(kSettingsFile, szKey, szValue, sizeof(szValue)) < 0) {
         return TAVO_LOG("Failed to get [%s] info from [%s].", szKey, kSettingsFile);

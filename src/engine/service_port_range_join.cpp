@@ -54,18 +54,15 @@ int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
     return ranges.AddTo(pDst);
 }
 
-int Join(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc) {
-    const bool direct = pDst != pSrc && IsAscending(pSrc->pRanges);
-    return direct ? AddRanges(pDst, pSrc->pRanges) : AddSnapshot(pDst, pSrc->pRanges);
-}
-
 }  // namespace
 
 int TLIBPortRangeJoin(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc) {
     if (pDst == nullptr || pSrc == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
-    if (Join(pDst, pSrc) < 0) {
+    const bool direct = pDst != pSrc && IsAscending(pSrc->pRanges);
+    const int nResult = direct ? AddRanges(pDst, pSrc->pRanges) : AddSnapshot(pDst, pSrc->pRanges);
+    if (nResult < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeAdd().");
     }
     return 0;

@@ -54,9 +54,7 @@ int UpdateFile(const char *name, const char *source, int location,
         failure.Set(Step::kCheckArguments);
         return TAVO_LOG("FAILED to get installed path of file=%s type=%d", name, location);
     }
-    const StoreLock lock(StoreOfDirectory(location == TAVO_SERVICE_CONF_DIR_SYSTEM
-                                              ? kSystemServiceDirectory
-                                              : kPackageServiceDirectory));
+    const StoreLock lock(StoreOfDirectory(DirectoryByBits(static_cast<uint32_t>(location))));
     if (!lock.IsHeld()) {
         return lock.Fail(TAVO_HERE, "to update ", installed, failure);
     }

@@ -17,7 +17,6 @@
 
 #include "base/descriptor.h"
 #include "lifecycle/path_change.h"
-#include "lifecycle/pause.h"
 #include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/presence.h"
@@ -403,17 +402,10 @@ StoreSet ChosenStores(const SetParam &param) {
 }
 
 const char *PathOf(StoreId store) {
-    switch (store) {
-        case StoreId::kSystemServices:
-            return kSystemServiceDirectory;
-        case StoreId::kPackageServices:
-            return kPackageServiceDirectory;
-        case StoreId::kFirewallRules:
-            return kFirewallDirectory;
-        case StoreId::kForwardingRules:
-            break;
-    }
-    return TAVOPFRuleConfPathGet();
+    static constexpr const char *kFolders[] = {kSystemServiceDirectory, kPackageServiceDirectory,
+                                               kFirewallDirectory};
+    return store == StoreId::kForwardingRules ? TAVOPFRuleConfPathGet()
+                                              : kFolders[static_cast<int>(store)];
 }
 
 Stores AllStores(Step step, const Place &operation) {

@@ -8,7 +8,6 @@
 #include <cerrno>
 
 #include "lifecycle/path_change.h"
-#include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_names.h"
 #include "tavocore.h"
 

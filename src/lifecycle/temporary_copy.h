@@ -9,8 +9,8 @@
 #define TAVO_SRC_LIFECYCLE_TEMPORARY_COPY_H
 
 #include "base/descriptor.h"
-#include "lifecycle/pause.h"
 #include "lifecycle/step_failure.h"
+#include "lifecycle/store_lock.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"

@@ -31,14 +31,12 @@ namespace {
 
 // The location must be a single directory, not a set of flags. Returns null for any other value.
 const char *InstallDirectory(int nLocation) {
-    switch (nLocation) {
-        case TAVO_SERVICE_CONF_DIR_SYSTEM:
-            return kSystemServiceDirectory;
-        case TAVO_SERVICE_CONF_DIR_PACKAGE:
-            return kPackageServiceDirectory;
-        default:
-            return nullptr;
+    for (const ServiceFolder &folder : kServiceFolders) {
+        if (folder.selector == nLocation) {
+            return folder.path;
+        }
     }
+    return nullptr;
 }
 
 // An installed file with the same name is not an error, since it is replaced.

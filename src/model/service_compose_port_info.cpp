@@ -33,8 +33,6 @@ int TAVOServiceComposePortInfo(const TAVO_SERVICE_CONF_PORT *pPort,
 
 void TAVOServiceConfPortsFree(TAVO_SERVICE_CONF_PORT *pList) {
     while (pList != nullptr) {
-        TAVO_SERVICE_CONF_PORT *pNext = pList->pNext;
-        std::free(pList);
-        pList = pNext;
+        std::free(std::exchange(pList, pList->pNext));
     }
 }

@@ -60,10 +60,8 @@ int TAVOServiceComposeSectionInfo(const TAVO_SERVICE_CONF_SECTION *pSection,
 
 void TAVOServiceConfSectionFree(TAVO_SERVICE_CONF_SECTION *pList) {
     while (pList != nullptr) {
-        TAVO_SERVICE_CONF_SECTION *pNext = pList->pNext;
         TAVOServiceConfPortsFree(pList->pSrcPorts);
         TAVOServiceConfPortsFree(pList->pDstPorts);
-        std::free(pList);
-        pList = pNext;
+        std::free(std::exchange(pList, pList->pNext));
     }
 }

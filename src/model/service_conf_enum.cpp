@@ -58,7 +58,11 @@ int ReadFolder(const ServiceFolder &folder, TAVO_SERVICE_CONF **list, ReadingRep
         return 0;
     }
     int files = 0;
-    const tavo::Descriptor directory(open(folder.path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    tavo::Descriptor directory(open(folder.path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    // The last free descriptor is needed for the files, which are then opened by their whole paths.
+    if (!tavo::Descriptor(fcntl(directory.Get(), F_DUPFD_CLOEXEC, 0)).IsOpen()) {
+        directory.Reset();
+    }
     tavo::HeldFile held;
     for (const dirent *entry : listing) {
         if (!IsFileOrLink(*entry)) {

@@ -147,9 +147,7 @@ int TAVOServiceConfGet(const char *szPath, TAVO_SERVICE_CONF **ppList) {
 
 void TAVOServiceConfFree(TAVO_SERVICE_CONF *pList) {
     while (pList != nullptr) {
-        TAVO_SERVICE_CONF *pNext = pList->pNext;
         TAVOServiceConfSectionFree(pList->pSections);
-        std::free(pList);
-        pList = pNext;
+        std::free(std::exchange(pList, pList->pNext));
     }
 }

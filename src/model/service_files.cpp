@@ -46,7 +46,7 @@ void ReadingReport::BeginFile(const ServiceFolder &folder, const char *path) {
 void ReadingReport::EndFile(Reading reading, TAVO_SERVICE_CONF **list) {
     ServiceFileRecord file = {folder_, path_, reading.IsGood() ? *list : nullptr};
     if (file.conf != nullptr && visitor_ != nullptr) {
-        visitor_->Visit(file);
+        visitor_->visit(visitor_->context, file);
         const OwnedConf visited(std::exchange(*list, (*list)->pNext));
         visited->pNext = nullptr;
         file.conf = nullptr;

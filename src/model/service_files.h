@@ -4,7 +4,6 @@
 
 #include "model/reading.h"
 #include "support/growing_array.h"
-#include "support/kept_texts.h"
 #include "support/owners.h"
 #include "support/service_directory.h"
 #include "tavoserviceconf.h"
@@ -30,15 +29,13 @@ struct LeftOut {
     int error = 0;  // for a folder, the errno of listing it
 };
 
-// Looks at files that need not be kept.
-class FileVisitor {
-  public:
+// Looks at files that need not be kept. A pointer to a function, because the library is compiled
+// without the type information that the sanitizers need for virtual functions.
+struct FileVisitor {
     // Called once for each file that is not left out, before the next one is read. The record of
     // the file is freed afterwards.
-    virtual void Visit(const ServiceFileRecord &file) = 0;
-
-  protected:
-    ~FileVisitor() = default;
+    void (*visit)(void *context, const ServiceFileRecord &file);
+    void *context;
 };
 
 // Owns its texts. The records of the files point into the list of files that was read with it.
@@ -47,7 +44,7 @@ class ReadingReport {
     ReadingReport() = default;
 
     // The files are passed to the visitor, unless it is null, and are missing from the list.
-    explicit ReadingReport(FileVisitor *visitor) : visitor_(visitor) {}
+    explicit ReadingReport(const FileVisitor *visitor) : visitor_(visitor) {}
 
     // Every file that was tried: those of the system folder, then those of the package folder,
     // sorted by name.
@@ -77,7 +74,7 @@ class ReadingReport {
     void NoteNoMemory();
     const char *Keep(const char *text);
 
-    FileVisitor *visitor_ = nullptr;
+    const FileVisitor *visitor_ = nullptr;
     GrowingArray<ServiceFileRecord> files_;
     GrowingArray<LeftOut> omissions_;
     KeptTexts texts_;

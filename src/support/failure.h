@@ -76,27 +76,18 @@ class LineFormat {
     std::size_t length_ = 0;
 };
 
-// Writes a log line; errno is unchanged. These are functions, not macros, so that the compiler
-// checks the format.
-__attribute__((format(printf, 2, 3))) inline int LogAt(const Place &place, const char *format,
-                                                       ...) {
-    const UnchangedErrno unchanged;
-    LineFormat line(place);
-    line.Add(format);
-    va_list arguments;
-    va_start(arguments, format);
-    vsyslog(LOG_ERR, line.Get(), arguments);
-    va_end(arguments);
-    return -1;
-}
+enum class LineEnd { kText, kErrorState };
 
-// Writes a log line that ends in the error state, whichever call set it.
-__attribute__((format(printf, 2, 3))) inline int LogStateAt(const Place &place, const char *format,
-                                                            ...) {
+// Writes a log line, which may end in the error state, whichever call set it; errno is unchanged. A
+// function, not a macro, so that the compiler checks the format.
+__attribute__((format(printf, 3, 4))) inline int LogAt(const Place &place, LineEnd end,
+                                                       const char *format, ...) {
     const UnchangedErrno unchanged;
     LineFormat line(place);
     line.Add(format);
-    line.AddErrorState();
+    if (end == LineEnd::kErrorState) {
+        line.AddErrorState();
+    }
     va_list arguments;
     va_start(arguments, format);
     vsyslog(LOG_ERR, line.Get(), arguments);
@@ -138,9 +129,10 @@ inline int SetErrorAt(const Place &place, unsigned int code) {
 #define TAVO_SET_ERROR(code) TAVO_SET_ERROR_AT(TAVO_HERE, code)
 
 // Writes a log line; with _STATE, one that ends in the error state: "[0x0D00 source.cpp:47]".
-#define TAVO_LOG_AT(place, ...) ::tavo::LogAt((place), __VA_ARGS__)
+#define TAVO_LOG_AT(place, ...) ::tavo::LogAt((place), ::tavo::LineEnd::kText, __VA_ARGS__)
 #define TAVO_LOG(...) TAVO_LOG_AT(TAVO_HERE, __VA_ARGS__)
-#define TAVO_LOG_STATE_AT(place, ...) ::tavo::LogStateAt((place), __VA_ARGS__)
+#define TAVO_LOG_STATE_AT(place, ...) \
+    ::tavo::LogAt((place), ::tavo::LineEnd::kErrorState, __VA_ARGS__)
 #define TAVO_LOG_STATE(...) TAVO_LOG_STATE_AT(TAVO_HERE, __VA_ARGS__)
 
 // Both: records an error code, then writes a log line.

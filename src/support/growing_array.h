@@ -1,11 +1,14 @@
-// An array that grows geometrically, for elements that may be moved as bytes.
+// An array that grows geometrically, for elements that may be moved as bytes, and a store of texts.
 #ifndef TAVO_SRC_SUPPORT_GROWING_ARRAY_H
 #define TAVO_SRC_SUPPORT_GROWING_ARRAY_H
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <type_traits>
 #include <utility>
+
+#include "base/owners.h"
 
 namespace tavo {
 
@@ -66,6 +69,30 @@ class GrowingArray {
     T *items_ = nullptr;
     std::size_t count_ = 0;
     std::size_t room_ = 0;
+};
+
+// Copies of texts, which live as long as the records that point to them.
+class KeptTexts {
+  public:
+    KeptTexts() = default;
+    ~KeptTexts() {
+        for (char *text : texts_) {
+            std::free(text);
+        }
+    }
+    KeptTexts(KeptTexts &&other) = default;
+    KeptTexts &operator=(KeptTexts &&other) = default;
+    KeptTexts(const KeptTexts &) = delete;
+    KeptTexts &operator=(const KeptTexts &) = delete;
+
+    // Returns null when out of memory.
+    const char *Keep(const char *text) {
+        MallocPtr<char> copy(strdup(text));
+        return copy != nullptr && texts_.Append(copy.get()) ? copy.release() : nullptr;
+    }
+
+  private:
+    GrowingArray<char *> texts_;
 };
 
 }  // namespace tavo

@@ -3,8 +3,10 @@
 #define TAVO_SRC_SUPPORT_TEXT_H
 
 #include <algorithm>
+#include <charconv>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -48,6 +50,18 @@ __attribute__((format(printf, 2, 3))) void PrintText(char (&field)[Size], const 
     }
     va_end(arguments);
 }
+
+// A number in decimal.
+class Decimal {
+  public:
+    explicit Decimal(uint64_t number) {
+        *std::to_chars(text_, text_ + sizeof(text_) - 1, number).ptr = '\0';
+    }
+    const char *Get() const { return text_; }
+
+  private:
+    char text_[sizeof("18446744073709551615")];
+};
 
 // Cuts the piece up to the next `separator` from `szRest`, in place. `szRest` moves to the rest, or
 // becomes null after the last piece. Pieces may be empty.

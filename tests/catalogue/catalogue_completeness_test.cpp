@@ -202,24 +202,19 @@ TEST_F(Catalogue, HasTheBuiltInServicesAndTheSectionsOfEachFile) {
 }
 
 // Keeps one line for each visited file.
-class Visits final : public FileVisitor {
-  public:
-    void Visit(const ServiceFileRecord &file) override {
-        lines_.push_back(file.path + std::string(": ") + file.conf->pSections->szName);
-    }
-    const std::vector<std::string> &Lines() const { return lines_; }
-
-  private:
-    std::vector<std::string> lines_;
-};
+void KeepLine(void *lines, const ServiceFileRecord &file) {
+    static_cast<std::vector<std::string> *>(lines)->push_back(file.path + std::string(": ") +
+                                                              file.conf->pSections->szName);
+}
 
 TEST_F(Catalogue, PassesEachFileToTheVisitorAndKeepsNone) {
     const std::string a = Install("a.sc", Section("a", "80"));
     const std::string bad = Install("b.sc", Section("b", "80x"));
     const std::string c = Install("c.sc", Section("c", "81") + Section("d e", "82"));
-    Visits visits;
-    const DeclaredServices declared = ReadDeclaredServices(&visits);
-    EXPECT_THAT(visits.Lines(), ElementsAre(a + ": a", c + ": c"));
+    std::vector<std::string> lines;
+    const FileVisitor visitor = {KeepLine, &lines};
+    const DeclaredServices declared = ReadDeclaredServices(&visitor);
+    EXPECT_THAT(lines, ElementsAre(a + ": a", c + ": c"));
     EXPECT_EQ(declared.files, nullptr);
     EXPECT_THAT(SectionsByFile(declared.report), ElementsAre(a + ":", bad + ":", c + ":"));
     EXPECT_EQ(declared.report.Omissions().Count(), 3U);

@@ -134,13 +134,13 @@ TEST_F(FirewallServicesList, DoesNotBlameReadableSettingsForAFailedReading) {
 
 namespace tavo {
 
-DeclaredServices LinkedReader(FileVisitor *visitor) asm(
-    "__real__ZN4tavo20ReadDeclaredServicesEPNS_11FileVisitorE");
-DeclaredServices StandInReader(FileVisitor *visitor) asm(
-    "__wrap__ZN4tavo20ReadDeclaredServicesEPNS_11FileVisitorE");
+DeclaredServices LinkedReader(const FileVisitor *visitor) asm(
+    "__real__ZN4tavo20ReadDeclaredServicesEPKNS_11FileVisitorE");
+DeclaredServices StandInReader(const FileVisitor *visitor) asm(
+    "__wrap__ZN4tavo20ReadDeclaredServicesEPKNS_11FileVisitorE");
 
 // The linker redirects calls of ReadDeclaredServices to this function.
-DeclaredServices StandInReader(FileVisitor *visitor) {
+DeclaredServices StandInReader(const FileVisitor *visitor) {
     DeclaredServices declared = LinkedReader(visitor);
     if (test::change) {
         test::change(declared);

@@ -103,11 +103,15 @@ void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string
 
 // Reads all services. Of those in files it keeps only what is printed, because an appliance has
 // thousands.
-class ServiceReading final : private FileVisitor {
+class ServiceReading {
   public:
     ServiceReading(const std::vector<std::string> &wanted, bool json)
         : wanted_(wanted), json_(json) {
-        DeclaredServices declared = ReadDeclaredServices(this);
+        const FileVisitor visitor = {[](void *self, const ServiceFileRecord &file) {
+                                         static_cast<ServiceReading *>(self)->Visit(file);
+                                     },
+                                     this};
+        DeclaredServices declared = ReadDeclaredServices(&visitor);
         if (failure_) {
             std::rethrow_exception(failure_);
         }
@@ -122,7 +126,7 @@ class ServiceReading final : private FileVisitor {
 
   private:
     // The library is compiled without exceptions, so none may pass through it.
-    void Visit(const ServiceFileRecord &file) override {
+    void Visit(const ServiceFileRecord &file) {
         try {
             for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(file.conf->pSections)) {
                 file_names.emplace_back(section->szName);
