@@ -18,7 +18,6 @@
 #include "model/service_files.h"
 #include "output/text.h"
 #include "ports/port_sources.h"
-#include "ports/section_queries.h"
 
 namespace tavo::tool {
 namespace {

@@ -14,7 +14,6 @@
 #include "output/text.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
-#include "ports/section_queries.h"
 
 namespace tavo::tool {
 namespace {

@@ -240,9 +240,8 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
 }
 
 void PortSources::TellIgnoredLines(int source) {
-    Diagnostic finding;
-    if (FindIgnoredLines(source, finding)) {
-        Tell(std::move(finding));
+    if (auto finding = FindIgnoredLines(source)) {
+        Tell(std::move(*finding));
     }
 }
 

@@ -27,6 +27,11 @@ Diagnostic Error(std::string file, std::string rule, std::string message, std::s
             .fix = std::move(fix)};
 }
 
+Diagnostic Warning(Diagnostic diagnostic) {
+    diagnostic.severity = Severity::kWarning;
+    return diagnostic;
+}
+
 std::string Because(const std::string &reason) {
     return reason.empty() ? "" : ": " + reason;
 }
@@ -201,19 +206,17 @@ Diagnostic WhyUnknown(const SourceFailure &failure) {
 
 // In the rules, keys before the first section are also ignored. An appliance without port
 // forwarding has no file of rules.
-bool FindIgnoredLines(int source, Diagnostic &finding) {
+std::optional<Diagnostic> FindIgnoredLines(int source) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
     const char *file = rules ? PathOf(StoreId::kForwardingRules) : kSettingsFile;
     if (file == nullptr) {
-        return false;
+        return {};
     }
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
         errno == ENOENT) {
-        finding = Error(file, "unreadable", contents.problem + ", so there are no rules");
-        finding.severity = Severity::kWarning;
-        return true;
+        return Warning(Error(file, "unreadable", contents.problem + ", so there are no rules"));
     }
     ConfigLine first;
     std::size_t count = 0;
@@ -227,16 +230,13 @@ bool FindIgnoredLines(int source, Diagnostic &finding) {
         }
     }
     if (count == 0) {
-        return false;
+        return {};
     }
-    finding = AtSpot(file, first, first.text,
-                     Error("", "stray-line",
-                           (count == 1 ? "the line is not read: it is not a"
-                                       : Counted(count, "line") + " are not read: none is a") +
-                               std::string(rules ? " comment, section or key of a section"
-                                                 : " comment, section or key")));
-    finding.severity = Severity::kWarning;
-    return true;
+    const std::string message =
+        (count == 1 ? "the line is not read: it is not a"
+                    : Counted(count, "line") + " are not read: none is a") +
+        std::string(rules ? " comment, section or key of a section" : " comment, section or key");
+    return Warning(AtSpot(file, first, first.text, Error("", "stray-line", message)));
 }
 
 }  // namespace tavo::tool
