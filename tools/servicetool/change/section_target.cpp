@@ -185,9 +185,8 @@ bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &tar
 
 OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report) {
     PortQuery query;
-    QueryProblem problem;
-    if (!ReadPortQuery(text, query, problem)) {
-        TellBadQuery(text, problem, report);
+    if (const auto problem = ReadPortQuery(text, query)) {
+        TellBadQuery(text, *problem, report);
         return nullptr;
     }
     TAVO_SERVICE_CONF_PORT *list = nullptr;

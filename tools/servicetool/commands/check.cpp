@@ -35,9 +35,8 @@ bool ReadRequests(const Arguments &arguments, std::vector<PortRequest> &requests
     const SkippedNames skipped = arguments.Texts("--skip");
     for (const std::string &text : arguments.Operands()) {
         PortQuery query;
-        QueryProblem problem;
-        if (!ReadPortQuery(text, query, problem)) {
-            return TellBadQuery(text, problem, report);
+        if (const auto problem = ReadPortQuery(text, query)) {
+            return TellBadQuery(text, *problem, report);
         }
         requests.push_back({std::move(query), skipped});
     }

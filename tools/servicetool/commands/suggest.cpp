@@ -79,10 +79,11 @@ void Suggest(const Arguments &arguments, Report &report) {
     const unsigned int count = CountOf(arguments);
     const unsigned int near = NearOf(arguments);
     std::uint32_t protocols = TAVO_PROTO_BOTH;
-    QueryProblem problem;
-    if (arguments.Has("--proto") && !ReadProtocols(arguments.Text("--proto"), protocols, problem)) {
-        report.TellUsage(problem.message, problem.fix);
-        return;
+    if (const std::string words = arguments.Text("--proto"); !words.empty()) {
+        if (const auto problem = ReadProtocols(words, protocols)) {
+            report.TellUsage(problem->message, problem->fix);
+            return;
+        }
     }
     const std::optional<Candidates> candidates = ReadCandidates(near, protocols, report);
     if (!candidates) {

@@ -23,13 +23,12 @@ constexpr std::size_t kMostSockets = 10;
 constexpr char kUnknownHolder[] = "unknown";
 
 bool ReadOnePort(const std::string &text, PortQuery &query, Report &report) {
-    QueryProblem problem;
-    if (!ReadPortQuery(text, query, problem)) {
-        return TellBadQuery(text, problem, report);
+    if (const auto problem = ReadPortQuery(text, query)) {
+        return TellBadQuery(text, *problem, report);
     }
     return (query.items.size() == 1 && query.items[0].first == query.items[0].last) ||
            TellBadQuery(text,
-                        {1, "only one port can be given at a time",
+                        {text, "only one port can be given at a time",
                          "name ports one by one, or use servicetool check"},
                         report);
 }

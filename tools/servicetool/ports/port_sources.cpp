@@ -251,10 +251,10 @@ void PortSources::Tell(Diagnostic diagnostic) {
     }
 }
 
-bool TellBadQuery(const std::string &text, const QueryProblem &problem, Report &report) {
-    report.TellUsage(
-        Quoted(text) + ", column " + std::to_string(problem.column) + ": " + problem.message,
-        problem.fix);
+bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report) {
+    report.TellUsage(Quoted(text) + ", column " + std::to_string(problem.ColumnIn(text)) + ": " +
+                         problem.message,
+                     problem.fix);
     return false;
 }
 

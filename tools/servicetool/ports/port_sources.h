@@ -112,7 +112,7 @@ struct PortAnswer {
 std::string VerdictText(const PortQuery &query, const PortAnswer &answer);
 
 // Reports an error in a query on the command line, raises the status and returns false.
-bool TellBadQuery(const std::string &text, const QueryProblem &problem, Report &report);
+bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report);
 
 // The ports of a record of the engine.
 PortRange RangeOf(const TakenPorts &taken);
