@@ -32,8 +32,10 @@ Diagnostic Warning(Diagnostic diagnostic) {
     return diagnostic;
 }
 
-std::string Because(const std::string &reason) {
-    return reason.empty() ? "" : ": " + reason;
+// What could not be done, with the system's reason for the code of the failure, if it has one.
+Diagnostic Failed(std::string file, const std::string &what, const SourceFailure &failure) {
+    const std::string reason = SystemReason(failure.code);
+    return Error(std::move(file), "failed", what + (reason.empty() ? "" : ": " + reason));
 }
 
 // ---- Places in files ----
@@ -94,10 +96,8 @@ Diagnostic WhyRulesAreUnread(const SourceFailure &failure) {
     if (problem.empty() && !file.empty()) {
         problem = ReadRegularFile(file).problem;
     }
-    return problem.empty()
-               ? Error(file, "failed",
-                       "the rules cannot be compared" + Because(SystemReason(failure.code)))
-               : Error(file, "unreadable", problem);
+    return problem.empty() ? Failed(file, "the rules cannot be compared", failure)
+                           : Error(file, "unreadable", problem);
 }
 
 // ---- Firewall services ----
@@ -121,15 +121,12 @@ Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
         case SourceFailure::Kind::kLeftOut:
             return WhyLeftOut(failure.declarer.name, failure.code);
         case SourceFailure::Kind::kBadPorts:
-            return Error(failure.declarer.file == nullptr ? "" : failure.declarer.file,
-                         "bad-service",
+            return Error(std::string(OrEmpty(failure.declarer.file)), "bad-service",
                          "firewall service " + Shortened(failure.declarer.name) + " has " +
                              Quoted(failure.text) + " for a port",
                          "correct its settings");
         default:
-            return Error(
-                "", "failed",
-                "the firewall services cannot be compared" + Because(SystemReason(failure.code)));
+            return Failed("", "the firewall services cannot be compared", failure);
     }
 }
 
@@ -150,9 +147,7 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
                   Quoted(line->value) + " is not a port number for " + std::string(line->name),
                   "name a port from 1 to 65535, or remove the key"));
     }
-    return Error(
-        kSettingsFile, "failed",
-        std::string(failure.declarer.entry) + " is unknown" + Because(SystemReason(failure.code)));
+    return Failed(kSettingsFile, std::string(failure.declarer.entry) + " is unknown", failure);
 }
 
 // ---- Sockets ----
@@ -162,8 +157,7 @@ Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
         return Error("", "port-zero", "sockets cannot be checked for port 0",
                      "name ports from 1 to 65535");
     }
-    return Error("", "failed",
-                 "the ports that sockets hold are unknown" + Because(SystemReason(failure.code)));
+    return Failed("", "the ports that sockets hold are unknown", failure);
 }
 
 }  // namespace
