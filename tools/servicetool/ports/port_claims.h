@@ -177,6 +177,9 @@ struct PortAccount {
 
     // Whether a process that cannot be inspected holds the port.
     bool HasUnknownHolder() const;
+
+    // Whether a known process listens on the port.
+    bool IsListenedTo() const;
 };
 
 // One account for each target. The targets must be distinct, and the claims those of all sources to
