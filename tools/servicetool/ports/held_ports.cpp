@@ -164,6 +164,11 @@ bool PortClaim::Listens() const {
     return IsHeld() && state == (protocol == TAVO_PROTO_UDP ? kUnconnected : kListening);
 }
 
+const HoldingProcess &PortClaim::Process() const {
+    static const HoldingProcess nobody;
+    return process == nullptr ? nobody : *process;
+}
+
 std::string StateName(const PortClaim &claim) {
     if (claim.state == kNoState) {
         return {};
