@@ -181,10 +181,8 @@ std::vector<std::string_view> ProtocolNames(std::uint32_t flags) {
 
 std::string ProtocolsText(std::uint32_t flags) {
     std::string text;
-    for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
-        if ((flags & static_cast<std::uint32_t>(row.nProto)) != 0) {
-            text.append(text.empty() ? "" : ",").append(row.szName);
-        }
+    for (const std::string_view name : ProtocolNames(flags)) {
+        text.append(text.empty() ? "" : ",").append(name);
     }
     return text;
 }

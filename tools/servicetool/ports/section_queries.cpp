@@ -86,9 +86,8 @@ std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text) {
     const WrittenSections sections = SectionsOf(text);
     std::vector<SectionQuery> queries;
     const auto global = sections.find(kGlobalSection);
-    if (global != sections.end()) {
-        const std::string written(global->second.ports.value_or(""));
-        if (const OwnedPorts ports = ReadPorts(written)) {
+    if (global != sections.end() && global->second.ports) {
+        if (const OwnedPorts ports = ReadPorts(std::string(*global->second.ports))) {
             queries.push_back(SectionQueryOf(kGlobalSection, ports.get(), sections));
         }
     }
