@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "tavoserviceconf.h"
@@ -38,8 +39,8 @@ TEST(PortQuery, IsReadAndPrintedInOneForm) {
     };
     for (const auto &[text, printed] : cases) {
         PortQuery query;
-        QueryProblem problem;
-        ASSERT_TRUE(ReadPortQuery(text, query, problem)) << text << ": " << problem.message;
+        const auto problem = ReadPortQuery(text, query);
+        ASSERT_FALSE(problem) << text << ": " << problem->message;
         EXPECT_EQ(QueryText(query), printed);
     }
 }
@@ -94,11 +95,11 @@ TEST(PortQuery, IsRefusedWithThePlaceAndAFix) {
     };
     for (const Refused &refused : cases) {
         PortQuery query = {{{7, 9}}, TAVO_PROTO_UDP};
-        QueryProblem problem;
-        ASSERT_FALSE(ReadPortQuery(refused.text, query, problem)) << refused.text;
-        EXPECT_EQ(problem.message, refused.message);
-        EXPECT_EQ(problem.column, refused.column) << refused.text;
-        EXPECT_EQ(problem.fix, refused.fix) << refused.text;
+        const auto problem = ReadPortQuery(refused.text, query);
+        ASSERT_TRUE(problem) << refused.text;
+        EXPECT_EQ(problem->message, refused.message);
+        EXPECT_EQ(problem->ColumnIn(refused.text), refused.column) << refused.text;
+        EXPECT_EQ(problem->fix, refused.fix) << refused.text;
         EXPECT_EQ(QueryText(query), "7:9/udp") << refused.text;
     }
 }
@@ -109,21 +110,21 @@ TEST(PortQuery, TakesThousandsOfPorts) {
         text += ',' + std::to_string(port);
     }
     PortQuery query;
-    QueryProblem problem;
-    ASSERT_TRUE(ReadPortQuery(text, query, problem));
+    ASSERT_FALSE(ReadPortQuery(text, query));
     EXPECT_EQ(Merged(query.items), (PortRanges{{1, 65535}}));
 }
 
 TEST(PortQuery, ReadsProtocolsAlone) {
     std::uint32_t protocols = 7;
-    QueryProblem problem;
-    EXPECT_TRUE(ReadProtocols("tcp", protocols, problem));
+    EXPECT_FALSE(ReadProtocols("tcp", protocols));
     EXPECT_EQ(protocols, 1U);
-    EXPECT_TRUE(ReadProtocols("UDP, tcp", protocols, problem));
+    EXPECT_FALSE(ReadProtocols("UDP, tcp", protocols));
     EXPECT_EQ(protocols, 3U);
-    EXPECT_FALSE(ReadProtocols("udp,icmp", protocols, problem));
-    EXPECT_EQ(problem.message, "\"icmp\" is not a protocol");
-    EXPECT_EQ(problem.column, 5U);
+    const std::string_view text = "udp,icmp";
+    const auto problem = ReadProtocols(text, protocols);
+    ASSERT_TRUE(problem);
+    EXPECT_EQ(problem->message, "\"icmp\" is not a protocol");
+    EXPECT_EQ(problem->ColumnIn(text), 5U);
     EXPECT_EQ(protocols, 3U);
 }
 

@@ -17,7 +17,6 @@
 #include "model/service_files.h"
 #include "output/text.h"
 #include "ports/port_sources.h"
-#include "ports/section_queries.h"
 
 namespace tavo::tool {
 namespace {
@@ -171,9 +170,8 @@ bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &tar
 
 OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report) {
     PortQuery query;
-    QueryProblem problem;
-    if (!ReadPortQuery(text, query, problem)) {
-        TellBadQuery(text, problem, report);
+    if (const auto problem = ReadPortQuery(text, query)) {
+        TellBadQuery(text, *problem, report);
         return nullptr;
     }
     TAVO_SERVICE_CONF_PORT *list = nullptr;

@@ -14,7 +14,6 @@
 #include "output/text.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"
-#include "ports/section_queries.h"
 
 namespace tavo::tool {
 namespace {
@@ -36,9 +35,8 @@ bool ReadRequests(const Arguments &arguments, std::vector<PortRequest> &requests
     const SkippedNames skipped = arguments.Texts("--skip");
     for (const std::string &text : arguments.Operands()) {
         PortQuery query;
-        QueryProblem problem;
-        if (!ReadPortQuery(text, query, problem)) {
-            return TellBadQuery(text, problem, report);
+        if (const auto problem = ReadPortQuery(text, query)) {
+            return TellBadQuery(text, *problem, report);
         }
         requests.push_back({std::move(query), skipped});
     }

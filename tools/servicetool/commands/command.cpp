@@ -1,7 +1,6 @@
 #include "commands/commands.h"
 
 #include <algorithm>
-#include <charconv>
 #include <stdexcept>
 
 #include "change/change_report.h"
@@ -101,16 +100,6 @@ UsageProblem ProblemOfNames(const std::vector<std::string> &names) {
         problem.message = "standard input is named twice";
     }
     return problem;
-}
-
-std::optional<unsigned int> NumberUpTo(unsigned int most, std::string_view text) {
-    unsigned int number = 0;
-    const char *end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end || number < 1 || number > most) {
-        return std::nullopt;
-    }
-    return number;
 }
 
 }  // namespace tavo::tool

@@ -153,9 +153,6 @@ UsageProblem ProblemOfEmptyName(const std::vector<std::string> &names);
 // Returns a problem if a name is empty, or if standard input is named more than once.
 UsageProblem ProblemOfNames(const std::vector<std::string> &names);
 
-// Reads a decimal number from 1 to `most`; nullopt if the text is not one.
-std::optional<unsigned int> NumberUpTo(unsigned int most, std::string_view text);
-
 // ---- The commands
 
 extern const Command kListCommand;

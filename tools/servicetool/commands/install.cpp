@@ -17,7 +17,6 @@
 #include "lint/lint.h"
 #include "output/text.h"
 #include "ports/port_sources.h"
-#include "ports/section_queries.h"
 
 namespace tavo::tool {
 namespace {

@@ -17,21 +17,18 @@ Json VerdictJson(const LintResult &result, const std::string &name) {
             {"warnings", result.warnings}};
 }
 
-void LintFile(const std::string &path, bool strict, Report &report) {
-    LintedFile file;
-    if (!LintAndTell(path, file, report)) {
-        return;
-    }
-    if (file.lint.errors != 0 || (strict && file.lint.warnings != 0)) {
-        report.Raise(Status::kNo);
-    }
-    report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
-    report.AddResult(VerdictJson(file.lint, file.name));
-}
-
 void Lint(const Arguments &arguments, Report &report) {
+    const bool strict = arguments.Has("--strict");
     for (const std::string &path : arguments.Operands()) {
-        LintFile(path, arguments.Has("--strict"), report);
+        LintedFile file;
+        if (!LintAndTell(path, file, report)) {
+            continue;
+        }
+        if (file.lint.errors != 0 || (strict && file.lint.warnings != 0)) {
+            report.Raise(Status::kNo);
+        }
+        report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
+        report.AddResult(VerdictJson(file.lint, file.name));
     }
 }
 

@@ -37,29 +37,18 @@ std::string ServiceText(const PortClaim &claim) {
     return std::string(claim.declarer == nullptr ? "" : OrEmpty(claim.declarer->name));
 }
 
-std::string PidText(const PortClaim &claim) {
-    return claim.process == nullptr ? "" : std::to_string(claim.process->pid);
-}
-
-std::string UserText(const PortClaim &claim) {
-    return claim.process == nullptr ? "" : claim.process->user;
-}
-
 std::string ProcessText(const PortClaim &claim) {
     return claim.process != nullptr ? claim.process->name : claim.IsHeld() ? kUnknown : "";
 }
 
 std::string ProgramText(const PortClaim &claim) {
-    const bool known = claim.process != nullptr && !claim.process->program.empty();
-    return known ? claim.process->program : ProcessText(claim);
+    const std::string &program = claim.Process().program;
+    return program.empty() ? ProcessText(claim) : program;
 }
 
 // The place of a declaration, or the program of a socket.
 std::string WhereText(const PortClaim &claim) {
-    if (!claim.IsHeld()) {
-        return PlaceText(claim.source, *claim.declarer);
-    }
-    return claim.process == nullptr ? "" : claim.process->program;
+    return claim.IsHeld() ? claim.Process().program : PlaceText(claim.source, *claim.declarer);
 }
 
 // A column after those of the port; it can be hidden. The longest text is in the last column, which
@@ -78,8 +67,8 @@ std::vector<Column> ColumnsFor(int sources, std::size_t window) {
         {"SOURCE", declared,
          [](const PortClaim &claim) { return std::string(SourceName(claim.source)); }},
         {"SERVICE", declared, ServiceText},
-        {"PID", held, PidText},
-        {"USER", !declared, UserText},
+        {"PID", held, [](const PortClaim &claim) { return claim.PidText(); }},
+        {"USER", !declared, [](const PortClaim &claim) { return claim.Process().user; }},
         {"PROGRAM", held && declared, ProcessText},
         {"STATE", held && roomy, StateName},
         {"PROGRAM", !declared, ProgramText},
@@ -113,10 +102,9 @@ std::string TableText(const std::vector<PortClaim> &claims, const PortClaims &al
 
 // All results have the same keys; missing values are null.
 Json ClaimJson(const PortClaim &claim, Json conflict) {
-    const HoldingProcess nobody;
     const PortDeclarer none;
     const PortDeclarer &declarer = claim.declarer == nullptr ? none : *claim.declarer;
-    const HoldingProcess &process = claim.process == nullptr ? nobody : *claim.process;
+    const HoldingProcess &process = claim.Process();
     return {{"protocol", ProtocolsText(claim.protocol)},
             {"start", claim.range.first},
             {"end", claim.range.last},
@@ -124,7 +112,7 @@ Json ClaimJson(const PortClaim &claim, Json conflict) {
             {"service", TextOrNull(OrEmpty(declarer.name))},
             {"file", TextOrNull(OrEmpty(declarer.file))},
             {"entry", TextOrNull(OrEmpty(declarer.entry))},
-            {"pid", claim.process == nullptr ? Json(nullptr) : Json(process.pid)},
+            {"pid", claim.PidJson()},
             {"program", TextOrNull(process.program)},
             {"process", TextOrNull(process.name)},
             {"user", TextOrNull(process.user)},

@@ -6,7 +6,7 @@
 #include "commands/commands.h"
 #include "input/library.h"
 #include "output/text.h"
-#include "ports/section_queries.h"
+#include "ports/port_sources.h"
 
 namespace tavo::tool {
 namespace {

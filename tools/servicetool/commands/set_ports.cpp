@@ -2,7 +2,7 @@
 #include "change/section_target.h"
 #include "commands/commands.h"
 #include "model/service_file_keys.h"
-#include "ports/section_queries.h"
+#include "ports/port_sources.h"
 
 namespace tavo::tool {
 namespace {

@@ -1,8 +1,10 @@
 // servicetool suggest: the free ports that are nearest to a port.
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "commands/commands.h"
@@ -17,16 +19,22 @@ constexpr unsigned int kMostSuggestions = 1000;
 constexpr unsigned int kDefaultNear = 8080;
 constexpr std::uint32_t kLastPrivilegedPort = 1023;
 
+// Reads a decimal number from 1 to `most`; 0 if the text is not one.
+unsigned int NumberUpTo(unsigned int most, std::string_view text) {
+    unsigned int number = 0;
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end && number <= most ? number : 0;
+}
+
 // 1 if no number is given; 0 if it is invalid.
 unsigned int CountOf(const Arguments &arguments) {
-    return arguments.Operands().empty()
-               ? 1
-               : NumberUpTo(kMostSuggestions, arguments.Word(0)).value_or(0);
+    return arguments.Operands().empty() ? 1 : NumberUpTo(kMostSuggestions, arguments.Word(0));
 }
 
 // 0 if the port is invalid.
 unsigned int NearOf(const Arguments &arguments) {
-    return arguments.Has("--near") ? NumberUpTo(kHighestPort, arguments.Text("--near")).value_or(0)
+    return arguments.Has("--near") ? NumberUpTo(kHighestPort, arguments.Text("--near"))
                                    : kDefaultNear;
 }
 
@@ -79,10 +87,11 @@ void Suggest(const Arguments &arguments, Report &report) {
     const unsigned int count = CountOf(arguments);
     const unsigned int near = NearOf(arguments);
     std::uint32_t protocols = TAVO_PROTO_BOTH;
-    QueryProblem problem;
-    if (arguments.Has("--proto") && !ReadProtocols(arguments.Text("--proto"), protocols, problem)) {
-        report.TellUsage(problem.message, problem.fix);
-        return;
+    if (const std::string words = arguments.Text("--proto"); !words.empty()) {
+        if (const auto problem = ReadProtocols(words, protocols)) {
+            report.TellUsage(problem->message, problem->fix);
+            return;
+        }
     }
     const std::optional<Candidates> candidates = ReadCandidates(near, protocols, report);
     if (!candidates) {

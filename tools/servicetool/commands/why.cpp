@@ -23,13 +23,12 @@ constexpr std::size_t kMostSockets = 10;
 constexpr char kUnknownHolder[] = "unknown";
 
 bool ReadOnePort(const std::string &text, PortQuery &query, Report &report) {
-    QueryProblem problem;
-    if (!ReadPortQuery(text, query, problem)) {
-        return TellBadQuery(text, problem, report);
+    if (const auto problem = ReadPortQuery(text, query)) {
+        return TellBadQuery(text, *problem, report);
     }
     return (query.items.size() == 1 && query.items[0].first == query.items[0].last) ||
            TellBadQuery(text,
-                        {1, "only one port can be given at a time",
+                        {text, "only one port can be given at a time",
                          "name ports one by one, or use servicetool check"},
                         report);
 }
@@ -80,15 +79,11 @@ void AddSockets(const PortAccount &account, Table &table) {
     const std::size_t shown = std::min(account.held.size(), kMostSockets);
     for (std::size_t i = 0; i < shown; ++i) {
         const PortClaim &socket = *account.held[i];
-        if (const HoldingProcess *process = socket.process) {
-            AddRow(account.target, socket.source,
-                   {process->name, std::to_string(process->pid), process->user, StateName(socket),
-                    process->program},
-                   table);
-        } else {
-            AddRow(account.target, socket.source, {kUnknownHolder, "", "", StateName(socket), ""},
-                   table);
-        }
+        const HoldingProcess &process = socket.Process();
+        AddRow(account.target, socket.source,
+               {socket.process == nullptr ? kUnknownHolder : process.name, socket.PidText(),
+                process.user, StateName(socket), process.program},
+               table);
     }
     const std::size_t more = account.held.size() - shown;
     if (more != 0) {
@@ -124,9 +119,8 @@ Json DeclaredJson(const PortClaim *claim) {
 }
 
 Json SocketJson(const PortClaim *socket) {
-    const HoldingProcess nobody;
-    const HoldingProcess &process = socket->process != nullptr ? *socket->process : nobody;
-    return {{"pid", socket->process != nullptr ? Json(process.pid) : Json(nullptr)},
+    const HoldingProcess &process = socket->Process();
+    return {{"pid", socket->PidJson()},
             {"program", TextOrNull(process.program)},
             {"process", TextOrNull(process.name)},
             {"user", TextOrNull(process.user)},

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <numeric>
 #include <string>
 #include <utility>
 #include <vector>
@@ -106,12 +107,11 @@ std::vector<std::string_view> ReferenceParts(std::string_view reference) {
 
 void CheckReferencePart(std::string_view part, std::string_view what, std::size_t size,
                         const ConfigLine &line, Findings &findings) {
+    const std::string name = "the " + std::string(what) + " of " + std::string(line.name);
     if (part.empty()) {
-        findings.Add(Rule("reference"), line, part,
-                     "the " + std::string(what) + " of " + std::string(line.name) + " is empty");
+        findings.Add(Rule("reference"), line, part, name + " is empty");
     }
-    CheckLength(part, "the " + std::string(what) + " of " + std::string(line.name), size, line,
-                findings);
+    CheckLength(part, name, size, line, findings);
 }
 
 void CheckReference(const ConfigLine &line, Findings &findings) {
@@ -139,16 +139,12 @@ void CheckReference(const ConfigLine &line, Findings &findings) {
     }
 }
 
-bool IsYes(std::string_view value) {
-    return LowerCase(TrimBlanks(value)) == "yes";
-}
-
 void CheckPortForward(const ConfigLine &line, Findings &findings) {
     const std::string word = LowerCase(TrimBlanks(line.value));
-    if (word == "no" || (word == "yes" && IsYes(line.value.substr(0, kForwardBytes)))) {
+    const bool forwards = LowerCase(TrimBlanks(line.value.substr(0, kForwardBytes))) == "yes";
+    if (word == "no" || (word == "yes" && forwards)) {
         return;
     }
-    const bool forwards = IsYes(line.value.substr(0, kForwardBytes));
     std::string fix = "write yes or no";
     if (word == "true" || word == "1" || word == "on") {
         fix = "write yes";
@@ -163,12 +159,10 @@ void CheckPortForward(const ConfigLine &line, Findings &findings) {
 
 void CheckVersion(const ConfigLine &line, Findings &findings) {
     const std::string_view value = line.value;
-    const bool digits = !value.empty() && std::all_of(value.begin(), value.end(),
-                                                      [](char c) { return c >= '0' && c <= '9'; });
     // Reads the number as the library does, which keeps 32 bits.
     const long number = std::strtol(std::string(value).c_str(), nullptr, 10);
     const auto kept = static_cast<std::int32_t>(number);
-    if (!digits || kept != number) {
+    if (!IsNumber(value) || kept != number) {
         findings.Add(
             Rule("version-number"), line, value,
             Quoted(value) + " is not a version number and is read as " + std::to_string(kept),
@@ -179,9 +173,7 @@ void CheckVersion(const ConfigLine &line, Findings &findings) {
 // The number of single-byte changes, insertions and removals between two words.
 std::size_t EditDistance(std::string_view from, std::string_view to) {
     std::vector<std::size_t> row(to.size() + 1);
-    for (std::size_t i = 0; i < row.size(); ++i) {
-        row[i] = i;
-    }
+    std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < from.size(); ++i) {
         std::size_t diagonal = std::exchange(row[0], i + 1);
         for (std::size_t j = 0; j < to.size(); ++j) {

@@ -22,25 +22,6 @@ bool IsPort(std::string_view text) {
     return TAVOServiceConfPortsCheck(std::string(text).c_str()) == 1;
 }
 
-// An item of a port list: a port, or START:END.
-struct Item {
-    std::string_view start;
-    std::string_view end;  // the start of a single port
-    bool is_range;
-
-    PortRange Range() const {
-        const auto [first, last] = std::minmax({PortOf(start), PortOf(end)});
-        return {first, last};
-    }
-};
-
-Item Split(std::string_view text) {
-    const std::size_t colon = text.find(':');
-    return colon == std::string_view::npos
-               ? Item{text, text, false}
-               : Item{text.substr(0, colon), text.substr(colon + 1), true};
-}
-
 // The checks of one port list.
 class PortList {
   public:
@@ -72,7 +53,7 @@ class PortList {
                 "remove the comma");
             return;
         }
-        const Item item = Split(text);
+        const PortItem item = SplitItem(text);
         const bool start_ok = CheckNumber(item.start, text);
         const bool end_ok = !item.is_range || CheckNumber(item.end, text);
         if (!start_ok || !end_ok) {
@@ -108,7 +89,7 @@ class PortList {
         if (IsNumber(number)) {
             Add(Rule("port-range"), number, "port " + Shortened(number) + " is above 65535");
         } else {
-            PieceProblem problem = WhyNoNumber(number, item);
+            PortProblem problem = WhyNoNumber(number, item);
             Add(Rule("port-syntax"), problem.spot, std::move(problem.message),
                 std::move(problem.fix));
         }
@@ -121,12 +102,11 @@ class PortList {
             return;
         }
         ForEachPiece(protocols, [this](std::string_view word) {
-            std::string copy(word);
-            if (copy.empty() || TLIBServiceConfProtocolParse(copy.data()) < 0) {
+            if (word.empty() || ProtocolFlags(word) < 0) {
                 Add(Rule("protocol-word"), word,
                     word.empty() ? "a protocol is missing next to a comma"
                                  : Quoted(word) + " is not a protocol",
-                    "write tcp, udp or tcp,udp");
+                    kNameProtocols);
             }
         });
     }
@@ -176,12 +156,11 @@ PortRanges PortSet::Add(const PortRange &range) {
 // Checks all items before adding any: CheckPorts reports ports that are twice in one list.
 void DeclaredPorts::Add(std::string_view service, const ConfigLine &line, Findings &findings) {
     const std::size_t slash = line.value.find('/');
-    std::string words(slash == std::string_view::npos ? ""
-                                                      : TrimBlanks(line.value.substr(slash + 1)));
-    const int flags = TLIBServiceConfProtocolParse(words.data());
+    const int flags = ProtocolFlags(
+        slash == std::string_view::npos ? "" : TrimBlanks(line.value.substr(slash + 1)));
     std::vector<std::pair<std::string_view, PortRange>> items;
     ForEachPiece(TrimBlanks(line.value.substr(0, slash)), [&items](std::string_view text) {
-        items.emplace_back(text, Split(text).Range());
+        items.emplace_back(text, SplitItem(text).Range());
     });
     const auto is_meant = [flags](std::size_t row) {
         return (flags & gProtoTypeMapping[row].nProto) != 0;

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <sstream>
+#include <string>
 #include <string_view>
 
 #include "base/system_files.h"
@@ -63,12 +65,10 @@ std::string UnitOfLine(std::string_view line) {
 }
 
 std::string UnitOf(const std::string &folder) {
-    const std::string text = ReadRegularFile(folder + "cgroup").text;
+    std::istringstream lines(ReadRegularFile(folder + "cgroup").text);
     std::string unit;
-    for (std::string_view rest = text; !rest.empty() && unit.empty();) {
-        const std::size_t end = std::min(rest.find('\n'), rest.size());
-        unit = UnitOfLine(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+    for (std::string line; unit.empty() && std::getline(lines, line);) {
+        unit = UnitOfLine(line);
     }
     return unit;
 }
@@ -162,6 +162,11 @@ bool LiesInPackageOf(const PortDeclarer &service, std::string_view package,
 
 bool PortClaim::Listens() const {
     return IsHeld() && state == (protocol == TAVO_PROTO_UDP ? kUnconnected : kListening);
+}
+
+const HoldingProcess &PortClaim::Process() const {
+    static const HoldingProcess nobody;
+    return process == nullptr ? nobody : *process;
 }
 
 std::string StateName(const PortClaim &claim) {

@@ -267,19 +267,15 @@ void AddBound(std::vector<PortAccount> &accounts, Report &report) {
     }
 }
 
-std::vector<const HoldingProcess *> HoldersOf(const ClaimList &sockets) {
-    const bool listened_to = std::any_of(
-        sockets.begin(), sockets.end(),
-        [](const PortClaim *socket) { return socket->process != nullptr && socket->Listens(); });
+void FindHolders(PortAccount &account) {
+    const bool listened_to = account.IsListenedTo();
     std::set<const HoldingProcess *> known;
-    std::vector<const HoldingProcess *> holders;
-    for (const PortClaim *socket : sockets) {
+    for (const PortClaim *socket : account.held) {
         if (socket->process != nullptr && (socket->Listens() || !listened_to) &&
             known.insert(socket->process).second) {
-            holders.push_back(socket->process);
+            account.holders.push_back(socket->process);
         }
     }
-    return holders;
 }
 
 void FindStrangers(PortAccount &account, ProgramsOfServices &programs) {
@@ -291,10 +287,8 @@ void FindStrangers(PortAccount &account, ProgramsOfServices &programs) {
             account.strangers.push_back(process);
         }
     }
-    if (!account.strangers.empty()) {
-        account.same_service = false;
-    } else if (all_known) {
-        account.same_service = true;
+    if (all_known || !account.strangers.empty()) {
+        account.same_service = account.strangers.empty();
     }
 }
 
@@ -389,6 +383,12 @@ bool PortAccount::HasUnknownHolder() const {
                        [](const PortClaim *socket) { return socket->process == nullptr; });
 }
 
+bool PortAccount::IsListenedTo() const {
+    return std::any_of(held.begin(), held.end(), [](const PortClaim *socket) {
+        return socket->process != nullptr && socket->Listens();
+    });
+}
+
 std::vector<PortAccount> AccountsOf(const std::vector<PortTarget> &targets, const PortClaims &all,
                                     Report &report) {
     std::vector<PortAccount> accounts;
@@ -402,7 +402,7 @@ std::vector<PortAccount> AccountsOf(const std::vector<PortTarget> &targets, cons
     }
     ProgramsOfServices programs;
     for (PortAccount &account : accounts) {
-        account.holders = HoldersOf(account.held);
+        FindHolders(account);
         if (!account.declared.empty() && !account.holders.empty()) {
             FindStrangers(account, programs);
         }

@@ -48,6 +48,15 @@ struct PortClaim {
 
     // Whether it is a socket that waits for clients.
     bool Listens() const;
+
+    // The process, or one with empty texts if it is unknown.
+    const HoldingProcess &Process() const;
+
+    // The number of the process; "" if it is unknown.
+    std::string PidText() const { return process == nullptr ? "" : std::to_string(process->pid); }
+
+    // The same for JSON; null if it is unknown.
+    Json PidJson() const { return process == nullptr ? Json(nullptr) : Json(process->pid); }
 };
 
 using ClaimList = std::vector<const PortClaim *>;
@@ -177,6 +186,9 @@ struct PortAccount {
 
     // Whether a process that cannot be inspected holds the port.
     bool HasUnknownHolder() const;
+
+    // Whether a known process listens on the port.
+    bool IsListenedTo() const;
 };
 
 // One account for each target. The targets must be distinct, and the claims those of all sources to

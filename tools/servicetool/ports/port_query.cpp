@@ -11,8 +11,6 @@
 namespace tavo::tool {
 namespace {
 
-constexpr char kNameProtocols[] = "write tcp, udp or tcp,udp";
-
 // A suggested correction for an invalid item of a port list; empty if there is none.
 std::string PortFix(std::string_view item) {
     const std::size_t dash = item.find_first_of("-.");
@@ -30,92 +28,35 @@ std::string PortFix(std::string_view item) {
     return {};
 }
 
-// Parses one text and stops at the first error.
-class QueryReader {
-  public:
-    // An error is stored in `problem`.
-    QueryReader(std::string_view text, QueryProblem &problem) : text_(text), problem_(problem) {}
-
-    bool ReadQuery(PortQuery &query) {
-        const std::size_t slash = text_.find('/');
-        const std::string_view ports = TrimBlanks(text_.substr(0, slash));
-        if (ports.empty()) {
-            return Fail({ports, "no port is named", "name a port, as in 80/tcp"});
-        }
-        bool good = true;
-        ForEachPiece(ports, [&](std::string_view item) {
-            PortRange range{};
-            good = good && ReadItem(item, range);
-            query.items.push_back(range);
-        });
-        if (slash == std::string_view::npos) {
-            query.protocols = TAVO_PROTO_BOTH;
-            return good;
-        }
-        return good && ReadProtocolWords(text_.substr(slash + 1), query.protocols);
+// Why `number`, alone or on one side of the range `item`, is not a port that can be asked for.
+std::optional<PortProblem> WhyNoPort(std::string_view number, std::string_view item) {
+    constexpr std::size_t kMostDigits = 5;
+    constexpr char kNamePorts[] = "name ports from 1 to 65535";
+    if (!IsNumber(number)) {
+        return WhyNoNumber(number, item);
     }
-
-    bool ReadProtocolWords(std::string_view words, std::uint32_t &protocols) {
-        bool good = true;
-        ForEachPiece(words, [&](std::string_view word) {
-            good = good && ReadProtocolWord(word, protocols);
-        });
-        return good;
+    const std::string_view digits = Significant(number);
+    if (digits.size() > kMostDigits || PortOf(digits) > kHighestPort) {
+        return PortProblem{number, "port " + Shortened(number) + " is above 65535", kNamePorts};
     }
-
-  private:
-    bool Fail(PieceProblem problem) {
-        problem_ = {static_cast<std::size_t>(problem.spot.data() - text_.data()) + 1,
-                    std::move(problem.message), std::move(problem.fix)};
-        return false;
+    if (PortOf(digits) == 0) {
+        return PortProblem{number, "no service can be reached at port 0", kNamePorts};
     }
+    return {};
+}
 
-    bool ReadItem(std::string_view item, PortRange &range) {
-        if (item.empty()) {
-            return Fail({item, "a port is missing next to a comma", "remove the comma"});
-        }
-        const std::size_t colon = item.find(':');
-        const bool single = colon == std::string_view::npos;
-        std::uint32_t start = 0;
-        std::uint32_t end = 0;
-        const bool good = ReadPort(item.substr(0, colon), item, start) &&
-                          ReadPort(single ? item : item.substr(colon + 1), item, end);
-        range = {std::min(start, end), std::max(start, end)};
-        return good;
+std::optional<PortProblem> ReadItem(std::string_view text, PortRanges &items) {
+    if (text.empty()) {
+        return PortProblem{text, "a port is missing next to a comma", "remove the comma"};
     }
-
-    // One port number, alone or on one side of the range `item`.
-    bool ReadPort(std::string_view number, std::string_view item, std::uint32_t &port) {
-        constexpr std::size_t kMostDigits = 5;
-        constexpr char kNamePorts[] = "name ports from 1 to 65535";
-        if (!IsNumber(number)) {
-            return Fail(WhyNoNumber(number, item));
-        }
-        const std::string_view digits = Significant(number);
-        port = digits.size() > kMostDigits ? kHighestPort + 1 : PortOf(digits);
-        if (port > kHighestPort) {
-            return Fail({number, "port " + Shortened(number) + " is above 65535", kNamePorts});
-        }
-        return port != 0 || Fail({number, "no service can be reached at port 0", kNamePorts});
+    const PortItem item = SplitItem(text);
+    std::optional<PortProblem> problem = WhyNoPort(item.start, text);
+    if (!problem && item.is_range) {
+        problem = WhyNoPort(item.end, text);
     }
-
-    bool ReadProtocolWord(std::string_view word, std::uint32_t &protocols) {
-        if (word.empty()) {
-            return Fail({word, "a protocol is missing", kNameProtocols});
-        }
-        std::string copy(word);
-        const bool whole = copy.find('\0') == std::string::npos;
-        const int flags = TLIBServiceConfProtocolParse(copy.data());
-        if (flags < 0 || !whole) {
-            return Fail({word, Quoted(word) + " is not a protocol", kNameProtocols});
-        }
-        protocols |= static_cast<std::uint32_t>(flags);
-        return true;
-    }
-
-    std::string_view text_;
-    QueryProblem &problem_;
-};
+    items.push_back(item.Range());
+    return problem;
+}
 
 }  // namespace
 
@@ -240,12 +181,15 @@ std::vector<std::string_view> ProtocolNames(std::uint32_t flags) {
 
 std::string ProtocolsText(std::uint32_t flags) {
     std::string text;
-    for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
-        if ((flags & static_cast<std::uint32_t>(row.nProto)) != 0) {
-            text.append(text.empty() ? "" : ",").append(row.szName);
-        }
+    for (const std::string_view name : ProtocolNames(flags)) {
+        text.append(text.empty() ? "" : ",").append(name);
     }
     return text;
+}
+
+int ProtocolFlags(std::string_view words) {
+    std::string copy(words);
+    return copy.find('\0') == std::string::npos ? TLIBServiceConfProtocolParse(copy.data()) : -1;
 }
 
 // ---- Pieces of port lists ----
@@ -262,7 +206,19 @@ std::string_view Significant(std::string_view digits) {
     return digits.substr(std::min(digits.find_first_not_of('0'), digits.size() - 1));
 }
 
-PieceProblem WhyNoNumber(std::string_view number, std::string_view item) {
+PortItem SplitItem(std::string_view text) {
+    const std::size_t colon = text.find(':');
+    return colon == std::string_view::npos
+               ? PortItem{text, text, false}
+               : PortItem{text.substr(0, colon), text.substr(colon + 1), true};
+}
+
+PortRange PortItem::Range() const {
+    const auto [first, last] = std::minmax({PortOf(start), PortOf(end)});
+    return {first, last};
+}
+
+PortProblem WhyNoNumber(std::string_view number, std::string_view item) {
     if (number.empty()) {
         return {number, "a range is written START:END, and one of them is missing"};
     }
@@ -279,22 +235,45 @@ std::string QueryText(const PortQuery &query) {
     return PortsText(query.items) + '/' + ProtocolsText(query.protocols);
 }
 
-bool ReadPortQuery(std::string_view text, PortQuery &query, QueryProblem &problem) {
-    PortQuery read;
-    const bool good = QueryReader(text, problem).ReadQuery(read);
-    if (good) {
+std::optional<PortProblem> ReadPortQuery(std::string_view text, PortQuery &query) {
+    const std::size_t slash = text.find('/');
+    const std::string_view ports = TrimBlanks(text.substr(0, slash));
+    if (ports.empty()) {
+        return PortProblem{ports, "no port is named", "name a port, as in 80/tcp"};
+    }
+    PortQuery read = {{}, TAVO_PROTO_BOTH};
+    std::optional<PortProblem> problem;
+    ForEachPiece(ports, [&](std::string_view item) {
+        if (!problem) {
+            problem = ReadItem(item, read.items);
+        }
+    });
+    if (!problem && slash != std::string_view::npos) {
+        problem = ReadProtocols(text.substr(slash + 1), read.protocols);
+    }
+    if (!problem) {
         query = std::move(read);
     }
-    return good;
+    return problem;
 }
 
-bool ReadProtocols(std::string_view text, std::uint32_t &protocols, QueryProblem &problem) {
+std::optional<PortProblem> ReadProtocols(std::string_view text, std::uint32_t &protocols) {
     std::uint32_t read = 0;
-    const bool good = QueryReader(text, problem).ReadProtocolWords(text, read);
-    if (good) {
+    std::optional<PortProblem> problem;
+    ForEachPiece(text, [&](std::string_view word) {
+        const int flags = word.empty() ? -1 : ProtocolFlags(word);
+        if (flags >= 0) {
+            read |= static_cast<std::uint32_t>(flags);
+        } else if (!problem) {
+            problem = {word,
+                       word.empty() ? "a protocol is missing" : Quoted(word) + " is not a protocol",
+                       kNameProtocols};
+        }
+    });
+    if (!problem) {
         protocols = read;
     }
-    return good;
+    return problem;
 }
 
 }  // namespace tavo::tool

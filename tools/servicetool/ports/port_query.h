@@ -6,6 +6,7 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,6 +70,12 @@ std::vector<std::string_view> ProtocolNames(std::uint32_t flags);
 // The same separated by commas: "tcp,udp".
 std::string ProtocolsText(std::uint32_t flags);
 
+// The flags of protocol words separated by commas, as the library reads them; -1 if one of them is
+// invalid.
+int ProtocolFlags(std::string_view words);
+
+inline constexpr char kNameProtocols[] = "write tcp, udp or tcp,udp";
+
 // ---- Pieces of port lists ----
 
 // Calls look(piece) for each piece of `text` between commas, without surrounding blanks.
@@ -93,15 +100,32 @@ bool IsNumber(std::string_view text);
 // The digits of a number without its leading zeros.
 std::string_view Significant(std::string_view digits);
 
-// Why a piece of a port list is invalid.
-struct PieceProblem {
+// An item of a port list: a port, or START:END.
+struct PortItem {
+    std::string_view start;
+    std::string_view end;  // the start of a single port
+    bool is_range;
+
+    PortRange Range() const;
+};
+
+// Splits an item at its first colon.
+PortItem SplitItem(std::string_view text);
+
+// Why a part of a text about ports is invalid.
+struct PortProblem {
     std::string_view spot;  // the invalid part; may be empty
     std::string message;
     std::string fix = {};
+
+    // The column of the spot in the text that contains it, from 1, in bytes.
+    std::size_t ColumnIn(std::string_view text) const {
+        return static_cast<std::size_t>(spot.data() - text.data()) + 1;
+    }
 };
 
 // Why `number`, alone or on one side of the range `item`, is not a decimal number.
-PieceProblem WhyNoNumber(std::string_view number, std::string_view item);
+PortProblem WhyNoNumber(std::string_view number, std::string_view item);
 
 // ---- Questions ----
 
@@ -115,17 +139,11 @@ struct PortQuery {
 // "80,1000:2000/tcp,udp": protocols are always included.
 std::string QueryText(const PortQuery &query);
 
-struct QueryProblem {
-    std::size_t column = 0;  // from 1, in bytes
-    std::string message;
-    std::string fix;
-};
-
-// Returns false with the first problem if `text` is invalid; `query` is then unchanged.
-bool ReadPortQuery(std::string_view text, PortQuery &query, QueryProblem &problem);
+// Returns the first problem if `text` is invalid; `query` is then unchanged.
+std::optional<PortProblem> ReadPortQuery(std::string_view text, PortQuery &query);
 
 // The same for PROTOCOLS alone.
-bool ReadProtocols(std::string_view text, std::uint32_t &protocols, QueryProblem &problem);
+std::optional<PortProblem> ReadProtocols(std::string_view text, std::uint32_t &protocols);
 
 }  // namespace tavo::tool
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "output/text.h"
@@ -77,25 +78,22 @@ std::string OtherPlaceText(const PortClaim &claim, const PortClaim &first) {
 
 // One text for each service: "built-in 'ftp' (also ftpport in /etc/tavoinfo.conf)".
 Texts DeclarerTexts(const ClaimList &claims) {
-    ClaimList firsts;
-    std::vector<Texts> places;
+    std::vector<std::pair<const PortClaim *, Texts>> services;  // first claim, other places
     for (const PortClaim *claim : claims) {
-        const auto first =
-            std::find_if(firsts.begin(), firsts.end(), [claim](const PortClaim *known) {
-                return ServiceName(*known->declarer) == ServiceName(*claim->declarer);
+        const auto known =
+            std::find_if(services.begin(), services.end(), [claim](const auto &service) {
+                return ServiceName(*service.first->declarer) == ServiceName(*claim->declarer);
             });
-        if (first == firsts.end()) {
-            firsts.push_back(claim);
-            places.emplace_back();
+        if (known == services.end()) {
+            services.push_back({claim, {}});
         } else {
-            places[static_cast<std::size_t>(first - firsts.begin())].push_back(
-                OtherPlaceText(*claim, **first));
+            known->second.push_back(OtherPlaceText(*claim, *known->first));
         }
     }
     Texts texts;
-    for (std::size_t i = 0; i < firsts.size(); ++i) {
-        texts.push_back(DeclarerText(*firsts[i]) +
-                        (places[i].empty() ? "" : " (also " + FirstOf(places[i]) + ')'));
+    for (const auto &[first, places] : services) {
+        texts.push_back(DeclarerText(*first) +
+                        (places.empty() ? "" : " (also " + FirstOf(places) + ')'));
     }
     return texts;
 }
@@ -158,12 +156,6 @@ class Sentence {
   private:
     bool HasFailed(int sources) const { return (account_.failed & sources) != 0; }
 
-    bool IsListenedTo() const {
-        return std::any_of(account_.held.begin(), account_.held.end(), [](const PortClaim *socket) {
-            return socket->process != nullptr && socket->Listens();
-        });
-    }
-
     bool MayBeHeld() const {
         return account_.HasUnknownHolder() || HasFailed(TAVO_PORT_CHECK_RUNTIME);
     }
@@ -171,9 +163,9 @@ class Sentence {
     // `link` is between the names of the holders and the verb.
     std::string HeldClause(std::string_view link) const {
         const bool one = holders_.size() == 1;
-        const std::string deed = IsListenedTo() ? one ? "listens on it" : "listen on it"
-                                 : one          ? "uses it for a connection"
-                                                : "use it for connections";
+        const std::string deed = account_.IsListenedTo() ? one ? "listens on it" : "listen on it"
+                                 : one                   ? "uses it for a connection"
+                                                         : "use it for connections";
         return FirstOf(holders_) + std::string(link) + deed;
     }
 

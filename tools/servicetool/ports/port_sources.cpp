@@ -241,9 +241,8 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
 }
 
 void PortSources::TellIgnoredLines(int source) {
-    Diagnostic finding;
-    if (FindIgnoredLines(source, finding)) {
-        Tell(std::move(finding));
+    if (auto finding = FindIgnoredLines(source)) {
+        Tell(std::move(*finding));
     }
 }
 
@@ -253,10 +252,10 @@ void PortSources::Tell(Diagnostic diagnostic) {
     }
 }
 
-bool TellBadQuery(const std::string &text, const QueryProblem &problem, Report &report) {
-    report.TellUsage(
-        Quoted(text) + ", column " + std::to_string(problem.column) + ": " + problem.message,
-        problem.fix);
+bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report) {
+    report.TellUsage(Quoted(text) + ", column " + std::to_string(problem.ColumnIn(text)) + ": " +
+                         problem.message,
+                     problem.fix);
     return false;
 }
 

@@ -9,11 +9,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "config_lines.h"
 #include "engine/conflicts.h"
 #include "output/json.h"
 #include "output/report.h"
@@ -110,7 +112,7 @@ struct PortAnswer {
 std::string VerdictText(const PortQuery &query, const PortAnswer &answer);
 
 // Reports an error in a query on the command line, raises the status and returns false.
-bool TellBadQuery(const std::string &text, const QueryProblem &problem, Report &report);
+bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report);
 
 // The ports of a record of the engine.
 PortRange RangeOf(const TakenPorts &taken);
@@ -142,14 +144,40 @@ class PortSources {
     std::set<std::string> reported_;
 };
 
+// ---- The ports of files, defined in section_queries.cpp ----
+
+// The sources that an install compares a file with.
+inline constexpr int kSourcesOfFiles =
+    TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
+
+// The ports of a list in the order of the file.
+PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
+
+// The ports that an install requests for a section.
+struct SectionQuery {
+    std::string section;
+    PortQuery query;
+    bool names_protocols = false;  // false: both by default
+    std::size_t line = 0;          // number of the section's header line
+};
+
+// The header line of a [global] without dst.ports; points into `text`.
+std::optional<ConfigLine> PortlessGlobalLine(std::string_view text);
+
+// The destination ports of each section that the library reads in a file with that text: [global]
+// first, because an install also requests its ports, the others in file order. Returns nullopt if
+// the library rejects the file. Throws std::runtime_error or std::bad_alloc if a system error
+// prevents reading a service.
+std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text);
+
 // ---- Failures, defined in source_failure.cpp ----
 
 // The failure as a diagnostic, with its position in the file if it has one.
 Diagnostic WhyUnknown(const SourceFailure &failure);
 
-// Finds lines that the readers of the rules or the settings silently ignore. `source` is one of
-// TAVO_PORT_CHECK_*. Returns false if there is nothing to report.
-bool FindIgnoredLines(int source, Diagnostic &finding);
+// A warning of the lines that the reader of the rules or the settings, the TAVO_PORT_CHECK_*
+// `source`, silently ignores; nullopt if there are none.
+std::optional<Diagnostic> FindIgnoredLines(int source);
 
 // Why a built-in service is left out of the catalogue; `code` is the error code of its reading, 0
 // if its settings are absent or invalid.

@@ -1,15 +1,14 @@
-#include "ports/section_queries.h"
-
+// The ports that an install of a service file requests.
 #include <algorithm>
 #include <map>
 
 #include "input/library.h"
 #include "input/service_file.h"
+#include "model/service_file_keys.h"
+#include "ports/port_sources.h"
 
 namespace tavo::tool {
 namespace {
-
-constexpr std::string_view kPortsKey = "dst.ports";
 
 // A section in the text of the file: its header line, and its dst.ports, if any.
 struct WrittenSection {
@@ -27,7 +26,7 @@ WrittenSections SectionsOf(std::string_view text) {
         if (line.kind == ConfigLineKind::kSection) {
             section = &sections.emplace(line.name, WrittenSection{line, {}}).first->second;
         } else if (section != nullptr && line.kind == ConfigLineKind::kKeyValue &&
-                   line.name == kPortsKey) {
+                   line.name == kKeyDstPorts) {
             section->ports = line.value;
         }
     }
@@ -87,9 +86,8 @@ std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text) {
     const WrittenSections sections = SectionsOf(text);
     std::vector<SectionQuery> queries;
     const auto global = sections.find(kGlobalSection);
-    if (global != sections.end()) {
-        const std::string written(global->second.ports.value_or(""));
-        if (const OwnedPorts ports = ReadPorts(written)) {
+    if (global != sections.end() && global->second.ports) {
+        if (const OwnedPorts ports = ReadPorts(std::string(*global->second.ports))) {
             queries.push_back(SectionQueryOf(kGlobalSection, ports.get(), sections));
         }
     }

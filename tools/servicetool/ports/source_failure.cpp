@@ -27,8 +27,15 @@ Diagnostic Error(std::string file, std::string rule, std::string message, std::s
             .fix = std::move(fix)};
 }
 
-std::string Because(const std::string &reason) {
-    return reason.empty() ? "" : ": " + reason;
+Diagnostic Warning(Diagnostic diagnostic) {
+    diagnostic.severity = Severity::kWarning;
+    return diagnostic;
+}
+
+// What could not be done, with the system's reason for the code of the failure, if it has one.
+Diagnostic Failed(std::string file, const std::string &what, const SourceFailure &failure) {
+    const std::string reason = SystemReason(failure.code);
+    return Error(std::move(file), "failed", what + (reason.empty() ? "" : ": " + reason));
 }
 
 // ---- Places in files ----
@@ -89,10 +96,8 @@ Diagnostic WhyRulesAreUnread(const SourceFailure &failure) {
     if (problem.empty() && !file.empty()) {
         problem = ReadRegularFile(file).problem;
     }
-    return problem.empty()
-               ? Error(file, "failed",
-                       "the rules cannot be compared" + Because(SystemReason(failure.code)))
-               : Error(file, "unreadable", problem);
+    return problem.empty() ? Failed(file, "the rules cannot be compared", failure)
+                           : Error(file, "unreadable", problem);
 }
 
 // ---- Firewall services ----
@@ -116,15 +121,12 @@ Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
         case SourceFailure::Kind::kLeftOut:
             return WhyLeftOut(failure.declarer.name, failure.code);
         case SourceFailure::Kind::kBadPorts:
-            return Error(failure.declarer.file == nullptr ? "" : failure.declarer.file,
-                         "bad-service",
+            return Error(std::string(OrEmpty(failure.declarer.file)), "bad-service",
                          "firewall service " + Shortened(failure.declarer.name) + " has " +
                              Quoted(failure.text) + " for a port",
                          "correct its settings");
         default:
-            return Error(
-                "", "failed",
-                "the firewall services cannot be compared" + Because(SystemReason(failure.code)));
+            return Failed("", "the firewall services cannot be compared", failure);
     }
 }
 
@@ -145,9 +147,7 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
                   Quoted(line->value) + " is not a port number for " + std::string(line->name),
                   "name a port from 1 to 65535, or remove the key"));
     }
-    return Error(
-        kSettingsFile, "failed",
-        std::string(failure.declarer.entry) + " is unknown" + Because(SystemReason(failure.code)));
+    return Failed(kSettingsFile, std::string(failure.declarer.entry) + " is unknown", failure);
 }
 
 // ---- Sockets ----
@@ -157,8 +157,7 @@ Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
         return Error("", "port-zero", "sockets cannot be checked for port 0",
                      "name ports from 1 to 65535");
     }
-    return Error("", "failed",
-                 "the ports that sockets hold are unknown" + Because(SystemReason(failure.code)));
+    return Failed("", "the ports that sockets hold are unknown", failure);
 }
 
 }  // namespace
@@ -201,19 +200,17 @@ Diagnostic WhyUnknown(const SourceFailure &failure) {
 
 // In the rules, keys before the first section are also ignored. An appliance without port
 // forwarding has no file of rules.
-bool FindIgnoredLines(int source, Diagnostic &finding) {
+std::optional<Diagnostic> FindIgnoredLines(int source) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
     const char *file = rules ? PathOf(StoreId::kForwardingRules) : kSettingsFile;
     if (file == nullptr) {
-        return false;
+        return {};
     }
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
         errno == ENOENT) {
-        finding = Error(file, "unreadable", contents.problem + ", so there are no rules");
-        finding.severity = Severity::kWarning;
-        return true;
+        return Warning(Error(file, "unreadable", contents.problem + ", so there are no rules"));
     }
     ConfigLine first;
     std::size_t count = 0;
@@ -227,16 +224,13 @@ bool FindIgnoredLines(int source, Diagnostic &finding) {
         }
     }
     if (count == 0) {
-        return false;
+        return {};
     }
-    finding = AtSpot(file, first, first.text,
-                     Error("", "stray-line",
-                           (count == 1 ? "the line is not read: it is not a"
-                                       : Counted(count, "line") + " are not read: none is a") +
-                               std::string(rules ? " comment, section or key of a section"
-                                                 : " comment, section or key")));
-    finding.severity = Severity::kWarning;
-    return true;
+    const std::string message =
+        (count == 1 ? "the line is not read: it is not a"
+                    : Counted(count, "line") + " are not read: none is a") +
+        std::string(rules ? " comment, section or key of a section" : " comment, section or key");
+    return Warning(AtSpot(file, first, first.text, Error("", "stray-line", message)));
 }
 
 }  // namespace tavo::tool
