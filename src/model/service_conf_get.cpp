@@ -28,9 +28,9 @@ constexpr int32_t kDefaultVersion = 1;
 // More than the log line says: upper-case letters and "." have always been allowed.
 constexpr auto kIsNameCharacter = [] {
     std::array<bool, 256> set = {};
-    for (const unsigned char c :
+    for (const char c :
          std::string_view("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._")) {
-        set[c] = true;
+        set[static_cast<unsigned char>(c)] = true;
     }
     return set;
 }();
