@@ -174,14 +174,6 @@ Reading ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol,
     return Reading::Good();
 }
 
-// `service` is null if it could not be created.
-void PrependIfMade(tavo::OwnedServices service, tavo::OwnedServices &list) {
-    if (service != nullptr) {
-        service->pNext = list.release();
-        list = std::move(service);
-    }
-}
-
 }  // namespace
 
 namespace tavo {
@@ -259,7 +251,9 @@ DeclaredServices ReadDeclaredServices(const FileVisitor *visitor) {
     for (const auto *row = rgServices; row->szName != nullptr; ++row) {
         OwnedServices service;
         declared.report.NoteRow(ServiceFromRow(*row, service), *row);
-        PrependIfMade(std::move(service), declared.built_in);
+        if (service != nullptr) {
+            Prepend(std::move(service), declared.built_in);
+        }
     }
     TAVO_SERVICE_CONF *files = nullptr;
     const int count = ReadServiceFiles(&files, kEveryServiceFolder, &declared.report);
@@ -283,7 +277,9 @@ ServiceCatalogue ReadCatalogue() {
         for (const auto *section = file->pSections; section != nullptr; section = section->pNext) {
             OwnedServices service;
             catalogue.report.NoteFault(ServiceFromSection(*section, supported, service));
-            PrependIfMade(std::move(service), catalogue.services);
+            if (service != nullptr) {
+                Prepend(std::move(service), catalogue.services);
+            }
         }
     }
     for (const auto *one = catalogue.services.get(); one != nullptr; one = one->pNext) {

@@ -69,8 +69,7 @@ int ParseItems(char *szPorts, unsigned int nDirection, uint32_t nProtocol,
         if (TLIBCStrTrimSpace(szItem) < 0 || !ParseItem(szItem, port.get())) {
             return -1;
         }
-        port->pNext = ports.release();
-        ports = std::move(port);
+        tavo::Prepend(std::move(port), ports);
     }
     return 0;
 }

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "base/owners.h"
 #include "tavocore.h"
@@ -48,6 +49,13 @@ template <typename Owner>
 void Prepend(Owner record, typename Owner::element_type **ppList) {
     record->pNext = *ppList;
     *ppList = record.release();
+}
+
+// The same for a list that has an owner.
+template <typename Owner>
+void Prepend(Owner record, Owner &list) {
+    record->pNext = list.release();
+    list = std::move(record);
 }
 
 }  // namespace tavo
