@@ -2,7 +2,6 @@
 
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
-#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/owners.h"
 

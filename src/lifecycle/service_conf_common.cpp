@@ -1,12 +1,13 @@
-// Backs up and restores the stores that a change affects, so that the change can be undone as a
-// whole: the service files of one directory, the firewall rules, the port forwarding rules. A store
-// is locked from its backup to its restore or the deletion of its copy, so that no other change
-// modifies it in between.
+// Changes whole paths with programs of the appliance, and backs up and restores with them the
+// stores that a change affects, so that the change can be undone as a whole: the service files of
+// one directory, the firewall rules, the port forwarding rules. A store is locked from its backup
+// to its restore or the deletion of its copy, so that no other change modifies it in between.
 //
 // If cp, mv or rm cannot be run, this is a failure. Their exit status is ignored here, which
 // callers rely on. A backup and a restore also check the result (side_copy.cpp).
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -23,18 +24,34 @@
 namespace tavo {
 namespace {
 
-// At least one of the low four bits of nCheckFlags must be set. One of them selects no store.
-constexpr uint32_t kStoreFlags = 15;
+// ---- Paths ----
 
-constexpr uint32_t kDirectories = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
+constexpr mode_t kFolderMode = 0755;
 
-int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam, StepFailure &failure) {
-    if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||
-        ((pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
-         (pParam->nLocation & kDirectories) == 0)) {
-        return failure.RefuseArguments(TAVO_HERE);
+// Creates the missing folders of a path and returns the path length of the outermost new one; 0 if
+// there is none. If this fails, the mkdir program tries again and reports the cause. mkdir -p alone
+// would give the folders a mode that depends on the umask, which all threads of the caller share.
+std::size_t MakeMissing(std::string_view path) {
+    std::size_t first = 0;
+    for (std::size_t end = 0; end < path.size();) {
+        end = std::min(path.find('/', end + 1), path.size());
+        char folder[kPathSize];
+        CopyText(folder, path.substr(0, end));
+        if (mkdir(folder, kFolderMode) == 0) {
+            chmod(folder, kFolderMode);
+            first = first == 0 ? std::strlen(folder) : first;
+        }
     }
-    return 0;
+    return first;
+}
+
+// Removes the new folders, the innermost first. A folder that is not empty is left.
+void RemoveNew(const char *path, std::size_t first) {
+    char folder[kPathSize];
+    CopyText(folder, path);
+    while (first > 0 && std::strlen(folder) >= first && (rmdir(folder) == 0 || errno == ENOENT)) {
+        *std::strrchr(folder, '/') = '\0';
+    }
 }
 
 bool IsFolderOrFile(const struct stat &entry) {
@@ -73,9 +90,7 @@ int Replace(const char *szSrc, const char *szDst, bool move, StepFailure &failur
     const PathArgument to(szDst);
     const char *program = move ? kMoveProgram : kCopyProgram;
     const int nStatus = TLIBCExec(program, move ? "-f" : "-rf", from.Get(), to.Get(), nullptr);
-    if (nStatus != 0) {
-        failure.SetProgram(step, program, nStatus, szSrc);
-    }
+    failure.SetProgram(step, program, nStatus, szSrc);
     if (nStatus >= 0) {
         return nStatus;
     }
@@ -83,55 +98,19 @@ int Replace(const char *szSrc, const char *szDst, bool move, StepFailure &failur
                 : TAVO_LOG_STATE("Failed to cp -rf %s %s", szSrc, szDst);
 }
 
-}  // namespace
+// ---- Stores ----
 
-// The attribute exists since Linux 5.8. With an older kernel, a mount point is detected only
-// because the folder remains after its removal.
-bool IsMountPoint(const char *path) {
-    struct statx entry;
-    return statx(AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, STATX_TYPE, &entry) == 0 &&
-           (entry.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+// At least one of the low four bits of nCheckFlags must be set. One of them selects no store.
+constexpr uint32_t kStoreFlags = 15;
+
+int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam, StepFailure &failure) {
+    if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||
+        ((pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
+         (pParam->nLocation & kEveryServiceFolder) == 0)) {
+        return failure.RefuseArguments(TAVO_HERE);
+    }
+    return 0;
 }
-
-bool IsFolder(const char *path) {
-    struct stat entry;
-    return stat(path, &entry) == 0 && S_ISDIR(entry.st_mode);
-}
-
-int CopyOrMove(const char *source, const char *target, bool move, StepFailure &failure) {
-    if (IsEmpty(source) || IsEmpty(target)) {
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
-    }
-    const OwnedText from(strdup(source));
-    const OwnedText to(strdup(target));
-    if (from == nullptr || to == nullptr) {
-        return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
-    }
-    if (TLIBCStrTrimSpace(from.get()) < 0 || TLIBCStrTrimSpace(to.get()) < 0) {
-        return TAVO_LOG_STATE("TLIBCStrTrimSpace() failed!");
-    }
-    if (IsEmpty(from.get()) || IsEmpty(to.get())) {
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
-    }
-    return Replace(from.get(), to.get(), move, failure);
-}
-
-int RemoveTree(const char *path, StepFailure &failure) {
-    if (IsEmpty(path)) {
-        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
-    }
-    struct stat entry;
-    if (stat(path, &entry) < 0 || !IsFolderOrFile(entry)) {
-        return 0;
-    }
-    const int status = TLIBCExec(kRemoveProgram, "-rf", PathArgument(path).Get(), nullptr, nullptr);
-    if (status != 0) {
-        failure.SetProgram(Step::kRemove, kRemoveProgram, status, path);
-    }
-    return status < 0 ? TAVO_LOG_STATE("Failed to rm -rf %s", path) : 0;
-}
-
-namespace {
 
 enum class AfterFailure { kStop, kContinue };
 
@@ -174,6 +153,62 @@ int EndBackup(const SetParam *param, Step step, const char *purpose, StoreChange
 }
 
 }  // namespace
+
+// The attribute exists since Linux 5.8. With an older kernel, a mount point is detected only
+// because the folder remains after its removal.
+bool IsMountPoint(const char *path) {
+    struct statx entry;
+    return statx(AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, STATX_TYPE, &entry) == 0 &&
+           (entry.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+bool IsFolder(const char *path) {
+    struct stat entry;
+    return stat(path, &entry) == 0 && S_ISDIR(entry.st_mode);
+}
+
+int MakeFolder(const char *path, StepFailure &failure) {
+    const std::size_t first = MakeMissing(path);
+    const int status = TLIBCExec(kMakeDirectoryProgram, "-p", path, nullptr, nullptr);
+    if (status != 0) {
+        const int error = errno;
+        failure.SetProgram(Step::kMakeFolder, kMakeDirectoryProgram, status, path);
+        RemoveNew(path, first);
+        errno = error;
+    }
+    return status;
+}
+
+int CopyOrMove(const char *source, const char *target, bool move, StepFailure &failure) {
+    if (IsEmpty(source) || IsEmpty(target)) {
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+    }
+    const OwnedText from(strdup(source));
+    const OwnedText to(strdup(target));
+    if (from == nullptr || to == nullptr) {
+        return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
+    }
+    if (TLIBCStrTrimSpace(from.get()) < 0 || TLIBCStrTrimSpace(to.get()) < 0) {
+        return TAVO_LOG_STATE("TLIBCStrTrimSpace() failed!");
+    }
+    if (IsEmpty(from.get()) || IsEmpty(to.get())) {
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+    }
+    return Replace(from.get(), to.get(), move, failure);
+}
+
+int RemoveTree(const char *path, StepFailure &failure) {
+    if (IsEmpty(path)) {
+        return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+    }
+    struct stat entry;
+    if (stat(path, &entry) < 0 || !IsFolderOrFile(entry)) {
+        return 0;
+    }
+    const int status = TLIBCExec(kRemoveProgram, "-rf", PathArgument(path).Get(), nullptr, nullptr);
+    failure.SetProgram(Step::kRemove, kRemoveProgram, status, path);
+    return status < 0 ? TAVO_LOG_STATE("Failed to rm -rf %s", path) : 0;
+}
 
 int BackUpStores(const SetParam *param, StepFailure &failure) {
     if (CheckParam(param, failure) < 0) {

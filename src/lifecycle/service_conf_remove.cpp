@@ -8,7 +8,6 @@
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
-#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/service_directory.h"
 #include "support/text.h"

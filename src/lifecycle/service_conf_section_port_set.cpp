@@ -2,6 +2,7 @@
 // have checked the ports already.
 //
 // Ports are printed in list order. The protocols of the first entry apply to all.
+#include <cstdlib>
 #include <cstring>
 
 #include "lifecycle/section_write.h"
@@ -9,7 +10,6 @@
 #include "model/service_file_keys.h"
 #include "support/failure.h"
 #include "support/held_file.h"
-#include "support/owners.h"
 #include "support/service_directory.h"
 #include "support/text.h"
 #include "tavoserviceconf.h"

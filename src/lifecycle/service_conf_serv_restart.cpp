@@ -229,9 +229,7 @@ struct Invocation {
 
     static void Record(const char *szPath, int nStatus, void *pContext) {
         auto &run = *static_cast<Invocation *>(pContext);
-        if (nStatus != 0) {
-            run.failure.SetProgram(Step::kRunPlugins, "", nStatus, szPath);
-        }
+        run.failure.SetProgram(Step::kRunPlugins, "", nStatus, szPath);
         PluginResult result = {};
         CopyText(result.path, szPath);
         result.status = nStatus;

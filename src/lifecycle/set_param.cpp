@@ -12,8 +12,6 @@ namespace {
 // The bits of nRestartFlags that a removal checks.
 constexpr uint32_t kRemovalFlags = 15;
 
-constexpr uint32_t kBothDirectories = TAVO_SERVICE_CONF_DIR_SYSTEM | TAVO_SERVICE_CONF_DIR_PACKAGE;
-
 bool IsFrom1To(uint32_t nHighest, uint32_t nValue) {
     return nValue >= 1 && nValue <= nHighest;
 }
@@ -31,7 +29,7 @@ bool AllowsSet(const SetParam *pParam) {
            IsFrom1To(TAVO_RESTART_ALL, pParam->nRestartFlags) &&
            IsFrom1To(TAVO_WRITE_MODE_REMOVE, pParam->nWriteMode) &&
            IsFrom1To(TAVO_PORT_CHECK_ALL, pParam->nCheckFlags) &&
-           IsFrom1To(kBothDirectories, pParam->nLocation) && IsFileName(pParam->szFileName) &&
+           IsFrom1To(kEveryServiceFolder, pParam->nLocation) && IsFileName(pParam->szFileName) &&
            !FieldText(pParam->szSectionName).empty();
 }
 
@@ -43,7 +41,7 @@ bool AllowsRemove(const SetParam *pParam) {
         (pParam->nRestartFlags & kRemovalFlags) == 0) {
         return false;
     }
-    const uint32_t nDirectory = pParam->nLocation & kBothDirectories;
+    const uint32_t nDirectory = pParam->nLocation & kEveryServiceFolder;
     return pParam->nWriteMode == TAVO_WRITE_MODE_REMOVE &&
            (pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
            (nDirectory == TAVO_SERVICE_CONF_DIR_SYSTEM ||

@@ -17,7 +17,7 @@
 
 #include "base/descriptor.h"
 #include "lifecycle/path_change.h"
-#include "lifecycle/temporary_names.h"
+#include "lifecycle/temporary_copy.h"
 #include "support/failure.h"
 #include "support/presence.h"
 #include "support/text.h"

@@ -86,13 +86,13 @@ struct StepFailure {
                              reported == TLIBC_ERR_RENAME;
         return Set(step_of_change, on, refused ? system_error : 0);
     }
-    int SetProgram(Step failed, const char *run, int ended, const char *on = "") {
-        if (!HasFailed()) {
+    // Records a program that failed; does nothing if it succeeded.
+    void SetProgram(Step failed, const char *run, int ended, const char *on = "") {
+        if (ended != 0 && !HasFailed()) {
             Set(failed, on);
             program = run;
             status = ended;
         }
-        return -1;
     }
 };
 

@@ -51,38 +51,6 @@ Descriptor OpenLockFolder(StepFailure &failure) {
     return folder;
 }
 
-}  // namespace
-
-bool IsCurrent(int folder, const char *name, int descriptor) {
-    struct stat locked;
-    struct stat current;
-    return fstat(descriptor, &locked) == 0 &&
-           fstatat(folder, name, &current, AT_SYMLINK_NOFOLLOW) == 0 &&
-           locked.st_ino == current.st_ino && locked.st_dev == current.st_dev;
-}
-
-LockAttempt TryLockFile(const char *path, Descriptor &locked, StepFailure &failure) {
-    const Descriptor folder = OpenLockFolder(failure);
-    if (!folder.IsOpen()) {
-        return LockAttempt::kFailed;
-    }
-    const char *name = path + sizeof(TAVO_LOCK_FOLDER);
-    constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    Descriptor file(openat(folder.Get(), name, kFlags, S_IRUSR | S_IWUSR));
-    if (file.IsOpen() && flock(file.Get(), LOCK_EX | LOCK_NB) == 0) {
-        const bool current = IsCurrent(folder.Get(), name, file.Get());
-        locked = current ? std::move(file) : Descriptor(-1);
-        return current ? LockAttempt::kLocked : LockAttempt::kBusy;
-    }
-    if (file.IsOpen() && (errno == EWOULDBLOCK || errno == EINTR)) {
-        return LockAttempt::kBusy;
-    }
-    failure.Set(Step::kLock, path, errno);
-    return LockAttempt::kFailed;
-}
-
-namespace {
-
 // ---- What this process holds ----
 
 struct Held {
@@ -157,6 +125,34 @@ void ForEach(StoreSet stores, Change change) {
 }
 
 }  // namespace
+
+bool IsCurrent(int folder, const char *name, int descriptor) {
+    struct stat locked;
+    struct stat current;
+    return fstat(descriptor, &locked) == 0 &&
+           fstatat(folder, name, &current, AT_SYMLINK_NOFOLLOW) == 0 &&
+           locked.st_ino == current.st_ino && locked.st_dev == current.st_dev;
+}
+
+LockAttempt TryLockFile(const char *path, Descriptor &locked, StepFailure &failure) {
+    const Descriptor folder = OpenLockFolder(failure);
+    if (!folder.IsOpen()) {
+        return LockAttempt::kFailed;
+    }
+    const char *name = path + sizeof(TAVO_LOCK_FOLDER);
+    constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    Descriptor file(openat(folder.Get(), name, kFlags, S_IRUSR | S_IWUSR));
+    if (file.IsOpen() && flock(file.Get(), LOCK_EX | LOCK_NB) == 0) {
+        const bool current = IsCurrent(folder.Get(), name, file.Get());
+        locked = current ? std::move(file) : Descriptor(-1);
+        return current ? LockAttempt::kLocked : LockAttempt::kBusy;
+    }
+    if (file.IsOpen() && (errno == EWOULDBLOCK || errno == EINTR)) {
+        return LockAttempt::kBusy;
+    }
+    failure.Set(Step::kLock, path, errno);
+    return LockAttempt::kFailed;
+}
 
 StoreSet StoreOfDirectory(const char *directory) {
     return SetOf(std::strcmp(directory, kSystemServiceDirectory) == 0 ? StoreId::kSystemServices

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstddef>
 
 #include "base/descriptor.h"
 #include "lifecycle/step_failure.h"

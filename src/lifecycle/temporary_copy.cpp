@@ -8,7 +8,6 @@
 #include <cerrno>
 
 #include "lifecycle/path_change.h"
-#include "lifecycle/temporary_names.h"
 #include "tavocore.h"
 
 namespace tavo {
@@ -30,25 +29,6 @@ bool TryLock(int descriptor) {
 Room RoomWhen(bool removed) {
     return removed || errno == ENOENT ? Room::kMade : Room::kNone;
 }
-
-}  // namespace
-
-// A copy is removed while it is locked, so that a new copy with the same name is not removed.
-Room RemoveUnlockedCopy(const char *path) {
-    const Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!file.IsOpen()) {
-        return RoomWhen(false);
-    }
-    if (!TryLock(file.Get())) {
-        return errno == EWOULDBLOCK ? Room::kInUse : Room::kNone;
-    }
-    if (!IsCurrent(AT_FDCWD, path, file.Get())) {
-        return Room::kMade;
-    }
-    return RoomWhen(unlink(path) == 0);
-}
-
-namespace {
 
 // Only a regular file of this user with a single link can be the copy of a change in progress. Any
 // other entry was planted or is a leftover. A device, which only an administrator can create, is
@@ -83,6 +63,21 @@ int Create(const char *path) {
 }
 
 }  // namespace
+
+// A copy is removed while it is locked, so that a new copy with the same name is not removed.
+Room RemoveUnlockedCopy(const char *path) {
+    const Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file.IsOpen()) {
+        return RoomWhen(false);
+    }
+    if (!TryLock(file.Get())) {
+        return errno == EWOULDBLOCK ? Room::kInUse : Room::kNone;
+    }
+    if (!IsCurrent(AT_FDCWD, path, file.Get())) {
+        return Room::kMade;
+    }
+    return RoomWhen(unlink(path) == 0);
+}
 
 // If two processes could remove the copy, its lock decides which one does.
 TemporaryCopy::~TemporaryCopy() {
@@ -157,9 +152,7 @@ int TemporaryCopy::Make(const char *szFile, const char *szPath, const Place &pla
     }
     CopyText(szPath_, szPath);
     const int nStatus = TLIBCExec(kCopyProgram, "-f", szFile, szPath_, nullptr);
-    if (nStatus != 0) {
-        failure.SetProgram(Step::kCopy, kCopyProgram, nStatus, szFile);
-    }
+    failure.SetProgram(Step::kCopy, kCopyProgram, nStatus, szFile);
     return nStatus;
 }
 

@@ -19,7 +19,6 @@
 #include "lifecycle/set_param.h"
 #include "lifecycle/store_lock.h"
 #include "lifecycle/temporary_copy.h"
-#include "lifecycle/temporary_names.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/service_directory.h"

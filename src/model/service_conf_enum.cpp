@@ -2,7 +2,6 @@
 #include <fcntl.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 #include "base/descriptor.h"

@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "support/failure.h"
-#include "support/owners.h"
 #include "tavoserviceconf.h"
 
 namespace {

@@ -3,7 +3,6 @@
 #ifndef TAVO_SRC_SUPPORT_WRITERS_LOCK_H
 #define TAVO_SRC_SUPPORT_WRITERS_LOCK_H
 
-#include "support/failure.h"
 #include "tavocore.h"
 
 // The core library of an appliance, and its header, may lack these functions.

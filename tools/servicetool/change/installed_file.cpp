@@ -19,7 +19,7 @@
 #include "base/system_files.h"
 #include "input/input_file.h"
 #include "lifecycle/store_lock.h"
-#include "lifecycle/temporary_names.h"
+#include "lifecycle/temporary_copy.h"
 #include "output/text.h"
 
 namespace tavo::tool {

@@ -27,7 +27,6 @@
 #include "lifecycle/path_change.h"
 #include "lifecycle/side_copy.h"
 #include "lifecycle/temporary_copy.h"
-#include "lifecycle/temporary_names.h"
 #include "support/writers_lock.h"
 
 namespace tavo::tool {
