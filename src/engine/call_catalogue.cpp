@@ -14,9 +14,8 @@ bool ServiceIndex::AddPorts(const TAVO_FW_SERVICE &service, std::size_t place) {
             return invalid_.Append(place);
         }
     }
-    GrowingArray<Range> merged;
-    return MergeRanges(ranges, merged) &&
-           std::all_of(merged.begin(), merged.end(),
+    MergeRanges(ranges);
+    return std::all_of(ranges.begin(), ranges.end(),
                        [&](const Range &range) { return declared_.Add(range, place); });
 }
 
@@ -31,14 +30,11 @@ bool ServiceIndex::Build(const TAVO_FW_SERVICE *services) {
 }
 
 const Services *ServiceIndex::Candidates(const char *ports) {
-    GrowingArray<Range> ranges;
     GrowingArray<Range> asked;
-    if (TextRanges(std::nullopt, ports, kQueryRangeSeparator).ReadAll(ranges) < 0) {
+    if (TextRanges(std::nullopt, ports, kQueryRangeSeparator).ReadAll(asked) < 0) {
         return &services_;
     }
-    if (!MergeRanges(ranges, asked)) {
-        return nullptr;
-    }
+    MergeRanges(asked);
     GrowingArray<std::size_t> places;
     bool enough = true;
     const auto add = [&](std::size_t place) {
@@ -53,7 +49,7 @@ const Services *ServiceIndex::Candidates(const char *ports) {
         return &services_;
     }
     std::sort(places.begin(), places.end());
-    candidates_.Clear();
+    candidates_.Truncate(0);
     const std::size_t *end = std::unique(places.begin(), places.end());
     for (const std::size_t *place = places.begin(); place != end; ++place) {
         enough = enough && candidates_.Append(services_[*place]);

@@ -38,12 +38,10 @@ int Comparison::ReadQuery() {
     if (query_.ReadAll(asked_) < 0) {
         return -1;
     }
-    GrowingArray<Range> sorted;
-    const bool copied = std::all_of(asked_.begin(), asked_.end(),
-                                    [&](const Range &range) { return sorted.Append(range); });
-    if (!copied || !MergeRanges(sorted, merged_)) {
+    if (!merged_.AppendAll(asked_)) {
         return FailToAllocate();
     }
+    MergeRanges(merged_);
     read_ = true;
     return 0;
 }
@@ -91,14 +89,14 @@ int Comparison::Compare(const char *declared) {
 }
 
 int Comparison::MergeCommonPorts(TAVO_PORT_RANGE *set) const {
-    GrowingArray<Range> ranges;
     GrowingArray<Range> declared;
     const bool copied = std::all_of(kept_.begin(), kept_.end(), [&](const Kept &kept) {
-        return ranges.Append({kept.low, kept.high});
+        return declared.Append({kept.low, kept.high});
     });
-    if (!copied || !MergeRanges(ranges, declared)) {
+    if (!copied) {
         return FailToAllocate();
     }
+    MergeRanges(declared);
     RangeAdder adder(set);
     const Range *asked = merged_.begin();
     for (const Range &range : declared) {
@@ -172,7 +170,7 @@ int Comparison::MakePairs(TAVO_SERVICE_CONF_PORT **conflicts) {
         result = MakePairsOf(first, end, last ? asked_of_last_ : asked_.Count(), conflicts);
         first = end;
     }
-    kept_.Clear();
+    kept_.Truncate(0);
     return result;
 }
 

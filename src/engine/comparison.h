@@ -33,7 +33,7 @@ class Comparison {
     int Merge(TAVO_PORT_RANGE *set) const;
 
     // Drops the kept ranges once they are in the caller's list.
-    void Forget() { kept_.Clear(); }
+    void Forget() { kept_.Truncate(0); }
 
     // Prepends the pairs to the caller's list until memory runs out, and drops the kept ranges.
     int MakePairs(TAVO_SERVICE_CONF_PORT **conflicts);

@@ -86,22 +86,15 @@ bool PortConflicts::OrderQuestions() {
     for (std::size_t question = 0; question < questions_.size(); ++question) {
         wanted_ |= questions_[question].sources;
         GrowingArray<Range> ranges;
-        GrowingArray<Range> merged;
-        const std::span<const Range> &ports = questions_[question].ports;
-        if (!std::all_of(ports.begin(), ports.end(),
-                         [&ranges](const Range &range) { return ranges.Append(range); }) ||
-            !MergeRanges(ranges, merged)) {
+        if (!ranges.AppendAll(questions_[question].ports) ||
+            !skipped_names_.AppendAll(questions_[question].skipped)) {
             return false;
         }
-        for (const Range &range : merged) {
+        MergeRanges(ranges);
+        for (const Range &range : ranges) {
             if (!asked_.Append({range, question}) || !index_.Add(range, question)) {
                 return false;
             }
-        }
-        const std::span<const char *const> &skipped = questions_[question].skipped;
-        if (!std::all_of(skipped.begin(), skipped.end(),
-                         [this](const char *name) { return skipped_names_.Append(name); })) {
-            return false;
         }
     }
     std::sort(skipped_names_.begin(), skipped_names_.end(), ComesBefore);
@@ -383,11 +376,11 @@ void PortConflicts::CompareSockets(std::size_t question, uint32_t protocol, cons
                      [&held](const Asked &asked) { return AnyHeld(asked.range, held); })) {
         return;
     }
-    SkippedPorts skipped;
+    PortSet skipped;
     if (!questions_[question].skipped.empty() && !AddSkippedPorts(question, protocol, skipped)) {
         return;
     }
-    const PortSet left = held & ~skipped.Ports();
+    const PortSet left = held & ~skipped;
     std::for_each(first, end, [&](const Asked &asked) { AddRows(asked, protocol, left); });
 }
 
@@ -407,8 +400,7 @@ void PortConflicts::AddRows(const Asked &asked, uint32_t protocol, const PortSet
 }
 
 // Returns false if the ports of the services are unknown.
-bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol,
-                                    SkippedPorts &skipped) {
+bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol, PortSet &skipped) {
     if (!services_) {
         ReadServices();
     }
@@ -422,12 +414,12 @@ bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol,
             if (std::strcmp(port.service, name) == 0) {
                 of_file = true;
                 if ((port.protocols & protocol) != 0) {
-                    skipped.Add(port.range.nLow, port.range.nHigh);
+                    AddPorts(port.range.nLow, port.range.nHigh, skipped);
                 }
             }
         }
         if (!of_file && services_->built_in != nullptr) {
-            skipped.AddService(services_->built_in.get(), name, protocol);
+            AddServicePorts(services_->built_in.get(), name, protocol, skipped);
         }
     }
     return true;

@@ -127,7 +127,7 @@ class PortConflicts {
     void ReadSocketsOf(const TAVO_PROTO_TYPE_MAPPING &protocol);
     void CompareSockets(std::size_t question, uint32_t protocol, const PortSet &held);
     void AddRows(const Asked &asked, uint32_t protocol, const PortSet &held);
-    bool AddSkippedPorts(std::size_t question, uint32_t protocol, SkippedPorts &skipped);
+    bool AddSkippedPorts(std::size_t question, uint32_t protocol, PortSet &skipped);
 
     std::span<const PortQuestion> questions_;
     GrowingArray<Asked> asked_;  // by question; the ranges of one never overlap or touch

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 
-#include "support/failure.h"
 #include "support/growing_array.h"
 #include "tavoserviceconf.h"
 
@@ -45,31 +44,18 @@ class RangeAdder {
     uint32_t nLastStart_ = 0;
 };
 
+// A range as a caller passed it: neither sorted nor limited to ports.
+struct RawRange {
+    uint32_t nStart;
+    uint32_t nEnd;
+};
+
 // Ranges stored to be added later. Adding frees nodes, and the set that is being walked may be the
 // set that is added to.
-class PendingRanges {
-  public:
-    // Out of memory is reported for the operation at `place`.
-    explicit PendingRanges(const Place &place) : place_(place) {}
+using PendingRanges = GrowingArray<RawRange>;
 
-    // Returns false when out of memory.
-    bool Append(uint32_t nStart, uint32_t nEnd);
-
-    // Sorts in ascending order.
-    void Sort();
-
-    // Stops at the first failure.
-    int AddTo(TAVO_PORT_RANGE *pSet) const;
-
-  private:
-    struct Range {
-        uint32_t nStart;
-        uint32_t nEnd;
-    };
-
-    Place place_;
-    GrowingArray<Range> ranges_;
-};
+// Adds the ranges in order. Stops at the first failure.
+int AddRanges(const PendingRanges &ranges, TAVO_PORT_RANGE *pSet);
 
 }  // namespace tavo
 

@@ -19,7 +19,6 @@
 #include "engine/call_catalogue.h"
 #include "engine/comparison.h"
 #include "engine/conflict_sources.h"
-#include "engine/port_range.h"
 #include "engine/text_ranges.h"
 #include "engine/used_ports.h"
 #include "model/service_file_keys.h"
@@ -424,15 +423,15 @@ bool ReadSocketToken(const char *szToken, Range &range) {
 
 // `skipped` gets the ports of the skipped services once a port of the range is held.
 int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
-                   TAVO_FW_SERVICE *pServices, std::optional<SkippedPorts> &skipped) {
+                   TAVO_FW_SERVICE *pServices, std::optional<PortSet> &skipped) {
     const TAVO_PROTO_TYPE_MAPPING &protocol = gProtoTypeMapping[row];
     const bool tcp = protocol.nProto == TAVO_PROTO_TCP;
-    const auto skippedPorts = [&]() -> const SkippedPorts & {
+    const auto skippedPorts = [&]() -> const PortSet & {
         if (!skipped) {
             skipped.emplace();
             for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
-                skipped->AddService(pServices, TLIBCSzListGet(query.pSkip, i),
-                                    static_cast<uint32_t>(protocol.nProto));
+                AddServicePorts(pServices, TLIBCSzListGet(query.pSkip, i),
+                                static_cast<uint32_t>(protocol.nProto), *skipped);
             }
         }
         return *skipped;
@@ -440,7 +439,7 @@ int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
     if (const PortSet *pHeld =
             pServices != nullptr ? query.call.held[row].For(range, tcp) : nullptr) {
         const PortSet held = *pHeld & PortsOf(range.nLow, range.nHigh);
-        return held.any() && (held & ~skippedPorts().Ports()).any() ? 1 : 0;
+        return held.any() && (held & ~skippedPorts()).any() ? 1 : 0;
     }
     UsedPorts used(range);
     if (used.OutOfMemory()) {
@@ -453,7 +452,8 @@ int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
         return FailForArgument();
     }
     const bool taken = std::any_of(used.begin(), used.end(), [&](int nPort) {
-        return nPort != 0 && !skippedPorts().Has(nPort);
+        const bool valid = nPort >= 0 && nPort < kPortCount;
+        return nPort != 0 && !(valid && skippedPorts()[static_cast<std::size_t>(nPort)]);
     });
     return taken ? 1 : 0;
 }
@@ -467,7 +467,7 @@ int CheckSockets(const Query &query) {
     if (catalogue.report.Fault() != 0) {
         return FailWithoutCatalogue(catalogue);
     }
-    std::optional<SkippedPorts> skipped[std::size(gProtoTypeMapping)];
+    std::optional<PortSet> skipped[std::size(gProtoTypeMapping)];
     for (int i = 0; i < TLIBCSzListCount(query.pPorts); ++i) {
         Range range{};
         if (!ReadSocketToken(TLIBCSzListGet(query.pPorts, i), range)) {

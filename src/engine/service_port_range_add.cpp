@@ -48,22 +48,9 @@ int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
     return 0;
 }
 
-bool PendingRanges::Append(uint32_t nStart, uint32_t nEnd) {
-    const bool appended = ranges_.Append({nStart, nEnd});
-    if (!appended) {
-        TAVO_SET_ERROR_AT(place_, TLIBC_ERR_NO_MEMORY);
-    }
-    return appended;
-}
-
-void PendingRanges::Sort() {
-    std::sort(ranges_.begin(), ranges_.end(),
-              [](const Range &a, const Range &b) { return a.nStart < b.nStart; });
-}
-
-int PendingRanges::AddTo(TAVO_PORT_RANGE *pSet) const {
+int AddRanges(const PendingRanges &ranges, TAVO_PORT_RANGE *pSet) {
     RangeAdder adder(pSet);
-    const bool added = std::all_of(ranges_.begin(), ranges_.end(), [&](const Range &range) {
+    const bool added = std::all_of(ranges.begin(), ranges.end(), [&](const RawRange &range) {
         return adder.Add(range.nStart, range.nEnd) == 0;
     });
     return added ? 0 : -1;

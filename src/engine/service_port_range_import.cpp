@@ -15,10 +15,7 @@
 
 namespace {
 
-struct Range {
-    uint32_t nStart;
-    uint32_t nEnd;
-};
+using Range = tavo::RawRange;
 
 // Any number of this many digits fits into 32 bits; longer ones are left to strtol.
 constexpr int kPlainDigits = 9;

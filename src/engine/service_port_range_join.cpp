@@ -3,7 +3,7 @@
 // The source may be a list that a caller built and wrapped: its entries are ports to add, in any
 // order, and nPortEnd of single ports may be unset. The source is not changed; its single ports
 // keep their nPortEnd.
-#include <cstdint>
+#include <algorithm>
 
 #include "engine/port_range.h"
 #include "support/failure.h"
@@ -11,7 +11,7 @@
 
 namespace {
 
-int AddRanges(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
+int AddDirectly(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
     tavo::RangeAdder adder(pDst);
     for (const auto *pNode = pRanges; pNode != nullptr; pNode = pNode->pNext) {
         if (adder.Add(pNode->nPortStart, tavo::LastPort(*pNode)) < 0) {
@@ -42,16 +42,17 @@ bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
 // Copies the ranges first, and sorts them if the order does not affect the result: plain ranges in
 // any order give the same set. A long unsorted list then does not need a walk for each range.
 int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
-    tavo::PendingRanges ranges(TAVO_HERE);
+    tavo::PendingRanges ranges;
     for (const auto *pNode = pRanges; pNode != nullptr; pNode = pNode->pNext) {
-        if (!ranges.Append(pNode->nPortStart, tavo::LastPort(*pNode))) {
-            return -1;
+        if (!ranges.Append({pNode->nPortStart, tavo::LastPort(*pNode)})) {
+            return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
         }
     }
     if (ArePlain(pRanges) && tavo::IsWellFormed(pDst->pRanges)) {
-        ranges.Sort();
+        std::sort(ranges.begin(), ranges.end(),
+                  [](const auto &a, const auto &b) { return a.nStart < b.nStart; });
     }
-    return ranges.AddTo(pDst);
+    return tavo::AddRanges(ranges, pDst);
 }
 
 }  // namespace
@@ -61,7 +62,8 @@ int TLIBPortRangeJoin(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     const bool direct = pDst != pSrc && IsAscending(pSrc->pRanges);
-    const int nResult = direct ? AddRanges(pDst, pSrc->pRanges) : AddSnapshot(pDst, pSrc->pRanges);
+    const int nResult =
+        direct ? AddDirectly(pDst, pSrc->pRanges) : AddSnapshot(pDst, pSrc->pRanges);
     if (nResult < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeAdd().");
     }

@@ -18,9 +18,9 @@ int FindPieces(const TAVO_SERVICE_CONF_PORT *pA, const TAVO_SERVICE_CONF_PORT *p
             pB = pB->pNext;
         }
         while (pB != nullptr && pB->nPortStart <= pA->nPortEnd) {
-            if (!pieces.Append(std::max(pA->nPortStart, pB->nPortStart),
-                               std::min(pA->nPortEnd, pB->nPortEnd))) {
-                return TAVO_LOG("Failed to memory allocation.");
+            if (!pieces.Append({std::max(pA->nPortStart, pB->nPortStart),
+                                std::min(pA->nPortEnd, pB->nPortEnd)})) {
+                return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to memory allocation.");
             }
             if (pB->nPortEnd >= pA->nPortEnd) {
                 break;
@@ -38,11 +38,11 @@ int TLIBPortRangeOverlap(const TAVO_PORT_RANGE *pA, const TAVO_PORT_RANGE *pB,
     if (pA == nullptr || pB == nullptr || pOut == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
-    tavo::PendingRanges pieces(TAVO_HERE);
+    tavo::PendingRanges pieces;
     if (FindPieces(pA->pRanges, pB->pRanges, pieces) < 0) {
         return -1;
     }
-    if (pieces.AddTo(pOut) < 0) {
+    if (tavo::AddRanges(pieces, pOut) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeAdd().");
     }
     return 0;

@@ -9,18 +9,19 @@
 
 namespace tavo {
 
-bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged) {
+void MergeRanges(GrowingArray<Range> &ranges) {
     std::sort(ranges.begin(), ranges.end(),
               [](const Range &a, const Range &b) { return a.nLow < b.nLow; });
+    std::size_t merged = 0;
     for (const Range &range : ranges) {
-        if (merged.Count() > 0 && range.nLow <= merged[merged.Count() - 1].nHigh + 1) {
-            int &nHigh = merged[merged.Count() - 1].nHigh;
+        if (merged > 0 && range.nLow <= ranges[merged - 1].nHigh + 1) {
+            int &nHigh = ranges[merged - 1].nHigh;
             nHigh = std::max(nHigh, range.nHigh);
-        } else if (!merged.Append(range)) {
-            return false;
+        } else {
+            ranges[merged++] = range;
         }
     }
-    return true;
+    ranges.Truncate(merged);
 }
 
 void RangeIndex::Sort() {

@@ -22,9 +22,8 @@ struct Range {
 constexpr char kDeclaredRangeSeparator = '-';
 constexpr char kQueryRangeSeparator = ':';
 
-// Appends the ports of the ranges to `merged`, which is empty: ascending, neither overlapping nor
-// touching. Sorts `ranges`. Returns false when out of memory.
-bool MergeRanges(GrowingArray<Range> &ranges, GrowingArray<Range> &merged);
+// Sorts the ranges, and merges those that overlap or touch.
+void MergeRanges(GrowingArray<Range> &ranges);
 
 // Finds numbered ranges by their ports.
 class RangeIndex {
@@ -40,9 +39,7 @@ class RangeIndex {
     // an earlier range can reach its start.
     template <typename Take>
     void ForEachOverlap(const Range &range, Take take) const {
-        const Entry *entry =
-            std::upper_bound(entries_.begin(), entries_.end(), range.nHigh,
-                             [](int port, const Entry &one) { return port < one.range.nLow; });
+        const Entry *entry = FirstAbove(range.nHigh);
         while (entry != entries_.begin() && (--entry)->highest >= range.nLow) {
             if (entry->range.nHigh >= range.nLow) {
                 take(entry->range, entry->number);
@@ -52,9 +49,8 @@ class RangeIndex {
 
     // Whether any range overlaps this one.
     bool HasOverlap(const Range &range) const {
-        bool found = false;
-        ForEachOverlap(range, [&found](const Range &, std::size_t) { found = true; });
-        return found;
+        const Entry *entry = FirstAbove(range.nHigh);
+        return entry != entries_.begin() && (entry - 1)->highest >= range.nLow;
     }
 
   private:
@@ -63,6 +59,12 @@ class RangeIndex {
         std::size_t number;
         int highest;  // the highest port of this range and of all before it
     };
+
+    // The first entry that starts above the port.
+    const Entry *FirstAbove(int port) const {
+        return std::upper_bound(entries_.begin(), entries_.end(), port,
+                                [](int low, const Entry &one) { return low < one.range.nLow; });
+    }
 
     GrowingArray<Entry> entries_;
 };

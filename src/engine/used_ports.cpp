@@ -7,17 +7,18 @@
 
 namespace tavo {
 
-void SkippedPorts::Add(long start, long end) {
+void AddPorts(long start, long end, PortSet &ports) {
     const long low = std::max(std::min(start, end), 0L);
     const long high = std::min(std::max(start, end), kPortCount - 1L);
     if (low == high) {
-        ports_.set(static_cast<std::size_t>(low));
+        ports.set(static_cast<std::size_t>(low));
     } else if (low < high) {
-        ports_ |= PortsOf(low, high);
+        ports |= PortsOf(low, high);
     }
 }
 
-void SkippedPorts::AddService(TAVO_FW_SERVICE *services, const char *name, uint32_t protocol) {
+void AddServicePorts(TAVO_FW_SERVICE *services, const char *name, uint32_t protocol,
+                     PortSet &ports) {
     const TAVO_FW_SERVICE *service = TAVOFWServiceFind(services, name);
     if (service == nullptr || (service->nDstProtocol & protocol) == 0) {
         return;
@@ -26,7 +27,7 @@ void SkippedPorts::AddService(TAVO_FW_SERVICE *services, const char *name, uint3
         char *rest = nullptr;
         const long start = std::strtol(TLIBCSzListGet(service->pDstPortList, i), &rest, 10);
         const bool range = *rest == kDeclaredRangeSeparator;
-        Add(start, range ? std::strtol(rest + 1, nullptr, 10) : start);
+        AddPorts(start, range ? std::strtol(rest + 1, nullptr, 10) : start, ports);
     }
 }
 

@@ -3,19 +3,14 @@
 #define TAVO_SRC_ENGINE_USED_PORTS_H
 
 #include <algorithm>
-#include <bitset>
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 
 #include "engine/text_ranges.h"
+#include "model/port_text.h"
 #include "support/owners.h"
 
 namespace tavo {
-
-constexpr int kPortCount = 65536;
-
-using PortSet = std::bitset<kPortCount>;
 
 // The ports low..high, both from 0 to 65535.
 inline PortSet PortsOf(long low, long high) {
@@ -23,25 +18,13 @@ inline PortSet PortsOf(long low, long high) {
     return (PortSet().set() >> beyond) << static_cast<std::size_t>(low);
 }
 
-// The ports of skipped services for one protocol.
-class SkippedPorts {
-  public:
-    // Adds the valid ports from the lower to the higher of two numbers.
-    void Add(long start, long end);
+// Adds the valid ports from the lower to the higher of two numbers.
+void AddPorts(long start, long end, PortSet &ports);
 
-    // Adds the ports that the service of this name declares for the protocol. A name that is not a
-    // service is ignored.
-    void AddService(TAVO_FW_SERVICE *services, const char *name, uint32_t protocol);
-
-    bool Has(int port) const {
-        return port >= 0 && port < kPortCount && ports_.test(static_cast<std::size_t>(port));
-    }
-
-    const PortSet &Ports() const { return ports_; }
-
-  private:
-    PortSet ports_;
-};
+// Adds the ports that the service of this name declares for the protocol. A name that is not a
+// service is ignored.
+void AddServicePorts(TAVO_FW_SERVICE *services, const char *name, uint32_t protocol,
+                     PortSet &ports);
 
 // The ports of the range that sockets hold now. There is one slot for each port: the networking
 // library gets their number, but may not respect it.

@@ -1,7 +1,8 @@
-// Parses a port number without writing a log line.
+// Port numbers: their limits, sets of them, and parsing one without writing a log line.
 #ifndef TAVO_SRC_MODEL_PORT_TEXT_H
 #define TAVO_SRC_MODEL_PORT_TEXT_H
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -10,6 +11,10 @@
 namespace tavo {
 
 inline constexpr unsigned int kHighestPort = 65535;
+inline constexpr int kPortCount = 65536;
+
+// A set of ports by number, so that a list need not be searched for each port.
+using PortSet = std::bitset<kPortCount>;
 
 // Reads a port number that is digits and nothing else; false for any other text. The number is the
 // low 32 bits of what strtol returns, and kept so: "4294967376" has always been port 80.

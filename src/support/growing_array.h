@@ -2,6 +2,7 @@
 #ifndef TAVO_SRC_SUPPORT_GROWING_ARRAY_H
 #define TAVO_SRC_SUPPORT_GROWING_ARRAY_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -44,8 +45,15 @@ class GrowingArray {
         return true;
     }
 
-    // Removes all items but keeps the memory.
-    void Clear() { count_ = 0; }
+    // The same for all items of a container, in order. Those before a failure are appended.
+    template <typename Items>
+    bool AppendAll(const Items &items) {
+        return std::all_of(items.begin(), items.end(),
+                           [this](const T &item) { return Append(item); });
+    }
+
+    // Keeps the first `count` items, and the memory of the others.
+    void Truncate(std::size_t count) { count_ = count; }
 
   private:
     void Swap(GrowingArray &other) {

@@ -90,7 +90,7 @@ class NotificationTest : public LifecycleTest {
         for (int i = 0; i < kListenerCount; ++i) {
             notified_[static_cast<Listener>(i)] = {};
         }
-        plugins_.Clear();
+        plugins_.Truncate(0);
     }
 
     const Notification &Of(Listener listener) const { return notified_[listener]; }
