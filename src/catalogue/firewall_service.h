@@ -3,7 +3,6 @@
 #define TAVO_SRC_CATALOGUE_FIREWALL_SERVICE_H
 
 #include "model/service_files.h"
-#include "support/growing_array.h"
 #include "support/owners.h"
 #include "tavoserviceconf.h"
 

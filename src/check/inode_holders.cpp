@@ -48,24 +48,20 @@ unsigned int FaultOf(int nError) {
 
 }  // namespace
 
-unsigned int InodeHolders::AddProcess(const char *szPid) {
+// Returns 0, or the error code if the sockets of the process could not be read.
+unsigned int InodeHolders::AddDescriptors(const char *szPid) {
     char szPath[kFolderPathSize];
     const int nLength = std::snprintf(szPath, sizeof(szPath), "/proc/%s/fd", szPid);
     if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szPath)) {
         return 0;
     }
     const int nFolder = open(szPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (nFolder < 0) {
-        return FaultOf(errno);
-    }
-    return AddDescriptors(nFolder, szPid);
-}
-
-unsigned int InodeHolders::AddDescriptors(int nFolder, const char *szPid) {
-    const Folder folder(fdopendir(nFolder));
+    const Folder folder(nFolder < 0 ? nullptr : fdopendir(nFolder));
     if (!folder) {
         const unsigned int nError = FaultOf(errno);
-        close(nFolder);
+        if (nFolder >= 0) {
+            close(nFolder);
+        }
         return nError;
     }
     unsigned int nFirstError = 0;
@@ -194,12 +190,13 @@ OwnedNames ListPids(const Place &here, unsigned int &error) {
     return pids;
 }
 
-bool AddProcess(const Place &here, const char *pid, InodeHolders &holders) {
-    const unsigned int error = holders.AddProcess(pid);
+bool InodeHolders::AddProcess(const Place &here, const char *szPid) {
+    const unsigned int error = AddDescriptors(szPid);
     if (error == TLIBC_ERR_NO_MEMORY) {
         TAVO_FAIL_ALLOC_AT(here, "pInodeToPidsTable");
     } else if (error != 0) {
-        TAVO_FAIL_AT(here, error, "Failed to read the sockets of process %s.[0x%04X]", pid, error);
+        TAVO_FAIL_AT(here, error, "Failed to read the sockets of process %s.[0x%04X]", szPid,
+                     error);
     }
     return error == 0;
 }
@@ -225,7 +222,7 @@ bool InodeHolders::Collect(const Place &here) {
         if (pid == nullptr) {
             TAVO_LOG_AT(here, "Failed to TLIBCSzListGet %p %d",
                         static_cast<const void *>(pids_.get()), i);
-        } else if (!tavo::AddProcess(here, pid, *this)) {
+        } else if (!AddProcess(here, pid)) {
             return false;
         }
     }

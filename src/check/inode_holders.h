@@ -33,14 +33,15 @@ constexpr bool IsOutOfReach(int nError) {
 // written once.
 class InodeHolders {
   public:
+    // Both return false, after logging, if a holder may be missing; the error state then gives the
+    // cause, and only StoreIn may still be called. `here` is the source location of the calling
+    // operation.
+
     // Adds the sockets that the process holds. `szPid` belongs to the caller and must outlive this
     // object. A process that is gone, or that the caller has no permission to read, has no sockets.
-    // Returns 0, or the error code if its sockets could not be read. The holders are then
-    // incomplete, and only StoreIn may still be called.
-    unsigned int AddProcess(const char *szPid);
+    bool AddProcess(const Place &here, const char *szPid);
 
-    // Adds the sockets of all processes. Returns false, after logging, if a holder may be missing;
-    // the error state then gives the cause. `here` is the source location of the calling operation.
+    // Adds the sockets of all processes.
     bool Collect(const Place &here);
 
     // Calls take(pid) for each process that holds the inode, the last added first. Stops and
@@ -77,7 +78,7 @@ class InodeHolders {
         std::size_t nBefore;  // index of the previous holder of the inode, or kNone
     };
 
-    unsigned int AddDescriptors(int nFolder, const char *szPid);
+    unsigned int AddDescriptors(const char *szPid);
     unsigned int AddLink(int nFolder, const char *szName, const char *szPid);
     bool Add(uint64_t ulInode, const char *szPid);
     bool Store(const Place &here, const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
@@ -89,14 +90,10 @@ class InodeHolders {
     GrowingArray<Holder> holders_;
 };
 
-// `here` is the source location of the calling operation, which the log lines show.
-
 // Returns the ids of all processes; null, after logging, when out of memory for the list. `error`
-// is set to 0, or to an error code if processes may be missing from the list.
+// is set to 0, or to an error code if processes may be missing from the list. `here` is the source
+// location of the calling operation.
 OwnedNames ListPids(const Place &here, unsigned int &error);
-
-// Adds the sockets of a process. Returns false, after logging, if they are incomplete.
-bool AddProcess(const Place &here, const char *pid, InodeHolders &holders);
 
 // Returns the executable of a process; null if it cannot be read. errno then gives the cause; it is
 // 0 for an empty link.

@@ -8,9 +8,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <utility>
 
-#include "support/owners.h"
+#include "base/owners.h"
 
 namespace tavo {
 
@@ -54,7 +54,6 @@ class KeySet {
         uint64_t nSecond;
         std::size_t nPlace;  // 1 for the first key added; 0 in a free slot
     };
-    using Slots = std::unique_ptr<Slot, FreeWith<std::free>>;
 
     static Slot &Find(Slot *pSlots, std::size_t nSlots, uint64_t nFirst, uint64_t nSecond) {
         std::size_t at = Spread(nFirst ^ Spread(nSecond));
@@ -68,7 +67,7 @@ class KeySet {
 
     bool Grow() {
         const std::size_t nLarger = nSlots_ == 0 ? 64 : 2 * nSlots_;
-        Slots larger(static_cast<Slot *>(std::calloc(nLarger, sizeof(Slot))));
+        MallocPtr<Slot> larger(static_cast<Slot *>(std::calloc(nLarger, sizeof(Slot))));
         if (!larger) {
             return false;
         }
@@ -83,7 +82,7 @@ class KeySet {
         return true;
     }
 
-    Slots slots_;
+    MallocPtr<Slot> slots_;
     std::size_t nSlots_ = 0;  // a power of two
     std::size_t nCount_ = 0;
 };

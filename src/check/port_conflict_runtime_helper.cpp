@@ -5,8 +5,8 @@
 // process that ends in between is not reported as the holder of a free port.
 #include <cerrno>
 #include <cinttypes>
-#include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "check/inode_holders.h"
 #include "check/key_set.h"
@@ -59,11 +59,7 @@ class Programs {
 
 // ---- Records, each listed once ----
 
-struct RecordKey {
-    uint64_t nFirst;
-    uint64_t nSecond;
-    bool operator==(const RecordKey &) const = default;
-};
+using RecordKey = std::pair<uint64_t, uint64_t>;
 
 // All fields are part of the key.
 RecordKey KeyOf(const RawSocketInfo &info) {
@@ -79,8 +75,8 @@ RecordKey KeyOf(const TAVO_RUNTIME_PORT_CONFLICT_RESULT &result) {
 
 template <typename Record>
 KeySet::Result AddTo(KeySet &known, const Record &record) {
-    const RecordKey key = KeyOf(record);
-    return known.Add(key.nFirst, key.nSecond);
+    const auto [first, second] = KeyOf(record);
+    return known.Add(first, second);
 }
 
 // Appends the record unless it is known. Returns false when out of memory.
@@ -252,7 +248,7 @@ void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
         return;
     }
     tavo::InodeHolders holders;
-    tavo::AddProcess(TAVO_HERE, szPid, holders);
+    holders.AddProcess(TAVO_HERE, szPid);
     holders.StoreIn(TAVO_HERE, pInodeToPidsTable);
 }
 
