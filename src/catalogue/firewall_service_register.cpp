@@ -10,6 +10,7 @@
 
 #include "base/system_files.h"
 #include "catalogue/firewall_service.h"
+#include "model/port_text.h"
 #include "support/failure.h"
 #include "support/held_file.h"
 #include "support/owners.h"
@@ -23,15 +24,19 @@ namespace {
 // The fields in which the rows differ. Each row has destination ports, fixed ones or a provider,
 // and no source ports. The texts are SECTION:KEY in the string tables of the user interface.
 struct BuiltIn {
-    const char *szName;
-    const char *szSupportKey;  // null: always supported
-    uint32_t blPortForward;
+    const char *name;
+    const char *support_key;
+    uint32_t forwarded;
     std::string_view desc;
     std::string_view title;
-    uint32_t nProtocol;
-    const char *szPorts;  // null: the provider has them
-    TAVO_FW_PORT_PROVIDER pfnPorts = nullptr;
+    uint32_t protocol;
+    const char *ports;
+    TAVO_FW_PORT_PROVIDER provider = nullptr;
 };
+constexpr const char *kAlwaysSupported = nullptr;
+constexpr uint32_t kForwarded = 1;
+constexpr uint32_t kNotForwarded = 0;
+constexpr const char *kFromProvider = nullptr;
 
 consteval TAVO_SERVICE_CONF_STRING Text(std::string_view reference) {
     TAVO_SERVICE_CONF_STRING text = {};
@@ -43,47 +48,47 @@ consteval TAVO_SERVICE_CONF_STRING Text(std::string_view reference) {
 
 consteval TAVO_FW_SERVICE_REG Row(const BuiltIn &service) {
     TAVO_FW_SERVICE_REG row = {};
-    row.szName = service.szName;
-    row.szSupportKey = service.szSupportKey;
+    row.szName = service.name;
+    row.szSupportKey = service.support_key;
     row.blSupportDefault = 1;
-    row.blPortForward = service.blPortForward;
+    row.blPortForward = service.forwarded;
     row.strDesc = Text(service.desc);
     row.strTitle = Text(service.title);
     row.blHasDstPorts = 1;
-    row.nDstProtocol = service.nProtocol;
-    row.szDstPorts = service.szPorts;
-    row.pfnDstPorts = service.pfnPorts;
+    row.nDstProtocol = service.protocol;
+    row.szDstPorts = service.ports;
+    row.pfnDstPorts = service.provider;
     return row;
 }
 
 }  // namespace
 
 constinit const TAVO_FW_SERVICE_REG rgServices[13] = {
-    Row({"telnet", nullptr, 1, "firewall:firewall_service_desc_telnet",
+    Row({"telnet", kAlwaysSupported, kForwarded, "firewall:firewall_service_desc_telnet",
          "firewall:firewall_service_opt_telnet", TAVO_PROTO_TCP, "23"}),
-    Row({"ssh", nullptr, 1, "firewall:firewall_service_desc_ssh",
-         "firewall:firewall_service_opt_ssh", TAVO_PROTO_TCP, nullptr, TAVOFwPortsSSH}),
-    Row({"ups_server", "supportups", 0, "firewall:firewall_service_desc_ups", "tree:leaf_ups",
-         TAVO_PROTO_TCP, "3493"}),
-    Row({"lanprobed", nullptr, 0, "firewall:firewall_service_desc_lanprobed",
+    Row({"ssh", kAlwaysSupported, kForwarded, "firewall:firewall_service_desc_ssh",
+         "firewall:firewall_service_opt_ssh", TAVO_PROTO_TCP, kFromProvider, TAVOFwPortsSSH}),
+    Row({"ups_server", "supportups", kNotForwarded, "firewall:firewall_service_desc_ups",
+         "tree:leaf_ups", TAVO_PROTO_TCP, "3493"}),
+    Row({"lanprobed", kAlwaysSupported, kNotForwarded, "firewall:firewall_service_desc_lanprobed",
          "firewall:firewall_service_opt_lanprobed", TAVO_PROTO_UDP, "1234,9997,9998,9999"}),
-    Row({"nfs", "supportNFS", 1, "firewall:firewall_service_desc_nfs", "tree:leaf_nfs",
-         TAVO_PROTO_BOTH, nullptr, TAVOFwPortsNFS}),
-    Row({"afp", nullptr, 1, "firewall:firewall_service_desc_afp", "network:apple_subject",
-         TAVO_PROTO_TCP, "548"}),
-    Row({"ftp", nullptr, 1, "firewall:firewall_service_desc_ftp", "tree:leaf_ftp", TAVO_PROTO_TCP,
-         nullptr, TAVOFTPFwPorts}),
-    Row({"snmp", nullptr, 0, "firewall:firewall_service_desc_snmp", "tree:leaf_snmp",
-         TAVO_PROTO_UDP, "161"}),
+    Row({"nfs", "supportNFS", kForwarded, "firewall:firewall_service_desc_nfs", "tree:leaf_nfs",
+         TAVO_PROTO_BOTH, kFromProvider, TAVOFwPortsNFS}),
+    Row({"afp", kAlwaysSupported, kForwarded, "firewall:firewall_service_desc_afp",
+         "network:apple_subject", TAVO_PROTO_TCP, "548"}),
+    Row({"ftp", kAlwaysSupported, kForwarded, "firewall:firewall_service_desc_ftp", "tree:leaf_ftp",
+         TAVO_PROTO_TCP, kFromProvider, TAVOFTPFwPorts}),
+    Row({"snmp", kAlwaysSupported, kNotForwarded, "firewall:firewall_service_desc_snmp",
+         "tree:leaf_snmp", TAVO_PROTO_UDP, "161"}),
     // In the next two rows the description refers to the "opt" text and the title to the "desc"
     // text, unlike in all other rows. Programs that read the table expect this, so it is kept.
-    Row({"bonjour", nullptr, 0, "firewall:firewall_service_opt_bonjour",
+    Row({"bonjour", kAlwaysSupported, kNotForwarded, "firewall:firewall_service_opt_bonjour",
          "firewall:firewall_service_desc_bonjour", TAVO_PROTO_UDP, "5353"}),
-    Row({"kx20", "cv_kx", 0, "firewall:firewall_service_opt_kx20",
+    Row({"kx20", "cv_kx", kNotForwarded, "firewall:firewall_service_opt_kx20",
          "firewall:firewall_service_desc_kx20", TAVO_PROTO_UDP, "19999"}),
-    Row({"lpr", nullptr, 0, "firewall:firewall_service_desc_lpr",
+    Row({"lpr", kAlwaysSupported, kNotForwarded, "firewall:firewall_service_desc_lpr",
          "firewall:firewall_service_opt_lpr", TAVO_PROTO_TCP, "515"}),
-    Row({"ipp", nullptr, 0, "firewall:firewall_service_desc_ipp",
+    Row({"ipp", kAlwaysSupported, kNotForwarded, "firewall:firewall_service_desc_ipp",
          "firewall:firewall_service_opt_ipp", TAVO_PROTO_TCP, "631"}),
     {},
 };
@@ -102,7 +107,6 @@ constexpr char kNfsStatdPort[] = "662";
 constexpr char kNfsLockManagerPort[] = "4045";
 
 constexpr unsigned int kDefaultSshPort = 22;
-constexpr long kMaxPort = 65535;
 
 tavo::OwnedNames NewPortList() {
     tavo::OwnedNames ports(TLIBCSzListAlloc(tavo::kPortListCapacity));
@@ -167,7 +171,8 @@ int ReadSshPort(const char *szKey, unsigned int &nPort) {
         return TAVO_LOG_STATE("Failed to get %s of tavoinfo.conf. ", szKey);
     }
     const long nValue = std::strtol(szPort, nullptr, 10);
-    nPort = nValue >= 1 && nValue <= kMaxPort ? static_cast<unsigned int>(nValue) : kDefaultSshPort;
+    nPort = nValue >= 1 && nValue < tavo::kPortCount ? static_cast<unsigned int>(nValue)
+                                                     : kDefaultSshPort;
     return 0;
 }
 
