@@ -27,10 +27,8 @@ constexpr int kCapacity = 512;
 // next socket.
 class Programs {
   public:
-    bool Init() {
-        table_.reset(TLIBCSzHashAlloc(kCapacity));
-        return table_ != nullptr;
-    }
+    // False when out of memory; Find must not be called then.
+    bool IsMade() const { return table_ != nullptr; }
 
     // Sets `szProgram` to a text that this object owns, or to null if the executable cannot be
     // read. Returns false when out of memory.
@@ -54,7 +52,7 @@ class Programs {
     }
 
   private:
-    OwnedTable table_;
+    OwnedTable table_{TLIBCSzHashAlloc(kCapacity)};
 };
 
 // ---- Records, each listed once ----
@@ -309,8 +307,8 @@ TLIBCDList *RuntimeServiceListFetch(void) {
         return nullptr;
     }
     tavo::Look look;
-    const tavo::Template result(look.programs.Init() ? TAVORuntimePortConflictResultAlloc()
-                                                     : nullptr);
+    const tavo::Template result(look.programs.IsMade() ? TAVORuntimePortConflictResultAlloc()
+                                                       : nullptr);
     if (!result) {
         TAVO_FAIL_ALLOC("pResult");
         return nullptr;
