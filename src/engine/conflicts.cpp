@@ -255,10 +255,13 @@ void PortConflicts::AddOmissions(const ReadingReport &report) {
 
 void PortConflicts::ReadServices() {
     ForgetError();
-    const FileVisitor visitor = {[](void *self, const ServiceFileRecord &file) {
-                                     static_cast<PortConflicts *>(self)->CompareFile(file);
-                                 },
-                                 this};
+    const auto compare = [](void *self, const ServiceFileRecord &file) {
+        const auto *section = file.conf->pSections;
+        for (; section != nullptr; section = section->pNext) {
+            static_cast<PortConflicts *>(self)->CompareSection(*section, file.path);
+        }
+    };
+    const FileVisitor visitor = {compare, this};
     services_ = ReadDeclaredServices(&visitor);
     AddOmissions(services_->report);
     const auto *service = services_->built_in.get();
@@ -267,14 +270,6 @@ void PortConflicts::ReadServices() {
             CompareText(TLIBCSzListGet(service->pDstPortList, i), TAVO_PORT_CHECK_FW_SERVICE,
                         service->nDstProtocol, {.name = service->szName}, nullptr);
         }
-    }
-}
-
-// An appliance has thousands of sections, so only the texts of those that conflict are kept.
-void PortConflicts::CompareFile(const ServiceFileRecord &file) {
-    const auto *section = file.conf->pSections;
-    for (; section != nullptr; section = section->pNext) {
-        CompareSection(*section, file.path);
     }
 }
 
@@ -287,6 +282,7 @@ bool PortConflicts::IsSkippedFirst(const char *service) const {
                         });
 }
 
+// An appliance has thousands of sections, so only the texts of those that conflict are kept.
 void PortConflicts::CompareSection(const TAVO_SERVICE_CONF_SECTION &section, const char *file) {
     const bool skipped = IsSkippedFirst(section.szName);
     const char *name = skipped ? Keep(section.szName) : nullptr;

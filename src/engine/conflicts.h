@@ -120,7 +120,6 @@ class PortConflicts {
     void AddOmissions(const ReadingReport &report);
     void ReadServices();
     bool IsSkippedFirst(const char *service) const;
-    void CompareFile(const ServiceFileRecord &file);
     void CompareSection(const TAVO_SERVICE_CONF_SECTION &section, const char *file);
     void ReadSettings();
     void ReadSockets();

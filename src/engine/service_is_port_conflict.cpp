@@ -107,126 +107,6 @@ int AskFtpPassivePort() {
     return 0;
 }
 
-}  // namespace
-
-// ---- Port-forwarding rules ----
-
-ForwardingRules::Step ForwardingRules::Open() {
-    path_ = TAVOPFRuleConfPathGet();
-    next_ = 0;
-    keys_.reset(TLIBCSzHashAlloc(kInitialCapacity));
-    if (keys_ == nullptr) {
-        TAVO_LOG("Failed to alloc memory");
-        TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
-        return Step::kFailed;
-    }
-    names_.reset(TLIBCSzListAlloc(kInitialCapacity));
-    if (names_ == nullptr) {
-        FailToAllocateList();
-        return Step::kFailed;
-    }
-    if (path_ == nullptr) {
-        return Step::kEnd;
-    }
-    const Presence presence = PresenceOf(path_);
-    if (presence != Presence::kPresent) {
-        look_error_ = errno;
-        if (presence == Presence::kAbsent) {
-            return Step::kEnd;
-        }
-        TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look for %s", path_);
-        return Step::kFailed;
-    }
-    held_.emplace(path_);
-    TLIBCSzList *pNames = names_.release();
-    const int nNames = TLIBCFileEnumSection(path_, &pNames);
-    names_.reset(pNames);
-    if (nNames < 0) {
-        TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
-        return Step::kFailed;
-    }
-    return Step::kRule;
-}
-
-ForwardingRules::Step ForwardingRules::Read(const char *section) {
-    TLIBCSzHash *pKeys = keys_.release();
-    const int nKeys = TLIBCFileGetSection(path_, section, &pKeys);
-    keys_.reset(pKeys);
-    if (nKeys == 0) {
-        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
-    }
-    if (nKeys < 1) {
-        TAVO_LOG("Section not found or failed to get section(%s) from %s", section, path_);
-        return Step::kFailed;
-    }
-    return Step::kRule;
-}
-
-ForwardingRules::Step ForwardingRules::Next(ForwardingRule &rule) {
-    if (next_ < 0) {
-        const Step opened = Open();
-        if (opened != Step::kRule) {
-            return opened;
-        }
-    }
-    if (next_ >= TLIBCSzListCount(names_.get())) {
-        return Step::kEnd;
-    }
-    const char *section = TLIBCSzListGet(names_.get(), next_++);
-    const Step read = Read(section);
-    if (read == Step::kRule) {
-        const auto value = [this](const char *key) {
-            return TLIBCSzHashGetValue(keys_.get(), key);
-        };
-        rule = {section,
-                value(kRuleService),
-                value(kRuleTitle),
-                value(kRuleProtocol),
-                value(kRuleAppliancePorts),
-                value(kRuleRouterPorts)};
-    }
-    return read;
-}
-
-const char *ForwardingRules::FailedSection() const {
-    return next_ > 0 ? TLIBCSzListGet(names_.get(), next_ - 1) : nullptr;
-}
-
-// ---- Settings of the system ----
-
-int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
-    if (pSet == nullptr) {
-        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
-    }
-    const auto port = NewRecord<OwnedPorts>();
-    if (port == nullptr) {
-        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
-    }
-    if (std::strcmp(szKey, kFtpLowPortKey) == 0 || std::strcmp(szKey, kFtpHighPortKey) == 0) {
-        return AskFtpPassivePort();
-    }
-    constexpr int kSettingSize = 1024;
-    char szValue[kSettingSize] = "";
-    if (TLIBCFileGetKeyValue(kSettingsFile, szKey, szValue, sizeof(szValue)) < 0) {
-        return TAVO_LOG("Failed to get [%s] info from [%s].", szKey, kSettingsFile);
-    }
-    if (szValue[0] == '\0') {
-        return 0;
-    }
-    if (TAVOServiceConfPortsCheck(szValue) != 1) {
-        return -1;
-    }
-    port->nPortType = TAVO_PORT_TYPE_SINGLE;
-    port->nPortStart = static_cast<uint32_t>(std::strtol(szValue, nullptr, 10));
-    port->nPortEnd = port->nPortStart;
-    if (TLIBPortRangeAdd(pSet, port.get()) < 0) {
-        return TAVO_LOG("Failed to TLIBPortRangeAdd().");
-    }
-    return 0;
-}
-
-namespace {
-
 // ---- Port-forwarding rules ----
 
 // A rule conflicts on either protocol although it must name its own, because the router may be
@@ -672,6 +552,121 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
 }
 
 }  // namespace
+
+// ---- The readers of the sources ----
+
+ForwardingRules::Step ForwardingRules::Open() {
+    path_ = TAVOPFRuleConfPathGet();
+    next_ = 0;
+    keys_.reset(TLIBCSzHashAlloc(kInitialCapacity));
+    if (keys_ == nullptr) {
+        TAVO_LOG("Failed to alloc memory");
+        TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
+        return Step::kFailed;
+    }
+    names_.reset(TLIBCSzListAlloc(kInitialCapacity));
+    if (names_ == nullptr) {
+        FailToAllocateList();
+        return Step::kFailed;
+    }
+    if (path_ == nullptr) {
+        return Step::kEnd;
+    }
+    const Presence presence = PresenceOf(path_);
+    if (presence != Presence::kPresent) {
+        look_error_ = errno;
+        if (presence == Presence::kAbsent) {
+            return Step::kEnd;
+        }
+        TAVO_FAIL_STATE(TLIBC_ERR_FILE_UNUSABLE, "Failed to look for %s", path_);
+        return Step::kFailed;
+    }
+    held_.emplace(path_);
+    TLIBCSzList *pNames = names_.release();
+    const int nNames = TLIBCFileEnumSection(path_, &pNames);
+    names_.reset(pNames);
+    if (nNames < 0) {
+        TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
+        return Step::kFailed;
+    }
+    return Step::kRule;
+}
+
+ForwardingRules::Step ForwardingRules::Read(const char *section) {
+    TLIBCSzHash *pKeys = keys_.release();
+    const int nKeys = TLIBCFileGetSection(path_, section, &pKeys);
+    keys_.reset(pKeys);
+    if (nKeys == 0) {
+        TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
+    }
+    if (nKeys < 1) {
+        TAVO_LOG("Section not found or failed to get section(%s) from %s", section, path_);
+        return Step::kFailed;
+    }
+    return Step::kRule;
+}
+
+ForwardingRules::Step ForwardingRules::Next(ForwardingRule &rule) {
+    if (next_ < 0) {
+        const Step opened = Open();
+        if (opened != Step::kRule) {
+            return opened;
+        }
+    }
+    if (next_ >= TLIBCSzListCount(names_.get())) {
+        return Step::kEnd;
+    }
+    const char *section = TLIBCSzListGet(names_.get(), next_++);
+    const Step read = Read(section);
+    if (read == Step::kRule) {
+        const auto value = [this](const char *key) {
+            return TLIBCSzHashGetValue(keys_.get(), key);
+        };
+        rule = {section,
+                value(kRuleService),
+                value(kRuleTitle),
+                value(kRuleProtocol),
+                value(kRuleAppliancePorts),
+                value(kRuleRouterPorts)};
+    }
+    return read;
+}
+
+const char *ForwardingRules::FailedSection() const {
+    return next_ > 0 ? TLIBCSzListGet(names_.get(), next_ - 1) : nullptr;
+}
+
+int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
+    if (pSet == nullptr) {
+        return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
+    }
+    const auto port = NewRecord<OwnedPorts>();
+    if (port == nullptr) {
+        return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
+    }
+    if (std::strcmp(szKey, kFtpLowPortKey) == 0 || std::strcmp(szKey, kFtpHighPortKey) == 0) {
+        return AskFtpPassivePort();
+    }
+    constexpr int kSettingSize = 1024;
+    char szValue[kSettingSize] = "";
+    if (TLIBCFileGetKeyValue(kSettingsFile, szKey, szValue, sizeof(szValue)) < 0) {
+        return TAVO_LOG("Failed to get [%s] info from [%s].", szKey, kSettingsFile);
+    }
+    if (szValue[0] == '\0') {
+        return 0;
+    }
+    if (TAVOServiceConfPortsCheck(szValue) != 1) {
+        return -1;
+    }
+    port->nPortType = TAVO_PORT_TYPE_SINGLE;
+    port->nPortStart = static_cast<uint32_t>(std::strtol(szValue, nullptr, 10));
+    port->nPortEnd = port->nPortStart;
+    if (TLIBPortRangeAdd(pSet, port.get()) < 0) {
+        return TAVO_LOG("Failed to TLIBPortRangeAdd().");
+    }
+    return 0;
+}
+
 }  // namespace tavo
 
 int TLIBIsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,

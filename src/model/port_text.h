@@ -11,7 +11,7 @@
 namespace tavo {
 
 inline constexpr unsigned int kHighestPort = 65535;
-inline constexpr int kPortCount = 65536;
+inline constexpr int kPortCount = int{kHighestPort} + 1;
 
 // A set of ports by number, so that a list need not be searched for each port.
 using PortSet = std::bitset<kPortCount>;
