@@ -39,10 +39,6 @@ std::string KindProblem(mode_t mode) {
     }
 }
 
-FileContents Problem(std::string text) {
-    return {.problem = std::move(text)};
-}
-
 // The result for a path that stat failed on with `error`.
 FileContents MissingFile(const std::string &path, int error) {
     struct stat link {};
@@ -59,14 +55,14 @@ FileContents ReadAll(int descriptor) {
         const ssize_t got =
             Uninterrupted([&] { return read(descriptor, buffer.data(), buffer.size()); });
         if (got < 0) {
-            return Problem(ErrorText(errno));
+            return {.problem = ErrorText(errno)};
         }
         if (got == 0) {
             return contents;
         }
         contents.text.append(buffer, 0, static_cast<std::size_t>(got));
         if (contents.text.size() > kLargest) {
-            return Problem("is larger than 16 MiB");
+            return {.problem = "is larger than 16 MiB"};
         }
     }
 }
@@ -96,17 +92,18 @@ FileContents ReadRegularFile(const std::string &path) {
             return MissingFile(path, errno);
         }
         if (fstat(file.Get(), &status) != 0) {
-            return Problem(ErrorText(errno));
+            return {.problem = ErrorText(errno)};
         }
     }
-    return S_ISREG(status.st_mode) ? ReadAll(file.Get()) : Problem(KindProblem(status.st_mode));
+    return S_ISREG(status.st_mode) ? ReadAll(file.Get())
+                                   : FileContents{.problem = KindProblem(status.st_mode)};
 }
 
 // Unlike a FILE, standard input may be a pipe or a terminal.
 FileContents ReadStandardInput() {
     struct stat status {};
     if (fstat(STDIN_FILENO, &status) == 0 && S_ISDIR(status.st_mode)) {
-        return Problem(KindProblem(status.st_mode));
+        return {.problem = KindProblem(status.st_mode)};
     }
     return ReadAll(STDIN_FILENO);
 }
