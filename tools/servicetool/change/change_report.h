@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "change/unified_diff.h"
+#include "change/installed_file.h"
 #include "lifecycle/change.h"
 #include "output/report.h"
 #include "ports/port_sources.h"
@@ -17,7 +17,6 @@
 namespace tavo::tool {
 
 class Arguments;
-struct InstalledFile;
 
 struct Change {
     std::string_view operation;       // the command's name
