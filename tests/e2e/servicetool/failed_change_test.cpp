@@ -147,7 +147,7 @@ TEST_P(FailedRemoval, IsRefusedIfLackOfMemoryHidesServices) {
                        Preloading(FAILING_MALLOC, {"FAILING_MALLOC=" + std::to_string(failing)}));
         if (result.out.find(kWholeRemoval) == std::string::npos) {
             EXPECT_EQ(result.out, "");
-            EXPECT_NE(result.status, 0);
+            EXPECT_EQ(result.status, 3) << result.err;
             EXPECT_TRUE(std::filesystem::exists(kFile)) << result.err;
             ++refused;
         }

@@ -227,8 +227,11 @@ PrivateFolder::PrivateFolder() {
 }
 
 PrivateFolder::~PrivateFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    try {
+        std::filesystem::remove_all(path_);
+    } catch (const std::exception &) {
+        // The folder is left to servicetool clean. The change is complete or refused without it.
+    }
 }
 
 std::string PrivateFolder::Make(const std::string &name, std::string_view text) const {
