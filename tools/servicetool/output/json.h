@@ -79,7 +79,7 @@ class Json {
 
     explicit Json(const Scalar &value);
 
-    std::shared_ptr<Tree> tree_;  // not shared: a shared_ptr takes an incomplete type
+    std::shared_ptr<Tree> tree_;  // of this object alone; unique_ptr needs the type of the tree
 };
 
 struct Json::Member {
