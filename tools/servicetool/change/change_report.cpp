@@ -231,11 +231,6 @@ bool ChangeReport::Begin(const std::string &what) {
     return change_.dry_run ? End("dry run: nothing changed, nobody notified") : true;
 }
 
-void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
-    copied_path_ = path;
-    source_name_ = name;
-}
-
 // Exceptions of the operation are thrown before the library changes anything.
 void ChangeReport::Call(const Operation &operation) {
     TLIBCErrSetEx(0, nullptr, 0);

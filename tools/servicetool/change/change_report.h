@@ -62,7 +62,10 @@ class ChangeReport {
     void Do(const Operation &operation);
 
     // Sets a name to print instead of `path` in the reasons for failures of Do.
-    void ShowAs(const std::string &path, const std::string &name);
+    void ShowAs(const std::string &path, const std::string &name) {
+        copied_path_ = path;
+        source_name_ = name;
+    }
 
     // Adds the result of a change that is not made. The functions above also add one if they end
     // it.

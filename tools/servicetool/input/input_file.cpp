@@ -23,20 +23,16 @@ namespace {
 // Much larger than any service file. Limits memory and time for other, possibly endless files.
 constexpr std::size_t kLargest = std::size_t{16} << 20;
 
-// Why a file of that mode is not read; empty for a regular file.
+// Why a file of that mode, which is not a regular one, is not read.
 std::string KindProblem(mode_t mode) {
-    switch (mode & S_IFMT) {
-        case S_IFREG:
-            return {};
-        case S_IFDIR:
-            return "is a folder";
-        case S_IFIFO:
-            return "is a pipe";
-        case S_IFSOCK:
-            return "is a socket";
-        default:
-            return "is a device";
+    constexpr std::pair<mode_t, const char *> kKinds[] = {
+        {S_IFDIR, "is a folder"}, {S_IFIFO, "is a pipe"}, {S_IFSOCK, "is a socket"}};
+    for (const auto &[kind, problem] : kKinds) {
+        if ((mode & S_IFMT) == kind) {
+            return problem;
+        }
     }
+    return "is a device";
 }
 
 // The result for a path that stat failed on with `error`.
