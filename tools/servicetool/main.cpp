@@ -19,35 +19,33 @@ int PrintAndEnd(const std::string &text) {
     return Report(false).Finish();
 }
 
-// Reports an exception of a command. For a command that makes a change, it means that nothing was
-// changed: ChangeReport::Do catches the exceptions of the change itself.
-void TellThrown(const CommandLine &line, const std::string &reason, Report &report) {
-    if (line.command->change != nullptr) {
-        ChangeReport(line.command->change(line.arguments), report)
-            .Refuse("failed", reason, "", Status::kFailed);
-        return;
-    }
-    report.TellError("", "failed", reason);
-}
-
-// A command that makes a change always has one result, except after a usage error.
-void AddMissingResult(const CommandLine &line, Report &report) {
-    if (line.command->change != nullptr && report.Worst() != Status::kUsage &&
-        !report.HasResult()) {
-        ChangeReport(line.command->change(line.arguments), report).AddResult();
+// A command that makes a change has one result, except after a usage error. An exception means that
+// nothing was changed: ChangeReport::Do catches the exceptions of the change itself.
+void ReportChangeNotMade(const CommandLine &line, const std::string &problem, Report &report) {
+    ChangeReport change(line.command->change(line.arguments), report);
+    if (problem.empty()) {
+        change.AddResult();
+    } else {
+        change.Refuse("failed", problem, "", Status::kFailed);
     }
 }
 
 void RunCommand(const CommandLine &line, Report &report) {
     ShowLibraryLog(line.arguments.Has("--verbose"));
+    std::string problem;
     try {
         line.command->run(line.arguments, report);
     } catch (const std::bad_alloc &) {
-        TellThrown(line, "out of memory", report);
+        problem = "out of memory";
     } catch (const std::exception &error) {
-        TellThrown(line, LowerFirst(error.what()), report);
+        problem = LowerFirst(error.what());
     }
-    AddMissingResult(line, report);
+    const bool lacks_result = report.Worst() != Status::kUsage && !report.HasResult();
+    if (line.command->change != nullptr && (lacks_result || !problem.empty())) {
+        ReportChangeNotMade(line, problem, report);
+    } else if (!problem.empty()) {
+        report.TellError("", "failed", problem);
+    }
 }
 
 int Run(int argc, char **argv) {

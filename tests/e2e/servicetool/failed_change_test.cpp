@@ -11,6 +11,7 @@ namespace tavo::test {
 namespace {
 
 using testing::AnyOf;
+using testing::HasSubstr;
 
 const std::string kFile = kPackage + "notes.sc";
 
@@ -33,6 +34,12 @@ class FailedChange : public ChangeWorld, public testing::WithParamInterface<Scen
     static std::vector<std::string> Command() {
         std::vector<std::string> command = {SERVICETOOL};
         command.insert(command.end(), GetParam().command.begin(), GetParam().command.end());
+        return command;
+    }
+
+    static std::vector<std::string> DryRun() {
+        std::vector<std::string> command = Command();
+        command.emplace_back("--dry-run");
         return command;
     }
 
@@ -103,6 +110,52 @@ TEST_P(FailedChange, LeavesTheOldTextOrTheNewOne) {
     });
 }
 
+using FailedRemoval = FailedChange;
+
+// A removal names all services that the firewall loses. It is refused if they are unknown.
+constexpr char kWholeRemoval[] = ": remove with [notes] and [web]\n";
+
+// All later calls fail as well, because the library tries once more to read a file.
+TEST_P(FailedRemoval, IsRefusedIfASystemErrorHidesServices) {
+    int refused = 0;
+    for (const SystemCall &call : CallsOnceLoaded(DryRun())) {
+        if (IsAboutMemory(call) || !CanFail(call, "EIO")) {
+            continue;
+        }
+        SCOPED_TRACE(call.line);
+        const ProgramResult result = RunTraced(QuickInjection(call, "error=EIO", "+"), DryRun());
+        EXPECT_THAT(result.out, AnyOf("", HasSubstr(kWholeRemoval)));
+        if (result.err.find("the services cannot be read: ") != std::string::npos) {
+            EXPECT_THAT(result.err, HasSubstr(", so nothing was changed [failed]"));
+            EXPECT_EQ(result.status, 3);
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 0);
+}
+
+TEST_P(FailedRemoval, IsRefusedIfLackOfMemoryHidesServices) {
+    const std::string count = kHome + "count";
+    RunProgram(DryRun(), "", Preloading(FAILING_MALLOC, {"FAILING_MALLOC_COUNT=" + count}));
+    const long allocations = std::stol(ReadFile(count));
+    int refused = 0;
+    for (long failing = 1; failing <= allocations && !HasFailure(); ++failing) {
+        SCOPED_TRACE("allocation " + std::to_string(failing));
+        Reset();
+        const ProgramResult result =
+            RunProgram(Command(), "",
+                       Preloading(FAILING_MALLOC, {"FAILING_MALLOC=" + std::to_string(failing)}));
+        if (result.out.find(kWholeRemoval) == std::string::npos) {
+            EXPECT_EQ(result.out, "");
+            EXPECT_EQ(result.status, 3) << result.err;
+            EXPECT_TRUE(std::filesystem::exists(kFile)) << result.err;
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 30);
+    Reset();
+}
+
 const std::vector<Scene> kChanges = {
     {"SetPorts", {"set-ports", "notes.sc", "notes", "8767"}},
     {"SetAddsASection",
@@ -122,6 +175,8 @@ std::string NameOf(const testing::TestParamInfo<Scene> &info) {
     return info.param.name;
 }
 
+INSTANTIATE_TEST_SUITE_P(Commands, FailedRemoval,
+                         testing::Values(Scene{"Remove", {"remove", "notes.sc"}}), NameOf);
 INSTANTIATE_TEST_SUITE_P(Commands, FailedChange, testing::ValuesIn(kChanges), NameOf);
 INSTANTIATE_TEST_SUITE_P(Commands, PlannedChange, testing::ValuesIn(Plans()), NameOf);
 

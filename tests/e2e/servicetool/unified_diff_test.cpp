@@ -1,5 +1,5 @@
 // Diffs in the format that diff -u prints and patch accepts.
-#include "change/unified_diff.h"
+#include "change/installed_file.h"
 
 #include <gmock/gmock.h>
 

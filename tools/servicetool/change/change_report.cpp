@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "change/installed_file.h"
 #include "change/leftovers.h"
 #include "commands/commands.h"
 #include "input/input_file.h"
@@ -77,12 +76,6 @@ constexpr struct {
     {Step::kRunPlugins, "a plugin failed"},
 };
 
-std::string CodeReason(const StepFailure &failure) {
-    const std::string reason = SystemReason(failure.code);
-    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
-    return place + (reason.empty() ? "the reason is unknown" : reason);
-}
-
 // Why a step failed. Quotes the last line in `output` that the program of the
 // step printed.
 std::string ReasonText(const StepFailure &failure, const std::string &path,
@@ -101,7 +94,9 @@ std::string ReasonText(const StepFailure &failure, const std::string &path,
             return Replaced(std::string(reason), "%", failure.path);
         }
     }
-    return CodeReason(failure);
+    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
+    const std::string reason = SystemReason(failure.code);
+    return place + (reason.empty() ? "the reason is unknown" : reason);
 }
 
 // ---- Listeners
@@ -201,8 +196,8 @@ void ChangeReport::Add(const std::string &section, const PortQuery &query,
 
 bool ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
                           Status status) {
-    report_.TellError(change_.path, std::move(rule), message + std::string(kSoUnchanged),
-                      std::move(fix), status);
+    report_.TellError(change_.path, std::move(rule), message + kSoUnchanged, std::move(fix),
+                      status);
     AddResult();
     return false;
 }
@@ -234,11 +229,6 @@ bool ChangeReport::Begin(const std::string &what) {
     }
     report_.Print(ShownDiff(diff_, report_.Colour()));
     return change_.dry_run ? End("dry run: nothing changed, nobody notified") : true;
-}
-
-void ChangeReport::ShowAs(const std::string &path, const std::string &name) {
-    copied_path_ = path;
-    source_name_ = name;
 }
 
 // Exceptions of the operation are thrown before the library changes anything.

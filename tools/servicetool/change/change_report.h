@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "change/unified_diff.h"
+#include "change/installed_file.h"
 #include "lifecycle/change.h"
 #include "output/report.h"
 #include "ports/port_sources.h"
@@ -17,7 +17,6 @@
 namespace tavo::tool {
 
 class Arguments;
-struct InstalledFile;
 
 struct Change {
     std::string_view operation;       // the command's name
@@ -63,7 +62,10 @@ class ChangeReport {
     void Do(const Operation &operation);
 
     // Sets a name to print instead of `path` in the reasons for failures of Do.
-    void ShowAs(const std::string &path, const std::string &name);
+    void ShowAs(const std::string &path, const std::string &name) {
+        copied_path_ = path;
+        source_name_ = name;
+    }
 
     // Adds the result of a change that is not made. The functions above also add one if they end
     // it.

@@ -50,13 +50,11 @@ constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration;
 
 // Why the text cannot be the name of a file in a service folder; empty if it can.
 std::string NameProblem(const std::string &name) {
-    const auto is_control = [](char c) {
-        return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
-    };
+    const auto is_control = [](unsigned char c) { return c < ' ' || c == '\x7f'; };
     if (name.empty() || name == "." || name == "..") {
         return "is not a file name";
     }
-    if (std::find(name.begin(), name.end(), '/') != name.end()) {
+    if (name.find('/') != std::string::npos) {
         return "is a path";
     }
     if (name.size() > kLongestName) {
@@ -125,7 +123,7 @@ bool CheckFileName(const std::string &name, Report &report) {
 bool FindInstalledFile(const std::string &name, int folders, Missing missing, bool dry_run,
                        InstalledFile &file, Report &report) {
     if (!CheckFileName(name, report) ||
-        (!dry_run && !LockChanges(file.lock, name, std::string(kSoUnchanged), report))) {
+        (!dry_run && !LockChanges(file.lock, name, kSoUnchanged, report))) {
         return false;
     }
     file.name = name;
@@ -136,7 +134,7 @@ bool FindInstalledFile(const std::string &name, int folders, Missing missing, bo
         const std::string path = std::string(folder.path) + '/' + name;
         FileContents contents = ReadRegularFile(path);
         if (!contents.problem.empty() && !contents.absent) {
-            report.TellError(path, "unreadable", contents.problem + std::string(kSoUnchanged),
+            report.TellError(path, "unreadable", contents.problem + kSoUnchanged,
                              contents.dangling ? "remove the dangling link" : "");
             return false;
         }
@@ -167,7 +165,7 @@ bool TellNotInstalled(const std::string &name, int folders, Report &report) {
         const std::string meant = MeantName(folder, name);
         fix = meant.empty() ? fix : "write " + meant;
     }
-    report.TellError(name, "not-found", "is not installed in " + paths + std::string(kSoUnchanged),
+    report.TellError(name, "not-found", "is not installed in " + paths + kSoUnchanged,
                      std::move(fix), Status::kNo);
     return false;
 }
@@ -229,8 +227,11 @@ PrivateFolder::PrivateFolder() {
 }
 
 PrivateFolder::~PrivateFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    try {
+        std::filesystem::remove_all(path_);
+    } catch (const std::exception &) {
+        // The folder is left to servicetool clean. The change is complete or refused without it.
+    }
 }
 
 std::string PrivateFolder::Make(const std::string &name, std::string_view text) const {

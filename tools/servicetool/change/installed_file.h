@@ -1,13 +1,13 @@
-// The installed service file that a command changes, the lock for changes, and private copies of
-// the file.
+// The installed service file that a command changes, its changed lines, the lock for changes, and
+// private copies of the file.
 #ifndef TAVO_SERVICETOOL_CHANGE_INSTALLED_FILE_H
 #define TAVO_SERVICETOOL_CHANGE_INSTALLED_FILE_H
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "base/descriptor.h"
-#include "change/unified_diff.h"
 #include "input/service_file.h"
 #include "output/report.h"
 
@@ -23,6 +23,16 @@ namespace tavo::tool {
 // with servicetool.
 bool LockChanges(Descriptor &lock, const std::string &name, const std::string &consequence,
                  Report &report);
+
+// The contents of a file; nullopt if the file does not exist.
+using FileText = std::optional<std::string>;
+
+// The changed lines of a file in the format of diff -u, which patch accepts: "--- a/PATH",
+// "+++ b/PATH" and the hunks; /dev/null is used for a missing file. Empty if both are equal.
+std::string UnifiedDiff(const FileText &before, const FileText &after, const std::string &path);
+
+// The diff for a terminal: each line escaped, and coloured if `colour` is true.
+std::string ShownDiff(std::string_view diff, bool colour);
 
 struct InstalledFile {
     std::string name;  // without a folder: "chat.sc"

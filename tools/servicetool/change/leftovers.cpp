@@ -52,10 +52,6 @@ constexpr Kind kKinds[] = {
 };
 static_assert(std::size(kKinds) == static_cast<std::size_t>(LeftoverKind::kWriterFolder) + 1);
 
-const Kind &KindOf(LeftoverKind kind) {
-    return kKinds[static_cast<std::size_t>(kind)];
-}
-
 // ---- Entries
 
 // The names in a folder, which is taken for an empty one after the errors for which is_empty(errno)
@@ -69,20 +65,18 @@ std::vector<std::string> NamesOrThrow(const std::string &folder,
     return std::move(names).value_or(std::vector<std::string>());
 }
 
-// Whether the path is a file or folder that belongs to this user or to root. A file must not have
-// further hard links.
-bool IsOurs(const std::string &path, mode_t kind) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) == kind &&
-           (status.st_uid == geteuid() || status.st_uid == 0) &&
-           (kind == S_IFDIR || status.st_nlink == 1);
-}
+// The mode of a private folder of servicetool. A user may have a folder of such a name for another
+// purpose, which probably has other permissions.
+constexpr mode_t kPrivateMode = S_IFDIR | S_IRWXU;
 
-// Checks the mode as well, because a user may have a folder of such a name for another purpose.
-bool IsPrivateFolder(const std::string &path) {
+// Whether the path is a file or folder that belongs to this user or to root. `mode` is its type,
+// with the permissions if these matter. A file must not have further hard links.
+bool IsOurs(const std::string &path, mode_t mode) {
     struct stat status {};
-    return IsOurs(path, S_IFDIR) && lstat(path.c_str(), &status) == 0 &&
-           (status.st_mode & 07777) == S_IRWXU;
+    const mode_t relevant = mode == kPrivateMode ? S_IFMT | 07777 : S_IFMT;
+    return lstat(path.c_str(), &status) == 0 && (status.st_mode & relevant) == mode &&
+           (status.st_uid == geteuid() || status.st_uid == 0) &&
+           (S_ISDIR(mode) || status.st_nlink == 1);
 }
 
 // ---- Names
@@ -90,20 +84,19 @@ bool IsPrivateFolder(const std::string &path) {
 // The names of the temporary files of one kind in a folder.
 struct NameForm {
     LeftoverKind kind;
-    mode_t type;
+    mode_t mode;  // for IsOurs
     std::string head;
     const char *middle;  // a regular expression; its groups are service file and process id, if any
     std::string tail = {};
     std::string original = {};  // if the name does not contain that of a service file
 };
 
-// The text as a positive number without leading zeros.
+// The text as a positive number.
 std::optional<pid_t> ProcessIdOf(std::string_view text) {
     pid_t pid = 0;
     const auto [end, error] = std::from_chars(text.begin(), text.end(), pid);
-    return error == std::errc() && end == text.end() && pid > 0 && text.front() != '0'
-               ? std::optional(pid)
-               : std::nullopt;
+    const bool valid = error == std::errc() && end == text.end() && pid > 0;
+    return valid ? std::optional(pid) : std::nullopt;
 }
 
 // Returns nullopt if the name does not have the form.
@@ -197,17 +190,22 @@ std::optional<pid_t> PossibleUser(const std::string &path) {
 // Whether no service folder contains a file of that name. A file that cannot be checked counts as
 // present.
 bool IsGone(const std::string &name) {
-    return std::all_of(
-        std::begin(kServiceFolders), std::end(kServiceFolders), [&](const ServiceFolder &folder) {
-            struct stat status {};
-            return lstat((std::string(folder.path) + '/' + name).c_str(), &status) != 0 &&
-                   IsAbsence(errno);
-        });
+    return std::all_of(std::begin(kServiceFolders), std::end(kServiceFolders),
+                       [&](const ServiceFolder &folder) {
+                           std::error_code error;
+                           return fs::symlink_status(fs::path(folder.path) / name, error).type() ==
+                                  fs::file_type::not_found;
+                       });
 }
 
-bool IsPartOfStore(const std::string &name, const std::string &store) {
-    return name != kWriterFolder &&
-           (name != kInstallFolder || store == PathOf(StoreId::kFirewallRules));
+// The names in a store or in its copy, without the folders for temporary files.
+std::vector<std::string> PartsOf(const std::string &folder, const std::string &store) {
+    std::vector<std::string> names = NamesOrThrow(folder);
+    std::erase_if(names, [&](const std::string &name) {
+        return name == kWriterFolder ||
+               (name == kInstallFolder && store != PathOf(StoreId::kFirewallRules));
+    });
+    return names;
 }
 
 // Returns nullopt if the path does not exist. Throws if that is unknown.
@@ -250,22 +248,14 @@ std::string LossAt(const Leftover &copy, const std::string &inner) {
         const std::string part = whole ? "" : "of " + inner.substr(1) + ' ';
         return more ? "holds more " + part + "than " + copy.original : "";
     }
-    for (const std::string &name : NamesOrThrow(copy.path + inner)) {
-        if (whole && !IsPartOfStore(name, copy.original)) {
-            continue;
-        }
+    const std::string path = copy.path + inner;
+    for (const std::string &name : whole ? PartsOf(path, copy.original) : NamesOrThrow(path)) {
         std::string loss = LossAt(copy, inner + '/' + name);
         if (!loss.empty()) {
             return loss;
         }
     }
     return "";
-}
-
-bool IsEmptyStore(const std::string &store) {
-    const std::vector<std::string> names = NamesOrThrow(store);
-    return std::none_of(names.begin(), names.end(),
-                        [&store](const std::string &name) { return IsPartOfStore(name, store); });
 }
 
 // The path to restore a store to: the target if it is a symbolic link, because cp does not write
@@ -290,7 +280,8 @@ Descriptor LockUnused(const std::string &path, int flags, int operation) {
 void KeepStore(Leftover &copy) {
     const auto present = StatusOf(copy.original, stat);
     const bool folder = IsFolder(copy.path.c_str());
-    const bool lost = !present || (folder ? IsEmptyStore(copy.original) : present->st_size == 0);
+    const bool lost = !present || (folder ? PartsOf(copy.original, copy.original).empty()
+                                          : present->st_size == 0);
     copy.keep = LossAt(copy, "");
     if (copy.keep.empty()) {
         return;
@@ -313,8 +304,7 @@ bool IsLeftover(Leftover &found) {
     }
     switch (found.kind) {
         case LeftoverKind::kPrivateFolder:
-            return IsPrivateFolder(found.path) &&
-                   LockUnused(found.path, O_DIRECTORY, LOCK_SH).IsOpen();
+            return LockUnused(found.path, O_DIRECTORY, LOCK_SH).IsOpen();
         case LeftoverKind::kUpdatedFile:
         case LeftoverKind::kStagedFile:
             found.user = PossibleUser(found.path);
@@ -339,16 +329,14 @@ bool IsLeftover(Leftover &found) {
 
 // Adds the files in a folder whose names have one of the forms.
 void Look(const std::string &folder, const std::vector<NameForm> &forms, Leftovers &found) {
-    std::vector<std::string> names;
-    try {
-        names = NamesOrThrow(folder);
-    } catch (const std::system_error &error) {
-        found.unread.emplace_back(folder, ErrorText(error.code().value()));
+    const auto names = NamesIn(folder);
+    if (!names && !IsAbsence(errno)) {
+        found.unread.emplace_back(folder, ErrorText(errno));
     }
-    for (const std::string &name : names) {
+    for (const std::string &name : names.value_or(std::vector<std::string>())) {
         for (const NameForm &form : forms) {
             std::optional<Leftover> leftover = NamedLeftover(folder, name, form);
-            if (leftover && IsOurs(leftover->path, form.type)) {
+            if (leftover && IsOurs(leftover->path, form.mode)) {
                 found.all.push_back(std::move(*leftover));
             }
         }
@@ -357,7 +345,7 @@ void Look(const std::string &folder, const std::vector<NameForm> &forms, Leftove
 
 void LookInTmp(Leftovers &found) {
     Look(kTemporaryFolder,
-         {{LeftoverKind::kPrivateFolder, S_IFDIR, kPrivateFolderHead, "()[0-9A-Za-z]{6}"},
+         {{LeftoverKind::kPrivateFolder, kPrivateMode, kPrivateFolderHead, "()[0-9A-Za-z]{6}"},
           {LeftoverKind::kUpdatedFile, S_IFREG, kUpdatedHead, "([^/]+)", kUpdatedTail},
           {LeftoverKind::kRemovedFile, S_IFREG, kRemovedHead, "([^/]+)[.]([1-9][0-9]*)"}},
          found);
@@ -400,10 +388,9 @@ Leftovers Candidates() {
         if (path == nullptr) {
             continue;
         }
-        if (store == StoreId::kForwardingRules) {
-            LookInStore(fs::path(path).parent_path().string(), false, found);
-        } else if (store != StoreId::kFirewallRules) {
-            LookInStore(path, true, found);
+        const bool is_file = store == StoreId::kForwardingRules;
+        if (store != StoreId::kFirewallRules) {
+            LookInStore(is_file ? fs::path(path).parent_path().string() : path, !is_file, found);
         }
         LookForCopies(store, path, found);
     }
@@ -424,15 +411,6 @@ std::string RemoveWriterFolder(const std::string &path) {
     return lstat(path.c_str(), &status) == 0 ? "a writer uses it" : "";
 }
 
-// The library locks its files in /tmp while it uses them.
-std::string RemoveFile(const std::string &path) {
-    const Room room = RemoveUnlockedCopy(path.c_str());
-    if (room == Room::kInUse) {
-        return "somebody uses it";
-    }
-    return room == Room::kMade ? "" : ErrorText(errno);
-}
-
 std::string RemoveFolder(const std::string &path) {
     std::error_code error;
     fs::remove_all(path, error);
@@ -440,9 +418,6 @@ std::string RemoveFolder(const std::string &path) {
 }
 
 std::string RemovePrivateFolder(const std::string &path) {
-    if (!IsPrivateFolder(path)) {
-        return kAnotherOne;
-    }
     const Descriptor lock = LockUnused(path, O_DIRECTORY, LOCK_EX);
     return lock.IsOpen() ? RemoveFolder(path) : ErrorText(errno);
 }
@@ -451,6 +426,15 @@ std::string RemovePrivateFolder(const std::string &path) {
 std::string RemoveStore(Leftover copy) {
     KeepStore(copy);
     return copy.keep.empty() ? RemoveFolder(copy.path) : "it " + copy.keep;
+}
+
+// The library locks its files in /tmp while it uses them.
+std::string RemoveFile(const std::string &path) {
+    const Room room = RemoveUnlockedCopy(path.c_str());
+    if (room == Room::kInUse) {
+        return "somebody uses it";
+    }
+    return room == Room::kMade ? "" : ErrorText(errno);
 }
 
 }  // namespace
@@ -495,11 +479,12 @@ std::vector<std::string> CopiesOfRemoved(const std::string &name) {
 }
 
 std::string_view KindName(LeftoverKind kind) {
-    return KindOf(kind).name;
+    return kKinds[static_cast<std::size_t>(kind)].name;
 }
 
 std::string KindText(const Leftover &leftover) {
-    return std::string(KindOf(leftover.kind).words) + leftover.original +
+    const std::string_view words = kKinds[static_cast<std::size_t>(leftover.kind)].words;
+    return std::string(words) + leftover.original +
            (leftover.pid ? " by process " + std::to_string(*leftover.pid) : "");
 }
 
@@ -516,7 +501,7 @@ std::string RemoveLeftover(const Leftover &leftover) {
         case LeftoverKind::kWriterFolder:
             return RemoveWriterFolder(path);
         case LeftoverKind::kPrivateFolder:
-            return RemovePrivateFolder(path);
+            return IsOurs(path, kPrivateMode) ? RemovePrivateFolder(path) : kAnotherOne;
         case LeftoverKind::kStore:
             return RemoveStore(leftover);
         default:

@@ -90,8 +90,7 @@ bool TellMissing(const SectionTarget &target, Report &report) {
         message = section + " has no keys";
         fix = "write servicetool set, or remove its line by hand";
     }
-    report.TellError(target.file.path, "not-found", message + std::string(kSoUnchanged), fix,
-                     Status::kNo);
+    report.TellError(target.file.path, "not-found", message + kSoUnchanged, fix, Status::kNo);
     return false;
 }
 
@@ -155,7 +154,7 @@ bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &tar
     target.section = arguments.Word(1);
     const std::string problem = NameProblem(target.section);
     if (!problem.empty()) {
-        report.TellUsage("section name " + Quoted(target.section) + ' ' + problem, "");
+        report.TellUsage("section name " + Quoted(target.section) + ' ' + problem);
         return false;
     }
     if (!FindInstalledFile(arguments.Word(0), FoldersOf(arguments), missing,
@@ -181,7 +180,7 @@ OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &re
     }
     OwnedPorts ports(list);
     if (ports == nullptr) {
-        report.TellUsage(Quoted(text) + " is not a valid port list", "");
+        report.TellUsage(Quoted(text) + " is not a valid port list");
     } else if (!TextOfPorts(list)) {
         report.TellUsage(Quoted(text) + " is longer than " + std::to_string(kLongestPortsValue) +
                              " bytes, the limit for ports in a service file",

@@ -1,18 +1,16 @@
-#include "change/unified_diff.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <dtl/dtl.hpp>
 #include <utility>
 #include <vector>
 
+#include "change/installed_file.h"
 #include "output/text.h"
 
 namespace tavo::tool {
 namespace {
 
 using Lines = std::vector<std::string>;
-using LineDiff = dtl::Diff<std::string, Lines>;
 
 // More than any service file has. For larger files only the number of lines is reported.
 constexpr std::size_t kMostLines = 20000;
@@ -37,7 +35,7 @@ using Edits = std::vector<std::pair<std::string, dtl::elemInfo>>;
 
 // The lines of both texts in order; for replaced lines, the removed ones come first.
 Edits EditsOf(const Lines &before, const Lines &after) {
-    LineDiff diff(before, after);
+    dtl::Diff<std::string, Lines> diff(before, after);
     diff.onHuge();  // a bound for the memory that very different files take
     diff.compose();
     Edits edits = diff.getSes().getSequence();
@@ -108,16 +106,14 @@ std::string Label(const FileText &text, char side, const std::string &path) {
 }
 
 std::string_view ColourOf(std::string_view line) {
-    switch (line.front()) {
-        case '-':
-            return "\x1b[31m";
-        case '+':
-            return "\x1b[32m";
-        case '@':
-            return "\x1b[36m";
-        default:
-            return {};
+    constexpr std::pair<char, std::string_view> kColours[] = {
+        {'-', "\x1b[31m"}, {'+', "\x1b[32m"}, {'@', "\x1b[36m"}};
+    for (const auto &[sign, colour] : kColours) {
+        if (line.front() == sign) {
+            return colour;
+        }
     }
+    return {};
 }
 
 }  // namespace

@@ -30,8 +30,6 @@ bool IsNegativeNumber(std::string_view word) {
 class Reader {
   public:
     Reader(int argc, char **argv) : words_(argv, argv + argc), options_(OptionsOf(nullptr)) {}
-    Reader(const Reader &) = delete;
-    Reader &operator=(const Reader &) = delete;
 
     CommandLine Read() {
         while (next_ < words_.size()) {
@@ -91,7 +89,8 @@ class Reader {
         }
         if (next_ == words_.size() || (!ended_ && LooksLikeAnOption(words_[next_]))) {
             open_ = nullptr;
-            RefuseWithoutValue(option);
+            unread_ = line_.problem.message.empty() ? next_ : unread_;
+            Refuse(std::string(option.name) + " needs a value");
             return;
         }
         line_.arguments.Add(option, words_[next_++]);
@@ -144,13 +143,6 @@ class Reader {
         struct stat status {};
         const bool is_file = takes_files && lstat(word.c_str(), &status) == 0;
         Refuse("unknown option " + Shortened(word), is_file ? "write -- " + word : "");
-    }
-
-    void RefuseWithoutValue(const Option &option) {
-        if (line_.problem.message.empty()) {
-            unread_ = next_;
-        }
-        Refuse(std::string(option.name) + " needs a value");
     }
 
     // Keeps the first problem only. If `fix` is empty, refers to the help.

@@ -108,13 +108,11 @@ bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, Linted
 
 bool Allows(bool is_new, const InstalledFile &file, const LintedFile &source,
             ChangeReport &change) {
-    if (is_new && file.text) {
-        return change.Refuse("installed", "a file of that name is already installed",
-                             "write servicetool update");
-    }
-    if (!is_new && !file.text) {
-        return change.Refuse("not-found", "no file of that name is installed",
-                             "write servicetool install");
+    if (is_new == file.text.has_value()) {
+        return is_new ? change.Refuse("installed", "a file of that name is already installed",
+                                      "write servicetool update")
+                      : change.Refuse("not-found", "no file of that name is installed",
+                                      "write servicetool install");
     }
     return source.lint.errors == 0 ||
            change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));

@@ -19,8 +19,7 @@ bool SetText(const Arguments &arguments, const char *option, TAVO_SERVICE_CONF_S
     const std::string text = arguments.Text(option);
     if (text.size() >= sizeof(string.szText) || text.find('\n') != std::string::npos) {
         report.TellUsage(std::string(option) + " takes one line of at most " +
-                             std::to_string(sizeof(string.szText) - 1) + " bytes",
-                         "");
+                         std::to_string(sizeof(string.szText) - 1) + " bytes");
         return false;
     }
     if (!text.empty()) {
@@ -43,9 +42,8 @@ bool SetReference(const Arguments &arguments, const char *option, TAVO_SERVICE_C
     }
     const bool whole = *read.szSection != '\0' && *read.szKey != '\0';
     if (!whole || ReferenceText(read) != text || text.find('\n') != std::string::npos) {
-        report.TellUsage(
-            std::string(option) + " takes SOURCE:SECTION:KEY or SECTION:KEY, not " + Quoted(text),
-            "");
+        report.TellUsage(std::string(option) + " takes SOURCE:SECTION:KEY or SECTION:KEY, not " +
+                         Quoted(text));
         return false;
     }
     CopyText(read.szText, string.szText);
@@ -77,9 +75,8 @@ OwnedSection NewSection(const Arguments &arguments, SectionTarget &target, Repor
         if (!arguments.Has("--title") || !arguments.Has("--desc") ||
             !arguments.Has("--dst-ports")) {
             report.TellUsage("section [" + target.section + "] " +
-                                 (target.present ? "cannot be read as it is" : "is new") +
-                                 ", so it needs --title, --desc and --dst-ports",
-                             "");
+                             (target.present ? "cannot be read as it is" : "is new") +
+                             ", so it needs --title, --desc and --dst-ports");
             return nullptr;
         }
         section = OrThrow(NewRecord<OwnedSection>());

@@ -23,24 +23,16 @@ namespace {
 // Much larger than any service file. Limits memory and time for other, possibly endless files.
 constexpr std::size_t kLargest = std::size_t{16} << 20;
 
-// Why a file of that mode is not read; empty for a regular file.
+// Why a file of that mode, which is not a regular one, is not read.
 std::string KindProblem(mode_t mode) {
-    switch (mode & S_IFMT) {
-        case S_IFREG:
-            return {};
-        case S_IFDIR:
-            return "is a folder";
-        case S_IFIFO:
-            return "is a pipe";
-        case S_IFSOCK:
-            return "is a socket";
-        default:
-            return "is a device";
+    constexpr std::pair<mode_t, const char *> kKinds[] = {
+        {S_IFDIR, "is a folder"}, {S_IFIFO, "is a pipe"}, {S_IFSOCK, "is a socket"}};
+    for (const auto &[kind, problem] : kKinds) {
+        if ((mode & S_IFMT) == kind) {
+            return problem;
+        }
     }
-}
-
-FileContents Problem(std::string text) {
-    return {.problem = std::move(text)};
+    return "is a device";
 }
 
 // The result for a path that stat failed on with `error`.
@@ -59,14 +51,14 @@ FileContents ReadAll(int descriptor) {
         const ssize_t got =
             Uninterrupted([&] { return read(descriptor, buffer.data(), buffer.size()); });
         if (got < 0) {
-            return Problem(ErrorText(errno));
+            return {.problem = ErrorText(errno)};
         }
         if (got == 0) {
             return contents;
         }
         contents.text.append(buffer, 0, static_cast<std::size_t>(got));
         if (contents.text.size() > kLargest) {
-            return Problem("is larger than 16 MiB");
+            return {.problem = "is larger than 16 MiB"};
         }
     }
 }
@@ -96,17 +88,18 @@ FileContents ReadRegularFile(const std::string &path) {
             return MissingFile(path, errno);
         }
         if (fstat(file.Get(), &status) != 0) {
-            return Problem(ErrorText(errno));
+            return {.problem = ErrorText(errno)};
         }
     }
-    return S_ISREG(status.st_mode) ? ReadAll(file.Get()) : Problem(KindProblem(status.st_mode));
+    return S_ISREG(status.st_mode) ? ReadAll(file.Get())
+                                   : FileContents{.problem = KindProblem(status.st_mode)};
 }
 
 // Unlike a FILE, standard input may be a pipe or a terminal.
 FileContents ReadStandardInput() {
     struct stat status {};
     if (fstat(STDIN_FILENO, &status) == 0 && S_ISDIR(status.st_mode)) {
-        return Problem(KindProblem(status.st_mode));
+        return {.problem = KindProblem(status.st_mode)};
     }
     return ReadAll(STDIN_FILENO);
 }

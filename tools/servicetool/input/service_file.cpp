@@ -102,11 +102,6 @@ void CheckMemory(const ReadingReport &read) {
     }
 }
 
-std::string PortText(const TAVO_SERVICE_CONF_PORT &port) {
-    const std::string start = std::to_string(port.nPortStart);
-    return port.nPortType == 0 ? start : start + ':' + std::to_string(port.nPortEnd);
-}
-
 Json PortsJson(const TAVO_SERVICE_CONF_PORT *list) {
     return Json::ArrayOf(InFileOrder(list), [](const TAVO_SERVICE_CONF_PORT *port) -> Json {
         return {{"start", port->nPortStart},
@@ -232,7 +227,8 @@ std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {
     }
     std::string ports;
     for (const TAVO_SERVICE_CONF_PORT *port : InFileOrder(list)) {
-        ports += (ports.empty() ? "" : ",") + PortText(*port);
+        ports += (ports.empty() ? "" : ",") + std::to_string(port->nPortStart);
+        ports += port->nPortType == 0 ? "" : ':' + std::to_string(port->nPortEnd);
     }
     return ports + '/' + ProtocolsText(list->nProtocol);
 }

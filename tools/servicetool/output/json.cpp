@@ -21,10 +21,6 @@ Json::Json(std::initializer_list<Member> members)
     }
 }
 
-Json::Json(Json &&other) noexcept = default;
-Json &Json::operator=(Json &&other) noexcept = default;
-Json::~Json() = default;
-
 Json Json::EmptyArray() {
     Json array;
     array.tree_->value = nlohmann::ordered_json::array();

@@ -44,9 +44,8 @@ class Json {
     // An object of these members.
     Json(std::initializer_list<Member> members);
 
-    Json(Json &&other) noexcept;
-    Json &operator=(Json &&other) noexcept;
-    ~Json();
+    Json(Json &&other) = default;
+    Json &operator=(Json &&other) = default;
 
     // An array of convert(element) for each element.
     template <class Elements, class Convert>
@@ -80,7 +79,7 @@ class Json {
 
     explicit Json(const Scalar &value);
 
-    std::unique_ptr<Tree> tree_;
+    std::shared_ptr<Tree> tree_;  // of this object alone; unique_ptr needs the type of the tree
 };
 
 struct Json::Member {

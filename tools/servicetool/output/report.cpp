@@ -17,21 +17,6 @@ namespace {
 
 constexpr int kSchema = 1;
 
-bool WantsColour(int descriptor) {
-    const char *no_colour = std::getenv("NO_COLOR");
-    const char *terminal = std::getenv("TERM");
-    return (no_colour == nullptr || *no_colour == '\0') && terminal != nullptr &&
-           std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
-}
-
-// The window size of the terminal of the descriptor; 0 if it is not a terminal.
-WindowSize WindowOf(int descriptor) {
-    winsize size{};
-    return isatty(descriptor) == 1 && ioctl(descriptor, TIOCGWINSZ, &size) == 0
-               ? WindowSize{size.ws_col, size.ws_row}
-               : WindowSize{};
-}
-
 Json NumberOrNull(std::size_t number) {
     return number == 0 ? Json(nullptr) : Json(number);
 }
@@ -46,28 +31,43 @@ Json DiagnosticJson(const Diagnostic &diagnostic) {
             {"fix", TextOrNull(diagnostic.fix)}};
 }
 
-}  // namespace
-
-WindowSize Report::Window() const {
-    return WindowOf(STDOUT_FILENO);
+// An array of JSON texts, one per line, so that diff and grep can be used on the document.
+std::string ArrayText(const std::vector<std::string> &elements) {
+    std::string text;
+    for (const std::string &element : elements) {
+        text += (text.empty() ? "\n" : ",\n") + element;
+    }
+    return '[' + text + ']';
 }
 
-bool Report::Colour() const {
-    return WantsColour(STDOUT_FILENO);
+}  // namespace
+
+WindowSize Report::Window(int descriptor) const {
+    winsize size{};
+    return isatty(descriptor) == 1 && ioctl(descriptor, TIOCGWINSZ, &size) == 0
+               ? WindowSize{size.ws_col, size.ws_row}
+               : WindowSize{};
+}
+
+bool Report::Colour(int descriptor) const {
+    const char *no_colour = std::getenv("NO_COLOR");
+    const char *terminal = std::getenv("TERM");
+    return (no_colour == nullptr || *no_colour == '\0') && terminal != nullptr &&
+           std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
 }
 
 void Report::Tell(Diagnostic diagnostic) {
     if (json_) {
-        diagnostics_.push_back(std::move(diagnostic));
+        diagnostics_.push_back(DiagnosticJson(diagnostic).Text());
         return;
     }
     // Keeps the order of output if both streams go to one terminal.
     std::fflush(stdout);
     // If standard error is not a terminal, diagnostics have the width of an ordinary one.
     constexpr std::size_t kOrdinary = 80;
-    const std::size_t columns = WindowOf(STDERR_FILENO).columns;
+    const std::size_t columns = Window(STDERR_FILENO).columns;
     const std::string text =
-        DiagnosticText(diagnostic, WantsColour(STDERR_FILENO), columns == 0 ? kOrdinary : columns);
+        DiagnosticText(diagnostic, Colour(STDERR_FILENO), columns == 0 ? kOrdinary : columns);
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
@@ -124,20 +124,11 @@ int Report::Finish() {
     return static_cast<int>(status_);
 }
 
-// Prints one element per line, so that diff and grep can be used on the document.
 std::string Report::Document() const {
-    std::string text = "{\"schema\":" + std::to_string(kSchema) +
-                       ",\"ok\":" + (status_ == Status::kOk ? "true" : "false") + ",\"results\":[";
-    const char *separator = "\n";
-    for (const std::string &result : results_) {
-        text += std::exchange(separator, ",\n") + result;
-    }
-    text += "],\"diagnostics\":[";
-    separator = "\n";
-    for (const Diagnostic &diagnostic : diagnostics_) {
-        text += std::exchange(separator, ",\n") + DiagnosticJson(diagnostic).Text();
-    }
-    return text + "]}\n";
+    return "{\"schema\":" + std::to_string(kSchema) +
+           ",\"ok\":" + (status_ == Status::kOk ? "true" : "false") +
+           ",\"results\":" + ArrayText(results_) + ",\"diagnostics\":" + ArrayText(diagnostics_) +
+           "}\n";
 }
 
 }  // namespace tavo::tool

@@ -3,9 +3,12 @@
 #ifndef TAVO_SERVICETOOL_OUTPUT_REPORT_H
 #define TAVO_SERVICETOOL_OUTPUT_REPORT_H
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,7 +59,7 @@ enum class Status : int {
 };
 
 // Suffix of messages about a change that was not made.
-inline constexpr std::string_view kSoUnchanged = ", so nothing was changed";
+inline constexpr char kSoUnchanged[] = ", so nothing was changed";
 
 // The size of a terminal; 0 if unknown.
 struct WindowSize {
@@ -72,14 +75,14 @@ class Report {
 
     bool PrintsJson() const { return json_; }
 
-    // The size of the terminal on standard output; 0 if it is not a terminal.
-    WindowSize Window() const;
+    // The size of the terminal on an output stream; 0 if it is not a terminal.
+    WindowSize Window(int descriptor = STDOUT_FILENO) const;
 
-    // The width of that terminal.
+    // The width of the terminal on standard output.
     std::size_t Columns() const { return Window().columns; }
 
-    // Whether to use colours on standard output: it supports them and they are not disabled.
-    bool Colour() const;
+    // Whether to use colours on an output stream: it supports them and they are not disabled.
+    bool Colour(int descriptor = STDOUT_FILENO) const;
 
     // Reports a diagnostic. Does not raise the exit status.
     void Tell(Diagnostic diagnostic);
@@ -93,7 +96,7 @@ class Report {
                      Status status);
 
     // Reports a usage error.
-    void TellUsage(std::string message, std::string fix);
+    void TellUsage(std::string message, std::string fix = {});
 
     // Prints text, which must be escaped; nothing in JSON mode.
     void Print(std::string_view text);
@@ -124,9 +127,37 @@ class Report {
 
     bool json_;
     Status status_ = Status::kOk;
-    std::vector<Diagnostic> diagnostics_;  // JSON mode only
-    std::vector<std::string> results_;     // JSON mode only, each a JSON text
-    std::string done_;                     // completed changes
+    std::vector<std::string> diagnostics_;  // JSON mode only, each a JSON text
+    std::vector<std::string> results_;      // the same
+    std::string done_;                      // completed changes
+};
+
+// ---- Tables: a header in capitals, one line per row, columns as wide as their longest cell
+
+class Table {
+  public:
+    explicit Table(const std::vector<std::string> &header);
+
+    // Adds a row, one cell per column. Cells are escaped here; an empty one is printed as "-".
+    void Row(const std::vector<std::string> &cells);
+
+    bool HasRows() const { return cells_.size() > columns_; }
+
+    // The lines of the table. If they are wider than `columns` (0: no limit), the last column is
+    // cut to fit and ends with "...".
+    std::string Text(bool header, std::size_t columns) const;
+
+  private:
+    struct Cell {
+        std::uint32_t end;  // offset in the text
+        std::uint32_t width;
+    };
+
+    std::string_view CellText(std::size_t number) const;
+
+    std::size_t columns_;
+    std::string text_;         // the escaped texts of all cells; the header is the first row
+    std::vector<Cell> cells_;  // by row
 };
 
 // ---- Output files given on the command line

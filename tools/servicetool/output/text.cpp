@@ -41,17 +41,11 @@ std::string HexEscape(const char *format, char32_t code) {
 
 // The escaped form of a character that is not printed as it is.
 std::string EscapeOf(const Character &character) {
-    switch (character.code) {
-        case '\n':
-            return "\\n";
-        case '\t':
-            return "\\t";
-        case '\r':
-            return "\\r";
-        case '\\':
-            return "\\\\";
-        default:
-            break;
+    // Characters with an escape of their own, and its letters.
+    constexpr std::u32string_view kNamed = U"\n\t\r\\";
+    constexpr std::string_view kLetters = "ntr\\";
+    if (const std::size_t at = kNamed.find(character.code); at != std::u32string_view::npos) {
+        return {'\\', kLetters[at]};
     }
     if (!character.valid || character.code < 0x80) {
         return HexEscape(kByteEscape, character.code);
@@ -85,33 +79,34 @@ constexpr Range kControls[] = {
     {0xE0000, 0xE0FFF},  // tags
 };
 
-// Sets the calling thread's character types to UTF-8 during its lifetime.
-class Utf8Locale {
-  public:
-    Utf8Locale() : previous_(uselocale(Utf8())) {}
-    ~Utf8Locale() { uselocale(previous_); }
-    Utf8Locale(const Utf8Locale &) = delete;
-    Utf8Locale &operator=(const Utf8Locale &) = delete;
-
-  private:
-    // If the locale is missing, uselocale(0) changes nothing and each character has one column.
-    static locale_t Utf8() {
-        static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-        return utf8;
-    }
-
-    locale_t previous_;
-};
-
 // Printable ASCII characters have one column each. Most texts contain no others and are measured
 // without libc.
 bool IsPrintableAscii(char c) {
     return c >= ' ' && c <= '~';
 }
 
-std::size_t Columns(char32_t code) {
-    const int columns = wcwidth(static_cast<wchar_t>(code));
-    return columns < 0 ? 1 : static_cast<std::size_t>(columns);
+// The longest prefix with at most `most` columns.
+struct Prefix {
+    std::size_t size = 0;
+    std::size_t columns = 0;
+};
+
+Prefix PrefixOf(std::string_view escaped, std::size_t most) {
+    // If the locale is missing, uselocale(0) changes nothing and each character has one column.
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    const locale_t previous = uselocale(utf8);
+    Prefix prefix;
+    while (prefix.size < escaped.size()) {
+        const Character character = FirstCharacter(escaped.substr(prefix.size));
+        const int width = wcwidth(static_cast<wchar_t>(character.code));
+        const std::size_t columns = prefix.columns + (width < 0 ? 1 : width);
+        if (columns > most) {
+            break;
+        }
+        prefix = {prefix.size + character.size, columns};
+    }
+    uselocale(previous);
+    return prefix;
 }
 
 // The text with each character replaced by escape(character), unless that is empty.
@@ -177,32 +172,12 @@ std::string Escaped(std::string_view text) {
 }
 
 std::size_t DisplayWidth(std::string_view escaped) {
-    if (std::all_of(escaped.begin(), escaped.end(), IsPrintableAscii)) {
-        return escaped.size();
-    }
-    const Utf8Locale utf8;
-    std::size_t width = 0;
-    while (!escaped.empty()) {
-        const Character character = FirstCharacter(escaped);
-        width += Columns(character.code);
-        escaped.remove_prefix(character.size);
-    }
-    return width;
+    const bool plain = std::all_of(escaped.begin(), escaped.end(), IsPrintableAscii);
+    return plain ? escaped.size() : PrefixOf(escaped, std::string_view::npos).columns;
 }
 
 std::string_view FirstColumns(std::string_view escaped, std::size_t width) {
-    const Utf8Locale utf8;
-    std::size_t end = 0;
-    std::size_t used = 0;
-    while (end < escaped.size()) {
-        const Character character = FirstCharacter(escaped.substr(end));
-        used += Columns(character.code);
-        if (used > width) {
-            break;
-        }
-        end += character.size;
-    }
-    return escaped.substr(0, end);
+    return escaped.substr(0, PrefixOf(escaped, width).size);
 }
 
 std::string Shortened(std::string_view text) {
