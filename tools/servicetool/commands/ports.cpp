@@ -174,7 +174,6 @@ void Ports(const Arguments &arguments, Report &report) {
     const bool legend = !arguments.Has("--no-legend");
     const int read = conflicts ? shown | kDeclaringSources : shown;
     PortClaims all = ReadPortClaims({{{0, kHighestPort}}, TAVO_PROTO_BOTH}, read, report);
-    CompareClaims(all);
     std::vector<PortClaim> claims = conflicts ? CollidingClaims(all) : std::move(all.claims);
     std::erase_if(claims, [shown](const PortClaim &claim) { return (claim.source & shown) == 0; });
     if (all.failed != 0) {

@@ -226,20 +226,17 @@ std::optional<bool> ProgramsOfServices::Owns(const PortDeclarer &service,
     return process.program.empty() ? std::nullopt : std::optional(false);
 }
 
-ProgramsOfServices::Owner ProgramsOfServices::OwnerAmong(const ClaimList &declared,
-                                                         const HoldingProcess *process) {
-    if (process == nullptr) {
-        return {.known = false};
-    }
-    Owner owner;
+void ProgramsOfServices::EnterOwner(const ClaimList &declared, PortClaim &socket) {
+    bool all_known = socket.process != nullptr;
     for (const PortClaim *claim : declared) {
-        const std::optional<bool> owns = Owns(*claim->declarer, *process);
+        const auto owns = Owns(*claim->declarer, socket.Process());
         if (owns.value_or(false)) {
-            return {claim->declarer, true};
+            socket.declarer = claim->declarer;
+            return;
         }
-        owner.known = owner.known && owns;
+        all_known = all_known && owns;
     }
-    return owner;
+    socket.is_stranger = all_known;
 }
 
 const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::string &name) {
