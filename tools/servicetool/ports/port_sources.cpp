@@ -135,9 +135,8 @@ Json DeclarerJson(const PortDeclarer &declarer) {
 // ---- Answers ----
 
 std::string_view VerdictName(PortVerdict verdict) {
-    return verdict == PortVerdict::kFree    ? "free"
-           : verdict == PortVerdict::kTaken ? "taken"
-                                            : "unknown";
+    constexpr std::string_view kNames[] = {"free", "unknown", "taken"};
+    return kNames[static_cast<std::size_t>(verdict)];
 }
 
 PortVerdict PortAnswer::Verdict() const {
