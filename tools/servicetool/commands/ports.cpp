@@ -152,8 +152,7 @@ void WriteSvg(const std::string &path, const std::string &svg, Report &report) {
 // shown; unknown holders do not change that and are not reported. Sources that failed were already
 // reported and have raised the status to kFailed.
 void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
-    if (std::any_of(all.collide.begin(), all.collide.end(),
-                    [](const auto &ports) { return !ports.second.empty(); })) {
+    if (std::ranges::any_of(all.collide, [](const auto &ports) { return !ports.second.empty(); })) {
         report.Raise(Status::kNo);
         return;
     }

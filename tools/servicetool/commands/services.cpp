@@ -116,10 +116,9 @@ void TellNotFound(const std::vector<std::string> &wanted, const std::vector<std:
         if (Holds(names, name)) {
             continue;
         }
-        const auto similar =
-            std::find_if(names.begin(), names.end(), [&name](const std::string &known) {
-                return strcasecmp(known.c_str(), name.c_str()) == 0;
-            });
+        const auto similar = std::ranges::find_if(names, [&name](const std::string &known) {
+            return strcasecmp(known.c_str(), name.c_str()) == 0;
+        });
         report.TellError("", "not-found", "no firewall service is named " + Quoted(name),
                          similar == names.end() ? "" : "write " + *similar, Status::kNo);
     }

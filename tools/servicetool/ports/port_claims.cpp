@@ -21,10 +21,6 @@ namespace {
 
 // ---- The order of claims ----
 
-bool ComesBefore(const PortClaim &a, const PortClaim &b) {
-    return std::tie(a.range, a.protocol, a.source) < std::tie(b.range, b.protocol, b.source);
-}
-
 std::uint32_t PidOf(const PortClaim &claim) {
     return claim.process == nullptr ? 0 : claim.process->pid;
 }
@@ -40,12 +36,11 @@ std::strong_ordering CompareOrigins(const PortClaim &a, const PortClaim &b) {
 
 template <typename Element, typename Comparison>
 void SortWithoutDuplicates(std::vector<Element> &elements, Comparison compare) {
-    std::sort(elements.begin(), elements.end(),
-              [compare](const Element &a, const Element &b) { return compare(a, b) < 0; });
-    const auto end =
-        std::unique(elements.begin(), elements.end(),
-                    [compare](const Element &a, const Element &b) { return compare(a, b) == 0; });
-    elements.erase(end, elements.end());
+    std::ranges::sort(elements,
+                      [compare](const Element &a, const Element &b) { return compare(a, b) < 0; });
+    const auto rest = std::ranges::unique(
+        elements, [compare](const Element &a, const Element &b) { return compare(a, b) == 0; });
+    elements.erase(rest.begin(), rest.end());
 }
 
 // ---- Reading ----
@@ -61,15 +56,14 @@ void AddDeclared(const PortRange &range, std::uint32_t protocols, int source,
 }
 
 bool IsAskedFor(std::uint32_t port, const PortQuery &query) {
-    return std::any_of(query.items.begin(), query.items.end(), [port](const PortRange &range) {
+    return std::ranges::any_of(query.items, [port](const PortRange &range) {
         return range.first <= port && port <= range.last;
     });
 }
 
 // Whether the key is also a setting of the engine, which then reports it.
 bool IsServiceSetting(std::string_view key) {
-    return std::any_of(std::begin(kServiceSettings), std::end(kServiceSettings),
-                       [key](const ServiceSetting &setting) { return key == setting.key; });
+    return std::ranges::count(kServiceSettings, key, &ServiceSetting::key) != 0;
 }
 
 void AddSystemPort(const SystemPort &row, const PortQuery &query, PortSources &sources,
@@ -195,8 +189,7 @@ void AddClaims(const std::vector<PortClaim> &claims, std::vector<PortAccount> &a
                 return CompareOrigins(*a, *b);
             });
         }
-        std::stable_partition(account.held.begin(), account.held.end(),
-                              [](const PortClaim *socket) { return socket->Listens(); });
+        std::ranges::stable_partition(account.held, &PortClaim::Listens);
     }
 }
 
@@ -218,9 +211,7 @@ void AddBound(std::vector<PortAccount> &accounts, Report &report) {
     const auto answers = PortSources(TAVO_PORT_CHECK_RUNTIME, report).Ask(requests);
     for (std::size_t i = 0; i < answers.size(); ++i) {
         const auto &conflicts = answers[i].conflicts;
-        if (std::any_of(conflicts.begin(), conflicts.end(), [](const PortConflict &conflict) {
-                return conflict.source == TAVO_PORT_CHECK_RUNTIME;
-            })) {
+        if (std::ranges::count(conflicts, TAVO_PORT_CHECK_RUNTIME, &PortConflict::source) != 0) {
             asked[i]->held.push_back(&kBoundSocket);
         } else {
             asked[i]->failed |= answers[i].failed;
@@ -319,7 +310,9 @@ std::vector<PortClaim> CollidingClaims(const PortClaims &all) {
             claims.back().range = range;
         }
     }
-    std::stable_sort(claims.begin(), claims.end(), ComesBefore);
+    std::ranges::stable_sort(claims, {}, [](const PortClaim &claim) {
+        return std::tuple(claim.range, claim.protocol, claim.source);
+    });
     return claims;
 }
 
@@ -333,12 +326,11 @@ PortVerdict PortAccount::Verdict() const {
 }
 
 bool PortAccount::HasUnknownHolder() const {
-    return std::any_of(held.begin(), held.end(),
-                       [](const PortClaim *socket) { return socket->process == nullptr; });
+    return std::ranges::count(held, nullptr, &PortClaim::process) != 0;
 }
 
 bool PortAccount::IsListenedTo() const {
-    return std::any_of(held.begin(), held.end(), [](const PortClaim *socket) {
+    return std::ranges::any_of(held, [](const PortClaim *socket) {
         return socket->process != nullptr && socket->Listens();
     });
 }

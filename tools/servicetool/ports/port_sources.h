@@ -137,6 +137,9 @@ class PortSources {
 
   private:
     void AddFailures(int source, const PortConflicts &found, std::vector<int> &failed);
+
+    // Warns of the lines that the reader of the rules or the settings silently ignores. Defined in
+    // source_failure.cpp.
     void TellIgnoredLines(int source);
 
     int sources_;
@@ -177,10 +180,6 @@ FileQueries QueriesOf(std::string_view text);
 
 // The failure as a diagnostic, with its position in the file if it has one.
 Diagnostic WhyUnknown(const SourceFailure &failure);
-
-// A warning of the lines that the reader of the rules or the settings, the TAVO_PORT_CHECK_*
-// `source`, silently ignores; nullopt if there are none.
-std::optional<Diagnostic> FindIgnoredLines(int source);
 
 // Why a built-in service is left out of the catalogue; `code` is the error code of its reading, 0
 // if its settings are absent or invalid.
