@@ -1,4 +1,4 @@
-#include "output/table.h"
+#include "output/report.h"
 
 #include <gmock/gmock.h>
 

@@ -134,15 +134,12 @@ void CompareWithInstall(const CheckedFile &checked, Report &report) {
         unknown = unknown || section.answer.failed != 0;
     }
     if (global && !stops) {
-        const std::size_t column = global->ColumnOf(global->name);
-        report.Tell({.file = checked.file.name,
-                     .line = global->number,
-                     .column = column,
-                     .severity = Severity::kWarning,
-                     .rule = "install-check",
-                     .message = "section [global] has no dst.ports, so an install cannot check the "
-                                "file and reports no conflict",
-                     .source = AroundSpot(global->text, column - 1)});
+        report.Tell(AtSpot(*global, global->name,
+                           {.file = checked.file.name,
+                            .severity = Severity::kWarning,
+                            .rule = "install-check",
+                            .message = "section [global] has no dst.ports, so an install cannot "
+                                       "check the file and reports no conflict"}));
     } else if (VerdictOf(checked) == PortVerdict::kTaken && !stops && !unknown) {
         report.TellWarning(checked.file.name, "install-check",
                            "an install reports no conflict: where dst.ports names no protocol, it "

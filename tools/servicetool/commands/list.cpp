@@ -3,7 +3,6 @@
 
 #include "commands/commands.h"
 #include "input/service_file.h"
-#include "output/table.h"
 
 namespace tavo::tool {
 namespace {

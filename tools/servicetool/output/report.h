@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "config_lines.h"
 #include "output/json.h"
 
 namespace tavo::tool {
@@ -41,6 +43,9 @@ struct Diagnostic {
     std::string fix = {};      // empty: no suggestion
     SourceLine source = {};    // only used if `line` is set
 };
+
+// The diagnostic at `spot`, the part of the line to mark.
+Diagnostic AtSpot(const ConfigLine &line, std::string_view spot, Diagnostic diagnostic);
 
 // Returns "FILE:LINE:COLUMN: error: MESSAGE [RULE]", the line with a caret below the spot, and the
 // fix. The line is cut around the spot to fit into `columns` columns of a terminal.
@@ -127,6 +132,35 @@ class Report {
     std::vector<Diagnostic> diagnostics_;  // JSON mode only
     std::vector<std::string> results_;     // JSON mode only, each a JSON text
     std::string done_;                     // completed changes
+};
+
+// ---- Tables, defined in table.cpp
+
+// A header in capitals, one line per row, columns as wide as their longest cell.
+class Table {
+  public:
+    explicit Table(const std::vector<std::string> &header);
+
+    // Adds a row, one cell per column. Cells are escaped here; an empty one is printed as "-".
+    void Row(const std::vector<std::string> &cells);
+
+    bool HasRows() const { return cells_.size() > columns_; }
+
+    // The lines of the table. If they are wider than `columns` (0: no limit), the last column is
+    // cut to fit and ends with "...".
+    std::string Text(bool header, std::size_t columns) const;
+
+  private:
+    struct Cell {
+        std::uint32_t end;  // offset in the text
+        std::uint32_t width;
+    };
+
+    std::string_view CellText(std::size_t number) const;
+
+    std::size_t columns_;
+    std::string text_;         // the escaped texts of all cells; the header is the first row
+    std::vector<Cell> cells_;  // by row
 };
 
 // ---- Output files given on the command line

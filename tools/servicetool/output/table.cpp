@@ -1,7 +1,6 @@
-#include "output/table.h"
-
 #include <algorithm>
 
+#include "output/report.h"
 #include "output/text.h"
 
 namespace tavo::tool {

@@ -63,16 +63,6 @@ std::optional<ConfigLine> FindLine(std::string_view text, std::string_view secti
     return found;
 }
 
-// `spot` is the part of the line to mark.
-Diagnostic AtSpot(const char *file, const ConfigLine &line, std::string_view spot, Diagnostic why) {
-    const std::size_t column = line.ColumnOf(spot);
-    why.file = file;
-    why.line = line.number;
-    why.column = column;
-    why.source = AroundSpot(line.text, column - 1);
-    return why;
-}
-
 // ---- Rules ----
 
 Diagnostic WhyRuleIsBad(const SourceFailure &failure) {
@@ -86,8 +76,7 @@ Diagnostic WhyRuleIsBad(const SourceFailure &failure) {
                                      : "write PORT or START-END, with commas between");
     const FileContents contents = ReadRegularFile(why.file);
     const auto line = FindLine(contents.text, section, lacks_key ? "" : failure.key);
-    return line ? AtSpot(failure.declarer.file, *line, lacks_key ? line->name : line->value, why)
-                : why;
+    return line ? AtSpot(*line, lacks_key ? line->name : line->value, why) : why;
 }
 
 Diagnostic WhyRulesAreUnread(const SourceFailure &failure) {
@@ -141,8 +130,8 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
     uint32_t port = 0;
     if (line && !line->value.empty() && !ReadPortNumber(std::string(line->value).c_str(), port)) {
         return AtSpot(
-            kSettingsFile, *line, line->value,
-            Error("", "bad-setting",
+            *line, line->value,
+            Error(kSettingsFile, "bad-setting",
                   Quoted(line->value) + " is not a port number for " + std::string(line->name),
                   "name a port from 1 to 65535, or remove the key"));
     }
@@ -228,7 +217,7 @@ void PortSources::TellIgnoredLines(int source) {
         (count == 1 ? "the line is not read: it is not a"
                     : Counted(count, "line") + " are not read: none is a") +
         std::string(rules ? " comment, section or key of a section" : " comment, section or key");
-    Tell(Warning(AtSpot(file, first, first.text, Error("", "stray-line", message))));
+    Tell(Warning(AtSpot(first, first.text, Error(file, "stray-line", message))));
 }
 
 }  // namespace tavo::tool
