@@ -134,9 +134,8 @@ class Report {
     std::string done_;                     // completed changes
 };
 
-// ---- Tables, defined in table.cpp
+// ---- Tables: a header in capitals, one line per row, columns as wide as their longest cell
 
-// A header in capitals, one line per row, columns as wide as their longest cell.
 class Table {
   public:
     explicit Table(const std::vector<std::string> &header);
