@@ -1,4 +1,4 @@
-#include "output/report.h"
+#include "output/table.h"
 
 #include <gmock/gmock.h>
 

@@ -3,6 +3,7 @@
 
 #include "commands/commands.h"
 #include "input/service_file.h"
+#include "output/table.h"
 
 namespace tavo::tool {
 namespace {

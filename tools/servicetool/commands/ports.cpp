@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "commands/commands.h"
+#include "output/table.h"
 #include "output/text.h"
 #include "picture/port_map.h"
 #include "ports/port_claims.h"

@@ -12,6 +12,7 @@
 #include "input/input_file.h"
 #include "input/library.h"
 #include "input/service_file.h"
+#include "output/table.h"
 #include "output/text.h"
 #include "ports/port_query.h"
 #include "ports/port_sources.h"

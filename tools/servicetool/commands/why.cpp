@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "commands/commands.h"
+#include "output/table.h"
 #include "output/text.h"
 #include "ports/port_claims.h"
 #include "ports/port_query.h"

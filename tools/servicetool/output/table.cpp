@@ -1,6 +1,7 @@
+#include "output/table.h"
+
 #include <algorithm>
 
-#include "output/report.h"
 #include "output/text.h"
 
 namespace tavo::tool {

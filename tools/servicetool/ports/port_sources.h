@@ -19,6 +19,7 @@
 #include "engine/conflicts.h"
 #include "output/json.h"
 #include "output/report.h"
+#include "output/table.h"
 #include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
