@@ -159,6 +159,14 @@ TEST_F(CheckFileCommand, WarnsThatAnInstallAsksForNoSocketsWithoutAProtocol) {
     EXPECT_THAT(Check(Section("a", "7000/tcp,udp")).err, IsEmpty());
 }
 
+// The library cuts the name in its record of the section.
+TEST_F(CheckFileCommand, KnowsTheProtocolsOfASectionWithALongName) {
+    const HeldPort held(Family::kV4, Protocol::kTcp, 7000);
+    const ProgramResult result = Check(Section(std::string(300, 'a'), "7000/tcp"));
+    EXPECT_THAT(result.out, HasSubstr("[" + std::string(255, 'a') + "] 7000/tcp is taken\n"));
+    EXPECT_THAT(result.err, Not(HasSubstr("[install-check]")));
+}
+
 // The answer of an install for a section that it cannot compare is unknown.
 TEST_F(CheckFileCommand, DoesNotBlameTheProtocolWhereASourceFails) {
     WriteFile(kSettings, "WebDavPort=x\n");

@@ -86,6 +86,17 @@ TEST_F(UpdateCommand, AsksWhichOneWhereBothFoldersHaveTheName) {
     EXPECT_EQ(ReadFile(kPath), kText);
 }
 
+// The installed file has a section of the name of another service, but not that service.
+TEST_F(UpdateCommand, ReplacesOnlyServicesThatAreRead) {
+    WriteFile(kPackage + "other.sc", Section("web", "8766/tcp"));
+    WriteFile(kPath, kText + "[web]\ntitle=\"T\"\n");
+    const ProgramResult taken = ServiceTool({"update", "notes.sc"});
+    EXPECT_THAT(taken.out, HasSubstr("notes    8766  tcp    service  web (package/other.sc)\n"));
+    EXPECT_EQ(taken.status, 1);
+    WriteFile(kPath, kText + Section("web", "9000/tcp"));
+    EXPECT_EQ(ServiceTool({"update", "notes.sc"}).status, 0);
+}
+
 TEST_F(UpdateCommand, RefusesAnErrorAndPortsThatAreTaken) {
     WriteFile("notes.sc", Section("notes", "8766/ftp"));
     const ProgramResult broken = ServiceTool({"update", "--force", "notes.sc"});

@@ -4,6 +4,7 @@
 // An install checks a file section by section and stops at the first conflict. The check of a file
 // reports all conflicts, and those that an install would not detect.
 #include <algorithm>
+#include <deque>
 #include <iterator>
 #include <optional>
 #include <utility>
@@ -30,19 +31,6 @@ int SourcesOf(const Arguments &arguments, int all) {
 
 // ---- Ports
 
-// Parses all queries before any source is read.
-bool ReadRequests(const Arguments &arguments, std::vector<PortRequest> &requests, Report &report) {
-    const SkippedNames skipped = arguments.Texts("--skip");
-    for (const std::string &text : arguments.Operands()) {
-        PortQuery query;
-        if (const auto problem = ReadPortQuery(text, query)) {
-            return TellBadQuery(text, *problem, report);
-        }
-        requests.push_back({std::move(query), skipped});
-    }
-    return true;
-}
-
 Json AnswerJson(const PortQuery &query, const PortAnswer &answer) {
     return {{"query", QueryText(query)},
             {"verdict", VerdictName(answer.Verdict())},
@@ -52,8 +40,13 @@ Json AnswerJson(const PortQuery &query, const PortAnswer &answer) {
 
 void CheckPorts(const Arguments &arguments, Report &report) {
     std::vector<PortRequest> requests;
-    if (!ReadRequests(arguments, requests, report)) {
-        return;
+    for (const std::string &text : arguments.Operands()) {
+        PortRequest &request = requests.emplace_back();
+        request.skipped = arguments.Texts("--skip");
+        if (const auto problem = ReadPortQuery(text, request.query)) {
+            TellBadQuery(text, *problem, report);
+            return;
+        }
     }
     PortSources sources(SourcesOf(arguments, kEverySource), report);
     ConflictTable table;
@@ -80,10 +73,9 @@ struct CheckedSection {
     // Whether an install reports a conflict of the section. If dst.ports names no protocol, it does
     // not check sockets.
     bool StopsInstall() const {
-        return std::any_of(
-            answer.conflicts.begin(), answer.conflicts.end(), [this](const PortConflict &conflict) {
-                return conflict.source != TAVO_PORT_CHECK_RUNTIME || wanted.names_protocols;
-            });
+        return std::ranges::any_of(answer.conflicts, [this](const PortConflict &conflict) {
+            return conflict.source != TAVO_PORT_CHECK_RUNTIME || wanted.names_protocols;
+        });
     }
 };
 
@@ -91,6 +83,7 @@ struct CheckedSection {
 struct CheckedFile {
     LintedFile file;
     std::vector<CheckedSection> sections;
+    std::optional<ConfigLine> portless_global;  // points into the text of the file
 };
 
 // Lints a file, and adds the requests of its sections. A section does not conflict with its own
@@ -110,12 +103,9 @@ bool AddRequests(const std::string &path, const SkippedNames &skipped, CheckedFi
                           {"conflicts", Json::EmptyArray()}});
         return false;
     }
-    auto queries = QueriesOf(file.text);
-    if (!queries) {
-        report.TellError(file.name, "failed", "the library does not read it");
-        return false;
-    }
-    for (SectionQuery &query : *queries) {
+    FileQueries queries = QueriesOf(file.text);
+    checked.portless_global = queries.portless_global;
+    for (SectionQuery &query : queries.sections) {
         requests.push_back({query.query, skipped});
         requests.back().skipped.push_back(query.section);
         checked.sections.push_back({std::move(query), {}});
@@ -123,28 +113,19 @@ bool AddRequests(const std::string &path, const SkippedNames &skipped, CheckedFi
     return true;
 }
 
-// The worst verdict of the sections: kTaken, then kUnknown.
+// The worst verdict of the sections.
 PortVerdict VerdictOf(const CheckedFile &checked) {
     PortVerdict worst = PortVerdict::kFree;
     for (const CheckedSection &section : checked.sections) {
-        const PortVerdict verdict = section.answer.Verdict();
-        worst = worst == PortVerdict::kTaken || verdict == PortVerdict::kFree ? worst : verdict;
+        worst = std::max(worst, section.answer.Verdict());
     }
     return worst;
-}
-
-void WarnOfInstall(const std::string &file, std::string message, std::string fix,
-                   const ConfigLine &line, Report &report) {
-    const std::size_t column = line.number == 0 ? 0 : line.ColumnOf(line.name);
-    report.Tell({file, line.number, column, Severity::kWarning, "install-check", std::move(message),
-                 std::move(fix),
-                 line.number == 0 ? SourceLine{} : AroundSpot(line.text, column - 1)});
 }
 
 // Reports where the answer of an install is different. It stops at the first section with a
 // conflict, and at a [global] without ports, which it treats as a section that it cannot check.
 void CompareWithInstall(const CheckedFile &checked, Report &report) {
-    const std::optional<ConfigLine> global = PortlessGlobalLine(checked.file.text);
+    const std::optional<ConfigLine> &global = checked.portless_global;
     bool stops = false;
     bool unknown = false;
     for (const CheckedSection &section : checked.sections) {
@@ -153,15 +134,17 @@ void CompareWithInstall(const CheckedFile &checked, Report &report) {
         unknown = unknown || section.answer.failed != 0;
     }
     if (global && !stops) {
-        WarnOfInstall(checked.file.name,
-                      "section [global] has no dst.ports, so an install cannot check the file and "
-                      "reports no conflict",
-                      "", *global, report);
+        report.Tell(AtSpot(*global, global->name,
+                           {.file = checked.file.name,
+                            .severity = Severity::kWarning,
+                            .rule = "install-check",
+                            .message = "section [global] has no dst.ports, so an install cannot "
+                                       "check the file and reports no conflict"}));
     } else if (VerdictOf(checked) == PortVerdict::kTaken && !stops && !unknown) {
-        WarnOfInstall(checked.file.name,
-                      "an install reports no conflict: where dst.ports names no protocol, it does "
-                      "not check sockets",
-                      "name the protocols, as in 80/tcp,udp", {}, report);
+        report.TellWarning(checked.file.name, "install-check",
+                           "an install reports no conflict: where dst.ports names no protocol, it "
+                           "does not check sockets",
+                           "name the protocols, as in 80/tcp,udp", Status::kOk);
     }
 }
 
@@ -202,12 +185,11 @@ void CheckFiles(const std::vector<std::string> &paths, const Arguments &argument
     const SkippedNames skipped = arguments.Texts("--skip");
     // The answer of an install is only known if the query is the same.
     const bool as_install = skipped.empty() && !arguments.Has("--source");
-    std::vector<CheckedFile> files;
+    std::deque<CheckedFile> files;
     std::vector<PortRequest> requests;
     for (const std::string &path : paths) {
-        CheckedFile checked;
-        if (AddRequests(path, skipped, checked, requests, report)) {
-            files.push_back(std::move(checked));
+        if (!AddRequests(path, skipped, files.emplace_back(), requests, report)) {
+            files.pop_back();
         }
     }
     PortSources sources(SourcesOf(arguments, kSourcesOfFiles), report);
@@ -244,15 +226,9 @@ void Check(const Arguments &arguments, Report &report) {
 }
 
 constexpr std::string_view kSourceNames = "forward service setting socket";
-static_assert(std::all_of(std::begin(kPortSources), std::end(kPortSources),
-                          [](const PortSource &source) {
-                              return kSourceNames.find(source.name) != std::string_view::npos;
-                          }));
-
-bool IsSource(const std::string &name) {
-    return std::any_of(std::begin(kPortSources), std::end(kPortSources),
-                       [&name](const PortSource &source) { return source.name == name; });
-}
+static_assert(std::ranges::all_of(kPortSources, [](const PortSource &source) {
+    return kSourceNames.find(source.name) != std::string_view::npos;
+}));
 
 constexpr Operand kOperands[] = {
     {.value = {"PORTS[/PROTOCOLS]"},
@@ -299,7 +275,7 @@ UsageProblem ProblemOf(const Arguments &arguments) {
         return {"PORTS and --file exclude each other"};
     }
     for (const std::string &source : sources) {
-        if (!IsSource(source)) {
+        if (std::ranges::find(kPortSources, source, &PortSource::name) == std::end(kPortSources)) {
             return {"unknown source " + Quoted(source),
                     "write forward, service, setting or socket"};
         }

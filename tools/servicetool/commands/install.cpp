@@ -5,8 +5,6 @@
 // installed file is compared with the planned text after it.
 #include <array>
 #include <filesystem>
-#include <optional>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -37,30 +35,27 @@ Change ChangeOfInstalled(const Arguments &arguments) {
     return change;
 }
 
-using Queries = std::vector<SectionQuery>;
-
 // Checks the ports of the new services. The current services of the file are skipped, because the
 // change removes them.
 void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeReport &change,
                  Report &report) {
     SkippedNames leaving;
     if (file.text) {
-        for (const SectionQuery &old : QueriesOf(*file.text).value_or(Queries())) {
-            leaving.push_back(old.section);
+        for (const LintedService &old : LintText(*file.text, file.path).services) {
+            if (old.readable) {
+                leaving.push_back(old.name);
+            }
         }
     }
-    const std::optional<Queries> queries = QueriesOf(source.text);
-    if (!queries) {
-        throw std::runtime_error("the library does not read " + source.name);
-    }
+    const std::vector<SectionQuery> queries = QueriesOf(source.text).sections;
     std::vector<PortRequest> requests;
-    for (const SectionQuery &wanted : *queries) {
+    for (const SectionQuery &wanted : queries) {
         requests.push_back({wanted.query, leaving});
         requests.back().skipped.push_back(wanted.section);
     }
     const std::vector<PortAnswer> answers = PortSources(kSourcesOfFiles, report).Ask(requests);
     for (std::size_t i = 0; i < answers.size(); ++i) {
-        change.Add((*queries)[i].section, requests[i].query, answers[i]);
+        change.Add(queries[i].section, requests[i].query, answers[i]);
     }
 }
 

@@ -8,8 +8,7 @@ namespace tavo::tool {
 namespace {
 
 Json VerdictJson(const LintResult &result, const std::string &name) {
-    const auto readable = std::count_if(result.services.begin(), result.services.end(),
-                                        [](const LintedService &s) { return s.readable; });
+    const auto readable = std::ranges::count(result.services, true, &LintedService::readable);
     return {{"file", Utf8Text(name)},
             {"services", result.services.size()},
             {"readable_services", readable},

@@ -7,25 +7,17 @@
 namespace tavo::tool {
 namespace {
 
-void AddServices(const ServiceFileRecord &file, Table &table, Report &report) {
-    for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(file.conf->pSections)) {
-        table.Row({service->szName, std::filesystem::path(file.path).filename(), file.folder->name,
-                   PortsText(service->pDstPorts), service->blPortForward != 0 ? "yes" : "no",
-                   service->strTitle.szText});
-        report.AddResult([&] { return ServiceJson(file, *service); });
-    }
-}
-
 void List(const Arguments &arguments, Report &report) {
     const int folders = FoldersOf(arguments);
     auto [read, omissions] = ReadAndExplain([folders] { return ReadServiceFolders(folders); });
     TellOmissions(std::move(omissions), report);
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});
-    for (const ServiceFileRecord &file : read.report.Files()) {
-        if (file.conf != nullptr) {
-            AddServices(file, table, report);
-        }
-    }
+    ForEachService(read.report, [&](const auto &file, const auto &service) {
+        table.Row({service.szName, std::filesystem::path(file.path).filename(), file.folder->name,
+                   PortsText(service.pDstPorts), service.blPortForward != 0 ? "yes" : "no",
+                   service.strTitle.szText});
+        report.AddResult([&] { return ServiceJson(file, service); });
+    });
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 

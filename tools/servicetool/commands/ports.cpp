@@ -151,8 +151,7 @@ void WriteSvg(const std::string &path, const std::string &svg, Report &report) {
 // shown; unknown holders do not change that and are not reported. Sources that failed were already
 // reported and have raised the status to kFailed.
 void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
-    if (std::any_of(all.collide.begin(), all.collide.end(),
-                    [](const auto &ports) { return !ports.second.empty(); })) {
+    if (std::ranges::any_of(all.collide, [](const auto &ports) { return !ports.second.empty(); })) {
         report.Raise(Status::kNo);
         return;
     }
@@ -173,7 +172,6 @@ void Ports(const Arguments &arguments, Report &report) {
     const bool legend = !arguments.Has("--no-legend");
     const int read = conflicts ? shown | kDeclaringSources : shown;
     PortClaims all = ReadPortClaims({{{0, kHighestPort}}, TAVO_PROTO_BOTH}, read, report);
-    CompareClaims(all);
     std::vector<PortClaim> claims = conflicts ? CollidingClaims(all) : std::move(all.claims);
     std::erase_if(claims, [shown](const PortClaim &claim) { return (claim.source & shown) == 0; });
     if (all.failed != 0) {

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <exception>
 #include <optional>
 
 #include "base/system_files.h"
@@ -55,34 +54,15 @@ OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
 
 constexpr char kBuiltIn[] = "built-in";
 
-// A service as it is printed, apart from whether it is supported.
-struct ListedService {
-    std::string name;
-    std::string support_key;         // "" if there is none
-    std::vector<std::string> cells;  // those after SUPPORTED
-    Json json;
-};
-
-// `file` is null for a built-in service. Makes either the cells or the JSON.
-ListedService Listed(const TAVO_SERVICE_CONF_SECTION &section, const ServiceFileRecord *file,
-                     const char *support_key, bool json) {
-    ListedService listed = {section.szName, support_key, {}, nullptr};
-    if (!json) {
-        listed.cells = {section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
-                        file == nullptr ? kBuiltIn : FolderAndName(file->path),
-                        section.strTitle.szText};
-    } else if (file != nullptr) {
-        listed.json = ServiceJson(*file, section);
-    } else {
-        listed.json = {{"file", nullptr},
-                       {"real_path", nullptr},
-                       {"location", kBuiltIn},
-                       {"version", nullptr},
-                       {"support_key", TextOrNull(support_key)},
-                       {"run_key", nullptr}};
-        listed.json.Merge(SectionJson(section));
-    }
-    return listed;
+Json BuiltInJson(const TAVO_SERVICE_CONF_SECTION &section, const char *support_key) {
+    Json json = {{"file", nullptr},
+                 {"real_path", nullptr},
+                 {"location", kBuiltIn},
+                 {"version", nullptr},
+                 {"support_key", TextOrNull(support_key)},
+                 {"run_key", nullptr}};
+    json.Merge(SectionJson(section));
+    return json;
 }
 
 bool IsWanted(const std::string &name, const std::vector<std::string> &wanted) {
@@ -100,49 +80,6 @@ void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string
     }
 }
 
-// Reads all services. Of those in files it keeps only what is printed, because an appliance has
-// thousands.
-class ServiceReading {
-  public:
-    ServiceReading(const std::vector<std::string> &wanted, bool json)
-        : wanted_(wanted), json_(json) {
-        const FileVisitor visitor = {[](void *self, const ServiceFileRecord &file) {
-                                         static_cast<ServiceReading *>(self)->Visit(file);
-                                     },
-                                     this};
-        DeclaredServices declared = ReadDeclaredServices(&visitor);
-        if (failure_) {
-            std::rethrow_exception(failure_);
-        }
-        built_in = std::move(declared.built_in);
-        report = std::move(declared.report);
-    }
-
-    OwnedServices built_in;
-    ReadingReport report;
-    std::vector<ListedService> of_files;  // those that are wanted
-    std::vector<std::string> file_names;  // the names of all services of files
-
-  private:
-    // The library is compiled without exceptions, so none may pass through it.
-    void Visit(const ServiceFileRecord &file) {
-        try {
-            for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(file.conf->pSections)) {
-                file_names.emplace_back(section->szName);
-                if (IsWanted(section->szName, wanted_)) {
-                    of_files.push_back(Listed(*section, &file, file.conf->szSupportKey, json_));
-                }
-            }
-        } catch (...) {
-            failure_ = std::current_exception();
-        }
-    }
-
-    const std::vector<std::string> &wanted_;
-    bool json_;
-    std::exception_ptr failure_;
-};
-
 // The support key of a built-in service; "" if there is none.
 const char *SupportKeyOf(const TAVO_FW_SERVICE &service) {
     const auto *row = rgServices;
@@ -153,12 +90,14 @@ const char *SupportKeyOf(const TAVO_FW_SERVICE &service) {
 }
 
 // The names of all services, including those left out.
-std::vector<std::string> NamesOf(const ServiceReading &read) {
+std::vector<std::string> NamesOf(const DeclaredServices &read) {
     std::vector<std::string> names;
     for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
         names.emplace_back(service->szName);
     }
-    names.insert(names.end(), read.file_names.begin(), read.file_names.end());
+    ForEachService(read.report, [&names](const auto &, const auto &service) {
+        names.emplace_back(service.szName);
+    });
     for (const LeftOut &omission : read.report.Omissions()) {
         if (omission.row != nullptr) {
             names.emplace_back(omission.row->szName);
@@ -176,60 +115,66 @@ void TellNotFound(const std::vector<std::string> &wanted, const std::vector<std:
         if (Holds(names, name)) {
             continue;
         }
-        const auto similar =
-            std::find_if(names.begin(), names.end(), [&name](const std::string &known) {
-                return strcasecmp(known.c_str(), name.c_str()) == 0;
-            });
+        const auto similar = std::ranges::find_if(names, [&name](const std::string &known) {
+            return strcasecmp(known.c_str(), name.c_str()) == 0;
+        });
         report.TellError("", "not-found", "no firewall service is named " + Quoted(name),
                          similar == names.end() ? "" : "write " + *similar, Status::kNo);
     }
 }
 
-void Print(ListedService service, std::optional<bool> supported, Table &table, Report &report) {
-    if (report.PrintsJson()) {
-        Json json = {{"name", service.name}, {"supported", supported}};
-        json.Merge(service.json);
-        report.AddResult(json);
-        return;
-    }
-    service.cells.insert(service.cells.begin(),
-                         {service.name, supported ? (*supported ? "yes" : "no") : ""});
-    table.Row(service.cells);
+// Adds a service to the table and the JSON. `file` is null for a built-in service; `supported` is
+// empty if unknown.
+void AddService(const TAVO_SERVICE_CONF_SECTION &section, const ServiceFileRecord *file,
+                const char *support_key, std::optional<bool> supported, Table &table,
+                Report &report) {
+    table.Row({section.szName, supported ? (*supported ? "yes" : "no") : "",
+               section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
+               file == nullptr ? kBuiltIn : FolderAndName(file->path), section.strTitle.szText});
+    report.AddResult([&] {
+        Json json = {{"name", section.szName}, {"supported", supported}};
+        json.Merge(file == nullptr ? BuiltInJson(section, support_key)
+                                   : ServiceJson(*file, section));
+        return json;
+    });
 }
 
 // If the factory settings cannot be read, the library lists services with a support key as not
 // supported. Here that is unknown.
 void Services(const Arguments &arguments, Report &report) {
     const std::vector<std::string> &wanted = arguments.Operands();
-    const bool json = report.PrintsJson();
-    auto [read, omissions] = ReadAndExplain([&] { return ServiceReading(wanted, json); }, wanted);
+    auto [read, omissions] = ReadAndExplain([] { return ReadDeclaredServices(); }, wanted);
     TellBuiltInLeftOut(read.report, wanted, report);
     TellOmissions(std::move(omissions), report);
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
     const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
     bool support_known = true;
-    const auto print = [&](const char *support_key, bool is_supported, auto make) {
-        std::optional<bool> supported = is_supported;
-        if (!problem.empty() && *support_key != '\0') {
-            supported.reset();
-            support_known = false;
-        }
+    // Calls add(supported) if the service is listed.
+    const auto list = [&](const char *key, bool is_supported, auto add) {
+        const bool known = problem.empty() || *key == '\0';
+        support_known = support_known && known;
+        const auto supported = known ? std::optional(is_supported) : std::nullopt;
         if (!arguments.Has("--supported") || supported.value_or(false)) {
-            Print(make(), supported, table, report);
+            add(supported);
         }
     };
     for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
         if (IsWanted(service->szName, wanted)) {
             const char *key = SupportKeyOf(*service);
-            print(key, service->blSupported != 0,
-                  [&] { return Listed(*SectionOf(*service, report), nullptr, key, json); });
+            list(key, service->blSupported != 0, [&](std::optional<bool> supported) {
+                AddService(*SectionOf(*service, report), nullptr, key, supported, table, report);
+            });
         }
     }
     const HeldFile held(kFactorySettingsFile);
-    for (ListedService &service : read.of_files) {
-        const char *key = service.support_key.c_str();
-        print(key, IsFileSupported(key), [&service] { return std::move(service); });
-    }
+    ForEachService(read.report, [&](const auto &file, const auto &section) {
+        if (IsWanted(section.szName, wanted)) {
+            const char *key = file.conf->szSupportKey;
+            list(key, IsFileSupported(key), [&](std::optional<bool> supported) {
+                AddService(section, &file, key, supported, table, report);
+            });
+        }
+    });
     if (!support_known) {
         report.TellError(kFactorySettingsFile, "unreadable",
                          "it is unknown what this model supports: " + problem);

@@ -83,21 +83,6 @@ void ShowFile(const std::string &path, Report &report) {
     report.Print(FieldsText(fields));
 }
 
-// Shows the services of that name in a file.
-void ShowServices(const ServiceFileRecord &file, const std::string &name, Fields &fields,
-                  Report &report) {
-    for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(file.conf->pSections)) {
-        if (name == service->szName) {
-            if (!fields.empty()) {
-                fields.emplace_back();
-            }
-            AddFile(file, fields);
-            AddService(*service, fields);
-            report.AddResult([&] { return ServiceJson(file, *service); });
-        }
-    }
-}
-
 // The path of a file of that name in a service folder, otherwise the name of a service that differs
 // in case only; empty if there is neither.
 std::string MeantBy(const std::string &name, const ReadingReport &read) {
@@ -111,11 +96,8 @@ std::string MeantBy(const std::string &name, const ReadingReport &read) {
         if (std::filesystem::path(file.path).filename() == name) {
             return file.path;
         }
-        const auto *services = file.conf != nullptr ? file.conf->pSections : nullptr;
-        for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(services)) {
-            note(service->szName);
-        }
     }
+    ForEachService(read, [&note](const auto &, const auto &service) { note(service.szName); });
     for (const std::string &left_out : NamesLeftOut(read.Omissions())) {
         note(left_out);
     }
@@ -140,11 +122,16 @@ void ShowName(const std::string &name, Report &report) {
         ReadAndExplain([] { return ReadServiceFolders(kEveryServiceFolder); }, {name});
     TellOmissions(std::move(omissions), report);
     Fields fields;
-    for (const ServiceFileRecord &file : read.report.Files()) {
-        if (file.conf != nullptr) {
-            ShowServices(file, name, fields, report);
+    ForEachService(read.report, [&](const auto &file, const auto &service) {
+        if (name == service.szName) {
+            if (!fields.empty()) {
+                fields.emplace_back();
+            }
+            AddFile(file, fields);
+            AddService(service, fields);
+            report.AddResult([&] { return ServiceJson(file, service); });
         }
-    }
+    });
     report.Print(FieldsText(fields));
     if (!fields.empty() || Holds(NamesLeftOut(read.report.Omissions()), name)) {
         return;

@@ -32,15 +32,17 @@ bool ReadOnePort(const std::string &text, PortQuery &query, Report &report) {
                         report);
 }
 
-// Parses all arguments before any source is read. Removes duplicate ports.
+// Parses all arguments before any source is read. `all` gets the ports of all targets.
 bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> &targets,
-                 Report &report) {
+                 PortQuery &all, Report &report) {
     std::set<PortTarget> known;
     for (const std::string &text : texts) {
         PortQuery query;
         if (!ReadOnePort(text, query, report)) {
             return false;
         }
+        all.items.push_back(query.items[0]);
+        all.protocols |= query.protocols;
         for (const std::uint32_t protocol : kProtocols) {
             const PortTarget target = {query.items[0].first, protocol};
             if ((query.protocols & protocol) != 0 && known.insert(target).second) {
@@ -49,15 +51,6 @@ bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> 
         }
     }
     return true;
-}
-
-PortQuery QueryFor(const std::vector<PortTarget> &targets) {
-    PortQuery query;
-    for (const PortTarget &target : targets) {
-        query.items.push_back({target.port, target.port});
-        query.protocols |= target.protocol;
-    }
-    return query;
 }
 
 void RaiseStatus(PortVerdict verdict, Report &report) {
@@ -142,13 +135,14 @@ Json AccountJson(const PortAccount &account, const std::string &sentence) {
 
 void Why(const Arguments &arguments, Report &report) {
     std::vector<PortTarget> targets;
-    if (!ReadTargets(arguments.Operands(), targets, report)) {
+    PortQuery query;
+    if (!ReadTargets(arguments.Operands(), targets, query, report)) {
         return;
     }
     const bool as_root = geteuid() == 0;
     Table table({"PORT", "PROTO", "SOURCE", "NAME", "PID", "USER", "STATE", "WHERE"});
     std::string sentences;
-    const PortClaims claims = ReadPortClaims(QueryFor(targets), kEverySource, report);
+    const PortClaims claims = ReadPortClaims(query, kEverySource, report);
     for (const PortAccount &account : AccountsOf(targets, claims, report)) {
         const std::string sentence = PortSentence(account, as_root);
         RaiseStatus(account.Verdict(), report);

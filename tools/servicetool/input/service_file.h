@@ -90,6 +90,17 @@ std::vector<const Record *> InFileOrder(const Record *list) {
     return records;
 }
 
+// Calls look(file, service) for each service of the files, in file order.
+template <typename Look>
+void ForEachService(const ReadingReport &read, Look look) {
+    for (const ServiceFileRecord &file : read.Files()) {
+        const auto *services = file.conf == nullptr ? nullptr : file.conf->pSections;
+        for (const TAVO_SERVICE_CONF_SECTION *service : InFileOrder(services)) {
+            look(file, *service);
+        }
+    }
+}
+
 // A port list in the notation of the file, such as "80,6000:6010/tcp,udp"; "" for none.
 std::string PortsText(const TAVO_SERVICE_CONF_PORT *list);
 

@@ -287,10 +287,12 @@ void Findings::Add(const LintRule &rule, const ConfigLine &line, std::string_vie
     if (!listed) {
         return;
     }
-    const std::size_t column = line.ColumnOf(spot);
-    result_.diagnostics.push_back({file_, line.number, column, rule.severity,
-                                   std::string(rule.name), std::move(message), std::move(fix),
-                                   AroundSpot(line.text, column - 1)});
+    result_.diagnostics.push_back(AtSpot(line, spot,
+                                         {.file = file_,
+                                          .severity = rule.severity,
+                                          .rule = std::string(rule.name),
+                                          .message = std::move(message),
+                                          .fix = std::move(fix)}));
 }
 
 void Findings::Close() {

@@ -112,6 +112,13 @@ SourceLine AroundSpot(std::string_view line, std::size_t spot) {
             end != line.size()};
 }
 
+Diagnostic AtSpot(const ConfigLine &line, std::string_view spot, Diagnostic diagnostic) {
+    diagnostic.line = line.number;
+    diagnostic.column = line.ColumnOf(spot);
+    diagnostic.source = AroundSpot(line.text, diagnostic.column - 1);
+    return diagnostic;
+}
+
 std::string DiagnosticText(const Diagnostic &diagnostic, bool colour, std::size_t columns) {
     const bool error = diagnostic.severity == Severity::kError;
     std::string text = Place(diagnostic) +

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "config_lines.h"
 #include "output/json.h"
 
 namespace tavo::tool {
@@ -44,6 +45,9 @@ struct Diagnostic {
     std::string fix = {};      // empty: no suggestion
     SourceLine source = {};    // only used if `line` is set
 };
+
+// The diagnostic at `spot`, the part of the line to mark.
+Diagnostic AtSpot(const ConfigLine &line, std::string_view spot, Diagnostic diagnostic);
 
 // Returns "FILE:LINE:COLUMN: error: MESSAGE [RULE]", the line with a caret below the spot, and the
 // fix. The line is cut around the spot to fit into `columns` columns of a terminal.

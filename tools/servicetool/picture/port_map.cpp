@@ -20,17 +20,6 @@ constexpr std::size_t kLabelColumns = 6;
 constexpr std::uint8_t kCollides = 0x80;
 static_assert((kEverySource & kCollides) == 0 && kEverySource < kCollides);
 
-struct LookColour {
-    std::string_view look;
-    std::string_view code;
-    std::string_view legend;
-};
-
-constexpr LookColour kLookColours[] = {
-    {"forward", "\x1b[35m", "forward"}, {"service", "\x1b[34m", "service"},
-    {"setting", "\x1b[36m", "setting"}, {"socket", "\x1b[32m", "socket"},
-    {"several", "\x1b[33m", "several"}, {"conflict", "\x1b[1;31m", "in conflict"},
-};
 constexpr std::string_view kPlain = "\x1b[0m";
 
 char SignOf(const CellMarks &marks) {
@@ -45,10 +34,8 @@ char SignOf(const CellMarks &marks) {
 
 // Returns "" for cells without colour.
 std::string_view ColourOf(const CellMarks &marks) {
-    const auto colour =
-        std::find_if(std::begin(kLookColours), std::end(kLookColours),
-                     [look = LookOf(marks)](const LookColour &one) { return one.look == look; });
-    return colour == std::end(kLookColours) ? "" : colour->code;
+    const auto *look = std::ranges::find(kCellLooks, LookOf(marks), &CellLook::name);
+    return look == std::end(kCellLooks) ? "" : look->colour;
 }
 
 // Builds a text, with colour codes only where the colour changes.
@@ -178,8 +165,8 @@ std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour) {
                                  columns, false);
     if (colour) {
         std::vector<ColouredText> items;
-        for (const LookColour &one : kLookColours) {
-            items.push_back({one.legend, one.code});
+        for (const CellLook &look : kCellLooks) {
+            items.push_back({look.legend, look.colour});
         }
         legend += Flowing("Coloured by source:", items, columns, true);
     }

@@ -42,6 +42,23 @@ struct CellMarks {
 // "free", the name of a source, "several" for more than one, or "conflict".
 std::string_view LookOf(const CellMarks &marks);
 
+// How cells that are not free are drawn, in the order of the legends.
+struct CellLook {
+    std::string_view name;    // as LookOf returns it
+    std::string_view colour;  // escape sequence of a terminal
+    std::string_view legend;
+    std::string_view svg_legend;
+};
+
+inline constexpr CellLook kCellLooks[] = {
+    {"forward", "\x1b[35m", "forward", "declared by a rule"},
+    {"service", "\x1b[34m", "service", "declared by a service"},
+    {"setting", "\x1b[36m", "setting", "declared by a setting"},
+    {"socket", "\x1b[32m", "socket", "held: a dot"},
+    {"several", "\x1b[33m", "several", "several of these"},
+    {"conflict", "\x1b[1;31m", "in conflict", "in conflict: a border"},
+};
+
 // The ports of one protocol.
 class PortMap {
   public:

@@ -29,18 +29,6 @@ constexpr std::size_t kLabelEvery = 4;  // rows
 // The most lines in a tooltip.
 constexpr std::size_t kMostLines = 100;
 
-struct LegendItem {
-    std::string_view look;  // a class of the style below
-    std::string_view text;
-    bool held;
-};
-
-constexpr LegendItem kLegend[] = {
-    {"forward", "declared by a rule", false},    {"service", "declared by a service", false},
-    {"setting", "declared by a setting", false}, {"socket", "held: a dot", true},
-    {"several", "several of these", false},      {"conflict", "in conflict: a border", false},
-};
-
 constexpr std::string_view kStyle = R"(<style>
 svg { --paper: #fff; --ink: #1f2328; --free: #eaeef2; --forward: #8250df; --service: #0969da;
   --setting: #1b7c83; --socket: #1a7f37; --several: #bf8700; --conflict: #cf222e;
@@ -189,12 +177,13 @@ std::string MapOf(const std::vector<PortClaim> &claims, const PortClaims &all,
 }
 
 std::string LegendOf(std::size_t y) {
-    constexpr std::size_t kItem = (kWidth - 2 * kMargin) / std::size(kLegend);
+    constexpr std::size_t kItem = (kWidth - 2 * kMargin) / std::size(kCellLooks);
     std::string svg;
     std::size_t x = kMargin;
-    for (const LegendItem &item : kLegend) {
-        svg += Rectangle(item.look, x, y, kCell, kCell) + "/>\n" +
-               (item.held ? Dots(x, y, kCell) : "") + Words(x + 2 * kCell, y + kCell, item.text);
+    for (const CellLook &look : kCellLooks) {
+        const bool held = look.name == SourceName(TAVO_PORT_CHECK_RUNTIME);
+        svg += Rectangle(look.name, x, y, kCell, kCell) + "/>\n" + (held ? Dots(x, y, kCell) : "") +
+               Words(x + 2 * kCell, y + kCell, look.svg_legend);
         x += kItem;
     }
     return svg + Words(kMargin, y + 2 * kLine,

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -111,7 +112,7 @@ std::string WhyUnread(const HeldSockets &sockets) {
 constexpr std::string_view kServiceFileSuffix = ".sc";
 
 // Contains a folder for each package, named after it.
-constexpr std::string_view kPackagesFolder = "/usr/local/packages/";
+constexpr char kPackagesFolder[] = "/usr/local/packages/";
 
 // Names of daemons often are the name of the service with a "d" appended.
 void AddNames(const std::string &name, std::vector<std::string> &names) {
@@ -135,13 +136,9 @@ std::vector<std::string> NamesOf(const HoldingProcess &process) {
 
 // The package of a service, which is the name of its service file without folder and suffix; "" if
 // the service is not declared by a service file.
-std::string_view PackageOf(const PortDeclarer &service) {
-    std::string_view name = OrEmpty(service.file);
-    if (!name.ends_with(kServiceFileSuffix)) {
-        return {};
-    }
-    name.remove_suffix(kServiceFileSuffix.size());
-    return name.substr(name.rfind('/') + 1);
+std::string PackageOf(const PortDeclarer &service) {
+    const std::filesystem::path file(OrEmpty(service.file));
+    return file.extension() == kServiceFileSuffix ? file.stem().string() : "";
 }
 
 // Whether the library can be called with the name. The library makes it a part of a path, which
@@ -151,11 +148,11 @@ bool IsPlain(const std::string &name) {
 }
 
 // Only service files of packages are named after the package.
-bool LiesInPackageOf(const PortDeclarer &service, std::string_view package,
-                     std::string_view program) {
+bool LiesInPackageOf(const PortDeclarer &service, const std::string &package,
+                     const std::string &program) {
     return !package.empty() &&
-           OrEmpty(service.file).starts_with(std::string(kPackageServiceDirectory) + '/') &&
-           program.starts_with(std::string(kPackagesFolder) + std::string(package) + '/');
+           OrEmpty(service.file).starts_with(kPackageServiceDirectory + std::string("/")) &&
+           program.starts_with(kPackagesFolder + package + '/');
 }
 
 }  // namespace
@@ -212,34 +209,30 @@ std::string ReadHeldPorts(PortClaims &all) {
 std::optional<bool> ProgramsOfServices::Owns(const PortDeclarer &service,
                                              const HoldingProcess &process) {
     const std::string name(OrEmpty(service.name));
-    const std::string_view package = PackageOf(service);
+    const std::string package = PackageOf(service);
     const std::vector<std::string> names = NamesOf(process);
     const auto has_section = [&](const std::string &program) {
         return SectionsFor(program).contains(name);
     };
     if ((!package.empty() && Holds(names, package)) ||
-        (!name.empty() &&
-         (Holds(names, name) || std::any_of(names.begin(), names.end(), has_section))) ||
+        (!name.empty() && (Holds(names, name) || std::ranges::any_of(names, has_section))) ||
         LiesInPackageOf(service, package, process.program)) {
         return true;
     }
     return process.program.empty() ? std::nullopt : std::optional(false);
 }
 
-ProgramsOfServices::Owner ProgramsOfServices::OwnerAmong(const ClaimList &declared,
-                                                         const HoldingProcess *process) {
-    if (process == nullptr) {
-        return {.known = false};
-    }
-    Owner owner;
+void ProgramsOfServices::EnterOwner(const ClaimList &declared, PortClaim &socket) {
+    bool all_known = socket.process != nullptr;
     for (const PortClaim *claim : declared) {
-        const std::optional<bool> owns = Owns(*claim->declarer, *process);
+        const auto owns = Owns(*claim->declarer, socket.Process());
         if (owns.value_or(false)) {
-            return {claim->declarer, true};
+            socket.declarer = claim->declarer;
+            return;
         }
-        owner.known = owner.known && owns;
+        all_known = all_known && owns;
     }
-    return owner;
+    socket.is_stranger = all_known;
 }
 
 const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::string &name) {

@@ -9,10 +9,8 @@
 #include "ports/port_claims.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <set>
-#include <span>
 #include <tuple>
 
 #include "base/system_files.h"
@@ -22,10 +20,6 @@ namespace tavo::tool {
 namespace {
 
 // ---- The order of claims ----
-
-bool ComesBefore(const PortClaim &a, const PortClaim &b) {
-    return std::tie(a.range, a.protocol, a.source) < std::tie(b.range, b.protocol, b.source);
-}
 
 std::uint32_t PidOf(const PortClaim &claim) {
     return claim.process == nullptr ? 0 : claim.process->pid;
@@ -42,12 +36,11 @@ std::strong_ordering CompareOrigins(const PortClaim &a, const PortClaim &b) {
 
 template <typename Element, typename Comparison>
 void SortWithoutDuplicates(std::vector<Element> &elements, Comparison compare) {
-    std::sort(elements.begin(), elements.end(),
-              [compare](const Element &a, const Element &b) { return compare(a, b) < 0; });
-    const auto end =
-        std::unique(elements.begin(), elements.end(),
-                    [compare](const Element &a, const Element &b) { return compare(a, b) == 0; });
-    elements.erase(end, elements.end());
+    std::ranges::sort(elements,
+                      [compare](const Element &a, const Element &b) { return compare(a, b) < 0; });
+    const auto rest = std::ranges::unique(
+        elements, [compare](const Element &a, const Element &b) { return compare(a, b) == 0; });
+    elements.erase(rest.begin(), rest.end());
 }
 
 // ---- Reading ----
@@ -63,38 +56,26 @@ void AddDeclared(const PortRange &range, std::uint32_t protocols, int source,
 }
 
 bool IsAskedFor(std::uint32_t port, const PortQuery &query) {
-    return std::any_of(query.items.begin(), query.items.end(), [port](const PortRange &range) {
+    return std::ranges::any_of(query.items, [port](const PortRange &range) {
         return range.first <= port && port <= range.last;
     });
 }
 
 // Whether the key is also a setting of the engine, which then reports it.
 bool IsServiceSetting(std::string_view key) {
-    return std::any_of(std::begin(kServiceSettings), std::end(kServiceSettings),
-                       [key](const ServiceSetting &setting) { return key == setting.key; });
+    return std::ranges::count(kServiceSettings, key, &ServiceSetting::key) != 0;
 }
 
-// The declarers of kSystemPorts, by row.
-constexpr auto SystemDeclarers() {
-    std::array<PortDeclarer, std::size(kSystemPorts)> declarers;
-    for (std::size_t i = 0; i < declarers.size(); ++i) {
-        const SystemPort &row = kSystemPorts[i];
-        declarers[i].name = row.service;
-        declarers[i].file = row.key == nullptr ? nullptr : kSettingsFile;
-        declarers[i].entry = row.key;
-    }
-    return declarers;
-}
-constexpr auto kSystemDeclarers = SystemDeclarers();
-
-void AddSystemPort(std::size_t number, const PortQuery &query, PortSources &sources,
+void AddSystemPort(const SystemPort &row, const PortQuery &query, PortSources &sources,
                    PortClaims &all) {
-    const SystemPort &row = kSystemPorts[number];
     if (row.key != nullptr && IsServiceSetting(row.key)) {
         return;
     }
     const int source = row.key == nullptr ? TAVO_PORT_CHECK_FW_SERVICE : TAVO_PORT_CHECK_SYS_KEY;
-    const PortDeclarer &declarer = kSystemDeclarers[number];
+    const PortDeclarer &declarer =
+        all.system.emplace_back(PortDeclarer{.name = row.service,
+                                             .file = row.key == nullptr ? nullptr : kSettingsFile,
+                                             .entry = row.key});
     const SystemDeclaration read = ReadSystemPort(TAVO_HERE, row);
     if (!read.reading.IsGood()) {
         all.failed |= source;
@@ -117,8 +98,8 @@ void ReadDeclaredPorts(const PortQuery &query, int flags, Report &report, PortCl
                         taken.declarer, all.claims);
         }
     }
-    for (std::size_t i = 0; i < std::size(kSystemPorts); ++i) {
-        AddSystemPort(i, query, sources, all);
+    for (const SystemPort &row : kSystemPorts) {
+        AddSystemPort(row, query, sources, all);
     }
 }
 
@@ -156,51 +137,25 @@ PortRanges DeclaredTwice(const ClaimList &declared) {
     return twice;
 }
 
-// The listeners on a port that belong to no service that declares it.
-struct Listeners {
-    bool strange = false;  // there is one
-    bool unknown = false;  // there may be one: a listener cannot be identified
-};
-
-// Also enters the service that each socket belongs to as the declarer of its claim.
-Listeners LookAtListeners(std::span<PortClaim> sockets, const ClaimList &declared,
-                          ProgramsOfServices &programs) {
-    Listeners listeners;
-    for (PortClaim &socket : sockets) {
-        const auto owner = programs.OwnerAmong(declared, socket.process);
-        socket.declarer = owner.service;
-        if (owner.service == nullptr && socket.Listens()) {
-            (owner.known ? listeners.strange : listeners.unknown) = true;
-        }
-    }
-    return listeners;
-}
-
+// Finds the ports of a protocol in conflict, and the services that the sockets on declared ports
+// belong to.
 void CompareFor(std::uint32_t protocol, ProgramsOfServices &programs, PortClaims &all) {
     const ClaimList declared = ClaimsFor(protocol, kServiceSources, all.claims);
     PortRanges collide = DeclaredTwice(declared);
     PortRanges unclear;
     ClaimsInReach in_reach(declared);
-    for (auto socket = all.claims.begin(); socket != all.claims.end();) {
-        const PortRange here = socket->range;
-        const auto is_here = [&](const PortClaim &claim) {
-            return claim.IsHeld() && claim.protocol == protocol && claim.range == here;
-        };
-        const auto end = std::find_if_not(socket, all.claims.end(), is_here);
-        if (end == socket) {
-            ++socket;
+    for (PortClaim &claim : all.claims) {
+        if (claim.protocol != protocol || !claim.IsHeld()) {
             continue;
         }
-        const ClaimList &declared_here = in_reach.At(here);
-        if (!declared_here.empty()) {
-            const Listeners listeners = LookAtListeners({socket, end}, declared_here, programs);
-            if (listeners.strange) {
-                collide.push_back(here);
-            } else if (listeners.unknown) {
-                unclear.push_back(here);
-            }
+        const ClaimList &declared_here = in_reach.At(claim.range);
+        if (declared_here.empty()) {
+            continue;
         }
-        socket = end;
+        programs.EnterOwner(declared_here, claim);
+        if (claim.Listens() && claim.declarer == nullptr) {
+            (claim.is_stranger ? collide : unclear).push_back(claim.range);
+        }
     }
     all.collide[protocol] = Merged(std::move(collide));
     all.unclear[protocol] = Merged(std::move(unclear));
@@ -234,8 +189,7 @@ void AddClaims(const std::vector<PortClaim> &claims, std::vector<PortAccount> &a
                 return CompareOrigins(*a, *b);
             });
         }
-        std::stable_partition(account.held.begin(), account.held.end(),
-                              [](const PortClaim *socket) { return socket->Listens(); });
+        std::ranges::stable_partition(account.held, &PortClaim::Listens);
     }
 }
 
@@ -257,9 +211,7 @@ void AddBound(std::vector<PortAccount> &accounts, Report &report) {
     const auto answers = PortSources(TAVO_PORT_CHECK_RUNTIME, report).Ask(requests);
     for (std::size_t i = 0; i < answers.size(); ++i) {
         const auto &conflicts = answers[i].conflicts;
-        if (std::any_of(conflicts.begin(), conflicts.end(), [](const PortConflict &conflict) {
-                return conflict.source == TAVO_PORT_CHECK_RUNTIME;
-            })) {
+        if (std::ranges::count(conflicts, TAVO_PORT_CHECK_RUNTIME, &PortConflict::source) != 0) {
             asked[i]->held.push_back(&kBoundSocket);
         } else {
             asked[i]->failed |= answers[i].failed;
@@ -269,25 +221,21 @@ void AddBound(std::vector<PortAccount> &accounts, Report &report) {
 
 void FindHolders(PortAccount &account) {
     const bool listened_to = account.IsListenedTo();
+    bool all_known = !account.HasUnknownHolder();
     std::set<const HoldingProcess *> known;
     for (const PortClaim *socket : account.held) {
-        if (socket->process != nullptr && (socket->Listens() || !listened_to) &&
-            known.insert(socket->process).second) {
-            account.holders.push_back(socket->process);
+        if (socket->process == nullptr || (listened_to && !socket->Listens()) ||
+            !known.insert(socket->process).second) {
+            continue;
         }
-    }
-}
-
-void FindStrangers(PortAccount &account, ProgramsOfServices &programs) {
-    bool all_known = !account.HasUnknownHolder();
-    for (const HoldingProcess *process : account.holders) {
-        const auto owner = programs.OwnerAmong(account.declared, process);
-        all_known = all_known && owner.known;
-        if (owner.service == nullptr && owner.known) {
-            account.strangers.push_back(process);
+        account.holders.push_back(socket->process);
+        if (socket->is_stranger) {
+            account.strangers.push_back(socket->process);
         }
+        all_known = all_known && (socket->is_stranger || socket->declarer != nullptr);
     }
-    if (all_known || !account.strangers.empty()) {
+    if (!account.declared.empty() && !account.holders.empty() &&
+        (all_known || !account.strangers.empty())) {
         account.same_service = account.strangers.empty();
     }
 }
@@ -322,6 +270,10 @@ PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report) {
         const auto order = std::tie(a.range, a.protocol) <=> std::tie(b.range, b.protocol);
         return order != 0 ? order : CompareOrigins(a, b);
     });
+    ProgramsOfServices programs;
+    for (const std::uint32_t protocol : kProtocols) {
+        CompareFor(protocol, programs, all);
+    }
     return all;
 }
 
@@ -346,13 +298,6 @@ const ClaimList &ClaimsInReach::At(const PortRange &ports) {
 
 // ---- Conflicts ----
 
-void CompareClaims(PortClaims &all) {
-    ProgramsOfServices programs;
-    for (const std::uint32_t protocol : kProtocols) {
-        CompareFor(protocol, programs, all);
-    }
-}
-
 bool Collides(const PortClaim &claim, const PortClaims &all) {
     return !Overlap(all.collide.at(claim.protocol), claim.range).empty();
 }
@@ -365,7 +310,9 @@ std::vector<PortClaim> CollidingClaims(const PortClaims &all) {
             claims.back().range = range;
         }
     }
-    std::stable_sort(claims.begin(), claims.end(), ComesBefore);
+    std::ranges::stable_sort(claims, {}, [](const PortClaim &claim) {
+        return std::tuple(claim.range, claim.protocol, claim.source);
+    });
     return claims;
 }
 
@@ -379,12 +326,11 @@ PortVerdict PortAccount::Verdict() const {
 }
 
 bool PortAccount::HasUnknownHolder() const {
-    return std::any_of(held.begin(), held.end(),
-                       [](const PortClaim *socket) { return socket->process == nullptr; });
+    return std::ranges::count(held, nullptr, &PortClaim::process) != 0;
 }
 
 bool PortAccount::IsListenedTo() const {
-    return std::any_of(held.begin(), held.end(), [](const PortClaim *socket) {
+    return std::ranges::any_of(held, [](const PortClaim *socket) {
         return socket->process != nullptr && socket->Listens();
     });
 }
@@ -400,12 +346,8 @@ std::vector<PortAccount> AccountsOf(const std::vector<PortTarget> &targets, cons
     if ((all.failed & TAVO_PORT_CHECK_RUNTIME) == 0) {
         AddBound(accounts, report);
     }
-    ProgramsOfServices programs;
     for (PortAccount &account : accounts) {
         FindHolders(account);
-        if (!account.declared.empty() && !account.holders.empty()) {
-            FindStrangers(account, programs);
-        }
     }
     return accounts;
 }

@@ -37,12 +37,14 @@ struct PortClaim {
     std::uint32_t protocol;  // TAVO_PROTO_TCP or TAVO_PROTO_UDP
     int source;              // one of TAVO_PORT_CHECK_*
 
-    // For a socket, the service that its program belongs to, if CompareClaims found one.
+    // For a socket, the service that declares its port and that its program belongs to; null if
+    // there is none or it is unknown.
     const PortDeclarer *declarer = nullptr;
 
     // For a socket.
     std::uint32_t state = kNoState;           // the kernel's number
     const HoldingProcess *process = nullptr;  // null if the holder is unknown
+    bool is_stranger = false;  // a service declares its port, but its program belongs to none
 
     bool IsHeld() const { return source == TAVO_PORT_CHECK_RUNTIME; }
 
@@ -72,17 +74,19 @@ struct PortClaims {
     std::vector<PortClaim> claims;  // by port, protocol and source, no duplicates
     int failed = 0;                 // sources that may have more claims
 
-    // By protocol; set by CompareClaims.
+    // By protocol.
     std::map<std::uint32_t, PortRanges> collide;  // ports in conflict
     std::map<std::uint32_t, PortRanges> unclear;  // ports with unknown listeners
 
     // Owners of what the claims point to.
     std::unique_ptr<PortConflicts> declared;
+    std::deque<PortDeclarer> system;  // of kSystemPorts
     std::deque<HoldingProcess> processes;
 };
 
 // Reads the claims of the sources: what is declared of the ports of `query`, and all sockets.
-// Reports failures but does not raise the status.
+// Finds the ports in conflict among them, and the services that the sockets belong to. Reports
+// failures but does not raise the status.
 PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report);
 
 // The claims of the sources for a protocol, in the same order.
@@ -124,13 +128,9 @@ class ProgramsOfServices {
     // Empty if unknown because the program of the process is unknown.
     std::optional<bool> Owns(const PortDeclarer &service, const HoldingProcess &process);
 
-    struct Owner {
-        const PortDeclarer *service = nullptr;  // null: the process belongs to no service
-        bool known = true;                      // false: unknown whether it belongs to one
-    };
-
-    // The first of the declarers that the process belongs to. Null is an unknown process.
-    Owner OwnerAmong(const ClaimList &declared, const HoldingProcess *process);
+    // Enters the first of the declarers of a socket's port that its process belongs to, or that the
+    // process is a stranger.
+    void EnterOwner(const ClaimList &declared, PortClaim &socket);
 
   private:
     using Sections = std::set<std::string>;
@@ -141,10 +141,6 @@ class ProgramsOfServices {
 };
 
 // ---- Conflicts ----
-
-// Finds the ports in conflict among the claims to all ports, and the services that the sockets on
-// declared ports belong to.
-void CompareClaims(PortClaims &all);
 
 // Whether any of the claim's ports is in conflict.
 bool Collides(const PortClaim &claim, const PortClaims &all);

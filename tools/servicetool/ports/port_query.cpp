@@ -77,9 +77,7 @@ PortRanges Merged(PortRanges ranges) {
 
 PortRanges Overlap(const PortRanges &set, const PortRange &range) {
     PortRanges overlap;
-    auto next =
-        std::lower_bound(set.begin(), set.end(), range.first,
-                         [](const PortRange &one, std::uint32_t port) { return one.last < port; });
+    auto next = std::ranges::lower_bound(set, range.first, {}, &PortRange::last);
     for (; next != set.end() && next->first <= range.last; ++next) {
         overlap.push_back({std::max(next->first, range.first), std::min(next->last, range.last)});
     }

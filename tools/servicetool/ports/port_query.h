@@ -12,13 +12,12 @@
 #include <vector>
 
 #include "config_lines.h"
+#include "model/port_text.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
 
 // ---- Ranges. A set of ports is a list of ascending ranges that neither overlap nor touch. ----
-
-inline constexpr std::uint32_t kHighestPort = 65535;
 
 struct PortRange {
     std::uint32_t first;

@@ -80,10 +80,9 @@ std::string OtherPlaceText(const PortClaim &claim, const PortClaim &first) {
 Texts DeclarerTexts(const ClaimList &claims) {
     std::vector<std::pair<const PortClaim *, Texts>> services;  // first claim, other places
     for (const PortClaim *claim : claims) {
-        const auto known =
-            std::find_if(services.begin(), services.end(), [claim](const auto &service) {
-                return ServiceName(*service.first->declarer) == ServiceName(*claim->declarer);
-            });
+        const auto known = std::ranges::find_if(services, [claim](const auto &service) {
+            return ServiceName(*service.first->declarer) == ServiceName(*claim->declarer);
+        });
         if (known == services.end()) {
             services.push_back({claim, {}});
         } else {

@@ -135,9 +135,8 @@ Json DeclarerJson(const PortDeclarer &declarer) {
 // ---- Answers ----
 
 std::string_view VerdictName(PortVerdict verdict) {
-    return verdict == PortVerdict::kFree    ? "free"
-           : verdict == PortVerdict::kTaken ? "taken"
-                                            : "unknown";
+    constexpr std::string_view kNames[] = {"free", "unknown", "taken"};
+    return kNames[static_cast<std::size_t>(verdict)];
 }
 
 PortVerdict PortAnswer::Verdict() const {
@@ -173,9 +172,7 @@ std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &request
 }
 
 PortAnswer PortSources::Ask(const PortQuery &query, const SkippedNames &skipped) {
-    std::vector<PortAnswer> answers = Ask({{query, skipped}});
-    PortAnswer answer = std::move(answers.front());
-    return answer;
+    return std::move(Ask({{query, skipped}}).front());
 }
 
 std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, PortConflicts &found) {
@@ -239,12 +236,6 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
     }
     if (rules && !any) {
         TellIgnoredLines(source);
-    }
-}
-
-void PortSources::TellIgnoredLines(int source) {
-    if (auto finding = FindIgnoredLines(source)) {
-        Tell(std::move(*finding));
     }
 }
 

@@ -79,7 +79,7 @@ struct PortRequest {
     SkippedNames skipped;
 };
 
-enum class PortVerdict { kFree, kTaken, kUnknown };
+enum class PortVerdict { kFree, kUnknown, kTaken };
 
 // "free", "taken" or "unknown".
 std::string_view VerdictName(PortVerdict verdict);
@@ -136,6 +136,9 @@ class PortSources {
 
   private:
     void AddFailures(int source, const PortConflicts &found, std::vector<int> &failed);
+
+    // Warns of the lines that the reader of the rules or the settings silently ignores. Defined in
+    // source_failure.cpp.
     void TellIgnoredLines(int source);
 
     int sources_;
@@ -156,27 +159,26 @@ PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
 struct SectionQuery {
     std::string section;
     PortQuery query;
-    bool names_protocols = false;  // false: both by default
-    std::size_t line = 0;          // number of the section's header line
+    bool names_protocols;  // false: both by default
+    std::size_t line;      // number of the section's header line
 };
 
-// The header line of a [global] without dst.ports; points into `text`.
-std::optional<ConfigLine> PortlessGlobalLine(std::string_view text);
+struct FileQueries {
+    std::vector<SectionQuery> sections;  // those with ports
 
-// The destination ports of each section that the library reads in a file with that text: [global]
-// first, because an install also requests its ports, the others in file order. Returns nullopt if
-// the library rejects the file. Throws std::runtime_error or std::bad_alloc if a system error
-// prevents reading a service.
-std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text);
+    // The header of a [global] without dst.ports; points into the text of the file.
+    std::optional<ConfigLine> portless_global;
+};
+
+// The destination ports of each section in the text of a file without errors: [global] first,
+// because an install also requests its ports, the others in file order. Throws std::runtime_error
+// or std::bad_alloc if a system error prevents reading the ports.
+FileQueries QueriesOf(std::string_view text);
 
 // ---- Failures, defined in source_failure.cpp ----
 
 // The failure as a diagnostic, with its position in the file if it has one.
 Diagnostic WhyUnknown(const SourceFailure &failure);
-
-// A warning of the lines that the reader of the rules or the settings, the TAVO_PORT_CHECK_*
-// `source`, silently ignores; nullopt if there are none.
-std::optional<Diagnostic> FindIgnoredLines(int source);
 
 // Why a built-in service is left out of the catalogue; `code` is the error code of its reading, 0
 // if its settings are absent or invalid.

@@ -10,39 +10,33 @@
 namespace tavo::tool {
 namespace {
 
-// A section in the text of the file: its header line, and its dst.ports, if any.
+// A section in the text of the file: its first header, and its dst.ports, if any.
 struct WrittenSection {
-    ConfigLine line;
+    ConfigLine header;
     std::optional<std::string_view> ports;
 };
 
-using WrittenSections = std::map<std::string_view, WrittenSection>;
-
-WrittenSections SectionsOf(std::string_view text) {
-    WrittenSections sections;
-    WrittenSection *section = nullptr;
+// [global] first, the others in file order.
+std::vector<WrittenSection> SectionsOf(std::string_view text) {
+    std::vector<WrittenSection> sections;
+    std::map<std::string_view, std::size_t> by_name;
+    std::size_t current = 0;
     ConfigLineReader reader(text);
     for (ConfigLine line; reader.Next(line);) {
         if (line.kind == ConfigLineKind::kSection) {
-            section = &sections.emplace(line.name, WrittenSection{line, {}}).first->second;
-        } else if (section != nullptr && line.kind == ConfigLineKind::kKeyValue &&
+            current = by_name.emplace(line.name, sections.size()).first->second;
+            if (current == sections.size()) {
+                sections.push_back({line, {}});
+            }
+        } else if (!sections.empty() && line.kind == ConfigLineKind::kKeyValue &&
                    line.name == kKeyDstPorts) {
-            section->ports = line.value;
+            sections[current].ports = line.value;
         }
     }
+    std::stable_partition(sections.begin(), sections.end(), [](const WrittenSection &section) {
+        return section.header.name == kGlobalSection;
+    });
     return sections;
-}
-
-SectionQuery SectionQueryOf(std::string_view name, const TAVO_SERVICE_CONF_PORT *ports,
-                            const WrittenSections &sections) {
-    SectionQuery query = {std::string(name), QueryOf(ports)};
-    const auto found = sections.find(name);
-    if (found != sections.end()) {
-        const std::string_view written = found->second.ports.value_or("");
-        query.names_protocols = written.find('/') != std::string_view::npos;
-        query.line = found->second.line.number;
-    }
-    return query;
 }
 
 // Ignores ports that cannot be read, as an install does.
@@ -70,29 +64,20 @@ PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports) {
     return query;
 }
 
-std::optional<ConfigLine> PortlessGlobalLine(std::string_view text) {
-    const WrittenSections sections = SectionsOf(text);
-    const auto global = sections.find(kGlobalSection);
-    return global != sections.end() && !global->second.ports
-               ? std::optional<ConfigLine>(global->second.line)
-               : std::nullopt;
-}
-
-std::optional<std::vector<SectionQuery>> QueriesOf(const std::string &text) {
-    const OwnedConf conf = ReadServices(text);
-    if (conf == nullptr) {
-        return {};
-    }
-    const WrittenSections sections = SectionsOf(text);
-    std::vector<SectionQuery> queries;
-    const auto global = sections.find(kGlobalSection);
-    if (global != sections.end() && global->second.ports) {
-        if (const OwnedPorts ports = ReadPorts(std::string(*global->second.ports))) {
-            queries.push_back(SectionQueryOf(kGlobalSection, ports.get(), sections));
+// Every section but [global] has ports, or else lint had found an error.
+FileQueries QueriesOf(std::string_view text) {
+    FileQueries queries;
+    for (const auto &[header, written] : SectionsOf(text)) {
+        if (!written) {
+            queries.portless_global = header;
+        } else if (const OwnedPorts ports = ReadPorts(std::string(*written))) {
+            // The library cuts long names.
+            queries.sections.push_back(
+                {.section = std::string(header.name.substr(0, TAVO_SERVICE_CONF_NAME_SIZE - 1)),
+                 .query = QueryOf(ports.get()),
+                 .names_protocols = written->find('/') != std::string_view::npos,
+                 .line = header.number});
         }
-    }
-    for (const TAVO_SERVICE_CONF_SECTION *section : InFileOrder(conf->pSections)) {
-        queries.push_back(SectionQueryOf(section->szName, section->pDstPorts, sections));
     }
     return queries;
 }

@@ -63,16 +63,6 @@ std::optional<ConfigLine> FindLine(std::string_view text, std::string_view secti
     return found;
 }
 
-// `spot` is the part of the line to mark.
-Diagnostic AtSpot(const char *file, const ConfigLine &line, std::string_view spot, Diagnostic why) {
-    const std::size_t column = line.ColumnOf(spot);
-    why.file = file;
-    why.line = line.number;
-    why.column = column;
-    why.source = AroundSpot(line.text, column - 1);
-    return why;
-}
-
 // ---- Rules ----
 
 Diagnostic WhyRuleIsBad(const SourceFailure &failure) {
@@ -86,8 +76,7 @@ Diagnostic WhyRuleIsBad(const SourceFailure &failure) {
                                      : "write PORT or START-END, with commas between");
     const FileContents contents = ReadRegularFile(why.file);
     const auto line = FindLine(contents.text, section, lacks_key ? "" : failure.key);
-    return line ? AtSpot(failure.declarer.file, *line, lacks_key ? line->name : line->value, why)
-                : why;
+    return line ? AtSpot(*line, lacks_key ? line->name : line->value, why) : why;
 }
 
 Diagnostic WhyRulesAreUnread(const SourceFailure &failure) {
@@ -117,17 +106,16 @@ constexpr PortSettings kPortSettings[] = {
 };
 
 Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
-    switch (failure.kind) {
-        case SourceFailure::Kind::kLeftOut:
-            return WhyLeftOut(failure.declarer.name, failure.code);
-        case SourceFailure::Kind::kBadPorts:
-            return Error(std::string(OrEmpty(failure.declarer.file)), "bad-service",
-                         "firewall service " + Shortened(failure.declarer.name) + " has " +
-                             Quoted(failure.text) + " for a port",
-                         "correct its settings");
-        default:
-            return Failed("", "the firewall services cannot be compared", failure);
+    if (failure.kind == SourceFailure::Kind::kLeftOut) {
+        return WhyLeftOut(failure.declarer.name, failure.code);
     }
+    if (failure.kind == SourceFailure::Kind::kBadPorts) {
+        return Error(std::string(OrEmpty(failure.declarer.file)), "bad-service",
+                     "firewall service " + Shortened(failure.declarer.name) + " has " +
+                         Quoted(failure.text) + " for a port",
+                     "correct its settings");
+    }
+    return Failed("", "the firewall services cannot be compared", failure);
 }
 
 // ---- Settings ----
@@ -142,8 +130,8 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
     uint32_t port = 0;
     if (line && !line->value.empty() && !ReadPortNumber(std::string(line->value).c_str(), port)) {
         return AtSpot(
-            kSettingsFile, *line, line->value,
-            Error("", "bad-setting",
+            *line, line->value,
+            Error(kSettingsFile, "bad-setting",
                   Quoted(line->value) + " is not a port number for " + std::string(line->name),
                   "name a port from 1 to 65535, or remove the key"));
     }
@@ -165,9 +153,7 @@ Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
 // A file that could not be read may be readable by now.
 Diagnostic WhyLeftOut(const std::string &service, unsigned int code) {
     const std::string what = "built-in service " + service + " is left out: ";
-    const auto *const settings =
-        std::find_if(std::begin(kPortSettings), std::end(kPortSettings),
-                     [&service](const PortSettings &of) { return of.service == service; });
+    const auto *const settings = std::ranges::find(kPortSettings, service, &PortSettings::service);
     if (settings != std::end(kPortSettings)) {
         for (const char *file : {settings->other_file, settings->file}) {
             const std::string problem = file != nullptr ? ReadRegularFile(file).problem : "";
@@ -200,17 +186,18 @@ Diagnostic WhyUnknown(const SourceFailure &failure) {
 
 // In the rules, keys before the first section are also ignored. An appliance without port
 // forwarding has no file of rules.
-std::optional<Diagnostic> FindIgnoredLines(int source) {
+void PortSources::TellIgnoredLines(int source) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
     const char *file = rules ? PathOf(StoreId::kForwardingRules) : kSettingsFile;
     if (file == nullptr) {
-        return {};
+        return;
     }
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
         errno == ENOENT) {
-        return Warning(Error(file, "unreadable", contents.problem + ", so there are no rules"));
+        Tell(Warning(Error(file, "unreadable", contents.problem + ", so there are no rules")));
+        return;
     }
     ConfigLine first;
     std::size_t count = 0;
@@ -224,13 +211,13 @@ std::optional<Diagnostic> FindIgnoredLines(int source) {
         }
     }
     if (count == 0) {
-        return {};
+        return;
     }
     const std::string message =
         (count == 1 ? "the line is not read: it is not a"
                     : Counted(count, "line") + " are not read: none is a") +
         std::string(rules ? " comment, section or key of a section" : " comment, section or key");
-    return Warning(AtSpot(file, first, first.text, Error("", "stray-line", message)));
+    Tell(Warning(AtSpot(first, first.text, Error(file, "stray-line", message))));
 }
 
 }  // namespace tavo::tool
