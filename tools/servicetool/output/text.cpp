@@ -99,7 +99,8 @@ Prefix PrefixOf(std::string_view escaped, std::size_t most) {
     while (prefix.size < escaped.size()) {
         const Character character = FirstCharacter(escaped.substr(prefix.size));
         const int width = wcwidth(static_cast<wchar_t>(character.code));
-        const std::size_t columns = prefix.columns + (width < 0 ? 1 : width);
+        const std::size_t columns =
+            prefix.columns + (width < 0 ? 1 : static_cast<std::size_t>(width));
         if (columns > most) {
             break;
         }

@@ -9,6 +9,7 @@
 #include "ports/port_claims.h"
 
 #include <algorithm>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <tuple>
@@ -38,9 +39,10 @@ template <typename Element, typename Comparison>
 void SortWithoutDuplicates(std::vector<Element> &elements, Comparison compare) {
     std::ranges::sort(elements,
                       [compare](const Element &a, const Element &b) { return compare(a, b) < 0; });
-    const auto rest = std::ranges::unique(
-        elements, [compare](const Element &a, const Element &b) { return compare(a, b) == 0; });
-    elements.erase(rest.begin(), rest.end());
+    elements.erase(
+        std::unique(elements.begin(), elements.end(),
+                    [compare](const Element &a, const Element &b) { return compare(a, b) == 0; }),
+        elements.end());
 }
 
 // ---- Reading ----
@@ -189,7 +191,8 @@ void AddClaims(const std::vector<PortClaim> &claims, std::vector<PortAccount> &a
                 return CompareOrigins(*a, *b);
             });
         }
-        std::ranges::stable_partition(account.held, &PortClaim::Listens);
+        std::stable_partition(account.held.begin(), account.held.end(),
+                              std::mem_fn(&PortClaim::Listens));
     }
 }
 
