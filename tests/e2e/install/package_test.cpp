@@ -81,11 +81,9 @@ class SystemPlatform : public InstalledTree {
   protected:
     // Builds the library with the platform libraries of the installation.
     SystemPlatform() {
-        const std::string include = "-DCMAKE_PROJECT_INCLUDE=" + std::string(TAVO_SOURCE_DIR) +
-                                    "/tests/e2e/install/precompile.cmake";
         Run({TAVO_CMAKE, "-S", TAVO_SOURCE_DIR, "-B", build_, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=", "-DTAVO_SYSTEM_PLATFORM=ON",
-             "-DCMAKE_PREFIX_PATH=" + Prefix(), include});
+             "-DCMAKE_PREFIX_PATH=" + Prefix()});
         Run({TAVO_CMAKE, "--build", build_, "--target", "tavoserviceconf"});
     }
 
