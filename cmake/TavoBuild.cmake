@@ -63,8 +63,12 @@ endif()
 # default model the data of a library that was loaded with dlopen is allocated when a thread first
 # uses it, and the dynamic linker ends the process if that fails. Keep the data small: all libraries
 # that are loaded later share a reserve of 512 bytes (glibc.rtld.optional_static_tls).
+#
+# Functions of other libraries are called without the procedure linkage table, which saves a jump in
+# each call: all are bound when the library is loaded (-z now), so the table has no other use.
 function(tavo_library_options TARGET)
-  target_compile_options(${TARGET} PRIVATE -fno-exceptions -fno-rtti -ftls-model=initial-exec)
+  target_compile_options(${TARGET} PRIVATE -fno-exceptions -fno-rtti -ftls-model=initial-exec
+                                           -fno-plt)
 endfunction()
 
 # tavo_quick_build()
