@@ -47,7 +47,7 @@ inline std::vector<SystemCall> CallsOnceLoaded(const std::vector<std::string> &p
 
 // In an instrumented program the sanitizer makes the calls for memory and ends the program if one
 // fails.
-#ifdef __SANITIZE_ADDRESS__
+#ifdef TAVO_SANITIZED
 constexpr bool kMemoryIsOurs = false;
 #else
 constexpr bool kMemoryIsOurs = true;
