@@ -116,10 +116,10 @@ bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeRep
                   Report &report) {
     const std::string &text = *change.Plan().after;
     const std::set<std::size_t> own = LinesOfSection(text, target.section).numbers;
-    LintResult lint = LintText(text, target.file.path);
-    for (Diagnostic &diagnostic : lint.diagnostics) {
+    const LintResult lint = LintText(text, target.file.path);
+    for (const Diagnostic &diagnostic : lint.diagnostics) {
         if (own.count(diagnostic.line) != 0) {
-            report.Tell(std::move(diagnostic));
+            report.Tell(diagnostic);
         }
     }
     if (std::any_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {

@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <utility>
 
 #include "commands/commands.h"
 #include "input/service_file.h"
@@ -10,7 +9,7 @@ namespace {
 void List(const Arguments &arguments, Report &report) {
     const int folders = FoldersOf(arguments);
     auto [read, omissions] = ReadAndExplain([folders] { return ReadServiceFolders(folders); });
-    TellOmissions(std::move(omissions), report);
+    TellOmissions(omissions, report);
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});
     ForEachService(read.report, [&](const auto &file, const auto &service) {
         table.Row({service.szName, std::filesystem::path(file.path).filename(), file.folder->name,

@@ -145,7 +145,7 @@ void Services(const Arguments &arguments, Report &report) {
     const std::vector<std::string> &wanted = arguments.Operands();
     auto [read, omissions] = ReadAndExplain([] { return ReadDeclaredServices(); }, wanted);
     TellBuiltInLeftOut(read.report, wanted, report);
-    TellOmissions(std::move(omissions), report);
+    TellOmissions(omissions, report);
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
     const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
     bool support_known = true;

@@ -65,8 +65,8 @@ void ShowFile(const std::string &path, Report &report) {
         return;
     }
     const OwnedConf conf = ReadServices(file.text);
-    for (Diagnostic &reason : WhyLeftOut(file)) {
-        report.Tell(std::move(reason));
+    for (const Diagnostic &reason : WhyLeftOut(file)) {
+        report.Tell(reason);
         report.Raise(Status::kFailed);
     }
     if (conf == nullptr) {
@@ -120,7 +120,7 @@ bool IsFileHere(const std::string &name) {
 void ShowName(const std::string &name, Report &report) {
     auto [read, omissions] =
         ReadAndExplain([] { return ReadServiceFolders(kEveryServiceFolder); }, {name});
-    TellOmissions(std::move(omissions), report);
+    TellOmissions(omissions, report);
     Fields fields;
     ForEachService(read.report, [&](const auto &file, const auto &service) {
         if (name == service.szName) {

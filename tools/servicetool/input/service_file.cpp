@@ -191,11 +191,11 @@ Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::str
     return omissions;
 }
 
-bool TellOmissions(Omissions omissions, Report &report, Status status) {
+bool TellOmissions(const Omissions &omissions, Report &report, Status status) {
     bool any_error = false;
-    for (Diagnostic &diagnostic : omissions.diagnostics) {
+    for (const Diagnostic &diagnostic : omissions.diagnostics) {
         any_error = any_error || diagnostic.severity == Severity::kError;
-        report.Tell(std::move(diagnostic));
+        report.Tell(diagnostic);
     }
     report.Raise(any_error ? status : Status::kOk);
     return any_error;

@@ -56,7 +56,7 @@ bool Report::Colour(int descriptor) const {
            std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
 }
 
-void Report::Tell(Diagnostic diagnostic) {
+void Report::Tell(const Diagnostic &diagnostic) {
     if (json_) {
         diagnostics_.push_back(DiagnosticJson(diagnostic).Text());
         return;

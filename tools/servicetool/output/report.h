@@ -89,7 +89,7 @@ class Report {
     bool Colour(int descriptor = STDOUT_FILENO) const;
 
     // Reports a diagnostic. Does not raise the exit status.
-    void Tell(Diagnostic diagnostic);
+    void Tell(const Diagnostic &diagnostic);
 
     // Reports an error about `file` as a whole, or about no file, and raises the status.
     void TellError(std::string file, std::string rule, std::string message, std::string fix = {},

@@ -239,9 +239,9 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
     }
 }
 
-void PortSources::Tell(Diagnostic diagnostic) {
+void PortSources::Tell(const Diagnostic &diagnostic) {
     if (reported_.insert(DiagnosticText(diagnostic, false, 0)).second) {
-        report_.Tell(std::move(diagnostic));
+        report_.Tell(diagnostic);
     }
 }
 

@@ -132,7 +132,7 @@ class PortSources {
     std::vector<int> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
 
     // Reports a diagnostic, once.
-    void Tell(Diagnostic diagnostic);
+    void Tell(const Diagnostic &diagnostic);
 
   private:
     void AddFailures(int source, const PortConflicts &found, std::vector<int> &failed);
