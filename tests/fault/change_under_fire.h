@@ -10,12 +10,12 @@
 #include <filesystem>
 #include <optional>
 #include <ostream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "lifecycle_test.h"
+#include "patterns.h"
 #include "system_calls.h"
 
 namespace tavo::test {
@@ -89,7 +89,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
     void Prepare(const Contents &before) {
         for (const std::string &folder : kStores) {
             for (const std::string &name : Entries(folder)) {
-                if (name != "services.d" && std::regex_search(folder + "/" + name, kLeftovers)) {
+                if (name != "services.d" && HasMatch(folder + "/" + name, kLeftovers)) {
                     std::filesystem::remove_all(folder + "/" + name);
                 }
             }
@@ -168,7 +168,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         for (const std::string &folder : kStores) {
             for (const std::string &name : folder == "/tmp" ? InTmp() : Entries(folder)) {
                 const std::string path = folder + "/" + name;
-                if (path != kGamePath && !std::regex_match(path, kPeace)) {
+                if (path != kGamePath && !IsMatch(path, kPeace)) {
                     paths.push_back(path);
                 }
             }
@@ -191,7 +191,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         }
         for (const std::string &path : Lying()) {
             EXPECT_THAT(lying, testing::Contains(path));
-            EXPECT_TRUE(std::regex_match(path, kLeftovers)) << path << " stays for good";
+            EXPECT_TRUE(IsMatch(path, kLeftovers)) << path << " stays for good";
         }
     }
 
@@ -217,15 +217,15 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
     static inline const std::vector<std::string> kStores = {
         "/tmp",          "/usr/local/etc/services.d", "/usr/local/etc/services.d/tmp",
         "/usr/tavo/etc", "/usr/tavo/etc/portforward", "/usr/local/etc"};
-    static inline const std::regex kPeace{
+    static constexpr char kPeace[] =
         "/usr/local/etc/services\\.d(/tmp|/chat\\.sc)?|/usr/tavo/etc/"
         "(services\\.d|firewall\\.d|portforward|"
-        "portforward/rule\\.conf|firewall_service_mapping_table)"};
-    static inline const std::regex kLeftovers{
+        "portforward/rule\\.conf|firewall_service_mapping_table)";
+    static constexpr char kLeftovers[] =
         "/tmp/servicetool\\.remove\\.game\\.sc\\.[0-9]+|"
         "/usr/local/etc/services\\.d/tmp/game\\.sc\\.[A-Za-z0-9]{6}|"
         "/usr/(local/etc/services\\.d|tavo/etc/(firewall\\.d|portforward/rule\\.conf))"
-        "\\.tmp\\.[0-9]+"};
+        "\\.tmp\\.[0-9]+";
 
     Contents after_;
 };

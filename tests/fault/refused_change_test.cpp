@@ -4,13 +4,13 @@
 #include <sys/mount.h>
 
 #include <iterator>
-#include <regex>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "change_under_fire.h"
+#include "patterns.h"
 #include "require_appliance.h"
 
 namespace tavo::test {
@@ -63,13 +63,12 @@ bool CanBeRefused(const SystemCall &call) {
 
 // Removes repeated calls that only read: each is made to fail once.
 std::vector<SystemCall> Refusable(const std::vector<SystemCall> &calls) {
-    static const std::regex kNumbers("0x[0-9a-f]+|[0-9]+");
+    constexpr char kNumbers[] = "0x[0-9a-f]+|[0-9]+";
     std::set<std::string> seen;
     std::vector<SystemCall> refusable;
     for (const SystemCall &call : calls) {
-        if (CanBeRefused(call) &&
-            (CanChangeAFile(call) ||
-             seen.insert(std::regex_replace(call.line, kNumbers, "N")).second)) {
+        if (CanBeRefused(call) && (CanChangeAFile(call) ||
+                                   seen.insert(ReplaceMatches(call.line, kNumbers, "N")).second)) {
             refusable.push_back(call);
         }
     }

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "catalogue_test.h"
+#include "patterns.h"
 #include "system_calls.h"
 
 namespace tavo::test {
@@ -153,8 +153,7 @@ class RefusedRuntimeCheck : public RefusedCheck {
 
     // Whether the call reads the descriptors of a process.
     static bool LooksAtAProcess(const SystemCall &call) {
-        static const std::regex kFolder("/proc/[0-9]+/fd[\">]");
-        return std::regex_search(call.line, kFolder);
+        return HasMatch(call.line, "/proc/[0-9]+/fd[\">]");
     }
 };
 

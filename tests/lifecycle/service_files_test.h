@@ -5,12 +5,12 @@
 
 #include <unistd.h>
 
-#include <regex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "lifecycle_test.h"
+#include "patterns.h"
 #include "stand_ins.h"
 
 namespace tavo::test {
@@ -28,9 +28,8 @@ constexpr char kTelnetGame[] = "[game]\ntitle=Game\ndesc=Games\ndst.ports=23/tcp
 
 // Masks the six random characters in the names of temporary copies.
 inline Lines Plain(Lines lines) {
-    static const std::regex kRandom(R"((\.sc\.)[A-Za-z0-9]{6}\b)");
     for (std::string &line : lines) {
-        line = std::regex_replace(line, kRandom, "$1XXXXXX");
+        line = ReplaceMatches(line, R"((\.sc\.)[A-Za-z0-9]{6}\b)", "$1XXXXXX");
     }
     return lines;
 }

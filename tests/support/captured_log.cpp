@@ -4,7 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
-#include <regex>
+
+#include "patterns.h"
 
 namespace {
 
@@ -90,17 +91,17 @@ std::vector<CapturedLog::Line> CapturedLog::Lines() const {
 }
 
 std::vector<std::string> CapturedLog::Messages() const {
-    static const std::regex prefix("^[a-z0-9_]+\\.(cpp|h):[1-9][0-9]* ");
-    static const std::regex state("(\\[0x[0-9A-F]{4,} [a-z0-9_]*(\\.cpp)?:)[0-9]+\\]$");
+    constexpr char kPrefix[] = "^[a-z0-9_]+\\.(cpp|h):[1-9][0-9]* ";
+    constexpr char kState[] = "(\\[0x[0-9A-F]{4,} [a-z0-9_]*(\\.cpp)?:)[0-9]+\\]$";
     std::vector<std::string> messages;
     for (const Line &line : Lines()) {
-        std::smatch match;
         if (line.priority != kLogError) {
             messages.push_back("not LOG_ERR: " + line.text);
-        } else if (!std::regex_search(line.text, match, prefix)) {
+        } else if (!HasMatch(line.text, kPrefix)) {
             messages.push_back("no SOURCE:LINE prefix: " + line.text);
         } else {
-            messages.push_back(std::regex_replace(match.suffix().str(), state, "$1N]"));
+            messages.push_back(
+                ReplaceMatches(ReplaceMatches(line.text, kPrefix, ""), kState, "$1N]"));
         }
     }
     return messages;

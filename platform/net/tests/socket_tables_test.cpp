@@ -9,11 +9,11 @@
 #include <iostream>
 #include <iterator>
 #include <random>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "patterns.h"
 #include "temporary_folder.h"
 
 namespace tavo {
@@ -216,16 +216,16 @@ TEST_F(SocketTablesTest, LeaveNoDescriptorOpen) {
 
 // A simple way to parse a table.
 std::vector<int> NaivelyRead(const std::string &table) {
-    static const std::regex line(
-        "[ \t]*[^ \t]*:[ \t]+(?:[0-9A-Fa-f]{8}|[0-9A-Fa-f]{32}):([0-9A-Fa-f]{4})[ \t]+"
-        "(?:[0-9A-Fa-f]{8}|[0-9A-Fa-f]{32}):[0-9A-Fa-f]{4}[ \t]+([0-9A-Fa-f]{2})(?:[ \t].*)?");
+    constexpr char kLine[] =
+        "^[ \t]*[^ \t]*:[ \t]+(?:[0-9A-Fa-f]{8}|[0-9A-Fa-f]{32}):([0-9A-Fa-f]{4})[ \t]+"
+        "(?:[0-9A-Fa-f]{8}|[0-9A-Fa-f]{32}):[0-9A-Fa-f]{4}[ \t]+([0-9A-Fa-f]{2})(?:[ \t].*)?$";
     std::set<int> ports;
     for (std::size_t at = 0; at < table.size();) {
         const std::size_t end = std::min(table.find('\n', at), table.size());
         const std::string text = table.substr(at, end - at);
-        std::smatch match;
-        if (std::regex_match(text, match, line) && match[2] != "06") {
-            ports.insert(std::stoi(match[1], nullptr, 16));
+        const auto match = test::FirstMatch(text, kLine);
+        if (match && (*match)[2] != "06") {
+            ports.insert(std::stoi((*match)[1], nullptr, 16));
         }
         at = end + 1;
     }

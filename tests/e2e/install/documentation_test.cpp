@@ -1,11 +1,11 @@
 // Checks that the documentation describes only what exists.
 #include <filesystem>
-#include <regex>
 #include <string>
 
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 #include "lint/lint_rules.h"
+#include "patterns.h"
 #include "temporary_folder.h"
 
 namespace tavo::test {
@@ -25,14 +25,13 @@ TEST(Documentation, LinksLeadSomewhere) {
     for (const auto &entry : fs::directory_iterator(kSource / "docs")) {
         pages.push_back(fs::path("docs") / entry.path().filename());
     }
-    const std::regex link(R"(\]\(([^)#:]+)(#[^)]*)?\))");
     int links = 0;
     for (const fs::path &page : pages) {
         const std::string text = ReadFile(kSource / page);
-        for (std::sregex_iterator it(text.begin(), text.end(), link), end; it != end;
-             ++it, ++links) {
-            EXPECT_TRUE(fs::exists(kSource / page.parent_path() / (*it)[1].str()))
-                << page << ": " << (*it)[1];
+        for (const Groups &link : AllMatches(text, R"(\]\(([^)#:]+)(#[^)]*)?\))")) {
+            EXPECT_TRUE(fs::exists(kSource / page.parent_path() / link[1]))
+                << page << ": " << link[1];
+            ++links;
         }
     }
     EXPECT_GT(links, 5);
@@ -60,12 +59,11 @@ TEST(Documentation, ArchitecturePageNamesEveryFolderOfTheSources) {
 TEST(Documentation, ManualNamesEveryFunctionOfTheHeader) {
     const std::string header = ReadFile(kSource / "include/tavoserviceconf.h");
     const std::string page = ReadFile(kSource / "man/tavoserviceconf.3");
-    const std::regex declaration(R"(\nTAVO_API [a-zA-Z0-9_ *\n]*?(\w+)(\(|\[))");
+    constexpr char kDeclaration[] = R"(\nTAVO_API [a-zA-Z0-9_ *\n]*?(\w+)(\(|\[))";
     int names = 0;
-    for (std::sregex_iterator it(header.begin(), header.end(), declaration), end; it != end;
-         ++it, ++names) {
-        const std::string name = (*it)[1];
-        EXPECT_TRUE(std::regex_search(page, std::regex("\\b" + name + "\\b"))) << name;
+    for (const Groups &declared : AllMatches(header, kDeclaration)) {
+        EXPECT_TRUE(HasMatch(page, "\\b" + declared[1] + "\\b")) << declared[1];
+        ++names;
     }
     EXPECT_GT(names, 20);
 }

@@ -1,12 +1,12 @@
 // The contents of an installation, and how its programs and libraries were linked.
 #include <filesystem>
-#include <regex>
 #include <string>
 #include <vector>
 
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
 #include "installed_tree.h"
+#include "patterns.h"
 
 namespace tavo::test {
 namespace {
@@ -106,15 +106,12 @@ TEST_F(InstalledLayout, LibrariesCarryTheirSoname) {
 }
 
 TEST_F(InstalledLayout, LibrariesNeedNothingButEachOtherAndTheRuntime) {
-    const std::regex needed(R"(\(NEEDED\).*\[(.*)\])");
-    const std::regex runtime(R"(lib(c|m|stdc\+\+)\.so\.6|libgcc_s\.so\.1|ld-linux.*)");
+    constexpr char kRuntime[] = R"(lib(c|m|stdc\+\+)\.so\.6|libgcc_s\.so\.1|ld-linux.*)";
     for (const std::string &library : Libraries()) {
         const std::string dynamic = ReadElf("--dynamic", "lib/" + library);
-        for (std::sregex_iterator it(dynamic.begin(), dynamic.end(), needed), end; it != end;
-             ++it) {
-            const std::string name = (*it)[1];
-            EXPECT_TRUE(std::regex_match(name, runtime) || MayNeed(library, name))
-                << library << " " << name;
+        for (const Groups &needed : AllMatches(dynamic, R"(\(NEEDED\).*\[(.*)\])")) {
+            EXPECT_TRUE(IsMatch(needed[1], kRuntime) || MayNeed(library, needed[1]))
+                << library << " " << needed[1];
         }
     }
 }

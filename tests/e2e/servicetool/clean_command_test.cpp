@@ -5,11 +5,11 @@
 #include <chrono>
 #include <functional>
 #include <optional>
-#include <regex>
 #include <thread>
 #include <utility>
 
 #include "change_world.h"
+#include "patterns.h"
 
 namespace tavo::test {
 namespace {
@@ -423,8 +423,7 @@ TEST_F(CleanCommand, PrintsJson) {
                           kStore + R"( lacks"}])"));
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
     for (const std::string &key : document["results"][0].Keys()) {
-        EXPECT_TRUE(std::regex_search(page, std::regex("\n\\.It Cm ([a-z_ ,]* )?" + key + "\\b")))
-            << key;
+        EXPECT_TRUE(HasMatch(page, "\n\\.It Cm ([a-z_ ,]* )?" + key + "\\b")) << key;
     }
 }
 

@@ -3,12 +3,12 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
-#include <regex>
 #include <set>
 #include <string>
 
 #include "commands/commands.h"
 #include "lint/lint_rules.h"
+#include "patterns.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
 
@@ -25,11 +25,9 @@ using testing::IsSupersetOf;
 const std::string kSource = SERVICETOOL_SOURCE;
 
 std::set<std::string> Matches(const std::string &text, const char *pattern) {
-    const std::regex expression(pattern);
     std::set<std::string> found;
-    for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end;
-         ++match) {
-        found.insert((*match)[1]);
+    for (const Groups &match : AllMatches(text, pattern)) {
+        found.insert(match[1]);
     }
     return found;
 }
@@ -154,8 +152,7 @@ TEST(Completion, KnowsWhatTheRecordsSay) {
         const std::string script = ReadFile(SERVICETOOL_COMPLETION "/" + name);
         EXPECT_EQ(Matches(script, "[^a-z]--([a-z][a-z-]*)"), OptionsOfTheRecords()) << name;
         for (const std::string &word : WordsOfTheRecords()) {
-            EXPECT_TRUE(std::regex_search(script, std::regex("[^a-z-]" + word + "[^a-z-]")))
-                << name << ": " << word;
+            EXPECT_TRUE(HasMatch(script, "[^a-z-]" + word + "[^a-z-]")) << name << ": " << word;
         }
     }
 }

@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <regex>
 #include <thread>
 
 #include "change_world.h"
+#include "patterns.h"
 
 namespace tavo::test {
 namespace {
@@ -402,8 +402,7 @@ TEST_F(InstallCommand, HasEveryKeyOfItsResultInTheManual) {
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
     const Json result = Result({"install", "--json", "--dry-run", "notes.sc"});
     for (const std::string &key : result.Keys()) {
-        EXPECT_TRUE(std::regex_search(page, std::regex("\n\\.It Cm ([a-z_ ,]* )?" + key + "\\b")))
-            << key;
+        EXPECT_TRUE(HasMatch(page, "\n\\.It Cm ([a-z_ ,]* )?" + key + "\\b")) << key;
     }
 }
 

@@ -4,10 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "patterns.h"
 
 namespace tavo::test {
 
@@ -36,7 +37,7 @@ std::string FirstRow(const std::vector<PortClaim> &claims, const PortRanges &col
 }
 
 std::string WithoutColour(const std::string &text) {
-    return std::regex_replace(text, std::regex("\x1b\\[[0-9;]*m"), "");
+    return ReplaceMatches(text, "\x1b\\[[0-9;]*m", "");
 }
 
 TEST(PortMap, CoversEveryPortOnceAtEveryWidth) {

@@ -3,10 +3,12 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <regex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "patterns.h"
 #include "port_world.h"
 #include "servicetool_run.h"
 
@@ -31,28 +33,27 @@ class XmlReader {
 
   private:
     void Read() {
-        static const std::regex kText(
-            "(?:[^<>&\x01-\x08\x0B\x0C\x0E-\x1F]|"
-            "&(?:amp|lt|gt|quot);)*");
-        static const std::regex kTag(R"re(<(/?)([a-z]+)((?: [a-zA-Z-]+="[^<&"]*")*)(/?)>)re");
-        auto at = text_.cbegin();
-        std::smatch match;
-        while (at != text_.cend() && problem_.empty()) {
-            constexpr auto kHere = std::regex_constants::match_continuous;
-            std::regex_search(at, text_.cend(), match, kText, kHere);
+        constexpr char kText[] =
+            "^(?:[^<>&\x01-\x08\x0B\x0C\x0E-\x1F]|"
+            "&(?:amp|lt|gt|quot);)*";
+        constexpr char kTag[] = R"re(^<(/?)([a-z]+)((?: [a-zA-Z-]+="[^<&"]*")*)(/?)>)re";
+        std::string_view rest = text_;
+        while (!rest.empty() && problem_.empty()) {
+            const std::string text = FirstMatch(rest, kText).value()[0];
             if (!open_.empty() && open_.back() == "title") {
-                titles_.push_back(match.str());
+                titles_.push_back(text);
             }
-            at = match.suffix().first;
-            if (at == text_.cend()) {
+            rest.remove_prefix(text.size());
+            if (rest.empty()) {
                 break;
             }
-            if (!std::regex_search(at, text_.cend(), match, kTag, kHere)) {
-                problem_ = "no tag: " + std::string(at, text_.cend()).substr(0, 60);
+            const std::optional<Groups> tag = FirstMatch(rest, kTag);
+            if (!tag) {
+                problem_ = "no tag: " + std::string(rest.substr(0, 60));
                 return;
             }
-            at = match.suffix().first;
-            Take(match[1].length() != 0, match[2], match[4].length() != 0);
+            rest.remove_prefix((*tag)[0].size());
+            Take(!(*tag)[1].empty(), (*tag)[2], !(*tag)[4].empty());
         }
         problem_ += open_.empty() && roots_ == 1 ? "" : " not one whole element";
     }

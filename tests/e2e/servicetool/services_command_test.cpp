@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <regex>
 #include <set>
 
 #include "json_value.h"
+#include "patterns.h"
 #include "service_folders.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
@@ -387,8 +387,7 @@ TEST_F(ServiceFolders, ManualExplainsTheKeysOfTheJsonAboutPorts) {
                           {"supported", "declared_by", "sections", "verdict", "conflict"}));
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
     for (const std::string &key : keys) {
-        EXPECT_TRUE(std::regex_search(
-            page, std::regex("\n\\.(It )?Cm ([a-z_]+ , )*([a-z_]+, )*" + key + "( |,|\n)")))
+        EXPECT_TRUE(HasMatch(page, "\n\\.(It )?Cm ([a-z_]+ , )*([a-z_]+, )*" + key + "( |,|\n)"))
             << key;
     }
 }

@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <regex>
 
 #include "json_value.h"
+#include "patterns.h"
 #include "service_folders.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
@@ -211,10 +211,9 @@ TEST(HelpInTheAppliance, NamesServicesThatAreThere) {
     for (const std::vector<std::string> &help :
          {std::vector<std::string>{"--help"}, {"show", "--help"}}) {
         const std::string text = ServiceTool(help).out;
-        const std::regex example("servicetool show (?:--json )?([a-z_]+) ?");
-        for (std::sregex_iterator match(text.begin(), text.end(), example), end; match != end;
-             ++match, ++shown) {
-            EXPECT_EQ(ServiceTool({"show", (*match)[1]}).status, 0) << (*match)[1];
+        for (const Groups &example : AllMatches(text, "servicetool show (?:--json )?([a-z_]+) ?")) {
+            EXPECT_EQ(ServiceTool({"show", example[1]}).status, 0) << example[1];
+            ++shown;
         }
     }
     EXPECT_EQ(shown, 2U);

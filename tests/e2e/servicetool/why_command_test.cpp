@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,6 +15,7 @@
 #include "held_socket.h"
 #include "holding_program.h"
 #include "json_value.h"
+#include "patterns.h"
 #include "port_world.h"
 #include "servicetool_run.h"
 
@@ -70,7 +70,7 @@ class WhyCommand : public ServiceFolders {
 ProgramResult Why(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "why");
     ProgramResult result = ServiceTool(arguments);
-    result.out = std::regex_replace(result.out, std::regex("  +"), "|");
+    result.out = ReplaceMatches(result.out, "  +", "|");
     return result;
 }
 
@@ -717,11 +717,8 @@ TEST_F(WhyCommand, HasAManualThatExplainsEveryKeyOfJson) {
     const HeldBy held = TcpHeldBy(Program("a"), 23);
     const std::string page = ReadFile(SERVICETOOL_SOURCE "/man/servicetool.1");
     const std::string result = WhyJson("23/tcp").Dump();
-    const std::regex key("\"([a-z_]+)\":");
-    for (std::sregex_iterator match(result.begin(), result.end(), key), end; match != end;
-         ++match) {
-        EXPECT_TRUE(std::regex_search(page, std::regex("\n\\.It Cm [^\n]*\\b" + (*match)[1].str())))
-            << (*match)[1];
+    for (const Groups &key : AllMatches(result, "\"([a-z_]+)\":")) {
+        EXPECT_TRUE(HasMatch(page, "\n\\.It Cm [^\n]*\\b" + key[1])) << key[1];
     }
 }
 
