@@ -285,6 +285,9 @@ TEST_F(CleanCommand, LeavesWhatIsNotItsOwn) {
     MakeFile(kPackage + "tmp/notes.sc");
     MakeFolder(kStore + ".tmp.x" + pid);
     MakeFile(kStore + ".tmp." + pid + ".more");
+    MakeFolder(kStore + ".unrestored." + pid);
+    MakeFolder(kStore + ".unrestored." + pid + ".01");
+    MakeFile(kPackage + "tmp/.Ab12Cd");
     MakeFile(kFirewall + ".tmp." + pid);
     ExpectRun(ServiceTool({"clean"}), 0, kNothing);
     EXPECT_EQ(Left(), made_);

@@ -9,13 +9,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <ctime>
 #include <filesystem>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <stdexcept>
 #include <system_error>
@@ -81,44 +81,36 @@ bool IsOurs(const std::string &path, mode_t mode) {
 
 // ---- Names
 
-// The names of the temporary files of one kind in a folder.
-struct NameForm {
-    LeftoverKind kind;
-    mode_t mode;  // for IsOurs
-    std::string head;
-    const char *middle;  // a regular expression; its groups are service file and process id, if any
-    std::string tail = {};
-    std::string original = {};  // if the name does not contain that of a service file
-};
-
-// The text as a positive number.
-std::optional<pid_t> ProcessIdOf(std::string_view text) {
-    pid_t pid = 0;
-    const auto [end, error] = std::from_chars(text.begin(), text.end(), pid);
-    const bool valid = error == std::errc() && end == text.end() && pid > 0;
-    return valid ? std::optional(pid) : std::nullopt;
+// What follows the head of a name; "" if the name does not start with it.
+std::string_view After(std::string_view head, std::string_view name) {
+    return name.starts_with(head) ? name.substr(head.size()) : std::string_view();
 }
 
-// Returns nullopt if the name does not have the form.
-std::optional<Leftover> NamedLeftover(const std::string &folder, const std::string &name,
-                                      const NameForm &form) {
-    const std::size_t fixed = form.head.size() + form.tail.size();
-    if (name.size() < fixed || !name.starts_with(form.head) || !name.ends_with(form.tail)) {
+// The parts of the text before and after its last dot. Both are "" if there is no dot or nothing
+// before it.
+std::pair<std::string, std::string_view> SplitAtLastDot(std::string_view text) {
+    const std::size_t dot = text.rfind('.');
+    if (dot == text.npos || dot == 0) {
         return {};
     }
-    const std::string middle = name.substr(form.head.size(), name.size() - fixed);
-    std::smatch groups;
-    if (!std::regex_match(middle, groups, std::regex(form.middle))) {
-        return {};
-    }
-    Leftover found = {form.kind, folder + '/' + name, form.original + groups.str(1)};
-    if (groups.size() > 2) {
-        found.pid = ProcessIdOf(groups.str(2));
-        if (!found.pid) {
-            return {};
-        }
-    }
-    return found;
+    return {std::string(text.substr(0, dot)), text.substr(dot + 1)};
+}
+
+// Whether the text is a positive number without leading zeros.
+bool IsNumber(std::string_view text) {
+    return !text.empty() && text[0] != '0' && text.find_first_not_of("0123456789") == text.npos;
+}
+
+std::optional<pid_t> ProcessIdOf(std::string_view text) {
+    pid_t pid = 0;
+    const bool fits = std::from_chars(text.begin(), text.end(), pid).ec == std::errc();
+    return fits && IsNumber(text) ? std::optional(pid) : std::nullopt;
+}
+
+// Whether mkstemp(3) or mkdtemp(3) can have generated the text.
+bool IsRandom(std::string_view text) {
+    return text.size() == 6 && std::all_of(text.begin(), text.end(),
+                                           [](unsigned char c) { return std::isalnum(c) != 0; });
 }
 
 // ---- Processes
@@ -327,54 +319,71 @@ bool IsLeftover(Leftover &found) {
     return false;
 }
 
-// Adds the files in a folder whose names have one of the forms.
-void Look(const std::string &folder, const std::vector<NameForm> &forms, Leftovers &found) {
-    const auto names = NamesIn(folder);
+// The names in a folder, none if it does not exist. Notes a folder that cannot be read.
+std::vector<std::string> NamesToCheck(const std::string &folder, Leftovers &found) {
+    auto names = NamesIn(folder);
     if (!names && !IsAbsence(errno)) {
         found.unread.emplace_back(folder, ErrorText(errno));
     }
-    for (const std::string &name : names.value_or(std::vector<std::string>())) {
-        for (const NameForm &form : forms) {
-            std::optional<Leftover> leftover = NamedLeftover(folder, name, form);
-            if (leftover && IsOurs(leftover->path, form.mode)) {
-                found.all.push_back(std::move(*leftover));
-            }
-        }
+    return std::move(names).value_or(std::vector<std::string>());
+}
+
+// `mode` is the one that IsOurs expects.
+void AddIfOurs(Leftover leftover, mode_t mode, Leftovers &found) {
+    if (IsOurs(leftover.path, mode)) {
+        found.all.push_back(std::move(leftover));
     }
 }
 
 void LookInTmp(Leftovers &found) {
-    Look(kTemporaryFolder,
-         {{LeftoverKind::kPrivateFolder, kPrivateMode, kPrivateFolderHead, "()[0-9A-Za-z]{6}"},
-          {LeftoverKind::kUpdatedFile, S_IFREG, kUpdatedHead, "([^/]+)", kUpdatedTail},
-          {LeftoverKind::kRemovedFile, S_IFREG, kRemovedHead, "([^/]+)[.]([1-9][0-9]*)"}},
-         found);
+    for (const std::string &name : NamesToCheck(kTemporaryFolder, found)) {
+        const std::string path = kTemporaryFolder + ('/' + name);
+        const auto [updated, old] = SplitAtLastDot(After(kUpdatedHead, name));
+        const auto [removed, id] = SplitAtLastDot(After(kRemovedHead, name));
+        if (IsRandom(After(kPrivateFolderHead, name))) {
+            AddIfOurs({LeftoverKind::kPrivateFolder, path, ""}, kPrivateMode, found);
+        } else if (old == std::string_view(kUpdatedTail).substr(1)) {
+            AddIfOurs({LeftoverKind::kUpdatedFile, path, updated}, S_IFREG, found);
+        } else if (ProcessIdOf(id)) {
+            AddIfOurs({LeftoverKind::kRemovedFile, path, removed, ProcessIdOf(id)}, S_IFREG, found);
+        }
+    }
 }
 
 // The folders in which files are installed and written.
 void LookInStore(const std::string &folder, bool services, Leftovers &found) {
     const std::string staged = folder + '/' + kInstallFolder;
     if (services && IsOurs(staged, S_IFDIR)) {
-        Look(staged, {{LeftoverKind::kStagedFile, S_IFREG, "", "([^/]+)[.][0-9A-Za-z]{6}"}}, found);
+        for (const std::string &name : NamesToCheck(staged, found)) {
+            const auto [file, random] = SplitAtLastDot(name);
+            if (IsRandom(random)) {
+                AddIfOurs({LeftoverKind::kStagedFile, staged + '/' + name, file}, S_IFREG, found);
+            }
+        }
     }
-    const std::string writer = folder + '/' + kWriterFolder;
-    if (IsOurs(writer, S_IFDIR)) {
-        found.all.push_back({LeftoverKind::kWriterFolder, writer, ""});
+    AddIfOurs({LeftoverKind::kWriterFolder, folder + '/' + kWriterFolder, ""}, S_IFDIR, found);
+}
+
+// The process that made a copy of that name of a store, or nullopt if it is not such a name.
+std::optional<pid_t> MakerOfCopy(const std::string &store, const std::string &name) {
+    const auto [unrestored, number] = SplitAtLastDot(After(store + kUnrestoredTail, name));
+    if (IsNumber(number)) {
+        return ProcessIdOf(unrestored);
     }
+    const std::optional<pid_t> pid = ProcessIdOf(After(store + kSideCopyTail, name));
+    return pid ? pid : ProcessIdOf(After(store + kReplacedTail, name));
 }
 
 // If a store is a symbolic link, a copy may be next to the link or next to its target.
 void LookForCopies(StoreId store, const std::string &path, Leftovers &found) {
     const mode_t type = store == StoreId::kForwardingRules ? S_IFREG : S_IFDIR;
-    constexpr char kPid[] = "()([1-9][0-9]*)";
-    constexpr char kPidAndNumber[] = "()([1-9][0-9]*)[.][1-9][0-9]*";
     for (const fs::path &place : std::set<fs::path>{path, PlaceOf(path)}) {
-        const std::string name = place.filename().string();
-        Look(place.parent_path().string(),
-             {{LeftoverKind::kStore, type, name + kSideCopyTail, kPid, "", path},
-              {LeftoverKind::kStore, type, name + kReplacedTail, kPid, "", path},
-              {LeftoverKind::kStore, type, name + kUnrestoredTail, kPidAndNumber, "", path}},
-             found);
+        const std::string folder = place.parent_path().string();
+        for (const std::string &name : NamesToCheck(folder, found)) {
+            if (const auto pid = MakerOfCopy(place.filename().string(), name)) {
+                AddIfOurs({LeftoverKind::kStore, folder + '/' + name, path, pid}, type, found);
+            }
+        }
     }
 }
 
