@@ -43,6 +43,11 @@ std::size_t DisplayWidth(std::string_view escaped);
 // The longest prefix of an escaped text with at most `width` columns.
 std::string_view FirstColumns(std::string_view escaped, std::size_t width);
 
+// The part of a path after its last slash.
+inline std::string_view LastPart(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
 // `text` for a message; a long one is cut and ends with "...".
 std::string Shortened(std::string_view text);
 

@@ -32,10 +32,6 @@ constexpr std::string_view kDeleted = " (deleted)";
 
 constexpr std::string_view kUnitSuffix = ".service";
 
-std::string_view LastPart(std::string_view path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
 std::string_view WithoutSuffix(std::string_view text, std::string_view suffix) {
     return text.substr(0, text.size() - (text.ends_with(suffix) ? suffix.size() : 0));
 }
