@@ -172,7 +172,9 @@ std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &request
 }
 
 PortAnswer PortSources::Ask(const PortQuery &query, const SkippedNames &skipped) {
-    return std::move(Ask({{query, skipped}}).front());
+    std::vector<PortAnswer> answers = Ask({{query, skipped}});
+    PortAnswer answer = std::move(answers.front());
+    return answer;
 }
 
 std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, PortConflicts &found) {
