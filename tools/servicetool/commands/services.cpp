@@ -179,7 +179,9 @@ void Services(const Arguments &arguments, Report &report) {
         report.TellError(kFactorySettingsFile, "unreadable",
                          "it is unknown what this model supports: " + problem);
     }
-    TellNotFound(wanted, NamesOf(read), report);
+    if (!wanted.empty()) {
+        TellNotFound(wanted, NamesOf(read), report);
+    }
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }
 
