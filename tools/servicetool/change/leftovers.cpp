@@ -27,6 +27,7 @@
 #include "lifecycle/path_change.h"
 #include "lifecycle/side_copy.h"
 #include "lifecycle/temporary_copy.h"
+#include "ports/port_query.h"
 #include "support/writers_lock.h"
 
 namespace tavo::tool {
@@ -97,14 +98,14 @@ std::pair<std::string, std::string_view> SplitAtLastDot(std::string_view text) {
 }
 
 // Whether the text is a positive number without leading zeros.
-bool IsNumber(std::string_view text) {
-    return !text.empty() && text[0] != '0' && text.find_first_not_of("0123456789") == text.npos;
+bool IsOrdinal(std::string_view text) {
+    return IsNumber(text) && text[0] != '0';
 }
 
 std::optional<pid_t> ProcessIdOf(std::string_view text) {
     pid_t pid = 0;
     const bool fits = std::from_chars(text.begin(), text.end(), pid).ec == std::errc();
-    return fits && IsNumber(text) ? std::optional(pid) : std::nullopt;
+    return fits && IsOrdinal(text) ? std::optional(pid) : std::nullopt;
 }
 
 // Whether mkstemp(3) or mkdtemp(3) can have generated the text.
@@ -367,7 +368,7 @@ void LookInStore(const std::string &folder, bool services, Leftovers &found) {
 // The process that made a copy of that name of a store, or nullopt if it is not such a name.
 std::optional<pid_t> MakerOfCopy(const std::string &store, const std::string &name) {
     const auto [unrestored, number] = SplitAtLastDot(After(store + kUnrestoredTail, name));
-    if (IsNumber(number)) {
+    if (IsOrdinal(number)) {
         return ProcessIdOf(unrestored);
     }
     const std::optional<pid_t> pid = ProcessIdOf(After(store + kSideCopyTail, name));
