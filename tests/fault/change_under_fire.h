@@ -1,4 +1,4 @@
-// Changes of the service file game.sc by a program that strace can kill or make fail, and the
+// Changes of the service file game.sc by a program that can be killed or made to fail, and the
 // checks that the file and everything around it must pass afterwards.
 #ifndef TAVO_TESTS_FAULT_CHANGE_UNDER_FIRE_H
 #define TAVO_TESTS_FAULT_CHANGE_UNDER_FIRE_H
@@ -123,10 +123,19 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
         return std::filesystem::exists(kGamePath) ? Contents(ReadFile(kGamePath)) : Contents();
     }
 
-    // Makes the change, under strace if there are options.
-    static Outcome Make(const std::string &change, const std::vector<std::string> &strace = {}) {
-        const std::vector<std::string> program = {TAVO_FAULT_CHANGER, change};
-        const ProgramResult ran = strace.empty() ? RunProgram(program) : RunTraced(strace, program);
+    static std::vector<std::string> Program(const std::string &change) {
+        return {TAVO_FAULT_CHANGER, change};
+    }
+
+    static Outcome Make(const std::string &change) { return Result(RunProgram(Program(change))); }
+
+    // Makes the change with a fault at that call.
+    static Outcome Make(const std::string &change, const SystemCall &call,
+                        const std::string &fault) {
+        return Result(RunWithFault(Program(change), call, fault));
+    }
+
+    static Outcome Result(const ProgramResult &ran) {
         // Programs started by a killed program continue and become children of this process.
         while (waitpid(-1, nullptr, 0) > 0) {
         }
@@ -143,7 +152,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
     // Makes the change without a fault, to record its system calls and the resulting file.
     std::vector<SystemCall> Rehearse(const Scene &scene) {
         Prepare(scene.before);
-        const Outcome outcome = Make(scene.change, {"-e", "trace=all"});
+        const Outcome outcome = Result(RunTraced(Program(scene.change)));
         EXPECT_EQ(outcome.result, 0) << outcome.log;
         after_ = GameContents();
         EXPECT_NE(after_, scene.before);
@@ -156,7 +165,7 @@ class ChangeUnderFire : public LifecycleTest, public testing::WithParamInterface
     std::vector<SystemCall> RehearseRollback(const Contents &old) {
         std::filesystem::remove(kFirewallTool);
         Prepare(old);
-        const Outcome outcome = Make("remove-section", {"-e", "trace=all"});
+        const Outcome outcome = Result(RunTraced(Program("remove-section")));
         EXPECT_EQ(outcome.result, -1);
         EXPECT_EQ(GameContents(), old);
         return CallsBetweenMarks(outcome.trace);

@@ -37,7 +37,7 @@ inline std::vector<SystemCall> CallsOf(const std::string &trace) {
 
 // The system calls of a program after its last library was loaded.
 inline std::vector<SystemCall> CallsOnceLoaded(const std::vector<std::string> &program) {
-    std::vector<SystemCall> calls = CallsOf(RunTraced({"-e", "trace=all"}, program).err);
+    std::vector<SystemCall> calls = CallsOf(RunTraced(program).err);
     const auto last = std::find_if(calls.rbegin(), calls.rend(), [](const SystemCall &call) {
         return call.name == "openat" && call.line.find(".so") != std::string::npos;
     });
@@ -63,7 +63,7 @@ inline bool CanFail(const SystemCall &call, const std::string &error) {
            (!IsAboutMemory(call) || (!kInstrumented && error == "ENOMEM"));
 }
 
-// Runs the program, which starts no other one, with each call failing in turn and calls check(call,
+// Runs the program with each call failing in turn and calls check(call,
 // error, result). `calls` are those of a run without faults. Each call fails with each error; in an
 // instrumented program, which takes several times longer to start, with one of the errors in turn.
 // Returns the number of runs.
@@ -77,7 +77,7 @@ int ForEachFailingCall(const std::vector<std::string> &program,
         for (const std::string &error : LookingErrors()) {
             if (CanFail(call, error) && (!kInstrumented || error == in_turn)) {
                 SCOPED_TRACE(error + " at " + call.line);
-                check(call, error, RunTraced(QuickInjection(call, "error=" + error), program));
+                check(call, error, RunWithFault(program, call, error));
                 ++runs;
             }
         }

@@ -1,4 +1,4 @@
-// strace kills a writer at each of its system calls, and then makes each of them fail. In all cases
+// A writer is killed at each of its system calls, and then each of them fails. In all cases
 // the file must be completely the old one or the new one, the writer's result must say which, and
 // the next change in the folder must remove all leftovers.
 #include <gmock/gmock.h>
@@ -43,18 +43,14 @@ class InjectedFault : public testing::Test {
         }
     }
 
-    // Runs the writer, k=new, under strace with `options`.
-    ProgramResult RunWriter(const std::vector<std::string> &options) {
-        return RunTraced(options, {TAVO_FAULT_WRITER, file_, "s", "k", "new"});
-    }
-
+    // Runs the writer, k=new, with a fault.
     ProgramResult RunWriter(const SystemCall &call, const std::string &fault) {
-        return RunWriter(Injection(call, fault));
+        return RunWithFault(writer_, call, fault);
     }
 
     // All system calls of the change, in order, recorded in a run without a fault.
     std::vector<SystemCall> CallsOfTheChange() {
-        const ProgramResult result = RunWriter(std::vector<std::string>{});
+        const ProgramResult result = RunTraced(writer_);
         EXPECT_EQ(result.status, 0) << result.err;
         Restore();
         std::vector<SystemCall> calls = CallsBetweenMarks(result.err);
@@ -122,6 +118,7 @@ class InjectedFault : public testing::Test {
     std::string file_ = folder_ / "file";
     std::string old_text_;
     std::string new_text_;
+    std::vector<std::string> writer_ = {TAVO_FAULT_WRITER, file_, "s", "k", "new"};
 };
 
 TEST_F(InjectedFault, TheChangeIsStagedFlushedAndRenamed) {
@@ -138,7 +135,7 @@ TEST_F(InjectedFault, TheChangeIsStagedFlushedAndRenamed) {
 TEST_F(InjectedFault, AWriterKilledAtAnyCallLeavesTheOldFileOrTheNewOne) {
     int old_files = 0;
     int new_files = 0;
-    const int calls = ForEachCall(CallsOfTheChange(), "signal=KILL",
+    const int calls = ForEachCall(CallsOfTheChange(), "SIGKILL",
                                   [&](const SystemCall &, const ProgramResult &result) {
                                       EXPECT_EQ(result.status, kKilled);
                                       old_files += FileIs(old_text_) ? 1 : 0;
@@ -155,11 +152,10 @@ TEST_P(RefusedCall, MakesTheAnswerAndTheFileAgree) {
     std::vector<SystemCall> calls = CallsOfTheChange();
     std::erase_if(calls, IsAboutMemory);
     int failures = 0;
-    ForEachCall(calls, std::string("error=") + GetParam(),
-                [&](const SystemCall &call, const ProgramResult &result) {
-                    ExpectAnswerAgrees(call, GetParam(), result);
-                    failures += result.status;
-                });
+    ForEachCall(calls, GetParam(), [&](const SystemCall &call, const ProgramResult &result) {
+        ExpectAnswerAgrees(call, GetParam(), result);
+        failures += result.status;
+    });
     EXPECT_GT(failures, 10);
 }
 
@@ -171,7 +167,7 @@ TEST_F(InjectedFault, ASignalThatCutsACallShortIsNoFailure) {
         static const std::set<std::string> names = {"openat", "read", "write", "flock", "fsync"};
         if (names.count(call.name) > 0) {
             SCOPED_TRACE("EINTR at " + call.name + " " + std::to_string(call.ordinal));
-            EXPECT_EQ(RunWriter(call, "error=EINTR").status, 0);
+            EXPECT_EQ(RunWriter(call, "EINTR").status, 0);
             EXPECT_TRUE(FileIs(new_text_));
             EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
             Restore();
@@ -181,7 +177,7 @@ TEST_F(InjectedFault, ASignalThatCutsACallShortIsNoFailure) {
 
 TEST_F(InjectedFault, AFileSystemWithoutHardLinksIsWrittenToAllTheSame) {
     for (const char *error : {"EPERM", "EOPNOTSUPP", "EMLINK", "ENOSYS"}) {
-        EXPECT_EQ(RunWriter({"linkat", 1}, std::string("error=") + error).status, 0) << error;
+        EXPECT_EQ(RunWriter({"linkat", 1}, error).status, 0) << error;
         EXPECT_TRUE(FileIs(new_text_));
         EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
         Restore();
@@ -192,8 +188,8 @@ TEST_F(InjectedFault, AFileSystemWithoutHardLinksIsWrittenToAllTheSame) {
 TEST_F(InjectedFault, AFileSystemWithoutLocksIsNotWaitedFor) {
     for (const char *error : {"ENOSYS", "EOPNOTSUPP", "EINVAL"}) {
         SCOPED_TRACE(error);
-        const ProgramResult result =
-            RunWriter(Injection({"flock", 1}, std::string("error=") + error, "+"));
+        const ProgramResult result = RunTraced(
+            writer_, {"-e", "trace=flock", "-e", std::string("inject=flock:error=") + error});
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.out, std::string("0x900 ") + error);
         EXPECT_EQ(CountOf("flock(", result.err), 1) << result.err;
@@ -203,7 +199,7 @@ TEST_F(InjectedFault, AFileSystemWithoutLocksIsNotWaitedFor) {
 }
 
 TEST_F(InjectedFault, ALockThatTheKernelHasNoRoomForIsWaitedFor) {
-    EXPECT_EQ(RunWriter({"flock", 1}, "error=ENOLCK").status, 0);
+    EXPECT_EQ(RunWriter({"flock", 1}, "ENOLCK").status, 0);
     EXPECT_TRUE(FileIs(new_text_));
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
@@ -213,10 +209,8 @@ TEST_F(InjectedFault, ALockThatTheKernelHasNoRoomForIsWaitedFor) {
 TEST_F(InjectedFault, AFileSystemThatIsReadOnlyRefusesNoTextThatIsThere) {
     for (const SystemCall &call : CallsOfTheChange()) {
         if (call.name == "openat" && call.line.find("\"lock\"") != std::string::npos) {
-            EXPECT_EQ(RunTraced(Injection(call, "error=EROFS"),
-                                {TAVO_FAULT_WRITER, file_, "s", "k", "old"})
-                          .status,
-                      0);
+            EXPECT_EQ(
+                RunWithFault({TAVO_FAULT_WRITER, file_, "s", "k", "old"}, call, "EROFS").status, 0);
             EXPECT_TRUE(FileIs(old_text_));
             return;
         }
@@ -230,7 +224,7 @@ TEST_F(InjectedFault, ATextThatCannotBeClosedIsNotPublished) {
     const auto is_fsync = [](const SystemCall &call) { return call.name == "fsync"; };
     const SystemCall close = *(std::find_if(calls.begin(), calls.end(), is_fsync) + 1);
     ASSERT_EQ(close.name, "close");
-    EXPECT_EQ(RunWriter(close, "error=EIO").status, 1);
+    EXPECT_EQ(RunWriter(close, "EIO").status, 1);
     EXPECT_TRUE(FileIs(old_text_));
     EXPECT_THAT(folder_.Entries(), ElementsAre("file"));
 }
@@ -239,7 +233,7 @@ TEST_F(InjectedFault, ATextThatCannotBeClosedIsNotPublished) {
 TEST_F(InjectedFault, AFolderThatCannotBeFlushedGetsTheOldFileBack) {
     struct stat before = {};
     ASSERT_EQ(stat(file_.c_str(), &before), 0);
-    const ProgramResult result = RunWriter({"fsync", 2}, "error=EIO");
+    const ProgramResult result = RunWriter({"fsync", 2}, "EIO");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "0x900 EIO");
     EXPECT_TRUE(FileIs(old_text_));

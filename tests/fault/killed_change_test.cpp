@@ -28,7 +28,7 @@ TEST_P(KilledChange, LeavesTheOldFileOrTheNewOne) {
         }
         SCOPED_TRACE("killed at " + call.line);
         Prepare(GetParam().before);
-        EXPECT_FALSE(Make(GetParam().change, Injection(call, "signal=KILL")).result);
+        EXPECT_FALSE(Make(GetParam().change, call, "SIGKILL").result);
         const Contents contents = GameContents();
         EXPECT_TRUE(IsOldOrNew(contents));
         old_files += contents == GetParam().before ? 1 : 0;
@@ -85,7 +85,7 @@ TEST_F(KilledRollback, LosesNoFile) {
         }
         SCOPED_TRACE("killed at " + call.line);
         Prepare(old);
-        EXPECT_FALSE(Make("remove-section", Injection(call, "signal=KILL")).result);
+        EXPECT_FALSE(Make("remove-section", call, "SIGKILL").result);
         saved += GameContents() == old ? 0 : 1;
         EXPECT_EQ(GameContents() == old ? old : SavedContents("game.sc"), old);
         const bool chat_stands = std::filesystem::exists(kChatPath);

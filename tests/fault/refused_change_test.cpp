@@ -41,7 +41,7 @@ class RefusedChange : public ChangeUnderFire {
     void Refuse(const SystemCall &call, const std::string &error) {
         SCOPED_TRACE(error + " at " + call.line);
         Prepare(GetParam().before);
-        const Outcome outcome = Make(GetParam().change, Injection(call, "error=" + error));
+        const Outcome outcome = Make(GetParam().change, call, error);
         ExpectAnswerAgrees(outcome);
         EXPECT_EQ(outcome.left_open, "0");
         ExpectAllElseUntouched();
@@ -102,7 +102,7 @@ TEST_F(RefusedRollback, LosesNoFile) {
         const std::string error = kErrors[turn++ % std::size(kErrors)];
         SCOPED_TRACE(error + " at " + call.line);
         Prepare(old);
-        const Outcome outcome = Make("remove-section", Injection(call, "error=" + error));
+        const Outcome outcome = Make("remove-section", call, error);
         EXPECT_EQ(outcome.result, -1);
         EXPECT_NE(outcome.log, "");
         EXPECT_EQ(outcome.left_open, "0");

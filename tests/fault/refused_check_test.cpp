@@ -1,5 +1,5 @@
-// strace makes each system call of the checks of ports fail, one at a time. The answer must then be
-// that the port is taken or that this is unknown, but never that it is free.
+// Each system call of the checks of ports fails, one at a time. The answer must then be that the
+// port is taken or that this is unknown, but never that it is free.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -63,35 +63,30 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
         program_.insert(program_.begin(), TAVO_FAULT_CHECKER);
     }
 
-    // Runs the checker with file names for descriptors in the trace.
-    Answer Ask(std::vector<std::string> options, std::string *trace = nullptr) const {
-        options.emplace_back("-y");
-        const ProgramResult result = RunTraced(options, program_);
+    static Answer Parsed(const ProgramResult &result) {
         EXPECT_EQ(result.status, 0) << result.err;
-        if (trace != nullptr) {
-            *trace = result.err;
-        }
         return Parse(result.out);
     }
 
     // The system calls of the check in a run without a fault, except those for memory: how the
-    // allocator handles a failure is outside of the library.
+    // allocator handles a failure is outside of the library. Descriptors have the names of files.
     std::vector<SystemCall> Calls() const {
-        std::string trace;
-        const Answer answer = Ask({}, &trace);
+        const ProgramResult traced = RunTraced(program_, {"-y"});
+        const Answer answer = Parsed(traced);
         EXPECT_EQ(answer.result, "0");
         for (const auto &[port, taker] : Takers(answer)) {
             EXPECT_NE(taker, "") << port;
         }
-        std::vector<SystemCall> calls = CallsBetweenMarks(trace);
+        std::vector<SystemCall> calls = CallsBetweenMarks(traced.err);
         std::erase_if(calls, IsAboutMemory);
         EXPECT_GT(calls.size(), 20U);
         return calls;
     }
 
-    // The answer if that call fails with `error`.
-    Answer Refused(const SystemCall &call, const std::string &error) const {
-        return Ask(QuickInjection(call, "error=" + error));
+    // The answer if that call fails with `error`; with "+", also all later calls of that name.
+    Answer Refused(const SystemCall &call, const std::string &error,
+                   const std::string &following = "") const {
+        return Parsed(RunWithFault(program_, call, error, following));
     }
 
     static void ExpectTakenOrUnknown(const Answer &answer) {
@@ -112,7 +107,7 @@ class RefusedCheck : public CatalogueTest, public testing::WithParamInterface<co
         for (const SystemCall &call : Calls()) {
             if (call.name == "openat") {
                 SCOPED_TRACE("from " + call.line);
-                ExpectTakenOrUnknown(Ask(QuickInjection(call, "error=EMFILE", "+")));
+                ExpectTakenOrUnknown(Refused(call, "EMFILE", "+"));
             }
         }
     }

@@ -44,7 +44,7 @@ class UnknownPort : public testing::TestWithParam<Source>, protected Appliance {
 
     // The calls of a run without faults.
     std::vector<SystemCall> CallsOfTheQuestion() const {
-        const ProgramResult sound = RunTraced({}, program_);
+        const ProgramResult sound = RunTraced(program_);
         EXPECT_EQ(sound.out, "1\n") << sound.err;
         return CallsBetweenMarks(sound.err);
     }
@@ -77,7 +77,7 @@ TEST_P(UnreadablePort, NeverReadsFree) {
     for (const SystemCall &call : CallsOfTheQuestion()) {
         if (call.name == "openat") {
             SCOPED_TRACE("from " + call.line);
-            ExpectNotFree(RunTraced(QuickInjection(call, "error=EMFILE", "+"), program_));
+            ExpectNotFree(RunWithFault(program_, call, "EMFILE", "+"));
             ++runs;
         }
     }

@@ -56,8 +56,7 @@ class FailedChange : public ChangeWorld, public testing::WithParamInterface<Scen
             }
             Reset();
             SCOPED_TRACE(error + " at " + calls[i].line);
-            const ProgramResult result =
-                RunTraced(Injection(calls[i], "error=" + error), Command());
+            const ProgramResult result = RunWithFault(Command(), calls[i], error);
             ++runs;
             if (result.status != 127) {  // 127: the loader did not start the program
                 check(result);
@@ -123,7 +122,7 @@ TEST_P(FailedRemoval, IsRefusedIfASystemErrorHidesServices) {
             continue;
         }
         SCOPED_TRACE(call.line);
-        const ProgramResult result = RunTraced(QuickInjection(call, "error=EIO", "+"), DryRun());
+        const ProgramResult result = RunWithFault(DryRun(), call, "EIO", "+");
         EXPECT_THAT(result.out, AnyOf("", HasSubstr(kWholeRemoval)));
         if (result.err.find("the services cannot be read: ") != std::string::npos) {
             EXPECT_THAT(result.err, HasSubstr(", so nothing was changed [failed]"));

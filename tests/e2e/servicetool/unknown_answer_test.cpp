@@ -108,7 +108,7 @@ TEST_P(UnknownAnswer, IsNotFreeWhicheverSystemCallFails) {
         const std::string &error = IsAboutMemory(call) ? "ENOMEM" : errors[turn++ % errors.size()];
         if (CanFail(call, error)) {
             SCOPED_TRACE(error + " at " + call.line);
-            ExpectNeverFree(RunTraced(QuickInjection(call, "error=" + error), Command()));
+            ExpectNeverFree(RunWithFault(Command(), call, error));
             ++runs;
         }
         if (HasFailure()) {

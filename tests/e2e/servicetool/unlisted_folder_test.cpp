@@ -46,8 +46,7 @@ class UnlistedFolder : public ServiceFolders {
             for (const auto &[error, text] :
                  {Failure{"EIO", "input/output error"}, Failure{"EMFILE", "too many open files"}}) {
                 SCOPED_TRACE(error + (" at " + call.line));
-                const ProgramResult result =
-                    RunTraced(QuickInjection(call, std::string("error=") + error), command);
+                const ProgramResult result = RunWithFault(command, call, error);
                 EXPECT_EQ(result.status, 3);
                 EXPECT_THAT(result.out, HasSubstr(out));
                 EXPECT_THAT(result.err, HasSubstr(std::string(kPackageServices) +
