@@ -24,21 +24,13 @@ target_compile_definitions(core_loaded_late_test PRIVATE
   TAVO_CORE_LIBRARY="$<TARGET_FILE:tavocore>"
   TAVO_SERVICE_CONF_LIBRARY="$<TARGET_FILE:tavoserviceconf>")
 
-# The library does not export these functions, so their sources are compiled into the test.
+# Functions that the library does not export.
 tavo_add_test(core_internals_test
   SOURCES
     config_edit_test.cpp
     locked_file_test.cpp
     section_map_test.cpp
     text_index_test.cpp
-    ../config_edit.cpp
-    ../error.cpp
-    ../file_replace.cpp
-    ../file_text.cpp
-    ../folder_lock.cpp
-    ../section_map.cpp
-    ../sz_hash.cpp
-    ../text_hash.cpp
-    ../text_index.cpp
+    $<TARGET_OBJECTS:tavocore>
   LIBRARIES tavoconfiglines)
 target_include_directories(core_internals_test PRIVATE .. ../..)
