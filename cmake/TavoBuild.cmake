@@ -106,6 +106,10 @@ function(tavo_add_shared_library NAME)
                                            LINK_DEPENDS ${ARG_VERSION_SCRIPT})
 endfunction()
 
+# gold links a test in half the time of the default linker.
+find_program(TAVO_GOLD ld.gold)
+mark_as_advanced(TAVO_GOLD)
+
 # tavo_test_options(TARGET)
 #
 # Most of the time of a full run would be spent on optimising matchers that run once. The code under
@@ -145,6 +149,9 @@ function(tavo_add_test NAME)
                                         GTest::gtest_main)
   tavo_test_options(${NAME})
   target_precompile_headers(${NAME} REUSE_FROM tavo_test_headers)
+  if(TAVO_GOLD)
+    target_link_options(${NAME} PRIVATE -fuse-ld=gold)
+  endif()
   if(ARG_APPLIANCE)
     add_dependencies(${NAME} appliance)
     set_target_properties(${NAME} PROPERTIES
