@@ -55,7 +55,7 @@ TEST(PortMap, CoversEveryPortOnceAtEveryWidth) {
                 next = cell.last + 1;
             }
         }
-        EXPECT_EQ(next, tool::kPortCount) << columns;
+        EXPECT_EQ(next, kPortCount) << columns;
     }
 }
 
@@ -71,7 +71,7 @@ TEST(PortMap, HasFewerRowsInALowWindow) {
 TEST(PortMap, HasAShapeForATerminalOfAnyWidth) {
     for (const std::size_t columns : std::initializer_list<std::size_t>{0, 1, 14, 21, 10000}) {
         const MapShape shape = ShapeForWindow({columns, 25});
-        EXPECT_EQ(shape.Rows() * shape.cells * shape.ports, tool::kPortCount) << columns;
+        EXPECT_EQ(shape.Rows() * shape.cells * shape.ports, kPortCount) << columns;
     }
 }
 

@@ -380,10 +380,10 @@ void ChangeReport::TellUnknown(const std::exception &error) {
 
 void ChangeReport::AddResult() {
     // A change that ended before its file was found has only the file name as its path.
-    const std::size_t name = change_.path.rfind('/') + 1;
+    const bool found = change_.path.find('/') != std::string::npos;
     report_.AddResult({{"operation", change_.operation},
-                       {"file", TextOrNull(change_.path.substr(name))},
-                       {"path", TextOrNull(name == 0 ? "" : change_.path)},
+                       {"file", TextOrNull(LastPart(change_.path))},
+                       {"path", TextOrNull(found ? change_.path : "")},
                        {"section", TextOrNull(change_.section)},
                        {"dry_run", change_.dry_run},
                        {"changed", changed_},

@@ -14,8 +14,6 @@
 
 namespace tavo::tool {
 
-inline constexpr std::size_t kPortCount = std::size_t{kHighestPort} + 1;
-
 // The layout of the ports. Every cell and every row is full.
 struct MapShape {
     std::size_t cells;  // per row
