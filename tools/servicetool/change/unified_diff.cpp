@@ -134,7 +134,6 @@ std::string UnifiedDiff(const FileText &before, const FileText &after, const std
 }
 
 std::string ShownDiff(std::string_view diff, bool colour) {
-    constexpr std::string_view kPlain = "\x1b[0m";
     std::string shown;
     while (!diff.empty()) {
         const std::string_view line = diff.substr(0, diff.find('\n'));

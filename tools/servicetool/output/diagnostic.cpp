@@ -15,12 +15,10 @@ constexpr std::size_t kContextBytes = 200;
 constexpr std::size_t kLeastColumns = 30;
 
 constexpr std::string_view kIndent = "    ";
-constexpr std::string_view kCut = "...";
 
 constexpr std::string_view kBoldRed = "\x1b[1;31m";
 constexpr std::string_view kBoldYellow = "\x1b[1;33m";
 constexpr std::string_view kBoldGreen = "\x1b[1;32m";
-constexpr std::string_view kPlain = "\x1b[0m";
 
 std::string Coloured(std::string_view text, std::string_view code, bool colour) {
     return colour ? std::string(code) + std::string(text) + std::string(kPlain) : std::string(text);

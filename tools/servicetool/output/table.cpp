@@ -8,7 +8,6 @@ namespace {
 
 // The blanks between columns.
 constexpr std::size_t kGap = 2;
-constexpr std::string_view kCut = "...";
 
 // A narrower cut would be useless, so the line may then wrap instead.
 constexpr std::size_t kLeastColumns = 8;

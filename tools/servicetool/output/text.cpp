@@ -189,7 +189,7 @@ std::string Shortened(std::string_view text) {
     while (end > 0 && IsContinuation(text[end])) {
         --end;
     }
-    return std::string(text.substr(0, end)) + "...";
+    return std::string(text.substr(0, end)).append(kCut);
 }
 
 std::string Quoted(std::string_view text) {

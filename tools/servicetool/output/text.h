@@ -40,6 +40,12 @@ std::string Escaped(std::string_view text);
 // The width of an escaped text in columns of a terminal.
 std::size_t DisplayWidth(std::string_view escaped);
 
+// Stands for the part of a text that is cut off.
+inline constexpr std::string_view kCut = "...";
+
+// Ends a coloured text on a terminal.
+inline constexpr std::string_view kPlain = "\x1b[0m";
+
 // The longest prefix of an escaped text with at most `width` columns.
 std::string_view FirstColumns(std::string_view escaped, std::size_t width);
 

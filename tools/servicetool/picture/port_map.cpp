@@ -4,6 +4,8 @@
 #include <iterator>
 #include <utility>
 
+#include "output/text.h"
+
 namespace tavo::tool {
 namespace {
 
@@ -19,8 +21,6 @@ constexpr std::size_t kLabelColumns = 6;
 // Added to the sources of a port in conflict.
 constexpr std::uint8_t kCollides = 0x80;
 static_assert((kEverySource & kCollides) == 0 && kEverySource < kCollides);
-
-constexpr std::string_view kPlain = "\x1b[0m";
 
 char SignOf(const CellMarks &marks) {
     if (marks.collides) {
