@@ -6,8 +6,10 @@
 // with N+ also into all later ones. FAULT is the name of an error (EIO) or of the signal SIGKILL.
 // Programs that the program starts run unharmed; the injector ends after the last of them. It exits
 // with the status of the program, or 128 + n if signal n ended it, or with 125 if the fault was not
-// injected. Unlike under a tracer, the program stops only at calls of that name, and the leak check
-// of the sanitizer works.
+// injected.
+//
+// A filter reports the calls of that name to the injector, see seccomp_unotify(2). Unlike under a
+// tracer, the program stops at no other call.
 #include <poll.h>
 #include <sched.h>
 #include <seccomp.h>
