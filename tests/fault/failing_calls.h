@@ -63,10 +63,9 @@ inline bool CanFail(const SystemCall &call, const std::string &error) {
            (!IsAboutMemory(call) || (!kInstrumented && error == "ENOMEM"));
 }
 
-// Runs the program with each call failing in turn and calls check(call,
-// error, result). `calls` are those of a run without faults. Each call fails with each error; in an
-// instrumented program, which takes several times longer to start, with one of the errors in turn.
-// Returns the number of runs.
+// Runs the program with each call failing in turn and calls check(call, error, result). `calls` are
+// those of a run without faults. Each call fails with each error; in an instrumented program, which
+// takes several times longer to start, with one of the errors in turn. Returns the number of runs.
 template <typename Check>
 int ForEachFailingCall(const std::vector<std::string> &program,
                        const std::vector<SystemCall> &calls, Check check) {

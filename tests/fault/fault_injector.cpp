@@ -42,6 +42,9 @@ struct Fault {
     unsigned long first;
     bool repeat;
     int error;  // 0: SIGKILL
+
+    // Whether the nth call gets the fault.
+    bool Hits(unsigned long nth) const { return repeat ? nth >= first : nth == first; }
 };
 
 int ErrorNumber(const std::string &name) {
@@ -111,15 +114,12 @@ void Supervise(int calls, pid_t program, const Fault &fault, std::atomic<bool> *
             continue;  // the caller was killed while it waited
         }
         *answer = {.id = call->id, .val = 0, .error = 0, .flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE};
-        if (static_cast<pid_t>(call->pid) == program) {
-            ++count;
-            if (count == fault.first || (fault.repeat && count > fault.first)) {
-                *injected = true;
-                answer->flags = 0;
-                answer->error = -fault.error;
-                if (fault.error == 0) {
-                    kill(program, SIGKILL);
-                }
+        if (static_cast<pid_t>(call->pid) == program && fault.Hits(++count)) {
+            *injected = true;
+            answer->flags = 0;
+            answer->error = -fault.error;
+            if (fault.error == 0) {
+                kill(program, SIGKILL);
             }
         }
         seccomp_notify_respond(calls, answer);
