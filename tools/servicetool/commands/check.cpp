@@ -252,13 +252,6 @@ constexpr Option kOptions[] = {
     kNoLegend,
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool check 8080/tcp && echo free
-  servicetool check 80,443/tcp 6000:6010
-  servicetool check 5222/tcp --skip chat   is it free for the service chat itself
-  servicetool check 5000 --source setting,socket
-  servicetool check --file mypackage.sc)";
-
 UsageProblem ProblemOf(const Arguments &arguments) {
     const std::vector<std::string> &ports = arguments.Operands();
     const std::vector<std::string> files = arguments.Texts("--file");
@@ -290,7 +283,12 @@ constinit const Command kCheckCommand = {
     .summary = "Report whether ports are taken, and by whom",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool check 8080/tcp && echo free
+  servicetool check 80,443/tcp 6000:6010
+  servicetool check 5222/tcp --skip chat   is it free for the service chat itself
+  servicetool check 5000 --source setting,socket
+  servicetool check --file mypackage.sc)",
     .check = ProblemOf,
     .run = Check,
 };

@@ -62,19 +62,16 @@ void Clean(const Arguments &arguments, Report &report) {
 
 constexpr Option kOptions[] = {kDryRun};
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool clean --dry-run            list the leftovers
-  servicetool clean
-  servicetool clean --json | jq -r '.results[] | select(.state == "kept").path')";
-
 }  // namespace
 
 constinit const Command kCleanCommand = {
     .name = "clean",
     .summary = "Remove leftovers of killed programs",
-    .operands = {},
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool clean --dry-run            list the leftovers
+  servicetool clean
+  servicetool clean --json | jq -r '.results[] | select(.state == "kept").path')",
     .run = Clean,
 };
 

@@ -107,8 +107,8 @@ class Arguments {
 struct Command {
     std::string_view name;
     std::string_view summary;
-    std::span<const Operand> operands;
-    std::span<const Option> options;  // in addition to the common ones
+    std::span<const Operand> operands = {};
+    std::span<const Option> options = {};  // in addition to the common ones
     std::string_view examples;
 
     // Checks the arguments for errors that the record does not describe.

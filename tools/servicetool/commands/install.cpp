@@ -166,17 +166,6 @@ constexpr std::array<Option, 5> OptionsWith(Completion completion) {
 constexpr std::array kInstallOptions = OptionsWith(Completion::kNothing);
 constexpr std::array kUpdateOptions = OptionsWith(Completion::kInstalledFiles);
 
-constexpr char kInstallExamples[] = R"(Examples:
-  servicetool install mypackage.sc       a service file of a package
-  servicetool install --dry-run mypackage.sc
-  servicetool install --as mypackage.sc build/services.txt
-  generate-services | servicetool install --as mypackage.sc -)";
-
-constexpr char kUpdateExamples[] = R"(Examples:
-  servicetool update mypackage.sc        replaces the installed mypackage.sc
-  servicetool update --dry-run --force mypackage.sc
-  servicetool update --as mypackage.sc build/services.txt)";
-
 UsageProblem ProblemOf(const Arguments &arguments) {
     if (arguments.Word(0).empty()) {
         return {"a name is empty"};
@@ -197,7 +186,11 @@ constinit const Command kInstallCommand = {
     .summary = "Install a service file",
     .operands = kOperands,
     .options = kInstallOptions,
-    .examples = kInstallExamples,
+    .examples = R"(Examples:
+  servicetool install mypackage.sc       a service file of a package
+  servicetool install --dry-run mypackage.sc
+  servicetool install --as mypackage.sc build/services.txt
+  generate-services | servicetool install --as mypackage.sc -)",
     .check = ProblemOf,
     .run = Place,
     .change = ChangeOfInstalled,
@@ -208,7 +201,10 @@ constinit const Command kUpdateCommand = {
     .summary = "Replace an installed service file",
     .operands = kOperands,
     .options = kUpdateOptions,
-    .examples = kUpdateExamples,
+    .examples = R"(Examples:
+  servicetool update mypackage.sc        replaces the installed mypackage.sc
+  servicetool update --dry-run --force mypackage.sc
+  servicetool update --as mypackage.sc build/services.txt)",
     .check = ProblemOf,
     .run = Place,
     .change = ChangeOfInstalled,

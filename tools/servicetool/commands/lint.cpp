@@ -41,11 +41,6 @@ constexpr Option kOptions[] = {
     {.name = "--strict", .help = "Treat warnings as errors"},
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool lint mypackage.sc
-  servicetool lint --strict *.sc && echo fit to ship
-  generate-services | servicetool lint -)";
-
 }  // namespace
 
 constinit const Command kLintCommand = {
@@ -53,7 +48,10 @@ constinit const Command kLintCommand = {
     .summary = "Find mistakes in service files",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool lint mypackage.sc
+  servicetool lint --strict *.sc && echo fit to ship
+  generate-services | servicetool lint -)",
     .check = [](const Arguments &arguments) { return ProblemOfNames(arguments.Operands()); },
     .run = Lint,
 };

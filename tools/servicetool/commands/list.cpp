@@ -27,20 +27,17 @@ constexpr Option kOptions[] = {
     kNoLegend,
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool list                       every service of the appliance
-  servicetool list --package             only those of packages
-  servicetool list --no-legend | wc -l   how many there are
-  servicetool list --json | jq -r '.results[].name')";
-
 }  // namespace
 
 constinit const Command kListCommand = {
     .name = "list",
     .summary = "List the services that the service files declare",
-    .operands = {},
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool list                       every service of the appliance
+  servicetool list --package             only those of packages
+  servicetool list --no-legend | wc -l   how many there are
+  servicetool list --json | jq -r '.results[].name')",
     .run = List,
 };
 

@@ -208,13 +208,6 @@ constexpr Option kOptions[] = {
     {.name = "--no-legend", .help = "Print no header and no legend"},
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool ports                      every port that is declared or held
-  servicetool ports --held               what processes hold right now
-  servicetool ports --conflicts          ports in conflict
-  servicetool ports --map                a map of all ports
-  servicetool ports --svg ports.svg      the map for a browser)";
-
 // Only one output can go to standard output, whatever its name.
 UsageProblem ProblemOf(const Arguments &arguments) {
     const std::string svg = arguments.Text("--svg");
@@ -235,9 +228,13 @@ UsageProblem ProblemOf(const Arguments &arguments) {
 constinit const Command kPortsCommand = {
     .name = "ports",
     .summary = "List all ports that are declared or held",
-    .operands = {},
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool ports                      every port that is declared or held
+  servicetool ports --held               what processes hold right now
+  servicetool ports --conflicts          ports in conflict
+  servicetool ports --map                a map of all ports
+  servicetool ports --svg ports.svg      the map for a browser)",
     .check = ProblemOf,
     .run = Ports,
 };

@@ -110,10 +110,6 @@ constexpr Operand kOperands[] = {
 
 constexpr Option kOptions[] = {kSystemFile, kPackageFile, kDryRun};
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool remove mypackage.sc
-  servicetool remove --dry-run --package mypackage.sc)";
-
 }  // namespace
 
 constinit const Command kRemoveCommand = {
@@ -121,7 +117,9 @@ constinit const Command kRemoveCommand = {
     .summary = "Remove an installed service file",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool remove mypackage.sc
+  servicetool remove --dry-run --package mypackage.sc)",
     .run = Remove,
     .change = ChangeAskedFor,
 };

@@ -42,10 +42,6 @@ constexpr Operand kOperands[] = {kTargetFile, kTargetSection};
 
 constexpr Option kOptions[] = {kSystemFile, kPackageFile, kNoRestart, kDryRun};
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool remove-section mypackage.sc web
-  servicetool remove-section mypackage.sc web --dry-run)";
-
 }  // namespace
 
 constinit const Command kRemoveSectionCommand = {
@@ -53,7 +49,9 @@ constinit const Command kRemoveSectionCommand = {
     .summary = "Remove a section from an installed file",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool remove-section mypackage.sc web
+  servicetool remove-section mypackage.sc web --dry-run)",
     .run = RemoveSection,
     .change = ChangeAskedFor,
 };

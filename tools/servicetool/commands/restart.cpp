@@ -27,18 +27,15 @@ constexpr Option kOptions[] = {
     kDryRun,
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool restart                    the firewall, and with it the relay daemon
-  servicetool restart --relay            the relay daemon alone)";
-
 }  // namespace
 
 constinit const Command kRestartCommand = {
     .name = "restart",
     .summary = "Make changed ports take effect",
-    .operands = {},
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool restart                    the firewall, and with it the relay daemon
+  servicetool restart --relay            the relay daemon alone)",
     .run = Restart,
     .change = ChangeAskedFor,
 };

@@ -196,12 +196,6 @@ constexpr Option kOptions[] = {
     kNoLegend,
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool services                   every service that the firewall can offer
-  servicetool services --supported       those that this model supports
-  servicetool services ssh ftp           these two
-  servicetool services --json ssh | jq '.results[0].ports')";
-
 }  // namespace
 
 constinit const Command kServicesCommand = {
@@ -209,7 +203,11 @@ constinit const Command kServicesCommand = {
     .summary = "List the services that the firewall can offer",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool services                   every service that the firewall can offer
+  servicetool services --supported       those that this model supports
+  servicetool services ssh ftp           these two
+  servicetool services --json ssh | jq '.results[0].ports')",
     .check = [](const Arguments &arguments) { return ProblemOfEmptyName(arguments.Operands()); },
     .run = Services,
 };

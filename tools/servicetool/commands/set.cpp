@@ -171,11 +171,6 @@ constexpr Option kOptions[] = {
     kDryRun,
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool set mypackage.sc web --title Web --desc "The web pages" --dst-ports 8080/tcp
-  servicetool set mypackage.sc web --title "My web"   the rest is unchanged
-  servicetool set mypackage.sc web --port-forward --dry-run)";
-
 UsageProblem ProblemOf(const Arguments &arguments) {
     for (const Option &option : kOptions) {
         if (!option.value.name.empty() && arguments.Has(option.name) &&
@@ -193,7 +188,10 @@ constinit const Command kSetCommand = {
     .summary = "Write a section of an installed file",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool set mypackage.sc web --title Web --desc "The web pages" --dst-ports 8080/tcp
+  servicetool set mypackage.sc web --title "My web"   the rest is unchanged
+  servicetool set mypackage.sc web --port-forward --dry-run)",
     .check = ProblemOf,
     .run = Set,
     .change = ChangeAskedFor,

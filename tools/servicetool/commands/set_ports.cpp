@@ -51,11 +51,6 @@ constexpr Option kOptions[] = {
     kDryRun,
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool set-ports mypackage.sc web 8080,8443/tcp
-  servicetool set-ports mypackage.sc web 8081/udp --src
-  servicetool set-ports mypackage.sc web 8081/tcp --dry-run)";
-
 }  // namespace
 
 constinit const Command kSetPortsCommand = {
@@ -63,7 +58,10 @@ constinit const Command kSetPortsCommand = {
     .summary = "Replace the ports of a section",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool set-ports mypackage.sc web 8080,8443/tcp
+  servicetool set-ports mypackage.sc web 8081/udp --src
+  servicetool set-ports mypackage.sc web 8081/tcp --dry-run)",
     .run = SetPorts,
     .change = ChangeAskedFor,
 };

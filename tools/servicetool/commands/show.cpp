@@ -158,19 +158,16 @@ constexpr Operand kOperands[] = {
      .help = "Name of a service, or a file; - is standard input"},
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool show ntp                   the service ntp, from any file
-  servicetool show ./mypackage.sc        all services of a file
-  servicetool show --json ntp | jq '.results[0].ports')";
-
 }  // namespace
 
 constinit const Command kShowCommand = {
     .name = "show",
     .summary = "Show everything that a service or a service file declares",
     .operands = kOperands,
-    .options = {},
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool show ntp                   the service ntp, from any file
+  servicetool show ./mypackage.sc        all services of a file
+  servicetool show --json ntp | jq '.results[0].ports')",
     .check = [](const Arguments &arguments) { return ProblemOfNames(arguments.Operands()); },
     .run = [](const Arguments &arguments, Report &report) { Show(arguments.Word(0), report); },
 };

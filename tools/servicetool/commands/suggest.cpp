@@ -125,12 +125,6 @@ constexpr Option kOptions[] = {
     {.name = "--block", .help = "Consecutive ports"},
 };
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool suggest                    a free port
-  servicetool suggest 3 --proto tcp      three, free for TCP
-  servicetool suggest 10 --block --near 8000
-  servicetool suggest --json | jq '.results[0]')";
-
 UsageProblem ProblemOf(const Arguments &arguments) {
     if (CountOf(arguments) == 0) {
         return {"COUNT is a number from 1 to " + std::to_string(kMostSuggestions) + ", not " +
@@ -153,7 +147,11 @@ constinit const Command kSuggestCommand = {
     .summary = "Suggest ports that are free",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool suggest                    a free port
+  servicetool suggest 3 --proto tcp      three, free for TCP
+  servicetool suggest 10 --block --near 8000
+  servicetool suggest --json | jq '.results[0]')",
     .check = ProblemOf,
     .run = Suggest,
 };

@@ -164,11 +164,6 @@ constexpr Operand kOperands[] = {
 
 constexpr Option kOptions[] = {kNoLegend};
 
-constexpr char kExamples[] = R"(Examples:
-  servicetool why 8080                   who has port 8080, for TCP and for UDP
-  servicetool why 80/tcp 443/tcp
-  servicetool why --json 53/udp | jq -r '.results[].verdict')";
-
 }  // namespace
 
 constinit const Command kWhyCommand = {
@@ -176,7 +171,10 @@ constinit const Command kWhyCommand = {
     .summary = "Report who declares and who holds a port",
     .operands = kOperands,
     .options = kOptions,
-    .examples = kExamples,
+    .examples = R"(Examples:
+  servicetool why 8080                   who has port 8080, for TCP and for UDP
+  servicetool why 80/tcp 443/tcp
+  servicetool why --json 53/udp | jq -r '.results[].verdict')",
     .check = [](const Arguments &arguments) { return ProblemOfEmptyName(arguments.Operands()); },
     .run = Why,
 };
