@@ -2,8 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <vector>
 
+#include "base/owners.h"
 #include "failing_allocation.h"
 #include "library_test.h"
 #include "strict_trim.h"
@@ -218,6 +221,24 @@ TEST_F(SectionGet, CutsLongTextsAndNames) {
     EXPECT_EQ(list_->strTitle.szText, std::string(127, 't'));
     EXPECT_EQ(list_->strDesc.szText, std::string(127, 't'));
     EXPECT_EQ(list_->strDesc.szExtra, std::string(127, 't'));
+}
+
+TEST_F(SectionGet, ClearsTheRestOfTheRecord) {
+    using Record = TAVO_SERVICE_CONF_SECTION;
+    std::vector<MallocPtr<void>> used;  // what the heap contains when the record is allocated
+    for (int i = 0; i < 4; ++i) {
+        used.emplace_back(std::memset(std::malloc(sizeof(Record)), 0xA5, sizeof(Record)));
+        asm volatile("" : : "r"(used.back().get()) : "memory");  // keeps the writes
+    }
+    used.clear();
+    ASSERT_EQ(Read(kRequired), 0);
+    Record expected;
+    std::memset(&expected, 0, sizeof(expected));
+    strcpy(expected.szName, "web");
+    strcpy(expected.strTitle.szText, "Web");
+    strcpy(expected.strDesc.szText, "Serves pages");
+    expected.pDstPorts = list_->pDstPorts;
+    EXPECT_EQ(std::memcmp(list_, &expected, sizeof(expected)), 0);
 }
 
 TEST_F(SectionGet, AcceptsEmptyTexts) {
