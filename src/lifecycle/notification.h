@@ -21,7 +21,7 @@ enum class Notified {
 
 struct Notification {
     Notified state = Notified::kNotReached;
-    StepFailure failure;  // the cause, with kFailed
+    StepFailure failure;  // the cause, with kFailed; of the earlier listener, with kNotReached
 
     // If a listener is notified twice and one of the attempts fails, the state is kFailed.
     void Succeed(Notified how = Notified::kYes) {

@@ -266,13 +266,14 @@ void Notify(const char *szAction, const Record &record,
     }
     const bool invoked = plugins != nullptr && set(plugins.get(), record, failure) == 0 &&
                          InvokePlugins(plugins.get(), notified, failure) == 0;
-    Notification &notification = notified[Listener::kPlugins];
     if (failure.HasFailed()) {
-        notification.Fail() = failure;
+        notified[Listener::kPlugins].Fail() = failure;
     } else {
-        notification.Succeed();
+        notified[Listener::kPlugins].Succeed();
     }
-    if (invoked && ReloadRelayDaemon(notified) < 0) {
+    if (!invoked) {
+        notified[Listener::kRelayDaemon].failure = failure;
+    } else if (ReloadRelayDaemon(notified) < 0) {
         TAVO_LOG("FAILED to notify tavorelayd for %s conf", szAction);
     }
 }
@@ -295,6 +296,7 @@ int RestartServices(int flags, Notifications &notified) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     if ((flags & TAVO_RESTART_FIREWALL) != 0 && ReloadFirewall(notified) < 0) {
+        notified[Listener::kRelayDaemon].failure = notified[Listener::kFirewall].failure;
         return -1;
     }
     if ((flags & (TAVO_RESTART_FIREWALL | TAVO_RESTART_RELAY)) != 0) {

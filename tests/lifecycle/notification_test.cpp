@@ -129,6 +129,8 @@ TEST_F(NotificationTest, NamesThePluginThatFailed) {
                  [] { SetExitStatus("portforward", "7"); });
     EXPECT_STREQ(FailureOf(Listener::kPlugins).path, kPlugin);
     EXPECT_EQ(FailureOf(Listener::kPlugins).status, 7);
+    EXPECT_EQ(FailureOf(Listener::kRelayDaemon).step, Step::kRunPlugins);
+    EXPECT_EQ(FailureOf(Listener::kRelayDaemon).status, 7);
     EXPECT_THAT(Plugins(), ElementsAre(std::string(kPlugin) + " 7"));
 }
 
@@ -176,6 +178,12 @@ TEST_F(NotificationTest, HasFailedForPluginsThatDoNotKnowWhoIsToAct) {
     }
 }
 
+TEST_F(NotificationTest, KeepsTheFailuresOfPluginsAndOfTheRelayDaemonApart) {
+    refused_argument = "NOTIFY_PF";
+    ExpectOfBoth(FailedAt(Step::kPreparePlugins), FailedAt(Step::kReload),
+                 [] { SetExitStatus("systemctl", "0\n1"); });
+}
+
 TEST_F(NotificationTest, SaysThatTheRelayDaemonDoesNotRun) {
     std::filesystem::remove("/run/active-units");
     ExpectOfBoth("yes", "not running", [] {});
@@ -219,6 +227,8 @@ TEST_F(NotificationTest, EndsAtAFirewallToolThatCannotBeRun) {
     EXPECT_EQ(FailureOf(Listener::kFirewall).status, -1);
     EXPECT_EQ(FailureOf(Listener::kFirewall).code, 0x700U);
     EXPECT_EQ(StateOf(Of(Listener::kRelayDaemon)), "not reached");
+    EXPECT_STREQ(FailureOf(Listener::kRelayDaemon).program, kFirewallTool);
+    EXPECT_EQ(FailureOf(Listener::kRelayDaemon).status, -1);
 }
 
 // The exported function treats a tool that ran as a success, so the relay daemon is reloaded.
