@@ -2,6 +2,8 @@
 #ifndef TAVO_BASE_OWNERS_H
 #define TAVO_BASE_OWNERS_H
 
+#include <dirent.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -23,6 +25,9 @@ struct FreeWith {
 // Owns one block from malloc, calloc, realloc, strdup, ...
 template <typename T>
 using MallocPtr = std::unique_ptr<T, FreeWith<std::free>>;
+
+// Owns the result of opendir(3).
+using OwnedFolder = std::unique_ptr<DIR, FreeWith<closedir>>;
 
 }  // namespace tavo
 

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "base/owners.h"
+#include "base/ports.h"
 #include "base/system_files.h"
 #include "platform_failure.h"
 
@@ -21,11 +22,9 @@ struct PortSetting {
     const char *key;
     int factory_port;
 };
-constexpr PortSetting kControlPort = {"ftpport", 21};
-constexpr PortSetting kLowPort = {"ftplowport", 50000};
-constexpr PortSetting kHighPort = {"ftphighport", 50031};
-
-constexpr int kHighestPort = 65535;
+constexpr PortSetting kControlPort = {tavo::kFtpPortKey, 21};
+constexpr PortSetting kLowPort = {tavo::kFtpLowPortKey, 50000};
+constexpr PortSetting kHighPort = {tavo::kFtpHighPortKey, 50031};
 
 // The size of a port with some leading zeros. A value that fills the buffer may be truncated and is
 // invalid.
@@ -42,7 +41,7 @@ int ParsePort(std::string_view text) {
     const char *end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, port);
     const bool whole = error == std::errc() && stop == end;
-    return whole && port <= kHighestPort ? static_cast<int>(port) : -1;
+    return whole && port <= tavo::kHighestPort ? static_cast<int>(port) : -1;
 }
 
 int ReadPort(const PortSetting &setting) {

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,14 +12,15 @@
 #include <cstddef>
 #include <string_view>
 
+#include "base/descriptor.h"
+#include "base/ports.h"
+#include "base/system_files.h"
 #include "platform_failure.h"
 #include "tavossh.h"
 
 namespace {
 
-constexpr char kConfiguration[] = "/etc/ssh/sshd_config";
 constexpr int kDefaultPort = 22;
-constexpr unsigned int kHighestPort = 65535;
 constexpr std::string_view kBlanks = " \t\r\n\f\v";
 
 struct Line {
@@ -35,20 +35,13 @@ class LineReader {
   public:
     // Opens without blocking, because the path may be a pipe.
     explicit LineReader(const char *path)
-        : fd_(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {}
-    ~LineReader() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    LineReader(const LineReader &) = delete;
-    LineReader &operator=(const LineReader &) = delete;
+        : file_(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {}
 
-    bool IsOpen() const { return fd_ >= 0; }
+    bool IsOpen() const { return file_.IsOpen(); }
 
     bool IsRegularFile() const {
         struct stat status;
-        return fstat(fd_, &status) == 0 && S_ISREG(status.st_mode);
+        return fstat(file_.Get(), &status) == 0 && S_ISREG(status.st_mode);
     }
 
     // Returns false after the last line, and if reading fails.
@@ -73,7 +66,7 @@ class LineReader {
 
     int NextByte() {
         if (position_ == size_) {
-            const ssize_t size = read(fd_, buffer_, sizeof(buffer_));
+            const ssize_t size = read(file_.Get(), buffer_, sizeof(buffer_));
             failed_ = size < 0;
             position_ = 0;
             size_ = std::max<ssize_t>(size, 0);
@@ -81,7 +74,7 @@ class LineReader {
         return position_ < size_ ? buffer_[position_++] : kNone;
     }
 
-    int fd_;
+    tavo::Descriptor file_;
     bool failed_ = false;
     ssize_t position_ = 0;
     ssize_t size_ = 0;
@@ -136,7 +129,8 @@ int ParsePort(std::string_view arguments) {
     const char *end = text.data() + text.size();
     unsigned int port = 0;
     const auto [stop, error] = std::from_chars(text.data(), end, port);
-    const bool number = error == std::errc() && stop == end && port >= 1 && port <= kHighestPort;
+    const bool number =
+        error == std::errc() && stop == end && port >= 1 && port <= tavo::kHighestPort;
     if (!number || (!rest.empty() && rest[0] != '#')) {
         return TAVO_PLATFORM_FAIL(TLIBC_ERR_BAD_PARAMETER);
     }
@@ -161,7 +155,7 @@ int FindPort(LineReader &lines) {
 }  // namespace
 
 int TAVOServiceSSHPortGet(void) {
-    LineReader lines(kConfiguration);
+    LineReader lines(tavo::kSshConfigFile);
     if (!lines.IsOpen()) {
         return errno == ENOENT || errno == ENOTDIR ? kDefaultPort
                                                    : TAVO_PLATFORM_FAIL(TLIBC_ERR_FILE_UNUSABLE);

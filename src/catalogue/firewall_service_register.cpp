@@ -95,8 +95,6 @@ constinit const TAVO_FW_SERVICE_REG rgServices[13] = {
 
 namespace {
 
-constexpr char kNfsSettings[] = "/etc/nfs/tavo_nfs_conf";
-
 // The size of the value of a setting; a longer value is truncated.
 constexpr std::size_t kValueSize = 16;
 
@@ -133,7 +131,7 @@ int PushNfsFixedPorts(TLIBCSzList *pPorts) {
 // Pushes the port that the administrator set under szKey, without validating it.
 int PushNfsCustomPort(const char *szKey, const char *szService, TLIBCSzList *pPorts) {
     char szPort[kValueSize];
-    const int nFound = TLIBCFileGetKeyValue(kNfsSettings, szKey, szPort, sizeof(szPort));
+    const int nFound = TLIBCFileGetKeyValue(tavo::kNfsConfigFile, szKey, szPort, sizeof(szPort));
     if (nFound < 1 || *szPort == '\0') {
         if (nFound >= 0) {
             TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
@@ -146,17 +144,17 @@ int PushNfsCustomPort(const char *szKey, const char *szService, TLIBCSzList *pPo
 // Pushes the ports of statd and the lock manager.
 int PushNfsChosenPorts(TLIBCSzList *pPorts) {
     // The switch for custom ports and the ports must come from the same version of the file.
-    const tavo::HeldFile held(kNfsSettings);
+    const tavo::HeldFile held(tavo::kNfsConfigFile);
     char szCustom[kValueSize];
-    if (TLIBCFileGetKeyValue(kNfsSettings, "nfs_custom_port_enable", szCustom, sizeof(szCustom)) <
-        0) {
+    if (TLIBCFileGetKeyValue(tavo::kNfsConfigFile, "nfs_custom_port_enable", szCustom,
+                             sizeof(szCustom)) < 0) {
         return TAVO_LOG("Failed to get val of 'NFS custom port', errno=0x%X", TLIBCErrGet());
     }
     if (std::strcmp(szCustom, "yes") == 0) {
-        if (PushNfsCustomPort("statd_port", "NFS statd port", pPorts) < 0) {
+        if (PushNfsCustomPort(tavo::kNfsStatdPortKey, "NFS statd port", pPorts) < 0) {
             return -1;
         }
-        return PushNfsCustomPort("nlm_port", "NFS nlockmgr port", pPorts);
+        return PushNfsCustomPort(tavo::kNfsLockManagerPortKey, "NFS nlockmgr port", pPorts);
     }
     if (TLIBCSzListPush(&pPorts, kNfsStatdPort) < 0) {
         return -1;

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/owners.h"
 #include "support/listing.h"
 #include "support/text.h"
 
@@ -22,10 +23,8 @@ constexpr std::size_t kFolderPathSize = 1024;
 // Buffer size for a value in a log line. A longer value is truncated.
 constexpr std::size_t kShownValueSize = 1024;
 
-using Folder = std::unique_ptr<DIR, FreeWith<closedir>>;
-
 // Reads the number after `szPrefix` as "%lu" does. Returns false if the text has another form.
-bool NumberBehind(const char *szPrefix, const char *szText, uint64_t &nNumber) {
+bool NumberAfter(const char *szPrefix, const char *szText, uint64_t &nNumber) {
     const std::size_t nLength = std::strlen(szPrefix);
     if (std::strncmp(szText, szPrefix, nLength) != 0) {
         return false;
@@ -37,8 +36,7 @@ bool NumberBehind(const char *szPrefix, const char *szText, uint64_t &nNumber) {
 
 // The form is "socket:[8123]", or "[0000]:8123" in kernels before 2.6.
 bool InodeOfLink(const char *szTarget, uint64_t &ulInode) {
-    return NumberBehind("socket:[", szTarget, ulInode) ||
-           NumberBehind("[0000]:", szTarget, ulInode);
+    return NumberAfter("socket:[", szTarget, ulInode) || NumberAfter("[0000]:", szTarget, ulInode);
 }
 
 // The error code for a failed system call on a process; 0 if the process is gone or not accessible.
@@ -56,7 +54,7 @@ unsigned int InodeHolders::AddDescriptors(const char *szPid) {
         return 0;
     }
     const int nFolder = open(szPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const Folder folder(nFolder < 0 ? nullptr : fdopendir(nFolder));
+    const OwnedFolder folder(nFolder < 0 ? nullptr : fdopendir(nFolder));
     if (!folder) {
         const unsigned int nError = FaultOf(errno);
         if (nFolder >= 0) {

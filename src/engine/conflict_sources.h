@@ -5,6 +5,7 @@
 
 #include <optional>
 
+#include "base/system_files.h"
 #include "support/held_file.h"
 #include "support/owners.h"
 #include "tavoserviceconf.h"
@@ -14,6 +15,9 @@ namespace tavo {
 // The bits of TAVO_PORT_CHECK_* that select a source.
 constexpr int kEverySource = TAVO_PORT_CHECK_PORT_FORWARD | TAVO_PORT_CHECK_FW_SERVICE |
                              TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
+
+// The sources of a check of a whole file. Its author cannot know the rules of the router.
+constexpr int kSourcesOfFiles = kEverySource & ~TAVO_PORT_CHECK_PORT_FORWARD;
 
 // A query for this single port always conflicts; a query for a range that contains it does not.
 constexpr int kReservedPort = 412;
@@ -75,19 +79,15 @@ class ForwardingRules {
 
 // ---- Settings of the system ----
 
-// The two keys of the passive port range of FTP. The range is not compared; it only must be
-// readable. The FTP library reads it, from the key for the high port.
-constexpr char kFtpLowPortKey[] = "ftplowport";
-constexpr char kFtpHighPortKey[] = "ftphighport";
-
 struct ServiceSetting {
     const char *service;  // skipping this name skips the setting
     const char *key;
 };
 
-// In reading order.
+// In reading order. The passive ports of FTP are not compared; they only must be readable. The FTP
+// library reads them, from the key for the high port.
 constexpr ServiceSetting kServiceSettings[] = {
-    {"ftp", "ftpport"},
+    {"ftp", kFtpPortKey},
     {"ftp", kFtpLowPortKey},
     {"webdav_http", "WebDavPort"},
     {"webdavs_https", "secure_WebDavPort"},

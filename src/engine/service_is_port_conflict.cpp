@@ -454,10 +454,6 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
 
 // ---- Service files ----
 
-// The flags of a check of a whole file. Its author cannot know the rules of the router.
-constexpr int kServiceFileCheckFlags =
-    TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
-
 // A snapshot of a service file: the ports of its sections, up to the first section that ends the
 // check.
 struct SectionPorts {
@@ -538,8 +534,8 @@ int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConfli
     char szNone[] = "";
     szProtocol = szProtocol == nullptr ? szNone : szProtocol;
     TLIBCStrTrimSpace(szProtocol);
-    const int nAnswer = IsPortConflict(szSection, szPort, szProtocol, kServiceFileCheckFlags,
-                                       ppConflictPorts, call);
+    const int nAnswer =
+        IsPortConflict(szSection, szPort, szProtocol, kSourcesOfFiles, ppConflictPorts, call);
     if (nAnswer < 0) {
         TAVO_LOG_STATE("TLIBIsPortConflict FAILED=%d, port=%s, protocol=%s tavoerr=", nAnswer,
                        szPort, szProtocol);

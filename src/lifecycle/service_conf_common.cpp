@@ -100,8 +100,8 @@ int Replace(const char *szSrc, const char *szDst, bool move, StepFailure &failur
 
 // ---- Stores ----
 
-// At least one of the low four bits of nCheckFlags must be set. One of them selects no store.
-constexpr uint32_t kStoreFlags = 15;
+// At least one of these bits must be set. TAVO_PORT_CHECK_SYS_KEY selects no store.
+constexpr uint32_t kStoreFlags = TAVO_PORT_CHECK_ALL & ~TAVO_PORT_CHECK_RUNTIME;
 
 int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam, StepFailure &failure) {
     if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||

@@ -13,9 +13,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "base/descriptor.h"
+#include "base/owners.h"
 #include "lifecycle/path_change.h"
 #include "lifecycle/temporary_copy.h"
 #include "support/failure.h"
@@ -86,13 +86,11 @@ int NameCopy(Store &store, StepFailure &failure) {
 
 // ---- The last whole copy ----
 
-using OpenFolder = std::unique_ptr<DIR, decltype([](DIR *folder) { closedir(folder); })>;
-
 // Whether a store or a copy has content that could be lost.
 enum class Content { kNone, kSome, kUnknown };
 
 Content ContentOfFolder(const char *path) {
-    const OpenFolder folder(opendir(path));
+    const OwnedFolder folder(opendir(path));
     if (folder == nullptr) {
         return Content::kUnknown;
     }
@@ -189,7 +187,7 @@ bool IsLink(int folder, const char *name) {
 // Sets the modes of the entries in a copied folder to those in the original. Entries that are not
 // in both folders are skipped. Closes `folder`. Returns false if a folder cannot be listed.
 bool CopyModesInside(int folder, int copy) {
-    const OpenFolder listing(folder < 0 ? nullptr : fdopendir(folder));
+    const OwnedFolder listing(folder < 0 ? nullptr : fdopendir(folder));
     if (listing == nullptr) {
         const int error = errno;
         close(folder);

@@ -1,4 +1,4 @@
-// Port numbers: their limits, sets of them, and parsing one without writing a log line.
+// Port numbers: sets of them, and parsing one without writing a log line.
 #ifndef TAVO_SRC_MODEL_PORT_TEXT_H
 #define TAVO_SRC_MODEL_PORT_TEXT_H
 
@@ -8,10 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace tavo {
+#include "base/ports.h"
 
-inline constexpr unsigned int kHighestPort = 65535;
-inline constexpr int kPortCount = int{kHighestPort} + 1;
+namespace tavo {
 
 // A set of ports by number, so that a list need not be searched for each port.
 using PortSet = std::bitset<kPortCount>;

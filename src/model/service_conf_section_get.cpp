@@ -27,9 +27,6 @@ struct Source {
     const char *Value(const char *szKey) const { return TLIBCSzHashGetValue(pKeys, szKey); }
 };
 
-// The size of the value of port_forward in lower case. A longer value is not "yes".
-constexpr std::size_t kForwardTextSize = 32;
-
 // Reads a title or description: a reference, which may be missing, and a text.
 inline int ReadString(const Source &source, const char *szReferenceKey, const char *szTextKey,
                       TAVO_SERVICE_CONF_STRING *pString) {
@@ -49,7 +46,7 @@ uint32_t ReadPortForward(const Source &source) {
     if (szValue == nullptr) {
         return 0;
     }
-    char szForward[kForwardTextSize];
+    char szForward[tavo::kForwardTextSize];
     return TLIBCStrCaseLower(szValue, szForward, sizeof(szForward)) == 0 &&
            TLIBCStrTrimSpace(szForward) == 0 && std::strcmp(szForward, "yes") == 0;
 }
@@ -144,10 +141,9 @@ int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING 
         tavo::CopyText(pString->szText, szSection);
         return 0;
     }
-    char *szSource = nullptr;
-    if (std::strchr(szKey, ':') != nullptr) {
-        szSource = std::exchange(szSection, tavo::CutPiece(szKey, ':'));
-    }
+    char *szSource = std::strchr(szKey, ':') == nullptr
+                         ? nullptr
+                         : std::exchange(szSection, tavo::CutPiece(szKey, ':'));
     if ((szSource != nullptr && TLIBCStrTrimSpace(szSource) < 0) ||
         TLIBCStrTrimSpace(szSection) < 0 || TLIBCStrTrimSpace(szKey) < 0) {
         return -1;

@@ -18,6 +18,7 @@ constexpr char kKeyDescKey[] = "desc_key";
 constexpr char kKeyDesc[] = "desc";
 constexpr char kKeyDescExtra[] = "desc_extra";
 constexpr char kKeyPortForward[] = "port_forward";
+constexpr unsigned int kForwardTextSize = 32;  // of its value; a longer one is not "yes"
 constexpr char kKeySrcPorts[] = "src.ports";
 constexpr char kKeyDstPorts[] = "dst.ports";
 
