@@ -3,11 +3,14 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
+#include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "commands/commands.h"
 #include "lint/lint_rules.h"
+#include "output/text.h"
 #include "patterns.h"
 #include "servicetool_run.h"
 #include "temporary_folder.h"
@@ -76,6 +79,45 @@ std::set<std::string> NamesExplained(const std::string &page) {
     return names;
 }
 
+// The options of a command with their values, "near" with "port", and its arguments.
+struct Usage {
+    std::map<std::string, std::string> options;
+    std::vector<std::string> arguments;
+};
+
+// The usage according to the synopsis of the page, which may have several forms. "Ar" without a
+// name is "file ...".
+Usage SynopsisOf(const std::string &command, const std::string &page) {
+    Usage usage;
+    for (const Groups &form :
+         AllMatches(page, "\n\\.Nm\n\\.Cm (?:[a-z-]+ \\| )?" + command +
+                              "(?: \\|[^\n]*)?((?:\n\\.(?:Op|Ar|Fl)[^\n]*)+)")) {
+        for (const Groups &option :
+             AllMatches(form[1], "(?:Fl|\\|) -([a-z][a-z-]*)( Ar)?(?: ([a-z]+))?")) {
+            usage.options[option[1]] = !option[2].empty() && option[3].empty() ? "file" : option[3];
+        }
+        for (const Groups &line : AllMatches(form[1], "\n\\.(?:Op )?Ar([^\n]*)")) {
+            std::string names = ReplaceMatches(line[1], " Ns Op / Ns Ar ([a-z]+)", "[/$1]");
+            names = ReplaceMatches(names, " \\| ", "|");
+            for (const Groups &name : AllMatches(names.empty() ? "file" : names, "[a-z][^ ]*")) {
+                usage.arguments.push_back(name[0]);
+            }
+        }
+    }
+    return usage;
+}
+
+Usage UsageOfTheRecord(const Command &command) {
+    Usage usage = {{{"json", ""}}, {}};
+    for (const Option &option : command.options) {
+        usage.options[option.name + std::strlen("--")] = LowerCase(option.value.name);
+    }
+    for (const Operand &operand : command.operands) {
+        usage.arguments.push_back(LowerCase(operand.value.name));
+    }
+    return usage;
+}
+
 TEST(Manual, HasNoFormatError) {
     if (RunProgram({"sh", "-c", "command -v mandoc"}).status != 0) {
         GTEST_SKIP() << "mandoc is not installed";
@@ -103,6 +145,34 @@ TEST(Manual, ExplainsTheCommandsAndOptionsOfTheRecords) {
     const std::set<std::string> explained = NamesExplained(page);
     for (const Command *command : Commands()) {
         EXPECT_THAT(explained, testing::Contains(command->name));
+    }
+}
+
+TEST(Manual, HasTheSynopsisOfEachRecord) {
+    const std::string page = ReadFile(kSource + "/man/servicetool.1");
+    for (const Command *command : Commands()) {
+        const Usage synopsis = SynopsisOf(std::string(command->name), page);
+        const Usage record = UsageOfTheRecord(*command);
+        EXPECT_EQ(synopsis.options, record.options) << command->name;
+        EXPECT_EQ(synopsis.arguments, record.arguments) << command->name;
+    }
+}
+
+TEST(Manual, NamesTheCommandsOfEachOption) {
+    const std::string page = ReadFile(kSource + "/man/servicetool.1");
+    std::map<std::string, std::set<std::string>> named;
+    for (const Groups &entry : AllMatches(page, "\n\\.It Fl -([a-z-]+)[^\n]*\n\\.Pq Cm ([^\n]+)")) {
+        named[entry[1]] = Matches(entry[2], "([a-z-]+)");
+    }
+    EXPECT_GT(named.size(), 20U);
+    for (const auto &[option, commands] : named) {
+        std::set<std::string> expected;
+        for (const Command *command : Commands()) {
+            if (UsageOfTheRecord(*command).options.contains(option)) {
+                expected.emplace(command->name);
+            }
+        }
+        EXPECT_EQ(commands, expected) << option;
     }
 }
 

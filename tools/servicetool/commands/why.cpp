@@ -157,7 +157,7 @@ void Why(const Arguments &arguments, Report &report) {
 }
 
 constexpr Operand kOperands[] = {
-    {.value = {"PORT[/PROTOCOL]"},
+    {.value = {"PORT[/PROTOCOLS]"},
      .help = "Ports, such as 8080 or 53/udp; default both protocols",
      .count = Count::kSome},
 };
