@@ -12,6 +12,7 @@
 #include "engine/conflict_sources.h"
 #include "input/input_file.h"
 #include "output/text.h"
+#include "support/service_directory.h"
 
 namespace tavo::tool {
 namespace {
@@ -120,6 +121,10 @@ std::string OperandCalls(const Command &command) {
 
 std::string Records() {
     constexpr char kEnd[] = "            ;;\n";
+    Words folders;
+    for (const ServiceFolder &folder : kServiceFolders) {
+        folders.emplace_back(folder.path);
+    }
     std::string commands;
     std::string cases;
     for (const Command *command : Commands()) {
@@ -127,8 +132,9 @@ std::string Records() {
         cases += "        " + std::string(command->name) + ")\n" + OptionCalls(command) +
                  OperandCalls(*command) + kEnd;
     }
-    return std::string(kExplanation) + "_servicetool_record() {\n    case $1 in\n        '')\n" +
-           OptionCalls(nullptr) + commands + kEnd + cases + "        *) return 1 ;;\n    esac\n}\n";
+    return "_servicetool_folders=(" + Joined(folders) + ")\n\n" + std::string(kExplanation) +
+           "_servicetool_record() {\n    case $1 in\n        '')\n" + OptionCalls(nullptr) +
+           commands + kEnd + cases + "        *) return 1 ;;\n    esac\n}\n";
 }
 
 int WriteScript(const std::string &path, const std::string &script) {

@@ -59,11 +59,13 @@ _servicetool_names() {
 
 # The files of both service folders whose names start with what is typed.
 _servicetool_installed() {
-    local file
-    for file in {/usr/tavo,/usr/local}/etc/services.d/"$1"*; do
-        if [[ -f $file ]]; then
-            COMPREPLY+=("${file##*/}")
-        fi
+    local folder file
+    for folder in "${_servicetool_folders[@]}"; do
+        for file in "$folder/$1"*; do
+            if [[ -f $file ]]; then
+                COMPREPLY+=("${file##*/}")
+            fi
+        done
     done
     compopt -o filenames 2> /dev/null
 }

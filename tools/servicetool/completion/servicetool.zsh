@@ -81,7 +81,7 @@ _servicetool_targets() {
 # The names of the files in both service folders.
 _servicetool_installed() {
     local -aU files
-    files=({/usr/tavo,/usr/local}/etc/services.d/*(N-.:t))
+    files=($^_servicetool_folders/*(N-.:t))
     _wanted files expl 'installed file' compadd -a files
 }
 
