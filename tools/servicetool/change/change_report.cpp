@@ -145,7 +145,7 @@ const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
 // ---- Changes
 
 std::string_view WhatWasDone(const Change &change) {
-    if (change.before) {
+    if (change.file.text) {
         return change.after ? "changed" : "removed";
     }
     return change.section.empty() ? "installed" : "created";
@@ -162,42 +162,11 @@ std::string FirewallFix(const ChangeOutcome &outcome) {
 
 }  // namespace
 
-Change ChangeOf(const Arguments &arguments, const InstalledFile &file, FileText after,
-                std::vector<Listener> listeners) {
-    Change change = ChangeAskedFor(arguments);
-    change.path = file.path;
-    change.before = file.text;
-    change.after = std::move(after);
-    change.listeners = std::move(listeners);
-    return change;
-}
-
-ChangeReport::ChangeReport(Change change, Report &report)
-    : change_(std::move(change)),
-      report_(report),
-      diff_(UnifiedDiff(change_.before, change_.after, change_.path)) {}
-
-void ChangeReport::Add(const std::string &section, const PortQuery &query,
-                       const PortAnswer &answer) {
-    const PortVerdict verdict = answer.Verdict();
-    taken_ |= verdict == PortVerdict::kTaken;
-    unknown_ |= verdict == PortVerdict::kUnknown;
-    if (verdict != PortVerdict::kFree) {
-        verdicts_ += Escaped(change_.path) + ": [" + Escaped(section) + "] " +
-                     VerdictText(query, answer) + '\n';
-    }
-    table_.Add(answer.conflicts, section);
-    for (const PortConflict &conflict : answer.conflicts) {
-        Json one = {{"section", Utf8Text(section)}};
-        one.Merge(ConflictJson(conflict));
-        conflicts_.Append(std::move(one));
-    }
-}
-
 bool ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
                           Status status) {
-    report_.TellError(change_.path, std::move(rule), message + kSoUnchanged, std::move(fix),
-                      status);
+    const InstalledFile &file = change_.file;
+    report_.TellError(file.path.empty() ? file.name : file.path, std::move(rule),
+                      message + kSoUnchanged, std::move(fix), status);
     AddResult();
     return false;
 }
@@ -208,21 +177,42 @@ bool ChangeReport::End(const std::string &text) {
     return false;
 }
 
-bool ChangeReport::Begin(const std::string &what) {
-    if (!change_.path.empty() && !change_.notify_only && change_.before == change_.after) {
-        return End(Escaped(change_.path) + ": already up to date; nothing changed");
+// Prints which ports are not free. Returns false if the change is refused because of them.
+bool ChangeReport::AllowsPorts() {
+    ConflictTable table(ConflictTable::Sections::kYes);
+    std::string verdicts;
+    bool taken = false;
+    bool unknown = false;
+    for (const auto &[section, query, answer] : change_.ports) {
+        const PortVerdict verdict = answer.Verdict();
+        taken |= verdict == PortVerdict::kTaken;
+        unknown |= verdict == PortVerdict::kUnknown;
+        table.Add(answer.conflicts, section);
+        if (verdict != PortVerdict::kFree) {
+            verdicts += Escaped(change_.file.path) + ": [" + Escaped(section) + "] " +
+                        VerdictText(query, answer) + '\n';
+        }
     }
-    report_.Print(table_.Text(true, report_.Columns()) + verdicts_);
-    if (taken_ && !change_.force) {
+    report_.Print(table.Text(true, report_.Columns()) + verdicts);
+    if (taken && !change_.force) {
         return Refuse("taken", "its ports are taken", change_.taken_fix,
-                      unknown_ ? Status::kFailed : Status::kNo);
+                      unknown ? Status::kFailed : Status::kNo);
     }
-    if (unknown_ && !change_.force) {
-        return Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
-                      Status::kFailed);
+    return !unknown || change_.force ||
+           Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
+                  Status::kFailed);
+}
+
+bool ChangeReport::Begin() {
+    const InstalledFile &file = change_.file;
+    if (!file.path.empty() && !change_.notify_only && file.text == change_.after) {
+        return End(Escaped(file.path) + ": already up to date; nothing changed");
     }
-    if (!what.empty()) {
-        report_.Print(Escaped(change_.path) + ": " + what + '\n');
+    if (!AllowsPorts()) {
+        return false;
+    }
+    if (!change_.what.empty()) {
+        report_.Print(Escaped(file.path) + ": " + change_.what + '\n');
     }
     if (!change_.listeners.empty()) {
         report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
@@ -251,12 +241,12 @@ void ChangeReport::Call(const Operation &operation) {
 void ChangeReport::Do(const Operation &operation) {
     try {
         Call(operation);
-        if (!change_.path.empty()) {
+        if (!change_.file.path.empty()) {
             TellFile();
         }
         // A failed call has notified no listeners. A successful one has, even if the file is not as
         // planned.
-        if (change_.path.empty() || result_ >= 0) {
+        if (change_.file.path.empty() || result_ >= 0) {
             TellNotifications();
         }
         TellTemporaryFiles();
@@ -268,18 +258,19 @@ void ChangeReport::Do(const Operation &operation) {
 
 // Reads the file again, because the library does not detect every failed write.
 void ChangeReport::TellFile() {
+    const InstalledFile &file = change_.file;
     FileText now;
     try {
-        now = TextOf(change_.path, change_.path);
+        now = TextOf(file.path, file.path);
     } catch (const std::runtime_error &error) {
         TellUnknown(error);
         return;
     }
-    changed_ = now != change_.before;
+    changed_ = now != file.text;
     const bool as_planned = now == change_.after;
     if (result_ >= 0 && as_planned) {
         if (!change_.notify_only) {
-            report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
+            report_.PrintDone(Escaped(file.path) + ": " + std::string(WhatWasDone(change_)));
         }
         return;
     }
@@ -295,7 +286,7 @@ void ChangeReport::TellFile() {
         TellFailed(reason + "; the change could not be undone: " + ReasonOf(outcome_.undo_failure),
                    "");
     } else if (!changed_) {
-        TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was created"),
+        TellFailed(reason + (file.text ? "; the file is unchanged" : "; no file was created"),
                    FirewallFix(outcome_));
     } else if (as_planned) {
         TellFailed(reason + "; the file was changed anyway", "write servicetool restart");
@@ -358,19 +349,20 @@ std::string ChangeReport::ReasonOf(const StepFailure &failure) const {
                 StepFailure one = failure;
                 CopyText(one.path, plugin.path);
                 one.status = plugin.status;
-                reasons += (reasons.empty() ? "" : "; ") + ReasonText(one, change_.path, output_);
+                reasons +=
+                    (reasons.empty() ? "" : "; ") + ReasonText(one, change_.file.path, output_);
             }
         }
     }
     if (!reasons.empty()) {
         return reasons;
     }
-    return Replaced(LowerFirst(ReasonText(failure, change_.path, output_)), copied_path_,
-                    source_name_);
+    return Replaced(LowerFirst(ReasonText(failure, change_.file.path, output_)), change_.copy,
+                    change_.name_of_copy);
 }
 
 void ChangeReport::TellFailed(std::string message, std::string fix) {
-    report_.TellError(change_.path, "failed", std::move(message), std::move(fix));
+    report_.TellError(change_.file.path, "failed", std::move(message), std::move(fix));
 }
 
 void ChangeReport::TellUnknown(const std::exception &error) {
@@ -379,16 +371,22 @@ void ChangeReport::TellUnknown(const std::exception &error) {
 }
 
 void ChangeReport::AddResult() {
-    // A change that ended before its file was found has only the file name as its path.
-    const bool found = change_.path.find('/') != std::string::npos;
+    Json conflicts = Json::EmptyArray();
+    for (const CheckedPorts &ports : change_.ports) {
+        for (const PortConflict &conflict : ports.answer.conflicts) {
+            Json one = {{"section", Utf8Text(ports.section)}};
+            one.Merge(ConflictJson(conflict));
+            conflicts.Append(std::move(one));
+        }
+    }
     report_.AddResult({{"operation", change_.operation},
-                       {"file", TextOrNull(LastPart(change_.path))},
-                       {"path", TextOrNull(found ? change_.path : "")},
+                       {"file", TextOrNull(change_.file.name)},
+                       {"path", TextOrNull(change_.file.path)},
                        {"section", TextOrNull(change_.section)},
                        {"dry_run", change_.dry_run},
                        {"changed", changed_},
                        {"diff", TextOrNull(diff_)},
-                       {"conflicts", std::move(conflicts_)},
+                       {"conflicts", std::move(conflicts)},
                        {"told", notified_},
                        {"not_told", not_notified_}});
 }

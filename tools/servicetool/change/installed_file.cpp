@@ -120,13 +120,13 @@ bool CheckFileName(const std::string &name, Report &report) {
     return problem.empty();
 }
 
-bool FindInstalledFile(const std::string &name, int folders, Missing missing, bool dry_run,
-                       InstalledFile &file, Report &report) {
+bool FindInstalledFile(int folders, Missing missing, bool dry_run, InstalledFile &file,
+                       Report &report) {
+    const std::string &name = file.name;
     if (!CheckFileName(name, report) ||
         (!dry_run && !LockChanges(file.lock, name, kSoUnchanged, report))) {
         return false;
     }
-    file.name = name;
     for (const ServiceFolder &folder : kServiceFolders) {
         if ((folders & folder.selector) == 0) {
             continue;

@@ -45,11 +45,11 @@ std::string NameProblem(const std::string &section) {
 }
 
 void ReadSection(SectionTarget &target) {
-    const MemoryFile copy(*target.file.text);
+    const MemoryFile copy(*target.change.file.text);
     OwnedTable keys;
     TAVO_SERVICE_CONF_SECTION *today = nullptr;
     const Reading reading =
-        ReadServiceSection(copy.Path().c_str(), target.section.c_str(), keys, &today);
+        ReadServiceSection(copy.Path().c_str(), target.change.section.c_str(), keys, &today);
     target.today.reset(today);
     ThrowIfSystemFailed("the section cannot be read", reading.Fault());
     const char *key = nullptr;
@@ -81,16 +81,16 @@ SectionLines LinesOfSection(const std::string &text, const std::string &section)
 }
 
 // A section without keys is visible in the file, but the library ignores it.
-bool TellMissing(const SectionTarget &target, Report &report) {
-    const SectionLines found = LinesOfSection(*target.file.text, target.section);
-    const std::string section = "section [" + target.section + ']';
+bool TellMissing(const Change &change, Report &report) {
+    const SectionLines found = LinesOfSection(*change.file.text, change.section);
+    const std::string section = "section [" + change.section + ']';
     std::string message = "has no " + section;
     std::string fix = found.similar.empty() ? "" : "write " + found.similar;
     if (!found.numbers.empty()) {
         message = section + " has no keys";
         fix = "write servicetool set, or remove its line by hand";
     }
-    report.TellError(target.file.path, "not-found", message + kSoUnchanged, fix, Status::kNo);
+    report.TellError(change.file.path, "not-found", message + kSoUnchanged, fix, Status::kNo);
     return false;
 }
 
@@ -112,38 +112,36 @@ std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
 // Reports the findings of lint in the new section, and checks its ports for conflicts, as the
 // library also does when it makes the change. Refuses the change and returns false if the library
 // would not read the new section. Errors in other sections are ignored.
-bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
+bool CheckSection(Change &change, const PortQuery &query, ChangeReport &change_report,
                   Report &report) {
-    const std::string &text = *change.Plan().after;
-    const std::set<std::size_t> own = LinesOfSection(text, target.section).numbers;
-    const LintResult lint = LintText(text, target.file.path);
+    const std::string &section = change.section;
+    const std::set<std::size_t> own = LinesOfSection(*change.after, section).numbers;
+    const LintResult lint = LintText(*change.after, change.file.path);
     for (const Diagnostic &diagnostic : lint.diagnostics) {
         if (own.count(diagnostic.line) != 0) {
             report.Tell(diagnostic);
         }
     }
     if (std::any_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
-            return service.name == target.section && !service.readable;
+            return service.name == section && !service.readable;
         })) {
-        return change.Refuse("invalid",
-                             "the library would not read section [" + target.section + ']');
+        return change_report.Refuse("invalid",
+                                    "the library would not read section [" + section + ']');
     }
-    change.Add(target.section, query,
-               PortSources(kEverySource, report).Ask(query, {target.section}));
+    change.ports = {{section, query, PortSources(kEverySource, report).Ask(query, {section})}};
     return true;
 }
 
-// The library's record for writing to the section.
-SetParam ParamOf(const Arguments &arguments, const SectionTarget &target) {
+SetParam ParamOf(const Arguments &arguments, const Change &change) {
     SetParam param{};
     param.nRestartMode =
         arguments.Has("--no-restart") ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
     param.nRestartFlags = TAVO_RESTART_FIREWALL;
     param.nWriteMode = TAVO_WRITE_MODE_SET;
     param.nCheckFlags = kEverySource;
-    param.nLocation = static_cast<std::uint32_t>(target.file.folder.selector);
-    CopyText(param.szFileName, target.file.name);
-    CopyText(param.szSectionName, target.section);
+    param.nLocation = static_cast<std::uint32_t>(change.file.folder.selector);
+    CopyText(param.szFileName, change.file.name);
+    CopyText(param.szSectionName, change.section);
     return param;
 }
 
@@ -151,20 +149,21 @@ SetParam ParamOf(const Arguments &arguments, const SectionTarget &target) {
 
 bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &target,
                  Report &report) {
-    target.section = arguments.Word(1);
-    const std::string problem = NameProblem(target.section);
+    Change &change = target.change;
+    change = ChangeAskedFor(arguments);
+    const std::string problem = NameProblem(change.section);
     if (!problem.empty()) {
-        report.TellUsage("section name " + Quoted(target.section) + ' ' + problem);
+        report.TellUsage("section name " + Quoted(change.section) + ' ' + problem);
         return false;
     }
-    if (!FindInstalledFile(arguments.Word(0), FoldersOf(arguments), missing,
-                           arguments.Has("--dry-run"), target.file, report)) {
+    if (!FindInstalledFile(FoldersOf(arguments), missing, change.dry_run, change.file, report)) {
         return false;
     }
-    if (target.file.text) {
+    target.param = ParamOf(arguments, change);
+    if (change.file.text) {
         ReadSection(target);
     }
-    return target.present || missing == Missing::kAllow || TellMissing(target, report);
+    return target.present || missing == Missing::kAllow || TellMissing(change, report);
 }
 
 OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report) {
@@ -230,22 +229,19 @@ FileText TextAfter(const FileText &before, const FileChange &change) {
     throw std::runtime_error(kCannotStage + (": " + reason));
 }
 
-void ChangeSection(const Arguments &arguments, const SectionTarget &target,
-                   const SectionChange &wanted, Report &report) {
-    Change plan = ChangeOf(arguments, target.file, wanted.after, {wanted.listener});
-    SetParam param = ParamOf(arguments, target);
-    if (param.nRestartMode == TAVO_RESTART_MODE_RESTART) {
-        plan.listeners = {wanted.listener, Listener::kFirewall, Listener::kRelayDaemon};
-        plan.listeners.erase(std::unique(plan.listeners.begin(), plan.listeners.end()),
-                             plan.listeners.end());
+void ChangeSection(SectionTarget &target, Report &report, const ChangeReport::Operation &make) {
+    Change &change = target.change;
+    std::vector<Listener> &listeners = change.listeners;
+    const bool removes = target.param.nWriteMode == TAVO_WRITE_MODE_REMOVE;
+    listeners = {removes ? Listener::kFirewall : Listener::kRouterTool};
+    if (target.param.nRestartMode == TAVO_RESTART_MODE_RESTART) {
+        listeners.insert(listeners.end(), {Listener::kFirewall, Listener::kRelayDaemon});
+        listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
     }
-    if (!wanted.taken_fix.empty()) {
-        plan.taken_fix = wanted.taken_fix;
-    }
-    ChangeReport change(std::move(plan), report);
-    if ((!wanted.ports || CheckSection(target, *wanted.ports, change, report)) &&
-        change.Begin(wanted.what)) {
-        change.Do([&](ChangeOutcome &outcome) { return wanted.make(param, outcome); });
+    ChangeReport change_report(change, report);
+    if ((!target.ports || CheckSection(change, *target.ports, change_report, report)) &&
+        change_report.Begin()) {
+        change_report.Do(make);
     }
 }
 

@@ -20,14 +20,15 @@ namespace tavo::tool {
 class Arguments;
 
 struct SectionTarget {
-    InstalledFile file;
-    std::string section;
-    bool present = false;  // the file contains keys of the section
-    OwnedSection today;    // as the library reads it; null if it rejects it
+    Change change;                   // without a plan
+    SetParam param{};                // the library's record for writing to the section
+    bool present = false;            // the file contains keys of the section
+    OwnedSection today;              // as the library reads it; null if it rejects it
+    std::optional<PortQuery> ports;  // that the section will declare, to be checked
 };
 
-// Finds file and section, which must exist unless `missing` is kAllow. Returns false if they cannot
-// be changed, which is reported and raises the status.
+// Finds file and section, which must exist unless `missing` is kAllow, and fills the target except
+// for the ports. Returns false if they cannot be changed, which is reported and raises the status.
 bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &target,
                  Report &report);
 
@@ -47,22 +48,9 @@ PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports);
 using FileChange = std::function<int(const char *path, StepFailure &failure)>;
 FileText TextAfter(const FileText &before, const FileChange &change);
 
-// What a command changes in a section.
-struct SectionChange {
-    std::string what;  // for the plan, as in "add section [chat]"
-    FileText after;
-    Listener listener = Listener::kRouterTool;  // in addition to those that a restart notifies
-    std::optional<PortQuery> ports = {};        // that the section will declare, to be checked
-    std::string taken_fix = {};                 // if they are taken; empty: the usual one
-
-    // Makes the change with the library; see ChangeReport::Operation.
-    std::function<int(SetParam &param, ChangeOutcome &outcome)> make;
-};
-
-// Plans, checks, makes and reports the change. It is refused if the library would not read the new
-// section.
-void ChangeSection(const Arguments &arguments, const SectionTarget &target,
-                   const SectionChange &wanted, Report &report);
+// Plans, checks, makes and reports the change, whose text and description the caller has set. It is
+// refused if the library would not read the new section.
+void ChangeSection(SectionTarget &target, Report &report, const ChangeReport::Operation &make);
 
 }  // namespace tavo::tool
 

@@ -74,14 +74,14 @@ OwnedSection NewSection(const Arguments &arguments, SectionTarget &target, Repor
     if (section == nullptr) {
         if (!arguments.Has("--title") || !arguments.Has("--desc") ||
             !arguments.Has("--dst-ports")) {
-            report.TellUsage("section [" + target.section + "] " +
+            report.TellUsage("section [" + target.change.section + "] " +
                              (target.present ? "cannot be read as it is" : "is new") +
                              ", so it needs --title, --desc and --dst-ports");
             return nullptr;
         }
         section = OrThrow(NewRecord<OwnedSection>());
     }
-    CopyText(section->szName, target.section);
+    CopyText(section->szName, target.change.section);
     TAVO_SERVICE_CONF_STRING &title = section->strTitle;
     TAVO_SERVICE_CONF_STRING &desc = section->strDesc;
     if (arguments.Has("--port-forward") || arguments.Has("--no-port-forward")) {
@@ -114,10 +114,11 @@ FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &se
 }
 
 std::string WhatIsDone(const SectionTarget &target) {
-    const char *what = !target.file.text ? "create it with section ["
+    const Change &change = target.change;
+    const char *what = !change.file.text ? "create it with section ["
                        : target.present  ? "change section ["
                                          : "add section [";
-    return what + target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
+    return what + change.section + ']' + LinkRemark(change.file.path, OfLink::kTarget);
 }
 
 void Set(const Arguments &arguments, Report &report) {
@@ -129,21 +130,18 @@ void Set(const Arguments &arguments, Report &report) {
     if (section == nullptr) {
         return;
     }
-    if (!target.file.text) {
-        WarnOfNewName(target.file.name, "write", report);
+    Change &change = target.change;
+    if (!change.file.text) {
+        WarnOfNewName(change.file.name, "write", report);
     }
-    const PortQuery query = QueryOf(section->pDstPorts);
+    target.ports = QueryOf(section->pDstPorts);
     section->pDstPorts = Reversed(section->pDstPorts);
     section->pSrcPorts = Reversed(section->pSrcPorts);
-    ChangeSection(arguments, target,
-                  {.what = WhatIsDone(target),
-                   .after = WithSection(target.file.text, *section),
-                   .ports = query,
-                   .make =
-                       [&](SetParam &param, ChangeOutcome &outcome) {
-                           return WriteSection(&param, section.get(), outcome);
-                       }},
-                  report);
+    change.what = WhatIsDone(target);
+    change.after = WithSection(change.file.text, *section);
+    ChangeSection(target, report, [&](ChangeOutcome &outcome) {
+        return WriteSection(&target.param, section.get(), outcome);
+    });
 }
 
 constexpr Operand kOperands[] = {kTargetFile, kTargetSection};
