@@ -47,12 +47,6 @@ std::vector<Leftover> OwnCopiesOfStores();
 // Copies of running processes are ignored. Throws std::runtime_error if /tmp cannot be read.
 std::vector<std::string> CopiesOfRemoved(const std::string &name);
 
-// The name for JSON, such as "private-folder".
-std::string_view KindName(LeftoverKind kind);
-
-// "copy of /usr/local/etc/services.d by process 812"
-std::string KindText(const Leftover &leftover);
-
 // Removes the leftover. Returns "", or the reason why it cannot be removed.
 std::string RemoveLeftover(const Leftover &leftover);
 
