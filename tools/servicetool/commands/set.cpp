@@ -11,30 +11,23 @@
 namespace tavo::tool {
 namespace {
 
-// Each of the following functions sets a part of the section to the value of an option, if it is
-// given. Returns false if the value is invalid, which is reported.
+// Each of the following functions sets a part of the section to the value of an option. Returns
+// false if the value is invalid, which is reported.
 
-bool SetText(const Arguments &arguments, const char *option, TAVO_SERVICE_CONF_STRING &string,
+bool SetText(const char *option, const std::string &text, TAVO_SERVICE_CONF_STRING &string,
              Report &report) {
-    const std::string text = arguments.Text(option);
     if (text.size() >= sizeof(string.szText) || text.find('\n') != std::string::npos) {
         report.TellUsage(std::string(option) + " takes one line of at most " +
                          std::to_string(sizeof(string.szText) - 1) + " bytes");
         return false;
     }
-    if (!text.empty()) {
-        CopyText(string.szText, text);
-    }
+    CopyText(string.szText, text);
     return true;
 }
 
 // The reference must be unchanged after it is read by the library.
-bool SetReference(const Arguments &arguments, const char *option, TAVO_SERVICE_CONF_STRING &string,
+bool SetReference(const char *option, const std::string &text, TAVO_SERVICE_CONF_STRING &string,
                   Report &report) {
-    const std::string text = arguments.Text(option);
-    if (text.empty()) {
-        return true;
-    }
     TAVO_SERVICE_CONF_STRING read{};
     ForgetFailure();
     if (TAVOServiceConfServiceStringGet(text.c_str(), &read) < 0) {
@@ -51,12 +44,9 @@ bool SetReference(const Arguments &arguments, const char *option, TAVO_SERVICE_C
     return true;
 }
 
-bool SetPorts(const Arguments &arguments, const char *option, unsigned int direction,
-              TAVO_SERVICE_CONF_PORT *&ports, Report &report) {
-    const std::string text = arguments.Text(option);
-    if (text.empty()) {
-        return true;
-    }
+template <unsigned int direction>
+bool SetPorts(const char *, const std::string &text, TAVO_SERVICE_CONF_PORT *&ports,
+              Report &report) {
     OwnedPorts read = ReadPorts(text, direction, report);
     if (read == nullptr) {
         return false;
@@ -87,13 +77,15 @@ OwnedSection NewSection(const Arguments &arguments, SectionTarget &target, Repor
     if (arguments.Has("--port-forward") || arguments.Has("--no-port-forward")) {
         section->blPortForward = arguments.Has("--port-forward") ? 1 : 0;
     }
-    const bool good =
-        SetText(arguments, "--title", title, report) &&
-        SetText(arguments, "--desc", desc, report) &&
-        SetReference(arguments, "--title-key", title, report) &&
-        SetReference(arguments, "--desc-key", desc, report) &&
-        SetPorts(arguments, "--dst-ports", TAVO_PORT_DIRECTION_DST, section->pDstPorts, report) &&
-        SetPorts(arguments, "--src-ports", TAVO_PORT_DIRECTION_SRC, section->pSrcPorts, report);
+    const auto set = [&](const char *option, auto setter, auto &part) {
+        const std::string text = arguments.Text(option);
+        return text.empty() || setter(option, text, part, report);
+    };
+    const bool good = set("--title", SetText, title) && set("--desc", SetText, desc) &&
+                      set("--title-key", SetReference, title) &&
+                      set("--desc-key", SetReference, desc) &&
+                      set("--dst-ports", SetPorts<TAVO_PORT_DIRECTION_DST>, section->pDstPorts) &&
+                      set("--src-ports", SetPorts<TAVO_PORT_DIRECTION_SRC>, section->pSrcPorts);
     return good ? std::move(section) : nullptr;
 }
 
