@@ -47,17 +47,6 @@ std::string ProgramReason(const StepFailure &failure, const std::vector<std::str
                : program + " ended with status " + std::to_string(failure.status);
 }
 
-// A writer creates the new file in the folder of the old one, so failures to write are about the
-// folder.
-std::string SystemErrorReason(const StepFailure &failure, const std::string &path) {
-    const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
-    const std::string place = *failure.path == '\0'  ? ""
-                              : failure.path != path ? std::string(failure.path) + ": "
-                              : writes               ? "the folder: "
-                                                     : "";
-    return place + ErrorText(failure.error);
-}
-
 // The reasons for the failure of steps that can fail for one reason only. A % is the path.
 constexpr struct {
     Step step;
@@ -76,8 +65,8 @@ constexpr struct {
     {Step::kRunPlugins, "a plugin failed"},
 };
 
-// Why a step failed. Quotes the last line in `output` that the program of the
-// step printed.
+// Why a step of a change of the file `path` failed. Quotes the last line in `output` that the
+// program of the step printed.
 std::string ReasonText(const StepFailure &failure, const std::string &path,
                        const std::vector<std::string> &output) {
     if (failure.error == ENOMEM || (failure.error == 0 && failure.code == TLIBC_ERR_NO_MEMORY)) {
@@ -86,15 +75,18 @@ std::string ReasonText(const StepFailure &failure, const std::string &path,
     if (failure.program != nullptr) {
         return ProgramReason(failure, output);
     }
+    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
     if (failure.error != 0) {
-        return SystemErrorReason(failure, path);
+        // A writer creates the new file in the folder of the old one.
+        const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
+        const std::string known_place = writes ? "the folder: " : "";
+        return (failure.path == path ? known_place : place) + ErrorText(failure.error);
     }
     for (const auto &[step, reason] : kStepReasons) {
         if (step == failure.step) {
             return Replaced(std::string(reason), "%", failure.path);
         }
     }
-    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
     const std::string reason = SystemReason(failure.code);
     return place + (reason.empty() ? "the reason is unknown" : reason);
 }

@@ -50,7 +50,6 @@ constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration;
 
 // Why the text cannot be the name of a file in a service folder; empty if it can.
 std::string NameProblem(const std::string &name) {
-    const auto is_control = [](unsigned char c) { return c < ' ' || c == '\x7f'; };
     if (name.empty() || name == "." || name == "..") {
         return "is not a file name";
     }
@@ -60,14 +59,15 @@ std::string NameProblem(const std::string &name) {
     if (name.size() > kLongestName) {
         return "is longer than " + std::to_string(kLongestName) + " bytes";
     }
-    return std::any_of(name.begin(), name.end(), is_control) ? "contains a control byte" : "";
+    const bool control =
+        std::ranges::any_of(name, [](unsigned char c) { return c < ' ' || c == '\x7f'; });
+    return control ? "contains a control byte" : "";
 }
 
 // A name in the folder that differs only in case, or by a missing suffix; empty if there is none.
 std::string MeantName(const ServiceFolder &folder, const std::string &name) {
     std::string meant;
-    const auto names = NamesIn(std::string(folder.path));
-    for (const std::string &other : names.value_or(std::vector<std::string>())) {
+    for (const std::string &other : NamesIn(folder.path).value_or(std::vector<std::string>())) {
         if (LowerCase(other) == LowerCase(name) || LowerCase(other) == LowerCase(name + ".sc")) {
             meant = std::max(meant, other);
         }

@@ -57,38 +57,20 @@ void ReadSection(SectionTarget &target) {
     target.present = TLIBCSzHashEnum(keys.get(), 0, &key, &value) == 0;
 }
 
-struct SectionLines {
-    std::set<std::size_t> numbers;  // of its lines, including its headers
-    std::string similar;            // name of another section that differs only in case
-};
-
-SectionLines LinesOfSection(const std::string &text, const std::string &section) {
-    SectionLines found;
-    bool inside = false;
-    ConfigLineReader reader(text);
-    for (ConfigLine line; reader.Next(line);) {
-        if (line.kind == ConfigLineKind::kSection) {
-            inside = line.name == section;
-            if (!inside && LowerCase(line.name) == LowerCase(section)) {
-                found.similar = line.name;
-            }
-        }
-        if (inside) {
-            found.numbers.insert(line.number);
-        }
-    }
-    return found;
-}
-
 // A section without keys is visible in the file, but the library ignores it.
 bool TellMissing(const Change &change, Report &report) {
-    const SectionLines found = LinesOfSection(*change.file.text, change.section);
     const std::string section = "section [" + change.section + ']';
     std::string message = "has no " + section;
-    std::string fix = found.similar.empty() ? "" : "write " + found.similar;
-    if (!found.numbers.empty()) {
-        message = section + " has no keys";
-        fix = "write servicetool set, or remove its line by hand";
+    std::string fix;
+    for (const LintedService &service : LintText(*change.file.text, change.file.path).services) {
+        if (service.name == change.section) {
+            message = section + " has no keys";
+            fix = "write servicetool set, or remove its line by hand";
+            break;
+        }
+        if (LowerCase(service.name) == LowerCase(change.section)) {
+            fix = "write " + service.name;
+        }
     }
     report.TellError(change.file.path, "not-found", message + kSoUnchanged, fix, Status::kNo);
     return false;
@@ -109,20 +91,34 @@ std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
 
 // ---- The change
 
+// The numbers of the lines of a section, including its headers.
+std::set<std::size_t> LinesOfSection(const std::string &text, const std::string &section) {
+    std::set<std::size_t> numbers;
+    bool inside = false;
+    ConfigLineReader reader(text);
+    for (ConfigLine line; reader.Next(line);) {
+        inside = line.kind == ConfigLineKind::kSection ? line.name == section : inside;
+        if (inside) {
+            numbers.insert(line.number);
+        }
+    }
+    return numbers;
+}
+
 // Reports the findings of lint in the new section, and checks its ports for conflicts, as the
 // library also does when it makes the change. Refuses the change and returns false if the library
 // would not read the new section. Errors in other sections are ignored.
 bool CheckSection(Change &change, const PortQuery &query, ChangeReport &change_report,
                   Report &report) {
     const std::string &section = change.section;
-    const std::set<std::size_t> own = LinesOfSection(*change.after, section).numbers;
+    const std::set<std::size_t> own = LinesOfSection(*change.after, section);
     const LintResult lint = LintText(*change.after, change.file.path);
     for (const Diagnostic &diagnostic : lint.diagnostics) {
-        if (own.count(diagnostic.line) != 0) {
+        if (own.contains(diagnostic.line)) {
             report.Tell(diagnostic);
         }
     }
-    if (std::any_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
+    if (std::ranges::any_of(lint.services, [&](const LintedService &service) {
             return service.name == section && !service.readable;
         })) {
         return change_report.Refuse("invalid",
