@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "change/leftovers.h"
 #include "commands/commands.h"
@@ -123,12 +125,11 @@ std::string ListenersText(const std::vector<Listener> &listeners) {
 
 // Why a listener was not notified: its own failure, or that of the previous listener.
 const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
-    if (notified[listener].state == Notified::kNotReached) {
-        for (int i = 0; i < kListenerCount; ++i) {
-            const Notification &other = notified[static_cast<Listener>(i)];
-            if (other.state == Notified::kFailed) {
-                return other.failure;
-            }
+    for (const Listener other :
+         {Listener::kRouterTool, Listener::kFirewall, Listener::kRelayDaemon, Listener::kPlugins}) {
+        if (notified[listener].state == Notified::kNotReached &&
+            notified[other].state == Notified::kFailed) {
+            return notified[other].failure;
         }
     }
     return notified[listener].failure;
@@ -141,6 +142,18 @@ std::string_view WhatWasDone(const Change &change) {
         return change.after ? "changed" : "removed";
     }
     return change.section.empty() ? "installed" : "created";
+}
+
+// What the change of a symbolic link affects; empty if the file is not a link. The library writes
+// sections to its target, but replaces and removes the link itself.
+std::string LinkRemark(const Change &change) {
+    std::error_code error;
+    if (!std::filesystem::is_symlink(change.file.path, error)) {
+        return "";
+    }
+    const std::string target = Escaped(RealPathOf(change.file.path));
+    return change.after && !change.section.empty() ? " (" + target + ", where the link leads)"
+                                                   : " (the link, not " + target + ')';
 }
 
 // After a failure the stores are restored, but the firewall may have read them before that.
@@ -204,11 +217,9 @@ bool ChangeReport::Begin() {
         return false;
     }
     if (!change_.what.empty()) {
-        report_.Print(Escaped(file.path) + ": " + change_.what + '\n');
+        report_.Print(Escaped(file.path) + ": " + change_.what + LinkRemark(change_) + '\n');
     }
-    if (!change_.listeners.empty()) {
-        report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
-    }
+    report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
     report_.Print(ShownDiff(diff_, report_.Colour()));
     return change_.dry_run ? End("dry run: nothing changed, nobody notified") : true;
 }
@@ -224,9 +235,7 @@ void ChangeReport::Call(const Operation &operation) {
     } catch (const std::exception &error) {
         problem_ = LowerFirst(error.what());
     }
-    for (const std::string &line : output_) {
-        PrintLogLine(line);
-    }
+    std::ranges::for_each(output_, PrintLogLine);
 }
 
 // Catches the exceptions of the change: to a caller, an exception means that nothing was changed.
@@ -291,16 +300,14 @@ void ChangeReport::TellFile() {
 // A daemon that is not running needs no notification: it reads its configuration when it starts.
 void ChangeReport::TellNotifications() {
     const Notifications &notifications = outcome_.notified;
-    std::vector<Listener> notified;
     for (const Listener listener : change_.listeners) {
         const ListenerText &text = TextOf(listener);
         const Notified state = notifications[listener].state;
         if (state == Notified::kYes || state == Notified::kNotRunning) {
-            notified.push_back(listener);
-            notified_.emplace_back(text.name);
+            notified_.push_back(listener);
             continue;
         }
-        not_notified_.emplace_back(text.name);
+        not_notified_.push_back(listener);
         const bool removed = listener == Listener::kPlugins && !change_.after;
         report_.TellWarning(
             "", "not-told",
@@ -309,8 +316,8 @@ void ChangeReport::TellNotifications() {
             removed ? "install the file again and remove it once more" : std::string(text.fix),
             Status::kFailed);
     }
-    if (!notified.empty()) {
-        report_.PrintDone("notified: " + ListenersText(notified));
+    if (!notified_.empty()) {
+        report_.PrintDone("notified: " + ListenersText(notified_));
     }
 }
 
@@ -371,6 +378,7 @@ void ChangeReport::AddResult() {
             conflicts.Append(std::move(one));
         }
     }
+    const auto name = [](Listener listener) -> Json { return TextOf(listener).name; };
     report_.AddResult({{"operation", change_.operation},
                        {"file", TextOrNull(change_.file.name)},
                        {"path", TextOrNull(change_.file.path)},
@@ -379,8 +387,8 @@ void ChangeReport::AddResult() {
                        {"changed", changed_},
                        {"diff", TextOrNull(diff_)},
                        {"conflicts", std::move(conflicts)},
-                       {"told", notified_},
-                       {"not_told", not_notified_}});
+                       {"told", Json::ArrayOf(notified_, name)},
+                       {"not_told", Json::ArrayOf(not_notified_, name)}});
 }
 
 }  // namespace tavo::tool

@@ -16,8 +16,6 @@
 
 namespace tavo::tool {
 
-class Arguments;
-
 // The ports that a section will declare, and whether they are free.
 struct CheckedPorts {
     std::string section;
@@ -30,7 +28,7 @@ struct Change {
     InstalledFile file;               // without a path if no file is changed, or none is found yet
     std::string section;              // empty for a change of the whole file
     FileText after;                   // planned text of the file
-    std::string what;                 // for the plan, as in "add section [chat]"
+    std::string what;                 // is planned, escaped, as in "add section [chat]"
     std::vector<CheckedPorts> ports;  // of the changed sections
     std::vector<Listener> listeners;  // to be notified
     bool notify_only = false;         // the file is already removed; only notify the listeners
@@ -96,8 +94,8 @@ class ChangeReport {
     GrowingArray<PluginResult> plugins_;  // one for each plugin run
     std::vector<std::string> output_;     // lines printed by programs
     bool changed_ = false;
-    std::vector<std::string> notified_;      // JSON names of the notified listeners
-    std::vector<std::string> not_notified_;  // JSON names of the others
+    std::vector<Listener> notified_;
+    std::vector<Listener> not_notified_;
 };
 
 }  // namespace tavo::tool

@@ -158,26 +158,15 @@ bool TellNotInstalled(const std::string &name, int folders, Report &report) {
     std::string paths;
     std::string fix;
     for (const ServiceFolder &folder : kServiceFolders) {
-        if ((folders & folder.selector) == 0) {
-            continue;
+        if ((folders & folder.selector) != 0) {
+            paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
+            const std::string meant = MeantName(folder, name);
+            fix = meant.empty() ? fix : "write " + meant;
         }
-        paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
-        const std::string meant = MeantName(folder, name);
-        fix = meant.empty() ? fix : "write " + meant;
     }
     report.TellError(name, "not-found", "is not installed in " + paths + kSoUnchanged,
                      std::move(fix), Status::kNo);
     return false;
-}
-
-std::string LinkRemark(const std::string &path, OfLink what) {
-    std::error_code error;
-    if (!std::filesystem::is_symlink(path, error)) {
-        return "";
-    }
-    const std::string target = Escaped(std::filesystem::canonical(path, error).string());
-    return what == OfLink::kTarget ? " (" + target + ", where the link leads)"
-                                   : " (the link, not " + target + ')';
 }
 
 // Only a warning, because the library reads all files of a service folder, whatever their names.

@@ -59,13 +59,6 @@ bool TellNotInstalled(const std::string &name, int folders, Report &report);
 // Returns whether `name` is a file name without a folder. If not, reports it and raises the status.
 bool CheckFileName(const std::string &name, Report &report);
 
-// What a change of a symbolic link affects: the library writes sections to its target, but replaces
-// and removes the link itself.
-enum class OfLink { kTarget, kItself };
-
-// " (FILE, where the link leads)" or " (the link, not FILE)"; empty if the file is not a link.
-std::string LinkRemark(const std::string &path, OfLink what);
-
 // Warns if the name of a new file is hidden or lacks the usual suffix. `fix` describes how to set
 // a name; the suggested name is appended.
 void WarnOfNewName(const std::string &name, const std::string &fix, Report &report);

@@ -15,9 +15,9 @@
 #include <csignal>
 #include <ctime>
 #include <filesystem>
-#include <iterator>
 #include <set>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include "base/descriptor.h"

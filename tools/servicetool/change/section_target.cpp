@@ -128,19 +128,6 @@ bool CheckSection(Change &change, const PortQuery &query, ChangeReport &change_r
     return true;
 }
 
-SetParam ParamOf(const Arguments &arguments, const Change &change) {
-    SetParam param{};
-    param.nRestartMode =
-        arguments.Has("--no-restart") ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
-    param.nRestartFlags = TAVO_RESTART_FIREWALL;
-    param.nWriteMode = TAVO_WRITE_MODE_SET;
-    param.nCheckFlags = kEverySource;
-    param.nLocation = static_cast<std::uint32_t>(change.file.folder.selector);
-    CopyText(param.szFileName, change.file.name);
-    CopyText(param.szSectionName, change.section);
-    return param;
-}
-
 }  // namespace
 
 bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &target,
@@ -155,7 +142,15 @@ bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &tar
     if (!FindInstalledFile(FoldersOf(arguments), missing, change.dry_run, change.file, report)) {
         return false;
     }
-    target.param = ParamOf(arguments, change);
+    SetParam &param = target.param;
+    param.nRestartMode =
+        arguments.Has("--no-restart") ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
+    param.nRestartFlags = TAVO_RESTART_FIREWALL;
+    param.nWriteMode = TAVO_WRITE_MODE_SET;
+    param.nCheckFlags = kEverySource;
+    param.nLocation = static_cast<std::uint32_t>(change.file.folder.selector);
+    CopyText(param.szFileName, change.file.name);
+    CopyText(param.szSectionName, change.section);
     if (change.file.text) {
         ReadSection(target);
     }

@@ -9,7 +9,6 @@
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "input/library.h"
 #include "lifecycle/section_write.h"
 #include "ports/port_query.h"
 #include "support/owners.h"

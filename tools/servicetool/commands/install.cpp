@@ -5,7 +5,6 @@
 // installed file is compared with the planned text after it.
 #include <array>
 #include <string_view>
-#include <utility>
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
@@ -131,8 +130,7 @@ void Place(const Arguments &arguments, Report &report) {
         WarnOfNewName(file.name, "write --as", report);
     }
     CheckPorts(source, change, report);
-    change.what = (is_new ? "install " : "replace by ") + Escaped(source.name) +
-                  LinkRemark(file.path, OfLink::kItself);
+    change.what = (is_new ? "install " : "replace by ") + Escaped(source.name);
     change.name_of_copy = source.name;
     if (change_report.Begin()) {
         change_report.Do([&](ChangeOutcome &outcome) {

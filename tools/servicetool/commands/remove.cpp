@@ -77,7 +77,7 @@ void Remove(const Arguments &arguments, Report &report) {
     }
     ChangeReport change_report(change, report);
     if (file.text) {
-        change.what = ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself);
+        change.what = ServicesText(*file.text);
         if (change_report.Begin() && CanBeKept(file, change_report)) {
             change_report.Do(
                 [&](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });

@@ -21,9 +21,9 @@ void RemoveSection(const Arguments &arguments, Report &report) {
     change.after = TextAfter(change.file.text, [&](const char *path, StepFailure &failure) {
         return RemoveFromFile(path, change.section.c_str(), failure);
     });
-    change.what = (change.after ? "remove section [" : "remove it with section [") +
-                  change.section + (change.after ? "]" : "], its last service") +
-                  LinkRemark(change.file.path, change.after ? OfLink::kTarget : OfLink::kItself);
+    change.what = change.after
+                      ? "remove section [" + change.section + ']'
+                      : "remove it with section [" + change.section + "], its last service";
     target.param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
     target.param.nCheckFlags = kTouched;
     ChangeSection(target, report, [&](ChangeOutcome &outcome) {

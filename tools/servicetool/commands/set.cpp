@@ -110,7 +110,7 @@ std::string WhatIsDone(const SectionTarget &target) {
     const char *what = !change.file.text ? "create it with section ["
                        : target.present  ? "change section ["
                                          : "add section [";
-    return what + change.section + ']' + LinkRemark(change.file.path, OfLink::kTarget);
+    return what + change.section + ']';
 }
 
 void Set(const Arguments &arguments, Report &report) {

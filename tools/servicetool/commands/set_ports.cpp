@@ -20,8 +20,7 @@ void SetPorts(const Arguments &arguments, Report &report) {
     const PortText text = RequiredPorts(ports.get());
     const char *key = PortsKey(ports->nDirection);
     Change &change = target.change;
-    change.what = "set " + std::string(key) + " of section [" + change.section + ']' +
-                  LinkRemark(change.file.path, OfLink::kTarget);
+    change.what = "set " + std::string(key) + " of section [" + change.section + ']';
     change.after = TextAfter(change.file.text, [&](const char *path, StepFailure &failure) {
         return StorePorts(path, change.section.c_str(), key, text.szValue, failure);
     });
