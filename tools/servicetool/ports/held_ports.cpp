@@ -49,25 +49,19 @@ std::string UserOf(const std::string &folder) {
     return error != 0 || found == nullptr ? std::to_string(status.st_uid) : found->pw_name;
 }
 
-// "web" for "0::/system.slice/web.service/workers": the innermost unit.
-std::string UnitOfLine(std::string_view line) {
-    while (!line.empty()) {
-        const std::string_view part = LastPart(line);
-        if (part.ends_with(kUnitSuffix)) {
-            return std::string(WithoutSuffix(part, kUnitSuffix));
-        }
-        line.remove_suffix(std::min(line.size(), part.size() + 1));
-    }
-    return {};
-}
-
+// The innermost unit of the first line that names one: "web" for
+// "0::/system.slice/web.service/workers".
 std::string UnitOf(const std::string &folder) {
     std::istringstream lines(ReadRegularFile(folder + "cgroup").text);
-    std::string unit;
-    for (std::string line; unit.empty() && std::getline(lines, line);) {
-        unit = UnitOfLine(line);
+    for (std::string line; std::getline(lines, line);) {
+        const std::filesystem::path group(line);
+        for (auto part = group.end(); part != group.begin();) {
+            if ((--part)->extension() == kUnitSuffix) {
+                return part->stem();
+            }
+        }
     }
-    return unit;
+    return {};
 }
 
 HoldingProcess ProcessOf(const HoldingProcessRecord &record) {
@@ -162,15 +156,17 @@ const HoldingProcess &PortClaim::Process() const {
     return process == nullptr ? nobody : *process;
 }
 
+std::string HolderName(const PortClaim &claim) {
+    return claim.process != nullptr ? claim.process->name : claim.IsHeld() ? "unknown" : "";
+}
+
 std::string StateName(const PortClaim &claim) {
     if (claim.state == kNoState) {
         return {};
     }
-    if (claim.protocol == TAVO_PROTO_UDP && claim.state == kUnconnected) {
-        return "UNCONNECTED";
-    }
-    if (claim.protocol == TAVO_PROTO_UDP && claim.state == kConnected) {
-        return "CONNECTED";
+    if (claim.protocol == TAVO_PROTO_UDP &&
+        (claim.state == kConnected || claim.state == kUnconnected)) {
+        return claim.state == kConnected ? "CONNECTED" : "UNCONNECTED";
     }
     const std::string_view name = TAVOTCPStateToString(claim.state);
     return name.starts_with(kStatePrefix) ? std::string(name.substr(kStatePrefix.size()))

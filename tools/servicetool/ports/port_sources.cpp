@@ -139,6 +139,11 @@ std::string_view VerdictName(PortVerdict verdict) {
     return kNames[static_cast<std::size_t>(verdict)];
 }
 
+Status StatusOf(PortVerdict verdict) {
+    constexpr Status kStatuses[] = {Status::kOk, Status::kFailed, Status::kNo};
+    return kStatuses[static_cast<std::size_t>(verdict)];
+}
+
 PortVerdict PortAnswer::Verdict() const {
     if (!conflicts.empty()) {
         return PortVerdict::kTaken;
@@ -147,12 +152,7 @@ PortVerdict PortAnswer::Verdict() const {
 }
 
 void PortAnswer::RaiseStatus(Report &report) const {
-    if (!conflicts.empty()) {
-        report.Raise(Status::kNo);
-    }
-    if (failed != 0) {
-        report.Raise(Status::kFailed);
-    }
+    report.Raise(failed != 0 ? Status::kFailed : StatusOf(Verdict()));
 }
 
 PortRange RangeOf(const TakenPorts &taken) {

@@ -84,6 +84,9 @@ enum class PortVerdict { kFree, kUnknown, kTaken };
 // "free", "taken" or "unknown".
 std::string_view VerdictName(PortVerdict verdict);
 
+// The answer to "are the ports free?".
+Status StatusOf(PortVerdict verdict);
+
 // Ports that are taken.
 struct PortConflict {
     PortRange range;
@@ -102,7 +105,7 @@ struct PortAnswer {
     // Ports found in one source are taken, even if another source cannot be read.
     PortVerdict Verdict() const;
 
-    // Raises the status as the answer to "are the ports free?".
+    // Raises the status to the answer, or to kFailed if a source could not be read.
     void RaiseStatus(Report &report) const;
 };
 
