@@ -48,15 +48,16 @@ std::optional<ConfigLine> FindLine(std::string_view text, std::string_view secti
     std::string_view current;
     ConfigLineReader reader(text);
     for (ConfigLine line; reader.Next(line);) {
-        const bool opens = line.kind == ConfigLineKind::kSection;
-        if (opens && section.empty()) {
-            break;
-        }
-        current = opens ? line.name : current;
-        const bool wanted = key.empty()
-                                ? opens && !found
-                                : line.kind == ConfigLineKind::kKeyValue && line.name == key;
-        if (wanted && current == section) {
+        if (line.kind == ConfigLineKind::kSection) {
+            if (section.empty()) {
+                break;
+            }
+            current = line.name;
+            if (key.empty() && current == section) {
+                return line;
+            }
+        } else if (line.kind == ConfigLineKind::kKeyValue && current == section &&
+                   line.name == key) {
             found = line;
         }
     }
@@ -105,19 +106,6 @@ constexpr PortSettings kPortSettings[] = {
     {"ftp", kSettingsFile, "ftpport, ftplowport or ftphighport", nullptr},
 };
 
-Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
-    if (failure.kind == SourceFailure::Kind::kLeftOut) {
-        return WhyLeftOut(failure.declarer.name, failure.code);
-    }
-    if (failure.kind == SourceFailure::Kind::kBadPorts) {
-        return Error(std::string(OrEmpty(failure.declarer.file)), "bad-service",
-                     "firewall service " + Shortened(failure.declarer.name) + " has " +
-                         Quoted(failure.text) + " for a port",
-                     "correct its settings");
-    }
-    return Failed("", "the firewall services cannot be compared", failure);
-}
-
 // ---- Settings ----
 
 Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
@@ -136,16 +124,6 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
                   "name a port from 1 to 65535, or remove the key"));
     }
     return Failed(kSettingsFile, std::string(failure.declarer.entry) + " is unknown", failure);
-}
-
-// ---- Sockets ----
-
-Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
-    if (failure.kind == SourceFailure::Kind::kPortZero) {
-        return Error("", "port-zero", "sockets cannot be checked for port 0",
-                     "name ports from 1 to 65535");
-    }
-    return Failed("", "the ports that sockets hold are unknown", failure);
 }
 
 }  // namespace
@@ -171,16 +149,35 @@ Diagnostic WhyLeftOut(const std::string &service, unsigned int code) {
 }
 
 Diagnostic WhyUnknown(const SourceFailure &failure) {
+    using Kind = SourceFailure::Kind;
+    switch (failure.kind) {
+        case Kind::kLeftOut:
+            return WhyLeftOut(failure.declarer.name, failure.code);
+        case Kind::kPortZero:
+            return Error("", "port-zero", "sockets cannot be checked for port 0",
+                         "name ports from 1 to 65535");
+        case Kind::kMissingKey:
+            return WhyRuleIsBad(failure);
+        case Kind::kBadPorts:
+            if (failure.source == TAVO_PORT_CHECK_PORT_FORWARD) {
+                return WhyRuleIsBad(failure);
+            }
+            return Error(std::string(OrEmpty(failure.declarer.file)), "bad-service",
+                         "firewall service " + Shortened(failure.declarer.name) + " has " +
+                             Quoted(failure.text) + " for a port",
+                         "correct its settings");
+        case Kind::kUnreadable:
+            break;
+    }
     switch (failure.source) {
         case TAVO_PORT_CHECK_PORT_FORWARD:
-            return failure.kind == SourceFailure::Kind::kUnreadable ? WhyRulesAreUnread(failure)
-                                                                    : WhyRuleIsBad(failure);
+            return WhyRulesAreUnread(failure);
         case TAVO_PORT_CHECK_FW_SERVICE:
-            return WhyServicesAreUnknown(failure);
+            return Failed("", "the firewall services cannot be compared", failure);
         case TAVO_PORT_CHECK_SYS_KEY:
             return WhySettingIsUnknown(failure);
         default:
-            return WhySocketsAreUnknown(failure);
+            return Failed("", "the ports that sockets hold are unknown", failure);
     }
 }
 
