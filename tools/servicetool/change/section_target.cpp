@@ -129,7 +129,7 @@ bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeRep
                              "the library would not read section [" + target.section + ']');
     }
     change.Add(target.section, query,
-               PortSources(kEverySource, report).Ask(query, {target.section}));
+               PortSources(kEverySource, report).Ask({{query, {target.section}}}).front());
     return true;
 }
 

@@ -113,9 +113,6 @@ struct PortAnswer {
 // list of ports is shortened.
 std::string VerdictText(const PortQuery &query, const PortAnswer &answer);
 
-// Reports an error in a query on the command line, raises the status and returns false.
-bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report);
-
 // The ports of a record of the engine.
 PortRange RangeOf(const TakenPorts &taken);
 
@@ -129,7 +126,6 @@ class PortSources {
     // Answers all requests, in order, and reads each source once. Throws std::bad_alloc when out of
     // memory.
     std::vector<PortAnswer> Ask(const std::vector<PortRequest> &requests);
-    PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped = {});
 
     // The same as records of the engine; returns the sources that failed for each request.
     std::vector<int> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
@@ -140,8 +136,7 @@ class PortSources {
   private:
     void AddFailures(int source, const PortConflicts &found, std::vector<int> &failed);
 
-    // Warns of the lines that the reader of the rules or the settings silently ignores. Defined in
-    // source_failure.cpp.
+    // Warns of the lines that the reader of the rules or the settings silently ignores.
     void TellIgnoredLines(int source);
 
     int sources_;
@@ -149,7 +144,7 @@ class PortSources {
     std::set<std::string> reported_;
 };
 
-// ---- The ports of files, defined in section_queries.cpp ----
+// ---- The ports of files ----
 
 // The sources that an install compares a file with.
 inline constexpr int kSourcesOfFiles =
@@ -179,6 +174,9 @@ struct FileQueries {
 FileQueries QueriesOf(std::string_view text);
 
 // ---- Failures, defined in source_failure.cpp ----
+
+// Reports an error in a query on the command line, raises the status and returns false.
+bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report);
 
 // The failure as a diagnostic, with its position in the file if it has one.
 Diagnostic WhyUnknown(const SourceFailure &failure);

@@ -1,5 +1,6 @@
 // The engine reports the source, the declarer and the kind of failure. This adds the line of the
-// file, for the caret below it, and the system's error text for a file that cannot be read.
+// file, for the caret below it, and the system's error text for a file that cannot be read. Each
+// failure is reported once.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "config_lines.h"
 #include "input/input_file.h"
 #include "input/library.h"
+#include "input/service_file.h"
 #include "lifecycle/side_copy.h"
 #include "model/port_text.h"
 #include "output/text.h"
@@ -178,6 +180,55 @@ Diagnostic WhyUnknown(const SourceFailure &failure) {
             return WhySettingIsUnknown(failure);
         default:
             return Failed("", "the ports that sockets hold are unknown", failure);
+    }
+}
+
+// ---- Reports ----
+
+bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report) {
+    report.TellUsage(Quoted(text) + ", column " + std::to_string(problem.ColumnIn(text)) + ": " +
+                         problem.message,
+                     problem.fix);
+    return false;
+}
+
+// For the rules, only the first failure of each request is reported: a file with the same mistake
+// in every rule is one problem.
+void PortSources::AddFailures(int source, const PortConflicts &found, std::vector<int> &failed) {
+    const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
+    // A service that is left out of a file declares nothing, so it is only a warning.
+    const bool files_known =
+        source != TAVO_PORT_CHECK_FW_SERVICE ||
+        !TellOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_,
+                       Status::kOk);
+    for (int &sources : failed) {
+        sources |= files_known ? 0 : source;
+    }
+    if (source == TAVO_PORT_CHECK_SYS_KEY) {
+        TellIgnoredLines(source);
+    }
+    bool any = false;
+    for (const SourceFailure &failure : found.Failures()) {
+        if (failure.source != source) {
+            continue;
+        }
+        any = true;
+        const bool first = (failed[failure.question] & source) == 0;
+        failed[failure.question] |= source;
+        // A file that was already reported as unreadable is not reported again.
+        if ((first || !rules) &&
+            (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
+            Tell(WhyUnknown(failure));
+        }
+    }
+    if (rules && !any) {
+        TellIgnoredLines(source);
+    }
+}
+
+void PortSources::Tell(const Diagnostic &diagnostic) {
+    if (reported_.insert(DiagnosticText(diagnostic, false, 0)).second) {
+        report_.Tell(diagnostic);
     }
 }
 
