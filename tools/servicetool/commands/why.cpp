@@ -53,39 +53,28 @@ void AddRow(const PortTarget &target, int source, std::vector<std::string> cells
     table.Row(cells);
 }
 
-void AddSockets(const PortAccount &account, Table &table) {
-    const std::size_t shown = std::min(account.held.size(), kMostSockets);
-    for (std::size_t i = 0; i < shown; ++i) {
-        const PortClaim &socket = *account.held[i];
-        const HoldingProcess &process = socket.Process();
-        AddRow(account.target, socket.source,
-               {HolderName(socket), socket.PidText(), process.user, StateName(socket),
-                process.program},
-               table);
-    }
-    const std::size_t more = account.held.size() - shown;
-    if (more != 0) {
-        AddRow(account.target, TAVO_PORT_CHECK_RUNTIME,
-               {"and " + std::to_string(more) + " more", "", "", "", ""}, table);
-    }
-}
-
 void AddRows(const PortAccount &account, Table &table) {
     if (account.IsReserved()) {
         AddRow(account.target, TAVO_PORT_CHECK_DEFAULT, {"", "", "", "", "always taken"}, table);
     }
-    for (const ClaimList *claims : {&account.declared, &account.forwarded}) {
-        for (const PortClaim *claim : *claims) {
-            const PortDeclarer &declarer = *claim->declarer;
-            std::string place = PlaceText(claim->source, declarer);
-            if (claim->source == TAVO_PORT_CHECK_SYS_KEY) {
-                place += std::string(" in ") + declarer.file;
-            }
-            AddRow(account.target, claim->source,
-                   {std::string(OrEmpty(declarer.name)), "", "", "", std::move(place)}, table);
-        }
+    const std::size_t sockets = std::min(account.held.size(), kMostSockets);
+    ClaimList shown = account.declared;
+    shown.insert(shown.end(), account.forwarded.begin(), account.forwarded.end());
+    shown.insert(shown.end(), account.held.begin(), account.held.begin() + sockets);
+    for (const PortClaim *claim : shown) {
+        const bool held = claim->IsHeld();
+        const std::string name =
+            held ? HolderName(*claim) : std::string(OrEmpty(claim->declarer->name));
+        const std::string where =
+            held ? claim->Process().program : FullPlaceText(claim->source, *claim->declarer);
+        AddRow(account.target, claim->source,
+               {name, claim->PidText(), claim->Process().user, StateName(*claim), where}, table);
     }
-    AddSockets(account, table);
+    const std::size_t more = account.held.size() - sockets;
+    if (more != 0) {
+        AddRow(account.target, TAVO_PORT_CHECK_RUNTIME,
+               {"and " + std::to_string(more) + " more", "", "", "", ""}, table);
+    }
 }
 
 // ---- JSON

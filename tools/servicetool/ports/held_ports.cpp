@@ -104,22 +104,17 @@ constexpr std::string_view kServiceFileSuffix = ".sc";
 // Contains a folder for each package, named after it.
 constexpr char kPackagesFolder[] = "/usr/local/packages/";
 
-// Names of daemons often are the name of the service with a "d" appended.
-void AddNames(const std::string &name, std::vector<std::string> &names) {
-    if (!name.empty()) {
-        names.push_back(name);
-    }
-    if (name.size() > 1 && name.ends_with('d')) {
-        names.push_back(name.substr(0, name.size() - 1));
-    }
-}
-
-// A name that the process sets itself is ignored, because the process can change it at any time.
+// The unit and the program. A name that the process sets itself is ignored, because the process can
+// change it at any time. Names of daemons often are the name of the service with a "d" appended.
 std::vector<std::string> NamesOf(const HoldingProcess &process) {
     std::vector<std::string> names;
-    AddNames(process.unit, names);
-    if (!process.program.empty()) {
-        AddNames(process.name, names);
+    for (const std::string &name : {process.unit, process.program.empty() ? "" : process.name}) {
+        if (!name.empty()) {
+            names.push_back(name);
+        }
+        if (name.size() > 1 && name.ends_with('d')) {
+            names.push_back(name.substr(0, name.size() - 1));
+        }
     }
     return names;
 }

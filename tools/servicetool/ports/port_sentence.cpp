@@ -55,10 +55,7 @@ std::string ProcessText(const HoldingProcess *process) {
 }
 
 std::string ShortPlace(const PortClaim &claim) {
-    const PortDeclarer &declarer = *claim.declarer;
-    return claim.source == TAVO_PORT_CHECK_SYS_KEY
-               ? std::string(declarer.entry) + " in " + declarer.file
-               : Shortened(PlaceText(claim.source, declarer));
+    return Shortened(FullPlaceText(claim.source, *claim.declarer));
 }
 
 std::string DeclarerText(const PortClaim &claim) {

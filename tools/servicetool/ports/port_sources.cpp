@@ -18,11 +18,9 @@ namespace {
 // The most declarers in a line of a table.
 constexpr std::size_t kMostDeclarers = 5;
 
-struct TextOrder {
-    bool operator()(const PortDeclarer &a, const PortDeclarer &b) const {
-        return CompareTexts(a, b) < 0;
-    }
-};
+using TextOrder = decltype([](const PortDeclarer &a, const PortDeclarer &b) {
+    return CompareTexts(a, b) < 0;
+});
 
 // Groups the records by range. A port that is declared as part of several ranges is in the row of
 // each.
@@ -162,6 +160,11 @@ std::string PlaceText(int source, const PortDeclarer &declarer) {
         place = "rule " + place + (title.empty() ? "" : ", " + title);
     }
     return place;
+}
+
+std::string FullPlaceText(int source, const PortDeclarer &declarer) {
+    const std::string place = PlaceText(source, declarer);
+    return source == TAVO_PORT_CHECK_SYS_KEY ? place + " in " + declarer.file : place;
 }
 
 std::string DeclarerText(int source, const PortDeclarer &declarer) {

@@ -63,6 +63,9 @@ std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b);
 // "built-in", "rule 1, Web" or a settings key.
 std::string PlaceText(int source, const PortDeclarer &declarer);
 
+// The same with the file of a settings key: "smsport in /etc/tavoinfo.conf".
+std::string FullPlaceText(int source, const PortDeclarer &declarer);
+
 // "web_http (system/web.sc)".
 std::string DeclarerText(int source, const PortDeclarer &declarer);
 
