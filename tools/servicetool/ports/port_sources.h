@@ -156,12 +156,13 @@ inline constexpr int kSourcesOfFiles =
 // The ports of a list in the order of the file.
 PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
 
-// The ports that an install requests for a section.
+// The ports that an install requests for a section, and the answer to be entered.
 struct SectionQuery {
     std::string section;
     PortQuery query;
     bool names_protocols;  // false: both by default
     std::size_t line;      // number of the section's header line
+    PortAnswer answer = {};
 };
 
 struct FileQueries {
