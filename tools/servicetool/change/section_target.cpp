@@ -124,7 +124,8 @@ bool CheckSection(Change &change, const PortQuery &query, ChangeReport &change_r
         return change_report.Refuse("invalid",
                                     "the library would not read section [" + section + ']');
     }
-    change.ports = {{section, query, PortSources(kEverySource, report).Ask(query, {section})}};
+    const std::vector<PortRequest> requests = {{query, {section}}};
+    change.ports = {{section, query, PortSources(kEverySource, report).Ask(requests).front()}};
     return true;
 }
 

@@ -54,7 +54,8 @@ std::optional<Candidates> ReadCandidates(std::uint32_t near, std::uint32_t proto
         report.TellError(kEphemeralPorts, "unreadable", problem);
     }
     const PortRange all = {near <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1, kHighestPort};
-    const PortAnswer taken = PortSources(kEverySource, report).Ask({{all}, protocols});
+    const PortQuery query = {{all}, protocols};
+    const PortAnswer taken = PortSources(kEverySource, report).Ask({{query, {}}}).front();
     if (!problem.empty() || taken.failed != 0) {
         report.Raise(Status::kFailed);
         return {};

@@ -23,7 +23,7 @@ constexpr std::size_t kMargin = 16;
 constexpr std::size_t kLabels = 48;  // width of the ports at the start of rows
 constexpr std::size_t kLine = 20;    // height of a line of text
 constexpr std::size_t kWidth = kMargin + kLabels + kShape.cells * kCell + kMargin;
-constexpr std::size_t kMapHeight = kLine + kPortCount / kShape.cells / kShape.ports * kCell;
+constexpr std::size_t kMapHeight = kLine + kShape.Rows() * kCell;
 constexpr std::size_t kLabelEvery = 4;  // rows
 
 // The most lines in a tooltip.
@@ -89,29 +89,6 @@ std::string Words(std::size_t x, std::size_t y, std::string_view words,
            std::string(anchor) + "\">" + XmlText(words) + "</text>\n";
 }
 
-// Cells of a row that are drawn as one rectangle.
-struct Run {
-    std::size_t column;
-    std::size_t cells;
-    CellMarks marks;
-    ClaimList claims;
-};
-
-std::vector<Run> RunsOf(const PortMap &map, std::size_t row, ClaimsInReach &in_reach) {
-    std::vector<Run> runs;
-    for (std::size_t column = 0; column < kShape.cells; ++column) {
-        const PortRange cell = kShape.CellAt(row, column);
-        const CellMarks marks = map.MarksOf(cell);
-        const ClaimList &claims = in_reach.At(cell);
-        if (!runs.empty() && runs.back().marks == marks && runs.back().claims == claims) {
-            ++runs.back().cells;
-        } else {
-            runs.push_back({column, 1, marks, claims});
-        }
-    }
-    return runs;
-}
-
 // "service web (system/web.sc)", "socket /usr/bin/nginx, pid 812, user www-data, LISTEN".
 std::string ClaimText(const PortClaim &claim) {
     std::string text = std::string(SourceName(claim.source)) + ' ';
@@ -148,15 +125,24 @@ std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInRe
     if (row % kLabelEvery == 0) {
         svg += Words(kLeft - kCell, y + kCell, std::to_string(kShape.CellAt(row, 0).first), "end");
     }
-    for (const Run &run : RunsOf(map, row, in_reach)) {
-        if (run.marks.sources == 0) {
+    const auto cell_at = [&](std::size_t column) {
+        const PortRange ports = kShape.CellAt(row, column);
+        return std::pair(map.MarksOf(ports), in_reach.At(ports));
+    };
+    for (std::size_t column = 0, end = 0; column < kShape.cells; column = end) {
+        const auto cell = cell_at(column);
+        do {
+            ++end;
+        } while (end < kShape.cells && cell_at(end) == cell);
+        const auto &[marks, claims] = cell;
+        if (marks == 0) {
             continue;
         }
-        const std::size_t x = kLeft + run.column * kCell;
-        const std::size_t width = run.cells * kCell;
-        svg += Rectangle(LookOf(run.marks), x, y, width, kCell) + "><title>" +
-               Tooltip(run.claims, all) + "</title></rect>\n";
-        svg += run.marks.IsHeld() ? Dots(x, y, width) : "";
+        const std::size_t x = kLeft + column * kCell;
+        const std::size_t width = (end - column) * kCell;
+        svg += Rectangle(LookOf(marks).name, x, y, width, kCell) + "><title>" +
+               Tooltip(claims, all) + "</title></rect>\n";
+        svg += IsHeld(marks) ? Dots(x, y, width) : "";
     }
     return svg;
 }
@@ -177,12 +163,12 @@ std::string MapOf(const std::vector<PortClaim> &claims, const PortClaims &all,
 }
 
 std::string LegendOf(std::size_t y) {
-    constexpr std::size_t kItem = (kWidth - 2 * kMargin) / std::size(kCellLooks);
+    constexpr std::size_t kItem = (kWidth - 2 * kMargin) / kLegendLooks.size();
     std::string svg;
     std::size_t x = kMargin;
-    for (const CellLook &look : kCellLooks) {
-        const bool held = look.name == SourceName(TAVO_PORT_CHECK_RUNTIME);
-        svg += Rectangle(look.name, x, y, kCell, kCell) + "/>\n" + (held ? Dots(x, y, kCell) : "") +
+    for (const CellLook &look : kLegendLooks) {
+        svg += Rectangle(look.name, x, y, kCell, kCell) + "/>\n" +
+               (look.marks == TAVO_PORT_CHECK_RUNTIME ? Dots(x, y, kCell) : "") +
                Words(x + 2 * kCell, y + kCell, look.svg_legend);
         x += kItem;
     }
