@@ -188,14 +188,14 @@ bool ChangeReport::AllowsPorts() {
     std::string verdicts;
     bool taken = false;
     bool unknown = false;
-    for (const auto &[section, query, answer] : change_.ports) {
-        const PortVerdict verdict = answer.Verdict();
+    for (const SectionQuery &ports : change_.ports) {
+        const PortVerdict verdict = ports.answer.Verdict();
         taken |= verdict == PortVerdict::kTaken;
         unknown |= verdict == PortVerdict::kUnknown;
-        table.Add(answer.conflicts, section);
+        table.Add(ports.answer.conflicts, ports.section);
         if (verdict != PortVerdict::kFree) {
-            verdicts += Escaped(change_.file.path) + ": [" + Escaped(section) + "] " +
-                        VerdictText(query, answer) + '\n';
+            verdicts += Escaped(change_.file.path) + ": [" + Escaped(ports.section) + "] " +
+                        VerdictText(ports.query, ports.answer) + '\n';
         }
     }
     report_.Print(table.Text(true, report_.Columns()) + verdicts);
@@ -371,7 +371,7 @@ void ChangeReport::TellUnknown(const std::exception &error) {
 
 void ChangeReport::AddResult() {
     Json conflicts = Json::EmptyArray();
-    for (const CheckedPorts &ports : change_.ports) {
+    for (const SectionQuery &ports : change_.ports) {
         for (const PortConflict &conflict : ports.answer.conflicts) {
             Json one = {{"section", Utf8Text(ports.section)}};
             one.Merge(ConflictJson(conflict));

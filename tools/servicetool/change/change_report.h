@@ -16,20 +16,13 @@
 
 namespace tavo::tool {
 
-// The ports that a section will declare, and whether they are free.
-struct CheckedPorts {
-    std::string section;
-    PortQuery query;
-    PortAnswer answer;
-};
-
 struct Change {
     std::string_view operation;       // the command's name
     InstalledFile file;               // without a path if no file is changed, or none is found yet
     std::string section;              // empty for a change of the whole file
     FileText after;                   // planned text of the file
     std::string what;                 // is planned, escaped, as in "add section [chat]"
-    std::vector<CheckedPorts> ports;  // of the changed sections
+    std::vector<SectionQuery> ports;  // that the changed sections will declare, to be checked
     std::vector<Listener> listeners;  // to be notified
     bool notify_only = false;         // the file is already removed; only notify the listeners
     bool dry_run = false;

@@ -108,8 +108,7 @@ std::set<std::size_t> LinesOfSection(const std::string &text, const std::string 
 // Reports the findings of lint in the new section, and checks its ports for conflicts, as the
 // library also does when it makes the change. Refuses the change and returns false if the library
 // would not read the new section. Errors in other sections are ignored.
-bool CheckSection(Change &change, const PortQuery &query, ChangeReport &change_report,
-                  Report &report) {
+bool CheckSection(Change &change, ChangeReport &change_report, Report &report) {
     const std::string &section = change.section;
     const std::set<std::size_t> own = LinesOfSection(*change.after, section);
     const LintResult lint = LintText(*change.after, change.file.path);
@@ -124,8 +123,8 @@ bool CheckSection(Change &change, const PortQuery &query, ChangeReport &change_r
         return change_report.Refuse("invalid",
                                     "the library would not read section [" + section + ']');
     }
-    const std::vector<PortRequest> requests = {{query, {section}}};
-    change.ports = {{section, query, PortSources(kEverySource, report).Ask(requests).front()}};
+    SectionQuery &ports = change.ports.front();
+    ports.answer = PortSources(kEverySource, report).Ask({{ports.query, {section}}}).front();
     return true;
 }
 
@@ -231,8 +230,7 @@ void ChangeSection(SectionTarget &target, Report &report, const ChangeReport::Op
         listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
     }
     ChangeReport change_report(change, report);
-    if ((!target.ports || CheckSection(change, *target.ports, change_report, report)) &&
-        change_report.Begin()) {
+    if ((removes || CheckSection(change, change_report, report)) && change_report.Begin()) {
         change_report.Do(make);
     }
 }

@@ -4,13 +4,11 @@
 #define TAVO_SERVICETOOL_CHANGE_SECTION_TARGET_H
 
 #include <functional>
-#include <optional>
 #include <string>
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
 #include "lifecycle/section_write.h"
-#include "ports/port_query.h"
 #include "support/owners.h"
 #include "tavoserviceconf.h"
 
@@ -19,15 +17,14 @@ namespace tavo::tool {
 class Arguments;
 
 struct SectionTarget {
-    Change change;                   // without a plan
-    SetParam param{};                // the library's record for writing to the section
-    bool present = false;            // the file contains keys of the section
-    OwnedSection today;              // as the library reads it; null if it rejects it
-    std::optional<PortQuery> ports;  // that the section will declare, to be checked
+    Change change;         // without a plan
+    SetParam param{};      // the library's record for writing to the section
+    bool present = false;  // the file contains keys of the section
+    OwnedSection today;    // as the library reads it; null if it rejects it
 };
 
-// Finds file and section, which must exist unless `missing` is kAllow, and fills the target except
-// for the ports. Returns false if they cannot be changed, which is reported and raises the status.
+// Finds file and section, which must exist unless `missing` is kAllow. Returns false if they cannot
+// be changed, which is reported and raises the status.
 bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &target,
                  Report &report);
 
@@ -47,8 +44,8 @@ PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports);
 using FileChange = std::function<int(const char *path, StepFailure &failure)>;
 FileText TextAfter(const FileText &before, const FileChange &change);
 
-// Plans, checks, makes and reports the change, whose text and description the caller has set. It is
-// refused if the library would not read the new section.
+// Plans, checks, makes and reports the change, of which the caller has set the text, description
+// and ports. It is refused if the library would not read the new section.
 void ChangeSection(SectionTarget &target, Report &report, const ChangeReport::Operation &make);
 
 }  // namespace tavo::tool

@@ -5,6 +5,7 @@
 // installed file is compared with the planned text after it.
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
@@ -43,15 +44,15 @@ void CheckPorts(const LintedFile &source, Change &change, Report &report) {
             }
         }
     }
-    const std::vector<SectionQuery> queries = QueriesOf(source.text).sections;
+    change.ports = QueriesOf(source.text).sections;
     std::vector<PortRequest> requests;
-    for (const SectionQuery &wanted : queries) {
+    for (const SectionQuery &wanted : change.ports) {
         requests.push_back({wanted.query, leaving});
         requests.back().skipped.push_back(wanted.section);
     }
-    const std::vector<PortAnswer> answers = PortSources(kSourcesOfFiles, report).Ask(requests);
+    std::vector<PortAnswer> answers = PortSources(kSourcesOfFiles, report).Ask(requests);
     for (std::size_t i = 0; i < answers.size(); ++i) {
-        change.ports.push_back({queries[i].section, requests[i].query, answers[i]});
+        change.ports[i].answer = std::move(answers[i]);
     }
 }
 

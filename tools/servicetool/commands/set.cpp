@@ -126,7 +126,7 @@ void Set(const Arguments &arguments, Report &report) {
     if (!change.file.text) {
         WarnOfNewName(change.file.name, "write", report);
     }
-    target.ports = QueryOf(section->pDstPorts);
+    change.ports = {{.section = change.section, .query = QueryOf(section->pDstPorts)}};
     section->pDstPorts = Reversed(section->pDstPorts);
     section->pSrcPorts = Reversed(section->pSrcPorts);
     change.what = WhatIsDone(target);

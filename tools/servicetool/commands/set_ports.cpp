@@ -15,11 +15,11 @@ void SetPorts(const Arguments &arguments, Report &report) {
     if (ports == nullptr || !FindSection(arguments, Missing::kRefuse, target, report)) {
         return;
     }
-    target.ports = QueryOf(ports.get());
+    Change &change = target.change;
+    change.ports = {{.section = change.section, .query = QueryOf(ports.get())}};
     ports.reset(Reversed(ports.release()));
     const PortText text = RequiredPorts(ports.get());
     const char *key = PortsKey(ports->nDirection);
-    Change &change = target.change;
     change.what = "set " + std::string(key) + " of section [" + change.section + ']';
     change.after = TextAfter(change.file.text, [&](const char *path, StepFailure &failure) {
         return StorePorts(path, change.section.c_str(), key, text.szValue, failure);

@@ -160,8 +160,8 @@ PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
 struct SectionQuery {
     std::string section;
     PortQuery query;
-    bool names_protocols;  // false: both by default
-    std::size_t line;      // number of the section's header line
+    bool names_protocols = false;  // false: both by default
+    std::size_t line = 0;          // number of the section's header line
     PortAnswer answer = {};
 };
 
