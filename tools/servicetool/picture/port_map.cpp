@@ -31,7 +31,7 @@ char SignOf(int marks) {
 
 struct ColouredText {
     std::string_view text;
-    std::string_view code;
+    std::string_view code = {};
 };
 
 // The items of a list, separated by commas and wrapped to `columns`.
@@ -129,13 +129,10 @@ std::string MapText(const PortMap &map, const MapShape &shape, bool colour) {
 }
 
 std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour) {
-    std::string legend = Flowing(std::to_string(shape.ports) + " ports a sign:",
-                                 {{". free", ""},
-                                  {"d declared", ""},
-                                  {"h held", ""},
-                                  {"B both among them", ""},
-                                  {"! in conflict", ""}},
-                                 columns);
+    std::string legend =
+        Flowing(std::to_string(shape.ports) + " ports a sign:",
+                {{". free"}, {"d declared"}, {"h held"}, {"B both among them"}, {"! in conflict"}},
+                columns);
     if (colour) {
         std::vector<ColouredText> items;
         for (const CellLook &look : kLegendLooks) {

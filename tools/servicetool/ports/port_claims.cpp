@@ -63,15 +63,10 @@ bool IsAskedFor(std::uint32_t port, const PortQuery &query) {
     });
 }
 
-// Whether the key is also a setting of the engine, which then reports it.
-bool IsServiceSetting(std::string_view key) {
-    return std::ranges::count(kServiceSettings, key, &ServiceSetting::key) != 0;
-}
-
 void AddSystemPort(const SystemPort &row, const PortQuery &query, PortSources &sources,
                    PortClaims &all) {
-    if (row.key != nullptr && IsServiceSetting(row.key)) {
-        return;
+    if (std::ranges::count(kServiceSettings, OrEmpty(row.key), &ServiceSetting::key) != 0) {
+        return;  // the engine reports this setting
     }
     const int source = row.key == nullptr ? TAVO_PORT_CHECK_FW_SERVICE : TAVO_PORT_CHECK_SYS_KEY;
     const PortDeclarer &declarer =
