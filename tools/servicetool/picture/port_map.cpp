@@ -72,29 +72,15 @@ MapShape ShapeForWindow(const WindowSize &window) {
     return {cells, kPortCount / (low ? kRowsOfLowWindow : kRows) / cells};
 }
 
-PortMap::PortMap(const std::vector<PortClaim> &claims, const PortRanges &collide,
-                 std::uint32_t protocol) {
-    for (const PortClaim &claim : claims) {
-        if (claim.protocol != protocol) {
-            continue;
-        }
-        for (std::uint32_t port = claim.range.first; port <= claim.range.last; ++port) {
-            marks_[port] |= static_cast<std::uint8_t>(claim.source);
-        }
+PortMap::Cell PortMap::At(const PortRange &ports) {
+    Cell cell = {0, in_reach_.At(ports)};
+    for (const PortClaim *claim : cell.claims) {
+        const PortRange shown = {std::max(claim->range.first, ports.first),
+                                 std::min(claim->range.last, ports.last)};
+        cell.marks |= claim->source;
+        cell.marks |= Overlap(collide_, shown).empty() ? 0 : kCollides;
     }
-    for (const PortRange &range : collide) {
-        for (std::uint32_t port = range.first; port <= range.last; ++port) {
-            marks_[port] |= static_cast<std::uint8_t>(marks_[port] == 0 ? 0 : kCollides);
-        }
-    }
-}
-
-int PortMap::MarksOf(const PortRange &cell) const {
-    int marks = 0;
-    for (std::uint32_t port = cell.first; port <= cell.last; ++port) {
-        marks |= marks_[port];
-    }
-    return marks;
+    return cell;
 }
 
 const CellLook &LookOf(int marks) {
@@ -108,14 +94,14 @@ const CellLook &LookOf(int marks) {
 }
 
 // Colour codes are only printed where the colour changes.
-std::string MapText(const PortMap &map, const MapShape &shape, bool colour) {
+std::string MapText(PortMap map, const MapShape &shape, bool colour) {
     std::string text;
     for (std::size_t row = 0; row < shape.Rows(); ++row) {
         const std::string port = std::to_string(shape.CellAt(row, 0).first);
         text += std::string(kLabelColumns - 1 - port.size(), ' ') + port + ' ';
         std::string_view current;
         for (std::size_t column = 0; column < shape.cells; ++column) {
-            const int marks = map.MarksOf(shape.CellAt(row, column));
+            const int marks = map.At(shape.CellAt(row, column)).marks;
             const std::string_view code = colour ? LookOf(marks).colour : "";
             if (code != current) {
                 text.append(current.empty() ? "" : kPlain).append(code);

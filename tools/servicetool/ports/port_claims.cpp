@@ -22,17 +22,14 @@ namespace {
 
 // ---- The order of claims ----
 
-std::uint32_t PidOf(const PortClaim &claim) {
-    return claim.process == nullptr ? 0 : claim.process->pid;
-}
-
 // Orders claims by source, then by declarer, or by state and process.
 std::strong_ordering CompareOrigins(const PortClaim &a, const PortClaim &b) {
     if (a.source != b.source) {
         return a.source <=> b.source;
     }
-    return a.IsHeld() ? std::tuple(a.state, PidOf(a)) <=> std::tuple(b.state, PidOf(b))
-                      : CompareTexts(*a.declarer, *b.declarer);
+    return a.IsHeld()
+               ? std::tuple(a.state, a.Process().pid) <=> std::tuple(b.state, b.Process().pid)
+               : CompareTexts(*a.declarer, *b.declarer);
 }
 
 template <typename Element, typename Comparison>
