@@ -122,8 +122,8 @@ std::string MapOfAll(const std::vector<PortClaim> &claims, const PortClaims &all
     const MapShape shape = ShapeForWindow(window);
     std::string text;
     for (const std::uint32_t protocol : kProtocols) {
-        const PortMap map(claims, all.collide.at(protocol), protocol);
-        text += ProtocolsText(protocol) + '\n' + MapText(map, shape, report.Colour());
+        text += ProtocolsText(protocol) + '\n' +
+                MapText({claims, all.collide.at(protocol), protocol}, shape, report.Colour());
     }
     return legend ? text + MapLegend(shape, window.columns, report.Colour()) : text;
 }

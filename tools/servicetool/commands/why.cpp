@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <optional>
 #include <set>
-#include <utility>
 
 #include "commands/commands.h"
 #include "output/text.h"

@@ -31,7 +31,7 @@ char SignOf(int marks) {
 
 struct ColouredText {
     std::string_view text;
-    std::string_view code;
+    std::string_view code = {};
 };
 
 // The items of a list, separated by commas and wrapped to `columns`.
@@ -72,29 +72,15 @@ MapShape ShapeForWindow(const WindowSize &window) {
     return {cells, kPortCount / (low ? kRowsOfLowWindow : kRows) / cells};
 }
 
-PortMap::PortMap(const std::vector<PortClaim> &claims, const PortRanges &collide,
-                 std::uint32_t protocol) {
-    for (const PortClaim &claim : claims) {
-        if (claim.protocol != protocol) {
-            continue;
-        }
-        for (std::uint32_t port = claim.range.first; port <= claim.range.last; ++port) {
-            marks_[port] |= static_cast<std::uint8_t>(claim.source);
-        }
+PortMap::Cell PortMap::At(const PortRange &ports) {
+    Cell cell = {0, in_reach_.At(ports)};
+    for (const PortClaim *claim : cell.claims) {
+        const PortRange shown = {std::max(claim->range.first, ports.first),
+                                 std::min(claim->range.last, ports.last)};
+        cell.marks |= claim->source;
+        cell.marks |= Overlap(collide_, shown).empty() ? 0 : kCollides;
     }
-    for (const PortRange &range : collide) {
-        for (std::uint32_t port = range.first; port <= range.last; ++port) {
-            marks_[port] |= static_cast<std::uint8_t>(marks_[port] == 0 ? 0 : kCollides);
-        }
-    }
-}
-
-int PortMap::MarksOf(const PortRange &cell) const {
-    int marks = 0;
-    for (std::uint32_t port = cell.first; port <= cell.last; ++port) {
-        marks |= marks_[port];
-    }
-    return marks;
+    return cell;
 }
 
 const CellLook &LookOf(int marks) {
@@ -108,14 +94,14 @@ const CellLook &LookOf(int marks) {
 }
 
 // Colour codes are only printed where the colour changes.
-std::string MapText(const PortMap &map, const MapShape &shape, bool colour) {
+std::string MapText(PortMap map, const MapShape &shape, bool colour) {
     std::string text;
     for (std::size_t row = 0; row < shape.Rows(); ++row) {
         const std::string port = std::to_string(shape.CellAt(row, 0).first);
         text += std::string(kLabelColumns - 1 - port.size(), ' ') + port + ' ';
         std::string_view current;
         for (std::size_t column = 0; column < shape.cells; ++column) {
-            const int marks = map.MarksOf(shape.CellAt(row, column));
+            const int marks = map.At(shape.CellAt(row, column)).marks;
             const std::string_view code = colour ? LookOf(marks).colour : "";
             if (code != current) {
                 text.append(current.empty() ? "" : kPlain).append(code);
@@ -129,13 +115,10 @@ std::string MapText(const PortMap &map, const MapShape &shape, bool colour) {
 }
 
 std::string MapLegend(const MapShape &shape, std::size_t columns, bool colour) {
-    std::string legend = Flowing(std::to_string(shape.ports) + " ports a sign:",
-                                 {{". free", ""},
-                                  {"d declared", ""},
-                                  {"h held", ""},
-                                  {"B both among them", ""},
-                                  {"! in conflict", ""}},
-                                 columns);
+    std::string legend =
+        Flowing(std::to_string(shape.ports) + " ports a sign:",
+                {{". free"}, {"d declared"}, {"h held"}, {"B both among them"}, {"! in conflict"}},
+                columns);
     if (colour) {
         std::vector<ColouredText> items;
         for (const CellLook &look : kLegendLooks) {

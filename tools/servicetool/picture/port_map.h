@@ -3,12 +3,12 @@
 #ifndef TAVO_SERVICETOOL_PICTURE_PORT_MAP_H
 #define TAVO_SERVICETOOL_PICTURE_PORT_MAP_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ports/port_claims.h"
@@ -62,21 +62,30 @@ inline constexpr std::span<const CellLook> kLegendLooks = std::span(kCellLooks).
 // The look of a cell with these marks.
 const CellLook &LookOf(int marks);
 
-// The ports of one protocol.
+// The map of one protocol.
 class PortMap {
   public:
-    // The map shows these claims, and the ports of the set `collide` that they include.
-    PortMap(const std::vector<PortClaim> &claims, const PortRanges &collide,
-            std::uint32_t protocol);
+    struct Cell {
+        int marks;
+        ClaimList claims;
+        bool operator==(const Cell &) const = default;
+    };
 
-    int MarksOf(const PortRange &cell) const;
+    // The map shows these claims, which are sorted by first port, and the ports of the set
+    // `collide` that they include.
+    PortMap(const std::vector<PortClaim> &claims, PortRanges collide, std::uint32_t protocol)
+        : in_reach_(ClaimsFor(protocol, kEverySource, claims)), collide_(std::move(collide)) {}
+
+    // The cell of these ports. The ports of consecutive calls must ascend.
+    Cell At(const PortRange &ports);
 
   private:
-    std::array<std::uint8_t, kPortCount> marks_{};  // by port, as those of a cell
+    ClaimsInReach in_reach_;
+    PortRanges collide_;
 };
 
 // The rows of the map of a protocol; each starts with its first port.
-std::string MapText(const PortMap &map, const MapShape &shape, bool colour);
+std::string MapText(PortMap map, const MapShape &shape, bool colour);
 
 // The legend of the signs and, if `colour` is true, of the colours, in lines of at most `columns`
 // columns.

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
 #include <utility>
 
 #include "output/text.h"
@@ -20,9 +19,10 @@ constexpr MapShape kShape = {128, 16};
 // Sizes in units of the picture.
 constexpr std::size_t kCell = 8;
 constexpr std::size_t kMargin = 16;
-constexpr std::size_t kLabels = 48;  // width of the ports at the start of rows
-constexpr std::size_t kLine = 20;    // height of a line of text
-constexpr std::size_t kWidth = kMargin + kLabels + kShape.cells * kCell + kMargin;
+constexpr std::size_t kLabels = 48;               // width of the ports at the start of rows
+constexpr std::size_t kLine = 20;                 // height of a line of text
+constexpr std::size_t kLeft = kMargin + kLabels;  // of the cells
+constexpr std::size_t kWidth = kLeft + kShape.cells * kCell + kMargin;
 constexpr std::size_t kMapHeight = kLine + kShape.Rows() * kCell;
 constexpr std::size_t kLabelEvery = 4;  // rows
 
@@ -118,46 +118,36 @@ std::string Tooltip(const ClaimList &claims, const PortClaims &all) {
     return more == 0 ? text : text + "\nand " + std::to_string(more) + " more";
 }
 
-std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInReach &in_reach,
-                  const PortClaims &all) {
-    constexpr std::size_t kLeft = kMargin + kLabels;
+std::string RowOf(PortMap &map, std::size_t row, std::size_t y, const PortClaims &all) {
     std::string svg;
     if (row % kLabelEvery == 0) {
         svg += Words(kLeft - kCell, y + kCell, std::to_string(kShape.CellAt(row, 0).first), "end");
     }
-    const auto cell_at = [&](std::size_t column) {
-        const PortRange ports = kShape.CellAt(row, column);
-        return std::pair(map.MarksOf(ports), in_reach.At(ports));
-    };
     for (std::size_t column = 0, end = 0; column < kShape.cells; column = end) {
-        const auto cell = cell_at(column);
+        const PortMap::Cell cell = map.At(kShape.CellAt(row, column));
         do {
             ++end;
-        } while (end < kShape.cells && cell_at(end) == cell);
-        const auto &[marks, claims] = cell;
-        if (marks == 0) {
+        } while (end < kShape.cells && map.At(kShape.CellAt(row, end)) == cell);
+        if (cell.marks == 0) {
             continue;
         }
         const std::size_t x = kLeft + column * kCell;
         const std::size_t width = (end - column) * kCell;
-        svg += Rectangle(LookOf(marks).name, x, y, width, kCell) + "><title>" +
-               Tooltip(claims, all) + "</title></rect>\n";
-        svg += IsHeld(marks) ? Dots(x, y, width) : "";
+        svg += Rectangle(LookOf(cell.marks).name, x, y, width, kCell) + "><title>" +
+               Tooltip(cell.claims, all) + "</title></rect>\n";
+        svg += IsHeld(cell.marks) ? Dots(x, y, width) : "";
     }
     return svg;
 }
 
 std::string MapOf(const std::vector<PortClaim> &claims, const PortClaims &all,
                   std::uint32_t protocol, std::size_t y) {
-    const PortMap map(claims, all.collide.at(protocol), protocol);
-    ClaimsInReach in_reach(ClaimsFor(protocol, kEverySource, claims));
-    const std::string name = ProtocolsText(protocol);
-    std::string svg = "<g>\n" + Words(kMargin, y + kLine / 2, name);
+    PortMap map(claims, all.collide.at(protocol), protocol);
+    std::string svg = "<g>\n" + Words(kMargin, y + kLine / 2, ProtocolsText(protocol));
     y += kLine;
-    svg += Rectangle("free", kMargin + kLabels, y, kShape.cells * kCell, kShape.Rows() * kCell) +
-           "/>\n";
+    svg += Rectangle("free", kLeft, y, kShape.cells * kCell, kShape.Rows() * kCell) + "/>\n";
     for (std::size_t row = 0; row < kShape.Rows(); ++row) {
-        svg += RowOf(map, row, y + row * kCell, in_reach, all);
+        svg += RowOf(map, row, y + row * kCell, all);
     }
     return svg + "</g>\n";
 }

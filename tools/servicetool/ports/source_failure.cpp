@@ -29,11 +29,6 @@ Diagnostic Error(std::string file, std::string rule, std::string message, std::s
             .fix = std::move(fix)};
 }
 
-Diagnostic Warning(Diagnostic diagnostic) {
-    diagnostic.severity = Severity::kWarning;
-    return diagnostic;
-}
-
 // What could not be done, with the system's reason for the code of the failure, if it has one.
 Diagnostic Failed(std::string file, const std::string &what, const SourceFailure &failure) {
     const std::string reason = SystemReason(failure.code);
@@ -240,11 +235,14 @@ void PortSources::TellIgnoredLines(int source) {
     if (file == nullptr) {
         return;
     }
+    Diagnostic warning = {.file = file, .severity = Severity::kWarning};
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
         errno == ENOENT) {
-        Tell(Warning(Error(file, "unreadable", contents.problem + ", so there are no rules")));
+        warning.rule = "unreadable";
+        warning.message = contents.problem + ", so there are no rules";
+        Tell(warning);
         return;
     }
     ConfigLine first;
@@ -261,11 +259,12 @@ void PortSources::TellIgnoredLines(int source) {
     if (count == 0) {
         return;
     }
-    const std::string message =
+    warning.rule = "stray-line";
+    warning.message =
         (count == 1 ? "the line is not read: it is not a"
                     : Counted(count, "line") + " are not read: none is a") +
         std::string(rules ? " comment, section or key of a section" : " comment, section or key");
-    Tell(Warning(AtSpot(first, first.text, Error(file, "stray-line", message))));
+    Tell(AtSpot(first, first.text, warning));
 }
 
 }  // namespace tavo::tool
