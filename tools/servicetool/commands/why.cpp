@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <set>
 
@@ -59,7 +60,7 @@ void AddRows(const PortAccount &account, Table &table) {
     const std::size_t sockets = std::min(account.held.size(), kMostSockets);
     ClaimList shown = account.declared;
     shown.insert(shown.end(), account.forwarded.begin(), account.forwarded.end());
-    shown.insert(shown.end(), account.held.begin(), account.held.begin() + sockets);
+    std::copy_n(account.held.begin(), sockets, std::back_inserter(shown));
     for (const PortClaim *claim : shown) {
         const bool held = claim->IsHeld();
         const std::string name =
