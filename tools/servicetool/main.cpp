@@ -22,11 +22,12 @@ int PrintAndEnd(const std::string &text) {
 // A command that makes a change has one result, except after a usage error. An exception means that
 // nothing was changed: ChangeReport::Do catches the exceptions of the change itself.
 void ReportChangeNotMade(const CommandLine &line, const std::string &problem, Report &report) {
-    ChangeReport change(line.command->change(line.arguments), report);
+    const Change change = line.command->change(line.arguments);
+    ChangeReport change_report(change, report);
     if (problem.empty()) {
-        change.AddResult();
+        change_report.AddResult();
     } else {
-        change.Refuse("failed", problem, "", Status::kFailed);
+        change_report.Refuse("failed", problem, "", Status::kFailed);
     }
 }
 

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "change/leftovers.h"
 #include "commands/commands.h"
@@ -47,17 +49,6 @@ std::string ProgramReason(const StepFailure &failure, const std::vector<std::str
                : program + " ended with status " + std::to_string(failure.status);
 }
 
-// A writer creates the new file in the folder of the old one, so failures to write are about the
-// folder.
-std::string SystemErrorReason(const StepFailure &failure, const std::string &path) {
-    const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
-    const std::string place = *failure.path == '\0'  ? ""
-                              : failure.path != path ? std::string(failure.path) + ": "
-                              : writes               ? "the folder: "
-                                                     : "";
-    return place + ErrorText(failure.error);
-}
-
 // The reasons for the failure of steps that can fail for one reason only. A % is the path.
 constexpr struct {
     Step step;
@@ -76,8 +67,8 @@ constexpr struct {
     {Step::kRunPlugins, "a plugin failed"},
 };
 
-// Why a step failed. Quotes the last line in `output` that the program of the
-// step printed.
+// Why a step of a change of the file `path` failed. Quotes the last line in `output` that the
+// program of the step printed.
 std::string ReasonText(const StepFailure &failure, const std::string &path,
                        const std::vector<std::string> &output) {
     if (failure.error == ENOMEM || (failure.error == 0 && failure.code == TLIBC_ERR_NO_MEMORY)) {
@@ -86,15 +77,18 @@ std::string ReasonText(const StepFailure &failure, const std::string &path,
     if (failure.program != nullptr) {
         return ProgramReason(failure, output);
     }
+    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
     if (failure.error != 0) {
-        return SystemErrorReason(failure, path);
+        // A writer creates the new file in the folder of the old one.
+        const bool writes = failure.step == Step::kWrite || failure.step == Step::kMakeFile;
+        const std::string known_place = writes ? "the folder: " : "";
+        return (failure.path == path ? known_place : place) + ErrorText(failure.error);
     }
     for (const auto &[step, reason] : kStepReasons) {
         if (step == failure.step) {
             return Replaced(std::string(reason), "%", failure.path);
         }
     }
-    const std::string place = *failure.path == '\0' ? "" : std::string(failure.path) + ": ";
     const std::string reason = SystemReason(failure.code);
     return place + (reason.empty() ? "the reason is unknown" : reason);
 }
@@ -131,12 +125,11 @@ std::string ListenersText(const std::vector<Listener> &listeners) {
 
 // Why a listener was not notified: its own failure, or that of the previous listener.
 const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
-    if (notified[listener].state == Notified::kNotReached) {
-        for (int i = 0; i < kListenerCount; ++i) {
-            const Notification &other = notified[static_cast<Listener>(i)];
-            if (other.state == Notified::kFailed) {
-                return other.failure;
-            }
+    for (const Listener other :
+         {Listener::kRouterTool, Listener::kFirewall, Listener::kRelayDaemon, Listener::kPlugins}) {
+        if (notified[listener].state == Notified::kNotReached &&
+            notified[other].state == Notified::kFailed) {
+            return notified[other].failure;
         }
     }
     return notified[listener].failure;
@@ -145,10 +138,22 @@ const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
 // ---- Changes
 
 std::string_view WhatWasDone(const Change &change) {
-    if (change.before) {
+    if (change.file.text) {
         return change.after ? "changed" : "removed";
     }
     return change.section.empty() ? "installed" : "created";
+}
+
+// What the change of a symbolic link affects; empty if the file is not a link. The library writes
+// sections to its target, but replaces and removes the link itself.
+std::string LinkRemark(const Change &change) {
+    std::error_code error;
+    if (!std::filesystem::is_symlink(change.file.path, error)) {
+        return "";
+    }
+    const std::string target = Escaped(RealPathOf(change.file.path));
+    return change.after && !change.section.empty() ? " (" + target + ", where the link leads)"
+                                                   : " (the link, not " + target + ')';
 }
 
 // After a failure the stores are restored, but the firewall may have read them before that.
@@ -162,42 +167,11 @@ std::string FirewallFix(const ChangeOutcome &outcome) {
 
 }  // namespace
 
-Change ChangeOf(const Arguments &arguments, const InstalledFile &file, FileText after,
-                std::vector<Listener> listeners) {
-    Change change = ChangeAskedFor(arguments);
-    change.path = file.path;
-    change.before = file.text;
-    change.after = std::move(after);
-    change.listeners = std::move(listeners);
-    return change;
-}
-
-ChangeReport::ChangeReport(Change change, Report &report)
-    : change_(std::move(change)),
-      report_(report),
-      diff_(UnifiedDiff(change_.before, change_.after, change_.path)) {}
-
-void ChangeReport::Add(const std::string &section, const PortQuery &query,
-                       const PortAnswer &answer) {
-    const PortVerdict verdict = answer.Verdict();
-    taken_ |= verdict == PortVerdict::kTaken;
-    unknown_ |= verdict == PortVerdict::kUnknown;
-    if (verdict != PortVerdict::kFree) {
-        verdicts_ += Escaped(change_.path) + ": [" + Escaped(section) + "] " +
-                     VerdictText(query, answer) + '\n';
-    }
-    table_.Add(answer.conflicts, section);
-    for (const PortConflict &conflict : answer.conflicts) {
-        Json one = {{"section", Utf8Text(section)}};
-        one.Merge(ConflictJson(conflict));
-        conflicts_.Append(std::move(one));
-    }
-}
-
 bool ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
                           Status status) {
-    report_.TellError(change_.path, std::move(rule), message + kSoUnchanged, std::move(fix),
-                      status);
+    const InstalledFile &file = change_.file;
+    report_.TellError(file.path.empty() ? file.name : file.path, std::move(rule),
+                      message + kSoUnchanged, std::move(fix), status);
     AddResult();
     return false;
 }
@@ -208,25 +182,44 @@ bool ChangeReport::End(const std::string &text) {
     return false;
 }
 
-bool ChangeReport::Begin(const std::string &what) {
-    if (!change_.path.empty() && !change_.notify_only && change_.before == change_.after) {
-        return End(Escaped(change_.path) + ": already up to date; nothing changed");
+// Prints which ports are not free. Returns false if the change is refused because of them.
+bool ChangeReport::AllowsPorts() {
+    ConflictTable table(ConflictTable::Sections::kYes);
+    std::string verdicts;
+    bool taken = false;
+    bool unknown = false;
+    for (const SectionQuery &ports : change_.ports) {
+        const PortVerdict verdict = ports.answer.Verdict();
+        taken |= verdict == PortVerdict::kTaken;
+        unknown |= verdict == PortVerdict::kUnknown;
+        table.Add(ports.answer.conflicts, ports.section);
+        if (verdict != PortVerdict::kFree) {
+            verdicts += Escaped(change_.file.path) + ": [" + Escaped(ports.section) + "] " +
+                        VerdictText(ports.query, ports.answer) + '\n';
+        }
     }
-    report_.Print(table_.Text(true, report_.Columns()) + verdicts_);
-    if (taken_ && !change_.force) {
+    report_.Print(table.Text(true, report_.Columns()) + verdicts);
+    if (taken && !change_.force) {
         return Refuse("taken", "its ports are taken", change_.taken_fix,
-                      unknown_ ? Status::kFailed : Status::kNo);
+                      unknown ? Status::kFailed : Status::kNo);
     }
-    if (unknown_ && !change_.force) {
-        return Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
-                      Status::kFailed);
+    return !unknown || change_.force ||
+           Refuse("unknown", "it is unknown whether its ports are free", change_.unknown_fix,
+                  Status::kFailed);
+}
+
+bool ChangeReport::Begin() {
+    const InstalledFile &file = change_.file;
+    if (!file.path.empty() && !change_.notify_only && file.text == change_.after) {
+        return End(Escaped(file.path) + ": already up to date; nothing changed");
     }
-    if (!what.empty()) {
-        report_.Print(Escaped(change_.path) + ": " + what + '\n');
+    if (!AllowsPorts()) {
+        return false;
     }
-    if (!change_.listeners.empty()) {
-        report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
+    if (!change_.what.empty()) {
+        report_.Print(Escaped(file.path) + ": " + change_.what + LinkRemark(change_) + '\n');
     }
+    report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
     report_.Print(ShownDiff(diff_, report_.Colour()));
     return change_.dry_run ? End("dry run: nothing changed, nobody notified") : true;
 }
@@ -242,21 +235,19 @@ void ChangeReport::Call(const Operation &operation) {
     } catch (const std::exception &error) {
         problem_ = LowerFirst(error.what());
     }
-    for (const std::string &line : output_) {
-        PrintLogLine(line);
-    }
+    std::ranges::for_each(output_, PrintLogLine);
 }
 
 // Catches the exceptions of the change: to a caller, an exception means that nothing was changed.
 void ChangeReport::Do(const Operation &operation) {
     try {
         Call(operation);
-        if (!change_.path.empty()) {
+        if (!change_.file.path.empty()) {
             TellFile();
         }
         // A failed call has notified no listeners. A successful one has, even if the file is not as
         // planned.
-        if (change_.path.empty() || result_ >= 0) {
+        if (change_.file.path.empty() || result_ >= 0) {
             TellNotifications();
         }
         TellTemporaryFiles();
@@ -268,18 +259,19 @@ void ChangeReport::Do(const Operation &operation) {
 
 // Reads the file again, because the library does not detect every failed write.
 void ChangeReport::TellFile() {
+    const InstalledFile &file = change_.file;
     FileText now;
     try {
-        now = TextOf(change_.path, change_.path);
+        now = TextOf(file.path, file.path);
     } catch (const std::runtime_error &error) {
         TellUnknown(error);
         return;
     }
-    changed_ = now != change_.before;
+    changed_ = now != file.text;
     const bool as_planned = now == change_.after;
     if (result_ >= 0 && as_planned) {
         if (!change_.notify_only) {
-            report_.PrintDone(Escaped(change_.path) + ": " + std::string(WhatWasDone(change_)));
+            report_.PrintDone(Escaped(file.path) + ": " + std::string(WhatWasDone(change_)));
         }
         return;
     }
@@ -295,7 +287,7 @@ void ChangeReport::TellFile() {
         TellFailed(reason + "; the change could not be undone: " + ReasonOf(outcome_.undo_failure),
                    "");
     } else if (!changed_) {
-        TellFailed(reason + (change_.before ? "; the file is unchanged" : "; no file was created"),
+        TellFailed(reason + (file.text ? "; the file is unchanged" : "; no file was created"),
                    FirewallFix(outcome_));
     } else if (as_planned) {
         TellFailed(reason + "; the file was changed anyway", "write servicetool restart");
@@ -308,16 +300,14 @@ void ChangeReport::TellFile() {
 // A daemon that is not running needs no notification: it reads its configuration when it starts.
 void ChangeReport::TellNotifications() {
     const Notifications &notifications = outcome_.notified;
-    std::vector<Listener> notified;
     for (const Listener listener : change_.listeners) {
         const ListenerText &text = TextOf(listener);
         const Notified state = notifications[listener].state;
         if (state == Notified::kYes || state == Notified::kNotRunning) {
-            notified.push_back(listener);
-            notified_.emplace_back(text.name);
+            notified_.push_back(listener);
             continue;
         }
-        not_notified_.emplace_back(text.name);
+        not_notified_.push_back(listener);
         const bool removed = listener == Listener::kPlugins && !change_.after;
         report_.TellWarning(
             "", "not-told",
@@ -326,8 +316,8 @@ void ChangeReport::TellNotifications() {
             removed ? "install the file again and remove it once more" : std::string(text.fix),
             Status::kFailed);
     }
-    if (!notified.empty()) {
-        report_.PrintDone("notified: " + ListenersText(notified));
+    if (!notified_.empty()) {
+        report_.PrintDone("notified: " + ListenersText(notified_));
     }
 }
 
@@ -358,19 +348,20 @@ std::string ChangeReport::ReasonOf(const StepFailure &failure) const {
                 StepFailure one = failure;
                 CopyText(one.path, plugin.path);
                 one.status = plugin.status;
-                reasons += (reasons.empty() ? "" : "; ") + ReasonText(one, change_.path, output_);
+                reasons +=
+                    (reasons.empty() ? "" : "; ") + ReasonText(one, change_.file.path, output_);
             }
         }
     }
     if (!reasons.empty()) {
         return reasons;
     }
-    return Replaced(LowerFirst(ReasonText(failure, change_.path, output_)), copied_path_,
-                    source_name_);
+    return Replaced(LowerFirst(ReasonText(failure, change_.file.path, output_)), change_.copy,
+                    change_.name_of_copy);
 }
 
 void ChangeReport::TellFailed(std::string message, std::string fix) {
-    report_.TellError(change_.path, "failed", std::move(message), std::move(fix));
+    report_.TellError(change_.file.path, "failed", std::move(message), std::move(fix));
 }
 
 void ChangeReport::TellUnknown(const std::exception &error) {
@@ -379,18 +370,25 @@ void ChangeReport::TellUnknown(const std::exception &error) {
 }
 
 void ChangeReport::AddResult() {
-    // A change that ended before its file was found has only the file name as its path.
-    const bool found = change_.path.find('/') != std::string::npos;
+    Json conflicts = Json::EmptyArray();
+    for (const SectionQuery &ports : change_.ports) {
+        for (const PortConflict &conflict : ports.answer.conflicts) {
+            Json one = {{"section", Utf8Text(ports.section)}};
+            one.Merge(ConflictJson(conflict));
+            conflicts.Append(std::move(one));
+        }
+    }
+    const auto name = [](Listener listener) -> Json { return TextOf(listener).name; };
     report_.AddResult({{"operation", change_.operation},
-                       {"file", TextOrNull(LastPart(change_.path))},
-                       {"path", TextOrNull(found ? change_.path : "")},
+                       {"file", TextOrNull(change_.file.name)},
+                       {"path", TextOrNull(change_.file.path)},
                        {"section", TextOrNull(change_.section)},
                        {"dry_run", change_.dry_run},
                        {"changed", changed_},
                        {"diff", TextOrNull(diff_)},
-                       {"conflicts", std::move(conflicts_)},
-                       {"told", notified_},
-                       {"not_told", not_notified_}});
+                       {"conflicts", std::move(conflicts)},
+                       {"told", Json::ArrayOf(notified_, name)},
+                       {"not_told", Json::ArrayOf(not_notified_, name)}});
 }
 
 }  // namespace tavo::tool

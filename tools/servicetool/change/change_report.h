@@ -16,56 +16,46 @@
 
 namespace tavo::tool {
 
-class Arguments;
-
 struct Change {
     std::string_view operation;       // the command's name
-    std::string path;                 // of the file; empty if no file is changed
+    InstalledFile file;               // without a path if no file is changed, or none is found yet
     std::string section;              // empty for a change of the whole file
-    FileText before;                  // current text of the file
     FileText after;                   // planned text of the file
+    std::string what;                 // is planned, escaped, as in "add section [chat]"
+    std::vector<SectionQuery> ports;  // that the changed sections will declare, to be checked
     std::vector<Listener> listeners;  // to be notified
     bool notify_only = false;         // the file is already removed; only notify the listeners
     bool dry_run = false;
     bool force = false;  // continue even if ports are taken or unknown
     std::string taken_fix = "ask servicetool suggest for ports that are free";
-    std::string unknown_fix = {};  // the fix if it is unknown whether ports are taken
+    std::string unknown_fix;   // the fix if it is unknown whether ports are taken
+    std::string copy;          // a private copy of the source of the change; empty: none
+    std::string name_of_copy;  // printed instead of its path in the reasons for failures
 };
-
-// The change of an installed file that the command makes; `after` is its planned text.
-Change ChangeOf(const Arguments &arguments, const InstalledFile &file, FileText after,
-                std::vector<Listener> listeners);
 
 class ChangeReport {
   public:
-    ChangeReport(Change change, Report &report);
+    // Refers to `change`, of which the caller may still set the ports and the copy.
+    ChangeReport(const Change &change, Report &report)
+        : change_(change),
+          report_(report),
+          diff_(UnifiedDiff(change.file.text, change.after, change.file.path)) {}
     ChangeReport(const ChangeReport &) = delete;
     ChangeReport &operator=(const ChangeReport &) = delete;
-
-    const Change &Plan() const { return change_; }
-
-    // Adds the answer for the ports that a section will declare.
-    void Add(const std::string &section, const PortQuery &query, const PortAnswer &answer);
 
     // Reports why the change is refused. "nothing was changed" is appended to `message`. Returns
     // false.
     bool Refuse(std::string rule, const std::string &message, std::string fix = {},
                 Status status = Status::kNo);
 
-    // Prints the planned change; `what` describes it, as in "add section [chat]". Returns false if
-    // the command is done: ports are taken, there is nothing to change, or this is a dry run.
-    bool Begin(const std::string &what);
+    // Prints the planned change. Returns false if the command is done: ports are taken, there is
+    // nothing to change, or this is a dry run.
+    bool Begin();
 
     // Makes the change with an operation of the library, which returns -1 on failure, and reports
     // the result.
     using Operation = std::function<int(ChangeOutcome &outcome)>;
     void Do(const Operation &operation);
-
-    // Sets a name to print instead of `path` in the reasons for failures of Do.
-    void ShowAs(const std::string &path, const std::string &name) {
-        copied_path_ = path;
-        source_name_ = name;
-    }
 
     // Adds the result of a change that is not made. The functions above also add one if they end
     // it.
@@ -73,6 +63,7 @@ class ChangeReport {
 
   private:
     bool End(const std::string &text);
+    bool AllowsPorts();
     void Call(const Operation &operation);
 
     // Each of these reports a part of the outcome, and raises the status after a failure.
@@ -85,14 +76,9 @@ class ChangeReport {
     // Why a step failed.
     std::string ReasonOf(const StepFailure &failure) const;
 
-    Change change_;
+    const Change &change_;
     Report &report_;
     std::string diff_;
-    ConflictTable table_{ConflictTable::Sections::kYes};
-    std::string verdicts_;
-    Json conflicts_ = Json::EmptyArray();
-    bool taken_ = false;
-    bool unknown_ = false;
 
     // The outcome of the operation.
     int result_ = -1;
@@ -101,10 +87,8 @@ class ChangeReport {
     GrowingArray<PluginResult> plugins_;  // one for each plugin run
     std::vector<std::string> output_;     // lines printed by programs
     bool changed_ = false;
-    std::vector<std::string> notified_;      // JSON names of the notified listeners
-    std::vector<std::string> not_notified_;  // JSON names of the others
-    std::string copied_path_;                // printed as source_name_
-    std::string source_name_;
+    std::vector<Listener> notified_;
+    std::vector<Listener> not_notified_;
 };
 
 }  // namespace tavo::tool

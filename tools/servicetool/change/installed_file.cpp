@@ -50,7 +50,6 @@ constexpr std::size_t kLongestName = NAME_MAX - kLongestDecoration;
 
 // Why the text cannot be the name of a file in a service folder; empty if it can.
 std::string NameProblem(const std::string &name) {
-    const auto is_control = [](unsigned char c) { return c < ' ' || c == '\x7f'; };
     if (name.empty() || name == "." || name == "..") {
         return "is not a file name";
     }
@@ -60,14 +59,15 @@ std::string NameProblem(const std::string &name) {
     if (name.size() > kLongestName) {
         return "is longer than " + std::to_string(kLongestName) + " bytes";
     }
-    return std::any_of(name.begin(), name.end(), is_control) ? "contains a control byte" : "";
+    const bool control =
+        std::ranges::any_of(name, [](unsigned char c) { return c < ' ' || c == '\x7f'; });
+    return control ? "contains a control byte" : "";
 }
 
 // A name in the folder that differs only in case, or by a missing suffix; empty if there is none.
 std::string MeantName(const ServiceFolder &folder, const std::string &name) {
     std::string meant;
-    const auto names = NamesIn(std::string(folder.path));
-    for (const std::string &other : names.value_or(std::vector<std::string>())) {
+    for (const std::string &other : NamesIn(folder.path).value_or(std::vector<std::string>())) {
         if (LowerCase(other) == LowerCase(name) || LowerCase(other) == LowerCase(name + ".sc")) {
             meant = std::max(meant, other);
         }
@@ -120,13 +120,13 @@ bool CheckFileName(const std::string &name, Report &report) {
     return problem.empty();
 }
 
-bool FindInstalledFile(const std::string &name, int folders, Missing missing, bool dry_run,
-                       InstalledFile &file, Report &report) {
+bool FindInstalledFile(int folders, Missing missing, bool dry_run, InstalledFile &file,
+                       Report &report) {
+    const std::string &name = file.name;
     if (!CheckFileName(name, report) ||
         (!dry_run && !LockChanges(file.lock, name, kSoUnchanged, report))) {
         return false;
     }
-    file.name = name;
     for (const ServiceFolder &folder : kServiceFolders) {
         if ((folders & folder.selector) == 0) {
             continue;
@@ -158,26 +158,15 @@ bool TellNotInstalled(const std::string &name, int folders, Report &report) {
     std::string paths;
     std::string fix;
     for (const ServiceFolder &folder : kServiceFolders) {
-        if ((folders & folder.selector) == 0) {
-            continue;
+        if ((folders & folder.selector) != 0) {
+            paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
+            const std::string meant = MeantName(folder, name);
+            fix = meant.empty() ? fix : "write " + meant;
         }
-        paths += (paths.empty() ? "" : " nor in ") + std::string(folder.path);
-        const std::string meant = MeantName(folder, name);
-        fix = meant.empty() ? fix : "write " + meant;
     }
     report.TellError(name, "not-found", "is not installed in " + paths + kSoUnchanged,
                      std::move(fix), Status::kNo);
     return false;
-}
-
-std::string LinkRemark(const std::string &path, OfLink what) {
-    std::error_code error;
-    if (!std::filesystem::is_symlink(path, error)) {
-        return "";
-    }
-    const std::string target = Escaped(std::filesystem::canonical(path, error).string());
-    return what == OfLink::kTarget ? " (" + target + ", where the link leads)"
-                                   : " (the link, not " + target + ')';
 }
 
 // Only a warning, because the library reads all files of a service folder, whatever their names.

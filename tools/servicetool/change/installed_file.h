@@ -46,25 +46,18 @@ struct InstalledFile {
 // unless another one is requested.
 enum class Missing { kRefuse, kAllow };
 
-// Finds the file in the service folders that the bits of `folders` select and, unless this is a dry
-// run, takes the lock. Returns false if the command cannot use the file: its name is invalid, it is
-// missing, in both folders or unreadable, or the lock cannot be taken. This is reported and raises
-// the status.
-bool FindInstalledFile(const std::string &name, int folders, Missing missing, bool dry_run,
-                       InstalledFile &file, Report &report);
+// Finds the file of that name in the service folders that the bits of `folders` select and, unless
+// this is a dry run, takes the lock. Returns false if the command cannot use the file: its name is
+// invalid, it is missing, in both folders or unreadable, or the lock cannot be taken. This is
+// reported and raises the status.
+bool FindInstalledFile(int folders, Missing missing, bool dry_run, InstalledFile &file,
+                       Report &report);
 
 // Reports that no file of that name is installed, raises the status and returns false.
 bool TellNotInstalled(const std::string &name, int folders, Report &report);
 
 // Returns whether `name` is a file name without a folder. If not, reports it and raises the status.
 bool CheckFileName(const std::string &name, Report &report);
-
-// What a change of a symbolic link affects: the library writes sections to its target, but replaces
-// and removes the link itself.
-enum class OfLink { kTarget, kItself };
-
-// " (FILE, where the link leads)" or " (the link, not FILE)"; empty if the file is not a link.
-std::string LinkRemark(const std::string &path, OfLink what);
 
 // Warns if the name of a new file is hidden or lacks the usual suffix. `fix` describes how to set
 // a name; the suggested name is appended.

@@ -15,9 +15,9 @@
 #include <csignal>
 #include <ctime>
 #include <filesystem>
-#include <iterator>
 #include <set>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 #include "base/descriptor.h"
@@ -37,22 +37,6 @@ namespace fs = std::filesystem;
 
 constexpr char kAnotherOne[] = "another file has its name now";
 
-struct Kind {
-    std::string_view name;
-    std::string_view words;
-};
-
-// In the order of LeftoverKind.
-constexpr Kind kKinds[] = {
-    {"private-folder", "private folder of servicetool"},
-    {"updated-file", "copy of the replaced file "},
-    {"removed-file", "copy of the removed file "},
-    {"staged-file", "file to be installed as "},
-    {"store", "copy of "},
-    {"writer-folder", "folder of a writer"},
-};
-static_assert(std::size(kKinds) == static_cast<std::size_t>(LeftoverKind::kWriterFolder) + 1);
-
 // ---- Entries
 
 // The names in a folder, which is taken for an empty one after the errors for which is_empty(errno)
@@ -64,6 +48,18 @@ std::vector<std::string> NamesOrThrow(const std::string &folder,
         throw std::system_error(errno, std::generic_category(), folder);
     }
     return std::move(names).value_or(std::vector<std::string>());
+}
+
+// Returns nullopt if the path does not exist. Throws if that is unknown.
+std::optional<struct stat> StatusOf(const std::string &path, decltype(lstat) look) {
+    struct stat status {};
+    if (look(path.c_str(), &status) == 0) {
+        return status;
+    }
+    if (!IsAbsence(errno)) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    return {};
 }
 
 // The mode of a private folder of servicetool. A user may have a folder of such a name for another
@@ -110,8 +106,8 @@ std::optional<pid_t> ProcessIdOf(std::string_view text) {
 
 // Whether mkstemp(3) or mkdtemp(3) can have generated the text.
 bool IsRandom(std::string_view text) {
-    return text.size() == 6 && std::all_of(text.begin(), text.end(),
-                                           [](unsigned char c) { return std::isalnum(c) != 0; });
+    return text.size() == 6 &&
+           std::ranges::all_of(text, [](unsigned char c) { return std::isalnum(c) != 0; });
 }
 
 // ---- Processes
@@ -128,16 +124,12 @@ bool IsRunning(pid_t pid) {
     return kill(pid, 0) == 0 || errno != ESRCH;
 }
 
-// The names in a folder of /proc; none if the process has ended or cannot be inspected.
-std::vector<std::string> NamesInProc(const std::string &folder) {
-    return NamesOrThrow(
-        folder, [](int error) { return error == ENOENT || error == ESRCH || error == EACCES; });
-}
-
+// Returns false for a process that has ended or cannot be inspected.
 bool HasOpen(const std::string &process, const std::string &path) {
     const std::string folder = process + "/fd/";
-    const std::vector<std::string> names = NamesInProc(folder);
-    return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+    const auto names = NamesOrThrow(
+        folder, [](int error) { return error == ENOENT || error == ESRCH || error == EACCES; });
+    return std::ranges::any_of(names, [&](const std::string &name) {
         std::error_code gone;
         return fs::read_symlink(folder + name, gone) == path;
     });
@@ -146,28 +138,23 @@ bool HasOpen(const std::string &process, const std::string &path) {
 // Returns true for a process that cannot be inspected, and false for one that has ended.
 bool MayBeMaker(const std::string &process) {
     const FileContents maps = ReadRegularFile(process + "/maps");
-    return std::any_of(std::begin(kMakers), std::end(kMakers),
-                       [&](std::string_view maker) {
-                           return maps.text.find(maker) != std::string::npos;
-                       }) ||
-           (!maps.problem.empty() && !maps.absent && maps.problem != ErrorText(ESRCH));
-}
-
-bool IsNew(const std::string &path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) != 0 ||
-           std::time(nullptr) - status.st_ctim.tv_sec < kLongestChange;
+    if (!maps.problem.empty()) {
+        return !maps.absent && maps.problem != ErrorText(ESRCH);
+    }
+    return std::ranges::any_of(kMakers, [&](std::string_view maker) {
+        return maps.text.find(maker) != std::string::npos;
+    });
 }
 
 // The process that may still need a file without a process id in its name: one that has the file
 // open or, if the file is new, any other servicetool or program that has loaded the library.
 // Returns nullopt if there is none. Throws std::system_error if that is unknown.
 std::optional<pid_t> PossibleUser(const std::string &path) {
-    const bool is_new = IsNew(path);
+    const auto status = StatusOf(path, lstat);
+    const bool is_new = !status || std::time(nullptr) - status->st_ctim.tv_sec < kLongestChange;
     // /proc lists open files by their path without symbolic links.
-    std::error_code gone;
-    const std::string real_path = fs::canonical(path, gone);
-    for (const std::string &name : NamesInProc("/proc")) {
+    const std::string real_path = RealPathOf(path);
+    for (const std::string &name : NamesOrThrow("/proc")) {
         const std::optional<pid_t> pid = ProcessIdOf(name);
         const std::string process = "/proc/" + name;
         if (pid && *pid != getpid() &&
@@ -183,12 +170,11 @@ std::optional<pid_t> PossibleUser(const std::string &path) {
 // Whether no service folder contains a file of that name. A file that cannot be checked counts as
 // present.
 bool IsGone(const std::string &name) {
-    return std::all_of(std::begin(kServiceFolders), std::end(kServiceFolders),
-                       [&](const ServiceFolder &folder) {
-                           std::error_code error;
-                           return fs::symlink_status(fs::path(folder.path) / name, error).type() ==
-                                  fs::file_type::not_found;
-                       });
+    return std::ranges::all_of(kServiceFolders, [&](const ServiceFolder &folder) {
+        std::error_code error;
+        return fs::symlink_status(fs::path(folder.path) / name, error).type() ==
+               fs::file_type::not_found;
+    });
 }
 
 // The names in a store or in its copy, without the folders for temporary files.
@@ -199,18 +185,6 @@ std::vector<std::string> PartsOf(const std::string &folder, const std::string &s
                (name == kInstallFolder && store != PathOf(StoreId::kFirewallRules));
     });
     return names;
-}
-
-// Returns nullopt if the path does not exist. Throws if that is unknown.
-std::optional<struct stat> StatusOf(const std::string &path, decltype(lstat) look) {
-    struct stat status {};
-    if (look(path.c_str(), &status) == 0) {
-        return status;
-    }
-    if (!IsAbsence(errno)) {
-        throw std::system_error(errno, std::generic_category(), path);
-    }
-    return {};
 }
 
 // Whether mv was killed while it was writing the original, which is then shorter than its copy. mv
@@ -290,34 +264,30 @@ void KeepStore(Leftover &copy) {
 
 // ---- Search
 
-// Whether a candidate is a leftover. Adds what is known about it.
-bool IsLeftover(Leftover &found) {
-    if (found.pid && IsRunning(*found.pid)) {
-        return false;
+// Whether the process that made the candidate is running. Servicetool locks its private folder, and
+// a writer a file in its folder; other names contain the process id, if anything does.
+bool IsInUse(const Leftover &candidate) {
+    if (candidate.kind == LeftoverKind::kPrivateFolder) {
+        return !LockUnused(candidate.path, O_DIRECTORY, LOCK_SH).IsOpen();
     }
-    switch (found.kind) {
-        case LeftoverKind::kPrivateFolder:
-            return LockUnused(found.path, O_DIRECTORY, LOCK_SH).IsOpen();
-        case LeftoverKind::kUpdatedFile:
-        case LeftoverKind::kStagedFile:
-            found.user = PossibleUser(found.path);
-            return true;
-        case LeftoverKind::kRemovedFile:
-            if (IsGone(found.original)) {
-                found.keep = "is all that is left of " + found.original +
-                             ", whose removal the plugins may not know of";
-                found.fix = "write servicetool remove " + found.original;
-            }
-            return true;
-        case LeftoverKind::kStore:
-            KeepStore(found);
-            return true;
-        case LeftoverKind::kWriterFolder:
-            // A running writer holds a lock on a file in its folder.
-            return LockUnused(found.path + "/lock", O_NONBLOCK, LOCK_SH).IsOpen() ||
-                   IsAbsence(errno);
+    if (candidate.kind == LeftoverKind::kWriterFolder) {
+        return !LockUnused(candidate.path + "/lock", O_NONBLOCK, LOCK_SH).IsOpen() &&
+               !IsAbsence(errno);
     }
-    return false;
+    return candidate.pid && IsRunning(*candidate.pid);
+}
+
+// Adds why a leftover must stay, if it must.
+void Assess(Leftover &found) {
+    if (found.kind == LeftoverKind::kUpdatedFile || found.kind == LeftoverKind::kStagedFile) {
+        found.user = PossibleUser(found.path);
+    } else if (found.kind == LeftoverKind::kStore) {
+        KeepStore(found);
+    } else if (found.kind == LeftoverKind::kRemovedFile && IsGone(found.original)) {
+        found.keep = "is all that is left of " + found.original +
+                     ", whose removal the plugins may not know of";
+        found.fix = "write servicetool remove " + found.original;
+    }
 }
 
 // The names in a folder, none if it does not exist. Notes a folder that cannot be read.
@@ -417,8 +387,7 @@ std::string RemoveWriterFolder(const std::string &path) {
     if (!WritersLock(fs::path(path).parent_path().c_str()).IsHeld()) {
         return "the lock of its folder cannot be taken";
     }
-    struct stat status {};
-    return lstat(path.c_str(), &status) == 0 ? "a writer uses it" : "";
+    return StatusOf(path, lstat) ? "a writer uses it" : "";
 }
 
 std::string RemoveFolder(const std::string &path) {
@@ -450,13 +419,9 @@ std::string RemoveFile(const std::string &path) {
 }  // namespace
 
 Leftovers FindLeftovers() {
-    Leftovers candidates = Candidates();
-    Leftovers found = {{}, std::move(candidates.unread)};
-    for (Leftover &candidate : candidates.all) {
-        if (IsLeftover(candidate)) {
-            found.all.push_back(std::move(candidate));
-        }
-    }
+    Leftovers found = Candidates();
+    std::erase_if(found.all, IsInUse);
+    std::ranges::for_each(found.all, Assess);
     return found;
 }
 
@@ -476,26 +441,16 @@ std::vector<std::string> CopiesOfRemoved(const std::string &name) {
         throw std::runtime_error(folder + ": " + problem);
     }
     std::vector<std::string> paths;
-    for (Leftover &copy : candidates.all) {
-        if (copy.kind == LeftoverKind::kRemovedFile && copy.original == name && IsLeftover(copy)) {
+    for (const Leftover &copy : candidates.all) {
+        if (copy.kind == LeftoverKind::kRemovedFile && copy.original == name && !IsInUse(copy)) {
             paths.push_back(copy.path);
         }
     }
-    std::sort(paths.begin(), paths.end(), [](const std::string &one, const std::string &other) {
+    std::ranges::sort(paths, {}, [](const std::string &path) {
         std::error_code gone;
-        return fs::last_write_time(one, gone) < fs::last_write_time(other, gone);
+        return fs::last_write_time(path, gone);
     });
     return paths;
-}
-
-std::string_view KindName(LeftoverKind kind) {
-    return kKinds[static_cast<std::size_t>(kind)].name;
-}
-
-std::string KindText(const Leftover &leftover) {
-    const std::string_view words = kKinds[static_cast<std::size_t>(leftover.kind)].words;
-    return std::string(words) + leftover.original +
-           (leftover.pid ? " by process " + std::to_string(*leftover.pid) : "");
 }
 
 std::string RemoveLeftover(const Leftover &leftover) {

@@ -6,7 +6,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -46,12 +45,6 @@ std::vector<Leftover> OwnCopiesOfStores();
 // The copies of an installed file of that name whose removal was not completed, the newest last.
 // Copies of running processes are ignored. Throws std::runtime_error if /tmp cannot be read.
 std::vector<std::string> CopiesOfRemoved(const std::string &name);
-
-// The name for JSON, such as "private-folder".
-std::string_view KindName(LeftoverKind kind);
-
-// "copy of /usr/local/etc/services.d by process 812"
-std::string KindText(const Leftover &leftover);
 
 // Removes the leftover. Returns "", or the reason why it cannot be removed.
 std::string RemoveLeftover(const Leftover &leftover);

@@ -45,11 +45,11 @@ std::string NameProblem(const std::string &section) {
 }
 
 void ReadSection(SectionTarget &target) {
-    const MemoryFile copy(*target.file.text);
+    const MemoryFile copy(*target.change.file.text);
     OwnedTable keys;
     TAVO_SERVICE_CONF_SECTION *today = nullptr;
     const Reading reading =
-        ReadServiceSection(copy.Path().c_str(), target.section.c_str(), keys, &today);
+        ReadServiceSection(copy.Path().c_str(), target.change.section.c_str(), keys, &today);
     target.today.reset(today);
     ThrowIfSystemFailed("the section cannot be read", reading.Fault());
     const char *key = nullptr;
@@ -57,40 +57,22 @@ void ReadSection(SectionTarget &target) {
     target.present = TLIBCSzHashEnum(keys.get(), 0, &key, &value) == 0;
 }
 
-struct SectionLines {
-    std::set<std::size_t> numbers;  // of its lines, including its headers
-    std::string similar;            // name of another section that differs only in case
-};
-
-SectionLines LinesOfSection(const std::string &text, const std::string &section) {
-    SectionLines found;
-    bool inside = false;
-    ConfigLineReader reader(text);
-    for (ConfigLine line; reader.Next(line);) {
-        if (line.kind == ConfigLineKind::kSection) {
-            inside = line.name == section;
-            if (!inside && LowerCase(line.name) == LowerCase(section)) {
-                found.similar = line.name;
-            }
-        }
-        if (inside) {
-            found.numbers.insert(line.number);
-        }
-    }
-    return found;
-}
-
 // A section without keys is visible in the file, but the library ignores it.
-bool TellMissing(const SectionTarget &target, Report &report) {
-    const SectionLines found = LinesOfSection(*target.file.text, target.section);
-    const std::string section = "section [" + target.section + ']';
+bool TellMissing(const Change &change, Report &report) {
+    const std::string section = "section [" + change.section + ']';
     std::string message = "has no " + section;
-    std::string fix = found.similar.empty() ? "" : "write " + found.similar;
-    if (!found.numbers.empty()) {
-        message = section + " has no keys";
-        fix = "write servicetool set, or remove its line by hand";
+    std::string fix;
+    for (const LintedService &service : LintText(*change.file.text, change.file.path).services) {
+        if (service.name == change.section) {
+            message = section + " has no keys";
+            fix = "write servicetool set, or remove its line by hand";
+            break;
+        }
+        if (LowerCase(service.name) == LowerCase(change.section)) {
+            fix = "write " + service.name;
+        }
     }
-    report.TellError(target.file.path, "not-found", message + kSoUnchanged, fix, Status::kNo);
+    report.TellError(change.file.path, "not-found", message + kSoUnchanged, fix, Status::kNo);
     return false;
 }
 
@@ -109,62 +91,70 @@ std::optional<PortText> TextOfPorts(const TAVO_SERVICE_CONF_PORT *ports) {
 
 // ---- The change
 
+// The numbers of the lines of a section, including its headers.
+std::set<std::size_t> LinesOfSection(const std::string &text, const std::string &section) {
+    std::set<std::size_t> numbers;
+    bool inside = false;
+    ConfigLineReader reader(text);
+    for (ConfigLine line; reader.Next(line);) {
+        inside = line.kind == ConfigLineKind::kSection ? line.name == section : inside;
+        if (inside) {
+            numbers.insert(line.number);
+        }
+    }
+    return numbers;
+}
+
 // Reports the findings of lint in the new section, and checks its ports for conflicts, as the
 // library also does when it makes the change. Refuses the change and returns false if the library
 // would not read the new section. Errors in other sections are ignored.
-bool CheckSection(const SectionTarget &target, const PortQuery &query, ChangeReport &change,
-                  Report &report) {
-    const std::string &text = *change.Plan().after;
-    const std::set<std::size_t> own = LinesOfSection(text, target.section).numbers;
-    const LintResult lint = LintText(text, target.file.path);
+bool CheckSection(Change &change, ChangeReport &change_report, Report &report) {
+    const std::string &section = change.section;
+    const std::set<std::size_t> own = LinesOfSection(*change.after, section);
+    const LintResult lint = LintText(*change.after, change.file.path);
     for (const Diagnostic &diagnostic : lint.diagnostics) {
-        if (own.count(diagnostic.line) != 0) {
+        if (own.contains(diagnostic.line)) {
             report.Tell(diagnostic);
         }
     }
-    if (std::any_of(lint.services.begin(), lint.services.end(), [&](const auto &service) {
-            return service.name == target.section && !service.readable;
+    if (std::ranges::any_of(lint.services, [&](const LintedService &service) {
+            return service.name == section && !service.readable;
         })) {
-        return change.Refuse("invalid",
-                             "the library would not read section [" + target.section + ']');
+        return change_report.Refuse("invalid",
+                                    "the library would not read section [" + section + ']');
     }
-    change.Add(target.section, query,
-               PortSources(kEverySource, report).Ask(query, {target.section}));
+    SectionQuery &ports = change.ports.front();
+    ports.answer = PortSources(kEverySource, report).Ask({{ports.query, {section}}}).front();
     return true;
-}
-
-// The library's record for writing to the section.
-SetParam ParamOf(const Arguments &arguments, const SectionTarget &target) {
-    SetParam param{};
-    param.nRestartMode =
-        arguments.Has("--no-restart") ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
-    param.nRestartFlags = TAVO_RESTART_FIREWALL;
-    param.nWriteMode = TAVO_WRITE_MODE_SET;
-    param.nCheckFlags = kEverySource;
-    param.nLocation = static_cast<std::uint32_t>(target.file.folder.selector);
-    CopyText(param.szFileName, target.file.name);
-    CopyText(param.szSectionName, target.section);
-    return param;
 }
 
 }  // namespace
 
 bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &target,
                  Report &report) {
-    target.section = arguments.Word(1);
-    const std::string problem = NameProblem(target.section);
+    Change &change = target.change;
+    change = ChangeAskedFor(arguments);
+    const std::string problem = NameProblem(change.section);
     if (!problem.empty()) {
-        report.TellUsage("section name " + Quoted(target.section) + ' ' + problem);
+        report.TellUsage("section name " + Quoted(change.section) + ' ' + problem);
         return false;
     }
-    if (!FindInstalledFile(arguments.Word(0), FoldersOf(arguments), missing,
-                           arguments.Has("--dry-run"), target.file, report)) {
+    if (!FindInstalledFile(FoldersOf(arguments), missing, change.dry_run, change.file, report)) {
         return false;
     }
-    if (target.file.text) {
+    SetParam &param = target.param;
+    param.nRestartMode =
+        arguments.Has("--no-restart") ? TAVO_RESTART_MODE_NONE : TAVO_RESTART_MODE_RESTART;
+    param.nRestartFlags = TAVO_RESTART_FIREWALL;
+    param.nWriteMode = TAVO_WRITE_MODE_SET;
+    param.nCheckFlags = kEverySource;
+    param.nLocation = static_cast<std::uint32_t>(change.file.folder.selector);
+    CopyText(param.szFileName, change.file.name);
+    CopyText(param.szSectionName, change.section);
+    if (change.file.text) {
         ReadSection(target);
     }
-    return target.present || missing == Missing::kAllow || TellMissing(target, report);
+    return target.present || missing == Missing::kAllow || TellMissing(change, report);
 }
 
 OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report) {
@@ -230,22 +220,18 @@ FileText TextAfter(const FileText &before, const FileChange &change) {
     throw std::runtime_error(kCannotStage + (": " + reason));
 }
 
-void ChangeSection(const Arguments &arguments, const SectionTarget &target,
-                   const SectionChange &wanted, Report &report) {
-    Change plan = ChangeOf(arguments, target.file, wanted.after, {wanted.listener});
-    SetParam param = ParamOf(arguments, target);
-    if (param.nRestartMode == TAVO_RESTART_MODE_RESTART) {
-        plan.listeners = {wanted.listener, Listener::kFirewall, Listener::kRelayDaemon};
-        plan.listeners.erase(std::unique(plan.listeners.begin(), plan.listeners.end()),
-                             plan.listeners.end());
+void ChangeSection(SectionTarget &target, Report &report, const ChangeReport::Operation &make) {
+    Change &change = target.change;
+    std::vector<Listener> &listeners = change.listeners;
+    const bool removes = target.param.nWriteMode == TAVO_WRITE_MODE_REMOVE;
+    listeners = {removes ? Listener::kFirewall : Listener::kRouterTool};
+    if (target.param.nRestartMode == TAVO_RESTART_MODE_RESTART) {
+        listeners.insert(listeners.end(), {Listener::kFirewall, Listener::kRelayDaemon});
+        listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
     }
-    if (!wanted.taken_fix.empty()) {
-        plan.taken_fix = wanted.taken_fix;
-    }
-    ChangeReport change(std::move(plan), report);
-    if ((!wanted.ports || CheckSection(target, *wanted.ports, change, report)) &&
-        change.Begin(wanted.what)) {
-        change.Do([&](ChangeOutcome &outcome) { return wanted.make(param, outcome); });
+    ChangeReport change_report(change, report);
+    if ((removes || CheckSection(change, change_report, report)) && change_report.Begin()) {
+        change_report.Do(make);
     }
 }
 

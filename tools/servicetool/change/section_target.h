@@ -4,14 +4,11 @@
 #define TAVO_SERVICETOOL_CHANGE_SECTION_TARGET_H
 
 #include <functional>
-#include <optional>
 #include <string>
 
 #include "change/change_report.h"
 #include "change/installed_file.h"
-#include "input/library.h"
 #include "lifecycle/section_write.h"
-#include "ports/port_query.h"
 #include "support/owners.h"
 #include "tavoserviceconf.h"
 
@@ -20,8 +17,8 @@ namespace tavo::tool {
 class Arguments;
 
 struct SectionTarget {
-    InstalledFile file;
-    std::string section;
+    Change change;         // without a plan
+    SetParam param{};      // the library's record for writing to the section
     bool present = false;  // the file contains keys of the section
     OwnedSection today;    // as the library reads it; null if it rejects it
 };
@@ -47,22 +44,9 @@ PortText RequiredPorts(const TAVO_SERVICE_CONF_PORT *ports);
 using FileChange = std::function<int(const char *path, StepFailure &failure)>;
 FileText TextAfter(const FileText &before, const FileChange &change);
 
-// What a command changes in a section.
-struct SectionChange {
-    std::string what;  // for the plan, as in "add section [chat]"
-    FileText after;
-    Listener listener = Listener::kRouterTool;  // in addition to those that a restart notifies
-    std::optional<PortQuery> ports = {};        // that the section will declare, to be checked
-    std::string taken_fix = {};                 // if they are taken; empty: the usual one
-
-    // Makes the change with the library; see ChangeReport::Operation.
-    std::function<int(SetParam &param, ChangeOutcome &outcome)> make;
-};
-
-// Plans, checks, makes and reports the change. It is refused if the library would not read the new
-// section.
-void ChangeSection(const Arguments &arguments, const SectionTarget &target,
-                   const SectionChange &wanted, Report &report);
+// Plans, checks, makes and reports the change, of which the caller has set the text, description
+// and ports. It is refused if the library would not read the new section.
+void ChangeSection(SectionTarget &target, Report &report, const ChangeReport::Operation &make);
 
 }  // namespace tavo::tool
 

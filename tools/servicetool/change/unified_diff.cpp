@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <dtl/dtl.hpp>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -33,6 +34,10 @@ Lines LinesOf(std::string_view text) {
 // Lines with their changes.
 using Edits = std::vector<std::pair<std::string, dtl::elemInfo>>;
 
+bool IsChanged(const Edits::value_type &edit) {
+    return edit.second.type != dtl::SES_COMMON;
+}
+
 // The lines of both texts in order; for replaced lines, the removed ones come first.
 Edits EditsOf(const Lines &before, const Lines &after) {
     dtl::Diff<std::string, Lines> diff(before, after);
@@ -40,9 +45,7 @@ Edits EditsOf(const Lines &before, const Lines &after) {
     diff.compose();
     Edits edits = diff.getSes().getSequence();
     for (auto start = edits.begin(); start != edits.end();) {
-        const auto end = std::find_if(start, edits.end(), [](const auto &edit) {
-            return edit.second.type == dtl::SES_COMMON;
-        });
+        const auto end = std::find_if_not(start, edits.end(), IsChanged);
         std::stable_partition(start, end,
                               [](const auto &edit) { return edit.second.type == dtl::SES_DELETE; });
         start = end == edits.end() ? end : end + 1;
@@ -57,24 +60,16 @@ std::string RangeText(std::size_t passed, std::size_t count) {
     return count == 1 ? first : first + ',' + std::to_string(count);
 }
 
-// Which lines are changed or next to a change. Each run of them is a hunk, so changes with adjacent
-// or overlapping context share one.
-std::vector<bool> ShownLines(const Edits &edits) {
+// Whether a line is changed or near a change.
+bool IsShown(std::span<const Edits::value_type> edits, std::size_t line) {
     constexpr std::size_t kContext = 3;
-    std::vector<bool> shown(edits.size());
-    for (std::size_t i = 0; i < edits.size(); ++i) {
-        if (edits[i].second.type != dtl::SES_COMMON) {
-            const std::size_t end = std::min(i + kContext + 1, edits.size());
-            for (std::size_t near = i - std::min(i, kContext); near < end; ++near) {
-                shown[near] = true;
-            }
-        }
-    }
-    return shown;
+    const std::size_t first = line - std::min(line, kContext);
+    const std::size_t end = std::min(line + kContext + 1, edits.size());
+    return std::ranges::any_of(edits.subspan(first, end - first), IsChanged);
 }
 
+// Each run of shown lines is a hunk, so changes with adjacent or overlapping context share one.
 std::string HunksOf(const Edits &edits) {
-    const std::vector<bool> shown = ShownLines(edits);
     std::string text;
     std::size_t passed_before = 0;
     std::size_t passed_after = 0;
@@ -82,7 +77,7 @@ std::string HunksOf(const Edits &edits) {
         std::string lines;
         std::size_t before = 0;
         std::size_t after = 0;
-        for (; i < edits.size() && shown[i]; ++i) {
+        for (; i < edits.size() && IsShown(edits, i); ++i) {
             const auto &[line, info] = edits[i];
             const dtl::edit_t type = info.type;
             before += type == dtl::SES_ADD ? 0 : 1;
@@ -99,10 +94,6 @@ std::string HunksOf(const Edits &edits) {
         passed_after += after + 1;
     }
     return text;
-}
-
-std::string Label(const FileText &text, char side, const std::string &path) {
-    return text ? side + path : "/dev/null";
 }
 
 std::string_view ColourOf(std::string_view line) {
@@ -122,8 +113,9 @@ std::string UnifiedDiff(const FileText &before, const FileText &after, const std
     if (before == after) {
         return {};
     }
+    const std::string missing = "/dev/null";
     const std::string header =
-        "--- " + Label(before, 'a', path) + "\n+++ " + Label(after, 'b', path) + '\n';
+        "--- " + (before ? 'a' + path : missing) + "\n+++ " + (after ? 'b' + path : missing) + '\n';
     const Lines old_lines = LinesOf(before.value_or(""));
     const Lines new_lines = LinesOf(after.value_or(""));
     if (old_lines.size() + new_lines.size() > kMostLines) {
@@ -135,13 +127,11 @@ std::string UnifiedDiff(const FileText &before, const FileText &after, const std
 
 std::string ShownDiff(std::string_view diff, bool colour) {
     std::string shown;
-    while (!diff.empty()) {
-        const std::string_view line = diff.substr(0, diff.find('\n'));
-        diff.remove_prefix(std::min(line.size() + 1, diff.size()));
+    for (const std::string &line : LinesOf(diff)) {
         const std::string_view in = colour ? ColourOf(line) : std::string_view();
         // Lines of the file start with a sign; only kNoNewline starts with a backslash.
         const bool own = line.front() == kNoNewline[1];
-        shown.append(in).append(own ? std::string(line) : Escaped(line));
+        shown.append(in).append(own ? line : Escaped(line));
         shown.append(in.empty() ? "" : kPlain) += '\n';
     }
     return shown;

@@ -66,25 +66,39 @@ void CheckPorts(const Arguments &arguments, Report &report) {
 
 // ---- Files
 
-struct CheckedSection {
-    SectionQuery wanted;
-    PortAnswer answer;
-
-    // Whether an install reports a conflict of the section. If dst.ports names no protocol, it does
-    // not check sockets.
-    bool StopsInstall() const {
-        return std::ranges::any_of(answer.conflicts, [this](const PortConflict &conflict) {
-            return conflict.source != TAVO_PORT_CHECK_RUNTIME || wanted.names_protocols;
-        });
-    }
-};
-
-// A file in which lint found no error.
+// A file in which lint found no error. The queries point into its text.
 struct CheckedFile {
     LintedFile file;
-    std::vector<CheckedSection> sections;
-    std::optional<ConfigLine> portless_global;  // points into the text of the file
+    FileQueries queries;
 };
+
+// Whether an install reports a conflict of the section. If dst.ports names no protocol, it does not
+// check sockets.
+bool StopsInstall(const SectionQuery &section) {
+    return std::ranges::any_of(section.answer.conflicts, [&section](const PortConflict &conflict) {
+        return conflict.source != TAVO_PORT_CHECK_RUNTIME || section.names_protocols;
+    });
+}
+
+Json FileJson(const CheckedFile &checked, std::string_view verdict) {
+    Json sections = Json::EmptyArray();
+    Json conflicts = Json::EmptyArray();
+    for (const SectionQuery &section : checked.queries.sections) {
+        sections.Append({{"name", Utf8Text(section.section)},
+                         {"query", QueryText(section.query)},
+                         {"verdict", VerdictName(section.answer.Verdict())},
+                         {"failed_sources", SourceNames(section.answer.failed)}});
+        for (const PortConflict &conflict : section.answer.conflicts) {
+            Json one = {{"section", Utf8Text(section.section)}};
+            one.Merge(ConflictJson(conflict));
+            conflicts.Append(std::move(one));
+        }
+    }
+    return {{"file", Utf8Text(checked.file.name)},
+            {"verdict", verdict},
+            {"sections", std::move(sections)},
+            {"conflicts", std::move(conflicts)}};
+}
 
 // Lints a file, and adds the requests of its sections. A section does not conflict with its own
 // installed declaration. Returns false if the file cannot be checked, which is reported.
@@ -97,18 +111,13 @@ bool AddRequests(const std::string &path, const SkippedNames &skipped, CheckedFi
     if (file.lint.errors != 0) {
         report.Raise(Status::kNo);
         report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
-        report.AddResult({{"file", Utf8Text(file.name)},
-                          {"verdict", "invalid"},
-                          {"sections", Json::EmptyArray()},
-                          {"conflicts", Json::EmptyArray()}});
+        report.AddResult([&] { return FileJson(checked, "invalid"); });
         return false;
     }
-    FileQueries queries = QueriesOf(file.text);
-    checked.portless_global = queries.portless_global;
-    for (SectionQuery &query : queries.sections) {
-        requests.push_back({query.query, skipped});
-        requests.back().skipped.push_back(query.section);
-        checked.sections.push_back({std::move(query), {}});
+    checked.queries = QueriesOf(file.text);
+    for (const SectionQuery &section : checked.queries.sections) {
+        requests.push_back({section.query, skipped});
+        requests.back().skipped.push_back(section.section);
     }
     return true;
 }
@@ -116,7 +125,7 @@ bool AddRequests(const std::string &path, const SkippedNames &skipped, CheckedFi
 // The worst verdict of the sections.
 PortVerdict VerdictOf(const CheckedFile &checked) {
     PortVerdict worst = PortVerdict::kFree;
-    for (const CheckedSection &section : checked.sections) {
+    for (const SectionQuery &section : checked.queries.sections) {
         worst = std::max(worst, section.answer.Verdict());
     }
     return worst;
@@ -125,12 +134,12 @@ PortVerdict VerdictOf(const CheckedFile &checked) {
 // Reports where the answer of an install is different. It stops at the first section with a
 // conflict, and at a [global] without ports, which it treats as a section that it cannot check.
 void CompareWithInstall(const CheckedFile &checked, Report &report) {
-    const std::optional<ConfigLine> &global = checked.portless_global;
+    const std::optional<ConfigLine> &global = checked.queries.portless_global;
     bool stops = false;
     bool unknown = false;
-    for (const CheckedSection &section : checked.sections) {
-        const bool is_checked = !global || section.wanted.line < global->number;
-        stops = stops || (is_checked && section.StopsInstall());
+    for (const SectionQuery &section : checked.queries.sections) {
+        const bool is_checked = !global || section.line < global->number;
+        stops = stops || (is_checked && StopsInstall(section));
         unknown = unknown || section.answer.failed != 0;
     }
     if (global && !stops) {
@@ -152,33 +161,13 @@ void PrintFile(const CheckedFile &checked, bool header, Report &report) {
     ConflictTable table(ConflictTable::Sections::kYes);
     std::string verdicts;
     const std::string name = Escaped(checked.file.name) + ": ";
-    for (const CheckedSection &section : checked.sections) {
-        table.Add(section.answer.conflicts, section.wanted.section);
-        verdicts += name + '[' + Escaped(section.wanted.section) + "] " +
-                    VerdictText(section.wanted.query, section.answer) + '\n';
+    for (const SectionQuery &section : checked.queries.sections) {
+        table.Add(section.answer.conflicts, section.section);
+        verdicts += name + '[' + Escaped(section.section) + "] " +
+                    VerdictText(section.query, section.answer) + '\n';
     }
     report.Print(table.Text(header, report.Columns()));
     report.Print(verdicts);
-}
-
-Json FileJson(const CheckedFile &checked) {
-    Json sections = Json::EmptyArray();
-    Json conflicts = Json::EmptyArray();
-    for (const CheckedSection &section : checked.sections) {
-        sections.Append({{"name", Utf8Text(section.wanted.section)},
-                         {"query", QueryText(section.wanted.query)},
-                         {"verdict", VerdictName(section.answer.Verdict())},
-                         {"failed_sources", SourceNames(section.answer.failed)}});
-        for (const PortConflict &conflict : section.answer.conflicts) {
-            Json one = {{"section", Utf8Text(section.wanted.section)}};
-            one.Merge(ConflictJson(conflict));
-            conflicts.Append(std::move(one));
-        }
-    }
-    return {{"file", Utf8Text(checked.file.name)},
-            {"verdict", VerdictName(VerdictOf(checked))},
-            {"sections", std::move(sections)},
-            {"conflicts", std::move(conflicts)}};
 }
 
 void CheckFiles(const std::vector<std::string> &paths, const Arguments &arguments, Report &report) {
@@ -196,7 +185,7 @@ void CheckFiles(const std::vector<std::string> &paths, const Arguments &argument
     std::vector<PortAnswer> answers = sources.Ask(requests);
     auto next = answers.begin();
     for (CheckedFile &checked : files) {
-        for (CheckedSection &section : checked.sections) {
+        for (SectionQuery &section : checked.queries.sections) {
             section.answer = std::move(*next++);
             section.answer.RaiseStatus(report);
         }
@@ -204,7 +193,7 @@ void CheckFiles(const std::vector<std::string> &paths, const Arguments &argument
             CompareWithInstall(checked, report);
         }
         PrintFile(checked, !arguments.Has("--no-legend"), report);
-        report.AddResult([&] { return FileJson(checked); });
+        report.AddResult([&] { return FileJson(checked, VerdictName(VerdictOf(checked))); });
     }
 }
 

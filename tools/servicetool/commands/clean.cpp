@@ -7,8 +7,31 @@
 namespace tavo::tool {
 namespace {
 
-void Print(const Leftover &leftover, const std::string &state, Report &report) {
-    report.Print(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) + state + '\n');
+struct Kind {
+    std::string_view name;   // for JSON
+    std::string_view words;  // for people, before the name of the original
+};
+
+// In the order of LeftoverKind.
+constexpr Kind kKinds[] = {
+    {"private-folder", "private folder of servicetool"},
+    {"updated-file", "copy of the replaced file "},
+    {"removed-file", "copy of the removed file "},
+    {"staged-file", "file to be installed as "},
+    {"store", "copy of "},
+    {"writer-folder", "folder of a writer"},
+};
+static_assert(std::size(kKinds) == static_cast<std::size_t>(LeftoverKind::kWriterFolder) + 1);
+
+const Kind &KindOf(const Leftover &leftover) {
+    return kKinds[static_cast<std::size_t>(leftover.kind)];
+}
+
+// "/etc/services.d.tmp.812: copy of /etc/services.d by process 812"
+std::string LineOf(const Leftover &leftover) {
+    const std::string maker = leftover.pid ? " by process " + std::to_string(*leftover.pid) : "";
+    return Escaped(leftover.path) + ": " + std::string(KindOf(leftover).words) +
+           Escaped(leftover.original) + maker;
 }
 
 // Removes the leftover, if that is possible. Returns its state for JSON.
@@ -18,11 +41,12 @@ const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
         return "kept";
     }
     if (leftover.user) {
-        Print(leftover, ": may be in use by process " + std::to_string(*leftover.user), report);
+        report.Print(LineOf(leftover) + ": may be in use by process " +
+                     std::to_string(*leftover.user) + '\n');
         return "in_use";
     }
     if (dry_run) {
-        Print(leftover, "", report);
+        report.Print(LineOf(leftover) + '\n');
         return "left";
     }
     const std::string problem = RemoveLeftover(leftover);
@@ -30,7 +54,7 @@ const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
         report.TellError(leftover.path, "failed", "cannot be removed: " + problem);
         return "failed";
     }
-    report.PrintDone(Escaped(leftover.path) + ": " + Escaped(KindText(leftover)) + ": removed");
+    report.PrintDone(LineOf(leftover) + ": removed");
     return "removed";
 }
 
@@ -44,7 +68,7 @@ void Clean(const Arguments &arguments, Report &report) {
     for (const Leftover &leftover : found.all) {
         const char *state = Treat(leftover, dry_run, report);
         report.AddResult({{"path", Utf8Text(leftover.path)},
-                          {"kind", KindName(leftover.kind)},
+                          {"kind", KindOf(leftover).name},
                           {"original", TextOrNull(leftover.original)},
                           {"pid", leftover.pid},
                           {"state", state},

@@ -139,7 +139,7 @@ int FoldersOf(const Arguments &arguments) {
 Change ChangeAskedFor(const Arguments &arguments) {
     Change change;
     change.operation = arguments.GivenCommand().name;
-    change.path = arguments.Word(0);
+    change.file.name = arguments.Word(0);
     change.section = arguments.Word(1);
     change.dry_run = arguments.Has("--dry-run");
     return change;

@@ -4,7 +4,6 @@
 // installation step fails. Therefore lint and the port check run before the change, and the
 // installed file is compared with the planned text after it.
 #include <array>
-#include <filesystem>
 #include <string_view>
 #include <utility>
 
@@ -22,23 +21,21 @@ namespace {
 // The old file for the notifications if no file was installed: it reads as empty.
 constexpr std::string_view kNoFile = "/dev/null";
 
-// The name of the installed file: --as, or the name of the source.
-std::string NameOf(const Arguments &arguments) {
-    return arguments.Has("--as") ? arguments.Text("--as")
-                                 : std::filesystem::path(arguments.Word(0)).filename().string();
-}
-
-// The change according to the command line, for Command::change.
-Change ChangeOfInstalled(const Arguments &arguments) {
+// The change according to the command line. The file is named by --as, or after the source.
+Change ChangeOfFile(const Arguments &arguments) {
     Change change = ChangeAskedFor(arguments);
-    change.path = NameOf(arguments);
+    change.file.name =
+        arguments.Has("--as") ? arguments.Text("--as") : std::string(LastPart(arguments.Word(0)));
+    change.listeners = {Listener::kPlugins, Listener::kRelayDaemon};
+    change.force = arguments.Has("--force");
+    change.unknown_fix = "add --force to go on anyway";
     return change;
 }
 
 // Checks the ports of the new services. The current services of the file are skipped, because the
 // change removes them.
-void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeReport &change,
-                 Report &report) {
+void CheckPorts(const LintedFile &source, Change &change, Report &report) {
+    const InstalledFile &file = change.file;
     SkippedNames leaving;
     if (file.text) {
         for (const LintedService &old : LintText(*file.text, file.path).services) {
@@ -47,15 +44,15 @@ void AskForPorts(const InstalledFile &file, const LintedFile &source, ChangeRepo
             }
         }
     }
-    const std::vector<SectionQuery> queries = QueriesOf(source.text).sections;
+    change.ports = QueriesOf(source.text).sections;
     std::vector<PortRequest> requests;
-    for (const SectionQuery &wanted : queries) {
+    for (const SectionQuery &wanted : change.ports) {
         requests.push_back({wanted.query, leaving});
         requests.back().skipped.push_back(wanted.section);
     }
-    const std::vector<PortAnswer> answers = PortSources(kSourcesOfFiles, report).Ask(requests);
+    std::vector<PortAnswer> answers = PortSources(kSourcesOfFiles, report).Ask(requests);
     for (std::size_t i = 0; i < answers.size(); ++i) {
-        change.Add(queries[i].section, requests[i].query, answers[i]);
+        change.ports[i].answer = std::move(answers[i]);
     }
 }
 
@@ -89,28 +86,28 @@ int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeO
 // file is installed in the package folder, and an update in the folder of the installed file.
 bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, LintedFile &source,
             Report &report) {
-    const std::string name = NameOf(arguments);
     int folders = FoldersOf(arguments);
     if (is_new && folders == kEveryServiceFolder) {
         folders = TAVO_SERVICE_CONF_DIR_PACKAGE;
     }
-    return CheckFileName(name, report) &&
+    return CheckFileName(file.name, report) &&
            LintAndTell(arguments.Word(0), source, report,
                        "name a file that can be read, or - for standard input") &&
-           FindInstalledFile(name, folders, Missing::kAllow, arguments.Has("--dry-run"), file,
-                             report);
+           FindInstalledFile(folders, Missing::kAllow, arguments.Has("--dry-run"), file, report);
 }
 
 bool Allows(bool is_new, const InstalledFile &file, const LintedFile &source,
-            ChangeReport &change) {
-    if (is_new == file.text.has_value()) {
-        return is_new ? change.Refuse("installed", "a file of that name is already installed",
-                                      "write servicetool update")
-                      : change.Refuse("not-found", "no file of that name is installed",
-                                      "write servicetool install");
+            ChangeReport &change_report) {
+    if (is_new && file.text) {
+        return change_report.Refuse("installed", "a file of that name is already installed",
+                                    "write servicetool update");
+    }
+    if (!is_new && !file.text) {
+        return change_report.Refuse("not-found", "no file of that name is installed",
+                                    "write servicetool install");
     }
     return source.lint.errors == 0 ||
-           change.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
+           change_report.Refuse("invalid", source.name + " has " + LintVerdict(source.lint));
 }
 
 // The library gets a copy of the checked text: the source may have changed, and installing it would
@@ -119,33 +116,30 @@ bool Allows(bool is_new, const InstalledFile &file, const LintedFile &source,
 // closed output pipe leaves no copy.
 void Place(const Arguments &arguments, Report &report) {
     const bool is_new = &arguments.GivenCommand() == &kInstallCommand;
-    InstalledFile file;
+    Change change = ChangeOfFile(arguments);
+    InstalledFile &file = change.file;
     LintedFile source;
     if (!LookAt(arguments, is_new, file, source, report)) {
         return;
     }
-    Change plan =
-        ChangeOf(arguments, file, source.text, {Listener::kPlugins, Listener::kRelayDaemon});
-    plan.force = arguments.Has("--force");
-    plan.unknown_fix = "add --force to go on anyway";
-    ChangeReport change(std::move(plan), report);
-    if (!Allows(is_new, file, source, change)) {
+    change.after = source.text;
+    ChangeReport change_report(change, report);
+    if (!Allows(is_new, file, source, change_report)) {
         return;
     }
     if (is_new) {
         WarnOfNewName(file.name, "write --as", report);
     }
-    AskForPorts(file, source, change, report);
-    const std::string remark = LinkRemark(file.path, OfLink::kItself);
-    if (!change.Begin((is_new ? "install " : "replace by ") + Escaped(source.name) + remark)) {
-        return;
+    CheckPorts(source, change, report);
+    change.what = (is_new ? "install " : "replace by ") + Escaped(source.name);
+    change.name_of_copy = source.name;
+    if (change_report.Begin()) {
+        change_report.Do([&](ChangeOutcome &outcome) {
+            const PrivateFolder folder;
+            change.copy = folder.Make(file.name, source.text);
+            return PlaceAndNotify(file, change.copy, outcome);
+        });
     }
-    change.Do([&](ChangeOutcome &outcome) {
-        const PrivateFolder folder;
-        const std::string path = folder.Make(file.name, source.text);
-        change.ShowAs(path, source.name);
-        return PlaceAndNotify(file, path, outcome);
-    });
 }
 
 constexpr Operand kOperands[] = {
@@ -193,7 +187,7 @@ constinit const Command kInstallCommand = {
   generate-services | servicetool install --as mypackage.sc -)",
     .check = ProblemOf,
     .run = Place,
-    .change = ChangeOfInstalled,
+    .change = ChangeOfFile,
 };
 
 constinit const Command kUpdateCommand = {
@@ -207,7 +201,7 @@ constinit const Command kUpdateCommand = {
   servicetool update --as mypackage.sc build/services.txt)",
     .check = ProblemOf,
     .run = Place,
-    .change = ChangeOfInstalled,
+    .change = ChangeOfFile,
 };
 
 }  // namespace tavo::tool

@@ -20,8 +20,6 @@ constexpr std::size_t kOrdinaryColumns = 80;
 // In a narrower window the states are omitted, to leave more room for the places.
 constexpr std::size_t kColumnsForStates = 100;
 
-constexpr char kUnknown[] = "unknown";
-
 // The sources of the claims to show.
 int ShownSources(const Arguments &arguments) {
     const bool held = arguments.Has("--held");
@@ -36,13 +34,9 @@ std::string ServiceText(const PortClaim &claim) {
     return std::string(claim.declarer == nullptr ? "" : OrEmpty(claim.declarer->name));
 }
 
-std::string ProcessText(const PortClaim &claim) {
-    return claim.process != nullptr ? claim.process->name : claim.IsHeld() ? kUnknown : "";
-}
-
 std::string ProgramText(const PortClaim &claim) {
     const std::string &program = claim.Process().program;
-    return program.empty() ? ProcessText(claim) : program;
+    return program.empty() ? HolderName(claim) : program;
 }
 
 // The place of a declaration, or the program of a socket.
@@ -68,7 +62,7 @@ std::vector<Column> ColumnsFor(int sources, std::size_t window) {
         {"SERVICE", declared, ServiceText},
         {"PID", held, [](const PortClaim &claim) { return claim.PidText(); }},
         {"USER", !declared, [](const PortClaim &claim) { return claim.Process().user; }},
-        {"PROGRAM", held && declared, ProcessText},
+        {"PROGRAM", held && declared, HolderName},
         {"STATE", held && roomy, StateName},
         {"PROGRAM", !declared, ProgramText},
         {"WHERE", declared, WhereText},
@@ -128,8 +122,8 @@ std::string MapOfAll(const std::vector<PortClaim> &claims, const PortClaims &all
     const MapShape shape = ShapeForWindow(window);
     std::string text;
     for (const std::uint32_t protocol : kProtocols) {
-        const PortMap map(claims, all.collide.at(protocol), protocol);
-        text += ProtocolsText(protocol) + '\n' + MapText(map, shape, report.Colour());
+        text += ProtocolsText(protocol) + '\n' +
+                MapText({claims, all.collide.at(protocol), protocol}, shape, report.Colour());
     }
     return legend ? text + MapLegend(shape, window.columns, report.Colour()) : text;
 }

@@ -33,14 +33,14 @@ std::string ServicesText(const std::string &text) {
 
 // Checks that a copy for the plugins can be made in /tmp. Without one the library still removes the
 // file, but the plugins are not notified of the removed ports.
-bool CanBeKept(const InstalledFile &file, ChangeReport &change) {
+bool CanBeKept(const InstalledFile &file, ChangeReport &change_report) {
     try {
         PrivateFolder().Make(file.name, *file.text);
         return true;
     } catch (const std::system_error &error) {
-        return change.Refuse("failed",
-                             "no copy can be made for the plugins: " + std::string(error.what()),
-                             "make sure that /tmp is writable", Status::kFailed);
+        return change_report.Refuse(
+            "failed", "no copy can be made for the plugins: " + std::string(error.what()),
+            "make sure that /tmp is writable", Status::kFailed);
     }
 }
 
@@ -68,33 +68,33 @@ int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
 // Without the file, completes a removal that was killed after it removed the file and before it
 // removed the copy for the plugins: notifies the plugins.
 void Remove(const Arguments &arguments, Report &report) {
-    const std::string name = arguments.Word(0);
     const int folders = FoldersOf(arguments);
-    InstalledFile file;
-    if (!FindInstalledFile(name, folders, Missing::kAllow, arguments.Has("--dry-run"), file,
-                           report)) {
+    Change change = ChangeAskedFor(arguments);
+    change.listeners = {Listener::kPlugins, Listener::kRelayDaemon};
+    InstalledFile &file = change.file;
+    if (!FindInstalledFile(folders, Missing::kAllow, change.dry_run, file, report)) {
         return;
     }
-    Change plan = ChangeOf(arguments, file, {}, {Listener::kPlugins, Listener::kRelayDaemon});
+    ChangeReport change_report(change, report);
     if (file.text) {
-        ChangeReport change(std::move(plan), report);
-        if (change.Begin(ServicesText(*file.text) + LinkRemark(file.path, OfLink::kItself)) &&
-            CanBeKept(file, change)) {
-            change.Do([&](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });
+        change.what = ServicesText(*file.text);
+        if (change_report.Begin() && CanBeKept(file, change_report)) {
+            change_report.Do(
+                [&](ChangeOutcome &outcome) { return RemoveAndNotify(file, outcome); });
         }
         return;
     }
     // The lock is held, so a removal by another servicetool is complete or was killed.
-    const std::vector<std::string> copies = CopiesOfRemoved(name);
+    const std::vector<std::string> copies = CopiesOfRemoved(file.name);
     if (copies.empty()) {
-        TellNotInstalled(name, folders, report);
+        TellNotInstalled(file.name, folders, report);
         return;
     }
-    plan.notify_only = true;
-    ChangeReport change(std::move(plan), report);
     const std::string &newest = copies.back();
-    if (change.Begin("is already removed; notify with the copy " + Escaped(newest))) {
-        change.Do([&](ChangeOutcome &outcome) {
+    change.what = "is already removed; notify with the copy " + Escaped(newest);
+    change.notify_only = true;
+    if (change_report.Begin()) {
+        change_report.Do([&](ChangeOutcome &outcome) {
             NotifyOfRemoval({newest.c_str(), 1, 1}, outcome.notified);
             return 0;
         });

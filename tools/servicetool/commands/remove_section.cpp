@@ -17,25 +17,18 @@ void RemoveSection(const Arguments &arguments, Report &report) {
         return;
     }
     // Without its last service, the file is removed.
-    const FileText after = TextAfter(target.file.text, [&](const char *path, StepFailure &failure) {
-        return RemoveFromFile(path, target.section.c_str(), failure);
+    Change &change = target.change;
+    change.after = TextAfter(change.file.text, [&](const char *path, StepFailure &failure) {
+        return RemoveFromFile(path, change.section.c_str(), failure);
     });
-    const std::string what = after ? "remove section [" + target.section + ']' +
-                                         LinkRemark(target.file.path, OfLink::kTarget)
-                                   : "remove it with section [" + target.section +
-                                         "], its last service" +
-                                         LinkRemark(target.file.path, OfLink::kItself);
-    ChangeSection(arguments, target,
-                  {.what = what,
-                   .after = after,
-                   .listener = Listener::kFirewall,
-                   .make =
-                       [](SetParam &param, ChangeOutcome &outcome) {
-                           param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
-                           param.nCheckFlags = kTouched;
-                           return tavo::RemoveSection(&param, outcome);
-                       }},
-                  report);
+    change.what = change.after
+                      ? "remove section [" + change.section + ']'
+                      : "remove it with section [" + change.section + "], its last service";
+    target.param.nWriteMode = TAVO_WRITE_MODE_REMOVE;
+    target.param.nCheckFlags = kTouched;
+    ChangeSection(target, report, [&](ChangeOutcome &outcome) {
+        return tavo::RemoveSection(&target.param, outcome);
+    });
 }
 
 constexpr Operand kOperands[] = {kTargetFile, kTargetSection};

@@ -11,12 +11,12 @@ void Restart(const Arguments &arguments, Report &report) {
     const bool relay = arguments.Has("--relay");
     const bool firewall = arguments.Has("--firewall") || !relay;
     const int flags = (firewall ? TAVO_RESTART_FIREWALL : 0) | (relay ? TAVO_RESTART_RELAY : 0);
-    Change plan = ChangeAskedFor(arguments);
-    plan.listeners = firewall ? std::vector{Listener::kFirewall, Listener::kRelayDaemon}
-                              : std::vector{Listener::kRelayDaemon};
-    ChangeReport change(std::move(plan), report);
-    if (change.Begin("")) {
-        change.Do(
+    Change change = ChangeAskedFor(arguments);
+    change.listeners = firewall ? std::vector{Listener::kFirewall, Listener::kRelayDaemon}
+                                : std::vector{Listener::kRelayDaemon};
+    ChangeReport change_report(change, report);
+    if (change_report.Begin()) {
+        change_report.Do(
             [flags](ChangeOutcome &outcome) { return RestartServices(flags, outcome.notified); });
     }
 }

@@ -11,30 +11,23 @@
 namespace tavo::tool {
 namespace {
 
-// Each of the following functions sets a part of the section to the value of an option, if it is
-// given. Returns false if the value is invalid, which is reported.
+// Each of the following functions sets a part of the section to the value of an option. Returns
+// false if the value is invalid, which is reported.
 
-bool SetText(const Arguments &arguments, const char *option, TAVO_SERVICE_CONF_STRING &string,
+bool SetText(const char *option, const std::string &text, TAVO_SERVICE_CONF_STRING &string,
              Report &report) {
-    const std::string text = arguments.Text(option);
     if (text.size() >= sizeof(string.szText) || text.find('\n') != std::string::npos) {
         report.TellUsage(std::string(option) + " takes one line of at most " +
                          std::to_string(sizeof(string.szText) - 1) + " bytes");
         return false;
     }
-    if (!text.empty()) {
-        CopyText(string.szText, text);
-    }
+    CopyText(string.szText, text);
     return true;
 }
 
 // The reference must be unchanged after it is read by the library.
-bool SetReference(const Arguments &arguments, const char *option, TAVO_SERVICE_CONF_STRING &string,
+bool SetReference(const char *option, const std::string &text, TAVO_SERVICE_CONF_STRING &string,
                   Report &report) {
-    const std::string text = arguments.Text(option);
-    if (text.empty()) {
-        return true;
-    }
     TAVO_SERVICE_CONF_STRING read{};
     ForgetFailure();
     if (TAVOServiceConfServiceStringGet(text.c_str(), &read) < 0) {
@@ -51,12 +44,9 @@ bool SetReference(const Arguments &arguments, const char *option, TAVO_SERVICE_C
     return true;
 }
 
-bool SetPorts(const Arguments &arguments, const char *option, unsigned int direction,
-              TAVO_SERVICE_CONF_PORT *&ports, Report &report) {
-    const std::string text = arguments.Text(option);
-    if (text.empty()) {
-        return true;
-    }
+template <unsigned int direction>
+bool SetPorts(const char *, const std::string &text, TAVO_SERVICE_CONF_PORT *&ports,
+              Report &report) {
     OwnedPorts read = ReadPorts(text, direction, report);
     if (read == nullptr) {
         return false;
@@ -74,26 +64,28 @@ OwnedSection NewSection(const Arguments &arguments, SectionTarget &target, Repor
     if (section == nullptr) {
         if (!arguments.Has("--title") || !arguments.Has("--desc") ||
             !arguments.Has("--dst-ports")) {
-            report.TellUsage("section [" + target.section + "] " +
+            report.TellUsage("section [" + target.change.section + "] " +
                              (target.present ? "cannot be read as it is" : "is new") +
                              ", so it needs --title, --desc and --dst-ports");
             return nullptr;
         }
         section = OrThrow(NewRecord<OwnedSection>());
     }
-    CopyText(section->szName, target.section);
+    CopyText(section->szName, target.change.section);
     TAVO_SERVICE_CONF_STRING &title = section->strTitle;
     TAVO_SERVICE_CONF_STRING &desc = section->strDesc;
     if (arguments.Has("--port-forward") || arguments.Has("--no-port-forward")) {
         section->blPortForward = arguments.Has("--port-forward") ? 1 : 0;
     }
-    const bool good =
-        SetText(arguments, "--title", title, report) &&
-        SetText(arguments, "--desc", desc, report) &&
-        SetReference(arguments, "--title-key", title, report) &&
-        SetReference(arguments, "--desc-key", desc, report) &&
-        SetPorts(arguments, "--dst-ports", TAVO_PORT_DIRECTION_DST, section->pDstPorts, report) &&
-        SetPorts(arguments, "--src-ports", TAVO_PORT_DIRECTION_SRC, section->pSrcPorts, report);
+    const auto set = [&](const char *option, auto setter, auto &part) {
+        const std::string text = arguments.Text(option);
+        return text.empty() || setter(option, text, part, report);
+    };
+    const bool good = set("--title", SetText, title) && set("--desc", SetText, desc) &&
+                      set("--title-key", SetReference, title) &&
+                      set("--desc-key", SetReference, desc) &&
+                      set("--dst-ports", SetPorts<TAVO_PORT_DIRECTION_DST>, section->pDstPorts) &&
+                      set("--src-ports", SetPorts<TAVO_PORT_DIRECTION_SRC>, section->pSrcPorts);
     return good ? std::move(section) : nullptr;
 }
 
@@ -114,10 +106,11 @@ FileText WithSection(const FileText &before, const TAVO_SERVICE_CONF_SECTION &se
 }
 
 std::string WhatIsDone(const SectionTarget &target) {
-    const char *what = !target.file.text ? "create it with section ["
+    const Change &change = target.change;
+    const char *what = !change.file.text ? "create it with section ["
                        : target.present  ? "change section ["
                                          : "add section [";
-    return what + target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget);
+    return what + change.section + ']';
 }
 
 void Set(const Arguments &arguments, Report &report) {
@@ -129,21 +122,18 @@ void Set(const Arguments &arguments, Report &report) {
     if (section == nullptr) {
         return;
     }
-    if (!target.file.text) {
-        WarnOfNewName(target.file.name, "write", report);
+    Change &change = target.change;
+    if (!change.file.text) {
+        WarnOfNewName(change.file.name, "write", report);
     }
-    const PortQuery query = QueryOf(section->pDstPorts);
+    change.ports = {{.section = change.section, .query = QueryOf(section->pDstPorts)}};
     section->pDstPorts = Reversed(section->pDstPorts);
     section->pSrcPorts = Reversed(section->pSrcPorts);
-    ChangeSection(arguments, target,
-                  {.what = WhatIsDone(target),
-                   .after = WithSection(target.file.text, *section),
-                   .ports = query,
-                   .make =
-                       [&](SetParam &param, ChangeOutcome &outcome) {
-                           return WriteSection(&param, section.get(), outcome);
-                       }},
-                  report);
+    change.what = WhatIsDone(target);
+    change.after = WithSection(change.file.text, *section);
+    ChangeSection(target, report, [&](ChangeOutcome &outcome) {
+        return WriteSection(&target.param, section.get(), outcome);
+    });
 }
 
 constexpr Operand kOperands[] = {kTargetFile, kTargetSection};

@@ -15,26 +15,21 @@ void SetPorts(const Arguments &arguments, Report &report) {
     if (ports == nullptr || !FindSection(arguments, Missing::kRefuse, target, report)) {
         return;
     }
-    const PortQuery query = QueryOf(ports.get());
+    Change &change = target.change;
+    change.ports = {{.section = change.section, .query = QueryOf(ports.get())}};
     ports.reset(Reversed(ports.release()));
     const PortText text = RequiredPorts(ports.get());
-    SectionChange change = {
-        .what = "set " + std::string(source ? "src" : "dst") + ".ports of section [" +
-                target.section + ']' + LinkRemark(target.file.path, OfLink::kTarget),
-        .after = TextAfter(target.file.text,
-                           [&](const char *path, StepFailure &failure) {
-                               return StorePorts(path, target.section.c_str(),
-                                                 PortsKey(ports->nDirection), text.szValue,
-                                                 failure);
-                           }),
-        .ports = query,
-        .make = [&](SetParam &param,
-                    ChangeOutcome &outcome) { return WritePorts(&param, ports.get(), outcome); },
-    };
+    const char *key = PortsKey(ports->nDirection);
+    change.what = "set " + std::string(key) + " of section [" + change.section + ']';
+    change.after = TextAfter(change.file.text, [&](const char *path, StepFailure &failure) {
+        return StorePorts(path, change.section.c_str(), key, text.szValue, failure);
+    });
     if (source) {
         change.taken_fix = "use servicetool set --src-ports, which does not compare them";
     }
-    ChangeSection(arguments, target, change, report);
+    ChangeSection(target, report, [&](ChangeOutcome &outcome) {
+        return WritePorts(&target.param, ports.get(), outcome);
+    });
 }
 
 constexpr Operand kOperands[] = {

@@ -38,24 +38,13 @@ unsigned int NearOf(const Arguments &arguments) {
                                    : kDefaultNear;
 }
 
-// The ports to choose from.
-struct Candidates {
-    PortRange all;
-    PortRange ephemeral;  // those for outgoing connections
-    PortRanges free;
-};
-
+// The ports of `all` that are free and not `ephemeral`, which are those for outgoing connections.
 // Returns nullopt if a source could not be read.
-std::optional<Candidates> ReadCandidates(std::uint32_t near, std::uint32_t protocols,
-                                         Report &report) {
-    PortRange ephemeral{};
-    const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral);
-    if (!problem.empty()) {
-        report.TellError(kEphemeralPorts, "unreadable", problem);
-    }
-    const PortRange all = {near <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1, kHighestPort};
-    const PortAnswer taken = PortSources(kEverySource, report).Ask({{all}, protocols});
-    if (!problem.empty() || taken.failed != 0) {
+std::optional<PortRanges> FreePorts(const PortRange &all, const PortRange &ephemeral,
+                                    std::uint32_t protocols, Report &report) {
+    const PortQuery query = {{all}, protocols};
+    const PortAnswer taken = PortSources(kEverySource, report).Ask({{query, {}}}).front();
+    if (taken.failed != 0) {
         report.Raise(Status::kFailed);
         return {};
     }
@@ -63,21 +52,21 @@ std::optional<Candidates> ReadCandidates(std::uint32_t near, std::uint32_t proto
     for (const PortConflict &conflict : taken.conflicts) {
         excluded.push_back(conflict.range);
     }
-    return Candidates{all, ephemeral, Without({all}, Merged(std::move(excluded)))};
+    return Without({all}, Merged(std::move(excluded)));
 }
 
 // If the kernel's ephemeral ports alone leave too few ports, the message names their range.
-void TellTooFew(const Arguments &arguments, std::size_t found, const Candidates &candidates,
-                Report &report) {
+void TellTooFew(const Arguments &arguments, std::size_t found, const PortRange &all,
+                const PortRange &ephemeral, Report &report) {
     const unsigned int count = CountOf(arguments);
     std::string message =
         arguments.Has("--block")
             ? "no " + std::to_string(count) + " consecutive free ports"
             : "only " + Counted(found, "port") + (found == 1 ? " is" : " are") + " free";
     std::string fix;
-    if (PortCount(Without({candidates.all}, {candidates.ephemeral})) < count) {
-        message += ", because the kernel uses " + PortsText(candidates.ephemeral) +
-                   " for outgoing connections";
+    if (PortCount(Without({all}, {ephemeral})) < count) {
+        message +=
+            ", because the kernel uses " + PortsText(ephemeral) + " for outgoing connections";
         fix = NearOf(arguments) > kLastPrivilegedPort ? "name a port below 1024 with --near" : "";
     }
     report.TellError("", "not-found", message, fix, Status::kNo);
@@ -93,13 +82,18 @@ void Suggest(const Arguments &arguments, Report &report) {
             return;
         }
     }
-    const std::optional<Candidates> candidates = ReadCandidates(near, protocols, report);
-    if (!candidates) {
+    PortRange ephemeral{};
+    const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral);
+    if (!problem.empty()) {
+        report.TellError(kEphemeralPorts, "unreadable", problem);
+    }
+    const PortRange all = {near <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1, kHighestPort};
+    const std::optional<PortRanges> free = FreePorts(all, ephemeral, protocols, report);
+    if (!free || !problem.empty()) {
         return;
     }
-    const PortRanges found = arguments.Has("--block")
-                                 ? NearestBlocks(candidates->free, 1, count, near)
-                                 : NearestBlocks(candidates->free, count, 1, near);
+    const PortRanges found = arguments.Has("--block") ? NearestBlocks(*free, 1, count, near)
+                                                      : NearestBlocks(*free, count, 1, near);
     for (const PortRange &range : found) {
         report.Print(PortsText(range) + '\n');
         report.AddResult(
@@ -107,7 +101,7 @@ void Suggest(const Arguments &arguments, Report &report) {
     }
     const std::size_t ports = PortCount(found);
     if (ports < count) {
-        TellTooFew(arguments, ports, *candidates, report);
+        TellTooFew(arguments, ports, all, ephemeral, report);
     }
 }
 

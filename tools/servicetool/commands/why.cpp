@@ -3,8 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
 #include <set>
-#include <utility>
 
 #include "commands/commands.h"
 #include "output/text.h"
@@ -18,28 +19,19 @@ namespace {
 // The most sockets of one port in the table: a server may have hundreds of processes.
 constexpr std::size_t kMostSockets = 10;
 
-// Printed instead of the name of a process that cannot be inspected.
-constexpr char kUnknownHolder[] = "unknown";
-
-bool ReadOnePort(const std::string &text, PortQuery &query, Report &report) {
-    if (const auto problem = ReadPortQuery(text, query)) {
-        return TellBadQuery(text, *problem, report);
-    }
-    return (query.items.size() == 1 && query.items[0].first == query.items[0].last) ||
-           TellBadQuery(text,
-                        {text, "only one port can be given at a time",
-                         "name ports one by one, or use servicetool check"},
-                        report);
-}
-
 // Parses all arguments before any source is read. `all` gets the ports of all targets.
 bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> &targets,
                  PortQuery &all, Report &report) {
     std::set<PortTarget> known;
     for (const std::string &text : texts) {
         PortQuery query;
-        if (!ReadOnePort(text, query, report)) {
-            return false;
+        std::optional<PortProblem> problem = ReadPortQuery(text, query);
+        if (!problem && (query.items.size() != 1 || query.items[0].first != query.items[0].last)) {
+            problem = {text, "only one port can be given at a time",
+                       "name ports one by one, or use servicetool check"};
+        }
+        if (problem) {
+            return TellBadQuery(text, *problem, report);
         }
         all.items.push_back(query.items[0]);
         all.protocols |= query.protocols;
@@ -53,12 +45,6 @@ bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> 
     return true;
 }
 
-void RaiseStatus(PortVerdict verdict, Report &report) {
-    report.Raise(verdict == PortVerdict::kTaken  ? Status::kNo
-                 : verdict == PortVerdict::kFree ? Status::kOk
-                                                 : Status::kFailed);
-}
-
 // ---- The table
 
 void AddRow(const PortTarget &target, int source, std::vector<std::string> cells, Table &table) {
@@ -67,39 +53,28 @@ void AddRow(const PortTarget &target, int source, std::vector<std::string> cells
     table.Row(cells);
 }
 
-void AddSockets(const PortAccount &account, Table &table) {
-    const std::size_t shown = std::min(account.held.size(), kMostSockets);
-    for (std::size_t i = 0; i < shown; ++i) {
-        const PortClaim &socket = *account.held[i];
-        const HoldingProcess &process = socket.Process();
-        AddRow(account.target, socket.source,
-               {socket.process == nullptr ? kUnknownHolder : process.name, socket.PidText(),
-                process.user, StateName(socket), process.program},
-               table);
-    }
-    const std::size_t more = account.held.size() - shown;
-    if (more != 0) {
-        AddRow(account.target, TAVO_PORT_CHECK_RUNTIME,
-               {"and " + std::to_string(more) + " more", "", "", "", ""}, table);
-    }
-}
-
 void AddRows(const PortAccount &account, Table &table) {
     if (account.IsReserved()) {
         AddRow(account.target, TAVO_PORT_CHECK_DEFAULT, {"", "", "", "", "always taken"}, table);
     }
-    for (const ClaimList *claims : {&account.declared, &account.forwarded}) {
-        for (const PortClaim *claim : *claims) {
-            const PortDeclarer &declarer = *claim->declarer;
-            std::string place = PlaceText(claim->source, declarer);
-            if (claim->source == TAVO_PORT_CHECK_SYS_KEY) {
-                place += std::string(" in ") + declarer.file;
-            }
-            AddRow(account.target, claim->source,
-                   {std::string(OrEmpty(declarer.name)), "", "", "", std::move(place)}, table);
-        }
+    const std::size_t sockets = std::min(account.held.size(), kMostSockets);
+    ClaimList shown = account.declared;
+    shown.insert(shown.end(), account.forwarded.begin(), account.forwarded.end());
+    std::copy_n(account.held.begin(), sockets, std::back_inserter(shown));
+    for (const PortClaim *claim : shown) {
+        const bool held = claim->IsHeld();
+        const std::string name =
+            held ? HolderName(*claim) : std::string(OrEmpty(claim->declarer->name));
+        const std::string where =
+            held ? claim->Process().program : FullPlaceText(claim->source, *claim->declarer);
+        AddRow(account.target, claim->source,
+               {name, claim->PidText(), claim->Process().user, StateName(*claim), where}, table);
     }
-    AddSockets(account, table);
+    const std::size_t more = account.held.size() - sockets;
+    if (more != 0) {
+        AddRow(account.target, TAVO_PORT_CHECK_RUNTIME,
+               {"and " + std::to_string(more) + " more", "", "", "", ""}, table);
+    }
 }
 
 // ---- JSON
@@ -145,7 +120,7 @@ void Why(const Arguments &arguments, Report &report) {
     const PortClaims claims = ReadPortClaims(query, kEverySource, report);
     for (const PortAccount &account : AccountsOf(targets, claims, report)) {
         const std::string sentence = PortSentence(account, as_root);
-        RaiseStatus(account.Verdict(), report);
+        report.Raise(StatusOf(account.Verdict()));
         AddRows(account, table);
         sentences += Escaped(sentence) + '\n';
         report.AddResult([&] { return AccountJson(account, sentence); });

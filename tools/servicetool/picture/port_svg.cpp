@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
 #include <utility>
 
 #include "output/text.h"
@@ -20,10 +19,11 @@ constexpr MapShape kShape = {128, 16};
 // Sizes in units of the picture.
 constexpr std::size_t kCell = 8;
 constexpr std::size_t kMargin = 16;
-constexpr std::size_t kLabels = 48;  // width of the ports at the start of rows
-constexpr std::size_t kLine = 20;    // height of a line of text
-constexpr std::size_t kWidth = kMargin + kLabels + kShape.cells * kCell + kMargin;
-constexpr std::size_t kMapHeight = kLine + kPortCount / kShape.cells / kShape.ports * kCell;
+constexpr std::size_t kLabels = 48;               // width of the ports at the start of rows
+constexpr std::size_t kLine = 20;                 // height of a line of text
+constexpr std::size_t kLeft = kMargin + kLabels;  // of the cells
+constexpr std::size_t kWidth = kLeft + kShape.cells * kCell + kMargin;
+constexpr std::size_t kMapHeight = kLine + kShape.Rows() * kCell;
 constexpr std::size_t kLabelEvery = 4;  // rows
 
 // The most lines in a tooltip.
@@ -89,29 +89,6 @@ std::string Words(std::size_t x, std::size_t y, std::string_view words,
            std::string(anchor) + "\">" + XmlText(words) + "</text>\n";
 }
 
-// Cells of a row that are drawn as one rectangle.
-struct Run {
-    std::size_t column;
-    std::size_t cells;
-    CellMarks marks;
-    ClaimList claims;
-};
-
-std::vector<Run> RunsOf(const PortMap &map, std::size_t row, ClaimsInReach &in_reach) {
-    std::vector<Run> runs;
-    for (std::size_t column = 0; column < kShape.cells; ++column) {
-        const PortRange cell = kShape.CellAt(row, column);
-        const CellMarks marks = map.MarksOf(cell);
-        const ClaimList &claims = in_reach.At(cell);
-        if (!runs.empty() && runs.back().marks == marks && runs.back().claims == claims) {
-            ++runs.back().cells;
-        } else {
-            runs.push_back({column, 1, marks, claims});
-        }
-    }
-    return runs;
-}
-
 // "service web (system/web.sc)", "socket /usr/bin/nginx, pid 812, user www-data, LISTEN".
 std::string ClaimText(const PortClaim &claim) {
     std::string text = std::string(SourceName(claim.source)) + ' ';
@@ -141,48 +118,47 @@ std::string Tooltip(const ClaimList &claims, const PortClaims &all) {
     return more == 0 ? text : text + "\nand " + std::to_string(more) + " more";
 }
 
-std::string RowOf(const PortMap &map, std::size_t row, std::size_t y, ClaimsInReach &in_reach,
-                  const PortClaims &all) {
-    constexpr std::size_t kLeft = kMargin + kLabels;
+std::string RowOf(PortMap &map, std::size_t row, std::size_t y, const PortClaims &all) {
     std::string svg;
     if (row % kLabelEvery == 0) {
         svg += Words(kLeft - kCell, y + kCell, std::to_string(kShape.CellAt(row, 0).first), "end");
     }
-    for (const Run &run : RunsOf(map, row, in_reach)) {
-        if (run.marks.sources == 0) {
+    for (std::size_t column = 0, end = 0; column < kShape.cells; column = end) {
+        const PortMap::Cell cell = map.At(kShape.CellAt(row, column));
+        do {
+            ++end;
+        } while (end < kShape.cells && map.At(kShape.CellAt(row, end)) == cell);
+        if (cell.marks == 0) {
             continue;
         }
-        const std::size_t x = kLeft + run.column * kCell;
-        const std::size_t width = run.cells * kCell;
-        svg += Rectangle(LookOf(run.marks), x, y, width, kCell) + "><title>" +
-               Tooltip(run.claims, all) + "</title></rect>\n";
-        svg += run.marks.IsHeld() ? Dots(x, y, width) : "";
+        const std::size_t x = kLeft + column * kCell;
+        const std::size_t width = (end - column) * kCell;
+        svg += Rectangle(LookOf(cell.marks).name, x, y, width, kCell) + "><title>" +
+               Tooltip(cell.claims, all) + "</title></rect>\n";
+        svg += IsHeld(cell.marks) ? Dots(x, y, width) : "";
     }
     return svg;
 }
 
 std::string MapOf(const std::vector<PortClaim> &claims, const PortClaims &all,
                   std::uint32_t protocol, std::size_t y) {
-    const PortMap map(claims, all.collide.at(protocol), protocol);
-    ClaimsInReach in_reach(ClaimsFor(protocol, kEverySource, claims));
-    const std::string name = ProtocolsText(protocol);
-    std::string svg = "<g>\n" + Words(kMargin, y + kLine / 2, name);
+    PortMap map(claims, all.collide.at(protocol), protocol);
+    std::string svg = "<g>\n" + Words(kMargin, y + kLine / 2, ProtocolsText(protocol));
     y += kLine;
-    svg += Rectangle("free", kMargin + kLabels, y, kShape.cells * kCell, kShape.Rows() * kCell) +
-           "/>\n";
+    svg += Rectangle("free", kLeft, y, kShape.cells * kCell, kShape.Rows() * kCell) + "/>\n";
     for (std::size_t row = 0; row < kShape.Rows(); ++row) {
-        svg += RowOf(map, row, y + row * kCell, in_reach, all);
+        svg += RowOf(map, row, y + row * kCell, all);
     }
     return svg + "</g>\n";
 }
 
 std::string LegendOf(std::size_t y) {
-    constexpr std::size_t kItem = (kWidth - 2 * kMargin) / std::size(kCellLooks);
+    constexpr std::size_t kItem = (kWidth - 2 * kMargin) / kLegendLooks.size();
     std::string svg;
     std::size_t x = kMargin;
-    for (const CellLook &look : kCellLooks) {
-        const bool held = look.name == SourceName(TAVO_PORT_CHECK_RUNTIME);
-        svg += Rectangle(look.name, x, y, kCell, kCell) + "/>\n" + (held ? Dots(x, y, kCell) : "") +
+    for (const CellLook &look : kLegendLooks) {
+        svg += Rectangle(look.name, x, y, kCell, kCell) + "/>\n" +
+               (look.marks == TAVO_PORT_CHECK_RUNTIME ? Dots(x, y, kCell) : "") +
                Words(x + 2 * kCell, y + kCell, look.svg_legend);
         x += kItem;
     }

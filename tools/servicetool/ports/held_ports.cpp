@@ -49,25 +49,19 @@ std::string UserOf(const std::string &folder) {
     return error != 0 || found == nullptr ? std::to_string(status.st_uid) : found->pw_name;
 }
 
-// "web" for "0::/system.slice/web.service/workers": the innermost unit.
-std::string UnitOfLine(std::string_view line) {
-    while (!line.empty()) {
-        const std::string_view part = LastPart(line);
-        if (part.ends_with(kUnitSuffix)) {
-            return std::string(WithoutSuffix(part, kUnitSuffix));
-        }
-        line.remove_suffix(std::min(line.size(), part.size() + 1));
-    }
-    return {};
-}
-
+// The innermost unit of the first line that names one: "web" for
+// "0::/system.slice/web.service/workers".
 std::string UnitOf(const std::string &folder) {
     std::istringstream lines(ReadRegularFile(folder + "cgroup").text);
-    std::string unit;
-    for (std::string line; unit.empty() && std::getline(lines, line);) {
-        unit = UnitOfLine(line);
+    for (std::string line; std::getline(lines, line);) {
+        const std::filesystem::path group(line);
+        for (auto part = group.end(); part != group.begin();) {
+            if ((--part)->extension() == kUnitSuffix) {
+                return part->stem();
+            }
+        }
     }
-    return unit;
+    return {};
 }
 
 HoldingProcess ProcessOf(const HoldingProcessRecord &record) {
@@ -110,22 +104,17 @@ constexpr std::string_view kServiceFileSuffix = ".sc";
 // Contains a folder for each package, named after it.
 constexpr char kPackagesFolder[] = "/usr/local/packages/";
 
-// Names of daemons often are the name of the service with a "d" appended.
-void AddNames(const std::string &name, std::vector<std::string> &names) {
-    if (!name.empty()) {
-        names.push_back(name);
-    }
-    if (name.size() > 1 && name.ends_with('d')) {
-        names.push_back(name.substr(0, name.size() - 1));
-    }
-}
-
-// A name that the process sets itself is ignored, because the process can change it at any time.
+// The unit and the program. A name that the process sets itself is ignored, because the process can
+// change it at any time. Names of daemons often are the name of the service with a "d" appended.
 std::vector<std::string> NamesOf(const HoldingProcess &process) {
     std::vector<std::string> names;
-    AddNames(process.unit, names);
-    if (!process.program.empty()) {
-        AddNames(process.name, names);
+    for (const std::string &name : {process.unit, process.program.empty() ? "" : process.name}) {
+        if (!name.empty()) {
+            names.push_back(name);
+        }
+        if (name.size() > 1 && name.ends_with('d')) {
+            names.push_back(name.substr(0, name.size() - 1));
+        }
     }
     return names;
 }
@@ -162,15 +151,17 @@ const HoldingProcess &PortClaim::Process() const {
     return process == nullptr ? nobody : *process;
 }
 
+std::string HolderName(const PortClaim &claim) {
+    return claim.process != nullptr ? claim.process->name : claim.IsHeld() ? "unknown" : "";
+}
+
 std::string StateName(const PortClaim &claim) {
     if (claim.state == kNoState) {
         return {};
     }
-    if (claim.protocol == TAVO_PROTO_UDP && claim.state == kUnconnected) {
-        return "UNCONNECTED";
-    }
-    if (claim.protocol == TAVO_PROTO_UDP && claim.state == kConnected) {
-        return "CONNECTED";
+    if (claim.protocol == TAVO_PROTO_UDP &&
+        (claim.state == kConnected || claim.state == kUnconnected)) {
+        return claim.state == kConnected ? "CONNECTED" : "UNCONNECTED";
     }
     const std::string_view name = TAVOTCPStateToString(claim.state);
     return name.starts_with(kStatePrefix) ? std::string(name.substr(kStatePrefix.size()))

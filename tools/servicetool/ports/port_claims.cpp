@@ -22,17 +22,14 @@ namespace {
 
 // ---- The order of claims ----
 
-std::uint32_t PidOf(const PortClaim &claim) {
-    return claim.process == nullptr ? 0 : claim.process->pid;
-}
-
 // Orders claims by source, then by declarer, or by state and process.
 std::strong_ordering CompareOrigins(const PortClaim &a, const PortClaim &b) {
     if (a.source != b.source) {
         return a.source <=> b.source;
     }
-    return a.IsHeld() ? std::tuple(a.state, PidOf(a)) <=> std::tuple(b.state, PidOf(b))
-                      : CompareTexts(*a.declarer, *b.declarer);
+    return a.IsHeld()
+               ? std::tuple(a.state, a.Process().pid) <=> std::tuple(b.state, b.Process().pid)
+               : CompareTexts(*a.declarer, *b.declarer);
 }
 
 template <typename Element, typename Comparison>
@@ -63,15 +60,10 @@ bool IsAskedFor(std::uint32_t port, const PortQuery &query) {
     });
 }
 
-// Whether the key is also a setting of the engine, which then reports it.
-bool IsServiceSetting(std::string_view key) {
-    return std::ranges::count(kServiceSettings, key, &ServiceSetting::key) != 0;
-}
-
 void AddSystemPort(const SystemPort &row, const PortQuery &query, PortSources &sources,
                    PortClaims &all) {
-    if (row.key != nullptr && IsServiceSetting(row.key)) {
-        return;
+    if (std::ranges::count(kServiceSettings, OrEmpty(row.key), &ServiceSetting::key) != 0) {
+        return;  // the engine reports this setting
     }
     const int source = row.key == nullptr ? TAVO_PORT_CHECK_FW_SERVICE : TAVO_PORT_CHECK_SYS_KEY;
     const PortDeclarer &declarer =

@@ -61,6 +61,10 @@ struct PortClaim {
     Json PidJson() const { return process == nullptr ? Json(nullptr) : Json(process->pid); }
 };
 
+// The name of the process that holds a socket, "unknown" if it cannot be inspected; "" for a
+// declaration.
+std::string HolderName(const PortClaim &claim);
+
 using ClaimList = std::vector<const PortClaim *>;
 
 // The state of a socket: "LISTEN", "ESTABLISHED"; for UDP "UNCONNECTED" or "CONNECTED". Empty for

@@ -126,28 +126,16 @@ std::string PortsText(const PortRanges &ranges) {
 
 PortRanges NearestBlocks(const PortRanges &set, std::size_t count, std::size_t size,
                          std::uint32_t near) {
-    // For each port, the number of consecutive ports of the set that start with it.
-    std::vector<std::size_t> rows(kHighestPort + 1, 0);
-    for (const PortRange &range : set) {
-        for (std::uint32_t port = range.first; port <= range.last; ++port) {
-            rows[port] = range.last - port + 1;
-        }
-    }
     PortRanges blocks;
-    const auto look_at = [&](std::uint32_t port) {
-        if (blocks.size() < count && rows[port] >= size) {
-            blocks.push_back({port, port + static_cast<std::uint32_t>(size) - 1});
-        }
-    };
-    for (std::uint32_t distance = 0; distance <= kHighestPort && blocks.size() < count;
-         ++distance) {
-        if (distance <= near) {
-            look_at(near - distance);
-        }
-        if (distance != 0 && near + distance <= kHighestPort) {
-            look_at(near + distance);
+    for (const PortRange &range : set) {
+        for (std::uint32_t first = range.first; first + size <= range.last + 1; ++first) {
+            blocks.push_back({first, first + static_cast<std::uint32_t>(size) - 1});
         }
     }
+    std::ranges::stable_sort(blocks, {}, [near](const PortRange &block) {
+        return std::max(block.first, near) - std::min(block.first, near);
+    });
+    blocks.resize(std::min(count, blocks.size()));
     return blocks;
 }
 

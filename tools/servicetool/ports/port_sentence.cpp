@@ -2,9 +2,9 @@
 // name it. If there are none of a kind, the clause is omitted; if that is unknown, the sentence
 // says so.
 #include <algorithm>
+#include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "output/text.h"
@@ -34,31 +34,28 @@ std::string Enumerated(const Texts &texts, std::string_view last = " and ") {
     return text;
 }
 
-// "a, b, c and 2 more".
-std::string FirstOf(Texts texts) {
-    if (texts.size() > kMostNames + 1) {
-        const std::size_t more = texts.size() - kMostNames;
-        texts.resize(kMostNames);
-        texts.push_back(std::to_string(more) + " more");
+// The texts of elements: "a, b, c and 2 more".
+template <typename Elements, typename Convert>
+std::string FirstOf(const Elements &elements, Convert text_of) {
+    const std::size_t shown = elements.size() > kMostNames + 1 ? kMostNames : elements.size();
+    Texts texts;
+    for (std::size_t i = 0; i < shown; ++i) {
+        texts.push_back(text_of(elements[i]));
+    }
+    if (shown < elements.size()) {
+        texts.push_back(std::to_string(elements.size() - shown) + " more");
     }
     return Enumerated(texts);
 }
 
 // "nginx (pid 812)".
-Texts ProcessTexts(const std::vector<const HoldingProcess *> &processes) {
-    Texts texts;
-    for (const HoldingProcess *process : processes) {
-        const std::string name = process->name.empty() ? "a process" : Shortened(process->name);
-        texts.push_back(name + " (pid " + std::to_string(process->pid) + ')');
-    }
-    return texts;
+std::string ProcessText(const HoldingProcess *process) {
+    return (process->name.empty() ? "a process" : Shortened(process->name)) + " (pid " +
+           std::to_string(process->pid) + ')';
 }
 
 std::string ShortPlace(const PortClaim &claim) {
-    const PortDeclarer &declarer = *claim.declarer;
-    return claim.source == TAVO_PORT_CHECK_SYS_KEY
-               ? std::string(declarer.entry) + " in " + declarer.file
-               : Shortened(PlaceText(claim.source, declarer));
+    return Shortened(FullPlaceText(claim.source, *claim.declarer));
 }
 
 std::string DeclarerText(const PortClaim &claim) {
@@ -69,45 +66,49 @@ std::string DeclarerText(const PortClaim &claim) {
     return claim.declarer->file == nullptr ? "built-in " + name : name + " in " + ShortPlace(claim);
 }
 
-// Another place where a service declares the port, with its name there if it is different.
-std::string OtherPlaceText(const PortClaim &claim, const PortClaim &first) {
-    const std::string_view name = claim.declarer->name;
-    const std::string place = ShortPlace(claim);
-    return name == first.declarer->name ? place : InQuotes(name) + ", " + place;
+// A service with all its declarations: "built-in 'ftp' (also ftpport in /etc/tavoinfo.conf)", with
+// its name there if it is different.
+std::string ServiceText(const ClaimList &service) {
+    const PortClaim &first = *service.front();
+    const auto other_place = [&first](const PortClaim *claim) {
+        const std::string_view name = claim->declarer->name;
+        const std::string place = ShortPlace(*claim);
+        return name == first.declarer->name ? place : InQuotes(name) + ", " + place;
+    };
+    const std::span others = std::span(service).subspan(1);
+    return DeclarerText(first) +
+           (others.empty() ? "" : " (also " + FirstOf(others, other_place) + ')');
 }
 
-// One text for each service: "built-in 'ftp' (also ftpport in /etc/tavoinfo.conf)".
-Texts DeclarerTexts(const ClaimList &claims) {
-    std::vector<std::pair<const PortClaim *, Texts>> services;  // first claim, other places
+// The claims of each service.
+std::vector<ClaimList> ByService(const ClaimList &claims) {
+    std::vector<ClaimList> services;
     for (const PortClaim *claim : claims) {
-        const auto known = std::ranges::find_if(services, [claim](const auto &service) {
-            return ServiceName(*service.first->declarer) == ServiceName(*claim->declarer);
+        const auto known = std::ranges::find_if(services, [claim](const ClaimList &service) {
+            return ServiceName(*service.front()->declarer) == ServiceName(*claim->declarer);
         });
         if (known == services.end()) {
-            services.push_back({claim, {}});
+            services.push_back({claim});
         } else {
-            known->second.push_back(OtherPlaceText(*claim, *known->first));
+            known->push_back(claim);
         }
     }
-    Texts texts;
-    for (const auto &[first, places] : services) {
-        texts.push_back(DeclarerText(*first) +
-                        (places.empty() ? "" : " (also " + FirstOf(places) + ')'));
-    }
-    return texts;
+    return services;
 }
 
-std::string RuleText(const PortDeclarer &rule) {
+std::string RuleText(const PortClaim *claim) {
+    const PortDeclarer &rule = *claim->declarer;
     const std::string_view name = OrEmpty(rule.name);
     return "forwarding rule " + Shortened(rule.entry) +
            (name.empty() ? "" : " for " + InQuotes(name));
 }
 
 // Includes the protocol and the ports: the port may be the router's, and the protocol may differ.
-std::string DetailedRuleText(const PortDeclarer &rule) {
+std::string DetailedRuleText(const PortClaim *claim) {
+    const PortDeclarer &rule = *claim->declarer;
     const std::string detail = std::string(rule.protocol) + ", " + rule.router_ports +
                                " of the router to " + rule.appliance_ports;
-    return RuleText(rule) + " (" + Shortened(detail) + ')';
+    return RuleText(claim) + " (" + Shortened(detail) + ')';
 }
 
 // The name of a source, and the question that is open if it cannot be read.
@@ -129,27 +130,22 @@ constexpr SourceWords kSourceWords[] = {
 class Sentence {
   public:
     Sentence(const PortAccount &account, bool as_root)
-        : account_(account),
-          as_root_(as_root),
-          holders_(ProcessTexts(account.holders)),
-          declarers_(DeclarerTexts(account.declared)) {
-        for (const PortClaim *claim : account.forwarded) {
-            rules_.push_back(RuleText(*claim->declarer));
-        }
-        doubts_ = Doubts();
-    }
+        : account_(account), as_root_(as_root), services_(ByService(account.declared)) {}
 
     std::string Text() const {
         const auto &[number, protocol] = account_.target;
         const std::string port = std::to_string(number) + '/' + ProtocolsText(protocol);
-        switch (account_.Verdict()) {
-            case PortVerdict::kFree:
-                return port + " is free: nobody declares it and nobody listens";
-            case PortVerdict::kUnknown:
-                return port + CannotTell();
-            default:
-                return port + WhoHasIt() + OtherHolders() + (doubts_.empty() ? "" : "; " + doubts_);
+        const PortVerdict verdict = account_.Verdict();
+        if (verdict == PortVerdict::kFree) {
+            return port + " is free: nobody declares it and nobody listens";
         }
+        const std::string doubts = Doubts();
+        if (verdict == PortVerdict::kUnknown && !account_.HasUnknownHolder()) {
+            return port + ": " + doubts;
+        }
+        return port +
+               (verdict == PortVerdict::kTaken ? WhoHasIt() + OtherHolders() : HeldByUnknown()) +
+               (doubts.empty() ? "" : "; " + doubts);
     }
 
   private:
@@ -161,24 +157,25 @@ class Sentence {
 
     // `link` is between the names of the holders and the verb.
     std::string HeldClause(std::string_view link) const {
-        const bool one = holders_.size() == 1;
+        const bool one = account_.holders.size() == 1;
         const std::string deed = account_.IsListenedTo() ? one ? "listens on it" : "listen on it"
                                  : one                   ? "uses it for a connection"
                                                          : "use it for connections";
-        return FirstOf(holders_) + std::string(link) + deed;
+        return FirstOf(account_.holders, ProcessText) + std::string(link) + deed;
     }
 
     // The last "and" is distinct from those between names.
     std::string Joined(const Texts &clauses) const {
-        const bool has_lists = holders_.size() > 1 || declarers_.size() > 1 || rules_.size() > 1;
+        const bool has_lists =
+            account_.holders.size() > 1 || services_.size() > 1 || account_.forwarded.size() > 1;
         return Enumerated(clauses, has_lists ? ", and " : " and ");
     }
 
     // Subject and verb for the strangers; names them if only some of the holders are strangers.
     std::string StrangersClause() const {
         const std::size_t strangers = account_.strangers.size();
-        if (strangers < holders_.size()) {
-            return FirstOf(ProcessTexts(account_.strangers)) +
+        if (strangers < account_.holders.size()) {
+            return FirstOf(account_.strangers, ProcessText) +
                    (strangers == 1 ? " is not" : " are not");
         }
         return strangers == 1 ? "the program is not" : "none of these programs is";
@@ -186,10 +183,10 @@ class Sentence {
 
     // Whether the holders of the port belong to services that declare it.
     std::string Kinship() const {
-        if (declarers_.empty() || holders_.empty()) {
+        if (services_.empty() || account_.holders.empty()) {
             return {};
         }
-        const bool one_service = declarers_.size() == 1;
+        const bool one_service = services_.size() == 1;
         if (!account_.strangers.empty()) {
             return "; " + StrangersClause() + " known to belong to " +
                    (one_service ? "that service" : "any of these services");
@@ -206,8 +203,8 @@ class Sentence {
         if (!account_.HasUnknownHolder()) {
             return {};
         }
-        return holders_.empty() ? "; its holder is unknown" + Remedy()
-                                : "; a process that cannot be inspected also holds it";
+        return account_.holders.empty() ? "; its holder is unknown" + Remedy()
+                                        : "; a process that cannot be inspected also holds it";
     }
 
     // The questions that are open because a source failed.
@@ -218,7 +215,7 @@ class Sentence {
             if (!HasFailed(words.source)) {
                 continue;
             }
-            const bool more = words.question == kDeclaredQuestion && !declarers_.empty();
+            const bool more = words.question == kDeclaredQuestion && !services_.empty();
             const std::string question(more ? "whether others declare it" : words.question);
             names.emplace_back(words.name);
             if (!Holds(questions, question)) {
@@ -244,69 +241,58 @@ class Sentence {
         if (account_.IsReserved()) {
             clauses.emplace_back("the system keeps it for itself");
         }
-        if (!holders_.empty()) {
+        if (!account_.holders.empty()) {
             clauses.push_back(HeldClause(" "));
         }
-        if (!declarers_.empty()) {
-            clauses.push_back(FirstOf(declarers_) +
-                              (declarers_.size() == 1 ? " declares it" : " declare it"));
+        if (!services_.empty()) {
+            clauses.push_back(FirstOf(services_, ServiceText) +
+                              (services_.size() == 1 ? " declares it" : " declare it"));
         }
-        if (!rules_.empty()) {
-            clauses.push_back(FirstOf(rules_) + (rules_.size() == 1 ? " names it" : " name it"));
+        if (!account_.forwarded.empty()) {
+            clauses.push_back(FirstOf(account_.forwarded, RuleText) +
+                              (account_.forwarded.size() == 1 ? " names it" : " name it"));
         }
         return " is taken: " + Joined(clauses) + Kinship();
     }
 
     std::string DeclaredOnly() const {
-        Texts clauses = {"declared by " + FirstOf(declarers_)};
-        if (!rules_.empty()) {
-            clauses.push_back("named by " + FirstOf(rules_));
+        Texts clauses = {"declared by " + FirstOf(services_, ServiceText)};
+        if (!account_.forwarded.empty()) {
+            clauses.push_back("named by " + FirstOf(account_.forwarded, RuleText));
         }
         return " is " + Joined(clauses) + (MayBeHeld() ? "" : ", but nobody listens");
     }
 
-    std::string HeldOnly() const {
-        const bool may_be_declared =
-            HasFailed(TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY);
-        return " is held by " + HeldClause(", which ") +
-               (may_be_declared ? "" : "; no service file declares it");
-    }
-
-    // A forwarded port without a listener may be correct: a rule names the ports of both sides for
-    // both protocols.
-    std::string ForwardedOnly() const {
-        Texts rules;
-        for (const PortClaim *claim : account_.forwarded) {
-            rules.push_back(DetailedRuleText(*claim->declarer));
-        }
-        return " is named by " + FirstOf(rules) + (MayBeHeld() ? "" : "; no process holds it");
-    }
-
     std::string WhoHasIt() const {
-        const bool declared = !declarers_.empty();
-        const bool held = !holders_.empty();
-        const bool forwarded = !rules_.empty();
-        if (account_.IsReserved() || (held && (declared || forwarded))) {
+        const bool held = !account_.holders.empty();
+        const bool named = !services_.empty() || !account_.forwarded.empty();
+        if (account_.IsReserved() || (held && named)) {
             return Taken();
         }
-        return declared ? DeclaredOnly() : held ? HeldOnly() : ForwardedOnly();
+        if (!services_.empty()) {
+            return DeclaredOnly();
+        }
+        if (held) {
+            const bool may_be_declared =
+                HasFailed(TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY);
+            return " is held by " + HeldClause(", which ") +
+                   (may_be_declared ? "" : "; no service file declares it");
+        }
+        // A forwarded port without a listener may be correct: a rule names the ports of both sides
+        // for both protocols.
+        return " is named by " + FirstOf(account_.forwarded, DetailedRuleText) +
+               (MayBeHeld() ? "" : "; no process holds it");
     }
 
-    std::string CannotTell() const {
-        if (!account_.HasUnknownHolder()) {
-            return ": " + doubts_;
-        }
+    std::string HeldByUnknown() const {
         const bool bound = account_.held.front()->state == kNoState;
         return std::string(bound ? " is in use" : " is held") + ", but its holder is unknown" +
-               Remedy() + (doubts_.empty() ? "" : "; " + doubts_);
+               Remedy();
     }
 
     const PortAccount &account_;
     bool as_root_;
-    Texts holders_;
-    Texts declarers_;
-    Texts rules_;
-    std::string doubts_;
+    std::vector<ClaimList> services_;  // those that declare the port
 };
 
 }  // namespace

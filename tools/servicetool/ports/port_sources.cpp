@@ -6,7 +6,9 @@
 #include <tuple>
 #include <utility>
 
+#include "input/library.h"
 #include "input/service_file.h"
+#include "model/service_file_keys.h"
 #include "output/text.h"
 #include "support/service_directory.h"
 
@@ -16,11 +18,9 @@ namespace {
 // The most declarers in a line of a table.
 constexpr std::size_t kMostDeclarers = 5;
 
-struct TextOrder {
-    bool operator()(const PortDeclarer &a, const PortDeclarer &b) const {
-        return CompareTexts(a, b) < 0;
-    }
-};
+using TextOrder = decltype([](const PortDeclarer &a, const PortDeclarer &b) {
+    return CompareTexts(a, b) < 0;
+});
 
 // Groups the records by range. A port that is declared as part of several ranges is in the row of
 // each.
@@ -61,6 +61,48 @@ std::string DeclaredByText(const PortConflict &conflict) {
     }
     const std::size_t more = conflict.declarers.size() - shown;
     return more == 0 ? text : text + " and " + std::to_string(more) + " more";
+}
+
+// ---- Sections ----
+
+// A section in the text of the file: its first header, and its dst.ports, if any.
+struct WrittenSection {
+    ConfigLine header;
+    std::optional<std::string_view> ports;
+};
+
+// [global] first, the others in file order.
+std::vector<WrittenSection> SectionsOf(std::string_view text) {
+    std::vector<WrittenSection> sections;
+    std::map<std::string_view, std::size_t> by_name;
+    std::size_t current = 0;
+    ConfigLineReader reader(text);
+    for (ConfigLine line; reader.Next(line);) {
+        if (line.kind == ConfigLineKind::kSection) {
+            current = by_name.emplace(line.name, sections.size()).first->second;
+            if (current == sections.size()) {
+                sections.push_back({line, {}});
+            }
+        } else if (!sections.empty() && line.kind == ConfigLineKind::kKeyValue &&
+                   line.name == kKeyDstPorts) {
+            sections[current].ports = line.value;
+        }
+    }
+    std::stable_partition(sections.begin(), sections.end(), [](const WrittenSection &section) {
+        return section.header.name == kGlobalSection;
+    });
+    return sections;
+}
+
+// Ignores ports that cannot be read, as an install does.
+OwnedPorts ReadPorts(const std::string &text) {
+    TAVO_SERVICE_CONF_PORT *ports = nullptr;
+    ForgetFailure();
+    if (!text.empty() &&
+        TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &ports) < 0) {
+        ThrowIfSystemFailed("the services cannot be read");
+    }
+    return OwnedPorts(ports);
 }
 
 }  // namespace
@@ -120,6 +162,11 @@ std::string PlaceText(int source, const PortDeclarer &declarer) {
     return place;
 }
 
+std::string FullPlaceText(int source, const PortDeclarer &declarer) {
+    const std::string place = PlaceText(source, declarer);
+    return source == TAVO_PORT_CHECK_SYS_KEY ? place + " in " + declarer.file : place;
+}
+
 std::string DeclarerText(int source, const PortDeclarer &declarer) {
     const std::string name(OrEmpty(declarer.name));
     const std::string place = PlaceText(source, declarer);
@@ -139,6 +186,11 @@ std::string_view VerdictName(PortVerdict verdict) {
     return kNames[static_cast<std::size_t>(verdict)];
 }
 
+Status StatusOf(PortVerdict verdict) {
+    constexpr Status kStatuses[] = {Status::kOk, Status::kFailed, Status::kNo};
+    return kStatuses[static_cast<std::size_t>(verdict)];
+}
+
 PortVerdict PortAnswer::Verdict() const {
     if (!conflicts.empty()) {
         return PortVerdict::kTaken;
@@ -147,12 +199,7 @@ PortVerdict PortAnswer::Verdict() const {
 }
 
 void PortAnswer::RaiseStatus(Report &report) const {
-    if (!conflicts.empty()) {
-        report.Raise(Status::kNo);
-    }
-    if (failed != 0) {
-        report.Raise(Status::kFailed);
-    }
+    report.Raise(failed != 0 ? Status::kFailed : StatusOf(Verdict()));
 }
 
 PortRange RangeOf(const TakenPorts &taken) {
@@ -169,12 +216,6 @@ std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &request
         answers[i].failed = failed[i];
     }
     return answers;
-}
-
-PortAnswer PortSources::Ask(const PortQuery &query, const SkippedNames &skipped) {
-    std::vector<PortAnswer> answers = Ask({{query, skipped}});
-    PortAnswer answer = std::move(answers.front());
-    return answer;
 }
 
 std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, PortConflicts &found) {
@@ -205,53 +246,36 @@ std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, Por
     return failed;
 }
 
-// ---- Failures ----
+// ---- The ports of files ----
 
-// For the rules, only the first failure of each request is reported: a file with the same mistake
-// in every rule is one problem.
-void PortSources::AddFailures(int source, const PortConflicts &found, std::vector<int> &failed) {
-    const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
-    // A service that is left out of a file declares nothing, so it is only a warning.
-    const bool files_known =
-        source != TAVO_PORT_CHECK_FW_SERVICE ||
-        !TellOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_,
-                       Status::kOk);
-    for (int &sources : failed) {
-        sources |= files_known ? 0 : source;
+PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports) {
+    PortQuery query;
+    for (const TAVO_SERVICE_CONF_PORT *port : InFileOrder(ports)) {
+        const auto [first, last] = std::minmax(
+            port->nPortStart,
+            port->nPortType == TAVO_PORT_TYPE_RANGE ? port->nPortEnd : port->nPortStart);
+        query.items.push_back({first, last});
+        query.protocols = port->nProtocol;
     }
-    if (source == TAVO_PORT_CHECK_SYS_KEY) {
-        TellIgnoredLines(source);
-    }
-    bool any = false;
-    for (const SourceFailure &failure : found.Failures()) {
-        if (failure.source != source) {
-            continue;
-        }
-        any = true;
-        const bool first = (failed[failure.question] & source) == 0;
-        failed[failure.question] |= source;
-        // A file that was already reported as unreadable is not reported again.
-        if ((first || !rules) &&
-            (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
-            Tell(WhyUnknown(failure));
-        }
-    }
-    if (rules && !any) {
-        TellIgnoredLines(source);
-    }
+    return query;
 }
 
-void PortSources::Tell(const Diagnostic &diagnostic) {
-    if (reported_.insert(DiagnosticText(diagnostic, false, 0)).second) {
-        report_.Tell(diagnostic);
+// Every section but [global] has ports, or else lint had found an error.
+FileQueries QueriesOf(std::string_view text) {
+    FileQueries queries;
+    for (const auto &[header, written] : SectionsOf(text)) {
+        if (!written) {
+            queries.portless_global = header;
+        } else if (const OwnedPorts ports = ReadPorts(std::string(*written))) {
+            // The library cuts long names.
+            queries.sections.push_back(
+                {.section = std::string(header.name.substr(0, TAVO_SERVICE_CONF_NAME_SIZE - 1)),
+                 .query = QueryOf(ports.get()),
+                 .names_protocols = written->find('/') != std::string_view::npos,
+                 .line = header.number});
+        }
     }
-}
-
-bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report) {
-    report.TellUsage(Quoted(text) + ", column " + std::to_string(problem.ColumnIn(text)) + ": " +
-                         problem.message,
-                     problem.fix);
-    return false;
+    return queries;
 }
 
 // ---- Output ----

@@ -63,6 +63,9 @@ std::strong_ordering CompareTexts(const PortDeclarer &a, const PortDeclarer &b);
 // "built-in", "rule 1, Web" or a settings key.
 std::string PlaceText(int source, const PortDeclarer &declarer);
 
+// The same with the file of a settings key: "smsport in /etc/tavoinfo.conf".
+std::string FullPlaceText(int source, const PortDeclarer &declarer);
+
 // "web_http (system/web.sc)".
 std::string DeclarerText(int source, const PortDeclarer &declarer);
 
@@ -84,6 +87,9 @@ enum class PortVerdict { kFree, kUnknown, kTaken };
 // "free", "taken" or "unknown".
 std::string_view VerdictName(PortVerdict verdict);
 
+// The answer to "are the ports free?".
+Status StatusOf(PortVerdict verdict);
+
 // Ports that are taken.
 struct PortConflict {
     PortRange range;
@@ -102,16 +108,13 @@ struct PortAnswer {
     // Ports found in one source are taken, even if another source cannot be read.
     PortVerdict Verdict() const;
 
-    // Raises the status as the answer to "are the ports free?".
+    // Raises the status to the answer, or to kFailed if a source could not be read.
     void RaiseStatus(Report &report) const;
 };
 
 // "80/tcp is free", "80/tcp: cannot tell (service, setting)" with the sources that failed. A long
 // list of ports is shortened.
 std::string VerdictText(const PortQuery &query, const PortAnswer &answer);
-
-// Reports an error in a query on the command line, raises the status and returns false.
-bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report);
 
 // The ports of a record of the engine.
 PortRange RangeOf(const TakenPorts &taken);
@@ -126,7 +129,6 @@ class PortSources {
     // Answers all requests, in order, and reads each source once. Throws std::bad_alloc when out of
     // memory.
     std::vector<PortAnswer> Ask(const std::vector<PortRequest> &requests);
-    PortAnswer Ask(const PortQuery &query, const SkippedNames &skipped = {});
 
     // The same as records of the engine; returns the sources that failed for each request.
     std::vector<int> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
@@ -137,8 +139,7 @@ class PortSources {
   private:
     void AddFailures(int source, const PortConflicts &found, std::vector<int> &failed);
 
-    // Warns of the lines that the reader of the rules or the settings silently ignores. Defined in
-    // source_failure.cpp.
+    // Warns of the lines that the reader of the rules or the settings silently ignores.
     void TellIgnoredLines(int source);
 
     int sources_;
@@ -146,7 +147,7 @@ class PortSources {
     std::set<std::string> reported_;
 };
 
-// ---- The ports of files, defined in section_queries.cpp ----
+// ---- The ports of files ----
 
 // The sources that an install compares a file with.
 inline constexpr int kSourcesOfFiles =
@@ -155,12 +156,13 @@ inline constexpr int kSourcesOfFiles =
 // The ports of a list in the order of the file.
 PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
 
-// The ports that an install requests for a section.
+// The ports that an install requests for a section, and the answer to be entered.
 struct SectionQuery {
     std::string section;
     PortQuery query;
-    bool names_protocols;  // false: both by default
-    std::size_t line;      // number of the section's header line
+    bool names_protocols = false;  // false: both by default
+    std::size_t line = 0;          // number of the section's header line
+    PortAnswer answer = {};
 };
 
 struct FileQueries {
@@ -176,6 +178,9 @@ struct FileQueries {
 FileQueries QueriesOf(std::string_view text);
 
 // ---- Failures, defined in source_failure.cpp ----
+
+// Reports an error in a query on the command line, raises the status and returns false.
+bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report);
 
 // The failure as a diagnostic, with its position in the file if it has one.
 Diagnostic WhyUnknown(const SourceFailure &failure);

@@ -1,5 +1,6 @@
 // The engine reports the source, the declarer and the kind of failure. This adds the line of the
-// file, for the caret below it, and the system's error text for a file that cannot be read.
+// file, for the caret below it, and the system's error text for a file that cannot be read. Each
+// failure is reported once.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "config_lines.h"
 #include "input/input_file.h"
 #include "input/library.h"
+#include "input/service_file.h"
 #include "lifecycle/side_copy.h"
 #include "model/port_text.h"
 #include "output/text.h"
@@ -25,11 +27,6 @@ Diagnostic Error(std::string file, std::string rule, std::string message, std::s
             .rule = std::move(rule),
             .message = std::move(message),
             .fix = std::move(fix)};
-}
-
-Diagnostic Warning(Diagnostic diagnostic) {
-    diagnostic.severity = Severity::kWarning;
-    return diagnostic;
 }
 
 // What could not be done, with the system's reason for the code of the failure, if it has one.
@@ -48,15 +45,16 @@ std::optional<ConfigLine> FindLine(std::string_view text, std::string_view secti
     std::string_view current;
     ConfigLineReader reader(text);
     for (ConfigLine line; reader.Next(line);) {
-        const bool opens = line.kind == ConfigLineKind::kSection;
-        if (opens && section.empty()) {
-            break;
-        }
-        current = opens ? line.name : current;
-        const bool wanted = key.empty()
-                                ? opens && !found
-                                : line.kind == ConfigLineKind::kKeyValue && line.name == key;
-        if (wanted && current == section) {
+        if (line.kind == ConfigLineKind::kSection) {
+            if (section.empty()) {
+                break;
+            }
+            current = line.name;
+            if (key.empty() && current == section) {
+                return line;
+            }
+        } else if (line.kind == ConfigLineKind::kKeyValue && current == section &&
+                   line.name == key) {
             found = line;
         }
     }
@@ -105,19 +103,6 @@ constexpr PortSettings kPortSettings[] = {
     {"ftp", kSettingsFile, "ftpport, ftplowport or ftphighport", nullptr},
 };
 
-Diagnostic WhyServicesAreUnknown(const SourceFailure &failure) {
-    if (failure.kind == SourceFailure::Kind::kLeftOut) {
-        return WhyLeftOut(failure.declarer.name, failure.code);
-    }
-    if (failure.kind == SourceFailure::Kind::kBadPorts) {
-        return Error(std::string(OrEmpty(failure.declarer.file)), "bad-service",
-                     "firewall service " + Shortened(failure.declarer.name) + " has " +
-                         Quoted(failure.text) + " for a port",
-                     "correct its settings");
-    }
-    return Failed("", "the firewall services cannot be compared", failure);
-}
-
 // ---- Settings ----
 
 Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
@@ -136,16 +121,6 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
                   "name a port from 1 to 65535, or remove the key"));
     }
     return Failed(kSettingsFile, std::string(failure.declarer.entry) + " is unknown", failure);
-}
-
-// ---- Sockets ----
-
-Diagnostic WhySocketsAreUnknown(const SourceFailure &failure) {
-    if (failure.kind == SourceFailure::Kind::kPortZero) {
-        return Error("", "port-zero", "sockets cannot be checked for port 0",
-                     "name ports from 1 to 65535");
-    }
-    return Failed("", "the ports that sockets hold are unknown", failure);
 }
 
 }  // namespace
@@ -171,16 +146,84 @@ Diagnostic WhyLeftOut(const std::string &service, unsigned int code) {
 }
 
 Diagnostic WhyUnknown(const SourceFailure &failure) {
+    using Kind = SourceFailure::Kind;
+    switch (failure.kind) {
+        case Kind::kLeftOut:
+            return WhyLeftOut(failure.declarer.name, failure.code);
+        case Kind::kPortZero:
+            return Error("", "port-zero", "sockets cannot be checked for port 0",
+                         "name ports from 1 to 65535");
+        case Kind::kMissingKey:
+            return WhyRuleIsBad(failure);
+        case Kind::kBadPorts:
+            if (failure.source == TAVO_PORT_CHECK_PORT_FORWARD) {
+                return WhyRuleIsBad(failure);
+            }
+            return Error(std::string(OrEmpty(failure.declarer.file)), "bad-service",
+                         "firewall service " + Shortened(failure.declarer.name) + " has " +
+                             Quoted(failure.text) + " for a port",
+                         "correct its settings");
+        case Kind::kUnreadable:
+            break;
+    }
     switch (failure.source) {
         case TAVO_PORT_CHECK_PORT_FORWARD:
-            return failure.kind == SourceFailure::Kind::kUnreadable ? WhyRulesAreUnread(failure)
-                                                                    : WhyRuleIsBad(failure);
+            return WhyRulesAreUnread(failure);
         case TAVO_PORT_CHECK_FW_SERVICE:
-            return WhyServicesAreUnknown(failure);
+            return Failed("", "the firewall services cannot be compared", failure);
         case TAVO_PORT_CHECK_SYS_KEY:
             return WhySettingIsUnknown(failure);
         default:
-            return WhySocketsAreUnknown(failure);
+            return Failed("", "the ports that sockets hold are unknown", failure);
+    }
+}
+
+// ---- Reports ----
+
+bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report) {
+    report.TellUsage(Quoted(text) + ", column " + std::to_string(problem.ColumnIn(text)) + ": " +
+                         problem.message,
+                     problem.fix);
+    return false;
+}
+
+// For the rules, only the first failure of each request is reported: a file with the same mistake
+// in every rule is one problem.
+void PortSources::AddFailures(int source, const PortConflicts &found, std::vector<int> &failed) {
+    const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
+    // A service that is left out of a file declares nothing, so it is only a warning.
+    const bool files_known =
+        source != TAVO_PORT_CHECK_FW_SERVICE ||
+        !TellOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_,
+                       Status::kOk);
+    for (int &sources : failed) {
+        sources |= files_known ? 0 : source;
+    }
+    if (source == TAVO_PORT_CHECK_SYS_KEY) {
+        TellIgnoredLines(source);
+    }
+    bool any = false;
+    for (const SourceFailure &failure : found.Failures()) {
+        if (failure.source != source) {
+            continue;
+        }
+        any = true;
+        const bool first = (failed[failure.question] & source) == 0;
+        failed[failure.question] |= source;
+        // A file that was already reported as unreadable is not reported again.
+        if ((first || !rules) &&
+            (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
+            Tell(WhyUnknown(failure));
+        }
+    }
+    if (rules && !any) {
+        TellIgnoredLines(source);
+    }
+}
+
+void PortSources::Tell(const Diagnostic &diagnostic) {
+    if (reported_.insert(DiagnosticText(diagnostic, false, 0)).second) {
+        report_.Tell(diagnostic);
     }
 }
 
@@ -192,11 +235,14 @@ void PortSources::TellIgnoredLines(int source) {
     if (file == nullptr) {
         return;
     }
+    Diagnostic warning = {.file = file, .severity = Severity::kWarning};
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
         errno == ENOENT) {
-        Tell(Warning(Error(file, "unreadable", contents.problem + ", so there are no rules")));
+        warning.rule = "unreadable";
+        warning.message = contents.problem + ", so there are no rules";
+        Tell(warning);
         return;
     }
     ConfigLine first;
@@ -213,11 +259,12 @@ void PortSources::TellIgnoredLines(int source) {
     if (count == 0) {
         return;
     }
-    const std::string message =
+    warning.rule = "stray-line";
+    warning.message =
         (count == 1 ? "the line is not read: it is not a"
                     : Counted(count, "line") + " are not read: none is a") +
         std::string(rules ? " comment, section or key of a section" : " comment, section or key");
-    Tell(Warning(AtSpot(first, first.text, Error(file, "stray-line", message))));
+    Tell(AtSpot(first, first.text, warning));
 }
 
 }  // namespace tavo::tool
