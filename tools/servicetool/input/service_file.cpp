@@ -3,7 +3,6 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "base/system_files.h"
@@ -15,10 +14,6 @@
 
 namespace tavo::tool {
 namespace {
-
-bool IsGlobal(const LeftOut &omission) {
-    return omission.section != nullptr && std::strcmp(omission.section, kGlobalSection) == 0;
-}
 
 // The message of lint about a section, for use after the section's name.
 std::string AboutIt(const std::string &message, const std::string &section) {
@@ -35,70 +30,50 @@ std::string AboutIt(const std::string &message, const std::string &section) {
 }
 
 // A service is left out because of its first error.
-Diagnostic WhyServiceIsLeftOut(const LintedFile &file, const LintedService &service,
-                               Severity severity) {
-    Diagnostic diagnostic;
+Diagnostic WhyServiceIsLeftOut(const LintedFile &file, const LintedService &service) {
     const std::string consequence = "section [" + Shortened(service.name) + "] is left out";
-    if (service.first_error) {
-        diagnostic = file.lint.diagnostics[*service.first_error];
-        diagnostic.message = consequence + ": " + AboutIt(diagnostic.message, service.name);
-    } else {
+    if (!service.first_error) {
         // The error is not among those that lint lists.
-        diagnostic = {.file = file.name, .rule = "unreadable", .message = consequence};
+        return Error(file.name, "unreadable", consequence);
     }
-    diagnostic.severity = severity;
+    Diagnostic diagnostic = file.lint.diagnostics[*service.first_error];
+    diagnostic.message = consequence + ": " + AboutIt(diagnostic.message, service.name);
     return diagnostic;
-}
-
-// The omission of a whole file is the last of the file.
-bool IsWholeFile(std::span<const LeftOut> omissions) {
-    return omissions.back().section == nullptr;
-}
-
-bool IsAnyReadable(const LintResult &lint) {
-    return std::any_of(lint.services.begin(), lint.services.end(),
-                       [](const LintedService &service) { return service.readable; });
 }
 
 // Whether lint finds errors in exactly those services of a file that the library left out. If not,
 // the file was changed in between, or a system error kept the library from reading it.
-bool IsExplained(std::span<const LeftOut> omissions, const LintResult &lint) {
+bool IsExplained(const std::vector<std::string> &left_out, bool whole_file,
+                 const LintResult &lint) {
     std::vector<std::string> invalid;
     for (const LintedService &service : lint.services) {
         if (!service.readable) {
             invalid.push_back(service.name);
         }
     }
-    return invalid == NamesLeftOut(omissions) && IsWholeFile(omissions) != IsAnyReadable(lint);
+    return invalid == left_out && whole_file == (invalid.size() == lint.services.size());
 }
 
 // Adds what is left out of one file. A [global] section that cannot be read is ignored.
 void ExplainFile(std::span<const LeftOut> left_out, const std::vector<std::string> &names,
                  Severity severity, Omissions &omissions) {
-    if (std::all_of(left_out.begin(), left_out.end(), IsGlobal)) {
+    // The omission of a whole file is the last of the file.
+    const bool whole_file = left_out.back().section == nullptr;
+    const std::vector<std::string> services = NamesLeftOut(left_out);
+    if (!whole_file && services.empty()) {
         return;
     }
     LintedFile file = ReadAndLint(left_out.front().path);
-    if (file.problem.empty() && !IsExplained(left_out, file.lint)) {
+    if (file.problem.empty() && !IsExplained(services, whole_file, file.lint)) {
         file.problem = "changed while it was read";
         omissions.any_change = true;
     }
     if (file.problem.empty()) {
-        for (Diagnostic &reason : WhyLeftOut(file, names, severity)) {
-            omissions.diagnostics.push_back(std::move(reason));
-        }
+        std::ranges::move(WhyLeftOut(file, names, severity),
+                          std::back_inserter(omissions.diagnostics));
     } else {
-        omissions.diagnostics.push_back(
-            {.file = file.name,
-             .severity = IsWholeFile(left_out) ? Severity::kError : severity,
-             .rule = "unreadable",
-             .message = file.problem});
-    }
-}
-
-void CheckMemory(const ReadingReport &read) {
-    if (read.Fault() == TLIBC_ERR_NO_MEMORY) {
-        throw std::bad_alloc();
+        omissions.diagnostics.push_back(Error(file.name, "unreadable", file.problem));
+        omissions.diagnostics.back().severity = whole_file ? Severity::kError : severity;
     }
 }
 
@@ -152,18 +127,16 @@ OwnedConf ReadServices(const std::string &text) {
     TAVO_SERVICE_CONF *list = nullptr;
     read.NoteFault(ReadServiceFile(copy.Path().c_str(), &list, &read));
     OwnedConf conf(list);
-    CheckMemory(read);
-    if (read.Fault() != 0) {
-        throw std::runtime_error("the services cannot be read: " + SystemReason(read.Fault()));
-    }
+    ThrowIfSystemFailed("the services cannot be read", read.Fault());
     return conf;
 }
 
 std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions) {
     std::vector<std::string> names;
     for (const LeftOut &omission : omissions) {
-        if (omission.section != nullptr && !IsGlobal(omission)) {
-            names.emplace_back(omission.section);
+        const char *name = omission.row != nullptr ? omission.row->szName : omission.section;
+        if (name != nullptr && std::strcmp(name, kGlobalSection) != 0) {
+            names.emplace_back(name);
         }
     }
     return names;
@@ -172,7 +145,9 @@ std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions) {
 // The omissions of a file are adjacent.
 Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::string> &names,
                            Severity severity) {
-    CheckMemory(read);
+    if (read.Fault() == TLIBC_ERR_NO_MEMORY) {
+        throw std::bad_alloc();
+    }
     Omissions omissions;
     const LeftOut *const end = read.Omissions().end();
     for (const LeftOut *first = read.Omissions().begin(); first != end;) {
@@ -182,9 +157,8 @@ Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::str
         if (first->path != nullptr) {
             ExplainFile({first, next}, names, severity, omissions);
         } else if (first->row == nullptr) {
-            omissions.diagnostics.push_back({.file = first->folder->path,
-                                             .rule = "unreadable",
-                                             .message = ErrorText(first->error)});
+            omissions.diagnostics.push_back(
+                Error(first->folder->path, "unreadable", ErrorText(first->error)));
         }
         first = next;
     }
@@ -203,20 +177,20 @@ bool TellOmissions(const Omissions &omissions, Report &report, Status status) {
 
 std::vector<Diagnostic> WhyLeftOut(const LintedFile &file, const std::vector<std::string> &names,
                                    Severity severity) {
-    if (names.empty() && !IsAnyReadable(file.lint)) {
-        const auto &findings = file.lint.diagnostics;
-        Diagnostic reason = *std::find_if(
-            findings.begin(), findings.end(),
-            [](const Diagnostic &finding) { return finding.severity == Severity::kError; });
-        reason.severity = severity;
-        reason.message = "not read as a service file: " + reason.message;
-        return {reason};
-    }
     std::vector<Diagnostic> reasons;
-    for (const LintedService &service : file.lint.services) {
-        if (!service.readable && (names.empty() || Holds(names, service.name))) {
-            reasons.push_back(WhyServiceIsLeftOut(file, service, severity));
+    if (names.empty() && std::ranges::none_of(file.lint.services, &LintedService::readable)) {
+        reasons.push_back(
+            *std::ranges::find(file.lint.diagnostics, Severity::kError, &Diagnostic::severity));
+        reasons[0].message.insert(0, "not read as a service file: ");
+    } else {
+        for (const LintedService &service : file.lint.services) {
+            if (!service.readable && (names.empty() || Holds(names, service.name))) {
+                reasons.push_back(WhyServiceIsLeftOut(file, service));
+            }
         }
+    }
+    for (Diagnostic &reason : reasons) {
+        reason.severity = severity;
     }
     return reasons;
 }

@@ -110,6 +110,18 @@ SourceLine AroundSpot(std::string_view line, std::size_t spot) {
             end != line.size()};
 }
 
+Diagnostic Error(std::string file, std::string rule, std::string message, std::string fix) {
+    return {.file = std::move(file),
+            .rule = std::move(rule),
+            .message = std::move(message),
+            .fix = std::move(fix)};
+}
+
+Diagnostic Warning(Diagnostic diagnostic) {
+    diagnostic.severity = Severity::kWarning;
+    return diagnostic;
+}
+
 Diagnostic AtSpot(const ConfigLine &line, std::string_view spot, Diagnostic diagnostic) {
     diagnostic.line = line.number;
     diagnostic.column = line.ColumnOf(spot);

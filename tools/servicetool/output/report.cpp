@@ -74,20 +74,13 @@ void Report::Tell(const Diagnostic &diagnostic) {
 void Report::TellError(std::string file, std::string rule, std::string message, std::string fix,
                        Status status) {
     Raise(status);
-    Tell({.file = std::move(file),
-          .rule = std::move(rule),
-          .message = std::move(message),
-          .fix = std::move(fix)});
+    Tell(Error(std::move(file), std::move(rule), std::move(message), std::move(fix)));
 }
 
 void Report::TellWarning(std::string file, std::string rule, std::string message, std::string fix,
                          Status status) {
     Raise(status);
-    Tell({.file = std::move(file),
-          .severity = Severity::kWarning,
-          .rule = std::move(rule),
-          .message = std::move(message),
-          .fix = std::move(fix)});
+    Tell(Warning(Error(std::move(file), std::move(rule), std::move(message), std::move(fix))));
 }
 
 void Report::TellUsage(std::string message, std::string fix) {
