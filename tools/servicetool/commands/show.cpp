@@ -39,7 +39,7 @@ void AddFile(const ServiceFileRecord &file, Fields &fields) {
     if (!real_path.empty() && real_path != file.path) {
         fields.emplace_back("Real path", real_path);
     }
-    fields.insert(fields.end(), {{"Where", std::string(LocationOf(file))},
+    fields.insert(fields.end(), {{"Where", file.folder != nullptr ? file.folder->name : ""},
                                  {"Version", std::to_string(file.conf->nVersion)},
                                  {"Support key", file.conf->szSupportKey},
                                  {"Run key", file.conf->szRunKey}});

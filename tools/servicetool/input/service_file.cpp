@@ -3,7 +3,6 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
-#include <utility>
 
 #include "base/system_files.h"
 #include "input/input_file.h"
@@ -17,16 +16,12 @@ namespace {
 
 // The message of lint about a section, for use after the section's name.
 std::string AboutIt(const std::string &message, const std::string &section) {
-    const std::string subjects[][2] = {
-        {"section [" + Shortened(section) + "] ", "it "},
-        {"section name " + Quoted(section) + " ", "its name "},
-    };
-    for (const auto &[subject, pronoun] : subjects) {
-        if (message.starts_with(subject)) {
-            return pronoun + message.substr(subject.size());
-        }
+    const std::string subject = "section [" + Shortened(section) + "] ";
+    if (message.starts_with(subject)) {
+        return "it " + message.substr(subject.size());
     }
-    return message;
+    const std::string name = "section name " + Quoted(section);
+    return message.starts_with(name) ? "its name" + message.substr(name.size()) : message;
 }
 
 // A service is left out because of its first error.
@@ -215,10 +210,6 @@ std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string) {
     return (source.empty() ? "" : source + ':') + string.szSection + ':' + string.szKey;
 }
 
-std::string_view LocationOf(const ServiceFileRecord &file) {
-    return file.folder != nullptr ? file.folder->name : "";
-}
-
 Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section) {
     return {{"ports", PortsJson(section.pDstPorts)},
             {"source_ports", PortsJson(section.pSrcPorts)},
@@ -234,7 +225,7 @@ Json ServiceJson(const ServiceFileRecord &file, const TAVO_SERVICE_CONF_SECTION 
     Json json = {{"name", section.szName},
                  {"file", Utf8Text(file.path)},
                  {"real_path", TextOrNull(RealPathOf(file.path))},
-                 {"location", TextOrNull(LocationOf(file))},
+                 {"location", TextOrNull(file.folder != nullptr ? file.folder->name : "")},
                  {"version", file.conf->nVersion},
                  {"support_key", TextOrNull(file.conf->szSupportKey)},
                  {"run_key", TextOrNull(file.conf->szRunKey)}};

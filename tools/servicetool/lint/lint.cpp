@@ -2,15 +2,9 @@
 // and the effective line of each key. The second pass uses that to check each line.
 #include "lint/lint.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <string>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
-#include "config_lines.h"
 #include "input/input_file.h"
 #include "lint/lint_rules.h"
 #include "model/service_file_keys.h"
@@ -34,14 +28,12 @@ struct Section {
 // A suggested correction for an invalid section name; empty if there is none.
 std::string NameFix(std::string_view name) {
     constexpr std::size_t kLongest = 60;
-    std::string fixed(TrimBlanks(name));
-    if (fixed.empty() || fixed.size() > kLongest) {
+    // IsPlain also rejects backslashes.
+    std::string fixed = Replaced(std::string(TrimBlanks(name)), "\\", "-");
+    if (fixed.empty() || fixed.size() > kLongest || !IsPlain(fixed)) {
         return {};
     }
     for (char &c : fixed) {
-        if (static_cast<unsigned char>(c) >= 0x80 || IsControl(static_cast<unsigned char>(c))) {
-            return {};
-        }
         c = kNameCharacters.find(c) == std::string_view::npos ? '-' : c;
     }
     return "write [" + fixed + "]";

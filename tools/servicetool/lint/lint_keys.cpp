@@ -1,12 +1,9 @@
 #include "lint/lint_rules.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <numeric>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "model/service_file_keys.h"
 #include "output/text.h"

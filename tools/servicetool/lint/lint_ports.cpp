@@ -5,14 +5,10 @@
 #include "lint/lint_rules.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
-#include <optional>
-#include <string>
 #include <utility>
 
 #include "output/text.h"
-#include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {

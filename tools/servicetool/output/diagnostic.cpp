@@ -1,6 +1,5 @@
 #include "output/report.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "output/text.h"

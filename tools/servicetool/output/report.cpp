@@ -1,7 +1,6 @@
 #include "output/report.h"
 
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -106,7 +105,10 @@ void Report::AddResult(const Json &result) {
 
 int Report::Finish() {
     if (json_) {
-        const std::string document = Document();
+        const std::string document = "{\"schema\":" + std::to_string(kSchema) +
+                                     ",\"ok\":" + (status_ == Status::kOk ? "true" : "false") +
+                                     ",\"results\":" + ArrayText(results_) +
+                                     ",\"diagnostics\":" + ArrayText(diagnostics_) + "}\n";
         std::fwrite(document.data(), 1, document.size(), stdout);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
@@ -115,13 +117,6 @@ int Report::Finish() {
         return static_cast<int>(Status::kFailed);
     }
     return static_cast<int>(status_);
-}
-
-std::string Report::Document() const {
-    return "{\"schema\":" + std::to_string(kSchema) +
-           ",\"ok\":" + (status_ == Status::kOk ? "true" : "false") +
-           ",\"results\":" + ArrayText(results_) + ",\"diagnostics\":" + ArrayText(diagnostics_) +
-           "}\n";
 }
 
 }  // namespace tavo::tool

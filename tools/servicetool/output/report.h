@@ -133,8 +133,6 @@ class Report {
     int Finish();
 
   private:
-    std::string Document() const;
-
     bool json_;
     Status status_ = Status::kOk;
     std::vector<std::string> diagnostics_;  // JSON mode only, each a JSON text

@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <numeric>
 
 #include "output/report.h"
 #include "output/text.h"
@@ -50,10 +50,7 @@ std::string Table::Text(bool header, std::size_t columns) const {
             widths[column] = std::max<std::size_t>(widths[column], cells_[number].width);
         }
     }
-    std::size_t left = 0;
-    for (const std::size_t width : widths) {
-        left += width + kGap;
-    }
+    const std::size_t left = std::accumulate(widths.begin(), widths.end(), last * kGap);
     const std::size_t room = std::max(columns - std::min(columns, left), kLeastColumns);
     std::string text;
     text.reserve(text_.size() + cells_.size() / columns_ * left);

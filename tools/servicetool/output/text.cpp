@@ -159,9 +159,7 @@ std::string Utf8Text(std::string_view text) {
 
 std::string LowerCase(std::string_view text) {
     std::string lower(text);
-    for (char &c : lower) {
-        c = Lowered(c);
-    }
+    std::ranges::transform(lower, lower.begin(), Lowered);
     return lower;
 }
 
