@@ -35,8 +35,7 @@ OwnedPorts PortsOf(const TAVO_FW_SERVICE &service, Report &report) {
                                  Quoted(port) + " for a port");
             continue;
         }
-        one->pNext = ports.release();
-        ports.reset(one);
+        Prepend(OwnedPorts(one), ports);
     }
     return ports;
 }

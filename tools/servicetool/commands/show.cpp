@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <utility>
 
 #include "commands/commands.h"
@@ -93,7 +92,7 @@ std::string MeantBy(const std::string &name, const ReadingReport &read) {
         }
     };
     for (const ServiceFileRecord &file : read.Files()) {
-        if (std::filesystem::path(file.path).filename() == name) {
+        if (LastPart(file.path) == name) {
             return file.path;
         }
     }

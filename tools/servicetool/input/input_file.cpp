@@ -51,7 +51,7 @@ FileContents ReadAll(int descriptor) {
         const ssize_t got =
             Uninterrupted([&] { return read(descriptor, buffer.data(), buffer.size()); });
         if (got < 0) {
-            return {.problem = ErrorText(errno)};
+            return {.problem = errno == EISDIR ? KindProblem(S_IFDIR) : ErrorText(errno)};
         }
         if (got == 0) {
             return contents;
@@ -97,10 +97,6 @@ FileContents ReadRegularFile(const std::string &path) {
 
 // Unlike a FILE, standard input may be a pipe or a terminal.
 FileContents ReadStandardInput() {
-    struct stat status {};
-    if (fstat(STDIN_FILENO, &status) == 0 && S_ISDIR(status.st_mode)) {
-        return {.problem = KindProblem(status.st_mode)};
-    }
     return ReadAll(STDIN_FILENO);
 }
 

@@ -18,7 +18,7 @@ namespace {
 // sections, so the structure is small.
 struct Section {
     std::string_view name;
-    SectionKind kind;
+    SectionKind kind = SectionKind::kGlobal;
     bool has_keys = false;
     std::uint32_t line = 0;                         // of its first header
     std::uint32_t service = 0;                      // index in LintResult::services
@@ -68,20 +68,18 @@ class Linter {
     }
 
     Section &SectionNamed(std::string_view name, std::size_t line) {
-        const auto [found, added] =
-            by_name_.emplace(name, static_cast<std::uint32_t>(sections_.size()));
+        const auto [found, added] = sections_.try_emplace(name);
+        Section &section = found->second;
         if (added) {
-            Section section{
-                .name = name,
-                .kind = name == kGlobalSection ? SectionKind::kGlobal : SectionKind::kService,
-                .line = static_cast<std::uint32_t>(line)};
-            if (section.kind == SectionKind::kService) {
+            section.name = name;
+            section.line = static_cast<std::uint32_t>(line);
+            if (name != kGlobalSection) {
+                section.kind = SectionKind::kService;
                 section.service = static_cast<std::uint32_t>(result_.services.size());
                 result_.services.emplace_back().name = name;
             }
-            sections_.push_back(section);
         }
-        return sections_[found->second];
+        return section;
     }
 
     void CheckFile() {
@@ -89,13 +87,13 @@ class Linter {
         first.number = 1;
         first.text = text_.substr(0, 0);
         ConfigLineReader(text_).Next(first);
+        findings_.EnterLine(first);
         const std::string_view start = first.text.substr(0, 0);
         if (sections_.empty()) {
-            findings_.Add(Rule("no-section"), first, start,
-                          "the file has no section, so no service",
+            findings_.Add(Rule("no-section"), start, "the file has no section, so no service",
                           "start each service with a line [NAME]");
         } else if (result_.services.empty()) {
-            findings_.Add(Rule("only-global"), first, start,
+            findings_.Add(Rule("only-global"), start,
                           "the only section is [global], so there is no service",
                           "add a section [NAME] for each service");
         }
@@ -105,12 +103,13 @@ class Linter {
         const Section *section = nullptr;
         ConfigLine line;
         for (ConfigLineReader reader(text_); reader.Next(line);) {
+            findings_.EnterLine(line);
             switch (line.kind) {
                 case ConfigLineKind::kBlank:
                 case ConfigLineKind::kComment:
                     break;
                 case ConfigLineKind::kSection:
-                    section = &sections_[by_name_.at(line.name)];
+                    section = &sections_.at(line.name);
                     findings_.EnterService(section->kind == SectionKind::kService
                                                ? &result_.services[section->service]
                                                : nullptr);
@@ -120,7 +119,7 @@ class Linter {
                     if (section != nullptr) {
                         CheckKey(line, *section);
                     } else {
-                        findings_.Add(Rule("key-outside-section"), line, line.name,
+                        findings_.Add(Rule("key-outside-section"), line.name,
                                       "a key before the first section is not read");
                     }
                     break;
@@ -134,7 +133,7 @@ class Linter {
     void CheckHeader(const ConfigLine &line, const Section &section) {
         CheckName(line);
         if (line.number != section.line) {
-            findings_.Add(Rule("duplicate-section"), line, line.name,
+            findings_.Add(Rule("duplicate-section"), line.name,
                           "section [" + Shortened(line.name) + "] already starts in line " +
                               std::to_string(section.line) + "; both are read as one");
             return;
@@ -147,15 +146,15 @@ class Linter {
         const std::string_view name = line.name;
         const std::size_t bad = name.find_first_not_of(kNameCharacters);
         if (name.empty()) {
-            findings_.Add(Rule("section-name"), line, name, "the section has no name");
+            findings_.Add(Rule("section-name"), name, "the section has no name");
         } else if (bad != std::string_view::npos) {
             findings_.Add(
-                Rule("section-name"), line, name.substr(bad),
+                Rule("section-name"), name.substr(bad),
                 "section name " + Quoted(name) +
                     " contains characters other than letters, digits, \"-\", \".\" and \"_\"",
                 NameFix(name));
         } else {
-            CheckLength(name, "the section's name", TAVO_SERVICE_CONF_NAME_SIZE, line, findings_);
+            CheckLength(name, "the section's name", TAVO_SERVICE_CONF_NAME_SIZE, findings_);
         }
     }
 
@@ -163,12 +162,12 @@ class Linter {
         const auto [found, added] = first_by_lower_name_.emplace(LowerCase(line.name), &section);
         if (!added) {
             const Section &first = *found->second;
-            findings_.Add(Rule("name-case"), line, line.name,
+            findings_.Add(Rule("name-case"), line.name,
                           "section [" + Shortened(line.name) + "] differs from [" +
                               Shortened(first.name) + "] in line " + std::to_string(first.line) +
                               " only in case");
         } else if (line.name != kGlobalSection && found->first == kGlobalSection) {
-            findings_.Add(Rule("name-case"), line, line.name,
+            findings_.Add(Rule("name-case"), line.name,
                           "[" + std::string(line.name) +
                               "] differs from [global] in case, so it is read as a service",
                           "write [global]");
@@ -178,8 +177,7 @@ class Linter {
     void CheckKeysOf(const ConfigLine &header, const Section &section) {
         if (!section.has_keys) {
             const bool global = section.kind == SectionKind::kGlobal;
-            findings_.Add(global ? Rule("empty-global") : Rule("empty-section"), header,
-                          header.name,
+            findings_.Add(global ? Rule("empty-global") : Rule("empty-section"), header.name,
                           "section [" + Shortened(header.name) + "] has no key" +
                               (global ? " and is not read" : ""));
             return;
@@ -188,7 +186,7 @@ class Linter {
             const KeyRule &key = kKeyRules[i];
             if (key.missing && key.section == section.kind && section.counts[i] == 0) {
                 findings_.Add(
-                    *key.missing, header, header.name,
+                    *key.missing, header.name,
                     "section [" + Shortened(header.name) + "] lacks " + std::string(key.name),
                     "add a line " + std::string(key.example));
             }
@@ -200,7 +198,7 @@ class Linter {
         if (!key) {
             CheckUnknownKey(line, section.kind);
         } else if (section.counts[*key] != line.number) {
-            findings_.Add(Rule("duplicate-key"), line, line.name,
+            findings_.Add(Rule("duplicate-key"), line.name,
                           std::string(line.name) + " is repeated in line " +
                               std::to_string(section.counts[*key]) + ", which takes effect",
                           "remove one of the two");
@@ -223,7 +221,7 @@ class Linter {
         } else if (!similar.empty()) {
             fix = "write " + std::string(similar);
         }
-        findings_.Add(Rule("unknown-key"), line, line.name,
+        findings_.Add(Rule("unknown-key"), line.name,
                       "key " + Quoted(line.name) + " is unknown in " +
                           (global ? "[global]" : "the section of a service") + " and is not read",
                       std::move(fix));
@@ -233,7 +231,7 @@ class Linter {
         const std::string_view trimmed = TrimBlanks(line.text);
         const std::size_t nul = line.text.find('\0');
         if (nul != std::string_view::npos) {
-            findings_.Add(Rule("nul-byte"), line, line.text.substr(nul),
+            findings_.Add(Rule("nul-byte"), line.text.substr(nul),
                           "a line that contains a NUL byte is not read");
             return;
         }
@@ -243,22 +241,21 @@ class Linter {
         } else if (trimmed.front() == '=') {
             message = "there is no key before the \"=\", so the line is not read";
         }
-        findings_.Add(Rule("stray-line"), line, trimmed, message);
+        findings_.Add(Rule("stray-line"), trimmed, message);
     }
 
     std::string_view text_;
     LintResult result_;
     Findings findings_;
     DeclaredPorts declared_ports_;
-    std::vector<Section> sections_;
-    std::unordered_map<std::string_view, std::uint32_t> by_name_;
+    std::unordered_map<std::string_view, Section> sections_;  // by name
     std::unordered_map<std::string, const Section *> first_by_lower_name_;
 };
 
 }  // namespace
 
-void Findings::Add(const LintRule &rule, const ConfigLine &line, std::string_view spot,
-                   std::string message, std::string fix) {
+void Findings::Add(const LintRule &rule, std::string_view spot, std::string message,
+                   std::string fix) {
     const bool error = rule.severity == Severity::kError;
     const std::size_t number = ++(error ? result_.errors : result_.warnings);
     const bool listed = number <= kListed;
@@ -273,7 +270,7 @@ void Findings::Add(const LintRule &rule, const ConfigLine &line, std::string_vie
     }
     Diagnostic finding = Error(file_, std::string(rule.name), std::move(message), std::move(fix));
     finding.severity = rule.severity;
-    result_.diagnostics.push_back(AtSpot(line, spot, std::move(finding)));
+    result_.diagnostics.push_back(AtSpot(line_, spot, std::move(finding)));
 }
 
 void Findings::Close() {
