@@ -64,10 +64,7 @@ void ShowFile(const std::string &path, Report &report) {
         return;
     }
     const OwnedConf conf = ReadServices(file.text);
-    for (const Diagnostic &reason : WhyLeftOut(file)) {
-        report.Tell(reason);
-        report.Raise(Status::kFailed);
-    }
+    TellOmissions({.diagnostics = WhyLeftOut(file)}, report);
     if (conf == nullptr) {
         return;
     }

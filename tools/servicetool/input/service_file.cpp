@@ -80,13 +80,8 @@ Json PortsJson(const TAVO_SERVICE_CONF_PORT *list) {
     });
 }
 
-// Whether the text also has a reference into a string table.
-bool HasReference(const TAVO_SERVICE_CONF_STRING &string) {
-    return *string.szSource != '\0' || *string.szSection != '\0' || *string.szKey != '\0';
-}
-
 Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
-    if (!HasReference(string)) {
+    if (ReferenceText(string).empty()) {
         return nullptr;
     }
     return {{"source", TextOrNull(string.szSource)},
@@ -203,11 +198,9 @@ std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {
 }
 
 std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string) {
-    if (!HasReference(string)) {
-        return {};
-    }
-    const std::string source = string.szSource;
-    return (source.empty() ? "" : source + ':') + string.szSection + ':' + string.szKey;
+    const std::string source = *string.szSource == '\0' ? "" : std::string(string.szSource) + ':';
+    const std::string text = source + string.szSection + ':' + string.szKey;
+    return text == ":" ? "" : text;  // without any part there is no reference
 }
 
 Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section) {

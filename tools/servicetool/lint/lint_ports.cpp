@@ -5,7 +5,6 @@
 #include "lint/lint_rules.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "output/text.h"
@@ -115,33 +114,30 @@ void CheckPorts(const ConfigLine &line, Findings &findings) {
 }
 
 std::optional<std::uint32_t> PortSet::FirstIn(const PortRange &range) const {
-    const auto next = ranges_.upper_bound(range.first);
-    if (next != ranges_.begin() && std::prev(next)->second >= range.first) {
-        return range.first;
+    const auto next = ranges_.lower_bound(range.first);
+    if (next == ranges_.end() || next->second > range.last) {
+        return std::nullopt;
     }
-    return next != ranges_.end() && next->first <= range.last ? std::optional(next->first)
-                                                              : std::nullopt;
+    return std::max(next->second, range.first);
 }
 
 PortRanges PortSet::Add(const PortRange &range) {
     PortRanges added;
     PortRange whole = range;
     std::uint32_t rest = range.first;
-    auto next = ranges_.upper_bound(range.first);
-    if (next != ranges_.begin() && std::prev(next)->second >= range.first) {
-        --next;
-    }
-    for (; next != ranges_.end() && next->first <= range.last; next = ranges_.erase(next)) {
-        if (rest < next->first) {
-            added.push_back({rest, next->first - 1});
+    auto next = ranges_.lower_bound(range.first);
+    for (; next != ranges_.end() && next->second <= range.last; next = ranges_.erase(next)) {
+        const auto [last, first] = *next;
+        if (rest < first) {
+            added.push_back({rest, first - 1});
         }
-        rest = next->second + 1;
-        whole = {std::min(whole.first, next->first), std::max(whole.last, next->second)};
+        rest = last + 1;
+        whole = {std::min(whole.first, first), std::max(whole.last, last)};
     }
     if (rest <= range.last) {
         added.push_back({rest, range.last});
     }
-    ranges_.emplace(whole.first, whole.last);
+    ranges_.emplace(whole.last, whole.first);
     return added;
 }
 

@@ -152,7 +152,7 @@ class PortSet {
     PortRanges Add(const PortRange &range);
 
   private:
-    std::map<std::uint32_t, std::uint32_t> ranges_;  // disjoint, start to end
+    std::map<std::uint32_t, std::uint32_t> ranges_;  // disjoint, from end to start
 };
 
 // The destination ports that the services of a file declare. Two services that declare the same
