@@ -20,34 +20,27 @@
 namespace tavo::tool {
 namespace {
 
-// The ports of a built-in service, which may be settings with invalid values; these are reported
-// and left out.
-OwnedPorts PortsOf(const TAVO_FW_SERVICE &service, Report &report) {
-    OwnedPorts ports;
-    for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-        const std::string port = TLIBCSzListGet(service.pDstPortList, i);
-        TAVO_SERVICE_CONF_PORT *one = nullptr;
-        const std::string text =
-            Replaced(port, "-", ":") + '/' + ProtocolsText(service.nDstProtocol);
-        if (TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &one) != 0) {
-            report.TellError("", "bad-service",
-                             "firewall service " + std::string(service.szName) + " has " +
-                                 Quoted(port) + " for a port");
-            continue;
-        }
-        Prepend(OwnedPorts(one), ports);
-    }
-    return ports;
-}
-
-// A built-in service in the form of a section of a file. No built-in service has source ports.
+// A built-in service in the form of a section of a file. No built-in service has source ports. Its
+// destination ports may be settings with invalid values; these are reported and left out.
 OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
     OwnedSection section = OrThrow(NewRecord<OwnedSection>());
     std::memcpy(section->szName, service.szName, sizeof(section->szName));
     section->strTitle = service.strTitle;
     section->strDesc = service.strDesc;
     section->blPortForward = service.blPortForward;
-    section->pDstPorts = PortsOf(service, report).release();
+    for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
+        const std::string port = TLIBCSzListGet(service.pDstPortList, i);
+        TAVO_SERVICE_CONF_PORT *one = nullptr;
+        const std::string text =
+            Replaced(port, "-", ":") + '/' + ProtocolsText(service.nDstProtocol);
+        if (TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &one) == 0) {
+            Prepend(OwnedPorts(one), &section->pDstPorts);
+        } else {
+            report.TellError("", "bad-service",
+                             "firewall service " + std::string(service.szName) + " has " +
+                                 Quoted(port) + " for a port");
+        }
+    }
     return section;
 }
 
@@ -72,10 +65,14 @@ struct Service {
 std::vector<Service> ServicesIn(const DeclaredServices &read) {
     std::vector<Service> services;
     for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
-        services.push_back({service->szName, SupportKeyOf(*service), service});
+        services.push_back(
+            {.name = service->szName, .support_key = SupportKeyOf(*service), .built_in = service});
     }
     ForEachService(read.report, [&services](const auto &file, const auto &section) {
-        services.push_back({section.szName, file.conf->szSupportKey, nullptr, &file, &section});
+        services.push_back({.name = section.szName,
+                            .support_key = file.conf->szSupportKey,
+                            .file = &file,
+                            .section = &section});
     });
     return services;
 }

@@ -291,7 +291,7 @@ LintResult LintText(std::string_view text, std::string_view file) {
 
 LintedFile ReadAndLint(const std::string &path) {
     const bool standard_input = path == kStandardInput;
-    FileContents contents = standard_input ? ReadStandardInput() : ReadRegularFile(path);
+    FileContents contents = standard_input ? ReadAll(STDIN_FILENO) : ReadRegularFile(path);
     LintedFile file = {standard_input ? std::string(kStandardInputName) : path,
                        std::move(contents.text),
                        std::move(contents.problem),
