@@ -257,26 +257,24 @@ class Linter {
 void Findings::Add(const LintRule &rule, std::string_view spot, std::string message,
                    std::string fix) {
     const bool error = rule.severity == Severity::kError;
-    const std::size_t number = ++(error ? result_.errors : result_.warnings);
-    const bool listed = number <= kListed;
+    const bool listed = ++(error ? result_.errors : result_.warnings) <= kListed;
     if (error && service_ != nullptr) {
         service_->readable = false;
         if (listed && !service_->first_error) {
             service_->first_error = result_.diagnostics.size();
         }
     }
-    if (!listed) {
-        return;
+    if (listed) {
+        Diagnostic finding =
+            Error(file_, std::string(rule.name), std::move(message), std::move(fix));
+        finding.severity = rule.severity;
+        result_.diagnostics.push_back(AtSpot(line_, spot, std::move(finding)));
     }
-    Diagnostic finding = Error(file_, std::string(rule.name), std::move(message), std::move(fix));
-    finding.severity = rule.severity;
-    result_.diagnostics.push_back(AtSpot(line_, spot, std::move(finding)));
 }
 
 void Findings::Close() {
-    const auto beyond = [](std::size_t n) { return n > kListed ? n - kListed : 0; };
-    const std::size_t errors = beyond(result_.errors);
-    const std::size_t warnings = beyond(result_.warnings);
+    const std::size_t errors = result_.errors - std::min(result_.errors, kListed);
+    const std::size_t warnings = result_.warnings - std::min(result_.warnings, kListed);
     if (errors + warnings != 0) {
         result_.diagnostics.push_back(
             Warning(Error(file_, std::string(Rule("more-problems").name),
