@@ -22,13 +22,6 @@
 namespace tavo::tool {
 namespace {
 
-Diagnostic Error(std::string file, std::string rule, std::string message, std::string fix = {}) {
-    return {.file = std::move(file),
-            .rule = std::move(rule),
-            .message = std::move(message),
-            .fix = std::move(fix)};
-}
-
 // What could not be done, with the system's reason for the code of the failure, if it has one.
 Diagnostic Failed(std::string file, const std::string &what, const SourceFailure &failure) {
     const std::string reason = SystemReason(failure.code);
