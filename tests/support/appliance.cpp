@@ -1,7 +1,9 @@
 #include "appliance.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "require_appliance.h"
 #include "temporary_folder.h"
@@ -58,6 +60,15 @@ void WriteScript(const std::string &path, const std::string &lines) {
     fs::remove(path);
     WriteFile(path, "#!/bin/bash\n" + lines + "\n");
     fs::permissions(path, fs::perms::owner_all);
+}
+
+std::string SystemLogWith(const std::string &text) {
+    std::string messages;
+    for (int i = 0; i < 1000 && messages.find(text) == std::string::npos; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        messages = ReadFile("/run/log/messages");
+    }
+    return messages;
 }
 
 }  // namespace tavo::test

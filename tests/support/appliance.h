@@ -36,6 +36,10 @@ void SetExitStatus(const std::string &name, const std::string &statuses);
 
 void ActivateRelayDaemon();
 
+// The system log once it contains `text`, or after ten seconds. The launcher, a separate process,
+// writes it, so a message may appear with a delay.
+std::string SystemLogWith(const std::string &text);
+
 // Replaces the tool or plugin with a script of these lines.
 void WriteScript(const std::string &path, const std::string &lines);
 

@@ -1,6 +1,8 @@
 // The system log of this program: these functions replace those of libc, for the library's code in
 // this program and for the shared libraries. With _FORTIFY_SOURCE, callers use the "chk" variants.
 // The header of libc is not included, because it may define the functions inline.
+#include <dlfcn.h>
+
 #include <cstdarg>
 #include <cstdio>
 
@@ -9,11 +11,17 @@
 #pragma GCC visibility push(default)
 extern "C" {
 
-void vsyslog(int /*priority*/, const char *format, va_list arguments) {
+void vsyslog(int priority, const char *format, va_list arguments) {
     // Long enough for the longest lines, which contain two paths.
     char line[16384];
-    if (std::vsnprintf(line, sizeof(line), format, arguments) >= 0) {
-        tavo::tool::PrintLogLine(line);
+    if (std::vsnprintf(line, sizeof(line), format, arguments) < 0) {
+        return;
+    }
+    tavo::tool::PrintLogLine(line);
+    using Log = void (*)(int priority, const char *format, ...);
+    static const auto log = reinterpret_cast<Log>(dlsym(RTLD_NEXT, "syslog"));
+    if (tavo::tool::KeepsLog() && log != nullptr) {
+        log(priority, "%s", line);
     }
 }
 

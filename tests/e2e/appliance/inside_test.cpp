@@ -6,13 +6,12 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 
+#include "appliance.h"
 #include "run_program.h"
 #include "temporary_folder.h"
 
@@ -21,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 using tavo::test::ReadFile;
 using tavo::test::RunProgram;
+using tavo::test::SystemLogWith;
 using tavo::test::WriteFile;
 using testing::HasSubstr;
 
@@ -102,16 +102,6 @@ TEST(Devices, AreThere) {
     }
 }
 
-// The launcher, a separate process, writes the file, so a message may appear with a delay.
-std::string LogWith(const std::string &text) {
-    std::string messages;
-    for (int i = 0; i < 1000 && messages.find(text) == std::string::npos; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        messages = ReadFile("/run/log/messages");
-    }
-    return messages;
-}
-
 // The test support interposes syslog; this calls libc's own function.
 void Log(int priority, const char *format, ...) {
     va_list arguments;
@@ -125,7 +115,7 @@ TEST(SystemLog, HoldsALineForEachMessage) {
     Log(LOG_ERR, "first");
     Log(LOG_LOCAL3 | LOG_DEBUG, "two\nlines");
     Log(LOG_AUTH | LOG_INFO, "last");
-    const std::string messages = LogWith("last\n");
+    const std::string messages = SystemLogWith("last\n");
     EXPECT_THAT(messages, testing::MatchesRegex("user\\.err [^\n]* tester: first\n"
                                                 "local3\\.debug [^\n]* tester: two#012lines\n"
                                                 "auth\\.info [^\n]* tester: last\n"));
@@ -134,7 +124,7 @@ TEST(SystemLog, HoldsALineForEachMessage) {
 TEST(SystemLog, TakesALongMessageWhole) {
     const std::string text(100000, 'x');
     Log(LOG_ERR, "%s", text.c_str());
-    EXPECT_THAT(LogWith("\n"), HasSubstr(text + "\n"));
+    EXPECT_THAT(SystemLogWith("\n"), HasSubstr(text + "\n"));
 }
 
 }  // namespace

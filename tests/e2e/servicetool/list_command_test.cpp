@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "appliance.h"
 #include "json_value.h"
 #include "service_folders.h"
 #include "servicetool_run.h"
@@ -212,6 +213,18 @@ TEST_F(ServiceFolders, ListShowsTheLibrarysLogWhenAsked) {
     EXPECT_THAT(ServiceTool({"list", "-v"}).err,
                 testing::ContainsRegex("^log: service_conf_get.cpp:[0-9]+ Failed to "
                                        "TLIBCFileEnumSection /usr/tavo/etc/services.d/bad.sc"));
+}
+
+TEST_F(ServiceFolders, ListWritesToTheSystemLogOnlyWhenAsked) {
+    WriteFile(kSystem + "silent.sc", "");
+    ServiceTool({"list"});
+    std::filesystem::remove(kSystem + "silent.sc");
+    WriteFile(kSystem + "logged.sc", "");
+    ServiceTool({"list", "-v"});
+    const std::string log = SystemLogWith("/usr/tavo/etc/services.d/logged.sc");
+    EXPECT_THAT(log, testing::ContainsRegex("servicetool\\[[0-9]+\\]: service_conf_get.cpp:[0-9]+ "
+                                            "Failed to TLIBCFileEnumSection [^ ]*/logged.sc"));
+    EXPECT_THAT(log, testing::Not(HasSubstr("silent.sc")));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,6 +20,8 @@ namespace tavo::tool {
 namespace {
 
 bool shows_log = false;
+
+bool changes = false;  // a change is made
 
 int real_stderr = -1;  // -1 while standard error is not redirected
 
@@ -61,7 +64,12 @@ void ThrowIfSystemFailed(const std::string &what, unsigned int code) {
 }
 
 void ShowLibraryLog(bool show) {
+    openlog("servicetool", LOG_PID, LOG_USER);
     shows_log = show;
+}
+
+bool KeepsLog() {
+    return shows_log || changes;
 }
 
 // Called by the library, which exceptions must not pass through.
@@ -83,6 +91,7 @@ ProgramOutput::ProgramOutput() : stdout_(CopyOf(STDOUT_FILENO)) {
         throw std::system_error(errno, std::generic_category(),
                                 "the output of programs cannot be kept apart");
     }
+    changes = true;
     real_stderr = CopyOf(STDERR_FILENO);
     caught_.Reset(memfd_create("program-output", MFD_CLOEXEC));
     if (stdout_.IsOpen()) {
@@ -95,6 +104,7 @@ ProgramOutput::ProgramOutput() : stdout_(CopyOf(STDOUT_FILENO)) {
 
 // Without a copy, a descriptor was closed before.
 std::vector<std::string> ProgramOutput::End() {
+    changes = false;
     if (real_stderr >= 0) {
         dup2(real_stderr, STDERR_FILENO);
         close(std::exchange(real_stderr, -1));

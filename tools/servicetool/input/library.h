@@ -34,9 +34,14 @@ Owner OrThrow(Owner owner) {
     return owner;
 }
 
-// Sets whether the lines that the library writes to the system log are printed from now on.
-// servicetool reports the reasons for failures itself, so they have no other use.
+// Sets whether the lines that the library logs are printed from now on. servicetool reports the
+// reasons for failures itself.
 void ShowLibraryLog(bool show);
+
+// Whether the lines are also written to the system log: all of them if they are printed, else only
+// those about a change. Queries may be frequent, and each would repeat the lines about a file that
+// cannot be read.
+bool KeepsLog();
 
 // Prints a line to standard error, escaped and after "log: ", if printing is on. Lines may contain
 // text from files, so syslog(3) must not copy them to the terminal unescaped.
