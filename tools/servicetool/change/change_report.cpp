@@ -123,18 +123,6 @@ std::string ListenersText(const std::vector<Listener> &listeners) {
     return text;
 }
 
-// Why a listener was not notified: its own failure, or that of the previous listener.
-const StepFailure &FailureOf(Listener listener, const Notifications &notified) {
-    for (const Listener other :
-         {Listener::kRouterTool, Listener::kFirewall, Listener::kRelayDaemon, Listener::kPlugins}) {
-        if (notified[listener].state == Notified::kNotReached &&
-            notified[other].state == Notified::kFailed) {
-            return notified[other].failure;
-        }
-    }
-    return notified[listener].failure;
-}
-
 // ---- Changes
 
 std::string_view WhatWasDone(const Change &change) {
@@ -312,7 +300,7 @@ void ChangeReport::TellNotifications() {
         report_.TellWarning(
             "", "not-told",
             "could not notify the " + std::string(text.words) + ": " +
-                ReasonOf(FailureOf(listener, notifications)),
+                ReasonOf(notifications[listener].failure),
             removed ? "install the file again and remove it once more" : std::string(text.fix),
             Status::kFailed);
     }
