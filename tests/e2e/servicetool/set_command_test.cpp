@@ -5,6 +5,7 @@
 #include <optional>
 #include <thread>
 
+#include "appliance.h"
 #include "change_world.h"
 
 namespace tavo::test {
@@ -326,6 +327,28 @@ TEST_F(SetCommand, SaysThatTheRelayDaemonWasNotReloaded) {
     EXPECT_EQ(result["results"][0]["changed"], true);
     EXPECT_EQ(result["results"][0]["told"], Json::Array({"router", "firewall"}));
     EXPECT_EQ(result["results"][0]["not_told"], Json::Array({"relay"}));
+}
+
+TEST_F(SetCommand, NamesTheFirewallToolIfTheRouterToolHasFailedToo) {
+    WriteFile("/run/exit-status/tavoroutertool", "1\n");
+    const ReplacedTool firewall(kFirewallTool);
+    EXPECT_EQ(ServiceTool(kRetitle).err,
+              "servicetool: warning: could not notify the router tool: " + kRouterTool +
+                  " ended with status 1 [not-told]\n" + kRouterFix +
+                  "servicetool: warning: could not notify the firewall: " + kFirewallTool +
+                  " is missing [not-told]\n    fix: write servicetool restart\n"
+                  "servicetool: warning: could not notify the relay daemon: " +
+                  kFirewallTool +
+                  " is missing [not-told]\n    fix: write servicetool restart "
+                  "--relay\n");
+}
+
+TEST_F(SetCommand, WritesTheLinesAboutTheChangeToTheSystemLog) {
+    WriteFile("/run/exit-status/tavoroutertool", "1\n");
+    ServiceTool(kRetitle);
+    EXPECT_THAT(SystemLogWith("--udpate"),
+                testing::ContainsRegex("servicetool\\[[0-9]+\\]: [a-z_]+\\.cpp:[0-9]+ " +
+                                       kRouterTool + " --udpate [^ ]+ " + kPath + " failed!"));
 }
 
 TEST_F(SetCommand, NamesARouterToolThatIsMissing) {

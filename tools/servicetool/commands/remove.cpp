@@ -22,13 +22,12 @@ namespace {
 // therefore knows.
 std::string ServicesText(const std::string &text) {
     const OwnedConf conf = ReadServices(text);
-    std::string names;
-    const auto sections = InFileOrder(conf == nullptr ? nullptr : conf->pSections);
-    for (const TAVO_SERVICE_CONF_SECTION *section : sections) {
-        names += names.empty() ? "" : section == sections.back() ? " and " : ", ";
-        names += '[' + Escaped(section->szName) + ']';
+    std::vector<std::string> names;
+    for (const auto *section : InFileOrder(conf == nullptr ? nullptr : conf->pSections)) {
+        names.push_back('[' + Escaped(section->szName) + ']');
     }
-    return names.empty() ? "remove; no service in it can be read" : "remove with " + names;
+    return names.empty() ? "remove; no service in it can be read"
+                         : "remove with " + Enumerated(names);
 }
 
 // Checks that a copy for the plugins can be made in /tmp. Without one the library still removes the

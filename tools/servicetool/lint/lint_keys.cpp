@@ -14,7 +14,7 @@ namespace {
 
 // The library compares this many bytes of port_forward. The value only means yes or no, so a longer
 // one is a warning, not an error.
-constexpr std::size_t kForwardBytes = 31;
+constexpr std::size_t kForwardBytes = kForwardTextSize - 1;
 
 // The last characters of a text after cutting it to `limit` bytes.
 std::string EndOfCut(std::string_view text, std::size_t limit) {

@@ -185,6 +185,15 @@ std::string Replaced(std::string text, std::string_view from, std::string_view t
     return text;
 }
 
+std::string Enumerated(const std::vector<std::string> &texts, std::string_view last) {
+    std::string text;
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        text += i == 0 ? "" : i + 1 < texts.size() ? ", " : last;
+        text += texts[i];
+    }
+    return text;
+}
+
 bool Holds(const std::vector<std::string> &texts, std::string_view text) {
     return std::find(texts.begin(), texts.end(), text) != texts.end();
 }

@@ -75,6 +75,9 @@ std::string Counted(std::size_t n, std::string_view thing);
 // Replaces each `from` in `text` with `to`. If `from` is empty, `text` is unchanged.
 std::string Replaced(std::string text, std::string_view from, std::string_view to);
 
+// "a", "a and b", "a, b and c", with `last` before the last text.
+std::string Enumerated(const std::vector<std::string> &texts, std::string_view last = " and ");
+
 // Whether the text is one of `texts`.
 bool Holds(const std::vector<std::string> &texts, std::string_view text);
 

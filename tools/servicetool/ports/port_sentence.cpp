@@ -24,16 +24,6 @@ std::string InQuotes(std::string_view name) {
     return '\'' + Shortened(name) + '\'';
 }
 
-// "a", "a and b", "a, b and c".
-std::string Enumerated(const Texts &texts, std::string_view last = " and ") {
-    std::string text;
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        text += i == 0 ? "" : i + 1 < texts.size() ? ", " : last;
-        text += texts[i];
-    }
-    return text;
-}
-
 // The texts of elements: "a, b, c and 2 more".
 template <typename Elements, typename Convert>
 std::string FirstOf(const Elements &elements, Convert text_of) {

@@ -149,10 +149,6 @@ class PortSources {
 
 // ---- The ports of files ----
 
-// The sources that an install compares a file with.
-inline constexpr int kSourcesOfFiles =
-    TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_SYS_KEY | TAVO_PORT_CHECK_RUNTIME;
-
 // The ports of a list in the order of the file.
 PortQuery QueryOf(const TAVO_SERVICE_CONF_PORT *ports);
 

@@ -80,22 +80,6 @@ Diagnostic WhyRulesAreUnread(const SourceFailure &failure) {
                            : Error(file, "unreadable", problem);
 }
 
-// ---- Firewall services ----
-
-// A built-in service with configurable ports, the file with the keys of which one must name a port,
-// and another file that the service needs, if any.
-struct PortSettings {
-    std::string_view service;
-    const char *file;
-    const char *keys;
-    const char *other_file;
-};
-constexpr PortSettings kPortSettings[] = {
-    {"ssh", "/etc/ssh/sshd_config", "Port", kSettingsFile},
-    {"nfs", "/etc/nfs/tavo_nfs_conf", "statd_port or nlm_port", nullptr},
-    {"ftp", kSettingsFile, "ftpport, ftplowport or ftphighport", nullptr},
-};
-
 // ---- Settings ----
 
 Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
@@ -120,8 +104,21 @@ Diagnostic WhySettingIsUnknown(const SourceFailure &failure) {
 
 // A file that could not be read may be readable by now.
 Diagnostic WhyLeftOut(const std::string &service, unsigned int code) {
+    // The services with configurable ports, the file with the keys of which one must name a port,
+    // and another file that the service needs, if any.
+    static const struct {
+        std::string service;
+        const char *file;
+        std::vector<std::string> keys;
+        const char *other_file;
+    } kPortSettings[] = {
+        {"ssh", kSshConfigFile, {"Port"}, kSettingsFile},
+        {"nfs", kNfsConfigFile, {kNfsStatdPortKey, kNfsLockManagerPortKey}, nullptr},
+        {"ftp", kSettingsFile, {kFtpPortKey, kFtpLowPortKey, kFtpHighPortKey}, nullptr},
+    };
     const std::string what = "built-in service " + service + " is left out: ";
-    const auto *const settings = std::ranges::find(kPortSettings, service, &PortSettings::service);
+    const auto *const settings = std::ranges::find_if(
+        kPortSettings, [&service](const auto &one) { return one.service == service; });
     if (settings != std::end(kPortSettings)) {
         for (const char *file : {settings->other_file, settings->file}) {
             const std::string problem = file != nullptr ? ReadRegularFile(file).problem : "";
@@ -131,7 +128,7 @@ Diagnostic WhyLeftOut(const std::string &service, unsigned int code) {
         }
         if (code == 0) {
             return Error(settings->file, "bad-service",
-                         what + settings->keys + " does not name a port");
+                         what + Enumerated(settings->keys, " or ") + " does not name a port");
         }
     }
     const std::string reason = SystemReason(code);
