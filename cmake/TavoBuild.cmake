@@ -127,7 +127,7 @@ mark_as_advanced(TAVO_GOLD)
 # test is still optimised: it is in the libraries. (Fortified calls need optimisation.)
 #
 # For the same reason, a sanitizer does not check each pointer of a test for null and alignment, nor
-# the type behind it, which doubles the time to compile the matchers. A null pointer is still
+# the type that it points to, which doubles the time to compile the matchers. A null pointer is still
 # reported when it is used.
 function(tavo_test_options TARGET)
   target_compile_options(${TARGET} PRIVATE -O0 -U_FORTIFY_SOURCE)

@@ -156,7 +156,7 @@ TEST_F(Conflicts, LeaveOutSocketsAtPortsOfASkippedService) {
                               "1 16 7002-7002/1 - - - -"}));
 }
 
-// A name stands for the first service that has it: those of files in reading order, then the
+// A name means the first service of that name: those of files in reading order, then the
 // built-in ones.
 TEST_F(Conflicts, SkipOnlyTheFirstServiceOfAName) {
     WriteFile("/usr/local/etc/services.d/1.sc",
@@ -222,7 +222,7 @@ TEST_F(Conflicts, ReportRulesThatCannotBeRead) {
 }
 
 // The file may exist if its path is a link loop.
-TEST_F(Conflicts, ReportRulesBehindALinkToItself) {
+TEST_F(Conflicts, ReportRulesThatAreALinkToItself) {
     std::filesystem::create_symlink(kRules, kRules);
     ASSERT_TRUE(Find({{{{7000, 7000}}, kRuleSource}}));
     ASSERT_EQ(Failures().size(), 1U);

@@ -203,7 +203,7 @@ TEST_F(ComparePorts, AgreesWithATableOfPorts) {
     for (int round = 0; round < 20000; ++round) {
         std::vector<bool> asked(60);
         std::vector<bool> declared(60);
-        std::vector<bool> told(60);
+        std::vector<bool> listed(60);
         const std::string query = list(':', asked);
         const std::string declaration = list('-', declared);
         TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
@@ -211,14 +211,14 @@ TEST_F(ComparePorts, AgreesWithATableOfPorts) {
         for (const auto *port = conflicts; port != nullptr; port = port->pNext) {
             const uint32_t last = port->nPortType == 0 ? port->nPortStart : port->nPortEnd;
             for (uint32_t p = port->nPortStart; p <= last; ++p) {
-                told[p] = true;
+                listed[p] = true;
             }
         }
         TAVOServiceConfPortsFree(conflicts);
         std::vector<bool> both(60);
         std::transform(asked.begin(), asked.end(), declared.begin(), both.begin(),
                        [](bool a, bool b) { return a && b; });
-        ASSERT_EQ(told, both) << query << " against " << declaration;
+        ASSERT_EQ(listed, both) << query << " against " << declaration;
         ASSERT_EQ(result, std::count(both.begin(), both.end(), true) > 0 ? 1 : 0);
     }
 }

@@ -89,7 +89,7 @@ TEST_F(ConfPortConflict, NeedsPortsInEverySection) {
     EXPECT_THAT(Messages(), ElementsAre("szTmpString is NULL[0x0D00 "
                                         "service_is_port_conflict.cpp:N]"));
     EXPECT_EQ(AskFile("[a]\ndst.ports=\"23/tcp\"\n[global]\nversion=\"1\"\n"), 1)
-        << "what collides before that is told";
+        << "earlier conflicts are reported";
 }
 
 TEST_F(ConfPortConflict, TakesAnEmptyPortsKey) {

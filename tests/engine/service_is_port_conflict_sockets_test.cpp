@@ -30,7 +30,7 @@ TEST_F(SocketsInUse, CollideOverEachFamilyAndProtocol) {
         EXPECT_EQ(AskSockets("7001", "TCP UDP"), 1);
     }
     EXPECT_EQ(AskSockets("7000:7001", "tcp,udp"), 0) << "they are closed by now";
-    EXPECT_EQ(conflicts_, nullptr) << "which port it is, is not told";
+    EXPECT_EQ(conflicts_, nullptr) << "the port is not listed";
 }
 
 TEST_F(SocketsInUse, CollideInsideARangeInAnyOrder) {

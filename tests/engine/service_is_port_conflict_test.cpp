@@ -48,9 +48,9 @@ TEST_F(PortConflict, CountsPort412AsTakenWhateverIsAsked) {
     for (int flags = 1; flags <= 31; ++flags) {
         EXPECT_EQ(Ask("412", "tcp", flags), 1) << flags;
     }
-    EXPECT_EQ(Ask("80 412", "tcp", 1), 1) << "behind a blank";
-    EXPECT_EQ(Ask("80,412,443", "udp", 1), 1) << "behind a comma";
-    EXPECT_EQ(conflicts_, nullptr) << "nothing is told of it";
+    EXPECT_EQ(Ask("80 412", "tcp", 1), 1) << "after a blank";
+    EXPECT_EQ(Ask("80,412,443", "udp", 1), 1) << "after a comma";
+    EXPECT_EQ(conflicts_, nullptr) << "it is not listed";
 }
 
 TEST_F(PortConflict, CountsPort412AsTakenByThatNameOnly) {

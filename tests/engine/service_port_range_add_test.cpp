@@ -147,7 +147,7 @@ TEST_F(PortRangeAdd, TakesAny32BitValue) {
     EXPECT_THAT(set.Nodes(), ElementsAre(Node(65535, 70000), Node(kHighest - 1, kHighest - 1)));
 }
 
-TEST_F(PortRangeAdd, LeavesBehindARangeThatEndsAtTheHighestValue) {
+TEST_F(PortRangeAdd, PutsARangeAfterOneThatEndsAtTheHighestValue) {
     const Set set({{10, kHighest}});
     set.Add(20);
     EXPECT_THAT(set.Nodes(), ElementsAre(Node(10, kHighest), Node(20, 20)));
@@ -156,7 +156,7 @@ TEST_F(PortRangeAdd, LeavesBehindARangeThatEndsAtTheHighestValue) {
     EXPECT_THAT(from_zero.Nodes(), ElementsAre(Node(0, 0), Node(10, kHighest)));
 }
 
-TEST_F(PortRangeAdd, ReachesNothingBehindTheHighestValue) {
+TEST_F(PortRangeAdd, ReachesNothingAfterTheHighestValue) {
     const Set set({{10, 20}});
     set.Add(3, kHighest);
     EXPECT_THAT(set.Nodes(), ElementsAre(Node(3, kHighest), Node(10, 20)));

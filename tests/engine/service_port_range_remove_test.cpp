@@ -102,7 +102,7 @@ TEST_F(PortRangeRemove, TakesBoundsInTheWrongOrderAsTheyAre) {
     EXPECT_THAT(set.Nodes(), ElementsAre(Node(10, 14), Node(13, 20, 0)));
 }
 
-TEST_F(PortRangeRemove, GoesOnBehindAPieceThatItKept) {
+TEST_F(PortRangeRemove, ContinuesAfterAPieceThatItKept) {
     const Set set({{10, 20}, {10, 30}});
     EXPECT_EQ(set.Remove(5, 15), 0);
     EXPECT_THAT(set.Nodes(), ElementsAre(Node(16, 20, 0), Node(16, 30, 0)));

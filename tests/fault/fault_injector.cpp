@@ -138,7 +138,7 @@ int main(int argc, char **argv) {
         seccomp_rule_add(program.filter, SCMP_ACT_NOTIFY, fault.call, 0) != 0) {
         Fail("the filter cannot be built");
     }
-    // What the program leaves behind also waits at its calls.
+    // Children that outlive the program also wait at their calls.
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t started = Start(&program);
     const int calls = seccomp_notify_fd(program.filter);

@@ -50,7 +50,7 @@ TEST(FaultInjector, SparesThePrograms) {
     EXPECT_EQ(result.out, "child\nsubshell\n");
 }
 
-TEST(FaultInjector, WaitsForWhatTheProgramLeavesBehind) {
+TEST(FaultInjector, WaitsForTheChildrenOfTheProgram) {
     const ProgramResult result = Inject("write", "1", "SIGKILL", "(sleep 0.2; echo late) & echo 1");
     EXPECT_EQ(result.out, "late\n");
     EXPECT_EQ(result.status, 128 + 9);

@@ -130,7 +130,7 @@ struct Notification {
         }
     }
 
-    int Tell() const {
+    int Notify() const {
         if (removal) {
             const TAVO_SERVICE_CONF_REMOVE_NOTIFY notify = {old_path.c_str(), firewall, forwarding};
             return TLIBServiceConfRemoveServNotify(&notify);
@@ -169,10 +169,10 @@ Records Expected(const Notification &notification) {
     if (notification.removal) {
         records["PORT_CONFIG_CONTENT"] = TextAt(notification.old_path);
     } else if (notification.forwarding) {
-        const bool told = !notification.old_path.empty() && !notification.new_path.empty() &&
-                          IsTold(notification.old_path) && IsTold(notification.new_path);
-        records["OLD_PORT_CONFIG_CONTENT"] = told ? TextAt(notification.old_path) : "";
-        records["NEW_PORT_CONFIG_CONTENT"] = told ? TextAt(notification.new_path) : "";
+        const bool notified = !notification.old_path.empty() && !notification.new_path.empty() &&
+                              IsTold(notification.old_path) && IsTold(notification.new_path);
+        records["OLD_PORT_CONFIG_CONTENT"] = notified ? TextAt(notification.old_path) : "";
+        records["NEW_PORT_CONFIG_CONTENT"] = notified ? TextAt(notification.new_path) : "";
     }
     if (notification.forwarding) {
         records["NOTIFY_PF"] = "1";
@@ -191,7 +191,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const Notification notification({reinterpret_cast<const char *>(data), size});
     notification.Place();
     g_calls = 0;
-    Require(notification.Tell() == 0);
+    Require(notification.Notify() == 0);
     Require(g_calls == 1);
     Require(g_action == (notification.removal ? "port_config/remove" : "port_config/update"));
     Require(g_records == Expected(notification));

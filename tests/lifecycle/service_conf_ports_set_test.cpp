@@ -280,7 +280,7 @@ TEST_F(PortsSet, FailsWithoutALineWhenTheKeyCannotBeSet) {
     ExpectUnchanged({});
 }
 
-TEST_F(PortsSet, SwallowsThatNobodyCanBeTold) {
+TEST_F(PortsSet, IgnoresThatNoListenerCanBeNotified) {
     param_.nCheckFlags |= TAVO_PORT_CHECK_PORT_FORWARD;
     param_.nRestartMode = TAVO_RESTART_MODE_RESTART;
     SetExitStatus("tavoroutertool", "3");

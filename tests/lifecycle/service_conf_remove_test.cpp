@@ -58,12 +58,12 @@ TEST_F(ServiceConfRemove, HasTwoNames) {
     EXPECT_EQ(&TLIBServiceConfRemoveBaseName, &TAVOServiceConfRemoveBaseName);
 }
 
-TEST_F(ServiceConfRemove, CopiesAndRemovesTheFileAndTellsItsContent) {
+TEST_F(ServiceConfRemove, CopiesAndRemovesTheFileAndSendsItsContent) {
     ActivateRelayDaemon();
     Programs programs;
     programs.Before("/bin/systemctl", [&] {
         EXPECT_THAT(Entries(kPackageServices), IsEmpty());
-        EXPECT_THAT(InTmp(), ElementsAre(BackupName())) << "it stays until all were told";
+        EXPECT_THAT(InTmp(), ElementsAre(BackupName())) << "it is kept until all are notified";
         EXPECT_EQ(StateOf("/tmp/" + BackupName()).mode & 07777, 0600U);
     });
     EXPECT_EQ(Remove(RemovalParam(TAVO_PORT_CHECK_FW_SERVICE | TAVO_PORT_CHECK_PORT_FORWARD)), 0);
@@ -293,7 +293,7 @@ TEST_F(ServiceConfRemove, SaysThatTheFileCannotBeRemoved) {
     EXPECT_THAT(Calls(), IsEmpty());
 }
 
-TEST_F(ServiceConfRemove, StandsWhenNobodyCanBeTold) {
+TEST_F(ServiceConfRemove, IsKeptWhenNoListenerCanBeNotified) {
     SetExitStatus("portforward", "1");
     EXPECT_EQ(Remove(RemovalParam(7)), 0);
     EXPECT_THAT(Messages(), ElementsAre("FAILED to invoke plugins"));
@@ -305,7 +305,7 @@ TEST_F(ServiceConfRemove, StandsWhenNobodyCanBeTold) {
     EXPECT_FALSE(std::filesystem::exists(kGameFile));
 }
 
-TEST_F(ServiceConfRemove, ByItsNameTellsEverybody) {
+TEST_F(ServiceConfRemove, ByItsNameNotifiesEveryListener) {
     const Programs programs;
     EXPECT_EQ(TAVOServiceConfRemoveBaseName("game.sc", 2), 0);
     EXPECT_FALSE(std::filesystem::exists(kGameFile));

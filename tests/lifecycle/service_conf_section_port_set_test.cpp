@@ -75,7 +75,7 @@ TEST_F(SectionPortSet, SetsTheOneKeyWithoutQuotesAndReloadsTheFirewall) {
 }
 
 // The file is found by an error of its verification, which sets the error state.
-TEST_F(SectionPortSet, LeavesTheErrorBehindByWhichItFoundTheFile) {
+TEST_F(SectionPortSet, LeavesTheErrorOfLookingForTheFile) {
     EXPECT_EQ(Set(), 0);
     EXPECT_EQ(ErrorState(), kFoundThere);
 }

@@ -126,7 +126,7 @@ TEST_F(SectionRemoval, TakesWhatIsNotThereForRemoved) {
     EXPECT_THAT(Entries(kPackageServices), ElementsAre("chat.sc"));
 }
 
-TEST_F(SectionRemoval, StandsWhereTheEmptiedFileCannotBeDeleted) {
+TEST_F(SectionRemoval, IsKeptWhereTheEmptiedFileCannotBeDeleted) {
     WriteFile(kGameFile, kGame);
     const Failing removal("unlink", kGameFile, EIO);
     EXPECT_EQ(Remove(RemovalParam()), 0);
@@ -274,7 +274,7 @@ TEST_F(SectionRemoval, BringsEverythingBackWhereTheFirewallToolCannotBeRun) {
         << "no restart";
 }
 
-TEST_F(SectionRemoval, NeedsTheFirewallToolOnlyForWhatItTellsIt) {
+TEST_F(SectionRemoval, NeedsTheFirewallToolOnlyToNotifyIt) {
     std::filesystem::remove(kFirewallTool);
     const Lines before = AllStores();
     EXPECT_EQ(Remove(RemovalParam(5)), -1);
@@ -421,7 +421,7 @@ TEST_F(SectionRemoval, HasNoWayBackFromALocationThatIsNotExact) {
     EXPECT_THAT(programs.Run(), IsEmpty());
 }
 
-TEST_F(SectionRemoval, StandsWhereTheCopiesCannotBeDeleted) {
+TEST_F(SectionRemoval, IsKeptWhereTheCopiesCannotBeDeleted) {
     std::filesystem::remove("/bin/rm");
     EXPECT_EQ(Remove(RemovalParam(6)), 0);
     EXPECT_EQ(ReadFile(kGameFile), kOther);

@@ -50,7 +50,7 @@ TEST_F(ServRestart, LeavesARelayDaemonAloneThatDoesNotRun) {
     EXPECT_THAT(Calls(), ElementsAre(kRelayAsked));
 }
 
-TEST_F(ServRestart, LeavesARelayDaemonAloneOfWhichNothingCanBeTold) {
+TEST_F(ServRestart, LeavesARelayDaemonOfUnknownStateAlone) {
     ActivateRelayDaemon();
     Programs programs;
     programs.Answer("/bin/systemctl", -1);

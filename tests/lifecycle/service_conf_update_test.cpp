@@ -89,7 +89,7 @@ TEST_F(ServiceConfUpdate, OfTheSystemsFilesToo) {
     EXPECT_THAT(Entries(kPackageServices), IsEmpty());
 }
 
-TEST_F(ServiceConfUpdate, KeepsTheOldContentForItselfUntilAllWereTold) {
+TEST_F(ServiceConfUpdate, KeepsTheOldContentUntilAllAreNotified) {
     WriteFile(kGameFile, kGame);
     std::filesystem::permissions(kGameFile, std::filesystem::perms{0644});
     WriteScript(kPlugin, "stat -c %a " + std::string(kBackup) + " > /run/mode\n" + "cat " +
@@ -347,7 +347,7 @@ TEST_F(ServiceConfUpdate, WritesThroughNoLinkAndNoFileThatWasThere) {
     std::filesystem::remove(kBackup);
 }
 
-TEST_F(ServiceConfUpdate, StaysInPlaceWhenNobodyCanBeTold) {
+TEST_F(ServiceConfUpdate, StaysInPlaceWhenNoListenerCanBeNotified) {
     WriteFile(kGameFile, kGame);
     SetExitStatus("portforward", "1");
     EXPECT_EQ(Update(Source(kNewGame)), 0);

@@ -49,7 +49,7 @@ TEST_F(ConfGet, ReadsTheServicesLastOneFirst) {
     EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(ConfGet, ReadsTheKeysOfGlobalWhereverItStands) {
+TEST_F(ConfGet, ReadsTheKeysOfGlobalInAnyPlace) {
     ASSERT_EQ(Read(Service("one") + "[global]\nsupport_key=\"supportweb\"\nrun_key=runweb\n"), 0);
     EXPECT_EQ(list_->nVersion, 1);
     EXPECT_STREQ(list_->szSupportKey, "supportweb");

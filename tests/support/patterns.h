@@ -27,7 +27,7 @@ std::optional<Groups> FirstMatch(std::string_view text, std::string_view pattern
 // All matches that do not overlap, in the order of the text.
 std::vector<Groups> AllMatches(std::string_view text, std::string_view pattern);
 
-// Replaces all matches; $1 stands for the text of the first group.
+// Replaces all matches; $1 is the text of the first group.
 std::string ReplaceMatches(std::string_view text, std::string_view pattern,
                            const std::string &replacement);
 

@@ -138,7 +138,7 @@ const char *Question(const char *skip, const char *ports, const char *protocols,
 }
 
 // "PATH NOTIFY_FW NOTIFY_PF", also in static memory; "" without a record.
-const char *Told(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify) {
+const char *RecordText(const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify) {
     static char text[4096];
     if (notify == nullptr) {
         return "";
@@ -245,7 +245,7 @@ MAY_FAIL(g_failure.result, int, TLIBIsConfPortConflict, file,
          (const char *file, TAVO_SERVICE_CONF_PORT **conflicts), (file, conflicts))
 MAY_FAIL(-1, int, TLIBServiceConfUpdateServNotify, "", (const TAVO_SERVICE_CONF_NOTIFY *notify),
          (notify))
-MAY_FAIL(-1, int, TLIBServiceConfRemoveServNotify, Told(notify),
+MAY_FAIL(-1, int, TLIBServiceConfRemoveServNotify, RecordText(notify),
          (const TAVO_SERVICE_CONF_REMOVE_NOTIFY *notify), (notify))
 
 MAY_FAIL(nullptr, TLIBCDList *, TAVOConfPortConflictResultListAlloc, "", (void), ())

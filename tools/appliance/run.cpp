@@ -1,6 +1,6 @@
 // The launcher stays outside as the parent of bubblewrap: it receives the system log, forwards
 // signals to the command, and removes the tree when the last process inside has ended. Only
-// SIGKILL, which cannot be handled, leaves the tree behind; the processes inside then end as well.
+// SIGKILL, which cannot be handled, leaves the tree; the processes inside then end as well.
 #include "run.h"
 
 #include <poll.h>

@@ -70,7 +70,7 @@ TEST(Ended, TakesTheProcessesInTheBackgroundWithIt) {
     EXPECT_THAT(run.Folders(), IsEmpty());
 }
 
-TEST(Ended, LeavesNothingBehind) {
+TEST(Ended, LeavesNothing) {
     const TemporaryFolder folder;
     for (const char *script :
          {"true", "exit 3", "kill -KILL $$", "mkdir -p /tmp/a/b; chmod 0 /tmp/a",
@@ -80,7 +80,7 @@ TEST(Ended, LeavesNothingBehind) {
     }
 }
 
-TEST(Ended, LeavesNothingBehindWhenTheCommandIsMissing) {
+TEST(Ended, LeavesNothingWhenTheCommandIsMissing) {
     const TemporaryFolder folder;
     const ProgramResult result =
         RunLauncher({"run", "--", "no-such-command"}, {"TMPDIR=" + folder.Path()});

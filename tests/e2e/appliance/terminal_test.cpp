@@ -91,7 +91,7 @@ TEST(Terminal, SendsAnInterruptToTheCommand) {
     EXPECT_EQ(terminal.Wait(), 5);
 }
 
-TEST(Terminal, AloneTellsWhomAnInterruptReaches) {
+TEST(Terminal, DecidesAloneWhomAnInterruptReaches) {
     // A command in its own process group is in the background. The interrupt is not meant for it,
     // so the launcher, which receives it, must not forward it.
     Terminal terminal({"perl", "-e", SignalTeller("setpgrp(0, 0);")});

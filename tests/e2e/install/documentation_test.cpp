@@ -37,7 +37,7 @@ TEST(Documentation, LinksLeadSomewhere) {
     EXPECT_GT(links, 5);
 }
 
-TEST(Documentation, ServiceFilePageTellsEveryRuleOfLint) {
+TEST(Documentation, ServiceFilePageExplainsEveryRuleOfLint) {
     const std::string page = ReadFile(kSource / "docs/service-files.md");
     for (const LintRule &rule : kLintRules) {
         EXPECT_THAT(page, HasSubstr("`" + std::string(rule.name) + "`"));

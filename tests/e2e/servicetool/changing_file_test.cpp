@@ -34,7 +34,8 @@ class ChangingFile : public testing::Test {
     }
 
     // Returns the result of TellOmissions; the report is in `reported_`.
-    bool Tell(const std::vector<std::string> &names = {}, Severity severity = Severity::kError) {
+    bool ReportOmissions(const std::vector<std::string> &names = {},
+                         Severity severity = Severity::kError) {
         Report report(false);
         testing::internal::CaptureStderr();
         const bool any_error = TellOmissions(ExplainOmissions(read_, names, severity), report);
@@ -43,7 +44,7 @@ class ChangingFile : public testing::Test {
     }
 
     void ExpectChanged(const std::vector<std::string> &names = {}) {
-        EXPECT_TRUE(Tell(names));
+        EXPECT_TRUE(ReportOmissions(names));
         EXPECT_EQ(reported_, path_ + ": error: changed while it was read [unreadable]\n");
     }
 
@@ -79,7 +80,7 @@ TEST_F(ChangingFile, IsNotBlamedForOtherMistakes) {
 // It may contain any service, whatever the caller looks for.
 TEST_F(ChangingFile, MayContainEveryName) {
     Read(std::string(kGood) + kBad);
-    EXPECT_FALSE(Tell({"other"}));
+    EXPECT_FALSE(ReportOmissions({"other"}));
     EXPECT_EQ(reported_, "");
     folder_.Write("a.sc", kGood);
     ExpectChanged({"other"});
@@ -88,14 +89,14 @@ TEST_F(ChangingFile, MayContainEveryName) {
 TEST_F(ChangingFile, IsAnErrorOfItsOwnOnlyIfNothingWasRead) {
     Read(std::string(kGood) + kBad);
     std::filesystem::remove(path_);
-    EXPECT_FALSE(Tell({}, Severity::kWarning));
+    EXPECT_FALSE(ReportOmissions({}, Severity::kWarning));
     EXPECT_EQ(reported_, path_ + ": warning: no such file or directory [unreadable]\n");
     read_ = {};
     Read(kBad);
-    EXPECT_FALSE(Tell({}, Severity::kWarning));
+    EXPECT_FALSE(ReportOmissions({}, Severity::kWarning));
     EXPECT_THAT(reported_, HasSubstr(":1:2: warning: not read as a service file: section [bad]"));
     std::filesystem::remove(path_);
-    EXPECT_TRUE(Tell({}, Severity::kWarning));
+    EXPECT_TRUE(ReportOmissions({}, Severity::kWarning));
     EXPECT_EQ(reported_, path_ + ": error: no such file or directory [unreadable]\n");
 }
 
@@ -130,7 +131,7 @@ TEST_F(ChangingFile, IsReadAgainUntilItRests) {
 
 TEST_F(ChangingFile, WithANameThatTheLibraryCutsIsNone) {
     Read("[" + std::string(300, 'x') + "]\n" + (kGood + 7) + kBad);
-    EXPECT_TRUE(Tell());
+    EXPECT_TRUE(ReportOmissions());
     EXPECT_THAT(reported_, HasSubstr("section [bad] is left out: it has no key [empty-section]"));
 }
 

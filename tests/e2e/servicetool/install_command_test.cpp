@@ -50,7 +50,7 @@ class InstallCommand : public ChangeWorld {
     }
 };
 
-TEST_F(InstallCommand, PutsAFileIntoTheFolderOfPackagesAndTellsOfIt) {
+TEST_F(InstallCommand, PutsAFileIntoTheFolderOfPackagesAndReportsIt) {
     chmod("notes.sc", 0640);
     ExpectRun(ServiceTool({"install", "notes.sc"}), 0,
               kPath + ": install notes.sc\n" + kPlan + InstallDiff(kPath) + kPath +

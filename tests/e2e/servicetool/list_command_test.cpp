@@ -81,7 +81,7 @@ TEST_F(ServiceFolders, ListTakesAMissingFolderAsEmpty) {
     EXPECT_EQ(result.status, 0);
 }
 
-TEST_F(ServiceFolders, ListTellsAFolderThatCannotBeListed) {
+TEST_F(ServiceFolders, ListReportsAFolderThatCannotBeListed) {
     WriteFile(kSystem + "a.sc", Section("sys", "1"));
     std::filesystem::remove_all(kPackage);
     WriteFile("/usr/local/etc/services.d", "no folder");

@@ -129,7 +129,7 @@ TEST(PortMap, EndsEachRowWithoutColour) {
               "    0 \x1b[34m" + std::string(64, 'd') + std::string(kPlain));
 }
 
-TEST(PortMap, HasALegendThatTellsHowManyPortsACellHas) {
+TEST(PortMap, HasALegendWithTheNumberOfPortsOfACell) {
     EXPECT_EQ(MapLegend(kShape, 80, false),
               "64 ports a sign: . free, d declared, h held, B both among them, ! in conflict\n");
     EXPECT_EQ(WithoutColour(MapLegend(kShape, 80, true)),

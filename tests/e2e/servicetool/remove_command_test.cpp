@@ -26,7 +26,7 @@ class RemoveCommand : public ChangeWorld {
     }
 };
 
-TEST_F(RemoveCommand, RemovesTheFileAndTellsOfIt) {
+TEST_F(RemoveCommand, RemovesTheFileAndReportsIt) {
     WriteFile(kPackage + "other.sc", kNotesAndWiki);
     ExpectRun(ServiceTool({"remove", "notes.sc"}), 0,
               kRemovePlan + kPath + ": removed\n" + kNotified);

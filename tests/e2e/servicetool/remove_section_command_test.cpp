@@ -50,7 +50,7 @@ class RemoveSectionCommand : public ChangeWorld {
     }
 };
 
-TEST_F(RemoveSectionCommand, TakesTheSectionOutAndTellsOfIt) {
+TEST_F(RemoveSectionCommand, RemovesTheSectionAndReportsIt) {
     ExpectRun(ServiceTool(Remove("--dry-run")), 0, kRemovePlan + kDryRun);
     EXPECT_EQ(ReadFile(kPath), kKeptAndNotes);
     EXPECT_EQ(Calls(), "");

@@ -101,7 +101,7 @@ TEST_F(ServiceFolders, ServicesOfOneNameAreAllShown) {
               "ssh  yes  no   2223/tcp,udp  package/a.sc  Third\n");
 }
 
-TEST_F(ServiceFolders, ServicesTellsANameThatThereIsNot) {
+TEST_F(ServiceFolders, ServicesReportsAnUnknownName) {
     WriteFile(kSystem + "a.sc", Section("web", "80"));
     const ProgramResult result =
         ServiceTool({"services", "--no-legend", "SSH", "web", "nosuch", "\x1b[2J"});
@@ -149,7 +149,7 @@ TEST_F(ServiceFolders, ServicesThatLookAlikeKeepTheirOwnFileAndSupport) {
               "web  no   no  80/tcp,udp  package/a.sc  T\n");
 }
 
-TEST_F(ServiceFolders, ServicesTellsWhatIsLeftOut) {
+TEST_F(ServiceFolders, ServicesReportsWhatIsLeftOut) {
     WriteFile(kSystem + "a.sc", "[empty]\n" + Section("good", "1"));
     WriteFile(kSystem + "bad.sc", Section("bad", "1,x"));
     std::filesystem::create_symlink("/tmp", kSystem + "to-folder");
@@ -187,7 +187,7 @@ TEST_F(ServiceFolders, ServicesByNameMindWhatMayHoldTheName) {
     EXPECT_EQ(ServicesNamed("good").err, kSystem + "to-folder: error: is a folder [unreadable]\n");
 }
 
-TEST_F(ServiceFolders, ServicesTellsAFolderThatCannotBeListed) {
+TEST_F(ServiceFolders, ServicesReportsAFolderThatCannotBeListed) {
     WriteFile(kSystem + "a.sc", Section("sys", "1"));
     std::filesystem::remove_all(kPackage);
     EXPECT_EQ(ServicesNamed("sys").status, 0);
@@ -213,7 +213,7 @@ TEST_F(ServiceFolders, ServicesShowsThoseOfAFileThatIsTooLargeForLint) {
     EXPECT_EQ(result.status, 0);
 }
 
-TEST_F(ServiceFolders, ServicesTellsABuiltInOneWhoseSettingsCannotBeRead) {
+TEST_F(ServiceFolders, ServicesReportsABuiltInOneWhoseSettingsCannotBeRead) {
     std::filesystem::remove(kNfsSettings);
     std::filesystem::create_directory(kNfsSettings);
     std::filesystem::remove(kSettings);
@@ -232,7 +232,7 @@ TEST_F(ServiceFolders, ServicesTellsABuiltInOneWhoseSettingsCannotBeRead) {
     EXPECT_EQ(result.status, 3);
 }
 
-TEST_F(ServiceFolders, ServicesTellsABuiltInOneWhoseSettingsSayNoPort) {
+TEST_F(ServiceFolders, ServicesReportsABuiltInOneWhoseSettingsSayNoPort) {
     WriteFile("/etc/ssh/sshd_config", "Port nonsense\n");
     WriteFile(kNfsSettings, "nfs_custom_port_enable=\"yes\"\nstatd_port=\"4000\"\n");
     const ProgramResult result = ServiceTool({"services", "--no-legend", "ssh", "nfs", "telnet"});
@@ -258,7 +258,7 @@ TEST_F(ServiceFolders, ServicesOfAFileDoNotPassForABuiltInOneThatIsLeftOut) {
     EXPECT_EQ(result.status, 3);
 }
 
-TEST_F(ServiceFolders, ServicesTellsASettingThatIsNoPort) {
+TEST_F(ServiceFolders, ServicesReportsASettingThatIsNoPort) {
     WriteFile(kNfsSettings,
               "nfs_custom_port_enable=\"yes\"\nstatd_port=\"x\x1b[2J\"\nnlm_port=\"70000\"\n");
     const ProgramResult result = ServicesNamed("nfs");

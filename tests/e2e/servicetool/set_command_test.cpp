@@ -150,7 +150,7 @@ TEST_F(SetCommand, KeepsReferencesAndPortForwardingThatAreNotGiven) {
               "dst.ports=\"8700/tcp\"\nsrc.ports=\"1024/tcp\"\n");
 }
 
-TEST_F(SetCommand, MendsASectionInAFileThatIsBrokenElsewhere) {
+TEST_F(SetCommand, RepairsASectionOfAFileThatIsBrokenElsewhere) {
     WriteFile(kPath, "[a]\ntitle=T\n[b]\ntitle=T\ndesc=D\ndst.ports=8765/tcp\n");
     const ProgramResult result = ServiceTool({"set", kName, "b", "--title", "Z"});
     EXPECT_EQ(result.status, 0) << result.err;

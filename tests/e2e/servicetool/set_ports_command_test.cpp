@@ -29,7 +29,7 @@ std::string Diff(const std::string &line) {
            line + "\n [other]\n title=\"T\"\n desc=\"D\"\n";
 }
 
-TEST_F(SetPortsCommand, ReplacesThePortsAndTellsOfIt) {
+TEST_F(SetPortsCommand, ReplacesThePortsAndReportsIt) {
     const std::string plan =
         kPath + ": set dst.ports of section [notes]\nwill notify: " + kSectionListeners +
         Diff("dst.ports=8766,9000:9010/tcp,udp");

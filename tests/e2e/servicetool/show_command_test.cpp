@@ -176,7 +176,7 @@ TEST_F(ServiceFolders, ShowPrefersAServiceToAFileOfItsName) {
     EXPECT_THAT(ShowIn(folder.Path(), "./web").out, HasSubstr("Service:           here\n"));
 }
 
-TEST_F(ServiceFolders, ShowTellsWhyAFileOfThatNameCannotBeRead) {
+TEST_F(ServiceFolders, ShowReportsWhyAFileOfThatNameCannotBeRead) {
     TemporaryFolder folder;
     std::filesystem::create_symlink("nothing", folder / "dangling");
     std::filesystem::create_symlink("loop", folder / "loop");
@@ -274,7 +274,7 @@ TEST_F(ServiceFolders, ShowOfABadFileSaysWhatIsMissing) {
     EXPECT_EQ(none.err, "/no/file: error: no such file or directory [unreadable]\n");
 }
 
-TEST_F(ServiceFolders, ShowTellsReferencesWithEmptyPartsFromNone) {
+TEST_F(ServiceFolders, ShowDistinguishesReferencesWithEmptyPartsFromNone) {
     const std::string text = Section("a", "1") + "title_key=src::\ndesc_key=:key\n";
     EXPECT_THAT(
         ServiceTool({"show", "-"}, text).out,

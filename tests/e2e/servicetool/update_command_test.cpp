@@ -39,7 +39,7 @@ class UpdateCommand : public ChangeWorld {
     }
 };
 
-TEST_F(UpdateCommand, ReplacesTheFileAndTellsOfBothTexts) {
+TEST_F(UpdateCommand, ReplacesTheFileAndNotifiesOfBothTexts) {
     chmod("notes.sc", 0600);
     ExpectRun(ServiceTool({"update", "notes.sc"}), 0,
               kPath + ": replace by notes.sc\n" + kPlan + UpdateDiff(kPath) + kPath +
@@ -123,7 +123,7 @@ TEST_F(UpdateCommand, DoesNotCollideWithWhatItReplaces) {
     EXPECT_EQ(ReadFile(kPath), swapped);
 }
 
-TEST_F(UpdateCommand, MendsAFileThatCannotBeRead) {
+TEST_F(UpdateCommand, ReplacesAFileWithoutAReadableService) {
     WriteFile(kPath, "broken\n");
     EXPECT_EQ(ServiceTool({"update", "notes.sc"}).status, 0);
     EXPECT_EQ(ReadFile(kPath), kNew);

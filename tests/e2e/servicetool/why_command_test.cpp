@@ -533,7 +533,7 @@ TEST_F(WhyCommand, CannotTellWithoutTheTablesOfSockets) {
 }
 
 // Like a TCP socket that is bound but does not listen yet.
-TEST_F(WhyCommand, KnowsOfASocketThatStandsInNoTable) {
+TEST_F(WhyCommand, FindsASocketThatIsInNoTable) {
     WriteFile(kPackage + "a.sc", Section("a", "8081/tcp"));
     const TemporaryFolder tables;
     tables.Write("tcp", "header\n");

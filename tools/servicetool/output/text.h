@@ -40,7 +40,7 @@ std::string Escaped(std::string_view text);
 // The width of an escaped text in columns of a terminal.
 std::size_t DisplayWidth(std::string_view escaped);
 
-// Stands for the part of a text that is cut off.
+// Marks the part of a text that is cut off.
 inline constexpr std::string_view kCut = "...";
 
 // Ends a coloured text on a terminal.
