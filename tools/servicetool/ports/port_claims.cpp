@@ -215,11 +215,15 @@ void AddBound(std::vector<PortAccount> &accounts, Report &report) {
 }
 
 void FindHolders(PortAccount &account) {
-    const bool listened_to = account.IsListenedTo();
-    bool all_known = !account.HasUnknownHolder();
+    account.has_unknown_holder =
+        std::ranges::count(account.held, nullptr, &PortClaim::process) != 0;
+    account.is_listened_to = std::ranges::any_of(account.held, [](const PortClaim *socket) {
+        return socket->process != nullptr && socket->Listens();
+    });
+    bool all_known = !account.has_unknown_holder;
     std::set<const HoldingProcess *> known;
     for (const PortClaim *socket : account.held) {
-        if (socket->process == nullptr || (listened_to && !socket->Listens()) ||
+        if (socket->process == nullptr || (account.is_listened_to && !socket->Listens()) ||
             !known.insert(socket->process).second) {
             continue;
         }
@@ -318,16 +322,6 @@ PortVerdict PortAccount::Verdict() const {
         return PortVerdict::kTaken;
     }
     return failed == 0 && held.empty() ? PortVerdict::kFree : PortVerdict::kUnknown;
-}
-
-bool PortAccount::HasUnknownHolder() const {
-    return std::ranges::count(held, nullptr, &PortClaim::process) != 0;
-}
-
-bool PortAccount::IsListenedTo() const {
-    return std::ranges::any_of(held, [](const PortClaim *socket) {
-        return socket->process != nullptr && socket->Listens();
-    });
 }
 
 std::vector<PortAccount> AccountsOf(const std::vector<PortTarget> &targets, const PortClaims &all,
