@@ -84,7 +84,7 @@ void AddSystemPort(const SystemPort &row, const PortQuery &query, PortSources &s
 void ReadDeclaredPorts(const PortQuery &query, int flags, Report &report, PortClaims &all) {
     PortSources sources(flags, report);
     all.declared = std::make_unique<PortConflicts>();
-    all.failed = sources.Find({{query, {}}}, *all.declared).front();
+    all.failed = sources.Find({{query, {}}}, *all.declared).front().failed;
     all.claims.reserve(std::size(kProtocols) * all.declared->Taken().size());
     for (const TakenPorts &taken : all.declared->Taken()) {
         if (taken.source != TAVO_PORT_CHECK_DEFAULT) {
@@ -258,12 +258,7 @@ PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report) {
         ReadDeclaredPorts(query, declaring, report, all);
     }
     if ((sources & TAVO_PORT_CHECK_RUNTIME) != 0) {
-        const std::string problem = ReadHeldPorts(all);
-        if (!problem.empty()) {
-            all.failed |= TAVO_PORT_CHECK_RUNTIME;
-            report.TellError("", "unreadable", "the holders of ports are unknown: " + problem, "",
-                             Status::kOk);
-        }
+        ReadHeldPorts(report, all);
     }
     SortWithoutDuplicates(all.claims, [](const PortClaim &a, const PortClaim &b) {
         const auto order = std::tie(a.range, a.protocol) <=> std::tie(b.range, b.protocol);

@@ -112,9 +112,8 @@ class ClaimsInReach {
 
 // ---- Holders, defined in held_ports.cpp ----
 
-// Appends a claim for each socket and process, and the processes. Returns why they cannot be read,
-// else "".
-std::string ReadHeldPorts(PortClaims &all);
+// Appends a claim for each socket and process, and the processes. Reports a failure.
+void ReadHeldPorts(Report &report, PortClaims &all);
 
 // Whether a process is the program of the service that declares a port.
 //
