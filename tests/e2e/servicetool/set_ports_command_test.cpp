@@ -122,6 +122,14 @@ TEST_F(SetPortsCommand, RefusesWhatIsNotThere) {
     ExpectNothingDone();
 }
 
+// [global] differs from the name only in case, but it is not a service.
+TEST_F(SetPortsCommand, SuggestsOnlyServices) {
+    WriteFile(kPath, "[global]\nversion=\"1\"\n" + kNotesAndOther);
+    ExpectRun(ServiceTool({"set-ports", "notes.sc", "Global", "1"}), 1, "",
+              kPath + ": error: has no section [Global], so nothing was changed [not-found]\n");
+    EXPECT_EQ(Calls(), "");
+}
+
 TEST_F(SetPortsCommand, RefusesASectionThatTheLibraryWouldNotRead) {
     WriteFile(kPath, "[notes]\ntitle=T\n");
     const ProgramResult result = ServiceTool({"set-ports", "notes.sc", "notes", "8765"});

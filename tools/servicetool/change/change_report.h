@@ -35,7 +35,7 @@ struct Change {
 
 class ChangeReport {
   public:
-    // Refers to `change`, of which the caller may still set the ports and the copy.
+    // Refers to `change`. The caller may still set anything but the file and its planned text.
     ChangeReport(const Change &change, Report &report)
         : change_(change),
           report_(report),

@@ -144,7 +144,7 @@ bool FindInstalledFile(int folders, Missing missing, bool dry_run, InstalledFile
             return false;
         }
         if (!file.text) {
-            file.folder = folder;
+            file.location = folder.selector;
             file.path = path;
         }
         if (!contents.absent) {

@@ -36,7 +36,7 @@ std::string ShownDiff(std::string_view diff, bool colour);
 
 struct InstalledFile {
     std::string name;  // without a folder: "chat.sc"
-    ServiceFolder folder{};
+    int location = 0;  // the bit of its folder
     std::string path;
     FileText text;    // nullopt if the file is not installed
     Descriptor lock;  // of changes, unless the change is a dry run

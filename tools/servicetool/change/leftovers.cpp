@@ -187,14 +187,15 @@ std::vector<std::string> PartsOf(const std::string &folder, const std::string &s
     return names;
 }
 
-// Whether mv was killed while it was writing the original, which is then shorter than its copy. mv
-// writes files only across file systems; otherwise sizes differ because the store was changed.
-bool IsCut(const struct stat &original, const struct stat &copy) {
+// Whether the original of a file is missing or empty, or mv was killed while it was writing it.
+// Then it is shorter than its copy. mv writes files only across file systems; otherwise sizes
+// differ because the store was changed.
+bool HoldsMore(const struct stat &copy, const std::optional<struct stat> &original) {
     if (!S_ISREG(copy.st_mode) || copy.st_size == 0) {
         return false;
     }
-    return original.st_size == 0 ||
-           (original.st_dev != copy.st_dev && original.st_size < copy.st_size);
+    return !original || original->st_size == 0 ||
+           (original->st_dev != copy.st_dev && original->st_size < copy.st_size);
 }
 
 // Describes something at `inner`, a path in both, that the copy contains and the original does not,
@@ -211,9 +212,8 @@ std::string LossAt(const Leftover &copy, const std::string &inner) {
         return "holds " + inner.substr(1) + ", which " + copy.original + " lacks";
     }
     if (!folder) {
-        const bool more = present ? IsCut(*present, *kept) : kept->st_size > 0;
         const std::string part = whole ? "" : "of " + inner.substr(1) + ' ';
-        return more ? "holds more " + part + "than " + copy.original : "";
+        return HoldsMore(*kept, present) ? "holds more " + part + "than " + copy.original : "";
     }
     const std::string path = copy.path + inner;
     for (const std::string &name : whole ? PartsOf(path, copy.original) : NamesOrThrow(path)) {

@@ -148,7 +148,7 @@ bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &tar
     param.nRestartFlags = TAVO_RESTART_FIREWALL;
     param.nWriteMode = TAVO_WRITE_MODE_SET;
     param.nCheckFlags = kEverySource;
-    param.nLocation = static_cast<std::uint32_t>(change.file.folder.selector);
+    param.nLocation = static_cast<std::uint32_t>(change.file.location);
     CopyText(param.szFileName, change.file.name);
     CopyText(param.szSectionName, change.section);
     if (change.file.text) {

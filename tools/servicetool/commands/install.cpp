@@ -64,11 +64,10 @@ int PlaceAndNotify(const InstalledFile &file, const std::string &source, ChangeO
     TemporaryCopy old;
     int result = -1;
     if (file.text) {
-        result = UpdateFile(name, source.c_str(), file.folder.selector, &conflicts, notify, old,
+        result = UpdateFile(name, source.c_str(), file.location, &conflicts, notify, old,
                             outcome.failure);
     } else {
-        result =
-            InstallFile(name, source.c_str(), file.folder.selector, &conflicts, outcome.failure);
+        result = InstallFile(name, source.c_str(), file.location, &conflicts, outcome.failure);
         CopyText(notify.szOldConfPath, kNoFile);
         CopyText(notify.szNewConfPath, file.path);
         notify.blNotifyFw = 1;

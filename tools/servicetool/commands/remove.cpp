@@ -53,8 +53,7 @@ void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
 }
 
 int RemoveAndNotify(const InstalledFile &file, ChangeOutcome &outcome) {
-    const TAVO_SERVICE_CONF_SET_PARAM param =
-        tavo::RemovalOf(file.name.c_str(), file.folder.selector);
+    const TAVO_SERVICE_CONF_SET_PARAM param = tavo::RemovalOf(file.name.c_str(), file.location);
     TAVO_SERVICE_CONF_REMOVE_NOTIFY notify{};
     TemporaryCopy old;
     if (RemoveFile(&param, notify, old, outcome.failure) < 0) {

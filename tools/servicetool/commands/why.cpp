@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <iterator>
 #include <optional>
 #include <set>
 
@@ -57,10 +56,11 @@ void AddRows(const PortAccount &account, Table &table) {
     if (account.IsReserved()) {
         AddRow(account.target, TAVO_PORT_CHECK_DEFAULT, {"", "", "", "", "always taken"}, table);
     }
-    const std::size_t sockets = std::min(account.held.size(), kMostSockets);
     ClaimList shown = account.declared;
     shown.insert(shown.end(), account.forwarded.begin(), account.forwarded.end());
-    std::copy_n(account.held.begin(), sockets, std::back_inserter(shown));
+    shown.insert(shown.end(), account.held.begin(), account.held.end());
+    const std::size_t more = account.held.size() - std::min(account.held.size(), kMostSockets);
+    shown.resize(shown.size() - more);
     for (const PortClaim *claim : shown) {
         const bool held = claim->IsHeld();
         const std::string name =
@@ -70,7 +70,6 @@ void AddRows(const PortAccount &account, Table &table) {
         AddRow(account.target, claim->source,
                {name, claim->PidText(), claim->Process().user, StateName(*claim), where}, table);
     }
-    const std::size_t more = account.held.size() - sockets;
     if (more != 0) {
         AddRow(account.target, TAVO_PORT_CHECK_RUNTIME,
                {"and " + std::to_string(more) + " more", "", "", "", ""}, table);

@@ -168,13 +168,16 @@ std::string StateName(const PortClaim &claim) {
                                           : "STATE " + std::to_string(claim.state);
 }
 
-std::string ReadHeldPorts(PortClaims &all) {
+void ReadHeldPorts(Report &report, PortClaims &all) {
     HeldSockets read;
     if (!read.Read()) {
         if (read.Code() == TLIBC_ERR_NO_MEMORY) {
             throw std::bad_alloc();
         }
-        return WhyUnread(read);
+        all.failed |= TAVO_PORT_CHECK_RUNTIME;
+        report.TellError("", "unreadable", "the holders of ports are unknown: " + WhyUnread(read),
+                         "", Status::kOk);
+        return;
     }
     for (const HoldingProcessRecord &record : read.Processes()) {
         all.processes.push_back(record.ended ? HoldingProcess{} : ProcessOf(record));
@@ -190,7 +193,6 @@ std::string ReadHeldPorts(PortClaims &all) {
             all.claims.push_back(claim);
         }
     }
-    return {};
 }
 
 std::optional<bool> ProgramsOfServices::Owns(const PortDeclarer &service,

@@ -84,7 +84,7 @@ void AddSystemPort(const SystemPort &row, const PortQuery &query, PortSources &s
 void ReadDeclaredPorts(const PortQuery &query, int flags, Report &report, PortClaims &all) {
     PortSources sources(flags, report);
     all.declared = std::make_unique<PortConflicts>();
-    all.failed = sources.Find({{query, {}}}, *all.declared).front();
+    all.failed = sources.Find({{query, {}}}, *all.declared).front().failed;
     all.claims.reserve(std::size(kProtocols) * all.declared->Taken().size());
     for (const TakenPorts &taken : all.declared->Taken()) {
         if (taken.source != TAVO_PORT_CHECK_DEFAULT) {
@@ -215,11 +215,15 @@ void AddBound(std::vector<PortAccount> &accounts, Report &report) {
 }
 
 void FindHolders(PortAccount &account) {
-    const bool listened_to = account.IsListenedTo();
-    bool all_known = !account.HasUnknownHolder();
+    account.has_unknown_holder =
+        std::ranges::count(account.held, nullptr, &PortClaim::process) != 0;
+    account.is_listened_to = std::ranges::any_of(account.held, [](const PortClaim *socket) {
+        return socket->process != nullptr && socket->Listens();
+    });
+    bool all_known = !account.has_unknown_holder;
     std::set<const HoldingProcess *> known;
     for (const PortClaim *socket : account.held) {
-        if (socket->process == nullptr || (listened_to && !socket->Listens()) ||
+        if (socket->process == nullptr || (account.is_listened_to && !socket->Listens()) ||
             !known.insert(socket->process).second) {
             continue;
         }
@@ -254,12 +258,7 @@ PortClaims ReadPortClaims(const PortQuery &query, int sources, Report &report) {
         ReadDeclaredPorts(query, declaring, report, all);
     }
     if ((sources & TAVO_PORT_CHECK_RUNTIME) != 0) {
-        const std::string problem = ReadHeldPorts(all);
-        if (!problem.empty()) {
-            all.failed |= TAVO_PORT_CHECK_RUNTIME;
-            report.TellError("", "unreadable", "the holders of ports are unknown: " + problem, "",
-                             Status::kOk);
-        }
+        ReadHeldPorts(report, all);
     }
     SortWithoutDuplicates(all.claims, [](const PortClaim &a, const PortClaim &b) {
         const auto order = std::tie(a.range, a.protocol) <=> std::tie(b.range, b.protocol);
@@ -318,16 +317,6 @@ PortVerdict PortAccount::Verdict() const {
         return PortVerdict::kTaken;
     }
     return failed == 0 && held.empty() ? PortVerdict::kFree : PortVerdict::kUnknown;
-}
-
-bool PortAccount::HasUnknownHolder() const {
-    return std::ranges::count(held, nullptr, &PortClaim::process) != 0;
-}
-
-bool PortAccount::IsListenedTo() const {
-    return std::ranges::any_of(held, [](const PortClaim *socket) {
-        return socket->process != nullptr && socket->Listens();
-    });
 }
 
 std::vector<PortAccount> AccountsOf(const std::vector<PortTarget> &targets, const PortClaims &all,

@@ -112,9 +112,8 @@ class ClaimsInReach {
 
 // ---- Holders, defined in held_ports.cpp ----
 
-// Appends a claim for each socket and process, and the processes. Returns why they cannot be read,
-// else "".
-std::string ReadHeldPorts(PortClaims &all);
+// Appends a claim for each socket and process, and the processes. Reports a failure.
+void ReadHeldPorts(Report &report, PortClaims &all);
 
 // Whether a process is the program of the service that declares a port.
 //
@@ -173,6 +172,8 @@ struct PortAccount {
     // these. Strangers are holders that belong to no service that declares the port.
     std::vector<const HoldingProcess *> holders;
     std::vector<const HoldingProcess *> strangers;
+    bool has_unknown_holder = false;  // a process that cannot be inspected
+    bool is_listened_to = false;      // by a known process
 
     // Whether all holders belong to services that declare the port. Empty if the port has no
     // declarer or no holder, or if it is unknown for some holders.
@@ -183,12 +184,6 @@ struct PortAccount {
 
     // kUnknown if no declarer or holder is known, but there may be one.
     PortVerdict Verdict() const;
-
-    // Whether a process that cannot be inspected holds the port.
-    bool HasUnknownHolder() const;
-
-    // Whether a known process listens on the port.
-    bool IsListenedTo() const;
 };
 
 // One account for each target. The targets must be distinct, and the claims those of all sources to

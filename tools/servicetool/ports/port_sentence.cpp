@@ -130,7 +130,7 @@ class Sentence {
             return port + " is free: nobody declares it and nobody listens";
         }
         const std::string doubts = Doubts();
-        if (verdict == PortVerdict::kUnknown && !account_.HasUnknownHolder()) {
+        if (verdict == PortVerdict::kUnknown && !account_.has_unknown_holder) {
             return port + ": " + doubts;
         }
         return port +
@@ -142,13 +142,13 @@ class Sentence {
     bool HasFailed(int sources) const { return (account_.failed & sources) != 0; }
 
     bool MayBeHeld() const {
-        return account_.HasUnknownHolder() || HasFailed(TAVO_PORT_CHECK_RUNTIME);
+        return account_.has_unknown_holder || HasFailed(TAVO_PORT_CHECK_RUNTIME);
     }
 
     // `link` is between the names of the holders and the verb.
     std::string HeldClause(std::string_view link) const {
         const bool one = account_.holders.size() == 1;
-        const std::string deed = account_.IsListenedTo() ? one ? "listens on it" : "listen on it"
+        const std::string deed = account_.is_listened_to ? one ? "listens on it" : "listen on it"
                                  : one                   ? "uses it for a connection"
                                                          : "use it for connections";
         return FirstOf(account_.holders, ProcessText) + std::string(link) + deed;
@@ -185,12 +185,12 @@ class Sentence {
         if (account_.same_service) {
             return "; by name, that is " + same;
         }
-        return account_.HasUnknownHolder() ? "" : "; whether that is " + same + " is unknown";
+        return account_.has_unknown_holder ? "" : "; whether that is " + same + " is unknown";
     }
 
     // Mentions holders that cannot be inspected, if any.
     std::string OtherHolders() const {
-        if (!account_.HasUnknownHolder()) {
+        if (!account_.has_unknown_holder) {
             return {};
         }
         return account_.holders.empty() ? "; its holder is unknown" + Remedy()

@@ -209,16 +209,13 @@ PortRange RangeOf(const TakenPorts &taken) {
 
 std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &requests) {
     const auto found = std::make_shared<PortConflicts>();
-    const std::vector<int> failed = Find(requests, *found);
-    std::vector<PortAnswer> answers(requests.size());
+    std::vector<PortAnswer> answers = Find(requests, *found);
     AddConflicts(found, answers);
-    for (std::size_t i = 0; i < answers.size(); ++i) {
-        answers[i].failed = failed[i];
-    }
     return answers;
 }
 
-std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, PortConflicts &found) {
+std::vector<PortAnswer> PortSources::Find(const std::vector<PortRequest> &requests,
+                                          PortConflicts &found) {
     if (requests.empty()) {
         return {};
     }
@@ -237,13 +234,13 @@ std::vector<int> PortSources::Find(const std::vector<PortRequest> &requests, Por
     if (!found.Find(questions)) {
         throw std::bad_alloc();
     }
-    std::vector<int> failed(requests.size());
+    std::vector<PortAnswer> answers(requests.size());
     for (const PortSource &source : kPortSources) {
         if ((sources_ & source.flag) != 0) {
-            AddFailures(source.flag, found, failed);
+            AddFailures(source.flag, found, answers);
         }
     }
-    return failed;
+    return answers;
 }
 
 // ---- The ports of files ----

@@ -130,14 +130,14 @@ class PortSources {
     // memory.
     std::vector<PortAnswer> Ask(const std::vector<PortRequest> &requests);
 
-    // The same as records of the engine; returns the sources that failed for each request.
-    std::vector<int> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
+    // The same with the conflicts as records of the engine instead.
+    std::vector<PortAnswer> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
 
     // Reports a diagnostic, once.
     void Tell(const Diagnostic &diagnostic);
 
   private:
-    void AddFailures(int source, const PortConflicts &found, std::vector<int> &failed);
+    void AddFailures(int source, const PortConflicts &found, std::vector<PortAnswer> &answers);
 
     // Warns of the lines that the reader of the rules or the settings silently ignores.
     void TellIgnoredLines(int source);

@@ -179,15 +179,16 @@ bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &r
 
 // For the rules, only the first failure of each request is reported: a file with the same mistake
 // in every rule is one problem.
-void PortSources::AddFailures(int source, const PortConflicts &found, std::vector<int> &failed) {
+void PortSources::AddFailures(int source, const PortConflicts &found,
+                              std::vector<PortAnswer> &answers) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
     // A service that is left out of a file declares nothing, so it is only a warning.
     const bool files_known =
         source != TAVO_PORT_CHECK_FW_SERVICE ||
         !TellOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_,
                        Status::kOk);
-    for (int &sources : failed) {
-        sources |= files_known ? 0 : source;
+    for (PortAnswer &answer : answers) {
+        answer.failed |= files_known ? 0 : source;
     }
     if (source == TAVO_PORT_CHECK_SYS_KEY) {
         TellIgnoredLines(source);
@@ -198,8 +199,9 @@ void PortSources::AddFailures(int source, const PortConflicts &found, std::vecto
             continue;
         }
         any = true;
-        const bool first = (failed[failure.question] & source) == 0;
-        failed[failure.question] |= source;
+        int &failed = answers[failure.question].failed;
+        const bool first = (failed & source) == 0;
+        failed |= source;
         // A file that was already reported as unreadable is not reported again.
         if ((first || !rules) &&
             (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
