@@ -26,7 +26,7 @@ TEST_F(ForwardingRules, CollideOnBothSides) {
     EXPECT_THAT(Conflicts(), ElementsAre("src 8080 protocol 3", "src 80 protocol 3"));
 }
 
-TEST_F(ForwardingRules, TellThePortsOfTheApplianceBeforeThoseOfTheRouter) {
+TEST_F(ForwardingRules, ListThePortsOfTheApplianceBeforeThoseOfTheRouter) {
     Rules(Rule("80", "80"));
     EXPECT_EQ(AskRules("80"), 1);
     EXPECT_THAT(Conflicts(), ElementsAre("src 80 protocol 3", "src 80 protocol 3"));

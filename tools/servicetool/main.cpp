@@ -45,7 +45,7 @@ void RunCommand(const CommandLine &line, Report &report) {
     if (line.command->change != nullptr && (lacks_result || !problem.empty())) {
         ReportChangeNotMade(line, problem, report);
     } else if (!problem.empty()) {
-        report.TellError("", "failed", problem);
+        report.AddError("", "failed", problem);
     }
 }
 
@@ -61,7 +61,7 @@ int Run(int argc, char **argv) {
     if (line.problem.message.empty()) {
         RunCommand(line, report);
     } else {
-        report.TellUsage(line.problem.message, line.problem.fix);
+        report.AddUsageError(line.problem.message, line.problem.fix);
     }
     return report.Finish();
 }

@@ -33,12 +33,12 @@ class ChangingFile : public testing::Test {
         list_.reset(list);
     }
 
-    // Returns the result of TellOmissions; the report is in `reported_`.
+    // Returns the result of ReportOmissions; the report is in `reported_`.
     bool ReportOmissions(const std::vector<std::string> &names = {},
                          Severity severity = Severity::kError) {
         Report report(false);
         testing::internal::CaptureStderr();
-        const bool any_error = TellOmissions(ExplainOmissions(read_, names, severity), report);
+        const bool any_error = ReportOmissions(ExplainOmissions(read_, names, severity), report);
         reported_ = testing::internal::GetCapturedStderr();
         return any_error;
     }

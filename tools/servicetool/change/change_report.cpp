@@ -158,8 +158,8 @@ std::string FirewallFix(const ChangeOutcome &outcome) {
 bool ChangeReport::Refuse(std::string rule, const std::string &message, std::string fix,
                           Status status) {
     const InstalledFile &file = change_.file;
-    report_.TellError(file.path.empty() ? file.name : file.path, std::move(rule),
-                      message + kSoUnchanged, std::move(fix), status);
+    report_.AddError(file.path.empty() ? file.name : file.path, std::move(rule),
+                     message + kSoUnchanged, std::move(fix), status);
     AddResult();
     return false;
 }
@@ -231,28 +231,28 @@ void ChangeReport::Do(const Operation &operation) {
     try {
         Call(operation);
         if (!change_.file.path.empty()) {
-            TellFile();
+            ReportFile();
         }
         // A failed call has notified no listeners. A successful one has, even if the file is not as
         // planned.
         if (change_.file.path.empty() || result_ >= 0) {
-            TellNotifications();
+            ReportNotifications();
         }
-        TellTemporaryFiles();
+        ReportTemporaryFiles();
     } catch (const std::exception &error) {
-        TellUnknown(error);
+        ReportUnknown(error);
     }
     AddResult();
 }
 
 // Reads the file again, because the library does not detect every failed write.
-void ChangeReport::TellFile() {
+void ChangeReport::ReportFile() {
     const InstalledFile &file = change_.file;
     FileText now;
     try {
         now = TextOf(file.path, file.path);
     } catch (const std::runtime_error &error) {
-        TellUnknown(error);
+        ReportUnknown(error);
         return;
     }
     changed_ = now != file.text;
@@ -264,29 +264,29 @@ void ChangeReport::TellFile() {
         return;
     }
     if (result_ >= 0 && changed_) {
-        TellFailed("it was changed by another program in the meantime",
-                   "check it, and repeat the change");
+        ReportFailure("it was changed by another program in the meantime",
+                      "check it, and repeat the change");
         return;
     }
     const std::string reason = problem_.empty() ? ReasonOf(outcome_.failure) : problem_;
     if (change_.notify_only) {
-        TellFailed(reason, "");
+        ReportFailure(reason, "");
     } else if (outcome_.undo == Undo::kFailed) {
-        TellFailed(reason + "; the change could not be undone: " + ReasonOf(outcome_.undo_failure),
-                   "");
+        ReportFailure(
+            reason + "; the change could not be undone: " + ReasonOf(outcome_.undo_failure), "");
     } else if (!changed_) {
-        TellFailed(reason + (file.text ? "; the file is unchanged" : "; no file was created"),
-                   FirewallFix(outcome_));
+        ReportFailure(reason + (file.text ? "; the file is unchanged" : "; no file was created"),
+                      FirewallFix(outcome_));
     } else if (as_planned) {
-        TellFailed(reason + "; the file was changed anyway", "write servicetool restart");
+        ReportFailure(reason + "; the file was changed anyway", "write servicetool restart");
     } else {
-        TellFailed(reason + "; the file was changed by another program in the meantime",
-                   "check it, and repeat the change");
+        ReportFailure(reason + "; the file was changed by another program in the meantime",
+                      "check it, and repeat the change");
     }
 }
 
 // A daemon that is not running needs no notification: it reads its configuration when it starts.
-void ChangeReport::TellNotifications() {
+void ChangeReport::ReportNotifications() {
     const Notifications &notifications = outcome_.notified;
     for (const Listener listener : change_.listeners) {
         const ListenerText &text = TextOf(listener);
@@ -297,7 +297,7 @@ void ChangeReport::TellNotifications() {
         }
         not_notified_.push_back(listener);
         const bool removed = listener == Listener::kPlugins && !change_.after;
-        report_.TellWarning(
+        report_.AddWarning(
             "", "not-told",
             "could not notify the " + std::string(text.words) + ": " +
                 ReasonOf(notifications[listener].failure),
@@ -311,19 +311,19 @@ void ChangeReport::TellNotifications() {
 
 // The library installs a file under a temporary name and renames it. If that fails, the temporary
 // file is not removed. Side copies remain if they may be needed or cannot be removed.
-void ChangeReport::TellTemporaryFiles() {
+void ChangeReport::ReportTemporaryFiles() {
     const StepFailure &failure = outcome_.failure;
     struct stat status {};
     if ((failure.step == Step::kStage || failure.step == Step::kReplace) &&
         lstat(failure.path, &status) == 0) {
-        report_.TellWarning(failure.path, "left-behind",
-                            "could not be installed and was not removed", "remove it",
-                            Status::kFailed);
+        report_.AddWarning(failure.path, "left-behind",
+                           "could not be installed and was not removed", "remove it",
+                           Status::kFailed);
     }
     for (const Leftover &copy : OwnCopiesOfStores()) {
-        report_.TellWarning(copy.path, "left-behind", "is a leftover copy of " + copy.original,
-                            "check that " + copy.original + " is complete, then remove the copy",
-                            Status::kFailed);
+        report_.AddWarning(copy.path, "left-behind", "is a leftover copy of " + copy.original,
+                           "check that " + copy.original + " is complete, then remove the copy",
+                           Status::kFailed);
     }
 }
 
@@ -348,13 +348,13 @@ std::string ChangeReport::ReasonOf(const StepFailure &failure) const {
                     change_.name_of_copy);
 }
 
-void ChangeReport::TellFailed(std::string message, std::string fix) {
-    report_.TellError(change_.file.path, "failed", std::move(message), std::move(fix));
+void ChangeReport::ReportFailure(std::string message, std::string fix) {
+    report_.AddError(change_.file.path, "failed", std::move(message), std::move(fix));
 }
 
-void ChangeReport::TellUnknown(const std::exception &error) {
-    TellFailed("the result of the change is unknown: " + LowerFirst(error.what()),
-               "check the current content of the file");
+void ChangeReport::ReportUnknown(const std::exception &error) {
+    ReportFailure("the result of the change is unknown: " + LowerFirst(error.what()),
+                  "check the current content of the file");
 }
 
 void ChangeReport::AddResult() {

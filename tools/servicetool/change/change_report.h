@@ -67,11 +67,11 @@ class ChangeReport {
     void Call(const Operation &operation);
 
     // Each of these reports a part of the outcome, and raises the status after a failure.
-    void TellFile();
-    void TellFailed(std::string message, std::string fix);
-    void TellUnknown(const std::exception &error);
-    void TellNotifications();
-    void TellTemporaryFiles();
+    void ReportFile();
+    void ReportFailure(std::string message, std::string fix);
+    void ReportUnknown(const std::exception &error);
+    void ReportNotifications();
+    void ReportTemporaryFiles();
 
     // Why a step failed.
     std::string ReasonOf(const StepFailure &failure) const;

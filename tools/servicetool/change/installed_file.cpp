@@ -97,8 +97,8 @@ bool LockChanges(Descriptor &lock, const std::string &name, const std::string &c
         return true;
     }
     if (attempt == LockAttempt::kBusy) {
-        report.TellError(name, "busy", "another change is in progress" + consequence,
-                         "wait until it ends, and try again");
+        report.AddError(name, "busy", "another change is in progress" + consequence,
+                        "wait until it ends, and try again");
         return false;
     }
     std::string problem = std::string(kFile) + ": is not a file of this user";
@@ -106,16 +106,16 @@ bool LockChanges(Descriptor &lock, const std::string &name, const std::string &c
         problem = std::string(failure.path) + ": " +
                   (failure.error == 0 ? "belongs to another user" : ErrorText(failure.error));
     }
-    report.TellError(name, "failed", "the lock for changes: " + problem + consequence,
-                     geteuid() == 0 ? "" : "run it as root");
+    report.AddError(name, "failed", "the lock for changes: " + problem + consequence,
+                    geteuid() == 0 ? "" : "run it as root");
     return false;
 }
 
 bool CheckFileName(const std::string &name, Report &report) {
     const std::string problem = NameProblem(name);
     if (!problem.empty()) {
-        report.TellUsage("file name " + Quoted(name) + ' ' + problem,
-                         "write the name of an installed file, such as mypackage.sc");
+        report.AddUsageError("file name " + Quoted(name) + ' ' + problem,
+                             "write the name of an installed file, such as mypackage.sc");
     }
     return problem.empty();
 }
@@ -134,13 +134,13 @@ bool FindInstalledFile(int folders, Missing missing, bool dry_run, InstalledFile
         const std::string path = std::string(folder.path) + '/' + name;
         FileContents contents = ReadRegularFile(path);
         if (!contents.problem.empty() && !contents.absent) {
-            report.TellError(path, "unreadable", contents.problem + kSoUnchanged,
-                             contents.dangling ? "remove the dangling link" : "");
+            report.AddError(path, "unreadable", contents.problem + kSoUnchanged,
+                            contents.dangling ? "remove the dangling link" : "");
             return false;
         }
         if (!contents.absent && file.text) {
-            report.TellUsage(Quoted(name) + " is installed in both folders",
-                             "add --system or --package");
+            report.AddUsageError(Quoted(name) + " is installed in both folders",
+                                 "add --system or --package");
             return false;
         }
         if (!file.text) {
@@ -151,10 +151,10 @@ bool FindInstalledFile(int folders, Missing missing, bool dry_run, InstalledFile
             file.text = std::move(contents.text);
         }
     }
-    return file.text || missing == Missing::kAllow || TellNotInstalled(name, folders, report);
+    return file.text || missing == Missing::kAllow || ReportNotInstalled(name, folders, report);
 }
 
-bool TellNotInstalled(const std::string &name, int folders, Report &report) {
+bool ReportNotInstalled(const std::string &name, int folders, Report &report) {
     std::string paths;
     std::string fix;
     for (const ServiceFolder &folder : kServiceFolders) {
@@ -164,8 +164,8 @@ bool TellNotInstalled(const std::string &name, int folders, Report &report) {
             fix = meant.empty() ? fix : "write " + meant;
         }
     }
-    report.TellError(name, "not-found", "is not installed in " + paths + kSoUnchanged,
-                     std::move(fix), Status::kNo);
+    report.AddError(name, "not-found", "is not installed in " + paths + kSoUnchanged,
+                    std::move(fix), Status::kNo);
     return false;
 }
 
@@ -177,11 +177,11 @@ void WarnOfNewName(const std::string &name, const std::string &fix, Report &repo
     if (visible == name && ends) {
         return;
     }
-    report.TellWarning(
-        name, "file-name",
-        visible == name ? "the name of a service file ends in .sc"
-                        : "a file whose name starts with a dot is hidden",
-        fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding), Status::kOk);
+    report.AddWarning(name, "file-name",
+                      visible == name ? "the name of a service file ends in .sc"
+                                      : "a file whose name starts with a dot is hidden",
+                      fix + ' ' + (visible.empty() ? "mypackage" : visible) + (ends ? "" : kEnding),
+                      Status::kOk);
 }
 
 FileText TextOf(const std::string &path, const std::string &what) {

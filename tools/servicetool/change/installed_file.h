@@ -54,7 +54,7 @@ bool FindInstalledFile(int folders, Missing missing, bool dry_run, InstalledFile
                        Report &report);
 
 // Reports that no file of that name is installed, raises the status and returns false.
-bool TellNotInstalled(const std::string &name, int folders, Report &report);
+bool ReportNotInstalled(const std::string &name, int folders, Report &report);
 
 // Returns whether `name` is a file name without a folder. If not, reports it and raises the status.
 bool CheckFileName(const std::string &name, Report &report);

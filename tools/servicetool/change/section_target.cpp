@@ -58,7 +58,7 @@ void ReadSection(SectionTarget &target) {
 }
 
 // A section without keys is visible in the file, but the library ignores it.
-bool TellMissing(const Change &change, Report &report) {
+bool ReportMissing(const Change &change, Report &report) {
     const std::string section = "section [" + change.section + ']';
     std::string message = "has no " + section;
     std::string fix;
@@ -72,7 +72,7 @@ bool TellMissing(const Change &change, Report &report) {
             fix = "write " + service.name;
         }
     }
-    report.TellError(change.file.path, "not-found", message + kSoUnchanged, fix, Status::kNo);
+    report.AddError(change.file.path, "not-found", message + kSoUnchanged, fix, Status::kNo);
     return false;
 }
 
@@ -114,7 +114,7 @@ bool CheckSection(Change &change, ChangeReport &change_report, Report &report) {
     const LintResult lint = LintText(*change.after, change.file.path);
     for (const Diagnostic &diagnostic : lint.diagnostics) {
         if (own.contains(diagnostic.line)) {
-            report.Tell(diagnostic);
+            report.Add(diagnostic);
         }
     }
     if (std::ranges::any_of(lint.services, [&](const LintedService &service) {
@@ -136,7 +136,7 @@ bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &tar
     change = ChangeAskedFor(arguments);
     const std::string problem = NameProblem(change.section);
     if (!problem.empty()) {
-        report.TellUsage("section name " + Quoted(change.section) + ' ' + problem);
+        report.AddUsageError("section name " + Quoted(change.section) + ' ' + problem);
         return false;
     }
     if (!FindInstalledFile(FoldersOf(arguments), missing, change.dry_run, change.file, report)) {
@@ -154,13 +154,13 @@ bool FindSection(const Arguments &arguments, Missing missing, SectionTarget &tar
     if (change.file.text) {
         ReadSection(target);
     }
-    return target.present || missing == Missing::kAllow || TellMissing(change, report);
+    return target.present || missing == Missing::kAllow || ReportMissing(change, report);
 }
 
 OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &report) {
     PortQuery query;
     if (const auto problem = ReadPortQuery(text, query)) {
-        TellBadQuery(text, *problem, report);
+        ReportBadQuery(text, *problem, report);
         return nullptr;
     }
     TAVO_SERVICE_CONF_PORT *list = nullptr;
@@ -170,11 +170,12 @@ OwnedPorts ReadPorts(const std::string &text, unsigned int direction, Report &re
     }
     OwnedPorts ports(list);
     if (ports == nullptr) {
-        report.TellUsage(Quoted(text) + " is not a valid port list");
+        report.AddUsageError(Quoted(text) + " is not a valid port list");
     } else if (!TextOfPorts(list)) {
-        report.TellUsage(Quoted(text) + " is longer than " + std::to_string(kLongestPortsValue) +
-                             " bytes, the limit for ports in a service file",
-                         "join ports into ranges, or move some to another service");
+        report.AddUsageError(Quoted(text) + " is longer than " +
+                                 std::to_string(kLongestPortsValue) +
+                                 " bytes, the limit for ports in a service file",
+                             "join ports into ranges, or move some to another service");
         return nullptr;
     }
     return ports;

@@ -44,7 +44,7 @@ void CheckPorts(const Arguments &arguments, Report &report) {
         PortRequest &request = requests.emplace_back();
         request.skipped = arguments.Texts("--skip");
         if (const auto problem = ReadPortQuery(text, request.query)) {
-            TellBadQuery(text, *problem, report);
+            ReportBadQuery(text, *problem, report);
             return;
         }
     }
@@ -105,7 +105,7 @@ Json FileJson(const CheckedFile &checked, std::string_view verdict) {
 bool AddRequests(const std::string &path, const SkippedNames &skipped, CheckedFile &checked,
                  std::vector<PortRequest> &requests, Report &report) {
     LintedFile &file = checked.file;
-    if (!LintAndTell(path, file, report)) {
+    if (!LintAndReport(path, file, report)) {
         return false;
     }
     if (file.lint.errors != 0) {
@@ -143,17 +143,17 @@ void CompareWithInstall(const CheckedFile &checked, Report &report) {
         unknown = unknown || section.answer.failed != 0;
     }
     if (global && !stops) {
-        report.Tell(AtSpot(*global, global->name,
-                           {.file = checked.file.name,
-                            .severity = Severity::kWarning,
-                            .rule = "install-check",
-                            .message = "section [global] has no dst.ports, so an install cannot "
-                                       "check the file and reports no conflict"}));
+        report.Add(AtSpot(*global, global->name,
+                          {.file = checked.file.name,
+                           .severity = Severity::kWarning,
+                           .rule = "install-check",
+                           .message = "section [global] has no dst.ports, so an install cannot "
+                                      "check the file and reports no conflict"}));
     } else if (VerdictOf(checked) == PortVerdict::kTaken && !stops && !unknown) {
-        report.TellWarning(checked.file.name, "install-check",
-                           "an install reports no conflict: where dst.ports names no protocol, it "
-                           "does not check sockets",
-                           "name the protocols, as in 80/tcp,udp", Status::kOk);
+        report.AddWarning(checked.file.name, "install-check",
+                          "an install reports no conflict: where dst.ports names no protocol, it "
+                          "does not check sockets",
+                          "name the protocols, as in 80/tcp,udp", Status::kOk);
     }
 }
 
@@ -201,8 +201,8 @@ void CheckFiles(const std::vector<std::string> &paths, const Arguments &argument
 void Check(const Arguments &arguments, Report &report) {
     for (const std::string &name : arguments.Texts("--skip")) {
         if (name.find(' ') != std::string::npos) {
-            report.TellUsage("--skip: name " + Quoted(name) + " contains a blank",
-                             "put commas between names");
+            report.AddUsageError("--skip: name " + Quoted(name) + " contains a blank",
+                                 "put commas between names");
             return;
         }
     }

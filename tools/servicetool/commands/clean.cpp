@@ -37,7 +37,7 @@ std::string LineOf(const Leftover &leftover) {
 // Removes the leftover, if that is possible. Returns its state for JSON.
 const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
     if (!leftover.keep.empty()) {
-        report.TellWarning(leftover.path, "left-behind", leftover.keep, leftover.fix, Status::kNo);
+        report.AddWarning(leftover.path, "left-behind", leftover.keep, leftover.fix, Status::kNo);
         return "kept";
     }
     if (leftover.user) {
@@ -51,7 +51,7 @@ const char *Treat(const Leftover &leftover, bool dry_run, Report &report) {
     }
     const std::string problem = RemoveLeftover(leftover);
     if (!problem.empty()) {
-        report.TellError(leftover.path, "failed", "cannot be removed: " + problem);
+        report.AddError(leftover.path, "failed", "cannot be removed: " + problem);
         return "failed";
     }
     report.PrintDone(LineOf(leftover) + ": removed");
@@ -75,7 +75,7 @@ void Clean(const Arguments &arguments, Report &report) {
                           {"reason", TextOrNull(leftover.keep)}});
     }
     for (const auto &[folder, problem] : found.unread) {
-        report.TellError(folder, "unreadable", problem);
+        report.AddError(folder, "unreadable", problem);
     }
     if (found.all.empty() && found.unread.empty()) {
         report.Print("there are no leftovers\n");

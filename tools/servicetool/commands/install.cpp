@@ -90,8 +90,8 @@ bool LookAt(const Arguments &arguments, bool is_new, InstalledFile &file, Linted
         folders = TAVO_SERVICE_CONF_DIR_PACKAGE;
     }
     return CheckFileName(file.name, report) &&
-           LintAndTell(arguments.Word(0), source, report,
-                       "name a file that can be read, or - for standard input") &&
+           LintAndReport(arguments.Word(0), source, report,
+                         "name a file that can be read, or - for standard input") &&
            FindInstalledFile(folders, Missing::kAllow, arguments.Has("--dry-run"), file, report);
 }
 

@@ -11,7 +11,7 @@ void Lint(const Arguments &arguments, Report &report) {
     const bool strict = arguments.Has("--strict");
     for (const std::string &path : arguments.Operands()) {
         LintedFile file;
-        if (!LintAndTell(path, file, report)) {
+        if (!LintAndReport(path, file, report)) {
             continue;
         }
         const LintResult &lint = file.lint;

@@ -10,7 +10,7 @@ namespace {
 void List(const Arguments &arguments, Report &report) {
     const int folders = FoldersOf(arguments);
     auto [read, omissions] = ReadAndExplain([folders] { return ReadServiceFolders(folders); });
-    TellOmissions(omissions, report);
+    ReportOmissions(omissions, report);
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});
     ForEachService(read.report, [&](const auto &file, const auto &service) {
         table.Row({service.szName, std::string(LastPart(file.path)), file.folder->name,

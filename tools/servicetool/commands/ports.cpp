@@ -135,7 +135,7 @@ void WriteSvg(const std::string &path, const std::string &svg, Report &report) {
     }
     const std::string problem = WriteWholeFile(path, svg);
     if (!problem.empty()) {
-        report.TellError(path, "unwritable", problem);
+        report.AddError(path, "unwritable", problem);
     }
 }
 
@@ -151,10 +151,10 @@ void AnswerWhetherThereAreConflicts(const PortClaims &all, Report &report) {
     }
     for (const auto &[protocol, ports] : all.unclear) {
         if (!ports.empty()) {
-            report.TellError("", "unknown-holder",
-                             "it is unknown who holds " + Shortened(PortsText(ports)) + '/' +
-                                 ProtocolsText(protocol) + ", which is declared",
-                             geteuid() == 0 ? "" : "ask as root");
+            report.AddError("", "unknown-holder",
+                            "it is unknown who holds " + Shortened(PortsText(ports)) + '/' +
+                                ProtocolsText(protocol) + ", which is declared",
+                            geteuid() == 0 ? "" : "ask as root");
         }
     }
 }

@@ -47,7 +47,7 @@ bool CanBeKept(const InstalledFile &file, ChangeReport &change_report) {
 void RemoveCopies(const std::vector<std::string> &copies, Report &report) {
     for (const std::string &copy : copies) {
         if (unlink(copy.c_str()) != 0 && errno != ENOENT) {
-            report.TellError(copy, "failed", "cannot be removed: " + ErrorText(errno));
+            report.AddError(copy, "failed", "cannot be removed: " + ErrorText(errno));
         }
     }
 }
@@ -85,7 +85,7 @@ void Remove(const Arguments &arguments, Report &report) {
     // The lock is held, so a removal by another servicetool is complete or was killed.
     const std::vector<std::string> copies = CopiesOfRemoved(file.name);
     if (copies.empty()) {
-        TellNotInstalled(file.name, folders, report);
+        ReportNotInstalled(file.name, folders, report);
         return;
     }
     const std::string &newest = copies.back();

@@ -36,9 +36,9 @@ OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
         if (TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &one) == 0) {
             Prepend(OwnedPorts(one), &section->pDstPorts);
         } else {
-            report.TellError("", "bad-service",
-                             "firewall service " + std::string(service.szName) + " has " +
-                                 Quoted(port) + " for a port");
+            report.AddError("", "bad-service",
+                            "firewall service " + std::string(service.szName) + " has " +
+                                Quoted(port) + " for a port");
         }
     }
     return section;
@@ -109,19 +109,19 @@ bool IsWanted(const std::string &name, const std::vector<std::string> &wanted) {
 }
 
 // Reports the built-in services that are left out; raises the status if one of them is wanted.
-void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string> &wanted,
-                        Report &report) {
+void ReportBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string> &wanted,
+                          Report &report) {
     for (const LeftOut &omission : read.Omissions()) {
         if (omission.row != nullptr && IsWanted(omission.row->szName, wanted)) {
-            report.Tell(WhyLeftOut(omission.row->szName, omission.reading.Fault()));
+            report.Add(WhyLeftOut(omission.row->szName, omission.reading.Fault()));
             report.Raise(Status::kFailed);
         }
     }
 }
 
 // Reports the wanted services that do not exist. Those that are left out do.
-void TellNotFound(const std::vector<std::string> &wanted, const std::vector<Service> &services,
-                  const ReadingReport &read, Report &report) {
+void ReportNotFound(const std::vector<std::string> &wanted, const std::vector<Service> &services,
+                    const ReadingReport &read, Report &report) {
     std::vector<std::string> names;
     std::ranges::transform(services, std::back_inserter(names), &Service::name);
     std::ranges::copy(NamesLeftOut(read.Omissions()), std::back_inserter(names));
@@ -132,8 +132,8 @@ void TellNotFound(const std::vector<std::string> &wanted, const std::vector<Serv
         const auto similar = std::ranges::find_if(names, [&name](const std::string &known) {
             return strcasecmp(known.c_str(), name.c_str()) == 0;
         });
-        report.TellError("", "not-found", "no firewall service is named " + Quoted(name),
-                         similar == names.end() ? "" : "write " + *similar, Status::kNo);
+        report.AddError("", "not-found", "no firewall service is named " + Quoted(name),
+                        similar == names.end() ? "" : "write " + *similar, Status::kNo);
     }
 }
 
@@ -142,8 +142,8 @@ void TellNotFound(const std::vector<std::string> &wanted, const std::vector<Serv
 void Services(const Arguments &arguments, Report &report) {
     const std::vector<std::string> &wanted = arguments.Operands();
     auto [read, omissions] = ReadAndExplain([] { return ReadDeclaredServices(); }, wanted);
-    TellBuiltInLeftOut(read.report, wanted, report);
-    TellOmissions(omissions, report);
+    ReportBuiltInLeftOut(read.report, wanted, report);
+    ReportOmissions(omissions, report);
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
     const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
     bool support_known = true;
@@ -165,11 +165,11 @@ void Services(const Arguments &arguments, Report &report) {
         }
     }
     if (!support_known) {
-        report.TellError(kFactorySettingsFile, "unreadable",
-                         "it is unknown what this model supports: " + problem);
+        report.AddError(kFactorySettingsFile, "unreadable",
+                        "it is unknown what this model supports: " + problem);
     }
     if (!wanted.empty()) {
-        TellNotFound(wanted, services, read.report, report);
+        ReportNotFound(wanted, services, read.report, report);
     }
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }

@@ -17,8 +17,8 @@ namespace {
 bool SetText(const char *option, const std::string &text, TAVO_SERVICE_CONF_STRING &string,
              Report &report) {
     if (text.size() >= sizeof(string.szText) || text.find('\n') != std::string::npos) {
-        report.TellUsage(std::string(option) + " takes one line of at most " +
-                         std::to_string(sizeof(string.szText) - 1) + " bytes");
+        report.AddUsageError(std::string(option) + " takes one line of at most " +
+                             std::to_string(sizeof(string.szText) - 1) + " bytes");
         return false;
     }
     CopyText(string.szText, text);
@@ -35,8 +35,8 @@ bool SetReference(const char *option, const std::string &text, TAVO_SERVICE_CONF
     }
     const bool whole = *read.szSection != '\0' && *read.szKey != '\0';
     if (!whole || ReferenceText(read) != text || text.find('\n') != std::string::npos) {
-        report.TellUsage(std::string(option) + " takes SOURCE:SECTION:KEY or SECTION:KEY, not " +
-                         Quoted(text));
+        report.AddUsageError(std::string(option) +
+                             " takes SOURCE:SECTION:KEY or SECTION:KEY, not " + Quoted(text));
         return false;
     }
     CopyText(read.szText, string.szText);
@@ -64,9 +64,9 @@ OwnedSection NewSection(const Arguments &arguments, SectionTarget &target, Repor
     if (section == nullptr) {
         if (!arguments.Has("--title") || !arguments.Has("--desc") ||
             !arguments.Has("--dst-ports")) {
-            report.TellUsage("section [" + target.change.section + "] " +
-                             (target.present ? "cannot be read as it is" : "is new") +
-                             ", so it needs --title, --desc and --dst-ports");
+            report.AddUsageError("section [" + target.change.section + "] " +
+                                 (target.present ? "cannot be read as it is" : "is new") +
+                                 ", so it needs --title, --desc and --dst-ports");
             return nullptr;
         }
         section = OrThrow(NewRecord<OwnedSection>());

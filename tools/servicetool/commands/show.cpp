@@ -60,11 +60,11 @@ void AddService(const TAVO_SERVICE_CONF_SECTION &service, Fields &fields) {
 void ShowFile(const std::string &path, Report &report) {
     const LintedFile file = ReadAndLint(path);
     if (!file.problem.empty()) {
-        report.TellError(file.name, "unreadable", file.problem);
+        report.AddError(file.name, "unreadable", file.problem);
         return;
     }
     const OwnedConf conf = ReadServices(file.text);
-    TellOmissions({.diagnostics = WhyLeftOut(file)}, report);
+    ReportOmissions({.diagnostics = WhyLeftOut(file)}, report);
     if (conf == nullptr) {
         return;
     }
@@ -116,7 +116,7 @@ bool IsFileHere(const std::string &name) {
 void ShowName(const std::string &name, Report &report) {
     auto [read, omissions] =
         ReadAndExplain([] { return ReadServiceFolders(kEveryServiceFolder); }, {name});
-    TellOmissions(omissions, report);
+    ReportOmissions(omissions, report);
     Fields fields;
     ForEachService(read.report, [&](const auto &file, const auto &service) {
         if (name == service.szName) {
@@ -137,8 +137,8 @@ void ShowName(const std::string &name, Report &report) {
         return;
     }
     const std::string meant = MeantBy(name, read.report);
-    report.TellError("", "not-found", "no service or file is named " + Quoted(name),
-                     meant.empty() ? "" : "write " + meant, Status::kNo);
+    report.AddError("", "not-found", "no service or file is named " + Quoted(name),
+                    meant.empty() ? "" : "write " + meant, Status::kNo);
 }
 
 void Show(const std::string &target, Report &report) {

@@ -56,8 +56,8 @@ std::optional<PortRanges> FreePorts(const PortRange &all, const PortRange &ephem
 }
 
 // If the kernel's ephemeral ports alone leave too few ports, the message names their range.
-void TellTooFew(const Arguments &arguments, std::size_t found, const PortRange &all,
-                const PortRange &ephemeral, Report &report) {
+void ReportTooFew(const Arguments &arguments, std::size_t found, const PortRange &all,
+                  const PortRange &ephemeral, Report &report) {
     const unsigned int count = CountOf(arguments);
     std::string message =
         arguments.Has("--block")
@@ -69,7 +69,7 @@ void TellTooFew(const Arguments &arguments, std::size_t found, const PortRange &
             ", because the kernel uses " + PortsText(ephemeral) + " for outgoing connections";
         fix = NearOf(arguments) > kLastPrivilegedPort ? "name a port below 1024 with --near" : "";
     }
-    report.TellError("", "not-found", message, fix, Status::kNo);
+    report.AddError("", "not-found", message, fix, Status::kNo);
 }
 
 void Suggest(const Arguments &arguments, Report &report) {
@@ -78,14 +78,14 @@ void Suggest(const Arguments &arguments, Report &report) {
     std::uint32_t protocols = TAVO_PROTO_BOTH;
     if (const std::string words = arguments.Text("--proto"); !words.empty()) {
         if (const auto problem = ReadProtocols(words, protocols)) {
-            report.TellUsage(problem->message, problem->fix);
+            report.AddUsageError(problem->message, problem->fix);
             return;
         }
     }
     PortRange ephemeral{};
     const std::string problem = ReadEphemeralPorts(kEphemeralPorts, ephemeral);
     if (!problem.empty()) {
-        report.TellError(kEphemeralPorts, "unreadable", problem);
+        report.AddError(kEphemeralPorts, "unreadable", problem);
     }
     const PortRange all = {near <= kLastPrivilegedPort ? 1 : kLastPrivilegedPort + 1, kHighestPort};
     const std::optional<PortRanges> free = FreePorts(all, ephemeral, protocols, report);
@@ -101,7 +101,7 @@ void Suggest(const Arguments &arguments, Report &report) {
     }
     const std::size_t ports = PortCount(found);
     if (ports < count) {
-        TellTooFew(arguments, ports, all, ephemeral, report);
+        ReportTooFew(arguments, ports, all, ephemeral, report);
     }
 }
 

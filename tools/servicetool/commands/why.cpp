@@ -30,7 +30,7 @@ bool ReadTargets(const std::vector<std::string> &texts, std::vector<PortTarget> 
                        "name ports one by one, or use servicetool check"};
         }
         if (problem) {
-            return TellBadQuery(text, *problem, report);
+            return ReportBadQuery(text, *problem, report);
         }
         all.items.push_back(query.items[0]);
         all.protocols |= query.protocols;

@@ -155,11 +155,11 @@ Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::str
     return omissions;
 }
 
-bool TellOmissions(const Omissions &omissions, Report &report, Status status) {
+bool ReportOmissions(const Omissions &omissions, Report &report, Status status) {
     bool any_error = false;
     for (const Diagnostic &diagnostic : omissions.diagnostics) {
         any_error = any_error || diagnostic.severity == Severity::kError;
-        report.Tell(diagnostic);
+        report.Add(diagnostic);
     }
     report.Raise(any_error ? status : Status::kOk);
     return any_error;

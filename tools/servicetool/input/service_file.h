@@ -55,7 +55,7 @@ Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::str
                            Severity severity = Severity::kError);
 
 // Reports the omissions. If any of them is an error, raises the status and returns true.
-bool TellOmissions(const Omissions &omissions, Report &report, Status status = Status::kFailed);
+bool ReportOmissions(const Omissions &omissions, Report &report, Status status = Status::kFailed);
 
 // The result of read(), which has a report, with its omissions. Reads again if a file is changed
 // in between, at most three times in all.

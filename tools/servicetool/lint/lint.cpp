@@ -300,14 +300,14 @@ LintedFile ReadAndLint(const std::string &path) {
     return file;
 }
 
-bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std::string fix) {
+bool LintAndReport(const std::string &path, LintedFile &file, Report &report, std::string fix) {
     file = ReadAndLint(path);
     if (!file.problem.empty()) {
-        report.TellError(file.name, "unreadable", file.problem, std::move(fix));
+        report.AddError(file.name, "unreadable", file.problem, std::move(fix));
         return false;
     }
     for (const Diagnostic &diagnostic : file.lint.diagnostics) {
-        report.Tell(diagnostic);
+        report.Add(diagnostic);
     }
     return true;
 }

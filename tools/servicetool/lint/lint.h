@@ -50,7 +50,7 @@ LintedFile ReadAndLint(const std::string &path);
 
 // The same, and reports the findings. If the file cannot be read, reports this with the fix, if
 // any, raises the status and returns false.
-bool LintAndTell(const std::string &path, LintedFile &file, Report &report, std::string fix = {});
+bool LintAndReport(const std::string &path, LintedFile &file, Report &report, std::string fix = {});
 
 // "1 error, 2 warnings", or "ok".
 std::string LintVerdict(const LintResult &result);

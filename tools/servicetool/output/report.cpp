@@ -62,7 +62,7 @@ bool Report::Colour(int descriptor) const {
            std::strcmp(terminal, "dumb") != 0 && isatty(descriptor) == 1;
 }
 
-void Report::Tell(const Diagnostic &diagnostic) {
+void Report::Add(const Diagnostic &diagnostic) {
     if (json_) {
         diagnostics_.push_back(DiagnosticJson(diagnostic).Text());
         return;
@@ -77,20 +77,20 @@ void Report::Tell(const Diagnostic &diagnostic) {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-void Report::TellError(std::string file, std::string rule, std::string message, std::string fix,
-                       Status status) {
+void Report::AddError(std::string file, std::string rule, std::string message, std::string fix,
+                      Status status) {
     Raise(status);
-    Tell(Error(std::move(file), std::move(rule), std::move(message), std::move(fix)));
+    Add(Error(std::move(file), std::move(rule), std::move(message), std::move(fix)));
 }
 
-void Report::TellWarning(std::string file, std::string rule, std::string message, std::string fix,
-                         Status status) {
+void Report::AddWarning(std::string file, std::string rule, std::string message, std::string fix,
+                        Status status) {
     Raise(status);
-    Tell(Warning(Error(std::move(file), std::move(rule), std::move(message), std::move(fix))));
+    Add(Warning(Error(std::move(file), std::move(rule), std::move(message), std::move(fix))));
 }
 
-void Report::TellUsage(std::string message, std::string fix) {
-    TellError("", "usage", std::move(message), std::move(fix), Status::kUsage);
+void Report::AddUsageError(std::string message, std::string fix) {
+    AddError("", "usage", std::move(message), std::move(fix), Status::kUsage);
 }
 
 void Report::Print(std::string_view text) {

@@ -95,18 +95,18 @@ class Report {
     bool Colour(int descriptor = STDOUT_FILENO) const;
 
     // Reports a diagnostic. Does not raise the exit status.
-    void Tell(const Diagnostic &diagnostic);
+    void Add(const Diagnostic &diagnostic);
 
     // Reports an Error and raises the status.
-    void TellError(std::string file, std::string rule, std::string message, std::string fix = {},
-                   Status status = Status::kFailed);
+    void AddError(std::string file, std::string rule, std::string message, std::string fix = {},
+                  Status status = Status::kFailed);
 
     // The same for a warning.
-    void TellWarning(std::string file, std::string rule, std::string message, std::string fix,
-                     Status status);
+    void AddWarning(std::string file, std::string rule, std::string message, std::string fix,
+                    Status status);
 
     // Reports a usage error.
-    void TellUsage(std::string message, std::string fix = {});
+    void AddUsageError(std::string message, std::string fix = {});
 
     // Prints text, which must be escaped; nothing in JSON mode.
     void Print(std::string_view text);

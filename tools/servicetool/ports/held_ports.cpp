@@ -175,8 +175,8 @@ void ReadHeldPorts(Report &report, PortClaims &all) {
             throw std::bad_alloc();
         }
         all.failed |= TAVO_PORT_CHECK_RUNTIME;
-        report.TellError("", "unreadable", "the holders of ports are unknown: " + WhyUnread(read),
-                         "", Status::kOk);
+        report.AddError("", "unreadable", "the holders of ports are unknown: " + WhyUnread(read),
+                        "", Status::kOk);
         return;
     }
     for (const HoldingProcessRecord &record : read.Processes()) {

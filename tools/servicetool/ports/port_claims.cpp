@@ -73,7 +73,7 @@ void AddSystemPort(const SystemPort &row, const PortQuery &query, PortSources &s
     const SystemDeclaration read = ReadSystemPort(TAVO_HERE, row);
     if (!read.reading.IsGood()) {
         all.failed |= source;
-        sources.Tell(
+        sources.ReportOnce(
             WhyUnknown({.source = source, .code = read.reading.Fault(), .declarer = declarer}));
     } else if (read.port != 0 && IsAskedFor(read.port, query)) {
         AddDeclared({read.port, read.port}, row.protocol & query.protocols, source, declarer,

@@ -134,13 +134,13 @@ class PortSources {
     std::vector<PortAnswer> Find(const std::vector<PortRequest> &requests, PortConflicts &found);
 
     // Reports a diagnostic, once.
-    void Tell(const Diagnostic &diagnostic);
+    void ReportOnce(const Diagnostic &diagnostic);
 
   private:
     void AddFailures(int source, const PortConflicts &found, std::vector<PortAnswer> &answers);
 
     // Warns of the lines that the reader of the rules or the settings silently ignores.
-    void TellIgnoredLines(int source);
+    void ReportIgnoredLines(int source);
 
     int sources_;
     Report &report_;
@@ -176,7 +176,7 @@ FileQueries QueriesOf(std::string_view text);
 // ---- Failures, defined in source_failure.cpp ----
 
 // Reports an error in a query on the command line, raises the status and returns false.
-bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report);
+bool ReportBadQuery(const std::string &text, const PortProblem &problem, Report &report);
 
 // The failure as a diagnostic, with its position in the file if it has one.
 Diagnostic WhyUnknown(const SourceFailure &failure);

@@ -170,10 +170,10 @@ Diagnostic WhyUnknown(const SourceFailure &failure) {
 
 // ---- Reports ----
 
-bool TellBadQuery(const std::string &text, const PortProblem &problem, Report &report) {
-    report.TellUsage(Quoted(text) + ", column " + std::to_string(problem.ColumnIn(text)) + ": " +
-                         problem.message,
-                     problem.fix);
+bool ReportBadQuery(const std::string &text, const PortProblem &problem, Report &report) {
+    report.AddUsageError(Quoted(text) + ", column " + std::to_string(problem.ColumnIn(text)) +
+                             ": " + problem.message,
+                         problem.fix);
     return false;
 }
 
@@ -185,13 +185,13 @@ void PortSources::AddFailures(int source, const PortConflicts &found,
     // A service that is left out of a file declares nothing, so it is only a warning.
     const bool files_known =
         source != TAVO_PORT_CHECK_FW_SERVICE ||
-        !TellOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_,
-                       Status::kOk);
+        !ReportOmissions(ExplainOmissions(*found.Services(), {}, Severity::kWarning), report_,
+                         Status::kOk);
     for (PortAnswer &answer : answers) {
         answer.failed |= files_known ? 0 : source;
     }
     if (source == TAVO_PORT_CHECK_SYS_KEY) {
-        TellIgnoredLines(source);
+        ReportIgnoredLines(source);
     }
     bool any = false;
     for (const SourceFailure &failure : found.Failures()) {
@@ -205,23 +205,23 @@ void PortSources::AddFailures(int source, const PortConflicts &found,
         // A file that was already reported as unreadable is not reported again.
         if ((first || !rules) &&
             (files_known || failure.kind != SourceFailure::Kind::kUnreadable)) {
-            Tell(WhyUnknown(failure));
+            ReportOnce(WhyUnknown(failure));
         }
     }
     if (rules && !any) {
-        TellIgnoredLines(source);
+        ReportIgnoredLines(source);
     }
 }
 
-void PortSources::Tell(const Diagnostic &diagnostic) {
+void PortSources::ReportOnce(const Diagnostic &diagnostic) {
     if (reported_.insert(DiagnosticText(diagnostic, false, 0)).second) {
-        report_.Tell(diagnostic);
+        report_.Add(diagnostic);
     }
 }
 
 // In the rules, keys before the first section are also ignored. An appliance without port
 // forwarding has no file of rules.
-void PortSources::TellIgnoredLines(int source) {
+void PortSources::ReportIgnoredLines(int source) {
     const bool rules = source == TAVO_PORT_CHECK_PORT_FORWARD;
     const char *file = rules ? PathOf(StoreId::kForwardingRules) : kSettingsFile;
     if (file == nullptr) {
@@ -234,7 +234,7 @@ void PortSources::TellIgnoredLines(int source) {
         errno == ENOENT) {
         warning.rule = "unreadable";
         warning.message = contents.problem + ", so there are no rules";
-        Tell(warning);
+        ReportOnce(warning);
         return;
     }
     ConfigLine first;
@@ -256,7 +256,7 @@ void PortSources::TellIgnoredLines(int source) {
         (count == 1 ? "the line is not read: it is not a"
                     : Counted(count, "line") + " are not read: none is a") +
         std::string(rules ? " comment, section or key of a section" : " comment, section or key");
-    Tell(AtSpot(first, first.text, warning));
+    ReportOnce(AtSpot(first, first.text, warning));
 }
 
 }  // namespace tavo::tool
