@@ -6,42 +6,32 @@
 
 #include "input/library.h"
 
-namespace {
+#pragma GCC visibility push(default)
+extern "C" {
 
-// Long enough for the longest lines, which contain two paths.
-constexpr std::size_t kLineSize = 16384;
-
-void Print(const char *format, va_list arguments) {
-    char line[kLineSize];
+void vsyslog(int /*priority*/, const char *format, va_list arguments) {
+    // Long enough for the longest lines, which contain two paths.
+    char line[16384];
     if (std::vsnprintf(line, sizeof(line), format, arguments) >= 0) {
         tavo::tool::PrintLogLine(line);
     }
 }
 
-}  // namespace
-
-#pragma GCC visibility push(default)
-extern "C" {
-
-void vsyslog(int /*priority*/, const char *format, va_list arguments) {
-    Print(format, arguments);
-}
-
-void syslog(int /*priority*/, const char *format, ...) {
+void syslog(int priority, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    Print(format, arguments);
+    vsyslog(priority, format, arguments);
     va_end(arguments);
 }
 
-void __vsyslog_chk(int /*priority*/, int /*flag*/, const char *format, va_list arguments) {
-    Print(format, arguments);
+void __vsyslog_chk(int priority, int /*flag*/, const char *format, va_list arguments) {
+    vsyslog(priority, format, arguments);
 }
 
-void __syslog_chk(int /*priority*/, int /*flag*/, const char *format, ...) {
+void __syslog_chk(int priority, int /*flag*/, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    Print(format, arguments);
+    vsyslog(priority, format, arguments);
     va_end(arguments);
 }
 

@@ -60,6 +60,7 @@ TEST(Escaped, NamesWhatIsInvisibleOrTurnsTextAround) {
         EXPECT_EQ(Escaped(Utf8Of(code)), escaped);
     }
     EXPECT_EQ(Escaped(Utf8Of(0xE0000) + Utf8Of(0xE0FFF)), "\\U000e0000\\U000e0fff");
+    EXPECT_EQ(Escaped(Utf8Of(0x1BCA0) + Utf8Of(0x1D17A)), "\\U0001bca0\\U0001d17a");
 }
 
 TEST(Escaped, LeavesTheNeighboursOfInvisibleCharacters) {

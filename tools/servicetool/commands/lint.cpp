@@ -7,15 +7,6 @@
 namespace tavo::tool {
 namespace {
 
-Json VerdictJson(const LintResult &result, const std::string &name) {
-    const auto readable = std::ranges::count(result.services, true, &LintedService::readable);
-    return {{"file", Utf8Text(name)},
-            {"services", result.services.size()},
-            {"readable_services", readable},
-            {"errors", result.errors},
-            {"warnings", result.warnings}};
-}
-
 void Lint(const Arguments &arguments, Report &report) {
     const bool strict = arguments.Has("--strict");
     for (const std::string &path : arguments.Operands()) {
@@ -23,11 +14,17 @@ void Lint(const Arguments &arguments, Report &report) {
         if (!LintAndTell(path, file, report)) {
             continue;
         }
-        if (file.lint.errors != 0 || (strict && file.lint.warnings != 0)) {
+        const LintResult &lint = file.lint;
+        if (lint.errors != 0 || (strict && lint.warnings != 0)) {
             report.Raise(Status::kNo);
         }
-        report.Print(Escaped(file.name) + ": " + LintVerdict(file.lint) + '\n');
-        report.AddResult(VerdictJson(file.lint, file.name));
+        report.Print(Escaped(file.name) + ": " + LintVerdict(lint) + '\n');
+        const auto readable = std::ranges::count(lint.services, true, &LintedService::readable);
+        report.AddResult({{"file", Utf8Text(file.name)},
+                          {"services", lint.services.size()},
+                          {"readable_services", readable},
+                          {"errors", lint.errors},
+                          {"warnings", lint.warnings}});
     }
 }
 

@@ -20,49 +20,88 @@
 namespace tavo::tool {
 namespace {
 
-// The ports of a built-in service, which may be settings with invalid values; these are reported
-// and left out.
-OwnedPorts PortsOf(const TAVO_FW_SERVICE &service, Report &report) {
-    OwnedPorts ports;
-    for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-        const std::string port = TLIBCSzListGet(service.pDstPortList, i);
-        TAVO_SERVICE_CONF_PORT *one = nullptr;
-        const std::string text =
-            Replaced(port, "-", ":") + '/' + ProtocolsText(service.nDstProtocol);
-        if (TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &one) != 0) {
-            report.TellError("", "bad-service",
-                             "firewall service " + std::string(service.szName) + " has " +
-                                 Quoted(port) + " for a port");
-            continue;
-        }
-        one->pNext = ports.release();
-        ports.reset(one);
-    }
-    return ports;
-}
-
-// A built-in service in the form of a section of a file. No built-in service has source ports.
+// A built-in service in the form of a section of a file. No built-in service has source ports. Its
+// destination ports may be settings with invalid values; these are reported and left out.
 OwnedSection SectionOf(const TAVO_FW_SERVICE &service, Report &report) {
     OwnedSection section = OrThrow(NewRecord<OwnedSection>());
     std::memcpy(section->szName, service.szName, sizeof(section->szName));
     section->strTitle = service.strTitle;
     section->strDesc = service.strDesc;
     section->blPortForward = service.blPortForward;
-    section->pDstPorts = PortsOf(service, report).release();
+    for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
+        const std::string port = TLIBCSzListGet(service.pDstPortList, i);
+        TAVO_SERVICE_CONF_PORT *one = nullptr;
+        const std::string text =
+            Replaced(port, "-", ":") + '/' + ProtocolsText(service.nDstProtocol);
+        if (TAVOServiceConfPortsGet(text.c_str(), TAVO_PORT_DIRECTION_DST, &one) == 0) {
+            Prepend(OwnedPorts(one), &section->pDstPorts);
+        } else {
+            report.TellError("", "bad-service",
+                             "firewall service " + std::string(service.szName) + " has " +
+                                 Quoted(port) + " for a port");
+        }
+    }
     return section;
 }
 
-constexpr char kBuiltIn[] = "built-in";
+// The support key of a built-in service; "" if there is none.
+const char *SupportKeyOf(const TAVO_FW_SERVICE &service) {
+    const auto *row = rgServices;
+    while (std::strcmp(row->szName, service.szName) != 0) {
+        ++row;
+    }
+    return row->szSupportKey == nullptr ? "" : row->szSupportKey;
+}
 
-Json BuiltInJson(const TAVO_SERVICE_CONF_SECTION &section, const char *support_key) {
-    Json json = {{"file", nullptr},
-                 {"real_path", nullptr},
-                 {"location", kBuiltIn},
-                 {"version", nullptr},
-                 {"support_key", TextOrNull(support_key)},
-                 {"run_key", nullptr}};
-    json.Merge(SectionJson(section));
-    return json;
+// A service of the firewall: a built-in one, or a section of a file.
+struct Service {
+    const char *name;
+    const char *support_key;                             // "" if there is none
+    const TAVO_FW_SERVICE *built_in = nullptr;           // null for a section
+    const ServiceFileRecord *file = nullptr;             // null for a built-in service
+    const TAVO_SERVICE_CONF_SECTION *section = nullptr;  // the same
+};
+
+std::vector<Service> ServicesIn(const DeclaredServices &read) {
+    std::vector<Service> services;
+    for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
+        services.push_back(
+            {.name = service->szName, .support_key = SupportKeyOf(*service), .built_in = service});
+    }
+    ForEachService(read.report, [&services](const auto &file, const auto &section) {
+        services.push_back({.name = section.szName,
+                            .support_key = file.conf->szSupportKey,
+                            .file = &file,
+                            .section = &section});
+    });
+    return services;
+}
+
+// Adds a service to the table and the JSON. `supported` is empty if unknown.
+void AddService(const Service &service, std::optional<bool> supported, Table &table,
+                Report &report) {
+    constexpr char kBuiltIn[] = "built-in";
+    const ServiceFileRecord *file = service.file;
+    const OwnedSection converted = file == nullptr ? SectionOf(*service.built_in, report) : nullptr;
+    const TAVO_SERVICE_CONF_SECTION &section = file == nullptr ? *converted : *service.section;
+    table.Row({section.szName, supported ? (*supported ? "yes" : "no") : "",
+               section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
+               file == nullptr ? kBuiltIn : FolderAndName(file->path), section.strTitle.szText});
+    report.AddResult([&] {
+        Json json = {{"name", section.szName}, {"supported", supported}};
+        if (file != nullptr) {
+            json.Merge(ServiceJson(*file, section));
+            return json;
+        }
+        json.Merge({{"file", nullptr},
+                    {"real_path", nullptr},
+                    {"location", kBuiltIn},
+                    {"version", nullptr},
+                    {"support_key", TextOrNull(service.support_key)},
+                    {"run_key", nullptr}});
+        json.Merge(SectionJson(section));
+        return json;
+    });
 }
 
 bool IsWanted(const std::string &name, const std::vector<std::string> &wanted) {
@@ -80,37 +119,12 @@ void TellBuiltInLeftOut(const ReadingReport &read, const std::vector<std::string
     }
 }
 
-// The support key of a built-in service; "" if there is none.
-const char *SupportKeyOf(const TAVO_FW_SERVICE &service) {
-    const auto *row = rgServices;
-    while (std::strcmp(row->szName, service.szName) != 0) {
-        ++row;
-    }
-    return row->szSupportKey == nullptr ? "" : row->szSupportKey;
-}
-
-// The names of all services, including those left out.
-std::vector<std::string> NamesOf(const DeclaredServices &read) {
+// Reports the wanted services that do not exist. Those that are left out do.
+void TellNotFound(const std::vector<std::string> &wanted, const std::vector<Service> &services,
+                  const ReadingReport &read, Report &report) {
     std::vector<std::string> names;
-    for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
-        names.emplace_back(service->szName);
-    }
-    ForEachService(read.report, [&names](const auto &, const auto &service) {
-        names.emplace_back(service.szName);
-    });
-    for (const LeftOut &omission : read.report.Omissions()) {
-        if (omission.row != nullptr) {
-            names.emplace_back(omission.row->szName);
-        }
-    }
-    for (std::string &name : NamesLeftOut(read.report.Omissions())) {
-        names.push_back(std::move(name));
-    }
-    return names;
-}
-
-void TellNotFound(const std::vector<std::string> &wanted, const std::vector<std::string> &names,
-                  Report &report) {
+    std::ranges::transform(services, std::back_inserter(names), &Service::name);
+    std::ranges::copy(NamesLeftOut(read.Omissions()), std::back_inserter(names));
     for (const std::string &name : wanted) {
         if (Holds(names, name)) {
             continue;
@@ -123,22 +137,6 @@ void TellNotFound(const std::vector<std::string> &wanted, const std::vector<std:
     }
 }
 
-// Adds a service to the table and the JSON. `file` is null for a built-in service; `supported` is
-// empty if unknown.
-void AddService(const TAVO_SERVICE_CONF_SECTION &section, const ServiceFileRecord *file,
-                const char *support_key, std::optional<bool> supported, Table &table,
-                Report &report) {
-    table.Row({section.szName, supported ? (*supported ? "yes" : "no") : "",
-               section.blPortForward != 0 ? "yes" : "no", PortsText(section.pDstPorts),
-               file == nullptr ? kBuiltIn : FolderAndName(file->path), section.strTitle.szText});
-    report.AddResult([&] {
-        Json json = {{"name", section.szName}, {"supported", supported}};
-        json.Merge(file == nullptr ? BuiltInJson(section, support_key)
-                                   : ServiceJson(*file, section));
-        return json;
-    });
-}
-
 // If the factory settings cannot be read, the library lists services with a support key as not
 // supported. Here that is unknown.
 void Services(const Arguments &arguments, Report &report) {
@@ -149,38 +147,29 @@ void Services(const Arguments &arguments, Report &report) {
     Table table({"NAME", "SUPPORTED", "FORWARD", "PORTS", "FROM", "TITLE"});
     const std::string problem = ReadRegularFile(kFactorySettingsFile).problem;
     bool support_known = true;
-    // Calls add(supported) if the service is listed.
-    const auto list = [&](const char *key, bool is_supported, auto add) {
-        const bool known = problem.empty() || *key == '\0';
-        support_known = support_known && known;
-        const auto supported = known ? std::optional(is_supported) : std::nullopt;
-        if (!arguments.Has("--supported") || supported.value_or(false)) {
-            add(supported);
+    const HeldFile held(kFactorySettingsFile);
+    const std::vector<Service> services = ServicesIn(read);
+    for (const Service &service : services) {
+        if (!IsWanted(service.name, wanted)) {
+            continue;
         }
-    };
-    for (const TAVO_FW_SERVICE *service : InFileOrder(read.built_in.get())) {
-        if (IsWanted(service->szName, wanted)) {
-            const char *key = SupportKeyOf(*service);
-            list(key, service->blSupported != 0, [&](std::optional<bool> supported) {
-                AddService(*SectionOf(*service, report), nullptr, key, supported, table, report);
-            });
+        std::optional<bool> supported = service.file == nullptr
+                                            ? service.built_in->blSupported != 0
+                                            : IsFileSupported(service.support_key);
+        if (!problem.empty() && *service.support_key != '\0') {
+            supported.reset();
+            support_known = false;
+        }
+        if (!arguments.Has("--supported") || supported.value_or(false)) {
+            AddService(service, supported, table, report);
         }
     }
-    const HeldFile held(kFactorySettingsFile);
-    ForEachService(read.report, [&](const auto &file, const auto &section) {
-        if (IsWanted(section.szName, wanted)) {
-            const char *key = file.conf->szSupportKey;
-            list(key, IsFileSupported(key), [&](std::optional<bool> supported) {
-                AddService(section, &file, key, supported, table, report);
-            });
-        }
-    });
     if (!support_known) {
         report.TellError(kFactorySettingsFile, "unreadable",
                          "it is unknown what this model supports: " + problem);
     }
     if (!wanted.empty()) {
-        TellNotFound(wanted, NamesOf(read), report);
+        TellNotFound(wanted, services, read.report, report);
     }
     report.Print(table.Text(!arguments.Has("--no-legend"), report.Columns()));
 }

@@ -2,7 +2,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <utility>
 
 #include "commands/commands.h"
@@ -39,7 +38,7 @@ void AddFile(const ServiceFileRecord &file, Fields &fields) {
     if (!real_path.empty() && real_path != file.path) {
         fields.emplace_back("Real path", real_path);
     }
-    fields.insert(fields.end(), {{"Where", std::string(LocationOf(file))},
+    fields.insert(fields.end(), {{"Where", file.folder != nullptr ? file.folder->name : ""},
                                  {"Version", std::to_string(file.conf->nVersion)},
                                  {"Support key", file.conf->szSupportKey},
                                  {"Run key", file.conf->szRunKey}});
@@ -65,10 +64,7 @@ void ShowFile(const std::string &path, Report &report) {
         return;
     }
     const OwnedConf conf = ReadServices(file.text);
-    for (const Diagnostic &reason : WhyLeftOut(file)) {
-        report.Tell(reason);
-        report.Raise(Status::kFailed);
-    }
+    TellOmissions({.diagnostics = WhyLeftOut(file)}, report);
     if (conf == nullptr) {
         return;
     }
@@ -93,7 +89,7 @@ std::string MeantBy(const std::string &name, const ReadingReport &read) {
         }
     };
     for (const ServiceFileRecord &file : read.Files()) {
-        if (std::filesystem::path(file.path).filename() == name) {
+        if (LastPart(file.path) == name) {
             return file.path;
         }
     }

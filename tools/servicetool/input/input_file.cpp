@@ -44,25 +44,6 @@ FileContents MissingFile(const std::string &path, int error) {
     return {{}, dangling ? "is a dangling symbolic link" : ErrorText(error), absent, dangling};
 }
 
-FileContents ReadAll(int descriptor) {
-    FileContents contents;
-    std::string buffer(std::size_t{1} << 16, '\0');
-    for (;;) {
-        const ssize_t got =
-            Uninterrupted([&] { return read(descriptor, buffer.data(), buffer.size()); });
-        if (got < 0) {
-            return {.problem = ErrorText(errno)};
-        }
-        if (got == 0) {
-            return contents;
-        }
-        contents.text.append(buffer, 0, static_cast<std::size_t>(got));
-        if (contents.text.size() > kLargest) {
-            return {.problem = "is larger than 16 MiB"};
-        }
-    }
-}
-
 }  // namespace
 
 std::string ErrorText(int error) {
@@ -95,13 +76,23 @@ FileContents ReadRegularFile(const std::string &path) {
                                    : FileContents{.problem = KindProblem(status.st_mode)};
 }
 
-// Unlike a FILE, standard input may be a pipe or a terminal.
-FileContents ReadStandardInput() {
-    struct stat status {};
-    if (fstat(STDIN_FILENO, &status) == 0 && S_ISDIR(status.st_mode)) {
-        return {.problem = KindProblem(status.st_mode)};
+FileContents ReadAll(int descriptor) {
+    FileContents contents;
+    std::string buffer(std::size_t{1} << 16, '\0');
+    for (;;) {
+        const ssize_t got =
+            Uninterrupted([&] { return read(descriptor, buffer.data(), buffer.size()); });
+        if (got < 0) {
+            return {.problem = errno == EISDIR ? KindProblem(S_IFDIR) : ErrorText(errno)};
+        }
+        if (got == 0) {
+            return contents;
+        }
+        contents.text.append(buffer, 0, static_cast<std::size_t>(got));
+        if (contents.text.size() > kLargest) {
+            return {.problem = "is larger than 16 MiB"};
+        }
     }
-    return ReadAll(STDIN_FILENO);
 }
 
 std::string RealPathOf(const std::string &path) {

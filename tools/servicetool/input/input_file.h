@@ -32,8 +32,8 @@ struct FileContents {
 // Reads a regular file. Any other kind of file is a problem; never blocks on a pipe or a device.
 FileContents ReadRegularFile(const std::string &path);
 
-// Reads standard input to its end.
-FileContents ReadStandardInput();
+// Reads from an open file, pipe or terminal to its end. A folder is a problem.
+FileContents ReadAll(int descriptor);
 
 // The path without symbolic links; "" if there is none, as for standard input.
 std::string RealPathOf(const std::string &path);

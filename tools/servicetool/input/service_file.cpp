@@ -3,8 +3,6 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
-#include <stdexcept>
-#include <utility>
 
 #include "base/system_files.h"
 #include "input/input_file.h"
@@ -16,89 +14,61 @@
 namespace tavo::tool {
 namespace {
 
-bool IsGlobal(const LeftOut &omission) {
-    return omission.section != nullptr && std::strcmp(omission.section, kGlobalSection) == 0;
-}
-
 // The message of lint about a section, for use after the section's name.
 std::string AboutIt(const std::string &message, const std::string &section) {
-    const std::string subjects[][2] = {
-        {"section [" + Shortened(section) + "] ", "it "},
-        {"section name " + Quoted(section) + " ", "its name "},
-    };
-    for (const auto &[subject, pronoun] : subjects) {
-        if (message.starts_with(subject)) {
-            return pronoun + message.substr(subject.size());
-        }
+    const std::string subject = "section [" + Shortened(section) + "] ";
+    if (message.starts_with(subject)) {
+        return "it " + message.substr(subject.size());
     }
-    return message;
+    const std::string name = "section name " + Quoted(section);
+    return message.starts_with(name) ? "its name" + message.substr(name.size()) : message;
 }
 
 // A service is left out because of its first error.
-Diagnostic WhyServiceIsLeftOut(const LintedFile &file, const LintedService &service,
-                               Severity severity) {
-    Diagnostic diagnostic;
+Diagnostic WhyServiceIsLeftOut(const LintedFile &file, const LintedService &service) {
     const std::string consequence = "section [" + Shortened(service.name) + "] is left out";
-    if (service.first_error) {
-        diagnostic = file.lint.diagnostics[*service.first_error];
-        diagnostic.message = consequence + ": " + AboutIt(diagnostic.message, service.name);
-    } else {
+    if (!service.first_error) {
         // The error is not among those that lint lists.
-        diagnostic = {.file = file.name, .rule = "unreadable", .message = consequence};
+        return Error(file.name, "unreadable", consequence);
     }
-    diagnostic.severity = severity;
+    Diagnostic diagnostic = file.lint.diagnostics[*service.first_error];
+    diagnostic.message = consequence + ": " + AboutIt(diagnostic.message, service.name);
     return diagnostic;
-}
-
-// The omission of a whole file is the last of the file.
-bool IsWholeFile(std::span<const LeftOut> omissions) {
-    return omissions.back().section == nullptr;
-}
-
-bool IsAnyReadable(const LintResult &lint) {
-    return std::any_of(lint.services.begin(), lint.services.end(),
-                       [](const LintedService &service) { return service.readable; });
 }
 
 // Whether lint finds errors in exactly those services of a file that the library left out. If not,
 // the file was changed in between, or a system error kept the library from reading it.
-bool IsExplained(std::span<const LeftOut> omissions, const LintResult &lint) {
+bool IsExplained(const std::vector<std::string> &left_out, bool whole_file,
+                 const LintResult &lint) {
     std::vector<std::string> invalid;
     for (const LintedService &service : lint.services) {
         if (!service.readable) {
             invalid.push_back(service.name);
         }
     }
-    return invalid == NamesLeftOut(omissions) && IsWholeFile(omissions) != IsAnyReadable(lint);
+    return invalid == left_out && whole_file == (invalid.size() == lint.services.size());
 }
 
 // Adds what is left out of one file. A [global] section that cannot be read is ignored.
 void ExplainFile(std::span<const LeftOut> left_out, const std::vector<std::string> &names,
                  Severity severity, Omissions &omissions) {
-    if (std::all_of(left_out.begin(), left_out.end(), IsGlobal)) {
+    // The omission of a whole file is the last of the file.
+    const bool whole_file = left_out.back().section == nullptr;
+    const std::vector<std::string> services = NamesLeftOut(left_out);
+    if (!whole_file && services.empty()) {
         return;
     }
     LintedFile file = ReadAndLint(left_out.front().path);
-    if (file.problem.empty() && !IsExplained(left_out, file.lint)) {
+    if (file.problem.empty() && !IsExplained(services, whole_file, file.lint)) {
         file.problem = "changed while it was read";
         omissions.any_change = true;
     }
     if (file.problem.empty()) {
-        for (Diagnostic &reason : WhyLeftOut(file, names, severity)) {
-            omissions.diagnostics.push_back(std::move(reason));
-        }
+        std::ranges::move(WhyLeftOut(file, names, severity),
+                          std::back_inserter(omissions.diagnostics));
     } else {
-        omissions.diagnostics.push_back(
-            {.file = file.name,
-             .severity = IsWholeFile(left_out) ? Severity::kError : severity,
-             .rule = "unreadable",
-             .message = file.problem});
-    }
-}
-
-void CheckMemory(const ReadingReport &read) {
-    if (read.Fault() == TLIBC_ERR_NO_MEMORY) {
-        throw std::bad_alloc();
+        omissions.diagnostics.push_back(Error(file.name, "unreadable", file.problem));
+        omissions.diagnostics.back().severity = whole_file ? Severity::kError : severity;
     }
 }
 
@@ -110,13 +80,8 @@ Json PortsJson(const TAVO_SERVICE_CONF_PORT *list) {
     });
 }
 
-// Whether the text also has a reference into a string table.
-bool HasReference(const TAVO_SERVICE_CONF_STRING &string) {
-    return *string.szSource != '\0' || *string.szSection != '\0' || *string.szKey != '\0';
-}
-
 Json ReferenceJson(const TAVO_SERVICE_CONF_STRING &string) {
-    if (!HasReference(string)) {
+    if (ReferenceText(string).empty()) {
         return nullptr;
     }
     return {{"source", TextOrNull(string.szSource)},
@@ -152,18 +117,16 @@ OwnedConf ReadServices(const std::string &text) {
     TAVO_SERVICE_CONF *list = nullptr;
     read.NoteFault(ReadServiceFile(copy.Path().c_str(), &list, &read));
     OwnedConf conf(list);
-    CheckMemory(read);
-    if (read.Fault() != 0) {
-        throw std::runtime_error("the services cannot be read: " + SystemReason(read.Fault()));
-    }
+    ThrowIfSystemFailed("the services cannot be read", read.Fault());
     return conf;
 }
 
 std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions) {
     std::vector<std::string> names;
     for (const LeftOut &omission : omissions) {
-        if (omission.section != nullptr && !IsGlobal(omission)) {
-            names.emplace_back(omission.section);
+        const char *name = omission.row != nullptr ? omission.row->szName : omission.section;
+        if (name != nullptr && std::strcmp(name, kGlobalSection) != 0) {
+            names.emplace_back(name);
         }
     }
     return names;
@@ -172,7 +135,9 @@ std::vector<std::string> NamesLeftOut(std::span<const LeftOut> omissions) {
 // The omissions of a file are adjacent.
 Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::string> &names,
                            Severity severity) {
-    CheckMemory(read);
+    if (read.Fault() == TLIBC_ERR_NO_MEMORY) {
+        throw std::bad_alloc();
+    }
     Omissions omissions;
     const LeftOut *const end = read.Omissions().end();
     for (const LeftOut *first = read.Omissions().begin(); first != end;) {
@@ -182,9 +147,8 @@ Omissions ExplainOmissions(const ReadingReport &read, const std::vector<std::str
         if (first->path != nullptr) {
             ExplainFile({first, next}, names, severity, omissions);
         } else if (first->row == nullptr) {
-            omissions.diagnostics.push_back({.file = first->folder->path,
-                                             .rule = "unreadable",
-                                             .message = ErrorText(first->error)});
+            omissions.diagnostics.push_back(
+                Error(first->folder->path, "unreadable", ErrorText(first->error)));
         }
         first = next;
     }
@@ -203,20 +167,20 @@ bool TellOmissions(const Omissions &omissions, Report &report, Status status) {
 
 std::vector<Diagnostic> WhyLeftOut(const LintedFile &file, const std::vector<std::string> &names,
                                    Severity severity) {
-    if (names.empty() && !IsAnyReadable(file.lint)) {
-        const auto &findings = file.lint.diagnostics;
-        Diagnostic reason = *std::find_if(
-            findings.begin(), findings.end(),
-            [](const Diagnostic &finding) { return finding.severity == Severity::kError; });
-        reason.severity = severity;
-        reason.message = "not read as a service file: " + reason.message;
-        return {reason};
-    }
     std::vector<Diagnostic> reasons;
-    for (const LintedService &service : file.lint.services) {
-        if (!service.readable && (names.empty() || Holds(names, service.name))) {
-            reasons.push_back(WhyServiceIsLeftOut(file, service, severity));
+    if (names.empty() && std::ranges::none_of(file.lint.services, &LintedService::readable)) {
+        reasons.push_back(
+            *std::ranges::find(file.lint.diagnostics, Severity::kError, &Diagnostic::severity));
+        reasons[0].message.insert(0, "not read as a service file: ");
+    } else {
+        for (const LintedService &service : file.lint.services) {
+            if (!service.readable && (names.empty() || Holds(names, service.name))) {
+                reasons.push_back(WhyServiceIsLeftOut(file, service));
+            }
         }
+    }
+    for (Diagnostic &reason : reasons) {
+        reason.severity = severity;
     }
     return reasons;
 }
@@ -234,15 +198,9 @@ std::string PortsText(const TAVO_SERVICE_CONF_PORT *list) {
 }
 
 std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string) {
-    if (!HasReference(string)) {
-        return {};
-    }
-    const std::string source = string.szSource;
-    return (source.empty() ? "" : source + ':') + string.szSection + ':' + string.szKey;
-}
-
-std::string_view LocationOf(const ServiceFileRecord &file) {
-    return file.folder != nullptr ? file.folder->name : "";
+    const std::string source = *string.szSource == '\0' ? "" : std::string(string.szSource) + ':';
+    const std::string text = source + string.szSection + ':' + string.szKey;
+    return text == ":" ? "" : text;  // without any part there is no reference
 }
 
 Json SectionJson(const TAVO_SERVICE_CONF_SECTION &section) {
@@ -260,7 +218,7 @@ Json ServiceJson(const ServiceFileRecord &file, const TAVO_SERVICE_CONF_SECTION 
     Json json = {{"name", section.szName},
                  {"file", Utf8Text(file.path)},
                  {"real_path", TextOrNull(RealPathOf(file.path))},
-                 {"location", TextOrNull(LocationOf(file))},
+                 {"location", TextOrNull(file.folder != nullptr ? file.folder->name : "")},
                  {"version", file.conf->nVersion},
                  {"support_key", TextOrNull(file.conf->szSupportKey)},
                  {"run_key", TextOrNull(file.conf->szRunKey)}};

@@ -107,9 +107,6 @@ std::string PortsText(const TAVO_SERVICE_CONF_PORT *list);
 // The reference in the notation of the file, "SOURCE:SECTION:KEY" or "SECTION:KEY"; "" for none.
 std::string ReferenceText(const TAVO_SERVICE_CONF_STRING &string);
 
-// "system" or "package"; "" if the file is in no service folder.
-std::string_view LocationOf(const ServiceFileRecord &file);
-
 // The JSON object of a service, the same in every command.
 Json ServiceJson(const ServiceFileRecord &file, const TAVO_SERVICE_CONF_SECTION &section);
 

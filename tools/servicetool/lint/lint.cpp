@@ -2,15 +2,9 @@
 // and the effective line of each key. The second pass uses that to check each line.
 #include "lint/lint.h"
 
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <string>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
-#include "config_lines.h"
 #include "input/input_file.h"
 #include "lint/lint_rules.h"
 #include "model/service_file_keys.h"
@@ -24,7 +18,7 @@ namespace {
 // sections, so the structure is small.
 struct Section {
     std::string_view name;
-    SectionKind kind;
+    SectionKind kind = SectionKind::kGlobal;
     bool has_keys = false;
     std::uint32_t line = 0;                         // of its first header
     std::uint32_t service = 0;                      // index in LintResult::services
@@ -34,14 +28,12 @@ struct Section {
 // A suggested correction for an invalid section name; empty if there is none.
 std::string NameFix(std::string_view name) {
     constexpr std::size_t kLongest = 60;
-    std::string fixed(TrimBlanks(name));
-    if (fixed.empty() || fixed.size() > kLongest) {
+    // IsPlain also rejects backslashes.
+    std::string fixed = Replaced(std::string(TrimBlanks(name)), "\\", "-");
+    if (fixed.empty() || fixed.size() > kLongest || !IsPlain(fixed)) {
         return {};
     }
     for (char &c : fixed) {
-        if (static_cast<unsigned char>(c) >= 0x80 || IsControl(static_cast<unsigned char>(c))) {
-            return {};
-        }
         c = kNameCharacters.find(c) == std::string_view::npos ? '-' : c;
     }
     return "write [" + fixed + "]";
@@ -60,253 +52,234 @@ class Linter {
     }
 
   private:
-    void CollectSections();
-    Section &SectionNamed(std::string_view name, std::size_t line);
-    void CheckFile();
-    void CheckLines();
-    void CheckHeader(const ConfigLine &line, const Section &section);
-    void CheckName(const ConfigLine &line);
-    void CheckNameCase(const ConfigLine &line, const Section &section);
-    void CheckKeysOf(const ConfigLine &header, const Section &section);
-    void CheckKey(const ConfigLine &line, const Section &section);
-    void CheckUnknownKey(const ConfigLine &line, SectionKind kind);
-    void CheckOther(const ConfigLine &line);
+    void CollectSections() {
+        Section *section = nullptr;
+        ConfigLine line;
+        for (ConfigLineReader reader(text_); reader.Next(line);) {
+            if (line.kind == ConfigLineKind::kSection) {
+                section = &SectionNamed(line.name, line.number);
+            } else if (line.kind == ConfigLineKind::kKeyValue && section != nullptr) {
+                section->has_keys = true;
+                if (const auto key = FindKey(section->kind, line.name)) {
+                    section->counts[*key] = static_cast<std::uint32_t>(line.number);
+                }
+            }
+        }
+    }
+
+    Section &SectionNamed(std::string_view name, std::size_t line) {
+        const auto [found, added] = sections_.try_emplace(name);
+        Section &section = found->second;
+        if (added) {
+            section.name = name;
+            section.line = static_cast<std::uint32_t>(line);
+            if (name != kGlobalSection) {
+                section.kind = SectionKind::kService;
+                section.service = static_cast<std::uint32_t>(result_.services.size());
+                result_.services.emplace_back().name = name;
+            }
+        }
+        return section;
+    }
+
+    void CheckFile() {
+        ConfigLine first;
+        first.number = 1;
+        first.text = text_.substr(0, 0);
+        ConfigLineReader(text_).Next(first);
+        findings_.EnterLine(first);
+        const std::string_view start = first.text.substr(0, 0);
+        if (sections_.empty()) {
+            findings_.Add(Rule("no-section"), start, "the file has no section, so no service",
+                          "start each service with a line [NAME]");
+        } else if (result_.services.empty()) {
+            findings_.Add(Rule("only-global"), start,
+                          "the only section is [global], so there is no service",
+                          "add a section [NAME] for each service");
+        }
+    }
+
+    void CheckLines() {
+        const Section *section = nullptr;
+        ConfigLine line;
+        for (ConfigLineReader reader(text_); reader.Next(line);) {
+            findings_.EnterLine(line);
+            switch (line.kind) {
+                case ConfigLineKind::kBlank:
+                case ConfigLineKind::kComment:
+                    break;
+                case ConfigLineKind::kSection:
+                    section = &sections_.at(line.name);
+                    findings_.EnterService(section->kind == SectionKind::kService
+                                               ? &result_.services[section->service]
+                                               : nullptr);
+                    CheckHeader(line, *section);
+                    break;
+                case ConfigLineKind::kKeyValue:
+                    if (section != nullptr) {
+                        CheckKey(line, *section);
+                    } else {
+                        findings_.Add(Rule("key-outside-section"), line.name,
+                                      "a key before the first section is not read");
+                    }
+                    break;
+                case ConfigLineKind::kOther:
+                    CheckOther(line);
+                    break;
+            }
+        }
+    }
+
+    void CheckHeader(const ConfigLine &line, const Section &section) {
+        CheckName(line);
+        if (line.number != section.line) {
+            findings_.Add(Rule("duplicate-section"), line.name,
+                          "section [" + Shortened(line.name) + "] already starts in line " +
+                              std::to_string(section.line) + "; both are read as one");
+            return;
+        }
+        CheckNameCase(line, section);
+        CheckKeysOf(line, section);
+    }
+
+    void CheckName(const ConfigLine &line) {
+        const std::string_view name = line.name;
+        const std::size_t bad = name.find_first_not_of(kNameCharacters);
+        if (name.empty()) {
+            findings_.Add(Rule("section-name"), name, "the section has no name");
+        } else if (bad != std::string_view::npos) {
+            findings_.Add(
+                Rule("section-name"), name.substr(bad),
+                "section name " + Quoted(name) +
+                    " contains characters other than letters, digits, \"-\", \".\" and \"_\"",
+                NameFix(name));
+        } else {
+            CheckLength(name, "the section's name", TAVO_SERVICE_CONF_NAME_SIZE, findings_);
+        }
+    }
+
+    void CheckNameCase(const ConfigLine &line, const Section &section) {
+        const auto [found, added] = first_by_lower_name_.emplace(LowerCase(line.name), &section);
+        if (!added) {
+            const Section &first = *found->second;
+            findings_.Add(Rule("name-case"), line.name,
+                          "section [" + Shortened(line.name) + "] differs from [" +
+                              Shortened(first.name) + "] in line " + std::to_string(first.line) +
+                              " only in case");
+        } else if (line.name != kGlobalSection && found->first == kGlobalSection) {
+            findings_.Add(Rule("name-case"), line.name,
+                          "[" + std::string(line.name) +
+                              "] differs from [global] in case, so it is read as a service",
+                          "write [global]");
+        }
+    }
+
+    void CheckKeysOf(const ConfigLine &header, const Section &section) {
+        if (!section.has_keys) {
+            const bool global = section.kind == SectionKind::kGlobal;
+            findings_.Add(global ? Rule("empty-global") : Rule("empty-section"), header.name,
+                          "section [" + Shortened(header.name) + "] has no key" +
+                              (global ? " and is not read" : ""));
+            return;
+        }
+        for (std::size_t i = 0; i < kKeyRules.size(); ++i) {
+            const KeyRule &key = kKeyRules[i];
+            if (key.missing && key.section == section.kind && section.counts[i] == 0) {
+                findings_.Add(
+                    *key.missing, header.name,
+                    "section [" + Shortened(header.name) + "] lacks " + std::string(key.name),
+                    "add a line " + std::string(key.example));
+            }
+        }
+    }
+
+    void CheckKey(const ConfigLine &line, const Section &section) {
+        const auto key = FindKey(section.kind, line.name);
+        if (!key) {
+            CheckUnknownKey(line, section.kind);
+        } else if (section.counts[*key] != line.number) {
+            findings_.Add(Rule("duplicate-key"), line.name,
+                          std::string(line.name) + " is repeated in line " +
+                              std::to_string(section.counts[*key]) + ", which takes effect",
+                          "remove one of the two");
+        } else {
+            const std::size_t errors = result_.errors;
+            CheckValue(kKeyRules[*key], line, findings_);
+            if (line.name == kKeyDstPorts && result_.errors == errors) {
+                declared_ports_.Add(section.name, line, findings_);
+            }
+        }
+    }
+
+    void CheckUnknownKey(const ConfigLine &line, SectionKind kind) {
+        const bool global = kind == SectionKind::kGlobal;
+        const SectionKind other = global ? SectionKind::kService : SectionKind::kGlobal;
+        const std::string_view similar = SimilarKey(kind, line.name);
+        std::string fix;
+        if (FindKey(other, line.name)) {
+            fix = global ? "move it to the section of a service" : "move it to section [global]";
+        } else if (!similar.empty()) {
+            fix = "write " + std::string(similar);
+        }
+        findings_.Add(Rule("unknown-key"), line.name,
+                      "key " + Quoted(line.name) + " is unknown in " +
+                          (global ? "[global]" : "the section of a service") + " and is not read",
+                      std::move(fix));
+    }
+
+    void CheckOther(const ConfigLine &line) {
+        const std::string_view trimmed = TrimBlanks(line.text);
+        const std::size_t nul = line.text.find('\0');
+        if (nul != std::string_view::npos) {
+            findings_.Add(Rule("nul-byte"), line.text.substr(nul),
+                          "a line that contains a NUL byte is not read");
+            return;
+        }
+        const char *message = "neither a comment, a section nor key=value, so the line is not read";
+        if (trimmed.front() == '[') {
+            message = "a section header ends with \"]\"; this line does not and is not read";
+        } else if (trimmed.front() == '=') {
+            message = "there is no key before the \"=\", so the line is not read";
+        }
+        findings_.Add(Rule("stray-line"), trimmed, message);
+    }
 
     std::string_view text_;
     LintResult result_;
     Findings findings_;
     DeclaredPorts declared_ports_;
-    std::vector<Section> sections_;
-    std::unordered_map<std::string_view, std::uint32_t> by_name_;
+    std::unordered_map<std::string_view, Section> sections_;  // by name
     std::unordered_map<std::string, const Section *> first_by_lower_name_;
 };
 
-void Linter::CollectSections() {
-    Section *section = nullptr;
-    ConfigLine line;
-    for (ConfigLineReader reader(text_); reader.Next(line);) {
-        if (line.kind == ConfigLineKind::kSection) {
-            section = &SectionNamed(line.name, line.number);
-        } else if (line.kind == ConfigLineKind::kKeyValue && section != nullptr) {
-            section->has_keys = true;
-            if (const auto key = FindKey(section->kind, line.name)) {
-                section->counts[*key] = static_cast<std::uint32_t>(line.number);
-            }
-        }
-    }
-}
-
-Section &Linter::SectionNamed(std::string_view name, std::size_t line) {
-    const auto [found, added] =
-        by_name_.emplace(name, static_cast<std::uint32_t>(sections_.size()));
-    if (added) {
-        Section section{
-            .name = name,
-            .kind = name == kGlobalSection ? SectionKind::kGlobal : SectionKind::kService,
-            .line = static_cast<std::uint32_t>(line)};
-        if (section.kind == SectionKind::kService) {
-            section.service = static_cast<std::uint32_t>(result_.services.size());
-            result_.services.emplace_back().name = name;
-        }
-        sections_.push_back(section);
-    }
-    return sections_[found->second];
-}
-
-void Linter::CheckFile() {
-    ConfigLine first;
-    first.number = 1;
-    first.text = text_.substr(0, 0);
-    ConfigLineReader(text_).Next(first);
-    const std::string_view start = first.text.substr(0, 0);
-    if (sections_.empty()) {
-        findings_.Add(Rule("no-section"), first, start, "the file has no section, so no service",
-                      "start each service with a line [NAME]");
-    } else if (result_.services.empty()) {
-        findings_.Add(Rule("only-global"), first, start,
-                      "the only section is [global], so there is no service",
-                      "add a section [NAME] for each service");
-    }
-}
-
-void Linter::CheckLines() {
-    const Section *section = nullptr;
-    ConfigLine line;
-    for (ConfigLineReader reader(text_); reader.Next(line);) {
-        switch (line.kind) {
-            case ConfigLineKind::kBlank:
-            case ConfigLineKind::kComment:
-                break;
-            case ConfigLineKind::kSection:
-                section = &sections_[by_name_.at(line.name)];
-                findings_.EnterService(section->kind == SectionKind::kService
-                                           ? &result_.services[section->service]
-                                           : nullptr);
-                CheckHeader(line, *section);
-                break;
-            case ConfigLineKind::kKeyValue:
-                if (section != nullptr) {
-                    CheckKey(line, *section);
-                } else {
-                    findings_.Add(Rule("key-outside-section"), line, line.name,
-                                  "a key before the first section is not read");
-                }
-                break;
-            case ConfigLineKind::kOther:
-                CheckOther(line);
-                break;
-        }
-    }
-}
-
-void Linter::CheckHeader(const ConfigLine &line, const Section &section) {
-    CheckName(line);
-    if (line.number != section.line) {
-        findings_.Add(Rule("duplicate-section"), line, line.name,
-                      "section [" + Shortened(line.name) + "] already starts in line " +
-                          std::to_string(section.line) + "; both are read as one");
-        return;
-    }
-    CheckNameCase(line, section);
-    CheckKeysOf(line, section);
-}
-
-void Linter::CheckName(const ConfigLine &line) {
-    const std::string_view name = line.name;
-    const std::size_t bad = name.find_first_not_of(kNameCharacters);
-    if (name.empty()) {
-        findings_.Add(Rule("section-name"), line, name, "the section has no name");
-    } else if (bad != std::string_view::npos) {
-        findings_.Add(Rule("section-name"), line, name.substr(bad),
-                      "section name " + Quoted(name) +
-                          " contains characters other than letters, digits, \"-\", \".\" and \"_\"",
-                      NameFix(name));
-    } else {
-        CheckLength(name, "the section's name", TAVO_SERVICE_CONF_NAME_SIZE, line, findings_);
-    }
-}
-
-void Linter::CheckNameCase(const ConfigLine &line, const Section &section) {
-    const auto [found, added] = first_by_lower_name_.emplace(LowerCase(line.name), &section);
-    if (!added) {
-        const Section &first = *found->second;
-        findings_.Add(Rule("name-case"), line, line.name,
-                      "section [" + Shortened(line.name) + "] differs from [" +
-                          Shortened(first.name) + "] in line " + std::to_string(first.line) +
-                          " only in case");
-    } else if (line.name != kGlobalSection && found->first == kGlobalSection) {
-        findings_.Add(Rule("name-case"), line, line.name,
-                      "[" + std::string(line.name) + "] differs from [global] in case, so it is " +
-                          "read as a service",
-                      "write [global]");
-    }
-}
-
-void Linter::CheckKeysOf(const ConfigLine &header, const Section &section) {
-    if (!section.has_keys) {
-        const bool global = section.kind == SectionKind::kGlobal;
-        findings_.Add(global ? Rule("empty-global") : Rule("empty-section"), header, header.name,
-                      "section [" + Shortened(header.name) + "] has no key" +
-                          (global ? " and is not read" : ""));
-        return;
-    }
-    for (std::size_t i = 0; i < kKeyRules.size(); ++i) {
-        const KeyRule &key = kKeyRules[i];
-        if (key.missing && key.section == section.kind && section.counts[i] == 0) {
-            findings_.Add(*key.missing, header, header.name,
-                          "section [" + Shortened(header.name) + "] lacks " + std::string(key.name),
-                          "add a line " + std::string(key.example));
-        }
-    }
-}
-
-void Linter::CheckKey(const ConfigLine &line, const Section &section) {
-    const auto key = FindKey(section.kind, line.name);
-    if (!key) {
-        CheckUnknownKey(line, section.kind);
-    } else if (section.counts[*key] != line.number) {
-        findings_.Add(Rule("duplicate-key"), line, line.name,
-                      std::string(line.name) + " is repeated in line " +
-                          std::to_string(section.counts[*key]) + ", which takes effect",
-                      "remove one of the two");
-    } else {
-        const std::size_t errors = result_.errors;
-        CheckValue(kKeyRules[*key], line, findings_);
-        if (line.name == kKeyDstPorts && result_.errors == errors) {
-            declared_ports_.Add(section.name, line, findings_);
-        }
-    }
-}
-
-void Linter::CheckUnknownKey(const ConfigLine &line, SectionKind kind) {
-    const bool global = kind == SectionKind::kGlobal;
-    const SectionKind other = global ? SectionKind::kService : SectionKind::kGlobal;
-    const std::string_view similar = SimilarKey(kind, line.name);
-    std::string fix;
-    if (FindKey(other, line.name)) {
-        fix = global ? "move it to the section of a service" : "move it to section [global]";
-    } else if (!similar.empty()) {
-        fix = "write " + std::string(similar);
-    }
-    findings_.Add(Rule("unknown-key"), line, line.name,
-                  "key " + Quoted(line.name) + " is unknown in " +
-                      (global ? "[global]" : "the section of a service") + " and is not read",
-                  std::move(fix));
-}
-
-void Linter::CheckOther(const ConfigLine &line) {
-    const std::string_view trimmed = TrimBlanks(line.text);
-    const std::size_t nul = line.text.find('\0');
-    if (nul != std::string_view::npos) {
-        findings_.Add(Rule("nul-byte"), line, line.text.substr(nul),
-                      "a line that contains a NUL byte is not read");
-        return;
-    }
-    const char *message = "neither a comment, a section nor key=value, so the line is not read";
-    if (trimmed.front() == '[') {
-        message = "a section header ends with \"]\"; this line does not and is not read";
-    } else if (trimmed.front() == '=') {
-        message = "there is no key before the \"=\", so the line is not read";
-    }
-    findings_.Add(Rule("stray-line"), line, trimmed, message);
-}
-
 }  // namespace
 
-void Findings::Add(const LintRule &rule, const ConfigLine &line, std::string_view spot,
-                   std::string message, std::string fix) {
+void Findings::Add(const LintRule &rule, std::string_view spot, std::string message,
+                   std::string fix) {
     const bool error = rule.severity == Severity::kError;
-    const std::size_t number = ++(error ? result_.errors : result_.warnings);
-    const bool listed = number <= kListed;
+    const bool listed = ++(error ? result_.errors : result_.warnings) <= kListed;
     if (error && service_ != nullptr) {
         service_->readable = false;
         if (listed && !service_->first_error) {
             service_->first_error = result_.diagnostics.size();
         }
     }
-    if (!listed) {
-        return;
+    if (listed) {
+        Diagnostic finding =
+            Error(file_, std::string(rule.name), std::move(message), std::move(fix));
+        finding.severity = rule.severity;
+        result_.diagnostics.push_back(AtSpot(line_, spot, std::move(finding)));
     }
-    result_.diagnostics.push_back(AtSpot(line, spot,
-                                         {.file = file_,
-                                          .severity = rule.severity,
-                                          .rule = std::string(rule.name),
-                                          .message = std::move(message),
-                                          .fix = std::move(fix)}));
 }
 
 void Findings::Close() {
-    const auto beyond = [](std::size_t n) { return n > kListed ? n - kListed : 0; };
-    const std::size_t errors = beyond(result_.errors);
-    const std::size_t warnings = beyond(result_.warnings);
+    const std::size_t errors = result_.errors - std::min(result_.errors, kListed);
+    const std::size_t warnings = result_.warnings - std::min(result_.warnings, kListed);
     if (errors + warnings != 0) {
-        const LintRule rule = Rule("more-problems");
-        result_.diagnostics.push_back({.file = file_,
-                                       .severity = rule.severity,
-                                       .rule = std::string(rule.name),
-                                       .message = Counted(errors, "error") + " and " +
-                                                  Counted(warnings, "warning") +
-                                                  " are not listed"});
+        result_.diagnostics.push_back(
+            Warning(Error(file_, std::string(Rule("more-problems").name),
+                          Counted(errors, "error") + " and " + Counted(warnings, "warning") +
+                              " are not listed")));
     }
 }
 
@@ -316,7 +289,7 @@ LintResult LintText(std::string_view text, std::string_view file) {
 
 LintedFile ReadAndLint(const std::string &path) {
     const bool standard_input = path == kStandardInput;
-    FileContents contents = standard_input ? ReadStandardInput() : ReadRegularFile(path);
+    FileContents contents = standard_input ? ReadAll(STDIN_FILENO) : ReadRegularFile(path);
     LintedFile file = {standard_input ? std::string(kStandardInputName) : path,
                        std::move(contents.text),
                        std::move(contents.problem),

@@ -1,12 +1,9 @@
 #include "lint/lint_rules.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <numeric>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "model/service_file_keys.h"
 #include "output/text.h"
@@ -38,11 +35,11 @@ void CheckCharacters(const ConfigLine &line, Findings &findings) {
         const Character character = FirstCharacter(rest);
         const std::string_view spot = rest.substr(0, character.size);
         if (!character.valid && !std::exchange(broken_found, true)) {
-            findings.Add(Rule("broken-utf-8"), line, spot,
+            findings.Add(Rule("broken-utf-8"), spot,
                          std::string(line.name) + " contains a byte that is not UTF-8");
         } else if (character.valid && IsControl(character.code) &&
                    !std::exchange(control_found, true)) {
-            findings.Add(Rule("control-byte"), line, spot,
+            findings.Add(Rule("control-byte"), spot,
                          std::string(line.name) + " contains a control character");
         }
         rest.remove_prefix(character.size);
@@ -56,16 +53,16 @@ void CheckQuotes(const ConfigLine &line, Findings &findings) {
         return;
     }
     if (raw.front() == '"') {
-        findings.Add(Rule("quotes"), line, raw.substr(0, 1),
+        findings.Add(Rule("quotes"), raw.substr(0, 1),
                      "the opening quote has no closing one at the end of the line and is read as "
                      "part of the value",
                      "end the line with a quote, or remove this one");
     } else if (raw.back() == '"') {
-        findings.Add(Rule("quotes"), line, raw.substr(raw.size() - 1),
+        findings.Add(Rule("quotes"), raw.substr(raw.size() - 1),
                      "the closing quote has no opening one and is read as part of the value",
                      "start the value with a quote, or remove this one");
     } else if (raw.size() >= 2 && raw.front() == '\'' && raw.back() == '\'') {
-        findings.Add(Rule("quotes"), line, raw.substr(0, 1),
+        findings.Add(Rule("quotes"), raw.substr(0, 1),
                      "single quotes are read as part of the value", "use double quotes");
     }
 }
@@ -77,7 +74,7 @@ void CheckTrailingComment(const ConfigLine &line, Findings &findings) {
     }
     for (std::size_t i = 1; i < value.size(); ++i) {
         if ((value[i] == '#' || value[i] == ';') && IsBlank(value[i - 1])) {
-            findings.Add(Rule("trailing-comment"), line, value.substr(i, 1),
+            findings.Add(Rule("trailing-comment"), value.substr(i, 1),
                          "what looks like a comment is read as part of the value",
                          "put the comment on a line of its own, or the value in quotes");
             return;
@@ -88,7 +85,7 @@ void CheckTrailingComment(const ConfigLine &line, Findings &findings) {
 void CheckNotEmpty(const ConfigLine &line, Findings &findings) {
     if (TrimBlanks(line.value).empty()) {
         findings.Add(
-            Rule("empty-text"), line, line.value,
+            Rule("empty-text"), line.value,
             std::string(line.name) + (line.value.empty() ? " is empty" : " contains only blanks"));
     }
 }
@@ -109,9 +106,9 @@ void CheckReferencePart(std::string_view part, std::string_view what, std::size_
                         const ConfigLine &line, Findings &findings) {
     const std::string name = "the " + std::string(what) + " of " + std::string(line.name);
     if (part.empty()) {
-        findings.Add(Rule("reference"), line, part, name + " is empty");
+        findings.Add(Rule("reference"), part, name + " is empty");
     }
-    CheckLength(part, name, size, line, findings);
+    CheckLength(part, name, size, findings);
 }
 
 void CheckReference(const ConfigLine &line, Findings &findings) {
@@ -120,7 +117,7 @@ void CheckReference(const ConfigLine &line, Findings &findings) {
     const std::string_view key = parts.back();
     if (parts.size() == 1) {
         const std::string_view text = line.name == kKeyTitleKey ? kKeyTitle : kKeyDesc;
-        findings.Add(Rule("reference"), line, line.value,
+        findings.Add(Rule("reference"), line.value,
                      std::string(line.name) + " without a colon has no effect: " +
                          std::string(text) + " takes its place",
                      "write SECTION:KEY or SOURCE:SECTION:KEY");
@@ -134,7 +131,7 @@ void CheckReference(const ConfigLine &line, Findings &findings) {
     CheckReferencePart(key, "key", TAVO_SERVICE_CONF_KEY_SIZE, line, findings);
     const std::size_t colon = key.find(':');
     if (colon != std::string_view::npos) {
-        findings.Add(Rule("reference"), line, key.substr(colon, 1),
+        findings.Add(Rule("reference"), key.substr(colon, 1),
                      "this colon is read as part of the key: a reference has three parts at most");
     }
 }
@@ -152,7 +149,7 @@ void CheckPortForward(const ConfigLine &line, Findings &findings) {
         fix = "write no";
     }
     findings.Add(
-        Rule("port-forward-value"), line, line.value,
+        Rule("port-forward-value"), line.value,
         Quoted(line.value) + " is neither yes nor no and counts as " + (forwards ? "yes" : "no"),
         fix);
 }
@@ -164,7 +161,7 @@ void CheckVersion(const ConfigLine &line, Findings &findings) {
     const auto kept = static_cast<std::int32_t>(number);
     if (!IsNumber(value) || kept != number) {
         findings.Add(
-            Rule("version-number"), line, value,
+            Rule("version-number"), value,
             Quoted(value) + " is not a version number and is read as " + std::to_string(kept),
             kept > 0 ? "write " + std::to_string(kept) : "write 1");
     }
@@ -195,15 +192,15 @@ void CheckValue(const KeyRule &key, const ConfigLine &line, Findings &findings) 
     }
     if (key.size != 0) {
         CheckCharacters(line, findings);
-        CheckLength(line.value, line.name, key.size, line, findings);
+        CheckLength(line.value, line.name, key.size, findings);
     }
 }
 
 void CheckLength(std::string_view part, std::string_view what, std::size_t size,
-                 const ConfigLine &line, Findings &findings) {
+                 Findings &findings) {
     const std::size_t limit = size - 1;
     if (part.size() > limit) {
-        findings.Add(Rule("text-truncated"), line, part.substr(limit),
+        findings.Add(Rule("text-truncated"), part.substr(limit),
                      std::string(what) + " has " + std::to_string(part.size()) +
                          " bytes; it is cut to " + std::to_string(limit) + " and ends in " +
                          EndOfCut(part, limit));

@@ -5,14 +5,9 @@
 #include "lint/lint_rules.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <iterator>
-#include <optional>
-#include <string>
 #include <utility>
 
 #include "output/text.h"
-#include "ports/port_query.h"
 #include "tavoserviceconf.h"
 
 namespace tavo::tool {
@@ -25,32 +20,27 @@ bool IsPort(std::string_view text) {
 // The checks of one port list.
 class PortList {
   public:
-    PortList(const ConfigLine &line, Findings &findings) : line_(line), findings_(findings) {}
+    explicit PortList(Findings &findings) : findings_(findings) {}
 
-    void Check() {
-        const std::size_t slash = line_.value.find('/');
-        const std::string_view ports = TrimBlanks(line_.value.substr(0, slash));
+    void Check(std::string_view list) {
+        const std::size_t slash = list.find('/');
+        const std::string_view ports = TrimBlanks(list.substr(0, slash));
         if (ports.empty()) {
-            Add(Rule("empty-port-item"), ports, "the port list is empty",
-                "name a port, as in 80/tcp, or remove the key");
+            findings_.Add(Rule("empty-port-item"), ports, "the port list is empty",
+                          "name a port, as in 80/tcp, or remove the key");
         } else {
             ForEachPiece(ports, [this](std::string_view item) { CheckItem(item); });
         }
         if (slash != std::string_view::npos) {
-            CheckProtocols(TrimBlanks(line_.value.substr(slash + 1)));
+            CheckProtocols(TrimBlanks(list.substr(slash + 1)));
         }
     }
 
   private:
-    void Add(const LintRule &rule, std::string_view spot, std::string message,
-             std::string fix = {}) {
-        findings_.Add(rule, line_, spot, std::move(message), std::move(fix));
-    }
-
     void CheckItem(std::string_view text) {
         if (text.empty()) {
-            Add(Rule("empty-port-item"), text, "a port is missing next to a comma",
-                "remove the comma");
+            findings_.Add(Rule("empty-port-item"), text, "a port is missing next to a comma",
+                          "remove the comma");
             return;
         }
         const PortItem item = SplitItem(text);
@@ -62,16 +52,17 @@ class PortList {
         const PortRange range = item.Range();
         const std::string ports = std::to_string(range.first) + ':' + std::to_string(range.last);
         if (!item.is_range && range.first == 0) {
-            Add(Rule("port-zero"), text, "no service can be reached at port 0");
+            findings_.Add(Rule("port-zero"), text, "no service can be reached at port 0");
         }
         if (PortOf(item.start) > PortOf(item.end)) {
-            Add(Rule("reversed-range"), text, "the range starts above its end", "write " + ports);
+            findings_.Add(Rule("reversed-range"), text, "the range starts above its end",
+                          "write " + ports);
         }
         if (named_.FirstIn(range)) {
-            Add(Rule("duplicate-port"), text,
-                item.is_range ? "ports of the range " + ports + " are named twice"
-                              : "port " + PortsText(range) + " is named twice",
-                item.is_range ? "" : "remove it");
+            findings_.Add(Rule("duplicate-port"), text,
+                          item.is_range ? "ports of the range " + ports + " are named twice"
+                                        : "port " + PortsText(range) + " is named twice",
+                          item.is_range ? "" : "remove it");
         }
         named_.Add(range);
     }
@@ -81,17 +72,18 @@ class PortList {
         if (IsPort(number)) {
             const std::string read = std::to_string(PortOf(number));
             if (Significant(number) != read) {
-                Add(Rule("port-wrap"), number, Quoted(number) + " is read as port " + read,
-                    "write " + read);
+                findings_.Add(Rule("port-wrap"), number,
+                              Quoted(number) + " is read as port " + read, "write " + read);
             }
             return true;
         }
         if (IsNumber(number)) {
-            Add(Rule("port-range"), number, "port " + Shortened(number) + " is above 65535");
+            findings_.Add(Rule("port-range"), number,
+                          "port " + Shortened(number) + " is above 65535");
         } else {
             PortProblem problem = WhyNoNumber(number, item);
-            Add(Rule("port-syntax"), problem.spot, std::move(problem.message),
-                std::move(problem.fix));
+            findings_.Add(Rule("port-syntax"), problem.spot, std::move(problem.message),
+                          std::move(problem.fix));
         }
         return false;
     }
@@ -103,15 +95,14 @@ class PortList {
         }
         ForEachPiece(protocols, [this](std::string_view word) {
             if (word.empty() || ProtocolFlags(word) < 0) {
-                Add(Rule("protocol-word"), word,
-                    word.empty() ? "a protocol is missing next to a comma"
-                                 : Quoted(word) + " is not a protocol",
-                    kNameProtocols);
+                findings_.Add(Rule("protocol-word"), word,
+                              word.empty() ? "a protocol is missing next to a comma"
+                                           : Quoted(word) + " is not a protocol",
+                              kNameProtocols);
             }
         });
     }
 
-    const ConfigLine &line_;
     Findings &findings_;
     PortSet named_;  // by the items checked so far
 };
@@ -119,37 +110,34 @@ class PortList {
 }  // namespace
 
 void CheckPorts(const ConfigLine &line, Findings &findings) {
-    PortList(line, findings).Check();
+    PortList(findings).Check(line.value);
 }
 
 std::optional<std::uint32_t> PortSet::FirstIn(const PortRange &range) const {
-    const auto next = ranges_.upper_bound(range.first);
-    if (next != ranges_.begin() && std::prev(next)->second >= range.first) {
-        return range.first;
+    const auto next = ranges_.lower_bound(range.first);
+    if (next == ranges_.end() || next->second > range.last) {
+        return std::nullopt;
     }
-    return next != ranges_.end() && next->first <= range.last ? std::optional(next->first)
-                                                              : std::nullopt;
+    return std::max(next->second, range.first);
 }
 
 PortRanges PortSet::Add(const PortRange &range) {
     PortRanges added;
     PortRange whole = range;
     std::uint32_t rest = range.first;
-    auto next = ranges_.upper_bound(range.first);
-    if (next != ranges_.begin() && std::prev(next)->second >= range.first) {
-        --next;
-    }
-    for (; next != ranges_.end() && next->first <= range.last; next = ranges_.erase(next)) {
-        if (rest < next->first) {
-            added.push_back({rest, next->first - 1});
+    auto next = ranges_.lower_bound(range.first);
+    for (; next != ranges_.end() && next->second <= range.last; next = ranges_.erase(next)) {
+        const auto [last, first] = *next;
+        if (rest < first) {
+            added.push_back({rest, first - 1});
         }
-        rest = next->second + 1;
-        whole = {std::min(whole.first, next->first), std::max(whole.last, next->second)};
+        rest = last + 1;
+        whole = {std::min(whole.first, first), std::max(whole.last, last)};
     }
     if (rest <= range.last) {
         added.push_back({rest, range.last});
     }
-    ranges_.emplace(whole.first, whole.last);
+    ranges_.emplace(whole.last, whole.first);
     return added;
 }
 
@@ -170,7 +158,7 @@ void DeclaredPorts::Add(std::string_view service, const ConfigLine &line, Findin
             const auto port = protocols_[row].declared.FirstIn(range);
             if (is_meant(row) && port) {
                 const Declaration &other = declarations_[protocols_[row].firsts[*port]];
-                findings.Add(Rule("duplicate-port"), line, text,
+                findings.Add(Rule("duplicate-port"), text,
                              std::string(gProtoTypeMapping[row].szName) + " port " +
                                  std::to_string(*port) + " is already declared by service [" +
                                  Shortened(other.service) + "] in line " +

@@ -88,9 +88,12 @@ class Findings {
     // Sets the service that the following findings are about; null for none.
     void EnterService(LintedService *service) { service_ = service; }
 
-    // `spot` is the part of line.text to mark; it may be empty.
-    void Add(const LintRule &rule, const ConfigLine &line, std::string_view spot,
-             std::string message, std::string fix = {});
+    // Sets the line that the following findings are about.
+    void EnterLine(const ConfigLine &line) { line_ = line; }
+
+    // `spot` is the part of the line's text to mark; it may be empty.
+    void Add(const LintRule &rule, std::string_view spot, std::string message,
+             std::string fix = {});
 
     // Adds a finding with the number of findings that are not listed, if any.
     void Close();
@@ -99,6 +102,7 @@ class Findings {
     std::string file_;
     LintResult &result_;
     LintedService *service_ = nullptr;
+    ConfigLine line_;
 };
 
 // ---- Keys, defined in lint_keys.cpp
@@ -130,7 +134,7 @@ void CheckValue(const KeyRule &key, const ConfigLine &line, Findings &findings);
 // Adds a finding if `part` does not fit into its field of `size` bytes, including the terminator.
 // `what` is the name of the part.
 void CheckLength(std::string_view part, std::string_view what, std::size_t size,
-                 const ConfigLine &line, Findings &findings);
+                 Findings &findings);
 
 // ---- Ports, defined in lint_ports.cpp
 
@@ -148,7 +152,7 @@ class PortSet {
     PortRanges Add(const PortRange &range);
 
   private:
-    std::map<std::uint32_t, std::uint32_t> ranges_;  // disjoint, start to end
+    std::map<std::uint32_t, std::uint32_t> ranges_;  // disjoint, from end to start
 };
 
 // The destination ports that the services of a file declare. Two services that declare the same

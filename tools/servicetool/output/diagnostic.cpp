@@ -1,6 +1,5 @@
 #include "output/report.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "output/text.h"
@@ -108,6 +107,18 @@ SourceLine AroundSpot(std::string_view line, std::size_t spot) {
     }
     return {std::string(line.substr(begin, end - begin)), spot - begin, begin != 0,
             end != line.size()};
+}
+
+Diagnostic Error(std::string file, std::string rule, std::string message, std::string fix) {
+    return {.file = std::move(file),
+            .rule = std::move(rule),
+            .message = std::move(message),
+            .fix = std::move(fix)};
+}
+
+Diagnostic Warning(Diagnostic diagnostic) {
+    diagnostic.severity = Severity::kWarning;
+    return diagnostic;
 }
 
 Diagnostic AtSpot(const ConfigLine &line, std::string_view spot, Diagnostic diagnostic) {

@@ -71,13 +71,12 @@ std::string WriteWholeFile(const std::string &path, std::string_view text) {
     std::string consequence = "cannot be written: ";
     std::string reason;
     struct stat old = {};
-    if (stat(path.c_str(), &old) == 0) {
-        if (S_ISREG(old.st_mode)) {
-            consequence = "cannot be written and is unchanged: ";
-            reason = PutFile(RealPathOf(path), &old, text);
-        } else {
-            reason = WriteTo(path, text);
-        }
+    const bool exists = stat(path.c_str(), &old) == 0;
+    if (exists && S_ISREG(old.st_mode)) {
+        consequence = "cannot be written and is unchanged: ";
+        reason = PutFile(RealPathOf(path), &old, text);
+    } else if (exists) {
+        reason = WriteTo(path, text);
     } else if (errno != ENOENT) {
         reason = ErrorText(errno);
     } else {

@@ -46,6 +46,12 @@ struct Diagnostic {
     SourceLine source = {};    // only used if `line` is set
 };
 
+// An error about `file` as a whole, or about no file if it is empty.
+Diagnostic Error(std::string file, std::string rule, std::string message, std::string fix = {});
+
+// The diagnostic as a warning.
+Diagnostic Warning(Diagnostic diagnostic);
+
 // The diagnostic at `spot`, the part of the line to mark.
 Diagnostic AtSpot(const ConfigLine &line, std::string_view spot, Diagnostic diagnostic);
 
@@ -91,7 +97,7 @@ class Report {
     // Reports a diagnostic. Does not raise the exit status.
     void Tell(const Diagnostic &diagnostic);
 
-    // Reports an error about `file` as a whole, or about no file, and raises the status.
+    // Reports an Error and raises the status.
     void TellError(std::string file, std::string rule, std::string message, std::string fix = {},
                    Status status = Status::kFailed);
 
@@ -127,8 +133,6 @@ class Report {
     int Finish();
 
   private:
-    std::string Document() const;
-
     bool json_;
     Status status_ = Status::kOk;
     std::vector<std::string> diagnostics_;  // JSON mode only, each a JSON text

@@ -1,14 +1,15 @@
-// UTF-8 is decoded here and not by the C library, so that the result does not depend on the locale.
-// Only the width of a character comes from libc, in the locale C.UTF-8.
+// UTF-8 is decoded by libunistring and not by the C library, so that the result does not depend on
+// the locale. Only the width of a character comes from libc, in the locale C.UTF-8.
 #include "output/text.h"
 
 #include <locale.h>
+#include <unictype.h>
+#include <unistr.h>
 #include <wchar.h>
 
 #include <algorithm>
-#include <array>
+#include <cstdint>
 #include <cstdio>
-#include <iterator>
 
 #include "config_lines.h"
 
@@ -17,20 +18,6 @@ namespace {
 
 constexpr std::size_t kMessageBytes = 60;
 constexpr char kByteEscape[] = "\\x%02x";
-
-// The form of a UTF-8 sequence, by its first byte. Codes below `least` are overlong encodings.
-struct Shape {
-    unsigned char mask;
-    unsigned char lead;
-    std::size_t size;
-    char32_t least;
-};
-constexpr std::array<Shape, 4> kShapes = {{
-    {0x80, 0x00, 1, 0},
-    {0xE0, 0xC0, 2, 0x80},
-    {0xF0, 0xE0, 3, 0x800},
-    {0xF8, 0xF0, 4, 0x10000},
-}};
 
 // "\\x1b": a code as `format` prints it.
 std::string HexEscape(const char *format, char32_t code) {
@@ -52,32 +39,6 @@ std::string EscapeOf(const Character &character) {
     }
     return HexEscape(character.code > 0xFFFF ? "\\U%08x" : "\\u%04x", character.code);
 }
-
-// The joiners U+200C and U+200D are excluded, because Persian words and emoji need them. Variation
-// selectors are excluded, because they only select the form of a character.
-struct Range {
-    char32_t first;
-    char32_t last;
-};
-constexpr Range kControls[] = {
-    {0x00, 0x1F},        // C0
-    {0x7F, 0x9F},        // delete, C1
-    {0xAD, 0xAD},        // soft hyphen
-    {0x34F, 0x34F},      // grapheme joiner
-    {0x61C, 0x61C},      // Arabic letter mark
-    {0x115F, 0x1160},    // Hangul fillers
-    {0x17B4, 0x17B5},    // Khmer inherent vowels
-    {0x180B, 0x180F},    // Mongolian selectors and separator
-    {0x200B, 0x200B},    // zero-width space
-    {0x200E, 0x200F},    // direction marks
-    {0x2028, 0x202E},    // line and paragraph separators, direction embeddings and overrides
-    {0x2060, 0x206F},    // word joiner, invisible operators, direction isolates
-    {0x3164, 0x3164},    // Hangul filler
-    {0xFEFF, 0xFEFF},    // byte-order mark
-    {0xFFA0, 0xFFA0},    // Hangul filler, half width
-    {0xFFF0, 0xFFFB},    // interlinear annotations
-    {0xE0000, 0xE0FFF},  // tags
-};
 
 // Printable ASCII characters have one column each. Most texts contain no others and are measured
 // without libc.
@@ -127,33 +88,27 @@ std::string Converted(std::string_view text, Escape escape) {
 }  // namespace
 
 Character FirstCharacter(std::string_view text) {
-    const auto lead = static_cast<unsigned char>(text.front());
-    const Character bad = {1, lead, false};
-    const auto shape = std::find_if(kShapes.begin(), kShapes.end(),
-                                    [&](const Shape &s) { return (lead & s.mask) == s.lead; });
-    if (shape == kShapes.end() || text.size() < shape->size) {
-        return bad;
-    }
-    char32_t code = lead & static_cast<unsigned char>(~shape->mask);
-    for (const char c : text.substr(1, shape->size - 1)) {
-        if (!IsContinuation(c)) {
-            return bad;
-        }
-        code = code << 6 | (static_cast<unsigned char>(c) & 0x3F);
-    }
-    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-    const bool valid = code >= shape->least && code <= 0x10FFFF && !surrogate;
-    return valid ? Character{shape->size, code, true} : bad;
+    const auto *bytes = reinterpret_cast<const std::uint8_t *>(text.data());
+    ucs4_t code = 0;
+    const int size = u8_mbtoucr(&code, bytes, text.size());
+    return size > 0 ? Character{static_cast<std::size_t>(size), code, true}
+                    : Character{1, bytes[0], false};
 }
 
 bool IsContinuation(char c) {
     return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
 }
 
+// The joiners U+200C and U+200D are kept, because Persian words and emoji need them. Variation
+// selectors are kept, because they only select the form of a character.
 bool IsControl(char32_t code) {
-    return std::any_of(std::begin(kControls), std::end(kControls), [code](const Range &range) {
-        return code >= range.first && code <= range.last;
-    });
+    const bool joiner = code == 0x200C || code == 0x200D;
+    const bool selector = code >= 0xFE00 && code <= 0xFE0F;
+    const bool annotation = code >= 0xFFF9 && code <= 0xFFFB;  // marks the text between the lines
+    constexpr std::uint32_t kControls =
+        UC_CATEGORY_MASK_Cc | UC_CATEGORY_MASK_Zl | UC_CATEGORY_MASK_Zp;
+    return annotation || uc_is_general_category_withtable(code, kControls) ||
+           (uc_is_property_default_ignorable_code_point(code) && !joiner && !selector);
 }
 
 bool IsPlain(std::string_view text) {
@@ -204,9 +159,7 @@ std::string Utf8Text(std::string_view text) {
 
 std::string LowerCase(std::string_view text) {
     std::string lower(text);
-    for (char &c : lower) {
-        c = Lowered(c);
-    }
+    std::ranges::transform(lower, lower.begin(), Lowered);
     return lower;
 }
 

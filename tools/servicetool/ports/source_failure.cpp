@@ -22,13 +22,6 @@
 namespace tavo::tool {
 namespace {
 
-Diagnostic Error(std::string file, std::string rule, std::string message, std::string fix = {}) {
-    return {.file = std::move(file),
-            .rule = std::move(rule),
-            .message = std::move(message),
-            .fix = std::move(fix)};
-}
-
 // What could not be done, with the system's reason for the code of the failure, if it has one.
 Diagnostic Failed(std::string file, const std::string &what, const SourceFailure &failure) {
     const std::string reason = SystemReason(failure.code);
@@ -237,14 +230,11 @@ void PortSources::TellIgnoredLines(int source) {
     if (file == nullptr) {
         return;
     }
-    Diagnostic warning = {.file = file, .severity = Severity::kWarning};
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
         errno == ENOENT) {
-        warning.rule = "unreadable";
-        warning.message = contents.problem + ", so there are no rules";
-        Tell(warning);
+        Tell(Warning(Error(file, "unreadable", contents.problem + ", so there are no rules")));
         return;
     }
     ConfigLine first;
@@ -261,12 +251,11 @@ void PortSources::TellIgnoredLines(int source) {
     if (count == 0) {
         return;
     }
-    warning.rule = "stray-line";
-    warning.message =
+    const std::string message =
         (count == 1 ? "the line is not read: it is not a"
                     : Counted(count, "line") + " are not read: none is a") +
         std::string(rules ? " comment, section or key of a section" : " comment, section or key");
-    Tell(AtSpot(first, first.text, warning));
+    Tell(Warning(AtSpot(first, first.text, Error(file, "stray-line", message))));
 }
 
 }  // namespace tavo::tool
