@@ -188,11 +188,10 @@ void AddClaims(const std::vector<PortClaim> &claims, std::vector<PortAccount> &a
     }
 }
 
-// A socket that the kernel's tables do not list.
-constexpr PortClaim kBoundSocket = {.range = {}, .protocol = 0, .source = TAVO_PORT_CHECK_RUNTIME};
-
 // The kernel's tables do not list a TCP socket that is bound but not yet listening. The library's
 // check for ports in use detects it, but not its holder.
+constexpr PortClaim kBoundSocket = {.range = {}, .protocol = 0, .source = TAVO_PORT_CHECK_RUNTIME};
+
 void AddBound(std::vector<PortAccount> &accounts, Report &report) {
     std::vector<PortAccount *> asked;
     std::vector<PortRequest> requests;

@@ -112,7 +112,8 @@ class ClaimsInReach {
 
 // ---- Holders, defined in held_ports.cpp ----
 
-// Appends a claim for each socket and process, and the processes. Reports a failure.
+// Appends a claim for each socket and process, and the processes. A failure is reported and entered
+// in `failed`.
 void ReadHeldPorts(Report &report, PortClaims &all);
 
 // Whether a process is the program of the service that declares a port.

@@ -227,14 +227,12 @@ void PortSources::ReportIgnoredLines(int source) {
     if (file == nullptr) {
         return;
     }
-    Diagnostic warning = {.file = file, .severity = Severity::kWarning};
     const FileContents contents = ReadRegularFile(file);
     struct stat status {};
     if (rules && !contents.problem.empty() && !contents.absent && stat(file, &status) != 0 &&
         errno == ENOENT) {
-        warning.rule = "unreadable";
-        warning.message = contents.problem + ", so there are no rules";
-        ReportOnce(warning);
+        ReportOnce(
+            Warning(Error(file, "unreadable", contents.problem + ", so there are no rules")));
         return;
     }
     ConfigLine first;
@@ -251,12 +249,11 @@ void PortSources::ReportIgnoredLines(int source) {
     if (count == 0) {
         return;
     }
-    warning.rule = "stray-line";
-    warning.message =
+    const std::string message =
         (count == 1 ? "the line is not read: it is not a"
                     : Counted(count, "line") + " are not read: none is a") +
         std::string(rules ? " comment, section or key of a section" : " comment, section or key");
-    ReportOnce(AtSpot(first, first.text, warning));
+    ReportOnce(Warning(AtSpot(first, first.text, Error(file, "stray-line", message))));
 }
 
 }  // namespace tavo::tool
