@@ -34,8 +34,8 @@ class ChangingFile : public testing::Test {
     }
 
     // Returns the result of ReportOmissions; the report is in `reported_`.
-    bool ReportOmissions(const std::vector<std::string> &names = {},
-                         Severity severity = Severity::kError) {
+    bool HasErrors(const std::vector<std::string> &names = {},
+                   Severity severity = Severity::kError) {
         Report report(false);
         testing::internal::CaptureStderr();
         const bool any_error = ReportOmissions(ExplainOmissions(read_, names, severity), report);
@@ -44,7 +44,7 @@ class ChangingFile : public testing::Test {
     }
 
     void ExpectChanged(const std::vector<std::string> &names = {}) {
-        EXPECT_TRUE(ReportOmissions(names));
+        EXPECT_TRUE(HasErrors(names));
         EXPECT_EQ(reported_, path_ + ": error: changed while it was read [unreadable]\n");
     }
 
@@ -80,7 +80,7 @@ TEST_F(ChangingFile, IsNotBlamedForOtherMistakes) {
 // It may contain any service, whatever the caller looks for.
 TEST_F(ChangingFile, MayContainEveryName) {
     Read(std::string(kGood) + kBad);
-    EXPECT_FALSE(ReportOmissions({"other"}));
+    EXPECT_FALSE(HasErrors({"other"}));
     EXPECT_EQ(reported_, "");
     folder_.Write("a.sc", kGood);
     ExpectChanged({"other"});
@@ -89,14 +89,14 @@ TEST_F(ChangingFile, MayContainEveryName) {
 TEST_F(ChangingFile, IsAnErrorOfItsOwnOnlyIfNothingWasRead) {
     Read(std::string(kGood) + kBad);
     std::filesystem::remove(path_);
-    EXPECT_FALSE(ReportOmissions({}, Severity::kWarning));
+    EXPECT_FALSE(HasErrors({}, Severity::kWarning));
     EXPECT_EQ(reported_, path_ + ": warning: no such file or directory [unreadable]\n");
     read_ = {};
     Read(kBad);
-    EXPECT_FALSE(ReportOmissions({}, Severity::kWarning));
+    EXPECT_FALSE(HasErrors({}, Severity::kWarning));
     EXPECT_THAT(reported_, HasSubstr(":1:2: warning: not read as a service file: section [bad]"));
     std::filesystem::remove(path_);
-    EXPECT_TRUE(ReportOmissions({}, Severity::kWarning));
+    EXPECT_TRUE(HasErrors({}, Severity::kWarning));
     EXPECT_EQ(reported_, path_ + ": error: no such file or directory [unreadable]\n");
 }
 
@@ -131,7 +131,7 @@ TEST_F(ChangingFile, IsReadAgainUntilItRests) {
 
 TEST_F(ChangingFile, WithANameThatTheLibraryCutsIsNone) {
     Read("[" + std::string(300, 'x') + "]\n" + (kGood + 7) + kBad);
-    EXPECT_TRUE(ReportOmissions());
+    EXPECT_TRUE(HasErrors());
     EXPECT_THAT(reported_, HasSubstr("section [bad] is left out: it has no key [empty-section]"));
 }
 
