@@ -128,7 +128,7 @@ std::string PackageOf(const PortDeclarer &service) {
 
 // Whether the library can be called with the name. The library makes it a part of a path, which
 // must not lead to another folder.
-bool IsPlain(const std::string &name) {
+bool IsFileName(const std::string &name) {
     return name.find('/') == std::string::npos && name != "." && name != "..";
 }
 
@@ -226,7 +226,7 @@ void ProgramsOfServices::EnterOwner(const ClaimList &declared, PortClaim &socket
 
 const ProgramsOfServices::Sections &ProgramsOfServices::SectionsFor(const std::string &name) {
     const auto [known, is_new] = sections_.try_emplace(name);
-    if (is_new && IsPlain(name)) {
+    if (is_new && IsFileName(name)) {
         TLIBCSzList *list = OrThrow(OwnedNames(TLIBCSzListAlloc(0))).release();
         TAVOFwSectionNameEnum(name.c_str(), &list);
         const OwnedNames owner(list);
