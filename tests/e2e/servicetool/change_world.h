@@ -45,7 +45,7 @@ inline const std::string kFirewallAndRelay = "firewall, relay daemon\n";
 
 inline const std::string kFirewallTool = "/usr/tavo/bin/tavofirewall";
 
-inline const std::string kDryRun = "dry run: nothing changed, nobody notified\n";
+inline const std::string kDryRun = "dry run: nothing changed, no listener notified\n";
 
 // The calls that the named stand-in received; "all" returns the calls of all stand-ins in order.
 inline std::string Calls(const std::string &name = "all") {

@@ -370,7 +370,7 @@ TEST_F(CheckCommand, RefusesABadQuestionBeforeItAsksAny) {
 TEST_F(CheckCommand, RefusesANameToSkipThatCannotBeAskedFor) {
     const ProgramResult result = ServiceTool({"check", "80", "--skip", "a b"});
     EXPECT_EQ(result.status, 2);
-    EXPECT_THAT(result.err, HasSubstr("--skip: name \"a b\" contains a blank [usage]"));
+    EXPECT_THAT(result.err, HasSubstr("--skip: name \"a b\" contains a space [usage]"));
 }
 
 // ---- Unknown answers

@@ -448,7 +448,8 @@ TEST_F(CleanCommand, LetsRemoveNotifyOfAFileThatIsGone) {
                   ": warning: is all that is left of notes.sc, whose removal the plugins may not "
                   "know of [left-behind]\n    fix: write servicetool remove notes.sc\n");
     const std::string plan =
-        kPackage + kName + ": is already removed; notify with the copy " + copy + '\n' + kPlan;
+        kPackage + kName + ": is already removed; only the listeners are notified, with the copy " +
+        copy + '\n' + kPlan;
     ExpectRun(ServiceTool({"remove", "--dry-run", kName}), 0, plan + kDryRun);
     EXPECT_EQ(Calls(), "");
     ExpectRun(ServiceTool({"remove", kName}), 0, plan + kNotified);

@@ -34,7 +34,7 @@ TEST_F(RemoveLeftover, LeavesAFileThatIsLockedByNow) {
     const Leftover leftover = {LeftoverKind::kUpdatedFile, path, "notes.sc"};
     const int user = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(user, LOCK_EX), 0);
-    EXPECT_EQ(tool::RemoveLeftover(leftover), "somebody uses it");
+    EXPECT_EQ(tool::RemoveLeftover(leftover), "it is in use");
     EXPECT_TRUE(fs::exists(path));
     close(user);
     EXPECT_EQ(tool::RemoveLeftover(leftover), "");
@@ -47,7 +47,7 @@ TEST_F(RemoveLeftover, LeavesWhatALinkLeadsTo) {
     const std::string link = Path("servicetool.update.notes.sc.old");
     fs::create_symlink(target, link);
     for (const LeftoverKind kind : {LeftoverKind::kUpdatedFile, LeftoverKind::kPrivateFolder}) {
-        EXPECT_EQ(tool::RemoveLeftover({kind, link, "notes.sc"}), "another file has its name now");
+        EXPECT_EQ(tool::RemoveLeftover({kind, link, "notes.sc"}), "another file now has this name");
     }
     EXPECT_TRUE(fs::is_symlink(link));
     EXPECT_TRUE(fs::exists(target));
@@ -59,7 +59,7 @@ TEST_F(RemoveLeftover, LeavesTheFilesOfANewProcessOfThatId) {
     const std::string store = Path("store.tmp." + std::to_string(pid));
     Make("store.tmp." + std::to_string(pid) + "/file");
     Make("store/file");
-    const std::string another = "another file has its name now";
+    const std::string another = "another file now has this name";
     EXPECT_EQ(tool::RemoveLeftover({LeftoverKind::kRemovedFile, file, "notes.sc", pid}), another);
     EXPECT_EQ(tool::RemoveLeftover({LeftoverKind::kStore, store, Path("store"), pid}), another);
     EXPECT_TRUE(fs::exists(file));

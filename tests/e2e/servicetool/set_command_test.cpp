@@ -207,7 +207,7 @@ TEST_F(SetCommand, RefusesACommandLineThatIsWrong) {
         {{"a\nb", "notes"}, R"(file name "a\nb" contains a control byte)"},
         {{std::string(229, 'a'), "notes"}, "is longer than 228 bytes"},
         {{kName, ""}, R"(section name "" is empty)"},
-        {{kName, "global"}, R"(section name "global" is not that of a service)"},
+        {{kName, "global"}, R"(section name "global" is reserved)"},
         {{kName, " a"}, R"(section name " a")" + name_rule},
         {{kName, "a]"}, R"(section name "a]")" + name_rule},
         {{kName, "a\nb"}, R"(section name "a\nb")" + name_rule},

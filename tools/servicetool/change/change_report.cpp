@@ -209,7 +209,7 @@ bool ChangeReport::Begin() {
     }
     report_.Print("will notify: " + ListenersText(change_.listeners) + '\n');
     report_.Print(ShownDiff(diff_, report_.Colour()));
-    return change_.dry_run ? End("dry run: nothing changed, nobody notified") : true;
+    return change_.dry_run ? End("dry run: nothing changed, no listener notified") : true;
 }
 
 // Exceptions of the operation are thrown before the library changes anything.

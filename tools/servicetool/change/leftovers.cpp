@@ -35,7 +35,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kAnotherOne[] = "another file has its name now";
+constexpr char kAnotherOne[] = "another file now has this name";
 
 // ---- Entries
 
@@ -411,7 +411,7 @@ std::string RemoveStore(Leftover copy) {
 std::string RemoveFile(const std::string &path) {
     const Room room = RemoveUnlockedCopy(path.c_str());
     if (room == Room::kInUse) {
-        return "somebody uses it";
+        return "it is in use";
     }
     return room == Room::kMade ? "" : ErrorText(errno);
 }

@@ -34,7 +34,7 @@ std::string NameProblem(const std::string &section) {
         return "is empty";
     }
     if (section == kGlobalSection) {
-        return "is not that of a service";
+        return "is reserved";
     }
     if (section.size() >= TAVO_SERVICE_CONF_NAME_SIZE) {
         return "is longer than " + std::to_string(TAVO_SERVICE_CONF_NAME_SIZE - 1) + " bytes";

@@ -201,7 +201,7 @@ void CheckFiles(const std::vector<std::string> &paths, const Arguments &argument
 void Check(const Arguments &arguments, Report &report) {
     for (const std::string &name : arguments.Texts("--skip")) {
         if (name.find(' ') != std::string::npos) {
-            report.AddUsageError("--skip: name " + Quoted(name) + " contains a blank",
+            report.AddUsageError("--skip: name " + Quoted(name) + " contains a space",
                                  "put commas between names");
             return;
         }

@@ -89,7 +89,8 @@ void Remove(const Arguments &arguments, Report &report) {
         return;
     }
     const std::string &newest = copies.back();
-    change.what = "is already removed; notify with the copy " + Escaped(newest);
+    change.what =
+        "is already removed; only the listeners are notified, with the copy " + Escaped(newest);
     change.notify_only = true;
     if (change_report.Begin()) {
         change_report.Do([&](ChangeOutcome &outcome) {
