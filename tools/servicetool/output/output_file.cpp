@@ -1,5 +1,7 @@
 // A regular file is replaced, not overwritten: a reader never sees a partly written picture, not
 // even after a failure. Other files are written to directly; a pipe without a reader is an error.
+// The writer of the core library cannot be used: it edits configuration files, under the lock of
+// their folder.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
