@@ -25,9 +25,8 @@ using tavo::Reading;
 constexpr std::size_t kNumberSize = 11;
 constexpr std::size_t kPortTextSize = 2 * kNumberSize + 2;
 
-bool IsSupportKeySet(const char *szKey, bool blIgnoreCase) {
-    return TLIBCFileCheckKeyValue(tavo::kFactorySettingsFile, szKey, "yes", blIgnoreCase ? 1 : 0) >
-           0;
+bool IsSupportKeySet(const char *key, bool ignore_case) {
+    return TLIBCFileCheckKeyValue(tavo::kFactorySettingsFile, key, "yes", ignore_case ? 1 : 0) > 0;
 }
 
 void CopyReference(const TAVO_SERVICE_CONF_STRING &source, TAVO_SERVICE_CONF_STRING &copy) {
@@ -40,40 +39,40 @@ void CopyReference(const TAVO_SERVICE_CONF_STRING &source, TAVO_SERVICE_CONF_STR
 
 // One side of a row: its source ports or its destination ports.
 struct RowPorts {
-    const char *szSide;  // "src" or "dst", for the log lines
-    const char *szPorts;
-    TAVO_FW_PORT_PROVIDER pfnPorts;
+    const char *direction;  // "src" or "dst", for the log lines
+    const char *ports;
+    TAVO_FW_PORT_PROVIDER provider;
 };
 
-bool IsPortNumber(const char *szPort) {
-    return szPort[std::strspn(szPort, "0123456789")] == '\0';
+bool IsPortNumber(const char *text) {
+    return text[std::strspn(text, "0123456789")] == '\0';
 }
 
-// Splits a text such as "1234,9997" into *ppPorts. Empty pieces are ignored.
-Reading ParseFixedPorts(const char *szPorts, TLIBCSzList **ppPorts) {
-    if (*szPorts == '\0') {
+// Splits a text such as "1234,9997" into `*ports`. Empty pieces are ignored.
+Reading ParseFixedPorts(const char *text, TLIBCSzList **ports) {
+    if (*text == '\0') {
         TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
         return Reading::Invalid();
     }
-    *ppPorts = TLIBCSzListAlloc(tavo::kPortListCapacity);
-    if (*ppPorts == nullptr) {
+    *ports = TLIBCSzListAlloc(tavo::kPortListCapacity);
+    if (*ports == nullptr) {
         TAVO_LOG("Failed to allocate for ports number, errno=0x%X", TLIBCErrGet());
         return Reading::Unknown();
     }
-    const tavo::OwnedText copy(strdup(szPorts));
+    const tavo::OwnedText copy(strdup(text));
     if (copy == nullptr) {
         TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to allocate for ports number, errno=%s",
                   std::strerror(errno));
         return Reading::Unknown();
     }
-    char *szRest = nullptr;
-    for (char *szPort = strtok_r(copy.get(), ",", &szRest); szPort != nullptr;
-         szPort = strtok_r(nullptr, ",", &szRest)) {
-        if (!IsPortNumber(szPort)) {
-            TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s", szPort);
+    char *rest = nullptr;
+    for (char *port = strtok_r(copy.get(), ",", &rest); port != nullptr;
+         port = strtok_r(nullptr, ",", &rest)) {
+        if (!IsPortNumber(port)) {
+            TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s", port);
             return Reading::Invalid();
         }
-        if (TLIBCSzListPush(ppPorts, szPort) < 0) {
+        if (TLIBCSzListPush(ports, port) < 0) {
             return Reading::Unknown();
         }
     }
@@ -99,9 +98,9 @@ class FreshErrorState {
 
 // The error code of a provider says whether the settings are invalid or absent. After any other
 // failure, and after one without a code, the ports are unknown.
-Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
+Reading AskProvider(TAVO_FW_PORT_PROVIDER provider, TLIBCSzList **ports) {
     const FreshErrorState fresh;
-    if (pfnPorts(ppPorts) >= 0) {
+    if (provider(ports) >= 0) {
         return Reading::Good();
     }
     const unsigned int code = TLIBCErrGet();
@@ -109,65 +108,64 @@ Reading AskProvider(TAVO_FW_PORT_PROVIDER pfnPorts, TLIBCSzList **ppPorts) {
     return settled ? Reading::Invalid() : Reading::Unknown();
 }
 
-// Determines the ports of one side of the service szName. A provider that returns no ports is not
+// Determines the ports of one side of the service `name`. A provider that returns no ports is not
 // logged here.
-Reading ReadRowPorts(const char *szName, const RowPorts &side, TLIBCSzList **ppPorts) {
-    if (side.szPorts != nullptr) {
-        const Reading fixed = ParseFixedPorts(side.szPorts, ppPorts);
+Reading ReadRowPorts(const char *name, const RowPorts &side, TLIBCSzList **ports) {
+    if (side.ports != nullptr) {
+        const Reading fixed = ParseFixedPorts(side.ports, ports);
         if (!fixed.IsGood()) {
-            TAVO_LOG("Failed to parse %s ports in firewall services: %s", side.szSide, szName);
+            TAVO_LOG("Failed to parse %s ports in firewall services: %s", side.direction, name);
         }
         return fixed;
     }
-    if (side.pfnPorts == nullptr) {
+    if (side.provider == nullptr) {
         TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "No specified %s ports in firewall services: %s",
-                  side.szSide, szName);
+                  side.direction, name);
         return Reading::Invalid();
     }
-    const Reading provided = AskProvider(side.pfnPorts, ppPorts);
+    const Reading provided = AskProvider(side.provider, ports);
     if (!provided.IsGood()) {
-        TAVO_LOG("Failed to enum %s ports in firewall services: %s", side.szSide, szName);
+        TAVO_LOG("Failed to enum %s ports in firewall services: %s", side.direction, name);
         return provided;
     }
-    return TLIBCSzListCount(*ppPorts) > 0 ? Reading::Good() : Reading::Invalid();
+    return TLIBCSzListCount(*ports) > 0 ? Reading::Good() : Reading::Invalid();
 }
 
 // ---- Services of service files ----
 
-char *PrintNumber(uint32_t nNumber, char *szText) {
-    return std::to_chars(szText, szText + kNumberSize, static_cast<int>(nNumber)).ptr;
+char *PrintNumber(uint32_t number, char *text) {
+    return std::to_chars(text, text + kNumberSize, static_cast<int>(number)).ptr;
 }
 
 // Prints a port as "80" or "1000-2000": the firewall writes ranges with a dash.
-void PrintPort(const TAVO_SERVICE_CONF_PORT &port, char (&szPort)[kPortTextSize]) {
-    char *szEnd = PrintNumber(port.nPortStart, szPort);
+void PrintPort(const TAVO_SERVICE_CONF_PORT &port, char (&text)[kPortTextSize]) {
+    char *end = PrintNumber(port.nPortStart, text);
     if (port.nPortType == TAVO_PORT_TYPE_RANGE) {
-        *szEnd++ = '-';
-        szEnd = PrintNumber(port.nPortEnd, szEnd);
+        *end++ = '-';
+        end = PrintNumber(port.nPortEnd, end);
     }
-    *szEnd = '\0';
+    *end = '\0';
 }
 
 // Converts a port list to port strings. All entries are expected to have the same protocol; if they
 // do not, the last one is used.
-Reading ConvertPorts(const TAVO_SERVICE_CONF_PORT *pList, uint32_t *pnProtocol,
-                     TLIBCSzList **ppPorts) {
-    if (pList == nullptr) {
+Reading ConvertPorts(const TAVO_SERVICE_CONF_PORT *list, uint32_t *protocol, TLIBCSzList **ports) {
+    if (list == nullptr) {
         return Reading::Invalid();
     }
-    *ppPorts = TLIBCSzListAlloc(tavo::kPortListCapacity);
-    if (*ppPorts == nullptr) {
+    *ports = TLIBCSzListAlloc(tavo::kPortListCapacity);
+    if (*ports == nullptr) {
         TAVO_LOG_STATE("Failed to allocate for ports number, tavoerr=");
         return Reading::Unknown();
     }
-    for (; pList != nullptr; pList = pList->pNext) {
-        *pnProtocol = TAVOProtocolMapping(static_cast<int>(pList->nProtocol));
-        if (pList->nPortType > TAVO_PORT_TYPE_RANGE) {
+    for (; list != nullptr; list = list->pNext) {
+        *protocol = TAVOProtocolMapping(static_cast<int>(list->nProtocol));
+        if (list->nPortType > TAVO_PORT_TYPE_RANGE) {
             continue;
         }
-        char szPort[kPortTextSize];
-        PrintPort(*pList, szPort);
-        if (TLIBCSzListPush(ppPorts, szPort) < 0) {
+        char text[kPortTextSize];
+        PrintPort(*list, text);
+        if (TLIBCSzListPush(ports, text) < 0) {
             return Reading::Unknown();
         }
     }

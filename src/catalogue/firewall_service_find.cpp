@@ -24,32 +24,31 @@ constexpr int kMappingSize = 1024;
 
 // Looks up the service in a mapping table. Returns 1 if found, 0 if missing or empty. A table that
 // cannot be read counts as one without the service.
-int FindMapping(const char *szTable, const char *szServiceName, char (&szSections)[kMappingSize]) {
-    return TLIBCFileGetKeyValue(szTable, szServiceName, szSections, kMappingSize) == 1 &&
-           *szSections != '\0';
+int FindMapping(const char *table, const char *service, char (&sections)[kMappingSize]) {
+    return TLIBCFileGetKeyValue(table, service, sections, kMappingSize) == 1 && *sections != '\0';
 }
 
-int AddMappedSections(const char *szSections, TLIBCSzList **ppSectionNames) {
-    if (TLIBCStrTok(szSections, ",", ppSectionNames) < 0) {
+int AddMappedSections(const char *sections, TLIBCSzList **section_names) {
+    if (TLIBCStrTok(sections, ",", section_names) < 0) {
         return TAVO_LOG("TLIBCStrTok error, tavoerr=[0x%04X]", TLIBCErrGet());
     }
-    return TLIBCSzListCount(*ppSectionNames);
+    return TLIBCSzListCount(*section_names);
 }
 
-int AddPackageSections(const char *szServiceName, TLIBCSzList **ppSectionNames) {
+int AddPackageSections(const char *service, TLIBCSzList **section_names) {
     // The doubled slash is kept: the path appears like this in the log.
-    char szFile[tavo::kPathSize];
-    const int nLength = std::snprintf(szFile, sizeof(szFile), "%s//%s.sc",
-                                      tavo::kPackageServiceDirectory, szServiceName);
-    if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szFile) ||
-        TLIBCFileExist(szFile) != 1) {
+    char path[tavo::kPathSize];
+    const int length =
+        std::snprintf(path, sizeof(path), "%s//%s.sc", tavo::kPackageServiceDirectory, service);
+    if (length < 0 || static_cast<std::size_t>(length) >= sizeof(path) ||
+        TLIBCFileExist(path) != 1) {
         return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }
-    if (TLIBCFileEnumSection(szFile, ppSectionNames) < 0) {
-        return TAVO_LOG("TLIBCFileEnumSection error, szFile=[%s], tavoerr=[0x%04X]", szFile,
+    if (TLIBCFileEnumSection(path, section_names) < 0) {
+        return TAVO_LOG("TLIBCFileEnumSection error, szFile=[%s], tavoerr=[0x%04X]", path,
                         TLIBCErrGet());
     }
-    return TLIBCSzListCount(*ppSectionNames);
+    return TLIBCSzListCount(*section_names);
 }
 
 }  // namespace
@@ -72,10 +71,10 @@ int TAVOFwSectionNameEnum(const char *szServiceName, TLIBCSzList **ppSectionName
     if (TAVOCSystemdFirewallSectionsGet(szServiceName, ppSectionNames) > 0) {
         return TLIBCSzListCount(*ppSectionNames);
     }
-    for (const char *szTable : kMappingTables) {
-        char szSections[kMappingSize];
-        if (FindMapping(szTable, szServiceName, szSections)) {
-            return AddMappedSections(szSections, ppSectionNames);
+    for (const char *table : kMappingTables) {
+        char sections[kMappingSize];
+        if (FindMapping(table, szServiceName, sections)) {
+            return AddMappedSections(sections, ppSectionNames);
         }
     }
     return AddPackageSections(szServiceName, ppSectionNames);

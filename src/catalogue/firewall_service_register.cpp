@@ -114,90 +114,90 @@ tavo::OwnedNames NewPortList() {
     return ports;
 }
 
-int PushNfsFixedPorts(TLIBCSzList *pPorts) {
+int PushNfsFixedPorts(TLIBCSzList *ports) {
     const tavo::OwnedText copy(strdup(kNfsFixedPorts));
     if (copy == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to strdup, errno=0x%X",
                          static_cast<unsigned int>(errno));
     }
-    for (char *szRest = copy.get(); szRest != nullptr;) {
-        if (TLIBCSzListPush(&pPorts, tavo::CutPiece(szRest, ',')) < 0) {
+    for (char *rest = copy.get(); rest != nullptr;) {
+        if (TLIBCSzListPush(&ports, tavo::CutPiece(rest, ',')) < 0) {
             return -1;
         }
     }
     return 0;
 }
 
-// Pushes the port that the administrator set under szKey, without validating it.
-int PushNfsCustomPort(const char *szKey, const char *szService, TLIBCSzList *pPorts) {
-    char szPort[kValueSize];
-    const int nFound = TLIBCFileGetKeyValue(tavo::kNfsConfigFile, szKey, szPort, sizeof(szPort));
-    if (nFound < 1 || *szPort == '\0') {
-        if (nFound >= 0) {
+// Pushes the port that the administrator set under `key`, without validating it.
+int PushNfsCustomPort(const char *key, const char *name, TLIBCSzList *ports) {
+    char port[kValueSize];
+    const int found = TLIBCFileGetKeyValue(tavo::kNfsConfigFile, key, port, sizeof(port));
+    if (found < 1 || *port == '\0') {
+        if (found >= 0) {
             TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         }
-        return TAVO_LOG("Failed to get val of '%s', errno=0x%X", szService, TLIBCErrGet());
+        return TAVO_LOG("Failed to get val of '%s', errno=0x%X", name, TLIBCErrGet());
     }
-    return TLIBCSzListPush(&pPorts, szPort);
+    return TLIBCSzListPush(&ports, port);
 }
 
 // Pushes the ports of statd and the lock manager.
-int PushNfsChosenPorts(TLIBCSzList *pPorts) {
+int PushNfsChosenPorts(TLIBCSzList *ports) {
     // The switch for custom ports and the ports must come from the same version of the file.
     const tavo::HeldFile held(tavo::kNfsConfigFile);
-    char szCustom[kValueSize];
-    if (TLIBCFileGetKeyValue(tavo::kNfsConfigFile, "nfs_custom_port_enable", szCustom,
-                             sizeof(szCustom)) < 0) {
+    char custom[kValueSize];
+    if (TLIBCFileGetKeyValue(tavo::kNfsConfigFile, "nfs_custom_port_enable", custom,
+                             sizeof(custom)) < 0) {
         return TAVO_LOG("Failed to get val of 'NFS custom port', errno=0x%X", TLIBCErrGet());
     }
-    if (std::strcmp(szCustom, "yes") == 0) {
-        if (PushNfsCustomPort(tavo::kNfsStatdPortKey, "NFS statd port", pPorts) < 0) {
+    if (std::strcmp(custom, "yes") == 0) {
+        if (PushNfsCustomPort(tavo::kNfsStatdPortKey, "NFS statd port", ports) < 0) {
             return -1;
         }
-        return PushNfsCustomPort(tavo::kNfsLockManagerPortKey, "NFS nlockmgr port", pPorts);
+        return PushNfsCustomPort(tavo::kNfsLockManagerPortKey, "NFS nlockmgr port", ports);
     }
-    if (TLIBCSzListPush(&pPorts, kNfsStatdPort) < 0) {
+    if (TLIBCSzListPush(&ports, kNfsStatdPort) < 0) {
         return -1;
     }
-    return TLIBCSzListPush(&pPorts, kNfsLockManagerPort);
+    return TLIBCSzListPush(&ports, kNfsLockManagerPort);
 }
 
 // Reads a port from the settings. If it is absent or out of range, the default port of SSH is used.
-int ReadSshPort(const char *szKey, unsigned int &nPort) {
-    char szPort[kValueSize];
-    if (TLIBCFileGetKeyValue(tavo::kSettingsFile, szKey, szPort, sizeof(szPort)) < 0) {
-        return TAVO_LOG_STATE("Failed to get %s of tavoinfo.conf. ", szKey);
+int ReadSshPort(const char *key, unsigned int &port) {
+    char text[kValueSize];
+    if (TLIBCFileGetKeyValue(tavo::kSettingsFile, key, text, sizeof(text)) < 0) {
+        return TAVO_LOG_STATE("Failed to get %s of tavoinfo.conf. ", key);
     }
-    const long nValue = std::strtol(szPort, nullptr, 10);
-    nPort = nValue >= 1 && nValue < tavo::kPortCount ? static_cast<unsigned int>(nValue)
-                                                     : kDefaultSshPort;
+    const long value = std::strtol(text, nullptr, 10);
+    port =
+        value >= 1 && value < tavo::kPortCount ? static_cast<unsigned int>(value) : kDefaultSshPort;
     return 0;
 }
 
-int PushPort(unsigned int nPort, TLIBCSzList *pPorts) {
-    return TLIBCSzListPush(&pPorts, tavo::Decimal(nPort).Get());
+int PushPort(unsigned int port, TLIBCSzList *ports) {
+    return TLIBCSzListPush(&ports, tavo::Decimal(port).Get());
 }
 
-// Stores a list with this one range in *ppPortList and frees it, which is kept. The callers of the
+// Stores a list with this one range in `*port_list` and frees it, which is kept. The callers of the
 // two range providers use only the return value, and a list that is not freed would leak with every
 // call.
-int StoreReleasedRange(int nFirst, int nLast, TLIBCSzList **ppPortList) {
-    if (ppPortList == nullptr) {
+int StoreReleasedRange(int first, int last, TLIBCSzList **port_list) {
+    if (port_list == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters");
     }
     const tavo::OwnedNames ports = NewPortList();
     if (ports == nullptr) {
         return -1;
     }
-    TLIBCSzList *pPorts = ports.get();
+    TLIBCSzList *list = ports.get();
     if (TAVOFwIsSupportPortRange() != 0) {
-        char szRange[2 * kValueSize];
-        std::snprintf(szRange, sizeof(szRange), "%d-%d", nFirst, nLast);
-        if (TLIBCSzListPush(&pPorts, szRange) < 0) {
+        char range[2 * kValueSize];
+        std::snprintf(range, sizeof(range), "%d-%d", first, last);
+        if (TLIBCSzListPush(&list, range) < 0) {
             return -1;
         }
     }
-    *ppPortList = pPorts;
+    *port_list = list;
     return 0;
 }
 
@@ -228,18 +228,18 @@ int TAVOFwPortsSSH(TLIBCSzList **ppPortList) {
     if (ports == nullptr) {
         return -1;
     }
-    const int nServerPort = TAVOServiceSSHPortGet();
-    if (nServerPort < 0) {
+    const int server_port = TAVOServiceSSHPortGet();
+    if (server_port < 0) {
         return TAVO_LOG("Failed to get ssh_port");
     }
-    const auto nSsh = static_cast<unsigned int>(nServerPort);
-    unsigned int nSftp = 0;
-    unsigned int nRsync = 0;
-    if (ReadSshPort("sftpPort", nSftp) < 0 || ReadSshPort("rsync_sshd_port", nRsync) < 0) {
+    const auto ssh = static_cast<unsigned int>(server_port);
+    unsigned int sftp = 0;
+    unsigned int rsync = 0;
+    if (ReadSshPort("sftpPort", sftp) < 0 || ReadSshPort("rsync_sshd_port", rsync) < 0) {
         return -1;
     }
-    if (PushPort(nSsh, ports.get()) < 0 || (nSftp != nSsh && PushPort(nSftp, ports.get()) < 0) ||
-        (nRsync != nSsh && nRsync != nSftp && PushPort(nRsync, ports.get()) < 0)) {
+    if (PushPort(ssh, ports.get()) < 0 || (sftp != ssh && PushPort(sftp, ports.get()) < 0) ||
+        (rsync != ssh && rsync != sftp && PushPort(rsync, ports.get()) < 0)) {
         return -1;
     }
     *ppPortList = ports.release();

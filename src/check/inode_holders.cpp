@@ -23,137 +23,136 @@ constexpr std::size_t kFolderPathSize = 1024;
 // Buffer size for a value in a log line. A longer value is truncated.
 constexpr std::size_t kShownValueSize = 1024;
 
-// Reads the number after `szPrefix` as "%lu" does. Returns false if the text has another form.
-bool NumberAfter(const char *szPrefix, const char *szText, uint64_t &nNumber) {
-    const std::size_t nLength = std::strlen(szPrefix);
-    if (std::strncmp(szText, szPrefix, nLength) != 0) {
+// Reads the number after `prefix` as "%lu" does. Returns false if the text has another form.
+bool NumberAfter(const char *prefix, const char *text, uint64_t &number) {
+    const std::size_t length = std::strlen(prefix);
+    if (std::strncmp(text, prefix, length) != 0) {
         return false;
     }
-    char *szEnd = nullptr;
-    nNumber = std::strtoul(szText + nLength, &szEnd, 10);
-    return szEnd != szText + nLength;
+    char *end = nullptr;
+    number = std::strtoul(text + length, &end, 10);
+    return end != text + length;
 }
 
 // The form is "socket:[8123]", or "[0000]:8123" in kernels before 2.6.
-bool InodeOfLink(const char *szTarget, uint64_t &ulInode) {
-    return NumberAfter("socket:[", szTarget, ulInode) || NumberAfter("[0000]:", szTarget, ulInode);
+bool InodeOfLink(const char *target, uint64_t &inode) {
+    return NumberAfter("socket:[", target, inode) || NumberAfter("[0000]:", target, inode);
 }
 
 // The error code for a failed system call on a process; 0 if the process is gone or not accessible.
-unsigned int FaultOf(int nError) {
-    return IsOutOfReach(nError) ? 0 : ErrorOfCall(nError);
+unsigned int FaultOf(int error_number) {
+    return IsOutOfReach(error_number) ? 0 : ErrorOfCall(error_number);
 }
 
 }  // namespace
 
 // Returns 0, or the error code if the sockets of the process could not be read.
-unsigned int InodeHolders::AddDescriptors(const char *szPid) {
-    char szPath[kFolderPathSize];
-    const int nLength = std::snprintf(szPath, sizeof(szPath), "/proc/%s/fd", szPid);
-    if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szPath)) {
+unsigned int InodeHolders::AddDescriptors(const char *pid) {
+    char path[kFolderPathSize];
+    const int length = std::snprintf(path, sizeof(path), "/proc/%s/fd", pid);
+    if (length < 0 || static_cast<std::size_t>(length) >= sizeof(path)) {
         return 0;
     }
-    const int nFolder = open(szPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const OwnedFolder folder(nFolder < 0 ? nullptr : fdopendir(nFolder));
+    const int folder_fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const OwnedFolder folder(folder_fd < 0 ? nullptr : fdopendir(folder_fd));
     if (!folder) {
-        const unsigned int nError = FaultOf(errno);
-        if (nFolder >= 0) {
-            close(nFolder);
+        const unsigned int error = FaultOf(errno);
+        if (folder_fd >= 0) {
+            close(folder_fd);
         }
-        return nError;
+        return error;
     }
-    unsigned int nFirstError = 0;
+    unsigned int first_error = 0;
     for (;;) {
         errno = 0;  // readdir does not set it at the end of the folder
-        const dirent *pEntry = readdir(folder.get());
-        if (pEntry == nullptr) {
-            const unsigned int nError = errno == 0 ? 0 : FaultOf(errno);
-            return nFirstError != 0 ? nFirstError : nError;
+        const dirent *entry = readdir(folder.get());
+        if (entry == nullptr) {
+            const unsigned int error = errno == 0 ? 0 : FaultOf(errno);
+            return first_error != 0 ? first_error : error;
         }
-        if (pEntry->d_name[0] == '.') {
+        if (entry->d_name[0] == '.') {
             continue;  // "." and ".." are not descriptors
         }
         // A link that cannot be read is skipped, and the remaining links are added.
-        const unsigned int nError = AddLink(nFolder, pEntry->d_name, szPid);
-        if (nError == TLIBC_ERR_NO_MEMORY) {
-            return nError;
+        const unsigned int error = AddLink(folder_fd, entry->d_name, pid);
+        if (error == TLIBC_ERR_NO_MEMORY) {
+            return error;
         }
-        nFirstError = nFirstError != 0 ? nFirstError : nError;
+        first_error = first_error != 0 ? first_error : error;
     }
 }
 
-unsigned int InodeHolders::AddLink(int nFolder, const char *szName, const char *szPid) {
-    char szTarget[kLinkSize];
-    const ssize_t nRead = readlinkat(nFolder, szName, szTarget, kLinkSize - 1);
-    if (nRead < 0) {
+unsigned int InodeHolders::AddLink(int folder_fd, const char *name, const char *pid) {
+    char target[kLinkSize];
+    const ssize_t length = readlinkat(folder_fd, name, target, kLinkSize - 1);
+    if (length < 0) {
         return errno == EINVAL ? 0 : FaultOf(errno);  // EINVAL: not a link
     }
-    szTarget[nRead] = '\0';
-    uint64_t ulInode = 0;
-    return InodeOfLink(szTarget, ulInode) && !Add(ulInode, szPid) ? TLIBC_ERR_NO_MEMORY : 0;
+    target[length] = '\0';
+    uint64_t inode = 0;
+    return InodeOfLink(target, inode) && !Add(inode, pid) ? TLIBC_ERR_NO_MEMORY : 0;
 }
 
-bool InodeHolders::Add(uint64_t ulInode, const char *szPid) {
-    std::size_t nPlace = 0;
-    const KeySet::Result added = numbers_.Add(ulInode, 0, &nPlace);
+bool InodeHolders::Add(uint64_t number, const char *pid) {
+    std::size_t place = 0;
+    const KeySet::Result added = numbers_.Add(number, 0, &place);
     if (added == KeySet::Result::kNoMemory) {
         return false;
     }
     const bool known = added == KeySet::Result::kKnown;
     // The holder is appended first, so that an inode without a holder is never added.
-    if (!holders_.Append({szPid, known ? inodes_[nPlace].nLastHolder : kNone}) ||
-        (!known && !inodes_.Append({ulInode, kNone, 0}))) {
+    if (!holders_.Append({pid, known ? inodes_[place].last_holder : kNone}) ||
+        (!known && !inodes_.Append({number, kNone, 0}))) {
         return false;
     }
-    Inode &inode = inodes_[nPlace];
-    inode.nLastHolder = holders_.Count() - 1;
-    inode.nTextLength += std::strlen(szPid) + 1;
+    Inode &inode = inodes_[place];
+    inode.last_holder = holders_.Count() - 1;
+    inode.text_length += std::strlen(pid) + 1;
     return true;
 }
 
-bool InodeHolders::StoreIn(const Place &here, TLIBCSzHash *pInodeToPidsTable) const {
+bool InodeHolders::StoreIn(const Place &here, TLIBCSzHash *table) const {
     bool stored = true;
     for (const Inode &inode : inodes_) {
-        stored = Store(here, inode, pInodeToPidsTable) && stored;
+        stored = Store(here, inode, table) && stored;
     }
     return stored;
 }
 
-bool InodeHolders::Store(const Place &here, const Inode &inode,
-                         TLIBCSzHash *pInodeToPidsTable) const {
-    const Decimal key(inode.ulInode);
-    const char *szStored = TLIBCSzHashGetValue(pInodeToPidsTable, key.Get());
-    const char *szKnown = szStored == nullptr ? "" : szStored;
-    const std::size_t nSize = inode.nTextLength + std::strlen(szKnown) + 1;
-    const OwnedText value(static_cast<char *>(std::malloc(nSize)));
+bool InodeHolders::Store(const Place &here, const Inode &inode, TLIBCSzHash *table) const {
+    const Decimal key(inode.number);
+    const char *stored = TLIBCSzHashGetValue(table, key.Get());
+    const char *current = stored == nullptr ? "" : stored;
+    const std::size_t size = inode.text_length + std::strlen(current) + 1;
+    const OwnedText value(static_cast<char *>(std::malloc(size)));
     if (value) {
-        PrintValue(inode, szKnown, value.get(), nSize);
-        if (TLIBCSzHashSetValue(pInodeToPidsTable, key.Get(), value.get()) == 0) {
+        PrintValue(inode, current, value.get(), size);
+        if (TLIBCSzHashSetValue(table, key.Get(), value.get()) == 0) {
             return true;
         }
     }
-    char szShown[kShownValueSize];
-    PrintValue(inode, szKnown, szShown, sizeof(szShown));
+    char shown[kShownValueSize];
+    PrintValue(inode, current, shown, sizeof(shown));
     TAVO_FAIL_AT(here, TLIBC_ERR_NO_MEMORY, "Failed to update (%s, %s) inode-to-pids table.",
-                 key.Get(), szShown);
+                 key.Get(), shown);
     return false;
 }
 
 // Prints the holders, each followed by a comma, and then the current value of the table, truncated
 // to the buffer.
-void InodeHolders::PrintValue(const Inode &inode, const char *szKnown, char *szBuf,
-                              std::size_t nSize) const {
-    const auto print = [&](const char *szText) {
-        const std::size_t nLength = std::min(std::strlen(szText), nSize - 1);
-        szBuf = static_cast<char *>(mempcpy(szBuf, szText, nLength));
-        nSize -= nLength;
+void InodeHolders::PrintValue(const Inode &inode, const char *current, char *buffer,
+                              std::size_t size) const {
+    const auto print = [&](const char *text) {
+        const std::size_t length = std::min(std::strlen(text), size - 1);
+        buffer = static_cast<char *>(mempcpy(buffer, text, length));
+        size -= length;
     };
-    for (std::size_t i = inode.nLastHolder; i != kNone && nSize > 1; i = holders_[i].nBefore) {
-        print(holders_[i].szPid);
+    for (std::size_t i = inode.last_holder; i != kNone && size > 1; i = holders_[i].previous) {
+        print(holders_[i].pid);
         print(",");
     }
-    print(szKnown);
-    *szBuf = '\0';
+    print(current);
+    *buffer = '\0';
 }
 
 // ---- All processes ----
@@ -188,13 +187,12 @@ OwnedNames ListPids(const Place &here, unsigned int &error) {
     return pids;
 }
 
-bool InodeHolders::AddProcess(const Place &here, const char *szPid) {
-    const unsigned int error = AddDescriptors(szPid);
+bool InodeHolders::AddProcess(const Place &here, const char *pid) {
+    const unsigned int error = AddDescriptors(pid);
     if (error == TLIBC_ERR_NO_MEMORY) {
         TAVO_FAIL_ALLOC_AT(here, "pInodeToPidsTable");
     } else if (error != 0) {
-        TAVO_FAIL_AT(here, error, "Failed to read the sockets of process %s.[0x%04X]", szPid,
-                     error);
+        TAVO_FAIL_AT(here, error, "Failed to read the sockets of process %s.[0x%04X]", pid, error);
     }
     return error == 0;
 }

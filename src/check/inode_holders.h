@@ -17,16 +17,16 @@ namespace tavo {
 constexpr std::size_t kLinkSize = 1024;
 
 // The error code for a system call that failed with this errno.
-constexpr unsigned int ErrorOfCall(int nError) {
-    return nError == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_FILE_UNUSABLE;
+constexpr unsigned int ErrorOfCall(int error_number) {
+    return error_number == ENOMEM ? TLIBC_ERR_NO_MEMORY : TLIBC_ERR_FILE_UNUSABLE;
 }
 
 // True if the errno means that a process is gone, possibly while its folder is being read, or that
 // the caller has no permission to read it. ENAMETOOLONG is the kernel's error for the link of a
 // file whose path is longer than a page; a socket never has one.
-constexpr bool IsOutOfReach(int nError) {
-    return nError == ENOENT || nError == ESRCH || nError == ENOTDIR || nError == ENAMETOOLONG ||
-           nError == EACCES || nError == EPERM;
+constexpr bool IsOutOfReach(int error_number) {
+    return error_number == ENOENT || error_number == ESRCH || error_number == ENOTDIR ||
+           error_number == ENAMETOOLONG || error_number == EACCES || error_number == EPERM;
 }
 
 // Collects all holders before any value is written, so that a socket that many processes share is
@@ -37,9 +37,9 @@ class InodeHolders {
     // cause, and only StoreIn may still be called. `here` is the source location of the calling
     // operation.
 
-    // Adds the sockets that the process holds. `szPid` belongs to the caller and must outlive this
+    // Adds the sockets that the process holds. `pid` belongs to the caller and must outlive this
     // object. A process that is gone, or that the caller has no permission to read, has no sockets.
-    bool AddProcess(const Place &here, const char *szPid);
+    bool AddProcess(const Place &here, const char *pid);
 
     // Adds the sockets of all processes.
     bool Collect(const Place &here);
@@ -50,9 +50,9 @@ class InodeHolders {
     bool ForEachHolder(uint64_t inode, Take take) const {
         const std::size_t place = numbers_.NumberOf(inode, 0);
         const char *former = nullptr;  // a process may hold the inode through several descriptors
-        for (std::size_t i = place == KeySet::kNone ? kNone : inodes_[place].nLastHolder;
-             i != kNone; i = holders_[i].nBefore) {
-            const char *pid = holders_[i].szPid;
+        for (std::size_t i = place == KeySet::kNone ? kNone : inodes_[place].last_holder;
+             i != kNone; i = holders_[i].previous) {
+            const char *pid = holders_[i].pid;
             if (pid != former && !take(pid)) {
                 return false;
             }
@@ -63,26 +63,26 @@ class InodeHolders {
 
     // Prepends the collected processes to the values in the table. If a value cannot be stored,
     // this is logged, the table entry is unchanged, and the result is false.
-    bool StoreIn(const Place &here, TLIBCSzHash *pInodeToPidsTable) const;
+    bool StoreIn(const Place &here, TLIBCSzHash *table) const;
 
   private:
     static constexpr std::size_t kNone = SIZE_MAX;
 
     struct Inode {
-        uint64_t ulInode;
-        std::size_t nLastHolder;
-        std::size_t nTextLength;  // length of the list of all holders as text
+        uint64_t number;
+        std::size_t last_holder;
+        std::size_t text_length;  // length of the list of all holders as text
     };
     struct Holder {
-        const char *szPid;
-        std::size_t nBefore;  // index of the previous holder of the inode, or kNone
+        const char *pid;
+        std::size_t previous;  // index of the previous holder of the inode, or kNone
     };
 
-    unsigned int AddDescriptors(const char *szPid);
-    unsigned int AddLink(int nFolder, const char *szName, const char *szPid);
-    bool Add(uint64_t ulInode, const char *szPid);
-    bool Store(const Place &here, const Inode &inode, TLIBCSzHash *pInodeToPidsTable) const;
-    void PrintValue(const Inode &inode, const char *szKnown, char *szBuf, std::size_t nSize) const;
+    unsigned int AddDescriptors(const char *pid);
+    unsigned int AddLink(int folder_fd, const char *name, const char *pid);
+    bool Add(uint64_t number, const char *pid);
+    bool Store(const Place &here, const Inode &inode, TLIBCSzHash *table) const;
+    void PrintValue(const Inode &inode, const char *current, char *buffer, std::size_t size) const;
 
     OwnedNames pids_;             // set by Collect
     KeySet numbers_;              // gives each inode its index in inodes_

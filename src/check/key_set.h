@@ -16,75 +16,75 @@ namespace tavo {
 
 // Distributes consecutive numbers over a table (the multiplier is 2^64 divided by the golden
 // ratio).
-inline std::size_t Spread(uint64_t nKey) {
-    const uint64_t nMixed = nKey * 0x9E3779B97F4A7C15u;
-    return static_cast<std::size_t>(nMixed ^ (nMixed >> 32));
+inline std::size_t Spread(uint64_t key) {
+    const uint64_t mixed = key * 0x9E3779B97F4A7C15u;
+    return static_cast<std::size_t>(mixed ^ (mixed >> 32));
 }
 
 class KeySet {
   public:
     enum class Result { kAdded, kKnown, kNoMemory };
 
-    // Adds a key. `pnNumber`, unless null, is set to the number of keys that were added before it.
-    Result Add(uint64_t nFirst, uint64_t nSecond, std::size_t *pnNumber = nullptr) {
-        if (2 * (nCount_ + 1) > nSlots_ && !Grow()) {
+    // Adds a key. `number`, unless null, is set to the number of keys that were added before it.
+    Result Add(uint64_t first, uint64_t second, std::size_t *number = nullptr) {
+        if (2 * (count_ + 1) > slot_count_ && !Grow()) {
             return Result::kNoMemory;
         }
-        Slot &slot = Find(slots_.get(), nSlots_, nFirst, nSecond);
-        const bool known = slot.nPlace != 0;
+        Slot &slot = Find(slots_.get(), slot_count_, first, second);
+        const bool known = slot.place != 0;
         if (!known) {
-            slot = {nFirst, nSecond, ++nCount_};
+            slot = {first, second, ++count_};
         }
-        if (pnNumber != nullptr) {
-            *pnNumber = slot.nPlace - 1;
+        if (number != nullptr) {
+            *number = slot.place - 1;
         }
         return known ? Result::kKnown : Result::kAdded;
     }
 
     // The number of keys that were added before this one; kNone if it is not in the set.
     std::size_t NumberOf(uint64_t first, uint64_t second) const {
-        return nSlots_ == 0 ? kNone : Find(slots_.get(), nSlots_, first, second).nPlace - 1;
+        return slot_count_ == 0 ? kNone : Find(slots_.get(), slot_count_, first, second).place - 1;
     }
 
     static constexpr std::size_t kNone = SIZE_MAX;
 
   private:
     struct Slot {
-        uint64_t nFirst;
-        uint64_t nSecond;
-        std::size_t nPlace;  // 1 for the first key added; 0 in a free slot
+        uint64_t first;
+        uint64_t second;
+        std::size_t place;  // 1 for the first key added; 0 in a free slot
     };
 
-    static Slot &Find(Slot *pSlots, std::size_t nSlots, uint64_t nFirst, uint64_t nSecond) {
-        std::size_t at = Spread(nFirst ^ Spread(nSecond));
+    static Slot &Find(Slot *slots, std::size_t slot_count, uint64_t first, uint64_t second) {
+        std::size_t at = Spread(first ^ Spread(second));
         for (;; ++at) {
-            Slot &slot = pSlots[at & (nSlots - 1)];
-            if (slot.nPlace == 0 || (slot.nFirst == nFirst && slot.nSecond == nSecond)) {
+            Slot &slot = slots[at & (slot_count - 1)];
+            if (slot.place == 0 || (slot.first == first && slot.second == second)) {
                 return slot;
             }
         }
     }
 
     bool Grow() {
-        const std::size_t nLarger = nSlots_ == 0 ? 64 : 2 * nSlots_;
-        MallocPtr<Slot> larger(static_cast<Slot *>(std::calloc(nLarger, sizeof(Slot))));
+        const std::size_t larger_count = slot_count_ == 0 ? 64 : 2 * slot_count_;
+        MallocPtr<Slot> larger(static_cast<Slot *>(std::calloc(larger_count, sizeof(Slot))));
         if (!larger) {
             return false;
         }
-        for (std::size_t i = 0; i < nSlots_; ++i) {
+        for (std::size_t i = 0; i < slot_count_; ++i) {
             const Slot &slot = slots_.get()[i];
-            if (slot.nPlace != 0) {
-                Find(larger.get(), nLarger, slot.nFirst, slot.nSecond) = slot;
+            if (slot.place != 0) {
+                Find(larger.get(), larger_count, slot.first, slot.second) = slot;
             }
         }
         slots_ = std::move(larger);
-        nSlots_ = nLarger;
+        slot_count_ = larger_count;
         return true;
     }
 
     MallocPtr<Slot> slots_;
-    std::size_t nSlots_ = 0;  // a power of two
-    std::size_t nCount_ = 0;
+    std::size_t slot_count_ = 0;  // a power of two
+    std::size_t count_ = 0;
 };
 
 }  // namespace tavo

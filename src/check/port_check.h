@@ -128,15 +128,15 @@ constexpr char kCollectionName[] = "*ppsdCheckResultCollection";
 
 // Appends all records for a port and protocol, or a record without a conflict if there are none.
 template <typename Check>
-int AppendPort(const Place &here, const typename Check::Known &known, uint16_t uPort,
-               uint16_t uProtocol, TLIBCDList *pResultList) {
-    const auto *pEntry = known.index.First(uPort, uProtocol);
-    if (pEntry == nullptr && Check::kAppendNobody(pResultList, uPort, uProtocol) != 0) {
+int AppendPort(const Place &here, const typename Check::Known &known, uint16_t port,
+               uint16_t protocol, TLIBCDList *results) {
+    const auto *entry = known.index.First(port, protocol);
+    if (entry == nullptr && Check::kAppendNobody(results, port, protocol) != 0) {
         return TAVO_LOG_AT(here, "Failed to append no conflict result");
     }
-    for (; pEntry != nullptr; pEntry = known.index.After(pEntry)) {
-        const typename Check::Record record = Check::RecordOf(*pEntry->source, uPort, uProtocol);
-        if (TLIBCDListAppend(pResultList, &record) != 0) {
+    for (; entry != nullptr; entry = known.index.After(entry)) {
+        const typename Check::Record record = Check::RecordOf(*entry->source, port, protocol);
+        if (TLIBCDListAppend(results, &record) != 0) {
             TAVO_FAIL_ALLOC_AT(here, "pResult");
             return TAVO_LOG_AT(here, "Failed to filter result list");
         }
@@ -145,18 +145,18 @@ int AppendPort(const Place &here, const typename Check::Known &known, uint16_t u
 }
 
 template <typename Check>
-int AppendPorts(const Place &here, const typename Check::Known &known, const TLIBCSzList *pPortList,
-                uint16_t uProtocol, TLIBCDList *pResultList) {
-    for (int i = 0; i < TLIBCSzListCount(pPortList); ++i) {
-        const char *szPort = TLIBCSzListGet(pPortList, i);
-        const uint16_t uPort = ToUPort(szPort);
-        if (uPort == 0) {
-            TAVO_LOG_AT(here, "Illegal port: %s", szPort);
+int AppendPorts(const Place &here, const typename Check::Known &known, const TLIBCSzList *ports,
+                uint16_t protocols, TLIBCDList *results) {
+    for (int i = 0; i < TLIBCSzListCount(ports); ++i) {
+        const char *text = TLIBCSzListGet(ports, i);
+        const uint16_t port = ToUPort(text);
+        if (port == 0) {
+            TAVO_LOG_AT(here, "Illegal port: %s", text);
             continue;
         }
-        for (const uint16_t uOne : {uint16_t{TAVO_PROTO_TCP}, uint16_t{TAVO_PROTO_UDP}}) {
-            if ((uProtocol & uOne) != 0 &&
-                AppendPort<Check>(here, known, uPort, uOne, pResultList) != 0) {
+        for (const uint16_t protocol : {uint16_t{TAVO_PROTO_TCP}, uint16_t{TAVO_PROTO_UDP}}) {
+            if ((protocols & protocol) != 0 &&
+                AppendPort<Check>(here, known, port, protocol, results) != 0) {
                 return -1;
             }
         }
@@ -165,33 +165,33 @@ int AppendPorts(const Place &here, const typename Check::Known &known, const TLI
 }
 
 template <typename Check>
-int CheckPorts(const Place &here, const TLIBCSzList *pPortList, uint16_t uProtocol,
-               TLIBCDList *pResultList) {
-    if (!IsLegalProtocol(uProtocol)) {
+int CheckPorts(const Place &here, const TLIBCSzList *ports, uint16_t protocols,
+               TLIBCDList *results) {
+    if (!IsLegalProtocol(protocols)) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "Illegal protocol: %u",
-                            unsigned{uProtocol});
+                            unsigned{protocols});
     }
-    if (pPortList == nullptr) {
+    if (ports == nullptr) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pPortList is undefined");
     }
-    if (pResultList == nullptr) {
+    if (results == nullptr) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "%s is undefined",
                             Check::kResultListName);
     }
     typename Check::Known known;
-    if (!known.index.Init(pPortList, uProtocol)) {
+    if (!known.index.Init(ports, protocols)) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_NO_MEMORY, "Failed to filter result list");
     }
     // Both checks log the same function name; the log line must not change.
     if (!known.Fetch()) {
         return TAVO_LOG_AT(here, "Failed to ServiceConfListFetch");
     }
-    return AppendPorts<Check>(here, known, pPortList, uProtocol, pResultList);
+    return AppendPorts<Check>(here, known, ports, protocols, results);
 }
 
 template <typename Check>
-TLIBCDList *AllocAndCheck(const Place &here, const TLIBCSzList *pPortList, uint16_t uProtocol) {
-    if (pPortList == nullptr) {
+TLIBCDList *AllocAndCheck(const Place &here, const TLIBCSzList *ports, uint16_t protocols) {
+    if (ports == nullptr) {
         TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pPortList is undefined");
         return nullptr;
     }
@@ -200,50 +200,50 @@ TLIBCDList *AllocAndCheck(const Place &here, const TLIBCSzList *pPortList, uint1
         TAVO_FAIL_ALLOC_AT(here, Check::kListAllocName);
         return nullptr;
     }
-    if (Check::kCheck(pPortList, uProtocol, results.get()) != 0) {
+    if (Check::kCheck(ports, protocols, results.get()) != 0) {
         TAVO_LOG_AT(here, "Failed to %s", Check::kCheckName);
         return nullptr;
     }
     return results.release();
 }
 
-// True if `uProtocol`, a set of flags, includes the record's protocol.
+// True if `protocols`, a set of flags, includes the record's protocol.
 template <typename Record>
-bool IsAskedFor(const Record &record, uint16_t uProtocol) {
-    return (HasTCP(uProtocol) && record.uProtocol == TAVO_PROTO_TCP) ||
-           (HasUDP(uProtocol) && record.uProtocol == TAVO_PROTO_UDP);
+bool IsAskedFor(const Record &record, uint16_t protocols) {
+    return (HasTCP(protocols) && record.uProtocol == TAVO_PROTO_TCP) ||
+           (HasUDP(protocols) && record.uProtocol == TAVO_PROTO_UDP);
 }
 
 // The ports that a list contains in the form that this library writes: "080" is not the same entry
 // as "80".
-inline PortSet PortsNamedIn(const TLIBCSzList *pPortList) {
+inline PortSet PortsNamedIn(const TLIBCSzList *list) {
     PortSet ports;
-    const int nPorts = TLIBCSzListCount(pPortList);
-    for (int i = 0; i < nPorts; ++i) {
-        const char *szPort = TLIBCSzListGet(pPortList, i);
-        const uint16_t uPort = static_cast<uint16_t>(std::strtoul(szPort, nullptr, 10));
-        if (std::strcmp(szPort, Decimal(uPort).Get()) == 0) {
-            ports.set(uPort);
+    const int count = TLIBCSzListCount(list);
+    for (int i = 0; i < count; ++i) {
+        const char *text = TLIBCSzListGet(list, i);
+        const uint16_t port = static_cast<uint16_t>(std::strtoul(text, nullptr, 10));
+        if (std::strcmp(text, Decimal(port).Get()) == 0) {
+            ports.set(port);
         }
     }
     return ports;
 }
 
 template <typename Check>
-int ListConflictPorts(const Place &here, const TLIBCDList *pResultList, uint16_t uProtocol,
-                      TLIBCSzList *pConflictPortList) {
-    if (pResultList == nullptr) {
+int ListConflictPorts(const Place &here, const TLIBCDList *results, uint16_t protocols,
+                      TLIBCSzList *conflict_ports) {
+    if (results == nullptr) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pResultList is undefined");
     }
-    if (pConflictPortList == nullptr) {
+    if (conflict_ports == nullptr) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pConflictPortList is undefined");
     }
-    PortSet listed = PortsNamedIn(pConflictPortList);
-    for (const auto &record : Records<typename Check::Record>(pResultList)) {
-        if (record.blConflict != 1 || !IsAskedFor(record, uProtocol) || listed[record.uPort]) {
+    PortSet listed = PortsNamedIn(conflict_ports);
+    for (const auto &record : Records<typename Check::Record>(results)) {
+        if (record.blConflict != 1 || !IsAskedFor(record, protocols) || listed[record.uPort]) {
             continue;
         }
-        if (TLIBCSzListPush(&pConflictPortList, Decimal(record.uPort).Get()) < 0) {
+        if (TLIBCSzListPush(&conflict_ports, Decimal(record.uPort).Get()) < 0) {
             return TAVO_FAIL_ALLOC_AT(here, "pConflictPortList");
         }
         listed.set(record.uPort);
@@ -254,39 +254,39 @@ int ListConflictPorts(const Place &here, const TLIBCDList *pResultList, uint16_t
 constexpr int kNotListed = -2;
 
 template <typename Check>
-int VerifyConflictPort(const Place &here, const TLIBCDList *pResultList, uint16_t uPort,
-                       uint16_t uProtocol) {
-    if (pResultList == nullptr) {
+int VerifyConflictPort(const Place &here, const TLIBCDList *results, uint16_t port,
+                       uint16_t protocols) {
+    if (results == nullptr) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pResultList is undefined");
     }
-    int nResult = kNotListed;
-    for (const auto &record : Records<typename Check::Record>(pResultList)) {
-        if (record.uPort != uPort || !IsAskedFor(record, uProtocol)) {
+    int answer = kNotListed;
+    for (const auto &record : Records<typename Check::Record>(results)) {
+        if (record.uPort != port || !IsAskedFor(record, protocols)) {
             continue;
         }
         if (record.blConflict == 1) {
             return 1;
         }
-        nResult = 0;
+        answer = 0;
     }
-    return nResult;
+    return answer;
 }
 
 // The functions below return 1 for a conflict, and 0 for none and on every failure.
 
 template <typename Check>
-int IsAnyInConflict(const Place &here, const TLIBCSzList *pPortList, uint16_t uProtocol) {
+int IsAnyInConflict(const Place &here, const TLIBCSzList *ports, uint16_t protocols) {
     const OwnedResults<Check> results(Check::kListAlloc());
     const OwnedNames conflicts(results ? TLIBCSzListAlloc(kPortTextsCapacity) : nullptr);
     if (!conflicts) {
         TAVO_FAIL_ALLOC_AT(here, kCollectionName);
         return 0;
     }
-    if (Check::kCheck(pPortList, uProtocol, results.get()) != 0) {
+    if (Check::kCheck(ports, protocols, results.get()) != 0) {
         TAVO_LOG_AT(here, "Failed to %s", Check::kCheckName);
         return 0;
     }
-    if (Check::kListPorts(results.get(), uProtocol, conflicts.get()) != 0) {
+    if (Check::kListPorts(results.get(), protocols, conflicts.get()) != 0) {
         TAVO_LOG_AT(here, "Failed to %s", Check::kListPortsName);
         return 0;
     }
@@ -298,13 +298,13 @@ int IsAnyInConflict(const Place &here, const TLIBCSzList *pPortList, uint16_t uP
 }
 
 template <typename Check>
-int IsOneInConflict(const Place &here, uint16_t uPort, uint16_t uProtocol) {
+int IsOneInConflict(const Place &here, uint16_t port, uint16_t protocols) {
     OwnedNames ports(TLIBCSzListAlloc(kPortTextsCapacity));
-    if (!ports || !Push(ports, Decimal(uPort).Get())) {
+    if (!ports || !Push(ports, Decimal(port).Get())) {
         TAVO_FAIL_ALLOC_AT(here, kCollectionName);
         return 0;
     }
-    return Check::kIsAny(ports.get(), uProtocol);
+    return Check::kIsAny(ports.get(), protocols);
 }
 
 [[noreturn]] inline void WaitForever() {
@@ -317,26 +317,26 @@ int IsOneInConflict(const Place &here, uint16_t uPort, uint16_t uProtocol) {
 // never ends. Callers know this and do not pass one. WaitForever has the same effect without using
 // memory or processor time.
 template <typename Check>
-int IsRangeInConflict(const Place &here, uint16_t uFirst, uint16_t uLast, uint16_t uProtocol) {
+int IsRangeInConflict(const Place &here, uint16_t first, uint16_t last, uint16_t protocols) {
     OwnedNames ports(TLIBCSzListAlloc(kPortTextsCapacity));
     if (!ports) {
         TAVO_FAIL_ALLOC_AT(here, kCollectionName);
         return 0;
     }
-    if (uFirst > uLast) {
-        TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "Illegal port range: %hu~%hu", uFirst, uLast);
+    if (first > last) {
+        TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "Illegal port range: %hu~%hu", first, last);
         return 0;
     }
-    if (uLast == kHighestPort) {
+    if (last == kHighestPort) {
         WaitForever();
     }
-    for (uint16_t uPort = uFirst; uPort <= uLast; ++uPort) {
-        if (!Push(ports, Decimal(uPort).Get())) {
+    for (uint16_t port = first; port <= last; ++port) {
+        if (!Push(ports, Decimal(port).Get())) {
             TAVO_FAIL_ALLOC_AT(here, kCollectionName);
             return 0;
         }
     }
-    return Check::kIsAny(ports.get(), uProtocol);
+    return Check::kIsAny(ports.get(), protocols);
 }
 
 }  // namespace tavo

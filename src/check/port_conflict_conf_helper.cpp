@@ -20,9 +20,9 @@ bool Append(const Results &results, const Template &result) {
 bool AppendService(const Results &results, const Template &result, TAVO_FW_SERVICE &service) {
     result->szService = service.szName;
     result->uProtocol = DeclaredProtocol(service);
-    return ForEachDeclaredRange(TAVO_HERE, service, [&](uint16_t uFirst, uint16_t uLast) {
-        for (unsigned int nPort = uFirst; nPort <= uLast; ++nPort) {
-            result->uPort = static_cast<uint16_t>(nPort);
+    return ForEachDeclaredRange(TAVO_HERE, service, [&](uint16_t first, uint16_t last) {
+        for (unsigned int port = first; port <= last; ++port) {
+            result->uPort = static_cast<uint16_t>(port);
             if (!Append(results, result)) {
                 return false;
             }
@@ -65,15 +65,15 @@ TLIBCDList *PkgConfListFetch(void) {
         TAVO_FAIL_ALLOC("pResult");
         return nullptr;
     }
-    TAVO_FW_SERVICE *pServices = nullptr;
-    const int nServices = TAVOFwServiceEnum(&pServices);
-    const tavo::OwnedServices services(pServices);
-    if (nServices < 0) {
+    TAVO_FW_SERVICE *service = nullptr;
+    const int count = TAVOFwServiceEnum(&service);
+    const tavo::OwnedServices services(service);
+    if (count < 0) {
         return nullptr;
     }
     result->blConflict = 1;
-    for (; pServices != nullptr; pServices = pServices->pNext) {
-        if (!tavo::AppendService(results, result, *pServices)) {
+    for (; service != nullptr; service = service->pNext) {
+        if (!tavo::AppendService(results, result, *service)) {
             return nullptr;
         }
     }

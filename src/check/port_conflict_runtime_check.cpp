@@ -37,9 +37,9 @@ struct RuntimeCheck : RuntimeResults {
     static constexpr char kCheckName[] = "TAVORuntimePortConflictCheck";
     static constexpr char kListPortsName[] = "TAVORuntimeListConflictPorts";
     // Prints the ports for an administrator who runs a program by hand.
-    static void Show(const TLIBCSzList *pPorts) {
+    static void Show(const TLIBCSzList *ports) {
         std::fputs("pConflictPortList:\n", stderr);
-        TLIBCISzListDump(pPorts, stderr);
+        TLIBCISzListDump(ports, stderr);
     }
 };
 

@@ -30,23 +30,23 @@ class Programs {
     // False when out of memory; Find must not be called then.
     bool IsMade() const { return table_ != nullptr; }
 
-    // Sets `szProgram` to a text that this object owns, or to null if the executable cannot be
+    // Sets `executable` to a text that this object owns, or to null if the executable cannot be
     // read. Returns false when out of memory.
-    bool Find(const char *szPid, uint32_t uPid, char *&szProgram) {
-        szProgram = nullptr;
-        const char *szKnown = TLIBCSzHashGetValue(table_.get(), szPid);
-        if (szKnown == nullptr) {
-            const OwnedText program = ReadProgram(uPid);
+    bool Find(const char *pid_text, uint32_t pid, char *&executable) {
+        executable = nullptr;
+        const char *known = TLIBCSzHashGetValue(table_.get(), pid_text);
+        if (known == nullptr) {
+            const OwnedText program = ReadProgram(pid);
             if (!program && errno != 0 && !IsOutOfReach(errno)) {
                 return errno != ENOMEM;
             }
-            if (TLIBCSzHashSetValue(table_.get(), szPid, program ? program.get() : "") != 0) {
+            if (TLIBCSzHashSetValue(table_.get(), pid_text, program ? program.get() : "") != 0) {
                 return false;
             }
-            szKnown = TLIBCSzHashGetValue(table_.get(), szPid);
+            known = TLIBCSzHashGetValue(table_.get(), pid_text);
         }
-        if (szKnown != nullptr && *szKnown != '\0') {
-            szProgram = const_cast<char *>(szKnown);
+        if (known != nullptr && *known != '\0') {
+            executable = const_cast<char *>(known);
         }
         return true;
     }
@@ -79,24 +79,24 @@ KeySet::Result AddTo(KeySet &known, const Record &record) {
 
 // Appends the record unless it is known. Returns false when out of memory.
 template <typename Record>
-bool AppendNew(TLIBCDList *pList, KeySet &known, const Record &record) {
+bool AppendNew(TLIBCDList *list, KeySet &known, const Record &record) {
     const KeySet::Result added = AddTo(known, record);
     return added == KeySet::Result::kKnown ||
-           (added == KeySet::Result::kAdded && TLIBCDListAppend(pList, &record) == 0);
+           (added == KeySet::Result::kAdded && TLIBCDListAppend(list, &record) == 0);
 }
 
 // True if the list contains a record with the same key. If an argument is null, this is logged with
 // its name and the result is false.
 template <typename Record>
-bool Contains(const Place &here, const TLIBCDList *pList, const char *szListName,
-              const Record *pRecord, const char *szRecordName) {
-    if (pList == nullptr || pRecord == nullptr) {
+bool Contains(const Place &here, const TLIBCDList *list, const char *list_name,
+              const Record *wanted, const char *wanted_name) {
+    if (list == nullptr || wanted == nullptr) {
         TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "%s is undefined",
-                     pList == nullptr ? szListName : szRecordName);
+                     list == nullptr ? list_name : wanted_name);
         return false;
     }
-    for (const Record &record : Records<Record>(pList)) {
-        if (KeyOf(record) == KeyOf(*pRecord)) {
+    for (const Record &record : Records<Record>(list)) {
+        if (KeyOf(record) == KeyOf(*wanted)) {
             return true;
         }
     }
@@ -108,23 +108,23 @@ bool Contains(const Place &here, const TLIBCDList *pList, const char *szListName
 using OwnedSocket = std::unique_ptr<RawSocketInfo, FreeWith<RawSocketInfoFree>>;
 
 // Appends the sockets of a table. `known` contains the keys of the records that are already listed.
-int ParseSocketTable(const char *szPath, uint16_t uProtocol, TLIBCDList *pList, KeySet &known) {
-    if (!SocketTableExists(TAVO_HERE, szPath)) {
+int ParseSocketTable(const char *path, uint16_t protocol, TLIBCDList *list, KeySet &known) {
+    if (!SocketTableExists(TAVO_HERE, path)) {
         return -1;
     }
     const OwnedSocket info(RawSocketInfoAlloc());
     if (!info) {
         return TAVO_FAIL_ALLOC("pInfo");
     }
-    const OwnedNames lines = ReadSocketTable(TAVO_HERE, szPath);
+    const OwnedNames lines = ReadSocketTable(TAVO_HERE, path);
     if (!lines) {
         return -1;
     }
-    info->uProtocol = uProtocol;
-    const int nLines = TLIBCSzListCount(lines.get());
-    for (int i = 0; i < nLines; ++i) {
+    info->uProtocol = protocol;
+    const int line_count = TLIBCSzListCount(lines.get());
+    for (int i = 0; i < line_count; ++i) {
         if (ReadSocketLine(TLIBCSzListGet(lines.get(), i), *info) &&
-            !AppendNew(pList, known, *info)) {
+            !AppendNew(list, known, *info)) {
             return TAVO_FAIL_ALLOC("pInfo");
         }
     }
@@ -151,11 +151,11 @@ bool AppendHolders(const RawSocketInfo &socket, const Results &results, const Te
     result->uPort = socket.uPort;
     result->uProtocol = socket.uProtocol;
     result->uState = socket.uState;
-    const int nPids = TLIBCSzListCount(pids.get());
-    for (int i = 0; i < nPids; ++i) {
-        const char *szPid = TLIBCSzListGet(pids.get(), i);
-        result->uPid = static_cast<uint32_t>(std::strtoul(szPid, nullptr, 10));
-        if (!look.programs.Find(szPid, result->uPid, result->szProgram)) {
+    const int pid_count = TLIBCSzListCount(pids.get());
+    for (int i = 0; i < pid_count; ++i) {
+        const char *pid = TLIBCSzListGet(pids.get(), i);
+        result->uPid = static_cast<uint32_t>(std::strtoul(pid, nullptr, 10));
+        if (!look.programs.Find(pid, result->uPid, result->szProgram)) {
             TAVO_FAIL_ALLOC("szProgram");
             return false;
         }
@@ -179,13 +179,13 @@ void RawSocketInfoFree(RawSocketInfo *pInfo) {
 }
 
 RawSocketInfo *RawSocketInfoCopy(const RawSocketInfo *pInfo) {
-    RawSocketInfo *pCopy = RawSocketInfoAlloc();
-    if (pCopy == nullptr) {
+    RawSocketInfo *copy = RawSocketInfoAlloc();
+    if (copy == nullptr) {
         TAVO_LOG("Failed to allocate RawSocketInfo");
         return nullptr;
     }
-    *pCopy = *pInfo;
-    return pCopy;
+    *copy = *pInfo;
+    return copy;
 }
 
 int ContainRawSocketInfo(const TLIBCDList *pRawSocketInfoList, const RawSocketInfo *pInfo) {
@@ -212,10 +212,10 @@ TLIBCDList *RawSocketInfoListFetch(uint16_t uProtocol) {
         return nullptr;
     }
     tavo::OwnedList sockets(TLIBCDListAlloc(
-        [](const void *pElement) -> void * {
-            return RawSocketInfoCopy(static_cast<const RawSocketInfo *>(pElement));
+        [](const void *element) -> void * {
+            return RawSocketInfoCopy(static_cast<const RawSocketInfo *>(element));
         },
-        [](void *pElement) { RawSocketInfoFree(static_cast<RawSocketInfo *>(pElement)); }));
+        [](void *element) { RawSocketInfoFree(static_cast<RawSocketInfo *>(element)); }));
     if (!sockets) {
         TAVO_FAIL_ALLOC("pRawSocketInfoList");
         return nullptr;
@@ -232,8 +232,8 @@ TLIBCDList *RawSocketInfoListFetch(uint16_t uProtocol) {
 }
 
 TLIBCSzList *FetchPidList(void) {
-    unsigned int nError = 0;
-    return tavo::ListPids(TAVO_HERE, nError).release();
+    unsigned int error = 0;
+    return tavo::ListPids(TAVO_HERE, error).release();
 }
 
 void FetchInodeFromPid(TLIBCSzHash *pInodeToPidsTable, const char *szPid) {
@@ -275,15 +275,15 @@ TLIBCSzList *InodeToPidsGet(const TLIBCSzHash *pInodeToPidsTable, uint64_t ulIno
         TAVO_FAIL_ALLOC("pPidList");
         return nullptr;
     }
-    const char *szValue = TLIBCSzHashGetValue(pInodeToPidsTable, tavo::Decimal(ulInode).Get());
-    if (szValue == nullptr) {
+    const char *value = TLIBCSzHashGetValue(pInodeToPidsTable, tavo::Decimal(ulInode).Get());
+    if (value == nullptr) {
         return pids.release();
     }
-    TLIBCSzList *pPids = pids.release();
-    const int nPieces = TLIBCStrSep(szValue, ",", &pPids);
-    pids.reset(pPids);
-    if (nPieces < 1) {
-        TAVO_LOG("Failed to separate string: [%s].", szValue);
+    TLIBCSzList *list = pids.release();
+    const int piece_count = TLIBCStrSep(value, ",", &list);
+    pids.reset(list);
+    if (piece_count < 1) {
+        TAVO_LOG("Failed to separate string: [%s].", value);
         return nullptr;
     }
     // Every process id is followed by a comma, so the last piece is empty.

@@ -11,33 +11,33 @@
 
 namespace tavo {
 
-// For each record of a list: for (const Record &record : Records<Record>(pList)).
+// For each record of a list: for (const Record &record : Records<Record>(list)).
 template <typename Record>
 class Records {
   public:
-    explicit Records(const TLIBCDList *pList) : pFirst_(TLIBCDListFirst(pList)) {}
+    explicit Records(const TLIBCDList *list) : first_(TLIBCDListFirst(list)) {}
 
     class Iterator {
       public:
-        explicit Iterator(const TLIBCDListNode *pNode) : pNode_(pNode) {}
+        explicit Iterator(const TLIBCDListNode *node) : node_(node) {}
         const Record &operator*() const {
-            return *static_cast<const Record *>(TLIBCDListElement(pNode_));
+            return *static_cast<const Record *>(TLIBCDListElement(node_));
         }
         Iterator &operator++() {
-            pNode_ = TLIBCDListNext(pNode_);
+            node_ = TLIBCDListNext(node_);
             return *this;
         }
-        bool operator==(const Iterator &other) const { return pNode_ == other.pNode_; }
+        bool operator==(const Iterator &other) const { return node_ == other.node_; }
 
       private:
-        const TLIBCDListNode *pNode_;
+        const TLIBCDListNode *node_;
     };
 
-    Iterator begin() const { return Iterator(pFirst_); }
+    Iterator begin() const { return Iterator(first_); }
     Iterator end() const { return Iterator(nullptr); }
 
   private:
-    const TLIBCDListNode *pFirst_;
+    const TLIBCDListNode *first_;
 };
 
 struct ConfResults {
@@ -73,9 +73,9 @@ using OwnedResults = std::unique_ptr<TLIBCDList, FreeWith<Kind::kListFree>>;
 // A record that is filled again for each append. It does not own its text.
 template <typename Kind>
 struct FreeWithoutText {
-    void operator()(typename Kind::Record *pRecord) const {
-        pRecord->*Kind::kText = nullptr;
-        Kind::kFree(pRecord);
+    void operator()(typename Kind::Record *record) const {
+        record->*Kind::kText = nullptr;
+        Kind::kFree(record);
     }
 };
 template <typename Kind>
@@ -91,40 +91,40 @@ typename Kind::Record *AllocRecord() {
 }
 
 template <typename Kind>
-void FreeRecord(typename Kind::Record *pRecord) {
-    std::free(pRecord->*Kind::kText);
-    std::free(pRecord);
+void FreeRecord(typename Kind::Record *record) {
+    std::free(record->*Kind::kText);
+    std::free(record);
 }
 
 template <typename Kind>
-typename Kind::Record *CopyRecord(const Place &here, const typename Kind::Record *pRecord) {
-    auto *pCopy = Kind::kAlloc();
-    if (pCopy == nullptr) {
+typename Kind::Record *CopyRecord(const Place &here, const typename Kind::Record *record) {
+    auto *copy = Kind::kAlloc();
+    if (copy == nullptr) {
         TAVO_LOG_AT(here, "Failed to allocate %s", Kind::kRecordName);
         return nullptr;
     }
-    *pCopy = *pRecord;
-    if (const char *szText = pRecord->*Kind::kText) {
-        pCopy->*Kind::kText = strdup(szText);
+    *copy = *record;
+    if (const char *text = record->*Kind::kText) {
+        copy->*Kind::kText = strdup(text);
     }
-    return pCopy;
+    return copy;
 }
 
 template <typename Kind>
 TLIBCDList *AllocList() {
     using Record = typename Kind::Record;
     return TLIBCDListAlloc(
-        [](const void *pElement) -> void * {
-            return Kind::kCopy(static_cast<const Record *>(pElement));
+        [](const void *element) -> void * {
+            return Kind::kCopy(static_cast<const Record *>(element));
         },
-        [](void *pElement) { Kind::kFree(static_cast<Record *>(pElement)); });
+        [](void *element) { Kind::kFree(static_cast<Record *>(element)); });
 }
 
-// Appends copies of all records of `pFrom`. After a failure, the records appended so far remain.
+// Appends copies of all records of `from`. After a failure, the records appended so far remain.
 template <typename Kind>
-bool AppendAll(TLIBCDList *pTo, const TLIBCDList *pFrom) {
-    for (const auto &record : Records<typename Kind::Record>(pFrom)) {
-        if (TLIBCDListAppend(pTo, &record) != 0) {
+bool AppendAll(TLIBCDList *to, const TLIBCDList *from) {
+    for (const auto &record : Records<typename Kind::Record>(from)) {
+        if (TLIBCDListAppend(to, &record) != 0) {
             return false;
         }
     }
@@ -132,9 +132,9 @@ bool AppendAll(TLIBCDList *pTo, const TLIBCDList *pFrom) {
 }
 
 template <typename Kind>
-TLIBCDList *CopyList(const Place &here, const TLIBCDList *pList) {
+TLIBCDList *CopyList(const Place &here, const TLIBCDList *list) {
     OwnedResults<Kind> copy(Kind::kListAlloc());
-    if (!copy || !AppendAll<Kind>(copy.get(), pList)) {
+    if (!copy || !AppendAll<Kind>(copy.get(), list)) {
         TAVO_LOG_AT(here, "Failed to allocate %s", Kind::kListAllocName);
         return nullptr;
     }
@@ -143,41 +143,40 @@ TLIBCDList *CopyList(const Place &here, const TLIBCDList *pList) {
 
 // Appends copies of the records of a port and protocol. Returns their number, -1 on failure.
 template <typename Kind>
-int Filter(const Place &here, const TLIBCDList *pSource, uint16_t uPort, uint16_t uProtocol,
-           TLIBCDList *pFiltered) {
-    if (pSource == nullptr) {
+int Filter(const Place &here, const TLIBCDList *source, uint16_t port, uint16_t protocol,
+           TLIBCDList *filtered) {
+    if (source == nullptr) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pSourceResultList is undefined");
     }
-    if (pFiltered == nullptr) {
+    if (filtered == nullptr) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pFilteredResultList is undefined");
     }
-    int nMatches = 0;
-    for (const auto &record : Records<typename Kind::Record>(pSource)) {
-        if (record.uPort != uPort || record.uProtocol != uProtocol) {
+    int match_count = 0;
+    for (const auto &record : Records<typename Kind::Record>(source)) {
+        if (record.uPort != port || record.uProtocol != protocol) {
             continue;
         }
-        if (TLIBCDListAppend(pFiltered, &record) != 0) {
+        if (TLIBCDListAppend(filtered, &record) != 0) {
             return TAVO_FAIL_ALLOC_AT(here, "pResult");
         }
-        ++nMatches;
+        ++match_count;
     }
-    return nMatches;
+    return match_count;
 }
 
 // Appends a record for a port that is not in use.
 template <typename Kind>
-int AppendNobody(const Place &here, TLIBCDList *pResultList, uint16_t uPort, uint16_t uProtocol) {
-    if (pResultList == nullptr) {
+int AppendNobody(const Place &here, TLIBCDList *results, uint16_t port, uint16_t protocol) {
+    if (results == nullptr) {
         return TAVO_FAIL_AT(here, TLIBC_ERR_BAD_PARAMETER, "pResultList is undefined");
     }
     const OwnedResult<Kind> result(Kind::kAlloc());
     if (!result) {
         return TAVO_FAIL_ALLOC_AT(here, "pResult");
     }
-    result->uPort = uPort;
-    result->uProtocol = uProtocol;
-    return TLIBCDListAppend(pResultList, result.get()) == 0 ? 0
-                                                            : TAVO_FAIL_ALLOC_AT(here, "pResult");
+    result->uPort = port;
+    result->uProtocol = protocol;
+    return TLIBCDListAppend(results, result.get()) == 0 ? 0 : TAVO_FAIL_ALLOC_AT(here, "pResult");
 }
 
 }  // namespace tavo

@@ -12,20 +12,20 @@ namespace {
 
 constexpr int kFieldsKept = 3;
 
-bool ScanLine(const char *szLine, RawSocketInfo &info) {
-    unsigned short uPort = 0;
-    unsigned int uState = 0;
-    unsigned long ulInode = 0;
-    const int nFields = std::sscanf(szLine,
-                                    "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X "
-                                    "%*X:%*X %*X %*d %*d %lu ",
-                                    &uPort, &uState, &ulInode);
-    if (nFields != kFieldsKept) {
+bool ScanLine(const char *line, RawSocketInfo &info) {
+    unsigned short port = 0;
+    unsigned int state = 0;
+    unsigned long inode = 0;
+    const int field_count = std::sscanf(line,
+                                        "%*d: %*64[0-9A-Fa-f]:%hx %*64[0-9A-Fa-f]:%*X %X %*X:%*X "
+                                        "%*X:%*X %*X %*d %*d %lu ",
+                                        &port, &state, &inode);
+    if (field_count != kFieldsKept) {
         return false;
     }
-    info.uPort = uPort;
-    info.uState = uState;
-    info.ulInode = ulInode;
+    info.uPort = port;
+    info.uState = state;
+    info.ulInode = inode;
     return true;
 }
 
@@ -40,43 +40,43 @@ constexpr int HexDigit(char c) {
 // and the line is not read further.
 class FieldReader {
   public:
-    explicit FieldReader(const char *szLine) : szAt_(szLine) {}
+    explicit FieldReader(const char *line) : at_(line) {}
 
     bool IsGood() const { return good_; }
 
     void Blanks() {
-        while (*szAt_ == ' ') {
-            ++szAt_;
+        while (*at_ == ' ') {
+            ++at_;
         }
     }
 
     void Char(char c) {
-        good_ = good_ && *szAt_ == c;
-        szAt_ += good_ ? 1 : 0;
+        good_ = good_ && *at_ == c;
+        at_ += good_ ? 1 : 0;
     }
 
-    // Reads a number of at most nDigits digits and the character after it.
-    uint64_t Hex(int nDigits, char cEnd) { return Number(16, nDigits, cEnd); }
-    uint64_t Decimal(int nDigits, char cEnd) { return Number(10, nDigits, cEnd); }
+    // Reads a number of at most `max_digits` digits and the character after it.
+    uint64_t Hex(int max_digits, char end) { return Number(16, max_digits, end); }
+    uint64_t Decimal(int max_digits, char end) { return Number(10, max_digits, end); }
 
   private:
-    uint64_t Number(uint64_t nBase, int nMostDigits, char cEnd) {
-        uint64_t nValue = 0;
-        int nDigits = 0;
-        for (; good_; ++szAt_, ++nDigits) {
-            const int nDigit = HexDigit(*szAt_);
-            if (nDigit < 0 || static_cast<uint64_t>(nDigit) >= nBase) {
+    uint64_t Number(uint64_t base, int max_digits, char end) {
+        uint64_t value = 0;
+        int digit_count = 0;
+        for (; good_; ++at_, ++digit_count) {
+            const int digit = HexDigit(*at_);
+            if (digit < 0 || static_cast<uint64_t>(digit) >= base) {
                 break;
             }
-            good_ = nDigits < nMostDigits;
-            nValue = nValue * nBase + static_cast<uint64_t>(nDigit);
+            good_ = digit_count < max_digits;
+            value = value * base + static_cast<uint64_t>(digit);
         }
-        good_ = good_ && nDigits > 0;
-        Char(cEnd);
-        return nValue;
+        good_ = good_ && digit_count > 0;
+        Char(end);
+        return value;
     }
 
-    const char *szAt_;
+    const char *at_;
     bool good_ = true;
 };
 
@@ -87,16 +87,16 @@ constexpr int kAddressDigits = 32;  // an IPv6 address
 constexpr int kCountDigits = 9;     // 32 bits, decimal
 constexpr int kInodeDigits = 19;    // 64 bits, decimal
 
-bool ReadKernelLine(const char *szLine, RawSocketInfo &info) {
-    FieldReader reader(szLine);
+bool ReadKernelLine(const char *line, RawSocketInfo &info) {
+    FieldReader reader(line);
     reader.Blanks();
     reader.Decimal(kCountDigits, ':');  // slot
     reader.Char(' ');
     reader.Hex(kAddressDigits, ':');  // local address
-    const uint64_t nPort = reader.Hex(kPortDigits, ' ');
+    const uint64_t port = reader.Hex(kPortDigits, ' ');
     reader.Hex(kAddressDigits, ':');  // remote address and port
     reader.Hex(kPortDigits, ' ');
-    const uint64_t nState = reader.Hex(kWordDigits, ' ');
+    const uint64_t state = reader.Hex(kWordDigits, ' ');
     reader.Hex(kWordDigits, ':');  // queues
     reader.Hex(kWordDigits, ' ');
     reader.Hex(kWordDigits, ':');  // timer
@@ -106,13 +106,13 @@ bool ReadKernelLine(const char *szLine, RawSocketInfo &info) {
     reader.Decimal(kCountDigits, ' ');  // uid
     reader.Blanks();
     reader.Decimal(kCountDigits, ' ');  // timeout
-    const uint64_t nInode = reader.Decimal(kInodeDigits, ' ');
+    const uint64_t inode = reader.Decimal(kInodeDigits, ' ');
     if (!reader.IsGood()) {
         return false;
     }
-    info.uPort = static_cast<uint16_t>(nPort);
-    info.uState = static_cast<uint32_t>(nState);
-    info.ulInode = nInode;
+    info.uPort = static_cast<uint16_t>(port);
+    info.uState = static_cast<uint32_t>(state);
+    info.ulInode = inode;
     return true;
 }
 
@@ -147,8 +147,8 @@ OwnedNames ReadSocketTable(const Place &here, const char *path) {
     return nullptr;
 }
 
-bool ReadSocketLine(const char *szLine, RawSocketInfo &info) {
-    return ReadKernelLine(szLine, info) || ScanLine(szLine, info);
+bool ReadSocketLine(const char *line, RawSocketInfo &info) {
+    return ReadKernelLine(line, info) || ScanLine(line, info);
 }
 
 // The kernel prints the 32-bit words of an address as numbers in host byte order. In memory the

@@ -49,7 +49,7 @@ struct SocketAddress {
 
 // Reads the local port, state and inode. Returns false if the line is not a socket, such as the
 // header.
-bool ReadSocketLine(const char *szLine, RawSocketInfo &info);
+bool ReadSocketLine(const char *line, RawSocketInfo &info);
 
 // Reads the local address. The line must be a socket.
 SocketAddress ReadSocketAddress(const char *line);
