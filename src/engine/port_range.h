@@ -46,8 +46,8 @@ class RangeAdder {
 
 // A range as a caller passed it: neither sorted nor limited to ports.
 struct RawRange {
-    uint32_t nStart;
-    uint32_t nEnd;
+    uint32_t start;
+    uint32_t end;
 };
 
 // Ranges stored to be added later. Adding frees nodes, and the set that is being walked may be the

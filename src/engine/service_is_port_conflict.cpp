@@ -49,7 +49,7 @@ class HeldPorts {
   public:
     // All held ports, if the range can be looked up in them; else null.
     const PortSet *For(const Range &range, bool tcp) {
-        const bool possible = range.nLow >= 0 && range.nHigh < kPortCount;
+        const bool possible = range.low >= 0 && range.high < kPortCount;
         if (possible && !known_ && ++questions_ > kFewQuestions) {
             questions_ = 0;
             known_ = AddHeldPorts(tcp, ports_);
@@ -318,7 +318,7 @@ int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
     };
     if (const PortSet *pHeld =
             pServices != nullptr ? query.call.held[row].For(range, tcp) : nullptr) {
-        const PortSet held = *pHeld & PortsOf(range.nLow, range.nHigh);
+        const PortSet held = *pHeld & PortsOf(range.low, range.high);
         return held.any() && (held & ~skippedPorts()).any() ? 1 : 0;
     }
     UsedPorts used(range);

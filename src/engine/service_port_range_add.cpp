@@ -51,7 +51,7 @@ int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
 int AddRanges(const PendingRanges &ranges, TAVO_PORT_RANGE *pSet) {
     RangeAdder adder(pSet);
     const bool added = std::all_of(ranges.begin(), ranges.end(), [&](const RawRange &range) {
-        return adder.Add(range.nStart, range.nEnd) == 0;
+        return adder.Add(range.start, range.end) == 0;
     });
     return added ? 0 : -1;
 }

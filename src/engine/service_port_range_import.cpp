@@ -33,10 +33,10 @@ uint32_t ReadDigits(const char *&szText) {
 // left to ReadItem.
 bool ReadPlainItem(const char *&szText, Range &range) {
     const char *szRest = szText;
-    range.nStart = ReadDigits(szRest);
-    range.nEnd = range.nStart;
+    range.start = ReadDigits(szRest);
+    range.end = range.start;
     if (*szRest == ':') {
-        range.nEnd = ReadDigits(++szRest);
+        range.end = ReadDigits(++szRest);
     }
     if (*szRest != ',' && *szRest != '\0') {
         return false;
@@ -63,8 +63,8 @@ int ReadItem(const char *&szText, Range &range) {
         return -1;
     }
     char *szEnd = item.get();
-    range.nStart = ReadPort(tavo::CutPiece(szEnd, ':'));
-    range.nEnd = szEnd == nullptr ? range.nStart : ReadPort(szEnd);
+    range.start = ReadPort(tavo::CutPiece(szEnd, ':'));
+    range.end = szEnd == nullptr ? range.start : ReadPort(szEnd);
     return 0;
 }
 
@@ -80,7 +80,7 @@ int TLIBPortRangeImport(TAVO_PORT_RANGE *pSet, const char *szRanges) {
         if (!ReadPlainItem(szRest, range) && ReadItem(szRest, range) < 0) {
             return -1;
         }
-        if (adder.Add(range.nStart, range.nEnd) < 0) {
+        if (adder.Add(range.start, range.end) < 0) {
             return TAVO_LOG("Failed to TLIBPortRangeAdd().");
         }
         if (*szRest == '\0') {

@@ -50,7 +50,7 @@ int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
     }
     if (ArePlain(pRanges) && tavo::IsWellFormed(pDst->pRanges)) {
         std::sort(ranges.begin(), ranges.end(),
-                  [](const auto &a, const auto &b) { return a.nStart < b.nStart; });
+                  [](const auto &a, const auto &b) { return a.start < b.start; });
     }
     return tavo::AddRanges(ranges, pDst);
 }
