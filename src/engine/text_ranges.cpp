@@ -34,8 +34,8 @@ void RangeIndex::Sort() {
     }
 }
 
-int FailToCopy(const Place &place, const char *szText) {
-    return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_NO_MEMORY, "strdup fail for %s", szText);
+int FailToCopy(const Place &place, const char *text) {
+    return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_NO_MEMORY, "strdup fail for %s", text);
 }
 
 int TextRanges::FailToAllocate() const {

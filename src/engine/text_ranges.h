@@ -70,7 +70,7 @@ class RangeIndex {
 };
 
 // Reports that a text could not be copied, for the operation at `place`.
-int FailToCopy(const Place &place, const char *szText);
+int FailToCopy(const Place &place, const char *text);
 
 // Reads the ranges of a comma-separated text; empty tokens are ignored.
 class TextRanges {
