@@ -8,8 +8,8 @@
 namespace tavo {
 
 int AddCommonPorts(const Range &a, const Range &b, TAVO_SERVICE_CONF_PORT **conflicts) {
-    const int low = std::max(a.nLow, b.nLow);
-    const int high = std::min(a.nHigh, b.nHigh);
+    const int low = std::max(a.low, b.low);
+    const int high = std::min(a.high, b.high);
     if (low > high) {
         return 0;
     }
@@ -49,9 +49,9 @@ int Comparison::ReadQuery() {
 // Whether a range overlaps the query, which has been read.
 bool Comparison::Meets(const Range &declared) const {
     const Range *found =
-        std::lower_bound(merged_.begin(), merged_.end(), declared.nLow,
-                         [](const Range &asked, int port) { return asked.nHigh < port; });
-    return found != merged_.end() && found->nLow <= declared.nHigh;
+        std::lower_bound(merged_.begin(), merged_.end(), declared.low,
+                         [](const Range &asked, int port) { return asked.high < port; });
+    return found != merged_.end() && found->low <= declared.high;
 }
 
 // Keeps the ranges of a text, except those that do not overlap the query. Returns 1 if any is kept.
@@ -63,7 +63,7 @@ int Comparison::Keep(const GrowingArray<Range> &declared) {
             continue;
         }
         if (!kept_.Append(
-                {static_cast<uint16_t>(range.nLow), static_cast<uint16_t>(range.nHigh), text_})) {
+                {static_cast<uint16_t>(range.low), static_cast<uint16_t>(range.high), text_})) {
             return FailToAllocate();
         }
     }
@@ -100,12 +100,12 @@ int Comparison::MergeCommonPorts(TAVO_PORT_RANGE *set) const {
     RangeAdder adder(set);
     const Range *asked = merged_.begin();
     for (const Range &range : declared) {
-        while (asked != merged_.end() && asked->nHigh < range.nLow) {
+        while (asked != merged_.end() && asked->high < range.low) {
             ++asked;
         }
-        for (const Range *one = asked; one != merged_.end() && one->nLow <= range.nHigh; ++one) {
-            if (adder.Add(static_cast<uint32_t>(std::max(one->nLow, range.nLow)),
-                          static_cast<uint32_t>(std::min(one->nHigh, range.nHigh))) < 0) {
+        for (const Range *one = asked; one != merged_.end() && one->low <= range.high; ++one) {
+            if (adder.Add(static_cast<uint32_t>(std::max(one->low, range.low)),
+                          static_cast<uint32_t>(std::min(one->high, range.high))) < 0) {
                 return -1;
             }
         }
@@ -123,8 +123,8 @@ int Comparison::MergePairs(TAVO_PORT_RANGE *set) const {
         }
         for (const Range *asked = asked_.end(); asked-- != asked_.begin();) {
             for (std::size_t i = end; i-- > first;) {
-                const int low = std::max<int>(asked->nLow, kept_[i].low);
-                const int high = std::min<int>(asked->nHigh, kept_[i].high);
+                const int low = std::max<int>(asked->low, kept_[i].low);
+                const int high = std::min<int>(asked->high, kept_[i].high);
                 if (low <= high &&
                     adder.Add(static_cast<uint32_t>(low), static_cast<uint32_t>(high)) < 0) {
                     return -1;

@@ -97,7 +97,7 @@ constexpr ServiceSetting kServiceSettings[] = {
 // Adds the port that the settings contain for the key, if any. Returns 0, or -1 on failure: out of
 // memory (error code 0x200), unreadable settings, or a value that is not a port. Only the last one
 // is not logged.
-int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet);
+int GetServicePort(const char *key, TAVO_PORT_RANGE *set);
 
 }  // namespace tavo
 

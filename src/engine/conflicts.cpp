@@ -25,7 +25,7 @@ bool ComesBefore(const char *a, const char *b) {
 }
 
 bool IsAlone(const Range &range, int port) {
-    return range.nLow == port && range.nHigh == port;
+    return range.low == port && range.high == port;
 }
 
 // Clears the error state, so that a failure is reported with its own error code.
@@ -40,11 +40,11 @@ Range RangeOf(const TAVO_SERVICE_CONF_PORT &port) {
 }
 
 bool AnyHeld(const Range &range, const PortSet &held) {
-    int port = range.nLow;
-    while (port <= range.nHigh && !held[static_cast<std::size_t>(port)]) {
+    int port = range.low;
+    while (port <= range.high && !held[static_cast<std::size_t>(port)]) {
         ++port;
     }
-    return port <= range.nHigh;
+    return port <= range.high;
 }
 
 }  // namespace
@@ -154,7 +154,7 @@ void PortConflicts::AddDeclared(const Range &range, int source, uint32_t protoco
         const bool service = source == TAVO_PORT_CHECK_FW_SERVICE;
         AddTaken({number,
                   source,
-                  {std::max(asked.nLow, range.nLow), std::min(asked.nHigh, range.nHigh)},
+                  {std::max(asked.low, range.low), std::min(asked.high, range.high)},
                   service ? question.protocols & protocols : protocols,
                   declarer});
     });
@@ -383,12 +383,12 @@ void PortConflicts::CompareSockets(std::size_t question, uint32_t protocol, cons
 // Adds one record for each run of adjacent held ports.
 void PortConflicts::AddRows(const Asked &asked, uint32_t protocol, const PortSet &held) {
     const auto is_held = [&held](int port) { return held[static_cast<std::size_t>(port)]; };
-    for (int port = asked.range.nLow; port <= asked.range.nHigh; ++port) {
+    for (int port = asked.range.low; port <= asked.range.high; ++port) {
         if (!is_held(port)) {
             continue;
         }
         const int first = port;
-        while (port < asked.range.nHigh && is_held(port + 1)) {
+        while (port < asked.range.high && is_held(port + 1)) {
             ++port;
         }
         AddTaken({asked.question, TAVO_PORT_CHECK_RUNTIME, {first, port}, protocol, {}});
@@ -410,7 +410,7 @@ bool PortConflicts::AddSkippedPorts(std::size_t question, uint32_t protocol, Por
             if (std::strcmp(port.service, name) == 0) {
                 of_file = true;
                 if ((port.protocols & protocol) != 0) {
-                    AddPorts(port.range.nLow, port.range.nHigh, skipped);
+                    AddPorts(port.range.low, port.range.high, skipped);
                 }
             }
         }

@@ -49,7 +49,7 @@ class HeldPorts {
   public:
     // All held ports, if the range can be looked up in them; else null.
     const PortSet *For(const Range &range, bool tcp) {
-        const bool possible = range.nLow >= 0 && range.nHigh < kPortCount;
+        const bool possible = range.low >= 0 && range.high < kPortCount;
         if (possible && !known_ && ++questions_ > kFewQuestions) {
             questions_ = 0;
             known_ = AddHeldPorts(tcp, ports_);
@@ -73,22 +73,22 @@ struct Call {
 
 // The arguments of the caller, as passed and split into tokens.
 struct Query {
-    const char *szPort;
-    const char *szProtocol;
-    const TLIBCSzList *pSkip;
-    const TLIBCSzHash *pSkipIndex;  // the names of pSkip as keys; null if there are few
-    const TLIBCSzList *pPorts;
-    const TLIBCSzList *pProtocols;  // in lower case
-    Ports **ppConflictPorts;
+    const char *port_text;
+    const char *protocol_text;
+    const TLIBCSzList *skip;
+    const TLIBCSzHash *skip_index;  // the names of `skip` as keys; null if there are few
+    const TLIBCSzList *ports;
+    const TLIBCSzList *protocols;  // in lower case
+    Ports **conflicts;
     Call &call;
     Comparison &comparison;
 
-    bool Skips(const char *szService) const {
-        return pSkipIndex != nullptr ? TLIBCSzHashGetValue(pSkipIndex, szService) != nullptr
-                                     : TLIBCSzListFind(pSkip, szService) >= 0;
+    bool Skips(const char *service) const {
+        return skip_index != nullptr ? TLIBCSzHashGetValue(skip_index, service) != nullptr
+                                     : TLIBCSzListFind(skip, service) >= 0;
     }
     bool Names(const TAVO_PROTO_TYPE_MAPPING &protocol) const {
-        return TLIBCSzListFind(pProtocols, protocol.szName) >= 0;
+        return TLIBCSzListFind(protocols, protocol.szName) >= 0;
     }
 };
 
@@ -118,27 +118,27 @@ int CompareRule(const Query &query, const ForwardingRule &rule) {
     if (rule.MissingKey() != nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const int nAppliance = query.comparison.Compare(rule.appliance_ports);
-    if (nAppliance < 0) {
+    const int appliance = query.comparison.Compare(rule.appliance_ports);
+    if (appliance < 0) {
         return -1;
     }
-    const int nRouter = query.comparison.Compare(rule.router_ports);
-    return nRouter < 0 ? -1 : nAppliance | nRouter;
+    const int router = query.comparison.Compare(rule.router_ports);
+    return router < 0 ? -1 : appliance | router;
 }
 
 int CheckForwardingRules(const Query &query) {
     using Step = ForwardingRules::Step;
     ForwardingRules rules;
     ForwardingRule rule{};
-    int nAnswer = 0;
+    int answer = 0;
     for (Step step = rules.Next(rule); step != Step::kEnd; step = rules.Next(rule)) {
-        const int nRule = step == Step::kRule ? CompareRule(query, rule) : -1;
-        if (nRule < 0) {
+        const int one = step == Step::kRule ? CompareRule(query, rule) : -1;
+        if (one < 0) {
             return -1;
         }
-        nAnswer |= nRule;
+        answer |= one;
     }
-    return nAnswer;
+    return answer;
 }
 
 // ---- Firewall services ----
@@ -150,29 +150,29 @@ int FailWithoutCatalogue(const ServiceCatalogue &catalogue) {
 }
 
 // The protocols of the query; 0 if the text names none, then no service conflicts.
-int ReadProtocols(const char *szProtocol, uint32_t &nProtocols) {
-    const OwnedText copy(strdup(szProtocol));
+int ReadProtocols(const char *protocol_text, uint32_t &protocols) {
+    const OwnedText copy(strdup(protocol_text));
     if (copy == nullptr) {
-        return FailToCopy(TAVO_HERE, szProtocol);
+        return FailToCopy(TAVO_HERE, protocol_text);
     }
-    nProtocols = TAVOProtocolMapping(TLIBServiceConfProtocolParse(copy.get()));
+    protocols = TAVOProtocolMapping(TLIBServiceConfProtocolParse(copy.get()));
     return 0;
 }
 
 // Compares with one service, unless it is skipped or uses other protocols.
-int CompareService(const Query &query, uint32_t nProtocols, const TAVO_FW_SERVICE &service) {
-    if ((service.nDstProtocol & nProtocols) == 0 || query.Skips(service.szName)) {
+int CompareService(const Query &query, uint32_t protocols, const TAVO_FW_SERVICE &service) {
+    if ((service.nDstProtocol & protocols) == 0 || query.Skips(service.szName)) {
         return 0;
     }
-    int nAnswer = 0;
+    int answer = 0;
     for (int i = 0; i < TLIBCSzListCount(service.pDstPortList); ++i) {
-        const int nOne = query.comparison.Compare(TLIBCSzListGet(service.pDstPortList, i));
-        if (nOne < 0) {
+        const int one = query.comparison.Compare(TLIBCSzListGet(service.pDstPortList, i));
+        if (one < 0) {
             return -1;
         }
-        nAnswer |= nOne;
+        answer |= one;
     }
-    return nAnswer;
+    return answer;
 }
 
 int CheckFirewallServices(const Query &query) {
@@ -183,36 +183,36 @@ int CheckFirewallServices(const Query &query) {
     if (catalogue.report.Fault() != 0) {
         return FailWithoutCatalogue(catalogue);
     }
-    uint32_t nProtocols = 0;
+    uint32_t protocols = 0;
     if (catalogue.count == 0) {
         return 0;
     }
-    if (ReadProtocols(query.szProtocol, nProtocols) < 0) {
+    if (ReadProtocols(query.protocol_text, protocols) < 0) {
         return -1;
     }
-    const Services *pServices = query.call.catalogue.Candidates(query.szPort);
-    if (pServices == nullptr) {
+    const Services *services = query.call.catalogue.Candidates(query.port_text);
+    if (services == nullptr) {
         return TAVO_FAIL_STATE(TLIBC_ERR_NO_MEMORY, "Failed to allocate for services");
     }
-    int nAnswer = 0;
-    for (const TAVO_FW_SERVICE *pService : *pServices) {
-        const int nOne = CompareService(query, nProtocols, *pService);
-        if (nOne < 0) {
+    int answer = 0;
+    for (const TAVO_FW_SERVICE *service : *services) {
+        const int one = CompareService(query, protocols, *service);
+        if (one < 0) {
             return -1;
         }
-        nAnswer |= nOne;
+        answer |= one;
     }
-    return nAnswer;
+    return answer;
 }
 
 // ---- Settings of the system ----
 
-int GetAllNonSkipServicePort(const Query &query, TAVO_PORT_RANGE *pSet) {
+int GetAllNonSkipServicePort(const Query &query, TAVO_PORT_RANGE *set) {
     for (const ServiceSetting &setting : kServiceSettings) {
         if (query.Skips(setting.service)) {
             continue;
         }
-        if (GetServicePort(setting.key, pSet) < 0) {
+        if (GetServicePort(setting.key, set) < 0) {
             return TAVO_LOG("Failed to GetServicePort(), service = [%s]", setting.key);
         }
     }
@@ -228,13 +228,13 @@ OwnedRanges CreateRanges() {
 }
 
 // Moves the caller's list into the overlap. The list is unchanged on failure.
-int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
+int JoinFormerConflicts(TAVO_PORT_RANGE *overlap, Ports **conflicts) {
     const OwnedRanges former = CreateRanges();
     if (former == nullptr) {
         return -1;
     }
-    former->pRanges = *ppConflictPorts;
-    if (TLIBPortRangeJoin(pOverlap, former.get()) < 0) {
+    former->pRanges = *conflicts;
+    if (TLIBPortRangeJoin(overlap, former.get()) < 0) {
         former->pRanges = nullptr;
         return TAVO_LOG("Failed to TLIBPortRangeJoin()");
     }
@@ -244,18 +244,18 @@ int JoinFormerConflicts(TAVO_PORT_RANGE *pOverlap, Ports **ppConflictPorts) {
 // Replaces the caller's list with the overlap merged with all conflicts before it. Entries that
 // were in the list on entry count as a conflict, which is kept: callers that pass the list from
 // check to check rely on a result for all of them.
-int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *pOverlap) {
-    Ports **ppConflictPorts = query.ppConflictPorts;
+int HandOverOverlap(const Query &query, TAVO_PORT_RANGE *overlap) {
+    Ports **conflicts = query.conflicts;
     // The conflicts of rules and services come before the entries that the list had on entry.
-    if (query.comparison.Merge(pOverlap) < 0) {
+    if (query.comparison.Merge(overlap) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeJoin()");
     }
-    if (*ppConflictPorts != nullptr && JoinFormerConflicts(pOverlap, ppConflictPorts) < 0) {
+    if (*conflicts != nullptr && JoinFormerConflicts(overlap, conflicts) < 0) {
         return -1;
     }
     query.comparison.Forget();
-    *ppConflictPorts = std::exchange(pOverlap->pRanges, nullptr);
-    return std::exchange(pOverlap->nCount, 0) != 0 ? 1 : 0;
+    *conflicts = std::exchange(overlap->pRanges, nullptr);
+    return std::exchange(overlap->nCount, 0) != 0 ? 1 : 0;
 }
 
 int CheckSettings(const Query &query) {
@@ -270,7 +270,7 @@ int CheckSettings(const Query &query) {
     if (asked == nullptr) {
         return -1;
     }
-    if (TLIBPortRangeImport(asked.get(), query.szPort) < 0) {
+    if (TLIBPortRangeImport(asked.get(), query.port_text) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeImport().");
     }
     const OwnedRanges overlap = CreateRanges();
@@ -291,35 +291,34 @@ int FailForArgument() {
 
 // A token is PORT or START:END in any order, parsed with strtol. Zero alone is invalid: no socket
 // can hold port 0.
-bool ReadSocketToken(const char *szToken, Range &range) {
-    const char *szSeparator = std::strchr(szToken, kQueryRangeSeparator);
-    const int nStart = static_cast<int>(std::strtol(szToken, nullptr, 10));
-    const int nEnd = szSeparator == nullptr
-                         ? nStart
-                         : static_cast<int>(std::strtol(szSeparator + 1, nullptr, 10));
-    range = {std::min(nStart, nEnd), std::max(nStart, nEnd)};
-    return nStart != 0 || nEnd != 0;
+bool ReadSocketToken(const char *token, Range &range) {
+    const char *separator = std::strchr(token, kQueryRangeSeparator);
+    const int start = static_cast<int>(std::strtol(token, nullptr, 10));
+    const int end =
+        separator == nullptr ? start : static_cast<int>(std::strtol(separator + 1, nullptr, 10));
+    range = {std::min(start, end), std::max(start, end)};
+    return start != 0 || end != 0;
 }
 
 // `skipped` gets the ports of the skipped services once a port of the range is held.
 int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
-                   TAVO_FW_SERVICE *pServices, std::optional<PortSet> &skipped) {
+                   TAVO_FW_SERVICE *services, std::optional<PortSet> &skipped) {
     const TAVO_PROTO_TYPE_MAPPING &protocol = gProtoTypeMapping[row];
     const bool tcp = protocol.nProto == TAVO_PROTO_TCP;
-    const auto skippedPorts = [&]() -> const PortSet & {
+    const auto skipped_ports = [&]() -> const PortSet & {
         if (!skipped) {
             skipped.emplace();
-            for (int i = 0; i < TLIBCSzListCount(query.pSkip); ++i) {
-                AddServicePorts(pServices, TLIBCSzListGet(query.pSkip, i),
+            for (int i = 0; i < TLIBCSzListCount(query.skip); ++i) {
+                AddServicePorts(services, TLIBCSzListGet(query.skip, i),
                                 static_cast<uint32_t>(protocol.nProto), *skipped);
             }
         }
         return *skipped;
     };
-    if (const PortSet *pHeld =
-            pServices != nullptr ? query.call.held[row].For(range, tcp) : nullptr) {
-        const PortSet held = *pHeld & PortsOf(range.nLow, range.nHigh);
-        return held.any() && (held & ~skippedPorts()).any() ? 1 : 0;
+    if (const PortSet *all_held =
+            services != nullptr ? query.call.held[row].For(range, tcp) : nullptr) {
+        const PortSet held = *all_held & PortsOf(range.low, range.high);
+        return held.any() && (held & ~skipped_ports()).any() ? 1 : 0;
     }
     UsedPorts used(range);
     if (used.OutOfMemory()) {
@@ -328,12 +327,12 @@ int CheckSocketsOf(const Query &query, const Range &range, std::size_t row,
     used.Ask(range, tcp);
     // Without services there is no list to look up skipped names in. This has always been an error,
     // even if no name is skipped.
-    if (pServices == nullptr) {
+    if (services == nullptr) {
         return FailForArgument();
     }
-    const bool taken = std::any_of(used.begin(), used.end(), [&](int nPort) {
-        const bool valid = nPort >= 0 && nPort < kPortCount;
-        return nPort != 0 && !(valid && skippedPorts()[static_cast<std::size_t>(nPort)]);
+    const bool taken = std::any_of(used.begin(), used.end(), [&](int port) {
+        const bool valid = port >= 0 && port < kPortCount;
+        return port != 0 && !(valid && skipped_ports()[static_cast<std::size_t>(port)]);
     });
     return taken ? 1 : 0;
 }
@@ -348,18 +347,18 @@ int CheckSockets(const Query &query) {
         return FailWithoutCatalogue(catalogue);
     }
     std::optional<PortSet> skipped[std::size(gProtoTypeMapping)];
-    for (int i = 0; i < TLIBCSzListCount(query.pPorts); ++i) {
+    for (int i = 0; i < TLIBCSzListCount(query.ports); ++i) {
         Range range{};
-        if (!ReadSocketToken(TLIBCSzListGet(query.pPorts, i), range)) {
+        if (!ReadSocketToken(TLIBCSzListGet(query.ports, i), range)) {
             return FailForArgument();
         }
         for (std::size_t row = 0; row < std::size(skipped); ++row) {
-            const int nAnswer =
+            const int answer =
                 query.Names(gProtoTypeMapping[row])
                     ? CheckSocketsOf(query, range, row, catalogue.services.get(), skipped[row])
                     : 0;
-            if (nAnswer != 0) {
-                return nAnswer;
+            if (answer != 0) {
+                return answer;
             }
         }
     }
@@ -368,29 +367,29 @@ int CheckSockets(const Query &query) {
 
 // ---- The question ----
 
-int SplitWords(const char *szText, TLIBCSzList *pWords) {
-    if (TLIBCStrTok(szText, kTokenSeparators, &pWords) < 0) {
+int SplitWords(const char *text, TLIBCSzList *words) {
+    if (TLIBCStrTok(text, kTokenSeparators, &words) < 0) {
         return TAVO_LOG("Failed to skiped services into list!");
     }
     return 0;
 }
 
-int SplitProtocols(const char *szProtocol, TLIBCSzList *pWords) {
-    char szLowered[kProtocolTextSize];
-    if (TLIBCStrCaseLower(szProtocol, szLowered, sizeof(szLowered)) < 0) {
+int SplitProtocols(const char *protocol_text, TLIBCSzList *words) {
+    char lowered[kProtocolTextSize];
+    if (TLIBCStrCaseLower(protocol_text, lowered, sizeof(lowered)) < 0) {
         return -1;
     }
-    return SplitWords(szLowered, pWords);
+    return SplitWords(lowered, words);
 }
 
 // The names of a long list as keys; null for a short list and when out of memory, then the list is
 // searched.
-OwnedTable IndexNames(const TLIBCSzList *pNames) {
+OwnedTable IndexNames(const TLIBCSzList *names) {
     constexpr int kFewNames = 8;
-    const int nNames = TLIBCSzListCount(pNames);
-    OwnedTable index(nNames > kFewNames ? TLIBCSzHashAlloc(nNames) : nullptr);
-    for (int i = 0; index != nullptr && i < nNames; ++i) {
-        if (TLIBCSzHashSetValue(index.get(), TLIBCSzListGet(pNames, i), "") < 0) {
+    const int name_count = TLIBCSzListCount(names);
+    OwnedTable index(name_count > kFewNames ? TLIBCSzHashAlloc(name_count) : nullptr);
+    for (int i = 0; index != nullptr && i < name_count; ++i) {
+        if (TLIBCSzHashSetValue(index.get(), TLIBCSzListGet(names, i), "") < 0) {
             index.reset();
         }
     }
@@ -399,40 +398,40 @@ OwnedTable IndexNames(const TLIBCSzList *pNames) {
 
 // Checks every selected source even after a conflict, so that the caller's list contains the
 // conflicts of all of them. The sockets come last because they add nothing to it.
-int AskSources(const Query &query, int nCheckFlags) {
+int AskSources(const Query &query, int check_flags) {
     static constexpr struct {
-        int nFlag;
-        int (*pfnCheck)(const Query &);
+        int flag;
+        int (*check)(const Query &);
     } kSources[] = {
         {TAVO_PORT_CHECK_PORT_FORWARD, CheckForwardingRules},
         {TAVO_PORT_CHECK_FW_SERVICE, CheckFirewallServices},
         {TAVO_PORT_CHECK_SYS_KEY, CheckSettings},
         {TAVO_PORT_CHECK_RUNTIME, CheckSockets},
     };
-    const bool merged = (nCheckFlags & TAVO_PORT_CHECK_SYS_KEY) != 0;
-    int nAnswer = TLIBCSzListFind(query.pPorts, kReservedToken) >= 0 ? 1 : 0;
+    const bool merged = (check_flags & TAVO_PORT_CHECK_SYS_KEY) != 0;
+    int answer = TLIBCSzListFind(query.ports, kReservedToken) >= 0 ? 1 : 0;
     for (const auto &source : kSources) {
-        if ((nCheckFlags & source.nFlag) == 0) {
+        if ((check_flags & source.flag) == 0) {
             continue;
         }
-        const int nOne = source.pfnCheck(query);
+        const int one = source.check(query);
         // The settings merge the conflicts of rules and services. Without the settings the pairs
         // are the result. After a failure the caller gets the conflicts found before it.
         const bool complete =
-            (nOne >= 0 && merged) || query.comparison.MakePairs(query.ppConflictPorts) == 0;
-        if (nOne < 0 || !complete) {
+            (one >= 0 && merged) || query.comparison.MakePairs(query.conflicts) == 0;
+        if (one < 0 || !complete) {
             return -1;
         }
-        nAnswer |= nOne;
+        answer |= one;
     }
-    return nAnswer;
+    return answer;
 }
 
-int IsPortConflict(const char *szSkipServices, const char *szPort, const char *szProtocol,
-                   int nCheckFlags, Ports **ppConflictPorts, Call &call) {
-    if (szSkipServices == nullptr || szPort == nullptr || szProtocol == nullptr ||
-        ppConflictPorts == nullptr || nCheckFlags < TAVO_PORT_CHECK_DEFAULT ||
-        nCheckFlags > TAVO_PORT_CHECK_ALL) {
+int IsPortConflict(const char *skip_services, const char *port_text, const char *protocol_text,
+                   int check_flags, Ports **conflicts, Call &call) {
+    if (skip_services == nullptr || port_text == nullptr || protocol_text == nullptr ||
+        conflicts == nullptr || check_flags < TAVO_PORT_CHECK_DEFAULT ||
+        check_flags > TAVO_PORT_CHECK_ALL) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Invalid Argument!!");
     }
     const OwnedNames skip(TLIBCSzListAlloc(kInitialCapacity));
@@ -441,15 +440,15 @@ int IsPortConflict(const char *szSkipServices, const char *szPort, const char *s
     if (skip == nullptr || ports == nullptr || protocols == nullptr) {
         return FailToAllocateList();
     }
-    if (SplitWords(szSkipServices, skip.get()) < 0 || SplitWords(szPort, ports.get()) < 0 ||
-        SplitProtocols(szProtocol, protocols.get()) < 0) {
+    if (SplitWords(skip_services, skip.get()) < 0 || SplitWords(port_text, ports.get()) < 0 ||
+        SplitProtocols(protocol_text, protocols.get()) < 0) {
         return -1;
     }
-    const OwnedTable skipIndex = IndexNames(skip.get());
-    Comparison comparison(TAVO_HERE, szPort);
-    const Query query = {szPort,          szProtocol,      skip.get(), skipIndex.get(), ports.get(),
-                         protocols.get(), ppConflictPorts, call,       comparison};
-    return AskSources(query, nCheckFlags);
+    const OwnedTable skip_index = IndexNames(skip.get());
+    Comparison comparison(TAVO_HERE, port_text);
+    const Query query = {port_text,       protocol_text, skip.get(), skip_index.get(), ports.get(),
+                         protocols.get(), conflicts,     call,       comparison};
+    return AskSources(query, check_flags);
 }
 
 // ---- Service files ----
@@ -462,24 +461,24 @@ struct SectionPorts {
     OwnedNames names;
     OwnedNames ports;
     End end = End::kWhole;
-    int nKeys = 0;     // of the unreadable section
-    ErrorState error;  // the error that ended the reading
+    int key_count = 0;  // of the unreadable section
+    ErrorState error;   // the error that ended the reading
 };
 
 // Reads the sections while the file is held. Errors are reported later, when the check reaches the
 // section, because an earlier section may conflict.
-SectionPorts::End ReadSections(const char *szConfFile, TLIBCSzHash *pKeys, SectionPorts &sections) {
+SectionPorts::End ReadSections(const char *path, TLIBCSzHash *keys, SectionPorts &sections) {
     for (int i = 0; i < TLIBCSzListCount(sections.names.get()); ++i) {
-        sections.nKeys =
-            TLIBCFileGetSection(szConfFile, TLIBCSzListGet(sections.names.get(), i), &pKeys);
-        if (sections.nKeys < 1) {
+        sections.key_count =
+            TLIBCFileGetSection(path, TLIBCSzListGet(sections.names.get(), i), &keys);
+        if (sections.key_count < 1) {
             return SectionPorts::End::kUnreadable;
         }
-        const char *szDstPorts = TLIBCSzHashGetValue(pKeys, kKeyDstPorts);
-        if (szDstPorts == nullptr) {
+        const char *dst_ports = TLIBCSzHashGetValue(keys, kKeyDstPorts);
+        if (dst_ports == nullptr) {
             return SectionPorts::End::kNoPorts;
         }
-        if (!Push(sections.ports, szDstPorts)) {
+        if (!Push(sections.ports, dst_ports)) {
             return SectionPorts::End::kNoMemory;
         }
     }
@@ -487,22 +486,21 @@ SectionPorts::End ReadSections(const char *szConfFile, TLIBCSzHash *pKeys, Secti
 }
 
 // Reports the error that ended the reading of the file, if any.
-int ReportEnd(const char *szConfFile, const SectionPorts &sections) {
-    const char *szSection =
+int ReportEnd(const char *path, const SectionPorts &sections) {
+    const char *section =
         TLIBCSzListGet(sections.names.get(), TLIBCSzListCount(sections.ports.get()));
     switch (sections.end) {
         case SectionPorts::End::kWhole:
             return 0;
         case SectionPorts::End::kNoMemory:
             sections.error.Restore();
-            return TAVO_LOG_STATE("Failed to keep the ports of section %s of %s", szSection,
-                                  szConfFile);
+            return TAVO_LOG_STATE("Failed to keep the ports of section %s of %s", section, path);
         case SectionPorts::End::kNoPorts:
             return TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "szTmpString is NULL");
         case SectionPorts::End::kUnreadable:
             break;
     }
-    if (sections.nKeys < 0) {
+    if (sections.key_count < 0) {
         sections.error.Restore();
     } else {
         TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
@@ -510,41 +508,40 @@ int ReportEnd(const char *szConfFile, const SectionPorts &sections) {
     return TAVO_LOG_STATE(
         "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
         "tavoerr=",
-        szConfFile, szSection, sections.nKeys);
+        path, section, sections.key_count);
 }
 
 // A failed check is logged and counts as no conflict: one invalid section of a package must not
 // reject the others.
-int CheckSection(const char *szSection, const char *szDstPorts, Ports **ppConflictPorts,
-                 Call &call) {
-    if (szSection == nullptr) {
+int CheckSection(const char *section, const char *dst_ports, Ports **conflicts, Call &call) {
+    if (section == nullptr) {
         TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         return 0;
     }
-    const OwnedText copy(strdup(szDstPorts));
+    const OwnedText copy(strdup(dst_ports));
     if (copy == nullptr) {
         TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
         return 0;
     }
-    char *szProtocol = copy.get();
-    char *szPort = CutPiece(szProtocol, '/');
-    if (TLIBCStrTrimSpace(szPort) < 0) {
+    char *protocol_text = copy.get();
+    char *port_text = CutPiece(protocol_text, '/');
+    if (TLIBCStrTrimSpace(port_text) < 0) {
         return 0;
     }
-    char szNone[] = "";
-    szProtocol = szProtocol == nullptr ? szNone : szProtocol;
-    TLIBCStrTrimSpace(szProtocol);
-    const int nAnswer =
-        IsPortConflict(szSection, szPort, szProtocol, kSourcesOfFiles, ppConflictPorts, call);
-    if (nAnswer < 0) {
-        TAVO_LOG_STATE("TLIBIsPortConflict FAILED=%d, port=%s, protocol=%s tavoerr=", nAnswer,
-                       szPort, szProtocol);
+    char none[] = "";
+    protocol_text = protocol_text == nullptr ? none : protocol_text;
+    TLIBCStrTrimSpace(protocol_text);
+    const int answer =
+        IsPortConflict(section, port_text, protocol_text, kSourcesOfFiles, conflicts, call);
+    if (answer < 0) {
+        TAVO_LOG_STATE("TLIBIsPortConflict FAILED=%d, port=%s, protocol=%s tavoerr=", answer,
+                       port_text, protocol_text);
         return 0;
     }
-    if (nAnswer > 0) {
-        TAVO_LOG("szTmpString=%s conflict", szDstPorts);
+    if (answer > 0) {
+        TAVO_LOG("szTmpString=%s conflict", dst_ports);
     }
-    return nAnswer;
+    return answer;
 }
 
 }  // namespace
@@ -578,10 +575,10 @@ ForwardingRules::Step ForwardingRules::Open() {
         return Step::kFailed;
     }
     held_.emplace(path_);
-    TLIBCSzList *pNames = names_.release();
-    const int nNames = TLIBCFileEnumSection(path_, &pNames);
-    names_.reset(pNames);
-    if (nNames < 0) {
+    TLIBCSzList *names = names_.release();
+    const int name_count = TLIBCFileEnumSection(path_, &names);
+    names_.reset(names);
+    if (name_count < 0) {
         TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
         return Step::kFailed;
     }
@@ -589,13 +586,13 @@ ForwardingRules::Step ForwardingRules::Open() {
 }
 
 ForwardingRules::Step ForwardingRules::Read(const char *section) {
-    TLIBCSzHash *pKeys = keys_.release();
-    const int nKeys = TLIBCFileGetSection(path_, section, &pKeys);
-    keys_.reset(pKeys);
-    if (nKeys == 0) {
+    TLIBCSzHash *keys = keys_.release();
+    const int key_count = TLIBCFileGetSection(path_, section, &keys);
+    keys_.reset(keys);
+    if (key_count == 0) {
         TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    if (nKeys < 1) {
+    if (key_count < 1) {
         TAVO_LOG("Section not found or failed to get section(%s) from %s", section, path_);
         return Step::kFailed;
     }
@@ -632,32 +629,32 @@ const char *ForwardingRules::FailedSection() const {
     return next_ > 0 ? TLIBCSzListGet(names_.get(), next_ - 1) : nullptr;
 }
 
-int GetServicePort(const char *szKey, TAVO_PORT_RANGE *pSet) {
-    if (pSet == nullptr) {
+int GetServicePort(const char *key, TAVO_PORT_RANGE *set) {
+    if (set == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     const auto port = NewRecord<OwnedPorts>();
     if (port == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
     }
-    if (std::strcmp(szKey, kFtpLowPortKey) == 0 || std::strcmp(szKey, kFtpHighPortKey) == 0) {
+    if (std::strcmp(key, kFtpLowPortKey) == 0 || std::strcmp(key, kFtpHighPortKey) == 0) {
         return AskFtpPassivePort();
     }
     constexpr int kSettingSize = 1024;
-    char szValue[kSettingSize] = "";
-    if (TLIBCFileGetKeyValue(kSettingsFile, szKey, szValue, sizeof(szValue)) < 0) {
-        return TAVO_LOG("Failed to get [%s] info from [%s].", szKey, kSettingsFile);
+    char value[kSettingSize] = "";
+    if (TLIBCFileGetKeyValue(kSettingsFile, key, value, sizeof(value)) < 0) {
+        return TAVO_LOG("Failed to get [%s] info from [%s].", key, kSettingsFile);
     }
-    if (szValue[0] == '\0') {
+    if (value[0] == '\0') {
         return 0;
     }
-    if (TAVOServiceConfPortsCheck(szValue) != 1) {
+    if (TAVOServiceConfPortsCheck(value) != 1) {
         return -1;
     }
     port->nPortType = TAVO_PORT_TYPE_SINGLE;
-    port->nPortStart = static_cast<uint32_t>(std::strtol(szValue, nullptr, 10));
+    port->nPortStart = static_cast<uint32_t>(std::strtol(value, nullptr, 10));
     port->nPortEnd = port->nPortStart;
-    if (TLIBPortRangeAdd(pSet, port.get()) < 0) {
+    if (TLIBPortRangeAdd(set, port.get()) < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeAdd().");
     }
     return 0;
@@ -688,8 +685,8 @@ int TLIBIsConfPortConflict(const char *szConfFile, TAVO_SERVICE_CONF_PORT **ppCo
     }
     {
         const tavo::HeldFile held(szConfFile);
-        TLIBCSzList *pNames = sections.names.get();
-        if (TLIBCFileEnumSection(szConfFile, &pNames) < 1) {
+        TLIBCSzList *names = sections.names.get();
+        if (TLIBCFileEnumSection(szConfFile, &names) < 1) {
             return 0;
         }
         sections.end = tavo::ReadSections(szConfFile, keys.get(), sections);

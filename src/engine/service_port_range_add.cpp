@@ -15,43 +15,43 @@
 
 namespace tavo {
 
-int RangeAdder::Add(uint32_t nStart, uint32_t nEnd) {
+int RangeAdder::Add(uint32_t start, uint32_t end) {
     // Every node before the remembered link ends at least two below the last start, so also before
     // this start unless that is lower. Continuing from the link therefore gives the same result as
     // a walk from the head, even in an unsorted set.
-    if (nStart < nLastStart_) {
-        ppLink_ = &pSet_->pRanges;
+    if (start < last_start_) {
+        link_ = &set_->pRanges;
     }
-    nLastStart_ = nStart;
-    while (*ppLink_ != nullptr && (*ppLink_)->nPortEnd + 1 < nStart) {
-        ppLink_ = &(*ppLink_)->pNext;
+    last_start_ = start;
+    while (*link_ != nullptr && (*link_)->nPortEnd + 1 < start) {
+        link_ = &(*link_)->pNext;
     }
     // Not calloc: it bypasses the heap's cache of recently freed blocks.
     OwnedPorts node(static_cast<TAVO_SERVICE_CONF_PORT *>(std::malloc(sizeof(*node))));
     if (node == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory");
     }
-    TAVO_SERVICE_CONF_PORT *pNext = *ppLink_;
+    TAVO_SERVICE_CONF_PORT *next = *link_;
     *node = {};
-    node->nPortStart = pNext == nullptr ? nStart : std::min(pNext->nPortStart, nStart);
-    node->nPortEnd = nEnd;
-    while (pNext != nullptr && pNext->nPortStart <= node->nPortEnd + 1) {
-        node->nPortEnd = std::max(node->nPortEnd, pNext->nPortEnd);
-        std::free(std::exchange(pNext, pNext->pNext));
-        --pSet_->nCount;
+    node->nPortStart = next == nullptr ? start : std::min(next->nPortStart, start);
+    node->nPortEnd = end;
+    while (next != nullptr && next->nPortStart <= node->nPortEnd + 1) {
+        node->nPortEnd = std::max(node->nPortEnd, next->nPortEnd);
+        std::free(std::exchange(next, next->pNext));
+        --set_->nCount;
     }
     node->nPortType =
         node->nPortStart == node->nPortEnd ? TAVO_PORT_TYPE_SINGLE : TAVO_PORT_TYPE_RANGE;
-    node->pNext = pNext;
-    *ppLink_ = node.release();
-    ++pSet_->nCount;
+    node->pNext = next;
+    *link_ = node.release();
+    ++set_->nCount;
     return 0;
 }
 
-int AddRanges(const PendingRanges &ranges, TAVO_PORT_RANGE *pSet) {
-    RangeAdder adder(pSet);
+int AddRanges(const PendingRanges &ranges, TAVO_PORT_RANGE *set) {
+    RangeAdder adder(set);
     const bool added = std::all_of(ranges.begin(), ranges.end(), [&](const RawRange &range) {
-        return adder.Add(range.nStart, range.nEnd) == 0;
+        return adder.Add(range.start, range.end) == 0;
     });
     return added ? 0 : -1;
 }

@@ -15,27 +15,27 @@ namespace {
 // The longest range, followed by a comma or the terminator.
 constexpr std::size_t kRangeSize = std::string_view("-2147483648:-2147483648").size() + 1;
 
-std::size_t Count(const TAVO_SERVICE_CONF_PORT *pNode) {
-    std::size_t nCount = 0;
-    for (; pNode != nullptr; pNode = pNode->pNext) {
-        ++nCount;
+std::size_t Count(const TAVO_SERVICE_CONF_PORT *node) {
+    std::size_t count = 0;
+    for (; node != nullptr; node = node->pNext) {
+        ++count;
     }
-    return nCount;
+    return count;
 }
 
 // Ports are printed as signed numbers, which is kept. Returns the position after the number.
-char *PrintPort(uint32_t nPort, char *szText) {
-    return std::to_chars(szText, szText + kRangeSize, static_cast<int32_t>(nPort)).ptr;
+char *PrintPort(uint32_t port, char *text) {
+    return std::to_chars(text, text + kRangeSize, static_cast<int32_t>(port)).ptr;
 }
 
-void PrintRanges(const TAVO_SERVICE_CONF_PORT *pNode, char *szText) {
-    for (; pNode != nullptr; pNode = pNode->pNext) {
-        szText = PrintPort(pNode->nPortStart, szText);
-        if (pNode->nPortStart != pNode->nPortEnd) {
-            *szText++ = ':';
-            szText = PrintPort(pNode->nPortEnd, szText);
+void PrintRanges(const TAVO_SERVICE_CONF_PORT *node, char *text) {
+    for (; node != nullptr; node = node->pNext) {
+        text = PrintPort(node->nPortStart, text);
+        if (node->nPortStart != node->nPortEnd) {
+            *text++ = ':';
+            text = PrintPort(node->nPortEnd, text);
         }
-        *szText++ = pNode->pNext == nullptr ? '\0' : ',';
+        *text++ = node->pNext == nullptr ? '\0' : ',';
     }
 }
 
@@ -55,9 +55,9 @@ char *TLIBPortRangeExport(const TAVO_PORT_RANGE *pSet) {
         return nullptr;
     }
     PrintRanges(pSet->pRanges, text.get());
-    char *szCopy = TLIBCStrGet("%s", text.get());
-    if (szCopy == nullptr) {
+    char *copy = TLIBCStrGet("%s", text.get());
+    if (copy == nullptr) {
         TAVO_LOG("Failed to TLIBCStrGet().");
     }
-    return szCopy;
+    return copy;
 }

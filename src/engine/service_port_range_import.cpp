@@ -21,50 +21,50 @@ using Range = tavo::RawRange;
 constexpr int kPlainDigits = 9;
 
 // Reads up to kPlainDigits digits and moves past them; 0 if there are none.
-uint32_t ReadDigits(const char *&szText) {
-    uint32_t nPort = 0;
-    for (int i = 0; i < kPlainDigits && *szText >= '0' && *szText <= '9'; ++i) {
-        nPort = nPort * 10 + static_cast<uint32_t>(*szText++ - '0');
+uint32_t ReadDigits(const char *&text) {
+    uint32_t port = 0;
+    for (int i = 0; i < kPlainDigits && *text >= '0' && *text <= '9'; ++i) {
+        port = port * 10 + static_cast<uint32_t>(*text++ - '0');
     }
-    return nPort;
+    return port;
 }
 
-// Reads the item at `szText` and moves past it if it is DIGITS or DIGITS:DIGITS. Any other item is
+// Reads the item at `text` and moves past it if it is DIGITS or DIGITS:DIGITS. Any other item is
 // left to ReadItem.
-bool ReadPlainItem(const char *&szText, Range &range) {
-    const char *szRest = szText;
-    range.nStart = ReadDigits(szRest);
-    range.nEnd = range.nStart;
-    if (*szRest == ':') {
-        range.nEnd = ReadDigits(++szRest);
+bool ReadPlainItem(const char *&text, Range &range) {
+    const char *rest = text;
+    range.start = ReadDigits(rest);
+    range.end = range.start;
+    if (*rest == ':') {
+        range.end = ReadDigits(++rest);
     }
-    if (*szRest != ',' && *szRest != '\0') {
+    if (*rest != ',' && *rest != '\0') {
         return false;
     }
-    szText = szRest;
+    text = rest;
     return true;
 }
 
-uint32_t ReadPort(const char *szPort) {
-    return static_cast<uint32_t>(std::strtol(szPort, nullptr, 10));
+uint32_t ReadPort(const char *text) {
+    return static_cast<uint32_t>(std::strtol(text, nullptr, 10));
 }
 
-// Reads any item at `szText` and moves past it.
-int ReadItem(const char *&szText, Range &range) {
-    const std::size_t nLength = std::strcspn(szText, ",");
-    const tavo::OwnedText item(static_cast<char *>(std::malloc(nLength + 1)));
+// Reads any item at `text` and moves past it.
+int ReadItem(const char *&text, Range &range) {
+    const std::size_t length = std::strcspn(text, ",");
+    const tavo::OwnedText item(static_cast<char *>(std::malloc(length + 1)));
     if (item == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Out of memory.");
     }
-    std::memcpy(item.get(), szText, nLength);
-    item.get()[nLength] = '\0';
-    szText += nLength;
+    std::memcpy(item.get(), text, length);
+    item.get()[length] = '\0';
+    text += length;
     if (TLIBCStrTrimSpace(item.get()) < 0) {
         return -1;
     }
-    char *szEnd = item.get();
-    range.nStart = ReadPort(tavo::CutPiece(szEnd, ':'));
-    range.nEnd = szEnd == nullptr ? range.nStart : ReadPort(szEnd);
+    char *end = item.get();
+    range.start = ReadPort(tavo::CutPiece(end, ':'));
+    range.end = end == nullptr ? range.start : ReadPort(end);
     return 0;
 }
 
@@ -75,15 +75,15 @@ int TLIBPortRangeImport(TAVO_PORT_RANGE *pSet, const char *szRanges) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     tavo::RangeAdder adder(pSet);
-    for (const char *szRest = szRanges;; ++szRest) {
+    for (const char *rest = szRanges;; ++rest) {
         Range range;
-        if (!ReadPlainItem(szRest, range) && ReadItem(szRest, range) < 0) {
+        if (!ReadPlainItem(rest, range) && ReadItem(rest, range) < 0) {
             return -1;
         }
-        if (adder.Add(range.nStart, range.nEnd) < 0) {
+        if (adder.Add(range.start, range.end) < 0) {
             return TAVO_LOG("Failed to TLIBPortRangeAdd().");
         }
-        if (*szRest == '\0') {
+        if (*rest == '\0') {
             return 0;
         }
     }

@@ -11,10 +11,10 @@
 
 namespace {
 
-int AddDirectly(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
-    tavo::RangeAdder adder(pDst);
-    for (const auto *pNode = pRanges; pNode != nullptr; pNode = pNode->pNext) {
-        if (adder.Add(pNode->nPortStart, tavo::LastPort(*pNode)) < 0) {
+int AddDirectly(TAVO_PORT_RANGE *set, const TAVO_SERVICE_CONF_PORT *source) {
+    tavo::RangeAdder adder(set);
+    for (const auto *node = source; node != nullptr; node = node->pNext) {
+        if (adder.Add(node->nPortStart, tavo::LastPort(*node)) < 0) {
             return -1;
         }
     }
@@ -22,37 +22,37 @@ int AddDirectly(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
 }
 
 // Whether the starts of the ranges are ascending.
-bool IsAscending(const TAVO_SERVICE_CONF_PORT *pNode) {
-    while (pNode != nullptr && pNode->pNext != nullptr &&
-           pNode->nPortStart <= pNode->pNext->nPortStart) {
-        pNode = pNode->pNext;
+bool IsAscending(const TAVO_SERVICE_CONF_PORT *node) {
+    while (node != nullptr && node->pNext != nullptr &&
+           node->nPortStart <= node->pNext->nPortStart) {
+        node = node->pNext;
     }
-    return pNode == nullptr || pNode->pNext == nullptr;
+    return node == nullptr || node->pNext == nullptr;
 }
 
 // Whether no range has its end before its start or ends at the highest value, where arithmetic
 // wraps.
-bool ArePlain(const TAVO_SERVICE_CONF_PORT *pNode) {
-    while (pNode != nullptr && tavo::IsPlain(pNode->nPortStart, tavo::LastPort(*pNode))) {
-        pNode = pNode->pNext;
+bool ArePlain(const TAVO_SERVICE_CONF_PORT *node) {
+    while (node != nullptr && tavo::IsPlain(node->nPortStart, tavo::LastPort(*node))) {
+        node = node->pNext;
     }
-    return pNode == nullptr;
+    return node == nullptr;
 }
 
 // Copies the ranges first, and sorts them if the order does not affect the result: plain ranges in
 // any order give the same set. A long unsorted list then does not need a walk for each range.
-int AddSnapshot(TAVO_PORT_RANGE *pDst, const TAVO_SERVICE_CONF_PORT *pRanges) {
+int AddSnapshot(TAVO_PORT_RANGE *set, const TAVO_SERVICE_CONF_PORT *source) {
     tavo::PendingRanges ranges;
-    for (const auto *pNode = pRanges; pNode != nullptr; pNode = pNode->pNext) {
-        if (!ranges.Append({pNode->nPortStart, tavo::LastPort(*pNode)})) {
+    for (const auto *node = source; node != nullptr; node = node->pNext) {
+        if (!ranges.Append({node->nPortStart, tavo::LastPort(*node)})) {
             return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
         }
     }
-    if (ArePlain(pRanges) && tavo::IsWellFormed(pDst->pRanges)) {
+    if (ArePlain(source) && tavo::IsWellFormed(set->pRanges)) {
         std::sort(ranges.begin(), ranges.end(),
-                  [](const auto &a, const auto &b) { return a.nStart < b.nStart; });
+                  [](const auto &a, const auto &b) { return a.start < b.start; });
     }
-    return tavo::AddRanges(ranges, pDst);
+    return tavo::AddRanges(ranges, set);
 }
 
 }  // namespace
@@ -62,9 +62,8 @@ int TLIBPortRangeJoin(TAVO_PORT_RANGE *pDst, const TAVO_PORT_RANGE *pSrc) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
     const bool direct = pDst != pSrc && IsAscending(pSrc->pRanges);
-    const int nResult =
-        direct ? AddDirectly(pDst, pSrc->pRanges) : AddSnapshot(pDst, pSrc->pRanges);
-    if (nResult < 0) {
+    const int result = direct ? AddDirectly(pDst, pSrc->pRanges) : AddSnapshot(pDst, pSrc->pRanges);
+    if (result < 0) {
         return TAVO_LOG("Failed to TLIBPortRangeAdd().");
     }
     return 0;

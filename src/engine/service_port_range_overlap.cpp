@@ -11,21 +11,21 @@
 
 namespace {
 
-int FindPieces(const TAVO_SERVICE_CONF_PORT *pA, const TAVO_SERVICE_CONF_PORT *pB,
+int FindPieces(const TAVO_SERVICE_CONF_PORT *a, const TAVO_SERVICE_CONF_PORT *b,
                tavo::PendingRanges &pieces) {
-    for (; pA != nullptr; pA = pA->pNext) {
-        while (pB != nullptr && pB->nPortEnd < pA->nPortStart) {
-            pB = pB->pNext;
+    for (; a != nullptr; a = a->pNext) {
+        while (b != nullptr && b->nPortEnd < a->nPortStart) {
+            b = b->pNext;
         }
-        while (pB != nullptr && pB->nPortStart <= pA->nPortEnd) {
-            if (!pieces.Append({std::max(pA->nPortStart, pB->nPortStart),
-                                std::min(pA->nPortEnd, pB->nPortEnd)})) {
+        while (b != nullptr && b->nPortStart <= a->nPortEnd) {
+            if (!pieces.Append(
+                    {std::max(a->nPortStart, b->nPortStart), std::min(a->nPortEnd, b->nPortEnd)})) {
                 return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to memory allocation.");
             }
-            if (pB->nPortEnd >= pA->nPortEnd) {
+            if (b->nPortEnd >= a->nPortEnd) {
                 break;
             }
-            pB = pB->pNext;
+            b = b->pNext;
         }
     }
     return 0;

@@ -17,24 +17,24 @@ namespace {
 
 using Link = TAVO_SERVICE_CONF_PORT **;
 
-// Whether ports of the node before nStart remain.
-bool HasLeft(const TAVO_SERVICE_CONF_PORT &node, uint32_t nStart) {
-    return node.nPortStart < nStart && nStart < node.nPortEnd;
+// Whether ports of the node before `start` remain.
+bool HasLeft(const TAVO_SERVICE_CONF_PORT &node, uint32_t start) {
+    return node.nPortStart < start && start < node.nPortEnd;
 }
 
-// The number of nodes that a removal of nStart..nEnd adds or replaces, starting at the first node
+// The number of nodes that a removal of `start`..`end` adds or replaces, starting at the first node
 // that it overlaps.
-std::size_t CountPieces(const TAVO_SERVICE_CONF_PORT *pNode, uint32_t nStart, uint32_t nEnd) {
-    std::size_t nPieces = HasLeft(*pNode, nStart) ? 1 : 0;
-    for (; pNode != nullptr && pNode->nPortStart <= nEnd; pNode = pNode->pNext) {
-        nPieces += nEnd < pNode->nPortEnd ? 1 : 0;
+std::size_t CountPieces(const TAVO_SERVICE_CONF_PORT *node, uint32_t start, uint32_t end) {
+    std::size_t pieces = HasLeft(*node, start) ? 1 : 0;
+    for (; node != nullptr && node->nPortStart <= end; node = node->pNext) {
+        pieces += end < node->nPortEnd ? 1 : 0;
     }
-    return nPieces;
+    return pieces;
 }
 
 // Allocates all nodes before the set is changed, so that the set is unchanged when out of memory.
-int MakeNodes(std::size_t nCount, tavo::OwnedPorts &nodes) {
-    for (; nCount > 0; --nCount) {
+int MakeNodes(std::size_t count, tavo::OwnedPorts &nodes) {
+    for (; count > 0; --count) {
         auto node = tavo::NewRecord<tavo::OwnedPorts>();
         if (node == nullptr) {
             return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "Failed to memory allocation.");
@@ -45,36 +45,36 @@ int MakeNodes(std::size_t nCount, tavo::OwnedPorts &nodes) {
     return 0;
 }
 
-// Takes a node from the allocated ones and sets it to nStart..nEnd, but not its type.
-TAVO_SERVICE_CONF_PORT *TakeNode(uint32_t nStart, uint32_t nEnd, tavo::OwnedPorts &nodes) {
-    TAVO_SERVICE_CONF_PORT *pNode = nodes.release();
-    nodes.reset(pNode->pNext);
-    pNode->nPortStart = nStart;
-    pNode->nPortEnd = nEnd;
-    return pNode;
+// Takes a node from the allocated ones and sets it to `start`..`end`, but not its type.
+TAVO_SERVICE_CONF_PORT *TakeNode(uint32_t start, uint32_t end, tavo::OwnedPorts &nodes) {
+    TAVO_SERVICE_CONF_PORT *node = nodes.release();
+    nodes.reset(node->pNext);
+    node->nPortStart = start;
+    node->nPortEnd = end;
+    return node;
 }
 
-// Moves the ports of the node at `ppLink` below nStart into a new node before it, and advances to
+// Moves the ports of the node at `link` below `start` into a new node before it, and advances to
 // the old node.
-void KeepLeft(TAVO_PORT_RANGE *pSet, uint32_t nStart, tavo::OwnedPorts &nodes, Link &ppLink) {
-    TAVO_SERVICE_CONF_PORT *pLeft = TakeNode((*ppLink)->nPortStart, nStart - 1, nodes);
-    if (pLeft->nPortStart != pLeft->nPortEnd) {
-        pLeft->nPortType = TAVO_PORT_TYPE_RANGE;
+void KeepLeft(TAVO_PORT_RANGE *set, uint32_t start, tavo::OwnedPorts &nodes, Link &link) {
+    TAVO_SERVICE_CONF_PORT *left = TakeNode((*link)->nPortStart, start - 1, nodes);
+    if (left->nPortStart != left->nPortEnd) {
+        left->nPortType = TAVO_PORT_TYPE_RANGE;
     }
-    pLeft->pNext = *ppLink;
-    *ppLink = pLeft;
-    ppLink = &pLeft->pNext;
-    ++pSet->nCount;
+    left->pNext = *link;
+    *link = left;
+    link = &left->pNext;
+    ++set->nCount;
 }
 
-// Replaces the node at `ppLink` with a node for the ports above nEnd, and advances past it. The new
+// Replaces the node at `link` with a node for the ports above `end`, and advances past it. The new
 // node has the type of a single port even if it is a range, which is kept; Join then adds only its
 // first port.
-void KeepRight(uint32_t nEnd, tavo::OwnedPorts &nodes, Link &ppLink) {
-    TAVO_SERVICE_CONF_PORT *pRight = TakeNode(nEnd + 1, (*ppLink)->nPortEnd, nodes);
-    pRight->pNext = (*ppLink)->pNext;
-    std::free(std::exchange(*ppLink, pRight));
-    ppLink = &pRight->pNext;
+void KeepRight(uint32_t end, tavo::OwnedPorts &nodes, Link &link) {
+    TAVO_SERVICE_CONF_PORT *right = TakeNode(end + 1, (*link)->nPortEnd, nodes);
+    right->pNext = (*link)->pNext;
+    std::free(std::exchange(*link, right));
+    link = &right->pNext;
 }
 
 }  // namespace
@@ -83,28 +83,28 @@ int TLIBPortRangeRemove(TAVO_PORT_RANGE *pSet, const TAVO_SERVICE_CONF_PORT *pPo
     if (pSet == nullptr || pPort == nullptr || pSet->pRanges == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Bad parameters.");
     }
-    const uint32_t nStart = pPort->nPortStart;
-    const uint32_t nEnd = pPort->nPortEnd;
-    Link ppLink = &pSet->pRanges;
-    while (*ppLink != nullptr && (*ppLink)->nPortEnd < nStart) {
-        ppLink = &(*ppLink)->pNext;
+    const uint32_t start = pPort->nPortStart;
+    const uint32_t end = pPort->nPortEnd;
+    Link link = &pSet->pRanges;
+    while (*link != nullptr && (*link)->nPortEnd < start) {
+        link = &(*link)->pNext;
     }
-    if (*ppLink == nullptr) {
+    if (*link == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER, "Can't find entry to remove in the list");
     }
     tavo::OwnedPorts nodes;
-    if (MakeNodes(CountPieces(*ppLink, nStart, nEnd), nodes) < 0) {
+    if (MakeNodes(CountPieces(*link, start, end), nodes) < 0) {
         return -1;
     }
-    if (HasLeft(**ppLink, nStart)) {
-        KeepLeft(pSet, nStart, nodes, ppLink);
+    if (HasLeft(**link, start)) {
+        KeepLeft(pSet, start, nodes, link);
     }
-    while (*ppLink != nullptr && (*ppLink)->nPortStart <= nEnd) {
-        if (nEnd >= (*ppLink)->nPortEnd) {
-            std::free(std::exchange(*ppLink, (*ppLink)->pNext));
+    while (*link != nullptr && (*link)->nPortStart <= end) {
+        if (end >= (*link)->nPortEnd) {
+            std::free(std::exchange(*link, (*link)->pNext));
             --pSet->nCount;
         } else {
-            KeepRight(nEnd, nodes, ppLink);
+            KeepRight(end, nodes, link);
         }
     }
     return 0;

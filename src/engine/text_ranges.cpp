@@ -11,12 +11,12 @@ namespace tavo {
 
 void MergeRanges(GrowingArray<Range> &ranges) {
     std::sort(ranges.begin(), ranges.end(),
-              [](const Range &a, const Range &b) { return a.nLow < b.nLow; });
+              [](const Range &a, const Range &b) { return a.low < b.low; });
     std::size_t merged = 0;
     for (const Range &range : ranges) {
-        if (merged > 0 && range.nLow <= ranges[merged - 1].nHigh + 1) {
-            int &nHigh = ranges[merged - 1].nHigh;
-            nHigh = std::max(nHigh, range.nHigh);
+        if (merged > 0 && range.low <= ranges[merged - 1].high + 1) {
+            int &high = ranges[merged - 1].high;
+            high = std::max(high, range.high);
         } else {
             ranges[merged++] = range;
         }
@@ -26,16 +26,16 @@ void MergeRanges(GrowingArray<Range> &ranges) {
 
 void RangeIndex::Sort() {
     std::sort(entries_.begin(), entries_.end(),
-              [](const Entry &a, const Entry &b) { return a.range.nLow < b.range.nLow; });
+              [](const Entry &a, const Entry &b) { return a.range.low < b.range.low; });
     int highest = 0;
     for (Entry &entry : entries_) {
-        highest = std::max(highest, entry.range.nHigh);
+        highest = std::max(highest, entry.range.high);
         entry.highest = highest;
     }
 }
 
-int FailToCopy(const Place &place, const char *szText) {
-    return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_NO_MEMORY, "strdup fail for %s", szText);
+int FailToCopy(const Place &place, const char *text) {
+    return TAVO_FAIL_STATE_AT(place, TLIBC_ERR_NO_MEMORY, "strdup fail for %s", text);
 }
 
 int TextRanges::FailToAllocate() const {
@@ -86,11 +86,11 @@ bool TextRanges::ReadToken(char *token, Range &range) const {
     }
     char *end = token;
     const char *start = CutPiece(end, separator_);
-    if (!ReadPort(start, range.nLow) || !ReadPort(end != nullptr ? end : start, range.nHigh)) {
+    if (!ReadPort(start, range.low) || !ReadPort(end != nullptr ? end : start, range.high)) {
         return false;
     }
-    if (range.nLow > range.nHigh) {
-        std::swap(range.nLow, range.nHigh);
+    if (range.low > range.high) {
+        std::swap(range.low, range.high);
     }
     return true;
 }

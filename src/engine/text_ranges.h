@@ -14,8 +14,8 @@
 namespace tavo {
 
 struct Range {
-    int nLow;
-    int nHigh;
+    int low;
+    int high;
 };
 
 // Declared ranges are written START-END, query ranges START:END.
@@ -39,9 +39,9 @@ class RangeIndex {
     // an earlier range can reach its start.
     template <typename Take>
     void ForEachOverlap(const Range &range, Take take) const {
-        const Entry *entry = FirstAbove(range.nHigh);
-        while (entry != entries_.begin() && (--entry)->highest >= range.nLow) {
-            if (entry->range.nHigh >= range.nLow) {
+        const Entry *entry = FirstAbove(range.high);
+        while (entry != entries_.begin() && (--entry)->highest >= range.low) {
+            if (entry->range.high >= range.low) {
                 take(entry->range, entry->number);
             }
         }
@@ -49,8 +49,8 @@ class RangeIndex {
 
     // Whether any range overlaps this one.
     bool HasOverlap(const Range &range) const {
-        const Entry *entry = FirstAbove(range.nHigh);
-        return entry != entries_.begin() && (entry - 1)->highest >= range.nLow;
+        const Entry *entry = FirstAbove(range.high);
+        return entry != entries_.begin() && (entry - 1)->highest >= range.low;
     }
 
   private:
@@ -63,14 +63,14 @@ class RangeIndex {
     // The first entry that starts above the port.
     const Entry *FirstAbove(int port) const {
         return std::upper_bound(entries_.begin(), entries_.end(), port,
-                                [](int low, const Entry &one) { return low < one.range.nLow; });
+                                [](int low, const Entry &one) { return low < one.range.low; });
     }
 
     GrowingArray<Entry> entries_;
 };
 
 // Reports that a text could not be copied, for the operation at `place`.
-int FailToCopy(const Place &place, const char *szText);
+int FailToCopy(const Place &place, const char *text);
 
 // Reads the ranges of a comma-separated text; empty tokens are ignored.
 class TextRanges {

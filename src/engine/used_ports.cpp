@@ -35,7 +35,7 @@ bool UsedPorts::Ask(const Range &range, bool tcp) {
     const int most = static_cast<int>(std::min<std::size_t>(slot_count_, INT_MAX));
     for (int attempt = 0; attempt < 2; ++attempt) {
         int found = most;
-        if (TAVONetGetPortUsedInRange(slots_.get(), &found, range.nLow, range.nHigh, tcp) == 0) {
+        if (TAVONetGetPortUsedInRange(slots_.get(), &found, range.low, range.high, tcp) == 0) {
             used_ = std::clamp(found, 0, most);
             return true;
         }

@@ -31,7 +31,7 @@ void AddServicePorts(TAVO_FW_SERVICE *services, const char *name, uint32_t proto
 class UsedPorts {
   public:
     explicit UsedPorts(const Range &range)
-        : slot_count_(static_cast<std::size_t>(static_cast<int64_t>(range.nHigh) - range.nLow + 1)),
+        : slot_count_(static_cast<std::size_t>(static_cast<int64_t>(range.high) - range.low + 1)),
           slots_(static_cast<int *>(std::calloc(slot_count_, sizeof(int)))) {}
 
     bool OutOfMemory() const { return slots_ == nullptr; }

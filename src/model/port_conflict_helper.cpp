@@ -25,12 +25,12 @@ constexpr const char *kTcpStates[] = {
 };
 
 // The upper half of a protocol value is ignored, which is kept.
-constexpr int Low16(int nProtocol) {
-    return nProtocol & 0xFFFF;
+constexpr int Low16(int protocol) {
+    return protocol & 0xFFFF;
 }
 
-bool IsRow(int nIndex) {
-    return nIndex >= 0 && nIndex < kMapSize;
+bool IsRow(int row) {
+    return row >= 0 && row < kMapSize;
 }
 
 }  // namespace
@@ -61,12 +61,12 @@ int IsLegalProtocol(int nProtocol) {
 }
 
 uint16_t ToUPort(const char *szPort) {
-    uint16_t nPort = 0;
-    if (szPort == nullptr || !tavo::ScanPort(szPort, nPort)) {
+    uint16_t port = 0;
+    if (szPort == nullptr || !tavo::ScanPort(szPort, port)) {
         TAVO_LOG("Failed on parse port: %s", szPort != nullptr ? szPort : "(null)");
         return 0;
     }
-    return nPort;
+    return port;
 }
 
 const char *TAVOTCPStateToString(unsigned int nState) {
@@ -90,11 +90,11 @@ int TLIBServiceProtoStrGet(int nIndex, char *szBuf, int cbBuf) {
     if (!IsRow(nIndex) || szBuf == nullptr || cbBuf < 1) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    const char *szName = gProtoTypeMapping[nIndex].szName;
-    const std::size_t nLength = std::strlen(szName);
-    if (nLength >= static_cast<std::size_t>(cbBuf)) {
+    const char *name = gProtoTypeMapping[nIndex].szName;
+    const std::size_t length = std::strlen(name);
+    if (length >= static_cast<std::size_t>(cbBuf)) {
         return TAVO_FAIL_STATE(TLIBC_ERR_BUFFER_TOO_SMALL, "input array too small");
     }
-    std::memcpy(szBuf, szName, nLength + 1);
+    std::memcpy(szBuf, name, length + 1);
     return 0;
 }

@@ -18,18 +18,18 @@ void CopyString(TAVO_SERVICE_CONF_STRING &copy, const TAVO_SERVICE_CONF_STRING &
     tavo::CopyText(copy.szText, tavo::FieldText(source.szText));
 }
 
-// Appends a copy of each entry to the empty list *ppCopy. After a failure the list contains the
+// Appends a copy of each entry to the empty list *link. After a failure the list contains the
 // copies made so far, for its owner to free.
-int CopyPorts(const TAVO_SERVICE_CONF_PORT *pSource, TAVO_SERVICE_CONF_PORT **ppCopy) {
-    for (; pSource != nullptr; pSource = pSource->pNext) {
+int CopyPorts(const TAVO_SERVICE_CONF_PORT *source, TAVO_SERVICE_CONF_PORT **link) {
+    for (; source != nullptr; source = source->pNext) {
         auto copy = tavo::NewRecord<tavo::OwnedPorts>();
         if (copy == nullptr) {
             return TAVO_FAIL_NO_MEMORY();
         }
-        *copy = *pSource;
+        *copy = *source;
         copy->pNext = nullptr;
-        *ppCopy = copy.release();
-        ppCopy = &(*ppCopy)->pNext;
+        *link = copy.release();
+        link = &(*link)->pNext;
     }
     return 0;
 }

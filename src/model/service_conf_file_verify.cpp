@@ -16,15 +16,15 @@ int TAVOServiceConfFileVerify(const char *szFile, const char *szDir) {
         return TAVO_SET_ERROR(source == tavo::Presence::kAbsent ? TLIBC_ERR_NO_FILE
                                                                 : TLIBC_ERR_FILE_UNUSABLE);
     }
-    const char *szSlash = std::strrchr(szFile, '/');
-    char szTarget[tavo::kPathSize];
-    const int nLength = std::snprintf(szTarget, sizeof(szTarget), "%s/%s", szDir,
-                                      szSlash != nullptr ? szSlash + 1 : szFile);
-    if (nLength < 0 || static_cast<std::size_t>(nLength) >= sizeof(szTarget)) {
+    const char *slash = std::strrchr(szFile, '/');
+    char target[tavo::kPathSize];
+    const int length = std::snprintf(target, sizeof(target), "%s/%s", szDir,
+                                     slash != nullptr ? slash + 1 : szFile);
+    if (length < 0 || static_cast<std::size_t>(length) >= sizeof(target)) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
     // A dangling symbolic link counts as absent, which is kept.
-    switch (tavo::PresenceOf(szTarget)) {
+    switch (tavo::PresenceOf(target)) {
         case tavo::Presence::kPresent:
             return TAVO_SET_ERROR(TAVO_ERR_ALREADY_INSTALLED);
         case tavo::Presence::kUnknown:

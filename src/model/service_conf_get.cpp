@@ -42,68 +42,66 @@ bool IsValidName(std::string_view name) {
 }
 
 template <std::size_t Size>
-void CopyValue(char (&field)[Size], const TLIBCSzHash *pKeys, const char *szKey) {
-    if (const char *szValue = TLIBCSzHashGetValue(pKeys, szKey)) {
-        tavo::CopyText(field, szValue);
+void CopyValue(char (&field)[Size], const TLIBCSzHash *keys, const char *key) {
+    if (const char *value = TLIBCSzHashGetValue(keys, key)) {
+        tavo::CopyText(field, value);
     }
 }
 
 // An unreadable [global] section is logged and ignored: all its keys are optional.
-Reading ReadGlobal(const char *szPath, TAVO_SERVICE_CONF *pConf) {
+Reading ReadGlobal(const char *path, TAVO_SERVICE_CONF *conf) {
     const tavo::OwnedTable keys(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     if (keys == nullptr) {
         TAVO_LOG_STATE("failed to TLIBCSzHashAlloc, tavoerr=");
         return Reading::Unknown();
     }
-    TLIBCSzHash *pKeys = keys.get();
-    const int nKeys = TLIBCFileGetSection(szPath, tavo::kGlobalSection, &pKeys);
-    if (nKeys < 1) {
+    TLIBCSzHash *table = keys.get();
+    const int key_count = TLIBCFileGetSection(path, tavo::kGlobalSection, &table);
+    if (key_count < 1) {
         TAVO_LOG_STATE(
             "Failed to TLIBCFileGetSection, file: %s, section name: global, nHashRecords: %d, "
             "tavoerr=",
-            szPath, nKeys);
-        return nKeys < 0 ? tavo::WhyUnreadable(szPath) : Reading::Invalid();
+            path, key_count);
+        return key_count < 0 ? tavo::WhyUnreadable(path) : Reading::Invalid();
     }
-    const char *szVersion = TLIBCSzHashGetValue(pKeys, tavo::kKeyVersion);
-    pConf->nVersion = szVersion != nullptr
-                          ? static_cast<int32_t>(std::strtol(szVersion, nullptr, 10))
-                          : kDefaultVersion;
-    CopyValue(pConf->szSupportKey, pKeys, tavo::kKeySupportKey);
-    CopyValue(pConf->szRunKey, pKeys, tavo::kKeyRunKey);
+    const char *version = TLIBCSzHashGetValue(table, tavo::kKeyVersion);
+    conf->nVersion = version != nullptr ? static_cast<int32_t>(std::strtol(version, nullptr, 10))
+                                        : kDefaultVersion;
+    CopyValue(conf->szSupportKey, table, tavo::kKeySupportKey);
+    CopyValue(conf->szRunKey, table, tavo::kKeyRunKey);
     return Reading::Good();
 }
 
-Reading ReadSection(const char *szPath, const char *szName, tavo::OwnedTable &keys,
-                    TAVO_SERVICE_CONF *pConf) {
-    if (!IsValidName(szName)) {
+Reading ReadSection(const char *path, const char *name, tavo::OwnedTable &keys,
+                    TAVO_SERVICE_CONF *conf) {
+    if (!IsValidName(name)) {
         TAVO_FAIL_STATE(
             TLIBC_ERR_BAD_PARAMETER,
             "Section name format error (File: %s, Section Name: [%s])! It can not be empty, "
             "and just can composed of a~z, 0~9, `-`, '_', tavoerr=",
-            szPath, szName);
+            path, name);
         return Reading::Invalid();
     }
-    return std::strcmp(szName, tavo::kGlobalSection) == 0
-               ? ReadGlobal(szPath, pConf)
-               : tavo::ReadServiceSection(szPath, szName, keys, &pConf->pSections);
+    return std::strcmp(name, tavo::kGlobalSection) == 0
+               ? ReadGlobal(path, conf)
+               : tavo::ReadServiceSection(path, name, keys, &conf->pSections);
 }
 
-void ReadSections(const char *szPath, const TLIBCSzList *pNames, TAVO_SERVICE_CONF *pConf,
+void ReadSections(const char *path, const TLIBCSzList *sections, TAVO_SERVICE_CONF *conf,
                   ReadingReport *report) {
     tavo::OwnedTable keys;
-    for (int i = 0; i < TLIBCSzListCount(pNames); ++i) {
-        const char *szName = TLIBCSzListGet(pNames, i);
-        const Reading reading = ReadSection(szPath, szName, keys, pConf);
+    for (int i = 0; i < TLIBCSzListCount(sections); ++i) {
+        const char *name = TLIBCSzListGet(sections, i);
+        const Reading reading = ReadSection(path, name, keys, conf);
         if (report != nullptr) {
-            report->NoteSection(reading, szName);
+            report->NoteSection(reading, name);
         }
     }
 }
 
 }  // namespace
 
-Reading tavo::ReadServiceFile(const char *szPath, TAVO_SERVICE_CONF **ppList,
-                              ReadingReport *report) {
+Reading tavo::ReadServiceFile(const char *path, TAVO_SERVICE_CONF **list, ReadingReport *report) {
     const tavo::OwnedNames names(TLIBCSzListAlloc(tavo::kInitialCapacity));
     if (names == nullptr) {
         TAVO_LOG_STATE("Failed to TLIBCSzListAlloc, tavoerr=");
@@ -114,27 +112,27 @@ Reading tavo::ReadServiceFile(const char *szPath, TAVO_SERVICE_CONF **ppList,
         TAVO_FAIL_NO_MEMORY();
         return Reading::Unknown();
     }
-    const tavo::HeldFile held(szPath);
-    TLIBCSzList *pNames = names.get();
-    const int nSections = TLIBCFileEnumSection(szPath, &pNames);
-    if (nSections < 1) {
-        TAVO_LOG_STATE("Failed to TLIBCFileEnumSection %s(ret: %d) or 0 section, tavoerr=", szPath,
-                       nSections);
-        return nSections < 0 ? tavo::WhyUnreadable(szPath) : Reading::Invalid();
+    const tavo::HeldFile held(path);
+    TLIBCSzList *sections = names.get();
+    const int section_count = TLIBCFileEnumSection(path, &sections);
+    if (section_count < 1) {
+        TAVO_LOG_STATE("Failed to TLIBCFileEnumSection %s(ret: %d) or 0 section, tavoerr=", path,
+                       section_count);
+        return section_count < 0 ? tavo::WhyUnreadable(path) : Reading::Invalid();
     }
-    if (nSections == 1 && std::strcmp(TLIBCSzListGet(pNames, 0), tavo::kGlobalSection) == 0) {
+    if (section_count == 1 && std::strcmp(TLIBCSzListGet(sections, 0), tavo::kGlobalSection) == 0) {
         TAVO_LOG_STATE(
             "Configure file format error! (file: %s) Only [global] section, you should add at "
             "least one service section in the file. tavoerr=",
-            szPath);
+            path);
         return Reading::Invalid();
     }
-    ReadSections(szPath, pNames, conf.get(), report);
+    ReadSections(path, sections, conf.get(), report);
     if (conf->pSections == nullptr) {
-        TAVO_LOG_STATE("Get service section fail. (file: %s), tavoerr=", szPath);
+        TAVO_LOG_STATE("Get service section fail. (file: %s), tavoerr=", path);
         return Reading::Invalid();
     }
-    tavo::Prepend(std::move(conf), ppList);
+    tavo::Prepend(std::move(conf), list);
     return Reading::Good();
 }
 

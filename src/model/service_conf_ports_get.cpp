@@ -17,24 +17,24 @@ namespace {
 constexpr std::size_t kProtocolTextSize = 64;
 
 // Parses one port number.
-bool ReadPort(const char *szPort, uint32_t &nPort) {
-    if (szPort == nullptr || *szPort == '\0') {
+bool ReadPort(const char *text, uint32_t &port) {
+    if (text == nullptr || *text == '\0') {
         TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
         return false;
     }
-    uint32_t nValue = 0;
-    if (!tavo::ReadPortNumber(szPort, nValue)) {
-        TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s, tavoerr=", szPort);
+    uint32_t value = 0;
+    if (!tavo::ReadPortNumber(text, value)) {
+        TAVO_FAIL_STATE(TLIBC_ERR_BAD_PARAMETER, "illegal ports number, port=%s, tavoerr=", text);
         return false;
     }
-    nPort = nValue;
+    port = value;
     return true;
 }
 
 // The bit of a protocol name, 0 for any other word.
-int ProtocolBit(const char *szWord) {
+int ProtocolBit(const char *word) {
     for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
-        if (std::strcmp(szWord, row.szName) == 0) {
+        if (std::strcmp(word, row.szName) == 0) {
             return row.nProto;
         }
     }
@@ -43,30 +43,29 @@ int ProtocolBit(const char *szWord) {
 
 // Sets the type and ports of an entry from one item, PORT or START:END. START may be higher than
 // END.
-bool ParseItem(char *szItem, TAVO_SERVICE_CONF_PORT *pPort) {
-    char *szEnd = szItem;
-    const char *szStart = tavo::CutPiece(szEnd, ':');
-    if (!ReadPort(szStart, pPort->nPortStart)) {
+bool ParseItem(char *item, TAVO_SERVICE_CONF_PORT *port) {
+    char *end = item;
+    const char *start = tavo::CutPiece(end, ':');
+    if (!ReadPort(start, port->nPortStart)) {
         return false;
     }
-    if (szEnd == nullptr) {
+    if (end == nullptr) {
         return true;
     }
-    pPort->nPortType = TAVO_PORT_TYPE_RANGE;
-    return ReadPort(szEnd, pPort->nPortEnd);
+    port->nPortType = TAVO_PORT_TYPE_RANGE;
+    return ReadPort(end, port->nPortEnd);
 }
 
-int ParseItems(char *szPorts, unsigned int nDirection, uint32_t nProtocol,
-               tavo::OwnedPorts &ports) {
-    for (char *szRest = szPorts; szRest != nullptr;) {
-        char *szItem = tavo::CutPiece(szRest, ',');
+int ParseItems(char *items, unsigned int direction, uint32_t protocol, tavo::OwnedPorts &ports) {
+    for (char *rest = items; rest != nullptr;) {
+        char *item = tavo::CutPiece(rest, ',');
         auto port = tavo::NewRecord<tavo::OwnedPorts>();
         if (port == nullptr) {
             return TAVO_FAIL_NO_MEMORY();
         }
-        port->nDirection = nDirection;
-        port->nProtocol = nProtocol;
-        if (TLIBCStrTrimSpace(szItem) < 0 || !ParseItem(szItem, port.get())) {
+        port->nDirection = direction;
+        port->nProtocol = protocol;
+        if (TLIBCStrTrimSpace(item) < 0 || !ParseItem(item, port.get())) {
             return -1;
         }
         tavo::Prepend(std::move(port), ports);
@@ -77,37 +76,37 @@ int ParseItems(char *szPorts, unsigned int nDirection, uint32_t nProtocol,
 }  // namespace
 
 int TAVOServiceConfPortsCheck(const char *szPort) {
-    uint32_t nPort = 0;
-    return ReadPort(szPort, nPort) ? 1 : 0;
+    uint32_t port = 0;
+    return ReadPort(szPort, port) ? 1 : 0;
 }
 
 int TLIBServiceConfProtocolParse(char *szProto) {
     if (szProto == nullptr || *szProto == '\0') {
         return TAVO_PROTO_BOTH;
     }
-    char szAsGiven[kProtocolTextSize];
-    tavo::CopyText(szAsGiven, szProto);
+    char as_given[kProtocolTextSize];
+    tavo::CopyText(as_given, szProto);
     if (TLIBCStrTrimSpace(szProto) < 0 ||
         TLIBCStrCaseLower(szProto, szProto, static_cast<int>(std::strlen(szProto)) + 1) < 0) {
         return -1;
     }
-    int nProtocol = 0;
-    for (char *szRest = szProto; szRest != nullptr;) {
-        char *szWord = tavo::CutPiece(szRest, ',');
-        if (TLIBCStrTrimSpace(szWord) < 0) {
+    int protocol = 0;
+    for (char *rest = szProto; rest != nullptr;) {
+        char *word = tavo::CutPiece(rest, ',');
+        if (TLIBCStrTrimSpace(word) < 0) {
             return -1;
         }
-        const int nBit = ProtocolBit(szWord);
-        if (nBit == 0) {
+        const int bit = ProtocolBit(word);
+        if (bit == 0) {
             return TAVO_FAIL_STATE(
                 TLIBC_ERR_BAD_PARAMETER,
                 "protocol format error (%s)! It should be \"tcp\" or \"udp\" or \"tcp,udp\", "
                 "tavoerr=",
-                szAsGiven);
+                as_given);
         }
-        nProtocol |= nBit;
+        protocol |= bit;
     }
-    return nProtocol;
+    return protocol;
 }
 
 int TAVOServiceConfPortsGet(const char *szPorts, unsigned int nDirection,
@@ -120,18 +119,18 @@ int TAVOServiceConfPortsGet(const char *szPorts, unsigned int nDirection,
     if (copy == nullptr) {
         return TAVO_SET_ERROR(TLIBC_ERR_NO_MEMORY);
     }
-    char *szProtocols = copy.get();
-    char *szItems = tavo::CutPiece(szProtocols, '/');
-    const bool protocols = szProtocols != nullptr && *szProtocols != '\0';
-    if ((protocols && TLIBCStrTrimSpace(szProtocols) < 0) || TLIBCStrTrimSpace(szItems) < 0) {
+    char *protocol_text = copy.get();
+    char *items = tavo::CutPiece(protocol_text, '/');
+    const bool protocols = protocol_text != nullptr && *protocol_text != '\0';
+    if ((protocols && TLIBCStrTrimSpace(protocol_text) < 0) || TLIBCStrTrimSpace(items) < 0) {
         return -1;
     }
-    const int nProtocol = TLIBServiceConfProtocolParse(szProtocols);
-    if (nProtocol < 0) {
+    const int protocol = TLIBServiceConfProtocolParse(protocol_text);
+    if (protocol < 0) {
         return -1;
     }
     tavo::OwnedPorts ports;
-    if (ParseItems(szItems, nDirection, static_cast<uint32_t>(nProtocol), ports) < 0) {
+    if (ParseItems(items, nDirection, static_cast<uint32_t>(protocol), ports) < 0) {
         return -1;
     }
     *ppList = ports.release();

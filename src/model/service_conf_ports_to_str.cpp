@@ -19,89 +19,88 @@ constexpr std::size_t kPieceSize = 64;
 // which searches for the end of the text in every call.
 class GrowingText {
   public:
-    ~GrowingText() { std::free(szText_); }
+    ~GrowingText() { std::free(text_); }
     GrowingText() = default;
     GrowingText(const GrowingText &) = delete;
     GrowingText &operator=(const GrowingText &) = delete;
 
     // The separator before the next piece.
-    const char *Separator() const { return nLength_ == 0 ? "" : ","; }
+    const char *Separator() const { return length_ == 0 ? "" : ","; }
 
-    int Append(const char *szPiece) {
-        const std::size_t nPiece = std::strlen(szPiece);
-        if (nGathered_ + nPiece >= sizeof(szGathered_) && Finish() < 0) {
+    int Append(const char *piece) {
+        const std::size_t length = std::strlen(piece);
+        if (gathered_length_ + length >= sizeof(gathered_) && Finish() < 0) {
             return -1;
         }
-        std::memcpy(szGathered_ + nGathered_, szPiece, nPiece + 1);
-        nGathered_ += nPiece;
-        nLength_ += nPiece;
+        std::memcpy(gathered_ + gathered_length_, piece, length + 1);
+        gathered_length_ += length;
+        length_ += length;
         return 0;
     }
 
     // Must be called after the last piece.
     int Finish() {
-        nGathered_ = 0;
-        if (TLIBCStrCat(&szText_, &cbText_, szGathered_) < 0) {
+        gathered_length_ = 0;
+        if (TLIBCStrCat(&text_, &text_size_, gathered_) < 0) {
             return TAVO_LOG_STATE("TLIBCStrCat fail!");
         }
         return 0;
     }
 
-    bool FitsInto(int cbBuffer) const { return nLength_ < static_cast<std::size_t>(cbBuffer); }
+    bool FitsInto(int buffer_size) const { return length_ < static_cast<std::size_t>(buffer_size); }
 
-    void CopyTo(char *szBuffer) const { std::memcpy(szBuffer, szText_, nLength_ + 1); }
+    void CopyTo(char *buffer) const { std::memcpy(buffer, text_, length_ + 1); }
 
   private:
-    char *szText_ = nullptr;
-    int cbText_ = 0;
-    std::size_t nLength_ = 0;
-    char szGathered_[4096] = "";
-    std::size_t nGathered_ = 0;
+    char *text_ = nullptr;
+    int text_size_ = 0;
+    std::size_t length_ = 0;
+    char gathered_[4096] = "";
+    std::size_t gathered_length_ = 0;
 };
 
-bool HasOneProtocol(const TAVO_SERVICE_CONF_PORT *pList) {
-    const uint32_t nProtocol = pList->nProtocol;
-    for (; pList != nullptr; pList = pList->pNext) {
-        if (pList->nProtocol != nProtocol) {
+bool HasOneProtocol(const TAVO_SERVICE_CONF_PORT *list) {
+    const uint32_t protocol = list->nProtocol;
+    for (; list != nullptr; list = list->pNext) {
+        if (list->nProtocol != protocol) {
             return false;
         }
     }
     return true;
 }
 
-void PrintPort(const TAVO_SERVICE_CONF_PORT &port, const char *szSeparator,
-               char (&szPiece)[kPieceSize]) {
-    const int nLow = static_cast<int>(std::min(port.nPortStart, port.nPortEnd));
-    const int nHigh = static_cast<int>(std::max(port.nPortStart, port.nPortEnd));
+void PrintPort(const TAVO_SERVICE_CONF_PORT &port, const char *separator,
+               char (&piece)[kPieceSize]) {
+    const int low = static_cast<int>(std::min(port.nPortStart, port.nPortEnd));
+    const int high = static_cast<int>(std::max(port.nPortStart, port.nPortEnd));
     if (port.nPortType == TAVO_PORT_TYPE_SINGLE) {
-        std::snprintf(szPiece, sizeof(szPiece), "%s%d", szSeparator,
-                      static_cast<int>(port.nPortStart));
+        std::snprintf(piece, sizeof(piece), "%s%d", separator, static_cast<int>(port.nPortStart));
     } else {
-        std::snprintf(szPiece, sizeof(szPiece), "%s%d:%d", szSeparator, nLow, nHigh);
+        std::snprintf(piece, sizeof(piece), "%s%d:%d", separator, low, high);
     }
 }
 
-int PrintPorts(const TAVO_SERVICE_CONF_PORT *pList, int cbPorts, GrowingText &text) {
-    for (; pList != nullptr && text.FitsInto(cbPorts); pList = pList->pNext) {
-        char szPiece[kPieceSize];
-        PrintPort(*pList, text.Separator(), szPiece);
-        if (text.Append(szPiece) < 0) {
+int PrintPorts(const TAVO_SERVICE_CONF_PORT *list, int size, GrowingText &text) {
+    for (; list != nullptr && text.FitsInto(size); list = list->pNext) {
+        char piece[kPieceSize];
+        PrintPort(*list, text.Separator(), piece);
+        if (text.Append(piece) < 0) {
             return -1;
         }
     }
     return text.Finish();
 }
 
-int PrintProtocols(uint32_t nProtocol, GrowingText &text) {
+int PrintProtocols(uint32_t protocol, GrowingText &text) {
     for (int i = 0; i < TLIBServiceProtoMapSizeGet(); ++i) {
-        int nBit = 0;
-        char szName[kPieceSize];
-        if (TLIBServiceProtoIndexGet(i, &nBit) < 0 ||
-            TLIBServiceProtoStrGet(i, szName, sizeof(szName)) < 0) {
+        int bit = 0;
+        char name[kPieceSize];
+        if (TLIBServiceProtoIndexGet(i, &bit) < 0 ||
+            TLIBServiceProtoStrGet(i, name, sizeof(name)) < 0) {
             return -1;
         }
-        if ((nProtocol & static_cast<uint32_t>(nBit)) != 0 &&
-            (text.Append(text.Separator()) < 0 || text.Append(szName) < 0)) {
+        if ((protocol & static_cast<uint32_t>(bit)) != 0 &&
+            (text.Append(text.Separator()) < 0 || text.Append(name) < 0)) {
             return -1;
         }
     }

@@ -20,49 +20,49 @@ using tavo::Reading;
 
 // The file and section being read, for the log lines, and the keys of the section.
 struct Source {
-    const char *szPath;
-    const char *szSection;
-    const TLIBCSzHash *pKeys;
+    const char *path;
+    const char *section;
+    const TLIBCSzHash *keys;
 
-    const char *Value(const char *szKey) const { return TLIBCSzHashGetValue(pKeys, szKey); }
+    const char *Value(const char *key) const { return TLIBCSzHashGetValue(keys, key); }
 };
 
 // Reads a title or description: a reference, which may be missing, and a text.
-inline int ReadString(const Source &source, const char *szReferenceKey, const char *szTextKey,
-                      TAVO_SERVICE_CONF_STRING *pString) {
-    TAVOServiceConfServiceStringGet(source.Value(szReferenceKey), pString);
-    const char *szText = source.Value(szTextKey);
-    if (szText == nullptr) {
+inline int ReadString(const Source &source, const char *reference_key, const char *text_key,
+                      TAVO_SERVICE_CONF_STRING *string) {
+    TAVOServiceConfServiceStringGet(source.Value(reference_key), string);
+    const char *text = source.Value(text_key);
+    if (text == nullptr) {
         return TAVO_LOG_STATE("Get key \"%s\" fail! (file: %s, section name: %s), tavoerr=",
-                              szTextKey, source.szPath, source.szSection);
+                              text_key, source.path, source.section);
     }
-    tavo::CopyText(pString->szText, szText);
+    tavo::CopyText(string->szText, text);
     return 0;
 }
 
 // The router forwards the ports only if the value is "yes"; by default they stay closed.
 uint32_t ReadPortForward(const Source &source) {
-    const char *szValue = source.Value(tavo::kKeyPortForward);
-    if (szValue == nullptr) {
+    const char *value = source.Value(tavo::kKeyPortForward);
+    if (value == nullptr) {
         return 0;
     }
-    char szForward[tavo::kForwardTextSize];
-    return TLIBCStrCaseLower(szValue, szForward, sizeof(szForward)) == 0 &&
-           TLIBCStrTrimSpace(szForward) == 0 && std::strcmp(szForward, "yes") == 0;
+    char forward[tavo::kForwardTextSize];
+    return TLIBCStrCaseLower(value, forward, sizeof(forward)) == 0 &&
+           TLIBCStrTrimSpace(forward) == 0 && std::strcmp(forward, "yes") == 0;
 }
 
-inline Reading ReadPorts(const Source &source, unsigned int nDirection, const char *szTarget,
-                         TAVO_SERVICE_CONF_PORT **ppPorts) {
-    const char *szPorts = source.Value(tavo::PortsKey(nDirection));
-    const bool absent = szPorts == nullptr;
-    if (absent && nDirection == TAVO_PORT_DIRECTION_SRC) {
+inline Reading ReadPorts(const Source &source, unsigned int direction, const char *target,
+                         TAVO_SERVICE_CONF_PORT **ports) {
+    const char *text = source.Value(tavo::PortsKey(direction));
+    const bool absent = text == nullptr;
+    if (absent && direction == TAVO_PORT_DIRECTION_SRC) {
         return Reading::Good();
     }
-    if (!absent && TAVOServiceConfPortsGet(szPorts, nDirection, ppPorts) == 0) {
+    if (!absent && TAVOServiceConfPortsGet(text, direction, ports) == 0) {
         return Reading::Good();
     }
     TAVO_LOG_STATE("Service get port error, filepath: %s, section name: %s, target: %s, tavoerr=",
-                   source.szPath, source.szSection, szTarget);
+                   source.path, source.section, target);
     return !absent && TLIBCErrGet() == TLIBC_ERR_NO_MEMORY ? Reading::Unknown()
                                                            : Reading::Invalid();
 }
@@ -78,8 +78,8 @@ void Prefetch(const TAVO_SERVICE_CONF_SECTION *room) {
 
 }  // namespace
 
-Reading tavo::ReadServiceSection(const char *szPath, const char *szSection, OwnedTable &keys,
-                                 TAVO_SERVICE_CONF_SECTION **ppList) {
+Reading tavo::ReadServiceSection(const char *path, const char *name, OwnedTable &keys,
+                                 TAVO_SERVICE_CONF_SECTION **list) {
     if (keys == nullptr) {
         keys.reset(TLIBCSzHashAlloc(tavo::kInitialCapacity));
     }
@@ -94,25 +94,25 @@ Reading tavo::ReadServiceSection(const char *szPath, const char *szSection, Owne
         return Reading::Unknown();
     }
     Prefetch(room.get());
-    TLIBCSzHash *pKeys = keys.get();
-    const int nKeys = TLIBCFileGetSection(szPath, szSection, &pKeys);
-    if (nKeys < 1) {
+    TLIBCSzHash *table = keys.get();
+    const int key_count = TLIBCFileGetSection(path, name, &table);
+    if (key_count < 1) {
         TAVO_LOG_STATE(
             "Failed to TLIBCFileGetSection, file: %s, section name: %s, nHashRecords: %d, "
             "tavoerr=",
-            szPath, szSection, nKeys);
-        return nKeys < 0 ? tavo::WhyUnreadable(szPath) : Reading::Invalid();
+            path, name, key_count);
+        return key_count < 0 ? tavo::WhyUnreadable(path) : Reading::Invalid();
     }
     std::memset(room.get(), 0, sizeof(*room));
     OwnedSection section(room.release());
-    const Source source{szPath, szSection, pKeys};
-    tavo::CopyText(section->szName, szSection);
+    const Source source{path, name, table};
+    tavo::CopyText(section->szName, name);
     if (ReadString(source, kKeyTitleKey, kKeyTitle, &section->strTitle) < 0 ||
         ReadString(source, kKeyDescKey, kKeyDesc, &section->strDesc) < 0) {
         return Reading::Invalid();
     }
-    if (const char *szExtra = source.Value(kKeyDescExtra)) {
-        CopyText(section->strDesc.szExtra, szExtra);
+    if (const char *extra = source.Value(kKeyDescExtra)) {
+        CopyText(section->strDesc.szExtra, extra);
     }
     section->blPortForward = ReadPortForward(source);
     Reading ports = ReadPorts(source, TAVO_PORT_DIRECTION_SRC, "srcPort", &section->pSrcPorts);
@@ -120,7 +120,7 @@ Reading tavo::ReadServiceSection(const char *szPath, const char *szSection, Owne
         ports = ReadPorts(source, TAVO_PORT_DIRECTION_DST, "dstPort", &section->pDstPorts);
     }
     if (ports.IsGood()) {
-        tavo::Prepend(std::move(section), ppList);
+        tavo::Prepend(std::move(section), list);
     }
     return ports;
 }
@@ -135,22 +135,22 @@ int TAVOServiceConfServiceStringGet(const char *szRef, TAVO_SERVICE_CONF_STRING 
         return -1;
     }
     // SECTION:KEY or SOURCE:SECTION:KEY; KEY may contain further colons.
-    char *szKey = copy.get();
-    char *szSection = tavo::CutPiece(szKey, ':');
-    if (szKey == nullptr) {
-        tavo::CopyText(pString->szText, szSection);
+    char *key = copy.get();
+    char *section = tavo::CutPiece(key, ':');
+    if (key == nullptr) {
+        tavo::CopyText(pString->szText, section);
         return 0;
     }
-    char *szSource = std::strchr(szKey, ':') == nullptr
-                         ? nullptr
-                         : std::exchange(szSection, tavo::CutPiece(szKey, ':'));
-    if ((szSource != nullptr && TLIBCStrTrimSpace(szSource) < 0) ||
-        TLIBCStrTrimSpace(szSection) < 0 || TLIBCStrTrimSpace(szKey) < 0) {
+    char *source = std::strchr(key, ':') == nullptr
+                       ? nullptr
+                       : std::exchange(section, tavo::CutPiece(key, ':'));
+    if ((source != nullptr && TLIBCStrTrimSpace(source) < 0) || TLIBCStrTrimSpace(section) < 0 ||
+        TLIBCStrTrimSpace(key) < 0) {
         return -1;
     }
-    tavo::CopyText(pString->szSource, szSource == nullptr ? "" : szSource);
-    tavo::CopyText(pString->szSection, szSection);
-    tavo::CopyText(pString->szKey, szKey);
+    tavo::CopyText(pString->szSource, source == nullptr ? "" : source);
+    tavo::CopyText(pString->szSection, section);
+    tavo::CopyText(pString->szKey, key);
     return 0;
 }
 

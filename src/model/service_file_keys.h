@@ -23,8 +23,8 @@ constexpr char kKeySrcPorts[] = "src.ports";
 constexpr char kKeyDstPorts[] = "dst.ports";
 
 // The key for the ports of a direction. Any direction other than source is destination.
-constexpr const char *PortsKey(uint32_t nDirection) {
-    return nDirection == 0 ? kKeySrcPorts : kKeyDstPorts;
+constexpr const char *PortsKey(uint32_t direction) {
+    return direction == 0 ? kKeySrcPorts : kKeyDstPorts;
 }
 
 }  // namespace tavo

@@ -89,7 +89,7 @@ class ReadingReport {
 
 // TAVOServiceConfSectionGet. The keys are read into `keys`, which is allocated if it is null, so
 // that all sections of a file can use one table.
-Reading ReadServiceSection(const char *path, const char *section, OwnedTable &keys,
+Reading ReadServiceSection(const char *path, const char *name, OwnedTable &keys,
                            TAVO_SERVICE_CONF_SECTION **list);
 
 // TAVOServiceConfGet. Notes sections that are left out; the caller notes the file itself.

@@ -51,8 +51,8 @@ class Conflicts : public ConflictTest {
         std::vector<std::string> texts;
         for (const TakenPorts &taken : found_->Taken()) {
             std::ostringstream text;
-            text << taken.question << ' ' << taken.source << ' ' << taken.range.nLow << '-'
-                 << taken.range.nHigh << '/' << taken.protocols << ' ' << Place(taken.declarer);
+            text << taken.question << ' ' << taken.source << ' ' << taken.range.low << '-'
+                 << taken.range.high << '/' << taken.protocols << ' ' << Place(taken.declarer);
             texts.push_back(text.str());
         }
         return texts;

@@ -31,7 +31,7 @@ TEST(MergeRanges, KeepsThePortsInAscendingRangesWithGaps) {
         const std::vector<Range> ranges = RandomRanges(random, round % 12);
         std::set<int> ports;
         for (const Range &range : ranges) {
-            for (int port = range.nLow; port <= range.nHigh; ++port) {
+            for (int port = range.low; port <= range.high; ++port) {
                 ports.insert(port);
             }
         }
@@ -40,8 +40,8 @@ TEST(MergeRanges, KeepsThePortsInAscendingRangesWithGaps) {
         MergeRanges(merged);
         std::vector<int> listed;
         for (const Range &range : merged) {
-            ASSERT_TRUE(listed.empty() || listed.back() + 1 < range.nLow) << "round " << round;
-            for (int port = range.nLow; port <= range.nHigh; ++port) {
+            ASSERT_TRUE(listed.empty() || listed.back() + 1 < range.low) << "round " << round;
+            for (int port = range.low; port <= range.high; ++port) {
                 listed.push_back(port);
             }
         }
@@ -61,7 +61,7 @@ TEST(RangeIndex, FindsTheSameOverlapsAsASearchOfAllRanges) {
         for (const Range &asked : RandomRanges(random, 40)) {
             std::vector<std::size_t> expected;
             for (std::size_t i = 0; i < ranges.size(); ++i) {
-                if (ranges[i].nLow <= asked.nHigh && asked.nLow <= ranges[i].nHigh) {
+                if (ranges[i].low <= asked.high && asked.low <= ranges[i].high) {
                     expected.push_back(i);
                 }
             }
@@ -69,9 +69,9 @@ TEST(RangeIndex, FindsTheSameOverlapsAsASearchOfAllRanges) {
             index.ForEachOverlap(
                 asked, [&found](const Range &, std::size_t number) { found.push_back(number); });
             ASSERT_THAT(found, testing::UnorderedElementsAreArray(expected))
-                << asked.nLow << "-" << asked.nHigh << " in round " << round;
+                << asked.low << "-" << asked.high << " in round " << round;
             ASSERT_EQ(index.HasOverlap(asked), !expected.empty())
-                << asked.nLow << "-" << asked.nHigh << " in round " << round;
+                << asked.low << "-" << asked.high << " in round " << round;
         }
     }
 }

@@ -101,7 +101,7 @@ bool ReadDeclaredPorts(const char *text, PortRanges &ranges) {
     const int result = TextRanges(TAVO_HERE, text, kDeclaredRangeSeparator).ReadAll(read);
     for (const Range &range : read) {
         ranges.push_back(
-            {static_cast<std::uint32_t>(range.nLow), static_cast<std::uint32_t>(range.nHigh)});
+            {static_cast<std::uint32_t>(range.low), static_cast<std::uint32_t>(range.high)});
     }
     return result == 0;
 }

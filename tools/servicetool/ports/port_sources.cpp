@@ -203,8 +203,8 @@ void PortAnswer::RaiseStatus(Report &report) const {
 }
 
 PortRange RangeOf(const TakenPorts &taken) {
-    return {static_cast<std::uint32_t>(taken.range.nLow),
-            static_cast<std::uint32_t>(taken.range.nHigh)};
+    return {static_cast<std::uint32_t>(taken.range.low),
+            static_cast<std::uint32_t>(taken.range.high)};
 }
 
 std::vector<PortAnswer> PortSources::Ask(const std::vector<PortRequest> &requests) {
