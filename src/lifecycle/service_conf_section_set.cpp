@@ -152,8 +152,8 @@ int SectionKeys::Set(const TAVO_SERVICE_CONF_SECTION &section, const PortText &d
         SetReference(keys, kKeyDescKey, section.strDesc) == 0 &&
         SetKey(keys, kKeyTitle, FieldString(section.strTitle.szText).Get()) == 0 &&
         SetReference(keys, kKeyTitleKey, section.strTitle) == 0 &&
-        SetKey(keys, kKeyDstPorts, dst_ports.szValue) == 0 &&
-        (section.pSrcPorts == nullptr || SetKey(keys, kKeySrcPorts, src_ports.szValue) == 0);
+        SetKey(keys, kKeyDstPorts, dst_ports.value) == 0 &&
+        (section.pSrcPorts == nullptr || SetKey(keys, kKeySrcPorts, src_ports.value) == 0);
     return done ? 0 : failure.Set(Step::kSetKeys);
 }
 
