@@ -10,7 +10,7 @@
 
 namespace tavo::bench {
 
-int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &reporter) {
+int RunBenchmarks(int argc, char **argv, void (*register_benchmarks)(), RatioReporter &reporter) {
     // The benchmarks empty the service folders and open thousands of sockets, which must not happen
     // on a developer's machine.
     char host[64] = "";
@@ -27,7 +27,7 @@ int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &r
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 2;
     }
-    pfnRegister();
+    register_benchmarks();
     benchmark::RunSpecifiedBenchmarks(&reporter);
     return 0;
 }

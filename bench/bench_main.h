@@ -7,9 +7,9 @@
 
 namespace tavo::bench {
 
-// Registers the benchmarks with `pfnRegister` and runs them. Returns the exit status: 0; 2 for
-// wrong usage or outside an appliance.
-int RunBenchmarks(int argc, char **argv, void (*pfnRegister)(), RatioReporter &reporter);
+// Registers the benchmarks with `register_benchmarks` and runs them. Returns the exit status: 0; 2
+// for wrong usage or outside an appliance.
+int RunBenchmarks(int argc, char **argv, void (*register_benchmarks)(), RatioReporter &reporter);
 
 // Raises the limit of open descriptors to the maximum.
 void AllowManySockets();

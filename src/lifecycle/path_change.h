@@ -17,13 +17,13 @@ constexpr char kMakeDirectoryProgram[] = "/bin/mkdir";
 // taken for an option.
 class PathArgument {
   public:
-    explicit PathArgument(const char *szPath) {
-        PrintText(szPath_, "%s%s", *szPath == '-' ? "./" : "", szPath);
+    explicit PathArgument(const char *path) {
+        PrintText(path_, "%s%s", *path == '-' ? "./" : "", path);
     }
-    const char *Get() const { return szPath_; }
+    const char *Get() const { return path_; }
 
   private:
-    char szPath_[kPathSize + sizeof("./")];
+    char path_[kPathSize + sizeof("./")];
 };
 
 // Creates a folder and its missing parents with /bin/mkdir -p. New folders have the mode 0755,

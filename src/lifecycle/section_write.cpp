@@ -7,12 +7,11 @@
 
 namespace tavo {
 
-int PortText::Print(const TAVO_SERVICE_CONF_PORT *pPorts) {
-    if (TLIBServiceConfPortsToStr(pPorts, szPorts, sizeof(szPorts), szProtocols,
-                                  sizeof(szProtocols)) < 0) {
+int PortText::Print(const TAVO_SERVICE_CONF_PORT *list) {
+    if (TLIBServiceConfPortsToStr(list, ports, sizeof(ports), protocols, sizeof(protocols)) < 0) {
         return -1;
     }
-    PrintText(szValue, "%s/%s", szPorts, szProtocols);
+    PrintText(value, "%s/%s", ports, protocols);
     return 0;
 }
 
@@ -23,43 +22,43 @@ constexpr char kRouterTool[] = "/usr/tavo/sbin/tavoroutertool";
 // The check excludes the service's own ports, which it may declare again.
 int RefuseConflict(const SetParam &param, const PortText &ports, const Place &place,
                    StepFailure &failure) {
-    TAVO_SERVICE_CONF_PORT *pConflicts = nullptr;
-    const int nConflict =
-        TLIBIsPortConflict(FieldString(param.szSectionName).Get(), ports.szPorts, ports.szProtocols,
-                           static_cast<int>(param.nCheckFlags), &pConflicts);
-    const OwnedPorts conflicts(pConflicts);
-    if (nConflict > 0) {
+    TAVO_SERVICE_CONF_PORT *taken = nullptr;
+    const int result =
+        TLIBIsPortConflict(FieldString(param.szSectionName).Get(), ports.ports, ports.protocols,
+                           static_cast<int>(param.nCheckFlags), &taken);
+    const OwnedPorts conflicts(taken);
+    if (result > 0) {
         failure.Set(Step::kTakenPorts);
         return TAVO_LOG_STATE_AT(place, "Port conflict with existing ports! (port: %s)",
-                                 ports.szValue);
+                                 ports.value);
     }
-    return nConflict < 0 ? failure.Set(Step::kCheckPorts) : 0;
+    return result < 0 ? failure.Set(Step::kCheckPorts) : 0;
 }
 
 int CopyForRouter(const Target &target, const Place &place, TemporaryCopy &old,
                   StepFailure &failure) {
-    char szCopy[kPathSize];
-    PrintText(szCopy, "%s/%s", kTemporaryFolder, target.FileName());
-    if (old.Make(target.Path(), szCopy, place, failure) != 0) {
+    char copy[kPathSize];
+    PrintText(copy, "%s/%s", kTemporaryFolder, target.FileName());
+    if (old.Make(target.Path(), copy, place, failure) != 0) {
         return TAVO_LOG_AT(place, "FAILED to copy from file=%s to backup path=%s", target.Path(),
-                           szCopy);
+                           copy);
     }
     return 0;
 }
 
-void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *szPath,
+void NotifyRouter(const SetParam &param, const TemporaryCopy &old, const char *path,
                   const Place &place, Notifications &notified) {
     if ((param.nCheckFlags & TAVO_PORT_CHECK_PORT_FORWARD) == 0) {
         return;
     }
     Notification &router = notified[Listener::kRouterTool];
-    const int nStatus = TLIBCExec(kRouterTool, "--update", old.Path(), szPath, nullptr);
-    if (nStatus == 0) {
+    const int status = TLIBCExec(kRouterTool, "--update", old.Path(), path, nullptr);
+    if (status == 0) {
         router.Succeed();
         return;
     }
-    router.Fail().SetProgram(Step::kUpdateRouter, kRouterTool, nStatus);
-    TAVO_LOG_STATE_AT(place, "%s --udpate %s %s failed!", kRouterTool, old.Path(), szPath);
+    router.Fail().SetProgram(Step::kUpdateRouter, kRouterTool, status);
+    TAVO_LOG_STATE_AT(place, "%s --udpate %s %s failed!", kRouterTool, old.Path(), path);
 }
 
 int WriteUnderLock(const SetParam &param, FileWriter &writer, const Place &place,

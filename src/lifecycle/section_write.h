@@ -17,16 +17,15 @@ namespace tavo {
 constexpr std::size_t kPortTextSize = 1024;
 
 struct PortText {
-    char szPorts[kPortTextSize] = "";
-    char szProtocols[kPortTextSize] = "";
-    char szValue[kPortTextSize] = ""; /* PORTS/PROTOCOLS, cut to fit */
+    char ports[kPortTextSize] = "";
+    char protocols[kPortTextSize] = "";
+    char value[kPortTextSize] = ""; /* PORTS/PROTOCOLS, cut to fit */
 
     // Prints a list. Returns -1 if it cannot be printed.
-    int Print(const TAVO_SERVICE_CONF_PORT *pPorts);
+    int Print(const TAVO_SERVICE_CONF_PORT *list);
 
     bool IsCut() const {
-        return std::strlen(szPorts) + std::strlen("/") + std::strlen(szProtocols) >=
-               sizeof(szValue);
+        return std::strlen(ports) + std::strlen("/") + std::strlen(protocols) >= sizeof(value);
     }
 };
 

@@ -58,22 +58,22 @@ bool IsFolderOrFile(const struct stat &entry) {
     return S_ISDIR(entry.st_mode) || S_ISREG(entry.st_mode);
 }
 
-bool IsEmpty(const char *szText) {
-    return szText == nullptr || *szText == '\0';
+bool IsEmpty(const char *text) {
+    return text == nullptr || *text == '\0';
 }
 
-// Replaces `szDst` by a copy of `szSrc` or by `szSrc` itself. Returns the exit status of the
+// Replaces `target` by a copy of `source` or by `source` itself. Returns the exit status of the
 // program, or -1 on failure. Both paths are trimmed.
-int Replace(const char *szSrc, const char *szDst, bool move, StepFailure &failure) {
+int Replace(const char *source, const char *target, bool move, StepFailure &failure) {
     const Step step = move ? Step::kRestore : Step::kBackUp;
-    struct stat source;
-    const bool found = stat(szSrc, &source) == 0;
-    if (!found || !IsFolderOrFile(source)) {
-        failure.Set(step, szSrc, found ? EINVAL : errno);
+    struct stat entry;
+    const bool found = stat(source, &entry) == 0;
+    if (!found || !IsFolderOrFile(entry)) {
+        failure.Set(step, source, found ? EINVAL : errno);
         return TAVO_FAIL_STATE(TAVO_ERR_BAD_SOURCE, "Source path is not valid (src path: %s)",
-                               szSrc);
+                               source);
     }
-    if (S_ISREG(source.st_mode) && std::string_view(szDst).ends_with('/')) {
+    if (S_ISREG(entry.st_mode) && std::string_view(target).ends_with('/')) {
         // The error code is set after the log line, which shows the previous one. The line must not
         // change.
         TAVO_LOG_STATE("source/target must both be folder or file");
@@ -81,21 +81,21 @@ int Replace(const char *szSrc, const char *szDst, bool move, StepFailure &failur
     }
     // If the target folder still exists, the source would be moved into it. If it is a mount point,
     // rm would delete the mounted files.
-    const bool mounted = IsMountPoint(szDst);
-    if (mounted || RemoveTree(szDst, failure) < 0 || IsFolder(szDst)) {
-        failure.Set(step, szDst, mounted ? EBUSY : ENOTEMPTY);
-        return TAVO_LOG_STATE("Failed to rm -rf %s", szDst);
+    const bool mounted = IsMountPoint(target);
+    if (mounted || RemoveTree(target, failure) < 0 || IsFolder(target)) {
+        failure.Set(step, target, mounted ? EBUSY : ENOTEMPTY);
+        return TAVO_LOG_STATE("Failed to rm -rf %s", target);
     }
-    const PathArgument from(szSrc);
-    const PathArgument to(szDst);
+    const PathArgument from(source);
+    const PathArgument to(target);
     const char *program = move ? kMoveProgram : kCopyProgram;
-    const int nStatus = TLIBCExec(program, move ? "-f" : "-rf", from.Get(), to.Get(), nullptr);
-    failure.SetProgram(step, program, nStatus, szSrc);
-    if (nStatus >= 0) {
-        return nStatus;
+    const int status = TLIBCExec(program, move ? "-f" : "-rf", from.Get(), to.Get(), nullptr);
+    failure.SetProgram(step, program, status, source);
+    if (status >= 0) {
+        return status;
     }
-    return move ? TAVO_LOG_STATE("Failed to mv -f %s %s", szSrc, szDst)
-                : TAVO_LOG_STATE("Failed to cp -rf %s %s", szSrc, szDst);
+    return move ? TAVO_LOG_STATE("Failed to mv -f %s %s", source, target)
+                : TAVO_LOG_STATE("Failed to cp -rf %s %s", source, target);
 }
 
 // ---- Stores ----
@@ -103,10 +103,10 @@ int Replace(const char *szSrc, const char *szDst, bool move, StepFailure &failur
 // At least one of these bits must be set. TAVO_PORT_CHECK_SYS_KEY selects no store.
 constexpr uint32_t kStoreFlags = TAVO_PORT_CHECK_ALL & ~TAVO_PORT_CHECK_RUNTIME;
 
-int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *pParam, StepFailure &failure) {
-    if (pParam == nullptr || (pParam->nCheckFlags & kStoreFlags) == 0 ||
-        ((pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
-         (pParam->nLocation & kEveryServiceFolder) == 0)) {
+int CheckParam(const TAVO_SERVICE_CONF_SET_PARAM *param, StepFailure &failure) {
+    if (param == nullptr || (param->nCheckFlags & kStoreFlags) == 0 ||
+        ((param->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
+         (param->nLocation & kEveryServiceFolder) == 0)) {
         return failure.RefuseArguments(TAVO_HERE);
     }
     return 0;

@@ -15,10 +15,10 @@ int TAVOServiceConfInstall(const char *szSrcPath, int nLocation) {
     if (copy == nullptr) {
         return TAVO_FAIL(TLIBC_ERR_NO_MEMORY, "FAILED to duplicate string=%s", szSrcPath);
     }
-    TAVO_SERVICE_CONF_PORT *pConflicts = nullptr;
-    const int nResult = ServiceConfInstall(basename(copy.get()), szSrcPath, nLocation, &pConflicts);
-    TAVOServiceConfPortsFree(pConflicts);
-    return nResult;
+    TAVO_SERVICE_CONF_PORT *conflicts = nullptr;
+    const int result = ServiceConfInstall(basename(copy.get()), szSrcPath, nLocation, &conflicts);
+    TAVOServiceConfPortsFree(conflicts);
+    return result;
 }
 
 int TAVOServiceConfInstallBaseName(const char *szBaseName, const char *szSrcPath, int nLocation,

@@ -43,7 +43,7 @@ class PortsWriter final : public FileWriter {
     }
 
     int Write(const Target &target, StepFailure &failure) override {
-        return StorePorts(target.Path(), target.Section(), key_, ports_.szValue, failure);
+        return StorePorts(target.Path(), target.Section(), key_, ports_.value, failure);
     }
 
   private:

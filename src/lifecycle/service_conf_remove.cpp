@@ -25,11 +25,11 @@ constexpr uint32_t kEverybody = kSendsContent | TAVO_PORT_CHECK_FW_SERVICE;
 // Fails only if cp cannot be run. Other failures to copy are ignored: a file that cannot be read
 // must still be removable.
 int CopyForPlugins(const Target &target, TemporaryCopy &old, StepFailure &failure) {
-    char szCopy[kPathSize];
-    PrintText(szCopy, "%s/%s%s.%d", kTemporaryFolder, kRemovedHead, target.FileName(),
+    char copy[kPathSize];
+    PrintText(copy, "%s/%s%s.%d", kTemporaryFolder, kRemovedHead, target.FileName(),
               static_cast<int>(getpid()));
     StepFailure unnoticed;
-    if (old.Make(target.Path(), szCopy, TAVO_HERE, unnoticed) == -1) {
+    if (old.Make(target.Path(), copy, TAVO_HERE, unnoticed) == -1) {
         failure = unnoticed;
         return TAVO_LOG("Failed to do command [cp]");
     }
@@ -41,11 +41,11 @@ int RemoveTarget(const Target &target, TemporaryCopy &old, StepFailure &failure)
     if (!lock.IsHeld()) {
         return lock.Fail(TAVO_HERE, "to remove ", target.Path(), failure);
     }
-    const int nFound = LookForFile(target.Path(), TAVO_HERE, failure);
-    if (nFound < 0) {
+    const int found = LookForFile(target.Path(), TAVO_HERE, failure);
+    if (found < 0) {
         return -1;
     }
-    if (nFound == 0) {
+    if (found == 0) {
         failure.Set(Step::kMissingFile, target.Path(), ENOENT);
         return TAVO_SET_ERROR(TLIBC_ERR_NO_FILE);
     }

@@ -32,81 +32,81 @@ constexpr std::size_t kValueSize = 512;
 class GrowingText {
   public:
     GrowingText() = default;
-    ~GrowingText() { std::free(szText_); }
+    ~GrowingText() { std::free(text_); }
     GrowingText(const GrowingText &) = delete;
     GrowingText &operator=(const GrowingText &) = delete;
 
     // Returns -1 on failure, and if the text becomes too long for a value. This limits the cost of
     // a long list.
-    int Append(const char *szPiece) {
-        if (TLIBCStrCat(&szText_, &cbText_, szPiece) < 0) {
+    int Append(const char *piece) {
+        if (TLIBCStrCat(&text_, &size_, piece) < 0) {
             return -1;
         }
-        nLength_ += std::strlen(szPiece);
-        return nLength_ < kValueSize ? 0 : TAVO_SET_ERROR(TLIBC_ERR_BUFFER_TOO_SMALL);
+        length_ += std::strlen(piece);
+        return length_ < kValueSize ? 0 : TAVO_SET_ERROR(TLIBC_ERR_BUFFER_TOO_SMALL);
     }
 
-    const char *Get() const { return szText_; }
+    const char *Get() const { return text_; }
 
   private:
-    char *szText_ = nullptr;
-    int cbText_ = 0;
-    std::size_t nLength_ = 0;
+    char *text_ = nullptr;
+    int size_ = 0;
+    std::size_t length_ = 0;
 };
 
-int PrintPorts(const TAVO_SERVICE_CONF_PORT *pPorts, GrowingText &text) {
-    const char *szSeparator = "";
-    for (; pPorts != nullptr; pPorts = pPorts->pNext) {
-        char szPiece[kPieceSize];
-        const int nStart = static_cast<int>(pPorts->nPortStart);
-        if (pPorts->nPortType != TAVO_PORT_TYPE_SINGLE) {
-            PrintText(szPiece, "%s%d:%d", szSeparator, nStart, static_cast<int>(pPorts->nPortEnd));
+int PrintPorts(const TAVO_SERVICE_CONF_PORT *port, GrowingText &text) {
+    const char *separator = "";
+    for (; port != nullptr; port = port->pNext) {
+        char piece[kPieceSize];
+        const int start = static_cast<int>(port->nPortStart);
+        if (port->nPortType != TAVO_PORT_TYPE_SINGLE) {
+            PrintText(piece, "%s%d:%d", separator, start, static_cast<int>(port->nPortEnd));
         } else {
-            PrintText(szPiece, "%s%d", szSeparator, nStart);
+            PrintText(piece, "%s%d", separator, start);
         }
-        if (text.Append(szPiece) < 0) {
+        if (text.Append(piece) < 0) {
             return -1;
         }
-        szSeparator = ",";
+        separator = ",";
     }
     return 0;
 }
 
-int PrintProtocols(uint32_t nProtocol, GrowingText &text) {
-    const char *szSeparator = "/";
+int PrintProtocols(uint32_t protocols, GrowingText &text) {
+    const char *separator = "/";
     for (int i = 0; i < TLIBServiceProtoMapSizeGet(); ++i) {
-        int nBit = 0;
-        if (TLIBServiceProtoIndexGet(i, &nBit) < 0) {
+        int bit = 0;
+        if (TLIBServiceProtoIndexGet(i, &bit) < 0) {
             return -1;
         }
-        if ((nProtocol & static_cast<uint32_t>(nBit)) == 0) {
+        if ((protocols & static_cast<uint32_t>(bit)) == 0) {
             continue;
         }
-        char szName[kProtocolNameSize];
-        if (TLIBServiceProtoStrGet(i, szName, sizeof(szName)) < 0 || text.Append(szSeparator) < 0 ||
-            text.Append(szName) < 0) {
+        char name[kProtocolNameSize];
+        if (TLIBServiceProtoStrGet(i, name, sizeof(name)) < 0 || text.Append(separator) < 0 ||
+            text.Append(name) < 0) {
             return -1;
         }
-        szSeparator = ",";
+        separator = ",";
     }
     return 0;
 }
 
-int WriteValue(const char *szPath, const char *szDirectory, const char *szSection,
-               const char *szKey, const char *szValue, StepFailure &failure) {
-    const StoreLock lock(StoreOfDirectory(szDirectory));
+int WriteValue(const char *path, const char *directory, const char *section, const char *key,
+               const char *value, StepFailure &failure) {
+    const StoreLock lock(StoreOfDirectory(directory));
     if (!lock.IsHeld()) {
-        return lock.Fail(TAVO_HERE, "to change ", szPath, failure);
+        return lock.Fail(TAVO_HERE, "to change ", path, failure);
     }
-    return StorePorts(szPath, szSection, szKey, szValue, failure);
+    return StorePorts(path, section, key, value, failure);
 }
 
 // Checks the file against its own directory. The error TAVO_ERR_ALREADY_INSTALLED then means that
 // the file exists.
-int CheckFile(const char *szPath, const char *szDirectory, StepFailure &failure) {
-    if (TAVOServiceConfFileVerify(szPath, szDirectory) < 0 &&
+int CheckFile(const char *path, const char *directory, StepFailure &failure) {
+    if (TAVOServiceConfFileVerify(path, directory) < 0 &&
         TLIBCErrGet() != TAVO_ERR_ALREADY_INSTALLED) {
-        failure.Set(TLIBCErrGet() == TLIBC_ERR_NO_FILE ? Step::kMissingFile : Step::kLook, szPath);
+        failure.Set(TLIBCErrGet() == TLIBC_ERR_NO_FILE ? Step::kMissingFile : Step::kLook, path);
         return TAVO_LOG_STATE("Service conf does not exist, tavoerr=");
     }
     return 0;

@@ -20,40 +20,38 @@ namespace {
 // ---- The section ----
 
 // True if a file with these section names declares no service.
-bool DeclaresNothing(const TLIBCSzList *pNames) {
-    const int nNames = TLIBCSzListCount(pNames);
-    return nNames == 0 ||
-           (nNames == 1 && std::strcmp(TLIBCSzListGet(pNames, 0), kGlobalSection) == 0);
+bool DeclaresNothing(const TLIBCSzList *names) {
+    const int count = TLIBCSzListCount(names);
+    return count == 0 || (count == 1 && std::strcmp(TLIBCSzListGet(names, 0), kGlobalSection) == 0);
 }
 
 // A failure to delete the empty file is only logged: the section is removed, so nothing is rolled
 // back.
-int DeleteEmptyFile(const char *szPath, TLIBCSzList *pNames, StepFailure &failure) {
-    if (TLIBCFileEnumSection(szPath, &pNames) < 0) {
-        failure.Set(Step::kReadSection, szPath);
+int DeleteEmptyFile(const char *path, TLIBCSzList *names, StepFailure &failure) {
+    if (TLIBCFileEnumSection(path, &names) < 0) {
+        failure.Set(Step::kReadSection, path);
         return TAVO_LOG_STATE("Failed to TLIBCFileEnumSection");
     }
-    if (DeclaresNothing(pNames) && unlink(szPath) < 0) {
-        failure.Set(Step::kRemove, szPath, errno);
-        TAVO_LOG_STATE("remove file %s fail!", szPath);
+    if (DeclaresNothing(names) && unlink(path) < 0) {
+        failure.Set(Step::kRemove, path, errno);
+        TAVO_LOG_STATE("remove file %s fail!", path);
     }
     return 0;
 }
 
-int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys,
-                   StepFailure &failure) {
-    const int nKeys = TLIBCFileGetSection(szPath, szSection, &pKeys);
-    if (nKeys < 0) {
-        failure.Set(Step::kReadSection, szPath);
-        return TAVO_LOG("Failed to get section(%s) from file(%s)", szSection, szPath);
+int TakeOutSection(const char *path, const char *section, TLIBCSzHash *keys, StepFailure &failure) {
+    const int key_count = TLIBCFileGetSection(path, section, &keys);
+    if (key_count < 0) {
+        failure.Set(Step::kReadSection, path);
+        return TAVO_LOG("Failed to get section(%s) from file(%s)", section, path);
     }
-    if (nKeys == 0) {
-        TAVO_LOG_STATE("Section (%s) not found!", szSection);
+    if (key_count == 0) {
+        TAVO_LOG_STATE("Section (%s) not found!", section);
         return 0;
     }
-    if (failure.During(Step::kWrite, szPath,
-                       [&] { return TLIBCFileRemoveSection(szPath, szSection); }) < 0) {
-        return TAVO_LOG_STATE("Remove section (%s) fail!", szSection);
+    if (failure.During(Step::kWrite, path, [&] { return TLIBCFileRemoveSection(path, section); }) <
+        0) {
+        return TAVO_LOG_STATE("Remove section (%s) fail!", section);
     }
     return 0;
 }
@@ -61,9 +59,9 @@ int TakeOutSection(const char *szPath, const char *szSection, TLIBCSzHash *pKeys
 // ---- The transaction ----
 
 void Restore(const SetParam &param, ChangeOutcome &outcome) {
-    const int nResult = RestoreStores(&param, outcome.undo_failure);
-    outcome.undo = nResult < 0 ? Undo::kFailed : Undo::kDone;
-    if (nResult < 0) {
+    const int result = RestoreStores(&param, outcome.undo_failure);
+    outcome.undo = result < 0 ? Undo::kFailed : Undo::kDone;
+    if (result < 0) {
         TAVO_LOG_STATE("Restore configure fail!");
     }
 }
@@ -134,11 +132,11 @@ int RemoveFromFile(const char *path, const char *section, StepFailure &failure) 
         failure.Set(Step::kReadSection, "", ENOMEM);
         return TAVO_LOG_STATE("Failed to TLIBCSzListAlloc");
     }
-    const int nFound = LookForFile(path, TAVO_HERE, failure);
-    if (nFound < 0) {
+    const int found = LookForFile(path, TAVO_HERE, failure);
+    if (found < 0) {
         return -1;
     }
-    if (nFound == 0) {
+    if (found == 0) {
         TAVO_LOG_STATE("Configure file (%s) does not exist!", path);
         return 0;
     }

@@ -22,53 +22,53 @@ namespace {
 // Buffer size for a value with its quotes.
 constexpr std::size_t kValueSize = 4096;
 
-bool IsWritable(const TAVO_SERVICE_CONF_SECTION *pSection) {
-    return pSection != nullptr && !FieldText(pSection->szName).empty() &&
-           pSection->pDstPorts != nullptr && !FieldText(pSection->strDesc.szText).empty() &&
-           !FieldText(pSection->strTitle.szText).empty();
+bool IsWritable(const TAVO_SERVICE_CONF_SECTION *section) {
+    return section != nullptr && !FieldText(section->szName).empty() &&
+           section->pDstPorts != nullptr && !FieldText(section->strDesc.szText).empty() &&
+           !FieldText(section->strTitle.szText).empty();
 }
 
 // ---- Keys ----
 
 // A quote within the text is written unchanged: values have no escape sequences.
-int SetKey(TLIBCSzHash *pKeys, const char *szKey, const char *szText) {
-    char szValue[kValueSize];
-    PrintText(szValue, "\"%s\"", szText);
-    if (TLIBCSzHashSetValue(pKeys, szKey, szValue) < 0) {
-        return TAVO_LOG("Failed ot set %s into Hash", szKey);
+int SetKey(TLIBCSzHash *keys, const char *key, const char *text) {
+    char value[kValueSize];
+    PrintText(value, "\"%s\"", text);
+    if (TLIBCSzHashSetValue(keys, key, value) < 0) {
+        return TAVO_LOG("Failed ot set %s into Hash", key);
     }
     return 0;
 }
 
 // Quotes the values that were read, if they need quotes, so that keys that are not set here keep
 // their values when they are read again.
-int QuoteReadKeys(TLIBCSzHash *pKeys) {
-    const char *szKey = nullptr;
-    const char *szValue = nullptr;
-    for (int i = 0; TLIBCSzHashEnum(pKeys, i, &szKey, &szValue) == 0; ++i) {
-        if (!NeedsQuotes(szValue)) {
+int QuoteReadKeys(TLIBCSzHash *keys) {
+    const char *key = nullptr;
+    const char *value = nullptr;
+    for (int i = 0; TLIBCSzHashEnum(keys, i, &key, &value) == 0; ++i) {
+        if (!NeedsQuotes(value)) {
             continue;
         }
-        const std::unique_ptr<char, FreeWith<TLIBCStrPut>> value(TLIBCStrGet("\"%s\"", szValue));
-        if (value == nullptr || TLIBCSzHashSetValue(pKeys, szKey, value.get()) < 0) {
-            return TAVO_LOG("Failed ot set %s into Hash", szKey);
+        const std::unique_ptr<char, FreeWith<TLIBCStrPut>> quoted(TLIBCStrGet("\"%s\"", value));
+        if (quoted == nullptr || TLIBCSzHashSetValue(keys, key, quoted.get()) < 0) {
+            return TAVO_LOG("Failed ot set %s into Hash", key);
         }
     }
     return 0;
 }
 
 // A reference needs a section and a key. Without them the reference in the file is unchanged.
-int SetReference(TLIBCSzHash *pKeys, const char *szKey, const TAVO_SERVICE_CONF_STRING &string) {
+int SetReference(TLIBCSzHash *keys, const char *name, const TAVO_SERVICE_CONF_STRING &string) {
     const FieldString source(string.szSource);
     const FieldString section(string.szSection);
     const FieldString key(string.szKey);
     if (section.IsEmpty() || key.IsEmpty()) {
         return 0;
     }
-    char szReference[kValueSize];
-    PrintText(szReference, "%s%s%s:%s", source.Get(), source.IsEmpty() ? "" : ":", section.Get(),
+    char reference[kValueSize];
+    PrintText(reference, "%s%s%s:%s", source.Get(), source.IsEmpty() ? "" : ":", section.Get(),
               key.Get());
-    return SetKey(pKeys, szKey, szReference);
+    return SetKey(keys, name, reference);
 }
 
 // ---- The file ----
@@ -152,8 +152,8 @@ int SectionKeys::Set(const TAVO_SERVICE_CONF_SECTION &section, const PortText &d
         SetReference(keys, kKeyDescKey, section.strDesc) == 0 &&
         SetKey(keys, kKeyTitle, FieldString(section.strTitle.szText).Get()) == 0 &&
         SetReference(keys, kKeyTitleKey, section.strTitle) == 0 &&
-        SetKey(keys, kKeyDstPorts, dst_ports.szValue) == 0 &&
-        (section.pSrcPorts == nullptr || SetKey(keys, kKeySrcPorts, src_ports.szValue) == 0);
+        SetKey(keys, kKeyDstPorts, dst_ports.value) == 0 &&
+        (section.pSrcPorts == nullptr || SetKey(keys, kKeySrcPorts, src_ports.value) == 0);
     return done ? 0 : failure.Set(Step::kSetKeys);
 }
 

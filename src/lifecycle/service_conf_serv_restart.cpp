@@ -98,32 +98,32 @@ OwnedText EmptyText() {
     return text;
 }
 
-// Reads up to nSize bytes. Returns false on failure.
-bool ReadInto(char *szText, std::size_t nSize, int nDescriptor, const char *szPath) {
-    for (std::size_t nDone = 0;;) {
-        const ssize_t nRead =
-            Uninterrupted([&] { return read(nDescriptor, szText + nDone, nSize - nDone); });
-        if (nRead < 0) {
-            TAVO_LOG("FAILED to read content from %s nRead=%zd err=%s", szPath, nRead,
+// Reads up to `size` bytes. Returns false on failure.
+bool ReadInto(char *text, std::size_t size, int descriptor, const char *path) {
+    for (std::size_t done = 0;;) {
+        const ssize_t count =
+            Uninterrupted([&] { return read(descriptor, text + done, size - done); });
+        if (count < 0) {
+            TAVO_LOG("FAILED to read content from %s nRead=%zd err=%s", path, count,
                      std::strerror(errno));
         }
-        if (nRead <= 0) {
-            return nRead == 0;
+        if (count <= 0) {
+            return count == 0;
         }
-        nDone += static_cast<std::size_t>(nRead);
+        done += static_cast<std::size_t>(count);
     }
 }
 
 // Reads a file up to the size that it has at the start; null if it cannot be read. O_NONBLOCK makes
 // a pipe fail instead of blocking.
-OwnedText ReadFile(const char *szPath) {
-    const Descriptor file(open(szPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+OwnedText ReadFile(const char *path) {
+    const Descriptor file(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen()) {
-        TAVO_LOG("FAILED to open %s", szPath);
+        TAVO_LOG("FAILED to open %s", path);
         return nullptr;
     }
-    const off_t nEnd = lseek(file.Get(), 0, SEEK_END);
-    if (nEnd < 0) {
+    const off_t end = lseek(file.Get(), 0, SEEK_END);
+    if (end < 0) {
         TAVO_LOG("FAILED to lseek to SEEK_END err=%s", std::strerror(errno));
         return nullptr;
     }
@@ -131,27 +131,26 @@ OwnedText ReadFile(const char *szPath) {
         TAVO_LOG("FAILED to lseek to begining");
         return nullptr;
     }
-    const auto nSize = static_cast<std::size_t>(nEnd);
-    OwnedText text(static_cast<char *>(std::calloc(nSize + 1, 1)));
+    const auto size = static_cast<std::size_t>(end);
+    OwnedText text(static_cast<char *>(std::calloc(size + 1, 1)));
     if (text == nullptr) {
-        TAVO_LOG("FAILED to malloc %d, err=%s", static_cast<int>(nSize + 1), std::strerror(errno));
+        TAVO_LOG("FAILED to malloc %d, err=%s", static_cast<int>(size + 1), std::strerror(errno));
         return nullptr;
     }
-    return ReadInto(text.get(), nSize, file.Get(), szPath) ? std::move(text) : nullptr;
+    return ReadInto(text.get(), size, file.Get(), path) ? std::move(text) : nullptr;
 }
 
 // The content of a missing file is the empty text.
-int SetContent(TLIBPluginHandle *pHandle, const char *szKey, const char *szPath,
-               StepFailure &failure) {
-    if (szPath == nullptr) {
+int SetContent(TLIBPluginHandle *handle, const char *key, const char *path, StepFailure &failure) {
+    if (path == nullptr) {
         return failure.Set(Step::kPreparePlugins);
     }
-    const bool absent = PresenceOf(szPath) == Presence::kAbsent;
-    const OwnedText text = absent ? EmptyText() : ReadFile(szPath);
+    const bool absent = PresenceOf(path) == Presence::kAbsent;
+    const OwnedText text = absent ? EmptyText() : ReadFile(path);
     if (text == nullptr) {
-        return failure.Set(Step::kPreparePlugins, szPath, errno);
+        return failure.Set(Step::kPreparePlugins, path, errno);
     }
-    if (TLIBPluginSetArg(pHandle, szKey, text.get()) < 0) {
+    if (TLIBPluginSetArg(handle, key, text.get()) < 0) {
         failure.Set(Step::kPreparePlugins);
         // The log line is the same for all keys.
         return TAVO_LOG("FAILED to set OLD_TMP_PORT_CONFIG");
@@ -159,48 +158,48 @@ int SetContent(TLIBPluginHandle *pHandle, const char *szKey, const char *szPath,
     return 0;
 }
 
-int SetOldAndNewContent(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY &notify,
+int SetOldAndNewContent(TLIBPluginHandle *handle, const TAVO_SERVICE_CONF_NOTIFY &notify,
                         StepFailure &failure) {
-    const FieldString oldPath(notify.szOldConfPath);
-    const FieldString newPath(notify.szNewConfPath);
-    if (oldPath.IsEmpty() || newPath.IsEmpty()) {
+    const FieldString old_path(notify.szOldConfPath);
+    const FieldString new_path(notify.szNewConfPath);
+    if (old_path.IsEmpty() || new_path.IsEmpty()) {
         failure.Set(Step::kPreparePlugins);
         return TAVO_FAIL(TLIBC_ERR_BAD_PARAMETER,
                          "FAILED to notify portforward, %s sc file is empty",
-                         oldPath.IsEmpty() ? "old" : "new");
+                         old_path.IsEmpty() ? "old" : "new");
     }
-    if (SetContent(pHandle, kOldContent, oldPath.Get(), failure) < 0) {
-        return TAVO_LOG("FAILED to set content for %swith file=%s", kOldContent, oldPath.Get());
+    if (SetContent(handle, kOldContent, old_path.Get(), failure) < 0) {
+        return TAVO_LOG("FAILED to set content for %swith file=%s", kOldContent, old_path.Get());
     }
-    if (SetContent(pHandle, kNewContent, newPath.Get(), failure) < 0) {
-        return TAVO_LOG("FAILED to set content for %swith file=%s", kNewContent, newPath.Get());
+    if (SetContent(handle, kNewContent, new_path.Get(), failure) < 0) {
+        return TAVO_LOG("FAILED to set content for %swith file=%s", kNewContent, new_path.Get());
     }
     return 0;
 }
 
-int SetFlag(TLIBPluginHandle *pHandle, const char *szKey, const char *szShort,
+int SetFlag(TLIBPluginHandle *handle, const char *key, const char *short_name,
             StepFailure &failure) {
-    if (TLIBPluginSetArg(pHandle, szKey, "1") < 0) {
+    if (TLIBPluginSetArg(handle, key, "1") < 0) {
         failure.Set(Step::kPreparePlugins);
-        TAVO_LOG("FAILED to set %s", szKey);
-        return TAVO_LOG("FAILED to set update %s arg", szShort);
+        TAVO_LOG("FAILED to set %s", key);
+        return TAVO_LOG("FAILED to set update %s arg", short_name);
     }
     return 0;
 }
 
 // Returns -1 if both flags are requested and neither can be set. Otherwise the plugins are run.
-int SetUpdateArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY &notify,
+int SetUpdateArguments(TLIBPluginHandle *handle, const TAVO_SERVICE_CONF_NOTIFY &notify,
                        StepFailure &failure) {
     bool complete = true;
     if (notify.blNotifyPf != 0) {
-        if (SetOldAndNewContent(pHandle, notify, failure) < 0) {
-            TLIBPluginSetArg(pHandle, kOldContent, "");
-            TLIBPluginSetArg(pHandle, kNewContent, "");
+        if (SetOldAndNewContent(handle, notify, failure) < 0) {
+            TLIBPluginSetArg(handle, kOldContent, "");
+            TLIBPluginSetArg(handle, kNewContent, "");
             TAVO_LOG("FAILED to set common arg for update");
         }
-        complete = SetFlag(pHandle, kNotifyForwarding, "pf", failure) == 0;
+        complete = SetFlag(handle, kNotifyForwarding, "pf", failure) == 0;
     }
-    if (notify.blNotifyFw != 0 && SetFlag(pHandle, kNotifyFirewall, "fw", failure) < 0 &&
+    if (notify.blNotifyFw != 0 && SetFlag(handle, kNotifyFirewall, "fw", failure) < 0 &&
         !complete) {
         return -1;
     }
@@ -209,17 +208,17 @@ int SetUpdateArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_NOTIFY
 
 // blNotifyPf controls both arguments: removed ports concern the firewall whenever they concern port
 // forwarding.
-int SetRemoveArguments(TLIBPluginHandle *pHandle, const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify,
+int SetRemoveArguments(TLIBPluginHandle *handle, const TAVO_SERVICE_CONF_REMOVE_NOTIFY &notify,
                        StepFailure &failure) {
-    if (SetContent(pHandle, kContent, notify.pszConfPath, failure) < 0) {
+    if (SetContent(handle, kContent, notify.pszConfPath, failure) < 0) {
         TAVO_LOG("FAILED to set arg for PORT_CONFIG_CONTENT for removed service config notify");
-        TLIBPluginSetArg(pHandle, kContent, "");
+        TLIBPluginSetArg(handle, kContent, "");
     }
     if (notify.blNotifyPf == 0) {
         return 0;
     }
-    const bool complete = SetFlag(pHandle, kNotifyForwarding, "pf", failure) == 0;
-    return SetFlag(pHandle, kNotifyFirewall, "fw", failure) < 0 && !complete ? -1 : 0;
+    const bool complete = SetFlag(handle, kNotifyForwarding, "pf", failure) == 0;
+    return SetFlag(handle, kNotifyFirewall, "fw", failure) < 0 && !complete ? -1 : 0;
 }
 
 // Records the plugins that ran and the first one that failed.
@@ -227,23 +226,22 @@ struct Invocation {
     StepFailure &failure;
     Notifications &notified;
 
-    static void Record(const char *szPath, int nStatus, void *pContext) {
-        auto &run = *static_cast<Invocation *>(pContext);
-        run.failure.SetProgram(Step::kRunPlugins, "", nStatus, szPath);
+    static void Record(const char *path, int status, void *context) {
+        auto &run = *static_cast<Invocation *>(context);
+        run.failure.SetProgram(Step::kRunPlugins, "", status, path);
         PluginResult result = {};
-        CopyText(result.path, szPath);
-        result.status = nStatus;
+        CopyText(result.path, path);
+        result.status = status;
         run.notified.plugins_incomplete |= !run.notified.plugins->Append(result);
     }
 };
 
-int InvokePlugins(TLIBPluginHandle *pHandle, Notifications &notified, StepFailure &failure) {
+int InvokePlugins(TLIBPluginHandle *handle, Notifications &notified, StepFailure &failure) {
     Invocation run = {failure, notified};
-    const int nResult =
-        notified.plugins != nullptr && TLIBPluginActionReport != nullptr
-            ? TLIBPluginActionReport(kPluginMode, pHandle, &Invocation::Record, &run)
-            : TLIBPluginAction(kPluginMode, pHandle);
-    if (nResult < 0) {
+    const int result = notified.plugins != nullptr && TLIBPluginActionReport != nullptr
+                           ? TLIBPluginActionReport(kPluginMode, handle, &Invocation::Record, &run)
+                           : TLIBPluginAction(kPluginMode, handle);
+    if (result < 0) {
         failure.Set(Step::kRunPlugins);
         return TAVO_LOG("FAILED to invoke plugins");
     }
@@ -253,13 +251,13 @@ int InvokePlugins(TLIBPluginHandle *pHandle, Notifications &notified, StepFailur
 // Runs the plugins for an action, with the arguments that set() sets according to the record, and
 // then reloads the relay daemon. If the plugins fail, the relay daemon is not reloaded.
 template <typename Record>
-void Notify(const char *szAction, const Record &record,
+void Notify(const char *action, const Record &record,
             int (*set)(TLIBPluginHandle *, const Record &, StepFailure &),
             Notifications &notified) {
     StepFailure failure;
-    char szName[32];
-    PrintText(szName, "%s/%s", kPluginGroup, szAction);
-    const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, szName));
+    char name[32];
+    PrintText(name, "%s/%s", kPluginGroup, action);
+    const Plugins plugins(TLIBPluginSDKInit(kPluginGroup, name));
     if (plugins == nullptr) {
         failure.Set(Step::kPreparePlugins);
         TAVO_LOG("FAILED to init plugin sdk");
@@ -274,7 +272,7 @@ void Notify(const char *szAction, const Record &record,
     if (!invoked) {
         notified[Listener::kRelayDaemon].failure = failure;
     } else if (ReloadRelayDaemon(notified) < 0) {
-        TAVO_LOG("FAILED to notify tavorelayd for %s conf", szAction);
+        TAVO_LOG("FAILED to notify tavorelayd for %s conf", action);
     }
 }
 

@@ -15,32 +15,31 @@ namespace tavo {
 namespace {
 
 // A file that is not installed yet has no old content.
-int CopyForPlugins(const char *szBaseName, const char *szInstalled, TemporaryCopy &old,
+int CopyForPlugins(const char *name, const char *installed, TemporaryCopy &old,
                    StepFailure &failure) {
-    const int nFound = LookForFile(szInstalled, TAVO_HERE, failure);
-    if (nFound < 1) {
-        return nFound;
+    const int found = LookForFile(installed, TAVO_HERE, failure);
+    if (found < 1) {
+        return found;
     }
-    char szCopy[kPathSize];
-    PrintText(szCopy, "%s/%s%s%s", kTemporaryFolder, kUpdatedHead, szBaseName, kUpdatedTail);
-    if (old.Make(szInstalled, szCopy, TAVO_HERE, failure) != 0) {
-        return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", szInstalled, szCopy);
+    char copy[kPathSize];
+    PrintText(copy, "%s/%s%s%s", kTemporaryFolder, kUpdatedHead, name, kUpdatedTail);
+    if (old.Make(installed, copy, TAVO_HERE, failure) != 0) {
+        return TAVO_LOG("FAILED to copy from file=%s to backup path=%s", installed, copy);
     }
     return 0;
 }
 
 // Installs the new file. Returns true if its ports are in conflict with others. If the installation
 // fails, this is logged and the update continues.
-bool Install(const char *szBaseName, const char *szSrcPath, int nLocation,
-             TAVO_SERVICE_CONF_PORT **ppConflictPorts, StepFailure &failure) {
-    const int nResult = InstallFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, failure);
-    if (nResult == 1) {
-        TAVO_LOG("%s conf file port conflict with existed conf file setting=%s", szSrcPath,
-                 szBaseName);
-    } else if (nResult != 0) {
-        TAVO_LOG("check %s conf file port conflict failed=%d", szSrcPath, nResult);
+bool Install(const char *name, const char *source, int location, TAVO_SERVICE_CONF_PORT **conflicts,
+             StepFailure &failure) {
+    const int result = InstallFile(name, source, location, conflicts, failure);
+    if (result == 1) {
+        TAVO_LOG("%s conf file port conflict with existed conf file setting=%s", source, name);
+    } else if (result != 0) {
+        TAVO_LOG("check %s conf file port conflict failed=%d", source, result);
     }
-    return nResult == 1;
+    return result == 1;
 }
 
 }  // namespace
@@ -80,12 +79,12 @@ int TAVOServiceConfUpdateBaseNameWithoutNotify(const char *szBaseName, const cha
     }
     tavo::TemporaryCopy old;
     tavo::StepFailure failure;
-    const int nResult =
+    const int result =
         tavo::UpdateFile(szBaseName, szSrcPath, nLocation, ppConflictPorts, *pNotify, old, failure);
-    if (nResult >= 0) {
+    if (result >= 0) {
         old.Keep();
     }
-    return nResult;
+    return result;
 }
 
 int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *szSrcPath, int nLocation,
@@ -93,15 +92,15 @@ int TAVOServiceConfUpdateBaseName(const char *szBaseName, const char *szSrcPath,
     TAVO_SERVICE_CONF_NOTIFY notify = {};
     tavo::TemporaryCopy old;
     tavo::StepFailure failure;
-    const int nResult = szBaseName == nullptr || szSrcPath == nullptr
-                            ? TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER)
-                            : tavo::UpdateFile(szBaseName, szSrcPath, nLocation, ppConflictPorts,
-                                               notify, old, failure);
-    if (nResult < 0) {
+    const int result = szBaseName == nullptr || szSrcPath == nullptr
+                           ? TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER)
+                           : tavo::UpdateFile(szBaseName, szSrcPath, nLocation, ppConflictPorts,
+                                              notify, old, failure);
+    if (result < 0) {
         return TAVO_LOG("FAILED to install .sc");
     }
     if (TLIBServiceConfUpdateServNotify(&notify) < 0) {
         return TAVO_LOG("FAILED to notify");
     }
-    return nResult;
+    return result;
 }

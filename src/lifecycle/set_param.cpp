@@ -12,8 +12,8 @@ namespace {
 // The bits of nRestartFlags that a removal checks.
 constexpr uint32_t kRemovalFlags = 15;
 
-bool IsFrom1To(uint32_t nHighest, uint32_t nValue) {
-    return nValue >= 1 && nValue <= nHighest;
+bool IsFrom1To(uint32_t highest, uint32_t value) {
+    return value >= 1 && value <= highest;
 }
 
 template <std::size_t Size>
@@ -24,36 +24,36 @@ bool IsFileName(const char (&field)[Size]) {
 
 }  // namespace
 
-bool AllowsSet(const SetParam *pParam) {
-    return pParam != nullptr && IsFrom1To(TAVO_RESTART_MODE_RESTART, pParam->nRestartMode) &&
-           IsFrom1To(TAVO_RESTART_ALL, pParam->nRestartFlags) &&
-           IsFrom1To(TAVO_WRITE_MODE_REMOVE, pParam->nWriteMode) &&
-           IsFrom1To(TAVO_PORT_CHECK_ALL, pParam->nCheckFlags) &&
-           IsFrom1To(kEveryServiceFolder, pParam->nLocation) && IsFileName(pParam->szFileName) &&
-           !FieldText(pParam->szSectionName).empty();
+bool AllowsSet(const SetParam *param) {
+    return param != nullptr && IsFrom1To(TAVO_RESTART_MODE_RESTART, param->nRestartMode) &&
+           IsFrom1To(TAVO_RESTART_ALL, param->nRestartFlags) &&
+           IsFrom1To(TAVO_WRITE_MODE_REMOVE, param->nWriteMode) &&
+           IsFrom1To(TAVO_PORT_CHECK_ALL, param->nCheckFlags) &&
+           IsFrom1To(kEveryServiceFolder, param->nLocation) && IsFileName(param->szFileName) &&
+           !FieldText(param->szSectionName).empty();
 }
 
-bool AllowsRemove(const SetParam *pParam) {
-    if (pParam == nullptr || !IsFrom1To(TAVO_RESTART_MODE_RESTART, pParam->nRestartMode)) {
+bool AllowsRemove(const SetParam *param) {
+    if (param == nullptr || !IsFrom1To(TAVO_RESTART_MODE_RESTART, param->nRestartMode)) {
         return false;
     }
-    if (pParam->nRestartMode == TAVO_RESTART_MODE_RESTART &&
-        (pParam->nRestartFlags & kRemovalFlags) == 0) {
+    if (param->nRestartMode == TAVO_RESTART_MODE_RESTART &&
+        (param->nRestartFlags & kRemovalFlags) == 0) {
         return false;
     }
-    const uint32_t nDirectory = pParam->nLocation & kEveryServiceFolder;
-    return pParam->nWriteMode == TAVO_WRITE_MODE_REMOVE &&
-           (pParam->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
-           (nDirectory == TAVO_SERVICE_CONF_DIR_SYSTEM ||
-            nDirectory == TAVO_SERVICE_CONF_DIR_PACKAGE) &&
-           IsFileName(pParam->szFileName);
+    const uint32_t directory = param->nLocation & kEveryServiceFolder;
+    return param->nWriteMode == TAVO_WRITE_MODE_REMOVE &&
+           (param->nCheckFlags & TAVO_PORT_CHECK_FW_SERVICE) != 0 &&
+           (directory == TAVO_SERVICE_CONF_DIR_SYSTEM ||
+            directory == TAVO_SERVICE_CONF_DIR_PACKAGE) &&
+           IsFileName(param->szFileName);
 }
 
-bool LeadsAway(const char *szName) {
-    if (szName == nullptr) {
+bool LeadsAway(const char *name) {
+    if (name == nullptr) {
         return true;
     }
-    std::string_view rest = szName;
+    std::string_view rest = name;
     for (;;) {
         const std::size_t end = rest.find('/');
         if (rest.substr(0, end) == "..") {
@@ -66,9 +66,9 @@ bool LeadsAway(const char *szName) {
     }
 }
 
-const char *DirectoryByBits(uint32_t nLocation) {
-    return (nLocation & TAVO_SERVICE_CONF_DIR_SYSTEM) != 0 ? kSystemServiceDirectory
-                                                           : kPackageServiceDirectory;
+const char *DirectoryByBits(uint32_t location) {
+    return (location & TAVO_SERVICE_CONF_DIR_SYSTEM) != 0 ? kSystemServiceDirectory
+                                                          : kPackageServiceDirectory;
 }
 
 int LookForFile(const char *path, const Place &place, StepFailure &failure) {

@@ -15,16 +15,16 @@ namespace tavo {
 using SetParam = TAVO_SERVICE_CONF_SET_PARAM;
 
 // True if the record is valid for writing a section or its ports.
-bool AllowsSet(const SetParam *pParam);
+bool AllowsSet(const SetParam *param);
 
 // True if the record is valid for removing a file or a section. This check is stricter.
-bool AllowsRemove(const SetParam *pParam);
+bool AllowsRemove(const SetParam *param);
 
 // True if the name is null or has a component "..", which would lead out of its folder.
-bool LeadsAway(const char *szName);
+bool LeadsAway(const char *name);
 
 // The directory of a location, which is a set of flags. If both are set, the system's directory.
-const char *DirectoryByBits(uint32_t nLocation);
+const char *DirectoryByBits(uint32_t location);
 
 // Returns 1 if a service file exists and 0 if not. Returns -1 if this is unknown, with the error
 // set and logged for the operation at `place`. If an I/O error were taken for absence, a change
@@ -40,20 +40,20 @@ class Target {
     explicit Target(const SetParam &param)
         : file_(param.szFileName),
           section_(param.szSectionName),
-          szDirectory_(DirectoryByBits(param.nLocation)) {
-        PrintText(szPath_, "%s/%s", szDirectory_, file_.Get());
+          directory_(DirectoryByBits(param.nLocation)) {
+        PrintText(path_, "%s/%s", directory_, file_.Get());
     }
 
     const char *FileName() const { return file_.Get(); }
     const char *Section() const { return section_.Get(); }
-    const char *Directory() const { return szDirectory_; }
-    const char *Path() const { return szPath_; }
+    const char *Directory() const { return directory_; }
+    const char *Path() const { return path_; }
 
   private:
     FieldString<sizeof(SetParam::szFileName)> file_;
     FieldString<sizeof(SetParam::szSectionName)> section_;
-    const char *szDirectory_;
-    char szPath_[kPathSize];
+    const char *directory_;
+    char path_[kPathSize];
 };
 
 }  // namespace tavo

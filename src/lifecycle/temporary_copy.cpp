@@ -81,8 +81,8 @@ Room RemoveUnlockedCopy(const char *path) {
 
 // If two processes could remove the copy, its lock decides which one does.
 TemporaryCopy::~TemporaryCopy() {
-    if (file_.IsOpen() && TryLock(file_.Get()) && IsCurrent(AT_FDCWD, szPath_, file_.Get())) {
-        unlink(szPath_);
+    if (file_.IsOpen() && TryLock(file_.Get()) && IsCurrent(AT_FDCWD, path_, file_.Get())) {
+        unlink(path_);
     }
     Keep();
 }
@@ -99,25 +99,25 @@ void TemporaryCopy::Keep() {
     file_.Reset();
 }
 
-LockAttempt TemporaryCopy::TryTake(const char *szPath, StepFailure &failure) {
-    switch (MakeRoom(szPath)) {
+LockAttempt TemporaryCopy::TryTake(const char *path, StepFailure &failure) {
+    switch (MakeRoom(path)) {
         case Room::kMade:
             break;
         case Room::kInUse:
             return LockAttempt::kBusy;
         case Room::kFullFolder:
-            failure.Set(Step::kOccupied, szPath);
+            failure.Set(Step::kOccupied, path);
             return LockAttempt::kFailed;
         case Room::kNone:
-            failure.Set(Step::kMakeFile, szPath, errno);
+            failure.Set(Step::kMakeFile, path, errno);
             return LockAttempt::kFailed;
     }
-    Descriptor file(Create(szPath));
+    Descriptor file(Create(path));
     if (!file.IsOpen()) {
         if (errno == EEXIST) {
             return LockAttempt::kBusy;
         }
-        failure.Set(Step::kMakeFile, szPath, errno);
+        failure.Set(Step::kMakeFile, path, errno);
         return LockAttempt::kFailed;
     }
     // Until the file is locked, another change may take it for a leftover and remove it.
@@ -125,40 +125,39 @@ LockAttempt TemporaryCopy::TryTake(const char *szPath, StepFailure &failure) {
         if (errno == EWOULDBLOCK) {
             return LockAttempt::kBusy;
         }
-        failure.Set(Step::kLock, szPath, errno);
-        unlink(szPath);
+        failure.Set(Step::kLock, path, errno);
+        unlink(path);
         return LockAttempt::kFailed;
     }
-    if (!IsCurrent(AT_FDCWD, szPath, file.Get())) {
+    if (!IsCurrent(AT_FDCWD, path, file.Get())) {
         return LockAttempt::kBusy;
     }
     file_ = std::move(file);
     return LockAttempt::kLocked;
 }
 
-int TemporaryCopy::Make(const char *szFile, const char *szPath, const Place &place,
+int TemporaryCopy::Make(const char *file, const char *path, const Place &place,
                         StepFailure &failure) {
-    if (!IsRegularFile(szFile) || !LiesInTmp(szPath)) {
-        failure.Set(Step::kCopy, szFile, EINVAL);
+    if (!IsRegularFile(file) || !LiesInTmp(path)) {
+        failure.Set(Step::kCopy, file, EINVAL);
         return kCopyFailed;
     }
-    if (WaitForLock(kChangeWait, [&] { return TryTake(szPath, failure); }) !=
-        LockAttempt::kLocked) {
-        failure.Set(Step::kLock, szPath, EWOULDBLOCK);
+    if (WaitForLock(kChangeWait, [&] { return TryTake(path, failure); }) != LockAttempt::kLocked) {
+        failure.Set(Step::kLock, path, EWOULDBLOCK);
         if (failure.step == Step::kOccupied) {
-            TAVO_LOG_AT(place, "Folder %s has the name of a copy and is not empty", szPath);
+            TAVO_LOG_AT(place, "Folder %s has the name of a copy and is not empty", path);
         }
         return kCopyFailed;
     }
-    CopyText(szPath_, szPath);
-    const int nStatus = TLIBCExec(kCopyProgram, "-f", szFile, szPath_, nullptr);
-    failure.SetProgram(Step::kCopy, kCopyProgram, nStatus, szFile);
-    return nStatus;
+    CopyText(path_, path);
+    const int status = TLIBCExec(kCopyProgram, "-f", file, path_, nullptr);
+    failure.SetProgram(Step::kCopy, kCopyProgram, status, file);
+    return status;
 }
 
-bool IsRegularFile(const char *szFile) {
+bool IsRegularFile(const char *file) {
     struct stat entry;
-    return stat(szFile, &entry) == 0 && S_ISREG(entry.st_mode);
+    return stat(file, &entry) == 0 && S_ISREG(entry.st_mode);
 }
 
 }  // namespace tavo

@@ -55,14 +55,14 @@ class TemporaryCopy {
     TemporaryCopy(const TemporaryCopy &) = delete;
     TemporaryCopy &operator=(const TemporaryCopy &) = delete;
 
-    // Copies szFile to szPath, which must be directly in /tmp, for the operation at `place`.
+    // Copies `file` to `path`, which must be directly in /tmp, for the operation at `place`.
     // Returns the exit status of cp: 0 on success, -1 if it could not be run. If the name cannot be
     // used, cp is not run and the result is that of a failed cp. A non-empty folder with that name
     // is logged.
-    int Make(const char *szFile, const char *szPath, const Place &place, StepFailure &failure);
+    int Make(const char *file, const char *path, const Place &place, StepFailure &failure);
 
     // Empty until a copy is made.
-    const char *Path() const { return szPath_; }
+    const char *Path() const { return path_; }
 
     // Allows the next change with that name to continue. The copy remains until the end of this
     // object, unless the next change takes the name.
@@ -72,15 +72,15 @@ class TemporaryCopy {
     void Keep();
 
   private:
-    LockAttempt TryTake(const char *szPath, StepFailure &failure);
+    LockAttempt TryTake(const char *path, StepFailure &failure);
 
-    char szPath_[kPathSize] = "";
+    char path_[kPathSize] = "";
     Descriptor file_;  // locked
 };
 
 // True if the file is regular, so that cp terminates: it would wait for a writer of a pipe, and
 // read from a device without end.
-bool IsRegularFile(const char *szFile);
+bool IsRegularFile(const char *file);
 
 }  // namespace tavo
 

@@ -29,9 +29,9 @@ namespace tavo {
 namespace {
 
 // The location must be a single directory, not a set of flags. Returns null for any other value.
-const char *InstallDirectory(int nLocation) {
+const char *InstallDirectory(int location) {
     for (const ServiceFolder &folder : kServiceFolders) {
-        if (folder.selector == nLocation) {
+        if (folder.selector == location) {
             return folder.path;
         }
     }
@@ -39,45 +39,45 @@ const char *InstallDirectory(int nLocation) {
 }
 
 // An installed file with the same name is not an error, since it is replaced.
-int CheckSource(const char *szSrcPath, const char *szDirectory, StepFailure &failure) {
-    if (TAVOServiceConfFileVerify(szSrcPath, szDirectory) == 0) {
+int CheckSource(const char *source, const char *directory, StepFailure &failure) {
+    if (TAVOServiceConfFileVerify(source, directory) == 0) {
         return 0;
     }
     if (TLIBCErrGet() == TAVO_ERR_ALREADY_INSTALLED) {
         TLIBCErrSetEx(0, __FILE_NAME__, __LINE__);
         return 0;
     }
-    failure.Set(Step::kVerifySource, szSrcPath);
+    failure.Set(Step::kVerifySource, source);
     return TLIBCErrGet() == TLIBC_ERR_NO_FILE
-               ? TAVO_LOG_STATE("Source configure file does not exist (%s)", szSrcPath)
-               : TAVO_LOG_STATE("install configue file fail! (%s)", szSrcPath);
+               ? TAVO_LOG_STATE("Source configure file does not exist (%s)", source)
+               : TAVO_LOG_STATE("install configue file fail! (%s)", source);
 }
 
 // True if the ports of the file are in conflict with others. A failed check does not prevent the
 // installation.
-bool ReportConflict(const char *szSrcPath, TAVO_SERVICE_CONF_PORT **ppConflictPorts) {
-    const int nConflict = TLIBIsConfPortConflict(szSrcPath, ppConflictPorts);
-    if (nConflict == 1) {
-        TAVO_LOG("%s conf file port conflict with existed conf file setting", szSrcPath);
-    } else if (nConflict != 0) {
-        TAVO_LOG("check %s conf file port conflict failed=%d", szSrcPath, nConflict);
+bool ReportConflict(const char *source, TAVO_SERVICE_CONF_PORT **conflicts) {
+    const int result = TLIBIsConfPortConflict(source, conflicts);
+    if (result == 1) {
+        TAVO_LOG("%s conf file port conflict with existed conf file setting", source);
+    } else if (result != 0) {
+        TAVO_LOG("check %s conf file port conflict failed=%d", source, result);
     }
-    return nConflict == 1;
+    return result == 1;
 }
 
-int MakeDirectory(const char *szDirectory, StepFailure &failure) {
-    if (MakeFolder(szDirectory, failure) != 0) {
-        return TAVO_FAIL_STATE(TAVO_ERR_MAKE_DIRECTORY, "mkdir fail for path %s", szDirectory);
+int MakeDirectory(const char *directory, StepFailure &failure) {
+    if (MakeFolder(directory, failure) != 0) {
+        return TAVO_FAIL_STATE(TAVO_ERR_MAKE_DIRECTORY, "mkdir fail for path %s", directory);
     }
     return 0;
 }
 
-// Creates an empty file with a unique name and stores its path in szPath.
-int ReserveName(const char *szBaseName, char *szPath, StepFailure &failure) {
-    const Descriptor file(mkstemp(szPath));
+// Creates an empty file with a unique name and stores its path in `path`.
+int ReserveName(const char *name, char *path, StepFailure &failure) {
+    const Descriptor file(mkstemp(path));
     if (!file.IsOpen()) {
-        failure.Set(Step::kMakeFile, szPath, errno);
-        return TAVO_LOG("Failed to mkstemp() for installing service conf of %s: %s", szBaseName,
+        failure.Set(Step::kMakeFile, path, errno);
+        return TAVO_LOG("Failed to mkstemp() for installing service conf of %s: %s", name,
                         std::strerror(errno));
     }
     return 0;
@@ -85,62 +85,61 @@ int ReserveName(const char *szBaseName, char *szPath, StepFailure &failure) {
 
 // Writes the content to disk before the rename, so that the name does not refer to an incomplete
 // file after a power failure.
-bool Flush(const char *szPath) {
-    const Descriptor file(open(szPath, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+bool Flush(const char *path) {
+    const Descriptor file(open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     return file.IsOpen() && fsync(file.Get()) == 0;
 }
 
-bool CopyWithModeAndTimes(const char *szSrcPath, const char *szPath, StepFailure &failure) {
-    if (!IsRegularFile(szSrcPath)) {
-        failure.Set(Step::kVerifySource, szSrcPath, EINVAL);
+bool CopyWithModeAndTimes(const char *source, const char *copy, StepFailure &failure) {
+    if (!IsRegularFile(source)) {
+        failure.Set(Step::kVerifySource, source, EINVAL);
         return false;
     }
-    const int nStatus = TLIBCExec(kCopyProgram, "-f", "-p", PathArgument(szSrcPath).Get(), szPath);
-    if (nStatus != 0) {
-        failure.SetProgram(Step::kStage, kCopyProgram, nStatus, szPath);
+    const int status = TLIBCExec(kCopyProgram, "-f", "-p", PathArgument(source).Get(), copy);
+    if (status != 0) {
+        failure.SetProgram(Step::kStage, kCopyProgram, status, copy);
         return false;
     }
-    if (!Flush(szPath)) {
-        failure.Set(Step::kStage, szPath, errno);
+    if (!Flush(copy)) {
+        failure.Set(Step::kStage, copy, errno);
         return false;
     }
     return true;
 }
 
-int Rename(const char *szFrom, const char *szTo, StepFailure &failure) {
-    if (rename(szFrom, szTo) < 0) {
-        const int nErrno = errno;
-        failure.Set(Step::kReplace, szFrom, nErrno);
-        return TAVO_FAIL(TLIBC_ERR_RENAME, "Failed to rename %s to %s: %s", szFrom, szTo,
-                         std::strerror(nErrno));
+int Rename(const char *from, const char *to, StepFailure &failure) {
+    if (rename(from, to) < 0) {
+        const int error = errno;
+        failure.Set(Step::kReplace, from, error);
+        return TAVO_FAIL(TLIBC_ERR_RENAME, "Failed to rename %s to %s: %s", from, to,
+                         std::strerror(error));
     }
     return 0;
 }
 
 // A copy that is incomplete or cannot be renamed is left in the folder for diagnosis.
-int PlaceFile(const char *szBaseName, const char *szSrcPath, const char *szDirectory,
-              StepFailure &failure) {
-    char szTarget[kPathSize];
-    PrintText(szTarget, "%s/%s", szDirectory, szBaseName);
-    const StoreLock lock(StoreOfDirectory(szDirectory));
+int PlaceFile(const char *name, const char *source, const char *directory, StepFailure &failure) {
+    char target[kPathSize];
+    PrintText(target, "%s/%s", directory, name);
+    const StoreLock lock(StoreOfDirectory(directory));
     if (!lock.IsHeld()) {
-        return lock.Fail(TAVO_HERE, "to install ", szTarget, failure);
+        return lock.Fail(TAVO_HERE, "to install ", target, failure);
     }
-    char szFolder[kPathSize];
-    PrintText(szFolder, "%s/%s", szDirectory, kInstallFolder);
-    if (MakeDirectory(szDirectory, failure) < 0 || MakeDirectory(szFolder, failure) < 0) {
+    char folder[kPathSize];
+    PrintText(folder, "%s/%s", directory, kInstallFolder);
+    if (MakeDirectory(directory, failure) < 0 || MakeDirectory(folder, failure) < 0) {
         return -1;
     }
-    char szCopy[kPathSize];
-    PrintText(szCopy, "%s/%s%s", szFolder, szBaseName, kInstallTail);
-    if (ReserveName(szBaseName, szCopy, failure) < 0) {
+    char copy[kPathSize];
+    PrintText(copy, "%s/%s%s", folder, name, kInstallTail);
+    if (ReserveName(name, copy, failure) < 0) {
         return -1;
     }
-    if (!CopyWithModeAndTimes(szSrcPath, szCopy, failure)) {
-        return TAVO_FAIL_STATE(TAVO_ERR_COPY, "install configure file fail! from=%s to=%s",
-                               szSrcPath, szTarget);
+    if (!CopyWithModeAndTimes(source, copy, failure)) {
+        return TAVO_FAIL_STATE(TAVO_ERR_COPY, "install configure file fail! from=%s to=%s", source,
+                               target);
     }
-    return Rename(szCopy, szTarget, failure);
+    return Rename(copy, target, failure);
 }
 
 }  // namespace
@@ -168,11 +167,11 @@ int InstallFile(const char *name, const char *source, int location,
 }  // namespace tavo
 
 int GetInstallPath(const char *szBaseName, int nLocation, char *szBuf, int cbBuf) {
-    const char *szDirectory = tavo::InstallDirectory(nLocation);
-    if (tavo::LeadsAway(szBaseName) || szDirectory == nullptr || szBuf == nullptr || cbBuf < 1) {
+    const char *directory = tavo::InstallDirectory(nLocation);
+    if (tavo::LeadsAway(szBaseName) || directory == nullptr || szBuf == nullptr || cbBuf < 1) {
         return TAVO_SET_ERROR(TLIBC_ERR_BAD_PARAMETER);
     }
-    std::snprintf(szBuf, static_cast<std::size_t>(cbBuf), "%s/%s", szDirectory, szBaseName);
+    std::snprintf(szBuf, static_cast<std::size_t>(cbBuf), "%s/%s", directory, szBaseName);
     return 0;
 }
 

@@ -19,9 +19,9 @@ namespace tavo {
 class HeldFile {
   public:
     HeldFile() = default;
-    explicit HeldFile(const char *szPath)
+    explicit HeldFile(const char *path)
         : held_(TLIBCFileHold != nullptr && TLIBCFileRelease != nullptr &&
-                TLIBCFileHold(szPath) == 0) {}
+                TLIBCFileHold(path) == 0) {}
     ~HeldFile() {
         if (held_) {
             TLIBCFileRelease();
@@ -30,14 +30,13 @@ class HeldFile {
     HeldFile(const HeldFile &) = delete;
     HeldFile &operator=(const HeldFile &) = delete;
 
-    // Holds the file `szPath` of the open folder `nFolder` in place of the one before. For files
-    // that are read one after the other this is cheaper than a HeldFile for each, which then has no
-    // effect.
-    void HoldNext(int nFolder, const char *szPath) {
+    // Holds the file `path` of the open `folder` in place of the one before. For files that are
+    // read one after the other this is cheaper than a HeldFile for each, which then has no effect.
+    void HoldNext(int folder, const char *path) {
         if (held_) {
-            held_ = TLIBCFileHoldNext(nFolder, szPath) == 0;
-        } else if (TLIBCFileHoldNext != nullptr && nFolder >= 0) {
-            held_ = TLIBCFileHold(szPath) == 0;
+            held_ = TLIBCFileHoldNext(folder, path) == 0;
+        } else if (TLIBCFileHoldNext != nullptr && folder >= 0) {
+            held_ = TLIBCFileHold(path) == 0;
         }
     }
 

@@ -13,24 +13,24 @@ namespace tavo {
 // The result of scandir, which sets errno on failure.
 class Listing {
   public:
-    explicit Listing(const char *szDirectory)
-        : nEntries_(scandir(szDirectory, &ppEntries_, nullptr, alphasort)) {}
+    explicit Listing(const char *directory)
+        : count_(scandir(directory, &entries_, nullptr, alphasort)) {}
     ~Listing() {
-        for (int i = 0; i < nEntries_; ++i) {
-            std::free(ppEntries_[i]);
+        for (int i = 0; i < count_; ++i) {
+            std::free(entries_[i]);
         }
-        std::free(ppEntries_);
+        std::free(entries_);
     }
     Listing(const Listing &) = delete;
     Listing &operator=(const Listing &) = delete;
 
-    bool Failed() const { return nEntries_ < 0; }
-    dirent **begin() const { return ppEntries_; }
-    dirent **end() const { return ppEntries_ + (nEntries_ > 0 ? nEntries_ : 0); }
+    bool Failed() const { return count_ < 0; }
+    dirent **begin() const { return entries_; }
+    dirent **end() const { return entries_ + (count_ > 0 ? count_ : 0); }
 
   private:
-    dirent **ppEntries_ = nullptr;
-    int nEntries_;
+    dirent **entries_ = nullptr;
+    int count_;
 };
 
 }  // namespace tavo

@@ -37,18 +37,18 @@ Owner NewRecord() {
 }
 
 // Pushes a text to a list, whose handle may change. Returns false on failure.
-inline bool Push(OwnedNames &names, const char *szName) {
-    TLIBCSzList *pNames = names.release();
-    const bool pushed = TLIBCSzListPush(&pNames, szName) >= 0;
-    names.reset(pNames);
+inline bool Push(OwnedNames &names, const char *name) {
+    TLIBCSzList *list = names.release();
+    const bool pushed = TLIBCSzListPush(&list, name) >= 0;
+    names.reset(list);
     return pushed;
 }
 
 // Prepends a record to a caller's list.
 template <typename Owner>
-void Prepend(Owner record, typename Owner::element_type **ppList) {
-    record->pNext = *ppList;
-    *ppList = record.release();
+void Prepend(Owner record, typename Owner::element_type **list) {
+    record->pNext = *list;
+    *list = record.release();
 }
 
 // The same for a list that has an owner.

@@ -31,21 +31,20 @@ std::string_view FieldText(const char (&field)[Size]) {
 template <std::size_t Size>
 class FieldString {
   public:
-    explicit FieldString(const char (&field)[Size]) { CopyText(szText_, FieldText(field)); }
-    const char *Get() const { return szText_; }
-    bool IsEmpty() const { return *szText_ == '\0'; }
+    explicit FieldString(const char (&field)[Size]) { CopyText(text_, FieldText(field)); }
+    const char *Get() const { return text_; }
+    bool IsEmpty() const { return *text_ == '\0'; }
 
   private:
-    char szText_[Size + 1];
+    char text_[Size + 1];
 };
 
 // Prints into a field, truncated to fit.
 template <std::size_t Size>
-__attribute__((format(printf, 2, 3))) void PrintText(char (&field)[Size], const char *szFormat,
-                                                     ...) {
+__attribute__((format(printf, 2, 3))) void PrintText(char (&field)[Size], const char *format, ...) {
     va_list arguments;
-    va_start(arguments, szFormat);
-    if (std::vsnprintf(field, Size, szFormat, arguments) < 0) {
+    va_start(arguments, format);
+    if (std::vsnprintf(field, Size, format, arguments) < 0) {
         field[0] = '\0';
     }
     va_end(arguments);
@@ -63,15 +62,15 @@ class Decimal {
     char text_[sizeof("18446744073709551615")];
 };
 
-// Cuts the piece up to the next `separator` from `szRest`, in place. `szRest` moves to the rest, or
+// Cuts the piece up to the next `separator` from `rest`, in place. `rest` moves behind it, or
 // becomes null after the last piece. Pieces may be empty.
-inline char *CutPiece(char *&szRest, char separator) {
-    char *szPiece = szRest;
-    szRest = std::strchr(szRest, separator);
-    if (szRest != nullptr) {
-        *szRest++ = '\0';
+inline char *CutPiece(char *&rest, char separator) {
+    char *piece = rest;
+    rest = std::strchr(rest, separator);
+    if (rest != nullptr) {
+        *rest++ = '\0';
     }
-    return szPiece;
+    return piece;
 }
 
 }  // namespace tavo

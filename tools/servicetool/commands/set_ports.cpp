@@ -22,7 +22,7 @@ void SetPorts(const Arguments &arguments, Report &report) {
     const char *key = PortsKey(ports->nDirection);
     change.what = "set " + std::string(key) + " of section [" + change.section + ']';
     change.after = TextAfter(change.file.text, [&](const char *path, StepFailure &failure) {
-        return StorePorts(path, change.section.c_str(), key, text.szValue, failure);
+        return StorePorts(path, change.section.c_str(), key, text.value, failure);
     });
     if (source) {
         change.taken_fix = "use servicetool set --src-ports, which does not compare them";
