@@ -13,7 +13,7 @@ void List(const Arguments &arguments, Report &report) {
     ReportOmissions(omissions, report);
     Table table({"NAME", "FILE", "WHERE", "PORTS", "FORWARD", "TITLE"});
     ForEachService(read.report, [&](const auto &file, const auto &service) {
-        table.Row({service.szName, std::string(LastPart(file.path)), file.folder->name,
+        table.Row({service.szName, LastPart(file.path), file.folder->name,
                    PortsText(service.pDstPorts), service.blPortForward != 0 ? "yes" : "no",
                    service.strTitle.szText});
         report.AddResult([&] { return ServiceJson(file, service); });

@@ -128,25 +128,35 @@ int Report::Finish() {
 
 // ---- Tables
 
+// Reserved memory costs nothing until it is used, while growing a long table would copy it, to
+// memory that is new each time.
 Table::Table(const std::vector<std::string> &header) : columns_(header.size()) {
+    constexpr std::size_t kManyBytes = std::size_t{4} << 20;
+    text_.reserve(kManyBytes);
+    cells_.reserve(kManyBytes / sizeof(Cell));
     Row(header);
 }
 
-// Nearly all cells are plain; copying them only once makes long tables faster.
+void Table::Row(std::initializer_list<std::string_view> cells) {
+    std::ranges::for_each(cells, [this](std::string_view cell) { AddCell(cell); });
+}
+
 void Table::Row(const std::vector<std::string> &cells) {
-    for (const std::string &cell : cells) {
-        const std::string_view shown = cell.empty() ? "-" : std::string_view(cell);
-        std::size_t width = shown.size();
-        if (IsPlain(shown)) {
-            text_ += shown;
-        } else {
-            const std::string escaped = Escaped(shown);
-            width = DisplayWidth(escaped);
-            text_ += escaped;
-        }
-        cells_.push_back(
-            {static_cast<std::uint32_t>(text_.size()), static_cast<std::uint32_t>(width)});
+    std::ranges::for_each(cells, [this](std::string_view cell) { AddCell(cell); });
+}
+
+// Nearly all cells are plain; copying them only once makes long tables faster.
+void Table::AddCell(std::string_view cell) {
+    const std::string_view shown = cell.empty() ? "-" : cell;
+    std::size_t width = shown.size();
+    if (IsPlain(shown)) {
+        text_ += shown;
+    } else {
+        const std::string escaped = Escaped(shown);
+        width = DisplayWidth(escaped);
+        text_ += escaped;
     }
+    cells_.push_back({static_cast<std::uint32_t>(text_.size()), static_cast<std::uint32_t>(width)});
 }
 
 std::string_view Table::CellText(std::size_t number) const {

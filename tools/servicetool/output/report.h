@@ -9,6 +9,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -147,6 +148,7 @@ class Table {
     explicit Table(const std::vector<std::string> &header);
 
     // Adds a row, one cell per column. Cells are escaped here; an empty one is printed as "-".
+    void Row(std::initializer_list<std::string_view> cells);
     void Row(const std::vector<std::string> &cells);
 
     bool HasRows() const { return cells_.size() > columns_; }
@@ -161,6 +163,7 @@ class Table {
         std::uint32_t width;
     };
 
+    void AddCell(std::string_view cell);
     std::string_view CellText(std::size_t number) const;
 
     std::size_t columns_;

@@ -292,7 +292,7 @@ const ClaimList &ClaimsInReach::At(const PortRange &ports) {
 // ---- Conflicts ----
 
 bool Collides(const PortClaim &claim, const PortClaims &all) {
-    return !Overlap(all.collide.at(claim.protocol), claim.range).empty();
+    return OverlapsWith(all.collide.at(claim.protocol), claim.range);
 }
 
 std::vector<PortClaim> CollidingClaims(const PortClaims &all) {

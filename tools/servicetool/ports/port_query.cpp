@@ -75,6 +75,11 @@ PortRanges Merged(PortRanges ranges) {
     return set;
 }
 
+bool OverlapsWith(const PortRanges &set, const PortRange &range) {
+    const auto next = std::ranges::lower_bound(set, range.first, {}, &PortRange::last);
+    return next != set.end() && next->first <= range.last;
+}
+
 PortRanges Overlap(const PortRanges &set, const PortRange &range) {
     PortRanges overlap;
     auto next = std::ranges::lower_bound(set, range.first, {}, &PortRange::last);
@@ -167,8 +172,10 @@ std::vector<std::string_view> ProtocolNames(std::uint32_t flags) {
 
 std::string ProtocolsText(std::uint32_t flags) {
     std::string text;
-    for (const std::string_view name : ProtocolNames(flags)) {
-        text.append(text.empty() ? "" : ",").append(name);
+    for (const TAVO_PROTO_TYPE_MAPPING &row : gProtoTypeMapping) {
+        if ((flags & static_cast<std::uint32_t>(row.nProto)) != 0) {
+            text.append(text.empty() ? "" : ",").append(row.szName);
+        }
     }
     return text;
 }

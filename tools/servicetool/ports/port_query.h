@@ -30,6 +30,9 @@ using PortRanges = std::vector<PortRange>;
 // The set of the ports in any ranges.
 PortRanges Merged(PortRanges ranges);
 
+// Whether any port of a set is in `range`.
+bool OverlapsWith(const PortRanges &set, const PortRange &range);
+
 // The ports of a set that are in `range`.
 PortRanges Overlap(const PortRanges &set, const PortRange &range);
 

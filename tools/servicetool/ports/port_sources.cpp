@@ -132,7 +132,7 @@ std::string FolderAndName(std::string_view path) {
     for (const ServiceFolder &folder : kServiceFolders) {
         const std::string_view directory = folder.path;
         if (path.starts_with(directory)) {
-            return folder.name + std::string(path.substr(directory.size()));
+            return std::string(folder.name).append(path.substr(directory.size()));
         }
     }
     return std::string(path);
